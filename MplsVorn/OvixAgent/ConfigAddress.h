@@ -1,0 +1,17 @@
+#pragma once
+
+#include "OvixAgent/ConfigReader.h"
+#include "OvixAgent/ConfigTypes.h"
+
+namespace OvixAgent {
+
+/// An IPv4 or IPv6 address in its usual notation.
+IpAddress readIpAddress(const ConfigValue& value);
+
+/// An address with its prefix length: "10.0.1.1/24".
+IpInterfaceAddress readIpInterfaceAddress(const ConfigValue& value);
+
+/// Six pairs of hexadecimal digits separated by colons; neither a group address nor all zero.
+MacAddress readUnicastMac(const ConfigValue& value);
+
+} // namespace OvixAgent

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace OvixAgent {
+
+/// A YAML document as a compact, immutable tree that knows every node's line. Anchors and aliases
+/// are resolved: an alias is the anchored node itself, so a node may have several parents, but never
+/// itself as a descendant.
+class ConfigDocument {
+  public:
+    enum class Kind : std::uint8_t { null, scalar, list, map };
+    using NodeId = std::uint32_t;
+
+    /// Throws ConfigError for text that is not one YAML document. Empty text is a null document.
+    /// `file` names the text in errors.
+    static ConfigDocument parse(const std::string& text, std::string file);
+
+    const std::string& file() const noexcept { return file_; }
+    NodeId root() const noexcept { return root_; }
+
+    Kind kind(NodeId node) const { return nodes_[node].kind; }
+    /// Counted from 1.
+    std::size_t line(NodeId node) const { return nodes_[node].line; }
+    /// A scalar's text.
+    std::string_view text(NodeId node) const {
+        return std::string_view(text_).substr(nodes_[node].first, nodes_[node].count);
+    }
+    /// The number of a list's items or of a map's entries.
+    std::size_t size(NodeId node) const { return nodes_[node].count; }
+    NodeId item(NodeId list, std::size_t index) const {
+        return children_[nodes_[list].first + index];
+    }
+    /// A map's entries in file order; keys may be of any kind and may repeat.
+    NodeId key(NodeId map, std::size_t index) const {
+        return children_[nodes_[map].first + 2 * index];
+    }
+    NodeId value(NodeId map, std::size_t index) const {
+        return children_[nodes_[map].first + 2 * index + 1];
+    }
+
+  private:
+    class Builder;
+
+    /// A scalar's `first` and `count` are its place in text_; a container's, in children_.
+    struct Node {
+        std::size_t first = 0;
+        std::size_t count = 0;
+        std::uint32_t line = 0;
+        Kind kind = Kind::null;
+    };
+
+    std::string file_;
+    std::vector<Node> nodes_;
+    std::vector<NodeId> children_;
+    std::string text_;
+    NodeId root_ = 0;
+};
+
+} // namespace OvixAgent

@@ -1,0 +1,69 @@
+#include "OvixAgent/ConfigLfib.h"
+
+#include "OvixAgent/ConfigVias.h"
+
+#include <fmt/format.h>
+
+namespace OvixAgent {
+
+namespace {
+
+constexpr ConfigChoice viaTypes[]{
+    {"ip", ViaTypes::ip},
+    {"ip-lookup", ViaTypes::ipLookup},
+    {"external-fec", ViaTypes::externalFec},
+    {"ip-lookup-per-prefix", ViaTypes::ipLookupPerPrefix},
+    {"multicast-ip-lookup", ViaTypes::multicastIpLookup},
+};
+
+ViaType readViaType(const ConfigMap& route) {
+    const std::optional<ConfigValue> value = route.find("type");
+    if (!value) {
+        return ViaTypes::ip;
+    }
+    const std::string_view text = value->text("via type");
+    const bool isNumber = text.find_first_not_of("-0123456789") == std::string_view::npos;
+    return isNumber ? value->number<ViaType>("via type", 0, 255)
+                    : value->choice("via type", viaTypes);
+}
+
+std::vector<LfibRouteConfig> readRoutes(const ConfigValue& list, const PortNames& ports) {
+    std::vector<LfibRouteConfig> routes;
+    routes.reserve(list.listSize());
+    RouteLabels labels;
+    for (std::size_t i = 0; i < list.listSize(); ++i) {
+        const ConfigValue item = list.item(i);
+        const ConfigMap map(item, {"label", "type", "vias", "via"});
+        LfibRouteConfig& route = routes.emplace_back();
+        route.line = item.line();
+        route.label = labels.read(map);
+        route.type = readViaType(map);
+        route.vias = readVias(map, route.type, ports);
+    }
+    return routes;
+}
+
+} // namespace
+
+std::uint32_t RouteLabels::read(const ConfigMap& route) {
+    const ConfigValue value = route.required("label");
+    const auto label = value.number<std::uint32_t>("label", 0, maxLabel);
+    const auto [first, isNew] = lines_.emplace(label, value.line());
+    if (!isNew) {
+        value.fail(fmt::format("label {} is already defined at line {}", label, first->second));
+    }
+    return label;
+}
+
+LfibConfig readLfib(const ConfigValue& value, const PortNames& ports) {
+    const ConfigMap map(value, lfibTableNames);
+    LfibConfig lfib;
+    for (std::size_t i = 0; i < lfibTableNames.size(); ++i) {
+        if (const auto list = map.find(lfibTableNames[i])) {
+            lfib.tables[i] = readRoutes(*list, ports);
+        }
+    }
+    return lfib;
+}
+
+} // namespace OvixAgent

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "Lumo/MplsLabel.h"
+
+#include <cstdint>
+#include <iosfwd>
+#include <optional>
+#include <span>
+#include <vector>
+
+namespace Lumo {
+
+/// What a via does to the label it is chosen for.
+enum class MplsLabelAction : std::uint8_t { none = 0, push = 1, pop = 2, swap = 3 };
+
+/// Prints the action's number, as traces show it.
+std::ostream& operator<<(std::ostream& out, MplsLabelAction action);
+
+/// The labels that a via imposes or swaps in, outermost first, in any number, and what is told of
+/// their traffic class and TTL. A view: the labels belong to the via record or to the store of
+/// interned label stacks, and live at least as long as the record.
+class UnboundedMplsLabelOperation {
+  public:
+    static constexpr std::uint8_t defaultTtl = 255;
+
+    UnboundedMplsLabelOperation() noexcept = default;
+
+    /// `packed` holds three bytes per label, most significant first.
+    explicit UnboundedMplsLabelOperation(std::span<const std::uint8_t> packed) noexcept
+        : packed_(packed) {}
+
+    std::size_t depth() const noexcept { return packed_.size() / packedLabelSize; }
+    MplsLabel label(std::size_t index) const {
+        const std::uint8_t* at = packed_.data() + index * packedLabelSize;
+        return MplsLabel((std::uint32_t{at[0]} << 16U) | (std::uint32_t{at[1]} << 8U) | at[2]);
+    }
+    std::span<const std::uint8_t> packed() const noexcept { return packed_; }
+
+    /// The traffic class to write; unset: RFC 5462, taken from what lies beneath.
+    std::optional<std::uint8_t> tc;
+    /// The TTL of pushed labels in pipe mode.
+    std::uint8_t ttl = defaultTtl;
+
+    static constexpr std::size_t packedLabelSize = 3;
+
+  private:
+    std::span<const std::uint8_t> packed_;
+};
+
+} // namespace Lumo

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdint>
+
+namespace Mpls {
+
+/// What lies under a label once it is popped.
+enum class PayloadType : std::uint8_t {
+    undefined = 0,
+    none = 1, ///< no inner IP handling: more labels, or left as it is
+    ipv4 = 2,
+    ipv6 = 3,
+    ethernet = 4,
+    automatic = 5, ///< decided by the payload's first nibble
+};
+
+/// How a label's TTL relates to what it carries (RFC 3443).
+enum class TtlMode : std::uint8_t { uniform = 0, pipe = 1 };
+
+/// The kind of a via: the key of the via-type handler registry.
+enum class LfibViaType : std::uint8_t {
+    none = 0,
+    ip = 1,
+    ipLookup = 3,
+    externalFec = 10,
+    ipLookupPerPrefix = 11,
+    multicastIpLookup = 12,
+};
+
+/// How a via set is used: every via of a multicast set, one via of any other.
+enum class LfibViaSetType : std::uint8_t { unicast = 0, multicast = 1 };
+
+} // namespace Mpls

@@ -1,0 +1,69 @@
+#pragma once
+
+#include "Tessel/Ptr.h"
+#include "Tessel/TypeName.h"
+
+#include <cstdint>
+#include <deque>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Ovix {
+
+/// Names a counter: category, module, reason. The hash is part of the key, so that a key declared
+/// constexpr costs the frame path no hashing.
+struct CounterKey {
+    constexpr CounterKey(std::string_view categoryText, std::string_view moduleText,
+                         std::string_view reasonText) noexcept
+        : category(categoryText), module(moduleText), reason(reasonText),
+          hash(Tessel::hashText(reasonText,
+                                Tessel::hashText(moduleText, Tessel::hashText(categoryText)))) {}
+
+    std::string_view category;
+    std::string_view module;
+    std::string_view reason;
+    std::uint64_t hash;
+};
+
+/// The agent's named counters: one count per (category, module, reason). Counting allocates only
+/// when a name is counted for the first time.
+class OvixNamedCounters : public Tessel::Counted {
+  public:
+    struct Counter {
+        std::string category;
+        std::string module;
+        std::string reason;
+        std::uint64_t hash = 0;
+        std::uint64_t count = 0;
+    };
+
+    OvixNamedCounters();
+
+    void count(const CounterKey& key);
+    void count(std::string_view category, std::string_view module, std::string_view reason) {
+        count(CounterKey(category, module, reason));
+    }
+
+    /// 0 for a name never counted.
+    std::uint64_t value(std::string_view category, std::string_view module,
+                        std::string_view reason) const;
+
+    /// In order of first count.
+    const std::deque<Counter>& counters() const noexcept { return counters_; }
+
+    /// The counter counted last since `forgetLast`, or null: what befell the frame in hand.
+    const Counter* last() const noexcept { return last_; }
+    void forgetLast() noexcept { last_ = nullptr; }
+
+  private:
+    Counter* find(const CounterKey& key) const noexcept;
+    Counter& add(const CounterKey& key);
+    void insert(Counter& counter) noexcept;
+
+    std::deque<Counter> counters_;
+    std::vector<Counter*> slots_; ///< open addressing, a power of two, at most half full
+    const Counter* last_ = nullptr;
+};
+
+} // namespace Ovix

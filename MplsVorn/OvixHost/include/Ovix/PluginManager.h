@@ -1,0 +1,72 @@
+#pragma once
+
+#include "Counter/ClearCounters.h"
+#include "Counter/PktCounterCollectionHolder.h"
+#include "Ovix/PacketContext.h"
+#include "Ovix/PacketHashers.h"
+#include "Ovix/RewriteInfoImplMap.h"
+#include "Ovix/RoutingHandler.h"
+#include "Tessel/ShmEntityManager.h"
+
+namespace Ovix {
+
+/// Where shared tables are mounted from.
+class ShmEntitySource : public Tessel::Counted {
+  public:
+    explicit ShmEntitySource(Ptr<Tessel::ShmEntityManager> manager)
+        : entityManager_(std::move(manager)) {}
+    const Ptr<Tessel::ShmEntityManager>& entityManager() const noexcept { return entityManager_; }
+
+  private:
+    Ptr<Tessel::ShmEntityManager> entityManager_;
+};
+
+/// Objects that the agent shares with its plugins by what they are.
+class SharedObjectDirectory : public Tessel::Counted {
+  public:
+    const Ptr<RewriteInfoImplMap>& rewriteInfoImplMap() const noexcept {
+        return rewriteInfoImplMap_;
+    }
+
+  private:
+    Ptr<RewriteInfoImplMap> rewriteInfoImplMap_ = Tessel::make<RewriteInfoImplMap>();
+};
+
+/// Fetches the rewrite map from the directory.
+struct RewriteInfoImplMapSharedObject {
+    static const Ptr<RewriteInfoImplMap>& getMap(const Ptr<SharedObjectDirectory>& directory) {
+        return directory->rewriteInfoImplMap();
+    }
+};
+
+/// What the agent offers its plugins to hook into. Every list exists from the start; the source of
+/// shared tables only when the agent has one.
+class PluginManager : public Tessel::Counted {
+  public:
+    const Ptr<ShmEntitySource>& shmEntitySource() const noexcept { return shmEntitySource_; }
+    void shmEntitySourceIs(Ptr<ShmEntitySource> source) { shmEntitySource_ = std::move(source); }
+
+    const Ptr<RoutingHandlers>& routingHandlers() const noexcept { return routingHandlers_; }
+    const Ptr<Counter::PktCounterCollectionHolder>& pktCounterCollectionHolder() const noexcept {
+        return pktCounterCollectionHolder_;
+    }
+    const Ptr<PacketParser>& packetParser() const noexcept { return packetParser_; }
+    const Ptr<PacketHashers>& packetHashers() const noexcept { return packetHashers_; }
+    const Ptr<Counter::ClearCountersRequests>& clearCountersRequests() const noexcept {
+        return clearCountersRequests_;
+    }
+    const Ptr<SharedObjectDirectory>& sharedObjects() const noexcept { return sharedObjects_; }
+
+  private:
+    Ptr<ShmEntitySource> shmEntitySource_;
+    Ptr<RoutingHandlers> routingHandlers_ = Tessel::make<RoutingHandlers>();
+    Ptr<Counter::PktCounterCollectionHolder> pktCounterCollectionHolder_ =
+        Tessel::make<Counter::PktCounterCollectionHolder>();
+    Ptr<PacketParser> packetParser_ = Tessel::make<PacketParser>();
+    Ptr<PacketHashers> packetHashers_ = Tessel::make<PacketHashers>();
+    Ptr<Counter::ClearCountersRequests> clearCountersRequests_ =
+        Tessel::make<Counter::ClearCountersRequests>();
+    Ptr<SharedObjectDirectory> sharedObjects_ = Tessel::make<SharedObjectDirectory>();
+};
+
+} // namespace Ovix

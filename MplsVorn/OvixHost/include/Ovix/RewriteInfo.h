@@ -1,0 +1,48 @@
+#pragma once
+
+#include "Tessel/Ptr.h"
+#include "Tessel/PtrList.h"
+#include "Tessel/Slab.h"
+#include "Tessel/TypeName.h"
+
+namespace Ovix {
+
+/// The description of one rewrite, made when the frame is routed and applied when it is sent. Never
+/// changed once made, so that next hops share it.
+class RewriteInfo : public Tessel::Counted {
+  public:
+    virtual const Tessel::TypeName& typeName() const noexcept = 0;
+};
+
+/// The description of one counter action, run after all rewrites of a frame that is sent.
+class CounterActionInfo : public Tessel::Counted {
+  public:
+    virtual const Tessel::TypeName& typeName() const noexcept = 0;
+};
+
+/// The rewrites of one next hop in order of application, and the counter actions that follow them.
+class RewriteInfos : public Tessel::Counted, public Tessel::Slabbed<RewriteInfos> {
+  public:
+    using Rewrites = Tessel::PtrList<RewriteInfo, 4>;
+    using CounterActions = Tessel::PtrList<CounterActionInfo, 2>;
+
+    void rewriteInfoEnq(Ptr<RewriteInfo> info) { rewrites_.push(std::move(info)); }
+    void finalCounterActionInfoEnq(Ptr<CounterActionInfo> info) {
+        counterActions_.push(std::move(info));
+    }
+
+    /// Appends what the other list holds; nothing that stands here already is lost, so the pops of
+    /// several labels add up.
+    void copyFrom(const Ptr<RewriteInfos>& other);
+
+    const Rewrites& rewrites() const noexcept { return rewrites_; }
+    const CounterActions& finalCounterActions() const noexcept { return counterActions_; }
+
+  private:
+    Rewrites rewrites_;
+    CounterActions counterActions_;
+};
+
+} // namespace Ovix
+
+extern template class Tessel::Slabbed<Ovix::RewriteInfos>;

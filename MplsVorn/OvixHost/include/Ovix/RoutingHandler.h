@@ -1,0 +1,39 @@
+#pragma once
+
+#include "Ovix/RoutingContext.h"
+
+#include <string>
+#include <vector>
+
+namespace Ovix {
+
+/// Decides where the frames of one protocol go.
+class RoutingHandler : public Tessel::Counted {
+  public:
+    explicit RoutingHandler(std::string name) : name_(std::move(name)) {}
+
+    const std::string& name() const noexcept { return name_; }
+
+    /// Leaves the decision in the routing output. `header` is the frame's outermost routed header.
+    virtual void processPacket(const Ptr<RoutingOutput>& output, const Ptr<RoutingContext>& context,
+                               const Ptr<PacketHeader>& header,
+                               const Ptr<RoutingVrfRoot>& vrfRoot) = 0;
+
+  private:
+    std::string name_;
+};
+
+/// The agent's routing handlers by name.
+class RoutingHandlers : public Tessel::Counted {
+  public:
+    /// Adds a handler; one of the same name is replaced.
+    void handlerIs(Ptr<RoutingHandler> handler);
+
+    /// Empty when there is none of that name.
+    Ptr<RoutingHandler> handler(std::string_view name) const noexcept;
+
+  private:
+    std::vector<Ptr<RoutingHandler>> handlers_;
+};
+
+} // namespace Ovix

@@ -1,0 +1,36 @@
+#include "Ovix/OvixPlugin.h"
+
+#include <algorithm>
+
+template <>
+Plugin::Loader<Ovix::PluginContext>& Plugin::Loader<Ovix::PluginContext>::defaultLoader() {
+    static Loader loader("Ovix::PluginContext");
+    return loader;
+}
+
+template class Plugin::Loader<Ovix::PluginContext>;
+
+namespace Ovix {
+
+void PluginContext::pluginIs(OvixPlugin& plugin) {
+    if (std::find(plugins_.begin(), plugins_.end(), &plugin) == plugins_.end()) {
+        plugins_.push_back(&plugin);
+    }
+}
+
+void PluginContext::pluginDel(OvixPlugin& plugin) noexcept { std::erase(plugins_, &plugin); }
+
+OvixPlugin::~OvixPlugin() {
+    if (pluginCtx_) {
+        pluginCtx_->pluginDel(*this);
+    }
+}
+
+void OvixPlugin::savePluginRef(const Ptr<Tessel::EntityManager>& entityManager) {
+    entityManager_ = entityManager;
+    if (pluginCtx_) {
+        pluginCtx_->pluginIs(*this);
+    }
+}
+
+} // namespace Ovix

@@ -1,0 +1,15 @@
+#include "Plugin/Library.h"
+
+#include <dlfcn.h>
+
+namespace Plugin {
+
+void Library::load(const std::string& file) {
+    if (dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE) == nullptr) {
+        const char* reason = dlerror(); // NOLINT(concurrency-mt-unsafe): main thread, at start-up
+        throw LoadError("cannot load plugin " + file + ": " +
+                        (reason != nullptr ? reason : "unknown reason"));
+    }
+}
+
+} // namespace Plugin

@@ -1,0 +1,29 @@
+#include "Tessel/Slab.h"
+
+#include <new>
+
+namespace Tessel {
+
+namespace {
+
+constexpr std::size_t chunkBytes = 16384;
+constexpr std::size_t cacheLine = 64;
+
+} // namespace
+
+// A chunk is never given back: what one burst of frames needed, the next one will need again.
+void SlabList::refill() {
+    constexpr std::size_t alignment = alignof(std::max_align_t);
+    const std::size_t stride = (blockSize_ + alignment - 1) / alignment * alignment;
+    const std::size_t blocks = chunkBytes / stride > 0 ? chunkBytes / stride : 1;
+    auto* chunk =
+        static_cast<std::byte*>(::operator new(blocks * stride, std::align_val_t{cacheLine}));
+    ++tracker_.chunksFromHeap;
+    for (std::size_t i = blocks; i > 0; --i) {
+        auto* block = reinterpret_cast<Block*>(chunk + (i - 1) * stride);
+        block->next = free_;
+        free_ = block;
+    }
+}
+
+} // namespace Tessel
