@@ -1,16 +1,16 @@
-#include "OvixAgent/Config.h"
-
-#include "OvixAgent/ConfigDocument.h"
-#include "OvixAgent/ConfigHardware.h"
-#include "OvixAgent/ConfigLfib.h"
-#include "OvixAgent/ConfigPorts.h"
-#include "OvixAgent/ConfigReader.h"
+#include "Config.h"
 
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
+
+#include "ConfigDocument.h"
+#include "ConfigHardware.h"
+#include "ConfigLfib.h"
+#include "ConfigPorts.h"
+#include "ConfigReader.h"
 
 namespace OvixAgent {
 
@@ -93,6 +93,8 @@ AgentConfig parseConfig(const std::string& text, const std::string& file) {
     return readConfig(ConfigValue(document));
 }
 
-AgentConfig loadConfig(const std::string& path) { return parseConfig(readFile(path), path); }
+AgentConfig loadConfig(const std::string& path) {
+    return parseConfig(readFile(path), path);
+}
 
 } // namespace OvixAgent

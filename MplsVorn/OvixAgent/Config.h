@@ -1,9 +1,9 @@
 #pragma once
 
-#include "OvixAgent/ConfigError.h"
-#include "OvixAgent/ConfigTypes.h"
-
 #include <string>
+
+#include "ConfigError.h"
+#include "ConfigTypes.h"
 
 namespace OvixAgent {
 

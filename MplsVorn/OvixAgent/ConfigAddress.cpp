@@ -1,11 +1,11 @@
-#include "OvixAgent/ConfigAddress.h"
-
-#include "OvixAgent/ConfigText.h"
+#include "ConfigAddress.h"
 
 #include <arpa/inet.h>
 #include <charconv>
 #include <fmt/format.h>
 #include <optional>
+
+#include "ConfigText.h"
 
 namespace OvixAgent {
 
@@ -57,7 +57,7 @@ IpAddress readIpAddress(const ConfigValue& value) {
     const std::string_view text = value.text("an IP address");
     const std::optional<IpAddress> address = parseIpAddress(text);
     if (!address) {
-        value.fail(fmt::format("{} is not an IPv4 or IPv6 address", quoted(text)));
+        value.fail(fmt::format("{} is not an IPv4 or IPv6 address", inQuotes(text)));
     }
     return *address;
 }
@@ -66,12 +66,12 @@ IpInterfaceAddress readIpInterfaceAddress(const ConfigValue& value) {
     const std::string_view text = value.text("an IP address with prefix length");
     const std::size_t slash = text.find('/');
     if (slash == std::string_view::npos) {
-        value.fail(fmt::format("{} lacks its prefix length, as in 10.0.1.1/24", quoted(text)));
+        value.fail(fmt::format("{} lacks its prefix length, as in 10.0.1.1/24", inQuotes(text)));
     }
     const std::optional<IpAddress> address = parseIpAddress(text.substr(0, slash));
     if (!address) {
-        value.fail(fmt::format("{} is not an IPv4 or IPv6 address with prefix length",
-                               quoted(text)));
+        value.fail(
+            fmt::format("{} is not an IPv4 or IPv6 address with prefix length", inQuotes(text)));
     }
     const std::string_view digits = text.substr(slash + 1);
     const unsigned longest = address->family == IpAddress::Family::ipv4 ? 32 : 128;
@@ -79,7 +79,7 @@ IpInterfaceAddress readIpInterfaceAddress(const ConfigValue& value) {
     const char* const end = digits.data() + digits.size();
     const auto result = std::from_chars(digits.data(), end, length);
     if (result.ec != std::errc() || result.ptr != end || length > longest) {
-        value.fail(fmt::format("the prefix length of {} is not in 0..{}", quoted(text), longest));
+        value.fail(fmt::format("the prefix length of {} is not in 0..{}", inQuotes(text), longest));
     }
     return {*address, static_cast<std::uint8_t>(length)};
 }
@@ -88,13 +88,14 @@ MacAddress readUnicastMac(const ConfigValue& value) {
     const std::string_view text = value.text("a MAC address");
     const std::optional<MacAddress> mac = parseMac(text);
     if (!mac) {
-        value.fail(fmt::format("{} is not a MAC address, as in 02:00:00:00:00:01", quoted(text)));
+        value.fail(fmt::format("{} is not a MAC address, as in 02:00:00:00:00:01", inQuotes(text)));
     }
     if (((*mac)[0] & 1U) != 0) {
-        value.fail(fmt::format("{} is a group address; a unicast address is needed", quoted(text)));
+        value.fail(
+            fmt::format("{} is a group address; a unicast address is needed", inQuotes(text)));
     }
     if (*mac == MacAddress{}) {
-        value.fail(fmt::format("{} is no station's address", quoted(text)));
+        value.fail(fmt::format("{} is no station's address", inQuotes(text)));
     }
     return *mac;
 }

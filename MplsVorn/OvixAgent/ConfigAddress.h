@@ -1,7 +1,7 @@
 #pragma once
 
-#include "OvixAgent/ConfigReader.h"
-#include "OvixAgent/ConfigTypes.h"
+#include "ConfigReader.h"
+#include "ConfigTypes.h"
 
 namespace OvixAgent {
 

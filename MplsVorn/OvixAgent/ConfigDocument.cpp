@@ -1,7 +1,6 @@
-#include "OvixAgent/ConfigDocument.h"
+#include "ConfigDocument.h"
 
-#include "OvixAgent/ConfigError.h"
-
+#include <algorithm>
 #include <fmt/format.h>
 #include <limits>
 #include <sstream>
@@ -10,12 +9,21 @@
 #include <yaml-cpp/exceptions.h>
 #include <yaml-cpp/parser.h>
 
+#include "ConfigError.h"
+
 namespace OvixAgent {
 
 namespace {
 
 std::uint32_t lineOf(const YAML::Mark& mark) {
     return mark.line < 0 ? 1 : static_cast<std::uint32_t>(mark.line) + 1;
+}
+
+/// The parser's messages may quote a line break or other control characters of the file.
+std::string onOneLine(std::string text) {
+    const auto isControl = [](char c) { return static_cast<unsigned char>(c) < 0x20; };
+    std::replace_if(text.begin(), text.end(), isControl, '?');
+    return text;
 }
 
 } // namespace
@@ -67,7 +75,10 @@ class ConfigDocument::Builder : public YAML::EventHandler {
                     YAML::EmitterStyle::value /*style*/) override {
         begin(mark, anchor, Kind::map);
     }
-    void OnMapEnd() override { end(2); }
+    void OnMapEnd() override {
+        end(2);
+        placeNullsAtTheirKeys(document_.nodes_[waiting_.back()]);
+    }
 
   private:
     struct Open {
@@ -109,6 +120,16 @@ class ConfigDocument::Builder : public YAML::EventHandler {
         waiting_.erase(from, waiting_.end());
     }
 
+    /// The parser gives for nothing the place of what comes next.
+    void placeNullsAtTheirKeys(const Node& map) {
+        for (std::size_t i = map.first; i < map.first + 2 * map.count; i += 2) {
+            Node& value = document_.nodes_[document_.children_[i + 1]];
+            if (value.kind == Kind::null) {
+                value.line = document_.nodes_[document_.children_[i]].line;
+            }
+        }
+    }
+
     ConfigDocument& document_;
     std::vector<NodeId> anchors_; ///< by the parser's number, which counts from 1
     std::vector<NodeId> waiting_;
@@ -120,14 +141,16 @@ ConfigDocument ConfigDocument::parse(const std::string& text, std::string file) 
     ConfigDocument document;
     document.file_ = std::move(file);
     Builder builder(document);
-    std::istringstream stream(text);
+    // The parser takes a quoted text that is never closed for closed if a line break comes last.
+    std::istringstream stream(text.substr(0, text.find_last_not_of(" \t\r\n") + 1));
     try {
         YAML::Parser parser(stream);
         while (parser.HandleNextDocument(builder)) {
         }
     } catch (const YAML::Exception& error) {
         throw ConfigError(fmt::format("{}:{}: not valid YAML: {} (column {})", document.file_,
-                                      lineOf(error.mark), error.msg, error.mark.column + 1));
+                                      lineOf(error.mark), onOneLine(error.msg),
+                                      error.mark.column + 1));
     }
     if (document.nodes_.empty()) {
         document.nodes_.push_back({0, 0, 1, Kind::null});

@@ -9,8 +9,8 @@
 namespace OvixAgent {
 
 /// A YAML document as a compact, immutable tree that knows every node's line. Anchors and aliases
-/// are resolved: an alias is the anchored node itself, so a node may have several parents, but never
-/// itself as a descendant.
+/// are resolved: an alias is the anchored node itself, so a node may have several parents, but
+/// never itself as a descendant.
 class ConfigDocument {
   public:
     enum class Kind : std::uint8_t { null, scalar, list, map };

@@ -1,11 +1,11 @@
-#include "OvixAgent/ConfigHardware.h"
-
-#include "OvixAgent/ConfigLfib.h"
-#include "OvixAgent/ConfigVias.h"
+#include "ConfigHardware.h"
 
 #include <fmt/format.h>
 #include <limits>
 #include <unordered_map>
+
+#include "ConfigLfib.h"
+#include "ConfigVias.h"
 
 namespace OvixAgent {
 
@@ -25,8 +25,8 @@ AdjacencyConfig readAdjacency(const ConfigValue& value, const PortNames& ports,
     adjacency.id = id.number<std::uint64_t>("adjacency id", 0, anyId);
     const auto [first, isNew] = lines.emplace(adjacency.id, id.line());
     if (!isNew) {
-        id.fail(fmt::format("adjacency {} is already defined at line {}", adjacency.id,
-                            first->second));
+        id.fail(
+            fmt::format("adjacency {} is already defined at line {}", adjacency.id, first->second));
     }
     adjacency.useBackups = map.booleanOr("use-backups", false);
     adjacency.vias = readVias(map, ViaTypes::ip, ports);

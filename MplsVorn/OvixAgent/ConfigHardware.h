@@ -1,8 +1,8 @@
 #pragma once
 
-#include "OvixAgent/ConfigPorts.h"
-#include "OvixAgent/ConfigReader.h"
-#include "OvixAgent/ConfigTypes.h"
+#include "ConfigPorts.h"
+#include "ConfigReader.h"
+#include "ConfigTypes.h"
 
 namespace OvixAgent {
 

@@ -1,8 +1,8 @@
-#include "OvixAgent/ConfigLfib.h"
-
-#include "OvixAgent/ConfigVias.h"
+#include "ConfigLfib.h"
 
 #include <fmt/format.h>
+
+#include "ConfigVias.h"
 
 namespace OvixAgent {
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "OvixAgent/ConfigPorts.h"
-#include "OvixAgent/ConfigReader.h"
-#include "OvixAgent/ConfigTypes.h"
-
 #include <unordered_map>
+
+#include "ConfigPorts.h"
+#include "ConfigReader.h"
+#include "ConfigTypes.h"
 
 namespace OvixAgent {
 

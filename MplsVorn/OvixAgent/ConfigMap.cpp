@@ -1,9 +1,9 @@
-#include "OvixAgent/ConfigReader.h"
-#include "OvixAgent/ConfigText.h"
-
 #include <algorithm>
 #include <fmt/format.h>
 #include <unordered_map>
+
+#include "ConfigReader.h"
+#include "ConfigText.h"
 
 namespace OvixAgent {
 
@@ -33,8 +33,9 @@ void ConfigMap::checkKnown(std::span<const std::string_view> knownKeys) const {
         const std::string_view key = checkedKey(i);
         if (std::find(knownKeys.begin(), knownKeys.end(), key) == knownKeys.end()) {
             const std::size_t line = document().line(document().key(value_.node_, i));
-            value_.failAt(line, value_.pathOf(key),
-                          fmt::format("unknown key {}{}", quoted(key), suggestion(key, knownKeys)));
+            value_.failAt(
+                line, value_.pathOf(key),
+                fmt::format("unknown key {}{}", inQuotes(key), suggestion(key, knownKeys)));
         }
         // Quadratic only in the number of known keys, as an unknown key ends the reading.
         for (std::size_t j = 0; j < i; ++j) {
@@ -58,7 +59,7 @@ void ConfigMap::failDuplicate(std::size_t index, std::size_t firstLine) const {
     const ConfigDocument::NodeId key = document().key(value_.node_, index);
     const std::string_view text = document().text(key);
     value_.failAt(document().line(key), value_.pathOf(text),
-                  fmt::format("the key {} is already given at line {}", quoted(text), firstLine));
+                  fmt::format("the key {} is already given at line {}", inQuotes(text), firstLine));
 }
 
 std::string_view ConfigMap::key(std::size_t index) const {

@@ -1,12 +1,12 @@
-#include "OvixAgent/ConfigPorts.h"
-
-#include "OvixAgent/ConfigAddress.h"
-#include "OvixAgent/ConfigText.h"
+#include "ConfigPorts.h"
 
 #include <algorithm>
 #include <fmt/format.h>
 #include <map>
 #include <utility>
+
+#include "ConfigAddress.h"
+#include "ConfigText.h"
 
 namespace OvixAgent {
 
@@ -20,15 +20,15 @@ constexpr std::uint16_t maxVlan = 4094;
 /// As Linux names interfaces; besides no "=", which ends a port's name on the command line.
 std::string readPortName(const ConfigValue& value) {
     std::string name = value.name("port name", maxNameSize);
-    const bool isBad = name == "." || name == ".." ||
-                       name.find_first_of("/:= \t") != std::string::npos;
+    const bool isBad =
+        name == "." || name == ".." || name.find_first_of("/:= \t") != std::string::npos;
     if (isBad) {
-        value.fail(fmt::format("{} cannot name a port (no \"/\", \":\", \"=\" or blank)",
-                               quoted(name)));
+        value.fail(
+            fmt::format("{} cannot name a port (no \"/\", \":\", \"=\" or blank)", inQuotes(name)));
     }
     if (name == "cpu" || name == "lo") {
         value.fail(fmt::format("{} cannot name a port: {}.pcap is one of the agent's own captures",
-                               quoted(name), name));
+                               inQuotes(name), name));
     }
     return name;
 }
@@ -42,7 +42,7 @@ Tagging readTagging(const ConfigValue& value) {
         return {Tagging::Kind::none, 0};
     }
     if (text.empty() || text.front() < '0' || text.front() > '9') {
-        value.fail(fmt::format("tagging {} is none of keep, none, or a VLAN id", quoted(text)));
+        value.fail(fmt::format("tagging {} is none of keep, none, or a VLAN id", inQuotes(text)));
     }
     return {Tagging::Kind::vlan, value.number<std::uint16_t>("VLAN id", 1, maxVlan)};
 }
@@ -85,7 +85,7 @@ PortIndex PortNames::read(const ConfigValue& value) const {
     const std::string_view name = value.text("a port's name");
     const auto found = indices_.find(name);
     if (found == indices_.end()) {
-        value.fail(fmt::format("no port is named {}{}", quoted(name), suggestion(name, names_)));
+        value.fail(fmt::format("no port is named {}{}", inQuotes(name), suggestion(name, names_)));
     }
     return found->second;
 }
@@ -103,7 +103,7 @@ std::vector<PortConfig> readPorts(const ConfigValue& list) {
         if (!isNew) {
             const ConfigMap map(item);
             map.failFor("name", fmt::format("port {} is already defined at line {}",
-                                            quoted(ports.back().name), first->second));
+                                            inQuotes(ports.back().name), first->second));
         }
     }
     return ports;
@@ -124,7 +124,7 @@ std::vector<NeighbourConfig> readNeighbours(const ConfigValue& list, const PortN
         const auto [first, isNew] = lines.emplace(std::pair(neighbour.port, key), item.line());
         if (!isNew) {
             address.fail(fmt::format("neighbour {} on this port is already defined at line {}",
-                                     quoted(address.text("address")), first->second));
+                                     inQuotes(address.text("address")), first->second));
         }
         neighbours.push_back(neighbour);
     }

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "OvixAgent/ConfigReader.h"
-#include "OvixAgent/ConfigTypes.h"
-
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
+
+#include "ConfigReader.h"
+#include "ConfigTypes.h"
 
 namespace OvixAgent {
 

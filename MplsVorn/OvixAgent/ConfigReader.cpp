@@ -1,12 +1,12 @@
-#include "OvixAgent/ConfigReader.h"
-
-#include "OvixAgent/ConfigError.h"
-#include "OvixAgent/ConfigText.h"
+#include "ConfigReader.h"
 
 #include <algorithm>
 #include <charconv>
 #include <fmt/format.h>
 #include <vector>
+
+#include "ConfigError.h"
+#include "ConfigText.h"
 
 namespace OvixAgent {
 
@@ -26,13 +26,16 @@ std::string_view kindName(ConfigValue::Kind kind) {
     return "";
 }
 
+constexpr std::size_t longestPlainKey = 100;
+
 /// The key as it stands in a path; quoted unless it is a plain word.
 std::string pathKey(std::string_view key) {
     const auto isPlain = [](char c) {
         return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
                c == '-' || c == '_' || c == '.';
     };
-    return std::all_of(key.begin(), key.end(), isPlain) ? std::string(key) : quoted(key);
+    const bool allPlain = std::all_of(key.begin(), key.end(), isPlain);
+    return allPlain && key.size() <= longestPlainKey ? std::string(key) : inQuotes(key);
 }
 
 bool isNumber(std::string_view text) {
@@ -49,7 +52,9 @@ void ConfigValue::failAt(std::size_t line, const std::string& path, const std::s
                                   path.empty() ? "" : ": ", what));
 }
 
-void ConfigValue::fail(const std::string& what) const { failAt(line(), path(), what); }
+void ConfigValue::fail(const std::string& what) const {
+    failAt(line(), path(), what);
+}
 
 std::string ConfigValue::path() const {
     std::vector<const ConfigValue*> steps;
@@ -78,7 +83,7 @@ void ConfigValue::expect(Kind expected, std::string_view what) const {
         return;
     }
     fail(fmt::format("expected {}, found {}", what,
-                     kind() == Kind::scalar ? quoted(document_->text(node_))
+                     kind() == Kind::scalar ? inQuotes(document_->text(node_))
                                             : std::string(kindName(kind()))));
 }
 
@@ -101,7 +106,7 @@ std::uint64_t ConfigValue::readNumber(std::string_view noun, std::uint64_t min,
     expect(Kind::scalar, noun);
     const std::string_view digits = document_->text(node_);
     if (!isNumber(digits)) {
-        fail(fmt::format("{} {} is not a decimal number", noun, quoted(digits)));
+        fail(fmt::format("{} {} is not a decimal number", noun, inQuotes(digits)));
     }
     std::uint64_t value = 0;
     const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), value);
@@ -119,7 +124,7 @@ bool ConfigValue::boolean() const {
         return true;
     }
     if (word != "false") {
-        fail(fmt::format("{} is not true or false", quoted(word)));
+        fail(fmt::format("{} is not true or false", inQuotes(word)));
     }
     return false;
 }
@@ -127,12 +132,12 @@ bool ConfigValue::boolean() const {
 std::string ConfigValue::name(std::string_view noun, std::size_t maxBytes) const {
     const std::string_view result = text(noun);
     if (result.empty() || result.size() > maxBytes) {
-        fail(fmt::format("{} {} has {} bytes, allowed are 1 to {}", noun, quoted(result),
+        fail(fmt::format("{} {} has {} bytes, allowed are 1 to {}", noun, inQuotes(result),
                          result.size(), maxBytes));
     }
     const auto isControl = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; };
     if (std::any_of(result.begin(), result.end(), isControl)) {
-        fail(fmt::format("{} {} contains a control character", noun, quoted(result)));
+        fail(fmt::format("{} {} contains a control character", noun, inQuotes(result)));
     }
     return std::string(result);
 }
@@ -149,7 +154,7 @@ std::uint8_t ConfigValue::choice(std::string_view noun,
     for (const ConfigChoice& c : choices) {
         words.push_back(c.word);
     }
-    fail(fmt::format("unknown {} {}{}", noun, quoted(word), suggestion(word, words)));
+    fail(fmt::format("unknown {} {}{}", noun, inQuotes(word), suggestion(word, words)));
 }
 
 } // namespace OvixAgent

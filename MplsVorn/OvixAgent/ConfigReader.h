@@ -1,7 +1,5 @@
 #pragma once
 
-#include "OvixAgent/ConfigDocument.h"
-
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
@@ -10,6 +8,8 @@
 #include <span>
 #include <string>
 #include <string_view>
+
+#include "ConfigDocument.h"
 
 namespace OvixAgent {
 

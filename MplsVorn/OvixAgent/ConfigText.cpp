@@ -1,4 +1,4 @@
-#include "OvixAgent/ConfigText.h"
+#include "ConfigText.h"
 
 #include <algorithm>
 #include <array>
@@ -31,7 +31,7 @@ std::size_t editDistance(std::string_view a, std::string_view b) {
 
 } // namespace
 
-std::string quoted(std::string_view text) {
+std::string inQuotes(std::string_view text) {
     std::string result = "\"";
     for (const char c : text.substr(0, shownBytes)) {
         const auto byte = static_cast<unsigned char>(c);

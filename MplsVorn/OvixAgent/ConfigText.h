@@ -8,7 +8,7 @@ namespace OvixAgent {
 
 /// The text in double quotes, fit for one line of a message: control characters and quotes escaped,
 /// shortened beyond 60 bytes.
-std::string quoted(std::string_view text);
+std::string inQuotes(std::string_view text);
 
 /// The candidate that `name` is most likely a misspelling of; empty when none is close.
 std::string_view nearestName(std::string_view name, std::span<const std::string_view> candidates);

@@ -1,9 +1,9 @@
-#include "OvixAgent/ConfigVias.h"
-
-#include "OvixAgent/ConfigAddress.h"
+#include "ConfigVias.h"
 
 #include <fmt/format.h>
 #include <limits>
+
+#include "ConfigAddress.h"
 
 namespace OvixAgent {
 
@@ -58,9 +58,8 @@ void checkDestination(const ConfigValue& value, const ViaConfig& via, ViaType ty
 }
 
 ViaConfig readVia(const ConfigValue& value, ViaType type, const PortNames& ports) {
-    const ConfigMap map(value,
-                        {"interface", "nexthop", "weight", "action", "labels", "ttl", "tc",
-                         "push-ttl", "payload", "mtu", "vlan", "fec", "vrf"});
+    const ConfigMap map(value, {"interface", "nexthop", "weight", "action", "labels", "ttl", "tc",
+                                "push-ttl", "payload", "mtu", "vlan", "fec", "vrf"});
     ViaConfig via;
     if (const auto port = map.find("interface")) {
         via.port = ports.read(*port);

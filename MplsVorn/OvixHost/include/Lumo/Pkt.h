@@ -69,7 +69,8 @@ class Pkt : public Tessel::Counted, public Tessel::Slabbed<Pkt> {
     std::uint32_t length_ = 0;
 };
 
-/// Makes packets and pools their buffers by size class. Used by one packet thread at a time.
+/// Makes packets and pools their buffers by size class. Used by one packet thread at a time; it must
+/// outlive its packets.
 class PktManager : public Tessel::Counted {
   public:
     PktManager() = default;

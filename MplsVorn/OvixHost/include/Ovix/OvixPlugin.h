@@ -83,6 +83,5 @@ class OvixPlugin : public OvixPluginBase {
 
 } // namespace Ovix
 
-extern template class Plugin::Loader<Ovix::PluginContext>;
 template <>
 Plugin::Loader<Ovix::PluginContext>& Plugin::Loader<Ovix::PluginContext>::defaultLoader();

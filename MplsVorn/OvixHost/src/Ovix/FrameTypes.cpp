@@ -1,3 +1,4 @@
+#include "Ovix/LfibCounterActionInfo.h"
 #include "Ovix/MplsContext.h"
 #include "Ovix/PacketContext.h"
 #include "Ovix/RoutingContext.h"
@@ -14,3 +15,4 @@ template class Tessel::Slabbed<Ovix::RoutingContext>;
 template class Tessel::Slabbed<Ovix::RoutingOutput>;
 template class Tessel::Slabbed<Ovix::OvixMplsViaSetStack>;
 template class Tessel::Slabbed<Ovix::MplsContext>;
+template class Tessel::Slabbed<Ovix::LfibCounterActionInfo>;

@@ -8,8 +8,6 @@ Plugin::Loader<Ovix::PluginContext>& Plugin::Loader<Ovix::PluginContext>::defaul
     return loader;
 }
 
-template class Plugin::Loader<Ovix::PluginContext>;
-
 namespace Ovix {
 
 void PluginContext::pluginIs(OvixPlugin& plugin) {

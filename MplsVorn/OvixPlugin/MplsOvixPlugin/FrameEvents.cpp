@@ -1,0 +1,10 @@
+#include "FrameEvents.h"
+
+namespace Ovix {
+
+TraceSource& mainTrace() {
+    static TraceSource& source = TraceSource::named("Routing::Mpls", "Ovix::Routing::Mpls");
+    return source;
+}
+
+} // namespace Ovix

@@ -1,0 +1,95 @@
+#pragma once
+
+#include "Ovix/NamedCounters.h"
+#include "Ovix/RoutingContext.h"
+#include "Ovix/Trace.h"
+#include "Ovix/TraceFormat.h"
+
+#include <string_view>
+
+namespace Ovix {
+
+/// The trace source of everything but multicast.
+TraceSource& mainTrace();
+
+namespace FrameCategory {
+inline constexpr std::string_view drop = "Drop";               ///< the frame is discarded
+inline constexpr std::string_view exceptional = "Exceptional"; ///< unexpected but handled
+inline constexpr std::string_view action = "Action";           ///< deliberate special handling
+} // namespace FrameCategory
+
+/// Something that befalls a frame: how it is counted and what is traced, from one declaration. Each
+/// "%s" of the text stands for a value; the counter keeps the "%s", so that one counter collects
+/// every frame of the kind.
+struct FrameEvent {
+    static constexpr std::string_view module = "Routing::Mpls";
+
+    constexpr FrameEvent(std::string_view category, std::string_view text) noexcept
+        : key(category, module, text) {}
+
+    constexpr std::string_view text() const noexcept { return key.reason; }
+
+    CounterKey key;
+};
+
+/// Writes one message about a frame at level 0.
+template <typename... Args>
+void traceFrame(const RoutingContext& context, const Args&... args) {
+    mainTrace().trace(0, "Pkt ", context.packetId(), ": ", args...);
+}
+
+namespace FrameEventDetail {
+
+inline void fillIn(TraceLine& line, std::string_view text) { line << text; }
+
+template <typename Value, typename... Values>
+void fillIn(TraceLine& line, std::string_view text, const Value& value, const Values&... values) {
+    const std::size_t at = text.find("%s");
+    if (at == std::string_view::npos) {
+        line << text;
+        return;
+    }
+    line << text.substr(0, at) << value;
+    fillIn(line, text.substr(at + 2), values...);
+}
+
+} // namespace FrameEventDetail
+
+/// Counts the event when the context has counters, and traces it with its values filled in.
+template <typename... Values>
+void report(const RoutingContext& context, const FrameEvent& event, const Values&... values) {
+    if (context.namedCounters()) {
+        context.namedCounters()->count(event.key);
+    }
+    if (mainTrace().enabled(0)) [[unlikely]] {
+        TraceLine message;
+        FrameEventDetail::fillIn(message, event.text(), values...);
+        traceFrame(context, message.view());
+    }
+}
+
+/// Like `report`, but the values stand in the counter's reason too: these few events are told apart
+/// by what they were about.
+template <typename... Values>
+void reportWithValues(const RoutingContext& context, const FrameEvent& event,
+                      const Values&... values) {
+    TraceLine message;
+    FrameEventDetail::fillIn(message, event.text(), values...);
+    if (context.namedCounters()) {
+        context.namedCounters()->count(event.key.category, event.key.module, message.view());
+    }
+    traceFrame(context, message.view());
+}
+
+/// The frame goes on with the first of several next hops.
+inline constexpr FrameEvent severalNexthops{FrameCategory::exceptional,
+                                            "Using first nexthop, but %s nexthops found"};
+/// A via record that holds nothing.
+inline constexpr FrameEvent noVia{FrameCategory::drop, "No via"};
+inline constexpr FrameEvent noRewrite{FrameCategory::drop, "no rewrite"};
+inline constexpr FrameEvent oamPacket{FrameCategory::action, "MPLS Oam packet"};
+
+/// The source named by this component's assertions.
+inline constexpr const char* pluginSource = "MplsVorn/OvixPlugin/MplsOvixPlugin";
+
+} // namespace Ovix

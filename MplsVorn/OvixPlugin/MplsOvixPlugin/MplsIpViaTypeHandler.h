@@ -1,0 +1,43 @@
+#pragma once
+
+#include "Counter/OvixLfibCounterCollection.h"
+#include "Ovix/MplsLfibTables.h"
+#include "Ovix/MplsViaTypeHandler.h"
+
+namespace Ovix {
+
+/// Forwards a labelled frame to an IP next hop with a label operation: swap, push, or pop. Drops
+/// with "No via" when the chosen via holds nothing and with "no rewrite" when its operation cannot
+/// be done; otherwise fills the frame's next hop and has the incoming label counted.
+class MplsIpViaTypeHandler : public MplsViaTypeHandler {
+  public:
+    MplsIpViaTypeHandler(Mpls::LfibViaType viaType, const Ptr<MplsLfibTables>& lfibTables,
+                         const Ptr<Counter::OvixLfibCounterCollection>& counterCollection);
+
+    static Ptr<MplsIpViaTypeHandler>
+    MplsIpViaTypeHandlerIs(Mpls::LfibViaType viaType, const Ptr<MplsLfibTables>& lfibTables,
+                           const Ptr<Counter::OvixLfibCounterCollection>& counterCollection);
+
+    ProcessingResult processMplsVia(const Ptr<MplsContext>& context) override;
+    ProcessingResult doProcessMplsVia(const Ptr<MplsContext>& context);
+
+    /// The label rewrite of one via followed by the counter action of the incoming label; empty
+    /// when the operation cannot be done. `multicast` is set for a replica.
+    static Ptr<RewriteInfos> createRewrites(const Ptr<MplsContext>& context, const OvixMplsVia& via,
+                                            bool multicast);
+
+    const Ptr<MplsLfibTables>& lfibTables() const noexcept { return lfibTables_; }
+    const Ptr<Counter::OvixLfibCounterCollection>& counterCollection() const noexcept {
+        return counterCollection_;
+    }
+
+  private:
+    Ptr<MplsLfibTables> lfibTables_;
+    Ptr<Counter::OvixLfibCounterCollection> counterCollection_;
+};
+
+Ptr<MplsIpViaTypeHandler>
+mplsIpViaTypeHandlerFactory(Mpls::LfibViaType viaType, const Ptr<MplsLfibTables>& lfibTables,
+                            const Ptr<Counter::OvixLfibCounterCollection>& counterCollection);
+
+} // namespace Ovix

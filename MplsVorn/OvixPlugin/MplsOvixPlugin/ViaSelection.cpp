@@ -1,0 +1,95 @@
+// Which via or vias of a label's set the frame takes, and who handles them.
+
+#include "FrameEvents.h"
+#include "MplsOvixPlugin.h"
+#include "Tessel/Assert.h"
+
+namespace Ovix {
+
+namespace {
+
+constexpr FrameEvent noVias{FrameCategory::drop, "No vias"};
+constexpr FrameEvent inconsistentResult{
+    FrameCategory::exceptional,
+    "Handler for multicast via %s returned inconsistent processing result"};
+constexpr FrameEvent handlerNotFound{FrameCategory::exceptional, "Via type %s handler not found"};
+
+/// No via has been handled; never leaves this file.
+constexpr ProcessingResult noResultYet = 255;
+
+} // namespace
+
+ProcessingResult MplsOvixPlugin::handleViaSet(const Ptr<MplsContext>& context) const {
+    const OvixMplsViaSet& viaSet = *context->viaSet();
+    traceFrame(*context->routingContext(), "ViaSet type: ", viaSet.type(),
+               ", via count: ", viaSet.numVias());
+    if (viaSet.numVias() == 0) {
+        report(*context->routingContext(), noVias);
+        return frameDealtWith;
+    }
+    if (viaSet.isMulticast()) {
+        return handleEveryVia(context);
+    }
+    return handleVia(context, viaSet.numVias() > 1 ? pickUcmpVia(context, context->viaSet()) : 0);
+}
+
+ProcessingResult MplsOvixPlugin::handleEveryVia(const Ptr<MplsContext>& context) const {
+    ProcessingResult running = noResultYet;
+    for (std::uint32_t i = 0; i < context->viaSet()->numVias(); ++i) {
+        const ProcessingResult result = handleVia(context, i);
+        if (running == noResultYet || result == running) {
+            running = result;
+        } else {
+            report(*context->routingContext(), inconsistentResult, i);
+            running = frameDealtWith;
+        }
+    }
+    return running == noResultYet ? frameDealtWith : running;
+}
+
+std::uint32_t MplsOvixPlugin::pickUcmpVia(const Ptr<MplsContext>& context,
+                                          const Ptr<OvixMplsViaSet>& viaSet) const {
+    const std::uint32_t vias = viaSet->numVias();
+    Tessel::hardAssert(vias > 0, "viaSet->numVias()", "pickUcmpVia", pluginSource);
+    std::uint32_t totalWeight = 0;
+    for (std::uint32_t i = 0; i < vias; ++i) {
+        totalWeight += viaSet->weight(i);
+    }
+    // Whoever publishes a set makes sure that its weights do not add up to 0.
+    std::uint64_t rest = flowHash(*context) % totalWeight;
+    traceFrame(*context->routingContext(), " pktHash/totalWeight is ", rest, " / ", totalWeight);
+    for (std::uint32_t i = 0; i < vias; ++i) {
+        const std::uint64_t weight = viaSet->weight(i);
+        if (rest < weight) {
+            return i;
+        }
+        rest -= weight;
+    }
+    return 0; // the weights changed between the sum and the choice
+}
+
+std::uint64_t MplsOvixPlugin::flowHash(const MplsContext& context) const {
+    PacketContext& packet = *context.routingContext()->packetContext();
+    const Ptr<PacketHeader> mpls = packet.parsedPkt().firstHeaderOfType(PktHdrType::mpls);
+    if (mpls) {
+        const MplsHeaderData* labels = mplsHeaderData(*mpls);
+        if (labels != nullptr && labels->hashingFlag()) {
+            return manager()->packetHashers()->hasher(PktHdrType::mpls)->hash(*mpls);
+        }
+    }
+    return packet.hash();
+}
+
+ProcessingResult MplsOvixPlugin::handleVia(const Ptr<MplsContext>& context,
+                                           std::uint32_t viaIndex) const {
+    const Mpls::LfibViaType type = context->viaSet()->viaType(viaIndex);
+    context->viaIndexIs(viaIndex);
+    const Ptr<MplsViaTypeHandler> handler = mplsViaTypeHandlerRegistry_->handler(type);
+    if (handler) {
+        return handler->processMplsVia(context);
+    }
+    report(*context->routingContext(), handlerNotFound, type);
+    return frameDealtWith;
+}
+
+} // namespace Ovix

@@ -1,0 +1,86 @@
+#include "ConfigDocument.h"
+
+#include <gtest/gtest.h>
+
+#include "ConfigTesting.h"
+
+using namespace OvixAgent;
+using namespace OvixAgent::Testing;
+using Kind = ConfigDocument::Kind;
+
+TEST(ConfigDocument, KeepsKindsTextsAndLines) {
+    const auto document = ConfigDocument::parse("a: [1, ~]\nb:\n  c: x y\n", "t.yaml");
+    const auto root = document.root();
+    ASSERT_EQ(document.kind(root), Kind::map);
+    ASSERT_EQ(document.size(root), 2U);
+    EXPECT_EQ(document.text(document.key(root, 0)), "a");
+    const auto list = document.value(root, 0);
+    ASSERT_EQ(document.kind(list), Kind::list);
+    ASSERT_EQ(document.size(list), 2U);
+    EXPECT_EQ(document.text(document.item(list, 0)), "1");
+    EXPECT_EQ(document.kind(document.item(list, 1)), Kind::null);
+    const auto inner = document.value(root, 1);
+    EXPECT_EQ(document.text(document.value(inner, 0)), "x y");
+    EXPECT_EQ(document.line(document.key(root, 1)), 2U);
+    EXPECT_EQ(document.line(document.value(inner, 0)), 3U);
+}
+
+TEST(ConfigDocument, AnAliasIsTheAnchoredNode) {
+    const auto document = ConfigDocument::parse("a: &x [1]\nb: *x\n", "t.yaml");
+    EXPECT_EQ(document.value(document.root(), 0), document.value(document.root(), 1));
+}
+
+TEST(ConfigDocument, TextThatIsNotYamlIsRefusedWithItsLine) {
+    const std::pair<const char*, const char*> cases[]{
+        {"a: 1\nb: [1, 2\nc: 3\n", "t.yaml:3: not valid YAML: "},
+        {"a: 1\n  b: 2\n", "t.yaml:2: not valid YAML: "},
+        {"a: \"x\n", "t.yaml:1: not valid YAML: "},
+        {"a: 1\nb: *nowhere\n", "t.yaml:2: not valid YAML: "},
+        {"a: 'x\nb: 1\n\n", "t.yaml:2: not valid YAML: "},
+        {"a: }\n", "t.yaml:1: not valid YAML: "},
+    };
+    for (const auto& [text, error] : cases) {
+        EXPECT_EQ(errorOf(text).substr(0, std::string(error).size()), error) << text;
+    }
+}
+
+TEST(ConfigDocument, ErrorsStayOnOneLine) {
+    EXPECT_EQ(errorOf("a: 1\nb: \"\\\x01\"\n").substr(0, 26), "t.yaml:2: not valid YAML: ");
+    EXPECT_EQ(errorOf("a: \"\\\x01\"").find('\x01'), std::string::npos);
+}
+
+TEST(ConfigDocument, ASecondDocumentIsRefused) {
+    EXPECT_EQ(errorOf(twoPorts + "---\nlfib: {}\n"),
+              "t.yaml:4: a second YAML document begins here; only one is expected");
+    EXPECT_EQ(errorOf("---\n" + twoPorts + "...\n"), "");
+}
+
+TEST(ConfigDocument, AnAliasWithinItsOwnAnchorIsRefused) {
+    EXPECT_EQ(errorOf("ports: &x\n  - *x\n"),
+              "t.yaml:2: an alias stands within the node that it names");
+}
+
+TEST(ConfigDocument, DeepNestingIsRefusedNotFollowed) {
+    for (const char* const opening : {"[", "{a: ", "- ", "? "}) {
+        std::string text;
+        for (int i = 0; i < 100'000; ++i) {
+            text += opening;
+        }
+        EXPECT_NE(errorOf(text), "") << opening;
+    }
+}
+
+TEST(ConfigDocument, AliasesThatMultiplyCostNothing) {
+    std::string text = "a0: &a0 [x, x]\n";
+    for (int i = 1; i < 60; ++i) {
+        const std::string last = std::to_string(i - 1);
+        text += "a" + std::to_string(i) + ": &a" + std::to_string(i) + " [*a" + last + ", *a" +
+                last + "]\n";
+    }
+    EXPECT_EQ(errorOf(text).substr(0, 27), "t.yaml:1: a0: unknown key \"");
+}
+
+TEST(ConfigDocument, BytesThatAreNoTextAreRefused) {
+    EXPECT_NE(errorOf(std::string("\0\xff\xfe\x01", 4)), "");
+    EXPECT_NE(errorOf(std::string(1000, '\0')), "");
+}

@@ -1,0 +1,298 @@
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "ConfigTesting.h"
+
+using namespace OvixAgent;
+using namespace OvixAgent::Testing;
+
+namespace {
+
+constexpr const char* everything = R"(
+mpls-routing: false
+toggles: {MvpnLib.json: {MvpnSfe: false, Other: true}}
+ports:
+  - name: eth1
+    mac: 02:00:00:00:00:01
+    mtu: 9000
+    addresses: [10.0.1.1/24, 2001:db8:1::1/64]
+    tagging: none
+    status: down
+  - {name: eth2, mac: 02:00:00:00:00:02, tagging: 4094}
+  - {name: eth3, mac: 02:00:00:00:00:03}
+neighbours:
+  - {address: 10.0.2.2, port: eth2, mac: 02:00:00:00:02:02}
+  - {address: "fe80::2", port: eth3, mac: 02:00:00:00:03:02}
+  - {address: "fe80::2", port: eth2, mac: 02:00:00:00:03:02}
+lfib:
+  transit:
+    - label: 100
+      type: ip-lookup
+      vias:
+        - {interface: eth2, nexthop: 10.0.2.2, weight: 3, action: swap, labels: [200, 16],
+           ttl: pipe, tc: 3, push-ttl: 64, payload: ipv4, mtu: 1400, vlan: 10, fec: 7, vrf: red}
+        - {nexthop: "2001:db8::1", action: pop}
+hardware:
+  adjacencies:
+    - id: 18446744073709551615
+      use-backups: true
+      vias: [{interface: eth1, action: pop}]
+      backups: [{interface: eth2, action: push, labels: [17]}]
+  routes:
+    - {label: 300, adjacency: 18446744073709551615, unprogrammed: true}
+    - {label: 301, adjacency: 18446744073709551615}
+)";
+
+const std::vector<std::uint32_t> noLabels;
+
+} // namespace
+
+TEST(Config, ReadsPorts) {
+    const AgentConfig config = parseConfig(everything, "t.yaml");
+    ASSERT_EQ(config.ports.size(), 3U);
+    const PortConfig& first = config.ports[0];
+    EXPECT_EQ(first.name, "eth1");
+    EXPECT_EQ(first.mac, (MacAddress{2, 0, 0, 0, 0, 1}));
+    EXPECT_EQ(first.mtu, 9000U);
+    EXPECT_FALSE(first.isUp);
+    EXPECT_EQ(first.tagging.kind, Tagging::Kind::none);
+    ASSERT_EQ(first.addresses.size(), 2U);
+    EXPECT_EQ(first.addresses[0].address.family, IpAddress::Family::ipv4);
+    EXPECT_EQ(first.addresses[0].address.bytes[3], 1);
+    EXPECT_EQ(first.addresses[0].prefixLength, 24);
+    EXPECT_EQ(first.addresses[1].address.family, IpAddress::Family::ipv6);
+    EXPECT_EQ(first.addresses[1].address.bytes[15], 1);
+    EXPECT_EQ(first.addresses[1].prefixLength, 64);
+    EXPECT_EQ(config.ports[1].tagging.kind, Tagging::Kind::vlan);
+    EXPECT_EQ(config.ports[1].tagging.vlan, 4094);
+}
+
+TEST(Config, PortsHaveDefaults) {
+    const PortConfig port = parseConfig(everything, "t.yaml").ports.at(2);
+    EXPECT_EQ(port.mtu, 1500U);
+    EXPECT_TRUE(port.isUp);
+    EXPECT_EQ(port.tagging.kind, Tagging::Kind::keep);
+    EXPECT_TRUE(port.addresses.empty());
+}
+
+TEST(Config, ReadsTogglesAndMplsRouting) {
+    const AgentConfig config = parseConfig(everything, "t.yaml");
+    EXPECT_FALSE(config.mplsRouting);
+    const ToggleConfig toggles{{"MvpnLib.json", {{"MvpnSfe", false}, {"Other", true}}}};
+    EXPECT_EQ(config.toggles, toggles);
+}
+
+TEST(Config, MplsRoutingIsOnAndTheRestIsEmptyWhenNotGiven) {
+    const AgentConfig config = parseConfig(twoPorts, "t.yaml");
+    EXPECT_TRUE(config.mplsRouting);
+    EXPECT_TRUE(config.toggles.empty());
+    EXPECT_TRUE(config.neighbours.empty());
+    for (const auto& routes : config.lfib.tables) {
+        EXPECT_TRUE(routes.empty());
+    }
+    EXPECT_TRUE(config.hardware.routes.empty());
+}
+
+TEST(Config, OneAddressMayBeANeighbourOnTwoPorts) {
+    const AgentConfig config = parseConfig(everything, "t.yaml");
+    ASSERT_EQ(config.neighbours.size(), 3U);
+    EXPECT_EQ(config.neighbours[0].port, 1U);
+    EXPECT_EQ(config.neighbours[1].port, 2U);
+    EXPECT_EQ(config.neighbours[2].port, 1U);
+    EXPECT_EQ(config.neighbours[1].address, config.neighbours[2].address);
+    EXPECT_EQ(config.neighbours[0].mac, (MacAddress{2, 0, 0, 0, 2, 2}));
+}
+
+TEST(Config, ReadsEveryFieldOfAVia) {
+    const AgentConfig config = parseConfig(everything, "t.yaml");
+    ASSERT_EQ(config.lfib.routes(LfibTable::transit).size(), 1U);
+    EXPECT_TRUE(config.lfib.routes(LfibTable::decap).empty());
+    const LfibRouteConfig& route = config.lfib.routes(LfibTable::transit)[0];
+    EXPECT_EQ(route.label, 100U);
+    EXPECT_EQ(route.type, ViaTypes::ipLookup);
+    EXPECT_EQ(route.line, 19U);
+    const ViaConfig& via = route.vias.at(0);
+    EXPECT_EQ(via.port, 1U);
+    EXPECT_EQ(via.nexthop->bytes[0], 10);
+    EXPECT_EQ(via.weight, 3U);
+    EXPECT_EQ(via.action, ViaAction::swap);
+    EXPECT_EQ(via.labels, (std::vector<std::uint32_t>{200, 16}));
+    EXPECT_EQ(via.ttl, TtlMode::pipe);
+    EXPECT_EQ(via.tc, 3);
+    EXPECT_EQ(via.pushTtl, 64);
+    EXPECT_EQ(via.payload, PayloadType::ipv4);
+    EXPECT_EQ(via.mtu, 1400U);
+    EXPECT_EQ(via.vlan, 10);
+    EXPECT_EQ(via.fec, 7U);
+    EXPECT_EQ(via.vrf, "red");
+}
+
+TEST(Config, ViasHaveDefaults) {
+    const AgentConfig config = parseConfig(everything, "t.yaml");
+    const ViaConfig& via = config.lfib.routes(LfibTable::transit)[0].vias.at(1);
+    EXPECT_FALSE(via.port);
+    EXPECT_EQ(via.weight, 1U);
+    EXPECT_EQ(via.labels, noLabels);
+    EXPECT_EQ(via.ttl, TtlMode::uniform);
+    EXPECT_FALSE(via.tc);
+    EXPECT_FALSE(via.pushTtl);
+    EXPECT_EQ(via.payload, PayloadType::automatic);
+    EXPECT_FALSE(via.mtu);
+    EXPECT_FALSE(via.vlan);
+    EXPECT_EQ(via.fec, 0U);
+    EXPECT_EQ(via.vrf, "default");
+}
+
+TEST(Config, ReadsHardware) {
+    const AgentConfig config = parseConfig(everything, "t.yaml");
+    ASSERT_EQ(config.hardware.adjacencies.size(), 1U);
+    const AdjacencyConfig& adjacency = config.hardware.adjacencies[0];
+    EXPECT_EQ(adjacency.id, ~std::uint64_t{0});
+    EXPECT_TRUE(adjacency.useBackups);
+    EXPECT_EQ(adjacency.vias.at(0).port, 0U);
+    EXPECT_EQ(adjacency.backups.at(0).labels, std::vector<std::uint32_t>{17});
+    ASSERT_EQ(config.hardware.routes.size(), 2U);
+    EXPECT_EQ(config.hardware.routes[0].label, 300U);
+    EXPECT_EQ(config.hardware.routes[0].adjacency, ~std::uint64_t{0});
+    EXPECT_TRUE(config.hardware.routes[0].unprogrammed);
+    EXPECT_FALSE(config.hardware.routes[1].unprogrammed);
+}
+
+TEST(Config, EveryTableIsReadUnderItsOwnName) {
+    for (std::size_t i = 0; i < lfibTableNames.size(); ++i) {
+        const std::string text = twoPorts + "lfib: {" + std::string(lfibTableNames[i]) +
+                                 ": [{label: 16, via: {interface: eth1, action: pop}}]}\n";
+        const AgentConfig config = parseConfig(text, "t.yaml");
+        for (std::size_t j = 0; j < lfibTableNames.size(); ++j) {
+            EXPECT_EQ(config.lfib.tables[j].size(), i == j ? 1U : 0U) << lfibTableNames[i];
+        }
+    }
+}
+
+TEST(Config, ViaTypesHaveNamesAndNumbers) {
+    const std::pair<const char*, int> types[]{
+        {"ip", 1},    {"ip-lookup", 3}, {"external-fec", 10}, {"ip-lookup-per-prefix", 11},
+        {"\"2\"", 2}, {"0", 0},         {"255", 255},         {"multicast-ip-lookup", 12},
+    };
+    for (const auto& [word, number] : types) {
+        const AgentConfig config =
+            parseConfig(twoPorts + "lfib: {decap: [{label: 16, type: " + word +
+                            ", via: {interface: eth1, action: pop}}]}\n",
+                        "t.yaml");
+        EXPECT_EQ(config.lfib.routes(LfibTable::decap).at(0).type, number) << word;
+    }
+}
+
+TEST(Config, AnIpLookupNeedsNoNextHop) {
+    EXPECT_EQ(errorOf(twoPorts + "lfib: {decap: [{label: 16, type: ip-lookup, "
+                                 "via: {action: pop, vrf: red}}]}\n"),
+              "");
+}
+
+TEST(Config, TheSameLabelMayStandInTwoTables) {
+    EXPECT_EQ(errorOf(twoPorts + "lfib:\n"
+                                 "  decap: [{label: 16, via: {interface: eth1, action: pop}}]\n"
+                                 "  transit: [{label: 16, via: {interface: eth1, action: pop}}]\n"),
+              "");
+}
+
+TEST(Config, AnAnchoredViaListServesSeveralRoutes) {
+    const AgentConfig config =
+        parseConfig(twoPorts + "lfib:\n"
+                               "  decap:\n"
+                               "    - {label: 16, vias: &shared [{interface: eth2, action: swap, "
+                               "labels: [99]}]}\n"
+                               "    - {label: 17, vias: *shared}\n",
+                    "t.yaml");
+    const auto& routes = config.lfib.routes(LfibTable::decap);
+    ASSERT_EQ(routes.size(), 2U);
+    EXPECT_EQ(routes[1].label, 17U);
+    EXPECT_EQ(routes[1].vias.at(0).labels, std::vector<std::uint32_t>{99});
+    EXPECT_EQ(routes[1].vias.at(0).port, 1U);
+}
+
+TEST(Config, LimitsThemselvesAreAccepted) {
+    const char* const vias[]{
+        "{interface: eth1, action: swap, labels: [0]}",
+        "{interface: eth1, action: swap, labels: [1048575]}",
+        "{interface: eth1, action: push, labels: [4, 6, 7, 15]}",
+        "{interface: eth1, action: pop, weight: 4294967295}",
+        "{interface: eth1, action: pop, tc: 0, push-ttl: 1, mtu: 68, vlan: 1}",
+        "{interface: eth1, action: pop, tc: 7, push-ttl: 255, mtu: 65535, vlan: 4094}",
+        "{interface: eth1, action: pop, weight: 0}, {interface: eth2, action: pop}",
+        "{fec: 18446744073709551615, action: pop}",
+    };
+    for (const char* via : vias) {
+        EXPECT_EQ(errorOf(withVia(via)), "") << via;
+    }
+}
+
+TEST(Config, TakesUpTo599Vias) {
+    std::string vias = "{interface: eth1, action: pop}";
+    for (int i = 1; i < 599; ++i) {
+        vias += ", {interface: eth2, action: pop}";
+    }
+    EXPECT_EQ(errorOf(withVia(vias)), "");
+    EXPECT_EQ(errorOf(withVia(vias + ", {interface: eth2, action: pop}")),
+              "t.yaml:6: lfib.decap[0].vias: 600 vias given, allowed are 1 to 599");
+}
+
+TEST(Config, TakesLabelStacksOfAnyDepth) {
+    std::string labels = "16";
+    for (int i = 1; i < 1000; ++i) {
+        labels += ", " + std::to_string(16 + i);
+    }
+    const AgentConfig config =
+        parseConfig(withVia("{interface: eth1, action: push, labels: [" + labels + "]}"), "t.yaml");
+    const auto& stack = config.lfib.routes(LfibTable::decap)[0].vias[0].labels;
+    ASSERT_EQ(stack.size(), 1000U);
+    EXPECT_EQ(stack.front(), 16U);
+    EXPECT_EQ(stack.back(), 1015U);
+}
+
+TEST(Config, LoadsAHundredThousandRoutes) {
+    std::string text = twoPorts + "lfib:\n  decap:\n";
+    for (int i = 0; i < 100'000; ++i) {
+        const std::string label = std::to_string(16 + i);
+        text += "    - {label: " + label + ", via: {interface: eth2, action: swap, labels: [" +
+                label + "]}}\n";
+    }
+    const AgentConfig config = parseConfig(text, "t.yaml");
+    const auto& routes = config.lfib.routes(LfibTable::decap);
+    ASSERT_EQ(routes.size(), 100'000U);
+    EXPECT_EQ(routes.back().label, 100'015U);
+    EXPECT_EQ(routes.back().vias.at(0).labels.at(0), 100'015U);
+    EXPECT_EQ(routes.back().line, 100'005U);
+}
+
+TEST(Config, IsLoadedFromAFile) {
+    const auto path = std::filesystem::temp_directory_path() /
+                      ("config-test-" + std::to_string(getpid()) + ".yaml");
+    std::ofstream(path) << twoPorts;
+    EXPECT_EQ(loadConfig(path.string()).ports.size(), 2U);
+    std::ofstream(path) << twoPorts << "mpls-routing: maybe\n";
+    try {
+        loadConfig(path.string());
+        ADD_FAILURE() << "the error went unnoticed";
+    } catch (const ConfigError& error) {
+        EXPECT_EQ(error.what(), path.string() + ":4: mpls-routing: \"maybe\" is not true or false");
+    }
+    std::filesystem::remove(path);
+}
+
+TEST(Config, AFileThatCannotBeReadIsNamed) {
+    const auto messageOf = [](const std::string& path) {
+        try {
+            loadConfig(path);
+        } catch (const ConfigError& error) {
+            return std::string(error.what());
+        }
+        return std::string();
+    };
+    EXPECT_EQ(messageOf("/nonexistent/a.yaml"),
+              "/nonexistent/a.yaml: cannot be opened: No such file or directory");
+    EXPECT_EQ(messageOf("/"), "/: cannot be read: Is a directory");
+}

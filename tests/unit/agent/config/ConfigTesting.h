@@ -1,0 +1,29 @@
+#pragma once
+
+#include <string>
+
+#include "Config.h"
+
+namespace OvixAgent::Testing {
+
+/// Two ports, eth1 and eth2, in the first three lines; what is under test follows.
+inline const std::string twoPorts = "ports:\n"
+                                    "  - {name: eth1, mac: 02:00:00:00:00:01}\n"
+                                    "  - {name: eth2, mac: 02:00:00:00:00:02}\n";
+
+/// What the configuration is refused with; "" when it is accepted.
+inline std::string errorOf(const std::string& text) {
+    try {
+        parseConfig(text, "t.yaml");
+    } catch (const ConfigError& error) {
+        return error.what();
+    }
+    return "";
+}
+
+/// One decap route for label 100 with the via given as a flow map, from line 4 on.
+inline std::string withVia(const std::string& via) {
+    return twoPorts + "lfib:\n  decap:\n    - {label: 100, vias: [" + via + "]}\n";
+}
+
+} // namespace OvixAgent::Testing
