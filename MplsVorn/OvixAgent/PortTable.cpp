@@ -1,0 +1,14 @@
+#include "PortTable.h"
+
+namespace OvixAgent {
+
+PortTable::PortTable(const std::vector<PortConfig>& configs) {
+    for (const PortConfig& config : configs) {
+        const Lumo::IntfId intf(config.name);
+        byIntf_[intf.value()] = static_cast<std::uint32_t>(ports_.size());
+        ports_.push_back(
+            {config.name, intf, config.mac, config.mtu, config.tagging, config.isUp, nullptr, {}});
+    }
+}
+
+} // namespace OvixAgent

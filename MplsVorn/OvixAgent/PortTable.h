@@ -1,0 +1,46 @@
+#pragma once
+
+#include "ConfigTypes.h"
+#include "Lumo/EthAddr.h"
+#include "Lumo/IntfId.h"
+#include "Summary.h"
+#include "Tessel/FlatMap.h"
+#include "TransmitPort.h"
+
+#include <string>
+#include <vector>
+
+namespace OvixAgent {
+
+/// A port as forwarding sees it.
+struct Port {
+    std::string name;
+    Lumo::IntfId intfId;
+    Lumo::EthAddr mac{};
+    std::uint32_t mtu = 0; ///< without the Ethernet header
+    Tagging tagging;
+    bool isUp = true;
+    TransmitPort* out = nullptr; ///< not owned
+    Traffic sent;
+};
+
+/// The ports by index, in the order of the configuration, and by interface id.
+class PortTable {
+  public:
+    explicit PortTable(const std::vector<PortConfig>& configs);
+
+    std::vector<Port>& ports() noexcept { return ports_; }
+    const std::vector<Port>& ports() const noexcept { return ports_; }
+
+    /// Null when no port has the id.
+    Port* byIntfId(Lumo::IntfId intf) noexcept {
+        const std::uint32_t* index = byIntf_.find(intf.value());
+        return index != nullptr ? &ports_[*index] : nullptr;
+    }
+
+  private:
+    std::vector<Port> ports_;
+    Tessel::FlatMap<std::uint32_t> byIntf_;
+};
+
+} // namespace OvixAgent

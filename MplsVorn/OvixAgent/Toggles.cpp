@@ -1,0 +1,54 @@
+#include "Toggles.h"
+
+#include "ConfigError.h"
+#include "Ovix/ToggleService.h"
+
+#include <nlohmann/json.hpp>
+
+#include <filesystem>
+#include <fstream>
+#include <optional>
+
+namespace OvixAgent {
+
+namespace {
+
+std::optional<bool> toggleInFile(const std::filesystem::path& path, const std::string& toggle) {
+    std::ifstream file(path);
+    if (!file) {
+        return std::nullopt;
+    }
+    const auto json = nlohmann::json::parse(file, nullptr, false);
+    if (!json.is_object()) {
+        throw ConfigError(path.string() + ": not a JSON object of toggles");
+    }
+    const auto found = json.find(toggle);
+    if (found == json.end()) {
+        return std::nullopt;
+    }
+    if (!found->is_boolean()) {
+        throw ConfigError(path.string() + ": " + toggle + ": " + found->dump() +
+                          " is neither true nor false");
+    }
+    return found->get<bool>();
+}
+
+} // namespace
+
+void serveToggles(const AgentConfig& config, const std::string& configFile) {
+    const auto directory = std::filesystem::path(configFile).parent_path();
+    Ovix::ToggleService::instance().sourceIs([toggles = config.toggles, directory](
+                                                 std::string_view file, std::string_view toggle,
+                                                 bool byDefault) {
+        const auto configured = toggles.find(std::string(file));
+        if (configured != toggles.end()) {
+            const auto state = configured->second.find(std::string(toggle));
+            if (state != configured->second.end()) {
+                return state->second;
+            }
+        }
+        return toggleInFile(directory / file, std::string(toggle)).value_or(byDefault);
+    });
+}
+
+} // namespace OvixAgent

@@ -1,0 +1,15 @@
+#include "CliOptions.h"
+#include "Run.h"
+
+#include <cstdio>
+#include <variant>
+
+int main(int argc, char** argv) {
+    const auto parsed = OvixAgent::parseCommandLine(argc, argv);
+    if (const auto* exit = std::get_if<OvixAgent::CliExit>(&parsed)) {
+        std::fputs(exit->text.c_str(),
+                   exit->code == OvixAgent::ExitCode::success ? stdout : stderr);
+        return exit->code;
+    }
+    return OvixAgent::run(std::get<OvixAgent::RunOptions>(parsed));
+}
