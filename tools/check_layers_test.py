@@ -1,0 +1,52 @@
+"""The layer check finds what it is there to find."""
+
+import pathlib
+import sys
+import tempfile
+import unittest
+
+sys.path.insert(0, str(pathlib.Path(__file__).parent))
+import check_layers
+
+
+class LayerCheck(unittest.TestCase):
+    def setUp(self):
+        self.directory = tempfile.TemporaryDirectory()
+        self.root = pathlib.Path(self.directory.name)
+        self.write("MplsVorn/OvixHost/include/Ovix/Host.h", "#include <vector>\n")
+        self.write("MplsVorn/OvixPlugin/Plugin.h", '#include "Ovix/Host.h"\n')
+        self.write("MplsVorn/OvixAgent/Agent.h", '#include "Ovix/Host.h"\n#include <pcap/pcap.h>\n')
+
+    def tearDown(self):
+        self.directory.cleanup()
+
+    def write(self, name, text):
+        path = self.root / name
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_text(text, encoding="utf-8")
+
+    def breaches(self):
+        return list(check_layers.include_breaches(self.root))
+
+    def test_one_way_includes_pass(self):
+        self.assertEqual(self.breaches(), [])
+
+    def test_host_including_plugin_is_found(self):
+        self.write("MplsVorn/OvixHost/src/Up.cpp", '#include "Plugin.h"\n')
+        self.assertEqual(len(self.breaches()), 1)
+
+    def test_plugin_including_agent_is_found(self):
+        self.write("MplsVorn/OvixPlugin/Up.cpp", '#include "Agent.h"\n')
+        self.assertEqual(len(self.breaches()), 1)
+
+    def test_agent_including_plugin_is_found(self):
+        self.write("MplsVorn/OvixAgent/Into.cpp", '#include "Plugin.h"\n')
+        self.assertEqual(len(self.breaches()), 1)
+
+    def test_plugin_including_a_library_is_found(self):
+        self.write("MplsVorn/OvixPlugin/Lib.cpp", "#include <fmt/core.h>\n")
+        self.assertEqual(len(self.breaches()), 1)
+
+
+if __name__ == "__main__":
+    unittest.main()
