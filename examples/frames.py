@@ -101,7 +101,8 @@ def write_pcapng(path, frames):
 
 def read_pcap(path):
     """A list of (time in ns, bytes, original length)."""
-    data = open(path, "rb").read()
+    with open(path, "rb") as capture:
+        data = capture.read()
     unit = {0xA1B2C3D4: 1000, 0xA1B23C4D: 1}[struct.unpack_from("<I", data)[0]]
     frames, at = [], 24
     while at < len(data):
