@@ -1,0 +1,46 @@
+#pragma once
+
+#include "AgentState.h"
+#include "Forwarder.h"
+#include "Mpls/Hardware/Status.h"
+#include "Neighbours.h"
+#include "PortTable.h"
+#include "Scenarios.h"
+#include "TransmitPort.h"
+
+namespace Bench {
+
+/// A port that takes frames and keeps nothing but their number.
+class MemoryPort : public OvixAgent::TransmitPort {
+  public:
+    void transmit(const OvixAgent::Frame& frame) override {
+        ++frames_;
+        bytes_ += frame.bytes.size();
+    }
+    std::uint64_t frames() const noexcept { return frames_; }
+
+  private:
+    std::uint64_t frames_ = 0;
+    std::uint64_t bytes_ = 0;
+};
+
+/// The agent's whole road on in-memory ports, with the plugin active.
+class Router {
+  public:
+    explicit Router(const OvixAgent::AgentConfig& config);
+
+    OvixAgent::Forwarder& forwarder() noexcept { return forwarder_; }
+    Ptr<Ovix::RoutingHandler> mplsHandler() const {
+        return state_.manager()->routingHandlers()->handler("Mpls");
+    }
+    const Mpls::Hardware::Status& hardware() const;
+
+  private:
+    OvixAgent::AgentState state_;
+    OvixAgent::PortTable ports_;
+    OvixAgent::Neighbours neighbours_;
+    MemoryPort out_;
+    OvixAgent::Forwarder forwarder_;
+};
+
+} // namespace Bench

@@ -1,0 +1,138 @@
+#include "Scenarios.h"
+
+#include "Lumo/MplsLabel.h"
+
+#include <map>
+#include <random>
+#include <stdexcept>
+
+namespace Bench {
+
+namespace {
+
+using OvixAgent::AgentConfig;
+using OvixAgent::ViaAction;
+using OvixAgent::ViaConfig;
+
+constexpr std::uint32_t firstLabel = 16;
+constexpr std::uint32_t maxLabels = 1U << 20U;
+constexpr std::size_t frameCount = 8192;
+constexpr std::size_t frameBytes = 64;
+
+/// What a scenario's stack is, given a label that has a route.
+using Stack = std::vector<std::uint32_t> (*)(std::uint32_t label, std::uint32_t flow);
+/// The vias of every adjacency.
+using Vias = std::vector<ViaConfig> (*)();
+
+struct Kind {
+    Vias vias;
+    Stack stack;
+    std::uint16_t udpPort = 9;
+    std::uint32_t destination = 0x0a090001;
+};
+
+ViaConfig via(ViaAction action, std::vector<std::uint32_t> labels) {
+    ViaConfig made;
+    made.port = 1;
+    made.nexthop = OvixAgent::IpAddress{OvixAgent::IpAddress::Family::ipv4, {10, 0, 2, 2}};
+    made.action = action;
+    made.labels = std::move(labels);
+    return made;
+}
+
+std::vector<ViaConfig> swapVia() { return {via(ViaAction::swap, {300})}; }
+std::vector<ViaConfig> popVia() { return {via(ViaAction::pop, {})}; }
+std::vector<ViaConfig> pushVia() { return {via(ViaAction::push, {601, 602, 603})}; }
+std::vector<ViaConfig> sixteenVias() {
+    std::vector<ViaConfig> vias(16, via(ViaAction::swap, {300}));
+    for (std::size_t i = 0; i < vias.size(); ++i) {
+        vias[i].weight = static_cast<std::uint32_t>(1 + i % 3);
+    }
+    return vias;
+}
+
+std::vector<std::uint32_t> oneLabel(std::uint32_t label, std::uint32_t) { return {label}; }
+std::vector<std::uint32_t> sixLabels(std::uint32_t label, std::uint32_t flow) {
+    return {label, label, label, label, 7, 20000 + flow % 1000};
+}
+std::vector<std::uint32_t> unknownLabel(std::uint32_t, std::uint32_t) { return {maxLabels - 1}; }
+std::vector<std::uint32_t> explicitNull(std::uint32_t, std::uint32_t) { return {0}; }
+
+const std::map<std::string, Kind>& kinds() {
+    constexpr std::uint16_t lspPing = 3503;
+    constexpr std::uint32_t loopback = 0x7f000001;
+    static const std::map<std::string, Kind> all{
+        {"swap", {swapVia, oneLabel}},
+        {"pop", {popVia, oneLabel}},
+        {"push3", {pushVia, oneLabel}},
+        {"ucmp16", {sixteenVias, oneLabel}},
+        {"stack6_entropy", {sixteenVias, sixLabels}},
+        {"unknown", {swapVia, unknownLabel}},
+        {"oam_punt", {swapVia, explicitNull, lspPing, loopback}},
+    };
+    return all;
+}
+
+AgentConfig makeConfig(const Kind& kind, std::uint32_t routes) {
+    AgentConfig config;
+    config.ports.resize(2);
+    config.ports[0].name = "west";
+    config.ports[0].mac = {2, 0, 0, 0, 0, 1};
+    config.ports[1].name = "east";
+    config.ports[1].mac = {2, 0, 0, 0, 0, 2};
+    config.neighbours.push_back(
+        {{OvixAgent::IpAddress::Family::ipv4, {10, 0, 2, 2}}, 1, {2, 0, 0, 0, 2, 2}});
+    const std::vector<ViaConfig> vias = kind.vias();
+    for (std::uint32_t i = 0; i < routes; ++i) {
+        OvixAgent::AdjacencyConfig adjacency;
+        adjacency.id = i + 1;
+        adjacency.vias = vias;
+        config.hardware.adjacencies.push_back(adjacency);
+        config.hardware.routes.push_back({firstLabel + i, i + 1, false, 0});
+    }
+    return config;
+}
+
+void put32(std::vector<std::uint8_t>& to, std::uint32_t value) {
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        to.push_back(static_cast<std::uint8_t>(value >> shift));
+    }
+}
+
+std::vector<std::uint8_t> makeFrame(const Kind& kind, const std::vector<std::uint32_t>& stack,
+                                    std::uint32_t flow) {
+    std::vector<std::uint8_t> frame{2, 0, 0, 0, 0, 1, 2, 0, 0, 0, 1, 2, 0x88, 0x47};
+    for (std::size_t i = 0; i < stack.size(); ++i) {
+        put32(frame, (stack[i] << 12U) | (i + 1 == stack.size() ? 0x100U : 0U) | 64U);
+    }
+    put32(frame, 0x45000000 | 46);
+    put32(frame, 0);
+    put32(frame, 0x40110000);
+    put32(frame, 0x0a010000 | flow);
+    put32(frame, kind.destination);
+    put32(frame, (flow << 16U) | kind.udpPort);
+    put32(frame, 0x00120000);
+    frame.resize(std::max(frame.size(), frameBytes));
+    return frame;
+}
+
+} // namespace
+
+std::vector<std::string> scenarioNames() {
+    return {"swap", "pop", "push3", "ucmp16", "stack6_entropy", "unknown", "oam_punt"};
+}
+
+Scenario makeScenario(const std::string& name, std::uint32_t routes) {
+    const Kind& kind = kinds().at(name);
+    Scenario scenario{name, makeConfig(kind, routes), {}};
+    std::mt19937 random(1);
+    std::uniform_int_distribution<std::uint32_t> label(firstLabel, firstLabel + routes - 1);
+    std::uniform_int_distribution<std::uint32_t> flow(0, 0xffff);
+    for (std::size_t i = 0; i < frameCount; ++i) {
+        const std::uint32_t one = flow(random);
+        scenario.frames.push_back(makeFrame(kind, kind.stack(label(random), one), one));
+    }
+    return scenario;
+}
+
+} // namespace Bench
