@@ -10,7 +10,10 @@
 namespace Ovix {
 
 /// The trace source of everything but multicast.
-TraceSource& mainTrace();
+inline TraceSource& mainTrace() {
+    static TraceSource& source = TraceSource::named("Routing::Mpls", "Ovix::Routing::Mpls");
+    return source;
+}
 
 namespace FrameCategory {
 inline constexpr std::string_view drop = "Drop";               ///< the frame is discarded

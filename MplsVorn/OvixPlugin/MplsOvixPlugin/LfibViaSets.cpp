@@ -35,6 +35,11 @@ MplsOvixPlugin::viaSetFromLfibStatus(const Ptr<RoutingContext>& context,
     }
     const Mpls::LfibViaSetKey viaSetKey =
         readOrDefault(lfib, [&] { return lfib->route(key); }).viaSetKey;
+    // An absent route names the default key, which names no via set: no need to go and see.
+    if (viaSetKey == Mpls::LfibViaSetKey()) [[likely]] {
+        report(*context, noViaSet, viaSetKey, key);
+        return nullptr;
+    }
     const Mpls::LfibViaSet viaSet = readOrDefault(lfib, [&] { return lfib->viaSet(viaSetKey); });
     if (viaSet.viaKeys.size() == 1) {
         return fromOneKey(lfib, viaSet);

@@ -5,6 +5,7 @@
 #include "Ovix/OvixMplsVia.h"
 
 #include <cstdint>
+#include <cstring>
 #include <span>
 #include <string>
 #include <string_view>
@@ -26,7 +27,17 @@ class LfibStatus : public LfibViaSource {
 
     std::string_view typeName() const noexcept override { return entityTypeName; }
 
-    LfibRoute route(RouteKey key) const;
+    LfibRoute route(RouteKey key) const noexcept {
+        if (key.depth() != 1) {
+            return {};
+        }
+        LfibRoute route{key, {}};
+        std::memcpy(&route.viaSetKey,
+                    memory_.data() + LfibLayout::indexOffset +
+                        key.topLabel().value() * sizeof route.viaSetKey,
+                    sizeof route.viaSetKey);
+        return route.viaSetKey.value != 0 ? route : LfibRoute{};
+    }
     LfibViaSet viaSet(LfibViaSetKey key) const;
     LfibIpLookupVia ipLookupVia(const LfibViaKey& key) const;
     LfibMulticastIpLookupVia multicastIpLookupVia(const LfibViaKey& key) const;

@@ -40,7 +40,14 @@ class OvixNamedCounters : public Tessel::Counted {
 
     OvixNamedCounters();
 
-    void count(const CounterKey& key);
+    void count(const CounterKey& key) {
+        Counter* counter = find(key);
+        if (counter == nullptr) [[unlikely]] {
+            counter = &add(key);
+        }
+        ++counter->count;
+        last_ = counter;
+    }
     void count(std::string_view category, std::string_view module, std::string_view reason) {
         count(CounterKey(category, module, reason));
     }
@@ -57,7 +64,15 @@ class OvixNamedCounters : public Tessel::Counted {
     void forgetLast() noexcept { last_ = nullptr; }
 
   private:
-    Counter* find(const CounterKey& key) const noexcept;
+    // Names are told apart by their 64-bit hash: nobody outside chooses them.
+    Counter* find(const CounterKey& key) const noexcept {
+        const std::size_t mask = slots_.size() - 1;
+        std::size_t at = key.hash & mask;
+        while (slots_[at] != nullptr && slots_[at]->hash != key.hash) {
+            at = (at + 1) & mask;
+        }
+        return slots_[at];
+    }
     Counter& add(const CounterKey& key);
     void insert(Counter& counter) noexcept;
 

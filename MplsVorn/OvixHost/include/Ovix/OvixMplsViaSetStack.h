@@ -6,7 +6,10 @@
 #include "Tessel/Slab.h"
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <new>
 
 namespace Ovix {
 
@@ -22,22 +25,33 @@ class OvixMplsViaSetStack : public Tessel::Counted, public Tessel::Slabbed<OvixM
   public:
     static constexpr std::size_t positions = Lumo::MplsStackEntryIndex::nullValue + std::size_t{1};
 
-    /// Positions are added in order from 0.
+    OvixMplsViaSetStack() noexcept {} // positions not yet added are left unset on purpose
+    ~OvixMplsViaSetStack() override { std::destroy_n(entries(), count_); }
+
+    /// Positions are added in order from 0, each once.
     void addViaSetForLabel(Lumo::MplsStackEntryIndex position, Lumo::MplsLabelEntry entry,
                            Ptr<OvixMplsViaSet> viaSet) noexcept {
-        entries_[position.value()] = {entry, std::move(viaSet)};
+        new (entries() + position.value()) OvixMplsHdrAndViaSet{entry, std::move(viaSet)};
         count_ = position.value() + 1U;
     }
 
     std::uint32_t size() const noexcept { return count_; }
     bool empty() const noexcept { return count_ == 0; }
     const OvixMplsHdrAndViaSet& at(Lumo::MplsStackEntryIndex position) const noexcept {
-        return entries_[position.value()];
+        return entries()[position.value()];
     }
 
   private:
-    std::array<OvixMplsHdrAndViaSet, positions> entries_{};
+    OvixMplsHdrAndViaSet* entries() noexcept {
+        return reinterpret_cast<OvixMplsHdrAndViaSet*>(storage_.data());
+    }
+    const OvixMplsHdrAndViaSet* entries() const noexcept {
+        return reinterpret_cast<const OvixMplsHdrAndViaSet*>(storage_.data());
+    }
+
     std::uint32_t count_ = 0;
+    alignas(OvixMplsHdrAndViaSet)
+        std::array<std::byte, positions * sizeof(OvixMplsHdrAndViaSet)> storage_;
 };
 
 } // namespace Ovix

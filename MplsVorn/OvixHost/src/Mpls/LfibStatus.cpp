@@ -39,15 +39,6 @@ LfibStatus::LfibStatus(std::string name, std::span<const std::byte> memory)
     }
 }
 
-LfibRoute LfibStatus::route(RouteKey key) const {
-    if (key.depth() != 1) {
-        return {};
-    }
-    const auto viaSet =
-        load<std::uint64_t>(memory_, indexOffset + key.topLabel().value() * sizeof(std::uint64_t));
-    return viaSet != 0 ? LfibRoute{key, {viaSet}} : LfibRoute{};
-}
-
 void LfibStatus::prefetch(RouteKey key) const noexcept {
     __builtin_prefetch(memory_.data() + indexOffset +
                        key.topLabel().value() * sizeof(std::uint64_t));

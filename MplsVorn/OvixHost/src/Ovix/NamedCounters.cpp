@@ -8,37 +8,14 @@ namespace {
 
 constexpr std::size_t initialSlots = 64;
 
-bool names(const OvixNamedCounters::Counter& counter, const CounterKey& key) noexcept {
-    return counter.hash == key.hash && counter.reason == key.reason &&
-           counter.category == key.category && counter.module == key.module;
-}
-
 } // namespace
 
 OvixNamedCounters::OvixNamedCounters() : slots_(initialSlots, nullptr) {}
-
-void OvixNamedCounters::count(const CounterKey& key) {
-    Counter* counter = find(key);
-    if (counter == nullptr) [[unlikely]] {
-        counter = &add(key);
-    }
-    ++counter->count;
-    last_ = counter;
-}
 
 std::uint64_t OvixNamedCounters::value(std::string_view category, std::string_view module,
                                        std::string_view reason) const {
     const Counter* counter = find(CounterKey(category, module, reason));
     return counter != nullptr ? counter->count : 0;
-}
-
-OvixNamedCounters::Counter* OvixNamedCounters::find(const CounterKey& key) const noexcept {
-    const std::size_t mask = slots_.size() - 1;
-    for (std::size_t at = key.hash & mask;; at = (at + 1) & mask) {
-        if (slots_[at] == nullptr || names(*slots_[at], key)) {
-            return slots_[at];
-        }
-    }
 }
 
 OvixNamedCounters::Counter& OvixNamedCounters::add(const CounterKey& key) {
