@@ -1,15 +1,14 @@
 // Time and heap allocations per frame: for the plugin alone and for the agent's whole road.
 
+#include <benchmark/benchmark.h>
+#include <memory>
+
 #include "Allocations.h"
 #include "Lumo/Pkt.h"
 #include "Mpls/Hardware/Status.h"
 #include "Mpls/LfibWriter.h"
 #include "Router.h"
 #include "Scenarios.h"
-
-#include <benchmark/benchmark.h>
-
-#include <memory>
 
 namespace {
 
@@ -42,8 +41,8 @@ void countPerFrame(benchmark::State& state, std::uint64_t allocations) {
     const auto frames = static_cast<double>(state.iterations() * static_cast<std::int64_t>(batch));
     state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(batch));
     state.counters["allocs/frame"] = static_cast<double>(allocations) / frames;
-    state.counters["ns/frame"] = benchmark::Counter(
-        frames, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+    state.counters["ns/frame"] =
+        benchmark::Counter(frames, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
 }
 
 /// From processPacket to the filled output; the frames are taken in and parsed beforehand.
@@ -87,8 +86,7 @@ void wholeRoad(benchmark::State& state, const std::string& name) {
     const auto& frames = setup.scenario.frames;
     // Counters of labels come into being with their first packet, so every frame is sent once.
     for (const auto& frame : frames) {
-        setup.router->forwarder().receive(
-            {0, {}, frame, static_cast<std::uint32_t>(frame.size())});
+        setup.router->forwarder().receive({0, {}, frame, static_cast<std::uint32_t>(frame.size())});
     }
     std::size_t next = 0;
     const std::uint64_t before = Bench::allocations();
@@ -131,8 +129,8 @@ void hardwareLookup(benchmark::State& state) {
     for (auto _ : state) {
         for (std::size_t i = 0; i < batch; ++i) {
             random = random * 1664525U + 1013904223U;
-            const std::uint32_t label = 16 + static_cast<std::uint32_t>(
-                                                 (std::uint64_t{random} * routes) >> 32U);
+            const std::uint32_t label =
+                16 + static_cast<std::uint32_t>((std::uint64_t{random} * routes) >> 32U);
             const auto route = status.route(Mpls::RouteKey::fromLabel(Lumo::MplsLabel(label)));
             benchmark::DoNotOptimize(status.adjacency(route.adjacencyKey).get());
         }
@@ -160,8 +158,8 @@ void lfibLookup(benchmark::State& state) {
     for (auto _ : state) {
         for (std::size_t i = 0; i < batch; ++i) {
             random = random * 1664525U + 1013904223U;
-            const std::uint32_t label = 16 + static_cast<std::uint32_t>(
-                                                 (std::uint64_t{random} * routes) >> 32U);
+            const std::uint32_t label =
+                16 + static_cast<std::uint32_t>((std::uint64_t{random} * routes) >> 32U);
             const auto route =
                 writer.status()->route(Mpls::RouteKey::fromLabel(Lumo::MplsLabel(label)));
             const auto set = writer.status()->viaSet(route.viaSetKey);

@@ -1,11 +1,11 @@
 // Sends frames down the road under callgrind: frame_instructions SCENARIO FRAMES
 
-#include "Router.h"
-#include "Scenarios.h"
-
 #include <cstdio>
 #include <exception>
 #include <string>
+
+#include "Router.h"
+#include "Scenarios.h"
 
 int main(int argc, char** argv) {
     if (argc != 3) {

@@ -1,10 +1,10 @@
 #include "Scenarios.h"
 
-#include "Lumo/MplsLabel.h"
-
 #include <map>
 #include <random>
 #include <stdexcept>
+
+#include "Lumo/MplsLabel.h"
 
 namespace Bench {
 
@@ -40,9 +40,15 @@ ViaConfig via(ViaAction action, std::vector<std::uint32_t> labels) {
     return made;
 }
 
-std::vector<ViaConfig> swapVia() { return {via(ViaAction::swap, {300})}; }
-std::vector<ViaConfig> popVia() { return {via(ViaAction::pop, {})}; }
-std::vector<ViaConfig> pushVia() { return {via(ViaAction::push, {601, 602, 603})}; }
+std::vector<ViaConfig> swapVia() {
+    return {via(ViaAction::swap, {300})};
+}
+std::vector<ViaConfig> popVia() {
+    return {via(ViaAction::pop, {})};
+}
+std::vector<ViaConfig> pushVia() {
+    return {via(ViaAction::push, {601, 602, 603})};
+}
 std::vector<ViaConfig> sixteenVias() {
     std::vector<ViaConfig> vias(16, via(ViaAction::swap, {300}));
     for (std::size_t i = 0; i < vias.size(); ++i) {
@@ -51,12 +57,18 @@ std::vector<ViaConfig> sixteenVias() {
     return vias;
 }
 
-std::vector<std::uint32_t> oneLabel(std::uint32_t label, std::uint32_t) { return {label}; }
+std::vector<std::uint32_t> oneLabel(std::uint32_t label, std::uint32_t) {
+    return {label};
+}
 std::vector<std::uint32_t> sixLabels(std::uint32_t label, std::uint32_t flow) {
     return {label, label, label, label, 7, 20000 + flow % 1000};
 }
-std::vector<std::uint32_t> unknownLabel(std::uint32_t, std::uint32_t) { return {maxLabels - 1}; }
-std::vector<std::uint32_t> explicitNull(std::uint32_t, std::uint32_t) { return {0}; }
+std::vector<std::uint32_t> unknownLabel(std::uint32_t, std::uint32_t) {
+    return {maxLabels - 1};
+}
+std::vector<std::uint32_t> explicitNull(std::uint32_t, std::uint32_t) {
+    return {0};
+}
 
 const std::map<std::string, Kind>& kinds() {
     constexpr std::uint16_t lspPing = 3503;

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "ConfigTypes.h"
-
 #include <cstdint>
 #include <string>
 #include <vector>
+
+#include "ConfigTypes.h"
 
 namespace Bench {
 
@@ -18,8 +18,8 @@ struct Scenario {
 /// The kinds of traffic that are measured.
 std::vector<std::string> scenarioNames();
 
-/// Throws std::out_of_range for an unknown name. `routes` labels have a route, each with an adjacency
-/// of its own; the frames' labels are spread over all of them.
+/// Throws std::out_of_range for an unknown name. `routes` labels have a route, each with an
+/// adjacency of its own; the frames' labels are spread over all of them.
 Scenario makeScenario(const std::string& name, std::uint32_t routes);
 
 } // namespace Bench

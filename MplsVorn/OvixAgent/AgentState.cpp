@@ -1,5 +1,7 @@
 #include "AgentState.h"
 
+#include <exception>
+
 #include "ConfigError.h"
 #include "Interface/EthIntfStatusDir.h"
 #include "Mpls/Hardware/Capability.h"
@@ -8,8 +10,6 @@
 #include "Neighbours.h"
 #include "Routing/Multicast/MvpnIntfStatus.h"
 #include "Tessel/ShmEntityManager.h"
-
-#include <exception>
 
 namespace OvixAgent {
 
@@ -31,12 +31,11 @@ std::vector<Mpls::WeightedVia> toVias(const ViaList& list, const AgentConfig& co
     return vias;
 }
 
-void publishRoute(Mpls::LfibWriter& lfib, const LfibRouteConfig& route,
-                  const AgentConfig& config) {
+void publishRoute(Mpls::LfibWriter& lfib, const LfibRouteConfig& route, const AgentConfig& config) {
     const RouteKey key = RouteKey::fromLabel(Lumo::MplsLabel(route.label));
     const auto type = static_cast<Mpls::LfibViaType>(route.type);
-    const bool lookup = route.type == ViaTypes::ipLookup ||
-                        route.type == ViaTypes::ipLookupPerPrefix;
+    const bool lookup =
+        route.type == ViaTypes::ipLookup || route.type == ViaTypes::ipLookupPerPrefix;
     if (lookup && route.vias.size() == 1) {
         const ViaConfig& via = route.vias.front();
         lfib.ipLookupRouteIs(key, type, L3::VrfName(std::string_view(via.vrf)),
@@ -88,8 +87,8 @@ AgentState::AgentState(const AgentConfig& config, const std::string& file,
     publishState(config);
     publishLfibs(config, file);
     auto manager = Tessel::make<Ovix::PluginManager>();
-    manager->shmEntitySourceIs(Tessel::make<Ovix::ShmEntitySource>(
-        Tessel::ShmEntityManager::ofSystem(systemName, true)));
+    manager->shmEntitySourceIs(
+        Tessel::make<Ovix::ShmEntitySource>(Tessel::ShmEntityManager::ofSystem(systemName, true)));
     manager->packetHashers()->hasherIs(Ovix::PktHdrType::mpls, Tessel::make<Ovix::MplsHasher>());
     context_ = Tessel::make<Ovix::PluginContext>(entities_, manager);
 }
@@ -113,9 +112,9 @@ void AgentState::publishState(const AgentConfig& config) {
     hardware->reserve(config.hardware.routes.size());
     for (const AdjacencyConfig& adjacency : config.hardware.adjacencies) {
         hardware->adjacencyIs(adjacency.id,
-                              Mpls::Hardware::Adjacency::create(
-                                  toVias(adjacency.vias, config),
-                                  toVias(adjacency.backups, config), adjacency.useBackups));
+                              Mpls::Hardware::Adjacency::create(toVias(adjacency.vias, config),
+                                                                toVias(adjacency.backups, config),
+                                                                adjacency.useBackups));
     }
     for (const HardwareRouteConfig& route : config.hardware.routes) {
         hardware->routeIs({RouteKey::fromLabel(Lumo::MplsLabel(route.label)), route.adjacency,

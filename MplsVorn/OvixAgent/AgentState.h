@@ -1,13 +1,13 @@
 #pragma once
 
+#include <array>
+#include <memory>
+#include <string>
+
 #include "ConfigTypes.h"
 #include "Mpls/LfibWriter.h"
 #include "Ovix/OvixPlugin.h"
 #include "Tessel/EntityManager.h"
-
-#include <array>
-#include <memory>
-#include <string>
 
 namespace OvixAgent {
 

@@ -1,9 +1,9 @@
 #include "Forwarder.h"
 
-#include "Ovix/IpHeaderAccess.h"
-
 #include <algorithm>
 #include <exception>
+
+#include "Ovix/IpHeaderAccess.h"
 
 namespace OvixAgent {
 
@@ -16,7 +16,9 @@ constexpr std::string_view handedOnCategory = "handedOn";
 
 constexpr Fate forwarded{FateKind::forwarded, {}};
 
-constexpr Fate drop(std::string_view reason) noexcept { return {FateKind::dropped, reason}; }
+constexpr Fate drop(std::string_view reason) noexcept {
+    return {FateKind::dropped, reason};
+}
 
 /// The destination of the IP packet that a packet starts with; of no family for anything else.
 Lumo::IpGenAddr ipDestination(Ovix::PacketContext& packet) {
@@ -77,8 +79,7 @@ Ptr<Ovix::PacketContext> Forwarder::takeBytes(const Frame& frame) const {
 Fate Forwarder::route(const Frame& frame, const Ptr<Ovix::PacketContext>& packet,
                       const ReceivedLink& link) {
     const Lumo::IntfId ingress = ports_->ports()[frame.port].intfId;
-    const auto context =
-        Tessel::make<Ovix::RoutingContext>(in_.frames, packet, counters_, ingress);
+    const auto context = Tessel::make<Ovix::RoutingContext>(in_.frames, packet, counters_, ingress);
     const auto output = Tessel::make<Ovix::RoutingOutput>();
     mplsHandler_->processPacket(output, context, link.routed, vrfRoot_);
     const Ovix::RoutingNexthops& nexthops = *output->nexthops();
@@ -101,8 +102,8 @@ Fate Forwarder::sendToAll(const Frame& frame, const Ptr<Ovix::RoutingContext>& c
     std::size_t left = nexthops.size();
     Fate last = forwarded;
     for (const Ptr<Ovix::RoutingNexthop>& nexthop : nexthops) {
-        const auto copy = Tessel::make<Ovix::RoutingContext>(
-            context->packetId(), takeBytes(frame), counters_, context->ingressIntfId());
+        const auto copy = Tessel::make<Ovix::RoutingContext>(context->packetId(), takeBytes(frame),
+                                                             counters_, context->ingressIntfId());
         last = send(frame, copy, link, *nexthop);
         if (--left > 0) {
             ++replicas_;
@@ -181,8 +182,7 @@ Fate Forwarder::transmit(const Frame& frame, const Ptr<Ovix::RoutingContext>& co
     Port& port = *egress.port;
     // What a capture left out of the frame counts for its length all the same.
     const std::size_t snapped = frame.originalLength - frame.bytes.size();
-    const std::uint32_t mtu =
-        nexthop.mtu() != 0 ? std::min(nexthop.mtu(), port.mtu) : port.mtu;
+    const std::uint32_t mtu = nexthop.mtu() != 0 ? std::min(nexthop.mtu(), port.mtu) : port.mtu;
     if (packet.pkt()->bytes() + snapped > mtu) {
         return drop(Reason::mtuExceeded);
     }

@@ -1,8 +1,8 @@
 #include "LinkHeader.h"
 
-#include "Lumo/NetInt.h"
-
 #include <algorithm>
+
+#include "Lumo/NetInt.h"
 
 namespace OvixAgent {
 
@@ -31,8 +31,7 @@ ReceivedLink readLink(Ovix::ParsedPacket& parsed) {
     if (!link.routed || link.routed->pktHdrType() != Ovix::PktHdrType::vlanTags) {
         return link;
     }
-    const auto* data =
-        static_cast<const Ovix::VlanTagHeaderData*>(link.routed->headerData().get());
+    const auto* data = static_cast<const Ovix::VlanTagHeaderData*>(link.routed->headerData().get());
     link.tags.count = data->vlanTags().size();
     std::copy(data->vlanTags().begin(), data->vlanTags().end(), link.tags.tags.begin());
     link.routed = parsed.header(2);

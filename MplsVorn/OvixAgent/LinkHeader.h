@@ -1,12 +1,12 @@
 #pragma once
 
+#include <array>
+#include <cstdint>
+
 #include "Lumo/EthAddr.h"
 #include "Lumo/Pkt.h"
 #include "Ovix/PacketContext.h"
 #include "PortTable.h"
-
-#include <array>
-#include <cstdint>
 
 namespace OvixAgent {
 

@@ -1,13 +1,13 @@
 #pragma once
 
-#include "ConfigTypes.h"
-#include "Lumo/EthAddr.h"
-#include "Lumo/IpGenAddr.h"
-
 #include <optional>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
+
+#include "ConfigTypes.h"
+#include "Lumo/EthAddr.h"
+#include "Lumo/IpGenAddr.h"
 
 namespace OvixAgent {
 

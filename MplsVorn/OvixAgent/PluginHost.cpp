@@ -1,8 +1,8 @@
 #include "PluginHost.h"
 
-#include "Plugin/Library.h"
-
 #include <filesystem>
+
+#include "Plugin/Library.h"
 
 namespace OvixAgent {
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Ovix/OvixPlugin.h"
-
 #include <string>
+
+#include "Ovix/OvixPlugin.h"
 
 namespace OvixAgent {
 

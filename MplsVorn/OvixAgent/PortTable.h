@@ -1,14 +1,14 @@
 #pragma once
 
+#include <string>
+#include <vector>
+
 #include "ConfigTypes.h"
 #include "Lumo/EthAddr.h"
 #include "Lumo/IntfId.h"
 #include "Summary.h"
 #include "Tessel/FlatMap.h"
 #include "TransmitPort.h"
-
-#include <string>
-#include <vector>
 
 namespace OvixAgent {
 

@@ -1,5 +1,11 @@
 #include "Run.h"
 
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <fmt/core.h>
+#include <memory>
+
 #include "AgentState.h"
 #include "CaptureDirectory.h"
 #include "CaptureMerge.h"
@@ -10,13 +16,6 @@
 #include "Ovix/Trace.h"
 #include "PluginHost.h"
 #include "Toggles.h"
-
-#include <fmt/core.h>
-
-#include <algorithm>
-#include <cstdio>
-#include <exception>
-#include <memory>
 
 namespace OvixAgent {
 
@@ -97,8 +96,9 @@ int report(const RunOptions& options, const Summary& summary) {
         fmt::print("{}", summaryTable(summary));
     }
     if (!summary.isBalanced()) {
-        fmt::print(stderr, "ovix-agent: the frames do not add up: {} in and {} replicas, {} "
-                           "accounted for\n",
+        fmt::print(stderr,
+                   "ovix-agent: the frames do not add up: {} in and {} replicas, {} "
+                   "accounted for\n",
                    summary.in.frames, summary.replicas, summary.accountedFor());
         return ExitCode::imbalance;
     }

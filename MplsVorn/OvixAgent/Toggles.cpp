@@ -1,13 +1,12 @@
 #include "Toggles.h"
 
-#include "ConfigError.h"
-#include "Ovix/ToggleService.h"
-
-#include <nlohmann/json.hpp>
-
 #include <filesystem>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <optional>
+
+#include "ConfigError.h"
+#include "Ovix/ToggleService.h"
 
 namespace OvixAgent {
 
@@ -37,18 +36,18 @@ std::optional<bool> toggleInFile(const std::filesystem::path& path, const std::s
 
 void serveToggles(const AgentConfig& config, const std::string& configFile) {
     const auto directory = std::filesystem::path(configFile).parent_path();
-    Ovix::ToggleService::instance().sourceIs([toggles = config.toggles, directory](
-                                                 std::string_view file, std::string_view toggle,
-                                                 bool byDefault) {
-        const auto configured = toggles.find(std::string(file));
-        if (configured != toggles.end()) {
-            const auto state = configured->second.find(std::string(toggle));
-            if (state != configured->second.end()) {
-                return state->second;
+    Ovix::ToggleService::instance().sourceIs(
+        [toggles = config.toggles, directory](std::string_view file, std::string_view toggle,
+                                              bool byDefault) {
+            const auto configured = toggles.find(std::string(file));
+            if (configured != toggles.end()) {
+                const auto state = configured->second.find(std::string(toggle));
+                if (state != configured->second.end()) {
+                    return state->second;
+                }
             }
-        }
-        return toggleInFile(directory / file, std::string(toggle)).value_or(byDefault);
-    });
+            return toggleInFile(directory / file, std::string(toggle)).value_or(byDefault);
+        });
 }
 
 } // namespace OvixAgent

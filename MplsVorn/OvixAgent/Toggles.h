@@ -1,8 +1,8 @@
 #pragma once
 
-#include "ConfigTypes.h"
-
 #include <string>
+
+#include "ConfigTypes.h"
 
 namespace OvixAgent {
 

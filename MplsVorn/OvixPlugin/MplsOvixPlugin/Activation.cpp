@@ -1,10 +1,10 @@
 // From the plugin's main object to one that forwards: state fetched, tables mounted, hooks set.
 
+#include <array>
+
 #include "FrameEvents.h"
 #include "LfibCounterAction.h"
 #include "MplsOvixPlugin.h"
-
-#include <array>
 
 namespace Ovix {
 
@@ -21,8 +21,8 @@ constexpr std::string_view evpnEtreeLeafLabelLfib = "mpls/evpnEtreeLeafLabelLfib
 constexpr std::string_view pseudowireLfib = "mpls/pseudowireLfib";
 constexpr std::string_view transitLfib = "mpls/transitLfib";
 
-constexpr std::array lfibMounts = {decapLfib, evpnEthernetSegmentFilterLfib,
-                                   evpnEtreeLeafLabelLfib, pseudowireLfib, transitLfib};
+constexpr std::array lfibMounts = {decapLfib, evpnEthernetSegmentFilterLfib, evpnEtreeLeafLabelLfib,
+                                   pseudowireLfib, transitLfib};
 
 } // namespace
 

@@ -1,11 +1,11 @@
 #pragma once
 
+#include <string_view>
+
 #include "Ovix/NamedCounters.h"
 #include "Ovix/RoutingContext.h"
 #include "Ovix/Trace.h"
 #include "Ovix/TraceFormat.h"
-
-#include <string_view>
 
 namespace Ovix {
 
@@ -43,7 +43,9 @@ void traceFrame(const RoutingContext& context, const Args&... args) {
 
 namespace FrameEventDetail {
 
-inline void fillIn(TraceLine& line, std::string_view text) { line << text; }
+inline void fillIn(TraceLine& line, std::string_view text) {
+    line << text;
+}
 
 template <typename Value, typename... Values>
 void fillIn(TraceLine& line, std::string_view text, const Value& value, const Values&... values) {

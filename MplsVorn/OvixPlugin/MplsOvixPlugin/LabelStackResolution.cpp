@@ -55,8 +55,8 @@ Ptr<OvixMplsViaSet> MplsOvixPlugin::findOvixMplsViaSet(const Ptr<RoutingContext>
     if (auto viaSet = viaSetFromLfibStatus(context, lfibTables_->decapLfib(), key)) {
         return viaSet;
     }
-    if (auto viaSet = viaSetFromLfibStatus(context, lfibTables_->evpnEthernetSegmentFilterLfib(),
-                                           key)) {
+    if (auto viaSet =
+            viaSetFromLfibStatus(context, lfibTables_->evpnEthernetSegmentFilterLfib(), key)) {
         return viaSet;
     }
     if (auto viaSet = viaSetFromLfibStatus(context, lfibTables_->pseudowireLfib(), key)) {

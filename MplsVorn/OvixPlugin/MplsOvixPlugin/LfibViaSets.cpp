@@ -26,10 +26,9 @@ Ptr<OvixMplsViaSet> fromOneKey(const Ptr<const Mpls::LfibStatus>& lfib,
 
 } // namespace
 
-Ptr<OvixMplsViaSet>
-MplsOvixPlugin::viaSetFromLfibStatus(const Ptr<RoutingContext>& context,
-                                     const Ptr<const Mpls::LfibStatus>& lfib,
-                                     Mpls::RouteKey key) const {
+Ptr<OvixMplsViaSet> MplsOvixPlugin::viaSetFromLfibStatus(const Ptr<RoutingContext>& context,
+                                                         const Ptr<const Mpls::LfibStatus>& lfib,
+                                                         Mpls::RouteKey key) const {
     if (!lfib) {
         return nullptr; // not mounted: it holds no label, and nobody expects it to
     }

@@ -31,9 +31,9 @@ Ptr<MplsIpViaTypeHandler> MplsIpViaTypeHandler::MplsIpViaTypeHandlerIs(
     return Tessel::make<MplsIpViaTypeHandler>(viaType, lfibTables, counterCollection);
 }
 
-Ptr<MplsIpViaTypeHandler> mplsIpViaTypeHandlerFactory(
-    Mpls::LfibViaType viaType, const Ptr<MplsLfibTables>& lfibTables,
-    const Ptr<Counter::OvixLfibCounterCollection>& counterCollection) {
+Ptr<MplsIpViaTypeHandler>
+mplsIpViaTypeHandlerFactory(Mpls::LfibViaType viaType, const Ptr<MplsLfibTables>& lfibTables,
+                            const Ptr<Counter::OvixLfibCounterCollection>& counterCollection) {
     return MplsIpViaTypeHandler::MplsIpViaTypeHandlerIs(viaType, lfibTables, counterCollection);
 }
 

@@ -10,7 +10,9 @@ MplsLfibStatusSm::MplsLfibStatusSm(Ptr<const Mpls::LfibStatus> lfibStatus,
     hasNotificationActiveIs(true);
 }
 
-MplsLfibStatusSm::~MplsLfibStatusSm() { hasNotificationActiveIs(false); }
+MplsLfibStatusSm::~MplsLfibStatusSm() {
+    hasNotificationActiveIs(false);
+}
 
 Ptr<MplsLfibStatusSm> MplsLfibStatusSm::MplsLfibStatusSmIs(
     const Ptr<const Mpls::LfibStatus>& lfibStatus,

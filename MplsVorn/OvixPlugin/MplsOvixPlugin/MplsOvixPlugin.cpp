@@ -2,7 +2,9 @@
 
 namespace Ovix {
 
-MplsOvixPlugin::MplsOvixPlugin(std::string name) : OvixPlugin(std::move(name)) { defaultInit(); }
+MplsOvixPlugin::MplsOvixPlugin(std::string name) : OvixPlugin(std::move(name)) {
+    defaultInit();
+}
 
 void MplsOvixPlugin::defaultInit() {
     lfibTablesIs();
@@ -72,8 +74,7 @@ Ptr<HwStatusViaHelper> MplsOvixPlugin::hwStatusViaHelperDel() {
     return clearAndPublish(hwStatusViaHelper_, hwStatusViaHelperAttr);
 }
 
-void MplsOvixPlugin::mvpnIntfStatusIs(
-    const Ptr<const Routing::Multicast::MvpnIntfStatus>& status) {
+void MplsOvixPlugin::mvpnIntfStatusIs(const Ptr<const Routing::Multicast::MvpnIntfStatus>& status) {
     assignAndPublish(mvpnIntfStatus_, status, mvpnIntfStatusAttr);
 }
 
@@ -100,14 +101,13 @@ Ptr<MplsLfibTables> MplsOvixPlugin::lfibTablesDel() {
     return clearAndPublish(lfibTables_, lfibTablesAttr);
 }
 
-void MplsOvixPlugin::mplsViaTypeHandlerRegistryIs(
-    const Ptr<MplsViaTypeHandlerRegistry>& registry) {
+void MplsOvixPlugin::mplsViaTypeHandlerRegistryIs(const Ptr<MplsViaTypeHandlerRegistry>& registry) {
     assignAndPublish(mplsViaTypeHandlerRegistry_, registry, mplsViaTypeHandlerRegistryAttr);
 }
 
-Ptr<MplsLfibStatusSm> MplsOvixPlugin::lfibStatusSmIs(
-    const Ptr<const Mpls::LfibStatus>& lfibStatus,
-    const Ptr<Counter::OvixLfibCounterCollection>& counterCollection) {
+Ptr<MplsLfibStatusSm>
+MplsOvixPlugin::lfibStatusSmIs(const Ptr<const Mpls::LfibStatus>& lfibStatus,
+                               const Ptr<Counter::OvixLfibCounterCollection>& counterCollection) {
     if (!lfibStatusSm_ || lfibStatusSm_->lfibStatus() != lfibStatus ||
         lfibStatusSm_->counterCollection() != counterCollection) {
         assignAndPublish(lfibStatusSm_,
@@ -128,8 +128,7 @@ Ptr<MplsLfibStatusSm> MplsOvixPlugin::lfibStatusSmDel() {
 Ptr<ClearLfibCountersSm> MplsOvixPlugin::clearLfibCountersSmIs(
     const Ptr<Counter::OvixLfibCounterCollection>& counterCollection,
     const Ptr<Counter::ClearCountersRequests>& requests) {
-    if (!clearLfibCountersSm_ ||
-        clearLfibCountersSm_->counterCollection() != counterCollection ||
+    if (!clearLfibCountersSm_ || clearLfibCountersSm_->counterCollection() != counterCollection ||
         clearLfibCountersSm_->requests() != requests) {
         assignAndPublish(clearLfibCountersSm_,
                          Tessel::make<ClearLfibCountersSm>(counterCollection, requests),

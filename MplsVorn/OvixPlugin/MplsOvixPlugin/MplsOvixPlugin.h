@@ -131,11 +131,10 @@ class MplsOvixPlugin : public OvixPlugin {
 
     /// Leaves the decision in the output's next hops: to forward, to punt, or (none) to drop.
     void handleMplsFrame(const Ptr<RoutingOutput>& output, const Ptr<RoutingContext>& context,
-                         const Ptr<PacketHeader>& header,
-                         const Ptr<RoutingVrfRoot>& vrfRoot) const;
+                         const Ptr<PacketHeader>& header, const Ptr<RoutingVrfRoot>& vrfRoot) const;
 
-    /// Whether the frame is an MPLS OAM packet: a router-alert label with nothing but explicit nulls
-    /// above it, or nothing but explicit nulls over an LSP ping (RFC 8029).
+    /// Whether the frame is an MPLS OAM packet: a router-alert label with nothing but explicit
+    /// nulls above it, or nothing but explicit nulls over an LSP ping (RFC 8029).
     bool checkForOam(const Ptr<RoutingContext>& context, const Ptr<PacketHeader>& mplsHeader,
                      const Ptr<MplsHeaderData>& labels) const;
     /// Whether the header starts an IP packet to a loopback address and UDP port 3503; `header` may
@@ -148,10 +147,8 @@ class MplsOvixPlugin : public OvixPlugin {
     Ptr<OvixMplsViaSetStack> resolveViaSetsForLabelStack(const Ptr<RoutingContext>& context,
                                                          const Ptr<MplsHeaderData>& labels) const;
     /// True: the label resolves nowhere and the walk stops.
-    bool updateViaSetStack(const Ptr<RoutingContext>& context,
-                           Lumo::MplsStackEntryIndex position,
-                           const Ptr<OvixMplsViaSetStack>& stack,
-                           Lumo::MplsLabelEntry entry) const;
+    bool updateViaSetStack(const Ptr<RoutingContext>& context, Lumo::MplsStackEntryIndex position,
+                           const Ptr<OvixMplsViaSetStack>& stack, Lumo::MplsLabelEntry entry) const;
     /// Empty when no table holds the label.
     Ptr<OvixMplsViaSet> findOvixMplsViaSet(const Ptr<RoutingContext>& context,
                                            Lumo::MplsLabelEntry entry) const;
@@ -172,8 +169,7 @@ class MplsOvixPlugin : public OvixPlugin {
                             const Ptr<OvixMplsViaSetStack>& viaSets) const;
     /// Pops a label that is never looked up; at the bottom of the stack it points the next hop at
     /// the payload's IP destination.
-    void handleReservedLabel(const Ptr<RoutingContext>& context,
-                             const Ptr<RoutingNexthop>& nexthop,
+    void handleReservedLabel(const Ptr<RoutingContext>& context, const Ptr<RoutingNexthop>& nexthop,
                              const Ptr<PacketHeader>& innerHeader,
                              Lumo::MplsLabelEntry entry) const;
 

@@ -1,10 +1,10 @@
 // Recognises MPLS OAM packets (LSP ping, RFC 8029), which belong to the CPU.
 
+#include <array>
+
 #include "FrameEvents.h"
 #include "MplsOvixPlugin.h"
 #include "Ovix/IpHeaderAccess.h"
-
-#include <array>
 
 namespace Ovix {
 

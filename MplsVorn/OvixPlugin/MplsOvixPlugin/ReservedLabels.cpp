@@ -11,8 +11,8 @@ namespace {
 
 constexpr FrameEvent noInnerHeader{FrameCategory::drop, "No inner header for reserved label bos"};
 constexpr FrameEvent oamResetVrf{FrameCategory::action, "MPLS Oam packet, reset vrf to default"};
-constexpr FrameEvent unknownInnerHeader{
-    FrameCategory::drop, "Unknown inner header type for reserved label bos: %s"};
+constexpr FrameEvent unknownInnerHeader{FrameCategory::drop,
+                                        "Unknown inner header type for reserved label bos: %s"};
 
 void pop(const Ptr<RoutingContext>& context, const Ptr<RoutingNexthop>& nexthop,
          const Ptr<PacketHeader>& innerHeader, Lumo::MplsLabelEntry entry,

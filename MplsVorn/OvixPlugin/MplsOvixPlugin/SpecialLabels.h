@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Lumo/MplsLabel.h"
-
 #include <cstdint>
+
+#include "Lumo/MplsLabel.h"
 
 namespace Ovix {
 

@@ -5,8 +5,8 @@
 
 namespace Ovix {
 
-/// Reads a record of a shared table by calling `read`. Corruption never stops the frame: the table's
-/// hook is told and the default record is the result. Any other exception passes on.
+/// Reads a record of a shared table by calling `read`. Corruption never stops the frame: the
+/// table's hook is told and the default record is the result. Any other exception passes on.
 template <typename Table, typename Read>
 auto readOrDefault(const Ptr<Table>& table, Read&& read) -> decltype(read()) {
     try {

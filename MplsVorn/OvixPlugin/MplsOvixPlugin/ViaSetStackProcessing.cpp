@@ -43,8 +43,8 @@ void MplsOvixPlugin::processViaSetStack(const Ptr<RoutingContext>& context,
             // its indicator.
             handleReservedLabel(context, nexthop, innerHeader, entry);
         } else if (settled(handleViaSet(Tessel::make<MplsContext>(context, entry, innerHeader,
-                                                                  current.viaSet, viaSets,
-                                                                  position, nexthops)))) {
+                                                                  current.viaSet, viaSets, position,
+                                                                  nexthops)))) {
             return;
         }
     }

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Tessel/Entity.h"
-
 #include <cstdint>
+
+#include "Tessel/Entity.h"
 
 namespace Counter {
 

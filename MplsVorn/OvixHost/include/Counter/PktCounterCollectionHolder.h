@@ -1,9 +1,9 @@
 #pragma once
 
+#include <vector>
+
 #include "Counter/OvixLfibCounterCollection.h"
 #include "Tessel/Ptr.h"
-
-#include <vector>
 
 namespace Counter {
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Tessel/BoundedString.h"
-
 #include <string_view>
+
+#include "Tessel/BoundedString.h"
 
 namespace L3 {
 

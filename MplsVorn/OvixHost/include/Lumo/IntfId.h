@@ -7,8 +7,8 @@
 
 namespace Lumo {
 
-/// Identifies an interface: a 64-bit id of which the top byte says what kind it is. The id made from
-/// the empty name is 0 and means no interface.
+/// Identifies an interface: a 64-bit id of which the top byte says what kind it is. The id made
+/// from the empty name is 0 and means no interface.
 ///
 ///     63    56 55                                             0
 ///     +-------+-----------------------------------------------+

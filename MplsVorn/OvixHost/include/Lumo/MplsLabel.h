@@ -1,12 +1,12 @@
 #pragma once
 
-#include "Lumo/NetInt.h"
-#include "Tessel/Exceptions.h"
-
 #include <compare>
 #include <cstdint>
 #include <iosfwd>
 #include <string>
+
+#include "Lumo/NetInt.h"
+#include "Tessel/Exceptions.h"
 
 namespace Lumo {
 
@@ -27,6 +27,9 @@ class MplsLabel {
     /// IPv4 explicit null (0) or IPv6 explicit null (2), RFC 3032 section 2.1.
     constexpr bool isExplicitNull() const noexcept { return value_ == 0 || value_ == 2; }
 
+    /// Reserved with a meaning of its own (RFC 7274), so that it tells nothing about the flow.
+    constexpr bool isSpecialPurpose() const noexcept { return value_ <= 15; }
+
     /// The label in decimal, for traces.
     std::string prettyString() const { return std::to_string(value_); }
 
@@ -43,6 +46,8 @@ inline constexpr MplsLabel ipv6ExplicitNull{2};
 inline constexpr MplsLabel implicitNull{3};
 /// RFC 6790: the next entry is an entropy label.
 inline constexpr MplsLabel entropyLabelIndicator{7};
+/// RFC 7274: the next entry is an extended special-purpose label.
+inline constexpr MplsLabel extensionLabel{15};
 
 /// One label stack entry as it stands on the wire (RFC 3032 section 2.1, TC per RFC 5462):
 ///

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "Lumo/MplsLabel.h"
-
 #include <cstdint>
 #include <iosfwd>
 #include <optional>
 #include <span>
 #include <vector>
+
+#include "Lumo/MplsLabel.h"
 
 namespace Lumo {
 

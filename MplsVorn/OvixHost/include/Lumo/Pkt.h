@@ -1,11 +1,11 @@
 #pragma once
 
-#include "Tessel/Ptr.h"
-#include "Tessel/Slab.h"
-
 #include <cstdint>
 #include <memory>
 #include <span>
+
+#include "Tessel/Ptr.h"
+#include "Tessel/Slab.h"
 
 namespace Lumo {
 
@@ -15,6 +15,8 @@ class PktManager;
 /// the payload. Buffers come from the packet manager's pool and go back to it.
 ///
 ///     |<- headroom() ->|<--- bytes() --->|<- tailroom ->|
+///
+/// Fresh data starts on a cache line, so that the smallest frames take up one.
 class Pkt : public Tessel::Counted, public Tessel::Slabbed<Pkt> {
   public:
     using Manager = PktManager;
@@ -55,12 +57,12 @@ class Pkt : public Tessel::Counted, public Tessel::Slabbed<Pkt> {
         return true;
     }
 
-    /// Adds `count` bytes in front and returns them, moving to a larger buffer when the headroom
-    /// is too small. Empty (nothing done) when the packet would exceed `maxBytes`.
+    /// Adds `count` bytes in front and returns them, moving to another buffer when the headroom is
+    /// too small. Empty (nothing done) when the packet would exceed `maxBytes`.
     std::span<std::uint8_t> pushFront(std::size_t count);
 
   private:
-    bool grow(std::size_t moreHeadroom);
+    void move(std::size_t headroom);
 
     PktManager* manager_;
     std::uint8_t* buffer_ = nullptr;
@@ -69,8 +71,8 @@ class Pkt : public Tessel::Counted, public Tessel::Slabbed<Pkt> {
     std::uint32_t length_ = 0;
 };
 
-/// Makes packets and pools their buffers by size class. Used by one packet thread at a time; it must
-/// outlive its packets.
+/// Makes packets and pools their buffers by size class. Used by one packet thread at a time; it
+/// must outlive its packets.
 class PktManager : public Tessel::Counted {
   public:
     PktManager() = default;
@@ -93,6 +95,7 @@ class PktManager : public Tessel::Counted {
     };
     static constexpr std::size_t sizeClasses = 3;
 
+    /// `atLeast` is at most Pkt::maxBytes with the default headroom.
     std::uint8_t* takeBuffer(std::size_t atLeast, std::uint32_t& capacity);
     void giveBuffer(std::uint8_t* buffer, std::uint32_t capacity) noexcept;
 

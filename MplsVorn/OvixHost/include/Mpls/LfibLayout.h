@@ -1,10 +1,10 @@
 #pragma once
 
-#include "Mpls/LfibRecords.h"
-
 #include <array>
 #include <cstddef>
 #include <cstdint>
+
+#include "Mpls/LfibRecords.h"
 
 namespace Mpls::LfibLayout {
 
@@ -31,7 +31,7 @@ namespace Mpls::LfibLayout {
 //     IP lookup via RecordHeader | payload type 1 | length 1 | VRF name
 //     multicast     RecordHeader | LfibMulticastIpLookupVia
 
-inline constexpr std::uint64_t magic = 0x314249464c584f;  // "OXLFIB1" as it stands in memory
+inline constexpr std::uint64_t magic = 0x314249464c584f; // "OXLFIB1" as it stands in memory
 inline constexpr std::uint32_t version = 1;
 inline constexpr std::size_t labels = 1U << 20U;
 inline constexpr std::size_t unit = 8;

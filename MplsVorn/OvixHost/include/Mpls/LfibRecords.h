@@ -1,14 +1,14 @@
 #pragma once
 
+#include <array>
+#include <cstdint>
+#include <cstring>
+
 #include "L3/VrfName.h"
 #include "Mpls/RouteKey.h"
 #include "Mpls/Types.h"
 #include "Tessel/BoundedList.h"
 #include "Tessel/Entity.h"
-
-#include <array>
-#include <cstdint>
-#include <cstring>
 
 namespace Ovix {
 struct OvixMplsVia;

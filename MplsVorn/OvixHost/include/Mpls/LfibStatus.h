@@ -1,19 +1,19 @@
 #pragma once
 
-#include "Mpls/LfibLayout.h"
-#include "Mpls/LfibRecords.h"
-#include "Ovix/OvixMplsVia.h"
-
 #include <cstdint>
 #include <cstring>
 #include <span>
 #include <string>
 #include <string_view>
 
+#include "Mpls/LfibLayout.h"
+#include "Mpls/LfibRecords.h"
+#include "Ovix/OvixMplsVia.h"
+
 namespace Mpls {
 
-/// The reading side of one LFIB. Every read copies the record out, touching only what is in use, and
-/// checks every index, offset and count before it follows it: what cannot be right throws
+/// The reading side of one LFIB. Every read copies the record out, touching only what is in use,
+/// and checks every index, offset and count before it follows it: what cannot be right throws
 /// Tessel::CorruptionDetected, a list count beyond a list's capacity Tessel::RangeError. An absent
 /// key reads as the default record.
 class LfibStatus : public LfibViaSource {
@@ -21,8 +21,8 @@ class LfibStatus : public LfibViaSource {
     static constexpr std::string_view entityTypeName = "Mpls::LfibStatus";
     enum Attr : Tessel::AttrId { routeAttr = 0 };
 
-    /// Reads the layout in `memory`, which must outlive the object. Throws CorruptionDetected, naming
-    /// what it found, when that is not an LFIB of this version.
+    /// Reads the layout in `memory`, which must outlive the object. Throws CorruptionDetected,
+    /// naming what it found, when that is not an LFIB of this version.
     LfibStatus(std::string name, std::span<const std::byte> memory);
 
     std::string_view typeName() const noexcept override { return entityTypeName; }

@@ -1,16 +1,16 @@
 #pragma once
 
-#include "Mpls/LfibLayout.h"
-#include "Mpls/LfibRecords.h"
-#include "Mpls/LfibStatus.h"
-#include "Mpls/TableMemory.h"
-#include "Ovix/OvixMplsVia.h"
-
 #include <cstdint>
 #include <map>
 #include <span>
 #include <string>
 #include <vector>
+
+#include "Mpls/LfibLayout.h"
+#include "Mpls/LfibRecords.h"
+#include "Mpls/LfibStatus.h"
+#include "Mpls/TableMemory.h"
+#include "Ovix/OvixMplsVia.h"
 
 namespace Mpls {
 

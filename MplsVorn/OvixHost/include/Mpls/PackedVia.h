@@ -1,17 +1,17 @@
 #pragma once
 
-#include "Ovix/OvixMplsVia.h"
-
 #include <array>
 #include <cstdint>
 #include <span>
 
+#include "Ovix/OvixMplsVia.h"
+
 namespace Mpls {
 
-/// A via record as tables keep it: a mask of the fields that differ from a default via's, then those
-/// fields in order. Integers take seven bits per byte, least significant first; flags are their mask
-/// bit alone; an interface id is eight bytes, an address its family and 4 or 16 bytes, a string its
-/// length and its bytes.
+/// A via record as tables keep it: a mask of the fields that differ from a default via's, then
+/// those fields in order. Integers take seven bits per byte, least significant first; flags are
+/// their mask bit alone; an interface id is eight bytes, an address its family and 4 or 16 bytes, a
+/// string its length and its bytes.
 ///
 ///      0       2
 ///     +-------+----------+----------+--...

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "Lumo/MplsLabel.h"
-
 #include <compare>
 #include <cstdint>
 #include <functional>
+
+#include "Lumo/MplsLabel.h"
 
 namespace Mpls {
 
@@ -32,7 +32,9 @@ class RouteKey {
     }
 
     constexpr std::uint64_t value() const noexcept { return value_; }
-    constexpr unsigned depth() const noexcept { return static_cast<unsigned>(value_ >> depthShift); }
+    constexpr unsigned depth() const noexcept {
+        return static_cast<unsigned>(value_ >> depthShift);
+    }
     constexpr Lumo::MplsLabel topLabel() const noexcept {
         return Lumo::MplsLabel(static_cast<std::uint32_t>(value_ & Lumo::MplsLabel::max));
     }

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Ovix/PacketContext.h"
-
 #include <cstdint>
+
+#include "Ovix/PacketContext.h"
 
 namespace Ovix {
 
@@ -24,8 +24,8 @@ class FlowHasher {
     std::uint64_t state_ = 0x2545f4914f6cdd1d;
 };
 
-/// Adds the labels that are not special-purpose (RFC 7274: above 15), down to the entropy label
-/// when there is one (RFC 6790), else all. Never TC, S or TTL.
+/// Adds the labels that are not special-purpose (RFC 7274, extended ones included), down to the
+/// entropy label when there is one (RFC 6790), else all. Never TC, S or TTL.
 void addLabels(FlowHasher& hasher, const MplsHeaderData& labels) noexcept;
 
 /// The flow hash of a frame: its label stack, and unless an entropy label ends it, the addresses,

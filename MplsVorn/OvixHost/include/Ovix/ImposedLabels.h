@@ -1,12 +1,12 @@
 #pragma once
 
-#include "Lumo/MplsLabelOperation.h"
-
 #include <array>
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <vector>
+
+#include "Lumo/MplsLabelOperation.h"
 
 namespace Ovix {
 

@@ -1,10 +1,10 @@
 #pragma once
 
+#include <cstdint>
+
 #include "Lumo/IpGenAddr.h"
 #include "Lumo/NetInt.h"
 #include "Ovix/PacketHeader.h"
-
-#include <cstdint>
 
 namespace Ovix {
 

@@ -1,9 +1,9 @@
 #pragma once
 
+#include <cstdint>
+
 #include "Mpls/RouteKey.h"
 #include "Ovix/RewriteInfo.h"
-
-#include <cstdint>
 
 namespace Ovix {
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "Ovix/OvixMplsViaSetStack.h"
-#include "Ovix/RoutingContext.h"
-
 #include <cstdint>
 #include <optional>
+
+#include "Ovix/OvixMplsViaSetStack.h"
+#include "Ovix/RoutingContext.h"
 
 namespace Ovix {
 

@@ -1,11 +1,11 @@
 #pragma once
 
+#include <array>
+#include <cstdint>
+
 #include "Mpls/Types.h"
 #include "Ovix/MplsContext.h"
 #include "Tessel/Entity.h"
-
-#include <array>
-#include <cstdint>
 
 namespace Ovix {
 

@@ -1,13 +1,13 @@
 #pragma once
 
-#include "Tessel/Ptr.h"
-#include "Tessel/TypeName.h"
-
 #include <cstdint>
 #include <deque>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "Tessel/Ptr.h"
+#include "Tessel/TypeName.h"
 
 namespace Ovix {
 

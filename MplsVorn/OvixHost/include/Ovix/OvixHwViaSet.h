@@ -1,11 +1,11 @@
 #pragma once
 
+#include <array>
+
 #include "Mpls/Hardware/Adjacency.h"
 #include "Ovix/HwStatusViaHelper.h"
 #include "Ovix/OvixMplsViaSet.h"
 #include "Tessel/Slab.h"
-
-#include <array>
 
 namespace Ovix {
 

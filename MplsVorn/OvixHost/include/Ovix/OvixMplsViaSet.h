@@ -1,11 +1,11 @@
 #pragma once
 
+#include <cstdint>
+
 #include "Mpls/LfibRecords.h"
 #include "Mpls/Types.h"
 #include "Ovix/OvixMplsVia.h"
 #include "Tessel/Ptr.h"
-
-#include <cstdint>
 
 namespace Ovix {
 

@@ -1,15 +1,15 @@
 #pragma once
 
-#include "Lumo/MplsLabel.h"
-#include "Ovix/OvixMplsViaSet.h"
-#include "Tessel/Ptr.h"
-#include "Tessel/Slab.h"
-
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <new>
+
+#include "Lumo/MplsLabel.h"
+#include "Ovix/OvixMplsViaSet.h"
+#include "Tessel/Ptr.h"
+#include "Tessel/Slab.h"
 
 namespace Ovix {
 

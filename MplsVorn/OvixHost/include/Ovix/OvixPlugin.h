@@ -1,13 +1,13 @@
 #pragma once
 
+#include <string>
+#include <string_view>
+#include <vector>
+
 #include "Ovix/PluginManager.h"
 #include "Plugin/Loader.h"
 #include "Tessel/Entity.h"
 #include "Tessel/EntityManager.h"
-
-#include <string>
-#include <string_view>
-#include <vector>
 
 namespace Ovix {
 

@@ -1,13 +1,13 @@
 #pragma once
 
+#include <array>
+#include <cstdint>
+#include <optional>
+
 #include "Lumo/Pkt.h"
 #include "Ovix/PacketHeader.h"
 #include "Tessel/Ptr.h"
 #include "Tessel/Slab.h"
-
-#include <array>
-#include <cstdint>
-#include <optional>
 
 namespace Ovix {
 
@@ -52,8 +52,7 @@ class PacketParser : public Tessel::Counted {
     void parseNext(ParsedPacket& parsed) const;
 };
 
-/// Tells the traffic class (RFC 5462) of a frame from its classification input: the 802.1p priority
-/// of a tagged frame or else the DSCP of an IP packet.
+/// Tells the traffic class (RFC 5462) of a frame from its classification input.
 class TrafficClassifier {
   public:
     /// `input` is what `PacketContext::classificationInput` gives.
@@ -100,6 +99,8 @@ class PacketContext : public Tessel::Counted, public Tessel::Slabbed<PacketConte
     std::uint32_t hash();
 
     const TrafficClassifier& trafficClassifier() const noexcept { return classifier_; }
+    /// 0 to 7: the 802.1p priority of a tagged frame, else the top label's TC or an IP packet's
+    /// precedence (the upper three bits of its DSCP), else 0.
     std::uint8_t classificationInput();
 
     /// Whether this router has already taken its one decrement from the frame's TTL (RFC 3443).

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "Ovix/PacketHeader.h"
-#include "Tessel/Ptr.h"
-
 #include <array>
 #include <cstdint>
+
+#include "Ovix/PacketHeader.h"
+#include "Tessel/Ptr.h"
 
 namespace Ovix {
 

@@ -1,15 +1,15 @@
 #pragma once
 
+#include <array>
+#include <cstdint>
+#include <span>
+#include <string_view>
+
 #include "Lumo/MplsLabel.h"
 #include "Lumo/NetInt.h"
 #include "Lumo/Pkt.h"
 #include "Tessel/Ptr.h"
 #include "Tessel/Slab.h"
-
-#include <array>
-#include <cstdint>
-#include <span>
-#include <string_view>
 
 namespace Ovix {
 

@@ -1,9 +1,9 @@
 #pragma once
 
+#include <string_view>
+
 #include "Ovix/RewriteInfo.h"
 #include "Ovix/RoutingContext.h"
-
-#include <string_view>
 
 namespace Ovix {
 

@@ -1,10 +1,10 @@
 #pragma once
 
+#include <string_view>
+
 #include "Ovix/RewriteImpl.h"
 #include "Tessel/FlatMap.h"
 #include "Tessel/TypeName.h"
-
-#include <string_view>
 
 namespace Ovix {
 

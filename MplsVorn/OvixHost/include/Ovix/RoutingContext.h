@@ -1,13 +1,13 @@
 #pragma once
 
+#include <cstdint>
+
 #include "Lumo/IntfId.h"
 #include "Ovix/NamedCounters.h"
 #include "Ovix/PacketContext.h"
 #include "Ovix/RoutingNexthop.h"
 #include "Tessel/Ptr.h"
 #include "Tessel/Slab.h"
-
-#include <cstdint>
 
 namespace Ovix {
 

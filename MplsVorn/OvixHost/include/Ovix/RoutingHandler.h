@@ -1,9 +1,9 @@
 #pragma once
 
-#include "Ovix/RoutingContext.h"
-
 #include <string>
 #include <vector>
+
+#include "Ovix/RoutingContext.h"
 
 namespace Ovix {
 

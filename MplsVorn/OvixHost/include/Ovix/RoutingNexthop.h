@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 #include "L3/VrfName.h"
 #include "Lumo/IntfId.h"
 #include "Lumo/IpGenAddr.h"
@@ -7,8 +9,6 @@
 #include "Tessel/Ptr.h"
 #include "Tessel/PtrList.h"
 #include "Tessel/Slab.h"
-
-#include <cstdint>
 
 namespace Ovix {
 
@@ -45,9 +45,7 @@ class RoutingNexthop : public Tessel::Counted, public Tessel::Slabbed<RoutingNex
     bool isCpuTrapNexthop() const noexcept { return intf_ == Lumo::CpuIntfId::cpuIdToIntfId(0); }
 
     /// Neither an interface nor an address.
-    bool unresolved() const noexcept {
-        return intf_.empty() && address_ == Lumo::IpGenAddr();
-    }
+    bool unresolved() const noexcept { return intf_.empty() && address_ == Lumo::IpGenAddr(); }
 
   private:
     RewriteInfos rewriteInfos_;

@@ -9,7 +9,8 @@ namespace Ovix {
 class ToggleService {
   public:
     /// Answers for a toggle of a toggle file; gets the default to return when nothing is set.
-    using Source = std::function<bool(std::string_view file, std::string_view toggle, bool byDefault)>;
+    using Source =
+        std::function<bool(std::string_view file, std::string_view toggle, bool byDefault)>;
 
     static ToggleService& instance();
 

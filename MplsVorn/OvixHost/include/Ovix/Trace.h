@@ -1,7 +1,5 @@
 #pragma once
 
-#include "Tessel/Ptr.h"
-
 #include <array>
 #include <charconv>
 #include <concepts>
@@ -10,6 +8,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "Tessel/Ptr.h"
 
 namespace Ovix {
 
@@ -24,7 +24,8 @@ class TraceLine {
     TraceLine& operator<<(T number) noexcept {
         std::array<char, 24> digits;
         const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
-        return *this << std::string_view(digits.data(), static_cast<std::size_t>(end - digits.data()));
+        return *this << std::string_view(digits.data(),
+                                         static_cast<std::size_t>(end - digits.data()));
     }
 
     std::string_view view() const noexcept { return {text_.data(), size_}; }

@@ -28,8 +28,7 @@ inline TraceLine& operator<<(TraceLine& line, Mpls::LfibViaSetKey key) noexcept 
 }
 /// A key of one label reads as the label.
 inline TraceLine& operator<<(TraceLine& line, Mpls::RouteKey key) noexcept {
-    return key.depth() == 1 ? line << "label " << key.topLabel()
-                            : line << "labels " << key.value();
+    return key.depth() == 1 ? line << "label " << key.topLabel() : line << "labels " << key.value();
 }
 
 } // namespace Ovix

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "Ovix/PacketHeader.h"
-
 #include <cstdint>
 #include <span>
+
+#include "Ovix/PacketHeader.h"
 
 namespace Ovix {
 

@@ -1,13 +1,13 @@
 #pragma once
 
-#include "Tessel/Exceptions.h"
-
 #include <algorithm>
 #include <array>
 #include <cstdint>
 #include <span>
 #include <string>
 #include <type_traits>
+
+#include "Tessel/Exceptions.h"
 
 namespace Tessel {
 

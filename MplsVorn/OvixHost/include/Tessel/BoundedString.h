@@ -1,12 +1,12 @@
 #pragma once
 
-#include "Tessel/Exceptions.h"
-
 #include <algorithm>
 #include <array>
 #include <cstdint>
 #include <string>
 #include <string_view>
+
+#include "Tessel/Exceptions.h"
 
 namespace Tessel {
 

@@ -1,11 +1,11 @@
 #pragma once
 
-#include "Tessel/Ptr.h"
-
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "Tessel/Ptr.h"
 
 namespace Tessel {
 
@@ -23,8 +23,7 @@ class Subscriber {
     virtual ~Subscriber() = default;
 
     /// `key` names the changed element of a keyed attribute and is 0 for a plain one.
-    virtual void attributeChanged(const Entity& publisher, AttrId attribute,
-                                  std::uint64_t key) = 0;
+    virtual void attributeChanged(const Entity& publisher, AttrId attribute, std::uint64_t key) = 0;
 };
 
 /// A node of the entity runtime: named, perhaps with a parent, publishing attribute changes.

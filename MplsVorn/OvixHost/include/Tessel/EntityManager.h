@@ -1,10 +1,10 @@
 #pragma once
 
-#include "Tessel/Entity.h"
-
 #include <map>
 #include <string>
 #include <string_view>
+
+#include "Tessel/Entity.h"
 
 namespace Tessel {
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "Tessel/Exceptions.h"
-
 #include <cstdint>
 #include <utility>
 #include <vector>
+
+#include "Tessel/Exceptions.h"
 
 namespace Tessel {
 

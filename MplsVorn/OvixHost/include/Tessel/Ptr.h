@@ -69,14 +69,12 @@ class Ptr {
     Ptr(Ptr&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
 
     template <typename U>
-        requires std::is_convertible_v<U*, T*>
-    Ptr(const Ptr<U>& other) noexcept : object_(other.get()) {
-        retain();
-    }
+    requires std::is_convertible_v<U*, T*> Ptr(const Ptr<U>& other)
+    noexcept : object_(other.get()) { retain(); }
 
     template <typename U>
-        requires std::is_convertible_v<U*, T*>
-    Ptr(Ptr<U>&& other) noexcept : object_(other.detach()) {}
+    requires std::is_convertible_v<U*, T*> Ptr(Ptr<U>&& other)
+    noexcept : object_(other.detach()) {}
 
     ~Ptr() {
         if (object_ != nullptr) {

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "Tessel/Ptr.h"
-#include "Tessel/Slab.h"
-
 #include <array>
 #include <cstddef>
+
+#include "Tessel/Ptr.h"
+#include "Tessel/Slab.h"
 
 namespace Tessel {
 

@@ -1,13 +1,13 @@
 #pragma once
 
-#include "Tessel/Entity.h"
-#include "Tessel/EntityManager.h"
-
 #include <cstdint>
 #include <map>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "Tessel/Entity.h"
+#include "Tessel/EntityManager.h"
 
 namespace Tessel {
 

@@ -1,11 +1,11 @@
 #pragma once
 
-#include "Tessel/Entity.h"
-
 #include <functional>
 #include <map>
 #include <string>
 #include <string_view>
+
+#include "Tessel/Entity.h"
 
 namespace Tessel {
 

@@ -77,7 +77,9 @@ class Slabbed {
         }
     }
 #endif
-    static const MemAllocationTracker& memAllocationTracker() noexcept { return slab_.tracker(); }
+    static const MemAllocationTracker& memAllocationTracker() noexcept {
+        return slab_.tracker();
+    }
 
   private:
     struct List : SlabList {

@@ -1,10 +1,11 @@
 #include "Lumo/Pkt.h"
 
-#include "Tessel/Exceptions.h"
-
 #include <algorithm>
 #include <array>
 #include <new>
+#include <string>
+
+#include "Tessel/Exceptions.h"
 
 template class Tessel::Slabbed<Lumo::Pkt>;
 
@@ -12,8 +13,12 @@ namespace Lumo {
 
 namespace {
 
+constexpr std::align_val_t cacheLine{64};
+
 // Ordinary frames, jumbo frames, and the longest there are; each with its headroom.
 constexpr std::array<std::uint32_t, 3> classSizes = {2304, 16640, 67584};
+static_assert(classSizes.back() >= Pkt::maxBytes + Pkt::defaultHeadroom);
+static_assert(Pkt::defaultHeadroom % static_cast<std::size_t>(cacheLine) == 0);
 
 } // namespace
 
@@ -42,43 +47,42 @@ std::span<std::uint8_t> Pkt::newSharedHeadData(std::size_t size) {
 }
 
 std::span<std::uint8_t> Pkt::pushFront(std::size_t count) {
-    if (count > maxBytes || length_ + count > maxBytes ||
-        (count > front_ && !grow(count - front_))) {
+    if (count > maxBytes || length_ + count > maxBytes) {
         return {};
+    }
+    if (count > front_) {
+        move(count + defaultHeadroom);
     }
     front_ -= static_cast<std::uint32_t>(count);
     length_ += static_cast<std::uint32_t>(count);
     return {buffer_ + front_, count};
 }
 
-bool Pkt::grow(std::size_t moreHeadroom) {
-    const std::size_t front = front_ + moreHeadroom;
+void Pkt::move(std::size_t headroom) {
     std::uint32_t capacity = 0;
-    std::uint8_t* larger = manager_->takeBuffer(front + length_, capacity);
-    if (larger == nullptr) {
-        return false;
-    }
+    std::uint8_t* fresh = manager_->takeBuffer(headroom + length_, capacity);
     if (buffer_ != nullptr) {
-        std::copy_n(buffer_ + front_, length_, larger + front);
+        std::copy_n(buffer_ + front_, length_, fresh + headroom);
         manager_->giveBuffer(buffer_, capacity_);
     }
-    buffer_ = larger;
+    buffer_ = fresh;
     capacity_ = capacity;
-    front_ = static_cast<std::uint32_t>(front);
-    return true;
+    front_ = static_cast<std::uint32_t>(headroom);
 }
 
 PktManager::~PktManager() {
     for (FreeBuffer* buffer : free_) {
         while (buffer != nullptr) {
             FreeBuffer* next = buffer->next;
-            ::operator delete(buffer);
+            ::operator delete(buffer, cacheLine);
             buffer = next;
         }
     }
 }
 
-Ptr<Pkt> PktManager::newPkt() { return Tessel::make<Pkt>(*this); }
+Ptr<Pkt> PktManager::newPkt() {
+    return Tessel::make<Pkt>(*this);
+}
 
 Ptr<Pkt> PktManager::newPkt(std::span<const std::uint8_t> bytes) {
     Ptr<Pkt> packet = newPkt();
@@ -89,14 +93,11 @@ Ptr<Pkt> PktManager::newPkt(std::span<const std::uint8_t> bytes) {
 std::uint8_t* PktManager::takeBuffer(std::size_t atLeast, std::uint32_t& capacity) {
     const auto fitting = std::find_if(classSizes.begin(), classSizes.end(),
                                       [&](std::uint32_t size) { return size >= atLeast; });
-    if (fitting == classSizes.end()) {
-        return nullptr;
-    }
     capacity = *fitting;
     FreeBuffer*& free = free_[fitting - classSizes.begin()];
     if (free == nullptr) {
         ++buffersFromHeap_;
-        return static_cast<std::uint8_t*>(::operator new(capacity));
+        return static_cast<std::uint8_t*>(::operator new(capacity, cacheLine));
     }
     FreeBuffer* taken = free;
     free = taken->next;

@@ -1,9 +1,9 @@
 #include "Mpls/LfibStatus.h"
 
+#include <cstring>
+
 #include "Mpls/PackedVia.h"
 #include "Tessel/Exceptions.h"
-
-#include <cstring>
 
 namespace Mpls {
 

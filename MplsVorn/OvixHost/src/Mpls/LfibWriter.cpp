@@ -1,12 +1,12 @@
 #include "Mpls/LfibWriter.h"
 
-#include "Mpls/PackedVia.h"
-
 #include <algorithm>
 #include <array>
 #include <cstring>
 #include <limits>
 #include <stdexcept>
+
+#include "Mpls/PackedVia.h"
 
 namespace Mpls {
 
@@ -69,9 +69,9 @@ void LfibWriter::ipLookupRouteIs(RouteKey key, LfibViaType viaType, const L3::Vr
     body[0] = static_cast<std::uint8_t>(payload);
     body[1] = static_cast<std::uint8_t>(vrf.size());
     std::copy_n(vrf.view().begin(), vrf.size(), body.begin() + vrfNameOffset);
-    publishSingle(key, viaType, LfibViaSetType::unicast,
-                  add(Kind::ipLookupVia,
-                      asBytes(std::span(body).first(vrfNameOffset + vrf.size()))));
+    publishSingle(
+        key, viaType, LfibViaSetType::unicast,
+        add(Kind::ipLookupVia, asBytes(std::span(body).first(vrfNameOffset + vrf.size()))));
 }
 
 void LfibWriter::multicastIpLookupRouteIs(RouteKey key, const LfibMulticastIpLookupVia& via) {
@@ -88,7 +88,9 @@ void LfibWriter::publishSingle(RouteKey key, LfibViaType type, LfibViaSetType se
     point(key, addViaSet(set));
 }
 
-void LfibWriter::rawRouteIs(RouteKey key, const LfibViaSet& set) { point(key, addViaSet(set)); }
+void LfibWriter::rawRouteIs(RouteKey key, const LfibViaSet& set) {
+    point(key, addViaSet(set));
+}
 
 void LfibWriter::routeDel(RouteKey key) {
     if (indexEntry(key) != 0) {

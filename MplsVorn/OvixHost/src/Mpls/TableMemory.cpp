@@ -1,7 +1,6 @@
 #include "Mpls/TableMemory.h"
 
 #include <new>
-
 #include <sys/mman.h>
 
 namespace Mpls {
@@ -15,6 +14,8 @@ TableMemory::TableMemory(std::size_t bytes) {
     bytes_ = {static_cast<std::byte*>(memory), bytes};
 }
 
-TableMemory::~TableMemory() { munmap(bytes_.data(), bytes_.size()); }
+TableMemory::~TableMemory() {
+    munmap(bytes_.data(), bytes_.size());
+}
 
 } // namespace Mpls

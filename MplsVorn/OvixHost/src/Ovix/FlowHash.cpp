@@ -6,12 +6,13 @@ namespace Ovix {
 
 namespace {
 
-constexpr std::uint32_t highestSpecialPurposeLabel = 15;
 constexpr std::uint8_t protocolTcp = 6;
 constexpr std::uint8_t protocolUdp = 17;
 constexpr std::uint8_t protocolSctp = 132;
 
-std::uint32_t word(const std::uint8_t* at) noexcept { return Lumo::NetU32::load(at).value(); }
+std::uint32_t word(const std::uint8_t* at) noexcept {
+    return Lumo::NetU32::load(at).value();
+}
 
 bool hasPorts(std::uint8_t protocol) noexcept {
     return protocol == protocolTcp || protocol == protocolUdp || protocol == protocolSctp;
@@ -52,40 +53,54 @@ void addIpv6(FlowHasher& hasher, const PacketHeader& header) noexcept {
     }
 }
 
+/// Adds what a header tells; false when nothing behind it may be looked at. What is not IP under
+/// labels only looks like Ethernet (a control word shifts it), so the labels must do.
+bool addHeader(FlowHasher& hasher, const PacketHeader& header, bool& labelled) noexcept {
+    switch (header.pktHdrType()) {
+    case PktHdrType::mpls: {
+        const MplsHeaderData* labels = mplsHeaderData(header);
+        if (labels == nullptr) {
+            return false;
+        }
+        addLabels(hasher, *labels);
+        labelled = true;
+        return !labels->hashingFlag();
+    }
+    case PktHdrType::ipv4:
+        addIpv4(hasher, header);
+        return false;
+    case PktHdrType::ipv6:
+        addIpv6(hasher, header);
+        return false;
+    default:
+        return !labelled;
+    }
+}
+
 } // namespace
 
 void addLabels(FlowHasher& hasher, const MplsHeaderData& labels) noexcept {
     bool entropyNext = false;
+    bool extended = false;
     for (const Lumo::MplsLabelEntry entry : labels) {
-        const std::uint32_t label = entry.label().value();
-        if (entropyNext) {
-            hasher.add(label);
-            return;
+        const Lumo::MplsLabel label = entry.label();
+        if (!label.isSpecialPurpose() && !extended) {
+            hasher.add(label.value());
+            if (entropyNext) {
+                return;
+            }
         }
-        entropyNext = entry.label() == Lumo::entropyLabelIndicator;
-        if (label > highestSpecialPurposeLabel) {
-            hasher.add(label);
-        }
+        entropyNext = entropyNext || label == Lumo::entropyLabelIndicator;
+        extended = label == Lumo::extensionLabel;
     }
 }
 
 std::uint32_t flowHash(ParsedPacket& parsed) {
     FlowHasher hasher;
+    bool labelled = false;
     for (std::int32_t position = 0;; ++position) {
         const Ptr<PacketHeader> header = parsed.header(position);
-        if (!header) {
-            return hasher.finish();
-        }
-        if (const MplsHeaderData* labels = mplsHeaderData(*header)) {
-            addLabels(hasher, *labels);
-            if (labels->hashingFlag()) {
-                return hasher.finish();
-            }
-        } else if (header->pktHdrType() == PktHdrType::ipv4) {
-            addIpv4(hasher, *header);
-            return hasher.finish();
-        } else if (header->pktHdrType() == PktHdrType::ipv6) {
-            addIpv6(hasher, *header);
+        if (!header || !addHeader(hasher, *header, labelled)) {
             return hasher.finish();
         }
     }

@@ -23,6 +23,7 @@ bool payloadKnown(Mpls::PayloadType payload, const Ptr<PacketHeader>& innerHeade
     case Mpls::PayloadType::ipv6:
     case Mpls::PayloadType::ethernet:
         return true;
+    case Mpls::PayloadType::none:
     case Mpls::PayloadType::automatic:
         return innerHeader && (innerHeader->pktHdrType() == PktHdrType::ipv4 ||
                                innerHeader->pktHdrType() == PktHdrType::ipv6);
@@ -45,9 +46,8 @@ Ptr<RewriteInfos> MplsRewriteHelper::createMplsRewrite(
     Mpls::PayloadType payload, Mpls::TtlMode ttlMode, bool) {
     switch (action) {
     case Lumo::MplsLabelAction::swap:
-        return imposable(operation)
-                   ? listOf(Tessel::make<MplsSwapRewriteInfo>(operation, ttlMode))
-                   : nullptr;
+        return imposable(operation) ? listOf(Tessel::make<MplsSwapRewriteInfo>(operation, ttlMode))
+                                    : nullptr;
     case Lumo::MplsLabelAction::push: {
         if (!imposable(operation)) {
             return nullptr;
@@ -66,9 +66,11 @@ Ptr<RewriteInfos> MplsRewriteHelper::createMplsRewrite(
     }
 }
 
-Ptr<RewriteInfos> MplsRewriteHelper::createMplsPopRewrite(
-    const Ptr<RoutingContext>&, Lumo::MplsLabelEntry, const Ptr<PacketHeader>&,
-    Mpls::PayloadType payload, Mpls::TtlMode ttlMode, bool) {
+Ptr<RewriteInfos> MplsRewriteHelper::createMplsPopRewrite(const Ptr<RoutingContext>&,
+                                                          Lumo::MplsLabelEntry,
+                                                          const Ptr<PacketHeader>&,
+                                                          Mpls::PayloadType payload,
+                                                          Mpls::TtlMode ttlMode, bool) {
     if (payload == Mpls::PayloadType::undefined) {
         return nullptr;
     }

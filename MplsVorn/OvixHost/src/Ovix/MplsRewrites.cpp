@@ -34,6 +34,11 @@ Ptr<RewriteImpl> makeFromInfo(const Ptr<RewriteInfo>& info) {
     return Tessel::make<Impl>(Ptr<Info>(static_cast<Info*>(info.get())));
 }
 
+bool startsWithEntry(const PacketContext& packet) noexcept {
+    return packet.outerType() == PktHdrType::mpls &&
+           TtlBytes::whole(PktHdrType::mpls, packet.pkt()->data());
+}
+
 /// The router's one decrement: taken from `ttl` unless an earlier rewrite has taken it.
 std::uint8_t decrementedOnce(PacketContext& packet, std::uint8_t ttl) noexcept {
     if (packet.ttlDecremented() || ttl == 0) {
@@ -108,7 +113,7 @@ Ptr<RewriteImpl> MplsTtlRewriteImpl::fromInfo(const Ptr<RewriteInfo>& info) {
 Ptr<RoutingException> MplsSwapRewriteImpl::apply(const Ptr<RoutingContext>& context) {
     PacketContext& packet = *context->packetContext();
     Lumo::Pkt& bytes = *packet.pkt();
-    if (bytes.bytes() < entrySize) {
+    if (!startsWithEntry(packet)) {
         return fail(stackCutShort);
     }
     const Lumo::UnboundedMplsLabelOperation operation = info().labels.operation();
@@ -131,7 +136,7 @@ Ptr<RoutingException> MplsSwapRewriteImpl::apply(const Ptr<RoutingContext>& cont
 Ptr<RoutingException> MplsPopRewriteImpl::apply(const Ptr<RoutingContext>& context) {
     PacketContext& packet = *context->packetContext();
     Lumo::Pkt& pkt = *packet.pkt();
-    if (pkt.bytes() < entrySize) {
+    if (!startsWithEntry(packet)) {
         return fail(stackCutShort);
     }
     const auto top = Lumo::MplsLabelEntry::load(pkt.data().data());
@@ -144,11 +149,12 @@ Ptr<RoutingException> MplsPopRewriteImpl::apply(const Ptr<RoutingContext>& conte
     if (exposed == PktHdrType::mpls && !TtlBytes::whole(exposed, beneath)) {
         return fail(stackCutShort);
     }
-    // A TTL of 0 says nothing: only an entropy label and its indicator get here with one. What the
-    // indicator says replaces whatever stands in the entropy label, which has no TTL of its own
-    // (RFC 6790 section 4.2).
+    // A TTL of 0, or one that this router uses up, says nothing: only an entropy label and its
+    // indicator get here with one. What the indicator says replaces whatever stands in the entropy
+    // label, which has no TTL of its own (RFC 6790 section 4.2).
     const bool indicator = top.label() == Lumo::entropyLabelIndicator && !top.bos();
-    const bool carriesTtl = info().ttlMode == Mpls::TtlMode::uniform && top.ttl() > 0;
+    const bool carriesTtl =
+        info().ttlMode == Mpls::TtlMode::uniform && top.ttl() > (packet.ttlDecremented() ? 0 : 1);
     if (exposed != PktHdrType::eth && (carriesTtl || indicator)) {
         TtlBytes::ttlIs(exposed, beneath, carriesTtl ? decrementedOnce(packet, top.ttl()) : 0);
     }

@@ -23,9 +23,8 @@ OvixNamedCounters::Counter& OvixNamedCounters::add(const CounterKey& key) {
         slots_.assign(slots_.size() * 2, nullptr);
         std::for_each(counters_.begin(), counters_.end(), [this](Counter& old) { insert(old); });
     }
-    Counter& added = counters_.emplace_back(Counter{std::string(key.category),
-                                                    std::string(key.module),
-                                                    std::string(key.reason), key.hash, 0});
+    Counter& added = counters_.emplace_back(Counter{
+        std::string(key.category), std::string(key.module), std::string(key.reason), key.hash, 0});
     insert(added);
     return added;
 }

@@ -1,19 +1,18 @@
 #include "Ovix/OvixMplsVia.h"
 
-#include "Mpls/LabelStacks.h"
-
 #include <cstring>
+
+#include "Mpls/LabelStacks.h"
 
 namespace Ovix {
 
 bool OvixMplsVia::isEq(const OvixMplsVia& other) const noexcept {
     return labelAction == other.labelAction && trafficClass == other.trafficClass &&
            controlWord == other.controlWord && labelsInterned == other.labelsInterned &&
-           payloadType == other.payloadType && ttlMode == other.ttlMode &&
-           labels == other.labels && pushTtl == other.pushTtl && intfId == other.intfId &&
-           nexthop == other.nexthop && vrfName == other.vrfName && fecIdHigh == other.fecIdHigh &&
-           fecIdLow == other.fecIdLow && nexthopMtu == other.nexthopMtu &&
-           nexthopVlan == other.nexthopVlan;
+           payloadType == other.payloadType && ttlMode == other.ttlMode && labels == other.labels &&
+           pushTtl == other.pushTtl && intfId == other.intfId && nexthop == other.nexthop &&
+           vrfName == other.vrfName && fecIdHigh == other.fecIdHigh && fecIdLow == other.fecIdLow &&
+           nexthopMtu == other.nexthopMtu && nexthopVlan == other.nexthopVlan;
 }
 
 Lumo::UnboundedMplsLabelOperation OvixMplsVia::labelOperation() const noexcept {

@@ -16,7 +16,9 @@ void PluginContext::pluginIs(OvixPlugin& plugin) {
     }
 }
 
-void PluginContext::pluginDel(OvixPlugin& plugin) noexcept { std::erase(plugins_, &plugin); }
+void PluginContext::pluginDel(OvixPlugin& plugin) noexcept {
+    std::erase(plugins_, &plugin);
+}
 
 OvixPlugin::~OvixPlugin() {
     if (pluginCtx_) {

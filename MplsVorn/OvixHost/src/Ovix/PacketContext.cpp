@@ -4,6 +4,32 @@
 
 namespace Ovix {
 
+namespace {
+
+/// The class that a header which is not Ethernet carries.
+std::uint8_t classOf(const PacketHeader& header) noexcept {
+    constexpr unsigned priorityShift = 13;
+    constexpr unsigned precedenceShift = 5;
+    switch (header.pktHdrType()) {
+    case PktHdrType::vlanTags: {
+        const auto* data = static_cast<const VlanTagHeaderData*>(header.headerData().get());
+        return static_cast<std::uint8_t>(data->vlanTags()[0].tci.value() >> priorityShift);
+    }
+    case PktHdrType::mpls: {
+        const MplsHeaderData* labels = mplsHeaderData(header);
+        return labels != nullptr ? (*labels->begin()).tc() : std::uint8_t{0};
+    }
+    case PktHdrType::ipv4:
+        return static_cast<std::uint8_t>(header.bytes()[1] >> precedenceShift);
+    case PktHdrType::ipv6:
+        return static_cast<std::uint8_t>((header.bytes()[0] & 0x0fU) >> 1U);
+    default:
+        return 0;
+    }
+}
+
+} // namespace
+
 Ptr<PacketHeader> ParsedPacket::header(std::int32_t position) {
     if (position < 0) {
         return nullptr;
@@ -63,21 +89,16 @@ std::uint32_t PacketContext::hash() {
 }
 
 std::uint8_t PacketContext::classificationInput() {
-    constexpr unsigned priorityShift = 13;
-    constexpr unsigned precedenceShift = 5;
     ParsedPacket& parsed = parsedPkt();
-    parsed.maybeDoFullParse();
-    if (const auto tags = parsed.firstHeaderOfType(PktHdrType::vlanTags)) {
-        const auto* data = static_cast<const VlanTagHeaderData*>(tags->headerData().get());
-        return static_cast<std::uint8_t>(data->vlanTags()[0].tci.value() >> priorityShift);
+    for (std::int32_t position = 0;; ++position) {
+        const Ptr<PacketHeader> header = parsed.header(position);
+        if (!header) {
+            return 0;
+        }
+        if (header->pktHdrType() != PktHdrType::eth) {
+            return classOf(*header);
+        }
     }
-    if (const auto ipv4 = parsed.firstHeaderOfType(PktHdrType::ipv4)) {
-        return static_cast<std::uint8_t>(ipv4->bytes()[1] >> precedenceShift);
-    }
-    if (const auto ipv6 = parsed.firstHeaderOfType(PktHdrType::ipv6)) {
-        return static_cast<std::uint8_t>((ipv6->bytes()[0] & 0x0fU) >> 1U);
-    }
-    return 0;
 }
 
 } // namespace Ovix

@@ -1,9 +1,9 @@
-#include "Lumo/EthAddr.h"
-#include "Ovix/PacketContext.h"
-
 #include <algorithm>
 #include <array>
 #include <optional>
+
+#include "Lumo/EthAddr.h"
+#include "Ovix/PacketContext.h"
 
 namespace Ovix {
 
@@ -86,8 +86,8 @@ std::optional<Found> parseTags(Bytes bytes, std::uint16_t tpid) {
         return std::nullopt;
     }
     const PktHdrType next = isTag(etherType) ? PktHdrType::none : afterEtherType(etherType);
-    return Found{count * tagSize,
-                 Tessel::make<VlanTagHeaderData>(std::span(tags.data(), count)), next};
+    return Found{count * tagSize, Tessel::make<VlanTagHeaderData>(std::span(tags.data(), count)),
+                 next};
 }
 
 /// The stack to its bottom, or as far as there are whole entries. Without one whole entry the
@@ -101,8 +101,8 @@ Found parseMpls(const Ptr<Lumo::Pkt>& pkt, std::size_t offset) {
     while (!bottom && bytes.size() >= (entries + 1) * Lumo::MplsLabelEntry::size) {
         const auto entry =
             Lumo::MplsLabelEntry::load(bytes.data() + entries * Lumo::MplsLabelEntry::size);
-        entropy = entropy || indicator;
-        indicator = entry.label() == Lumo::entropyLabelIndicator;
+        entropy = entropy || (indicator && !entry.label().isSpecialPurpose());
+        indicator = indicator || entry.label() == Lumo::entropyLabelIndicator;
         bottom = entry.bos();
         ++entries;
     }
@@ -116,18 +116,20 @@ Found parseMpls(const Ptr<Lumo::Pkt>& pkt, std::size_t offset) {
             bottom ? afterLabels(bytes.subspan(length)) : PktHdrType::none};
 }
 
-/// The fixed header and its options must be there whole; the total length may exceed what was
-/// captured. Only a first fragment shows its upper layer.
+/// The fixed header and its options must be there whole, and the total length must have room for
+/// them (RFC 1812 section 5.2.2); it may exceed what was captured, and what lies beyond it is
+/// padding. Only a first fragment shows its upper layer.
 std::optional<Found> parseIpv4(Bytes bytes) {
     if (bytes.size() < ipv4Size || bytes[0] >> 4U != 4) {
         return std::nullopt;
     }
     const std::size_t length = (bytes[0] & 0x0fU) * std::size_t{4};
-    if (length < ipv4Size || length > bytes.size()) {
+    const std::size_t totalLength = u16(bytes, 2);
+    if (length < ipv4Size || length > bytes.size() || length > totalLength) {
         return std::nullopt;
     }
     const bool firstFragment = (u16(bytes, 6) & 0x1fffU) == 0;
-    const bool udp = bytes[9] == protocolUdp && firstFragment;
+    const bool udp = bytes[9] == protocolUdp && firstFragment && totalLength - length >= udpSize;
     return Found{length, nullptr, udp ? PktHdrType::udp : PktHdrType::none};
 }
 
@@ -157,7 +159,8 @@ std::optional<std::size_t> extensionLength(std::uint8_t protocol, Bytes bytes) n
     }
 }
 
-/// The header's length covers its extension headers, so that the upper layer is what follows.
+/// The header's length covers its extension headers, so that the upper layer is what follows. A
+/// payload length of 0 stands for a jumbogram (RFC 2675).
 std::optional<Found> parseIpv6(Bytes bytes) {
     if (bytes.size() < ipv6Size || bytes[0] >> 4U != 6) {
         return std::nullopt;
@@ -171,7 +174,10 @@ std::optional<Found> parseIpv6(Bytes bytes) {
         protocol = bytes[length];
         length += *extension;
     }
-    return Found{length, nullptr, protocol == protocolUdp ? PktHdrType::udp : PktHdrType::none};
+    const std::size_t payloadLength = u16(bytes, 4);
+    const bool udp = protocol == protocolUdp &&
+                     (payloadLength == 0 || ipv6Size + payloadLength >= length + udpSize);
+    return Found{length, nullptr, udp ? PktHdrType::udp : PktHdrType::none};
 }
 
 std::optional<Found> parseUdp(Bytes bytes) {

@@ -17,7 +17,7 @@ void SlabList::refill() {
     const std::size_t stride = (blockSize_ + alignment - 1) / alignment * alignment;
     const std::size_t blocks = chunkBytes / stride > 0 ? chunkBytes / stride : 1;
     auto* chunk =
-        static_cast<std::byte*>(::operator new(blocks * stride, std::align_val_t{cacheLine}));
+        static_cast<std::byte*>(::operator new (blocks* stride, std::align_val_t{cacheLine}));
     ++tracker_.chunksFromHeap;
     for (std::size_t i = blocks; i > 0; --i) {
         auto* block = reinterpret_cast<Block*>(chunk + (i - 1) * stride);

@@ -1,13 +1,13 @@
 #pragma once
 
+#include <cstdint>
+#include <span>
+
 #include "Lumo/IntfId.h"
 #include "Mpls/LfibWriter.h"
 #include "Mpls/Types.h"
 #include "Ovix/OvixMplsVia.h"
 #include "Tessel/Ptr.h"
-
-#include <cstdint>
-#include <span>
 
 namespace Mpls::Hardware {
 

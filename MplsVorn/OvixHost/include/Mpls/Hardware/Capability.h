@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Tessel/Entity.h"
-
 #include <bitset>
+
+#include "Tessel/Entity.h"
 
 namespace Mpls::Hardware {
 
@@ -30,20 +30,36 @@ class Capability : public Tessel::Entity {
     void mplsSupportedIs(bool on) { flagIs(mplsSupportedAttr, on); }
     bool mplsIntfCfgSupported() const noexcept { return flags_[mplsIntfCfgSupportedAttr]; }
     void mplsIntfCfgSupportedIs(bool on) { flagIs(mplsIntfCfgSupportedAttr, on); }
-    bool mplsForwardIntoNexthopGroupSupported() const noexcept { return flags_[mplsForwardIntoNexthopGroupSupportedAttr]; }
-    void mplsForwardIntoNexthopGroupSupportedIs(bool on) { flagIs(mplsForwardIntoNexthopGroupSupportedAttr, on); }
-    bool mplsEntropyLabelSupported() const noexcept { return flags_[mplsEntropyLabelSupportedAttr]; }
+    bool mplsForwardIntoNexthopGroupSupported() const noexcept {
+        return flags_[mplsForwardIntoNexthopGroupSupportedAttr];
+    }
+    void mplsForwardIntoNexthopGroupSupportedIs(bool on) {
+        flagIs(mplsForwardIntoNexthopGroupSupportedAttr, on);
+    }
+    bool mplsEntropyLabelSupported() const noexcept {
+        return flags_[mplsEntropyLabelSupportedAttr];
+    }
     void mplsEntropyLabelSupportedIs(bool on) { flagIs(mplsEntropyLabelSupportedAttr, on); }
-    bool mplsMultiLabelTerminationSupported() const noexcept { return flags_[mplsMultiLabelTerminationSupportedAttr]; }
-    void mplsMultiLabelTerminationSupportedIs(bool on) { flagIs(mplsMultiLabelTerminationSupportedAttr, on); }
+    bool mplsMultiLabelTerminationSupported() const noexcept {
+        return flags_[mplsMultiLabelTerminationSupportedAttr];
+    }
+    void mplsMultiLabelTerminationSupportedIs(bool on) {
+        flagIs(mplsMultiLabelTerminationSupportedAttr, on);
+    }
     bool mplsMulticastSupported() const noexcept { return flags_[mplsMulticastSupportedAttr]; }
     void mplsMulticastSupportedIs(bool on) { flagIs(mplsMulticastSupportedAttr, on); }
     bool mplsMvpnSupported() const noexcept { return flags_[mplsMvpnSupportedAttr]; }
     void mplsMvpnSupportedIs(bool on) { flagIs(mplsMvpnSupportedAttr, on); }
-    bool mplsStaticVrfLabelSupported() const noexcept { return flags_[mplsStaticVrfLabelSupportedAttr]; }
+    bool mplsStaticVrfLabelSupported() const noexcept {
+        return flags_[mplsStaticVrfLabelSupportedAttr];
+    }
     void mplsStaticVrfLabelSupportedIs(bool on) { flagIs(mplsStaticVrfLabelSupportedAttr, on); }
-    bool mplsFragNeededIcmpTunnelingSupported() const noexcept { return flags_[mplsFragNeededIcmpTunnelingSupportedAttr]; }
-    void mplsFragNeededIcmpTunnelingSupportedIs(bool on) { flagIs(mplsFragNeededIcmpTunnelingSupportedAttr, on); }
+    bool mplsFragNeededIcmpTunnelingSupported() const noexcept {
+        return flags_[mplsFragNeededIcmpTunnelingSupportedAttr];
+    }
+    void mplsFragNeededIcmpTunnelingSupportedIs(bool on) {
+        flagIs(mplsFragNeededIcmpTunnelingSupportedAttr, on);
+    }
 
   private:
     void flagIs(Attr flag, bool on) {

@@ -1,11 +1,11 @@
 #pragma once
 
+#include <cstdint>
+
 #include "Mpls/Hardware/Adjacency.h"
 #include "Mpls/RouteKey.h"
 #include "Tessel/Entity.h"
 #include "Tessel/FlatMap.h"
-
-#include <cstdint>
 
 namespace Mpls::Hardware {
 
@@ -34,8 +34,7 @@ class Status : public Tessel::Entity {
     /// The default route when there is none for the key.
     Route route(RouteKey key) const noexcept {
         const Target* target = routes_.find(key.value());
-        return target != nullptr ? Route{key, target->adjacencyKey, target->unprogrammed}
-                                 : Route{};
+        return target != nullptr ? Route{key, target->adjacencyKey, target->unprogrammed} : Route{};
     }
     /// Empty when there is none.
     Ptr<const Adjacency> adjacency(std::uint64_t key) const noexcept {

@@ -1,12 +1,12 @@
 #include "Mpls/Hardware/Adjacency.h"
 
-#include "Mpls/PackedVia.h"
-
 #include <cstring>
 #include <limits>
 #include <new>
 #include <stdexcept>
 #include <vector>
+
+#include "Mpls/PackedVia.h"
 
 namespace Mpls::Hardware {
 

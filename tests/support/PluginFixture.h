@@ -1,0 +1,178 @@
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <gtest/gtest.h>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Interface/EthIntfStatusDir.h"
+#include "Mpls/Hardware/Capability.h"
+#include "Mpls/Hardware/Status.h"
+#include "Mpls/LfibWriter.h"
+#include "Mpls/RoutingInfo.h"
+#include "MplsOvixPlugin.h"
+#include "Ovix/OvixPlugin.h"
+#include "Ovix/Trace.h"
+#include "Routing/Multicast/MvpnIntfStatus.h"
+#include "Tessel/ShmEntityManager.h"
+
+namespace TestSupport {
+
+using Bytes = std::vector<std::uint8_t>;
+
+inline void put32(Bytes& to, std::uint32_t value) {
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        to.push_back(static_cast<std::uint8_t>(value >> shift));
+    }
+}
+
+struct Entry {
+    std::uint32_t label;
+    std::uint8_t ttl = 64;
+};
+
+/// An Ethernet frame of a label stack and what lies beneath it.
+inline Bytes mplsFrame(const std::vector<Entry>& stack, const Bytes& payload) {
+    Bytes frame{2, 0, 0, 0, 0, 1, 2, 0, 0, 0, 1, 2, 0x88, 0x47};
+    for (std::size_t i = 0; i < stack.size(); ++i) {
+        put32(frame,
+              (stack[i].label << 12U) | (i + 1 == stack.size() ? 0x100U : 0U) | stack[i].ttl);
+    }
+    frame.insert(frame.end(), payload.begin(), payload.end());
+    return frame;
+}
+
+inline Bytes udpPacket(std::uint32_t destination, std::uint16_t port = 9,
+                       std::uint8_t protocol = 17, std::uint32_t source = 0x0a010001) {
+    Bytes packet;
+    put32(packet, 0x45000000 | 28);
+    put32(packet, 0);
+    put32(packet, 0x40000000U | (std::uint32_t{protocol} << 16U));
+    put32(packet, source);
+    put32(packet, destination);
+    put32(packet, 0x04000000U | port);
+    put32(packet, 8U << 16U);
+    return packet;
+}
+
+/// Hears which attributes of an entity change.
+class Listener : public Tessel::Subscriber {
+  public:
+    void attributeChanged(const Tessel::Entity&, Tessel::AttrId attribute, std::uint64_t) override {
+        heard.push_back(attribute);
+    }
+    std::vector<Tessel::AttrId> heard;
+};
+
+/// An active plugin on the real host runtime, with empty tables, and the means to send it frames.
+class PluginFixture : public ::testing::Test {
+  protected:
+    static constexpr std::array<const char*, 5> paths = {
+        "mpls/decapLfib", "mpls/evpnEthernetSegmentFilterLfib", "mpls/pseudowireLfib",
+        "mpls/evpnEtreeLeafLabelLfib", "mpls/transitLfib"};
+    enum Table : std::size_t { decap, evpnEs, pseudowire, evpnLeaf, transit };
+
+    PluginFixture() : PluginFixture("test") {}
+    explicit PluginFixture(const std::string& systemName)
+        : entities(Tessel::make<Tessel::EntityManager>(systemName, true)),
+          shared(Tessel::ShmEntityManager::ofSystem(systemName, true)),
+          manager(Tessel::make<Ovix::PluginManager>()) {
+        routingInfo->mplsRoutingEnabledIs(true);
+        entities->entityIs("routing/mpls/routingInfo/status", routingInfo);
+        entities->entityIs("routing/hardware/mpls/capability", capability);
+        entities->entityIs("routing/hardware/mpls/status", hardware);
+        entities->entityIs("interface/status/eth/intf", interfaces);
+        interfaces->intfStatusIs(Lumo::IntfId("east"), true);
+        for (std::size_t i = 0; i < paths.size(); ++i) {
+            writers[i] = std::make_unique<Mpls::LfibWriter>(paths[i], 1U << 20U);
+            shared->tableIs(paths[i], writers[i]->status());
+        }
+        shared->tableIs(Routing::Multicast::MvpnIntfStatus::mountPath, mvpn);
+        manager->shmEntitySourceIs(Tessel::make<Ovix::ShmEntitySource>(shared));
+        manager->packetHashers()->hasherIs(Ovix::PktHdrType::mpls,
+                                           Tessel::make<Ovix::MplsHasher>());
+        pluginContext = Tessel::make<Ovix::PluginContext>(entities, manager);
+        plugin = Ovix::mplsOvixPluginFactory("Mpls");
+        plugin->pluginCtxIs(pluginContext);
+        plugin->savePluginRef(entities);
+        Ovix::TraceOutput::instance().textSinkIs(
+            [this](std::string_view, unsigned, std::string_view line) {
+                trace.emplace_back(line);
+            });
+    }
+    ~PluginFixture() override {
+        Ovix::TraceOutput::instance().textLevelOfAllIs(Ovix::TraceSource::off);
+        Ovix::TraceOutput::instance().textSinkIs(
+            [](std::string_view, unsigned, std::string_view) {});
+    }
+
+    void SetUp() override { activate(); }
+    void activate() {
+        plugin->mountsComplete(entities);
+        plugin->setupPluginManager();
+        plugin->activeInit();
+        Ovix::TraceOutput::instance().textLevelOfAllIs(0);
+        trace.clear();
+    }
+
+    static Mpls::RouteKey key(std::uint32_t label) {
+        return Mpls::RouteKey::fromLabel(Lumo::MplsLabel(label));
+    }
+    static Ovix::OvixMplsVia swapVia(std::uint32_t label) {
+        Ovix::OvixMplsVia via;
+        via.labelAction = static_cast<std::uint32_t>(Lumo::MplsLabelAction::swap);
+        via.intfId = Lumo::IntfId("east");
+        via.nexthop = Lumo::IpGenAddr::fromText("10.0.2.2");
+        const std::array<std::uint8_t, 3> packed = {static_cast<std::uint8_t>(label >> 16U),
+                                                    static_cast<std::uint8_t>(label >> 8U),
+                                                    static_cast<std::uint8_t>(label)};
+        via.labelsIs(packed);
+        return via;
+    }
+    void swapRoute(Table table, std::uint32_t label, std::uint32_t out) {
+        const Mpls::WeightedVia via{swapVia(out), 1};
+        writers[table]->routeIs(key(label), Mpls::LfibViaType::ip, Mpls::LfibViaSetType::unicast,
+                                {&via, 1});
+    }
+
+    Ptr<Ovix::RoutingContext> contextOf(const Bytes& frame, bool counting = true) {
+        return Tessel::make<Ovix::RoutingContext>(
+            7, Tessel::make<Ovix::PacketContext>(Lumo::globalPktManager()->newPkt(frame)),
+            counting ? counters : nullptr);
+    }
+    /// The next hops that routing the frame leaves.
+    Ptr<Ovix::RoutingOutput> routeFrame(const Bytes& frame, bool counting = true) {
+        const auto context = contextOf(frame, counting);
+        const auto output = Tessel::make<Ovix::RoutingOutput>();
+        manager->routingHandlers()->handler("Mpls")->processPacket(
+            output, context, context->packetContext()->parsedPkt().header(1),
+            Tessel::make<Ovix::RoutingVrfRoot>());
+        return output;
+    }
+
+    std::uint64_t counted(const std::string& category, const std::string& reason) const {
+        return counters->value(category, "Routing::Mpls", reason);
+    }
+    bool traced(const std::string& line) const {
+        return std::find(trace.begin(), trace.end(), "Pkt 7: " + line) != trace.end();
+    }
+
+    Ptr<Mpls::RoutingInfo> routingInfo = Tessel::make<Mpls::RoutingInfo>();
+    Ptr<Mpls::Hardware::Capability> capability = Tessel::make<Mpls::Hardware::Capability>();
+    Ptr<Mpls::Hardware::Status> hardware = Tessel::make<Mpls::Hardware::Status>();
+    Ptr<Interface::EthIntfStatusDir> interfaces = Tessel::make<Interface::EthIntfStatusDir>();
+    Ptr<Routing::Multicast::MvpnIntfStatus> mvpn =
+        Tessel::make<Routing::Multicast::MvpnIntfStatus>();
+    Ptr<Tessel::EntityManager> entities;
+    Ptr<Tessel::ShmEntityManager> shared;
+    Ptr<Ovix::PluginManager> manager;
+    Ptr<Ovix::PluginContext> pluginContext;
+    std::array<std::unique_ptr<Mpls::LfibWriter>, 5> writers;
+    Ptr<Ovix::OvixNamedCounters> counters = Tessel::make<Ovix::OvixNamedCounters>();
+    std::vector<std::string> trace;
+    Ptr<Ovix::MplsOvixPlugin> plugin;
+};
+
+} // namespace TestSupport
