@@ -117,14 +117,16 @@ Found parseMpls(const Ptr<Lumo::Pkt>& pkt, std::size_t offset) {
 }
 
 /// The fixed header and its options must be there whole, and the total length must have room for
-/// them (RFC 1812 section 5.2.2); it may exceed what was captured, and what lies beyond it is
-/// padding. Only a first fragment shows its upper layer.
+/// them (RFC 1812 section 5.2.2). It may exceed what was captured; 0 stands in a capture of a
+/// packet that was segmented later. What lies beyond it is padding. Only a first fragment shows its
+/// upper layer.
 std::optional<Found> parseIpv4(Bytes bytes) {
     if (bytes.size() < ipv4Size || bytes[0] >> 4U != 4) {
         return std::nullopt;
     }
     const std::size_t length = (bytes[0] & 0x0fU) * std::size_t{4};
-    const std::size_t totalLength = u16(bytes, 2);
+    const std::size_t told = u16(bytes, 2);
+    const std::size_t totalLength = told != 0 ? told : bytes.size();
     if (length < ipv4Size || length > bytes.size() || length > totalLength) {
         return std::nullopt;
     }
