@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <array>
 #include <gtest/gtest.h>
 #include <random>
@@ -45,7 +46,7 @@ Bytes label(std::uint32_t value, bool bos, std::uint8_t ttl = 64) {
 }
 Bytes ipv4(std::uint8_t protocol, std::uint8_t words = 5, std::uint16_t fragment = 0,
            std::uint8_t host = 1) {
-    Bytes header(words * std::size_t{4});
+    Bytes header(std::max(words, std::uint8_t{5}) * std::size_t{4});
     header[0] = static_cast<std::uint8_t>(0x40U | words);
     header[3] = static_cast<std::uint8_t>(header.size() + 8); // a UDP header follows
     header[6] = static_cast<std::uint8_t>(fragment >> 8U);
