@@ -10,6 +10,14 @@ namespace OvixAgent {
 
 namespace {
 
+constexpr const char* exitCodes =
+    "Exit codes:\n"
+    "  0  every frame is accounted for\n"
+    "  1  the configuration, a capture or an output is at fault; of a truncated capture, all\n"
+    "     whole frames have been forwarded all the same\n"
+    "  2  the command line is wrong\n"
+    "  3  the frames do not add up";
+
 /// "PORT=CAPTURE"; the name of a port holds no "=".
 std::optional<InputOption> parseInput(const std::string& text) {
     const std::size_t equals = text.find('=');
@@ -62,6 +70,7 @@ std::variant<RunOptions, CliExit> parseCommandLine(int argc, const char* const* 
     app.set_version_flag("--version", std::string("ovix-agent ") + agentVersion);
     app.require_subcommand(1);
     CLI::App* const run = app.add_subcommand("run", "Forward the frames of captures");
+    run->footer(exitCodes);
     run->add_option("CONFIG", options.config, "The configuration, a YAML file");
     run->add_option("--in", inputs, "A capture to read, and the port that its frames come in at")
         ->type_name("PORT=CAPTURE");

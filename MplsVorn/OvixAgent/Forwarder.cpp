@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <exception>
 
+#include "CaptureError.h"
 #include "Ovix/IpHeaderAccess.h"
 
 namespace OvixAgent {
@@ -49,6 +50,8 @@ void Forwarder::receive(const Frame& frame) {
     counters_->forgetLast();
     try {
         account(process(frame), frame);
+    } catch (const CaptureError&) {
+        throw; // an output that cannot be written is no fault of the frame
     } catch (const std::exception& refused) {
         // A frame that the plugin or the host refuses outright, such as a stack of more labels than
         // it walks.
@@ -86,11 +89,6 @@ Fate Forwarder::route(const Frame& frame, const Ptr<Ovix::PacketContext>& packet
     if (nexthops.empty()) {
         return byWhatWasCounted(FateKind::dropped, Reason::noNexthop);
     }
-    // A punted frame goes to the CPU as it was received: the control plane needs the label stack
-    // to answer (RFC 8029 section 4.4).
-    if (nexthops.nexthopFront()->isCpuTrapNexthop()) {
-        return byWhatWasCounted(FateKind::punted, Reason::trapped);
-    }
     return nexthops.size() == 1 ? send(frame, context, link, *nexthops.nexthopFront())
                                 : sendToAll(frame, context, link, nexthops);
 }
@@ -115,6 +113,11 @@ Fate Forwarder::sendToAll(const Frame& frame, const Ptr<Ovix::RoutingContext>& c
 
 Fate Forwarder::send(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
                      const ReceivedLink& link, const Ovix::RoutingNexthop& nexthop) {
+    // A punted frame goes to the CPU as it was received: the control plane needs the label stack
+    // to answer (RFC 8029 section 4.4).
+    if (nexthop.isCpuTrapNexthop()) {
+        return byWhatWasCounted(FateKind::punted, Reason::trapped);
+    }
     Ovix::PacketContext& packet = *context->packetContext();
     packet.pkt()->popFront(link.routed->offset());
     packet.outerTypeIs(link.routed->pktHdrType());

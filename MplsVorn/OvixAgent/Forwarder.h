@@ -19,6 +19,7 @@ class Forwarder {
     Forwarder(const Ptr<Ovix::PluginManager>& manager, PortTable& ports,
               const Neighbours& neighbours, TransmitPort& cpu);
 
+    /// Throws CaptureError when an output cannot be written.
     void receive(const Frame& frame);
 
     /// Adds what has been counted: frames, fates and their reasons, ports and named counters.

@@ -12,7 +12,7 @@ class TransmitPort {
     TransmitPort& operator=(const TransmitPort&) = delete;
     virtual ~TransmitPort() = default;
 
-    /// The frame's bytes are borrowed for the call.
+    /// The frame's bytes are borrowed for the call. Throws CaptureError when it cannot be written.
     virtual void transmit(const Frame& frame) = 0;
 };
 

@@ -89,7 +89,7 @@ struct Ipv4 {
     std::uint8_t tos = 0;
     std::uint16_t fragment = 0; ///< flags and offset
     std::uint16_t ident = 1;
-    Bytes options;
+    Bytes options{};
 };
 
 inline Bytes ipv4(const Ipv4& fields, const Bytes& payload) {

@@ -1,5 +1,6 @@
 """Runs the agent on captures and says what became of the frames."""
 
+import dataclasses
 import json
 import os
 import pathlib
@@ -30,8 +31,23 @@ neighbours:
 IP4 = f.udp_packet("10.1.0.1", "10.9.0.1")
 IP6 = f.udp_packet("2001:db8:1::1", "2001:db8:9::1")
 
+# Counters, as (category, reason).
+NO_VIA_SET = ("Drop", "No via set in lfib %s for %s")
+NOTHING_RESOLVED = "No labels resolved to via sets, and nexthop not resolved"
+OAM = ("Action", "MPLS Oam packet")
+# A stack too deep to walk; the reason that the frame is dropped for.
+TOO_DEEP = ("Lumo::MplsStackEntryIndex::value < Lumo::MplsStackEntryIndex::min or > "
+            "Lumo::MplsStackEntryIndex::nullValue not allowed")
 
-def via(action, labels=(), **keys):
+
+def port(name: str, **keys) -> str:
+    """The usual ports, one of them with more keys: port("east", status="down")."""
+    extra = "".join(f", {key}: {value}" for key, value in keys.items())
+    return PORTS.replace(f"{{name: {name},", f"{{name: {name}{extra},")
+
+
+def via(action: str, labels=(), **keys) -> str:
+    """A via to 10.0.2.2 at the east port unless told otherwise; None leaves a key out."""
     text = f"action: {action}"
     if labels:
         text += f", labels: {list(labels)}"
@@ -42,7 +58,7 @@ def via(action, labels=(), **keys):
     return "{" + text + "}"
 
 
-def hardware(*vias, label=100, extra="", route=""):
+def hardware(*vias: str, label: int = 100, extra: str = "", route: str = "") -> str:
     """One hardware route with its adjacency."""
     return f"""
 hardware:
@@ -53,7 +69,7 @@ hardware:
 """
 
 
-def lfib(**tables):
+def lfib(**tables: dict[int, str]) -> str:
     """LFIB tables; each a mapping of label to route text."""
     out = "lfib:\n"
     for name, routes in tables.items():
@@ -63,40 +79,71 @@ def lfib(**tables):
     return out
 
 
-def mpls(entries, packet=IP4, vlans=()):
+def routes(*vias: str) -> str:
+    """A route text of the tables of lfib()."""
+    return f"vias: [{', '.join(vias)}]"
+
+
+def mpls(entries, packet: bytes = IP4, vlans=()) -> bytes:
     """A labelled frame as it comes in at the west port."""
     return f.eth(WEST, CE_WEST, f.ETH_MPLS, f.stack(*entries) + packet, vlans)
 
 
-def sent(entries, packet=IP4, vlans=(), to=CE_EAST):
+def sent(entries, packet: bytes = IP4, vlans=(), to: str = CE_EAST) -> bytes:
     """A labelled frame as it leaves the east port."""
     return f.eth(to, EAST, f.ETH_MPLS, f.stack(*entries) + packet, vlans)
 
 
+def sent_ip(packet: bytes, vlans=(), to: str = CE_EAST) -> bytes:
+    """A frame without labels as it leaves the east port."""
+    kind = f.ETH_IPV4 if packet[0] >> 4 == 4 else f.ETH_IPV6
+    return f.eth(to, EAST, kind, packet, vlans)
+
+
 class Result:
-    def __init__(self, process, out):
+    def __init__(self, process: subprocess.CompletedProcess, out: pathlib.Path):
         self.code, self.stderr, self.stdout = process.returncode, process.stderr, process.stdout
         self.json = json.loads(process.stdout) if process.stdout.startswith("{") else None
-        self.captures = {}
         self.files = sorted(out.glob("*.pcap")) if out.exists() else []
-        for path in self.files:
-            self.captures[path.stem] = f.read_pcap(path)
+        self.captures = {path.stem: f.read_pcap(path) for path in self.files}
 
-    def frames(self, port):
-        return [data for _, data, _ in self.captures[port]]
+    def frames(self, name: str) -> list[bytes]:
+        return [data for _, data, _ in self.captures[name]]
 
-    def reasons(self, fate):
+    def sent(self) -> dict[str, list[bytes]]:
+        """Frames by the port they left from, without ports that nothing left from."""
+        return {name: self.frames(name) for name in self.captures
+                if name != "cpu" and self.captures[name]}
+
+    def reasons(self, fate: str) -> dict[str, int]:
         return self.json[fate]["reasons"]
 
-    def counters(self):
+    def counters(self) -> dict[tuple[str, str], int]:
         return {(c["category"], c["reason"]): c["count"] for c in self.json["counters"]}
 
-    def labels(self):
+    def labels(self) -> dict[int, tuple[int, int]]:
         return {entry["label"]: (entry["packets"], entry["bytes"]) for entry in self.json["labels"]}
 
-    def trace(self):
+    def trace(self) -> list[str]:
         prefix = "Ovix::Routing::Mpls: "
         return [line[len(prefix):] for line in self.stderr.splitlines() if line.startswith(prefix)]
+
+
+@dataclasses.dataclass
+class Case:
+    """Frames at the west port and all that becomes of them: what is not named must not happen."""
+    what: str
+    config: str
+    frames: list
+    sent: dict = dataclasses.field(default_factory=dict)
+    punted: list = dataclasses.field(default_factory=list)
+    punt_reasons: dict = dataclasses.field(default_factory=dict)
+    drop_reasons: dict = dataclasses.field(default_factory=dict)
+    handed_on: dict = dataclasses.field(default_factory=dict)
+    counters: dict = dataclasses.field(default_factory=dict)
+    labels: dict = dataclasses.field(default_factory=dict)  # label: (packets, bytes)
+    trace: list = dataclasses.field(default_factory=list)  # lines, in this order among others
+    malformed: bool = False  # frames that a dissector may well complain about
 
 
 class AgentTest(unittest.TestCase):
@@ -109,7 +156,7 @@ class AgentTest(unittest.TestCase):
     def tearDown(self):
         self.directory.cleanup()
 
-    def run_files(self, config, inputs, *flags):
+    def run_files(self, config: str, inputs, *flags: str) -> Result:
         """Runs on captures that exist; `inputs` are PORT=PATH."""
         (self.path / "config.yaml").write_text(config, encoding="utf-8")
         out = self.path / "out"
@@ -122,24 +169,78 @@ class AgentTest(unittest.TestCase):
                                  check=False, timeout=120)
         return Result(process, out)
 
-    def run_frames(self, config, frames, *flags):
-        """Runs on frames at the west port and expects the balance to hold."""
+    def run_frames(self, config: str, frames: list, *flags: str, malformed=False) -> Result:
+        """Runs on frames at the west port and expects the numbers to hold; a configuration without
+        ports gets the usual ones."""
         capture = self.path / "in.pcap"
         f.write_pcap(capture, frames)
-        result = self.run_files(PORTS + config, [f"west={capture}"], "--json", *flags)
+        if "ports:" not in config:
+            config = PORTS + config
+        result = self.run_files(config, [f"west={capture}"], "--json", *flags)
         self.assertEqual(result.code, 0, result.stderr)
-        self.assertTrue(result.json["balanced"])
-        self.assertEqual(result.json["in"]["frames"], len(frames))
-        self.expect_dissected(result)
+        self.expect_numbers(result, f.read_pcap(capture))
+        if not malformed:
+            self.expect_dissected(result)
         return result
 
-    def expect_dissected(self, result, checksums=True):
-        """tshark finds neither malformed packets nor expert errors in what left the ports."""
+    def run_cases(self, cases):
+        for case in cases:
+            with self.subTest(case.what):
+                result = self.run_frames(case.config, case.frames, "--trace",
+                                         malformed=case.malformed)
+                self.assertEqual(result.sent(), case.sent)
+                self.assertEqual(result.frames("cpu"), case.punted)
+                self.assertEqual(result.reasons("punted"), case.punt_reasons)
+                self.assertEqual(result.reasons("dropped"), case.drop_reasons)
+                self.assertEqual(result.reasons("handedOn"), case.handed_on)
+                self.assertEqual(result.counters(), case.counters)
+                self.assertEqual(result.labels(), case.labels)
+                self.expect_in_order(case.trace, result.trace())
+
+    def expect_in_order(self, lines, trace):
+        rest = iter(trace)
+        for line in lines:
+            self.assertTrue(any(found == line for found in rest),
+                            f"not in the trace, or not in this order: {line}\n" + "\n".join(trace))
+
+    def expect_numbers(self, result: Result, received):
+        """The numbers tell what the captures hold, and every frame is accounted for once."""
+        numbers = result.json
+        self.assertTrue(numbers["balanced"])
+        self.assertEqual(numbers["in"], {"frames": len(received),
+                                         "bytes": sum(len(data) for _, data, _ in received)})
+        ports = {name: {"frames": len(frames), "bytes": sum(len(data) for _, data, _ in frames)}
+                 for name, frames in result.captures.items() if name != "cpu"}
+        self.assertEqual(numbers["forwarded"]["ports"], ports)
+        for unit in ("frames", "bytes"):
+            self.assertEqual(numbers["forwarded"][unit], sum(p[unit] for p in ports.values()))
+        self.assertEqual(numbers["punted"]["frames"], len(result.captures["cpu"]))
+        for fate in ("punted", "dropped", "handedOn"):
+            self.assertEqual(numbers[fate]["frames"], sum(result.reasons(fate).values()))
+        self.assertEqual(len(received), sum(numbers[fate]["frames"] for fate in
+                                            ("forwarded", "punted", "dropped", "handedOn")))
+        self.assertEqual({c["module"] for c in numbers["counters"]} - {"Routing::Mpls"}, set())
+
+    def expect_dissected(self, result: Result, checksums: bool = True):
+        """tshark finds neither malformed packets nor expert errors in what came out."""
         for path in result.files:
-            if path.stem in ("cpu",):
-                continue
-            found = subprocess.run(
-                ["tshark", "-r", str(path), "-o", "ip.check_checksum:" + str(checksums).upper(), "-Y",
-                 "_ws.malformed || _ws.expert.severity == 8388608"],
-                capture_output=True, text=True, check=True)
-            self.assertEqual(found.stdout, "", path.name)
+            if result.captures[path.stem]:
+                self.assertEqual(complaints(path, checksums), "", path.name)
+
+
+def complaints(path: pathlib.Path, checksums: bool = True) -> str:
+    """What tshark calls malformed or an expert error, one line per frame."""
+    command = ["tshark", "-r", str(path)]
+    for protocol in ("ip", "udp", "tcp"):
+        command += ["-o", f"{protocol}.check_checksum:{str(checksums).upper()}"]
+    command += ["-Y", "_ws.malformed || _ws.expert.severity == error"]
+    return subprocess.run(command, capture_output=True, text=True, check=True).stdout
+
+
+def dissected(path: pathlib.Path, *fields: str) -> list[list[str]]:
+    """The values of some of tshark's fields, frame by frame."""
+    command = ["tshark", "-r", str(path), "-T", "fields"]
+    for field in fields:
+        command += ["-e", field]
+    lines = subprocess.run(command, capture_output=True, text=True, check=True).stdout.splitlines()
+    return [line.split("\t") for line in lines]

@@ -10,7 +10,7 @@ namespace Counter {
 /// The packet counter collections that the agent shows and exports.
 class PktCounterCollectionHolder : public Tessel::Counted {
   public:
-    /// Holds a collection; one of the same name is replaced.
+    /// Holds a collection; one of the same name is replaced. An empty handle is ignored.
     void collectionIs(Ptr<OvixLfibCounterCollection> collection);
     const std::vector<Ptr<OvixLfibCounterCollection>>& collections() const noexcept {
         return collections_;

@@ -25,7 +25,7 @@ namespace Mpls::LfibLayout {
 // serial number, so that a key kept too long does not name the record that came after. A via is
 // named by its unit. Pages never touched cost no memory.
 //
-//     via set       RecordHeader | type 1 | origin 1 | flags 1 | - 1 | viaKeys 2 | members 2
+//     via set       RecordHeader | type 1 | origin 1 | flags 1 | ownsVias 1 | viaKeys 2 | members 2
 //                   | LfibViaKey x viaKeys | LfibWeightedVia x members
 //     IP via        RecordHeader | PackedVia
 //     IP lookup via RecordHeader | payload type 1 | length 1 | VRF name
@@ -71,7 +71,7 @@ struct ViaSetRecord {
     std::uint8_t type;
     std::uint8_t origin;
     std::uint8_t flags;
-    std::uint8_t unused;
+    std::uint8_t ownsVias; ///< 1: the members' vias go with the set
     std::uint16_t viaKeys;
     std::uint16_t members;
 };

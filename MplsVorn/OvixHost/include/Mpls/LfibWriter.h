@@ -59,7 +59,9 @@ class LfibWriter {
     std::uint64_t& indexEntry(RouteKey key) const;
     std::uint32_t add(LfibLayout::Kind kind, std::span<const std::byte> body);
     void release(std::uint32_t unitIndex) noexcept;
-    LfibViaSetKey addViaSet(const LfibViaSet& set);
+    LfibViaSetKey addViaSet(const LfibViaSet& set, bool ownsVias);
+    LfibViaSetKey addOwningViaSet(const LfibViaSet& set);
+    void releaseMembers(const LfibViaSet& set) noexcept;
     void releaseViaSet(LfibViaSetKey key);
     void point(RouteKey key, LfibViaSetKey viaSet);
     void publishSingle(RouteKey key, LfibViaType type, LfibViaSetType setType,

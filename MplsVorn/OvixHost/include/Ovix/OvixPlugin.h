@@ -66,7 +66,8 @@ class OvixPlugin : public OvixPluginBase {
     ~OvixPlugin() override;
 
     const Ptr<PluginContext>& pluginCtx() const noexcept { return pluginCtx_; }
-    void pluginCtxIs(Ptr<PluginContext> context) { pluginCtx_ = std::move(context); }
+    /// A plugin given another context leaves the list of the one it had.
+    void pluginCtxIs(Ptr<PluginContext> context);
 
     /// The context must have been set.
     const Ptr<PluginManager>& manager() const noexcept { return pluginCtx_->manager(); }

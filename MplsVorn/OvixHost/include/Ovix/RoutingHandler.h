@@ -26,7 +26,7 @@ class RoutingHandler : public Tessel::Counted {
 /// The agent's routing handlers by name.
 class RoutingHandlers : public Tessel::Counted {
   public:
-    /// Adds a handler; one of the same name is replaced.
+    /// Adds a handler; one of the same name is replaced. An empty handle is ignored.
     void handlerIs(Ptr<RoutingHandler> handler);
 
     /// Empty when there is none of that name.

@@ -45,6 +45,7 @@ class TraceRing {
         TraceLine line;
     };
 
+    /// A ring of no records keeps nothing.
     explicit TraceRing(std::size_t records) : records_(records) {}
 
     void write(std::string_view tag, unsigned level, const TraceLine& line) noexcept;
@@ -92,6 +93,9 @@ class TraceSource {
 
     TraceSource(std::string_view ringTag, std::string_view textName)
         : ringTag_(ringTag), textName_(textName) {}
+    TraceSource(const TraceSource&) = delete;
+    TraceSource& operator=(const TraceSource&) = delete;
+    ~TraceSource() = default;
 
   private:
     std::string ringTag_;
@@ -109,7 +113,7 @@ class TraceOutput {
     static TraceOutput& instance();
 
     TraceRing& ring() noexcept { return ring_; }
-    /// The default writes "name: message" to standard error.
+    /// The default writes "name: message" to standard error; an empty one discards the text.
     void textSinkIs(TextSink sink) { sink_ = std::move(sink); }
     const TextSink& textSink() const noexcept { return sink_; }
 

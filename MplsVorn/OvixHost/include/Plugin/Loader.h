@@ -60,7 +60,11 @@ class Loader {
         node.next = initCallers_;
         initCallers_ = &node;
     }
+    /// Takes the node off the list, and with it the registration of its caller.
     void remove(InitCallerNode<Context>& node) noexcept {
+        std::erase_if(registrations_, [&](const Registration& registration) {
+            return registration.caller.initCaller == node.initCaller;
+        });
         for (InitCallerNode<Context>** link = &initCallers_; *link != nullptr;
              link = &(*link)->next) {
             if (*link == &node) {
@@ -94,7 +98,7 @@ class Loader {
 };
 
 /// The base of a plugin's one static instance. Constructing it puts the instance on the default
-/// loader's list and registers its names; destroying it takes it off the list.
+/// loader's list and registers its names; destroying it undoes both.
 template <typename Context>
 class PluginInstBase {
   public:

@@ -16,7 +16,21 @@ class FlatMap {
   public:
     static constexpr std::uint64_t reservedKey = ~std::uint64_t{0};
 
-    explicit FlatMap(std::uint64_t seed = 0x9e3779b97f4a7c15) : seed_(seed | 1U) {}
+    explicit FlatMap(std::uint64_t seed = 0x9e3779b97f4a7c15) noexcept : seed_(seed | 1U) {}
+    FlatMap(const FlatMap&) = default;
+    /// A map moved from is empty and as good as new.
+    FlatMap(FlatMap&& other) noexcept : FlatMap() { swap(other); }
+    FlatMap& operator=(FlatMap other) noexcept {
+        swap(other);
+        return *this;
+    }
+    ~FlatMap() = default;
+
+    void swap(FlatMap& other) noexcept {
+        std::swap(seed_, other.seed_);
+        std::swap(size_, other.size_);
+        slots_.swap(other.slots_);
+    }
 
     std::size_t size() const noexcept { return size_; }
     bool empty() const noexcept { return size_ == 0; }
@@ -35,7 +49,7 @@ class FlatMap {
             return nullptr;
         }
         const Slot& slot = slots_[slotFor(key)];
-        return slot.key == key ? &slot.value : nullptr;
+        return slot.key == key && key != reservedKey ? &slot.value : nullptr;
     }
     Value* find(std::uint64_t key) noexcept {
         return const_cast<Value*>(std::as_const(*this).find(key));

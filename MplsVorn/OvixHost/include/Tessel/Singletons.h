@@ -20,6 +20,7 @@ class Singletons {
     void factoryIs(std::string_view typeName, Factory factory);
 
     Ptr<Entity> find(std::string_view typeName) const;
+    /// The singleton of that type, made now unless there is one.
     Ptr<Entity> create(std::string_view typeName);
     void singletonDel(std::string_view typeName);
 

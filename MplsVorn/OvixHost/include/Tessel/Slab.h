@@ -5,9 +5,11 @@
 
 namespace Tessel {
 
-/// What a type's slab has handed out, for tests and for the metrics of a running agent.
+/// What the calling thread's slab of a type has handed out, for tests and for the metrics of a
+/// running agent. An object returned by another thread counts -1 there and stays +1 here, so the
+/// sum over the threads is what is in use.
 struct MemAllocationTracker {
-    std::uint64_t objectsInUse = 0;   ///< handed out and not yet returned
+    std::int64_t objectsInUse = 0;    ///< handed out and not yet returned
     std::uint64_t chunksFromHeap = 0; ///< times the slab went to the heap
 };
 
@@ -15,6 +17,9 @@ struct MemAllocationTracker {
 /// needs no lock; a block returned by another thread joins that thread's list.
 class SlabList {
   public:
+    /// That of the chunks, hence the largest of any block.
+    static constexpr std::size_t alignment = 64;
+
     constexpr explicit SlabList(std::size_t blockSize) noexcept : blockSize_(blockSize) {}
 
     void* take() {
@@ -67,6 +72,7 @@ class Slabbed {
     // the last handle has gone is seen.
 #else
     static void* operator new(std::size_t size) {
+        static_assert(alignof(T) <= SlabList::alignment);
         return size == sizeof(T) ? slab_.take() : ::operator new(size);
     }
     static void operator delete(void* memory, std::size_t size) noexcept {

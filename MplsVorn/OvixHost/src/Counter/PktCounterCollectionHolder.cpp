@@ -5,6 +5,9 @@
 namespace Counter {
 
 void PktCounterCollectionHolder::collectionIs(Ptr<OvixLfibCounterCollection> collection) {
+    if (!collection) {
+        return;
+    }
     const auto same = std::find_if(collections_.begin(), collections_.end(), [&](const auto& held) {
         return held->name() == collection->name();
     });

@@ -40,6 +40,12 @@ void checkWeights(std::span<const WeightedVia> vias) {
     }
 }
 
+void checkKey(RouteKey key) {
+    if (key.depth() != 1) {
+        throw std::invalid_argument("only routes of one label are kept");
+    }
+}
+
 std::span<const std::byte> asBytes(std::span<const std::uint8_t> bytes) noexcept {
     return std::as_bytes(bytes);
 }
@@ -52,19 +58,26 @@ LfibWriter::LfibWriter(const std::string& name, std::size_t heapBytes)
 
 void LfibWriter::routeIs(RouteKey key, LfibViaType viaType, LfibViaSetType setType,
                          std::span<const WeightedVia> vias) {
+    checkKey(key);
     checkWeights(vias);
     LfibViaSet set;
     set.type = setType;
     set.viaKeys.push({0, viaType, 0, 0, 0});
-    for (const WeightedVia& via : vias) {
-        const PackedVia packed(via.via);
-        set.members.push({add(Kind::ipVia, asBytes(packed.bytes())), via.weight, 0});
+    try {
+        for (const WeightedVia& via : vias) {
+            const PackedVia packed(via.via);
+            set.members.push({add(Kind::ipVia, asBytes(packed.bytes())), via.weight, 0});
+        }
+    } catch (const std::length_error&) {
+        releaseMembers(set);
+        throw;
     }
-    point(key, addViaSet(set));
+    point(key, addOwningViaSet(set));
 }
 
 void LfibWriter::ipLookupRouteIs(RouteKey key, LfibViaType viaType, const L3::VrfName& vrf,
                                  PayloadType payload) {
+    checkKey(key);
     std::array<std::uint8_t, vrfNameOffset + 100> body{};
     body[0] = static_cast<std::uint8_t>(payload);
     body[1] = static_cast<std::uint8_t>(vrf.size());
@@ -75,6 +88,7 @@ void LfibWriter::ipLookupRouteIs(RouteKey key, LfibViaType viaType, const L3::Vr
 }
 
 void LfibWriter::multicastIpLookupRouteIs(RouteKey key, const LfibMulticastIpLookupVia& via) {
+    checkKey(key);
     publishSingle(key, LfibViaType::multicastIpLookup, LfibViaSetType::multicast,
                   add(Kind::multicastVia, std::as_bytes(std::span(&via, 1))));
 }
@@ -85,11 +99,12 @@ void LfibWriter::publishSingle(RouteKey key, LfibViaType type, LfibViaSetType se
     set.type = setType;
     set.viaKeys.push({0, type, 0, viaUnit, 0});
     set.members.push({viaUnit, 1, 0});
-    point(key, addViaSet(set));
+    point(key, addOwningViaSet(set));
 }
 
 void LfibWriter::rawRouteIs(RouteKey key, const LfibViaSet& set) {
-    point(key, addViaSet(set));
+    checkKey(key);
+    point(key, addViaSet(set, false));
 }
 
 void LfibWriter::routeDel(RouteKey key) {
@@ -103,9 +118,7 @@ std::size_t LfibWriter::usedBytes() const noexcept {
 }
 
 std::uint64_t& LfibWriter::indexEntry(RouteKey key) const {
-    if (key.depth() != 1) {
-        throw std::invalid_argument("only routes of one label are kept");
-    }
+    checkKey(key);
     auto* index = reinterpret_cast<std::uint64_t*>(memory_.bytes().data() + indexOffset);
     return index[key.topLabel().value()];
 }
@@ -153,12 +166,12 @@ void LfibWriter::release(std::uint32_t unitIndex) noexcept {
     free_[head->units].push_back(unitIndex);
 }
 
-LfibViaSetKey LfibWriter::addViaSet(const LfibViaSet& set) {
+LfibViaSetKey LfibWriter::addViaSet(const LfibViaSet& set, bool ownsVias) {
     std::vector<std::byte> body(sizeof(ViaSetRecord));
     const ViaSetRecord fixed{static_cast<std::uint8_t>(set.type),
                              set.origin,
                              set.flags,
-                             0,
+                             static_cast<std::uint8_t>(ownsVias),
                              static_cast<std::uint16_t>(set.viaKeys.size()),
                              static_cast<std::uint16_t>(set.members.size())};
     std::memcpy(body.data(), &fixed, sizeof fixed);
@@ -171,12 +184,29 @@ LfibViaSetKey LfibWriter::addViaSet(const LfibViaSet& set) {
     return viaSetKey(at, serial_);
 }
 
-void LfibWriter::releaseViaSet(LfibViaSetKey key) {
-    const LfibViaSet set = status_->viaSet(key);
+LfibViaSetKey LfibWriter::addOwningViaSet(const LfibViaSet& set) {
+    try {
+        return addViaSet(set, true);
+    } catch (const std::length_error&) {
+        releaseMembers(set);
+        throw;
+    }
+}
+
+void LfibWriter::releaseMembers(const LfibViaSet& set) noexcept {
     for (const LfibWeightedVia& member : set.members.view()) {
-        if (member.viaIndex != 0) {
-            release(member.viaIndex);
-        }
+        release(member.viaIndex);
+    }
+}
+
+void LfibWriter::releaseViaSet(LfibViaSetKey key) {
+    ViaSetRecord fixed;
+    std::memcpy(&fixed,
+                memory_.bytes().data() + heapOffset + std::size_t{unitOf(key)} * unit +
+                    sizeof(RecordHeader),
+                sizeof fixed);
+    if (fixed.ownsVias != 0) {
+        releaseMembers(status_->viaSet(key));
     }
     release(unitOf(key));
 }

@@ -21,9 +21,17 @@ void PluginContext::pluginDel(OvixPlugin& plugin) noexcept {
 }
 
 OvixPlugin::~OvixPlugin() {
+    pluginCtxIs(nullptr);
+}
+
+void OvixPlugin::pluginCtxIs(Ptr<PluginContext> context) {
+    if (pluginCtx_ == context) {
+        return;
+    }
     if (pluginCtx_) {
         pluginCtx_->pluginDel(*this);
     }
+    pluginCtx_ = std::move(context);
 }
 
 void OvixPlugin::savePluginRef(const Ptr<Tessel::EntityManager>& entityManager) {

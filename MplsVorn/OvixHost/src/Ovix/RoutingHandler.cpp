@@ -5,6 +5,9 @@
 namespace Ovix {
 
 void RoutingHandlers::handlerIs(Ptr<RoutingHandler> handler) {
+    if (!handler) {
+        return;
+    }
     const auto same = std::find_if(handlers_.begin(), handlers_.end(), [&](const auto& held) {
         return held->name() == handler->name();
     });

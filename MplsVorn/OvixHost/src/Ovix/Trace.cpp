@@ -30,6 +30,9 @@ TraceLine& TraceLine::operator<<(std::string_view text) noexcept {
 }
 
 void TraceRing::write(std::string_view tag, unsigned level, const TraceLine& line) noexcept {
+    if (records_.empty()) {
+        return;
+    }
     Record& record = records_[written_ % records_.size()];
     record.tag = tag;
     record.level = level;
@@ -63,7 +66,7 @@ void TraceSource::write(unsigned level, const TraceLine& line) {
     if (static_cast<int>(level) <= ringLevel_) {
         output.ring().write(ringTag_, level, line);
     }
-    if (static_cast<int>(level) <= textLevel_) {
+    if (static_cast<int>(level) <= textLevel_ && output.textSink()) {
         output.textSink()(textName_, level, line.view());
     }
 }

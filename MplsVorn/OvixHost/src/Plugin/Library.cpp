@@ -5,6 +5,9 @@
 namespace Plugin {
 
 void Library::load(const std::string& file) {
+    if (file.empty()) { // which would name the program itself
+        throw LoadError("cannot load plugin: the file name is empty");
+    }
     if (dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE) == nullptr) {
         const char* reason = dlerror(); // NOLINT(concurrency-mt-unsafe): main thread, at start-up
         throw LoadError("cannot load plugin " + file + ": " +

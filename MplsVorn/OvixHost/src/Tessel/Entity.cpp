@@ -32,16 +32,24 @@ void Entity::unsubscribe(Subscriber& subscriber) const noexcept {
 }
 
 void Entity::publish(AttrId attribute, std::uint64_t key) const {
+    /// Ends also when a subscriber throws: the list stays as it should be.
+    struct Publication {
+        explicit Publication(const Entity& of) noexcept : entity(of) { ++entity.publishing_; }
+        Publication(const Publication&) = delete;
+        Publication& operator=(const Publication&) = delete;
+        ~Publication() {
+            if (--entity.publishing_ == 0) {
+                std::erase(entity.subscribers_, nullptr);
+            }
+        }
+        const Entity& entity;
+    };
+    const Publication publication(*this);
     const std::size_t listening = subscribers_.size();
-    ++publishing_;
     for (std::size_t i = 0; i < listening; ++i) {
         if (subscribers_[i] != nullptr) {
             subscribers_[i]->attributeChanged(*this, attribute, key);
         }
-    }
-    --publishing_;
-    if (publishing_ == 0) {
-        std::erase(subscribers_, nullptr);
     }
 }
 

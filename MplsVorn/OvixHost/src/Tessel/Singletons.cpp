@@ -19,6 +19,9 @@ Ptr<Entity> Singletons::find(std::string_view typeName) const {
 }
 
 Ptr<Entity> Singletons::create(std::string_view typeName) {
+    if (Ptr<Entity> existing = find(typeName)) {
+        return existing;
+    }
     const auto factory = factories_.find(typeName);
     if (factory == factories_.end()) {
         throw std::out_of_range("no factory for singleton type " + std::string(typeName));

@@ -7,17 +7,16 @@ namespace Tessel {
 namespace {
 
 constexpr std::size_t chunkBytes = 16384;
-constexpr std::size_t cacheLine = 64;
 
 } // namespace
 
 // A chunk is never given back: what one burst of frames needed, the next one will need again.
 void SlabList::refill() {
-    constexpr std::size_t alignment = alignof(std::max_align_t);
-    const std::size_t stride = (blockSize_ + alignment - 1) / alignment * alignment;
+    constexpr std::size_t unit = alignof(std::max_align_t);
+    const std::size_t stride = (blockSize_ + unit - 1) / unit * unit;
     const std::size_t blocks = chunkBytes / stride > 0 ? chunkBytes / stride : 1;
     auto* chunk =
-        static_cast<std::byte*>(::operator new (blocks* stride, std::align_val_t{cacheLine}));
+        static_cast<std::byte*>(::operator new (blocks* stride, std::align_val_t{alignment}));
     ++tracker_.chunksFromHeap;
     for (std::size_t i = blocks; i > 0; --i) {
         auto* block = reinterpret_cast<Block*>(chunk + (i - 1) * stride);

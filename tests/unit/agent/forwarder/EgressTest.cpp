@@ -1,0 +1,119 @@
+// Where a next hop leads: the port, the neighbour, and whether the packet may go there.
+
+#include "ForwarderTesting.h"
+
+using namespace OvixAgent;
+using namespace OvixAgent::Testing;
+
+namespace {
+
+using EgressTest = ForwarderFixture;
+
+/// The label stack of one label makes an IP packet this much longer.
+constexpr std::size_t stackSize = 4;
+
+/// A labelled frame with this many bytes behind the Ethernet header.
+Bytes frameOfPacketSize(std::size_t size) {
+    const Bytes headers = join({stack({{100}}), ipv4({}, udp())});
+    return join({eth(ethMpls), headers, filled(size - headers.size(), 0)});
+}
+
+} // namespace
+
+TEST_F(EgressTest, IsFoundByInterfaceAndAddressOrIsAReasonToDrop) {
+    const struct {
+        const char* what;
+        Ptr<Ovix::RoutingNexthop> to;
+        std::optional<PortNumber> port;
+        const char* reason;
+    } cases[]{
+        {"interface and address", nexthop("east", "10.0.2.2"), east, ""},
+        {"an IPv6 next hop", nexthop("east", "2001:db8::2"), east, ""},
+        {"an address alone", nexthop("", "10.0.2.2"), east, ""},
+        {"back where it came in", nexthop("west", "10.0.1.2"), west, ""},
+        {"an interface alone, under labels", nexthop("east", ""), {}, "Next hop has no address"},
+        {"an interface alone, over IP", withRewrite(nexthop("east", ""), popInfo()), east, ""},
+        {"no such port", nexthop("south", "10.0.2.2"), {}, "No port for the egress interface"},
+        {"nobody there", nexthop("east", "10.0.2.9"), {}, "No neighbour for the next hop"},
+        {"a neighbour of another port",
+         nexthop("east", "10.0.1.2"),
+         {},
+         "No neighbour for the next hop"},
+        {"nobody anywhere", nexthop("", "10.0.2.9"), {}, "No neighbour for the next hop"},
+        {"a port that is down", nexthop("dark", "10.0.3.2"), {}, "Egress port is down"},
+    };
+    for (const auto& given : cases) {
+        const std::uint64_t before = summary().dropped.total();
+        for (MemoryPort& port : out) {
+            port.frames.clear();
+        }
+        receive(labelled(), always(given.to));
+        for (std::uint32_t i = 0; i < out.size(); ++i) {
+            EXPECT_EQ(out[i].frames.size(), given.port == i ? 1U : 0U) << given.what;
+        }
+        EXPECT_EQ(summary().dropped.total() - before, given.port ? 0U : 1U) << given.what;
+        EXPECT_TRUE(given.port || dropped().contains(given.reason)) << given.what;
+    }
+}
+
+TEST_F(EgressTest, AnAddressOfTheDeviceItselfIsPuntedAsReceived) {
+    receive(labelled(), always(withRewrite(nexthop("", "10.0.1.1"), popInfo())));
+    EXPECT_EQ(cpu.frames, Frames{labelled()});
+    EXPECT_EQ(summary().punted.counts(), (ReasonCounts{{"Address of the device", 1}}));
+}
+
+TEST_F(EgressTest, OnlyTheDefaultVrfIsKnown) {
+    auto to = nexthop("east", "10.0.2.2");
+    to->vrfNameIs(L3::VrfName(L3::defaultVrf));
+    receive(labelled(), always(to));
+    to->vrfNameIs(L3::VrfName(std::string_view("red")));
+    receive(labelled());
+    EXPECT_EQ(summary().forwardedTotal().frames, 1U);
+    EXPECT_EQ(dropped(), (ReasonCounts{{"VRF not configured", 1}}));
+}
+
+TEST_F(EgressTest, TheMtuIsMeasuredOnTheRewrittenPacketWithoutItsLinkHeader) {
+    receive(frameOfPacketSize(100), always(nexthop("east", "10.0.2.2")));
+    receive(frameOfPacketSize(101));
+    receive(frameOfPacketSize(100 + stackSize),
+            always(withRewrite(nexthop("east", "10.0.2.2"), popInfo())));
+    receive(frameOfPacketSize(101 + stackSize));
+    EXPECT_EQ(out[east].frames.size(), 2U);
+    EXPECT_EQ(dropped(), (ReasonCounts{{"MTU exceeded", 2}}));
+}
+
+TEST_F(EgressTest, TheNextHopsMtuCountsWhereItIsSmallerThanThePorts) {
+    auto to = nexthop("east", "10.0.2.2");
+    to->mtuIs(60);
+    receive(frameOfPacketSize(60), always(to));
+    receive(frameOfPacketSize(61));
+    to->mtuIs(5000);
+    receive(frameOfPacketSize(100));
+    receive(frameOfPacketSize(101));
+    EXPECT_EQ(out[east].frames.size(), 2U);
+    EXPECT_EQ(dropped(), (ReasonCounts{{"MTU exceeded", 2}}));
+}
+
+TEST_F(EgressTest, BytesThatTheCaptureLeftOutCountForTheLength) {
+    receive(frameOfPacketSize(90), always(nexthop("east", "10.0.2.2")), 10);
+    receive(frameOfPacketSize(90), always(nexthop("east", "10.0.2.2")), 11);
+    ASSERT_EQ(out[east].frames.size(), 1U);
+    EXPECT_EQ(out[east].frames[0].size(), 14U + 90);
+    EXPECT_EQ(out[east].originalLengths[0], 14U + 100);
+    EXPECT_EQ(dropped(), (ReasonCounts{{"MTU exceeded", 1}}));
+}
+
+TEST_F(EgressTest, TagsFollowTheNextHopThenThePort) {
+    const Bytes tagged = join({eth(ethVlan), tag(0x6005, ethMpls), stack({{100}}), packet()});
+    auto to = nexthop("east", "10.0.2.2");
+    receive(tagged, always(to));
+    to->vlanIdIs(7);
+    receive(tagged);
+    receive(tagged, always(nexthop("plain", "10.0.4.2")));
+    const Bytes packetOut = join({stack({{100}}), packet()});
+    EXPECT_EQ(out[east].frames,
+              (Frames{join({eastHeader(ethVlan), tag(0x6005, ethMpls), packetOut}),
+                      join({eastHeader(ethVlan), tag(7, ethMpls), packetOut})}));
+    EXPECT_EQ(out[plain].frames,
+              Frames{join({{2, 0, 0, 0, 4, 2, 2, 0, 0, 0, 0, 4}, u16(ethMpls), packetOut})});
+}

@@ -1,0 +1,70 @@
+#include "Neighbours.h"
+
+#include <gtest/gtest.h>
+
+#include "Config.h"
+#include "PortTable.h"
+
+using namespace OvixAgent;
+
+namespace {
+
+const AgentConfig config = parseConfig(R"(
+ports:
+  - {name: west, mac: "02:00:00:00:00:01", addresses: [10.0.1.1/24, "2001:db8::1/64"]}
+  - {name: east, mac: "02:00:00:00:00:02"}
+neighbours:
+  - {address: 10.0.1.2, port: east, mac: "02:00:00:00:02:02"}
+  - {address: 10.0.1.2, port: west, mac: "02:00:00:00:01:02"}
+  - {address: "2001:db8::2", port: west, mac: "02:00:00:00:01:02"}
+)",
+                                       "test.yaml");
+
+Lumo::IpGenAddr address(const std::string& text) {
+    return Lumo::IpGenAddr::fromText(text);
+}
+
+} // namespace
+
+TEST(Neighbours, TheSameAddressOnTwoPortsIsTwoNeighbours) {
+    const Neighbours neighbours(config);
+    ASSERT_NE(neighbours.find(address("10.0.1.2"), 0), nullptr);
+    EXPECT_EQ(neighbours.find(address("10.0.1.2"), 0)->mac, (Lumo::EthAddr{2, 0, 0, 0, 1, 2}));
+    ASSERT_NE(neighbours.find(address("10.0.1.2"), 1), nullptr);
+    EXPECT_EQ(neighbours.find(address("10.0.1.2"), 1)->mac, (Lumo::EthAddr{2, 0, 0, 0, 2, 2}));
+}
+
+TEST(Neighbours, WithoutAPortTheFirstOneListedIsFound) {
+    const Neighbours neighbours(config);
+    ASSERT_NE(neighbours.find(address("10.0.1.2"), {}), nullptr);
+    EXPECT_EQ(neighbours.find(address("10.0.1.2"), {})->port, 1U);
+    ASSERT_NE(neighbours.find(address("2001:db8::2"), {}), nullptr);
+    EXPECT_EQ(neighbours.find(address("2001:db8::2"), {})->port, 0U);
+}
+
+TEST(Neighbours, NobodyIsFoundAtAnUnknownAddressOrPort) {
+    const Neighbours neighbours(config);
+    EXPECT_EQ(neighbours.find(address("10.0.1.3"), {}), nullptr);
+    EXPECT_EQ(neighbours.find(address("2001:db8::2"), 1), nullptr);
+    EXPECT_EQ(neighbours.find({}, {}), nullptr);
+    // The same leading bytes in the other family.
+    EXPECT_EQ(neighbours.find(address("a00:102::"), {}), nullptr);
+}
+
+TEST(Neighbours, TheDevicesOwnAddressesAreThoseOfItsPorts) {
+    const Neighbours neighbours(config);
+    EXPECT_TRUE(neighbours.isLocal(address("10.0.1.1")));
+    EXPECT_TRUE(neighbours.isLocal(address("2001:db8::1")));
+    EXPECT_FALSE(neighbours.isLocal(address("10.0.1.0")));
+    EXPECT_FALSE(neighbours.isLocal(address("10.0.1.2")));
+    EXPECT_FALSE(neighbours.isLocal(address("a00:101::")));
+}
+
+TEST(PortTable, PortsAreFoundByTheirInterfaceId) {
+    PortTable table(config.ports);
+    ASSERT_EQ(table.ports().size(), 2U);
+    EXPECT_EQ(table.byIntfId(Lumo::IntfId("west")), &table.ports()[0]);
+    EXPECT_EQ(table.byIntfId(Lumo::IntfId("east")), &table.ports()[1]);
+    EXPECT_EQ(table.byIntfId(Lumo::IntfId("south")), nullptr);
+    EXPECT_EQ(table.byIntfId(Lumo::CpuIntfId::cpuIdToIntfId(0)), nullptr);
+}
