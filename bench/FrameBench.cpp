@@ -7,6 +7,7 @@
 #include "Lumo/Pkt.h"
 #include "Mpls/Hardware/Status.h"
 #include "Mpls/LfibWriter.h"
+#include "MulticastBench.h"
 #include "Router.h"
 #include "Scenarios.h"
 
@@ -132,7 +133,7 @@ void hardwareLookup(benchmark::State& state) {
             const std::uint32_t label =
                 16 + static_cast<std::uint32_t>((std::uint64_t{random} * routes) >> 32U);
             const auto route = status.route(Mpls::RouteKey::fromLabel(Lumo::MplsLabel(label)));
-            benchmark::DoNotOptimize(status.adjacency(route.adjacencyKey).get());
+            benchmark::DoNotOptimize(status.adjacency(route).get());
         }
     }
     countPerFrame(state, 0);
@@ -180,16 +181,13 @@ int main(int argc, char** argv) {
         benchmark::RegisterBenchmark("lookup/hardware", hardwareLookup)->Arg(size);
         benchmark::RegisterBenchmark("lookup/lfib", lfibLookup)->Arg(size);
         for (const std::string& name : Bench::scenarioNames()) {
-            // Sixteen vias per label a million times over would measure the machine's memory.
-            if (routes > 1000 && (name == "ucmp16" || name == "stack6_entropy")) {
-                continue;
-            }
             const auto plugin = [name](benchmark::State& state) { pluginAlone(state, name); };
             const auto road = [name](benchmark::State& state) { wholeRoad(state, name); };
             benchmark::RegisterBenchmark(("plugin/" + name).c_str(), plugin)->Arg(size);
             benchmark::RegisterBenchmark(("road/" + name).c_str(), road)->Arg(size);
         }
     }
+    Bench::registerMulticastBenchmarks();
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     return 0;

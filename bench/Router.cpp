@@ -8,25 +8,22 @@ namespace Bench {
 namespace {
 
 OvixAgent::AgentState& started(OvixAgent::AgentState& state) {
-    // The plugin is linked in here, so it registered itself before main.
-    const Ptr<Ovix::PluginContext>& context = state.pluginContext();
-    Plugin::Loader<Ovix::PluginContext>::defaultLoader().runInitCallers(context.get());
-    OvixAgent::activatePlugins(context);
+    OvixAgent::startPlugin("", state.pluginContext());
     return state;
 }
 
-OvixAgent::PortTable& connected(OvixAgent::PortTable& ports, MemoryPort& out) {
-    for (OvixAgent::Port& port : ports.ports()) {
+OvixAgent::ForwardingTables& connected(OvixAgent::ForwardingTables& tables, MemoryPort& out) {
+    for (OvixAgent::Port& port : tables.ports.ports()) {
         port.out = &out;
     }
-    return ports;
+    return tables;
 }
 
 } // namespace
 
 Router::Router(const OvixAgent::AgentConfig& config)
-    : state_(config, "bench"), ports_(config.ports), neighbours_(config),
-      forwarder_(started(state_).manager(), connected(ports_, out_), neighbours_, out_) {}
+    : state_(config, "bench"), tables_(config),
+      forwarder_(started(state_).manager(), connected(tables_, out_), out_) {}
 
 const Mpls::Hardware::Status& Router::hardware() const {
     return *state_.pluginContext()

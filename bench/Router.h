@@ -3,8 +3,6 @@
 #include "AgentState.h"
 #include "Forwarder.h"
 #include "Mpls/Hardware/Status.h"
-#include "Neighbours.h"
-#include "PortTable.h"
 #include "Scenarios.h"
 #include "TransmitPort.h"
 
@@ -33,12 +31,14 @@ class Router {
     Ptr<Ovix::RoutingHandler> mplsHandler() const {
         return state_.manager()->routingHandlers()->handler("Mpls");
     }
+    const Ptr<Ovix::InputPipelineStep>& inputStep() const {
+        return state_.manager()->genericPipelineSteps()->steps().front();
+    }
     const Mpls::Hardware::Status& hardware() const;
 
   private:
     OvixAgent::AgentState state_;
-    OvixAgent::PortTable ports_;
-    OvixAgent::Neighbours neighbours_;
+    OvixAgent::ForwardingTables tables_;
     MemoryPort out_;
     OvixAgent::Forwarder forwarder_;
 };

@@ -16,6 +16,8 @@ using OvixAgent::ViaConfig;
 
 constexpr std::uint32_t firstLabel = 16;
 constexpr std::uint32_t maxLabels = 1U << 20U;
+/// Routes beyond this many share the adjacencies, as the labels of a network share its paths.
+constexpr std::uint32_t maxWideAdjacencies = 16384;
 constexpr std::size_t frameCount = 8192;
 constexpr std::size_t frameBytes = 64;
 
@@ -29,6 +31,7 @@ struct Kind {
     Stack stack;
     std::uint16_t udpPort = 9;
     std::uint32_t destination = 0x0a090001;
+    std::uint32_t copies = 1;
 };
 
 ViaConfig via(ViaAction action, std::vector<std::uint32_t> labels) {
@@ -73,6 +76,7 @@ std::vector<std::uint32_t> explicitNull(std::uint32_t, std::uint32_t) {
 const std::map<std::string, Kind>& kinds() {
     constexpr std::uint16_t lspPing = 3503;
     constexpr std::uint32_t loopback = 0x7f000001;
+    constexpr std::uint32_t group = 0xe8010203;
     static const std::map<std::string, Kind> all{
         {"swap", {swapVia, oneLabel}},
         {"pop", {popVia, oneLabel}},
@@ -81,6 +85,10 @@ const std::map<std::string, Kind>& kinds() {
         {"stack6_entropy", {sixteenVias, sixLabels}},
         {"unknown", {swapVia, unknownLabel}},
         {"oam_punt", {swapVia, explicitNull, lspPing, loopback}},
+        {"replicate2", {swapVia, oneLabel, 9, group, 2}},
+        {"replicate8", {swapVia, oneLabel, 9, group, 8}},
+        {"replicate64", {swapVia, oneLabel, 9, group, 64}},
+        {"replicate512", {swapVia, oneLabel, 9, group, 512}},
     };
     return all;
 }
@@ -94,13 +102,21 @@ AgentConfig makeConfig(const Kind& kind, std::uint32_t routes) {
     config.ports[1].mac = {2, 0, 0, 0, 0, 2};
     config.neighbours.push_back(
         {{OvixAgent::IpAddress::Family::ipv4, {10, 0, 2, 2}}, 1, {2, 0, 0, 0, 2, 2}});
-    const std::vector<ViaConfig> vias = kind.vias();
-    for (std::uint32_t i = 0; i < routes; ++i) {
+    std::vector<ViaConfig> vias = kind.vias();
+    if (kind.copies > 1) {
+        vias.assign(kind.copies, ViaConfig(vias.front()));
+    }
+    const std::uint32_t adjacencies =
+        vias.size() > 1 ? std::min(routes, maxWideAdjacencies) : routes;
+    for (std::uint32_t i = 0; i < adjacencies; ++i) {
         OvixAgent::AdjacencyConfig adjacency;
         adjacency.id = i + 1;
         adjacency.vias = vias;
+        adjacency.multicast = kind.copies > 1;
         config.hardware.adjacencies.push_back(adjacency);
-        config.hardware.routes.push_back({firstLabel + i, i + 1, false, 0});
+    }
+    for (std::uint32_t i = 0; i < routes; ++i) {
+        config.hardware.routes.push_back({firstLabel + i, i % adjacencies + 1, false, 0});
     }
     return config;
 }
@@ -134,9 +150,13 @@ std::vector<std::string> scenarioNames() {
     return {"swap", "pop", "push3", "ucmp16", "stack6_entropy", "unknown", "oam_punt"};
 }
 
+std::vector<std::string> replicationNames() {
+    return {"replicate2", "replicate8", "replicate64", "replicate512"};
+}
+
 Scenario makeScenario(const std::string& name, std::uint32_t routes) {
     const Kind& kind = kinds().at(name);
-    Scenario scenario{name, makeConfig(kind, routes), {}};
+    Scenario scenario{name, makeConfig(kind, routes), kind.copies, {}};
     std::mt19937 random(1);
     std::uniform_int_distribution<std::uint32_t> label(firstLabel, firstLabel + routes - 1);
     std::uniform_int_distribution<std::uint32_t> flow(0, 0xffff);

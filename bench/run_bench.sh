@@ -22,3 +22,6 @@ for scenario in swap pop push3 ucmp16 stack6_entropy unknown oam_punt; do
         "$(instructions "$scenario" 'Ovix::MplsRoutingHandler::processPacket*')" \
         "$(instructions "$scenario" 'OvixAgent::Forwarder::receive*')"
 done
+
+# The input step, for frames that are none of its business.
+printf '\n%-16s %22s\n' 'input step' "$(instructions swap 'Ovix::MplsMldpInputStep::process*')"

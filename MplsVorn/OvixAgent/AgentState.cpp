@@ -8,6 +8,7 @@
 #include "Mpls/Hardware/Status.h"
 #include "Mpls/RoutingInfo.h"
 #include "Neighbours.h"
+#include "PackedLabels.h"
 #include "Routing/Multicast/MvpnIntfStatus.h"
 #include "Tessel/ShmEntityManager.h"
 
@@ -31,6 +32,19 @@ std::vector<Mpls::WeightedVia> toVias(const ViaList& list, const AgentConfig& co
     return vias;
 }
 
+/// What is not said of the tail stays as the default record has it.
+Mpls::LfibMulticastIpLookupVia toTailRecord(const TailConfig& tail) {
+    const std::uint64_t intf = Lumo::VlanIntfId::vlanIdToIntfId(tail.vlan).value();
+    Mpls::LfibMulticastIpLookupVia record;
+    record.intfIdHigh = static_cast<std::uint32_t>(intf >> 32U);
+    record.intfIdLow = static_cast<std::uint32_t>(intf);
+    return record;
+}
+
+Mpls::LfibViaSetType setTypeOf(bool multicast) noexcept {
+    return multicast ? Mpls::LfibViaSetType::multicast : Mpls::LfibViaSetType::unicast;
+}
+
 void publishRoute(Mpls::LfibWriter& lfib, const LfibRouteConfig& route, const AgentConfig& config) {
     const RouteKey key = RouteKey::fromLabel(Lumo::MplsLabel(route.label));
     const auto type = static_cast<Mpls::LfibViaType>(route.type);
@@ -40,10 +54,12 @@ void publishRoute(Mpls::LfibWriter& lfib, const LfibRouteConfig& route, const Ag
         const ViaConfig& via = route.vias.front();
         lfib.ipLookupRouteIs(key, type, L3::VrfName(std::string_view(via.vrf)),
                              static_cast<Mpls::PayloadType>(via.payload));
+    } else if (route.tail) {
+        lfib.multicastIpLookupRouteIs(key, toTailRecord(*route.tail), toVias(route.vias, config));
     } else if (route.type == ViaTypes::multicastIpLookup) {
         lfib.multicastIpLookupRouteIs(key, {});
     } else {
-        lfib.routeIs(key, type, Mpls::LfibViaSetType::unicast, toVias(route.vias, config));
+        lfib.routeIs(key, type, setTypeOf(route.multicast), toVias(route.vias, config));
     }
 }
 
@@ -69,13 +85,7 @@ Ovix::OvixMplsVia toViaRecord(const ViaConfig& via, const AgentConfig& config) {
     if (via.nexthop) {
         record.nexthop = toIpGenAddr(*via.nexthop);
     }
-    std::vector<std::uint8_t> packed;
-    for (const std::uint32_t label : via.labels) {
-        packed.insert(packed.end(),
-                      {static_cast<std::uint8_t>(label >> 16U),
-                       static_cast<std::uint8_t>(label >> 8U), static_cast<std::uint8_t>(label)});
-    }
-    if (!record.labelsIs(packed)) {
+    if (!record.labelsIs(packedLabels(via.labels))) {
         throw std::length_error("more than 65536 different label stacks too deep for a via");
     }
     return record;
@@ -86,10 +96,12 @@ AgentState::AgentState(const AgentConfig& config, const std::string& file,
     : entities_(Tessel::make<Tessel::EntityManager>(systemName, true)) {
     publishState(config);
     publishLfibs(config, file);
+    publishMvpn(config);
     auto manager = Tessel::make<Ovix::PluginManager>();
     manager->shmEntitySourceIs(
         Tessel::make<Ovix::ShmEntitySource>(Tessel::ShmEntityManager::ofSystem(systemName, true)));
     manager->packetHashers()->hasherIs(Ovix::PktHdrType::mpls, Tessel::make<Ovix::MplsHasher>());
+    manager->routingCapabilities()->routingSupportedIs(true);
     context_ = Tessel::make<Ovix::PluginContext>(entities_, manager);
 }
 
@@ -112,9 +124,10 @@ void AgentState::publishState(const AgentConfig& config) {
     hardware->reserve(config.hardware.routes.size());
     for (const AdjacencyConfig& adjacency : config.hardware.adjacencies) {
         hardware->adjacencyIs(adjacency.id,
-                              Mpls::Hardware::Adjacency::create(toVias(adjacency.vias, config),
-                                                                toVias(adjacency.backups, config),
-                                                                adjacency.useBackups));
+                              Mpls::Hardware::Adjacency::create(
+                                  toVias(adjacency.vias, config), toVias(adjacency.backups, config),
+                                  adjacency.useBackups, Mpls::LfibViaType::ip,
+                                  setTypeOf(adjacency.multicast)));
     }
     for (const HardwareRouteConfig& route : config.hardware.routes) {
         hardware->routeIs({RouteKey::fromLabel(Lumo::MplsLabel(route.label)), route.adjacency,
@@ -144,8 +157,17 @@ void AgentState::publishLfibs(const AgentConfig& config, const std::string& file
         }
         tables->tableIs(lfibPaths[i], lfibs_[i]->status());
     }
-    tables->tableIs(Routing::Multicast::MvpnIntfStatus::mountPath,
-                    Tessel::make<Routing::Multicast::MvpnIntfStatus>());
+}
+
+void AgentState::publishMvpn(const AgentConfig& config) {
+    auto status = Tessel::make<Routing::Multicast::MvpnIntfStatus>();
+    for (const MvpnConfig& entry : config.mvpn) {
+        status->vrfIntfIdIs({entry.vrfId}, entry.vlan
+                                               ? Lumo::VlanIntfId::vlanIdToIntfId(*entry.vlan)
+                                               : Lumo::IntfId(config.ports[*entry.port].name));
+    }
+    Tessel::ShmEntityManager::ofSystem(entities_->systemName(), true)
+        ->tableIs(Routing::Multicast::MvpnIntfStatus::mountPath, status);
 }
 
 } // namespace OvixAgent

@@ -32,6 +32,7 @@ class AgentState {
   private:
     void publishState(const AgentConfig& config);
     void publishLfibs(const AgentConfig& config, const std::string& file);
+    void publishMvpn(const AgentConfig& config);
 
     Ptr<Tessel::EntityManager> entities_;
     std::array<std::unique_ptr<Mpls::LfibWriter>, lfibTableNames.size()> lfibs_;

@@ -74,7 +74,8 @@ std::variant<RunOptions, CliExit> parseCommandLine(int argc, const char* const* 
     run->add_option("CONFIG", options.config, "The configuration, a YAML file");
     run->add_option("--in", inputs, "A capture to read, and the port that its frames come in at")
         ->type_name("PORT=CAPTURE");
-    run->add_option("--out", options.outDirectory, "The directory for PORT.pcap and cpu.pcap")
+    run->add_option("--out", options.outDirectory,
+                    "The directory for PORT.pcap, cpu.pcap and lo.pcap")
         ->type_name("DIR")
         ->required();
     run->add_flag("--json", options.json, "Print the summary as JSON");

@@ -7,10 +7,14 @@
 #include <memory>
 
 #include "ConfigDocument.h"
+#include "ConfigFecs.h"
 #include "ConfigHardware.h"
 #include "ConfigLfib.h"
+#include "ConfigMvpn.h"
 #include "ConfigPorts.h"
+#include "ConfigPseudowires.h"
 #include "ConfigReader.h"
+#include "ConfigRoutes.h"
 
 namespace OvixAgent {
 
@@ -64,8 +68,8 @@ AgentConfig readConfig(const ConfigValue& root) {
     if (root.kind() == ConfigValue::Kind::null) {
         root.fail("ports: missing (the file is empty)");
     }
-    const ConfigMap map(root,
-                        {"mpls-routing", "toggles", "ports", "neighbours", "lfib", "hardware"});
+    const ConfigMap map(root, {"mpls-routing", "toggles", "ports", "neighbours", "lfib", "hardware",
+                               "pseudowires", "routes", "fecs", "mvpn"});
     AgentConfig config;
     config.mplsRouting = map.booleanOr("mpls-routing", true);
     if (const auto toggles = map.find("toggles")) {
@@ -82,6 +86,21 @@ AgentConfig readConfig(const ConfigValue& root) {
     }
     if (const auto hardware = map.find("hardware")) {
         config.hardware = readHardware(*hardware, portNames);
+    }
+    if (const auto fecs = map.find("fecs")) {
+        config.fecs = readFecs(*fecs, portNames);
+    }
+    if (const auto pseudowires = map.find("pseudowires")) {
+        config.pseudowires = readPseudowires(*pseudowires, portNames);
+    }
+    if (const auto mvpn = map.find("mvpn")) {
+        config.mvpn = readMvpn(*mvpn, portNames);
+    }
+    if (const auto routes = map.find("routes")) {
+        config.routes = readRoutes(*routes, config, portNames);
+    }
+    for (PortConfig& port : config.ports) {
+        port.routesIp = port.routesIp || hasRoutes(config, port.vrf);
     }
     return config;
 }

@@ -84,6 +84,27 @@ IpInterfaceAddress readIpInterfaceAddress(const ConfigValue& value) {
     return {*address, static_cast<std::uint8_t>(length)};
 }
 
+IpPrefix prefixOf(const IpAddress& address, std::uint8_t length) {
+    IpPrefix prefix{address, length};
+    const std::size_t whole = length / 8U;
+    const unsigned rest = length % 8U;
+    for (std::size_t i = whole; i < prefix.address.bytes.size(); ++i) {
+        const unsigned kept = i == whole && rest != 0 ? 0xff00U >> rest : 0U;
+        prefix.address.bytes[i] &= static_cast<std::uint8_t>(kept);
+    }
+    return prefix;
+}
+
+IpPrefix readIpPrefix(const ConfigValue& value) {
+    const IpInterfaceAddress given = readIpInterfaceAddress(value);
+    const IpPrefix prefix = prefixOf(given.address, given.prefixLength);
+    if (prefix.address != given.address) {
+        value.fail(fmt::format("{} has bits set behind its prefix length",
+                               inQuotes(value.text("prefix"))));
+    }
+    return prefix;
+}
+
 MacAddress readUnicastMac(const ConfigValue& value) {
     const std::string_view text = value.text("a MAC address");
     const std::optional<MacAddress> mac = parseMac(text);

@@ -18,7 +18,7 @@ using AdjacencyLines = std::unordered_map<std::uint64_t, std::size_t>;
 
 AdjacencyConfig readAdjacency(const ConfigValue& value, const PortNames& ports,
                               AdjacencyLines& lines) {
-    const ConfigMap map(value, {"id", "use-backups", "vias", "via", "backups"});
+    const ConfigMap map(value, {"id", "use-backups", "multicast", "vias", "via", "backups"});
     AdjacencyConfig adjacency;
     adjacency.line = value.line();
     const ConfigValue id = map.required("id");
@@ -29,6 +29,7 @@ AdjacencyConfig readAdjacency(const ConfigValue& value, const PortNames& ports,
             fmt::format("adjacency {} is already defined at line {}", adjacency.id, first->second));
     }
     adjacency.useBackups = map.booleanOr("use-backups", false);
+    adjacency.multicast = map.booleanOr("multicast", false);
     adjacency.vias = readVias(map, ViaTypes::ip, ports);
     if (const auto backups = map.find("backups")) {
         adjacency.backups = readViaList(*backups, ViaTypes::ip, ports, true);

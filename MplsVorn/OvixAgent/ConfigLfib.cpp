@@ -27,18 +27,41 @@ ViaType readViaType(const ConfigMap& route) {
                     : value->choice("via type", viaTypes);
 }
 
+std::optional<TailConfig> readTail(const ConfigMap& route, bool isMulticast) {
+    const auto tail = route.find("tail");
+    if (!tail) {
+        return std::nullopt;
+    }
+    if (!isMulticast) {
+        tail->fail("only a multicast route has a tail");
+    }
+    const ConfigMap map(*tail, {"vlan"});
+    return TailConfig{map.required("vlan").number<std::uint16_t>("vlan", 1, 4094)};
+}
+
+void readMulticast(const ConfigMap& map, LfibRouteConfig& route) {
+    route.multicast = map.booleanOr("multicast", false);
+    if (route.multicast && route.type != ViaTypes::ip) {
+        map.required("type").fail("a multicast route is of type ip");
+    }
+    route.tail = readTail(map, route.multicast);
+}
+
 std::vector<LfibRouteConfig> readRoutes(const ConfigValue& list, const PortNames& ports) {
     std::vector<LfibRouteConfig> routes;
     routes.reserve(list.listSize());
     RouteLabels labels;
     for (std::size_t i = 0; i < list.listSize(); ++i) {
         const ConfigValue item = list.item(i);
-        const ConfigMap map(item, {"label", "type", "vias", "via"});
+        const ConfigMap map(item, {"label", "type", "vias", "via", "multicast", "tail"});
         LfibRouteConfig& route = routes.emplace_back();
         route.line = item.line();
         route.label = labels.read(map);
         route.type = readViaType(map);
-        route.vias = readVias(map, route.type, ports);
+        readMulticast(map, route);
+        if (!route.tail || map.find("vias") || map.find("via")) {
+            route.vias = readVias(map, route.type, ports);
+        }
     }
     return routes;
 }

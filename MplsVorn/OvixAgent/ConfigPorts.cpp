@@ -57,7 +57,7 @@ std::vector<IpInterfaceAddress> readAddresses(const ConfigValue& list) {
 
 PortConfig readPort(const ConfigValue& value) {
     static constexpr ConfigChoice states[]{{"up", 1}, {"down", 0}};
-    const ConfigMap map(value, {"name", "mac", "mtu", "addresses", "tagging", "status"});
+    const ConfigMap map(value, {"name", "mac", "mtu", "addresses", "tagging", "status", "vrf"});
     PortConfig port;
     port.name = readPortName(map.required("name"));
     port.mac = readUnicastMac(map.required("mac"));
@@ -69,6 +69,10 @@ PortConfig readPort(const ConfigValue& value) {
         port.tagging = readTagging(*tagging);
     }
     port.isUp = map.choiceOr("status", states, 1) == 1;
+    if (const auto vrf = map.find("vrf")) {
+        port.vrf = vrf->name("VRF name", maxVrfNameSize);
+        port.routesIp = true;
+    }
     return port;
 }
 

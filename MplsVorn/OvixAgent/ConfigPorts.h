@@ -10,6 +10,8 @@
 
 namespace OvixAgent {
 
+inline constexpr std::size_t maxVrfNameSize = 100;
+
 /// Finds ports by name.
 class PortNames {
   public:

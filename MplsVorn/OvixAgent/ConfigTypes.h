@@ -52,6 +52,9 @@ struct PortConfig {
     std::vector<IpInterfaceAddress> addresses;
     Tagging tagging;
     bool isUp = true;
+    std::string vrf = "default";
+    /// Whether IP frames that come in here are routed; otherwise they are handed on.
+    bool routesIp = false;
 };
 
 struct NeighbourConfig {
@@ -97,18 +100,25 @@ struct ViaConfig {
     PayloadType payload = PayloadType::automatic;
     std::optional<std::uint32_t> mtu;  ///< unset: the port's
     std::optional<std::uint16_t> vlan; ///< 1..4094; unset: as the port does
-    std::uint64_t fec = 0;             ///< 0: none
+    std::uint64_t fec = 0;             ///< 0: none; the FEC need not be there
     std::string vrf = "default";
 };
 
 /// 1 to 599 vias whose weights add up to 1..4294967295.
 using ViaList = std::vector<ViaConfig>;
 
+/// Where a multicast LSP ends at this device: its packets go to the CPU on a VLAN.
+struct TailConfig {
+    std::uint16_t vlan = 0; ///< 1..4094
+};
+
 struct LfibRouteConfig {
     std::uint32_t label = 0;
     ViaType type = ViaTypes::ip;
-    ViaList vias;
-    std::size_t line = 0; ///< where the route stands in the file
+    ViaList vias;                   ///< may be empty when there is a tail
+    bool multicast = false;         ///< every via gets a replica
+    std::optional<TailConfig> tail; ///< of a multicast route
+    std::size_t line = 0;           ///< where the route stands in the file
 };
 
 enum class LfibTable : std::uint8_t {
@@ -132,9 +142,25 @@ struct LfibConfig {
     }
 };
 
+inline constexpr std::uint64_t maxFecId = (std::uint64_t{1} << 56U) - 1;
+
+/// One next hop of a FEC.
+struct FecViaConfig {
+    PortIndex port = 0;
+    IpAddress nexthop;
+    std::uint32_t weight = 1;
+};
+
+/// A forwarding equivalence class: what the vias that name it by its id lead to.
+struct FecConfig {
+    std::uint64_t id = 0;           ///< 1..maxFecId
+    std::vector<FecViaConfig> vias; ///< at least one; the weights add up as in a ViaList
+};
+
 struct AdjacencyConfig {
     std::uint64_t id = 0;
     bool useBackups = false;
+    bool multicast = false; ///< every via gets a replica
     ViaList vias;
     ViaList backups; ///< may be empty
     std::size_t line = 0;
@@ -152,6 +178,53 @@ struct HardwareConfig {
     std::vector<HardwareRouteConfig> routes;
 };
 
+/// An Ethernet pseudowire: the frames of a port, carried whole over MPLS (RFC 4448 raw mode). What
+/// comes back has a route of its own in the pseudowire table.
+struct PseudowireConfig {
+    std::string name;
+    PortIndex port = 0;      ///< the attachment circuit
+    std::uint32_t label = 0; ///< what the other end knows the pseudowire by; 16..1048575
+    bool controlWord = true; ///< recommended by RFC 8469
+    PortIndex egress = 0;    ///< an attachment circuit of no pseudowire
+    IpAddress nexthop;
+    std::vector<std::uint32_t> tunnelLabels; ///< outermost first
+    std::size_t line = 0;                    ///< where the pseudowire stands in the file
+};
+
+/// The provider-multicast interface of a multicast VPN: that of a VLAN or a port.
+struct MvpnConfig {
+    std::uint32_t vrfId = 0;
+    std::optional<std::uint16_t> vlan; ///< 1..4094
+    std::optional<PortIndex> port;     ///< set exactly when `vlan` is not
+};
+
+/// An address prefix; the bits behind it are zero.
+struct IpPrefix {
+    IpAddress address;
+    std::uint8_t length = 0;
+
+    friend bool operator==(const IpPrefix&, const IpPrefix&) = default;
+};
+
+/// One way of an IP route.
+struct IpRouteViaConfig {
+    PortIndex port = 0;
+    std::optional<IpAddress> nexthop; ///< unset: the destination is on the link itself
+    std::uint32_t weight = 1;
+    std::vector<std::uint32_t> labels; ///< outermost first; may be empty
+    TtlMode ttl = TtlMode::uniform;
+    std::optional<std::uint8_t> tc;      ///< 0..7; unset: taken from the packet's DSCP
+    std::optional<std::uint8_t> pushTtl; ///< 1..255
+};
+
+struct IpRouteConfig {
+    std::string vrf = "default";
+    IpPrefix prefix;
+    /// As a ViaList; empty: what the route matches is dropped.
+    std::vector<IpRouteViaConfig> vias;
+    std::size_t line = 0;
+};
+
 /// Toggle file name -> toggle name -> state.
 using ToggleConfig = std::map<std::string, std::map<std::string, bool>>;
 
@@ -163,6 +236,10 @@ struct AgentConfig {
     std::vector<NeighbourConfig> neighbours;
     LfibConfig lfib;
     HardwareConfig hardware;
+    std::vector<FecConfig> fecs; ///< each id once
+    std::vector<PseudowireConfig> pseudowires;
+    std::vector<MvpnConfig> mvpn;      ///< each VRF once
+    std::vector<IpRouteConfig> routes; ///< a prefix stands at most once in a VRF
 };
 
 } // namespace OvixAgent

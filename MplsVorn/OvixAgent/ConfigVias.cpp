@@ -11,8 +11,7 @@ namespace {
 
 constexpr std::size_t maxVias = 599;
 constexpr std::size_t maxLabels = 65535 / 4; ///< more do not fit the largest MTU
-constexpr std::size_t maxVrfNameSize = 100;
-constexpr std::uint32_t implicitNull = 3; ///< RFC 3032
+constexpr std::uint32_t implicitNull = 3;    ///< RFC 3032
 constexpr std::uint32_t anyWeight = std::numeric_limits<std::uint32_t>::max();
 
 constexpr ConfigChoice actions[]{{"push", 1}, {"pop", 2}, {"swap", 3}};
@@ -36,23 +35,18 @@ std::vector<std::uint32_t> readLabels(const ConfigMap& map, ViaAction action) {
         list->fail(fmt::format("{} labels given, push and swap take 1 to {}", list->listSize(),
                                maxLabels));
     }
-    std::vector<std::uint32_t> labels;
-    labels.reserve(list->listSize());
-    for (std::size_t i = 0; i < list->listSize(); ++i) {
-        const ConfigValue item = list->item(i);
-        labels.push_back(item.number<std::uint32_t>("label", 0, maxLabel));
-        if (labels.back() == implicitNull) {
-            item.fail("label 3 (implicit null) never stands in a frame; use action pop instead");
-        }
-    }
-    return labels;
+    return readLabelList(*list, "use action pop instead");
+}
+
+/// Such a via always pops.
+bool isLookup(ViaType type) {
+    return type == ViaTypes::ipLookup || type == ViaTypes::ipLookupPerPrefix;
 }
 
 /// A via must lead somewhere. The payload of an IP lookup is routed in the VRF, which always has a
 /// name.
 void checkDestination(const ConfigValue& value, const ViaConfig& via, ViaType type) {
-    const bool isLookup = type == ViaTypes::ipLookup || type == ViaTypes::ipLookupPerPrefix;
-    if (!isLookup && !via.port && !via.nexthop && via.fec == 0) {
+    if (!isLookup(type) && !via.port && !via.nexthop && via.fec == 0) {
         value.fail("leads nowhere: interface, nexthop or fec is needed");
     }
 }
@@ -68,7 +62,9 @@ ViaConfig readVia(const ConfigValue& value, ViaType type, const PortNames& ports
         via.nexthop = readIpAddress(*nexthop);
     }
     via.weight = map.numberOr<std::uint32_t>("weight", 0, anyWeight, via.weight);
-    via.action = static_cast<ViaAction>(map.required("action").choice("action", actions));
+    if (!isLookup(type) || map.find("action")) {
+        via.action = static_cast<ViaAction>(map.required("action").choice("action", actions));
+    }
     via.labels = readLabels(map, via.action);
     via.ttl = static_cast<TtlMode>(map.choiceOr("ttl", ttlModes, 0));
     via.tc = map.optionalNumber<std::uint8_t>("tc", 0, 7);
@@ -76,7 +72,7 @@ ViaConfig readVia(const ConfigValue& value, ViaType type, const PortNames& ports
     via.payload = static_cast<PayloadType>(map.choiceOr("payload", payloads, 5));
     via.mtu = map.optionalNumber<std::uint32_t>("mtu", 68, 65535);
     via.vlan = map.optionalNumber<std::uint16_t>("vlan", 1, 4094);
-    via.fec = map.numberOr<std::uint64_t>("fec", 0, std::numeric_limits<std::uint64_t>::max(), 0);
+    via.fec = map.numberOr<std::uint64_t>("fec", 0, maxFecId, 0);
     if (const auto vrf = map.find("vrf")) {
         via.vrf = vrf->name("VRF name", maxVrfNameSize);
     }
@@ -84,18 +80,35 @@ ViaConfig readVia(const ConfigValue& value, ViaType type, const PortNames& ports
     return via;
 }
 
-void checkWeights(const ConfigValue& value, const ViaList& vias) {
+std::uint64_t totalWeight(const ViaList& vias) {
     std::uint64_t total = 0;
     for (const ViaConfig& via : vias) {
         total += via.weight;
     }
+    return total;
+}
+
+} // namespace
+
+std::vector<std::uint32_t> readLabelList(const ConfigValue& list, std::string_view instead) {
+    std::vector<std::uint32_t> labels;
+    labels.reserve(list.listSize());
+    for (std::size_t i = 0; i < list.listSize(); ++i) {
+        const ConfigValue item = list.item(i);
+        labels.push_back(item.number<std::uint32_t>("label", 0, maxLabel));
+        if (labels.back() == implicitNull) {
+            item.fail(fmt::format("label 3 (implicit null) never stands in a frame; {}", instead));
+        }
+    }
+    return labels;
+}
+
+void checkWeights(const ConfigValue& value, std::uint64_t total) {
     if (total == 0 || total > anyWeight) {
         value.fail(fmt::format("the weights add up to {}, which is out of range (1..{})", total,
                                anyWeight));
     }
 }
-
-} // namespace
 
 ViaList readViaList(const ConfigValue& list, ViaType type, const PortNames& ports,
                     bool mayBeEmpty) {
@@ -111,7 +124,7 @@ ViaList readViaList(const ConfigValue& list, ViaType type, const PortNames& port
     for (std::size_t i = 0; i < size; ++i) {
         vias.push_back(readVia(list.item(i), type, ports));
     }
-    checkWeights(list, vias);
+    checkWeights(list, totalWeight(vias));
     return vias;
 }
 
@@ -125,7 +138,7 @@ ViaList readVias(const ConfigMap& map, ViaType type, const PortNames& ports) {
         single->fail("via and vias cannot both be given");
     }
     ViaList vias{readVia(*single, type, ports)};
-    checkWeights(*single, vias);
+    checkWeights(*single, totalWeight(vias));
     return vias;
 }
 

@@ -13,6 +13,18 @@ struct Fate {
     std::string_view reason; ///< a literal or a counter's reason; empty when forwarded
 };
 
+inline constexpr Fate forwarded{};
+
+constexpr Fate punt(std::string_view reason) noexcept {
+    return {FateKind::punted, reason};
+}
+constexpr Fate drop(std::string_view reason) noexcept {
+    return {FateKind::dropped, reason};
+}
+constexpr Fate handOn(std::string_view reason) noexcept {
+    return {FateKind::handedOn, reason};
+}
+
 /// The agent's own reasons. Those of the plugin are what it counted last for the frame.
 namespace Reason {
 inline constexpr std::string_view notMpls = "Not MPLS";
@@ -22,12 +34,34 @@ inline constexpr std::string_view noNexthop = "No next hop";
 inline constexpr std::string_view unknownRewrite = "Rewrite not implemented";
 inline constexpr std::string_view unknownVrf = "VRF not configured";
 inline constexpr std::string_view unknownPort = "No port for the egress interface";
+inline constexpr std::string_view unknownFec = "No FEC for the egress interface";
 inline constexpr std::string_view noAddress = "Next hop has no address";
 inline constexpr std::string_view noNeighbour = "No neighbour for the next hop";
 inline constexpr std::string_view localAddress = "Address of the device";
 inline constexpr std::string_view portDown = "Egress port is down";
 inline constexpr std::string_view mtuExceeded = "MTU exceeded";
 inline constexpr std::string_view tooLong = "Frame too long";
+inline constexpr std::string_view mplsRoutingOff = "MPLS routing not enabled";
+inline constexpr std::string_view pseudowireCutShort =
+    "Pseudowire payload shorter than an Ethernet header";
+inline constexpr std::string_view noControlWord = "No pseudowire control word";
+inline constexpr std::string_view unexpectedControlWord =
+    "Pseudowire control word where none is expected";
+inline constexpr std::string_view associatedChannel = "Pseudowire associated channel";
+inline constexpr std::string_view ipHeaderCutShort = "IP header cut short";
+inline constexpr std::string_view ipVersion = "IP version contradicts the packet type";
+inline constexpr std::string_view ipv4HeaderLength = "IPv4 header length wrong";
+inline constexpr std::string_view ipv4TotalLength = "IPv4 total length wrong";
+inline constexpr std::string_view ipv4Checksum = "IPv4 header checksum wrong";
+inline constexpr std::string_view ipv6PayloadLength = "IPv6 payload cut short";
+inline constexpr std::string_view ttlExpired = "TTL expired";
+inline constexpr std::string_view noRoute = "No route";
+inline constexpr std::string_view droppingRoute = "Route drops";
+inline constexpr std::string_view linkScope = "Link-local or broadcast destination";
+inline constexpr std::string_view multicast = "IP multicast not routed";
+inline constexpr std::string_view martianDestination = "IP destination never on a wire";
+inline constexpr std::string_view martianSource = "IP source never to be forwarded";
+inline constexpr std::string_view delivered = "Multicast delivered to the CPU";
 inline constexpr std::string_view trapped = "Trapped to the CPU";
 } // namespace Reason
 

@@ -1,10 +1,10 @@
 #include "Forwarder.h"
 
-#include <algorithm>
 #include <exception>
 
 #include "CaptureError.h"
-#include "Ovix/IpHeaderAccess.h"
+#include "IpPacket.h"
+#include "IpRoutingHandler.h"
 
 namespace OvixAgent {
 
@@ -15,64 +15,99 @@ constexpr std::string_view puntedCategory = "punted";
 constexpr std::string_view droppedCategory = "dropped";
 constexpr std::string_view handedOnCategory = "handedOn";
 
-constexpr Fate forwarded{FateKind::forwarded, {}};
-
-constexpr Fate drop(std::string_view reason) noexcept {
-    return {FateKind::dropped, reason};
-}
-
-/// The destination of the IP packet that a packet starts with; of no family for anything else.
-Lumo::IpGenAddr ipDestination(Ovix::PacketContext& packet) {
-    const Ptr<Ovix::PacketHeader> header = packet.parsedPkt().header(0);
-    if (header && header->pktHdrType() == Ovix::PktHdrType::ipv4) {
-        return Ovix::ipv4Destination(*header);
-    }
-    if (header && header->pktHdrType() == Ovix::PktHdrType::ipv6) {
-        return Ovix::ipv6Destination(*header);
-    }
-    return {};
-}
-
 } // namespace
 
-Forwarder::Forwarder(const Ptr<Ovix::PluginManager>& manager, PortTable& ports,
-                     const Neighbours& neighbours, TransmitPort& cpu)
+Forwarder::Forwarder(const Ptr<Ovix::PluginManager>& manager, ForwardingTables& tables,
+                     TransmitPort& cpu)
     : mplsHandler_(manager->routingHandlers()->handler("Mpls")),
-      rewrites_(Ovix::RewriteInfoImplMapSharedObject::getMap(manager->sharedObjects())),
-      vrfRoot_(Tessel::make<Ovix::RoutingVrfRoot>()), packets_(Lumo::globalPktManager()),
-      ports_(&ports), neighbours_(&neighbours), cpu_(&cpu),
+      ipv4Handler_(Tessel::make<IpRoutingHandler>(Ovix::PktHdrType::ipv4, tables.ports)),
+      ipv6Handler_(Tessel::make<IpRoutingHandler>(Ovix::PktHdrType::ipv6, tables.ports)),
+      sender_(manager, EgressLookup(tables)), inputSteps_(manager->genericPipelineSteps()),
+      packets_(Lumo::globalPktManager()), tables_(&tables), cpu_(&cpu),
       counters_(Tessel::make<Ovix::OvixNamedCounters>()),
-      fates_(Tessel::make<Ovix::OvixNamedCounters>()) {}
+      fates_(Tessel::make<Ovix::OvixNamedCounters>()) {
+    offerPorts(*manager->ports(), tables.ports, cpu, inHand_);
+}
 
 void Forwarder::receive(const Frame& frame) {
-    ++in_.frames;
-    in_.bytes += frame.bytes.size();
+    in_.add(frame.bytes.size());
     counters_->forgetLast();
+    inHand_ = {&frame, 0};
     try {
-        account(process(frame), frame);
+        const Fate fate = process(frame);
+        account(fate, *inHand_.frame);
     } catch (const CaptureError&) {
         throw; // an output that cannot be written is no fault of the frame
     } catch (const std::exception& refused) {
         // A frame that the plugin or the host refuses outright, such as a stack of more labels than
         // it walks.
-        account(drop(refused.what()), frame);
+        account(drop(refused.what()), *inHand_.frame);
     }
 }
 
-Fate Forwarder::process(const Frame& frame) {
-    const Ptr<Ovix::PacketContext> packet = takeBytes(frame);
+Fate Forwarder::process(const Frame& received) {
+    const Ptr<Ovix::PacketContext> packet = takeBytes(received);
+    packet->receivedAs(in_.frames, counters_.get());
+    for (const Ptr<Ovix::InputPipelineStep>& step : inputSteps_->steps()) {
+        const Ovix::InputVerdict verdict = step->process(packet);
+        switch (verdict.kind) {
+        case Ovix::InputVerdict::Kind::unchanged:
+            break;
+        case Ovix::InputVerdict::Kind::modified:
+            takeUp(*packet);
+            break;
+        case Ovix::InputVerdict::Kind::sent:
+            return forwarded;
+        case Ovix::InputVerdict::Kind::refused:
+            return drop(verdict.reason);
+        }
+    }
+    return takeIn(*inHand_.frame, packet);
+}
+
+// From here on the modified packet is what was received: its bytes outlast what is done to it, so
+// that copies are made of them and the CPU sees them.
+void Forwarder::takeUp(const Ovix::PacketContext& modified) {
+    const std::span<const std::uint8_t> bytes = modified.pkt()->data();
+    const Frame& old = *inHand_.frame;
+    const auto snapped = static_cast<std::uint32_t>(old.originalLength - old.bytes.size());
+    modifiedBytes_.assign(bytes.begin(), bytes.end());
+    modified_ = {old.port, old.time, modifiedBytes_,
+                 static_cast<std::uint32_t>(modifiedBytes_.size()) + snapped};
+    inHand_.frame = &modified_;
+}
+
+Fate Forwarder::takeIn(const Frame& frame, const Ptr<Ovix::PacketContext>& packet) {
     Ovix::ParsedPacket& parsed = packet->parsedPkt();
     if (!parsed.header(0)) {
         return drop(Reason::runt);
     }
+    if (Pseudowire* pseudowire = tables_->pseudowires.ofPort(frame.port)) {
+        return sendOverPseudowire(frame, packet, *pseudowire);
+    }
     const ReceivedLink link = readLink(parsed);
-    if (!link.routed || link.routed->pktHdrType() != Ovix::PktHdrType::mpls) {
-        return {FateKind::handedOn, Reason::notMpls};
+    switch (link.announced) {
+    case Ovix::PktHdrType::mpls:
+        return route(frame, packet, link, mplsHandler_);
+    case Ovix::PktHdrType::ipv4:
+        return routeIp(frame, packet, link, ipv4Handler_);
+    case Ovix::PktHdrType::ipv6:
+        return routeIp(frame, packet, link, ipv6Handler_);
+    default:
+        return handOn(Reason::notMpls);
     }
-    if (!mplsHandler_) {
-        return drop(Reason::noHandler);
+}
+
+Fate Forwarder::routeIp(const Frame& frame, const Ptr<Ovix::PacketContext>& packet,
+                        const ReceivedLink& link, const Ptr<Ovix::RoutingHandler>& handler) {
+    if (!tables_->ports.ports()[frame.port].routesIp) {
+        return handOn(Reason::notMpls);
     }
-    return route(frame, packet, link);
+    if (!link.routed) {
+        const IpPacket refused{link.announced, packet->pkt()->offsetFront(link.size)};
+        return drop(refused.fault(frame.originalLength - frame.bytes.size()));
+    }
+    return route(frame, packet, link, handler);
 }
 
 Ptr<Ovix::PacketContext> Forwarder::takeBytes(const Frame& frame) const {
@@ -80,35 +115,69 @@ Ptr<Ovix::PacketContext> Forwarder::takeBytes(const Frame& frame) const {
 }
 
 Fate Forwarder::route(const Frame& frame, const Ptr<Ovix::PacketContext>& packet,
-                      const ReceivedLink& link) {
-    const Lumo::IntfId ingress = ports_->ports()[frame.port].intfId;
+                      const ReceivedLink& link, const Ptr<Ovix::RoutingHandler>& handler) {
+    if (!handler) {
+        return drop(Reason::noHandler);
+    }
+    const Lumo::IntfId ingress = tables_->ports.ports()[frame.port].intfId;
     const auto context = Tessel::make<Ovix::RoutingContext>(in_.frames, packet, counters_, ingress);
     const auto output = Tessel::make<Ovix::RoutingOutput>();
-    mplsHandler_->processPacket(output, context, link.routed, vrfRoot_);
+    handler->processPacket(output, context, link.routed, tables_->vrfs);
     const Ovix::RoutingNexthops& nexthops = *output->nexthops();
-    if (nexthops.empty()) {
+    if (inHand_.toCpu > 0) [[unlikely]] {
+        countDelivered(nexthops.size());
+    } else if (nexthops.empty()) {
         return byWhatWasCounted(FateKind::dropped, Reason::noNexthop);
     }
     return nexthops.size() == 1 ? send(frame, context, link, *nexthops.nexthopFront())
                                 : sendToAll(frame, context, link, nexthops);
 }
 
-// Every copy is rewritten in bytes of its own. The last one's fate stands for the frame, those of
-// the others are replicas'.
+// The packets that the plugin has handed to the CPU are copies of the frame like those that go to
+// its next hops; without any of these the first one stands for the frame.
+void Forwarder::countDelivered(std::size_t nexthops) {
+    for (std::uint64_t i = 0; i < inHand_.toCpu; ++i) {
+        fates_->count(puntedCategory, module, Reason::delivered);
+    }
+    replicas_ += nexthops > 0 ? inHand_.toCpu : inHand_.toCpu - 1;
+}
+
+// Whatever the frame is, it goes to the other end whole: its tags are the customer's, not ours.
+Fate Forwarder::sendOverPseudowire(const Frame& frame, const Ptr<Ovix::PacketContext>& packet,
+                                   Pseudowire& pseudowire) {
+    if (!tables_->pseudowires.mplsRouting()) {
+        return drop(Reason::mplsRoutingOff);
+    }
+    const Lumo::IntfId ingress = tables_->ports.ports()[frame.port].intfId;
+    const auto context = Tessel::make<Ovix::RoutingContext>(in_.frames, packet, counters_, ingress);
+    const Fate fate = sender_.send(frame, context, {}, *pseudowire.remote);
+    if (fate.kind == FateKind::forwarded) {
+        pseudowire.sent.add(frame.bytes.size());
+    }
+    return fate;
+}
+
+// Every copy is rewritten in bytes of its own: the last one in those of the frame; one for the CPU
+// is not rewritten. The last one's fate stands for the frame, those of the others are replicas'.
 Fate Forwarder::sendToAll(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
                           const ReceivedLink& link, const Ovix::RoutingNexthops& nexthops) {
     std::size_t left = nexthops.size();
     Fate last = forwarded;
     for (const Ptr<Ovix::RoutingNexthop>& nexthop : nexthops) {
-        const auto copy = Tessel::make<Ovix::RoutingContext>(context->packetId(), takeBytes(frame),
-                                                             counters_, context->ingressIntfId());
-        last = send(frame, copy, link, *nexthop);
-        if (--left > 0) {
+        const bool needsNoCopy = --left == 0 || nexthop->isCpuTrapNexthop();
+        last = send(frame, needsNoCopy ? context : copyOf(*context, frame), link, *nexthop);
+        if (left > 0) {
             ++replicas_;
             account(last, frame);
         }
     }
     return last;
+}
+
+Ptr<Ovix::RoutingContext> Forwarder::copyOf(const Ovix::RoutingContext& context,
+                                            const Frame& frame) const {
+    return Tessel::make<Ovix::RoutingContext>(context.packetId(), takeBytes(frame), counters_,
+                                              context.ingressIntfId());
 }
 
 Fate Forwarder::send(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
@@ -121,97 +190,7 @@ Fate Forwarder::send(const Frame& frame, const Ptr<Ovix::RoutingContext>& contex
     Ovix::PacketContext& packet = *context->packetContext();
     packet.pkt()->popFront(link.routed->offset());
     packet.outerTypeIs(link.routed->pktHdrType());
-    Fate fate = rewrite(context, nexthop.rewriteInfos());
-    if (fate.kind != FateKind::forwarded) {
-        return fate;
-    }
-    Egress egress;
-    fate = findEgress(packet, nexthop, egress);
-    if (fate.kind != FateKind::forwarded) {
-        return fate;
-    }
-    return transmit(frame, context, link, nexthop, egress);
-}
-
-Fate Forwarder::rewrite(const Ptr<Ovix::RoutingContext>& context,
-                        const Ovix::RewriteInfos& infos) const {
-    for (const Ptr<Ovix::RewriteInfo>& info : infos.rewrites()) {
-        const auto fromInfo = rewrites_->rewriteFn(info->typeName());
-        if (fromInfo == nullptr) {
-            return drop(Reason::unknownRewrite);
-        }
-        if (const auto failed = fromInfo(info)->apply(context)) {
-            return drop(failed->reason());
-        }
-    }
-    return forwarded;
-}
-
-Fate Forwarder::findEgress(Ovix::PacketContext& packet, const Ovix::RoutingNexthop& nexthop,
-                           Egress& egress) {
-    if (!nexthop.vrfName().empty() && nexthop.vrfName().view() != L3::defaultVrf) {
-        return drop(Reason::unknownVrf);
-    }
-    std::optional<PortIndex> portIndex;
-    if (!nexthop.intfId().empty()) {
-        egress.port = ports_->byIntfId(nexthop.intfId());
-        if (egress.port == nullptr) {
-            return drop(Reason::unknownPort);
-        }
-        portIndex = static_cast<PortIndex>(egress.port - ports_->ports().data());
-    }
-    // On an interface without a next-hop address the IP destination is on the link itself.
-    const Lumo::IpGenAddr address =
-        nexthop.address().empty() ? ipDestination(packet) : nexthop.address();
-    if (address.family() == Lumo::IpFamily::none) {
-        return drop(Reason::noAddress);
-    }
-    if (neighbours_->isLocal(address)) {
-        return {FateKind::punted, Reason::localAddress};
-    }
-    const Neighbours::Neighbour* neighbour = neighbours_->find(address, portIndex);
-    if (neighbour == nullptr) {
-        return drop(Reason::noNeighbour);
-    }
-    egress.port = &ports_->ports()[neighbour->port];
-    egress.mac = neighbour->mac;
-    return forwarded;
-}
-
-Fate Forwarder::transmit(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
-                         const ReceivedLink& link, const Ovix::RoutingNexthop& nexthop,
-                         const Egress& egress) {
-    Ovix::PacketContext& packet = *context->packetContext();
-    Port& port = *egress.port;
-    // What a capture left out of the frame counts for its length all the same.
-    const std::size_t snapped = frame.originalLength - frame.bytes.size();
-    const std::uint32_t mtu = nexthop.mtu() != 0 ? std::min(nexthop.mtu(), port.mtu) : port.mtu;
-    if (packet.pkt()->bytes() + snapped > mtu) {
-        return drop(Reason::mtuExceeded);
-    }
-    if (!port.isUp) {
-        return drop(Reason::portDown);
-    }
-    if (!pushLink(packet, port.mac, egress.mac,
-                  tagsToSend(link.tags, port.tagging, nexthop.vlanId()))) {
-        return drop(Reason::tooLong);
-    }
-    runCounterActions(context, nexthop.rewriteInfos());
-    const std::span<const std::uint8_t> bytes = packet.pkt()->data();
-    ++port.sent.frames;
-    port.sent.bytes += bytes.size();
-    port.out->transmit(
-        {frame.port, frame.time, bytes, static_cast<std::uint32_t>(bytes.size() + snapped)});
-    return forwarded;
-}
-
-void Forwarder::runCounterActions(const Ptr<Ovix::RoutingContext>& context,
-                                  const Ovix::RewriteInfos& infos) const {
-    for (const Ptr<Ovix::CounterActionInfo>& info : infos.finalCounterActions()) {
-        if (const auto fromInfo = rewrites_->counterActionFn(info->typeName())) {
-            fromInfo(info)->apply(context);
-        }
-    }
+    return sender_.send(frame, context, link.tags, nexthop);
 }
 
 Fate Forwarder::byWhatWasCounted(FateKind kind, std::string_view otherwise) const noexcept {
@@ -222,7 +201,7 @@ Fate Forwarder::byWhatWasCounted(FateKind kind, std::string_view otherwise) cons
 void Forwarder::account(const Fate& fate, const Frame& frame) {
     switch (fate.kind) {
     case FateKind::forwarded:
-        return; // counted at the port
+        return; // counted where it left
     case FateKind::punted:
         cpu_->transmit(frame);
         fates_->count(puntedCategory, module, fate.reason);
@@ -239,8 +218,11 @@ void Forwarder::account(const Fate& fate, const Frame& frame) {
 void Forwarder::addTo(Summary& summary) const {
     summary.in = in_;
     summary.replicas = replicas_;
-    for (const Port& port : ports_->ports()) {
+    for (const Port& port : tables_->ports.ports()) {
         summary.forwarded.push_back({port.name, port.sent});
+    }
+    for (const Pseudowire& pseudowire : tables_->pseudowires.all()) {
+        summary.pseudowires.push_back({pseudowire.name, pseudowire.sent, pseudowire.delivered});
     }
     for (const auto& fate : fates_->counters()) {
         Reasons& reasons = fate.category == puntedCategory    ? summary.punted

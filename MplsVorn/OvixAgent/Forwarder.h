@@ -1,11 +1,12 @@
 #pragma once
 
 #include "Fate.h"
+#include "ForwardingTables.h"
 #include "Frame.h"
 #include "LinkHeader.h"
-#include "Neighbours.h"
 #include "Ovix/PluginManager.h"
-#include "PortTable.h"
+#include "PluginPorts.h"
+#include "Sender.h"
 #include "Summary.h"
 
 namespace OvixAgent {
@@ -14,10 +15,9 @@ namespace OvixAgent {
 /// frame ends in one fate and is counted once; one bad frame never stops the next.
 class Forwarder {
   public:
-    /// The plugins behind `manager` must be active. Ports, neighbours and `cpu`, which takes punted
+    /// The plugins behind `manager` must be active. The tables and `cpu`, which takes punted
     /// frames, must outlive the forwarder.
-    Forwarder(const Ptr<Ovix::PluginManager>& manager, PortTable& ports,
-              const Neighbours& neighbours, TransmitPort& cpu);
+    Forwarder(const Ptr<Ovix::PluginManager>& manager, ForwardingTables& tables, TransmitPort& cpu);
 
     /// Throws CaptureError when an output cannot be written.
     void receive(const Frame& frame);
@@ -28,37 +28,36 @@ class Forwarder {
     const Ptr<Ovix::OvixNamedCounters>& namedCounters() const noexcept { return counters_; }
 
   private:
-    struct Egress {
-        Port* port = nullptr;
-        Lumo::EthAddr mac{};
-    };
-
-    Fate process(const Frame& frame);
-    Fate route(const Frame& frame, const Ptr<Ovix::PacketContext>& packet,
-               const ReceivedLink& link);
+    Fate process(const Frame& received);
+    Fate takeIn(const Frame& frame, const Ptr<Ovix::PacketContext>& packet);
+    void takeUp(const Ovix::PacketContext& modified);
+    Fate route(const Frame& frame, const Ptr<Ovix::PacketContext>& packet, const ReceivedLink& link,
+               const Ptr<Ovix::RoutingHandler>& handler);
+    Fate routeIp(const Frame& frame, const Ptr<Ovix::PacketContext>& packet,
+                 const ReceivedLink& link, const Ptr<Ovix::RoutingHandler>& handler);
+    Fate sendOverPseudowire(const Frame& frame, const Ptr<Ovix::PacketContext>& packet,
+                            Pseudowire& pseudowire);
     Fate sendToAll(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
                    const ReceivedLink& link, const Ovix::RoutingNexthops& nexthops);
     Fate send(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
               const ReceivedLink& link, const Ovix::RoutingNexthop& nexthop);
-    Fate rewrite(const Ptr<Ovix::RoutingContext>& context, const Ovix::RewriteInfos& infos) const;
-    Fate findEgress(Ovix::PacketContext& packet, const Ovix::RoutingNexthop& nexthop,
-                    Egress& egress);
-    Fate transmit(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
-                  const ReceivedLink& link, const Ovix::RoutingNexthop& nexthop,
-                  const Egress& egress);
-    void runCounterActions(const Ptr<Ovix::RoutingContext>& context,
-                           const Ovix::RewriteInfos& infos) const;
+    void countDelivered(std::size_t nexthops);
     Fate byWhatWasCounted(FateKind kind, std::string_view otherwise) const noexcept;
     void account(const Fate& fate, const Frame& frame);
     Ptr<Ovix::PacketContext> takeBytes(const Frame& frame) const;
+    Ptr<Ovix::RoutingContext> copyOf(const Ovix::RoutingContext& context, const Frame& frame) const;
 
     Ptr<Ovix::RoutingHandler> mplsHandler_;
-    Ptr<Ovix::RewriteInfoImplMap> rewrites_;
-    Ptr<Ovix::RoutingVrfRoot> vrfRoot_;
+    Ptr<Ovix::RoutingHandler> ipv4Handler_;
+    Ptr<Ovix::RoutingHandler> ipv6Handler_;
+    Sender sender_;
+    Ptr<Ovix::AllGenericPipelineSteps> inputSteps_;
     Ptr<Lumo::PktManager> packets_;
-    PortTable* ports_;
-    const Neighbours* neighbours_;
+    ForwardingTables* tables_;
     TransmitPort* cpu_;
+    FrameInHand inHand_;
+    Frame modified_; ///< in hand once an input step has put another packet in the frame's place
+    std::vector<std::uint8_t> modifiedBytes_;
 
     Ptr<Ovix::OvixNamedCounters> counters_; ///< what the plugin counts
     Ptr<Ovix::OvixNamedCounters> fates_;    ///< one count per fate and reason

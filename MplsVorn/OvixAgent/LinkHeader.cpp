@@ -23,14 +23,37 @@ std::uint16_t etherTypeOf(Ovix::PktHdrType type) noexcept {
     }
 }
 
+Ovix::PktHdrType announcedBy(std::uint16_t etherType) noexcept {
+    switch (etherType) {
+    case Lumo::EtherType::ipv4:
+        return Ovix::PktHdrType::ipv4;
+    case Lumo::EtherType::ipv6:
+        return Ovix::PktHdrType::ipv6;
+    case Lumo::EtherType::mpls:
+    case Lumo::EtherType::mplsUpstream:
+        return Ovix::PktHdrType::mpls;
+    default:
+        return Ovix::PktHdrType::none;
+    }
+}
+
+/// `last` is an Ethernet header or tags, which end with the EtherType of what follows.
+void noteEnd(ReceivedLink& link, const Ovix::PacketHeader& last) noexcept {
+    link.size = last.offset() + last.length();
+    link.announced =
+        announcedBy(Lumo::NetU16::load(last.bytes().last(etherTypeSize).data()).value());
+}
+
 } // namespace
 
 ReceivedLink readLink(Ovix::ParsedPacket& parsed) {
     ReceivedLink link;
+    noteEnd(link, *parsed.header(0));
     link.routed = parsed.header(1);
     if (!link.routed || link.routed->pktHdrType() != Ovix::PktHdrType::vlanTags) {
         return link;
     }
+    noteEnd(link, *link.routed);
     const auto* data = static_cast<const Ovix::VlanTagHeaderData*>(link.routed->headerData().get());
     link.tags.count = data->vlanTags().size();
     std::copy(data->vlanTags().begin(), data->vlanTags().end(), link.tags.tags.begin());
@@ -50,6 +73,17 @@ VlanTags tagsToSend(const VlanTags& received, const Tagging& tagging, std::uint1
     tags.tags[0] = {Lumo::NetU16(Lumo::EtherType::vlan), Lumo::NetU16(vlan)};
     tags.count = 1;
     return tags;
+}
+
+std::size_t linkHeaderSize(Ovix::PacketContext& packet) {
+    if (packet.outerType() != Ovix::PktHdrType::eth) {
+        return 0;
+    }
+    Ovix::ParsedPacket& parsed = packet.parsedPkt();
+    const Ptr<Ovix::PacketHeader> eth = parsed.header(0);
+    const Ptr<Ovix::PacketHeader> tags = parsed.header(1);
+    const bool isTagged = tags && tags->pktHdrType() == Ovix::PktHdrType::vlanTags;
+    return (eth ? eth->length() : 0) + (isTagged ? tags->length() : 0);
 }
 
 bool pushLink(Ovix::PacketContext& packet, const Lumo::EthAddr& source,

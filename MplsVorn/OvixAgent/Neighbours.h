@@ -1,8 +1,6 @@
 #pragma once
 
-#include <optional>
 #include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 #include "ConfigTypes.h"
@@ -13,38 +11,36 @@ namespace OvixAgent {
 
 Lumo::IpGenAddr toIpGenAddr(const IpAddress& address) noexcept;
 
-/// Who is reached where: the neighbours by address, and the agent's own addresses.
+/// The MAC addresses of the neighbours, by address and port.
 class Neighbours {
   public:
-    struct Neighbour {
-        PortIndex port = 0;
-        Lumo::EthAddr mac{};
-    };
-
     explicit Neighbours(const AgentConfig& config);
 
-    /// The neighbour of that address on the port, or, without a port, on any; null when unknown.
-    const Neighbour* find(const Lumo::IpGenAddr& address, std::optional<PortIndex> port) const;
+    /// Null when the port has no neighbour of that address.
+    const Lumo::EthAddr* find(const Lumo::IpGenAddr& address, PortIndex port) const;
 
-    /// Whether the address is one of a port's own.
-    bool isLocal(const Lumo::IpGenAddr& address) const { return local_.contains(address); }
+    /// The one device on the port's link; null when there is none or several, by their MAC
+    /// addresses.
+    const Lumo::EthAddr* only(PortIndex port) const noexcept {
+        return links_[port].devices == 1 ? &links_[port].first : nullptr;
+    }
 
   private:
+    struct Link {
+        Lumo::EthAddr first{};
+        std::size_t devices = 0; ///< at least this many
+    };
     struct Key {
         Lumo::IpGenAddr address;
         PortIndex port = 0;
         bool operator==(const Key&) const = default;
     };
     struct Hash {
-        std::size_t operator()(const Lumo::IpGenAddr& address) const noexcept;
-        std::size_t operator()(const Key& key) const noexcept {
-            return (*this)(key.address) * 31 + key.port;
-        }
+        std::size_t operator()(const Key& key) const noexcept;
     };
-    static constexpr PortIndex anyPort = ~PortIndex{0};
 
-    std::unordered_map<Key, Neighbour, Hash> neighbours_;
-    std::unordered_set<Lumo::IpGenAddr, Hash> local_;
+    std::unordered_map<Key, Lumo::EthAddr, Hash> neighbours_;
+    std::vector<Link> links_; ///< by port
 };
 
 } // namespace OvixAgent

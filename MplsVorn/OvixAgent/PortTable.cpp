@@ -6,8 +6,16 @@ PortTable::PortTable(const std::vector<PortConfig>& configs) {
     for (const PortConfig& config : configs) {
         const Lumo::IntfId intf(config.name);
         byIntf_[intf.value()] = static_cast<std::uint32_t>(ports_.size());
-        ports_.push_back(
-            {config.name, intf, config.mac, config.mtu, config.tagging, config.isUp, nullptr, {}});
+        ports_.push_back({config.name,
+                          intf,
+                          config.mac,
+                          config.mtu,
+                          config.tagging,
+                          config.isUp,
+                          L3::VrfName(std::string_view(config.vrf)),
+                          config.routesIp,
+                          nullptr,
+                          {}});
     }
 }
 

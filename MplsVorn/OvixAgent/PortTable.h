@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "ConfigTypes.h"
+#include "L3/VrfName.h"
 #include "Lumo/EthAddr.h"
 #include "Lumo/IntfId.h"
 #include "Summary.h"
@@ -20,6 +21,8 @@ struct Port {
     std::uint32_t mtu = 0; ///< without the Ethernet header
     Tagging tagging;
     bool isUp = true;
+    L3::VrfName vrf;
+    bool routesIp = false;       ///< otherwise IP frames are handed on
     TransmitPort* out = nullptr; ///< not owned
     Traffic sent;
 };
@@ -31,6 +34,11 @@ class PortTable {
 
     std::vector<Port>& ports() noexcept { return ports_; }
     const std::vector<Port>& ports() const noexcept { return ports_; }
+
+    /// `port` must be one of these.
+    PortIndex indexOf(const Port& port) const noexcept {
+        return static_cast<PortIndex>(&port - ports_.data());
+    }
 
     /// Null when no port has the id.
     Port* byIntfId(Lumo::IntfId intf) noexcept {

@@ -9,6 +9,7 @@
 #include "AgentState.h"
 #include "CaptureDirectory.h"
 #include "CaptureMerge.h"
+#include "CapturedLoopback.h"
 #include "CliInputs.h"
 #include "CliProgress.h"
 #include "Config.h"
@@ -33,14 +34,16 @@ class CapturePort : public TransmitPort {
     std::size_t index_;
 };
 
-/// The output captures: one per port, and behind them the CPU's.
+/// The output captures: one per port, and behind them the CPU's and the loopback interface's.
 struct Outputs {
     Outputs(const RunOptions& options, const AgentConfig& config, TimePrecision precision)
         : captures(options.outDirectory, names(config), inputPaths(options), precision) {
-        for (std::size_t i = 0; i <= config.ports.size(); ++i) {
+        for (std::size_t i = 0; i < config.ports.size() + 2; ++i) {
             ports.push_back(std::make_unique<CapturePort>(captures, i));
         }
     }
+    TransmitPort& cpu() const { return *ports[ports.size() - 2]; }
+    TransmitPort& loopback() const { return *ports.back(); }
 
     static std::vector<std::string> names(const AgentConfig& config) {
         std::vector<std::string> all;
@@ -48,6 +51,7 @@ struct Outputs {
             all.push_back(port.name);
         }
         all.emplace_back("cpu");
+        all.emplace_back("lo");
         return all;
     }
     static std::vector<std::string> inputPaths(const RunOptions& options) {
@@ -74,9 +78,11 @@ std::vector<LabelTraffic> labelTraffic(const Counter::PktCounterCollectionHolder
     return labels;
 }
 
-void forwardAll(CaptureMerge& input, Forwarder& forwarder, CliProgress& progress) {
+void forwardAll(CaptureMerge& input, Forwarder& forwarder, CapturedLoopback& loopback,
+                CliProgress& progress) {
     std::uint64_t frames = 0;
     while (const Frame* frame = input.next()) {
+        loopback.timeIs(frame->time);
         forwarder.receive(*frame);
         ++frames;
         if (progress.isDue()) {
@@ -118,18 +124,19 @@ int runOrThrow(const RunOptions& options) {
     Outputs outputs(options, config,
                     input.hasMicroseconds() ? TimePrecision::microseconds
                                             : TimePrecision::nanoseconds);
-    PortTable ports(config.ports);
-    for (std::size_t i = 0; i < ports.ports().size(); ++i) {
-        ports.ports()[i].out = outputs.ports[i].get();
+    ForwardingTables tables(config);
+    for (std::size_t i = 0; i < config.ports.size(); ++i) {
+        tables.ports.ports()[i].out = outputs.ports[i].get();
     }
-    const Neighbours neighbours(config);
-    Forwarder forwarder(state.manager(), ports, neighbours, *outputs.ports.back());
+    Forwarder forwarder(state.manager(), tables, outputs.cpu());
+    CapturedLoopback loopback(outputs.loopback());
     CliProgress progress = CliProgress::onTerminal(options.quiet);
-    forwardAll(input, forwarder, progress);
+    forwardAll(input, forwarder, loopback, progress);
     outputs.captures.close();
 
     Summary summary;
     forwarder.addTo(summary);
+    summary.exceptions = loopback.sent();
     summary.labels = labelTraffic(*state.manager()->pktCounterCollectionHolder());
     summary.problems = input.problems();
     return report(options, summary);

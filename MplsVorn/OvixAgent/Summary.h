@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -10,6 +11,11 @@ namespace OvixAgent {
 struct Traffic {
     std::uint64_t frames = 0;
     std::uint64_t bytes = 0;
+
+    void add(std::size_t frameBytes) noexcept {
+        ++frames;
+        bytes += frameBytes;
+    }
 
     friend bool operator==(const Traffic&, const Traffic&) = default;
 };
@@ -36,6 +42,13 @@ struct LabelTraffic {
     Traffic traffic;
 };
 
+/// What a pseudowire carried: the customer's frames by direction.
+struct PseudowireTraffic {
+    std::string name;
+    Traffic sent;      ///< from the attachment circuit towards the other end
+    Traffic delivered; ///< out of the attachment circuit
+};
+
 struct NamedCounter {
     std::string category;
     std::string module;
@@ -52,7 +65,10 @@ struct Summary {
     Reasons handedOn; ///< not for MPLS to handle
     /// Copies beyond the first of frames that were replicated, whatever became of them.
     std::uint64_t replicas = 0;
+    /// What the plugin sent to the loopback interface about frames that have their own fate.
+    Traffic exceptions;
     std::vector<LabelTraffic> labels;
+    std::vector<PseudowireTraffic> pseudowires;
     std::vector<NamedCounter> counters;
     std::vector<std::string> problems; ///< inputs that ended early
 
@@ -72,7 +88,8 @@ std::string summaryTable(const Summary& summary);
 /// {"balanced", "in": {"frames", "bytes"},
 ///  "forwarded": {"frames", "bytes", "ports": {PORT: {"frames", "bytes"}}},
 ///  "punted", "dropped", "handedOn": {"frames", "reasons": {REASON: COUNT}},
-///  "replicas", "labels": [{"label", "packets", "bytes"}],
+///  "replicas", "exceptions": {"frames", "bytes"}, "labels": [{"label", "packets", "bytes"}],
+///  "pseudowires": [{"name", "sent", "delivered": {"frames", "bytes"}}],
 ///  "counters": [{"category", "module", "reason", "count"}], "problems": [TEXT]}.
 /// Every key is always there.
 std::string summaryJson(const Summary& summary);

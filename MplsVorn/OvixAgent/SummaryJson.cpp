@@ -39,6 +39,16 @@ Json labelsJson(const std::vector<LabelTraffic>& labels) {
     return list;
 }
 
+Json pseudowiresJson(const std::vector<PseudowireTraffic>& pseudowires) {
+    Json list = Json::array();
+    for (const PseudowireTraffic& pseudowire : pseudowires) {
+        list.push_back(Json{{"name", pseudowire.name},
+                            {"sent", trafficJson(pseudowire.sent)},
+                            {"delivered", trafficJson(pseudowire.delivered)}});
+    }
+    return list;
+}
+
 Json countersJson(const std::vector<NamedCounter>& counters) {
     Json list = Json::array();
     for (const NamedCounter& counter : counters) {
@@ -61,7 +71,9 @@ std::string summaryJson(const Summary& summary) {
     json["dropped"] = reasonsJson(summary.dropped);
     json["handedOn"] = reasonsJson(summary.handedOn);
     json["replicas"] = summary.replicas;
+    json["exceptions"] = trafficJson(summary.exceptions);
     json["labels"] = labelsJson(summary.labels);
+    json["pseudowires"] = pseudowiresJson(summary.pseudowires);
     json["counters"] = countersJson(summary.counters);
     json["problems"] = summary.problems;
     // A file name need not be UTF-8, but JSON is.

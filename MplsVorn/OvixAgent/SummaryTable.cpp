@@ -78,6 +78,9 @@ void addFates(Table& table, const Summary& summary) {
     if (summary.replicas > 0) {
         table.row("replicas", summary.replicas);
     }
+    if (summary.exceptions.frames > 0) {
+        table.row("exceptions", summary.exceptions);
+    }
 }
 
 } // namespace
@@ -89,6 +92,13 @@ std::string summaryTable(const Summary& summary) {
         table.heading("label", "packets", "bytes");
         for (const LabelTraffic& label : summary.labels) {
             table.row(fmt::format("  {}", label.label), label.traffic);
+        }
+    }
+    if (!summary.pseudowires.empty()) {
+        table.heading("pseudowire", "frames", "bytes");
+        for (const PseudowireTraffic& pseudowire : summary.pseudowires) {
+            table.row(fmt::format("  {} sent", pseudowire.name), pseudowire.sent);
+            table.row(fmt::format("  {} delivered", pseudowire.name), pseudowire.delivered);
         }
     }
     if (!summary.counters.empty()) {

@@ -4,6 +4,7 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <system_error>
 
 #include "ConfigError.h"
 #include "Ovix/ToggleService.h"
@@ -13,9 +14,14 @@ namespace OvixAgent {
 namespace {
 
 std::optional<bool> toggleInFile(const std::filesystem::path& path, const std::string& toggle) {
-    std::ifstream file(path);
-    if (!file) {
+    std::error_code unreadable;
+    const auto status = std::filesystem::status(path, unreadable);
+    if (status.type() == std::filesystem::file_type::not_found) {
         return std::nullopt;
+    }
+    std::ifstream file(path);
+    if (!std::filesystem::is_regular_file(status) || !file) {
+        throw ConfigError(path.string() + ": not a readable file");
     }
     const auto json = nlohmann::json::parse(file, nullptr, false);
     if (!json.is_object()) {

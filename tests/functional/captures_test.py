@@ -70,7 +70,7 @@ class Captures(AgentTest):
 
     def test_every_port_has_a_capture_even_an_empty_one(self):
         result = self.run_files(KNOWN, [f"west={self.capture()}"])
-        self.assertEqual(sorted(result.captures), ["cpu", "east", "west"])
+        self.assertEqual(sorted(result.captures), ["cpu", "east", "lo", "west"])
 
     def test_table_and_json_tell_the_same(self):
         path = self.capture(frames=[mpls([100]), mpls([4242])])

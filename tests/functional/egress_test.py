@@ -1,9 +1,9 @@
-"""What a frame leaves with: next hop, tags, payload type and MTU."""
+"""What a frame leaves with: next hop, tags and payload type."""
 
 import unittest
 
 import frames as f
-from agent import (CE_EAST, CE_EAST2, CE_WEST, IP4, IP6, NO_VIA_SET, WEST, AgentTest, Case, hardware,
+from agent import (CE_EAST2, CE_WEST, IP4, IP6, NO_VIA_SET, WEST, AgentTest, Case, hardware,
                    lfib, mpls, port, routes, sent, sent_ip, via)
 
 SWAP = hardware(via("swap", [300]))
@@ -111,36 +111,6 @@ class PoppedPayload(AgentTest):
             case = dropped(f"{payload} {packet[:1].hex()}", config, frame, "no rewrite", self.UNTOLD)
             case.trace = ["Pkt 1: no rewrite"]
             self.run_cases([case])
-
-
-class Mtu(AgentTest):
-    def of_size(self, size, entries=(100,), vlans=()):
-        """A frame whose labels and packet have `size` bytes."""
-        payload = b"x" * (size - 4 * len(entries) - 28)
-        packet = f.udp_packet("10.1.0.1", "10.9.0.1", payload=payload)
-        return mpls(entries, packet, vlans), packet
-
-    def test_the_last_size_that_fits_and_the_first_that_does_not(self):
-        swap = via("swap", [300])
-        for what, config, size, labels in (
-                ("the port's default", hardware(swap), 1500, [300]),
-                ("the port's", port("east", mtu=200) + hardware(swap), 200, [300]),
-                ("the via's", hardware(via("swap", [300], mtu=100)), 100, [300]),
-                ("the port's below the via's", hardware(via("swap", [300], mtu=9000)), 1500, [300]),
-                ("after all pushes", hardware(via("swap", [300, 301, 302])), 1500,
-                 [300, 301, 302])):
-            for vlans in ((), (10,)):
-                grown = 4 * (len(labels) - 1)
-                fits, packet = self.of_size(size - grown, vlans=vlans)
-                too_big, _ = self.of_size(size - grown + 1, vlans=vlans)
-                expected = sent([(label, 0, 63) for label in labels], packet, vlans)
-                self.run_cases([forwarded(f"{what}, {vlans}", config, fits, expected),
-                                dropped(f"{what}, {vlans}", config, too_big, "MTU exceeded")])
-
-    def test_a_snapped_frame_counts_with_its_whole_length(self):
-        result = self.run_frames(SWAP, [(0, mpls([100]), 1514), (0, mpls([100]), 1515)])
-        self.assertEqual(result.frames("east"), [SWAPPED])
-        self.assertEqual(result.reasons("dropped"), {"MTU exceeded": 1})
 
 
 if __name__ == "__main__":

@@ -42,9 +42,11 @@ class ExplicitNull(AgentTest):
                          {("Drop", "Unknown inner header type for reserved label bos: Eth"): 1})
         self.assertIn("Pkt 1: Next header is not v4 or v6", result.trace())
 
-    def test_an_address_nobody_answers_to_is_dropped(self):
-        result = self.run_frames("", [mpls([0])])
-        self.assertEqual(result.reasons("dropped"), {"No neighbour for the next hop": 1})
+    def test_an_address_without_a_route_or_that_nobody_answers_to_is_dropped(self):
+        result = self.run_frames("", [mpls([0]),
+                                      mpls([0], f.udp_packet("10.1.0.1", "10.0.2.77"))])
+        self.assertEqual(result.reasons("dropped"),
+                         {"No route": 1, "No neighbour for the next hop": 1})
 
     def test_an_address_of_the_device_is_punted(self):
         frame = mpls([0], f.udp_packet("10.1.0.1", "10.0.1.1"))

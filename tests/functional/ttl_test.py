@@ -56,7 +56,6 @@ class OneDecrement(AgentTest):
         self.assertEqual(result.frames("east"),
                          [sent_ip(f.udp_packet("10.1.0.1", "10.0.2.2", ttl=63))])
 
-    @unittest.expectedFailure  # the IP hop does not decrement when no label has carried a TTL
     def test_behind_labels_without_a_ttl_the_ip_hop_decrements(self):
         packet = f.udp_packet("10.1.0.1", "10.0.2.2")
         result = self.run_frames("", [mpls([(7, 0, 0), (5000, 0, 0)], packet)])

@@ -139,7 +139,7 @@ class PluginFixture : public ::testing::Test {
 
     Ptr<Ovix::RoutingContext> contextOf(const Bytes& frame, bool counting = true) {
         return Tessel::make<Ovix::RoutingContext>(
-            7, Tessel::make<Ovix::PacketContext>(Lumo::globalPktManager()->newPkt(frame)),
+            7U, Tessel::make<Ovix::PacketContext>(Lumo::globalPktManager()->newPkt(frame)),
             counting ? counters : nullptr);
     }
     /// The next hops that routing the frame leaves.

@@ -31,6 +31,9 @@ neighbours:
 IP4 = f.udp_packet("10.1.0.1", "10.9.0.1")
 IP6 = f.udp_packet("2001:db8:1::1", "2001:db8:9::1")
 
+# Captures of the agent's own, beside those of the ports.
+OWN = ("cpu", "lo")
+
 # Counters, as (category, reason).
 NO_VIA_SET = ("Drop", "No via set in lfib %s for %s")
 NOTHING_RESOLVED = "No labels resolved to via sets, and nexthop not resolved"
@@ -113,7 +116,7 @@ class Result:
     def sent(self) -> dict[str, list[bytes]]:
         """Frames by the port they left from, without ports that nothing left from."""
         return {name: self.frames(name) for name in self.captures
-                if name != "cpu" and self.captures[name]}
+                if name not in OWN and self.captures[name]}
 
     def reasons(self, fate: str) -> dict[str, int]:
         return self.json[fate]["reasons"]
@@ -124,8 +127,8 @@ class Result:
     def labels(self) -> dict[int, tuple[int, int]]:
         return {entry["label"]: (entry["packets"], entry["bytes"]) for entry in self.json["labels"]}
 
-    def trace(self) -> list[str]:
-        prefix = "Ovix::Routing::Mpls: "
+    def trace(self, source: str = "Ovix::Routing::Mpls") -> list[str]:
+        prefix = source + ": "
         return [line[len(prefix):] for line in self.stderr.splitlines() if line.startswith(prefix)]
 
 
@@ -137,6 +140,7 @@ class Case:
     frames: list
     sent: dict = dataclasses.field(default_factory=dict)
     punted: list = dataclasses.field(default_factory=list)
+    exceptions: list = dataclasses.field(default_factory=list)
     punt_reasons: dict = dataclasses.field(default_factory=dict)
     drop_reasons: dict = dataclasses.field(default_factory=dict)
     handed_on: dict = dataclasses.field(default_factory=dict)
@@ -190,6 +194,7 @@ class AgentTest(unittest.TestCase):
                                          malformed=case.malformed)
                 self.assertEqual(result.sent(), case.sent)
                 self.assertEqual(result.frames("cpu"), case.punted)
+                self.assertEqual(result.frames("lo"), case.exceptions)
                 self.assertEqual(result.reasons("punted"), case.punt_reasons)
                 self.assertEqual(result.reasons("dropped"), case.drop_reasons)
                 self.assertEqual(result.reasons("handedOn"), case.handed_on)
@@ -210,15 +215,19 @@ class AgentTest(unittest.TestCase):
         self.assertEqual(numbers["in"], {"frames": len(received),
                                          "bytes": sum(len(data) for _, data, _ in received)})
         ports = {name: {"frames": len(frames), "bytes": sum(len(data) for _, data, _ in frames)}
-                 for name, frames in result.captures.items() if name != "cpu"}
+                 for name, frames in result.captures.items() if name not in OWN}
         self.assertEqual(numbers["forwarded"]["ports"], ports)
         for unit in ("frames", "bytes"):
             self.assertEqual(numbers["forwarded"][unit], sum(p[unit] for p in ports.values()))
         self.assertEqual(numbers["punted"]["frames"], len(result.captures["cpu"]))
+        self.assertEqual(numbers["exceptions"], {
+            "frames": len(result.captures["lo"]),
+            "bytes": sum(len(data) for _, data, _ in result.captures["lo"])})
         for fate in ("punted", "dropped", "handedOn"):
             self.assertEqual(numbers[fate]["frames"], sum(result.reasons(fate).values()))
-        self.assertEqual(len(received), sum(numbers[fate]["frames"] for fate in
-                                            ("forwarded", "punted", "dropped", "handedOn")))
+        self.assertEqual(len(received) + numbers["replicas"],
+                         sum(numbers[fate]["frames"] for fate in
+                             ("forwarded", "punted", "dropped", "handedOn")))
         self.assertEqual({c["module"] for c in numbers["counters"]} - {"Routing::Mpls"}, set())
 
     def expect_dissected(self, result: Result, checksums: bool = True):

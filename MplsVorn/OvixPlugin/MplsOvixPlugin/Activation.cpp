@@ -5,6 +5,7 @@
 #include "FrameEvents.h"
 #include "LfibCounterAction.h"
 #include "MplsOvixPlugin.h"
+#include "MvpnSfeToggle.h"
 
 namespace Ovix {
 
@@ -57,10 +58,17 @@ void MplsOvixPlugin::activeInit() {
         takeSharedTables();
     }
     mplsRoutingHandlerIs(this);
+    mplsMtuExceptionHandlerIs();
     hwStatusViaHelperIs(ethIntfStatusDir_, mvpnIntfStatus_);
     lfibStatusSmIs(lfibTables_->transitLfib(), lfibCounterCollection_);
     manager()->routingHandlers()->handlerIs(mplsRoutingHandler_);
+    manager()->mtuExceptionHandlers()->handlerIs(mplsMtuExceptionHandler_);
     manager()->pktCounterCollectionHolder()->collectionIs(lfibCounterCollection_);
+    if (toggleMvpnSfeEnabled()) {
+        manager()->genericPipelineSteps()->addStep(mplsMldpInputStepIs(
+            mvpnIntfStatus_, manager()->ports(), manager()->packetParser()));
+    }
+    routingSupportedReactorIs(mplsHardwareCapability_, manager()->routingCapabilities());
     clearLfibCountersSmIs(lfibCounterCollection_, manager()->clearCountersRequests());
     addRewriteMaps(RewriteInfoImplMapSharedObject::getMap(manager()->sharedObjects()));
     setStaticLfibCounterCollection(lfibCounterCollection_);

@@ -19,6 +19,9 @@ clearLfibCountersSmFactory(const Ptr<Counter::OvixLfibCounterCollection>& counte
 }
 
 void ClearLfibCountersSm::clearAllCounters() {
+    if (!counterCollection_) {
+        return;
+    }
     counterCollection_->forEach([this](Mpls::RouteKey key, const Counter::PktCounter&) {
         if (Counter::PktCounter* counter = counterCollection_->counter(key)) {
             counter->clearCounter();

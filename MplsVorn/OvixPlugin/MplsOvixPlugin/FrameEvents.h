@@ -35,10 +35,21 @@ struct FrameEvent {
     CounterKey key;
 };
 
+namespace FrameEventDetail {
+
+template <typename... Args>
+[[gnu::noinline, gnu::cold]] void write(const RoutingContext& context, const Args&... args) {
+    mainTrace().trace(0, "Pkt ", context.packetId(), ": ", args...);
+}
+
+} // namespace FrameEventDetail
+
 /// Writes one message about a frame at level 0.
 template <typename... Args>
-void traceFrame(const RoutingContext& context, const Args&... args) {
-    mainTrace().trace(0, "Pkt ", context.packetId(), ": ", args...);
+inline void traceFrame(const RoutingContext& context, const Args&... args) {
+    if (TraceSource::anyEverOn()) [[unlikely]] {
+        FrameEventDetail::write(context, args...);
+    }
 }
 
 namespace FrameEventDetail {
@@ -60,16 +71,27 @@ void fillIn(TraceLine& line, std::string_view text, const Value& value, const Va
 
 } // namespace FrameEventDetail
 
+namespace FrameEventDetail {
+
+template <typename... Values>
+[[gnu::noinline, gnu::cold]] void writeEvent(const RoutingContext& context, const FrameEvent& event,
+                                             const Values&... values) {
+    TraceLine message;
+    fillIn(message, event.text(), values...);
+    traceFrame(context, message.view());
+}
+
+} // namespace FrameEventDetail
+
 /// Counts the event when the context has counters, and traces it with its values filled in.
 template <typename... Values>
-void report(const RoutingContext& context, const FrameEvent& event, const Values&... values) {
+inline void report(const RoutingContext& context, const FrameEvent& event,
+                   const Values&... values) {
     if (context.namedCounters()) {
         context.namedCounters()->count(event.key);
     }
-    if (mainTrace().enabled(0)) [[unlikely]] {
-        TraceLine message;
-        FrameEventDetail::fillIn(message, event.text(), values...);
-        traceFrame(context, message.view());
+    if (TraceSource::anyEverOn()) [[unlikely]] {
+        FrameEventDetail::writeEvent(context, event, values...);
     }
 }
 

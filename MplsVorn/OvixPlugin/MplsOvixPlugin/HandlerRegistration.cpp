@@ -1,8 +1,14 @@
 // What the plugin registers with the agent: its via-type handlers and the names of its rewrites.
 
+#include "ControlWordPushRewriteImpl.h"
+#include "EthOverMplsRewriteImpl.h"
 #include "LfibCounterAction.h"
+#include "MplsExternalFecViaTypeHandler.h"
+#include "MplsIpLookupViaTypeHandler.h"
 #include "MplsIpViaTypeHandler.h"
+#include "MplsMulticastIpLookupViaTypeHandler.h"
 #include "MplsOvixPlugin.h"
+#include "MvpnSfeToggle.h"
 #include "Ovix/MplsRewrites.h"
 #include "Tessel/Singletons.h"
 
@@ -26,9 +32,23 @@ void MplsOvixPlugin::doRegisterMplsViaTypeHandlers() {
     const Ptr<MplsLfibTables> tables = lfibTables_;
     registry->doRegisterMplsViaTypeHandler(
         MplsIpViaTypeHandler::MplsIpViaTypeHandlerIs(Mpls::LfibViaType::ip, tables, counters));
+    for (const auto type : {Mpls::LfibViaType::ipLookup, Mpls::LfibViaType::ipLookupPerPrefix}) {
+        registry->doRegisterMplsViaTypeHandler(
+            MplsIpLookupViaTypeHandler::MplsIpLookupViaTypeHandlerIs(type, tables, counters));
+    }
+    registry->doRegisterMplsViaTypeHandler(
+        MplsExternalFecViaTypeHandler::MplsExternalFecViaTypeHandlerIs(
+            Mpls::LfibViaType::externalFec, tables));
+    if (toggleMvpnSfeEnabled()) {
+        registry->doRegisterMplsViaTypeHandler(
+            MplsMulticastIpLookupViaTypeHandler::MplsMulticastIpLookupViaTypeHandlerIs(
+                Mpls::LfibViaType::multicastIpLookup, tables, manager()->ports()));
+    }
 }
 
 void MplsOvixPlugin::addRewriteMaps(const Ptr<RewriteInfoImplMap>& map) {
+    map->mapIs("EthOverMplsRewriteInfo", EthOverMplsRewriteImpl::fromInfo);
+    map->mapIs("ControlWordPushRewriteInfo", ControlWordPushRewriteImpl::fromInfo);
     map->counterMapIs("LfibCounterActionInfo", LfibCounterActionImpl::fromInfo);
     map->mapIs("MplsSwap", MplsSwapRewriteImpl::fromInfo);
     map->mapIs("MplsPop", MplsPopRewriteImpl::fromInfo);

@@ -31,7 +31,7 @@ MplsOvixPlugin::viaSetFromHwStatus(const Ptr<RoutingContext>& context,
         traceFrame(*context, "Route is unprogrammed for label ", key.topLabel());
         return nullptr;
     }
-    const Ptr<const Mpls::Hardware::Adjacency> adjacency = status->adjacency(route.adjacencyKey);
+    const Ptr<const Mpls::Hardware::Adjacency>& adjacency = status->adjacency(route);
     if (!adjacency) {
         report(*context, noAdjacency, key.topLabel());
         return nullptr;

@@ -52,20 +52,15 @@ Ptr<OvixMplsViaSet> MplsOvixPlugin::findOvixMplsViaSet(const Ptr<RoutingContext>
     const Mpls::RouteKey key = Mpls::RouteKey::fromLabel(entry.label());
     // The transit LFIB is left out on purpose: transit labels are forwarded as the platform has
     // programmed them, which is what the hardware status tells.
-    if (auto viaSet = viaSetFromLfibStatus(context, lfibTables_->decapLfib(), key)) {
-        return viaSet;
+    const MplsLfibTables& tables = *lfibTables_;
+    for (const MplsLfibTables::Lfib* lfib :
+         {&tables.decapLfib(), &tables.evpnEthernetSegmentFilterLfib(), &tables.pseudowireLfib(),
+          &tables.evpnEtreeLeafLabelLfib()}) {
+        if (Ptr<OvixMplsViaSet> viaSet = viaSetFromLfibStatus(context, *lfib, key)) {
+            return viaSet;
+        }
     }
-    if (auto viaSet =
-            viaSetFromLfibStatus(context, lfibTables_->evpnEthernetSegmentFilterLfib(), key)) {
-        return viaSet;
-    }
-    if (auto viaSet = viaSetFromLfibStatus(context, lfibTables_->pseudowireLfib(), key)) {
-        return viaSet;
-    }
-    if (auto viaSet = viaSetFromLfibStatus(context, lfibTables_->evpnEtreeLeafLabelLfib(), key)) {
-        return viaSet;
-    }
-    return viaSetFromHwStatus(context, lfibTables_->hardwareStatus(), key);
+    return viaSetFromHwStatus(context, tables.hardwareStatus(), key);
 }
 
 } // namespace Ovix

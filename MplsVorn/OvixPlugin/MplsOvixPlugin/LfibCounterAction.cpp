@@ -36,7 +36,9 @@ Ptr<CounterActionImpl> LfibCounterActionImpl::fromInfo(const Ptr<CounterActionIn
 }
 
 void LfibCounterActionImpl::apply(const Ptr<RoutingContext>&) {
-    collection_->counterCollectionIs(info_->routeKey()).countBytes(info_->byteCount());
+    if (collection_) [[likely]] {
+        collection_->counterCollectionIs(info_->routeKey()).countBytes(info_->byteCount());
+    }
 }
 
 } // namespace Ovix

@@ -24,6 +24,23 @@ Ptr<OvixMplsViaSet> fromOneKey(const Ptr<const Mpls::LfibStatus>& lfib,
     return Tessel::make<OvixLfibViaSet>(viaSet, key);
 }
 
+Ptr<OvixMplsViaSet> viaSetOfRoute(const RoutingContext& context,
+                                  const Ptr<const Mpls::LfibStatus>& lfib, Mpls::RouteKey key,
+                                  Mpls::LfibViaSetKey viaSetKey) {
+    const Mpls::LfibViaSet viaSet = readOrDefault(lfib, [&] { return lfib->viaSet(viaSetKey); });
+    if (viaSet.viaKeys.size() == 1) {
+        return fromOneKey(lfib, viaSet);
+    }
+    if (!viaSet.viaKeys.empty()) {
+        report(context, severalViaKeys, viaSetKey, key);
+    } else if (viaSet.isEq(Mpls::LfibViaSet(Mpls::LfibViaSetKey()))) {
+        report(context, noViaSet, viaSetKey, key);
+    } else {
+        report(context, noViaKeys, viaSetKey, key);
+    }
+    return nullptr;
+}
+
 } // namespace
 
 Ptr<OvixMplsViaSet> MplsOvixPlugin::viaSetFromLfibStatus(const Ptr<RoutingContext>& context,
@@ -39,18 +56,7 @@ Ptr<OvixMplsViaSet> MplsOvixPlugin::viaSetFromLfibStatus(const Ptr<RoutingContex
         report(*context, noViaSet, viaSetKey, key);
         return nullptr;
     }
-    const Mpls::LfibViaSet viaSet = readOrDefault(lfib, [&] { return lfib->viaSet(viaSetKey); });
-    if (viaSet.viaKeys.size() == 1) {
-        return fromOneKey(lfib, viaSet);
-    }
-    if (!viaSet.viaKeys.empty()) {
-        report(*context, severalViaKeys, viaSetKey, key);
-    } else if (viaSet.isEq(Mpls::LfibViaSet(Mpls::LfibViaSetKey()))) {
-        report(*context, noViaSet, viaSetKey, key);
-    } else {
-        report(*context, noViaKeys, viaSetKey, key);
-    }
-    return nullptr;
+    return viaSetOfRoute(*context, lfib, key, viaSetKey);
 }
 
 } // namespace Ovix

@@ -9,6 +9,9 @@ namespace Ovix {
 
 namespace {
 
+constexpr FrameEvent noRewriteForMulticast{FrameCategory::drop,
+                                           "no rewrite for multicast, skipping via"};
+
 /// The via's next-hop description, field by field.
 void copyNexthop(const OvixMplsVia& via, RoutingNexthop& nexthop) {
     nexthop.intfIdIs(via.intfId);
@@ -38,7 +41,8 @@ mplsIpViaTypeHandlerFactory(Mpls::LfibViaType viaType, const Ptr<MplsLfibTables>
 }
 
 ProcessingResult MplsIpViaTypeHandler::processMplsVia(const Ptr<MplsContext>& context) {
-    return doProcessMplsVia(context);
+    return context->viaSet()->isMulticast() ? doProcessMplsMulticastVia(context)
+                                            : doProcessMplsVia(context);
 }
 
 ProcessingResult MplsIpViaTypeHandler::doProcessMplsVia(const Ptr<MplsContext>& context) {
@@ -49,14 +53,42 @@ ProcessingResult MplsIpViaTypeHandler::doProcessMplsVia(const Ptr<MplsContext>& 
         report(*context->routingContext(), noVia);
         return frameDealtWith;
     }
-    const Ptr<RewriteInfos> rewrites = createRewrites(context, via, false);
+    Ptr<RewriteInfos> rewrites = createRewrites(context, via, false);
     if (!rewrites) {
         report(*context->routingContext(), noRewrite);
         return frameDealtWith;
     }
     RoutingNexthop& nexthop = *context->nexthops()->nexthopFront();
     copyNexthop(via, nexthop);
-    nexthop.rewriteInfos().copyFrom(rewrites);
+    nexthop.rewriteInfos().copyFrom(std::move(rewrites));
+    return frameDealtWith;
+}
+
+ProcessingResult
+MplsIpViaTypeHandler::doProcessMplsMulticastVia(const Ptr<MplsContext>& context) {
+    RoutingNexthops& nexthops = *context->nexthops();
+    const RoutingNexthop& front = *nexthops.nexthopFront();
+    if (nexthops.size() > 1) {
+        report(*context->routingContext(), severalNexthops, nexthops.size());
+    }
+    Tessel::hardAssert(context->viaIndex().has_value(), "viaIndex must be set for transit vias",
+                       "doProcessMplsMulticastVia", pluginSource);
+    const OvixMplsVia via = context->viaSet()->via(*context->viaIndex());
+    if (!via) {
+        report(*context->routingContext(), noVia);
+        return frameDealtWith;
+    }
+    Ptr<RewriteInfos> rewrites = createRewrites(context, via, true);
+    if (!rewrites) {
+        report(*context->routingContext(), noRewriteForMulticast);
+        return frameDealtWith;
+    }
+    auto replica = Tessel::make<RoutingNexthop>(via.intfId);
+    copyNexthop(via, *replica);
+    replica->isReplicaIs(true);
+    replica->rewriteInfos().copyFrom(front.rewriteInfos());
+    replica->rewriteInfos().copyFrom(std::move(rewrites));
+    nexthops.nexthopEnq(std::move(replica));
     return frameDealtWith;
 }
 

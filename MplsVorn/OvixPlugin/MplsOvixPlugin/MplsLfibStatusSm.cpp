@@ -42,7 +42,7 @@ void MplsLfibStatusSm::attributeChanged(const Tessel::Entity&, Tessel::AttrId at
 void MplsLfibStatusSm::handleLfibRoute(Mpls::RouteKey routeKey) {
     const Mpls::LfibRoute route =
         readOrDefault(lfibStatus_, [&] { return lfibStatus_->route(routeKey); });
-    if (route == Mpls::LfibRoute()) {
+    if (route == Mpls::LfibRoute() && counterCollection_) {
         counterCollection_->counterCollectionDel(routeKey);
     }
 }

@@ -15,7 +15,10 @@ MplsOvixPlugin::~MplsOvixPlugin() {
     destroyingIs(true);
     lfibCounterCollectionDel();
     mplsRoutingHandlerDel();
+    mplsMtuExceptionHandlerDel();
     hwStatusViaHelperDel();
+    routingSupportedReactorDel();
+    mplsMldpInputStepDel();
     lfibTablesDel();
     lfibStatusSmDel();
     clearLfibCountersSmDel();
@@ -58,6 +61,18 @@ Ptr<MplsRoutingHandler> MplsOvixPlugin::mplsRoutingHandlerDel() {
     return clearAndPublish(mplsRoutingHandler_, mplsRoutingHandlerAttr);
 }
 
+Ptr<MplsMtuExceptionHandler> MplsOvixPlugin::mplsMtuExceptionHandlerIs() {
+    if (!mplsMtuExceptionHandler_) {
+        assignAndPublish(mplsMtuExceptionHandler_, Tessel::make<MplsMtuExceptionHandler>(),
+                         mplsMtuExceptionHandlerAttr);
+    }
+    return mplsMtuExceptionHandler_;
+}
+
+Ptr<MplsMtuExceptionHandler> MplsOvixPlugin::mplsMtuExceptionHandlerDel() {
+    return clearAndPublish(mplsMtuExceptionHandler_, mplsMtuExceptionHandlerAttr);
+}
+
 Ptr<HwStatusViaHelper> MplsOvixPlugin::hwStatusViaHelperIs(
     const Ptr<const Interface::EthIntfStatusDir>& ethIntfStatusDir,
     const Ptr<const Routing::Multicast::MvpnIntfStatus>& mvpnIntfStatus) {
@@ -72,6 +87,43 @@ Ptr<HwStatusViaHelper> MplsOvixPlugin::hwStatusViaHelperIs(
 
 Ptr<HwStatusViaHelper> MplsOvixPlugin::hwStatusViaHelperDel() {
     return clearAndPublish(hwStatusViaHelper_, hwStatusViaHelperAttr);
+}
+
+Ptr<MplsRoutingSupportedReactor> MplsOvixPlugin::routingSupportedReactorIs(
+    const Ptr<Mpls::Hardware::Capability>& capability,
+    const Ptr<const RoutingCapabilities>& routingCapabilities) {
+    if (!routingSupportedReactor_ || routingSupportedReactor_->capability() != capability ||
+        routingSupportedReactor_->routingCapabilities() != routingCapabilities) {
+        assignAndPublish(routingSupportedReactor_,
+                         Tessel::make<MplsRoutingSupportedReactor>(capability, routingCapabilities),
+                         routingSupportedReactorAttr);
+        routingSupportedReactor_->hasNotificationActiveIs(true);
+    }
+    return routingSupportedReactor_;
+}
+
+Ptr<MplsRoutingSupportedReactor> MplsOvixPlugin::routingSupportedReactorDel() {
+    if (routingSupportedReactor_) {
+        routingSupportedReactor_->hasNotificationActiveIs(false);
+    }
+    return clearAndPublish(routingSupportedReactor_, routingSupportedReactorAttr);
+}
+
+Ptr<MplsMldpInputStep> MplsOvixPlugin::mplsMldpInputStepIs(
+    const Ptr<const Routing::Multicast::MvpnIntfStatus>& mvpnIntfStatus, const Ptr<Ports>& ports,
+    const Ptr<PacketParser>& packetParser) {
+    if (!mplsMldpInputStep_ || mplsMldpInputStep_->mvpnIntfStatus() != mvpnIntfStatus ||
+        mplsMldpInputStep_->ports() != ports ||
+        mplsMldpInputStep_->packetParser() != packetParser) {
+        assignAndPublish(mplsMldpInputStep_,
+                         Tessel::make<MplsMldpInputStep>(mvpnIntfStatus, ports, packetParser),
+                         mplsMldpInputStepAttr);
+    }
+    return mplsMldpInputStep_;
+}
+
+Ptr<MplsMldpInputStep> MplsOvixPlugin::mplsMldpInputStepDel() {
+    return clearAndPublish(mplsMldpInputStep_, mplsMldpInputStepAttr);
 }
 
 void MplsOvixPlugin::mvpnIntfStatusIs(const Ptr<const Routing::Multicast::MvpnIntfStatus>& status) {

@@ -8,7 +8,10 @@
 #include "Mpls/LfibStatus.h"
 #include "Mpls/RoutingInfo.h"
 #include "MplsLfibStatusSm.h"
+#include "MplsMldpInputStep.h"
+#include "MplsMtuExceptionHandler.h"
 #include "MplsRoutingHandler.h"
+#include "MplsRoutingSupportedReactor.h"
 #include "Ovix/HwStatusViaHelper.h"
 #include "Ovix/MplsContext.h"
 #include "Ovix/MplsLfibTables.h"
@@ -78,11 +81,31 @@ class MplsOvixPlugin : public OvixPlugin {
     Ptr<MplsRoutingHandler> mplsRoutingHandlerIs(MplsOvixPlugin* plugin);
     Ptr<MplsRoutingHandler> mplsRoutingHandlerDel();
 
+    const Ptr<MplsMtuExceptionHandler>& mplsMtuExceptionHandler() const noexcept {
+        return mplsMtuExceptionHandler_;
+    }
+    Ptr<MplsMtuExceptionHandler> mplsMtuExceptionHandlerIs();
+    Ptr<MplsMtuExceptionHandler> mplsMtuExceptionHandlerDel();
+
     const Ptr<HwStatusViaHelper>& hwStatusViaHelper() const noexcept { return hwStatusViaHelper_; }
     Ptr<HwStatusViaHelper>
     hwStatusViaHelperIs(const Ptr<const Interface::EthIntfStatusDir>& ethIntfStatusDir,
                         const Ptr<const Routing::Multicast::MvpnIntfStatus>& mvpnIntfStatus);
     Ptr<HwStatusViaHelper> hwStatusViaHelperDel();
+
+    const Ptr<MplsRoutingSupportedReactor>& routingSupportedReactor() const noexcept {
+        return routingSupportedReactor_;
+    }
+    Ptr<MplsRoutingSupportedReactor>
+    routingSupportedReactorIs(const Ptr<Mpls::Hardware::Capability>& capability,
+                              const Ptr<const RoutingCapabilities>& routingCapabilities);
+    Ptr<MplsRoutingSupportedReactor> routingSupportedReactorDel();
+
+    const Ptr<MplsMldpInputStep>& mplsMldpInputStep() const noexcept { return mplsMldpInputStep_; }
+    Ptr<MplsMldpInputStep>
+    mplsMldpInputStepIs(const Ptr<const Routing::Multicast::MvpnIntfStatus>& mvpnIntfStatus,
+                        const Ptr<Ports>& ports, const Ptr<PacketParser>& packetParser);
+    Ptr<MplsMldpInputStep> mplsMldpInputStepDel();
 
     const Ptr<const Routing::Multicast::MvpnIntfStatus>& mvpnIntfStatus() const noexcept {
         return mvpnIntfStatus_;
@@ -191,7 +214,10 @@ class MplsOvixPlugin : public OvixPlugin {
 
     Ptr<Counter::OvixLfibCounterCollection> lfibCounterCollection_;
     Ptr<MplsRoutingHandler> mplsRoutingHandler_;
+    Ptr<MplsMtuExceptionHandler> mplsMtuExceptionHandler_;
     Ptr<HwStatusViaHelper> hwStatusViaHelper_;
+    Ptr<MplsRoutingSupportedReactor> routingSupportedReactor_;
+    Ptr<MplsMldpInputStep> mplsMldpInputStep_;
     Ptr<const Routing::Multicast::MvpnIntfStatus> mvpnIntfStatus_;
     Ptr<const Mpls::RoutingInfo> mplsRoutingInfo_;
     Ptr<Mpls::Hardware::Capability> mplsHardwareCapability_;

@@ -1,5 +1,7 @@
 // Recognises MPLS OAM packets (LSP ping, RFC 8029), which belong to the CPU.
 
+#include "OamDetection.h"
+
 #include <array>
 
 #include "FrameEvents.h"
@@ -43,10 +45,14 @@ bool MplsOvixPlugin::checkForOam(const Ptr<RoutingContext>& context,
 
 bool MplsOvixPlugin::checkForOamMaybeUdpHdr(const Ptr<RoutingContext>& context,
                                             const Ptr<PacketHeader>& header) const {
+    return isLspPing(*context, header);
+}
+
+bool isLspPing(const RoutingContext& context, const Ptr<PacketHeader>& header) {
     if (!header) {
         return false;
     }
-    ParsedPacket& parsed = context->packetContext()->parsedPkt();
+    ParsedPacket& parsed = context.packetContext()->parsedPkt();
     parsed.maybeDoFullParse();
     const Ptr<PacketHeader> ip = parsed.header(header->position());
     if (ip && ip->pktHdrType() == PktHdrType::ipv4) {
@@ -59,10 +65,10 @@ bool MplsOvixPlugin::checkForOamMaybeUdpHdr(const Ptr<RoutingContext>& context,
             return false;
         }
     } else {
-        traceFrame(*context, "Next header is not v4 or v6");
+        traceFrame(context, "Next header is not v4 or v6");
         return false;
     }
-    const Ptr<PacketHeader> udp = headerAfter(*context, *ip);
+    const Ptr<PacketHeader> udp = parsed.header(ip->position() + 1);
     return udp && udp->pktHdrType() == PktHdrType::udp && udpDestinationPort(*udp) == lspPingPort;
 }
 

@@ -21,16 +21,17 @@ constexpr ProcessingResult noResultYet = 255;
 
 ProcessingResult MplsOvixPlugin::handleViaSet(const Ptr<MplsContext>& context) const {
     const OvixMplsViaSet& viaSet = *context->viaSet();
-    traceFrame(*context->routingContext(), "ViaSet type: ", viaSet.type(),
-               ", via count: ", viaSet.numVias());
-    if (viaSet.numVias() == 0) {
+    const Mpls::LfibViaSetType type = viaSet.type();
+    const std::uint32_t vias = viaSet.numVias();
+    traceFrame(*context->routingContext(), "ViaSet type: ", type, ", via count: ", vias);
+    if (vias == 0) {
         report(*context->routingContext(), noVias);
         return frameDealtWith;
     }
-    if (viaSet.isMulticast()) {
+    if (type == Mpls::LfibViaSetType::multicast) {
         return handleEveryVia(context);
     }
-    return handleVia(context, viaSet.numVias() > 1 ? pickUcmpVia(context, context->viaSet()) : 0);
+    return handleVia(context, vias > 1 ? pickUcmpVia(context, context->viaSet()) : 0);
 }
 
 ProcessingResult MplsOvixPlugin::handleEveryVia(const Ptr<MplsContext>& context) const {
@@ -84,7 +85,7 @@ ProcessingResult MplsOvixPlugin::handleVia(const Ptr<MplsContext>& context,
                                            std::uint32_t viaIndex) const {
     const Mpls::LfibViaType type = context->viaSet()->viaType(viaIndex);
     context->viaIndexIs(viaIndex);
-    const Ptr<MplsViaTypeHandler> handler = mplsViaTypeHandlerRegistry_->handler(type);
+    const Ptr<MplsViaTypeHandler>& handler = mplsViaTypeHandlerRegistry_->handler(type);
     if (handler) {
         return handler->processMplsVia(context);
     }

@@ -17,7 +17,7 @@ class PktManager;
 ///     |<- headroom() ->|<--- bytes() --->|<- tailroom ->|
 ///
 /// Fresh data starts on a cache line, so that the smallest frames take up one.
-class Pkt : public Tessel::Counted, public Tessel::Slabbed<Pkt> {
+class Pkt final : public Tessel::Counted, public Tessel::Slabbed<Pkt> {
   public:
     using Manager = PktManager;
 
@@ -55,6 +55,13 @@ class Pkt : public Tessel::Counted, public Tessel::Slabbed<Pkt> {
         front_ += static_cast<std::uint32_t>(count);
         length_ -= static_cast<std::uint32_t>(count);
         return true;
+    }
+
+    /// Drops what is beyond the first `count` bytes.
+    void truncate(std::size_t count) noexcept {
+        if (count < length_) {
+            length_ = static_cast<std::uint32_t>(count);
+        }
     }
 
     /// Adds `count` bytes in front and returns them, moving to another buffer when the headroom is

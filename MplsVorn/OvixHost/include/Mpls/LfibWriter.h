@@ -39,8 +39,10 @@ class LfibWriter {
     /// The same for a via that pops and looks up in a VRF.
     void ipLookupRouteIs(RouteKey key, LfibViaType viaType, const L3::VrfName& vrf,
                          PayloadType payload);
-    /// The same for the tail of a multicast LSP.
-    void multicastIpLookupRouteIs(RouteKey key, const LfibMulticastIpLookupVia& via);
+    /// The same for the tail of a multicast LSP, and for the `branches` that go on from it, at most
+    /// 598, whose weights mean nothing.
+    void multicastIpLookupRouteIs(RouteKey key, const LfibMulticastIpLookupVia& via,
+                                  std::span<const WeightedVia> branches = {});
     /// Publishes a route with a via set as given, whatever it says; its vias stay unowned.
     void rawRouteIs(RouteKey key, const LfibViaSet& set);
 
@@ -59,6 +61,7 @@ class LfibWriter {
     std::uint64_t& indexEntry(RouteKey key) const;
     std::uint32_t add(LfibLayout::Kind kind, std::span<const std::byte> body);
     void release(std::uint32_t unitIndex) noexcept;
+    void addIpVias(LfibViaSet& set, std::span<const WeightedVia> vias);
     LfibViaSetKey addViaSet(const LfibViaSet& set, bool ownsVias);
     LfibViaSetKey addOwningViaSet(const LfibViaSet& set);
     void releaseMembers(const LfibViaSet& set) noexcept;

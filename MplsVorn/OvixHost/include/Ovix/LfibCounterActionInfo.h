@@ -8,8 +8,8 @@
 namespace Ovix {
 
 /// Counts one packet of `byteCount` bytes for a label route.
-class LfibCounterActionInfo : public CounterActionInfo,
-                              public Tessel::Slabbed<LfibCounterActionInfo> {
+class LfibCounterActionInfo final : public CounterActionInfo,
+                                    public Tessel::Slabbed<LfibCounterActionInfo> {
   public:
     static constexpr Tessel::TypeName infoTypeName{"LfibCounterActionInfo"};
 

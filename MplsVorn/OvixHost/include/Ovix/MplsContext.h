@@ -9,16 +9,15 @@
 namespace Ovix {
 
 /// The working context of one label: what via selection and the via-type handlers are given.
-class MplsContext : public Tessel::Counted, public Tessel::Slabbed<MplsContext> {
+class MplsContext final : public Tessel::Counted, public Tessel::Slabbed<MplsContext> {
   public:
     /// `innerHeader` is the header that follows the MPLS header; it may be empty.
-    MplsContext(Ptr<RoutingContext> routingContext, Lumo::MplsLabelEntry entry,
-                Ptr<PacketHeader> innerHeader, Ptr<OvixMplsViaSet> viaSet,
-                Ptr<OvixMplsViaSetStack> viaSetStack, Lumo::MplsStackEntryIndex position,
-                Ptr<RoutingNexthops> nexthops) noexcept
-        : routingContext_(std::move(routingContext)), innerHeader_(std::move(innerHeader)),
-          viaSet_(std::move(viaSet)), viaSetStack_(std::move(viaSetStack)),
-          nexthops_(std::move(nexthops)), entry_(entry), position_(position) {}
+    MplsContext(const Ptr<RoutingContext>& routingContext, Lumo::MplsLabelEntry entry,
+                const Ptr<PacketHeader>& innerHeader, const Ptr<OvixMplsViaSet>& viaSet,
+                const Ptr<OvixMplsViaSetStack>& viaSetStack, Lumo::MplsStackEntryIndex position,
+                const Ptr<RoutingNexthops>& nexthops) noexcept
+        : routingContext_(routingContext), innerHeader_(innerHeader), viaSet_(viaSet),
+          viaSetStack_(viaSetStack), nexthops_(nexthops), entry_(entry), position_(position) {}
 
     const Ptr<RoutingContext>& routingContext() const noexcept { return routingContext_; }
     Lumo::MplsLabelEntry entry() const noexcept { return entry_; }
@@ -35,6 +34,11 @@ class MplsContext : public Tessel::Counted, public Tessel::Slabbed<MplsContext> 
     /// Empty when there is no routing context.
     Ptr<PacketContext> pktCtx() const noexcept {
         return routingContext_ ? routingContext_->packetContext() : nullptr;
+    }
+
+    /// Completes the parse of the frame; needs a routing context.
+    void maybeDoFullParse() const {
+        routingContext_->packetContext()->parsedPkt().maybeDoFullParse();
     }
 
   private:

@@ -26,6 +26,17 @@ class MplsLfibTables : public Tessel::Counted {
     const Lfib& evpnEtreeLeafLabelLfib() const noexcept { return evpnEtreeLeaf_; }
     void evpnEtreeLeafLabelLfibIs(Lfib table) { evpnEtreeLeaf_ = std::move(table); }
 
+    /// Whichever of the five a via set was read from; empty when it is none of them.
+    Lfib tableOf(const Mpls::LfibViaSource* source) const noexcept {
+        for (const Lfib* table :
+             {&decap_, &evpnEsFilter_, &pseudowire_, &evpnEtreeLeaf_, &transit_}) {
+            if (*table && table->get() == source) {
+                return *table;
+            }
+        }
+        return nullptr;
+    }
+
     const Ptr<const Mpls::Hardware::Status>& hardwareStatus() const noexcept { return hardware_; }
     void hardwareStatusIs(Ptr<const Mpls::Hardware::Status> status) {
         hardware_ = std::move(status);

@@ -20,7 +20,8 @@ struct MplsRewriteHelper {
                       Mpls::TtlMode ttlMode, bool multicast);
 
     /// The rewrites that pop the entry on top. `ipExposed`: the entry is the last one and an IP
-    /// packet of the payload type lies beneath. Empty when the payload is undefined.
+    /// packet of the payload type lies beneath. Empty when the last entry is popped and neither is
+    /// anything beneath it nor a payload type told.
     static Ptr<RewriteInfos> createMplsPopRewrite(const Ptr<RoutingContext>& context,
                                                   Lumo::MplsLabelEntry entry,
                                                   const Ptr<PacketHeader>& innerHeader,

@@ -13,7 +13,7 @@ namespace Ovix {
 
 /// Swap the top label: the last label of the operation replaces it, the others are pushed above.
 /// TC stays unless told (RFC 5462).
-class MplsSwapRewriteInfo : public RewriteInfo, public Tessel::Slabbed<MplsSwapRewriteInfo> {
+class MplsSwapRewriteInfo final : public RewriteInfo, public Tessel::Slabbed<MplsSwapRewriteInfo> {
   public:
     static constexpr Tessel::TypeName infoTypeName{"MplsSwap"};
 
@@ -26,7 +26,7 @@ class MplsSwapRewriteInfo : public RewriteInfo, public Tessel::Slabbed<MplsSwapR
 };
 
 /// Pop the top label. Uniform: what it carried takes over its TTL (RFC 3443 section 3.1).
-class MplsPopRewriteInfo : public RewriteInfo, public Tessel::Slabbed<MplsPopRewriteInfo> {
+class MplsPopRewriteInfo final : public RewriteInfo, public Tessel::Slabbed<MplsPopRewriteInfo> {
   public:
     static constexpr Tessel::TypeName infoTypeName{"MplsPop"};
 
@@ -40,7 +40,8 @@ class MplsPopRewriteInfo : public RewriteInfo, public Tessel::Slabbed<MplsPopRew
 
 /// Push labels onto a labelled frame or an IP packet. TC comes from what lies beneath unless told,
 /// and so does the TTL in uniform mode.
-class MplsIpPushRewriteInfo : public RewriteInfo, public Tessel::Slabbed<MplsIpPushRewriteInfo> {
+class MplsIpPushRewriteInfo final : public RewriteInfo,
+                                    public Tessel::Slabbed<MplsIpPushRewriteInfo> {
   public:
     static constexpr Tessel::TypeName infoTypeName{"MplsIpPush"};
 
@@ -53,7 +54,7 @@ class MplsIpPushRewriteInfo : public RewriteInfo, public Tessel::Slabbed<MplsIpP
 };
 
 /// Take this router's decrement from the TTL of the outermost header.
-class MplsTtlRewriteInfo : public RewriteInfo, public Tessel::Slabbed<MplsTtlRewriteInfo> {
+class MplsTtlRewriteInfo final : public RewriteInfo, public Tessel::Slabbed<MplsTtlRewriteInfo> {
   public:
     static constexpr Tessel::TypeName infoTypeName{"MplsTtl"};
 
@@ -65,7 +66,7 @@ template <typename Info>
 class RewriteImplOf : public RewriteImpl {
   public:
     explicit RewriteImplOf(Ptr<Info> info) noexcept : info_(std::move(info)) {}
-    Ptr<RewriteInfo> baseInfo() const noexcept override { return info_; }
+    Ptr<const RewriteInfo> baseInfo() const noexcept override { return info_; }
 
   protected:
     const Info& info() const noexcept { return *info_; }
@@ -74,8 +75,8 @@ class RewriteImplOf : public RewriteImpl {
     Ptr<Info> info_;
 };
 
-class MplsSwapRewriteImpl : public RewriteImplOf<MplsSwapRewriteInfo>,
-                            public Tessel::Slabbed<MplsSwapRewriteImpl> {
+class MplsSwapRewriteImpl final : public RewriteImplOf<MplsSwapRewriteInfo>,
+                                  public Tessel::Slabbed<MplsSwapRewriteImpl> {
   public:
     using RewriteImplOf::RewriteImplOf;
     /// An absent or other record fails the assertion "info"; so for all four.
@@ -84,8 +85,8 @@ class MplsSwapRewriteImpl : public RewriteImplOf<MplsSwapRewriteInfo>,
     Ptr<RoutingException> apply(const Ptr<RoutingContext>& context) override;
 };
 
-class MplsPopRewriteImpl : public RewriteImplOf<MplsPopRewriteInfo>,
-                           public Tessel::Slabbed<MplsPopRewriteImpl> {
+class MplsPopRewriteImpl final : public RewriteImplOf<MplsPopRewriteInfo>,
+                                 public Tessel::Slabbed<MplsPopRewriteImpl> {
   public:
     using RewriteImplOf::RewriteImplOf;
     static Ptr<RewriteImpl> fromInfo(const Ptr<RewriteInfo>& info);
@@ -93,8 +94,8 @@ class MplsPopRewriteImpl : public RewriteImplOf<MplsPopRewriteInfo>,
     Ptr<RoutingException> apply(const Ptr<RoutingContext>& context) override;
 };
 
-class MplsIpPushRewriteImpl : public RewriteImplOf<MplsIpPushRewriteInfo>,
-                              public Tessel::Slabbed<MplsIpPushRewriteImpl> {
+class MplsIpPushRewriteImpl final : public RewriteImplOf<MplsIpPushRewriteInfo>,
+                                    public Tessel::Slabbed<MplsIpPushRewriteImpl> {
   public:
     using RewriteImplOf::RewriteImplOf;
     static Ptr<RewriteImpl> fromInfo(const Ptr<RewriteInfo>& info);
@@ -102,8 +103,8 @@ class MplsIpPushRewriteImpl : public RewriteImplOf<MplsIpPushRewriteInfo>,
     Ptr<RoutingException> apply(const Ptr<RoutingContext>& context) override;
 };
 
-class MplsTtlRewriteImpl : public RewriteImplOf<MplsTtlRewriteInfo>,
-                           public Tessel::Slabbed<MplsTtlRewriteImpl> {
+class MplsTtlRewriteImpl final : public RewriteImplOf<MplsTtlRewriteInfo>,
+                                 public Tessel::Slabbed<MplsTtlRewriteImpl> {
   public:
     using RewriteImplOf::RewriteImplOf;
     static Ptr<RewriteImpl> fromInfo(const Ptr<RewriteInfo>& info);

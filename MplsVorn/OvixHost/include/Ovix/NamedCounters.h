@@ -66,18 +66,19 @@ class OvixNamedCounters : public Tessel::Counted {
   private:
     // Names are told apart by their 64-bit hash: nobody outside chooses them.
     Counter* find(const CounterKey& key) const noexcept {
-        const std::size_t mask = slots_.size() - 1;
-        std::size_t at = key.hash & mask;
-        while (slots_[at] != nullptr && slots_[at]->hash != key.hash) {
-            at = (at + 1) & mask;
+        Counter* const* slots = slots_.data();
+        std::size_t at = key.hash & mask_;
+        while (slots[at] != nullptr && slots[at]->hash != key.hash) {
+            at = (at + 1) & mask_;
         }
-        return slots_[at];
+        return slots[at];
     }
     Counter& add(const CounterKey& key);
     void insert(Counter& counter) noexcept;
 
     std::deque<Counter> counters_;
     std::vector<Counter*> slots_; ///< open addressing, a power of two, at most half full
+    std::size_t mask_ = 0;        ///< the number of slots, less 1
     const Counter* last_ = nullptr;
 };
 

@@ -11,7 +11,7 @@ namespace Ovix {
 
 /// The usable vias of a hardware adjacency, or of its backups. What is not usable is left out of
 /// the set, so that its share goes to the others by their weights.
-class OvixHwViaSet : public OvixMplsViaSet, public Tessel::Slabbed<OvixHwViaSet> {
+class OvixHwViaSet final : public OvixMplsViaSet, public Tessel::Slabbed<OvixHwViaSet> {
   public:
     OvixHwViaSet(Ptr<const Mpls::Hardware::Adjacency> adjacency,
                  const Ptr<HwStatusViaHelper>& helper, bool useBackups);
@@ -25,7 +25,7 @@ class OvixHwViaSet : public OvixMplsViaSet, public Tessel::Slabbed<OvixHwViaSet>
         return adjacency_->viaType();
     }
     std::uint32_t weight(std::uint32_t index) const noexcept override {
-        return adjacency_->weight(useBackups_, usable_[index]);
+        return adjacency_->entries(useBackups_)[usable_[index]].weight;
     }
     OvixMplsVia via(std::uint32_t index) const override {
         return adjacency_->via(useBackups_, usable_[index]);

@@ -8,7 +8,7 @@ namespace Ovix {
 
 /// The vias of an LFIB via set: the members of the record, each a via of its one key's type. A via
 /// is read from the table that the record came from when it is asked for.
-class OvixLfibViaSet : public OvixMplsViaSet, public Tessel::Slabbed<OvixLfibViaSet> {
+class OvixLfibViaSet final : public OvixMplsViaSet, public Tessel::Slabbed<OvixLfibViaSet> {
   public:
     OvixLfibViaSet(const Mpls::LfibViaSet& record, const Mpls::LfibViaKey& key)
         : record_(record), key_(key) {}
@@ -28,6 +28,7 @@ class OvixLfibViaSet : public OvixMplsViaSet, public Tessel::Slabbed<OvixLfibVia
         key.index = record_.members[index].viaIndex;
         return key;
     }
+    const Mpls::LfibViaSource* source() const noexcept override { return record_.source.get(); }
     const Mpls::LfibViaSet& record() const noexcept { return record_; }
 
   private:

@@ -36,7 +36,8 @@ struct OvixMplsVia {
     std::uint16_t nexthopVlan = 0; ///< 802.1Q VLAN id to send with; 0: as the interface does
 
     bool isEq(const OvixMplsVia& other) const noexcept;
-    explicit operator bool() const noexcept { return !isEq(OvixMplsVia()); }
+    /// Every via that does something has an action, so the field-by-field test is seldom needed.
+    explicit operator bool() const noexcept { return labelAction != 0 || !isEq(OvixMplsVia()); }
 
     Lumo::MplsLabelAction action() const noexcept {
         return static_cast<Lumo::MplsLabelAction>(labelAction);

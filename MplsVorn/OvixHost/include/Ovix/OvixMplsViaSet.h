@@ -23,6 +23,9 @@ class OvixMplsViaSet : public Tessel::Counted {
     /// not built from a table.
     virtual Mpls::LfibViaKey viaKey(std::uint32_t) const noexcept { return {}; }
 
+    /// The table that the set was read from; null when it was not read from one.
+    virtual const Mpls::LfibViaSource* source() const noexcept { return nullptr; }
+
     bool isMulticast() const noexcept { return type() == Mpls::LfibViaSetType::multicast; }
 };
 

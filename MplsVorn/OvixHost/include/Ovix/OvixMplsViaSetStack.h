@@ -21,12 +21,17 @@ struct OvixMplsHdrAndViaSet {
 };
 
 /// What the walk over one packet's label stack found, by stack position from the top.
-class OvixMplsViaSetStack : public Tessel::Counted, public Tessel::Slabbed<OvixMplsViaSetStack> {
+class OvixMplsViaSetStack final : public Tessel::Counted,
+                                  public Tessel::Slabbed<OvixMplsViaSetStack> {
   public:
     static constexpr std::size_t positions = Lumo::MplsStackEntryIndex::nullValue + std::size_t{1};
 
     OvixMplsViaSetStack() noexcept {} // positions not yet added are left unset on purpose
-    ~OvixMplsViaSetStack() override { std::destroy_n(entries(), count_); }
+    ~OvixMplsViaSetStack() override {
+        for (std::uint32_t i = 0; i < count_; ++i) {
+            std::destroy_at(entries() + i);
+        }
+    }
 
     /// Positions are added in order from 0, each once.
     void addViaSetForLabel(Lumo::MplsStackEntryIndex position, Lumo::MplsLabelEntry entry,

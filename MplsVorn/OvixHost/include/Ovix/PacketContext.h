@@ -11,6 +11,7 @@
 
 namespace Ovix {
 
+class OvixNamedCounters;
 class PacketContext;
 
 /// The headers of one frame, parsed lazily: asking for a header parses as far as needed. Bytes that
@@ -21,7 +22,13 @@ class ParsedPacket {
     static constexpr std::int32_t maxHeaders = 16;
 
     /// The header at a position; empty when the frame has none there.
-    Ptr<PacketHeader> header(std::int32_t position);
+    Ptr<PacketHeader> header(std::int32_t position) {
+        if (position >= count_ && !complete()) {
+            parseUpTo(position);
+        }
+        return position >= 0 && position < count_ ? headers_[static_cast<std::size_t>(position)]
+                                                  : nullptr;
+    }
 
     /// The first header of a type among those parsed so far; empty when there is none.
     Ptr<PacketHeader> firstHeaderOfType(PktHdrType type) const noexcept;
@@ -36,6 +43,7 @@ class ParsedPacket {
     friend class PacketContext;
     friend class PacketParser;
 
+    void parseUpTo(std::int32_t position);
     void restart(Ptr<Lumo::Pkt> pkt, PktHdrType first) noexcept;
 
     Ptr<Lumo::Pkt> pkt_;
@@ -49,7 +57,7 @@ class ParsedPacket {
 class PacketParser : public Tessel::Counted {
   public:
     /// Parses the next header of `parsed` if there is one.
-    void parseNext(ParsedPacket& parsed) const;
+    static void parseNext(ParsedPacket& parsed);
 };
 
 /// Tells the traffic class (RFC 5462) of a frame from its classification input.
@@ -63,7 +71,7 @@ class TrafficClassifier {
 enum class PktCtxParse : std::uint8_t { keep = 0, reparse = 1 };
 
 /// A frame's bytes and the state of its parse.
-class PacketContext : public Tessel::Counted, public Tessel::Slabbed<PacketContext> {
+class PacketContext final : public Tessel::Counted, public Tessel::Slabbed<PacketContext> {
   public:
     /// `first` is the kind of the header that the packet starts with.
     explicit PacketContext(Ptr<Lumo::Pkt> pkt, PktHdrType first = PktHdrType::eth) noexcept;
@@ -98,6 +106,15 @@ class PacketContext : public Tessel::Counted, public Tessel::Slabbed<PacketConte
     /// TC, S or TTL. Computed once, on the frame as it is when first asked.
     std::uint32_t hash();
 
+    /// What names the frame in trace lines, and where what befalls it before it is routed is
+    /// counted; null: nothing is. The counters are not owned: they outlive every frame.
+    std::uint64_t packetId() const noexcept { return packetId_; }
+    OvixNamedCounters* namedCounters() const noexcept { return namedCounters_; }
+    void receivedAs(std::uint64_t packetId, OvixNamedCounters* counters) noexcept {
+        packetId_ = packetId;
+        namedCounters_ = counters;
+    }
+
     const TrafficClassifier& trafficClassifier() const noexcept { return classifier_; }
     /// 0 to 7: the 802.1p priority of a tagged frame, else the top label's TC or an IP packet's
     /// precedence (the upper three bits of its DSCP), else 0.
@@ -110,6 +127,8 @@ class PacketContext : public Tessel::Counted, public Tessel::Slabbed<PacketConte
   private:
     Ptr<Lumo::Pkt> pkt_;
     ParsedPacket parsed_;
+    std::uint64_t packetId_ = 0;
+    OvixNamedCounters* namedCounters_ = nullptr;
     std::optional<std::uint32_t> hash_;
     PktHdrType outerType_;
     bool stale_ = true;

@@ -32,12 +32,12 @@ class PacketHeaderData : public Tessel::Counted {
 };
 
 /// One parsed header of a frame.
-class PacketHeader : public Tessel::Counted, public Tessel::Slabbed<PacketHeader> {
+class PacketHeader final : public Tessel::Counted, public Tessel::Slabbed<PacketHeader> {
   public:
-    PacketHeader(std::int32_t position, PktHdrType type, Ptr<Lumo::Pkt> pkt, std::uint32_t offset,
-                 std::uint32_t length, Ptr<PacketHeaderData> data) noexcept
-        : pkt_(std::move(pkt)), data_(std::move(data)), position_(position), offset_(offset),
-          length_(length), type_(type) {}
+    PacketHeader(std::int32_t position, PktHdrType type, const Ptr<Lumo::Pkt>& pkt,
+                 std::uint32_t offset, std::uint32_t length, Ptr<PacketHeaderData>&& data) noexcept
+        : pkt_(pkt), data_(std::move(data)), position_(position), offset_(offset), length_(length),
+          type_(type) {}
 
     /// 0 for the outermost header of the frame.
     std::int32_t position() const noexcept { return position_; }
@@ -68,13 +68,13 @@ class PacketHeader : public Tessel::Counted, public Tessel::Slabbed<PacketHeader
 
 /// The parsed label stack of one MPLS header, top first. It reads the entries where they stand in
 /// the packet, so it costs the same for a stack of any depth.
-class MplsHeaderData : public PacketHeaderData, public Tessel::Slabbed<MplsHeaderData> {
+class MplsHeaderData final : public PacketHeaderData, public Tessel::Slabbed<MplsHeaderData> {
   public:
     /// `entries` entries from `offset` on must lie within the packet.
-    MplsHeaderData(Ptr<Lumo::Pkt> pkt, std::uint32_t offset, std::uint32_t entries,
+    MplsHeaderData(const Ptr<Lumo::Pkt>& pkt, std::uint32_t offset, std::uint32_t entries,
                    bool hashingFlag) noexcept
-        : PacketHeaderData(PktHdrType::mpls), pkt_(std::move(pkt)), offset_(offset),
-          entries_(entries), hashingFlag_(hashingFlag) {}
+        : PacketHeaderData(PktHdrType::mpls), pkt_(pkt), offset_(offset), entries_(entries),
+          hashingFlag_(hashingFlag) {}
 
     class Iterator {
       public:
@@ -118,7 +118,7 @@ inline MplsHeaderData* mplsHeaderData(const PacketHeader& header) noexcept {
 }
 
 /// One to three VLAN tags (802.1Q, 802.1ad) that follow each other.
-class VlanTagHeaderData : public PacketHeaderData, public Tessel::Slabbed<VlanTagHeaderData> {
+class VlanTagHeaderData final : public PacketHeaderData, public Tessel::Slabbed<VlanTagHeaderData> {
   public:
     static constexpr std::size_t maxTags = 3;
 

@@ -2,9 +2,13 @@
 
 #include "Counter/ClearCounters.h"
 #include "Counter/PktCounterCollectionHolder.h"
+#include "Ovix/InputPipelineStep.h"
+#include "Ovix/MtuExceptionHandler.h"
 #include "Ovix/PacketContext.h"
 #include "Ovix/PacketHashers.h"
+#include "Ovix/Ports.h"
 #include "Ovix/RewriteInfoImplMap.h"
+#include "Ovix/RoutingCapabilities.h"
 #include "Ovix/RoutingHandler.h"
 #include "Tessel/ShmEntityManager.h"
 
@@ -47,11 +51,21 @@ class PluginManager : public Tessel::Counted {
     void shmEntitySourceIs(Ptr<ShmEntitySource> source) { shmEntitySource_ = std::move(source); }
 
     const Ptr<RoutingHandlers>& routingHandlers() const noexcept { return routingHandlers_; }
+    const Ptr<MtuExceptionHandlers>& mtuExceptionHandlers() const noexcept {
+        return mtuExceptionHandlers_;
+    }
+    const Ptr<RoutingCapabilities>& routingCapabilities() const noexcept {
+        return routingCapabilities_;
+    }
     const Ptr<Counter::PktCounterCollectionHolder>& pktCounterCollectionHolder() const noexcept {
         return pktCounterCollectionHolder_;
     }
+    const Ptr<Ports>& ports() const noexcept { return ports_; }
     const Ptr<PacketParser>& packetParser() const noexcept { return packetParser_; }
     const Ptr<PacketHashers>& packetHashers() const noexcept { return packetHashers_; }
+    const Ptr<AllGenericPipelineSteps>& genericPipelineSteps() const noexcept {
+        return genericPipelineSteps_;
+    }
     const Ptr<Counter::ClearCountersRequests>& clearCountersRequests() const noexcept {
         return clearCountersRequests_;
     }
@@ -60,10 +74,14 @@ class PluginManager : public Tessel::Counted {
   private:
     Ptr<ShmEntitySource> shmEntitySource_;
     Ptr<RoutingHandlers> routingHandlers_ = Tessel::make<RoutingHandlers>();
+    Ptr<MtuExceptionHandlers> mtuExceptionHandlers_ = Tessel::make<MtuExceptionHandlers>();
+    Ptr<RoutingCapabilities> routingCapabilities_ = Tessel::make<RoutingCapabilities>();
     Ptr<Counter::PktCounterCollectionHolder> pktCounterCollectionHolder_ =
         Tessel::make<Counter::PktCounterCollectionHolder>();
+    Ptr<Ports> ports_ = Tessel::make<Ports>();
     Ptr<PacketParser> packetParser_ = Tessel::make<PacketParser>();
     Ptr<PacketHashers> packetHashers_ = Tessel::make<PacketHashers>();
+    Ptr<AllGenericPipelineSteps> genericPipelineSteps_ = Tessel::make<AllGenericPipelineSteps>();
     Ptr<Counter::ClearCountersRequests> clearCountersRequests_ =
         Tessel::make<Counter::ClearCountersRequests>();
     Ptr<SharedObjectDirectory> sharedObjects_ = Tessel::make<SharedObjectDirectory>();

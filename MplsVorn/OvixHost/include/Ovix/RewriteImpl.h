@@ -8,7 +8,7 @@
 namespace Ovix {
 
 /// Why a rewrite could not be applied. The reason is a literal: it names a counter.
-class RoutingException : public Tessel::Counted, public Tessel::Slabbed<RoutingException> {
+class RoutingException final : public Tessel::Counted, public Tessel::Slabbed<RoutingException> {
   public:
     explicit RoutingException(std::string_view reason) noexcept : reason_(reason) {}
     std::string_view reason() const noexcept { return reason_; }
@@ -22,7 +22,7 @@ class RoutingException : public Tessel::Counted, public Tessel::Slabbed<RoutingE
 class RewriteImpl : public Tessel::Counted {
   public:
     virtual std::string_view name() const noexcept = 0;
-    virtual Ptr<RewriteInfo> baseInfo() const noexcept = 0;
+    virtual Ptr<const RewriteInfo> baseInfo() const noexcept = 0;
 
     /// Empty on success; otherwise the frame is unusable and is dropped for the reason given.
     virtual Ptr<RoutingException> apply(const Ptr<RoutingContext>& context) = 0;

@@ -21,19 +21,32 @@ class CounterActionInfo : public Tessel::Counted {
 };
 
 /// The rewrites of one next hop in order of application, and the counter actions that follow them.
-class RewriteInfos : public Tessel::Counted, public Tessel::Slabbed<RewriteInfos> {
+class RewriteInfos final : public Tessel::Counted, public Tessel::Slabbed<RewriteInfos> {
   public:
     using Rewrites = Tessel::PtrList<RewriteInfo, 4>;
     using CounterActions = Tessel::PtrList<CounterActionInfo, 2>;
 
-    void rewriteInfoEnq(Ptr<RewriteInfo> info) { rewrites_.push(std::move(info)); }
-    void finalCounterActionInfoEnq(Ptr<CounterActionInfo> info) {
+    void rewriteInfoEnq(Ptr<RewriteInfo>&& info) { rewrites_.push(std::move(info)); }
+    void finalCounterActionInfoEnq(Ptr<CounterActionInfo>&& info) {
         counterActions_.push(std::move(info));
     }
 
     /// Appends what the other list holds; nothing that stands here already is lost, so the pops of
     /// several labels add up.
-    void copyFrom(const Ptr<RewriteInfos>& other);
+    void copyFrom(const RewriteInfos& other) {
+        rewrites_.append(other.rewrites_);
+        counterActions_.append(other.counterActions_);
+    }
+    void copyFrom(const Ptr<RewriteInfos>& other) { copyFrom(*other); }
+    /// The same, at less cost when the handle given is the list's last one.
+    void copyFrom(Ptr<RewriteInfos>&& other) {
+        if (other->references() > 1) {
+            copyFrom(std::as_const(other));
+            return;
+        }
+        rewrites_.append(std::move(other->rewrites_));
+        counterActions_.append(std::move(other->counterActions_));
+    }
 
     const Rewrites& rewrites() const noexcept { return rewrites_; }
     const CounterActions& finalCounterActions() const noexcept { return counterActions_; }
@@ -46,3 +59,5 @@ class RewriteInfos : public Tessel::Counted, public Tessel::Slabbed<RewriteInfos
 } // namespace Ovix
 
 extern template class Tessel::Slabbed<Ovix::RewriteInfos>;
+extern template class Tessel::Slabbed<Tessel::PtrListChunk<Ovix::RewriteInfo>>;
+extern template class Tessel::Slabbed<Tessel::PtrListChunk<Ovix::CounterActionInfo>>;

@@ -12,7 +12,7 @@
 namespace Ovix {
 
 /// Everything the agent knows about the frame being routed.
-class RoutingContext : public Tessel::Counted, public Tessel::Slabbed<RoutingContext> {
+class RoutingContext final : public Tessel::Counted, public Tessel::Slabbed<RoutingContext> {
   public:
     /// `counters` may be empty: then nothing is counted. `ingress` is the interface that the frame
     /// came in on.
@@ -35,7 +35,7 @@ class RoutingContext : public Tessel::Counted, public Tessel::Slabbed<RoutingCon
 };
 
 /// The result of routing one frame: no next hop drops it, a CPU-trap next hop punts it.
-class RoutingOutput : public Tessel::Counted, public Tessel::Slabbed<RoutingOutput> {
+class RoutingOutput final : public Tessel::Counted, public Tessel::Slabbed<RoutingOutput> {
   public:
     RoutingOutput() : nexthops_(Tessel::make<RoutingNexthops>()) {}
 

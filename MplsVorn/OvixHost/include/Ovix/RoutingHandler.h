@@ -1,8 +1,8 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
+#include "Ovix/HandlersByName.h"
 #include "Ovix/RoutingContext.h"
 
 namespace Ovix {
@@ -24,16 +24,6 @@ class RoutingHandler : public Tessel::Counted {
 };
 
 /// The agent's routing handlers by name.
-class RoutingHandlers : public Tessel::Counted {
-  public:
-    /// Adds a handler; one of the same name is replaced. An empty handle is ignored.
-    void handlerIs(Ptr<RoutingHandler> handler);
-
-    /// Empty when there is none of that name.
-    Ptr<RoutingHandler> handler(std::string_view name) const noexcept;
-
-  private:
-    std::vector<Ptr<RoutingHandler>> handlers_;
-};
+class RoutingHandlers : public HandlersByName<RoutingHandler> {};
 
 } // namespace Ovix

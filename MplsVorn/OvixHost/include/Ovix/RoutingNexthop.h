@@ -13,7 +13,7 @@
 namespace Ovix {
 
 /// One forwarding decision: where the frame goes and what is done to it on the way out.
-class RoutingNexthop : public Tessel::Counted, public Tessel::Slabbed<RoutingNexthop> {
+class RoutingNexthop final : public Tessel::Counted, public Tessel::Slabbed<RoutingNexthop> {
   public:
     explicit RoutingNexthop(Lumo::IntfId intf) noexcept : intf_(intf) {}
 
@@ -37,6 +37,11 @@ class RoutingNexthop : public Tessel::Counted, public Tessel::Slabbed<RoutingNex
     std::uint16_t vlanId() const noexcept { return vlanId_; }
     void vlanIdIs(std::uint16_t vlan) noexcept { vlanId_ = vlan; }
 
+    /// Whether this is one copy of a multicast frame: without an address it goes to everybody on
+    /// the interface's link.
+    bool isReplica() const noexcept { return isReplica_; }
+    void isReplicaIs(bool on) noexcept { isReplica_ = on; }
+
     RewriteInfos& rewriteInfos() noexcept { return rewriteInfos_; }
     const RewriteInfos& rewriteInfos() const noexcept { return rewriteInfos_; }
 
@@ -53,15 +58,17 @@ class RoutingNexthop : public Tessel::Counted, public Tessel::Slabbed<RoutingNex
     Lumo::IpGenAddr address_;
     std::uint32_t mtu_ = 0;
     std::uint16_t vlanId_ = 0;
+    bool isReplica_ = false;
     L3::VrfName vrfName_;
 };
 
 /// Next hops in order of preference.
-class RoutingNexthops : public Tessel::Counted, public Tessel::Slabbed<RoutingNexthops> {
+class RoutingNexthops final : public Tessel::Counted, public Tessel::Slabbed<RoutingNexthops> {
   public:
     using List = Tessel::PtrList<RoutingNexthop, 4>;
 
-    void nexthopEnq(Ptr<RoutingNexthop> nexthop) { nexthops_.push(std::move(nexthop)); }
+    void nexthopEnq(const Ptr<RoutingNexthop>& nexthop) { nexthops_.push(nexthop); }
+    void nexthopEnq(Ptr<RoutingNexthop>&& nexthop) { nexthops_.push(std::move(nexthop)); }
 
     /// The list must not be empty.
     const Ptr<RoutingNexthop>& nexthopFront() const noexcept { return nexthops_.front(); }
@@ -78,3 +85,4 @@ class RoutingNexthops : public Tessel::Counted, public Tessel::Slabbed<RoutingNe
 
 extern template class Tessel::Slabbed<Ovix::RoutingNexthop>;
 extern template class Tessel::Slabbed<Ovix::RoutingNexthops>;
+extern template class Tessel::Slabbed<Tessel::PtrListChunk<Ovix::RoutingNexthop>>;

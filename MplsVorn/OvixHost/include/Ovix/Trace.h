@@ -72,8 +72,11 @@ class TraceSource {
     const std::string& textName() const noexcept { return textName_; }
     int ringLevel() const noexcept { return ringLevel_; }
     int textLevel() const noexcept { return textLevel_; }
-    void ringLevelIs(int level) noexcept { ringLevel_ = level; }
-    void textLevelIs(int level) noexcept { textLevel_ = level; }
+    void ringLevelIs(int level) noexcept { switchOn(ringLevel_, level); }
+    void textLevelIs(int level) noexcept { switchOn(textLevel_, level); }
+
+    /// Whether any source has ever been switched on: all that a frame asks for while none has.
+    static bool anyEverOn() noexcept { return anyEverOn_; }
 
     bool enabled(unsigned level) const noexcept {
         return static_cast<int>(level) <= ringLevel_ || static_cast<int>(level) <= textLevel_;
@@ -98,6 +101,13 @@ class TraceSource {
     ~TraceSource() = default;
 
   private:
+    static void switchOn(int& destination, int level) noexcept {
+        destination = level;
+        anyEverOn_ = anyEverOn_ || level > off;
+    }
+
+    static bool anyEverOn_;
+
     std::string ringTag_;
     std::string textName_;
     int ringLevel_ = off;

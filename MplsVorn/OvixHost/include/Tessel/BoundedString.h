@@ -25,6 +25,11 @@ class BoundedString {
         copy(other);
         return *this;
     }
+    constexpr BoundedString& operator=(std::string_view text) {
+        assign(text);
+        return *this;
+    }
+    constexpr BoundedString& operator=(const char* text) { return *this = std::string_view(text); }
     ~BoundedString() = default;
 
     constexpr std::string_view view() const noexcept { return {bytes_.data(), size_}; }

@@ -6,6 +6,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "Tessel/Slab.h"
+
 namespace Tessel {
 
 /// Whether counted handles count atomically. Set once, before a second thread exists.
@@ -27,7 +29,7 @@ class Counted {
     Counted& operator=(const Counted&) = delete;
     virtual ~Counted() = default;
 
-    void retain() const noexcept {
+    [[gnu::always_inline]] void retain() const noexcept {
         if (Threading::multiThreaded()) [[unlikely]] {
             __atomic_fetch_add(&references_, 1U, __ATOMIC_RELAXED);
         } else {
@@ -35,15 +37,22 @@ class Counted {
         }
     }
 
-    void release() const noexcept {
-        if (Threading::multiThreaded()) [[unlikely]] {
-            if (__atomic_sub_fetch(&references_, 1U, __ATOMIC_ACQ_REL) == 0) {
-                const_cast<Counted*>(this)->lastUserGone();
-            }
-        } else if (--references_ == 0) {
+    [[gnu::always_inline]] void release() const noexcept {
+        if (dropReference()) {
             const_cast<Counted*>(this)->lastUserGone();
         }
     }
+
+    /// Takes back one count; true when it was the last one.
+    [[gnu::always_inline]] bool dropReference() const noexcept {
+        if (Threading::multiThreaded()) [[unlikely]] {
+            return __atomic_sub_fetch(&references_, 1U, __ATOMIC_ACQ_REL) == 0;
+        }
+        return --references_ == 0;
+    }
+
+    /// Counts the first handle of an object that nobody else knows yet.
+    void firstReference() const noexcept { references_ = 1; }
 
     /// The number of handles that hold this object.
     std::uint32_t references() const noexcept {
@@ -65,6 +74,14 @@ class Ptr {
     constexpr Ptr() noexcept = default;
     constexpr Ptr(std::nullptr_t) noexcept {}
     explicit Ptr(T* object) noexcept : object_(object) { retain(); }
+
+    /// The first handle of an object just made.
+    static Ptr first(T* object) noexcept {
+        object->firstReference();
+        Ptr made;
+        made.object_ = object;
+        return made;
+    }
     Ptr(const Ptr& other) noexcept : object_(other.object_) { retain(); }
     Ptr(Ptr&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
 
@@ -77,7 +94,15 @@ class Ptr {
     noexcept : object_(other.detach()) {}
 
     ~Ptr() {
-        if (object_ != nullptr) {
+        if (object_ == nullptr) {
+            return;
+        }
+        // What is known to be the most derived type, from a slab, goes without a virtual call.
+        if constexpr (std::is_final_v<T> && std::is_base_of_v<Slabbed<std::remove_const_t<T>>, T>) {
+            if (object_->dropReference()) {
+                delete object_;
+            }
+        } else {
             object_->release();
         }
     }
@@ -118,7 +143,7 @@ class Ptr {
 /// Creates a counted object and returns its first handle.
 template <typename T, typename... Args>
 Ptr<T> make(Args&&... args) {
-    return Ptr<T>(new T(std::forward<Args>(args)...));
+    return Ptr<T>::first(new T(std::forward<Args>(args)...));
 }
 
 /// The object as another type of its hierarchy, or an empty handle when it is not one.

@@ -28,7 +28,6 @@ class SlabList {
         }
         Block* block = free_;
         free_ = block->next;
-        ++tracker_.objectsInUse;
         return block;
     }
 
@@ -36,10 +35,10 @@ class SlabList {
         auto* block = static_cast<Block*>(memory);
         block->next = free_;
         free_ = block;
-        --tracker_.objectsInUse;
     }
 
-    const MemAllocationTracker& tracker() const noexcept { return tracker_; }
+    /// Walks the free list, so that taking and giving keep no count.
+    MemAllocationTracker tracker() const noexcept;
 
   private:
     struct Block {
@@ -50,7 +49,8 @@ class SlabList {
 
     std::size_t blockSize_;
     Block* free_ = nullptr;
-    MemAllocationTracker tracker_;
+    std::uint64_t blocks_ = 0;
+    std::uint64_t chunks_ = 0;
 };
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -63,7 +63,8 @@ class SlabList {
 
 /// Gives a class (the most derived one) `new` and `delete` from a slab of its own. A header of the
 /// host declares `extern template class Tessel::Slabbed<X>` so that the host library and the
-/// plugins share one slab per type.
+/// plugins share one slab per type. Handles destroy a final slabbed class directly, so it must not
+/// override `lastUserGone`.
 template <typename T>
 class Slabbed {
   public:
@@ -83,7 +84,7 @@ class Slabbed {
         }
     }
 #endif
-    static const MemAllocationTracker& memAllocationTracker() noexcept {
+    static MemAllocationTracker memAllocationTracker() noexcept {
         return slab_.tracker();
     }
 

@@ -1,5 +1,7 @@
 #include "Mpls/LabelStacks.h"
 
+#include <array>
+#include <atomic>
 #include <map>
 #include <mutex>
 #include <vector>
@@ -9,9 +11,10 @@ namespace Mpls {
 namespace {
 
 struct Store {
-    std::mutex mutex;
+    std::mutex mutex; // of the writers; a reader takes none
     std::map<std::vector<std::uint8_t>, std::uint32_t> numbers;
-    std::vector<const std::vector<std::uint8_t>*> stacks; // keys of the map, which never move
+    // Keys of the map, which never move. The stack of number n stands at n - 1.
+    std::array<std::atomic<const std::vector<std::uint8_t>*>, LabelStacks::max> stacks{};
 };
 
 Store& store() {
@@ -28,22 +31,22 @@ std::uint32_t LabelStacks::intern(std::span<const std::uint8_t> packed) {
     if (const auto found = kept.numbers.find(stack); found != kept.numbers.end()) {
         return found->second;
     }
-    if (kept.stacks.size() == max) {
+    if (kept.numbers.size() == max) {
         return 0;
     }
-    const auto number = static_cast<std::uint32_t>(kept.stacks.size() + 1);
+    const auto number = static_cast<std::uint32_t>(kept.numbers.size() + 1);
     const auto added = kept.numbers.emplace(std::move(stack), number).first;
-    kept.stacks.push_back(&added->first);
+    kept.stacks[number - 1].store(&added->first, std::memory_order_release);
     return number;
 }
 
 std::span<const std::uint8_t> LabelStacks::find(std::uint32_t number) noexcept {
-    Store& kept = store();
-    const std::lock_guard lock(kept.mutex);
-    if (number == 0 || number > kept.stacks.size()) {
+    if (number == 0 || number > max) {
         return {};
     }
-    return *kept.stacks[number - 1];
+    const auto* stack = store().stacks[number - 1].load(std::memory_order_acquire);
+    return stack != nullptr ? std::span<const std::uint8_t>(*stack)
+                            : std::span<const std::uint8_t>();
 }
 
 } // namespace Mpls

@@ -63,15 +63,7 @@ void LfibWriter::routeIs(RouteKey key, LfibViaType viaType, LfibViaSetType setTy
     LfibViaSet set;
     set.type = setType;
     set.viaKeys.push({0, viaType, 0, 0, 0});
-    try {
-        for (const WeightedVia& via : vias) {
-            const PackedVia packed(via.via);
-            set.members.push({add(Kind::ipVia, asBytes(packed.bytes())), via.weight, 0});
-        }
-    } catch (const std::length_error&) {
-        releaseMembers(set);
-        throw;
-    }
+    addIpVias(set, vias);
     point(key, addOwningViaSet(set));
 }
 
@@ -87,10 +79,32 @@ void LfibWriter::ipLookupRouteIs(RouteKey key, LfibViaType viaType, const L3::Vr
         add(Kind::ipLookupVia, asBytes(std::span(body).first(vrfNameOffset + vrf.size()))));
 }
 
-void LfibWriter::multicastIpLookupRouteIs(RouteKey key, const LfibMulticastIpLookupVia& via) {
+void LfibWriter::multicastIpLookupRouteIs(RouteKey key, const LfibMulticastIpLookupVia& via,
+                                          std::span<const WeightedVia> branches) {
     checkKey(key);
-    publishSingle(key, LfibViaType::multicastIpLookup, LfibViaSetType::multicast,
-                  add(Kind::multicastVia, std::as_bytes(std::span(&via, 1))));
+    if (branches.size() >= LfibViaSet::capacity) {
+        throw std::invalid_argument("more than 598 vias beside the tail");
+    }
+    const std::uint32_t tail = add(Kind::multicastVia, std::as_bytes(std::span(&via, 1)));
+    LfibViaSet set;
+    set.type = LfibViaSetType::multicast;
+    set.viaKeys.push({0, LfibViaType::multicastIpLookup, 0, tail, 0});
+    set.members.push({tail, 1, 0});
+    addIpVias(set, branches);
+    point(key, addOwningViaSet(set));
+}
+
+// On failure what the set already owns is given back.
+void LfibWriter::addIpVias(LfibViaSet& set, std::span<const WeightedVia> vias) {
+    try {
+        for (const WeightedVia& via : vias) {
+            const PackedVia packed(via.via);
+            set.members.push({add(Kind::ipVia, asBytes(packed.bytes())), via.weight, 0});
+        }
+    } catch (const std::length_error&) {
+        releaseMembers(set);
+        throw;
+    }
 }
 
 void LfibWriter::publishSingle(RouteKey key, LfibViaType type, LfibViaSetType setType,

@@ -11,14 +11,18 @@ namespace {
 
 using Ovix::OvixMplsVia;
 
+template <typename Via, typename Visitor>
+bool forEachFieldUpToNexthop(Via& via, Visitor&& visit) {
+    return visit(via.labelAction) && visit(via.trafficClass) && visit(via.controlWord) &&
+           visit(via.labelsInterned) && visit(via.payloadType) && visit(via.ttlMode) &&
+           visit(via.labels) && visit(via.pushTtl) && visit(via.intfId) && visit(via.nexthop);
+}
+
 /// Visits the fields of a via in the order of the record.
 template <typename Via, typename Visitor>
 bool forEachField(Via& via, Visitor&& visit) {
-    return visit(via.labelAction) && visit(via.trafficClass) && visit(via.controlWord) &&
-           visit(via.labelsInterned) && visit(via.payloadType) && visit(via.ttlMode) &&
-           visit(via.labels) && visit(via.pushTtl) && visit(via.intfId) && visit(via.nexthop) &&
-           visit(via.vrfName) && visit(via.fecIdHigh) && visit(via.fecIdLow) &&
-           visit(via.nexthopMtu) && visit(via.nexthopVlan);
+    return forEachFieldUpToNexthop(via, visit) && visit(via.vrfName) && visit(via.fecIdHigh) &&
+           visit(via.fecIdLow) && visit(via.nexthopMtu) && visit(via.nexthopVlan);
 }
 
 class Writer {
@@ -62,14 +66,15 @@ class Writer {
 
 class Reader {
   public:
-    explicit Reader(std::span<const std::uint8_t> bytes) noexcept : rest_(bytes) {}
+    explicit Reader(std::span<const std::uint8_t> bytes) noexcept
+        : at_(bytes.data()), end_(bytes.data() + bytes.size()) {}
 
     const std::uint8_t* take(std::size_t count) noexcept {
-        if (rest_.size() < count) {
+        if (static_cast<std::size_t>(end_ - at_) < count) {
             return nullptr;
         }
-        const std::uint8_t* taken = rest_.data();
-        rest_ = rest_.subspan(count);
+        const std::uint8_t* taken = at_;
+        at_ += count;
         return taken;
     }
 
@@ -79,6 +84,10 @@ class Reader {
     }
     template <std::unsigned_integral T>
     bool field(T& number) noexcept {
+        if (at_ != end_ && *at_ <= 0x7f) [[likely]] {
+            number = *at_++;
+            return true;
+        }
         std::uint64_t value = 0;
         for (unsigned shift = 0; shift < 35; shift += 7) {
             const std::uint8_t* byte = take(1);
@@ -134,7 +143,8 @@ class Reader {
     }
 
   private:
-    std::span<const std::uint8_t> rest_;
+    const std::uint8_t* at_;
+    const std::uint8_t* end_;
 };
 
 } // namespace
@@ -162,7 +172,9 @@ PackedVia::PackedVia(const OvixMplsVia& via) noexcept {
     size_ = sizeof mask + writer.size();
 }
 
-bool PackedVia::unpack(std::span<const std::uint8_t> bytes, OvixMplsVia& via) noexcept {
+// One straight run without calls: this is read for every frame.
+[[gnu::flatten]] bool PackedVia::unpack(std::span<const std::uint8_t> bytes,
+                                        OvixMplsVia& via) noexcept {
     Reader reader(bytes);
     std::uint16_t mask = 0;
     const std::uint8_t* maskBytes = reader.take(sizeof mask);
@@ -171,11 +183,15 @@ bool PackedVia::unpack(std::span<const std::uint8_t> bytes, OvixMplsVia& via) no
     }
     std::memcpy(&mask, maskBytes, sizeof mask);
     std::size_t index = 0;
-    return forEachField(via, [&](auto& field) {
+    const auto readIfPresent = [&](auto& field) {
         const bool present = ((mask >> index) & 1U) != 0;
         ++index;
         return !present || reader.field(field);
-    });
+    };
+    // Most vias have nothing behind the next hop's address.
+    constexpr unsigned fieldsUpToNexthop = 10;
+    return mask >> fieldsUpToNexthop == 0 ? forEachFieldUpToNexthop(via, readIfPresent)
+                                          : forEachField(via, readIfPresent);
 }
 
 } // namespace Mpls

@@ -11,6 +11,7 @@ template class Tessel::Slabbed<Ovix::VlanTagHeaderData>;
 template class Tessel::Slabbed<Ovix::PacketContext>;
 template class Tessel::Slabbed<Ovix::RoutingNexthop>;
 template class Tessel::Slabbed<Ovix::RoutingNexthops>;
+template class Tessel::Slabbed<Tessel::PtrListChunk<Ovix::RoutingNexthop>>;
 template class Tessel::Slabbed<Ovix::RoutingContext>;
 template class Tessel::Slabbed<Ovix::RoutingOutput>;
 template class Tessel::Slabbed<Ovix::OvixMplsViaSetStack>;

@@ -1,24 +1,43 @@
 #include "Ovix/ImposedLabels.h"
 
-#include <algorithm>
+#include <stdexcept>
+
+#include "Mpls/LabelStacks.h"
 
 namespace Ovix {
 
-ImposedLabels::ImposedLabels(const Lumo::UnboundedMplsLabelOperation& operation)
+std::span<const std::uint8_t> ImposedLabels::lasting(std::span<const std::uint8_t> packed) {
+    if (packed.size() <= inPlaceBytes) {
+        return packed;
+    }
+    const std::uint32_t number = Mpls::LabelStacks::intern(packed);
+    if (number == 0) {
+        throw std::length_error("more than 65536 different deep label stacks");
+    }
+    return Mpls::LabelStacks::find(number);
+}
+
+ImposedLabels::ImposedLabels(const Lumo::UnboundedMplsLabelOperation& operation) noexcept
     : tc_(operation.tc), ttl_(operation.ttl) {
     const std::span<const std::uint8_t> packed = operation.packed();
-    if (packed.size() <= inPlaceBytes) {
-        std::copy(packed.begin(), packed.end(), inPlace_.begin());
-        inPlaceSize_ = static_cast<std::uint16_t>(packed.size());
+    if (packed.size() <= inPlaceBytes) [[likely]] {
+        // Label by label, because most stacks are shorter than a call takes.
+        constexpr std::size_t labelSize = Lumo::UnboundedMplsLabelOperation::packedLabelSize;
+        std::size_t at = 0;
+        for (; at + labelSize <= packed.size(); at += labelSize) {
+            inPlace_[at] = packed[at];
+            inPlace_[at + 1] = packed[at + 1];
+            inPlace_[at + 2] = packed[at + 2];
+        }
+        inPlaceSize_ = static_cast<std::uint8_t>(at);
     } else {
-        deep_.assign(packed.begin(), packed.end());
+        deep_ = packed;
     }
 }
 
 Lumo::UnboundedMplsLabelOperation ImposedLabels::operation() const noexcept {
     Lumo::UnboundedMplsLabelOperation operation(
-        deep_.empty() ? std::span<const std::uint8_t>(inPlace_.data(), inPlaceSize_)
-                      : std::span<const std::uint8_t>(deep_));
+        deep_.empty() ? std::span<const std::uint8_t>(inPlace_.data(), inPlaceSize_) : deep_);
     operation.tc = tc_;
     operation.ttl = ttl_;
     return operation;

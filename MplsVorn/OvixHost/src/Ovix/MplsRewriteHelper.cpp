@@ -8,12 +8,15 @@ namespace {
 
 /// There is something to impose, and nothing that never appears on the wire (RFC 3032 section 2.1).
 bool imposable(const Lumo::UnboundedMplsLabelOperation& operation) {
-    for (std::size_t i = 0; i < operation.depth(); ++i) {
-        if (operation.label(i) == Lumo::implicitNull) {
+    constexpr std::size_t labelSize = Lumo::UnboundedMplsLabelOperation::packedLabelSize;
+    std::span<const std::uint8_t> rest = operation.packed();
+    const bool any = rest.size() >= labelSize;
+    for (; rest.size() >= labelSize; rest = rest.subspan(labelSize)) {
+        if (rest[2] == Lumo::implicitNull.value() && rest[1] == 0 && rest[0] == 0) {
             return false;
         }
     }
-    return operation.depth() > 0;
+    return any;
 }
 
 /// Whether a pop of the last label can tell what it exposes.
@@ -32,7 +35,7 @@ bool payloadKnown(Mpls::PayloadType payload, const Ptr<PacketHeader>& innerHeade
     }
 }
 
-Ptr<RewriteInfos> listOf(Ptr<RewriteInfo> first) {
+Ptr<RewriteInfos> listOf(Ptr<RewriteInfo>&& first) {
     auto infos = Tessel::make<RewriteInfos>();
     infos->rewriteInfoEnq(std::move(first));
     return infos;
@@ -67,11 +70,12 @@ Ptr<RewriteInfos> MplsRewriteHelper::createMplsRewrite(
 }
 
 Ptr<RewriteInfos> MplsRewriteHelper::createMplsPopRewrite(const Ptr<RoutingContext>&,
-                                                          Lumo::MplsLabelEntry,
-                                                          const Ptr<PacketHeader>&,
+                                                          Lumo::MplsLabelEntry entry,
+                                                          const Ptr<PacketHeader>& innerHeader,
                                                           Mpls::PayloadType payload,
                                                           Mpls::TtlMode ttlMode, bool) {
-    if (payload == Mpls::PayloadType::undefined) {
+    // What a payload type says of a payload that is not there is the caller's to judge.
+    if (entry.bos() && payload == Mpls::PayloadType::none && !innerHeader) {
         return nullptr;
     }
     return listOf(Tessel::make<MplsPopRewriteInfo>(payload, ttlMode));

@@ -158,6 +158,9 @@ Ptr<RoutingException> MplsPopRewriteImpl::apply(const Ptr<RoutingContext>& conte
     if (exposed != PktHdrType::eth && (carriesTtl || indicator)) {
         TtlBytes::ttlIs(exposed, beneath, carriesTtl ? decrementedOnce(packet, top.ttl()) : 0);
     }
+    if (info().ttlMode == Mpls::TtlMode::pipe) {
+        packet.ttlDecrementedIs(false); // a decrement taken so far goes with the entry
+    }
     pkt.popFront(entrySize);
     packet.outerTypeIs(exposed);
     return nullptr;

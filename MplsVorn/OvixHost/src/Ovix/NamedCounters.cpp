@@ -10,7 +10,7 @@ constexpr std::size_t initialSlots = 64;
 
 } // namespace
 
-OvixNamedCounters::OvixNamedCounters() : slots_(initialSlots, nullptr) {}
+OvixNamedCounters::OvixNamedCounters() : slots_(initialSlots, nullptr), mask_(initialSlots - 1) {}
 
 std::uint64_t OvixNamedCounters::value(std::string_view category, std::string_view module,
                                        std::string_view reason) const {
@@ -21,6 +21,7 @@ std::uint64_t OvixNamedCounters::value(std::string_view category, std::string_vi
 OvixNamedCounters::Counter& OvixNamedCounters::add(const CounterKey& key) {
     if ((counters_.size() + 1) * 2 > slots_.size()) {
         slots_.assign(slots_.size() * 2, nullptr);
+        mask_ = slots_.size() - 1;
         std::for_each(counters_.begin(), counters_.end(), [this](Counter& old) { insert(old); });
     }
     Counter& added = counters_.emplace_back(Counter{
@@ -30,10 +31,9 @@ OvixNamedCounters::Counter& OvixNamedCounters::add(const CounterKey& key) {
 }
 
 void OvixNamedCounters::insert(Counter& counter) noexcept {
-    const std::size_t mask = slots_.size() - 1;
-    std::size_t at = counter.hash & mask;
+    std::size_t at = counter.hash & mask_;
     while (slots_[at] != nullptr) {
-        at = (at + 1) & mask;
+        at = (at + 1) & mask_;
     }
     slots_[at] = &counter;
 }

@@ -30,15 +30,15 @@ std::uint8_t classOf(const PacketHeader& header) noexcept {
 
 } // namespace
 
-Ptr<PacketHeader> ParsedPacket::header(std::int32_t position) {
-    if (position < 0) {
-        return nullptr;
-    }
-    const PacketParser parser;
+void ParsedPacket::parseUpTo(std::int32_t position) {
     while (count_ <= position && !complete()) {
-        parser.parseNext(*this);
+        PacketParser::parseNext(*this);
     }
-    return position < count_ ? headers_[static_cast<std::size_t>(position)] : nullptr;
+    // What a label stack carries is parsed along with it: routing labels always asks for it.
+    if (count_ > 0 &&
+        headers_[static_cast<std::size_t>(count_ - 1)]->pktHdrType() == PktHdrType::mpls) {
+        PacketParser::parseNext(*this);
+    }
 }
 
 Ptr<PacketHeader> ParsedPacket::firstHeaderOfType(PktHdrType type) const noexcept {
@@ -52,9 +52,8 @@ Ptr<PacketHeader> ParsedPacket::firstHeaderOfType(PktHdrType type) const noexcep
 }
 
 void ParsedPacket::maybeDoFullParse() {
-    const PacketParser parser;
     while (!complete()) {
-        parser.parseNext(*this);
+        PacketParser::parseNext(*this);
     }
 }
 

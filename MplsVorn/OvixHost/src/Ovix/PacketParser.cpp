@@ -18,10 +18,9 @@ constexpr std::size_t ipv6Size = 40;
 constexpr std::size_t udpSize = 8;
 constexpr std::uint8_t protocolUdp = 17;
 
-/// A header found: how long it is, what it holds, and what follows it.
+/// A header found: how long it is and what follows it.
 struct Found {
     std::size_t length = 0;
-    Ptr<PacketHeaderData> data;
     PktHdrType next = PktHdrType::none;
 };
 
@@ -65,15 +64,16 @@ PktHdrType afterLabels(Bytes payload) noexcept {
     }
 }
 
-std::optional<Found> parseEth(Bytes bytes) {
+bool parseEth(Bytes bytes, Found& found) {
     if (bytes.size() < ethSize) {
-        return std::nullopt;
+        return false;
     }
-    return Found{ethSize, nullptr, afterEtherType(u16(bytes, ethSize - 2))};
+    found = {ethSize, afterEtherType(u16(bytes, ethSize - 2))};
+    return true;
 }
 
 /// `tpid` is the EtherType in front of the bytes.
-std::optional<Found> parseTags(Bytes bytes, std::uint16_t tpid) {
+bool parseTags(Bytes bytes, std::uint16_t tpid, Found& found, Ptr<PacketHeaderData>& data) {
     std::array<VlanTagHeaderData::Tag, VlanTagHeaderData::maxTags> tags;
     std::size_t count = 0;
     std::uint16_t etherType = tpid;
@@ -83,16 +83,18 @@ std::optional<Found> parseTags(Bytes bytes, std::uint16_t tpid) {
         ++count;
     }
     if (count == 0) {
-        return std::nullopt;
+        return false;
     }
     const PktHdrType next = isTag(etherType) ? PktHdrType::none : afterEtherType(etherType);
-    return Found{count * tagSize, Tessel::make<VlanTagHeaderData>(std::span(tags.data(), count)),
-                 next};
+    found = {count * tagSize, next};
+    data = Tessel::make<VlanTagHeaderData>(std::span(tags.data(), count));
+    return true;
 }
 
 /// The stack to its bottom, or as far as there are whole entries. Without one whole entry the
 /// header has no data.
-Found parseMpls(const Ptr<Lumo::Pkt>& pkt, std::size_t offset) {
+bool parseMpls(const Ptr<Lumo::Pkt>& pkt, std::size_t offset, Found& found,
+               Ptr<PacketHeaderData>& data) {
     const Bytes bytes = pkt->offsetFront(offset);
     std::size_t entries = 0;
     bool bottom = false;
@@ -107,32 +109,33 @@ Found parseMpls(const Ptr<Lumo::Pkt>& pkt, std::size_t offset) {
         ++entries;
     }
     if (entries == 0) {
-        return {};
+        return true;
     }
     const std::size_t length = entries * Lumo::MplsLabelEntry::size;
-    return {length,
-            Tessel::make<MplsHeaderData>(pkt, static_cast<std::uint32_t>(offset),
-                                         static_cast<std::uint32_t>(entries), entropy),
-            bottom ? afterLabels(bytes.subspan(length)) : PktHdrType::none};
+    found = {length, bottom ? afterLabels(bytes.subspan(length)) : PktHdrType::none};
+    data = Tessel::make<MplsHeaderData>(pkt, static_cast<std::uint32_t>(offset),
+                                        static_cast<std::uint32_t>(entries), entropy);
+    return true;
 }
 
 /// The fixed header and its options must be there whole, and the total length must have room for
 /// them (RFC 1812 section 5.2.2). It may exceed what was captured; 0 stands in a capture of a
 /// packet that was segmented later. What lies beyond it is padding. Only a first fragment shows its
 /// upper layer.
-std::optional<Found> parseIpv4(Bytes bytes) {
+bool parseIpv4(Bytes bytes, Found& found) {
     if (bytes.size() < ipv4Size || bytes[0] >> 4U != 4) {
-        return std::nullopt;
+        return false;
     }
     const std::size_t length = (bytes[0] & 0x0fU) * std::size_t{4};
     const std::size_t told = u16(bytes, 2);
     const std::size_t totalLength = told != 0 ? told : bytes.size();
     if (length < ipv4Size || length > bytes.size() || length > totalLength) {
-        return std::nullopt;
+        return false;
     }
     const bool firstFragment = (u16(bytes, 6) & 0x1fffU) == 0;
     const bool udp = bytes[9] == protocolUdp && firstFragment && totalLength - length >= udpSize;
-    return Found{length, nullptr, udp ? PktHdrType::udp : PktHdrType::none};
+    found = {length, udp ? PktHdrType::udp : PktHdrType::none};
+    return true;
 }
 
 /// The length of an IPv6 extension header (RFC 8200 section 4), or nothing for an upper layer or
@@ -163,9 +166,9 @@ std::optional<std::size_t> extensionLength(std::uint8_t protocol, Bytes bytes) n
 
 /// The header's length covers its extension headers, so that the upper layer is what follows. A
 /// payload length of 0 stands for a jumbogram (RFC 2675).
-std::optional<Found> parseIpv6(Bytes bytes) {
+bool parseIpv6(Bytes bytes, Found& found) {
     if (bytes.size() < ipv6Size || bytes[0] >> 4U != 6) {
-        return std::nullopt;
+        return false;
     }
     std::size_t length = ipv6Size;
     std::uint8_t protocol = bytes[6];
@@ -179,54 +182,58 @@ std::optional<Found> parseIpv6(Bytes bytes) {
     const std::size_t payloadLength = u16(bytes, 4);
     const bool udp = protocol == protocolUdp &&
                      (payloadLength == 0 || ipv6Size + payloadLength >= length + udpSize);
-    return Found{length, nullptr, udp ? PktHdrType::udp : PktHdrType::none};
+    found = {length, udp ? PktHdrType::udp : PktHdrType::none};
+    return true;
 }
 
-std::optional<Found> parseUdp(Bytes bytes) {
+bool parseUdp(Bytes bytes, Found& found) {
     if (bytes.size() < udpSize) {
-        return std::nullopt;
+        return false;
     }
-    return Found{udpSize, nullptr, PktHdrType::none};
+    found = {udpSize, PktHdrType::none};
+    return true;
 }
 
-std::optional<Found> parseHeader(const Ptr<Lumo::Pkt>& pkt, PktHdrType type, std::size_t offset) {
+bool parseHeader(const Ptr<Lumo::Pkt>& pkt, PktHdrType type, std::size_t offset, Found& found,
+                 Ptr<PacketHeaderData>& data) {
     const Bytes bytes = pkt->offsetFront(offset);
     switch (type) {
     case PktHdrType::eth:
-        return parseEth(bytes);
+        return parseEth(bytes, found);
     case PktHdrType::vlanTags:
-        return parseTags(bytes, u16(pkt->data(), offset - 2));
+        return parseTags(bytes, u16(pkt->data(), offset - 2), found, data);
     case PktHdrType::mpls:
-        return parseMpls(pkt, offset);
+        return parseMpls(pkt, offset, found, data);
     case PktHdrType::ipv4:
-        return parseIpv4(bytes);
+        return parseIpv4(bytes, found);
     case PktHdrType::ipv6:
-        return parseIpv6(bytes);
+        return parseIpv6(bytes, found);
     case PktHdrType::udp:
-        return parseUdp(bytes);
+        return parseUdp(bytes, found);
     default:
-        return std::nullopt;
+        return false;
     }
 }
 
 } // namespace
 
-void PacketParser::parseNext(ParsedPacket& parsed) const {
+void PacketParser::parseNext(ParsedPacket& parsed) {
     const PktHdrType type = parsed.nextType_;
     parsed.nextType_ = PktHdrType::none;
     if (type == PktHdrType::none || parsed.count_ == ParsedPacket::maxHeaders) {
         return;
     }
-    std::optional<Found> found = parseHeader(parsed.pkt_, type, parsed.nextOffset_);
-    if (!found) {
+    Found found;
+    Ptr<PacketHeaderData> data;
+    if (!parseHeader(parsed.pkt_, type, parsed.nextOffset_, found, data)) {
         return;
     }
-    const auto length = static_cast<std::uint32_t>(found->length);
+    const auto length = static_cast<std::uint32_t>(found.length);
     parsed.headers_[static_cast<std::size_t>(parsed.count_)] = Tessel::make<PacketHeader>(
-        parsed.count_, type, parsed.pkt_, parsed.nextOffset_, length, std::move(found->data));
+        parsed.count_, type, parsed.pkt_, parsed.nextOffset_, length, std::move(data));
     ++parsed.count_;
     parsed.nextOffset_ += length;
-    parsed.nextType_ = found->next;
+    parsed.nextType_ = found.next;
 }
 
 } // namespace Ovix

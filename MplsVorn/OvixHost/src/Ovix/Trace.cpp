@@ -47,6 +47,8 @@ void TraceRing::visit(const std::function<void(const Record&)>& visitor) const {
     }
 }
 
+bool TraceSource::anyEverOn_ = false;
+
 TraceSource& TraceSource::named(std::string_view ringTag, std::string_view textName) {
     Sources& known = sources();
     const std::lock_guard lock(known.mutex);

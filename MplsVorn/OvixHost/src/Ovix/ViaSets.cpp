@@ -11,12 +11,13 @@ namespace Ovix {
 OvixHwViaSet::OvixHwViaSet(Ptr<const Mpls::Hardware::Adjacency> adjacency,
                            const Ptr<HwStatusViaHelper>& helper, bool useBackups)
     : adjacency_(std::move(adjacency)), useBackups_(useBackups) {
-    const std::uint32_t entries = adjacency_->entries(useBackups);
-    for (std::uint32_t i = 0; i < entries; ++i) {
-        if (!helper || helper->usable(adjacency_->intfId(useBackups, i))) {
-            usable_[count_++] = static_cast<std::uint16_t>(i);
-            totalWeight_ += adjacency_->weight(useBackups, i);
+    std::uint16_t index = 0;
+    for (const Mpls::Hardware::Adjacency::Entry& entry : adjacency_->entries(useBackups)) {
+        if (!helper || helper->usable(entry.intf)) {
+            usable_[count_++] = index;
+            totalWeight_ += entry.weight;
         }
+        ++index;
     }
 }
 

@@ -17,12 +17,21 @@ void SlabList::refill() {
     const std::size_t blocks = chunkBytes / stride > 0 ? chunkBytes / stride : 1;
     auto* chunk =
         static_cast<std::byte*>(::operator new (blocks* stride, std::align_val_t{alignment}));
-    ++tracker_.chunksFromHeap;
+    ++chunks_;
+    blocks_ += blocks;
     for (std::size_t i = blocks; i > 0; --i) {
         auto* block = reinterpret_cast<Block*>(chunk + (i - 1) * stride);
         block->next = free_;
         free_ = block;
     }
+}
+
+MemAllocationTracker SlabList::tracker() const noexcept {
+    auto inUse = static_cast<std::int64_t>(blocks_);
+    for (const Block* block = free_; block != nullptr; block = block->next) {
+        --inUse;
+    }
+    return {inUse, chunks_};
 }
 
 } // namespace Tessel

@@ -223,7 +223,7 @@ TEST(Config, LimitsThemselvesAreAccepted) {
         "{interface: eth1, action: pop, tc: 0, push-ttl: 1, mtu: 68, vlan: 1}",
         "{interface: eth1, action: pop, tc: 7, push-ttl: 255, mtu: 65535, vlan: 4094}",
         "{interface: eth1, action: pop, weight: 0}, {interface: eth2, action: pop}",
-        "{fec: 18446744073709551615, action: pop}",
+        "{fec: 72057594037927935, action: pop}",
     };
     for (const char* via : vias) {
         EXPECT_EQ(errorOf(withVia(via)), "") << via;

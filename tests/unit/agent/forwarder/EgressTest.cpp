@@ -31,7 +31,7 @@ TEST_F(EgressTest, IsFoundByInterfaceAndAddressOrIsAReasonToDrop) {
         {"an IPv6 next hop", nexthop("east", "2001:db8::2"), east, ""},
         {"an address alone", nexthop("", "10.0.2.2"), east, ""},
         {"back where it came in", nexthop("west", "10.0.1.2"), west, ""},
-        {"an interface alone, under labels", nexthop("east", ""), {}, "Next hop has no address"},
+        {"an interface alone, under labels", nexthop("east", ""), east, ""},
         {"an interface alone, over IP", withRewrite(nexthop("east", ""), popInfo()), east, ""},
         {"no such port", nexthop("south", "10.0.2.2"), {}, "No port for the egress interface"},
         {"nobody there", nexthop("east", "10.0.2.9"), {}, "No neighbour for the next hop"},

@@ -13,7 +13,7 @@ class NullPort : public TransmitPort {
 
 class ForwarderAllocation : public ForwarderFixture {
   protected:
-    ForwarderAllocation() : quiet(manager, ports, neighbours, nowhere) {
+    ForwarderAllocation() : quiet(manager, tables, nowhere) {
         for (Port& port : ports.ports()) {
             port.out = &nowhere;
         }

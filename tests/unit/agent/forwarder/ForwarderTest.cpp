@@ -66,7 +66,7 @@ TEST_F(ForwarderTest, AFrameShorterThanItsLinkHeaderIsDropped) {
 }
 
 TEST_F(ForwarderTest, WithoutAHandlerMplsIsDropped) {
-    Forwarder alone(Tessel::make<Ovix::PluginManager>(), ports, neighbours, cpu);
+    Forwarder alone(Tessel::make<Ovix::PluginManager>(), tables, cpu);
     const Bytes frame = labelled();
     alone.receive({west, {}, frame, static_cast<std::uint32_t>(frame.size())});
     Summary counted;

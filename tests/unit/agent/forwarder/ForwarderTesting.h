@@ -102,9 +102,8 @@ class ForwarderFixture : public ::testing::Test {
   protected:
     enum PortNumber : std::uint32_t { west, east, dark, plain };
 
-    ForwarderFixture()
-        : config(parseConfig(testConfig, "test.yaml")), ports(config.ports), neighbours(config),
-          out(config.ports.size()) {
+    explicit ForwarderFixture(const std::string& text = testConfig)
+        : config(parseConfig(text, "test.yaml")), tables(config), out(config.ports.size()) {
         for (std::size_t i = 0; i < out.size(); ++i) {
             ports.ports()[i].out = &out[i];
         }
@@ -112,7 +111,7 @@ class ForwarderFixture : public ::testing::Test {
         Ovix::RewriteInfoImplMap& rewrites = *manager->sharedObjects()->rewriteInfoImplMap();
         rewrites.mapIs("MplsSwap", Ovix::MplsSwapRewriteImpl::fromInfo);
         rewrites.mapIs("MplsPop", Ovix::MplsPopRewriteImpl::fromInfo);
-        forwarder.emplace(manager, ports, neighbours, cpu);
+        forwarder.emplace(manager, tables, cpu);
     }
 
     void receive(const Bytes& frame, std::size_t snapped = 0) {
@@ -147,8 +146,8 @@ class ForwarderFixture : public ::testing::Test {
     }
 
     AgentConfig config;
-    PortTable ports;
-    Neighbours neighbours;
+    ForwardingTables tables;
+    PortTable& ports = tables.ports;
     std::vector<MemoryPort> out;
     MemoryPort cpu;
     Ptr<Ovix::PluginManager> manager = Tessel::make<Ovix::PluginManager>();

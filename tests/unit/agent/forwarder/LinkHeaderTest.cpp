@@ -119,3 +119,24 @@ TEST(LinkHeader, IsRefusedByAPacketWithoutRoomForIt) {
     packet->pkt()->popFront(1);
     EXPECT_TRUE(pushLink(*packet, from, to, {}));
 }
+
+TEST(LinkHeader, OfAnEthernetPacketIsItsHeaderAndItsTags) {
+    const struct {
+        Bytes packet;
+        Ovix::PktHdrType first;
+        std::size_t size;
+    } cases[]{
+        {join({eth(ethIpv4), ipv4({}, udp())}), Ovix::PktHdrType::eth, 14},
+        {join({eth(0x88b5), filled(46, 0)}), Ovix::PktHdrType::eth, 14},
+        {join({eth(ethVlan), tag(5, 0x88b5), filled(46, 0)}), Ovix::PktHdrType::eth, 18},
+        {join({eth(ethServiceVlan), tag(5, ethVlan), tag(6, ethIpv4), ipv4({}, udp())}),
+         Ovix::PktHdrType::eth, 22},
+        {join({eth(ethVlan), {0, 5, 0x88}}), Ovix::PktHdrType::eth, 14},
+        {filled(13, 0), Ovix::PktHdrType::eth, 0},
+        {join({stack({{100}}), eth(ethIpv4)}), Ovix::PktHdrType::mpls, 0},
+        {ipv4({}, udp()), Ovix::PktHdrType::ipv4, 0},
+    };
+    for (const auto& given : cases) {
+        EXPECT_EQ(linkHeaderSize(*contextOf(given.packet, given.first)), given.size);
+    }
+}

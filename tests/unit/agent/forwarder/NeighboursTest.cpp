@@ -29,35 +29,39 @@ Lumo::IpGenAddr address(const std::string& text) {
 TEST(Neighbours, TheSameAddressOnTwoPortsIsTwoNeighbours) {
     const Neighbours neighbours(config);
     ASSERT_NE(neighbours.find(address("10.0.1.2"), 0), nullptr);
-    EXPECT_EQ(neighbours.find(address("10.0.1.2"), 0)->mac, (Lumo::EthAddr{2, 0, 0, 0, 1, 2}));
+    EXPECT_EQ(*neighbours.find(address("10.0.1.2"), 0), (Lumo::EthAddr{2, 0, 0, 0, 1, 2}));
     ASSERT_NE(neighbours.find(address("10.0.1.2"), 1), nullptr);
-    EXPECT_EQ(neighbours.find(address("10.0.1.2"), 1)->mac, (Lumo::EthAddr{2, 0, 0, 0, 2, 2}));
-}
-
-TEST(Neighbours, WithoutAPortTheFirstOneListedIsFound) {
-    const Neighbours neighbours(config);
-    ASSERT_NE(neighbours.find(address("10.0.1.2"), {}), nullptr);
-    EXPECT_EQ(neighbours.find(address("10.0.1.2"), {})->port, 1U);
-    ASSERT_NE(neighbours.find(address("2001:db8::2"), {}), nullptr);
-    EXPECT_EQ(neighbours.find(address("2001:db8::2"), {})->port, 0U);
+    EXPECT_EQ(*neighbours.find(address("10.0.1.2"), 1), (Lumo::EthAddr{2, 0, 0, 0, 2, 2}));
 }
 
 TEST(Neighbours, NobodyIsFoundAtAnUnknownAddressOrPort) {
     const Neighbours neighbours(config);
-    EXPECT_EQ(neighbours.find(address("10.0.1.3"), {}), nullptr);
+    EXPECT_EQ(neighbours.find(address("10.0.1.3"), 0), nullptr);
     EXPECT_EQ(neighbours.find(address("2001:db8::2"), 1), nullptr);
-    EXPECT_EQ(neighbours.find({}, {}), nullptr);
+    EXPECT_EQ(neighbours.find({}, 0), nullptr);
     // The same leading bytes in the other family.
-    EXPECT_EQ(neighbours.find(address("a00:102::"), {}), nullptr);
+    EXPECT_EQ(neighbours.find(address("a00:102::"), 0), nullptr);
 }
 
-TEST(Neighbours, TheDevicesOwnAddressesAreThoseOfItsPorts) {
-    const Neighbours neighbours(config);
-    EXPECT_TRUE(neighbours.isLocal(address("10.0.1.1")));
-    EXPECT_TRUE(neighbours.isLocal(address("2001:db8::1")));
-    EXPECT_FALSE(neighbours.isLocal(address("10.0.1.0")));
-    EXPECT_FALSE(neighbours.isLocal(address("10.0.1.2")));
-    EXPECT_FALSE(neighbours.isLocal(address("a00:101::")));
+TEST(Neighbours, TheOneDeviceOfALinkIsToldByItsMacAddress) {
+    const AgentConfig links = parseConfig(R"(
+ports:
+  - {name: one, mac: "02:00:00:00:00:01"}
+  - {name: two, mac: "02:00:00:00:00:02"}
+  - {name: none, mac: "02:00:00:00:00:03"}
+neighbours:
+  - {address: 10.0.1.2, port: one, mac: "02:00:00:00:01:02"}
+  - {address: "2001:db8::2", port: one, mac: "02:00:00:00:01:02"}
+  - {address: 10.0.2.2, port: two, mac: "02:00:00:00:02:02"}
+  - {address: 10.0.2.3, port: two, mac: "02:00:00:00:02:03"}
+  - {address: 10.0.2.4, port: two, mac: "02:00:00:00:02:02"}
+)",
+                                          "test.yaml");
+    const Neighbours neighbours(links);
+    ASSERT_NE(neighbours.only(0), nullptr);
+    EXPECT_EQ(*neighbours.only(0), (Lumo::EthAddr{2, 0, 0, 0, 1, 2}));
+    EXPECT_EQ(neighbours.only(1), nullptr);
+    EXPECT_EQ(neighbours.only(2), nullptr);
 }
 
 TEST(PortTable, PortsAreFoundByTheirInterfaceId) {

@@ -17,7 +17,9 @@ Summary busy() {
     summary.dropped.add("TTL expired", 1);
     summary.handedOn.add("not MPLS", 1);
     summary.replicas = 1;
+    summary.exceptions = {2, 3032};
     summary.labels = {{100, {7, 700}}, {1048575, {1, 100}}};
+    summary.pseudowires = {{"red", {2, 200}, {1, 60}}};
     summary.counters = {{"Drop", "Routing::Mpls", "No labels resolved", 2}};
     return summary;
 }
@@ -68,10 +70,15 @@ TEST(SummaryTable, AlignsNumbersAndLeavesOutPortsWithoutFrames) {
                                     "handed on                                       1\n"
                                     "  not MPLS                                      1\n"
                                     "replicas                                        1\n"
+                                    "exceptions                                      2   3032\n"
                                     "\n"
                                     "label                                     packets  bytes\n"
                                     "  100                                           7    700\n"
                                     "  1048575                                       1    100\n"
+                                    "\n"
+                                    "pseudowire                                 frames  bytes\n"
+                                    "  red sent                                      2    200\n"
+                                    "  red delivered                                 1     60\n"
                                     "\n"
                                     "counter                                     count\n"
                                     "  Drop Routing::Mpls: No labels resolved        2\n");
@@ -113,8 +120,11 @@ TEST(SummaryJson, HoldsEverything) {
         "dropped": {"frames": 3, "reasons": {"No labels resolved": 2, "TTL expired": 1}},
         "handedOn": {"frames": 1, "reasons": {"not MPLS": 1}},
         "replicas": 1,
+        "exceptions": {"frames": 2, "bytes": 3032},
         "labels": [{"label": 100, "packets": 7, "bytes": 700},
                    {"label": 1048575, "packets": 1, "bytes": 100}],
+        "pseudowires": [{"name": "red", "sent": {"frames": 2, "bytes": 200},
+                         "delivered": {"frames": 1, "bytes": 60}}],
         "counters": [{"category": "Drop", "module": "Routing::Mpls",
                       "reason": "No labels resolved", "count": 2}],
         "problems": ["a.pcap is truncated after frame 12"]})"));
@@ -127,7 +137,8 @@ TEST(SummaryJson, HasEveryKeyWhenThereIsNothing) {
         "forwarded": {"frames": 0, "bytes": 0, "ports": {}},
         "punted": {"frames": 0, "reasons": {}}, "dropped": {"frames": 0, "reasons": {}},
         "handedOn": {"frames": 0, "reasons": {}}, "replicas": 0,
-        "labels": [], "counters": [], "problems": []})"));
+        "exceptions": {"frames": 0, "bytes": 0},
+        "labels": [], "pseudowires": [], "counters": [], "problems": []})"));
 }
 
 TEST(SummaryJson, KeepsTheOrderOfItsKeysAndPorts) {

@@ -109,11 +109,11 @@ TEST(Adjacency, KeepsViasAndBackupsApart) {
     EXPECT_EQ(adjacency->setType(), LfibViaSetType::multicast);
     for (const bool backup : {false, true}) {
         const std::vector<WeightedVia>& list = backup ? backups : vias;
-        ASSERT_EQ(adjacency->entries(backup), list.size());
+        ASSERT_EQ(adjacency->entries(backup).size(), list.size());
         for (std::uint32_t i = 0; i < list.size(); ++i) {
             EXPECT_TRUE(adjacency->via(backup, i).isEq(list[i].via)) << backup << " " << i;
-            EXPECT_EQ(adjacency->intfId(backup, i), list[i].via.intfId);
-            EXPECT_EQ(adjacency->weight(backup, i), list[i].weight);
+            EXPECT_EQ(adjacency->entries(backup)[i].intf, list[i].via.intfId);
+            EXPECT_EQ(adjacency->entries(backup)[i].weight, list[i].weight);
         }
     }
 }
@@ -121,11 +121,11 @@ TEST(Adjacency, KeepsViasAndBackupsApart) {
 TEST(Adjacency, RefusesTooManyViasAndTooMuchWeight) {
     const std::vector<WeightedVia> largest(599, swapVia());
     const std::vector<WeightedVia> tooMany(600, swapVia());
-    EXPECT_EQ(adjacencyOf(largest, largest)->entries(true), 599U);
+    EXPECT_EQ(adjacencyOf(largest, largest)->entries(true).size(), 599U);
     EXPECT_THROW(adjacencyOf(tooMany), std::invalid_argument);
     EXPECT_THROW(adjacencyOf({}, tooMany), std::invalid_argument);
     std::vector<WeightedVia> heavy{swapVia(1, 0xffffffff), swapVia(1, 0)};
-    EXPECT_EQ(adjacencyOf(heavy)->weight(false, 0), 0xffffffffU);
+    EXPECT_EQ(adjacencyOf(heavy)->entries(false)[0].weight, 0xffffffffU);
     heavy[1].weight = 1;
     EXPECT_THROW(adjacencyOf(heavy), std::invalid_argument);
     EXPECT_THROW(adjacencyOf({}, heavy), std::invalid_argument);

@@ -143,4 +143,41 @@ TEST(LfibMemory, StaysSmallWithManyRoutes) {
     EXPECT_LE(writer.usedBytes() / routes, 128U);
 }
 
+TEST_F(Lfib, ATailAndItsBranchesShareASet) {
+    LfibMulticastIpLookupVia tail;
+    tail.vrfId = 7;
+    writer.multicastIpLookupRouteIs(key(100), tail, std::vector{swapVia(1400, 0), swapVia(1500)});
+    const LfibViaSet set = setOf(100);
+    ASSERT_EQ(set.viaKeys.size(), 1U);
+    EXPECT_EQ(set.type, LfibViaSetType::multicast);
+    EXPECT_EQ(set.viaKeys[0].viaType, LfibViaType::multicastIpLookup);
+    EXPECT_EQ(table().multicastIpLookupVia(set.viaKeys[0]), tail);
+    ASSERT_EQ(set.members.size(), 3U);
+    EXPECT_EQ(set.members[0].viaIndex, set.viaKeys[0].index);
+    EXPECT_EQ(table().ipVia(set.members[1].viaIndex).nexthopMtu, 1400U);
+    EXPECT_EQ(table().ipVia(set.members[2].viaIndex).nexthopMtu, 1500U);
+}
+
+TEST_F(Lfib, ATailGivesBackWhatItTook) {
+    const std::vector<WeightedVia> branches(20, swapVia());
+    writer.multicastIpLookupRouteIs(key(100), {}, branches);
+    const std::uint32_t used = heapUnits();
+    for (int i = 0; i < 10; ++i) {
+        writer.routeDel(key(100));
+        writer.multicastIpLookupRouteIs(key(100), {}, branches);
+    }
+    EXPECT_EQ(heapUnits(), used);
+    const std::size_t bytes = writer.usedBytes();
+    const std::vector<WeightedVia> tooMany(598, swapVia());
+    EXPECT_THROW(
+        for (std::uint32_t label = 200;; ++label) {
+            writer.multicastIpLookupRouteIs(key(label), {}, tooMany);
+            writer.routeDel(key(label));
+            writer.routeIs(key(label), LfibViaType::ip, LfibViaSetType::unicast, tooMany);
+        },
+        std::length_error);
+    EXPECT_GE(writer.usedBytes(), bytes);
+    EXPECT_EQ(setOf(100).members.size(), 21U);
+}
+
 } // namespace

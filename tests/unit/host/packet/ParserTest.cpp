@@ -116,11 +116,11 @@ TEST(Parser, NamesTheHeadersOfAFrame) {
     EXPECT_EQ(names(Bytes(13)), "");
 }
 
-TEST(Parser, GoesOnlyAsFarAsAsked) {
+TEST(Parser, GoesOnlyAsFarAsAskedAndTakesWhatALabelStackCarriesAlong) {
     const auto packet = parsed(eth(0x8847) + label(100, true) + ipv4(17) + udp(1));
     ParsedPacket& headers = packet->parsedPkt();
     EXPECT_TRUE(headers.header(1));
-    EXPECT_EQ(headers.headers(), 2);
+    EXPECT_EQ(headers.headers(), 3);
     EXPECT_FALSE(headers.firstHeaderOfType(PktHdrType::udp));
     EXPECT_FALSE(headers.header(9));
     EXPECT_FALSE(headers.header(-1));

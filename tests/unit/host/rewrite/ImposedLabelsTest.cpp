@@ -9,13 +9,16 @@ using namespace Ovix;
 using namespace TestSupport;
 
 TEST(ImposedLabels, OutliveTheOperationTheyWereReadFrom) {
-    for (const std::size_t depth : {0U, 1U, 7U, 8U, 9U, 600U}) {
+    for (const std::size_t depth : {0U, 1U, 7U, 33U, 34U, 600U}) {
         std::vector<std::uint32_t> labels;
         for (std::size_t i = 0; i < depth; ++i) {
             labels.push_back(static_cast<std::uint32_t>(0x10203 + i));
         }
         auto source = std::make_unique<Operation>(labels, 5, 33);
-        const ImposedLabels imposed(source->get());
+        Lumo::UnboundedMplsLabelOperation given(ImposedLabels::lasting(source->get().packed()));
+        given.tc = source->get().tc;
+        given.ttl = source->get().ttl;
+        const ImposedLabels imposed(given);
         source.reset();
         const ImposedLabels copy = imposed;
         for (const ImposedLabels* held : {&imposed, &copy}) {

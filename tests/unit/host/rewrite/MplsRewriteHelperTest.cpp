@@ -110,9 +110,29 @@ TEST(CreateMplsPopRewrite, CarriesPayloadAndTtlMode) {
             EXPECT_EQ(info->ttlMode, mode);
         }
     }
-    EXPECT_EQ(names(MplsRewriteHelper::createMplsPopRewrite(
-                  nullptr, top(true), nullptr, PayloadType::undefined, TtlMode::uniform, false)),
-              "none");
+}
+
+TEST(CreateMplsPopRewrite, NeedsTheLastLabelToCoverSomethingUnlessToldWhatItCovers) {
+    const Ptr<PacketHeader> ip4 = innerOf(ipv4({}, {}));
+    const struct {
+        bool bottom;
+        PayloadType payload;
+        Ptr<PacketHeader> inner;
+        bool can;
+    } rows[]{
+        {true, PayloadType::none, nullptr, false},
+        {true, PayloadType::none, ip4, true},
+        {false, PayloadType::none, nullptr, true},
+        {true, PayloadType::ipv4, nullptr, true},
+        {true, PayloadType::undefined, nullptr, true},
+        {true, static_cast<PayloadType>(9), ip4, true},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(names(MplsRewriteHelper::createMplsPopRewrite(nullptr, top(row.bottom), row.inner,
+                                                                row.payload, TtlMode::pipe, false)),
+                  row.can ? "MplsPop" : "none")
+            << static_cast<int>(row.payload);
+    }
 }
 
 TEST(RewriteInfos, CopyFromAppends) {

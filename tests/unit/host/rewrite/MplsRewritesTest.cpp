@@ -260,7 +260,7 @@ TEST(MplsRewriteHelper, RefusesWhatCannotBeDone) {
     EXPECT_FALSE(make(bottom, MplsLabelAction::pop, {}, PayloadType::automatic));
     EXPECT_FALSE(make(bottom, MplsLabelAction::pop, {}, PayloadType::undefined));
     EXPECT_FALSE(MplsRewriteHelper::createMplsPopRewrite(
-        nullptr, bottom, nullptr, PayloadType::undefined, TtlMode::uniform, false));
+        nullptr, bottom, nullptr, PayloadType::none, TtlMode::uniform, false));
 }
 
 TEST(RewriteImpl, RefusesARecordOfAnotherKind) {

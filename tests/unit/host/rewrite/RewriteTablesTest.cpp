@@ -217,6 +217,11 @@ TEST(RewriteTables, OneDecrementHoweverManyRewrites) {
          {pop(pipeMode), age()},
          ip4(79),
          PktHdrType::ipv4},
+        {"uniform pop above a pipe pop, which takes the decrement with it",
+         join({stack({{50, 0, 50}, {51, 0, 60}}), ip4(80)}),
+         {pop(), pop(pipeMode), age()},
+         ip4(79),
+         PktHdrType::ipv4},
         {"twice", stack({{100, 0, 90}}), {age(), age()}, stack({{100, 0, 89}})},
     });
 }

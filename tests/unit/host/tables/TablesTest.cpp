@@ -284,9 +284,9 @@ TEST(HardwareStatus, KeepsRoutesAndAdjacenciesApart) {
     status.adjacencyIs(1, Hardware::Adjacency::create({}, {&via, 1}, true));
     const auto adjacency = status.adjacency(1);
     ASSERT_TRUE(adjacency);
-    EXPECT_EQ(adjacency->entries(false), 0U);
-    EXPECT_EQ(adjacency->entries(true), 1U);
-    EXPECT_EQ(adjacency->weight(true, 0), 5U);
+    EXPECT_EQ(adjacency->entries(false).size(), 0U);
+    EXPECT_EQ(adjacency->entries(true).size(), 1U);
+    EXPECT_EQ(adjacency->entries(true)[0].weight, 5U);
     EXPECT_TRUE(adjacency->via(true, 0).isEq(via.via));
     status.routeDel(key(100));
     EXPECT_TRUE(status.route(key(100)).isEq(Hardware::Route()));

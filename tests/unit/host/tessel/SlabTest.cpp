@@ -45,23 +45,23 @@ TEST_F(SlabTest, TracksWhatIsInUseAndWhatTheHeapGave) {
     struct Block : Slabbed<Block> {
         std::uint64_t content[8] = {};
     };
-    const MemAllocationTracker& tracker = Block::memAllocationTracker();
-    EXPECT_EQ(tracker.objectsInUse, 0);
-    EXPECT_EQ(tracker.chunksFromHeap, 0U);
+    const auto tracker = [] { return Block::memAllocationTracker(); };
+    EXPECT_EQ(tracker().objectsInUse, 0);
+    EXPECT_EQ(tracker().chunksFromHeap, 0U);
     std::vector<std::unique_ptr<Block>> blocks;
     for (int i = 0; i < 1000; ++i) {
         blocks.push_back(std::make_unique<Block>());
-        EXPECT_EQ(tracker.objectsInUse, i + 1);
+        EXPECT_EQ(tracker().objectsInUse, i + 1);
     }
-    const std::uint64_t chunks = tracker.chunksFromHeap;
+    const std::uint64_t chunks = tracker().chunksFromHeap;
     EXPECT_GT(chunks, 1U);
     EXPECT_LT(chunks, 10U);
     blocks.clear();
-    EXPECT_EQ(tracker.objectsInUse, 0);
+    EXPECT_EQ(tracker().objectsInUse, 0);
     for (int i = 0; i < 1000; ++i) {
         blocks.push_back(std::make_unique<Block>());
     }
-    EXPECT_EQ(tracker.chunksFromHeap, chunks);
+    EXPECT_EQ(tracker().chunksFromHeap, chunks);
 }
 
 template <typename Block>

@@ -39,9 +39,9 @@ TEST_F(FrameEntry, WhileRoutingIsOffAFrameWithoutCountersIsStillTraced) {
 TEST_F(FrameEntry, HeaderDataThatIsAbsentOrOfAnotherTypeIsADrop) {
     const std::array<VlanTagHeaderData::Tag, 1> tags{};
     const auto context = contextOf(mplsFrame({{100}}, payload));
-    const auto headerWith = [&](const Ptr<PacketHeaderData>& data) {
+    const auto headerWith = [&](Ptr<PacketHeaderData> data) {
         return Tessel::make<PacketHeader>(1, PktHdrType::mpls, context->packetContext()->pkt(), 14U,
-                                          4U, data);
+                                          4U, std::move(data));
     };
     EXPECT_TRUE(process(context, headerWith(nullptr))->nexthops()->empty());
     EXPECT_EQ(everythingCounted(), (std::vector{row("Drop", "No mplsHeaderData")}));

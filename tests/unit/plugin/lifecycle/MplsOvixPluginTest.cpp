@@ -80,6 +80,37 @@ TEST_F(InactivePlugin, ReactorsAreRebuiltOnlyForOtherArgumentsAndStopWhenCleared
     EXPECT_FALSE(removed->hasNotificationActive());
 }
 
+TEST_F(InactivePlugin, TheMtuExceptionHandlerIsBuiltOnlyWhenThereIsNone) {
+    Listener listener;
+    plugin->subscribe(listener);
+    EXPECT_FALSE(plugin->mplsMtuExceptionHandler());
+    const auto handler = plugin->mplsMtuExceptionHandlerIs();
+    EXPECT_EQ(handler->name(), "Mpls");
+    EXPECT_EQ(plugin->mplsMtuExceptionHandlerIs(), handler);
+    EXPECT_EQ(plugin->mplsMtuExceptionHandler(), handler);
+    EXPECT_EQ(plugin->mplsMtuExceptionHandlerDel(), handler);
+    EXPECT_FALSE(plugin->mplsMtuExceptionHandlerDel());
+    EXPECT_FALSE(plugin->mplsMtuExceptionHandler());
+    EXPECT_EQ(listener.heard,
+              std::vector<Tessel::AttrId>(2, MplsOvixPlugin::mplsMtuExceptionHandlerAttr));
+    plugin->unsubscribe(listener);
+}
+
+TEST_F(InactivePlugin, BuildsWhatItHooksInInOrder) {
+    Listener listener;
+    plugin->subscribe(listener);
+    activate();
+    const std::vector<Tessel::AttrId> order{
+        MplsOvixPlugin::mplsRoutingHandlerAttr,      MplsOvixPlugin::mplsMtuExceptionHandlerAttr,
+        MplsOvixPlugin::hwStatusViaHelperAttr,       MplsOvixPlugin::lfibStatusSmAttr,
+        MplsOvixPlugin::routingSupportedReactorAttr, MplsOvixPlugin::clearLfibCountersSmAttr};
+    std::erase_if(listener.heard, [&](Tessel::AttrId id) {
+        return std::find(order.begin(), order.end(), id) == order.end();
+    });
+    EXPECT_EQ(listener.heard, order);
+    plugin->unsubscribe(listener);
+}
+
 TEST_F(InactivePlugin, AMissingTableLeavesOnlyItsSlotEmpty) {
     shared->tableDel("mpls/pseudowireLfib");
     activate();
@@ -126,11 +157,17 @@ TEST_F(ActivePlugin, AnnouncesWhatItDoesWhenItTurnsActive) {
 
 TEST_F(ActivePlugin, HooksItselfIntoTheAgent) {
     EXPECT_EQ(manager->routingHandlers()->handler("Mpls"), plugin->mplsRoutingHandler());
+    ASSERT_TRUE(plugin->mplsMtuExceptionHandler());
+    EXPECT_EQ(manager->mtuExceptionHandlers()->handler("Mpls"), plugin->mplsMtuExceptionHandler());
+    EXPECT_EQ(plugin->routingSupportedReactor()->capability(), capability);
+    EXPECT_EQ(plugin->routingSupportedReactor()->routingCapabilities(),
+              manager->routingCapabilities());
     ASSERT_EQ(manager->pktCounterCollectionHolder()->collections().size(), 1U);
     EXPECT_EQ(manager->pktCounterCollectionHolder()->collections()[0],
               plugin->lfibCounterCollection());
     const auto& map = RewriteInfoImplMapSharedObject::getMap(manager->sharedObjects());
-    for (const char* name : {"MplsSwap", "MplsPop", "MplsIpPush", "MplsTtl"}) {
+    for (const char* name : {"EthOverMplsRewriteInfo", "ControlWordPushRewriteInfo", "MplsSwap",
+                             "MplsPop", "MplsIpPush", "MplsTtl"}) {
         EXPECT_NE(map->rewriteFn(Tessel::TypeName(name)), nullptr) << name;
     }
     EXPECT_NE(map->counterActionFn(Tessel::TypeName("LfibCounterActionInfo")), nullptr);
@@ -140,10 +177,14 @@ TEST_F(ActivePlugin, HooksItselfIntoTheAgent) {
 TEST_F(ActivePlugin, ActivatedAgainKeepsItsObjectsAndRenewsItsHandlers) {
     const auto handler = plugin->mplsRoutingHandler();
     const auto reactor = plugin->lfibStatusSm();
+    const auto mtuHandler = plugin->mplsMtuExceptionHandler();
+    const auto routingReactor = plugin->routingSupportedReactor();
     const auto viaHandler = plugin->mplsViaTypeHandlerRegistry()->handler(Mpls::LfibViaType::ip);
     plugin->activeInit();
     EXPECT_EQ(plugin->mplsRoutingHandler(), handler);
     EXPECT_EQ(plugin->lfibStatusSm(), reactor);
+    EXPECT_EQ(plugin->mplsMtuExceptionHandler(), mtuHandler);
+    EXPECT_EQ(plugin->routingSupportedReactor(), routingReactor);
     EXPECT_NE(plugin->mplsViaTypeHandlerRegistry()->handler(Mpls::LfibViaType::ip), viaHandler);
 }
 

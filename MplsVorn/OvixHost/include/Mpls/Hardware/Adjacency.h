@@ -27,14 +27,16 @@ class Adjacency : public Tessel::Counted {
     LfibViaType viaType() const noexcept { return viaType_; }
     LfibViaSetType setType() const noexcept { return setType_; }
 
-    std::uint32_t entries(bool backups) const noexcept { return backups ? backups_ : vias_; }
+    /// What choosing a via needs of it.
+    struct Entry {
+        Lumo::IntfId intf;
+        std::uint32_t weight;
+        std::uint32_t packedOffset; ///< from the adjacency's start; the next entry's ends it
+    };
 
-    // Entries by index, 0 to entries(backups) - 1.
-    Lumo::IntfId intfId(bool backups, std::uint32_t index) const noexcept {
-        return entry(backups, index).intf;
-    }
-    std::uint32_t weight(bool backups, std::uint32_t index) const noexcept {
-        return entry(backups, index).weight;
+    std::span<const Entry> entries(bool backups) const noexcept {
+        const Entry* first = reinterpret_cast<const Entry*>(this + 1);
+        return backups ? std::span(first + vias_, backups_) : std::span(first, vias_);
     }
     Ovix::OvixMplsVia via(bool backups, std::uint32_t index) const noexcept;
 
@@ -43,18 +45,8 @@ class Adjacency : public Tessel::Counted {
     static void operator delete(void* memory) noexcept { ::operator delete(memory); }
 
   private:
-    struct Entry {
-        Lumo::IntfId intf;
-        std::uint32_t weight;
-        std::uint32_t packedOffset; ///< from the object's start; the next entry's ends it
-    };
-
     Adjacency() = default;
     static void* operator new(std::size_t, void* at) noexcept { return at; }
-
-    const Entry& entry(bool backups, std::uint32_t index) const noexcept {
-        return reinterpret_cast<const Entry*>(this + 1)[backups ? vias_ + index : index];
-    }
 
     std::uint32_t bytes_ = 0;
     std::uint16_t vias_ = 0;

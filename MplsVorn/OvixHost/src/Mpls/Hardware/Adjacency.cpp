@@ -63,7 +63,7 @@ Ptr<const Adjacency> Adjacency::create(std::span<const WeightedVia> vias,
 }
 
 Ovix::OvixMplsVia Adjacency::via(bool backups, std::uint32_t index) const noexcept {
-    const Entry& at = entry(backups, index);
+    const Entry& at = entries(backups)[index];
     const auto* start = reinterpret_cast<const std::uint8_t*>(this);
     Ovix::OvixMplsVia via;
     PackedVia::unpack({start + at.packedOffset, bytes_ - at.packedOffset}, via);

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "Egress.h"
+#include "Fate.h"
+#include "ForwardingTables.h"
+#include "IpRouter.h"
+#include "Ovix/RoutingContext.h"
+
+namespace OvixAgent {
+
+/// Finds the way out of a next hop, once the frame is rewritten.
+class EgressLookup {
+  public:
+    /// The tables must outlive the lookup.
+    explicit EgressLookup(ForwardingTables& tables) noexcept : tables_(&tables), router_(tables) {}
+
+    /// Forwarded: `egress` is filled. Otherwise the frame goes to the CPU or nowhere. `snapped` is
+    /// how much of the frame the capture left out.
+    Fate find(Ovix::PacketContext& packet, std::size_t snapped, const Ovix::RoutingNexthop& nexthop,
+              Egress& egress) const;
+
+  private:
+    Fate sendBy(Port& port, Lumo::IpGenAddr address, Ovix::PacketContext& packet,
+                Egress& egress) const;
+    Fate sendTo(const Lumo::IpGenAddr& address, PortIndex port, Egress& egress) const;
+
+    ForwardingTables* tables_;
+    IpRouter router_;
+};
+
+} // namespace OvixAgent

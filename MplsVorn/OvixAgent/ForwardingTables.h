@@ -1,0 +1,27 @@
+#pragma once
+
+#include "FecTable.h"
+#include "Neighbours.h"
+#include "PortTable.h"
+#include "Pseudowires.h"
+#include "VrfRoot.h"
+
+namespace OvixAgent {
+
+/// All that frames are forwarded by beside the label tables, made from a configuration.
+struct ForwardingTables {
+    explicit ForwardingTables(const AgentConfig& config)
+        : ports(config.ports), neighbours(config), fecs(config.fecs), pseudowires(config),
+          vrfs(Tessel::make<VrfRoot>(config, neighbours)) {}
+    ForwardingTables(const ForwardingTables&) = delete;
+    ForwardingTables& operator=(const ForwardingTables&) = delete;
+    ~ForwardingTables() = default;
+
+    PortTable ports;
+    Neighbours neighbours;
+    FecTable fecs;
+    Pseudowires pseudowires;
+    Ptr<VrfRoot> vrfs;
+};
+
+} // namespace OvixAgent

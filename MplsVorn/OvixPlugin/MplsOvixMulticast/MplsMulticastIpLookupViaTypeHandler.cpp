@@ -1,0 +1,135 @@
+#include "MplsMulticastIpLookupViaTypeHandler.h"
+
+#include <algorithm>
+
+#include "Lumo/EthAddr.h"
+#include "MulticastEvents.h"
+#include "Ovix/MplsContext.h"
+#include "Tessel/Assert.h"
+
+namespace Ovix {
+
+namespace {
+
+constexpr FrameEvent noMulticastIpLookupVia{FrameCategory::drop, "No multicastIpLookupVia"};
+constexpr FrameEvent notBottomOfStack{FrameCategory::drop,
+                                      "Unexpected MPLS packet with bos as false"};
+constexpr FrameEvent payloadNotIp{FrameCategory::drop, "Multicast payload is not IP"};
+
+constexpr std::size_t macsSize = 12;
+constexpr std::size_t tagSize = 4;
+constexpr std::size_t etherTypeSize = 2;
+
+void drop(const RoutingContext& context, const FrameEvent& event) {
+    reportMulticast(context.namedCounters().get(), context.packetId(), event);
+}
+
+/// 0 for what is not an IP packet.
+std::uint16_t ipEtherType(const PacketHeader* header) noexcept {
+    if (header != nullptr && header->pktHdrType() == PktHdrType::ipv4) {
+        return Lumo::EtherType::ipv4;
+    }
+    if (header != nullptr && header->pktHdrType() == PktHdrType::ipv6) {
+        return Lumo::EtherType::ipv6;
+    }
+    return 0;
+}
+
+/// The VLAN's number; an interface that is no VLAN's must not pass for one, so its frames carry a
+/// priority tag (802.1Q), which names none.
+std::uint16_t vlanOf(Lumo::IntfId lookup) noexcept {
+    return Lumo::VlanIntfId::isVlanIntfId(lookup)
+               ? static_cast<std::uint16_t>(Lumo::VlanIntfId::vlanId(lookup) & 0x0fffU)
+               : std::uint16_t{0};
+}
+
+/// Whether the frame is tagged as a special packet can stand for.
+bool tagsUnderstood(const RoutingContext& context) {
+    const Ptr<PacketHeader> tags =
+        context.packetContext()->parsedPkt().firstHeaderOfType(PktHdrType::vlanTags);
+    if (!tags) {
+        traceMulticast(context.packetId(), "No dot1q tag");
+        return true;
+    }
+    traceMulticast(context.packetId(), "Detected dot1q tag");
+    const auto* data = static_cast<const VlanTagHeaderData*>(tags->headerData().get());
+    if (data == nullptr || data->vlanTags().size() != 1) {
+        traceMulticast(context.packetId(), "Unexpected number of tags");
+        return false;
+    }
+    return true;
+}
+
+Ptr<Lumo::Pkt> specialPacket(std::span<const std::uint8_t> macs, std::uint16_t vlan,
+                             std::uint16_t etherType, std::span<const std::uint8_t> ip) {
+    Ptr<Lumo::Pkt> packet = Lumo::globalPktManager()->newPkt();
+    const std::span<std::uint8_t> bytes =
+        packet->newSharedHeadData(macsSize + tagSize + etherTypeSize + ip.size());
+    auto at = std::copy(macs.begin(), macs.end(), bytes.begin());
+    for (const std::uint16_t value : {Lumo::EtherType::vlan, vlan, etherType}) {
+        Lumo::NetU16(value).store(&*at);
+        at += sizeof value;
+    }
+    std::copy(ip.begin(), ip.end(), at);
+    return packet;
+}
+
+} // namespace
+
+Ptr<MplsMulticastIpLookupViaTypeHandler>
+MplsMulticastIpLookupViaTypeHandler::MplsMulticastIpLookupViaTypeHandlerIs(
+    Mpls::LfibViaType viaType, const Ptr<MplsLfibTables>& lfibTables, const Ptr<Ports>& ports) {
+    return Tessel::make<MplsMulticastIpLookupViaTypeHandler>(viaType, lfibTables, ports);
+}
+
+Ptr<MplsMulticastIpLookupViaTypeHandler> mplsMulticastIpLookupViaTypeHandlerFactory(
+    Mpls::LfibViaType viaType, const Ptr<MplsLfibTables>& lfibTables, const Ptr<Ports>& ports) {
+    return MplsMulticastIpLookupViaTypeHandler::MplsMulticastIpLookupViaTypeHandlerIs(
+        viaType, lfibTables, ports);
+}
+
+ProcessingResult
+MplsMulticastIpLookupViaTypeHandler::processMplsVia(const Ptr<MplsContext>& context) {
+    Tessel::hardAssert(context->viaIndex().has_value(), "viaIndex must be set for transit vias",
+                       "processMplsVia", multicastSource);
+    const RoutingContext& routing = *context->routingContext();
+    const OvixMplsVia via = context->viaSet()->via(*context->viaIndex());
+    if (via.isEq(OvixMplsVia())) {
+        drop(routing, noMulticastIpLookupVia);
+        return frameDealtWith;
+    }
+    if (!context->entry().bos()) {
+        drop(routing, notBottomOfStack);
+        return frameDealtWith;
+    }
+    const Ptr<Port> cpu = ports_->port(Lumo::CpuIntfId::cpuIdToIntfId(0));
+    if (!cpu) {
+        traceMulticast(routing.packetId(), "Port for CPU does not exist, Ignore");
+        return frameDealtWith;
+    }
+    if (tagsUnderstood(routing)) {
+        deliver(*context, via, *cpu);
+    }
+    return frameDealtWith;
+}
+
+void MplsMulticastIpLookupViaTypeHandler::deliver(const MplsContext& context,
+                                                  const OvixMplsVia& via, Port& cpu) const {
+    const RoutingContext& routing = *context.routingContext();
+    PacketContext& packet = *routing.packetContext();
+    const PacketHeader* inner = context.packetHeader().get();
+    const std::uint16_t etherType = ipEtherType(inner);
+    const Ptr<PacketHeader> eth = packet.parsedPkt().firstHeaderOfType(PktHdrType::eth);
+    if (etherType == 0 || !eth) {
+        drop(routing, payloadNotIp);
+        return;
+    }
+    // Taken from the packet as it stands: the parser has checked that the headers are whole.
+    const std::span<const std::uint8_t> macs = eth->bytes().first(macsSize);
+    const std::span<const std::uint8_t> ip = packet.getPkt()->offsetFront(inner->offset());
+    if (cpu.send(specialPacket(macs, vlanOf(via.intfId), etherType, ip))) {
+        traceMulticast(routing.packetId(), "Sent special packet to CPU.");
+    }
+}
+
+} // namespace Ovix

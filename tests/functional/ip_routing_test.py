@@ -1,0 +1,191 @@
+"""IP routing per VRF, with and without labels: the example, and frames of every kind."""
+
+import collections
+import unittest
+
+import frames as f
+import make_two_vrfs as example
+from agent import CE_EAST, IP4, SOURCE, WEST, CE_WEST, AgentTest, Case, dissected, lfib, mpls, sent, \
+    sent_ip
+
+CONFIG = SOURCE / "examples" / "two_vrfs.yaml"
+
+ROUTES = """
+routes:
+  - {prefix: 10.9.0.0/16, via: {nexthop: 10.0.2.2}}
+  - {prefix: 10.8.0.0/16, via: {nexthop: 10.0.2.2, labels: [300, 301]}}
+  - {prefix: 10.7.0.0/16, via: {nexthop: 10.0.2.2, labels: [300], ttl: pipe, tc: 2}}
+  - {prefix: "2001:db8:9::/48", via: {nexthop: "2001:db8:2::2"}}
+  - {prefix: "2001:db8:8::/48", via: {nexthop: "2001:db8:2::2", labels: [300]}}
+"""
+
+
+def ip(packet, vlans=()):
+    """An IP frame as it comes in at the west port."""
+    kind = f.ETH_IPV4 if packet[0] >> 4 == 4 else f.ETH_IPV6
+    return f.eth(WEST, CE_WEST, kind, packet, vlans)
+
+
+class TwoVrfs(AgentTest):
+    @classmethod
+    def setUpClass(cls):
+        cls.received = {name: list(make()) for name, make in example.CAPTURES.items()}
+
+    def setUp(self):
+        super().setUp()
+        for name, frames in self.received.items():
+            f.write_pcap(self.path / f"{name}.pcap", frames)
+        self.result = self.run_files(CONFIG.read_text(encoding="utf-8"), [
+            f"{name}={self.path / name}.pcap" for name in self.received], "--json")
+        self.assertEqual(self.result.code, 0, self.result.stderr)
+
+    def test_the_numbers_hold_and_every_frame_has_its_fate(self):
+        self.expect_numbers(self.result, [(0, frame, len(frame)) for frames in
+                                          self.received.values() for frame in frames])
+        self.assertEqual(self.result.reasons("punted"), {"Address of the device": 1,
+                                                         "TTL expired": 1})
+        self.assertEqual(self.result.reasons("dropped"), {
+            "No route": 1, "Payload is not of the label's payload type": 1,
+            "IPv4 header checksum wrong": 1, "VRF not configured": 1, "Route drops": 1})
+        self.assertEqual(self.result.reasons("handedOn"), {"Not MPLS": 1})
+
+    def test_what_comes_out_is_sound(self):
+        self.expect_dissected(self.result)
+
+    def test_a_popped_packet_leaves_by_the_port_of_its_vrf(self):
+        aged = f.udp_packet("10.2.0.9", "10.1.0.9", ttl=63)
+        aged6 = f.udp_packet("2001:db8:200::9", "2001:db8:100::9", hop_limit=63)
+        at_site = f.udp_packet("10.1.0.9", "10.0.1.2", ttl=63)
+        self.assertCountEqual(self.result.frames("red"), [
+            f.eth(example.CE_RED, example.RED, f.ETH_IPV4, aged),
+            f.eth(example.CE_RED, example.RED, f.ETH_IPV6, aged6),
+            f.eth(example.CE_RED, example.RED, f.ETH_IPV4, aged),
+            f.eth(example.CE_RED, example.RED, f.ETH_IPV4, at_site)])
+        self.assertEqual(self.result.frames("blue"), [
+            f.eth(example.CE_BLUE, example.BLUE, f.ETH_IPV4, aged)])
+
+    def test_a_packet_to_the_other_side_gets_the_labels_of_its_vrf(self):
+        aged = f.udp_packet("10.1.0.9", "10.2.0.9", ttl=63, tos=0x68)
+        unmarked = f.udp_packet("10.1.0.9", "10.2.0.9", ttl=63)
+        labelled = [frame for frame in self.result.frames("core")
+                    if f.parse(frame).payload in (aged, unmarked)]
+        self.assertCountEqual(labelled, [
+            f.eth(example.P1, example.CORE, f.ETH_MPLS, f.stack(*entries) + packet)
+            for entries, packet in (([(300, 3, 63), (501, 3, 63)], aged),
+                                    ([(300, 4, 64), (502, 4, 64)], aged),
+                                    ([(300, 0, 63), (501, 0, 63)], unmarked))])
+
+    def test_flows_are_shared_by_weight_and_stay_on_their_way(self):
+        shared = collections.Counter()
+        ways = collections.defaultdict(set)
+        for frame in self.result.frames("core"):
+            parsed = f.parse(frame)
+            if parsed.payload[16:20] == bytes((10, 3, 0, 9)):
+                shared[parsed.dst] += 1
+                ways[parsed.payload].add(parsed.dst)
+        self.assertEqual(sum(shared.values()), example.FLOWS)
+        self.assertAlmostEqual(shared[example.P2] / example.FLOWS, 0.75, delta=0.08)
+        self.assertEqual({len(way) for way in ways.values()}, {1})
+
+    def test_a_dissector_reads_the_stack_and_the_ttls(self):
+        rows = dissected(self.result.files[[p.stem for p in self.result.files].index("core")],
+                         "mpls.label", "mpls.exp", "mpls.ttl", "ip.ttl", "ip.dst")
+        self.assertIn(["300,501", "3,3", "63,63", "63", "10.2.0.9"], rows)
+        self.assertIn(["300,502", "4,4", "64,64", "63", "10.2.0.9"], rows)
+
+
+class Ingress(AgentTest):
+    def test_cases(self):
+        aged = f.udp_packet("10.1.0.1", "10.9.0.1", ttl=63)
+        six = f.udp_packet("2001:db8:1::1", "2001:db8:9::1")
+        aged6 = f.udp_packet("2001:db8:1::1", "2001:db8:9::1", hop_limit=63)
+        to_eight = f.udp_packet("2001:db8:1::1", "2001:db8:8::1", traffic_class=0xC0)
+        cases = [Case(what, ROUTES, [ip(packet, vlans)], sent={"east": [expected]})
+                 for what, packet, vlans, expected in (
+                     ("IPv4", IP4, (), sent_ip(aged)),
+                     ("IPv6", six, (), sent_ip(aged6)),
+                     ("with its tags", IP4, [10, 20], sent_ip(aged, [10, 20])),
+                     ("without the link's padding", IP4 + b"\0" * 6, (), sent_ip(aged)),
+                     ("IPv4 to labels", f.udp_packet("10.1.0.1", "10.8.0.1", tos=0x20), (),
+                      sent([(300, 1, 63), (301, 1, 63)],
+                           f.udp_packet("10.1.0.1", "10.8.0.1", tos=0x20, ttl=63))),
+                     ("in pipe mode", f.udp_packet("10.1.0.1", "10.7.0.1", tos=0x20), (),
+                      sent([(300, 2, 255)],
+                           f.udp_packet("10.1.0.1", "10.7.0.1", tos=0x20, ttl=63))),
+                     ("IPv6 to labels", to_eight, (),
+                      sent([(300, 6, 63)], f.udp_packet("2001:db8:1::1", "2001:db8:8::1",
+                                                        traffic_class=0xC0, hop_limit=63))))]
+        self.run_cases(cases)
+
+    def test_the_longest_labelled_packet_that_fits(self):
+        for size, fits in ((1492, True), (1493, False)):
+            packet = f.udp_packet("10.1.0.1", "10.8.0.1", payload=b"x" * (size - 28))
+            result = self.run_frames(ROUTES, [ip(packet)])
+            self.assertEqual(len(result.frames("east")), int(fits))
+            self.assertEqual(result.reasons("dropped"), {} if fits else {"MTU exceeded": 1})
+
+    def test_a_snapped_frame_is_not_cut_short(self):
+        packet = f.udp_packet("10.1.0.1", "10.9.0.1", payload=b"x" * 500)
+        result = self.run_frames(ROUTES, [(0, ip(packet)[:64], len(ip(packet)))])
+        self.assertEqual([(len(data), original) for _, data, original in result.captures["east"]],
+                         [(64, len(ip(packet)))])
+
+    def test_bad_headers(self):
+        def patched(at, value):
+            return IP4[:at] + value + IP4[at + len(value):]
+        six = f.udp_packet("2001:db8:1::1", "2001:db8:9::1")
+        self.run_cases([
+            Case(reason, ROUTES, [frame], drop_reasons={reason: 1}, malformed=True)
+            for reason, frame in (
+                ("IPv4 header length wrong", ip(patched(0, b"\x44"))),
+                ("IPv4 total length wrong", ip(patched(2, b"\x00\x13"))),
+                ("IPv4 total length wrong", ip(patched(2, b"\x05\xdc"))),
+                ("IPv4 header checksum wrong", ip(patched(8, b"\x3f"))),
+                ("IP header cut short", ip(IP4[:19])),
+                ("IPv6 payload cut short", ip(six[:-1])),
+                ("IP version contradicts the packet type",
+                 f.eth(WEST, CE_WEST, f.ETH_IPV6, IP4)),
+                ("IP source never to be forwarded", ip(f.udp_packet("127.0.0.1", "10.9.0.1"))))])
+
+    def test_what_is_for_the_router_reaches_the_cpu_as_received(self):
+        self.run_cases([
+            Case(reason, ROUTES, [ip(packet)], punted=[ip(packet)], punt_reasons={reason: 1})
+            for reason, packet in (
+                ("Address of the device", f.udp_packet("10.1.0.1", "10.0.2.1")),
+                ("TTL expired", f.udp_packet("10.1.0.1", "10.9.0.1", ttl=1)),
+                ("Link-local or broadcast destination",
+                 f.udp_packet("fe80::1", "ff02::5", hop_limit=1)))])
+
+    def test_without_routes_or_a_vrf_ip_is_handed_on(self):
+        self.run_cases([Case("handed on", "", [ip(IP4)], handed_on={"Not MPLS": 1})])
+
+
+class LookupVia(AgentTest):
+    """A frame whose label is popped for an IP lookup in the default VRF."""
+
+    def popped(self, what, packet, expected, payload="auto", entries=(100,)):
+        config = lfib(decap={100: f"type: ip-lookup, via: {{action: pop, payload: {payload}}}"})
+        frame = mpls(entries, packet)
+        return Case(what, config + ROUTES, [frame], sent={"east": [expected]},
+                    labels={100: (1, len(frame))})
+
+    def test_cases(self):
+        aged = f.udp_packet("10.1.0.1", "10.9.0.1", ttl=63)
+        to_labels = f.udp_packet("10.1.0.1", "10.8.0.1", tos=0x20)
+        self.run_cases([
+            self.popped("IPv4", IP4, sent_ip(aged), "ipv4"),
+            self.popped("IPv6", f.udp_packet("2001:db8:1::1", "2001:db8:9::1"),
+                        sent_ip(f.udp_packet("2001:db8:1::1", "2001:db8:9::1", hop_limit=63)),
+                        "ipv6"),
+            self.popped("the label's own TTL says nothing", IP4, sent_ip(aged),
+                        entries=[(100, 7, 2)]),
+            self.popped("to a labelled route", to_labels,
+                        sent([(300, 1, 63), (301, 1, 63)],
+                             f.udp_packet("10.1.0.1", "10.8.0.1", tos=0x20, ttl=63))),
+            self.popped("to a neighbour", f.udp_packet("10.1.0.1", "10.0.2.2"),
+                        sent_ip(f.udp_packet("10.1.0.1", "10.0.2.2", ttl=63), to=CE_EAST)),
+        ])
+
+
+if __name__ == "__main__":
+    unittest.main()

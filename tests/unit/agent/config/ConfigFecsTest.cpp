@@ -1,0 +1,94 @@
+#include <gtest/gtest.h>
+
+#include "ConfigTesting.h"
+
+using namespace OvixAgent;
+using namespace OvixAgent::Testing;
+
+namespace {
+
+std::string fecs(const std::string& list) {
+    return twoPorts + "fecs:\n" + list;
+}
+
+} // namespace
+
+TEST(ConfigFecs, ReadsIdsAndNextHops) {
+    const AgentConfig config =
+        parseConfig(fecs("  - {id: 42, vias: [{interface: eth2, nexthop: 10.0.0.2, weight: 3}]}\n"
+                         "  - id: 72057594037927935\n"
+                         "    vias:\n"
+                         "      - {interface: eth1, nexthop: \"2001:db8::2\"}\n"
+                         "      - {interface: eth2, nexthop: 10.0.0.3, weight: 0}\n"),
+                    "t.yaml");
+    ASSERT_EQ(config.fecs.size(), 2U);
+    EXPECT_EQ(config.fecs[0].id, 42U);
+    ASSERT_EQ(config.fecs[0].vias.size(), 1U);
+    EXPECT_EQ(config.fecs[0].vias[0].port, 1U);
+    EXPECT_EQ(config.fecs[0].vias[0].nexthop.bytes[3], 2);
+    EXPECT_EQ(config.fecs[0].vias[0].weight, 3U);
+    EXPECT_EQ(config.fecs[1].id, maxFecId);
+    ASSERT_EQ(config.fecs[1].vias.size(), 2U);
+    EXPECT_EQ(config.fecs[1].vias[0].nexthop.family, IpAddress::Family::ipv6);
+    EXPECT_EQ(config.fecs[1].vias[0].weight, 1U);
+    EXPECT_EQ(config.fecs[1].vias[1].weight, 0U);
+}
+
+TEST(ConfigFecs, AreNoneUnlessGiven) {
+    EXPECT_TRUE(parseConfig(twoPorts, "t.yaml").fecs.empty());
+    EXPECT_EQ(errorOf(twoPorts + "fecs: []\n"), "");
+}
+
+TEST(ConfigFecs, ErrorsNameLineKeyAndValue) {
+    const std::string via = "{interface: eth1, nexthop: 10.0.0.2}";
+    const std::pair<std::string, std::string> cases[]{
+        {"  - {id: 42, vias: [" + via + "]}\n  - {vias: [" + via + "], id: 42}",
+         "t.yaml:6: fecs[1].id: FEC 42 is already defined at line 5"},
+        {"  - {id: 42, via: " + via + "}",
+         "t.yaml:5: fecs[0].via: unknown key \"via\"; did you mean \"vias\"?"},
+        {"  - {vias: [" + via + "]}", "t.yaml:5: fecs[0].id: missing"},
+        {"  - {id: 42}", "t.yaml:5: fecs[0].vias: missing"},
+        {"  - {id: 0, vias: [" + via + "]}",
+         "t.yaml:5: fecs[0].id: FEC id 0 is out of range (1..72057594037927935)"},
+        {"  - {id: 72057594037927936, vias: [" + via + "]}",
+         "t.yaml:5: fecs[0].id: FEC id 72057594037927936 is out of range (1..72057594037927935)"},
+        {"  - {id: 42, vias: []}", "t.yaml:5: fecs[0].vias: at least one via is needed"},
+        {"  - {id: 42, vias: [{interface: eth1, nexthop: 10.0.0.2, weight: 0}]}",
+         "t.yaml:5: fecs[0].vias: the weights add up to 0, which is out of range (1..4294967295)"},
+        {"  - {id: 42, vias: [" + via +
+             ", {interface: eth1, nexthop: 10.0.0.2, weight: 4294967295}]}",
+         "t.yaml:5: fecs[0].vias: the weights add up to 4294967296, which is out of range "
+         "(1..4294967295)"},
+        {"  - {id: 42, vias: [{nexthop: 10.0.0.2}]}",
+         "t.yaml:5: fecs[0].vias[0].interface: missing"},
+        {"  - {id: 42, vias: [{interface: eth1}]}", "t.yaml:5: fecs[0].vias[0].nexthop: missing"},
+        {"  - {id: 42, vias: [{interface: eth9, nexthop: 10.0.0.2}]}",
+         "t.yaml:5: fecs[0].vias[0].interface: no port is named \"eth9\"; did you mean \"eth1\"?"},
+        {"  - {id: 42, vias: [{interface: eth1, nexthop: 10.0.0.2, labels: [16]}]}",
+         "t.yaml:5: fecs[0].vias[0].labels: unknown key \"labels\"; known: interface, nexthop, "
+         "weight"},
+    };
+    for (const auto& [text, error] : cases) {
+        EXPECT_EQ(errorOf(fecs(text + "\n")), error);
+    }
+    EXPECT_EQ(errorOf(twoPorts + "fecs: 42\n"), "t.yaml:4: fecs: expected a list, found \"42\"");
+}
+
+TEST(ConfigFecs, AViaMayNameAFecThatIsNotThereYet) {
+    EXPECT_EQ(errorOf(withVia("{fec: 42, action: pop}")), "");
+    EXPECT_EQ(errorOf(withVia("{fec: 72057594037927936, action: pop}")),
+              "t.yaml:6: lfib.decap[0].vias[0].fec: fec 72057594037927936 is out of range "
+              "(0..72057594037927935)");
+}
+
+TEST(ConfigFecs, AViaOfALookupPopsWithoutBeingTold) {
+    for (const char* type : {"ip-lookup", "ip-lookup-per-prefix"}) {
+        const AgentConfig config =
+            parseConfig(twoPorts + "lfib:\n  decap:\n    - {label: 100, type: " + type +
+                            ", via: {vrf: red, payload: ipv4}}\n",
+                        "t.yaml");
+        const ViaConfig& via = config.lfib.routes(LfibTable::decap).at(0).vias.at(0);
+        EXPECT_EQ(via.action, ViaAction::pop);
+        EXPECT_EQ(via.vrf, "red");
+    }
+}

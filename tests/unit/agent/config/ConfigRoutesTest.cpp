@@ -1,0 +1,160 @@
+#include <gtest/gtest.h>
+
+#include "ConfigTesting.h"
+
+using namespace OvixAgent;
+using namespace OvixAgent::Testing;
+
+namespace {
+
+/// Two ports with subnets, in the first three lines; the routes stand from line 5 on.
+std::string routes(const std::string& list) {
+    return "ports:\n"
+           "  - {name: eth1, mac: 02:00:00:00:00:01, addresses: [10.0.1.1/24, 10.0.1.129/25]}\n"
+           "  - {name: eth2, mac: 02:00:00:00:00:02, vrf: red, addresses: [10.0.1.1/24]}\n"
+           "routes:\n" +
+           list;
+}
+
+/// One route with the keys given.
+std::string route(const std::string& keys) {
+    return routes("  - {" + keys + "}\n");
+}
+
+} // namespace
+
+TEST(ConfigRoutes, AreReadWithAllTheirKeys) {
+    const AgentConfig config = parseConfig(
+        routes("  - {prefix: 10.1.0.0/16, via: {interface: eth2}}\n"
+               "  - vrf: red\n"
+               "    prefix: 2001:db8::/33\n"
+               "    vias:\n"
+               "      - {interface: eth1, nexthop: 2001:db8::1, labels: [16, 1048575], weight: 7,\n"
+               "         ttl: pipe, tc: 5, push-ttl: 9}\n"
+               "      - {interface: eth2, weight: 0}\n"
+               "  - {prefix: 0.0.0.0/0, drop: true}\n"),
+        "t.yaml");
+    ASSERT_EQ(config.routes.size(), 3U);
+    EXPECT_EQ(config.routes[0].vrf, "default");
+    EXPECT_EQ(config.routes[0].prefix.length, 16);
+    EXPECT_EQ(config.routes[0].prefix.address.bytes[1], 1);
+    ASSERT_EQ(config.routes[0].vias.size(), 1U);
+    EXPECT_EQ(config.routes[0].vias[0].port, 1U);
+    EXPECT_FALSE(config.routes[0].vias[0].nexthop);
+    EXPECT_TRUE(config.routes[0].vias[0].labels.empty());
+    EXPECT_EQ(config.routes[0].vias[0].ttl, TtlMode::uniform);
+    EXPECT_EQ(config.routes[0].line, 5U);
+
+    EXPECT_EQ(config.routes[1].vrf, "red");
+    EXPECT_EQ(config.routes[1].prefix.address.family, IpAddress::Family::ipv6);
+    ASSERT_EQ(config.routes[1].vias.size(), 2U);
+    const IpRouteViaConfig& via = config.routes[1].vias[0];
+    EXPECT_EQ(via.port, 0U);
+    EXPECT_TRUE(via.nexthop);
+    EXPECT_EQ(via.labels, (std::vector<std::uint32_t>{16, 1048575}));
+    EXPECT_EQ(via.weight, 7U);
+    EXPECT_EQ(via.ttl, TtlMode::pipe);
+    EXPECT_EQ(via.tc, 5);
+    EXPECT_EQ(via.pushTtl, 9);
+    EXPECT_TRUE(config.routes[2].vias.empty());
+}
+
+TEST(ConfigRoutes, ANextHopIsReachedAtThePortOfItsVrfWithTheLongestSubnet) {
+    const AgentConfig config =
+        parseConfig(routes("  - {prefix: 10.1.0.0/16, via: {nexthop: 10.0.1.2}}\n"
+                           "  - {prefix: 10.2.0.0/16, via: {nexthop: 10.0.1.200}}\n"
+                           "  - {vrf: red, prefix: 10.1.0.0/16, via: {nexthop: 10.0.1.2}}\n"),
+                    "t.yaml");
+    EXPECT_EQ(config.routes[0].vias[0].port, 0U);
+    EXPECT_EQ(config.routes[1].vias[0].port, 0U);
+    EXPECT_EQ(config.routes[2].vias[0].port, 1U);
+}
+
+TEST(ConfigRoutes, APortRoutesIpWhenItNamesAVrfOrItsVrfHasRoutes) {
+    const auto routing = [](const std::string& text) {
+        std::vector<bool> all;
+        for (const PortConfig& port : parseConfig(text, "t.yaml").ports) {
+            all.push_back(port.routesIp);
+        }
+        return all;
+    };
+    EXPECT_EQ(routing(twoPorts), (std::vector<bool>{false, false}));
+    EXPECT_EQ(routing(twoPorts + "routes: []\n"), (std::vector<bool>{false, false}));
+    EXPECT_EQ(routing(routes("  []\n")), (std::vector<bool>{false, true}));
+    EXPECT_EQ(routing(route("vrf: blue, prefix: 10.1.0.0/16, drop: true")),
+              (std::vector<bool>{false, true}));
+    EXPECT_EQ(routing(route("prefix: 10.1.0.0/16, drop: true")), (std::vector<bool>{true, true}));
+}
+
+TEST(ConfigRoutes, TheSamePrefixMayStandInTwoVrfsAndTwoLengths) {
+    EXPECT_EQ(errorOf(routes("  - {prefix: 10.1.0.0/16, drop: true}\n"
+                             "  - {prefix: 10.1.0.0/17, drop: true}\n"
+                             "  - {vrf: red, prefix: 10.1.0.0/16, drop: true}\n")),
+              "");
+    EXPECT_EQ(errorOf(routes("  - {prefix: 0.0.0.0/0, drop: true}\n"
+                             "  - {prefix: \"::/0\", drop: true}\n")),
+              "");
+}
+
+TEST(ConfigRoutes, ErrorsNameLineKeyAndValue) {
+    const std::string via = "via: {nexthop: 10.0.1.2}";
+    const std::pair<std::string, const char*> cases[]{
+        {route(via), "t.yaml:5: routes[0].prefix: missing"},
+        {route("prefix: 10.1.0.0, " + via),
+         "t.yaml:5: routes[0].prefix: \"10.1.0.0\" lacks its prefix length, as in 10.0.1.1/24"},
+        {route("prefix: 10.1.0.1/16, " + via),
+         "t.yaml:5: routes[0].prefix: \"10.1.0.1/16\" has bits set behind its prefix length"},
+        {route("prefix: 128.0.0.0/0, " + via),
+         "t.yaml:5: routes[0].prefix: \"128.0.0.0/0\" has bits set behind its prefix length"},
+        {route("prefix: \"2001:db8::1/127\", " + via),
+         "t.yaml:5: routes[0].prefix: \"2001:db8::1/127\" has bits set behind its prefix length"},
+        {route("prefix: 10.0.1.0/24, " + via),
+         "t.yaml:5: routes[0].prefix: \"10.0.1.0/24\" is the subnet or address of port \"eth1\""},
+        {route("vrf: red, prefix: 10.0.1.1/32, " + via),
+         "t.yaml:5: routes[0].prefix: \"10.0.1.1/32\" is the subnet or address of port \"eth2\""},
+        {routes("  - {prefix: 10.1.0.0/16, " + via + "}\n  - {prefix: 10.1.0.0/16, " + via + "}\n"),
+         "t.yaml:6: routes[1].prefix: prefix \"10.1.0.0/16\" of VRF \"default\" is already defined "
+         "at line 5"},
+        {route("vrf: \"\", prefix: 10.1.0.0/16, " + via),
+         "t.yaml:5: routes[0].vrf: VRF name \"\" has 0 bytes, allowed are 1 to 100"},
+        {route("prefix: 10.1.0.0/16"), "t.yaml:5: routes[0].vias: missing"},
+        {route("prefix: 10.1.0.0/16, drop: false"), "t.yaml:5: routes[0].vias: missing"},
+        {route("prefix: 10.1.0.0/16, vias: []"),
+         "t.yaml:5: routes[0].vias: 0 vias given, allowed are 1 to 599"},
+        {route("prefix: 10.1.0.0/16, drop: true, " + via),
+         "t.yaml:5: routes[0].drop: a route that drops has no vias"},
+        {route("prefix: 10.1.0.0/16, vias: [], " + via),
+         "t.yaml:5: routes[0].via: via and vias cannot both be given"},
+        {route("prefix: 10.1.0.0/16, via: {}"),
+         "t.yaml:5: routes[0].via.interface: missing (interface or nexthop is needed)"},
+        {route("prefix: 10.1.0.0/16, via: {interface: eth3}"),
+         "t.yaml:5: routes[0].via.interface: no port is named \"eth3\"; did you mean \"eth1\"?"},
+        {route("prefix: 10.1.0.0/16, via: {interface: eth1, nexthop: \"2001:db8::1\"}"),
+         "t.yaml:5: routes[0].via.nexthop: \"2001:db8::1\" and the prefix are not of one address "
+         "family"},
+        {route("vrf: blue, prefix: 10.1.0.0/16, " + via),
+         "t.yaml:5: routes[0].via.nexthop: \"10.0.1.2\" is on no subnet of the ports in VRF "
+         "\"blue\"; name its interface"},
+        {route("prefix: 10.1.0.0/16, via: {nexthop: 10.0.1.2, weight: 0}"),
+         "t.yaml:5: routes[0].via: the weights add up to 0, which is out of range (1..4294967295)"},
+        {route("prefix: 10.1.0.0/16, vias: [{nexthop: 10.0.1.2, weight: 4294967295}, {nexthop: "
+               "10.0.1.3}]"),
+         "t.yaml:5: routes[0].vias: the weights add up to 4294967296, which is out of range "
+         "(1..4294967295)"},
+        {route("prefix: 10.1.0.0/16, via: {nexthop: 10.0.1.2, labels: []}"),
+         "t.yaml:5: routes[0].via.labels: 0 labels given, allowed are 1 to 16383"},
+        {route("prefix: 10.1.0.0/16, via: {nexthop: 10.0.1.2, labels: [3]}"),
+         "t.yaml:5: routes[0].via.labels[0]: label 3 (implicit null) never stands in a frame; "
+         "leave "
+         "it out"},
+        {route("prefix: 10.1.0.0/16, via: {nexthop: 10.0.1.2, labels: [1048576]}"),
+         "t.yaml:5: routes[0].via.labels[0]: label 1048576 is out of range (0..1048575)"},
+        {route("prefix: 10.1.0.0/16, via: {nexthop: 10.0.1.2, tc: 1}"),
+         "t.yaml:5: routes[0].via.tc: no labels are pushed"},
+        {route("prefix: 10.1.0.0/16, via: {nexthop: 10.0.1.2, labels: [16], tc: 8}"),
+         "t.yaml:5: routes[0].via.tc: tc 8 is out of range (0..7)"},
+    };
+    for (const auto& [text, error] : cases) {
+        EXPECT_EQ(errorOf(text), error) << text;
+    }
+}
