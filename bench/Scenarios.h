@@ -12,7 +12,7 @@ namespace Bench {
 struct Scenario {
     std::string name;
     OvixAgent::AgentConfig config;
-    std::uint32_t copies = 1; ///< that leave for each frame that comes in
+    std::uint32_t copies = 1;                      ///< that leave for each frame that comes in
     std::vector<std::vector<std::uint8_t>> frames; ///< of 64 bytes or as long as their stack needs
 };
 
@@ -22,7 +22,8 @@ std::vector<std::string> scenarioNames();
 std::vector<std::string> replicationNames();
 
 /// Throws std::out_of_range for an unknown name. `routes` labels have a route, each with an
-/// adjacency of its own (of sixteen vias: up to 16384 of them); the frames' labels are spread over all of them.
+/// adjacency of its own (of sixteen vias: up to 16384 of them); the frames' labels are spread over
+/// all of them.
 Scenario makeScenario(const std::string& name, std::uint32_t routes);
 
 } // namespace Bench

@@ -65,8 +65,8 @@ void MplsOvixPlugin::activeInit() {
     manager()->mtuExceptionHandlers()->handlerIs(mplsMtuExceptionHandler_);
     manager()->pktCounterCollectionHolder()->collectionIs(lfibCounterCollection_);
     if (toggleMvpnSfeEnabled()) {
-        manager()->genericPipelineSteps()->addStep(mplsMldpInputStepIs(
-            mvpnIntfStatus_, manager()->ports(), manager()->packetParser()));
+        manager()->genericPipelineSteps()->addStep(
+            mplsMldpInputStepIs(mvpnIntfStatus_, manager()->ports(), manager()->packetParser()));
     }
     routingSupportedReactorIs(mplsHardwareCapability_, manager()->routingCapabilities());
     clearLfibCountersSmIs(lfibCounterCollection_, manager()->clearCountersRequests());

@@ -24,7 +24,7 @@ Ptr<OvixMplsViaSet> fromOneKey(const Ptr<const Mpls::LfibStatus>& lfib,
     return Tessel::make<OvixLfibViaSet>(viaSet, key);
 }
 
-Ptr<OvixMplsViaSet> viaSetOfRoute(const RoutingContext& context,
+[[gnu::noinline]] Ptr<OvixMplsViaSet> viaSetOfRoute(const RoutingContext& context,
                                   const Ptr<const Mpls::LfibStatus>& lfib, Mpls::RouteKey key,
                                   Mpls::LfibViaSetKey viaSetKey) {
     const Mpls::LfibViaSet viaSet = readOrDefault(lfib, [&] { return lfib->viaSet(viaSetKey); });

@@ -40,6 +40,21 @@ mplsIpViaTypeHandlerFactory(Mpls::LfibViaType viaType, const Ptr<MplsLfibTables>
     return MplsIpViaTypeHandler::MplsIpViaTypeHandlerIs(viaType, lfibTables, counterCollection);
 }
 
+Ptr<RewriteInfos> MplsIpViaTypeHandler::createRewrites(const Ptr<MplsContext>& context,
+                                                       const OvixMplsVia& via, bool multicast) {
+    const Ptr<RoutingContext>& routingContext = context->routingContext();
+    Ptr<RewriteInfos> rewrites = MplsRewriteHelper::createMplsRewrite(
+        routingContext, context->entry(), context->packetHeader(), via.action(),
+        via.labelOperation(), via.payload(), via.ttl(), multicast);
+    if (rewrites) {
+        const auto bytes =
+            static_cast<std::uint32_t>(routingContext->packetContext()->pkt()->bytes());
+        rewrites->finalCounterActionInfoEnq(Tessel::make<LfibCounterActionInfo>(
+            Mpls::RouteKey::fromLabel(context->entry().label()), bytes));
+    }
+    return rewrites;
+}
+
 ProcessingResult MplsIpViaTypeHandler::processMplsVia(const Ptr<MplsContext>& context) {
     return context->viaSet()->isMulticast() ? doProcessMplsMulticastVia(context)
                                             : doProcessMplsVia(context);
@@ -64,8 +79,7 @@ ProcessingResult MplsIpViaTypeHandler::doProcessMplsVia(const Ptr<MplsContext>& 
     return frameDealtWith;
 }
 
-ProcessingResult
-MplsIpViaTypeHandler::doProcessMplsMulticastVia(const Ptr<MplsContext>& context) {
+ProcessingResult MplsIpViaTypeHandler::doProcessMplsMulticastVia(const Ptr<MplsContext>& context) {
     RoutingNexthops& nexthops = *context->nexthops();
     const RoutingNexthop& front = *nexthops.nexthopFront();
     if (nexthops.size() > 1) {
@@ -90,21 +104,6 @@ MplsIpViaTypeHandler::doProcessMplsMulticastVia(const Ptr<MplsContext>& context)
     replica->rewriteInfos().copyFrom(std::move(rewrites));
     nexthops.nexthopEnq(std::move(replica));
     return frameDealtWith;
-}
-
-Ptr<RewriteInfos> MplsIpViaTypeHandler::createRewrites(const Ptr<MplsContext>& context,
-                                                       const OvixMplsVia& via, bool multicast) {
-    const Ptr<RoutingContext>& routingContext = context->routingContext();
-    Ptr<RewriteInfos> rewrites = MplsRewriteHelper::createMplsRewrite(
-        routingContext, context->entry(), context->packetHeader(), via.action(),
-        via.labelOperation(), via.payload(), via.ttl(), multicast);
-    if (rewrites) {
-        const auto bytes =
-            static_cast<std::uint32_t>(routingContext->packetContext()->pkt()->bytes());
-        rewrites->finalCounterActionInfoEnq(Tessel::make<LfibCounterActionInfo>(
-            Mpls::RouteKey::fromLabel(context->entry().label()), bytes));
-    }
-    return rewrites;
 }
 
 } // namespace Ovix

@@ -40,7 +40,7 @@ class OvixNamedCounters : public Tessel::Counted {
 
     OvixNamedCounters();
 
-    void count(const CounterKey& key) {
+    [[gnu::always_inline]] void count(const CounterKey& key) {
         Counter* counter = find(key);
         if (counter == nullptr) [[unlikely]] {
             counter = &add(key);
@@ -65,7 +65,7 @@ class OvixNamedCounters : public Tessel::Counted {
 
   private:
     // Names are told apart by their 64-bit hash: nobody outside chooses them.
-    Counter* find(const CounterKey& key) const noexcept {
+    [[gnu::always_inline]] Counter* find(const CounterKey& key) const noexcept {
         Counter* const* slots = slots_.data();
         std::size_t at = key.hash & mask_;
         while (slots[at] != nullptr && slots[at]->hash != key.hash) {

@@ -80,7 +80,7 @@ class PacketContext final : public Tessel::Counted, public Tessel::Slabbed<Packe
     const Ptr<Lumo::Pkt>& getPkt() const noexcept { return pkt_; }
 
     /// The headers of the packet as it stands now; parsed anew after a change.
-    ParsedPacket& parsedPkt() noexcept {
+    [[gnu::always_inline]] ParsedPacket& parsedPkt() noexcept {
         if (stale_) {
             parsed_.restart(pkt_, outerType_);
             stale_ = false;

@@ -37,11 +37,14 @@ class Counted {
         }
     }
 
-    [[gnu::always_inline]] void release() const noexcept {
+    void release() const noexcept {
         if (dropReference()) {
-            const_cast<Counted*>(this)->lastUserGone();
+            noUserLeft();
         }
     }
+
+    /// What follows when the last count has been taken back.
+    void noUserLeft() const noexcept { const_cast<Counted*>(this)->lastUserGone(); }
 
     /// Takes back one count; true when it was the last one.
     [[gnu::always_inline]] bool dropReference() const noexcept {
@@ -93,17 +96,9 @@ class Ptr {
     requires std::is_convertible_v<U*, T*> Ptr(Ptr<U>&& other)
     noexcept : object_(other.detach()) {}
 
-    ~Ptr() {
-        if (object_ == nullptr) {
-            return;
-        }
-        // What is known to be the most derived type, from a slab, goes without a virtual call.
-        if constexpr (std::is_final_v<T> && std::is_base_of_v<Slabbed<std::remove_const_t<T>>, T>) {
-            if (object_->dropReference()) {
-                delete object_;
-            }
-        } else {
-            object_->release();
+    [[gnu::always_inline]] ~Ptr() {
+        if (object_ != nullptr && object_->dropReference()) {
+            letGo(object_);
         }
     }
 
@@ -131,6 +126,15 @@ class Ptr {
     bool operator==(std::nullptr_t) const noexcept { return object_ == nullptr; }
 
   private:
+    [[gnu::noinline]] static void letGo(T* object) noexcept {
+        // What is known to be the most derived type, from a slab, goes without a virtual call.
+        if constexpr (std::is_final_v<T> && std::is_base_of_v<Slabbed<std::remove_const_t<T>>, T>) {
+            delete object;
+        } else {
+            object->noUserLeft();
+        }
+    }
+
     void retain() const noexcept {
         if (object_ != nullptr) {
             object_->retain();
