@@ -56,7 +56,7 @@ TEST_F(SelectionAllocation, DropsAreCountedWithoutTheHeap) {
     TraceOutput::instance().textLevelOfAllIs(TraceSource::off);
     const auto context = contextOf(mplsFrame({{100}}, udpPacket(0x0a090001)));
     EXPECT_EQ(allocations([&] { plugin->findOvixMplsViaSet(context, entryOf(100)); }), 0U);
-    EXPECT_EQ(counted("Drop", "No via set in lfib %s for %s"), 101U * 4);
+    EXPECT_EQ(counted("Drop", "No via set in lfib %s for %s"), 102U * 4);
 }
 
 } // namespace
