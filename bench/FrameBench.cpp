@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "Allocations.h"
+#include "EdgeScenarios.h"
 #include "Lumo/Pkt.h"
 #include "Mpls/Hardware/Status.h"
 #include "Mpls/LfibWriter.h"
@@ -18,19 +19,22 @@ using Bench::Scenario;
 
 constexpr std::size_t batch = 256;
 
+using MakeScenario = Scenario (*)(const std::string& name, std::uint32_t routes);
+
 /// The scenario asked for last, kept because a million routes take a while to set up.
 struct Setup {
     Scenario scenario;
     std::unique_ptr<Router> router;
 };
 
-Setup& setupFor(const std::string& name, std::uint32_t routes) {
+Setup& setupFor(const std::string& name, std::uint32_t routes,
+                MakeScenario make = Bench::makeScenario) {
     static std::string key;
     static Setup setup;
     const std::string wanted = name + "/" + std::to_string(routes);
     if (key != wanted) {
         setup.router.reset();
-        setup.scenario = Bench::makeScenario(name, routes);
+        setup.scenario = make(name, routes);
         setup.router = std::make_unique<Router>(setup.scenario.config);
         setup.scenario.config = {};
         key = wanted;
@@ -82,12 +86,14 @@ void pluginAlone(benchmark::State& state, const std::string& name) {
 }
 
 /// From the received bytes to the transmitted ones.
-void wholeRoad(benchmark::State& state, const std::string& name) {
-    Setup& setup = setupFor(name, static_cast<std::uint32_t>(state.range(0)));
+void wholeRoad(benchmark::State& state, const std::string& name, MakeScenario make) {
+    Setup& setup = setupFor(name, static_cast<std::uint32_t>(state.range(0)), make);
+    const OvixAgent::PortIndex port = setup.scenario.port;
     const auto& frames = setup.scenario.frames;
     // Counters of labels come into being with their first packet, so every frame is sent once.
     for (const auto& frame : frames) {
-        setup.router->forwarder().receive({0, {}, frame, static_cast<std::uint32_t>(frame.size())});
+        setup.router->forwarder().receive(
+            {port, {}, frame, static_cast<std::uint32_t>(frame.size())});
     }
     std::size_t next = 0;
     const std::uint64_t before = Bench::allocations();
@@ -95,7 +101,7 @@ void wholeRoad(benchmark::State& state, const std::string& name) {
         for (std::size_t i = 0; i < batch; ++i, ++next) {
             const auto& frame = frames[next % frames.size()];
             setup.router->forwarder().receive(
-                {0, {}, frame, static_cast<std::uint32_t>(frame.size())});
+                {port, {}, frame, static_cast<std::uint32_t>(frame.size())});
         }
     }
     countPerFrame(state, Bench::allocations() - before);
@@ -182,9 +188,19 @@ int main(int argc, char** argv) {
         benchmark::RegisterBenchmark("lookup/lfib", lfibLookup)->Arg(size);
         for (const std::string& name : Bench::scenarioNames()) {
             const auto plugin = [name](benchmark::State& state) { pluginAlone(state, name); };
-            const auto road = [name](benchmark::State& state) { wholeRoad(state, name); };
+            const auto road = [name](benchmark::State& state) {
+                wholeRoad(state, name, Bench::makeScenario);
+            };
             benchmark::RegisterBenchmark(("plugin/" + name).c_str(), plugin)->Arg(size);
             benchmark::RegisterBenchmark(("road/" + name).c_str(), road)->Arg(size);
+        }
+    }
+    for (const std::int64_t routes : {1, 1000, 100000}) {
+        for (const std::string& name : Bench::edgeScenarioNames()) {
+            const auto road = [name](benchmark::State& state) {
+                wholeRoad(state, name, Bench::makeEdgeScenario);
+            };
+            benchmark::RegisterBenchmark(("road/" + name).c_str(), road)->Arg(routes);
         }
     }
     Bench::registerMulticastBenchmarks();

@@ -156,7 +156,7 @@ std::vector<std::string> replicationNames() {
 
 Scenario makeScenario(const std::string& name, std::uint32_t routes) {
     const Kind& kind = kinds().at(name);
-    Scenario scenario{name, makeConfig(kind, routes), kind.copies, {}};
+    Scenario scenario{name, makeConfig(kind, routes), kind.copies, {}, 0};
     std::mt19937 random(1);
     std::uniform_int_distribution<std::uint32_t> label(firstLabel, firstLabel + routes - 1);
     std::uniform_int_distribution<std::uint32_t> flow(0, 0xffff);

@@ -14,6 +14,7 @@ struct Scenario {
     OvixAgent::AgentConfig config;
     std::uint32_t copies = 1;                      ///< that leave for each frame that comes in
     std::vector<std::vector<std::uint8_t>> frames; ///< of 64 bytes or as long as their stack needs
+    OvixAgent::PortIndex port = 0;                 ///< that the frames come in at
 };
 
 /// The kinds of traffic that are measured.

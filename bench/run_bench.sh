@@ -17,7 +17,8 @@ instructions() {
 }
 
 printf '\n%-16s %22s %22s\n' 'instructions' 'plugin, per frame' 'whole road, per frame'
-for scenario in swap pop push3 ucmp16 stack6_entropy unknown oam_punt; do
+for scenario in swap pop push3 ucmp16 stack6_entropy unknown oam_punt \
+    pop_ipv4 pop_ipv6 ip_push external_fec pseudowire_cw; do
     printf '%-16s %22s %22s\n' "$scenario" \
         "$(instructions "$scenario" 'Ovix::MplsRoutingHandler::processPacket*')" \
         "$(instructions "$scenario" 'OvixAgent::Forwarder::receive*')"

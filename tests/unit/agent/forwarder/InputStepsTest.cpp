@@ -142,11 +142,12 @@ TEST_F(InputStepsTest, PortsRefuseWhatTheyCannotSend) {
 
 namespace {
 
+/// The manager is not kept alive: it owns the handler that owns this.
 Decide handing(const Ptr<Ovix::PluginManager>& manager, int copies, const Decide& then) {
-    return [=](const auto& context, Ovix::RoutingNexthops& nexthops) {
+    return [ports = manager->ports().get(), copies, then](const auto& context,
+                                                          Ovix::RoutingNexthops& nexthops) {
         for (int i = 0; i < copies; ++i) {
-            manager->ports()
-                ->port(Lumo::CpuIntfId::cpuIdToIntfId(0))
+            ports->port(Lumo::CpuIntfId::cpuIdToIntfId(0))
                 ->send(Lumo::globalPktManager()->newPkt(filled(60, 1)));
         }
         then(context, nexthops);

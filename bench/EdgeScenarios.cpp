@@ -1,0 +1,186 @@
+#include "EdgeScenarios.h"
+
+#include <functional>
+#include <map>
+#include <random>
+
+#include "Config.h"
+
+namespace Bench {
+
+namespace {
+
+using OvixAgent::AgentConfig;
+using Bytes = std::vector<std::uint8_t>;
+
+constexpr std::uint32_t firstLabel = 16;
+constexpr std::size_t frameCount = 8192;
+constexpr std::uint32_t customerNet = 0x64000000; ///< 100.0.0.0, a /24 per route
+
+constexpr const char* network = R"(
+ports:
+  - {name: west, mac: "02:00:00:00:00:01", addresses: [10.0.1.1/24], vrf: red}
+  - {name: east, mac: "02:00:00:00:00:02", addresses: [10.0.2.1/24, "2001:db8:2::1/64"], vrf: red}
+  - {name: customer, mac: "02:00:00:00:00:03"}
+neighbours:
+  - {address: 10.0.2.2, port: east, mac: "02:00:00:00:02:02"}
+  - {address: "2001:db8:2::2", port: east, mac: "02:00:00:00:02:02"}
+routes:
+  - {vrf: red, prefix: 100.0.0.0/8, vias: [{interface: east, nexthop: 10.0.2.2}]}
+  - {vrf: red, prefix: "2001:db8:100::/40", vias: [{interface: east, nexthop: "2001:db8:2::2"}]}
+fecs:
+  - {id: 42, vias: [{interface: east, nexthop: 10.0.2.2}]}
+pseudowires:
+  - {name: pw, port: customer, label: 500, interface: east, nexthop: 10.0.2.2, labels: [600]}
+)";
+
+void put16(Bytes& to, std::uint32_t value) {
+    to.push_back(static_cast<std::uint8_t>(value >> 8U));
+    to.push_back(static_cast<std::uint8_t>(value));
+}
+void put32(Bytes& to, std::uint32_t value) {
+    put16(to, value >> 16U);
+    put16(to, value);
+}
+
+Bytes ethernet(std::uint32_t etherType) {
+    Bytes frame{2, 0, 0, 0, 0, 1, 2, 0, 0, 0, 1, 2};
+    put16(frame, etherType);
+    return frame;
+}
+
+void putIpv4(Bytes& to, std::uint32_t flow, std::uint32_t destination) {
+    const std::uint32_t words[]{0x45000000 | 46, 0, 0x40110000, 0x0a010000 | flow, destination};
+    std::uint32_t sum = 0;
+    for (const std::uint32_t word : words) {
+        sum += (word >> 16U) + (word & 0xffffU);
+    }
+    sum = (sum & 0xffffU) + (sum >> 16U);
+    sum = (sum & 0xffffU) + (sum >> 16U);
+    for (const std::uint32_t word : words) {
+        put32(to, &word == &words[2] ? word | (~sum & 0xffffU) : word);
+    }
+    put32(to, (flow << 16U) | 9U);
+    put32(to, 0x001a0000);
+    to.resize(to.size() + 18);
+}
+
+void putIpv6(Bytes& to, std::uint32_t flow) {
+    put32(to, 0x60000000);
+    put32(to, 0x00001140 | (8U << 16U));
+    for (const std::uint32_t word :
+         {0x20010db8U, 0x00010000U, 0U, flow, 0x20010db8U, 0x01000000U, 0U, flow}) {
+        put32(to, word);
+    }
+    put32(to, (flow << 16U) | 9U);
+    put32(to, 0x00080000);
+}
+
+Bytes labelled(std::uint32_t label) {
+    Bytes frame = ethernet(0x8847);
+    put32(frame, (label << 12U) | 0x100U | 64U);
+    return frame;
+}
+
+void labelRoutes(AgentConfig& config, std::uint32_t routes, OvixAgent::ViaType type,
+                 OvixAgent::PayloadType payload) {
+    OvixAgent::LfibRouteConfig route;
+    route.type = type;
+    route.vias.resize(1);
+    route.vias[0].payload = payload;
+    route.vias[0].vrf = "red";
+    if (type == OvixAgent::ViaTypes::externalFec) {
+        route.vias[0].action = OvixAgent::ViaAction::swap;
+        route.vias[0].labels = {300};
+        route.vias[0].fec = 42;
+    }
+    for (std::uint32_t i = 0; i < routes; ++i) {
+        route.label = firstLabel + i;
+        config.lfib.tables[0].push_back(route);
+    }
+}
+
+void prefixRoutes(AgentConfig& config, std::uint32_t routes) {
+    OvixAgent::IpRouteConfig route = config.routes.front();
+    route.vias[0].labels = {300};
+    for (std::uint32_t i = 0; i < routes; ++i) {
+        const std::uint32_t prefix = customerNet + (i << 8U);
+        route.prefix.address.bytes = {static_cast<std::uint8_t>(prefix >> 24U),
+                                      static_cast<std::uint8_t>(prefix >> 16U),
+                                      static_cast<std::uint8_t>(prefix >> 8U)};
+        route.prefix.length = 24;
+        config.routes.push_back(route);
+    }
+}
+
+struct Edge {
+    std::function<void(AgentConfig&, std::uint32_t routes)> addRoutes;
+    /// `route` is the number of the route that the frame meets.
+    std::function<Bytes(std::uint32_t route, std::uint32_t flow)> frame;
+    std::uint32_t port = 0;
+};
+
+Bytes popIpv4Frame(std::uint32_t route, std::uint32_t flow) {
+    Bytes frame = labelled(firstLabel + route);
+    putIpv4(frame, flow, customerNet + flow);
+    return frame;
+}
+Bytes popIpv6Frame(std::uint32_t route, std::uint32_t flow) {
+    Bytes frame = labelled(firstLabel + route);
+    putIpv6(frame, flow);
+    return frame;
+}
+Bytes ipFrame(std::uint32_t route, std::uint32_t flow) {
+    Bytes frame = ethernet(0x0800);
+    putIpv4(frame, flow, customerNet + (route << 8U) + 1);
+    return frame;
+}
+Bytes customerFrame(std::uint32_t, std::uint32_t flow) {
+    return ipFrame(0, flow);
+}
+
+const std::map<std::string, Edge>& edges() {
+    using OvixAgent::PayloadType;
+    namespace Types = OvixAgent::ViaTypes;
+    const auto lookup = [](PayloadType payload) {
+        return [payload](AgentConfig& config, std::uint32_t routes) {
+            labelRoutes(config, routes, Types::ipLookup, payload);
+        };
+    };
+    const auto toFec = [](AgentConfig& config, std::uint32_t routes) {
+        labelRoutes(config, routes, Types::externalFec, PayloadType::ipv4);
+    };
+    static const std::map<std::string, Edge> all{
+        {"pop_ipv4", {lookup(PayloadType::ipv4), popIpv4Frame}},
+        {"pop_ipv6", {lookup(PayloadType::ipv6), popIpv6Frame}},
+        {"ip_push", {prefixRoutes, ipFrame}},
+        {"external_fec", {toFec, popIpv4Frame}},
+        {"pseudowire_cw", {[](AgentConfig&, std::uint32_t) {}, customerFrame, 2}},
+    };
+    return all;
+}
+
+} // namespace
+
+std::vector<std::string> edgeScenarioNames() {
+    return {"pop_ipv4", "pop_ipv6", "ip_push", "external_fec", "pseudowire_cw"};
+}
+
+Scenario makeEdgeScenario(const std::string& name, std::uint32_t routes) {
+    const Edge& edge = edges().at(name);
+    Scenario scenario;
+    scenario.name = name;
+    scenario.config = OvixAgent::parseConfig(network, "bench");
+    scenario.port = edge.port;
+    edge.addRoutes(scenario.config, routes);
+    std::mt19937 random(1);
+    std::uniform_int_distribution<std::uint32_t> route(0, routes - 1);
+    std::uniform_int_distribution<std::uint32_t> flow(0, 0xffff);
+    for (std::size_t i = 0; i < frameCount; ++i) {
+        const std::uint32_t one = flow(random);
+        scenario.frames.push_back(edge.frame(route(random), one));
+    }
+    return scenario;
+}
+
+} // namespace Bench
