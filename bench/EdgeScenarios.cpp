@@ -1,6 +1,7 @@
 #include "EdgeScenarios.h"
 
 #include <functional>
+#include <iterator>
 #include <map>
 #include <random>
 
@@ -57,8 +58,9 @@ void putIpv4(Bytes& to, std::uint32_t flow, std::uint32_t destination) {
     }
     sum = (sum & 0xffffU) + (sum >> 16U);
     sum = (sum & 0xffffU) + (sum >> 16U);
-    for (const std::uint32_t word : words) {
-        put32(to, &word == &words[2] ? word | (~sum & 0xffffU) : word);
+    constexpr std::size_t checksumWord = 2;
+    for (std::size_t i = 0; i < std::size(words); ++i) {
+        put32(to, i == checksumWord ? words[i] | (~sum & 0xffffU) : words[i]);
     }
     put32(to, (flow << 16U) | 9U);
     put32(to, 0x001a0000);

@@ -96,6 +96,7 @@ void wholeRoad(benchmark::State& state, const std::string& name, MakeScenario ma
             {port, {}, frame, static_cast<std::uint32_t>(frame.size())});
     }
     std::size_t next = 0;
+    const std::uint64_t outBefore = setup.router->framesOut();
     const std::uint64_t before = Bench::allocations();
     for (auto _ : state) {
         for (std::size_t i = 0; i < batch; ++i, ++next) {
@@ -105,6 +106,8 @@ void wholeRoad(benchmark::State& state, const std::string& name, MakeScenario ma
         }
     }
     countPerFrame(state, Bench::allocations() - before);
+    state.counters["out/frame"] =
+        static_cast<double>(setup.router->framesOut() - outBefore) / static_cast<double>(next);
 }
 
 /// The floor: a copy of the frame, an index, a label store.
@@ -127,7 +130,7 @@ void floorOfCopyAndSwap(benchmark::State& state) {
     countPerFrame(state, 0);
 }
 
-/// A route and its adjacency by label, at random.
+/// A route and the interface of its adjacency's first via by label, at random.
 void hardwareLookup(benchmark::State& state) {
     const auto routes = static_cast<std::uint32_t>(state.range(0));
     Setup& setup = setupFor("swap", routes);
@@ -139,7 +142,7 @@ void hardwareLookup(benchmark::State& state) {
             const std::uint32_t label =
                 16 + static_cast<std::uint32_t>((std::uint64_t{random} * routes) >> 32U);
             const auto route = status.route(Mpls::RouteKey::fromLabel(Lumo::MplsLabel(label)));
-            benchmark::DoNotOptimize(status.adjacency(route).get());
+            benchmark::DoNotOptimize(status.adjacency(route)->entries(false).front().intf);
         }
     }
     countPerFrame(state, 0);

@@ -28,6 +28,8 @@ class Router {
     explicit Router(const OvixAgent::AgentConfig& config);
 
     OvixAgent::Forwarder& forwarder() noexcept { return forwarder_; }
+    /// Frames that left, the CPU's included.
+    std::uint64_t framesOut() const noexcept { return out_.frames(); }
     Ptr<Ovix::RoutingHandler> mplsHandler() const {
         return state_.manager()->routingHandlers()->handler("Mpls");
     }

@@ -18,6 +18,7 @@ PortIndex portOf(const InputOption& input, const std::vector<PortConfig>& ports)
         return static_cast<PortIndex>(found - ports.begin());
     }
     std::vector<std::string_view> names;
+    names.reserve(ports.size());
     for (const PortConfig& port : ports) {
         names.emplace_back(port.name);
     }
@@ -30,10 +31,12 @@ PortIndex portOf(const InputOption& input, const std::vector<PortConfig>& ports)
 std::vector<CaptureReader> openInputs(const std::vector<InputOption>& inputs,
                                       const std::vector<PortConfig>& ports) {
     std::vector<PortIndex> indices;
+    indices.reserve(inputs.size());
     for (const InputOption& input : inputs) {
         indices.push_back(portOf(input, ports));
     }
     std::vector<CaptureReader> readers;
+    readers.reserve(inputs.size());
     for (std::size_t i = 0; i < inputs.size(); ++i) {
         readers.emplace_back(indices[i], inputs[i].path);
     }

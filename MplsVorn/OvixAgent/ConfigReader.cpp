@@ -61,13 +61,14 @@ std::string ConfigValue::path() const {
     for (const ConfigValue* step = this; step->parent_ != nullptr; step = step->parent_) {
         steps.push_back(step);
     }
+    std::reverse(steps.begin(), steps.end());
     std::string result;
-    for (auto step = steps.rbegin(); step != steps.rend(); ++step) {
-        if ((*step)->key_.empty()) {
-            result += fmt::format("[{}]", (*step)->index_);
+    for (const ConfigValue* step : steps) {
+        if (step->key_.empty()) {
+            result += fmt::format("[{}]", step->index_);
         } else {
             result += result.empty() ? "" : ".";
-            result += pathKey((*step)->key_);
+            result += pathKey(step->key_);
         }
     }
     return result;

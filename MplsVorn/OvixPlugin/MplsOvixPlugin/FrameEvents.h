@@ -86,7 +86,7 @@ template <typename... Values>
 /// Counts the event when the context has counters, and traces it with its values filled in.
 template <typename... Values>
 [[gnu::always_inline]] inline void report(const RoutingContext& context, const FrameEvent& event,
-                   const Values&... values) {
+                                          const Values&... values) {
     if (context.namedCounters()) {
         context.namedCounters()->count(event.key);
     }

@@ -25,8 +25,9 @@ Ptr<OvixMplsViaSet> fromOneKey(const Ptr<const Mpls::LfibStatus>& lfib,
 }
 
 [[gnu::noinline]] Ptr<OvixMplsViaSet> viaSetOfRoute(const RoutingContext& context,
-                                  const Ptr<const Mpls::LfibStatus>& lfib, Mpls::RouteKey key,
-                                  Mpls::LfibViaSetKey viaSetKey) {
+                                                    const Ptr<const Mpls::LfibStatus>& lfib,
+                                                    Mpls::RouteKey key,
+                                                    Mpls::LfibViaSetKey viaSetKey) {
     const Mpls::LfibViaSet viaSet = readOrDefault(lfib, [&] { return lfib->viaSet(viaSetKey); });
     if (viaSet.viaKeys.size() == 1) {
         return fromOneKey(lfib, viaSet);

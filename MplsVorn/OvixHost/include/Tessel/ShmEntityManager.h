@@ -27,7 +27,9 @@ class ShmEntityManager : public Counted {
     /// The one manager of a system, created on first use.
     static Ptr<ShmEntityManager> ofSystem(const std::string& systemName, bool local);
 
-    void tableIs(std::string_view path, Ptr<Entity> table) { tables_.entityIs(path, table); }
+    void tableIs(std::string_view path, Ptr<Entity> table) {
+        tables_.entityIs(path, std::move(table));
+    }
     void tableDel(std::string_view path) { tables_.entityDel(path); }
 
     /// Asks for a table; the same request twice is one mount.
