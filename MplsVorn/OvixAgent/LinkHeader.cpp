@@ -48,7 +48,9 @@ void noteEnd(ReceivedLink& link, const Ovix::PacketHeader& last) noexcept {
 
 ReceivedLink readLink(Ovix::ParsedPacket& parsed) {
     ReceivedLink link;
-    noteEnd(link, *parsed.header(0));
+    if (const Ptr<Ovix::PacketHeader> first = parsed.header(0)) {
+        noteEnd(link, *first);
+    }
     link.routed = parsed.header(1);
     if (!link.routed || link.routed->pktHdrType() != Ovix::PktHdrType::vlanTags) {
         return link;

@@ -80,7 +80,7 @@ TEST_F(ForwarderRewriteTest, ARewriteThatCannotBeAppliedDropsTheFrameForItsReaso
     auto twoPops = withRewrite(nexthop("east", "10.0.2.2"), popInfo());
     receive(labelled(), always(withRewrite(twoPops, popInfo())));
     const auto context = Tessel::make<Ovix::RoutingContext>(
-        1,
+        1U,
         Tessel::make<Ovix::PacketContext>(Lumo::globalPktManager()->newPkt(packet()),
                                           Ovix::PktHdrType::ipv4),
         nullptr);

@@ -70,7 +70,7 @@ Bytes ipv6(std::uint8_t hopLimit) {
 struct Subject {
     explicit Subject(const Bytes& bytes, PktHdrType outer = PktHdrType::mpls)
         : context(Tessel::make<RoutingContext>(
-              1, Tessel::make<PacketContext>(Lumo::globalPktManager()->newPkt(bytes), outer),
+              1U, Tessel::make<PacketContext>(Lumo::globalPktManager()->newPkt(bytes), outer),
               nullptr)) {}
 
     Bytes bytes() const {

@@ -11,7 +11,7 @@ namespace {
 
 void rewriteFrame(const Bytes& frame, const Operation& operation, Lumo::MplsLabelAction action) {
     const auto context = Tessel::make<RoutingContext>(
-        1, Tessel::make<PacketContext>(Lumo::globalPktManager()->newPkt(frame), PktHdrType::mpls),
+        1U, Tessel::make<PacketContext>(Lumo::globalPktManager()->newPkt(frame), PktHdrType::mpls),
         nullptr);
     const auto infos = MplsRewriteHelper::createMplsRewrite(
         context, Lumo::MplsLabelEntry::load(frame.data()),

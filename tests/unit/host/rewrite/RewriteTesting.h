@@ -68,7 +68,7 @@ class Rewritten {
                        bool trailer = false)
         : trailer_(trailer),
           context_(Tessel::make<Ovix::RoutingContext>(
-              1,
+              1U,
               Tessel::make<Ovix::PacketContext>(Lumo::globalPktManager()->newPkt(Wire::join(
                                                     {Wire::filled(before, 0xa5), bytes,
                                                      Wire::filled(trailer ? behind : 0, 0xa5)})),

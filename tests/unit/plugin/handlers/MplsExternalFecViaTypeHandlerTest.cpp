@@ -91,7 +91,7 @@ TEST_F(ExternalFecVia, AnIdThatNoInterfaceStandsForLeadsNowhere) {
 }
 
 TEST_F(ExternalFecVia, TheIncomingLabelIsNotCounted) {
-    for (const std::uint64_t fec : {0, 42}) {
+    for (const std::uint64_t fec : {0U, 42U}) {
         process(viaOf(swap, fec));
         EXPECT_TRUE(nexthop().rewriteInfos().finalCounterActions().empty());
     }

@@ -55,13 +55,13 @@ TEST_F(FrameRoad, AHeaderOfAnotherKindHasNoLabelStack) {
 
 TEST_F(FrameRoad, AnEmptyStackResolvesToAnEmptyOne) {
     const auto context = contextOf(mplsFrame({{100}}, payload));
-    const auto none = Tessel::make<MplsHeaderData>(context->packetContext()->pkt(), 14, 0, false);
+    const auto none = Tessel::make<MplsHeaderData>(context->packetContext()->pkt(), 14U, 0U, false);
     EXPECT_TRUE(plugin->resolveViaSetsForLabelStack(context, none)->empty());
 }
 
 TEST_F(FrameRoad, AnEmptyStackOverAnLspPingIsOam) {
     const auto context = contextOf(mplsFrame({{0}}, udpPacket(0x7f000001, 3503)));
-    const auto none = Tessel::make<MplsHeaderData>(context->packetContext()->pkt(), 14, 0, false);
+    const auto none = Tessel::make<MplsHeaderData>(context->packetContext()->pkt(), 14U, 0U, false);
     const auto header = context->packetContext()->parsedPkt().header(1);
     EXPECT_TRUE(plugin->checkForOam(context, header, none));
     EXPECT_FALSE(plugin->checkForOamMaybeUdpHdr(context, nullptr));
