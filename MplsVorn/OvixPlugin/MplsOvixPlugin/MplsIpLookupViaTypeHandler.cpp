@@ -151,8 +151,9 @@ ProcessingResult MplsIpLookupViaTypeHandler::processMplsVia(const Ptr<MplsContex
         return frameDealtWith;
     }
     nexthop.rewriteInfos().copyFrom(rewrites);
+    // A payload that is not looked into is left to the host with the pop alone, uncounted.
     if (entry.bos() && pointAtPayload(*context, via.payloadType, nexthop) &&
-        !nexthop.address().empty()) {
+        via.payloadType != Mpls::PayloadType::none && !nexthop.address().empty()) {
         countLabel(*context, nexthop);
     }
     return frameDealtWith;

@@ -85,7 +85,7 @@ ProcessingResult MplsOvixPlugin::handleVia(const Ptr<MplsContext>& context,
                                            std::uint32_t viaIndex) const {
     const Mpls::LfibViaType type = context->viaSet()->viaType(viaIndex);
     context->viaIndexIs(viaIndex);
-    const Ptr<MplsViaTypeHandler>& handler = mplsViaTypeHandlerRegistry_->handler(type);
+    const Ptr<MplsViaTypeHandler> handler = mplsViaTypeHandlerRegistry_->handler(type);
     if (handler) {
         return handler->processMplsVia(context);
     }

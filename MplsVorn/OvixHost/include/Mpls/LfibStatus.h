@@ -44,9 +44,6 @@ class LfibStatus : public LfibViaSource {
     /// Handles corruption itself: the hook is told and the via is invalid.
     Ovix::OvixMplsVia ipVia(std::uint32_t index) const override;
 
-    /// Loads the cache line that a route lookup will read.
-    void prefetch(RouteKey key) const noexcept;
-
     std::uint64_t routes() const noexcept { return header().routes; }
 
     /// The corruption hook: told of what a read ran into.

@@ -89,13 +89,6 @@ class FlatMap {
         return true;
     }
 
-    /// Loads the cache line on which the key's entry would stand.
-    void prefetch(std::uint64_t key) const noexcept {
-        if (size_ != 0) {
-            __builtin_prefetch(&slots_[home(key)]);
-        }
-    }
-
     template <typename Visitor>
     void forEach(Visitor&& visitor) const {
         for (const Slot& slot : slots_) {

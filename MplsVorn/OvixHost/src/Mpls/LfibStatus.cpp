@@ -39,11 +39,6 @@ LfibStatus::LfibStatus(std::string name, std::span<const std::byte> memory)
     }
 }
 
-void LfibStatus::prefetch(RouteKey key) const noexcept {
-    __builtin_prefetch(memory_.data() + indexOffset +
-                       key.topLabel().value() * sizeof(std::uint64_t));
-}
-
 // The record's bytes behind its header; empty when the record has been freed.
 std::span<const std::byte> LfibStatus::record(std::uint32_t unitIndex, Kind kind,
                                               std::string_view what) const {

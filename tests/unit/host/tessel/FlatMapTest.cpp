@@ -67,7 +67,6 @@ TEST_P(FlatMapOperations, AgreeWithTheStandardMap) {
                 ASSERT_EQ(*found, held->second);
             }
         } else {
-            map.prefetch(key);
             ASSERT_EQ(map[key], expected[key]); // created with its default if absent
         }
         ASSERT_EQ(map.size(), expected.size());
@@ -85,7 +84,6 @@ TEST(FlatMap, OfNothingFindsNothing) {
     EXPECT_EQ(map.memoryBytes(), 0U);
     EXPECT_EQ(map.find(0), nullptr);
     EXPECT_FALSE(map.erase(0));
-    map.prefetch(0);
     map.forEach([](std::uint64_t, std::uint32_t) { ADD_FAILURE(); });
 }
 

@@ -26,6 +26,7 @@ class ExternalFecVia : public TestSupport::MadeUpViasFixture {
     }
     static constexpr auto push = static_cast<std::uint32_t>(Lumo::MplsLabelAction::push);
     static constexpr auto swap = static_cast<std::uint32_t>(Lumo::MplsLabelAction::swap);
+    static_assert(push == 1 && swap == 3);
 
     ProcessingResult process(const OvixMplsVia& via, const Weights& weights = {1},
                              std::size_t nexthopCount = 1, bool counting = true) {

@@ -128,6 +128,16 @@ TEST_F(IpLookupVia, OfSeveralNextHopsTheFirstIsUsed) {
     EXPECT_TRUE((*++other)->unresolved());
 }
 
+TEST_F(IpLookupVia, SeveralNextHopsAreReportedOnceTheViaIsKnownAndBeforeAPing) {
+    process(mplsFrame({{100}}, ping4), setOfIpVias(2), 2);
+    expectDrop("More than 1 via");
+    counters = Tessel::make<OvixNamedCounters>();
+    process(mplsFrame({{100}}, ping4), lookupIn("red", PayloadType::ipv4), 2);
+    EXPECT_EQ(trace, lines({"Using first nexthop, but 2 nexthops found", "MPLS Oam packet"}));
+    EXPECT_EQ(counted("Exceptional", "Using first nexthop, but 2 nexthops found"), 1U);
+    EXPECT_EQ(counted("Action", "MPLS Oam packet"), 1U);
+}
+
 TEST_F(IpLookupVia, AnLspPingGoesToTheCpuAsItIs) {
     Bytes ping6 = Wire::ipv6({}, Wire::udp(1024, 3503));
     std::fill(ping6.begin() + 24, ping6.begin() + 39, std::uint8_t{0});
@@ -153,6 +163,26 @@ TEST_F(IpLookupVia, OnlyAPayloadTypeOfIpIsExaminedForOam) {
     EXPECT_EQ(nexthop().address().text(), "127.0.0.1");
     EXPECT_EQ(trace, lines({"Not IP payload type"}));
     EXPECT_TRUE(counters->counters().empty());
+}
+
+TEST_F(IpLookupVia, WithNothingUnderTheLabelThereIsNoOamToLookFor) {
+    process(mplsFrame({{100}}, {}), lookupIn("default", PayloadType::automatic));
+    EXPECT_EQ(trace, lines({"No inner headers for auto decided payload"}));
+}
+
+TEST_F(IpLookupVia, AnUnknownPayloadTypeIsCountedTowardTheAddressThatTheNextHopHas) {
+    const auto set = lookupIn("default", PayloadType{6});
+    const auto context = contextOf(mplsFrame({{100}}, ip4));
+    nexthops = Tessel::make<RoutingNexthops>();
+    nexthops->nexthopEnq(Tessel::make<RoutingNexthop>(Lumo::IntfId()));
+    const Lumo::IpGenAddr address = Lumo::IpGenAddr::ipv4(ip4.data() + 16);
+    nexthops->nexthopFront()->addressIs(address);
+    EXPECT_EQ(handler->processMplsVia(Tessel::make<MplsContext>(
+                  context, entryOf(100, 64, true), context->packetContext()->parsedPkt().header(2),
+                  set, nullptr, Lumo::MplsStackEntryIndex(0), nexthops)),
+              1);
+    EXPECT_EQ(nexthop().address(), address);
+    EXPECT_EQ(counterActions(), 1U);
 }
 
 TEST_F(IpLookupVia, AnEthernetPayloadOfAnIpTypeIsNoOam) {

@@ -212,6 +212,14 @@ TEST_F(MldpInputStep, AnUnknownVrfIsRefusedAsItIs) {
               std::vector{row("Exceptional", "MvpnIntfStatus entry not found for vrf ID %s", 3)});
 }
 
+TEST_F(MldpInputStep, AnyNumberOfAVrfMayBeKnown) {
+    for (const std::uint32_t vrf : {0U, 0x01020304U, 0xffffffffU}) {
+        mvpn->vrfIntfIdIs({vrf}, vlan100);
+        EXPECT_EQ(process(special({11, vrf})).kind, Kind::modified) << vrf;
+    }
+    EXPECT_TRUE(everythingCounted().empty());
+}
+
 TEST_F(MldpInputStep, WithoutCountersAnUnknownVrfIsOnlyTraced) {
     EXPECT_EQ(process(special({11, 8}), false).kind, Kind::refused);
     EXPECT_EQ(trace.back(), "Pkt 7: MvpnIntfStatus entry not found for vrf ID 8");
@@ -243,6 +251,8 @@ TEST_F(MldpInputStep, AnotherPmsiInterfaceIsNotLetIntoTheVrf) {
         EXPECT_EQ(trace, lines({"Detected special MPLS_EXCEPTION header for Vlan 11",
                                 "PMSI IntfId " + std::to_string(own.value()) +
                                     " mismatch with packet " + std::to_string(other.value())}));
+        // found out on the frame as rewritten
+        EXPECT_EQ(left().size(), special().size() - (own == vlan100 ? 20 : 24));
     }
     EXPECT_TRUE(everythingCounted().empty());
 }

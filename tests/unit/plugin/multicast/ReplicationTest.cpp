@@ -170,7 +170,9 @@ TEST_F(Replication, AUnicastSetFillsTheFramesOwnNextHop) {
 TEST_F(Replication, AnUnsetViaIndexIsAnInternalError) {
     const auto context =
         contextFor(Tessel::make<ReplicatedVias>(std::vector<OvixMplsVia>{swapVia(301)}));
-    EXPECT_DEATH(handler->processMplsVia(context), "viaIndex must be set for transit vias");
+    EXPECT_DEATH(handler->processMplsVia(context),
+                 "MplsVorn/OvixPlugin/MplsOvixPlugin.*doProcessMplsMulticastVia.*"
+                 "viaIndex must be set for transit vias");
 }
 
 TEST_F(Replication, TheLargestSetIsReplicatedWholeFromEitherTable) {

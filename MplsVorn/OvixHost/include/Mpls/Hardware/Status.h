@@ -62,11 +62,6 @@ class Status : public Tessel::Entity {
     std::size_t routes() const noexcept { return routeCount_; }
     std::size_t usedBytes() const noexcept;
 
-    // What a route lookup will read, loaded ahead in two steps: the route's place in the index,
-    // and, once that has arrived, the adjacency.
-    void prefetch(RouteKey key) const noexcept;
-    void prefetchAdjacency(RouteKey key) const noexcept;
-
   private:
     /// (place << 1) + 1 for unprogrammed, counted from 2; 0 for no route.
     using Target = std::uint32_t;

@@ -113,17 +113,4 @@ std::size_t Status::usedBytes() const noexcept {
     return bytes;
 }
 
-void Status::prefetch(RouteKey key) const noexcept {
-    if (key.depth() == 1) {
-        const std::uint32_t label = key.topLabel().value();
-        if (const Page* page = pages_[label / pageLabels].get()) {
-            __builtin_prefetch(&(*page)[label % pageLabels]);
-        }
-    }
-}
-
-void Status::prefetchAdjacency(RouteKey key) const noexcept {
-    __builtin_prefetch(places_[placeOf(targetOf(key))].adjacency.get());
-}
-
 } // namespace Mpls::Hardware
