@@ -1,42 +1,7 @@
 #include "Allocations.h"
 
-#include <cstdlib>
-#include <new>
-
-namespace {
-
-std::uint64_t count = 0;
-
-void* counted(void* memory) {
-    ++count;
-    if (memory == nullptr) {
-        throw std::bad_alloc();
-    }
-    return memory;
-}
-
-} // namespace
+#include "HeapCount.h"
 
 std::uint64_t Bench::allocations() noexcept {
-    return count;
-}
-
-void* operator new(std::size_t size) {
-    return counted(std::malloc(size));
-}
-void* operator new(std::size_t size, std::align_val_t alignment) {
-    const auto align = static_cast<std::size_t>(alignment);
-    return counted(std::aligned_alloc(align, (size + align - 1) / align * align));
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::align_val_t) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t, std::align_val_t) noexcept {
-    std::free(memory);
+    return TestSupport::heapAllocations;
 }

@@ -50,8 +50,10 @@ Bytes ethernet(std::uint32_t etherType) {
     return frame;
 }
 
-void putIpv4(Bytes& to, std::uint32_t flow, std::uint32_t destination) {
-    const std::uint32_t words[]{0x45000000 | 46, 0, 0x40110000, 0x0a010000 | flow, destination};
+/// A UDP packet of `length` bytes.
+void putIpv4(Bytes& to, std::uint32_t flow, std::uint32_t destination, std::uint32_t length = 46) {
+    constexpr std::uint32_t headersSize = 28;
+    const std::uint32_t words[]{0x45000000 | length, 0, 0x40110000, 0x0a010000 | flow, destination};
     std::uint32_t sum = 0;
     for (const std::uint32_t word : words) {
         sum += (word >> 16U) + (word & 0xffffU);
@@ -63,8 +65,8 @@ void putIpv4(Bytes& to, std::uint32_t flow, std::uint32_t destination) {
         put32(to, i == checksumWord ? words[i] | (~sum & 0xffffU) : words[i]);
     }
     put32(to, (flow << 16U) | 9U);
-    put32(to, 0x001a0000);
-    to.resize(to.size() + 18);
+    put32(to, (length - 20U) << 16U);
+    to.resize(to.size() + length - headersSize);
 }
 
 void putIpv6(Bytes& to, std::uint32_t flow) {
@@ -84,18 +86,25 @@ Bytes labelled(std::uint32_t label) {
     return frame;
 }
 
+OvixAgent::ViaConfig viaTo(OvixAgent::PayloadType payload) {
+    OvixAgent::ViaConfig via;
+    via.payload = payload;
+    via.vrf = "red";
+    return via;
+}
+OvixAgent::ViaConfig swapVia() {
+    OvixAgent::ViaConfig via = viaTo(OvixAgent::PayloadType::ipv4);
+    via.action = OvixAgent::ViaAction::swap;
+    via.labels = {300};
+    return via;
+}
+
+/// Each label has a route with the via.
 void labelRoutes(AgentConfig& config, std::uint32_t routes, OvixAgent::ViaType type,
-                 OvixAgent::PayloadType payload) {
+                 const OvixAgent::ViaConfig& via) {
     OvixAgent::LfibRouteConfig route;
     route.type = type;
-    route.vias.resize(1);
-    route.vias[0].payload = payload;
-    route.vias[0].vrf = "red";
-    if (type == OvixAgent::ViaTypes::externalFec) {
-        route.vias[0].action = OvixAgent::ViaAction::swap;
-        route.vias[0].labels = {300};
-        route.vias[0].fec = 42;
-    }
+    route.vias = {via};
     for (std::uint32_t i = 0; i < routes; ++i) {
         route.label = firstLabel + i;
         config.lfib.tables[0].push_back(route);
@@ -132,6 +141,12 @@ Bytes popIpv6Frame(std::uint32_t route, std::uint32_t flow) {
     putIpv6(frame, flow);
     return frame;
 }
+/// As big as the ports' MTU without its label.
+Bytes tooBigFrame(std::uint32_t route, std::uint32_t flow) {
+    Bytes frame = labelled(firstLabel + route);
+    putIpv4(frame, flow, customerNet + flow, 1500);
+    return frame;
+}
 Bytes ipFrame(std::uint32_t route, std::uint32_t flow) {
     Bytes frame = ethernet(0x0800);
     putIpv4(frame, flow, customerNet + (route << 8U) + 1);
@@ -146,11 +161,19 @@ const std::map<std::string, Edge>& edges() {
     namespace Types = OvixAgent::ViaTypes;
     const auto lookup = [](PayloadType payload) {
         return [payload](AgentConfig& config, std::uint32_t routes) {
-            labelRoutes(config, routes, Types::ipLookup, payload);
+            labelRoutes(config, routes, Types::ipLookup, viaTo(payload));
         };
     };
     const auto toFec = [](AgentConfig& config, std::uint32_t routes) {
-        labelRoutes(config, routes, Types::externalFec, PayloadType::ipv4);
+        OvixAgent::ViaConfig via = swapVia();
+        via.fec = 42;
+        labelRoutes(config, routes, Types::externalFec, via);
+    };
+    const auto toEast = [](AgentConfig& config, std::uint32_t routes) {
+        OvixAgent::ViaConfig via = swapVia();
+        via.port = 1;
+        via.nexthop = OvixAgent::IpAddress{OvixAgent::IpAddress::Family::ipv4, {10, 0, 2, 2}};
+        labelRoutes(config, routes, Types::ip, via);
     };
     static const std::map<std::string, Edge> all{
         {"pop_ipv4", {lookup(PayloadType::ipv4), popIpv4Frame}},
@@ -158,6 +181,7 @@ const std::map<std::string, Edge>& edges() {
         {"ip_push", {prefixRoutes, ipFrame}},
         {"external_fec", {toFec, popIpv4Frame}},
         {"pseudowire_cw", {[](AgentConfig&, std::uint32_t) {}, customerFrame, 2}},
+        {"mtu_exception", {toEast, tooBigFrame}},
     };
     return all;
 }
@@ -165,7 +189,7 @@ const std::map<std::string, Edge>& edges() {
 } // namespace
 
 std::vector<std::string> edgeScenarioNames() {
-    return {"pop_ipv4", "pop_ipv6", "ip_push", "external_fec", "pseudowire_cw"};
+    return {"pop_ipv4", "pop_ipv6", "ip_push", "external_fec", "pseudowire_cw", "mtu_exception"};
 }
 
 Scenario makeEdgeScenario(const std::string& name, std::uint32_t routes) {

@@ -6,7 +6,8 @@ namespace Bench {
 
 /// The kinds of traffic at the edge of an MPLS network, where labels are put on or taken off:
 /// popped and routed by IPv4 or IPv6, IP with a label pushed, toward an external FEC, an Ethernet
-/// frame into a pseudowire with a control word.
+/// frame into a pseudowire with a control word; and what is too big for its link, of which the
+/// control plane gets a copy.
 std::vector<std::string> edgeScenarioNames();
 
 /// Throws std::out_of_range for an unknown name. `routes` labels, or prefixes, have a route.

@@ -1,11 +1,19 @@
 #include "Router.h"
 
-#include "Mpls/Hardware/Status.h"
+#include "CapturedLoopback.h"
 #include "PluginHost.h"
 
 namespace Bench {
 
 namespace {
+
+/// Where all routers' exception frames go: like the process' raw sockets, which it stands in for,
+/// it is there once.
+MemoryPort& loopback() {
+    static MemoryPort frames;
+    static OvixAgent::CapturedLoopback captured(frames);
+    return frames;
+}
 
 OvixAgent::AgentState& started(OvixAgent::AgentState& state) {
     OvixAgent::startPlugin("", state.pluginContext());
@@ -23,13 +31,12 @@ OvixAgent::ForwardingTables& connected(OvixAgent::ForwardingTables& tables, Memo
 
 Router::Router(const OvixAgent::AgentConfig& config)
     : state_(config, "bench"), tables_(config),
-      forwarder_(started(state_).manager(), connected(tables_, out_), out_) {}
+      forwarder_(started(state_).manager(), connected(tables_, out_), out_),
+      loopback_(&loopback()) {}
 
-const Mpls::Hardware::Status& Router::hardware() const {
-    return *state_.pluginContext()
-                ->entityManager()
-                ->fetch<Mpls::Hardware::Status>("routing/hardware/mpls/status")
-                .entity;
-}
+Router::Router(const OvixAgent::AgentConfig& config, Ptr<Tessel::TableReader> tables)
+    : state_(config, std::move(tables), "bench"), tables_(config),
+      forwarder_(started(state_).manager(), connected(tables_, out_), out_),
+      loopback_(&loopback()) {}
 
 } // namespace Bench

@@ -25,24 +25,30 @@ class MemoryPort : public OvixAgent::TransmitPort {
 /// The agent's whole road on in-memory ports, with the plugin active.
 class Router {
   public:
+    /// The label tables are the configuration's.
     explicit Router(const OvixAgent::AgentConfig& config);
+    /// The label tables are those that somebody else publishes.
+    Router(const OvixAgent::AgentConfig& config, Ptr<Tessel::TableReader> tables);
+
+    Mpls::PublishedTables& tables() noexcept { return state_.tables(); }
 
     OvixAgent::Forwarder& forwarder() noexcept { return forwarder_; }
-    /// Frames that left, the CPU's included.
-    std::uint64_t framesOut() const noexcept { return out_.frames(); }
+    /// Frames that left, those to the CPU and the exception frames of all routers included.
+    std::uint64_t framesOut() const noexcept { return out_.frames() + loopback_->frames(); }
     Ptr<Ovix::RoutingHandler> mplsHandler() const {
         return state_.manager()->routingHandlers()->handler("Mpls");
     }
     const Ptr<Ovix::InputPipelineStep>& inputStep() const {
         return state_.manager()->genericPipelineSteps()->steps().front();
     }
-    const Mpls::Hardware::Status& hardware() const;
+    const Mpls::Hardware::Status& hardware() const { return *state_.tables().hardware(); }
 
   private:
     OvixAgent::AgentState state_;
     OvixAgent::ForwardingTables tables_;
     MemoryPort out_;
     OvixAgent::Forwarder forwarder_;
+    const MemoryPort* loopback_;
 };
 
 } // namespace Bench

@@ -8,21 +8,32 @@ frames=20000
 
 # Instructions inside one function and what it calls, divided by the frames sent.
 instructions() {
-    local log
+    local scenario=$1 function=$2 log total
     log=$(valgrind --tool=callgrind --callgrind-out-file=/dev/null --collect-atstart=no \
-        --toggle-collect="$2" "$build/bin/frame_instructions" "$1" "$frames" 2>&1)
-    local total
+        --toggle-collect="$function" "$build/bin/frame_instructions" "$scenario" "$frames" 2>&1) ||
+        { echo "$log" >&2 && return 1; }
     total=$(sed -n 's/.*Collected : \([0-9]*\).*/\1/p' <<<"$log")
+    if [ "${total:-0}" -eq 0 ]; then
+        echo "run_bench.sh: $scenario never came to $function" >&2
+        return 1
+    fi
     echo $((total / frames))
 }
 
 printf '\n%-16s %22s %22s\n' 'instructions' 'plugin, per frame' 'whole road, per frame'
 for scenario in swap pop push3 ucmp16 stack6_entropy unknown oam_punt \
-    pop_ipv4 pop_ipv6 ip_push external_fec pseudowire_cw; do
-    printf '%-16s %22s %22s\n' "$scenario" \
-        "$(instructions "$scenario" 'Ovix::MplsRoutingHandler::processPacket*')" \
-        "$(instructions "$scenario" 'OvixAgent::Forwarder::receive*')"
+    pop_ipv4 pop_ipv6 external_fec mtu_exception; do
+    plugin=$(instructions "$scenario" 'Ovix::MplsRoutingHandler::processPacket*')
+    road=$(instructions "$scenario" 'OvixAgent::Forwarder::receive*')
+    printf '%-16s %22s %22s\n' "$scenario" "$plugin" "$road"
+done
+
+# What comes in without a label is none of the plugin's handler's business.
+for scenario in ip_push pseudowire_cw; do
+    road=$(instructions "$scenario" 'OvixAgent::Forwarder::receive*')
+    printf '%-16s %22s %22s\n' "$scenario" '-' "$road"
 done
 
 # The input step, for frames that are none of its business.
-printf '\n%-16s %22s\n' 'input step' "$(instructions swap 'Ovix::MplsMldpInputStep::process*')"
+step=$(instructions swap 'Ovix::MplsMldpInputStep::process*')
+printf '\n%-16s %22s\n' 'input step' "$step"

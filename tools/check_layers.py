@@ -1,5 +1,7 @@
 #!/usr/bin/env python3
-"""Proves that dependencies point one way: agent -> plugin -> host interfaces -> standard library.
+"""Proves that dependencies point one way: agent -> plugin -> host interfaces -> standard library. The
+listener for the routing daemon stands beside agent and plugin: it uses the host interfaces only. The
+operator's command stands on top: it may use the agent's configuration, and nobody includes it.
 
 Reads the quoted includes of each layer's sources, what the plugin's shared object and the agent link
 against, and what the plugin exports. Prints each breach; exits 1 if there is one.
@@ -15,10 +17,13 @@ INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^">]+)[">]', re.MULTILINE)
 HOST = "MplsVorn/OvixHost"
 PLUGIN = "MplsVorn/OvixPlugin"
 AGENT = "MplsVorn/OvixAgent"
+CTL = "MplsVorn/OvixCtl"
+FPM = "MplsVorn/OvixFpm"
 # A layer may include quoted headers of these.
-ALLOWED = {HOST: [HOST], PLUGIN: [PLUGIN, HOST], AGENT: [AGENT, HOST]}
-# Only the agent uses packaged libraries.
-LIBRARIES = re.compile(r"^(pcap|yaml-cpp|nlohmann|fmt|CLI|gtest|benchmark)\b")
+ALLOWED = {HOST: [HOST], PLUGIN: [PLUGIN, HOST], AGENT: [AGENT, HOST],
+           CTL: [CTL, AGENT, HOST], FPM: [FPM, HOST]}
+# Only the programs use packaged libraries.
+LIBRARIES = re.compile(r"^(pcap|libmnl|xdp|bpf|yaml-cpp|nlohmann|fmt|CLI|gtest|benchmark)\b")
 RUNTIME = re.compile(r"^(libOvixHost\.so|libstdc\+\+\.so|libgcc_s\.so|libm\.so|libc\.so|ld-linux"
                      r"|libasan\.so|libubsan\.so|libtsan\.so)")
 
@@ -42,8 +47,8 @@ def include_breaches(root):
                 place = source.relative_to(root)
                 if kind == '"' and not any(name in headers[other] for other in allowed):
                     yield f"{place}: includes \"{name}\", which is not of {' or '.join(allowed)}"
-                if kind == "<" and layer != AGENT and LIBRARIES.match(name):
-                    yield f"{place}: includes <{name}>, which only the agent may"
+                if kind == "<" and layer in (HOST, PLUGIN) and LIBRARIES.match(name):
+                    yield f"{place}: includes <{name}>, which only programs may"
 
 
 def tool(*command):

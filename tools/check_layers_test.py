@@ -43,6 +43,24 @@ class LayerCheck(unittest.TestCase):
         self.write("MplsVorn/OvixAgent/Into.cpp", '#include "Plugin.h"\n')
         self.assertEqual(len(self.breaches()), 1)
 
+    def test_listener_including_host_passes(self):
+        self.write("MplsVorn/OvixFpm/Listener.cpp", '#include "Ovix/Host.h"\n')
+        self.assertEqual(self.breaches(), [])
+
+    def test_listener_including_agent_is_found(self):
+        self.write("MplsVorn/OvixFpm/Into.cpp", '#include "Agent.h"\n')
+        self.assertEqual(len(self.breaches()), 1)
+
+    def test_listener_including_plugin_is_found(self):
+        self.write("MplsVorn/OvixFpm/Into.cpp", '#include "Plugin.h"\n')
+        self.assertEqual(len(self.breaches()), 1)
+
+    def test_the_command_includes_the_agent_and_never_the_other_way_round(self):
+        self.write("MplsVorn/OvixCtl/Ctl.h", '#include "Agent.h"\n#include <fmt/core.h>\n')
+        self.assertEqual(self.breaches(), [])
+        self.write("MplsVorn/OvixAgent/Up.cpp", '#include "Ctl.h"\n')
+        self.assertEqual(len(self.breaches()), 1)
+
     def test_plugin_including_a_library_is_found(self):
         self.write("MplsVorn/OvixPlugin/Lib.cpp", "#include <fmt/core.h>\n")
         self.assertEqual(len(self.breaches()), 1)

@@ -1,23 +1,27 @@
 #pragma once
 
-#include <array>
 #include <memory>
 #include <string>
 
 #include "ConfigTypes.h"
-#include "Mpls/LfibWriter.h"
+#include "Interface/EthIntfStatusDir.h"
+#include "Mpls/PublishedTables.h"
+#include "Mpls/TablePublisher.h"
 #include "Ovix/OvixPlugin.h"
 #include "Tessel/EntityManager.h"
 
 namespace OvixAgent {
 
-/// A configuration as the state that plugins read: the state database, the shared tables and the
+/// A configuration as the state that plugins read: the state database, the label tables and the
 /// lists to hook into.
 class AgentState {
   public:
-    /// Publishes everything. `systemName` keeps apart the tables of agents in one process. Throws
-    /// ConfigError, naming `file`, for what the tables refuse.
+    /// The label tables are those of the configuration. `systemName` keeps apart the tables of
+    /// agents in one process. Throws ConfigError, naming `file`, for what the tables refuse.
     AgentState(const AgentConfig& config, const std::string& file,
+               const std::string& systemName = "ovix");
+    /// The label tables are those that somebody else publishes.
+    AgentState(const AgentConfig& config, Ptr<Tessel::TableReader> tables,
                const std::string& systemName = "ovix");
     ~AgentState();
     AgentState(const AgentState&) = delete;
@@ -25,21 +29,21 @@ class AgentState {
 
     const Ptr<Ovix::PluginContext>& pluginContext() const noexcept { return context_; }
     const Ptr<Ovix::PluginManager>& manager() const noexcept { return context_->manager(); }
-    Mpls::LfibWriter& lfib(LfibTable table) const noexcept {
-        return *lfibs_[static_cast<std::size_t>(table)];
-    }
+    const Ptr<Interface::EthIntfStatusDir>& interfaces() const noexcept { return interfaces_; }
+    Mpls::PublishedTables& tables() noexcept { return published_; }
+    const Mpls::PublishedTables& tables() const noexcept { return published_; }
 
   private:
+    AgentState(const AgentConfig& config, std::unique_ptr<Mpls::TablePublisher> own,
+               const std::string& systemName);
     void publishState(const AgentConfig& config);
-    void publishLfibs(const AgentConfig& config, const std::string& file);
-    void publishMvpn(const AgentConfig& config);
+    void publishTables();
 
+    std::unique_ptr<Mpls::TablePublisher> own_;
     Ptr<Tessel::EntityManager> entities_;
-    std::array<std::unique_ptr<Mpls::LfibWriter>, lfibTableNames.size()> lfibs_;
+    Mpls::PublishedTables published_;
+    Ptr<Interface::EthIntfStatusDir> interfaces_ = Tessel::make<Interface::EthIntfStatusDir>();
     Ptr<Ovix::PluginContext> context_;
 };
-
-/// The via record of a configured via.
-Ovix::OvixMplsVia toViaRecord(const ViaConfig& via, const AgentConfig& config);
 
 } // namespace OvixAgent

@@ -14,15 +14,21 @@ constexpr auto isLater = [](const auto& a, const auto& b) {
 
 } // namespace
 
-CaptureMerge::CaptureMerge(std::vector<CaptureReader> readers)
-    : readers_(std::move(readers)), lastReader_(readers_.size()) {
+CaptureMerge::CaptureMerge(std::vector<CaptureReader> readers) : readers_(std::move(readers)) {
     heads_.reserve(readers_.size());
-    for (std::size_t i = 0; i < readers_.size(); ++i) {
-        pull(i);
+    for (std::size_t i = readers_.size(); i > 0; --i) {
+        toRead_.push_back(i - 1);
     }
 }
 
-void CaptureMerge::pull(std::size_t reader) {
+int CaptureMerge::waitDescriptor() const noexcept {
+    return toRead_.empty() ? -1 : readers_[toRead_.back()].waitDescriptor();
+}
+
+// Not before it is asked for: reading on invalidates the frame that was handed out last.
+void CaptureMerge::look() {
+    const std::size_t reader = toRead_.back();
+    toRead_.pop_back();
     if (const Frame* frame = readers_[reader].next(); frame != nullptr) {
         heads_.push_back({frame->time, reader, frame});
         std::push_heap(heads_.begin(), heads_.end(), isLater);
@@ -30,18 +36,16 @@ void CaptureMerge::pull(std::size_t reader) {
 }
 
 const Frame* CaptureMerge::next() {
-    // Not before now: reading on invalidates the frame that was handed out last.
-    if (lastReader_ < readers_.size()) {
-        pull(lastReader_);
+    while (!toRead_.empty()) {
+        look();
     }
     if (heads_.empty()) {
-        lastReader_ = readers_.size();
         return nullptr;
     }
     std::pop_heap(heads_.begin(), heads_.end(), isLater);
     const Head head = heads_.back();
     heads_.pop_back();
-    lastReader_ = head.reader;
+    toRead_.push_back(head.reader);
     return head.frame;
 }
 

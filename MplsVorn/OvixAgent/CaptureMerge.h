@@ -15,7 +15,12 @@ class CaptureMerge {
   public:
     explicit CaptureMerge(std::vector<CaptureReader> readers);
 
-    /// The next frame, good until the following call; null at the end.
+    /// What to wait on before `look`, which then reads a frame without waiting for it; -1 when
+    /// `next` keeps nobody waiting.
+    int waitDescriptor() const noexcept;
+    void look();
+
+    /// The next frame, good until the following call or `look`; null at the end.
     const Frame* next();
 
     /// True when no frame's time stamp can be finer than a microsecond.
@@ -35,11 +40,9 @@ class CaptureMerge {
         const Frame* frame;
     };
 
-    void pull(std::size_t reader);
-
     std::vector<CaptureReader> readers_;
-    std::vector<Head> heads_; ///< a heap, the frame to hand out next at its top
-    std::size_t lastReader_;
+    std::vector<Head> heads_;         ///< a heap, the frame to hand out next at its top
+    std::vector<std::size_t> toRead_; ///< readers that have no frame in the heap and may have one
 };
 
 } // namespace OvixAgent

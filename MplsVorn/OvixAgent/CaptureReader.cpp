@@ -30,10 +30,16 @@ bool beginsLikeMicrosecondPcap(std::FILE* file) {
     return magic == bigEndian || std::equal(magic.begin(), magic.end(), bigEndian.rbegin());
 }
 
-std::uint64_t regularFileSize(std::FILE* file) {
+struct FileKind {
+    bool isPipe;
+    std::uint64_t bytes; ///< 0 when unknown
+};
+
+FileKind kindOf(std::FILE* file) {
     struct stat status {};
-    const bool isRegular = fstat(fileno(file), &status) == 0 && S_ISREG(status.st_mode);
-    return isRegular ? static_cast<std::uint64_t>(status.st_size) : 0;
+    const bool known = fstat(fileno(file), &status) == 0;
+    return {known && (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode)),
+            known && S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0};
 }
 
 /// A damaged capture may hold any fraction of a second, even a negative one.
@@ -58,7 +64,13 @@ CaptureReader::CaptureReader(std::uint32_t port, std::string path) : path_(std::
     if (file == nullptr) {
         throw CaptureError(fmt::format("{}: cannot be opened: {}", path_, std::strerror(errno)));
     }
-    sizeBytes_ = regularFileSize(file);
+    const FileKind kind = kindOf(file);
+    sizeBytes_ = kind.bytes;
+    if (kind.isPipe) {
+        // What a buffer held already, waiting on the descriptor would not see.
+        std::setvbuf(file, nullptr, _IONBF, 0);
+        waitDescriptor_ = fileno(file);
+    }
     hasMicroseconds_ = beginsLikeMicrosecondPcap(file);
     std::array<char, PCAP_ERRBUF_SIZE> error{};
     capture_.reset(

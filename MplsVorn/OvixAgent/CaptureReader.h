@@ -30,6 +30,9 @@ class CaptureReader {
     /// resolution is up to each of its interfaces.
     bool hasMicroseconds() const noexcept { return hasMicroseconds_; }
 
+    /// What to wait on for the next frame of a pipe; -1 for a file, which keeps nobody waiting.
+    int waitDescriptor() const noexcept { return waitDescriptor_; }
+
     const std::string& path() const noexcept { return path_; }
     /// 0 when unknown, as for a pipe.
     std::uint64_t sizeBytes() const noexcept { return sizeBytes_; }
@@ -47,6 +50,7 @@ class CaptureReader {
     std::unique_ptr<pcap, Closer> capture_;
     Frame frame_;
     std::string problem_;
+    int waitDescriptor_ = -1;
     std::uint64_t frames_ = 0;
     std::uint64_t sizeBytes_ = 0;
     bool hasMicroseconds_ = false;

@@ -54,6 +54,16 @@ std::vector<InputOption> parseInputs(const std::vector<std::string>& texts) {
     return inputs;
 }
 
+/// Captures come with a directory for what leaves; live ports with neither.
+void checkForm(const RunOptions& options, const std::vector<std::string>& inputs) {
+    if (options.live && !(inputs.empty() && options.outDirectory.empty())) {
+        throw CLI::ExcludesError("--live", inputs.empty() ? "--out" : "--in");
+    }
+    if (!options.live && options.outDirectory.empty()) {
+        throw CLI::RequiredError("--out");
+    }
+}
+
 CliExit exitFor(const CLI::App& app, const CLI::ParseError& error) {
     std::ostringstream out;
     std::ostringstream err;
@@ -76,19 +86,33 @@ std::variant<RunOptions, CliExit> parseCommandLine(int argc, const char* const* 
         ->type_name("PORT=CAPTURE");
     run->add_option("--out", options.outDirectory,
                     "The directory for PORT.pcap, cpu.pcap and lo.pcap")
-        ->type_name("DIR")
-        ->required();
+        ->type_name("DIR");
+    run->add_flag("--live", options.live,
+                  "Forward on the network interfaces that the ports name, until SIGTERM, and not "
+                  "captures; SIGHUP reads CONFIG anew");
     run->add_flag("--json", options.json, "Print the summary as JSON");
     run->add_flag("--trace", options.trace, "Print what happens to each frame");
     run->add_option("--plugin", options.plugin, "The plugin to load")->type_name("FILE");
+    run->add_option(
+           "--tables", options.tables,
+           "Take the label tables, the hardware status and the multicast VPN interfaces "
+           "from shared memory, where ovixctl and others publish them, and not from CONFIG")
+        ->type_name("NAME");
+    run->add_option("--control", options.control,
+                    "The socket at which to answer ovixctl (with --tables, by default NAME.sock in "
+                    "the runtime directory)")
+        ->type_name("PATH");
     run->add_flag("--quiet", options.quiet, "Show no progress");
     try {
         app.parse(argc, argv);
         takeConfigFromInputs(options.config, inputs);
+        checkForm(options, inputs);
         if (options.config.empty()) {
             throw CLI::RequiredError("CONFIG");
         }
-        options.inputs = parseInputs(inputs);
+        if (!options.live) {
+            options.inputs = parseInputs(inputs);
+        }
     } catch (const CLI::ParseError& error) {
         return exitFor(app, error);
     }

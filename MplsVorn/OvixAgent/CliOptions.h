@@ -25,9 +25,12 @@ struct InputOption {
 /// The command `run`.
 struct RunOptions {
     std::string config;
-    std::vector<InputOption> inputs; ///< at least one
-    std::string outDirectory;
-    std::string plugin; ///< empty: the one that comes with the agent
+    bool live = false;               ///< on the ports' interfaces and not on captures
+    std::vector<InputOption> inputs; ///< at least one, unless live
+    std::string outDirectory;        ///< empty when live
+    std::string plugin;  ///< empty: the one that comes with the agent
+    std::string tables;  ///< shared label tables to take; empty: those of the configuration
+    std::string control; ///< where to answer requests; empty: where the tables' name says
     bool json = false;
     bool trace = false;
     bool quiet = false;

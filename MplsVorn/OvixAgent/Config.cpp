@@ -69,7 +69,7 @@ AgentConfig readConfig(const ConfigValue& root) {
         root.fail("ports: missing (the file is empty)");
     }
     const ConfigMap map(root, {"mpls-routing", "toggles", "ports", "neighbours", "lfib", "hardware",
-                               "pseudowires", "routes", "fecs", "mvpn"});
+                               "pseudowires", "routes", "fecs", "mvpn", "cpu"});
     AgentConfig config;
     config.mplsRouting = map.booleanOr("mpls-routing", true);
     if (const auto toggles = map.find("toggles")) {
@@ -95,6 +95,9 @@ AgentConfig readConfig(const ConfigValue& root) {
     }
     if (const auto mvpn = map.find("mvpn")) {
         config.mvpn = readMvpn(*mvpn, portNames);
+    }
+    if (const auto cpu = map.find("cpu")) {
+        config.cpuTap = ConfigMap(*cpu, {"tap"}).required("tap").name("device name", 15);
     }
     if (const auto routes = map.find("routes")) {
         config.routes = readRoutes(*routes, config, portNames);

@@ -1,17 +1,17 @@
 #include "ConfigHardware.h"
 
 #include <fmt/format.h>
-#include <limits>
 #include <unordered_map>
 
 #include "ConfigLfib.h"
 #include "ConfigVias.h"
+#include "Tessel/TableLayout.h"
 
 namespace OvixAgent {
 
 namespace {
 
-constexpr std::uint64_t anyId = std::numeric_limits<std::uint64_t>::max();
+constexpr std::uint64_t maxId = Tessel::TableLayout::maxKey;
 
 /// Adjacency id -> line.
 using AdjacencyLines = std::unordered_map<std::uint64_t, std::size_t>;
@@ -22,7 +22,7 @@ AdjacencyConfig readAdjacency(const ConfigValue& value, const PortNames& ports,
     AdjacencyConfig adjacency;
     adjacency.line = value.line();
     const ConfigValue id = map.required("id");
-    adjacency.id = id.number<std::uint64_t>("adjacency id", 0, anyId);
+    adjacency.id = id.number<std::uint64_t>("adjacency id", 0, maxId);
     const auto [first, isNew] = lines.emplace(adjacency.id, id.line());
     if (!isNew) {
         id.fail(
@@ -44,7 +44,7 @@ HardwareRouteConfig readRoute(const ConfigValue& value, RouteLabels& labels,
     route.line = value.line();
     route.label = labels.read(map);
     const ConfigValue adjacency = map.required("adjacency");
-    route.adjacency = adjacency.number<std::uint64_t>("adjacency id", 0, anyId);
+    route.adjacency = adjacency.number<std::uint64_t>("adjacency id", 0, maxId);
     if (!adjacencies.contains(route.adjacency)) {
         adjacency.fail(fmt::format("no adjacency has the id {}", route.adjacency));
     }

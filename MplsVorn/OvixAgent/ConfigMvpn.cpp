@@ -26,6 +26,7 @@ std::vector<MvpnConfig> readMvpn(const ConfigValue& list, const PortNames& ports
         const ConfigValue item = list.item(i);
         const ConfigMap map(item, {"vrf-id", "vlan", "interface"});
         MvpnConfig& entry = entries.emplace_back(readEntry(map));
+        entry.line = item.line();
         const auto interface = map.find("interface");
         if (interface) {
             entry.port = ports.read(*interface);

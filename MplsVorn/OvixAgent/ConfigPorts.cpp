@@ -57,10 +57,16 @@ std::vector<IpInterfaceAddress> readAddresses(const ConfigValue& list) {
 
 PortConfig readPort(const ConfigValue& value) {
     static constexpr ConfigChoice states[]{{"up", 1}, {"down", 0}};
-    const ConfigMap map(value, {"name", "mac", "mtu", "addresses", "tagging", "status", "vrf"});
+    const ConfigMap map(value,
+                        {"name", "mac", "mtu", "addresses", "tagging", "status", "vrf", "kind"});
     PortConfig port;
     port.name = readPortName(map.required("name"));
-    port.mac = readUnicastMac(map.required("mac"));
+    static constexpr ConfigChoice kinds[]{{"packet", 1}, {"xdp", 2}, {"tap", 3}};
+    port.kind = static_cast<PortKind>(map.choiceOr("kind", kinds, 1));
+    // A port that is said to be an interface of this host has the interface's address.
+    if (!map.find("kind") || map.find("mac")) {
+        port.mac = readUnicastMac(map.required("mac"));
+    }
     port.mtu = map.numberOr("mtu", minMtu, maxMtu, port.mtu);
     if (const auto addresses = map.find("addresses")) {
         port.addresses = readAddresses(*addresses);

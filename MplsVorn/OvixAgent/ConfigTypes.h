@@ -45,9 +45,13 @@ struct Tagging {
 /// An index into AgentConfig::ports.
 using PortIndex = std::uint32_t;
 
+/// How a live port takes and sends its frames.
+enum class PortKind : std::uint8_t { packet = 1, xdp = 2, tap = 3 };
+
 struct PortConfig {
-    std::string name; ///< 1 to 15 bytes; also names the port's output capture
-    MacAddress mac{};
+    std::string name; ///< 1 to 15 bytes; the port's interface, or its output capture
+    PortKind kind = PortKind::packet;
+    MacAddress mac{};         ///< zeros: the interface's own
     std::uint32_t mtu = 1500; ///< of the frame without its Ethernet header
     std::vector<IpInterfaceAddress> addresses;
     Tagging tagging;
@@ -196,6 +200,7 @@ struct MvpnConfig {
     std::uint32_t vrfId = 0;
     std::optional<std::uint16_t> vlan; ///< 1..4094
     std::optional<PortIndex> port;     ///< set exactly when `vlan` is not
+    std::size_t line = 0;
 };
 
 /// An address prefix; the bits behind it are zero.
@@ -238,7 +243,8 @@ struct AgentConfig {
     HardwareConfig hardware;
     std::vector<FecConfig> fecs; ///< each id once
     std::vector<PseudowireConfig> pseudowires;
-    std::vector<MvpnConfig> mvpn;      ///< each VRF once
+    std::vector<MvpnConfig> mvpn; ///< each VRF once
+    std::string cpuTap; ///< the TAP device that a live run hands punted frames to; empty: none
     std::vector<IpRouteConfig> routes; ///< a prefix stands at most once in a VRF
 };
 

@@ -82,7 +82,11 @@ Fate EgressLookup::sendTo(const Lumo::IpGenAddr& address, PortIndex port, Egress
     if (route != nullptr && route->isLocal()) {
         return punt(Reason::localAddress);
     }
-    return drop(isAddressed ? Reason::noNeighbour : Reason::noAddress);
+    if (!isAddressed) {
+        return drop(Reason::noAddress);
+    }
+    tables_->neighbours.want(address, port);
+    return drop(Reason::noNeighbour);
 }
 
 } // namespace OvixAgent

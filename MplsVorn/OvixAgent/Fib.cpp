@@ -13,13 +13,42 @@ PrefixTable& Fib::tableOf(Lengths& lengths, unsigned length) {
                                                          : *lengths.insert(at, PrefixTable(length));
 }
 
+std::uint32_t Fib::place(IpRoute route) {
+    if (free_.empty()) {
+        routes_.push_back(std::move(route));
+        return static_cast<std::uint32_t>(routes_.size() - 1);
+    }
+    const std::uint32_t at = free_.back();
+    free_.pop_back();
+    routes_[at] = std::move(route);
+    return at;
+}
+
 bool Fib::insert(const IpPrefix& prefix, IpRoute route) {
     Lengths& lengths = prefix.address.family == IpAddress::Family::ipv4 ? ipv4_ : ipv6_;
     const AddressBits bits = AddressBits::of(toIpGenAddr(prefix.address));
-    if (!tableOf(lengths, prefix.length).insert(bits, static_cast<std::uint32_t>(routes_.size()))) {
+    const std::uint32_t at = place(std::move(route));
+    if (!tableOf(lengths, prefix.length).insert(bits, at)) {
+        free_.push_back(at);
         return false;
     }
-    routes_.push_back(std::move(route));
+    return true;
+}
+
+void Fib::routeIs(const IpPrefix& prefix, IpRoute route) {
+    routeDel(prefix);
+    insert(prefix, std::move(route));
+}
+
+bool Fib::routeDel(const IpPrefix& prefix) {
+    Lengths& lengths = prefix.address.family == IpAddress::Family::ipv4 ? ipv4_ : ipv6_;
+    const std::uint32_t at =
+        tableOf(lengths, prefix.length).erase(AddressBits::of(toIpGenAddr(prefix.address)));
+    if (at == PrefixTable::none) {
+        return false;
+    }
+    routes_[at] = IpRoute::drop();
+    free_.push_back(at);
     return true;
 }
 

@@ -5,6 +5,8 @@
 #include "CaptureError.h"
 #include "IpPacket.h"
 #include "IpRoutingHandler.h"
+#include "SummaryParts.h"
+#include "Tessel/Exceptions.h"
 
 namespace OvixAgent {
 
@@ -38,6 +40,11 @@ void Forwarder::receive(const Frame& frame) {
         account(fate, *inHand_.frame);
     } catch (const CaptureError&) {
         throw; // an output that cannot be written is no fault of the frame
+    } catch (const Tessel::SnapshotLost&) {
+        // Label tables are read before anything is sent.
+        in_.frames -= 1;
+        in_.bytes -= frame.bytes.size();
+        throw;
     } catch (const std::exception& refused) {
         // A frame that the plugin or the host refuses outright, such as a stack of more labels than
         // it walks.
@@ -230,10 +237,7 @@ void Forwarder::addTo(Summary& summary) const {
                                                               : summary.handedOn;
         reasons.add(fate.reason, fate.count);
     }
-    for (const auto& counter : counters_->counters()) {
-        summary.counters.push_back(
-            {counter.category, counter.module, counter.reason, counter.count});
-    }
+    summary.counters = OvixAgent::namedCounters(*counters_);
 }
 
 } // namespace OvixAgent

@@ -19,7 +19,8 @@ class Forwarder {
     /// frames, must outlive the forwarder.
     Forwarder(const Ptr<Ovix::PluginManager>& manager, ForwardingTables& tables, TransmitPort& cpu);
 
-    /// Throws CaptureError when an output cannot be written.
+    /// Throws CaptureError when an output cannot be written, and Tessel::SnapshotLost when the
+    /// label tables have to be refreshed first; then the frame has not been taken.
     void receive(const Frame& frame);
 
     /// Adds what has been counted: frames, fates and their reasons, ports and named counters.

@@ -13,7 +13,8 @@ namespace OvixAgent {
 struct IpRouteVia {
     PortIndex port = 0;
     bool onLink = false;                ///< the destination is a neighbour itself
-    const Lumo::EthAddr* mac = nullptr; ///< else the next hop's; null: not known
+    const Lumo::EthAddr* mac = nullptr; ///< else the next hop's; null: not known when it was made
+    Lumo::IpGenAddr nexthop;            ///< to look for then
     std::uint32_t weight = 1;
     Ptr<Ovix::RewriteImpl> push; ///< puts the route's label stack on; empty: none
 };

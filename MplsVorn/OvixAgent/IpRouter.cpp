@@ -76,8 +76,11 @@ Fate IpRouter::follow(const IpRoute& route, Ovix::PacketContext& packet,
     }
     const IpRouteVia& via =
         route.vias().size() == 1 ? route.vias().front() : route.choose(packet.hash());
-    const Lumo::EthAddr* mac = via.onLink ? tables_->neighbours.find(address, via.port) : via.mac;
+    const Lumo::IpGenAddr& neighbour = via.onLink ? address : via.nexthop;
+    const Lumo::EthAddr* mac =
+        via.mac != nullptr ? via.mac : tables_->neighbours.find(neighbour, via.port);
     if (mac == nullptr) {
+        tables_->neighbours.want(neighbour, via.port);
         return drop(Reason::noNeighbour);
     }
     egress.port = &tables_->ports.ports()[via.port];

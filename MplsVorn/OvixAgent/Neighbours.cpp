@@ -1,5 +1,6 @@
 #include "Neighbours.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace OvixAgent {
@@ -11,12 +12,23 @@ Lumo::IpGenAddr toIpGenAddr(const IpAddress& address) noexcept {
 
 Neighbours::Neighbours(const AgentConfig& config) : links_(config.ports.size()) {
     for (const NeighbourConfig& neighbour : config.neighbours) {
-        const Lumo::IpGenAddr address = toIpGenAddr(neighbour.address);
-        neighbours_.insert_or_assign({address, neighbour.port}, neighbour.mac);
-        Link& link = links_[neighbour.port];
+        neighbours_.insert_or_assign({toIpGenAddr(neighbour.address), neighbour.port},
+                                     Device{neighbour.mac, true});
+    }
+    for (PortIndex port = 0; port < links_.size(); ++port) {
+        countDevices(port);
+    }
+}
+
+void Neighbours::countDevices(PortIndex port) {
+    Link& link = links_[port] = {};
+    for (const auto& [key, device] : neighbours_) {
+        if (key.port != port) {
+            continue;
+        }
         if (link.devices == 0) {
-            link = {neighbour.mac, 1};
-        } else if (link.first != neighbour.mac) {
+            link = {device.mac, 1};
+        } else if (link.first != device.mac) {
             ++link.devices;
         }
     }
@@ -24,7 +36,37 @@ Neighbours::Neighbours(const AgentConfig& config) : links_(config.ports.size()) 
 
 const Lumo::EthAddr* Neighbours::find(const Lumo::IpGenAddr& address, PortIndex port) const {
     const auto found = neighbours_.find({address, port});
-    return found != neighbours_.end() ? &found->second : nullptr;
+    return found != neighbours_.end() ? &found->second.mac : nullptr;
+}
+
+void Neighbours::learn(const Lumo::IpGenAddr& address, PortIndex port, const Lumo::EthAddr& mac) {
+    Device& device = neighbours_[{address, port}];
+    if (!device.isConfigured && device.mac != mac) {
+        device.mac = mac;
+        countDevices(port);
+    }
+}
+
+void Neighbours::forget(const Lumo::IpGenAddr& address, PortIndex port) {
+    const auto found = neighbours_.find({address, port});
+    if (found != neighbours_.end() && !found->second.isConfigured) {
+        neighbours_.erase(found);
+        countDevices(port);
+    }
+}
+
+void Neighbours::want(const Lumo::IpGenAddr& address, PortIndex port) const noexcept {
+    const Wanted wanted{address, port};
+    const auto end = wanted_.begin() + wantedCount_;
+    if (wantedCount_ < wanted_.size() && std::find(wanted_.begin(), end, wanted) == end) {
+        wanted_[wantedCount_++] = wanted;
+    }
+}
+
+std::vector<Neighbours::Wanted> Neighbours::takeWanted() {
+    const std::vector<Wanted> taken(wanted_.begin(), wanted_.begin() + wantedCount_);
+    wantedCount_ = 0;
+    return taken;
 }
 
 std::size_t Neighbours::Hash::operator()(const Key& key) const noexcept {

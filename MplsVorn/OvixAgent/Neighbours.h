@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <unordered_map>
 #include <vector>
 
@@ -19,6 +20,21 @@ class Neighbours {
     /// Null when the port has no neighbour of that address.
     const Lumo::EthAddr* find(const Lumo::IpGenAddr& address, PortIndex port) const;
 
+    /// A neighbour found on the link, or that has moved. One of the configuration stays as it says.
+    void learn(const Lumo::IpGenAddr& address, PortIndex port, const Lumo::EthAddr& mac);
+    void forget(const Lumo::IpGenAddr& address, PortIndex port);
+
+    /// Remembers that a frame had to be dropped for want of the neighbour.
+    void want(const Lumo::IpGenAddr& address, PortIndex port) const noexcept;
+    struct Wanted {
+        Lumo::IpGenAddr address;
+        PortIndex port = 0;
+        bool operator==(const Wanted&) const = default;
+    };
+    /// Who has been wanted since the last call, each once; those beyond the first few wait for
+    /// another frame.
+    std::vector<Wanted> takeWanted();
+
     /// The one device on the port's link; null when there is none or several, by their MAC
     /// addresses.
     const Lumo::EthAddr* only(PortIndex port) const noexcept {
@@ -30,17 +46,21 @@ class Neighbours {
         Lumo::EthAddr first{};
         std::size_t devices = 0; ///< at least this many
     };
-    struct Key {
-        Lumo::IpGenAddr address;
-        PortIndex port = 0;
-        bool operator==(const Key&) const = default;
-    };
+    using Key = Wanted;
     struct Hash {
         std::size_t operator()(const Key& key) const noexcept;
     };
+    struct Device {
+        Lumo::EthAddr mac;
+        bool isConfigured = false;
+    };
 
-    std::unordered_map<Key, Lumo::EthAddr, Hash> neighbours_;
+    void countDevices(PortIndex port);
+
+    std::unordered_map<Key, Device, Hash> neighbours_;
     std::vector<Link> links_; ///< by port
+    mutable std::array<Wanted, 32> wanted_;
+    mutable std::size_t wantedCount_ = 0;
 };
 
 } // namespace OvixAgent

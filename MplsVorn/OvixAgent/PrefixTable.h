@@ -62,16 +62,39 @@ class PrefixTable {
         return true;
     }
 
+    /// The value that the prefix had; `none` when it was not there. Later entries of the probe run
+    /// move up.
+    std::uint32_t erase(AddressBits address) {
+        std::size_t hole = slotFor(address & mask_);
+        const std::uint32_t value = slots_[hole].value;
+        if (value == none) {
+            return none;
+        }
+        const std::size_t last = slots_.size() - 1;
+        for (std::size_t at = (hole + 1) & last; slots_[at].value != none; at = (at + 1) & last) {
+            if (((at - home(slots_[at].prefix)) & last) >= ((at - hole) & last)) {
+                slots_[hole] = slots_[at];
+                hole = at;
+            }
+        }
+        slots_[hole] = Slot();
+        --size_;
+        return value;
+    }
+
   private:
     struct Slot {
         AddressBits prefix;
         std::uint32_t value = none;
     };
 
-    std::size_t slotFor(AddressBits prefix) const noexcept {
+    std::size_t home(AddressBits prefix) const noexcept {
         std::uint64_t hash = (prefix.high ^ std::rotl(prefix.low, 29)) * 0x9e3779b97f4a7c15;
         hash ^= hash >> 32U;
-        std::size_t at = hash & (slots_.size() - 1);
+        return hash & (slots_.size() - 1);
+    }
+    std::size_t slotFor(AddressBits prefix) const noexcept {
+        std::size_t at = home(prefix);
         while (slots_[at].value != none && slots_[at].prefix != prefix) {
             at = (at + 1) & (slots_.size() - 1);
         }

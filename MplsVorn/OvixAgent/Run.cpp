@@ -1,96 +1,28 @@
 #include "Run.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <fmt/core.h>
 #include <memory>
+#include <optional>
 
+#include "AgentControl.h"
 #include "AgentState.h"
-#include "CaptureDirectory.h"
 #include "CaptureMerge.h"
-#include "CapturedLoopback.h"
+#include "CaptureOutputs.h"
+#include "CaptureRun.h"
 #include "CliInputs.h"
-#include "CliProgress.h"
 #include "Config.h"
-#include "Forwarder.h"
+#include "LiveRun.h"
 #include "Ovix/Trace.h"
 #include "PluginHost.h"
+#include "SharedTables.h"
+#include "SummaryParts.h"
 #include "Toggles.h"
 
 namespace OvixAgent {
 
 namespace {
-
-/// One of the output captures.
-class CapturePort : public TransmitPort {
-  public:
-    CapturePort(CaptureDirectory& captures, std::size_t index)
-        : captures_(&captures), index_(index) {}
-    void transmit(const Frame& frame) override { captures_->write(index_, frame); }
-
-  private:
-    CaptureDirectory* captures_;
-    std::size_t index_;
-};
-
-/// The output captures: one per port, and behind them the CPU's and the loopback interface's.
-struct Outputs {
-    Outputs(const RunOptions& options, const AgentConfig& config, TimePrecision precision)
-        : captures(options.outDirectory, names(config), inputPaths(options), precision) {
-        for (std::size_t i = 0; i < config.ports.size() + 2; ++i) {
-            ports.push_back(std::make_unique<CapturePort>(captures, i));
-        }
-    }
-    TransmitPort& cpu() const { return *ports[ports.size() - 2]; }
-    TransmitPort& loopback() const { return *ports.back(); }
-
-    static std::vector<std::string> names(const AgentConfig& config) {
-        std::vector<std::string> all;
-        for (const PortConfig& port : config.ports) {
-            all.push_back(port.name);
-        }
-        all.emplace_back("cpu");
-        all.emplace_back("lo");
-        return all;
-    }
-    static std::vector<std::string> inputPaths(const RunOptions& options) {
-        std::vector<std::string> paths;
-        for (const InputOption& input : options.inputs) {
-            paths.push_back(input.path);
-        }
-        return paths;
-    }
-
-    CaptureDirectory captures;
-    std::vector<std::unique_ptr<CapturePort>> ports;
-};
-
-std::vector<LabelTraffic> labelTraffic(const Counter::PktCounterCollectionHolder& holder) {
-    std::vector<LabelTraffic> labels;
-    for (const auto& collection : holder.collections()) {
-        collection->forEach([&](Mpls::RouteKey key, const Counter::PktCounter& counter) {
-            labels.push_back({key.topLabel().value(), {counter.packets(), counter.bytes()}});
-        });
-    }
-    std::sort(labels.begin(), labels.end(),
-              [](const auto& a, const auto& b) { return a.label < b.label; });
-    return labels;
-}
-
-void forwardAll(CaptureMerge& input, Forwarder& forwarder, CapturedLoopback& loopback,
-                CliProgress& progress) {
-    std::uint64_t frames = 0;
-    while (const Frame* frame = input.next()) {
-        loopback.timeIs(frame->time);
-        forwarder.receive(*frame);
-        ++frames;
-        if (progress.isDue()) {
-            progress.show(frames, input.progress());
-        }
-    }
-    progress.clear();
-}
 
 int report(const RunOptions& options, const Summary& summary) {
     for (const std::string& problem : summary.problems) {
@@ -111,35 +43,106 @@ int report(const RunOptions& options, const Summary& summary) {
     return summary.problems.empty() ? ExitCode::success : ExitCode::badInput;
 }
 
-int runOrThrow(const RunOptions& options) {
-    const AgentConfig config = loadConfig(options.config);
-    CaptureMerge input(openInputs(options.inputs, config.ports));
+std::unique_ptr<AgentState> makeState(const AgentConfig& config, const RunOptions& options) {
+    return options.tables.empty()
+               ? std::make_unique<AgentState>(config, options.config)
+               : std::make_unique<AgentState>(config, openSharedTables(options.tables));
+}
+
+void addTables(const RunOptions& options, const Mpls::PublishedTables& tables, Summary& summary) {
+    summary.tables = {options.tables, tables.tables().generation(), tables.corruptionsDetected()};
+    if (summary.tables.corruptions > 0) {
+        summary.problems.push_back(fmt::format("the label tables are damaged: {} times, last: {}",
+                                               summary.tables.corruptions,
+                                               tables.lastCorruption()));
+    }
+}
+
+/// A port of a run on captures has no interface to have its address from.
+void checkAddresses(const AgentConfig& config, const RunOptions& options) {
+    for (const PortConfig& port : config.ports) {
+        if (port.mac == MacAddress{}) {
+            throw ConfigError(
+                fmt::format("{}: ports: {} has no mac, which only a live run gives it",
+                            options.config, port.name));
+        }
+    }
+}
+
+/// What both kinds of run begin with.
+std::unique_ptr<AgentState> start(const AgentConfig& config, const RunOptions& options) {
     if (options.trace) {
         Ovix::TraceOutput::instance().textLevelOfAllIs(0);
     }
     serveToggles(config, options.config);
-    AgentState state(config, options.config);
-    startPlugin(options.plugin, state.pluginContext());
+    std::unique_ptr<AgentState> state = makeState(config, options);
+    startPlugin(options.plugin, state->pluginContext());
+    state->tables().noticeSubscribers();
+    return state;
+}
 
-    Outputs outputs(options, config,
-                    input.hasMicroseconds() ? TimePrecision::microseconds
-                                            : TimePrecision::nanoseconds);
-    ForwardingTables tables(config);
-    for (std::size_t i = 0; i < config.ports.size(); ++i) {
-        tables.ports.ports()[i].out = outputs.ports[i].get();
-    }
-    Forwarder forwarder(state.manager(), tables, outputs.cpu());
-    CapturedLoopback loopback(outputs.loopback());
-    CliProgress progress = CliProgress::onTerminal(options.quiet);
-    forwardAll(input, forwarder, loopback, progress);
-    outputs.captures.close();
-
+Summary summaryOf(const RunOptions& options, const AgentState& state, const Forwarder& forwarder) {
     Summary summary;
     forwarder.addTo(summary);
-    summary.exceptions = loopback.sent();
     summary.labels = labelTraffic(*state.manager()->pktCounterCollectionHolder());
-    summary.problems = input.problems();
+    addTables(options, state.tables(), summary);
+    return summary;
+}
+
+int runOnCaptures(const RunOptions& options, const AgentConfig& config) {
+    checkAddresses(config, options);
+    CaptureMerge input(openInputs(options.inputs, config.ports));
+    const std::unique_ptr<AgentState> state = start(config, options);
+    CaptureOutputs outputs(options, config,
+                           input.hasMicroseconds() ? TimePrecision::microseconds
+                                                   : TimePrecision::nanoseconds);
+    ForwardingTables tables(config);
+    for (std::size_t i = 0; i < config.ports.size(); ++i) {
+        tables.ports.ports()[i].out = &outputs.port(i);
+    }
+    Forwarder forwarder(state->manager(), tables, outputs.cpu());
+    CapturedLoopback loopback(outputs.loopback());
+    CliProgress progress = CliProgress::onTerminal(options.quiet);
+    const std::unique_ptr<ControlServer> control = serveControl(options, *state, forwarder);
+    CaptureRun{&input, &state->tables(), &forwarder, &loopback, control.get(), &progress}
+        .forwardAll();
+    outputs.close();
+
+    Summary summary = summaryOf(options, *state, forwarder);
+    summary.exceptions = loopback.sent();
+    const std::vector<std::string> problems = input.problems();
+    summary.problems.insert(summary.problems.begin(), problems.begin(), problems.end());
     return report(options, summary);
+}
+
+int runLive(const RunOptions& options, AgentConfig config) {
+    for (PortConfig& port : config.ports) {
+        port.routesIp = true;
+    }
+    const std::unique_ptr<AgentState> state = start(config, options);
+    ForwardingTables tables(config);
+    LivePorts ports(config, tables.ports);
+    Forwarder forwarder(state->manager(), tables, ports.cpu());
+    LinkSync links(config, tables, state->interfaces(), ports);
+    std::optional<SharedIpRoutes> ipRoutes;
+    if (!options.tables.empty()) {
+        ipRoutes.emplace(state->tables().reader(), tables);
+    }
+    const std::unique_ptr<ControlServer> control = serveControl(options, *state, forwarder);
+    LiveRun({&state->tables(), &forwarder, &ports, &links, ipRoutes ? &*ipRoutes : nullptr,
+             control.get()})
+        .run([] {});
+
+    Summary summary = summaryOf(options, *state, forwarder);
+    for (const auto& [what, count] : ports.troubles()) {
+        summary.counters.push_back({"Port", "Agent", what, count});
+    }
+    return report(options, summary);
+}
+
+int runOrThrow(const RunOptions& options) {
+    const AgentConfig config = loadConfig(options.config);
+    return options.live ? runLive(options, config) : runOnCaptures(options, config);
 }
 
 } // namespace

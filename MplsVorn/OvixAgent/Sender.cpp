@@ -60,7 +60,7 @@ Fate Sender::rewrite(const Ptr<Ovix::RoutingContext>& context,
     for (const Ptr<Ovix::RewriteInfo>& info : infos.rewrites()) {
         const auto fromInfo = rewrites_->rewriteFn(info->typeName());
         if (fromInfo == nullptr) {
-            return drop(Reason::unknownRewrite);
+            return drop(Reason::noPluginRewrites);
         }
         if (const auto failed = fromInfo(info)->apply(context)) {
             return drop(failed->reason());

@@ -49,6 +49,13 @@ struct PseudowireTraffic {
     Traffic delivered; ///< out of the attachment circuit
 };
 
+/// The label tables at the end of a run.
+struct TablesState {
+    std::string name; ///< empty: the configuration's own
+    std::uint64_t generation = 0;
+    std::uint64_t corruptions = 0; ///< reads that ran into something that cannot be right
+};
+
 struct NamedCounter {
     std::string category;
     std::string module;
@@ -70,6 +77,7 @@ struct Summary {
     std::vector<LabelTraffic> labels;
     std::vector<PseudowireTraffic> pseudowires;
     std::vector<NamedCounter> counters;
+    TablesState tables;
     std::vector<std::string> problems; ///< inputs that ended early
 
     Traffic forwardedTotal() const;
@@ -90,7 +98,8 @@ std::string summaryTable(const Summary& summary);
 ///  "punted", "dropped", "handedOn": {"frames", "reasons": {REASON: COUNT}},
 ///  "replicas", "exceptions": {"frames", "bytes"}, "labels": [{"label", "packets", "bytes"}],
 ///  "pseudowires": [{"name", "sent", "delivered": {"frames", "bytes"}}],
-///  "counters": [{"category", "module", "reason", "count"}], "problems": [TEXT]}.
+///  "counters": [{"category", "module", "reason", "count"}],
+///  "tables": {"name", "generation", "corruptions"}, "problems": [TEXT]}.
 /// Every key is always there.
 std::string summaryJson(const Summary& summary);
 

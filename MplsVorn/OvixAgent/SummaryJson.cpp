@@ -1,6 +1,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Summary.h"
+#include "SummaryParts.h"
 
 namespace OvixAgent {
 
@@ -29,33 +30,12 @@ Json reasonsJson(const Reasons& reasons) {
     return {{"frames", reasons.total()}, {"reasons", counts}};
 }
 
-Json labelsJson(const std::vector<LabelTraffic>& labels) {
-    Json list = Json::array();
-    for (const LabelTraffic& label : labels) {
-        list.push_back(Json{{"label", label.label},
-                            {"packets", label.traffic.frames},
-                            {"bytes", label.traffic.bytes}});
-    }
-    return list;
-}
-
 Json pseudowiresJson(const std::vector<PseudowireTraffic>& pseudowires) {
     Json list = Json::array();
     for (const PseudowireTraffic& pseudowire : pseudowires) {
         list.push_back(Json{{"name", pseudowire.name},
                             {"sent", trafficJson(pseudowire.sent)},
                             {"delivered", trafficJson(pseudowire.delivered)}});
-    }
-    return list;
-}
-
-Json countersJson(const std::vector<NamedCounter>& counters) {
-    Json list = Json::array();
-    for (const NamedCounter& counter : counters) {
-        list.push_back(Json{{"category", counter.category},
-                            {"module", counter.module},
-                            {"reason", counter.reason},
-                            {"count", counter.count}});
     }
     return list;
 }
@@ -75,6 +55,9 @@ std::string summaryJson(const Summary& summary) {
     json["labels"] = labelsJson(summary.labels);
     json["pseudowires"] = pseudowiresJson(summary.pseudowires);
     json["counters"] = countersJson(summary.counters);
+    json["tables"] = {{"name", summary.tables.name},
+                      {"generation", summary.tables.generation},
+                      {"corruptions", summary.tables.corruptions}};
     json["problems"] = summary.problems;
     // A file name need not be UTF-8, but JSON is.
     return json.dump(2, ' ', false, Json::error_handler_t::replace);

@@ -37,7 +37,7 @@ void insertPort(Fib& fib, const PortConfig& port, PortIndex index) {
         }
     }
     for (const IpInterfaceAddress& own : port.addresses) {
-        IpRouteVia onLink{index, true, nullptr, 1, nullptr};
+        IpRouteVia onLink{index, true, nullptr, {}, 1, nullptr};
         fib.insert(prefixOf(own.address, own.prefixLength), IpRoute::forward({std::move(onLink)}));
     }
 }
@@ -50,8 +50,7 @@ Ptr<Ovix::RewriteImpl> pushOf(const IpRouteViaConfig& via) {
     Lumo::UnboundedMplsLabelOperation operation(Ovix::ImposedLabels::lasting(packed));
     operation.tc = via.tc;
     operation.ttl = via.pushTtl.value_or(Lumo::UnboundedMplsLabelOperation::defaultTtl);
-    return Ovix::MplsIpPushRewriteImpl::fromInfo(
-        Tessel::make<Ovix::MplsIpPushRewriteInfo>(operation, static_cast<Mpls::TtlMode>(via.ttl)));
+    return pushRewrite(operation, static_cast<Mpls::TtlMode>(via.ttl));
 }
 
 IpRoute routeOf(const IpRouteConfig& config, const Neighbours& neighbours) {
@@ -63,7 +62,10 @@ IpRoute routeOf(const IpRouteConfig& config, const Neighbours& neighbours) {
         IpRouteVia& made = vias.emplace_back();
         made.port = via.port;
         made.onLink = !via.nexthop;
-        made.mac = via.nexthop ? neighbours.find(toIpGenAddr(*via.nexthop), via.port) : nullptr;
+        if (via.nexthop) {
+            made.nexthop = toIpGenAddr(*via.nexthop);
+            made.mac = neighbours.find(made.nexthop, via.port);
+        }
         made.weight = via.weight;
         made.push = pushOf(via);
     }
@@ -84,6 +86,12 @@ void insertNeighbour(Fib& fib, const NeighbourConfig& neighbour, const Neighbour
 
 } // namespace
 
+Ptr<Ovix::RewriteImpl> pushRewrite(const Lumo::UnboundedMplsLabelOperation& operation,
+                                   Mpls::TtlMode ttl) {
+    return Ovix::MplsIpPushRewriteImpl::fromInfo(
+        Tessel::make<Ovix::MplsIpPushRewriteInfo>(operation, ttl));
+}
+
 VrfRoot::VrfRoot(const AgentConfig& config, const Neighbours& neighbours) {
     fibIndex(L3::defaultVrf);
     for (PortIndex i = 0; i < config.ports.size(); ++i) {
@@ -96,6 +104,10 @@ VrfRoot::VrfRoot(const AgentConfig& config, const Neighbours& neighbours) {
     for (const NeighbourConfig& neighbour : config.neighbours) {
         insertNeighbour(fibs_[fibOfPort_[neighbour.port]], neighbour, neighbours);
     }
+}
+
+Fib& VrfRoot::fibIs(std::string_view vrf) {
+    return fibs_[fibIndex(vrf.empty() ? std::string_view(L3::defaultVrf) : vrf)];
 }
 
 const Fib* VrfRoot::fib(std::string_view vrf) const noexcept {

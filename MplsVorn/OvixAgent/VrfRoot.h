@@ -5,6 +5,8 @@
 
 #include "Fib.h"
 #include "Neighbours.h"
+#include "Lumo/MplsLabelOperation.h"
+#include "Mpls/Types.h"
 #include "Ovix/RoutingContext.h"
 #include "Tessel/FlatMap.h"
 
@@ -21,6 +23,9 @@ class VrfRoot : public Ovix::RoutingVrfRoot {
     /// The routes of a VRF, the default VRF's for the empty name; null when there is no such VRF.
     const Fib* fib(std::string_view vrf) const noexcept;
 
+    /// The routes of a VRF, to be changed; there is such a VRF from now on.
+    Fib& fibIs(std::string_view vrf);
+
     /// Those of the VRF that a port is in.
     const Fib& fibOfPort(PortIndex port) const noexcept { return fibs_[fibOfPort_[port]]; }
 
@@ -31,5 +36,9 @@ class VrfRoot : public Ovix::RoutingVrfRoot {
     Tessel::FlatMap<std::uint32_t> byName_; ///< by the name's hash
     std::vector<std::uint32_t> fibOfPort_;
 };
+
+/// Pushes the operation's labels on an IP packet.
+Ptr<Ovix::RewriteImpl> pushRewrite(const Lumo::UnboundedMplsLabelOperation& operation,
+                                   Mpls::TtlMode ttl);
 
 } // namespace OvixAgent

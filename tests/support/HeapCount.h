@@ -7,7 +7,7 @@
 #include "Tessel/Slab.h"
 
 /// Replaces the global allocation functions by ones that count: include it in one source file of a
-/// test program.
+/// program.
 namespace TestSupport {
 
 inline std::uint64_t heapAllocations = 0;

@@ -8,14 +8,12 @@
 #include <vector>
 
 #include "Interface/EthIntfStatusDir.h"
+#include "LocalTables.h"
 #include "Mpls/Hardware/Capability.h"
-#include "Mpls/Hardware/Status.h"
-#include "Mpls/LfibWriter.h"
 #include "Mpls/RoutingInfo.h"
 #include "MplsOvixPlugin.h"
 #include "Ovix/OvixPlugin.h"
 #include "Ovix/Trace.h"
-#include "Routing/Multicast/MvpnIntfStatus.h"
 #include "Tessel/ShmEntityManager.h"
 
 namespace TestSupport {
@@ -72,6 +70,10 @@ class PluginFixture : public ::testing::Test {
     static constexpr std::array<const char*, 5> paths = {
         "mpls/decapLfib", "mpls/evpnEthernetSegmentFilterLfib", "mpls/pseudowireLfib",
         "mpls/evpnEtreeLeafLabelLfib", "mpls/transitLfib"};
+    static constexpr std::array<Mpls::TableId, 5> tableIds = {
+        Mpls::TableId::decapLfib, Mpls::TableId::evpnEthernetSegmentFilterLfib,
+        Mpls::TableId::pseudowireLfib, Mpls::TableId::evpnEtreeLeafLabelLfib,
+        Mpls::TableId::transitLfib};
     enum Table : std::size_t { decap, evpnEs, pseudowire, evpnLeaf, transit };
 
     PluginFixture() : PluginFixture("test") {}
@@ -86,7 +88,7 @@ class PluginFixture : public ::testing::Test {
         entities->entityIs("interface/status/eth/intf", interfaces);
         interfaces->intfStatusIs(Lumo::IntfId("east"), true);
         for (std::size_t i = 0; i < paths.size(); ++i) {
-            writers[i] = std::make_unique<Mpls::LfibWriter>(paths[i], 1U << 20U);
+            writers[i] = std::make_unique<LocalLfib>(tableIds[i], labelTables);
             shared->tableIs(paths[i], writers[i]->status());
         }
         shared->tableIs(Routing::Multicast::MvpnIntfStatus::mountPath, mvpn);
@@ -161,15 +163,15 @@ class PluginFixture : public ::testing::Test {
 
     Ptr<Mpls::RoutingInfo> routingInfo = Tessel::make<Mpls::RoutingInfo>();
     Ptr<Mpls::Hardware::Capability> capability = Tessel::make<Mpls::Hardware::Capability>();
-    Ptr<Mpls::Hardware::Status> hardware = Tessel::make<Mpls::Hardware::Status>();
+    std::shared_ptr<LocalTables> labelTables = std::make_shared<LocalTables>();
+    LocalHardware hardware{labelTables};
     Ptr<Interface::EthIntfStatusDir> interfaces = Tessel::make<Interface::EthIntfStatusDir>();
-    Ptr<Routing::Multicast::MvpnIntfStatus> mvpn =
-        Tessel::make<Routing::Multicast::MvpnIntfStatus>();
+    LocalMvpn mvpn{labelTables};
     Ptr<Tessel::EntityManager> entities;
     Ptr<Tessel::ShmEntityManager> shared;
     Ptr<Ovix::PluginManager> manager;
     Ptr<Ovix::PluginContext> pluginContext;
-    std::array<std::unique_ptr<Mpls::LfibWriter>, 5> writers;
+    std::array<std::unique_ptr<LocalLfib>, 5> writers;
     Ptr<Ovix::OvixNamedCounters> counters = Tessel::make<Ovix::OvixNamedCounters>();
     std::vector<std::string> trace;
     Ptr<Ovix::MplsOvixPlugin> plugin;

@@ -15,6 +15,7 @@ constexpr FrameEvent noMulticastIpLookupVia{FrameCategory::drop, "No multicastIp
 constexpr FrameEvent notBottomOfStack{FrameCategory::drop,
                                       "Unexpected MPLS packet with bos as false"};
 constexpr FrameEvent payloadNotIp{FrameCategory::drop, "Multicast payload is not IP"};
+constexpr FrameEvent refusedByCpu{FrameCategory::drop, "CPU port refused the special packet"};
 
 constexpr std::size_t macsSize = 12;
 constexpr std::size_t tagSize = 4;
@@ -127,9 +128,11 @@ void MplsMulticastIpLookupViaTypeHandler::deliver(const MplsContext& context,
     // Taken from the packet as it stands: the parser has checked that the headers are whole.
     const std::span<const std::uint8_t> macs = eth->bytes().first(macsSize);
     const std::span<const std::uint8_t> ip = packet.getPkt()->offsetFront(inner->offset());
-    if (cpu.send(specialPacket(macs, vlanOf(via.intfId), etherType, ip))) {
-        traceMulticast(routing.packetId(), "Sent special packet to CPU.");
+    if (!cpu.send(specialPacket(macs, vlanOf(via.intfId), etherType, ip))) {
+        drop(routing, refusedByCpu);
+        return;
     }
+    traceMulticast(routing.packetId(), "Sent special packet to CPU.");
 }
 
 } // namespace Ovix

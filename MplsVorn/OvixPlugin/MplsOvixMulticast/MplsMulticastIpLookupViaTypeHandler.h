@@ -18,9 +18,9 @@ namespace Ovix {
 /// and the EtherType of the packet. The TTL is left to the CPU, whose IP hop takes it (the pipe
 /// model of RFC 3443).
 ///
-/// Drops with "No multicastIpLookupVia", "Unexpected MPLS packet with bos as false" and "Multicast
-/// payload is not IP". Not counted, but traced: the CPU has no port, or the received frame has
-/// several tags.
+/// Drops with "No multicastIpLookupVia", "Unexpected MPLS packet with bos as false", "Multicast
+/// payload is not IP" and "CPU port refused the special packet". Not counted, but traced: the CPU
+/// has no port, or the received frame has several tags.
 class MplsMulticastIpLookupViaTypeHandler : public MplsViaTypeHandler {
   public:
     MplsMulticastIpLookupViaTypeHandler(Mpls::LfibViaType viaType,

@@ -3,6 +3,7 @@
 #include "FrameEvents.h"
 #include "MplsOvixPlugin.h"
 #include "Ovix/OvixHwViaSet.h"
+#include "TableRead.h"
 
 namespace Ovix {
 
@@ -22,7 +23,7 @@ MplsOvixPlugin::viaSetFromHwStatus(const Ptr<RoutingContext>& context,
         return nullptr;
     }
     // Absent and unprogrammed are normal while the platform works on a route: traced, not counted.
-    const Mpls::Hardware::Route route = status->route(key);
+    const Mpls::Hardware::Route route = readOrDefault(status, [&] { return status->route(key); });
     if (route.isEq(Mpls::Hardware::Route())) {
         traceFrame(*context, "No route in hw status for ", key);
         return nullptr;
@@ -31,7 +32,8 @@ MplsOvixPlugin::viaSetFromHwStatus(const Ptr<RoutingContext>& context,
         traceFrame(*context, "Route is unprogrammed for label ", key.topLabel());
         return nullptr;
     }
-    const Ptr<const Mpls::Hardware::Adjacency>& adjacency = status->adjacency(route);
+    const Ptr<const Mpls::Hardware::Adjacency>& adjacency = readOrDefault(
+        status, [&]() -> const auto& { return status->adjacency(route); });
     if (!adjacency) {
         report(*context, noAdjacency, key.topLabel());
         return nullptr;

@@ -44,22 +44,32 @@ bool pointAtDestination(const MplsContext& context, Lumo::IpFamily family,
     return false;
 }
 
+/// False, and `missing` is reported, when there is no destination to point at.
+bool pointOrReport(const MplsContext& context, Lumo::IpFamily family, const FrameEvent& missing,
+                   RoutingNexthop& nexthop) {
+    const bool found = pointAtDestination(context, family, nexthop);
+    if (!found) {
+        report(*context.routingContext(), missing);
+    }
+    return found;
+}
+
 /// The payload type follows from the header that was parsed beneath the stack.
 bool pointAtParsedPayload(const MplsContext& context, RoutingNexthop& nexthop) {
     context.maybeDoFullParse();
-    const Ptr<PacketHeader>& inner = context.packetHeader();
-    if (!inner) {
-        report(*context.routingContext(), noInnerHeadersForAuto);
-        return false;
-    }
-    switch (inner->pktHdrType()) {
+    const RoutingContext& routing = *context.routingContext();
+    const PktHdrType type =
+        context.packetHeader() ? context.packetHeader()->pktHdrType() : PktHdrType::none;
+    switch (type) {
     case PktHdrType::ipv4:
-        return pointAtDestination(context, Lumo::IpFamily::ipv4, nexthop);
+        return pointOrReport(context, Lumo::IpFamily::ipv4, noInnerHeadersForAuto, nexthop);
     case PktHdrType::ipv6:
-        return pointAtDestination(context, Lumo::IpFamily::ipv6, nexthop);
+        return pointOrReport(context, Lumo::IpFamily::ipv6, noInnerHeadersForAuto, nexthop);
+    case PktHdrType::none:
+        report(routing, noInnerHeadersForAuto);
+        return false;
     default:
-        reportWithValues(*context.routingContext(), innerHeaderNotIp,
-                         pktHdrName(inner->pktHdrType()));
+        reportWithValues(routing, innerHeaderNotIp, pktHdrName(type));
         return false;
     }
 }
@@ -70,15 +80,9 @@ bool pointAtPayload(const MplsContext& context, PayloadType payload, RoutingNext
     const RoutingContext& routing = *context.routingContext();
     switch (payload) {
     case PayloadType::ipv4:
-    case PayloadType::ipv6: {
-        const auto family =
-            payload == PayloadType::ipv4 ? Lumo::IpFamily::ipv4 : Lumo::IpFamily::ipv6;
-        const bool found = pointAtDestination(context, family, nexthop);
-        if (!found) {
-            report(routing, noInnerHeaders);
-        }
-        return found;
-    }
+        return pointOrReport(context, Lumo::IpFamily::ipv4, noInnerHeaders, nexthop);
+    case PayloadType::ipv6:
+        return pointOrReport(context, Lumo::IpFamily::ipv6, noInnerHeaders, nexthop);
     case PayloadType::automatic:
         return pointAtParsedPayload(context, nexthop);
     case PayloadType::ethernet:

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <type_traits>
+
 #include "Tessel/Exceptions.h"
 #include "Tessel/Ptr.h"
 
@@ -13,7 +15,8 @@ auto readOrDefault(const Ptr<Table>& table, Read&& read) -> decltype(read()) {
         return read();
     } catch (const Tessel::CorruptionDetected& corruption) {
         table->doCorruptionDetected(corruption.what());
-        return decltype(read())();
+        static const std::remove_cvref_t<decltype(read())> byDefault{};
+        return byDefault;
     }
 }
 

@@ -20,14 +20,14 @@ namespace Mpls {
 ///
 ///      0        1        2        3        4                 8                12
 ///     +--------+--------+-----------------+-----------------+-----------------+
-///     | origin |viaType |    reserved     |      index      |    reserved     |
+///     | origin |viaType |    reserved     |      index      |      check      |
 ///     +--------+--------+-----------------+-----------------+-----------------+
 struct LfibViaKey {
     std::uint8_t origin = 0; ///< who published the via; opaque to forwarding
     LfibViaType viaType = LfibViaType::none;
     std::uint16_t reserved = 0;
     std::uint32_t index = 0; ///< within the table of the via's type
-    std::uint32_t reserved2 = 0;
+    std::uint32_t check = 0; ///< of the via's record
 
     friend bool operator==(const LfibViaKey&, const LfibViaKey&) noexcept = default;
 };
@@ -52,7 +52,7 @@ struct LfibRoute {
 struct LfibWeightedVia {
     std::uint32_t viaIndex = 0;
     std::uint32_t weight = 0;
-    std::uint32_t reserved = 0;
+    std::uint32_t check = 0; ///< of the via's record
 
     friend bool operator==(const LfibWeightedVia&, const LfibWeightedVia&) noexcept = default;
 };
@@ -63,8 +63,8 @@ class LfibViaSource : public Tessel::Entity {
   public:
     using Entity::Entity;
 
-    /// The IP via at an index, copied out; an invalid via when there is none or it cannot be read.
-    virtual Ovix::OvixMplsVia ipVia(std::uint32_t index) const = 0;
+    /// The IP via of a member, copied out; an invalid via when it cannot be right.
+    virtual Ovix::OvixMplsVia ipVia(const LfibWeightedVia& member) const = 0;
 };
 
 /// A via set as published. It names one via key; the set's members and their weights stand in

@@ -1,50 +1,51 @@
 #pragma once
 
 #include <cstdint>
-#include <cstring>
-#include <span>
 #include <string>
 #include <string_view>
 
-#include "Mpls/LfibLayout.h"
 #include "Mpls/LfibRecords.h"
+#include "Mpls/TableDirectory.h"
 #include "Ovix/OvixMplsVia.h"
+#include "Tessel/TableReader.h"
 
 namespace Mpls {
 
 /// The reading side of one LFIB. Every read copies the record out, touching only what is in use,
 /// and checks every index, offset and count before it follows it: what cannot be right throws
 /// Tessel::CorruptionDetected, a list count beyond a list's capacity Tessel::RangeError. An absent
-/// key reads as the default record.
+/// key reads as the default record. Reads are of the generation that the tables' reader holds.
 class LfibStatus : public LfibViaSource {
   public:
     static constexpr std::string_view entityTypeName = "Mpls::LfibStatus";
     enum Attr : Tessel::AttrId { routeAttr = 0 };
 
-    /// Reads the layout in `memory`, which must outlive the object. Throws CorruptionDetected,
-    /// naming what it found, when that is not an LFIB of this version.
-    LfibStatus(std::string name, std::span<const std::byte> memory);
+    /// Throws CorruptionDetected when the tables have no such LFIB.
+    LfibStatus(Ptr<const Tessel::TableReader> tables, TableId table);
 
     std::string_view typeName() const noexcept override { return entityTypeName; }
 
-    LfibRoute route(RouteKey key) const noexcept {
+    LfibRoute route(RouteKey key) const {
         if (key.depth() != 1) {
             return {};
         }
-        LfibRoute route{key, {}};
-        std::memcpy(&route.viaSetKey,
-                    memory_.data() + LfibLayout::indexOffset +
-                        key.topLabel().value() * sizeof route.viaSetKey,
-                    sizeof route.viaSetKey);
-        return route.viaSetKey.value != 0 ? route : LfibRoute{};
+        const Tessel::TableRef entry = tables_->entry(table_, key.topLabel().value());
+        return entry ? LfibRoute{key, {entry.word}} : LfibRoute{};
     }
     LfibViaSet viaSet(LfibViaSetKey key) const;
     LfibIpLookupVia ipLookupVia(const LfibViaKey& key) const;
     LfibMulticastIpLookupVia multicastIpLookupVia(const LfibViaKey& key) const;
     /// Handles corruption itself: the hook is told and the via is invalid.
-    Ovix::OvixMplsVia ipVia(std::uint32_t index) const override;
+    Ovix::OvixMplsVia ipVia(const LfibWeightedVia& member) const override;
 
-    std::uint64_t routes() const noexcept { return header().routes; }
+    std::uint64_t routes() const noexcept { return tables_->entries(table_); }
+    /// Visits the routes by label.
+    template <typename Visitor>
+    void forEachRoute(Visitor&& visitor) const {
+        tables_->forEach(table_, [&](std::uint32_t label, Tessel::TableRef entry) {
+            visitor(LfibRoute{RouteKey::fromLabel(Lumo::MplsLabel(label)), {entry.word}});
+        });
+    }
 
     /// The corruption hook: told of what a read ran into.
     void doCorruptionDetected(std::string_view message) const;
@@ -52,14 +53,8 @@ class LfibStatus : public LfibViaSource {
     const std::string& lastCorruption() const noexcept { return lastCorruption_; }
 
   private:
-    const LfibLayout::Header& header() const noexcept {
-        return *reinterpret_cast<const LfibLayout::Header*>(memory_.data());
-    }
-    std::span<const std::byte> record(std::uint32_t unitIndex, LfibLayout::Kind kind,
-                                      std::string_view what) const;
-    [[noreturn]] void corrupt(std::string_view what, std::uint64_t at) const;
-
-    std::span<const std::byte> memory_;
+    Ptr<const Tessel::TableReader> tables_;
+    std::size_t table_;
     mutable std::uint64_t corruptions_ = 0;
     mutable std::string lastCorruption_;
 };

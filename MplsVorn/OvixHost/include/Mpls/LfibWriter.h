@@ -1,39 +1,26 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <span>
-#include <string>
 #include <vector>
 
-#include "Mpls/LfibLayout.h"
 #include "Mpls/LfibRecords.h"
-#include "Mpls/LfibStatus.h"
-#include "Mpls/TableMemory.h"
-#include "Ovix/OvixMplsVia.h"
+#include "Mpls/TableDirectory.h"
+#include "Mpls/WeightedVia.h"
+#include "Tessel/TableWriter.h"
 
 namespace Mpls {
 
-/// A via and its share of the flows.
-struct WeightedVia {
-    Ovix::OvixMplsVia via;
-    std::uint32_t weight = 1;
-};
-
-/// The writing side of one LFIB: owns the memory and publishes route changes on the reading side of
-/// this process. Records that a change leaves unused are used again. One writer per table.
+/// The writing side of one LFIB: makes the changes of a batch, which readers see once the tables'
+/// writer commits it. Everything here throws std::invalid_argument for a key of more or less than
+/// one label, and std::length_error, having changed nothing, when the tables are full.
 class LfibWriter {
   public:
-    /// Room for 2^20 routes of a via each, or correspondingly larger ones.
-    static constexpr std::size_t defaultHeapBytes = std::size_t{1} << 28U;
+    LfibWriter(Tessel::TableWriter& tables, TableId table) noexcept
+        : tables_(&tables), table_(static_cast<std::size_t>(table)) {}
 
-    explicit LfibWriter(const std::string& name, std::size_t heapBytes = defaultHeapBytes);
-
-    const Ptr<LfibStatus>& status() const noexcept { return status_; }
-
-    /// Publishes a route with a via set of one via key. Weights must add up to more than 0 and less
-    /// than 2^32, and there are at most 599 vias: std::invalid_argument otherwise. A full table
-    /// throws std::length_error and changes nothing.
+    /// A route with a via set of one via key. Weights must add up to more than 0 and less than
+    /// 2^32, and there are at most 599 vias: std::invalid_argument otherwise.
     void routeIs(RouteKey key, LfibViaType viaType, LfibViaSetType setType,
                  std::span<const WeightedVia> vias);
     /// The same for a via that pops and looks up in a VRF.
@@ -43,38 +30,34 @@ class LfibWriter {
     /// 598, whose weights mean nothing.
     void multicastIpLookupRouteIs(RouteKey key, const LfibMulticastIpLookupVia& via,
                                   std::span<const WeightedVia> branches = {});
-    /// Publishes a route with a via set as given, whatever it says; its vias stay unowned.
+    /// A route with a via set as given, whatever it says.
     void rawRouteIs(RouteKey key, const LfibViaSet& set);
 
-    /// Nothing happens when there is no such route.
-    void routeDel(RouteKey key);
+    /// False when there is no such route.
+    bool routeDel(RouteKey key);
 
-    /// Touched by what is published: the header, the routes' index entries and the records.
-    std::size_t usedBytes() const noexcept;
-
-    std::span<std::byte> memory() const noexcept { return memory_.bytes(); }
+    std::uint32_t routes() const noexcept { return tables_->entries(table_); }
 
   private:
-    LfibLayout::Header& header() const noexcept {
-        return *reinterpret_cast<LfibLayout::Header*>(memory_.bytes().data());
-    }
-    std::uint64_t& indexEntry(RouteKey key) const;
-    std::uint32_t add(LfibLayout::Kind kind, std::span<const std::byte> body);
-    void release(std::uint32_t unitIndex) noexcept;
-    void addIpVias(LfibViaSet& set, std::span<const WeightedVia> vias);
-    LfibViaSetKey addViaSet(const LfibViaSet& set, bool ownsVias);
-    LfibViaSetKey addOwningViaSet(const LfibViaSet& set);
-    void releaseMembers(const LfibViaSet& set) noexcept;
-    void releaseViaSet(LfibViaSetKey key);
-    void point(RouteKey key, LfibViaSetKey viaSet);
-    void publishSingle(RouteKey key, LfibViaType type, LfibViaSetType setType,
-                       std::uint32_t viaUnit);
+    struct ViaWords {
+        Tessel::RecordKind kind;
+        std::size_t first; ///< in words_
+        std::size_t count;
+    };
 
-    TableMemory memory_;
-    Ptr<LfibStatus> status_;
-    std::map<std::uint16_t, std::vector<std::uint32_t>> free_; ///< units by record size
-    std::uint32_t serial_ = 0;
-    std::size_t liveUnits_ = 0;
+    void begin(RouteKey key, LfibViaSetType setType, LfibViaType viaType);
+    void addVia(Tessel::RecordKind kind, std::span<const std::uint8_t> bytes, std::uint32_t weight);
+    void addIpVias(std::span<const WeightedVia> vias);
+    void publish(RouteKey key);
+
+    Tessel::TableWriter* tables_;
+    std::size_t table_;
+    // The route in the making; kept so that room is made once.
+    LfibViaSet set_;
+    std::vector<ViaWords> vias_;
+    std::vector<std::uint64_t> words_; ///< of the vias
+    std::vector<std::uint64_t> own_;
+    std::vector<std::uint64_t> behind_;
 };
 
 } // namespace Mpls

@@ -19,13 +19,14 @@ class OvixLfibViaSet final : public OvixMplsViaSet, public Tessel::Slabbed<OvixL
         return record_.members[index].weight;
     }
     OvixMplsVia via(std::uint32_t index) const override {
-        return record_.source ? record_.source->ipVia(record_.members[index].viaIndex)
+        return record_.source ? record_.source->ipVia(record_.members[index])
                               : OvixMplsVia();
     }
     Mpls::LfibViaSetType type() const noexcept override { return record_.type; }
     Mpls::LfibViaKey viaKey(std::uint32_t index) const noexcept override {
         Mpls::LfibViaKey key = key_;
         key.index = record_.members[index].viaIndex;
+        key.check = record_.members[index].check;
         return key;
     }
     const Mpls::LfibViaSource* source() const noexcept override { return record_.source.get(); }

@@ -41,7 +41,7 @@ class OvixMulticastDecapViaSet final : public OvixMplsViaSet,
         return via;
     }
     OvixMplsVia branch(std::uint32_t index) const {
-        return record_.source ? record_.source->ipVia(record_.members[index].viaIndex)
+        return record_.source ? record_.source->ipVia(record_.members[index])
                               : OvixMplsVia();
     }
 

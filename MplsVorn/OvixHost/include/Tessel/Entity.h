@@ -47,6 +47,7 @@ class Entity : public Counted {
     /// being published; one that unsubscribes hears nothing more of it.
     void subscribe(Subscriber& subscriber) const;
     void unsubscribe(Subscriber& subscriber) const noexcept;
+    bool hasSubscribers() const noexcept;
 
     void publish(AttrId attribute, std::uint64_t key = 0) const;
 

@@ -16,4 +16,17 @@ class CorruptionDetected : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+/// What was being read from a shared table has been replaced meanwhile: the reader was held up for
+/// long. Refreshing and reading again will do.
+class SnapshotLost : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+/// The tables have a writer already.
+class TablesBusy : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
 } // namespace Tessel

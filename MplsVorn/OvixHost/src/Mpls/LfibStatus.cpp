@@ -1,80 +1,61 @@
 #include "Mpls/LfibStatus.h"
 
+#include <array>
 #include <cstring>
 
+#include "Mpls/LfibLayout.h"
 #include "Mpls/PackedVia.h"
 #include "Tessel/Exceptions.h"
 
 namespace Mpls {
 
 using namespace LfibLayout;
+using Tessel::RecordKind;
+using Tessel::TableRef;
 
 namespace {
 
+template <std::size_t words>
+using Words = std::array<std::uint64_t, words>;
+
 template <typename T>
-T load(std::span<const std::byte> bytes, std::size_t at) noexcept {
+T valueAt(const std::uint8_t* from) noexcept {
     T value;
-    std::memcpy(&value, bytes.data() + at, sizeof value);
+    std::memcpy(&value, from, sizeof value);
     return value;
+}
+
+std::span<const std::uint8_t> asBytes(std::span<const std::uint64_t> words) noexcept {
+    return {reinterpret_cast<const std::uint8_t*>(words.data()), words.size_bytes()};
+}
+
+TableRef refOf(const LfibViaKey& key) noexcept {
+    return TableRef::of(key.index, key.check);
 }
 
 } // namespace
 
-LfibStatus::LfibStatus(std::string name, std::span<const std::byte> memory)
-    : LfibViaSource(std::move(name)), memory_(memory) {
-    if (memory.size() <= heapOffset || header().regionBytes != memory.size()) {
-        corrupt("region size", memory.size());
-    }
-    if (header().magic != magic) {
-        corrupt("magic", header().magic);
-    }
-    if (header().version != version) {
-        corrupt("version", header().version);
-    }
-    const std::string_view type(header().typeName.data(),
-                                strnlen(header().typeName.data(), header().typeName.size()));
-    if (type != entityTypeName) {
-        throw Tessel::CorruptionDetected(this->name() + ": table of type \"" + std::string(type) +
-                                         "\" is not a " + std::string(entityTypeName));
-    }
-}
-
-// The record's bytes behind its header; empty when the record has been freed.
-std::span<const std::byte> LfibStatus::record(std::uint32_t unitIndex, Kind kind,
-                                              std::string_view what) const {
-    const std::size_t used = std::size_t{header().heapUnits} * unit;
-    const std::size_t at = std::size_t{unitIndex} * unit;
-    if (unitIndex == 0 || at + unit > used || heapOffset + used > memory_.size()) {
-        corrupt(what, unitIndex);
-    }
-    const auto found = load<RecordHeader>(memory_, heapOffset + at);
-    if (found.kind == Kind::free) {
-        return {};
-    }
-    const std::size_t size = found.units * unit;
-    if (found.kind != kind || size <= unit || at + size > used) {
-        corrupt(what, unitIndex);
-    }
-    return memory_.subspan(heapOffset + at + unit, size - unit);
-}
+LfibStatus::LfibStatus(Ptr<const Tessel::TableReader> tables, TableId table)
+    : LfibViaSource(std::string(describe(table).path)), tables_(std::move(tables)),
+      table_(tables_->table(describe(table).path, entityTypeName)) {}
 
 LfibViaSet LfibStatus::viaSet(LfibViaSetKey key) const {
     LfibViaSet set;
     if (key.value == 0) {
         return set;
     }
-    const std::span<const std::byte> bytes = record(unitOf(key), Kind::viaSet, "via set at unit");
-    if (bytes.empty() ||
-        load<RecordHeader>(memory_, heapOffset + std::size_t{unitOf(key)} * unit).serial !=
-            serialOf(key)) {
-        return set;
+    Words<maxViaSetWords> copied; // set as far as it is used
+    const TableRef ref{key.value};
+    const auto bytes = asBytes(tables_->read(ref, RecordKind::viaSet, copied, "via set at unit"));
+    if (bytes.size() < sizeof(ViaSetWord)) {
+        tables_->refuse("via set at unit", ref.unit());
     }
-    const auto fixed = load<ViaSetRecord>(bytes, 0);
+    const auto fixed = valueAt<ViaSetWord>(bytes.data());
     Tessel::BoundedList<LfibViaKey, LfibViaSet::capacity>::checkCount(fixed.viaKeys);
     Tessel::BoundedList<LfibWeightedVia, LfibViaSet::capacity>::checkCount(fixed.members);
     const std::size_t keyBytes = fixed.viaKeys * sizeof(LfibViaKey);
     if (sizeof fixed + keyBytes + fixed.members * sizeof(LfibWeightedVia) > bytes.size()) {
-        corrupt("via set lists at unit", unitOf(key));
+        tables_->refuse("via set lists at unit", ref.unit());
     }
     set.key = key;
     set.type = static_cast<LfibViaSetType>(fixed.type);
@@ -87,50 +68,41 @@ LfibViaSet LfibStatus::viaSet(LfibViaSetKey key) const {
 }
 
 LfibIpLookupVia LfibStatus::ipLookupVia(const LfibViaKey& key) const {
-    const std::span<const std::byte> bytes =
-        record(key.index, Kind::ipLookupVia, "IP lookup via at unit");
-    if (bytes.empty()) {
-        return {};
-    }
-    const auto length = static_cast<std::size_t>(bytes[1]);
-    if (length > bytes.size() - vrfNameOffset || length > 100) {
-        corrupt("VRF name of IP lookup via at unit", key.index);
+    Words<maxViaWords> copied;
+    const auto bytes = asBytes(
+        tables_->read(refOf(key), RecordKind::ipLookupVia, copied, "IP lookup via at unit"));
+    const std::size_t length = bytes.size() > vrfNameOffset ? bytes[1] : bytes.size();
+    if (bytes.empty() || length > bytes.size() - vrfNameOffset || length > 100) {
+        tables_->refuse("VRF name of IP lookup via at unit", key.index);
     }
     const auto* name = reinterpret_cast<const char*>(bytes.data() + vrfNameOffset);
     return {key, L3::VrfName(std::string_view(name, length)), static_cast<PayloadType>(bytes[0])};
 }
 
 LfibMulticastIpLookupVia LfibStatus::multicastIpLookupVia(const LfibViaKey& key) const {
-    const std::span<const std::byte> bytes =
-        record(key.index, Kind::multicastVia, "multicast IP lookup via at unit");
-    if (bytes.empty()) {
-        return {};
-    }
+    Words<maxViaWords> copied;
+    const auto bytes = asBytes(tables_->read(refOf(key), RecordKind::multicastVia, copied,
+                                             "multicast IP lookup via at unit"));
     if (bytes.size() < sizeof(LfibMulticastIpLookupVia)) {
-        corrupt("multicast IP lookup via at unit", key.index);
+        tables_->refuse("multicast IP lookup via at unit", key.index);
     }
-    return load<LfibMulticastIpLookupVia>(bytes, 0);
+    return valueAt<LfibMulticastIpLookupVia>(bytes.data());
 }
 
-Ovix::OvixMplsVia LfibStatus::ipVia(std::uint32_t index) const {
+Ovix::OvixMplsVia LfibStatus::ipVia(const LfibWeightedVia& member) const {
     Ovix::OvixMplsVia via;
     try {
-        const std::span<const std::byte> bytes = record(index, Kind::ipVia, "IP via at unit");
-        if (!bytes.empty() &&
-            !PackedVia::unpack({reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()},
-                               via)) {
-            corrupt("fields of IP via at unit", index);
+        Words<maxViaWords> copied;
+        const TableRef ref = TableRef::of(member.viaIndex, member.check);
+        const auto words = tables_->read(ref, RecordKind::ipVia, copied, "IP via at unit");
+        if (!PackedVia::unpack(asBytes(words), via)) {
+            tables_->refuse("fields of IP via at unit", member.viaIndex);
         }
     } catch (const Tessel::CorruptionDetected& corruption) {
         doCorruptionDetected(corruption.what());
         return {};
     }
     return via;
-}
-
-void LfibStatus::corrupt(std::string_view what, std::uint64_t at) const {
-    throw Tessel::CorruptionDetected(name() + ": " + std::string(what) + " " + std::to_string(at) +
-                                     " cannot be right");
 }
 
 void LfibStatus::doCorruptionDetected(std::string_view message) const {

@@ -31,6 +31,11 @@ void Entity::unsubscribe(Subscriber& subscriber) const noexcept {
     }
 }
 
+bool Entity::hasSubscribers() const noexcept {
+    return std::any_of(subscribers_.begin(), subscribers_.end(),
+                       [](const Subscriber* subscriber) { return subscriber != nullptr; });
+}
+
 void Entity::publish(AttrId attribute, std::uint64_t key) const {
     /// Ends also when a subscriber throws: the list stays as it should be.
     struct Publication {

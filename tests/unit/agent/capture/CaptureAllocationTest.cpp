@@ -1,33 +1,10 @@
-#include <cstdlib>
-#include <new>
-
 #include "CaptureMerge.h"
 #include "CaptureTesting.h"
 #include "CaptureWriter.h"
+#include "HeapCount.h"
 
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
-
-namespace {
-
-std::size_t allocations = 0;
-
-} // namespace
-
-void* operator new(std::size_t size) {
-    ++allocations;
-    void* const memory = std::malloc(size);
-    if (memory == nullptr) {
-        throw std::bad_alloc();
-    }
-    return memory;
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t /*size*/) noexcept {
-    std::free(memory);
-}
 
 using CaptureAllocationTest = CaptureTest;
 
@@ -41,10 +18,10 @@ TEST_F(CaptureAllocationTest, FramesPassWithoutOne) {
     readers.emplace_back(1, file("b.pcap", records));
     CaptureMerge merge(std::move(readers));
     CaptureWriter writer(path("out.pcap"), TimePrecision::microseconds);
-    const std::size_t before = allocations;
+    const std::uint64_t before = TestSupport::heapAllocations;
     while (const Frame* const frame = merge.next()) {
         writer.write(*frame);
     }
-    EXPECT_EQ(allocations, before);
+    EXPECT_EQ(TestSupport::heapAllocations, before);
     EXPECT_EQ(writer.frames(), 4000U);
 }

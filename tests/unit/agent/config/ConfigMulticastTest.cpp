@@ -28,7 +28,7 @@ struct Published {
         : state(parseConfig(text, "t.yaml"), "t.yaml", "multicast") {}
 
     Mpls::LfibViaSet set() const {
-        const auto& lfib = *state.lfib(LfibTable::decap).status();
+        const auto& lfib = *state.tables().lfib(Mpls::TableId::decapLfib);
         return lfib.viaSet(lfib.route(Mpls::RouteKey::fromLabel(Lumo::MplsLabel(100))).viaSetKey);
     }
     Ptr<Routing::Multicast::MvpnIntfStatus> mvpnStatus() const {
@@ -63,7 +63,7 @@ TEST(ConfigMulticast, ATailStandsAloneOrWithVias) {
         ASSERT_EQ(set.viaKeys.size(), 1U);
         EXPECT_EQ(set.viaKeys[0].viaType, Mpls::LfibViaType::multicastIpLookup);
         const auto tail =
-            published.state.lfib(LfibTable::decap).status()->multicastIpLookupVia(set.viaKeys[0]);
+            published.state.tables().lfib(Mpls::TableId::decapLfib)->multicastIpLookupVia(set.viaKeys[0]);
         EXPECT_EQ((std::uint64_t{tail.intfIdHigh} << 32U) | tail.intfIdLow,
                   Lumo::VlanIntfId::vlanIdToIntfId(4094).value());
     }

@@ -37,13 +37,13 @@ lfib:
         - {nexthop: "2001:db8::1", action: pop}
 hardware:
   adjacencies:
-    - id: 18446744073709551615
+    - id: 1048575
       use-backups: true
       vias: [{interface: eth1, action: pop}]
       backups: [{interface: eth2, action: push, labels: [17]}]
   routes:
-    - {label: 300, adjacency: 18446744073709551615, unprogrammed: true}
-    - {label: 301, adjacency: 18446744073709551615}
+    - {label: 300, adjacency: 1048575, unprogrammed: true}
+    - {label: 301, adjacency: 1048575}
 )";
 
 const std::vector<std::uint32_t> noLabels;
@@ -150,13 +150,13 @@ TEST(Config, ReadsHardware) {
     const AgentConfig config = parseConfig(everything, "t.yaml");
     ASSERT_EQ(config.hardware.adjacencies.size(), 1U);
     const AdjacencyConfig& adjacency = config.hardware.adjacencies[0];
-    EXPECT_EQ(adjacency.id, ~std::uint64_t{0});
+    EXPECT_EQ(adjacency.id, 1048575U);
     EXPECT_TRUE(adjacency.useBackups);
     EXPECT_EQ(adjacency.vias.at(0).port, 0U);
     EXPECT_EQ(adjacency.backups.at(0).labels, std::vector<std::uint32_t>{17});
     ASSERT_EQ(config.hardware.routes.size(), 2U);
     EXPECT_EQ(config.hardware.routes[0].label, 300U);
-    EXPECT_EQ(config.hardware.routes[0].adjacency, ~std::uint64_t{0});
+    EXPECT_EQ(config.hardware.routes[0].adjacency, 1048575U);
     EXPECT_TRUE(config.hardware.routes[0].unprogrammed);
     EXPECT_FALSE(config.hardware.routes[1].unprogrammed);
 }

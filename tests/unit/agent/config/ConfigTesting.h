@@ -1,6 +1,8 @@
 #pragma once
 
+#include <gtest/gtest.h>
 #include <string>
+#include <vector>
 
 #include "Config.h"
 
@@ -19,6 +21,19 @@ inline std::string errorOf(const std::string& text) {
         return error.what();
     }
     return "";
+}
+
+/// A configuration and what it is refused with.
+struct ErrorCase {
+    const char* what;
+    std::string text;
+    const char* error;
+};
+
+inline void expectErrors(const std::vector<ErrorCase>& cases) {
+    for (const ErrorCase& one : cases) {
+        EXPECT_EQ(errorOf(one.text), one.error) << one.what;
+    }
 }
 
 /// One decap route for label 100 with the via given as a flow map, from line 4 on.

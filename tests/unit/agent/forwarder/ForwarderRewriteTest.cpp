@@ -70,10 +70,10 @@ TEST_F(ForwarderRewriteTest, TheEtherTypeFollowsWhatIsLeft) {
     }
 }
 
-TEST_F(ForwarderRewriteTest, ARewriteNobodyImplementsDropsTheFrame) {
+TEST_F(ForwarderRewriteTest, ARewriteThatNoPluginAppliesDropsTheFrame) {
     receive(labelled(),
             always(withRewrite(nexthop("east", "10.0.2.2"), Tessel::make<StrangeInfo>())));
-    EXPECT_EQ(dropped(), (ReasonCounts{{"Rewrite not implemented", 1}}));
+    EXPECT_EQ(dropped(), (ReasonCounts{{"No plugin applies the rewrite", 1}}));
 }
 
 TEST_F(ForwarderRewriteTest, ARewriteThatCannotBeAppliedDropsTheFrameForItsReason) {

@@ -118,11 +118,11 @@ TEST_F(PseudowireForwarding, AFrameOfAnAttachmentCircuitIsSentWholeWhateverItIs)
 
 TEST_F(PseudowireForwarding, WhatCannotBeSentIsDroppedForAReasonAndNotCountedAsSent) {
     receiveAt(west, filled(13, 0));
-    receiveAt(west, customer); // the plugin implements no such rewrite
+    receiveAt(west, customer); // no plugin has registered the rewrite
     pluginPushes();
     receiveAt(plain, join({eth(0x88b5), filled(100, 0)}));
     EXPECT_EQ(dropped(), (ReasonCounts{{"Shorter than an Ethernet header", 1},
-                                       {"Rewrite not implemented", 1},
+                                       {"No plugin applies the rewrite", 1},
                                        {"MTU exceeded", 1}}));
     EXPECT_EQ(summary().pseudowires[0].sent, Traffic{});
     EXPECT_EQ(summary().pseudowires[1].sent, Traffic{});

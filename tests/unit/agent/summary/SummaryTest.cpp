@@ -108,6 +108,7 @@ TEST(SummaryTable, EndsWithProblemsAndAnImbalance) {
 
 TEST(SummaryJson, HoldsEverything) {
     Summary summary = busy();
+    summary.tables = {"lab", 7, 2};
     summary.problems = {"a.pcap is truncated after frame 12"};
     EXPECT_EQ(nlohmann::json::parse(summaryJson(summary)), nlohmann::json::parse(R"({
         "balanced": true,
@@ -127,6 +128,7 @@ TEST(SummaryJson, HoldsEverything) {
                          "delivered": {"frames": 1, "bytes": 60}}],
         "counters": [{"category": "Drop", "module": "Routing::Mpls",
                       "reason": "No labels resolved", "count": 2}],
+        "tables": {"name": "lab", "generation": 7, "corruptions": 2},
         "problems": ["a.pcap is truncated after frame 12"]})"));
 }
 
@@ -138,7 +140,7 @@ TEST(SummaryJson, HasEveryKeyWhenThereIsNothing) {
         "punted": {"frames": 0, "reasons": {}}, "dropped": {"frames": 0, "reasons": {}},
         "handedOn": {"frames": 0, "reasons": {}}, "replicas": 0,
         "exceptions": {"frames": 0, "bytes": 0},
-        "labels": [], "pseudowires": [], "counters": [], "problems": []})"));
+        "labels": [], "pseudowires": [], "counters": [], "tables": {"name": "", "generation": 0, "corruptions": 0}, "problems": []})"));
 }
 
 TEST(SummaryJson, KeepsTheOrderOfItsKeysAndPorts) {

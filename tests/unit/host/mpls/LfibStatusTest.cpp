@@ -1,8 +1,10 @@
 #include "Mpls/LfibStatus.h"
 
 #include <cstring>
-#include <optional>
 
+#include "Mpls/LfibLayout.h"
+#include "Mpls/LfibWriter.h"
+#include "Mpls/PackedVia.h"
 #include "TableTesting.h"
 #include "Tessel/Exceptions.h"
 
@@ -10,202 +12,198 @@ namespace {
 
 using namespace TableTesting;
 using namespace Mpls;
+using LfibLayout::ViaSetWord;
 using Tessel::CorruptionDetected;
+using Tessel::RecordKind;
+using Tessel::TableRef;
+using Words = std::vector<std::uint64_t>;
 
-/// What opening or reading a table said, or nothing when it did not complain.
+/// What reading said, or nothing when it did not complain.
 template <typename Action>
-std::optional<std::string> corruption(Action&& action) {
+std::string corruption(Action&& action) {
     try {
         action();
     } catch (const CorruptionDetected& found) {
         return found.what();
     }
-    return std::nullopt;
+    return {};
 }
 
-/// A table with one route of each kind, copied to memory that ends right behind its last record, so
-/// that the address sanitizer sees every read beyond it.
-class DamagedLfib : public testing::Test {
+std::string cannotBeRight(const std::string& what, std::uint32_t at) {
+    return "tables: " + what + " " + std::to_string(at) + " cannot be right";
+}
+
+/// An LFIB whose writer says what it likes: every check fits what it is a check of.
+class LyingLfib : public testing::Test {
   protected:
-    static constexpr std::uint32_t ipLabel = 100;
-    static constexpr std::uint32_t lookupLabel = 101;
-    static constexpr std::uint32_t multicastLabel = 102;
+    TableRef recordIs(RecordKind kind, const Words& own) {
+        const TableRef ref = tables.recordIs(tables.take(1 + own.size()), kind, own);
+        commit();
+        return ref;
+    }
+    void commit() {
+        tables.commit();
+        reader->refresh();
+    }
+    LfibViaSetKey viaSetIs(const Words& own) { return {recordIs(RecordKind::viaSet, own).word}; }
+    /// A via set that says so many entries in a record of `words`.
+    LfibViaSetKey viaSetIs(std::size_t viaKeys, std::size_t members, std::size_t words) {
+        const ViaSetWord fixed{
+            0, 0, 0, 0, static_cast<std::uint16_t>(viaKeys), static_cast<std::uint16_t>(members)};
+        Words own(words);
+        std::memcpy(own.data(), &fixed, sizeof fixed);
+        return viaSetIs(own);
+    }
+    static LfibViaKey viaKey(TableRef ref) { return {0, {}, 0, ref.unit(), ref.check()}; }
+    static LfibWeightedVia member(TableRef ref) { return {ref.unit(), 1, ref.check()}; }
 
-    DamagedLfib() {
-        const std::vector<WeightedVia> vias{swapVia(1400, 1), swapVia(1500, 2)};
-        LfibWriter writer("lfib", 4096);
-        writer.ipLookupRouteIs(key(lookupLabel), LfibViaType::ipLookup, "red", PayloadType::ipv4);
-        LfibMulticastIpLookupVia multicast;
-        multicast.vrfId = 7;
-        writer.multicastIpLookupRouteIs(key(multicastLabel), multicast);
-        writer.routeIs(key(ipLabel), LfibViaType::ip, LfibViaSetType::unicast, vias);
-        std::memcpy(&header_, writer.memory().data(), sizeof header_);
-        const auto used =
-            writer.memory().first(LfibLayout::heapOffset + header_.heapUnits * LfibLayout::unit);
-        memory_.assign(used.begin(), used.end());
-        header_.regionBytes = memory_.size();
-        headerIs(header_);
-        table_ = Tessel::make<LfibStatus>("lfib", memory_);
-    }
-
-    void headerIs(const LfibLayout::Header& header) {
-        std::memcpy(memory_.data(), &header, sizeof header);
-    }
-    std::byte* unitAt(std::uint32_t unit) {
-        return memory_.data() + LfibLayout::heapOffset + std::size_t{unit} * LfibLayout::unit;
-    }
-    LfibViaSet setOf(std::uint32_t label) const {
-        return table_->viaSet(table_->route(key(label)).viaSetKey);
-    }
-    std::byte* setRecord(std::uint32_t label) {
-        return unitAt(LfibLayout::unitOf(table_->route(key(label)).viaSetKey));
-    }
-    /// Reads everything there is, following what was read.
-    void readAll() const {
-        for (const std::uint32_t label : {ipLabel, lookupLabel, multicastLabel}) {
-            LfibViaSet set;
-            try {
-                set = setOf(label);
-            } catch (const CorruptionDetected&) {
-            } catch (const Tessel::RangeError&) {
-            }
-            for (const LfibWeightedVia& member : set.members.view()) {
-                EXPECT_NO_THROW(table_->ipVia(member.viaIndex));
-            }
-            for (const LfibViaKey& viaKey : set.viaKeys.view()) {
-                corruption([&] { table_->ipLookupVia(viaKey); });
-                corruption([&] { table_->multicastIpLookupVia(viaKey); });
-            }
-        }
-    }
-
-    LfibLayout::Header header_{};
-    std::vector<std::byte> memory_;
-    Ptr<LfibStatus> table_;
+    Tessel::TableWriter tables{Tessel::TableMemory::ofProcess(std::size_t{4} << 20U),
+                               tableDirectory};
+    Ptr<Tessel::TableReader> reader =
+        Tessel::make<Tessel::TableReader>("tables", std::as_bytes(tables.memory()));
+    Ptr<LfibStatus> lfib = Tessel::make<LfibStatus>(reader, TableId::transitLfib);
 };
 
-TEST_F(DamagedLfib, EveryBitThatSaysWhatTheTableIsMatters) {
-    struct Part {
-        const char* named;
-        std::size_t offset;
-        std::size_t size;
+TEST_F(LyingLfib, AListOf600EntriesIsOutOfRange) {
+    for (const std::size_t count : {600U, 0xffffU}) {
+        for (const std::size_t words : {std::size_t{1}, LfibLayout::maxViaSetWords}) {
+            EXPECT_THROW(lfib->viaSet(viaSetIs(count, 0, words)), Tessel::RangeError);
+            EXPECT_THROW(lfib->viaSet(viaSetIs(0, count, words)), Tessel::RangeError);
+            EXPECT_THROW(lfib->viaSet(viaSetIs(count, count, words)), Tessel::RangeError);
+        }
+    }
+    EXPECT_EQ(lfib->corruptionsDetected(), 0U);
+}
+
+TEST_F(LyingLfib, TheLargestListsAreRead) {
+    const LfibViaSet set = lfib->viaSet(viaSetIs(599, 599, LfibLayout::maxViaSetWords));
+    EXPECT_EQ(set.viaKeys.size(), 599U);
+    EXPECT_EQ(set.members.size(), 599U);
+}
+
+TEST_F(LyingLfib, ListsEndWithinTheirRecord) {
+    struct Case {
+        std::size_t viaKeys;
+        std::size_t members;
+        std::size_t words;
+        bool fits;
     };
-    const std::vector<Part> parts = {
-        {"magic", offsetof(LfibLayout::Header, magic), 8},
-        {"version", offsetof(LfibLayout::Header, version), 4},
-        {"region size", offsetof(LfibLayout::Header, regionBytes), 8},
-        // The type's name and its end; what stands behind that is padding.
-        {"table of type", offsetof(LfibLayout::Header, typeName),
-         LfibStatus::entityTypeName.size() + 1},
+    const std::vector<Case> cases = {
+        {0, 0, 1, true},    {1, 0, 2, false},     {1, 0, 3, true},    {0, 1, 2, false},
+        {1, 1, 4, true},    {2, 1, 5, false},     {2, 1, 6, true},    {599, 0, 4, false},
+        {0, 599, 4, false}, {599, 599, 1, false}, {1, 599, 4, false}, {599, 599, 1797, false},
     };
-    for (const Part& part : parts) {
-        for (std::size_t i = 0; i < part.size * 8; ++i) {
-            std::byte& at = memory_[part.offset + i / 8];
-            at ^= std::byte{1} << (i % 8);
-            const auto said = corruption([&] { LfibStatus("other", memory_); });
-            ASSERT_TRUE(said) << part.named << " bit " << i;
-            EXPECT_NE(said->find(part.named), std::string::npos) << *said;
-            at ^= std::byte{1} << (i % 8);
+    for (const Case& one : cases) {
+        const LfibViaSetKey set = viaSetIs(one.viaKeys, one.members, one.words);
+        EXPECT_EQ(corruption([&] { lfib->viaSet(set); }),
+                  one.fits ? ""
+                           : cannotBeRight("via set lists at unit", TableRef{set.value}.unit()))
+            << one.viaKeys << " " << one.members << " " << one.words;
+    }
+}
+
+TEST_F(LyingLfib, ARecordTooSmallOrTooLargeForItsKindIsNone) {
+    for (const std::size_t words : {std::size_t{0}, LfibLayout::maxViaSetWords + 1}) {
+        const LfibViaSetKey set = viaSetIs(Words(words));
+        EXPECT_EQ(corruption([&] { lfib->viaSet(set); }),
+                  cannotBeRight("via set at unit", TableRef{set.value}.unit()));
+    }
+    for (const std::size_t words : {std::size_t{0}, LfibLayout::maxViaWords + 1}) {
+        const TableRef lookup = recordIs(RecordKind::ipLookupVia, Words(words));
+        EXPECT_NE(corruption([&] { lfib->ipLookupVia(viaKey(lookup)); }), "");
+        const TableRef tail = recordIs(RecordKind::multicastVia, Words(words));
+        EXPECT_NE(corruption([&] { lfib->multicastIpLookupVia(viaKey(tail)); }), "");
+        const TableRef ip = recordIs(RecordKind::ipVia, Words(words));
+        EXPECT_FALSE(lfib->ipVia(member(ip)));
+    }
+    EXPECT_EQ(lfib->corruptionsDetected(), 2U);
+    const TableRef tail = recordIs(RecordKind::multicastVia, Words(2));
+    EXPECT_EQ(corruption([&] { lfib->multicastIpLookupVia(viaKey(tail)); }),
+              cannotBeRight("multicast IP lookup via at unit", tail.unit()));
+}
+
+TEST_F(LyingLfib, AVrfNameEndsWithinItsRecordAndAt100Bytes) {
+    struct Case {
+        std::uint8_t length;
+        std::size_t words;
+        bool fits;
+    };
+    const std::vector<Case> cases = {{0, 1, true},     {6, 1, true},     {7, 1, false},
+                                     {100, 13, true},  {100, 12, false}, {101, 13, false},
+                                     {102, 13, false}, {255, 40, false}};
+    for (const Case& one : cases) {
+        Words own(one.words, 0x7676767676767676);
+        auto* bytes = reinterpret_cast<std::uint8_t*>(own.data());
+        bytes[0] = static_cast<std::uint8_t>(PayloadType::ipv4);
+        bytes[1] = one.length;
+        const TableRef ref = recordIs(RecordKind::ipLookupVia, own);
+        if (one.fits) {
+            EXPECT_EQ(lfib->ipLookupVia(viaKey(ref)).vrfName.view(), std::string(one.length, 'v'));
+        } else {
+            EXPECT_EQ(corruption([&] { lfib->ipLookupVia(viaKey(ref)); }),
+                      cannotBeRight("VRF name of IP lookup via at unit", ref.unit()))
+                << one.length << " " << one.words;
         }
     }
-    EXPECT_FALSE(corruption([&] { LfibStatus("other", memory_); }));
 }
 
-TEST_F(DamagedLfib, MemoryOfAnotherSizeIsNoTable) {
-    const std::span<const std::byte> whole(memory_);
-    for (const std::size_t size : {std::size_t{0}, std::size_t{63}, LfibLayout::indexOffset,
-                                   LfibLayout::heapOffset, memory_.size() - 1}) {
-        EXPECT_TRUE(corruption([&] { LfibStatus("other", whole.first(size)); })) << size;
+TEST_F(LyingLfib, AnIpViaWhoseFieldsGoOnBehindItsRecordIsInvalidAndTold) {
+    const PackedVia packed(swapVia().via);
+    Words own((packed.bytes().size() + 7) / 8);
+    std::memcpy(own.data(), packed.bytes().data(), packed.bytes().size());
+    EXPECT_TRUE(lfib->ipVia(member(recordIs(RecordKind::ipVia, own))).isEq(swapVia().via));
+    own.pop_back();
+    const TableRef cut = recordIs(RecordKind::ipVia, own);
+    EXPECT_FALSE(lfib->ipVia(member(cut)));
+    EXPECT_EQ(lfib->lastCorruption(), cannotBeRight("fields of IP via at unit", cut.unit()));
+    EXPECT_EQ(lfib->corruptionsDetected(), 1U);
+}
+
+TEST_F(LyingLfib, ARecordOfAnotherKindIsNotTakenForOne) {
+    const Words own(3);
+    const TableRef set = recordIs(RecordKind::viaSet, own);
+    const TableRef ip = recordIs(RecordKind::ipVia, own);
+    const TableRef lookup = recordIs(RecordKind::ipLookupVia, own);
+    const TableRef tail = recordIs(RecordKind::multicastVia, own);
+    for (const TableRef ref : {ip, lookup, tail}) {
+        EXPECT_NE(corruption([&] { lfib->viaSet({ref.word}); }), "");
+    }
+    for (const TableRef ref : {set, ip, tail}) {
+        EXPECT_NE(corruption([&] { lfib->ipLookupVia(viaKey(ref)); }), "");
+    }
+    for (const TableRef ref : {set, ip, lookup}) {
+        EXPECT_NE(corruption([&] { lfib->multicastIpLookupVia(viaKey(ref)); }), "");
+    }
+    EXPECT_EQ(lfib->corruptionsDetected(), 0U);
+    for (const TableRef ref : {set, lookup, tail}) {
+        EXPECT_FALSE(lfib->ipVia(member(ref)));
+        EXPECT_EQ(lfib->lastCorruption(), cannotBeRight("IP via at unit", ref.unit()));
+    }
+    EXPECT_EQ(lfib->corruptionsDetected(), 3U);
+}
+
+TEST_F(LyingLfib, NoReferenceLeadsOutOfTheHeap) {
+    const auto end = static_cast<std::uint32_t>(reader->root().heapUnits);
+    for (const std::uint32_t unit : {0U, 1U, Tessel::TableLayout::heapUnit - 1, end - 1, end,
+                                     end + 1, 0x7fffffffU, 0xffffffffU}) {
+        const TableRef ref = TableRef::of(unit, 1);
+        EXPECT_EQ(corruption([&] { lfib->viaSet({ref.word}); }),
+                  cannotBeRight("via set at unit", unit));
+        EXPECT_EQ(corruption([&] { lfib->ipLookupVia(viaKey(ref)); }),
+                  cannotBeRight("IP lookup via at unit", unit));
+        EXPECT_EQ(corruption([&] { lfib->multicastIpLookupVia(viaKey(ref)); }),
+                  cannotBeRight("multicast IP lookup via at unit", unit));
+        EXPECT_FALSE(lfib->ipVia(member(ref)));
+        EXPECT_EQ(lfib->lastCorruption(), cannotBeRight("IP via at unit", unit));
     }
 }
 
-TEST_F(DamagedLfib, AHeapThatEndsTooEarlyOrTooLateIsFoundOnReading) {
-    const LfibViaSet whole = setOf(ipLabel);
-    for (const std::uint32_t units :
-         {std::uint32_t{0}, std::uint32_t{1}, LfibLayout::unitOf(whole.key), header_.heapUnits + 1,
-          std::uint32_t{0xffffffff}}) {
-        LfibLayout::Header damaged = header_;
-        damaged.heapUnits = units;
-        headerIs(damaged);
-        EXPECT_TRUE(corruption([&] { setOf(ipLabel); })) << units;
-        EXPECT_FALSE(table_->ipVia(0));
-    }
-    headerIs(header_);
-    EXPECT_TRUE(setOf(ipLabel).isEq(whole));
-}
-
-TEST_F(DamagedLfib, ListCountsAreCheckedAgainstTheCapacityAndTheRecord) {
-    for (const std::size_t counted : {offsetof(LfibLayout::ViaSetRecord, viaKeys),
-                                      offsetof(LfibLayout::ViaSetRecord, members)}) {
-        std::byte* at = setRecord(ipLabel) + sizeof(LfibLayout::RecordHeader) + counted;
-        for (const std::uint16_t count : {std::uint16_t{600}, std::uint16_t{0xffff}}) {
-            std::memcpy(at, &count, sizeof count);
-            EXPECT_THROW(setOf(ipLabel), Tessel::RangeError);
-        }
-        const std::uint16_t most = 599;
-        std::memcpy(at, &most, sizeof most);
-        const auto said = corruption([&] { setOf(ipLabel); });
-        ASSERT_TRUE(said);
-        EXPECT_NE(said->find("via set lists"), std::string::npos) << *said;
-        const std::uint16_t one = 1;
-        std::memcpy(at, &one, sizeof one);
-    }
-}
-
-TEST_F(DamagedLfib, ARecordOfAnotherKindIsNotTakenForOne) {
-    const std::uint32_t ip = setOf(ipLabel).members[0].viaIndex;
-    const LfibViaKey lookup = setOf(lookupLabel).viaKeys[0];
-    const LfibViaKey multicast = setOf(multicastLabel).viaKeys[0];
-    LfibViaKey ipKey;
-    ipKey.index = ip;
-    EXPECT_TRUE(corruption([&] { table_->ipLookupVia(ipKey); }));
-    EXPECT_TRUE(corruption([&] { table_->ipLookupVia(multicast); }));
-    EXPECT_TRUE(corruption([&] { table_->multicastIpLookupVia(ipKey); }));
-    EXPECT_TRUE(corruption([&] { table_->multicastIpLookupVia(lookup); }));
-    EXPECT_TRUE(corruption([&] { table_->viaSet(LfibLayout::viaSetKey(ip, 1)); }));
-    EXPECT_EQ(table_->corruptionsDetected(), 0U);
-    EXPECT_FALSE(table_->ipVia(lookup.index));
-    EXPECT_FALSE(table_->ipVia(multicast.index));
-    EXPECT_EQ(table_->corruptionsDetected(), 2U);
-    EXPECT_EQ(table_->lastCorruption(),
-              "lfib: IP via at unit " + std::to_string(multicast.index) + " cannot be right");
-}
-
-TEST_F(DamagedLfib, AVrfNameIsCheckedAgainstItsRecord) {
-    const LfibViaKey lookup = setOf(lookupLabel).viaKeys[0];
-    std::byte& length = unitAt(lookup.index)[sizeof(LfibLayout::RecordHeader) + 1];
-    for (const unsigned wrong : {7U, 100U, 101U, 255U}) {
-        length = static_cast<std::byte>(wrong);
-        EXPECT_TRUE(corruption([&] { table_->ipLookupVia(lookup); })) << wrong;
-    }
-    length = std::byte{2};
-    EXPECT_EQ(table_->ipLookupVia(lookup).vrfName.view(), "re");
-}
-
-TEST_F(DamagedLfib, NoDamageOfARecordLeadsOutOfTheTable) {
-    const std::vector<std::byte> whole = memory_;
-    for (std::size_t at = LfibLayout::heapOffset; at < memory_.size(); ++at) {
-        for (unsigned i = 0; i < 10; ++i) {
-            memory_[at] =
-                i < 8 ? whole[at] ^ (std::byte{1} << i) : (i == 8 ? std::byte{0} : std::byte{0xff});
-            readAll();
-        }
-        memory_[at] = whole[at];
-    }
-    EXPECT_TRUE(table_->ipVia(setOf(ipLabel).members[1].viaIndex).isEq(swapVia(1500).via));
-}
-
-TEST_F(DamagedLfib, NoDamageOfTheIndexLeadsOutOfTheTable) {
-    const std::uint64_t whole = table_->route(key(ipLabel)).viaSetKey.value;
-    std::byte* entry = memory_.data() + LfibLayout::indexOffset + ipLabel * sizeof(std::uint64_t);
-    for (unsigned i = 0; i < 64; ++i) {
-        const std::uint64_t damaged = whole ^ (std::uint64_t{1} << i);
-        std::memcpy(entry, &damaged, sizeof damaged);
-        readAll();
-        if (i >= 32) { // another serial number: what the key named has gone
-            EXPECT_TRUE(setOf(ipLabel).isEq(LfibViaSet()));
-        }
-    }
+TEST_F(LyingLfib, TheHookCountsAndRemembersWhatItIsTold) {
+    EXPECT_EQ(lfib->name(), "mpls/transitLfib");
+    lfib->doCorruptionDetected("torn");
+    lfib->doCorruptionDetected("torn again");
+    EXPECT_EQ(lfib->corruptionsDetected(), 2U);
+    EXPECT_EQ(lfib->lastCorruption(), "torn again");
 }
 
 } // namespace

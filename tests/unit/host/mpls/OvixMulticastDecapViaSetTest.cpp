@@ -1,5 +1,6 @@
 #include "Ovix/OvixMulticastDecapViaSet.h"
 
+#include "LocalTables.h"
 #include "TableTesting.h"
 
 namespace {
@@ -32,7 +33,7 @@ TEST(OvixMulticastDecapViaSet, TheDefaultLookupIsAnInvalidVia) {
 }
 
 TEST(OvixMulticastDecapViaSet, BranchesFollowTheLookup) {
-    LfibWriter writer("lfib", std::size_t{1} << 16U);
+    TestSupport::LocalLfib writer;
     const auto lookup = lookupOn(Lumo::IntfId("eth2"));
     writer.multicastIpLookupRouteIs(key(100), lookup,
                                     std::vector{swapVia(1400, 3), swapVia(1500, 4)});

@@ -40,6 +40,7 @@ TEST_P(Payload, IsPointedAtOrDroppedForAReason) {
 }
 
 constexpr const char* noInner = "No inner headers for v4 payload";
+constexpr const char* noInnerForAuto = "No inner headers for auto decided payload";
 
 INSTANTIATE_TEST_SUITE_P(
     IpLookupVia, Payload,
@@ -58,11 +59,13 @@ INSTANTIATE_TEST_SUITE_P(
         {"Ipv6ButIpv4OfFewerBytes", PayloadType::ipv6, ip4, "", noInner},
         {"AutoIpv4", PayloadType::automatic, ip4, "192.0.2.1"},
         {"AutoIpv6", PayloadType::automatic, ip6, "2001:db8::2"},
-        {"AutoNothing",
-         PayloadType::automatic,
-         {},
-         "",
-         "No inner headers for auto decided payload"},
+        {"AutoNothing", PayloadType::automatic, {}, "", noInnerForAuto},
+        {"AutoTooShortForAVersion", PayloadType::automatic, Bytes{0x45}, "", noInnerForAuto},
+        {"AutoIpv4HeaderCutShort", PayloadType::automatic, Bytes(ip4.begin(), ip4.begin() + 19), "",
+         noInnerForAuto},
+        {"AutoIpv6HeaderCutShort", PayloadType::automatic, Bytes(ip6.begin(), ip6.begin() + 39), "",
+         noInnerForAuto},
+        {"AutoTooShortForEthernet", PayloadType::automatic, Bytes(13, 0), "", noInnerForAuto},
         {"AutoEthernet", PayloadType::automatic, ethernet, "",
          "Inner header isn't an IP(6) header for auto decided payload. Is Eth"},
         {"Ethernet", PayloadType::ethernet, ethernet, "",

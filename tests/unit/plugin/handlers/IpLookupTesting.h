@@ -43,15 +43,23 @@ class IpLookupViaFixture : public MadeUpViasFixture {
     /// Hands the frame's top label and the via set to the handler.
     Ovix::ProcessingResult process(const Bytes& frame, const Ptr<Ovix::OvixMplsViaSet>& set,
                                    std::size_t nexthopCount = 1, bool counting = true) {
-        const auto context = contextOf(frame, counting);
-        Ovix::ParsedPacket& parsed = context->packetContext()->parsedPkt();
+        nexthopsAre(nexthopCount);
+        return handler->processMplsVia(labelContext(contextOf(frame, counting), set));
+    }
+    /// New next hops, which lead nowhere yet.
+    void nexthopsAre(std::size_t count) {
         nexthops = Tessel::make<Ovix::RoutingNexthops>();
-        for (std::size_t i = 0; i < nexthopCount; ++i) {
+        for (std::size_t i = 0; i < count; ++i) {
             nexthops->nexthopEnq(Tessel::make<Ovix::RoutingNexthop>(Lumo::IntfId()));
         }
-        return handler->processMplsVia(Tessel::make<Ovix::MplsContext>(
+    }
+    /// The context of the frame's top label.
+    Ptr<Ovix::MplsContext> labelContext(const Ptr<Ovix::RoutingContext>& context,
+                                        const Ptr<Ovix::OvixMplsViaSet>& set) const {
+        Ovix::ParsedPacket& parsed = context->packetContext()->parsedPkt();
+        return Tessel::make<Ovix::MplsContext>(
             context, *Ovix::mplsHeaderData(*parsed.header(1))->begin(), parsed.header(2), set,
-            nullptr, Lumo::MplsStackEntryIndex(0), nexthops));
+            nullptr, Lumo::MplsStackEntryIndex(0), nexthops);
     }
     const Ovix::RoutingNexthop& nexthop() const { return *nexthops->nexthopFront(); }
     std::size_t rewrites() const { return nexthop().rewriteInfos().rewrites().size(); }

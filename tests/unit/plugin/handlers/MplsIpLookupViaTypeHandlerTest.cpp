@@ -88,13 +88,6 @@ TEST_F(IpLookupVia, AViaOfNoTableIsNoVia) {
     EXPECT_EQ(rewrites(), 0U);
 }
 
-TEST_F(IpLookupVia, AViaThatIsGoneIsNoVia) {
-    const auto set = lookupIn("red", PayloadType::ipv4);
-    writers[decap]->routeDel(key(100));
-    EXPECT_EQ(process(mplsFrame({{100}}, ip4), set), 1);
-    expectDrop("No via");
-}
-
 TEST_F(IpLookupVia, AViaOfATableThatIsNoLongerMountedIsNoVia) {
     const auto set = lookupIn("red", PayloadType::ipv4);
     plugin->lfibTables()->decapLfibIs(nullptr);
@@ -170,19 +163,40 @@ TEST_F(IpLookupVia, WithNothingUnderTheLabelThereIsNoOamToLookFor) {
     EXPECT_EQ(trace, lines({"No inner headers for auto decided payload"}));
 }
 
-TEST_F(IpLookupVia, AnUnknownPayloadTypeIsCountedTowardTheAddressThatTheNextHopHas) {
-    const auto set = lookupIn("default", PayloadType{6});
-    const auto context = contextOf(mplsFrame({{100}}, ip4));
-    nexthops = Tessel::make<RoutingNexthops>();
-    nexthops->nexthopEnq(Tessel::make<RoutingNexthop>(Lumo::IntfId()));
-    const Lumo::IpGenAddr address = Lumo::IpGenAddr::ipv4(ip4.data() + 16);
-    nexthops->nexthopFront()->addressIs(address);
-    EXPECT_EQ(handler->processMplsVia(Tessel::make<MplsContext>(
-                  context, entryOf(100, 64, true), context->packetContext()->parsedPkt().header(2),
-                  set, nullptr, Lumo::MplsStackEntryIndex(0), nexthops)),
-              1);
-    EXPECT_EQ(nexthop().address(), address);
-    EXPECT_EQ(counterActions(), 1U);
+TEST_F(IpLookupVia, WhereAnAddressIsAlreadyThereOnlyAnUnknownPayloadTypeIsCounted) {
+    const std::pair<PayloadType, std::size_t> cases[]{
+        {PayloadType::none, 0}, {PayloadType{6}, 1}, {PayloadType{255}, 1}};
+    const Lumo::IpGenAddr address = Lumo::IpGenAddr::ipv4(udpPacket(0x0a000001).data() + 16);
+    for (const auto& [payload, actions] : cases) {
+        const auto set = lookupIn("default", payload);
+        nexthopsAre(1);
+        nexthops->nexthopFront()->addressIs(address);
+        EXPECT_EQ(handler->processMplsVia(labelContext(contextOf(mplsFrame({{100}}, ip4)), set)),
+                  1);
+        EXPECT_EQ(nexthop().address(), address);
+        EXPECT_EQ(rewrites(), 1U);
+        EXPECT_EQ(counterActions(), actions) << static_cast<int>(payload);
+    }
+    EXPECT_TRUE(counters->counters().empty());
+}
+
+TEST_F(IpLookupVia, AHeaderThatThePacketHasLostSinceItWasParsedIsNoInnerHeader) {
+    const std::pair<PayloadType, const char*> cases[]{
+        {PayloadType::ipv4, "No inner headers for v4 payload"},
+        {PayloadType::automatic, "No inner headers for auto decided payload"}};
+    const Bytes frame = mplsFrame({{100}}, ip4);
+    const Bytes labelAlone = mplsFrame({{100}}, {});
+    for (const auto& [payload, reason] : cases) {
+        counters = Tessel::make<OvixNamedCounters>();
+        const auto set = lookupIn("default", payload);
+        nexthopsAre(1);
+        const auto context = contextOf(frame);
+        const auto label = labelContext(context, set);
+        context->packetContext()->replacePacket(Lumo::globalPktManager()->newPkt(labelAlone),
+                                                PktCtxParse::keep);
+        EXPECT_EQ(handler->processMplsVia(label), 1);
+        expectDrop(reason);
+    }
 }
 
 TEST_F(IpLookupVia, AnEthernetPayloadOfAnIpTypeIsNoOam) {

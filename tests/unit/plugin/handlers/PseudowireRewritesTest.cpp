@@ -96,6 +96,9 @@ TEST(ControlWordPushRewrite, InsertsFourZeroBytesBehindTheStack) {
     } rows[]{
         {"one label", stack({{16, 7, 255}}), payload},
         {"three labels", stack({{100, 1, 1}, {200, 2, 2}, {300, 3, 3}}), payload},
+        {"seven labels",
+         stack({{100}, {200, 2, 2}, {300, 3, 3}, {7}, {400, 4, 4}, {500, 5, 5}, {600, 6, 6}}),
+         payload},
         {"TTL 0 and all bits set", stack({{0xfffff, 7, 0}, {0xfffff, 7, 255}}), payload},
         {"nothing but the stack", stack({{16}, {17}}), {}},
         {"one byte behind the stack", stack({{16}}), {9}},

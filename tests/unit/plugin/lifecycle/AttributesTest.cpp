@@ -20,10 +20,18 @@ class Attributes : public LifecycleFixture {
     Ptr<const Mpls::LfibStatus> lfib(Table table) const { return writers[table]->status(); }
 
     /// A plain setter: each value publishes once, and so does emptying it.
+    template <typename T>
+    Ptr<T> newOne() const {
+        if constexpr (std::is_same_v<T, Routing::Multicast::MvpnIntfStatus>) {
+            return Tessel::make<T>(labelTables->reader);
+        } else {
+            return Tessel::make<T>();
+        }
+    }
     template <typename T, typename Set, typename Get>
     void expectPlain(Tessel::AttrId id, Set set, Get get) {
-        const auto first = Tessel::make<T>();
-        const auto second = Tessel::make<T>();
+        const Ptr<T> first = newOne<T>();
+        const Ptr<T> second = newOne<T>();
         EXPECT_EQ(get().get(), nullptr) << id;
         set(nullptr);
         EXPECT_EQ(heard(), Ids{}) << id;

@@ -54,7 +54,7 @@ TEST_F(Mounts, TakeTheStateFromItsPaths) {
 }
 
 TEST_F(Mounts, LeaveEmptyWhatIsAbsentOrOfAnotherTypeAndOnlyThat) {
-    const auto stranger = Tessel::make<Routing::Multicast::MvpnIntfStatus>();
+    const Ptr<Tessel::Entity> stranger = LocalMvpn();
     for (const char* path : {"routing/mpls/routingInfo/status", "routing/hardware/mpls/capability",
                              "routing/hardware/mpls/status", "interface/status/eth/intf"}) {
         const Ptr<Tessel::Entity> kept = entities->entity(path);

@@ -238,7 +238,7 @@ TEST_F(MldpInputStep, ACorruptEntryIsToldToTheTableAndReadsAsNone) {
     EXPECT_EQ(process(special()).kind, Kind::refused);
     EXPECT_EQ(counted("Exceptional", "MvpnIntfStatus entry not found for vrf ID %s"), 1U);
     EXPECT_EQ(mvpn->corruptionsDetected(), 1U);
-    EXPECT_EQ(mvpn->lastCorruption(), "mvpnIntfStatus: entry of vrf ID 7 names vrf ID 8");
+    EXPECT_EQ(mvpn->lastCorruption(), "mvpnIntfStatus: place 7 names vrf ID 8");
 }
 
 TEST_F(MldpInputStep, AnotherPmsiInterfaceIsNotLetIntoTheVrf) {

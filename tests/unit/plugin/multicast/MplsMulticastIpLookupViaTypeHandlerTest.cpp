@@ -139,11 +139,13 @@ TEST_F(MulticastTail, WithoutACpuPortTheFrameIsIgnored) {
     EXPECT_TRUE(everythingCounted().empty());
 }
 
-TEST_F(MulticastTail, NothingIsSaidToBeSentThatTheCpuDidNotTake) {
+TEST_F(MulticastTail, WhatTheCpuDoesNotTakeIsDropped) {
     cpuPort()->takes = false;
     tailIs(vlan100);
     expectNoNexthop(labelled());
     EXPECT_FALSE(traced("Sent special packet to CPU."));
+    EXPECT_EQ(trace.back(), "Pkt 7: CPU port refused the special packet");
+    EXPECT_EQ(everythingCounted(), std::vector{row("Drop", "CPU port refused the special packet")});
 }
 
 TEST_F(MulticastTail, BehindAnExplicitNullTheLabelIsTheLast) {

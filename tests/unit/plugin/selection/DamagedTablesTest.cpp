@@ -1,6 +1,7 @@
 #include <cstring>
 
 #include "MadeUpVias.h"
+#include "Mpls/LfibLayout.h"
 #include "Ovix/OvixLfibViaSet.h"
 #include "Ovix/OvixMulticastDecapViaSet.h"
 #include "Tessel/Exceptions.h"
@@ -9,7 +10,7 @@ namespace {
 
 using namespace Ovix;
 using namespace TestSupport;
-using Mpls::LfibLayout::ViaSetRecord;
+using Mpls::LfibLayout::ViaSetWord;
 
 constexpr const char* noViaSet = "No via set in lfib %s for %s";
 
@@ -22,17 +23,13 @@ class DamagedTables : public MadeUpViasFixture {
         return plugin->viaSetFromLfibStatus(context, table(), key(label));
     }
     Ptr<const Mpls::LfibStatus> table() const { return writers[decap]->status(); }
-    std::byte* recordOf(std::uint32_t label) {
-        const auto viaSet = table()->route(key(label)).viaSetKey;
-        return writers[decap]->memory().data() + Mpls::LfibLayout::heapOffset +
-               Mpls::LfibLayout::unitOf(viaSet) * Mpls::LfibLayout::unit;
-    }
     void listCountIs(std::uint32_t label, std::size_t list, std::uint16_t count) {
-        std::memcpy(recordOf(label) + sizeof(Mpls::LfibLayout::RecordHeader) + list, &count,
-                    sizeof count);
+        auto* words = reinterpret_cast<std::byte*>(writers[decap]->viaSetWords(key(label)) + 1);
+        std::memcpy(words + list, &count, sizeof count);
+        writers[decap]->reseal(key(label));
     }
-    static constexpr std::array<std::size_t, 2> lists = {offsetof(ViaSetRecord, viaKeys),
-                                                         offsetof(ViaSetRecord, members)};
+    static constexpr std::array<std::size_t, 2> lists = {offsetof(ViaSetWord, viaKeys),
+                                                         offsetof(ViaSetWord, members)};
 };
 
 TEST_F(DamagedTables, AListCountBeyondTheCapacityPassesOnUncountedAndUntraced) {

@@ -1,3 +1,4 @@
+#include "Mpls/LfibLayout.h"
 #include "Ovix/OvixHwViaSet.h"
 #include "Ovix/OvixLfibViaSet.h"
 #include "Ovix/OvixMulticastDecapViaSet.h"
@@ -80,27 +81,26 @@ TEST_F(ViaSets, TheKeysTypeDecidesTheKindOfSet) {
 
 TEST_F(ViaSets, DamageIsReportedToTheTableAndReadsAsAbsent) {
     swapRoute(decap, 100, 300);
-    auto* index = reinterpret_cast<std::uint64_t*>(writers[decap]->memory().data() +
-                                                   Mpls::LfibLayout::indexOffset);
-    const std::uint64_t whole = index[100];
-    index[100] = 0x00000001ffffffff; // far outside of what is in use
+    std::uint64_t& entry = writers[decap]->entryOf(key(100));
+    const std::uint64_t whole = entry;
+    entry = 0x00000001ffffffff; // far outside of what is in use
     EXPECT_FALSE(fromLfib(100));
     EXPECT_EQ(writers[decap]->status()->corruptionsDetected(), 1U);
     EXPECT_EQ(counted("Drop", "No via set in lfib %s for %s"), 1U);
-    index[100] = whole;
+    entry = whole;
     EXPECT_TRUE(fromLfib(100));
 }
 
 TEST_F(ViaSets, AListCountBeyondItsCapacityIsARangeError) {
     swapRoute(decap, 100, 300);
-    auto* memory = writers[decap]->memory().data();
-    const auto viaSet =
-        reinterpret_cast<std::uint64_t*>(memory + Mpls::LfibLayout::indexOffset)[100];
-    auto* record = reinterpret_cast<Mpls::LfibLayout::ViaSetRecord*>(
-        memory + Mpls::LfibLayout::heapOffset + (viaSet & 0xffffffffU) * 8 + 8);
-    record->viaKeys = 600;
+    const auto countIs = [this](std::uint16_t viaKeys) {
+        std::uint64_t* words = writers[decap]->viaSetWords(key(100)) + 1;
+        reinterpret_cast<Mpls::LfibLayout::ViaSetWord*>(words)->viaKeys = viaKeys;
+        writers[decap]->reseal(key(100));
+    };
+    countIs(600);
     EXPECT_THROW(fromLfib(100), Tessel::RangeError);
-    record->viaKeys = 599; // in range, but the record is shorter
+    countIs(599); // in range, but the record is shorter
     EXPECT_FALSE(fromLfib(100));
     EXPECT_EQ(writers[decap]->status()->corruptionsDetected(), 1U);
 }

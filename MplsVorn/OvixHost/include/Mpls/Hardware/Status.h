@@ -2,13 +2,14 @@
 
 #include <array>
 #include <cstdint>
-#include <memory>
-#include <vector>
+#include <string>
+#include <string_view>
 
 #include "Mpls/Hardware/Adjacency.h"
 #include "Mpls/RouteKey.h"
+#include "Mpls/TableDirectory.h"
 #include "Tessel/Entity.h"
-#include "Tessel/FlatMap.h"
+#include "Tessel/TableReader.h"
 
 namespace Mpls::Hardware {
 
@@ -16,88 +17,89 @@ namespace Mpls::Hardware {
 /// which stands for absence.
 struct Route {
     RouteKey routeKey;
-    std::uint64_t adjacencyKey = 0;
-    bool unprogrammed = false; ///< the platform has not (yet) taken the route
-    std::uint32_t place = 0;   ///< where Status keeps the adjacency; not part of the route's value
+    std::uint64_t adjacencyKey = 0; ///< 0 to 2^20 - 1
+    bool unprogrammed = false;      ///< the platform has not (yet) taken the route
 
     bool isEq(const Route& other) const noexcept {
         return routeKey == other.routeKey && adjacencyKey == other.adjacencyKey &&
                unprogrammed == other.unprogrammed;
     }
+
+    /// The route as its label's entry carries it.
+    ///
+    ///     31         2 1            0
+    ///     +-----------+------------+-+
+    ///     | adjacency |unprogrammed|1|
+    ///     +-----------+------------+-+
+    constexpr std::uint32_t packed() const noexcept {
+        return static_cast<std::uint32_t>(adjacencyKey << 2U) |
+               (static_cast<std::uint32_t>(unprogrammed) << 1U) | 1U;
+    }
+    static constexpr Route unpacked(RouteKey key, std::uint32_t packed) noexcept {
+        return {key, packed >> 2U, (packed & 2U) != 0};
+    }
 };
 
-/// The MPLS routes that the platform has programmed and the adjacencies they point at. A label
-/// indexes its route and a route its adjacency's place, so that finding both hashes nothing.
+/// The MPLS routes that the platform has programmed and the adjacencies they point at: the reading
+/// side. Both are found by index. What cannot be right throws Tessel::CorruptionDetected.
 class Status : public Tessel::Entity {
   public:
     static constexpr std::string_view entityTypeName = "Mpls::Hardware::Status";
     enum Attr : Tessel::AttrId { routeAttr = 0, adjacencyAttr = 1 };
 
-    Status() : Entity("status") {}
+    explicit Status(Ptr<const Tessel::TableReader> tables);
     std::string_view typeName() const noexcept override { return entityTypeName; }
 
     /// The default route when there is none for the key.
-    Route route(RouteKey key) const noexcept {
-        const Target target = targetOf(key);
-        return target != absent ? Route{key, places_[placeOf(target)].key, isUnprogrammed(target),
-                                        placeOf(target)}
-                                : Route{};
+    Route route(RouteKey key) const {
+        const Recent& recent = recentOf(key);
+        return holds(recent, key) ? recent.route : readRoute(key);
     }
-    /// Empty when there is none.
-    Ptr<const Adjacency> adjacency(std::uint64_t key) const noexcept;
-    /// The same for the route's adjacency, at less cost. The route must have been read from here
-    /// since the last change.
-    const Ptr<const Adjacency>& adjacency(const Route& route) const noexcept {
-        return places_[route.place].adjacency;
+    /// A copy of the route's adjacency; empty when there is none. Good until the next call here.
+    const Ptr<const Adjacency>& adjacency(const Route& route) const {
+        Recent& recent = recentOf(route.routeKey);
+        return holds(recent, route.routeKey) && recent.adjacencyRead ? recent.adjacency
+                                                                     : readAdjacency(route);
+    }
+    /// The same by key.
+    Ptr<const Adjacency> adjacency(std::uint64_t key) const;
+
+    std::size_t routes() const noexcept { return tables_->entries(routes_); }
+    std::size_t adjacencies() const noexcept { return tables_->entries(adjacencies_); }
+    /// Visits the labels that have a route.
+    template <typename Visitor>
+    void forEachLabel(Visitor&& visitor) const {
+        tables_->forEach(routes_, [&](std::uint32_t label, Tessel::TableRef) { visitor(label); });
     }
 
-    /// The all-ones key is reserved: Tessel::RangeError.
-    void routeIs(const Route& route);
-    void routeDel(RouteKey key);
-    /// The all-ones key is reserved: Tessel::RangeError.
-    void adjacencyIs(std::uint64_t key, Ptr<const Adjacency> adjacency);
-    void adjacencyDel(std::uint64_t key);
-
-    void reserve(std::size_t routes);
-    std::size_t routes() const noexcept { return routeCount_; }
-    std::size_t usedBytes() const noexcept;
+    /// The corruption hook: told of what a read ran into.
+    void doCorruptionDetected(std::string_view message) const;
+    std::uint64_t corruptionsDetected() const noexcept { return corruptions_; }
+    const std::string& lastCorruption() const noexcept { return lastCorruption_; }
 
   private:
-    /// (place << 1) + 1 for unprogrammed, counted from 2; 0 for no route.
-    using Target = std::uint32_t;
-    static constexpr Target absent = 0;
-    static constexpr std::size_t pageLabels = 1024;
-    static constexpr std::size_t pages = (std::size_t{Lumo::MplsLabel::max} + 1) / pageLabels;
-    using Page = std::array<Target, pageLabels>;
-
-    struct Place {
+    /// A route met not long ago. Within a generation nothing changes, so it need not be read again.
+    struct Recent {
+        std::uint64_t generation = 0;
+        Route route;
         Ptr<const Adjacency> adjacency;
-        std::uint64_t key = 0;
-        std::uint32_t routes = 0; ///< that point here
+        bool adjacencyRead = false;
     };
+    static constexpr std::size_t recents = 2048;
 
-    static constexpr std::uint32_t placeOf(Target target) noexcept { return target >> 1U; }
-    static constexpr bool isUnprogrammed(Target target) noexcept { return (target & 1U) != 0; }
-
-    Target targetOf(RouteKey key) const noexcept {
-        if (key.depth() != 1) [[unlikely]] {
-            const Target* target = deepRoutes_.find(key.value());
-            return target != nullptr ? *target : absent;
-        }
-        const std::uint32_t label = key.topLabel().value();
-        const Page* page = pages_[label / pageLabels].get();
-        return page != nullptr ? (*page)[label % pageLabels] : absent;
+    Recent& recentOf(RouteKey key) const noexcept { return recent_[key.value() % recents]; }
+    bool holds(const Recent& recent, RouteKey key) const noexcept {
+        return recent.route.routeKey == key && recent.generation == tables_->generation();
     }
-    void targetIs(RouteKey key, Target target);
-    std::uint32_t placeFor(std::uint64_t adjacencyKey);
-    void leavePlace(std::uint32_t place);
+    Route readRoute(RouteKey key) const;
+    const Ptr<const Adjacency>& readAdjacency(const Route& route) const;
 
-    std::array<std::unique_ptr<Page>, pages> pages_;
-    Tessel::FlatMap<Target> deepRoutes_; ///< of label stacks of more than one label
-    std::size_t routeCount_ = 0;
-    std::vector<Place> places_ = std::vector<Place>(1); ///< the first one stands for none
-    std::vector<std::uint32_t> freePlaces_;
-    Tessel::FlatMap<std::uint32_t> placeOfKey_;
+    Ptr<const Tessel::TableReader> tables_;
+    std::size_t routes_;
+    std::size_t adjacencies_;
+    mutable std::array<Recent, recents> recent_;
+    mutable std::uint64_t corruptions_ = 0;
+    mutable std::string lastCorruption_;
 };
 
 } // namespace Mpls::Hardware

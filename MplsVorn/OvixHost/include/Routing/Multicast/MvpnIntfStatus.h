@@ -1,10 +1,12 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "Lumo/IntfId.h"
 #include "Tessel/Entity.h"
-#include "Tessel/FlatMap.h"
+#include "Tessel/TableReader.h"
 #include "Vrf/VrfIdMap.h"
 
 namespace Routing::Multicast {
@@ -17,34 +19,47 @@ struct MvpnVrfIntfId {
     friend bool operator==(const MvpnVrfIntfId&, const MvpnVrfIntfId&) noexcept = default;
 };
 
-/// The provider-multicast interfaces of the multicast VPNs, by VRF.
+/// Where VRFs stand in the table: at a place of their own number or, where that is another's, at
+/// the next free one, as in an open hash.
+struct MvpnPlaces {
+    static constexpr std::uint32_t home(Vrf::VrfIdMap::VrfId vrf) noexcept {
+        return (vrf.value ^ (vrf.value >> 20U)) & Tessel::TableLayout::maxKey;
+    }
+    static constexpr std::uint32_t next(std::uint32_t place) noexcept {
+        return (place + 1) & Tessel::TableLayout::maxKey;
+    }
+    /// How far from its home a VRF stands.
+    static constexpr std::uint32_t distance(std::uint32_t place,
+                                            Vrf::VrfIdMap::VrfId vrf) noexcept {
+        return (place - home(vrf)) & Tessel::TableLayout::maxKey;
+    }
+    /// VRFs that share a home are few.
+    static constexpr std::uint32_t maxDistance = 1024;
+};
+
+/// The provider-multicast interfaces of the multicast VPNs, by VRF: the reading side.
 class MvpnIntfStatus : public Tessel::Entity {
   public:
     static constexpr std::string_view entityTypeName = "Routing::Multicast::MvpnIntfStatus";
     static constexpr std::string_view mountPath = "routing/multicast/mvpn/intfStatus";
+    /// Published under the place (MvpnPlaces) of what has changed.
     enum Attr : Tessel::AttrId { vrfIntfIdAttr = 0 };
 
-    MvpnIntfStatus() : Entity("mvpnIntfStatus") {}
+    explicit MvpnIntfStatus(Ptr<const Tessel::TableReader> tables);
     std::string_view typeName() const noexcept override { return entityTypeName; }
 
-    /// The default entry when the VRF has none. An entry of another VRF in its place throws
-    /// Tessel::CorruptionDetected.
-    MvpnVrfIntfId vrfIntfId(Vrf::VrfIdMap::VrfId vrf) const {
-        const MvpnVrfIntfId* entry = entries_.find(vrf.value);
-        if (entry == nullptr) {
-            return {};
-        }
-        if (entry->vrfId != vrf) {
-            corrupt(vrf, *entry);
-        }
-        return *entry;
-    }
+    /// The default entry when the VRF has none. What cannot be right, an entry of a VRF that has
+    /// no business in its place included, throws Tessel::CorruptionDetected.
+    MvpnVrfIntfId vrfIntfId(Vrf::VrfIdMap::VrfId vrf) const;
 
-    void vrfIntfIdIs(Vrf::VrfIdMap::VrfId vrf, Lumo::IntfId intf) { entryIs(vrf, {vrf, intf}); }
-    /// Publishes an entry as given, whatever it says.
-    void entryIs(Vrf::VrfIdMap::VrfId vrf, const MvpnVrfIntfId& entry);
-    /// Nothing happens when the VRF has no entry.
-    void vrfIntfIdDel(Vrf::VrfIdMap::VrfId vrf);
+    std::size_t vrfs() const noexcept { return tables_->entries(table_); }
+    /// Visits the entries; throws as vrfIntfId does.
+    template <typename Visitor>
+    void forEachEntry(Visitor&& visitor) const {
+        tables_->forEach(table_, [&](std::uint32_t place, Tessel::TableRef ref) {
+            visitor(read(place, ref));
+        });
+    }
 
     /// The corruption hook: told of what a read ran into.
     void doCorruptionDetected(std::string_view message) const;
@@ -52,9 +67,10 @@ class MvpnIntfStatus : public Tessel::Entity {
     const std::string& lastCorruption() const noexcept { return lastCorruption_; }
 
   private:
-    [[noreturn]] void corrupt(Vrf::VrfIdMap::VrfId vrf, const MvpnVrfIntfId& found) const;
+    MvpnVrfIntfId read(std::uint32_t place, Tessel::TableRef ref) const;
 
-    Tessel::FlatMap<MvpnVrfIntfId> entries_;
+    Ptr<const Tessel::TableReader> tables_;
+    std::size_t table_;
     mutable std::uint64_t corruptions_ = 0;
     mutable std::string lastCorruption_;
 };

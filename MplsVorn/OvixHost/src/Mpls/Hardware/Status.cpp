@@ -1,116 +1,54 @@
 #include "Mpls/Hardware/Status.h"
 
-#include "Tessel/Exceptions.h"
-
 namespace Mpls::Hardware {
 
-Ptr<const Adjacency> Status::adjacency(std::uint64_t key) const noexcept {
-    const std::uint32_t* place = placeOfKey_.find(key);
-    return place != nullptr ? places_[*place].adjacency : nullptr;
-}
+Status::Status(Ptr<const Tessel::TableReader> tables)
+    : Entity("status"), tables_(std::move(tables)),
+      routes_(tables_->table(describe(TableId::hardwareRoutes).path, entityTypeName)),
+      adjacencies_(tables_->table(describe(TableId::hardwareAdjacencies).path, entityTypeName)) {}
 
-void Status::routeIs(const Route& route) {
-    const RouteKey key = route.routeKey;
-    const Target before = targetOf(key);
-    if (before != absent && this->route(key).isEq(route)) {
-        return;
-    }
-    const std::uint32_t place = placeFor(route.adjacencyKey);
-    ++places_[place].routes;
-    targetIs(key, (place << 1U) | static_cast<Target>(route.unprogrammed));
-    if (before == absent) {
-        ++routeCount_;
-    } else {
-        --places_[placeOf(before)].routes;
-        leavePlace(placeOf(before));
-    }
-    publish(routeAttr, key.value());
-}
-
-void Status::routeDel(RouteKey key) {
-    const Target before = targetOf(key);
-    if (before == absent) {
-        return;
-    }
-    targetIs(key, absent);
-    --routeCount_;
-    --places_[placeOf(before)].routes;
-    leavePlace(placeOf(before));
-    publish(routeAttr, key.value());
-}
-
-void Status::adjacencyIs(std::uint64_t key, Ptr<const Adjacency> adjacency) {
-    places_[placeFor(key)].adjacency = std::move(adjacency);
-    publish(adjacencyAttr, key);
-}
-
-void Status::adjacencyDel(std::uint64_t key) {
-    const std::uint32_t* place = placeOfKey_.find(key);
-    if (place == nullptr || !places_[*place].adjacency) {
-        return;
-    }
-    places_[*place].adjacency.reset();
-    leavePlace(*place);
-    publish(adjacencyAttr, key);
-}
-
-void Status::targetIs(RouteKey key, Target target) {
+Route Status::readRoute(RouteKey key) const {
     if (key.depth() != 1) {
-        if (target == absent) {
-            deepRoutes_.erase(key.value());
-        } else {
-            deepRoutes_[key.value()] = target;
-        }
-        return;
+        return {};
     }
     const std::uint32_t label = key.topLabel().value();
-    std::unique_ptr<Page>& page = pages_[label / pageLabels];
-    if (!page) {
-        page = std::make_unique<Page>();
+    const Tessel::TableRef entry = tables_->entry(routes_, label);
+    if (!entry) {
+        return {};
     }
-    (*page)[label % pageLabels] = target;
+    if (entry != Tessel::TableLayout::sealed(entry.unit(),
+                                             Tessel::TableLayout::entryPlace(routes_, label))) {
+        tables_->refuse("hardware route of label", label);
+    }
+    Recent& recent = recentOf(key);
+    recent.generation = tables_->generation();
+    recent.route = Route::unpacked(key, entry.unit());
+    recent.adjacencyRead = false;
+    return recent.route;
 }
 
-/// The place of an adjacency that exists or that a route waits for.
-std::uint32_t Status::placeFor(std::uint64_t adjacencyKey) {
-    std::uint32_t& place = placeOfKey_[adjacencyKey];
-    if (place != 0) {
-        return place;
-    }
-    if (freePlaces_.empty()) {
-        place = static_cast<std::uint32_t>(places_.size());
-        places_.emplace_back();
-    } else {
-        place = freePlaces_.back();
-        freePlaces_.pop_back();
-    }
-    places_[place].key = adjacencyKey;
-    return place;
+const Ptr<const Adjacency>& Status::readAdjacency(const Route& route) const {
+    Recent& recent = recentOf(route.routeKey);
+    // Another route may have taken the place meanwhile; then this one's takes it back.
+    recent.generation = 0;
+    recent.adjacency = adjacency(route.adjacencyKey);
+    recent.route = route;
+    recent.adjacencyRead = true;
+    recent.generation = tables_->generation();
+    return recent.adjacency;
 }
 
-void Status::leavePlace(std::uint32_t place) {
-    if (!places_[place].adjacency && places_[place].routes == 0) {
-        placeOfKey_.erase(places_[place].key);
-        freePlaces_.push_back(place);
+Ptr<const Adjacency> Status::adjacency(std::uint64_t key) const {
+    if (key > Tessel::TableLayout::maxKey) {
+        return nullptr;
     }
+    const Tessel::TableRef entry = tables_->entry(adjacencies_, static_cast<std::uint32_t>(key));
+    return entry ? Adjacency::read(*tables_, entry) : nullptr;
 }
 
-void Status::reserve(std::size_t routes) {
-    places_.reserve(routes + 1);
-    placeOfKey_.reserve(routes);
-}
-
-std::size_t Status::usedBytes() const noexcept {
-    std::size_t bytes = placeOfKey_.memoryBytes() + deepRoutes_.memoryBytes() +
-                        places_.capacity() * sizeof(Place) +
-                        freePlaces_.capacity() * sizeof(std::uint32_t);
-    for (const std::unique_ptr<Page>& page : pages_) {
-        bytes += page ? sizeof(Page) : 0;
-    }
-    for (const Place& place : places_) {
-        bytes += place.adjacency ? place.adjacency->memoryBytes() : 0;
-    }
-    return bytes;
+void Status::doCorruptionDetected(std::string_view message) const {
+    ++corruptions_;
+    lastCorruption_ = message;
 }
 
 } // namespace Mpls::Hardware

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "ConfigTypes.h"
+
+namespace OvixAgent {
+
+/// Throws std::system_error when there is no interface of that name.
+unsigned int indexOfInterface(const std::string& name);
+std::uint32_t mtuOfInterface(const std::string& name);
+/// Zeros when its address is not of six bytes.
+MacAddress macOfInterface(const std::string& name);
+/// 1 when its driver does not tell.
+std::uint32_t receiveQueuesOfInterface(const std::string& name);
+
+/// Whether the interface is still there.
+bool isInterface(unsigned int index) noexcept;
+
+/// Brings the interface up. Throws std::system_error when it cannot be.
+void bringUp(const std::string& name);
+
+} // namespace OvixAgent

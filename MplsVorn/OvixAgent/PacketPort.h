@@ -1,0 +1,54 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "ConfigTypes.h"
+#include "FileDescriptor.h"
+#include "LivePort.h"
+#include "PacketRing.h"
+#include "SendQueue.h"
+
+namespace OvixAgent {
+
+/// A port on a network interface through packet sockets: one with a receive ring, and one to send
+/// on, which hears nothing. What the host itself sends on the interface is not received.
+///
+/// The interface's own settings are left alone. Frames of several segments, which it hands on when
+/// it is offered to merge them (GRO), or when a sender on the other end of a virtual link leaves
+/// cutting them up to the hardware (TSO, GSO), are counted and dropped.
+class PacketPort final : public LivePort {
+  public:
+    /// `index` is handed on in every frame. When the interface cannot be used, the port is not
+    /// open.
+    PacketPort(PortIndex index, std::string interfaceName, PacketIntake intake);
+
+    const std::string& name() const noexcept override { return name_; }
+    bool isOpen() const noexcept override { return ring_.has_value(); }
+    bool reopen() override;
+    const std::string& problem() const noexcept override { return problem_; }
+    int descriptor() const noexcept override { return isOpen() ? ring_->descriptor() : -1; }
+
+    std::size_t receive(const FrameVisitor& visitor, std::size_t budget) override;
+    void transmit(const Frame& frame) override;
+    void flush() override;
+
+    const LiveCounts& counts() override;
+
+  private:
+    void shut(std::string problem);
+    void openSender();
+    void seeWhatIsWrong();
+
+    PortIndex index_;
+    std::string name_;
+    PacketIntake intake_;
+    unsigned int interfaceIndex_ = 0;
+    std::optional<PacketRing> ring_;
+    FileDescriptor sender_;
+    LiveCounts counts_;
+    SendQueue queue_{counts_};
+    std::string problem_;
+};
+
+} // namespace OvixAgent

@@ -1,0 +1,118 @@
+#include "SharedIpRoutes.h"
+
+#include <algorithm>
+
+#include "Ovix/ImposedLabels.h"
+#include "Tessel/Exceptions.h"
+
+namespace OvixAgent {
+
+namespace {
+
+IpPrefix prefixOf(const L3::RouteKey& key) {
+    IpPrefix prefix;
+    const bool isIpv4 = key.prefix.family() == Lumo::IpFamily::ipv4;
+    prefix.address.family = isIpv4 ? IpAddress::Family::ipv4 : IpAddress::Family::ipv6;
+    std::copy_n(key.prefix.bytes().begin(),
+                isIpv4 ? Lumo::IpGenAddr::ipv4Size : Lumo::IpGenAddr::ipv6Size,
+                prefix.address.bytes.begin());
+    prefix.length = key.length;
+    return prefix;
+}
+
+Ptr<Ovix::RewriteImpl> pushOf(const Ovix::OvixMplsVia& via) {
+    if (via.labels.empty()) {
+        return nullptr;
+    }
+    const std::string_view packed = via.labels.view();
+    const std::span bytes(reinterpret_cast<const std::uint8_t*>(packed.data()), packed.size());
+    return pushRewrite(Lumo::UnboundedMplsLabelOperation(Ovix::ImposedLabels::lasting(bytes)),
+                       via.ttl());
+}
+
+} // namespace
+
+SharedIpRoutes::SharedIpRoutes(Ptr<const Tessel::TableReader> tables, ForwardingTables& forwarding)
+    : forwarding_(&forwarding), routes_(tables), tables_(std::move(tables)),
+      changes_(tables_, routes_.table()), generation_(tables_->generation()) {
+    tables_->forEach(routes_.table(),
+                     [this](std::uint32_t place, Tessel::TableRef) { take(place); });
+}
+
+bool SharedIpRoutes::refresh() {
+    if (tables_->generation() != generation_) [[unlikely]] {
+        generation_ = tables_->generation();
+        changes_.restart();
+    }
+    if (changes_.done()) [[likely]] {
+        return true;
+    }
+    try {
+        return changes_.look(1, [this](std::uint32_t place) {
+            drop(place);
+            take(place);
+        });
+    } catch (const Tessel::CorruptionDetected&) {
+        return false; // that page's routes stay as they were
+    } catch (const Tessel::SnapshotLost&) {
+        return false; // there is a newer generation to go over to
+    }
+}
+
+void SharedIpRoutes::drop(std::uint32_t place) {
+    const auto taken = taken_.find(place);
+    if (taken != taken_.end()) {
+        forwarding_->vrfs->fibIs({}).routeDel(taken->second);
+        taken_.erase(taken);
+    }
+}
+
+void SharedIpRoutes::take(std::uint32_t place) {
+    std::optional<L3::Route> route;
+    try {
+        route = routes_.at(place);
+    } catch (const Tessel::CorruptionDetected&) {
+        return;
+    }
+    if (!route) {
+        return;
+    }
+    if (route->key.table != L3::RouteKey::mainTable) {
+        ++ignored_;
+        return;
+    }
+    const IpPrefix prefix = prefixOf(route->key);
+    // The device's own addresses are not routed elsewhere.
+    const IpRoute* own = forwarding_->vrfs->fib({})->find(route->key.prefix);
+    if (own != nullptr && own->isLocal() &&
+        route->key.length == (prefix.address.family == IpAddress::Family::ipv4 ? 32 : 128)) {
+        return;
+    }
+    forwarding_->vrfs->fibIs({}).routeIs(prefix, routeOf(*route));
+    taken_.emplace(place, prefix);
+}
+
+IpRoute SharedIpRoutes::routeOf(const L3::Route& route) {
+    if (route.kind != L3::Route::Kind::forward) {
+        return route.kind == L3::Route::Kind::local ? IpRoute::local() : IpRoute::drop();
+    }
+    std::vector<IpRouteVia> vias;
+    const auto entries = route.ways->entries(false);
+    for (std::uint32_t i = 0; i < entries.size(); ++i) {
+        const Ovix::OvixMplsVia& via = route.ways->via(false, i);
+        const Port* port = forwarding_->ports.byIntfId(via.intfId);
+        if (port == nullptr) {
+            continue;
+        }
+        IpRouteVia& made = vias.emplace_back();
+        made.port = forwarding_->ports.indexOf(*port);
+        made.nexthop = via.nexthop;
+        made.onLink = via.nexthop.empty();
+        made.weight = std::max<std::uint32_t>(1, entries[i].weight);
+        made.push = pushOf(via);
+    }
+    // What is routed to an interface that is no port, such as the loopback's, is for the device.
+    return vias.empty() ? IpRoute::local() : IpRoute::forward(std::move(vias));
+}
+
+} // namespace OvixAgent

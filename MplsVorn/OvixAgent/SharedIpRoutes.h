@@ -1,0 +1,40 @@
+#pragma once
+
+#include <optional>
+#include <unordered_map>
+
+#include "ForwardingTables.h"
+#include "L3/Routes.h"
+#include "Tessel/TableChanges.h"
+
+namespace OvixAgent {
+
+/// Keeps the routes of the VRFs as the shared tables say. Routes of the configuration, and of the
+/// ports' own addresses, stay unless a shared one takes their place. The main routing table is the
+/// default VRF; others have none yet, and their routes are counted as ignored.
+class SharedIpRoutes {
+  public:
+    /// Takes over what there is.
+    SharedIpRoutes(Ptr<const Tessel::TableReader> tables, ForwardingTables& forwarding);
+
+    /// To be called when the reader may have gone over to another generation: takes over some of
+    /// what has changed, and returns whether that was all.
+    bool refresh();
+
+    std::size_t ignored() const noexcept { return ignored_; }
+
+  private:
+    void take(std::uint32_t place);
+    void drop(std::uint32_t place);
+    IpRoute routeOf(const L3::Route& route);
+
+    ForwardingTables* forwarding_;
+    L3::Routes routes_;
+    Ptr<const Tessel::TableReader> tables_;
+    Tessel::TableChanges changes_;
+    std::uint64_t generation_;
+    std::unordered_map<std::uint32_t, IpPrefix> taken_; ///< by place
+    std::size_t ignored_ = 0;
+};
+
+} // namespace OvixAgent

@@ -1,0 +1,59 @@
+/* Runs in the kernel on every frame that an interface receives, ahead of the network stack:
+ * labelled frames for this station go to the agent's AF_XDP socket, and everything else on its way.
+ */
+#include <linux/bpf.h> /* the types that the others need */
+#include <linux/if_ether.h>
+
+#include <bpf/bpf_endian.h>
+#include <bpf/bpf_helpers.h>
+
+struct {
+    __uint(type, BPF_MAP_TYPE_XSKMAP);
+    __uint(max_entries, 1);
+    __type(key, __u32);
+    __type(value, __u32);
+} agentSockets SEC(".maps");
+
+/* Set before the program is loaded. */
+const volatile __u8 station[ETH_ALEN];
+
+struct tag {
+    __be16 control;
+    __be16 type;
+};
+
+static __always_inline int isForStation(const struct ethhdr* ethernet) {
+    if (ethernet->h_dest[0] & 1) {
+        return 1;
+    }
+    for (int i = 0; i < ETH_ALEN; i++) {
+        if (ethernet->h_dest[i] != station[i]) {
+            return 0;
+        }
+    }
+    return 1;
+}
+
+SEC("xdp")
+int redirectLabelled(struct xdp_md* context) {
+    const void* end = (const void*)(long)context->data_end;
+    const struct ethhdr* ethernet = (const void*)(long)context->data;
+    const struct tag* tag = (const void*)(ethernet + 1);
+    if ((const void*)tag > end) {
+        return XDP_PASS;
+    }
+    __be16 type = ethernet->h_proto;
+    if (type == bpf_htons(ETH_P_8021Q) || type == bpf_htons(ETH_P_8021AD)) {
+        if ((const void*)(tag + 1) > end) {
+            return XDP_PASS;
+        }
+        type = tag->type;
+    }
+    if (type != bpf_htons(ETH_P_MPLS_UC) && type != bpf_htons(ETH_P_MPLS_MC)) {
+        return XDP_PASS;
+    }
+    if (!isForStation(ethernet)) {
+        return XDP_PASS;
+    }
+    return bpf_redirect_map(&agentSockets, context->rx_queue_index, XDP_PASS);
+}

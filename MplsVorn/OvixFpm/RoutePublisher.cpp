@@ -1,0 +1,170 @@
+#include "RoutePublisher.h"
+
+#include <array>
+#include <stdexcept>
+
+#include "Mpls/TransitRoutes.h"
+
+namespace OvixFpm {
+
+using Mpls::RouteKey;
+using Mpls::TableId;
+
+namespace {
+
+L3::RouteKey keyOf(const Destination& destination) {
+    return {destination.table(), destination.prefix(), destination.length()};
+}
+
+/// The labels as vias carry them, three bytes each.
+std::vector<std::uint8_t> packed(const std::vector<Lumo::MplsLabel>& labels) {
+    std::vector<std::uint8_t> bytes;
+    for (const Lumo::MplsLabel label : labels) {
+        for (const unsigned shift : {16U, 8U, 0U}) {
+            bytes.push_back(static_cast<std::uint8_t>(label.value() >> shift));
+        }
+    }
+    return bytes;
+}
+
+L3::Route::Kind kindOf(RouteEnd end) noexcept {
+    return end == RouteEnd::local ? L3::Route::Kind::local : L3::Route::Kind::drop;
+}
+
+} // namespace
+
+RoutePublisher::RoutePublisher(Mpls::TablePublisher& tables, InterfaceLookup& interfaces)
+    : tables_(&tables), interfaces_(&interfaces) {
+    const Tessel::TableReader reader(tables.tables().name(), tables.tables().memory());
+    for (const TableId table : {TableId::transitLfib, TableId::decapLfib}) {
+        reader.forEach(static_cast<std::size_t>(table), [&](std::uint32_t label, Tessel::TableRef) {
+            labels_.insert(Lumo::MplsLabel(label));
+        });
+    }
+    markStale();
+}
+
+std::string RoutePublisher::apply(const RouteChange& change) {
+    if (const auto* gone = std::get_if<LabelWithdrawal>(&change)) {
+        withdraw(gone->label.label());
+        return {};
+    }
+    if (const auto* gone = std::get_if<PrefixWithdrawal>(&change)) {
+        tables_->ipRoutes().routeDel(keyOf(gone->destination));
+        stalePrefixes_.erase(keyOf(gone->destination));
+        return {};
+    }
+    const auto* label = std::get_if<LabelRoute>(&change);
+    const auto* prefix = std::get_if<PrefixRoute>(&change);
+    try {
+        label != nullptr ? route(*label) : route(*prefix);
+        return {};
+    } catch (const std::exception& refused) {
+        // An old route would lead where the new one says not to go.
+        if (label != nullptr) {
+            withdraw(label->label().label());
+        } else {
+            tables_->ipRoutes().routeDel(keyOf(prefix->destination()));
+        }
+        return refused.what();
+    }
+}
+
+void RoutePublisher::route(const LabelRoute& route) {
+    const RouteKey key = RouteKey::fromLabel(route.label().label());
+    const NextHop& first = route.nextHops().front();
+    if (route.nextHops().size() == 1 && first.isInterfaceOnly() && interfaceOf(first).isVrf) {
+        Mpls::transitRouteDel(*tables_, key);
+        tables_->lfib(TableId::decapLfib)
+            .ipLookupRouteIs(key, Mpls::LfibViaType::ipLookup,
+                             L3::VrfName(std::string_view(interfaceOf(first).name)),
+                             Mpls::PayloadType::automatic);
+    } else {
+        const auto vias = viasOf(route.nextHops(), true, route.ttlPropagated().value_or(true));
+        tables_->lfib(TableId::decapLfib).routeDel(key);
+        Mpls::transitRouteIs(*tables_, key, vias);
+    }
+    labels_.insert(key.topLabel());
+    staleLabels_.erase(key.topLabel());
+}
+
+void RoutePublisher::route(const PrefixRoute& route) {
+    L3::Route made;
+    made.key = keyOf(route.destination());
+    if (route.nextHops() != nullptr) {
+        made.kind = L3::Route::Kind::forward;
+        made.ways =
+            Mpls::Hardware::Adjacency::create(viasOf(*route.nextHops(), false, true), {}, false);
+    } else {
+        made.kind = kindOf(*route.end());
+    }
+    tables_->ipRoutes().routeIs(made);
+    stalePrefixes_.erase(made.key);
+}
+
+void RoutePublisher::withdraw(Lumo::MplsLabel label) {
+    const RouteKey key = RouteKey::fromLabel(label);
+    Mpls::transitRouteDel(*tables_, key);
+    tables_->lfib(TableId::decapLfib).routeDel(key);
+    labels_.erase(label);
+    staleLabels_.erase(label);
+}
+
+const HostInterface& RoutePublisher::interfaceOf(const NextHop& hop) {
+    const auto& found = interfaces_->find(hop.way().interface());
+    if (!found) {
+        throw std::runtime_error("there is no interface " + std::to_string(hop.way().interface()));
+    }
+    return *found;
+}
+
+std::vector<Mpls::WeightedVia> RoutePublisher::viasOf(const NextHops& hops, bool ofLabel,
+                                                      bool uniform) {
+    using Lumo::MplsLabelAction;
+    std::vector<Mpls::WeightedVia> vias;
+    for (const NextHop& hop : hops) {
+        Mpls::WeightedVia& made = vias.emplace_back();
+        made.weight = hop.weight();
+        made.via.intfId = tables_->interfaces().intfId(interfaceOf(hop).name);
+        made.via.nexthop = hop.way().gateway();
+        made.via.payloadType = static_cast<std::uint32_t>(Mpls::PayloadType::automatic);
+        made.via.ttlMode =
+            static_cast<std::uint32_t>(uniform ? Mpls::TtlMode::uniform : Mpls::TtlMode::pipe);
+        if (ofLabel) {
+            made.via.labelAction = static_cast<std::uint32_t>(
+                hop.labels().empty() ? MplsLabelAction::pop : MplsLabelAction::swap);
+        } else if (!hop.labels().empty()) {
+            made.via.labelAction = static_cast<std::uint32_t>(MplsLabelAction::push);
+        }
+        if (!made.via.labelsIs(packed(hop.labels()))) {
+            throw std::length_error("too many labels");
+        }
+    }
+    return vias;
+}
+
+void RoutePublisher::commit() {
+    tables_->commit();
+    interfaces_->forget();
+}
+
+void RoutePublisher::markStale() {
+    staleLabels_ = labels_;
+    const auto keys = tables_->ipRoutes().keys();
+    stalePrefixes_ = {keys.begin(), keys.end()};
+}
+
+std::size_t RoutePublisher::sweep() {
+    const std::size_t swept = staleRoutes();
+    for (const L3::RouteKey& key : stalePrefixes_) {
+        tables_->ipRoutes().routeDel(key);
+    }
+    stalePrefixes_.clear();
+    const std::set<Lumo::MplsLabel> labels = staleLabels_;
+    for (const Lumo::MplsLabel label : labels) {
+        withdraw(label);
+    }
+    return swept;
+}
+
+} // namespace OvixFpm

@@ -1,0 +1,100 @@
+// ovix-fpm: zebra's routes into shared label tables.
+
+#include <CLI/CLI.hpp>
+#include <array>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <fmt/core.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include "FpmServer.h"
+
+namespace {
+
+struct Options {
+    std::string tables = "ovix";
+    std::string listen = "127.0.0.1:2620";
+    double sweepAfter = 2;
+    bool verbose = false;
+};
+
+/// "ADDRESS:PORT".
+OvixFpm::FpmServer::Settings settingsOf(const Options& options) {
+    OvixFpm::FpmServer::Settings settings;
+    const std::size_t colon = options.listen.rfind(':');
+    char* end = nullptr;
+    const unsigned long port =
+        colon == std::string::npos ? 0 : std::strtoul(options.listen.c_str() + colon + 1, &end, 10);
+    if (port == 0 || port > 65535 || *end != '\0') {
+        throw CLI::ValidationError("--listen",
+                                   fmt::format("\"{}\" is not ADDRESS:PORT", options.listen));
+    }
+    settings.address = options.listen.substr(0, colon);
+    settings.port = static_cast<std::uint16_t>(port);
+    settings.sweepAfter = std::chrono::milliseconds(static_cast<long>(options.sweepAfter * 1000));
+    settings.tellsOfRoutes = options.verbose;
+    return settings;
+}
+
+/// Becomes readable with SIGINT and SIGTERM, which do nothing else from now on.
+int stopSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
+    return signalfd(-1, &signals, SFD_CLOEXEC);
+}
+
+void serve(const Options& options) {
+    const int stop = stopSignals();
+    Mpls::TablePublisher tables(Tessel::TableMemory::sharedForWriting(options.tables));
+    OvixFpm::InterfaceLookup interfaces;
+    OvixFpm::RoutePublisher routes(tables, interfaces);
+    OvixFpm::FpmServer server(routes, settingsOf(options), [](const std::string& line) {
+        fmt::print(stderr, "ovix-fpm: {}\n", line);
+    });
+    server.run(stop);
+    close(stop);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    Options options;
+    CLI::App app(
+        "Publishes the routes that zebra tells (dplane_fpm_nl) in shared label tables. The "
+        "routes stay when zebra or this program goes.",
+        "ovix-fpm");
+    app.set_version_flag("--version", std::string("ovix-fpm 0.1.0"));
+    app.add_option("--tables", options.tables, "The tables to publish in")
+        ->capture_default_str()
+        ->envname("OVIX_TABLES")
+        ->type_name("NAME");
+    app.add_option("--listen", options.listen, "Where zebra connects to")
+        ->capture_default_str()
+        ->type_name("ADDRESS:PORT");
+    app.add_option("--sweep-after", options.sweepAfter,
+                   "So long after zebra has fallen quiet, routes of an earlier connection that it "
+                   "has not told of again are taken away")
+        ->capture_default_str()
+        ->check(CLI::Range(0.0, 3600.0))
+        ->type_name("SECONDS");
+    app.add_flag("--verbose", options.verbose, "Print every change");
+    app.footer("Exit codes: 0 ended by SIGINT or SIGTERM, 1 trouble, 2 the command line is wrong");
+    try {
+        app.parse(argc, argv);
+        settingsOf(options);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : 2;
+    }
+    try {
+        serve(options);
+    } catch (const std::exception& error) {
+        fmt::print(stderr, "ovix-fpm: {}\n", error.what());
+        return 1;
+    }
+    return 0;
+}

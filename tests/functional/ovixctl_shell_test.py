@@ -1,0 +1,121 @@
+"""The operator's command asks an agent for its counters, and helps bash to complete its commands."""
+
+import json
+import os
+import socket
+import subprocess
+import threading
+import unittest
+
+from ovixctl import OvixCtlTest
+from running_agent import CTL
+
+
+class Counters(OvixCtlTest):
+    ANSWER = {"ok": True, "labels": [{"label": 100, "packets": 3, "bytes": 198}],
+              "counters": [{"category": "Drop", "module": "Routing::Mpls", "reason": "No via",
+                            "count": 4}]}
+
+    def serve(self, answer: dict) -> str:
+        """Answers one request like an agent; what was asked goes into self.asked."""
+        path = str(self.directory / f"{self.tables}.sock")
+        server = socket.socket(socket.AF_UNIX)
+        self.addCleanup(server.close)
+        server.bind(path)
+        server.listen()
+
+        def answer_one():
+            client = server.accept()[0]
+            with client, client.makefile("rw") as stream:
+                self.asked = json.loads(stream.readline())
+                stream.write(json.dumps(answer) + "\n")
+
+        thread = threading.Thread(target=answer_one, daemon=True)
+        thread.start()
+        self.addCleanup(thread.join, 1)
+        return path
+
+    def test_they_are_shown_in_tables(self):
+        path = self.serve(self.ANSWER)
+        self.assertEqual(self.ctl("counters", "show", "--control", path).splitlines(), [
+            "Label  Packets  Bytes", "  100        3    198", "",
+            "Category  Module         Reason  Count", "Drop      Routing::Mpls  No via      4"])
+        self.assertEqual(self.asked, {"command": "counters"})
+
+    def test_the_agent_is_found_by_the_tables_name(self):
+        self.serve(self.ANSWER)
+        shown = self.ctl("counters", "show", "--json",
+                         env={**os.environ, "OVIX_RUNTIME_DIR": str(self.directory)})
+        self.assertEqual(json.loads(shown),
+                         {key: self.ANSWER[key] for key in ("labels", "counters")})
+
+    def test_a_label_that_nothing_was_counted_for(self):
+        path = self.serve(self.ANSWER)
+        self.assertEqual(self.ctl("counters", "show", "7", "--control", path, code=1),
+                         "ovixctl: nothing has been counted for label 7\n")
+
+    def test_clearing_is_asked_of_the_agent(self):
+        path = self.serve({"ok": True})
+        self.assertEqual(self.ctl("counters", "clear", "--control", path), "")
+        self.assertEqual(self.asked, {"command": "clear-counters"})
+
+    def test_no_agent_and_a_refusal_are_told(self):
+        told = self.ctl("counters", "show", "--control", "/nonexistent", code=1)
+        self.assertEqual(told, "ovixctl: control socket /nonexistent: no agent is there: No such "
+                               "file or directory\n")
+        path = self.serve({"ok": False, "error": "not today"})
+        told = self.ctl("counters", "show", "--control", path, code=1)
+        self.assertEqual(told, f"ovixctl: control socket {path}: not today\n")
+
+
+class Completion(OvixCtlTest):
+    def complete(self, line: str) -> list[str]:
+        """What bash offers at the end of a line."""
+        script = r"""
+source <("$1" completion bash)
+read -ra COMP_WORDS <<< "$2"
+[[ $2 == *" " ]] && COMP_WORDS+=("")
+COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
+_ovixctl
+printf '%s\n' "${COMPREPLY[@]}"
+"""
+        done = subprocess.run(["bash", "-c", script, "bash", CTL, line], capture_output=True,
+                              text=True, check=True, cwd=self.directory)
+        self.assertEqual(done.stderr, "")
+        return done.stdout.split()
+
+    def test_commands_options_and_tables_are_offered(self):
+        lfibs = ["decap", "evpn-ethernet-segment-filter", "evpn-etree-leaf-label", "pseudowire",
+                 "transit"]
+        for line, offered in (
+                ("ovixctl ", ["lfib", "counters", "completion"]),
+                ("ovixctl lf", ["lfib"]),
+                ("ovixctl lfib ", ["add", "del", "diff", "load", "replace", "show", "watch"]),
+                ("ovixctl --tables x --json counters ", ["clear", "show"]),
+                ("ovixctl lfib show ", [*lfibs, "hardware", "mvpn"]),
+                ("ovixctl lfib show tr", ["transit"]),
+                ("ovixctl lfib show transit ", []),
+                ("ovixctl lfib add 100 table ", lfibs),
+                ("ovixctl lfib add 100 ", ["table", "as", "push", "via", "dev", "weight", "nexthop",
+                                           "vrf", "payload"]),
+                ("ovixctl lfib add 100 via ", ["inet", "inet6"]),
+                ("ovixctl lfib del 100 table p", ["pseudowire"]),
+                ("ovixctl lfib watch --c", ["--control", "--count"]),
+                ("ovixctl --t", ["--tables"]),
+                ("ovixctl completion ", ["bash"])):
+            with self.subTest(line):
+                self.assertEqual(self.complete(line), offered)
+
+    def test_tables_and_files_that_are_there_are_offered(self):
+        self.load("")
+        self.assertEqual(self.complete(f"ovixctl --tables {self.tables[:-2]}"), [self.tables])
+        self.assertEqual(self.complete("ovixctl lfib load tab"), ["tables.yaml"])
+
+    def test_every_command_that_is_offered_is_one(self):
+        for group in ("lfib", "counters"):
+            for command in self.complete(f"ovixctl {group} "):
+                self.ctl(group, command, "--help")
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,171 @@
+"""The operator's command changes label tables in shared memory: load, diff, add, replace and del."""
+
+import fcntl
+import json
+import struct
+import subprocess
+import unittest
+
+from agent import PORTS, SOURCE, hardware, lfib, routes, via
+from ovixctl import EAST, OvixCtlTest, adjacency_json, route_json, via_json
+from running_agent import CTL
+
+
+class Load(OvixCtlTest):
+    def test_the_demo_is_shown_as_its_configuration_says(self):
+        self.ctl("lfib", "load", str(SOURCE / "examples" / "demo.yaml"))
+        shown = json.loads(self.ctl("lfib", "show", "--json"))
+        self.assertEqual(shown["tables"], self.tables)
+        self.assertEqual(shown["generation"], 2)
+        self.assertRegex(shown["time"], r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z$")
+        self.assertEqual(shown["routes"], [
+            route_json("decap", 102, via_json()),
+            route_json("decap", 103, via_json(payload="ipv4")),
+            *({"table": "hardware", "label": label, "adjacency": number, "unprogrammed": False}
+              for label, number in ((100, 1), (101, 2), (104, 3), (200, 4))),
+            adjacency_json(1, via_json(action="swap", labels=[300])),
+            adjacency_json(2, via_json(action="push", labels=[601, 602, 603], ttl="pipe")),
+            adjacency_json(3, via_json(action="swap", labels=[304]),
+                           via_json(action="swap", labels=[304], nexthop="10.0.2.3", weight=3)),
+            adjacency_json(4, via_json(action="swap", labels=[400], nexthop="10.0.1.2",
+                                       interface="west"))])
+
+    def test_every_example_is_loaded_as_it_says(self):
+        for path in sorted((SOURCE / "examples").glob("*.yaml")):
+            with self.subTest(path.name):
+                self.ctl("lfib", "load", str(path))
+                self.assertEqual(self.ctl("lfib", "diff", str(path)), "")
+
+    def test_it_tells_what_it_did_and_does_nothing_twice(self):
+        text = self.transit(_100=via("pop"), _101=via("pop"), _102=via("pop"))
+        self.assertEqual(self.load(text), f'tables "{self.tables}": 3 added, 0 changed, 0 removed; '
+                                          "generation 2\n")
+        memory = self.memory.read_bytes()[:1 << 22]
+        self.assertEqual(self.load(text), f'tables "{self.tables}": 0 added, 0 changed, 0 removed; '
+                                          "generation 2\n")
+        # Only the process id of the last writer may be another.
+        after = self.memory.read_bytes()[:1 << 22]
+        self.assertEqual(memory[:32] + memory[40:], after[:32] + after[40:])
+        done = self.ctl("lfib", "load", self.write(
+            self.transit(_101=via("swap", [7]), _102=via("pop"), _103=via("pop"))), "--json")
+        self.assertEqual(json.loads(done), {"tables": self.tables, "generation": 3, "added": 1,
+                                            "changed": 1, "removed": 1})
+        self.assertEqual([route["label"] for route in self.show()], [101, 102, 103])
+
+    def test_everything_that_the_file_does_not_name_goes(self):
+        self.load(self.transit(_100=via("pop")) + hardware(via("pop"), label=5) +
+                  "mvpn:\n  - {vrf-id: 7, vlan: 100}\n  - {vrf-id: 1048583, interface: west}\n")
+        self.assertEqual([route["table"] for route in self.show()],
+                         ["transit", "hardware", "adjacency", "mvpn", "mvpn"])
+        self.load("mvpn: [{vrf-id: 1048583, interface: west}]\n")
+        self.assertEqual(self.show(),
+                         [{"table": "mvpn", "vrfId": 1048583, "interface": "west"}])
+
+    def test_an_error_names_file_and_line_and_leaves_the_tables_as_they_were(self):
+        self.load(self.transit(_100=via("pop")))
+        deep = via("swap", range(100, 134))
+        lines = len(PORTS.splitlines())
+        for text, line, error in (
+                (self.transit(_100=via("pop", interface="nowhere")), 3,
+                 "lfib.transit[0].vias[0].interface: no port is named \"nowhere\""),
+                (self.transit(_1=via("pop"), _100=deep), 4,
+                 "lfib.transit: label 100: a stack of 34 labels cannot be shared, 33 at most"),
+                (hardware(deep), 4,
+                 "hardware: adjacency 1: a stack of 34 labels cannot be shared, 33 at most")):
+            for command, code in (("load", 1), ("diff", 2)):
+                with self.subTest(error, command=command):
+                    told = self.ctl("lfib", command, self.write(text), code=code)
+                    self.assertIn(f"ovixctl: {self.file}:{lines + line}: {error}", told)
+        self.assertEqual(self.generation(), 2)
+        told = self.ctl("lfib", "load", "/nonexistent.yaml", code=1)
+        self.assertEqual(told,
+                         "ovixctl: /nonexistent.yaml: cannot be opened: No such file or directory\n")
+
+    def test_standard_input_is_a_file_too(self):
+        text = PORTS + self.transit(_100=via("pop"))
+        self.ctl("lfib", "load", "-", input=text)
+        self.assertEqual(self.ctl("lfib", "diff", "-", input=text), "")
+        self.assertIn("ovixctl: standard input:1: ", self.ctl("lfib", "load", "-", input="x: 1\n",
+                                                              code=1))
+
+    def test_a_busy_writer_is_named(self):
+        self.load(self.transit(_100=via("pop")))
+        writer = struct.unpack_from("<Q", self.memory.read_bytes()[:64], 32)[0]
+        busy = f'ovixctl: tables "{self.tables}" are being written by process {writer}\n'
+        with self.memory.open("rb") as held:
+            fcntl.flock(held, fcntl.LOCK_EX)
+            for words in (("load", str(self.file)), ("add", "5", *EAST), ("replace", "5", *EAST),
+                          ("del", "100")):
+                self.assertEqual(self.ctl("lfib", *words, code=1), busy)
+            self.assertEqual(len(self.show()), 1)
+            self.assertEqual(self.ctl("lfib", "diff", str(self.file)), "")
+
+
+class Diff(OvixCtlTest):
+    def test_lines_say_what_load_would_change(self):
+        self.load(self.transit(_100=via("pop"), _101=via("pop")))
+        wanted = self.write(self.transit(_101=via("swap", [7, 8]), _102=via("pop", weight=5)))
+        done = subprocess.run([CTL, "--tables", self.tables, "lfib", "diff", wanted],
+                              capture_output=True, text=True, check=False)
+        self.assertEqual(done.returncode, 1)
+        self.assertEqual(done.stdout.splitlines(), [
+            "-transit 100 via inet 10.0.2.2 dev east",
+            "-transit 101 via inet 10.0.2.2 dev east",
+            "+transit 101 as to 7/8 via inet 10.0.2.2 dev east",
+            "+transit 102 via inet 10.0.2.2 dev east weight 5"])
+        done = subprocess.run([CTL, "--tables", self.tables, "lfib", "diff", wanted, "--json"],
+                              capture_output=True, text=True, check=False)
+        changes = json.loads(done.stdout)["changes"]
+        self.assertEqual([[side and side["label"] for side in (change["before"], change["after"])]
+                          for change in changes], [[100, None], [101, 101], [None, 102]])
+        self.ctl("lfib", "load", wanted)
+        self.assertEqual(self.ctl("lfib", "diff", wanted), "")
+
+
+class Routes(OvixCtlTest):
+    def test_add_replace_and_del_work_as_ip_route_does(self):
+        self.assertEqual(self.ctl("lfib", "add", "100", "as", "200/300", *EAST), "")
+        swapped = route_json("transit", 100, via_json(action="swap", labels=[200, 300]))
+        self.assertEqual(self.show("100"), [swapped])
+        self.assertEqual(self.ctl("lfib", "add", "100", *EAST, code=1),
+                         "ovixctl: label 100 in table transit: File exists\n")
+        self.assertEqual(self.show("100"), [swapped])
+        self.assertEqual(self.ctl("lfib", "replace", "100", *EAST), "")
+        self.assertEqual(self.show("100"), [route_json("transit", 100, via_json())])
+        self.ctl("lfib", "add", "100", "table", "decap", "vrf", "red", "payload", "ipv6")
+        self.assertEqual(self.show("decap"), [
+            route_json("decap", 100, type="ip-lookup", lookup={"vrf": "red", "payload": "ipv6"})])
+        self.assertEqual(self.ctl("lfib", "del", "100"), "")
+        self.assertEqual(self.ctl("lfib", "del", "100", code=1),
+                         "ovixctl: label 100 in table transit: No such route\n")
+        done = self.ctl("lfib", "del", "100", "table", "decap", "--json")
+        self.assertEqual(json.loads(done), {"tables": self.tables, "generation": 6, "added": 0,
+                                            "changed": 0, "removed": 1})
+        self.assertEqual(self.show(), [])
+
+    def test_a_route_of_several_hops(self):
+        self.ctl("lfib", "replace", "100", "nexthop", "as", "200", *EAST, "weight", "3", "nexthop",
+                 "via", "inet6", "fe80::1", "dev", "west")
+        self.assertEqual(self.show(), [route_json(
+            "transit", 100, via_json(action="swap", labels=[200], weight=3),
+            via_json(nexthop="fe80::1", interface="west"))])
+
+    def test_a_route_that_the_tables_refuse_changes_nothing(self):
+        self.ctl("lfib", "add", "100", *EAST)
+        before = self.generation()
+        told = self.ctl("lfib", "replace", "100", *EAST, "weight", "0", code=1)
+        self.assertEqual(told, "ovixctl: label 100 in table transit: the weights of the vias add "
+                               "up to 0\n")
+        self.assertEqual(self.generation(), before)
+
+    def test_words_that_make_no_sense_are_a_usage_error(self):
+        for words, error in ((("add", "100", "frob"), '"frob" is not expected here'),
+                             (("add", "1048576", *EAST), "label 1048576 is out of range"),
+                             (("show", "trnasit"), 'there is no table "trnasit"; did you mean'),
+                             (("del", "100", "dev", "a"), '"dev" is not expected here')):
+            self.assertIn("ovixctl: " + error, self.ctl("lfib", *words, code=2))
+        self.assertFalse(self.memory.exists())
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+namespace TestSupport::Fpm {
+
+inline const std::vector<std::string> recordings{
+    "plain_routes",  "discarding_routes", "multipath_routes",    "labelled_routes",
+    "changed_route", "label_routes",      "changed_label_route", "withdrawals",
+    "full_dump",     "next_hop_groups"};
+
+/// The bytes that zebra sent; empty when there is no such recording.
+inline std::vector<std::uint8_t> recorded(const std::string& name) {
+    std::ifstream file(std::string(OVIX_SOURCE_DIR) + "/tests/data/fpm/" + name + ".bin",
+                       std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+} // namespace TestSupport::Fpm

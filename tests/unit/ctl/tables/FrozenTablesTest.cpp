@@ -1,0 +1,46 @@
+#include "FrozenTables.h"
+
+#include <chrono>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "CtlTables.h"
+
+using namespace OvixCtl;
+using Mpls::TableId;
+
+namespace {
+
+class FrozenTablesTest : public testing::Test {
+  protected:
+    void TearDown() override { Tessel::TableMemory::remove(name); }
+    std::string name = "frozen-test-" + std::to_string(getpid());
+};
+
+} // namespace
+
+TEST_F(FrozenTablesTest, WhatWasFrozenStaysAsItWas) {
+    Mpls::TablePublisher publisher(Tessel::TableMemory::sharedForWriting(name, 1U << 24U),
+                                   std::chrono::milliseconds(0)); // places are used again at once
+    const auto key = Mpls::RouteKey::fromLabel(Lumo::MplsLabel(5));
+    auto& lfib = publisher.lfib(TableId::transitLfib);
+    lfib.ipLookupRouteIs(key, Mpls::LfibViaType::ipLookup, L3::VrfName("first"),
+                         Mpls::PayloadType::ipv4);
+    publisher.commit();
+    const auto frozen = freezeTables(name);
+    for (const char* vrf : {"a", "b", "c", "d"}) {
+        lfib.ipLookupRouteIs(key, Mpls::LfibViaType::ipLookup, L3::VrfName(vrf),
+                             Mpls::PayloadType::ipv4);
+        publisher.commit();
+    }
+    const RouteView route = TableView(frozen).entry(TableId::transitLfib, 5);
+    ASSERT_FALSE(route.isDamaged());
+    EXPECT_EQ(std::get<LfibRouteView>(route.content).lookup->vrf.view(), "first");
+    EXPECT_LT(frozen->generation(), freezeTables(name)->generation());
+}
+
+TEST_F(FrozenTablesTest, TablesThatDoNotExistAreNotMade) {
+    EXPECT_THROW(freezeTables(name), std::runtime_error);
+    EXPECT_THROW(openTables(name), std::runtime_error);
+    EXPECT_FALSE(Tessel::TableMemory::remove(name));
+}
