@@ -45,6 +45,20 @@ AgentState::AgentState(const AgentConfig& config, Ptr<Tessel::TableReader> table
     context_ = Tessel::make<Ovix::PluginContext>(entities_, manager);
 }
 
+void AgentState::configureTables(const AgentConfig& config, const std::string& file) {
+    if (!own_) {
+        return;
+    }
+    try {
+        clearTables(published_, *own_);
+        loadTables(config, file, *own_);
+    } catch (...) {
+        own_->discard();
+        throw;
+    }
+    own_->commit();
+}
+
 // The tables are taken back, since their memory goes with this object.
 AgentState::~AgentState() {
     const auto tables = Tessel::ShmEntityManager::ofSystem(entities_->systemName(), true);

@@ -27,6 +27,10 @@ class AgentState {
     AgentState(const AgentState&) = delete;
     AgentState& operator=(const AgentState&) = delete;
 
+    /// Puts another configuration's label tables in the place of its own ones, all at once; tables
+    /// that somebody else publishes stay as they are. Throws ConfigError, having changed nothing.
+    void configureTables(const AgentConfig& config, const std::string& file);
+
     const Ptr<Ovix::PluginContext>& pluginContext() const noexcept { return context_; }
     const Ptr<Ovix::PluginManager>& manager() const noexcept { return context_->manager(); }
     const Ptr<Interface::EthIntfStatusDir>& interfaces() const noexcept { return interfaces_; }

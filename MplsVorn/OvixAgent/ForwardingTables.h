@@ -17,6 +17,16 @@ struct ForwardingTables {
     ForwardingTables& operator=(const ForwardingTables&) = delete;
     ~ForwardingTables() = default;
 
+    /// Takes over all but what belongs to the ports' links, which must be the same. What has been
+    /// counted for pseudowires is counted from zero again.
+    void configure(const AgentConfig& config) {
+        neighbours.configure(config);
+        fecs = FecTable(config.fecs);
+        pseudowires = Pseudowires(config);
+        vrfs = Tessel::make<VrfRoot>(config, neighbours);
+        ports.configure(config.ports);
+    }
+
     PortTable ports;
     Neighbours neighbours;
     FecTable fecs;

@@ -17,7 +17,7 @@ using Bytes = std::vector<std::uint8_t>;
 constexpr std::size_t headerSize = 8;
 constexpr std::size_t checksumAt = 2;
 constexpr std::size_t valueAt = 4;
-constexpr std::size_t leastQuoted = 128;
+constexpr std::size_t extendedQuote = 128; // the least that RFC 4884 allows
 
 /// What the two families do differently.
 struct Family {
@@ -80,23 +80,19 @@ Bytes labelStackExtension(std::span<const std::uint8_t> labels) {
     return bytes;
 }
 
-/// Quotes a packet, with the extension behind it unless that is empty or has no room.
+/// Quotes a packet, with the extension behind it unless that is empty or has no room. Many readers
+/// look for an extension behind 128 bytes, whatever length is told.
 void quote(Bytes& message, std::span<const std::uint8_t> packet, const Bytes& extension,
            const Family& family) {
     const std::size_t room = family.room - headerSize;
-    if (extension.empty() || extension.size() + leastQuoted > room) {
-        const auto quoted = packet.first(std::min(packet.size(), room));
-        message.insert(message.end(), quoted.begin(), quoted.end());
-        return;
-    }
-    const std::size_t whole = (packet.size() + family.unit - 1) / family.unit;
-    const std::size_t fitting = (room - extension.size()) / family.unit;
-    const std::size_t units = std::max(std::min(whole, fitting), leastQuoted / family.unit);
-    const auto quoted = packet.first(std::min(packet.size(), units * family.unit));
+    const bool isExtended = !extension.empty() && extension.size() + extendedQuote <= room;
+    const auto quoted = packet.first(std::min(packet.size(), isExtended ? extendedQuote : room));
     message.insert(message.end(), quoted.begin(), quoted.end());
-    message.resize(headerSize + units * family.unit);
-    message[family.lengthAt] = static_cast<std::uint8_t>(units);
-    message.insert(message.end(), extension.begin(), extension.end());
+    if (isExtended) {
+        message.resize(headerSize + extendedQuote);
+        message[family.lengthAt] = static_cast<std::uint8_t>(extendedQuote / family.unit);
+        message.insert(message.end(), extension.begin(), extension.end());
+    }
 }
 
 } // namespace

@@ -23,8 +23,8 @@ struct IcmpError {
 /// address of one's own.
 ///
 /// It quotes as much of the packet as fits in 576 bytes, in IPv6 1280. Where the label stack
-/// follows as an extension object, what is quoted has at least 128 bytes, filled up with zeros,
-/// and its length is told (RFC 4884); a stack too deep for that is left out.
+/// follows as an extension object it quotes 128 bytes, filled up with zeros, and tells that length
+/// (RFC 4884); a stack too deep for that is left out.
 std::vector<std::uint8_t> icmpErrorPacket(const IcmpError& error, const LabelledPacket& received,
                                           const OwnAddresses& own);
 

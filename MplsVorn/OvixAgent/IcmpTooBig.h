@@ -14,7 +14,8 @@ namespace OvixAgent {
 /// and 1280 bytes.
 ///
 /// Empty when none must be sent (see icmpErrorPacket()), when an IPv4 packet may be fragmented, and
-/// when the packet fits in what would be told. answerTo() says how it gets to the source.
+/// when the packet fits in what would be told. answerTo(), given the frame as it came in, says how
+/// it gets to the source: the labels that it would have left with lead there from the next router.
 std::vector<std::uint8_t> icmpTooBig(const LabelledPacket& leaving, std::uint32_t egressMtu,
                                      const OwnAddresses& own);
 

@@ -18,7 +18,7 @@ struct LabelledPacket {
 };
 
 /// Takes an Ethernet frame apart: VLAN tags, the label stack if there is one, and an IP packet in
-/// which nothing is wrong. Empty for any other frame.
+/// which nothing is wrong. Empty for any other frame. To be called on the packet thread.
 std::optional<LabelledPacket> readLabelledPacket(std::span<const std::uint8_t> frame);
 
 /// The entries of a label stack, the outermost first. `labels` must be whole entries.

@@ -16,6 +16,7 @@ namespace {
 constexpr std::uint16_t echoPort = 3503;
 constexpr std::size_t udpSize = 8;
 constexpr std::size_t udpChecksumAt = 6;
+constexpr std::size_t longestReply = 65535 - 48 - udpSize; // behind the longest IP header
 enum ReplyMode : std::uint8_t { doNotReply = 1, byUdp = 2, byUdpWithRouterAlert = 3 };
 
 /// An echo request's UDP datagram; the bytes are its payload.
@@ -92,13 +93,16 @@ std::vector<std::uint8_t> lspEchoReply(const LabelledPacket& received, const Cap
     if (!request || !wantsReply(*request, received)) {
         return {};
     }
-    // A way to reply that is not known here makes the request malformed (RFC 7110 section 4.1).
+    // A way to reply that is not known here makes the request malformed (RFC 7110).
     if (request->replyMode != byUdp && request->replyMode != byUdpWithRouterAlert) {
         request->fault = LspEchoRequest::Fault::malformed;
     }
     const EchoVerdict verdict = validateEcho(*request, labelEntries(received.labels), tables);
     const std::vector<std::uint8_t> reply = echoReplyBytes(*request, verdict, ntpTime(time));
 
+    if (reply.size() > longestReply) {
+        return {};
+    }
     std::vector<std::uint8_t> segment(udpSize);
     Lumo::NetU16(echoPort).store(segment.data());
     Lumo::NetU16(datagram->sourcePort).store(segment.data() + 2);

@@ -1,5 +1,6 @@
 #include "LspEchoValidation.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace OvixAgent {
@@ -21,8 +22,10 @@ EchoLabel lookUp(Lumo::MplsLabel label, const EchoTables& tables) {
     return tables.label(label);
 }
 
+/// A depth beyond what the field tells is told as the most.
 EchoVerdict verdict(EchoReturnCode code, std::size_t depth) {
-    return {code, static_cast<std::uint8_t>(depth), {}};
+    constexpr std::size_t most = 255;
+    return {code, static_cast<std::uint8_t>(std::min(depth, most)), {}};
 }
 
 /// RFC 8029 section 4.4.1. `labelDepth` is that of the FEC's label, and passes on to the next FEC's

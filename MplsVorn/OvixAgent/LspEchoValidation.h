@@ -13,7 +13,7 @@ namespace OvixAgent {
 
 /// Where a label that is switched leads to.
 struct EchoDownstream {
-    Lumo::IpGenAddr nexthop;
+    Lumo::IpGenAddr nexthop;             ///< of IPv4 or IPv6
     std::uint16_t mtu = 0;               ///< of the egress, less the labels
     std::vector<Lumo::MplsLabel> labels; ///< that it leaves with, outermost first; implicit null
                                          ///< for one that is popped

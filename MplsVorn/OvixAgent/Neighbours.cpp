@@ -11,6 +11,11 @@ Lumo::IpGenAddr toIpGenAddr(const IpAddress& address) noexcept {
 }
 
 Neighbours::Neighbours(const AgentConfig& config) : links_(config.ports.size()) {
+    configure(config);
+}
+
+void Neighbours::configure(const AgentConfig& config) {
+    std::erase_if(neighbours_, [](const auto& entry) { return entry.second.isConfigured; });
     for (const NeighbourConfig& neighbour : config.neighbours) {
         neighbours_.insert_or_assign({toIpGenAddr(neighbour.address), neighbour.port},
                                      Device{neighbour.mac, true});

@@ -17,6 +17,10 @@ class Neighbours {
   public:
     explicit Neighbours(const AgentConfig& config);
 
+    /// Puts another configuration's neighbours in the place of those there were; what was learnt
+    /// stays. The ports must be the same.
+    void configure(const AgentConfig& config);
+
     /// Null when the port has no neighbour of that address.
     const Lumo::EthAddr* find(const Lumo::IpGenAddr& address, PortIndex port) const;
 

@@ -19,4 +19,12 @@ PortTable::PortTable(const std::vector<PortConfig>& configs) {
     }
 }
 
+void PortTable::configure(const std::vector<PortConfig>& configs) {
+    for (std::size_t i = 0; i < ports_.size(); ++i) {
+        ports_[i].tagging = configs[i].tagging;
+        ports_[i].vrf = L3::VrfName(std::string_view(configs[i].vrf));
+        ports_[i].routesIp = configs[i].routesIp;
+    }
+}
+
 } // namespace OvixAgent

@@ -32,6 +32,9 @@ class PortTable {
   public:
     explicit PortTable(const std::vector<PortConfig>& configs);
 
+    /// Takes over what does not come from a link: tagging, VRF and whether IP is routed.
+    void configure(const std::vector<PortConfig>& configs);
+
     std::vector<Port>& ports() noexcept { return ports_; }
     const std::vector<Port>& ports() const noexcept { return ports_; }
 

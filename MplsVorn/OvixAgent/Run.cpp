@@ -1,5 +1,6 @@
 #include "Run.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <fmt/core.h>
@@ -115,10 +116,31 @@ int runOnCaptures(const RunOptions& options, const AgentConfig& config) {
     return report(options, summary);
 }
 
-int runLive(const RunOptions& options, AgentConfig config) {
+/// The configuration of a live run: a router's ports route IP.
+AgentConfig liveConfig(const RunOptions& options) {
+    AgentConfig config = loadConfig(options.config);
     for (PortConfig& port : config.ports) {
         port.routesIp = true;
     }
+    return config;
+}
+
+/// Interfaces are opened when the run begins, and named by their place.
+void checkSamePorts(const AgentConfig& old, const AgentConfig& config, const RunOptions& options) {
+    const bool same = std::equal(old.ports.begin(), old.ports.end(), config.ports.begin(),
+                                 config.ports.end(), [](const auto& a, const auto& b) {
+                                     return a.name == b.name && a.kind == b.kind &&
+                                            a.mac == b.mac && a.mtu == b.mtu;
+                                 });
+    if (!same || old.cpuTap != config.cpuTap) {
+        throw ConfigError(fmt::format("{}: ports: names, kinds, mac and mtu change only with a new "
+                                      "run",
+                                      options.config));
+    }
+}
+
+int runLive(const RunOptions& options) {
+    const AgentConfig config = liveConfig(options);
     const std::unique_ptr<AgentState> state = start(config, options);
     ForwardingTables tables(config);
     LivePorts ports(config, tables.ports);
@@ -129,9 +151,23 @@ int runLive(const RunOptions& options, AgentConfig config) {
         ipRoutes.emplace(state->tables().reader(), tables);
     }
     const std::unique_ptr<ControlServer> control = serveControl(options, *state, forwarder);
+    const auto reload = [&] {
+        try {
+            const AgentConfig newer = liveConfig(options);
+            checkSamePorts(config, newer, options);
+            state->configureTables(newer, options.config);
+            tables.configure(newer);
+            if (ipRoutes) {
+                ipRoutes.emplace(state->tables().reader(), tables);
+            }
+            fmt::print(stderr, "ovix-agent: {}: taken over\n", options.config);
+        } catch (const std::exception& refused) {
+            fmt::print(stderr, "ovix-agent: {}; going on as before\n", refused.what());
+        }
+    };
     LiveRun({&state->tables(), &forwarder, &ports, &links, ipRoutes ? &*ipRoutes : nullptr,
              control.get()})
-        .run([] {});
+        .run(reload);
 
     Summary summary = summaryOf(options, *state, forwarder);
     for (const auto& [what, count] : ports.troubles()) {
@@ -141,8 +177,7 @@ int runLive(const RunOptions& options, AgentConfig config) {
 }
 
 int runOrThrow(const RunOptions& options) {
-    const AgentConfig config = loadConfig(options.config);
-    return options.live ? runLive(options, config) : runOnCaptures(options, config);
+    return options.live ? runLive(options) : runOnCaptures(options, loadConfig(options.config));
 }
 
 } // namespace

@@ -138,4 +138,22 @@ void loadTables(const AgentConfig& config, const std::string& file, Mpls::TableP
     loadMvpn(config, file, tables);
 }
 
+void clearTables(const Mpls::PublishedTables& published, Mpls::TablePublisher& tables) {
+    for (std::size_t i = 0; i < Mpls::lfibs; ++i) {
+        const auto table = static_cast<Mpls::TableId>(i);
+        published.lfib(table)->forEachRoute(
+            [&](const Mpls::LfibRoute& route) { tables.lfib(table).routeDel(route.routeKey); });
+    }
+    published.hardware()->forEachLabel([&](std::uint32_t label) {
+        tables.hardware().routeDel(RouteKey::fromLabel(Lumo::MplsLabel(label)));
+    });
+    published.hardware()->forEachAdjacency(
+        [&](std::uint32_t key) { tables.hardware().adjacencyDel(key); });
+    std::vector<Vrf::VrfIdMap::VrfId> vrfs;
+    published.mvpn()->forEachEntry([&](const auto& entry) { vrfs.push_back(entry.vrfId); });
+    for (const auto vrf : vrfs) {
+        tables.mvpn().vrfIntfIdDel(vrf);
+    }
+}
+
 } // namespace OvixAgent

@@ -1,17 +1,25 @@
 #include <fmt/format.h>
 #include <stdexcept>
+#include <vector>
 
 #include "Commands.h"
 #include "EntryTable.h"
 #include "FrozenTables.h"
 #include "Mpls/TablePublisher.h"
+#include "Mpls/TransitRoutes.h"
 #include "Output.h"
 #include "RouteRequest.h"
 #include "TableLoading.h"
 
 namespace OvixCtl {
 
+using Mpls::TableId;
+
 namespace {
+
+Mpls::RouteKey keyOf(const RouteRequest& request) {
+    return Mpls::RouteKey::fromLabel(Lumo::MplsLabel(request.route.label));
+}
 
 [[noreturn]] void fail(const RouteRequest& request, const char* what) {
     throw std::runtime_error(
@@ -26,27 +34,57 @@ void tell(const CtlOptions& options, const Mpls::TablePublisher& publisher,
     }
 }
 
+bool isThere(const Tessel::TableWriter& tables, TableId table, std::uint32_t key) {
+    return static_cast<bool>(tables.entry(static_cast<std::size_t>(table), key));
+}
+
+/// A label that is switched is one of the hardware status as well, with an adjacency of its own.
+bool isThere(const Tessel::TableWriter& tables, const RouteRequest& request) {
+    const std::uint32_t label = request.route.label;
+    return isThere(tables, request.table, label) ||
+           (request.table == TableId::transitLfib &&
+            (isThere(tables, TableId::hardwareRoutes, label) ||
+             isThere(tables, TableId::hardwareAdjacencies, label)));
+}
+
+void publish(const RouteRequest& request, Mpls::TablePublisher& publisher) {
+    for (const OvixAgent::PortConfig& port : request.interfaces.ports) {
+        publisher.interfaces().intfId(port.name);
+    }
+    if (request.table != TableId::transitLfib) {
+        OvixAgent::loadRoute(request.route, request.interfaces, publisher.lfib(request.table));
+        return;
+    }
+    std::vector<Mpls::WeightedVia> vias;
+    for (const OvixAgent::ViaConfig& via : request.route.vias) {
+        vias.push_back({OvixAgent::toViaRecord(via, request.interfaces), via.weight});
+    }
+    Mpls::transitRouteIs(publisher, keyOf(request), vias);
+}
+
+bool remove(const RouteRequest& request, Mpls::TablePublisher& publisher) {
+    return request.table == TableId::transitLfib
+               ? Mpls::transitRouteDel(publisher, keyOf(request))
+               : publisher.lfib(request.table).routeDel(keyOf(request));
+}
+
 } // namespace
 
 int addRoute(const CtlOptions& options, bool mayReplace) {
     const RouteRequest request = parseRoute(options.words);
     Mpls::TablePublisher publisher(Tessel::TableMemory::sharedForWriting(options.tables));
-    const bool isThere{
-        publisher.tables().entry(static_cast<std::size_t>(request.table), request.route.label)};
-    if (isThere && !mayReplace) {
+    const bool wasThere = isThere(publisher.tables(), request);
+    if (wasThere && !mayReplace) {
         fail(request, "File exists");
     }
-    for (const OvixAgent::PortConfig& port : request.interfaces.ports) {
-        publisher.interfaces().intfId(port.name);
-    }
     try {
-        OvixAgent::loadRoute(request.route, request.interfaces, publisher.lfib(request.table));
+        publish(request, publisher);
     } catch (const std::exception& refused) {
         fail(request, refused.what());
     }
     publisher.commit();
     ChangeCounts counts;
-    ++(isThere ? counts.changed : counts.added);
+    ++(wasThere ? counts.changed : counts.added);
     tell(options, publisher, counts);
     return ExitCode::success;
 }
@@ -55,8 +93,7 @@ int deleteRoute(const CtlOptions& options) {
     const RouteRequest request = parseRouteKey(options.words);
     openTables(options.tables); // a route of tables that do not exist is not to be deleted
     Mpls::TablePublisher publisher(Tessel::TableMemory::sharedForWriting(options.tables));
-    const auto key = Mpls::RouteKey::fromLabel(Lumo::MplsLabel(request.route.label));
-    if (!publisher.lfib(request.table).routeDel(key)) {
+    if (!remove(request, publisher)) {
         fail(request, "No such route");
     }
     publisher.commit();

@@ -30,8 +30,10 @@ inline constexpr const char* routeHelp =
     "       LABEL [table TABLE] vrf NAME [payload ipv4|ipv6|auto]\n"
     "HOP:   [as L1[/L2...] | push L1[/L2...]] [via [inet|inet6] ADDRESS] [dev INTERFACE]\n"
     "       [weight N]\n"
-    "TABLE: decap, evpn-ethernet-segment-filter, evpn-etree-leaf-label, pseudowire or transit,\n"
-    "       which is meant when none is named\n"
+    "TABLE: transit (which is meant when none is named), decap (which is meant with vrf),\n"
+    "       evpn-ethernet-segment-filter, evpn-etree-leaf-label or pseudowire\n"
+    "A label of table transit is programmed into the hardware status, too, with an adjacency of\n"
+    "its own, whose id is the label.\n"
     "A hop without \"as\" or \"push\" pops the label.\n"
     "JSON: {\"tables\", \"generation\", \"added\", \"changed\", \"removed\"}";
 

@@ -39,6 +39,12 @@ class Parser {
         if (request_.route.vias.empty()) {
             fail("a route needs via, dev, nexthop or vrf");
         }
+        if (isLookup() && !tableTold_) {
+            request_.table = Mpls::TableId::decapLfib;
+        }
+        if (isLookup() && request_.table == Mpls::TableId::transitLfib) {
+            fail("a route with vrf ends here, and is none of table transit");
+        }
         return std::move(request_);
     }
 
@@ -113,6 +119,7 @@ class Parser {
                              OvixAgent::suggestion(name, OvixAgent::lfibTableNames)));
         }
         request_.table = *table;
+        tableTold_ = true;
     }
 
     void takeVrf() {
@@ -168,6 +175,8 @@ class Parser {
         request_.interfaces.ports.emplace_back().name = name;
     }
 
+    bool isLookup() const { return request_.route.type == OvixAgent::ViaTypes::ipLookup; }
+
     ViaConfig& hop() {
         if (!hop_) {
             hop_.emplace();
@@ -176,16 +185,15 @@ class Parser {
     }
 
     void finishHop() {
-        const bool isLookup = request_.route.type == OvixAgent::ViaTypes::ipLookup;
-        if (hop_ && isLookup &&
+        if (hop_ && isLookup() &&
             (hop_->port || hop_->nexthop || !hop_->labels.empty() || severalHops_ ||
              hop_->weight != 1)) {
             fail("a route with vrf has no hops");
         }
-        if (payloadTold_ && !isLookup) {
+        if (payloadTold_ && !isLookup()) {
             fail("payload goes with vrf");
         }
-        if (hop_ && !isLookup && !hop_->port && !hop_->nexthop) {
+        if (hop_ && !isLookup() && !hop_->port && !hop_->nexthop) {
             fail("a hop leads nowhere: via or dev is needed");
         }
         if (hop_) {
@@ -196,6 +204,7 @@ class Parser {
     std::span<const std::string> rest_;
     RouteRequest request_;
     std::optional<ViaConfig> hop_;
+    bool tableTold_ = false;
     bool severalHops_ = false;
     bool payloadTold_ = false;
 };

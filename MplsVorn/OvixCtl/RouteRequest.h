@@ -21,6 +21,7 @@ struct RouteRequest {
 ///   HOP: [as [to] L1[/L2...] | push L1[/L2...]] [via [inet|inet6] ADDRESS] [dev INTERFACE]
 ///        [weight N]
 ///   LABEL [table TABLE] vrf NAME [payload ipv4|ipv6|auto]
+/// The table is decap for a route with vrf, transit for every other, unless it is named.
 /// Throws UsageError.
 RouteRequest parseRoute(const std::vector<std::string>& words);
 

@@ -22,7 +22,7 @@ class FpmServer {
     struct Settings {
         std::string address = "127.0.0.1"; ///< IPv4
         std::uint16_t port = 2620;
-        std::chrono::milliseconds sweepAfter{2000}; ///< quiet after a connection was made
+        std::chrono::milliseconds sweepAfter{30000}; ///< of quiet after a connection was made
         bool tellsOfRoutes = false;
     };
 

@@ -16,7 +16,7 @@ namespace {
 struct Options {
     std::string tables = "ovix";
     std::string listen = "127.0.0.1:2620";
-    double sweepAfter = 2;
+    double sweepAfter = 30; ///< routing daemons come back to a restarted zebra after some 10 s
     bool verbose = false;
 };
 

@@ -107,7 +107,7 @@ class Watch(OvixCtlTest):
         process = self.watch("--count", "4")
         self.load(self.transit(_101=via("swap", [7]), _102=via("pop")))
         lines = [process.stdout.readline() for _ in range(3)]
-        self.ctl("lfib", "del", "102")
+        self.ctl("lfib", "load", self.write(self.transit(_101=via("swap", [7]))))
         lines += process.communicate(timeout=DEADLINE)[0].splitlines()
         self.assertEqual(process.returncode, 0)
         stamp = r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z"
@@ -121,14 +121,14 @@ class Watch(OvixCtlTest):
         self.load("")
         for number in (signal.SIGINT, signal.SIGTERM):
             process = self.watch("--json")
-            self.ctl("lfib", "add", "100", *EAST)
+            self.ctl("lfib", "add", "100", "table", "decap", *EAST)
             added = json.loads(process.stdout.readline())
             self.assertEqual((added["change"], added["route"]),
-                             ("added", route_json("transit", 100, via_json())))
-            self.ctl("lfib", "del", "100")
+                             ("added", route_json("decap", 100, via_json())))
+            self.ctl("lfib", "del", "100", "table", "decap")
             removed = json.loads(process.stdout.readline())
             self.assertEqual((removed["change"], removed["route"]),
-                             ("removed", {"table": "transit", "label": 100}))
+                             ("removed", {"table": "decap", "label": 100}))
             self.assertGreater(removed["generation"], added["generation"])
             process.send_signal(number)
             self.assertEqual(process.wait(DEADLINE), 0)

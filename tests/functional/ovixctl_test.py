@@ -123,32 +123,49 @@ class Diff(OvixCtlTest):
 
 
 class Routes(OvixCtlTest):
+    def switched(self, label: int, *vias: dict) -> list[dict]:
+        """What a label of table transit comes to."""
+        return [route_json("transit", label, *vias),
+                {"table": "hardware", "label": label, "adjacency": label, "unprogrammed": False},
+                adjacency_json(label, *vias)]
+
     def test_add_replace_and_del_work_as_ip_route_does(self):
         self.assertEqual(self.ctl("lfib", "add", "100", "as", "200/300", *EAST), "")
-        swapped = route_json("transit", 100, via_json(action="swap", labels=[200, 300]))
-        self.assertEqual(self.show("100"), [swapped])
+        swapped = self.switched(100, via_json(action="swap", labels=[200, 300]))
+        self.assertEqual(self.show("100"), swapped)
         self.assertEqual(self.ctl("lfib", "add", "100", *EAST, code=1),
                          "ovixctl: label 100 in table transit: File exists\n")
-        self.assertEqual(self.show("100"), [swapped])
+        self.assertEqual(self.show("100"), swapped)
         self.assertEqual(self.ctl("lfib", "replace", "100", *EAST), "")
-        self.assertEqual(self.show("100"), [route_json("transit", 100, via_json())])
-        self.ctl("lfib", "add", "100", "table", "decap", "vrf", "red", "payload", "ipv6")
-        self.assertEqual(self.show("decap"), [
-            route_json("decap", 100, type="ip-lookup", lookup={"vrf": "red", "payload": "ipv6"})])
+        self.assertEqual(self.show("100"), self.switched(100, via_json()))
         self.assertEqual(self.ctl("lfib", "del", "100"), "")
+        self.assertEqual(self.show(), [])
         self.assertEqual(self.ctl("lfib", "del", "100", code=1),
                          "ovixctl: label 100 in table transit: No such route\n")
+
+    def test_a_route_with_vrf_ends_here(self):
+        self.ctl("lfib", "add", "100", "vrf", "red", "payload", "ipv6")
+        self.assertEqual(self.show(), [
+            route_json("decap", 100, type="ip-lookup", lookup={"vrf": "red", "payload": "ipv6"})])
+        self.ctl("lfib", "add", "100", "table", "pseudowire", *EAST)
         done = self.ctl("lfib", "del", "100", "table", "decap", "--json")
-        self.assertEqual(json.loads(done), {"tables": self.tables, "generation": 6, "added": 0,
+        self.assertEqual(json.loads(done), {"tables": self.tables, "generation": 4, "added": 0,
                                             "changed": 0, "removed": 1})
-        self.assertEqual(self.show(), [])
+        self.assertEqual(self.show(), [route_json("pseudowire", 100, via_json())])
+
+    def test_what_the_hardware_status_has_is_not_overwritten_by_add(self):
+        self.load(hardware(via("pop"), label=100))
+        for label in ("100", "1"):  # that of a route, and the id of its adjacency
+            self.assertEqual(self.ctl("lfib", "add", label, *EAST, code=1),
+                             f"ovixctl: label {label} in table transit: File exists\n")
+        self.ctl("lfib", "add", "100", "table", "decap", *EAST)
 
     def test_a_route_of_several_hops(self):
         self.ctl("lfib", "replace", "100", "nexthop", "as", "200", *EAST, "weight", "3", "nexthop",
                  "via", "inet6", "fe80::1", "dev", "west")
-        self.assertEqual(self.show(), [route_json(
-            "transit", 100, via_json(action="swap", labels=[200], weight=3),
-            via_json(nexthop="fe80::1", interface="west"))])
+        self.assertEqual(self.show(), self.switched(
+            100, via_json(action="swap", labels=[200], weight=3),
+            via_json(nexthop="fe80::1", interface="west")))
 
     def test_a_route_that_the_tables_refuse_changes_nothing(self):
         self.ctl("lfib", "add", "100", *EAST)

@@ -1,6 +1,7 @@
 #include "Mpls/LfibWriter.h"
 
 #include <array>
+#include <cstddef>
 #include <cstring>
 #include <limits>
 #include <stdexcept>
@@ -87,7 +88,9 @@ void LfibWriter::multicastIpLookupRouteIs(RouteKey key, const LfibMulticastIpLoo
         throw std::invalid_argument("more than 598 vias beside the tail");
     }
     begin(key, LfibViaSetType::multicast, LfibViaType::multicastIpLookup);
-    addVia(RecordKind::multicastVia, asBytes(via), 1);
+    // What fills the record up behind its last field is nobody's.
+    constexpr std::size_t used = offsetof(LfibMulticastIpLookupVia, payloadType) + 1;
+    addVia(RecordKind::multicastVia, asBytes(via).first(used), 1);
     addIpVias(branches);
     publish(key);
 }

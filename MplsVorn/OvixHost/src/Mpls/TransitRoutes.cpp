@@ -11,9 +11,12 @@ void transitRouteIs(TablePublisher& tables, RouteKey label, std::span<const Weig
 }
 
 bool transitRouteDel(TablePublisher& tables, RouteKey label) {
+    if (!tables.lfib(TableId::transitLfib).routeDel(label)) {
+        return false;
+    }
     tables.hardware().routeDel(label);
     tables.hardware().adjacencyDel(label.topLabel().value());
-    return tables.lfib(TableId::transitLfib).routeDel(label);
+    return true;
 }
 
 } // namespace Mpls

@@ -57,10 +57,12 @@ TEST(RouteRequest, EachNexthopIsAHopOfItsOwn) {
 TEST(RouteRequest, AVrfIsLookedUpIn) {
     const auto request = parseRoute(words("100 vrf red payload ipv6"));
     EXPECT_EQ(request.route.type, OvixAgent::ViaTypes::ipLookup);
+    EXPECT_EQ(request.table, Mpls::TableId::decapLfib);
     ASSERT_EQ(request.route.vias.size(), 1U);
     EXPECT_EQ(request.route.vias.front().vrf, "red");
     EXPECT_EQ(request.route.vias.front().payload, PayloadType::ipv6);
-    EXPECT_EQ(parseRoute(words("100 vrf red")).route.vias.front().payload, PayloadType::automatic);
+    EXPECT_EQ(parseRoute(words("100 vrf red table pseudowire")).route.vias.front().payload,
+              PayloadType::automatic);
 }
 
 TEST(RouteRequest, WordsThatAreNoRouteAreNamed) {
@@ -94,6 +96,7 @@ TEST(RouteRequest, WordsThatAreNoRouteAreNamed) {
         {"100 dev a weight -1", "weight \"-1\" is not a number"},
         {"100 dev a nexthop dev b", "\"nexthop\" comes before the words of its hop"},
         {"100 nexthop dev a nexthop", "a hop leads nowhere: via or dev is needed"},
+        {"100 table transit vrf red", "a route with vrf ends here, and is none of table transit"},
         {"100 vrf red dev a", "a route with vrf has no hops"},
         {"100 nexthop dev a nexthop vrf red", "a route with vrf has no hops"},
         {"100 dev a payload ipv4", "payload goes with vrf"},

@@ -19,8 +19,8 @@ TEST(RouteRows, EveryViaHasALine) {
 
 TEST(RouteRows, ALookUpPopsAndNamesItsVrf) {
     const PublishedRoute route("100 vrf red payload ipv4");
-    EXPECT_EQ(routeRows(route.read(), {}).at(0), (Cells{"transit", "100", "ip-lookup", "pop", "",
-                                                        "", "", "", "vrf=red payload=ipv4"}));
+    EXPECT_EQ(routeRows(route.read(), {}).at(0),
+              (Cells{"decap", "100", "ip-lookup", "pop", "", "", "", "", "vrf=red payload=ipv4"}));
 }
 
 TEST(RouteRows, BackupsAreMarked) {

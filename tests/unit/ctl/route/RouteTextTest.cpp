@@ -15,14 +15,14 @@ std::string textOf(const PublishedRoute& route) {
 } // namespace
 
 TEST(RouteText, ARouteReadsAsItIsGiven) {
-    for (const char* line :
-         {"100 as to 200/300 via inet 10.0.2.2 dev east", "100 via inet6 fe80::2 dev east weight 7",
-          "100 push 16 dev east", "100 vrf red payload auto",
-          "100 nexthop as to 5 via inet 10.0.0.1 dev a weight 3 nexthop via "
-          "inet 10.0.0.2"}) {
+    for (const char* line : {"100 as to 200/300 via inet 10.0.2.2 dev east",
+                             "100 via inet6 fe80::2 dev east weight 7", "100 push 16 dev east",
+                             "100 nexthop as to 5 via inet 10.0.0.1 dev a weight 3 nexthop via "
+                             "inet 10.0.0.2"}) {
         EXPECT_EQ(textOf(PublishedRoute(line)), "transit " + std::string(line));
     }
     EXPECT_EQ(textOf(PublishedRoute("7 table decap dev a")), "decap 7 dev a");
+    EXPECT_EQ(textOf(PublishedRoute("7 vrf red")), "decap 7 vrf red payload auto");
 }
 
 TEST(RouteText, WhatIsUnusualOfAViaIsToldBehindIt) {

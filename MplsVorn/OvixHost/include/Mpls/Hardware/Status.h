@@ -72,6 +72,12 @@ class Status : public Tessel::Entity {
         tables_->forEach(routes_, [&](std::uint32_t label, Tessel::TableRef) { visitor(label); });
     }
 
+    /// Visits the keys that have an adjacency.
+    template <typename Visitor>
+    void forEachAdjacency(Visitor&& visitor) const {
+        tables_->forEach(adjacencies_, [&](std::uint32_t key, Tessel::TableRef) { visitor(key); });
+    }
+
     /// The corruption hook: told of what a read ran into.
     void doCorruptionDetected(std::string_view message) const;
     std::uint64_t corruptionsDetected() const noexcept { return corruptions_; }

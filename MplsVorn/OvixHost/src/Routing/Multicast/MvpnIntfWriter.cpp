@@ -11,6 +11,9 @@ using VrfId = Vrf::VrfIdMap::VrfId;
 
 namespace {
 
+/// The header and the two words of an entry.
+constexpr std::size_t recordUnits = 3;
+
 std::array<std::uint64_t, 2> wordsOf(const MvpnVrfIntfId& entry) {
     return {entry.vrfId.value, entry.intfId.value()};
 }
@@ -18,7 +21,8 @@ std::array<std::uint64_t, 2> wordsOf(const MvpnVrfIntfId& entry) {
 } // namespace
 
 VrfId MvpnIntfWriter::vrfAt(std::uint32_t place) const {
-    return {static_cast<std::uint32_t>(tables_->record(tables_->entry(table_, place))[1])};
+    const auto words = tables_->record(tables_->entry(table_, place));
+    return {words.size() == recordUnits ? static_cast<std::uint32_t>(words[1]) : 0};
 }
 
 std::uint32_t MvpnIntfWriter::placeOf(VrfId vrf) const {
@@ -40,10 +44,15 @@ void MvpnIntfWriter::closeGaps() {
          ++place) {
         if (const TableRef ref = tables_->entry(table_, place)) {
             ++found;
-            if (const VrfId vrf = vrfAt(place); placeOf(vrf) != place) {
-                displaced.push_back({vrf, Lumo::IntfId::fromValue(tables_->record(ref)[2])});
-                tables_->recordEntryDel(table_, place);
+            const auto words = tables_->record(ref);
+            const VrfId vrf = vrfAt(place);
+            if (words.size() == recordUnits && placeOf(vrf) == place) {
+                continue;
             }
+            if (words.size() == recordUnits) {
+                displaced.push_back({vrf, Lumo::IntfId::fromValue(words[2])});
+            }
+            tables_->recordEntryDel(table_, place);
         }
     }
     for (const MvpnVrfIntfId& entry : displaced) {

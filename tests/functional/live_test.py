@@ -1,0 +1,222 @@
+"""The agent on live ports between two hosts, each in a network namespace of its own."""
+
+import json
+import os
+import pathlib
+import shutil
+import signal
+import subprocess
+import tempfile
+import time
+import unittest
+
+import agent
+from running_agent import CTL
+
+DEADLINE = 30
+
+
+def ip(*arguments: str) -> None:
+    subprocess.run(["ip", *arguments], check=True, capture_output=True)
+
+
+def why_not() -> str:
+    """Why there can be no namespaces here; empty when there can."""
+    if os.geteuid() != 0:
+        return "needs root"
+    name = f"ovix-try-{os.getpid()}"
+    done = subprocess.run(["ip", "netns", "add", name], capture_output=True, text=True,
+                          check=False)
+    subprocess.run(["ip", "netns", "del", name], capture_output=True, check=False)
+    return "" if done.returncode == 0 else f"needs network namespaces: {done.stderr.strip()}"
+
+
+class Live(unittest.TestCase):
+    """west host – router – east host; the router's own kernel forwards nothing."""
+
+    @classmethod
+    def setUpClass(cls):
+        reason = why_not()
+        if reason:
+            raise unittest.SkipTest(reason)
+
+    def setUp(self):
+        self.directory = pathlib.Path(tempfile.mkdtemp())
+        self.addCleanup(shutil.rmtree, self.directory)
+        stem = f"ovix{os.getpid()}"
+        self.router, self.west, self.east = f"{stem}r", f"{stem}w", f"{stem}e"
+        for name in (self.router, self.west, self.east):
+            ip("netns", "add", name)
+            self.addCleanup(subprocess.run, ["ip", "netns", "del", name], check=False)
+        for port, host, network in (("west", self.west, 1), ("east", self.east, 2)):
+            ip("link", "add", port, "netns", self.router, "type", "veth", "peer", "name", "eth0",
+               "netns", host)
+            ip("-n", self.router, "addr", "add", f"10.0.{network}.1/24", "dev", port)
+            ip("-n", host, "addr", "add", f"10.0.{network}.2/24", "dev", "eth0")
+            ip("-n", self.router, "link", "set", port, "up")
+            ip("-n", host, "link", "set", "eth0", "up")
+            ip("-n", host, "route", "add", "default", "via", f"10.0.{network}.1")
+        self.tables = f"live-{os.getpid()}-{self.id().rsplit('.', 1)[-1][:30]}"
+        self.addCleanup(pathlib.Path(f"/dev/shm/ovix-{self.tables}").unlink, missing_ok=True)
+        self.path = self.directory / "control.sock"
+
+    def start(self, extra: str = "", kind: str = "packet") -> subprocess.Popen:
+        self.config = self.directory / "agent.yaml"
+        self.configure(extra, kind)
+        command = ["ip", "netns", "exec", self.router, agent.AGENT, "run", str(self.config),
+                   "--live", "--tables", self.tables, "--control", str(self.path), "--json"]
+        if agent.PLUGIN:
+            command += ["--plugin", agent.PLUGIN]
+        process = subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                   text=True)
+        self.addCleanup(process.communicate)
+        self.addCleanup(process.kill)
+        self.until(self.path.exists)
+        return process
+
+    def configure(self, extra: str = "", kind: str = "packet") -> None:
+        self.config.write_text(f"""
+ports:
+  - {{name: west, kind: {kind}, addresses: [10.0.1.1/24]}}
+  - {{name: east, kind: {kind}, addresses: [10.0.2.1/24]}}
+{extra}""")
+
+    def stop(self, process: subprocess.Popen) -> dict:
+        process.send_signal(signal.SIGTERM)
+        stdout, stderr = process.communicate(timeout=DEADLINE)
+        self.assertEqual(process.returncode, 0, stderr)
+        result = json.loads(stdout)
+        self.assertTrue(result["balanced"])
+        return result
+
+    def until(self, met) -> None:
+        end = time.monotonic() + DEADLINE
+        while not met():
+            self.assertLess(time.monotonic(), end, "nothing happened for too long")
+            time.sleep(0.02)
+
+    def ctl(self, *arguments: str) -> None:
+        subprocess.run([CTL, "--tables", self.tables, *arguments], check=True,
+                       capture_output=True)
+
+    def host(self, name: str, program: str, **keys) -> subprocess.Popen:
+        """A Python program that runs on one of the hosts."""
+        return subprocess.Popen(["ip", "netns", "exec", name, "python3", "-c", program],
+                                stdout=subprocess.PIPE, text=True, **keys)
+
+    def datagrams(self, count: int) -> int:
+        """How many of so many datagrams, sent one after the other, come from west to east."""
+        receiver = self.host(self.east, f"""
+import socket
+s = socket.socket(socket.AF_INET, socket.SOCK_DGRAM); s.bind(("10.0.2.2", 7000))
+print("ready", flush=True); s.settimeout(2); got = 0
+try:
+    while got < {count}: s.recv(100); got += 1
+except TimeoutError: pass
+print(got, flush=True)""")
+        self.assertEqual(receiver.stdout.readline(), "ready\n")
+        self.host(self.west, f"""
+import socket, time
+s = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+for i in range({count}): s.sendto(b"%d" % i, ("10.0.2.2", 7000)); time.sleep(0.002)""").communicate()
+        got = int(receiver.stdout.readline())
+        receiver.communicate()
+        return got
+
+    def labelled(self, label: int, count: int) -> int:
+        """How many of so many labelled frames that west sends arrive at east with label 200."""
+        receiver = self.host(self.east, f"""
+import socket
+s = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, socket.htons(0x8847)); s.bind(("eth0", 0x8847))
+print("ready", flush=True); s.settimeout(2); got = 0
+try:
+    while got < {count}:
+        frame = s.recv(2000); got += int.from_bytes(frame[14:17], "big") >> 4 == 200
+except TimeoutError: pass
+print(got, flush=True)""")
+        self.assertEqual(receiver.stdout.readline(), "ready\n")
+        mac = pathlib.Path(self.directory / "mac")
+        mac.write_text(subprocess.run(
+            ["ip", "-n", self.router, "-j", "link", "show", "west"], check=True,
+            capture_output=True, text=True).stdout)
+        address = json.loads(mac.read_text())[0]["address"].replace(":", "")
+        self.host(self.west, f"""
+import socket, time
+s = socket.socket(socket.AF_PACKET, socket.SOCK_RAW); s.bind(("eth0", 0))
+frame = bytes.fromhex("{address}" + "020000000002" + "8847") + ({label} << 12 | 0x140).to_bytes(4, "big")
+for i in range({count}): s.send(frame + bytes(46)); time.sleep(0.002)""").communicate()
+        got = int(receiver.stdout.readline())
+        receiver.communicate()
+        return got
+
+    def learn_neighbours(self) -> None:
+        """Makes both hosts and the router know each other: the first frame asks for its next hop."""
+        self.until(lambda: self.datagrams(1) == 1)
+
+    def test_ip_is_forwarded_and_a_neighbour_is_asked_for(self):
+        process = self.start()
+        self.learn_neighbours()
+        self.assertEqual(self.datagrams(50), 50)
+        result = self.stop(process)
+        self.assertLessEqual(set(result["dropped"]["reasons"]), {"No neighbour for the next hop"})
+        self.assertGreaterEqual(result["forwarded"]["ports"]["east"]["frames"], 51)
+
+    def test_labels_are_swapped_and_counted(self):
+        process = self.start()
+        self.learn_neighbours()
+        self.ctl("lfib", "add", "100", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
+        self.assertEqual(self.labelled(100, 30), 30)
+        result = self.stop(process)
+        self.assertEqual([(entry["label"], entry["packets"]) for entry in result["labels"]],
+                         [(100, 30)])
+
+    def test_labels_are_swapped_past_the_hosts_stack(self):
+        process = self.start(kind="xdp")
+        self.ctl("lfib", "add", "100", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
+        self.until(lambda: self.labelled(100, 5) == 5)
+        self.assertEqual(self.labelled(100, 30), 30)
+        self.stop(process)
+
+    def test_a_link_that_goes_down_and_a_port_that_goes_and_comes_back_are_survived(self):
+        process = self.start()
+        self.learn_neighbours()
+        ip("-n", self.router, "link", "set", "east", "down")
+        self.assertEqual(self.datagrams(3), 0)
+        ip("-n", self.router, "link", "set", "east", "up")
+        self.until(lambda: self.datagrams(1) == 1)
+        ip("-n", self.router, "link", "del", "east")
+        self.assertEqual(self.host(self.west, "print(1)").communicate()[0], "1\n")
+        ip("link", "add", "east", "netns", self.router, "type", "veth", "peer", "name", "eth0",
+           "netns", self.east)
+        ip("-n", self.router, "addr", "add", "10.0.2.1/24", "dev", "east")
+        ip("-n", self.east, "addr", "add", "10.0.2.2/24", "dev", "eth0")
+        ip("-n", self.router, "link", "set", "east", "up")
+        ip("-n", self.east, "link", "set", "eth0", "up")
+        ip("-n", self.east, "route", "add", "default", "via", "10.0.2.1")
+        self.until(lambda: self.datagrams(1) == 1)
+        self.assertEqual(self.datagrams(20), 20)
+        self.stop(process)
+
+    def test_the_configuration_is_read_anew_and_a_bad_one_is_refused(self):
+        process = self.start()
+        self.learn_neighbours()
+        drop = "routes: [{prefix: 10.0.2.2/32, drop: true}]"
+        self.configure(drop)
+        process.send_signal(signal.SIGHUP)
+        self.until(lambda: self.datagrams(1) == 0)
+        self.configure("routes: [{prefix: nonsense}]")
+        process.send_signal(signal.SIGHUP)
+        self.assertEqual(self.datagrams(1), 0)
+        self.configure()
+        process.send_signal(signal.SIGHUP)
+        self.until(lambda: self.datagrams(1) == 1)
+        process.send_signal(signal.SIGTERM)
+        _, stderr = process.communicate(timeout=DEADLINE)
+        self.assertIn("nonsense", stderr)
+        self.assertIn("; going on as before", stderr)
+        self.assertEqual(stderr.count(": taken over"), 2)
+        self.assertEqual(process.returncode, 0)
+
+
+if __name__ == "__main__":
+    unittest.main()

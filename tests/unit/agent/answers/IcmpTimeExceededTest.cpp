@@ -1,0 +1,180 @@
+#include "IcmpTimeExceeded.h"
+
+#include "AnswersTesting.h"
+
+using namespace OvixAgent;
+using namespace OvixAgent::Testing;
+using namespace TestSupport::Wire;
+
+namespace {
+
+Bytes answer(const Bytes& frame) {
+    return icmpTimeExceeded(read(frame), own);
+}
+
+Bytes answerTo4(const Ipv4& fields, const Bytes& payload = udp()) {
+    return answer(labelled({{100, 0, 1}}, ipv4(fields, payload)));
+}
+Bytes answerTo6(std::uint8_t nextHeader, const Bytes& payload) {
+    Ipv6 fields;
+    fields.nextHeader = nextHeader;
+    return answer(labelled({{100, 0, 1}}, ipv6(fields, payload)));
+}
+
+/// A packet whose addresses are replaced, as text; its checksum is made right again.
+Bytes answerBetween(const char* source, const char* destination) {
+    const auto from = Lumo::IpGenAddr::fromText(source);
+    const auto to = Lumo::IpGenAddr::fromText(destination);
+    if (from.family() == Lumo::IpFamily::ipv4) {
+        const auto number = [](const Lumo::IpGenAddr& address) {
+            return Lumo::NetU32::load(address.bytes().data()).value();
+        };
+        Ipv4 fields;
+        fields.source = number(from);
+        fields.destination = number(to);
+        return answerTo4(fields);
+    }
+    Bytes packet = ipv6({}, udp());
+    std::copy(from.bytes().begin(), from.bytes().end(), packet.begin() + 8);
+    std::copy(to.bytes().begin(), to.bytes().end(), packet.begin() + 24);
+    return answer(labelled({{100, 0, 1}}, packet));
+}
+
+} // namespace
+
+TEST(IcmpTimeExceeded, QuotesThePacketAndTellsItsLabels) {
+    const Bytes packet = ipv4({}, udp());
+    const Bytes sent = answer(tagged({{100, 3, 1}, {200, 0, 7}}, packet));
+    // 20 for IPv4, 8 for ICMP, 128 that quote, 4 for the extension, 4 for the object, two labels.
+    ASSERT_EQ(sent.size(), 172U);
+    EXPECT_EQ(hex(cut(sent, 20)), "45c000ac00004000ff01658f0aff00010a010001");
+    const Bytes icmp = from(sent, 20, sent.size() - 20);
+    EXPECT_EQ(hex(cut(icmp, 2)), "0b00");
+    EXPECT_EQ(hex(from(icmp, 4, 4)), "00200000");
+    EXPECT_EQ(hex(from(icmp, 8, 128)), hex(join({packet, filled(128 - packet.size(), 0)})));
+    EXPECT_EQ(hex(from(icmp, 136, 2)), "2000");
+    EXPECT_EQ(hex(from(icmp, 140, 12)), "000c010100064601000c8107");
+    EXPECT_EQ(onesSum(cut(sent, 20)), 0xffff);
+    EXPECT_EQ(onesSum(icmp), 0xffff);
+    EXPECT_EQ(onesSum(from(icmp, 136, 16)), 0xffff);
+}
+
+TEST(IcmpTimeExceeded, OfIpv6CountsInUnitsOfEightBytes) {
+    const Bytes packet = ipv6({}, udp(1024, 9, counting(85)));
+    const Bytes sent = answer(labelled({{100, 3, 1}}, packet));
+    ASSERT_EQ(sent.size(), 40U + 8 + 128 + 4 + 8);
+    EXPECT_EQ(hex(cut(sent, 8)), "6c00000000943aff");
+    EXPECT_EQ(hex(from(sent, 8, 32)), hex(join({ipv6Address(0xff), ipv6Address(1)})));
+    EXPECT_EQ(hex(from(sent, 40, 2)), "0300");
+    EXPECT_EQ(hex(from(sent, 44, 4)), "10000000");
+    EXPECT_EQ(hex(from(sent, 48, 128)), hex(cut(packet, 128)));
+    EXPECT_EQ(hex(from(sent, 180, 8)), "0008010100064701");
+    EXPECT_EQ(transportSum(sent), 0xffff);
+}
+
+TEST(IcmpTimeExceeded, WithoutLabelsQuotesThePacketAlone) {
+    const Bytes packet = ipv4({}, udp());
+    const Bytes sent = answer(join({eth(ethIpv4), packet}));
+    EXPECT_EQ(hex(from(sent, 24, 4)), "00000000");
+    EXPECT_EQ(hex(from(sent, 28, sent.size() - 28)), hex(packet));
+}
+
+TEST(IcmpTimeExceeded, WithLabelsQuotesTheFirst128Bytes) {
+    for (const std::size_t size : {127U, 128U, 129U, 1400U}) {
+        const Bytes four = ipv4({}, udp(1, 2, counting(size - 28)));
+        const Bytes six = ipv6({}, udp(1, 2, counting(size - 48)));
+        const Bytes answer4 = answer(labelled({{100, 0, 1}}, four));
+        const Bytes answer6 = answer(labelled({{100, 0, 1}}, six));
+        const Bytes padding = filled(size < 128 ? 128 - size : 0, 0);
+        const std::size_t quoted = std::min<std::size_t>(size, 128);
+        EXPECT_EQ(hex(from(answer4, 28, 128)), hex(join({cut(four, quoted), padding})));
+        EXPECT_EQ(hex(from(answer6, 48, 128)), hex(join({cut(six, quoted), padding})));
+        EXPECT_EQ(answer4.size(), 28U + 128 + 12);
+        EXPECT_EQ(answer6.size(), 48U + 128 + 12);
+    }
+}
+
+TEST(IcmpTimeExceeded, WithoutLabelsIsNoLongerThanEveryLinkCarries) {
+    const Bytes four = ipv4({}, udp(1, 2, counting(1400)));
+    const Bytes six = ipv6({}, udp(1, 2, counting(1400)));
+    EXPECT_EQ(answer(join({eth(ethIpv4), four})).size(), 576U);
+    EXPECT_EQ(answer(join({eth(ethIpv6), six})).size(), 1280U);
+}
+
+TEST(IcmpTimeExceeded, AStackTooDeepToTellIsLeftOut) {
+    const Bytes packet = ipv4({}, udp(1, 2, counting(1400)));
+    const Bytes deepest = answer(labelled(std::vector<Entry>(103, Entry{100, 0, 1}), packet));
+    EXPECT_EQ(deepest.size(), 28U + 128 + 8 + 412);
+    EXPECT_EQ(deepest[25], 32);
+    const Bytes deeper = answer(labelled(std::vector<Entry>(104, Entry{100, 0, 1}), packet));
+    EXPECT_EQ(deeper.size(), 576U);
+    EXPECT_EQ(deeper[25], 0);
+    EXPECT_EQ(hex(from(deeper, 28, 548)), hex(cut(packet, 548)));
+}
+
+TEST(IcmpTimeExceeded, NeverAnswersIcmpErrors) {
+    for (unsigned type = 0; type < 256; ++type) {
+        const auto octet = static_cast<std::uint8_t>(type);
+        Ipv4 icmp;
+        icmp.protocol = 1;
+        const bool isError4 = type == 3 || type == 4 || type == 5 || type == 11 || type == 12;
+        EXPECT_EQ(answerTo4(icmp, join({{octet}, filled(7, 0)})).empty(), isError4) << type;
+        const bool isError6 = type < 128 || type == 137;
+        EXPECT_EQ(answerTo6(58, join({{octet}, filled(7, 0)})).empty(), isError6) << type;
+        const Bytes options{58, 0, 1, 4, 0, 0, 0, 0};
+        EXPECT_EQ(answerTo6(0, join({options, {octet}, filled(7, 0)})).empty(), isError6) << type;
+    }
+    Ipv4 cutShort;
+    cutShort.protocol = 1;
+    EXPECT_TRUE(answerTo4(cutShort, {}).empty());
+    EXPECT_TRUE(answerTo6(58, {}).empty());
+}
+
+TEST(IcmpTimeExceeded, AnswersNoFragmentButTheFirst) {
+    const struct {
+        std::uint16_t fragment;
+        bool isAnswered;
+    } cases[]{{0, true}, {0x4000, true}, {0x2000, true}, {0x2001, false}, {1, false}};
+    for (const auto& given : cases) {
+        Ipv4 fields;
+        fields.fragment = given.fragment;
+        EXPECT_EQ(answerTo4(fields).empty(), !given.isAnswered) << given.fragment;
+    }
+    EXPECT_FALSE(answerTo6(44, join({{17, 0, 0, 1, 0, 0, 0, 1}, udp()})).empty());
+    EXPECT_TRUE(answerTo6(44, join({{17, 0, 0, 9, 0, 0, 0, 1}, udp()})).empty());
+    EXPECT_TRUE(answerTo6(44, {17, 0, 0, 0}).empty());
+}
+
+TEST(IcmpTimeExceeded, AnswersOneHostAboutOneHost) {
+    const struct {
+        const char* source;
+        const char* destination;
+        bool isAnswered;
+    } cases[]{
+        {"10.1.0.1", "192.0.2.1", true},         {"10.1.0.1", "224.0.0.5", false},
+        {"10.1.0.1", "239.1.1.1", false},        {"10.1.0.1", "255.255.255.255", false},
+        {"0.0.0.0", "192.0.2.1", false},         {"127.0.0.1", "192.0.2.1", false},
+        {"224.0.0.5", "192.0.2.1", false},       {"232.1.1.1", "192.0.2.1", false},
+        {"255.255.255.255", "192.0.2.1", false}, {"240.0.0.1", "192.0.2.1", false},
+        {"2001:db8::1", "2001:db8::2", true},    {"2001:db8::1", "ff02::1", false},
+        {"2001:db8::1", "ff0e::1", false},       {"::", "2001:db8::2", false},
+        {"::1", "2001:db8::2", false},           {"ff0e::1", "2001:db8::2", false},
+    };
+    for (const auto& given : cases) {
+        EXPECT_EQ(answerBetween(given.source, given.destination).empty(), !given.isAnswered)
+            << given.source << " to " << given.destination;
+    }
+    Bytes broadcast = labelled({{100, 0, 1}}, ipv4({}, udp()));
+    std::fill_n(broadcast.begin(), 6, std::uint8_t{0xff});
+    EXPECT_TRUE(answer(broadcast).empty());
+}
+
+TEST(IcmpTimeExceeded, NeedsAnAddressOfThePacketsFamily) {
+    const Bytes four = labelled({{100, 0, 1}}, ipv4({}, udp()));
+    const Bytes six = labelled({{100, 0, 1}}, ipv6({}, udp()));
+    OwnAddresses only4;
+    only4.ipv4 = own.ipv4;
+    EXPECT_FALSE(icmpTimeExceeded(read(four), only4).empty());
+    EXPECT_TRUE(icmpTimeExceeded(read(six), only4).empty());
+    EXPECT_TRUE(icmpTimeExceeded(read(four), {}).empty());
+}

@@ -1,0 +1,139 @@
+#include "LspEchoRequest.h"
+
+#include "EchoTesting.h"
+
+using namespace OvixAgent;
+using namespace OvixAgent::Testing;
+using namespace TestSupport::Wire;
+using Fault = LspEchoRequest::Fault;
+
+namespace {
+
+/// The reply to a request with these TLVs beneath explicit null, from the MPLS echo header on.
+Bytes replyOn(const Bytes& tlvs) {
+    const Bytes reply = replyTo(labelled({{0}}, echo4(message({.tlvs = tlvs}))));
+    return reply.size() < 28 ? Bytes{} : from(reply, 28, reply.size() - 28);
+}
+
+/// Return code and subcode in it.
+std::string codesOn(const Bytes& tlvs) {
+    return hex(from(replyOn(tlvs), 6, 2));
+}
+
+const Bytes fec = fecStack({ldp4});
+/// A downstream detailed mapping of an IPv4 interface, with a multipath sub-TLV.
+const Bytes mapping =
+    tlv(20, join({{5, 220, 1, 0, 224, 0, 0, 2, 224, 0, 0, 2, 0, 0, 0, 8}, tlv(1, {0, 0, 0, 0})}));
+
+} // namespace
+
+TEST(LspEchoRequest, ThatIsDamagedIsMalformed) {
+    const struct {
+        const char* what;
+        Bytes tlvs;
+    } cases[]{
+        {"no TLVs", {}},
+        {"no target FEC stack", tlv(3, {1})},
+        {"an empty target FEC stack", fecStack({})},
+        {"two target FEC stacks", join({fec, fec})},
+        {"a prefix longer than an address", fecStack({tlv(1, {10, 9, 0, 0, 33})})},
+        {"an IPv4 prefix too short", fecStack({tlv(1, {10, 9, 0, 16})})},
+        {"an IPv4 prefix too long", fecStack({tlv(1, {10, 9, 0, 0, 0, 16})})},
+        {"an IPv6 prefix of IPv4", fecStack({tlv(2, {10, 9, 0, 0, 16})})},
+        {"an IPv6 prefix longer than an address", fecStack({tlv(2, join({filled(16, 0), {129}}))})},
+        {"a Nil FEC too short", fecStack({tlv(16, {0, 0, 0})})},
+        {"a FEC beyond its stack", tlv(1, {0, 1, 0, 5, 10, 9, 0, 0})},
+        {"a FEC without its padding", tlv(1, {0, 1, 0, 5, 10, 9, 0, 0, 16})},
+        {"half a sub-TLV header", tlv(1, join({ldp4, {0, 1}}))},
+        {"half a TLV header", join({fec, {0, 3}})},
+        {"a TLV beyond the message", join({fec, {0, 3, 0, 9, 1, 0, 0, 0}})},
+        {"an optional TLV beyond the message", join({fec, {0x80, 0, 0xff, 0xff}})},
+        {"an empty pad", join({fec, tlv(3, {})})},
+        {"a reply TOS too short", join({fec, tlv(10, {1, 0, 0})})},
+        {"a mapping too short", join({fec, tlv(20, filled(3, 1))})},
+        {"a mapping without address type", join({fec, tlv(20, filled(16, 0))})},
+        {"a mapping of an unknown address type", join({fec, tlv(20, filled(40, 6))})},
+        {"a mapping's sub-TLVs cut short", join({fec, cut(mapping, 20), {0, 1, 0, 1}})},
+        {"damage behind an unknown TLV", join({fec, tlv(99, {}), {0, 1, 0, 1}})},
+    };
+    for (const auto& given : cases) {
+        EXPECT_EQ(codesOn(given.tlvs), "0100") << given.what;
+    }
+    const Bytes version = labelled({{0}}, echo4(message({.version = 2})));
+    EXPECT_EQ(codes(replyTo(version)), "1/0");
+}
+
+TEST(LspEchoRequest, WithUnknownMandatoryTlvsGetsThemBack) {
+    const Bytes unknown = tlv(99, {1, 2, 3, 4, 5});
+    const Bytes other = tlv(0x7fff, {});
+    const Bytes reply = replyOn(join({unknown, fec, tlv(3, {1}), other}));
+    EXPECT_EQ(hex(from(reply, 6, 2)), "0200");
+    EXPECT_EQ(hex(from(reply, 32, reply.size() - 32)), hex(tlv(9, join({unknown, other}))));
+    const Bytes strangeFec = fecStack({tlv(6, filled(13, 1)), ldp4});
+    const Bytes fecReply = replyOn(strangeFec);
+    EXPECT_EQ(hex(from(fecReply, 6, 2)), "0200");
+    EXPECT_EQ(hex(from(fecReply, 32, fecReply.size() - 32)), hex(tlv(9, strangeFec)));
+}
+
+TEST(LspEchoRequest, UnknownOptionalTlvsAreIgnored) {
+    EXPECT_EQ(codesOn(join({tlv(0x8000, {1}), fec, tlv(0xffff, {})})), "0301");
+    EXPECT_EQ(codesOn(fecStack({tlv(0x8001, {1, 2}), ldp4})), "0301");
+    EXPECT_EQ(codesOn(fecStack({tlv(0x8001, {1, 2})})), "0100"); // which leaves no FEC
+}
+
+TEST(LspEchoRequest, SaysWhatBecomesOfItsPads) {
+    const Bytes copied = tlv(3, {2, 9, 9, 9, 9});
+    const Bytes reply = replyOn(join({tlv(3, {1, 8, 8}), fec, copied}));
+    EXPECT_EQ(hex(from(reply, 6, 2)), "0301");
+    EXPECT_EQ(hex(from(reply, 32, reply.size() - 32)), hex(copied));
+}
+
+TEST(LspEchoRequest, TellsTheTosOfTheReply) {
+    const Bytes tlvs = join({fec, tlv(10, {0xb8, 0, 0, 0})});
+    const Bytes reply = replyTo(labelled({{0}}, echo4(message({.tlvs = tlvs}))));
+    EXPECT_EQ(reply.at(1), 0xb8);
+    EXPECT_EQ(codes(reply), "3/1");
+}
+
+TEST(LspEchoRequest, GetsTheDownstreamsThatItAsksFor) {
+    EchoTables known = tables();
+    known.label = [](Lumo::MplsLabel) -> EchoLabel {
+        return {EchoLabel::Use::switched,
+                {{Lumo::IpGenAddr::fromText("10.0.2.2"), 1492, {Lumo::MplsLabel(300)}},
+                 {Lumo::IpGenAddr::fromText("2001:db8::7"), 9000, {Lumo::implicitNull}}}};
+    };
+    const Bytes asks = labelled({{100}}, echo4(message({.tlvs = join({fec, mapping})})));
+    const Bytes reply = lspEchoReply(read(asks), at, known, own);
+    EXPECT_EQ(codes(reply), "14/0");
+    EXPECT_EQ(hex(from(reply, 60, reply.size() - 60)),
+              "0014001805d401000a0002020a00020208010008"
+              "00020004"
+              "0012c100"
+              "0014003023280300"
+              "20010db800000000000000000000000720010db8000000000000000000000007"
+              "08010008"
+              "00020004"
+              "00003100");
+    const Bytes doesNotAsk = labelled({{100}}, echo4(message({})));
+    const Bytes plain = lspEchoReply(read(doesNotAsk), at, known, own);
+    EXPECT_EQ(codes(plain), "8/1");
+    EXPECT_EQ(plain.size(), 60U);
+    EXPECT_EQ(codesOn(join({fec, mapping})), "0301"); // the egress has none
+}
+
+TEST(LspEchoRequest, CutShortAnywhereIsMalformedOrNone) {
+    const Bytes whole = message(
+        {.tlvs = join({fecStack({ldp4, ldp6, nilFec}), mapping, tlv(3, {2, 1}), tlv(99, {1})})});
+    ASSERT_EQ(LspEchoRequest::read(whole)->fault, Fault::notUnderstood);
+    // Where a TLV ends, what is left is whole.
+    const std::vector<std::size_t> ends{80, 108, 116};
+    for (std::size_t size = 0; size < whole.size(); ++size) {
+        const Bytes part = cut(whole, size);
+        const auto request = LspEchoRequest::read(part);
+        ASSERT_EQ(request.has_value(), size >= 32) << size;
+        if (request) {
+            const bool isEnd = std::find(ends.begin(), ends.end(), size) != ends.end();
+            EXPECT_EQ(request->fault, isEnd ? Fault::none : Fault::malformed) << size;
+        }
+    }
+}

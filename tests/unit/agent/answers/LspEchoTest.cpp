@@ -1,0 +1,155 @@
+#include "LspEcho.h"
+
+#include "EchoTesting.h"
+
+using namespace OvixAgent;
+using namespace OvixAgent::Testing;
+using namespace TestSupport::Wire;
+
+TEST(LspEcho, IsRepliedToByUdp) {
+    const Bytes reply = replyTo(tagged({{0, 0, 1}}, echo4(message({}))));
+    ASSERT_EQ(reply.size(), 60U);
+    EXPECT_EQ(hex(cut(reply, 20)), "4500003c00004000ff1166af0aff00010a010001");
+    EXPECT_EQ(hex(from(reply, 20, 6)), "0dafc0000028");
+    EXPECT_EQ(hex(from(reply, 28, 32)), "0001000002020301"   // a reply, egress for the FEC
+                                        "deadbeef00000007"   // handle and sequence number
+                                        "e000000180000000"   // sent
+                                        "e3088e8080000000"); // received
+    EXPECT_EQ(onesSum(cut(reply, 20)), 0xffff);
+    EXPECT_EQ(transportSum(reply), 0xffff);
+}
+
+TEST(LspEcho, IsRepliedToByIpv6) {
+    const Bytes reply = replyTo(labelled({{2, 0, 1}}, echo6(message({.tlvs = fecStack({ldp6})}))));
+    ASSERT_EQ(reply.size(), 80U);
+    EXPECT_EQ(hex(cut(reply, 8)), "60000000002811ff");
+    EXPECT_EQ(hex(from(reply, 8, 32)), hex(join({ipv6Address(0xff), ipv6Address(1)})));
+    EXPECT_EQ(hex(from(reply, 48, 8)), "0001000002020301");
+    EXPECT_EQ(transportSum(reply), 0xffff);
+}
+
+TEST(LspEcho, WithRouterAlertIsRepliedToWithIt) {
+    const Bytes four = replyTo(labelled({{0}}, echo4(message({.replyMode = 3}))));
+    ASSERT_EQ(four.size(), 64U);
+    EXPECT_EQ(hex(cut(four, 4)), "46000040");
+    EXPECT_EQ(hex(from(four, 20, 4)), "94040000");
+    EXPECT_EQ(onesSum(cut(four, 24)), 0xffff);
+    const Bytes six = replyTo(labelled({{0}}, echo6(message({.replyMode = 3}))));
+    ASSERT_EQ(six.size(), 88U);
+    EXPECT_EQ(hex(from(six, 4, 4)), "003000ff");
+    EXPECT_EQ(hex(from(six, 40, 8)), "1100050200450100");
+}
+
+TEST(LspEcho, TellsWhereItsProcessingEnded) {
+    const Bytes ldpOther = tlv(1, {10, 7, 0, 0, 16});
+    const Bytes ldpLonger = tlv(1, {10, 9, 0, 0, 24});
+    const Bytes ldpLabelled = tlv(1, {10, 8, 0, 0, 16});
+    const struct {
+        const char* what;
+        std::vector<Entry> labels;
+        Bytes tlvs;
+        const char* codes;
+    } cases[]{
+        {"popped by the router before", {}, fecStack({ldp4}), "3/1"},
+        {"explicit null", {{0}}, fecStack({ldp4}), "3/1"},
+        {"router alert", {{1}, {0}}, fecStack({ldp4}), "3/1"},
+        {"the FEC's own label", {{200}}, fecStack({ldpLabelled}), "3/1"},
+        {"another prefix", {{0}}, fecStack({ldpOther}), "4/1"},
+        {"another prefix length", {{0}}, fecStack({ldpLonger}), "4/1"},
+        {"not the FEC's label", {{0}}, fecStack({ldpLabelled}), "10/1"},
+        {"the FEC's label missing", {}, fecStack({ldpLabelled}), "10/1"},
+        {"switched", {{100}}, fecStack({ldp4}), "8/1"},
+        {"switched on top", {{100}, {200}}, fecStack({ldp4}), "8/2"},
+        {"switched beneath", {{0}, {200}, {100}}, fecStack({ldp4}), "8/1"},
+        {"no entry", {{300}}, fecStack({ldp4}), "11/1"},
+        {"no entry on top", {{300}, {100}}, fecStack({ldp4}), "11/2"},
+        {"no entry beneath", {{200}, {300}}, fecStack({ldp4}), "11/1"},
+        {"two FECs", {{200}}, fecStack({ldp4, ldpLabelled}), "3/2"},
+        {"two FECs with labels", {{200}, {200}}, fecStack({ldpLabelled, ldpLabelled}), "3/2"},
+        {"the upper FEC's label missing", {{200}}, fecStack({ldpLabelled, ldpLabelled}), "10/2"},
+        {"the upper FEC unknown", {{200}}, fecStack({ldpOther, ldpLabelled}), "4/2"},
+        {"the lower FEC unknown", {{200}}, fecStack({ldpLabelled, ldpOther}), "4/1"},
+        {"Nil FEC", {{0}}, fecStack({nilFec}), "3/1"},
+        {"Nil FEC of a label", {{200}}, fecStack({nilFec}), "10/1"},
+        {"Nil FEC above", {{1}, {200}}, fecStack({nilFec, ldpLabelled}), "3/2"},
+    };
+    for (const auto& given : cases) {
+        const Bytes packet = echo4(message({.tlvs = given.tlvs}));
+        const Bytes frame =
+            given.labels.empty() ? join({eth(ethIpv4), packet}) : labelled(given.labels, packet);
+        EXPECT_EQ(codes(replyTo(frame)), given.codes) << given.what;
+    }
+}
+
+TEST(LspEcho, WithoutAWishOrAWayHasNoReply) {
+    const auto codesOf = [](const Echo& echo) {
+        return codes(replyTo(labelled({{0}}, echo4(message(echo)))));
+    };
+    EXPECT_EQ(codesOf({}), "3/1");
+    EXPECT_EQ(codesOf({.replyMode = 1}), "none");
+    EXPECT_EQ(codesOf({.type = 2}), "none");
+    EXPECT_EQ(codesOf({.type = 3}), "none");
+    EXPECT_EQ(codesOf({.replyMode = 0}), "1/0");
+    EXPECT_EQ(codesOf({.replyMode = 4}), "1/0");
+    EXPECT_EQ(codesOf({.replyMode = 5}), "1/0");
+    EXPECT_EQ(codes(replyTo(labelled({{0}}, echo4(message({}), 0)))), "none");
+    const Bytes frame = labelled({{0}}, echo4(message({})));
+    EXPECT_TRUE(lspEchoReply(read(frame), at, tables(), {}).empty());
+}
+
+TEST(LspEcho, ThatAsksForExpiredTtlIsRepliedToThen) {
+    const Bytes packet = echo4(message({.flags = 2}));
+    EXPECT_EQ(codes(replyTo(labelled({{0, 0, 2}}, packet))), "none");
+    EXPECT_EQ(codes(replyTo(labelled({{0, 0, 1}, {0, 0, 9}}, packet))), "3/1");
+    EXPECT_EQ(codes(replyTo(join({eth(ethIpv4), packet}))), "3/1");
+}
+
+TEST(LspEcho, IsTheOneThatItsHeadersMakeIt) {
+    const auto isEcho = [](const Bytes& packet) {
+        const Bytes frame = labelled({{0}}, packet);
+        return isLspEcho(read(frame));
+    };
+    const Bytes request = udp(49152, 3503, message({}));
+    Ipv4 loopback;
+    loopback.destination = 0x7fffffff;
+    EXPECT_TRUE(isEcho(ipv4(loopback, request)));
+    EXPECT_FALSE(isEcho(ipv4({}, request)));
+    EXPECT_FALSE(isEcho(ipv4(loopback, udp(3503, 3504, message({})))));
+    EXPECT_TRUE(isEcho(ipv4(loopback, join({request, filled(2, 0)}))));
+    EXPECT_FALSE(isEcho(ipv4(loopback, cut(request, request.size() - 1))));
+    EXPECT_FALSE(isEcho(ipv4(loopback, cut(request, 7))));
+    EXPECT_FALSE(isEcho(ipv4(loopback, join({u16(1), u16(3503), u16(7), u16(0), filled(40, 0)}))));
+    loopback.protocol = protocolTcp;
+    EXPECT_FALSE(isEcho(ipv4(loopback, request)));
+    EXPECT_FALSE(isEcho(ipv6({}, request)));
+    EXPECT_TRUE(isEcho(echo6(message({}))));
+}
+
+TEST(LspEcho, WithAWrongChecksumIsNone) {
+    Bytes six = echo6(message({}));
+    six.back() ^= 1U;
+    EXPECT_TRUE(replyTo(labelled({{0}}, six)).empty());
+    Bytes none = echo6(message({}));
+    none[46] = none[47] = 0;
+    EXPECT_TRUE(replyTo(labelled({{0}}, none)).empty());
+    Bytes four = echo4(message({}));
+    four[27] = 1;
+    EXPECT_TRUE(replyTo(labelled({{0}}, four)).empty());
+}
+
+TEST(LspEcho, FromNoSingleHostHasNoReply) {
+    for (const std::uint32_t source : {0U, 0x7f000001U, 0xe0000005U, 0xffffffffU}) {
+        Ipv4 fields;
+        fields.source = source;
+        fields.destination = 0x7f000001;
+        const Bytes packet = ipv4(fields, udp(49152, 3503, message({})));
+        EXPECT_TRUE(replyTo(labelled({{0}}, packet)).empty()) << source;
+    }
+}
+
+TEST(LspEcho, TimesAreThoseOfNtp) {
+    EXPECT_EQ(ntpTime({0, 0}), 2208988800ULL << 32U);
+    EXPECT_EQ(ntpTime({0, 250'000'000}), (2208988800ULL << 32U) + 0x40000000U);
+    EXPECT_EQ(ntpTime({0, 999'999'999}), (2208988800ULL << 32U) + 0xfffffffbU);
+    EXPECT_EQ(ntpTime({2'085'978'496, 0}), 0U); // 2036-02-07 06:28:16
+}
