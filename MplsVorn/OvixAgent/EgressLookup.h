@@ -19,6 +19,8 @@ class EgressLookup {
     Fate find(Ovix::PacketContext& packet, std::size_t snapped, const Ovix::RoutingNexthop& nexthop,
               Egress& egress) const;
 
+    TooBigListener* tooBig() const noexcept { return tables_->tooBig; }
+
   private:
     Fate sendBy(Port& port, Lumo::IpGenAddr address, Ovix::PacketContext& packet,
                 Egress& egress) const;

@@ -4,6 +4,7 @@
 #include "Neighbours.h"
 #include "PortTable.h"
 #include "Pseudowires.h"
+#include "TooBigListener.h"
 #include "VrfRoot.h"
 
 namespace OvixAgent {
@@ -32,6 +33,7 @@ struct ForwardingTables {
     FecTable fecs;
     Pseudowires pseudowires;
     Ptr<VrfRoot> vrfs;
+    TooBigListener* tooBig = nullptr; ///< hears of frames too big for their port; may be null
 };
 
 } // namespace OvixAgent

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <ctime>
 #include <sys/signalfd.h>
 #include <system_error>
 
@@ -27,6 +28,12 @@ int signalDescriptor() {
         throw std::system_error(errno, std::generic_category(), "cannot take signals");
     }
     return descriptor;
+}
+
+CaptureTime timeNow() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return {now.tv_sec, static_cast<std::uint32_t>(now.tv_nsec)};
 }
 
 } // namespace
@@ -65,6 +72,10 @@ void LiveRun::takeFrames() {
         if (port->isOpen() && port->receive(visitor, framesPerTurn) == framesPerTurn) {
             hasMore_ = true;
         }
+    }
+    const CaptureTime now = timeNow();
+    for (const CpuAnswers::Frame& answer : parts_.answers->take()) {
+        forward({answer.port, now, answer.bytes, static_cast<std::uint32_t>(answer.bytes.size())});
     }
     parts_.ports->flush();
 }

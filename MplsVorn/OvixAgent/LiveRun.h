@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ControlServer.h"
+#include "CpuAnswers.h"
 #include "FileDescriptor.h"
 #include "Forwarder.h"
 #include "LinkSync.h"
@@ -24,6 +25,7 @@ class LiveRun {
         Forwarder* forwarder;
         LivePorts* ports;
         LinkSync* links;
+        CpuAnswers* answers;
         SharedIpRoutes* ipRoutes;
         ControlServer* control;
     };

@@ -144,7 +144,9 @@ int runLive(const RunOptions& options) {
     const std::unique_ptr<AgentState> state = start(config, options);
     ForwardingTables tables(config);
     LivePorts ports(config, tables.ports);
-    Forwarder forwarder(state->manager(), tables, ports.cpu());
+    CpuAnswers answers(ports.cpu(), config, tables, state->tables());
+    tables.tooBig = &answers;
+    Forwarder forwarder(state->manager(), tables, answers);
     LinkSync links(config, tables, state->interfaces(), ports);
     std::optional<SharedIpRoutes> ipRoutes;
     if (!options.tables.empty()) {
@@ -165,8 +167,8 @@ int runLive(const RunOptions& options) {
             fmt::print(stderr, "ovix-agent: {}; going on as before\n", refused.what());
         }
     };
-    LiveRun({&state->tables(), &forwarder, &ports, &links, ipRoutes ? &*ipRoutes : nullptr,
-             control.get()})
+    LiveRun({&state->tables(), &forwarder, &ports, &links, &answers,
+             ipRoutes ? &*ipRoutes : nullptr, control.get()})
         .run(reload);
 
     Summary summary = summaryOf(options, *state, forwarder);

@@ -70,12 +70,19 @@ Fate Sender::rewrite(const Ptr<Ovix::RoutingContext>& context,
 }
 
 // The control plane hears of labelled packets alone, and gets them as they would have left.
-Fate Sender::refuseTooBig(const Ptr<Ovix::RoutingContext>& context, const VlanTags& tags,
-                          const Ovix::RoutingNexthop& nexthop, const Egress& egress) const {
+Fate Sender::refuseTooBig(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
+                          const VlanTags& tags, const Ovix::RoutingNexthop& nexthop,
+                          const Egress& egress, std::uint32_t mtu) const {
     Ovix::PacketContext& packet = *context->packetContext();
-    if (mplsMtuExceptions_ && packet.outerType() == Ovix::PktHdrType::mpls &&
-        pushLinkHeader(packet, tags, nexthop, egress)) {
-        mplsMtuExceptions_->handle(context, egress.port->intfId);
+    const bool isLabelled = packet.outerType() == Ovix::PktHdrType::mpls;
+    const bool isHeardOf = egress_.tooBig() != nullptr || (mplsMtuExceptions_ && isLabelled);
+    if (isHeardOf && pushLinkHeader(packet, tags, nexthop, egress)) {
+        if (egress_.tooBig() != nullptr) {
+            egress_.tooBig()->tooBig(frame, packet.pkt()->data(), mtu);
+        }
+        if (mplsMtuExceptions_ && isLabelled) {
+            mplsMtuExceptions_->handle(context, egress.port->intfId);
+        }
     }
     return drop(Reason::mtuExceeded);
 }
@@ -89,7 +96,7 @@ Fate Sender::transmit(const Frame& frame, const Ptr<Ovix::RoutingContext>& conte
     const std::size_t snapped = frame.originalLength - frame.bytes.size();
     const std::uint32_t mtu = nexthop.mtu() != 0 ? std::min(nexthop.mtu(), port.mtu) : port.mtu;
     if (packet.pkt()->bytes() - linkHeaderSize(packet) + snapped > mtu) {
-        return refuseTooBig(context, tags, nexthop, egress);
+        return refuseTooBig(frame, context, tags, nexthop, egress, mtu);
     }
     if (!port.isUp) {
         return drop(Reason::portDown);

@@ -23,8 +23,9 @@ class Sender {
   private:
     static Fate takeIpHop(const Ptr<Ovix::RoutingContext>& context, const Egress& egress);
     Fate rewrite(const Ptr<Ovix::RoutingContext>& context, const Ovix::RewriteInfos& infos) const;
-    Fate refuseTooBig(const Ptr<Ovix::RoutingContext>& context, const VlanTags& tags,
-                      const Ovix::RoutingNexthop& nexthop, const Egress& egress) const;
+    Fate refuseTooBig(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
+                      const VlanTags& tags, const Ovix::RoutingNexthop& nexthop,
+                      const Egress& egress, std::uint32_t mtu) const;
     Fate transmit(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
                   const VlanTags& tags, const Ovix::RoutingNexthop& nexthop,
                   const Egress& egress) const;

@@ -11,6 +11,7 @@ import time
 import unittest
 
 import agent
+import frames as f
 from running_agent import CTL
 
 DEADLINE = 30
@@ -195,6 +196,58 @@ for i in range({count}): s.send(frame + bytes(46)); time.sleep(0.002)""").commun
         ip("-n", self.east, "route", "add", "default", "via", "10.0.2.1")
         self.until(lambda: self.datagrams(1) == 1)
         self.assertEqual(self.datagrams(20), 20)
+        self.stop(process)
+
+    def icmp_answers(self, frame: bytes) -> list[bytes]:
+        """The ICMP packets that west gets for a frame that it sends to the router."""
+        heard = self.host(self.west, f"""
+import socket
+icmp = socket.socket(socket.AF_INET, socket.SOCK_RAW, socket.IPPROTO_ICMP); icmp.settimeout(1)
+s = socket.socket(socket.AF_PACKET, socket.SOCK_RAW); s.bind(("eth0", 0))
+s.send(bytes.fromhex("{frame.hex()}"))
+try:
+    while True: print(icmp.recv(2000).hex(), flush=True)
+except TimeoutError: pass""").communicate()[0]
+        return [bytes.fromhex(line) for line in heard.splitlines()]
+
+    def router_mac(self, port: str) -> str:
+        shown = subprocess.run(["ip", "-n", self.router, "-j", "link", "show", port], check=True,
+                               capture_output=True, text=True).stdout
+        return json.loads(shown)[0]["address"]
+
+    def test_a_spent_ttl_is_answered_with_the_label_stack(self):
+        process = self.start()
+        self.learn_neighbours()
+        packet = f.udp_packet("10.0.1.2", "10.0.2.2", ttl=1)
+        unlabelled, = self.icmp_answers(f.eth(self.router_mac("west"), "02:00:00:00:00:09",
+                                              f.ETH_IPV4, packet))
+        self.assertEqual((unlabelled[20], unlabelled[21]), (11, 0))
+        self.assertEqual(unlabelled[12:16], bytes([10, 0, 1, 1]))
+        self.ctl("lfib", "add", "100", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
+        labelled, = self.icmp_answers(
+            f.eth(self.router_mac("west"), "02:00:00:00:00:09", f.ETH_MPLS,
+                  f.stack((100, 5, 1)) + f.udp_packet("10.0.1.2", "10.0.2.2")))
+        self.assertEqual((labelled[20], labelled[21]), (11, 0))
+        self.assertEqual(labelled[-8:], bytes([0, 8, 1, 1]) + f.stack((100, 5, 1)))
+        self.stop(process)
+
+    def test_a_packet_too_big_for_its_port_is_answered_with_the_mtu(self):
+        process = self.start()
+        self.learn_neighbours()
+        ip("-n", self.router, "link", "set", "east", "mtu", "1000")
+        self.ctl("lfib", "add", "100", "as", "200/300", "via", "inet", "10.0.2.2", "dev", "east")
+        dont_fragment = 0x4000
+        packet = f.ipv4("10.0.1.2", "10.0.2.2", bytes(1200), fragment=dont_fragment)
+        heard = []
+
+        def is_answered() -> bool:
+            heard[:] = self.icmp_answers(
+                f.eth(self.router_mac("west"), "02:00:00:00:00:09", f.ETH_MPLS,
+                      f.stack((100, 0, 64)) + packet))
+            return bool(heard)
+        self.until(is_answered)
+        self.assertEqual((heard[0][20], heard[0][21]), (3, 4))
+        self.assertEqual(int.from_bytes(heard[0][26:28], "big"), 1000 - 2 * 4)
         self.stop(process)
 
     def test_the_configuration_is_read_anew_and_a_bad_one_is_refused(self):

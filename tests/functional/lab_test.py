@@ -1,0 +1,42 @@
+"""The lab: FRR and the agents in network namespaces."""
+
+import os
+import pathlib
+import shutil
+import subprocess
+import sys
+import unittest
+
+import agent
+
+LAB = agent.SOURCE / "lab" / "main.py"
+NAMESPACES = ["unshare", "--mount", "--pid", "--ipc", "--net", "--fork", "--mount-proc", "true"]
+PROGRAMS = ["ip", "ethtool", "ping", "iperf3", "tshark", "dumpcap", "cc", "/usr/lib/frr/ldpd"]
+
+
+def what_is_missing() -> str:
+    if os.geteuid() != 0:
+        return "needs root"
+    missing = [program for program in PROGRAMS if not shutil.which(program)]
+    if missing:
+        return f"needs {', '.join(missing)}, which ./run lab installs"
+    tried = subprocess.run(NAMESPACES, capture_output=True, text=True, check=False)
+    return f"needs namespaces: {tried.stderr.strip()}" if tried.returncode else ""
+
+
+MISSING = what_is_missing()
+
+
+class LabTest(unittest.TestCase):
+    @unittest.skipIf(MISSING, MISSING)
+    def test_everything_that_the_lab_shows(self):
+        programs = pathlib.Path(agent.AGENT).resolve().parent
+        done = subprocess.run([sys.executable, str(LAB)], capture_output=True, text=True,
+                              check=False, timeout=170,
+                              env={**os.environ, "OVIX_BIN": str(programs)})
+        print(done.stdout)
+        self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main()
