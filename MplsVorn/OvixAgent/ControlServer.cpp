@@ -58,6 +58,10 @@ ControlServer::ControlServer(std::string path, Handler handler)
     if (!directory.empty() && std::filesystem::create_directories(directory, ignored)) {
         chmod(directory.c_str(), 0755);
     }
+    struct stat found {};
+    if (lstat(path_.c_str(), &found) == 0 && !S_ISSOCK(found.st_mode)) {
+        throw std::runtime_error("control socket " + path_ + ": something else stands there");
+    }
     if (isServed(address)) {
         throw std::runtime_error("control socket " + path_ + ": another agent answers there");
     }

@@ -44,6 +44,12 @@ const Lumo::EthAddr* Neighbours::find(const Lumo::IpGenAddr& address, PortIndex 
     return found != neighbours_.end() ? &found->second.mac : nullptr;
 }
 
+const Lumo::EthAddr* Neighbours::findConfigured(const Lumo::IpGenAddr& address,
+                                                PortIndex port) const {
+    const auto found = neighbours_.find({address, port});
+    return found != neighbours_.end() && found->second.isConfigured ? &found->second.mac : nullptr;
+}
+
 void Neighbours::learn(const Lumo::IpGenAddr& address, PortIndex port, const Lumo::EthAddr& mac) {
     Device& device = neighbours_[{address, port}];
     if (!device.isConfigured && device.mac != mac) {

@@ -24,6 +24,9 @@ class Neighbours {
     /// Null when the port has no neighbour of that address.
     const Lumo::EthAddr* find(const Lumo::IpGenAddr& address, PortIndex port) const;
 
+    /// The same, of the configuration; good until there is another one.
+    const Lumo::EthAddr* findConfigured(const Lumo::IpGenAddr& address, PortIndex port) const;
+
     /// A neighbour found on the link, or that has moved. One of the configuration stays as it says.
     void learn(const Lumo::IpGenAddr& address, PortIndex port, const Lumo::EthAddr& mac);
     void forget(const Lumo::IpGenAddr& address, PortIndex port);

@@ -160,7 +160,7 @@ int runLive(const RunOptions& options) {
             state->configureTables(newer, options.config);
             tables.configure(newer);
             if (ipRoutes) {
-                ipRoutes.emplace(state->tables().reader(), tables);
+                ipRoutes->startOver();
             }
             fmt::print(stderr, "ovix-agent: {}: taken over\n", options.config);
         } catch (const std::exception& refused) {

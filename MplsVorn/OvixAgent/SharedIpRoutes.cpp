@@ -34,15 +34,21 @@ Ptr<Ovix::RewriteImpl> pushOf(const Ovix::OvixMplsVia& via) {
 
 SharedIpRoutes::SharedIpRoutes(Ptr<const Tessel::TableReader> tables, ForwardingTables& forwarding)
     : forwarding_(&forwarding), routes_(tables), tables_(std::move(tables)),
-      changes_(tables_, routes_.table()), generation_(tables_->generation()) {
-    tables_->forEach(routes_.table(),
-                     [this](std::uint32_t place, Tessel::TableRef) { take(place); });
+      changes_(tables_, routes_.table()), generation_(tables_->generation()) {}
+
+void SharedIpRoutes::startOver() {
+    taken_.clear();
+    placeOf_.clear();
+    isToStartOver_ = true;
 }
 
 bool SharedIpRoutes::refresh() {
     if (tables_->generation() != generation_) [[unlikely]] {
         generation_ = tables_->generation();
         changes_.restart();
+    }
+    if (isToStartOver_) [[unlikely]] {
+        return takeAll();
     }
     if (changes_.done()) [[likely]] {
         return true;
@@ -59,12 +65,30 @@ bool SharedIpRoutes::refresh() {
     }
 }
 
+bool SharedIpRoutes::takeAll() {
+    try {
+        tables_->forEach(routes_.table(),
+                         [this](std::uint32_t place, Tessel::TableRef) { take(place); });
+        isToStartOver_ = false;
+    } catch (const Tessel::CorruptionDetected&) {
+        isToStartOver_ = false; // what could be read was taken
+    } catch (const Tessel::SnapshotLost&) {
+    }
+    return false;
+}
+
+// A route may have been taken from another place meanwhile: routes move when many change at once.
 void SharedIpRoutes::drop(std::uint32_t place) {
     const auto taken = taken_.find(place);
-    if (taken != taken_.end()) {
-        forwarding_->vrfs->fibIs({}).routeDel(taken->second);
-        taken_.erase(taken);
+    if (taken == taken_.end()) {
+        return;
     }
+    const auto last = placeOf_.find(taken->second);
+    if (last != placeOf_.end() && last->second == place) {
+        forwarding_->vrfs->fibIs({}).routeDel(prefixOf(taken->second));
+        placeOf_.erase(last);
+    }
+    taken_.erase(taken);
 }
 
 void SharedIpRoutes::take(std::uint32_t place) {
@@ -81,15 +105,19 @@ void SharedIpRoutes::take(std::uint32_t place) {
         ++ignored_;
         return;
     }
-    const IpPrefix prefix = prefixOf(route->key);
-    // The device's own addresses are not routed elsewhere.
-    const IpRoute* own = forwarding_->vrfs->fib({})->find(route->key.prefix);
-    if (own != nullptr && own->isLocal() &&
-        route->key.length == (prefix.address.family == IpAddress::Family::ipv4 ? 32 : 128)) {
+    if (isOwnAddress(route->key)) {
         return;
     }
-    forwarding_->vrfs->fibIs({}).routeIs(prefix, routeOf(*route));
-    taken_.emplace(place, prefix);
+    forwarding_->vrfs->fibIs({}).routeIs(prefixOf(route->key), routeOf(*route));
+    taken_[place] = route->key;
+    placeOf_[route->key] = place;
+}
+
+/// The device's own addresses are not routed elsewhere.
+bool SharedIpRoutes::isOwnAddress(const L3::RouteKey& key) const {
+    const std::uint8_t whole = key.prefix.family() == Lumo::IpFamily::ipv4 ? 32 : 128;
+    const IpRoute* own = forwarding_->vrfs->fib({})->find(key.prefix);
+    return key.length == whole && own != nullptr && own->isLocal() && !placeOf_.contains(key);
 }
 
 IpRoute SharedIpRoutes::routeOf(const L3::Route& route) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <optional>
 #include <unordered_map>
 
@@ -14,8 +15,11 @@ namespace OvixAgent {
 /// default VRF; others have none yet, and their routes are counted as ignored.
 class SharedIpRoutes {
   public:
-    /// Takes over what there is.
+    /// Takes over what there is with the first `refresh`.
     SharedIpRoutes(Ptr<const Tessel::TableReader> tables, ForwardingTables& forwarding);
+
+    /// The VRFs have been made anew, without shared routes: takes over all of them again.
+    void startOver();
 
     /// To be called when the reader may have gone over to another generation: takes over some of
     /// what has changed, and returns whether that was all.
@@ -24,8 +28,10 @@ class SharedIpRoutes {
     std::size_t ignored() const noexcept { return ignored_; }
 
   private:
+    bool takeAll();
     void take(std::uint32_t place);
     void drop(std::uint32_t place);
+    bool isOwnAddress(const L3::RouteKey& key) const;
     IpRoute routeOf(const L3::Route& route);
 
     ForwardingTables* forwarding_;
@@ -33,7 +39,9 @@ class SharedIpRoutes {
     Ptr<const Tessel::TableReader> tables_;
     Tessel::TableChanges changes_;
     std::uint64_t generation_;
-    std::unordered_map<std::uint32_t, IpPrefix> taken_; ///< by place
+    std::unordered_map<std::uint32_t, L3::RouteKey> taken_; ///< by place
+    std::map<L3::RouteKey, std::uint32_t> placeOf_;         ///< that a route was taken from last
+    bool isToStartOver_ = true;
     std::size_t ignored_ = 0;
 };
 

@@ -64,7 +64,7 @@ IpRoute routeOf(const IpRouteConfig& config, const Neighbours& neighbours) {
         made.onLink = !via.nexthop;
         if (via.nexthop) {
             made.nexthop = toIpGenAddr(*via.nexthop);
-            made.mac = neighbours.find(made.nexthop, via.port);
+            made.mac = neighbours.findConfigured(made.nexthop, via.port);
         }
         made.weight = via.weight;
         made.push = pushOf(via);
@@ -80,7 +80,7 @@ void insertNeighbour(Fib& fib, const NeighbourConfig& neighbour, const Neighbour
     }
     IpRouteVia via;
     via.port = neighbour.port;
-    via.mac = neighbours.find(address, neighbour.port);
+    via.mac = neighbours.findConfigured(address, neighbour.port);
     fib.insert(hostPrefix(neighbour.address), IpRoute::forward({std::move(via)}));
 }
 

@@ -4,9 +4,9 @@
 #include <vector>
 
 #include "Fib.h"
-#include "Neighbours.h"
 #include "Lumo/MplsLabelOperation.h"
 #include "Mpls/Types.h"
+#include "Neighbours.h"
 #include "Ovix/RoutingContext.h"
 #include "Tessel/FlatMap.h"
 

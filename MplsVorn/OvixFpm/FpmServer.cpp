@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <netinet/in.h>
 #include <poll.h>
+#include <stdexcept>
 #include <sys/socket.h>
 #include <system_error>
 #include <unistd.h>
@@ -104,8 +105,9 @@ void FpmServer::accept() {
 }
 
 void FpmServer::receive() {
+    constexpr int piecesPerTurn = 16; // whoever sends without end lets others have their turn
     std::array<std::uint8_t, 65536> bytes;
-    for (;;) {
+    for (int i = 0; i < piecesPerTurn; ++i) {
         const ssize_t got = recv(connection_, bytes.data(), bytes.size(), 0);
         if (got > 0) {
             heardAt_ = Clock::now();
@@ -160,17 +162,21 @@ void FpmServer::takeEvents() {
 
 void FpmServer::commitWhenQuiet() {
     const Clock::time_point now = Clock::now();
-    if (sweepDue_ && connection_ >= 0 && now - heardAt_ >= settings_.sweepAfter) {
-        sweepDue_ = false;
-        if (const std::size_t swept = routes_->sweep(); swept > 0) {
-            log_(std::to_string(swept) + " routes were not confirmed, and are gone");
-            firstUncommitted_ = firstUncommitted_.value_or(now);
+    try {
+        if (sweepDue_ && connection_ >= 0 && now - heardAt_ >= settings_.sweepAfter) {
+            sweepDue_ = false;
+            if (const std::size_t swept = routes_->sweep(); swept > 0) {
+                log_(std::to_string(swept) + " routes were not confirmed, and are gone");
+                firstUncommitted_ = firstUncommitted_.value_or(now);
+            }
         }
-    }
-    if (firstUncommitted_ &&
-        (now - heardAt_ >= quietBeforeCommit || now - *firstUncommitted_ >= longestBeforeCommit)) {
-        routes_->commit();
-        firstUncommitted_.reset();
+        if (firstUncommitted_ && (now - heardAt_ >= quietBeforeCommit ||
+                                  now - *firstUncommitted_ >= longestBeforeCommit)) {
+            firstUncommitted_.reset();
+            routes_->commit();
+        }
+    } catch (const std::length_error& full) {
+        log_(std::string(full.what()) + "; what has changed is not visible yet");
     }
 }
 

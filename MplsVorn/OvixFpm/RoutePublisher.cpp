@@ -45,29 +45,42 @@ RoutePublisher::RoutePublisher(Mpls::TablePublisher& tables, InterfaceLookup& in
 }
 
 std::string RoutePublisher::apply(const RouteChange& change) {
-    if (const auto* gone = std::get_if<LabelWithdrawal>(&change)) {
-        withdraw(gone->label.label());
-        return {};
-    }
-    if (const auto* gone = std::get_if<PrefixWithdrawal>(&change)) {
-        tables_->ipRoutes().routeDel(keyOf(gone->destination));
-        stalePrefixes_.erase(keyOf(gone->destination));
-        return {};
-    }
-    const auto* label = std::get_if<LabelRoute>(&change);
-    const auto* prefix = std::get_if<PrefixRoute>(&change);
     try {
-        label != nullptr ? route(*label) : route(*prefix);
+        if (const auto* label = std::get_if<LabelRoute>(&change)) {
+            route(*label);
+        } else if (const auto* prefix = std::get_if<PrefixRoute>(&change)) {
+            route(*prefix);
+        } else {
+            withdrawWhatIsNamedBy(change);
+        }
         return {};
     } catch (const std::exception& refused) {
-        // An old route would lead where the new one says not to go.
-        if (label != nullptr) {
-            withdraw(label->label().label());
-        } else {
-            tables_->ipRoutes().routeDel(keyOf(prefix->destination()));
+        std::string reason = refused.what();
+        try {
+            // An old route would lead where the new one says not to go.
+            withdrawWhatIsNamedBy(change);
+        } catch (const std::exception& stuck) {
+            reason += std::string("; and the old route stays: ") + stuck.what();
         }
-        return refused.what();
+        return reason;
     }
+}
+
+void RoutePublisher::withdrawWhatIsNamedBy(const RouteChange& change) {
+    if (const auto* gone = std::get_if<LabelWithdrawal>(&change)) {
+        withdraw(gone->label.label());
+    } else if (const auto* route = std::get_if<LabelRoute>(&change)) {
+        withdraw(route->label().label());
+    } else if (const auto* prefixGone = std::get_if<PrefixWithdrawal>(&change)) {
+        withdraw(keyOf(prefixGone->destination));
+    } else {
+        withdraw(keyOf(std::get<PrefixRoute>(change).destination()));
+    }
+}
+
+void RoutePublisher::withdraw(const L3::RouteKey& key) {
+    tables_->ipRoutes().routeDel(key);
+    stalePrefixes_.erase(key);
 }
 
 void RoutePublisher::route(const LabelRoute& route) {

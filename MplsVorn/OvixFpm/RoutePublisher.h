@@ -34,7 +34,9 @@ class RoutePublisher {
   private:
     void route(const LabelRoute& route);
     void route(const PrefixRoute& route);
+    void withdrawWhatIsNamedBy(const RouteChange& change);
     void withdraw(Lumo::MplsLabel label);
+    void withdraw(const L3::RouteKey& key);
     std::vector<Mpls::WeightedVia> viasOf(const NextHops& hops, bool ofLabel, bool uniform);
     const HostInterface& interfaceOf(const NextHop& hop);
 

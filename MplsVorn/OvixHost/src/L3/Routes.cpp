@@ -4,6 +4,7 @@
 #include <array>
 #include <cstring>
 #include <limits>
+#include <stdexcept>
 #include <tuple>
 
 namespace L3 {
@@ -109,6 +110,12 @@ void RoutesWriter::discard() {
 }
 
 void RoutesWriter::routeIs(const Route& route) {
+    for (std::uint32_t i = 0; route.ways && i < route.ways->entries(false).size(); ++i) {
+        // The deep stack behind the via's number is this process's own.
+        if (!tables_->name().empty() && route.ways->via(false, i).labelsInterned) {
+            throw std::invalid_argument("a stack of more than 33 labels cannot be shared");
+        }
+    }
     const auto key = pack(route);
     std::vector<std::uint64_t> words(key.begin(), key.end());
     if (route.kind == Route::Kind::forward) {
