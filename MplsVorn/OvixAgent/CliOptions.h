@@ -28,7 +28,7 @@ struct RunOptions {
     bool live = false;               ///< on the ports' interfaces and not on captures
     std::vector<InputOption> inputs; ///< at least one, unless live
     std::string outDirectory;        ///< empty when live
-    std::string plugin;  ///< empty: the one that comes with the agent
+    std::string plugin;              ///< empty: the one that comes with the agent
     std::string tables;  ///< shared label tables to take; empty: those of the configuration
     std::string control; ///< where to answer requests; empty: where the tables' name says
     bool json = false;

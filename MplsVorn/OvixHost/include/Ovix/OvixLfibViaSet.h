@@ -19,8 +19,7 @@ class OvixLfibViaSet final : public OvixMplsViaSet, public Tessel::Slabbed<OvixL
         return record_.members[index].weight;
     }
     OvixMplsVia via(std::uint32_t index) const override {
-        return record_.source ? record_.source->ipVia(record_.members[index])
-                              : OvixMplsVia();
+        return record_.source ? record_.source->ipVia(record_.members[index]) : OvixMplsVia();
     }
     Mpls::LfibViaSetType type() const noexcept override { return record_.type; }
     Mpls::LfibViaKey viaKey(std::uint32_t index) const noexcept override {

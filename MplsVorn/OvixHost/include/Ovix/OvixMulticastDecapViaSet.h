@@ -41,8 +41,7 @@ class OvixMulticastDecapViaSet final : public OvixMplsViaSet,
         return via;
     }
     OvixMplsVia branch(std::uint32_t index) const {
-        return record_.source ? record_.source->ipVia(record_.members[index])
-                              : OvixMplsVia();
+        return record_.source ? record_.source->ipVia(record_.members[index]) : OvixMplsVia();
     }
 
     Mpls::LfibViaSet record_;

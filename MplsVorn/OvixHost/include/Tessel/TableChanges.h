@@ -36,8 +36,8 @@ class TableChanges {
         return true;
     }
     /// All pages are to be compared again, since the reader has gone over to another generation;
-    /// beginning where the last comparison ended, so that pages that change all the time do not keep
-    /// others from being seen.
+    /// beginning where the last comparison ended, so that pages that change all the time do not
+    /// keep others from being seen.
     void restart() noexcept {
         if (tables_->changedIn(table_) != changedIn_) {
             toSee_ = TableLayout::directoryPages;
@@ -65,8 +65,8 @@ class TableChanges {
 
     Ptr<const TableReader> tables_;
     std::size_t table_;
-    std::size_t next_ = 0;  ///< page
-    std::size_t toSee_ = 0; ///< pages, from there on
+    std::size_t next_ = 0;        ///< page
+    std::size_t toSee_ = 0;       ///< pages, from there on
     std::uint64_t changedIn_ = 0; ///< of the table, as last restarted
     std::array<std::uint64_t, TableLayout::directoryPages> madeIn_{}; ///< of the pages seen
     std::array<std::unique_ptr<Page>, TableLayout::directoryPages> pages_;

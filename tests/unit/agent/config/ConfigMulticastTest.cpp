@@ -62,8 +62,9 @@ TEST(ConfigMulticast, ATailStandsAloneOrWithVias) {
         EXPECT_EQ(set.members.size(), members) << vias;
         ASSERT_EQ(set.viaKeys.size(), 1U);
         EXPECT_EQ(set.viaKeys[0].viaType, Mpls::LfibViaType::multicastIpLookup);
-        const auto tail =
-            published.state.tables().lfib(Mpls::TableId::decapLfib)->multicastIpLookupVia(set.viaKeys[0]);
+        const auto tail = published.state.tables()
+                              .lfib(Mpls::TableId::decapLfib)
+                              ->multicastIpLookupVia(set.viaKeys[0]);
         EXPECT_EQ((std::uint64_t{tail.intfIdHigh} << 32U) | tail.intfIdLow,
                   Lumo::VlanIntfId::vlanIdToIntfId(4094).value());
     }

@@ -107,10 +107,9 @@ TEST_F(NeighbourChanges, WhoIsWantedIsToldOnce) {
     neighbours.want(address("10.0.1.7"), west);
     neighbours.want(address("2001:db8::7"), west);
     using Wanted = Neighbours::Wanted;
-    EXPECT_EQ(neighbours.takeWanted(),
-              (std::vector<Wanted>{{address("10.0.1.7"), west},
-                                   {address("10.0.1.7"), east},
-                                   {address("2001:db8::7"), west}}));
+    EXPECT_EQ(neighbours.takeWanted(), (std::vector<Wanted>{{address("10.0.1.7"), west},
+                                                            {address("10.0.1.7"), east},
+                                                            {address("2001:db8::7"), west}}));
     EXPECT_TRUE(neighbours.takeWanted().empty());
     neighbours.want(address("10.0.1.7"), west);
     EXPECT_EQ(neighbours.takeWanted().size(), 1U);

@@ -14,8 +14,8 @@ namespace {
 IpPrefix prefix(const std::string& address, std::uint8_t length) {
     IpAddress made;
     const Lumo::IpGenAddr text = Lumo::IpGenAddr::fromText(address);
-    made.family = text.family() == Lumo::IpFamily::ipv4 ? IpAddress::Family::ipv4
-                                                        : IpAddress::Family::ipv6;
+    made.family =
+        text.family() == Lumo::IpFamily::ipv4 ? IpAddress::Family::ipv4 : IpAddress::Family::ipv6;
     std::copy(text.bytes().begin(), text.bytes().end(), made.bytes.begin());
     return prefixOf(made, length);
 }
@@ -80,11 +80,9 @@ TEST(FibChanges, RoutesThatComeAndGoAtRandomAreAsInAnOrderedMap) {
     std::map<std::pair<std::string, std::uint8_t>, PortIndex> model;
     const auto expected = [&](std::uint32_t second) -> std::optional<PortIndex> {
         for (const unsigned length : {16U, 12U, 8U}) {
-            const std::uint32_t masked = length == 16  ? second
-                                         : length == 12 ? second & 0xf0U
-                                                        : 0;
-            const auto found = model.find({"10." + std::to_string(masked) + ".0.0",
-                                           static_cast<std::uint8_t>(length)});
+            const std::uint32_t masked = length == 16 ? second : length == 12 ? second & 0xf0U : 0;
+            const auto found = model.find(
+                {"10." + std::to_string(masked) + ".0.0", static_cast<std::uint8_t>(length)});
             if (found != model.end()) {
                 return found->second;
             }

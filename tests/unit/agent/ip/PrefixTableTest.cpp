@@ -60,8 +60,7 @@ TEST(PrefixTable, EveryEntryOfARunIsFoundAfterAnyOneOfItHasGone) {
             }
             ASSERT_EQ(table.erase({base * 7919 + gone * 104729, gone}), 1U);
             for (std::uint64_t i = 0; i < 4; ++i) {
-                ASSERT_EQ(table.find({base * 7919 + i * 104729, i}) != PrefixTable::none,
-                          i != gone)
+                ASSERT_EQ(table.find({base * 7919 + i * 104729, i}) != PrefixTable::none, i != gone)
                     << base << " without " << gone << ": " << i;
             }
         }

@@ -51,7 +51,8 @@ class SharedIpRoutesTest : public testing::Test {
         }
         std::string all;
         for (const IpRouteVia& each : found->vias()) {
-            all += std::to_string(each.port) + (each.onLink ? " on link" : " " + each.nexthop.text());
+            all +=
+                std::to_string(each.port) + (each.onLink ? " on link" : " " + each.nexthop.text());
             all += each.push ? " pushes" : "";
             all += each.weight != 1 ? " x" + std::to_string(each.weight) + "; " : "; ";
         }

@@ -191,16 +191,12 @@ TEST_F(RoutesTest, ARecordThatIsSealedButNoRouteIsRefused) {
     const auto first = [](std::uint64_t length, std::uint64_t family, std::uint64_t kind) {
         return 254U | length << 32U | family << 40U | kind << 48U;
     };
-    const std::vector<std::vector<std::uint64_t>> wrong{{first(8, 4, 3)},
-                                                        {first(8, 4, 3), 0},
-                                                        {first(33, 4, 3), 0, 0},
-                                                        {first(129, 6, 3), 0, 0},
-                                                        {first(8, 0, 3), 0, 0},
-                                                        {first(8, 5, 3), 0, 0},
-                                                        {first(8, 4, 0), 0, 0},
-                                                        {first(8, 4, 4), 0, 0},
-                                                        {first(8, 4, 1), 0, 0},
-                                                        {first(8, 4, 1), 0, 0, 0xffff}};
+    const std::vector<std::vector<std::uint64_t>> wrong{
+        {first(8, 4, 3)},        {first(8, 4, 3), 0},
+        {first(33, 4, 3), 0, 0}, {first(129, 6, 3), 0, 0},
+        {first(8, 0, 3), 0, 0},  {first(8, 5, 3), 0, 0},
+        {first(8, 4, 0), 0, 0},  {first(8, 4, 4), 0, 0},
+        {first(8, 4, 1), 0, 0},  {first(8, 4, 1), 0, 0, 0xffff}};
     auto& raw = const_cast<Tessel::TableWriter&>(tables.publisher.tables());
     for (std::size_t i = 0; i < wrong.size(); ++i) {
         raw.recordEntryIs(routes.table(), 0, Tessel::RecordKind::ipRoute, wrong[i]);
@@ -217,8 +213,7 @@ TEST_F(RoutesTest, ARecordThatIsSealedButNoRouteIsRefused) {
 
 TEST(SharedRoutes, AStackThatOnlyThisProcessKnowsIsRefused) {
     const ShmTesting::SharedName name;
-    Mpls::TablePublisher publisher(
-        Tessel::TableMemory::sharedForWriting(name, ShmTesting::enough));
+    Mpls::TablePublisher publisher(Tessel::TableMemory::sharedForWriting(name, ShmTesting::enough));
     Mpls::WeightedVia deep = swapVia();
     const std::vector<std::uint8_t> packed(34 * 3, 1);
     ASSERT_TRUE(deep.via.labelsIs(packed));

@@ -56,9 +56,8 @@ class MvpnIntfStatus : public Tessel::Entity {
     /// Visits the entries; throws as vrfIntfId does.
     template <typename Visitor>
     void forEachEntry(Visitor&& visitor) const {
-        tables_->forEach(table_, [&](std::uint32_t place, Tessel::TableRef ref) {
-            visitor(read(place, ref));
-        });
+        tables_->forEach(
+            table_, [&](std::uint32_t place, Tessel::TableRef ref) { visitor(read(place, ref)); });
     }
 
     /// The corruption hook: told of what a read ran into.
