@@ -42,7 +42,7 @@ void CaptureRun::waitForInput() {
             {{pipe, POLLIN, 0}, {control != nullptr ? control->descriptor() : -1, POLLIN, 0}}};
         poll(waiting.data(), waiting.size(), tablesLookMs);
         tables->refresh();
-        if (waiting[1].revents != 0) {
+        if (control != nullptr && waiting[1].revents != 0) {
             control->serve();
         }
         if (waiting[0].revents != 0) {

@@ -61,7 +61,7 @@ void LiveRun::wait() {
     }
     poll(waiting_.data(), waiting_.size(), hasMore_ ? 0 : idleMs); // what interrupts it, is seen to
     hasMore_ = false;
-    if (waiting_[2].revents != 0) {
+    if (parts_.control != nullptr && waiting_[2].revents != 0) {
         parts_.control->serve();
     }
 }

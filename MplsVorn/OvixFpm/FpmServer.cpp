@@ -99,7 +99,7 @@ void FpmServer::accept() {
     decoder_ = FpmDecoder();
     routes_->markStale();
     sweepDue_ = true;
-    heardAt_ = Clock::now();
+    heardAt_ = connectedAt_ = Clock::now();
     log_("zebra is connected; " + std::to_string(routes_->staleRoutes()) +
          " routes wait to be confirmed");
 }
@@ -163,7 +163,10 @@ void FpmServer::takeEvents() {
 void FpmServer::commitWhenQuiet() {
     const Clock::time_point now = Clock::now();
     try {
-        if (sweepDue_ && connection_ >= 0 && now - heardAt_ >= settings_.sweepAfter) {
+        // Routes that change all the time do not keep the stale ones for ever.
+        const bool isQuiet = now - heardAt_ >= settings_.sweepAfter ||
+                             now - connectedAt_ >= 10 * settings_.sweepAfter;
+        if (sweepDue_ && connection_ >= 0 && isQuiet) {
             sweepDue_ = false;
             if (const std::size_t swept = routes_->sweep(); swept > 0) {
                 log_(std::to_string(swept) + " routes were not confirmed, and are gone");

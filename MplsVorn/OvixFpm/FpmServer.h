@@ -53,6 +53,7 @@ class FpmServer {
     MessageCounts counts_; ///< of connections that have ended
     std::optional<Clock::time_point> firstUncommitted_;
     Clock::time_point heardAt_;
+    Clock::time_point connectedAt_;
     bool sweepDue_ = false;
 };
 

@@ -11,7 +11,8 @@ import agent
 
 LAB = agent.SOURCE / "lab" / "main.py"
 NAMESPACES = ["unshare", "--mount", "--pid", "--ipc", "--net", "--fork", "--mount-proc", "true"]
-PROGRAMS = ["ip", "ethtool", "ping", "traceroute", "iperf3", "tshark", "dumpcap", "cc", "/usr/lib/frr/ldpd"]
+PROGRAMS = ["ip", "ethtool", "ping", "traceroute", "iperf3", "tshark", "dumpcap", "cc",
+            "/usr/lib/frr/ldpd"]
 
 
 def what_is_missing() -> str:

@@ -9,7 +9,8 @@
 
 namespace Ovix {
 
-/// The usable vias of a hardware adjacency, or of its backups. What is not usable is left out of
+/// The usable vias of a hardware adjacency, or of its backups; these also when none of its vias is
+/// usable, so that they take over at once when a link goes down. What is not usable is left out of
 /// the set, so that its share goes to the others by their weights.
 class OvixHwViaSet final : public OvixMplsViaSet, public Tessel::Slabbed<OvixHwViaSet> {
   public:
@@ -33,6 +34,8 @@ class OvixHwViaSet final : public OvixMplsViaSet, public Tessel::Slabbed<OvixHwV
     Mpls::LfibViaSetType type() const noexcept override { return adjacency_->setType(); }
 
   private:
+    void takeUsable(const Ptr<HwStatusViaHelper>& helper);
+
     Ptr<const Mpls::Hardware::Adjacency> adjacency_;
     std::uint64_t totalWeight_ = 0;
     std::uint32_t count_ = 0;

@@ -11,8 +11,18 @@ namespace Ovix {
 OvixHwViaSet::OvixHwViaSet(Ptr<const Mpls::Hardware::Adjacency> adjacency,
                            const Ptr<HwStatusViaHelper>& helper, bool useBackups)
     : adjacency_(std::move(adjacency)), useBackups_(useBackups) {
+    takeUsable(helper);
+    // The link of the last via may go down before whoever programs the adjacency marks it.
+    if (totalWeight_ == 0 && !useBackups_ && !adjacency_->entries(true).empty()) {
+        useBackups_ = true;
+        takeUsable(helper);
+    }
+}
+
+void OvixHwViaSet::takeUsable(const Ptr<HwStatusViaHelper>& helper) {
+    count_ = 0;
     std::uint16_t index = 0;
-    for (const Mpls::Hardware::Adjacency::Entry& entry : adjacency_->entries(useBackups)) {
+    for (const Mpls::Hardware::Adjacency::Entry& entry : adjacency_->entries(useBackups_)) {
         if (!helper || helper->usable(entry.intf)) {
             usable_[count_++] = index;
             totalWeight_ += entry.weight;

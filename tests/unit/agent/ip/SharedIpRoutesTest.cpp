@@ -59,14 +59,15 @@ class SharedIpRoutesTest : public testing::Test {
         return all;
     }
 
-    ForwardingTables forwarding{parseConfig(R"(
+    const AgentConfig config = parseConfig(R"(
 ports:
   - {name: west, mac: "02:00:00:00:00:01", addresses: [10.0.1.1/24, "2001:db8:1::1/64"]}
   - {name: east, mac: "02:00:00:00:00:02", addresses: [10.0.2.1/24]}
 routes:
   - {prefix: 10.9.0.0/16, drop: true}
 )",
-                                            "test.yaml")};
+                                           "test.yaml");
+    ForwardingTables forwarding{config};
     TestSupport::LocalTables tables;
     L3::RoutesWriter& writer = tables.publisher.ipRoutes();
     SharedIpRoutes routes{tables.reader, forwarding};
@@ -113,8 +114,24 @@ TEST_F(SharedIpRoutesTest, WhatThereIsAtTheStartIsTakenOver) {
     routeIs(ten, {via("east", "10.0.2.2")});
     tables.commit();
     EXPECT_EQ(to("10.10.0.1"), "");
-    const SharedIpRoutes others(tables.reader, forwarding);
+    takeOver();
     EXPECT_EQ(to("10.10.0.1"), "1 10.0.2.2; ");
+}
+
+TEST_F(SharedIpRoutesTest, VrfsThatAreMadeAnewGetAllRoutesAgain) {
+    routeIs(ten, {via("east", "10.0.2.2")});
+    routeIs(eleven, {via("east", "10.0.2.2")});
+    commit();
+    forwarding.configure(config);
+    EXPECT_EQ(to("10.10.0.1"), "");
+    routes.startOver();
+    writer.routeDel(eleven); // meanwhile
+    commit();
+    EXPECT_EQ(to("10.10.0.1"), "1 10.0.2.2; ");
+    EXPECT_EQ(to("10.11.0.1"), "");
+    writer.routeDel(ten);
+    commit();
+    EXPECT_EQ(to("10.10.0.1"), "");
 }
 
 TEST_F(SharedIpRoutesTest, OwnAddressesStayTheDevicesOwn) {
@@ -148,6 +165,7 @@ TEST_F(SharedIpRoutesTest, AnInterfaceThatIsNoPortLeadsToTheDevice) {
 }
 
 TEST_F(SharedIpRoutesTest, RoutesOfOtherTablesAreIgnoredAndCounted) {
+    takeOver();
     routeIs(key("10.10.0.0", 16, 10), {via("east", "10.0.2.2")});
     routeIs(key("10.11.0.0", 16, 255), Kind::local);
     routeIs(ten, {via("west", "10.0.1.2")});

@@ -72,6 +72,20 @@ TEST_F(HwViaSet, TheBackupsAreJudgedByThemselves) {
     EXPECT_TRUE(set->via(0).isEq(backups[0].via));
 }
 
+TEST_F(HwViaSet, TheBackupsTakeOverWhenTheLastViaGoesDown) {
+    interfaces->intfStatusIs(eth1, true);
+    EXPECT_FALSE(make(false, helper)->useBackups());
+    interfaces->intfStatusIs(eth1, false);
+    interfaces->intfStatusIs(eth3, true);
+    const std::vector<WeightedVia> first{via(eth1, 1)};
+    const auto set =
+        Tessel::make<OvixHwViaSet>(Adjacency::create(first, backups, false), helper, false);
+    EXPECT_TRUE(set->hasValidVia());
+    EXPECT_TRUE(set->useBackups());
+    ASSERT_EQ(set->numVias(), 1U);
+    EXPECT_TRUE(set->via(0).isEq(backups[0].via));
+}
+
 TEST_F(HwViaSet, EveryViaCountsWhileNobodyPublishesInterfaceStatus) {
     EXPECT_EQ(make(false, nullptr)->numVias(), 3U);
     EXPECT_EQ(make(false, Tessel::make<HwStatusViaHelper>(nullptr, nullptr))->numVias(), 3U);

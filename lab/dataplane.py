@@ -1,0 +1,73 @@
+"""Our side of a router: the agent on its interfaces, ovix-fpm, and what ovixctl tells of them."""
+
+import json
+import os
+import pathlib
+
+import network
+import topology
+from processes import Process, wait_until
+
+BIN = pathlib.Path(os.environ.get("OVIX_BIN", "build/release/bin")).resolve()
+SWEEP_AFTER = 5  # seconds; the routing daemons are started with zebra
+
+
+def config(router: str) -> str:
+    """Ports are all that the agent is told; the rest comes from the kernel and from zebra."""
+    text = "ports:\n"
+    for i, one in enumerate(topology.interfaces(router)):
+        own = [one.address] + ([f"{topology.LOOPBACKS[router]}/32"] if i == 0 else [])
+        text += (f"  - {{name: {one.name}, kind: packet, vrf: default, "
+                 f"addresses: [{', '.join(own)}]}}\n")
+    return text
+
+
+class Dataplane:
+    """Table set, agent and FPM listener of one router."""
+
+    def __init__(self, router: str, directory: pathlib.Path):
+        self.router = router
+        self.directory = directory / router
+        self.directory.mkdir(exist_ok=True)
+        self.control = self.directory / "agent.sock"
+        (self.directory / "agent.yaml").write_text(config(router))
+        self.agent = self.fpm = None
+
+    def start_fpm(self) -> None:
+        self.fpm = Process(self.router, self.directory, "ovix-fpm", BIN / "ovix-fpm",
+                           "--tables", self.router, "--sweep-after", SWEEP_AFTER)
+        wait_until(f"ovix-fpm listens on {self.router}",
+                   lambda: "listening" in self.fpm.err.read_text(), 5)
+
+    def start_agent(self) -> None:
+        self.agent = Process(self.router, self.directory, "ovix-agent", BIN / "ovix-agent", "run",
+                             self.directory / "agent.yaml", "--live", "--tables", self.router,
+                             "--control", self.control, "--json", "--quiet")
+
+    def wait_for_agent(self) -> None:
+        wait_until(f"the agent on {self.router} answers", self.answers, 10)
+
+    def answers(self) -> bool:
+        self.agent.expect_alive()
+        return self.ctl("counters", "show", check=False).returncode == 0
+
+    def ctl(self, *words, **keys):
+        return network.run(BIN / "ovixctl", "--tables", self.router, "--control", self.control,
+                           *words, "--json", **keys)
+
+    def lfib(self) -> dict:
+        """The transit LFIB by label."""
+        routes = json.loads(self.ctl("lfib", "show", "transit").stdout)["routes"]
+        return {route["label"]: route for route in routes}
+
+    def label_packets(self, label: int) -> int:
+        counters = json.loads(self.ctl("counters", "show").stdout)
+        return next((one["packets"] for one in counters["labels"] if one["label"] == label), 0)
+
+    def stop_agent(self) -> dict:
+        """Ends the agent and gives the balance that it prints."""
+        code = self.agent.stop()
+        if code != 0:
+            raise RuntimeError(f"the agent on {self.router} ended with {code}: "
+                               f"{self.agent.err.read_text(errors='replace')[-2000:]}")
+        return json.loads(self.agent.out.read_text())

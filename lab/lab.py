@@ -1,0 +1,93 @@
+"""The lab as a whole: brings it up, compares tables, cuts and mends."""
+
+import pathlib
+
+import daemons
+import network
+import topology
+import traffic
+from dataplane import Dataplane
+from processes import wait_until
+
+IMPLICIT_NULL = 3
+
+
+class Lab:
+    def __init__(self, directory: pathlib.Path):
+        self.directory = directory
+        self.daemons, self.planes = {}, {}
+
+    def start(self) -> float:
+        """Brings everything up; seconds from the start of FRR until all label tables stand."""
+        network.build()
+        module = daemons.compile_module(self.directory)
+        for router in topology.ROUTERS:
+            plane = self.planes[router] = Dataplane(router, self.directory)
+            plane.start_fpm()
+            plane.start_agent()
+        for plane in self.planes.values():
+            plane.wait_for_agent()
+        for router in topology.ROUTERS:
+            self.daemons[router] = daemons.Daemons(router, self.directory, module)
+            self.daemons[router].start_all()
+        took = self.wait_for_path("p")
+        wait_until("CE2 answers CE1", lambda: traffic.reaches(self.directory), 10)
+        return took
+
+    def wait_for_path(self, over: str, timeout: float = 30) -> float:
+        """Until labelled traffic goes over one of the two routers, both ways."""
+        return wait_until(f"the path between the hosts is over {over}",
+                          lambda: None not in self.path_labels(over).values(), timeout)
+
+    def path_labels(self, over: str = "p") -> dict:
+        """The label pushed toward the network of each host, when the path is over that router."""
+        return {host: self.daemons[router].pushed_label(topology.prefix(host), over)
+                for router, host in (("pe1", "ce2"), ("pe2", "ce1"))}
+
+    def table_differences(self) -> list[str]:
+        """What FRR's label tables and the agents' LFIBs do not have in common."""
+        text = []
+        for router in topology.ROUTERS:
+            wanted = {label: frr_hops(router, route)
+                      for label, route in self.daemons[router].labels().items()}
+            found = {label: lfib_hops(route)
+                     for label, route in self.planes[router].lfib().items()}
+            text += [f"{router}: label {label}: FRR {wanted.get(label)}, LFIB {found.get(label)}"
+                     for label in sorted(wanted.keys() | found.keys())
+                     if wanted.get(label) != found.get(label)]
+        return text
+
+    def cut(self, node: str, toward: str) -> None:
+        network.set_link(node, toward, "down")
+
+    def mend(self, node: str, toward: str) -> None:
+        network.set_link(node, toward, "up")
+
+    def restart_daemons(self, router: str) -> None:
+        """As FRR's watchdog does when zebra has died."""
+        for name in ("ospfd", "ldpd"):
+            self.daemons[router].kill(name)
+        self.daemons[router].start_all()
+
+    def wait_for_tables(self, timeout: float = 20) -> None:
+        try:
+            wait_until("tables equal", lambda: not self.table_differences(), timeout)
+        except TimeoutError as late:
+            raise TimeoutError("\n".join([str(late), *self.table_differences()])) from None
+
+
+def frr_hops(router: str, route: dict) -> set:
+    """(labels that replace the label, next hop, interface) of each hop; none of a pop."""
+    return {(tuple(label for label in hop["outLabelStack"] if label != IMPLICIT_NULL),
+             hop["nexthop"], interface_toward(router, hop["nexthop"]))
+            for hop in route["nexthops"] if hop.get("installed")}
+
+
+def lfib_hops(route: dict) -> set:
+    return {(tuple(via["labels"]), via["nexthop"], via["interface"]) for via in route["vias"]}
+
+
+def interface_toward(router: str, nexthop: str) -> str:
+    """FRR's table leaves the interface out: it is the one that shares a link with the next hop."""
+    return next(one.name for link in topology.LINKS for one, other in (link.ends, link.ends[::-1])
+                if one.node == router and other.host == nexthop)

@@ -1,0 +1,105 @@
+#!/usr/bin/env python3
+"""Two hosts and four routers on one machine: FRR speaks OSPF and LDP, the agent forwards.
+
+Needs root, FRR 8.4, iproute2, ethtool, ping, traceroute, iperf3, tshark and a C compiler; OVIX_BIN
+names the directory with ovix-agent, ovix-fpm and ovixctl. Prints PASS or FAIL for each check; exits
+with 0 when all pass, 1 otherwise. Everything lives in mount and process namespaces of its own, with
+shared memory of its own, and is gone when the first process ends, however that comes about.
+"""
+
+import argparse
+import os
+import pathlib
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+
+import checks
+from lab import Lab
+
+# Places that the lab has for itself: named network namespaces, shared memory, FRR's crash logs.
+OWN_PLACES = ("/run/netns", "/dev/shm", "/var/tmp")
+TAIL = 15
+
+
+def run_in_own_namespaces(options) -> int:
+    directory = tempfile.mkdtemp(prefix="ovix-lab-")
+    os.chmod(directory, 0o755)  # FRR's user goes through it
+    pathlib.Path("/run/netns").mkdir(parents=True, exist_ok=True)
+    for stop in (signal.SIGINT, signal.SIGTERM):
+        signal.signal(stop, lambda number, _: sys.exit(128 + number))
+    inner = subprocess.Popen(
+        ["setpriv", "--pdeathsig", "KILL",
+         "unshare", "--mount", "--pid", "--ipc", "--fork", "--mount-proc", "--kill-child",
+         "--propagation", "private",
+         sys.executable, __file__, "--inside", directory, *options.checks],
+        start_new_session=True)
+    try:
+        return inner.wait()
+    finally:
+        inner.kill()
+        inner.wait()
+        if options.keep:
+            print(f"logs and captures: {directory}")
+        else:
+            shutil.rmtree(directory, ignore_errors=True)
+
+
+def run_inside(directory: pathlib.Path, names: list[str]) -> int:
+    for place in OWN_PLACES:
+        subprocess.run(["mount", "-t", "tmpfs", "tmpfs", place], check=True)
+    lab = Lab(directory)
+    start = time.monotonic()
+    try:
+        took = lab.start()
+    except Exception as error:  # whatever it is, the logs tell more
+        print(f"FAIL  the lab comes up: {error}")
+        show_logs(directory)
+        return 1
+    print(f"PASS  the lab comes up: labels {took:.1f} s after FRR started, "
+          f"{time.monotonic() - start:.1f} s in all", flush=True)
+    failed = [check for check in checks.ALL
+              if (not names or check.__name__ in names) and not passes(lab, check)]
+    if failed:
+        show_logs(directory)
+    return 1 if failed else 0
+
+
+def passes(lab: Lab, check) -> bool:
+    print(f"      {check.__doc__}", flush=True)
+    start = time.monotonic()
+    try:
+        verdict, what = "PASS", check(lab)
+    except Exception as error:  # a check that breaks has failed
+        verdict, what = "FAIL", f"{type(error).__name__}: {error}"
+    took = time.monotonic() - start
+    print(f"{verdict}  {check.__name__.replace('_', ' ')}: {what} ({took:.1f} s)", flush=True)
+    return verdict == "PASS"
+
+
+def show_logs(directory: pathlib.Path) -> None:
+    for path in sorted(directory.glob("*/**/*.err")):
+        lines = path.read_text(errors="replace").splitlines()[-TAIL:]
+        if lines:
+            print(f"--- {path.relative_to(directory)}", *lines, sep="\n")
+
+
+def main() -> int:
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("checks", nargs="*", metavar="CHECK",
+                        help="only these: " + ", ".join(check.__name__ for check in checks.ALL))
+    parser.add_argument("--keep", action="store_true", help="keep logs and captures")
+    parser.add_argument("--inside", metavar="DIRECTORY", help=argparse.SUPPRESS)
+    options = parser.parse_args()
+    if os.geteuid() != 0:
+        parser.error("needs root")
+    if options.inside:
+        return run_inside(pathlib.Path(options.inside), options.checks)
+    return run_in_own_namespaces(options)
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,65 @@
+"""Network namespaces for the nodes, veth pairs for the links, and commands run inside."""
+
+import subprocess
+
+import topology
+
+SYSCTLS = {
+    # The agent forwards; the kernel of a router only speaks for the router itself.
+    "net.ipv4.ip_forward": 0,
+    "net.ipv4.conf.all.rp_filter": 0,
+    "net.ipv4.conf.default.rp_filter": 0,
+    "net.ipv6.conf.all.disable_ipv6": 1,
+    "net.ipv6.conf.default.disable_ipv6": 1,
+}
+
+
+def run(*command, check=True, **keys) -> subprocess.CompletedProcess:
+    done = subprocess.run([str(word) for word in command], capture_output=True, text=True,
+                          check=False, **keys)
+    if check and done.returncode:
+        raise RuntimeError(f"{' '.join(map(str, command))}: {done.stdout}{done.stderr}")
+    return done
+
+
+def inside(node: str, *command) -> list[str]:
+    """The command that runs another inside a node."""
+    return ["ip", "netns", "exec", node, *[str(word) for word in command]]
+
+
+def run_in(node: str, *command, **keys) -> subprocess.CompletedProcess:
+    return run(*inside(node, *command), **keys)
+
+
+def build() -> None:
+    for node in (*topology.ROUTERS, *topology.HOSTS):
+        add_node(node)
+    for link in topology.LINKS:
+        add_link(link)
+    for router, loopback in topology.LOOPBACKS.items():
+        run("ip", "-n", router, "addr", "add", f"{loopback}/32", "dev", "lo")
+    for host, router in topology.HOSTS.items():
+        gateway = topology.interface(router, host).host
+        run("ip", "-n", host, "route", "add", "default", "via", gateway)
+
+
+def add_node(node: str) -> None:
+    run("ip", "netns", "add", node)
+    run_in(node, "sysctl", "-q", "-w", *[f"{key}={value}" for key, value in SYSCTLS.items()])
+    run("ip", "-n", node, "link", "set", "lo", "up")
+
+
+def add_link(link: topology.Link) -> None:
+    one, other = link.ends
+    run("ip", "link", "add", one.name, "netns", one.node, "type", "veth",
+        "peer", "name", other.name, "netns", other.node)
+    for end in link.ends:
+        # What a sender leaves to a network card to split is one frame too big for a real wire.
+        run_in(end.node, "ethtool", "-K", end.name, "tso", "off", "gso", "off", "gro", "off")
+        run("ip", "-n", end.node, "addr", "add", end.address, "dev", end.name)
+        run("ip", "-n", end.node, "link", "set", end.name, "mtu", end.mtu, "up")
+
+
+def set_link(node: str, toward: str, state: str) -> None:
+    """Cuts or mends a link: both ends notice."""
+    run("ip", "-n", node, "link", "set", topology.interface(node, toward).name, state)

@@ -1,0 +1,79 @@
+"""What stands in the lab, and where: two customer hosts and four routers.
+
+              to-p +---+ to-pe2
+          .--------| P |--------.
+    +-----+        +---+        +-----+
+CE1-| PE1 |                     | PE2 |-CE2
+    +-----+        +----+       +-----+
+          '--------| P2 |-------'
+                   +----+
+
+An interface is named after the node at its other end. OSPF prefers the path over P.
+"""
+
+import dataclasses
+
+
+@dataclasses.dataclass(frozen=True)
+class Interface:
+    node: str
+    name: str
+    address: str  # with its prefix length
+    cost: int
+    mtu: int
+
+    @property
+    def host(self) -> str:
+        return self.address.split("/")[0]
+
+
+@dataclasses.dataclass(frozen=True)
+class Link:
+    ends: tuple[Interface, Interface]
+
+
+def link(one: str, other: str, network: str, cost: int = 10) -> Link:
+    """The first two host addresses of a network, in the order of the nodes. Between routers there
+    is room for labels on a full packet of a host."""
+    base, length = network.split("/")
+    start, last = base.rsplit(".", 1)
+    mtu = 1500 if length == "24" else 1600
+    return Link((Interface(one, f"to-{other}", f"{start}.{int(last) + 1}/{length}", cost, mtu),
+                 Interface(other, f"to-{one}", f"{start}.{int(last) + 2}/{length}", cost, mtu)))
+
+
+LOOPBACKS = {"pe1": "10.255.0.1", "p": "10.255.0.2", "p2": "10.255.0.3", "pe2": "10.255.0.4"}
+ROUTERS = tuple(LOOPBACKS)
+HOSTS = {"ce1": "pe1", "ce2": "pe2"}  # host: its router
+
+LINKS = (
+    link("pe1", "ce1", "192.168.1.0/24"),
+    link("pe1", "p", "10.1.1.0/30"),
+    link("p", "pe2", "10.1.2.0/30"),
+    link("pe1", "p2", "10.2.1.0/30", cost=20),
+    link("p2", "pe2", "10.2.2.0/30", cost=20),
+    link("pe2", "ce2", "192.168.2.0/24"),
+)
+
+
+def interfaces(node: str) -> list[Interface]:
+    return [end for one in LINKS for end in one.ends if end.node == node]
+
+
+def core_interfaces(router: str) -> list[Interface]:
+    """Those toward other routers."""
+    return [one for one in interfaces(router) if one.name.removeprefix("to-") in ROUTERS]
+
+
+def interface(node: str, toward: str) -> Interface:
+    return next(one for one in interfaces(node) if one.name == f"to-{toward}")
+
+
+def address(node: str) -> str:
+    """The one address that names the node."""
+    return LOOPBACKS[node] if node in LOOPBACKS else interfaces(node)[0].host
+
+
+def prefix(host: str) -> str:
+    """The network that a host stands in."""
+    return address(host).rsplit(".", 1)[0] + ".0/24"

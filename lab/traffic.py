@@ -1,0 +1,96 @@
+"""Traffic between the hosts, and captures of it on the way."""
+
+import contextlib
+import json
+import pathlib
+import re
+import time
+
+import network
+import topology
+from processes import Process, wait_until
+
+
+class Ping:
+    """Echo requests from CE1 to CE2, sent in the background."""
+
+    def __init__(self, directory: pathlib.Path, count: int, interval: float = 0.005):
+        self.process = Process("ce1", directory, f"ping-{time.monotonic_ns()}", "ping", "-n",
+                               "-c", count, "-i", interval, "-W", 1, topology.address("ce2"))
+
+    def finish(self) -> tuple[int, int]:
+        """Waits for the end; requests sent and answers received."""
+        self.process.process.wait(120)
+        return self.result()
+
+    def stop(self) -> tuple[int, int]:
+        """As finish(); a request that was still on its way does not count."""
+        self.process.interrupt()
+        sent, received = self.result()
+        answered = re.findall(r"icmp_seq=(\d+) ttl", self.process.out.read_text())
+        return sent - (1 if str(sent) not in answered[-3:] else 0), received
+
+    def result(self) -> tuple[int, int]:
+        text = self.process.out.read_text()
+        found = re.search(r"(\d+) packets transmitted, (\d+) received", text)
+        if not found:
+            raise RuntimeError(f"ping: {text[-500:]}{self.process.err.read_text()}")
+        return int(found[1]), int(found[2])
+
+
+def ping(directory: pathlib.Path, count: int) -> tuple[int, int]:
+    return Ping(directory, count).finish()
+
+
+def reaches(directory: pathlib.Path) -> bool:
+    return ping(directory, 1)[1] == 1
+
+
+def throughput(directory: pathlib.Path, seconds: int) -> float:
+    """Megabits per second of one TCP connection from one host to the other."""
+    server = Process("ce2", directory, "iperf3-server", "iperf3", "-s", "-1")
+    try:
+        wait_until("iperf3 listens", lambda: ":5201" in network.run_in("ce2", "ss", "-ltn").stdout,
+                   5)
+        done = network.run_in("ce1", "iperf3", "-c", topology.address("ce2"), "-t", seconds,
+                              "--json", check=False, timeout=seconds + 20)
+        result = json.loads(done.stdout)
+        if "error" in result:
+            raise RuntimeError(f"iperf3: {result['error']}")
+        return result["end"]["sum_received"]["bits_per_second"] / 1e6
+    finally:
+        server.kill()
+
+
+def hops() -> list[str]:
+    """The nodes on the way from CE1 to CE2 by their addresses, "*" for one that does not answer;
+    with the label that it saw when it tells one (RFC 4950)."""
+    shown = network.run_in("ce1", "traceroute", "-n", "-e", "-q", 1, "-w", 1, "-m", 6,
+                           topology.address("ce2")).stdout
+    nodes = []
+    for line in shown.splitlines()[1:]:
+        label = re.search(r"<MPLS:L=(\d+)", line)
+        nodes.append(line.split()[1] + (f" label {label[1]}" if label else ""))
+    return nodes
+
+
+@contextlib.contextmanager
+def capture(directory: pathlib.Path, node: str, toward: str):
+    """Captures on an interface while the body runs; the path of the capture."""
+    path = directory / f"{node}-to-{toward}.pcap"
+    process = Process(node, directory, f"dumpcap-{node}-{toward}", "dumpcap", "-q", "-P",
+                      "-i", topology.interface(node, toward).name, "-w", path)
+    wait_until("dumpcap captures", lambda: "File:" in process.err.read_text(), 10)
+    try:
+        yield path
+    finally:
+        time.sleep(0.3)  # what has been captured is written a little later
+        process.interrupt()
+
+
+def dissected(path: pathlib.Path, wanted: str, *fields: str) -> list[list[str]]:
+    """The values of tshark's fields in the frames that its display filter wants."""
+    command = ["tshark", "-r", path, "-Y", wanted, "-T", "fields"]
+    for field in fields:
+        command += ["-e", field]
+    return [line.split("\t") for line in network.run(*command).stdout.splitlines()]

@@ -1,0 +1,289 @@
+#include "ControlServer.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <list>
+#include <nlohmann/json.hpp>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+using OvixAgent::ControlServer;
+using Json = nlohmann::ordered_json;
+
+namespace {
+
+sockaddr_un addressOf(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::copy(path.begin(), path.end(), address.sun_path);
+    return address;
+}
+
+int connectedTo(const std::string& path) {
+    const int made = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    const sockaddr_un address = addressOf(path);
+    EXPECT_EQ(connect(made, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    return made;
+}
+
+/// One who asks; never waits.
+class Asker {
+  public:
+    explicit Asker(const std::string& path) : socket_(connectedTo(path)) {}
+    Asker(const Asker&) = delete;
+    Asker& operator=(const Asker&) = delete;
+    ~Asker() { end(); }
+
+    void say(const std::string& text) const {
+        EXPECT_EQ(send(socket_, text.data(), text.size(), MSG_NOSIGNAL),
+                  static_cast<ssize_t>(text.size()));
+    }
+    void endOfRequest() const { shutdown(socket_, SHUT_WR); }
+    /// What has come so far; notes whether the server has closed.
+    std::string heard() {
+        std::string all;
+        char bytes[65536];
+        ssize_t got = 0;
+        while ((got = recv(socket_, bytes, sizeof bytes, 0)) > 0) {
+            all.append(bytes, static_cast<std::size_t>(got));
+        }
+        isOver_ = got == 0 || errno != EAGAIN;
+        return all;
+    }
+    bool isOver() const { return isOver_; }
+    void end() {
+        if (socket_ >= 0) {
+            close(socket_);
+        }
+        socket_ = -1;
+    }
+
+  private:
+    int socket_;
+    bool isOver_ = false;
+};
+
+class ControlServerTest : public testing::Test {
+  protected:
+    ControlServerTest() { std::filesystem::create_directory(directory); }
+    ~ControlServerTest() override { std::filesystem::remove_all(directory); }
+
+    /// Lets the server deal with all that has come.
+    void serve(int rounds = 60) {
+        while (rounds-- > 0) {
+            server.serve();
+        }
+    }
+    std::string answerTo(const std::string& bytes) {
+        Asker asker(path);
+        asker.say(bytes);
+        serve();
+        const std::string heard = asker.heard();
+        EXPECT_TRUE(asker.isOver());
+        return heard;
+    }
+
+    const std::filesystem::path directory =
+        std::filesystem::temp_directory_path() / ("control-test-" + std::to_string(getpid()));
+    const std::string path = directory / "sub" / "agent.sock";
+    unsigned asked = 0;
+    ControlServer::Handler handler = [this](const Json& wanted, Json& reply) {
+        ++asked;
+        reply["asked"] = wanted["command"];
+        if (wanted["command"] == "long") {
+            reply["long"] = std::string(3'000'000, 'x');
+        }
+        if (wanted["command"] == "refuse") {
+            throw std::runtime_error("not \xff today");
+        }
+    };
+    ControlServer server{path, handler};
+    const std::string request = "{\"command\":\"status\"}\n";
+    const std::string answer = "{\"ok\":true,\"asked\":\"status\"}\n";
+};
+
+std::string errorOf(const std::string& path) {
+    try {
+        const ControlServer made(path, [](const Json&, Json&) {});
+    } catch (const std::runtime_error& error) {
+        return error.what();
+    }
+    return "";
+}
+
+} // namespace
+
+TEST_F(ControlServerTest, ARequestIsAnsweredAndTheConnectionOver) {
+    EXPECT_EQ(answerTo(request), answer);
+}
+
+TEST_F(ControlServerTest, ARequestMayComeInPieces) {
+    Asker asker(path);
+    for (const char byte : request) {
+        EXPECT_EQ(asker.heard(), "");
+        EXPECT_FALSE(asker.isOver());
+        asker.say(std::string(1, byte));
+        serve(3);
+    }
+    EXPECT_EQ(asker.heard(), answer);
+    EXPECT_TRUE(asker.isOver());
+}
+
+TEST_F(ControlServerTest, OnlyTheFirstOfTwoRequestsIsAnswered) {
+    EXPECT_EQ(answerTo(request + "{\"command\":\"more\"}\n"), answer);
+    EXPECT_EQ(asked, 1U);
+}
+
+TEST_F(ControlServerTest, OneWhoSaysNoMoreBehindItsRequestIsAnswered) {
+    Asker asker(path);
+    asker.say(request);
+    asker.endOfRequest();
+    serve();
+    EXPECT_EQ(asker.heard(), answer);
+}
+
+TEST_F(ControlServerTest, WithoutAnEndOfLineThereIsNoRequest) {
+    Asker asker(path);
+    asker.say("{\"command\":\"status\"}");
+    serve();
+    EXPECT_EQ(asker.heard(), "");
+    EXPECT_FALSE(asker.isOver());
+    asker.endOfRequest();
+    serve();
+    EXPECT_EQ(asker.heard(), "");
+    EXPECT_TRUE(asker.isOver());
+    EXPECT_EQ(asked, 0U);
+}
+
+TEST_F(ControlServerTest, ARequestThatIsTooLongIsCutOff) {
+    for (const char* end : {"", "\n"}) {
+        Asker asker(path);
+        asker.say(std::string(70'000, ' ') + end);
+        serve();
+        EXPECT_EQ(asker.heard(), "");
+        EXPECT_TRUE(asker.isOver());
+    }
+    EXPECT_EQ(asked, 0U);
+    EXPECT_EQ(answerTo(std::string(60'000, ' ') + request), answer);
+}
+
+TEST_F(ControlServerTest, WhatIsNoRequestIsToldSo) {
+    const std::string refused = "{\"ok\":false,\"error\":\"";
+    for (const char* bytes : {"[]\n", "{}\n", "{\"command\":7}\n", "null\n", "\"command\"\n"}) {
+        EXPECT_EQ(answerTo(bytes), refused + "a request is an object with a command\"}\n");
+    }
+    const std::vector<std::string> wrong{"\n",
+                                         "{\n",
+                                         "status\n",
+                                         std::string("\0\n", 2),
+                                         "{\"command\":\"\xff\"}\n",
+                                         std::string(60'000, '[') + "\n"};
+    for (const std::string& bytes : wrong) {
+        EXPECT_EQ(answerTo(bytes).substr(0, refused.size()), refused);
+    }
+    EXPECT_EQ(asked, 0U);
+}
+
+TEST_F(ControlServerTest, WhatTheHandlerThrowsIsTheWholeAnswer) {
+    EXPECT_EQ(answerTo("{\"command\":\"refuse\"}\n"),
+              "{\"ok\":false,\"error\":\"not \xef\xbf\xbd today\"}\n");
+    EXPECT_EQ(answerTo(request), answer);
+}
+
+TEST_F(ControlServerTest, OneWhoHasGoneHarmsNobody) {
+    for (const std::string& last :
+         {std::string(), request.substr(0, 5), request, std::string("{\"command\":\"long\"}\n")}) {
+        Asker asker(path);
+        asker.say(last);
+        asker.end();
+        serve();
+    }
+    EXPECT_EQ(asked, 2U);
+    EXPECT_EQ(answerTo(request), answer);
+}
+
+TEST_F(ControlServerTest, OneWhoNeverReadsHoldsUpNobodyAndGetsAllOnceItReads) {
+    Asker slow(path);
+    slow.say("{\"command\":\"long\"}\n");
+    serve();
+    EXPECT_EQ(answerTo(request), answer);
+    std::size_t got = 0;
+    for (int round = 0; round < 1000 && !slow.isOver(); ++round) {
+        got += slow.heard().size();
+        serve(2);
+    }
+    EXPECT_TRUE(slow.isOver());
+    EXPECT_GT(got, 3'000'000U);
+}
+
+TEST_F(ControlServerTest, BeyondTheMostTheOldestIsCutOff) {
+    std::list<Asker> waiting;
+    for (std::size_t i = 0; i < ControlServer::maxClients + 2; ++i) {
+        waiting.emplace_back(path);
+        serve();
+    }
+    std::vector<bool> over;
+    for (Asker& asker : waiting) {
+        asker.heard();
+        over.push_back(asker.isOver());
+    }
+    std::vector<bool> expected(ControlServer::maxClients + 2, false);
+    expected[0] = expected[1] = true;
+    EXPECT_EQ(over, expected);
+    waiting.back().say(request);
+    serve();
+    EXPECT_EQ(waiting.back().heard(), answer);
+}
+
+TEST_F(ControlServerTest, TheSocketIsTheOwnUsersAndGoesWithTheServer) {
+    struct stat found {};
+    ASSERT_EQ(stat(path.c_str(), &found), 0);
+    EXPECT_EQ(found.st_mode & 0777U, 0600U);
+    const std::string other = directory / "other.sock";
+    { const ControlServer shortLived(other, handler); }
+    EXPECT_FALSE(std::filesystem::exists(other));
+}
+
+TEST_F(ControlServerTest, AnotherServersSocketIsNotTakenFromIt) {
+    EXPECT_EQ(errorOf(path), "control socket " + path + ": another agent answers there");
+    serve();
+    EXPECT_EQ(answerTo(request), answer);
+}
+
+TEST_F(ControlServerTest, ASocketThatAKilledProcessLeftIsTakenOver) {
+    const std::string left = directory / "left.sock";
+    const int former = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const sockaddr_un address = addressOf(left);
+    ASSERT_EQ(bind(former, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(listen(former, 1), 0);
+    close(former);
+    ASSERT_TRUE(std::filesystem::exists(left));
+    ControlServer next(left, handler);
+    Asker asker(left);
+    asker.say(request);
+    for (int i = 0; i < 5; ++i) {
+        next.serve();
+    }
+    EXPECT_EQ(asker.heard(), answer);
+}
+
+TEST_F(ControlServerTest, AFileThatIsNoSocketStays) {
+    const std::string file = directory / "notes.txt";
+    std::ofstream(file) << "mine";
+    EXPECT_NE(errorOf(file), "");
+    std::string kept;
+    std::ifstream(file) >> kept;
+    EXPECT_EQ(kept, "mine");
+}
+
+TEST_F(ControlServerTest, APathThatCannotBeUsedIsToldWithTheReason) {
+    const std::string tooLong = directory / std::string(100, 'x');
+    EXPECT_EQ(errorOf(tooLong), "control socket " + tooLong + ": the path is too long");
+    const std::string beneathAFile = path + "/agent.sock";
+    EXPECT_EQ(errorOf(beneathAFile),
+              "control socket " + beneathAFile + ": cannot listen: Not a directory");
+}

@@ -1,0 +1,232 @@
+#include "RoutePublisher.h"
+
+#include "PublishingTesting.h"
+
+namespace {
+
+using namespace OvixFpm;
+using namespace PublishingTesting;
+
+class RoutePublisherTest : public testing::Test {
+  protected:
+    /// Makes a change visible; what was said against it.
+    std::string change(const RouteChange& made) {
+        const std::string said = publisher.apply(made);
+        publisher.commit();
+        tables.published.refreshWholly();
+        return said;
+    }
+    void sweep() {
+        publisher.sweep();
+        publisher.commit();
+        tables.published.refreshWholly();
+    }
+
+    TestSupport::LocalTables tables;
+    MadeUpInterfaces interfaces;
+    RoutePublisher publisher{tables.publisher, interfaces};
+    const TablesAsText now{tables.reader};
+};
+
+struct LabelCase {
+    const char* what;
+    LabelRoute route;
+    const char* transit;
+    const char* decap;
+};
+
+struct PrefixCase {
+    const char* what;
+    PrefixRoute route;
+    const char* expected;
+};
+
+} // namespace
+
+TEST_F(RoutePublisherTest, LabelsAreSwitchedAsTheirNextHopsSay) {
+    const std::vector<LabelCase> cases{
+        {"swap", labelRoute(1000, {hop({2000}, "192.0.2.2", 3)}),
+         "swap 2000 via 192.0.2.2 west0 weight 1", ""},
+        {"implicit null", labelRoute(1001, {hop({}, "192.0.2.2", 3)}),
+         "pop via 192.0.2.2 west0 weight 1", ""},
+        {"explicit null of IPv4", labelRoute(1002, {hop({0}, "192.0.2.6", 5)}),
+         "swap 0 via 192.0.2.6 east0 weight 1", ""},
+        {"explicit null of IPv6", labelRoute(1003, {hop({2}, "2001:db8::2", 3)}),
+         "swap 2 via 2001:db8::2 west0 weight 1", ""},
+        {"several labels", labelRoute(1004, {hop({16, 1048575}, "192.0.2.2", 3)}),
+         "swap 16/1048575 via 192.0.2.2 west0 weight 1", ""},
+        {"weights, pop and swap",
+         labelRoute(1005, {hop({2005}, "192.0.2.2", 3, 256), hop({}, "2001:db8:1::2", 5, 7)}),
+         "swap 2005 via 192.0.2.2 west0 weight 256, pop via 2001:db8:1::2 east0 weight 7", ""},
+        {"the TTL is not propagated", labelRoute(1006, {hop({}, "192.0.2.2", 3)}, false),
+         "pop via 192.0.2.2 west0 pipe weight 1", ""},
+        {"an interface alone", labelRoute(1007, {hop({}, "", 5)}), "pop east0 weight 1", ""},
+        {"a VRF device", labelRoute(1008, {hop({}, "", 9)}), "", "red"},
+        {"two ways, one of them a VRF device",
+         labelRoute(1009, {hop({}, "", 9), hop({}, "192.0.2.2", 3)}),
+         "pop red weight 1, pop via 192.0.2.2 west0 weight 1", ""},
+    };
+    for (const LabelCase& each : cases) {
+        const std::uint32_t label = each.route.label().label().value();
+        EXPECT_EQ(change(each.route), "") << each.what;
+        EXPECT_EQ(now.transit(label), each.transit) << each.what;
+        EXPECT_EQ(now.decap(label), each.decap) << each.what;
+    }
+    EXPECT_EQ(now.labels(), cases.size());
+}
+
+TEST_F(RoutePublisherTest, PrefixesAreRoutedAsTheirNextHopsSay) {
+    const Destination v4 = to("203.0.113.0", 24);
+    const Destination v6 = to("2001:db8:100::", 48);
+    const std::vector<PrefixCase> cases{
+        {"gateway", prefixRoute(v4, {hop({}, "192.0.2.2", 3)}), "via 192.0.2.2 west0 weight 1"},
+        {"interface", prefixRoute(v4, {hop({}, "", 5)}), "east0 weight 1"},
+        {"push", prefixRoute(v4, {hop({16, 17}, "192.0.2.6", 5)}),
+         "push 16/17 via 192.0.2.6 east0 weight 1"},
+        {"explicit null is pushed", prefixRoute(v4, {hop({0}, "192.0.2.6", 5)}),
+         "push 0 via 192.0.2.6 east0 weight 1"},
+        {"weights", prefixRoute(v4, {hop({}, "192.0.2.2", 3, 2), hop({7}, "192.0.2.6", 5, 3)}),
+         "via 192.0.2.2 west0 weight 2, push 7 via 192.0.2.6 east0 weight 3"},
+        {"IPv4 by an IPv6 next hop", prefixRoute(v4, {hop({}, "2001:db8::2", 3)}),
+         "via 2001:db8::2 west0 weight 1"},
+        {"IPv6", prefixRoute(v6, {hop({}, "2001:db8::2", 3)}), "via 2001:db8::2 west0 weight 1"},
+        {"another table", prefixRoute(to("203.0.113.0", 24, 10), {hop({}, "192.0.2.6", 5)}),
+         "via 192.0.2.6 east0 weight 1"},
+        {"blackhole", {v4, 196, RouteEnd::blackhole}, "drop"},
+        {"unreachable", {v4, 196, RouteEnd::unreachable}, "drop"},
+        {"prohibit", {v6, 196, RouteEnd::prohibit}, "drop"},
+        {"local", {v4, 196, RouteEnd::local}, "local"},
+    };
+    for (const PrefixCase& each : cases) {
+        const Destination& where = each.route.destination();
+        EXPECT_EQ(change(each.route), "") << each.what;
+        EXPECT_EQ(now.ip(where.prefix().text(), where.length(), where.table()), each.expected)
+            << each.what;
+    }
+    EXPECT_EQ(now.ipRoutes(), 3U);
+}
+
+TEST_F(RoutePublisherTest, ALabelThatLeadsIntoAVrfAndBackIsOnlyEverAtOnePlace) {
+    for (int round = 0; round < 2; ++round) {
+        change(labelRoute(1000, {hop({}, "", 9)}));
+        EXPECT_EQ(now.transit(1000), "");
+        EXPECT_EQ(now.decap(1000), "red");
+        change(labelRoute(1000, {hop({2000}, "192.0.2.2", 3)}));
+        EXPECT_EQ(now.transit(1000), "swap 2000 via 192.0.2.2 west0 weight 1");
+        EXPECT_EQ(now.decap(1000), "");
+    }
+    EXPECT_EQ(now.labels(), 1U);
+}
+
+TEST_F(RoutePublisherTest, WhatIsWithdrawnIsGoneAndMayBeSoAgain) {
+    change(labelRoute(1000, {hop({2000}, "192.0.2.2", 3)}));
+    change(labelRoute(1001, {hop({}, "", 9)}));
+    change(prefixRoute(to("203.0.113.0", 24), {hop({}, "192.0.2.2", 3)}));
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(change(LabelWithdrawal{incoming(1000)}), "");
+        EXPECT_EQ(change(LabelWithdrawal{incoming(1001)}), "");
+        EXPECT_EQ(change(PrefixWithdrawal{to("203.0.113.0", 24)}), "");
+        EXPECT_EQ(now.labels(), 0U);
+        EXPECT_EQ(now.ipRoutes(), 0U);
+    }
+}
+
+TEST_F(RoutePublisherTest, ARouteByAnInterfaceThatIsNotThereTakesTheOldOneAway) {
+    change(labelRoute(1000, {hop({2000}, "192.0.2.2", 3)}));
+    change(prefixRoute(to("203.0.113.0", 24), {hop({}, "192.0.2.2", 3)}));
+    const std::vector<NextHop> hops{hop({}, "192.0.2.2", 3), hop({}, "192.0.2.9", 77)};
+    EXPECT_EQ(change(labelRoute(1000, hops)), "there is no interface 77");
+    EXPECT_EQ(change(prefixRoute(to("203.0.113.0", 24), hops)), "there is no interface 77");
+    EXPECT_EQ(change(labelRoute(1001, {hop({}, "", 77)})), "there is no interface 77");
+    EXPECT_EQ(now.labels(), 0U);
+    EXPECT_EQ(now.ipRoutes(), 0U);
+}
+
+TEST_F(RoutePublisherTest, InterfacesAreAskedForOnceInABatchAndAnewInTheNext) {
+    publisher.apply(labelRoute(1000, {hop({2000}, "192.0.2.2", 3)}));
+    publisher.apply(labelRoute(1001, {hop({2001}, "192.0.2.2", 3)}));
+    EXPECT_EQ(interfaces.asked, 1U);
+    publisher.commit();
+    interfaces.all[3].name = "north0";
+    change(labelRoute(1001, {hop({2001}, "192.0.2.2", 3)}));
+    EXPECT_EQ(interfaces.asked, 2U);
+    EXPECT_EQ(now.transit(1000), "swap 2000 via 192.0.2.2 west0 weight 1");
+    EXPECT_EQ(now.transit(1001), "swap 2001 via 192.0.2.2 north0 weight 1");
+}
+
+TEST_F(RoutePublisherTest, ABatchIsSeenWholeAndOnlyOnceCommitted) {
+    const std::uint64_t before = tables.reader->generation();
+    publisher.apply(labelRoute(1000, {hop({2000}, "192.0.2.2", 3)}));
+    publisher.apply(prefixRoute(to("203.0.113.0", 24), {hop({}, "192.0.2.2", 3)}));
+    tables.published.refreshWholly();
+    EXPECT_EQ(now.labels() + now.ipRoutes(), 0U);
+    publisher.commit();
+    publisher.commit(); // nothing more to make visible
+    tables.published.refreshWholly();
+    EXPECT_EQ(now.labels() + now.ipRoutes(), 2U);
+    EXPECT_EQ(tables.reader->generation(), before + 1);
+}
+
+TEST_F(RoutePublisherTest, WhatIsNotToldOfAgainIsSwept) {
+    change(labelRoute(1000, {hop({2000}, "192.0.2.2", 3)}));
+    change(labelRoute(1001, {hop({}, "", 9)}));
+    change(labelRoute(1002, {hop({2002}, "192.0.2.2", 3)}));
+    change(prefixRoute(to("203.0.113.0", 24), {hop({}, "192.0.2.2", 3)}));
+    change(prefixRoute(to("203.0.114.0", 24), {hop({}, "192.0.2.2", 3)}));
+    EXPECT_EQ(publisher.staleRoutes(), 0U);
+    EXPECT_EQ(publisher.sweep(), 0U);
+    publisher.markStale();
+    EXPECT_EQ(publisher.staleRoutes(), 5U);
+    change(labelRoute(1000, {hop({2000}, "192.0.2.2", 3)}));
+    change(prefixRoute(to("203.0.114.0", 24), {hop({}, "192.0.2.6", 5)}));
+    change(LabelWithdrawal{incoming(1002)});
+    EXPECT_EQ(publisher.staleRoutes(), 2U);
+    EXPECT_EQ(now.labels() + now.ipRoutes(), 4U); // stale ones are used until then
+    sweep();
+    EXPECT_EQ(publisher.staleRoutes(), 0U);
+    EXPECT_EQ(now.transit(1000), "swap 2000 via 192.0.2.2 west0 weight 1");
+    EXPECT_EQ(now.ip("203.0.114.0", 24), "via 192.0.2.6 east0 weight 1");
+    EXPECT_EQ(now.labels() + now.ipRoutes(), 2U);
+}
+
+TEST_F(RoutePublisherTest, WhatAFormerProcessLeftIsStaleFromTheStart) {
+    change(labelRoute(1000, {hop({2000}, "192.0.2.2", 3)}));
+    change(labelRoute(1001, {hop({}, "", 9)}));
+    change(prefixRoute(to("203.0.113.0", 24), {hop({}, "192.0.2.2", 3)}));
+    change(prefixRoute(to("2001:db8::", 32, 10), {hop({}, "2001:db8::2", 3)}));
+    RoutePublisher next(tables.publisher, interfaces);
+    EXPECT_EQ(next.staleRoutes(), 4U);
+    next.apply(labelRoute(1001, {hop({}, "", 9)}));
+    next.apply(prefixRoute(to("203.0.113.0", 24), {hop({}, "192.0.2.2", 3)}));
+    EXPECT_EQ(next.sweep(), 2U);
+    next.commit();
+    tables.published.refreshWholly();
+    EXPECT_EQ(now.transit(1000), "");
+    EXPECT_EQ(now.decap(1001), "red");
+    EXPECT_EQ(now.ip("203.0.113.0", 24), "via 192.0.2.2 west0 weight 1");
+    EXPECT_EQ(now.ipRoutes(), 1U);
+}
+
+TEST(FullTables, TakeNoMoreRoutesButLetThemGo) {
+    TestSupport::LocalTables tables(std::size_t{1} << 20U);
+    MadeUpInterfaces interfaces;
+    RoutePublisher publisher(tables.publisher, interfaces);
+    std::vector<NextHop> hops;
+    for (std::uint32_t i = 1; i <= 60; ++i) {
+        hops.push_back(hop({100 + i, 200 + i}, "192.0.2." + std::to_string(i), 3));
+    }
+    std::uint32_t label = 16;
+    std::string said;
+    while (said.empty() && label < 10000) {
+        said = publisher.apply(labelRoute(label++, hops));
+        publisher.commit();
+    }
+    EXPECT_NE(said, "");
+    ASSERT_LT(label, 10000U);
+    for (std::uint32_t gone = 16; gone < label; ++gone) {
+        EXPECT_NO_THROW(publisher.apply(LabelWithdrawal{incoming(gone)})) << gone;
+        EXPECT_NO_THROW(publisher.commit()) << gone;
+    }
+    tables.published.refreshWholly();
+    EXPECT_EQ(TablesAsText(tables.reader).labels(), 0U);
+}
