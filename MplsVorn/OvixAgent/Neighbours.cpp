@@ -75,7 +75,7 @@ void Neighbours::want(const Lumo::IpGenAddr& address, PortIndex port) const noex
 }
 
 std::vector<Neighbours::Wanted> Neighbours::takeWanted() {
-    const std::vector<Wanted> taken(wanted_.begin(), wanted_.begin() + wantedCount_);
+    std::vector<Wanted> taken(wanted_.begin(), wanted_.begin() + wantedCount_);
     wantedCount_ = 0;
     return taken;
 }

@@ -45,9 +45,10 @@ int report(const RunOptions& options, const Summary& summary) {
 }
 
 std::unique_ptr<AgentState> makeState(const AgentConfig& config, const RunOptions& options) {
-    return options.tables.empty()
-               ? std::make_unique<AgentState>(config, options.config)
-               : std::make_unique<AgentState>(config, openSharedTables(options.tables));
+    if (options.tables.empty()) {
+        return std::make_unique<AgentState>(config, options.config);
+    }
+    return std::make_unique<AgentState>(config, openSharedTables(options.tables));
 }
 
 void addTables(const RunOptions& options, const Mpls::PublishedTables& tables, Summary& summary) {

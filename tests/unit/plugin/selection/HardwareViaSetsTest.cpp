@@ -60,7 +60,8 @@ TEST_F(HardwareViaSets, AMissingAdjacencyIsExceptionalForAllLabelsInOneCounter) 
 }
 
 TEST_F(HardwareViaSets, AnAdjacencyWithoutAValidViaIsExceptionalForAllLabelsInOneCounter) {
-    route(100, false, {{viaOn("down", 300), 1}, {viaOn("down", 301), 1}}, {{swapVia(400), 1}});
+    route(100, false, {{viaOn("down", 300), 1}, {viaOn("down", 301), 1}},
+          {{viaOn("down", 400), 1}});
     route(101, false, {});
     EXPECT_FALSE(find(100));
     EXPECT_EQ(trace, lines({"No valid vias adjacency for label 100"}));
