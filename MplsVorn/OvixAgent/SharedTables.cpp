@@ -17,9 +17,10 @@ Ptr<Tessel::TableReader> openIfThere(const std::string& name) {
     try {
         auto memory = Tessel::TableMemory::sharedForReading(name);
         const auto* magic = reinterpret_cast<const std::uint64_t*>(memory.bytes().data());
-        return Tessel::TableLayout::load(*magic) != 0 // it is written last
-                   ? Tessel::make<Tessel::TableReader>(std::move(memory))
-                   : nullptr;
+        if (Tessel::TableLayout::load(*magic) == 0) { // it is written last
+            return nullptr;
+        }
+        return Tessel::make<Tessel::TableReader>(std::move(memory));
     } catch (const std::system_error& absent) {
         if (absent.code() != std::errc::no_such_file_or_directory &&
             absent.code() != std::errc::no_message_available) {

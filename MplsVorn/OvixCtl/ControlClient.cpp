@@ -92,7 +92,7 @@ class Connection {
 Json askAgent(const std::string& path, const std::string& command) {
     Connection connection(path);
     connection.send(Json{{"command", command}}.dump() + "\n");
-    const Json answer = Json::parse(connection.line(), nullptr, false);
+    Json answer = Json::parse(connection.line(), nullptr, false);
     if (!answer.is_object() || !answer.contains("ok") || !answer["ok"].is_boolean()) {
         fail(path, "the answer is not an agent's");
     }
