@@ -114,7 +114,7 @@ void readBesideWriters(benchmark::State& state) {
         }
     }
     state.counters["reads/s"] = benchmark::Counter(
-        static_cast<double>(state.iterations() * perIteration), benchmark::Counter::kIsRate);
+        static_cast<double>(state.iterations()) * perIteration, benchmark::Counter::kIsRate);
     state.counters["generations"] =
         static_cast<double>(one.generation() + two.generation() - generations);
     state.counters["lost"] = static_cast<double>(one.lost() + two.lost());

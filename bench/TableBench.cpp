@@ -64,7 +64,7 @@ void lookup(benchmark::State& state, bool hardware) {
         }
     }
     state.counters["time/frame"] =
-        benchmark::Counter(static_cast<double>(state.iterations() * batch),
+        benchmark::Counter(static_cast<double>(state.iterations()) * batch,
                            benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
     state.counters["bytes/route"] = tables.bytesPerRoute(routes);
 }

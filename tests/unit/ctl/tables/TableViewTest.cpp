@@ -83,7 +83,7 @@ TEST(Selection, TablesAndLabelsNarrowIt) {
     const auto key = Mpls::RouteKey::fromLabel(Lumo::MplsLabel(5));
     tables.publisher().hardware().routeIs({key, 9, false});
     const std::vector<Mpls::WeightedVia> vias{{via(Lumo::MplsLabelAction::pop, "10.0.0.1"), 1}};
-    for (const std::uint64_t id : {8, 9}) {
+    for (const std::uint64_t id : {std::uint64_t{8}, std::uint64_t{9}}) {
         tables.publisher().hardware().adjacencyIs(
             id, *Mpls::Hardware::Adjacency::create(vias, {}, false));
     }
