@@ -34,21 +34,19 @@ Ptr<Ovix::RewriteImpl> pushOf(const Ovix::OvixMplsVia& via) {
 
 SharedIpRoutes::SharedIpRoutes(Ptr<const Tessel::TableReader> tables, ForwardingTables& forwarding)
     : forwarding_(&forwarding), routes_(tables), tables_(std::move(tables)),
-      changes_(tables_, routes_.table()), generation_(tables_->generation()) {}
+      changes_(Tessel::TableChanges::fromNothing(tables_, routes_.table())),
+      generation_(tables_->generation()) {}
 
 void SharedIpRoutes::startOver() {
     taken_.clear();
     placeOf_.clear();
-    isToStartOver_ = true;
+    changes_ = Tessel::TableChanges::fromNothing(tables_, routes_.table());
 }
 
 bool SharedIpRoutes::refresh() {
     if (tables_->generation() != generation_) [[unlikely]] {
         generation_ = tables_->generation();
         changes_.restart();
-    }
-    if (isToStartOver_) [[unlikely]] {
-        return takeAll();
     }
     if (changes_.done()) [[likely]] {
         return true;
@@ -63,18 +61,6 @@ bool SharedIpRoutes::refresh() {
     } catch (const Tessel::SnapshotLost&) {
         return false; // there is a newer generation to go over to
     }
-}
-
-bool SharedIpRoutes::takeAll() {
-    try {
-        tables_->forEach(routes_.table(),
-                         [this](std::uint32_t place, Tessel::TableRef) { take(place); });
-        isToStartOver_ = false;
-    } catch (const Tessel::CorruptionDetected&) {
-        isToStartOver_ = false; // what could be read was taken
-    } catch (const Tessel::SnapshotLost&) {
-    }
-    return false;
 }
 
 // A route may have been taken from another place meanwhile: routes move when many change at once.
@@ -101,11 +87,7 @@ void SharedIpRoutes::take(std::uint32_t place) {
     if (!route) {
         return;
     }
-    if (route->key.table != L3::RouteKey::mainTable) {
-        ++ignored_;
-        return;
-    }
-    if (isOwnAddress(route->key)) {
+    if (route->key.table != L3::RouteKey::mainTable || isOwnAddress(route->key)) {
         return;
     }
     forwarding_->vrfs->fibIs({}).routeIs(prefixOf(route->key), routeOf(*route));

@@ -12,10 +12,10 @@ namespace OvixAgent {
 
 /// Keeps the routes of the VRFs as the shared tables say. Routes of the configuration, and of the
 /// ports' own addresses, stay unless a shared one takes their place. The main routing table is the
-/// default VRF; others have none yet, and their routes are counted as ignored.
+/// default VRF; no VRF is known for others, whose routes are left alone.
 class SharedIpRoutes {
   public:
-    /// Takes over what there is with the first `refresh`.
+    /// Takes over what there is with the first calls of `refresh`.
     SharedIpRoutes(Ptr<const Tessel::TableReader> tables, ForwardingTables& forwarding);
 
     /// The VRFs have been made anew, without shared routes: takes over all of them again.
@@ -25,10 +25,7 @@ class SharedIpRoutes {
     /// what has changed, and returns whether that was all.
     bool refresh();
 
-    std::size_t ignored() const noexcept { return ignored_; }
-
   private:
-    bool takeAll();
     void take(std::uint32_t place);
     void drop(std::uint32_t place);
     bool isOwnAddress(const L3::RouteKey& key) const;
@@ -41,8 +38,6 @@ class SharedIpRoutes {
     std::uint64_t generation_;
     std::unordered_map<std::uint32_t, L3::RouteKey> taken_; ///< by place
     std::map<L3::RouteKey, std::uint32_t> placeOf_;         ///< that a route was taken from last
-    bool isToStartOver_ = true;
-    std::size_t ignored_ = 0;
 };
 
 } // namespace OvixAgent

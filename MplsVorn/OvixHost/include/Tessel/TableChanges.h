@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "Tessel/TableReader.h"
@@ -13,8 +14,12 @@ namespace Tessel {
 /// between: keeps what it has seen of every page in use and compares.
 class TableChanges {
   public:
-    /// What the reader holds now counts as seen.
+    /// What the reader holds now counts as seen. Throws SnapshotLost when that has gone.
     TableChanges(Ptr<const TableReader> tables, std::size_t table);
+    /// Nothing counts as seen: all that there is will be told of.
+    static TableChanges fromNothing(Ptr<const TableReader> tables, std::size_t table) {
+        return {std::move(tables), table, Seen::nothing};
+    }
 
     /// Compares up to `pages` pages that are not as they were with what the reader holds, and tells
     /// of each entry that has changed: `visitor(key)`. True when everything has been seen. A key
@@ -47,6 +52,12 @@ class TableChanges {
     bool done() const noexcept { return toSee_ == 0 && changed_.empty(); }
 
   private:
+    enum class Seen : std::uint8_t { nothing };
+    TableChanges(Ptr<const TableReader> tables, std::size_t table, Seen) noexcept
+        : tables_(std::move(tables)), table_(table) {
+        restart();
+    }
+
     using Page = std::array<std::uint64_t, TableLayout::pageEntries>;
 
     void passOver() noexcept {

@@ -9,8 +9,7 @@ namespace Tessel {
 using namespace TableLayout;
 
 TableChanges::TableChanges(Ptr<const TableReader> tables, std::size_t table)
-    : tables_(std::move(tables)), table_(table) {
-    restart();
+    : TableChanges(std::move(tables), table, Seen::nothing) {
     while (!done()) {
         try {
             look(directoryPages, [](std::uint32_t) {});
