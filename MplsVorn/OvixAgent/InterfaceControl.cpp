@@ -81,6 +81,12 @@ bool isInterface(unsigned int index) noexcept {
     return if_indextoname(index, name.data()) != nullptr;
 }
 
+bool countWhatIsWrong(unsigned int index, LiveCounts& counts) noexcept {
+    const bool isThere = isInterface(index);
+    counts.add(isThere ? LiveEvent::linkDown : LiveEvent::interfaceGone);
+    return isThere;
+}
+
 void bringUp(const std::string& name) {
     ifreq request = requestFor(name);
     control(SIOCGIFFLAGS, request, "reading the interface's state");

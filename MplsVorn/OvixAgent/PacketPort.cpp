@@ -76,18 +76,10 @@ std::size_t PacketPort::receive(const FrameVisitor& visitor, std::size_t budget)
     return received;
 }
 
-// The kernel says "network is down" for a link that goes down, which it may come back from, and for
-// an interface that is gone, which it will not: another one of the same name needs another socket.
 void PacketPort::seeWhatIsWrong() {
-    if (ring_->takeError() == 0) {
-        return;
+    if (ring_->takeError() != 0 && !countWhatIsWrong(interfaceIndex_, counts_)) {
+        shut(name_ + ": the interface is gone");
     }
-    if (isInterface(interfaceIndex_)) {
-        counts_.add(LiveEvent::linkDown);
-        return;
-    }
-    counts_.add(LiveEvent::interfaceGone);
-    shut(name_ + ": the interface is gone");
 }
 
 void PacketPort::transmit(const Frame& frame) {

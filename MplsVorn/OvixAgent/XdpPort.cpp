@@ -91,15 +91,9 @@ std::size_t XdpPort::receive(const FrameVisitor& visitor, std::size_t budget) {
 }
 
 void XdpPort::seeWhatIsWrong() {
-    if (socket_->takeError() == 0) {
-        return;
+    if (socket_->takeError() != 0 && !countWhatIsWrong(interfaceIndex_, counts_)) {
+        shut(name_ + ": the interface is gone");
     }
-    if (isInterface(interfaceIndex_)) {
-        counts_.add(LiveEvent::linkDown);
-        return;
-    }
-    counts_.add(LiveEvent::interfaceGone);
-    shut(name_ + ": the interface is gone");
 }
 
 void XdpPort::transmit(const Frame& frame) {
