@@ -71,7 +71,7 @@ void SharedIpRoutes::drop(std::uint32_t place) {
     }
     const auto last = placeOf_.find(taken->second);
     if (last != placeOf_.end() && last->second == place) {
-        forwarding_->vrfs->fibIs({}).routeDel(prefixOf(taken->second));
+        forwarding_->vrfs->fibIs(taken->second.vrf).routeDel(prefixOf(taken->second.prefix));
         placeOf_.erase(last);
     }
     taken_.erase(taken);
@@ -87,19 +87,23 @@ void SharedIpRoutes::take(std::uint32_t place) {
     if (!route) {
         return;
     }
-    if (route->key.table != L3::RouteKey::mainTable || isOwnAddress(route->key)) {
+    const Target target{std::string(route->vrf.view()),
+                        {L3::RouteKey::mainTable, route->key.prefix, route->key.length}};
+    if (isOwnAddress(target)) {
         return;
     }
-    forwarding_->vrfs->fibIs({}).routeIs(prefixOf(route->key), routeOf(*route));
-    taken_[place] = route->key;
-    placeOf_[route->key] = place;
+    forwarding_->vrfs->fibIs(target.vrf).routeIs(prefixOf(target.prefix), routeOf(*route));
+    taken_[place] = target;
+    placeOf_[target] = place;
 }
 
 /// The device's own addresses are not routed elsewhere.
-bool SharedIpRoutes::isOwnAddress(const L3::RouteKey& key) const {
+bool SharedIpRoutes::isOwnAddress(const Target& target) const {
+    const L3::RouteKey& key = target.prefix;
     const std::uint8_t whole = key.prefix.family() == Lumo::IpFamily::ipv4 ? 32 : 128;
-    const IpRoute* own = forwarding_->vrfs->fib({})->find(key.prefix);
-    return key.length == whole && own != nullptr && own->isLocal() && !placeOf_.contains(key);
+    const Fib* fib = forwarding_->vrfs->fib(target.vrf);
+    const IpRoute* own = fib != nullptr ? fib->find(key.prefix) : nullptr;
+    return key.length == whole && own != nullptr && own->isLocal() && !placeOf_.contains(target);
 }
 
 IpRoute SharedIpRoutes::routeOf(const L3::Route& route) {

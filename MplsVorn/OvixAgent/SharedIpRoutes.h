@@ -2,6 +2,7 @@
 
 #include <map>
 #include <optional>
+#include <string>
 #include <unordered_map>
 
 #include "ForwardingTables.h"
@@ -11,8 +12,8 @@
 namespace OvixAgent {
 
 /// Keeps the routes of the VRFs as the shared tables say. Routes of the configuration, and of the
-/// ports' own addresses, stay unless a shared one takes their place. The main routing table is the
-/// default VRF; no VRF is known for others, whose routes are left alone.
+/// ports' own addresses, stay unless a shared one takes their place. A VRF that a route names is
+/// there from then on.
 class SharedIpRoutes {
   public:
     /// Takes over what there is with the first calls of `refresh`.
@@ -26,9 +27,19 @@ class SharedIpRoutes {
     bool refresh();
 
   private:
+    /// What a route is for in the agent: a prefix in a VRF, which has that name only.
+    struct Target {
+        std::string vrf;
+        L3::RouteKey prefix;
+
+        friend bool operator<(const Target& a, const Target& b) noexcept {
+            return a.vrf != b.vrf ? a.vrf < b.vrf : a.prefix < b.prefix;
+        }
+    };
+
     void take(std::uint32_t place);
     void drop(std::uint32_t place);
-    bool isOwnAddress(const L3::RouteKey& key) const;
+    bool isOwnAddress(const Target& target) const;
     IpRoute routeOf(const L3::Route& route);
 
     ForwardingTables* forwarding_;
@@ -36,8 +47,8 @@ class SharedIpRoutes {
     Ptr<const Tessel::TableReader> tables_;
     Tessel::TableChanges changes_;
     std::uint64_t generation_;
-    std::unordered_map<std::uint32_t, L3::RouteKey> taken_; ///< by place
-    std::map<L3::RouteKey, std::uint32_t> placeOf_;         ///< that a route was taken from last
+    std::unordered_map<std::uint32_t, Target> taken_; ///< by place
+    std::map<Target, std::uint32_t> placeOf_;         ///< that a route was taken from last
 };
 
 } // namespace OvixAgent

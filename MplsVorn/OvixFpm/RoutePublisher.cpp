@@ -104,6 +104,7 @@ void RoutePublisher::route(const LabelRoute& route) {
 void RoutePublisher::route(const PrefixRoute& route) {
     L3::Route made;
     made.key = keyOf(route.destination());
+    made.vrf = vrfOf(made.key.table);
     if (route.nextHops() != nullptr) {
         made.kind = L3::Route::Kind::forward;
         made.ways =
@@ -129,6 +130,17 @@ const HostInterface& RoutePublisher::interfaceOf(const NextHop& hop) {
         throw std::runtime_error("there is no interface " + std::to_string(hop.way().interface()));
     }
     return *found;
+}
+
+L3::VrfName RoutePublisher::vrfOf(std::uint32_t table) {
+    if (table == L3::RouteKey::mainTable) {
+        return {};
+    }
+    const auto found = interfaces_->vrfOfTable(table);
+    if (!found) {
+        throw std::runtime_error("routing table " + std::to_string(table) + " is no VRF's");
+    }
+    return {std::string_view(*found)};
 }
 
 std::vector<Mpls::WeightedVia> RoutePublisher::viasOf(const NextHops& hops, bool ofLabel,

@@ -39,6 +39,7 @@ class RoutePublisher {
     void withdraw(const L3::RouteKey& key);
     std::vector<Mpls::WeightedVia> viasOf(const NextHops& hops, bool ofLabel, bool uniform);
     const HostInterface& interfaceOf(const NextHop& hop);
+    L3::VrfName vrfOf(std::uint32_t table);
 
     Mpls::TablePublisher* tables_;
     InterfaceLookup* interfaces_;

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "L3/VrfName.h"
 #include "Lumo/IpGenAddr.h"
 #include "Mpls/Hardware/Adjacency.h"
 #include "Tessel/TableReader.h"
@@ -34,6 +35,7 @@ struct Route {
     RouteKey key;
     Kind kind = Kind::drop;
     Ptr<const Mpls::Hardware::Adjacency> ways; ///< of a forwarding route
+    VrfName vrf{};                             ///< whose table it is; empty: the default VRF
 };
 
 /// The IP routes that a control plane publishes, each in a place of its own: the reading side. To

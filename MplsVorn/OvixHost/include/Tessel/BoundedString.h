@@ -17,6 +17,8 @@ class BoundedString {
     static_assert(capacity <= 255);
 
   public:
+    static constexpr std::size_t maxSize = capacity;
+
     constexpr BoundedString() noexcept = default;
     constexpr BoundedString(std::string_view text) { assign(text); }
     constexpr BoundedString(const char* text) : BoundedString(std::string_view(text)) {}

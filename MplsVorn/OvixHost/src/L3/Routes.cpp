@@ -1,7 +1,6 @@
 #include "L3/Routes.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <limits>
 #include <stdexcept>
@@ -15,27 +14,39 @@ using Tessel::TableRef;
 
 namespace {
 
-// A route's record: the table, the prefix' length, its family and the kind of the route in the
-// first word, the prefix in two, and behind them the words of an adjacency.
+// A route's record: the table, the prefix' length, its family, the kind of the route and the size
+// of the VRF's name in the first word, the prefix in two; behind them the name, filled up with
+// zeros, and the words of an adjacency.
 //
-//      0       4        5        6      7        8                24
-//     +-------+--------+--------+------+--------+----------------+--...
-//     | table | length | family | kind |   0    |     prefix     | adjacency
-//     +-------+--------+--------+------+--------+----------------+--...
+//      0       4        5        6      7           8                24
+//     +-------+--------+--------+------+-----------+----------------+----------+-----------
+//     | table | length | family | kind | name size |     prefix     | VRF name | adjacency
+//     +-------+--------+--------+------+-----------+----------------+----------+-----------
 constexpr std::size_t keyWords = 3;
 
-std::array<std::uint64_t, keyWords> pack(const Route& route) {
-    std::array<std::uint64_t, keyWords> words{};
+constexpr std::size_t nameWords(std::size_t size) noexcept {
+    return (size + sizeof(std::uint64_t) - 1) / sizeof(std::uint64_t);
+}
+
+std::vector<std::uint64_t> pack(const Route& route) {
+    std::vector<std::uint64_t> words(keyWords + nameWords(route.vrf.size()));
     words[0] = route.key.table | (std::uint64_t{route.key.length} << 32U) |
                (std::uint64_t{static_cast<std::uint8_t>(route.key.prefix.family())} << 40U) |
-               (std::uint64_t{static_cast<std::uint8_t>(route.kind)} << 48U);
+               (std::uint64_t{static_cast<std::uint8_t>(route.kind)} << 48U) |
+               (std::uint64_t{route.vrf.size()} << 56U);
     std::memcpy(&words[1], route.key.prefix.bytes().data(),
                 route.key.prefix.family() == IpFamily::ipv4 ? IpGenAddr::ipv4Size
                                                             : IpGenAddr::ipv6Size);
+    if (!route.vrf.empty()) {
+        std::memcpy(&words[keyWords], route.vrf.view().data(), route.vrf.size());
+    }
+    if (route.kind == Route::Kind::forward) {
+        words.insert(words.end(), route.ways->words().begin(), route.ways->words().end());
+    }
     return words;
 }
 
-/// None when that is not a route's key and kind.
+/// All but the adjacency. None when that is no route.
 std::optional<Route> unpack(std::span<const std::uint64_t> words) {
     if (words.size() < keyWords) {
         return std::nullopt;
@@ -53,6 +64,11 @@ std::optional<Route> unpack(std::span<const std::uint64_t> words) {
     } else {
         return std::nullopt;
     }
+    const std::size_t size = words[0] >> 56U;
+    if (size > VrfName::maxSize || nameWords(size) > words.size() - keyWords) {
+        return std::nullopt;
+    }
+    route.vrf = std::string_view(reinterpret_cast<const char*>(words.data() + keyWords), size);
     const bool known = route.kind == Route::Kind::forward || route.kind == Route::Kind::local ||
                        route.kind == Route::Kind::drop;
     return known ? std::optional(route) : std::nullopt;
@@ -78,8 +94,9 @@ std::optional<Route> Routes::at(std::uint32_t place) const {
     tables_->read(ref, Tessel::RecordKind::ipRoute, words_, what);
     std::optional<Route> route = unpack(words_);
     if (route && route->kind == Route::Kind::forward) {
-        route->ways = Mpls::Hardware::Adjacency::fromWords(
-            std::span<const std::uint64_t>(words_).subspan(keyWords));
+        route->ways =
+            Mpls::Hardware::Adjacency::fromWords(std::span<const std::uint64_t>(words_).subspan(
+                keyWords + nameWords(route->vrf.size())));
     }
     if (!route || (route->kind == Route::Kind::forward && !route->ways)) {
         tables_->refuse(what, ref.unit());
@@ -116,11 +133,6 @@ void RoutesWriter::routeIs(const Route& route) {
             throw std::invalid_argument("a stack of more than 33 labels cannot be shared");
         }
     }
-    const auto key = pack(route);
-    std::vector<std::uint64_t> words(key.begin(), key.end());
-    if (route.kind == Route::Kind::forward) {
-        words.insert(words.end(), route.ways->words().begin(), route.ways->words().end());
-    }
     const auto known = places_.find(route.key);
     const std::uint32_t place = known != places_.end() ? known->second
                                 : freePlaces_.empty()  ? nextPlace_
@@ -128,7 +140,7 @@ void RoutesWriter::routeIs(const Route& route) {
     if (place > Tessel::TableLayout::maxKey) {
         throw std::length_error("more than 1048576 IP routes");
     }
-    tables_->recordEntryIs(table_, place, Tessel::RecordKind::ipRoute, words);
+    tables_->recordEntryIs(table_, place, Tessel::RecordKind::ipRoute, pack(route));
     if (known == places_.end()) {
         places_.emplace(route.key, place);
         if (freePlaces_.empty()) {

@@ -27,10 +27,14 @@ Mpls::WeightedVia via(const std::string& port, const std::string& nexthop,
 
 class SharedIpRoutesTest : public testing::Test {
   protected:
-    void routeIs(const L3::RouteKey& of, const std::vector<Mpls::WeightedVia>& vias) {
-        writer.routeIs({of, Kind::forward, Mpls::Hardware::Adjacency::create(vias, {}, false)});
+    void routeIs(const L3::RouteKey& of, const std::vector<Mpls::WeightedVia>& vias,
+                 const L3::VrfName& vrf = {}) {
+        writer.routeIs(
+            {of, Kind::forward, Mpls::Hardware::Adjacency::create(vias, {}, false), vrf});
     }
-    void routeIs(const L3::RouteKey& of, Kind kind) { writer.routeIs({of, kind, {}}); }
+    void routeIs(const L3::RouteKey& of, Kind kind, const L3::VrfName& vrf = {}) {
+        writer.routeIs({of, kind, {}, vrf});
+    }
 
     /// Makes the changes visible, and has them taken over.
     void commit() {
@@ -43,9 +47,10 @@ class SharedIpRoutesTest : public testing::Test {
         }
     }
     /// "local", "drop", or the vias.
-    std::string to(const std::string& destination) const {
+    std::string to(const std::string& destination, const std::string& vrf = {}) const {
+        const Fib* fib = forwarding.vrfs->fib(vrf);
         const IpRoute* found =
-            forwarding.vrfs->fib({})->find(Lumo::IpGenAddr::fromText(destination));
+            fib != nullptr ? fib->find(Lumo::IpGenAddr::fromText(destination)) : nullptr;
         if (found == nullptr || found->isLocal() || found->drops()) {
             return found == nullptr ? "" : found->isLocal() ? "local" : "drop";
         }
@@ -164,17 +169,38 @@ TEST_F(SharedIpRoutesTest, AnInterfaceThatIsNoPortLeadsToTheDevice) {
     EXPECT_EQ(to("10.11.0.1"), "1 10.0.2.2; ");
 }
 
-TEST_F(SharedIpRoutesTest, RoutesOfOtherTablesAreLeftAlone) {
-    takeOver();
-    routeIs(key("10.10.0.0", 16, 10), {via("east", "10.0.2.2")});
-    routeIs(key("10.11.0.0", 16, 255), Kind::local);
+TEST_F(SharedIpRoutesTest, EachVrfHasItsOwnRoutes) {
+    const L3::RouteKey inRed = key("10.10.0.0", 16, 10);
+    const L3::RouteKey inBlue = key("10.10.0.0", 16, 11);
+    routeIs(inRed, {via("east", "10.0.2.2")}, "red");
+    routeIs(inBlue, Kind::drop, "blue");
     routeIs(ten, {via("west", "10.0.1.2")});
     commit();
     EXPECT_EQ(to("10.10.0.1"), "0 10.0.1.2; ");
-    EXPECT_EQ(to("10.11.0.1"), "");
-    writer.routeDel(key("10.10.0.0", 16, 10));
+    EXPECT_EQ(to("10.10.0.1", "red"), "1 10.0.2.2; ");
+    EXPECT_EQ(to("10.10.0.1", "blue"), "drop");
+    writer.routeDel(inRed);
     commit();
     EXPECT_EQ(to("10.10.0.1"), "0 10.0.1.2; ");
+    EXPECT_EQ(to("10.10.0.1", "red"), "");
+    EXPECT_EQ(to("10.10.0.1", "blue"), "drop");
+}
+
+TEST_F(SharedIpRoutesTest, ATableMayComeToBeAnotherVrfs) {
+    const L3::RouteKey there = key("10.10.0.0", 16, 10);
+    routeIs(there, {via("east", "10.0.2.2")}, "red");
+    commit();
+    routeIs(there, {via("east", "10.0.2.2")}, "blue");
+    commit();
+    EXPECT_EQ(to("10.10.0.1", "red"), "");
+    EXPECT_EQ(to("10.10.0.1", "blue"), "1 10.0.2.2; ");
+}
+
+TEST_F(SharedIpRoutesTest, AnOwnAddressIsOnlyTheDevicesInItsVrf) {
+    routeIs(key("10.0.1.1", 32, 10), {via("east", "10.0.2.2")}, "red");
+    commit();
+    EXPECT_EQ(to("10.0.1.1"), "local");
+    EXPECT_EQ(to("10.0.1.1", "red"), "1 10.0.2.2; ");
 }
 
 TEST_F(SharedIpRoutesTest, SeveralGenerationsMayLieBetweenTwoRefreshes) {

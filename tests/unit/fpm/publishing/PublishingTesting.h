@@ -17,13 +17,19 @@ class MadeUpInterfaces : public OvixFpm::InterfaceLookup {
   public:
     std::map<std::uint32_t, OvixFpm::HostInterface> all{
         {1, {"lo", false}}, {3, {"west0", false}}, {5, {"east0", false}}, {9, {"red", true}}};
+    std::map<std::uint32_t, std::string> vrfs{{10, "red"}};
     mutable unsigned asked = 0;
+    mutable unsigned askedForVrfs = 0;
 
   protected:
     std::optional<OvixFpm::HostInterface> ask(std::uint32_t index) const override {
         ++asked;
         const auto found = all.find(index);
         return found != all.end() ? std::optional(found->second) : std::nullopt;
+    }
+    std::map<std::uint32_t, std::string> askForVrfs() const override {
+        ++askedForVrfs;
+        return vrfs;
     }
 };
 
@@ -63,9 +69,10 @@ class TablesAsText {
             if (route.key.table == table && route.key.length == length &&
                 route.key.prefix.text() == prefix) {
                 EXPECT_EQ(found, "") << "twice: " << prefix;
-                found = route.kind == L3::Route::Kind::forward ? waysText(*route.ways)
-                        : route.kind == L3::Route::Kind::local ? "local"
-                                                               : "drop";
+                found = route.vrf.empty() ? "" : std::string(route.vrf.view()) + ": ";
+                found += route.kind == L3::Route::Kind::forward ? waysText(*route.ways)
+                         : route.kind == L3::Route::Kind::local ? "local"
+                                                                : "drop";
             }
         });
         return found;

@@ -90,8 +90,9 @@ TEST_F(RoutePublisherTest, PrefixesAreRoutedAsTheirNextHopsSay) {
         {"IPv4 by an IPv6 next hop", prefixRoute(v4, {hop({}, "2001:db8::2", 3)}),
          "via 2001:db8::2 west0 weight 1"},
         {"IPv6", prefixRoute(v6, {hop({}, "2001:db8::2", 3)}), "via 2001:db8::2 west0 weight 1"},
-        {"another table", prefixRoute(to("203.0.113.0", 24, 10), {hop({}, "192.0.2.6", 5)}),
-         "via 192.0.2.6 east0 weight 1"},
+        {"a VRF's table", prefixRoute(to("203.0.113.0", 24, 10), {hop({}, "192.0.2.6", 5)}),
+         "red: via 192.0.2.6 east0 weight 1"},
+        {"a VRF's unreachable", {to("0.0.0.0", 0, 10), 196, RouteEnd::unreachable}, "red: drop"},
         {"blackhole", {v4, 196, RouteEnd::blackhole}, "drop"},
         {"unreachable", {v4, 196, RouteEnd::unreachable}, "drop"},
         {"prohibit", {v6, 196, RouteEnd::prohibit}, "drop"},
@@ -103,7 +104,36 @@ TEST_F(RoutePublisherTest, PrefixesAreRoutedAsTheirNextHopsSay) {
         EXPECT_EQ(now.ip(where.prefix().text(), where.length(), where.table()), each.expected)
             << each.what;
     }
-    EXPECT_EQ(now.ipRoutes(), 3U);
+    EXPECT_EQ(now.ipRoutes(), 4U);
+}
+
+TEST_F(RoutePublisherTest, ARouteOfATableThatIsNoVrfsIsRefused) {
+    const Destination there = to("203.0.113.0", 24, 11);
+    EXPECT_EQ(change(prefixRoute(there, {hop({}, "192.0.2.6", 5)})),
+              "routing table 11 is no VRF's");
+    EXPECT_EQ(now.ipRoutes(), 0U);
+    interfaces.vrfs[11] = "blue";
+    EXPECT_EQ(change(prefixRoute(there, {hop({}, "192.0.2.6", 5)})), "");
+    EXPECT_EQ(now.ip("203.0.113.0", 24, 11), "blue: via 192.0.2.6 east0 weight 1");
+}
+
+TEST_F(RoutePublisherTest, ARouteOfAVrfThatIsGoneCanBeWithdrawn) {
+    const Destination there = to("203.0.113.0", 24, 10);
+    EXPECT_EQ(change(prefixRoute(there, {hop({}, "192.0.2.6", 5)})), "");
+    interfaces.vrfs.clear();
+    EXPECT_EQ(change(PrefixWithdrawal{there}), "");
+    EXPECT_EQ(now.ipRoutes(), 0U);
+}
+
+TEST_F(RoutePublisherTest, TheKernelIsAskedForItsVrfsOncePerBatch) {
+    for (int batch = 1; batch <= 2; ++batch) {
+        for (const char* prefix : {"203.0.113.0", "203.0.114.0"}) {
+            publisher.apply(prefixRoute(to(prefix, 24, 10), {hop({}, "192.0.2.6", 5)}));
+            publisher.apply(prefixRoute(to(prefix, 24), {hop({}, "192.0.2.6", 5)}));
+        }
+        publisher.commit();
+        EXPECT_EQ(interfaces.askedForVrfs, static_cast<unsigned>(batch));
+    }
 }
 
 TEST_F(RoutePublisherTest, ALabelThatLeadsIntoAVrfAndBackIsOnlyEverAtOnePlace) {

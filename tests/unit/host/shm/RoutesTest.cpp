@@ -83,6 +83,27 @@ TEST_F(RoutesTest, EveryKindAndFamilyIsReadAsItWasWritten) {
     EXPECT_FALSE(routes.at(Tessel::TableLayout::maxKey));
 }
 
+TEST_F(RoutesTest, TheVrfStandsBesideItsTable) {
+    const std::vector<Mpls::WeightedVia> vias{swapVia(1400, 3)};
+    const std::string longest(L3::VrfName::maxSize, 'v');
+    std::uint32_t place = 0;
+    for (const std::string& name : {std::string(), std::string("red"), std::string("eight888"),
+                                    std::string("nine99999"), longest}) {
+        Route route = forwarding(key("10.0.0.0", 8, 10 + place), vias);
+        route.vrf = name;
+        writer.routeIs(route);
+        Route end = ending(key("11.0.0.0", 8, 10 + place), Route::Kind::local);
+        end.vrf = name;
+        writer.routeIs(end);
+        tables.commit();
+        EXPECT_EQ(routes.at(place)->vrf.view(), name);
+        EXPECT_TRUE(routes.at(place)->ways->via(false, 0).isEq(vias[0].via)) << name;
+        EXPECT_EQ(routes.at(place + 1)->vrf.view(), name);
+        EXPECT_EQ(routes.at(place + 1)->kind, Route::Kind::local) << name;
+        place += 2;
+    }
+}
+
 TEST_F(RoutesTest, OneKeyIsToldFromAnotherByTableFamilyPrefixAndLength) {
     const std::vector<RouteKey> all{key("10.0.0.0", 8),  key("10.0.0.0", 9), key("10.0.0.0", 8, 10),
                                     key("10.1.0.0", 16), key("::", 0),       key("0.0.0.0", 0),
