@@ -1,10 +1,8 @@
 #!/usr/bin/env python3
-"""Makes the captures of the demo: make_demo.py DIRECTORY"""
-
-import os
-import sys
+"""Makes the captures of the demo."""
 
 import frames as f
+from making import make
 
 WEST, EAST = "02:00:00:00:00:01", "02:00:00:00:00:02"  # the agent's ports
 CE_WEST, CE_EAST = "02:00:00:00:01:02", "02:00:00:00:02:02"  # who sends to them
@@ -39,14 +37,5 @@ def east_frames():
         yield f.eth(EAST, CE_EAST, f.ETH_MPLS, f.stack(200) + packet, vlans=[vlan])
 
 
-def main():
-    if len(sys.argv) != 2:
-        sys.exit(__doc__)
-    directory = sys.argv[1]
-    os.makedirs(directory, exist_ok=True)
-    for name, made in (("west", west_frames()), ("east", east_frames())):
-        f.write_pcap(os.path.join(directory, name + ".pcap"), list(made))
-
-
 if __name__ == "__main__":
-    main()
+    make(__doc__, {"west": west_frames, "east": east_frames})

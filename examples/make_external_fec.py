@@ -1,10 +1,8 @@
 #!/usr/bin/env python3
-"""Makes the capture for external_fec.yaml: make_external_fec.py DIRECTORY"""
-
-import os
-import sys
+"""Makes the capture for external_fec.yaml."""
 
 import frames as f
+from making import make
 
 WEST, CE_WEST = "02:00:00:00:00:01", "02:00:00:00:01:02"  # the agent's port, and who sends to it
 FLOWS = 400
@@ -26,12 +24,5 @@ def west_frames():
     yield labelled([106])  # two vias
 
 
-def main():
-    if len(sys.argv) != 2:
-        sys.exit(__doc__)
-    os.makedirs(sys.argv[1], exist_ok=True)
-    f.write_pcap(os.path.join(sys.argv[1], "west.pcap"), list(west_frames()))
-
-
 if __name__ == "__main__":
-    main()
+    make(__doc__, {"west": west_frames})

@@ -1,10 +1,8 @@
 #!/usr/bin/env python3
-"""Makes the capture for multicast_tree.yaml: make_multicast_tree.py DIRECTORY"""
-
-import os
-import sys
+"""Makes the capture for multicast_tree.yaml."""
 
 import frames as f
+from making import make
 
 CORE, UPSTREAM = "02:00:00:00:00:01", "02:00:00:00:00:99"  # the agent's port, and who sends to it
 LABELS = (500, 501, 502, 503, 504)
@@ -29,12 +27,5 @@ def core_frames():
     yield labelled([(500, 0, 1)], TO_GROUP)  # expired: trapped, not copied
 
 
-def main():
-    if len(sys.argv) != 2:
-        sys.exit(__doc__)
-    os.makedirs(sys.argv[1], exist_ok=True)
-    f.write_pcap(os.path.join(sys.argv[1], "core.pcap"), list(core_frames()))
-
-
 if __name__ == "__main__":
-    main()
+    make(__doc__, {"core": core_frames})

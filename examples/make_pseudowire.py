@@ -1,10 +1,8 @@
 #!/usr/bin/env python3
-"""Makes the captures of the pseudowire example: make_pseudowire.py DIRECTORY"""
-
-import os
-import sys
+"""Makes the captures of the pseudowire example."""
 
 import frames as f
+from making import make
 
 EAST, REMOTE = "02:00:00:00:00:02", "02:00:00:00:02:02"  # the two ends of the core link
 HOST_A, HOST_B = "02:00:00:00:0a:01", "02:00:00:00:0b:01"  # customers of both ends
@@ -39,15 +37,5 @@ def core_frames():
     yield from_remote(601, bytes(4) + inner)  # a control word that was not agreed upon
 
 
-def main():
-    if len(sys.argv) != 2:
-        sys.exit(__doc__)
-    directory = sys.argv[1]
-    os.makedirs(directory, exist_ok=True)
-    for name, made in (("ce1", customer_frames()), ("ce2", customer_frames()),
-                       ("east", core_frames())):
-        f.write_pcap(os.path.join(directory, name + ".pcap"), list(made))
-
-
 if __name__ == "__main__":
-    main()
+    make(__doc__, {"ce1": customer_frames, "ce2": customer_frames, "east": core_frames})

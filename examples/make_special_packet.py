@@ -1,11 +1,10 @@
 #!/usr/bin/env python3
-"""Makes the capture for special_packet.yaml: make_special_packet.py DIRECTORY"""
+"""Makes the capture for special_packet.yaml."""
 
-import os
 import struct
-import sys
 
 import frames as f
+from making import make
 
 WEST, CPU = "02:00:00:00:00:01", "02:00:00:00:00:c1"  # the agent's port, and who sends to it
 ETH_EXCEPTION = 0x8139
@@ -45,12 +44,5 @@ def west_frames():
     yield f.eth(WEST, CPU, f.ETH_MPLS, LABELLED, [100])  # an ordinary frame
 
 
-def main():
-    if len(sys.argv) != 2:
-        sys.exit(__doc__)
-    os.makedirs(sys.argv[1], exist_ok=True)
-    f.write_pcap(os.path.join(sys.argv[1], "west.pcap"), list(west_frames()))
-
-
 if __name__ == "__main__":
-    main()
+    make(__doc__, {"west": west_frames})

@@ -10,7 +10,15 @@ import unittest
 import agent
 
 LAB = agent.SOURCE / "lab" / "main.py"
-NAMESPACES = ["unshare", "--mount", "--pid", "--ipc", "--net", "--fork", "--mount-proc", "true"]
+NAMESPACES = ["unshare", "--mount", "--pid", "--ipc", "--net", "--fork", "--mount-proc",
+              "--propagation", "private", "sh", "-e", "-c"]
+# What of the kernel the lab is made of.
+TRIAL = """
+mount -t tmpfs tmpfs /dev/shm
+ip link add one type veth peer name other
+ethtool -K one tso off
+python3 -c 'import socket; socket.socket(socket.AF_PACKET, socket.SOCK_RAW)'
+"""
 PROGRAMS = ["ip", "ethtool", "ping", "traceroute", "iperf3", "tshark", "dumpcap", "cc",
             "/usr/lib/frr/ldpd"]
 
@@ -21,7 +29,7 @@ def what_is_missing() -> str:
     missing = [program for program in PROGRAMS if not shutil.which(program)]
     if missing:
         return f"needs {', '.join(missing)}, which ./run lab installs"
-    tried = subprocess.run(NAMESPACES, capture_output=True, text=True, check=False)
+    tried = subprocess.run([*NAMESPACES, TRIAL], capture_output=True, text=True, check=False)
     return f"needs namespaces: {tried.stderr.strip()}" if tried.returncode else ""
 
 

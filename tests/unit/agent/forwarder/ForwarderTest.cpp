@@ -34,6 +34,20 @@ TEST_F(ForwarderTest, AFrameIsRewrittenGivenALinkHeaderAndSentWithItsTime) {
     EXPECT_EQ(counted.forwardedTotal().frames, 1U);
 }
 
+TEST_F(ForwarderTest, AFrameForWhichTheTablesMustBeRefreshedIsCountedOnceTakenAgain) {
+    const Decide onward = always(withRewrite(nexthop("east", "10.0.2.2"), swapInfo(300)));
+    EXPECT_THROW(
+        receive(labelled(), [](const auto&, auto&) { throw Tessel::SnapshotLost("replaced"); }),
+        Tessel::SnapshotLost);
+    EXPECT_EQ(summary().in, Traffic());
+    EXPECT_TRUE(out[east].frames.empty());
+    receive(labelled(), onward);
+    EXPECT_EQ(out[east].frames.size(), 1U);
+    EXPECT_EQ(summary().in, (Traffic{1, labelled().size()}));
+    EXPECT_EQ(summary().forwardedTotal().frames, 1U);
+    EXPECT_EQ(summary().dropped.total(), 0U);
+}
+
 TEST_F(ForwarderTest, BothMplsEtherTypesGoToTheHandlerAndNothingElseDoes) {
     const struct {
         const char* what;
