@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "CaptureError.h"
+#include "Refusal.h"
 
 namespace OvixAgent::Testing {
 
@@ -85,12 +86,7 @@ inline std::string pcapngPacket(std::uint32_t interface, std::uint64_t time,
 
 /// What the action fails with; "" when it does not.
 inline std::string captureError(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const CaptureError& error) {
-        return error.what();
-    }
-    return "";
+    return TestSupport::refusal<CaptureError>(action);
 }
 
 } // namespace OvixAgent::Testing

@@ -4,6 +4,7 @@
 #include <set>
 #include <string>
 
+#include "Refusal.h"
 #include "RouteText.h"
 #include "Tessel/Exceptions.h"
 
@@ -12,24 +13,15 @@ namespace {
 using namespace OvixFpm;
 using Lumo::IpGenAddr;
 using Lumo::MplsLabel;
+using TestSupport::refusal;
 
 Destination destination(const char* prefix, std::uint8_t length, std::uint32_t table = 254) {
     return {table, IpGenAddr::fromText(prefix), length};
 }
 
-template <typename Make>
-std::string refusal(Make make) {
-    try {
-        make();
-    } catch (const Tessel::RangeError& error) {
-        return error.what();
-    }
-    return "";
-}
-
 TEST(IncomingLabel, isNoneOfTheSpecialPurposeLabels) {
     for (std::uint32_t value = 0; value < 16; ++value) {
-        EXPECT_EQ(refusal([&] { IncomingLabel{MplsLabel(value)}; }),
+        EXPECT_EQ(refusal<Tessel::RangeError>([&] { IncomingLabel{MplsLabel(value)}; }),
                   "route for the special-purpose label " + std::to_string(value));
     }
     EXPECT_EQ(IncomingLabel(MplsLabel(16)).label(), MplsLabel(16));
@@ -47,16 +39,19 @@ TEST(Destination, holdsAPrefixOfATable) {
 }
 
 TEST(Destination, whatIsNoPrefixOfATableIsRefused) {
-    EXPECT_EQ(refusal([] { destination("203.0.113.0", 24, 0); }),
+    EXPECT_EQ(refusal<Tessel::RangeError>([] { destination("203.0.113.0", 24, 0); }),
               "route of the table 0, which is none");
-    EXPECT_EQ(refusal([] { destination("", 0); }), "prefix of no address family");
-    EXPECT_EQ(refusal([] { destination("203.0.113.0", 33); }), "prefix length 33 is more than 32");
-    EXPECT_EQ(refusal([] { destination("::", 129); }), "prefix length 129 is more than 128");
-    EXPECT_EQ(refusal([] { destination("203.0.113.1", 31); }),
+    EXPECT_EQ(refusal<Tessel::RangeError>([] { destination("", 0); }),
+              "prefix of no address family");
+    EXPECT_EQ(refusal<Tessel::RangeError>([] { destination("203.0.113.0", 33); }),
+              "prefix length 33 is more than 32");
+    EXPECT_EQ(refusal<Tessel::RangeError>([] { destination("::", 129); }),
+              "prefix length 129 is more than 128");
+    EXPECT_EQ(refusal<Tessel::RangeError>([] { destination("203.0.113.1", 31); }),
               "prefix 203.0.113.1/31 has bits beyond its length");
-    EXPECT_EQ(refusal([] { destination("128.0.0.0", 0); }),
+    EXPECT_EQ(refusal<Tessel::RangeError>([] { destination("128.0.0.0", 0); }),
               "prefix 128.0.0.0/0 has bits beyond its length");
-    EXPECT_EQ(refusal([] { destination("2001:db8::1", 127); }),
+    EXPECT_EQ(refusal<Tessel::RangeError>([] { destination("2001:db8::1", 127); }),
               "prefix 2001:db8::1/127 has bits beyond its length");
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <string>
 
+#include "Refusal.h"
 #include "RouteText.h"
 #include "Tessel/Exceptions.h"
 
@@ -11,31 +12,23 @@ namespace {
 using namespace OvixFpm;
 using Lumo::IpGenAddr;
 using Lumo::MplsLabel;
+using TestSupport::refusal;
 using Labels = std::vector<MplsLabel>;
 
 const IpGenAddr neighbour = IpGenAddr::fromText("192.0.2.2");
-
-template <typename Make>
-std::string refusal(Make make) {
-    try {
-        make();
-    } catch (const Tessel::RangeError& error) {
-        return error.what();
-    }
-    return "";
-}
 
 TEST(Way, leadsToAGatewayOrOutOfAnInterface) {
     EXPECT_EQ(Way(neighbour, 0).gateway(), neighbour);
     EXPECT_TRUE(Way(neighbour, 3).hasGateway());
     EXPECT_FALSE(Way({}, 3).hasGateway());
     EXPECT_EQ(Way({}, Way::maxInterface).interface(), 0x7fffffffU);
-    EXPECT_EQ(refusal([] { Way({}, 0); }), "next hop has neither gateway nor interface");
-    EXPECT_EQ(refusal([] { Way({}, 0x80000000U); }),
+    EXPECT_EQ(refusal<Tessel::RangeError>([] { Way({}, 0); }),
+              "next hop has neither gateway nor interface");
+    EXPECT_EQ(refusal<Tessel::RangeError>([] { Way({}, 0x80000000U); }),
               "interface index 2147483648 is more than 2147483647");
-    EXPECT_EQ(refusal([] { Way(IpGenAddr::fromText("0.0.0.0"), 3); }),
+    EXPECT_EQ(refusal<Tessel::RangeError>([] { Way(IpGenAddr::fromText("0.0.0.0"), 3); }),
               "gateway is the unspecified address");
-    EXPECT_EQ(refusal([] { Way(IpGenAddr::fromText("::"), 3); }),
+    EXPECT_EQ(refusal<Tessel::RangeError>([] { Way(IpGenAddr::fromText("::"), 3); }),
               "gateway is the unspecified address");
 }
 
@@ -48,15 +41,17 @@ TEST(NextHop, readsAsOneLine) {
 }
 
 TEST(NextHop, implicitNullStandsInNoStack) {
-    EXPECT_EQ(refusal([] {
+    EXPECT_EQ(refusal<Tessel::RangeError>([] {
                   NextHop(Labels{MplsLabel(16), MplsLabel(3)}, Way({}, 7));
               }),
               "implicit null in a label stack");
 }
 
 TEST(NextHop, weighsOneTo256) {
-    EXPECT_EQ(refusal([] { NextHop({}, Way({}, 7), 0); }), "weight 0 is not 1 to 256");
-    EXPECT_EQ(refusal([] { NextHop({}, Way({}, 7), 257); }), "weight 257 is not 1 to 256");
+    EXPECT_EQ(refusal<Tessel::RangeError>([] { NextHop({}, Way({}, 7), 0); }),
+              "weight 0 is not 1 to 256");
+    EXPECT_EQ(refusal<Tessel::RangeError>([] { NextHop({}, Way({}, 7), 257); }),
+              "weight 257 is not 1 to 256");
     EXPECT_EQ(NextHop({}, Way({}, 7), 256).weight(), 256);
 }
 
@@ -67,7 +62,7 @@ TEST(NextHop, onlyAnInterfaceMeansNeitherGatewayNorLabels) {
 }
 
 TEST(NextHops, areAtLeastOne) {
-    EXPECT_EQ(refusal([] { NextHops({}); }), "route without a next hop");
+    EXPECT_EQ(refusal<Tessel::RangeError>([] { NextHops({}); }), "route without a next hop");
     EXPECT_EQ(NextHops({NextHop({}, Way({}, 7))}).size(), 1U);
 }
 

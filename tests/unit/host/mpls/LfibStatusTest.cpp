@@ -5,6 +5,7 @@
 #include "Mpls/LfibLayout.h"
 #include "Mpls/LfibWriter.h"
 #include "Mpls/PackedVia.h"
+#include "Refusal.h"
 #include "TableTesting.h"
 #include "Tessel/Exceptions.h"
 
@@ -21,12 +22,7 @@ using Words = std::vector<std::uint64_t>;
 /// What reading said, or nothing when it did not complain.
 template <typename Action>
 std::string corruption(Action&& action) {
-    try {
-        action();
-    } catch (const CorruptionDetected& found) {
-        return found.what();
-    }
-    return {};
+    return TestSupport::refusal<CorruptionDetected>(action);
 }
 
 std::string cannotBeRight(const std::string& what, std::uint32_t at) {

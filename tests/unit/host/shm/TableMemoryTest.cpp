@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <system_error>
 
+#include "Refusal.h"
 #include "ShmTesting.h"
 
 namespace {
@@ -14,6 +15,7 @@ using namespace ShmTesting;
 using Tessel::TableMemory;
 using Tessel::TablesBusy;
 using Tessel::TableWriter;
+using TestSupport::refusal;
 
 /// What the system knows of the shared memory.
 struct stat statusOf(const std::string& name) {
@@ -34,15 +36,6 @@ std::string permissionsOf(const std::byte* at) {
         if (byte >= from && byte < to) {
             return line.substr(line.find(' ') + 1, 4);
         }
-    }
-    return {};
-}
-
-std::string refusal(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const std::exception& refused) {
-        return refused.what();
     }
     return {};
 }
