@@ -106,7 +106,7 @@ class Daemons:
         if name == "zebra":
             # Its predecessor's routes stay in the kernel until they are told again.
             command += ["-K", "15", "-M", "dplane_fpm_nl"]
-            if not pathlib.Path("/proc/sys/net/mpls").exists():
+            if not network.kernel_has_mpls():
                 command += ["-M", self.module]  # behind dplane_fpm_nl, as the module says
             command = [HERE / "with_mpls_sysctls.sh", self.directory / "sysctls", *command]
         if name == "ldpd":

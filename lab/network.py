@@ -1,5 +1,6 @@
 """Network namespaces for the nodes, veth pairs for the links, and commands run inside."""
 
+import pathlib
 import subprocess
 
 import topology
@@ -12,6 +13,8 @@ SYSCTLS = {
     "net.ipv6.conf.all.disable_ipv6": 1,
     "net.ipv6.conf.default.disable_ipv6": 1,
 }
+# Where the kernel has MPLS, zebra tells the agent only of labels that the kernel has room for.
+MPLS_SYSCTLS = {"net.mpls.platform_labels": 1048575}
 
 
 def run(*command, check=True, **keys) -> subprocess.CompletedProcess:
@@ -31,6 +34,10 @@ def run_in(node: str, *command, **keys) -> subprocess.CompletedProcess:
     return run(*inside(node, *command), **keys)
 
 
+def kernel_has_mpls() -> bool:
+    return pathlib.Path("/proc/sys/net/mpls").exists()
+
+
 def build() -> None:
     for node in (*topology.ROUTERS, *topology.HOSTS):
         add_node(node)
@@ -45,7 +52,8 @@ def build() -> None:
 
 def add_node(node: str) -> None:
     run("ip", "netns", "add", node)
-    run_in(node, "sysctl", "-q", "-w", *[f"{key}={value}" for key, value in SYSCTLS.items()])
+    wanted = SYSCTLS | (MPLS_SYSCTLS if kernel_has_mpls() else {})
+    run_in(node, "sysctl", "-q", "-w", *[f"{key}={value}" for key, value in wanted.items()])
     run("ip", "-n", node, "link", "set", "lo", "up")
 
 
