@@ -5,11 +5,12 @@
 
 namespace Bench {
 
-std::vector<Mpls::WeightedVia> swapVia(std::uint32_t outLabel) {
+std::vector<Mpls::WeightedVia> swapVia(std::uint32_t outLabel, const std::string& port,
+                                       const std::string& nexthop) {
     std::vector<Mpls::WeightedVia> vias(1);
     vias[0].via.labelAction = 3;
-    vias[0].via.intfId = Lumo::IntfId("east");
-    vias[0].via.nexthop = Lumo::IpGenAddr::fromText("10.0.2.2");
+    vias[0].via.intfId = Lumo::IntfId(port);
+    vias[0].via.nexthop = Lumo::IpGenAddr::fromText(nexthop);
     const std::array<std::uint8_t, 3> label{static_cast<std::uint8_t>(outLabel >> 16U),
                                             static_cast<std::uint8_t>(outLabel >> 8U),
                                             static_cast<std::uint8_t>(outLabel)};

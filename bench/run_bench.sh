@@ -1,10 +1,15 @@
 #!/usr/bin/env bash
-# Runs the benchmarks of a build directory: time and allocations, then instructions per frame.
+# Runs the benchmarks of a build directory: time and allocations, live ports, then instructions per
+# frame.
 set -euo pipefail
 build=$1
 frames=20000
 
 "$build/bin/frame_bench" --benchmark_min_time=0.2 --benchmark_counters_tabular=true
+
+# Where the kernel and its privileges allow it; says so where they do not. The deviations of three
+# runs tell little.
+"$build/bin/live_bench" --benchmark_counters_tabular=true | sed -E '/_(stddev|cv) /d'
 
 # Instructions inside one function and what it calls, divided by the frames sent.
 instructions() {

@@ -10,6 +10,7 @@
 namespace LiveTesting {
 
 using Bytes = std::vector<std::uint8_t>;
+using TestSupport::awaitOperation;
 
 inline constexpr std::uint8_t leftStation = 1;
 inline constexpr std::uint8_t rightStation = 2;
