@@ -1,4 +1,4 @@
-"""FRR on a router: zebra, ospfd and ldpd with their configuration."""
+"""FRR on a router: zebra, ospfd and ldpd with their configuration, and bgpd for the VPN."""
 
 import json
 import pathlib
@@ -53,11 +53,33 @@ mpls ldp
 {interfaces}
 """
 
+BGP = """
+router bgp 65000
+ bgp router-id {loopback}
+ no bgp default ipv4-unicast
+ neighbor {peer} remote-as 65000
+ neighbor {peer} update-source {loopback}
+ neighbor {peer} timers connect 1
+ address-family ipv4 vpn
+  neighbor {peer} activate
+router bgp 65000 vrf {vrf}
+ bgp router-id {loopback}
+ address-family ipv4 unicast
+  redistribute connected
+  label vpn export auto
+  rd vpn export 65000:{table}
+  rt vpn both 65000:{table}
+  export vpn
+  import vpn
+"""
+
 
 def ospf_config(router: str) -> str:
     core = topology.core_interfaces(router)
     text = OSPF.format(loopback=topology.LOOPBACKS[router])
     for one in topology.interfaces(router):
+        if one.vrf != "default":
+            continue
         text += OSPF_INTERFACE.format(name=one.name, cost=one.cost)
         text += "" if one in core else " ip ospf passive\n"
     return text
@@ -68,6 +90,12 @@ def ldp_config(router: str) -> str:
     return LDP.format(loopback=topology.LOOPBACKS[router], interfaces="\n".join(lines))
 
 
+def bgp_config(router: str) -> str:
+    peer = next(other for other in topology.vpn_routers() if other != router)
+    return BGP.format(loopback=topology.LOOPBACKS[router], peer=topology.LOOPBACKS[peer],
+                      vrf=topology.VRF, table=topology.VRF_TABLE)
+
+
 def compile_module(directory: pathlib.Path) -> pathlib.Path:
     module = directory / "labels_past_kernel.so"
     network.run("cc", "-shared", "-fPIC", "-o", module, HERE / "labels_past_kernel.c")
@@ -75,7 +103,7 @@ def compile_module(directory: pathlib.Path) -> pathlib.Path:
 
 
 class Daemons:
-    """The three daemons of one router, started one by one."""
+    """The daemons of one router, started one by one."""
 
     def __init__(self, router: str, directory: pathlib.Path, module: pathlib.Path):
         self.router, self.module = router, module
@@ -83,6 +111,8 @@ class Daemons:
         self.directory.mkdir(parents=True)
         self.socket = self.directory / "zserv.api"
         configs = {"zebra": ZEBRA, "ospfd": ospf_config(router), "ldpd": ldp_config(router)}
+        if router in topology.vpn_routers():
+            configs["bgpd"] = bgp_config(router)
         for name, text in configs.items():
             (self.directory / f"{name}.conf").write_text(text)
         shutil.chown(self.directory, "frr", "frr")
@@ -93,6 +123,8 @@ class Daemons:
         self.start_zebra()
         self.start("ospfd")
         self.start("ldpd")
+        if self.router in topology.vpn_routers():
+            self.start("bgpd")
 
     def start_zebra(self) -> None:
         self.start("zebra")
@@ -136,9 +168,9 @@ class Daemons:
         """FRR's label table by incoming label."""
         return {int(label): route for label, route in self.show("mpls table").items()}
 
-    def route(self, prefix: str) -> list[dict]:
+    def route(self, prefix: str, vrf: str = "default") -> list[dict]:
         """Next hops of the route in use."""
-        for route in self.show(f"ip route {prefix}").get(prefix, []):
+        for route in self.show(f"ip route vrf {vrf} {prefix}").get(prefix, []):
             if route.get("selected"):
                 return [hop for hop in route["nexthops"] if hop.get("active")]
         return []

@@ -17,7 +17,7 @@ def config(router: str) -> str:
     text = "ports:\n"
     for i, one in enumerate(topology.interfaces(router)):
         own = [one.address] + ([f"{topology.LOOPBACKS[router]}/32"] if i == 0 else [])
-        text += (f"  - {{name: {one.name}, kind: packet, vrf: default, "
+        text += (f"  - {{name: {one.name}, kind: packet, vrf: {one.vrf}, "
                  f"addresses: [{', '.join(own)}]}}\n")
     return text
 
@@ -55,9 +55,9 @@ class Dataplane:
         return network.run(BIN / "ovixctl", "--tables", self.router, "--control", self.control,
                            *words, "--json", **keys)
 
-    def lfib(self) -> dict:
-        """The transit LFIB by label."""
-        routes = json.loads(self.ctl("lfib", "show", "transit").stdout)["routes"]
+    def lfib(self, table: str = "transit") -> dict:
+        """An LFIB by label."""
+        routes = json.loads(self.ctl("lfib", "show", table).stdout)["routes"]
         return {route["label"]: route for route in routes}
 
     def label_packets(self, label: int) -> int:

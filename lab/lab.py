@@ -19,6 +19,8 @@ class Lab:
 
     def start(self) -> float:
         """Brings everything up; seconds from the start of FRR until all label tables stand."""
+        if network.kernel_has_vrfs():
+            topology.add_vpn()
         network.build()
         module = daemons.compile_module(self.directory)
         for router in topology.ROUTERS:
@@ -50,12 +52,22 @@ class Lab:
         for router in topology.ROUTERS:
             wanted = {label: frr_hops(router, route)
                       for label, route in self.daemons[router].labels().items()}
-            found = {label: lfib_hops(route)
-                     for label, route in self.planes[router].lfib().items()}
+            found = self.labels(router)
             text += [f"{router}: label {label}: FRR {wanted.get(label)}, LFIB {found.get(label)}"
                      for label in sorted(wanted.keys() | found.keys())
                      if wanted.get(label) != found.get(label)]
         return text
+
+    def labels(self, router: str) -> dict:
+        """What the LFIBs do with each label."""
+        plane = self.planes[router]
+        return ({label: lfib_hops(route) for label, route in plane.lfib().items()} |
+                {label: lfib_hops(route) for label, route in plane.lfib("decap").items()})
+
+    def vpn_stack(self, router: str, host: str) -> list[int]:
+        """The labels that a router pushes toward the network of a host of the VPN."""
+        hops = self.daemons[router].route(topology.prefix(host), topology.VRF)
+        return hops[-1]["labels"] if hops else []
 
     def cut(self, node: str, toward: str) -> None:
         network.set_link(node, toward, "down")
@@ -77,13 +89,16 @@ class Lab:
 
 
 def frr_hops(router: str, route: dict) -> set:
-    """(labels that replace the label, next hop, interface) of each hop; none of a pop."""
+    """(labels that replace the label, next hop, interface or VRF) of each hop; none of a pop."""
     return {(tuple(label for label in hop["outLabelStack"] if label != IMPLICIT_NULL),
-             hop["nexthop"], interface_toward(router, hop["nexthop"]))
+             hop.get("nexthop"),
+             hop.get("interface") or interface_toward(router, hop["nexthop"]))
             for hop in route["nexthops"] if hop.get("installed")}
 
 
 def lfib_hops(route: dict) -> set:
+    if route["lookup"]:
+        return {((), None, route["lookup"]["vrf"])}
     return {(tuple(via["labels"]), via["nexthop"], via["interface"]) for via in route["vias"]}
 
 

@@ -38,9 +38,18 @@ def kernel_has_mpls() -> bool:
     return pathlib.Path("/proc/sys/net/mpls").exists()
 
 
+def kernel_has_vrfs() -> bool:
+    return run("unshare", "--net", "ip", "link", "add", "red", "type", "vrf", "table", 10,
+               check=False).returncode == 0
+
+
 def build() -> None:
     for node in (*topology.ROUTERS, *topology.HOSTS):
         add_node(node)
+    for router in topology.vpn_routers():
+        run("ip", "-n", router, "link", "add", topology.VRF, "type", "vrf", "table",
+            topology.VRF_TABLE)
+        run("ip", "-n", router, "link", "set", topology.VRF, "up")
     for link in topology.LINKS:
         add_link(link)
     for router, loopback in topology.LOOPBACKS.items():
@@ -64,6 +73,8 @@ def add_link(link: topology.Link) -> None:
     for end in link.ends:
         # What a sender leaves to a network card to split is one frame too big for a real wire.
         run_in(end.node, "ethtool", "-K", end.name, "tso", "off", "gso", "off", "gro", "off")
+        if end.vrf != "default":
+            run("ip", "-n", end.node, "link", "set", end.name, "master", end.vrf)
         run("ip", "-n", end.node, "addr", "add", end.address, "dev", end.name)
         run("ip", "-n", end.node, "link", "set", end.name, "mtu", end.mtu, "up")
 

@@ -1,4 +1,5 @@
-"""What stands in the lab, and where: two customer hosts and four routers.
+"""What stands in the lab, and where: two customer hosts and four routers; and, where the kernel has
+VRF devices, two hosts of a VPN.
 
               to-p +---+ to-pe2
           .--------| P |--------.
@@ -8,7 +9,8 @@ CE1-| PE1 |                     | PE2 |-CE2
           '--------| P2 |-------'
                    +----+
 
-An interface is named after the node at its other end. OSPF prefers the path over P.
+An interface is named after the node at its other end. OSPF prefers the path over P. VPN1 and VPN2
+stand beside CE1 and CE2, and have the same addresses as those.
 """
 
 import dataclasses
@@ -21,6 +23,7 @@ class Interface:
     address: str  # with its prefix length
     cost: int
     mtu: int
+    vrf: str = "default"  # that its router has it in
 
     @property
     def host(self) -> str:
@@ -32,19 +35,22 @@ class Link:
     ends: tuple[Interface, Interface]
 
 
-def link(one: str, other: str, network: str, cost: int = 10) -> Link:
+def link(one: str, other: str, network: str, cost: int = 10, vrf: str = "default") -> Link:
     """The first two host addresses of a network, in the order of the nodes. Between routers there
     is room for labels on a full packet of a host."""
     base, length = network.split("/")
     start, last = base.rsplit(".", 1)
     mtu = 1500 if length == "24" else 1600
-    return Link((Interface(one, f"to-{other}", f"{start}.{int(last) + 1}/{length}", cost, mtu),
-                 Interface(other, f"to-{one}", f"{start}.{int(last) + 2}/{length}", cost, mtu)))
+    return Link((
+        Interface(one, f"to-{other}", f"{start}.{int(last) + 1}/{length}", cost, mtu, vrf),
+        Interface(other, f"to-{one}", f"{start}.{int(last) + 2}/{length}", cost, mtu)))
 
 
 LOOPBACKS = {"pe1": "10.255.0.1", "p": "10.255.0.2", "p2": "10.255.0.3", "pe2": "10.255.0.4"}
 ROUTERS = tuple(LOOPBACKS)
 HOSTS = {"ce1": "pe1", "ce2": "pe2"}  # host: its router
+VPN_HOSTS = {"vpn1": "pe1", "vpn2": "pe2"}
+VRF, VRF_TABLE = "red", 10
 
 LINKS = (
     link("pe1", "ce1", "192.168.1.0/24"),
@@ -54,6 +60,26 @@ LINKS = (
     link("p2", "pe2", "10.2.2.0/30", cost=20),
     link("pe2", "ce2", "192.168.2.0/24"),
 )
+VPN_LINKS = (
+    link("pe1", "vpn1", "192.168.1.0/24", vrf=VRF),
+    link("pe2", "vpn2", "192.168.2.0/24", vrf=VRF),
+)
+
+
+def add_vpn() -> None:
+    """From here on the VPN's hosts and links stand in the lab, too."""
+    global LINKS
+    LINKS += VPN_LINKS
+    HOSTS.update(VPN_HOSTS)
+
+
+def has_vpn() -> bool:
+    return HOSTS.keys() >= VPN_HOSTS.keys()
+
+
+def vpn_routers() -> list[str]:
+    """Those that have the VPN's VRF."""
+    return list(VPN_HOSTS.values()) if has_vpn() else []
 
 
 def interfaces(node: str) -> list[Interface]:

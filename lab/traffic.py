@@ -10,13 +10,17 @@ import network
 import topology
 from processes import Process, wait_until
 
+BETWEEN_CES = ("ce1", "ce2")
+
 
 class Ping:
-    """Echo requests from CE1 to CE2, sent in the background."""
+    """Echo requests from one host to another, sent in the background."""
 
-    def __init__(self, directory: pathlib.Path, count: int, interval: float = 0.005):
-        self.process = Process("ce1", directory, f"ping-{time.monotonic_ns()}", "ping", "-n",
-                               "-c", count, "-i", interval, "-W", 1, topology.address("ce2"))
+    def __init__(self, directory: pathlib.Path, count: int, hosts: tuple[str, str] = BETWEEN_CES,
+                 interval: float = 0.005):
+        source, target = hosts
+        self.process = Process(source, directory, f"ping-{time.monotonic_ns()}", "ping", "-n",
+                               "-c", count, "-i", interval, "-W", 1, topology.address(target))
 
     def finish(self) -> tuple[int, int]:
         """Waits for the end; requests sent and answers received."""
@@ -38,12 +42,13 @@ class Ping:
         return int(found[1]), int(found[2])
 
 
-def ping(directory: pathlib.Path, count: int) -> tuple[int, int]:
-    return Ping(directory, count).finish()
+def ping(directory: pathlib.Path, count: int,
+         hosts: tuple[str, str] = BETWEEN_CES) -> tuple[int, int]:
+    return Ping(directory, count, hosts).finish()
 
 
-def reaches(directory: pathlib.Path) -> bool:
-    return ping(directory, 1)[1] == 1
+def reaches(directory: pathlib.Path, hosts: tuple[str, str] = BETWEEN_CES) -> bool:
+    return ping(directory, 1, hosts)[1] == 1
 
 
 def throughput(directory: pathlib.Path, seconds: int) -> float:

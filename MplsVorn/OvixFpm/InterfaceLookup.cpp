@@ -1,10 +1,6 @@
 #include "InterfaceLookup.h"
 
-#include <array>
-#include <fstream>
-#include <net/if.h>
-
-#include "VrfDevices.h"
+#include "KernelLinks.h"
 
 namespace OvixFpm {
 
@@ -22,16 +18,8 @@ std::optional<std::string> InterfaceLookup::vrfOfTable(std::uint32_t table) {
 }
 
 std::optional<HostInterface> InterfaceLookup::ask(std::uint32_t index) const {
-    std::array<char, IF_NAMESIZE> name{};
-    if (if_indextoname(index, name.data()) == nullptr) {
-        return std::nullopt;
-    }
-    HostInterface found{name.data(), false};
-    std::ifstream events("/sys/class/net/" + found.name + "/uevent");
-    for (std::string line; std::getline(events, line);) {
-        found.isVrf = found.isVrf || line == "DEVTYPE=vrf";
-    }
-    return found;
+    const auto link = linkOfIndex(index);
+    return link ? std::optional(HostInterface{link->name, link->vrfTable != 0}) : std::nullopt;
 }
 
 std::map<std::uint32_t, std::string> InterfaceLookup::askForVrfs() const {

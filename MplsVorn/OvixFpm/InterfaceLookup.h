@@ -30,7 +30,7 @@ class InterfaceLookup {
     }
 
   protected:
-    /// Asks the kernel.
+    /// Asks the kernel. Throws std::system_error.
     virtual std::optional<HostInterface> ask(std::uint32_t index) const;
     /// Asks the kernel for the names of all VRFs by their tables. Throws std::system_error.
     virtual std::map<std::uint32_t, std::string> askForVrfs() const;

@@ -1,4 +1,4 @@
-#include "VrfDevices.h"
+#include "KernelLinks.h"
 
 #include <algorithm>
 #include <array>
@@ -9,8 +9,7 @@
 
 #include "OwnNetwork.h"
 
-using OvixFpm::readVrfDevice;
-using OvixFpm::VrfDevice;
+using OvixFpm::KernelLink;
 
 namespace {
 
@@ -35,9 +34,9 @@ class LinkMessage {
         mnl_attr_nest_end(header_, info);
         return *this;
     }
-    std::optional<VrfDevice> read() const { return readVrfDevice(*header_); }
+    std::optional<KernelLink> read() const { return OvixFpm::readLink(*header_); }
     /// As if the message, and no attribute in it, were that long.
-    std::optional<VrfDevice> readCut(std::uint32_t length) {
+    std::optional<KernelLink> readCut(std::uint32_t length) {
         header_->nlmsg_len = length;
         return read();
     }
@@ -50,46 +49,59 @@ class LinkMessage {
 
 } // namespace
 
-TEST(VrfDevices, AVrfIsReadWithItsTable) {
+TEST(KernelLinks, AVrfIsReadWithItsTable) {
     EXPECT_EQ(LinkMessage().name("red").info("vrf", IFLA_VRF_TABLE, 10).read(),
-              (VrfDevice{10, "red"}));
+              (KernelLink{"red", 10}));
     EXPECT_EQ(LinkMessage().info("vrf", IFLA_VRF_TABLE, 0xfffffffe).name("blue").read(),
-              (VrfDevice{0xfffffffe, "blue"}));
+              (KernelLink{"blue", 0xfffffffe}));
 }
 
-TEST(VrfDevices, OtherLinksAreNone) {
-    EXPECT_FALSE(LinkMessage().name("lo").read());
-    EXPECT_FALSE(LinkMessage().name("vlan10").info("vlan", IFLA_VLAN_ID, 10).read());
-    EXPECT_FALSE(LinkMessage().name("red").info("vrf", IFLA_VRF_TABLE + 1, 10).read());
-    EXPECT_FALSE(LinkMessage().name("red").info("vrf", IFLA_VRF_TABLE, 0).read());
+TEST(KernelLinks, OtherInterfacesHaveNoTable) {
+    const KernelLink red{"red", 0};
+    EXPECT_EQ(LinkMessage().name("red").read(), red);
+    EXPECT_EQ(LinkMessage().name("red").info("vlan", IFLA_VLAN_ID, 10).read(), red);
+    EXPECT_EQ(LinkMessage().name("red").info("vrf", IFLA_VRF_TABLE + 1, 10).read(), red);
+}
+
+TEST(KernelLinks, MessagesThatTellOfNoInterfaceAreNone) {
     EXPECT_FALSE(LinkMessage().info("vrf", IFLA_VRF_TABLE, 10).read());
-    EXPECT_FALSE(LinkMessage(RTM_DELLINK).name("red").info("vrf", IFLA_VRF_TABLE, 10).read());
+    EXPECT_FALSE(LinkMessage(RTM_DELLINK).name("red").read());
 }
 
-TEST(VrfDevices, AMessageThatIsCutOffIsNone) {
+TEST(KernelLinks, AnAttributeThatIsCutOffIsNotRead) {
     LinkMessage whole;
     whole.name("red").info("vrf", IFLA_VRF_TABLE, 10);
     const std::uint32_t length = whole.length();
     for (std::uint32_t cut = sizeof(nlmsghdr); cut < length; cut += 4) {
-        EXPECT_FALSE(whole.readCut(cut)) << cut;
+        EXPECT_NE(whole.readCut(cut), (KernelLink{"red", 10})) << cut;
     }
-    EXPECT_TRUE(whole.readCut(length));
+    EXPECT_EQ(whole.readCut(length), (KernelLink{"red", 10}));
 }
 
 namespace {
-class KernelVrfs : public TestSupport::OwnNetwork {};
+class KernelLinksOfThisHost : public TestSupport::OwnNetwork {};
 } // namespace
 
-TEST_F(KernelVrfs, AreFoundByTheirTables) {
+TEST_F(KernelLinksOfThisHost, AreFoundByIndex) {
+    TestSupport::ip("link add index 7000 name west type veth peer name east");
+    EXPECT_EQ(OvixFpm::linkOfIndex(7000), (KernelLink{"west", 0}));
+    EXPECT_EQ(OvixFpm::linkOfIndex(1), (KernelLink{"lo", 0}));
+    EXPECT_FALSE(OvixFpm::linkOfIndex(0));
+    EXPECT_FALSE(OvixFpm::linkOfIndex(7001));
+    EXPECT_FALSE(OvixFpm::linkOfIndex(0xffffffff));
+}
+
+TEST_F(KernelLinksOfThisHost, VrfDevicesAreFoundByTheirTables) {
     EXPECT_TRUE(OvixFpm::vrfNamesByTable().empty());
     try {
-        TestSupport::ip("link add red type vrf table 10 2>/dev/null");
+        TestSupport::ip("link add index 7000 name red type vrf table 10 2>/dev/null");
     } catch (const std::runtime_error&) {
         GTEST_SKIP() << "this kernel has no VRF devices";
     }
     TestSupport::ip("link add blue type vrf table 4000000000");
     EXPECT_EQ(OvixFpm::vrfNamesByTable(),
               (std::map<std::uint32_t, std::string>{{10, "red"}, {4000000000, "blue"}}));
+    EXPECT_EQ(OvixFpm::linkOfIndex(7000), (KernelLink{"red", 10}));
     TestSupport::ip("link del red");
     EXPECT_EQ(OvixFpm::vrfNamesByTable(),
               (std::map<std::uint32_t, std::string>{{4000000000, "blue"}}));
