@@ -71,8 +71,6 @@ def add_link(link: topology.Link) -> None:
     run("ip", "link", "add", one.name, "netns", one.node, "type", "veth",
         "peer", "name", other.name, "netns", other.node)
     for end in link.ends:
-        # What a sender leaves to a network card to split is one frame too big for a real wire.
-        run_in(end.node, "ethtool", "-K", end.name, "tso", "off", "gso", "off", "gro", "off")
         if end.vrf != "default":
             run("ip", "-n", end.node, "link", "set", end.name, "master", end.vrf)
         run("ip", "-n", end.node, "addr", "add", end.address, "dev", end.name)

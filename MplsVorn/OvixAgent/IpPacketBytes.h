@@ -8,9 +8,10 @@
 
 namespace OvixAgent {
 
-/// The IP protocols of answers.
+/// The IP protocols that the agent reads or writes.
 namespace IpProtocol {
 inline constexpr std::uint8_t icmp = 1;
+inline constexpr std::uint8_t tcp = 6;
 inline constexpr std::uint8_t udp = 17;
 inline constexpr std::uint8_t icmpv6 = 58;
 } // namespace IpProtocol

@@ -12,8 +12,8 @@ enum class LiveEvent : std::uint8_t {
     received,
     sent,
     ringFull,      ///< the kernel had no room for it in the receive ring
-    truncated,     ///< longer than the receive ring holds; only its beginning was handed out
-    unsegmented,   ///< several segments in one, left to the hardware to cut up; not handed out
+    truncated,     ///< longer than the receive ring holds; its beginning was handed out, if at all
+    unsegmented,   ///< several segments in one that could not be cut up; not handed out
     queueFull,     ///< no room for it in the transmit queue; not sent
     wouldBlock,    ///< the socket took no more for now; the frames wait in the queue
     noBuffers,     ///< refused by the kernel's queue; not sent

@@ -12,11 +12,12 @@ bool completeChecksum(std::span<std::uint8_t> frame, std::size_t start,
     const std::span<std::uint8_t> summed = frame.subspan(start);
     std::uint64_t sum = 0;
     std::size_t at = 0;
-    for (; at + 1 < summed.size(); at += 2) {
-        sum += Lumo::NetU16::load(summed.data() + at).value();
+    // Both halves of a word add up to the same when they are folded (RFC 1071 section 2).
+    for (; summed.size() - at >= sizeof(std::uint32_t); at += sizeof(std::uint32_t)) {
+        sum += Lumo::NetU32::load(summed.data() + at).value();
     }
-    if (at < summed.size()) {
-        sum += static_cast<std::uint64_t>(summed[at]) << 8U;
+    for (unsigned int shift = 24; at < summed.size(); ++at, shift -= 8) {
+        sum += static_cast<std::uint64_t>(summed[at]) << shift;
     }
     while (sum > 0xffff) {
         sum = (sum & 0xffffU) + (sum >> 16U);

@@ -19,7 +19,7 @@ bool PacketPort::reopen() {
     shut({});
     try {
         interfaceIndex_ = indexOfInterface(name_);
-        ring_.emplace(interfaceIndex_, intake_, mtuOfInterface(name_));
+        ring_.emplace(interfaceIndex_, intake_);
         openSender();
     } catch (const std::system_error& refused) {
         shut(name_ + ": " + refused.what());
@@ -49,6 +49,7 @@ void PacketPort::openSender() {
 void PacketPort::shut(std::string problem) {
     queue_.drop(LiveEvent::interfaceGone);
     counts();
+    segments_.drop();
     ring_.reset();
     sender_ = FileDescriptor();
     problem_ = std::move(problem);
@@ -63,15 +64,20 @@ std::size_t PacketPort::receive(const FrameVisitor& visitor, std::size_t budget)
     Frame frame;
     frame.port = index_;
     while (received < budget) {
-        if (!ring_->next(inRing)) {
-            seeWhatIsWrong();
-            break;
+        if (!segments_.next(frame)) {
+            if (!ring_->next(inRing)) {
+                seeWhatIsWrong();
+                break;
+            }
+            if (inRing.offloaded.segmentation != 0) {
+                toWireFrames(inRing, segments_, counts_);
+                continue;
+            }
+            toWireFrame(inRing, frame, counts_);
         }
-        if (toWireFrame(inRing, frame, counts_)) {
-            counts_.add(LiveEvent::received);
-            ++received;
-            visitor(frame);
-        }
+        counts_.add(LiveEvent::received);
+        ++received;
+        visitor(frame);
     }
     return received;
 }

@@ -5,6 +5,7 @@
 
 #include "ConfigTypes.h"
 #include "FileDescriptor.h"
+#include "FrameSegments.h"
 #include "LivePort.h"
 #include "PacketRing.h"
 #include "SendQueue.h"
@@ -14,9 +15,10 @@ namespace OvixAgent {
 /// A port on a network interface through packet sockets: one with a receive ring, and one to send
 /// on, which hears nothing. What the host itself sends on the interface is not received.
 ///
-/// The interface's own settings are left alone. Frames of several segments, which it hands on when
-/// it is offered to merge them (GRO), or when a sender on the other end of a virtual link leaves
-/// cutting them up to the hardware (TSO, GSO), are counted and dropped.
+/// The interface's own settings are left alone. It hands on frames of several segments when it
+/// merges what it receives (GRO), or when a sender on the other end of a virtual link leaves
+/// cutting them up to the hardware (TSO, GSO). They are cut up here, into the frames that a wire
+/// carries; those that cannot be, such as jumbograms, are counted and dropped.
 class PacketPort final : public LivePort {
   public:
     /// `index` is handed on in every frame. When the interface cannot be used, the port is not
@@ -45,6 +47,7 @@ class PacketPort final : public LivePort {
     PacketIntake intake_;
     unsigned int interfaceIndex_ = 0;
     std::optional<PacketRing> ring_;
+    FrameSegments segments_; ///< what is left of a frame in the ring
     FileDescriptor sender_;
     LiveCounts counts_;
     SendQueue queue_{counts_};

@@ -1,9 +1,7 @@
 #include "PacketRing.h"
 
-#include <algorithm>
 #include <arpa/inet.h>
 #include <atomic>
-#include <bit>
 #include <cerrno>
 #include <cstring>
 #include <linux/if_ether.h>
@@ -16,8 +14,13 @@ namespace OvixAgent {
 
 namespace {
 
-constexpr std::uint32_t ringBytes = 1U << 23U;
-constexpr std::uint32_t smallestBlock = 1U << 14U;
+// A block holds any frame of an IP packet, and so whatever the kernel merges: up to 64 KiB. It is
+// handed over a millisecond after its first frame however little it holds, so that with sparse
+// traffic the ring lasts for as many milliseconds as it has blocks: 256, which a busy host may well
+// keep us waiting. At 10 Gbit/s it lasts for 26.
+constexpr std::uint32_t blockBytes = 1U << 17U;
+constexpr std::uint32_t blocks = 256;
+constexpr std::size_t ringBytes = std::size_t{blockBytes} * blocks;
 constexpr unsigned int longestWaitMilliseconds = 1;
 
 [[noreturn]] void refuse(const char* step) {
@@ -66,7 +69,7 @@ std::atomic_ref<std::uint32_t> statusOf(tpacket_block_desc& block) noexcept {
 
 // The socket hears nothing until it is bound, so that no frame comes past the filter. Bound to all
 // protocols, since one bound to MPLS would not be told the tag of a frame.
-PacketRing::PacketRing(unsigned int interfaceIndex, PacketIntake intake, std::uint32_t mtu)
+PacketRing::PacketRing(unsigned int interfaceIndex, PacketIntake intake)
     : socket_(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
     const int descriptor = socket_.value();
     if (descriptor < 0) {
@@ -77,37 +80,31 @@ PacketRing::PacketRing(unsigned int interfaceIndex, PacketIntake intake, std::ui
     setOption(descriptor, PACKET_IGNORE_OUTGOING, 1, "ignoring what is sent");
     setOption(descriptor, PACKET_VNET_HDR, 1, "asking for unfinished checksums");
     filter(descriptor, intake);
-    map(mtu);
+    map();
     try {
         bindTo(descriptor, interfaceIndex);
         if (intake == PacketIntake::everything) {
             takeAllStations(descriptor, interfaceIndex);
         }
     } catch (...) {
-        munmap(memory_, std::size_t{blockBytes_} * blocks_);
+        munmap(memory_, ringBytes);
         throw;
     }
 }
 
 PacketRing::~PacketRing() {
-    munmap(memory_, std::size_t{blockBytes_} * blocks_);
+    munmap(memory_, ringBytes);
 }
 
-// Blocks are no larger than two frames need, so that the ring lasts for many of the milliseconds
-// after which each is handed over however little it holds.
-void PacketRing::map(std::uint32_t mtu) {
-    constexpr std::uint32_t besides = 256; // headers of the block, the frame, and the link
-    blockBytes_ = std::max(smallestBlock, std::bit_ceil(2 * (mtu + besides)));
-    blocks_ = ringBytes / blockBytes_;
+void PacketRing::map() {
     tpacket_req3 request{};
-    request.tp_block_size = blockBytes_;
-    request.tp_block_nr = blocks_;
-    request.tp_frame_size = blockBytes_;
-    request.tp_frame_nr = blocks_;
+    request.tp_block_size = blockBytes;
+    request.tp_block_nr = blocks;
+    request.tp_frame_size = blockBytes;
+    request.tp_frame_nr = blocks;
     request.tp_retire_blk_tov = longestWaitMilliseconds;
     setOption(socket_.value(), PACKET_RX_RING, request, "making the receive ring");
-    void* memory = mmap(nullptr, std::size_t{blockBytes_} * blocks_, PROT_READ | PROT_WRITE,
-                        MAP_SHARED, socket_.value(), 0);
+    void* memory = mmap(nullptr, ringBytes, PROT_READ | PROT_WRITE, MAP_SHARED, socket_.value(), 0);
     if (memory == MAP_FAILED) {
         refuse("mapping the receive ring");
     }
@@ -115,7 +112,7 @@ void PacketRing::map(std::uint32_t mtu) {
 }
 
 tpacket_block_desc* PacketRing::block(std::uint32_t index) const noexcept {
-    return reinterpret_cast<tpacket_block_desc*>(memory_ + std::size_t{index} * blockBytes_);
+    return reinterpret_cast<tpacket_block_desc*>(memory_ + std::size_t{index} * blockBytes);
 }
 
 bool PacketRing::takeBlock() noexcept {
@@ -132,7 +129,7 @@ bool PacketRing::takeBlock() noexcept {
 void PacketRing::giveBlockBack() noexcept {
     statusOf(*block(current_)).store(TP_STATUS_KERNEL, std::memory_order_release);
     isHeld_ = false;
-    current_ = (current_ + 1) % blocks_;
+    current_ = (current_ + 1) % blocks;
 }
 
 bool PacketRing::next(RingFrame& frame) noexcept {

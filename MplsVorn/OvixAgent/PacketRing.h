@@ -38,7 +38,7 @@ struct RingFrame {
 class PacketRing {
   public:
     /// Throws std::system_error, whose text says which step failed.
-    PacketRing(unsigned int interfaceIndex, PacketIntake intake, std::uint32_t mtu);
+    PacketRing(unsigned int interfaceIndex, PacketIntake intake);
     PacketRing(const PacketRing&) = delete;
     PacketRing& operator=(const PacketRing&) = delete;
     ~PacketRing();
@@ -58,12 +58,10 @@ class PacketRing {
     tpacket_block_desc* block(std::uint32_t index) const noexcept;
     bool takeBlock() noexcept;
     void giveBlockBack() noexcept;
-    void map(std::uint32_t mtu);
+    void map();
 
     FileDescriptor socket_;
     std::uint8_t* memory_ = nullptr;
-    std::uint32_t blockBytes_ = 0;
-    std::uint32_t blocks_ = 0;
     std::uint32_t current_ = 0; ///< the block that is being read, or is to be read next
     bool isHeld_ = false;       ///< whether that block is ours
     std::uint32_t left_ = 0;    ///< frames of it that are still to be read

@@ -13,8 +13,18 @@ namespace {
 constexpr std::size_t macsSize = 12;
 constexpr std::size_t tagSize = 4;
 
-bool hasTagBeside(const tpacket3_hdr& header) noexcept {
-    return (header.tp_status & TP_STATUS_VLAN_VALID) != 0;
+bool isCutShort(const RingFrame& received) noexcept {
+    return received.bytes.size() < received.header->tp_len;
+}
+
+/// One that can be put back, too.
+bool hasTagBeside(const RingFrame& received) noexcept {
+    return (received.header->tp_status & TP_STATUS_VLAN_VALID) != 0 &&
+           received.bytes.size() >= macsSize;
+}
+
+CaptureTime timeOf(const tpacket3_hdr& header) noexcept {
+    return {header.tp_sec, header.tp_nsec};
 }
 
 /// Moves the MAC addresses into the four bytes before the frame, and the tag in between.
@@ -32,23 +42,34 @@ std::span<std::uint8_t> putTagBack(const RingFrame& received) noexcept {
 
 } // namespace
 
-bool toWireFrame(const RingFrame& received, Frame& frame, LiveCounts& counts) noexcept {
+void toWireFrame(const RingFrame& received, Frame& frame, LiveCounts& counts) noexcept {
     const tpacket3_hdr& header = *received.header;
-    if (received.offloaded.segmentation != 0) {
-        counts.add(LiveEvent::unsegmented);
-        return false;
-    }
-    if (received.bytes.size() < header.tp_len) {
+    if (isCutShort(received)) {
         counts.add(LiveEvent::truncated);
     } else if (received.offloaded.needsChecksum()) {
         completeChecksum(received.bytes, received.offloaded.checksumStart,
                          received.offloaded.checksumOffset);
     }
-    const bool isTagged = hasTagBeside(header) && received.bytes.size() >= macsSize;
+    const bool isTagged = hasTagBeside(received);
     frame.bytes = isTagged ? putTagBack(received) : received.bytes;
     frame.originalLength = header.tp_len + static_cast<std::uint32_t>(isTagged ? tagSize : 0);
-    frame.time = {header.tp_sec, header.tp_nsec};
-    return true;
+    frame.time = timeOf(header);
+}
+
+void toWireFrames(const RingFrame& received, FrameSegments& segments, LiveCounts& counts) noexcept {
+    if (isCutShort(received)) {
+        counts.add(LiveEvent::truncated);
+        return;
+    }
+    OffloadedWork work = received.offloaded;
+    std::span<std::uint8_t> frame = received.bytes;
+    if (hasTagBeside(received)) {
+        frame = putTagBack(received);
+        work.checksumStart = static_cast<std::uint16_t>(work.checksumStart + tagSize);
+    }
+    if (!segments.start(frame, work, timeOf(*received.header))) {
+        counts.add(LiveEvent::unsegmented);
+    }
 }
 
 } // namespace OvixAgent

@@ -12,7 +12,9 @@ namespace OvixAgent {
 
 /// A port for labelled frames through AF_XDP, past the host's network stack; whatever else the
 /// interface receives goes to that stack. Frames come with the tag that is in them: an interface
-/// that takes tags off by itself has to be told not to (its "rxvlan" offload).
+/// that takes tags off by itself has to be told not to (its "rxvlan" offload). On a virtual link
+/// they come with the checksum that the sender at the other end has left to the hardware, too:
+/// that sender has to be told not to (its "tx" offload).
 class XdpPort final : public LivePort {
   public:
     /// `index` is handed on in every frame. When the interface cannot be used, the port is not

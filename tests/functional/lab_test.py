@@ -16,10 +16,9 @@ NAMESPACES = ["unshare", "--mount", "--pid", "--ipc", "--net", "--fork", "--moun
 TRIAL = """
 mount -t tmpfs tmpfs /dev/shm
 ip link add one type veth peer name other
-ethtool -K one tso off
 python3 -c 'import socket; socket.socket(socket.AF_PACKET, socket.SOCK_RAW)'
 """
-PROGRAMS = ["ip", "ethtool", "ping", "traceroute", "iperf3", "tshark", "dumpcap", "cc",
+PROGRAMS = ["ip", "ping", "traceroute", "iperf3", "tshark", "dumpcap", "cc",
             "/usr/lib/frr/ldpd"]
 
 

@@ -162,6 +162,30 @@ for i in range({count}): s.send(frame + bytes(46)); time.sleep(0.002)""").commun
         self.assertLessEqual(set(result["dropped"]["reasons"]), {"No neighbour for the next hop"})
         self.assertGreaterEqual(result["forwarded"]["ports"]["east"]["frames"], 51)
 
+    def sent_by_west(self) -> int:
+        """How many frames west's end of its link has sent, uncut ones counted once."""
+        return int(self.host(self.west, """
+print(open("/sys/class/net/eth0/statistics/tx_packets").read())""").communicate()[0])
+
+    def test_a_stream_whose_sender_leaves_cutting_it_up_to_the_hardware_arrives_whole(self):
+        process = self.start()
+        self.learn_neighbours()
+        receiver = self.host(self.east, """
+import hashlib, socket
+s = socket.create_server(("10.0.2.2", 7001)); print("ready", flush=True)
+stream = s.accept()[0].makefile("rb").read()
+print(len(stream), hashlib.sha256(stream).hexdigest())""")
+        self.assertEqual(receiver.stdout.readline(), "ready\n")
+        sent = self.host(self.west, """
+import hashlib, random, socket
+stream = random.Random(1).randbytes(5_000_000)
+with socket.create_connection(("10.0.2.2", 7001), timeout=20) as s: s.sendall(stream)
+print(len(stream), hashlib.sha256(stream).hexdigest())""").communicate(timeout=DEADLINE)[0]
+        self.assertEqual(receiver.communicate(timeout=DEADLINE)[0], sent)
+        frames = self.sent_by_west()
+        result = self.stop(process)
+        self.assertGreater(result["forwarded"]["ports"]["east"]["frames"], 2 * frames)
+
     def test_labels_are_swapped_and_counted(self):
         process = self.start()
         self.learn_neighbours()

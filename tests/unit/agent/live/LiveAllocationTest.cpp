@@ -2,8 +2,10 @@
 #include <memory>
 
 #include "FrameBytes.h"
+#include "FrameSegments.h"
 #include "HeapCount.h"
 #include "LiveTesting.h"
+#include "MergedFrame.h"
 #include "PacketPort.h"
 #include "TapPort.h"
 #include "XdpPort.h"
@@ -46,6 +48,21 @@ TEST_F(LiveAllocationTest, PacketPortsTakeNothingFromTheHeapPerFrame) {
     PacketPort left(0, "left", PacketIntake::labelled);
     PacketPort right(1, "right", PacketIntake::labelled);
     expectNoAllocation(left, right, toRight({ethVlan, 5, ethMpls}));
+}
+
+TEST(FrameSegmentsAllocation, CuttingAFrameUpTakesNothingFromTheHeap) {
+    const MergedFrame merged;
+    Bytes whole = merged.whole();
+    OvixAgent::FrameSegments segments;
+    OvixAgent::Frame frame;
+    std::size_t count = 0;
+    const std::uint64_t before = TestSupport::heapAllocations;
+    EXPECT_TRUE(segments.start(whole, merged.work(), {}));
+    while (segments.next(frame)) {
+        ++count;
+    }
+    EXPECT_EQ(TestSupport::heapAllocations, before);
+    EXPECT_EQ(count, 3U);
 }
 
 TEST_F(LiveAllocationTest, XdpPortsTakeNothingFromTheHeapPerFrame) {

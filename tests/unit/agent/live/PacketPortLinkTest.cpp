@@ -93,22 +93,29 @@ TEST_F(PacketPortLinkTest, FramesThatWaitInTheQueueWhenThePortIsReopenedAreCount
     EXPECT_EQ(left.counts().of(LiveEvent::interfaceGone), 1U);
 }
 
-TEST_F(PacketPortLinkTest, AFrameLongerThanTheMtuOfWhenThePortWasOpenedIsTruncated) {
+// Of all links only the loopback interface has an MTU that large.
+TEST_F(PacketPortLinkTest, AFrameLongerThanTheRingHoldsIsTruncated) {
+    ip("link set lo mtu 200000");
+    PacketPort port(1, "lo", PacketIntake::everything);
+    PacketPort sender(0, "lo", PacketIntake::labelled);
+    send(sender, toRight({ethMpls}, 1, 150000));
+    bool isSeen = false;
+    const auto look = [&](const OvixAgent::Frame& frame) {
+        isSeen = true;
+        EXPECT_EQ(frame.originalLength, 150014U);
+        EXPECT_LT(frame.bytes.size(), 150014U);
+        EXPECT_GT(frame.bytes.size(), 65549U);
+    };
+    EXPECT_TRUE(pollUntil([&] { return port.descriptor(); }, [&] { port.receive(look, 1); },
+                          [&] { return isSeen; }));
+    EXPECT_EQ(port.counts().of(LiveEvent::truncated), 1U);
+    expectPasses(sender, port, toRight({ethMpls}, 2, 65000));
+}
+
+TEST_F(PacketPortLinkTest, AnMtuThatGrowsWhileThePortIsOpenIsNoMatter) {
     PacketPort right(1, "right", PacketIntake::labelled);
     ip("link set left mtu 60000");
     ip("link set right mtu 60000");
     PacketPort left(0, "left", PacketIntake::labelled);
-    send(left, toRight({ethMpls}, 1, 60000));
-    bool isSeen = false;
-    const auto look = [&](const OvixAgent::Frame& frame) {
-        isSeen = true;
-        EXPECT_EQ(frame.originalLength, 60014U);
-        EXPECT_LT(frame.bytes.size(), 60014U);
-        EXPECT_GT(frame.bytes.size(), 1514U);
-    };
-    EXPECT_TRUE(pollUntil([&] { return right.descriptor(); }, [&] { right.receive(look, 1); },
-                          [&] { return isSeen; }));
-    EXPECT_EQ(right.counts().of(LiveEvent::truncated), 1U);
-    EXPECT_TRUE(right.reopen());
-    expectPasses(left, right, toRight({ethMpls}, 2, 60000));
+    expectPasses(left, right, toRight({ethMpls}, 1, 60000));
 }

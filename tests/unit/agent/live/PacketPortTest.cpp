@@ -142,7 +142,7 @@ TEST_F(PacketPortTest, ThousandsOfFramesArriveInOrderWithinTheBudget) {
 }
 
 TEST_F(PacketPortTest, WhatFindsNoRoomInTheRingIsCounted) {
-    constexpr std::uint64_t count = 20000;
+    constexpr std::uint64_t count = 30000;
     PacketPort left(0, "left", PacketIntake::labelled);
     PacketPort right(1, "right", PacketIntake::labelled);
     const Bytes frame = toRight({ethMpls}, 0, 1400);
