@@ -9,14 +9,15 @@
 namespace OvixAgent {
 
 /// The IP routes of one VRF, of both families. The longest prefix that matches is found by asking
-/// one hash table per prefix length in use, the longest first.
+/// one hash table per prefix length in use, the longest first. A route that has been learned goes
+/// before the configured one of its prefix, as long as there is one.
 class Fib {
   public:
-    /// False, with nothing done, when the prefix has a route already.
+    /// Adds a configured route. False, with nothing done, when the prefix has a route already.
     bool insert(const IpPrefix& prefix, IpRoute route);
-    /// In the place of the prefix' route, if it has one.
+    /// Adds a learned route, in the place of the one learned before.
     void routeIs(const IpPrefix& prefix, IpRoute route);
-    /// False when there is no such route.
+    /// Takes the learned route away. False when there is none.
     bool routeDel(const IpPrefix& prefix);
 
     /// The route of the longest prefix that the address lies in; null when there is none, as for an
@@ -24,15 +25,22 @@ class Fib {
     const IpRoute* find(const Lumo::IpGenAddr& address) const noexcept;
 
   private:
-    std::uint32_t place(IpRoute route);
+    struct Place {
+        IpRoute route;
+        bool isConfigured;
+        std::uint32_t covered; ///< place of the configured route that a learned one is before
+    };
+
+    std::uint32_t place(Place made);
+    void giveBack(std::uint32_t at);
 
     using Lengths = std::vector<PrefixTable>; ///< longest first
 
-    static PrefixTable& tableOf(Lengths& lengths, unsigned length);
+    PrefixTable& tableOf(const IpPrefix& prefix);
 
     Lengths ipv4_;
     Lengths ipv6_;
-    std::vector<IpRoute> routes_;
+    std::vector<Place> routes_;
     std::vector<std::uint32_t> free_; ///< places among the routes
 };
 

@@ -74,6 +74,21 @@ TEST(FibChanges, ARefusedInsertionChangesNothing) {
     EXPECT_EQ(portFor(fib, "11.0.0.1"), 3U);
 }
 
+TEST(FibChanges, AConfiguredRouteIsBackWhenTheLearnedOneGoes) {
+    Fib fib;
+    fib.insert(prefix("10.0.0.0", 8), routeTo(1));
+    EXPECT_FALSE(fib.routeDel(prefix("10.0.0.0", 8)));
+    for (PortIndex round = 2; round < 5; ++round) {
+        fib.routeIs(prefix("10.0.0.0", 8), routeTo(round));
+        fib.routeIs(prefix("10.0.0.0", 8), routeTo(round + 10));
+        EXPECT_EQ(portFor(fib, "10.1.1.1"), round + 10);
+        EXPECT_FALSE(fib.insert(prefix("10.0.0.0", 8), routeTo(9)));
+        EXPECT_TRUE(fib.routeDel(prefix("10.0.0.0", 8)));
+        EXPECT_EQ(portFor(fib, "10.1.1.1"), 1U);
+    }
+    EXPECT_FALSE(fib.routeDel(prefix("10.0.0.0", 8)));
+}
+
 TEST(FibChanges, RoutesThatComeAndGoAtRandomAreAsInAnOrderedMap) {
     std::mt19937 random(11);
     Fib fib;

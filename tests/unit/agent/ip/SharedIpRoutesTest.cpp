@@ -154,11 +154,18 @@ TEST_F(SharedIpRoutesTest, OwnAddressesStayTheDevicesOwn) {
     EXPECT_EQ(to("2001:db8:1::1"), "local");
 }
 
-TEST_F(SharedIpRoutesTest, AConfiguredRouteGivesWayToASharedOne) {
+TEST_F(SharedIpRoutesTest, AConfiguredRouteGivesWayToASharedOneAsLongAsThatIsThere) {
+    const L3::RouteKey nine = key("10.9.0.0", 16);
     EXPECT_EQ(to("10.9.0.1"), "drop");
-    routeIs(key("10.9.0.0", 16), {via("east", "10.0.2.2")});
+    routeIs(nine, {via("east", "10.0.2.2")});
     commit();
     EXPECT_EQ(to("10.9.0.1"), "1 10.0.2.2; ");
+    routeIs(nine, {via("west", "10.0.1.2")});
+    commit();
+    EXPECT_EQ(to("10.9.0.1"), "0 10.0.1.2; ");
+    writer.routeDel(nine);
+    commit();
+    EXPECT_EQ(to("10.9.0.1"), "drop");
 }
 
 TEST_F(SharedIpRoutesTest, AnInterfaceThatIsNoPortLeadsToTheDevice) {
