@@ -1,23 +1,11 @@
 """FRR on a router: zebra, ospfd and ldpd with their configuration, and bgpd for the VPN."""
 
-import json
 import pathlib
-import shutil
 
-import network
 import topology
-from processes import Process, wait_until
+from frr import FPM, Frr
 
-HERE = pathlib.Path(__file__).resolve().parent
-DAEMONS = pathlib.Path("/usr/lib/frr")
-FPM_PORT = 2620
-
-ZEBRA = f"""
-no ip forwarding
-no zebra nexthop kernel enable
-fpm address 127.0.0.1 port {FPM_PORT}
-no fpm use-next-hop-groups
-"""
+ZEBRA = "no ip forwarding" + FPM
 
 # A link that comes back is used again only when LDP has labels for it (RFC 5443).
 OSPF = """
@@ -96,59 +84,14 @@ def bgp_config(router: str) -> str:
                       vrf=topology.VRF, table=topology.VRF_TABLE)
 
 
-def compile_module(directory: pathlib.Path) -> pathlib.Path:
-    module = directory / "labels_past_kernel.so"
-    network.run("cc", "-shared", "-fPIC", "-o", module, HERE / "labels_past_kernel.c")
-    return module
-
-
-class Daemons:
-    """The daemons of one router, started one by one."""
+class Daemons(Frr):
+    """The daemons of one router."""
 
     def __init__(self, router: str, directory: pathlib.Path, module: pathlib.Path):
-        self.router, self.module = router, module
-        self.directory = directory / router / "frr"
-        self.directory.mkdir(parents=True)
-        self.socket = self.directory / "zserv.api"
         configs = {"zebra": ZEBRA, "ospfd": ospf_config(router), "ldpd": ldp_config(router)}
         if router in topology.vpn_routers():
             configs["bgpd"] = bgp_config(router)
-        for name, text in configs.items():
-            (self.directory / f"{name}.conf").write_text(text)
-        shutil.chown(self.directory, "frr", "frr")
-        self.processes = {}
-
-    def start_all(self) -> None:
-        """One that does not find zebra tries again only after ten seconds."""
-        self.start_zebra()
-        self.start("ospfd")
-        self.start("ldpd")
-        if self.router in topology.vpn_routers():
-            self.start("bgpd")
-
-    def start_zebra(self) -> None:
-        self.start("zebra")
-        wait_until(f"zebra listens on {self.router}", self.socket.exists, 10)
-
-    def start(self, name: str) -> None:
-        command = [DAEMONS / name, "-f", self.directory / f"{name}.conf",
-                   "-i", self.directory / f"{name}.pid", "-z", self.socket,
-                   "--vty_socket", self.directory, "-u", "frr", "-g", "frr", "-P", "0",
-                   "--log", f"file:{self.directory / name}.log"]
-        if name == "zebra":
-            # Its predecessor's routes stay in the kernel until they are told again.
-            command += ["-K", "15", "-M", "dplane_fpm_nl"]
-            if not network.kernel_has_mpls():
-                command += ["-M", self.module]  # behind dplane_fpm_nl, as the module says
-            command = [HERE / "with_mpls_sysctls.sh", self.directory / "sysctls", *command]
-        if name == "ldpd":
-            command += ["--ctl_socket", self.directory]
-        self.processes[name] = Process(self.router, self.directory, name, *command)
-
-    def kill(self, name: str) -> None:
-        self.processes[name].kill()
-        if name == "zebra":
-            self.socket.unlink()
+        super().__init__(router, directory, module, configs)
 
     def restart_others(self) -> None:
         """What FRR's watchdog does when zebra has died: these two do not tell a new zebra what they
@@ -157,12 +100,6 @@ class Daemons:
         self.kill("ldpd")
         self.start("ospfd")
         self.start("ldpd")
-
-    def show(self, words: str) -> dict:
-        """The answer to `show WORDS json`."""
-        done = network.run("vtysh", "--vty_socket", self.directory, "-c", f"show {words} json",
-                           check=False)
-        return json.loads(done.stdout) if done.returncode == 0 and done.stdout.strip() else {}
 
     def labels(self) -> dict:
         """FRR's label table by incoming label."""

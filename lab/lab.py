@@ -7,6 +7,7 @@ import network
 import topology
 import traffic
 from dataplane import Dataplane
+from frr import compile_module
 from processes import wait_until
 
 IMPLICIT_NULL = 3
@@ -22,7 +23,7 @@ class Lab:
         if network.kernel_has_vrfs():
             topology.add_vpn()
         network.build()
-        module = daemons.compile_module(self.directory)
+        module = compile_module(self.directory)
         for router in topology.ROUTERS:
             plane = self.planes[router] = Dataplane(router, self.directory)
             plane.start_fpm()
