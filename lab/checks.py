@@ -98,8 +98,10 @@ def vpn(lab) -> str:
     expect(frames == [[stack]] * 20, f"FRR chose labels {stack}; on the wire: {frames}")
     strayed = traffic.dissected(at_ce2, pings, "ip.src")
     expect(not strayed, f"{len(strayed)} of 20 came to CE2")
+    way = traffic.hops(hosts)
     return (f"VPN2 answers after {took:.1f} s; all of 20 pings answered, labels {stack} on each "
-            "request, and none came to CE2, which has the same address")
+            "request, and none came to CE2, which has the same address; the way is " +
+            ", ".join(way))
 
 
 def link_cut(lab) -> str:

@@ -67,11 +67,12 @@ def throughput(directory: pathlib.Path, seconds: int) -> float:
         server.kill()
 
 
-def hops() -> list[str]:
-    """The nodes on the way from CE1 to CE2 by their addresses, "*" for one that does not answer;
+def hops(hosts: tuple[str, str] = BETWEEN_CES) -> list[str]:
+    """The nodes on the way from one host to another by their addresses, "*" for one that does not answer;
     with the label that it saw when it tells one (RFC 4950)."""
-    shown = network.run_in("ce1", "traceroute", "-n", "-e", "-q", 1, "-w", 1, "-m", 6,
-                           topology.address("ce2")).stdout
+    source, target = hosts
+    shown = network.run_in(source, "traceroute", "-n", "-e", "-q", 1, "-w", 1, "-m", 6,
+                           topology.address(target)).stdout
     nodes = []
     for line in shown.splitlines()[1:]:
         label = re.search(r"<MPLS:L=(\d+)", line)

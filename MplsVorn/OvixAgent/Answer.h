@@ -20,7 +20,7 @@ struct Answer {
 /// Whether an address can be reached by IP routing from here.
 using IsRoutable = std::function<bool(const Lumo::IpGenAddr& address)>;
 
-/// How an ICMP error gets to the source of the packet that it answers: by IP routing, else along
+/// How an answer gets to the source of the packet that it answers: by IP routing, else along
 /// the LSP that the packet was on, since the router at its end knows the way back (RFC 3032 section
 /// 2.3.2). There the answer gets the labels of the packet, each with a TTL of 255; router alert
 /// labels are left out, as they would only bring it back here. Empty when there is no packet, or

@@ -83,8 +83,8 @@ void CpuAnswers::answer(const OvixAgent::Frame& frame, const LabelledPacket& pac
         return;
     }
     const auto labels = labelEntries(packet.labels);
-    const bool spent = labels.empty() ? packet.ip.ttl() <= 1 && !isOwn(packet.ip.destination())
-                                      : labels.front().ttl() <= 1;
+    const bool spent =
+        labels.empty() ? packet.ip.ttl() <= 1 && !isOwn(frame, packet) : labels.front().ttl() <= 1;
     if (spent) {
         queue(AnswerReason::timeExceeded, frame, packet, icmpTimeExceeded(packet, own));
     }
@@ -106,8 +106,9 @@ void CpuAnswers::queue(AnswerReason reason, const OvixAgent::Frame& frame,
         !rate_.admit(reason, monotonicNanoseconds())) {
         return;
     }
-    const auto isRoutable = [this](const Lumo::IpGenAddr& address) {
-        return forwarding_->vrfs->fib({})->find(address) != nullptr;
+    const bool isRouters = reason == AnswerReason::lspEcho || !mayBeOfVpn(packet);
+    const auto isRoutable = [&](const Lumo::IpGenAddr& address) {
+        return isRouters && forwarding_->vrfs->fibOfPort(frame.port).find(address) != nullptr;
     };
     if (const auto answer = answerTo(packet, std::move(bytes), isRoutable)) {
         answers_.push_back(
@@ -115,9 +116,18 @@ void CpuAnswers::queue(AnswerReason reason, const OvixAgent::Frame& frame,
     }
 }
 
-bool CpuAnswers::isOwn(const Lumo::IpGenAddr& address) const {
-    const IpRoute* route = forwarding_->vrfs->fib({})->find(address);
+/// Whether the packet is for this device.
+bool CpuAnswers::isOwn(const OvixAgent::Frame& frame, const LabelledPacket& packet) const {
+    const IpRoute* route = forwarding_->vrfs->fibOfPort(frame.port).find(packet.ip.destination());
     return route != nullptr && route->isLocal();
+}
+
+/// Whether the addresses of a labelled packet may be a VPN's (RFC 4364), and not those that are
+/// routed by here: below the outermost label stands another, or the label leads into a VRF.
+bool CpuAnswers::mayBeOfVpn(const LabelledPacket& packet) const {
+    const auto labels = labelEntries(packet.labels);
+    return labels.size() > 1 ||
+           (!labels.empty() && labelUse(labels.front().label()).use == EchoLabel::Use::popped);
 }
 
 EchoLabel CpuAnswers::labelUse(Lumo::MplsLabel label) const {

@@ -40,7 +40,8 @@ class CpuAnswers final : public TransmitPort, public TooBigListener {
     void answer(const OvixAgent::Frame& frame, const LabelledPacket& packet);
     void queue(AnswerReason reason, const OvixAgent::Frame& frame, const LabelledPacket& packet,
                std::vector<std::uint8_t> bytes);
-    bool isOwn(const Lumo::IpGenAddr& address) const;
+    bool isOwn(const OvixAgent::Frame& frame, const LabelledPacket& packet) const;
+    bool mayBeOfVpn(const LabelledPacket& packet) const;
     EchoLabel labelUse(Lumo::MplsLabel label) const;
 
     TransmitPort* cpu_;

@@ -106,6 +106,9 @@ void RoutePublisher::route(const PrefixRoute& route) {
     made.key = keyOf(route.destination());
     made.vrf = vrfOf(made.key.table);
     if (route.nextHops() != nullptr) {
+        for (const NextHop& hop : *route.nextHops()) {
+            mustBeForwardedBy(hop, made.vrf);
+        }
         made.kind = L3::Route::Kind::forward;
         made.ways =
             Mpls::Hardware::Adjacency::create(viasOf(*route.nextHops(), false, true), {}, false);
@@ -130,6 +133,20 @@ const HostInterface& RoutePublisher::interfaceOf(const NextHop& hop) {
         throw std::runtime_error("there is no interface " + std::to_string(hop.way().interface()));
     }
     return *found;
+}
+
+/// Throws for a way that a packet cannot go as zebra tells it.
+void RoutePublisher::mustBeForwardedBy(const NextHop& hop, const L3::VrfName& vrf) {
+    // zebra leaves out a next hop of the other family (RFC 4659): nobody knows who takes the
+    // labels.
+    if (!hop.labels().empty() && !hop.way().hasGateway()) {
+        throw std::invalid_argument("labels are to be pushed toward no next hop");
+    }
+    // In its own VRF the device stands for this host.
+    const HostInterface& interface = interfaceOf(hop);
+    if (interface.isVrf && interface.name != vrf.view()) {
+        throw std::invalid_argument("routes are not followed into VRF " + interface.name);
+    }
 }
 
 L3::VrfName RoutePublisher::vrfOf(std::uint32_t table) {

@@ -40,6 +40,7 @@ class RoutePublisher {
     std::vector<Mpls::WeightedVia> viasOf(const NextHops& hops, bool ofLabel, bool uniform);
     const HostInterface& interfaceOf(const NextHop& hop);
     L3::VrfName vrfOf(std::uint32_t table);
+    void mustBeForwardedBy(const NextHop& hop, const L3::VrfName& vrf);
 
     Mpls::TablePublisher* tables_;
     InterfaceLookup* interfaces_;

@@ -117,6 +117,22 @@ TEST_F(RoutePublisherTest, ARouteOfATableThatIsNoVrfsIsRefused) {
     EXPECT_EQ(now.ip("203.0.113.0", 24, 11), "blue: via 192.0.2.6 east0 weight 1");
 }
 
+TEST_F(RoutePublisherTest, LabelsTowardNoNextHopAreRefused) {
+    const Destination there = to("2001:db8:120::", 64, 10);
+    EXPECT_EQ(change(prefixRoute(there, {hop({}, "2001:db8::2", 3)})), "");
+    EXPECT_EQ(change(prefixRoute(there, {hop({16, 17}, "", 3)})),
+              "labels are to be pushed toward no next hop");
+    EXPECT_EQ(now.ipRoutes(), 0U);
+}
+
+TEST_F(RoutePublisherTest, AVrfDeviceIsThisHostInItsOwnVrfAndRefusedInOthers) {
+    EXPECT_EQ(change(prefixRoute(to("10.1.1.1", 32, 10), {hop({}, "", 9)})), "");
+    EXPECT_EQ(now.ip("10.1.1.1", 32, 10), "red: red weight 1");
+    EXPECT_EQ(change(prefixRoute(to("203.0.118.0", 24), {hop({}, "", 9)})),
+              "routes are not followed into VRF red");
+    EXPECT_EQ(now.ipRoutes(), 1U);
+}
+
 TEST_F(RoutePublisherTest, ARouteOfAVrfThatIsGoneCanBeWithdrawn) {
     const Destination there = to("203.0.113.0", 24, 10);
     EXPECT_EQ(change(prefixRoute(there, {hop({}, "192.0.2.6", 5)})), "");
