@@ -5,7 +5,7 @@
 #include <map>
 #include <random>
 
-#include "Config.h"
+#include "Config/Config.h"
 
 namespace Bench {
 

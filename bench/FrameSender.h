@@ -7,8 +7,8 @@
 #include <sys/socket.h>
 #include <vector>
 
-#include "FileDescriptor.h"
 #include "FrameBytes.h"
+#include "Posix/FileDescriptor.h"
 
 namespace Bench {
 

@@ -9,8 +9,8 @@
 #include <string_view>
 #include <unistd.h>
 
-#include "FileDescriptor.h"
 #include "Links.h"
+#include "Posix/FileDescriptor.h"
 
 namespace Bench {
 

@@ -1,7 +1,7 @@
 #include "Router.h"
 
-#include "CapturedLoopback.h"
-#include "PluginHost.h"
+#include "Capture/CapturedLoopback.h"
+#include "Forwarding/PluginHost.h"
 
 namespace Bench {
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "AgentState.h"
-#include "Forwarder.h"
+#include "Forwarding/Forwarder.h"
+#include "Forwarding/TransmitPort.h"
 #include "Mpls/Hardware/Status.h"
 #include "Scenarios.h"
-#include "TransmitPort.h"
+#include "Tables/AgentState.h"
 
 namespace Bench {
 

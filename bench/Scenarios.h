@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "ConfigTypes.h"
+#include "Config/ConfigTypes.h"
 
 namespace Bench {
 

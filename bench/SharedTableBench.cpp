@@ -8,8 +8,8 @@
 #include "Router.h"
 #include "Scenarios.h"
 #include "TableBench.h"
-#include "TableLoading.h"
 #include "TableSamples.h"
+#include "Tables/TableLoading.h"
 #include "Tessel/Exceptions.h"
 
 namespace Bench {

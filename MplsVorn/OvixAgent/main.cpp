@@ -1,8 +1,8 @@
 #include <cstdio>
 #include <variant>
 
-#include "CliOptions.h"
-#include "Run.h"
+#include "Command/CliOptions.h"
+#include "Command/Run.h"
 
 int main(int argc, char** argv) {
     const auto parsed = OvixAgent::parseCommandLine(argc, argv);

@@ -9,7 +9,7 @@
 #include "Mpls/TransitRoutes.h"
 #include "Output.h"
 #include "RouteRequest.h"
-#include "TableLoading.h"
+#include "Tables/TableLoading.h"
 
 namespace OvixCtl {
 

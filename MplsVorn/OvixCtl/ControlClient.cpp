@@ -10,7 +10,7 @@
 #include <sys/time.h>
 #include <sys/un.h>
 
-#include "FileDescriptor.h"
+#include "Posix/FileDescriptor.h"
 
 namespace OvixCtl {
 

@@ -4,8 +4,8 @@
 #include <stdexcept>
 
 #include "Commands.h"
+#include "Control/ControlPath.h"
 #include "ControlClient.h"
-#include "ControlPath.h"
 #include "CounterTables.h"
 #include "Output.h"
 #include "RouteWords.h"

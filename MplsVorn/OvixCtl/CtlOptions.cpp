@@ -4,7 +4,7 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "CliOptions.h"
+#include "Command/CliOptions.h"
 #include "CtlHelp.h"
 #include "Tessel/TableMemory.h"
 

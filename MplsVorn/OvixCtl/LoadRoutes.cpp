@@ -6,7 +6,7 @@
 #include "EntryTable.h"
 #include "Output.h"
 #include "TableDiff.h"
-#include "TableLoading.h"
+#include "Tables/TableLoading.h"
 #include "WantedTables.h"
 
 namespace OvixCtl {

@@ -5,8 +5,8 @@
 #include <optional>
 #include <span>
 
-#include "ConfigPorts.h"
-#include "ConfigText.h"
+#include "Config/ConfigPorts.h"
+#include "Config/ConfigText.h"
 #include "EntryTable.h"
 #include "RouteWords.h"
 

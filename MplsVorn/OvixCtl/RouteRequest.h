@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "ConfigTypes.h"
+#include "Config/ConfigTypes.h"
 #include "Mpls/TableDirectory.h"
 
 namespace OvixCtl {

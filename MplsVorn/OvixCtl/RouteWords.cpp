@@ -6,8 +6,8 @@
 #include <fmt/format.h>
 #include <optional>
 
-#include "ConfigText.h"
-#include "ConfigVias.h"
+#include "Config/ConfigText.h"
+#include "Config/ConfigVias.h"
 
 namespace OvixCtl {
 

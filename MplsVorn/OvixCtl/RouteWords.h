@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "ConfigTypes.h"
+#include "Config/ConfigTypes.h"
 #include "UsageError.h"
 
 namespace OvixCtl {

@@ -4,7 +4,7 @@
 #include <fmt/format.h>
 #include <limits>
 
-#include "ConfigText.h"
+#include "Config/ConfigText.h"
 #include "EntryTable.h"
 #include "RouteWords.h"
 

@@ -4,8 +4,8 @@
 #include <iostream>
 #include <iterator>
 
-#include "Config.h"
-#include "TableLoading.h"
+#include "Config/Config.h"
+#include "Tables/TableLoading.h"
 
 namespace OvixCtl {
 

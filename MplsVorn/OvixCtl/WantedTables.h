@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "ConfigTypes.h"
+#include "Config/ConfigTypes.h"
 #include "Interface/Names.h"
 #include "Mpls/TablePublisher.h"
 #include "TableView.h"

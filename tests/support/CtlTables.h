@@ -8,8 +8,8 @@
 #include "IntfText.h"
 #include "LocalTables.h"
 #include "RouteRequest.h"
-#include "TableLoading.h"
 #include "TableView.h"
+#include "Tables/TableLoading.h"
 
 namespace CtlTesting {
 

@@ -1,4 +1,4 @@
-#include "Answer.h"
+#include "Answers/Answer.h"
 
 #include "AnswersTesting.h"
 

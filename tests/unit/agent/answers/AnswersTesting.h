@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 #include <string>
 
+#include "Answers/LabelledPacket.h"
+#include "Answers/OwnAddresses.h"
 #include "FrameBytes.h"
-#include "LabelledPacket.h"
-#include "OwnAddresses.h"
 
 namespace OvixAgent::Testing {
 

@@ -1,7 +1,7 @@
-#include "CpuAnswers.h"
+#include "Answers/CpuAnswers.h"
 
 #include "AnswersTesting.h"
-#include "Config.h"
+#include "Config/Config.h"
 #include "LocalTables.h"
 #include "Mpls/TransitRoutes.h"
 

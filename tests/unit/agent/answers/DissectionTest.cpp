@@ -5,10 +5,10 @@
 #include <filesystem>
 #include <unistd.h>
 
-#include "CaptureWriter.h"
+#include "Answers/IcmpTimeExceeded.h"
+#include "Answers/IcmpTooBig.h"
+#include "Capture/CaptureWriter.h"
 #include "EchoTesting.h"
-#include "IcmpTimeExceeded.h"
-#include "IcmpTooBig.h"
 
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;

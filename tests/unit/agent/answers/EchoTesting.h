@@ -1,7 +1,7 @@
 #pragma once
 
+#include "Answers/LspEcho.h"
 #include "AnswersTesting.h"
-#include "LspEcho.h"
 
 namespace OvixAgent::Testing {
 

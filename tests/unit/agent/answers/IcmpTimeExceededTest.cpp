@@ -1,4 +1,4 @@
-#include "IcmpTimeExceeded.h"
+#include "Answers/IcmpTimeExceeded.h"
 
 #include "AnswersTesting.h"
 

@@ -1,4 +1,4 @@
-#include "IcmpTooBig.h"
+#include "Answers/IcmpTooBig.h"
 
 #include "AnswersTesting.h"
 

@@ -1,4 +1,4 @@
-#include "IpUpperLayer.h"
+#include "Ip/IpUpperLayer.h"
 
 #include "AnswersTesting.h"
 

@@ -1,4 +1,4 @@
-#include "LabelledPacket.h"
+#include "Answers/LabelledPacket.h"
 
 #include "AnswersTesting.h"
 

@@ -1,4 +1,4 @@
-#include "LspEchoRequest.h"
+#include "Answers/LspEchoRequest.h"
 
 #include "EchoTesting.h"
 

@@ -1,4 +1,4 @@
-#include "LspEcho.h"
+#include "Answers/LspEcho.h"
 
 #include "EchoTesting.h"
 

@@ -1,4 +1,4 @@
-#include "RateLimit.h"
+#include "Answers/RateLimit.h"
 
 #include <gtest/gtest.h>
 

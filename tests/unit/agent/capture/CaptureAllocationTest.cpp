@@ -1,6 +1,6 @@
-#include "CaptureMerge.h"
+#include "Capture/CaptureMerge.h"
+#include "Capture/CaptureWriter.h"
 #include "CaptureTesting.h"
-#include "CaptureWriter.h"
 #include "HeapCount.h"
 
 using namespace OvixAgent;

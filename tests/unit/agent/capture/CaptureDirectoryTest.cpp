@@ -1,6 +1,6 @@
-#include "CaptureDirectory.h"
+#include "Capture/CaptureDirectory.h"
 
-#include "CaptureReader.h"
+#include "Capture/CaptureReader.h"
 #include "CaptureTesting.h"
 
 using namespace OvixAgent;

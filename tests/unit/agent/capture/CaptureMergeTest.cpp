@@ -1,4 +1,4 @@
-#include "CaptureMerge.h"
+#include "Capture/CaptureMerge.h"
 
 #include "CaptureTesting.h"
 

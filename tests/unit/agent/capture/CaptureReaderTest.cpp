@@ -1,4 +1,4 @@
-#include "CaptureReader.h"
+#include "Capture/CaptureReader.h"
 
 #include <algorithm>
 #include <sys/stat.h>

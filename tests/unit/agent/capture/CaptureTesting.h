@@ -9,7 +9,7 @@
 #include <string>
 #include <unistd.h>
 
-#include "CaptureError.h"
+#include "Capture/CaptureError.h"
 #include "Refusal.h"
 
 namespace OvixAgent::Testing {

@@ -1,8 +1,8 @@
-#include "CaptureWriter.h"
+#include "Capture/CaptureWriter.h"
 
 #include <span>
 
-#include "CaptureReader.h"
+#include "Capture/CaptureReader.h"
 #include "CaptureTesting.h"
 
 using namespace OvixAgent;

@@ -1,7 +1,7 @@
 #include <filesystem>
 #include <string>
 
-#include "CaptureReader.h"
+#include "Capture/CaptureReader.h"
 #include "CaptureTesting.h"
 
 using namespace OvixAgent;

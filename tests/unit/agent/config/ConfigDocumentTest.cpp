@@ -1,4 +1,4 @@
-#include "ConfigDocument.h"
+#include "Config/ConfigDocument.h"
 
 #include <gtest/gtest.h>
 

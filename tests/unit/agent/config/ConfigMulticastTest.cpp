@@ -3,10 +3,10 @@
 
 #include <gtest/gtest.h>
 
-#include "AgentState.h"
 #include "ConfigTesting.h"
 #include "Mpls/Hardware/Status.h"
 #include "Routing/Multicast/MvpnIntfStatus.h"
+#include "Tables/AgentState.h"
 
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "Config.h"
+#include "Config/Config.h"
 
 namespace OvixAgent::Testing {
 

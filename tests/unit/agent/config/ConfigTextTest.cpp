@@ -1,4 +1,4 @@
-#include "ConfigText.h"
+#include "Config/ConfigText.h"
 
 #include <array>
 #include <gtest/gtest.h>

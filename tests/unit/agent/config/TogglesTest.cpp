@@ -1,4 +1,4 @@
-#include "Toggles.h"
+#include "Command/Toggles.h"
 
 #include <filesystem>
 #include <fstream>
@@ -6,7 +6,7 @@
 #include <optional>
 #include <unistd.h>
 
-#include "ConfigError.h"
+#include "Config/ConfigError.h"
 #include "Ovix/ToggleService.h"
 
 namespace {

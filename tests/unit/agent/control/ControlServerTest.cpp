@@ -1,4 +1,4 @@
-#include "ControlServer.h"
+#include "Control/ControlServer.h"
 
 #include <algorithm>
 #include <filesystem>

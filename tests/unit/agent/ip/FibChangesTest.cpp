@@ -3,9 +3,9 @@
 #include <optional>
 #include <random>
 
-#include "ConfigAddress.h"
-#include "Fib.h"
-#include "Neighbours.h"
+#include "Config/ConfigAddress.h"
+#include "Ip/Fib.h"
+#include "Ip/Neighbours.h"
 
 using namespace OvixAgent;
 

@@ -1,11 +1,11 @@
-#include "Fib.h"
+#include "Ip/Fib.h"
 
 #include <gtest/gtest.h>
 #include <optional>
 #include <random>
 
-#include "ConfigAddress.h"
-#include "Neighbours.h"
+#include "Config/ConfigAddress.h"
+#include "Ip/Neighbours.h"
 
 using namespace OvixAgent;
 

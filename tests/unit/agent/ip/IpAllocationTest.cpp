@@ -1,4 +1,4 @@
-#include "../forwarder/ForwarderTesting.h"
+#include "../forwarding/ForwarderTesting.h"
 #include "HeapCount.h"
 
 using namespace OvixAgent;

@@ -1,9 +1,9 @@
-#include "IpPacket.h"
+#include "Ip/IpPacket.h"
 
 #include <gtest/gtest.h>
 
 #include "FrameBytes.h"
-#include "IpScope.h"
+#include "Ip/IpScope.h"
 
 using namespace OvixAgent;
 using namespace TestSupport::Wire;

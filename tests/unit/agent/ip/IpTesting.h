@@ -1,6 +1,6 @@
 #pragma once
 
-#include "../forwarder/ForwarderTesting.h"
+#include "../forwarding/ForwarderTesting.h"
 
 namespace OvixAgent::Testing {
 

@@ -1,4 +1,4 @@
-#include "PrefixTable.h"
+#include "Ip/PrefixTable.h"
 
 #include <gtest/gtest.h>
 #include <map>

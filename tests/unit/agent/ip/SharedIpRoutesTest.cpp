@@ -1,8 +1,8 @@
-#include "SharedIpRoutes.h"
+#include "Ip/SharedIpRoutes.h"
 
 #include <gtest/gtest.h>
 
-#include "Config.h"
+#include "Config/Config.h"
 #include "LocalTables.h"
 
 using namespace OvixAgent;

@@ -1,4 +1,4 @@
-#include "FrameSegments.h"
+#include "Live/FrameSegments.h"
 
 #include <gtest/gtest.h>
 #include <random>

@@ -1,4 +1,4 @@
-#include "LinkMessages.h"
+#include "Live/LinkMessages.h"
 
 #include <gtest/gtest.h>
 #include <libmnl/libmnl.h>

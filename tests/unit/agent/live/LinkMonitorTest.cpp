@@ -1,4 +1,4 @@
-#include "LinkMonitor.h"
+#include "Live/LinkMonitor.h"
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>

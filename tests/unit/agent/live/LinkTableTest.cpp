@@ -1,4 +1,4 @@
-#include "LinkTable.h"
+#include "Live/LinkTable.h"
 
 #include <gtest/gtest.h>
 #include <string>

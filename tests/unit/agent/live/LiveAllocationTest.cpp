@@ -2,13 +2,13 @@
 #include <memory>
 
 #include "FrameBytes.h"
-#include "FrameSegments.h"
 #include "HeapCount.h"
+#include "Live/FrameSegments.h"
+#include "Live/PacketPort.h"
+#include "Live/TapPort.h"
+#include "Live/XdpPort.h"
 #include "LiveTesting.h"
 #include "MergedFrame.h"
-#include "PacketPort.h"
-#include "TapPort.h"
-#include "XdpPort.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <initializer_list>
 #include <vector>
 
-#include "LivePort.h"
+#include "Live/LivePort.h"
 #include "OwnNetwork.h"
 
 namespace LiveTesting {

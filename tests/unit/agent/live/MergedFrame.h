@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "FrameBytes.h"
-#include "PacketRing.h"
+#include "Live/PacketRing.h"
 
 namespace LiveTesting {
 

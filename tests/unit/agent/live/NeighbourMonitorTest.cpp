@@ -4,7 +4,7 @@
 #include <optional>
 #include <vector>
 
-#include "LinkMonitor.h"
+#include "Live/LinkMonitor.h"
 #include "LiveTesting.h"
 
 namespace {

@@ -6,12 +6,12 @@
 #include <netinet/udp.h>
 #include <sys/socket.h>
 
-#include "FileDescriptor.h"
 #include "FrameBytes.h"
+#include "Live/OffloadedChecksum.h"
+#include "Live/PacketPort.h"
 #include "LiveTesting.h"
 #include "MergedFrame.h"
-#include "OffloadedChecksum.h"
-#include "PacketPort.h"
+#include "Posix/FileDescriptor.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
 #include "FrameBytes.h"
+#include "Live/PacketPort.h"
 #include "LiveTesting.h"
-#include "PacketPort.h"
 
 namespace {
 

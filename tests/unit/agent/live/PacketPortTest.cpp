@@ -1,4 +1,4 @@
-#include "PacketPort.h"
+#include "Live/PacketPort.h"
 
 #include <gtest/gtest.h>
 

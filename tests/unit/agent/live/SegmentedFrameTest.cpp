@@ -1,4 +1,4 @@
-#include "SegmentedFrame.h"
+#include "Live/SegmentedFrame.h"
 
 #include <functional>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "SendQueue.h"
+#include "Live/SendQueue.h"
 
 #include <cerrno>
 #include <gtest/gtest.h>

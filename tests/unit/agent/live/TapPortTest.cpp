@@ -1,10 +1,10 @@
-#include "TapPort.h"
+#include "Live/TapPort.h"
 
 #include <gtest/gtest.h>
 
 #include "FrameBytes.h"
+#include "Live/PacketPort.h"
 #include "LiveTesting.h"
-#include "PacketPort.h"
 
 namespace {
 

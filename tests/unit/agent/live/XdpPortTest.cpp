@@ -1,11 +1,11 @@
-#include "XdpPort.h"
+#include "Live/XdpPort.h"
 
 #include <gtest/gtest.h>
 #include <optional>
 
 #include "FrameBytes.h"
+#include "Live/PacketPort.h"
 #include "LiveTesting.h"
-#include "PacketPort.h"
 
 namespace {
 

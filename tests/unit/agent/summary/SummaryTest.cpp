@@ -1,4 +1,4 @@
-#include "Summary.h"
+#include "Summary/Summary.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

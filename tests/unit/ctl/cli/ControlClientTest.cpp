@@ -8,7 +8,7 @@
 #include <thread>
 #include <unistd.h>
 
-#include "ControlServer.h"
+#include "Control/ControlServer.h"
 
 using namespace OvixCtl;
 using Json = nlohmann::ordered_json;

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "Answers/LabelledPacket.h"
+#include "Answers/OwnAddresses.h"
+
+namespace OvixAgent {
+
+/// An error to tell a packet's source by ICMP (RFC 792) or ICMPv6 (RFC 4443).
+struct IcmpError {
+    std::uint8_t type = 0;
+    std::uint8_t code = 0;
+    std::uint32_t value = 0;      ///< the 32 bits behind the checksum
+    bool mayAnswerGroups = false; ///< also packets to multicast addresses (RFC 4443 section 2.4)
+    bool tellsLabelStack = false; ///< with the label stack of the packet (RFC 4950)
+};
+
+/// The IP packet that tells the error; empty when none must be sent (RFC 1812 section 4.3.2.7,
+/// RFC 4443 section 2.4): in answer to an ICMP error or redirect, to a fragment that is not the
+/// first, to what was sent to a group, or to a source that is no single host; nor without an
+/// address of one's own.
+///
+/// It quotes as much of the packet as fits in 576 bytes, in IPv6 1280. Where the label stack
+/// follows as an extension object it quotes 128 bytes, filled up with zeros, and tells that length
+/// (RFC 4884); a stack too deep for that is left out.
+std::vector<std::uint8_t> icmpErrorPacket(const IcmpError& error, const LabelledPacket& received,
+                                          const OwnAddresses& own);
+
+} // namespace OvixAgent

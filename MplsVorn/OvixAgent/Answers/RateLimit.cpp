@@ -1,0 +1,41 @@
+#include "Answers/RateLimit.h"
+
+#include <algorithm>
+
+namespace OvixAgent {
+
+namespace {
+
+constexpr std::uint64_t oneAnswer = 1'000'000'000;
+
+} // namespace
+
+// An answer per second is a billionth of one per nanosecond.
+RateLimit::RateLimit(AnswerRate rate) noexcept
+    : perNanosecond_(rate.perSecond), most_(rate.perSecond != 0 ? rate.burst * oneAnswer : 0) {
+    for (Bucket& bucket : buckets_) {
+        bucket.tokens = most_;
+    }
+}
+
+bool RateLimit::admit(AnswerReason reason, std::uint64_t now) noexcept {
+    Bucket& bucket = of(reason);
+    fill(bucket, now);
+    if (bucket.tokens < oneAnswer) {
+        ++bucket.refused;
+        return false;
+    }
+    bucket.tokens -= oneAnswer;
+    return true;
+}
+
+void RateLimit::fill(Bucket& bucket, std::uint64_t now) const noexcept {
+    const std::uint64_t passed = now > bucket.filledAt ? now - bucket.filledAt : 0;
+    bucket.filledAt = now;
+    const std::uint64_t missing = most_ - bucket.tokens;
+    const bool isFull = perNanosecond_ == 0 || passed >= missing / perNanosecond_ + 1;
+    bucket.tokens = isFull ? most_ : bucket.tokens + passed * perNanosecond_;
+    bucket.tokens = std::min(bucket.tokens, most_);
+}
+
+} // namespace OvixAgent

@@ -1,0 +1,77 @@
+#include "Capture/CaptureMerge.h"
+
+#include <algorithm>
+#include <tuple>
+#include <utility>
+
+namespace OvixAgent {
+
+namespace {
+
+constexpr auto isLater = [](const auto& a, const auto& b) {
+    return std::tie(a.time, a.reader) > std::tie(b.time, b.reader);
+};
+
+} // namespace
+
+CaptureMerge::CaptureMerge(std::vector<CaptureReader> readers) : readers_(std::move(readers)) {
+    heads_.reserve(readers_.size());
+    for (std::size_t i = readers_.size(); i > 0; --i) {
+        toRead_.push_back(i - 1);
+    }
+}
+
+int CaptureMerge::waitDescriptor() const noexcept {
+    return toRead_.empty() ? -1 : readers_[toRead_.back()].waitDescriptor();
+}
+
+// Not before it is asked for: reading on invalidates the frame that was handed out last.
+void CaptureMerge::look() {
+    const std::size_t reader = toRead_.back();
+    toRead_.pop_back();
+    if (const Frame* frame = readers_[reader].next(); frame != nullptr) {
+        heads_.push_back({frame->time, reader, frame});
+        std::push_heap(heads_.begin(), heads_.end(), isLater);
+    }
+}
+
+const Frame* CaptureMerge::next() {
+    while (!toRead_.empty()) {
+        look();
+    }
+    if (heads_.empty()) {
+        return nullptr;
+    }
+    std::pop_heap(heads_.begin(), heads_.end(), isLater);
+    const Head head = heads_.back();
+    heads_.pop_back();
+    toRead_.push_back(head.reader);
+    return head.frame;
+}
+
+bool CaptureMerge::hasMicroseconds() const {
+    return std::all_of(readers_.begin(), readers_.end(),
+                       [](const CaptureReader& reader) { return reader.hasMicroseconds(); });
+}
+
+std::vector<std::string> CaptureMerge::problems() const {
+    std::vector<std::string> problems;
+    for (const CaptureReader& reader : readers_) {
+        if (!reader.problem().empty()) {
+            problems.push_back(reader.problem());
+        }
+    }
+    return problems;
+}
+
+double CaptureMerge::progress() const {
+    double size = 0;
+    double read = 0;
+    for (const CaptureReader& reader : readers_) {
+        size += static_cast<double>(reader.sizeBytes());
+        read += reader.sizeBytes() == 0 ? 0.0 : static_cast<double>(reader.readBytes());
+    }
+    return size > 0 ? std::min(1.0, read / size) : 0.0;
+}
+
+} // namespace OvixAgent

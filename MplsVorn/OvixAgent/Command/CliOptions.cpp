@@ -1,0 +1,122 @@
+#include "Command/CliOptions.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <fmt/format.h>
+#include <optional>
+#include <sstream>
+
+namespace OvixAgent {
+
+namespace {
+
+constexpr const char* exitCodes =
+    "Exit codes:\n"
+    "  0  every frame is accounted for\n"
+    "  1  the configuration, a capture or an output is at fault; of a truncated capture, all\n"
+    "     whole frames have been forwarded all the same\n"
+    "  2  the command line is wrong\n"
+    "  3  the frames do not add up";
+
+/// "PORT=CAPTURE"; the name of a port holds no "=".
+std::optional<InputOption> parseInput(const std::string& text) {
+    const std::size_t equals = text.find('=');
+    if (equals == std::string::npos || equals == 0 || equals + 1 == text.size()) {
+        return std::nullopt;
+    }
+    return InputOption{text.substr(0, equals), text.substr(equals + 1)};
+}
+
+/// `--in` takes all that follows it up to the next option, so a CONFIG that stands there is among
+/// its values.
+void takeConfigFromInputs(std::string& config, std::vector<std::string>& inputs) {
+    const auto found = std::find_if(inputs.begin(), inputs.end(), [](const std::string& text) {
+        return text.find('=') == std::string::npos;
+    });
+    if (config.empty() && found != inputs.end()) {
+        config = *found;
+        inputs.erase(found);
+    }
+}
+
+std::vector<InputOption> parseInputs(const std::vector<std::string>& texts) {
+    if (texts.empty()) {
+        throw CLI::RequiredError("--in");
+    }
+    std::vector<InputOption> inputs;
+    for (const std::string& text : texts) {
+        const std::optional<InputOption> input = parseInput(text);
+        if (!input) {
+            throw CLI::ValidationError("--in", fmt::format("\"{}\" is not PORT=CAPTURE", text));
+        }
+        inputs.push_back(*input);
+    }
+    return inputs;
+}
+
+/// Captures come with a directory for what leaves; live ports with neither.
+void checkForm(const RunOptions& options, const std::vector<std::string>& inputs) {
+    if (options.live && !(inputs.empty() && options.outDirectory.empty())) {
+        throw CLI::ExcludesError("--live", inputs.empty() ? "--out" : "--in");
+    }
+    if (!options.live && options.outDirectory.empty()) {
+        throw CLI::RequiredError("--out");
+    }
+}
+
+CliExit exitFor(const CLI::App& app, const CLI::ParseError& error) {
+    std::ostringstream out;
+    std::ostringstream err;
+    const bool isSuccess = app.exit(error, out, err) == 0;
+    return {isSuccess ? ExitCode::success : ExitCode::usage, isSuccess ? out.str() : err.str()};
+}
+
+} // namespace
+
+std::variant<RunOptions, CliExit> parseCommandLine(int argc, const char* const* argv) {
+    RunOptions options;
+    std::vector<std::string> inputs;
+    CLI::App app("Forwards MPLS frames from captures to captures.", "ovix-agent");
+    app.set_version_flag("--version", std::string("ovix-agent ") + agentVersion);
+    app.require_subcommand(1);
+    CLI::App* const run = app.add_subcommand("run", "Forward the frames of captures");
+    run->footer(exitCodes);
+    run->add_option("CONFIG", options.config, "The configuration, a YAML file");
+    run->add_option("--in", inputs, "A capture to read, and the port that its frames come in at")
+        ->type_name("PORT=CAPTURE");
+    run->add_option("--out", options.outDirectory,
+                    "The directory for PORT.pcap, cpu.pcap and lo.pcap")
+        ->type_name("DIR");
+    run->add_flag("--live", options.live,
+                  "Forward on the network interfaces that the ports name, until SIGTERM, and not "
+                  "captures; SIGHUP reads CONFIG anew");
+    run->add_flag("--json", options.json, "Print the summary as JSON");
+    run->add_flag("--trace", options.trace, "Print what happens to each frame");
+    run->add_option("--plugin", options.plugin, "The plugin to load")->type_name("FILE");
+    run->add_option(
+           "--tables", options.tables,
+           "Take the label tables, the hardware status and the multicast VPN interfaces "
+           "from shared memory, where ovixctl and others publish them, and not from CONFIG")
+        ->type_name("NAME");
+    run->add_option("--control", options.control,
+                    "The socket at which to answer ovixctl (with --tables, by default NAME.sock in "
+                    "the runtime directory)")
+        ->type_name("PATH");
+    run->add_flag("--quiet", options.quiet, "Show no progress");
+    try {
+        app.parse(argc, argv);
+        takeConfigFromInputs(options.config, inputs);
+        checkForm(options, inputs);
+        if (options.config.empty()) {
+            throw CLI::RequiredError("CONFIG");
+        }
+        if (!options.live) {
+            options.inputs = parseInputs(inputs);
+        }
+    } catch (const CLI::ParseError& error) {
+        return exitFor(app, error);
+    }
+    return options;
+}
+
+} // namespace OvixAgent

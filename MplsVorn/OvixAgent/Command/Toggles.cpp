@@ -1,0 +1,59 @@
+#include "Command/Toggles.h"
+
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <system_error>
+
+#include "Config/ConfigError.h"
+#include "Ovix/ToggleService.h"
+
+namespace OvixAgent {
+
+namespace {
+
+std::optional<bool> toggleInFile(const std::filesystem::path& path, const std::string& toggle) {
+    std::error_code unreadable;
+    const auto status = std::filesystem::status(path, unreadable);
+    if (status.type() == std::filesystem::file_type::not_found) {
+        return std::nullopt;
+    }
+    std::ifstream file(path);
+    if (!std::filesystem::is_regular_file(status) || !file) {
+        throw ConfigError(path.string() + ": not a readable file");
+    }
+    const auto json = nlohmann::json::parse(file, nullptr, false);
+    if (!json.is_object()) {
+        throw ConfigError(path.string() + ": not a JSON object of toggles");
+    }
+    const auto found = json.find(toggle);
+    if (found == json.end()) {
+        return std::nullopt;
+    }
+    if (!found->is_boolean()) {
+        throw ConfigError(path.string() + ": " + toggle + ": " + found->dump() +
+                          " is neither true nor false");
+    }
+    return found->get<bool>();
+}
+
+} // namespace
+
+void serveToggles(const AgentConfig& config, const std::string& configFile) {
+    const auto directory = std::filesystem::path(configFile).parent_path();
+    Ovix::ToggleService::instance().sourceIs(
+        [toggles = config.toggles, directory](std::string_view file, std::string_view toggle,
+                                              bool byDefault) {
+            const auto configured = toggles.find(std::string(file));
+            if (configured != toggles.end()) {
+                const auto state = configured->second.find(std::string(toggle));
+                if (state != configured->second.end()) {
+                    return state->second;
+                }
+            }
+            return toggleInFile(directory / file, std::string(toggle)).value_or(byDefault);
+        });
+}
+
+} // namespace OvixAgent

@@ -1,0 +1,122 @@
+#include "Config/Config.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include "Config/ConfigDocument.h"
+#include "Config/ConfigFecs.h"
+#include "Config/ConfigHardware.h"
+#include "Config/ConfigLfib.h"
+#include "Config/ConfigMvpn.h"
+#include "Config/ConfigPorts.h"
+#include "Config/ConfigPseudowires.h"
+#include "Config/ConfigReader.h"
+#include "Config/ConfigRoutes.h"
+
+namespace OvixAgent {
+
+namespace {
+
+constexpr std::size_t maxNameSize = 100;
+
+struct FileCloser {
+    void operator()(std::FILE* file) const noexcept { std::fclose(file); }
+};
+
+std::string readFile(const std::string& path) {
+    const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
+    if (!file) {
+        throw ConfigError(path + ": cannot be opened: " + std::strerror(errno));
+    }
+    std::string text;
+    std::array<char, 65536> block{};
+    while (const std::size_t size = std::fread(block.data(), 1, block.size(), file.get())) {
+        text.append(block.data(), size);
+    }
+    if (std::ferror(file.get()) != 0) {
+        throw ConfigError(path + ": cannot be read: " + std::strerror(errno));
+    }
+    return text;
+}
+
+std::string readToggleName(const ConfigMap& map, std::size_t index) {
+    const std::string_view key = map.key(index);
+    if (key.size() > maxNameSize) {
+        map.at(index).fail("the name is longer than 100 bytes");
+    }
+    return std::string(key);
+}
+
+ToggleConfig readToggles(const ConfigValue& value) {
+    ToggleConfig toggles;
+    const ConfigMap files(value);
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        const ConfigValue file = files.at(i);
+        const ConfigMap names(file);
+        std::map<std::string, bool>& states = toggles[readToggleName(files, i)];
+        for (std::size_t j = 0; j < names.size(); ++j) {
+            states[readToggleName(names, j)] = names.at(j).boolean();
+        }
+    }
+    return toggles;
+}
+
+AgentConfig readConfig(const ConfigValue& root) {
+    if (root.kind() == ConfigValue::Kind::null) {
+        root.fail("ports: missing (the file is empty)");
+    }
+    const ConfigMap map(root, {"mpls-routing", "toggles", "ports", "neighbours", "lfib", "hardware",
+                               "pseudowires", "routes", "fecs", "mvpn", "cpu"});
+    AgentConfig config;
+    config.mplsRouting = map.booleanOr("mpls-routing", true);
+    if (const auto toggles = map.find("toggles")) {
+        config.toggles = readToggles(*toggles);
+    }
+    const ConfigValue ports = map.required("ports");
+    config.ports = readPorts(ports);
+    const PortNames portNames(config.ports);
+    if (const auto neighbours = map.find("neighbours")) {
+        config.neighbours = readNeighbours(*neighbours, portNames);
+    }
+    if (const auto lfib = map.find("lfib")) {
+        config.lfib = readLfib(*lfib, portNames);
+    }
+    if (const auto hardware = map.find("hardware")) {
+        config.hardware = readHardware(*hardware, portNames);
+    }
+    if (const auto fecs = map.find("fecs")) {
+        config.fecs = readFecs(*fecs, portNames);
+    }
+    if (const auto pseudowires = map.find("pseudowires")) {
+        config.pseudowires = readPseudowires(*pseudowires, portNames);
+    }
+    if (const auto mvpn = map.find("mvpn")) {
+        config.mvpn = readMvpn(*mvpn, portNames);
+    }
+    if (const auto cpu = map.find("cpu")) {
+        config.cpuTap = ConfigMap(*cpu, {"tap"}).required("tap").name("device name", 15);
+    }
+    if (const auto routes = map.find("routes")) {
+        config.routes = readRoutes(*routes, config, portNames);
+    }
+    for (PortConfig& port : config.ports) {
+        port.routesIp = port.routesIp || hasRoutes(config, port.vrf);
+    }
+    return config;
+}
+
+} // namespace
+
+AgentConfig parseConfig(const std::string& text, const std::string& file) {
+    const ConfigDocument document = ConfigDocument::parse(text, file);
+    return readConfig(ConfigValue(document));
+}
+
+AgentConfig loadConfig(const std::string& path) {
+    return parseConfig(readFile(path), path);
+}
+
+} // namespace OvixAgent

@@ -1,0 +1,144 @@
+#include "Config/ConfigPorts.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <map>
+#include <utility>
+
+#include "Config/ConfigAddress.h"
+#include "Config/ConfigText.h"
+
+namespace OvixAgent {
+
+namespace {
+
+constexpr std::size_t maxNameSize = 15; ///< IFNAMSIZ without the terminator
+constexpr std::uint32_t minMtu = 68;    ///< RFC 791
+constexpr std::uint32_t maxMtu = 65535;
+constexpr std::uint16_t maxVlan = 4094;
+
+/// As Linux names interfaces; besides no "=", which ends a port's name on the command line.
+std::string readPortName(const ConfigValue& value) {
+    std::string name = value.name("port name", maxNameSize);
+    const bool isBad =
+        name == "." || name == ".." || name.find_first_of("/:= \t") != std::string::npos;
+    if (isBad) {
+        value.fail(
+            fmt::format("{} cannot name a port (no \"/\", \":\", \"=\" or blank)", inQuotes(name)));
+    }
+    if (name == "cpu" || name == "lo") {
+        value.fail(fmt::format("{} cannot name a port: {}.pcap is one of the agent's own captures",
+                               inQuotes(name), name));
+    }
+    return name;
+}
+
+Tagging readTagging(const ConfigValue& value) {
+    const std::string_view text = value.text("tagging");
+    if (text == "keep") {
+        return {Tagging::Kind::keep, 0};
+    }
+    if (text == "none") {
+        return {Tagging::Kind::none, 0};
+    }
+    if (text.empty() || text.front() < '0' || text.front() > '9') {
+        value.fail(fmt::format("tagging {} is none of keep, none, or a VLAN id", inQuotes(text)));
+    }
+    return {Tagging::Kind::vlan, value.number<std::uint16_t>("VLAN id", 1, maxVlan)};
+}
+
+std::vector<IpInterfaceAddress> readAddresses(const ConfigValue& list) {
+    std::vector<IpInterfaceAddress> addresses;
+    for (std::size_t i = 0; i < list.listSize(); ++i) {
+        addresses.push_back(readIpInterfaceAddress(list.item(i)));
+    }
+    return addresses;
+}
+
+PortConfig readPort(const ConfigValue& value) {
+    static constexpr ConfigChoice states[]{{"up", 1}, {"down", 0}};
+    const ConfigMap map(value,
+                        {"name", "mac", "mtu", "addresses", "tagging", "status", "vrf", "kind"});
+    PortConfig port;
+    port.name = readPortName(map.required("name"));
+    static constexpr ConfigChoice kinds[]{{"packet", 1}, {"xdp", 2}, {"tap", 3}};
+    port.kind = static_cast<PortKind>(map.choiceOr("kind", kinds, 1));
+    // A port that is said to be an interface of this host has the interface's address.
+    if (!map.find("kind") || map.find("mac")) {
+        port.mac = readUnicastMac(map.required("mac"));
+    }
+    port.mtu = map.numberOr("mtu", minMtu, maxMtu, port.mtu);
+    if (const auto addresses = map.find("addresses")) {
+        port.addresses = readAddresses(*addresses);
+    }
+    if (const auto tagging = map.find("tagging")) {
+        port.tagging = readTagging(*tagging);
+    }
+    port.isUp = map.choiceOr("status", states, 1) == 1;
+    if (const auto vrf = map.find("vrf")) {
+        port.vrf = vrf->name("VRF name", maxVrfNameSize);
+        port.routesIp = true;
+    }
+    return port;
+}
+
+} // namespace
+
+PortNames::PortNames(const std::vector<PortConfig>& ports) {
+    for (const PortConfig& port : ports) {
+        indices_.emplace(port.name, static_cast<PortIndex>(names_.size()));
+        names_.emplace_back(port.name);
+    }
+}
+
+PortIndex PortNames::read(const ConfigValue& value) const {
+    const std::string_view name = value.text("a port's name");
+    const auto found = indices_.find(name);
+    if (found == indices_.end()) {
+        value.fail(fmt::format("no port is named {}{}", inQuotes(name), suggestion(name, names_)));
+    }
+    return found->second;
+}
+
+std::vector<PortConfig> readPorts(const ConfigValue& list) {
+    if (list.listSize() == 0) {
+        list.fail("at least one port is needed");
+    }
+    std::vector<PortConfig> ports;
+    std::unordered_map<std::string, std::size_t> lines;
+    for (std::size_t i = 0; i < list.listSize(); ++i) {
+        const ConfigValue item = list.item(i);
+        ports.push_back(readPort(item));
+        const auto [first, isNew] = lines.emplace(ports.back().name, item.line());
+        if (!isNew) {
+            const ConfigMap map(item);
+            map.failFor("name", fmt::format("port {} is already defined at line {}",
+                                            inQuotes(ports.back().name), first->second));
+        }
+    }
+    return ports;
+}
+
+std::vector<NeighbourConfig> readNeighbours(const ConfigValue& list, const PortNames& ports) {
+    std::vector<NeighbourConfig> neighbours;
+    std::map<std::pair<PortIndex, std::array<std::uint8_t, 17>>, std::size_t> lines;
+    for (std::size_t i = 0; i < list.listSize(); ++i) {
+        const ConfigValue item = list.item(i);
+        const ConfigMap map(item, {"address", "port", "mac"});
+        const ConfigValue address = map.required("address");
+        const NeighbourConfig neighbour{readIpAddress(address), ports.read(map.required("port")),
+                                        readUnicastMac(map.required("mac"))};
+        std::array<std::uint8_t, 17> key{};
+        std::copy(neighbour.address.bytes.begin(), neighbour.address.bytes.end(), key.begin());
+        key.back() = static_cast<std::uint8_t>(neighbour.address.family);
+        const auto [first, isNew] = lines.emplace(std::pair(neighbour.port, key), item.line());
+        if (!isNew) {
+            address.fail(fmt::format("neighbour {} on this port is already defined at line {}",
+                                     inQuotes(address.text("address")), first->second));
+        }
+        neighbours.push_back(neighbour);
+    }
+    return neighbours;
+}
+
+} // namespace OvixAgent

@@ -1,0 +1,123 @@
+#pragma once
+
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "Config/ConfigDocument.h"
+
+namespace OvixAgent {
+
+/// A word that a value may be, with what it stands for.
+struct ConfigChoice {
+    std::string_view word;
+    std::uint8_t value;
+};
+
+/// A place in a configuration document: a node and the way that led to it, so that every error can
+/// name file, line, key and value. A value refers to the one it was reached through, which must
+/// outlive it. All readers throw ConfigError when the node is of another kind or out of range.
+class ConfigValue {
+  public:
+    using Kind = ConfigDocument::Kind;
+
+    /// The document's root.
+    explicit ConfigValue(const ConfigDocument& document)
+        : document_(&document), node_(document.root()) {}
+
+    Kind kind() const { return document_->kind(node_); }
+    std::size_t line() const { return document_->line(node_); }
+
+    /// The number of items of a list; anything else is an error.
+    std::size_t listSize() const;
+    ConfigValue item(std::size_t index) const&;
+    ConfigValue item(std::size_t index) const&& = delete;
+
+    /// `noun` names the value in errors: "label 1048576 is out of range (0..1048575)".
+    template <std::unsigned_integral Number>
+    Number number(std::string_view noun, Number min, Number max) const {
+        return static_cast<Number>(readNumber(noun, min, max));
+    }
+    bool boolean() const;
+    std::string_view text(std::string_view noun) const;
+    /// Text of 1 to `maxBytes` bytes without control characters.
+    std::string name(std::string_view noun, std::size_t maxBytes) const;
+    std::uint8_t choice(std::string_view noun, std::span<const ConfigChoice> choices) const;
+
+    /// Throws ConfigError for this place.
+    [[noreturn]] void fail(const std::string& what) const;
+
+  private:
+    friend class ConfigMap;
+
+    ConfigValue(const ConfigValue* parent, ConfigDocument::NodeId node, std::string_view key,
+                std::size_t index)
+        : document_(parent->document_), node_(node), parent_(parent), key_(key), index_(index) {}
+
+    [[noreturn]] void failAt(std::size_t line, const std::string& path,
+                             const std::string& what) const;
+    void expect(Kind kind, std::string_view what) const;
+    std::uint64_t readNumber(std::string_view noun, std::uint64_t min, std::uint64_t max) const;
+    std::string path() const;
+    std::string pathOf(std::string_view key) const;
+
+    const ConfigDocument* document_;
+    ConfigDocument::NodeId node_;
+    const ConfigValue* parent_ = nullptr;
+    std::string_view key_; ///< empty for an item of a list
+    std::size_t index_ = 0;
+};
+
+/// A map whose keys have been checked: each is text and stands once, and, where the keys are known
+/// beforehand, is one of them. Refers to `value`, which must outlive it.
+class ConfigMap {
+  public:
+    /// Throws ConfigError, naming the nearest known key when one is close.
+    ConfigMap(const ConfigValue& value, std::initializer_list<std::string_view> knownKeys);
+    ConfigMap(ConfigValue&&, std::initializer_list<std::string_view>) = delete;
+    ConfigMap(const ConfigValue& value, std::span<const std::string_view> knownKeys);
+    ConfigMap(ConfigValue&&, std::span<const std::string_view>) = delete;
+    /// A map of free keys.
+    explicit ConfigMap(const ConfigValue& value);
+    explicit ConfigMap(ConfigValue&&) = delete;
+
+    std::size_t size() const { return document().size(value_.node_); }
+    std::string_view key(std::size_t index) const;
+    ConfigValue at(std::size_t index) const;
+
+    std::optional<ConfigValue> find(std::string_view key) const;
+    /// Throws ConfigError when the key is missing.
+    ConfigValue required(std::string_view key) const;
+
+    template <std::unsigned_integral Number>
+    Number numberOr(std::string_view key, Number min, Number max, Number otherwise) const {
+        const std::optional<ConfigValue> found = find(key);
+        return found ? found->number<Number>(key, min, max) : otherwise;
+    }
+    template <std::unsigned_integral Number>
+    std::optional<Number> optionalNumber(std::string_view key, Number min, Number max) const {
+        const std::optional<ConfigValue> found = find(key);
+        return found ? std::optional<Number>(found->number<Number>(key, min, max)) : std::nullopt;
+    }
+    bool booleanOr(std::string_view key, bool otherwise) const;
+    std::uint8_t choiceOr(std::string_view key, std::span<const ConfigChoice> choices,
+                          std::uint8_t otherwise) const;
+
+    /// Throws ConfigError for `key` of this map, whether it is there or not.
+    [[noreturn]] void failFor(std::string_view key, const std::string& what) const;
+
+  private:
+    const ConfigDocument& document() const { return *value_.document_; }
+    void checkKnown(std::span<const std::string_view> knownKeys) const;
+    std::string_view checkedKey(std::size_t index) const;
+    [[noreturn]] void failDuplicate(std::size_t index, std::size_t firstLine) const;
+
+    const ConfigValue& value_;
+};
+
+} // namespace OvixAgent

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <memory>
+
+#include "Command/CliOptions.h"
+#include "Control/ControlServer.h"
+#include "Forwarding/Forwarder.h"
+#include "Tables/AgentState.h"
+
+namespace OvixAgent {
+
+/// The agent's side of what `ovixctl` asks of a running agent: "counters", "clear-counters" and
+/// "status". Null when the run names neither tables nor a control socket. The state and the
+/// forwarder must outlive it. Throws as ControlServer does.
+std::unique_ptr<ControlServer> serveControl(const RunOptions& options, AgentState& state,
+                                            const Forwarder& forwarder);
+
+} // namespace OvixAgent

@@ -1,0 +1,181 @@
+#include "Control/ControlServer.h"
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+namespace OvixAgent {
+
+namespace {
+
+[[noreturn]] void fail(const std::string& path, const char* what) {
+    throw std::system_error(errno, std::generic_category(),
+                            "control socket " + path + ": cannot " + what);
+}
+
+sockaddr_un addressOf(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof address.sun_path) {
+        throw std::runtime_error("control socket " + path + ": the path is too long");
+    }
+    std::copy(path.begin(), path.end(), address.sun_path);
+    return address;
+}
+
+/// A socket left behind by an agent that was killed answers nobody.
+bool isServed(const sockaddr_un& address) {
+    const int probe = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const bool served =
+        connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    close(probe);
+    return served;
+}
+
+void watch(int events, int socket, std::uint32_t what) {
+    epoll_event event{};
+    event.events = what;
+    event.data.fd = socket;
+    epoll_ctl(events, EPOLL_CTL_ADD, socket, &event);
+}
+
+} // namespace
+
+ControlServer::ControlServer(std::string path, Handler handler)
+    : path_(std::move(path)), handler_(std::move(handler)) {
+    const sockaddr_un address = addressOf(path_);
+    const std::filesystem::path directory = std::filesystem::path(path_).parent_path();
+    std::error_code ignored;
+    if (!directory.empty() && std::filesystem::create_directories(directory, ignored)) {
+        chmod(directory.c_str(), 0755);
+    }
+    struct stat found {};
+    if (lstat(path_.c_str(), &found) == 0 && !S_ISSOCK(found.st_mode)) {
+        throw std::runtime_error("control socket " + path_ + ": something else stands there");
+    }
+    if (isServed(address)) {
+        throw std::runtime_error("control socket " + path_ + ": another agent answers there");
+    }
+    unlink(path_.c_str());
+    listener_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    // Whoever may ask may also clear counters, so that is the agent's own user alone.
+    const mode_t mask = umask(0177);
+    const int bound = bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    umask(mask);
+    if (bound != 0 || listen(listener_, maxClients) != 0) {
+        const int reason = errno;
+        close(listener_);
+        errno = reason;
+        fail(path_, "listen");
+    }
+    events_ = epoll_create1(EPOLL_CLOEXEC);
+    watch(events_, listener_, EPOLLIN);
+}
+
+ControlServer::~ControlServer() {
+    for (const Client& client : clients_) {
+        close(client.socket);
+    }
+    close(events_);
+    close(listener_);
+    unlink(path_.c_str());
+}
+
+void ControlServer::serve() {
+    epoll_event event{};
+    if (epoll_wait(events_, &event, 1, 0) < 1) {
+        return;
+    }
+    acceptClients();
+    for (auto client = clients_.begin(); client != clients_.end();) {
+        if (progress(*client)) {
+            ++client;
+        } else {
+            close(client->socket);
+            client = clients_.erase(client);
+        }
+    }
+}
+
+void ControlServer::acceptClients() {
+    for (;;) {
+        const int socket = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+        if (socket < 0) {
+            return;
+        }
+        if (clients_.size() == maxClients) {
+            close(clients_.front().socket); // the one that has been silent longest
+            clients_.pop_front();
+        }
+        watch(events_, socket, EPOLLIN | EPOLLOUT | EPOLLET);
+        clients_.push_back({socket, {}, {}});
+    }
+}
+
+/// False when the client is finished with.
+bool ControlServer::progress(Client& client) {
+    if (client.toSend.empty() && !receive(client)) {
+        return false;
+    }
+    const std::size_t end = client.received.find('\n');
+    if (client.toSend.empty() && end != std::string::npos) {
+        client.toSend = answer(client.received.substr(0, end)) + "\n";
+        client.received.erase(0, end + 1);
+    }
+    return client.toSend.empty() || send(client);
+}
+
+bool ControlServer::receive(Client& client) {
+    char bytes[4096];
+    while (client.received.size() < maxRequestBytes) {
+        const ssize_t got = recv(client.socket, bytes, sizeof bytes, 0);
+        if (got > 0) {
+            client.received.append(bytes, static_cast<std::size_t>(got));
+        } else if (got < 0 && errno == EINTR) {
+            continue;
+        } else {
+            return (got < 0 && errno == EAGAIN) || client.received.find('\n') != std::string::npos;
+        }
+    }
+    return client.received.find('\n') != std::string::npos;
+}
+
+bool ControlServer::send(Client& client) {
+    while (!client.toSend.empty()) {
+        const ssize_t sent =
+            ::send(client.socket, client.toSend.data(), client.toSend.size(), MSG_NOSIGNAL);
+        if (sent > 0) {
+            client.toSend.erase(0, static_cast<std::size_t>(sent));
+        } else if (sent < 0 && errno == EINTR) {
+            continue;
+        } else {
+            return sent < 0 && errno == EAGAIN;
+        }
+    }
+    return false; // one request, one answer
+}
+
+std::string ControlServer::answer(const std::string& request) const {
+    nlohmann::ordered_json reply{{"ok", true}};
+    try {
+        const auto parsed = nlohmann::ordered_json::parse(request);
+        if (!parsed.is_object() || !parsed.contains("command") || !parsed["command"].is_string()) {
+            throw std::invalid_argument("a request is an object with a command");
+        }
+        handler_(parsed, reply);
+    } catch (const std::exception& refused) {
+        reply = {{"ok", false}, {"error", refused.what()}};
+    }
+    return reply.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+} // namespace OvixAgent

@@ -1,0 +1,33 @@
+#pragma once
+
+#include "Forwarding/Egress.h"
+#include "Forwarding/Fate.h"
+#include "Forwarding/ForwardingTables.h"
+#include "Ip/IpRouter.h"
+#include "Ovix/RoutingContext.h"
+
+namespace OvixAgent {
+
+/// Finds the way out of a next hop, once the frame is rewritten.
+class EgressLookup {
+  public:
+    /// The tables must outlive the lookup.
+    explicit EgressLookup(ForwardingTables& tables) noexcept : tables_(&tables), router_(tables) {}
+
+    /// Forwarded: `egress` is filled. Otherwise the frame goes to the CPU or nowhere. `snapped` is
+    /// how much of the frame the capture left out.
+    Fate find(Ovix::PacketContext& packet, std::size_t snapped, const Ovix::RoutingNexthop& nexthop,
+              Egress& egress) const;
+
+    TooBigListener* tooBig() const noexcept { return tables_->tooBig; }
+
+  private:
+    Fate sendBy(Port& port, Lumo::IpGenAddr address, Ovix::PacketContext& packet,
+                Egress& egress) const;
+    Fate sendTo(const Lumo::IpGenAddr& address, PortIndex port, Egress& egress) const;
+
+    ForwardingTables* tables_;
+    IpRouter router_;
+};
+
+} // namespace OvixAgent

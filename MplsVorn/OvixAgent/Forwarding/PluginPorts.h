@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstdint>
+
+#include "Forwarding/PortTable.h"
+#include "Forwarding/TransmitPort.h"
+#include "Ovix/Ports.h"
+
+namespace OvixAgent {
+
+/// The frame that is being taken down the road, for what is sent because of it past the road.
+struct FrameInHand {
+    const Frame* frame = nullptr;
+    std::uint64_t toCpu = 0; ///< packets that a plugin has handed to the CPU because of it
+};
+
+/// Offers plugins the agent's ports and, as CPU 0, the device's own: what they send there leaves at
+/// the time of the frame in hand. The tables, `cpu` and `inHand` must outlive the last frame.
+void offerPorts(Ovix::Ports& ports, PortTable& table, TransmitPort& cpu, FrameInHand& inHand);
+
+} // namespace OvixAgent

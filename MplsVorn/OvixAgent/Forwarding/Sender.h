@@ -1,0 +1,40 @@
+#pragma once
+
+#include "Forwarding/EgressLookup.h"
+#include "Forwarding/Fate.h"
+#include "Forwarding/Frame.h"
+#include "Forwarding/LinkHeader.h"
+#include "Ovix/PluginManager.h"
+
+namespace OvixAgent {
+
+/// The sending half of the road: the next hop's rewrites, the way out, the MTU, the link header,
+/// the port, and the counter actions of what has left.
+class Sender {
+  public:
+    /// The plugins behind `manager` must be active.
+    Sender(const Ptr<Ovix::PluginManager>& manager, EgressLookup egress);
+
+    /// The packet of `context` starts behind the link header that `frame` came with, of which
+    /// `tags` are left. Throws CaptureError when an output cannot be written.
+    Fate send(const Frame& frame, const Ptr<Ovix::RoutingContext>& context, const VlanTags& tags,
+              const Ovix::RoutingNexthop& nexthop) const;
+
+  private:
+    static Fate takeIpHop(const Ptr<Ovix::RoutingContext>& context, const Egress& egress);
+    Fate rewrite(const Ptr<Ovix::RoutingContext>& context, const Ovix::RewriteInfos& infos) const;
+    Fate refuseTooBig(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
+                      const VlanTags& tags, const Ovix::RoutingNexthop& nexthop,
+                      const Egress& egress, std::uint32_t mtu) const;
+    Fate transmit(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
+                  const VlanTags& tags, const Ovix::RoutingNexthop& nexthop,
+                  const Egress& egress) const;
+    void runCounterActions(const Ptr<Ovix::RoutingContext>& context,
+                           const Ovix::RewriteInfos& infos) const;
+
+    Ptr<Ovix::RewriteInfoImplMap> rewrites_;
+    Ptr<Ovix::MtuExceptionHandler> mplsMtuExceptions_;
+    EgressLookup egress_;
+};
+
+} // namespace OvixAgent

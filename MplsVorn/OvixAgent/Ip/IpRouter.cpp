@@ -1,0 +1,103 @@
+#include "Ip/IpRouter.h"
+
+#include "Ip/IpPacket.h"
+#include "Ip/IpScope.h"
+#include "Ovix/TtlBytes.h"
+
+namespace OvixAgent {
+
+namespace {
+
+IpPacket ipPacket(const Ovix::PacketContext& packet) noexcept {
+    return {packet.outerType(), packet.pkt()->data()};
+}
+
+bool isDestination(const Ovix::PacketContext& packet, const Lumo::IpGenAddr& address) noexcept {
+    return isIp(packet.outerType()) &&
+           Ovix::TtlBytes::whole(packet.outerType(), packet.pkt()->data()) &&
+           ipPacket(packet).destination() == address;
+}
+
+Fate mayGoTo(const Lumo::IpGenAddr& destination) noexcept {
+    switch (ipScope(destination)) {
+    case IpScope::global:
+        return forwarded;
+    case IpScope::linkLocal:
+    case IpScope::linkMulticast:
+        return punt(Reason::linkScope);
+    case IpScope::multicast:
+        return drop(Reason::multicast);
+    case IpScope::nowhere:
+        break;
+    }
+    return drop(Reason::martianDestination);
+}
+
+/// Whether a router may pass the packet on.
+Fate mayPass(const Ovix::PacketContext& context) noexcept {
+    const IpPacket packet = ipPacket(context);
+    const Fate fate = mayGoTo(packet.destination());
+    if (fate.kind != FateKind::forwarded) {
+        return fate;
+    }
+    if (ipScope(packet.source()) != IpScope::global) {
+        return drop(Reason::martianSource);
+    }
+    return packet.ttl() > (context.ttlDecremented() ? 0 : 1) ? forwarded : punt(Reason::ttlExpired);
+}
+
+} // namespace
+
+Fate IpRouter::route(const Fib& fib, const Lumo::IpGenAddr& address, Ovix::PacketContext& packet,
+                     std::size_t snapped, Egress& egress) const {
+    egress.isIpHop = isDestination(packet, address);
+    if (egress.isIpHop) {
+        const std::string_view fault = ipPacket(packet).fault(snapped);
+        if (!fault.empty()) {
+            return drop(fault);
+        }
+        packet.pkt()->truncate(ipPacket(packet).length());
+    }
+    const IpRoute* found = fib.find(address);
+    if (found != nullptr && found->isLocal()) {
+        return punt(Reason::localAddress);
+    }
+    const Fate fate = egress.isIpHop ? mayPass(packet) : forwarded;
+    if (fate.kind != FateKind::forwarded) {
+        return fate;
+    }
+    return found != nullptr ? follow(*found, packet, address, egress) : drop(Reason::noRoute);
+}
+
+Fate IpRouter::follow(const IpRoute& route, Ovix::PacketContext& packet,
+                      const Lumo::IpGenAddr& address, Egress& egress) const {
+    if (route.drops()) {
+        return drop(Reason::droppingRoute);
+    }
+    const IpRouteVia& via =
+        route.vias().size() == 1 ? route.vias().front() : route.choose(packet.hash());
+    const Lumo::IpGenAddr& neighbour = via.onLink ? address : via.nexthop;
+    const Lumo::EthAddr* mac =
+        via.mac != nullptr ? via.mac : tables_->neighbours.find(neighbour, via.port);
+    if (mac == nullptr) {
+        tables_->neighbours.want(neighbour, via.port);
+        return drop(Reason::noNeighbour);
+    }
+    egress.port = &tables_->ports.ports()[via.port];
+    egress.mac = *mac;
+    egress.push = via.push.get();
+    return forwarded;
+}
+
+void takeIpTtl(Ovix::PacketContext& packet) noexcept {
+    if (packet.ttlDecremented()) {
+        return;
+    }
+    const std::span<std::uint8_t> bytes = packet.pkt()->writableData();
+    const Ovix::PktHdrType type = packet.outerType();
+    Ovix::TtlBytes::ttlIs(type, bytes,
+                          static_cast<std::uint8_t>(Ovix::TtlBytes::ttl(type, bytes) - 1));
+    packet.ttlDecrementedIs(true);
+}
+
+} // namespace OvixAgent

@@ -1,0 +1,37 @@
+#pragma once
+
+#include "Forwarding/Egress.h"
+#include "Forwarding/Fate.h"
+#include "Forwarding/ForwardingTables.h"
+#include "Ovix/RoutingContext.h"
+
+namespace OvixAgent {
+
+/// Finds the way out of a next hop that is an address without an interface, by the routes of its
+/// VRF.
+///
+/// When the address is the destination of the very packet, this is the packet's IP hop: the packet
+/// is checked (RFC 1812 section 5.2.2), freed of the link's padding, and must be one that a router
+/// may pass on. Link-local, broadcast and expired packets go to the CPU, which answers them.
+/// Otherwise the address is a next hop that routing tells how to reach.
+class IpRouter {
+  public:
+    /// The tables must outlive the router.
+    explicit IpRouter(ForwardingTables& tables) noexcept : tables_(&tables) {}
+
+    /// Forwarded: `egress` is filled. `snapped` is how much of the frame the capture left out.
+    Fate route(const Fib& fib, const Lumo::IpGenAddr& address, Ovix::PacketContext& packet,
+               std::size_t snapped, Egress& egress) const;
+
+  private:
+    Fate follow(const IpRoute& route, Ovix::PacketContext& packet, const Lumo::IpGenAddr& address,
+                Egress& egress) const;
+
+    ForwardingTables* tables_;
+};
+
+/// Takes this router's one decrement from an IP packet, unless a label's TTL has carried it over
+/// already (RFC 3443 section 3.1); an IPv4 checksum follows (RFC 1624).
+void takeIpTtl(Ovix::PacketContext& packet) noexcept;
+
+} // namespace OvixAgent

@@ -1,0 +1,95 @@
+#include "Live/LivePorts.h"
+
+#include <fmt/format.h>
+
+#include "Forwarding/LinkHeader.h"
+#include "Live/PacketPort.h"
+#include "Live/TapPort.h"
+#include "Live/XdpPort.h"
+
+namespace OvixAgent {
+
+namespace {
+
+std::unique_ptr<LivePort> open(const PortConfig& config, PortIndex index) {
+    switch (config.kind) {
+    case PortKind::xdp:
+        return std::make_unique<XdpPort>(index, config.name);
+    case PortKind::tap:
+        return std::make_unique<TapPort>(index, config.name);
+    case PortKind::packet:
+        break;
+    }
+    return std::make_unique<PacketPort>(index, config.name, PacketIntake::labelledAndIp);
+}
+
+bool isLabelled(std::span<const std::uint8_t> frame) noexcept {
+    std::size_t at = 12;
+    while (at + 2 <= frame.size()) {
+        const unsigned type = static_cast<unsigned>(frame[at] << 8U | frame[at + 1]);
+        if (type != 0x8100 && type != 0x88a8) {
+            return type == 0x8847 || type == 0x8848;
+        }
+        at += 4;
+    }
+    return false;
+}
+
+class CpuPort : public TransmitPort {
+  public:
+    explicit CpuPort(const std::string& tap) {
+        if (!tap.empty()) {
+            tap_ = std::make_unique<TapPort>(0, tap);
+        }
+    }
+    void transmit(const Frame& frame) override {
+        if (tap_ && isLabelled(frame.bytes)) {
+            tap_->transmit(frame);
+        }
+    }
+
+  private:
+    std::unique_ptr<TapPort> tap_;
+};
+
+} // namespace
+
+LivePorts::LivePorts(const AgentConfig& config, PortTable& table)
+    : cpu_(std::make_unique<CpuPort>(config.cpuTap)) {
+    for (PortIndex i = 0; i < config.ports.size(); ++i) {
+        ports_.push_back(open(config.ports[i], i));
+        table.ports()[i].out = ports_.back().get();
+        table.ports()[i].isUp = false; // until the kernel tells of the link
+    }
+}
+
+LivePort* LivePorts::find(const std::string& interface) const {
+    for (const auto& port : ports_) {
+        if (port->name() == interface) {
+            return port.get();
+        }
+    }
+    return nullptr;
+}
+
+void LivePorts::flush() {
+    for (const auto& port : ports_) {
+        port->flush();
+    }
+}
+
+std::vector<std::pair<std::string, std::uint64_t>> LivePorts::troubles() const {
+    std::vector<std::pair<std::string, std::uint64_t>> all;
+    for (const auto& port : ports_) {
+        const LiveCounts& counts = port->counts();
+        for (std::size_t i = 2; i < liveEventNames.size(); ++i) {
+            const std::uint64_t count = counts.of(static_cast<LiveEvent>(i));
+            if (count > 0) {
+                all.emplace_back(fmt::format("{}: {}", port->name(), liveEventNames[i]), count);
+            }
+        }
+    }
+    return all;
+}
+
+} // namespace OvixAgent

@@ -1,0 +1,123 @@
+#include "Live/LiveRun.h"
+
+#include <cerrno>
+#include <csignal>
+#include <ctime>
+#include <sys/signalfd.h>
+#include <system_error>
+
+#include "Tessel/Exceptions.h"
+
+namespace OvixAgent {
+
+namespace {
+
+/// As many frames of one port as are handled before the others have their turn.
+constexpr std::size_t framesPerTurn = 256;
+constexpr int idleMs = 100;
+
+int signalDescriptor() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        sigaddset(&signals, signal);
+    }
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
+    const int descriptor = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
+    if (descriptor < 0) {
+        throw std::system_error(errno, std::generic_category(), "cannot take signals");
+    }
+    return descriptor;
+}
+
+CaptureTime timeNow() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return {now.tv_sec, static_cast<std::uint32_t>(now.tv_nsec)};
+}
+
+} // namespace
+
+LiveRun::LiveRun(const Parts& parts) : parts_(parts), signals_(signalDescriptor()) {}
+
+void LiveRun::run(const std::function<void()>& reload) {
+    do {
+        wait();
+        parts_.links->receive();
+        takeFrames();
+        refresh();
+        everySecond();
+    } while (takeSignals(reload));
+    parts_.ports->flush();
+}
+
+void LiveRun::wait() {
+    waiting_.clear();
+    waiting_.push_back({signals_.value(), POLLIN, 0});
+    waiting_.push_back({parts_.links->descriptor(), POLLIN, 0});
+    waiting_.push_back({parts_.control != nullptr ? parts_.control->descriptor() : -1, POLLIN, 0});
+    for (const auto& port : parts_.ports->all()) {
+        waiting_.push_back({port->descriptor(), POLLIN, 0});
+    }
+    poll(waiting_.data(), waiting_.size(), hasMore_ ? 0 : idleMs); // what interrupts it, is seen to
+    hasMore_ = false;
+    if (parts_.control != nullptr && waiting_[2].revents != 0) {
+        parts_.control->serve();
+    }
+}
+
+void LiveRun::takeFrames() {
+    const auto visitor = [this](const Frame& frame) { forward(frame); };
+    for (const auto& port : parts_.ports->all()) {
+        if (port->isOpen() && port->receive(visitor, framesPerTurn) == framesPerTurn) {
+            hasMore_ = true;
+        }
+    }
+    const CaptureTime now = timeNow();
+    for (const CpuAnswers::Frame& answer : parts_.answers->take()) {
+        forward({answer.port, now, answer.bytes, static_cast<std::uint32_t>(answer.bytes.size())});
+    }
+    parts_.ports->flush();
+}
+
+void LiveRun::forward(const Frame& frame) {
+    for (;;) {
+        parts_.tables->refresh();
+        try {
+            parts_.forwarder->receive(frame);
+            return;
+        } catch (const Tessel::SnapshotLost&) {
+            // The process was held up for so long that what it read from has been replaced.
+        }
+    }
+}
+
+void LiveRun::refresh() {
+    parts_.tables->refresh();
+    if (parts_.ipRoutes != nullptr && !parts_.ipRoutes->refresh()) {
+        hasMore_ = true;
+    }
+    parts_.links->solicit(LinkSync::Clock::now());
+}
+
+void LiveRun::everySecond() {
+    const auto now = LinkSync::Clock::now();
+    if (now - lookedAt_ >= std::chrono::seconds(1)) {
+        lookedAt_ = now;
+        parts_.links->reopen();
+    }
+}
+
+/// False when the run is to end.
+bool LiveRun::takeSignals(const std::function<void()>& reload) {
+    signalfd_siginfo signal{};
+    while (read(signals_.value(), &signal, sizeof signal) == ssize_t{sizeof signal}) {
+        if (signal.ssi_signo != SIGHUP) {
+            return false;
+        }
+        reload();
+    }
+    return true;
+}
+
+} // namespace OvixAgent

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <poll.h>
+#include <vector>
+
+#include "Answers/CpuAnswers.h"
+#include "Control/ControlServer.h"
+#include "Forwarding/Forwarder.h"
+#include "Ip/SharedIpRoutes.h"
+#include "Live/LinkSync.h"
+#include "Live/LivePorts.h"
+#include "Mpls/PublishedTables.h"
+#include "Posix/FileDescriptor.h"
+
+namespace OvixAgent {
+
+/// The loop of a run on live ports: frames, link changes, requests and signals, whichever comes.
+class LiveRun {
+  public:
+    /// Everything must outlive it; `ipRoutes` and `control` may be null.
+    struct Parts {
+        Mpls::PublishedTables* tables;
+        Forwarder* forwarder;
+        LivePorts* ports;
+        LinkSync* links;
+        CpuAnswers* answers;
+        SharedIpRoutes* ipRoutes;
+        ControlServer* control;
+    };
+
+    /// From here on SIGINT, SIGTERM and SIGHUP are dealt with by `run`. Throws std::system_error.
+    explicit LiveRun(const Parts& parts);
+
+    /// Forwards until SIGINT or SIGTERM; then the frames in hand have been sent. SIGHUP calls
+    /// `reload`.
+    void run(const std::function<void()>& reload);
+
+  private:
+    void wait();
+    bool takeSignals(const std::function<void()>& reload);
+    void takeFrames();
+    void forward(const Frame& frame);
+    void refresh();
+    void everySecond();
+
+    Parts parts_;
+    FileDescriptor signals_;
+    bool hasMore_ = false; ///< frames or changes that need no waiting for
+    LinkSync::Clock::time_point lookedAt_;
+    std::vector<pollfd> waiting_;
+};
+
+} // namespace OvixAgent

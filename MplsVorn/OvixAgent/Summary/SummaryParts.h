@@ -1,0 +1,19 @@
+#pragma once
+
+#include <nlohmann/json_fwd.hpp>
+#include <vector>
+
+#include "Counter/PktCounterCollectionHolder.h"
+#include "Ovix/NamedCounters.h"
+#include "Summary/Summary.h"
+
+namespace OvixAgent {
+
+/// What has been counted per label, by label.
+std::vector<LabelTraffic> labelTraffic(const Counter::PktCounterCollectionHolder& holder);
+std::vector<NamedCounter> namedCounters(const Ovix::OvixNamedCounters& counters);
+
+nlohmann::ordered_json labelsJson(const std::vector<LabelTraffic>& labels);
+nlohmann::ordered_json countersJson(const std::vector<NamedCounter>& counters);
+
+} // namespace OvixAgent

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "Config/ConfigTypes.h"
+#include "Interface/EthIntfStatusDir.h"
+#include "Mpls/PublishedTables.h"
+#include "Mpls/TablePublisher.h"
+#include "Ovix/OvixPlugin.h"
+#include "Tessel/EntityManager.h"
+
+namespace OvixAgent {
+
+/// A configuration as the state that plugins read: the state database, the label tables and the
+/// lists to hook into.
+class AgentState {
+  public:
+    /// The label tables are those of the configuration. `systemName` keeps apart the tables of
+    /// agents in one process. Throws ConfigError, naming `file`, for what the tables refuse.
+    AgentState(const AgentConfig& config, const std::string& file,
+               const std::string& systemName = "ovix");
+    /// The label tables are those that somebody else publishes.
+    AgentState(const AgentConfig& config, Ptr<Tessel::TableReader> tables,
+               const std::string& systemName = "ovix");
+    ~AgentState();
+    AgentState(const AgentState&) = delete;
+    AgentState& operator=(const AgentState&) = delete;
+
+    /// Puts another configuration's label tables in the place of its own ones, all at once; tables
+    /// that somebody else publishes stay as they are. Throws ConfigError, having changed nothing.
+    void configureTables(const AgentConfig& config, const std::string& file);
+
+    const Ptr<Ovix::PluginContext>& pluginContext() const noexcept { return context_; }
+    const Ptr<Ovix::PluginManager>& manager() const noexcept { return context_->manager(); }
+    const Ptr<Interface::EthIntfStatusDir>& interfaces() const noexcept { return interfaces_; }
+    Mpls::PublishedTables& tables() noexcept { return published_; }
+    const Mpls::PublishedTables& tables() const noexcept { return published_; }
+
+  private:
+    AgentState(const AgentConfig& config, std::unique_ptr<Mpls::TablePublisher> own,
+               const std::string& systemName);
+    void publishState(const AgentConfig& config);
+    void publishTables();
+
+    std::unique_ptr<Mpls::TablePublisher> own_;
+    Ptr<Tessel::EntityManager> entities_;
+    Mpls::PublishedTables published_;
+    Ptr<Interface::EthIntfStatusDir> interfaces_ = Tessel::make<Interface::EthIntfStatusDir>();
+    Ptr<Ovix::PluginContext> context_;
+};
+
+} // namespace OvixAgent

@@ -1,0 +1,110 @@
+#include "Command/CliOptions.h"
+
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+using namespace OvixAgent;
+
+namespace {
+
+std::variant<RunOptions, CliExit> parse(std::vector<const char*> arguments) {
+    arguments.insert(arguments.begin(), "ovix-agent");
+    return parseCommandLine(static_cast<int>(arguments.size()), arguments.data());
+}
+
+RunOptions runOptions(const std::vector<const char*>& arguments) {
+    const auto result = parse(arguments);
+    if (const auto* exit = std::get_if<CliExit>(&result)) {
+        ADD_FAILURE() << exit->text;
+        return {};
+    }
+    return std::get<RunOptions>(result);
+}
+
+CliExit exitOf(const std::vector<const char*>& arguments) {
+    const auto result = parse(arguments);
+    const auto* exit = std::get_if<CliExit>(&result);
+    return exit != nullptr ? *exit : CliExit{-1, "accepted"};
+}
+
+} // namespace
+
+TEST(CliOptions, ReadsEveryOption) {
+    const RunOptions options =
+        runOptions({"run", "c.yaml", "--in", "eth1=a.pcap", "--in", "eth2=b=c.pcap", "--out", "o",
+                    "--json", "--trace", "--quiet", "--plugin", "p.so"});
+    EXPECT_EQ(options.config, "c.yaml");
+    ASSERT_EQ(options.inputs.size(), 2U);
+    EXPECT_EQ(options.inputs[0].port, "eth1");
+    EXPECT_EQ(options.inputs[0].path, "a.pcap");
+    EXPECT_EQ(options.inputs[1].port, "eth2");
+    EXPECT_EQ(options.inputs[1].path, "b=c.pcap");
+    EXPECT_EQ(options.outDirectory, "o");
+    EXPECT_TRUE(options.json);
+    EXPECT_TRUE(options.trace);
+    EXPECT_TRUE(options.quiet);
+    EXPECT_EQ(options.plugin, "p.so");
+}
+
+TEST(CliOptions, FlagsAreOffUnlessGiven) {
+    const RunOptions options = runOptions({"run", "c.yaml", "--in", "e=a", "--out", "o"});
+    EXPECT_FALSE(options.json);
+    EXPECT_FALSE(options.trace);
+    EXPECT_FALSE(options.quiet);
+    EXPECT_EQ(options.plugin, "");
+}
+
+TEST(CliOptions, TheConfigurationMayStandAnywhere) {
+    const std::vector<const char*> orders[]{
+        {"run", "c.yaml", "--in", "e=a", "f=b", "--out", "o"},
+        {"run", "--in", "e=a", "f=b", "c.yaml", "--out", "o"},
+        {"run", "--in", "e=a", "c.yaml", "--in", "f=b", "--out", "o"},
+        {"run", "--in", "e=a", "f=b", "--out", "o", "c.yaml"},
+        {"run", "--out=o", "--in=e=a", "--in=f=b", "--", "c.yaml"},
+    };
+    for (const auto& order : orders) {
+        const RunOptions options = runOptions(order);
+        EXPECT_EQ(options.config, "c.yaml");
+        EXPECT_EQ(options.outDirectory, "o");
+        ASSERT_EQ(options.inputs.size(), 2U);
+        EXPECT_EQ(options.inputs[1].port, "f");
+        EXPECT_EQ(options.inputs[1].path, "b");
+    }
+}
+
+TEST(CliOptions, WrongUsageExitsWithTwoAndSaysWhatIsWrong) {
+    const std::pair<std::vector<const char*>, const char*> cases[]{
+        {{}, "A subcommand is required"},
+        {{"walk"}, "A subcommand is required"},
+        {{"run"}, "--out is required"},
+        {{"run", "--in", "e=a", "--out", "o"}, "CONFIG is required"},
+        {{"run", "c.yaml", "--out", "o"}, "--in is required"},
+        {{"run", "c.yaml", "--in", "e=a"}, "--out is required"},
+        {{"run", "c.yaml", "--in", "a.pcap", "--out", "o"}, "\"a.pcap\" is not PORT=CAPTURE"},
+        {{"run", "c.yaml", "--in", "=a", "--out", "o"}, "\"=a\" is not PORT=CAPTURE"},
+        {{"run", "c.yaml", "--in", "e=", "--out", "o"}, "\"e=\" is not PORT=CAPTURE"},
+        {{"run", "c.yaml", "--out", "o", "--in"}, "--in"},
+        {{"run", "c.yaml", "d.yaml", "--in", "e=a", "--out", "o"}, "d.yaml"},
+        {{"run", "c.yaml", "--in", "e=a", "--out", "o", "--fast"}, "--fast"},
+        {{"run", "c.yaml", "--in", "e=a", "--out", "o", "--out", "p"}, "--out"},
+    };
+    for (const auto& [arguments, text] : cases) {
+        const CliExit exit = exitOf(arguments);
+        EXPECT_EQ(exit.code, ExitCode::usage) << text;
+        EXPECT_NE(exit.text.find(text), std::string::npos) << exit.text;
+    }
+}
+
+TEST(CliOptions, HelpAndVersionSucceed) {
+    EXPECT_EQ(exitOf({"--version"}).code, ExitCode::success);
+    EXPECT_EQ(exitOf({"--version"}).text, std::string("ovix-agent ") + agentVersion + "\n");
+    EXPECT_EQ(exitOf({"--help"}).code, ExitCode::success);
+    EXPECT_NE(exitOf({"--help"}).text.find("run"), std::string::npos);
+    const CliExit run = exitOf({"run", "--help"});
+    EXPECT_EQ(run.code, ExitCode::success);
+    for (const char* const option : {"CONFIG", "--in PORT=CAPTURE", "--out DIR", "--json",
+                                     "--trace", "--plugin FILE", "--quiet"}) {
+        EXPECT_NE(run.text.find(option), std::string::npos) << option << '\n' << run.text;
+    }
+}

@@ -1,0 +1,59 @@
+#include "Capture/CapturedLoopback.h"
+
+#include "ForwarderTesting.h"
+
+using namespace OvixAgent;
+using namespace OvixAgent::Testing;
+
+namespace {
+
+const Bytes frame = join({eth(0x8139), filled(46, 0x5a)});
+
+class CapturedLoopbackTest : public ::testing::Test {
+  protected:
+    static bool sendOn(std::string_view interfaceName, bool enabled = true) {
+        const auto port = Lumo::rawTxPamFactory(interfaceName);
+        port->enabledIs(enabled);
+        port->ethProtocolIs(0x8139);
+        return port->send(Lumo::globalPktManager()->newPkt(frame),
+                          Lumo::if_nametoindexAt(interfaceName));
+    }
+
+    MemoryPort out;
+    CapturedLoopback loopback{out};
+};
+
+} // namespace
+
+TEST_F(CapturedLoopbackTest, TakesWhatIsSentOnLoAtTheTimeOfTheFrameInHand) {
+    loopback.timeIs({5, 6});
+    EXPECT_TRUE(sendOn("lo"));
+    loopback.timeIs({7, 8});
+    EXPECT_TRUE(sendOn("lo"));
+    EXPECT_EQ(out.frames, (Frames{frame, frame}));
+    EXPECT_EQ(out.times, (std::vector<CaptureTime>{{5, 6}, {7, 8}}));
+    EXPECT_EQ(out.originalLengths, (std::vector<std::uint32_t>{60, 60}));
+    EXPECT_EQ(loopback.sent(), (Traffic{2, 120}));
+}
+
+TEST_F(CapturedLoopbackTest, KnowsNoOtherInterface) {
+    EXPECT_EQ(Lumo::if_nametoindexAt("eth0"), 0U);
+    EXPECT_FALSE(sendOn("eth0"));
+    EXPECT_TRUE(out.frames.empty());
+}
+
+TEST_F(CapturedLoopbackTest, APortThatIsNotEnabledSendsNothing) {
+    EXPECT_FALSE(sendOn("lo", false));
+    EXPECT_TRUE(out.frames.empty());
+    EXPECT_EQ(loopback.sent(), Traffic());
+}
+
+TEST(CapturedLoopback, IsInUseOnlyWhileItExists) {
+    const Lumo::RawTxBackend& kernel = Lumo::RawTxBackend::current();
+    {
+        MemoryPort out;
+        const CapturedLoopback loopback(out);
+        EXPECT_EQ(&Lumo::RawTxBackend::current(), &loopback);
+    }
+    EXPECT_EQ(&Lumo::RawTxBackend::current(), &kernel);
+}

@@ -1,0 +1,112 @@
+#include "Forwarding/PseudowirePayload.h"
+
+#include <gtest/gtest.h>
+#include <string>
+
+#include "FrameBytes.h"
+
+using namespace OvixAgent;
+using namespace TestSupport::Wire;
+
+namespace {
+
+const Bytes zeroWord = filled(4, 0);
+const Bytes inner = join({eth(ethIpv4), ipv4({}, udp())});
+const Bytes headerOnly = eth(ethIpv4);
+
+struct Row {
+    const char* what;
+    Bytes payload;
+    const char* verdict; ///< "forwarded", or a reason
+    Bytes left;
+};
+
+void check(const std::vector<Row>& rows, bool controlWord) {
+    for (const Row& row : rows) {
+        Ovix::PacketContext packet(Lumo::globalPktManager()->newPkt(row.payload),
+                                   Ovix::PktHdrType::eth);
+        const Fate fate = uncoverEthernet(packet, controlWord);
+        EXPECT_EQ(fate.kind == FateKind::forwarded ? "forwarded" : fate.reason, row.verdict)
+            << row.what;
+        EXPECT_EQ(fate.kind == FateKind::punted, fate.reason == Reason::associatedChannel);
+        if (fate.kind == FateKind::forwarded) {
+            const auto data = packet.pkt()->data();
+            EXPECT_EQ(Bytes(data.begin(), data.end()), row.left) << row.what;
+            EXPECT_EQ(packet.parsedPkt().header(0)->payload().size(), row.left.size() - 14);
+        }
+    }
+}
+
+constexpr const char* cutShort = "Pseudowire payload shorter than an Ethernet header";
+constexpr const char* unexpected = "Pseudowire control word where none is expected";
+constexpr const char* channel = "Pseudowire associated channel";
+constexpr const char* noWord = "No pseudowire control word";
+
+/// A frame to an address that begins with four zero bytes.
+Bytes toZeros(std::uint16_t etherType, const Bytes& payload) {
+    return join({{0, 0, 0, 0, 0, 1, 2, 0, 0, 0, 1, 2}, u16(etherType), payload});
+}
+
+} // namespace
+
+TEST(PseudowirePayload, WithAControlWordTheFirstNibbleDecides) {
+    check(
+        {
+            {"data", join({zeroWord, inner}), "forwarded", inner},
+            {"numbered", join({{0, 0, 0xff, 0xff}, inner}), "forwarded", inner},
+            {"reserved bits", join({{0x0f, 0xff, 0, 0}, inner}), "forwarded", inner},
+            {"a header alone", join({zeroWord, headerOnly}), "forwarded", headerOnly},
+            {"nothing", {}, cutShort, {}},
+            {"less than a control word", {0, 0, 0}, cutShort, {}},
+            {"a control word alone", zeroWord, cutShort, {}},
+            {"one byte short", join({zeroWord, filled(13, 1)}), cutShort, {}},
+            {"a channel header alone", {0x10, 0, 0, 7}, channel, {}},
+            {"a channel message", join({{0x10, 0, 0, 0x21}, ipv4({}, udp())}), channel, {}},
+            {"an IPv4 packet", ipv4({}, udp()), noWord, {}},
+            {"an IPv6 packet", ipv6({}, udp()), noWord, {}},
+            {"nibble 2", join({{0x20, 0, 0, 0}, inner}), noWord, {}},
+            {"nibble 15", join({{0xff, 0, 0, 0}, inner}), noWord, {}},
+        },
+        true);
+}
+
+TEST(PseudowirePayload, WithoutOneTheFrameIsThePayload) {
+    const Bytes shortLlc = toZeros(3, join({{0x42, 0x42, 3}, filled(43, 0)}));
+    check(
+        {
+            {"a frame", inner, "forwarded", inner},
+            {"a header alone", headerOnly, "forwarded", headerOnly},
+            {"nothing", {}, cutShort, {}},
+            {"one byte short", filled(13, 1), cutShort, {}},
+            {"an address that looks like a channel", join({{0x10}, filled(5, 0), filled(54, 1)}),
+             "forwarded", join({{0x10}, filled(5, 0), filled(54, 1)})},
+            {"IPv4 to zeros", toZeros(ethIpv4, ipv4({}, udp())), "forwarded",
+             toZeros(ethIpv4, ipv4({}, udp()))},
+            {"a tagged frame to zeros", toZeros(ethVlan, filled(46, 8)), "forwarded",
+             toZeros(ethVlan, filled(46, 8))},
+            {"an EtherType nobody knows", toZeros(0x1234, filled(46, 7)), "forwarded",
+             toZeros(0x1234, filled(46, 7))},
+            {"802.3 to zeros", toZeros(100, filled(100, 8)), "forwarded",
+             toZeros(100, filled(100, 8))},
+            {"padded 802.3 to zeros", shortLlc, "forwarded", shortLlc},
+            {"all zeros", filled(60, 0), "forwarded", filled(60, 0)},
+            {"a header of zeros", filled(14, 0), "forwarded", filled(14, 0)},
+        },
+        false);
+}
+
+TEST(PseudowirePayload, AControlWordThatWasNotAgreedUponIsToldFromAnAddress) {
+    const Bytes tagged = join({eth(ethVlan), tag(5, ethIpv6), ipv6({}, udp())});
+    const Bytes llc = join({eth(38), {0x42, 0x42, 3}, filled(35, 0)});
+    check(
+        {
+            {"IPv4", join({zeroWord, inner}), unexpected, {}},
+            {"tagged", join({zeroWord, tagged}), unexpected, {}},
+            {"spanning tree", join({zeroWord, llc}), unexpected, {}},
+            {"numbered", join({{0, 0, 0x12, 0x34}, inner}), unexpected, {}},
+            {"a header alone", join({zeroWord, headerOnly}), unexpected, {}},
+            {"an EtherType nobody knows either way", join({zeroWord, eth(0x1234), filled(46, 1)}),
+             "forwarded", join({zeroWord, eth(0x1234), filled(46, 1)})},
+        },
+        false);
+}

@@ -1,0 +1,78 @@
+#include <gtest/gtest.h>
+
+#include "Config/Config.h"
+#include "Config/ConfigError.h"
+#include "LocalTables.h"
+#include "Tables/AgentState.h"
+
+using namespace OvixAgent;
+
+namespace {
+
+AgentConfig config(const std::string& more) {
+    return parseConfig(R"(
+ports:
+  - {name: west, mac: "02:00:00:00:00:01"}
+)" + more,
+                       "test.yaml");
+}
+
+std::string label(std::uint32_t number) {
+    return "lfib: {decap: [{label: " + std::to_string(number) +
+           ", type: ip-lookup, via: {vrf: red, payload: ipv4}}]}";
+}
+
+/// With an adjacency that the tables refuse once its labels have been loaded.
+AgentConfig refusedInMidLoading(std::uint32_t number) {
+    AgentConfig made = config(label(number) + R"(
+hardware:
+  adjacencies:
+    - {id: 7, vias: [{interface: west, nexthop: 10.0.0.1, action: pop}]}
+)");
+    made.hardware.adjacencies.front().id = 1U << 20U;
+    return made;
+}
+
+bool hasLabel(const Mpls::PublishedTables& tables, std::uint32_t number) {
+    const auto key = Mpls::RouteKey::fromLabel(Lumo::MplsLabel(number));
+    return tables.lfib(Mpls::TableId::decapLfib)->route(key).viaSetKey.value != 0;
+}
+
+} // namespace
+
+TEST(ConfigureTables, AnotherConfigurationsLabelsTakeThePlaceOfTheFormerAllAtOnce) {
+    AgentState state(config(label(100)), "test.yaml", "configure-changed");
+    ASSERT_TRUE(hasLabel(state.tables(), 100));
+    const std::uint64_t before = state.tables().tables().generation();
+    state.configureTables(config(label(200)), "test.yaml");
+    EXPECT_TRUE(hasLabel(state.tables(), 100)); // until the readers go over
+    state.tables().refreshWholly();
+    EXPECT_EQ(state.tables().tables().generation(), before + 1);
+    EXPECT_FALSE(hasLabel(state.tables(), 100));
+    EXPECT_TRUE(hasLabel(state.tables(), 200));
+    state.configureTables(config(""), "test.yaml");
+    state.tables().refreshWholly();
+    EXPECT_FALSE(hasLabel(state.tables(), 200));
+}
+
+TEST(ConfigureTables, WhatIsRefusedChangesNothing) {
+    AgentState state(config(label(100)), "test.yaml", "configure-refused");
+    const std::uint64_t before = state.tables().tables().generation();
+    EXPECT_THROW(state.configureTables(refusedInMidLoading(200), "test.yaml"), ConfigError);
+    state.tables().refreshWholly();
+    EXPECT_EQ(state.tables().tables().generation(), before);
+    EXPECT_TRUE(hasLabel(state.tables(), 100));
+    state.configureTables(config(label(300)), "test.yaml");
+    state.tables().refreshWholly();
+    EXPECT_FALSE(hasLabel(state.tables(), 100));
+    EXPECT_FALSE(hasLabel(state.tables(), 200));
+    EXPECT_TRUE(hasLabel(state.tables(), 300));
+}
+
+TEST(ConfigureTables, TablesThatSomebodyElsePublishesStay) {
+    TestSupport::LocalTables others;
+    AgentState state(config(""), others.reader, "configure-others");
+    state.configureTables(config(label(200)), "test.yaml");
+    state.tables().refreshWholly();
+    EXPECT_FALSE(hasLabel(state.tables(), 200));
+}
