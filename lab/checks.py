@@ -92,16 +92,22 @@ def vpn(lab) -> str:
           traffic.capture(lab.directory, "ce2", "pe2") as at_ce2):
         sent, received = traffic.ping(lab.directory, 20, hosts)
     expect((sent, received) == (20, 20), f"{sent} pings, {received} answers")
-    stack = ",".join(map(str, lab.vpn_stack("pe1", "vpn2")))
+    labels = lab.vpn_stack("pe1", "vpn2")
+    stack = ",".join(map(str, labels))
     pings = f"icmp.type == 8 && ip.dst == {topology.address('vpn2')}"
     frames = traffic.dissected(on_p, f"mpls && {pings}", "mpls.label")
     expect(frames == [[stack]] * 20, f"FRR chose labels {stack}; on the wire: {frames}")
     strayed = traffic.dissected(at_ce2, pings, "ip.src")
     expect(not strayed, f"{len(strayed)} of 20 came to CE2")
-    way = traffic.hops(hosts)
+    hops = traffic.hops(hosts)
+    wanted = [topology.interface("pe1", "vpn1").host,
+              f"{topology.interface('p', 'pe1').host} label {labels[0]}",
+              f"{topology.interface('pe2', 'p').host} label {labels[-1]}",
+              topology.address("vpn2")]
+    expect(hops == wanted, f"hops: expected {wanted}, seen {hops}")
     return (f"VPN2 answers after {took:.1f} s; all of 20 pings answered, labels {stack} on each "
-            "request, and none came to CE2, which has the same address; the way is " +
-            ", ".join(way))
+            "request, and none came to CE2, which has the same address; the way is "
+            + ", ".join(hops))
 
 
 def link_cut(lab) -> str:
