@@ -82,6 +82,17 @@ ports:
   - {{name: east, kind: {kind}, addresses: [10.0.2.1/24]}}
 {extra}""")
 
+    def run_briefly(self, ports: str, *prefix: str) -> subprocess.CompletedProcess:
+        """A run with these ports alone, ended after a second unless it ends by itself."""
+        config = self.directory / "brief.yaml"
+        config.write_text(f"ports: [{ports}]\n")
+        self.directory.chmod(0o755)
+        return subprocess.run(
+            ["ip", "netns", "exec", self.router, "timeout", "--preserve-status", "-s", "TERM", "1.5",
+             *prefix, agent.AGENT, "run", str(config), "--live", "--json",
+             *(["--plugin", agent.PLUGIN] if agent.PLUGIN else [])],
+            capture_output=True, text=True, check=False, timeout=DEADLINE)
+
     def stop(self, process: subprocess.Popen) -> dict:
         process.send_signal(signal.SIGTERM)
         stdout, stderr = process.communicate(timeout=DEADLINE)
@@ -272,6 +283,76 @@ except TimeoutError: pass""").communicate()[0]
         self.until(is_answered)
         self.assertEqual((heard[0][20], heard[0][21]), (3, 4))
         self.assertEqual(int.from_bytes(heard[0][26:28], "big"), 1000 - 2 * 4)
+        self.stop(process)
+
+    def test_ports_that_cannot_be_opened_are_told_of(self):
+        absent = self.run_briefly("{name: west, kind: packet}, {name: nowhere, kind: packet}")
+        self.assertEqual(absent.returncode, 1)
+        problem = "nowhere: finding the interface: No such device"
+        self.assertIn(f"ovix-agent: {problem}\n", absent.stderr)
+        self.assertEqual(json.loads(absent.stdout)["problems"], [problem])
+        unprivileged = self.run_briefly("{name: west, kind: packet}", "setpriv", "--reuid", "65534",
+                                        "--clear-groups")
+        self.assertEqual(unprivileged.returncode, 1)
+        self.assertIn("ovix-agent: no port can be used: west: opening a packet socket: "
+                      "Operation not permitted\n", unprivileged.stderr)
+        self.assertEqual(unprivileged.stdout, "")
+
+    def test_a_tap_port_is_made_and_disturbs_no_other(self):
+        config = "cpu: {tap: cpu0}"
+        process = self.start(config)
+        self.learn_neighbours()
+        process.send_signal(signal.SIGTERM)
+        process.communicate(timeout=DEADLINE)
+        tap = self.run_briefly("{name: west, kind: packet}, {name: tap0, kind: tap}")
+        self.assertEqual(tap.returncode, 0, tap.stderr)
+        self.assertEqual(tap.stderr, "")
+
+    def test_what_has_come_in_before_the_end_is_forwarded(self):
+        process = self.start()
+        self.learn_neighbours()
+        before = json.loads(subprocess.run([CTL, "--control", str(self.path), "counters", "show",
+                                            "--json"], check=True, capture_output=True).stdout)
+        self.assertIn("counters", before)
+        os.kill(process.pid, signal.SIGSTOP)
+        mac = self.router_mac("west").replace(":", "")
+        packet = f.udp_packet("10.0.1.2", "10.0.2.2").hex()
+        self.host(self.west, f"""
+import socket
+s = socket.socket(socket.AF_PACKET, socket.SOCK_RAW); s.bind(("eth0", 0))
+for i in range(2000): s.send(bytes.fromhex("{mac}" + "020000000009" + "0800" + "{packet}"))
+""").communicate()
+        process.send_signal(signal.SIGTERM)
+        os.kill(process.pid, signal.SIGCONT)
+        stdout, stderr = process.communicate(timeout=DEADLINE)
+        self.assertEqual(process.returncode, 0, stderr)
+        result = json.loads(stdout)
+        self.assertTrue(result["balanced"])
+        self.assertGreaterEqual(result["forwarded"]["ports"]["east"]["frames"], 2000)
+
+    def test_addresses_and_status_change_with_the_configuration(self):
+        process = self.start()
+        self.learn_neighbours()
+        self.config.write_text("""
+ports:
+  - {name: west, kind: packet, addresses: [10.0.1.77/24]}
+  - {name: east, kind: packet, addresses: [10.0.2.1/24]}
+""")
+        process.send_signal(signal.SIGHUP)
+        spent = f.eth(self.router_mac("west"), "02:00:00:00:00:09", f.ETH_IPV4,
+                      f.udp_packet("10.0.1.2", "10.0.2.2", ttl=1))
+        self.until(lambda: [one[12:16] for one in self.icmp_answers(spent)]
+                   == [bytes([10, 0, 1, 77])])
+        self.config.write_text("""
+ports:
+  - {name: west, kind: packet, addresses: [10.0.1.1/24]}
+  - {name: east, kind: packet, addresses: [10.0.2.1/24], status: down}
+""")
+        process.send_signal(signal.SIGHUP)
+        self.until(lambda: self.datagrams(1) == 0)
+        self.configure()
+        process.send_signal(signal.SIGHUP)
+        self.until(lambda: self.datagrams(1) == 1)
         self.stop(process)
 
     def test_the_configuration_is_read_anew_and_a_bad_one_is_refused(self):

@@ -54,9 +54,7 @@ std::vector<std::uint8_t> frameOf(const Answer& answer, const Lumo::EthAddr& por
 CpuAnswers::CpuAnswers(TransmitPort& cpu, const AgentConfig& config, ForwardingTables& forwarding,
                        const Mpls::PublishedTables& tables)
     : cpu_(&cpu), forwarding_(&forwarding), tables_(&tables) {
-    for (const PortConfig& port : config.ports) {
-        own_.push_back(addressesOf(port));
-    }
+    configure(config);
     echoTables_.label = [this](Lumo::MplsLabel label) { return labelUse(label); };
     echoTables_.egressLabel = [this](const Lumo::IpGenAddr& prefix,
                                      std::uint8_t) -> std::optional<Lumo::MplsLabel> {
@@ -66,6 +64,13 @@ CpuAnswers::CpuAnswers(TransmitPort& cpu, const AgentConfig& config, ForwardingT
                           (route->isLocal() || (!route->vias().empty() && route->vias()[0].onLink));
         return ends ? std::optional(Lumo::MplsLabel(implicitNull)) : std::nullopt;
     };
+}
+
+void CpuAnswers::configure(const AgentConfig& config) {
+    own_.clear();
+    for (const PortConfig& port : config.ports) {
+        own_.push_back(addressesOf(port));
+    }
 }
 
 void CpuAnswers::transmit(const OvixAgent::Frame& frame) {

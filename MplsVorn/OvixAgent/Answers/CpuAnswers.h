@@ -29,6 +29,9 @@ class CpuAnswers final : public TransmitPort, public TooBigListener {
     CpuAnswers(TransmitPort& cpu, const AgentConfig& config, ForwardingTables& forwarding,
                const Mpls::PublishedTables& tables);
 
+    /// Takes over the addresses of the ports, which must be the same.
+    void configure(const AgentConfig& config);
+
     void transmit(const OvixAgent::Frame& frame) override;
     void tooBig(const OvixAgent::Frame& received, std::span<const std::uint8_t> leaving,
                 std::uint32_t mtu) override;

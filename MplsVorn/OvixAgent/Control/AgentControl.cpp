@@ -19,6 +19,7 @@ struct Commands {
     AgentState* state;
     const Forwarder* forwarder;
     std::string tables;
+    std::function<std::vector<NamedCounter>()> more;
 
     void operator()(const Json& request, Json& answer) const {
         static const std::map<std::string, void (Commands::*)(Json&) const> all{
@@ -37,7 +38,12 @@ struct Commands {
     void counters(Json& answer) const {
         answer["labels"] =
             labelsJson(labelTraffic(*state->manager()->pktCounterCollectionHolder()));
-        answer["counters"] = countersJson(namedCounters(*forwarder->namedCounters()));
+        std::vector<NamedCounter> all = namedCounters(*forwarder->namedCounters());
+        if (more) {
+            const std::vector<NamedCounter> others = more();
+            all.insert(all.end(), others.begin(), others.end());
+        }
+        answer["counters"] = countersJson(all);
     }
     void clearCounters(Json&) const {
         state->manager()->clearCountersRequests()->requestClearAll();
@@ -60,13 +66,14 @@ struct Commands {
 } // namespace
 
 std::unique_ptr<ControlServer> serveControl(const RunOptions& options, AgentState& state,
-                                            const Forwarder& forwarder) {
+                                            const Forwarder& forwarder,
+                                            std::function<std::vector<NamedCounter>()> more) {
     if (options.control.empty() && options.tables.empty()) {
         return nullptr;
     }
-    return std::make_unique<ControlServer>(options.control.empty() ? controlPath(options.tables)
-                                                                   : options.control,
-                                           Commands{&state, &forwarder, options.tables});
+    return std::make_unique<ControlServer>(
+        options.control.empty() ? controlPath(options.tables) : options.control,
+        Commands{&state, &forwarder, options.tables, std::move(more)});
 }
 
 } // namespace OvixAgent

@@ -81,6 +81,10 @@ bool isInterface(unsigned int index) noexcept {
     return if_indextoname(index, name.data()) != nullptr;
 }
 
+bool isInterface(const std::string& name) noexcept {
+    return if_nametoindex(name.c_str()) != 0;
+}
+
 bool countWhatIsWrong(unsigned int index, LiveCounts& counts) noexcept {
     const bool isThere = isInterface(index);
     counts.add(isThere ? LiveEvent::linkDown : LiveEvent::interfaceGone);

@@ -18,6 +18,8 @@ std::uint32_t receiveQueuesOfInterface(const std::string& name);
 
 /// Whether the interface is still there.
 bool isInterface(unsigned int index) noexcept;
+/// Whether there is one of that name.
+bool isInterface(const std::string& name) noexcept;
 
 /// After a socket of the interface has failed: counts whether the link is down or the interface
 /// gone, and returns whether it is still there. The kernel says "network is down" for a link that

@@ -25,6 +25,14 @@ LinkSync::LinkSync(const AgentConfig& config, ForwardingTables& forwarding,
         ofPort_.push_back({0, port.mac != MacAddress{}, port.mtu != PortConfig().mtu});
         interfaces_->intfStatusIs(Lumo::IntfId(port.name), false);
     }
+    configure(config);
+}
+
+void LinkSync::configure(const AgentConfig& config) {
+    for (PortIndex i = 0; i < ofPort_.size(); ++i) {
+        ofPort_[i].isEnabled = config.ports[i].isUp;
+        upIs(i, ofPort_[i].isLinkUp);
+    }
 }
 
 LinkEvents LinkSync::events() {
@@ -68,8 +76,9 @@ void LinkSync::linkDel(const LinkState& link) {
 
 void LinkSync::upIs(PortIndex index, bool up) {
     Port& port = forwarding_->ports.ports()[index];
-    port.isUp = up;
-    interfaces_->intfStatusIs(port.intfId, up);
+    ofPort_[index].isLinkUp = up;
+    port.isUp = up && ofPort_[index].isEnabled;
+    interfaces_->intfStatusIs(port.intfId, port.isUp);
 }
 
 std::optional<PortIndex> LinkSync::portOf(std::uint32_t link) const {
@@ -115,14 +124,6 @@ void LinkSync::solicit(Clock::time_point now) {
     }
     if (asked_.size() > 65536) { // addresses come from frames, and anybody sends frames
         asked_.clear();
-    }
-}
-
-void LinkSync::reopen() {
-    for (PortIndex i = 0; i < ofPort_.size(); ++i) {
-        if (ofPort_[i].link != 0 && !ports_->port(i).isOpen()) {
-            ports_->port(i).reopen();
-        }
     }
 }
 

@@ -28,14 +28,16 @@ class LinkSync {
 
     /// Asks for the neighbours that have been wanted, each at most once a second.
     void solicit(Clock::time_point now);
-    /// Opens ports whose interface was not there, or has gone and come back.
-    void reopen();
+    /// Takes over which ports the configuration, whose ports are the same, says are down.
+    void configure(const AgentConfig& config);
 
   private:
     struct OfPort {
         std::uint32_t link = 0; ///< index of the interface; 0: not there
         bool ownMac = false;    ///< the configuration says which
         bool ownMtu = false;
+        bool isEnabled = true; ///< by the configuration
+        bool isLinkUp = false; ///< as the kernel says
     };
 
     LinkEvents events();

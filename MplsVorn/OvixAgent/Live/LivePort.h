@@ -37,6 +37,9 @@ class LivePort : public TransmitPort {
     /// deleted, which not every socket reports: it is here that the port sees that it is gone.
     virtual std::size_t receive(const FrameVisitor& visitor, std::size_t budget) = 0;
 
+    /// From now on nothing comes in any more; what has come in already is there to be received.
+    virtual void stopIntake() {}
+
     /// Queues a copy of the frame, to be sent by `flush()` at the latest.
     void transmit(const Frame& frame) override = 0;
     /// Sends what is queued. What the kernel does not take now stays queued.

@@ -1,10 +1,11 @@
 #include "Live/LivePorts.h"
 
 #include <fmt/format.h>
+#include <stdexcept>
 
 #include "Forwarding/LinkHeader.h"
+#include "Live/InterfaceControl.h"
 #include "Live/PacketPort.h"
-#include "Live/TapPort.h"
 #include "Live/XdpPort.h"
 
 namespace OvixAgent {
@@ -35,27 +36,25 @@ bool isLabelled(std::span<const std::uint8_t> frame) noexcept {
     return false;
 }
 
+/// Takes what is punted, and hands labelled frames to a TAP device, if there is one.
 class CpuPort : public TransmitPort {
   public:
-    explicit CpuPort(const std::string& tap) {
-        if (!tap.empty()) {
-            tap_ = std::make_unique<TapPort>(0, tap);
-        }
-    }
+    explicit CpuPort(TapPort* tap) : tap_(tap) {}
     void transmit(const Frame& frame) override {
-        if (tap_ && isLabelled(frame.bytes)) {
+        if (tap_ != nullptr && isLabelled(frame.bytes)) {
             tap_->transmit(frame);
         }
     }
 
   private:
-    std::unique_ptr<TapPort> tap_;
+    TapPort* tap_;
 };
 
 } // namespace
 
 LivePorts::LivePorts(const AgentConfig& config, PortTable& table)
-    : cpu_(std::make_unique<CpuPort>(config.cpuTap)) {
+    : cpuTap_(config.cpuTap.empty() ? nullptr : std::make_unique<TapPort>(0, config.cpuTap)),
+      cpu_(std::make_unique<CpuPort>(cpuTap_.get())) {
     for (PortIndex i = 0; i < config.ports.size(); ++i) {
         ports_.push_back(open(config.ports[i], i));
         table.ports()[i].out = ports_.back().get();
@@ -75,6 +74,63 @@ LivePort* LivePorts::find(const std::string& interface) const {
 void LivePorts::flush() {
     for (const auto& port : ports_) {
         port->flush();
+    }
+}
+
+void LivePorts::mustBeUsable() const {
+    std::vector<std::string> refused;
+    for (const auto& port : ports_) {
+        if (port->isOpen()) {
+            return;
+        }
+        if (dynamic_cast<const TapPort*>(port.get()) != nullptr || isInterface(port->name())) {
+            refused.push_back(port->problem());
+        }
+    }
+    if (!refused.empty()) {
+        throw std::runtime_error(fmt::format("no port can be used: {}", fmt::join(refused, "; ")));
+    }
+}
+
+std::vector<std::string> LivePorts::problems() const {
+    std::vector<std::string> all;
+    for (const auto& port : ports_) {
+        if (!port->isOpen()) {
+            all.push_back(port->problem());
+        }
+    }
+    if (cpuTap_ && !cpuTap_->isOpen()) {
+        all.push_back(cpuTap_->problem());
+    }
+    return all;
+}
+
+std::vector<std::string> LivePorts::news() {
+    std::vector<std::string> all;
+    const auto tell = [&](std::string& told, const LivePort& port) {
+        if (told != port.problem()) {
+            told = port.problem();
+            all.push_back(told.empty() ? port.name() + ": open" : told);
+        }
+    };
+    told_.resize(ports_.size() + 1);
+    for (std::size_t i = 0; i < ports_.size(); ++i) {
+        tell(told_[i], *ports_[i]);
+    }
+    if (cpuTap_) {
+        tell(told_.back(), *cpuTap_);
+    }
+    return all;
+}
+
+void LivePorts::reopen() {
+    for (const auto& port : ports_) {
+        if (!port->isOpen()) {
+            port->reopen();
+        }
+    }
+    if (cpuTap_) {
+        cpuTap_->reopen();
     }
 }
 

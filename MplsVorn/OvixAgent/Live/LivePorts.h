@@ -6,6 +6,7 @@
 #include "Config/ConfigTypes.h"
 #include "Forwarding/PortTable.h"
 #include "Live/LivePort.h"
+#include "Live/TapPort.h"
 
 namespace OvixAgent {
 
@@ -25,13 +26,25 @@ class LivePorts {
     /// came in at a packet port has been received by the host's own stack, too, which answers it.
     TransmitPort& cpu() noexcept { return *cpu_; }
 
+    /// Tries again to open what is not open.
+    void reopen();
     void flush();
+    /// Throws std::runtime_error when none is open, and that is not only because there is no such
+    /// interface yet.
+    void mustBeUsable() const;
+    /// Why ports, and the TAP device toward the CPU, are not open.
+    std::vector<std::string> problems() const;
+    /// Problems that there were not at the last call, and ports that are open again.
+    std::vector<std::string> news();
+
     /// What has happened beside receiving and sending, as "PORT: WHAT" and how often.
     std::vector<std::pair<std::string, std::uint64_t>> troubles() const;
 
   private:
     std::vector<std::unique_ptr<LivePort>> ports_;
+    std::unique_ptr<TapPort> cpuTap_; ///< null: the configuration names none
     std::unique_ptr<TransmitPort> cpu_;
+    std::vector<std::string> told_; ///< the problem of each port, when news were last asked for
 };
 
 } // namespace OvixAgent

@@ -5,6 +5,7 @@
 #include <ctime>
 #include <sys/signalfd.h>
 #include <system_error>
+#include <thread>
 
 #include "Tessel/Exceptions.h"
 
@@ -40,15 +41,34 @@ CaptureTime timeNow() {
 
 LiveRun::LiveRun(const Parts& parts) : parts_(parts), signals_(signalDescriptor()) {}
 
-void LiveRun::run(const std::function<void()>& reload) {
+void LiveRun::run(const std::function<void()>& reload,
+                  const std::function<void(const std::string&)>& tell) {
     do {
         wait();
         parts_.links->receive();
         takeFrames();
         refresh();
-        everySecond();
+        everySecond(tell);
     } while (takeSignals(reload));
+    drain();
     parts_.ports->flush();
+}
+
+// What lies in a receive ring may be handed over only a millisecond after it has come.
+void LiveRun::drain() {
+    using namespace std::chrono_literals;
+    for (const auto& port : parts_.ports->all()) {
+        port->stopIntake();
+    }
+    const auto end = LinkSync::Clock::now() + 1s;
+    for (int quiet = 0; quiet < 2 && LinkSync::Clock::now() < end;) {
+        if (takeFrames() > 0) {
+            quiet = 0;
+        } else {
+            ++quiet;
+            std::this_thread::sleep_for(2ms);
+        }
+    }
 }
 
 void LiveRun::wait() {
@@ -66,18 +86,21 @@ void LiveRun::wait() {
     }
 }
 
-void LiveRun::takeFrames() {
+/// How many there were.
+std::size_t LiveRun::takeFrames() {
+    std::size_t taken = 0;
     const auto visitor = [this](const Frame& frame) { forward(frame); };
     for (const auto& port : parts_.ports->all()) {
-        if (port->isOpen() && port->receive(visitor, framesPerTurn) == framesPerTurn) {
-            hasMore_ = true;
-        }
+        const std::size_t received = port->isOpen() ? port->receive(visitor, framesPerTurn) : 0;
+        hasMore_ = hasMore_ || received == framesPerTurn;
+        taken += received;
     }
     const CaptureTime now = timeNow();
     for (const CpuAnswers::Frame& answer : parts_.answers->take()) {
         forward({answer.port, now, answer.bytes, static_cast<std::uint32_t>(answer.bytes.size())});
     }
     parts_.ports->flush();
+    return taken;
 }
 
 void LiveRun::forward(const Frame& frame) {
@@ -100,11 +123,14 @@ void LiveRun::refresh() {
     parts_.links->solicit(LinkSync::Clock::now());
 }
 
-void LiveRun::everySecond() {
+void LiveRun::everySecond(const std::function<void(const std::string&)>& tell) {
     const auto now = LinkSync::Clock::now();
     if (now - lookedAt_ >= std::chrono::seconds(1)) {
         lookedAt_ = now;
-        parts_.links->reopen();
+        parts_.ports->reopen();
+        for (const std::string& news : parts_.ports->news()) {
+            tell(news);
+        }
     }
 }
 

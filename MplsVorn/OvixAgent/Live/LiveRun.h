@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <poll.h>
+#include <string>
 #include <vector>
 
 #include "Answers/CpuAnswers.h"
@@ -33,17 +34,19 @@ class LiveRun {
     /// From here on SIGINT, SIGTERM and SIGHUP are dealt with by `run`. Throws std::system_error.
     explicit LiveRun(const Parts& parts);
 
-    /// Forwards until SIGINT or SIGTERM; then the frames in hand have been sent. SIGHUP calls
-    /// `reload`.
-    void run(const std::function<void()>& reload);
+    /// Forwards until SIGINT or SIGTERM; then what had come in has been forwarded, too. SIGHUP
+    /// calls `reload`; `tell` hears of ports that cannot be opened, and are open again.
+    void run(const std::function<void()>& reload,
+             const std::function<void(const std::string&)>& tell);
 
   private:
     void wait();
     bool takeSignals(const std::function<void()>& reload);
-    void takeFrames();
+    std::size_t takeFrames();
+    void drain();
     void forward(const Frame& frame);
     void refresh();
-    void everySecond();
+    void everySecond(const std::function<void(const std::string&)>& tell);
 
     Parts parts_;
     FileDescriptor signals_;

@@ -82,6 +82,12 @@ std::size_t PacketPort::receive(const FrameVisitor& visitor, std::size_t budget)
     return received;
 }
 
+void PacketPort::stopIntake() {
+    if (isOpen()) {
+        ring_->stopIntake();
+    }
+}
+
 void PacketPort::seeWhatIsWrong() {
     if (ring_->takeError() != 0 && !countWhatIsWrong(interfaceIndex_, counts_)) {
         shut(name_ + ": the interface is gone");

@@ -32,6 +32,7 @@ class PacketPort final : public LivePort {
     int descriptor() const noexcept override { return isOpen() ? ring_->descriptor() : -1; }
 
     std::size_t receive(const FrameVisitor& visitor, std::size_t budget) override;
+    void stopIntake() override;
     void transmit(const Frame& frame) override;
     void flush() override;
 

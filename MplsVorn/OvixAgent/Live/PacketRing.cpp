@@ -151,6 +151,12 @@ bool PacketRing::next(RingFrame& frame) noexcept {
     return true;
 }
 
+void PacketRing::stopIntake() noexcept {
+    sock_filter nothing = BPF_STMT(BPF_RET | BPF_K, 0);
+    const sock_fprog program{1, &nothing};
+    setsockopt(socket_.value(), SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program);
+}
+
 std::uint64_t PacketRing::takeDrops() noexcept {
     tpacket_stats_v3 statistics{};
     socklen_t size = sizeof statistics;

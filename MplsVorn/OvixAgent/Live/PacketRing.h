@@ -49,6 +49,9 @@ class PacketRing {
     /// goes back to the kernel with the first call past its last frame.
     bool next(RingFrame& frame) noexcept;
 
+    /// From now on no frame comes into the ring any more.
+    void stopIntake() noexcept;
+
     /// What the kernel has dropped since the last call.
     std::uint64_t takeDrops() noexcept;
     /// The error pending at the socket, which is cleared by this; 0 when there is none.

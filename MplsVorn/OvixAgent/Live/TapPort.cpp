@@ -35,6 +35,9 @@ TapPort::TapPort(PortIndex index, std::string deviceName)
 }
 
 bool TapPort::reopen() {
+    if (isOpen() && isInterface(interfaceIndex_)) {
+        return true;
+    }
     shut({});
     try {
         open();
@@ -58,6 +61,7 @@ void TapPort::open() {
     if (ioctl(device_.value(), TUNSETIFF, &request) != 0) {
         refuse(errno, "making the TAP device");
     }
+    interfaceIndex_ = indexOfInterface(name_);
     bringUp(name_);
 }
 

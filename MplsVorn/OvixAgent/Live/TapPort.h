@@ -11,7 +11,8 @@ namespace OvixAgent {
 
 /// A port to this host's own network stack: a TAP device, made if there is none of its name, and
 /// brought up. What is sent here the stack receives, and the other way round. A device that was
-/// made here goes with the port.
+/// made here goes with the port; so a port that is open, and its device there, stays as it is when
+/// it is to be opened anew.
 class TapPort final : public LivePort {
   public:
     /// `index` is handed on in every frame. When the device cannot be had, the port is not open.
@@ -37,6 +38,7 @@ class TapPort final : public LivePort {
 
     PortIndex index_;
     std::string name_;
+    unsigned int interfaceIndex_ = 0;
     FileDescriptor device_;
     std::vector<std::uint8_t> buffer_;
     LiveCounts counts_;

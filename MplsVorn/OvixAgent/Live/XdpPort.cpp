@@ -14,7 +14,7 @@ namespace OvixAgent {
 
 namespace {
 
-constexpr std::uint32_t linkHeader = 14 + 4; // with one tag, which no MTU counts
+constexpr std::uint32_t linkHeader = 14 + 8; // with two tags, which no MTU counts
 
 CaptureTime now() noexcept {
     timespec time{};

@@ -22,13 +22,14 @@ class XdpPort final : public LivePort {
     XdpPort(PortIndex index, std::string interfaceName);
 
     const std::string& name() const noexcept override { return name_; }
-    bool isOpen() const noexcept override { return program_ != nullptr; }
+    bool isOpen() const noexcept override { return socket_ != nullptr; }
     /// Due also when the interface's MAC has changed.
     bool reopen() override;
     const std::string& problem() const noexcept override { return problem_; }
     int descriptor() const noexcept override { return isOpen() ? socket_->descriptor() : -1; }
 
     std::size_t receive(const FrameVisitor& visitor, std::size_t budget) override;
+    void stopIntake() override { program_.reset(); }
     void transmit(const Frame& frame) override;
     void flush() override;
 

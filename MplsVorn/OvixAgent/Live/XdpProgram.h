@@ -11,9 +11,8 @@ struct bpf_object;
 namespace OvixAgent {
 
 /// The program that an interface runs on what it receives: labelled frames for `station` and group
-/// addresses, untagged or behind one 802.1Q or 802.1ad tag, go to a socket; the rest goes on to the
-/// host's own network stack. It goes with this object, and with
-/// the process, however that ends.
+/// addresses, behind up to two 802.1Q or 802.1ad tags, go to a socket; the rest goes on to the
+/// host's own network stack. It goes with this object, and with the process, however that ends.
 class XdpProgram {
   public:
     /// Throws std::system_error, whose text says which step failed: the kernel or the interface's

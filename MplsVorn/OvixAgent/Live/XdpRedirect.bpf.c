@@ -22,6 +22,12 @@ struct tag {
     __be16 type;
 };
 
+enum { mostTags = 2 }; /* IEEE 802.1ad */
+
+static __always_inline int isTag(__be16 type) {
+    return type == bpf_htons(ETH_P_8021Q) || type == bpf_htons(ETH_P_8021AD);
+}
+
 static __always_inline int isForStation(const struct ethhdr* ethernet) {
     if (ethernet->h_dest[0] & 1) {
         return 1;
@@ -43,11 +49,12 @@ int redirectLabelled(struct xdp_md* context) {
         return XDP_PASS;
     }
     __be16 type = ethernet->h_proto;
-    if (type == bpf_htons(ETH_P_8021Q) || type == bpf_htons(ETH_P_8021AD)) {
+    for (int i = 0; i < mostTags && isTag(type); i++) {
         if ((const void*)(tag + 1) > end) {
             return XDP_PASS;
         }
         type = tag->type;
+        tag++;
     }
     if (type != bpf_htons(ETH_P_MPLS_UC) && type != bpf_htons(ETH_P_MPLS_MC)) {
         return XDP_PASS;

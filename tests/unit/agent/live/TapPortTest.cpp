@@ -1,6 +1,7 @@
 #include "Live/TapPort.h"
 
 #include <gtest/gtest.h>
+#include <net/if.h>
 
 #include "FrameBytes.h"
 #include "Live/PacketPort.h"
@@ -74,6 +75,14 @@ TEST_F(TapPortTest, ThousandsOfFramesComeInOrderWithinTheBudget) {
                                            [&] { EXPECT_LE(tap.receive(look, 7), 7U); },
                                            [&] { return next == (round + 1) * perRound; }));
     }
+}
+
+TEST_F(TapPortTest, AnOpenPortKeepsItsDeviceWhenItIsToBeOpenedAnew) {
+    TapPort tap(3, "cpu");
+    const unsigned int device = if_nametoindex("cpu");
+    ASSERT_NE(device, 0U);
+    EXPECT_TRUE(tap.reopen());
+    EXPECT_EQ(if_nametoindex("cpu"), device);
 }
 
 TEST_F(TapPortTest, ADeviceThatIsDeletedIsMadeAnew) {

@@ -50,6 +50,8 @@ const std::vector<Bytes> labelled{
     toRight({ethMpls}, 5, 1500),
     toRight({ethVlan, 5, ethMpls}, 6, 1500),
     toRight({ethMpls}, 7, 0),
+    toRight({ethVlan, 5, ethVlan, 6, ethMpls}, 8),
+    toRight({ethServiceVlan, 5, ethVlan, 6, ethMplsUpstream}, 9),
     lastLabelled,
 };
 
@@ -57,7 +59,8 @@ const std::vector<Bytes> others{
     toRight({ethIpv4}, 20),
     toRight({ethVlan, 5, ethIpv6}, 21),
     toRight({0x0806}, 22),
-    toRight({ethVlan, 5, ethVlan, 6, ethMpls}, 23),
+    toRight({ethServiceVlan, 5, ethVlan, 6, ethIpv4}, 23),
+    toRight({ethVlan, 5, ethVlan, 6, ethVlan, 7, ethMpls}, 25),
     frameOf(leftStation, otherStation, {ethMpls}, 24),
     lastOther,
 };
@@ -190,7 +193,7 @@ TEST_F(XdpPortTest, AFrameThatFitsNoBufferIsCounted) {
 TEST_F(XdpPortTest, AnInterfaceThatIsNotFitForItIsAProblem) {
     ip("link add name big mtu 9000 type veth peer name bigger");
     EXPECT_EQ(XdpPort(0, "big").problem(),
-              "big: an MTU of 9000 is more than 3822, the most for AF_XDP");
+              "big: an MTU of 9000 is more than 3818, the most for AF_XDP");
     ip("link add name wide numrxqueues 2 type veth peer name narrow");
     EXPECT_EQ(XdpPort(0, "wide").problem(),
               "wide: has 2 receive queues, and AF_XDP is used on one");

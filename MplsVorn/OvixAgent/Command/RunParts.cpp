@@ -1,0 +1,77 @@
+#include "Command/RunParts.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <fmt/core.h>
+#include <system_error>
+
+#include "Command/Toggles.h"
+#include "Forwarding/PluginHost.h"
+#include "Ovix/Trace.h"
+#include "Summary/SummaryParts.h"
+#include "Tables/SharedTables.h"
+
+namespace OvixAgent {
+
+namespace {
+
+std::unique_ptr<AgentState> makeState(const AgentConfig& config, const RunOptions& options) {
+    if (options.tables.empty()) {
+        return std::make_unique<AgentState>(config, options.config);
+    }
+    return std::make_unique<AgentState>(config, openSharedTables(options.tables));
+}
+
+void addTables(const RunOptions& options, const Mpls::PublishedTables& tables, Summary& summary) {
+    summary.tables = {options.tables, tables.tables().generation(), tables.corruptionsDetected()};
+    if (summary.tables.corruptions > 0) {
+        summary.problems.push_back(fmt::format("the label tables are damaged: {} times, last: {}",
+                                               summary.tables.corruptions,
+                                               tables.lastCorruption()));
+    }
+}
+
+} // namespace
+
+std::unique_ptr<AgentState> startAgent(const AgentConfig& config, const RunOptions& options) {
+    if (options.trace) {
+        Ovix::TraceOutput::instance().textLevelOfAllIs(0);
+    }
+    serveToggles(config, options.config);
+    std::unique_ptr<AgentState> state = makeState(config, options);
+    startPlugin(options.plugin, state->pluginContext());
+    state->tables().noticeSubscribers();
+    return state;
+}
+
+Summary summaryOf(const RunOptions& options, const AgentState& state, const Forwarder& forwarder) {
+    Summary summary;
+    forwarder.addTo(summary);
+    summary.labels = labelTraffic(*state.manager()->pktCounterCollectionHolder());
+    addTables(options, state.tables(), summary);
+    return summary;
+}
+
+int report(const RunOptions& options, const Summary& summary) {
+    for (const std::string& problem : summary.problems) {
+        fmt::print(stderr, "ovix-agent: {}\n", problem);
+    }
+    if (options.json) {
+        fmt::print("{}\n", summaryJson(summary));
+    } else {
+        fmt::print("{}", summaryTable(summary));
+    }
+    if (std::fflush(stdout) != 0) {
+        throw std::system_error(errno, std::generic_category(), "printing the summary");
+    }
+    if (!summary.isBalanced()) {
+        fmt::print(stderr,
+                   "ovix-agent: the frames do not add up: {} in and {} replicas, {} "
+                   "accounted for\n",
+                   summary.in.frames, summary.replicas, summary.accountedFor());
+        return ExitCode::imbalance;
+    }
+    return summary.problems.empty() ? ExitCode::success : ExitCode::badInput;
+}
+
+} // namespace OvixAgent
