@@ -1,34 +1,32 @@
 #pragma once
 
 #include <chrono>
-#include <cstdint>
-#include <functional>
 #include <optional>
 #include <string>
 
 #include "FpmDecoder.h"
+#include "ListenAddress.h"
 #include "RoutePublisher.h"
+#include "WaitingConnections.h"
 
 namespace OvixFpm {
 
-/// Listens for zebra and publishes what it tells: one connection at a time, a new one takes the
-/// place of the old. Routes outlive the connection; what the next one does not tell of again, by
-/// the time it has been quiet for a while, goes.
+/// Listens for zebra and publishes what it tells: one connection at a time. A new one takes the
+/// place of the old once a whole frame has come from it. Routes outlive the connection; what the
+/// next one does not tell of again, by the time it has been quiet for a while, goes. One that has
+/// told of no route at all takes nothing away.
 class FpmServer {
   public:
     using Clock = std::chrono::steady_clock;
-    using Log = std::function<void(const std::string& line)>;
 
     struct Settings {
-        std::string address = "127.0.0.1"; ///< IPv4
-        std::uint16_t port = 2620;
-        std::chrono::milliseconds sweepAfter{30000}; ///< of quiet after a connection was made
+        ListenAddress listenAt = ListenAddress::fromText("127.0.0.1:2620");
+        std::chrono::milliseconds sweepAfter{30000}; ///< of quiet after a route was told
         bool tellsOfRoutes = false;
     };
 
     /// Listens. Throws std::system_error.
     FpmServer(RoutePublisher& routes, Settings settings, Log log);
-    ~FpmServer();
     FpmServer(const FpmServer&) = delete;
     FpmServer& operator=(const FpmServer&) = delete;
 
@@ -38,23 +36,29 @@ class FpmServer {
 
   private:
     void accept();
+    void connectionIs(Socket connection);
     void receive();
+    void receiveFromWaiting();
+    void take(Bytes bytes);
     void disconnect(const std::string& why);
     void takeEvents();
+    void takeChange(const RouteChange& change);
+    void sweepWhenQuiet(Clock::time_point now);
     void commitWhenQuiet();
     int timeoutMs() const;
 
     RoutePublisher* routes_;
     Settings settings_;
     Log log_;
-    int listener_ = -1;
-    int connection_ = -1;
+    Socket listener_;
+    Socket connection_;
+    WaitingConnections waiting_;
     FpmDecoder decoder_;
     MessageCounts counts_; ///< of connections that have ended
     std::optional<Clock::time_point> firstUncommitted_;
     Clock::time_point heardAt_;
-    Clock::time_point connectedAt_;
-    bool sweepDue_ = false;
+    std::optional<Clock::time_point> firstToldAt_; ///< a route, by this connection
+    bool hasSwept_ = false;                        ///< since the connection was made
 };
 
 } // namespace OvixFpm

@@ -1,15 +1,15 @@
 // ovix-fpm: zebra's routes into shared label tables.
 
 #include <CLI/CLI.hpp>
-#include <array>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <fmt/core.h>
+#include <stdexcept>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
 #include "FpmServer.h"
+#include "SweepTime.h"
 
 namespace {
 
@@ -20,20 +20,17 @@ struct Options {
     bool verbose = false;
 };
 
-/// "ADDRESS:PORT".
+/// Throws CLI::ValidationError.
 OvixFpm::FpmServer::Settings settingsOf(const Options& options) {
     OvixFpm::FpmServer::Settings settings;
-    const std::size_t colon = options.listen.rfind(':');
-    char* end = nullptr;
-    const unsigned long port =
-        colon == std::string::npos ? 0 : std::strtoul(options.listen.c_str() + colon + 1, &end, 10);
-    if (port == 0 || port > 65535 || *end != '\0') {
-        throw CLI::ValidationError("--listen",
-                                   fmt::format("\"{}\" is not ADDRESS:PORT", options.listen));
+    const char* option = "--listen";
+    try {
+        settings.listenAt = OvixFpm::ListenAddress::fromText(options.listen);
+        option = "--sweep-after";
+        settings.sweepAfter = OvixFpm::sweepTime(options.sweepAfter);
+    } catch (const std::invalid_argument& wrong) {
+        throw CLI::ValidationError(option, wrong.what());
     }
-    settings.address = options.listen.substr(0, colon);
-    settings.port = static_cast<std::uint16_t>(port);
-    settings.sweepAfter = std::chrono::milliseconds(static_cast<long>(options.sweepAfter * 1000));
     settings.tellsOfRoutes = options.verbose;
     return settings;
 }
@@ -73,14 +70,14 @@ int main(int argc, char** argv) {
         ->capture_default_str()
         ->envname("OVIX_TABLES")
         ->type_name("NAME");
-    app.add_option("--listen", options.listen, "Where zebra connects to")
+    app.add_option("--listen", options.listen,
+                   "Where zebra connects to; an IPv6 address stands in []")
         ->capture_default_str()
         ->type_name("ADDRESS:PORT");
     app.add_option("--sweep-after", options.sweepAfter,
                    "So long after zebra has fallen quiet, routes of an earlier connection that it "
-                   "has not told of again are taken away")
+                   "has not told of again are taken away (0 to 3600)")
         ->capture_default_str()
-        ->check(CLI::Range(0.0, 3600.0))
         ->type_name("SECONDS");
     app.add_flag("--verbose", options.verbose, "Print every change");
     app.footer("Exit codes: 0 ended by SIGINT or SIGTERM, 1 trouble, 2 the command line is wrong");

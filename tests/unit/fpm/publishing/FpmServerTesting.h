@@ -86,7 +86,8 @@ class FpmServerFixture : public testing::Test {
     }
 
     void serve(std::chrono::milliseconds sweepAfter = never) {
-        settings_.port = freePort();
+        port_ = freePort();
+        settings_.listenAt = listenAt();
         settings_.sweepAfter = sweepAfter;
         server_.emplace(publisher_, settings_, [this](const std::string& line) {
             const std::lock_guard lock(mutex_);
@@ -109,7 +110,10 @@ class FpmServerFixture : public testing::Test {
     /// How many there have been so far.
     unsigned connections() const { return connections_; }
 
-    std::uint16_t port() const { return settings_.port; }
+    std::uint16_t port() const { return port_; }
+    OvixFpm::ListenAddress listenAt() const {
+        return OvixFpm::ListenAddress::fromText("127.0.0.1:" + std::to_string(port_));
+    }
     const OvixFpm::MessageCounts& counts() const { return server_->counts(); }
     std::vector<std::string> log() const {
         const std::lock_guard lock(mutex_);
@@ -137,6 +141,7 @@ class FpmServerFixture : public testing::Test {
     }
 
   private:
+    std::uint16_t port_ = 0;
     MadeUpInterfaces interfaces_;
     Mpls::TablePublisher tables_{Tessel::TableMemory::ofProcess(std::size_t{64} << 20U)};
     OvixFpm::RoutePublisher publisher_{tables_, interfaces_};

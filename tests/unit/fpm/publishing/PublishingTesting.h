@@ -103,7 +103,8 @@ class TablesAsText {
         }
         all += all.empty() ? "" : " ";
         all += via.nexthop.empty() ? "" : "via " + via.nexthop.text() + " ";
-        const auto name = Interface::Names::read(*reader_).name(via.intfId);
+        const Interface::Names names = Interface::Names::read(*reader_);
+        const auto name = names.name(via.intfId);
         return all + (name.empty() ? "?" : std::string(name)) +
                (via.ttl() == Mpls::TtlMode::pipe ? " pipe" : "");
     }
