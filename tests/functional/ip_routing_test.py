@@ -5,10 +5,11 @@ import unittest
 
 import frames as f
 import make_two_vrfs as example
-from agent import CE_EAST, IP4, SOURCE, WEST, CE_WEST, AgentTest, Case, dissected, lfib, mpls, sent, \
-    sent_ip
+from agent import CE_EAST, IP4, SOURCE, WEST, CE_WEST, AgentTest, Case, dissected, lfib, mpls, \
+    port, sent, sent_ip
 
 CONFIG = SOURCE / "examples" / "two_vrfs.yaml"
+DONT_FRAGMENT, MORE_FRAGMENTS = 0x4000, 0x2000
 
 ROUTES = """
 routes:
@@ -119,7 +120,8 @@ class Ingress(AgentTest):
 
     def test_the_longest_labelled_packet_that_fits(self):
         for size, fits in ((1492, True), (1493, False)):
-            packet = f.udp_packet("10.1.0.1", "10.8.0.1", payload=b"x" * (size - 28))
+            packet = f.udp_packet("10.1.0.1", "10.8.0.1", payload=b"x" * (size - 28),
+                                  fragment=DONT_FRAGMENT)
             result = self.run_frames(ROUTES, [ip(packet)])
             self.assertEqual(len(result.frames("east")), int(fits))
             self.assertEqual(result.reasons("dropped"), {} if fits else {"MTU exceeded": 1})
@@ -158,6 +160,61 @@ class Ingress(AgentTest):
 
     def test_without_routes_or_a_vrf_ip_is_handed_on(self):
         self.run_cases([Case("handed on", "", [ip(IP4)], handed_on={"Not MPLS": 1})])
+
+
+class Fragments(AgentTest):
+    """Packets too big for the east port that may be fragmented, with and without labels."""
+
+    MTU = 600
+
+    def run_packets(self, packets):
+        result = self.run_frames(port("east", mtu=self.MTU) + ROUTES,
+                                 [ip(packet) for packet in packets])
+        self.assertEqual(result.reasons("dropped"), {})
+        self.assertLessEqual(max(len(frame) - 14 for frame in result.frames("east")), self.MTU)
+        return result
+
+    def expect_whole_again(self, payloads, packets):
+        """tshark puts the UDP payloads together, each by the identification of its packet."""
+        result = self.run_packets(packets)
+        rows = dissected(self.path / "out" / "east.pcap", "ip.id", "udp.checksum.status",
+                         "udp.payload", preferences=("ip.defragment:TRUE",
+                                                     "udp.check_checksum:TRUE"))
+        good = "1"
+        self.assertEqual({int(row[0], 0): (row[1], bytes.fromhex(row[2].replace(":", "")))
+                          for row in rows if row[2]},
+                         {ident: (good, payload) for ident, payload in payloads.items()})
+        return result
+
+    def test_the_destination_puts_them_together(self):
+        router_alert = b"\x94\x04\0\0"  # in every fragment
+        record_route = b"\x07\x07\x04" + bytes(5)  # in the first one only
+        payloads, packets = {}, []
+        for destination in ("10.9.0.1", "10.8.0.1", "10.7.0.1"):
+            for size in (573, 580, 1472, 8972):
+                for options in (b"", router_alert, record_route, router_alert + record_route):
+                    ident = len(packets) + 1
+                    payloads[ident] = bytes(at * ident % 251 for at in range(size))
+                    packets.append(f.udp_packet("10.1.0.1", destination, payload=payloads[ident],
+                                                ident=ident, options=options))
+        result = self.expect_whole_again(payloads, packets)
+        self.assertGreater(result.json["replicas"], len(packets))
+
+    def test_fragments_are_cut_into_smaller_ones(self):
+        payload = bytes(at % 251 for at in range(3992))
+        segment = f.udp("10.1.0.1", "10.8.0.1", 1024, 9, payload)
+        packets = [f.ipv4("10.1.0.1", "10.8.0.1", segment[at:at + 1600], ident=7,
+                          fragment=at // 8 | (MORE_FRAGMENTS if at < 3200 else 0))
+                   for at in (0, 1600, 3200)]
+        result = self.expect_whole_again({7: payload}, packets)
+        # 592 bytes below the labels are 568 of data.
+        self.assertEqual([len(f.parse(frame).payload) - 20 for frame in result.frames("east")],
+                         [568, 568, 464, 568, 568, 464, 568, 232])
+
+    def test_each_has_the_labels_of_the_whole(self):
+        packet = f.udp_packet("10.1.0.1", "10.8.0.1", payload=bytes(1200), tos=0x20)
+        for frame in self.run_packets([packet]).frames("east"):
+            self.assertEqual(f.parse(frame).labels, [(300, 1, 63), (301, 1, 63)])
 
 
 class LookupVia(AgentTest):

@@ -246,9 +246,11 @@ def complaints(path: pathlib.Path, checksums: bool = True) -> str:
     return subprocess.run(command, capture_output=True, text=True, check=True).stdout
 
 
-def dissected(path: pathlib.Path, *fields: str) -> list[list[str]]:
-    """The values of some of tshark's fields, frame by frame."""
+def dissected(path: pathlib.Path, *fields: str, preferences=()) -> list[list[str]]:
+    """The values of some of tshark's fields, frame by frame; preferences are NAME:VALUE."""
     command = ["tshark", "-r", str(path), "-T", "fields"]
+    for preference in preferences:
+        command += ["-o", preference]
     for field in fields:
         command += ["-e", field]
     lines = subprocess.run(command, capture_output=True, text=True, check=True).stdout.splitlines()

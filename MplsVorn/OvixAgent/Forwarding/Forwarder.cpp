@@ -224,7 +224,7 @@ void Forwarder::account(const Fate& fate, const Frame& frame) {
 
 void Forwarder::addTo(Summary& summary) const {
     summary.in = in_;
-    summary.replicas = replicas_;
+    summary.replicas = replicas_ + sender_.furtherFragments();
     for (const Port& port : tables_->ports.ports()) {
         summary.forwarded.push_back({port.name, port.sent});
     }

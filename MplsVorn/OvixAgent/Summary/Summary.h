@@ -70,7 +70,8 @@ struct Summary {
     Reasons punted;
     Reasons dropped;
     Reasons handedOn; ///< not for MPLS to handle
-    /// Copies beyond the first of frames that were replicated, whatever became of them.
+    /// Copies beyond the first of frames that were replicated, whatever became of them, and
+    /// fragments beyond the first of packets that left in several.
     std::uint64_t replicas = 0;
     /// What the plugin sent to the loopback interface about frames that have their own fate.
     Traffic exceptions;
