@@ -6,6 +6,7 @@
 #include "Answers/IcmpTimeExceeded.h"
 #include "Answers/IcmpTooBig.h"
 #include "Answers/LspEcho.h"
+#include "Ip/IpScope.h"
 
 namespace OvixAgent {
 
@@ -31,10 +32,12 @@ std::uint64_t monotonicNanoseconds() {
                                       std::chrono::nanoseconds(1));
 }
 
-/// The answer in a frame addressed to the port, as a neighbour would send it.
-std::vector<std::uint8_t> frameOf(const Answer& answer, const Lumo::EthAddr& port) {
+/// The answer in a frame addressed to the port, as a neighbour would send it with these tags.
+std::vector<std::uint8_t> frameOf(const Answer& answer, const Lumo::EthAddr& port,
+                                  std::span<const std::uint8_t> tags) {
     std::vector<std::uint8_t> bytes(port.begin(), port.end());
     bytes.insert(bytes.end(), 6, 0);
+    bytes.insert(bytes.end(), tags.begin(), tags.end());
     const std::uint16_t type = !answer.labels.empty()        ? 0x8847
                                : answer.packet[0] >> 4U == 4 ? 0x0800
                                                              : 0x86dd;
@@ -53,17 +56,9 @@ std::vector<std::uint8_t> frameOf(const Answer& answer, const Lumo::EthAddr& por
 
 CpuAnswers::CpuAnswers(TransmitPort& cpu, const AgentConfig& config, ForwardingTables& forwarding,
                        const Mpls::PublishedTables& tables)
-    : cpu_(&cpu), forwarding_(&forwarding), tables_(&tables) {
+    : cpu_(&cpu), forwarding_(&forwarding), lookup_(forwarding, tables),
+      echoTables_(lookup_.tables()) {
     configure(config);
-    echoTables_.label = [this](Lumo::MplsLabel label) { return labelUse(label); };
-    echoTables_.egressLabel = [this](const Lumo::IpGenAddr& prefix,
-                                     std::uint8_t) -> std::optional<Lumo::MplsLabel> {
-        constexpr std::uint32_t implicitNull = 3; // RFC 3032: the router before pops
-        const IpRoute* route = forwarding_->vrfs->fib({})->find(prefix);
-        const bool ends = route != nullptr &&
-                          (route->isLocal() || (!route->vias().empty() && route->vias()[0].onLink));
-        return ends ? std::optional(Lumo::MplsLabel(implicitNull)) : std::nullopt;
-    };
 }
 
 void CpuAnswers::configure(const AgentConfig& config) {
@@ -107,18 +102,44 @@ void CpuAnswers::tooBig(const OvixAgent::Frame& received, std::span<const std::u
 
 void CpuAnswers::queue(AnswerReason reason, const OvixAgent::Frame& frame,
                        const LabelledPacket& packet, std::vector<std::uint8_t> bytes) {
-    if (bytes.empty() || answers_.size() == maxWaiting ||
-        !rate_.admit(reason, monotonicNanoseconds())) {
+    if (reason != AnswerReason::lspEcho && !mayBeToldOf(frame, packet)) {
         return;
     }
     const bool isRouters = reason == AnswerReason::lspEcho || !mayBeOfVpn(packet);
     const auto isRoutable = [&](const Lumo::IpGenAddr& address) {
         return isRouters && forwarding_->vrfs->fibOfPort(frame.port).find(address) != nullptr;
     };
-    if (const auto answer = answerTo(packet, std::move(bytes), isRoutable)) {
-        answers_.push_back(
-            {frame.port, frameOf(*answer, forwarding_->ports.ports()[frame.port].mac)});
+    const auto answer = answerTo(packet, std::move(bytes), isRoutable);
+    if (!answer) {
+        return;
     }
+    if (answers_.size() == maxWaiting || !rate_.admit(reason, monotonicNanoseconds())) {
+        counts_.suppressed(reason);
+        return;
+    }
+    counts_.sent(reason);
+    const Lumo::EthAddr& mac = forwarding_->ports.ports()[frame.port].mac;
+    answers_.push_back({frame.port, frameOf(*answer, mac, packet.tags)});
+}
+
+/// Whether its source may hear of an error of the packet's, as far as the port's VRF can tell: no
+/// broadcast address of a subnet is in it (RFC 1122 section 3.2.2, RFC 1812 section 4.3.2.7), and
+/// what is sent to a link-local address stays on the link (RFC 4291 section 2.5.6).
+bool CpuAnswers::mayBeToldOf(const OvixAgent::Frame& frame, const LabelledPacket& packet) const {
+    const Fib& fib = forwarding_->vrfs->fibOfPort(frame.port);
+    const IpRoute* there = fib.find(packet.ip.destination());
+    const IpRoute* back = fib.find(packet.ip.source());
+    if ((there != nullptr && there->isBroadcast()) || (back != nullptr && back->isBroadcast())) {
+        return false;
+    }
+    if (ipScope(packet.ip.source()) != IpScope::linkLocal) {
+        return true;
+    }
+    const auto staysOnLink = [&](const IpRouteVia& via) {
+        return via.onLink && via.port == frame.port;
+    };
+    return packet.labels.empty() && back != nullptr &&
+           std::all_of(back->vias().begin(), back->vias().end(), staysOnLink);
 }
 
 /// Whether the packet is for this device.
@@ -132,36 +153,7 @@ bool CpuAnswers::isOwn(const OvixAgent::Frame& frame, const LabelledPacket& pack
 bool CpuAnswers::mayBeOfVpn(const LabelledPacket& packet) const {
     const auto labels = labelEntries(packet.labels);
     return labels.size() > 1 ||
-           (!labels.empty() && labelUse(labels.front().label()).use == EchoLabel::Use::popped);
-}
-
-EchoLabel CpuAnswers::labelUse(Lumo::MplsLabel label) const {
-    const Mpls::RouteKey key = Mpls::RouteKey::fromLabel(label);
-    if (tables_->lfib(Mpls::TableId::decapLfib)->route(key) != Mpls::LfibRoute()) {
-        return {EchoLabel::Use::popped, {}};
-    }
-    const Mpls::Hardware::Route route = tables_->hardware()->route(key);
-    if (route.isEq(Mpls::Hardware::Route())) {
-        return {};
-    }
-    EchoLabel use{EchoLabel::Use::switched, {}};
-    const auto& adjacency = tables_->hardware()->adjacency(route);
-    const std::size_t vias = adjacency ? adjacency->entries(adjacency->useBackups()).size() : 0;
-    for (std::uint32_t i = 0; i < vias; ++i) {
-        const Ovix::OvixMplsVia& via = adjacency->via(adjacency->useBackups(), i);
-        const Port* port = forwarding_->ports.byIntfId(via.intfId);
-        EchoDownstream& downstream = use.downstreams.emplace_back();
-        downstream.nexthop = via.nexthop;
-        downstream.mtu = static_cast<std::uint16_t>(port != nullptr ? port->mtu : 0);
-        const auto operation = via.labelOperation();
-        for (std::size_t at = 0; at < operation.depth(); ++at) {
-            downstream.labels.push_back(operation.label(at));
-        }
-        if (downstream.labels.empty()) {
-            downstream.labels.emplace_back(3U);
-        }
-    }
-    return use;
+           (!labels.empty() && lookup_.label(labels.front().label()).use == EchoLabel::Use::popped);
 }
 
 std::vector<CpuAnswers::Frame> CpuAnswers::take() {

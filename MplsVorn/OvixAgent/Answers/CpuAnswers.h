@@ -3,7 +3,8 @@
 #include <vector>
 
 #include "Answers/Answer.h"
-#include "Answers/LspEchoValidation.h"
+#include "Answers/AnswerCounts.h"
+#include "Answers/EchoLookup.h"
 #include "Answers/OwnAddresses.h"
 #include "Answers/RateLimit.h"
 #include "Answers/TooBigListener.h"
@@ -19,7 +20,7 @@ namespace OvixAgent {
 class CpuAnswers final : public TransmitPort, public TooBigListener {
   public:
     /// A frame that answers, as if it had come in at the port where the frame came in that it
-    /// answers.
+    /// answers, and with the tags of that.
     struct Frame {
         PortIndex port = 0;
         std::vector<std::uint8_t> bytes;
@@ -39,20 +40,24 @@ class CpuAnswers final : public TransmitPort, public TooBigListener {
     /// The answers since the last call, to be forwarded between frames.
     std::vector<Frame> take();
 
+    /// How many have been sent, and how many suppressed, by name; see AnswerCounts::named().
+    std::vector<std::pair<std::string, std::uint64_t>> counts() const { return counts_.named(); }
+
   private:
     void answer(const OvixAgent::Frame& frame, const LabelledPacket& packet);
     void queue(AnswerReason reason, const OvixAgent::Frame& frame, const LabelledPacket& packet,
                std::vector<std::uint8_t> bytes);
+    bool mayBeToldOf(const OvixAgent::Frame& frame, const LabelledPacket& packet) const;
     bool isOwn(const OvixAgent::Frame& frame, const LabelledPacket& packet) const;
     bool mayBeOfVpn(const LabelledPacket& packet) const;
-    EchoLabel labelUse(Lumo::MplsLabel label) const;
 
     TransmitPort* cpu_;
     ForwardingTables* forwarding_;
-    const Mpls::PublishedTables* tables_;
     std::vector<OwnAddresses> own_; ///< by port
-    EchoTables echoTables_;
+    EchoLookup lookup_;
+    EchoTables echoTables_; ///< of lookup_
     RateLimit rate_;
+    AnswerCounts counts_;
     std::vector<Frame> answers_;
 };
 

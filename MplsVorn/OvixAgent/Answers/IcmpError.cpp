@@ -5,6 +5,7 @@
 #include "Answers/IpPacketBytes.h"
 #include "Ip/IpScope.h"
 #include "Ip/IpUpperLayer.h"
+#include "Ip/PrefixTable.h"
 #include "Live/OffloadedChecksum.h"
 #include "Lumo/NetInt.h"
 
@@ -50,9 +51,17 @@ bool isGroup(const LabelledPacket& packet) noexcept {
     return packet.isToGroup || scope == IpScope::linkMulticast || scope == IpScope::multicast;
 }
 
+/// RFC 4291 section 2.5.5.2.
+bool isIpv4Mapped(const Lumo::IpGenAddr& address) noexcept {
+    const AddressBits bits = AddressBits::of(address);
+    return address.family() == Lumo::IpFamily::ipv6 && bits.high == 0 && bits.low >> 32U == 0xffff;
+}
+
 bool isOneHost(const Lumo::IpGenAddr& address) noexcept {
     const IpScope scope = ipScope(address);
-    return scope == IpScope::global || scope == IpScope::linkLocal;
+    const bool isIpv6 = address.family() == Lumo::IpFamily::ipv6;
+    return (scope == IpScope::global && !isIpv4Mapped(address)) ||
+           (scope == IpScope::linkLocal && isIpv6);
 }
 
 bool mayBeAnswered(const IcmpError& error, const LabelledPacket& packet, const Family& family) {

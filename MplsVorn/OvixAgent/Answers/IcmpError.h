@@ -19,8 +19,10 @@ struct IcmpError {
 
 /// The IP packet that tells the error; empty when none must be sent (RFC 1812 section 4.3.2.7,
 /// RFC 4443 section 2.4): in answer to an ICMP error or redirect, to a fragment that is not the
-/// first, to what was sent to a group, or to a source that is no single host; nor without an
-/// address of one's own.
+/// first, to what was sent to a group, or to a source that is no single host or has an address that
+/// no router forwards to: an IPv4 link-local (RFC 3927 section 7) or an IPv4-mapped one; nor
+/// without an address of one's own. An IPv6 link-local source may be answered on its link, which
+/// is for the caller to know, as are the broadcast addresses of subnets.
 ///
 /// It quotes as much of the packet as fits in 576 bytes, in IPv6 1280. Where the label stack
 /// follows as an extension object it quotes 128 bytes, filled up with zeros, and tells that length

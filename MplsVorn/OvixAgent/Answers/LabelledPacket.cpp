@@ -6,8 +6,13 @@ namespace OvixAgent {
 
 namespace {
 
-/// Where the label stack starts in a frame, and where it ends in an IP packet.
+constexpr std::size_t tagsAt = 12;
+constexpr std::size_t tagSize = 4;
+
+/// How long the VLAN tags are, where the label stack starts in a frame, and where it ends in an IP
+/// packet.
 struct Place {
+    std::size_t tagBytes = 0;
     std::size_t labels = 0;
     std::size_t ip = 0;
     Ovix::PktHdrType type = Ovix::PktHdrType::none;
@@ -16,7 +21,8 @@ struct Place {
 Place find(std::span<const std::uint8_t> frame) {
     Ovix::PacketContext context(Lumo::globalPktManager()->newPkt(frame));
     Ovix::ParsedPacket& parsed = context.parsedPkt();
-    Ptr<Ovix::PacketHeader> header = readLink(parsed).routed;
+    const ReceivedLink link = readLink(parsed);
+    Ptr<Ovix::PacketHeader> header = link.routed;
     if (!header) {
         return {};
     }
@@ -24,7 +30,8 @@ Place find(std::span<const std::uint8_t> frame) {
     if (header->pktHdrType() == Ovix::PktHdrType::mpls) {
         header = parsed.header(header->position() + 1);
     }
-    return header ? Place{labels, header->offset(), header->pktHdrType()} : Place{};
+    return header ? Place{link.tags.count * tagSize, labels, header->offset(), header->pktHdrType()}
+                  : Place{};
 }
 
 } // namespace
@@ -43,7 +50,7 @@ std::optional<LabelledPacket> readLabelledPacket(std::span<const std::uint8_t> f
     }
     ip.bytes = ip.bytes.first(ip.length());
     return LabelledPacket{frame.subspan(place.labels, place.ip - place.labels), ip,
-                          (frame[0] & 1U) != 0};
+                          (frame[0] & 1U) != 0, frame.subspan(tagsAt, place.tagBytes)};
 }
 
 std::vector<Lumo::MplsLabelEntry> labelEntries(std::span<const std::uint8_t> labels) {

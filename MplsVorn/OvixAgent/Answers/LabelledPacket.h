@@ -15,6 +15,7 @@ struct LabelledPacket {
     std::span<const std::uint8_t> labels; ///< whole entries, the last one the bottom; may be empty
     IpPacket ip;                          ///< without fault, and without the link's padding
     bool isToGroup = false;               ///< sent to a broadcast or multicast MAC address
+    std::span<const std::uint8_t> tags;   ///< whole 802.1Q tags, TPID first; may be empty
 };
 
 /// Takes an Ethernet frame apart: VLAN tags, the label stack if there is one, and an IP packet in

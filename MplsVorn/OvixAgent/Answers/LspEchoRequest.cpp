@@ -158,6 +158,7 @@ std::optional<LspEchoRequest> LspEchoRequest::read(std::span<const std::uint8_t>
     }
     LspEchoRequest request;
     request.replyMode = payload[typeAt + 1];
+    request.validatesFecs = (payload[3] & 1U) != 0;
     request.onlyIfTtlExpired = (payload[3] & 2U) != 0;
     request.returned = payload.subspan(returnedAt, returnedSize);
     request.fault = Lumo::NetU16::load(payload.data()).value() == version

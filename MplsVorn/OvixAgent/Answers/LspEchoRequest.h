@@ -44,6 +44,7 @@ struct LspEchoRequest {
 
     // The values are good whatever the fault.
     std::uint8_t replyMode = 0;
+    bool validatesFecs = false;             ///< also in transit: the V flag
     bool onlyIfTtlExpired = false;          ///< the T flag (RFC 6425 section 3.4)
     std::span<const std::uint8_t> returned; ///< handle, sequence number and the time it was sent
     Fault fault = Fault::none;

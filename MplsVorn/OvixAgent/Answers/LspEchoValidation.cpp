@@ -49,6 +49,33 @@ EchoReturnCode checkFec(const EchoFec& fec, Labels labels, std::size_t& labelDep
     return *mapped == label ? EchoReturnCode::egress : EchoReturnCode::mappingDiffers;
 }
 
+bool leadsTo(const EchoDownstream& way, const std::vector<EchoDownstream>& downstreams) {
+    return std::any_of(downstreams.begin(), downstreams.end(), [&](const EchoDownstream& one) {
+        return one.port == way.port && one.nexthop == way.nexthop && one.labels == way.labels;
+    });
+}
+
+/// Whether a label that is switched is its FEC's: this router sends the FEC the same way (RFC 8029
+/// section 4.4.1). Labels above the FEC stack have no FEC to be checked.
+EchoReturnCode checkTransit(const LspEchoRequest& request, std::size_t depth,
+                            const EchoLabel& label, const EchoTables& tables) {
+    if (!request.validatesFecs || depth > request.fecs.size()) {
+        return EchoReturnCode::switched;
+    }
+    const EchoFec& fec = request.fecs[request.fecs.size() - depth];
+    if (fec.isNil()) {
+        return EchoReturnCode::mappingDiffers;
+    }
+    const auto ways = tables.ways(fec.prefix, fec.length);
+    if (!ways) {
+        return EchoReturnCode::noMapping;
+    }
+    const bool isMapped = std::any_of(ways->begin(), ways->end(), [&](const EchoDownstream& way) {
+        return leadsTo(way, label.downstreams);
+    });
+    return isMapped ? EchoReturnCode::switched : EchoReturnCode::mappingDiffers;
+}
+
 /// All labels end here: so must all FECs, from the bottom up.
 EchoVerdict validateEgress(const LspEchoRequest& request, Labels labels, const EchoTables& tables) {
     std::size_t labelDepth = 1;
@@ -78,8 +105,10 @@ EchoVerdict validateEcho(const LspEchoRequest& request, Labels labels, const Ech
             return verdict(EchoReturnCode::noLabelEntry, depth);
         }
         if (entry.use == EchoLabel::Use::switched) {
-            EchoVerdict result = verdict(EchoReturnCode::switched, depth);
-            result.downstreams = std::move(entry.downstreams);
+            EchoVerdict result = verdict(checkTransit(request, depth, entry, tables), depth);
+            if (result.code == EchoReturnCode::switched) {
+                result.downstreams = std::move(entry.downstreams);
+            }
             return result;
         }
     }

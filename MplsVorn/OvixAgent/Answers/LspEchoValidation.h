@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Answers/LspEchoRequest.h"
+#include "Config/ConfigTypes.h"
 #include "Lumo/MplsLabel.h"
 
 namespace OvixAgent {
@@ -17,6 +18,7 @@ struct EchoDownstream {
     std::uint16_t mtu = 0;               ///< of the egress, less the labels
     std::vector<Lumo::MplsLabel> labels; ///< that it leaves with, outermost first; implicit null
                                          ///< for one that is popped
+    std::optional<PortIndex> port{};     ///< the egress, where it is one of the agent's
 };
 
 /// What this router does with a label that comes in.
@@ -39,6 +41,11 @@ struct EchoTables {
     std::function<std::optional<Lumo::MplsLabel>(const Lumo::IpGenAddr& prefix,
                                                  std::uint8_t length)>
         egressLabel;
+    /// The ways that this router has to a prefix, empty where it is the device's own; nothing when
+    /// it has no route for the very prefix.
+    std::function<std::optional<std::vector<EchoDownstream>>(const Lumo::IpGenAddr& prefix,
+                                                             std::uint8_t length)>
+        ways;
 };
 
 /// Return codes of an MPLS echo reply (RFC 8029 section 3.1).
@@ -60,7 +67,8 @@ struct EchoVerdict {
 };
 
 /// Checks a request that came in with a label stack, the outermost label first (RFC 8029
-/// section 4.4). Downstream mappings in the request are not compared with how it came in.
+/// section 4.4), in transit its FEC only where it asks for that. Downstream mappings in the request
+/// are not compared with how it came in.
 EchoVerdict validateEcho(const LspEchoRequest& request,
                          std::span<const Lumo::MplsLabelEntry> labels, const EchoTables& tables);
 

@@ -22,7 +22,6 @@ bool RateLimit::admit(AnswerReason reason, std::uint64_t now) noexcept {
     Bucket& bucket = of(reason);
     fill(bucket, now);
     if (bucket.tokens < oneAnswer) {
-        ++bucket.refused;
         return false;
     }
     bucket.tokens -= oneAnswer;

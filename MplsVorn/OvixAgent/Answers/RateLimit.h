@@ -27,20 +27,13 @@ class RateLimit {
     /// nothing.
     bool admit(AnswerReason reason, std::uint64_t now) noexcept;
 
-    /// How many answers were not admitted.
-    std::uint64_t refused(AnswerReason reason) const noexcept { return of(reason).refused; }
-
   private:
     struct Bucket {
         std::uint64_t filledAt = 0; ///< when `tokens` were counted
         std::uint64_t tokens = 0;   ///< in billionths of an answer
-        std::uint64_t refused = 0;
     };
 
     Bucket& of(AnswerReason reason) noexcept { return buckets_[static_cast<std::size_t>(reason)]; }
-    const Bucket& of(AnswerReason reason) const noexcept {
-        return buckets_[static_cast<std::size_t>(reason)];
-    }
     void fill(Bucket& bucket, std::uint64_t now) const noexcept;
 
     std::uint64_t perNanosecond_; ///< in billionths of an answer

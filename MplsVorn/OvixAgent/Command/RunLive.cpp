@@ -44,10 +44,13 @@ void tell(const std::string& news) {
 }
 
 /// What the ports have met with beside frames, and the CPU side's answers.
-std::vector<NamedCounter> liveCounters(const LivePorts& ports) {
+std::vector<NamedCounter> liveCounters(const LivePorts& ports, const CpuAnswers& answers) {
     std::vector<NamedCounter> all;
     for (const auto& [what, count] : ports.troubles()) {
         all.push_back({"Port", "Agent", what, count});
+    }
+    for (const auto& [what, count] : answers.counts()) {
+        all.push_back({"Answer", "Agent", what, count});
     }
     return all;
 }
@@ -68,7 +71,7 @@ int runLive(const RunOptions& options) {
         ipRoutes.emplace(state->tables().reader(), tables);
     }
     ports.mustBeUsable();
-    const auto counters = [&] { return liveCounters(ports); };
+    const auto counters = [&] { return liveCounters(ports, answers); };
     const std::unique_ptr<ControlServer> control =
         serveControl(options, *state, forwarder, counters);
     const auto reload = [&] {

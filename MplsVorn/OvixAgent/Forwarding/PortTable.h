@@ -48,6 +48,10 @@ class PortTable {
         const std::uint32_t* index = byIntf_.find(intf.value());
         return index != nullptr ? &ports_[*index] : nullptr;
     }
+    const Port* byIntfId(Lumo::IntfId intf) const noexcept {
+        const std::uint32_t* index = byIntf_.find(intf.value());
+        return index != nullptr ? &ports_[*index] : nullptr;
+    }
 
   private:
     std::vector<Port> ports_;

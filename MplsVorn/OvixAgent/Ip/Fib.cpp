@@ -83,4 +83,16 @@ const IpRoute* Fib::find(const Lumo::IpGenAddr& address) const noexcept {
     return nullptr;
 }
 
+const IpRoute* Fib::find(const Lumo::IpGenAddr& address, unsigned length) const noexcept {
+    if (address.family() == Lumo::IpFamily::none) {
+        return nullptr;
+    }
+    const Lengths& lengths = address.family() == Lumo::IpFamily::ipv4 ? ipv4_ : ipv6_;
+    const auto table = std::find_if(lengths.begin(), lengths.end(),
+                                    [&](const PrefixTable& t) { return t.length() == length; });
+    const std::uint32_t route =
+        table != lengths.end() ? table->find(AddressBits::of(address)) : PrefixTable::none;
+    return route != PrefixTable::none ? &routes_[route].route : nullptr;
+}
+
 } // namespace OvixAgent

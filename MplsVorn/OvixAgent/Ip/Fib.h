@@ -23,6 +23,8 @@ class Fib {
     /// The route of the longest prefix that the address lies in; null when there is none, as for an
     /// address of no family. Good until the next insertion.
     const IpRoute* find(const Lumo::IpGenAddr& address) const noexcept;
+    /// The route of the very prefix that has this length and the address lies in, likewise.
+    const IpRoute* find(const Lumo::IpGenAddr& address, unsigned length) const noexcept;
 
   private:
     struct Place {

@@ -24,13 +24,16 @@ class IpRoute {
   public:
     /// They are for the device itself.
     static IpRoute local() { return IpRoute(Kind::local, {}); }
+    /// So they are, and for all hosts of a subnet that it is connected to.
+    static IpRoute broadcast() { return IpRoute(Kind::broadcast, {}); }
     static IpRoute drop() { return IpRoute(Kind::drop, {}); }
     /// At least one via; the weights add up to 1..4294967295.
     static IpRoute forward(std::vector<IpRouteVia> vias) {
         return IpRoute(Kind::forward, std::move(vias));
     }
 
-    bool isLocal() const noexcept { return kind_ == Kind::local; }
+    bool isLocal() const noexcept { return kind_ == Kind::local || isBroadcast(); }
+    bool isBroadcast() const noexcept { return kind_ == Kind::broadcast; }
     bool drops() const noexcept { return kind_ == Kind::drop; }
 
     const std::vector<IpRouteVia>& vias() const noexcept { return vias_; }
@@ -48,7 +51,7 @@ class IpRoute {
     }
 
   private:
-    enum class Kind : std::uint8_t { local, drop, forward };
+    enum class Kind : std::uint8_t { local, broadcast, drop, forward };
 
     IpRoute(Kind kind, std::vector<IpRouteVia> vias) : vias_(std::move(vias)), kind_(kind) {
         for (const IpRouteVia& via : vias_) {

@@ -33,7 +33,7 @@ void insertPort(Fib& fib, const PortConfig& port, PortIndex index) {
     for (const IpInterfaceAddress& own : port.addresses) {
         fib.insert(hostPrefix(own.address), IpRoute::local());
         if (own.address.family == IpAddress::Family::ipv4 && own.prefixLength < 31) {
-            fib.insert(broadcastOf(own), IpRoute::local());
+            fib.insert(broadcastOf(own), IpRoute::broadcast());
         }
     }
     for (const IpInterfaceAddress& own : port.addresses) {
@@ -90,6 +90,11 @@ Ptr<Ovix::RewriteImpl> pushRewrite(const Lumo::UnboundedMplsLabelOperation& oper
                                    Mpls::TtlMode ttl) {
     return Ovix::MplsIpPushRewriteImpl::fromInfo(
         Tessel::make<Ovix::MplsIpPushRewriteInfo>(operation, ttl));
+}
+
+Lumo::UnboundedMplsLabelOperation pushedLabels(const Ovix::RewriteImpl& push) {
+    const Ptr<const Ovix::RewriteInfo> info = push.baseInfo();
+    return static_cast<const Ovix::MplsIpPushRewriteInfo&>(*info).labels.operation();
 }
 
 VrfRoot::VrfRoot(const AgentConfig& config, const Neighbours& neighbours) {

@@ -41,4 +41,7 @@ class VrfRoot : public Ovix::RoutingVrfRoot {
 Ptr<Ovix::RewriteImpl> pushRewrite(const Lumo::UnboundedMplsLabelOperation& operation,
                                    Mpls::TtlMode ttl);
 
+/// What pushRewrite() was given; a view that lives no longer than the rewrite.
+Lumo::UnboundedMplsLabelOperation pushedLabels(const Ovix::RewriteImpl& push);
+
 } // namespace OvixAgent

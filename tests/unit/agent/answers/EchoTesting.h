@@ -63,7 +63,8 @@ inline Bytes echo6(const Bytes& payload) {
 }
 
 /// Label 100 is switched, 200 is popped; the router is the egress of 10.9.0.0/16 with implicit
-/// null, of 10.8.0.0/16 with label 200, and of 2001:db8:9::/48 with explicit null.
+/// null, of 10.8.0.0/16 with label 200, and of 2001:db8:9::/48 with explicit null. There are no IP
+/// routes.
 inline EchoTables tables() {
     EchoTables made;
     made.label = [](Lumo::MplsLabel label) -> EchoLabel {
@@ -82,6 +83,10 @@ inline EchoTables tables() {
             return Lumo::MplsLabel(200);
         }
         return text == "2001:db8:9::/48" ? std::optional(Lumo::ipv6ExplicitNull) : std::nullopt;
+    };
+    made.ways = [](const Lumo::IpGenAddr&,
+                   std::uint8_t) -> std::optional<std::vector<EchoDownstream>> {
+        return std::nullopt;
     };
     return made;
 }

@@ -10,6 +10,7 @@ TEST(LabelledPacket, IsTakenFromBehindTagsAndLabels) {
     const Bytes packet = ipv4({}, udp());
     const Bytes padded = join({tagged({{100, 3, 1}, {200, 0, 7}}, packet), filled(4, 0)});
     const LabelledPacket taken = read(padded);
+    EXPECT_EQ(hex(taken.tags), "88a800058100e00a");
     EXPECT_EQ(hex(taken.labels), hex(stack({{100, 3, 1}, {200, 0, 7}})));
     EXPECT_EQ(taken.ip.type, Ovix::PktHdrType::ipv4);
     EXPECT_EQ(hex(taken.ip.bytes), hex(packet));
@@ -20,6 +21,7 @@ TEST(LabelledPacket, MayHaveNoLabels) {
     const Bytes frame = join({eth(ethIpv6), ipv6({}, udp())});
     const LabelledPacket taken = read(frame);
     EXPECT_TRUE(taken.labels.empty());
+    EXPECT_TRUE(taken.tags.empty());
     EXPECT_EQ(taken.ip.type, Ovix::PktHdrType::ipv6);
 }
 

@@ -140,6 +140,27 @@ TEST(Fib, TheFamiliesAreApartAndNoFamilyIsNowhere) {
     EXPECT_EQ(portFor(fib, text("0.0.0.0")), 4U);
 }
 
+TEST(Fib, AnExactPrefixIsFoundAloneAmongNestedOnes) {
+    Fib fib;
+    EXPECT_EQ(fib.find(text("10.1.0.0"), 16), nullptr);
+    fib.insert(prefix(Family::ipv4, {}, 0), routeTo(0));
+    fib.insert(prefix(Family::ipv4, {10}, 8), routeTo(8));
+    fib.insert(prefix(Family::ipv4, {10, 1}, 16), routeTo(16));
+    fib.insert(prefix(Family::ipv6, {0x20, 1, 0x0d, 0xb8}, 32), routeTo(32));
+    const auto exact = [&](const char* address, unsigned length) -> std::optional<PortIndex> {
+        const IpRoute* found = fib.find(text(address), length);
+        return found != nullptr ? std::optional(found->vias().front().port) : std::nullopt;
+    };
+    EXPECT_EQ(exact("10.1.0.0", 16), 16U);
+    EXPECT_EQ(exact("10.0.0.0", 8), 8U);
+    EXPECT_EQ(exact("0.0.0.0", 0), 0U);
+    EXPECT_EQ(exact("2001:db8::", 32), 32U);
+    EXPECT_EQ(exact("10.2.0.0", 16), std::nullopt);
+    EXPECT_EQ(exact("10.1.0.0", 17), std::nullopt);
+    EXPECT_EQ(exact("10.0.0.0", 32), std::nullopt);
+    EXPECT_EQ(fib.find({}, 0), nullptr);
+}
+
 TEST(Fib, TheFirstRouteOfAPrefixStays) {
     Fib fib;
     EXPECT_TRUE(fib.insert(prefix(Family::ipv4, {10}, 8), routeTo(1)));

@@ -1,0 +1,76 @@
+#include "Answers/EchoLookup.h"
+
+namespace OvixAgent {
+
+EchoLabel EchoLookup::label(Lumo::MplsLabel label) const {
+    const Mpls::RouteKey key = Mpls::RouteKey::fromLabel(label);
+    if (tables_->lfib(Mpls::TableId::decapLfib)->route(key) != Mpls::LfibRoute()) {
+        return {EchoLabel::Use::popped, {}};
+    }
+    const Mpls::Hardware::Route route = tables_->hardware()->route(key);
+    if (route.isEq(Mpls::Hardware::Route())) {
+        return {};
+    }
+    EchoLabel use{EchoLabel::Use::switched, {}};
+    const auto& adjacency = tables_->hardware()->adjacency(route);
+    const std::size_t vias = adjacency ? adjacency->entries(adjacency->useBackups()).size() : 0;
+    for (std::uint32_t i = 0; i < vias; ++i) {
+        const Ovix::OvixMplsVia& via = adjacency->via(adjacency->useBackups(), i);
+        const Port* port = forwarding_->ports.byIntfId(via.intfId);
+        use.downstreams.push_back(downstream(
+            port != nullptr ? std::optional(forwarding_->ports.indexOf(*port)) : std::nullopt,
+            via.nexthop, via.labelOperation()));
+    }
+    return use;
+}
+
+std::optional<Lumo::MplsLabel> EchoLookup::egressLabel(const Lumo::IpGenAddr& prefix) const {
+    const IpRoute* route = forwarding_->vrfs->fib({})->find(prefix);
+    const bool ends = route != nullptr &&
+                      (route->isLocal() || (!route->vias().empty() && route->vias()[0].onLink));
+    return ends ? std::optional(Lumo::implicitNull) : std::nullopt;
+}
+
+std::optional<std::vector<EchoDownstream>> EchoLookup::ways(const Lumo::IpGenAddr& prefix,
+                                                            std::uint8_t length) const {
+    const IpRoute* route = forwarding_->vrfs->fib({})->find(prefix, length);
+    if (route == nullptr) {
+        return std::nullopt;
+    }
+    std::vector<EchoDownstream> ways;
+    for (const IpRouteVia& via : route->vias()) {
+        ways.push_back(
+            downstream(via.port, via.nexthop,
+                       via.push ? pushedLabels(*via.push) : Lumo::UnboundedMplsLabelOperation()));
+    }
+    return ways;
+}
+
+EchoDownstream EchoLookup::downstream(std::optional<PortIndex> port, const Lumo::IpGenAddr& nexthop,
+                                      const Lumo::UnboundedMplsLabelOperation& labels) const {
+    EchoDownstream made;
+    made.nexthop = nexthop;
+    made.mtu = static_cast<std::uint16_t>(port ? forwarding_->ports.ports()[*port].mtu : 0);
+    made.port = port;
+    for (std::size_t at = 0; at < labels.depth(); ++at) {
+        made.labels.push_back(labels.label(at));
+    }
+    if (made.labels.empty()) {
+        made.labels.push_back(Lumo::implicitNull);
+    }
+    return made;
+}
+
+EchoTables EchoLookup::tables() const {
+    EchoTables made;
+    made.label = [this](Lumo::MplsLabel of) { return label(of); };
+    made.egressLabel = [this](const Lumo::IpGenAddr& prefix, std::uint8_t) {
+        return egressLabel(prefix);
+    };
+    made.ways = [this](const Lumo::IpGenAddr& prefix, std::uint8_t length) {
+        return ways(prefix, length);
+    };
+    return made;
+}
+
+} // namespace OvixAgent
