@@ -26,8 +26,8 @@ def why_not() -> str:
     if os.geteuid() != 0:
         return "needs root"
     name = f"ovix-try-{os.getpid()}"
-    done = subprocess.run(["ip", "netns", "add", name], capture_output=True, text=True,
-                          check=False)
+    done = subprocess.run(["sh", "-e", "-c", f"ip netns add {name}; ip -n {name} link show"],
+                          capture_output=True, text=True, check=False)
     subprocess.run(["ip", "netns", "del", name], capture_output=True, check=False)
     return "" if done.returncode == 0 else f"needs network namespaces: {done.stderr.strip()}"
 
