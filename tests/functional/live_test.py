@@ -86,7 +86,6 @@ ports:
         """A run with these ports alone, ended after a second unless it ends by itself."""
         config = self.directory / "brief.yaml"
         config.write_text(f"ports: [{ports}]\n")
-        self.directory.chmod(0o755)
         return subprocess.run(
             ["ip", "netns", "exec", self.router, "timeout", "--preserve-status", "-s", "TERM", "1.5",
              *prefix, agent.AGENT, "run", str(config), "--live", "--json",
@@ -291,8 +290,8 @@ except TimeoutError: pass""").communicate()[0]
         problem = "nowhere: finding the interface: No such device"
         self.assertIn(f"ovix-agent: {problem}\n", absent.stderr)
         self.assertEqual(json.loads(absent.stdout)["problems"], [problem])
-        unprivileged = self.run_briefly("{name: west, kind: packet}", "setpriv", "--reuid", "65534",
-                                        "--clear-groups")
+        unprivileged = self.run_briefly("{name: west, kind: packet}", "setpriv",
+                                        "--bounding-set", "-net_raw,-net_admin")
         self.assertEqual(unprivileged.returncode, 1)
         self.assertIn("ovix-agent: no port can be used: west: opening a packet socket: "
                       "Operation not permitted\n", unprivileged.stderr)
