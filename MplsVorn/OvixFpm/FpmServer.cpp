@@ -25,7 +25,7 @@ constexpr std::chrono::milliseconds longestBeforeCommit{20};
 } // namespace
 
 FpmServer::FpmServer(RoutePublisher& routes, Settings settings, Log log)
-    : routes_(&routes), settings_(std::move(settings)), log_(std::move(log)),
+    : routes_(&routes), settings_(settings), log_(std::move(log)),
       listener_(settings_.listenAt.listen()), waiting_(log_) {
     log_("listening at " + settings_.listenAt.text());
 }
