@@ -41,7 +41,7 @@ class FrameSender {
     std::vector<mmsghdr> messages_;
     std::size_t next_ = 0;
     std::uint64_t sent_ = 0;
-    OvixAgent::FileDescriptor socket_;
+    Posix::FileDescriptor socket_;
 };
 
 } // namespace Bench

@@ -91,7 +91,7 @@ BridgedTaps::~BridgedTaps() {
 
 std::uint64_t framesReceived(const std::string& link) {
     std::array<char, 8192> table{};
-    const OvixAgent::FileDescriptor file(open("/proc/self/net/dev", O_RDONLY | O_CLOEXEC));
+    const Posix::FileDescriptor file(open("/proc/self/net/dev", O_RDONLY | O_CLOEXEC));
     const ssize_t size = read(file.value(), table.data(), table.size());
     const std::string_view text(table.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
     const std::size_t line = text.find(" " + link + ":");

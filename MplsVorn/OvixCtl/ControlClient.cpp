@@ -84,7 +84,7 @@ class Connection {
 
   private:
     std::string path_;
-    OvixAgent::FileDescriptor socket_;
+    Posix::FileDescriptor socket_;
 };
 
 } // namespace

@@ -65,7 +65,8 @@ int FpmServer::timeoutMs() const {
 }
 
 void FpmServer::accept() {
-    Socket accepted(accept4(listener_.value(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    Posix::FileDescriptor accepted(
+        accept4(listener_.value(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (!accepted.isOpen()) {
         return;
     }
@@ -76,7 +77,7 @@ void FpmServer::accept() {
     }
 }
 
-void FpmServer::connectionIs(Socket connection) {
+void FpmServer::connectionIs(Posix::FileDescriptor connection) {
     connection_ = std::move(connection);
     decoder_ = FpmDecoder();
     routes_->markStale();
@@ -125,7 +126,7 @@ void FpmServer::take(Bytes bytes) {
 }
 
 void FpmServer::disconnect(const std::string& why) {
-    connection_ = Socket();
+    connection_ = Posix::FileDescriptor();
     firstToldAt_.reset(); // what was not confirmed may be so by the next connection
     const MessageCounts& now = decoder_.counts();
     counts_.newRoutes += now.newRoutes;

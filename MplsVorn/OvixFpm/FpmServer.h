@@ -36,7 +36,7 @@ class FpmServer {
 
   private:
     void accept();
-    void connectionIs(Socket connection);
+    void connectionIs(Posix::FileDescriptor connection);
     void receive();
     void receiveFromWaiting();
     void take(Bytes bytes);
@@ -50,8 +50,8 @@ class FpmServer {
     RoutePublisher* routes_;
     Settings settings_;
     Log log_;
-    Socket listener_;
-    Socket connection_;
+    Posix::FileDescriptor listener_;
+    Posix::FileDescriptor connection_;
     WaitingConnections waiting_;
     FpmDecoder decoder_;
     MessageCounts counts_; ///< of connections that have ended

@@ -50,7 +50,7 @@ std::string ListenAddress::text() const {
     return (isIpv6 ? '[' + address_.text() + ']' : address_.text()) + ':' + std::to_string(port_);
 }
 
-bool ListenAddress::binds(const Socket& socket) const noexcept {
+bool ListenAddress::binds(const Posix::FileDescriptor& socket) const noexcept {
     if (address_.family() == Lumo::IpFamily::ipv6) {
         sockaddr_in6 to{};
         to.sin6_family = AF_INET6;
@@ -65,9 +65,9 @@ bool ListenAddress::binds(const Socket& socket) const noexcept {
     return bind(socket.value(), reinterpret_cast<const sockaddr*>(&to), sizeof to) == 0;
 }
 
-Socket ListenAddress::listen() const {
+Posix::FileDescriptor ListenAddress::listen() const {
     const int family = address_.family() == Lumo::IpFamily::ipv6 ? AF_INET6 : AF_INET;
-    Socket socket(::socket(family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    Posix::FileDescriptor socket(::socket(family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     const std::string failed = "cannot listen at " + text();
     const int on = 1;
     if (!socket.isOpen() ||

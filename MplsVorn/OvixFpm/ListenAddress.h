@@ -4,7 +4,7 @@
 #include <string>
 
 #include "Lumo/IpGenAddr.h"
-#include "Socket.h"
+#include "Posix/FileDescriptor.h"
 
 namespace OvixFpm {
 
@@ -19,12 +19,12 @@ class ListenAddress {
     std::string text() const;
 
     /// A socket that listens there and does not block. Throws std::system_error.
-    Socket listen() const;
+    Posix::FileDescriptor listen() const;
 
   private:
     ListenAddress(const Lumo::IpGenAddr& address, std::uint16_t port) noexcept
         : address_(address), port_(port) {}
-    bool binds(const Socket& socket) const noexcept;
+    bool binds(const Posix::FileDescriptor& socket) const noexcept;
 
     Lumo::IpGenAddr address_;
     std::uint16_t port_;

@@ -7,7 +7,7 @@
 
 namespace OvixFpm {
 
-void WaitingConnections::add(Socket connection) {
+void WaitingConnections::add(Posix::FileDescriptor connection) {
     if (all_.size() == most) {
         all_.erase(all_.begin());
         log_("too many connections wait beside zebra's; the oldest is closed");

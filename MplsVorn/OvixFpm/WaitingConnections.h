@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "FpmStream.h"
-#include "Socket.h"
+#include "Posix/FileDescriptor.h"
 
 namespace OvixFpm {
 
@@ -22,14 +22,14 @@ class WaitingConnections {
 
     /// A connection that has sent a whole frame, and all bytes that have come from it.
     struct Heard {
-        Socket connection;
+        Posix::FileDescriptor connection;
         std::vector<std::uint8_t> bytes;
     };
 
     explicit WaitingConnections(Log log) : log_(std::move(log)) {}
 
     /// One more, which does not block. When there are too many, the oldest is closed.
-    void add(Socket connection);
+    void add(Posix::FileDescriptor connection);
 
     /// What to wait for; -1 where there is no connection.
     void pollIn(std::span<pollfd, most> places) const noexcept;
@@ -40,7 +40,7 @@ class WaitingConnections {
   private:
     enum class State { waits, isZebra, hasEnded };
     struct Waiting {
-        Socket connection;
+        Posix::FileDescriptor connection;
         FpmStream stream;
         std::vector<std::uint8_t> bytes; ///< as much as a frame and a piece at most
     };

@@ -3,10 +3,10 @@
 #include <algorithm>
 
 #include "Answers/IpPacketBytes.h"
+#include "Ip/InternetChecksum.h"
 #include "Ip/IpScope.h"
 #include "Ip/IpUpperLayer.h"
 #include "Ip/PrefixTable.h"
-#include "Live/OffloadedChecksum.h"
 #include "Lumo/NetInt.h"
 
 namespace OvixAgent {

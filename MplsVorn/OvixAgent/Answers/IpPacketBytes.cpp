@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "Live/OffloadedChecksum.h"
+#include "Ip/InternetChecksum.h"
 #include "Lumo/NetInt.h"
 
 namespace OvixAgent {

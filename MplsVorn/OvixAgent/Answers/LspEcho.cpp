@@ -4,9 +4,9 @@
 
 #include "Answers/IpPacketBytes.h"
 #include "Answers/LspEchoReply.h"
+#include "Ip/InternetChecksum.h"
 #include "Ip/IpScope.h"
 #include "Ip/IpUpperLayer.h"
-#include "Live/OffloadedChecksum.h"
 #include "Lumo/NetInt.h"
 
 namespace OvixAgent {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "Ip/InternetChecksum.h"
 #include "Lumo/NetInt.h"
 
 namespace OvixAgent {
@@ -28,16 +29,6 @@ void store(std::size_t value, std::uint8_t* at) noexcept {
 
 constexpr std::size_t wholeUnits(std::size_t bytes) noexcept {
     return bytes - bytes % unit;
-}
-
-std::uint16_t checksumOf(std::span<const std::uint8_t> header) noexcept {
-    std::uint32_t sum = 0;
-    for (std::size_t i = 0; i < header.size(); i += 2) {
-        sum += u16(header.data() + i);
-    }
-    sum = (sum & 0xffffU) + (sum >> 16U);
-    sum = (sum & 0xffffU) + (sum >> 16U);
-    return static_cast<std::uint16_t>(~sum);
 }
 
 /// The length of the option that `options` start with; 0 when it is damaged.
@@ -127,7 +118,7 @@ IpFragment IpFragments::at(std::size_t index) const noexcept {
     const std::size_t place = u16(header + fragmentAt) + from / unit;
     store(isLast ? place : place | moreFragments, header + fragmentAt);
     store(0, header + checksumAt);
-    store(checksumOf(fragment.header()), header + checksumAt);
+    completeChecksum({header, fragment.headerSize}, 0, checksumAt);
     return fragment;
 }
 

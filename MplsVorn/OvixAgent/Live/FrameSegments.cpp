@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "Live/OffloadedChecksum.h"
+#include "Ip/InternetChecksum.h"
 #include "Lumo/NetInt.h"
 
 namespace OvixAgent {

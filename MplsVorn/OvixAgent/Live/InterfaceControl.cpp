@@ -31,7 +31,7 @@ ifreq requestFor(const std::string& name) {
 }
 
 void control(unsigned long command, ifreq& request, const char* step) {
-    const FileDescriptor any(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const Posix::FileDescriptor any(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (!any.isOpen() || ioctl(any.value(), command, &request) != 0) {
         refuse(errno, step);
     }

@@ -49,7 +49,7 @@ class LiveRun {
     void everySecond(const std::function<void(const std::string&)>& tell);
 
     Parts parts_;
-    FileDescriptor signals_;
+    Posix::FileDescriptor signals_;
     bool hasMore_ = false; ///< frames or changes that need no waiting for
     LinkSync::Clock::time_point lookedAt_;
     std::vector<pollfd> waiting_;

@@ -31,7 +31,7 @@ bool PacketPort::reopen() {
 // interface's own queue holds, so that a queue that is full refuses single frames.
 void PacketPort::openSender() {
     constexpr int bufferBytes = 1 << 23;
-    sender_ = FileDescriptor(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    sender_ = Posix::FileDescriptor(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     sockaddr_ll address{};
     address.sll_family = AF_PACKET;
     address.sll_ifindex = static_cast<int>(interfaceIndex_);
@@ -51,7 +51,7 @@ void PacketPort::shut(std::string problem) {
     counts();
     segments_.drop();
     ring_.reset();
-    sender_ = FileDescriptor();
+    sender_ = Posix::FileDescriptor();
     problem_ = std::move(problem);
 }
 

@@ -49,7 +49,7 @@ class PacketPort final : public LivePort {
     unsigned int interfaceIndex_ = 0;
     std::optional<PacketRing> ring_;
     FrameSegments segments_; ///< what is left of a frame in the ring
-    FileDescriptor sender_;
+    Posix::FileDescriptor sender_;
     LiveCounts counts_;
     SendQueue queue_{counts_};
     std::string problem_;

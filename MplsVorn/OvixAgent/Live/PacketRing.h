@@ -63,7 +63,7 @@ class PacketRing {
     void giveBlockBack() noexcept;
     void map();
 
-    FileDescriptor socket_;
+    Posix::FileDescriptor socket_;
     std::uint8_t* memory_ = nullptr;
     std::uint32_t current_ = 0; ///< the block that is being read, or is to be read next
     bool isHeld_ = false;       ///< whether that block is ours

@@ -54,7 +54,7 @@ void TapPort::open() {
     }
     name_.copy(request.ifr_name, name_.size());
     request.ifr_flags = static_cast<short>(IFF_TAP | IFF_NO_PI);
-    device_ = FileDescriptor(::open("/dev/net/tun", O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    device_ = Posix::FileDescriptor(::open("/dev/net/tun", O_RDWR | O_NONBLOCK | O_CLOEXEC));
     if (!device_.isOpen()) {
         refuse(errno, "opening /dev/net/tun");
     }
@@ -66,7 +66,7 @@ void TapPort::open() {
 }
 
 void TapPort::shut(std::string problem) {
-    device_ = FileDescriptor();
+    device_ = Posix::FileDescriptor();
     problem_ = std::move(problem);
 }
 

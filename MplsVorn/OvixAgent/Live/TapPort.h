@@ -39,7 +39,7 @@ class TapPort final : public LivePort {
     PortIndex index_;
     std::string name_;
     unsigned int interfaceIndex_ = 0;
-    FileDescriptor device_;
+    Posix::FileDescriptor device_;
     std::vector<std::uint8_t> buffer_;
     LiveCounts counts_;
     std::string problem_;

@@ -7,7 +7,7 @@
 #include <sys/socket.h>
 
 #include "FrameBytes.h"
-#include "Live/OffloadedChecksum.h"
+#include "Ip/InternetChecksum.h"
 #include "Live/PacketPort.h"
 #include "LiveTesting.h"
 #include "MergedFrame.h"
@@ -17,10 +17,10 @@ namespace {
 
 using namespace LiveTesting;
 using namespace TestSupport::Wire;
-using OvixAgent::FileDescriptor;
 using OvixAgent::LiveEvent;
 using OvixAgent::PacketIntake;
 using OvixAgent::PacketPort;
+using Posix::FileDescriptor;
 using TestSupport::ip;
 
 constexpr std::uint16_t port = 4789;
@@ -33,7 +33,7 @@ class OffloadedWorkTest : public TestSupport::OwnNetwork {
         if (!IsSkipped()) {
             ip("address add 192.0.2.1/24 dev left");
             ip("neigh add 192.0.2.2 lladdr 02:00:00:00:00:02 dev left nud permanent");
-            sender = FileDescriptor(socket(AF_INET, SOCK_DGRAM, 0));
+            sender = Posix::FileDescriptor(socket(AF_INET, SOCK_DGRAM, 0));
         }
     }
 
@@ -46,7 +46,7 @@ class OffloadedWorkTest : public TestSupport::OwnNetwork {
                       reinterpret_cast<const sockaddr*>(&to), sizeof to);
     }
 
-    FileDescriptor sender;
+    Posix::FileDescriptor sender;
 };
 
 /// The ones' complement sum, with the final fold.
@@ -112,7 +112,7 @@ class UncutFramesTest : public TestSupport::OwnNetwork {
         if (IsSkipped()) {
             return;
         }
-        sender = FileDescriptor(socket(AF_PACKET, SOCK_RAW, 0));
+        sender = Posix::FileDescriptor(socket(AF_PACKET, SOCK_RAW, 0));
         sockaddr_ll address{};
         address.sll_family = AF_PACKET;
         address.sll_ifindex = static_cast<int>(if_nametoindex("left"));
@@ -146,7 +146,7 @@ class UncutFramesTest : public TestSupport::OwnNetwork {
         return all;
     }
 
-    FileDescriptor sender;
+    Posix::FileDescriptor sender;
 };
 
 TEST_F(UncutFramesTest, ArriveAsAWireWouldCarryThem) {
@@ -197,7 +197,7 @@ struct ChecksumCase {
     Bytes expected;
 };
 
-TEST(OffloadedChecksum, IsTheComplementOfTheSumFromWhereItStarts) {
+TEST(InternetChecksum, IsTheComplementOfTheSumFromWhereItStarts) {
     const std::vector<ChecksumCase> cases{
         {{9, 9, 0, 0, 0x12, 0x34}, 2, 0, true, {9, 9, 0xed, 0xcb, 0x12, 0x34}},
         {{0, 0, 0x12}, 0, 0, true, {0xed, 0xff, 0x12}},

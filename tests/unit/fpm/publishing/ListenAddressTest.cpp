@@ -9,7 +9,7 @@
 namespace {
 
 using OvixFpm::ListenAddress;
-using OvixFpm::Socket;
+using Posix::FileDescriptor;
 
 std::string reasonAgainst(const std::string& text) {
     try {
@@ -20,7 +20,7 @@ std::string reasonAgainst(const std::string& text) {
 }
 
 bool hostHasIpv6() {
-    const Socket probe(socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const FileDescriptor probe(socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_in6 address{};
     address.sin6_family = AF_INET6;
     address.sin6_addr = in6addr_loopback;
@@ -66,14 +66,15 @@ TEST(ListenAddress, ConnectionsOverIpv6AreListenedFor) {
         GTEST_SKIP() << "this host has no IPv6";
     }
     const std::uint16_t port = PublishingTesting::freePort();
-    const Socket listener = ListenAddress::fromText("[::1]:" + std::to_string(port)).listen();
-    const Socket client(socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const FileDescriptor listener =
+        ListenAddress::fromText("[::1]:" + std::to_string(port)).listen();
+    const FileDescriptor client(socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_in6 to{};
     to.sin6_family = AF_INET6;
     to.sin6_port = htons(port);
     to.sin6_addr = in6addr_loopback;
     EXPECT_EQ(connect(client.value(), reinterpret_cast<const sockaddr*>(&to), sizeof to), 0);
-    EXPECT_TRUE(Socket(accept(listener.value(), nullptr, nullptr)).isOpen());
+    EXPECT_TRUE(Posix::FileDescriptor(accept(listener.value(), nullptr, nullptr)).isOpen());
 }
 
 TEST(ListenAddress, AnAddressOfAnotherHostIsToldWithTheReason) {

@@ -1,4 +1,4 @@
-#include "Live/OffloadedChecksum.h"
+#include "Ip/InternetChecksum.h"
 
 #include "Lumo/NetInt.h"
 

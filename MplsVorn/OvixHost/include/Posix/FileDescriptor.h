@@ -3,7 +3,7 @@
 #include <unistd.h>
 #include <utility>
 
-namespace OvixAgent {
+namespace Posix {
 
 /// Owns an open file, socket or device; -1 is none.
 class FileDescriptor {
@@ -12,7 +12,7 @@ class FileDescriptor {
     explicit FileDescriptor(int owned) noexcept : value_(owned) {}
     FileDescriptor(FileDescriptor&& other) noexcept : value_(std::exchange(other.value_, -1)) {}
     FileDescriptor& operator=(FileDescriptor&& other) noexcept {
-        std::swap(value_, other.value_);
+        FileDescriptor(std::move(other)).swap(*this);
         return *this;
     }
     FileDescriptor(const FileDescriptor&) = delete;
@@ -27,7 +27,9 @@ class FileDescriptor {
     int value() const noexcept { return value_; }
 
   private:
+    void swap(FileDescriptor& other) noexcept { std::swap(value_, other.value_); }
+
     int value_ = -1;
 };
 
-} // namespace OvixAgent
+} // namespace Posix
