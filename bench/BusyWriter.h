@@ -4,7 +4,7 @@
 #include <string>
 #include <sys/types.h>
 
-#include "Mpls/TablePublisher.h"
+#include "Published/TablePublisher.h"
 
 namespace Bench {
 

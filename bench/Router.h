@@ -1,9 +1,9 @@
 #pragma once
 
 #include "Forwarding/Forwarder.h"
-#include "Forwarding/TransmitPort.h"
 #include "Mpls/Hardware/Status.h"
 #include "Scenarios.h"
+#include "State/TransmitPort.h"
 #include "Tables/AgentState.h"
 
 namespace Bench {

@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "BusyWriter.h"
-#include "Mpls/PublishedTables.h"
+#include "Published/PublishedTables.h"
 #include "Router.h"
 #include "Scenarios.h"
 #include "TableBench.h"

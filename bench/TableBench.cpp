@@ -3,8 +3,8 @@
 #include <benchmark/benchmark.h>
 #include <memory>
 
-#include "Mpls/PublishedTables.h"
-#include "Mpls/TablePublisher.h"
+#include "Published/PublishedTables.h"
+#include "Published/TablePublisher.h"
 #include "TableSamples.h"
 
 namespace Bench {

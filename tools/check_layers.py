@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Proves that dependencies point one way: agent -> plugin -> host interfaces -> standard library. The
 listener for the routing daemon stands beside agent and plugin: it uses the host interfaces only. The
-operator's command stands on top: it may use the agent's configuration, and nobody includes it.
+operator's command stands on top: it may use the agent's configuration, and nobody includes it. Inside
+the layers no two folders include each other, neither straight nor by way of others.
 
 Reads the quoted includes of each layer's sources, what the plugin's shared object and the agent link
 against, and what the plugin exports. Prints each breach; exits 1 if there is one.
@@ -28,27 +29,75 @@ RUNTIME = re.compile(r"^(libOvixHost\.so|libstdc\+\+\.so|libgcc_s\.so|libm\.so|l
                      r"|libasan\.so|libubsan\.so|libtsan\.so)")
 
 
-def headers_of(root, layer):
-    base = root / layer / ("include" if layer == HOST else "")
-    found = set()
-    for header in base.rglob("*.h"):
-        found.add(str(header.relative_to(base)))
-        found.add(header.name)
+def sources(root, layer):
+    return sorted(path for path in (root / layer).rglob("*") if path.suffix in (".h", ".cpp"))
+
+
+def folders_searched(root, layer):
+    """Where the compiler looks for the quoted includes of a layer."""
+    found = [root / layer]
+    if layer == PLUGIN:
+        found.append(root / layer / "MplsOvixPlugin")
     return found
 
 
+def resolved(root, layers, name):
+    """The file that an include names, or None when none of the layers has it."""
+    for layer in layers:
+        for folder in folders_searched(root, layer):
+            if (folder / name).is_file():
+                return folder / name
+    return None
+
+
+def includes(root, layer):
+    """Each source of a layer with the kind and the name of each of its includes."""
+    for source in sources(root, layer):
+        for kind, name in INCLUDE.findall(source.read_text(encoding="utf-8")):
+            yield source, kind, name
+
+
 def include_breaches(root):
-    headers = {layer: headers_of(root, layer) for layer in ALLOWED}
     for layer, allowed in ALLOWED.items():
-        for source in sorted((root / layer).rglob("*")):
-            if source.suffix not in (".h", ".cpp"):
-                continue
-            for kind, name in INCLUDE.findall(source.read_text(encoding="utf-8")):
-                place = source.relative_to(root)
-                if kind == '"' and not any(name in headers[other] for other in allowed):
-                    yield f"{place}: includes \"{name}\", which is not of {' or '.join(allowed)}"
-                if kind == "<" and layer in (HOST, PLUGIN) and LIBRARIES.match(name):
-                    yield f"{place}: includes <{name}>, which only programs may"
+        for source, kind, name in includes(root, layer):
+            place = source.relative_to(root)
+            if kind == '"' and resolved(root, allowed, name) is None:
+                yield f"{place}: includes \"{name}\", which is not of {' or '.join(allowed)}"
+            if kind == "<" and layer in (HOST, PLUGIN) and LIBRARIES.match(name):
+                yield f"{place}: includes <{name}>, which only programs may"
+
+
+def folder_includes(root):
+    """For each folder the folders it includes, and an include that shows it."""
+    found = {}
+    for layer, allowed in ALLOWED.items():
+        for source, kind, name in includes(root, layer):
+            target = resolved(root, allowed, name) if kind == '"' else None
+            if target is not None and target.parent != source.parent:
+                here = source.parent.relative_to(root)
+                found.setdefault(here, {}).setdefault(
+                    target.parent.relative_to(root), f"{source.relative_to(root)}: \"{name}\"")
+    return found
+
+
+def folder_breaches(root):
+    """Each include that closes a circle of folders."""
+    graph = folder_includes(root)
+
+    def reached(start):
+        seen, waiting = set(), [start]
+        while waiting:
+            for folder in graph.get(waiting.pop(), {}):
+                if folder not in seen:
+                    seen.add(folder)
+                    waiting.append(folder)
+        return seen
+
+    reach = {folder: reached(folder) for folder in graph}
+    for folder, targets in sorted(graph.items()):
+        for target, example in sorted(targets.items()):
+            if folder in reach.get(target, ()):
+                yield f"{folder} and {target} include each other ({example})"
 
 
 def tool(*command):
@@ -78,7 +127,7 @@ def main():
     parser.add_argument("--plugin", type=pathlib.Path)
     parser.add_argument("--agent", type=pathlib.Path)
     options = parser.parse_args()
-    breaches = list(include_breaches(options.source))
+    breaches = list(include_breaches(options.source)) + list(folder_breaches(options.source))
     if options.plugin and options.agent:
         breaches += binary_breaches(options.plugin, options.agent)
     for breach in breaches:

@@ -13,7 +13,7 @@ class LayerCheck(unittest.TestCase):
     def setUp(self):
         self.directory = tempfile.TemporaryDirectory()
         self.root = pathlib.Path(self.directory.name)
-        self.write("MplsVorn/OvixHost/include/Ovix/Host.h", "#include <vector>\n")
+        self.write("MplsVorn/OvixHost/Ovix/Host.h", "#include <vector>\n")
         self.write("MplsVorn/OvixPlugin/Plugin.h", '#include "Ovix/Host.h"\n')
         self.write("MplsVorn/OvixAgent/Agent.h", '#include "Ovix/Host.h"\n#include <pcap/pcap.h>\n')
 
@@ -32,7 +32,7 @@ class LayerCheck(unittest.TestCase):
         self.assertEqual(self.breaches(), [])
 
     def test_host_including_plugin_is_found(self):
-        self.write("MplsVorn/OvixHost/src/Up.cpp", '#include "Plugin.h"\n')
+        self.write("MplsVorn/OvixHost/Up.cpp", '#include "Plugin.h"\n')
         self.assertEqual(len(self.breaches()), 1)
 
     def test_plugin_including_agent_is_found(self):
@@ -64,6 +64,23 @@ class LayerCheck(unittest.TestCase):
     def test_plugin_including_a_library_is_found(self):
         self.write("MplsVorn/OvixPlugin/Lib.cpp", "#include <fmt/core.h>\n")
         self.assertEqual(len(self.breaches()), 1)
+
+    def test_folders_that_use_one_another_in_one_direction_pass(self):
+        self.write("MplsVorn/OvixAgent/Live/Run.cpp", '#include "Ip/Router.h"\n')
+        self.write("MplsVorn/OvixAgent/Ip/Router.h", '#include "State/Fib.h"\n')
+        self.write("MplsVorn/OvixAgent/State/Fib.h", '#include "Ovix/Host.h"\n')
+        self.assertEqual(list(check_layers.folder_breaches(self.root)), [])
+
+    def test_folders_that_include_each_other_are_found(self):
+        self.write("MplsVorn/OvixAgent/Ip/Router.h", '#include "State/Fib.h"\n')
+        self.write("MplsVorn/OvixAgent/State/Fib.h", '#include "Ip/Router.h"\n')
+        self.assertEqual(len(list(check_layers.folder_breaches(self.root))), 2)
+
+    def test_a_circle_of_three_folders_is_found(self):
+        self.write("MplsVorn/OvixPlugin/MplsOvixPlugin/a/A.h", '#include "b/B.h"\n')
+        self.write("MplsVorn/OvixPlugin/MplsOvixPlugin/b/B.h", '#include "c/C.h"\n')
+        self.write("MplsVorn/OvixPlugin/MplsOvixPlugin/c/C.h", '#include "a/A.h"\n')
+        self.assertEqual(len(list(check_layers.folder_breaches(self.root))), 3)
 
 
 if __name__ == "__main__":

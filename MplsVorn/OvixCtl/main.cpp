@@ -3,9 +3,9 @@
 #include <fmt/format.h>
 #include <variant>
 
-#include "Commands.h"
-#include "CtlOptions.h"
-#include "UsageError.h"
+#include "commands/Commands.h"
+#include "commands/CtlOptions.h"
+#include "route/UsageError.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
-#include "FpmServer.h"
-#include "SweepTime.h"
+#include "publishing/FpmServer.h"
+#include "publishing/SweepTime.h"
 
 namespace {
 

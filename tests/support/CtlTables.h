@@ -4,12 +4,12 @@
 #include <string>
 #include <vector>
 
-#include "EntryTable.h"
-#include "IntfText.h"
 #include "LocalTables.h"
-#include "RouteRequest.h"
-#include "TableView.h"
 #include "Tables/TableLoading.h"
+#include "route/EntryTable.h"
+#include "route/IntfText.h"
+#include "route/RouteRequest.h"
+#include "tables/TableView.h"
 
 namespace CtlTesting {
 

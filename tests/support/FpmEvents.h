@@ -3,8 +3,8 @@
 #include <string>
 #include <vector>
 
-#include "FpmDecoder.h"
-#include "RouteText.h"
+#include "decoding/FpmDecoder.h"
+#include "decoding/RouteText.h"
 
 namespace TestSupport::Fpm {
 

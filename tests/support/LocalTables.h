@@ -3,8 +3,8 @@
 #include <memory>
 #include <string>
 
-#include "Mpls/PublishedTables.h"
-#include "Mpls/TablePublisher.h"
+#include "Published/PublishedTables.h"
+#include "Published/TablePublisher.h"
 
 namespace TestSupport {
 

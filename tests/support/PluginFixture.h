@@ -7,14 +7,20 @@
 #include <string>
 #include <vector>
 
-#include "Interface/EthIntfStatusDir.h"
 #include "LocalTables.h"
 #include "Mpls/Hardware/Capability.h"
 #include "Mpls/RoutingInfo.h"
+#include "MplsOvixMulticast/MplsMldpInputStep.h"
 #include "MplsOvixPlugin.h"
-#include "Ovix/OvixPlugin.h"
-#include "Ovix/Trace.h"
+#include "Ovix/plugin/OvixPlugin.h"
+#include "Ovix/trace/Trace.h"
+#include "State/EthIntfStatusDir.h"
 #include "Tessel/ShmEntityManager.h"
+#include "counting/ClearLfibCountersSm.h"
+#include "counting/MplsLfibStatusSm.h"
+#include "entry/MplsRoutingHandler.h"
+#include "handlers/MplsMtuExceptionHandler.h"
+#include "lifecycle/MplsRoutingSupportedReactor.h"
 
 namespace TestSupport {
 

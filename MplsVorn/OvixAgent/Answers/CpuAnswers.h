@@ -7,10 +7,10 @@
 #include "Answers/EchoLookup.h"
 #include "Answers/OwnAddresses.h"
 #include "Answers/RateLimit.h"
-#include "Answers/TooBigListener.h"
-#include "Forwarding/ForwardingTables.h"
-#include "Forwarding/TransmitPort.h"
-#include "Mpls/PublishedTables.h"
+#include "Published/PublishedTables.h"
+#include "State/ForwardingTables.h"
+#include "State/TooBigListener.h"
+#include "State/TransmitPort.h"
 
 namespace OvixAgent {
 

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "Answers/LspEchoValidation.h"
-#include "Forwarding/ForwardingTables.h"
-#include "Mpls/PublishedTables.h"
+#include "Published/PublishedTables.h"
+#include "State/ForwardingTables.h"
 
 namespace OvixAgent {
 

@@ -6,8 +6,8 @@
 #include "Ip/InternetChecksum.h"
 #include "Ip/IpScope.h"
 #include "Ip/IpUpperLayer.h"
-#include "Ip/PrefixTable.h"
 #include "Lumo/NetInt.h"
+#include "State/PrefixTable.h"
 
 namespace OvixAgent {
 

@@ -1,6 +1,6 @@
 #include "Answers/LabelledPacket.h"
 
-#include "Forwarding/LinkHeader.h"
+#include "State/LinkHeader.h"
 
 namespace OvixAgent {
 

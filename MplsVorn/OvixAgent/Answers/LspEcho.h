@@ -6,7 +6,7 @@
 #include "Answers/LabelledPacket.h"
 #include "Answers/LspEchoValidation.h"
 #include "Answers/OwnAddresses.h"
-#include "Forwarding/Frame.h"
+#include "State/Frame.h"
 
 namespace OvixAgent {
 

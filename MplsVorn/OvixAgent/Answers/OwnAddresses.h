@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Lumo/IpGenAddr.h"
-#include "Ovix/PacketHeader.h"
+#include "Ovix/packet/PacketHeader.h"
 
 namespace OvixAgent {
 

@@ -8,7 +8,7 @@
 #include <sys/stat.h>
 #include <utility>
 
-#include "Capture/CaptureError.h"
+#include "State/CaptureError.h"
 
 namespace OvixAgent {
 

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "Capture/CaptureReader.h"
-#include "Forwarding/Frame.h"
+#include "State/Frame.h"
 
 namespace OvixAgent {
 

@@ -26,19 +26,11 @@ std::vector<std::string> names(const AgentConfig& config) {
     return all;
 }
 
-std::vector<std::string> inputPaths(const RunOptions& options) {
-    std::vector<std::string> paths;
-    for (const InputOption& input : options.inputs) {
-        paths.push_back(input.path);
-    }
-    return paths;
-}
-
 } // namespace
 
-CaptureOutputs::CaptureOutputs(const RunOptions& options, const AgentConfig& config,
-                               TimePrecision precision)
-    : captures_(options.outDirectory, names(config), inputPaths(options), precision) {
+CaptureOutputs::CaptureOutputs(const std::string& directory, const std::vector<std::string>& inputs,
+                               const AgentConfig& config, TimePrecision precision)
+    : captures_(directory, names(config), inputs, precision) {
     for (std::size_t i = 0; i < config.ports.size() + 2; ++i) {
         ports_.push_back(std::make_unique<CapturePort>(captures_, i));
     }

@@ -5,9 +5,8 @@
 #include <vector>
 
 #include "Capture/CaptureDirectory.h"
-#include "Command/CliOptions.h"
 #include "Config/ConfigTypes.h"
-#include "Forwarding/TransmitPort.h"
+#include "State/TransmitPort.h"
 
 namespace OvixAgent {
 
@@ -15,7 +14,9 @@ namespace OvixAgent {
 /// loopback interface's.
 class CaptureOutputs {
   public:
-    CaptureOutputs(const RunOptions& options, const AgentConfig& config, TimePrecision precision);
+    /// `inputs`: the captures that are read, which no output may overwrite.
+    CaptureOutputs(const std::string& directory, const std::vector<std::string>& inputs,
+                   const AgentConfig& config, TimePrecision precision);
 
     TransmitPort& port(std::size_t index) const { return *ports_[index]; }
     TransmitPort& cpu() const { return *ports_[ports_.size() - 2]; }

@@ -12,7 +12,7 @@
 #include <unistd.h>
 #include <utility>
 
-#include "Capture/CaptureError.h"
+#include "State/CaptureError.h"
 
 namespace OvixAgent {
 

@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "Forwarding/Frame.h"
+#include "State/Frame.h"
 
 struct pcap;
 

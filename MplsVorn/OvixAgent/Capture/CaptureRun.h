@@ -2,10 +2,10 @@
 
 #include "Capture/CaptureMerge.h"
 #include "Capture/CapturedLoopback.h"
-#include "Command/CliProgress.h"
+#include "Capture/CliProgress.h"
 #include "Control/ControlServer.h"
 #include "Forwarding/Forwarder.h"
-#include "Mpls/PublishedTables.h"
+#include "Published/PublishedTables.h"
 
 namespace OvixAgent {
 

@@ -7,7 +7,7 @@
 #include <pcap/pcap.h>
 #include <utility>
 
-#include "Capture/CaptureError.h"
+#include "State/CaptureError.h"
 
 namespace OvixAgent {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Forwarding/TransmitPort.h"
 #include "Lumo/RawTxPam.h"
+#include "State/TransmitPort.h"
 #include "Summary/Summary.h"
 
 namespace OvixAgent {

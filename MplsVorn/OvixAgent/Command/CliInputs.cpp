@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <fmt/format.h>
 
-#include "Capture/CaptureError.h"
 #include "Config/ConfigText.h"
+#include "State/CaptureError.h"
 
 namespace OvixAgent {
 

@@ -7,11 +7,11 @@
 #include "Capture/CaptureMerge.h"
 #include "Capture/CaptureOutputs.h"
 #include "Capture/CaptureRun.h"
+#include "Command/AgentControl.h"
 #include "Command/CliInputs.h"
 #include "Command/RunLive.h"
 #include "Command/RunParts.h"
 #include "Config/Config.h"
-#include "Control/AgentControl.h"
 
 namespace OvixAgent {
 
@@ -28,11 +28,19 @@ void checkAddresses(const AgentConfig& config, const RunOptions& options) {
     }
 }
 
+std::vector<std::string> inputPaths(const RunOptions& options) {
+    std::vector<std::string> paths;
+    for (const InputOption& input : options.inputs) {
+        paths.push_back(input.path);
+    }
+    return paths;
+}
+
 int runOnCaptures(const RunOptions& options, const AgentConfig& config) {
     checkAddresses(config, options);
     CaptureMerge input(openInputs(options.inputs, config.ports));
     const std::unique_ptr<AgentState> state = startAgent(config, options);
-    CaptureOutputs outputs(options, config,
+    CaptureOutputs outputs(options.outDirectory, inputPaths(options), config,
                            input.hasMicroseconds() ? TimePrecision::microseconds
                                                    : TimePrecision::nanoseconds);
     ForwardingTables tables(config);

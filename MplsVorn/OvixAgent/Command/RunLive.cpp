@@ -7,9 +7,9 @@
 #include <memory>
 #include <optional>
 
+#include "Command/AgentControl.h"
 #include "Command/RunParts.h"
 #include "Config/Config.h"
-#include "Control/AgentControl.h"
 #include "Live/LiveRun.h"
 
 namespace OvixAgent {

@@ -7,7 +7,7 @@
 
 #include "Command/Toggles.h"
 #include "Forwarding/PluginHost.h"
-#include "Ovix/Trace.h"
+#include "Ovix/trace/Trace.h"
 #include "Summary/SummaryParts.h"
 #include "Tables/SharedTables.h"
 

@@ -7,7 +7,7 @@
 #include <system_error>
 
 #include "Config/ConfigError.h"
-#include "Ovix/ToggleService.h"
+#include "Ovix/plugin/ToggleService.h"
 
 namespace OvixAgent {
 

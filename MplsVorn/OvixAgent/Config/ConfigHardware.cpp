@@ -5,7 +5,7 @@
 
 #include "Config/ConfigLfib.h"
 #include "Config/ConfigVias.h"
-#include "Tessel/TableLayout.h"
+#include "Tables/TableLayout.h"
 
 namespace OvixAgent {
 

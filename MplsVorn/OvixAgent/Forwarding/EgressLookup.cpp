@@ -1,7 +1,7 @@
 #include "Forwarding/EgressLookup.h"
 
 #include "Forwarding/GroupMac.h"
-#include "Ovix/IpHeaderAccess.h"
+#include "Ovix/packet/IpHeaderAccess.h"
 #include "Tessel/Fib/FecId.h"
 
 namespace OvixAgent {

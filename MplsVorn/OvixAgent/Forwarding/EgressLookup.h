@@ -1,10 +1,10 @@
 #pragma once
 
-#include "Forwarding/Egress.h"
-#include "Forwarding/Fate.h"
-#include "Forwarding/ForwardingTables.h"
 #include "Ip/IpRouter.h"
-#include "Ovix/RoutingContext.h"
+#include "Ovix/routing/RoutingContext.h"
+#include "State/Egress.h"
+#include "State/Fate.h"
+#include "State/ForwardingTables.h"
 
 namespace OvixAgent {
 

@@ -2,9 +2,9 @@
 
 #include <exception>
 
-#include "Capture/CaptureError.h"
 #include "Ip/IpPacket.h"
 #include "Ip/IpRoutingHandler.h"
+#include "State/CaptureError.h"
 #include "Summary/SummaryParts.h"
 #include "Tessel/Exceptions.h"
 

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "Forwarding/Fate.h"
-#include "Forwarding/ForwardingTables.h"
-#include "Forwarding/Frame.h"
-#include "Forwarding/LinkHeader.h"
 #include "Forwarding/PluginPorts.h"
 #include "Forwarding/Sender.h"
-#include "Ovix/PluginManager.h"
+#include "Ovix/plugin/PluginManager.h"
+#include "State/Fate.h"
+#include "State/ForwardingTables.h"
+#include "State/Frame.h"
+#include "State/LinkHeader.h"
 #include "Summary/Summary.h"
 
 namespace OvixAgent {

@@ -1,6 +1,6 @@
 #include "Forwarding/GroupMac.h"
 
-#include "Ovix/IpHeaderAccess.h"
+#include "Ovix/packet/IpHeaderAccess.h"
 
 namespace OvixAgent {
 

@@ -3,7 +3,7 @@
 #include <optional>
 
 #include "Lumo/EthAddr.h"
-#include "Ovix/PacketContext.h"
+#include "Ovix/packet/PacketContext.h"
 
 namespace OvixAgent {
 

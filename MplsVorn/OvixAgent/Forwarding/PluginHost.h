@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "Ovix/OvixPlugin.h"
+#include "Ovix/plugin/OvixPlugin.h"
 
 namespace OvixAgent {
 

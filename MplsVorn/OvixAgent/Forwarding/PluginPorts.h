@@ -2,9 +2,9 @@
 
 #include <cstdint>
 
-#include "Forwarding/PortTable.h"
-#include "Forwarding/TransmitPort.h"
-#include "Ovix/Ports.h"
+#include "Ovix/plugin/Ports.h"
+#include "State/PortTable.h"
+#include "State/TransmitPort.h"
 
 namespace OvixAgent {
 

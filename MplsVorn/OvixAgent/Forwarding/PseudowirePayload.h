@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Forwarding/Fate.h"
-#include "Ovix/PacketContext.h"
+#include "Ovix/packet/PacketContext.h"
+#include "State/Fate.h"
 
 namespace OvixAgent {
 

@@ -1,11 +1,11 @@
 #pragma once
 
 #include "Forwarding/EgressLookup.h"
-#include "Forwarding/Fate.h"
-#include "Forwarding/Frame.h"
-#include "Forwarding/LinkHeader.h"
 #include "Ip/IpFragments.h"
-#include "Ovix/PluginManager.h"
+#include "Ovix/plugin/PluginManager.h"
+#include "State/Fate.h"
+#include "State/Frame.h"
+#include "State/LinkHeader.h"
 
 namespace OvixAgent {
 

@@ -1,8 +1,8 @@
 #include "Ip/IpPacket.h"
 
-#include "Forwarding/Fate.h"
 #include "Lumo/NetInt.h"
-#include "Ovix/TtlBytes.h"
+#include "Ovix/packet/TtlBytes.h"
+#include "State/Fate.h"
 
 namespace OvixAgent {
 

@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "Lumo/IpGenAddr.h"
-#include "Ovix/PacketHeader.h"
+#include "Ovix/packet/PacketHeader.h"
 
 namespace OvixAgent {
 

@@ -2,7 +2,7 @@
 
 #include "Ip/IpPacket.h"
 #include "Ip/IpScope.h"
-#include "Ovix/TtlBytes.h"
+#include "Ovix/packet/TtlBytes.h"
 
 namespace OvixAgent {
 

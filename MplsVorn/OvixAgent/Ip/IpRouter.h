@@ -1,9 +1,9 @@
 #pragma once
 
-#include "Forwarding/Egress.h"
-#include "Forwarding/Fate.h"
-#include "Forwarding/ForwardingTables.h"
-#include "Ovix/RoutingContext.h"
+#include "Ovix/routing/RoutingContext.h"
+#include "State/Egress.h"
+#include "State/Fate.h"
+#include "State/ForwardingTables.h"
 
 namespace OvixAgent {
 

@@ -1,6 +1,6 @@
 #include "Ip/IpRoutingHandler.h"
 
-#include "Ovix/IpHeaderAccess.h"
+#include "Ovix/packet/IpHeaderAccess.h"
 
 namespace OvixAgent {
 

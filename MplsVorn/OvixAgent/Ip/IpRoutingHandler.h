@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Forwarding/PortTable.h"
-#include "Ovix/RoutingHandler.h"
+#include "Ovix/routing/RoutingHandler.h"
+#include "State/PortTable.h"
 
 namespace OvixAgent {
 

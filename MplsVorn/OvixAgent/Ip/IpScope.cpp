@@ -1,6 +1,6 @@
 #include "Ip/IpScope.h"
 
-#include "Ip/PrefixTable.h"
+#include "State/PrefixTable.h"
 
 namespace OvixAgent {
 

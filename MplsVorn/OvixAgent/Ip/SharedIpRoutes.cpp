@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "Ovix/ImposedLabels.h"
+#include "Ovix/rewrite/ImposedLabels.h"
 #include "Tessel/Exceptions.h"
 
 namespace OvixAgent {

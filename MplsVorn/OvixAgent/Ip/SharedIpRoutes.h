@@ -5,9 +5,9 @@
 #include <string>
 #include <unordered_map>
 
-#include "Forwarding/ForwardingTables.h"
-#include "L3/Routes.h"
-#include "Tessel/TableChanges.h"
+#include "Published/IpRoutes.h"
+#include "State/ForwardingTables.h"
+#include "Tables/TableChanges.h"
 
 namespace OvixAgent {
 

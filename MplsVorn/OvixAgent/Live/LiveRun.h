@@ -10,10 +10,10 @@
 #include "Control/ControlServer.h"
 #include "Forwarding/Forwarder.h"
 #include "Ip/SharedIpRoutes.h"
-#include "Live/LinkSync.h"
-#include "Live/LivePorts.h"
-#include "Mpls/PublishedTables.h"
+#include "Live/links/LinkSync.h"
+#include "Live/ports/LivePorts.h"
 #include "Posix/FileDescriptor.h"
+#include "Published/PublishedTables.h"
 
 namespace OvixAgent {
 

@@ -3,8 +3,8 @@
 #include <nlohmann/json_fwd.hpp>
 #include <vector>
 
-#include "Counter/PktCounterCollectionHolder.h"
-#include "Ovix/NamedCounters.h"
+#include "Ovix/trace/NamedCounters.h"
+#include "State/PktCounterCollectionHolder.h"
 #include "Summary/Summary.h"
 
 namespace OvixAgent {

@@ -4,10 +4,10 @@
 #include <string>
 
 #include "Config/ConfigTypes.h"
-#include "Interface/EthIntfStatusDir.h"
-#include "Mpls/PublishedTables.h"
-#include "Mpls/TablePublisher.h"
-#include "Ovix/OvixPlugin.h"
+#include "Ovix/plugin/OvixPlugin.h"
+#include "Published/PublishedTables.h"
+#include "Published/TablePublisher.h"
+#include "State/EthIntfStatusDir.h"
 #include "Tessel/EntityManager.h"
 
 namespace OvixAgent {

@@ -5,7 +5,7 @@
 #include <system_error>
 #include <thread>
 
-#include "Mpls/TablePublisher.h"
+#include "Published/TablePublisher.h"
 #include "Tessel/Exceptions.h"
 
 namespace OvixAgent {

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "Tessel/TableReader.h"
+#include "Tables/TableReader.h"
 
 namespace OvixAgent {
 

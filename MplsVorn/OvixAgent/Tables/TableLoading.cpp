@@ -3,8 +3,8 @@
 #include <exception>
 
 #include "Config/ConfigError.h"
-#include "Forwarding/PackedLabels.h"
-#include "Ip/Neighbours.h"
+#include "State/Neighbours.h"
+#include "State/PackedLabels.h"
 
 namespace OvixAgent {
 

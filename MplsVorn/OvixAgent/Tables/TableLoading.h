@@ -3,8 +3,8 @@
 #include <string>
 
 #include "Config/ConfigTypes.h"
-#include "Mpls/PublishedTables.h"
-#include "Mpls/TablePublisher.h"
+#include "Published/PublishedTables.h"
+#include "Published/TablePublisher.h"
 
 namespace OvixAgent {
 

@@ -1,9 +1,9 @@
-#include "MplsMldpInputStep.h"
+#include "MplsOvixMulticast/MplsMldpInputStep.h"
 
 #include <algorithm>
 
-#include "MulticastEvents.h"
-#include "SpecialPacket.h"
+#include "MplsOvixMulticast/MulticastEvents.h"
+#include "MplsOvixMulticast/SpecialPacket.h"
 #include "TableRead.h"
 
 namespace Ovix {

@@ -2,9 +2,9 @@
 
 #include <string_view>
 
-#include "Ovix/InputPipelineStep.h"
-#include "Ovix/Ports.h"
-#include "Routing/Multicast/MvpnIntfStatus.h"
+#include "Ovix/plugin/InputPipelineStep.h"
+#include "Ovix/plugin/Ports.h"
+#include "State/MvpnIntfStatus.h"
 
 namespace Ovix {
 

@@ -1,10 +1,10 @@
-#include "MplsMulticastIpLookupViaTypeHandler.h"
+#include "MplsOvixMulticast/MplsMulticastIpLookupViaTypeHandler.h"
 
 #include <algorithm>
 
 #include "Lumo/EthAddr.h"
-#include "MulticastEvents.h"
-#include "Ovix/MplsContext.h"
+#include "MplsOvixMulticast/MulticastEvents.h"
+#include "Ovix/viaset/MplsContext.h"
 #include "Tessel/Assert.h"
 
 namespace Ovix {

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Ovix/MplsLfibTables.h"
-#include "Ovix/MplsViaTypeHandler.h"
-#include "Ovix/Ports.h"
+#include "Ovix/plugin/Ports.h"
+#include "Ovix/viaset/MplsLfibTables.h"
+#include "Ovix/viaset/MplsViaTypeHandler.h"
 
 namespace Ovix {
 

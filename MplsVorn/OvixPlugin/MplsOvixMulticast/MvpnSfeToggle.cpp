@@ -1,6 +1,6 @@
-#include "MvpnSfeToggle.h"
+#include "MplsOvixMulticast/MvpnSfeToggle.h"
 
-#include "Ovix/ToggleService.h"
+#include "Ovix/plugin/ToggleService.h"
 
 namespace Ovix {
 

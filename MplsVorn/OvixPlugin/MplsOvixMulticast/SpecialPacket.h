@@ -6,7 +6,7 @@
 #include "Lumo/EthAddr.h"
 #include "Lumo/IntfId.h"
 #include "Lumo/NetInt.h"
-#include "Vrf/VrfIdMap.h"
+#include "State/VrfIdMap.h"
 
 namespace Ovix {
 

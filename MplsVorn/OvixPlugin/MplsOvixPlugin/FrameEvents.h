@@ -2,10 +2,10 @@
 
 #include <string_view>
 
-#include "Ovix/NamedCounters.h"
-#include "Ovix/RoutingContext.h"
-#include "Ovix/Trace.h"
-#include "Ovix/TraceFormat.h"
+#include "Ovix/routing/RoutingContext.h"
+#include "Ovix/trace/NamedCounters.h"
+#include "Ovix/trace/Trace.h"
+#include "Ovix/trace/TraceFormat.h"
 
 namespace Ovix {
 

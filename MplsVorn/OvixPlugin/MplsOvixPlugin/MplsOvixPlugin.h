@@ -1,25 +1,27 @@
 #pragma once
 
-#include "ClearLfibCountersSm.h"
-#include "Counter/OvixLfibCounterCollection.h"
-#include "Interface/EthIntfStatusDir.h"
 #include "Mpls/Hardware/Capability.h"
 #include "Mpls/Hardware/Status.h"
 #include "Mpls/LfibStatus.h"
 #include "Mpls/RoutingInfo.h"
-#include "MplsLfibStatusSm.h"
-#include "MplsMldpInputStep.h"
-#include "MplsMtuExceptionHandler.h"
-#include "MplsRoutingHandler.h"
-#include "MplsRoutingSupportedReactor.h"
-#include "Ovix/HwStatusViaHelper.h"
-#include "Ovix/MplsContext.h"
-#include "Ovix/MplsLfibTables.h"
-#include "Ovix/MplsViaTypeHandler.h"
-#include "Ovix/OvixPlugin.h"
-#include "Routing/Multicast/MvpnIntfStatus.h"
+#include "Ovix/plugin/OvixPlugin.h"
+#include "Ovix/viaset/HwStatusViaHelper.h"
+#include "Ovix/viaset/MplsContext.h"
+#include "Ovix/viaset/MplsLfibTables.h"
+#include "Ovix/viaset/MplsViaTypeHandler.h"
+#include "State/EthIntfStatusDir.h"
+#include "State/MvpnIntfStatus.h"
+#include "State/OvixLfibCounterCollection.h"
 
 namespace Ovix {
+
+// What the main object owns includes its header, not the other way round.
+class ClearLfibCountersSm;
+class MplsLfibStatusSm;
+class MplsMldpInputStep;
+class MplsMtuExceptionHandler;
+class MplsRoutingHandler;
+class MplsRoutingSupportedReactor;
 
 /// The plugin's main object, the entity "Mpls": owns everything the plugin builds, and decides
 /// where MPLS frames go. Lifecycle calls come from the agent's main thread, frames from its packet
@@ -74,10 +76,8 @@ class MplsOvixPlugin : public OvixPlugin {
     Ptr<Counter::OvixLfibCounterCollection> lfibCounterCollectionIs(const std::string& name);
     Ptr<Counter::OvixLfibCounterCollection> lfibCounterCollectionDel();
 
-    Ptr<const MplsRoutingHandler> mplsRoutingHandler() const noexcept {
-        return mplsRoutingHandler_;
-    }
-    Ptr<MplsRoutingHandler> mplsRoutingHandler() noexcept { return mplsRoutingHandler_; }
+    Ptr<const MplsRoutingHandler> mplsRoutingHandler() const noexcept;
+    Ptr<MplsRoutingHandler> mplsRoutingHandler() noexcept;
     Ptr<MplsRoutingHandler> mplsRoutingHandlerIs(MplsOvixPlugin* plugin);
     Ptr<MplsRoutingHandler> mplsRoutingHandlerDel();
 

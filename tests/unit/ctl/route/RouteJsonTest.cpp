@@ -1,4 +1,4 @@
-#include "RouteJson.h"
+#include "route/RouteJson.h"
 
 #include <nlohmann/json.hpp>
 

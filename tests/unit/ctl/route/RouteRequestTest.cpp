@@ -1,7 +1,7 @@
-#include "RouteRequest.h"
+#include "route/RouteRequest.h"
 
 #include "CtlTables.h"
-#include "UsageError.h"
+#include "route/UsageError.h"
 
 using namespace OvixCtl;
 using CtlTesting::words;

@@ -1,4 +1,4 @@
-#include "RouteRows.h"
+#include "route/RouteRows.h"
 
 #include "CtlTables.h"
 

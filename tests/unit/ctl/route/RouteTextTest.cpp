@@ -1,4 +1,4 @@
-#include "RouteText.h"
+#include "route/RouteText.h"
 
 #include "CtlTables.h"
 

@@ -1,4 +1,4 @@
-#include "FrozenTables.h"
+#include "tables/FrozenTables.h"
 
 #include <chrono>
 #include <gtest/gtest.h>

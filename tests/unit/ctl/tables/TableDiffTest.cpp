@@ -1,7 +1,7 @@
-#include "TableDiff.h"
+#include "tables/TableDiff.h"
 
 #include "CtlTables.h"
-#include "RouteText.h"
+#include "route/RouteText.h"
 
 using namespace CtlTesting;
 using OvixCtl::Change;

@@ -1,8 +1,8 @@
-#include "TableView.h"
+#include "tables/TableView.h"
 
 #include "CtlTables.h"
-#include "Selection.h"
-#include "UsageError.h"
+#include "commands/Selection.h"
+#include "route/UsageError.h"
 
 using namespace CtlTesting;
 using Mpls::TableId;

@@ -1,7 +1,7 @@
-#include "TableWatch.h"
+#include "tables/TableWatch.h"
 
 #include "CtlTables.h"
-#include "RouteText.h"
+#include "route/RouteText.h"
 
 using namespace CtlTesting;
 using Mpls::TableId;

@@ -1,4 +1,4 @@
-#include "FpmDecoder.h"
+#include "decoding/FpmDecoder.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "FpmStream.h"
+#include "framing/FpmStream.h"
 
 #include <gtest/gtest.h>
 

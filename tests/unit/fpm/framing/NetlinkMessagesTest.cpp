@@ -1,4 +1,4 @@
-#include "NetlinkMessages.h"
+#include "framing/NetlinkMessages.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "Refused.h"
+#include "framing/Refused.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "KernelLinks.h"
+#include "kernel/KernelLinks.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "FpmServer.h"
+#include "publishing/FpmServer.h"
 
 #include <system_error>
 

@@ -1,4 +1,4 @@
-#include "ListenAddress.h"
+#include "publishing/ListenAddress.h"
 
 #include <cerrno>
 #include <stdexcept>

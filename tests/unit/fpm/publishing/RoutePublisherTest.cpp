@@ -1,4 +1,4 @@
-#include "RoutePublisher.h"
+#include "publishing/RoutePublisher.h"
 
 #include "PublishingTesting.h"
 

@@ -1,4 +1,4 @@
-#include "SweepTime.h"
+#include "publishing/SweepTime.h"
 
 #include <gtest/gtest.h>
 #include <limits>

@@ -1,7 +1,7 @@
-#include "MplsExternalFecViaTypeHandler.h"
+#include "handlers/MplsExternalFecViaTypeHandler.h"
 
 #include "MadeUpVias.h"
-#include "Ovix/MplsRewrites.h"
+#include "Ovix/rewrite/MplsRewrites.h"
 #include "Tessel/Fib/FecId.h"
 
 namespace {

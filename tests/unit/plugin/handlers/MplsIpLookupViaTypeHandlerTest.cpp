@@ -1,6 +1,6 @@
 #include "IpLookupTesting.h"
-#include "Ovix/LfibCounterActionInfo.h"
-#include "Ovix/MplsRewrites.h"
+#include "Ovix/rewrite/MplsRewrites.h"
+#include "Ovix/routing/LfibCounterActionInfo.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
-#include "LfibCounterAction.h"
 #include "LifecycleTesting.h"
-#include "Ovix/LfibCounterActionInfo.h"
+#include "Ovix/routing/LfibCounterActionInfo.h"
+#include "counting/LfibCounterAction.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
-#include "ClearLfibCountersSm.h"
-#include "LfibCounterAction.h"
 #include "LifecycleTesting.h"
-#include "MplsIpViaTypeHandler.h"
-#include "Ovix/LfibCounterActionInfo.h"
-#include "Ovix/MplsRewrites.h"
+#include "Ovix/rewrite/MplsRewrites.h"
+#include "Ovix/routing/LfibCounterActionInfo.h"
 #include "Tessel/Singletons.h"
+#include "counting/ClearLfibCountersSm.h"
+#include "counting/LfibCounterAction.h"
+#include "handlers/MplsIpViaTypeHandler.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
-#include "MplsOvixPluginInst.h"
 #include "PluginFixture.h"
+#include "lifecycle/MplsOvixPluginInst.h"
 
 namespace {
 

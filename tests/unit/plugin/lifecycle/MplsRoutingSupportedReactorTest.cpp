@@ -1,4 +1,4 @@
-#include "MplsRoutingSupportedReactor.h"
+#include "lifecycle/MplsRoutingSupportedReactor.h"
 
 #include "LifecycleTesting.h"
 

@@ -1,5 +1,5 @@
 #include "MadeUpVias.h"
-#include "Ovix/OvixHwViaSet.h"
+#include "Ovix/viaset/OvixHwViaSet.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include "MadeUpVias.h"
-#include "Ovix/OvixLfibViaSet.h"
-#include "Ovix/OvixMulticastDecapViaSet.h"
+#include "Ovix/viaset/OvixLfibViaSet.h"
+#include "Ovix/viaset/OvixMulticastDecapViaSet.h"
 
 namespace {
 

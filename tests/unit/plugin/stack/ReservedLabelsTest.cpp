@@ -1,6 +1,6 @@
 #include "FrameBytes.h"
 #include "MadeUpVias.h"
-#include "Ovix/MplsRewrites.h"
+#include "Ovix/rewrite/MplsRewrites.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 #include "MadeUpVias.h"
-#include "Ovix/MplsRewrites.h"
+#include "Ovix/rewrite/MplsRewrites.h"
 
 namespace {
 

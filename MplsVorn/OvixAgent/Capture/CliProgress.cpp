@@ -1,0 +1,37 @@
+#include "Capture/CliProgress.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+namespace OvixAgent {
+
+namespace {
+
+constexpr std::chrono::milliseconds interval(100);
+constexpr const char* eraseLine = "\r\x1b[K";
+
+} // namespace
+
+CliProgress CliProgress::onTerminal(bool quiet) {
+    return {stderr, !quiet && isatty(STDERR_FILENO) == 1};
+}
+
+void CliProgress::show(std::uint64_t frames, double part, Clock::time_point now) {
+    if (!isShown_ || now - shownAt_ < interval) {
+        return;
+    }
+    shownAt_ = now;
+    hasLine_ = true;
+    fmt::print(stream_, "{}{} frames, {:.0f} %", eraseLine, frames, part * 100);
+    std::fflush(stream_);
+}
+
+void CliProgress::clear() {
+    if (hasLine_) {
+        fmt::print(stream_, "{}", eraseLine);
+        std::fflush(stream_);
+        hasLine_ = false;
+    }
+}
+
+} // namespace OvixAgent

@@ -1,0 +1,183 @@
+#include "Live/links/LinkMonitor.h"
+
+#include <cerrno>
+#include <libmnl/libmnl.h>
+#include <linux/neighbour.h>
+#include <linux/rtnetlink.h>
+#include <sys/socket.h>
+#include <system_error>
+#include <utility>
+
+#include "Live/links/LinkMessages.h"
+
+namespace OvixAgent {
+
+namespace {
+
+constexpr std::size_t longestMessages = 1U << 17U; // an interface with many virtual functions
+constexpr int receiveBuffer = 1 << 22;
+
+[[noreturn]] void refuse(const char* step) {
+    throw std::system_error(errno, std::generic_category(), step);
+}
+
+constexpr unsigned int group(rtnetlink_groups number) {
+    return 1U << (static_cast<unsigned int>(number) - 1);
+}
+
+} // namespace
+
+void LinkMonitor::Closer::operator()(mnl_socket* socket) const noexcept {
+    mnl_socket_close(socket);
+}
+
+LinkMonitor::LinkMonitor(LinkEvents events)
+    : socket_(mnl_socket_open2(NETLINK_ROUTE, SOCK_NONBLOCK | SOCK_CLOEXEC)),
+      table_(std::move(events)), buffer_(longestMessages) {
+    if (!socket_) {
+        refuse("opening a netlink socket");
+    }
+    // Without the privilege, overruns come earlier.
+    setsockopt(descriptor(), SOL_SOCKET, SO_RCVBUFFORCE, &receiveBuffer, sizeof receiveBuffer);
+    if (mnl_socket_bind(socket_.get(), group(RTNLGRP_LINK) | group(RTNLGRP_NEIGH),
+                        MNL_SOCKET_AUTOPID) != 0) {
+        refuse("joining the groups of link and neighbour events");
+    }
+    askAnew();
+}
+
+int LinkMonitor::descriptor() const noexcept {
+    return mnl_socket_get_fd(socket_.get());
+}
+
+// One question at a time: the kernel takes no second one before the first is answered.
+void LinkMonitor::askAnew() {
+    if (asking_ != Asking::nothing) {
+        mustAskAgain_ = true;
+        return;
+    }
+    mustAskAgain_ = false;
+    table_.startConfirming();
+    ask(Asking::links);
+}
+
+void LinkMonitor::ask(Asking what) {
+    struct {
+        nlmsghdr header;
+        rtgenmsg about;
+    } request{};
+    request.header.nlmsg_len = NLMSG_LENGTH(sizeof request.about);
+    request.header.nlmsg_type = what == Asking::links ? RTM_GETLINK : RTM_GETNEIGH;
+    request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+    request.header.nlmsg_seq = ++sequence_;
+    request.about.rtgen_family = AF_UNSPEC;
+    if (mnl_socket_sendto(socket_.get(), &request, request.header.nlmsg_len) < 0) {
+        refuse("asking for links and neighbours");
+    }
+    askedBy_ = sequence_;
+    asking_ = what;
+}
+
+void LinkMonitor::receive() {
+    for (;;) {
+        const ssize_t size = mnl_socket_recvfrom(socket_.get(), buffer_.data(), buffer_.size());
+        if (size >= 0) {
+            take({buffer_.data(), static_cast<std::size_t>(size)});
+        } else if (errno == EAGAIN) {
+            return;
+        } else if (errno == ENOBUFS || errno == ENOSPC) { // events lost, or one cut off
+            ++overruns_;
+            askAnew();
+        } else if (errno != EINTR) {
+            refuse("receiving link and neighbour events");
+        }
+    }
+}
+
+void LinkMonitor::take(std::span<const std::uint8_t> messages) {
+    int left = static_cast<int>(messages.size());
+    const auto* message = reinterpret_cast<const nlmsghdr*>(messages.data());
+    while (mnl_nlmsg_ok(message, left)) {
+        take(*message);
+        message = mnl_nlmsg_next(message, &left);
+    }
+}
+
+void LinkMonitor::take(const nlmsghdr& message) {
+    if ((message.nlmsg_flags & NLM_F_DUMP_INTR) != 0) {
+        mustAskAgain_ = true;
+    }
+    switch (message.nlmsg_type) {
+    case NLMSG_ERROR:
+        takeError(message);
+        break;
+    case NLMSG_DONE:
+        takeEnd();
+        break;
+    case RTM_NEWLINK:
+        if (const auto link = readLinkMessage(message)) {
+            table_.linkIs(*link);
+        }
+        break;
+    case RTM_DELLINK:
+        if (const auto link = readLinkMessage(message)) {
+            table_.linkDel(link->index);
+        }
+        break;
+    case RTM_NEWNEIGH:
+        if (const auto neighbour = readNeighbourMessage(message)) {
+            table_.neighbourIs(*neighbour);
+        }
+        break;
+    case RTM_DELNEIGH:
+        if (const auto neighbour = readNeighbourMessage(message)) {
+            table_.neighbourDel(*neighbour);
+        }
+        break;
+    default:
+        break;
+    }
+}
+
+void LinkMonitor::takeError(const nlmsghdr& message) {
+    if (mnl_nlmsg_get_payload_len(&message) < sizeof(nlmsgerr)) {
+        return;
+    }
+    const auto& error = *static_cast<const nlmsgerr*>(mnl_nlmsg_get_payload(&message));
+    if (error.error == 0) {
+        return;
+    }
+    if (error.msg.nlmsg_seq == askedBy_ && asking_ != Asking::nothing) {
+        errno = -error.error;
+        refuse("the kernel does not tell its links and neighbours");
+    }
+    ++refusedSolicits_;
+}
+
+void LinkMonitor::takeEnd() {
+    const Asking answered = std::exchange(asking_, Asking::nothing);
+    if (mustAskAgain_) {
+        askAnew();
+    } else if (answered == Asking::links) {
+        ask(Asking::neighbours);
+    } else if (answered == Asking::neighbours) {
+        table_.delUnconfirmed();
+    }
+}
+
+bool LinkMonitor::solicit(std::uint32_t link, const IpAddress& address) {
+    const bool isIpv4 = address.family == IpAddress::Family::ipv4;
+    alignas(nlmsghdr) std::array<std::uint8_t, 128> request{};
+    nlmsghdr* const header = mnl_nlmsg_put_header(request.data());
+    header->nlmsg_type = RTM_NEWNEIGH;
+    header->nlmsg_flags = NLM_F_REQUEST | NLM_F_CREATE;
+    header->nlmsg_seq = ++sequence_;
+    auto* const entry = static_cast<ndmsg*>(mnl_nlmsg_put_extra_header(header, sizeof(ndmsg)));
+    entry->ndm_family = isIpv4 ? AF_INET : AF_INET6;
+    entry->ndm_ifindex = static_cast<int>(link);
+    entry->ndm_flags = NTF_USE;
+    mnl_attr_put(header, NDA_DST, isIpv4 ? 4 : 16, address.bytes.data());
+    return mnl_socket_sendto(socket_.get(), header, header->nlmsg_len) >= 0;
+}
+
+} // namespace OvixAgent

@@ -1,0 +1,130 @@
+#include "Live/links/LinkSync.h"
+
+#include <fmt/format.h>
+
+namespace OvixAgent {
+
+namespace {
+
+IpAddress toIpAddress(const Lumo::IpGenAddr& address) {
+    IpAddress made;
+    const bool isIpv4 = address.family() == Lumo::IpFamily::ipv4;
+    made.family = isIpv4 ? IpAddress::Family::ipv4 : IpAddress::Family::ipv6;
+    std::copy_n(address.bytes().begin(),
+                isIpv4 ? Lumo::IpGenAddr::ipv4Size : Lumo::IpGenAddr::ipv6Size, made.bytes.begin());
+    return made;
+}
+
+} // namespace
+
+LinkSync::LinkSync(const AgentConfig& config, ForwardingTables& forwarding,
+                   Ptr<Interface::EthIntfStatusDir> interfaces, LivePorts& ports)
+    : forwarding_(&forwarding), interfaces_(std::move(interfaces)), ports_(&ports),
+      monitor_(events()) {
+    for (const PortConfig& port : config.ports) {
+        ofPort_.push_back({0, port.mac != MacAddress{}, port.mtu != PortConfig().mtu});
+        interfaces_->intfStatusIs(Lumo::IntfId(port.name), false);
+    }
+    configure(config);
+}
+
+void LinkSync::configure(const AgentConfig& config) {
+    for (PortIndex i = 0; i < ofPort_.size(); ++i) {
+        ofPort_[i].isEnabled = config.ports[i].isUp;
+        upIs(i, ofPort_[i].isLinkUp);
+    }
+}
+
+LinkEvents LinkSync::events() {
+    LinkEvents events;
+    events.linkIs = [this](const LinkState& link) { linkIs(link); };
+    events.linkDel = [this](const LinkState& link) { linkDel(link); };
+    events.neighbourIs = [this](const NeighbourState& neighbour) { neighbourIs(neighbour); };
+    events.neighbourDel = [this](const NeighbourState& neighbour) { neighbourDel(neighbour); };
+    return events;
+}
+
+void LinkSync::linkIs(const LinkState& link) {
+    for (PortIndex i = 0; i < ofPort_.size(); ++i) {
+        Port& port = forwarding_->ports.ports()[i];
+        if (port.name != link.name) {
+            continue;
+        }
+        const bool isGrown = link.mtu > port.mtu;
+        if (!ofPort_[i].ownMac) {
+            port.mac = link.mac;
+        }
+        if (!ofPort_[i].ownMtu) {
+            port.mtu = link.mtu;
+        }
+        LivePort& live = ports_->port(i);
+        if (!live.isOpen() || ofPort_[i].link != link.index || isGrown) {
+            live.reopen();
+        }
+        ofPort_[i].link = link.index;
+        upIs(i, link.isUp());
+    }
+}
+
+void LinkSync::linkDel(const LinkState& link) {
+    if (const auto port = portOf(link.index)) {
+        upIs(*port, false);
+        ofPort_[*port].link = 0;
+        ports_->port(*port).receive([](const Frame&) {}, 1); // notices that it is gone
+    }
+}
+
+void LinkSync::upIs(PortIndex index, bool up) {
+    Port& port = forwarding_->ports.ports()[index];
+    ofPort_[index].isLinkUp = up;
+    port.isUp = up && ofPort_[index].isEnabled;
+    interfaces_->intfStatusIs(port.intfId, port.isUp);
+}
+
+std::optional<PortIndex> LinkSync::portOf(std::uint32_t link) const {
+    for (PortIndex i = 0; i < ofPort_.size(); ++i) {
+        if (ofPort_[i].link == link && link != 0) {
+            return i;
+        }
+    }
+    return std::nullopt;
+}
+
+void LinkSync::neighbourIs(const NeighbourState& neighbour) {
+    const auto port = portOf(neighbour.link);
+    if (!port) {
+        return;
+    }
+    const Lumo::IpGenAddr address = toIpGenAddr(neighbour.address);
+    if (!neighbour.mac) {
+        forwarding_->neighbours.forget(address, *port);
+        return;
+    }
+    forwarding_->neighbours.learn(address, *port, *neighbour.mac);
+    if (neighbour.reach == NeighbourState::Reach::stale) {
+        // Frames of ours do not tell the kernel that the neighbour is in use.
+        forwarding_->neighbours.want(address, *port);
+    }
+}
+
+void LinkSync::neighbourDel(const NeighbourState& neighbour) {
+    if (const auto port = portOf(neighbour.link)) {
+        forwarding_->neighbours.forget(toIpGenAddr(neighbour.address), *port);
+    }
+}
+
+void LinkSync::solicit(Clock::time_point now) {
+    for (const Neighbours::Wanted& wanted : forwarding_->neighbours.takeWanted()) {
+        const std::uint32_t link = ofPort_[wanted.port].link;
+        Clock::time_point& asked = asked_[fmt::format("{} {}", wanted.port, wanted.address.text())];
+        if (link != 0 && now - asked >= std::chrono::seconds(1)) {
+            asked = now;
+            monitor_.solicit(link, toIpAddress(wanted.address));
+        }
+    }
+    if (asked_.size() > 65536) { // addresses come from frames, and anybody sends frames
+        asked_.clear();
+    }
+}
+
+} // namespace OvixAgent

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <tuple>
+
+#include "Live/links/LinkState.h"
+
+namespace OvixAgent {
+
+/// Hears of what changes. A function that is not needed stays as it is.
+struct LinkEvents {
+    std::function<void(const LinkState&)> linkIs = [](const LinkState&) {};
+    std::function<void(const LinkState&)> linkDel = [](const LinkState&) {};
+    std::function<void(const NeighbourState&)> neighbourIs = [](const NeighbourState&) {};
+    std::function<void(const NeighbourState&)> neighbourDel = [](const NeighbourState&) {};
+};
+
+/// The links and neighbours that the kernel has told of. Equal values are published once.
+class LinkTable {
+  public:
+    explicit LinkTable(LinkEvents events) : events_(std::move(events)) {}
+
+    void linkIs(const LinkState& link);
+    void linkDel(std::uint32_t index);
+    void neighbourIs(const NeighbourState& neighbour);
+    void neighbourDel(const NeighbourState& neighbour);
+
+    /// From here on, whatever is told is confirmed.
+    void startConfirming() noexcept { ++round_; }
+    /// Deletes what has not been confirmed since.
+    void delUnconfirmed();
+
+    /// Null when there is none.
+    const LinkState* link(std::uint32_t index) const;
+    const LinkState* link(const std::string& name) const;
+    const NeighbourState* neighbour(std::uint32_t link, const IpAddress& address) const;
+
+  private:
+    template <typename T>
+    struct Known {
+        T value;
+        std::uint64_t round = 0;
+    };
+    using NeighbourKey = std::tuple<std::uint32_t, IpAddress::Family, std::array<std::uint8_t, 16>>;
+
+    static NeighbourKey keyOf(std::uint32_t link, const IpAddress& address) {
+        return {link, address.family, address.bytes};
+    }
+    template <typename Map, typename Event>
+    void delUnconfirmed(Map& known, const Event& event);
+    template <typename Map, typename Value, typename Event>
+    void is(Map& known, const typename Map::key_type& key, const Value& value, const Event& event);
+    template <typename Map, typename Event>
+    static void del(Map& known, const typename Map::key_type& key, const Event& event);
+
+    LinkEvents events_;
+    std::map<std::uint32_t, Known<LinkState>> links_;
+    std::map<NeighbourKey, Known<NeighbourState>> neighbours_;
+    std::uint64_t round_ = 0;
+};
+
+} // namespace OvixAgent

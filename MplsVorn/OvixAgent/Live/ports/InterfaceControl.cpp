@@ -1,0 +1,101 @@
+#include "Live/ports/InterfaceControl.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <linux/ethtool.h>
+#include <linux/sockios.h>
+#include <net/if.h>
+#include <net/if_arp.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <system_error>
+
+#include "Posix/FileDescriptor.h"
+
+namespace OvixAgent {
+
+namespace {
+
+[[noreturn]] void refuse(int error, const char* step) {
+    throw std::system_error(error, std::generic_category(), step);
+}
+
+ifreq requestFor(const std::string& name) {
+    ifreq request{};
+    if (name.empty() || name.size() >= sizeof request.ifr_name) {
+        refuse(ENODEV, "naming the interface");
+    }
+    name.copy(request.ifr_name, name.size());
+    return request;
+}
+
+void control(unsigned long command, ifreq& request, const char* step) {
+    const Posix::FileDescriptor any(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!any.isOpen() || ioctl(any.value(), command, &request) != 0) {
+        refuse(errno, step);
+    }
+}
+
+} // namespace
+
+unsigned int indexOfInterface(const std::string& name) {
+    ifreq request = requestFor(name);
+    control(SIOCGIFINDEX, request, "finding the interface");
+    return static_cast<unsigned int>(request.ifr_ifindex);
+}
+
+std::uint32_t mtuOfInterface(const std::string& name) {
+    ifreq request = requestFor(name);
+    control(SIOCGIFMTU, request, "reading the interface's MTU");
+    return static_cast<std::uint32_t>(request.ifr_mtu);
+}
+
+MacAddress macOfInterface(const std::string& name) {
+    ifreq request = requestFor(name);
+    control(SIOCGIFHWADDR, request, "reading the interface's MAC");
+    MacAddress mac{};
+    if (request.ifr_hwaddr.sa_family == ARPHRD_ETHER) {
+        std::copy_n(request.ifr_hwaddr.sa_data, mac.size(), mac.begin());
+    }
+    return mac;
+}
+
+std::uint32_t receiveQueuesOfInterface(const std::string& name) {
+    ethtool_channels channels{};
+    channels.cmd = ETHTOOL_GCHANNELS;
+    ifreq request = requestFor(name);
+    request.ifr_data = reinterpret_cast<char*>(&channels);
+    try {
+        control(SIOCETHTOOL, request, "reading the interface's queues");
+    } catch (const std::system_error& refused) {
+        if (refused.code().value() != EOPNOTSUPP) {
+            throw;
+        }
+    }
+    return std::max(1U, channels.rx_count + channels.combined_count);
+}
+
+bool isInterface(unsigned int index) noexcept {
+    std::array<char, IF_NAMESIZE> name{};
+    return if_indextoname(index, name.data()) != nullptr;
+}
+
+bool isInterface(const std::string& name) noexcept {
+    return if_nametoindex(name.c_str()) != 0;
+}
+
+bool countWhatIsWrong(unsigned int index, LiveCounts& counts) noexcept {
+    const bool isThere = isInterface(index);
+    counts.add(isThere ? LiveEvent::linkDown : LiveEvent::interfaceGone);
+    return isThere;
+}
+
+void bringUp(const std::string& name) {
+    ifreq request = requestFor(name);
+    control(SIOCGIFFLAGS, request, "reading the interface's state");
+    request.ifr_flags = static_cast<short>(request.ifr_flags | IFF_UP);
+    control(SIOCSIFFLAGS, request, "bringing the interface up");
+}
+
+} // namespace OvixAgent

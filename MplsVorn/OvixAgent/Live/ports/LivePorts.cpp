@@ -1,0 +1,151 @@
+#include "Live/ports/LivePorts.h"
+
+#include <fmt/format.h>
+#include <stdexcept>
+
+#include "Live/ports/InterfaceControl.h"
+#include "Live/ports/PacketPort.h"
+#include "Live/ports/XdpPort.h"
+#include "State/LinkHeader.h"
+
+namespace OvixAgent {
+
+namespace {
+
+std::unique_ptr<LivePort> open(const PortConfig& config, PortIndex index) {
+    switch (config.kind) {
+    case PortKind::xdp:
+        return std::make_unique<XdpPort>(index, config.name);
+    case PortKind::tap:
+        return std::make_unique<TapPort>(index, config.name);
+    case PortKind::packet:
+        break;
+    }
+    return std::make_unique<PacketPort>(index, config.name, PacketIntake::labelledAndIp);
+}
+
+bool isLabelled(std::span<const std::uint8_t> frame) noexcept {
+    std::size_t at = 12;
+    while (at + 2 <= frame.size()) {
+        const unsigned type = static_cast<unsigned>(frame[at] << 8U | frame[at + 1]);
+        if (type != 0x8100 && type != 0x88a8) {
+            return type == 0x8847 || type == 0x8848;
+        }
+        at += 4;
+    }
+    return false;
+}
+
+/// Takes what is punted, and hands labelled frames to a TAP device, if there is one.
+class CpuPort : public TransmitPort {
+  public:
+    explicit CpuPort(TapPort* tap) : tap_(tap) {}
+    void transmit(const Frame& frame) override {
+        if (tap_ != nullptr && isLabelled(frame.bytes)) {
+            tap_->transmit(frame);
+        }
+    }
+
+  private:
+    TapPort* tap_;
+};
+
+} // namespace
+
+LivePorts::LivePorts(const AgentConfig& config, PortTable& table)
+    : cpuTap_(config.cpuTap.empty() ? nullptr : std::make_unique<TapPort>(0, config.cpuTap)),
+      cpu_(std::make_unique<CpuPort>(cpuTap_.get())) {
+    for (PortIndex i = 0; i < config.ports.size(); ++i) {
+        ports_.push_back(open(config.ports[i], i));
+        table.ports()[i].out = ports_.back().get();
+        table.ports()[i].isUp = false; // until the kernel tells of the link
+    }
+}
+
+LivePort* LivePorts::find(const std::string& interface) const {
+    for (const auto& port : ports_) {
+        if (port->name() == interface) {
+            return port.get();
+        }
+    }
+    return nullptr;
+}
+
+void LivePorts::flush() {
+    for (const auto& port : ports_) {
+        port->flush();
+    }
+}
+
+void LivePorts::mustBeUsable() const {
+    std::vector<std::string> refused;
+    for (const auto& port : ports_) {
+        if (port->isOpen()) {
+            return;
+        }
+        if (dynamic_cast<const TapPort*>(port.get()) != nullptr || isInterface(port->name())) {
+            refused.push_back(port->problem());
+        }
+    }
+    if (!refused.empty()) {
+        throw std::runtime_error(fmt::format("no port can be used: {}", fmt::join(refused, "; ")));
+    }
+}
+
+std::vector<std::string> LivePorts::problems() const {
+    std::vector<std::string> all;
+    for (const auto& port : ports_) {
+        if (!port->isOpen()) {
+            all.push_back(port->problem());
+        }
+    }
+    if (cpuTap_ && !cpuTap_->isOpen()) {
+        all.push_back(cpuTap_->problem());
+    }
+    return all;
+}
+
+std::vector<std::string> LivePorts::news() {
+    std::vector<std::string> all;
+    const auto tell = [&](std::string& told, const LivePort& port) {
+        if (told != port.problem()) {
+            told = port.problem();
+            all.push_back(told.empty() ? port.name() + ": open" : told);
+        }
+    };
+    told_.resize(ports_.size() + 1);
+    for (std::size_t i = 0; i < ports_.size(); ++i) {
+        tell(told_[i], *ports_[i]);
+    }
+    if (cpuTap_) {
+        tell(told_.back(), *cpuTap_);
+    }
+    return all;
+}
+
+void LivePorts::reopen() {
+    for (const auto& port : ports_) {
+        if (!port->isOpen()) {
+            port->reopen();
+        }
+    }
+    if (cpuTap_) {
+        cpuTap_->reopen();
+    }
+}
+
+std::vector<std::pair<std::string, std::uint64_t>> LivePorts::troubles() const {
+    std::vector<std::pair<std::string, std::uint64_t>> all;
+    for (const auto& port : ports_) {
+        const LiveCounts& counts = port->counts();
+        for (std::size_t i = 2; i < liveEventNames.size(); ++i) {
+            const std::uint64_t count = counts.of(static_cast<LiveEvent>(i));
+            if (count > 0) {
+                all.emplace_back(fmt::format("{}: {}", port->name(), liveEventNames[i]), count);
+            }
+        }
+    }
+    return all;
+}
+
+} // namespace OvixAgent

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "Config/ConfigTypes.h"
+#include "Live/ports/FrameSegments.h"
+#include "Live/ports/LivePort.h"
+#include "Live/ports/PacketRing.h"
+#include "Live/ports/SendQueue.h"
+#include "Posix/FileDescriptor.h"
+
+namespace OvixAgent {
+
+/// A port on a network interface through packet sockets: one with a receive ring, and one to send
+/// on, which hears nothing. What the host itself sends on the interface is not received.
+///
+/// The interface's own settings are left alone. It hands on frames of several segments when it
+/// merges what it receives (GRO), or when a sender on the other end of a virtual link leaves
+/// cutting them up to the hardware (TSO, GSO). They are cut up here, into the frames that a wire
+/// carries; those that cannot be, such as jumbograms, are counted and dropped.
+class PacketPort final : public LivePort {
+  public:
+    /// `index` is handed on in every frame. When the interface cannot be used, the port is not
+    /// open.
+    PacketPort(PortIndex index, std::string interfaceName, PacketIntake intake);
+
+    const std::string& name() const noexcept override { return name_; }
+    bool isOpen() const noexcept override { return ring_.has_value(); }
+    bool reopen() override;
+    const std::string& problem() const noexcept override { return problem_; }
+    int descriptor() const noexcept override { return isOpen() ? ring_->descriptor() : -1; }
+
+    std::size_t receive(const FrameVisitor& visitor, std::size_t budget) override;
+    void stopIntake() override;
+    void transmit(const Frame& frame) override;
+    void flush() override;
+
+    const LiveCounts& counts() override;
+
+  private:
+    void shut(std::string problem);
+    void openSender();
+    void seeWhatIsWrong();
+
+    PortIndex index_;
+    std::string name_;
+    PacketIntake intake_;
+    unsigned int interfaceIndex_ = 0;
+    std::optional<PacketRing> ring_;
+    FrameSegments segments_; ///< what is left of a frame in the ring
+    Posix::FileDescriptor sender_;
+    LiveCounts counts_;
+    SendQueue queue_{counts_};
+    std::string problem_;
+};
+
+} // namespace OvixAgent

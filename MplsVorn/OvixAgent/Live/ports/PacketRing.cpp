@@ -1,0 +1,174 @@
+#include "Live/ports/PacketRing.h"
+
+#include <arpa/inet.h>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <linux/if_ether.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <system_error>
+#include <vector>
+
+namespace OvixAgent {
+
+namespace {
+
+// A block holds any frame of an IP packet, and so whatever the kernel merges: up to 64 KiB. It is
+// handed over a millisecond after its first frame however little it holds, so that with sparse
+// traffic the ring lasts for as many milliseconds as it has blocks: 256, which a busy host may well
+// keep us waiting. At 10 Gbit/s it lasts for 26.
+constexpr std::uint32_t blockBytes = 1U << 17U;
+constexpr std::uint32_t blocks = 256;
+constexpr std::size_t ringBytes = std::size_t{blockBytes} * blocks;
+constexpr unsigned int longestWaitMilliseconds = 1;
+
+[[noreturn]] void refuse(const char* step) {
+    throw std::system_error(errno, std::generic_category(), step);
+}
+
+template <typename T>
+void setOption(int socket, int name, const T& value, const char* step) {
+    if (setsockopt(socket, SOL_PACKET, name, &value, sizeof value) != 0) {
+        refuse(step);
+    }
+}
+
+void filter(int socket, PacketIntake intake) {
+    std::vector<sock_filter> program = packetFilter(intake);
+    const sock_fprog attached{static_cast<unsigned short>(program.size()), program.data()};
+    if (setsockopt(socket, SOL_SOCKET, SO_ATTACH_FILTER, &attached, sizeof attached) != 0) {
+        refuse("attaching the frame filter");
+    }
+}
+
+void bindTo(int socket, unsigned int interfaceIndex) {
+    sockaddr_ll address{};
+    address.sll_family = AF_PACKET;
+    address.sll_protocol = htons(ETH_P_ALL);
+    address.sll_ifindex = static_cast<int>(interfaceIndex);
+    if (bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        refuse("binding the packet socket");
+    }
+}
+
+/// An attachment circuit carries frames of any station. The kernel keeps count of who asks for
+/// this, and forgets it with the socket.
+void takeAllStations(int socket, unsigned int interfaceIndex) {
+    packet_mreq request{};
+    request.mr_ifindex = static_cast<int>(interfaceIndex);
+    request.mr_type = PACKET_MR_PROMISC;
+    setOption(socket, PACKET_ADD_MEMBERSHIP, request, "taking in the frames of all stations");
+}
+
+std::atomic_ref<std::uint32_t> statusOf(tpacket_block_desc& block) noexcept {
+    return std::atomic_ref<std::uint32_t>(block.hdr.bh1.block_status);
+}
+
+} // namespace
+
+// The socket hears nothing until it is bound, so that no frame comes past the filter. Bound to all
+// protocols, since one bound to MPLS would not be told the tag of a frame.
+PacketRing::PacketRing(unsigned int interfaceIndex, PacketIntake intake)
+    : socket_(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
+    const int descriptor = socket_.value();
+    if (descriptor < 0) {
+        refuse("opening a packet socket");
+    }
+    setOption(descriptor, PACKET_VERSION, int{TPACKET_V3}, "choosing TPACKET_V3");
+    setOption(descriptor, PACKET_AUXDATA, 1, "asking for tags");
+    setOption(descriptor, PACKET_IGNORE_OUTGOING, 1, "ignoring what is sent");
+    setOption(descriptor, PACKET_VNET_HDR, 1, "asking for unfinished checksums");
+    filter(descriptor, intake);
+    map();
+    try {
+        bindTo(descriptor, interfaceIndex);
+        if (intake == PacketIntake::everything) {
+            takeAllStations(descriptor, interfaceIndex);
+        }
+    } catch (...) {
+        munmap(memory_, ringBytes);
+        throw;
+    }
+}
+
+PacketRing::~PacketRing() {
+    munmap(memory_, ringBytes);
+}
+
+void PacketRing::map() {
+    tpacket_req3 request{};
+    request.tp_block_size = blockBytes;
+    request.tp_block_nr = blocks;
+    request.tp_frame_size = blockBytes;
+    request.tp_frame_nr = blocks;
+    request.tp_retire_blk_tov = longestWaitMilliseconds;
+    setOption(socket_.value(), PACKET_RX_RING, request, "making the receive ring");
+    void* memory = mmap(nullptr, ringBytes, PROT_READ | PROT_WRITE, MAP_SHARED, socket_.value(), 0);
+    if (memory == MAP_FAILED) {
+        refuse("mapping the receive ring");
+    }
+    memory_ = static_cast<std::uint8_t*>(memory);
+}
+
+tpacket_block_desc* PacketRing::block(std::uint32_t index) const noexcept {
+    return reinterpret_cast<tpacket_block_desc*>(memory_ + std::size_t{index} * blockBytes);
+}
+
+bool PacketRing::takeBlock() noexcept {
+    tpacket_block_desc& taken = *block(current_);
+    if ((statusOf(taken).load(std::memory_order_acquire) & TP_STATUS_USER) == 0) {
+        return false;
+    }
+    isHeld_ = true;
+    left_ = taken.hdr.bh1.num_pkts;
+    next_ = reinterpret_cast<std::uint8_t*>(&taken) + taken.hdr.bh1.offset_to_first_pkt;
+    return true;
+}
+
+void PacketRing::giveBlockBack() noexcept {
+    statusOf(*block(current_)).store(TP_STATUS_KERNEL, std::memory_order_release);
+    isHeld_ = false;
+    current_ = (current_ + 1) % blocks;
+}
+
+bool PacketRing::next(RingFrame& frame) noexcept {
+    while (left_ == 0) {
+        if (isHeld_) {
+            giveBlockBack();
+        }
+        if (!takeBlock()) {
+            return false;
+        }
+    }
+    const auto* header = reinterpret_cast<const tpacket3_hdr*>(next_);
+    frame.bytes = {next_ + header->tp_mac, header->tp_snaplen};
+    frame.header = header;
+    std::memcpy(&frame.offloaded, frame.bytes.data() - sizeof frame.offloaded,
+                sizeof frame.offloaded);
+    next_ += header->tp_next_offset;
+    --left_;
+    return true;
+}
+
+void PacketRing::stopIntake() noexcept {
+    sock_filter nothing = BPF_STMT(BPF_RET | BPF_K, 0);
+    const sock_fprog program{1, &nothing};
+    setsockopt(socket_.value(), SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program);
+}
+
+std::uint64_t PacketRing::takeDrops() noexcept {
+    tpacket_stats_v3 statistics{};
+    socklen_t size = sizeof statistics;
+    const int refused =
+        getsockopt(socket_.value(), SOL_PACKET, PACKET_STATISTICS, &statistics, &size);
+    return refused == 0 ? statistics.tp_drops : 0;
+}
+
+int PacketRing::takeError() noexcept {
+    int error = 0;
+    socklen_t size = sizeof error;
+    return getsockopt(socket_.value(), SOL_SOCKET, SO_ERROR, &error, &size) == 0 ? error : errno;
+}
+
+} // namespace OvixAgent

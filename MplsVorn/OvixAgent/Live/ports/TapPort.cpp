@@ -1,0 +1,134 @@
+#include "Live/ports/TapPort.h"
+
+#include <cerrno>
+#include <ctime>
+#include <fcntl.h>
+#include <linux/if_tun.h>
+#include <net/if.h>
+#include <sys/ioctl.h>
+#include <system_error>
+#include <utility>
+
+#include "Live/ports/InterfaceControl.h"
+
+namespace OvixAgent {
+
+namespace {
+
+constexpr std::size_t longestFrame = 65535 + 18; // the largest MTU, and a tagged Ethernet header
+
+[[noreturn]] void refuse(int error, const char* step) {
+    throw std::system_error(error, std::generic_category(), step);
+}
+
+CaptureTime now() noexcept {
+    timespec time{};
+    clock_gettime(CLOCK_REALTIME, &time);
+    return {time.tv_sec, static_cast<std::uint32_t>(time.tv_nsec)};
+}
+
+} // namespace
+
+TapPort::TapPort(PortIndex index, std::string deviceName)
+    : index_(index), name_(std::move(deviceName)), buffer_(longestFrame) {
+    reopen();
+}
+
+bool TapPort::reopen() {
+    if (isOpen() && isInterface(interfaceIndex_)) {
+        return true;
+    }
+    shut({});
+    try {
+        open();
+    } catch (const std::system_error& refused) {
+        shut(name_ + ": " + refused.what());
+    }
+    return isOpen();
+}
+
+void TapPort::open() {
+    ifreq request{};
+    if (name_.empty() || name_.size() >= sizeof request.ifr_name) {
+        refuse(ENODEV, "naming the device");
+    }
+    name_.copy(request.ifr_name, name_.size());
+    request.ifr_flags = static_cast<short>(IFF_TAP | IFF_NO_PI);
+    device_ = Posix::FileDescriptor(::open("/dev/net/tun", O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    if (!device_.isOpen()) {
+        refuse(errno, "opening /dev/net/tun");
+    }
+    if (ioctl(device_.value(), TUNSETIFF, &request) != 0) {
+        refuse(errno, "making the TAP device");
+    }
+    interfaceIndex_ = indexOfInterface(name_);
+    bringUp(name_);
+}
+
+void TapPort::shut(std::string problem) {
+    device_ = Posix::FileDescriptor();
+    problem_ = std::move(problem);
+}
+
+std::size_t TapPort::receive(const FrameVisitor& visitor, std::size_t budget) {
+    std::size_t received = 0;
+    const CaptureTime time = now();
+    while (isOpen() && received < budget) {
+        const ssize_t size = read(device_.value(), buffer_.data(), buffer_.size());
+        if (size >= 0) {
+            const auto length = static_cast<std::uint32_t>(size);
+            counts_.add(LiveEvent::received);
+            ++received;
+            visitor({index_, time, {buffer_.data(), length}, length});
+        } else if (errno == EAGAIN) {
+            break;
+        } else if (errno == EINTR) {
+            counts_.add(LiveEvent::interrupted);
+        } else {
+            countFailure(errno);
+            break;
+        }
+    }
+    return received;
+}
+
+void TapPort::transmit(const Frame& frame) {
+    if (!isOpen()) {
+        counts_.add(LiveEvent::interfaceGone);
+        return;
+    }
+    ssize_t size = -1;
+    while ((size = write(device_.value(), frame.bytes.data(), frame.bytes.size())) < 0 &&
+           errno == EINTR) {
+        counts_.add(LiveEvent::interrupted);
+    }
+    if (size >= 0) {
+        counts_.add(LiveEvent::sent);
+    } else {
+        countFailure(errno);
+    }
+}
+
+// A device that is deleted leaves an open file behind that is good for nothing.
+void TapPort::countFailure(int error) {
+    switch (error) {
+    case EAGAIN:
+        counts_.add(LiveEvent::queueFull);
+        break;
+    case ENOBUFS:
+    case ENOMEM:
+        counts_.add(LiveEvent::noBuffers);
+        break;
+    case EIO:
+        counts_.add(LiveEvent::linkDown);
+        break;
+    case EBADFD:
+        counts_.add(LiveEvent::interfaceGone);
+        shut(name_ + ": the device is gone");
+        break;
+    default:
+        counts_.add(LiveEvent::failed);
+    }
+}
+
+} // namespace OvixAgent

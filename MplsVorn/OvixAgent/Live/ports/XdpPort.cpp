@@ -1,0 +1,167 @@
+#include "Live/ports/XdpPort.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <ctime>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+#include "Live/ports/InterfaceControl.h"
+
+namespace OvixAgent {
+
+namespace {
+
+constexpr std::uint32_t linkHeader = 14 + 8; // with two tags, which no MTU counts
+
+CaptureTime now() noexcept {
+    timespec time{};
+    clock_gettime(CLOCK_REALTIME, &time);
+    return {time.tv_sec, static_cast<std::uint32_t>(time.tv_nsec)};
+}
+
+} // namespace
+
+XdpPort::XdpPort(PortIndex index, std::string interfaceName)
+    : index_(index), name_(std::move(interfaceName)) {
+    reopen();
+}
+
+bool XdpPort::reopen() {
+    shut({});
+    try {
+        open();
+    } catch (const std::runtime_error& refused) { // std::system_error is one
+        shut(name_ + ": " + refused.what());
+    }
+    return isOpen();
+}
+
+void XdpPort::open() {
+    interfaceIndex_ = indexOfInterface(name_);
+    const std::uint32_t mtu = mtuOfInterface(name_);
+    constexpr std::uint32_t maxMtu = XdpSocket::maxFrame - linkHeader;
+    if (mtu > maxMtu) {
+        throw std::runtime_error("an MTU of " + std::to_string(mtu) + " is more than " +
+                                 std::to_string(maxMtu) + ", the most for AF_XDP");
+    }
+    const std::uint32_t queues = receiveQueuesOfInterface(name_);
+    if (queues > 1) {
+        throw std::runtime_error("has " + std::to_string(queues) +
+                                 " receive queues, and AF_XDP is used on one");
+    }
+    socket_ = std::make_unique<XdpSocket>(name_);
+    dropsCounted_ = 0;
+    program_ =
+        std::make_unique<XdpProgram>(interfaceIndex_, macOfInterface(name_), socket_->descriptor());
+}
+
+void XdpPort::shut(std::string problem) {
+    if (isOpen()) {
+        counts();
+        counts_.add(LiveEvent::sent, socket_->takeSent());
+        counts_.add(LiveEvent::interfaceGone, socket_->queued());
+    }
+    program_.reset();
+    socket_.reset();
+    problem_ = std::move(problem);
+}
+
+std::size_t XdpPort::receive(const FrameVisitor& visitor, std::size_t budget) {
+    std::array<std::span<const std::uint8_t>, 64> frames;
+    std::size_t received = 0;
+    const CaptureTime time = now();
+    while (isOpen() && received < budget) {
+        const std::size_t count =
+            socket_->receive({frames.data(), std::min(frames.size(), budget - received)});
+        if (count == 0) {
+            seeWhatIsWrong();
+            break;
+        }
+        counts_.add(LiveEvent::received, count);
+        received += count;
+        for (std::size_t i = 0; i < count; ++i) {
+            visitor({index_, time, frames[i], static_cast<std::uint32_t>(frames[i].size())});
+        }
+        socket_->release();
+    }
+    return received;
+}
+
+void XdpPort::seeWhatIsWrong() {
+    if (socket_->takeError() != 0 && !countWhatIsWrong(interfaceIndex_, counts_)) {
+        shut(name_ + ": the interface is gone");
+    }
+}
+
+void XdpPort::transmit(const Frame& frame) {
+    if (!isOpen()) {
+        counts_.add(LiveEvent::interfaceGone);
+        return;
+    }
+    if (frame.bytes.size() > XdpSocket::maxFrame) {
+        counts_.add(LiveEvent::tooLong);
+        return;
+    }
+    std::uint8_t* buffer = socket_->sendBuffer();
+    if (buffer == nullptr) {
+        flush();
+        buffer = socket_->sendBuffer();
+    }
+    if (buffer == nullptr) {
+        counts_.add(LiveEvent::queueFull);
+        return;
+    }
+    std::copy(frame.bytes.begin(), frame.bytes.end(), buffer);
+    socket_->queue(frame.bytes.size());
+}
+
+// The kernel takes a few dozen frames per call, and says so by EAGAIN.
+void XdpPort::flush() {
+    while (isOpen() && socket_->queued() > 0) {
+        const int error = socket_->kick();
+        const std::uint64_t sent = socket_->takeSent();
+        counts_.add(LiveEvent::sent, sent);
+        if (!goOnAfter(error, sent > 0)) {
+            break;
+        }
+    }
+}
+
+bool XdpPort::goOnAfter(int error, bool isMoving) {
+    switch (error) {
+    case 0:
+        return isMoving;
+    case EINTR:
+        counts_.add(LiveEvent::interrupted);
+        return true;
+    case EAGAIN:
+    case EBUSY:
+    case ENOBUFS:
+        counts_.add(LiveEvent::wouldBlock, isMoving ? 0 : 1);
+        return isMoving;
+    case ENETDOWN:
+        counts_.add(LiveEvent::linkDown);
+        return false;
+    case ENXIO:
+    case ENODEV:
+        seeWhatIsWrong();
+        return false;
+    default:
+        counts_.add(LiveEvent::failed);
+        return false;
+    }
+}
+
+const LiveCounts& XdpPort::counts() {
+    if (isOpen()) {
+        const std::uint64_t drops = socket_->drops();
+        counts_.add(LiveEvent::ringFull, drops - dropsCounted_);
+        dropsCounted_ = drops;
+    }
+    return counts_;
+}
+
+} // namespace OvixAgent

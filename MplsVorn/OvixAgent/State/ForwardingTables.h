@@ -1,0 +1,39 @@
+#pragma once
+
+#include "State/FecTable.h"
+#include "State/Neighbours.h"
+#include "State/PortTable.h"
+#include "State/Pseudowires.h"
+#include "State/TooBigListener.h"
+#include "State/VrfRoot.h"
+
+namespace OvixAgent {
+
+/// All that frames are forwarded by beside the label tables, made from a configuration.
+struct ForwardingTables {
+    explicit ForwardingTables(const AgentConfig& config)
+        : ports(config.ports), neighbours(config), fecs(config.fecs), pseudowires(config),
+          vrfs(Tessel::make<VrfRoot>(config, neighbours)) {}
+    ForwardingTables(const ForwardingTables&) = delete;
+    ForwardingTables& operator=(const ForwardingTables&) = delete;
+    ~ForwardingTables() = default;
+
+    /// Takes over all but what belongs to the ports' links, which must be the same. What has been
+    /// counted for pseudowires is counted from zero again.
+    void configure(const AgentConfig& config) {
+        neighbours.configure(config);
+        fecs = FecTable(config.fecs);
+        pseudowires = Pseudowires(config);
+        vrfs = Tessel::make<VrfRoot>(config, neighbours);
+        ports.configure(config.ports);
+    }
+
+    PortTable ports;
+    Neighbours neighbours;
+    FecTable fecs;
+    Pseudowires pseudowires;
+    Ptr<VrfRoot> vrfs;
+    TooBigListener* tooBig = nullptr; ///< hears of frames too big for their port; may be null
+};
+
+} // namespace OvixAgent

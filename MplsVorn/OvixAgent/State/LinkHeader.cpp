@@ -1,0 +1,114 @@
+#include "State/LinkHeader.h"
+
+#include <algorithm>
+
+#include "Lumo/NetInt.h"
+
+namespace OvixAgent {
+
+namespace {
+
+constexpr std::size_t macSize = 6;
+constexpr std::size_t tagSize = 4;
+constexpr std::size_t etherTypeSize = 2;
+
+std::uint16_t etherTypeOf(Ovix::PktHdrType type) noexcept {
+    switch (type) {
+    case Ovix::PktHdrType::ipv4:
+        return Lumo::EtherType::ipv4;
+    case Ovix::PktHdrType::ipv6:
+        return Lumo::EtherType::ipv6;
+    default:
+        return Lumo::EtherType::mpls;
+    }
+}
+
+Ovix::PktHdrType announcedBy(std::uint16_t etherType) noexcept {
+    switch (etherType) {
+    case Lumo::EtherType::ipv4:
+        return Ovix::PktHdrType::ipv4;
+    case Lumo::EtherType::ipv6:
+        return Ovix::PktHdrType::ipv6;
+    case Lumo::EtherType::mpls:
+    case Lumo::EtherType::mplsUpstream:
+        return Ovix::PktHdrType::mpls;
+    default:
+        return Ovix::PktHdrType::none;
+    }
+}
+
+/// `last` is an Ethernet header or tags, which end with the EtherType of what follows.
+void noteEnd(ReceivedLink& link, const Ovix::PacketHeader& last) noexcept {
+    link.size = last.offset() + last.length();
+    link.announced =
+        announcedBy(Lumo::NetU16::load(last.bytes().last(etherTypeSize).data()).value());
+}
+
+} // namespace
+
+ReceivedLink readLink(Ovix::ParsedPacket& parsed) {
+    ReceivedLink link;
+    if (const Ptr<Ovix::PacketHeader> first = parsed.header(0)) {
+        noteEnd(link, *first);
+    }
+    link.routed = parsed.header(1);
+    if (!link.routed || link.routed->pktHdrType() != Ovix::PktHdrType::vlanTags) {
+        return link;
+    }
+    noteEnd(link, *link.routed);
+    const auto* data = static_cast<const Ovix::VlanTagHeaderData*>(link.routed->headerData().get());
+    link.tags.count = data->vlanTags().size();
+    std::copy(data->vlanTags().begin(), data->vlanTags().end(), link.tags.tags.begin());
+    link.routed = parsed.header(2);
+    return link;
+}
+
+VlanTags tagsToSend(const VlanTags& received, const Tagging& tagging, std::uint16_t nexthopVlan) {
+    if (nexthopVlan == 0 && tagging.kind == Tagging::Kind::keep) {
+        return received;
+    }
+    VlanTags tags;
+    if (nexthopVlan == 0 && tagging.kind == Tagging::Kind::none) {
+        return tags;
+    }
+    const std::uint16_t vlan = nexthopVlan != 0 ? nexthopVlan : tagging.vlan;
+    tags.tags[0] = {Lumo::NetU16(Lumo::EtherType::vlan), Lumo::NetU16(vlan)};
+    tags.count = 1;
+    return tags;
+}
+
+std::size_t linkHeaderSize(Ovix::PacketContext& packet) {
+    if (packet.outerType() != Ovix::PktHdrType::eth) {
+        return 0;
+    }
+    Ovix::ParsedPacket& parsed = packet.parsedPkt();
+    const Ptr<Ovix::PacketHeader> eth = parsed.header(0);
+    const Ptr<Ovix::PacketHeader> tags = parsed.header(1);
+    const bool isTagged = tags && tags->pktHdrType() == Ovix::PktHdrType::vlanTags;
+    return (eth ? eth->length() : 0) + (isTagged ? tags->length() : 0);
+}
+
+bool pushLink(Ovix::PacketContext& packet, const Lumo::EthAddr& source,
+              const Lumo::EthAddr& destination, const VlanTags& tags) {
+    if (packet.outerType() == Ovix::PktHdrType::eth) {
+        return true;
+    }
+    const std::uint16_t etherType = etherTypeOf(packet.outerType());
+    const std::size_t size = 2 * macSize + tags.count * tagSize + etherTypeSize;
+    const std::span<std::uint8_t> room = packet.pkt()->pushFront(size);
+    if (room.empty()) {
+        return false;
+    }
+    std::uint8_t* at = std::copy(destination.begin(), destination.end(), room.data());
+    at = std::copy(source.begin(), source.end(), at);
+    for (std::size_t i = 0; i < tags.count; ++i) {
+        tags.tags[i].tpid.store(at);
+        tags.tags[i].tci.store(at + etherTypeSize);
+        at += tagSize;
+    }
+    Lumo::NetU16(etherType).store(at);
+    packet.outerTypeIs(Ovix::PktHdrType::eth);
+    return true;
+}
+
+} // namespace OvixAgent

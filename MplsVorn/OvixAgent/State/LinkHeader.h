@@ -1,0 +1,43 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+#include "Lumo/EthAddr.h"
+#include "Lumo/Pkt.h"
+#include "Ovix/packet/PacketContext.h"
+#include "State/PortTable.h"
+
+namespace OvixAgent {
+
+/// The 802.1Q tags of a frame, outermost first.
+struct VlanTags {
+    std::array<Ovix::VlanTagHeaderData::Tag, Ovix::VlanTagHeaderData::maxTags> tags;
+    std::size_t count = 0;
+};
+
+/// A frame's link header as it came in: where the routed header starts, and the tags.
+struct ReceivedLink {
+    Ptr<Ovix::PacketHeader> routed; ///< empty when nothing routed follows the link header
+    /// Where the link header ends, and what its EtherType says to come then, sound or not.
+    std::uint32_t size = 0;
+    Ovix::PktHdrType announced = Ovix::PktHdrType::none;
+    VlanTags tags;
+};
+
+/// The frame must have an Ethernet header.
+ReceivedLink readLink(Ovix::ParsedPacket& parsed);
+
+/// The tags to send with: the next hop's VLAN when it names one, else as the port says.
+VlanTags tagsToSend(const VlanTags& received, const Tagging& tagging, std::uint16_t nexthopVlan);
+
+/// How much of a packet that starts with Ethernet is its header and tags, which no MTU counts; 0
+/// for a packet whose Ethernet header is yet to come.
+std::size_t linkHeaderSize(Ovix::PacketContext& packet);
+
+/// Puts an Ethernet header in front of a packet; its EtherType follows what the packet starts with.
+/// False when the packet is too long for it. A packet that starts with Ethernet is left as it is.
+bool pushLink(Ovix::PacketContext& packet, const Lumo::EthAddr& source,
+              const Lumo::EthAddr& destination, const VlanTags& tags);
+
+} // namespace OvixAgent

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Config/ConfigTypes.h"
+#include "Lumo/EthAddr.h"
+#include "Lumo/IntfId.h"
+#include "Lumo/VrfName.h"
+#include "State/TransmitPort.h"
+#include "Summary/Summary.h"
+#include "Tessel/FlatMap.h"
+
+namespace OvixAgent {
+
+/// A port as forwarding sees it.
+struct Port {
+    std::string name;
+    Lumo::IntfId intfId;
+    Lumo::EthAddr mac{};
+    std::uint32_t mtu = 0; ///< without the Ethernet header
+    Tagging tagging;
+    bool isUp = true;
+    L3::VrfName vrf;
+    bool routesIp = false;       ///< otherwise IP frames are handed on
+    TransmitPort* out = nullptr; ///< not owned
+    Traffic sent;
+};
+
+/// The ports by index, in the order of the configuration, and by interface id.
+class PortTable {
+  public:
+    explicit PortTable(const std::vector<PortConfig>& configs);
+
+    /// Takes over what does not come from a link: tagging, VRF and whether IP is routed.
+    void configure(const std::vector<PortConfig>& configs);
+
+    std::vector<Port>& ports() noexcept { return ports_; }
+    const std::vector<Port>& ports() const noexcept { return ports_; }
+
+    /// `port` must be one of these.
+    PortIndex indexOf(const Port& port) const noexcept {
+        return static_cast<PortIndex>(&port - ports_.data());
+    }
+
+    /// Null when no port has the id.
+    Port* byIntfId(Lumo::IntfId intf) noexcept {
+        const std::uint32_t* index = byIntf_.find(intf.value());
+        return index != nullptr ? &ports_[*index] : nullptr;
+    }
+    const Port* byIntfId(Lumo::IntfId intf) const noexcept {
+        const std::uint32_t* index = byIntf_.find(intf.value());
+        return index != nullptr ? &ports_[*index] : nullptr;
+    }
+
+  private:
+    std::vector<Port> ports_;
+    Tessel::FlatMap<std::uint32_t> byIntf_;
+};
+
+} // namespace OvixAgent

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Config/ConfigTypes.h"
+#include "Ovix/routing/RoutingNexthop.h"
+#include "Summary/Summary.h"
+
+namespace OvixAgent {
+
+/// An Ethernet pseudowire as forwarding sees it.
+struct Pseudowire {
+    std::string name;
+    Ptr<Ovix::RoutingNexthop> remote; ///< the way to the other end, with what is pushed for it
+    bool controlWord = true;          ///< whether frames carry one, in both directions
+    Traffic sent;      ///< frames of the attachment circuit that left for the other end
+    Traffic delivered; ///< frames of the other end that left by the attachment circuit
+};
+
+/// The pseudowires by attachment circuit.
+class Pseudowires {
+  public:
+    explicit Pseudowires(const AgentConfig& config);
+
+    /// That of the frames of a port; null when the port is no attachment circuit.
+    Pseudowire* ofPort(PortIndex port) noexcept {
+        const std::size_t index = byPort_[port];
+        return index != none ? &pseudowires_[index] : nullptr;
+    }
+
+    /// Whether labelled frames are sent at all.
+    bool mplsRouting() const noexcept { return mplsRouting_; }
+
+    /// In the order of the configuration.
+    const std::vector<Pseudowire>& all() const noexcept { return pseudowires_; }
+
+  private:
+    static constexpr std::size_t none = ~std::size_t{0};
+
+    std::vector<Pseudowire> pseudowires_;
+    std::vector<std::size_t> byPort_;
+    bool mplsRouting_;
+};
+
+} // namespace OvixAgent

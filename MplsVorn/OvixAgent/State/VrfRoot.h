@@ -1,0 +1,47 @@
+#pragma once
+
+#include <string_view>
+#include <vector>
+
+#include "Lumo/MplsLabelOperation.h"
+#include "Mpls/Types.h"
+#include "Ovix/routing/RoutingContext.h"
+#include "State/Fib.h"
+#include "State/Neighbours.h"
+#include "Tessel/FlatMap.h"
+
+namespace OvixAgent {
+
+/// The VRFs and their routes: of the ports' addresses and subnets, of the configuration, and of the
+/// neighbours that neither covers. The default VRF is always there, others when a port or a route
+/// names them.
+class VrfRoot : public Ovix::RoutingVrfRoot {
+  public:
+    /// The neighbours must outlive it.
+    VrfRoot(const AgentConfig& config, const Neighbours& neighbours);
+
+    /// The routes of a VRF, the default VRF's for the empty name; null when there is no such VRF.
+    const Fib* fib(std::string_view vrf) const noexcept;
+
+    /// The routes of a VRF, to be changed; there is such a VRF from now on.
+    Fib& fibIs(std::string_view vrf);
+
+    /// Those of the VRF that a port is in.
+    const Fib& fibOfPort(PortIndex port) const noexcept { return fibs_[fibOfPort_[port]]; }
+
+  private:
+    std::uint32_t fibIndex(std::string_view vrf);
+
+    std::vector<Fib> fibs_;                 ///< the default VRF's first
+    Tessel::FlatMap<std::uint32_t> byName_; ///< by the name's hash
+    std::vector<std::uint32_t> fibOfPort_;
+};
+
+/// Pushes the operation's labels on an IP packet.
+Ptr<Ovix::RewriteImpl> pushRewrite(const Lumo::UnboundedMplsLabelOperation& operation,
+                                   Mpls::TtlMode ttl);
+
+/// What pushRewrite() was given; a view that lives no longer than the rewrite.
+Lumo::UnboundedMplsLabelOperation pushedLabels(const Ovix::RewriteImpl& push);
+
+} // namespace OvixAgent

@@ -1,0 +1,84 @@
+#include "tables/FrozenTables.h"
+
+#include <fmt/format.h>
+#include <stdexcept>
+#include <system_error>
+
+#include "Tessel/Exceptions.h"
+
+namespace OvixCtl {
+
+using namespace Tessel::TableLayout;
+using Tessel::TableMemory;
+
+namespace {
+
+constexpr int attempts = 50;
+
+/// A reader of memory of its own.
+class FrozenReader : public Tessel::TableReader {
+  public:
+    FrozenReader(std::string name, TableMemory memory)
+        : TableReader(std::move(name), memory.bytes()), copy_(std::move(memory)) {}
+
+  private:
+    TableMemory copy_;
+};
+
+/// Word by word, as another process may be writing.
+void copyWords(std::span<const std::byte> from, std::span<std::byte> to, std::uint64_t words) {
+    const auto* source = reinterpret_cast<const std::uint64_t*>(from.data());
+    auto* target = reinterpret_cast<std::uint64_t*>(to.data());
+    for (std::uint64_t i = 0; i < words; ++i) {
+        target[i] = load(source[i]);
+    }
+}
+
+/// Throws SnapshotLost when what was copied may be of another generation.
+Ptr<Tessel::TableReader> freeze(const Tessel::TableReader& live, std::span<const std::byte> from) {
+    TableMemory copy = TableMemory::ofProcess(from.size());
+    copyWords(from, copy.bytes(), live.root().heapUnits);
+    auto& header = *reinterpret_cast<TableHeader*>(copy.bytes().data());
+    header.current = live.current().word;
+    header.horizon = sealedHorizon(0);
+    static_cast<void>(live.pageMadeIn(0, 0)); // whether the generation is still there
+    return Tessel::make<FrozenReader>(live.name(), std::move(copy));
+}
+
+TableMemory openMemory(const std::string& name) {
+    try {
+        return TableMemory::sharedForReading(name);
+    } catch (const std::system_error& absent) {
+        if (absent.code() != std::errc::no_such_file_or_directory &&
+            absent.code() != std::errc::no_message_available) {
+            throw;
+        }
+        throw std::runtime_error(
+            fmt::format("tables \"{}\" do not exist; \"ovixctl lfib load\" makes them, and so does "
+                        "an agent that takes them",
+                        name));
+    }
+}
+
+} // namespace
+
+Ptr<Tessel::TableReader> openTables(const std::string& name) {
+    return Tessel::make<Tessel::TableReader>(openMemory(name));
+}
+
+Ptr<Tessel::TableReader> freezeTables(const std::string& name) {
+    const TableMemory memory = openMemory(name);
+    Tessel::TableReader live(name, memory.bytes());
+    for (int attempt = 1;; ++attempt) {
+        try {
+            return freeze(live, memory.bytes());
+        } catch (const Tessel::SnapshotLost&) {
+            if (attempt == attempts) {
+                throw;
+            }
+            live.refresh();
+        }
+    }
+}
+
+} // namespace OvixCtl

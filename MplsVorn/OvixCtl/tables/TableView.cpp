@@ -1,0 +1,117 @@
+#include "tables/TableView.h"
+
+#include <algorithm>
+#include <array>
+
+#include "Tessel/Exceptions.h"
+#include "route/ViaReading.h"
+
+namespace OvixCtl {
+
+using Mpls::RouteKey;
+using Mpls::TableId;
+using Routing::Multicast::MvpnVrfIntfId;
+using Tessel::TableRef;
+using namespace Tessel::TableLayout;
+
+namespace {
+
+/// Visits the entries of a table, `visit(key, ref)`, and goes on behind what cannot be right.
+template <typename Visitor>
+void visitEntries(const Tessel::TableReader& tables, std::size_t table,
+                  std::vector<std::string>& damage, Visitor&& visit) {
+    for (std::size_t page = 0; page < directoryPages; ++page) {
+        const auto first = static_cast<std::uint32_t>(page * pageEntries);
+        if (tables.pageMadeIn(table, page) == 0) {
+            continue;
+        }
+        try {
+            for (std::uint32_t key = first; key < first + pageEntries; ++key) {
+                if (const TableRef ref = tables.entry(table, key)) {
+                    visit(key, ref);
+                }
+            }
+        } catch (const Tessel::CorruptionDetected& corruption) {
+            damage.emplace_back(corruption.what());
+        }
+    }
+}
+
+/// Calls `read`; what it runs into is the entry's content.
+template <typename Read>
+void contentFrom(RouteView& view, Read&& read) {
+    try {
+        view.content = read();
+    } catch (const Tessel::CorruptionDetected& corruption) {
+        view.content = DamagedView{corruption.what()};
+    } catch (const Tessel::RangeError& range) {
+        view.content = DamagedView{range.what()};
+    }
+}
+
+MvpnVrfIntfId readMvpn(const Tessel::TableReader& tables, TableRef ref) {
+    std::array<std::uint64_t, 2> words{};
+    constexpr std::string_view what = "multicast VPN interface at unit";
+    if (tables.read(ref, Tessel::RecordKind::mvpnIntf, words, what).size() != words.size()) {
+        tables.refuse(what, ref.unit());
+    }
+    return {{static_cast<std::uint32_t>(words[0])}, Lumo::IntfId::fromValue(words[1])};
+}
+
+} // namespace
+
+TableView::TableView(const Ptr<Tessel::TableReader>& reader) : tables_(reader) {}
+
+TableView::Keys TableView::keys(TableId table) const {
+    if (table == TableId::mvpnIntfStatus) {
+        return mvpnKeys();
+    }
+    Keys found;
+    visitEntries(reader(), static_cast<std::size_t>(table), found.damage,
+                 [&](std::uint32_t key, TableRef) { found.keys.push_back(key); });
+    return found;
+}
+
+TableView::Keys TableView::mvpnKeys() const {
+    Keys found;
+    const auto table = static_cast<std::size_t>(TableId::mvpnIntfStatus);
+    visitEntries(reader(), table, found.damage, [&](std::uint32_t, TableRef ref) {
+        try {
+            found.keys.push_back(readMvpn(reader(), ref).vrfId.value);
+        } catch (const Tessel::CorruptionDetected& corruption) {
+            found.damage.emplace_back(corruption.what());
+        }
+    });
+    std::sort(found.keys.begin(), found.keys.end());
+    found.keys.erase(std::unique(found.keys.begin(), found.keys.end()), found.keys.end());
+    return found;
+}
+
+bool TableView::has(TableId table, std::uint32_t key) const {
+    try {
+        return static_cast<bool>(reader().entry(static_cast<std::size_t>(table), key));
+    } catch (const Tessel::CorruptionDetected&) {
+        return true; // in the way, whatever it is
+    }
+}
+
+RouteView TableView::entry(TableId table, std::uint32_t key) const {
+    RouteView view{table, key, DamagedView{}};
+    contentFrom(view, [&]() -> decltype(view.content) {
+        switch (table) {
+        case TableId::hardwareRoutes: {
+            const auto route = tables_.hardware()->route(RouteKey::fromLabel(Lumo::MplsLabel(key)));
+            return HardwareRouteView{route.adjacencyKey, route.unprogrammed};
+        }
+        case TableId::hardwareAdjacencies:
+            return readAdjacency(*tables_.hardware()->adjacency(key));
+        case TableId::mvpnIntfStatus:
+            return MvpnView{tables_.mvpn()->vrfIntfId({key}).intfId};
+        default:
+            return readLfibRoute(*tables_.lfib(table), key);
+        }
+    });
+    return view;
+}
+
+} // namespace OvixCtl

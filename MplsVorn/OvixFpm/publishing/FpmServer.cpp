@@ -1,0 +1,190 @@
+#include "publishing/FpmServer.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <poll.h>
+#include <span>
+#include <stdexcept>
+#include <sys/socket.h>
+#include <system_error>
+#include <utility>
+
+#include "decoding/RouteText.h"
+
+namespace OvixFpm {
+
+namespace {
+
+// A change of an IP route comes as a withdrawal and a new route, and a re-route as many messages:
+// what follows each other within the first time is published at once, and nothing waits longer than
+// the second.
+constexpr std::chrono::milliseconds quietBeforeCommit{1};
+constexpr std::chrono::milliseconds longestBeforeCommit{20};
+
+} // namespace
+
+FpmServer::FpmServer(RoutePublisher& routes, Settings settings, Log log)
+    : routes_(&routes), settings_(settings), log_(std::move(log)),
+      listener_(settings_.listenAt.listen()), waiting_(log_) {
+    log_("listening at " + settings_.listenAt.text());
+}
+
+void FpmServer::run(int stop) {
+    for (;;) {
+        std::array<pollfd, 3 + WaitingConnections::most> places{
+            {{stop, POLLIN, 0}, {listener_.value(), POLLIN, 0}, {connection_.value(), POLLIN, 0}}};
+        const auto waiting = std::span(places).subspan<3>();
+        waiting_.pollIn(waiting);
+        if (poll(places.data(), places.size(), timeoutMs()) < 0 && errno != EINTR) {
+            throw std::system_error(errno, std::generic_category(), "cannot wait for zebra");
+        }
+        if (places[0].revents != 0) {
+            routes_->commit();
+            return;
+        }
+        if (places[2].revents != 0) {
+            receive();
+        }
+        if (std::any_of(waiting.begin(), waiting.end(),
+                        [](const pollfd& place) { return place.revents != 0; })) {
+            receiveFromWaiting();
+        }
+        if (places[1].revents != 0) {
+            accept();
+        }
+        commitWhenQuiet();
+    }
+}
+
+int FpmServer::timeoutMs() const {
+    if (firstUncommitted_) {
+        return static_cast<int>(quietBeforeCommit.count());
+    }
+    return firstToldAt_ && !hasSwept_ ? static_cast<int>(settings_.sweepAfter.count()) : -1;
+}
+
+void FpmServer::accept() {
+    Posix::FileDescriptor accepted(
+        accept4(listener_.value(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (!accepted.isOpen()) {
+        return;
+    }
+    if (connection_.isOpen()) {
+        waiting_.add(std::move(accepted));
+    } else {
+        connectionIs(std::move(accepted));
+    }
+}
+
+void FpmServer::connectionIs(Posix::FileDescriptor connection) {
+    connection_ = std::move(connection);
+    decoder_ = FpmDecoder();
+    routes_->markStale();
+    firstToldAt_.reset();
+    hasSwept_ = false;
+    log_("zebra is connected; " + std::to_string(routes_->staleRoutes()) +
+         " routes wait to be confirmed");
+}
+
+void FpmServer::receive() {
+    constexpr int piecesPerTurn = 16; // whoever sends without end lets others have their turn
+    std::array<std::uint8_t, 65536> bytes;
+    for (int i = 0; i < piecesPerTurn && connection_.isOpen(); ++i) {
+        const ssize_t got = recv(connection_.value(), bytes.data(), bytes.size(), 0);
+        if (got > 0) {
+            take({bytes.data(), static_cast<std::size_t>(got)});
+        } else if (got < 0 && errno == EINTR) {
+            continue;
+        } else if (got < 0 && errno == EAGAIN) {
+            return;
+        } else {
+            disconnect("zebra has gone; its routes stay");
+        }
+    }
+}
+
+void FpmServer::receiveFromWaiting() {
+    auto heard = waiting_.receive();
+    if (!heard) {
+        return;
+    }
+    if (connection_.isOpen()) {
+        disconnect("zebra has connected anew");
+    }
+    connectionIs(std::move(heard->connection));
+    take(heard->bytes);
+}
+
+void FpmServer::take(Bytes bytes) {
+    heardAt_ = Clock::now();
+    decoder_.take(bytes);
+    takeEvents();
+    if (decoder_.lost()) {
+        disconnect("what zebra says cannot be followed any more");
+    }
+}
+
+void FpmServer::disconnect(const std::string& why) {
+    connection_ = Posix::FileDescriptor();
+    firstToldAt_.reset(); // what was not confirmed may be so by the next connection
+    const MessageCounts& now = decoder_.counts();
+    counts_.newRoutes += now.newRoutes;
+    counts_.withdrawals += now.withdrawals;
+    counts_.nextHopGroups += now.nextHopGroups;
+    counts_.others += now.others;
+    counts_.refused += now.refused;
+    log_(why);
+}
+
+void FpmServer::takeEvents() {
+    while (const auto event = decoder_.next()) {
+        if (const auto* refused = std::get_if<Refused>(&*event)) {
+            log_(refused->text());
+        } else {
+            takeChange(std::get<RouteChange>(*event));
+        }
+    }
+}
+
+void FpmServer::takeChange(const RouteChange& change) {
+    if (settings_.tellsOfRoutes) {
+        log_(text(change));
+    }
+    if (const std::string reason = routes_->apply(change); !reason.empty()) {
+        log_(text(change) + ": " + reason);
+    }
+    firstToldAt_ = firstToldAt_.value_or(heardAt_);
+    firstUncommitted_ = firstUncommitted_.value_or(heardAt_);
+}
+
+void FpmServer::sweepWhenQuiet(Clock::time_point now) {
+    if (!firstToldAt_ || hasSwept_) {
+        return;
+    }
+    // Routes that change all the time do not keep the stale ones for ever.
+    if (now - heardAt_ < settings_.sweepAfter && now - *firstToldAt_ < 10 * settings_.sweepAfter) {
+        return;
+    }
+    hasSwept_ = true;
+    if (const std::size_t swept = routes_->sweep(); swept > 0) {
+        log_(std::to_string(swept) + " routes were not confirmed, and are gone");
+        firstUncommitted_ = firstUncommitted_.value_or(now);
+    }
+}
+
+void FpmServer::commitWhenQuiet() {
+    const Clock::time_point now = Clock::now();
+    try {
+        sweepWhenQuiet(now);
+        if (firstUncommitted_ && (now - heardAt_ >= quietBeforeCommit ||
+                                  now - *firstUncommitted_ >= longestBeforeCommit)) {
+            firstUncommitted_.reset();
+            routes_->commit();
+        }
+    } catch (const std::length_error& full) {
+        log_(std::string(full.what()) + "; what has changed is not visible yet");
+    }
+}
+
+} // namespace OvixFpm

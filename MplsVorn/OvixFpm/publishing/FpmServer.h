@@ -1,0 +1,64 @@
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+
+#include "decoding/FpmDecoder.h"
+#include "publishing/ListenAddress.h"
+#include "publishing/RoutePublisher.h"
+#include "publishing/WaitingConnections.h"
+
+namespace OvixFpm {
+
+/// Listens for zebra and publishes what it tells: one connection at a time. A new one takes the
+/// place of the old once a whole frame has come from it. Routes outlive the connection; what the
+/// next one does not tell of again, by the time it has been quiet for a while, goes. One that has
+/// told of no route at all takes nothing away.
+class FpmServer {
+  public:
+    using Clock = std::chrono::steady_clock;
+
+    struct Settings {
+        ListenAddress listenAt = ListenAddress::fromText("127.0.0.1:2620");
+        std::chrono::milliseconds sweepAfter{30000}; ///< of quiet after a route was told
+        bool tellsOfRoutes = false;
+    };
+
+    /// Listens. Throws std::system_error.
+    FpmServer(RoutePublisher& routes, Settings settings, Log log);
+    FpmServer(const FpmServer&) = delete;
+    FpmServer& operator=(const FpmServer&) = delete;
+
+    /// Serves until `stop` becomes readable.
+    void run(int stop);
+    const MessageCounts& counts() const noexcept { return counts_; }
+
+  private:
+    void accept();
+    void connectionIs(Posix::FileDescriptor connection);
+    void receive();
+    void receiveFromWaiting();
+    void take(Bytes bytes);
+    void disconnect(const std::string& why);
+    void takeEvents();
+    void takeChange(const RouteChange& change);
+    void sweepWhenQuiet(Clock::time_point now);
+    void commitWhenQuiet();
+    int timeoutMs() const;
+
+    RoutePublisher* routes_;
+    Settings settings_;
+    Log log_;
+    Posix::FileDescriptor listener_;
+    Posix::FileDescriptor connection_;
+    WaitingConnections waiting_;
+    FpmDecoder decoder_;
+    MessageCounts counts_; ///< of connections that have ended
+    std::optional<Clock::time_point> firstUncommitted_;
+    Clock::time_point heardAt_;
+    std::optional<Clock::time_point> firstToldAt_; ///< a route, by this connection
+    bool hasSwept_ = false;                        ///< since the connection was made
+};
+
+} // namespace OvixFpm

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "Mpls/LfibRecords.h"
+#include "Mpls/OvixMplsVia.h"
+#include "Mpls/TableDirectory.h"
+#include "Tables/TableReader.h"
+
+namespace Mpls {
+
+/// The reading side of one LFIB. Every read copies the record out, touching only what is in use,
+/// and checks every index, offset and count before it follows it: what cannot be right throws
+/// Tessel::CorruptionDetected, a list count beyond a list's capacity Tessel::RangeError. An absent
+/// key reads as the default record. Reads are of the generation that the tables' reader holds.
+class LfibStatus : public LfibViaSource {
+  public:
+    static constexpr std::string_view entityTypeName = "Mpls::LfibStatus";
+    enum Attr : Tessel::AttrId { routeAttr = 0 };
+
+    /// Throws CorruptionDetected when the tables have no such LFIB.
+    LfibStatus(Ptr<const Tessel::TableReader> tables, TableId table);
+
+    std::string_view typeName() const noexcept override { return entityTypeName; }
+
+    LfibRoute route(RouteKey key) const {
+        if (key.depth() != 1) {
+            return {};
+        }
+        const Tessel::TableRef entry = tables_->entry(table_, key.topLabel().value());
+        return entry ? LfibRoute{key, {entry.word}} : LfibRoute{};
+    }
+    LfibViaSet viaSet(LfibViaSetKey key) const;
+    LfibIpLookupVia ipLookupVia(const LfibViaKey& key) const;
+    LfibMulticastIpLookupVia multicastIpLookupVia(const LfibViaKey& key) const;
+    /// Handles corruption itself: the hook is told and the via is invalid.
+    Ovix::OvixMplsVia ipVia(const LfibWeightedVia& member) const override;
+
+    std::uint64_t routes() const noexcept { return tables_->entries(table_); }
+    /// Visits the routes by label.
+    template <typename Visitor>
+    void forEachRoute(Visitor&& visitor) const {
+        tables_->forEach(table_, [&](std::uint32_t label, Tessel::TableRef entry) {
+            visitor(LfibRoute{RouteKey::fromLabel(Lumo::MplsLabel(label)), {entry.word}});
+        });
+    }
+
+    /// The corruption hook: told of what a read ran into.
+    void doCorruptionDetected(std::string_view message) const;
+    std::uint64_t corruptionsDetected() const noexcept { return corruptions_; }
+    const std::string& lastCorruption() const noexcept { return lastCorruption_; }
+
+  private:
+    Ptr<const Tessel::TableReader> tables_;
+    std::size_t table_;
+    mutable std::uint64_t corruptions_ = 0;
+    mutable std::string lastCorruption_;
+};
+
+} // namespace Mpls

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "Mpls/LfibRecords.h"
+#include "Mpls/TableDirectory.h"
+#include "Mpls/WeightedVia.h"
+#include "Tables/TableWriter.h"
+
+namespace Mpls {
+
+/// The writing side of one LFIB: makes the changes of a batch, which readers see once the tables'
+/// writer commits it. Everything here throws std::invalid_argument for a key of more or less than
+/// one label, and std::length_error, having changed nothing, when the tables are full.
+class LfibWriter {
+  public:
+    LfibWriter(Tessel::TableWriter& tables, TableId table) noexcept
+        : tables_(&tables), table_(static_cast<std::size_t>(table)) {}
+
+    /// A route with a via set of one via key. Weights must add up to more than 0 and less than
+    /// 2^32, and there are at most 599 vias: std::invalid_argument otherwise.
+    void routeIs(RouteKey key, LfibViaType viaType, LfibViaSetType setType,
+                 std::span<const WeightedVia> vias);
+    /// The same for a via that pops and looks up in a VRF.
+    void ipLookupRouteIs(RouteKey key, LfibViaType viaType, const L3::VrfName& vrf,
+                         PayloadType payload);
+    /// The same for the tail of a multicast LSP, and for the `branches` that go on from it, at most
+    /// 598, whose weights mean nothing.
+    void multicastIpLookupRouteIs(RouteKey key, const LfibMulticastIpLookupVia& via,
+                                  std::span<const WeightedVia> branches = {});
+    /// A route with a via set as given, whatever it says.
+    void rawRouteIs(RouteKey key, const LfibViaSet& set);
+
+    /// False when there is no such route.
+    bool routeDel(RouteKey key);
+
+    std::uint32_t routes() const noexcept { return tables_->entries(table_); }
+
+  private:
+    struct ViaWords {
+        Tessel::RecordKind kind;
+        std::size_t first; ///< in words_
+        std::size_t count;
+    };
+
+    void begin(RouteKey key, LfibViaSetType setType, LfibViaType viaType);
+    void addVia(Tessel::RecordKind kind, std::span<const std::uint8_t> bytes, std::uint32_t weight);
+    void addIpVias(std::span<const WeightedVia> vias);
+    void publish(RouteKey key);
+
+    Tessel::TableWriter* tables_;
+    std::size_t table_;
+    // The route in the making; kept so that room is made once.
+    LfibViaSet set_;
+    std::vector<ViaWords> vias_;
+    std::vector<std::uint64_t> words_; ///< of the vias
+    std::vector<std::uint64_t> own_;
+    std::vector<std::uint64_t> behind_;
+};
+
+} // namespace Mpls

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <span>
+
+#include "Tables/TableWriter.h"
+
+namespace Mpls {
+
+/// The tables of a system, in the order in which they stand in its table set.
+enum class TableId : std::size_t {
+    decapLfib,
+    evpnEthernetSegmentFilterLfib,
+    evpnEtreeLeafLabelLfib,
+    pseudowireLfib,
+    transitLfib,
+    hardwareRoutes,
+    hardwareAdjacencies,
+    mvpnIntfStatus,
+    interfaceNames,
+    ipRoutes,
+};
+
+inline constexpr std::size_t lfibs = 5; ///< the first ones
+
+inline constexpr std::array<Tessel::TableDescription, 10> tableDirectory{{
+    {"mpls/decapLfib", "Mpls::LfibStatus", Tessel::RecordKind::viaSet},
+    {"mpls/evpnEthernetSegmentFilterLfib", "Mpls::LfibStatus", Tessel::RecordKind::viaSet},
+    {"mpls/evpnEtreeLeafLabelLfib", "Mpls::LfibStatus", Tessel::RecordKind::viaSet},
+    {"mpls/pseudowireLfib", "Mpls::LfibStatus", Tessel::RecordKind::viaSet},
+    {"mpls/transitLfib", "Mpls::LfibStatus", Tessel::RecordKind::viaSet},
+    {"routing/hardware/mpls/status/routes", "Mpls::Hardware::Status", {}},
+    {"routing/hardware/mpls/status/adjacencies", "Mpls::Hardware::Status",
+     Tessel::RecordKind::adjacency},
+    {"routing/multicast/mvpn/intfStatus", "Routing::Multicast::MvpnIntfStatus",
+     Tessel::RecordKind::mvpnIntf},
+    {"interface/names", "Interface::Names", Tessel::RecordKind::interfaceName},
+    {"l3/routes", "L3::Routes", Tessel::RecordKind::ipRoute},
+}};
+
+constexpr const Tessel::TableDescription& describe(TableId table) noexcept {
+    return tableDirectory[static_cast<std::size_t>(table)];
+}
+
+} // namespace Mpls

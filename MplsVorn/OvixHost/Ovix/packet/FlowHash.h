@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+
+#include "Ovix/packet/PacketContext.h"
+
+namespace Ovix {
+
+/// Gathers what tells flows apart and mixes it into 32 bits of which every residue is usable.
+class FlowHasher {
+  public:
+    void add(std::uint32_t word) noexcept {
+        state_ = (state_ ^ word) * 0x9e3779b97f4a7c15;
+        state_ ^= state_ >> 32U;
+    }
+    std::uint32_t finish() const noexcept {
+        std::uint64_t mixed = state_ * 0xff51afd7ed558ccd;
+        mixed ^= mixed >> 33U;
+        mixed *= 0xc4ceb9fe1a85ec53;
+        return static_cast<std::uint32_t>(mixed >> 32U);
+    }
+
+  private:
+    std::uint64_t state_ = 0x2545f4914f6cdd1d;
+};
+
+/// Adds the labels that are not special-purpose (RFC 7274, extended ones included), down to the
+/// entropy label when there is one (RFC 6790), else all. Never TC, S or TTL.
+void addLabels(FlowHasher& hasher, const MplsHeaderData& labels) noexcept;
+
+/// The flow hash of a frame: its label stack, and unless an entropy label ends it, the addresses,
+/// the protocol and, where there are, the ports of an IP header (RFC 7325 section 2.4.5).
+std::uint32_t flowHash(ParsedPacket& parsed);
+
+} // namespace Ovix

@@ -1,0 +1,109 @@
+#include "Ovix/packet/PacketContext.h"
+
+#include "Ovix/packet/FlowHash.h"
+
+// One slab per type for the whole process, whoever makes and releases the objects.
+template class Tessel::Slabbed<Ovix::PacketHeader>;
+template class Tessel::Slabbed<Ovix::MplsHeaderData>;
+template class Tessel::Slabbed<Ovix::VlanTagHeaderData>;
+template class Tessel::Slabbed<Ovix::PacketContext>;
+
+namespace Ovix {
+
+namespace {
+
+/// The class that a header which is not Ethernet carries.
+std::uint8_t classOf(const PacketHeader& header) noexcept {
+    constexpr unsigned priorityShift = 13;
+    constexpr unsigned precedenceShift = 5;
+    switch (header.pktHdrType()) {
+    case PktHdrType::vlanTags: {
+        const auto* data = static_cast<const VlanTagHeaderData*>(header.headerData().get());
+        return static_cast<std::uint8_t>(data->vlanTags()[0].tci.value() >> priorityShift);
+    }
+    case PktHdrType::mpls: {
+        const MplsHeaderData* labels = mplsHeaderData(header);
+        return labels != nullptr ? (*labels->begin()).tc() : std::uint8_t{0};
+    }
+    case PktHdrType::ipv4:
+        return static_cast<std::uint8_t>(header.bytes()[1] >> precedenceShift);
+    case PktHdrType::ipv6:
+        return static_cast<std::uint8_t>((header.bytes()[0] & 0x0fU) >> 1U);
+    default:
+        return 0;
+    }
+}
+
+} // namespace
+
+void ParsedPacket::parseUpTo(std::int32_t position) {
+    while (count_ <= position && !complete()) {
+        PacketParser::parseNext(*this);
+    }
+    // What a label stack carries is parsed along with it: routing labels always asks for it.
+    if (count_ > 0 &&
+        headers_[static_cast<std::size_t>(count_ - 1)]->pktHdrType() == PktHdrType::mpls) {
+        PacketParser::parseNext(*this);
+    }
+}
+
+Ptr<PacketHeader> ParsedPacket::firstHeaderOfType(PktHdrType type) const noexcept {
+    for (std::int32_t i = 0; i < count_; ++i) {
+        const Ptr<PacketHeader>& header = headers_[static_cast<std::size_t>(i)];
+        if (header->pktHdrType() == type) {
+            return header;
+        }
+    }
+    return nullptr;
+}
+
+void ParsedPacket::maybeDoFullParse() {
+    while (!complete()) {
+        PacketParser::parseNext(*this);
+    }
+}
+
+void ParsedPacket::restart(Ptr<Lumo::Pkt> pkt, PktHdrType first) noexcept {
+    for (; count_ > 0; --count_) {
+        headers_[static_cast<std::size_t>(count_ - 1)].reset();
+    }
+    pkt_ = std::move(pkt);
+    nextOffset_ = 0;
+    nextType_ = first;
+}
+
+PacketContext::PacketContext(Ptr<Lumo::Pkt> pkt, PktHdrType first) noexcept
+    : pkt_(std::move(pkt)), outerType_(first) {}
+
+void PacketContext::replacePacket(Ptr<Lumo::Pkt> pkt, PktCtxParse parse) noexcept {
+    pkt_ = std::move(pkt);
+    if (parse == PktCtxParse::reparse) {
+        stale_ = true;
+    }
+}
+
+void PacketContext::initializeParsedPkt(const Ptr<PacketParser>&) noexcept {
+    outerTypeIs(PktHdrType::eth);
+}
+
+std::uint32_t PacketContext::hash() {
+    if (!hash_) {
+        hash_ = flowHash(parsedPkt());
+    }
+    return *hash_;
+}
+
+std::uint8_t PacketContext::classificationInput() {
+    ParsedPacket& parsed = parsedPkt();
+    for (std::int32_t position = 0;; ++position) {
+        const Ptr<PacketHeader> header = parsed.header(position);
+        if (!header) {
+            return 0;
+        }
+        if (header->pktHdrType() != PktHdrType::eth) {
+            return classOf(*header);
+        }
+    }
+}
+
+} // namespace Ovix

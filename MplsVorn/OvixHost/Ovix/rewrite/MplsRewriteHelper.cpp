@@ -1,0 +1,84 @@
+#include "Ovix/rewrite/MplsRewriteHelper.h"
+
+#include "Ovix/rewrite/MplsRewrites.h"
+
+namespace Ovix {
+
+namespace {
+
+/// There is something to impose, and nothing that never appears on the wire (RFC 3032 section 2.1).
+bool imposable(const Lumo::UnboundedMplsLabelOperation& operation) {
+    constexpr std::size_t labelSize = Lumo::UnboundedMplsLabelOperation::packedLabelSize;
+    std::span<const std::uint8_t> rest = operation.packed();
+    const bool any = rest.size() >= labelSize;
+    for (; rest.size() >= labelSize; rest = rest.subspan(labelSize)) {
+        if (rest[2] == Lumo::implicitNull.value() && rest[1] == 0 && rest[0] == 0) {
+            return false;
+        }
+    }
+    return any;
+}
+
+/// Whether a pop of the last label can tell what it exposes.
+bool payloadKnown(Mpls::PayloadType payload, const Ptr<PacketHeader>& innerHeader) noexcept {
+    switch (payload) {
+    case Mpls::PayloadType::ipv4:
+    case Mpls::PayloadType::ipv6:
+    case Mpls::PayloadType::ethernet:
+        return true;
+    case Mpls::PayloadType::none:
+    case Mpls::PayloadType::automatic:
+        return innerHeader && (innerHeader->pktHdrType() == PktHdrType::ipv4 ||
+                               innerHeader->pktHdrType() == PktHdrType::ipv6);
+    default:
+        return false;
+    }
+}
+
+Ptr<RewriteInfos> listOf(Ptr<RewriteInfo>&& first) {
+    auto infos = Tessel::make<RewriteInfos>();
+    infos->rewriteInfoEnq(std::move(first));
+    return infos;
+}
+
+} // namespace
+
+Ptr<RewriteInfos> MplsRewriteHelper::createMplsRewrite(
+    const Ptr<RoutingContext>&, Lumo::MplsLabelEntry entry, const Ptr<PacketHeader>& innerHeader,
+    Lumo::MplsLabelAction action, const Lumo::UnboundedMplsLabelOperation& operation,
+    Mpls::PayloadType payload, Mpls::TtlMode ttlMode, bool) {
+    switch (action) {
+    case Lumo::MplsLabelAction::swap:
+        return imposable(operation) ? listOf(Tessel::make<MplsSwapRewriteInfo>(operation, ttlMode))
+                                    : nullptr;
+    case Lumo::MplsLabelAction::push: {
+        if (!imposable(operation)) {
+            return nullptr;
+        }
+        Ptr<RewriteInfos> infos = listOf(Tessel::make<MplsTtlRewriteInfo>());
+        infos->rewriteInfoEnq(Tessel::make<MplsIpPushRewriteInfo>(operation, ttlMode));
+        return infos;
+    }
+    case Lumo::MplsLabelAction::pop:
+        if (entry.bos() && !payloadKnown(payload, innerHeader)) {
+            return nullptr;
+        }
+        return listOf(Tessel::make<MplsPopRewriteInfo>(payload, ttlMode));
+    default:
+        return nullptr;
+    }
+}
+
+Ptr<RewriteInfos> MplsRewriteHelper::createMplsPopRewrite(const Ptr<RoutingContext>&,
+                                                          Lumo::MplsLabelEntry entry,
+                                                          const Ptr<PacketHeader>& innerHeader,
+                                                          Mpls::PayloadType payload,
+                                                          Mpls::TtlMode ttlMode, bool) {
+    // What a payload type says of a payload that is not there is the caller's to judge.
+    if (entry.bos() && payload == Mpls::PayloadType::none && !innerHeader) {
+        return nullptr;
+    }
+    return listOf(Tessel::make<MplsPopRewriteInfo>(payload, ttlMode));
+}
+
+} // namespace Ovix

@@ -1,0 +1,117 @@
+#include "Published/PublishedTables.h"
+
+#include <utility>
+
+#include "Tessel/Exceptions.h"
+
+namespace Mpls {
+
+PublishedTables::PublishedTables(Ptr<Tessel::TableReader> tables)
+    : tables_(std::move(tables)), hardware_(Tessel::make<Hardware::Status>(tables_)),
+      mvpn_(Tessel::make<Routing::Multicast::MvpnIntfStatus>(tables_)) {
+    for (std::size_t i = 0; i < lfibs; ++i) {
+        lfibs_[i] = Tessel::make<LfibStatus>(tables_, static_cast<TableId>(i));
+        watched_[i] = {i, lfibs_[i].get(), LfibStatus::routeAttr, true, nullptr};
+    }
+    const auto watch = [&](TableId table, const Tessel::Entity& entity, Tessel::AttrId attribute,
+                           bool keysAreLabels) {
+        const auto at = static_cast<std::size_t>(table);
+        watched_[at] = {at, &entity, attribute, keysAreLabels, nullptr};
+    };
+    watch(TableId::hardwareRoutes, *hardware_, Hardware::Status::routeAttr, true);
+    watch(TableId::hardwareAdjacencies, *hardware_, Hardware::Status::adjacencyAttr, false);
+    watch(TableId::mvpnIntfStatus, *mvpn_, Routing::Multicast::MvpnIntfStatus::vrfIntfIdAttr,
+          false);
+}
+
+// Changes are found by comparing with what was seen when somebody subscribed.
+void PublishedTables::noticeSubscribers() {
+    for (Watched& watched : watched_) {
+        if (!watched.entity->hasSubscribers()) {
+            watched.changes.reset();
+        } else if (!watched.changes) {
+            try {
+                watched.changes = std::make_unique<Tessel::TableChanges>(tables_, watched.table);
+            } catch (const Tessel::SnapshotLost&) {
+                // With the next generation, then: what went before is nobody's concern who
+                // subscribes now.
+            }
+        }
+    }
+}
+
+void PublishedTables::takeNewest() {
+    telling_ = false;
+    noticeSubscribers();
+    try {
+        if (tables_->refresh()) {
+            for (Watched& watched : watched_) {
+                if (watched.changes) {
+                    watched.changes->restart();
+                }
+            }
+            noticeSubscribers();
+        }
+    } catch (const Tessel::CorruptionDetected& corruption) {
+        corruptionDetected(corruption.what());
+    }
+    for (Watched& watched : watched_) {
+        tell(watched);
+    }
+}
+
+void PublishedTables::tell(Watched& watched) {
+    if (!watched.changes || watched.changes->done()) {
+        return;
+    }
+    try {
+        const bool all = watched.changes->look(1, [&](std::uint32_t key) {
+            watched.entity->publish(
+                watched.attribute,
+                watched.keysAreLabels ? RouteKey::fromLabel(Lumo::MplsLabel(key)).value() : key);
+        });
+        telling_ = telling_ || !all;
+    } catch (const Tessel::CorruptionDetected& corruption) {
+        corruptionDetected(corruption.what());
+        telling_ = true; // the next pages are to be told of all the same
+    } catch (const Tessel::SnapshotLost&) {
+        telling_ = true; // there is a newer generation to go over to
+    }
+}
+
+void PublishedTables::refreshWholly() {
+    refresh();
+    // A table that cannot be told of wholly, since what is held has gone and there is nothing
+    // newer, is left at that.
+    for (std::size_t i = 0; telling_ && i < 2 * Tessel::TableLayout::directoryPages; ++i) {
+        refresh();
+    }
+}
+
+void PublishedTables::corruptionDetected(const char* message) const {
+    for (const Ptr<LfibStatus>& lfib : lfibs_) {
+        lfib->doCorruptionDetected(message);
+    }
+    hardware_->doCorruptionDetected(message);
+    mvpn_->doCorruptionDetected(message);
+}
+
+std::uint64_t PublishedTables::corruptionsDetected() const noexcept {
+    std::uint64_t all = hardware_->corruptionsDetected() + mvpn_->corruptionsDetected();
+    for (const Ptr<LfibStatus>& lfib : lfibs_) {
+        all += lfib->corruptionsDetected();
+    }
+    return all;
+}
+
+std::string PublishedTables::lastCorruption() const {
+    for (const Ptr<LfibStatus>& lfib : lfibs_) {
+        if (lfib->corruptionsDetected() > 0) {
+            return lfib->lastCorruption();
+        }
+    }
+    return hardware_->corruptionsDetected() > 0 ? hardware_->lastCorruption()
+                                                : mvpn_->lastCorruption();
+}
+
+} // namespace Mpls

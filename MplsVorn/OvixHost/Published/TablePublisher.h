@@ -1,0 +1,48 @@
+#pragma once
+
+#include <array>
+#include <string>
+
+#include "Mpls/Hardware/StatusWriter.h"
+#include "Mpls/LfibWriter.h"
+#include "Mpls/TableDirectory.h"
+#include "Published/InterfaceNames.h"
+#include "Published/IpRoutes.h"
+#include "State/MvpnIntfWriter.h"
+#include "Tables/TableWriter.h"
+
+namespace Mpls {
+
+/// The writing side of all tables of a system. Changes to any of them are one batch, which becomes
+/// visible at once when it is committed. There is one publisher; it takes over what the last one
+/// left.
+class TablePublisher {
+  public:
+    /// Throws as Tessel::TableWriter does.
+    explicit TablePublisher(Tessel::TableMemory memory,
+                            std::chrono::milliseconds keptFor = Tessel::TableHeap::keptFor);
+    TablePublisher(const TablePublisher&) = delete;
+    TablePublisher& operator=(const TablePublisher&) = delete;
+    ~TablePublisher() = default;
+
+    LfibWriter& lfib(TableId table) { return lfibs_[static_cast<std::size_t>(table)]; }
+    Hardware::StatusWriter& hardware() noexcept { return hardware_; }
+    Routing::Multicast::MvpnIntfWriter& mvpn() noexcept { return mvpn_; }
+    Interface::NamesWriter& interfaces() noexcept { return interfaces_; }
+    L3::RoutesWriter& ipRoutes() noexcept { return ipRoutes_; }
+
+    void commit() { tables_.commit(); }
+    /// Takes back what has been changed since the last commit.
+    void discard();
+    const Tessel::TableWriter& tables() const noexcept { return tables_; }
+
+  private:
+    Tessel::TableWriter tables_;
+    std::array<LfibWriter, lfibs> lfibs_;
+    Hardware::StatusWriter hardware_;
+    Routing::Multicast::MvpnIntfWriter mvpn_;
+    Interface::NamesWriter interfaces_;
+    L3::RoutesWriter ipRoutes_;
+};
+
+} // namespace Mpls

@@ -1,0 +1,62 @@
+#include "Tables/TableChanges.h"
+
+#include <utility>
+
+#include "Tessel/Exceptions.h"
+
+namespace Tessel {
+
+using namespace TableLayout;
+
+TableChanges::TableChanges(Ptr<const TableReader> tables, std::size_t table)
+    : TableChanges(std::move(tables), table, Seen::nothing) {
+    while (!done()) {
+        try {
+            look(directoryPages, [](std::uint32_t) {});
+        } catch (const CorruptionDetected&) {
+            // What cannot be read counts as seen, and empty.
+        }
+    }
+}
+
+bool TableChanges::differs(std::size_t page) {
+    try {
+        return tables_->pageMadeIn(table_, page) != madeIn_[page];
+    } catch (const CorruptionDetected&) {
+        passOver();
+        throw;
+    }
+}
+
+void TableChanges::seePage(std::size_t page) {
+    const auto first = static_cast<std::uint32_t>(page * pageEntries);
+    const std::uint64_t madeIn = tables_->pageMadeIn(table_, page);
+    Page now{};
+    try {
+        if (tables_->pageOf(table_, first) != 0) {
+            for (std::uint32_t i = 0; i < pageEntries; ++i) {
+                now[i] = tables_->entry(table_, first + i).word;
+            }
+        }
+    } catch (const CorruptionDetected&) {
+        madeIn_[page] = madeIn;
+        passOver();
+        throw;
+    }
+    madeIn_[page] = madeIn;
+    std::unique_ptr<Page>& seen = pages_[page];
+    if (!seen) {
+        seen = std::make_unique<Page>();
+    }
+    for (std::uint32_t i = 0; i < pageEntries; ++i) {
+        if (now[i] != (*seen)[i]) {
+            changed_.push_back(first + i);
+        }
+    }
+    *seen = now;
+    if (madeIn == 0) {
+        seen.reset();
+    }
+}
+
+} // namespace Tessel

@@ -1,0 +1,87 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "Tables/TableReader.h"
+
+namespace Tessel {
+
+/// Finds which keys of a table have changed from one generation to a later one, however many lie
+/// between: keeps what it has seen of every page in use and compares.
+class TableChanges {
+  public:
+    /// What the reader holds now counts as seen. Throws SnapshotLost when that has gone.
+    TableChanges(Ptr<const TableReader> tables, std::size_t table);
+    /// Nothing counts as seen: all that there is will be told of.
+    static TableChanges fromNothing(Ptr<const TableReader> tables, std::size_t table) {
+        return {std::move(tables), table, Seen::nothing};
+    }
+
+    /// Compares up to `pages` pages that are not as they were with what the reader holds, and tells
+    /// of each entry that has changed: `visitor(key)`. True when everything has been seen. A key
+    /// for which the visitor throws SnapshotLost is told again; a page that cannot be right throws
+    /// CorruptionDetected and is passed over.
+    template <typename Visitor>
+    bool look(std::size_t pages, Visitor&& visitor) {
+        tell(visitor);
+        for (; toSee_ > 0; passOver()) {
+            if (!differs(next_)) {
+                continue;
+            }
+            if (pages-- == 0) {
+                return false;
+            }
+            seePage(next_);
+            tell(visitor);
+        }
+        return true;
+    }
+    /// All pages are to be compared again, since the reader has gone over to another generation;
+    /// beginning where the last comparison ended, so that pages that change all the time do not
+    /// keep others from being seen.
+    void restart() noexcept {
+        if (tables_->changedIn(table_) != changedIn_) {
+            toSee_ = TableLayout::directoryPages;
+            changedIn_ = tables_->changedIn(table_);
+        }
+    }
+    bool done() const noexcept { return toSee_ == 0 && changed_.empty(); }
+
+  private:
+    enum class Seen : std::uint8_t { nothing };
+    TableChanges(Ptr<const TableReader> tables, std::size_t table, Seen) noexcept
+        : tables_(std::move(tables)), table_(table) {
+        restart();
+    }
+
+    using Page = std::array<std::uint64_t, TableLayout::pageEntries>;
+
+    void passOver() noexcept {
+        next_ = (next_ + 1) % TableLayout::directoryPages;
+        --toSee_;
+    }
+    bool differs(std::size_t page);
+    void seePage(std::size_t page);
+    template <typename Visitor>
+    void tell(Visitor&& visitor) {
+        while (!changed_.empty()) {
+            visitor(changed_.back());
+            changed_.pop_back();
+        }
+    }
+
+    Ptr<const TableReader> tables_;
+    std::size_t table_;
+    std::size_t next_ = 0;        ///< page
+    std::size_t toSee_ = 0;       ///< pages, from there on
+    std::uint64_t changedIn_ = 0; ///< of the table, as last restarted
+    std::array<std::uint64_t, TableLayout::directoryPages> madeIn_{}; ///< of the pages seen
+    std::array<std::unique_ptr<Page>, TableLayout::directoryPages> pages_;
+    std::vector<std::uint32_t> changed_; ///< seen and not told yet
+};
+
+} // namespace Tessel

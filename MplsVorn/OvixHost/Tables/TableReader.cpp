@@ -1,0 +1,156 @@
+#include "Tables/TableReader.h"
+
+#include <cstring>
+
+#include "Tessel/Exceptions.h"
+
+namespace Tessel {
+
+using namespace TableLayout;
+
+TableReader::TableReader(TableMemory memory)
+    : memory_(std::move(memory)), name_(memory_.name()),
+      words_(reinterpret_cast<const std::uint64_t*>(memory_.bytes().data()),
+             memory_.bytes().size() / unitBytes) {
+    open();
+}
+
+TableReader::TableReader(std::string name, std::span<const std::byte> memory)
+    : memory_(TableMemory::none()), name_(std::move(name)),
+      words_(reinterpret_cast<const std::uint64_t*>(memory.data()), memory.size() / unitBytes) {
+    open();
+}
+
+void TableReader::open() {
+    if (words_.size() < heapUnit) {
+        corrupt("region size", words_.size() * unitBytes);
+    }
+    if (load(0) != magic) {
+        corrupt("magic", load(0));
+    }
+    if (header().version != version) {
+        throw CorruptionDetected(name_ + ": tables of version " + std::to_string(header().version) +
+                                 ", not " + std::to_string(version));
+    }
+    if (header().regionBytes != words_.size() * unitBytes) {
+        corrupt("region size", header().regionBytes);
+    }
+    if (header().tables > maxTables) {
+        corrupt("number of tables", header().tables);
+    }
+    if (header().check != checkOf(header())) {
+        corrupt("check of the header", header().check);
+    }
+    horizon_ = TableLayout::load(header().horizon);
+    horizonGeneration(horizon_);
+    pinNewest();
+    if (root_.generation == 0) {
+        corrupt("root at unit", current_.unit());
+    }
+}
+
+std::size_t TableReader::table(std::string_view path, std::string_view typeName) const {
+    for (std::size_t i = 0; i < header().tables; ++i) {
+        const TableName& name = header().names[i];
+        if (text(name.path.data(), name.path.size()) != path) {
+            continue;
+        }
+        const std::string_view type = text(name.typeName.data(), name.typeName.size());
+        if (type != typeName) {
+            throw CorruptionDetected(name_ + ": " + std::string(path) + ": table of type \"" +
+                                     std::string(type) + "\" is not a " + std::string(typeName));
+        }
+        return i;
+    }
+    throw CorruptionDetected(name_ + ": has no table " + std::string(path));
+}
+
+// Another root may become the newest one while this one is being read, and its place be used
+// again; then there is a newer one to read.
+bool TableReader::pinNewest() {
+    for (;;) {
+        const TableRef newest{TableLayout::load(header().current)};
+        if (newest == current_ || newest.word == refused_) {
+            return false;
+        }
+        try {
+            takeRoot(newest);
+            return true;
+        } catch (const SnapshotLost&) {
+        } catch (const CorruptionDetected&) {
+            if (TableLayout::load(header().current) == newest.word) {
+                refused_ = newest.word;
+                throw;
+            }
+        }
+    }
+}
+
+void TableReader::takeRoot(TableRef current) {
+    // What is read here is not of the generation held, so nothing of it counts until all of it has
+    // been checked.
+    Root root{};
+    std::array<std::uint64_t, rootWords> own{};
+    if (current.unit() < heapUnit || std::uint64_t{current.unit()} + rootWords >= words_.size()) {
+        corrupt("root at unit", current.unit());
+    }
+    const auto head = RecordHeader::of(load(current.unit()));
+    std::uint64_t hash = recordSeed(RecordKind::root, current.unit(), head.units, head.ownWords);
+    for (std::uint32_t i = 0; i < rootWords; ++i) {
+        own[i] = load(current.unit() + 1 + i);
+        hash = mix(hash, own[i]);
+    }
+    const bool whole = head.ownWords == rootWords && head.check == current.check() &&
+                       static_cast<std::uint32_t>(hash) == current.check();
+    std::memcpy(&root, own.data(), sizeof root);
+    const std::uint64_t horizon = TableLayout::load(header().horizon);
+    if (TableLayout::load(header().current) != current.word) {
+        throw SnapshotLost(name_ + ": a newer generation is there");
+    }
+    if (!whole) {
+        corrupt("root at unit", current.unit());
+    }
+    // A writer raises the horizon to at most the generation that it has published.
+    if (root.heapUnits > words_.size() || horizonGeneration(horizon) > root.generation) {
+        corrupt("generation", root.generation);
+    }
+    for (const Root::Table& table : root.tables) {
+        if (table.directory != 0 &&
+            (table.directory < heapUnit || table.directory + directoryUnits > root.heapUnits)) {
+            corrupt("directory at unit", table.directory);
+        }
+    }
+    root_ = root;
+    current_ = current;
+    refused_.reset();
+    horizon_ = horizon;
+}
+
+std::uint64_t TableReader::horizonGeneration(std::uint64_t word) const {
+    const std::uint64_t generation = word >> 16U;
+    if (word != sealedHorizon(generation)) {
+        corrupt("horizon", word);
+    }
+    return generation;
+}
+
+void TableReader::horizonMoved() const {
+    const std::uint64_t word = TableLayout::load(header().horizon);
+    if (horizonGeneration(word) > root_.generation) {
+        throw SnapshotLost(name_ + ": generation " + std::to_string(root_.generation) +
+                           " has gone");
+    }
+    horizon_ = word;
+}
+
+void TableReader::refuse(std::string_view what, std::uint64_t at) const {
+    checkHeld();
+    corrupt(what, at);
+}
+
+void TableReader::corrupt(std::string_view what, std::uint64_t at) const {
+    throw CorruptionDetected(name_ + ": " + std::string(what) + " " + std::to_string(at) +
+                             " cannot be right");
+}
+
+} // namespace Tessel

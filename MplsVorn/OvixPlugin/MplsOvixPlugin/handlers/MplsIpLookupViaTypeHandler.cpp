@@ -1,0 +1,186 @@
+#include "handlers/MplsIpLookupViaTypeHandler.h"
+
+#include "Ovix/rewrite/MplsRewriteHelper.h"
+#include "Ovix/routing/LfibCounterActionInfo.h"
+#include "TableRead.h"
+#include "entry/OamDetection.h"
+#include "handlers/SingleVia.h"
+
+namespace Ovix {
+
+namespace {
+
+using Mpls::PayloadType;
+
+/// For an IPv4 and an IPv6 payload alike.
+constexpr FrameEvent noInnerHeaders{FrameCategory::drop, "No inner headers for v4 payload"};
+constexpr FrameEvent noInnerHeadersForAuto{FrameCategory::drop,
+                                           "No inner headers for auto decided payload"};
+constexpr FrameEvent innerHeaderNotIp{
+    FrameCategory::drop, "Inner header isn't an IP(6) header for auto decided payload. Is %s"};
+constexpr FrameEvent ethernetUnsupported{FrameCategory::drop,
+                                         "Ethernet is unsupported as a payload type"};
+constexpr FrameEvent undefinedPayload{FrameCategory::drop, "Undefined payload"};
+
+/// Where an IP header of the family has its destination: bytes 16 to 19 of an IPv4 header
+/// (RFC 791), 24 to 39 of an IPv6 header (RFC 8200). False when the frame ends before.
+bool pointAtDestination(const MplsContext& context, Lumo::IpFamily family,
+                        RoutingNexthop& nexthop) {
+    constexpr std::size_t ipv4Offset = 16;
+    constexpr std::size_t ipv6Offset = 24;
+    if (!context.packetHeader()) {
+        return false;
+    }
+    const Lumo::Pkt& pkt = *context.routingContext()->packetContext()->pkt();
+    const std::span<const std::uint8_t> bytes = pkt.offsetFront(context.packetHeader()->offset());
+    if (family == Lumo::IpFamily::ipv4 && bytes.size() >= ipv4Offset + Lumo::IpGenAddr::ipv4Size) {
+        nexthop.addressIs(Lumo::IpGenAddr::ipv4(bytes.data() + ipv4Offset));
+        return true;
+    }
+    if (family == Lumo::IpFamily::ipv6 && bytes.size() >= ipv6Offset + Lumo::IpGenAddr::ipv6Size) {
+        nexthop.addressIs(Lumo::IpGenAddr::ipv6(bytes.data() + ipv6Offset));
+        return true;
+    }
+    return false;
+}
+
+/// False, and `missing` is reported, when there is no destination to point at.
+bool pointOrReport(const MplsContext& context, Lumo::IpFamily family, const FrameEvent& missing,
+                   RoutingNexthop& nexthop) {
+    const bool found = pointAtDestination(context, family, nexthop);
+    if (!found) {
+        report(*context.routingContext(), missing);
+    }
+    return found;
+}
+
+/// The payload type follows from the header that was parsed beneath the stack.
+bool pointAtParsedPayload(const MplsContext& context, RoutingNexthop& nexthop) {
+    context.maybeDoFullParse();
+    const RoutingContext& routing = *context.routingContext();
+    const PktHdrType type =
+        context.packetHeader() ? context.packetHeader()->pktHdrType() : PktHdrType::none;
+    switch (type) {
+    case PktHdrType::ipv4:
+        return pointOrReport(context, Lumo::IpFamily::ipv4, noInnerHeadersForAuto, nexthop);
+    case PktHdrType::ipv6:
+        return pointOrReport(context, Lumo::IpFamily::ipv6, noInnerHeadersForAuto, nexthop);
+    case PktHdrType::none:
+        report(routing, noInnerHeadersForAuto);
+        return false;
+    default:
+        reportWithValues(routing, innerHeaderNotIp, pktHdrName(type));
+        return false;
+    }
+}
+
+/// Points the next hop at the payload's IP destination where the payload type says that it has one.
+/// False: dropped.
+bool pointAtPayload(const MplsContext& context, PayloadType payload, RoutingNexthop& nexthop) {
+    const RoutingContext& routing = *context.routingContext();
+    switch (payload) {
+    case PayloadType::ipv4:
+        return pointOrReport(context, Lumo::IpFamily::ipv4, noInnerHeaders, nexthop);
+    case PayloadType::ipv6:
+        return pointOrReport(context, Lumo::IpFamily::ipv6, noInnerHeaders, nexthop);
+    case PayloadType::automatic:
+        return pointAtParsedPayload(context, nexthop);
+    case PayloadType::ethernet:
+        report(routing, ethernetUnsupported);
+        return false;
+    case PayloadType::undefined:
+        report(routing, undefinedPayload);
+        return false;
+    default:
+        return true; // left as it is
+    }
+}
+
+void setVrf(const RoutingContext& context, const L3::VrfName& vrf, RoutingNexthop& nexthop) {
+    if (vrf.view() != L3::defaultVrf) {
+        traceFrame(context, "Vrf is not default, set VRF to ", vrf.view());
+        nexthop.vrfNameIs(vrf);
+    }
+}
+
+void countLabel(const MplsContext& context, RoutingNexthop& nexthop) {
+    const std::size_t bytes = context.routingContext()->packetContext()->pkt()->bytes();
+    nexthop.rewriteInfos().finalCounterActionInfoEnq(Tessel::make<LfibCounterActionInfo>(
+        Mpls::RouteKey::fromLabel(context.entry().label()), static_cast<std::uint32_t>(bytes)));
+}
+
+} // namespace
+
+MplsIpLookupViaTypeHandler::MplsIpLookupViaTypeHandler(
+    Mpls::LfibViaType viaType, const Ptr<MplsLfibTables>& lfibTables,
+    const Ptr<Counter::OvixLfibCounterCollection>& counterCollection)
+    : MplsViaTypeHandler(viaType), lfibTables_(lfibTables), counterCollection_(counterCollection) {}
+
+Ptr<MplsIpLookupViaTypeHandler> MplsIpLookupViaTypeHandler::MplsIpLookupViaTypeHandlerIs(
+    Mpls::LfibViaType viaType, const Ptr<MplsLfibTables>& lfibTables,
+    const Ptr<Counter::OvixLfibCounterCollection>& counterCollection) {
+    return Tessel::make<MplsIpLookupViaTypeHandler>(viaType, lfibTables, counterCollection);
+}
+
+Ptr<MplsIpLookupViaTypeHandler> mplsIpLookupViaTypeHandlerFactory(
+    Mpls::LfibViaType viaType, const Ptr<MplsLfibTables>& lfibTables,
+    const Ptr<Counter::OvixLfibCounterCollection>& counterCollection) {
+    return MplsIpLookupViaTypeHandler::MplsIpLookupViaTypeHandlerIs(viaType, lfibTables,
+                                                                    counterCollection);
+}
+
+ProcessingResult MplsIpLookupViaTypeHandler::processMplsVia(const Ptr<MplsContext>& context) {
+    const Ptr<RoutingContext>& routing = context->routingContext();
+    if (context->viaSet()->numVias() != 1) {
+        report(*routing, moreThanOneVia);
+        return frameDealtWith;
+    }
+    const Mpls::LfibIpLookupVia via = viaOf(*context->viaSet());
+    if (via == Mpls::LfibIpLookupVia()) {
+        report(*routing, noVia);
+        return frameDealtWith;
+    }
+    RoutingNexthop& nexthop = firstNexthop(*context);
+    if (checkForOam(context, via)) {
+        report(*routing, oamPacket);
+        nexthop.setCpuTrapNexthop();
+        return frameDealtWith;
+    }
+    setVrf(*routing, via.vrfName, nexthop);
+    const Lumo::MplsLabelEntry entry = context->entry();
+    const Ptr<RewriteInfos> rewrites = MplsRewriteHelper::createMplsPopRewrite(
+        routing, entry, context->packetHeader(), via.payloadType, Mpls::TtlMode::pipe, entry.bos());
+    if (!rewrites) {
+        report(*routing, noRewrite);
+        return frameDealtWith;
+    }
+    nexthop.rewriteInfos().copyFrom(rewrites);
+    // A payload that is not looked into is left to the host with the pop alone, uncounted.
+    if (entry.bos() && pointAtPayload(*context, via.payloadType, nexthop) &&
+        via.payloadType != Mpls::PayloadType::none && !nexthop.address().empty()) {
+        countLabel(*context, nexthop);
+    }
+    return frameDealtWith;
+}
+
+Mpls::LfibIpLookupVia MplsIpLookupViaTypeHandler::viaOf(const OvixMplsViaSet& viaSet) const {
+    const MplsLfibTables::Lfib table = lfibTables_->tableOf(viaSet.source());
+    if (!table) {
+        return {};
+    }
+    return readOrDefault(table, [&] { return table->ipLookupVia(viaSet.viaKey(0)); });
+}
+
+bool MplsIpLookupViaTypeHandler::checkForOam(const Ptr<MplsContext>& context,
+                                             const Mpls::LfibIpLookupVia& via) const {
+    if (!context->entry().bos() || !context->packetHeader()) {
+        return false;
+    }
+    if (via.payloadType != PayloadType::ipv4 && via.payloadType != PayloadType::ipv6) {
+        traceFrame(*context->routingContext(), "Not IP payload type");
+        return false;
+    }
+    return isLspPing(*context->routingContext(), context->packetHeader());
+}
+
+} // namespace Ovix

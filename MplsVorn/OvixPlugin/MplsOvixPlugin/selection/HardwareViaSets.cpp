@@ -1,0 +1,53 @@
+// Via sets from the routes and adjacencies that the platform has programmed.
+
+#include "FrameEvents.h"
+#include "MplsOvixPlugin.h"
+#include "Ovix/viaset/OvixHwViaSet.h"
+#include "TableRead.h"
+
+namespace Ovix {
+
+namespace {
+
+constexpr FrameEvent noAdjacency{FrameCategory::exceptional, "No adjacency for label %s"};
+constexpr FrameEvent noValidVias{FrameCategory::exceptional,
+                                 "No valid vias adjacency for label %s"};
+
+} // namespace
+
+Ptr<OvixMplsViaSet>
+MplsOvixPlugin::viaSetFromHwStatus(const Ptr<RoutingContext>& context,
+                                   const Ptr<const Mpls::Hardware::Status>& status,
+                                   Mpls::RouteKey key) const {
+    if (!status) {
+        return nullptr;
+    }
+    // Absent and unprogrammed are normal while the platform works on a route: traced, not counted.
+    const Mpls::Hardware::Route route = readOrDefault(status, [&] { return status->route(key); });
+    if (route.isEq(Mpls::Hardware::Route())) {
+        traceFrame(*context, "No route in hw status for ", key);
+        return nullptr;
+    }
+    if (route.unprogrammed) {
+        traceFrame(*context, "Route is unprogrammed for label ", key.topLabel());
+        return nullptr;
+    }
+    const Ptr<const Mpls::Hardware::Adjacency>& adjacency = readOrDefault(
+        status, [&]() -> const auto& { return status->adjacency(route); });
+    if (!adjacency) {
+        report(*context, noAdjacency, key.topLabel());
+        return nullptr;
+    }
+    const bool useBackups = adjacency->useBackups();
+    if (useBackups) {
+        traceFrame(*context, "Reading backups from adjacency for ", key.topLabel());
+    }
+    auto viaSet = Tessel::make<OvixHwViaSet>(adjacency, hwStatusViaHelper_, useBackups);
+    if (!viaSet->hasValidVia()) {
+        report(*context, noValidVias, key.topLabel());
+        return nullptr;
+    }
+    return viaSet;
+}
+
+} // namespace Ovix

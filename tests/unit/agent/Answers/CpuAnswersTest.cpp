@@ -1,0 +1,182 @@
+#include "Answers/CpuAnswers.h"
+
+#include "AnswersTesting.h"
+#include "Config/Config.h"
+#include "LocalTables.h"
+#include "Published/TransitRoutes.h"
+
+using namespace OvixAgent;
+using namespace OvixAgent::Testing;
+using namespace TestSupport::Wire;
+
+namespace {
+
+constexpr PortIndex core = 0;
+constexpr PortIndex customer = 1;
+
+class CpuAnswersTest : public testing::Test {
+  protected:
+    CpuAnswersTest() {
+        Mpls::WeightedVia via;
+        via.via.intfId = Lumo::IntfId("core");
+        via.via.labelAction = static_cast<std::uint32_t>(Lumo::MplsLabelAction::pop);
+        Mpls::transitRouteIs(tables.publisher, Mpls::RouteKey::fromLabel(Lumo::MplsLabel(100)),
+                             std::vector{via});
+        tables.publisher.lfib(Mpls::TableId::decapLfib)
+            .ipLookupRouteIs(Mpls::RouteKey::fromLabel(Lumo::MplsLabel(500)),
+                             Mpls::LfibViaType::ipLookup, "red", Mpls::PayloadType::automatic);
+        tables.commit();
+    }
+
+    /// The frames that answer one that was punted, without their link headers.
+    std::vector<Bytes> answersTo(PortIndex port, const Bytes& frame) {
+        answers.transmit({port, {}, frame, static_cast<std::uint32_t>(frame.size())});
+        std::vector<Bytes> all;
+        for (const CpuAnswers::Frame& answer : answers.take()) {
+            EXPECT_EQ(answer.port, port);
+            all.push_back(from(answer.bytes, 12, answer.bytes.size() - 12));
+        }
+        return all;
+    }
+    /// "routed", "along the LSP with 100 200", or "none".
+    std::string wayTo(PortIndex port, const Bytes& frame) {
+        const std::vector<Bytes> all = answersTo(port, frame);
+        if (all.empty()) {
+            return "none";
+        }
+        if (all[0][0] != 0x88) {
+            return "routed";
+        }
+        std::string way = "along the LSP with";
+        for (std::size_t at = 2;; at += 4) {
+            const auto entry = Lumo::MplsLabelEntry::load(all[0].data() + at);
+            way += " " + std::to_string(entry.label().value());
+            if (entry.bos()) {
+                return way;
+            }
+        }
+    }
+    static Bytes packet(const std::string& source, const std::string& destination,
+                        std::uint8_t ttl = 64) {
+        Ipv4 header;
+        header.source = address(source);
+        header.destination = address(destination);
+        header.ttl = ttl;
+        return ipv4(header, udp());
+    }
+    static Bytes packet6(const std::string& source, const std::string& destination,
+                         std::uint8_t hopLimit = 64) {
+        Bytes bytes = ipv6({.hopLimit = hopLimit}, udp());
+        std::copy_n(Lumo::IpGenAddr::fromText(source).bytes().begin(), 16, bytes.begin() + 8);
+        std::copy_n(Lumo::IpGenAddr::fromText(destination).bytes().begin(), 16, bytes.begin() + 24);
+        return bytes;
+    }
+    static std::uint32_t address(const std::string& text) {
+        return Lumo::NetU32::load(Lumo::IpGenAddr::fromText(text).bytes().data()).value();
+    }
+
+    class Nowhere : public TransmitPort {
+      public:
+        void transmit(const Frame&) override {}
+    };
+
+    const AgentConfig config = parseConfig(R"(
+ports:
+  - {name: core, mac: "02:00:00:00:00:01", addresses: [10.0.1.1/24, 10.0.9.1/31, "fe80::1/64", "2001:db8::1/64"]}
+  - {name: customer, mac: "02:00:00:00:00:02", vrf: red, addresses: [192.168.1.1/24]}
+)",
+                                           "test.yaml");
+    ForwardingTables forwarding{config};
+    TestSupport::LocalTables tables;
+    Nowhere cpu;
+    CpuAnswers answers{cpu, config, forwarding, tables.published};
+};
+
+} // namespace
+
+TEST_F(CpuAnswersTest, AnAnswerIsRoutedWhereTheSourceIsRoutable) {
+    const Bytes near = packet("10.0.1.9", "10.9.0.1");
+    EXPECT_EQ(wayTo(core, labelled({{100, 0, 1}}, near)), "routed");
+    const Bytes far = packet("172.16.0.1", "10.9.0.1");
+    EXPECT_EQ(wayTo(core, labelled({{100, 0, 1}}, far)), "along the LSP with 100");
+}
+
+TEST_F(CpuAnswersTest, TheAddressesOfAVpnAreNotThoseThatAreRoutedHere) {
+    const Bytes near = packet("10.0.1.9", "10.9.0.1");
+    EXPECT_EQ(wayTo(core, labelled({{100, 0, 1}, {500, 0, 64}}, near)),
+              "along the LSP with 100 500");
+    EXPECT_EQ(wayTo(core, labelled({{500, 0, 1}}, near)), "along the LSP with 500");
+}
+
+TEST_F(CpuAnswersTest, AnIpPacketIsAnsweredInTheVrfOfItsPort) {
+    const auto ofVpn = join({eth(ethIpv4), packet("192.168.1.9", "192.168.2.1", 1)});
+    EXPECT_EQ(wayTo(customer, ofVpn), "routed");
+    EXPECT_EQ(wayTo(core, ofVpn), "none");
+}
+
+TEST_F(CpuAnswersTest, WhatIsForThisDeviceIsNotSpentInItsVrfAlone) {
+    const auto frameTo = [](const std::string& destination) {
+        return join({eth(ethIpv4), packet("192.168.1.9", destination, 1)});
+    };
+    EXPECT_EQ(wayTo(customer, frameTo("192.168.1.1")), "none");
+    EXPECT_EQ(wayTo(customer, frameTo("10.0.1.1")), "routed"); // nobody's, in that VRF
+}
+
+TEST_F(CpuAnswersTest, AnAnswerHasTheTagsOfItsFrame) {
+    const auto answerTo = [&](const Bytes& frame) {
+        const std::vector<Bytes> all = answersTo(core, frame);
+        return all.size() == 1 && all[0].size() > 14 ? hex(cut(all[0], 14)) : "";
+    };
+    const Bytes near = packet("10.0.1.9", "10.9.0.1");
+    const Bytes far = packet("172.16.0.1", "10.9.0.1");
+    const auto taggedOnce = [](const Bytes& of) {
+        return join({eth(ethVlan), tag(7, ethMpls), stack({{100, 0, 1}}), of});
+    };
+    EXPECT_EQ(answerTo(taggedOnce(near)).substr(0, 14), "81000007080045");
+    EXPECT_EQ(answerTo(taggedOnce(far)).substr(0, 20), "810000078847000641ff");
+    EXPECT_EQ(answerTo(tagged({{100, 0, 1}}, near)).substr(0, 22), "88a800058100e00a080045");
+    EXPECT_EQ(answerTo(tagged({{100, 0, 1}}, far)), "88a800058100e00a8847000641ff");
+    EXPECT_EQ(answerTo(labelled({{100, 0, 1}}, near)).substr(0, 6), "080045");
+}
+
+TEST_F(CpuAnswersTest, AnswersAreCountedSentOrSuppressed) {
+    using Counts = std::vector<std::pair<std::string, std::uint64_t>>;
+    EXPECT_EQ(answers.counts(), Counts());
+    const Bytes near = labelled({{100, 0, 1}}, packet("10.0.1.9", "10.9.0.1"));
+    answersTo(core, near);
+    EXPECT_EQ(answers.counts(), (Counts{{"time exceeded: sent", 1}}));
+    const Bytes big = labelled({{100, 0, 9}}, ipv6({}, udp(1, 2, counting(1600))));
+    answers.tooBig({core, {}, big, static_cast<std::uint32_t>(big.size())}, big, 1500);
+    answersTo(core, labelled({{100, 0, 1}}, packet("10.0.1.9", "224.0.0.5"))); // never answered
+    EXPECT_EQ(answers.counts(), (Counts{{"time exceeded: sent", 1}, {"too big: sent", 1}}));
+    std::size_t sent = 1;
+    for (int i = 0; i < 1000; ++i) {
+        sent += answersTo(core, near).size();
+    }
+    EXPECT_LT(sent, 1001U);
+    EXPECT_EQ(answers.counts(), (Counts{{"time exceeded: sent", sent},
+                                        {"time exceeded: suppressed", 1001 - sent},
+                                        {"too big: sent", 1}}));
+}
+
+TEST_F(CpuAnswersTest, NoErrorIsToldOfASubnetsBroadcast) {
+    const auto way = [&](PortIndex port, const char* source, const char* destination) {
+        return wayTo(port, labelled({{100, 0, 1}}, packet(source, destination)));
+    };
+    EXPECT_EQ(way(core, "10.0.1.9", "10.0.1.255"), "none");
+    EXPECT_EQ(way(core, "10.0.1.255", "10.0.2.1"), "none");
+    EXPECT_EQ(way(core, "10.0.1.9", "10.0.1.254"), "routed");
+    EXPECT_EQ(way(core, "10.0.1.9", "10.0.9.1"), "routed"); // of two routers, with no broadcast
+    EXPECT_EQ(way(core, "10.0.1.9", "192.168.1.255"), "routed"); // a broadcast in another VRF
+    EXPECT_EQ(way(customer, "192.168.1.9", "192.168.1.255"), "none");
+}
+
+TEST_F(CpuAnswersTest, WhatIsToldALinkLocalSourceStaysOnTheLink) {
+    const Bytes near = packet6("fe80::9", "2001:db8:5::1", 1);
+    EXPECT_EQ(wayTo(core, join({eth(ethIpv6), near})), "routed");
+    EXPECT_EQ(wayTo(core, labelled({{100, 0, 1}}, near)), "none");
+    const Bytes global = packet6("2001:db8::9", "2001:db8:5::1", 1);
+    EXPECT_EQ(wayTo(core, labelled({{100, 0, 1}}, global)), "routed");
+    const Bytes ofIpv4 = packet("169.254.1.1", "10.9.0.1");
+    EXPECT_EQ(wayTo(core, labelled({{100, 0, 1}}, ofIpv4)), "none");
+}

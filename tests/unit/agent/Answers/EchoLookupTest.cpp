@@ -1,0 +1,130 @@
+#include "Answers/EchoLookup.h"
+
+#include "Config/Config.h"
+#include "EchoTesting.h"
+#include "LocalTables.h"
+#include "Published/TransitRoutes.h"
+
+using namespace OvixAgent;
+using namespace OvixAgent::Testing;
+using namespace TestSupport::Wire;
+
+namespace {
+
+constexpr std::uint16_t validateFecs = 1;
+
+class EchoLookupTest : public testing::Test {
+  protected:
+    EchoLookupTest() {
+        viasAre(100, {swapTo(300, "core", "10.0.2.2")});
+        viasAre(101, {popTo("core", "10.0.2.2")});
+        viasAre(102, {swapTo(300, "edge", "10.0.2.2"), swapTo(302, "core", "10.0.2.2")});
+        tables.commit();
+    }
+
+    void viasAre(std::uint32_t label, const std::vector<Mpls::WeightedVia>& vias) {
+        Mpls::transitRouteIs(tables.publisher, Mpls::RouteKey::fromLabel(Lumo::MplsLabel(label)),
+                             vias);
+    }
+    static Mpls::WeightedVia popTo(const char* intf, const char* nexthop) {
+        Mpls::WeightedVia via;
+        via.via.intfId = Lumo::IntfId(intf);
+        via.via.nexthop = Lumo::IpGenAddr::fromText(nexthop);
+        via.via.labelAction = static_cast<std::uint32_t>(Lumo::MplsLabelAction::pop);
+        return via;
+    }
+    static Mpls::WeightedVia swapTo(std::uint16_t label, const char* intf, const char* nexthop) {
+        Mpls::WeightedVia via = popTo(intf, nexthop);
+        via.via.labelAction = static_cast<std::uint32_t>(Lumo::MplsLabelAction::swap);
+        EXPECT_TRUE(via.via.labelsIs(join({{0}, u16(label)})));
+        return via;
+    }
+
+    /// Return code and subcode to a request with this FEC stack.
+    std::string codesFor(const std::vector<Entry>& labels, const Bytes& tlvs,
+                         std::uint16_t flags = validateFecs) {
+        const Bytes frame = labelled(labels, echo4(message({.flags = flags, .tlvs = tlvs})));
+        return codes(lspEchoReply(read(frame), at, lookup.tables(), own));
+    }
+    static Bytes ldp(std::uint8_t second, std::uint8_t length = 16) {
+        return tlv(1, {10, second, 0, 0, length});
+    }
+
+    const AgentConfig config = parseConfig(R"(
+ports:
+  - {name: core, mac: "02:00:00:00:00:01", addresses: [10.0.2.1/24]}
+  - {name: edge, mac: "02:00:00:00:00:02", addresses: [10.0.3.1/24]}
+routes:
+  - {prefix: 10.5.0.0/16, drop: true}
+  - {prefix: 10.6.0.0/16, vias: [{interface: core, nexthop: 10.0.2.2}]}
+  - {prefix: 10.7.0.0/16, vias: [{interface: core, nexthop: 10.0.2.2, labels: [301]}]}
+  - {prefix: 10.8.0.0/16, vias: [{interface: core, nexthop: 10.0.2.2, labels: [300]}]}
+  - {prefix: 10.9.0.0/16, vias: [{interface: core, nexthop: 10.0.2.3, labels: [300]}]}
+  - {prefix: 10.10.0.0/16, vias: [{interface: core, nexthop: 10.0.2.2, labels: [300, 301]}]}
+  - prefix: 10.11.0.0/16
+    vias:
+      - {interface: edge, nexthop: 10.0.3.2, labels: [999]}
+      - {interface: core, nexthop: 10.0.2.2, labels: [302]}
+)",
+                                           "test.yaml");
+    ForwardingTables forwarding{config};
+    TestSupport::LocalTables tables;
+    EchoLookup lookup{forwarding, tables.published};
+};
+
+} // namespace
+
+TEST_F(EchoLookupTest, ALabelIsItsFecsThatGoesTheSameWay) {
+    const struct {
+        const char* what;
+        std::uint32_t label;
+        Bytes fec;
+        const char* codes;
+    } cases[]{
+        {"the same next hop and label", 100, ldp(8), "8/1"},
+        {"another label", 100, ldp(7), "10/1"},
+        {"another next hop", 100, ldp(9), "10/1"},
+        {"a label more", 100, ldp(10), "10/1"},
+        {"no label", 100, ldp(6), "10/1"},
+        {"dropped", 100, ldp(5), "10/1"},
+        {"popped, and none pushed", 101, ldp(6), "8/1"},
+        {"popped, and one pushed", 101, ldp(8), "10/1"},
+        {"one of several ways", 102, ldp(11), "8/1"},
+        {"another interface", 102, ldp(8), "10/1"},
+        {"no route", 100, ldp(250), "4/1"},
+        {"a longer prefix", 100, ldp(8, 24), "4/1"},
+        {"a shorter prefix", 100, ldp(8, 15), "4/1"},
+        {"an own address", 100, tlv(1, {10, 0, 2, 1, 32}), "10/1"},
+        {"a prefix of IPv6", 100, ldp6, "4/1"},
+        {"no FEC of a label", 100, nilFec, "10/1"},
+    };
+    for (const auto& given : cases) {
+        EXPECT_EQ(codesFor({{given.label, 0, 1}}, fecStack({given.fec})), given.codes)
+            << given.what;
+    }
+}
+
+TEST_F(EchoLookupTest, TheFecIsNotLookedAtUnlessThatIsAskedFor) {
+    EXPECT_EQ(codesFor({{100, 0, 1}}, fecStack({ldp(250)}), 0), "8/1");
+    EXPECT_EQ(codesFor({{100, 0, 1}}, fecStack({ldp(7)}), 0), "8/1");
+}
+
+TEST_F(EchoLookupTest, EachLabelHasTheFecOfItsDepth) {
+    EXPECT_EQ(codesFor({{100, 0, 1}, {55}}, fecStack({ldp(8), ldp(250)})), "8/2");
+    EXPECT_EQ(codesFor({{100, 0, 1}, {55}}, fecStack({ldp(250), ldp(8)})), "4/2");
+    EXPECT_EQ(codesFor({{100, 0, 1}, {55}}, fecStack({ldp(250)})), "8/2"); // of no label on top
+    EXPECT_EQ(codesFor({{1, 0, 1}, {100}}, fecStack({nilFec, ldp(7)})), "10/1");
+}
+
+TEST_F(EchoLookupTest, DownstreamsAreToldOfAFecThatIsRight) {
+    const Bytes mapping = tlv(20, {5, 220, 1, 0, 224, 0, 0, 2, 224, 0, 0, 2, 0, 0, 0, 0});
+    EXPECT_EQ(codesFor({{100, 0, 1}}, join({fecStack({ldp(8)}), mapping})), "14/0");
+    EXPECT_EQ(codesFor({{100, 0, 1}}, join({fecStack({ldp(7)}), mapping})), "10/1");
+}
+
+TEST_F(EchoLookupTest, WhereThereIsNoIpRouteNoFecHasAMapping) {
+    AgentConfig subnetsOnly = config;
+    subnetsOnly.routes.clear();
+    forwarding.configure(subnetsOnly);
+    EXPECT_EQ(codesFor({{100, 0, 1}}, fecStack({ldp(8)})), "4/1");
+}

@@ -1,0 +1,83 @@
+#include "Live/links/LinkTable.h"
+
+#include <gtest/gtest.h>
+#include <string>
+
+namespace {
+
+using OvixAgent::IpAddress;
+using OvixAgent::LinkEvents;
+using OvixAgent::LinkState;
+using OvixAgent::LinkTable;
+using OvixAgent::NeighbourState;
+
+LinkState linkOf(std::uint32_t index, const std::string& name, std::uint32_t mtu = 1500) {
+    return {index, name, {}, mtu, true, true};
+}
+
+NeighbourState neighbourOf(std::uint32_t link, std::uint8_t host) {
+    return {link, {IpAddress::Family::ipv4, {192, 0, 2, host}}, {}, NeighbourState::Reach::asked};
+}
+
+class LinkTableTest : public testing::Test {
+  protected:
+    LinkEvents events() {
+        LinkEvents all;
+        all.linkIs = [this](const LinkState& link) { told += "+" + link.name; };
+        all.linkDel = [this](const LinkState& link) {
+            told += "-" + link.name;
+            EXPECT_EQ(table.link(link.index), nullptr);
+        };
+        all.neighbourIs = [this](const NeighbourState& it) { told += "+" + host(it); };
+        all.neighbourDel = [this](const NeighbourState& it) { told += "-" + host(it); };
+        return all;
+    }
+    static std::string host(const NeighbourState& neighbour) {
+        return std::to_string(neighbour.address.bytes[3]);
+    }
+
+    std::string told;
+    LinkTable table{events()};
+};
+
+} // namespace
+
+TEST_F(LinkTableTest, EqualValuesAreToldOnce) {
+    table.linkIs(linkOf(1, "a"));
+    table.linkIs(linkOf(1, "a"));
+    table.neighbourIs(neighbourOf(1, 5));
+    table.neighbourIs(neighbourOf(1, 5));
+    EXPECT_EQ(told, "+a+5");
+    table.linkIs(linkOf(1, "a", 9000));
+    EXPECT_EQ(told, "+a+5+a");
+    EXPECT_EQ(table.link(1)->mtu, 9000U);
+}
+
+TEST_F(LinkTableTest, WhatIsNotThereIsNotDeleted) {
+    table.linkDel(1);
+    table.neighbourDel(neighbourOf(1, 5));
+    EXPECT_EQ(told, "");
+}
+
+TEST_F(LinkTableTest, WhatIsNotConfirmedIsDeletedNeighboursFirst) {
+    table.linkIs(linkOf(1, "a"));
+    table.linkIs(linkOf(2, "b"));
+    table.neighbourIs(neighbourOf(1, 5));
+    table.neighbourIs(neighbourOf(2, 6));
+    told.clear();
+    table.startConfirming();
+    table.linkIs(linkOf(1, "a"));
+    table.neighbourIs(neighbourOf(1, 5));
+    table.delUnconfirmed();
+    EXPECT_EQ(told, "-6-b");
+    table.delUnconfirmed();
+    EXPECT_EQ(told, "-6-b");
+}
+
+TEST_F(LinkTableTest, WhatComesWhileConfirmingStays) {
+    table.startConfirming();
+    table.linkIs(linkOf(3, "c"));
+    table.delUnconfirmed();
+    EXPECT_EQ(told, "+c");
+    EXPECT_NE(table.link("c"), nullptr);
+}

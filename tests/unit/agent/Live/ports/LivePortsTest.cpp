@@ -1,0 +1,75 @@
+#include "Live/ports/LivePorts.h"
+
+#include <thread>
+
+#include "Config/Config.h"
+#include "LiveTesting.h"
+#include "Refusal.h"
+#include "State/ForwardingTables.h"
+
+namespace {
+
+using namespace OvixAgent;
+using TestSupport::ip;
+using Lines = std::vector<std::string>;
+
+class LivePortsTest : public TestSupport::OwnNetwork {
+  protected:
+    void open(const std::string& text) {
+        config = parseConfig(text, "test.yaml");
+        tables.emplace(config);
+        ports.emplace(config, tables->ports);
+    }
+
+    AgentConfig config;
+    std::optional<ForwardingTables> tables;
+    std::optional<LivePorts> ports;
+};
+
+TEST_F(LivePortsTest, APortThatIsNotThereIsToldOfOnceAndAgainWhenItIs) {
+    open("ports: [{name: left, kind: packet}, {name: later, kind: packet}]");
+    ports->mustBeUsable();
+    const Lines missing{"later: finding the interface: No such device"};
+    EXPECT_EQ(ports->problems(), missing);
+    EXPECT_EQ(ports->news(), missing);
+    EXPECT_EQ(ports->news(), Lines());
+    ip("link add later type veth peer name other");
+    ports->reopen();
+    EXPECT_EQ(ports->news(), Lines{"later: open"});
+    EXPECT_EQ(ports->problems(), Lines());
+}
+
+TEST_F(LivePortsTest, ARunThatWaitsForItsOnlyInterfaceIsPossible) {
+    open("ports: [{name: later, kind: packet}]");
+    EXPECT_EQ(TestSupport::refusal([&] { ports->mustBeUsable(); }), "");
+}
+
+TEST_F(LivePortsTest, ARunWithoutAPortThatCanBeUsedIsNot) {
+    ip("link set left mtu 9000");
+    open("ports: [{name: left, kind: xdp}]");
+    const std::string said = TestSupport::refusal([&] { ports->mustBeUsable(); });
+    EXPECT_EQ(said.find("no port can be used: left: an MTU of 9000 is more than "), 0U) << said;
+}
+
+TEST_F(LivePortsTest, ATapDeviceTowardTheCpuThatIsNoneIsAProblem) {
+    open("{ports: [{name: left, kind: packet}], cpu: {tap: right}}");
+    ASSERT_EQ(ports->problems().size(), 1U);
+    EXPECT_EQ(ports->problems()[0].find("right: "), 0U) << ports->problems()[0];
+    EXPECT_EQ(ports->news(), ports->problems());
+}
+
+TEST_F(LivePortsTest, WhatHasComeInIsReceivedWhenTheIntakeIsStopped) {
+    using namespace LiveTesting;
+    open("ports: [{name: left, kind: packet}, {name: right, kind: packet}]");
+    LivePort& left = ports->port(0);
+    LivePort& right = ports->port(1);
+    const Bytes before = toRight({0x8847}, 1);
+    send(left, before);
+    right.stopIntake();
+    send(left, toRight({0x8847}, 2));
+    EXPECT_EQ(receiveUpTo(right, before), std::vector<Bytes>{before});
+    std::this_thread::sleep_for(std::chrono::milliseconds(10)); // longer than a block is kept back
+    EXPECT_EQ(right.receive([](const Frame&) {}, 10), 0U);
+}
+
+} // namespace

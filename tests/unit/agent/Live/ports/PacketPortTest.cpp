@@ -1,0 +1,179 @@
+#include "Live/ports/PacketPort.h"
+
+#include <gtest/gtest.h>
+
+#include "FrameBytes.h"
+#include "LiveTesting.h"
+
+namespace {
+
+using namespace LiveTesting;
+using namespace TestSupport::Wire;
+using OvixAgent::Frame;
+using OvixAgent::LiveEvent;
+using OvixAgent::PacketIntake;
+using OvixAgent::PacketPort;
+using TestSupport::ip;
+
+class PacketPortTest : public TestSupport::OwnNetwork {};
+
+/// Sends all of them to the right, and a labelled one behind them; what came before that one.
+std::vector<Bytes> passed(PacketIntake intake, const std::vector<Bytes>& sent) {
+    PacketPort left(0, "left", PacketIntake::labelled);
+    PacketPort right(1, "right", intake);
+    const Bytes last = toRight({ethMpls}, 0xfffffff0);
+    for (const Bytes& frame : sent) {
+        transmit(left, frame);
+    }
+    send(left, last);
+    std::vector<Bytes> received = receiveUpTo(right, last);
+    EXPECT_FALSE(received.empty()) << left.problem() << right.problem();
+    if (!received.empty()) {
+        received.pop_back();
+    }
+    return received;
+}
+
+const std::vector<Bytes> labelled{
+    toRight({ethMpls}, 1),
+    toRight({ethMplsUpstream}, 2),
+    toRight({ethVlan, 5, ethMpls}, 3),
+    toRight({ethVlan, 0xefff, ethMpls}, 4),
+    toRight({ethVlan, 0xe000, ethMplsUpstream}, 5),
+    toRight({ethServiceVlan, 7, ethMpls}, 6),
+    toRight({ethServiceVlan, 7, ethVlan, 9, ethMpls}, 7),
+    toRight({ethMpls}, 8, 1500),
+    toRight({ethVlan, 5, ethMpls}, 9, 1500),
+};
+
+const std::vector<Bytes> ipFrames{
+    toRight({ethIpv4}, 20),
+    toRight({ethIpv6}, 21),
+    toRight({ethVlan, 5, ethIpv4}, 22),
+    toRight({ethVlan, 5, ethIpv6}, 23),
+};
+
+const std::vector<Bytes> othersFrames{
+    frameOf(leftStation, otherStation, {ethMpls}, 30),
+    frameOf(leftStation, otherStation, {ethIpv4}, 31),
+    toRight({0x0806}, 32),
+    toRight({ethVlan, 5, 0x0806}, 33),
+    toRight({0x88cc}, 34),
+};
+
+std::vector<Bytes> joined(std::initializer_list<std::vector<Bytes>> lists) {
+    std::vector<Bytes> all;
+    for (const auto& list : lists) {
+        all.insert(all.end(), list.begin(), list.end());
+    }
+    return all;
+}
+
+} // namespace
+
+TEST_F(PacketPortTest, LabelledFramesArriveWholeWithTheirTags) {
+    EXPECT_EQ(passed(PacketIntake::labelled, labelled), labelled);
+}
+
+TEST_F(PacketPortTest, APortOfLabelledFramesTakesNothingElse) {
+    EXPECT_EQ(passed(PacketIntake::labelled, joined({ipFrames, othersFrames, labelled})), labelled);
+}
+
+TEST_F(PacketPortTest, APortThatRoutesIpTakesWhatIsAddressedToItsMac) {
+    const auto all = joined({labelled, ipFrames});
+    EXPECT_EQ(passed(PacketIntake::labelledAndIp, joined({labelled, ipFrames, othersFrames})), all);
+}
+
+TEST_F(PacketPortTest, AnAttachmentCircuitTakesEverything) {
+    const auto all = joined({labelled, ipFrames, othersFrames});
+    EXPECT_EQ(passed(PacketIntake::everything, all), all);
+}
+
+TEST_F(PacketPortTest, WhatTheHostItselfSendsDoesNotComeBack) {
+    PacketPort left(0, "left", PacketIntake::everything);
+    PacketPort other(0, "left", PacketIntake::everything);
+    PacketPort right(1, "right", PacketIntake::everything);
+    send(left, toRight({ethMpls}, 1));
+    send(other, toRight({ethMpls}, 2));
+    ASSERT_EQ(receiveUpTo(right, toRight({ethMpls}, 2)).size(), 2U);
+    send(right, toLeft({ethMpls}, 3));
+    EXPECT_EQ(receiveUpTo(left, toLeft({ethMpls}, 3)), std::vector<Bytes>{toLeft({ethMpls}, 3)});
+}
+
+TEST_F(PacketPortTest, FramesCarryThePortTheTimeAndTheLength) {
+    PacketPort left(0, "left", PacketIntake::labelled);
+    PacketPort right(7, "right", PacketIntake::labelled);
+    timespec before{};
+    clock_gettime(CLOCK_REALTIME, &before);
+    send(left, toRight({ethVlan, 5, ethMpls}));
+    bool isSeen = false;
+    const auto look = [&](const Frame& frame) {
+        isSeen = true;
+        EXPECT_EQ(frame.port, 7U);
+        EXPECT_EQ(frame.originalLength, frame.bytes.size());
+        EXPECT_GE(frame.time.seconds, before.tv_sec);
+        EXPECT_LE(frame.time.seconds, before.tv_sec + 20);
+        EXPECT_LT(frame.time.nanoseconds, 1'000'000'000U);
+    };
+    EXPECT_TRUE(TestSupport::pollUntil([&] { return right.descriptor(); },
+                                       [&] { right.receive(look, 1); }, [&] { return isSeen; }));
+}
+
+TEST_F(PacketPortTest, ThousandsOfFramesArriveInOrderWithinTheBudget) {
+    constexpr std::uint32_t count = 5000;
+    PacketPort left(0, "left", PacketIntake::labelled);
+    PacketPort right(1, "right", PacketIntake::labelled);
+    for (std::uint32_t i = 0; i < count; ++i) {
+        transmit(left, toRight({ethMpls}, i));
+    }
+    left.flush();
+    EXPECT_EQ(left.counts().of(LiveEvent::sent), count);
+    std::uint32_t next = 0;
+    const auto look = [&next](const Frame& frame) {
+        const Bytes bytes(frame.bytes.begin(), frame.bytes.end());
+        EXPECT_EQ(bytes, toRight({ethMpls}, next));
+        ++next;
+    };
+    EXPECT_TRUE(TestSupport::pollUntil([&] { return right.descriptor(); },
+                                       [&] { EXPECT_LE(right.receive(look, 7), 7U); },
+                                       [&] { return next == count; }));
+    EXPECT_EQ(right.counts().of(LiveEvent::received), count);
+    EXPECT_EQ(right.counts().of(LiveEvent::ringFull), 0U);
+}
+
+TEST_F(PacketPortTest, WhatFindsNoRoomInTheRingIsCounted) {
+    constexpr std::uint64_t count = 30000;
+    PacketPort left(0, "left", PacketIntake::labelled);
+    PacketPort right(1, "right", PacketIntake::labelled);
+    const Bytes frame = toRight({ethMpls}, 0, 1400);
+    for (std::uint64_t i = 0; i < count; ++i) {
+        transmit(left, frame);
+    }
+    left.flush();
+    ASSERT_EQ(left.counts().of(LiveEvent::sent), count);
+    const auto dropped = right.counts().of(LiveEvent::ringFull);
+    EXPECT_GT(dropped, 0U);
+    std::uint64_t received = 0;
+    EXPECT_TRUE(TestSupport::pollUntil([&] { return right.descriptor(); },
+                                       [&] { right.receive([&](auto&) { ++received; }, 500); },
+                                       [&] { return received + dropped == count; }));
+}
+
+TEST_F(PacketPortTest, AFrameLongerThanTheMtuIsCountedAndTheNextOneSent) {
+    PacketPort left(0, "left", PacketIntake::labelled);
+    PacketPort right(1, "right", PacketIntake::labelled);
+    transmit(left, toRight({ethMpls}, 1, 1501));
+    send(left, toRight({ethMpls}, 2, 1500));
+    const Bytes second = toRight({ethMpls}, 2, 1500);
+    EXPECT_EQ(receiveUpTo(right, second), std::vector<Bytes>{second});
+    EXPECT_EQ(left.counts().of(LiveEvent::tooLong), 1U);
+    EXPECT_EQ(left.counts().of(LiveEvent::sent), 1U);
+}
+
+TEST_F(PacketPortTest, AJumboFrameFitsTheRingOfAJumboInterface) {
+    ip("link set left mtu 65535");
+    ip("link set right mtu 65535");
+    const std::vector<Bytes> frames{toRight({ethMpls}, 1, 9000),
+                                    toRight({ethVlan, 5, ethMpls}, 2, 65535)};
+    EXPECT_EQ(passed(PacketIntake::labelled, frames), frames);
+}

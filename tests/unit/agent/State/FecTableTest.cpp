@@ -1,0 +1,79 @@
+#include "State/FecTable.h"
+
+#include "ForwarderTesting.h"
+#include "Tessel/Fib/FecId.h"
+
+using namespace OvixAgent;
+using namespace OvixAgent::Testing;
+using Tessel::Fib::FecId;
+
+namespace {
+
+Lumo::IntfId intfOf(std::uint64_t fec) {
+    return FecId::fecIdToHierarchicalIntfId(FecId(fec));
+}
+
+FecViaConfig viaTo(PortIndex port, std::uint8_t lastByte, std::uint32_t weight) {
+    FecViaConfig via{port, {}, weight};
+    via.nexthop.bytes = {10, 0, 2, lastByte};
+    return via;
+}
+
+class FecEgress : public ForwarderFixture {
+  protected:
+    FecEgress() {
+        tables.fecs =
+            FecTable({{42, {viaTo(east, 2, 1), viaTo(plain, 9, 0)}}, {43, {viaTo(east, 9, 1)}}});
+    }
+    static Ptr<Ovix::RoutingNexthop> toFec(std::uint64_t fec) {
+        return withRewrite(Tessel::make<Ovix::RoutingNexthop>(intfOf(fec)), swapInfo(300));
+    }
+};
+
+} // namespace
+
+TEST(FecTable, FlowsAreSharedByWeight) {
+    const FecTable table({{7, {viaTo(0, 1, 1)}},
+                          {42, {viaTo(1, 2, 1), viaTo(2, 3, 0), viaTo(3, 4, 3), viaTo(4, 5, 2)}}});
+    const PortIndex owners[]{1, 3, 3, 3, 4, 4};
+    for (std::uint32_t hash = 0; hash < 60; ++hash) {
+        const FecTable::Nexthop* nexthop = table.choose(intfOf(42), hash);
+        ASSERT_NE(nexthop, nullptr);
+        EXPECT_EQ(nexthop->port, owners[hash % 6]) << hash;
+        EXPECT_EQ(nexthop->address.text(), "10.0.2." + std::to_string(nexthop->port + 1));
+    }
+    EXPECT_EQ(table.choose(intfOf(7), 0xffffffff)->port, 0U);
+}
+
+TEST(FecTable, TheLargestWeightsAddUp) {
+    const FecTable table({{1, {viaTo(0, 1, 0xfffffffe), viaTo(1, 2, 1)}}});
+    EXPECT_EQ(table.choose(intfOf(1), 0xfffffffd)->port, 0U);
+    EXPECT_EQ(table.choose(intfOf(1), 0xfffffffe)->port, 1U);
+    EXPECT_EQ(table.choose(intfOf(1), 0xffffffff)->port, 0U);
+}
+
+TEST(FecTable, OtherInterfacesStandForNoFec) {
+    const FecTable table({{42, {viaTo(0, 1, 1)}}});
+    for (const Lumo::IntfId other :
+         {intfOf(41), Lumo::IntfId(), Lumo::IntfId("east"), Lumo::VlanIntfId::vlanIdToIntfId(42)}) {
+        EXPECT_EQ(table.choose(other, 0), nullptr);
+    }
+    EXPECT_EQ(FecTable({}).choose(intfOf(42), 0), nullptr);
+}
+
+TEST_F(FecEgress, LeadsToAMemberOfTheFec) {
+    receive(labelled(), always(toFec(42)));
+    EXPECT_EQ(out[east].frames,
+              Frames{join({eastHeader(ethMpls), stack({{300, 0, 63}}), packet()})});
+    EXPECT_TRUE(out[plain].frames.empty());
+}
+
+TEST_F(FecEgress, AMemberThatIsNoNeighbourIsAReasonToDrop) {
+    receive(labelled(), always(toFec(43)));
+    EXPECT_EQ(dropped(), (ReasonCounts{{"No neighbour for the next hop", 1}}));
+}
+
+TEST_F(FecEgress, AnUnknownFecIsAReasonToDrop) {
+    receive(labelled(), always(toFec(44)));
+    EXPECT_EQ(dropped(), (ReasonCounts{{"No FEC for the egress interface", 1}}));
+}

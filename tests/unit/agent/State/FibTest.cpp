@@ -1,0 +1,188 @@
+#include "State/Fib.h"
+
+#include <gtest/gtest.h>
+#include <optional>
+#include <random>
+
+#include "Config/ConfigAddress.h"
+#include "State/Neighbours.h"
+
+using namespace OvixAgent;
+
+namespace {
+
+using Family = IpAddress::Family;
+
+IpAddress address(Family family, const std::vector<std::uint8_t>& bytes) {
+    IpAddress made;
+    made.family = family;
+    std::copy(bytes.begin(), bytes.end(), made.bytes.begin());
+    return made;
+}
+
+Lumo::IpGenAddr text(const std::string& written) {
+    return Lumo::IpGenAddr::fromText(written);
+}
+
+IpPrefix prefix(Family family, const std::vector<std::uint8_t>& bytes, std::uint8_t length) {
+    return prefixOf(address(family, bytes), length);
+}
+
+/// A route that can be told from others by the port of its via.
+IpRoute routeTo(PortIndex port) {
+    IpRouteVia via;
+    via.port = port;
+    return IpRoute::forward({via});
+}
+
+/// What the FIB answers: the port of the route, or nothing.
+std::optional<PortIndex> portFor(const Fib& fib, const Lumo::IpGenAddr& destination) {
+    const IpRoute* found = fib.find(destination);
+    return found != nullptr ? std::optional(found->vias().front().port) : std::nullopt;
+}
+
+/// Asks every prefix: slow and plainly right.
+class Reference {
+  public:
+    bool insert(const IpPrefix& wanted, PortIndex port) {
+        for (const auto& [known, ignored] : prefixes_) {
+            if (known == wanted) {
+                return false;
+            }
+        }
+        prefixes_.emplace_back(wanted, port);
+        return true;
+    }
+    std::optional<PortIndex> portFor(const Lumo::IpGenAddr& destination) const {
+        std::optional<PortIndex> best;
+        int longest = -1;
+        for (const auto& [known, port] : prefixes_) {
+            const Lumo::IpGenPrefix matcher(toIpGenAddr(known.address), known.length);
+            if (known.length > longest && matcher.contains(destination)) {
+                best = port;
+                longest = known.length;
+            }
+        }
+        return best;
+    }
+
+  private:
+    std::vector<std::pair<IpPrefix, PortIndex>> prefixes_;
+};
+
+/// Addresses of few distinct bits, so that prefixes nest and random destinations hit them.
+IpAddress randomAddress(std::mt19937& random, Family family) {
+    IpAddress made;
+    made.family = family;
+    const std::size_t size = family == Family::ipv4 ? 4 : 16;
+    for (std::size_t i = 0; i < size; ++i) {
+        made.bytes[i] =
+            static_cast<std::uint8_t>(random() % 4 == 0 ? random() : random() % 2 * 255);
+    }
+    return made;
+}
+
+} // namespace
+
+TEST(Fib, FindsWhatAskingEveryPrefixFinds) {
+    for (const Family family : {Family::ipv4, Family::ipv6}) {
+        std::mt19937 random(7);
+        Fib fib;
+        Reference reference;
+        const unsigned longest = family == Family::ipv4 ? 32 : 128;
+        for (PortIndex i = 0; i < 2000; ++i) {
+            const auto length = static_cast<std::uint8_t>(random() % (longest + 1));
+            const IpPrefix made = prefixOf(randomAddress(random, family), length);
+            ASSERT_EQ(fib.insert(made, routeTo(i)), reference.insert(made, i));
+        }
+        std::size_t hits = 0;
+        for (int i = 0; i < 5000; ++i) {
+            const Lumo::IpGenAddr destination = toIpGenAddr(randomAddress(random, family));
+            const auto expected = reference.portFor(destination);
+            ASSERT_EQ(portFor(fib, destination), expected) << destination.text();
+            hits += expected ? 1U : 0U;
+        }
+        EXPECT_GT(hits, 1000U);
+    }
+}
+
+TEST(Fib, TheLongestOfNestedPrefixesWinsDownToTheDefaultRoute) {
+    Fib fib;
+    EXPECT_EQ(portFor(fib, text("10.1.2.3")), std::nullopt);
+    EXPECT_TRUE(fib.insert(prefix(Family::ipv4, {}, 0), routeTo(0)));
+    EXPECT_TRUE(fib.insert(prefix(Family::ipv4, {10, 1}, 16), routeTo(16)));
+    EXPECT_TRUE(fib.insert(prefix(Family::ipv4, {10, 1, 2, 3}, 32), routeTo(32)));
+    EXPECT_TRUE(fib.insert(prefix(Family::ipv4, {10}, 8), routeTo(8)));
+    EXPECT_EQ(portFor(fib, text("10.1.2.3")), 32U);
+    EXPECT_EQ(portFor(fib, text("10.1.2.4")), 16U);
+    EXPECT_EQ(portFor(fib, text("10.2.2.3")), 8U);
+    EXPECT_EQ(portFor(fib, text("11.0.0.0")), 0U);
+    EXPECT_EQ(portFor(fib, text("255.255.255.255")), 0U);
+}
+
+TEST(Fib, AHostRouteMatchesItsAddressAlone) {
+    Fib fib;
+    fib.insert(prefix(Family::ipv6, {0x20, 1, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}, 128),
+               routeTo(128));
+    fib.insert(prefix(Family::ipv6, {0x20, 1, 0x0d, 0xb8}, 65), routeTo(65));
+    EXPECT_EQ(portFor(fib, text("2001:db8::1")), 128U);
+    EXPECT_EQ(portFor(fib, text("2001:db8::2")), 65U);
+    EXPECT_EQ(portFor(fib, text("2001:db8::8000:0:0:1")), std::nullopt);
+}
+
+TEST(Fib, TheFamiliesAreApartAndNoFamilyIsNowhere) {
+    Fib fib;
+    fib.insert(prefix(Family::ipv4, {}, 0), routeTo(4));
+    EXPECT_EQ(portFor(fib, text("::")), std::nullopt);
+    EXPECT_EQ(portFor(fib, {}), std::nullopt);
+    fib.insert(prefix(Family::ipv6, {}, 0), routeTo(6));
+    EXPECT_EQ(portFor(fib, text("::")), 6U);
+    EXPECT_EQ(portFor(fib, text("0.0.0.0")), 4U);
+}
+
+TEST(Fib, AnExactPrefixIsFoundAloneAmongNestedOnes) {
+    Fib fib;
+    EXPECT_EQ(fib.find(text("10.1.0.0"), 16), nullptr);
+    fib.insert(prefix(Family::ipv4, {}, 0), routeTo(0));
+    fib.insert(prefix(Family::ipv4, {10}, 8), routeTo(8));
+    fib.insert(prefix(Family::ipv4, {10, 1}, 16), routeTo(16));
+    fib.insert(prefix(Family::ipv6, {0x20, 1, 0x0d, 0xb8}, 32), routeTo(32));
+    const auto exact = [&](const char* address, unsigned length) -> std::optional<PortIndex> {
+        const IpRoute* found = fib.find(text(address), length);
+        return found != nullptr ? std::optional(found->vias().front().port) : std::nullopt;
+    };
+    EXPECT_EQ(exact("10.1.0.0", 16), 16U);
+    EXPECT_EQ(exact("10.0.0.0", 8), 8U);
+    EXPECT_EQ(exact("0.0.0.0", 0), 0U);
+    EXPECT_EQ(exact("2001:db8::", 32), 32U);
+    EXPECT_EQ(exact("10.2.0.0", 16), std::nullopt);
+    EXPECT_EQ(exact("10.1.0.0", 17), std::nullopt);
+    EXPECT_EQ(exact("10.0.0.0", 32), std::nullopt);
+    EXPECT_EQ(fib.find({}, 0), nullptr);
+}
+
+TEST(Fib, TheFirstRouteOfAPrefixStays) {
+    Fib fib;
+    EXPECT_TRUE(fib.insert(prefix(Family::ipv4, {10}, 8), routeTo(1)));
+    EXPECT_FALSE(fib.insert(prefix(Family::ipv4, {10}, 8), routeTo(2)));
+    EXPECT_TRUE(fib.insert(prefix(Family::ipv4, {10}, 9), routeTo(3)));
+    EXPECT_EQ(portFor(fib, text("10.200.0.1")), 1U);
+}
+
+TEST(IpRoute, FlowsAreSharedByWeightAndEachKeepsItsVia) {
+    IpRouteVia idle;
+    idle.weight = 0;
+    IpRouteVia one;
+    one.port = 1;
+    IpRouteVia three;
+    three.port = 2;
+    three.weight = 3;
+    const IpRoute route = IpRoute::forward({idle, one, three});
+    std::array<std::size_t, 3> shares{};
+    for (std::uint32_t hash = 0; hash < 400; ++hash) {
+        ++shares[route.choose(hash).port];
+        EXPECT_EQ(&route.choose(hash), &route.choose(hash));
+    }
+    EXPECT_EQ(shares, (std::array<std::size_t, 3>{0, 100, 300}));
+    EXPECT_EQ(route.choose(~0U).port, 2U);
+}

@@ -1,0 +1,81 @@
+#include "Ovix/packet/TtlBytes.h"
+
+#include <gtest/gtest.h>
+#include <set>
+
+#include "FrameBytes.h"
+
+using namespace Ovix;
+using namespace TestSupport::Wire;
+
+TEST(TtlBytes, EachHeaderHasItsOwnPlace) {
+    Bytes label = entry({100, 5, 64}, true);
+    TtlBytes::ttlIs(PktHdrType::mpls, label, 9);
+    EXPECT_EQ(label, entry({100, 5, 9}, true));
+    EXPECT_EQ(TtlBytes::ttl(PktHdrType::mpls, label), 9);
+
+    Bytes four = ipv4({.ttl = 64, .options = filled(8, 1)}, filled(5, 0xa5));
+    TtlBytes::ttlIs(PktHdrType::ipv4, four, 9);
+    EXPECT_EQ(four, ipv4({.ttl = 9, .options = filled(8, 1)}, filled(5, 0xa5)));
+    EXPECT_EQ(TtlBytes::ttl(PktHdrType::ipv4, four), 9);
+
+    Bytes six = ipv6({.hopLimit = 64}, filled(5, 0xa5));
+    TtlBytes::ttlIs(PktHdrType::ipv6, six, 9);
+    EXPECT_EQ(six, ipv6({.hopLimit = 9}, filled(5, 0xa5)));
+    EXPECT_EQ(TtlBytes::ttl(PktHdrType::ipv6, six), 9);
+}
+
+// The updated checksum is the one that a new sum over the header gives, also where it wraps
+// (RFC 1624 section 3).
+TEST(TtlBytes, TheIpv4ChecksumIsThatOfTheNewHeader) {
+    const struct {
+        std::uint8_t before;
+        std::uint8_t after;
+    } ttls[] = {{64, 63}, {1, 0}, {255, 254}, {3, 200}, {77, 77}};
+    for (const auto& ttl : ttls) {
+        std::set<unsigned> checksums;
+        for (std::uint32_t i = 0; i < 0x10000; ++i) {
+            const auto ident = static_cast<std::uint16_t>(i);
+            Bytes header = ipv4({.ttl = ttl.before, .ident = ident}, {});
+            TtlBytes::ttlIs(PktHdrType::ipv4, header, ttl.after);
+            ASSERT_EQ(header, ipv4({.ttl = ttl.after, .ident = ident}, {})) << i;
+            ASSERT_EQ(onesSum(header), 0xffff);
+            checksums.insert((header[10] * 256U) + header[11]);
+        }
+        EXPECT_EQ(checksums.size(), 0xffffU) << "all but 0xffff, which no such header has";
+        EXPECT_EQ(checksums.count(0xffff), 0U);
+    }
+}
+
+TEST(TtlBytes, AChecksumOfMinusZeroStaysRight) {
+    for (std::uint32_t ident = 0; ident < 0x10000; ++ident) {
+        Bytes header = ipv4({.ident = static_cast<std::uint16_t>(ident)}, {});
+        if (header[10] != 0 || header[11] != 0) {
+            continue;
+        }
+        header[10] = header[11] = 0xff; // some senders write it so
+        TtlBytes::ttlIs(PktHdrType::ipv4, header, 63);
+        EXPECT_EQ(onesSum(header), 0xffff);
+        return;
+    }
+    FAIL() << "no header with the checksum 0 was found";
+}
+
+TEST(TtlBytes, AWrongChecksumStaysWrong) {
+    Bytes header = ipv4({.ttl = 64}, {});
+    header[10] ^= 0x10;
+    TtlBytes::ttlIs(PktHdrType::ipv4, header, 63);
+    EXPECT_NE(onesSum(header), 0xffff);
+}
+
+TEST(TtlBytes, WholeMeansTheFixedPartOfTheRightVersion) {
+    for (std::size_t size = 0; size <= 48; ++size) {
+        EXPECT_EQ(TtlBytes::whole(PktHdrType::mpls, filled(size, 0x45)), size >= 4) << size;
+        EXPECT_EQ(TtlBytes::whole(PktHdrType::ipv4, filled(size, 0x45)), size >= 20) << size;
+        EXPECT_EQ(TtlBytes::whole(PktHdrType::ipv6, filled(size, 0x60)), size >= 40) << size;
+        EXPECT_FALSE(TtlBytes::whole(PktHdrType::ipv4, filled(size, 0x65))) << size;
+        EXPECT_FALSE(TtlBytes::whole(PktHdrType::ipv6, filled(size, 0x45))) << size;
+        EXPECT_FALSE(TtlBytes::whole(PktHdrType::eth, filled(size, 0x45))) << size;
+        EXPECT_FALSE(TtlBytes::whole(PktHdrType::none, filled(size, 0x45))) << size;
+    }
+}

@@ -1,0 +1,75 @@
+#include "Published/TransitRoutes.h"
+
+#include <gtest/gtest.h>
+
+#include "TableTesting.h"
+#include "LocalTables.h"
+
+namespace {
+
+using TableTesting::key;
+using TableTesting::swapVia;
+
+class TransitRoutes : public testing::Test {
+  protected:
+    bool isInLfib(std::uint32_t label) const {
+        return static_cast<bool>(
+            tables.published.lfib(Mpls::TableId::transitLfib)->route(key(label)).viaSetKey.value);
+    }
+    const Mpls::Hardware::Status& hardware() const { return *tables.published.hardware(); }
+
+    TestSupport::LocalTables tables;
+    const std::vector<Mpls::WeightedVia> vias{swapVia(1400, 1), swapVia(1500, 4)};
+};
+
+} // namespace
+
+TEST_F(TransitRoutes, ALabelStandsInTheLfibAndIsProgrammedWithAnAdjacencyOfItsOwnNumber) {
+    Mpls::transitRouteIs(tables.publisher, key(1000), vias);
+    tables.commit();
+    EXPECT_TRUE(isInLfib(1000));
+    const Mpls::Hardware::Route route = hardware().route(key(1000));
+    EXPECT_EQ(route.adjacencyKey, 1000U);
+    EXPECT_FALSE(route.unprogrammed);
+    const auto& adjacency = hardware().adjacency(route);
+    ASSERT_TRUE(adjacency);
+    ASSERT_EQ(adjacency->entries(false).size(), 2U);
+    EXPECT_EQ(adjacency->entries(false)[1].weight, 4U);
+    EXPECT_TRUE(adjacency->via(false, 1).isEq(vias[1].via));
+}
+
+TEST_F(TransitRoutes, AnotherRouteOfTheLabelTakesItsPlace) {
+    Mpls::transitRouteIs(tables.publisher, key(1000), vias);
+    tables.commit();
+    Mpls::transitRouteIs(tables.publisher, key(1000), {vias.data(), 1});
+    tables.commit();
+    EXPECT_EQ(hardware().routes(), 1U);
+    EXPECT_EQ(hardware().adjacencies(), 1U);
+    EXPECT_EQ(hardware().adjacency(1000)->entries(false).size(), 1U);
+}
+
+TEST_F(TransitRoutes, ALabelThatGoesLeavesNothing) {
+    Mpls::transitRouteIs(tables.publisher, key(1000), vias);
+    Mpls::transitRouteIs(tables.publisher, key(1001), vias);
+    tables.commit();
+    EXPECT_TRUE(Mpls::transitRouteDel(tables.publisher, key(1000)));
+    EXPECT_FALSE(Mpls::transitRouteDel(tables.publisher, key(1000)));
+    tables.commit();
+    EXPECT_FALSE(isInLfib(1000));
+    EXPECT_EQ(hardware().route(key(1000)).routeKey, Mpls::RouteKey());
+    EXPECT_FALSE(hardware().adjacency(1000));
+    EXPECT_TRUE(isInLfib(1001));
+    EXPECT_EQ(hardware().routes(), 1U);
+    EXPECT_EQ(hardware().adjacencies(), 1U);
+}
+
+TEST_F(TransitRoutes, WhereThereIsNoRouteNothingIsChanged) {
+    tables.publisher.hardware().adjacencyIs(7, *Mpls::Hardware::Adjacency::create(vias, {}, false));
+    tables.publisher.hardware().routeIs({key(7), 7, false});
+    tables.commit();
+    const std::uint64_t generation = tables.reader->generation();
+    EXPECT_FALSE(Mpls::transitRouteDel(tables.publisher, key(7)));
+    tables.commit();
+    EXPECT_EQ(tables.reader->generation(), generation);
+    EXPECT_TRUE(hardware().adjacency(7));
+}

@@ -1,0 +1,85 @@
+#include "State/OvixLfibCounterCollection.h"
+
+#include <gtest/gtest.h>
+#include <map>
+
+namespace {
+
+using namespace Counter;
+
+Mpls::RouteKey key(std::uint32_t label) {
+    return Mpls::RouteKey::fromLabel(Lumo::MplsLabel(label));
+}
+
+TEST(OvixLfibCounterCollection, IsANamedEntityWithoutCounters) {
+    OvixLfibCounterCollection collection("LfibCounters");
+    EXPECT_EQ(collection.name(), "LfibCounters");
+    EXPECT_EQ(collection.typeName(), "Counter::OvixLfibCounterCollection");
+    EXPECT_EQ(collection.size(), 0U);
+    EXPECT_EQ(collection.counter(key(100)), nullptr);
+    EXPECT_EQ(collection.size(), 0U);
+}
+
+TEST(OvixLfibCounterCollection, PacketsOfARouteShareACounter) {
+    OvixLfibCounterCollection collection("c");
+    collection.counterCollectionIs(key(100)).countBytes(60);
+    collection.counterCollectionIs(key(100)).countBytes(1500);
+    collection.counterCollectionIs(key(200)).countBytes(40);
+    EXPECT_EQ(collection.size(), 2U);
+    const OvixLfibCounterCollection& readOnly = collection;
+    ASSERT_NE(readOnly.counter(key(100)), nullptr);
+    EXPECT_EQ(readOnly.counter(key(100))->packets(), 2U);
+    EXPECT_EQ(readOnly.counter(key(100))->bytes(), 1560U);
+    EXPECT_EQ(readOnly.counter(key(200))->packets(), 1U);
+}
+
+TEST(OvixLfibCounterCollection, ARouteDeletedAndAddedAgainStartsFromZero) {
+    OvixLfibCounterCollection collection("c");
+    collection.counterCollectionIs(key(100)).countBytes(60);
+    collection.counterCollectionDel(key(100));
+    EXPECT_EQ(collection.counter(key(100)), nullptr);
+    collection.counterCollectionDel(key(100));
+    EXPECT_EQ(collection.size(), 0U);
+    collection.counterCollectionIs(key(100)).countBytes(70);
+    EXPECT_EQ(collection.counter(key(100))->packets(), 1U);
+    EXPECT_EQ(collection.counter(key(100))->bytes(), 70U);
+}
+
+TEST(OvixLfibCounterCollection, VisitsEveryCounterOnce) {
+    OvixLfibCounterCollection collection("c");
+    std::map<Mpls::RouteKey, std::uint64_t> expected;
+    for (std::uint32_t label = 16; label < 5000; ++label) {
+        collection.counterCollectionIs(key(label)).countBytes(label);
+        expected[key(label)] = label;
+    }
+    for (std::uint32_t label = 16; label < 5000; label += 3) {
+        collection.counterCollectionDel(key(label));
+        expected.erase(key(label));
+    }
+    std::map<Mpls::RouteKey, std::uint64_t> visited;
+    collection.forEach([&](Mpls::RouteKey route, const PktCounter& counter) {
+        EXPECT_TRUE(visited.emplace(route, counter.bytes()).second);
+    });
+    EXPECT_EQ(visited, expected);
+}
+
+TEST(OvixLfibCounterCollection, ClearsACounterInPlace) {
+    OvixLfibCounterCollection collection("c");
+    collection.counterCollectionIs(key(100)).countBytes(60);
+    collection.counter(key(100))->clearCounter();
+    EXPECT_EQ(collection.size(), 1U);
+    EXPECT_EQ(collection.counter(key(100))->packets(), 0U);
+    EXPECT_EQ(collection.counter(key(100))->bytes(), 0U);
+}
+
+TEST(OvixLfibCounterCollection, NeitherFindsNorRemovesAKeyOfAllOnes) {
+    OvixLfibCounterCollection collection("c");
+    const auto allOnes = Mpls::RouteKey::fromValue(~std::uint64_t{0});
+    collection.counterCollectionIs(key(100));
+    EXPECT_EQ(collection.counter(allOnes), nullptr);
+    collection.counterCollectionDel(allOnes);
+    EXPECT_EQ(collection.size(), 1U);
+    EXPECT_THROW(collection.counterCollectionIs(allOnes), Tessel::RangeError);
+}
+
+} // namespace

@@ -1,0 +1,74 @@
+#include "HeapCount.h"
+#include "MplsOvixMulticast/MplsMldpInputStep.h"
+#include "MulticastTesting.h"
+
+namespace {
+
+using namespace Ovix;
+using namespace TestSupport;
+
+/// Takes every packet and keeps none.
+class Sink : public Port {
+  public:
+    using Port::Port;
+    std::string_view shortName() const noexcept override { return "cpu"; }
+    bool send(const Ptr<Lumo::Pkt>&) override { return true; }
+};
+
+class MulticastAllocation : public MulticastFixture {
+  protected:
+    void SetUp() override {
+        MulticastFixture::SetUp();
+        TraceOutput::instance().textLevelOfAllIs(TraceSource::off);
+        if (slabsFromHeap) {
+            GTEST_SKIP();
+        }
+    }
+    template <typename Run>
+    static std::uint64_t allocations(Run&& run) {
+        run();
+        const std::uint64_t before = heapAllocations;
+        for (int i = 0; i < 100; ++i) {
+            run();
+        }
+        return heapAllocations - before;
+    }
+};
+
+TEST_F(MulticastAllocation, ReplicasAndDeliveryTakeNothingFromTheHeap) {
+    manager->ports()->portIs(Tessel::make<Sink>(Lumo::CpuIntfId::cpuIdToIntfId(0)));
+    const std::vector<Mpls::WeightedVia> vias(598, {swapVia(300), 1});
+    writers[decap]->multicastIpLookupRouteIs(key(500),
+                                             tailOn(Lumo::VlanIntfId::vlanIdToIntfId(100)), vias);
+    const Bytes frame = mplsFrame({{500}}, udpPacket(0xe8010101));
+    std::size_t nexthops = 0;
+    const auto route = [&] {
+        const auto context = contextOf(frame);
+        const auto output = Tessel::make<RoutingOutput>();
+        plugin->handleMplsFrame(output, context, context->packetContext()->parsedPkt().header(1),
+                                nullptr);
+        nexthops = output->nexthops()->size();
+    };
+    EXPECT_EQ(allocations(route), 0U);
+    EXPECT_EQ(nexthops, 598U);
+}
+
+TEST_F(MulticastAllocation, TheInputStepTakesNothingFromTheHeap) {
+    const Lumo::IntfId vlan100 = Lumo::VlanIntfId::vlanIdToIntfId(100);
+    mvpn->vrfIntfIdIs({7}, vlan100);
+    Bytes special = Wire::join(
+        {Wire::eth(Wire::ethVlan), Wire::tag(11, 0x8139), Wire::u32(7), Wire::filled(8, 0)});
+    put32(special, static_cast<std::uint32_t>(vlan100.value() >> 32U));
+    put32(special, static_cast<std::uint32_t>(vlan100.value()));
+    special.resize(100);
+    const auto packets = Lumo::globalPktManager();
+    InputVerdict verdict;
+    EXPECT_EQ(allocations([&] {
+                  verdict = plugin->mplsMldpInputStep()->process(
+                      Tessel::make<PacketContext>(packets->newPkt(special)));
+              }),
+              0U);
+    EXPECT_EQ(verdict.kind, InputVerdict::Kind::modified);
+}
+
+} // namespace
