@@ -19,8 +19,9 @@ class Show(OvixCtlTest):
                                     '"2001:db8:2::2", weight: 10}') +
                   hardware(via("pop"), label=1048575, route=", unprogrammed: true"))
         self.assertEqual(self.ctl("lfib", "show").splitlines(), [
-            "Table        Label  Type  Action  Out labels  Next hop       Interface  Weight  Flags",
-            "transit        100  ip    swap    200/300     10.0.2.2       east            1  tc=3",
+            "Table        Label  Type  Action  Out labels  Next hop       Interface  Weight  "
+            "Attributes",
+            "transit        100  ip    swap    200/300     10.0.2.2       east            1  tc 3",
             "transit        100  ip    pop     -           2001:db8:2::2  west           10  -",
             "hardware   1048575  -     -       -           adjacency 1    -               -  "
             "unprogrammed",

@@ -7,7 +7,7 @@
 #include "LocalTables.h"
 #include "Tables/TableLoading.h"
 #include "route/EntryTable.h"
-#include "route/IntfText.h"
+#include "route/RoutePrinting.h"
 #include "route/RouteRequest.h"
 #include "tables/TableView.h"
 
@@ -33,7 +33,7 @@ inline std::vector<std::string> words(const std::string& line) {
 class Tables {
   public:
     void add(const std::string& line) {
-        const auto request = OvixCtl::parseRoute(words(line));
+        const auto request = OvixCtl::parseRoute(words(line)).value();
         for (const auto& port : request.interfaces.ports) {
             publisher().interfaces().intfId(port.name);
         }

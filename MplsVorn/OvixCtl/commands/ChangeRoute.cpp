@@ -1,11 +1,9 @@
 #include <fmt/format.h>
-#include <stdexcept>
 #include <vector>
 
 #include "Published/TablePublisher.h"
 #include "Published/TransitRoutes.h"
 #include "Tables/TableLoading.h"
-#include "commands/Commands.h"
 #include "commands/Output.h"
 #include "route/EntryTable.h"
 #include "route/RouteRequest.h"
@@ -17,21 +15,22 @@ using Mpls::TableId;
 
 namespace {
 
-Mpls::RouteKey keyOf(const RouteRequest& request) {
-    return Mpls::RouteKey::fromLabel(Lumo::MplsLabel(request.route.label));
+Mpls::RouteKey keyOf(const RouteRequest& wanted) {
+    return Mpls::RouteKey::fromLabel(Lumo::MplsLabel(wanted.route.label));
 }
 
-[[noreturn]] void fail(const RouteRequest& request, const char* what) {
-    throw std::runtime_error(
-        fmt::format("label {} in table {}: {}", request.route.label, nameOf(request.table), what));
+Tessel::Refused refused(const RouteRequest& wanted, const char* what) {
+    return {
+        fmt::format("label {} in table {}: {}", wanted.route.label, nameOf(wanted.table), what)};
 }
 
-/// Like `ip`, these say nothing when all is well.
-void tell(const CtlOptions& options, const Mpls::TablePublisher& publisher,
-          const ChangeCounts& counts) {
-    if (options.json) {
-        printCounts(options, publisher.tables().generation(), counts);
+/// Makes the change visible. Like `ip`, prints nothing when all is well.
+int commit(const Request& request, Mpls::TablePublisher& publisher, const ChangeCounts& counts) {
+    publisher.commit();
+    if (request.json) {
+        printCounts(request, publisher.tables().generation(), counts);
     }
+    return ExitCode::success;
 }
 
 bool isThere(const Tessel::TableWriter& tables, TableId table, std::uint32_t key) {
@@ -39,66 +38,79 @@ bool isThere(const Tessel::TableWriter& tables, TableId table, std::uint32_t key
 }
 
 /// A label that is switched is one of the hardware status as well, with an adjacency of its own.
-bool isThere(const Tessel::TableWriter& tables, const RouteRequest& request) {
-    const std::uint32_t label = request.route.label;
-    return isThere(tables, request.table, label) ||
-           (request.table == TableId::transitLfib &&
+bool isThere(const Tessel::TableWriter& tables, const RouteRequest& wanted) {
+    const std::uint32_t label = wanted.route.label;
+    return isThere(tables, wanted.table, label) ||
+           (wanted.table == TableId::transitLfib &&
             (isThere(tables, TableId::hardwareRoutes, label) ||
              isThere(tables, TableId::hardwareAdjacencies, label)));
 }
 
-void publish(const RouteRequest& request, Mpls::TablePublisher& publisher) {
-    for (const OvixAgent::PortConfig& port : request.interfaces.ports) {
+void publish(const RouteRequest& wanted, Mpls::TablePublisher& publisher) {
+    for (const OvixAgent::PortConfig& port : wanted.interfaces.ports) {
         publisher.interfaces().intfId(port.name);
     }
-    if (request.table != TableId::transitLfib) {
-        OvixAgent::loadRoute(request.route, request.interfaces, publisher.lfib(request.table));
+    if (wanted.table != TableId::transitLfib) {
+        OvixAgent::loadRoute(wanted.route, wanted.interfaces, publisher.lfib(wanted.table));
         return;
     }
     std::vector<Mpls::WeightedVia> vias;
-    for (const OvixAgent::ViaConfig& via : request.route.vias) {
-        vias.push_back({OvixAgent::toViaRecord(via, request.interfaces), via.weight});
+    for (const OvixAgent::ViaConfig& via : wanted.route.vias) {
+        vias.push_back({OvixAgent::toViaRecord(via, wanted.interfaces), via.weight});
     }
-    Mpls::transitRouteIs(publisher, keyOf(request), vias);
+    Mpls::transitRouteIs(publisher, keyOf(wanted), vias);
 }
 
-bool remove(const RouteRequest& request, Mpls::TablePublisher& publisher) {
-    return request.table == TableId::transitLfib
-               ? Mpls::transitRouteDel(publisher, keyOf(request))
-               : publisher.lfib(request.table).routeDel(keyOf(request));
+bool remove(const RouteRequest& wanted, Mpls::TablePublisher& publisher) {
+    return wanted.table == TableId::transitLfib
+               ? Mpls::transitRouteDel(publisher, keyOf(wanted))
+               : publisher.lfib(wanted.table).routeDel(keyOf(wanted));
+}
+
+Tessel::Result<int> putRoute(const Request& request, bool mayReplace) {
+    const Tessel::Result<RouteRequest> parsed = parseRoute(request.words);
+    if (!parsed) {
+        return usageError(parsed.refused());
+    }
+    const RouteRequest& wanted = parsed.value();
+    Mpls::TablePublisher publisher(Tessel::TableMemory::sharedForWriting(request.tables));
+    const bool wasThere = isThere(publisher.tables(), wanted);
+    if (wasThere && !mayReplace) {
+        return refused(wanted, "File exists");
+    }
+    try {
+        publish(wanted, publisher);
+    } catch (const std::exception& error) {
+        return refused(wanted, error.what());
+    }
+    ChangeCounts counts;
+    ++(wasThere ? counts.changed : counts.added);
+    return commit(request, publisher, counts);
 }
 
 } // namespace
 
-int addRoute(const CtlOptions& options, bool mayReplace) {
-    const RouteRequest request = parseRoute(options.words);
-    Mpls::TablePublisher publisher(Tessel::TableMemory::sharedForWriting(options.tables));
-    const bool wasThere = isThere(publisher.tables(), request);
-    if (wasThere && !mayReplace) {
-        fail(request, "File exists");
-    }
-    try {
-        publish(request, publisher);
-    } catch (const std::exception& refused) {
-        fail(request, refused.what());
-    }
-    publisher.commit();
-    ChangeCounts counts;
-    ++(wasThere ? counts.changed : counts.added);
-    tell(options, publisher, counts);
-    return ExitCode::success;
+Tessel::Result<int> addRoute(const Request& request) {
+    return putRoute(request, false);
 }
 
-int deleteRoute(const CtlOptions& options) {
-    const RouteRequest request = parseRouteKey(options.words);
-    openTables(options.tables); // a route of tables that do not exist is not to be deleted
-    Mpls::TablePublisher publisher(Tessel::TableMemory::sharedForWriting(options.tables));
-    if (!remove(request, publisher)) {
-        fail(request, "No such route");
+Tessel::Result<int> replaceRoute(const Request& request) {
+    return putRoute(request, true);
+}
+
+Tessel::Result<int> deleteRoute(const Request& request) {
+    const Tessel::Result<RouteRequest> parsed = parseRouteKey(request.words);
+    if (!parsed) {
+        return usageError(parsed.refused());
     }
-    publisher.commit();
-    tell(options, publisher, {0, 0, 1});
-    return ExitCode::success;
+    if (const auto tables = openTables(request.tables); !tables) {
+        return tables.refused(); // opening them for writing would create them
+    }
+    Mpls::TablePublisher publisher(Tessel::TableMemory::sharedForWriting(request.tables));
+    if (!remove(parsed.value(), publisher)) {
+        return refused(parsed.value(), "No such route");
+    }
+    return commit(request, publisher, {0, 0, 1});
 }
 
 } // namespace OvixCtl

@@ -1,28 +1,156 @@
+#include <algorithm>
+#include <cstdio>
 #include <fmt/format.h>
-#include <span>
+#include <string_view>
 
-#include "commands/Commands.h"
-#include "commands/CompletionScript.h"
-#include "route/EntryTable.h"
+#include "commands/Command.h"
 
 namespace OvixCtl {
 
 namespace {
 
-void replaceAll(std::string& text, std::string_view mark, const std::string& with) {
-    for (std::size_t at = 0; (at = text.find(mark, at)) != std::string::npos; at += with.size()) {
-        text.replace(at, mark.size(), with);
+constexpr const char* script = R"bash(# bash completion for ovixctl
+_ovixctl_words() {
+    mapfile -t COMPREPLY < <(compgen -W "$1" -- "${COMP_WORDS[COMP_CWORD]}")
+}
+
+_ovixctl_files() {
+    mapfile -t COMPREPLY < <(compgen -f -- "${COMP_WORDS[COMP_CWORD]}")
+}
+
+# The words of the command before the cursor, without the options and their values.
+_ovixctl_command() {
+    local i
+    for ((i = 1; i < COMP_CWORD; i++)); do
+        case ${COMP_WORDS[i]} in
+            @valued-options@) ((i++)) ;;
+            -?*) ;;
+            *) printf '%s\n' "${COMP_WORDS[i]}" ;;
+        esac
+    done
+}
+
+_ovixctl() {
+    local current=${COMP_WORDS[COMP_CWORD]} options="@options@ --help --version"
+    local -a command
+    mapfile -t command < <(_ovixctl_command)
+    COMPREPLY=()
+    case ${COMP_WORDS[COMP_CWORD - 1]} in
+@option-values@    esac
+    if [[ $current == -* ]]; then
+        case "${command[*]:0:2}" in
+@command-options@        esac
+        _ovixctl_words "$options"
+        return
+    fi
+    case "${command[*]:0:2}" in
+        "") _ovixctl_words "@groups@" ;;
+@commands@    esac
+    return 0
+}
+complete -o filenames -F _ovixctl ovixctl
+)bash";
+
+/// The command that offers the words at the cursor.
+std::string offer(std::string_view words) {
+    return words.empty()        ? ":"
+           : words == "@files@" ? "_ovixctl_files"
+                                : fmt::format("_ovixctl_words \"{}\"", words);
+}
+
+std::vector<Option> optionsWithOwn() {
+    std::vector<Option> all(globalOptions().begin(), globalOptions().end());
+    for (const Command& command : allCommands()) {
+        if (command.option != nullptr) {
+            all.push_back(*command.option);
+        }
     }
+    return all;
+}
+
+std::string optionValues() {
+    std::string arms;
+    for (const Option& option : optionsWithOwn()) {
+        if (option.value != nullptr) {
+            arms += fmt::format("        {})\n            {}\n            return ;;\n", option.name,
+                                offer(option.completion == nullptr ? "" : option.completion));
+        }
+    }
+    return arms;
+}
+
+std::string commandOptions() {
+    std::string arms;
+    for (const Command& command : allCommands()) {
+        if (command.option != nullptr) {
+            arms += fmt::format("            \"{} {}\") options+=\" {}\" ;;\n", command.group,
+                                command.name, command.option->name);
+        }
+    }
+    return arms;
+}
+
+/// Chooses by the number of words given to the command so far, and the last of them.
+std::string commandArm(const Command& command) {
+    std::string arm = fmt::format("        \"{} {}\")\n            case "
+                                  "\"$((${{#command[@]}} - 2)):${{command[-1]}}\" in\n",
+                                  command.group, command.name);
+    const std::string lines = expanded(command.completion);
+    for (std::string_view rest = lines; !rest.empty();) {
+        const std::string_view line = rest.substr(0, rest.find('\n'));
+        const std::size_t space = line.find(' ');
+        const std::string_view words =
+            space == line.npos ? std::string_view() : line.substr(space + 1);
+        arm += fmt::format("                {}) {} ;;\n", line.substr(0, space), offer(words));
+        rest.remove_prefix(line.size() + 1);
+    }
+    return arm + "            esac ;;\n";
+}
+
+std::string commandArms() {
+    std::string arms;
+    for (const CommandGroup& group : commandGroups()) {
+        std::string names;
+        for (const Command& command : allCommands()) {
+            if (std::string_view(command.group) == group.name) {
+                names += (names.empty() ? "" : " ") + std::string(command.name);
+                arms += *command.completion != '\0' ? commandArm(command) : "";
+            }
+        }
+        arms += fmt::format("        {}) {} ;;\n", group.name, offer(names));
+    }
+    return arms;
+}
+
+template <typename Range, typename Name>
+std::string joined(const Range& rows, Name&& name, std::string_view separator) {
+    std::vector<std::string> names;
+    for (const auto& row : rows) {
+        if (const std::string text = name(row); !text.empty()) {
+            names.push_back(text);
+        }
+    }
+    return fmt::format("{}", fmt::join(names, separator));
 }
 
 } // namespace
 
-int printBashCompletion() {
-    std::string text = completionScript;
-    const auto lfibNames = std::span(entryTableNames).first(Mpls::lfibs);
-    replaceAll(text, "@lfibs@", fmt::format("{}", fmt::join(lfibNames, " ")));
-    replaceAll(text, "@shown@", fmt::format("{}", fmt::join(shownTableNames, " ")));
-    fmt::print("{}", text);
+Tessel::Result<int> printBashCompletion(const Request&) {
+    const auto nameOf = [](const auto& row) { return std::string(row.name); };
+    const auto valued = [](const Option& option) {
+        return std::string(option.value != nullptr ? option.name : "");
+    };
+    std::string text = script;
+    const auto insert = [&](std::string_view mark, const std::string& with) {
+        text.replace(text.find(mark), mark.size(), with);
+    };
+    insert("@valued-options@", joined(optionsWithOwn(), valued, " | "));
+    insert("@options@", joined(globalOptions(), nameOf, " "));
+    insert("@option-values@", optionValues());
+    insert("@command-options@", commandOptions());
+    insert("@groups@", joined(commandGroups(), nameOf, " "));
+    insert("@commands@", commandArms());
+    std::fputs(expanded(text).c_str(), stdout);
     return ExitCode::success;
 }
 

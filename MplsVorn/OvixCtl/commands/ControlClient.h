@@ -1,13 +1,14 @@
 #pragma once
 
-#include <nlohmann/json_fwd.hpp>
 #include <string>
+#include <string_view>
+
+#include "Tessel/Result.h"
 
 namespace OvixCtl {
 
-/// Asks the agent that answers at a socket for one command, and returns its answer. Throws
-/// std::runtime_error when nobody is there, when no answer comes within ten seconds, or with the
-/// agent's own error.
-nlohmann::ordered_json askAgent(const std::string& path, const std::string& command);
+/// Sends one command to the agent that answers at a socket, and returns its answer, a line of JSON.
+/// Refuses when no agent is there and when no answer comes within ten seconds, naming the path.
+Tessel::Result<std::string> askAgent(const std::string& path, std::string_view command);
 
 } // namespace OvixCtl

@@ -1,48 +1,157 @@
+#include "commands/Counters.h"
+
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 #include <optional>
-#include <stdexcept>
 
 #include "Control/ControlPath.h"
-#include "commands/Commands.h"
+#include "commands/Command.h"
 #include "commands/ControlClient.h"
-#include "commands/CounterTables.h"
 #include "commands/Output.h"
+#include "route/RoutePrinting.h"
 #include "route/RouteWords.h"
 
 namespace OvixCtl {
 
 namespace {
 
-std::string pathFor(const CtlOptions& options) {
-    return options.control.empty() ? OvixAgent::controlPath(options.tables) : options.control;
+using Json = nlohmann::ordered_json;
+using Rows = std::vector<TextTable::Cells>;
+
+std::string pathFor(const Request& request) {
+    return request.control.empty() ? OvixAgent::controlPath(request.tables) : request.control;
+}
+
+/// What the agent answers to a command that it carries out.
+Tessel::Result<Json> answerTo(const std::string& command, const std::string& path) {
+    const Tessel::Result<std::string> line = askAgent(path, command);
+    if (!line) {
+        return line.refused();
+    }
+    const Json answer = Json::parse(line.value(), nullptr, false);
+    if (!answer.is_object() || !answer.contains("ok") || !answer["ok"].is_boolean()) {
+        return Tessel::Refused{
+            fmt::format("control socket {}: the answer is not an agent's", path)};
+    }
+    if (!answer["ok"].get<bool>()) {
+        const auto error = answer.find("error");
+        return Tessel::Refused{fmt::format("control socket {}: {}", path,
+                                           error != answer.end() && error->is_string()
+                                               ? error->get<std::string>()
+                                               : "the agent refuses")};
+    }
+    return answer;
+}
+
+std::string tableText(std::vector<TextTable::Column> columns, const Rows& rows) {
+    if (rows.empty()) {
+        return {};
+    }
+    TextTable table(std::move(columns));
+    for (const TextTable::Cells& row : rows) {
+        table.measure(row);
+    }
+    std::string text = table.heading();
+    for (const TextTable::Cells& row : rows) {
+        text += table.line(row);
+    }
+    return text;
 }
 
 } // namespace
 
-int showCounters(const CtlOptions& options) {
+Tessel::Result<Counters> readCounters(const std::string& path) {
+    const Tessel::Result<Json> answer = answerTo("counters", path);
+    if (!answer) {
+        return answer.refused();
+    }
+    try {
+        Counters counters;
+        for (const Json& entry : answer.value().at("labels")) {
+            counters.labels.push_back({entry.at("label"), entry.at("packets"), entry.at("bytes")});
+        }
+        for (const Json& entry : answer.value().at("counters")) {
+            counters.named.push_back(
+                {entry.at("category"), entry.at("module"), entry.at("reason"), entry.at("count")});
+        }
+        return counters;
+    } catch (const Json::exception& wrong) {
+        return Tessel::Refused{fmt::format(
+            "control socket {}: the agent's answer is not counters: {}", path, wrong.what())};
+    }
+}
+
+Counters countersOfLabel(const Counters& counters, std::uint32_t label) {
+    Counters one;
+    for (const LabelCounter& counter : counters.labels) {
+        if (counter.label == label) {
+            one.labels.push_back(counter);
+        }
+    }
+    return one;
+}
+
+std::string countersText(const Counters& counters) {
+    using enum TextTable::Align;
+    Rows labels;
+    for (const LabelCounter& counter : counters.labels) {
+        labels.push_back({fmt::format("{}", counter.label), fmt::format("{}", counter.packets),
+                          fmt::format("{}", counter.bytes)});
+    }
+    Rows named;
+    for (const NamedCounter& counter : counters.named) {
+        named.push_back(
+            {counter.category, counter.module, counter.reason, fmt::format("{}", counter.count)});
+    }
+    std::string text = tableText({{"Label", right}, {"Packets", right}, {"Bytes", right}}, labels);
+    text += labels.empty() || named.empty() ? "" : "\n";
+    return text +
+           tableText({{"Category", left}, {"Module", left}, {"Reason", left}, {"Count", right}},
+                     named);
+}
+
+std::string countersJson(const Counters& counters) {
+    Json json{{"labels", Json::array()}, {"counters", Json::array()}};
+    for (const LabelCounter& counter : counters.labels) {
+        json["labels"].push_back(
+            Json{{"label", counter.label}, {"packets", counter.packets}, {"bytes", counter.bytes}});
+    }
+    for (const NamedCounter& counter : counters.named) {
+        json["counters"].push_back(Json{{"category", counter.category},
+                                        {"module", counter.module},
+                                        {"reason", counter.reason},
+                                        {"count", counter.count}});
+    }
+    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+Tessel::Result<int> showCounters(const Request& request) {
     std::optional<std::uint32_t> label;
-    if (!options.words.empty()) {
-        label = parseLabel(options.words.front());
+    if (!request.words.empty()) {
+        const auto read = readWords([&] { return parseLabel(request.words.front()); });
+        if (!read) {
+            return usageError(read.refused());
+        }
+        label = read.value();
     }
-    const std::string path = pathFor(options);
-    Counters counters = countersOf(askAgent(path, "counters"));
-    if (label) {
-        counters = countersOfLabel(counters, *label);
+    const Tessel::Result<Counters> all = readCounters(pathFor(request));
+    if (!all) {
+        return all.refused();
     }
+    const Counters counters = label ? countersOfLabel(all.value(), *label) : all.value();
     if (label && counters.labels.empty()) {
-        throw std::runtime_error(fmt::format("nothing has been counted for label {}", *label));
+        return Tessel::Refused{fmt::format("nothing has been counted for label {}", *label)};
     }
-    fmt::print("{}",
-               options.json ? jsonText(countersJson(counters)) + "\n" : countersText(counters));
+    fmt::print("{}", request.json ? countersJson(counters) + "\n" : countersText(counters));
     return ExitCode::success;
 }
 
-int clearCounters(const CtlOptions& options) {
-    askAgent(pathFor(options), "clear-counters");
-    if (options.json) {
-        fmt::print("{}\n", jsonText({{"ok", true}}));
+Tessel::Result<int> clearCounters(const Request& request) {
+    const Tessel::Result<Json> answer = answerTo("clear-counters", pathFor(request));
+    if (!answer) {
+        return answer.refused();
     }
+    fmt::print("{}", request.json ? "{\"ok\":true}\n" : "");
     return ExitCode::success;
 }
 

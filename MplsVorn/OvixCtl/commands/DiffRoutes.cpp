@@ -1,10 +1,7 @@
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
-#include "commands/Commands.h"
 #include "commands/Output.h"
-#include "route/RouteJson.h"
-#include "route/RouteText.h"
+#include "route/RoutePrinting.h"
 #include "tables/FrozenTables.h"
 #include "tables/TableDiff.h"
 #include "tables/WantedTables.h"
@@ -12,8 +9,6 @@
 namespace OvixCtl {
 
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 void printLines(const std::vector<Change>& changes, const IntfText& interfaces) {
     for (const Change& change : changes) {
@@ -29,26 +24,32 @@ void printLines(const std::vector<Change>& changes, const IntfText& interfaces) 
 void printJson(const std::vector<Change>& changes, const IntfText& interfaces,
                const Tessel::TableReader& tables) {
     const auto side = [&](const std::optional<RouteView>& route) {
-        return route ? routeJson(*route, interfaces) : Json();
+        return route ? routeJson(*route, interfaces) : "null";
     };
-    Json list = Json::array();
+    std::vector<std::string> list;
     for (const Change& change : changes) {
-        list.push_back(Json{{"before", side(change.before)}, {"after", side(change.after)}});
+        list.push_back(
+            fmt::format(R"({{"before":{},"after":{}}})", side(change.before), side(change.after)));
     }
-    fmt::print("{}\n", jsonText({{"tables", tables.name()},
-                                 {"generation", tables.generation()},
-                                 {"changes", std::move(list)}}));
+    fmt::print(R"({{"tables":{},"generation":{},"changes":[{}]}})"
+               "\n",
+               jsonText(tables.name()), tables.generation(), fmt::join(list, ","));
 }
 
 } // namespace
 
-int diffRoutes(const CtlOptions& options) {
-    const WantedTables wanted(readConfig(options.file), options.file);
-    const TableView now(freezeTables(options.tables));
+Tessel::Result<int> diffRoutes(const Request& request) {
+    const std::string& file = request.words.front();
+    const WantedTables wanted(readConfig(file), file);
+    const auto frozen = freezeTables(request.tables);
+    if (!frozen) {
+        return frozen.refused();
+    }
+    const TableView now(frozen.value());
     const TableDiff diff = differences(now, wanted.view());
     const IntfText interfaces(
         {Interface::Names::read(now.reader()), Interface::Names::read(wanted.view().reader())});
-    if (options.json) {
+    if (request.json) {
         printJson(diff.changes, interfaces, now.reader());
     } else {
         printLines(diff.changes, interfaces);

@@ -3,7 +3,6 @@
 #include <unordered_set>
 
 #include "Tables/TableLoading.h"
-#include "commands/Commands.h"
 #include "commands/Output.h"
 #include "route/EntryTable.h"
 #include "tables/TableDiff.h"
@@ -63,17 +62,18 @@ void remove(Mpls::TablePublisher& publisher, TableId table, std::uint32_t key) {
 
 } // namespace
 
-int loadRoutes(const CtlOptions& options) {
-    AgentConfig config = readConfig(options.file);
-    const WantedTables wanted(config, options.file);
-    Mpls::TablePublisher publisher(Tessel::TableMemory::sharedForWriting(options.tables));
+Tessel::Result<int> loadRoutes(const Request& request) {
+    const std::string& file = request.words.front();
+    AgentConfig config = readConfig(file);
+    const WantedTables wanted(config, file);
+    Mpls::TablePublisher publisher(Tessel::TableMemory::sharedForWriting(request.tables));
     if (const std::size_t repaired = publisher.tables().repaired(); repaired != 0) {
-        complain(fmt::format("tables \"{}\": {} entries could not be right and were taken out",
-                             options.tables, repaired));
+        complain(fmt::format("tables \"{}\": {} damaged entries were removed", request.tables,
+                             repaired));
     }
     // Nothing of what is there now is used again before the commit.
     const TableView now(
-        Tessel::make<Tessel::TableReader>(options.tables, publisher.tables().memory()));
+        Tessel::make<Tessel::TableReader>(request.tables, publisher.tables().memory()));
     const TableDiff diff = differences(now, wanted.view());
     for (const Change& change : diff.changes) {
         if (!change.after) {
@@ -81,9 +81,9 @@ int loadRoutes(const CtlOptions& options) {
         }
     }
     keepOnly(config, keysToWrite(diff.changes));
-    OvixAgent::loadTables(config, options.file, publisher);
+    OvixAgent::loadTables(config, file, publisher);
     publisher.commit();
-    printCounts(options, publisher.tables().generation(), countsOf(diff.changes));
+    printCounts(request, publisher.tables().generation(), countsOf(diff.changes));
     return ExitCode::success;
 }
 

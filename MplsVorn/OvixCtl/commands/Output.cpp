@@ -1,10 +1,10 @@
 #include "commands/Output.h"
 
-#include <chrono>
 #include <ctime>
 #include <fmt/chrono.h>
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
+
+#include "route/RoutePrinting.h"
 
 namespace OvixCtl {
 
@@ -16,24 +16,24 @@ std::string timeText(std::uint64_t nanoseconds) {
                        nanoseconds % perSecond / perMillisecond);
 }
 
-std::string jsonText(const nlohmann::ordered_json& json) {
-    return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
-}
-
 void complain(const std::string& what) {
     fmt::print(stderr, "ovixctl: {}\n", what);
 }
 
-void printCounts(const CtlOptions& options, std::uint64_t generation, const ChangeCounts& counts) {
-    if (options.json) {
-        fmt::print("{}\n", jsonText({{"tables", options.tables},
-                                     {"generation", generation},
-                                     {"added", counts.added},
-                                     {"changed", counts.changed},
-                                     {"removed", counts.removed}}));
+int usageError(const Tessel::Refused& refused) {
+    complain(refused.what);
+    return ExitCode::usage;
+}
+
+void printCounts(const Request& request, std::uint64_t generation, const ChangeCounts& counts) {
+    if (request.json) {
+        fmt::print(R"({{"tables":{},"generation":{},"added":{},"changed":{},"removed":{}}})"
+                   "\n",
+                   jsonText(request.tables), generation, counts.added, counts.changed,
+                   counts.removed);
         return;
     }
-    fmt::print("tables \"{}\": {} added, {} changed, {} removed; generation {}\n", options.tables,
+    fmt::print("tables \"{}\": {} added, {} changed, {} removed; generation {}\n", request.tables,
                counts.added, counts.changed, counts.removed, generation);
 }
 

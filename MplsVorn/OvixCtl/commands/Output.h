@@ -1,10 +1,9 @@
 #pragma once
 
 #include <cstdint>
-#include <nlohmann/json_fwd.hpp>
 #include <string>
 
-#include "commands/CtlOptions.h"
+#include "commands/Command.h"
 #include "tables/TableDiff.h"
 
 namespace OvixCtl {
@@ -12,14 +11,14 @@ namespace OvixCtl {
 /// UTC with milliseconds, as in ISO 8601; from nanoseconds since 1970.
 std::string timeText(std::uint64_t nanoseconds);
 
-/// On one line. A name need not be UTF-8, but JSON is.
-std::string jsonText(const nlohmann::ordered_json& json);
-
-/// Prints one line of trouble on standard error, headed by the command's name.
+/// Prints one line on standard error, after the program's name.
 void complain(const std::string& what);
 
-/// Prints what a change of the tables came to: as JSON {"tables", "generation", "added", "changed",
+/// The words of the command are wrong: complains, and returns the exit code for that.
+int usageError(const Tessel::Refused& refused);
+
+/// Prints what a change of the tables came to; as JSON {"tables", "generation", "added", "changed",
 /// "removed"}.
-void printCounts(const CtlOptions& options, std::uint64_t generation, const ChangeCounts& counts);
+void printCounts(const Request& request, std::uint64_t generation, const ChangeCounts& counts);
 
 } // namespace OvixCtl

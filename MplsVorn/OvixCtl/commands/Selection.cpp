@@ -55,15 +55,8 @@ void selectVrf(const TableView& view, std::uint32_t vrf, Selection& selection) {
     }
 }
 
-} // namespace
-
-std::string ShowFilter::text() const {
-    const std::string_view noun = table == nameOf(TableId::mvpnIntfStatus) ? "VRF" : "label";
-    return fmt::format("{} {}{}{}", noun, key.value_or(0), table.empty() ? "" : " in table ",
-                       table);
-}
-
-ShowFilter parseShowFilter(const std::vector<std::string>& words) {
+/// Throws UsageError.
+ShowFilter filterFrom(const std::vector<std::string>& words) {
     ShowFilter filter;
     auto word = words.begin();
     if (word != words.end() && !isNumber(*word)) {
@@ -84,6 +77,18 @@ ShowFilter parseShowFilter(const std::vector<std::string>& words) {
         throw UsageError(fmt::format("{} is not expected here", OvixAgent::inQuotes(*word)));
     }
     return filter;
+}
+
+} // namespace
+
+std::string ShowFilter::text() const {
+    const std::string_view noun = table == nameOf(TableId::mvpnIntfStatus) ? "VRF" : "label";
+    return fmt::format("{} {}{}{}", noun, key.value_or(0), table.empty() ? "" : " in table ",
+                       table);
+}
+
+Tessel::Result<ShowFilter> parseShowFilter(const std::vector<std::string>& words) {
+    return readWords([&] { return filterFrom(words); });
 }
 
 Selection select(const TableView& view, const ShowFilter& filter) {

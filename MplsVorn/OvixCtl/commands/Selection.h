@@ -5,11 +5,12 @@
 #include <string>
 #include <vector>
 
+#include "Tessel/Result.h"
 #include "tables/TableView.h"
 
 namespace OvixCtl {
 
-/// What is to be shown.
+/// What to show.
 struct ShowFilter {
     std::string table;                ///< one of shownTableNames; empty: all
     std::optional<std::uint32_t> key; ///< a label; of table mvpn the id of a VRF
@@ -18,10 +19,10 @@ struct ShowFilter {
     std::string text() const;
 };
 
-/// [TABLE] [LABEL]; throws UsageError.
-ShowFilter parseShowFilter(const std::vector<std::string>& words);
+/// [TABLE] [LABEL]; refuses other words.
+Tessel::Result<ShowFilter> parseShowFilter(const std::vector<std::string>& words);
 
-/// The entries that a filter lets through, by table and key.
+/// The entries that a filter selects, by table and key.
 struct Selection {
     struct Entry {
         Mpls::TableId table;
@@ -31,7 +32,7 @@ struct Selection {
     std::vector<std::string> damage; ///< what hid entries
 };
 
-/// With a hardware route comes the adjacency that it names.
+/// With a hardware route its adjacency is selected, too.
 Selection select(const TableView& view, const ShowFilter& filter);
 
 } // namespace OvixCtl

@@ -1,13 +1,9 @@
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
-#include <stdexcept>
 
-#include "commands/Commands.h"
 #include "commands/Output.h"
 #include "commands/Selection.h"
 #include "route/EntryTable.h"
-#include "route/RouteJson.h"
-#include "route/RouteRows.h"
+#include "route/RoutePrinting.h"
 #include "tables/FrozenTables.h"
 
 namespace OvixCtl {
@@ -37,24 +33,22 @@ void printTable(const TableView& view, const Selection& selection, const IntfTex
     });
 }
 
-/// One route per line within one object, so that it needs no room either.
-void printJson(const TableView& view, const Selection& selection, const IntfText& interfaces) {
-    std::string start = jsonText({{"tables", view.reader().name()},
-                                  {"generation", view.reader().generation()},
-                                  {"time", timeText(view.reader().committedAt())},
-                                  {"routes", nlohmann::ordered_json::array()}});
-    start.resize(start.size() - 2); // "]}"
-    fmt::print("{}", start);
+/// One route per line within one object, as there may be a million.
+void printRoutesJson(const TableView& view, const Selection& selection,
+                     const IntfText& interfaces) {
+    fmt::print(R"({{"tables":{},"generation":{},"time":"{}","routes":[)",
+               jsonText(view.reader().name()), view.reader().generation(),
+               timeText(view.reader().committedAt()));
     const char* before = "\n";
     visit(view, selection, [&](const RouteView& route) {
-        fmt::print("{}{}", before, jsonText(routeJson(route, interfaces)));
+        fmt::print("{}{}", before, routeJson(route, interfaces));
         before = ",\n";
     });
     fmt::print("]}}\n");
 }
 
-/// Tells of what cannot be right; how much there is.
-std::size_t tellDamage(const TableView& view, const Selection& selection) {
+/// Reports damaged entries, and returns how many there are.
+std::size_t reportDamage(const TableView& view, const Selection& selection) {
     std::size_t found = selection.damage.size();
     for (const std::string& what : selection.damage) {
         complain(what);
@@ -71,17 +65,24 @@ std::size_t tellDamage(const TableView& view, const Selection& selection) {
 
 } // namespace
 
-int showRoutes(const CtlOptions& options) {
-    const ShowFilter filter = parseShowFilter(options.words);
-    const TableView view(freezeTables(options.tables));
-    const IntfText interfaces({Interface::Names::read(view.reader())});
-    const Selection selection = select(view, filter);
-    if (filter.key && selection.entries.empty()) {
-        throw std::runtime_error(
-            fmt::format("tables \"{}\" have no {}", options.tables, filter.text()));
+Tessel::Result<int> showRoutes(const Request& request) {
+    const Tessel::Result<ShowFilter> filter = parseShowFilter(request.words);
+    if (!filter) {
+        return usageError(filter.refused());
     }
-    (options.json ? printJson : printTable)(view, selection, interfaces);
-    return tellDamage(view, selection) == 0 ? ExitCode::success : ExitCode::failure;
+    const auto frozen = freezeTables(request.tables);
+    if (!frozen) {
+        return frozen.refused();
+    }
+    const TableView view(frozen.value());
+    const IntfText interfaces({Interface::Names::read(view.reader())});
+    const Selection selection = select(view, filter.value());
+    if (filter.value().key && selection.entries.empty()) {
+        return Tessel::Refused{
+            fmt::format("tables \"{}\" have no {}", request.tables, filter.value().text())};
+    }
+    (request.json ? printRoutesJson : printTable)(view, selection, interfaces);
+    return reportDamage(view, selection) == 0 ? ExitCode::success : ExitCode::failure;
 }
 
 } // namespace OvixCtl

@@ -1,13 +1,10 @@
 #include <csignal>
 #include <ctime>
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include "Tessel/Exceptions.h"
-#include "commands/Commands.h"
 #include "commands/Output.h"
-#include "route/RouteJson.h"
-#include "route/RouteText.h"
+#include "route/RoutePrinting.h"
 #include "tables/FrozenTables.h"
 #include "tables/TableWatch.h"
 
@@ -17,7 +14,7 @@ namespace {
 
 constexpr long pollMilliseconds = 20;
 
-/// SIGINT and SIGTERM, held back so that they come between two looks.
+/// SIGINT and SIGTERM, blocked except between two looks.
 class EndSignals {
   public:
     EndSignals() {
@@ -27,7 +24,7 @@ class EndSignals {
         sigprocmask(SIG_BLOCK, &set_, nullptr);
     }
 
-    /// Waits for the time between two looks; true when one came.
+    /// Waits for the next look. True when a signal came.
     bool cameWhileWaiting() const {
         const timespec wait{0, pollMilliseconds * 1'000'000};
         return sigtimedwait(&set_, nullptr, &wait) > 0;
@@ -57,12 +54,11 @@ void printChange(const WatchedChange& change, const Tessel::TableReader& tables,
     const std::string time = timeText(tables.committedAt());
     const KindText kind = textOf(change.kind);
     if (json) {
-        fmt::print("{}\n",
-                   jsonText({{"generation", tables.generation()},
-                             {"time", time},
-                             {"change", kind.word},
-                             {"route", change.now ? routeJson(*change.now, interfaces)
-                                                  : routeKeyJson(change.table, change.key)}}));
+        fmt::print(R"({{"generation":{},"time":"{}","change":"{}","route":{}}})"
+                   "\n",
+                   tables.generation(), time, kind.word,
+                   change.now ? routeJson(*change.now, interfaces)
+                              : routeKeyJson(change.table, change.key));
         return;
     }
     fmt::print("{} {} {}{}\n", tables.generation(), time, kind.sign,
@@ -70,7 +66,7 @@ void printChange(const WatchedChange& change, const Tessel::TableReader& tables,
                           : fmt::format("{} {}", nameOf(change.table), change.key));
 }
 
-/// Prints changes up to as many as are still wanted; how many that were.
+/// Prints at most as many changes as are still wanted, and returns how many that were.
 std::uint64_t printChanges(const std::vector<WatchedChange>& changes,
                            const Tessel::TableReader& tables, std::uint64_t wanted, bool json) {
     const IntfText interfaces({Interface::Names::read(tables)});
@@ -88,17 +84,21 @@ std::uint64_t printChanges(const std::vector<WatchedChange>& changes,
 
 } // namespace
 
-int watchRoutes(const CtlOptions& options) {
+Tessel::Result<int> watchRoutes(const Request& request) {
     const EndSignals signals;
-    TableWatch watch(openTables(options.tables));
-    complain(fmt::format("watching tables \"{}\" from generation {} on", options.tables,
+    const auto tables = openTables(request.tables);
+    if (!tables) {
+        return tables.refused();
+    }
+    TableWatch watch(tables.value());
+    complain(fmt::format("watching tables \"{}\" from generation {} on", request.tables,
                          watch.reader().generation()));
     int code = ExitCode::success;
-    std::uint64_t left = options.count == 0 ? ~std::uint64_t{0} : options.count;
+    std::uint64_t left = request.count == 0 ? ~std::uint64_t{0} : request.count;
     while (left != 0 && std::ferror(stdout) == 0) {
         try {
             if (const auto changes = watch.look(); !changes.empty()) {
-                left -= printChanges(changes, watch.reader(), left, options.json);
+                left -= printChanges(changes, watch.reader(), left, request.json);
                 continue;
             }
         } catch (const Tessel::CorruptionDetected& corruption) {

@@ -211,12 +211,12 @@ class Parser {
 
 } // namespace
 
-RouteRequest parseRoute(const std::vector<std::string>& words) {
-    return Parser(words).parse();
+Tessel::Result<RouteRequest> parseRoute(const std::vector<std::string>& words) {
+    return readWords([&] { return Parser(words).parse(); });
 }
 
-RouteRequest parseRouteKey(const std::vector<std::string>& words) {
-    return Parser(words).parseKey();
+Tessel::Result<RouteRequest> parseRouteKey(const std::vector<std::string>& words) {
+    return readWords([&] { return Parser(words).parseKey(); });
 }
 
 } // namespace OvixCtl

@@ -5,6 +5,7 @@
 
 #include "Config/ConfigTypes.h"
 #include "Mpls/TableDirectory.h"
+#include "Tessel/Result.h"
 
 namespace OvixCtl {
 
@@ -22,10 +23,10 @@ struct RouteRequest {
 ///        [weight N]
 ///   LABEL [table TABLE] vrf NAME [payload ipv4|ipv6|auto]
 /// The table is decap for a route with vrf, transit for every other, unless it is named.
-/// Throws UsageError.
-RouteRequest parseRoute(const std::vector<std::string>& words);
+/// Refuses other words, naming them.
+Tessel::Result<RouteRequest> parseRoute(const std::vector<std::string>& words);
 
 /// LABEL [table TABLE]
-RouteRequest parseRouteKey(const std::vector<std::string>& words);
+Tessel::Result<RouteRequest> parseRouteKey(const std::vector<std::string>& words);
 
 } // namespace OvixCtl

@@ -1,14 +1,32 @@
 #pragma once
 
 #include <cstdint>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "Config/ConfigTypes.h"
-#include "route/UsageError.h"
+#include "Tessel/Result.h"
 
 namespace OvixCtl {
+
+/// Words of a command line that cannot be understood: which word, and what was expected. Thrown
+/// within a reader of words, and returned by readWords().
+class UsageError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+/// What `read` returns, or the UsageError that it throws.
+template <class Read>
+auto readWords(Read&& read) -> Tessel::Result<decltype(read())> {
+    try {
+        return read();
+    } catch (const UsageError& error) {
+        return Tessel::Refused{error.what()};
+    }
+}
 
 // Single words of a command line. All throw UsageError, naming the word.
 

@@ -1,7 +1,6 @@
 #include "tables/FrozenTables.h"
 
 #include <fmt/format.h>
-#include <stdexcept>
 #include <system_error>
 
 #include "Tessel/Exceptions.h"
@@ -15,7 +14,7 @@ namespace {
 
 constexpr int attempts = 50;
 
-/// A reader of memory of its own.
+/// A reader that owns its memory.
 class FrozenReader : public Tessel::TableReader {
   public:
     FrozenReader(std::string name, TableMemory memory)
@@ -45,7 +44,7 @@ Ptr<Tessel::TableReader> freeze(const Tessel::TableReader& live, std::span<const
     return Tessel::make<FrozenReader>(live.name(), std::move(copy));
 }
 
-TableMemory openMemory(const std::string& name) {
+Tessel::Result<TableMemory> openMemory(const std::string& name) {
     try {
         return TableMemory::sharedForReading(name);
     } catch (const std::system_error& absent) {
@@ -53,25 +52,31 @@ TableMemory openMemory(const std::string& name) {
             absent.code() != std::errc::no_message_available) {
             throw;
         }
-        throw std::runtime_error(
-            fmt::format("tables \"{}\" do not exist; \"ovixctl lfib load\" makes them, and so does "
-                        "an agent that takes them",
-                        name));
+        return Tessel::Refused{fmt::format("tables \"{}\" do not exist; \"ovixctl lfib load\" "
+                                           "creates them, and so does an agent that uses them",
+                                           name)};
     }
 }
 
 } // namespace
 
-Ptr<Tessel::TableReader> openTables(const std::string& name) {
-    return Tessel::make<Tessel::TableReader>(openMemory(name));
+Tessel::Result<Ptr<Tessel::TableReader>> openTables(const std::string& name) {
+    Tessel::Result<TableMemory> memory = openMemory(name);
+    if (!memory) {
+        return memory.refused();
+    }
+    return Tessel::make<Tessel::TableReader>(std::move(memory).value());
 }
 
-Ptr<Tessel::TableReader> freezeTables(const std::string& name) {
-    const TableMemory memory = openMemory(name);
-    Tessel::TableReader live(name, memory.bytes());
+Tessel::Result<Ptr<Tessel::TableReader>> freezeTables(const std::string& name) {
+    const Tessel::Result<TableMemory> memory = openMemory(name);
+    if (!memory) {
+        return memory.refused();
+    }
+    Tessel::TableReader live(name, memory.value().bytes());
     for (int attempt = 1;; ++attempt) {
         try {
-            return freeze(live, memory.bytes());
+            return freeze(live, memory.value().bytes());
         } catch (const Tessel::SnapshotLost&) {
             if (attempt == attempts) {
                 throw;

@@ -1,7 +1,6 @@
 #include "route/RouteRequest.h"
 
 #include "CtlTables.h"
-#include "route/UsageError.h"
 
 using namespace OvixCtl;
 using CtlTesting::words;
@@ -10,19 +9,19 @@ using OvixAgent::ViaAction;
 
 namespace {
 
+RouteRequest parsed(const std::string& line) {
+    return parseRoute(words(line)).value();
+}
+
 std::string errorOf(const std::string& line) {
-    try {
-        parseRoute(words(line));
-    } catch (const UsageError& error) {
-        return error.what();
-    }
-    return "";
+    const auto request = parseRoute(words(line));
+    return request ? "" : request.refused().what;
 }
 
 } // namespace
 
 TEST(RouteRequest, AHopWithoutLabelsPops) {
-    const RouteRequest request = parseRoute(words("100 via inet 10.0.2.2 dev east"));
+    const RouteRequest request = parsed("100 via inet 10.0.2.2 dev east");
     EXPECT_EQ(request.table, Mpls::TableId::transitLfib);
     EXPECT_EQ(request.route.label, 100U);
     ASSERT_EQ(request.route.vias.size(), 1U);
@@ -35,19 +34,19 @@ TEST(RouteRequest, AHopWithoutLabelsPops) {
 
 TEST(RouteRequest, LabelsAreSwappedInOrPushed) {
     for (const char* swap : {"as 200/300", "as to 200/300"}) {
-        const auto request = parseRoute(words(std::string("100 ") + swap + " dev east"));
+        const auto request = parsed(std::string("100 ") + swap + " dev east");
         EXPECT_EQ(request.route.vias.front().action, ViaAction::swap);
         EXPECT_EQ(request.route.vias.front().labels, (std::vector<std::uint32_t>{200, 300}));
     }
-    const auto pushed = parseRoute(words("100 push 7 via fe80::1 dev east table decap"));
+    const auto pushed = parsed("100 push 7 via fe80::1 dev east table decap");
     EXPECT_EQ(pushed.table, Mpls::TableId::decapLfib);
     EXPECT_EQ(pushed.route.vias.front().action, ViaAction::push);
     EXPECT_EQ(pushed.route.vias.front().nexthop->family, OvixAgent::IpAddress::Family::ipv6);
 }
 
 TEST(RouteRequest, EachNexthopIsAHopOfItsOwn) {
-    const auto request = parseRoute(words("100 nexthop as 200 via 10.0.0.1 dev a weight 3 "
-                                          "nexthop via inet6 fe80::2 dev b"));
+    const auto request = parsed("100 nexthop as 200 via 10.0.0.1 dev a weight 3 "
+                                "nexthop via inet6 fe80::2 dev b");
     ASSERT_EQ(request.route.vias.size(), 2U);
     EXPECT_EQ(request.route.vias[0].weight, 3U);
     EXPECT_EQ(request.route.vias[1].labels.size(), 0U);
@@ -55,13 +54,13 @@ TEST(RouteRequest, EachNexthopIsAHopOfItsOwn) {
 }
 
 TEST(RouteRequest, AVrfIsLookedUpIn) {
-    const auto request = parseRoute(words("100 vrf red payload ipv6"));
+    const auto request = parsed("100 vrf red payload ipv6");
     EXPECT_EQ(request.route.type, OvixAgent::ViaTypes::ipLookup);
     EXPECT_EQ(request.table, Mpls::TableId::decapLfib);
     ASSERT_EQ(request.route.vias.size(), 1U);
     EXPECT_EQ(request.route.vias.front().vrf, "red");
     EXPECT_EQ(request.route.vias.front().payload, PayloadType::ipv6);
-    EXPECT_EQ(parseRoute(words("100 vrf red table pseudowire")).route.vias.front().payload,
+    EXPECT_EQ(parsed("100 vrf red table pseudowire").route.vias.front().payload,
               PayloadType::automatic);
 }
 
@@ -109,8 +108,9 @@ TEST(RouteRequest, WordsThatAreNoRouteAreNamed) {
 }
 
 TEST(RouteRequest, AKeyIsALabelAndATable) {
-    EXPECT_EQ(parseRouteKey(words("100")).table, Mpls::TableId::transitLfib);
-    EXPECT_EQ(parseRouteKey(words("100 table pseudowire")).table, Mpls::TableId::pseudowireLfib);
-    EXPECT_THROW(parseRouteKey(words("100 dev a")), UsageError);
-    EXPECT_THROW(parseRouteKey({}), UsageError);
+    EXPECT_EQ(parseRouteKey(words("100")).value().table, Mpls::TableId::transitLfib);
+    EXPECT_EQ(parseRouteKey(words("100 table pseudowire")).value().table,
+              Mpls::TableId::pseudowireLfib);
+    EXPECT_FALSE(parseRouteKey(words("100 dev a")));
+    EXPECT_FALSE(parseRouteKey({}));
 }

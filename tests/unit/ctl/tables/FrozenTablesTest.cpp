@@ -27,7 +27,7 @@ TEST_F(FrozenTablesTest, WhatWasFrozenStaysAsItWas) {
     lfib.ipLookupRouteIs(key, Mpls::LfibViaType::ipLookup, L3::VrfName("first"),
                          Mpls::PayloadType::ipv4);
     publisher.commit();
-    const auto frozen = freezeTables(name);
+    const auto frozen = freezeTables(name).value();
     for (const char* vrf : {"a", "b", "c", "d"}) {
         lfib.ipLookupRouteIs(key, Mpls::LfibViaType::ipLookup, L3::VrfName(vrf),
                              Mpls::PayloadType::ipv4);
@@ -36,11 +36,11 @@ TEST_F(FrozenTablesTest, WhatWasFrozenStaysAsItWas) {
     const RouteView route = TableView(frozen).entry(TableId::transitLfib, 5);
     ASSERT_FALSE(route.isDamaged());
     EXPECT_EQ(std::get<LfibRouteView>(route.content).lookup->vrf.view(), "first");
-    EXPECT_LT(frozen->generation(), freezeTables(name)->generation());
+    EXPECT_LT(frozen->generation(), freezeTables(name).value()->generation());
 }
 
 TEST_F(FrozenTablesTest, TablesThatDoNotExistAreNotMade) {
-    EXPECT_THROW(freezeTables(name), std::runtime_error);
-    EXPECT_THROW(openTables(name), std::runtime_error);
+    EXPECT_FALSE(freezeTables(name));
+    EXPECT_FALSE(openTables(name));
     EXPECT_FALSE(Tessel::TableMemory::remove(name));
 }

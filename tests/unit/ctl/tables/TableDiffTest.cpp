@@ -1,7 +1,7 @@
 #include "tables/TableDiff.h"
 
 #include "CtlTables.h"
-#include "route/RouteText.h"
+#include "route/RoutePrinting.h"
 
 using namespace CtlTesting;
 using OvixCtl::Change;

@@ -1,9 +1,10 @@
 #pragma once
 
 #include <cstdint>
-#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
+
+#include "Tessel/Result.h"
 
 namespace OvixCtl {
 
@@ -23,17 +24,18 @@ struct Counters {
     std::vector<NamedCounter> named;
 };
 
-/// What an agent answers to "counters". Throws std::runtime_error for an answer of another form.
-Counters countersOf(const nlohmann::ordered_json& answer);
+/// The counters of the agent that answers at a socket. Refuses, naming the path, when there is no
+/// agent, for its own error, and for an answer that is not counters.
+Tessel::Result<Counters> readCounters(const std::string& path);
 
-/// One label's alone; none when nothing has been counted for it.
+/// Only those of one label; empty when nothing has been counted for it.
 Counters countersOfLabel(const Counters& counters, std::uint32_t label);
 
 /// Tables for people; those without content are left out.
 std::string countersText(const Counters& counters);
 
 /// {"labels": [{"label", "packets", "bytes"}],
-///  "counters": [{"category", "module", "reason", "count"}]}
-nlohmann::ordered_json countersJson(const Counters& counters);
+///  "counters": [{"category", "module", "reason", "count"}]}, on one line
+std::string countersJson(const Counters& counters);
 
 } // namespace OvixCtl

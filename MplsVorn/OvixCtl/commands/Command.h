@@ -1,0 +1,80 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "Tessel/Result.h"
+
+namespace OvixCtl {
+
+/// What the program exits with.
+namespace ExitCode {
+inline constexpr int success = 0;
+inline constexpr int failure = 1; ///< of `lfib diff`: there is a difference
+inline constexpr int usage = 2;   ///< of `lfib diff`: also every other error
+} // namespace ExitCode
+
+struct Command;
+
+/// What a command line asks for.
+struct Request {
+    const Command* command = nullptr;
+    std::string tables = "ovix"; ///< the name of the shared tables
+    std::string control;         ///< the agent's socket; empty: derived from the tables' name
+    bool json = false;
+    std::uint64_t count = 0;        ///< of watch: stop after that many changes; 0: never
+    std::vector<std::string> words; ///< as many as the command takes
+};
+
+/// An option, and the member of the request that it sets.
+struct Option {
+    const char* name;
+    const char* value; ///< what help calls its value; null for a flag
+    const char* help;
+    const char* completion; ///< words to offer for the value; null for none
+    std::variant<std::string Request::*, bool Request::*, std::uint64_t Request::*> member;
+    const char* environment = ""; ///< the variable that sets it, too
+};
+
+/// The words of a command: what help calls them, and how many there may be.
+struct CommandWords {
+    const char* name = nullptr;
+    const char* type = "";
+    const char* help = "";
+    int least = 0;
+    int most = 0; ///< negative: no limit
+};
+
+/// All that the program knows of a command. `help` and `completion` are subject to expanded().
+struct Command {
+    const char* group;
+    const char* name;
+    const char* summary;
+    /// Carries it out. Returns the exit code, or why it could not be done; may also throw that.
+    Tessel::Result<int> (*run)(const Request& request);
+    CommandWords words{};
+    const char* help = ""; ///< below the options
+    /// A line for each place where words are offered: a bash pattern for COUNT:LAST, the number of
+    /// words given so far and the last of them, and the words.
+    const char* completion = "";
+    const Option* option = nullptr; ///< its own, beside the global ones
+    int failureCode = ExitCode::failure;
+};
+
+struct CommandGroup {
+    const char* name;
+    const char* summary;
+};
+
+std::span<const CommandGroup> commandGroups() noexcept;
+/// Sorted by group and name.
+std::span<const Command> allCommands() noexcept;
+std::span<const Option> globalOptions() noexcept;
+
+/// The text with "@lfibs@", "@shown-tables@" and so on replaced by what the program's tables hold.
+std::string expanded(std::string text);
+
+} // namespace OvixCtl

@@ -1,0 +1,172 @@
+#include <fmt/format.h>
+#include <utility>
+
+#include "commands/Command.h"
+#include "route/EntryTable.h"
+
+namespace OvixCtl {
+
+// A command is a row of `commands`, and a file with its function.
+Tessel::Result<int> addRoute(const Request& request);
+Tessel::Result<int> clearCounters(const Request& request);
+Tessel::Result<int> deleteRoute(const Request& request);
+Tessel::Result<int> diffRoutes(const Request& request);
+Tessel::Result<int> loadRoutes(const Request& request);
+Tessel::Result<int> printBashCompletion(const Request& request);
+Tessel::Result<int> replaceRoute(const Request& request);
+Tessel::Result<int> showCounters(const Request& request);
+Tessel::Result<int> showRoutes(const Request& request);
+Tessel::Result<int> watchRoutes(const Request& request);
+
+namespace {
+
+constexpr CommandGroup groups[]{
+    {"lfib", "The label tables"},
+    {"counters", "The counters of a running agent"},
+    {"completion", "Shell completion"},
+};
+
+constexpr Option options[]{
+    {"--tables", "NAME", "The name of the tables in shared memory", "@present-tables@",
+     &Request::tables, "OVIX_TABLES"},
+    {"--control", "PATH",
+     "The agent's control socket (default: the socket of the agent that uses these tables)",
+     "@files@", &Request::control},
+    {"--json", nullptr, "Print JSON", nullptr, &Request::json},
+};
+constexpr Option countOption{"--count", "N", "Stop after N changes", nullptr, &Request::count};
+
+constexpr CommandWords configWord{"FILE", "TEXT", "The agent's configuration; - is standard input",
+                                  1, 1};
+constexpr CommandWords routeWords{"ROUTE", "LABEL [table TABLE] ...", "", 1, -1};
+
+constexpr const char* routeHelp =
+    R"(ROUTE: LABEL [table TABLE] HOP
+       LABEL [table TABLE] nexthop HOP [nexthop HOP ...]
+       LABEL [table TABLE] vrf NAME [payload ipv4|ipv6|auto]
+HOP:   [as L1[/L2...] | push L1[/L2...]] [via [inet|inet6] ADDRESS] [dev INTERFACE]
+       [weight N]
+TABLE: @lfib-list@
+       (default: decap with vrf, else transit)
+A label of table transit is programmed into the hardware status, too, with an adjacency of its own,
+whose id is the label.
+A hop without "as" or "push" pops the label.
+JSON: {"tables", "generation", "added", "changed", "removed"})";
+
+constexpr const char* routeCompletion = R"(0:*
+*:table @lfibs@
+*:dev @interfaces@
+*:via inet inet6
+*:payload ipv4 ipv6 auto
+*:as|*:to|*:push|*:inet|*:inet6|*:weight|*:vrf
+*:* table as push via dev weight nexthop vrf payload
+)";
+
+constexpr Command commands[]{
+    {"lfib", "add", "Add a route", addRoute, routeWords, "@route-help@", "@route-completion@"},
+    {"lfib",
+     "del",
+     "Remove a route",
+     deleteRoute,
+     {"ROUTE", "LABEL [table TABLE]", "", 1, -1},
+     "",
+     "1:* table\n2:table @lfibs@\n"},
+    {"lfib", "diff", "Show what load would change", diffRoutes, configWord,
+     R"(Prints a line with - for each route that load would remove and + for each that it would add.
+Exit codes: 0 no difference, 1 a difference, 2 an error
+JSON: {"tables", "generation", "changes": [{"before", "after"}]}, each a ROUTE as in lfib show,
+or null)",
+     "0:* @files@\n", nullptr, ExitCode::usage},
+    {"lfib", "load", "Replace all routes by those of a configuration, in one step", loadRoutes,
+     configWord,
+     R"(Prints how many routes were added, changed and removed, and the generation. Equal routes are
+not written again. An error leaves all tables unchanged.
+JSON: {"tables", "generation", "added", "changed", "removed"})",
+     "0:* @files@\n"},
+    {"lfib", "replace", "Add a route, or change it if it exists", replaceRoute, routeWords,
+     "@route-help@", "@route-completion@"},
+    {"lfib",
+     "show",
+     "Show routes",
+     showRoutes,
+     {"WORDS", "[TABLE] [LABEL]", "A table, a label, or both", 0, 2},
+     R"(TABLE: @shown-tables-list@
+       hardware means routes and adjacencies; in mvpn, LABEL is the id of a VRF
+All routes shown are of one generation.
+JSON: {"tables", "generation", "time", "routes": [ROUTE]}
+  ROUTE by table:
+    an LFIB    {"table", "label", "type", "multicast", "lookup": {"vrf", "payload"},
+                "tail": {"interface"}, "vias": [VIA]}
+    hardware   {"table", "label", "adjacency", "unprogrammed"}
+    adjacency  {"table", "id", "type", "multicast", "useBackups", "vias": [VIA],
+                "backups": [VIA]}
+    mvpn       {"table", "vrfId", "interface"}
+  A damaged entry has its label, id or vrfId and "corrupt": TEXT.
+  VIA: {"action", "labels", "nexthop", "interface", "weight", "ttl", "tc", "pushTtl", "payload",
+        "mtu", "vlan", "fec", "vrf"}
+  Every key is always there; null means unset.)",
+     "0:* @shown-tables@\n"},
+    {"lfib",
+     "watch",
+     "Show changes as they become visible",
+     watchRoutes,
+     {},
+     R"(Prints generation, time, + (added), - (removed) or ~ (changed), and the route, until
+interrupted. Looks every 20 ms, and shows the result of several changes to a route in between.
+JSON: {"generation", "time", "change": "added", "removed" or "changed", "route"}, one object per
+line; the route is as in lfib show, of a removed route only its table and label)",
+     "",
+     &countOption},
+    {"counters", "clear", "Set the counters to 0", clearCounters},
+    {"counters",
+     "show",
+     "Show packets and bytes by label, and all other counters",
+     showCounters,
+     {"LABEL", "", "Only this label", 0, 1},
+     R"(JSON: {"labels": [{"label", "packets", "bytes"}],
+       "counters": [{"category", "module", "reason", "count"}]})"},
+    {"completion",
+     "bash",
+     "Print a completion script for bash",
+     printBashCompletion,
+     {},
+     "Use: source <(ovixctl completion bash)"},
+};
+
+} // namespace
+
+std::string expanded(std::string text) {
+    const auto lfibs = std::span(entryTableNames).first(Mpls::lfibs);
+    // A text may hold names that follow it.
+    const std::pair<std::string_view, std::string> texts[]{
+        {"@route-help@", routeHelp},
+        {"@route-completion@", routeCompletion},
+        {"@lfibs@", fmt::format("{}", fmt::join(lfibs, " "))},
+        {"@lfib-list@", fmt::format("{}", fmt::join(lfibs, ", "))},
+        {"@shown-tables@", fmt::format("{}", fmt::join(shownTableNames, " "))},
+        {"@shown-tables-list@", fmt::format("{}", fmt::join(shownTableNames, ", "))},
+        {"@interfaces@", "$(cd /sys/class/net 2> /dev/null && compgen -G '*')"},
+        {"@present-tables@",
+         "$(cd /dev/shm 2> /dev/null && compgen -G 'ovix-*' | sed 's/^ovix-//')"},
+    };
+    for (const auto& [name, value] : texts) {
+        for (std::size_t at = 0; (at = text.find(name, at)) != std::string::npos;) {
+            text.replace(at, name.size(), value);
+        }
+    }
+    return text;
+}
+
+std::span<const CommandGroup> commandGroups() noexcept {
+    return groups;
+}
+
+std::span<const Command> allCommands() noexcept {
+    return commands;
+}
+
+std::span<const Option> globalOptions() noexcept {
+    return options;
+}
+
+} // namespace OvixCtl
