@@ -11,7 +11,7 @@
 
 namespace Bench {
 
-namespace Wire = TestSupport::Wire;
+namespace Raw = TestSupport::Raw;
 using Clock = std::chrono::steady_clock;
 
 namespace {
@@ -24,33 +24,32 @@ constexpr std::size_t perCall = 64;
 }
 
 /// What fills the frame up to its size, behind so many bytes of headers.
-Wire::Bytes datagram(std::size_t before) {
-    return Wire::udp(1024, 9, Wire::filled(frameBytes - before - 8, 0));
+Raw::Bytes datagram(std::size_t before) {
+    return Raw::udp(1024, 9, Raw::filled(frameBytes - before - 8, 0));
 }
 
 } // namespace
 
-std::vector<Wire::Bytes> labelledFrames(std::uint32_t count) {
-    std::vector<Wire::Bytes> frames;
+std::vector<Raw::Bytes> labelledFrames(std::uint32_t count) {
+    std::vector<Raw::Bytes> frames;
     for (std::uint32_t i = 0; i < count; ++i) {
-        frames.push_back(Wire::join({Wire::eth(Wire::ethMpls), Wire::stack({{firstLabel + i}}),
-                                     Wire::ipv4({}, datagram(14 + 4 + 20))}));
+        frames.push_back(Raw::join({Raw::eth(Raw::ethMpls), Raw::stack({{firstLabel + i}}),
+                                    Raw::ipv4({}, datagram(14 + 4 + 20))}));
     }
     return frames;
 }
 
-std::vector<Wire::Bytes> ipv4Frames(std::uint32_t count) {
-    std::vector<Wire::Bytes> frames;
+std::vector<Raw::Bytes> ipv4Frames(std::uint32_t count) {
+    std::vector<Raw::Bytes> frames;
     for (std::uint32_t i = 0; i < count; ++i) {
-        Wire::Ipv4 header;
+        Raw::Ipv4 header;
         header.destination = 0x0a090000 + i;
-        frames.push_back(
-            Wire::join({Wire::eth(Wire::ethIpv4), Wire::ipv4(header, datagram(14 + 20))}));
+        frames.push_back(Raw::join({Raw::eth(Raw::ethIpv4), Raw::ipv4(header, datagram(14 + 20))}));
     }
     return frames;
 }
 
-FrameSender::FrameSender(const std::string& link, std::vector<Wire::Bytes> frames)
+FrameSender::FrameSender(const std::string& link, std::vector<Raw::Bytes> frames)
     : frames_(std::move(frames)), extents_(frames_.size()), messages_(frames_.size()),
       socket_(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0)) {
     for (std::size_t i = 0; i < frames_.size(); ++i) {

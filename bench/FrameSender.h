@@ -13,15 +13,15 @@
 namespace Bench {
 
 /// Labels of the frames of `count` flows are consecutive, from TableSamples' firstLabel on.
-std::vector<TestSupport::Wire::Bytes> labelledFrames(std::uint32_t count);
+std::vector<TestSupport::Raw::Bytes> labelledFrames(std::uint32_t count);
 /// To as many addresses of 10.9.0.0/16.
-std::vector<TestSupport::Wire::Bytes> ipv4Frames(std::uint32_t count);
+std::vector<TestSupport::Raw::Bytes> ipv4Frames(std::uint32_t count);
 
 /// Sends made frames of 64 bytes on a link, one after the other, again and again.
 class FrameSender {
   public:
     /// Throws std::runtime_error, as all functions do.
-    FrameSender(const std::string& link, std::vector<TestSupport::Wire::Bytes> frames);
+    FrameSender(const std::string& link, std::vector<TestSupport::Raw::Bytes> frames);
     FrameSender(const FrameSender&) = delete;
     FrameSender& operator=(const FrameSender&) = delete;
 
@@ -36,7 +36,7 @@ class FrameSender {
     std::uint64_t sent() const noexcept { return sent_; }
 
   private:
-    std::vector<TestSupport::Wire::Bytes> frames_;
+    std::vector<TestSupport::Raw::Bytes> frames_;
     std::vector<iovec> extents_;
     std::vector<mmsghdr> messages_;
     std::size_t next_ = 0;

@@ -26,7 +26,7 @@ using Bench::AgentProcess;
 using Bench::FrameSender;
 using Bench::LiveNetwork;
 using Bench::Passage;
-using TestSupport::Wire::Bytes;
+using TestSupport::Raw::Bytes;
 
 constexpr std::uint32_t flows = 256;
 constexpr std::uint64_t asManyAsCanBe = 0;

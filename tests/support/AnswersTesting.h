@@ -9,20 +9,20 @@
 
 namespace OvixAgent::Testing {
 
-using TestSupport::Wire::Bytes;
+using TestSupport::Raw::Bytes;
 
 inline const OwnAddresses own{Lumo::IpGenAddr::fromText("10.255.0.1"),
                               Lumo::IpGenAddr::fromText("2001:db8::ff")};
 
 /// A labelled frame with two VLAN tags.
-inline Bytes tagged(const std::vector<TestSupport::Wire::Entry>& labels, const Bytes& packet) {
-    using namespace TestSupport::Wire;
+inline Bytes tagged(const std::vector<TestSupport::Raw::Entry>& labels, const Bytes& packet) {
+    using namespace TestSupport::Raw;
     return join(
         {eth(ethServiceVlan), tag(5, ethVlan), tag(0xe00a, ethMpls), stack(labels), packet});
 }
 
-inline Bytes labelled(const std::vector<TestSupport::Wire::Entry>& labels, const Bytes& packet) {
-    using namespace TestSupport::Wire;
+inline Bytes labelled(const std::vector<TestSupport::Raw::Entry>& labels, const Bytes& packet) {
+    using namespace TestSupport::Raw;
     return join({eth(ethMpls), stack(labels), packet});
 }
 
@@ -63,7 +63,7 @@ inline Bytes counting(std::size_t size) {
 /// The checksum of UDP or ICMPv6 in an IP packet without options, by its pseudo header; 0xffff when
 /// it is right.
 inline std::uint16_t transportSum(const Bytes& packet) {
-    using namespace TestSupport::Wire;
+    using namespace TestSupport::Raw;
     const bool isIpv4 = packet[0] >> 4U == 4;
     const std::size_t start = isIpv4 ? 20 : 40;
     const Bytes segment = from(packet, start, packet.size() - start);

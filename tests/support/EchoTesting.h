@@ -7,12 +7,12 @@ namespace OvixAgent::Testing {
 
 /// A TLV of an MPLS echo message, padded.
 inline Bytes tlv(std::uint16_t type, const Bytes& value) {
-    using namespace TestSupport::Wire;
+    using namespace TestSupport::Raw;
     const auto length = static_cast<std::uint32_t>(value.size());
     return join({u16(type), u16(length), value, filled((4 - value.size() % 4) % 4, 0)});
 }
 inline Bytes fecStack(std::initializer_list<Bytes> fecs) {
-    return tlv(1, TestSupport::Wire::join(fecs));
+    return tlv(1, TestSupport::Raw::join(fecs));
 }
 /// LDP bindings of 10.9.0.0/16 and 2001:db8:9::/48.
 inline const Bytes ldp4 = tlv(1, {10, 9, 0, 0, 16});
@@ -28,7 +28,7 @@ struct Echo {
 };
 
 inline Bytes message(const Echo& echo) {
-    using namespace TestSupport::Wire;
+    using namespace TestSupport::Raw;
     return join({u16(echo.version),
                  u16(echo.flags),
                  {echo.type, echo.replyMode, 0, 0},
@@ -43,7 +43,7 @@ inline Bytes message(const Echo& echo) {
 
 /// A UDP datagram for 127.0.0.1 without a checksum.
 inline Bytes echo4(const Bytes& payload, std::uint16_t sourcePort = 49152) {
-    using namespace TestSupport::Wire;
+    using namespace TestSupport::Raw;
     Ipv4 fields;
     fields.destination = 0x7f000001;
     fields.ttl = 1;
@@ -52,7 +52,7 @@ inline Bytes echo4(const Bytes& payload, std::uint16_t sourcePort = 49152) {
 
 /// A UDP datagram for ::ffff:127.0.0.1 with its checksum.
 inline Bytes echo6(const Bytes& payload) {
-    using namespace TestSupport::Wire;
+    using namespace TestSupport::Raw;
     Bytes packet = ipv6({}, udp(49152, 3503, payload));
     const Bytes destination{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff, 127, 0, 0, 1};
     std::copy(destination.begin(), destination.end(), packet.begin() + 24);

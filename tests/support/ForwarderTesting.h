@@ -14,7 +14,7 @@
 
 namespace OvixAgent::Testing {
 
-using namespace TestSupport::Wire;
+using namespace TestSupport::Raw;
 
 using Frames = std::vector<Bytes>;
 

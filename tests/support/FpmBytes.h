@@ -12,8 +12,8 @@
 /// machine, the frame around it, labels and addresses in that of the network.
 namespace TestSupport::Fpm {
 
-using Wire::Bytes;
-using Wire::join;
+using Raw::Bytes;
+using Raw::join;
 
 inline Bytes host(const void* value, std::size_t size) {
     Bytes bytes(size);
@@ -46,20 +46,20 @@ inline Bytes nested(std::uint16_t type, const Bytes& value) {
 
 /// Labels as routes have them: TC and TTL zero, the last one marked as the bottom.
 inline Bytes labels(const std::vector<std::uint32_t>& values) {
-    std::vector<Wire::Entry> entries;
+    std::vector<Raw::Entry> entries;
     for (const std::uint32_t value : values) {
         entries.push_back({value, 0, 0});
     }
-    return Wire::stack(entries);
+    return Raw::stack(entries);
 }
 
 inline Bytes v4(std::uint32_t address) {
-    return Wire::u32(address);
+    return Raw::u32(address);
 }
 
 /// 2001:db8::LAST, 2001:db8:GROUP:: with a group.
 inline Bytes v6(std::uint8_t last, std::uint8_t group = 0) {
-    Bytes bytes = Wire::ipv6Address(last);
+    Bytes bytes = Raw::ipv6Address(last);
     bytes[5] = group;
     return bytes;
 }
@@ -118,7 +118,7 @@ inline Bytes deletedRoute(const RouteHead& head, const Bytes& attributes) {
 
 inline Bytes frame(const Bytes& messages, std::uint8_t version = 1, std::uint8_t type = 1) {
     return join(
-        {{version, type}, Wire::u16(static_cast<std::uint32_t>(4 + messages.size())), messages});
+        {{version, type}, Raw::u16(static_cast<std::uint32_t>(4 + messages.size())), messages});
 }
 
 } // namespace TestSupport::Fpm

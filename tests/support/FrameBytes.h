@@ -7,7 +7,7 @@
 #include <vector>
 
 /// Headers as plain bytes, put together by hand rather than by the code under test.
-namespace TestSupport::Wire {
+namespace TestSupport::Raw {
 
 using Bytes = std::vector<std::uint8_t>;
 
@@ -136,4 +136,4 @@ inline Bytes udp(std::uint16_t sourcePort = 1024, std::uint16_t destinationPort 
                  u16(static_cast<std::uint32_t>(8 + payload.size())), u16(0), payload});
 }
 
-} // namespace TestSupport::Wire
+} // namespace TestSupport::Raw

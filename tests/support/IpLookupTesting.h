@@ -14,8 +14,8 @@ using Mpls::LfibViaType;
 using Mpls::PayloadType;
 
 inline const Bytes ip4 = udpPacket(0xc0000201);
-inline const Bytes ip6 = Wire::ipv6({}, Wire::udp());
-inline const Bytes ethernet = Wire::join({Wire::eth(Wire::ethIpv4), Wire::filled(40, 0)});
+inline const Bytes ip6 = Raw::ipv6({}, Raw::udp());
+inline const Bytes ethernet = Raw::join({Raw::eth(Raw::ethIpv4), Raw::filled(40, 0)});
 
 /// Hands frames and via sets to a handler of IP lookup vias and looks at the next hop it fills.
 class IpLookupViaFixture : public MadeUpViasFixture {

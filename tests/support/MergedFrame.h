@@ -10,7 +10,7 @@
 
 namespace LiveTesting {
 
-using TestSupport::Wire::Bytes;
+using TestSupport::Raw::Bytes;
 
 inline constexpr std::uint8_t tcpOverIpv4 = 1;
 inline constexpr std::uint8_t tcpOverIpv6 = 4;
@@ -22,14 +22,14 @@ inline void setIpv4Checksum(Bytes& frame, std::size_t at) {
     frame[at + 10] = frame[at + 11] = 0;
     const std::size_t size = (frame[at] & 15U) * std::size_t{4};
     const std::span<const std::uint8_t> rest = std::span(frame).subspan(at);
-    const auto sum = TestSupport::Wire::onesSum(rest.first(std::min(size, rest.size())));
-    std::ranges::copy(TestSupport::Wire::u16(0xffffU ^ sum),
+    const auto sum = TestSupport::Raw::onesSum(rest.first(std::min(size, rest.size())));
+    std::ranges::copy(TestSupport::Raw::u16(0xffffU ^ sum),
                       frame.begin() + static_cast<std::ptrdiff_t>(at) + 10);
 }
 
 /// A TCP or UDP packet of any length, as one frame or as the segments that a wire would carry.
 struct MergedFrame {
-    Bytes link = TestSupport::Wire::eth(TestSupport::Wire::ethIpv4);
+    Bytes link = TestSupport::Raw::eth(TestSupport::Raw::ethIpv4);
     bool isIpv4 = true;
     bool isTcp = true;
     std::size_t payload = 3000;
@@ -70,7 +70,7 @@ struct MergedFrame {
   private:
     Bytes frame(std::size_t at, std::size_t size, std::uint8_t segmentFlags,
                 std::size_t number) const {
-        using namespace TestSupport::Wire;
+        using namespace TestSupport::Raw;
         const std::uint8_t protocol = isTcp ? protocolTcp : protocolUdp;
         Bytes segment = isTcp ? tcp(at, size, segmentFlags) : udp(5000, 5001, content(at, size));
         const std::uint32_t source = 0x0a010001;
@@ -92,7 +92,7 @@ struct MergedFrame {
     }
 
     Bytes tcp(std::size_t at, std::size_t size, std::uint8_t segmentFlags) const {
-        using namespace TestSupport::Wire;
+        using namespace TestSupport::Raw;
         const auto offset = static_cast<std::uint8_t>((20 + tcpOptions) / 4 * 16);
         return join({u16(5000),
                      u16(5001),

@@ -10,7 +10,7 @@
 namespace TestSupport {
 
 /// A packet that ends where its buffer ends, so that the address sanitizer sees a read beyond it.
-inline Ptr<Lumo::Pkt> packetAtBufferEnd(const Wire::Bytes& bytes) {
+inline Ptr<Lumo::Pkt> packetAtBufferEnd(const Raw::Bytes& bytes) {
     constexpr std::size_t toTheEnd = 2304 - Lumo::Pkt::defaultHeadroom;
     Ptr<Lumo::Pkt> packet = Lumo::globalPktManager()->newPkt();
     packet->newSharedHeadData(std::max(toTheEnd, bytes.size()));
@@ -19,7 +19,7 @@ inline Ptr<Lumo::Pkt> packetAtBufferEnd(const Wire::Bytes& bytes) {
     return packet;
 }
 
-inline Ptr<Ovix::PacketContext> contextOf(const Wire::Bytes& bytes,
+inline Ptr<Ovix::PacketContext> contextOf(const Raw::Bytes& bytes,
                                           Ovix::PktHdrType first = Ovix::PktHdrType::eth) {
     return Tessel::make<Ovix::PacketContext>(packetAtBufferEnd(bytes), first);
 }

@@ -16,7 +16,7 @@ class Operation {
               std::uint8_t ttl = Lumo::UnboundedMplsLabelOperation::defaultTtl)
         : tc_(tc), ttl_(ttl) {
         for (const std::uint32_t label : labels) {
-            const Wire::Bytes bytes = Wire::u32(label);
+            const Raw::Bytes bytes = Raw::u32(label);
             packed_.insert(packed_.end(), bytes.begin() + 1, bytes.end());
         }
     }
@@ -29,7 +29,7 @@ class Operation {
     }
 
   private:
-    Wire::Bytes packed_;
+    Raw::Bytes packed_;
     std::optional<std::uint8_t> tc_;
     std::uint8_t ttl_;
 };
@@ -64,15 +64,15 @@ class Rewritten {
     static constexpr std::size_t before = 128;
     static constexpr std::size_t behind = 64;
 
-    explicit Rewritten(const Wire::Bytes& bytes, Ovix::PktHdrType outer = Ovix::PktHdrType::mpls,
+    explicit Rewritten(const Raw::Bytes& bytes, Ovix::PktHdrType outer = Ovix::PktHdrType::mpls,
                        bool trailer = false)
         : trailer_(trailer),
           context_(Tessel::make<Ovix::RoutingContext>(
               1U,
-              Tessel::make<Ovix::PacketContext>(Lumo::globalPktManager()->newPkt(Wire::join(
-                                                    {Wire::filled(before, 0xa5), bytes,
-                                                     Wire::filled(trailer ? behind : 0, 0xa5)})),
-                                                outer),
+              Tessel::make<Ovix::PacketContext>(
+                  Lumo::globalPktManager()->newPkt(Raw::join(
+                      {Raw::filled(before, 0xa5), bytes, Raw::filled(trailer ? behind : 0, 0xa5)})),
+                  outer),
               nullptr)),
           start_(pkt().headroom() + before) {
         pkt().popFront(before);
@@ -93,7 +93,7 @@ class Rewritten {
     const Ptr<Ovix::RoutingContext>& routingContext() const { return context_; }
 
     /// The packet as it stands, without the trailer.
-    Wire::Bytes bytes() const {
+    Raw::Bytes bytes() const {
         const auto data = pkt().data();
         return {data.begin(), data.end() - (trailer_ ? behind : 0)};
     }

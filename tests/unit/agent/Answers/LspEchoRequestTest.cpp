@@ -4,7 +4,7 @@
 
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
-using namespace TestSupport::Wire;
+using namespace TestSupport::Raw;
 using Fault = LspEchoRequest::Fault;
 
 namespace {

@@ -4,7 +4,7 @@
 
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
-using namespace TestSupport::Wire;
+using namespace TestSupport::Raw;
 
 TEST(LspEcho, IsRepliedToByUdp) {
     const Bytes reply = replyTo(tagged({{0, 0, 1}}, echo4(message({}))));

@@ -6,7 +6,7 @@
 #include "FrameBytes.h"
 
 using namespace OvixAgent;
-using namespace TestSupport::Wire;
+using namespace TestSupport::Raw;
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include "FrameBytes.h"
 
 using namespace OvixAgent;
-using namespace TestSupport::Wire;
+using namespace TestSupport::Raw;
 
 namespace {
 

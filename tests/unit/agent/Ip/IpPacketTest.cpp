@@ -6,7 +6,7 @@
 #include "Ip/IpScope.h"
 
 using namespace OvixAgent;
-using namespace TestSupport::Wire;
+using namespace TestSupport::Raw;
 using Ovix::PktHdrType;
 
 namespace {

@@ -16,8 +16,8 @@ using namespace LiveTesting;
 using OvixAgent::LivePort;
 using OvixAgent::PacketIntake;
 using OvixAgent::PacketPort;
-using TestSupport::Wire::ethMpls;
-using TestSupport::Wire::ethVlan;
+using TestSupport::Raw::ethMpls;
+using TestSupport::Raw::ethVlan;
 
 class LiveAllocationTest : public TestSupport::OwnNetwork {};
 

@@ -16,7 +16,7 @@
 namespace {
 
 using namespace LiveTesting;
-using namespace TestSupport::Wire;
+using namespace TestSupport::Raw;
 using OvixAgent::LiveEvent;
 using OvixAgent::PacketIntake;
 using OvixAgent::PacketPort;

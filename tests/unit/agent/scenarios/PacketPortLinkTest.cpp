@@ -12,7 +12,7 @@ using OvixAgent::PacketIntake;
 using OvixAgent::PacketPort;
 using TestSupport::ip;
 using TestSupport::pollUntil;
-using TestSupport::Wire::ethMpls;
+using TestSupport::Raw::ethMpls;
 
 class PacketPortLinkTest : public TestSupport::OwnNetwork {};
 

@@ -10,7 +10,7 @@ namespace {
 using namespace TestSupport::Fpm;
 using OvixFpm::FpmDecoder;
 using OvixFpm::MessageCounts;
-using TestSupport::Wire::filled;
+using TestSupport::Raw::filled;
 
 Bytes lsp(std::uint32_t label, const Bytes& attributes = interface(3)) {
     return newRoute({AF_MPLS, 20}, join({attribute(RTA_DST, labels({label})), attributes}));

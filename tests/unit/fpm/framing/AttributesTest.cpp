@@ -10,7 +10,7 @@ using namespace OvixFpm;
 using TestSupport::Fpm::attribute;
 using TestSupport::Fpm::host16;
 using TestSupport::Fpm::host32;
-using TestSupport::Wire::join;
+using TestSupport::Raw::join;
 using Payload = std::vector<std::uint8_t>;
 
 constexpr Field four{4, "FOUR"};

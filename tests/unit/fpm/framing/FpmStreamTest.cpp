@@ -8,8 +8,8 @@ namespace {
 
 using namespace OvixFpm;
 using TestSupport::Fpm::frame;
-using TestSupport::Wire::filled;
-using TestSupport::Wire::join;
+using TestSupport::Raw::filled;
+using TestSupport::Raw::join;
 using Payload = std::vector<std::uint8_t>;
 
 /// All frames and refusals of the bytes, taken in pieces of that size.

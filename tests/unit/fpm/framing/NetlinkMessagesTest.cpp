@@ -9,8 +9,8 @@ namespace {
 using namespace OvixFpm;
 using TestSupport::Fpm::host32;
 using TestSupport::Fpm::message;
-using TestSupport::Wire::filled;
-using TestSupport::Wire::join;
+using TestSupport::Raw::filled;
+using TestSupport::Raw::join;
 using Payload = std::vector<std::uint8_t>;
 
 constexpr std::uint64_t frameOffset = 1000;

@@ -6,8 +6,8 @@
 namespace {
 
 using namespace TestSupport::Fpm;
-using TestSupport::Wire::filled;
-using TestSupport::Wire::u32;
+using TestSupport::Raw::filled;
+using TestSupport::Raw::u32;
 
 const RouteHead lsp{AF_MPLS, 20};
 const Bytes label1000 = attribute(RTA_DST, labels({1000}));

@@ -7,7 +7,7 @@
 namespace {
 
 using namespace TestSupport::Fpm;
-using TestSupport::Wire::u16;
+using TestSupport::Raw::u16;
 
 class Mutation : public testing::TestWithParam<std::string> {
   protected:

@@ -5,7 +5,7 @@
 
 using namespace Ovix;
 using namespace TestSupport;
-using namespace TestSupport::Wire;
+using namespace TestSupport::Raw;
 
 TEST(FrameAllocation, AWarmFrameIsTakenParsedAndHashedWithoutOne) {
     if (slabsFromHeap) {

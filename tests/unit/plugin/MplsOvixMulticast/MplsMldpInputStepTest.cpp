@@ -7,19 +7,19 @@ namespace {
 using namespace Ovix;
 using namespace TestSupport;
 using Kind = InputVerdict::Kind;
-using Wire::eth;
-using Wire::filled;
-using Wire::join;
-using Wire::tag;
+using Raw::eth;
+using Raw::filled;
+using Raw::join;
+using Raw::tag;
 
 constexpr std::uint16_t ethException = 0x8139;
-const Bytes labels = Wire::stack({{500, 5, 60}});
+const Bytes labels = Raw::stack({{500, 5, 60}});
 const Lumo::IntfId vlan100 = Lumo::VlanIntfId::vlanIdToIntfId(100);
 const Lumo::IntfId east{"east"};
 
 Bytes u64(std::uint64_t value) {
-    return join({Wire::u32(static_cast<std::uint32_t>(value >> 32U)),
-                 Wire::u32(static_cast<std::uint32_t>(value))});
+    return join({Raw::u32(static_cast<std::uint32_t>(value >> 32U)),
+                 Raw::u32(static_cast<std::uint32_t>(value))});
 }
 
 struct Special {
@@ -29,7 +29,7 @@ struct Special {
 };
 
 Bytes special(const Special& fields = {}, const Bytes& mpls = join({labels, filled(22, 0xab)})) {
-    return join({eth(Wire::ethVlan), tag(fields.tci, ethException), Wire::u32(fields.vrf),
+    return join({eth(Raw::ethVlan), tag(fields.tci, ethException), Raw::u32(fields.vrf),
                  filled(8, 0xee), u64(fields.pmsi.value()), mpls});
 }
 
@@ -61,30 +61,30 @@ class MldpInputStep : public MulticastFixture {
 TEST_F(MldpInputStep, LeavesEveryOtherFrameAlone) {
     const std::string untagged = "Not a 8021q packet.";
     const std::string nothing = "Not special packet. Nothing to do for Vlan ";
-    const Bytes tagged = join({eth(Wire::ethVlan), tag(0x6064, Wire::ethMpls), labels});
+    const Bytes tagged = join({eth(Raw::ethVlan), tag(0x6064, Raw::ethMpls), labels});
     const struct {
         const char* what;
         Bytes frame;
         std::string line;
     } rows[] = {
-        {"labelled", join({eth(Wire::ethMpls), labels}), untagged},
-        {"service tag", join({eth(Wire::ethServiceVlan), tag(11, ethException)}), untagged},
+        {"labelled", join({eth(Raw::ethMpls), labels}), untagged},
+        {"service tag", join({eth(Raw::ethServiceVlan), tag(11, ethException)}), untagged},
         {"exception frame without a tag", join({eth(ethException), filled(40, 0)}), untagged},
         {"nothing", {}, untagged},
         {"short of its EtherType", {2, 0, 0, 0, 0, 1, 2, 0, 0, 0, 1, 2, 0x81}, untagged},
         {"tagged and labelled", tagged, nothing + "100"},
-        {"tagged IPv4", join({eth(Wire::ethVlan), tag(0, Wire::ethIpv4)}), nothing + "0"},
-        {"VLAN 4095", join({eth(Wire::ethVlan), tag(0xffff, Wire::ethIpv4)}), nothing + "4095"},
-        {"nothing behind the TPID", eth(Wire::ethVlan), nothing + "0"},
-        {"half a tag", join({eth(Wire::ethVlan), {0x00, 0x64, 0x81}}), nothing + "100"},
+        {"tagged IPv4", join({eth(Raw::ethVlan), tag(0, Raw::ethIpv4)}), nothing + "0"},
+        {"VLAN 4095", join({eth(Raw::ethVlan), tag(0xffff, Raw::ethIpv4)}), nothing + "4095"},
+        {"nothing behind the TPID", eth(Raw::ethVlan), nothing + "0"},
+        {"half a tag", join({eth(Raw::ethVlan), {0x00, 0x64, 0x81}}), nothing + "100"},
         {"two tags",
-         join({eth(Wire::ethVlan), tag(11, Wire::ethVlan), tag(12, ethException), filled(40, 0)}),
+         join({eth(Raw::ethVlan), tag(11, Raw::ethVlan), tag(12, ethException), filled(40, 0)}),
          nothing + "11"},
         {"three tags",
-         join({eth(Wire::ethVlan), tag(11, Wire::ethVlan), tag(12, Wire::ethVlan),
+         join({eth(Raw::ethVlan), tag(11, Raw::ethVlan), tag(12, Raw::ethVlan),
                tag(13, ethException), filled(40, 0)}),
          nothing + "11"},
-        {"service tag behind", join({eth(Wire::ethVlan), tag(11, Wire::ethServiceVlan)}),
+        {"service tag behind", join({eth(Raw::ethVlan), tag(11, Raw::ethServiceVlan)}),
          nothing + "11"},
     };
     for (const auto& row : rows) {
@@ -125,8 +125,7 @@ TEST_F(MldpInputStep, AHeaderCutShortIsRefusedAsItIs) {
 TEST_F(MldpInputStep, AVlanInterfaceMakesItATaggedFrameThatGoesOn) {
     EXPECT_EQ(process(special()).kind, Kind::modified);
     // priority 0, though it came with 5
-    EXPECT_EQ(left(),
-              join({eth(Wire::ethVlan), tag(100, Wire::ethMpls), labels, filled(22, 0xab)}));
+    EXPECT_EQ(left(), join({eth(Raw::ethVlan), tag(100, Raw::ethMpls), labels, filled(22, 0xab)}));
     EXPECT_EQ(trace, lines({"Detected special MPLS_EXCEPTION header for Vlan 11",
                             "Modified packet contains dot1q header with vlan 100",
                             "Modified packet, continue Ovix processing"}));
@@ -158,7 +157,7 @@ TEST_F(MldpInputStep, TheVlanThatItCameWithDoesNotMatter) {
 
 TEST_F(MldpInputStep, AnEmptyMplsPartLeavesTheLinkHeaderAlone) {
     EXPECT_EQ(process(special({}, {})).kind, Kind::modified);
-    EXPECT_EQ(left(), join({eth(Wire::ethVlan), tag(100, Wire::ethMpls)}));
+    EXPECT_EQ(left(), join({eth(Raw::ethVlan), tag(100, Raw::ethMpls)}));
 }
 
 TEST_F(MldpInputStep, AnotherInterfaceMakesItAnUntaggedFrameForItsPort) {
@@ -166,7 +165,7 @@ TEST_F(MldpInputStep, AnotherInterfaceMakesItAnUntaggedFrameForItsPort) {
     const auto port = portIs(east, "east");
     const Bytes frame = special({0x2064, 7, east});
     EXPECT_EQ(process(frame).kind, Kind::sent);
-    const Frames sent{join({eth(Wire::ethMpls), labels, filled(22, 0xab)})};
+    const Frames sent{join({eth(Raw::ethMpls), labels, filled(22, 0xab)})};
     EXPECT_EQ(port->frames, sent);
     EXPECT_EQ(sent[0].size(), frame.size() - 24);
     EXPECT_EQ(trace, lines({"Detected special MPLS_EXCEPTION header for Vlan 100",
@@ -179,7 +178,7 @@ TEST_F(MldpInputStep, WithoutAPortTheUntaggedFrameIsRefused) {
     EXPECT_EQ(process(special({11, 7, east})).kind, Kind::refused);
     EXPECT_EQ(trace.back(),
               "Pkt 7: Port for " + std::to_string(east.value()) + " does not exist, Ignore");
-    EXPECT_EQ(left(), join({eth(Wire::ethMpls), labels, filled(22, 0xab)}));
+    EXPECT_EQ(left(), join({eth(Raw::ethMpls), labels, filled(22, 0xab)}));
     EXPECT_TRUE(everythingCounted().empty());
 }
 

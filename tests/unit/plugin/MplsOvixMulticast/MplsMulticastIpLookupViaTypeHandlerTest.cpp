@@ -6,14 +6,14 @@ namespace {
 
 using namespace Ovix;
 using namespace TestSupport;
-using Wire::eth;
-using Wire::join;
-using Wire::stack;
-using Wire::tag;
+using Raw::eth;
+using Raw::join;
+using Raw::stack;
+using Raw::tag;
 
 const Lumo::IntfId vlan100 = Lumo::VlanIntfId::vlanIdToIntfId(100);
-const Bytes ip4 = Wire::ipv4({.destination = 0xe8010101}, Wire::udp());
-const Bytes ip6 = Wire::ipv6({}, Wire::udp());
+const Bytes ip4 = Raw::ipv4({.destination = 0xe8010101}, Raw::udp());
+const Bytes ip6 = Raw::ipv6({}, Raw::udp());
 
 class MulticastTail : public MulticastFixture {
   protected:
@@ -36,11 +36,11 @@ class MulticastTail : public MulticastFixture {
         EXPECT_TRUE(output->nexthops()->empty());
     }
     static Bytes labelled(const Bytes& payload = ip4) {
-        return join({eth(Wire::ethMpls), stack({{500}}), payload});
+        return join({eth(Raw::ethMpls), stack({{500}}), payload});
     }
     /// What the CPU gets on a VLAN.
     static Bytes delivered(std::uint16_t vlan, std::uint16_t etherType, const Bytes& packet) {
-        return join({eth(Wire::ethVlan), tag(vlan, etherType), packet});
+        return join({eth(Raw::ethVlan), tag(vlan, etherType), packet});
     }
 };
 
@@ -48,7 +48,7 @@ TEST_F(MulticastTail, DeliversToTheCpuOnTheVlanOfTheLookup) {
     const auto cpu = cpuPort();
     tailIs(vlan100);
     expectNoNexthop(labelled());
-    EXPECT_EQ(cpu->frames, Frames{delivered(100, Wire::ethIpv4, ip4)});
+    EXPECT_EQ(cpu->frames, Frames{delivered(100, Raw::ethIpv4, ip4)});
     EXPECT_TRUE(traced("No dot1q tag"));
     EXPECT_EQ(trace.back(), "Pkt 7: Sent special packet to CPU.");
     EXPECT_EQ(handles.back(), "Ovix::MplsMulticast");
@@ -61,8 +61,8 @@ TEST_F(MulticastTail, TheTagOfTheFrameIsReplaced) {
     for (const auto tci : std::vector<std::uint16_t>{0xe000, 0x000b, 0xffff}) {
         cpu->frames.clear();
         expectTaggedNoNexthop(
-            join({eth(Wire::ethVlan), tag(tci, Wire::ethMpls), stack({{500}}), ip4}));
-        EXPECT_EQ(cpu->frames, Frames{delivered(100, Wire::ethIpv4, ip4)}) << tci;
+            join({eth(Raw::ethVlan), tag(tci, Raw::ethMpls), stack({{500}}), ip4}));
+        EXPECT_EQ(cpu->frames, Frames{delivered(100, Raw::ethIpv4, ip4)}) << tci;
         EXPECT_TRUE(traced("Detected dot1q tag")) << tci;
     }
 }
@@ -70,10 +70,10 @@ TEST_F(MulticastTail, TheTagOfTheFrameIsReplaced) {
 TEST_F(MulticastTail, SeveralTagsAreNotUnderstood) {
     const auto cpu = cpuPort();
     tailIs(vlan100);
-    const Bytes two = join({tag(11, Wire::ethVlan), tag(12, Wire::ethMpls)});
-    const Bytes three = join({tag(10, Wire::ethVlan), two});
+    const Bytes two = join({tag(11, Raw::ethVlan), tag(12, Raw::ethMpls)});
+    const Bytes three = join({tag(10, Raw::ethVlan), two});
     for (const Bytes& tags : {two, three}) {
-        expectTaggedNoNexthop(join({eth(Wire::ethVlan), tags, stack({{500}}), ip4}));
+        expectTaggedNoNexthop(join({eth(Raw::ethVlan), tags, stack({{500}}), ip4}));
         EXPECT_EQ(trace.back(), "Pkt 7: Unexpected number of tags");
     }
     EXPECT_TRUE(cpu->frames.empty());
@@ -84,7 +84,7 @@ TEST_F(MulticastTail, TheEtherTypeIsThatOfThePacket) {
     const auto cpu = cpuPort();
     tailIs(vlan100);
     expectNoNexthop(labelled(ip6));
-    EXPECT_EQ(cpu->frames, Frames{delivered(100, Wire::ethIpv6, ip6)});
+    EXPECT_EQ(cpu->frames, Frames{delivered(100, Raw::ethIpv6, ip6)});
 }
 
 TEST_F(MulticastTail, ALookupThatIsOnNoVlanNamesNone) {
@@ -94,13 +94,13 @@ TEST_F(MulticastTail, ALookupThatIsOnNoVlanNamesNone) {
     tailIs(Lumo::VlanIntfId::vlanIdToIntfId(0x5064)); // twelve bits stand in a tag
     expectNoNexthop(labelled());
     EXPECT_EQ(cpu->frames,
-              (Frames{delivered(0, Wire::ethIpv4, ip4), delivered(0x064, Wire::ethIpv4, ip4)}));
+              (Frames{delivered(0, Raw::ethIpv4, ip4), delivered(0x064, Raw::ethIpv4, ip4)}));
 }
 
 TEST_F(MulticastTail, WhatIsNotIpIsDropped) {
     const auto cpu = cpuPort();
     tailIs(vlan100);
-    const Bytes payloads[] = {{}, {0x45}, Wire::filled(60, 0), Wire::filled(60, 0x90)};
+    const Bytes payloads[] = {{}, {0x45}, Raw::filled(60, 0), Raw::filled(60, 0x90)};
     for (const Bytes& payload : payloads) {
         expectNoNexthop(labelled(payload));
         EXPECT_EQ(trace.back(), "Pkt 7: Multicast payload is not IP");
@@ -125,7 +125,7 @@ TEST_F(MulticastTail, ALabelThatIsNotTheLastIsDroppedBeforeTheCpuIsLookedUp) {
     tailIs(vlan100);
     for (const bool hasCpu : {false, true}) {
         const auto cpu = hasCpu ? cpuPort() : nullptr;
-        expectNoNexthop(join({eth(Wire::ethMpls), stack({{500}, {501}}), ip4}));
+        expectNoNexthop(join({eth(Raw::ethMpls), stack({{500}, {501}}), ip4}));
         EXPECT_EQ(trace.back(), "Pkt 7: Unexpected MPLS packet with bos as false");
         EXPECT_TRUE(!cpu || cpu->frames.empty());
     }
@@ -151,8 +151,8 @@ TEST_F(MulticastTail, WhatTheCpuDoesNotTakeIsDropped) {
 TEST_F(MulticastTail, BehindAnExplicitNullTheLabelIsTheLast) {
     const auto cpu = cpuPort();
     tailIs(vlan100);
-    expectNoNexthop(join({eth(Wire::ethMpls), stack({{0}, {500}}), ip4}));
-    EXPECT_EQ(cpu->frames, Frames{delivered(100, Wire::ethIpv4, ip4)});
+    expectNoNexthop(join({eth(Raw::ethMpls), stack({{0}, {500}}), ip4}));
+    EXPECT_EQ(cpu->frames, Frames{delivered(100, Raw::ethIpv4, ip4)});
 }
 
 TEST_F(MulticastTail, AnUnsetViaIndexIsAnInternalError) {

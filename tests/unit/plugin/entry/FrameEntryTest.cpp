@@ -149,7 +149,7 @@ TEST_F(FrameEntry, TheHeaderBehindTheStackIsTheInnerHeader) {
         PktHdrType type;
     };
     for (const Row& one : {Row{mplsFrame({{100}, {200}}, payload), PktHdrType::ipv4},
-                           Row{mplsFrame({{100}}, Wire::ipv6({}, Wire::udp())), PktHdrType::ipv6},
+                           Row{mplsFrame({{100}}, Raw::ipv6({}, Raw::udp())), PktHdrType::ipv6},
                            Row{mplsFrame({{100}}, {}), PktHdrType::none}}) {
         const auto handler = handlerAnswers({1});
         routeFrame(one.frame);

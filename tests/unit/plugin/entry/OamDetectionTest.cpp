@@ -9,27 +9,27 @@ using namespace Ovix;
 using TestSupport::Bytes;
 using TestSupport::Entry;
 using TestSupport::mplsFrame;
-namespace Wire = TestSupport::Wire;
+namespace Raw = TestSupport::Raw;
 
-const Bytes lspPing = Wire::udp(1024, 3503);
+const Bytes lspPing = Raw::udp(1024, 3503);
 
 Bytes ipv4To(std::uint32_t destination, const Bytes& payload = lspPing) {
-    return Wire::ipv4({.destination = destination}, payload);
+    return Raw::ipv4({.destination = destination}, payload);
 }
 
 /// An IPv6 packet to the address of these 16 bytes.
 Bytes ipv6To(const Bytes& destination, const Bytes& payload = lspPing) {
-    Bytes packet = Wire::ipv6({}, payload);
+    Bytes packet = Raw::ipv6({}, payload);
     std::copy(destination.begin(), destination.end(), packet.begin() + 24);
     return packet;
 }
 
 Bytes ipv4Mapped(std::uint32_t address) {
-    return Wire::join({Wire::filled(10, 0), Wire::filled(2, 0xff), Wire::u32(address)});
+    return Raw::join({Raw::filled(10, 0), Raw::filled(2, 0xff), Raw::u32(address)});
 }
 
 Bytes ipv6Ending(std::uint8_t last) {
-    return Wire::join({Wire::filled(15, 0), {last}});
+    return Raw::join({Raw::filled(15, 0), {last}});
 }
 
 struct OamCase {
@@ -93,20 +93,20 @@ INSTANTIATE_TEST_SUITE_P(
         {"Host", {{0}}, toHost, false},
         {"SourceIsLoopback",
          {{0}},
-         Wire::ipv4({.source = 0x7f000001, .destination = 0x0a000001}, lspPing),
+         Raw::ipv4({.source = 0x7f000001, .destination = 0x0a000001}, lspPing),
          false},
         {"Tcp",
          {{0}},
-         Wire::ipv4({.destination = 0x7f000001, .protocol = Wire::protocolTcp},
-                    Wire::join({lspPing, Wire::filled(20, 0)})),
+         Raw::ipv4({.destination = 0x7f000001, .protocol = Raw::protocolTcp},
+                   Raw::join({lspPing, Raw::filled(20, 0)})),
          false},
-        {"PortBelow", {{0}}, ipv4To(0x7f000001, Wire::udp(1024, 3502)), false},
-        {"PortAbove", {{0}}, ipv4To(0x7f000001, Wire::udp(1024, 3504)), false},
-        {"PortWithBytesExchanged", {{0}}, ipv4To(0x7f000001, Wire::udp(1024, 0xaf0d)), false},
-        {"OnlyTheSourcePort", {{0}}, ipv4To(0x7f000001, Wire::udp(3503, 1024)), false},
+        {"PortBelow", {{0}}, ipv4To(0x7f000001, Raw::udp(1024, 3502)), false},
+        {"PortAbove", {{0}}, ipv4To(0x7f000001, Raw::udp(1024, 3504)), false},
+        {"PortWithBytesExchanged", {{0}}, ipv4To(0x7f000001, Raw::udp(1024, 0xaf0d)), false},
+        {"OnlyTheSourcePort", {{0}}, ipv4To(0x7f000001, Raw::udp(3503, 1024)), false},
         {"SpentTtlAndOptions",
          {{0, 0}},
-         Wire::ipv4({.destination = 0x7f000001, .ttl = 0, .options = {0x94, 4, 0, 0}}, lspPing),
+         Raw::ipv4({.destination = 0x7f000001, .ttl = 0, .options = {0x94, 4, 0, 0}}, lspPing),
          true},
         {"UdpHeaderCutShort", {{0}}, ipv4To(0x7f000001, {4, 0, 0x0d, 0xaf}), false},
         {"NothingUnderTheStack", {{0}}, {}, false},
@@ -126,14 +126,14 @@ INSTANTIATE_TEST_SUITE_P(
         {"Unspecified", {{2}}, ipv6To(ipv6Ending(0)), false},
         {"CompatibleLoopback",
          {{2}},
-         ipv6To(Wire::join({Wire::filled(12, 0), Wire::u32(0x7f000001)})),
+         ipv6To(Raw::join({Raw::filled(12, 0), Raw::u32(0x7f000001)})),
          false},
-        {"OtherPort", {{2}}, ipv6To(ipv6Ending(1), Wire::udp(1024, 9)), false},
+        {"OtherPort", {{2}}, ipv6To(ipv6Ending(1), Raw::udp(1024, 9)), false},
         {"Tcp",
          {{2}},
          [] {
-             Bytes packet = ipv6To(ipv6Ending(1), Wire::join({lspPing, Wire::filled(20, 0)}));
-             packet[6] = Wire::protocolTcp;
+             Bytes packet = ipv6To(ipv6Ending(1), Raw::join({lspPing, Raw::filled(20, 0)}));
+             packet[6] = Raw::protocolTcp;
              return packet;
          }(),
          false},
@@ -151,7 +151,7 @@ INSTANTIATE_TEST_SUITE_P(
 using OamDetectionOfOne = OamDetection;
 
 TEST_F(OamDetectionOfOne, APayloadThatIsNotIpIsTraced) {
-    const Bytes ethernet = Wire::join({Wire::eth(Wire::ethIpv4), toLoopback});
+    const Bytes ethernet = Raw::join({Raw::eth(Raw::ethIpv4), toLoopback});
     EXPECT_FALSE(isOam(mplsFrame({{0}}, ethernet)));
     EXPECT_EQ(trace, std::vector<std::string>{"Pkt 7: Next header is not v4 or v6"});
     EXPECT_TRUE(counters->counters().empty());

@@ -132,7 +132,7 @@ TEST_F(IpLookupVia, SeveralNextHopsAreReportedOnceTheViaIsKnownAndBeforeAPing) {
 }
 
 TEST_F(IpLookupVia, AnLspPingGoesToTheCpuAsItIs) {
-    Bytes ping6 = Wire::ipv6({}, Wire::udp(1024, 3503));
+    Bytes ping6 = Raw::ipv6({}, Raw::udp(1024, 3503));
     std::fill(ping6.begin() + 24, ping6.begin() + 39, std::uint8_t{0});
     ping6[39] = 1;
     const std::pair<PayloadType, Bytes> cases[]{{PayloadType::ipv4, ping4},

@@ -46,7 +46,7 @@ INSTANTIATE_TEST_SUITE_P(
     IpLookupVia, Payload,
     ::testing::ValuesIn(std::vector<PayloadCase>{
         {"Ipv4", PayloadType::ipv4, ip4, "192.0.2.1"},
-        {"Ipv4Options", PayloadType::ipv4, Wire::ipv4({.options = Wire::filled(8, 1)}, Wire::udp()),
+        {"Ipv4Options", PayloadType::ipv4, Raw::ipv4({.options = Raw::filled(8, 1)}, Raw::udp()),
          "192.0.2.1"},
         {"Ipv4Nothing", PayloadType::ipv4, {}, "", noInner},
         {"Ipv4HeaderCutShort", PayloadType::ipv4, Bytes(ip4.begin(), ip4.begin() + 19), "",

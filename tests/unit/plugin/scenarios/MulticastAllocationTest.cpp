@@ -56,8 +56,8 @@ TEST_F(MulticastAllocation, ReplicasAndDeliveryTakeNothingFromTheHeap) {
 TEST_F(MulticastAllocation, TheInputStepTakesNothingFromTheHeap) {
     const Lumo::IntfId vlan100 = Lumo::VlanIntfId::vlanIdToIntfId(100);
     mvpn->vrfIntfIdIs({7}, vlan100);
-    Bytes special = Wire::join(
-        {Wire::eth(Wire::ethVlan), Wire::tag(11, 0x8139), Wire::u32(7), Wire::filled(8, 0)});
+    Bytes special =
+        Raw::join({Raw::eth(Raw::ethVlan), Raw::tag(11, 0x8139), Raw::u32(7), Raw::filled(8, 0)});
     put32(special, static_cast<std::uint32_t>(vlan100.value() >> 32U));
     put32(special, static_cast<std::uint32_t>(vlan100.value()));
     special.resize(100);

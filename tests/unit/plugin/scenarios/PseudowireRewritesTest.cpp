@@ -9,7 +9,7 @@
 namespace {
 
 using namespace Ovix;
-using namespace TestSupport::Wire;
+using namespace TestSupport::Raw;
 
 Ptr<RoutingContext> contextOf(const Bytes& frame, PktHdrType first) {
     return Tessel::make<RoutingContext>(

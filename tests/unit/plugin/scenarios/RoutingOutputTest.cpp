@@ -72,11 +72,11 @@ TEST_F(RoutingOutputOfAFrame, TheVeryNexthopsThatViasLeftAreAppended) {
 
 TEST_F(RoutingOutputOfAFrame, TheHeadersBehindVlanTagsCountFromTheStack) {
     madeUpRoute(decap, 100);
-    for (const auto& tags : {Wire::tag(5, Wire::ethMpls),
-                             Wire::join({Wire::tag(5, Wire::ethVlan), Wire::tag(6, Wire::ethVlan),
-                                         Wire::tag(7, Wire::ethMpls)})}) {
-        const auto tagged = [&](const std::vector<Wire::Entry>& stack, const Bytes& inner) {
-            return Wire::join({Wire::eth(Wire::ethVlan), tags, Wire::stack(stack), inner});
+    for (const auto& tags : {Raw::tag(5, Raw::ethMpls),
+                             Raw::join({Raw::tag(5, Raw::ethVlan), Raw::tag(6, Raw::ethVlan),
+                                        Raw::tag(7, Raw::ethMpls)})}) {
+        const auto tagged = [&](const std::vector<Raw::Entry>& stack, const Bytes& inner) {
+            return Raw::join({Raw::eth(Raw::ethVlan), tags, Raw::stack(stack), inner});
         };
         const auto handler = handlerAnswers({1});
         process(tagged({{100}}, payload), 2);
@@ -148,7 +148,7 @@ TEST_F(OrderOfEffects, CountedThenTracedThenDecided) {
     EXPECT_EQ(output->nexthops()->size(), 1U);
     expectLast("No inner header for reserved label bos", lastLineOf(mplsFrame({{2}}, {})));
     expectLast("Unknown inner header type for reserved label bos: Eth",
-               lastLineOf(mplsFrame({{2}}, Wire::eth(Wire::ethIpv4))));
+               lastLineOf(mplsFrame({{2}}, Raw::eth(Raw::ethIpv4))));
     expectLast("MPLS Oam packet, reset vrf to default",
                lastLineOf(mplsFrame({{7}, {5000}}, lspPing)));
     EXPECT_EQ(output->nexthops()->size(), 1U);

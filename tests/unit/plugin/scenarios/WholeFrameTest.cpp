@@ -12,9 +12,9 @@ using namespace TestSupport;
 using Texts = std::vector<std::string>;
 
 const Bytes toHost = udpPacket(0xc0000201);
-const Bytes toIpv6Host = Wire::ipv6({.destination = 9}, Wire::udp());
+const Bytes toIpv6Host = Raw::ipv6({.destination = 9}, Raw::udp());
 const Bytes lspPing = udpPacket(0x7f000001, 3503);
-const Bytes ethernet = Wire::join({Wire::eth(Wire::ethIpv4), toHost});
+const Bytes ethernet = Raw::join({Raw::eth(Raw::ethIpv4), toHost});
 
 const std::string notIp = "Next header is not v4 or v6";
 

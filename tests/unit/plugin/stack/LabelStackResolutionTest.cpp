@@ -62,8 +62,8 @@ TEST_F(LabelStackResolution, ResolvedLabelsAreTracedFromTheTop) {
 
 TEST_F(LabelStackResolution, EntriesAreRecordedAsReceived) {
     swapRoute(decap, 100, 300);
-    const auto stack = resolveFrame(Wire::join(
-        {Wire::eth(Wire::ethMpls), Wire::stack({{100, 5, 17}, {7, 3, 0}, {99, 1, 0}}), payload}));
+    const auto stack = resolveFrame(Raw::join(
+        {Raw::eth(Raw::ethMpls), Raw::stack({{100, 5, 17}, {7, 3, 0}, {99, 1, 0}}), payload}));
     ASSERT_EQ(stack->size(), 3U);
     EXPECT_EQ(stack->at(at(0)).entry, Lumo::MplsLabelEntry(Lumo::MplsLabel(100), 5, false, 17));
     EXPECT_EQ(stack->at(at(1)).entry, Lumo::MplsLabelEntry(Lumo::MplsLabel(7), 3, false, 0));

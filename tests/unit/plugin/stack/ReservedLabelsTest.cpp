@@ -7,9 +7,9 @@ namespace {
 using namespace Ovix;
 using namespace TestSupport;
 
-const Bytes toHost = Wire::ipv4({.destination = 0xc0000201}, Wire::udp());
-const Bytes toIpv6Host = Wire::ipv6({.destination = 9}, Wire::udp());
-const Bytes lspPing = Wire::ipv4({.destination = 0x7f000001}, Wire::udp(1024, 3503));
+const Bytes toHost = Raw::ipv4({.destination = 0xc0000201}, Raw::udp());
+const Bytes toIpv6Host = Raw::ipv6({.destination = 9}, Raw::udp());
+const Bytes lspPing = Raw::ipv4({.destination = 0x7f000001}, Raw::udp(1024, 3503));
 
 class ReservedLabels : public MadeUpViasFixture {
   protected:
@@ -87,7 +87,7 @@ TEST_F(ReservedLabels, WithoutAnInnerHeaderTheBottomIsADrop) {
 }
 
 TEST_F(ReservedLabels, OverAnotherThanAnIpHeaderTheBottomIsADropNamingTheHeader) {
-    const Bytes ethernet = Wire::join({Wire::eth(Wire::ethIpv4), toHost});
+    const Bytes ethernet = Raw::join({Raw::eth(Raw::ethIpv4), toHost});
     pop(2, true, ethernet);
     const char* text = "Unknown inner header type for reserved label bos: Eth";
     EXPECT_EQ(everythingCounted(), (std::vector{row("Drop", text)}));

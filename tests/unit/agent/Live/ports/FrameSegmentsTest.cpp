@@ -9,7 +9,7 @@
 namespace {
 
 using namespace LiveTesting;
-using namespace TestSupport::Wire;
+using namespace TestSupport::Raw;
 using OvixAgent::Frame;
 using OvixAgent::FrameSegments;
 using OvixAgent::OffloadedWork;

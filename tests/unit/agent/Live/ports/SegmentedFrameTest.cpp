@@ -9,7 +9,7 @@
 namespace {
 
 using namespace LiveTesting;
-using namespace TestSupport::Wire;
+using namespace TestSupport::Raw;
 using OvixAgent::OffloadedWork;
 using OvixAgent::readSegmentedFrame;
 

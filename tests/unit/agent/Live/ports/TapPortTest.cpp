@@ -15,7 +15,7 @@ using OvixAgent::PacketIntake;
 using OvixAgent::PacketPort;
 using OvixAgent::TapPort;
 using TestSupport::ip;
-using TestSupport::Wire::ethMpls;
+using TestSupport::Raw::ethMpls;
 
 class TapPortTest : public TestSupport::OwnNetwork {
   protected:
@@ -44,7 +44,7 @@ TEST_F(TapPortTest, FramesGoToTheStackAndComeFromItByteForByte) {
     const Bytes down = toRight({ethMpls}, 1, 1500);
     send(tap, down);
     EXPECT_EQ(receiveUpTo(stack, down), std::vector<Bytes>{down});
-    const Bytes up = toLeft({TestSupport::Wire::ethVlan, 5, ethMpls}, 2);
+    const Bytes up = toLeft({TestSupport::Raw::ethVlan, 5, ethMpls}, 2);
     send(stack, up);
     const std::vector<Bytes> received = receiveUpTo(tap, up);
     ASSERT_FALSE(received.empty());

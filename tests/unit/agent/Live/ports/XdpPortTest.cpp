@@ -10,7 +10,7 @@
 namespace {
 
 using namespace LiveTesting;
-using namespace TestSupport::Wire;
+using namespace TestSupport::Raw;
 using OvixAgent::Frame;
 using OvixAgent::LiveEvent;
 using OvixAgent::PacketIntake;

@@ -6,7 +6,7 @@
 #include "FrameBytes.h"
 
 using namespace Ovix;
-using namespace TestSupport::Wire;
+using namespace TestSupport::Raw;
 
 TEST(TtlBytes, EachHeaderHasItsOwnPlace) {
     Bytes label = entry({100, 5, 64}, true);

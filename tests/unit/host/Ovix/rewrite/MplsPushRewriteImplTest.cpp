@@ -6,7 +6,7 @@
 
 using namespace Ovix;
 using namespace TestSupport;
-using namespace TestSupport::Wire;
+using namespace TestSupport::Raw;
 
 namespace {
 
