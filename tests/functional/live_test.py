@@ -370,8 +370,8 @@ ports:
         process.send_signal(signal.SIGTERM)
         _, stderr = process.communicate(timeout=DEADLINE)
         self.assertIn("nonsense", stderr)
-        self.assertIn("; going on as before", stderr)
-        self.assertEqual(stderr.count(": taken over"), 2)
+        self.assertIn("; the configuration stays as it was", stderr)
+        self.assertEqual(stderr.count(": reloaded"), 2)
         self.assertEqual(process.returncode, 0)
 
 

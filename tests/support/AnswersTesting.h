@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 #include <string>
 
+#include "Answers/Answer.h"
 #include "Answers/LabelledPacket.h"
-#include "Answers/OwnAddresses.h"
 #include "FrameBytes.h"
 
 namespace OvixAgent::Testing {

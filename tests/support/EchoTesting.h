@@ -65,16 +65,16 @@ inline Bytes echo6(const Bytes& payload) {
 /// Label 100 is switched, 200 is popped; the router is the egress of 10.9.0.0/16 with implicit
 /// null, of 10.8.0.0/16 with label 200, and of 2001:db8:9::/48 with explicit null. There are no IP
 /// routes.
-inline EchoTables tables() {
-    EchoTables made;
-    made.label = [](Lumo::MplsLabel label) -> EchoLabel {
+class FakeEchoTables : public EchoTables {
+  public:
+    EchoLabel label(Lumo::MplsLabel label) const override {
         if (label.value() == 100) {
-            return {EchoLabel::Use::switched, {}};
+            return {EchoLabel::Use::switched, downstreams};
         }
-        return {label.value() == 200 ? EchoLabel::Use::popped : EchoLabel::Use::unknown, {}};
-    };
-    made.egressLabel = [](const Lumo::IpGenAddr& prefix,
-                          std::uint8_t length) -> std::optional<Lumo::MplsLabel> {
+        return {label.value() == 200 ? EchoLabel::Use::popped : EchoLabel::Use::unknown};
+    }
+    std::optional<Lumo::MplsLabel> egressLabel(const Lumo::IpGenAddr& prefix,
+                                               std::uint8_t length) const override {
         const std::string text = prefix.text() + "/" + std::to_string(length);
         if (text == "10.9.0.0/16") {
             return Lumo::implicitNull;
@@ -83,19 +83,20 @@ inline EchoTables tables() {
             return Lumo::MplsLabel(200);
         }
         return text == "2001:db8:9::/48" ? std::optional(Lumo::ipv6ExplicitNull) : std::nullopt;
-    };
-    made.ways = [](const Lumo::IpGenAddr&,
-                   std::uint8_t) -> std::optional<std::vector<EchoDownstream>> {
+    }
+    std::optional<std::vector<EchoDownstream>> nexthops(const Lumo::IpGenAddr&,
+                                                        std::uint8_t) const override {
         return std::nullopt;
-    };
-    return made;
-}
+    }
+
+    std::vector<EchoDownstream> downstreams; ///< of label 100
+};
 
 inline constexpr CaptureTime at{1'600'000'000, 500'000'000};
 
 inline Bytes replyTo(const Bytes& frame) {
     const auto received = readLabelledPacket(frame);
-    return received ? lspEchoReply(*received, at, tables(), own) : Bytes{};
+    return received ? lspEchoReply(*received, at, FakeEchoTables(), own) : Bytes{};
 }
 
 /// Return code and subcode of a reply by IPv4 without options; none when there is no reply.

@@ -3,8 +3,7 @@
 #include <algorithm>
 #include <chrono>
 
-#include "Answers/IcmpTimeExceeded.h"
-#include "Answers/IcmpTooBig.h"
+#include "Answers/IcmpError.h"
 #include "Answers/LspEcho.h"
 #include "Ip/IpScope.h"
 
@@ -56,8 +55,7 @@ std::vector<std::uint8_t> frameOf(const Answer& answer, const Lumo::EthAddr& por
 
 CpuAnswers::CpuAnswers(TransmitPort& cpu, const AgentConfig& config, ForwardingTables& forwarding,
                        const Mpls::PublishedTables& tables)
-    : cpu_(&cpu), forwarding_(&forwarding), lookup_(forwarding, tables),
-      echoTables_(lookup_.tables()) {
+    : cpu_(&cpu), forwarding_(&forwarding), lookup_(forwarding, tables) {
     configure(config);
 }
 
@@ -78,8 +76,7 @@ void CpuAnswers::transmit(const OvixAgent::Frame& frame) {
 void CpuAnswers::answer(const OvixAgent::Frame& frame, const LabelledPacket& packet) {
     const OwnAddresses& own = own_[frame.port];
     if (isLspEcho(packet)) {
-        queue(AnswerReason::lspEcho, frame, packet,
-              lspEchoReply(packet, frame.time, echoTables_, own));
+        queue(AnswerReason::lspEcho, frame, packet, lspEchoReply(packet, frame.time, lookup_, own));
         return;
     }
     const auto labels = labelEntries(packet.labels);

@@ -3,9 +3,7 @@
 #include <vector>
 
 #include "Answers/Answer.h"
-#include "Answers/AnswerCounts.h"
 #include "Answers/EchoLookup.h"
-#include "Answers/OwnAddresses.h"
 #include "Answers/RateLimit.h"
 #include "Published/PublishedTables.h"
 #include "State/ForwardingTables.h"
@@ -55,7 +53,6 @@ class CpuAnswers final : public TransmitPort, public TooBigListener {
     ForwardingTables* forwarding_;
     std::vector<OwnAddresses> own_; ///< by port
     EchoLookup lookup_;
-    EchoTables echoTables_; ///< of lookup_
     RateLimit rate_;
     AnswerCounts counts_;
     std::vector<Frame> answers_;

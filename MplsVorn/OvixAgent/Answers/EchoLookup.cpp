@@ -24,53 +24,42 @@ EchoLabel EchoLookup::label(Lumo::MplsLabel label) const {
     return use;
 }
 
-std::optional<Lumo::MplsLabel> EchoLookup::egressLabel(const Lumo::IpGenAddr& prefix) const {
+std::optional<Lumo::MplsLabel> EchoLookup::egressLabel(const Lumo::IpGenAddr& prefix,
+                                                       std::uint8_t) const {
     const IpRoute* route = forwarding_->vrfs->fib({})->find(prefix);
     const bool ends = route != nullptr &&
                       (route->isLocal() || (!route->vias().empty() && route->vias()[0].onLink));
     return ends ? std::optional(Lumo::implicitNull) : std::nullopt;
 }
 
-std::optional<std::vector<EchoDownstream>> EchoLookup::ways(const Lumo::IpGenAddr& prefix,
-                                                            std::uint8_t length) const {
+std::optional<std::vector<EchoDownstream>> EchoLookup::nexthops(const Lumo::IpGenAddr& prefix,
+                                                                std::uint8_t length) const {
     const IpRoute* route = forwarding_->vrfs->fib({})->find(prefix, length);
     if (route == nullptr) {
         return std::nullopt;
     }
-    std::vector<EchoDownstream> ways;
+    std::vector<EchoDownstream> nexthops;
     for (const IpRouteVia& via : route->vias()) {
-        ways.push_back(
+        nexthops.push_back(
             downstream(via.port, via.nexthop,
                        via.push ? pushedLabels(*via.push) : Lumo::UnboundedMplsLabelOperation()));
     }
-    return ways;
+    return nexthops;
 }
 
 EchoDownstream EchoLookup::downstream(std::optional<PortIndex> port, const Lumo::IpGenAddr& nexthop,
                                       const Lumo::UnboundedMplsLabelOperation& labels) const {
-    EchoDownstream made;
-    made.nexthop = nexthop;
-    made.mtu = static_cast<std::uint16_t>(port ? forwarding_->ports.ports()[*port].mtu : 0);
-    made.port = port;
+    EchoDownstream downstream;
+    downstream.nexthop = nexthop;
+    downstream.mtu = static_cast<std::uint16_t>(port ? forwarding_->ports.ports()[*port].mtu : 0);
+    downstream.port = port;
     for (std::size_t at = 0; at < labels.depth(); ++at) {
-        made.labels.push_back(labels.label(at));
+        downstream.labels.push_back(labels.label(at));
     }
-    if (made.labels.empty()) {
-        made.labels.push_back(Lumo::implicitNull);
+    if (downstream.labels.empty()) {
+        downstream.labels.push_back(Lumo::implicitNull);
     }
-    return made;
-}
-
-EchoTables EchoLookup::tables() const {
-    EchoTables made;
-    made.label = [this](Lumo::MplsLabel of) { return label(of); };
-    made.egressLabel = [this](const Lumo::IpGenAddr& prefix, std::uint8_t) {
-        return egressLabel(prefix);
-    };
-    made.ways = [this](const Lumo::IpGenAddr& prefix, std::uint8_t length) {
-        return ways(prefix, length);
-    };
-    return made;
+    return downstream;
 }
 
 } // namespace OvixAgent

@@ -6,21 +6,19 @@
 
 namespace OvixAgent {
 
-/// What the tables that frames are forwarded by say to an MPLS echo request: the labels, and the IP
+/// The tables that frames are forwarded by, for MPLS echo requests: the label tables, and the IP
 /// routes of the default VRF.
-class EchoLookup {
+class EchoLookup final : public EchoTables {
   public:
-    /// All must outlive it.
+    /// Both must outlive it.
     EchoLookup(const ForwardingTables& forwarding, const Mpls::PublishedTables& tables)
         : forwarding_(&forwarding), tables_(&tables) {}
 
-    EchoLabel label(Lumo::MplsLabel label) const;
-    std::optional<Lumo::MplsLabel> egressLabel(const Lumo::IpGenAddr& prefix) const;
-    std::optional<std::vector<EchoDownstream>> ways(const Lumo::IpGenAddr& prefix,
-                                                    std::uint8_t length) const;
-
-    /// As functions; it must outlive them, where it stands.
-    EchoTables tables() const;
+    EchoLabel label(Lumo::MplsLabel label) const override;
+    std::optional<Lumo::MplsLabel> egressLabel(const Lumo::IpGenAddr& prefix,
+                                               std::uint8_t length) const override;
+    std::optional<std::vector<EchoDownstream>> nexthops(const Lumo::IpGenAddr& prefix,
+                                                        std::uint8_t length) const override;
 
   private:
     EchoDownstream downstream(std::optional<PortIndex> port, const Lumo::IpGenAddr& nexthop,

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
-#include "Answers/IpPacketBytes.h"
+#include "Answers/Answer.h"
 #include "Ip/InternetChecksum.h"
+#include "Ip/IpPacket.h"
 #include "Ip/IpScope.h"
-#include "Ip/IpUpperLayer.h"
 #include "Lumo/NetInt.h"
 #include "State/PrefixTable.h"
 
@@ -121,6 +121,50 @@ std::vector<std::uint8_t> icmpErrorPacket(const IcmpError& error, const Labelled
     constexpr std::uint8_t internetworkControl = 6U << 5U; // RFC 1812 section 4.3.2.5
     return ipPacketBytes({source, received.ip.source(), family.protocol, internetworkControl},
                          message, checksumAt);
+}
+
+std::vector<std::uint8_t> icmpTimeExceeded(const LabelledPacket& received,
+                                           const OwnAddresses& own) {
+    IcmpError error;
+    error.type = received.ip.type == Ovix::PktHdrType::ipv4 ? 11 : 3;
+    error.tellsLabelStack = true;
+    return icmpErrorPacket(error, received, own);
+}
+
+namespace {
+
+bool mayBeFragmented(const IpPacket& packet) noexcept {
+    constexpr std::size_t flagsAt = 6;
+    constexpr std::uint8_t dontFragment = 0x40;
+    return packet.type == Ovix::PktHdrType::ipv4 && (packet.bytes[flagsAt] & dontFragment) == 0;
+}
+
+std::uint32_t mtuBeneath(std::span<const std::uint8_t> labels, std::uint32_t egressMtu,
+                         Ovix::PktHdrType type) noexcept {
+    const std::uint32_t least = type == Ovix::PktHdrType::ipv4 ? 68 : 1280;
+    const std::uint32_t left =
+        egressMtu - static_cast<std::uint32_t>(std::min<std::size_t>(labels.size(), egressMtu));
+    return std::max(left, least);
+}
+
+} // namespace
+
+std::vector<std::uint8_t> icmpTooBig(const LabelledPacket& leaving, std::uint32_t egressMtu,
+                                     const OwnAddresses& own) {
+    const std::uint32_t mtu = mtuBeneath(leaving.labels, egressMtu, leaving.ip.type);
+    if (leaving.ip.bytes.size() <= mtu || mayBeFragmented(leaving.ip)) {
+        return {};
+    }
+    IcmpError error;
+    if (leaving.ip.type == Ovix::PktHdrType::ipv4) {
+        error.type = 3;
+        error.code = 4;
+    } else {
+        error.type = 2;
+        error.mayAnswerGroups = true;
+    }
+    error.value = mtu;
+    return icmpErrorPacket(error, leaving, own);
 }
 
 } // namespace OvixAgent

@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "Answers/Answer.h"
 #include "Answers/LabelledPacket.h"
-#include "Answers/OwnAddresses.h"
 
 namespace OvixAgent {
 
@@ -29,5 +29,23 @@ struct IcmpError {
 /// (RFC 4884); a stack too deep for that is left out.
 std::vector<std::uint8_t> icmpErrorPacket(const IcmpError& error, const LabelledPacket& received,
                                           const OwnAddresses& own);
+
+/// The ICMP (RFC 792) or ICMPv6 (RFC 4443) time exceeded message for a packet whose TTL is spent,
+/// from the frame as it came in; a label stack is told with it (RFC 4950). Empty when none must be
+/// sent: see icmpErrorPacket(). Whether the TTL is spent is for the caller to know.
+///
+/// The result is a whole IP packet; answerTo() says how it gets to the source.
+std::vector<std::uint8_t> icmpTimeExceeded(const LabelledPacket& received, const OwnAddresses& own);
+
+/// The ICMP fragmentation needed (RFC 1191) or ICMPv6 packet too big (RFC 4443 section 3.2) message
+/// for a packet that did not fit through an egress, from the frame as it would have left. It tells
+/// the egress MTU less the label stack, but no less than what each family's links must carry: 68
+/// and 1280 bytes.
+///
+/// Empty when none must be sent (see icmpErrorPacket()), when an IPv4 packet may be fragmented, and
+/// when the packet fits in what would be told. answerTo(), given the frame as it came in, says how
+/// it gets to the source: the labels that it would have left with lead there from the next router.
+std::vector<std::uint8_t> icmpTooBig(const LabelledPacket& leaving, std::uint32_t egressMtu,
+                                     const OwnAddresses& own);
 
 } // namespace OvixAgent

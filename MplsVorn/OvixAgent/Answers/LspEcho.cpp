@@ -2,11 +2,11 @@
 
 #include <array>
 
-#include "Answers/IpPacketBytes.h"
-#include "Answers/LspEchoReply.h"
+#include "Answers/Answer.h"
+#include "Answers/LspEchoMessage.h"
 #include "Ip/InternetChecksum.h"
+#include "Ip/IpPacket.h"
 #include "Ip/IpScope.h"
-#include "Ip/IpUpperLayer.h"
 #include "Lumo/NetInt.h"
 
 namespace OvixAgent {
@@ -28,9 +28,9 @@ struct Datagram {
 bool isLoopback(const Lumo::IpGenAddr& address) noexcept {
     static constexpr std::array<std::uint8_t, 16> mapped{0, 0, 0, 0,    0,    0,  0,
                                                          0, 0, 0, 0xff, 0xff, 127};
-    static const Lumo::IpGenPrefix ipv4(Lumo::IpGenAddr::ipv4(mapped.data() + 12), 8);
-    static const Lumo::IpGenPrefix ipv6(Lumo::IpGenAddr::ipv6(mapped.data()), 104);
-    return ipv4.contains(address) || ipv6.contains(address);
+    static const Lumo::IpGenPrefix loopback4(Lumo::IpGenAddr::ipv4(mapped.data() + 12), 8);
+    static const Lumo::IpGenPrefix mapped4(Lumo::IpGenAddr::ipv6(mapped.data()), 104);
+    return loopback4.contains(address) || mapped4.contains(address);
 }
 
 /// No checksum is one in IPv4 only (RFC 768, RFC 8200 section 8.1).

@@ -3,9 +3,9 @@
 #include <cstdint>
 #include <vector>
 
+#include "Answers/Answer.h"
 #include "Answers/LabelledPacket.h"
 #include "Answers/LspEchoValidation.h"
-#include "Answers/OwnAddresses.h"
 #include "State/Frame.h"
 
 namespace OvixAgent {

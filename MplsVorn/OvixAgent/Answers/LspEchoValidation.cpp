@@ -9,8 +9,7 @@ namespace {
 
 using Labels = std::span<const Lumo::MplsLabelEntry>;
 
-/// The label at a depth that is counted from the bottom, which is 1; beyond the top there are
-/// implicit nulls.
+/// The label at a depth counted from the bottom, which is 1; implicit null above the top.
 Lumo::MplsLabel labelAt(Labels labels, std::size_t depth) noexcept {
     return depth <= labels.size() ? labels[labels.size() - depth].label() : Lumo::implicitNull;
 }
@@ -22,21 +21,21 @@ EchoLabel lookUp(Lumo::MplsLabel label, const EchoTables& tables) {
     return tables.label(label);
 }
 
-/// A depth beyond what the field tells is told as the most.
+/// The field of the depth is one octet.
 EchoVerdict verdict(EchoReturnCode code, std::size_t depth) {
-    constexpr std::size_t most = 255;
-    return {code, static_cast<std::uint8_t>(std::min(depth, most)), {}};
+    constexpr std::size_t deepest = 255;
+    return {code, static_cast<std::uint8_t>(std::min(depth, deepest)), {}};
 }
 
-/// RFC 8029 section 4.4.1. `labelDepth` is that of the FEC's label, and passes on to the next FEC's
-/// when this one had a label of its own.
+/// RFC 8029 section 4.4.1. `labelDepth` is the depth of the FEC's label; it moves up when the FEC
+/// has a label of its own.
 EchoReturnCode checkFec(const EchoFec& fec, Labels labels, std::size_t& labelDepth,
                         const EchoTables& tables) {
     const Lumo::MplsLabel label = labelAt(labels, labelDepth);
     if (fec.isNil()) {
         ++labelDepth;
-        const bool suits = label.isExplicitNull() || label == Lumo::routerAlert;
-        return suits ? EchoReturnCode::egress : EchoReturnCode::mappingDiffers;
+        const bool isNilLabel = label.isExplicitNull() || label == Lumo::routerAlert;
+        return isNilLabel ? EchoReturnCode::egress : EchoReturnCode::mappingDiffers;
     }
     const std::optional<Lumo::MplsLabel> mapped = tables.egressLabel(fec.prefix, fec.length);
     if (!mapped) {
@@ -49,14 +48,15 @@ EchoReturnCode checkFec(const EchoFec& fec, Labels labels, std::size_t& labelDep
     return *mapped == label ? EchoReturnCode::egress : EchoReturnCode::mappingDiffers;
 }
 
-bool leadsTo(const EchoDownstream& way, const std::vector<EchoDownstream>& downstreams) {
+bool contains(const std::vector<EchoDownstream>& downstreams, const EchoDownstream& sought) {
     return std::any_of(downstreams.begin(), downstreams.end(), [&](const EchoDownstream& one) {
-        return one.port == way.port && one.nexthop == way.nexthop && one.labels == way.labels;
+        return one.port == sought.port && one.nexthop == sought.nexthop &&
+               one.labels == sought.labels;
     });
 }
 
-/// Whether a label that is switched is its FEC's: this router sends the FEC the same way (RFC 8029
-/// section 4.4.1). Labels above the FEC stack have no FEC to be checked.
+/// A switched label is its FEC's when this router forwards the FEC to the same next hop (RFC 8029
+/// section 4.4.1). Labels above the FEC stack have no FEC to validate.
 EchoReturnCode checkTransit(const LspEchoRequest& request, std::size_t depth,
                             const EchoLabel& label, const EchoTables& tables) {
     if (!request.validatesFecs || depth > request.fecs.size()) {
@@ -66,17 +66,18 @@ EchoReturnCode checkTransit(const LspEchoRequest& request, std::size_t depth,
     if (fec.isNil()) {
         return EchoReturnCode::mappingDiffers;
     }
-    const auto ways = tables.ways(fec.prefix, fec.length);
-    if (!ways) {
+    const auto nexthops = tables.nexthops(fec.prefix, fec.length);
+    if (!nexthops) {
         return EchoReturnCode::noMapping;
     }
-    const bool isMapped = std::any_of(ways->begin(), ways->end(), [&](const EchoDownstream& way) {
-        return leadsTo(way, label.downstreams);
-    });
+    const bool isMapped =
+        std::any_of(nexthops->begin(), nexthops->end(), [&](const EchoDownstream& nexthop) {
+            return contains(label.downstreams, nexthop);
+        });
     return isMapped ? EchoReturnCode::switched : EchoReturnCode::mappingDiffers;
 }
 
-/// All labels end here: so must all FECs, from the bottom up.
+/// This router is the egress of every label, and so must be of every FEC, from the bottom up.
 EchoVerdict validateEgress(const LspEchoRequest& request, Labels labels, const EchoTables& tables) {
     std::size_t labelDepth = 1;
     EchoVerdict result;

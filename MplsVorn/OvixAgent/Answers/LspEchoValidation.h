@@ -1,74 +1,47 @@
 #pragma once
 
-#include <cstdint>
-#include <functional>
 #include <optional>
 #include <span>
 #include <vector>
 
-#include "Answers/LspEchoRequest.h"
-#include "Config/ConfigTypes.h"
-#include "Lumo/MplsLabel.h"
+#include "Answers/LspEchoMessage.h"
 
 namespace OvixAgent {
 
-/// Where a label that is switched leads to.
-struct EchoDownstream {
-    Lumo::IpGenAddr nexthop;             ///< of IPv4 or IPv6
-    std::uint16_t mtu = 0;               ///< of the egress, less the labels
-    std::vector<Lumo::MplsLabel> labels; ///< that it leaves with, outermost first; implicit null
-                                         ///< for one that is popped
-    std::optional<PortIndex> port{};     ///< the egress, where it is one of the agent's
-};
-
-/// What this router does with a label that comes in.
+/// What this router does with an incoming label.
 struct EchoLabel {
     enum class Use : std::uint8_t {
-        unknown,  ///< there is no entry for it
-        popped,   ///< and what is beneath is looked at here
+        unknown,  ///< no entry
+        popped,   ///< and this router processes what is beneath
         switched, ///< to another router
     };
     Use use = Use::unknown;
-    std::vector<EchoDownstream> downstreams; ///< of a label that is switched, as far as known
+    std::vector<EchoDownstream> downstreams{}; ///< of a switched label, as far as known
 };
 
-/// What echo requests are checked against.
-struct EchoTables {
-    /// Not asked of explicit null and router alert, which are popped everywhere.
-    std::function<EchoLabel(Lumo::MplsLabel label)> label;
-    /// The label that this router wants a prefix to be sent to it with, where it is the egress:
-    /// implicit null when the router before pops. Empty when it has no mapping for the prefix.
-    std::function<std::optional<Lumo::MplsLabel>(const Lumo::IpGenAddr& prefix,
-                                                 std::uint8_t length)>
-        egressLabel;
-    /// The ways that this router has to a prefix, empty where it is the device's own; nothing when
-    /// it has no route for the very prefix.
-    std::function<std::optional<std::vector<EchoDownstream>>(const Lumo::IpGenAddr& prefix,
-                                                             std::uint8_t length)>
-        ways;
+/// The tables that echo requests are validated against.
+class EchoTables {
+  public:
+    EchoTables() = default;
+    EchoTables(const EchoTables&) = delete;
+    EchoTables& operator=(const EchoTables&) = delete;
+    virtual ~EchoTables() = default;
+
+    /// Not called for explicit null and router alert, which are popped by every router.
+    virtual EchoLabel label(Lumo::MplsLabel label) const = 0;
+    /// The label that this router advertises for a prefix of which it is the egress: implicit null
+    /// for penultimate hop popping. Empty when it has no mapping for the prefix.
+    virtual std::optional<Lumo::MplsLabel> egressLabel(const Lumo::IpGenAddr& prefix,
+                                                       std::uint8_t length) const = 0;
+    /// The next hops of this router's route for exactly this prefix, none for its own addresses.
+    /// Empty when there is no such route.
+    virtual std::optional<std::vector<EchoDownstream>> nexthops(const Lumo::IpGenAddr& prefix,
+                                                                std::uint8_t length) const = 0;
 };
 
-/// Return codes of an MPLS echo reply (RFC 8029 section 3.1).
-enum class EchoReturnCode : std::uint8_t {
-    malformed = 1,
-    tlvNotUnderstood = 2,
-    egress = 3,
-    noMapping = 4,
-    switched = 8,
-    mappingDiffers = 10,
-    noLabelEntry = 11,
-    inDownstreamMapping = 14,
-};
-
-struct EchoVerdict {
-    EchoReturnCode code = EchoReturnCode::malformed;
-    std::uint8_t depth = 0; ///< in the label stack or the FEC stack; the bottom is 1
-    std::vector<EchoDownstream> downstreams{};
-};
-
-/// Checks a request that came in with a label stack, the outermost label first (RFC 8029
-/// section 4.4), in transit its FEC only where it asks for that. Downstream mappings in the request
-/// are not compared with how it came in.
+/// Validates a request that was received with a label stack, outermost label first (RFC 8029
+/// section 4.4). In transit the FEC is validated only if the request asks for it. Downstream
+/// mappings in the request are not compared with the interface and labels it was received with.
 EchoVerdict validateEcho(const LspEchoRequest& request,
                          std::span<const Lumo::MplsLabelEntry> labels, const EchoTables& tables);
 

@@ -5,35 +5,46 @@
 #include <vector>
 
 #include "Capture/CaptureReader.h"
-#include "State/Frame.h"
+#include "Config/ConfigTypes.h"
 
 namespace OvixAgent {
 
+/// `--in PORT=CAPTURE`.
+struct InputOption {
+    std::string port;
+    std::string path;
+};
+
+/// Opens the captures for their ports. Throws CaptureError when a port is not configured or a
+/// capture cannot be used. Every port name is checked before any file is opened.
+std::vector<CaptureReader> openInputs(const std::vector<InputOption>& inputs,
+                                      const std::vector<PortConfig>& ports);
+
 /// The frames of several captures in time order; frames of equal time in the order of the captures.
-/// Frames of one capture always keep the order that they stand in.
+/// Frames of one capture keep their order whatever their times.
 class CaptureMerge {
   public:
     explicit CaptureMerge(std::vector<CaptureReader> readers);
 
-    /// What to wait on before `look`, which then reads a frame without waiting for it; -1 when
-    /// `next` keeps nobody waiting.
+    /// What to poll before `look`, which then reads a frame without blocking; -1 when `next` does
+    /// not block.
     int waitDescriptor() const noexcept;
     void look();
 
-    /// The next frame, good until the following call or `look`; null at the end.
+    /// The next frame, valid until the following call or `look`; null at the end.
     const Frame* next();
 
-    /// True when no frame's time stamp can be finer than a microsecond.
+    /// True when no time stamp can be finer than a microsecond.
     bool hasMicroseconds() const;
 
     /// Which captures ended early and why, each once.
     std::vector<std::string> problems() const;
 
-    /// The part of the input that has been read, 0 to 1, by bytes; 0 when no size is known.
+    /// How much of the input has been read, 0 to 1, by bytes; 0 when no size is known.
     double progress() const;
 
   private:
-    /// The earliest frame of a capture that has not been handed out.
+    /// The next frame of one capture.
     struct Head {
         CaptureTime time;
         std::size_t reader;
@@ -41,8 +52,8 @@ class CaptureMerge {
     };
 
     std::vector<CaptureReader> readers_;
-    std::vector<Head> heads_;         ///< a heap, the frame to hand out next at its top
-    std::vector<std::size_t> toRead_; ///< readers that have no frame in the heap and may have one
+    std::vector<Head> heads_;         ///< a heap; the earliest frame is at its top
+    std::vector<std::size_t> toRead_; ///< readers to read from before the earliest is known
 };
 
 } // namespace OvixAgent

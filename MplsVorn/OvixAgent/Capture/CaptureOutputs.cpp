@@ -1,38 +1,88 @@
 #include "Capture/CaptureOutputs.h"
 
+#include <exception>
+#include <filesystem>
+#include <fmt/format.h>
+#include <map>
+#include <optional>
+#include <span>
+#include <sys/stat.h>
+#include <utility>
+
+#include "State/CaptureError.h"
+
 namespace OvixAgent {
 
 namespace {
 
-/// One of the output captures.
-class CapturePort : public TransmitPort {
-  public:
-    CapturePort(CaptureDirectory& captures, std::size_t index)
-        : captures_(&captures), index_(index) {}
-    void transmit(const Frame& frame) override { captures_->write(index_, frame); }
+/// Device and inode: the same for every path to a file, through symbolic and hard links alike.
+using FileIdentity = std::pair<dev_t, ino_t>;
 
-  private:
-    CaptureDirectory* captures_;
-    std::size_t index_;
-};
-
-std::vector<std::string> names(const AgentConfig& config) {
-    std::vector<std::string> all;
-    for (const PortConfig& port : config.ports) {
-        all.push_back(port.name);
+std::optional<FileIdentity> identityOf(const std::string& path) {
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return std::nullopt;
     }
-    all.emplace_back("cpu");
-    all.emplace_back("lo");
-    return all;
+    return FileIdentity(status.st_dev, status.st_ino);
+}
+
+void refuseToOverwrite(std::span<const std::string> inputs, std::span<const std::string> outputs) {
+    std::map<FileIdentity, std::string> inputFiles;
+    for (const std::string& input : inputs) {
+        if (const auto identity = identityOf(input)) {
+            inputFiles.emplace(*identity, input);
+        }
+    }
+    for (const std::string& output : outputs) {
+        const auto identity = identityOf(output);
+        const auto found = identity ? inputFiles.find(*identity) : inputFiles.end();
+        if (found != inputFiles.end()) {
+            throw CaptureError(
+                fmt::format("{}: would be overwritten by the output {}", found->second, output));
+        }
+    }
+}
+
+std::vector<std::string> pathsIn(const std::string& directory, const AgentConfig& config) {
+    std::vector<std::string> paths;
+    const auto add = [&](const std::string& name) {
+        paths.push_back((std::filesystem::path(directory) / (name + ".pcap")).string());
+    };
+    for (const PortConfig& port : config.ports) {
+        add(port.name);
+    }
+    add("cpu");
+    add("lo");
+    return paths;
 }
 
 } // namespace
 
 CaptureOutputs::CaptureOutputs(const std::string& directory, const std::vector<std::string>& inputs,
-                               const AgentConfig& config, TimePrecision precision)
-    : captures_(directory, names(config), inputs, precision) {
-    for (std::size_t i = 0; i < config.ports.size() + 2; ++i) {
-        ports_.push_back(std::make_unique<CapturePort>(captures_, i));
+                               const AgentConfig& config, TimePrecision precision) {
+    const std::vector<std::string> paths = pathsIn(directory, config);
+    refuseToOverwrite(inputs, paths);
+    std::error_code error;
+    std::filesystem::create_directories(directory, error);
+    if (error) {
+        throw CaptureError(fmt::format("{}: cannot be created: {}", directory, error.message()));
+    }
+    for (const std::string& path : paths) {
+        writers_.push_back(std::make_unique<CaptureWriter>(path, precision));
+    }
+}
+
+void CaptureOutputs::close() {
+    std::exception_ptr firstError;
+    for (const auto& writer : writers_) {
+        try {
+            writer->close();
+        } catch (const CaptureError&) {
+            firstError = firstError ? firstError : std::current_exception();
+        }
+    }
+    if (firstError) {
+        std::rethrow_exception(firstError);
     }
 }
 

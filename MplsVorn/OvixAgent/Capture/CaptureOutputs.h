@@ -4,29 +4,30 @@
 #include <string>
 #include <vector>
 
-#include "Capture/CaptureDirectory.h"
+#include "Capture/CaptureWriter.h"
 #include "Config/ConfigTypes.h"
-#include "State/TransmitPort.h"
 
 namespace OvixAgent {
 
-/// The output captures as ports: one per configured port, and behind them the CPU's and the
-/// loopback interface's.
+/// The captures that a run writes, as ports: `<port>.pcap` for each configured port, `cpu.pcap` and
+/// `lo.pcap`, in one directory. Each is created even if nothing is written to it.
 class CaptureOutputs {
   public:
-    /// `inputs`: the captures that are read, which no output may overwrite.
+    /// Creates the directory with its parents, and the captures. Throws CaptureError when that
+    /// fails, and, before anything is created, when an output would overwrite one of `inputs`.
     CaptureOutputs(const std::string& directory, const std::vector<std::string>& inputs,
                    const AgentConfig& config, TimePrecision precision);
 
-    TransmitPort& port(std::size_t index) const { return *ports_[index]; }
-    TransmitPort& cpu() const { return *ports_[ports_.size() - 2]; }
-    TransmitPort& loopback() const { return *ports_.back(); }
-    /// Throws CaptureError when what is buffered cannot be written.
-    void close() { captures_.close(); }
+    TransmitPort& port(std::size_t index) const { return *writers_[index]; }
+    TransmitPort& cpu() const { return *writers_[writers_.size() - 2]; }
+    TransmitPort& loopback() const { return *writers_.back(); }
+
+    /// Writes what is buffered. Tries every capture, then throws CaptureError for the first that
+    /// failed.
+    void close();
 
   private:
-    CaptureDirectory captures_;
-    std::vector<std::unique_ptr<TransmitPort>> ports_;
+    std::vector<std::unique_ptr<CaptureWriter>> writers_; ///< the ports in order, "cpu", "lo"
 };
 
 } // namespace OvixAgent

@@ -20,7 +20,7 @@ namespace {
 
 constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
 
-/// Looks without moving the reading position; a pipe cannot be looked into and counts as finer.
+/// Does not move the read position. False for a pipe, whose beginning cannot be read twice.
 bool beginsLikeMicrosecondPcap(std::FILE* file) {
     static constexpr std::array<std::uint8_t, 4> bigEndian{0xa1, 0xb2, 0xc3, 0xd4};
     std::array<std::uint8_t, 4> magic{};
@@ -42,7 +42,7 @@ FileKind kindOf(std::FILE* file) {
             known && S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0};
 }
 
-/// A damaged capture may hold any fraction of a second, even a negative one.
+/// In a damaged capture the fraction may be anything, even negative.
 CaptureTime normalised(std::int64_t seconds, std::int64_t nanoseconds) {
     seconds += nanoseconds / nanosecondsPerSecond;
     nanoseconds %= nanosecondsPerSecond;
@@ -67,7 +67,7 @@ CaptureReader::CaptureReader(std::uint32_t port, std::string path) : path_(std::
     const FileKind kind = kindOf(file);
     sizeBytes_ = kind.bytes;
     if (kind.isPipe) {
-        // What a buffer held already, waiting on the descriptor would not see.
+        // Unbuffered: poll on the descriptor does not see what a buffer holds.
         std::setvbuf(file, nullptr, _IONBF, 0);
         waitDescriptor_ = fileno(file);
     }

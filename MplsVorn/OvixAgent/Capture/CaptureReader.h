@@ -12,25 +12,25 @@ namespace OvixAgent {
 
 /// Reads one capture of Ethernet frames: pcap or pcapng, with microseconds or nanoseconds.
 ///
-/// A file that is damaged in the middle gives every whole frame before the damage; the reader then
-/// ends, and `problem` says so.
+/// Of a damaged file every whole frame before the damage is read; then reading ends, and
+/// `problem()` names the damage.
 class CaptureReader {
   public:
-    /// Throws CaptureError when the file cannot be opened, is no capture, or its link type is not
-    /// Ethernet. `port` is handed on in every frame.
+    /// Throws CaptureError when the file cannot be opened, is not a capture, or its link type is
+    /// not Ethernet. `port` becomes the port of every frame.
     CaptureReader(std::uint32_t port, std::string path);
 
-    /// The next frame, good until the following call; null at the end.
+    /// The next frame, valid until the following call; null at the end.
     const Frame* next();
 
-    /// What ended the reading early; empty while nothing has.
+    /// Why reading ended early; empty when it did not.
     const std::string& problem() const noexcept { return problem_; }
 
     /// True when no time stamp can be finer than a microsecond. A pcapng file counts as finer: the
     /// resolution is up to each of its interfaces.
     bool hasMicroseconds() const noexcept { return hasMicroseconds_; }
 
-    /// What to wait on for the next frame of a pipe; -1 for a file, which keeps nobody waiting.
+    /// What to poll for the next frame of a pipe; -1 for a file, which never blocks.
     int waitDescriptor() const noexcept { return waitDescriptor_; }
 
     const std::string& path() const noexcept { return path_; }

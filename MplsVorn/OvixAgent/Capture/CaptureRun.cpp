@@ -9,8 +9,8 @@ namespace OvixAgent {
 
 namespace {
 
-/// How often requests are looked for while frames keep coming.
-constexpr std::uint64_t framesPerLook = 256;
+/// Control requests are served once in so many frames.
+constexpr std::uint64_t framesPerRequest = 256;
 
 } // namespace
 
@@ -24,7 +24,7 @@ void CaptureRun::forwardAll() {
         }
         forward(*frame);
         ++frames;
-        if (control != nullptr && frames % framesPerLook == 0) {
+        if (control != nullptr && frames % framesPerRequest == 0) {
             control->serve();
         }
         if (progress->isDue()) {
@@ -34,13 +34,13 @@ void CaptureRun::forwardAll() {
     progress->clear();
 }
 
-// A pipe may have nothing to read for long; what has to be done meanwhile is done.
+// While a pipe has nothing to read, tables are refreshed and requests served.
 void CaptureRun::waitForInput() {
     for (int pipe = input->waitDescriptor(); pipe >= 0; pipe = input->waitDescriptor()) {
-        constexpr int tablesLookMs = 100;
+        constexpr int tableRefreshMs = 100;
         std::array<pollfd, 2> waiting{
             {{pipe, POLLIN, 0}, {control != nullptr ? control->descriptor() : -1, POLLIN, 0}}};
-        poll(waiting.data(), waiting.size(), tablesLookMs);
+        poll(waiting.data(), waiting.size(), tableRefreshMs);
         tables->refresh();
         if (control != nullptr && waiting[1].revents != 0) {
             control->serve();
@@ -59,7 +59,7 @@ void CaptureRun::forward(const Frame& frame) {
             forwarder->receive(frame);
             return;
         } catch (const Tessel::SnapshotLost&) {
-            // The process was held up for so long that what it read from has been replaced.
+            // The generation was overwritten while it was read: refresh and try again.
         }
     }
 }

@@ -9,7 +9,7 @@
 
 namespace OvixAgent {
 
-/// What a run on captures works with; nothing is owned.
+/// The loop of a run on captures. Nothing is owned.
 struct CaptureRun {
     CaptureMerge* input;
     Mpls::PublishedTables* tables;
@@ -18,7 +18,7 @@ struct CaptureRun {
     ControlServer* control; ///< may be null
     CliProgress* progress;
 
-    /// Forwards every frame, each by the newest tables, and answers requests in between. Throws
+    /// Forwards every frame with the newest tables and serves control requests in between. Throws
     /// CaptureError when an output cannot be written.
     void forwardAll();
 

@@ -13,7 +13,7 @@ namespace OvixAgent {
 
 namespace {
 
-constexpr int snapLength = 262144; ///< the most that readers accept
+constexpr int snapLength = 262144; ///< the longest that readers accept
 constexpr std::uint32_t nanosecondsPerMicrosecond = 1000;
 constexpr std::size_t bufferSize = 65536;
 
@@ -46,7 +46,7 @@ CaptureWriter::CaptureWriter(std::string path, TimePrecision precision)
     }
 }
 
-void CaptureWriter::write(const Frame& frame) {
+void CaptureWriter::transmit(const Frame& frame) {
     pcap_pkthdr header{};
     header.ts.tv_sec = frame.time.seconds;
     header.ts.tv_usec = precision_ == TimePrecision::nanoseconds

@@ -4,31 +4,29 @@
 #include <memory>
 #include <string>
 
-#include "State/Frame.h"
+#include "State/TransmitPort.h"
 
 struct pcap_dumper;
 
 namespace OvixAgent {
 
-/// The unit in which a capture keeps time stamps. A capture keeps microseconds only when all that
-/// is read keeps no more, so that no digit of a time stamp is lost.
+/// The unit of a capture's time stamps. A run writes microseconds only when no input is finer, so
+/// that no digit of a time stamp is lost.
 enum class TimePrecision : std::uint8_t { microseconds, nanoseconds };
 
-/// Writes one pcap of Ethernet frames. Errors of the file system throw CaptureError.
-class CaptureWriter {
+/// A port that writes its frames to a pcap file. Errors of the file system throw CaptureError.
+class CaptureWriter final : public TransmitPort {
   public:
-    /// Creates or overwrites the file; it is a whole, empty capture once closed.
+    /// Creates or overwrites the file, which is a valid empty capture once closed.
     CaptureWriter(std::string path, TimePrecision precision);
 
-    /// Writes the frame's bytes with its time and original length. Seconds wrap beyond the year
-    /// 2106, as the format's 32-bit field does.
-    void write(const Frame& frame);
+    /// Writes the frame's bytes with its time and original length. Seconds wrap in 2106, as the
+    /// format's 32-bit field does.
+    void transmit(const Frame& frame) override;
 
-    /// Writes out what is buffered, and reports what could not be written. Without it, destruction
-    /// writes as far as it can and stays silent.
+    /// Writes what is buffered and reports errors; the destructor does not report them.
     void close();
 
-    const std::string& path() const noexcept { return path_; }
     std::uint64_t frames() const noexcept { return frames_; }
 
   private:

@@ -6,16 +6,15 @@
 
 namespace OvixAgent {
 
-/// Stands in for the host's network interfaces in a run on captures: what is sent raw on "lo" goes
-/// to a port of the agent's, and nothing leaves the process. There is no other interface.
+/// Replaces the host's network interfaces in a run on captures: a raw frame sent on "lo" goes to a
+/// port of the agent, and nothing leaves the process. There is no other interface.
 class CapturedLoopback : public Lumo::RawTxBackend {
   public:
-    /// In use from here on until it is destroyed. `out` must outlive it; when `out` throws, so does
-    /// sending.
+    /// Installed until it is destroyed. `out` must outlive it; what `out` throws, sending throws.
     explicit CapturedLoopback(TransmitPort& out) noexcept : out_(&out) { currentIs(this); }
     ~CapturedLoopback() override { currentIs(nullptr); }
 
-    /// The time of what is sent from here on: that of the frame in hand.
+    /// The time stamp of frames sent from now on: that of the frame being forwarded.
     void timeIs(CaptureTime time) noexcept { time_ = time; }
 
     const Traffic& sent() const noexcept { return sent_; }

@@ -6,8 +6,8 @@
 
 namespace OvixAgent {
 
-/// One line on a terminal that tells how far a run has come. It shows nothing in the first tenth of
-/// a second, and then at most ten updates a second.
+/// A progress line on a terminal: nothing in the first tenth of a second, then at most ten updates
+/// a second.
 class CliProgress {
   public:
     using Clock = std::chrono::steady_clock;
@@ -19,8 +19,8 @@ class CliProgress {
     /// A line on standard error if that is a terminal and `quiet` is false.
     static CliProgress onTerminal(bool quiet);
 
-    /// Call once per frame: whether it is worth looking at the clock now.
-    bool isDue() { return isShown_ && (++calls_ % callsPerLook) == 0; }
+    /// To be called once per frame; true once in 256 calls, when it is worth calling `show`.
+    bool isDue() { return isShown_ && (++calls_ % callsPerUpdate) == 0; }
 
     /// Shows `frames` done and the `part` (0 to 1) of the input read, unless it is too early.
     void show(std::uint64_t frames, double part, Clock::time_point now = Clock::now());
@@ -29,7 +29,7 @@ class CliProgress {
     void clear();
 
   private:
-    static constexpr std::uint32_t callsPerLook = 256;
+    static constexpr std::uint32_t callsPerUpdate = 256;
 
     std::FILE* stream_;
     bool isShown_;

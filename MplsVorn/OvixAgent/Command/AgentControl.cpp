@@ -5,8 +5,8 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
-#include "Control/ControlPath.h"
-#include "Summary/SummaryParts.h"
+#include "Control/ControlServer.h"
+#include "Summary/SummaryText.h"
 
 namespace OvixAgent {
 
@@ -14,7 +14,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-/// What is asked for, and how it is answered.
+/// The control commands.
 struct Commands {
     AgentState* state;
     const Forwarder* forwarder;

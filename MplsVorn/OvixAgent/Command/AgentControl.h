@@ -12,10 +12,9 @@
 
 namespace OvixAgent {
 
-/// The agent's side of what `ovixctl` asks of a running agent: "counters", "clear-counters" and
-/// "status". Null when the run names neither tables nor a control socket. The state and the
-/// forwarder must outlive it. Throws as ControlServer does.
-/// `more` gives counters beside the forwarder's.
+/// Serves the control commands "counters", "clear-counters" and "status". Null when the run has
+/// neither shared tables nor a control socket. `more` returns counters beside the forwarder's. The
+/// state and the forwarder must outlive the server. Throws as ControlServer does.
 std::unique_ptr<ControlServer> serveControl(const RunOptions& options, AgentState& state,
                                             const Forwarder& forwarder,
                                             std::function<std::vector<NamedCounter>()> more = {});

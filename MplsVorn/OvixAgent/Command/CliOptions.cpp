@@ -13,12 +13,12 @@ namespace {
 constexpr const char* exitCodes =
     "Exit codes:\n"
     "  0  every frame is accounted for\n"
-    "  1  the configuration, a capture or an output is at fault; of a truncated capture, all\n"
-    "     whole frames have been forwarded all the same\n"
-    "  2  the command line is wrong\n"
+    "  1  the configuration, a capture or an output is faulty; the whole frames of a truncated\n"
+    "     capture are forwarded all the same\n"
+    "  2  the command line is invalid\n"
     "  3  the frames do not add up";
 
-/// "PORT=CAPTURE"; the name of a port holds no "=".
+/// "PORT=CAPTURE"; port names contain no "=".
 std::optional<InputOption> parseInput(const std::string& text) {
     const std::size_t equals = text.find('=');
     if (equals == std::string::npos || equals == 0 || equals + 1 == text.size()) {
@@ -27,8 +27,7 @@ std::optional<InputOption> parseInput(const std::string& text) {
     return InputOption{text.substr(0, equals), text.substr(equals + 1)};
 }
 
-/// `--in` takes all that follows it up to the next option, so a CONFIG that stands there is among
-/// its values.
+/// `--in` takes every argument up to the next option, so CONFIG may be among its values.
 void takeConfigFromInputs(std::string& config, std::vector<std::string>& inputs) {
     const auto found = std::find_if(inputs.begin(), inputs.end(), [](const std::string& text) {
         return text.find('=') == std::string::npos;
@@ -54,7 +53,7 @@ std::vector<InputOption> parseInputs(const std::vector<std::string>& texts) {
     return inputs;
 }
 
-/// Captures come with a directory for what leaves; live ports with neither.
+/// A run on captures needs --in and --out; a live run allows neither.
 void checkForm(const RunOptions& options, const std::vector<std::string>& inputs) {
     if (options.live && !(inputs.empty() && options.outDirectory.empty())) {
         throw CLI::ExcludesError("--live", inputs.empty() ? "--out" : "--in");
@@ -82,21 +81,21 @@ std::variant<RunOptions, CliExit> parseCommandLine(int argc, const char* const* 
     CLI::App* const run = app.add_subcommand("run", "Forward the frames of captures");
     run->footer(exitCodes);
     run->add_option("CONFIG", options.config, "The configuration, a YAML file");
-    run->add_option("--in", inputs, "A capture to read, and the port that its frames come in at")
+    run->add_option("--in", inputs, "A capture to read, and the port that its frames arrive at")
         ->type_name("PORT=CAPTURE");
     run->add_option("--out", options.outDirectory,
                     "The directory for PORT.pcap, cpu.pcap and lo.pcap")
         ->type_name("DIR");
     run->add_flag("--live", options.live,
-                  "Forward on the network interfaces that the ports name, until SIGTERM, and not "
-                  "captures; SIGHUP reads CONFIG anew");
+                  "Forward on the network interfaces named by the ports instead of on captures, "
+                  "until SIGTERM; SIGHUP reloads CONFIG");
     run->add_flag("--json", options.json, "Print the summary as JSON");
     run->add_flag("--trace", options.trace, "Print what happens to each frame");
-    run->add_option("--plugin", options.plugin, "The plugin to load")->type_name("FILE");
+    run->add_option("--plugin", options.plugin, "The plugin library to load")->type_name("FILE");
     run->add_option(
            "--tables", options.tables,
            "Take the label tables, the hardware status and the multicast VPN interfaces "
-           "from shared memory, where ovixctl and others publish them, and not from CONFIG")
+           "from shared memory, where ovixctl and others publish them, instead of from CONFIG")
         ->type_name("NAME");
     run->add_option("--control", options.control,
                     "The socket at which to answer ovixctl (with --tables, by default NAME.sock in "

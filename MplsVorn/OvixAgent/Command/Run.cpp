@@ -1,28 +1,129 @@
 #include "Command/Run.h"
 
+#include <algorithm>
+#include <cstdio>
 #include <exception>
 #include <fmt/core.h>
 #include <memory>
+#include <optional>
 
 #include "Capture/CaptureMerge.h"
 #include "Capture/CaptureOutputs.h"
 #include "Capture/CaptureRun.h"
 #include "Command/AgentControl.h"
-#include "Command/CliInputs.h"
-#include "Command/RunLive.h"
 #include "Command/RunParts.h"
 #include "Config/Config.h"
+#include "Live/LiveRun.h"
 
 namespace OvixAgent {
 
 namespace {
 
-/// A port of a run on captures has no interface to have its address from.
+/// The configuration of a live run, in which every port routes IP.
+AgentConfig liveConfig(const RunOptions& options) {
+    AgentConfig config = loadConfig(options.config);
+    for (PortConfig& port : config.ports) {
+        port.routesIp = true;
+    }
+    return config;
+}
+
+/// A live run opens its interfaces once, in the order of the ports.
+void checkSamePorts(const AgentConfig& old, const AgentConfig& config, const RunOptions& options) {
+    const bool same = std::equal(old.ports.begin(), old.ports.end(), config.ports.begin(),
+                                 config.ports.end(), [](const auto& a, const auto& b) {
+                                     return a.name == b.name && a.kind == b.kind &&
+                                            a.mac == b.mac && a.mtu == b.mtu;
+                                 });
+    if (!same || old.cpuTap != config.cpuTap) {
+        throw ConfigError(fmt::format(
+            "{}: ports: a change of names, kinds, mac or mtu needs a restart", options.config));
+    }
+}
+
+void printError(const std::string& text) {
+    fmt::print(stderr, "ovix-agent: {}\n", text);
+}
+
+/// The parts of a live run.
+class LiveAgent {
+  public:
+    explicit LiveAgent(const RunOptions& options)
+        : options_(options), config_(liveConfig(options)), state_(startAgent(config_, options)),
+          tables_(config_), ports_(config_, tables_.ports),
+          answers_(ports_.cpu(), config_, tables_, state_->tables()),
+          forwarder_(state_->manager(), tables_, answers_),
+          links_(config_, tables_, state_->interfaces(), ports_) {
+        tables_.tooBig = &answers_;
+        if (!options.tables.empty()) {
+            ipRoutes_.emplace(state_->tables().reader(), tables_);
+        }
+        ports_.requireUsable();
+        control_ = serveControl(options, *state_, forwarder_, [this] { return counters(); });
+    }
+
+    Summary run() {
+        LiveRun({&state_->tables(), &forwarder_, &ports_, &links_, &answers_,
+                 ipRoutes_ ? &*ipRoutes_ : nullptr, control_.get()})
+            .run([this] { reload(); }, printError);
+        Summary summary = summaryOf(options_, *state_, forwarder_);
+        for (const NamedCounter& counter : counters()) {
+            summary.counters.push_back(counter);
+        }
+        for (const std::string& problem : ports_.problems()) {
+            summary.problems.push_back(problem);
+        }
+        return summary;
+    }
+
+  private:
+    void reload() {
+        try {
+            const AgentConfig newer = liveConfig(options_);
+            checkSamePorts(config_, newer, options_);
+            state_->configureTables(newer, options_.config);
+            tables_.configure(newer);
+            links_.configure(newer);
+            answers_.configure(newer);
+            if (ipRoutes_) {
+                ipRoutes_->startOver();
+            }
+            printError(options_.config + ": reloaded");
+        } catch (const std::exception& refused) {
+            printError(std::string(refused.what()) + "; the configuration stays as it was");
+        }
+    }
+
+    /// Events of the ports and answers of the CPU.
+    std::vector<NamedCounter> counters() const {
+        std::vector<NamedCounter> all;
+        for (const auto& [event, count] : ports_.events()) {
+            all.push_back({"Port", "Agent", event, count});
+        }
+        for (const auto& [answer, count] : answers_.counts()) {
+            all.push_back({"Answer", "Agent", answer, count});
+        }
+        return all;
+    }
+
+    const RunOptions& options_;
+    AgentConfig config_;
+    std::unique_ptr<AgentState> state_;
+    ForwardingTables tables_;
+    LivePorts ports_;
+    CpuAnswers answers_;
+    Forwarder forwarder_;
+    LinkSync links_;
+    std::optional<SharedIpRoutes> ipRoutes_; ///< set when the tables are shared
+    std::unique_ptr<ControlServer> control_; ///< may be null
+};
+
+/// A run on captures has no interfaces to read MAC addresses from.
 void checkAddresses(const AgentConfig& config, const RunOptions& options) {
     for (const PortConfig& port : config.ports) {
         if (port.mac == MacAddress{}) {
             throw ConfigError(
-                fmt::format("{}: ports: {} has no mac, which only a live run gives it",
+                fmt::format("{}: ports: {} has no mac, which only a live run may omit",
                             options.config, port.name));
         }
     }
@@ -36,7 +137,8 @@ std::vector<std::string> inputPaths(const RunOptions& options) {
     return paths;
 }
 
-int runOnCaptures(const RunOptions& options, const AgentConfig& config) {
+Summary runOnCaptures(const RunOptions& options) {
+    const AgentConfig config = loadConfig(options.config);
     checkAddresses(config, options);
     CaptureMerge input(openInputs(options.inputs, config.ports));
     const std::unique_ptr<AgentState> state = startAgent(config, options);
@@ -48,31 +150,27 @@ int runOnCaptures(const RunOptions& options, const AgentConfig& config) {
         tables.ports.ports()[i].out = &outputs.port(i);
     }
     Forwarder forwarder(state->manager(), tables, outputs.cpu());
-    CapturedLoopback loopback(outputs.loopback());
+    CapturedLoopback lo(outputs.loopback());
     CliProgress progress = CliProgress::onTerminal(options.quiet);
     const std::unique_ptr<ControlServer> control = serveControl(options, *state, forwarder);
-    CaptureRun{&input, &state->tables(), &forwarder, &loopback, control.get(), &progress}
+    CaptureRun{&input, &state->tables(), &forwarder, &lo, control.get(), &progress}
         .forwardAll();
     outputs.close();
 
     Summary summary = summaryOf(options, *state, forwarder);
-    summary.exceptions = loopback.sent();
+    summary.exceptions = lo.sent();
     const std::vector<std::string> problems = input.problems();
     summary.problems.insert(summary.problems.begin(), problems.begin(), problems.end());
-    return report(options, summary);
-}
-
-int runOrThrow(const RunOptions& options) {
-    return options.live ? runLive(options) : runOnCaptures(options, loadConfig(options.config));
+    return summary;
 }
 
 } // namespace
 
 int run(const RunOptions& options) {
     try {
-        return runOrThrow(options);
+        return report(options, options.live ? LiveAgent(options).run() : runOnCaptures(options));
     } catch (const std::exception& error) {
-        fmt::print(stderr, "ovix-agent: {}\n", error.what());
+        printError(error.what());
         return ExitCode::badInput;
     }
 }

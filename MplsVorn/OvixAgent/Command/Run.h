@@ -4,8 +4,8 @@
 
 namespace OvixAgent {
 
-/// Forwards the captures as the options say and prints the balance. Returns the exit code; errors
-/// are printed on standard error.
+/// Runs the agent on captures or live and prints the summary. Returns the exit code; errors are
+/// printed on standard error.
 int run(const RunOptions& options);
 
 } // namespace OvixAgent

@@ -8,7 +8,7 @@
 #include "Command/Toggles.h"
 #include "Forwarding/PluginHost.h"
 #include "Ovix/trace/Trace.h"
-#include "Summary/SummaryParts.h"
+#include "Summary/SummaryText.h"
 #include "Tables/SharedTables.h"
 
 namespace OvixAgent {
@@ -66,8 +66,7 @@ int report(const RunOptions& options, const Summary& summary) {
     }
     if (!summary.isBalanced()) {
         fmt::print(stderr,
-                   "ovix-agent: the frames do not add up: {} in and {} replicas, {} "
-                   "accounted for\n",
+                   "ovix-agent: the frames do not add up: {} in, {} replicas, {} accounted for\n",
                    summary.in.frames, summary.replicas, summary.accountedFor());
         return ExitCode::imbalance;
     }

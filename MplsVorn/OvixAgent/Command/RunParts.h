@@ -10,14 +10,14 @@
 
 namespace OvixAgent {
 
-/// What both kinds of run begin with: the tables that the options name, and the plugin at work.
+/// Opens the tables that the options name and starts the plugin.
 std::unique_ptr<AgentState> startAgent(const AgentConfig& config, const RunOptions& options);
 
-/// What has become of the frames so far, and of the tables.
+/// The summary of a run so far, of frames and tables.
 Summary summaryOf(const RunOptions& options, const AgentState& state, const Forwarder& forwarder);
 
 /// Prints the summary, and its problems on standard error; returns the exit code. Throws
-/// std::system_error when it cannot be printed.
+/// std::system_error when printing fails.
 int report(const RunOptions& options, const Summary& summary);
 
 } // namespace OvixAgent

@@ -1,8 +1,10 @@
 #include "Control/ControlServer.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <sys/epoll.h>
@@ -14,6 +16,21 @@
 #include <utility>
 
 namespace OvixAgent {
+
+std::string controlPath(const std::string& name) {
+    const auto environment = [](const char* variable) {
+        const char* value = std::getenv(variable);
+        return std::string(value != nullptr ? value : "");
+    };
+    std::string directory = environment("OVIX_RUNTIME_DIR");
+    if (directory.empty() && geteuid() == 0) {
+        directory = "/run/ovix";
+    } else if (directory.empty()) {
+        const std::string perUser = environment("XDG_RUNTIME_DIR");
+        directory = perUser.empty() ? fmt::format("/tmp/ovix-{}", geteuid()) : perUser + "/ovix";
+    }
+    return directory + "/" + name + ".sock";
+}
 
 namespace {
 

@@ -8,6 +8,10 @@
 
 namespace OvixAgent {
 
+/// Where an agent is reached while it runs: NAME.sock in $OVIX_RUNTIME_DIR, else in /run/ovix for
+/// root and in ovix under $XDG_RUNTIME_DIR or /tmp/ovix-UID for everybody else.
+std::string controlPath(const std::string& name);
+
 /// Answers requests from other processes between frames, over a local stream socket. A request is a
 /// line of JSON, {"command": NAME, ...}; the answer is a line of JSON, {"ok": true, ...} or
 /// {"ok": false, "error": TEXT}. Never blocks: a slow or hostile client waits or is cut off.

@@ -1,12 +1,21 @@
 #pragma once
 
+#include <optional>
+
 #include "Ip/IpRouter.h"
+#include "Lumo/EthAddr.h"
+#include "Ovix/packet/PacketContext.h"
 #include "Ovix/routing/RoutingContext.h"
 #include "State/Egress.h"
 #include "State/Fate.h"
 #include "State/ForwardingTables.h"
 
 namespace OvixAgent {
+
+/// The group address that a multicast packet goes to everybody on a link with: a labelled one by
+/// its top label (01-00-5e-8x-xx-xx, RFC 5332 section 8), an IP multicast packet by its destination
+/// (RFC 1112 section 6.4, RFC 2464 section 7). None for anything else.
+std::optional<Lumo::EthAddr> groupMac(Ovix::PacketContext& packet);
 
 /// Finds the way out of a next hop, once the frame is rewritten.
 class EgressLookup {

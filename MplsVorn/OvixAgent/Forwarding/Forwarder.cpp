@@ -3,9 +3,9 @@
 #include <exception>
 
 #include "Ip/IpPacket.h"
-#include "Ip/IpRoutingHandler.h"
+#include "Ip/IpRouter.h"
 #include "State/CaptureError.h"
-#include "Summary/SummaryParts.h"
+#include "Summary/Summary.h"
 #include "Tessel/Exceptions.h"
 
 namespace OvixAgent {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Forwarding/PluginPorts.h"
+#include "Forwarding/PluginHost.h"
 #include "Forwarding/Sender.h"
 #include "Ovix/plugin/PluginManager.h"
 #include "State/Fate.h"

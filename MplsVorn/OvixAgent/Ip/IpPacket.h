@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string_view>
 
@@ -31,5 +32,16 @@ struct IpPacket {
 constexpr bool isIp(Ovix::PktHdrType type) noexcept {
     return type == Ovix::PktHdrType::ipv4 || type == Ovix::PktHdrType::ipv6;
 }
+
+/// What an IP packet carries behind its header and, in IPv6, its extension headers.
+struct IpUpperLayer {
+    std::uint8_t protocol = 0;
+    bool isFirstFragment = true; ///< when it is not, there are no bytes
+    std::span<const std::uint8_t> bytes;
+};
+
+/// Empty when the extension headers (RFC 8200 section 4) run beyond the packet. Nothing may be
+/// wrong with the packet.
+std::optional<IpUpperLayer> upperLayer(const IpPacket& packet) noexcept;
 
 } // namespace OvixAgent

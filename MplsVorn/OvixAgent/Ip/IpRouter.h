@@ -1,9 +1,11 @@
 #pragma once
 
 #include "Ovix/routing/RoutingContext.h"
+#include "Ovix/routing/RoutingHandler.h"
 #include "State/Egress.h"
 #include "State/Fate.h"
 #include "State/ForwardingTables.h"
+#include "State/PortTable.h"
 
 namespace OvixAgent {
 
@@ -33,5 +35,22 @@ class IpRouter {
 /// Takes this router's one decrement from an IP packet, unless a label's TTL has carried it over
 /// already (RFC 3443 section 3.1); an IPv4 checksum follows (RFC 1624).
 void takeIpTtl(Ovix::PacketContext& packet) noexcept;
+
+/// Routes the frames that came as IP packets: to their destination, in the VRF of the port that
+/// they came in at.
+class IpRoutingHandler : public Ovix::RoutingHandler {
+  public:
+    /// Of one family: `type` says which, and names the handler. The ports must outlive it.
+    IpRoutingHandler(Ovix::PktHdrType type, PortTable& ports);
+
+    void processPacket(const Ptr<Ovix::RoutingOutput>& output,
+                       const Ptr<Ovix::RoutingContext>& context,
+                       const Ptr<Ovix::PacketHeader>& header,
+                       const Ptr<Ovix::RoutingVrfRoot>& vrfRoot) override;
+
+  private:
+    Ovix::PktHdrType type_;
+    PortTable* ports_;
+};
 
 } // namespace OvixAgent

@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <csignal>
-#include <ctime>
 #include <sys/signalfd.h>
 #include <system_error>
 #include <thread>
@@ -29,12 +28,6 @@ int signalDescriptor() {
         throw std::system_error(errno, std::generic_category(), "cannot take signals");
     }
     return descriptor;
-}
-
-CaptureTime timeNow() {
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    return {now.tv_sec, static_cast<std::uint32_t>(now.tv_nsec)};
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include <compare>
 #include <cstdint>
+#include <ctime>
 #include <span>
 
 namespace OvixAgent {
@@ -13,6 +14,12 @@ struct CaptureTime {
 
     friend auto operator<=>(const CaptureTime&, const CaptureTime&) = default;
 };
+
+inline CaptureTime timeNow() noexcept {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return {now.tv_sec, static_cast<std::uint32_t>(now.tv_nsec)};
+}
 
 /// A frame as a capture holds it. The bytes are borrowed.
 struct Frame {

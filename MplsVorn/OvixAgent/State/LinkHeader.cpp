@@ -9,7 +9,7 @@ namespace OvixAgent {
 namespace {
 
 constexpr std::size_t macSize = 6;
-constexpr std::size_t tagSize = 4;
+constexpr std::size_t linkTagSize = 4;
 constexpr std::size_t etherTypeSize = 2;
 
 std::uint16_t etherTypeOf(Ovix::PktHdrType type) noexcept {
@@ -94,7 +94,7 @@ bool pushLink(Ovix::PacketContext& packet, const Lumo::EthAddr& source,
         return true;
     }
     const std::uint16_t etherType = etherTypeOf(packet.outerType());
-    const std::size_t size = 2 * macSize + tags.count * tagSize + etherTypeSize;
+    const std::size_t size = 2 * macSize + tags.count * linkTagSize + etherTypeSize;
     const std::span<std::uint8_t> room = packet.pkt()->pushFront(size);
     if (room.empty()) {
         return false;
@@ -104,7 +104,7 @@ bool pushLink(Ovix::PacketContext& packet, const Lumo::EthAddr& source,
     for (std::size_t i = 0; i < tags.count; ++i) {
         tags.tags[i].tpid.store(at);
         tags.tags[i].tci.store(at + etherTypeSize);
-        at += tagSize;
+        at += linkTagSize;
     }
     Lumo::NetU16(etherType).store(at);
     packet.outerTypeIs(Ovix::PktHdrType::eth);

@@ -1,5 +1,10 @@
 #include "Summary/Summary.h"
 
+#include <algorithm>
+
+#include "Ovix/trace/NamedCounters.h"
+#include "State/PktCounterCollectionHolder.h"
+
 namespace OvixAgent {
 
 std::uint64_t Reasons::total() const {
@@ -21,6 +26,26 @@ Traffic Summary::forwardedTotal() const {
 
 std::uint64_t Summary::accountedFor() const {
     return forwardedTotal().frames + punted.total() + dropped.total() + handedOn.total();
+}
+
+std::vector<LabelTraffic> labelTraffic(const Counter::PktCounterCollectionHolder& holder) {
+    std::vector<LabelTraffic> labels;
+    for (const auto& collection : holder.collections()) {
+        collection->forEach([&](Mpls::RouteKey key, const Counter::PktCounter& counter) {
+            labels.push_back({key.topLabel().value(), {counter.packets(), counter.bytes()}});
+        });
+    }
+    std::sort(labels.begin(), labels.end(),
+              [](const auto& a, const auto& b) { return a.label < b.label; });
+    return labels;
+}
+
+std::vector<NamedCounter> namedCounters(const Ovix::OvixNamedCounters& counters) {
+    std::vector<NamedCounter> named;
+    for (const auto& counter : counters.counters()) {
+        named.push_back({counter.category, counter.module, counter.reason, counter.count});
+    }
+    return named;
 }
 
 } // namespace OvixAgent

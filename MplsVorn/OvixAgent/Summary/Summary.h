@@ -6,6 +6,13 @@
 #include <string>
 #include <vector>
 
+namespace Counter {
+class PktCounterCollectionHolder;
+}
+namespace Ovix {
+class OvixNamedCounters;
+}
+
 namespace OvixAgent {
 
 struct Traffic {
@@ -25,7 +32,7 @@ struct PortTraffic {
     Traffic traffic;
 };
 
-/// Frames that met one fate, by reason.
+/// The frames of one fate, by reason.
 class Reasons {
   public:
     void add(const std::string& reason, std::uint64_t frames) { counts_[reason] += frames; }
@@ -36,16 +43,16 @@ class Reasons {
     std::map<std::string, std::uint64_t> counts_;
 };
 
-/// What was counted for an incoming label.
+/// The counter of an incoming label.
 struct LabelTraffic {
     std::uint32_t label = 0;
     Traffic traffic;
 };
 
-/// What a pseudowire carried: the customer's frames by direction.
+/// The customer's frames that a pseudowire carried, by direction.
 struct PseudowireTraffic {
     std::string name;
-    Traffic sent;      ///< from the attachment circuit towards the other end
+    Traffic sent;      ///< from the attachment circuit to the remote end
     Traffic delivered; ///< out of the attachment circuit
 };
 
@@ -53,7 +60,7 @@ struct PseudowireTraffic {
 struct TablesState {
     std::string name; ///< empty: the configuration's own
     std::uint64_t generation = 0;
-    std::uint64_t corruptions = 0; ///< reads that ran into something that cannot be right
+    std::uint64_t corruptions = 0; ///< damaged records read
 };
 
 struct NamedCounter {
@@ -63,17 +70,17 @@ struct NamedCounter {
     std::uint64_t count = 0;
 };
 
-/// What became of every frame of a run.
+/// The fates of all frames of a run, and its counters.
 struct Summary {
     Traffic in;
-    std::vector<PortTraffic> forwarded; ///< what left each port, copies included, in port order
+    std::vector<PortTraffic> forwarded; ///< sent by each port, copies included, in port order
     Reasons punted;
     Reasons dropped;
-    Reasons handedOn; ///< not for MPLS to handle
-    /// Copies beyond the first of frames that were replicated, whatever became of them, and
-    /// fragments beyond the first of packets that left in several.
+    Reasons handedOn; ///< not MPLS
+    /// Copies beyond the first of replicated frames, whatever their fate, and fragments beyond the
+    /// first of fragmented packets.
     std::uint64_t replicas = 0;
-    /// What the plugin sent to the loopback interface about frames that have their own fate.
+    /// MTU exception frames sent to the loopback interface, beside the fates of their frames.
     Traffic exceptions;
     std::vector<LabelTraffic> labels;
     std::vector<PseudowireTraffic> pseudowires;
@@ -83,25 +90,15 @@ struct Summary {
 
     Traffic forwardedTotal() const;
 
-    /// Frames whose fate is known: forwarded, punted, dropped or handed on.
+    /// Frames forwarded, punted, dropped or handed on.
     std::uint64_t accountedFor() const;
 
     /// True when each frame, and each copy of one, is accounted for exactly once.
     bool isBalanced() const { return in.frames + replicas == accountedFor(); }
 };
 
-/// A table for people; parts without content are left out.
-std::string summaryTable(const Summary& summary);
-
-/// The same as JSON, indented, without a newline at the end:
-/// {"balanced", "in": {"frames", "bytes"},
-///  "forwarded": {"frames", "bytes", "ports": {PORT: {"frames", "bytes"}}},
-///  "punted", "dropped", "handedOn": {"frames", "reasons": {REASON: COUNT}},
-///  "replicas", "exceptions": {"frames", "bytes"}, "labels": [{"label", "packets", "bytes"}],
-///  "pseudowires": [{"name", "sent", "delivered": {"frames", "bytes"}}],
-///  "counters": [{"category", "module", "reason", "count"}],
-///  "tables": {"name", "generation", "corruptions"}, "problems": [TEXT]}.
-/// Every key is always there.
-std::string summaryJson(const Summary& summary);
+/// What has been counted per label, sorted by label.
+std::vector<LabelTraffic> labelTraffic(const Counter::PktCounterCollectionHolder& holder);
+std::vector<NamedCounter> namedCounters(const Ovix::OvixNamedCounters& counters);
 
 } // namespace OvixAgent

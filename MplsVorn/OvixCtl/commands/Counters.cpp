@@ -4,7 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 
-#include "Control/ControlPath.h"
+#include "Control/ControlServer.h"
 #include "commands/Command.h"
 #include "commands/ControlClient.h"
 #include "commands/Output.h"

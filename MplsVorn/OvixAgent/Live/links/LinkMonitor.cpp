@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "Live/links/LinkMessages.h"
+#include "Posix/SystemError.h"
 
 namespace OvixAgent {
 
@@ -16,10 +17,6 @@ namespace {
 
 constexpr std::size_t longestMessages = 1U << 17U; // an interface with many virtual functions
 constexpr int receiveBuffer = 1 << 22;
-
-[[noreturn]] void refuse(const char* step) {
-    throw std::system_error(errno, std::generic_category(), step);
-}
 
 constexpr unsigned int group(rtnetlink_groups number) {
     return 1U << (static_cast<unsigned int>(number) - 1);
@@ -35,13 +32,13 @@ LinkMonitor::LinkMonitor(LinkEvents events)
     : socket_(mnl_socket_open2(NETLINK_ROUTE, SOCK_NONBLOCK | SOCK_CLOEXEC)),
       table_(std::move(events)), buffer_(longestMessages) {
     if (!socket_) {
-        refuse("opening a netlink socket");
+        Posix::fail("opening a netlink socket");
     }
     // Without the privilege, overruns come earlier.
     setsockopt(descriptor(), SOL_SOCKET, SO_RCVBUFFORCE, &receiveBuffer, sizeof receiveBuffer);
     if (mnl_socket_bind(socket_.get(), group(RTNLGRP_LINK) | group(RTNLGRP_NEIGH),
                         MNL_SOCKET_AUTOPID) != 0) {
-        refuse("joining the groups of link and neighbour events");
+        Posix::fail("joining the groups of link and neighbour events");
     }
     askAnew();
 }
@@ -72,7 +69,7 @@ void LinkMonitor::ask(Asking what) {
     request.header.nlmsg_seq = ++sequence_;
     request.about.rtgen_family = AF_UNSPEC;
     if (mnl_socket_sendto(socket_.get(), &request, request.header.nlmsg_len) < 0) {
-        refuse("asking for links and neighbours");
+        Posix::fail("asking for links and neighbours");
     }
     askedBy_ = sequence_;
     asking_ = what;
@@ -89,7 +86,7 @@ void LinkMonitor::receive() {
             ++overruns_;
             askAnew();
         } else if (errno != EINTR) {
-            refuse("receiving link and neighbour events");
+            Posix::fail("receiving link and neighbour events");
         }
     }
 }
@@ -149,7 +146,7 @@ void LinkMonitor::takeError(const nlmsghdr& message) {
     }
     if (error.msg.nlmsg_seq == askedBy_ && asking_ != Asking::nothing) {
         errno = -error.error;
-        refuse("the kernel does not tell its links and neighbours");
+        Posix::fail("the kernel does not tell its links and neighbours");
     }
     ++refusedSolicits_;
 }

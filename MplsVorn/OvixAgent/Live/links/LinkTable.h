@@ -6,7 +6,7 @@
 #include <map>
 #include <tuple>
 
-#include "Live/links/LinkState.h"
+#include "Live/links/LinkMessages.h"
 
 namespace OvixAgent {
 

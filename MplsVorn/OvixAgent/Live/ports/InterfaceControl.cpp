@@ -4,36 +4,38 @@
 #include <array>
 #include <cerrno>
 #include <linux/ethtool.h>
+#include <linux/if.h>
 #include <linux/sockios.h>
-#include <net/if.h>
 #include <net/if_arp.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <system_error>
 
 #include "Posix/FileDescriptor.h"
+#include "Posix/SystemError.h"
 
 namespace OvixAgent {
 
 namespace {
 
-[[noreturn]] void refuse(int error, const char* step) {
-    throw std::system_error(error, std::generic_category(), step);
-}
-
 ifreq requestFor(const std::string& name) {
     ifreq request{};
     if (name.empty() || name.size() >= sizeof request.ifr_name) {
-        refuse(ENODEV, "naming the interface");
+        Posix::fail("naming the interface", ENODEV);
     }
     name.copy(request.ifr_name, name.size());
     return request;
 }
 
-void control(unsigned long command, ifreq& request, const char* step) {
+/// False with errno set when the kernel refuses.
+bool isDone(unsigned long command, ifreq& request) noexcept {
     const Posix::FileDescriptor any(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    if (!any.isOpen() || ioctl(any.value(), command, &request) != 0) {
-        refuse(errno, step);
+    return any.isOpen() && ioctl(any.value(), command, &request) == 0;
+}
+
+void control(unsigned long command, ifreq& request, const char* step) {
+    if (!isDone(command, request)) {
+        Posix::fail(step);
     }
 }
 
@@ -77,12 +79,15 @@ std::uint32_t receiveQueuesOfInterface(const std::string& name) {
 }
 
 bool isInterface(unsigned int index) noexcept {
-    std::array<char, IF_NAMESIZE> name{};
-    return if_indextoname(index, name.data()) != nullptr;
+    ifreq request{};
+    request.ifr_ifindex = static_cast<int>(index);
+    return isDone(SIOCGIFNAME, request);
 }
 
 bool isInterface(const std::string& name) noexcept {
-    return if_nametoindex(name.c_str()) != 0;
+    ifreq request{};
+    name.copy(request.ifr_name, sizeof request.ifr_name - 1);
+    return name == request.ifr_name && isDone(SIOCGIFINDEX, request);
 }
 
 bool countWhatIsWrong(unsigned int index, LiveCounts& counts) noexcept {

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "Config/ConfigTypes.h"
-#include "Live/ports/LiveCounts.h"
+#include "Live/ports/LivePort.h"
 
 namespace OvixAgent {
 

@@ -77,7 +77,7 @@ void LivePorts::flush() {
     }
 }
 
-void LivePorts::mustBeUsable() const {
+void LivePorts::requireUsable() const {
     std::vector<std::string> refused;
     for (const auto& port : ports_) {
         if (port->isOpen()) {
@@ -134,7 +134,7 @@ void LivePorts::reopen() {
     }
 }
 
-std::vector<std::pair<std::string, std::uint64_t>> LivePorts::troubles() const {
+std::vector<std::pair<std::string, std::uint64_t>> LivePorts::events() const {
     std::vector<std::pair<std::string, std::uint64_t>> all;
     for (const auto& port : ports_) {
         const LiveCounts& counts = port->counts();

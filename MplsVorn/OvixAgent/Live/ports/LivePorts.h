@@ -31,14 +31,14 @@ class LivePorts {
     void flush();
     /// Throws std::runtime_error when none is open, and that is not only because there is no such
     /// interface yet.
-    void mustBeUsable() const;
+    void requireUsable() const;
     /// Why ports, and the TAP device toward the CPU, are not open.
     std::vector<std::string> problems() const;
     /// Problems that there were not at the last call, and ports that are open again.
     std::vector<std::string> news();
 
     /// What has happened beside receiving and sending, as "PORT: WHAT" and how often.
-    std::vector<std::pair<std::string, std::uint64_t>> troubles() const;
+    std::vector<std::pair<std::string, std::uint64_t>> events() const;
 
   private:
     std::vector<std::unique_ptr<LivePort>> ports_;

@@ -10,6 +10,8 @@
 #include <system_error>
 #include <vector>
 
+#include "Posix/SystemError.h"
+
 namespace OvixAgent {
 
 namespace {
@@ -23,14 +25,10 @@ constexpr std::uint32_t blocks = 256;
 constexpr std::size_t ringBytes = std::size_t{blockBytes} * blocks;
 constexpr unsigned int longestWaitMilliseconds = 1;
 
-[[noreturn]] void refuse(const char* step) {
-    throw std::system_error(errno, std::generic_category(), step);
-}
-
 template <typename T>
 void setOption(int socket, int name, const T& value, const char* step) {
     if (setsockopt(socket, SOL_PACKET, name, &value, sizeof value) != 0) {
-        refuse(step);
+        Posix::fail(step);
     }
 }
 
@@ -38,7 +36,7 @@ void filter(int socket, PacketIntake intake) {
     std::vector<sock_filter> program = packetFilter(intake);
     const sock_fprog attached{static_cast<unsigned short>(program.size()), program.data()};
     if (setsockopt(socket, SOL_SOCKET, SO_ATTACH_FILTER, &attached, sizeof attached) != 0) {
-        refuse("attaching the frame filter");
+        Posix::fail("attaching the frame filter");
     }
 }
 
@@ -48,7 +46,7 @@ void bindTo(int socket, unsigned int interfaceIndex) {
     address.sll_protocol = htons(ETH_P_ALL);
     address.sll_ifindex = static_cast<int>(interfaceIndex);
     if (bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-        refuse("binding the packet socket");
+        Posix::fail("binding the packet socket");
     }
 }
 
@@ -73,7 +71,7 @@ PacketRing::PacketRing(unsigned int interfaceIndex, PacketIntake intake)
     : socket_(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
     const int descriptor = socket_.value();
     if (descriptor < 0) {
-        refuse("opening a packet socket");
+        Posix::fail("opening a packet socket");
     }
     setOption(descriptor, PACKET_VERSION, int{TPACKET_V3}, "choosing TPACKET_V3");
     setOption(descriptor, PACKET_AUXDATA, 1, "asking for tags");
@@ -106,7 +104,7 @@ void PacketRing::map() {
     setOption(socket_.value(), PACKET_RX_RING, request, "making the receive ring");
     void* memory = mmap(nullptr, ringBytes, PROT_READ | PROT_WRITE, MAP_SHARED, socket_.value(), 0);
     if (memory == MAP_FAILED) {
-        refuse("mapping the receive ring");
+        Posix::fail("mapping the receive ring");
     }
     memory_ = static_cast<std::uint8_t*>(memory);
 }

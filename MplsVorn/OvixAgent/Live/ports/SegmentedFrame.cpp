@@ -1,6 +1,6 @@
 #include "Live/ports/SegmentedFrame.h"
 
-#include "Answers/IpPacketBytes.h"
+#include "Answers/Answer.h"
 #include "Ip/IpPacket.h"
 #include "Lumo/EthAddr.h"
 #include "Lumo/MplsLabel.h"
@@ -13,9 +13,9 @@ namespace {
 using Bytes = std::span<const std::uint8_t>;
 using Ovix::PktHdrType;
 
-constexpr std::size_t etherTypeAt = 12;
-constexpr std::size_t tagSize = 4;
-constexpr std::size_t udpSize = 8;
+constexpr std::size_t typeAt = 12;
+constexpr std::size_t vlanSize = 4;
+constexpr std::size_t udpHeaderSize = 8;
 constexpr std::size_t longestSegment = 0xffff; // as an IPv6 header can tell it
 
 /// The kinds of segmentation (virtio 1.2 section 5.1.6).
@@ -25,7 +25,7 @@ constexpr std::uint8_t udpOverIp = 5;
 /// Beside the kind: the first segment has a CWR flag.
 constexpr std::uint8_t hasCwr = 0x80;
 
-std::uint16_t u16(Bytes bytes, std::size_t at) noexcept {
+std::uint16_t field(Bytes bytes, std::size_t at) noexcept {
     return Lumo::NetU16::load(bytes.data() + at).value();
 }
 
@@ -51,14 +51,14 @@ Network behindLabels(Bytes frame, std::size_t at) noexcept {
 /// The IP header behind Ethernet, tags and labels.
 Network findNetwork(Bytes frame) noexcept {
     namespace EtherType = Lumo::EtherType;
-    std::size_t at = etherTypeAt;
+    std::size_t at = typeAt;
     while (frame.size() >= at + sizeof(std::uint16_t)) {
-        const std::uint16_t type = u16(frame, at);
+        const std::uint16_t type = field(frame, at);
         const std::size_t next = at + sizeof type;
         switch (type) {
         case EtherType::vlan:
         case EtherType::serviceVlan:
-            at += tagSize;
+            at += vlanSize;
             break;
         case EtherType::mpls:
         case EtherType::mplsUpstream:
@@ -109,7 +109,7 @@ bool isFragment(const IpPacket& packet) noexcept {
     constexpr std::size_t fragmentAt = 6;
     constexpr unsigned int moreFragmentsAndOffset = 0x3fff;
     return packet.type == PktHdrType::ipv4 &&
-           (u16(packet.bytes, fragmentAt) & moreFragmentsAndOffset) != 0;
+           (field(packet.bytes, fragmentAt) & moreFragmentsAndOffset) != 0;
 }
 
 /// The size of the transport header; 0 when it does not fit.
@@ -117,7 +117,7 @@ std::size_t transportSize(Bytes segment, bool isTcp) noexcept {
     constexpr std::size_t smallestTcp = 20;
     constexpr std::size_t dataOffsetAt = 12;
     if (!isTcp) {
-        return segment.size() >= udpSize ? udpSize : 0;
+        return segment.size() >= udpHeaderSize ? udpHeaderSize : 0;
     }
     if (segment.size() < smallestTcp) {
         return 0;

@@ -7,7 +7,7 @@
 #include <sys/socket.h>
 #include <vector>
 
-#include "Live/ports/LiveCounts.h"
+#include "Live/ports/LivePort.h"
 
 namespace OvixAgent {
 

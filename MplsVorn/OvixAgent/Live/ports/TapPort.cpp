@@ -1,31 +1,21 @@
 #include "Live/ports/TapPort.h"
 
 #include <cerrno>
-#include <ctime>
 #include <fcntl.h>
+#include <linux/if.h>
 #include <linux/if_tun.h>
-#include <net/if.h>
 #include <sys/ioctl.h>
 #include <system_error>
 #include <utility>
 
 #include "Live/ports/InterfaceControl.h"
+#include "Posix/SystemError.h"
 
 namespace OvixAgent {
 
 namespace {
 
 constexpr std::size_t longestFrame = 65535 + 18; // the largest MTU, and a tagged Ethernet header
-
-[[noreturn]] void refuse(int error, const char* step) {
-    throw std::system_error(error, std::generic_category(), step);
-}
-
-CaptureTime now() noexcept {
-    timespec time{};
-    clock_gettime(CLOCK_REALTIME, &time);
-    return {time.tv_sec, static_cast<std::uint32_t>(time.tv_nsec)};
-}
 
 } // namespace
 
@@ -50,16 +40,16 @@ bool TapPort::reopen() {
 void TapPort::open() {
     ifreq request{};
     if (name_.empty() || name_.size() >= sizeof request.ifr_name) {
-        refuse(ENODEV, "naming the device");
+        Posix::fail("naming the device", ENODEV);
     }
     name_.copy(request.ifr_name, name_.size());
     request.ifr_flags = static_cast<short>(IFF_TAP | IFF_NO_PI);
     device_ = Posix::FileDescriptor(::open("/dev/net/tun", O_RDWR | O_NONBLOCK | O_CLOEXEC));
     if (!device_.isOpen()) {
-        refuse(errno, "opening /dev/net/tun");
+        Posix::fail("opening /dev/net/tun");
     }
     if (ioctl(device_.value(), TUNSETIFF, &request) != 0) {
-        refuse(errno, "making the TAP device");
+        Posix::fail("making the TAP device");
     }
     interfaceIndex_ = indexOfInterface(name_);
     bringUp(name_);
@@ -72,7 +62,7 @@ void TapPort::shut(std::string problem) {
 
 std::size_t TapPort::receive(const FrameVisitor& visitor, std::size_t budget) {
     std::size_t received = 0;
-    const CaptureTime time = now();
+    const CaptureTime time = timeNow();
     while (isOpen() && received < budget) {
         const ssize_t size = read(device_.value(), buffer_.data(), buffer_.size());
         if (size >= 0) {

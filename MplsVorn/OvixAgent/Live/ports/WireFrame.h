@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Live/ports/FrameSegments.h"
-#include "Live/ports/LiveCounts.h"
+#include "Live/ports/LivePort.h"
 #include "Live/ports/PacketRing.h"
 #include "State/Frame.h"
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <ctime>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -15,12 +14,6 @@ namespace OvixAgent {
 namespace {
 
 constexpr std::uint32_t linkHeader = 14 + 8; // with two tags, which no MTU counts
-
-CaptureTime now() noexcept {
-    timespec time{};
-    clock_gettime(CLOCK_REALTIME, &time);
-    return {time.tv_sec, static_cast<std::uint32_t>(time.tv_nsec)};
-}
 
 } // namespace
 
@@ -72,7 +65,7 @@ void XdpPort::shut(std::string problem) {
 std::size_t XdpPort::receive(const FrameVisitor& visitor, std::size_t budget) {
     std::array<std::span<const std::uint8_t>, 64> frames;
     std::size_t received = 0;
-    const CaptureTime time = now();
+    const CaptureTime time = timeNow();
     while (isOpen() && received < budget) {
         const std::size_t count =
             socket_->receive({frames.data(), std::min(frames.size(), budget - received)});

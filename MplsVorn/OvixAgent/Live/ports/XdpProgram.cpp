@@ -6,6 +6,8 @@
 #include <cstdarg>
 #include <system_error>
 
+#include "Posix/SystemError.h"
+
 namespace OvixAgent {
 
 namespace {
@@ -14,10 +16,6 @@ namespace {
 constexpr unsigned char redirectObject[] = {
 #include <XdpRedirect.inc>
 };
-
-[[noreturn]] void refuse(int error, const char* step) {
-    throw std::system_error(error, std::generic_category(), step);
-}
 
 int saysNothing(libbpf_print_level, const char*, va_list) {
     return 0;
@@ -37,26 +35,26 @@ XdpProgram::XdpProgram(unsigned int interfaceIndex, const MacAddress& station, i
     libbpf_set_print(saysNothing);
     object_.reset(bpf_object__open_mem(redirectObject, sizeof redirectObject, nullptr));
     if (!object_) {
-        refuse(errno, "opening the XDP program");
+        Posix::fail("opening the XDP program");
     }
     bpf_map* const constants = bpf_object__find_map_by_name(object_.get(), ".rodata");
     if (constants == nullptr ||
         bpf_map__set_initial_value(constants, station.data(), station.size()) != 0) {
-        refuse(EINVAL, "telling the XDP program its station");
+        Posix::fail("telling the XDP program its station", EINVAL);
     }
     if (const int error = bpf_object__load(object_.get()); error != 0) {
-        refuse(-error, "loading the XDP program");
+        Posix::fail("loading the XDP program", -error);
     }
     constexpr std::uint32_t queue = 0;
     const int sockets = bpf_object__find_map_fd_by_name(object_.get(), "agentSockets");
     if (bpf_map_update_elem(sockets, &queue, &socket, BPF_ANY) != 0) {
-        refuse(errno, "telling the XDP program its socket");
+        Posix::fail("telling the XDP program its socket");
     }
     const bpf_program* const program =
         bpf_object__find_program_by_name(object_.get(), "redirectLabelled");
     link_.reset(bpf_program__attach_xdp(program, static_cast<int>(interfaceIndex)));
     if (!link_) {
-        refuse(errno, "attaching the XDP program");
+        Posix::fail("attaching the XDP program");
     }
 }
 

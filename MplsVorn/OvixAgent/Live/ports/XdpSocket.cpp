@@ -8,15 +8,13 @@
 #include <sys/socket.h>
 #include <system_error>
 
+#include "Posix/SystemError.h"
+
 namespace OvixAgent {
 
 namespace {
 
 constexpr std::size_t memoryBytes = std::size_t{2} * XdpSocket::buffers * XdpSocket::bufferBytes;
-
-[[noreturn]] void refuse(int error, const char* step) {
-    throw std::system_error(error, std::generic_category(), step);
-}
 
 std::uint32_t consumerOf(const xsk_ring_prod& ring) noexcept {
     return std::atomic_ref<std::uint32_t>(*ring.consumer).load(std::memory_order_acquire);
@@ -32,7 +30,7 @@ XdpSocket::XdpSocket(const std::string& interfaceName) {
     void* const pages =
         mmap(nullptr, memoryBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (pages == MAP_FAILED) {
-        refuse(errno, "allocating the memory of frames");
+        Posix::fail("allocating the memory of frames");
     }
     pages_.reset(static_cast<std::uint8_t*>(pages));
     const xsk_umem_config memoryConfig{buffers, buffers, bufferBytes, 0, 0};
@@ -40,7 +38,7 @@ XdpSocket::XdpSocket(const std::string& interfaceName) {
     if (const int error =
             xsk_umem__create(&memory, pages, memoryBytes, &fill_, &completed_, &memoryConfig);
         error != 0) {
-        refuse(-error, "registering the memory of frames");
+        Posix::fail("registering the memory of frames", -error);
     }
     memory_.reset(memory);
     xsk_socket_config config{};
@@ -52,7 +50,7 @@ XdpSocket::XdpSocket(const std::string& interfaceName) {
     if (const int error = xsk_socket__create(&socket, interfaceName.c_str(), 0, memory, &received_,
                                              &sending_, &config);
         error != 0) {
-        refuse(-error, "opening an AF_XDP socket");
+        Posix::fail("opening an AF_XDP socket", -error);
     }
     socket_.reset(socket);
     handedOut_.reserve(buffers);

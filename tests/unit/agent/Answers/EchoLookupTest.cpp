@@ -44,7 +44,7 @@ class EchoLookupTest : public testing::Test {
     std::string codesFor(const std::vector<Entry>& labels, const Bytes& tlvs,
                          std::uint16_t flags = validateFecs) {
         const Bytes frame = labelled(labels, echo4(message({.flags = flags, .tlvs = tlvs})));
-        return codes(lspEchoReply(read(frame), at, lookup.tables(), own));
+        return codes(lspEchoReply(read(frame), at, lookup, own));
     }
     static Bytes ldp(std::uint8_t second, std::uint8_t length = 16) {
         return tlv(1, {10, second, 0, 0, length});

@@ -94,7 +94,7 @@ TEST(LspEcho, WithoutAWishOrAWayHasNoReply) {
     EXPECT_EQ(codesOf({.replyMode = 5}), "1/0");
     EXPECT_EQ(codes(replyTo(labelled({{0}}, echo4(message({}), 0)))), "none");
     const Bytes frame = labelled({{0}}, echo4(message({})));
-    EXPECT_TRUE(lspEchoReply(read(frame), at, tables(), {}).empty());
+    EXPECT_TRUE(lspEchoReply(read(frame), at, FakeEchoTables(), {}).empty());
 }
 
 TEST(LspEcho, ThatAsksForExpiredTtlIsRepliedToThen) {

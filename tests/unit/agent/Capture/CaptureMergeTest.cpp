@@ -17,6 +17,17 @@ std::vector<std::string> framesOf(CaptureMerge& merge) {
 
 using Texts = std::vector<std::string>;
 
+std::vector<PortConfig> twoPorts() {
+    std::vector<PortConfig> ports(2);
+    ports[0].name = "eth1";
+    ports[1].name = "eth2";
+    return ports;
+}
+
+std::string errorOf(const std::vector<InputOption>& inputs) {
+    return captureError([&] { openInputs(inputs, twoPorts()); });
+}
+
 } // namespace
 
 class CaptureMergeTest : public CaptureTest {
@@ -92,4 +103,27 @@ TEST_F(CaptureMergeTest, ProgressGrowsToOne) {
     EXPECT_NEAR(last, 0.5, 0.01);
     framesOf(merged);
     EXPECT_EQ(merged.progress(), 1.0);
+}
+
+TEST(OpenInputs, NamesAnUnknownPortBeforeAnyFileIsOpened) {
+    EXPECT_EQ(errorOf({{"eth1", "/nonexistent"}, {"eth22", "b.pcap"}}),
+              "--in eth22=b.pcap: no port is named \"eth22\"; did you mean \"eth2\"?");
+    EXPECT_EQ(errorOf({{"port", "b.pcap"}}),
+              "--in port=b.pcap: no port is named \"port\"; known: eth1, eth2");
+}
+
+TEST(OpenInputs, NamesACaptureThatCannotBeOpened) {
+    EXPECT_EQ(errorOf({{"eth1", "/nonexistent"}}),
+              "/nonexistent: cannot be opened: No such file or directory");
+}
+
+TEST_F(CaptureMergeTest, OneCaptureMayFeedTwoPorts) {
+    const std::string path = file("a", pcapHeader(microsecondMagic) + pcapRecord(1, 0, "x"));
+    auto readers = openInputs({{"eth2", path}, {"eth1", path}}, twoPorts());
+    ASSERT_EQ(readers.size(), 2U);
+    for (const std::uint32_t port : {1U, 0U}) {
+        const Frame* const frame = readers[1 - port].next();
+        ASSERT_NE(frame, nullptr);
+        EXPECT_EQ(frame->port, port);
+    }
 }

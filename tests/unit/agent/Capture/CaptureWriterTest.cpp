@@ -21,8 +21,8 @@ using CaptureWriterTest = CaptureTest;
 TEST_F(CaptureWriterTest, WritesWhatItWasGiven) {
     const std::string bytes = "some bytes";
     CaptureWriter writer(path("a.pcap"), TimePrecision::nanoseconds);
-    writer.write({0, {100, 123'456'789}, bytesOf(bytes), 10});
-    writer.write({0, {4'294'967'295, 999'999'999}, bytesOf(bytes).first(3), 1500});
+    writer.transmit({0, {100, 123'456'789}, bytesOf(bytes), 10});
+    writer.transmit({0, {4'294'967'295, 999'999'999}, bytesOf(bytes).first(3), 1500});
     writer.close();
     EXPECT_EQ(writer.frames(), 2U);
     CaptureReader reader(0, path("a.pcap"));
@@ -41,7 +41,7 @@ TEST_F(CaptureWriterTest, TheMagicNumberTellsThePrecision) {
     const std::string bytes = "x";
     for (const auto precision : {TimePrecision::microseconds, TimePrecision::nanoseconds}) {
         CaptureWriter writer(path("a.pcap"), precision);
-        writer.write({0, {1, 2000}, bytesOf(bytes), 1});
+        writer.transmit({0, {1, 2000}, bytesOf(bytes), 1});
         writer.close();
         const bool isMicro = precision == TimePrecision::microseconds;
         EXPECT_EQ(contentOf(path("a.pcap")), u32(isMicro ? microsecondMagic : nanosecondMagic) +
@@ -74,7 +74,7 @@ TEST_F(CaptureWriterTest, AFullDiskIsReportedAtOnceOrAtTheEnd) {
     CaptureWriter large(full, TimePrecision::microseconds);
     EXPECT_EQ(captureError([&] {
                   for (int i = 0; i < 1000; ++i) {
-                      large.write({0, {1, 0}, bytesOf(bytes), 1000});
+                      large.transmit({0, {1, 0}, bytesOf(bytes), 1000});
                   }
               }),
               error);

@@ -1,6 +1,5 @@
-#include "Forwarding/GroupMac.h"
-
 #include "ForwarderTesting.h"
+#include "Forwarding/EgressLookup.h"
 
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;

@@ -1,6 +1,5 @@
-#include "Ip/IpUpperLayer.h"
-
 #include "AnswersTesting.h"
+#include "Ip/IpPacket.h"
 
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;

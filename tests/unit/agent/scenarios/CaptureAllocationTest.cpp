@@ -20,7 +20,7 @@ TEST_F(CaptureAllocationTest, FramesPassWithoutOne) {
     CaptureWriter writer(path("out.pcap"), TimePrecision::microseconds);
     const std::uint64_t before = TestSupport::heapAllocations;
     while (const Frame* const frame = merge.next()) {
-        writer.write(*frame);
+        writer.transmit(*frame);
     }
     EXPECT_EQ(TestSupport::heapAllocations, before);
     EXPECT_EQ(writer.frames(), 4000U);

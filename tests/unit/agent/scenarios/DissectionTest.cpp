@@ -5,8 +5,7 @@
 #include <filesystem>
 #include <unistd.h>
 
-#include "Answers/IcmpTimeExceeded.h"
-#include "Answers/IcmpTooBig.h"
+#include "Answers/IcmpError.h"
 #include "Capture/CaptureWriter.h"
 #include "EchoTesting.h"
 
@@ -32,7 +31,7 @@ class Dissection : public ::testing::Test {
         for (const Bytes& packet : packets) {
             ASSERT_FALSE(packet.empty());
             const Bytes frame = join({eth(packet[0] >> 4U == 4 ? ethIpv4 : ethIpv6), packet});
-            writer.write({0, {}, frame, static_cast<std::uint32_t>(frame.size())});
+            writer.transmit({0, {}, frame, static_cast<std::uint32_t>(frame.size())});
         }
         writer.close();
     }
@@ -107,11 +106,8 @@ TEST_F(Dissection, Icmpv6AnswersReadAsMeant) {
 }
 
 TEST_F(Dissection, EchoRepliesReadAsMeant) {
-    EchoTables known = tables();
-    known.label = [](Lumo::MplsLabel) -> EchoLabel {
-        return {EchoLabel::Use::switched,
-                {{Lumo::IpGenAddr::fromText("10.0.2.2"), 1492, {Lumo::MplsLabel(300)}}}};
-    };
+    FakeEchoTables known;
+    known.downstreams = {{Lumo::IpGenAddr::fromText("10.0.2.2"), 1492, {Lumo::MplsLabel(300)}}};
     const Bytes mapping = tlv(20, {5, 220, 1, 0, 224, 0, 0, 2, 224, 0, 0, 2, 0, 0, 0, 0});
     const Bytes traced =
         labelled({{100, 0, 1}}, echo4(message({.tlvs = join({fecStack({ldp4}), mapping})})));

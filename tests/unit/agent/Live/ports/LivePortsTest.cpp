@@ -28,7 +28,7 @@ class LivePortsTest : public TestSupport::OwnNetwork {
 
 TEST_F(LivePortsTest, APortThatIsNotThereIsToldOfOnceAndAgainWhenItIs) {
     open("ports: [{name: left, kind: packet}, {name: later, kind: packet}]");
-    ports->mustBeUsable();
+    ports->requireUsable();
     const Lines missing{"later: finding the interface: No such device"};
     EXPECT_EQ(ports->problems(), missing);
     EXPECT_EQ(ports->news(), missing);
@@ -41,13 +41,13 @@ TEST_F(LivePortsTest, APortThatIsNotThereIsToldOfOnceAndAgainWhenItIs) {
 
 TEST_F(LivePortsTest, ARunThatWaitsForItsOnlyInterfaceIsPossible) {
     open("ports: [{name: later, kind: packet}]");
-    EXPECT_EQ(TestSupport::refusal([&] { ports->mustBeUsable(); }), "");
+    EXPECT_EQ(TestSupport::refusal([&] { ports->requireUsable(); }), "");
 }
 
 TEST_F(LivePortsTest, ARunWithoutAPortThatCanBeUsedIsNot) {
     ip("link set left mtu 9000");
     open("ports: [{name: left, kind: xdp}]");
-    const std::string said = TestSupport::refusal([&] { ports->mustBeUsable(); });
+    const std::string said = TestSupport::refusal([&] { ports->requireUsable(); });
     EXPECT_EQ(said.find("no port can be used: left: an MTU of 9000 is more than "), 0U) << said;
 }
 

@@ -1,4 +1,4 @@
-#include "Capture/CaptureDirectory.h"
+#include "Capture/CaptureOutputs.h"
 
 #include "Capture/CaptureReader.h"
 #include "CaptureTesting.h"
@@ -8,40 +8,48 @@ using namespace OvixAgent::Testing;
 
 namespace {
 
-const std::vector<std::string> names{"eth1", "eth2", "cpu"};
+const std::vector<std::string> names{"eth1", "eth2", "cpu", "lo"};
+
+AgentConfig twoPorts() {
+    AgentConfig config;
+    config.ports.resize(2);
+    config.ports[0].name = "eth1";
+    config.ports[1].name = "eth2";
+    return config;
+}
 
 } // namespace
 
-class CaptureDirectoryTest : public CaptureTest {
+class CaptureOutputsTest : public CaptureTest {
   protected:
     /// What opening `out` fails with, given the inputs.
     static std::string errorOf(const std::string& out, const std::vector<std::string>& inputs) {
         return captureError(
-            [&] { CaptureDirectory(out, names, inputs, TimePrecision::microseconds).close(); });
+            [&] { CaptureOutputs(out, inputs, twoPorts(), TimePrecision::microseconds).close(); });
     }
 };
 
-TEST_F(CaptureDirectoryTest, CreatesACaptureForEachNameBelowNewParents) {
+TEST_F(CaptureOutputsTest, CreatesEachCaptureAndTheParentDirectories) {
     const std::string out = path("a/b/c");
-    CaptureDirectory captures(out, names, {}, TimePrecision::microseconds);
+    CaptureOutputs captures(out, {}, twoPorts(), TimePrecision::microseconds);
     const std::string bytes = "frame";
-    captures.write(1, {0, {1, 0}, {reinterpret_cast<const std::uint8_t*>(bytes.data()), 5}, 5});
+    captures.port(1).transmit(
+        {0, {1, 0}, {reinterpret_cast<const std::uint8_t*>(bytes.data()), 5}, 5});
     captures.close();
-    EXPECT_EQ(captures.writer(1).path(), out + "/eth2.pcap");
     for (const std::string& name : names) {
         CaptureReader reader(0, out + "/" + name + ".pcap");
         EXPECT_EQ(reader.next() != nullptr, name == "eth2") << name;
     }
 }
 
-TEST_F(CaptureDirectoryTest, ADirectoryThatCannotBeCreatedIsNamed) {
+TEST_F(CaptureOutputsTest, NamesADirectoryThatCannotBeCreated) {
     file("taken", "a file");
     EXPECT_EQ(errorOf(path("taken"), {}), path("taken") + ": cannot be created: Not a directory");
     EXPECT_EQ(errorOf(path("taken/out"), {}),
               path("taken/out") + ": cannot be created: Not a directory");
 }
 
-TEST_F(CaptureDirectoryTest, AnInputIsNeverOverwrittenByWhateverNameItGoes) {
+TEST_F(CaptureOutputsTest, NoInputIsOverwrittenWhateverItsPath) {
     const std::string content = pcapHeader(microsecondMagic) + pcapRecord(1, 0, "precious");
     const std::string out = path("out");
     std::filesystem::create_directories(out);
@@ -57,7 +65,7 @@ TEST_F(CaptureDirectoryTest, AnInputIsNeverOverwrittenByWhateverNameItGoes) {
     }
 }
 
-TEST_F(CaptureDirectoryTest, EarlierOutputsAndOtherInputsInTheDirectoryAreNoHindrance) {
+TEST_F(CaptureOutputsTest, OverwritesEarlierOutputsAndLeavesOtherFilesAlone) {
     const std::string out = path("out");
     EXPECT_EQ(errorOf(out, {}), "");
     const std::string input = file("out/input.pcap", pcapHeader(microsecondMagic));
@@ -65,7 +73,7 @@ TEST_F(CaptureDirectoryTest, EarlierOutputsAndOtherInputsInTheDirectoryAreNoHind
     EXPECT_EQ(contentOf(input), pcapHeader(microsecondMagic));
 }
 
-TEST_F(CaptureDirectoryTest, ClosingReportsTheFirstFailureAndStillWritesTheOthers) {
+TEST_F(CaptureOutputsTest, CloseReportsTheFirstErrorAndWritesTheOthers) {
     const std::string out = path("out");
     std::filesystem::create_directories(out);
     std::filesystem::create_symlink("/dev/full", path("out/eth1.pcap"));

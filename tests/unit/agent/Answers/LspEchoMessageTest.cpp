@@ -1,4 +1,4 @@
-#include "Answers/LspEchoRequest.h"
+#include "Answers/LspEchoMessage.h"
 
 #include "EchoTesting.h"
 
@@ -27,7 +27,7 @@ const Bytes mapping =
 
 } // namespace
 
-TEST(LspEchoRequest, ThatIsDamagedIsMalformed) {
+TEST(LspEchoMessage, ThatIsDamagedIsMalformed) {
     const struct {
         const char* what;
         Bytes tlvs;
@@ -63,7 +63,7 @@ TEST(LspEchoRequest, ThatIsDamagedIsMalformed) {
     EXPECT_EQ(codes(replyTo(version)), "1/0");
 }
 
-TEST(LspEchoRequest, WithUnknownMandatoryTlvsGetsThemBack) {
+TEST(LspEchoMessage, WithUnknownMandatoryTlvsGetsThemBack) {
     const Bytes unknown = tlv(99, {1, 2, 3, 4, 5});
     const Bytes other = tlv(0x7fff, {});
     const Bytes reply = replyOn(join({unknown, fec, tlv(3, {1}), other}));
@@ -75,33 +75,30 @@ TEST(LspEchoRequest, WithUnknownMandatoryTlvsGetsThemBack) {
     EXPECT_EQ(hex(from(fecReply, 32, fecReply.size() - 32)), hex(tlv(9, strangeFec)));
 }
 
-TEST(LspEchoRequest, UnknownOptionalTlvsAreIgnored) {
+TEST(LspEchoMessage, UnknownOptionalTlvsAreIgnored) {
     EXPECT_EQ(codesOn(join({tlv(0x8000, {1}), fec, tlv(0xffff, {})})), "0301");
     EXPECT_EQ(codesOn(fecStack({tlv(0x8001, {1, 2}), ldp4})), "0301");
     EXPECT_EQ(codesOn(fecStack({tlv(0x8001, {1, 2})})), "0100"); // which leaves no FEC
 }
 
-TEST(LspEchoRequest, SaysWhatBecomesOfItsPads) {
+TEST(LspEchoMessage, SaysWhatBecomesOfItsPads) {
     const Bytes copied = tlv(3, {2, 9, 9, 9, 9});
     const Bytes reply = replyOn(join({tlv(3, {1, 8, 8}), fec, copied}));
     EXPECT_EQ(hex(from(reply, 6, 2)), "0301");
     EXPECT_EQ(hex(from(reply, 32, reply.size() - 32)), hex(copied));
 }
 
-TEST(LspEchoRequest, TellsTheTosOfTheReply) {
+TEST(LspEchoMessage, TellsTheTosOfTheReply) {
     const Bytes tlvs = join({fec, tlv(10, {0xb8, 0, 0, 0})});
     const Bytes reply = replyTo(labelled({{0}}, echo4(message({.tlvs = tlvs}))));
     EXPECT_EQ(reply.at(1), 0xb8);
     EXPECT_EQ(codes(reply), "3/1");
 }
 
-TEST(LspEchoRequest, GetsTheDownstreamsThatItAsksFor) {
-    EchoTables known = tables();
-    known.label = [](Lumo::MplsLabel) -> EchoLabel {
-        return {EchoLabel::Use::switched,
-                {{Lumo::IpGenAddr::fromText("10.0.2.2"), 1492, {Lumo::MplsLabel(300)}},
-                 {Lumo::IpGenAddr::fromText("2001:db8::7"), 9000, {Lumo::implicitNull}}}};
-    };
+TEST(LspEchoMessage, GetsTheDownstreamsThatItAsksFor) {
+    FakeEchoTables known;
+    known.downstreams = {{Lumo::IpGenAddr::fromText("10.0.2.2"), 1492, {Lumo::MplsLabel(300)}},
+                         {Lumo::IpGenAddr::fromText("2001:db8::7"), 9000, {Lumo::implicitNull}}};
     const Bytes asks = labelled({{100}}, echo4(message({.tlvs = join({fec, mapping})})));
     const Bytes reply = lspEchoReply(read(asks), at, known, own);
     EXPECT_EQ(codes(reply), "14/0");
@@ -121,7 +118,7 @@ TEST(LspEchoRequest, GetsTheDownstreamsThatItAsksFor) {
     EXPECT_EQ(codesOn(join({fec, mapping})), "0301"); // the egress has none
 }
 
-TEST(LspEchoRequest, CutShortAnywhereIsMalformedOrNone) {
+TEST(LspEchoMessage, CutShortAnywhereIsMalformedOrNone) {
     const Bytes whole = message(
         {.tlvs = join({fecStack({ldp4, ldp6, nilFec}), mapping, tlv(3, {2, 1}), tlv(99, {1})})});
     ASSERT_EQ(LspEchoRequest::read(whole)->fault, Fault::notUnderstood);

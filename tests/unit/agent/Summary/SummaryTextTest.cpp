@@ -1,0 +1,116 @@
+#include "Summary/SummaryText.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "SummaryTesting.h"
+
+using namespace OvixAgent;
+using OvixAgent::Testing::busySummary;
+
+TEST(SummaryTable, AlignsNumbersAndLeavesOutPortsWithoutFrames) {
+    EXPECT_EQ(summaryTable(busySummary()),
+              "fate                                       frames  bytes\n"
+              "in                                             12   1200\n"
+              "forwarded                                       8  12645\n"
+              "  eth1                                          3    300\n"
+              "  eth10                                         5  12345\n"
+              "punted                                          1\n"
+              "  OAM packet                                    1\n"
+              "dropped                                         3\n"
+              "  No labels resolved                            2\n"
+              "  TTL expired                                   1\n"
+              "handed on                                       1\n"
+              "  not MPLS                                      1\n"
+              "replicas                                        1\n"
+              "exceptions                                      2   3032\n"
+              "\n"
+              "label                                     packets  bytes\n"
+              "  100                                           7    700\n"
+              "  1048575                                       1    100\n"
+              "\n"
+              "pseudowire                                 frames  bytes\n"
+              "  red sent                                      2    200\n"
+              "  red delivered                                 1     60\n"
+              "\n"
+              "counter                                     count\n"
+              "  Drop Routing::Mpls: No labels resolved        2\n");
+}
+
+TEST(SummaryTable, OfNothingIsShort) {
+    EXPECT_EQ(summaryTable(Summary()), "fate       frames  bytes\n"
+                                       "in              0      0\n"
+                                       "forwarded       0      0\n"
+                                       "punted          0\n"
+                                       "dropped         0\n"
+                                       "handed on       0\n");
+}
+
+TEST(SummaryTable, EndsWithProblemsAndAnImbalance) {
+    Summary summary;
+    summary.in = {5, 500};
+    summary.replicas = 2;
+    summary.dropped.add("TTL expired", 4);
+    summary.problems = {"a.pcap is truncated after frame 5"};
+    const std::string text = summaryTable(summary);
+    const std::string end = "\na.pcap is truncated after frame 5\n"
+                            "\nNOT BALANCED: 5 frames in and 2 copies, 4 accounted for\n";
+    ASSERT_GT(text.size(), end.size());
+    EXPECT_EQ(text.substr(text.size() - end.size()), end);
+}
+
+TEST(SummaryJson, HoldsEverything) {
+    Summary summary = busySummary();
+    summary.tables = {"lab", 7, 2};
+    summary.problems = {"a.pcap is truncated after frame 12"};
+    EXPECT_EQ(nlohmann::json::parse(summaryJson(summary)), nlohmann::json::parse(R"({
+        "balanced": true,
+        "in": {"frames": 12, "bytes": 1200},
+        "forwarded": {"frames": 8, "bytes": 12645, "ports": {
+            "eth1": {"frames": 3, "bytes": 300},
+            "eth2": {"frames": 0, "bytes": 0},
+            "eth10": {"frames": 5, "bytes": 12345}}},
+        "punted": {"frames": 1, "reasons": {"OAM packet": 1}},
+        "dropped": {"frames": 3, "reasons": {"No labels resolved": 2, "TTL expired": 1}},
+        "handedOn": {"frames": 1, "reasons": {"not MPLS": 1}},
+        "replicas": 1,
+        "exceptions": {"frames": 2, "bytes": 3032},
+        "labels": [{"label": 100, "packets": 7, "bytes": 700},
+                   {"label": 1048575, "packets": 1, "bytes": 100}],
+        "pseudowires": [{"name": "red", "sent": {"frames": 2, "bytes": 200},
+                         "delivered": {"frames": 1, "bytes": 60}}],
+        "counters": [{"category": "Drop", "module": "Routing::Mpls",
+                      "reason": "No labels resolved", "count": 2}],
+        "tables": {"name": "lab", "generation": 7, "corruptions": 2},
+        "problems": ["a.pcap is truncated after frame 12"]})"));
+}
+
+TEST(SummaryJson, HasEveryKeyWhenThereIsNothing) {
+    const auto json = nlohmann::json::parse(summaryJson(Summary()));
+    EXPECT_EQ(json, nlohmann::json::parse(R"({
+        "balanced": true, "in": {"frames": 0, "bytes": 0},
+        "forwarded": {"frames": 0, "bytes": 0, "ports": {}},
+        "punted": {"frames": 0, "reasons": {}}, "dropped": {"frames": 0, "reasons": {}},
+        "handedOn": {"frames": 0, "reasons": {}}, "replicas": 0,
+        "exceptions": {"frames": 0, "bytes": 0},
+        "labels": [], "pseudowires": [], "counters": [], "tables": {"name": "", "generation": 0, "corruptions": 0}, "problems": []})"));
+}
+
+TEST(SummaryJson, KeepsTheOrderOfItsKeysAndPorts) {
+    const std::string text = summaryJson(busySummary());
+    EXPECT_LT(text.find("\"balanced\""), text.find("\"in\""));
+    EXPECT_LT(text.find("\"eth2\""), text.find("\"eth10\""));
+}
+
+TEST(SummaryJson, TellsAnImbalance) {
+    Summary summary;
+    summary.in.frames = 1;
+    EXPECT_EQ(nlohmann::json::parse(summaryJson(summary)).at("balanced"), false);
+}
+
+TEST(SummaryJson, BytesThatAreNotUtf8AreReplaced) {
+    Summary summary;
+    summary.problems = {"\xff.pcap"};
+    EXPECT_EQ(nlohmann::json::parse(summaryJson(summary)).at("problems").at(0),
+              "\xef\xbf\xbd.pcap");
+}
