@@ -24,10 +24,10 @@ constexpr std::uint32_t labels = 10'000;
 constexpr std::uint64_t framesPerSecond = 50'000;
 constexpr std::uint32_t outLabel = 300;
 
-std::vector<Mpls::WeightedVia> firstWay() {
+std::vector<Mpls::WeightedRecord> firstWay() {
     return swapVia(outLabel, "out1", LiveNetwork::firstNextHop);
 }
-std::vector<Mpls::WeightedVia> secondWay() {
+std::vector<Mpls::WeightedRecord> secondWay() {
     return swapVia(outLabel, "out2", LiveNetwork::secondNextHop);
 }
 
@@ -56,7 +56,7 @@ class Labels {
     const std::string& name() const noexcept { return name_; }
 
     /// In one batch.
-    void leadBy(const std::vector<Mpls::WeightedVia>& vias) {
+    void leadBy(const std::vector<Mpls::WeightedRecord>& vias) {
         for (std::uint32_t i = 0; i < labels; ++i) {
             Mpls::transitRouteIs(tables_, keyOf(firstLabel + i), vias);
         }

@@ -5,9 +5,9 @@
 
 namespace Bench {
 
-std::vector<Mpls::WeightedVia> swapVia(std::uint32_t outLabel, const std::string& port,
-                                       const std::string& nexthop) {
-    std::vector<Mpls::WeightedVia> vias(1);
+std::vector<Mpls::WeightedRecord> swapVia(std::uint32_t outLabel, const std::string& port,
+                                          const std::string& nexthop) {
+    std::vector<Mpls::WeightedRecord> vias(1);
     vias[0].via.labelAction = 3;
     vias[0].via.intfId = Lumo::IntfId(port);
     vias[0].via.nexthop = Lumo::IpGenAddr::fromText(nexthop);

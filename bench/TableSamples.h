@@ -16,9 +16,9 @@ inline Mpls::RouteKey keyOf(std::uint32_t label) {
 }
 
 /// The one via of a label that is swapped.
-std::vector<Mpls::WeightedVia> swapVia(std::uint32_t outLabel = 300,
-                                       const std::string& port = "east",
-                                       const std::string& nexthop = "10.0.2.2");
+std::vector<Mpls::WeightedRecord> swapVia(std::uint32_t outLabel = 300,
+                                          const std::string& port = "east",
+                                          const std::string& nexthop = "10.0.2.2");
 
 /// Routes of that via for `routes` labels from firstLabel on.
 void writeLfib(Mpls::LfibWriter& lfib, std::uint32_t routes, std::uint32_t outLabel = 300);

@@ -34,7 +34,7 @@ class IpLookupViaFixture : public MadeUpViasFixture {
         return found(table);
     }
     Ptr<Ovix::OvixMplsViaSet> setOfIpVias(std::size_t count) {
-        const std::vector<Mpls::WeightedVia> vias(count, {swapVia(300), 1});
+        const std::vector<Mpls::WeightedRecord> vias(count, {swapVia(300), 1});
         writers[decap]->routeIs(key(100), LfibViaType::ipLookup, Mpls::LfibViaSetType::unicast,
                                 vias);
         return found(decap);

@@ -51,7 +51,7 @@ class LocalLfib {
     const Ptr<Mpls::LfibStatus>& status() const { return tables_->published.lfib(table_); }
 
     void routeIs(Mpls::RouteKey key, Mpls::LfibViaType viaType, Mpls::LfibViaSetType setType,
-                 std::span<const Mpls::WeightedVia> vias) {
+                 std::span<const Mpls::WeightedRecord> vias) {
         tables_->change([&] { writer().routeIs(key, viaType, setType, vias); });
     }
     void ipLookupRouteIs(Mpls::RouteKey key, Mpls::LfibViaType viaType, const L3::VrfName& vrf,
@@ -59,7 +59,7 @@ class LocalLfib {
         tables_->change([&] { writer().ipLookupRouteIs(key, viaType, vrf, payload); });
     }
     void multicastIpLookupRouteIs(Mpls::RouteKey key, const Mpls::LfibMulticastIpLookupVia& via,
-                                  std::span<const Mpls::WeightedVia> branches = {}) {
+                                  std::span<const Mpls::WeightedRecord> branches = {}) {
         tables_->change([&] { writer().multicastIpLookupRouteIs(key, via, branches); });
     }
     void rawRouteIs(Mpls::RouteKey key, const Mpls::LfibViaSet& set) {

@@ -99,7 +99,7 @@ class MadeUpViasFixture : public PluginFixture {
     }
     /// A route of one made-up via.
     void madeUpRoute(Table table, std::uint32_t label) {
-        const Mpls::WeightedVia via{swapVia(300), 1};
+        const Mpls::WeightedRecord via{swapVia(300), 1};
         writers[table]->routeIs(key(label), madeUpViaType, Mpls::LfibViaSetType::unicast,
                                 {&via, 1});
     }

@@ -21,8 +21,8 @@ class NumberedRoutes {
     /// Replaces every route. The records are of another size with every number.
     void write(Mpls::TablePublisher& publisher, std::uint32_t number) const {
         using namespace Mpls;
-        std::vector<WeightedVia> vias(1 + number % 3, TableTesting::swapVia());
-        for (WeightedVia& via : vias) {
+        std::vector<WeightedRecord> vias(1 + number % 3, TableTesting::swapVia());
+        for (WeightedRecord& via : vias) {
             EXPECT_TRUE(via.via.labelsIs(std::vector<std::uint8_t>{
                 static_cast<std::uint8_t>(number >> 16U), static_cast<std::uint8_t>(number >> 8U),
                 static_cast<std::uint8_t>(number)}));

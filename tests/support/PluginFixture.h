@@ -140,7 +140,7 @@ class PluginFixture : public ::testing::Test {
         return via;
     }
     void swapRoute(Table table, std::uint32_t label, std::uint32_t out) {
-        const Mpls::WeightedVia via{swapVia(out), 1};
+        const Mpls::WeightedRecord via{swapVia(out), 1};
         writers[table]->routeIs(key(label), Mpls::LfibViaType::ip, Mpls::LfibViaSetType::unicast,
                                 {&via, 1});
     }

@@ -34,7 +34,7 @@ class SmallTables {
         using TableTesting::swapVia;
         TablePublisher publisher(Tessel::TableMemory::ofProcess(enough),
                                  std::chrono::milliseconds(0));
-        const std::vector<WeightedVia> vias{swapVia(1400, 1), swapVia(1500, 2)};
+        const std::vector<WeightedRecord> vias{swapVia(1400, 1), swapVia(1500, 2)};
         LfibWriter& lfib = publisher.lfib(TableId::transitLfib);
         lfib.routeIs(key(ipLabel), LfibViaType::ip, LfibViaSetType::unicast, vias);
         lfib.ipLookupRouteIs(key(lookupLabel), LfibViaType::ipLookup, "red", PayloadType::ipv4);

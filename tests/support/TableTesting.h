@@ -18,8 +18,8 @@ inline Mpls::RouteKey key(std::uint32_t label) {
 }
 
 /// A via as a routing daemon would publish it.
-inline Mpls::WeightedVia swapVia(std::uint32_t mtu = 1400, std::uint32_t weight = 1) {
-    Mpls::WeightedVia made;
+inline Mpls::WeightedRecord swapVia(std::uint32_t mtu = 1400, std::uint32_t weight = 1) {
+    Mpls::WeightedRecord made;
     made.weight = weight;
     made.via.labelAction = static_cast<std::uint32_t>(Lumo::MplsLabelAction::swap);
     made.via.intfId = Lumo::IntfId("eth1");

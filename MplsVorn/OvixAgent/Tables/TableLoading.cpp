@@ -12,8 +12,8 @@ namespace {
 
 using Mpls::RouteKey;
 
-std::vector<Mpls::WeightedVia> toVias(const ViaList& list, const AgentConfig& config) {
-    std::vector<Mpls::WeightedVia> vias;
+std::vector<Mpls::WeightedRecord> toVias(const ViaList& list, const AgentConfig& config) {
+    std::vector<Mpls::WeightedRecord> vias;
     vias.reserve(list.size());
     for (const ViaConfig& via : list) {
         vias.push_back({toViaRecord(via, config), via.weight});
@@ -90,7 +90,7 @@ Ovix::OvixMplsVia toViaRecord(const ViaConfig& via, const AgentConfig& config) {
     record.labelAction = static_cast<std::uint32_t>(via.action);
     record.payloadType = static_cast<std::uint32_t>(via.payload);
     record.ttlMode = static_cast<std::uint32_t>(via.ttl);
-    record.trafficClass = via.tc.value_or(Ovix::OvixMplsVia::trafficClassUntold);
+    record.trafficClass = via.tc.value_or(Ovix::OvixMplsVia::trafficClassUnset);
     record.pushTtl = via.pushTtl.value_or(0);
     record.nexthopMtu = via.mtu.value_or(0);
     record.nexthopVlan = via.vlan.value_or(0);

@@ -54,7 +54,7 @@ void publish(const RouteRequest& wanted, Mpls::TablePublisher& publisher) {
         OvixAgent::loadRoute(wanted.route, wanted.interfaces, publisher.lfib(wanted.table));
         return;
     }
-    std::vector<Mpls::WeightedVia> vias;
+    std::vector<Mpls::WeightedRecord> vias;
     for (const OvixAgent::ViaConfig& via : wanted.route.vias) {
         vias.push_back({OvixAgent::toViaRecord(via, wanted.interfaces), via.weight});
     }

@@ -33,9 +33,6 @@ constexpr std::string_view keyNameOf(Mpls::TableId table) noexcept {
            : table == Mpls::TableId::mvpnIntfStatus    ? "vrfId"
                                                        : "label";
 }
-constexpr bool isLfib(Mpls::TableId table) noexcept {
-    return static_cast<std::size_t>(table) < Mpls::lfibs;
-}
 
 /// What may be named to be shown. "hardware" stands for its routes and its adjacencies.
 inline constexpr std::array<std::string_view, 7> shownTableNames{"decap",

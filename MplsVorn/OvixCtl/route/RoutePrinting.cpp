@@ -121,7 +121,7 @@ class Words {
 /// What of a via is not as usual.
 void addAttributes(Words& words, const Ovix::OvixMplsVia& via) {
     words.addIf(via.ttl() != Mpls::TtlMode::uniform, "ttl", wordOf(via.ttl()));
-    words.addUnless(via.trafficClassUntold, "tc", via.trafficClass);
+    words.addUnless(via.trafficClassUnset, "tc", via.trafficClass);
     words.addUnless<std::uint16_t>(0, "push-ttl", via.pushTtl);
     words.addIf(via.payload() != Mpls::PayloadType::automatic, "payload", wordOf(via.payload()));
     words.addUnless<std::uint32_t>(0, "mtu", via.nexthopMtu);
@@ -165,7 +165,7 @@ class LineWriter {
         if (route.tail) {
             words_.addIf(true, "tail dev", interfaces_->text(intfOf(*route.tail)));
         }
-        for (const Mpls::WeightedVia& via : route.vias) {
+        for (const Mpls::WeightedRecord& via : route.vias) {
             words_.addIf(route.vias.size() > 1 || route.tail, "nexthop");
             add(via);
         }
@@ -179,11 +179,11 @@ class LineWriter {
     }
     void operator()(const AdjacencyView& adjacency) {
         addSetWords(words_, adjacency);
-        for (const Mpls::WeightedVia& via : adjacency.vias) {
+        for (const Mpls::WeightedRecord& via : adjacency.vias) {
             words_.addIf(adjacency.vias.size() > 1, "nexthop");
             add(via);
         }
-        for (const Mpls::WeightedVia& via : adjacency.backups) {
+        for (const Mpls::WeightedRecord& via : adjacency.backups) {
             words_.add("backup");
             add(via);
         }
@@ -194,7 +194,7 @@ class LineWriter {
     void operator()(const DamagedView& damaged) { words_.addIf(true, "corrupt:", damaged.what); }
 
   private:
-    void add(const Mpls::WeightedVia& member) {
+    void add(const Mpls::WeightedRecord& member) {
         const Ovix::OvixMplsVia& via = member.via;
         if (via.action() == Lumo::MplsLabelAction::swap) {
             words_.addIf(true, "as to", labelText(via));
@@ -269,7 +269,7 @@ class RowWriter {
         rows_.push_back(std::move(cells));
     }
     void addVias(const std::string& type, const Words& common,
-                 const std::vector<Mpls::WeightedVia>& vias) {
+                 const std::vector<Mpls::WeightedRecord>& vias) {
         for (const auto& [via, weight] : vias) {
             Words words = common;
             addAttributes(words, via);
@@ -336,14 +336,14 @@ class JsonWriter {
   private:
     Json intf(Lumo::IntfId id) const { return textOrNull(interfaces_->text(id)); }
 
-    Json vias(const std::vector<Mpls::WeightedVia>& members) const {
+    Json vias(const std::vector<Mpls::WeightedRecord>& members) const {
         Json list = Json::array();
-        for (const Mpls::WeightedVia& member : members) {
+        for (const Mpls::WeightedRecord& member : members) {
             list.push_back(one(member));
         }
         return list;
     }
-    Json one(const Mpls::WeightedVia& member) const {
+    Json one(const Mpls::WeightedRecord& member) const {
         const Ovix::OvixMplsVia& via = member.via;
         Json json;
         json["action"] = wordOf(via.action());
@@ -352,7 +352,7 @@ class JsonWriter {
         json["interface"] = intf(via.intfId);
         json["weight"] = member.weight;
         json["ttl"] = wordOf(via.ttl());
-        json["tc"] = numberUnless(via.trafficClassUntold, via.trafficClass);
+        json["tc"] = numberUnless(via.trafficClassUnset, via.trafficClass);
         json["pushTtl"] = numberUnless<std::uint16_t>(0, via.pushTtl);
         json["payload"] = wordOf(via.payload());
         json["mtu"] = numberUnless<std::uint32_t>(0, via.nexthopMtu);

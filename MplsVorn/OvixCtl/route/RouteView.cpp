@@ -6,10 +6,10 @@ namespace OvixCtl {
 
 namespace {
 
-bool areEqual(const std::vector<Mpls::WeightedVia>& a,
-              const std::vector<Mpls::WeightedVia>& b) noexcept {
+bool areEqual(const std::vector<Mpls::WeightedRecord>& a,
+              const std::vector<Mpls::WeightedRecord>& b) noexcept {
     return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [](const Mpls::WeightedVia& one, const Mpls::WeightedVia& other) {
+                      [](const Mpls::WeightedRecord& one, const Mpls::WeightedRecord& other) {
                           return one.weight == other.weight && one.via.isEq(other.via);
                       });
 }

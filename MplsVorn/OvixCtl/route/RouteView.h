@@ -11,7 +11,7 @@
 #include "Mpls/LfibRecords.h"
 #include "Mpls/TableDirectory.h"
 #include "Mpls/Types.h"
-#include "Mpls/WeightedVia.h"
+#include "Mpls/WeightedRecord.h"
 
 namespace OvixCtl {
 
@@ -31,7 +31,7 @@ struct LfibRouteView {
     std::uint8_t flags = 0;
     std::optional<LookupView> lookup;                   ///< then there are no vias
     std::optional<Mpls::LfibMulticastIpLookupVia> tail; ///< where a multicast LSP ends here
-    std::vector<Mpls::WeightedVia> vias;
+    std::vector<Mpls::WeightedRecord> vias;
 
     friend bool operator==(const LfibRouteView&, const LfibRouteView&) noexcept;
 };
@@ -48,8 +48,8 @@ struct AdjacencyView {
     Mpls::LfibViaType type = Mpls::LfibViaType::none;
     Mpls::LfibViaSetType setType = Mpls::LfibViaSetType::unicast;
     bool useBackups = false;
-    std::vector<Mpls::WeightedVia> vias;
-    std::vector<Mpls::WeightedVia> backups;
+    std::vector<Mpls::WeightedRecord> vias;
+    std::vector<Mpls::WeightedRecord> backups;
 
     friend bool operator==(const AdjacencyView&, const AdjacencyView&) noexcept;
 };

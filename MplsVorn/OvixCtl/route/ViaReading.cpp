@@ -34,8 +34,8 @@ Ovix::OvixMplsVia readVia(const Mpls::LfibStatus& lfib, const Mpls::LfibWeighted
     return via;
 }
 
-std::vector<Mpls::WeightedVia> viasOf(const Mpls::Hardware::Adjacency& adjacency, bool backups) {
-    std::vector<Mpls::WeightedVia> vias;
+std::vector<Mpls::WeightedRecord> viasOf(const Mpls::Hardware::Adjacency& adjacency, bool backups) {
+    std::vector<Mpls::WeightedRecord> vias;
     const auto entries = adjacency.entries(backups);
     vias.reserve(entries.size());
     for (std::uint32_t i = 0; i < entries.size(); ++i) {

@@ -160,12 +160,12 @@ L3::VrfName RoutePublisher::vrfOf(std::uint32_t table) {
     return {std::string_view(*found)};
 }
 
-std::vector<Mpls::WeightedVia> RoutePublisher::viasOf(const NextHops& hops, bool ofLabel,
-                                                      bool uniform) {
+std::vector<Mpls::WeightedRecord> RoutePublisher::viasOf(const NextHops& hops, bool ofLabel,
+                                                         bool uniform) {
     using Lumo::MplsLabelAction;
-    std::vector<Mpls::WeightedVia> vias;
+    std::vector<Mpls::WeightedRecord> vias;
     for (const NextHop& hop : hops) {
-        Mpls::WeightedVia& made = vias.emplace_back();
+        Mpls::WeightedRecord& made = vias.emplace_back();
         made.weight = hop.weight();
         made.via.intfId = tables_->interfaces().intfId(interfaceOf(hop).name);
         made.via.nexthop = hop.way().gateway();

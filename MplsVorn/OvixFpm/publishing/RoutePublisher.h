@@ -37,7 +37,7 @@ class RoutePublisher {
     void withdrawWhatIsNamedBy(const RouteChange& change);
     void withdraw(Lumo::MplsLabel label);
     void withdraw(const L3::RouteKey& key);
-    std::vector<Mpls::WeightedVia> viasOf(const NextHops& hops, bool ofLabel, bool uniform);
+    std::vector<Mpls::WeightedRecord> viasOf(const NextHops& hops, bool ofLabel, bool uniform);
     const HostInterface& interfaceOf(const NextHop& hop);
     L3::VrfName vrfOf(std::uint32_t table);
     void mustBeForwardedBy(const NextHop& hop, const L3::VrfName& vrf);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Lumo/MplsLabel.h"
+#include "Tessel/Words.h"
 
 namespace Lumo {
 
@@ -48,3 +49,11 @@ class UnboundedMplsLabelOperation {
 };
 
 } // namespace Lumo
+
+template <>
+inline constexpr auto
+    Tessel::words<Lumo::MplsLabelAction> = std::to_array<Tessel::Word<Lumo::MplsLabelAction>>({
+        {"push", Lumo::MplsLabelAction::push},
+        {"pop", Lumo::MplsLabelAction::pop},
+        {"swap", Lumo::MplsLabelAction::swap},
+    });

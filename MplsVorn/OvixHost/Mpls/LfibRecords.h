@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "Lumo/IntfId.h"
 #include "Lumo/VrfName.h"
 #include "Mpls/RouteKey.h"
 #include "Mpls/Types.h"
@@ -107,6 +108,17 @@ struct LfibMulticastIpLookupVia {
     std::uint32_t intfIdLow = 0;  ///< lower half
     std::uint32_t rpfId = 0;      ///< identifies the upstream of the LSP; opaque to forwarding
     std::uint8_t payloadType = 0; ///< PayloadType
+
+    /// A lookup on an interface, with nothing else set.
+    static LfibMulticastIpLookupVia toward(Lumo::IntfId intf) noexcept {
+        LfibMulticastIpLookupVia via;
+        via.intfIdHigh = static_cast<std::uint32_t>(intf.value() >> 32U);
+        via.intfIdLow = static_cast<std::uint32_t>(intf.value());
+        return via;
+    }
+    Lumo::IntfId intf() const noexcept {
+        return Lumo::IntfId::fromValue((std::uint64_t{intfIdHigh} << 32U) | intfIdLow);
+    }
 
     friend bool operator==(const LfibMulticastIpLookupVia&,
                            const LfibMulticastIpLookupVia&) noexcept = default;

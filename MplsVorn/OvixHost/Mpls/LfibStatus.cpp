@@ -89,20 +89,24 @@ LfibMulticastIpLookupVia LfibStatus::multicastIpLookupVia(const LfibViaKey& key)
     return valueAt<LfibMulticastIpLookupVia>(bytes.data());
 }
 
-Ovix::OvixMplsVia LfibStatus::ipVia(const LfibWeightedVia& member) const {
+Ovix::OvixMplsVia LfibStatus::readIpVia(const LfibWeightedVia& member) const {
     Ovix::OvixMplsVia via;
+    Words<maxViaWords> copied;
+    const TableRef ref = TableRef::of(member.viaIndex, member.check);
+    const auto words = tables_->read(ref, RecordKind::ipVia, copied, "IP via at unit");
+    if (!PackedVia::unpack(asBytes(words), via)) {
+        tables_->refuse("fields of IP via at unit", member.viaIndex);
+    }
+    return via;
+}
+
+Ovix::OvixMplsVia LfibStatus::ipVia(const LfibWeightedVia& member) const {
     try {
-        Words<maxViaWords> copied;
-        const TableRef ref = TableRef::of(member.viaIndex, member.check);
-        const auto words = tables_->read(ref, RecordKind::ipVia, copied, "IP via at unit");
-        if (!PackedVia::unpack(asBytes(words), via)) {
-            tables_->refuse("fields of IP via at unit", member.viaIndex);
-        }
+        return readIpVia(member);
     } catch (const Tessel::CorruptionDetected& corruption) {
         doCorruptionDetected(corruption.what());
         return {};
     }
-    return via;
 }
 
 void LfibStatus::doCorruptionDetected(std::string_view message) const {

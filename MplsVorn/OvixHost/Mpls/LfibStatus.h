@@ -35,8 +35,10 @@ class LfibStatus : public LfibViaSource {
     LfibViaSet viaSet(LfibViaSetKey key) const;
     LfibIpLookupVia ipLookupVia(const LfibViaKey& key) const;
     LfibMulticastIpLookupVia multicastIpLookupVia(const LfibViaKey& key) const;
-    /// Handles corruption itself: the hook is told and the via is invalid.
+    /// Damage is reported to the corruption hook and reads as an invalid via.
     Ovix::OvixMplsVia ipVia(const LfibWeightedVia& member) const override;
+    /// The same, but damage throws as in the other reads.
+    Ovix::OvixMplsVia readIpVia(const LfibWeightedVia& member) const;
 
     std::uint64_t routes() const noexcept { return tables_->entries(table_); }
     /// Visits the routes by label.

@@ -1,6 +1,7 @@
 #include "Mpls/LfibWriter.h"
 
 #include <array>
+#include <cassert>
 #include <cstddef>
 #include <cstring>
 #include <limits>
@@ -46,12 +47,12 @@ void packViaSet(const LfibViaSet& set, std::vector<std::uint64_t>& own) {
 
 } // namespace
 
-std::uint64_t checkedWeight(std::span<const WeightedVia> vias) {
+std::uint64_t checkedWeight(std::span<const WeightedRecord> vias) {
     if (vias.size() > LfibViaSet::capacity) {
         throw std::invalid_argument("more than 599 vias");
     }
     std::uint64_t total = 0;
-    for (const WeightedVia& via : vias) {
+    for (const WeightedRecord& via : vias) {
         total += via.weight;
     }
     if (total > std::numeric_limits<std::uint32_t>::max()) {
@@ -61,8 +62,34 @@ std::uint64_t checkedWeight(std::span<const WeightedVia> vias) {
     return total;
 }
 
+std::vector<WeightedRecord> recordsOf(std::span<const WeightedVia> vias) {
+    std::vector<WeightedRecord> records;
+    records.reserve(vias.size());
+    for (const WeightedVia& via : vias) {
+        records.push_back({via.via.record(), via.weight});
+    }
+    return records;
+}
+
+Tessel::Result<void> LfibWriter::routeIs(const LabelRoute& route) {
+    assert(static_cast<std::size_t>(route.table) == table_);
+    try {
+        if (route.tail) {
+            multicastIpLookupRouteIs(route.key(), *route.tail, recordsOf(route.vias));
+        } else if (route.isLookUp()) {
+            const ViaOptions lookUp = route.vias.front().via.options();
+            ipLookupRouteIs(route.key(), route.viaType, lookUp.vrf, lookUp.payload);
+        } else {
+            routeIs(route.key(), route.viaType, route.setType, recordsOf(route.vias));
+        }
+        return {};
+    } catch (const std::exception& refused) {
+        return Tessel::Refused{refused.what()};
+    }
+}
+
 void LfibWriter::routeIs(RouteKey key, LfibViaType viaType, LfibViaSetType setType,
-                         std::span<const WeightedVia> vias) {
+                         std::span<const WeightedRecord> vias) {
     if (checkedWeight(vias) == 0) {
         throw std::invalid_argument("the weights of the vias add up to 0");
     }
@@ -83,7 +110,7 @@ void LfibWriter::ipLookupRouteIs(RouteKey key, LfibViaType viaType, const L3::Vr
 }
 
 void LfibWriter::multicastIpLookupRouteIs(RouteKey key, const LfibMulticastIpLookupVia& via,
-                                          std::span<const WeightedVia> branches) {
+                                          std::span<const WeightedRecord> branches) {
     if (branches.size() >= LfibViaSet::capacity) {
         throw std::invalid_argument("more than 598 vias beside the tail");
     }
@@ -115,8 +142,8 @@ void LfibWriter::begin(RouteKey key, LfibViaSetType setType, LfibViaType viaType
     words_.clear();
 }
 
-void LfibWriter::addIpVias(std::span<const WeightedVia> vias) {
-    for (const WeightedVia& via : vias) {
+void LfibWriter::addIpVias(std::span<const WeightedRecord> vias) {
+    for (const WeightedRecord& via : vias) {
         // The deep stack behind the via's number is this process's own.
         if (via.via.labelsInterned && !tables_->name().empty()) {
             throw std::invalid_argument("a stack of more than 33 labels cannot be shared");

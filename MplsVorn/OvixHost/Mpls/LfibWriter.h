@@ -4,9 +4,10 @@
 #include <span>
 #include <vector>
 
+#include "Mpls/LabelRoute.h"
 #include "Mpls/LfibRecords.h"
 #include "Mpls/TableDirectory.h"
-#include "Mpls/WeightedVia.h"
+#include "Mpls/WeightedRecord.h"
 #include "Tables/TableWriter.h"
 
 namespace Mpls {
@@ -19,17 +20,22 @@ class LfibWriter {
     LfibWriter(Tessel::TableWriter& tables, TableId table) noexcept
         : tables_(&tables), table_(static_cast<std::size_t>(table)) {}
 
+    /// The route of a label in this LFIB, in place of the one it has. Refused, with nothing
+    /// changed, when the weights or the number of the vias are out of range, or the tables are
+    /// full.
+    Tessel::Result<void> routeIs(const LabelRoute& route);
+
     /// A route with a via set of one via key. Weights must add up to more than 0 and less than
     /// 2^32, and there are at most 599 vias: std::invalid_argument otherwise.
     void routeIs(RouteKey key, LfibViaType viaType, LfibViaSetType setType,
-                 std::span<const WeightedVia> vias);
+                 std::span<const WeightedRecord> vias);
     /// The same for a via that pops and looks up in a VRF.
     void ipLookupRouteIs(RouteKey key, LfibViaType viaType, const L3::VrfName& vrf,
                          PayloadType payload);
     /// The same for the tail of a multicast LSP, and for the `branches` that go on from it, at most
     /// 598, whose weights mean nothing.
     void multicastIpLookupRouteIs(RouteKey key, const LfibMulticastIpLookupVia& via,
-                                  std::span<const WeightedVia> branches = {});
+                                  std::span<const WeightedRecord> branches = {});
     /// A route with a via set as given, whatever it says.
     void rawRouteIs(RouteKey key, const LfibViaSet& set);
 
@@ -47,7 +53,7 @@ class LfibWriter {
 
     void begin(RouteKey key, LfibViaSetType setType, LfibViaType viaType);
     void addVia(Tessel::RecordKind kind, std::span<const std::uint8_t> bytes, std::uint32_t weight);
-    void addIpVias(std::span<const WeightedVia> vias);
+    void addIpVias(std::span<const WeightedRecord> vias);
     void publish(RouteKey key);
 
     Tessel::TableWriter* tables_;

@@ -15,10 +15,10 @@ namespace Ovix {
 /// One resolved via. A value: field by field comparable, and valid exactly when some field differs
 /// from a default via's.
 struct OvixMplsVia {
-    static constexpr std::uint32_t trafficClassUntold = 15;
+    static constexpr std::uint32_t trafficClassUnset = 15;
 
-    std::uint32_t labelAction = 0;                   ///< Lumo::MplsLabelAction
-    std::uint32_t trafficClass = trafficClassUntold; ///< 0..7 to write on imposed labels
+    std::uint32_t labelAction = 0;                  ///< Lumo::MplsLabelAction
+    std::uint32_t trafficClass = trafficClassUnset; ///< 0..7 to write on imposed labels
     bool controlWord = false;    ///< a pseudowire's payload stands behind a control word (RFC 4385)
     bool labelsInterned = false; ///< `labels` names a stack in Mpls::LabelStacks
     std::uint32_t payloadType = 0; ///< Mpls::PayloadType

@@ -5,6 +5,7 @@
 #include <span>
 
 #include "Tables/TableWriter.h"
+#include "Tessel/Words.h"
 
 namespace Mpls {
 
@@ -23,6 +24,10 @@ enum class TableId : std::size_t {
 };
 
 inline constexpr std::size_t lfibs = 5; ///< the first ones
+
+constexpr bool isLfib(TableId table) noexcept {
+    return static_cast<std::size_t>(table) < lfibs;
+}
 
 inline constexpr std::array<Tessel::TableDescription, 10> tableDirectory{{
     {"mpls/decapLfib", "Mpls::LfibStatus", Tessel::RecordKind::viaSet},
@@ -44,3 +49,16 @@ constexpr const Tessel::TableDescription& describe(TableId table) noexcept {
 }
 
 } // namespace Mpls
+
+/// The tables whose entries are read and written by name; LFIBs first, as in the directory.
+template <>
+inline constexpr auto Tessel::words<Mpls::TableId> = std::to_array<Tessel::Word<Mpls::TableId>>({
+    {"decap", Mpls::TableId::decapLfib},
+    {"evpn-ethernet-segment-filter", Mpls::TableId::evpnEthernetSegmentFilterLfib},
+    {"evpn-etree-leaf-label", Mpls::TableId::evpnEtreeLeafLabelLfib},
+    {"pseudowire", Mpls::TableId::pseudowireLfib},
+    {"transit", Mpls::TableId::transitLfib},
+    {"hardware", Mpls::TableId::hardwareRoutes},
+    {"adjacency", Mpls::TableId::hardwareAdjacencies},
+    {"mvpn", Mpls::TableId::mvpnIntfStatus},
+});

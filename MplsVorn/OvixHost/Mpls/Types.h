@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include "Tessel/Words.h"
+
 namespace Mpls {
 
 /// What lies under a label once it is popped.
@@ -31,3 +33,37 @@ enum class LfibViaType : std::uint8_t {
 enum class LfibViaSetType : std::uint8_t { unicast = 0, multicast = 1 };
 
 } // namespace Mpls
+
+template <>
+inline constexpr auto
+    Tessel::words<Mpls::PayloadType> = std::to_array<Tessel::Word<Mpls::PayloadType>>({
+        {"undefined", Mpls::PayloadType::undefined},
+        {"none", Mpls::PayloadType::none},
+        {"ipv4", Mpls::PayloadType::ipv4},
+        {"ipv6", Mpls::PayloadType::ipv6},
+        {"ethernet", Mpls::PayloadType::ethernet},
+        {"auto", Mpls::PayloadType::automatic},
+    });
+
+template <>
+inline constexpr auto Tessel::words<Mpls::TtlMode> = std::to_array<Tessel::Word<Mpls::TtlMode>>({
+    {"uniform", Mpls::TtlMode::uniform},
+    {"pipe", Mpls::TtlMode::pipe},
+});
+
+template <>
+inline constexpr auto
+    Tessel::words<Mpls::LfibViaType> = std::to_array<Tessel::Word<Mpls::LfibViaType>>({
+        {"ip", Mpls::LfibViaType::ip},
+        {"ip-lookup", Mpls::LfibViaType::ipLookup},
+        {"external-fec", Mpls::LfibViaType::externalFec},
+        {"ip-lookup-per-prefix", Mpls::LfibViaType::ipLookupPerPrefix},
+        {"multicast-ip-lookup", Mpls::LfibViaType::multicastIpLookup},
+    });
+
+template <>
+inline constexpr auto
+    Tessel::words<Mpls::LfibViaSetType> = std::to_array<Tessel::Word<Mpls::LfibViaSetType>>({
+        {"unicast", Mpls::LfibViaSetType::unicast},
+        {"multicast", Mpls::LfibViaSetType::multicast},
+    });

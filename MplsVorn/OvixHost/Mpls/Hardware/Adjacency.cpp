@@ -54,8 +54,8 @@ void Adjacency::lastUserGone() noexcept {
     }
 }
 
-Ptr<const Adjacency> Adjacency::create(std::span<const WeightedVia> vias,
-                                       std::span<const WeightedVia> backups, bool useBackups,
+Ptr<const Adjacency> Adjacency::create(std::span<const WeightedRecord> vias,
+                                       std::span<const WeightedRecord> backups, bool useBackups,
                                        LfibViaType viaType, LfibViaSetType setType) {
     checkedWeight(vias);
     checkedWeight(backups);
@@ -63,7 +63,7 @@ Ptr<const Adjacency> Adjacency::create(std::span<const WeightedVia> vias,
     std::vector<std::uint8_t> packed;
     const std::size_t packedFrom = sizeof(Head) + (vias.size() + backups.size()) * sizeof(Entry);
     for (const auto& list : {vias, backups}) {
-        for (const WeightedVia& member : list) {
+        for (const WeightedRecord& member : list) {
             Ovix::OvixMplsVia rest = member.via;
             rest.intfId = {}; // stands in the entry, where validity is checked without unpacking
             const PackedVia one(rest);
@@ -86,6 +86,25 @@ Ptr<const Adjacency> Adjacency::create(std::span<const WeightedVia> vias,
         std::copy(packed.begin(), packed.end(), to + packedFrom);
     }
     return made;
+}
+
+Ptr<const Adjacency> Adjacency::create(const AdjacencyVias& content) {
+    return create(recordsOf(content.vias), recordsOf(content.backups), content.useBackups,
+                  content.viaType, content.setType);
+}
+
+Tessel::Result<AdjacencyVias> Adjacency::content() const {
+    AdjacencyVias all{viaType(), setType(), useBackups(), {}, {}};
+    for (const bool backups : {false, true}) {
+        for (std::uint32_t i = 0; i < entries(backups).size(); ++i) {
+            const auto one = Via::fromRecord(via(backups, i));
+            if (!one) {
+                return one.refused();
+            }
+            (backups ? all.backups : all.vias).push_back({one.value(), entries(backups)[i].weight});
+        }
+    }
+    return all;
 }
 
 Ptr<const Adjacency> Adjacency::read(const Tessel::TableReader& tables, Tessel::TableRef ref) {

@@ -2,15 +2,28 @@
 
 #include <cstdint>
 #include <span>
+#include <vector>
 
 #include "Lumo/IntfId.h"
 #include "Mpls/OvixMplsVia.h"
 #include "Mpls/Types.h"
-#include "Mpls/WeightedVia.h"
+#include "Mpls/Via.h"
+#include "Mpls/WeightedRecord.h"
 #include "Tables/TableReader.h"
 #include "Tessel/Ptr.h"
 
 namespace Mpls::Hardware {
+
+/// What an adjacency consists of, unpacked.
+struct AdjacencyVias {
+    LfibViaType viaType = LfibViaType::ip;
+    LfibViaSetType setType = LfibViaSetType::unicast;
+    bool useBackups = false;
+    std::vector<WeightedVia> vias;    ///< at most 599
+    std::vector<WeightedVia> backups; ///< likewise
+
+    friend bool operator==(const AdjacencyVias&, const AdjacencyVias&) noexcept = default;
+};
 
 /// Where the platform sends what a route matches: vias with weights, and backups to use instead
 /// while the adjacency is marked so. Never changed once made. Everything stands packed in words
@@ -21,10 +34,11 @@ class Adjacency final : public Tessel::Counted {
   public:
     /// At most 599 vias and as many backups, each list's weights adding up to less than 2^32;
     /// std::invalid_argument otherwise.
-    static Ptr<const Adjacency> create(std::span<const WeightedVia> vias,
-                                       std::span<const WeightedVia> backups, bool useBackups,
+    static Ptr<const Adjacency> create(std::span<const WeightedRecord> vias,
+                                       std::span<const WeightedRecord> backups, bool useBackups,
                                        LfibViaType viaType = LfibViaType::ip,
                                        LfibViaSetType setType = LfibViaSetType::unicast);
+    static Ptr<const Adjacency> create(const AdjacencyVias& content);
     /// Copies the adjacency that `ref` names out of its tables; throws as they do.
     static Ptr<const Adjacency> read(const Tessel::TableReader& tables, Tessel::TableRef ref);
 
@@ -52,6 +66,9 @@ class Adjacency final : public Tessel::Counted {
         const Entry* entry = &entries(backups)[index];
         return entry == unpackedEntry_ ? unpacked_ : unpack(entry);
     }
+
+    /// Refused when a via cannot be read or is not legal.
+    Tessel::Result<AdjacencyVias> content() const;
 
     std::span<const std::uint64_t> words() const noexcept { return {firstWord(), words_}; }
     bool isEq(const Adjacency& other) const noexcept;

@@ -17,7 +17,7 @@ constexpr PortIndex customer = 1;
 class CpuAnswersTest : public testing::Test {
   protected:
     CpuAnswersTest() {
-        Mpls::WeightedVia via;
+        Mpls::WeightedRecord via;
         via.via.intfId = Lumo::IntfId("core");
         via.via.labelAction = static_cast<std::uint32_t>(Lumo::MplsLabelAction::pop);
         Mpls::transitRouteIs(tables.publisher, Mpls::RouteKey::fromLabel(Lumo::MplsLabel(100)),

@@ -22,19 +22,19 @@ class EchoLookupTest : public testing::Test {
         tables.commit();
     }
 
-    void viasAre(std::uint32_t label, const std::vector<Mpls::WeightedVia>& vias) {
+    void viasAre(std::uint32_t label, const std::vector<Mpls::WeightedRecord>& vias) {
         Mpls::transitRouteIs(tables.publisher, Mpls::RouteKey::fromLabel(Lumo::MplsLabel(label)),
                              vias);
     }
-    static Mpls::WeightedVia popTo(const char* intf, const char* nexthop) {
-        Mpls::WeightedVia via;
+    static Mpls::WeightedRecord popTo(const char* intf, const char* nexthop) {
+        Mpls::WeightedRecord via;
         via.via.intfId = Lumo::IntfId(intf);
         via.via.nexthop = Lumo::IpGenAddr::fromText(nexthop);
         via.via.labelAction = static_cast<std::uint32_t>(Lumo::MplsLabelAction::pop);
         return via;
     }
-    static Mpls::WeightedVia swapTo(std::uint16_t label, const char* intf, const char* nexthop) {
-        Mpls::WeightedVia via = popTo(intf, nexthop);
+    static Mpls::WeightedRecord swapTo(std::uint16_t label, const char* intf, const char* nexthop) {
+        Mpls::WeightedRecord via = popTo(intf, nexthop);
         via.via.labelAction = static_cast<std::uint32_t>(Lumo::MplsLabelAction::swap);
         EXPECT_TRUE(via.via.labelsIs(join({{0}, u16(label)})));
         return via;

@@ -16,9 +16,9 @@ L3::RouteKey key(const std::string& prefix, std::uint8_t length,
     return {table, Lumo::IpGenAddr::fromText(prefix), length};
 }
 
-Mpls::WeightedVia via(const std::string& port, const std::string& nexthop,
-                      std::uint32_t weight = 1) {
-    Mpls::WeightedVia made;
+Mpls::WeightedRecord via(const std::string& port, const std::string& nexthop,
+                         std::uint32_t weight = 1) {
+    Mpls::WeightedRecord made;
     made.weight = weight;
     made.via.intfId = Lumo::IntfId(port);
     made.via.nexthop = Lumo::IpGenAddr::fromText(nexthop);
@@ -27,7 +27,7 @@ Mpls::WeightedVia via(const std::string& port, const std::string& nexthop,
 
 class SharedIpRoutesTest : public testing::Test {
   protected:
-    void routeIs(const L3::RouteKey& of, const std::vector<Mpls::WeightedVia>& vias,
+    void routeIs(const L3::RouteKey& of, const std::vector<Mpls::WeightedRecord>& vias,
                  const L3::VrfName& vrf = {}) {
         writer.routeIs(
             {of, Kind::forward, Mpls::Hardware::Adjacency::create(vias, {}, false), vrf});
@@ -99,7 +99,7 @@ TEST_F(SharedIpRoutesTest, RoutesComeChangeAndGo) {
 }
 
 TEST_F(SharedIpRoutesTest, EveryKindIsTakenOver) {
-    Mpls::WeightedVia pushing = via("east", "10.0.2.2");
+    Mpls::WeightedRecord pushing = via("east", "10.0.2.2");
     pushing.via.labelAction = static_cast<std::uint32_t>(Lumo::MplsLabelAction::push);
     pushing.via.labels = std::string_view("\0\1\2", 3);
     routeIs(ten, {pushing});

@@ -28,7 +28,7 @@ TEST(Selection, TablesAndLabelsNarrowIt) {
     tables.add("6 dev a");
     const auto key = Mpls::RouteKey::fromLabel(Lumo::MplsLabel(5));
     tables.publisher().hardware().routeIs({key, 9, false});
-    const std::vector<Mpls::WeightedVia> vias{{via(Lumo::MplsLabelAction::pop, "10.0.0.1"), 1}};
+    const std::vector<Mpls::WeightedRecord> vias{{via(Lumo::MplsLabelAction::pop, "10.0.0.1"), 1}};
     for (const std::uint64_t id : {std::uint64_t{8}, std::uint64_t{9}}) {
         tables.publisher().hardware().adjacencyIs(
             id, *Mpls::Hardware::Adjacency::create(vias, {}, false));

@@ -14,7 +14,7 @@ using TestSupport::LocalTables;
 
 class Lfib : public testing::Test {
   protected:
-    void routeIs(std::uint32_t label, const std::vector<WeightedVia>& vias) {
+    void routeIs(std::uint32_t label, const std::vector<WeightedRecord>& vias) {
         writer.routeIs(key(label), LfibViaType::ip, LfibViaSetType::unicast, vias);
     }
     LfibViaSet setOf(std::uint32_t label) const {
@@ -92,7 +92,7 @@ TEST_F(Lfib, AnIpLookupViaHoldsTheLongestVrfName) {
 
 TEST_F(Lfib, HoldsTheLargestViaSetAndRefusesMore) {
     LocalLfib large;
-    std::vector<WeightedVia> many;
+    std::vector<WeightedRecord> many;
     for (std::uint32_t i = 0; i < 599; ++i) {
         many.push_back(swapVia(i, i));
     }
@@ -120,7 +120,7 @@ TEST_F(Lfib, WeightsAddUpToSomethingThatFits) {
 }
 
 TEST_F(Lfib, UsesNoMoreThanWhatIsPublished) {
-    const std::vector<WeightedVia> many(20, swapVia());
+    const std::vector<WeightedRecord> many(20, swapVia());
     routeIs(100, many);
     routeIs(101, many);
     const std::size_t two = writer.usedBytes();
@@ -138,7 +138,7 @@ TEST_F(Lfib, ARefusedRouteLeavesNothingBehind) {
     routeIs(100, {swapVia(1400)});
     const std::size_t used = writer.usedBytes();
     const std::uint64_t generation = writer.tables().reader->generation();
-    const std::vector<WeightedVia> many(20, swapVia());
+    const std::vector<WeightedRecord> many(20, swapVia());
     for (const RouteKey wrong : {RouteKey(), RouteKey::fromValue(std::uint64_t{2} << 60U)}) {
         EXPECT_THROW(writer.routeIs(wrong, LfibViaType::ip, LfibViaSetType::unicast, many),
                      std::invalid_argument);
@@ -154,7 +154,7 @@ TEST_F(Lfib, ARefusedRouteLeavesNothingBehind) {
 
 TEST_F(Lfib, ARouteThatDoesNotFitLeavesItsRoomToOthers) {
     std::uint32_t label = 0;
-    const std::vector<WeightedVia> many(100, swapVia());
+    const std::vector<WeightedRecord> many(100, swapVia());
     EXPECT_THROW(
         for (;; ++label) { routeIs(label, many); }, std::length_error);
     EXPECT_GT(label, 5U);
@@ -208,7 +208,7 @@ TEST_F(Lfib, ATailAndItsBranchesShareASet) {
 
 TEST_F(Lfib, ATailHasAtMost598Branches) {
     LocalLfib large;
-    std::vector<WeightedVia> branches(598, swapVia());
+    std::vector<WeightedRecord> branches(598, swapVia());
     large.multicastIpLookupRouteIs(key(100), {}, branches);
     const LfibViaSet set = large.status()->viaSet(large.status()->route(key(100)).viaSetKey);
     EXPECT_EQ(set.members.size(), 599U);
@@ -217,7 +217,7 @@ TEST_F(Lfib, ATailHasAtMost598Branches) {
 }
 
 TEST_F(Lfib, ATailGivesBackWhatItTook) {
-    const std::vector<WeightedVia> branches(20, swapVia());
+    const std::vector<WeightedRecord> branches(20, swapVia());
     routeIs(99, {swapVia()});
     const std::size_t before = writer.usedBytes();
     writer.multicastIpLookupRouteIs(key(100), {}, branches);
@@ -234,7 +234,7 @@ TEST(LfibMemory, StaysSmallWithManyRoutes) {
     constexpr std::uint32_t routes = 100000;
     TestSupport::LocalTables tables;
     LfibWriter& writer = tables.publisher.lfib(TableId::transitLfib);
-    const std::vector<WeightedVia> vias{swapVia()};
+    const std::vector<WeightedRecord> vias{swapVia()};
     for (std::uint32_t i = 0; i < routes; ++i) {
         writer.routeIs(key(16 + i), LfibViaType::ip, LfibViaSetType::unicast, vias);
     }

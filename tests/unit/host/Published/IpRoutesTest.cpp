@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 #include <map>
 
-#include "TableTesting.h"
 #include "LocalTables.h"
 #include "ShmTesting.h"
+#include "TableTesting.h"
 
 namespace {
 
@@ -22,7 +22,7 @@ Route ending(const RouteKey& of, Route::Kind kind = Route::Kind::drop) {
     return {of, kind, {}};
 }
 
-Route forwarding(const RouteKey& of, const std::vector<Mpls::WeightedVia>& vias) {
+Route forwarding(const RouteKey& of, const std::vector<Mpls::WeightedRecord>& vias) {
     return {of, Route::Kind::forward, Mpls::Hardware::Adjacency::create(vias, {}, false)};
 }
 
@@ -57,7 +57,7 @@ class RoutesTest : public testing::Test {
 } // namespace
 
 TEST_F(RoutesTest, EveryKindAndFamilyIsReadAsItWasWritten) {
-    const std::vector<Mpls::WeightedVia> vias{swapVia(1400, 3), swapVia(1500, 5)};
+    const std::vector<Mpls::WeightedRecord> vias{swapVia(1400, 3), swapVia(1500, 5)};
     writer.routeIs(forwarding(ten, vias));
     writer.routeIs(ending(eleven, Route::Kind::local));
     writer.routeIs(ending(six));
@@ -84,7 +84,7 @@ TEST_F(RoutesTest, EveryKindAndFamilyIsReadAsItWasWritten) {
 }
 
 TEST_F(RoutesTest, TheVrfStandsBesideItsTable) {
-    const std::vector<Mpls::WeightedVia> vias{swapVia(1400, 3)};
+    const std::vector<Mpls::WeightedRecord> vias{swapVia(1400, 3)};
     const std::string longest(L3::VrfName::maxSize, 'v');
     std::uint32_t place = 0;
     for (const std::string& name : {std::string(), std::string("red"), std::string("eight888"),
@@ -123,7 +123,7 @@ TEST_F(RoutesTest, ANewRouteForAKeyTakesTheOldOnesPlace) {
     writer.routeIs(ending(ten));
     writer.routeIs(ending(eleven));
     tables.commit();
-    const std::vector<Mpls::WeightedVia> vias{swapVia()};
+    const std::vector<Mpls::WeightedRecord> vias{swapVia()};
     writer.routeIs(forwarding(ten, vias));
     tables.commit();
     EXPECT_EQ(routes.size(), 2U);
@@ -145,7 +145,7 @@ TEST_F(RoutesTest, APlaceThatIsFreeIsUsedAgain) {
 }
 
 TEST_F(RoutesTest, RoutesThatComeAndGoFillNothing) {
-    const std::vector<Mpls::WeightedVia> vias{swapVia()};
+    const std::vector<Mpls::WeightedRecord> vias{swapVia()};
     writer.routeIs(forwarding(ten, vias));
     tables.commit();
     const std::size_t used = tables.publisher.tables().usedBytes();
@@ -193,7 +193,7 @@ TEST_F(RoutesTest, TheNextWriterTakesRoutesOverAndUsesTheHoles) {
 }
 
 TEST_F(RoutesTest, EveryFlippedBitOfARecordIsRefused) {
-    const std::vector<Mpls::WeightedVia> vias{swapVia()};
+    const std::vector<Mpls::WeightedRecord> vias{swapVia()};
     writer.routeIs(forwarding(ten, vias));
     tables.commit();
     const Tessel::TableRef ref = tables.reader->entry(routes.table(), 0);
@@ -235,7 +235,7 @@ TEST_F(RoutesTest, ARecordThatIsSealedButNoRouteIsRefused) {
 TEST(SharedRoutes, AStackThatOnlyThisProcessKnowsIsRefused) {
     const ShmTesting::SharedName name;
     Mpls::TablePublisher publisher(Tessel::TableMemory::sharedForWriting(name, ShmTesting::enough));
-    Mpls::WeightedVia deep = swapVia();
+    Mpls::WeightedRecord deep = swapVia();
     const std::vector<std::uint8_t> packed(34 * 3, 1);
     ASSERT_TRUE(deep.via.labelsIs(packed));
     ASSERT_TRUE(deep.via.labelsInterned);

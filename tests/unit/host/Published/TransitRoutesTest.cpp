@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "TableTesting.h"
 #include "LocalTables.h"
+#include "TableTesting.h"
 
 namespace {
 
@@ -19,7 +19,7 @@ class TransitRoutes : public testing::Test {
     const Mpls::Hardware::Status& hardware() const { return *tables.published.hardware(); }
 
     TestSupport::LocalTables tables;
-    const std::vector<Mpls::WeightedVia> vias{swapVia(1400, 1), swapVia(1500, 4)};
+    const std::vector<Mpls::WeightedRecord> vias{swapVia(1400, 1), swapVia(1500, 4)};
 };
 
 } // namespace

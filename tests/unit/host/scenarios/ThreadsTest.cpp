@@ -94,8 +94,8 @@ TEST_P(Threads, ASubscriberIsToldOfEveryChangeHoweverFastTheyCome) {
             expected.erase(label);
             return;
         }
-        std::vector<Mpls::WeightedVia> vias(1 + number % 3, TableTesting::swapVia());
-        for (Mpls::WeightedVia& via : vias) {
+        std::vector<Mpls::WeightedRecord> vias(1 + number % 3, TableTesting::swapVia());
+        for (Mpls::WeightedRecord& via : vias) {
             EXPECT_TRUE(via.via.labelsIs(std::vector<std::uint8_t>{
                 0, static_cast<std::uint8_t>(number >> 8U), static_cast<std::uint8_t>(number)}));
         }

@@ -161,7 +161,7 @@ TEST_F(ExternalFecVia, IsServedFromTheRegistry) {
 }
 
 TEST_F(ExternalFecVia, ALabelledFrameLeavesThePluginTowardTheFec) {
-    const Mpls::WeightedVia via{viaOf(swap, 42), 1};
+    const Mpls::WeightedRecord via{viaOf(swap, 42), 1};
     writers[decap]->routeIs(key(100), LfibViaType::externalFec, Mpls::LfibViaSetType::unicast,
                             {&via, 1});
     const auto output = routeFrame(mplsFrame({{100}, {200}}, udpPacket(0x0a090001)));

@@ -14,7 +14,7 @@ using TestSupport::udpPacket;
 class IpVia : public PluginFixture {
   protected:
     Ptr<MplsContext> contextFor(const OvixMplsVia& via) {
-        const Mpls::WeightedVia one{via, 1};
+        const Mpls::WeightedRecord one{via, 1};
         const auto set = Tessel::make<OvixHwViaSet>(
             Mpls::Hardware::Adjacency::create({&one, 1}, {}, false), nullptr, false);
         nexthops = Tessel::make<RoutingNexthops>();

@@ -37,7 +37,7 @@ class MulticastAllocation : public MulticastFixture {
 
 TEST_F(MulticastAllocation, ReplicasAndDeliveryTakeNothingFromTheHeap) {
     manager->ports()->portIs(Tessel::make<Sink>(Lumo::CpuIntfId::cpuIdToIntfId(0)));
-    const std::vector<Mpls::WeightedVia> vias(598, {swapVia(300), 1});
+    const std::vector<Mpls::WeightedRecord> vias(598, {swapVia(300), 1});
     writers[decap]->multicastIpLookupRouteIs(key(500),
                                              tailOn(Lumo::VlanIntfId::vlanIdToIntfId(100)), vias);
     const Bytes frame = mplsFrame({{500}}, udpPacket(0xe8010101));

@@ -43,8 +43,8 @@ class Replication : public MulticastFixture {
         }
         return all;
     }
-    std::vector<Mpls::WeightedVia> swapVias(std::uint32_t count) const {
-        std::vector<Mpls::WeightedVia> vias;
+    std::vector<Mpls::WeightedRecord> swapVias(std::uint32_t count) const {
+        std::vector<Mpls::WeightedRecord> vias;
         for (std::uint32_t i = 0; i < count; ++i) {
             vias.push_back({swapVia(1000 + i), 1});
         }

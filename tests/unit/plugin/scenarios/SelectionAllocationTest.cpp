@@ -21,7 +21,7 @@ class SelectionAllocation : public MadeUpViasFixture {
         return heapAllocations - before;
     }
     void largestRoute(std::uint32_t label) {
-        const std::vector<Mpls::WeightedVia> vias(Mpls::LfibViaSet::capacity, {swapVia(300), 1});
+        const std::vector<Mpls::WeightedRecord> vias(Mpls::LfibViaSet::capacity, {swapVia(300), 1});
         writers[decap]->routeIs(key(label), Mpls::LfibViaType::ip, Mpls::LfibViaSetType::unicast,
                                 vias);
         hardware->adjacencyIs(1, Mpls::Hardware::Adjacency::create(vias, {}, false));

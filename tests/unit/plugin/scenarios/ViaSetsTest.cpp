@@ -27,8 +27,8 @@ class ViaSets : public PluginFixture {
         made.viaType = type;
         return made;
     }
-    void adjacency(bool useBackups, const std::vector<Mpls::WeightedVia>& vias,
-                   const std::vector<Mpls::WeightedVia>& backups = {}) {
+    void adjacency(bool useBackups, const std::vector<Mpls::WeightedRecord>& vias,
+                   const std::vector<Mpls::WeightedRecord>& backups = {}) {
         hardware->adjacencyIs(1, Mpls::Hardware::Adjacency::create(vias, backups, useBackups));
         hardware->routeIs({key(100), 1, false});
     }

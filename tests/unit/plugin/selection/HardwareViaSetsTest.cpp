@@ -13,8 +13,8 @@ class HardwareViaSets : public MadeUpViasFixture {
         trace.clear();
         return plugin->viaSetFromHwStatus(context, hardware, key(label));
     }
-    void route(std::uint32_t label, bool useBackups, const std::vector<Mpls::WeightedVia>& vias,
-               const std::vector<Mpls::WeightedVia>& backups = {}) {
+    void route(std::uint32_t label, bool useBackups, const std::vector<Mpls::WeightedRecord>& vias,
+               const std::vector<Mpls::WeightedRecord>& backups = {}) {
         hardware->adjacencyIs(label, Mpls::Hardware::Adjacency::create(vias, backups, useBackups));
         hardware->routeIs({key(label), label, false});
     }
@@ -96,8 +96,8 @@ TEST_F(HardwareViaSets, InterfaceStatusIsReadAsItStandsNow) {
 }
 
 TEST_F(HardwareViaSets, TheBackupMarkDecidesBetweenViasAndBackups) {
-    const std::vector<Mpls::WeightedVia> vias{{swapVia(300), 1}};
-    const std::vector<Mpls::WeightedVia> backups{{swapVia(400), 1}};
+    const std::vector<Mpls::WeightedRecord> vias{{swapVia(300), 1}};
+    const std::vector<Mpls::WeightedRecord> backups{{swapVia(400), 1}};
     for (const bool marked : {false, true}) {
         route(100, marked, vias, backups);
         const auto set = find(100);
@@ -120,7 +120,7 @@ TEST_F(HardwareViaSets, BackupsThatAreDownAreExceptionalThoughTheViasAreUp) {
 }
 
 TEST_F(HardwareViaSets, TheAdjacencyTellsViaAndSetType) {
-    const Mpls::WeightedVia via{swapVia(300), 1};
+    const Mpls::WeightedRecord via{swapVia(300), 1};
     hardware->adjacencyIs(5, Mpls::Hardware::Adjacency::create({&via, 1}, {}, false, madeUpViaType,
                                                                Mpls::LfibViaSetType::multicast));
     hardware->routeIs({key(100), 5, false});

@@ -69,7 +69,7 @@ TEST_F(LfibViaSets, UnusableRoutesAreDropsOfAConstantReasonTracedWithTheirValues
 
 TEST_F(LfibViaSets, OneKeyOfAnyTypeButMulticastLookupIsAnLfibViaSet) {
     for (const std::uint8_t type : std::vector<std::uint8_t>{0, 1, 2, 3, 4, 10, 11, 13, 77, 255}) {
-        const Mpls::WeightedVia via{swapVia(300), 1};
+        const Mpls::WeightedRecord via{swapVia(300), 1};
         writers[pseudowire]->routeIs(key(100), Mpls::LfibViaType{type},
                                      Mpls::LfibViaSetType::unicast, {&via, 1});
         const auto set = find(100);
@@ -81,7 +81,7 @@ TEST_F(LfibViaSets, OneKeyOfAnyTypeButMulticastLookupIsAnLfibViaSet) {
 }
 
 TEST_F(LfibViaSets, TheMembersOfAViaSetKeepTheirOrderAndWeights) {
-    std::vector<Mpls::WeightedVia> vias;
+    std::vector<Mpls::WeightedRecord> vias;
     for (std::uint32_t i = 0; i < Mpls::LfibViaSet::capacity; ++i) {
         vias.push_back({swapVia(1000 + i), i + 1});
     }

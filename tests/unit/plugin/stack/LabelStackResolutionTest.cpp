@@ -26,7 +26,7 @@ class LabelStackResolution : public MadeUpViasFixture {
         return set ? set->via(0).labelOperation().label(0).value() : 0;
     }
     void hardwareRoute(std::uint32_t label, std::uint32_t out) {
-        const Mpls::WeightedVia via{swapVia(out), 1};
+        const Mpls::WeightedRecord via{swapVia(out), 1};
         hardware->adjacencyIs(out, Mpls::Hardware::Adjacency::create({&via, 1}, {}, false));
         hardware->routeIs({key(label), out, false});
     }

@@ -14,8 +14,8 @@ using Hardware::Route;
 using Hardware::Status;
 using TestSupport::LocalHardware;
 
-Ptr<const Adjacency> adjacencyOf(std::span<const WeightedVia> vias,
-                                 std::span<const WeightedVia> backups = {}) {
+Ptr<const Adjacency> adjacencyOf(std::span<const WeightedRecord> vias,
+                                 std::span<const WeightedRecord> backups = {}) {
     return Adjacency::create(vias, backups, false);
 }
 
@@ -62,7 +62,7 @@ TEST(HardwareStatus, PublishesEachChangeUnderItsKey) {
 
 TEST(HardwareStatus, KeysAreNumbersOf20BitsAndRoutesOfOneLabel) {
     constexpr std::uint64_t most = (1U << 20U) - 1;
-    const std::vector<WeightedVia> vias{swapVia(1234)};
+    const std::vector<WeightedRecord> vias{swapVia(1234)};
     LocalHardware writer;
     const Status& status = *writer;
     writer.adjacencyIs(0, adjacencyOf({}));
@@ -88,7 +88,7 @@ TEST(HardwareStatus, KeysAreNumbersOf20BitsAndRoutesOfOneLabel) {
 TEST(HardwareStatus, ADeletedAdjacencyLivesAsLongAsItIsHeld) {
     LocalHardware writer;
     const Status& status = *writer;
-    const std::vector<WeightedVia> vias{swapVia(1234)};
+    const std::vector<WeightedRecord> vias{swapVia(1234)};
     writer.adjacencyIs(1, adjacencyOf(vias));
     const auto held = status.adjacency(1);
     writer.adjacencyDel(1);
@@ -99,14 +99,14 @@ TEST(HardwareStatus, ADeletedAdjacencyLivesAsLongAsItIsHeld) {
 TEST(HardwareStatus, ARoutesAdjacencyIsReadOncePerGeneration) {
     LocalHardware writer;
     const Status& status = *writer;
-    const std::vector<WeightedVia> vias{swapVia(1)};
+    const std::vector<WeightedRecord> vias{swapVia(1)};
     writer.routeIs({key(100), 1, false});
     EXPECT_FALSE(status.adjacency(status.route(key(100)))); // it may come later
     writer.adjacencyIs(1, adjacencyOf(vias));
     const Adjacency* first = status.adjacency(status.route(key(100))).get();
     ASSERT_NE(first, nullptr);
     EXPECT_EQ(status.adjacency(status.route(key(100))).get(), first);
-    const std::vector<WeightedVia> others{swapVia(2)};
+    const std::vector<WeightedRecord> others{swapVia(2)};
     writer.adjacencyIs(1, adjacencyOf(others));
     EXPECT_EQ(status.adjacency(status.route(key(100)))->via(false, 0).nexthopMtu, 2U);
 }
@@ -116,7 +116,7 @@ TEST(HardwareStatus, RoutesThatAreRememberedInOnePlaceAreNotMistaken) {
     const Status& status = *writer;
     constexpr std::uint32_t apart = 2048;
     for (std::uint32_t i = 0; i < 3; ++i) {
-        const std::vector<WeightedVia> vias{swapVia(1000 + i)};
+        const std::vector<WeightedRecord> vias{swapVia(1000 + i)};
         writer.adjacencyIs(i, adjacencyOf(vias));
         writer.routeIs({key(100 + i * apart), i, false});
     }
@@ -135,7 +135,7 @@ TEST(HardwareStatus, RoutesThatAreRememberedInOnePlaceAreNotMistaken) {
 TEST(HardwareStatus, StaysSmallWithManyRoutes) {
     constexpr std::uint32_t routes = 100000;
     TestSupport::LocalTables tables;
-    const std::vector<WeightedVia> vias{swapVia()};
+    const std::vector<WeightedRecord> vias{swapVia()};
     for (std::uint32_t i = 0; i < routes; ++i) {
         tables.publisher.hardware().adjacencyIs(i + 1, *adjacencyOf(vias));
         tables.publisher.hardware().routeIs({key(16 + i), i + 1, false});
@@ -146,8 +146,8 @@ TEST(HardwareStatus, StaysSmallWithManyRoutes) {
 }
 
 TEST(Adjacency, KeepsViasAndBackupsApart) {
-    std::vector<WeightedVia> vias;
-    std::vector<WeightedVia> backups;
+    std::vector<WeightedRecord> vias;
+    std::vector<WeightedRecord> backups;
     for (std::uint32_t i = 0; i < fields().size(); ++i) {
         vias.push_back({{}, i});
         fields()[i].change(vias.back().via);
@@ -161,7 +161,7 @@ TEST(Adjacency, KeepsViasAndBackupsApart) {
     EXPECT_EQ(adjacency->viaType(), LfibViaType::externalFec);
     EXPECT_EQ(adjacency->setType(), LfibViaSetType::multicast);
     for (const bool backup : {false, true}) {
-        const std::vector<WeightedVia>& list = backup ? backups : vias;
+        const std::vector<WeightedRecord>& list = backup ? backups : vias;
         ASSERT_EQ(adjacency->entries(backup).size(), list.size());
         for (std::uint32_t i = 0; i < list.size(); ++i) {
             EXPECT_TRUE(adjacency->via(backup, i).isEq(list[i].via)) << backup << " " << i;
@@ -172,12 +172,12 @@ TEST(Adjacency, KeepsViasAndBackupsApart) {
 }
 
 TEST(Adjacency, RefusesTooManyViasAndTooMuchWeight) {
-    const std::vector<WeightedVia> largest(599, swapVia());
-    const std::vector<WeightedVia> tooMany(600, swapVia());
+    const std::vector<WeightedRecord> largest(599, swapVia());
+    const std::vector<WeightedRecord> tooMany(600, swapVia());
     EXPECT_EQ(adjacencyOf(largest, largest)->entries(true).size(), 599U);
     EXPECT_THROW(adjacencyOf(tooMany), std::invalid_argument);
     EXPECT_THROW(adjacencyOf({}, tooMany), std::invalid_argument);
-    std::vector<WeightedVia> heavy{swapVia(1, 0xffffffff), swapVia(1, 0)};
+    std::vector<WeightedRecord> heavy{swapVia(1, 0xffffffff), swapVia(1, 0)};
     EXPECT_EQ(adjacencyOf(heavy)->entries(false)[0].weight, 0xffffffffU);
     heavy[1].weight = 1;
     EXPECT_THROW(adjacencyOf(heavy), std::invalid_argument);

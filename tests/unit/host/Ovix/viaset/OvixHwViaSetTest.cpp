@@ -6,13 +6,13 @@ namespace {
 
 using namespace TableTesting;
 using Lumo::IntfId;
-using Mpls::WeightedVia;
+using Mpls::WeightedRecord;
 using Mpls::Hardware::Adjacency;
 using Ovix::HwStatusViaHelper;
 using Ovix::OvixHwViaSet;
 
-WeightedVia via(IntfId intf, std::uint32_t weight) {
-    WeightedVia made = swapVia(1400 + weight, weight);
+WeightedRecord via(IntfId intf, std::uint32_t weight) {
+    WeightedRecord made = swapVia(1400 + weight, weight);
     made.via.intfId = intf;
     return made;
 }
@@ -24,8 +24,8 @@ class HwViaSet : public testing::Test {
     const IntfId eth3{"eth3"};
     const Ptr<Interface::EthIntfStatusDir> interfaces = Tessel::make<Interface::EthIntfStatusDir>();
     const Ptr<HwStatusViaHelper> helper = Tessel::make<HwStatusViaHelper>(interfaces, nullptr);
-    const std::vector<WeightedVia> vias{via(eth1, 1), via(eth2, 2), via(eth3, 3)};
-    const std::vector<WeightedVia> backups{via(eth3, 9)};
+    const std::vector<WeightedRecord> vias{via(eth1, 1), via(eth2, 2), via(eth3, 3)};
+    const std::vector<WeightedRecord> backups{via(eth3, 9)};
 
     Ptr<OvixHwViaSet> make(bool useBackups, Ptr<HwStatusViaHelper> with) const {
         return Tessel::make<OvixHwViaSet>(Adjacency::create(vias, backups, useBackups), with,
@@ -77,7 +77,7 @@ TEST_F(HwViaSet, TheBackupsTakeOverWhenTheLastViaGoesDown) {
     EXPECT_FALSE(make(false, helper)->useBackups());
     interfaces->intfStatusIs(eth1, false);
     interfaces->intfStatusIs(eth3, true);
-    const std::vector<WeightedVia> first{via(eth1, 1)};
+    const std::vector<WeightedRecord> first{via(eth1, 1)};
     const auto set =
         Tessel::make<OvixHwViaSet>(Adjacency::create(first, backups, false), helper, false);
     EXPECT_TRUE(set->hasValidVia());
@@ -94,14 +94,14 @@ TEST_F(HwViaSet, EveryViaCountsWhileNobodyPublishesInterfaceStatus) {
 TEST_F(HwViaSet, OnlyEthernetInterfacesGoDown) {
     for (const IntfId intf :
          {IntfId(), Lumo::VlanIntfId::vlanIdToIntfId(5), Lumo::CpuIntfId::cpuIdToIntfId(0)}) {
-        const std::vector<WeightedVia> one{via(intf, 1)};
+        const std::vector<WeightedRecord> one{via(intf, 1)};
         const OvixHwViaSet set(Adjacency::create(one, {}, false), helper, false);
         EXPECT_EQ(set.numVias(), 1U) << intf.value();
     }
 }
 
 TEST_F(HwViaSet, ViasOfNoWeightMakeNoValidSet) {
-    const std::vector<WeightedVia> none{via({}, 0), via({}, 0)};
+    const std::vector<WeightedRecord> none{via({}, 0), via({}, 0)};
     const OvixHwViaSet set(Adjacency::create(none, {}, false), helper, false);
     EXPECT_EQ(set.numVias(), 2U);
     EXPECT_FALSE(set.hasValidVia());

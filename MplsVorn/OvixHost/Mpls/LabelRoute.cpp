@@ -1,0 +1,74 @@
+#include "Mpls/LabelRoute.h"
+
+#include "Tessel/Exceptions.h"
+
+namespace Mpls {
+
+using Tessel::Refused;
+using Tessel::Result;
+
+namespace {
+
+/// Reads the record that the via key names. It is the set's first member, too.
+Result<void> readKeyedVia(const LfibStatus& lfib, const LfibViaKey& key, LabelRoute& route) {
+    if (key.viaType == LfibViaType::multicastIpLookup) {
+        route.tail = lfib.multicastIpLookupVia(key);
+        return {};
+    }
+    const LfibIpLookupVia lookup = lfib.ipLookupVia(key);
+    const auto via = Via::popAndLookUp(lookup.vrfName, lookup.payloadType);
+    if (!via) {
+        return via.refused();
+    }
+    route.vias.push_back({via.value(), 1});
+    return {};
+}
+
+Result<void> readMembers(const LfibStatus& lfib, std::span<const LfibWeightedVia> members,
+                         LabelRoute& route) {
+    for (const LfibWeightedVia& member : members) {
+        const auto via = Via::fromRecord(lfib.readIpVia(member));
+        if (!via) {
+            return via.refused();
+        }
+        route.vias.push_back({via.value(), member.weight});
+    }
+    return {};
+}
+
+Result<LabelRoute> read(const LfibStatus& lfib, TableId table, Lumo::MplsLabel label) {
+    LabelRoute route;
+    route.label = label;
+    route.table = table;
+    const LfibViaSet set = lfib.viaSet(lfib.route(route.key()).viaSetKey);
+    const LfibViaKey key = set.viaKeys.empty() ? LfibViaKey() : set.viaKeys[0];
+    route.viaType = key.viaType;
+    route.setType = set.type;
+    route.owner = set.origin;
+    route.flags = set.flags;
+    const bool isKeyed = key.index != 0;
+    const auto keyed = isKeyed ? readKeyedVia(lfib, key, route) : Result<void>();
+    if (!keyed) {
+        return keyed.refused();
+    }
+    const auto members = set.members.view();
+    const std::size_t first = isKeyed && !members.empty() ? 1 : 0;
+    if (const auto rest = readMembers(lfib, members.subspan(first), route); !rest) {
+        return rest.refused();
+    }
+    return route;
+}
+
+} // namespace
+
+Result<LabelRoute> readLabelRoute(const LfibStatus& lfib, TableId table, Lumo::MplsLabel label) {
+    try {
+        return read(lfib, table, label);
+    } catch (const Tessel::CorruptionDetected& corruption) {
+        return Refused{corruption.what()};
+    } catch (const Tessel::RangeError& range) {
+        return Refused{range.what()};
+    }
+}
+
+} // namespace Mpls

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "Lumo/MplsLabel.h"
+#include "Mpls/LfibStatus.h"
+#include "Mpls/TableDirectory.h"
+#include "Mpls/Via.h"
+#include "Tessel/Result.h"
+
+namespace Mpls {
+
+/// The route of a label in an LFIB, independent of the tables' memory. The weights of its vias add
+/// up to 1..2^32 - 1, except that those of a route with a tail have no meaning.
+struct LabelRoute {
+    Lumo::MplsLabel label;
+    TableId table = TableId::transitLfib; ///< one of the LFIBs
+    LfibViaType viaType = LfibViaType::ip;
+    LfibViaSetType setType = LfibViaSetType::unicast;
+    std::vector<WeightedVia> vias; ///< 1 to 599; beside a tail 0 to 598
+    /// Where a multicast LSP ends at this device: a copy of its packets goes to the CPU.
+    std::optional<LfibMulticastIpLookupVia> tail;
+    std::uint8_t owner = 0; ///< who put the route there; opaque to forwarding
+    std::uint8_t flags = 0; ///< reserved
+
+    RouteKey key() const noexcept { return RouteKey::fromLabel(label); }
+    bool isMulticast() const noexcept { return setType == LfibViaSetType::multicast; }
+    /// Pops and looks up in a VRF.
+    bool isLookUp() const noexcept { return vias.size() == 1 && vias.front().via.isLookUp(); }
+
+    friend bool operator==(const LabelRoute&, const LabelRoute&) noexcept = default;
+};
+
+/// The route of a label that has one, `lfib` being the LFIB `table`. Refused, saying what is
+/// damaged, when anything in it cannot be read or is not legal.
+Tessel::Result<LabelRoute> readLabelRoute(const LfibStatus& lfib, TableId table,
+                                          Lumo::MplsLabel label);
+
+} // namespace Mpls

@@ -1,0 +1,201 @@
+#include "Mpls/Via.h"
+
+#include <array>
+#include <string>
+
+#include "Tessel/Fib/FecId.h"
+
+namespace Mpls {
+
+using Lumo::MplsLabelAction;
+using Ovix::OvixMplsVia;
+using Tessel::Refused;
+using Tessel::Result;
+
+static_assert(Via::maxFec == Tessel::Fib::FecId::maxOfInterface);
+
+namespace {
+
+constexpr std::size_t labelSize = Lumo::UnboundedMplsLabelOperation::packedLabelSize;
+static_assert(Via::maxLabels * labelSize <= decltype(OvixMplsVia::labels)::maxSize);
+
+bool imposesLabels(const OvixMplsVia& record) noexcept {
+    return record.action() == MplsLabelAction::push || record.action() == MplsLabelAction::swap;
+}
+
+Refused depthRefused(std::size_t depth) {
+    return Refused{std::to_string(depth) + " labels given, push and swap take 1 to " +
+                   std::to_string(Via::maxLabels)};
+}
+
+Result<void> checkLabels(const OvixMplsVia& record) {
+    const std::size_t bytes = record.labels.size();
+    if (bytes % labelSize != 0) {
+        return Refused{"the label stack of a via ends within a label"};
+    }
+    const std::size_t depth = bytes / labelSize;
+    if (!imposesLabels(record)) {
+        return depth == 0 ? Result<void>() : Refused{"only push and swap take labels"};
+    }
+    if (depth == 0 || depth > Via::maxLabels) {
+        return depthRefused(depth);
+    }
+    for (std::size_t i = 0; i < depth; ++i) {
+        std::uint32_t label = 0;
+        for (const char byte : record.labels.view().substr(i * labelSize, labelSize)) {
+            label = label << 8U | static_cast<std::uint8_t>(byte);
+        }
+        if (label > Lumo::MplsLabel::max) {
+            return Refused{"label " + std::to_string(label) + " has more than 20 bits"};
+        }
+        if (label == Lumo::implicitNull.value()) {
+            return Refused{"label 3 (implicit null) never stands in a frame"};
+        }
+    }
+    return {};
+}
+
+Result<void> checkFields(const OvixMplsVia& record) {
+    if (record.labelAction > static_cast<std::uint32_t>(MplsLabelAction::swap)) {
+        return Refused{"label action " + std::to_string(record.labelAction) + " is unknown"};
+    }
+    if (record.payloadType > static_cast<std::uint32_t>(PayloadType::automatic)) {
+        return Refused{"payload type " + std::to_string(record.payloadType) + " is unknown"};
+    }
+    if (record.ttlMode > static_cast<std::uint32_t>(TtlMode::pipe)) {
+        return Refused{"TTL mode " + std::to_string(record.ttlMode) + " is unknown"};
+    }
+    if (record.trafficClass > 7 && record.trafficClass != OvixMplsVia::trafficClassUnset) {
+        return Refused{"traffic class " + std::to_string(record.trafficClass) + " is not 0 to 7"};
+    }
+    if (record.pushTtl > 255) {
+        return Refused{"push TTL " + std::to_string(record.pushTtl) + " is not 1 to 255"};
+    }
+    if (record.nexthopVlan > Via::maxVlan) {
+        return Refused{"VLAN " + std::to_string(record.nexthopVlan) + " is not 1 to 4094"};
+    }
+    if (record.fecId() > Via::maxFec) {
+        return Refused{"FEC id " + std::to_string(record.fecId()) + " has more than 56 bits"};
+    }
+    return record.labelsInterned ? Refused{"the label stack of a via is another process's own"}
+                                 : Result<void>();
+}
+
+bool leadsOut(const OvixMplsVia& record) noexcept {
+    return !record.intfId.empty() || record.nexthop.family() != Lumo::IpFamily::none ||
+           record.fecId() != 0;
+}
+
+void labelsIs(OvixMplsVia& record, Via::Labels labels) {
+    std::array<char, Via::maxLabels * labelSize> packed;
+    std::size_t size = 0;
+    for (const Lumo::MplsLabel label : labels) {
+        for (const unsigned shift : {16U, 8U, 0U}) {
+            packed[size++] = static_cast<char>(label.value() >> shift);
+        }
+    }
+    record.labels = std::string_view(packed.data(), size);
+}
+
+OvixMplsVia recordOf(MplsLabelAction action, const ViaOptions& options) noexcept {
+    OvixMplsVia record;
+    record.labelAction = static_cast<std::uint32_t>(action);
+    record.trafficClass = options.tc ? *options.tc : OvixMplsVia::trafficClassUnset;
+    record.controlWord = options.controlWord;
+    record.payloadType = static_cast<std::uint32_t>(options.payload);
+    record.ttlMode = static_cast<std::uint32_t>(options.ttl);
+    record.pushTtl = options.pushTtl;
+    record.intfId = options.intf;
+    record.nexthop = options.nexthop;
+    record.vrfName = options.vrf;
+    record.fecIdHigh = static_cast<std::uint32_t>(options.fec >> 32U);
+    record.fecIdLow = static_cast<std::uint32_t>(options.fec);
+    record.nexthopMtu = options.mtu;
+    record.nexthopVlan = options.vlan;
+    return record;
+}
+
+} // namespace
+
+Result<Via> Via::make(MplsLabelAction action, Labels labels, const ViaOptions& options) {
+    if (labels.size() > maxLabels) {
+        return depthRefused(labels.size());
+    }
+    OvixMplsVia record = recordOf(action, options);
+    labelsIs(record, labels);
+    if (!leadsOut(record)) {
+        return Refused{"leads nowhere: interface, nexthop or fec is needed"};
+    }
+    return fromRecord(record);
+}
+
+Result<Via> Via::swap(Labels labels, const ViaOptions& options) {
+    return make(MplsLabelAction::swap, labels, options);
+}
+
+Result<Via> Via::push(Labels labels, const ViaOptions& options) {
+    return make(MplsLabelAction::push, labels, options);
+}
+
+Result<Via> Via::pop(const ViaOptions& options) {
+    return make(MplsLabelAction::pop, {}, options);
+}
+
+Result<Via> Via::popAndLookUp(const L3::VrfName& vrf, PayloadType payload) {
+    ViaOptions options;
+    options.vrf = vrf.empty() ? L3::VrfName(L3::defaultVrf) : vrf;
+    options.payload = payload;
+    return fromRecord(recordOf(MplsLabelAction::pop, options));
+}
+
+Result<Via> Via::forward(const ViaOptions& options) {
+    return make(MplsLabelAction::none, {}, options);
+}
+
+Result<Via> Via::fromRecord(const OvixMplsVia& record) {
+    if (const auto fields = checkFields(record); !fields) {
+        return fields.refused();
+    }
+    if (const auto labels = checkLabels(record); !labels) {
+        return labels.refused();
+    }
+    const Via via(record);
+    if (!leadsOut(record) && !via.isLookUp()) {
+        return Refused{"the via leads nowhere"};
+    }
+    return via;
+}
+
+bool Via::isLookUp() const noexcept {
+    return action() == MplsLabelAction::pop && !record_.vrfName.empty() && !leadsOut(record_);
+}
+
+std::vector<Lumo::MplsLabel> Via::labels() const {
+    const auto operation = record_.labelOperation();
+    std::vector<Lumo::MplsLabel> labels;
+    labels.reserve(operation.depth());
+    for (std::size_t i = 0; i < operation.depth(); ++i) {
+        labels.push_back(operation.label(i));
+    }
+    return labels;
+}
+
+ViaOptions Via::options() const {
+    ViaOptions options;
+    options.intf = record_.intfId;
+    options.nexthop = record_.nexthop;
+    options.fec = record_.fecId();
+    options.vrf = record_.vrfName;
+    options.ttl = record_.ttl();
+    if (record_.trafficClass != OvixMplsVia::trafficClassUnset) {
+        options.tc = static_cast<std::uint8_t>(record_.trafficClass);
+    }
+    options.pushTtl = static_cast<std::uint8_t>(record_.pushTtl);
+    options.payload = record_.payload();
+    options.mtu = record_.nexthopMtu;
+    options.vlan = record_.nexthopVlan;
+    options.controlWord = record_.controlWord;
+    return options;
+}
+
+} // namespace Mpls

@@ -1,0 +1,148 @@
+#include "Mpls/Via.h"
+
+#include <gtest/gtest.h>
+#include <string>
+
+#include "TableTesting.h"
+
+namespace {
+
+using Lumo::MplsLabel;
+using Lumo::MplsLabelAction;
+using Mpls::PayloadType;
+using Mpls::TtlMode;
+using Mpls::Via;
+using Mpls::ViaOptions;
+using Ovix::OvixMplsVia;
+using Labels = std::vector<MplsLabel>;
+
+ViaOptions toEast() {
+    ViaOptions options;
+    options.intf = Lumo::IntfId("east");
+    options.nexthop = Lumo::IpGenAddr::fromText("10.0.2.2");
+    return options;
+}
+
+Labels stackOf(std::size_t depth) {
+    return Labels(depth, MplsLabel(1000));
+}
+
+std::string refusalOf(const Tessel::Result<Via>& via) {
+    return via ? "" : via.refused().what;
+}
+
+TEST(Via, EachConstructorMakesItsLabelOperation) {
+    const Labels labels{MplsLabel(200), MplsLabel(MplsLabel::max)};
+    EXPECT_EQ(Via::swap(labels, toEast()).value().action(), MplsLabelAction::swap);
+    EXPECT_EQ(Via::swap(labels, toEast()).value().labels(), labels);
+    EXPECT_EQ(Via::push(labels, toEast()).value().action(), MplsLabelAction::push);
+    EXPECT_EQ(Via::push(labels, toEast()).value().labels(), labels);
+    EXPECT_EQ(Via::pop(toEast()).value().action(), MplsLabelAction::pop);
+    EXPECT_TRUE(Via::pop(toEast()).value().labels().empty());
+    EXPECT_EQ(Via::forward(toEast()).value().action(), MplsLabelAction::none);
+}
+
+TEST(Via, ALookUpNamesItsVrfAndLeadsToNoPort) {
+    const Via red = Via::popAndLookUp("red", PayloadType::ipv4).value();
+    EXPECT_TRUE(red.isLookUp());
+    EXPECT_EQ(red.action(), MplsLabelAction::pop);
+    EXPECT_EQ(red.options().vrf.view(), "red");
+    EXPECT_EQ(red.options().payload, PayloadType::ipv4);
+    EXPECT_EQ(Via::popAndLookUp("", PayloadType::automatic).value().options().vrf.view(),
+              "default");
+    ViaOptions inRed = toEast();
+    inRed.vrf = "red";
+    EXPECT_FALSE(Via::pop(inRed).value().isLookUp());
+}
+
+TEST(Via, EveryOptionComesBack) {
+    ViaOptions options = toEast();
+    options.fec = Via::maxFec;
+    options.vrf = "blue";
+    options.ttl = TtlMode::pipe;
+    options.tc = 0;
+    options.pushTtl = 9;
+    options.payload = PayloadType::ethernet;
+    options.mtu = 1400;
+    options.vlan = 4094;
+    options.controlWord = true;
+    EXPECT_EQ(Via::swap(stackOf(1), options).value().options(), options);
+    EXPECT_EQ(Via::pop(toEast()).value().options(), toEast());
+}
+
+TEST(Via, TakesOneToThirtyThreeLabels) {
+    EXPECT_EQ(Via::push(stackOf(33), toEast()).value().labels(), stackOf(33));
+    for (const std::size_t depth : {std::size_t{0}, std::size_t{34}, std::size_t{100000}}) {
+        const std::string refusal =
+            std::to_string(depth) + " labels given, push and swap take 1 to 33";
+        EXPECT_EQ(refusalOf(Via::swap(stackOf(depth), toEast())), refusal);
+        EXPECT_EQ(refusalOf(Via::push(stackOf(depth), toEast())), refusal);
+    }
+    EXPECT_EQ(refusalOf(Via::swap(Labels{MplsLabel(16), Lumo::implicitNull}, toEast())),
+              "label 3 (implicit null) never stands in a frame");
+}
+
+TEST(Via, LeadsToAnInterfaceANextHopOrAFec) {
+    const char* const nowhere = "leads nowhere: interface, nexthop or fec is needed";
+    EXPECT_EQ(refusalOf(Via::pop({})), nowhere);
+    EXPECT_EQ(refusalOf(Via::forward({})), nowhere);
+    EXPECT_EQ(refusalOf(Via::swap(stackOf(1), {})), nowhere);
+    ViaOptions options;
+    options.vrf = "red";
+    EXPECT_EQ(refusalOf(Via::pop(options)), nowhere);
+    options = {};
+    options.intf = Lumo::IntfId("east");
+    EXPECT_TRUE(Via::pop(options));
+    options = {};
+    options.nexthop = Lumo::IpGenAddr::fromText("::1");
+    EXPECT_TRUE(Via::pop(options));
+    options = {};
+    options.fec = 1;
+    EXPECT_TRUE(Via::swap(stackOf(1), options));
+}
+
+TEST(Via, ARecordThatIsLegalIsTheViaItCameFrom) {
+    const Via swap = Via::swap(stackOf(2), toEast()).value();
+    const Via lookUp = Via::popAndLookUp("red", PayloadType::ipv6).value();
+    EXPECT_EQ(Via::fromRecord(swap.record()).value(), swap);
+    EXPECT_EQ(Via::fromRecord(lookUp.record()).value(), lookUp);
+    EXPECT_NE(swap, lookUp);
+}
+
+struct Damage {
+    const char* refusal;
+    void (*change)(OvixMplsVia&);
+};
+
+TEST(Via, ARecordThatIsNotLegalIsRefused) {
+    const OvixMplsVia whole = Via::swap(stackOf(2), toEast()).value().record();
+    const std::vector<Damage> damages{
+        {"label action 4 is unknown", [](OvixMplsVia& via) { via.labelAction = 4; }},
+        {"only push and swap take labels", [](OvixMplsVia& via) { via.labelAction = 2; }},
+        {"payload type 6 is unknown", [](OvixMplsVia& via) { via.payloadType = 6; }},
+        {"TTL mode 2 is unknown", [](OvixMplsVia& via) { via.ttlMode = 2; }},
+        {"traffic class 8 is not 0 to 7", [](OvixMplsVia& via) { via.trafficClass = 8; }},
+        {"push TTL 256 is not 1 to 255", [](OvixMplsVia& via) { via.pushTtl = 256; }},
+        {"VLAN 4095 is not 1 to 4094", [](OvixMplsVia& via) { via.nexthopVlan = 4095; }},
+        {"FEC id 72057594037927936 has more than 56 bits",
+         [](OvixMplsVia& via) { via.fecIdHigh = 1U << 24U; }},
+        {"the label stack of a via is another process's own",
+         [](OvixMplsVia& via) { via.labelsInterned = true; }},
+        {"the label stack of a via ends within a label",
+         [](OvixMplsVia& via) { via.labels = std::string_view("abcd"); }},
+        {"label 1048576 has more than 20 bits",
+         [](OvixMplsVia& via) { via.labels = std::string_view("\x10\0\0", 3); }},
+        {"label 3 (implicit null) never stands in a frame",
+         [](OvixMplsVia& via) { via.labels = std::string_view("\0\0\3", 3); }},
+        {"0 labels given, push and swap take 1 to 33",
+         [](OvixMplsVia& via) { via.labels = std::string_view(); }},
+    };
+    for (const Damage& damage : damages) {
+        OvixMplsVia record = whole;
+        damage.change(record);
+        EXPECT_EQ(refusalOf(Via::fromRecord(record)), damage.refusal);
+    }
+    EXPECT_EQ(refusalOf(Via::fromRecord(OvixMplsVia())), "the via leads nowhere");
+}
+
+} // namespace
