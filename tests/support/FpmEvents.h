@@ -4,16 +4,17 @@
 #include <vector>
 
 #include "decoding/FpmDecoder.h"
-#include "decoding/RouteText.h"
 
 namespace TestSupport::Fpm {
 
 /// A change as it reads in a log; "refused at OFFSET: REASON" for what was skipped.
 inline std::string line(const OvixFpm::FpmDecoder::Event& event) {
-    if (const auto* refused = std::get_if<OvixFpm::Refused>(&event)) {
-        return "refused at " + std::to_string(refused->offset()) + ": " + refused->reason();
+    if (event) {
+        return text(event.value());
     }
-    return text(std::get<OvixFpm::RouteChange>(event));
+    const std::string& what = event.refused().what; // "at byte OFFSET: REASON: BYTES"
+    const std::size_t start = std::string("at byte ").size();
+    return "refused at " + what.substr(start, what.rfind(':') - start);
 }
 
 /// All that comes out of the bytes, handed to the decoder in pieces of that size.

@@ -25,7 +25,7 @@ inline sockaddr_in loopback(std::uint16_t port) {
     return address;
 }
 
-/// A port that nobody listens at.
+/// A free port.
 inline std::uint16_t freePort() {
     const int probe = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address = loopback(0);
@@ -107,12 +107,12 @@ class FpmServerFixture : public testing::Test {
     }
     void askToStop() const { EXPECT_EQ(eventfd_write(stop_, 1), 0); }
     bool hasEnded() const { return hasEnded_; }
-    /// How many there have been so far.
+    /// How many have been made so far.
     unsigned connections() const { return connections_; }
 
     std::uint16_t port() const { return port_; }
     OvixFpm::ListenAddress listenAt() const {
-        return OvixFpm::ListenAddress::fromText("127.0.0.1:" + std::to_string(port_));
+        return OvixFpm::ListenAddress::fromText("127.0.0.1:" + std::to_string(port_)).value();
     }
     const OvixFpm::MessageCounts& counts() const { return server_->counts(); }
     std::vector<std::string> log() const {

@@ -15,14 +15,14 @@ namespace PublishingTesting {
 /// The interfaces of a host that does not exist, those of the recordings among them.
 class MadeUpInterfaces : public OvixFpm::InterfaceLookup {
   public:
-    std::map<std::uint32_t, OvixFpm::HostInterface> all{
-        {1, {"lo", false}}, {3, {"west0", false}}, {5, {"east0", false}}, {9, {"red", true}}};
+    std::map<std::uint32_t, OvixFpm::KernelLink> all{
+        {1, {"lo", 0}}, {3, {"west0", 0}}, {5, {"east0", 0}}, {9, {"red", 10}}};
     std::map<std::uint32_t, std::string> vrfs{{10, "red"}};
     mutable unsigned asked = 0;
     mutable unsigned askedForVrfs = 0;
 
   protected:
-    std::optional<OvixFpm::HostInterface> ask(std::uint32_t index) const override {
+    std::optional<OvixFpm::KernelLink> ask(std::uint32_t index) const override {
         ++asked;
         const auto found = all.find(index);
         return found != all.end() ? std::optional(found->second) : std::nullopt;
@@ -122,26 +122,31 @@ inline OvixFpm::NextHop hop(const std::vector<std::uint32_t>& labels, const std:
     for (const std::uint32_t label : labels) {
         stack.emplace_back(label);
     }
-    return {stack, OvixFpm::Way(Lumo::IpGenAddr::fromText(gateway), interface), weight};
+    return {stack, Lumo::IpGenAddr::fromText(gateway), interface, weight};
 }
 
-inline OvixFpm::IncomingLabel incoming(std::uint32_t label) {
-    return OvixFpm::IncomingLabel(Lumo::MplsLabel(label));
-}
-
-inline OvixFpm::LabelRoute labelRoute(std::uint32_t label, std::vector<OvixFpm::NextHop> hops,
-                                      std::optional<bool> ttlPropagated = std::nullopt) {
-    return {incoming(label), 196, OvixFpm::NextHops(std::move(hops)), ttlPropagated};
-}
-
-inline OvixFpm::Destination to(const std::string& prefix, std::uint8_t length,
-                               std::uint32_t table = L3::RouteKey::mainTable) {
+inline L3::RouteKey to(const std::string& prefix, std::uint8_t length,
+                       std::uint32_t table = L3::RouteKey::mainTable) {
     return {table, Lumo::IpGenAddr::fromText(prefix), length};
 }
 
-inline OvixFpm::PrefixRoute prefixRoute(const OvixFpm::Destination& destination,
+inline OvixFpm::RouteChange labelRoute(std::uint32_t label, std::vector<OvixFpm::NextHop> hops,
+                                       std::optional<bool> ttlPropagated = std::nullopt) {
+    return {Lumo::MplsLabel(label),
+            OvixFpm::Route{196, std::move(hops), std::nullopt, ttlPropagated}};
+}
+inline OvixFpm::RouteChange prefixRoute(const L3::RouteKey& key,
                                         std::vector<OvixFpm::NextHop> hops) {
-    return {destination, 196, OvixFpm::NextHops(std::move(hops))};
+    return {key, OvixFpm::Route{196, std::move(hops), std::nullopt, std::nullopt}};
+}
+inline OvixFpm::RouteChange prefixRoute(const L3::RouteKey& key, OvixFpm::RouteEnd end) {
+    return {key, OvixFpm::Route{196, {}, end, std::nullopt}};
+}
+inline OvixFpm::RouteChange withdrawn(std::uint32_t label) {
+    return {Lumo::MplsLabel(label), std::nullopt};
+}
+inline OvixFpm::RouteChange withdrawn(const L3::RouteKey& key) {
+    return {key, std::nullopt};
 }
 
 } // namespace PublishingTesting

@@ -8,31 +8,31 @@
 namespace OvixFpm {
 
 std::optional<FpmDecoder::Event> FpmDecoder::next() {
-    while (auto item = nextItem()) {
-        if (auto* refused = std::get_if<Refused>(&*item)) {
-            return counted(std::move(*refused));
+    while (const auto message = nextMessage()) {
+        if (!*message) {
+            return counted(message->refused());
         }
-        if (auto result = event(std::get<NetlinkMessage>(*item))) {
+        if (auto result = event(message->value())) {
             return result;
         }
     }
     return std::nullopt;
 }
 
-/// The next message of the frame in hand, or of the frames that follow.
-std::optional<FpmDecoder::FrameItem> FpmDecoder::nextItem() {
+/// The next message of the current frame, or of the frames that follow.
+std::optional<Tessel::Result<NetlinkMessage>> FpmDecoder::nextMessage() {
     for (;;) {
-        if (auto item = messages_.next()) {
-            return item;
+        if (auto message = messages_.next()) {
+            return message;
         }
         auto frame = stream_.next();
         if (!frame) {
             return std::nullopt;
         }
-        if (auto* refused = std::get_if<Refused>(&*frame)) {
-            return std::move(*refused);
+        if (!*frame) {
+            return frame->refused();
         }
-        messages_ = NetlinkMessages(std::get<FpmFrame>(std::move(*frame)));
+        messages_ = NetlinkMessages(std::move(frame->value()));
     }
 }
 
@@ -53,16 +53,15 @@ std::optional<FpmDecoder::Event> FpmDecoder::event(const NetlinkMessage& message
 
 FpmDecoder::Event FpmDecoder::route(const NetlinkMessage& message) {
     const bool isNew = message.type == RTM_NEWROUTE;
-    try {
-        RouteChange change = isNew ? newRoute(message.body) : deletedRoute(message.body);
-        ++(isNew ? counts_.newRoutes : counts_.withdrawals);
-        return change;
-    } catch (const Tessel::RangeError& wrong) {
-        return counted(Refused(message.offset, message.bytes, wrong.what()));
+    Event change = isNew ? readNewRoute(message.body) : readDeletedRoute(message.body);
+    if (!change) {
+        return counted(skipped(message.offset, message.bytes, change.refused().what));
     }
+    ++(isNew ? counts_.newRoutes : counts_.withdrawals);
+    return change;
 }
 
-FpmDecoder::Event FpmDecoder::counted(Refused refused) {
+FpmDecoder::Event FpmDecoder::counted(Tessel::Refused refused) {
     ++counts_.refused;
     return refused;
 }

@@ -2,56 +2,49 @@
 
 #include <cstdint>
 #include <optional>
-#include <variant>
 
 #include "decoding/Routes.h"
-#include "framing/Bytes.h"
 #include "framing/FpmStream.h"
-#include "framing/NetlinkMessages.h"
-#include "framing/Refused.h"
 
 namespace OvixFpm {
 
-/// What has come out of a connection so far. Each message counts once.
+/// What a connection has brought so far. Each message counts once.
 struct MessageCounts {
     std::uint64_t newRoutes = 0;
     std::uint64_t withdrawals = 0;
     std::uint64_t nextHopGroups = 0; ///< RTM_NEWNEXTHOP and RTM_DELNEXTHOP, which have no effect
-    std::uint64_t others = 0;        ///< messages of other types, which have none either
-    std::uint64_t refused = 0;       ///< what was reported as Refused
+    std::uint64_t others = 0;        ///< messages of other types, which have no effect, either
+    std::uint64_t refused = 0;       ///< what was skipped
 
     friend bool operator==(const MessageCounts&, const MessageCounts&) = default;
 };
 
-/// From the bytes of one connection to changes of the routes, in the order zebra made them:
+/// Decodes the bytes of one connection to changes of the routes, in zebra's order:
 ///
 ///     decoder.take(bytes);
 ///     while (auto event = decoder.next()) { apply or report *event }
 ///
-/// A connection that is made anew needs a new decoder.
+/// A new connection needs a new decoder.
 class FpmDecoder {
   public:
-    using Event = std::variant<RouteChange, Refused>;
+    using Event = Tessel::Result<RouteChange>;
 
     /// The next bytes, in any piece.
     void take(Bytes piece) { stream_.take(piece); }
 
-    /// The next change, or what was skipped; nothing until more bytes have come. Throws nothing
-    /// because of what the bytes are.
+    /// The next change, or the refusal of what was skipped; unset until more bytes have come.
     std::optional<Event> next();
 
-    /// The stream cannot be followed any more: the connection is to be closed.
+    /// The stream is lost: the connection has to be closed.
     bool lost() const noexcept { return stream_.lost(); }
 
     const MessageCounts& counts() const noexcept { return counts_; }
 
   private:
-    using FrameItem = std::variant<NetlinkMessage, Refused>;
-
-    std::optional<FrameItem> nextItem();
+    std::optional<Tessel::Result<NetlinkMessage>> nextMessage();
     std::optional<Event> event(const NetlinkMessage& message);
     Event route(const NetlinkMessage& message);
-    Event counted(Refused refused);
+    Event counted(Tessel::Refused refused);
 
     FpmStream stream_;
     NetlinkMessages messages_{FpmFrame{}};

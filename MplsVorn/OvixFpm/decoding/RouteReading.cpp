@@ -1,101 +1,127 @@
 #include "decoding/RouteReading.h"
 
-#include <array>
 #include <linux/rtnetlink.h>
 #include <string>
 #include <sys/socket.h>
 
 #include "decoding/NextHopReading.h"
-#include "decoding/RouteFields.h"
 
 namespace OvixFpm {
+
 namespace {
 
 using Lumo::IpFamily;
 using Lumo::IpGenAddr;
+using Lumo::MplsLabel;
+using Lumo::MplsLabelEntry;
 
-constexpr unsigned labelBits = 20;
+/// The attributes of a route message that are read, beside those of its next hops; all others have
+/// no effect.
+constexpr Field source{RTA_SRC, "RTA_SRC"};
+constexpr Field tableField{RTA_TABLE, "RTA_TABLE"};
+constexpr Field ttlPropagate{RTA_TTL_PROPAGATE, "RTA_TTL_PROPAGATE"};
+constexpr Field destinationField{RTA_DST, "RTA_DST"};
+
+// All of the following throw Malformed.
 
 struct RouteMessage {
     explicit RouteMessage(Bytes body)
         : header(readHead<rtmsg>(body, "route header")), attributes(body.subspan(sizeof(rtmsg))) {}
 
+    RouteFamily family() const {
+        switch (header.rtm_family) {
+        case AF_MPLS:
+            return RouteFamily::label;
+        case AF_INET:
+            return RouteFamily::ipv4;
+        case AF_INET6:
+            return RouteFamily::ipv6;
+        default:
+            throw Malformed("route of address family " + std::to_string(header.rtm_family));
+        }
+    }
+
     rtmsg header;
     Attributes attributes;
 };
 
-RouteFamily familyOf(const RouteMessage& message) {
-    switch (message.header.rtm_family) {
-    case AF_MPLS:
-        return RouteFamily::label;
-    case AF_INET:
-        return RouteFamily::ipv4;
-    case AF_INET6:
-        return RouteFamily::ipv6;
-    default:
-        throw Malformed("route of address family " + std::to_string(message.header.rtm_family));
-    }
-}
-
-IncomingLabel labelOf(const RouteMessage& message) {
-    const auto value = message.attributes.find(Fields::destination);
+MplsLabel labelOf(const RouteMessage& message) {
+    constexpr unsigned labelBits = 20;
+    const auto value = message.attributes.find(destinationField);
     if (!value) {
-        throw Malformed("route of labels without RTA_DST");
+        throw Malformed("label route without RTA_DST");
     }
-    sizeMustBe(Lumo::MplsLabelEntry::size, *value, Fields::destination);
+    checkSize(MplsLabelEntry::size, *value, destinationField);
     if (message.header.rtm_dst_len != labelBits) {
         throw Malformed("label of " + std::to_string(message.header.rtm_dst_len) +
                         " bits instead of 20");
     }
-    return IncomingLabel(labelStack(*value, Fields::destination).front());
+    const MplsLabel label = labelStack(*value, destinationField).front();
+    if (label.isSpecialPurpose()) {
+        throw Malformed("route for the special-purpose label " + label.prettyString());
+    }
+    return label;
 }
 
+/// The default route has no RTA_DST.
 IpGenAddr prefixOf(const RouteMessage& message, IpFamily family) {
-    if (const auto value = message.attributes.find(Fields::destination)) {
-        return address(family, *value, Fields::destination);
+    if (const auto value = message.attributes.find(destinationField)) {
+        return address(family, *value, destinationField);
     }
     if (message.header.rtm_dst_len != 0) {
         throw Malformed("prefix of length " + std::to_string(message.header.rtm_dst_len) +
                         " without RTA_DST");
     }
-    return IpGenAddr(family); // the default route
+    return IpGenAddr(family);
+}
+
+void checkPrefix(const IpGenAddr& prefix, std::uint8_t length) {
+    const auto& bytes = prefix.bytes();
+    const std::size_t bits = prefix.family() == IpFamily::ipv4 ? 32 : 128;
+    if (length > bits) {
+        throw Malformed("prefix length " + std::to_string(length) + " is more than " +
+                        std::to_string(bits));
+    }
+    for (std::size_t bit = length; bit < bits; ++bit) {
+        if ((bytes[bit / 8] & (0x80U >> (bit % 8))) != 0) {
+            throw Malformed("prefix " + prefix.text() + "/" + std::to_string(length) +
+                            " has bits beyond its length");
+        }
+    }
 }
 
 std::uint32_t tableOf(const RouteMessage& message) {
     const std::uint32_t table =
-        message.attributes.u32(Fields::table).value_or(message.header.rtm_table);
+        message.attributes.u32(tableField).value_or(message.header.rtm_table);
     return table == RT_TABLE_UNSPEC ? std::uint32_t{RT_TABLE_MAIN} : table;
 }
 
-/// A route that is not for all packets to its prefix must not be taken for one that is.
-Destination destinationOf(const RouteMessage& message, RouteFamily family) {
-    if (message.header.rtm_src_len != 0 || message.attributes.find(Fields::source)) {
+L3::RouteKey prefixKeyOf(const RouteMessage& message, RouteFamily family) {
+    // A route that is not for all packets to its prefix must not be taken for one that is.
+    if (message.header.rtm_src_len != 0 || message.attributes.find(source)) {
         throw Malformed("route by source address");
     }
     if (message.header.rtm_tos != 0) {
         throw Malformed("route by type of service");
     }
     const auto ipFamily = family == RouteFamily::ipv4 ? IpFamily::ipv4 : IpFamily::ipv6;
-    return {tableOf(message), prefixOf(message, ipFamily), message.header.rtm_dst_len};
+    const L3::RouteKey key{tableOf(message), prefixOf(message, ipFamily),
+                           message.header.rtm_dst_len};
+    checkPrefix(key.prefix, key.length);
+    return key;
+}
+
+Destination destinationOf(const RouteMessage& message, RouteFamily family) {
+    return family == RouteFamily::label ? Destination(labelOf(message))
+                                        : prefixKeyOf(message, family);
 }
 
 std::optional<bool> ttlPropagationOf(const RouteMessage& message) {
-    const auto value = message.attributes.u8(Fields::ttlPropagate);
-    if (!value) {
-        return std::nullopt;
-    }
-    if (*value > 1) {
+    const auto value = message.attributes.u8(ttlPropagate);
+    if (value && *value > 1) {
         throw Malformed("RTA_TTL_PROPAGATE is " + std::to_string(*value));
     }
-    return *value == 1;
-}
-
-LabelRoute labelRoute(const RouteMessage& message) {
-    if (message.header.rtm_type != RTN_UNICAST) {
-        throw Malformed("route of labels of type " + std::to_string(message.header.rtm_type));
-    }
-    return {labelOf(message), message.header.rtm_protocol,
-            nextHopsOf(RouteFamily::label, message.attributes), ttlPropagationOf(message)};
+    return value ? std::optional(*value == 1) : std::nullopt;
 }
 
 RouteEnd endOf(const RouteMessage& message) {
@@ -113,32 +139,45 @@ RouteEnd endOf(const RouteMessage& message) {
     }
 }
 
-PrefixRoute prefixRoute(const RouteMessage& message, RouteFamily family) {
-    const Destination destination = destinationOf(message, family);
-    if (message.header.rtm_type != RTN_UNICAST) {
-        return {destination, message.header.rtm_protocol, endOf(message)};
+RouteChange newRoute(const RouteMessage& message) {
+    const RouteFamily family = message.family();
+    const bool isLabel = family == RouteFamily::label;
+    const bool isUnicast = message.header.rtm_type == RTN_UNICAST;
+    if (isLabel && !isUnicast) {
+        throw Malformed("label route of type " + std::to_string(message.header.rtm_type));
     }
-    return {destination, message.header.rtm_protocol, nextHopsOf(family, message.attributes)};
+    RouteChange change{destinationOf(message, family), Route{}};
+    change.route->protocol = message.header.rtm_protocol;
+    if (isUnicast) {
+        change.route->nextHops = nextHopsOf(family, message.attributes);
+    } else {
+        change.route->end = endOf(message);
+    }
+    if (isLabel) {
+        change.route->ttlPropagated = ttlPropagationOf(message);
+    }
+    return change;
+}
+
+template <class Read>
+Tessel::Result<RouteChange> readRoute(Bytes body, Read&& read) {
+    try {
+        return read(RouteMessage(body));
+    } catch (const Malformed& malformed) {
+        return Tessel::Refused{malformed.what()};
+    }
 }
 
 } // namespace
 
-RouteChange newRoute(Bytes body) {
-    const RouteMessage message(body);
-    const RouteFamily family = familyOf(message);
-    if (family == RouteFamily::label) {
-        return labelRoute(message);
-    }
-    return prefixRoute(message, family);
+Tessel::Result<RouteChange> readNewRoute(Bytes body) {
+    return readRoute(body, newRoute);
 }
 
-RouteChange deletedRoute(Bytes body) {
-    const RouteMessage message(body);
-    const RouteFamily family = familyOf(message);
-    if (family == RouteFamily::label) {
-        return LabelWithdrawal{labelOf(message)};
-    }
-    return PrefixWithdrawal{destinationOf(message, family)};
+Tessel::Result<RouteChange> readDeletedRoute(Bytes body) {
+    return readRoute(body, [](const RouteMessage& message) {
+        return RouteChange{destinationOf(message, message.family()), std::nullopt};
+    });
 }
 
 } // namespace OvixFpm

@@ -46,7 +46,7 @@ std::optional<T> Attributes::exact(Field field) const {
     if (!value) {
         return std::nullopt;
     }
-    sizeMustBe(sizeof(T), *value, field);
+    checkSize(sizeof(T), *value, field);
     return readHead<T>(*value, field.name);
 }
 
@@ -62,7 +62,7 @@ std::optional<std::uint32_t> Attributes::u32(Field field) const {
     return exact<std::uint32_t>(field);
 }
 
-void sizeMustBe(std::size_t size, Bytes value, Field field) {
+void checkSize(std::size_t size, Bytes value, Field field) {
     if (value.size() != size) {
         throw Malformed(std::string(field.name) + " has " + std::to_string(value.size()) +
                         " bytes instead of " + std::to_string(size));

@@ -2,11 +2,38 @@
 
 #include <array>
 #include <cstdint>
+#include <cstring>
 #include <optional>
-
-#include "framing/Bytes.h"
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
 
 namespace OvixFpm {
+
+/// A view of bytes that must outlive it.
+using Bytes = std::span<const std::uint8_t>;
+
+/// A malformed message: `what()` is the reason, as it is reported. Thrown and caught within the
+/// reader of a message.
+class Malformed : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+/// The first sizeof(T) bytes as a T in the byte order of this machine, which is netlink's. Throws
+/// Malformed, naming `what`, when there are fewer.
+template <typename T>
+T readHead(Bytes bytes, const char* what) {
+    static_assert(std::is_trivially_copyable_v<T>);
+    if (bytes.size() < sizeof(T)) {
+        throw Malformed(std::string(what) + " needs " + std::to_string(sizeof(T)) +
+                        " bytes; there are " + std::to_string(bytes.size()));
+    }
+    T value;
+    std::memcpy(&value, bytes.data(), sizeof(T));
+    return value;
+}
 
 /// A type of attribute, and what it is called in reports.
 struct Field {
@@ -14,18 +41,17 @@ struct Field {
     const char* name;
 };
 
-/// The attributes of a message, of a next hop or of an encapsulation, by type. Types beyond those
-/// that are known are skipped. The flag bits of a type (nested, network byte order) are not looked
-/// at.
+/// The attributes of a message, of a next hop or of an encapsulation, by type. Unknown types are
+/// skipped, and the flag bits of a type (nested, network byte order) ignored.
 class Attributes {
   public:
     static constexpr std::uint16_t typeMask = 0x3fff;
 
-    /// Throws Malformed when a length cannot be right, when bytes are left over, and when a type
+    /// Throws Malformed for an invalid length, for bytes that are left over, and for a type that
     /// comes twice.
     explicit Attributes(Bytes bytes);
 
-    /// The value; nothing when there is no such attribute.
+    /// The value; unset when there is no such attribute.
     std::optional<Bytes> find(Field field) const noexcept;
 
     /// The value of an attribute of exactly that size; throws Malformed when it has another.
@@ -43,6 +69,6 @@ class Attributes {
 };
 
 /// Throws Malformed, naming the field, when its value has another size.
-void sizeMustBe(std::size_t size, Bytes value, Field field);
+void checkSize(std::size_t size, Bytes value, Field field);
 
 } // namespace OvixFpm

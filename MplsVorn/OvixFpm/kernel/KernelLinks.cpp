@@ -133,4 +133,17 @@ std::map<std::uint32_t, std::string> vrfNamesByTable() {
     return names;
 }
 
+const std::optional<KernelLink>& InterfaceLookup::find(std::uint32_t index) {
+    const auto known = known_.find(index);
+    return known != known_.end() ? known->second : known_.emplace(index, ask(index)).first->second;
+}
+
+std::optional<std::string> InterfaceLookup::vrfOfTable(std::uint32_t table) {
+    if (!vrfs_) {
+        vrfs_ = askForVrfs();
+    }
+    const auto found = vrfs_->find(table);
+    return found != vrfs_->end() ? std::optional(found->second) : std::nullopt;
+}
+
 } // namespace OvixFpm

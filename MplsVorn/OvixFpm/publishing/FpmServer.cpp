@@ -10,19 +10,26 @@
 #include <system_error>
 #include <utility>
 
-#include "decoding/RouteText.h"
-
 namespace OvixFpm {
 
 namespace {
 
-// A change of an IP route comes as a withdrawal and a new route, and a re-route as many messages:
-// what follows each other within the first time is published at once, and nothing waits longer than
+// A change of an IP route comes as a withdrawal and a new route, and a reroute as many messages:
+// changes with shorter pauses than the first time are one batch, and no change waits longer than
 // the second.
 constexpr std::chrono::milliseconds quietBeforeCommit{1};
 constexpr std::chrono::milliseconds longestBeforeCommit{20};
 
 } // namespace
+
+Tessel::Result<std::chrono::milliseconds> sweepTime(double seconds) {
+    constexpr double longest = 3600;
+    const bool isInRange = seconds >= 0 && seconds <= longest; // NaN is not
+    if (!isInRange) {
+        return Tessel::Refused{"the time must be from 0 to 3600 seconds"};
+    }
+    return std::chrono::milliseconds(static_cast<long>(seconds * 1000));
+}
 
 FpmServer::FpmServer(RoutePublisher& routes, Settings settings, Log log)
     : routes_(&routes), settings_(settings), log_(std::move(log)),
@@ -61,7 +68,7 @@ int FpmServer::timeoutMs() const {
     if (firstUncommitted_) {
         return static_cast<int>(quietBeforeCommit.count());
     }
-    return firstToldAt_ && !hasSwept_ ? static_cast<int>(settings_.sweepAfter.count()) : -1;
+    return firstRouteAt_ && !hasSwept_ ? static_cast<int>(settings_.sweepAfter.count()) : -1;
 }
 
 void FpmServer::accept() {
@@ -81,14 +88,14 @@ void FpmServer::connectionIs(Posix::FileDescriptor connection) {
     connection_ = std::move(connection);
     decoder_ = FpmDecoder();
     routes_->markStale();
-    firstToldAt_.reset();
+    firstRouteAt_.reset();
     hasSwept_ = false;
     log_("zebra is connected; " + std::to_string(routes_->staleRoutes()) +
-         " routes wait to be confirmed");
+         " routes are stale until confirmed");
 }
 
 void FpmServer::receive() {
-    constexpr int piecesPerTurn = 16; // whoever sends without end lets others have their turn
+    constexpr int piecesPerTurn = 16; // so that a peer that never pauses cannot stop the loop
     std::array<std::uint8_t, 65536> bytes;
     for (int i = 0; i < piecesPerTurn && connection_.isOpen(); ++i) {
         const ssize_t got = recv(connection_.value(), bytes.data(), bytes.size(), 0);
@@ -99,7 +106,7 @@ void FpmServer::receive() {
         } else if (got < 0 && errno == EAGAIN) {
             return;
         } else {
-            disconnect("zebra has gone; its routes stay");
+            disconnect("zebra has disconnected; its routes stay");
         }
     }
 }
@@ -110,7 +117,7 @@ void FpmServer::receiveFromWaiting() {
         return;
     }
     if (connection_.isOpen()) {
-        disconnect("zebra has connected anew");
+        disconnect("zebra has connected again");
     }
     connectionIs(std::move(heard->connection));
     take(heard->bytes);
@@ -121,13 +128,13 @@ void FpmServer::take(Bytes bytes) {
     decoder_.take(bytes);
     takeEvents();
     if (decoder_.lost()) {
-        disconnect("what zebra says cannot be followed any more");
+        disconnect("lost sync with the FPM stream");
     }
 }
 
 void FpmServer::disconnect(const std::string& why) {
     connection_ = Posix::FileDescriptor();
-    firstToldAt_.reset(); // what was not confirmed may be so by the next connection
+    firstRouteAt_.reset(); // the next connection may confirm stale routes
     const MessageCounts& now = decoder_.counts();
     counts_.newRoutes += now.newRoutes;
     counts_.withdrawals += now.withdrawals;
@@ -139,36 +146,36 @@ void FpmServer::disconnect(const std::string& why) {
 
 void FpmServer::takeEvents() {
     while (const auto event = decoder_.next()) {
-        if (const auto* refused = std::get_if<Refused>(&*event)) {
-            log_(refused->text());
+        if (*event) {
+            takeChange(event->value());
         } else {
-            takeChange(std::get<RouteChange>(*event));
+            log_(event->refused().what);
         }
     }
 }
 
 void FpmServer::takeChange(const RouteChange& change) {
-    if (settings_.tellsOfRoutes) {
+    if (settings_.isVerbose) {
         log_(text(change));
     }
-    if (const std::string reason = routes_->apply(change); !reason.empty()) {
-        log_(text(change) + ": " + reason);
+    if (const Tessel::Result<void> applied = routes_->apply(change); !applied) {
+        log_(text(change) + ": " + applied.refused().what);
     }
-    firstToldAt_ = firstToldAt_.value_or(heardAt_);
+    firstRouteAt_ = firstRouteAt_.value_or(heardAt_);
     firstUncommitted_ = firstUncommitted_.value_or(heardAt_);
 }
 
 void FpmServer::sweepWhenQuiet(Clock::time_point now) {
-    if (!firstToldAt_ || hasSwept_) {
+    if (!firstRouteAt_ || hasSwept_) {
         return;
     }
-    // Routes that change all the time do not keep the stale ones for ever.
-    if (now - heardAt_ < settings_.sweepAfter && now - *firstToldAt_ < 10 * settings_.sweepAfter) {
+    // Routes that keep changing do not keep the stale ones for ever.
+    if (now - heardAt_ < settings_.sweepAfter && now - *firstRouteAt_ < 10 * settings_.sweepAfter) {
         return;
     }
     hasSwept_ = true;
     if (const std::size_t swept = routes_->sweep(); swept > 0) {
-        log_(std::to_string(swept) + " routes were not confirmed, and are gone");
+        log_(std::to_string(swept) + " routes were not confirmed and are removed");
         firstUncommitted_ = firstUncommitted_.value_or(now);
     }
 }
@@ -183,7 +190,7 @@ void FpmServer::commitWhenQuiet() {
             routes_->commit();
         }
     } catch (const std::length_error& full) {
-        log_(std::string(full.what()) + "; what has changed is not visible yet");
+        log_(std::string(full.what()) + "; the changes are not visible yet");
     }
 }
 

@@ -11,18 +11,22 @@
 
 namespace OvixFpm {
 
-/// Listens for zebra and publishes what it tells: one connection at a time. A new one takes the
-/// place of the old once a whole frame has come from it. Routes outlive the connection; what the
-/// next one does not tell of again, by the time it has been quiet for a while, goes. One that has
-/// told of no route at all takes nothing away.
+/// How long zebra must be quiet until its stale routes are removed. Refuses what is not a number
+/// from 0 to 3600.
+Tessel::Result<std::chrono::milliseconds> sweepTime(double seconds);
+
+/// Listens for zebra and publishes its routes: one connection at a time. A new one replaces the old
+/// once a whole frame has come from it. Routes outlive the connection; those that the next one has
+/// not announced again, by the time it has been quiet for a while, are removed. A connection
+/// without any route removes nothing.
 class FpmServer {
   public:
     using Clock = std::chrono::steady_clock;
 
     struct Settings {
-        ListenAddress listenAt = ListenAddress::fromText("127.0.0.1:2620");
-        std::chrono::milliseconds sweepAfter{30000}; ///< of quiet after a route was told
-        bool tellsOfRoutes = false;
+        ListenAddress listenAt;
+        std::chrono::milliseconds sweepAfter{30000}; ///< of quiet after a route
+        bool isVerbose = false;                      ///< logs every change
     };
 
     /// Listens. Throws std::system_error.
@@ -57,8 +61,8 @@ class FpmServer {
     MessageCounts counts_; ///< of connections that have ended
     std::optional<Clock::time_point> firstUncommitted_;
     Clock::time_point heardAt_;
-    std::optional<Clock::time_point> firstToldAt_; ///< a route, by this connection
-    bool hasSwept_ = false;                        ///< since the connection was made
+    std::optional<Clock::time_point> firstRouteAt_; ///< of this connection
+    bool hasSwept_ = false;                         ///< since the connection was made
 };
 
 } // namespace OvixFpm

@@ -4,7 +4,6 @@
 #include <charconv>
 #include <cstring>
 #include <netinet/in.h>
-#include <stdexcept>
 #include <sys/socket.h>
 #include <system_error>
 
@@ -14,7 +13,9 @@ namespace {
 
 constexpr int queued = 8; ///< connections that have not been accepted yet
 
-/// 0 for what is no port.
+constexpr std::uint8_t loopback[]{127, 0, 0, 1};
+
+/// 0 for an invalid port.
 std::uint16_t portOf(const std::string& text) {
     std::uint16_t port = 0;
     const char* end = text.data() + text.size();
@@ -24,7 +25,9 @@ std::uint16_t portOf(const std::string& text) {
 
 } // namespace
 
-ListenAddress ListenAddress::fromText(const std::string& text) {
+ListenAddress::ListenAddress() noexcept : ListenAddress(Lumo::IpGenAddr::ipv4(loopback), 2620) {}
+
+Tessel::Result<ListenAddress> ListenAddress::fromText(const std::string& text) {
     const std::size_t colon = text.rfind(':');
     const std::uint16_t port =
         colon == std::string::npos ? std::uint16_t{0} : portOf(text.substr(colon + 1));
@@ -33,16 +36,16 @@ ListenAddress ListenAddress::fromText(const std::string& text) {
     if (isBracketed) {
         host = host.substr(1, host.size() - 2);
     }
-    // Without brackets nobody knows which colon stands before the port (RFC 3986, 3.2.2).
+    // Without brackets the colon before the port is ambiguous (RFC 3986, 3.2.2).
     if (port == 0 || host.empty() || (!isBracketed && host.find(':') != std::string::npos)) {
-        throw std::invalid_argument('"' + text + "\" is not ADDRESS:PORT or [IPV6-ADDRESS]:PORT");
+        return Tessel::Refused{'"' + text + "\" is not ADDRESS:PORT or [IPV6-ADDRESS]:PORT"};
     }
     const Lumo::IpGenAddr address = Lumo::IpGenAddr::fromText(host);
     if (address.family() != (isBracketed ? Lumo::IpFamily::ipv6 : Lumo::IpFamily::ipv4)) {
-        throw std::invalid_argument('"' + host + "\" is not an " + (isBracketed ? "IPv6 " : "") +
-                                    "address");
+        return Tessel::Refused{'"' + host + "\" is not an " + (isBracketed ? "IPv6 " : "") +
+                               "address"};
     }
-    return {address, port};
+    return ListenAddress(address, port);
 }
 
 std::string ListenAddress::text() const {
@@ -50,7 +53,7 @@ std::string ListenAddress::text() const {
     return (isIpv6 ? '[' + address_.text() + ']' : address_.text()) + ':' + std::to_string(port_);
 }
 
-bool ListenAddress::binds(const Posix::FileDescriptor& socket) const noexcept {
+bool ListenAddress::isBound(const Posix::FileDescriptor& socket) const noexcept {
     if (address_.family() == Lumo::IpFamily::ipv6) {
         sockaddr_in6 to{};
         to.sin6_family = AF_INET6;
@@ -72,7 +75,7 @@ Posix::FileDescriptor ListenAddress::listen() const {
     const int on = 1;
     if (!socket.isOpen() ||
         setsockopt(socket.value(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
-        !binds(socket) || ::listen(socket.value(), queued) != 0) {
+        !isBound(socket) || ::listen(socket.value(), queued) != 0) {
         throw std::system_error(errno, std::generic_category(), failed);
     }
     return socket;

@@ -1,7 +1,8 @@
 #include "publishing/RoutePublisher.h"
 
-#include <array>
+#include <cassert>
 #include <stdexcept>
+#include <string>
 
 #include "Published/TransitRoutes.h"
 
@@ -11,10 +12,6 @@ using Mpls::RouteKey;
 using Mpls::TableId;
 
 namespace {
-
-L3::RouteKey keyOf(const Destination& destination) {
-    return {destination.table(), destination.prefix(), destination.length()};
-}
 
 /// The labels as vias carry them, three bytes each.
 std::vector<std::uint8_t> packed(const std::vector<Lumo::MplsLabel>& labels) {
@@ -44,108 +41,96 @@ RoutePublisher::RoutePublisher(Mpls::TablePublisher& tables, InterfaceLookup& in
     markStale();
 }
 
-std::string RoutePublisher::apply(const RouteChange& change) {
+Tessel::Result<void> RoutePublisher::apply(const RouteChange& change) {
     try {
-        if (const auto* label = std::get_if<LabelRoute>(&change)) {
-            route(*label);
-        } else if (const auto* prefix = std::get_if<PrefixRoute>(&change)) {
-            route(*prefix);
+        if (change.route) {
+            std::visit([&](const auto& key) { publish(key, *change.route); }, change.to);
         } else {
-            withdrawWhatIsNamedBy(change);
+            withdraw(change.to);
         }
         return {};
-    } catch (const std::exception& refused) {
-        std::string reason = refused.what();
+    } catch (const std::exception& error) {
+        std::string reason = error.what();
         try {
-            // An old route would lead where the new one says not to go.
-            withdrawWhatIsNamedBy(change);
+            // The old route would contradict the new one.
+            withdraw(change.to);
         } catch (const std::exception& stuck) {
             reason += std::string("; and the old route stays: ") + stuck.what();
         }
-        return reason;
+        return Tessel::Refused{reason};
     }
 }
 
-void RoutePublisher::withdrawWhatIsNamedBy(const RouteChange& change) {
-    if (const auto* gone = std::get_if<LabelWithdrawal>(&change)) {
-        withdraw(gone->label.label());
-    } else if (const auto* route = std::get_if<LabelRoute>(&change)) {
-        withdraw(route->label().label());
-    } else if (const auto* prefixGone = std::get_if<PrefixWithdrawal>(&change)) {
-        withdraw(keyOf(prefixGone->destination));
-    } else {
-        withdraw(keyOf(std::get<PrefixRoute>(change).destination()));
+void RoutePublisher::withdraw(const Destination& destination) {
+    if (const auto* key = std::get_if<L3::RouteKey>(&destination)) {
+        tables_->ipRoutes().routeDel(*key);
+        stalePrefixes_.erase(*key);
+        return;
     }
+    const auto label = std::get<Lumo::MplsLabel>(destination);
+    Mpls::transitRouteDel(*tables_, RouteKey::fromLabel(label));
+    tables_->lfib(TableId::decapLfib).routeDel(RouteKey::fromLabel(label));
+    labels_.erase(label);
+    staleLabels_.erase(label);
 }
 
-void RoutePublisher::withdraw(const L3::RouteKey& key) {
-    tables_->ipRoutes().routeDel(key);
-    stalePrefixes_.erase(key);
-}
-
-void RoutePublisher::route(const LabelRoute& route) {
-    const RouteKey key = RouteKey::fromLabel(route.label().label());
-    const NextHop& first = route.nextHops().front();
-    if (route.nextHops().size() == 1 && first.isInterfaceOnly() && interfaceOf(first).isVrf) {
+void RoutePublisher::publish(Lumo::MplsLabel label, const Route& route) {
+    assert(!route.nextHops.empty() && !route.end);
+    const RouteKey key = RouteKey::fromLabel(label);
+    const NextHop& first = route.nextHops.front();
+    if (route.nextHops.size() == 1 && first.isInterfaceOnly() && interfaceOf(first).isVrf()) {
         Mpls::transitRouteDel(*tables_, key);
         tables_->lfib(TableId::decapLfib)
             .ipLookupRouteIs(key, Mpls::LfibViaType::ipLookup,
                              L3::VrfName(std::string_view(interfaceOf(first).name)),
                              Mpls::PayloadType::automatic);
     } else {
-        const auto vias = viasOf(route.nextHops(), true, route.ttlPropagated().value_or(true));
+        const auto vias = viasOf(route.nextHops, true, route.ttlPropagated.value_or(true));
         tables_->lfib(TableId::decapLfib).routeDel(key);
         Mpls::transitRouteIs(*tables_, key, vias);
     }
-    labels_.insert(key.topLabel());
-    staleLabels_.erase(key.topLabel());
-}
-
-void RoutePublisher::route(const PrefixRoute& route) {
-    L3::Route made;
-    made.key = keyOf(route.destination());
-    made.vrf = vrfOf(made.key.table);
-    if (route.nextHops() != nullptr) {
-        for (const NextHop& hop : *route.nextHops()) {
-            mustBeForwardedBy(hop, made.vrf);
-        }
-        made.kind = L3::Route::Kind::forward;
-        made.ways =
-            Mpls::Hardware::Adjacency::create(viasOf(*route.nextHops(), false, true), {}, false);
-    } else {
-        made.kind = kindOf(*route.end());
-    }
-    tables_->ipRoutes().routeIs(made);
-    stalePrefixes_.erase(made.key);
-}
-
-void RoutePublisher::withdraw(Lumo::MplsLabel label) {
-    const RouteKey key = RouteKey::fromLabel(label);
-    Mpls::transitRouteDel(*tables_, key);
-    tables_->lfib(TableId::decapLfib).routeDel(key);
-    labels_.erase(label);
+    labels_.insert(label);
     staleLabels_.erase(label);
 }
 
-const HostInterface& RoutePublisher::interfaceOf(const NextHop& hop) {
-    const auto& found = interfaces_->find(hop.way().interface());
+void RoutePublisher::publish(const L3::RouteKey& key, const Route& route) {
+    L3::Route published;
+    published.key = key;
+    published.vrf = vrfOf(key.table);
+    if (route.end) {
+        published.kind = kindOf(*route.end);
+    } else {
+        assert(!route.nextHops.empty());
+        for (const NextHop& hop : route.nextHops) {
+            checkIsForwarded(hop, published.vrf);
+        }
+        published.kind = L3::Route::Kind::forward;
+        published.ways =
+            Mpls::Hardware::Adjacency::create(viasOf(route.nextHops, false, true), {}, false);
+    }
+    tables_->ipRoutes().routeIs(published);
+    stalePrefixes_.erase(key);
+}
+
+const KernelLink& RoutePublisher::interfaceOf(const NextHop& hop) {
+    const auto& found = interfaces_->find(hop.interface);
     if (!found) {
-        throw std::runtime_error("there is no interface " + std::to_string(hop.way().interface()));
+        throw std::runtime_error("there is no interface " + std::to_string(hop.interface));
     }
     return *found;
 }
 
-/// Throws for a way that a packet cannot go as zebra tells it.
-void RoutePublisher::mustBeForwardedBy(const NextHop& hop, const L3::VrfName& vrf) {
-    // zebra leaves out a next hop of the other family (RFC 4659): nobody knows who takes the
-    // labels.
-    if (!hop.labels().empty() && !hop.way().hasGateway()) {
-        throw std::invalid_argument("labels are to be pushed toward no next hop");
+/// Throws for a next hop that packets cannot be sent to.
+void RoutePublisher::checkIsForwarded(const NextHop& hop, const L3::VrfName& vrf) {
+    // zebra leaves out a next hop of the other family (RFC 4659), and with it who takes the labels.
+    if (!hop.labels.empty() && !hop.hasGateway()) {
+        throw std::invalid_argument("labels without a next hop to push them for");
     }
-    // In its own VRF the device stands for this host.
-    const HostInterface& interface = interfaceOf(hop);
-    if (interface.isVrf && interface.name != vrf.view()) {
-        throw std::invalid_argument("routes are not followed into VRF " + interface.name);
+    // In its own VRF the device means this host.
+    const KernelLink& interface = interfaceOf(hop);
+    if (interface.isVrf() && interface.name != vrf.view()) {
+        throw std::invalid_argument("a route into another VRF, " + interface.name +
+                                    ", is not supported");
     }
 }
 
@@ -155,30 +140,30 @@ L3::VrfName RoutePublisher::vrfOf(std::uint32_t table) {
     }
     const auto found = interfaces_->vrfOfTable(table);
     if (!found) {
-        throw std::runtime_error("routing table " + std::to_string(table) + " is no VRF's");
+        throw std::runtime_error("routing table " + std::to_string(table) + " is not a VRF's");
     }
     return {std::string_view(*found)};
 }
 
-std::vector<Mpls::WeightedRecord> RoutePublisher::viasOf(const NextHops& hops, bool ofLabel,
-                                                         bool uniform) {
+std::vector<Mpls::WeightedRecord> RoutePublisher::viasOf(const std::vector<NextHop>& hops,
+                                                         bool ofLabel, bool uniform) {
     using Lumo::MplsLabelAction;
     std::vector<Mpls::WeightedRecord> vias;
     for (const NextHop& hop : hops) {
-        Mpls::WeightedRecord& made = vias.emplace_back();
-        made.weight = hop.weight();
-        made.via.intfId = tables_->interfaces().intfId(interfaceOf(hop).name);
-        made.via.nexthop = hop.way().gateway();
-        made.via.payloadType = static_cast<std::uint32_t>(Mpls::PayloadType::automatic);
-        made.via.ttlMode =
+        Mpls::WeightedRecord& weighted = vias.emplace_back();
+        weighted.weight = hop.weight;
+        weighted.via.intfId = tables_->interfaces().intfId(interfaceOf(hop).name);
+        weighted.via.nexthop = hop.gateway;
+        weighted.via.payloadType = static_cast<std::uint32_t>(Mpls::PayloadType::automatic);
+        weighted.via.ttlMode =
             static_cast<std::uint32_t>(uniform ? Mpls::TtlMode::uniform : Mpls::TtlMode::pipe);
         if (ofLabel) {
-            made.via.labelAction = static_cast<std::uint32_t>(
-                hop.labels().empty() ? MplsLabelAction::pop : MplsLabelAction::swap);
-        } else if (!hop.labels().empty()) {
-            made.via.labelAction = static_cast<std::uint32_t>(MplsLabelAction::push);
+            weighted.via.labelAction = static_cast<std::uint32_t>(
+                hop.labels.empty() ? MplsLabelAction::pop : MplsLabelAction::swap);
+        } else if (!hop.labels.empty()) {
+            weighted.via.labelAction = static_cast<std::uint32_t>(MplsLabelAction::push);
         }
-        if (!made.via.labelsIs(packed(hop.labels()))) {
+        if (!weighted.via.labelsIs(packed(hop.labels))) {
             throw std::length_error("too many labels");
         }
     }
@@ -198,13 +183,11 @@ void RoutePublisher::markStale() {
 
 std::size_t RoutePublisher::sweep() {
     const std::size_t swept = staleRoutes();
-    for (const L3::RouteKey& key : stalePrefixes_) {
-        tables_->ipRoutes().routeDel(key);
+    while (!stalePrefixes_.empty()) {
+        withdraw(L3::RouteKey(*stalePrefixes_.begin()));
     }
-    stalePrefixes_.clear();
-    const std::set<Lumo::MplsLabel> labels = staleLabels_;
-    for (const Lumo::MplsLabel label : labels) {
-        withdraw(label);
+    while (!staleLabels_.empty()) {
+        withdraw(*staleLabels_.begin());
     }
     return swept;
 }

@@ -2,12 +2,12 @@
 
 #include <cstdint>
 #include <set>
-#include <string>
 #include <vector>
 
 #include "Published/TablePublisher.h"
+#include "Tessel/Result.h"
 #include "decoding/Routes.h"
-#include "kernel/InterfaceLookup.h"
+#include "kernel/KernelLinks.h"
 
 namespace OvixFpm {
 
@@ -16,31 +16,30 @@ namespace OvixFpm {
 /// table of IP routes. Changes are a batch, visible once committed.
 class RoutePublisher {
   public:
-    /// What the tables hold already counts as stale.
+    /// Routes that the tables hold already count as stale.
     RoutePublisher(Mpls::TablePublisher& tables, InterfaceLookup& interfaces);
 
-    /// Why the change could not be made, and its route is not there now; empty when it was made.
-    std::string apply(const RouteChange& change);
+    /// Refuses a route that cannot be published; an earlier one for its destination is then
+    /// removed.
+    Tessel::Result<void> apply(const RouteChange& change);
     /// Makes the changes visible, if there are any.
     void commit();
 
-    /// Every route is stale until it is told of again.
+    /// Every route is stale until it is announced again.
     void markStale();
-    /// Takes away, as part of the batch, what is still stale, and returns how many routes that
-    /// were.
+    /// Removes the routes that are still stale, as part of the batch, and returns their number.
     std::size_t sweep();
     std::size_t staleRoutes() const noexcept { return staleLabels_.size() + stalePrefixes_.size(); }
 
   private:
-    void route(const LabelRoute& route);
-    void route(const PrefixRoute& route);
-    void withdrawWhatIsNamedBy(const RouteChange& change);
-    void withdraw(Lumo::MplsLabel label);
-    void withdraw(const L3::RouteKey& key);
-    std::vector<Mpls::WeightedRecord> viasOf(const NextHops& hops, bool ofLabel, bool uniform);
-    const HostInterface& interfaceOf(const NextHop& hop);
+    void publish(Lumo::MplsLabel label, const Route& route);
+    void publish(const L3::RouteKey& key, const Route& route);
+    void withdraw(const Destination& destination);
+    std::vector<Mpls::WeightedRecord> viasOf(const std::vector<NextHop>& hops, bool ofLabel,
+                                             bool uniform);
+    const KernelLink& interfaceOf(const NextHop& hop);
     L3::VrfName vrfOf(std::uint32_t table);
-    void mustBeForwardedBy(const NextHop& hop, const L3::VrfName& vrf);
+    void checkIsForwarded(const NextHop& hop, const L3::VrfName& vrf);
 
     Mpls::TablePublisher* tables_;
     InterfaceLookup* interfaces_;

@@ -41,8 +41,8 @@ WaitingConnections::State WaitingConnections::receiveFrom(Waiting& waiting) {
     std::array<std::uint8_t, 65536> piece;
     const ssize_t got = recv(waiting.connection.value(), piece.data(), piece.size(), 0);
     if (got <= 0) {
-        const bool isNothingYet = got < 0 && (errno == EAGAIN || errno == EINTR);
-        return isNothingYet ? State::waits : State::hasEnded;
+        const bool isEmpty = got < 0 && (errno == EAGAIN || errno == EINTR);
+        return isEmpty ? State::waits : State::hasEnded;
     }
     const Bytes bytes{piece.data(), static_cast<std::size_t>(got)};
     waiting.bytes.insert(waiting.bytes.end(), bytes.begin(), bytes.end());
@@ -51,8 +51,8 @@ WaitingConnections::State WaitingConnections::receiveFrom(Waiting& waiting) {
     if (!first) {
         return State::waits;
     }
-    if (const auto* refused = std::get_if<Refused>(&*first)) {
-        log_("a connection beside zebra's is closed: " + refused->text());
+    if (!*first) {
+        log_("a connection beside zebra's is closed: " + first->refused().what);
         return State::hasEnded;
     }
     return State::isZebra;

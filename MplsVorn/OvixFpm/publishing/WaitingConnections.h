@@ -14,13 +14,13 @@ namespace OvixFpm {
 
 using Log = std::function<void(const std::string& line)>;
 
-/// Connections made while another is being served. Anybody can connect: only a whole frame shows
-/// that it is zebra. What makes no sense as one is closed.
+/// Connections made while another is being served. Anyone can connect: only a whole frame shows
+/// that it is zebra. A connection that sends anything else is closed.
 class WaitingConnections {
   public:
     static constexpr std::size_t most = 4;
 
-    /// A connection that has sent a whole frame, and all bytes that have come from it.
+    /// A connection that has sent a whole frame, and all bytes received from it.
     struct Heard {
         Posix::FileDescriptor connection;
         std::vector<std::uint8_t> bytes;
@@ -28,21 +28,21 @@ class WaitingConnections {
 
     explicit WaitingConnections(Log log) : log_(std::move(log)) {}
 
-    /// One more, which does not block. When there are too many, the oldest is closed.
+    /// Adds a non-blocking connection. When there are too many, the oldest is closed.
     void add(Posix::FileDescriptor connection);
 
-    /// What to wait for; -1 where there is no connection.
+    /// The descriptors to poll; -1 where there is no connection.
     void pollIn(std::span<pollfd, most> places) const noexcept;
 
-    /// Reads what has come, until a connection has sent a whole frame: that one waits no longer.
+    /// Reads from all until one has sent a whole frame; that one is removed from here.
     std::optional<Heard> receive();
 
   private:
-    enum class State { waits, isZebra, hasEnded };
+    enum class State : std::uint8_t { waits, isZebra, hasEnded };
     struct Waiting {
         Posix::FileDescriptor connection;
         FpmStream stream;
-        std::vector<std::uint8_t> bytes; ///< as much as a frame and a piece at most
+        std::vector<std::uint8_t> bytes; ///< at most a frame and a piece
     };
 
     State receiveFrom(Waiting& waiting);

@@ -1,5 +1,6 @@
 #include "publishing/FpmServer.h"
 
+#include <limits>
 #include <system_error>
 
 #include "FpmBytes.h"
@@ -11,6 +12,9 @@ using namespace PublishingTesting;
 using TestSupport::Fpm::Bytes;
 using TestSupport::Fpm::recorded;
 
+using OvixFpm::sweepTime;
+using std::chrono::milliseconds;
+
 class FpmServer : public FpmServerFixture {};
 
 const std::vector<std::string> allRoutes{"plain_routes", "discarding_routes", "multipath_routes",
@@ -20,7 +24,7 @@ constexpr std::size_t labelsOfAll = 6;
 
 } // namespace
 
-TEST_F(FpmServer, EverythingThatIsToldIsPublished) {
+TEST_F(FpmServer, EveryRouteIsPublished) {
     serve();
     const Zebra zebra(port());
     for (const std::string& recording : allRoutes) {
@@ -54,7 +58,7 @@ TEST_F(FpmServer, WhatComesTogetherIsOneGeneration) {
     EXPECT_EQ(now.transit(1000), "swap 2100 via 192.0.2.6 east0 weight 1");
 }
 
-TEST_F(FpmServer, WhatIsWithdrawnGoes) {
+TEST_F(FpmServer, WithdrawnRoutesAreRemoved) {
     serve();
     const Zebra zebra(port());
     for (const std::string& recording : allRoutes) {
@@ -76,7 +80,7 @@ TEST_F(FpmServer, RoutesOutliveTheConnection) {
     zebra.tell("label_routes");
     ASSERT_TRUE(soon([&] { return now.labels() == labelsOfAll; }));
     zebra.end();
-    ASSERT_TRUE(soon([&] { return hasLogged("zebra has gone; its routes stay"); }));
+    ASSERT_TRUE(soon([&] { return hasLogged("zebra has disconnected; its routes stay"); }));
     std::this_thread::sleep_for(std::chrono::milliseconds(80));
     reader->refresh();
     EXPECT_EQ(now.labels(), labelsOfAll);
@@ -84,7 +88,7 @@ TEST_F(FpmServer, RoutesOutliveTheConnection) {
     EXPECT_EQ(counts().newRoutes, labelsOfAll);
 }
 
-TEST_F(FpmServer, WhatTheNextConnectionDoesNotTellOfGoesOnceItIsQuiet) {
+TEST_F(FpmServer, RoutesThatTheNextConnectionDoesNotAnnounceAreRemovedOnceItIsQuiet) {
     serve(std::chrono::milliseconds(300));
     Zebra first(port());
     first.tell("label_routes");
@@ -98,11 +102,11 @@ TEST_F(FpmServer, WhatTheNextConnectionDoesNotTellOfGoesOnceItIsQuiet) {
     EXPECT_EQ(now.labels(), labelsOfAll); // not swept yet
     EXPECT_TRUE(soon([&] { return now.labels() == 1; }));
     EXPECT_EQ(now.ipRoutes(), 3U);
-    EXPECT_TRUE(hasLogged("5 routes were not confirmed, and are gone"));
-    EXPECT_TRUE(hasLogged("zebra is connected; 9 routes wait to be confirmed"));
+    EXPECT_TRUE(hasLogged("5 routes were not confirmed and are removed"));
+    EXPECT_TRUE(hasLogged("zebra is connected; 9 routes are stale until confirmed"));
 }
 
-TEST_F(FpmServer, ANewConnectionTakesThePlaceOfOneThatIsStillThere) {
+TEST_F(FpmServer, ANewConnectionReplacesTheCurrentOne) {
     serve();
     const Zebra first(port());
     first.tell("label_routes");
@@ -110,7 +114,7 @@ TEST_F(FpmServer, ANewConnectionTakesThePlaceOfOneThatIsStillThere) {
     const Zebra second(port());
     second.tell("plain_routes");
     ASSERT_TRUE(soon([&] { return now.ipRoutes() == 3; }));
-    EXPECT_TRUE(hasLogged("zebra has connected anew"));
+    EXPECT_TRUE(hasLogged("zebra has connected again"));
     EXPECT_TRUE(soon([&] { return !first.say(recorded("label_routes")); }));
     EXPECT_EQ(now.labels(), labelsOfAll);
 }
@@ -127,7 +131,7 @@ TEST_F(FpmServer, AConnectionThatEndsInMidMessageIsNoPartOfTheNext) {
     EXPECT_TRUE(soon([&] { return now.labels() == labelsOfAll; }));
 }
 
-TEST_F(FpmServer, MessagesThatMakeNoSenseAreLoggedAndSkipped) {
+TEST_F(FpmServer, MalformedMessagesAreLoggedAndSkipped) {
     using namespace TestSupport::Fpm;
     serve();
     const Zebra zebra(port());
@@ -140,12 +144,12 @@ TEST_F(FpmServer, MessagesThatMakeNoSenseAreLoggedAndSkipped) {
     EXPECT_TRUE(hasLogged("there is no interface 77"));
 }
 
-TEST_F(FpmServer, WhatCannotBeFollowedEndsTheConnectionAndNotTheServer) {
+TEST_F(FpmServer, LosingSyncEndsTheConnectionAndNotTheServer) {
     serve();
     const Zebra first(port());
     first.tell("label_routes");
     first.say(Bytes(1000, 0xff));
-    ASSERT_TRUE(soon([&] { return hasLogged("cannot be followed any more"); }));
+    ASSERT_TRUE(soon([&] { return hasLogged("lost sync with the FPM stream"); }));
     const Zebra second(port());
     second.tell("plain_routes");
     ASSERT_TRUE(soon([&] { return now.ipRoutes() == 3; }));
@@ -181,7 +185,7 @@ TEST_F(FpmServer, APeerThatSendsWithoutEndDoesNotKeepItFromPublishingAndEnding) 
     sender.join();
 }
 
-TEST_F(FpmServer, AnAddressThatCannotBeListenedAtIsToldWithTheReason) {
+TEST_F(FpmServer, AnAddressThatCannotBeListenedAtIsReportedWithTheReason) {
     serve();
     MadeUpInterfaces interfaces;
     TestSupport::LocalTables tables;
@@ -196,4 +200,18 @@ TEST_F(FpmServer, AnAddressThatCannotBeListenedAtIsToldWithTheReason) {
     }
     EXPECT_EQ(said,
               "cannot listen at 127.0.0.1:" + std::to_string(port()) + ": Address already in use");
+}
+
+TEST(SweepTime, SecondsBecomeMilliseconds) {
+    EXPECT_EQ(sweepTime(0).value(), milliseconds(0));
+    EXPECT_EQ(sweepTime(1.5).value(), milliseconds(1500));
+    EXPECT_EQ(sweepTime(3600).value(), milliseconds(3'600'000));
+}
+
+TEST(SweepTime, AnInvalidTimeIsRefused) {
+    using Limits = std::numeric_limits<double>;
+    for (const double seconds : {Limits::quiet_NaN(), -Limits::quiet_NaN(), Limits::infinity(),
+                                 -Limits::infinity(), -0.001, 3600.001, 1e300}) {
+        EXPECT_FALSE(sweepTime(seconds)) << seconds;
+    }
 }

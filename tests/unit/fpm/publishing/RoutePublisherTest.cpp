@@ -9,12 +9,12 @@ using namespace PublishingTesting;
 
 class RoutePublisherTest : public testing::Test {
   protected:
-    /// Makes a change visible; what was said against it.
-    std::string change(const RouteChange& made) {
-        const std::string said = publisher.apply(made);
+    /// Makes a change visible, and returns why it was refused.
+    std::string change(const RouteChange& wanted) {
+        const auto applied = publisher.apply(wanted);
         publisher.commit();
         tables.published.refreshWholly();
-        return said;
+        return applied ? "" : applied.refused().what;
     }
     void sweep() {
         publisher.sweep();
@@ -30,14 +30,14 @@ class RoutePublisherTest : public testing::Test {
 
 struct LabelCase {
     const char* what;
-    LabelRoute route;
+    RouteChange route;
     const char* transit;
     const char* decap;
 };
 
 struct PrefixCase {
     const char* what;
-    PrefixRoute route;
+    RouteChange route;
     const char* expected;
 };
 
@@ -62,12 +62,12 @@ TEST_F(RoutePublisherTest, LabelsAreSwitchedAsTheirNextHopsSay) {
          "pop via 192.0.2.2 west0 pipe weight 1", ""},
         {"an interface alone", labelRoute(1007, {hop({}, "", 5)}), "pop east0 weight 1", ""},
         {"a VRF device", labelRoute(1008, {hop({}, "", 9)}), "", "red"},
-        {"two ways, one of them a VRF device",
+        {"two next hops, one of them a VRF device",
          labelRoute(1009, {hop({}, "", 9), hop({}, "192.0.2.2", 3)}),
          "pop red weight 1, pop via 192.0.2.2 west0 weight 1", ""},
     };
     for (const LabelCase& each : cases) {
-        const std::uint32_t label = each.route.label().label().value();
+        const std::uint32_t label = std::get<Lumo::MplsLabel>(each.route.to).value();
         EXPECT_EQ(change(each.route), "") << each.what;
         EXPECT_EQ(now.transit(label), each.transit) << each.what;
         EXPECT_EQ(now.decap(label), each.decap) << each.what;
@@ -76,8 +76,8 @@ TEST_F(RoutePublisherTest, LabelsAreSwitchedAsTheirNextHopsSay) {
 }
 
 TEST_F(RoutePublisherTest, PrefixesAreRoutedAsTheirNextHopsSay) {
-    const Destination v4 = to("203.0.113.0", 24);
-    const Destination v6 = to("2001:db8:100::", 48);
+    const L3::RouteKey v4 = to("203.0.113.0", 24);
+    const L3::RouteKey v6 = to("2001:db8:100::", 48);
     const std::vector<PrefixCase> cases{
         {"gateway", prefixRoute(v4, {hop({}, "192.0.2.2", 3)}), "via 192.0.2.2 west0 weight 1"},
         {"interface", prefixRoute(v4, {hop({}, "", 5)}), "east0 weight 1"},
@@ -92,36 +92,37 @@ TEST_F(RoutePublisherTest, PrefixesAreRoutedAsTheirNextHopsSay) {
         {"IPv6", prefixRoute(v6, {hop({}, "2001:db8::2", 3)}), "via 2001:db8::2 west0 weight 1"},
         {"a VRF's table", prefixRoute(to("203.0.113.0", 24, 10), {hop({}, "192.0.2.6", 5)}),
          "red: via 192.0.2.6 east0 weight 1"},
-        {"a VRF's unreachable", {to("0.0.0.0", 0, 10), 196, RouteEnd::unreachable}, "red: drop"},
-        {"blackhole", {v4, 196, RouteEnd::blackhole}, "drop"},
-        {"unreachable", {v4, 196, RouteEnd::unreachable}, "drop"},
-        {"prohibit", {v6, 196, RouteEnd::prohibit}, "drop"},
-        {"local", {v4, 196, RouteEnd::local}, "local"},
+        {"a VRF's unreachable", prefixRoute(to("0.0.0.0", 0, 10), RouteEnd::unreachable),
+         "red: drop"},
+        {"blackhole", prefixRoute(v4, RouteEnd::blackhole), "drop"},
+        {"unreachable", prefixRoute(v4, RouteEnd::unreachable), "drop"},
+        {"prohibit", prefixRoute(v6, RouteEnd::prohibit), "drop"},
+        {"local", prefixRoute(v4, RouteEnd::local), "local"},
     };
     for (const PrefixCase& each : cases) {
-        const Destination& where = each.route.destination();
+        const auto& where = std::get<L3::RouteKey>(each.route.to);
         EXPECT_EQ(change(each.route), "") << each.what;
-        EXPECT_EQ(now.ip(where.prefix().text(), where.length(), where.table()), each.expected)
+        EXPECT_EQ(now.ip(where.prefix.text(), where.length, where.table), each.expected)
             << each.what;
     }
     EXPECT_EQ(now.ipRoutes(), 4U);
 }
 
-TEST_F(RoutePublisherTest, ARouteOfATableThatIsNoVrfsIsRefused) {
-    const Destination there = to("203.0.113.0", 24, 11);
+TEST_F(RoutePublisherTest, ARouteOfATableWithoutAVrfIsRefused) {
+    const L3::RouteKey there = to("203.0.113.0", 24, 11);
     EXPECT_EQ(change(prefixRoute(there, {hop({}, "192.0.2.6", 5)})),
-              "routing table 11 is no VRF's");
+              "routing table 11 is not a VRF's");
     EXPECT_EQ(now.ipRoutes(), 0U);
     interfaces.vrfs[11] = "blue";
     EXPECT_EQ(change(prefixRoute(there, {hop({}, "192.0.2.6", 5)})), "");
     EXPECT_EQ(now.ip("203.0.113.0", 24, 11), "blue: via 192.0.2.6 east0 weight 1");
 }
 
-TEST_F(RoutePublisherTest, LabelsTowardNoNextHopAreRefused) {
-    const Destination there = to("2001:db8:120::", 64, 10);
+TEST_F(RoutePublisherTest, LabelsWithoutANextHopAreRefused) {
+    const L3::RouteKey there = to("2001:db8:120::", 64, 10);
     EXPECT_EQ(change(prefixRoute(there, {hop({}, "2001:db8::2", 3)})), "");
     EXPECT_EQ(change(prefixRoute(there, {hop({16, 17}, "", 3)})),
-              "labels are to be pushed toward no next hop");
+              "labels without a next hop to push them for");
     EXPECT_EQ(now.ipRoutes(), 0U);
 }
 
@@ -129,23 +130,24 @@ TEST_F(RoutePublisherTest, AVrfDeviceIsThisHostInItsOwnVrfAndRefusedInOthers) {
     EXPECT_EQ(change(prefixRoute(to("10.1.1.1", 32, 10), {hop({}, "", 9)})), "");
     EXPECT_EQ(now.ip("10.1.1.1", 32, 10), "red: red weight 1");
     EXPECT_EQ(change(prefixRoute(to("203.0.118.0", 24), {hop({}, "", 9)})),
-              "routes are not followed into VRF red");
+              "a route into another VRF, red, is not supported");
     EXPECT_EQ(now.ipRoutes(), 1U);
 }
 
-TEST_F(RoutePublisherTest, ARouteOfAVrfThatIsGoneCanBeWithdrawn) {
-    const Destination there = to("203.0.113.0", 24, 10);
+TEST_F(RoutePublisherTest, ARouteOfARemovedVrfCanBeWithdrawn) {
+    const L3::RouteKey there = to("203.0.113.0", 24, 10);
     EXPECT_EQ(change(prefixRoute(there, {hop({}, "192.0.2.6", 5)})), "");
     interfaces.vrfs.clear();
-    EXPECT_EQ(change(PrefixWithdrawal{there}), "");
+    EXPECT_EQ(change(withdrawn(there)), "");
     EXPECT_EQ(now.ipRoutes(), 0U);
 }
 
 TEST_F(RoutePublisherTest, TheKernelIsAskedForItsVrfsOncePerBatch) {
     for (int batch = 1; batch <= 2; ++batch) {
         for (const char* prefix : {"203.0.113.0", "203.0.114.0"}) {
-            publisher.apply(prefixRoute(to(prefix, 24, 10), {hop({}, "192.0.2.6", 5)}));
-            publisher.apply(prefixRoute(to(prefix, 24), {hop({}, "192.0.2.6", 5)}));
+            EXPECT_TRUE(
+                publisher.apply(prefixRoute(to(prefix, 24, 10), {hop({}, "192.0.2.6", 5)})));
+            EXPECT_TRUE(publisher.apply(prefixRoute(to(prefix, 24), {hop({}, "192.0.2.6", 5)})));
         }
         publisher.commit();
         EXPECT_EQ(interfaces.askedForVrfs, static_cast<unsigned>(batch));
@@ -164,20 +166,20 @@ TEST_F(RoutePublisherTest, ALabelThatLeadsIntoAVrfAndBackIsOnlyEverAtOnePlace) {
     EXPECT_EQ(now.labels(), 1U);
 }
 
-TEST_F(RoutePublisherTest, WhatIsWithdrawnIsGoneAndMayBeSoAgain) {
+TEST_F(RoutePublisherTest, WithdrawnRoutesAreRemovedAndMayBeWithdrawnAgain) {
     change(labelRoute(1000, {hop({2000}, "192.0.2.2", 3)}));
     change(labelRoute(1001, {hop({}, "", 9)}));
     change(prefixRoute(to("203.0.113.0", 24), {hop({}, "192.0.2.2", 3)}));
     for (int round = 0; round < 2; ++round) {
-        EXPECT_EQ(change(LabelWithdrawal{incoming(1000)}), "");
-        EXPECT_EQ(change(LabelWithdrawal{incoming(1001)}), "");
-        EXPECT_EQ(change(PrefixWithdrawal{to("203.0.113.0", 24)}), "");
+        EXPECT_EQ(change(withdrawn(1000)), "");
+        EXPECT_EQ(change(withdrawn(1001)), "");
+        EXPECT_EQ(change(withdrawn(to("203.0.113.0", 24))), "");
         EXPECT_EQ(now.labels(), 0U);
         EXPECT_EQ(now.ipRoutes(), 0U);
     }
 }
 
-TEST_F(RoutePublisherTest, ARouteByAnInterfaceThatIsNotThereTakesTheOldOneAway) {
+TEST_F(RoutePublisherTest, ARouteByAMissingInterfaceRemovesTheOldOne) {
     change(labelRoute(1000, {hop({2000}, "192.0.2.2", 3)}));
     change(prefixRoute(to("203.0.113.0", 24), {hop({}, "192.0.2.2", 3)}));
     const std::vector<NextHop> hops{hop({}, "192.0.2.2", 3), hop({}, "192.0.2.9", 77)};
@@ -189,8 +191,8 @@ TEST_F(RoutePublisherTest, ARouteByAnInterfaceThatIsNotThereTakesTheOldOneAway) 
 }
 
 TEST_F(RoutePublisherTest, InterfacesAreAskedForOnceInABatchAndAnewInTheNext) {
-    publisher.apply(labelRoute(1000, {hop({2000}, "192.0.2.2", 3)}));
-    publisher.apply(labelRoute(1001, {hop({2001}, "192.0.2.2", 3)}));
+    EXPECT_TRUE(publisher.apply(labelRoute(1000, {hop({2000}, "192.0.2.2", 3)})));
+    EXPECT_TRUE(publisher.apply(labelRoute(1001, {hop({2001}, "192.0.2.2", 3)})));
     EXPECT_EQ(interfaces.asked, 1U);
     publisher.commit();
     interfaces.all[3].name = "north0";
@@ -202,8 +204,8 @@ TEST_F(RoutePublisherTest, InterfacesAreAskedForOnceInABatchAndAnewInTheNext) {
 
 TEST_F(RoutePublisherTest, ABatchIsSeenWholeAndOnlyOnceCommitted) {
     const std::uint64_t before = tables.reader->generation();
-    publisher.apply(labelRoute(1000, {hop({2000}, "192.0.2.2", 3)}));
-    publisher.apply(prefixRoute(to("203.0.113.0", 24), {hop({}, "192.0.2.2", 3)}));
+    EXPECT_TRUE(publisher.apply(labelRoute(1000, {hop({2000}, "192.0.2.2", 3)})));
+    EXPECT_TRUE(publisher.apply(prefixRoute(to("203.0.113.0", 24), {hop({}, "192.0.2.2", 3)})));
     tables.published.refreshWholly();
     EXPECT_EQ(now.labels() + now.ipRoutes(), 0U);
     publisher.commit();
@@ -213,7 +215,7 @@ TEST_F(RoutePublisherTest, ABatchIsSeenWholeAndOnlyOnceCommitted) {
     EXPECT_EQ(tables.reader->generation(), before + 1);
 }
 
-TEST_F(RoutePublisherTest, WhatIsNotToldOfAgainIsSwept) {
+TEST_F(RoutePublisherTest, RoutesThatAreNotAnnouncedAgainAreSwept) {
     change(labelRoute(1000, {hop({2000}, "192.0.2.2", 3)}));
     change(labelRoute(1001, {hop({}, "", 9)}));
     change(labelRoute(1002, {hop({2002}, "192.0.2.2", 3)}));
@@ -225,7 +227,7 @@ TEST_F(RoutePublisherTest, WhatIsNotToldOfAgainIsSwept) {
     EXPECT_EQ(publisher.staleRoutes(), 5U);
     change(labelRoute(1000, {hop({2000}, "192.0.2.2", 3)}));
     change(prefixRoute(to("203.0.114.0", 24), {hop({}, "192.0.2.6", 5)}));
-    change(LabelWithdrawal{incoming(1002)});
+    change(withdrawn(1002));
     EXPECT_EQ(publisher.staleRoutes(), 2U);
     EXPECT_EQ(now.labels() + now.ipRoutes(), 4U); // stale ones are used until then
     sweep();
@@ -235,15 +237,15 @@ TEST_F(RoutePublisherTest, WhatIsNotToldOfAgainIsSwept) {
     EXPECT_EQ(now.labels() + now.ipRoutes(), 2U);
 }
 
-TEST_F(RoutePublisherTest, WhatAFormerProcessLeftIsStaleFromTheStart) {
+TEST_F(RoutePublisherTest, RoutesOfAnEarlierProcessAreStaleFromTheStart) {
     change(labelRoute(1000, {hop({2000}, "192.0.2.2", 3)}));
     change(labelRoute(1001, {hop({}, "", 9)}));
     change(prefixRoute(to("203.0.113.0", 24), {hop({}, "192.0.2.2", 3)}));
     change(prefixRoute(to("2001:db8::", 32, 10), {hop({}, "2001:db8::2", 3)}));
     RoutePublisher next(tables.publisher, interfaces);
     EXPECT_EQ(next.staleRoutes(), 4U);
-    next.apply(labelRoute(1001, {hop({}, "", 9)}));
-    next.apply(prefixRoute(to("203.0.113.0", 24), {hop({}, "192.0.2.2", 3)}));
+    EXPECT_TRUE(next.apply(labelRoute(1001, {hop({}, "", 9)})));
+    EXPECT_TRUE(next.apply(prefixRoute(to("203.0.113.0", 24), {hop({}, "192.0.2.2", 3)})));
     EXPECT_EQ(next.sweep(), 2U);
     next.commit();
     tables.published.refreshWholly();
@@ -253,7 +255,7 @@ TEST_F(RoutePublisherTest, WhatAFormerProcessLeftIsStaleFromTheStart) {
     EXPECT_EQ(now.ipRoutes(), 1U);
 }
 
-TEST(FullTables, TakeNoMoreRoutesButLetThemGo) {
+TEST(FullTables, TakeNoMoreRoutesButReleaseThem) {
     TestSupport::LocalTables tables(std::size_t{1} << 20U);
     MadeUpInterfaces interfaces;
     RoutePublisher publisher(tables.publisher, interfaces);
@@ -262,15 +264,15 @@ TEST(FullTables, TakeNoMoreRoutesButLetThemGo) {
         hops.push_back(hop({100 + i, 200 + i}, "192.0.2." + std::to_string(i), 3));
     }
     std::uint32_t label = 16;
-    std::string said;
-    while (said.empty() && label < 10000) {
-        said = publisher.apply(labelRoute(label++, hops));
+    bool isFull = false;
+    while (!isFull && label < 10000) {
+        isFull = !publisher.apply(labelRoute(label++, hops));
         publisher.commit();
     }
-    EXPECT_NE(said, "");
+    EXPECT_TRUE(isFull);
     ASSERT_LT(label, 10000U);
     for (std::uint32_t gone = 16; gone < label; ++gone) {
-        EXPECT_NO_THROW(publisher.apply(LabelWithdrawal{incoming(gone)})) << gone;
+        EXPECT_TRUE(publisher.apply(withdrawn(gone))) << gone;
         EXPECT_NO_THROW(publisher.commit()) << gone;
     }
     tables.published.refreshWholly();

@@ -42,11 +42,11 @@ TEST_F(FpmConnections, OneThatSaysNothingWaitsBesideZebra) {
     const Zebra silent(port());
     wait();
     expectServed(zebra);
-    EXPECT_FALSE(hasLogged("zebra has connected anew"));
+    EXPECT_FALSE(hasLogged("zebra has connected again"));
     EXPECT_EQ(connections(), 1U);
 }
 
-TEST_F(FpmConnections, HalfAFrameIsKeptAndTakesThePlaceWhenItIsWhole) {
+TEST_F(FpmConnections, HalfAFrameIsKeptAndReplacesZebraWhenItIsWhole) {
     serve(std::chrono::milliseconds(30));
     const Zebra first(port());
     tellLabels(first);
@@ -60,8 +60,8 @@ TEST_F(FpmConnections, HalfAFrameIsKeptAndTakesThePlaceWhenItIsWhole) {
     EXPECT_EQ(now.labels(), labelRoutes);
     second.say(std::span(bytes).subspan(10));
     ASSERT_TRUE(soon([&] { return now.ipRoutes() == plainRoutes; }));
-    EXPECT_TRUE(hasLogged("zebra has connected anew"));
-    EXPECT_TRUE(hasLogged("zebra is connected; 6 routes wait to be confirmed"));
+    EXPECT_TRUE(hasLogged("zebra has connected again"));
+    EXPECT_TRUE(hasLogged("zebra is connected; 6 routes are stale until confirmed"));
     EXPECT_TRUE(soon([&] { return now.labels() == 0; }));
 }
 
@@ -72,10 +72,10 @@ TEST_F(FpmConnections, OneThatWaitedIsServedAfterZebraHasGone) {
     const Zebra second(port());
     wait();
     first.end();
-    ASSERT_TRUE(soon([&] { return hasLogged("zebra has gone; its routes stay"); }));
+    ASSERT_TRUE(soon([&] { return hasLogged("zebra has disconnected; its routes stay"); }));
     expectServed(second);
     EXPECT_EQ(now.labels(), labelRoutes);
-    EXPECT_FALSE(hasLogged("zebra has connected anew"));
+    EXPECT_FALSE(hasLogged("zebra has connected again"));
 }
 
 TEST_F(FpmConnections, WhatIsNoFrameOfZebraIsClosedBesideIt) {
@@ -119,12 +119,12 @@ TEST_F(FpmConnections, FourWaitAndTheOldestGoesWhenThereIsAFifth) {
     EXPECT_EQ(connections(), 2U);
 }
 
-TEST_F(FpmConnections, OneThatTellsOfNoRouteTakesNothingAway) {
+TEST_F(FpmConnections, OneWithoutARouteRemovesNothing) {
     serve(std::chrono::milliseconds(1));
     Zebra zebra(port());
     tellLabels(zebra);
     zebra.end();
-    ASSERT_TRUE(soon([&] { return hasLogged("zebra has gone"); }));
+    ASSERT_TRUE(soon([&] { return hasLogged("zebra has disconnected"); }));
     Bytes half = recorded("plain_routes");
     half.resize(10);
     const std::vector<Bytes> sayings{{}, half, frame({}), frame(message(RTM_NEWNEXTHOP, Bytes(8)))};
@@ -137,7 +137,7 @@ TEST_F(FpmConnections, OneThatTellsOfNoRouteTakesNothingAway) {
     EXPECT_EQ(connections(), 1 + sayings.size());
 }
 
-TEST_F(FpmConnections, AWithdrawalIsToldToo) {
+TEST_F(FpmConnections, AWithdrawalCountsAsARoute) {
     serve(std::chrono::milliseconds(30));
     Zebra first(port());
     tellLabels(first);

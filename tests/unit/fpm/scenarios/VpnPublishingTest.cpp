@@ -1,4 +1,4 @@
-// What zebra said of VRFs and their labels, in the tables.
+// Recorded routes and labels of VRFs, in the tables.
 
 #include "FpmRecordings.h"
 #include "PublishingTesting.h"
@@ -13,21 +13,20 @@ class VpnPublishing : public testing::Test {
   protected:
     VpnPublishing() {
         // As they were where that was recorded (tests/data/fpm/README.md).
-        interfaces.all = {{1, {"lo", false}},   {2, {"west0", false}}, {3, {"red", true}},
-                          {4, {"red0", false}}, {5, {"blue", true}},   {6, {"blue0", false}}};
+        interfaces.all = {{1, {"lo", 0}},   {2, {"west0", 0}},   {3, {"red", 10}},
+                          {4, {"red0", 0}}, {5, {"blue", 1000}}, {6, {"blue0", 0}}};
         interfaces.vrfs = {{10, "red"}, {1000, "blue"}};
     }
 
-    /// Publishes a recording; what was refused.
+    /// Publishes a recording, and returns the refusals.
     std::vector<std::string> publish(const std::string& recording) {
         std::vector<std::string> refused;
         FpmDecoder decoder;
         const auto bytes = TestSupport::Fpm::recorded(recording);
         decoder.take(bytes);
         while (const auto event = decoder.next()) {
-            const std::string reason = publisher.apply(std::get<RouteChange>(*event));
-            if (!reason.empty()) {
-                refused.push_back(reason);
+            if (const auto applied = publisher.apply(event->value()); !applied) {
+                refused.push_back(applied.refused().what);
             }
         }
         publisher.commit();
@@ -55,7 +54,7 @@ TEST_F(VpnPublishing, LabelsLeadIntoTheirVrfs) {
 }
 
 TEST_F(VpnPublishing, RoutesOfTheSamePrefixAreInTheVrfOfTheirTable) {
-    EXPECT_EQ(publish("vrf_routes"), Lines{"routing table 30 is no VRF's"});
+    EXPECT_EQ(publish("vrf_routes"), Lines{"routing table 30 is not a VRF's"});
     EXPECT_EQ(now.ip("203.0.113.0", 24, 10), "red: via 198.51.100.2 red0 weight 1");
     EXPECT_EQ(now.ip("203.0.113.0", 24, 1000), "blue: via 198.51.100.6 blue0 weight 1");
     EXPECT_EQ(now.ip("203.0.114.0", 24, 10), "red: drop");
@@ -64,13 +63,14 @@ TEST_F(VpnPublishing, RoutesOfTheSamePrefixAreInTheVrfOfTheirTable) {
 }
 
 TEST_F(VpnPublishing, RoutesOverTheCoreHaveTheirTwoLabels) {
-    EXPECT_EQ(publish("vpn_routes"), Lines{"labels are to be pushed toward no next hop"});
+    EXPECT_EQ(publish("vpn_routes"), Lines{"labels without a next hop to push them for"});
     EXPECT_EQ(now.ip("203.0.120.0", 24, 10), "red: push 16/16 via 192.0.2.2 west0 weight 1");
     EXPECT_EQ(now.ipRoutes(), 1U);
 }
 
 TEST_F(VpnPublishing, WhatLeaksOutOfAVrfGoesByThePortsOfTheOther) {
-    EXPECT_EQ(publish("vrf_leaked_routes"), Lines{"routes are not followed into VRF red"});
+    EXPECT_EQ(publish("vrf_leaked_routes"),
+              Lines{"a route into another VRF, red, is not supported"});
     EXPECT_EQ(publish("vrf_imports"), Lines());
     EXPECT_EQ(now.ip("203.0.116.0", 24, 10), "red: via 192.0.2.2 west0 weight 1");
     EXPECT_EQ(now.ip("203.0.117.0", 24), "via 198.51.100.2 red0 weight 1");
@@ -78,14 +78,15 @@ TEST_F(VpnPublishing, WhatLeaksOutOfAVrfGoesByThePortsOfTheOther) {
     EXPECT_EQ(now.ip("198.51.100.0", 30, 1000), "blue: red0 weight 1");
 }
 
-TEST_F(VpnPublishing, NothingIsLeftOfAVrfThatHasGone) {
+TEST_F(VpnPublishing, NothingIsLeftOfARemovedVrf) {
     publish("vrf_full_dump");
     EXPECT_EQ(now.labels(), 4U);
     EXPECT_NE(now.ip("203.0.119.0", 24, 10), "");
     publish("vrf_withdrawals");
     interfaces.vrfs.erase(10);
     const Lines refused = publish("vrf_gone");
-    EXPECT_EQ(refused, (Lines{"routing table 10 is no VRF's", "routing table 10 is no VRF's"}));
+    EXPECT_EQ(refused,
+              (Lines{"routing table 10 is not a VRF's", "routing table 10 is not a VRF's"}));
     EXPECT_EQ(now.decap(16), "");
     EXPECT_EQ(now.labels(), 1U);
     tables.reader->forEach(tables.reader->table(L3::Routes::mountPath, L3::Routes::typeName),
@@ -95,7 +96,7 @@ TEST_F(VpnPublishing, NothingIsLeftOfAVrfThatHasGone) {
 }
 
 TEST_F(VpnPublishing, WeightsAreThoseOfBgp) {
-    interfaces.all[3] = {"east0", false};
+    interfaces.all[3] = {"east0", 0};
     publish("routes_with_bandwidth");
     publish("weighted_routes");
     EXPECT_EQ(now.ip("203.0.113.0", 24),

@@ -1,3 +1,5 @@
+#include "decoding/NextHopReading.h"
+
 #include <gtest/gtest.h>
 
 #include "FpmBytes.h"
@@ -90,9 +92,9 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"implicitNullOnTheWire", join({newLabels({3}), interface(3)}),
              "implicit null in a label stack"},
         Case{"emptyStack", join({attribute(RTA_NEWDST, {}), interface(3)}),
-             "RTA_NEWDST has 0 bytes, which are no label stack"},
+             "RTA_NEWDST has 0 bytes, which are not a label stack"},
         Case{"halfALabel", join({attribute(RTA_NEWDST, {0, 0, 1, 0, 0, 0}), interface(3)}),
-             "RTA_NEWDST has 6 bytes, which are no label stack"},
+             "RTA_NEWDST has 6 bytes, which are not a label stack"},
         Case{"noBottom", join({attribute(RTA_NEWDST, u32(0x10000)), interface(3)}),
              "RTA_NEWDST has the bottom of the stack in the wrong place"},
         Case{"earlyBottom",
@@ -107,8 +109,8 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"viaAMac", via(AF_PACKET, filled(6, 2)), "RTA_VIA of address family 17"},
         Case{"viaOfTheWrongSize", via(AF_INET, v6(2)), "RTA_VIA has 16 bytes instead of 4"},
         Case{"viaV6OfTheWrongSize", via(AF_INET6, v4(1)), "RTA_VIA has 4 bytes instead of 16"},
-        Case{"viaNobody", via(AF_INET, v4(0)), "gateway is the unspecified address"},
-        Case{"gateway", attribute(RTA_GATEWAY, v4(1)), "RTA_GATEWAY in a route of labels"},
+        Case{"viaTheUnspecifiedAddress", via(AF_INET, v4(0)), "gateway is the unspecified address"},
+        Case{"gateway", attribute(RTA_GATEWAY, v4(1)), "RTA_GATEWAY in a label route"},
         Case{"interfaceOfTheWrongSize", attribute(RTA_OIF, {3}),
              "RTA_OIF has 1 bytes instead of 4"},
         Case{"negativeInterface", interface(0xffffffff),
@@ -118,35 +120,5 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"destinationTwice", join({label1000, interface(3)}),
              "attribute at byte 8 of its list is the second of type 1"}),
     caseName);
-
-TEST(LabelRouteHead, theLabelIsOneWholeLabelStackEntryOf20Bits) {
-    EXPECT_EQ(routed(interface(3)), Lines{"refused at 4: route of labels without RTA_DST"});
-    EXPECT_EQ(routed(join({attribute(RTA_DST, {0, 1}), interface(3)})),
-              Lines{"refused at 4: RTA_DST has 2 bytes instead of 4"});
-    EXPECT_EQ(routed(join({attribute(RTA_DST, labels({16, 17})), interface(3)})),
-              Lines{"refused at 4: RTA_DST has 8 bytes instead of 4"});
-    EXPECT_EQ(route1000(interface(3), {AF_MPLS, 19}),
-              "refused at 4: label of 19 bits instead of 20");
-    EXPECT_EQ(routed(join({attribute(RTA_DST, labels({15})), interface(3)})),
-              Lines{"refused at 4: route for the special-purpose label 15"});
-}
-
-TEST(LabelRouteHead, onlyUnicastRoutesHaveLabels) {
-    for (const std::uint8_t type : {RTN_UNSPEC, RTN_LOCAL, RTN_BLACKHOLE}) {
-        EXPECT_EQ(route1000(interface(3), {AF_MPLS, 20, type}),
-                  "refused at 4: route of labels of type " + std::to_string(type));
-    }
-}
-
-TEST(LabelWithdrawals, needOnlyTheLabel) {
-    const std::string withdrawn = "label 1000 withdrawn";
-    EXPECT_EQ(linesOf(frame(deletedRoute({AF_MPLS, 20, RTN_UNSPEC}, label1000))), Lines{withdrawn});
-    EXPECT_EQ(linesOf(frame(deletedRoute(lsp, join({label1000, newLabels({3}), viaV4})))),
-              Lines{withdrawn});
-    EXPECT_EQ(linesOf(frame(deletedRoute(lsp, {}))),
-              Lines{"refused at 4: route of labels without RTA_DST"});
-    EXPECT_EQ(linesOf(frame(deletedRoute(lsp, attribute(RTA_DST, labels({3}))))),
-              Lines{"refused at 4: route for the special-purpose label 3"});
-}
 
 } // namespace

@@ -1,3 +1,5 @@
+#include "decoding/RouteReading.h"
+
 #include <gtest/gtest.h>
 
 #include "FpmBytes.h"
@@ -175,6 +177,46 @@ TEST(PrefixWithdrawals, needFamilyTableAndDestinationOnly) {
               Lines{"2001:db8:1::/48 table 254 withdrawn"});
     EXPECT_EQ(linesOf(frame(deletedRoute({AF_INET, 8}, destinationV4))),
               Lines{"refused at 4: prefix 203.0.113.0/8 has bits beyond its length"});
+}
+
+const RouteHead lsp{AF_MPLS, 20};
+const Bytes label1000 = attribute(RTA_DST, labels({1000}));
+
+Lines routedTo(const Bytes& attributes, const RouteHead& head = lsp) {
+    return linesOf(frame(newRoute(head, attributes)));
+}
+Lines routed1000(const RouteHead& head) {
+    return routedTo(join({label1000, interface(3)}), head);
+}
+
+TEST(LabelRouteHead, theLabelIsOneWholeLabelStackEntryOf20Bits) {
+    EXPECT_EQ(routedTo(interface(3)), Lines{"refused at 4: label route without RTA_DST"});
+    EXPECT_EQ(routedTo(join({attribute(RTA_DST, {0, 1}), interface(3)})),
+              Lines{"refused at 4: RTA_DST has 2 bytes instead of 4"});
+    EXPECT_EQ(routedTo(join({attribute(RTA_DST, labels({16, 17})), interface(3)})),
+              Lines{"refused at 4: RTA_DST has 8 bytes instead of 4"});
+    EXPECT_EQ(routed1000({AF_MPLS, 19}), Lines{"refused at 4: label of 19 bits instead of 20"});
+    EXPECT_EQ(routedTo(join({attribute(RTA_DST, labels({15})), interface(3)})),
+              Lines{"refused at 4: route for the special-purpose label 15"});
+}
+
+TEST(LabelRouteHead, onlyUnicastRoutesHaveLabels) {
+    for (const std::uint8_t type : {RTN_UNSPEC, RTN_LOCAL, RTN_BLACKHOLE}) {
+        EXPECT_EQ(routed1000({AF_MPLS, 20, type}),
+                  Lines{"refused at 4: label route of type " + std::to_string(type)});
+    }
+}
+
+TEST(LabelWithdrawals, needOnlyTheLabel) {
+    const std::string withdrawn = "label 1000 withdrawn";
+    EXPECT_EQ(linesOf(frame(deletedRoute({AF_MPLS, 20, RTN_UNSPEC}, label1000))), Lines{withdrawn});
+    EXPECT_EQ(linesOf(frame(deletedRoute(
+                  lsp, join({label1000, attribute(RTA_NEWDST, labels({3})), gatewayV4})))),
+              Lines{withdrawn});
+    EXPECT_EQ(linesOf(frame(deletedRoute(lsp, {}))),
+              Lines{"refused at 4: label route without RTA_DST"});
+    EXPECT_EQ(linesOf(frame(deletedRoute(lsp, attribute(RTA_DST, labels({3}))))),
+              Lines{"refused at 4: route for the special-purpose label 3"});
 }
 
 } // namespace
