@@ -1,6 +1,6 @@
 #include "Forwarding/EgressLookup.h"
 
-#include "Ovix/packet/IpHeaderAccess.h"
+#include "Ovix/packet/TtlBytes.h"
 #include "Tessel/Fib/FecId.h"
 
 namespace OvixAgent {
@@ -46,9 +46,9 @@ std::optional<Lumo::EthAddr> groupMac(Ovix::PacketContext& packet) {
                                  : std::nullopt;
     }
     case Ovix::PktHdrType::ipv4:
-        return macOfIpv4(Ovix::ipv4Destination(*header).bytes().data());
+        return macOfIpv4(Ovix::ipDestination(*header).bytes().data());
     case Ovix::PktHdrType::ipv6:
-        return macOfIpv6(Ovix::ipv6Destination(*header).bytes().data());
+        return macOfIpv6(Ovix::ipDestination(*header).bytes().data());
     default:
         return std::nullopt;
     }
@@ -61,13 +61,7 @@ namespace {
 /// The destination of the IP packet that a packet starts with; of no family for anything else.
 Lumo::IpGenAddr ipDestination(Ovix::PacketContext& packet) {
     const Ptr<Ovix::PacketHeader> header = packet.parsedPkt().header(0);
-    if (header && header->pktHdrType() == Ovix::PktHdrType::ipv4) {
-        return Ovix::ipv4Destination(*header);
-    }
-    if (header && header->pktHdrType() == Ovix::PktHdrType::ipv6) {
-        return Ovix::ipv6Destination(*header);
-    }
-    return {};
+    return header ? Ovix::ipDestination(*header) : Lumo::IpGenAddr();
 }
 
 } // namespace

@@ -2,7 +2,6 @@
 
 #include "Ip/IpPacket.h"
 #include "Ip/IpScope.h"
-#include "Ovix/packet/IpHeaderAccess.h"
 #include "Ovix/packet/TtlBytes.h"
 
 namespace OvixAgent {
@@ -109,8 +108,7 @@ void IpRoutingHandler::processPacket(const Ptr<Ovix::RoutingOutput>& output,
                                      const Ptr<Ovix::PacketHeader>& header,
                                      const Ptr<Ovix::RoutingVrfRoot>&) {
     auto nexthop = Tessel::make<Ovix::RoutingNexthop>(Lumo::IntfId());
-    nexthop->addressIs(type_ == Ovix::PktHdrType::ipv4 ? Ovix::ipv4Destination(*header)
-                                                       : Ovix::ipv6Destination(*header));
+    nexthop->addressIs(Ovix::ipDestination(*header));
     if (const Port* port = ports_->byIntfId(context->ingressIntfId())) {
         nexthop->vrfNameIs(port->vrf);
     }

@@ -59,6 +59,7 @@ inline constexpr MplsLabel extensionLabel{15};
 class MplsLabelEntry {
   public:
     static constexpr std::size_t size = 4;
+    static constexpr std::size_t ttlAt = 3;
 
     constexpr MplsLabelEntry() noexcept = default;
     constexpr explicit MplsLabelEntry(NetU32 word) noexcept : word_(word) {}

@@ -78,6 +78,9 @@ class BasicIpv4 : public View<20, Byte> {
     std::uint16_t fragment() const noexcept { return this->u16(fragmentAt); }
     bool dontFragment() const noexcept { return (fragment() & dontFragmentFlag) != 0; }
     bool isFirstFragment() const noexcept { return (fragment() & fragmentOffsetMask) == 0; }
+    bool isFragment() const noexcept {
+        return (fragment() & (moreFragmentsFlag | fragmentOffsetMask)) != 0;
+    }
     std::uint8_t ttl() const noexcept { return this->u8(ttlAt); }
     std::uint8_t protocol() const noexcept { return this->u8(protocolAt); }
     std::uint16_t checksum() const noexcept { return this->u16(checksumAt); }
@@ -151,6 +154,7 @@ class BasicIpv6 : public View<40, Byte> {
     static constexpr std::size_t sourceAt = 8;
     static constexpr std::size_t destinationAt = 24;
     static_assert(destinationAt + Lumo::IpGenAddr::ipv6Size == BasicIpv6::size);
+    static constexpr std::uint32_t maxFlowLabel = 0xfffff;
 
     constexpr BasicIpv6() noexcept = default;
     constexpr explicit BasicIpv6(std::span<Byte> bytes) noexcept
@@ -160,6 +164,7 @@ class BasicIpv6 : public View<40, Byte> {
     std::uint8_t trafficClass() const noexcept {
         return static_cast<std::uint8_t>(this->u16(0) >> 4U);
     }
+    std::uint32_t flowLabel() const noexcept { return this->u32(0) & maxFlowLabel; }
     /// 0 in a jumbogram (RFC 2675).
     std::uint16_t payloadLength() const noexcept { return this->u16(payloadLengthAt); }
     std::uint8_t nextHeader() const noexcept { return this->u8(nextHeaderAt); }
@@ -173,7 +178,7 @@ class BasicIpv6 : public View<40, Byte> {
 
     /// Sets version, traffic class and flow label.
     void flowIs(std::uint8_t trafficClass, std::uint32_t flowLabel) const noexcept {
-        assert(flowLabel <= 0xfffff);
+        assert(flowLabel <= maxFlowLabel);
         this->put32(0, 0x60000000U | std::uint32_t{trafficClass} << 20U | flowLabel);
     }
     void payloadLengthIs(std::size_t bytes) const noexcept {

@@ -1,10 +1,9 @@
 #include "MplsOvixMulticast/MplsMldpInputStep.h"
 
-#include <algorithm>
-
+#include "MplsOvixMulticast/EthernetFrame.h"
 #include "MplsOvixMulticast/MulticastEvents.h"
-#include "MplsOvixMulticast/SpecialPacket.h"
 #include "TableRead.h"
+#include "Wire/MplsException.h"
 
 namespace Ovix {
 
@@ -21,27 +20,22 @@ constexpr InputVerdict refused(const char* reason) noexcept {
     return {InputVerdict::Kind::refused, reason};
 }
 
-void putU16(std::span<std::uint8_t> to, std::size_t at, std::uint16_t value) noexcept {
-    Lumo::NetU16(value).store(to.data() + at);
+/// The VLAN of a tag that starts here; 0 when its TCI is cut short.
+std::uint16_t vlanIdAt(Wire::Bytes tag) noexcept {
+    return tag.size() >= sizeof(std::uint16_t)
+               ? static_cast<std::uint16_t>(Lumo::NetU16::load(tag.data()).value() &
+                                            Wire::Tag::vlanIdMask)
+               : std::uint16_t{0};
 }
 
-/// The MPLS frame that the packet carries: with one tag, or with none for VLAN 0. The tag's
-/// priority is not carried over: it was that of the way to here.
-Ptr<Lumo::Pkt> mplsFrame(const SpecialPacket& special, std::uint16_t vlan) {
-    constexpr std::size_t macs = SpecialPacket::macsSize;
-    const std::span<const std::uint8_t> mpls = special.mpls();
-    const std::size_t header =
-        vlan != 0 ? SpecialPacket::taggedHeaderSize : macs + SpecialPacket::etherTypeSize;
-    Ptr<Lumo::Pkt> packet = Lumo::globalPktManager()->newPkt();
-    const std::span<std::uint8_t> bytes = packet->newSharedHeadData(header + mpls.size());
-    std::copy(special.macs().begin(), special.macs().end(), bytes.begin());
-    if (vlan != 0) {
-        putU16(bytes, macs, Lumo::EtherType::vlan);
-        putU16(bytes, macs + 2, vlan);
-    }
-    putU16(bytes, header - SpecialPacket::etherTypeSize, Lumo::EtherType::mpls);
-    std::copy(mpls.begin(), mpls.end(), bytes.subspan(header).begin());
-    return packet;
+/// The MPLS frame that the special packet carries: with a tag, or without one for VLAN 0. The
+/// priority of the received tag is not carried over: it was that of the link the packet came by.
+Ptr<Lumo::Pkt> mplsFrame(Wire::Bytes special, std::uint16_t vlan) {
+    constexpr std::size_t mpls =
+        Wire::SpecialPacketHeader::offset + Wire::SpecialPacketHeader::size;
+    return ethernetFrame(special.first(Wire::Ethernet::macsSize),
+                         vlan != 0 ? std::optional(vlan) : std::nullopt, Wire::EtherType::mpls,
+                         special.subspan(mpls));
 }
 
 } // namespace
@@ -60,37 +54,43 @@ Ptr<MplsMldpInputStep> mplsMldpInputStepFactory(const Ptr<const MvpnIntfStatus>&
 }
 
 InputVerdict MplsMldpInputStep::process(const Ptr<PacketContext>& context) {
-    const SpecialPacket special(context->pkt()->data());
-    if (!special.isTagged()) [[likely]] {
+    const Wire::Bytes frame = context->pkt()->data();
+    const Wire::Ethernet header(frame);
+    if (!header || header.etherType() != Wire::EtherType::vlan) [[likely]] {
         traceMulticast(context->packetId(), "Not a 8021q packet.");
         return {};
     }
-    if (!special.isSpecial()) {
+    const Wire::Bytes behind = frame.subspan(Wire::Ethernet::size);
+    Wire::TagWalk tags(header.etherType(), behind);
+    Wire::Tag tag;
+    if (!tags.next(tag) || tags.etherType() != Wire::EtherType::mplsException) {
         traceMulticast(context->packetId(), "Not special packet. Nothing to do for Vlan ",
-                       special.vlanId());
+                       vlanIdAt(behind));
         return {};
     }
     traceMulticast(context->packetId(), "Detected special MPLS_EXCEPTION header for Vlan ",
-                   special.vlanId());
-    return takeIn(*context, special);
+                   tag.vlanId());
+    return takeIn(*context, Wire::SpecialPacketHeader(tags.rest()));
 }
 
-InputVerdict MplsMldpInputStep::takeIn(PacketContext& context, const SpecialPacket& special) const {
+InputVerdict MplsMldpInputStep::takeIn(PacketContext& context,
+                                       const Wire::SpecialPacketHeader& special) const {
     const std::uint64_t packetId = context.packetId();
-    if (!special.isWhole()) {
+    if (!special) {
         reportMulticast(context.namedCounters(), packetId, cutShort);
         return refused(cutShort.text().data());
     }
-    const MvpnVrfIntfId entry = entryOf(special.vrfId());
+    const Vrf::VrfIdMap::VrfId vrf{special.vrfId()};
+    const MvpnVrfIntfId entry = entryOf(vrf);
     if (entry == MvpnVrfIntfId()) {
-        reportMulticast(context.namedCounters(), packetId, entryNotFound, special.vrfId().value);
+        reportMulticast(context.namedCounters(), packetId, entryNotFound, vrf.value);
         return refused(entryNotFound.text().data());
     }
-    const Lumo::IntfId pmsi = special.pmsi();
+    const Lumo::IntfId pmsi = Lumo::IntfId::fromValue(special.pmsi());
     const std::uint16_t vlan = Lumo::VlanIntfId::isVlanIntfId(entry.intfId)
                                    ? Lumo::VlanIntfId::vlanId(entry.intfId)
                                    : std::uint16_t{0};
-    context.replacePacket(mplsFrame(special, vlan), PktCtxParse::reparse);
+    context.replacePacket(mplsFrame(context.pkt()->data(), vlan), PktCtxParse::reparse);
     context.initializeParsedPkt(packetParser_);
     if (pmsi != entry.intfId) {
         traceMulticast(packetId, "PMSI IntfId ", entry.intfId.value(), " mismatch with packet ",

@@ -5,10 +5,9 @@
 #include "Ovix/plugin/InputPipelineStep.h"
 #include "Ovix/plugin/Ports.h"
 #include "State/MvpnIntfStatus.h"
+#include "Wire/MplsException.h"
 
 namespace Ovix {
-
-class SpecialPacket;
 
 /// Takes in the traffic of multicast VPNs over mLDP: turns a special packet back into the MPLS
 /// frame that it carries, tagged with the VLAN of its VRF's interface or, when that is no VLAN
@@ -21,7 +20,7 @@ class SpecialPacket;
 ///   VPN's traffic into another;
 /// - the VRF has a VLAN interface: the tagged frame goes on through the agent, whose label tables
 ///   know it by its VLAN no less than by its labels;
-/// - otherwise the untagged frame, from which nobody behind could tell its VRF any more, leaves by
+/// - otherwise the untagged frame, which no longer shows its VRF, leaves by
 ///   the port of the VRF's interface; without such a port it is refused.
 class MplsMldpInputStep : public InputPipelineStep {
   public:
@@ -43,7 +42,7 @@ class MplsMldpInputStep : public InputPipelineStep {
     const Ptr<PacketParser>& packetParser() const noexcept { return packetParser_; }
 
   private:
-    InputVerdict takeIn(PacketContext& context, const SpecialPacket& special) const;
+    InputVerdict takeIn(PacketContext& context, const Wire::SpecialPacketHeader& special) const;
     Routing::Multicast::MvpnVrfIntfId entryOf(Vrf::VrfIdMap::VrfId vrf) const;
     InputVerdict passOn(PacketContext& context, Lumo::IntfId intf, std::uint16_t vlan) const;
 

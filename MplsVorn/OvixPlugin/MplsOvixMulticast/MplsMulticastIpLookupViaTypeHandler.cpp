@@ -1,8 +1,6 @@
 #include "MplsOvixMulticast/MplsMulticastIpLookupViaTypeHandler.h"
 
-#include <algorithm>
-
-#include "Lumo/EthAddr.h"
+#include "MplsOvixMulticast/EthernetFrame.h"
 #include "MplsOvixMulticast/MulticastEvents.h"
 #include "Ovix/viaset/MplsContext.h"
 #include "Tessel/Assert.h"
@@ -17,10 +15,6 @@ constexpr FrameEvent notBottomOfStack{FrameCategory::drop,
 constexpr FrameEvent payloadNotIp{FrameCategory::drop, "Multicast payload is not IP"};
 constexpr FrameEvent refusedByCpu{FrameCategory::drop, "CPU port refused the special packet"};
 
-constexpr std::size_t macsSize = 12;
-constexpr std::size_t tagSize = 4;
-constexpr std::size_t etherTypeSize = 2;
-
 void drop(const RoutingContext& context, const FrameEvent& event) {
     reportMulticast(context.namedCounters().get(), context.packetId(), event);
 }
@@ -28,10 +22,10 @@ void drop(const RoutingContext& context, const FrameEvent& event) {
 /// 0 for what is not an IP packet.
 std::uint16_t ipEtherType(const PacketHeader* header) noexcept {
     if (header != nullptr && header->pktHdrType() == PktHdrType::ipv4) {
-        return Lumo::EtherType::ipv4;
+        return Wire::EtherType::ipv4;
     }
     if (header != nullptr && header->pktHdrType() == PktHdrType::ipv6) {
-        return Lumo::EtherType::ipv6;
+        return Wire::EtherType::ipv6;
     }
     return 0;
 }
@@ -40,7 +34,8 @@ std::uint16_t ipEtherType(const PacketHeader* header) noexcept {
 /// priority tag (802.1Q), which names none.
 std::uint16_t vlanOf(Lumo::IntfId lookup) noexcept {
     return Lumo::VlanIntfId::isVlanIntfId(lookup)
-               ? static_cast<std::uint16_t>(Lumo::VlanIntfId::vlanId(lookup) & 0x0fffU)
+               ? static_cast<std::uint16_t>(Lumo::VlanIntfId::vlanId(lookup) &
+                                            Wire::Tag::vlanIdMask)
                : std::uint16_t{0};
 }
 
@@ -59,20 +54,6 @@ bool tagsUnderstood(const RoutingContext& context) {
         return false;
     }
     return true;
-}
-
-Ptr<Lumo::Pkt> specialPacket(std::span<const std::uint8_t> macs, std::uint16_t vlan,
-                             std::uint16_t etherType, std::span<const std::uint8_t> ip) {
-    Ptr<Lumo::Pkt> packet = Lumo::globalPktManager()->newPkt();
-    const std::span<std::uint8_t> bytes =
-        packet->newSharedHeadData(macsSize + tagSize + etherTypeSize + ip.size());
-    auto at = std::copy(macs.begin(), macs.end(), bytes.begin());
-    for (const std::uint16_t value : {Lumo::EtherType::vlan, vlan, etherType}) {
-        Lumo::NetU16(value).store(&*at);
-        at += sizeof value;
-    }
-    std::copy(ip.begin(), ip.end(), at);
-    return packet;
 }
 
 } // namespace
@@ -126,9 +107,9 @@ void MplsMulticastIpLookupViaTypeHandler::deliver(const MplsContext& context,
         return;
     }
     // Taken from the packet as it stands: the parser has checked that the headers are whole.
-    const std::span<const std::uint8_t> macs = eth->bytes().first(macsSize);
-    const std::span<const std::uint8_t> ip = packet.getPkt()->offsetFront(inner->offset());
-    if (!cpu.send(specialPacket(macs, vlanOf(via.intfId), etherType, ip))) {
+    const Wire::Bytes macs = eth->bytes().first(Wire::Ethernet::macsSize);
+    const Wire::Bytes ip = packet.getPkt()->offsetFront(inner->offset());
+    if (!cpu.send(ethernetFrame(macs, vlanOf(via.intfId), etherType, ip))) {
         drop(routing, refusedByCpu);
         return;
     }

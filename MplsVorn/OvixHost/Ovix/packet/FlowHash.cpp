@@ -1,23 +1,22 @@
 #include "Ovix/packet/FlowHash.h"
 
 #include "Ovix/packet/PacketHashers.h"
+#include "Wire/Ip.h"
 
 namespace Ovix {
 
 namespace {
-
-constexpr std::uint8_t protocolTcp = 6;
-constexpr std::uint8_t protocolUdp = 17;
-constexpr std::uint8_t protocolSctp = 132;
 
 std::uint32_t word(const std::uint8_t* at) noexcept {
     return Lumo::NetU32::load(at).value();
 }
 
 bool hasPorts(std::uint8_t protocol) noexcept {
-    return protocol == protocolTcp || protocol == protocolUdp || protocol == protocolSctp;
+    return protocol == Wire::IpProtocol::tcp || protocol == Wire::IpProtocol::udp ||
+           protocol == Wire::IpProtocol::sctp;
 }
 
+/// Both ports start every one of these headers.
 void addPorts(FlowHasher& hasher, std::span<const std::uint8_t> upperLayer) noexcept {
     if (upperLayer.size() >= 4) {
         hasher.add(word(upperLayer.data()));
@@ -26,29 +25,24 @@ void addPorts(FlowHasher& hasher, std::span<const std::uint8_t> upperLayer) noex
 
 /// Fragments are hashed without ports, so that all of a packet's fragments take one path.
 void addIpv4(FlowHasher& hasher, const PacketHeader& header) noexcept {
-    const std::uint8_t* bytes = header.bytes().data();
-    const std::uint8_t protocol = bytes[9];
-    hasher.add(word(bytes + 12));
-    hasher.add(word(bytes + 16));
-    hasher.add(protocol);
-    const bool fragment = (Lumo::NetU16::load(bytes + 6).value() & 0x3fffU) != 0;
-    if (!fragment && hasPorts(protocol)) {
+    const Wire::Ipv4 ip(header.bytes());
+    hasher.add(word(ip.bytes().data() + Wire::Ipv4::sourceAt));
+    hasher.add(word(ip.bytes().data() + Wire::Ipv4::destinationAt));
+    hasher.add(ip.protocol());
+    if (!ip.isFragment() && hasPorts(ip.protocol())) {
         addPorts(hasher, header.payload());
     }
 }
 
 /// The flow label stands in for ports that extension headers hide (RFC 6438).
 void addIpv6(FlowHasher& hasher, const PacketHeader& header) noexcept {
-    constexpr std::size_t addresses = 8;
-    constexpr std::size_t end = 40;
-    constexpr std::uint32_t flowLabel = 0xfffff;
-    const std::uint8_t* bytes = header.bytes().data();
-    for (std::size_t at = addresses; at < end; at += 4) {
-        hasher.add(word(bytes + at));
+    const Wire::Ipv6 ip(header.bytes());
+    for (std::size_t at = Wire::Ipv6::sourceAt; at < Wire::Ipv6::size; at += 4) {
+        hasher.add(word(ip.bytes().data() + at));
     }
-    hasher.add(word(bytes) & flowLabel);
-    hasher.add(bytes[6]);
-    if (header.length() == end && hasPorts(bytes[6])) {
+    hasher.add(ip.flowLabel());
+    hasher.add(ip.nextHeader());
+    if (header.length() == Wire::Ipv6::size && hasPorts(ip.nextHeader())) {
         addPorts(hasher, header.payload());
     }
 }

@@ -1,6 +1,7 @@
 #include "Ovix/packet/PacketContext.h"
 
 #include "Ovix/packet/FlowHash.h"
+#include "Ovix/packet/TtlBytes.h"
 
 // One slab per type for the whole process, whoever makes and releases the objects.
 template class Tessel::Slabbed<Ovix::PacketHeader>;
@@ -14,21 +15,18 @@ namespace {
 
 /// The class that a header which is not Ethernet carries.
 std::uint8_t classOf(const PacketHeader& header) noexcept {
-    constexpr unsigned priorityShift = 13;
-    constexpr unsigned precedenceShift = 5;
     switch (header.pktHdrType()) {
     case PktHdrType::vlanTags: {
         const auto* data = static_cast<const VlanTagHeaderData*>(header.headerData().get());
-        return static_cast<std::uint8_t>(data->vlanTags()[0].tci.value() >> priorityShift);
+        return data->vlanTags()[0].priority();
     }
     case PktHdrType::mpls: {
         const MplsHeaderData* labels = mplsHeaderData(header);
         return labels != nullptr ? (*labels->begin()).tc() : std::uint8_t{0};
     }
     case PktHdrType::ipv4:
-        return static_cast<std::uint8_t>(header.bytes()[1] >> precedenceShift);
     case PktHdrType::ipv6:
-        return static_cast<std::uint8_t>((header.bytes()[0] & 0x0fU) >> 1U);
+        return trafficClassOf(header.pktHdrType(), header.bytes());
     default:
         return 0;
     }

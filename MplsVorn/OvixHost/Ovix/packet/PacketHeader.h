@@ -6,10 +6,10 @@
 #include <string_view>
 
 #include "Lumo/MplsLabel.h"
-#include "Lumo/NetInt.h"
 #include "Lumo/Pkt.h"
 #include "Tessel/Ptr.h"
 #include "Tessel/Slab.h"
+#include "Wire/Ethernet.h"
 
 namespace Ovix {
 
@@ -122,10 +122,7 @@ class VlanTagHeaderData final : public PacketHeaderData, public Tessel::Slabbed<
   public:
     static constexpr std::size_t maxTags = 3;
 
-    struct Tag {
-        Lumo::NetU16 tpid;
-        Lumo::NetU16 tci;
-    };
+    using Tag = Wire::Tag;
 
     explicit VlanTagHeaderData(std::span<const Tag> tags) noexcept;
 

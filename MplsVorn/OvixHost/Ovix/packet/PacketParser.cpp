@@ -1,22 +1,15 @@
-#include <algorithm>
 #include <array>
-#include <optional>
 
-#include "Lumo/EthAddr.h"
 #include "Ovix/packet/PacketContext.h"
+#include "Wire/Ip.h"
+#include "Wire/LabelStack.h"
+#include "Wire/Transport.h"
 
 namespace Ovix {
 
 namespace {
 
-using Bytes = std::span<const std::uint8_t>;
-
-constexpr std::size_t ethSize = 14;
-constexpr std::size_t tagSize = 4;
-constexpr std::size_t ipv4Size = 20;
-constexpr std::size_t ipv6Size = 40;
-constexpr std::size_t udpSize = 8;
-constexpr std::uint8_t udpNumber = 17;
+using Wire::Bytes;
 
 /// A header found: how long it is and what follows it.
 struct Found {
@@ -24,27 +17,17 @@ struct Found {
     PktHdrType next = PktHdrType::none;
 };
 
-std::uint16_t u16(Bytes bytes, std::size_t at) noexcept {
-    return Lumo::NetU16::load(bytes.data() + at).value();
-}
-
-bool isTag(std::uint16_t etherType) noexcept {
-    constexpr std::uint16_t legacyStackedVlan = 0x9100;
-    return etherType == Lumo::EtherType::vlan || etherType == Lumo::EtherType::serviceVlan ||
-           etherType == legacyStackedVlan;
-}
-
 PktHdrType afterEtherType(std::uint16_t etherType) noexcept {
     switch (etherType) {
-    case Lumo::EtherType::mpls:
-    case Lumo::EtherType::mplsUpstream:
+    case Wire::EtherType::mpls:
+    case Wire::EtherType::mplsUpstream:
         return PktHdrType::mpls;
-    case Lumo::EtherType::ipv4:
+    case Wire::EtherType::ipv4:
         return PktHdrType::ipv4;
-    case Lumo::EtherType::ipv6:
+    case Wire::EtherType::ipv6:
         return PktHdrType::ipv6;
     default:
-        return isTag(etherType) ? PktHdrType::vlanTags : PktHdrType::none;
+        return Wire::EtherType::isTag(etherType) ? PktHdrType::vlanTags : PktHdrType::none;
     }
 }
 
@@ -54,7 +37,7 @@ PktHdrType afterLabels(Bytes payload) noexcept {
     if (payload.empty()) {
         return PktHdrType::none;
     }
-    switch (payload[0] >> 4U) {
+    switch (Wire::ipVersion(payload)) {
     case 4:
         return PktHdrType::ipv4;
     case 6:
@@ -65,28 +48,28 @@ PktHdrType afterLabels(Bytes payload) noexcept {
 }
 
 bool parseEth(Bytes bytes, Found& found) {
-    if (bytes.size() < ethSize) {
+    const Wire::Ethernet header(bytes);
+    if (!header) {
         return false;
     }
-    found = {ethSize, afterEtherType(u16(bytes, ethSize - 2))};
+    found = {Wire::Ethernet::size, afterEtherType(header.etherType())};
     return true;
 }
 
 /// `tpid` is the EtherType in front of the bytes.
 bool parseTags(Bytes bytes, std::uint16_t tpid, Found& found, Ptr<PacketHeaderData>& data) {
-    std::array<VlanTagHeaderData::Tag, VlanTagHeaderData::maxTags> tags;
+    std::array<Wire::Tag, VlanTagHeaderData::maxTags> tags;
     std::size_t count = 0;
-    std::uint16_t etherType = tpid;
-    while (count < tags.size() && isTag(etherType) && bytes.size() >= (count + 1) * tagSize) {
-        tags[count] = {Lumo::NetU16(etherType), Lumo::NetU16(u16(bytes, count * tagSize))};
-        etherType = u16(bytes, count * tagSize + 2);
+    Wire::TagWalk walk(tpid, bytes);
+    while (count < tags.size() && walk.next(tags[count])) {
         ++count;
     }
     if (count == 0) {
         return false;
     }
-    const PktHdrType next = isTag(etherType) ? PktHdrType::none : afterEtherType(etherType);
-    found = {count * tagSize, next};
+    const std::uint16_t type = walk.etherType();
+    found = {count * Wire::Tag::size,
+             Wire::EtherType::isTag(type) ? PktHdrType::none : afterEtherType(type)};
     data = Tessel::make<VlanTagHeaderData>(std::span(tags.data(), count));
     return true;
 }
@@ -96,102 +79,70 @@ bool parseTags(Bytes bytes, std::uint16_t tpid, Found& found, Ptr<PacketHeaderDa
 bool parseMpls(const Ptr<Lumo::Pkt>& pkt, std::size_t offset, Found& found,
                Ptr<PacketHeaderData>& data) {
     const Bytes bytes = pkt->offsetFront(offset);
-    std::size_t entries = 0;
-    bool bottom = false;
+    Wire::LabelWalk walk(bytes);
+    Lumo::MplsLabelEntry entry;
     bool indicator = false;
     bool entropy = false;
-    while (!bottom && bytes.size() >= (entries + 1) * Lumo::MplsLabelEntry::size) {
-        const auto entry =
-            Lumo::MplsLabelEntry::load(bytes.data() + entries * Lumo::MplsLabelEntry::size);
+    while (walk.next(entry)) {
         entropy = entropy || (indicator && !entry.label().isSpecialPurpose());
         indicator = indicator || entry.label() == Lumo::entropyLabelIndicator;
-        bottom = entry.bos();
-        ++entries;
     }
-    if (entries == 0) {
+    const std::size_t length = bytes.size() - walk.rest().size();
+    if (length == 0) {
         return true;
     }
-    const std::size_t length = entries * Lumo::MplsLabelEntry::size;
-    found = {length, bottom ? afterLabels(bytes.subspan(length)) : PktHdrType::none};
-    data = Tessel::make<MplsHeaderData>(pkt, static_cast<std::uint32_t>(offset),
-                                        static_cast<std::uint32_t>(entries), entropy);
+    found = {length, walk.isAtBottom() ? afterLabels(walk.rest()) : PktHdrType::none};
+    data = Tessel::make<MplsHeaderData>(
+        pkt, static_cast<std::uint32_t>(offset),
+        static_cast<std::uint32_t>(length / Lumo::MplsLabelEntry::size), entropy);
     return true;
 }
 
 /// The fixed header and its options must be there whole, and the total length must have room for
-/// them (RFC 1812 section 5.2.2). It may exceed what was captured; 0 stands in a capture of a
-/// packet that was segmented later. What lies beyond it is padding. Only a first fragment shows its
-/// upper layer.
+/// them (RFC 1812 section 5.2.2). It may exceed what was captured; it is 0 in a capture of a packet
+/// that was segmented later. What lies beyond it is padding. Only a first fragment shows its upper
+/// layer.
 bool parseIpv4(Bytes bytes, Found& found) {
-    if (bytes.size() < ipv4Size || bytes[0] >> 4U != 4) {
+    const Wire::Ipv4 header(bytes);
+    if (!header) {
         return false;
     }
-    const std::size_t length = (bytes[0] & 0x0fU) * std::size_t{4};
-    const std::size_t told = u16(bytes, 2);
-    const std::size_t totalLength = told != 0 ? told : bytes.size();
-    if (length < ipv4Size || length > bytes.size() || length > totalLength) {
+    const std::size_t size = header.headerSize();
+    const std::size_t totalLength = header.totalLength() != 0 ? header.totalLength() : bytes.size();
+    if (size < Wire::Ipv4::size || size > bytes.size() || size > totalLength) {
         return false;
     }
-    const bool firstFragment = (u16(bytes, 6) & 0x1fffU) == 0;
-    const bool udp = bytes[9] == udpNumber && firstFragment && totalLength - length >= udpSize;
-    found = {length, udp ? PktHdrType::udp : PktHdrType::none};
+    const bool udp = header.protocol() == Wire::IpProtocol::udp && header.isFirstFragment() &&
+                     totalLength - size >= Wire::Udp::size;
+    found = {size, udp ? PktHdrType::udp : PktHdrType::none};
     return true;
 }
 
-/// The length of an IPv6 extension header (RFC 8200 section 4), or nothing for an upper layer or
-/// one that cannot be passed. `bytes` starts at the extension header.
-std::optional<std::size_t> extensionLength(std::uint8_t protocol, Bytes bytes) noexcept {
-    constexpr std::uint8_t hopByHop = 0;
-    constexpr std::uint8_t routing = 43;
-    constexpr std::uint8_t fragment = 44;
-    constexpr std::uint8_t authentication = 51;
-    constexpr std::uint8_t destinationOptions = 60;
-    constexpr std::size_t unit = 8;
-    if (bytes.size() < unit) {
-        return std::nullopt;
-    }
-    switch (protocol) {
-    case hopByHop:
-    case routing:
-    case destinationOptions:
-        return (bytes[1] + std::size_t{1}) * unit;
-    case fragment:
-        return (u16(bytes, 2) & 0xfff8U) == 0 ? std::optional<std::size_t>(unit) : std::nullopt;
-    case authentication:
-        return (bytes[1] + std::size_t{2}) * 4;
-    default:
-        return std::nullopt;
-    }
-}
-
 /// The header's length covers its extension headers, so that the upper layer is what follows. A
-/// payload length of 0 stands for a jumbogram (RFC 2675).
+/// payload length of 0 means a jumbogram (RFC 2675).
 bool parseIpv6(Bytes bytes, Found& found) {
-    if (bytes.size() < ipv6Size || bytes[0] >> 4U != 6) {
+    const Wire::Ipv6 header(bytes);
+    if (!header) {
         return false;
     }
-    std::size_t length = ipv6Size;
-    std::uint8_t protocol = bytes[6];
-    while (const auto extension = extensionLength(protocol, bytes.subspan(length))) {
-        if (*extension > bytes.size() - length) {
-            break;
-        }
-        protocol = bytes[length];
-        length += *extension;
-    }
-    const std::size_t payloadLength = u16(bytes, 4);
-    const bool udp = protocol == udpNumber &&
-                     (payloadLength == 0 || ipv6Size + payloadLength >= length + udpSize);
-    found = {length, udp ? PktHdrType::udp : PktHdrType::none};
+    const Wire::UpperLayer upper = Wire::ipv6UpperLayer(bytes);
+    const std::size_t payload = header.payloadLength();
+    const bool fits = payload == 0 || Wire::Ipv6::size + payload >= upper.offset + Wire::Udp::size;
+    const bool udp =
+        upper.isWhole && upper.isFirstFragment && upper.protocol == Wire::IpProtocol::udp && fits;
+    found = {upper.offset, udp ? PktHdrType::udp : PktHdrType::none};
     return true;
 }
 
 bool parseUdp(Bytes bytes, Found& found) {
-    if (bytes.size() < udpSize) {
-        return false;
-    }
-    found = {udpSize, PktHdrType::none};
-    return true;
+    found = {Wire::Udp::size, PktHdrType::none};
+    return static_cast<bool>(Wire::Udp(bytes));
+}
+
+/// The EtherType that ends at `offset`.
+std::uint16_t typeBefore(const Lumo::Pkt& pkt, std::size_t offset) noexcept {
+    assert(offset >= Wire::Ethernet::size && offset <= pkt.bytes());
+    return Lumo::NetU16::load(pkt.data().data() + offset - Wire::Ethernet::etherTypeSize).value();
 }
 
 bool parseHeader(const Ptr<Lumo::Pkt>& pkt, PktHdrType type, std::size_t offset, Found& found,
@@ -201,7 +152,7 @@ bool parseHeader(const Ptr<Lumo::Pkt>& pkt, PktHdrType type, std::size_t offset,
     case PktHdrType::eth:
         return parseEth(bytes, found);
     case PktHdrType::vlanTags:
-        return parseTags(bytes, u16(pkt->data(), offset - 2), found, data);
+        return parseTags(bytes, typeBefore(*pkt, offset), found, data);
     case PktHdrType::mpls:
         return parseMpls(pkt, offset, found, data);
     case PktHdrType::ipv4:

@@ -1,67 +1,67 @@
 #include "Ovix/packet/TtlBytes.h"
 
-#include "Lumo/MplsLabel.h"
-#include "Lumo/NetInt.h"
+#include "Wire/Ip.h"
 
 namespace Ovix {
-
-namespace {
-
-constexpr std::size_t labelTtlOffset = 3;
-constexpr std::size_t ipv4TtlOffset = 8;
-constexpr std::size_t ipv4ChecksumOffset = 10;
-constexpr std::size_t ipv4Fixed = 20;
-constexpr std::size_t ipv6HopLimitOffset = 7;
-constexpr std::size_t ipv6Fixed = 40;
-
-std::size_t offsetOf(PktHdrType type) noexcept {
-    switch (type) {
-    case PktHdrType::ipv4:
-        return ipv4TtlOffset;
-    case PktHdrType::ipv6:
-        return ipv6HopLimitOffset;
-    default:
-        return labelTtlOffset;
-    }
-}
-
-/// HC' = ~(~HC + ~m + m'), RFC 1624 equation 3, for the word that holds TTL and protocol.
-void updateChecksum(std::uint8_t* header, std::uint16_t before, std::uint16_t after) noexcept {
-    const std::uint16_t old = Lumo::NetU16::load(header + ipv4ChecksumOffset).value();
-    std::uint32_t sum = static_cast<std::uint16_t>(~old) +
-                        std::uint32_t{static_cast<std::uint16_t>(~before)} + after;
-    sum = (sum & 0xffffU) + (sum >> 16U);
-    sum = (sum & 0xffffU) + (sum >> 16U);
-    Lumo::NetU16(static_cast<std::uint16_t>(~sum)).store(header + ipv4ChecksumOffset);
-}
-
-} // namespace
 
 bool TtlBytes::whole(PktHdrType type, std::span<const std::uint8_t> bytes) noexcept {
     switch (type) {
     case PktHdrType::mpls:
         return bytes.size() >= Lumo::MplsLabelEntry::size;
     case PktHdrType::ipv4:
-        return bytes.size() >= ipv4Fixed && bytes[0] >> 4U == 4;
+        return static_cast<bool>(Wire::Ipv4(bytes));
     case PktHdrType::ipv6:
-        return bytes.size() >= ipv6Fixed && bytes[0] >> 4U == 6;
+        return static_cast<bool>(Wire::Ipv6(bytes));
     default:
         return false;
     }
 }
 
 std::uint8_t TtlBytes::ttl(PktHdrType type, std::span<const std::uint8_t> bytes) noexcept {
-    return bytes[offsetOf(type)];
+    switch (type) {
+    case PktHdrType::ipv4:
+        return Wire::Ipv4(bytes).ttl();
+    case PktHdrType::ipv6:
+        return Wire::Ipv6(bytes).hopLimit();
+    default:
+        return Lumo::MplsLabelEntry::load(bytes.data()).ttl();
+    }
 }
 
 void TtlBytes::ttlIs(PktHdrType type, std::span<std::uint8_t> bytes, std::uint8_t ttl) noexcept {
-    if (type != PktHdrType::ipv4) {
-        bytes[offsetOf(type)] = ttl;
+    switch (type) {
+    case PktHdrType::ipv4:
+        Wire::Ipv4Writer(bytes).ttlWithChecksumIs(ttl);
         return;
+    case PktHdrType::ipv6:
+        Wire::Ipv6Writer(bytes).hopLimitIs(ttl);
+        return;
+    default:
+        bytes[Lumo::MplsLabelEntry::ttlAt] = ttl;
     }
-    const std::uint16_t before = Lumo::NetU16::load(bytes.data() + ipv4TtlOffset).value();
-    bytes[ipv4TtlOffset] = ttl;
-    updateChecksum(bytes.data(), before, Lumo::NetU16::load(bytes.data() + ipv4TtlOffset).value());
+}
+
+std::uint8_t trafficClassOf(PktHdrType type, std::span<const std::uint8_t> bytes) noexcept {
+    constexpr unsigned precedenceShift = 5;
+    switch (type) {
+    case PktHdrType::ipv4:
+        return static_cast<std::uint8_t>(Wire::Ipv4(bytes).trafficClass() >> precedenceShift);
+    case PktHdrType::ipv6:
+        return static_cast<std::uint8_t>(Wire::Ipv6(bytes).trafficClass() >> precedenceShift);
+    default:
+        return Lumo::MplsLabelEntry::load(bytes.data()).tc();
+    }
+}
+
+Lumo::IpGenAddr ipDestination(const PacketHeader& header) noexcept {
+    switch (header.pktHdrType()) {
+    case PktHdrType::ipv4:
+        return Wire::Ipv4(header.bytes()).destination();
+    case PktHdrType::ipv6:
+        return Wire::Ipv6(header.bytes()).destination();
+    default:
+        return {};
+    }
 }
 
 } // namespace Ovix

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <span>
 
+#include "Lumo/IpGenAddr.h"
 #include "Ovix/packet/PacketHeader.h"
 
 namespace Ovix {
@@ -17,5 +18,14 @@ struct TtlBytes {
     static std::uint8_t ttl(PktHdrType type, std::span<const std::uint8_t> bytes) noexcept;
     static void ttlIs(PktHdrType type, std::span<std::uint8_t> bytes, std::uint8_t ttl) noexcept;
 };
+
+/// The class, 0 to 7, that a whole header of that type carries: the TC of a label stack entry, or
+/// the precedence of an IP packet (RFC 3270 maps DSCPs to TC; the class selectors map to
+/// themselves).
+std::uint8_t trafficClassOf(PktHdrType type, std::span<const std::uint8_t> bytes) noexcept;
+
+/// The destination of an "Ipv4" or "Ipv6" header, which the parser makes of whole headers only; of
+/// other types the address of no family.
+Lumo::IpGenAddr ipDestination(const PacketHeader& header) noexcept;
 
 } // namespace Ovix

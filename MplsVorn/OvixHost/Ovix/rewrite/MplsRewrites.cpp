@@ -2,6 +2,7 @@
 
 #include "Ovix/packet/TtlBytes.h"
 #include "Tessel/Assert.h"
+#include "Wire/Ip.h"
 
 template class Tessel::Slabbed<Ovix::RoutingException>;
 template class Tessel::Slabbed<Ovix::MplsSwapRewriteInfo>;
@@ -59,7 +60,6 @@ void writeEntries(std::uint8_t* to, const Lumo::UnboundedMplsLabelOperation& ope
 
 /// What lies under the last label, by what the label says and the first nibble confirms.
 PktHdrType payloadHeader(Mpls::PayloadType payload, std::span<const std::uint8_t> bytes) noexcept {
-    constexpr std::size_t ethernetSize = 14;
     const auto wholeOrNone = [&](PktHdrType type) {
         return TtlBytes::whole(type, bytes) ? type : PktHdrType::none;
     };
@@ -69,26 +69,13 @@ PktHdrType payloadHeader(Mpls::PayloadType payload, std::span<const std::uint8_t
     case Mpls::PayloadType::ipv6:
         return wholeOrNone(PktHdrType::ipv6);
     case Mpls::PayloadType::ethernet:
-        return bytes.size() >= ethernetSize ? PktHdrType::eth : PktHdrType::none;
+        return bytes.size() >= Wire::Ethernet::size ? PktHdrType::eth : PktHdrType::none;
     case Mpls::PayloadType::none:
     case Mpls::PayloadType::automatic:
-        return !bytes.empty() && bytes[0] >> 4U == 6 ? wholeOrNone(PktHdrType::ipv6)
-                                                     : wholeOrNone(PktHdrType::ipv4);
+        return Wire::ipVersion(bytes) == 6 ? wholeOrNone(PktHdrType::ipv6)
+                                           : wholeOrNone(PktHdrType::ipv4);
     default:
         return PktHdrType::none;
-    }
-}
-
-/// TC for entries pushed onto a packet: of the entry beneath, or an IP packet's precedence
-/// (RFC 3270 maps DSCPs to TC; the class selectors map to themselves).
-std::uint8_t trafficClassBeneath(PktHdrType type, std::span<const std::uint8_t> bytes) noexcept {
-    switch (type) {
-    case PktHdrType::ipv4:
-        return static_cast<std::uint8_t>(bytes[1] >> 5U);
-    case PktHdrType::ipv6:
-        return static_cast<std::uint8_t>((bytes[0] & 0x0fU) >> 1U);
-    default:
-        return Lumo::MplsLabelEntry::load(bytes.data()).tc();
     }
 }
 
@@ -174,7 +161,7 @@ Ptr<RoutingException> MplsIpPushRewriteImpl::apply(const Ptr<RoutingContext>& co
         return fail(beneath == PktHdrType::mpls ? stackCutShort : payloadContradicts);
     }
     const Lumo::UnboundedMplsLabelOperation operation = info().labels.operation();
-    const std::uint8_t tc = operation.tc.value_or(trafficClassBeneath(beneath, pkt.data()));
+    const std::uint8_t tc = operation.tc.value_or(trafficClassOf(beneath, pkt.data()));
     const std::uint8_t ttl = info().ttlMode == Mpls::TtlMode::uniform
                                  ? TtlBytes::ttl(beneath, pkt.data())
                                  : operation.ttl;

@@ -6,13 +6,13 @@
 
 #include "FrameEvents.h"
 #include "MplsOvixPlugin.h"
-#include "Ovix/packet/IpHeaderAccess.h"
+#include "Ovix/packet/TtlBytes.h"
+#include "Wire/LspEcho.h"
+#include "Wire/Transport.h"
 
 namespace Ovix {
 
 namespace {
-
-constexpr std::uint16_t lspPingPort = 3503;
 
 Lumo::IpGenPrefix prefix(Lumo::IpFamily family, std::array<std::uint8_t, 16> bytes,
                          std::uint8_t length) noexcept {
@@ -55,21 +55,18 @@ bool isLspPing(const RoutingContext& context, const Ptr<PacketHeader>& header) {
     ParsedPacket& parsed = context.packetContext()->parsedPkt();
     parsed.maybeDoFullParse();
     const Ptr<PacketHeader> ip = parsed.header(header->position());
-    if (ip && ip->pktHdrType() == PktHdrType::ipv4) {
-        if (!ipv4Loopback.contains(ipv4Destination(*ip))) {
-            return false;
-        }
-    } else if (ip && ip->pktHdrType() == PktHdrType::ipv6) {
-        const Lumo::IpGenAddr destination = ipv6Destination(*ip);
-        if (!ipv4MappedLoopback.contains(destination) && !ipv6Loopback.contains(destination)) {
-            return false;
-        }
-    } else {
+    const Lumo::IpGenAddr destination = ip ? ipDestination(*ip) : Lumo::IpGenAddr();
+    if (destination.family() == Lumo::IpFamily::none) {
         traceFrame(context, "Next header is not v4 or v6");
         return false;
     }
+    if (!ipv4Loopback.contains(destination) && !ipv4MappedLoopback.contains(destination) &&
+        !ipv6Loopback.contains(destination)) {
+        return false;
+    }
     const Ptr<PacketHeader> udp = parsed.header(ip->position() + 1);
-    return udp && udp->pktHdrType() == PktHdrType::udp && udpDestinationPort(*udp) == lspPingPort;
+    return udp && udp->pktHdrType() == PktHdrType::udp &&
+           Wire::Udp(udp->bytes()).destinationPort() == Wire::lspEchoPort;
 }
 
 } // namespace Ovix

@@ -4,12 +4,11 @@
 
 #include "FrameEvents.h"
 #include "Tessel/Assert.h"
+#include "Wire/ControlWord.h"
 
 namespace Ovix {
 
 namespace {
-
-constexpr std::size_t controlWordSize = 4;
 
 /// The bytes of a header's label stack; 0 without one.
 std::size_t stackSize(const PacketHeader& header) noexcept {
@@ -41,18 +40,18 @@ Ptr<RoutingException> ControlWordPushRewriteImpl::apply(const Ptr<RoutingContext
     const Ptr<PacketHeader> firstHdr = packet.parsedPkt().header(0);
     Tessel::hardAssert(firstHdr && firstHdr->pktHdrType() == PktHdrType::mpls,
                        "firstHdr->pktHdrType() == MplsParser::pktHdrName()", "apply", pluginSource);
-    const std::span<const std::uint8_t> frame = packet.pkt()->data();
-    const std::span<const std::uint8_t> stack = frame.first(stackSize(*firstHdr));
-    const std::span<const std::uint8_t> payload = frame.subspan(stack.size());
-    if (frame.size() + controlWordSize > Lumo::Pkt::maxBytes) {
+    const Wire::Bytes frame = packet.pkt()->data();
+    const std::size_t stack = stackSize(*firstHdr);
+    if (frame.size() + Wire::ControlWord::size > Lumo::Pkt::maxBytes) {
         return Tessel::make<RoutingException>("Control word does not fit the packet");
     }
     const Ptr<Lumo::Pkt> longer = Lumo::globalPktManager()->newPkt();
-    const auto to = longer->newSharedHeadData(frame.size() + controlWordSize).begin();
-    std::copy(stack.begin(), stack.end(), to);
-    std::fill_n(to + static_cast<std::ptrdiff_t>(stack.size()), controlWordSize, std::uint8_t{0});
-    std::copy(payload.begin(), payload.end(),
-              to + static_cast<std::ptrdiff_t>(stack.size() + controlWordSize));
+    const Wire::WritableBytes to =
+        longer->newSharedHeadData(frame.size() + Wire::ControlWord::size);
+    std::copy_n(frame.begin(), stack, to.begin());
+    Wire::ControlWordWriter(to.subspan(stack)).clear();
+    const Wire::Bytes payload = frame.subspan(stack);
+    std::copy(payload.begin(), payload.end(), to.subspan(stack + Wire::ControlWord::size).begin());
     packet.replacePacket(longer, PktCtxParse::reparse);
     return nullptr;
 }

@@ -3,6 +3,7 @@
 #include "Ovix/rewrite/MplsRewriteHelper.h"
 #include "Ovix/routing/LfibCounterActionInfo.h"
 #include "TableRead.h"
+#include "Wire/Ip.h"
 #include "entry/OamDetection.h"
 #include "handlers/SingleVia.h"
 
@@ -22,23 +23,21 @@ constexpr FrameEvent ethernetUnsupported{FrameCategory::drop,
                                          "Ethernet is unsupported as a payload type"};
 constexpr FrameEvent undefinedPayload{FrameCategory::drop, "Undefined payload"};
 
-/// Where an IP header of the family has its destination: bytes 16 to 19 of an IPv4 header
-/// (RFC 791), 24 to 39 of an IPv6 header (RFC 8200). False when the frame ends before.
+/// Takes the destination from where a header of the family has it, whatever the header's version.
+/// False when the frame ends before.
 bool pointAtDestination(const MplsContext& context, Lumo::IpFamily family,
                         RoutingNexthop& nexthop) {
-    constexpr std::size_t ipv4Offset = 16;
-    constexpr std::size_t ipv6Offset = 24;
     if (!context.packetHeader()) {
         return false;
     }
     const Lumo::Pkt& pkt = *context.routingContext()->packetContext()->pkt();
     const std::span<const std::uint8_t> bytes = pkt.offsetFront(context.packetHeader()->offset());
-    if (family == Lumo::IpFamily::ipv4 && bytes.size() >= ipv4Offset + Lumo::IpGenAddr::ipv4Size) {
-        nexthop.addressIs(Lumo::IpGenAddr::ipv4(bytes.data() + ipv4Offset));
+    if (family == Lumo::IpFamily::ipv4 && bytes.size() >= Wire::Ipv4::size) {
+        nexthop.addressIs(Lumo::IpGenAddr::ipv4(bytes.data() + Wire::Ipv4::destinationAt));
         return true;
     }
-    if (family == Lumo::IpFamily::ipv6 && bytes.size() >= ipv6Offset + Lumo::IpGenAddr::ipv6Size) {
-        nexthop.addressIs(Lumo::IpGenAddr::ipv6(bytes.data() + ipv6Offset));
+    if (family == Lumo::IpFamily::ipv6 && bytes.size() >= Wire::Ipv6::size) {
+        nexthop.addressIs(Lumo::IpGenAddr::ipv6(bytes.data() + Wire::Ipv6::destinationAt));
         return true;
     }
     return false;

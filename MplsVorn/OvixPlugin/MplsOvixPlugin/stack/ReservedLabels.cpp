@@ -2,7 +2,7 @@
 
 #include "FrameEvents.h"
 #include "MplsOvixPlugin.h"
-#include "Ovix/packet/IpHeaderAccess.h"
+#include "Ovix/packet/TtlBytes.h"
 #include "Ovix/rewrite/MplsRewriteHelper.h"
 
 namespace Ovix {
@@ -52,11 +52,11 @@ void MplsOvixPlugin::handleReservedLabel(const Ptr<RoutingContext>& context,
     // packet is popped as IPv6.
     switch (payload->pktHdrType()) {
     case PktHdrType::ipv4:
-        nexthop->addressIs(ipv4Destination(*payload));
+        nexthop->addressIs(ipDestination(*payload));
         pop(context, nexthop, payload, entry, Mpls::PayloadType::ipv4, true);
         return;
     case PktHdrType::ipv6:
-        nexthop->addressIs(ipv6Destination(*payload));
+        nexthop->addressIs(ipDestination(*payload));
         pop(context, nexthop, payload, entry, Mpls::PayloadType::ipv6, true);
         return;
     default:

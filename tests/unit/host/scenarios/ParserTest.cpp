@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "Ovix/packet/FlowHash.h"
-#include "Ovix/packet/IpHeaderAccess.h"
 #include "Ovix/packet/PacketContext.h"
 
 namespace {
