@@ -5,16 +5,13 @@
 #include <vector>
 
 #include "LocalTables.h"
-#include "Tables/TableLoading.h"
-#include "route/EntryTable.h"
+#include "route/RouteGrammar.h"
 #include "route/RoutePrinting.h"
-#include "route/RouteRequest.h"
 #include "tables/TableView.h"
 
 namespace CtlTesting {
 
 using OvixCtl::IntfText;
-using OvixCtl::RouteView;
 
 /// The words of a line.
 inline std::vector<std::string> words(const std::string& line) {
@@ -33,11 +30,13 @@ inline std::vector<std::string> words(const std::string& line) {
 class Tables {
   public:
     void add(const std::string& line) {
-        const auto request = OvixCtl::parseRoute(words(line)).value();
-        for (const auto& port : request.interfaces.ports) {
-            publisher().interfaces().intfId(port.name);
+        const auto parsed = OvixCtl::parseRoute(words(line));
+        ASSERT_TRUE(parsed) << line << ": " << parsed.refused().what;
+        for (const std::string& name : parsed.value().interfaces) {
+            publisher().interfaces().intfId(name);
         }
-        OvixAgent::loadRoute(request.route, request.interfaces, publisher().lfib(request.table));
+        const Mpls::LabelRoute& route = parsed.value().route;
+        ASSERT_TRUE(publisher().lfib(route.table).routeIs(route)) << line;
     }
     void commit() {
         publisher().commit();
@@ -57,7 +56,7 @@ class PublishedRoute : public Tables {
         add(line);
         commit();
     }
-    RouteView read() const {
+    OvixCtl::Entry read() const {
         const OvixCtl::TableView tables = view();
         for (std::size_t i = 0; i < OvixCtl::entryTables; ++i) {
             const auto table = static_cast<Mpls::TableId>(i);
@@ -69,15 +68,11 @@ class PublishedRoute : public Tables {
     }
 };
 
-/// A via record.
-inline Ovix::OvixMplsVia via(Lumo::MplsLabelAction action, const std::string& nexthop,
-                             std::vector<std::uint8_t> packedLabels = {}) {
-    Ovix::OvixMplsVia made;
-    made.labelAction = static_cast<std::uint32_t>(action);
-    made.payloadType = static_cast<std::uint32_t>(Mpls::PayloadType::automatic);
-    made.nexthop = Lumo::IpGenAddr::fromText(nexthop);
-    made.labelsIs(packedLabels);
-    return made;
+/// A via that pops.
+inline Mpls::WeightedVia popTo(const std::string& nexthop, std::uint32_t weight = 1) {
+    Mpls::ViaOptions options;
+    options.nexthop = Lumo::IpGenAddr::fromText(nexthop);
+    return {Mpls::Via::pop(options).value(), weight};
 }
 
 } // namespace CtlTesting

@@ -1,12 +1,10 @@
+#include <exception>
 #include <fmt/format.h>
-#include <vector>
 
 #include "Published/TablePublisher.h"
 #include "Published/TransitRoutes.h"
-#include "Tables/TableLoading.h"
 #include "commands/Output.h"
-#include "route/EntryTable.h"
-#include "route/RouteRequest.h"
+#include "route/RouteGrammar.h"
 #include "tables/FrozenTables.h"
 
 namespace OvixCtl {
@@ -15,13 +13,13 @@ using Mpls::TableId;
 
 namespace {
 
-Mpls::RouteKey keyOf(const RouteRequest& wanted) {
-    return Mpls::RouteKey::fromLabel(Lumo::MplsLabel(wanted.route.label));
+Mpls::RouteKey keyOf(Lumo::MplsLabel label) {
+    return Mpls::RouteKey::fromLabel(label);
 }
 
-Tessel::Refused refused(const RouteRequest& wanted, const char* what) {
-    return {
-        fmt::format("label {} in table {}: {}", wanted.route.label, nameOf(wanted.table), what)};
+Tessel::Refused refused(const RouteName& name, const std::string& what) {
+    return {fmt::format("label {} in table {}: {}", name.label.value(), Tessel::wordOf(name.table),
+                        what)};
 }
 
 /// Makes the change visible. Like `ip`, prints nothing when all is well.
@@ -33,58 +31,49 @@ int commit(const Request& request, Mpls::TablePublisher& publisher, const Change
     return ExitCode::success;
 }
 
-bool isThere(const Tessel::TableWriter& tables, TableId table, std::uint32_t key) {
-    return static_cast<bool>(tables.entry(static_cast<std::size_t>(table), key));
+bool hasEntry(const Tessel::TableWriter& tables, TableId table, Lumo::MplsLabel key) {
+    return static_cast<bool>(tables.entry(static_cast<std::size_t>(table), key.value()));
 }
 
-/// A label that is switched is one of the hardware status as well, with an adjacency of its own.
-bool isThere(const Tessel::TableWriter& tables, const RouteRequest& wanted) {
-    const std::uint32_t label = wanted.route.label;
-    return isThere(tables, wanted.table, label) ||
-           (wanted.table == TableId::transitLfib &&
-            (isThere(tables, TableId::hardwareRoutes, label) ||
-             isThere(tables, TableId::hardwareAdjacencies, label)));
+/// A label that is switched is also in the hardware status, with an adjacency of its own.
+bool exists(const Tessel::TableWriter& tables, const RouteName& name) {
+    return hasEntry(tables, name.table, name.label) ||
+           (name.table == TableId::transitLfib &&
+            (hasEntry(tables, TableId::hardwareRoutes, name.label) ||
+             hasEntry(tables, TableId::hardwareAdjacencies, name.label)));
 }
 
-void publish(const RouteRequest& wanted, Mpls::TablePublisher& publisher) {
-    for (const OvixAgent::PortConfig& port : wanted.interfaces.ports) {
-        publisher.interfaces().intfId(port.name);
+Tessel::Result<void> publish(const ParsedRoute& parsed, Mpls::TablePublisher& publisher) {
+    for (const std::string& name : parsed.interfaces) {
+        publisher.interfaces().intfId(name);
     }
-    if (wanted.table != TableId::transitLfib) {
-        OvixAgent::loadRoute(wanted.route, wanted.interfaces, publisher.lfib(wanted.table));
-        return;
-    }
-    std::vector<Mpls::WeightedRecord> vias;
-    for (const OvixAgent::ViaConfig& via : wanted.route.vias) {
-        vias.push_back({OvixAgent::toViaRecord(via, wanted.interfaces), via.weight});
-    }
-    Mpls::transitRouteIs(publisher, keyOf(wanted), vias);
+    return parsed.route.table == TableId::transitLfib
+               ? Mpls::transitRouteIs(publisher, parsed.route)
+               : publisher.lfib(parsed.route.table).routeIs(parsed.route);
 }
 
-bool remove(const RouteRequest& wanted, Mpls::TablePublisher& publisher) {
-    return wanted.table == TableId::transitLfib
-               ? Mpls::transitRouteDel(publisher, keyOf(wanted))
-               : publisher.lfib(wanted.table).routeDel(keyOf(wanted));
+bool remove(const RouteName& name, Mpls::TablePublisher& publisher) {
+    return name.table == TableId::transitLfib
+               ? Mpls::transitRouteDel(publisher, keyOf(name.label))
+               : publisher.lfib(name.table).routeDel(keyOf(name.label));
 }
 
 Tessel::Result<int> putRoute(const Request& request, bool mayReplace) {
-    const Tessel::Result<RouteRequest> parsed = parseRoute(request.words);
+    const Tessel::Result<ParsedRoute> parsed = parseRoute(request.words);
     if (!parsed) {
         return usageError(parsed.refused());
     }
-    const RouteRequest& wanted = parsed.value();
+    const RouteName name{parsed.value().route.table, parsed.value().route.label};
     Mpls::TablePublisher publisher(Tessel::TableMemory::sharedForWriting(request.tables));
-    const bool wasThere = isThere(publisher.tables(), wanted);
-    if (wasThere && !mayReplace) {
-        return refused(wanted, "File exists");
+    const bool existed = exists(publisher.tables(), name);
+    if (existed && !mayReplace) {
+        return refused(name, "File exists");
     }
-    try {
-        publish(wanted, publisher);
-    } catch (const std::exception& error) {
-        return refused(wanted, error.what());
+    if (const auto published = publish(parsed.value(), publisher); !published) {
+        return refused(name, published.refused().what);
     }
     ChangeCounts counts;
-    ++(wasThere ? counts.changed : counts.added);
+    ++(existed ? counts.changed : counts.added);
     return commit(request, publisher, counts);
 }
 
@@ -99,7 +88,7 @@ Tessel::Result<int> replaceRoute(const Request& request) {
 }
 
 Tessel::Result<int> deleteRoute(const Request& request) {
-    const Tessel::Result<RouteRequest> parsed = parseRouteKey(request.words);
+    const Tessel::Result<RouteName> parsed = parseRouteName(request.words);
     if (!parsed) {
         return usageError(parsed.refused());
     }

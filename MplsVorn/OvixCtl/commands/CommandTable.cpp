@@ -1,8 +1,11 @@
+#include <algorithm>
 #include <fmt/format.h>
 #include <utility>
 
 #include "commands/Command.h"
-#include "route/EntryTable.h"
+#include "route/RouteGrammar.h"
+#include "route/RouteWords.h"
+#include "tables/TableView.h"
 
 namespace OvixCtl {
 
@@ -38,39 +41,72 @@ constexpr Option countOption{"--count", "N", "Stop after N changes", nullptr, &R
 
 constexpr CommandWords configWord{"FILE", "TEXT", "The agent's configuration; - is standard input",
                                   1, 1};
-constexpr CommandWords routeWords{"ROUTE", "LABEL [table TABLE] ...", "", 1, -1};
+constexpr CommandWords routeWord{"ROUTE", "[TABLE] LABEL ...", "", 1, -1};
 
 constexpr const char* routeHelp =
-    R"(ROUTE: LABEL [table TABLE] HOP
-       LABEL [table TABLE] nexthop HOP [nexthop HOP ...]
-       LABEL [table TABLE] vrf NAME [payload ipv4|ipv6|auto]
-HOP:   [as L1[/L2...] | push L1[/L2...]] [via [inet|inet6] ADDRESS] [dev INTERFACE]
-       [weight N]
+    R"(ROUTE: [TABLE] LABEL [table TABLE] [multicast] [type TYPE] HOP
+       [TABLE] LABEL [table TABLE] [multicast] [type TYPE] nexthop HOP [nexthop HOP ...]
+       [TABLE] LABEL [table TABLE] [type TYPE] vrf NAME [payload PAYLOAD]
+       [TABLE] LABEL [table TABLE] tail [vlan N | dev INTERFACE] [nexthop HOP ...]
+HOP:   [as [to] L1[/L2...] | push L1[/L2...]] [via [inet|inet6] ADDRESS] [dev INTERFACE]
+       [weight N] [ATTRIBUTE ...]
+ATTRIBUTE: @attributes@
 TABLE: @lfib-list@
-       (default: decap with vrf, else transit)
+       (default: decap with a look-up or tail, else transit)
+TYPE:  @type-list@ (default: implied by the rest)
+Routes are given as lfib diff and lfib watch print them. A hop without "as" or "push" pops the
+label; with vrf but without via, dev and fec it looks up what is beneath in that VRF.
 A label of table transit is programmed into the hardware status, too, with an adjacency of its own,
 whose id is the label.
-A hop without "as" or "push" pops the label.
 JSON: {"tables", "generation", "added", "changed", "removed"})";
 
-constexpr const char* routeCompletion = R"(0:*
+constexpr const char* routeCompletion = R"(0:* @lfibs@
+1:[!0-9]*
 *:table @lfibs@
+*:type @types@
+*:tail vlan dev nexthop
 *:dev @interfaces@
 *:via inet inet6
-*:payload ipv4 ipv6 auto
-*:as|*:to|*:push|*:inet|*:inet6|*:weight|*:vrf
-*:* table as push via dev weight nexthop vrf payload
+@attribute-completion@*:as|*:to|*:push|*:inet|*:inet6|*:weight
+*:* @route-words@
 )";
 
+/// A line for each attribute that has a value: the words to choose from, or none.
+std::string attributeCompletion() {
+    std::string lines;
+    for (const ViaAttribute& attribute : viaAttributes()) {
+        std::string choices = attribute.value.find('|') == std::string::npos ? "" : attribute.value;
+        std::replace(choices.begin(), choices.end(), '|', ' ');
+        if (!attribute.value.empty()) {
+            lines += fmt::format("*:{}{}{}\n", attribute.word, choices.empty() ? "" : " ", choices);
+        }
+    }
+    return lines;
+}
+
+std::string attributeList() {
+    std::string list;
+    for (const ViaAttribute& attribute : viaAttributes()) {
+        list += fmt::format("{}{} {}", list.empty() ? "" : "\n       ", attribute.word,
+                            attribute.value);
+    }
+    return list;
+}
+
+template <class List>
+std::string joined(const List& list, std::string_view separator) {
+    return fmt::format("{}", fmt::join(list, separator));
+}
+
 constexpr Command commands[]{
-    {"lfib", "add", "Add a route", addRoute, routeWords, "@route-help@", "@route-completion@"},
+    {"lfib", "add", "Add a route", addRoute, routeWord, "@route-help@", "@route-completion@"},
     {"lfib",
      "del",
      "Remove a route",
      deleteRoute,
-     {"ROUTE", "LABEL [table TABLE]", "", 1, -1},
+     {"ROUTE", "[TABLE] LABEL", "", 1, -1},
      "",
-     "1:* table\n2:table @lfibs@\n"},
+     "0:* @lfibs@\n1:[0-9]* table\n2:table @lfibs@\n"},
     {"lfib", "diff", "Show what load would change", diffRoutes, configWord,
      R"(Prints a line with - for each route that load would remove and + for each that it would add.
 Exit codes: 0 no difference, 1 a difference, 2 an error
@@ -83,7 +119,7 @@ or null)",
 not written again. An error leaves all tables unchanged.
 JSON: {"tables", "generation", "added", "changed", "removed"})",
      "0:* @files@\n"},
-    {"lfib", "replace", "Add a route, or change it if it exists", replaceRoute, routeWords,
+    {"lfib", "replace", "Add a route, or change it if it exists", replaceRoute, routeWord,
      "@route-help@", "@route-completion@"},
     {"lfib",
      "show",
@@ -136,15 +172,20 @@ line; the route is as in lfib show, of a removed route only its table and label)
 } // namespace
 
 std::string expanded(std::string text) {
-    const auto lfibs = std::span(entryTableNames).first(Mpls::lfibs);
+    constexpr auto types = Tessel::wordList<Mpls::LfibViaType>();
     // A text may hold names that follow it.
     const std::pair<std::string_view, std::string> texts[]{
         {"@route-help@", routeHelp},
         {"@route-completion@", routeCompletion},
-        {"@lfibs@", fmt::format("{}", fmt::join(lfibs, " "))},
-        {"@lfib-list@", fmt::format("{}", fmt::join(lfibs, ", "))},
-        {"@shown-tables@", fmt::format("{}", fmt::join(shownTableNames, " "))},
-        {"@shown-tables-list@", fmt::format("{}", fmt::join(shownTableNames, ", "))},
+        {"@attributes@", attributeList()},
+        {"@attribute-completion@", attributeCompletion()},
+        {"@route-words@", joined(routeWords(), " ")},
+        {"@types@", joined(types, " ")},
+        {"@type-list@", joined(types, ", ")},
+        {"@lfibs@", joined(lfibWords(), " ")},
+        {"@lfib-list@", joined(lfibWords(), ", ")},
+        {"@shown-tables@", joined(shownTableWords(), " ")},
+        {"@shown-tables-list@", joined(shownTableWords(), ", ")},
         {"@interfaces@", "$(cd /sys/class/net 2> /dev/null && compgen -G '*')"},
         {"@present-tables@",
          "$(cd /dev/shm 2> /dev/null && compgen -G 'ovix-*' | sed 's/^ovix-//')"},

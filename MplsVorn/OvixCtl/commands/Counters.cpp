@@ -128,7 +128,7 @@ std::string countersJson(const Counters& counters) {
 Tessel::Result<int> showCounters(const Request& request) {
     std::optional<std::uint32_t> label;
     if (!request.words.empty()) {
-        const auto read = readWords([&] { return parseLabel(request.words.front()); });
+        const auto read = readWords([&] { return parseLabel(request.words.front()).value(); });
         if (!read) {
             return usageError(read.refused());
         }

@@ -23,8 +23,8 @@ void printLines(const std::vector<Change>& changes, const IntfText& interfaces) 
 
 void printJson(const std::vector<Change>& changes, const IntfText& interfaces,
                const Tessel::TableReader& tables) {
-    const auto side = [&](const std::optional<RouteView>& route) {
-        return route ? routeJson(*route, interfaces) : "null";
+    const auto side = [&](const std::optional<Entry>& entry) {
+        return entry ? routeJson(*entry, interfaces) : "null";
     };
     std::vector<std::string> list;
     for (const Change& change : changes) {

@@ -1,61 +1,68 @@
-#include <array>
+#include <cassert>
 #include <fmt/format.h>
-#include <unordered_set>
+#include <stdexcept>
 
-#include "Tables/TableLoading.h"
 #include "commands/Output.h"
-#include "route/EntryTable.h"
-#include "tables/TableDiff.h"
 #include "tables/WantedTables.h"
 
 namespace OvixCtl {
 
-using Mpls::TableId;
-using OvixAgent::AgentConfig;
-
 namespace {
 
-/// The keys of one table that are to be written.
-using Keys = std::unordered_set<std::uint64_t>;
-using KeysByTable = std::array<Keys, entryTables>;
+using Mpls::TableId;
 
-KeysByTable keysToWrite(const std::vector<Change>& changes) {
-    KeysByTable keys;
-    for (const Change& change : changes) {
-        if (change.after) {
-            keys[static_cast<std::size_t>(change.after->table)].insert(change.after->key);
+Mpls::RouteKey keyOf(std::uint32_t label) {
+    return Mpls::RouteKey::fromLabel(Lumo::MplsLabel(label));
+}
+
+/// Writes an entry. It was read from tables that took it.
+struct Put {
+    void operator()(const Mpls::LabelRoute& route) const {
+        if (const auto done = publisher.lfib(route.table).routeIs(route); !done) {
+            throw std::length_error(done.refused().what);
         }
     }
-    return keys;
-}
-
-/// Leaves in the configuration's tables what is to be written.
-void keepOnly(AgentConfig& config, const KeysByTable& keys) {
-    const auto keep = [&](auto& list, std::size_t table, auto keyOf) {
-        std::erase_if(list, [&](const auto& entry) { return !keys[table].contains(keyOf(entry)); });
-    };
-    const auto labelOf = [](const auto& route) { return route.label; };
-    for (std::size_t i = 0; i < config.lfib.tables.size(); ++i) {
-        keep(config.lfib.tables[i], i, labelOf);
+    void operator()(const Mpls::Hardware::Route& route) const {
+        publisher.hardware().routeIs(route);
     }
-    keep(config.hardware.routes, static_cast<std::size_t>(TableId::hardwareRoutes), labelOf);
-    keep(config.hardware.adjacencies, static_cast<std::size_t>(TableId::hardwareAdjacencies),
-         [](const auto& adjacency) { return adjacency.id; });
-    keep(config.mvpn, static_cast<std::size_t>(TableId::mvpnIntfStatus),
-         [](const auto& entry) { return entry.vrfId; });
-}
+    void operator()(const Mpls::Hardware::AdjacencyVias& adjacency) const {
+        publisher.hardware().adjacencyIs(key, *Mpls::Hardware::Adjacency::create(adjacency));
+    }
+    void operator()(const Routing::Multicast::MvpnVrfIntfId& vpn) const {
+        publisher.mvpn().vrfIntfIdIs(vpn.vrfId, vpn.intfId);
+    }
+    void operator()(const Damage&) const { assert(false); }
+
+    Mpls::TablePublisher& publisher;
+    std::uint32_t key;
+};
 
 void remove(Mpls::TablePublisher& publisher, TableId table, std::uint32_t key) {
-    if (table == TableId::mvpnIntfStatus) {
+    switch (table) {
+    case TableId::mvpnIntfStatus:
         publisher.mvpn().vrfIntfIdDel({key});
-    } else if (table == TableId::hardwareAdjacencies) {
+        return;
+    case TableId::hardwareAdjacencies:
         publisher.hardware().adjacencyDel(key);
-    } else {
-        const auto routeKey = Mpls::RouteKey::fromLabel(Lumo::MplsLabel(key));
-        if (table == TableId::hardwareRoutes) {
-            publisher.hardware().routeDel(routeKey);
-        } else {
-            publisher.lfib(table).routeDel(routeKey);
+        return;
+    case TableId::hardwareRoutes:
+        publisher.hardware().routeDel(keyOf(key));
+        return;
+    default:
+        assert(Mpls::isLfib(table));
+        publisher.lfib(table).routeDel(keyOf(key));
+    }
+}
+
+void apply(const std::vector<Change>& changes, Mpls::TablePublisher& publisher) {
+    for (const Change& change : changes) {
+        if (!change.after) {
+            remove(publisher, change.before->table, change.before->key);
+        }
+    }
+    for (const Change& change : changes) {
+        if (change.after) {
+            std::visit(Put{publisher, change.after->key}, change.after->content);
         }
     }
 }
@@ -64,24 +71,21 @@ void remove(Mpls::TablePublisher& publisher, TableId table, std::uint32_t key) {
 
 Tessel::Result<int> loadRoutes(const Request& request) {
     const std::string& file = request.words.front();
-    AgentConfig config = readConfig(file);
+    const OvixAgent::AgentConfig config = readConfig(file);
     const WantedTables wanted(config, file);
     Mpls::TablePublisher publisher(Tessel::TableMemory::sharedForWriting(request.tables));
     if (const std::size_t repaired = publisher.tables().repaired(); repaired != 0) {
         complain(fmt::format("tables \"{}\": {} damaged entries were removed", request.tables,
                              repaired));
     }
-    // Nothing of what is there now is used again before the commit.
+    // The memory of these entries is not used again before the commit.
     const TableView now(
         Tessel::make<Tessel::TableReader>(request.tables, publisher.tables().memory()));
     const TableDiff diff = differences(now, wanted.view());
-    for (const Change& change : diff.changes) {
-        if (!change.after) {
-            remove(publisher, change.before->table, change.before->key);
-        }
+    for (const OvixAgent::PortConfig& port : config.ports) {
+        publisher.interfaces().intfId(port.name);
     }
-    keepOnly(config, keysToWrite(diff.changes));
-    OvixAgent::loadTables(config, file, publisher);
+    apply(diff.changes, publisher);
     publisher.commit();
     printCounts(request, publisher.tables().generation(), countsOf(diff.changes));
     return ExitCode::success;

@@ -5,7 +5,6 @@
 #include <limits>
 
 #include "Config/ConfigText.h"
-#include "route/EntryTable.h"
 #include "route/RouteWords.h"
 
 namespace OvixCtl {
@@ -14,13 +13,15 @@ using Mpls::TableId;
 
 namespace {
 
+constexpr auto shownTables = shownTableWords();
+
 bool isNumber(const std::string& word) {
     return !word.empty() && word.find_first_not_of("0123456789") == std::string::npos;
 }
 
 /// Adjacencies belong to the hardware status.
-std::string_view shownNameOf(TableId table) noexcept {
-    return nameOf(table == TableId::hardwareAdjacencies ? TableId::hardwareRoutes : table);
+std::string_view shownWordOf(TableId table) noexcept {
+    return Tessel::wordOf(table == TableId::hardwareAdjacencies ? TableId::hardwareRoutes : table);
 }
 
 void selectAll(const TableView& view, TableId table, Selection& selection) {
@@ -39,9 +40,9 @@ void selectLabel(const TableView& view, TableId table, std::uint32_t label, Sele
     if (table != TableId::hardwareRoutes) {
         return;
     }
-    const RouteView route = view.entry(table, label);
-    if (const auto* hardware = std::get_if<HardwareRouteView>(&route.content)) {
-        const auto adjacency = static_cast<std::uint32_t>(hardware->adjacency);
+    const Entry entry = view.entry(table, label);
+    if (const auto* hardware = std::get_if<Mpls::Hardware::Route>(&entry.content)) {
+        const auto adjacency = static_cast<std::uint32_t>(hardware->adjacencyKey);
         if (view.has(TableId::hardwareAdjacencies, adjacency)) {
             selection.entries.push_back({TableId::hardwareAdjacencies, adjacency});
         }
@@ -61,17 +62,17 @@ ShowFilter filterFrom(const std::vector<std::string>& words) {
     auto word = words.begin();
     if (word != words.end() && !isNumber(*word)) {
         filter.table = *word++;
-        if (std::find(shownTableNames.begin(), shownTableNames.end(), filter.table) ==
-            shownTableNames.end()) {
+        if (std::find(shownTables.begin(), shownTables.end(), filter.table) == shownTables.end()) {
             throw UsageError(fmt::format("there is no table {}{}",
                                          OvixAgent::inQuotes(filter.table),
-                                         OvixAgent::suggestion(filter.table, shownTableNames)));
+                                         OvixAgent::suggestion(filter.table, shownTables)));
         }
     }
     if (word != words.end()) {
-        filter.key = filter.table == nameOf(TableId::mvpnIntfStatus)
-                         ? parseNumber(*word++, "VRF id", std::numeric_limits<std::uint32_t>::max())
-                         : parseLabel(*word++);
+        filter.key = filter.table == Tessel::wordOf(TableId::mvpnIntfStatus)
+                         ? static_cast<std::uint32_t>(parseNumber(
+                               *word++, "VRF id", 0, std::numeric_limits<std::uint32_t>::max()))
+                         : parseLabel(*word++).value();
     }
     if (word != words.end()) {
         throw UsageError(fmt::format("{} is not expected here", OvixAgent::inQuotes(*word)));
@@ -82,7 +83,8 @@ ShowFilter filterFrom(const std::vector<std::string>& words) {
 } // namespace
 
 std::string ShowFilter::text() const {
-    const std::string_view noun = table == nameOf(TableId::mvpnIntfStatus) ? "VRF" : "label";
+    const std::string_view noun =
+        table == Tessel::wordOf(TableId::mvpnIntfStatus) ? "VRF" : "label";
     return fmt::format("{} {}{}{}", noun, key.value_or(0), table.empty() ? "" : " in table ",
                        table);
 }
@@ -95,12 +97,12 @@ Selection select(const TableView& view, const ShowFilter& filter) {
     Selection selection;
     for (std::size_t i = 0; i < entryTables; ++i) {
         const auto table = static_cast<TableId>(i);
-        if (!filter.table.empty() && shownNameOf(table) != filter.table) {
+        if (!filter.table.empty() && shownWordOf(table) != filter.table) {
             continue;
         }
         if (!filter.key) {
             selectAll(view, table, selection);
-        } else if (isLfib(table) || table == TableId::hardwareRoutes) {
+        } else if (Mpls::isLfib(table) || table == TableId::hardwareRoutes) {
             selectLabel(view, table, *filter.key, selection);
         } else if (table == TableId::mvpnIntfStatus && !filter.table.empty()) {
             selectVrf(view, *filter.key, selection);

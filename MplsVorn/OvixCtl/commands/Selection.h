@@ -12,7 +12,7 @@ namespace OvixCtl {
 
 /// What to show.
 struct ShowFilter {
-    std::string table;                ///< one of shownTableNames; empty: all
+    std::string table;                ///< one of shownTableWords(); empty: all
     std::optional<std::uint32_t> key; ///< a label; of table mvpn the id of a VRF
 
     /// "label 100", "label 100 in table transit".
@@ -24,12 +24,12 @@ Tessel::Result<ShowFilter> parseShowFilter(const std::vector<std::string>& words
 
 /// The entries that a filter selects, by table and key.
 struct Selection {
-    struct Entry {
+    struct Place {
         Mpls::TableId table;
         std::uint32_t key;
     };
-    std::vector<Entry> entries;
-    std::vector<std::string> damage; ///< what hid entries
+    std::vector<Place> entries;
+    std::vector<std::string> damage; ///< what hides entries
 };
 
 /// With a hardware route its adjacency is selected, too.

@@ -2,7 +2,6 @@
 
 #include "commands/Output.h"
 #include "commands/Selection.h"
-#include "route/EntryTable.h"
 #include "route/RoutePrinting.h"
 #include "tables/FrozenTables.h"
 
@@ -13,21 +12,21 @@ namespace {
 /// Visits the entries in order.
 template <typename Visitor>
 void visit(const TableView& view, const Selection& selection, Visitor&& visitor) {
-    for (const Selection::Entry& entry : selection.entries) {
-        visitor(view.entry(entry.table, entry.key));
+    for (const auto& [table, key] : selection.entries) {
+        visitor(view.entry(table, key));
     }
 }
 
 void printTable(const TableView& view, const Selection& selection, const IntfText& interfaces) {
     TextTable table(routeColumns());
-    visit(view, selection, [&](const RouteView& route) {
-        for (const TextTable::Cells& row : routeRows(route, interfaces)) {
+    visit(view, selection, [&](const Entry& entry) {
+        for (const TextTable::Cells& row : routeRows(entry, interfaces)) {
             table.measure(row);
         }
     });
     fmt::print("{}", table.heading());
-    visit(view, selection, [&](const RouteView& route) {
-        for (const TextTable::Cells& row : routeRows(route, interfaces)) {
+    visit(view, selection, [&](const Entry& entry) {
+        for (const TextTable::Cells& row : routeRows(entry, interfaces)) {
             fmt::print("{}", table.line(row));
         }
     });
@@ -40,8 +39,8 @@ void printRoutesJson(const TableView& view, const Selection& selection,
                jsonText(view.reader().name()), view.reader().generation(),
                timeText(view.reader().committedAt()));
     const char* before = "\n";
-    visit(view, selection, [&](const RouteView& route) {
-        fmt::print("{}{}", before, routeJson(route, interfaces));
+    visit(view, selection, [&](const Entry& entry) {
+        fmt::print("{}{}", before, routeJson(entry, interfaces));
         before = ",\n";
     });
     fmt::print("]}}\n");
@@ -53,10 +52,10 @@ std::size_t reportDamage(const TableView& view, const Selection& selection) {
     for (const std::string& what : selection.damage) {
         complain(what);
     }
-    visit(view, selection, [&](const RouteView& route) {
-        if (const auto* damaged = std::get_if<DamagedView>(&route.content)) {
-            complain(fmt::format("table {}: {} {}: {}", nameOf(route.table), keyNameOf(route.table),
-                                 route.key, damaged->what));
+    visit(view, selection, [&](const Entry& entry) {
+        if (const Damage* damage = entry.damage()) {
+            complain(fmt::format("table {}: {} {}: {}", Tessel::wordOf(entry.table),
+                                 keyNameOf(entry.table), entry.key, damage->what));
             ++found;
         }
     });

@@ -63,7 +63,7 @@ void printChange(const WatchedChange& change, const Tessel::TableReader& tables,
     }
     fmt::print("{} {} {}{}\n", tables.generation(), time, kind.sign,
                change.now ? routeText(*change.now, interfaces)
-                          : fmt::format("{} {}", nameOf(change.table), change.key));
+                          : fmt::format("{} {}", Tessel::wordOf(change.table), change.key));
 }
 
 /// Prints at most as many changes as are still wanted, and returns how many that were.

@@ -3,96 +3,29 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include "route/EntryTable.h"
+#include "route/RouteWords.h"
 
 namespace OvixCtl {
+
+using Mpls::Hardware::AdjacencyVias;
+using Routing::Multicast::MvpnVrfIntfId;
+using Tessel::textOf;
+using Tessel::wordOf;
 
 namespace {
 
 using Json = nlohmann::ordered_json;
 
-template <typename Enum>
-std::string number(Enum value) {
-    return fmt::format("{}", static_cast<unsigned>(value));
-}
-
-std::string wordOf(Mpls::LfibViaType type) {
-    switch (type) {
-    case Mpls::LfibViaType::ip:
-        return "ip";
-    case Mpls::LfibViaType::ipLookup:
-        return "ip-lookup";
-    case Mpls::LfibViaType::externalFec:
-        return "external-fec";
-    case Mpls::LfibViaType::ipLookupPerPrefix:
-        return "ip-lookup-per-prefix";
-    case Mpls::LfibViaType::multicastIpLookup:
-        return "multicast-ip-lookup";
-    default:
-        return number(type);
-    }
-}
-
-std::string wordOf(Lumo::MplsLabelAction action) {
-    switch (action) {
-    case Lumo::MplsLabelAction::push:
-        return "push";
-    case Lumo::MplsLabelAction::pop:
-        return "pop";
-    case Lumo::MplsLabelAction::swap:
-        return "swap";
-    default:
-        return number(action);
-    }
-}
-
-std::string wordOf(Mpls::PayloadType payload) {
-    switch (payload) {
-    case Mpls::PayloadType::undefined:
-        return "undefined";
-    case Mpls::PayloadType::none:
-        return "none";
-    case Mpls::PayloadType::ipv4:
-        return "ipv4";
-    case Mpls::PayloadType::ipv6:
-        return "ipv6";
-    case Mpls::PayloadType::ethernet:
-        return "ethernet";
-    case Mpls::PayloadType::automatic:
-        return "auto";
-    default:
-        return number(payload);
-    }
-}
-
-std::string wordOf(Mpls::TtlMode mode) {
-    switch (mode) {
-    case Mpls::TtlMode::uniform:
-        return "uniform";
-    case Mpls::TtlMode::pipe:
-        return "pipe";
-    default:
-        return number(mode);
-    }
-}
-
-/// The labels of a via's operation, outermost first.
-std::vector<std::uint32_t> labelsOf(const Ovix::OvixMplsVia& via) {
-    const auto operation = via.labelOperation();
+std::vector<std::uint32_t> labelsOf(const Mpls::Via& via) {
     std::vector<std::uint32_t> labels;
-    for (std::size_t i = 0; i < operation.depth(); ++i) {
-        labels.push_back(operation.label(i).value());
+    for (const Lumo::MplsLabel label : via.labels()) {
+        labels.push_back(label.value());
     }
     return labels;
 }
 /// "200/300".
-std::string labelText(const Ovix::OvixMplsVia& via) {
+std::string labelText(const Mpls::Via& via) {
     return fmt::format("{}", fmt::join(labelsOf(via), "/"));
-}
-
-/// The interface of the tail of a multicast LSP.
-Lumo::IntfId intfOf(const Mpls::LfibMulticastIpLookupVia& tail) noexcept {
-    return Lumo::IntfId::fromValue((std::uint64_t{tail.intfIdHigh} << 32U) | tail.intfIdLow);
 }
 
 /// Words with a space between them.
@@ -108,105 +41,103 @@ class Words {
             add(value);
         }
     }
-    template <typename Number>
-    void addUnless(Number usual, std::string_view key, Number value) {
-        addIf(value != usual, key, fmt::format("{}", value));
-    }
     const std::string& text() const noexcept { return text_; }
 
   private:
     std::string text_;
 };
 
-/// What of a via is not as usual.
-void addAttributes(Words& words, const Ovix::OvixMplsVia& via) {
-    words.addIf(via.ttl() != Mpls::TtlMode::uniform, "ttl", wordOf(via.ttl()));
-    words.addUnless(via.trafficClassUnset, "tc", via.trafficClass);
-    words.addUnless<std::uint16_t>(0, "push-ttl", via.pushTtl);
-    words.addIf(via.payload() != Mpls::PayloadType::automatic, "payload", wordOf(via.payload()));
-    words.addUnless<std::uint32_t>(0, "mtu", via.nexthopMtu);
-    words.addUnless<std::uint16_t>(0, "vlan", via.nexthopVlan);
-    words.addUnless<std::uint64_t>(0, "fec", via.fecId());
-    words.addIf(!via.vrfName.empty(), "vrf", via.vrfName.view());
-    words.addIf(via.controlWord, "control-word");
+/// What of a via is not as usual. A look-up always says what is beneath.
+void addAttributes(Words& words, const Mpls::Via& via) {
+    const Mpls::ViaOptions options = via.options();
+    if (via.isLookUp()) {
+        words.addIf(true, "vrf", options.vrf.view());
+        words.addIf(true, "payload", textOf(options.payload));
+        return;
+    }
+    for (const ViaAttribute& attribute : viaAttributes()) {
+        const auto value = attribute.text(options);
+        words.addIf(value.has_value(), attribute.word, value.value_or(""));
+    }
 }
 
-void addLookup(Words& words, const LookupView& lookup) {
-    words.addIf(true, "vrf", lookup.vrf.view());
-    words.addIf(true, "payload", wordOf(lookup.payload));
-}
-
-/// What of a route's set is not as usual.
-void addSetWords(Words& words, const LfibRouteView& route) {
-    words.addIf(route.setType == Mpls::LfibViaSetType::multicast, "multicast");
-    words.addIf(route.origin != 0, "origin", fmt::format("{}", route.origin));
+/// What of a set of vias is not as usual.
+void addSetWords(Words& words, const Mpls::LabelRoute& route) {
+    words.addIf(route.isMulticast(), wordOf(route.setType));
+    words.addIf(route.owner != 0, "owner", fmt::format("{}", route.owner));
     words.addIf(route.flags != 0, "flags", fmt::format("{:#04x}", route.flags));
 }
-void addSetWords(Words& words, const AdjacencyView& adjacency) {
-    words.addIf(adjacency.setType == Mpls::LfibViaSetType::multicast, "multicast");
+void addSetWords(Words& words, const AdjacencyVias& adjacency) {
+    words.addIf(adjacency.setType == Mpls::LfibViaSetType::multicast, wordOf(adjacency.setType));
     words.addIf(adjacency.useBackups, "use-backups");
 }
 
 /// Writes an entry on one line.
 class LineWriter {
   public:
-    LineWriter(const RouteView& route, const IntfText& interfaces) : interfaces_(&interfaces) {
-        words_.addIf(true, nameOf(route.table), fmt::format("{}", route.key));
-        std::visit(*this, route.content);
+    LineWriter(const Entry& entry, const IntfText& interfaces) : interfaces_(&interfaces) {
+        words_.addIf(true, wordOf(entry.table), fmt::format("{}", entry.key));
+        std::visit(*this, entry.content);
     }
 
     const std::string& text() const noexcept { return words_.text(); }
 
-    void operator()(const LfibRouteView& route) {
+    void operator()(const Mpls::LabelRoute& route) {
         addSetWords(words_, route);
-        if (route.lookup) {
-            addLookup(words_, *route.lookup);
-        }
         if (route.tail) {
-            words_.addIf(true, "tail dev", interfaces_->text(intfOf(*route.tail)));
+            addTail(route.tail->intf());
         }
-        for (const Mpls::WeightedRecord& via : route.vias) {
+        for (const Mpls::WeightedVia& via : route.vias) {
             words_.addIf(route.vias.size() > 1 || route.tail, "nexthop");
             add(via);
         }
-        const bool isUsual = route.lookup ? route.type == Mpls::LfibViaType::ipLookup
-                                          : route.tail || route.type == Mpls::LfibViaType::ip;
-        words_.addIf(!isUsual, "type", wordOf(route.type));
+        const auto usual = route.tail         ? Mpls::LfibViaType::multicastIpLookup
+                           : route.isLookUp() ? Mpls::LfibViaType::ipLookup
+                                              : Mpls::LfibViaType::ip;
+        words_.addIf(route.viaType != usual, "type", textOf(route.viaType));
     }
-    void operator()(const HardwareRouteView& route) {
-        words_.addIf(true, "adjacency", fmt::format("{}", route.adjacency));
+    void operator()(const Mpls::Hardware::Route& route) {
+        words_.addIf(true, "adjacency", fmt::format("{}", route.adjacencyKey));
         words_.addIf(route.unprogrammed, "unprogrammed");
     }
-    void operator()(const AdjacencyView& adjacency) {
+    void operator()(const AdjacencyVias& adjacency) {
         addSetWords(words_, adjacency);
-        for (const Mpls::WeightedRecord& via : adjacency.vias) {
+        for (const Mpls::WeightedVia& via : adjacency.vias) {
             words_.addIf(adjacency.vias.size() > 1, "nexthop");
             add(via);
         }
-        for (const Mpls::WeightedRecord& via : adjacency.backups) {
+        for (const Mpls::WeightedVia& via : adjacency.backups) {
             words_.add("backup");
             add(via);
         }
     }
-    void operator()(const MvpnView& entry) {
-        words_.addIf(true, "dev", interfaces_->text(entry.intf));
+    void operator()(const MvpnVrfIntfId& vpn) {
+        words_.addIf(true, "dev", interfaces_->text(vpn.intfId));
     }
-    void operator()(const DamagedView& damaged) { words_.addIf(true, "corrupt:", damaged.what); }
+    void operator()(const Damage& damage) { words_.addIf(true, "corrupt:", damage.what); }
 
   private:
-    void add(const Mpls::WeightedRecord& member) {
-        const Ovix::OvixMplsVia& via = member.via;
+    void addTail(Lumo::IntfId intf) {
+        words_.add("tail");
+        if (Lumo::VlanIntfId::isVlanIntfId(intf)) {
+            words_.addIf(true, "vlan", fmt::format("{}", Lumo::VlanIntfId::vlanId(intf)));
+        } else {
+            words_.addIf(!intf.empty(), "dev", interfaces_->text(intf));
+        }
+    }
+    void add(const Mpls::WeightedVia& member) {
+        const Mpls::Via& via = member.via;
         if (via.action() == Lumo::MplsLabelAction::swap) {
             words_.addIf(true, "as to", labelText(via));
         } else if (via.action() != Lumo::MplsLabelAction::pop) {
-            words_.addIf(true, wordOf(via.action()), labelText(via));
+            words_.addIf(true, textOf(via.action()), labelText(via));
         }
-        if (via.nexthop.family() != Lumo::IpFamily::none) {
-            const bool isIpv6 = via.nexthop.family() == Lumo::IpFamily::ipv6;
-            words_.addIf(true, isIpv6 ? "via inet6" : "via inet", via.nexthop.text());
+        if (via.nexthop().family() != Lumo::IpFamily::none) {
+            const bool isIpv6 = via.nexthop().family() == Lumo::IpFamily::ipv6;
+            words_.addIf(true, isIpv6 ? "via inet6" : "via inet", via.nexthop().text());
         }
-        words_.addIf(!via.intfId.empty(), "dev", interfaces_->text(via.intfId));
-        words_.addUnless<std::uint32_t>(1, "weight", member.weight);
+        words_.addIf(!via.intf().empty(), "dev", interfaces_->text(via.intf()));
+        words_.addIf(member.weight != 1, "weight", fmt::format("{}", member.weight));
         addAttributes(words_, via);
     }
 
@@ -217,64 +148,62 @@ class LineWriter {
 /// Writes an entry as lines of a table, one per via.
 class RowWriter {
   public:
-    RowWriter(const RouteView& route, const IntfText& interfaces)
-        : interfaces_(&interfaces), start_{std::string(nameOf(route.table)),
-                                           fmt::format("{}", route.key)} {
-        std::visit(*this, route.content);
+    RowWriter(const Entry& entry, const IntfText& interfaces)
+        : interfaces_(&interfaces), start_{std::string(wordOf(entry.table)),
+                                           fmt::format("{}", entry.key)} {
+        std::visit(*this, entry.content);
     }
 
     std::vector<TextTable::Cells> take() { return std::move(rows_); }
 
-    void operator()(const LfibRouteView& route) {
-        const std::string type = wordOf(route.type);
+    void operator()(const Mpls::LabelRoute& route) {
+        const std::string type = textOf(route.viaType);
         Words common;
         addSetWords(common, route);
-        if (route.lookup) {
-            Words words = common;
-            addLookup(words, *route.lookup);
-            add({type, wordOf(Lumo::MplsLabelAction::pop), "", "", "", "", words.text()});
-        }
         if (route.tail) {
             Words words = common;
             words.add("tail");
-            add({type, "", "", "", interfaces_->text(intfOf(*route.tail)), "", words.text()});
+            add({type, "", "", "", interfaces_->text(route.tail->intf()), "", words.text()});
         }
         addVias(type, common, route.vias);
         if (rows_.empty()) {
             add({type, "", "", "", "", "", common.text()});
         }
+        if (route.isLookUp()) {
+            rows_.back()[weightColumn] = ""; // there is nothing to share
+        }
     }
-    void operator()(const HardwareRouteView& route) {
-        add({"", "", "", fmt::format("adjacency {}", route.adjacency), "", "",
+    void operator()(const Mpls::Hardware::Route& route) {
+        add({"", "", "", fmt::format("adjacency {}", route.adjacencyKey), "", "",
              route.unprogrammed ? "unprogrammed" : ""});
     }
-    void operator()(const AdjacencyView& adjacency) {
+    void operator()(const AdjacencyVias& adjacency) {
         Words common;
         addSetWords(common, adjacency);
-        addVias(wordOf(adjacency.type), common, adjacency.vias);
+        addVias(textOf(adjacency.viaType), common, adjacency.vias);
         common.add("backup");
-        addVias(wordOf(adjacency.type), common, adjacency.backups);
+        addVias(textOf(adjacency.viaType), common, adjacency.backups);
     }
-    void operator()(const MvpnView& entry) {
-        add({"", "", "", "", interfaces_->text(entry.intf), "", ""});
+    void operator()(const MvpnVrfIntfId& vpn) {
+        add({"", "", "", "", interfaces_->text(vpn.intfId), "", ""});
     }
-    void operator()(const DamagedView& damaged) {
-        add({"corrupt", "", "", "", "", "", damaged.what});
-    }
+    void operator()(const Damage& damage) { add({"corrupt", "", "", "", "", "", damage.what}); }
 
   private:
+    static constexpr std::size_t weightColumn = 7;
+
     /// The cells behind the table and the key.
     void add(TextTable::Cells cells) {
         cells.insert(cells.begin(), start_.begin(), start_.end());
         rows_.push_back(std::move(cells));
     }
     void addVias(const std::string& type, const Words& common,
-                 const std::vector<Mpls::WeightedRecord>& vias) {
+                 const std::vector<Mpls::WeightedVia>& vias) {
         for (const auto& [via, weight] : vias) {
             Words words = common;
             addAttributes(words, via);
-            add({type, wordOf(via.action()), labelText(via), via.nexthop.text(),
-                 interfaces_->text(via.intfId), fmt::format("{}", weight), words.text()});
+            add({type, textOf(via.action()), labelText(via), via.nexthop().text(),
+                 interfaces_->text(via.intf()), fmt::format("{}", weight), words.text()});
         }
     }
 
@@ -283,16 +212,12 @@ class RowWriter {
     std::vector<TextTable::Cells> rows_;
 };
 
-Json textOrNull(std::string text) {
-    return text.empty() ? Json() : Json(std::move(text));
+Json textOrNull(std::string_view text) {
+    return text.empty() ? Json() : Json(text);
 }
 template <typename Number>
-Json numberUnless(Number unset, Number value) {
-    return value == unset ? Json() : Json(value);
-}
-
-Json keyJson(Mpls::TableId table, std::uint32_t key) {
-    return {{"table", nameOf(table)}, {std::string(keyNameOf(table)), key}};
+Json numberOrNull(Number value) {
+    return value == 0 ? Json() : Json(value);
 }
 std::string dumped(const Json& json) {
     return json.dump(-1, ' ', false, Json::error_handler_t::replace);
@@ -300,65 +225,65 @@ std::string dumped(const Json& json) {
 
 class JsonWriter {
   public:
-    JsonWriter(Json start, const IntfText& interfaces)
-        : json_(std::move(start)), interfaces_(&interfaces) {}
-
-    Json take() { return std::move(json_); }
-
-    void operator()(const LfibRouteView& route) {
-        json_["type"] = wordOf(route.type);
-        json_["multicast"] = route.setType == Mpls::LfibViaSetType::multicast;
-        json_["lookup"] = nullptr;
-        if (route.lookup) {
-            json_["lookup"] = {{"vrf", route.lookup->vrf.view()},
-                               {"payload", wordOf(route.lookup->payload)}};
-        }
-        json_["tail"] = nullptr;
-        if (route.tail) {
-            json_["tail"] = {{"interface", intf(intfOf(*route.tail))}};
-        }
-        json_["vias"] = vias(route.vias);
+    JsonWriter(const Entry& entry, const IntfText& interfaces) : interfaces_(&interfaces) {
+        json_ = keyJson(entry.table, entry.key);
+        std::visit(*this, entry.content);
     }
-    void operator()(const HardwareRouteView& route) {
-        json_["adjacency"] = route.adjacency;
+
+    static Json keyJson(Mpls::TableId table, std::uint32_t key) {
+        return {{"table", wordOf(table)}, {std::string(keyNameOf(table)), key}};
+    }
+    std::string text() const { return dumped(json_); }
+
+    void operator()(const Mpls::LabelRoute& route) {
+        json_["type"] = textOf(route.viaType);
+        json_["multicast"] = route.isMulticast();
+        json_["lookup"] = route.isLookUp() ? lookUp(route.vias.front().via.options()) : Json();
+        json_["tail"] = route.tail ? Json{{"interface", intf(route.tail->intf())}} : Json();
+        json_["vias"] = route.isLookUp() ? Json::array() : vias(route.vias);
+    }
+    void operator()(const Mpls::Hardware::Route& route) {
+        json_["adjacency"] = route.adjacencyKey;
         json_["unprogrammed"] = route.unprogrammed;
     }
-    void operator()(const AdjacencyView& adjacency) {
-        json_["type"] = wordOf(adjacency.type);
+    void operator()(const AdjacencyVias& adjacency) {
+        json_["type"] = textOf(adjacency.viaType);
         json_["multicast"] = adjacency.setType == Mpls::LfibViaSetType::multicast;
         json_["useBackups"] = adjacency.useBackups;
         json_["vias"] = vias(adjacency.vias);
         json_["backups"] = vias(adjacency.backups);
     }
-    void operator()(const MvpnView& entry) { json_["interface"] = intf(entry.intf); }
-    void operator()(const DamagedView& damaged) { json_["corrupt"] = damaged.what; }
+    void operator()(const MvpnVrfIntfId& vpn) { json_["interface"] = intf(vpn.intfId); }
+    void operator()(const Damage& damage) { json_["corrupt"] = damage.what; }
 
   private:
+    static Json lookUp(const Mpls::ViaOptions& options) {
+        return {{"vrf", options.vrf.view()}, {"payload", textOf(options.payload)}};
+    }
     Json intf(Lumo::IntfId id) const { return textOrNull(interfaces_->text(id)); }
-
-    Json vias(const std::vector<Mpls::WeightedRecord>& members) const {
+    Json vias(const std::vector<Mpls::WeightedVia>& members) const {
         Json list = Json::array();
-        for (const Mpls::WeightedRecord& member : members) {
+        for (const Mpls::WeightedVia& member : members) {
             list.push_back(one(member));
         }
         return list;
     }
-    Json one(const Mpls::WeightedRecord& member) const {
-        const Ovix::OvixMplsVia& via = member.via;
+    Json one(const Mpls::WeightedVia& member) const {
+        const Mpls::ViaOptions options = member.via.options();
         Json json;
-        json["action"] = wordOf(via.action());
-        json["labels"] = labelsOf(via);
-        json["nexthop"] = textOrNull(via.nexthop.text());
-        json["interface"] = intf(via.intfId);
+        json["action"] = textOf(member.via.action());
+        json["labels"] = labelsOf(member.via);
+        json["nexthop"] = textOrNull(options.nexthop.text());
+        json["interface"] = intf(options.intf);
         json["weight"] = member.weight;
-        json["ttl"] = wordOf(via.ttl());
-        json["tc"] = numberUnless(via.trafficClassUnset, via.trafficClass);
-        json["pushTtl"] = numberUnless<std::uint16_t>(0, via.pushTtl);
-        json["payload"] = wordOf(via.payload());
-        json["mtu"] = numberUnless<std::uint32_t>(0, via.nexthopMtu);
-        json["vlan"] = numberUnless<std::uint16_t>(0, via.nexthopVlan);
-        json["fec"] = numberUnless<std::uint64_t>(0, via.fecId());
-        json["vrf"] = textOrNull(std::string(via.vrfName.view()));
+        json["ttl"] = textOf(options.ttl);
+        json["tc"] = options.tc ? Json(*options.tc) : Json();
+        json["pushTtl"] = numberOrNull(options.pushTtl);
+        json["payload"] = textOf(options.payload);
+        json["mtu"] = numberOrNull(options.mtu);
+        json["vlan"] = numberOrNull(options.vlan);
+        json["fec"] = numberOrNull(options.fec);
+        json["vrf"] = textOrNull(options.vrf.view());
         return json;
     }
 
@@ -387,8 +312,8 @@ std::string IntfText::text(Lumo::IntfId intf) const {
     }
 }
 
-std::string routeText(const RouteView& route, const IntfText& interfaces) {
-    return LineWriter(route, interfaces).text();
+std::string routeText(const Entry& entry, const IntfText& interfaces) {
+    return LineWriter(entry, interfaces).text();
 }
 
 std::vector<TextTable::Column> routeColumns() {
@@ -398,18 +323,16 @@ std::vector<TextTable::Column> routeColumns() {
             {"Interface", left}, {"Weight", right},    {"Attributes", left}};
 }
 
-std::vector<TextTable::Cells> routeRows(const RouteView& route, const IntfText& interfaces) {
-    return RowWriter(route, interfaces).take();
+std::vector<TextTable::Cells> routeRows(const Entry& entry, const IntfText& interfaces) {
+    return RowWriter(entry, interfaces).take();
 }
 
-std::string routeJson(const RouteView& route, const IntfText& interfaces) {
-    JsonWriter writer(keyJson(route.table, route.key), interfaces);
-    std::visit(writer, route.content);
-    return dumped(writer.take());
+std::string routeJson(const Entry& entry, const IntfText& interfaces) {
+    return JsonWriter(entry, interfaces).text();
 }
 
 std::string routeKeyJson(Mpls::TableId table, std::uint32_t key) {
-    return dumped(keyJson(table, key));
+    return dumped(JsonWriter::keyJson(table, key));
 }
 
 std::string jsonText(std::string_view text) {

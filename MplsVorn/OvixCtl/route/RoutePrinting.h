@@ -6,8 +6,8 @@
 
 #include "Lumo/IntfId.h"
 #include "Published/InterfaceNames.h"
-#include "route/RouteView.h"
 #include "route/TextTable.h"
+#include "tables/TableView.h"
 
 namespace OvixCtl {
 
@@ -27,16 +27,17 @@ class IntfText {
 };
 
 /// An entry on one line, after `ip -f mpls route`: "transit 100 as to 200/300 via inet 10.0.2.2 dev
-/// east", with `nexthop` before each of several vias. No `as` means pop.
-std::string routeText(const RouteView& route, const IntfText& interfaces);
+/// east", with `nexthop` before each of several vias. No `as` means pop. parseRoute() takes the
+/// line of a label route.
+std::string routeText(const Entry& entry, const IntfText& interfaces);
 
 /// The columns of tables for people, and an entry as lines of them, one per via.
 std::vector<TextTable::Column> routeColumns();
-std::vector<TextTable::Cells> routeRows(const RouteView& route, const IntfText& interfaces);
+std::vector<TextTable::Cells> routeRows(const Entry& entry, const IntfText& interfaces);
 
 /// An entry as JSON on one line; `ovixctl lfib show --help` lists the keys. Bytes of a name that
 /// are not UTF-8 are replaced.
-std::string routeJson(const RouteView& route, const IntfText& interfaces);
+std::string routeJson(const Entry& entry, const IntfText& interfaces);
 /// {"table", KEY}: the table and the key of an entry.
 std::string routeKeyJson(Mpls::TableId table, std::uint32_t key);
 /// The text as a JSON string, likewise.

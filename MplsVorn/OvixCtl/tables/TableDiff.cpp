@@ -1,7 +1,5 @@
 #include "tables/TableDiff.h"
 
-#include "route/EntryTable.h"
-
 namespace OvixCtl {
 
 namespace {

@@ -5,15 +5,14 @@
 #include <string>
 #include <vector>
 
-#include "route/RouteView.h"
 #include "tables/TableView.h"
 
 namespace OvixCtl {
 
-/// An entry that is not the same in two generations; at least one side is there.
+/// An entry that differs between two generations; at least one side is set.
 struct Change {
-    std::optional<RouteView> before;
-    std::optional<RouteView> after;
+    std::optional<Entry> before;
+    std::optional<Entry> after;
 };
 
 struct TableDiff {
@@ -21,7 +20,7 @@ struct TableDiff {
     std::vector<std::string> damage; ///< what could not be read of `before` at all
 };
 
-/// What makes `after` of `before`. An entry that cannot be right differs from every other.
+/// The changes that turn `before` into `after`.
 TableDiff differences(const TableView& before, const TableView& after);
 
 struct ChangeCounts {

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 
 #include "Tessel/Exceptions.h"
-#include "route/ViaReading.h"
 
 namespace OvixCtl {
 
@@ -16,7 +16,7 @@ using namespace Tessel::TableLayout;
 
 namespace {
 
-/// Visits the entries of a table, `visit(key, ref)`, and goes on behind what cannot be right.
+/// Visits the entries of a table, `visit(key, ref)`; a damaged page hides no other.
 template <typename Visitor>
 void visitEntries(const Tessel::TableReader& tables, std::size_t table,
                   std::vector<std::string>& damage, Visitor&& visit) {
@@ -37,16 +37,11 @@ void visitEntries(const Tessel::TableReader& tables, std::size_t table,
     }
 }
 
-/// Calls `read`; what it runs into is the entry's content.
-template <typename Read>
-void contentFrom(RouteView& view, Read&& read) {
-    try {
-        view.content = read();
-    } catch (const Tessel::CorruptionDetected& corruption) {
-        view.content = DamagedView{corruption.what()};
-    } catch (const Tessel::RangeError& range) {
-        view.content = DamagedView{range.what()};
-    }
+using Content = decltype(Entry::content);
+
+template <class T>
+Content contentOf(const Tessel::Result<T>& read) {
+    return read ? Content(read.value()) : Damage{read.refused().what};
 }
 
 MvpnVrfIntfId readMvpn(const Tessel::TableReader& tables, TableRef ref) {
@@ -59,8 +54,6 @@ MvpnVrfIntfId readMvpn(const Tessel::TableReader& tables, TableRef ref) {
 }
 
 } // namespace
-
-TableView::TableView(const Ptr<Tessel::TableReader>& reader) : tables_(reader) {}
 
 TableView::Keys TableView::keys(TableId table) const {
     if (table == TableId::mvpnIntfStatus) {
@@ -91,27 +84,32 @@ bool TableView::has(TableId table, std::uint32_t key) const {
     try {
         return static_cast<bool>(reader().entry(static_cast<std::size_t>(table), key));
     } catch (const Tessel::CorruptionDetected&) {
-        return true; // in the way, whatever it is
+        return true; // occupied, whatever it is
     }
 }
 
-RouteView TableView::entry(TableId table, std::uint32_t key) const {
-    RouteView view{table, key, DamagedView{}};
-    contentFrom(view, [&]() -> decltype(view.content) {
+Entry TableView::entry(TableId table, std::uint32_t key) const {
+    const auto read = [&]() -> Content {
         switch (table) {
-        case TableId::hardwareRoutes: {
-            const auto route = tables_.hardware()->route(RouteKey::fromLabel(Lumo::MplsLabel(key)));
-            return HardwareRouteView{route.adjacencyKey, route.unprogrammed};
-        }
+        case TableId::hardwareRoutes:
+            return tables_.hardware()->route(RouteKey::fromLabel(Lumo::MplsLabel(key)));
         case TableId::hardwareAdjacencies:
-            return readAdjacency(*tables_.hardware()->adjacency(key));
+            return contentOf(tables_.hardware()->adjacency(key)->content());
         case TableId::mvpnIntfStatus:
-            return MvpnView{tables_.mvpn()->vrfIntfId({key}).intfId};
+            return tables_.mvpn()->vrfIntfId({key});
         default:
-            return readLfibRoute(*tables_.lfib(table), key);
+            assert(Mpls::isLfib(table));
+            return contentOf(
+                Mpls::readLabelRoute(*tables_.lfib(table), table, Lumo::MplsLabel(key)));
         }
-    });
-    return view;
+    };
+    try {
+        return {table, key, read()};
+    } catch (const Tessel::CorruptionDetected& corruption) {
+        return {table, key, Damage{corruption.what()}};
+    } catch (const Tessel::RangeError& range) {
+        return {table, key, Damage{range.what()}};
+    }
 }
 
 } // namespace OvixCtl

@@ -1,5 +1,7 @@
 #include "tables/TableWatch.h"
 
+#include <cassert>
+
 #include "Tessel/Exceptions.h"
 
 namespace OvixCtl {
@@ -43,7 +45,7 @@ std::vector<WatchedChange> TableWatch::look() {
             remember(found);
             return found;
         } catch (const Tessel::SnapshotLost&) {
-            // There is a newer generation to go over to; what was found waits in pending_.
+            // A newer generation has replaced this one; the places found stay in pending_.
         }
     }
 }
@@ -58,9 +60,9 @@ void TableWatch::collect() {
 
 std::vector<WatchedChange> TableWatch::read() const {
     std::vector<WatchedChange> changes;
-    for (const Entry& entry : pending_) {
-        if (entry.first != TableId::mvpnIntfStatus) {
-            readEntry(entry, changes);
+    for (const Place& place : pending_) {
+        if (place.first != TableId::mvpnIntfStatus) {
+            readEntry(place, changes);
         }
     }
     if (!pending_.empty() && pending_.rbegin()->first == TableId::mvpnIntfStatus) {
@@ -69,8 +71,8 @@ std::vector<WatchedChange> TableWatch::read() const {
     return changes;
 }
 
-void TableWatch::readEntry(const Entry& entry, std::vector<WatchedChange>& changes) const {
-    const auto [table, key] = entry;
+void TableWatch::readEntry(const Place& place, std::vector<WatchedChange>& changes) const {
+    const auto [table, key] = place;
     const bool was = present_[static_cast<std::size_t>(table)]->test(key);
     const bool is = view_.has(table, key);
     if (is) {
@@ -106,6 +108,7 @@ TableWatch::Vpns TableWatch::vpnsNow() const {
 
 void TableWatch::remember(const std::vector<WatchedChange>& changes) {
     for (const WatchedChange& change : changes) {
+        assert(change.now.has_value() == (change.kind != Kind::removed));
         if (change.table != TableId::mvpnIntfStatus) {
             present_[static_cast<std::size_t>(change.table)]->set(change.key,
                                                                   change.now.has_value());

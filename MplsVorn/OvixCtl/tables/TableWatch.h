@@ -10,45 +10,43 @@
 #include <vector>
 
 #include "Tables/TableChanges.h"
-#include "route/EntryTable.h"
-#include "route/RouteView.h"
 #include "tables/TableView.h"
 
 namespace OvixCtl {
 
-/// An entry that is no longer as it was when last looked at.
+/// An entry that has changed since the last look.
 struct WatchedChange {
     enum class Kind : std::uint8_t { added, removed, changed };
 
     Kind kind{};
     Mpls::TableId table{};
     std::uint32_t key = 0;
-    std::optional<RouteView> now; ///< unset exactly for a removed one
+    std::optional<Entry> now; ///< unset exactly for a removed one
 };
 
-/// Finds what changes in live tables, from what they held at first. Keeps of each entry only
-/// whether it is there.
+/// Finds the changes of live tables since its construction. Of each entry it keeps only whether
+/// there is one.
 class TableWatch {
   public:
-    /// Throws CorruptionDetected when the tables are others than these or cannot be read.
+    /// Throws CorruptionDetected when the memory holds other tables, or damaged ones.
     explicit TableWatch(Ptr<Tessel::TableReader> reader);
 
     const Tessel::TableReader& reader() const noexcept { return *reader_; }
 
-    /// What has changed since the last look, by table and key, as the generation has it that the
-    /// reader holds afterwards. Throws CorruptionDetected for a generation or a page that cannot be
-    /// right; the next look goes on behind it.
+    /// The changes since the last look, by table and key; the reader then holds the generation that
+    /// they are of. Throws CorruptionDetected for a damaged generation or page; the next look goes
+    /// on behind it.
     std::vector<WatchedChange> look();
 
   private:
     using Keys = std::bitset<Tessel::TableLayout::maxKey + std::size_t{1}>;
-    using Vpns = std::map<std::uint32_t, RouteView>;
-    using Entry = std::pair<Mpls::TableId, std::uint32_t>;
+    using Vpns = std::map<std::uint32_t, Entry>;
+    using Place = std::pair<Mpls::TableId, std::uint32_t>;
 
     void start();
     void collect();
     std::vector<WatchedChange> read() const;
-    void readEntry(const Entry& entry, std::vector<WatchedChange>& changes) const;
+    void readEntry(const Place& place, std::vector<WatchedChange>& changes) const;
     void readVpns(std::vector<WatchedChange>& changes) const;
     Vpns vpnsNow() const;
     void remember(const std::vector<WatchedChange>& changes);
@@ -59,7 +57,7 @@ class TableWatch {
     /// By table but that of the multicast VPNs, where an entry's place is not its key.
     std::vector<std::unique_ptr<Keys>> present_;
     Vpns vpns_;
-    std::set<Entry> pending_; ///< found, and not yet read
+    std::set<Place> pending_; ///< found, and not yet read
 };
 
 } // namespace OvixCtl

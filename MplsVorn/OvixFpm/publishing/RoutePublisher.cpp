@@ -13,15 +13,28 @@ using Mpls::TableId;
 
 namespace {
 
-/// The labels as vias carry them, three bytes each.
-std::vector<std::uint8_t> packed(const std::vector<Lumo::MplsLabel>& labels) {
-    std::vector<std::uint8_t> bytes;
-    for (const Lumo::MplsLabel label : labels) {
-        for (const unsigned shift : {16U, 8U, 0U}) {
-            bytes.push_back(static_cast<std::uint8_t>(label.value() >> shift));
-        }
+template <class T>
+T valueOrThrow(Tessel::Result<T> result) {
+    if (!result) {
+        throw std::runtime_error(result.refused().what);
     }
-    return bytes;
+    return std::move(result).value();
+}
+
+void check(const Tessel::Result<void>& done) {
+    if (!done) {
+        throw std::runtime_error(done.refused().what);
+    }
+}
+
+/// Of a label route each hop swaps or pops, of an IP route it pushes or forwards.
+Tessel::Result<Mpls::Via> viaOf(const std::vector<Lumo::MplsLabel>& labels, bool ofLabel,
+                                const Mpls::ViaOptions& options) {
+    using Mpls::Via;
+    if (labels.empty()) {
+        return ofLabel ? Via::pop(options) : Via::forward(options);
+    }
+    return ofLabel ? Via::swap(labels, options) : Via::push(labels, options);
 }
 
 L3::Route::Kind kindOf(RouteEnd end) noexcept {
@@ -76,18 +89,25 @@ void RoutePublisher::withdraw(const Destination& destination) {
 
 void RoutePublisher::publish(Lumo::MplsLabel label, const Route& route) {
     assert(!route.nextHops.empty() && !route.end);
-    const RouteKey key = RouteKey::fromLabel(label);
+    Mpls::LabelRoute published;
+    published.label = label;
+    const RouteKey key = published.key();
     const NextHop& first = route.nextHops.front();
     if (route.nextHops.size() == 1 && first.isInterfaceOnly() && interfaceOf(first).isVrf()) {
         Mpls::transitRouteDel(*tables_, key);
-        tables_->lfib(TableId::decapLfib)
-            .ipLookupRouteIs(key, Mpls::LfibViaType::ipLookup,
-                             L3::VrfName(std::string_view(interfaceOf(first).name)),
-                             Mpls::PayloadType::automatic);
+        published.table = TableId::decapLfib;
+        published.viaType = Mpls::LfibViaType::ipLookup;
+        published.vias = {
+            {valueOrThrow(Mpls::Via::popAndLookUp(std::string_view(interfaceOf(first).name),
+                                                  Mpls::PayloadType::automatic)),
+             1}};
+        check(tables_->lfib(TableId::decapLfib).routeIs(published));
     } else {
-        const auto vias = viasOf(route.nextHops, true, route.ttlPropagated.value_or(true));
+        published.vias = viasOf(route.nextHops, true,
+                                route.ttlPropagated.value_or(true) ? Mpls::TtlMode::uniform
+                                                                   : Mpls::TtlMode::pipe);
         tables_->lfib(TableId::decapLfib).routeDel(key);
-        Mpls::transitRouteIs(*tables_, key, vias);
+        check(Mpls::transitRouteIs(*tables_, published));
     }
     labels_.insert(label);
     staleLabels_.erase(label);
@@ -105,8 +125,9 @@ void RoutePublisher::publish(const L3::RouteKey& key, const Route& route) {
             checkIsForwarded(hop, published.vrf);
         }
         published.kind = L3::Route::Kind::forward;
-        published.ways =
-            Mpls::Hardware::Adjacency::create(viasOf(route.nextHops, false, true), {}, false);
+        Mpls::Hardware::AdjacencyVias adjacency;
+        adjacency.vias = viasOf(route.nextHops, false, Mpls::TtlMode::uniform);
+        published.ways = Mpls::Hardware::Adjacency::create(adjacency);
     }
     tables_->ipRoutes().routeIs(published);
     stalePrefixes_.erase(key);
@@ -145,27 +166,15 @@ L3::VrfName RoutePublisher::vrfOf(std::uint32_t table) {
     return {std::string_view(*found)};
 }
 
-std::vector<Mpls::WeightedRecord> RoutePublisher::viasOf(const std::vector<NextHop>& hops,
-                                                         bool ofLabel, bool uniform) {
-    using Lumo::MplsLabelAction;
-    std::vector<Mpls::WeightedRecord> vias;
+std::vector<Mpls::WeightedVia> RoutePublisher::viasOf(const std::vector<NextHop>& hops,
+                                                      bool ofLabel, Mpls::TtlMode ttl) {
+    std::vector<Mpls::WeightedVia> vias;
     for (const NextHop& hop : hops) {
-        Mpls::WeightedRecord& weighted = vias.emplace_back();
-        weighted.weight = hop.weight;
-        weighted.via.intfId = tables_->interfaces().intfId(interfaceOf(hop).name);
-        weighted.via.nexthop = hop.gateway;
-        weighted.via.payloadType = static_cast<std::uint32_t>(Mpls::PayloadType::automatic);
-        weighted.via.ttlMode =
-            static_cast<std::uint32_t>(uniform ? Mpls::TtlMode::uniform : Mpls::TtlMode::pipe);
-        if (ofLabel) {
-            weighted.via.labelAction = static_cast<std::uint32_t>(
-                hop.labels.empty() ? MplsLabelAction::pop : MplsLabelAction::swap);
-        } else if (!hop.labels.empty()) {
-            weighted.via.labelAction = static_cast<std::uint32_t>(MplsLabelAction::push);
-        }
-        if (!weighted.via.labelsIs(packed(hop.labels))) {
-            throw std::length_error("too many labels");
-        }
+        Mpls::ViaOptions options;
+        options.intf = tables_->interfaces().intfId(interfaceOf(hop).name);
+        options.nexthop = hop.gateway;
+        options.ttl = ttl;
+        vias.push_back({valueOrThrow(viaOf(hop.labels, ofLabel, options)), hop.weight});
     }
     return vias;
 }

@@ -35,8 +35,8 @@ class RoutePublisher {
     void publish(Lumo::MplsLabel label, const Route& route);
     void publish(const L3::RouteKey& key, const Route& route);
     void withdraw(const Destination& destination);
-    std::vector<Mpls::WeightedRecord> viasOf(const std::vector<NextHop>& hops, bool ofLabel,
-                                             bool uniform);
+    std::vector<Mpls::WeightedVia> viasOf(const std::vector<NextHop>& hops, bool ofLabel,
+                                          Mpls::TtlMode ttl);
     const KernelLink& interfaceOf(const NextHop& hop);
     L3::VrfName vrfOf(std::uint32_t table);
     void checkIsForwarded(const NextHop& hop, const L3::VrfName& vrf);

@@ -20,10 +20,8 @@ struct Route {
     std::uint64_t adjacencyKey = 0; ///< 0 to 2^20 - 1
     bool unprogrammed = false;      ///< the platform has not (yet) taken the route
 
-    bool isEq(const Route& other) const noexcept {
-        return routeKey == other.routeKey && adjacencyKey == other.adjacencyKey &&
-               unprogrammed == other.unprogrammed;
-    }
+    bool isEq(const Route& other) const noexcept { return *this == other; }
+    friend bool operator==(const Route&, const Route&) noexcept = default;
 
     /// The route as its label's entry carries it.
     ///

@@ -12,8 +12,7 @@ std::vector<std::string> selected(const Tables& tables, const std::vector<std::s
     std::vector<std::string> names;
     for (const auto& entry :
          select(tables.view(), OvixCtl::parseShowFilter(given).value()).entries) {
-        names.push_back(std::string(OvixCtl::nameOf(entry.table)) + " " +
-                        std::to_string(entry.key));
+        names.push_back(std::string(Tessel::wordOf(entry.table)) + " " + std::to_string(entry.key));
     }
     return names;
 }
@@ -28,10 +27,11 @@ TEST(Selection, TablesAndLabelsNarrowIt) {
     tables.add("6 dev a");
     const auto key = Mpls::RouteKey::fromLabel(Lumo::MplsLabel(5));
     tables.publisher().hardware().routeIs({key, 9, false});
-    const std::vector<Mpls::WeightedRecord> vias{{via(Lumo::MplsLabelAction::pop, "10.0.0.1"), 1}};
+    Mpls::Hardware::AdjacencyVias adjacency;
+    adjacency.vias = {popTo("10.0.0.1")};
     for (const std::uint64_t id : {std::uint64_t{8}, std::uint64_t{9}}) {
-        tables.publisher().hardware().adjacencyIs(
-            id, *Mpls::Hardware::Adjacency::create(vias, {}, false));
+        tables.publisher().hardware().adjacencyIs(id,
+                                                  *Mpls::Hardware::Adjacency::create(adjacency));
     }
     tables.publisher().mvpn().vrfIntfIdIs({5}, Lumo::IntfId("a"));
     tables.commit();

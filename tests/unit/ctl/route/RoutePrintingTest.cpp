@@ -6,73 +6,31 @@
 
 using namespace CtlTesting;
 using Cells = OvixCtl::TextTable::Cells;
-using Lumo::MplsLabelAction;
 using OvixCtl::routeJson;
 using OvixCtl::routeRows;
 using OvixCtl::routeText;
 
-namespace {
-
-std::string textOf(const PublishedRoute& route) {
-    return routeText(route.read(), route.names());
-}
-
-} // namespace
-
-TEST(RouteText, ARouteReadsAsItIsGiven) {
-    for (const char* line : {"100 as to 200/300 via inet 10.0.2.2 dev east",
-                             "100 via inet6 fe80::2 dev east weight 7", "100 push 16 dev east",
-                             "100 nexthop as to 5 via inet 10.0.0.1 dev a weight 3 nexthop via "
-                             "inet 10.0.0.2"}) {
-        EXPECT_EQ(textOf(PublishedRoute(line)), "transit " + std::string(line));
-    }
-    EXPECT_EQ(textOf(PublishedRoute("7 table decap dev a")), "decap 7 dev a");
-    EXPECT_EQ(textOf(PublishedRoute("7 vrf red")), "decap 7 vrf red payload auto");
-}
-
-TEST(RouteText, WhatIsUnusualOfAViaIsPrintedBehindIt) {
-    OvixCtl::LfibRouteView route;
-    route.type = Mpls::LfibViaType::externalFec;
-    auto unusual = via(MplsLabelAction::swap, "10.0.0.1", {0, 0, 200});
-    unusual.ttlMode = 1;
-    unusual.trafficClass = 5;
-    unusual.pushTtl = 9;
-    unusual.payloadType = 3;
-    unusual.nexthopMtu = 1400;
-    unusual.nexthopVlan = 100;
-    unusual.fecIdHigh = 1;
-    unusual.fecIdLow = 2;
-    unusual.vrfName = "red";
-    unusual.controlWord = true;
-    route.vias.push_back({unusual, 1});
-    EXPECT_EQ(routeText({Mpls::TableId::decapLfib, 100, route}, {}),
-              "decap 100 as to 200 via inet 10.0.0.1 ttl pipe tc 5 push-ttl 9 payload ipv6 mtu "
-              "1400 vlan 100 fec 4294967298 vrf red control-word type external-fec");
-}
-
 TEST(RouteText, EveryKindOfEntryHasItsLine) {
     using namespace OvixCtl;
-    const auto vlan = Lumo::VlanIntfId::vlanIdToIntfId(100);
-    LfibRouteView tail;
-    tail.type = Mpls::LfibViaType::multicastIpLookup;
-    tail.setType = Mpls::LfibViaSetType::multicast;
-    tail.tail.emplace();
-    tail.tail->intfIdHigh = static_cast<std::uint32_t>(vlan.value() >> 32U);
-    tail.tail->intfIdLow = static_cast<std::uint32_t>(vlan.value());
-    tail.vias.push_back({via(MplsLabelAction::pop, "10.0.0.1"), 1});
-    EXPECT_EQ(routeText({Mpls::TableId::decapLfib, 5, tail}, {}),
-              "decap 5 multicast tail dev vlan100 nexthop via inet 10.0.0.1");
-    AdjacencyView adjacency;
+    Mpls::LabelRoute route;
+    route.viaType = Mpls::LfibViaType::externalFec;
+    route.vias = {popTo("10.0.0.1")};
+    route.owner = 7;
+    route.flags = 1;
+    EXPECT_EQ(routeText({Mpls::TableId::decapLfib, 5, route}, {}),
+              "decap 5 owner 7 flags 0x01 via inet 10.0.0.1 type external-fec");
+    Mpls::Hardware::AdjacencyVias adjacency;
     adjacency.useBackups = true;
-    adjacency.vias = {{via(MplsLabelAction::pop, "10.0.0.1"), 1}};
-    adjacency.backups = {{via(MplsLabelAction::pop, "10.0.0.2"), 2}};
+    adjacency.vias = {popTo("10.0.0.1")};
+    adjacency.backups = {popTo("10.0.0.2", 2)};
     EXPECT_EQ(routeText({Mpls::TableId::hardwareAdjacencies, 6, adjacency}, {}),
               "adjacency 6 use-backups via inet 10.0.0.1 backup via inet 10.0.0.2 weight 2");
-    EXPECT_EQ(routeText({Mpls::TableId::hardwareRoutes, 7, HardwareRouteView{6, true}}, {}),
+    const Mpls::Hardware::Route hardware{{}, 6, true};
+    EXPECT_EQ(routeText({Mpls::TableId::hardwareRoutes, 7, hardware}, {}),
               "hardware 7 adjacency 6 unprogrammed");
-    EXPECT_EQ(routeText({Mpls::TableId::mvpnIntfStatus, 8, MvpnView{vlan}}, {}),
-              "mvpn 8 dev vlan100");
-    EXPECT_EQ(routeText({Mpls::TableId::transitLfib, 9, DamagedView{"it is wrong"}}, {}),
+    const Routing::Multicast::MvpnVrfIntfId mvpn{{8}, Lumo::VlanIntfId::vlanIdToIntfId(100)};
+    EXPECT_EQ(routeText({Mpls::TableId::mvpnIntfStatus, 8, mvpn}, {}), "mvpn 8 dev vlan100");
+    EXPECT_EQ(routeText({Mpls::TableId::transitLfib, 9, Damage{"it is wrong"}}, {}),
               "transit 9 corrupt: it is wrong");
 }
 
@@ -101,9 +59,8 @@ TEST(RouteRows, ALookUpPopsAndNamesItsVrf) {
 }
 
 TEST(RouteRows, BackupsAreMarked) {
-    OvixCtl::AdjacencyView adjacency;
-    adjacency.type = Mpls::LfibViaType::ip;
-    adjacency.vias = {{via(Lumo::MplsLabelAction::pop, "10.0.0.1"), 1}};
+    Mpls::Hardware::AdjacencyVias adjacency;
+    adjacency.vias = {popTo("10.0.0.1")};
     adjacency.backups = adjacency.vias;
     const auto rows = routeRows({Mpls::TableId::hardwareAdjacencies, 6, adjacency}, {});
     ASSERT_EQ(rows.size(), 2U);
@@ -111,9 +68,23 @@ TEST(RouteRows, BackupsAreMarked) {
     EXPECT_EQ(rows[1].back(), "backup");
 }
 
-TEST(RouteRows, ARouteWithoutViasAndOneThatIsDamagedStillHaveALine) {
-    EXPECT_EQ(routeRows({Mpls::TableId::decapLfib, 1, OvixCtl::LfibRouteView{}}, {}).size(), 1U);
-    const auto rows = routeRows({Mpls::TableId::decapLfib, 1, OvixCtl::DamagedView{"wrong"}}, {});
+TEST(RouteRows, AttributesReadAsTheyAreGiven) {
+    const PublishedRoute route("100 dev a ttl pipe tc 5 control-word");
+    EXPECT_EQ(routeRows(route.read(), {}).at(0).back(), "ttl pipe tc 5 control-word");
+}
+
+TEST(RouteRows, ATailHasALineOfItsOwn) {
+    const PublishedRoute route("100 tail vlan 100 nexthop dev a");
+    const auto rows = routeRows(route.read(), route.names());
+    ASSERT_EQ(rows.size(), 2U);
+    EXPECT_EQ(rows[0], (Cells{"decap", "100", "multicast-ip-lookup", "", "", "", "vlan100", "",
+                              "multicast tail"}));
+    EXPECT_EQ(rows[1].back(), "multicast");
+}
+
+TEST(RouteRows, ARouteWithoutViasAndADamagedOneStillHaveALine) {
+    EXPECT_EQ(routeRows({Mpls::TableId::decapLfib, 1, Mpls::LabelRoute{}}, {}).size(), 1U);
+    const auto rows = routeRows({Mpls::TableId::decapLfib, 1, OvixCtl::Damage{"wrong"}}, {});
     ASSERT_EQ(rows.size(), 1U);
     EXPECT_EQ(rows[0][2], "corrupt");
     EXPECT_EQ(rows[0].back(), "wrong");
@@ -129,16 +100,18 @@ TEST(RouteJson, EveryKeyOfAnLfibRouteIsThere) {
 }
 
 TEST(RouteJson, EachTableHasItsKeys) {
-    using namespace OvixCtl;
-    EXPECT_EQ(routeJson({Mpls::TableId::hardwareRoutes, 7, HardwareRouteView{6, true}}, {}),
+    const Mpls::Hardware::Route hardware{{}, 6, true};
+    EXPECT_EQ(routeJson({Mpls::TableId::hardwareRoutes, 7, hardware}, {}),
               R"({"table":"hardware","label":7,"adjacency":6,"unprogrammed":true})");
-    EXPECT_EQ(routeJson({Mpls::TableId::hardwareAdjacencies, 6, AdjacencyView{}}, {}),
+    Mpls::Hardware::AdjacencyVias empty;
+    empty.viaType = Mpls::LfibViaType::none;
+    EXPECT_EQ(routeJson({Mpls::TableId::hardwareAdjacencies, 6, empty}, {}),
               R"({"table":"adjacency","id":6,"type":"0","multicast":false,"useBackups":false,)"
               R"("vias":[],"backups":[]})");
-    const MvpnView mvpn{Lumo::VlanIntfId::vlanIdToIntfId(9)};
+    const Routing::Multicast::MvpnVrfIntfId mvpn{{8}, Lumo::VlanIntfId::vlanIdToIntfId(9)};
     EXPECT_EQ(routeJson({Mpls::TableId::mvpnIntfStatus, 8, mvpn}, {}),
               R"({"table":"mvpn","vrfId":8,"interface":"vlan9"})");
-    EXPECT_EQ(routeJson({Mpls::TableId::decapLfib, 5, DamagedView{"wrong"}}, {}),
+    EXPECT_EQ(routeJson({Mpls::TableId::decapLfib, 5, OvixCtl::Damage{"wrong"}}, {}),
               R"({"table":"decap","label":5,"corrupt":"wrong"})");
 }
 

@@ -33,9 +33,10 @@ TEST_F(FrozenTablesTest, WhatWasFrozenStaysAsItWas) {
                              Mpls::PayloadType::ipv4);
         publisher.commit();
     }
-    const RouteView route = TableView(frozen).entry(TableId::transitLfib, 5);
-    ASSERT_FALSE(route.isDamaged());
-    EXPECT_EQ(std::get<LfibRouteView>(route.content).lookup->vrf.view(), "first");
+    const Entry entry = TableView(frozen).entry(TableId::transitLfib, 5);
+    ASSERT_EQ(entry.damage(), nullptr);
+    const auto& route = std::get<Mpls::LabelRoute>(entry.content);
+    EXPECT_EQ(route.vias.front().via.options().vrf.view(), "first");
     EXPECT_LT(frozen->generation(), freezeTables(name).value()->generation());
 }
 

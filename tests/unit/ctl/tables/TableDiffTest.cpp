@@ -23,7 +23,7 @@ std::vector<std::string> linesOf(const Tables& before, const Tables& after) {
 
 } // namespace
 
-TEST(TableDiff, TellsWhatIsAddedChangedAndRemoved) {
+TEST(TableDiff, FindsAddedChangedAndRemovedEntries) {
     Tables before;
     before.add("1 dev a");
     before.add("2 dev a");

@@ -13,7 +13,7 @@ std::uint64_t* wordsOf(Tables& tables) {
 
 } // namespace
 
-TEST(TableView, ARecordThatCannotBeRightIsShownAsSuchAndTheOthersAreFine) {
+TEST(TableView, ADamagedRecordIsReportedAndTheOthersAreRead) {
     Tables tables;
     tables.add("1 dev a");
     tables.add("2 dev a");
@@ -22,11 +22,11 @@ TEST(TableView, ARecordThatCannotBeRightIsShownAsSuchAndTheOthersAreFine) {
     wordsOf(tables)[ref.unit() + 1] ^= 1;
     const auto view = tables.view();
     EXPECT_TRUE(view.has(TableId::transitLfib, 1));
-    EXPECT_TRUE(view.entry(TableId::transitLfib, 1).isDamaged());
-    EXPECT_FALSE(view.entry(TableId::transitLfib, 2).isDamaged());
+    EXPECT_NE(view.entry(TableId::transitLfib, 1).damage(), nullptr);
+    EXPECT_EQ(view.entry(TableId::transitLfib, 2).damage(), nullptr);
 }
 
-TEST(TableView, AViaThatCannotBeRightMakesItsRouteOneToo) {
+TEST(TableView, ADamagedViaIsDamageOfItsRoute) {
     Tables tables;
     tables.add("1 dev a");
     tables.commit();
@@ -34,11 +34,11 @@ TEST(TableView, AViaThatCannotBeRightMakesItsRouteOneToo) {
     const auto head = tables.local.reader->headOf(ref, "");
     wordsOf(tables)[ref.unit() + head.units - 1U] ^= 1; // the via stands behind its set
     const auto route = tables.view().entry(TableId::transitLfib, 1);
-    ASSERT_TRUE(route.isDamaged());
-    EXPECT_NE(std::get<OvixCtl::DamagedView>(route.content).what.find("IP via"), std::string::npos);
+    ASSERT_NE(route.damage(), nullptr);
+    EXPECT_NE(route.damage()->what.find("IP via"), std::string::npos);
 }
 
-TEST(TableView, APageThatCannotBeRightHidesNoOtherPage) {
+TEST(TableView, ADamagedPageHidesNoOtherPage) {
     Tables tables;
     tables.add("1 dev a");
     tables.add("5000 dev a");
@@ -59,5 +59,5 @@ TEST(TableView, MulticastVpnsAreKnownByVrf) {
     EXPECT_EQ(view.keys(TableId::mvpnIntfStatus).keys,
               (std::vector<std::uint32_t>{7, 4'000'000'000U}));
     const auto entry = view.entry(TableId::mvpnIntfStatus, 4'000'000'000U);
-    EXPECT_EQ(std::get<OvixCtl::MvpnView>(entry.content).intf, Lumo::IntfId("a"));
+    EXPECT_EQ(std::get<Routing::Multicast::MvpnVrfIntfId>(entry.content).intfId, Lumo::IntfId("a"));
 }

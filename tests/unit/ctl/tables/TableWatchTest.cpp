@@ -33,7 +33,7 @@ class TableWatchTest : public testing::Test, public Tables {
 
 } // namespace
 
-TEST_F(TableWatchTest, TellsWhatHasComeGoneAndChangedSince) {
+TEST_F(TableWatchTest, FindsAddedRemovedAndChangedEntries) {
     add("1 dev a");
     add("2 dev a");
     commit();
@@ -47,7 +47,7 @@ TEST_F(TableWatchTest, TellsWhatHasComeGoneAndChangedSince) {
     EXPECT_EQ(linesOf(watched), Lines{});
 }
 
-TEST_F(TableWatchTest, TellsTheResultOfSeveralGenerations) {
+TEST_F(TableWatchTest, FindsTheResultOfSeveralGenerations) {
     commit();
     auto watched = watch();
     add("1 dev a");

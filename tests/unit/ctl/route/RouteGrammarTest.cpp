@@ -1,0 +1,218 @@
+#include "route/RouteGrammar.h"
+
+#include "CtlTables.h"
+
+using namespace OvixCtl;
+using CtlTesting::words;
+using Lumo::IntfId;
+using Lumo::MplsLabel;
+using Mpls::LabelRoute;
+using Mpls::TableId;
+
+namespace {
+
+LabelRoute parsed(const std::string& line) {
+    const auto route = parseRoute(words(line));
+    EXPECT_TRUE(route) << line << ": " << route.refused().what;
+    return route ? route.value().route : LabelRoute();
+}
+
+std::string errorOf(const std::string& line) {
+    const auto route = parseRoute(words(line));
+    return route ? "" : route.refused().what;
+}
+
+} // namespace
+
+TEST(RouteGrammar, AHopWithoutLabelsPops) {
+    const LabelRoute route = parsed("100 via inet 10.0.2.2 dev east");
+    EXPECT_EQ(route.table, TableId::transitLfib);
+    EXPECT_EQ(route.label, MplsLabel(100));
+    ASSERT_EQ(route.vias.size(), 1U);
+    const Mpls::Via& via = route.vias.front().via;
+    EXPECT_EQ(via.action(), Lumo::MplsLabelAction::pop);
+    EXPECT_EQ(via.nexthop().text(), "10.0.2.2");
+    EXPECT_EQ(via.intf(), IntfId("east"));
+    EXPECT_EQ(route.vias.front().weight, 1U);
+    EXPECT_EQ(parseRoute(words("100 dev east")).value().interfaces,
+              std::vector<std::string>{"east"});
+}
+
+TEST(RouteGrammar, LabelsAreSwappedInOrPushed) {
+    for (const char* swap : {"as 200/300", "as to 200/300"}) {
+        const LabelRoute route = parsed(std::string("100 ") + swap + " dev east");
+        EXPECT_EQ(route.vias.front().via.action(), Lumo::MplsLabelAction::swap);
+        EXPECT_EQ(route.vias.front().via.labels(),
+                  (std::vector<MplsLabel>{MplsLabel(200), MplsLabel(300)}));
+    }
+    const LabelRoute pushed = parsed("100 push 7 via fe80::1 dev east table decap");
+    EXPECT_EQ(pushed.table, TableId::decapLfib);
+    EXPECT_EQ(pushed.vias.front().via.action(), Lumo::MplsLabelAction::push);
+    EXPECT_EQ(pushed.vias.front().via.nexthop().family(), Lumo::IpFamily::ipv6);
+}
+
+TEST(RouteGrammar, TheTableMayStandBeforeTheLabel) {
+    EXPECT_EQ(parsed("pseudowire 100 dev a"), parsed("100 table pseudowire dev a"));
+}
+
+TEST(RouteGrammar, EachNexthopIsAHopOfItsOwn) {
+    const LabelRoute route = parsed("100 nexthop as 200 via 10.0.0.1 dev a weight 3 nexthop via "
+                                    "inet6 fe80::2 dev b");
+    ASSERT_EQ(route.vias.size(), 2U);
+    EXPECT_EQ(route.vias[0].weight, 3U);
+    EXPECT_TRUE(route.vias[1].via.labels().empty());
+    EXPECT_EQ(route.vias[1].via.intf(), IntfId("b"));
+}
+
+TEST(RouteGrammar, AVrfWithoutAHopIsLookedUpIn) {
+    const LabelRoute route = parsed("100 vrf red payload ipv6");
+    EXPECT_EQ(route.viaType, Mpls::LfibViaType::ipLookup);
+    EXPECT_EQ(route.table, TableId::decapLfib);
+    ASSERT_TRUE(route.isLookUp());
+    EXPECT_EQ(route.vias.front().via.options().vrf.view(), "red");
+    EXPECT_EQ(route.vias.front().via.options().payload, Mpls::PayloadType::ipv6);
+    const LabelRoute automatic = parsed("100 vrf red table pseudowire");
+    EXPECT_EQ(automatic.vias.front().via.options().payload, Mpls::PayloadType::automatic);
+}
+
+TEST(RouteGrammar, AVrfWithAHopIsItsAttribute) {
+    const LabelRoute route = parsed("100 vrf red dev a");
+    EXPECT_FALSE(route.isLookUp());
+    EXPECT_EQ(route.table, TableId::transitLfib);
+    EXPECT_EQ(route.vias.front().via.options().vrf.view(), "red");
+    EXPECT_TRUE(parsed("100 vrf default dev a").vias.front().via.options().vrf.empty());
+}
+
+TEST(RouteGrammar, AnAttributeSetsItsOption) {
+    const Mpls::ViaOptions options =
+        parsed("100 as 200 dev a ttl pipe tc 0 push-ttl 9 payload none mtu 1400 vlan 7 fec 5 "
+               "control-word")
+            .vias.front()
+            .via.options();
+    EXPECT_EQ(options.ttl, Mpls::TtlMode::pipe);
+    EXPECT_EQ(options.tc, std::uint8_t{0});
+    EXPECT_EQ(options.pushTtl, 9);
+    EXPECT_EQ(options.payload, Mpls::PayloadType::none);
+    EXPECT_EQ(options.mtu, 1400U);
+    EXPECT_EQ(options.vlan, 7);
+    EXPECT_EQ(options.fec, 5U);
+    EXPECT_TRUE(options.controlWord);
+}
+
+TEST(RouteGrammar, ATailMayHaveAnInterfaceAndHops) {
+    const LabelRoute alone = parsed("100 tail");
+    EXPECT_EQ(alone.viaType, Mpls::LfibViaType::multicastIpLookup);
+    EXPECT_EQ(alone.table, TableId::decapLfib);
+    EXPECT_TRUE(alone.isMulticast());
+    EXPECT_TRUE(alone.tail->intf().empty());
+    EXPECT_EQ(parsed("100 tail dev a").tail->intf(), IntfId("a"));
+    const LabelRoute bud = parsed("100 tail vlan 7 nexthop as 200 dev a nexthop dev b");
+    EXPECT_EQ(bud.tail->intf(), Lumo::VlanIntfId::vlanIdToIntfId(7));
+    EXPECT_EQ(bud.vias.size(), 2U);
+}
+
+// What is printed of a route makes the same route again.
+TEST(RouteGrammar, EveryPrintedRouteIsParsed) {
+    for (const std::string line :
+         {"transit 100 dev a",
+          "transit 100 via inet 10.0.0.1",
+          "transit 100 as to 200/300 via "
+          "inet6 fe80::1 dev a",
+          "transit 100 push 16 dev a",
+          "transit 100 multicast nexthop as to 200 dev a nexthop dev b weight 4294967294",
+          "transit 100 as to 16 dev a ttl pipe tc 7 push-ttl 255 payload undefined mtu 4294967295 "
+          "vlan 4094 fec 72057594037927935 vrf red control-word",
+          "transit 100 as to 16 tc 0 fec 1 type external-fec",
+          "transit 100 dev 0x0100000000000abc",
+          "decap 100 dev a payload none",
+          "decap 100 dev a payload ethernet",
+          "decap 100 vrf red payload auto",
+          "decap 100 vrf default payload ipv4",
+          "decap 100 vrf red payload ipv6 type ip-lookup-per-prefix",
+          "decap 100 vrf red payload none type ip",
+          "decap 100 multicast tail",
+          "decap 100 multicast tail vlan 100",
+          "decap 100 multicast tail dev a nexthop dev b",
+          "decap 100 multicast tail vlan 7 nexthop as to 200 dev a ttl pipe nexthop dev b",
+          "decap 100 nexthop weight 2 vrf red payload auto nexthop vrf blue payload ipv4",
+          "evpn-ethernet-segment-filter 100 dev a",
+          "evpn-etree-leaf-label 100 dev a",
+          "pseudowire 100 dev a payload ethernet control-word type external-fec"}) {
+        const CtlTesting::PublishedRoute published(line);
+        const Entry entry = published.read();
+        const std::string printed = routeText(entry, published.names());
+        EXPECT_EQ(printed, line);
+        ASSERT_TRUE(std::holds_alternative<LabelRoute>(entry.content)) << line;
+        EXPECT_EQ(parsed(printed), std::get<LabelRoute>(entry.content)) << line;
+    }
+}
+
+TEST(RouteGrammar, WordsThatAreNotARouteAreNamed) {
+    const std::pair<const char*, const char*> cases[]{
+        {"x", "label \"x\" is not a number"},
+        {"-1", "label \"-1\" is not a number"},
+        {"transit", "a label is missing at the end"},
+        {"1048576 dev a", "label 1048576 is out of range (0..1048575)"},
+        {"99999999999999999999 dev a", "label 99999999999999999999 is out of range (0..1048575)"},
+        {"100", "a route needs via, dev, fec, vrf, nexthop or tail"},
+        {"100 table transit", "a route needs via, dev, fec, vrf, nexthop or tail"},
+        {"100 tabel transit", "\"tabel\" is not expected here; did you mean \"table\"?"},
+        {"100 dev a push-ttll 1", "\"push-ttll\" is not expected here; did you mean \"push-ttl\"?"},
+        {"100 table trnsit dev a", "there is no table \"trnsit\"; did you mean \"transit\"?"},
+        {"100 table hardware dev a",
+         "there is no table \"hardware\"; known: decap, evpn-ethernet-segment-filter, "
+         "evpn-etree-leaf-label, pseudowire, transit"},
+        {"100 as 200", "hop 1: leads nowhere: interface, nexthop or fec is needed"},
+        {"100 as", "a label stack is missing at the end"},
+        {"100 as 200/ dev a", "label \"\" is not a number"},
+        {"100 as 200/x dev a", "label \"x\" is not a number"},
+        {"100 as 3 dev a",
+         "label 3 (implicit null) never stands in a frame; leave out \"as\" to pop"},
+        {"100 as 7 push 8 dev a", "the labels of a hop are given twice"},
+        {"100 via 10.0.0", "\"10.0.0\" is not an IPv4 or IPv6 address"},
+        {"100 via inet fe80::1", "\"fe80::1\" is not an IPv4 address"},
+        {"100 via inet6 10.0.0.1", "\"10.0.0.1\" is not an IPv6 address"},
+        {"100 via inet", "an address is missing at the end"},
+        {"100 via 10.0.0.1 via 10.0.0.2", "the address of a hop is given twice"},
+        {"100 dev a dev b", "the interface of a hop is given twice"},
+        {"100 dev sixteen-bytes-xx",
+         "the name of an interface is 1 to 15 bytes, not \"sixteen-bytes-xx\""},
+        {"100 dev a weight -1", "weight \"-1\" is not a number"},
+        {"100 dev a nexthop dev b", "\"nexthop\" comes before the words of its hop"},
+        {"100 nexthop dev a nexthop", "hop 2: leads nowhere: interface, nexthop or fec is needed"},
+        {"100 dev a ttl pip", "ttl \"pip\" is unknown; did you mean \"pipe\"?"},
+        {"100 dev a ttl", "the value of ttl is missing at the end"},
+        {"100 dev a tc 8", "tc 8 is out of range (0..7)"},
+        {"100 dev a push-ttl 0", "push-ttl 0 is out of range (1..255)"},
+        {"100 dev a vlan 4095", "vlan 4095 is out of range (1..4094)"},
+        {"100 dev a type tunnel",
+         "type \"tunnel\" is unknown; known: ip, ip-lookup, external-fec, ip-lookup-per-prefix, "
+         "multicast-ip-lookup"},
+        {"100 table transit vrf red", "a route with vrf ends here and cannot be in table transit"},
+        {"transit 100 tail", "a route with tail ends here and cannot be in table transit"},
+        {"100 tail dev a type ip", "type multicast-ip-lookup goes with tail"},
+        {"100 dev a type multicast-ip-lookup", "type multicast-ip-lookup goes with tail"},
+        {"100 vrf red ttl pipe", "hop 1: a look-up in a VRF takes payload only"},
+        {"100 vrf red weight 2", "a look-up in a VRF has neither weight nor multicast"},
+        {"100 vrf red multicast", "a look-up in a VRF has neither weight nor multicast"},
+        {"100 as 200 vrf red", "hop 1: leads nowhere: interface, nexthop or fec is needed"},
+        {"100 vrf red payload ipv5", "payload \"ipv5\" is unknown; did you mean \"ipv4\"?"},
+    };
+    for (const auto& [line, error] : cases) {
+        EXPECT_EQ(errorOf(line), error) << line;
+    }
+    EXPECT_EQ(errorOf("100 vrf " + std::string(101, 'v')), "the name of a VRF is 1 to 100 bytes");
+    std::string deep = "100 dev a as 16";
+    for (int i = 0; i < 33; ++i) {
+        deep += "/16";
+    }
+    EXPECT_EQ(errorOf(deep), "hop 1: 34 labels given, push and swap take 1 to 33");
+}
+
+TEST(RouteGrammar, ANameIsATableAndALabel) {
+    EXPECT_EQ(parseRouteName(words("100")).value().table, TableId::transitLfib);
+    EXPECT_EQ(parseRouteName(words("100 table pseudowire")).value().table, TableId::pseudowireLfib);
+    EXPECT_EQ(parseRouteName(words("decap 100")).value().table, TableId::decapLfib);
+    EXPECT_FALSE(parseRouteName(words("100 dev a")));
+    EXPECT_FALSE(parseRouteName({}));
+}
