@@ -4,63 +4,52 @@
 #include <array>
 #include <utility>
 
-#include "Ip/InternetChecksum.h"
-#include "Lumo/NetInt.h"
+#include "Wire/Ethernet.h"
+#include "Wire/Ip.h"
 
 namespace OvixAgent {
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+constexpr std::uint8_t longestTtl = 255;
 
-constexpr std::uint8_t answerTtl = 255;
-constexpr std::array<std::uint8_t, 4> ipv4RouterAlert{0x94, 4, 0, 0};
-
-void addU16(Bytes& bytes, std::size_t value) {
-    bytes.push_back(static_cast<std::uint8_t>(value >> 8U));
-    bytes.push_back(static_cast<std::uint8_t>(value));
-}
-
-void addAddress(Bytes& bytes, const Lumo::IpGenAddr& address) {
-    const std::size_t size = address.family() == Lumo::IpFamily::ipv4 ? Lumo::IpGenAddr::ipv4Size
-                                                                      : Lumo::IpGenAddr::ipv6Size;
-    bytes.insert(bytes.end(), address.bytes().begin(),
-                 address.bytes().begin() + static_cast<std::ptrdiff_t>(size));
-}
-
-/// RFC 791.
-Bytes ipv4Header(const IpHeaderFields& fields, std::size_t payload) {
-    constexpr std::size_t checksumAt = 10;
-    constexpr std::uint16_t dontFragment = 0x4000;
-    const std::size_t size = 20 + (fields.routerAlert ? ipv4RouterAlert.size() : 0);
-    Bytes bytes{static_cast<std::uint8_t>(0x40U | size / 4), fields.trafficClass};
-    addU16(bytes, size + payload);
-    addU16(bytes, 0);
-    addU16(bytes, dontFragment);
-    bytes.insert(bytes.end(), {answerTtl, fields.protocol, 0, 0});
-    addAddress(bytes, fields.source);
-    addAddress(bytes, fields.destination);
+void writeIpv4Header(const IpHeaderFields& fields, Wire::WritableBytes bytes, std::size_t payload) {
+    static constexpr std::array<std::uint8_t, 4> routerAlert{0x94, 4, 0, 0};
+    const Wire::Ipv4Writer header(bytes);
+    header.headerSizeIs(bytes.size());
+    header.trafficClassIs(fields.trafficClass);
+    header.totalLengthIs(bytes.size() + payload);
+    header.fragmentIs(Wire::Ipv4::dontFragmentFlag);
+    header.ttlIs(longestTtl);
+    header.protocolIs(fields.protocol);
+    header.sourceIs(fields.source);
+    header.destinationIs(fields.destination);
     if (fields.routerAlert) {
-        bytes.insert(bytes.end(), ipv4RouterAlert.begin(), ipv4RouterAlert.end());
+        std::copy(routerAlert.begin(), routerAlert.end(), bytes.begin() + Wire::Ipv4::size);
     }
-    completeChecksum(bytes, 0, checksumAt);
-    return bytes;
+    Wire::completeChecksum(bytes, 0, Wire::Ipv4::checksumAt);
 }
 
-/// RFC 8200; router alert is an option in a hop-by-hop header, with value 69: MPLS OAM.
-Bytes ipv6Header(const IpHeaderFields& fields, std::size_t payload) {
-    constexpr std::uint8_t hopByHop = 0;
-    const Bytes options{fields.protocol, 0, 5, 2, 0, 69, 1, 0};
-    const std::size_t extension = fields.routerAlert ? options.size() : 0;
-    Bytes bytes{static_cast<std::uint8_t>(0x60U | fields.trafficClass >> 4U),
-                static_cast<std::uint8_t>(fields.trafficClass << 4U), 0, 0};
-    addU16(bytes, extension + payload);
-    bytes.insert(bytes.end(), {fields.routerAlert ? hopByHop : fields.protocol, answerTtl});
-    addAddress(bytes, fields.source);
-    addAddress(bytes, fields.destination);
-    bytes.insert(bytes.end(), options.begin(),
-                 options.begin() + static_cast<std::ptrdiff_t>(extension));
-    return bytes;
+/// Router alert is an option in a hop-by-hop header, with value 69: MPLS OAM.
+void writeIpv6Header(const IpHeaderFields& fields, Wire::WritableBytes bytes, std::size_t payload) {
+    const std::array<std::uint8_t, 8> options{fields.protocol, 0, 5, 2, 0, 69, 1, 0};
+    const Wire::Ipv6Writer header(bytes);
+    header.flowIs(fields.trafficClass, 0);
+    header.payloadLengthIs(bytes.size() - Wire::Ipv6::size + payload);
+    header.nextHeaderIs(fields.routerAlert ? Wire::IpProtocol::hopByHop : fields.protocol);
+    header.hopLimitIs(longestTtl);
+    header.sourceIs(fields.source);
+    header.destinationIs(fields.destination);
+    if (fields.routerAlert) {
+        std::copy(options.begin(), options.end(), bytes.begin() + Wire::Ipv6::size);
+    }
+}
+
+std::uint16_t etherTypeOf(const Answer& answer) noexcept {
+    if (!answer.labels.empty()) {
+        return Wire::EtherType::mpls;
+    }
+    return Wire::ipVersion(answer.packet) == 4 ? Wire::EtherType::ipv4 : Wire::EtherType::ipv6;
 }
 
 } // namespace
@@ -68,37 +57,46 @@ Bytes ipv6Header(const IpHeaderFields& fields, std::size_t payload) {
 std::vector<std::uint8_t> ipPacketBytes(const IpHeaderFields& fields,
                                         std::span<const std::uint8_t> payload,
                                         std::size_t checksumAt) {
-    Bytes bytes = fields.source.family() == Lumo::IpFamily::ipv4
-                      ? ipv4Header(fields, payload.size())
-                      : ipv6Header(fields, payload.size());
-    const std::size_t start = bytes.size();
-    bytes.insert(bytes.end(), payload.begin(), payload.end());
-    if (fields.protocol != IpProtocol::icmp) { // which covers no pseudo header (RFC 792)
-        Lumo::NetU16(
-            pseudoHeaderSum(fields.source, fields.destination, fields.protocol, payload.size()))
-            .store(bytes.data() + start + checksumAt);
+    constexpr std::size_t alertSize4 = 4;
+    constexpr std::size_t alertSize6 = 8;
+    const bool isIpv4 = fields.source.family() == Lumo::IpFamily::ipv4;
+    const std::size_t headerSize = isIpv4
+                                       ? Wire::Ipv4::size + (fields.routerAlert ? alertSize4 : 0)
+                                       : Wire::Ipv6::size + (fields.routerAlert ? alertSize6 : 0);
+    std::vector<std::uint8_t> bytes(headerSize + payload.size());
+    const Wire::WritableBytes header = std::span(bytes).first(headerSize);
+    if (isIpv4) {
+        writeIpv4Header(fields, header, payload.size());
+    } else {
+        writeIpv6Header(fields, header, payload.size());
     }
-    completeChecksum(bytes, start, checksumAt);
+    std::copy(payload.begin(), payload.end(), bytes.begin() + header.size());
+    if (fields.protocol != Wire::IpProtocol::icmp) { // which covers no pseudo header (RFC 792)
+        Lumo::NetU16(Wire::pseudoHeaderSum(fields.source, fields.destination, fields.protocol,
+                                           payload.size()))
+            .store(bytes.data() + headerSize + checksumAt);
+    }
+    Wire::completeChecksum(bytes, headerSize, checksumAt);
     return bytes;
 }
 
-std::uint16_t pseudoHeaderSum(const Lumo::IpGenAddr& source, const Lumo::IpGenAddr& destination,
-                              std::uint8_t protocol, std::size_t length) noexcept {
-    // What an IPv4 address leaves of its bytes is zero, and adds nothing.
-    std::uint64_t sum = protocol + length;
-    for (std::size_t at = 0; at < Lumo::IpGenAddr::ipv6Size; at += 2) {
-        sum += Lumo::NetU16::load(source.bytes().data() + at).value();
-        sum += Lumo::NetU16::load(destination.bytes().data() + at).value();
+std::vector<std::uint8_t> Answer::frame(const Lumo::EthAddr& station,
+                                        std::span<const std::uint8_t> tags) const {
+    std::vector<std::uint8_t> bytes(Wire::Ethernet::size);
+    const Wire::EthernetWriter header{std::span(bytes)};
+    header.macsAre(station, {});
+    header.etherTypeIs(etherTypeOf(*this));
+    bytes.insert(bytes.begin() + Wire::Ethernet::etherTypeAt, tags.begin(), tags.end());
+    for (const Lumo::MplsLabelEntry& entry : labels) {
+        bytes.resize(bytes.size() + Lumo::MplsLabelEntry::size);
+        entry.store(&bytes.end()[-std::ptrdiff_t{Lumo::MplsLabelEntry::size}]);
     }
-    while (sum > 0xffff) {
-        sum = (sum & 0xffffU) + (sum >> 16U);
-    }
-    return static_cast<std::uint16_t>(sum);
+    bytes.insert(bytes.end(), packet.begin(), packet.end());
+    return bytes;
 }
 
 std::optional<Answer> answerTo(const LabelledPacket& received, std::vector<std::uint8_t> packet,
                                const IsRoutable& isRoutable) {
-    constexpr std::uint8_t freshTtl = 255;
     if (packet.empty()) {
         return std::nullopt;
     }
@@ -108,12 +106,12 @@ std::optional<Answer> answerTo(const LabelledPacket& received, std::vector<std::
     }
     for (const Lumo::MplsLabelEntry entry : labelEntries(received.labels)) {
         if (entry.label() != Lumo::routerAlert) {
-            answer.labels.push_back(entry.withTtl(freshTtl));
+            answer.labels.push_back(entry.withTtl(longestTtl));
         }
     }
-    // A router alert label at the bottom has nothing beneath it that leads anywhere.
-    const bool leadsOn = !answer.labels.empty() && answer.labels.back().bos();
-    return leadsOn ? std::optional(std::move(answer)) : std::nullopt;
+    // Without the bottom of the stack, which was a router alert, the labels end at no packet.
+    const bool hasBottom = !answer.labels.empty() && answer.labels.back().bos();
+    return hasBottom ? std::optional(std::move(answer)) : std::nullopt;
 }
 
 } // namespace OvixAgent

@@ -7,31 +7,22 @@
 #include <vector>
 
 #include "Answers/LabelledPacket.h"
-#include "Lumo/IpGenAddr.h"
-#include "Ovix/packet/PacketHeader.h"
+#include "Lumo/EthAddr.h"
 
 namespace OvixAgent {
 
-/// The addresses that answers come from, one per family; one that is empty has no answers.
+/// The source addresses of answers, one per family. No answers are sent from an empty one.
 struct OwnAddresses {
     Lumo::IpGenAddr ipv4{Lumo::IpFamily::ipv4};
     Lumo::IpGenAddr ipv6{Lumo::IpFamily::ipv6};
 
-    /// For answers to an IPv4 or IPv6 packet, whichever `type` says.
+    /// The one for answers to an IPv4 or IPv6 packet.
     const Lumo::IpGenAddr& of(Ovix::PktHdrType type) const noexcept {
         return type == Ovix::PktHdrType::ipv4 ? ipv4 : ipv6;
     }
 };
 
-/// The IP protocols that the agent reads or writes.
-namespace IpProtocol {
-inline constexpr std::uint8_t icmp = 1;
-inline constexpr std::uint8_t tcp = 6;
-inline constexpr std::uint8_t udp = 17;
-inline constexpr std::uint8_t icmpv6 = 58;
-} // namespace IpProtocol
-
-/// The header of an IP packet that this device sends. Its TTL is 255.
+/// The IP header of an answer. Its TTL is 255.
 struct IpHeaderFields {
     Lumo::IpGenAddr source; ///< its family is the packet's
     Lumo::IpGenAddr destination;
@@ -40,34 +31,32 @@ struct IpHeaderFields {
     bool routerAlert = false;      ///< RFC 2113; in IPv6 RFC 2711, with the value of RFC 7506
 };
 
-/// Puts the header in front of a payload, and completes the checksum whose field is at
-/// `checksumAt` in the payload and zero. Header and payload must be at most 65535 bytes. An IPv4
-/// packet is not to be fragmented, so that it needs no identification (RFC 6864).
+/// An IP packet with this payload, whose zero checksum field at `checksumAt` is completed. Header
+/// and payload together are at most 65535 bytes. An IPv4 packet has DF set, so that it needs no
+/// identification (RFC 6864).
 std::vector<std::uint8_t> ipPacketBytes(const IpHeaderFields& fields,
                                         std::span<const std::uint8_t> payload,
                                         std::size_t checksumAt);
 
-/// The sum (RFC 1071) of the pseudo header that UDP and ICMPv6 checksums cover (RFC 768, RFC 8200
-/// section 8.1), not complemented. Both addresses are of one family.
-std::uint16_t pseudoHeaderSum(const Lumo::IpGenAddr& source, const Lumo::IpGenAddr& destination,
-                              std::uint8_t protocol, std::size_t length) noexcept;
-
 /// A packet that this device sends in answer to a frame.
 struct Answer {
     std::vector<std::uint8_t> packet; ///< a whole IP packet
-    /// With labels, the packet is to be handled as if it had come in with them, so that this
-    /// router's own operation on the outermost follows; without, it is routed.
+    /// Processed as if the packet had been received with them, so that this router's operation on
+    /// the outermost label applies; without labels the packet is routed.
     std::vector<Lumo::MplsLabelEntry> labels;
+
+    /// As a frame sent to the port `station` with these VLAN tags.
+    std::vector<std::uint8_t> frame(const Lumo::EthAddr& station,
+                                    std::span<const std::uint8_t> tags) const;
 };
 
-/// Whether an address can be reached by IP routing from here.
+/// Whether this router has an IP route to an address.
 using IsRoutable = std::function<bool(const Lumo::IpGenAddr& address)>;
 
-/// How an answer gets to the source of the packet that it answers: by IP routing, else along
-/// the LSP that the packet was on, since the router at its end knows the way back (RFC 3032 section
-/// 2.3.2). There the answer gets the labels of the packet, each with a TTL of 255; router alert
-/// labels are left out, as they would only bring it back here. Empty when there is no packet, or
-/// neither way.
+/// An answer to a packet: routed if the packet's source is routable, else sent along the packet's
+/// LSP, since the router at its end can route to the source (RFC 3032 section 2.3.2). There it gets
+/// the labels of the packet with a TTL of 255, without router alert labels, which would return it
+/// to this router. Empty when `packet` is, or when neither is possible.
 std::optional<Answer> answerTo(const LabelledPacket& received, std::vector<std::uint8_t> packet,
                                const IsRoutable& isRoutable);
 

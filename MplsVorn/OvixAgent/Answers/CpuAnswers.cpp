@@ -11,16 +11,16 @@ namespace OvixAgent {
 
 namespace {
 
-constexpr std::size_t maxWaiting = 256;
+constexpr std::size_t maxQueued = 256;
 
 OwnAddresses addressesOf(const PortConfig& port) {
     OwnAddresses own;
     for (const IpInterfaceAddress& address : port.addresses) {
-        Lumo::IpGenAddr& of =
+        Lumo::IpGenAddr& ofFamily =
             address.address.family == IpAddress::Family::ipv4 ? own.ipv4 : own.ipv6;
-        if (std::all_of(of.bytes().begin(), of.bytes().end(),
+        if (std::all_of(ofFamily.bytes().begin(), ofFamily.bytes().end(),
                         [](std::uint8_t byte) { return byte == 0; })) {
-            of = toIpGenAddr(address.address);
+            ofFamily = toIpGenAddr(address.address);
         }
     }
     return own;
@@ -29,26 +29,6 @@ OwnAddresses addressesOf(const PortConfig& port) {
 std::uint64_t monotonicNanoseconds() {
     return static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch() /
                                       std::chrono::nanoseconds(1));
-}
-
-/// The answer in a frame addressed to the port, as a neighbour would send it with these tags.
-std::vector<std::uint8_t> frameOf(const Answer& answer, const Lumo::EthAddr& port,
-                                  std::span<const std::uint8_t> tags) {
-    std::vector<std::uint8_t> bytes(port.begin(), port.end());
-    bytes.insert(bytes.end(), 6, 0);
-    bytes.insert(bytes.end(), tags.begin(), tags.end());
-    const std::uint16_t type = !answer.labels.empty()        ? 0x8847
-                               : answer.packet[0] >> 4U == 4 ? 0x0800
-                                                             : 0x86dd;
-    bytes.push_back(static_cast<std::uint8_t>(type >> 8U));
-    bytes.push_back(static_cast<std::uint8_t>(type));
-    for (const Lumo::MplsLabelEntry& entry : answer.labels) {
-        const std::size_t at = bytes.size();
-        bytes.resize(at + 4);
-        entry.store(bytes.data() + at);
-    }
-    bytes.insert(bytes.end(), answer.packet.begin(), answer.packet.end());
-    return bytes;
 }
 
 } // namespace
@@ -80,9 +60,9 @@ void CpuAnswers::answer(const OvixAgent::Frame& frame, const LabelledPacket& pac
         return;
     }
     const auto labels = labelEntries(packet.labels);
-    const bool spent =
+    const bool isExpired =
         labels.empty() ? packet.ip.ttl() <= 1 && !isOwn(frame, packet) : labels.front().ttl() <= 1;
-    if (spent) {
+    if (isExpired) {
         queue(AnswerReason::timeExceeded, frame, packet, icmpTimeExceeded(packet, own));
     }
 }
@@ -99,34 +79,35 @@ void CpuAnswers::tooBig(const OvixAgent::Frame& received, std::span<const std::u
 
 void CpuAnswers::queue(AnswerReason reason, const OvixAgent::Frame& frame,
                        const LabelledPacket& packet, std::vector<std::uint8_t> bytes) {
-    if (reason != AnswerReason::lspEcho && !mayBeToldOf(frame, packet)) {
+    if (reason != AnswerReason::lspEcho && !mayReportError(frame, packet)) {
         return;
     }
-    const bool isRouters = reason == AnswerReason::lspEcho || !mayBeOfVpn(packet);
+    const bool isRoutedHere = reason == AnswerReason::lspEcho || !mayBeOfVpn(packet);
     const auto isRoutable = [&](const Lumo::IpGenAddr& address) {
-        return isRouters && forwarding_->vrfs->fibOfPort(frame.port).find(address) != nullptr;
+        return isRoutedHere && forwarding_->vrfs->fibOfPort(frame.port).find(address) != nullptr;
     };
     const auto answer = answerTo(packet, std::move(bytes), isRoutable);
     if (!answer) {
         return;
     }
-    if (answers_.size() == maxWaiting || !rate_.admit(reason, monotonicNanoseconds())) {
+    if (answers_.size() == maxQueued || !rate_.admit(reason, monotonicNanoseconds())) {
         counts_.suppressed(reason);
         return;
     }
     counts_.sent(reason);
     const Lumo::EthAddr& mac = forwarding_->ports.ports()[frame.port].mac;
-    answers_.push_back({frame.port, frameOf(*answer, mac, packet.tags)});
+    answers_.push_back({frame.port, answer->frame(mac, packet.tags)});
 }
 
-/// Whether its source may hear of an error of the packet's, as far as the port's VRF can tell: no
-/// broadcast address of a subnet is in it (RFC 1122 section 3.2.2, RFC 1812 section 4.3.2.7), and
-/// what is sent to a link-local address stays on the link (RFC 4291 section 2.5.6).
-bool CpuAnswers::mayBeToldOf(const OvixAgent::Frame& frame, const LabelledPacket& packet) const {
+/// Whether an ICMP error may be sent to the packet's source, by the routes of the port's VRF:
+/// neither address is a subnet's broadcast (RFC 1122 section 3.2.2, RFC 1812 section 4.3.2.7), and
+/// an error to a link-local source stays on the link (RFC 4291 section 2.5.6).
+bool CpuAnswers::mayReportError(const OvixAgent::Frame& frame, const LabelledPacket& packet) const {
     const Fib& fib = forwarding_->vrfs->fibOfPort(frame.port);
-    const IpRoute* there = fib.find(packet.ip.destination());
-    const IpRoute* back = fib.find(packet.ip.source());
-    if ((there != nullptr && there->isBroadcast()) || (back != nullptr && back->isBroadcast())) {
+    const IpRoute* toDestination = fib.find(packet.ip.destination());
+    const IpRoute* toSource = fib.find(packet.ip.source());
+    if ((toDestination != nullptr && toDestination->isBroadcast()) ||
+        (toSource != nullptr && toSource->isBroadcast())) {
         return false;
     }
     if (ipScope(packet.ip.source()) != IpScope::linkLocal) {
@@ -135,18 +116,18 @@ bool CpuAnswers::mayBeToldOf(const OvixAgent::Frame& frame, const LabelledPacket
     const auto staysOnLink = [&](const IpRouteVia& via) {
         return via.onLink && via.port == frame.port;
     };
-    return packet.labels.empty() && back != nullptr &&
-           std::all_of(back->vias().begin(), back->vias().end(), staysOnLink);
+    return packet.labels.empty() && toSource != nullptr &&
+           std::all_of(toSource->vias().begin(), toSource->vias().end(), staysOnLink);
 }
 
-/// Whether the packet is for this device.
+/// Whether the destination is an address of this device.
 bool CpuAnswers::isOwn(const OvixAgent::Frame& frame, const LabelledPacket& packet) const {
     const IpRoute* route = forwarding_->vrfs->fibOfPort(frame.port).find(packet.ip.destination());
     return route != nullptr && route->isLocal();
 }
 
-/// Whether the addresses of a labelled packet may be a VPN's (RFC 4364), and not those that are
-/// routed by here: below the outermost label stands another, or the label leads into a VRF.
+/// Whether the addresses of a labelled packet may belong to a VPN (RFC 4364) instead of the port's
+/// VRF: there is more than one label, or the label is popped into a VRF.
 bool CpuAnswers::mayBeOfVpn(const LabelledPacket& packet) const {
     const auto labels = labelEntries(packet.labels);
     return labels.size() > 1 ||

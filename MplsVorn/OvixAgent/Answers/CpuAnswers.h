@@ -12,13 +12,12 @@
 
 namespace OvixAgent {
 
-/// What the CPU answers to frames that were punted or too big: ICMP errors for a spent TTL and for
-/// what does not fit, and MPLS echo replies; so many of each in a second. Everything punted goes on
-/// to the CPU port, too.
+/// Answers punted frames and frames that exceed the egress MTU: ICMP time exceeded and too big
+/// errors, and MPLS echo replies, each up to its rate limit. Punted frames also go to the CPU port.
 class CpuAnswers final : public TransmitPort, public TooBigListener {
   public:
-    /// A frame that answers, as if it had come in at the port where the frame came in that it
-    /// answers, and with the tags of that.
+    /// An answer as a frame, to be processed as if received at the port of the frame that it
+    /// answers, and with its tags.
     struct Frame {
         PortIndex port = 0;
         std::vector<std::uint8_t> bytes;
@@ -28,7 +27,7 @@ class CpuAnswers final : public TransmitPort, public TooBigListener {
     CpuAnswers(TransmitPort& cpu, const AgentConfig& config, ForwardingTables& forwarding,
                const Mpls::PublishedTables& tables);
 
-    /// Takes over the addresses of the ports, which must be the same.
+    /// Sets the addresses of the ports; the ports themselves must be the same.
     void configure(const AgentConfig& config);
 
     void transmit(const OvixAgent::Frame& frame) override;
@@ -38,14 +37,14 @@ class CpuAnswers final : public TransmitPort, public TooBigListener {
     /// The answers since the last call, to be forwarded between frames.
     std::vector<Frame> take();
 
-    /// How many have been sent, and how many suppressed, by name; see AnswerCounts::named().
+    /// See AnswerCounts::named().
     std::vector<std::pair<std::string, std::uint64_t>> counts() const { return counts_.named(); }
 
   private:
     void answer(const OvixAgent::Frame& frame, const LabelledPacket& packet);
     void queue(AnswerReason reason, const OvixAgent::Frame& frame, const LabelledPacket& packet,
                std::vector<std::uint8_t> bytes);
-    bool mayBeToldOf(const OvixAgent::Frame& frame, const LabelledPacket& packet) const;
+    bool mayReportError(const OvixAgent::Frame& frame, const LabelledPacket& packet) const;
     bool isOwn(const OvixAgent::Frame& frame, const LabelledPacket& packet) const;
     bool mayBeOfVpn(const LabelledPacket& packet) const;
 

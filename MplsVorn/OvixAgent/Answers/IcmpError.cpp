@@ -2,51 +2,37 @@
 
 #include <algorithm>
 
-#include "Answers/Answer.h"
-#include "Ip/InternetChecksum.h"
-#include "Ip/IpPacket.h"
 #include "Ip/IpScope.h"
-#include "Lumo/NetInt.h"
 #include "State/PrefixTable.h"
+#include "Wire/Icmp.h"
+#include "Wire/Ip.h"
 
 namespace OvixAgent {
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+namespace IpProtocol = Wire::IpProtocol;
+using Ovix::PktHdrType;
 
-constexpr std::size_t headerSize = 8;
-constexpr std::size_t checksumAt = 2;
-constexpr std::size_t valueAt = 4;
-constexpr std::size_t extendedQuote = 128; // the least that RFC 4884 allows
-
-/// What the two families do differently.
-struct Family {
-    std::uint8_t protocol;
-    std::size_t room;     ///< for the whole ICMP message
-    std::size_t unit;     ///< that the length of what is quoted is told in, in bytes
-    std::size_t lengthAt; ///< where it is told (RFC 4884 section 4)
+struct IcmpError {
+    std::uint8_t type = 0;
+    std::uint8_t code = 0;
+    std::uint32_t value = 0;
+    bool mayAnswerGroups = false; ///< also packets to multicast addresses (RFC 4443 section 2.4)
+    Wire::Bytes labels{};         ///< the label stack to report, if any
 };
-constexpr Family ipv4{IpProtocol::icmp, 576 - 20, 4, 5};
-constexpr Family ipv6{IpProtocol::icmpv6, 1280 - 40, 8, 4};
 
-bool isIcmpError(std::uint8_t protocol, std::uint8_t type) noexcept {
-    constexpr std::uint8_t firstInformational = 128;
-    constexpr std::uint8_t ipv6Redirect = 137;
-    if (protocol == IpProtocol::icmpv6) {
-        return type < firstInformational || type == ipv6Redirect;
+bool isErrorMessage(const IpUpperLayer& upper, std::uint8_t icmpProtocol) noexcept {
+    if (upper.protocol != icmpProtocol) {
+        return false;
     }
-    // Unreachable, source quench, redirect, time exceeded and parameter problem.
-    return type == 3 || type == 4 || type == 5 || type == 11 || type == 12;
+    // A message that ends before its type may be an error.
+    return upper.bytes.empty() ||
+           (icmpProtocol == IpProtocol::icmp ? Wire::IcmpType::isError(upper.bytes[0])
+                                             : Wire::Icmpv6Type::isError(upper.bytes[0]));
 }
 
-/// An ICMP message that ends before its type may be an error.
-bool carriesIcmpError(const IpUpperLayer& upper, const Family& family) noexcept {
-    return upper.protocol == family.protocol &&
-           (upper.bytes.empty() || isIcmpError(upper.protocol, upper.bytes[0]));
-}
-
-bool isGroup(const LabelledPacket& packet) noexcept {
+bool isToGroup(const LabelledPacket& packet) noexcept {
     const IpScope scope = ipScope(packet.ip.destination());
     return packet.isToGroup || scope == IpScope::linkMulticast || scope == IpScope::multicast;
 }
@@ -57,97 +43,95 @@ bool isIpv4Mapped(const Lumo::IpGenAddr& address) noexcept {
     return address.family() == Lumo::IpFamily::ipv6 && bits.high == 0 && bits.low >> 32U == 0xffff;
 }
 
-bool isOneHost(const Lumo::IpGenAddr& address) noexcept {
+bool isSingleHost(const Lumo::IpGenAddr& address) noexcept {
     const IpScope scope = ipScope(address);
     const bool isIpv6 = address.family() == Lumo::IpFamily::ipv6;
     return (scope == IpScope::global && !isIpv4Mapped(address)) ||
            (scope == IpScope::linkLocal && isIpv6);
 }
 
-bool mayBeAnswered(const IcmpError& error, const LabelledPacket& packet, const Family& family) {
-    const std::optional<IpUpperLayer> upper = upperLayer(packet.ip);
-    return upper && upper->isFirstFragment && !carriesIcmpError(*upper, family) &&
-           (error.mayAnswerGroups || !isGroup(packet)) && isOneHost(packet.ip.source());
+bool mayBeAnswered(const IcmpError& error, const LabelledPacket& packet,
+                   std::uint8_t icmpProtocol) {
+    const std::optional<IpUpperLayer> upper = packet.ip.upperLayer();
+    return upper && upper->isFirstFragment && !isErrorMessage(*upper, icmpProtocol) &&
+           (error.mayAnswerGroups || !isToGroup(packet)) && isSingleHost(packet.ip.source());
 }
 
 /// The extension structure of RFC 4884 with one object, the label stack of RFC 4950.
-Bytes labelStackExtension(std::span<const std::uint8_t> labels) {
-    constexpr std::uint8_t version = 2U << 4U;
-    constexpr std::uint8_t labelStackClass = 1;
-    constexpr std::uint8_t incomingStack = 1;
-    const std::size_t objectSize = 4 + labels.size();
-    Bytes bytes{version,
-                0,
-                0,
-                0,
-                static_cast<std::uint8_t>(objectSize >> 8U),
-                static_cast<std::uint8_t>(objectSize),
-                labelStackClass,
-                incomingStack};
+std::vector<std::uint8_t> labelStackExtension(Wire::Bytes labels) {
+    using Extension = Wire::IcmpExtensionWriter;
+    std::vector<std::uint8_t> bytes(Extension::size);
+    Extension(std::span(bytes)).labelStackIs(labels.size());
     bytes.insert(bytes.end(), labels.begin(), labels.end());
-    completeChecksum(bytes, 0, checksumAt);
+    Wire::completeChecksum(bytes, 0, Extension::checksumAt);
     return bytes;
 }
 
-/// Quotes a packet, with the extension behind it unless that is empty or has no room. Many readers
-/// look for an extension behind 128 bytes, whatever length is told.
-void quote(Bytes& message, std::span<const std::uint8_t> packet, const Bytes& extension,
-           const Family& family) {
-    const std::size_t room = family.room - headerSize;
-    const bool isExtended = !extension.empty() && extension.size() + extendedQuote <= room;
-    const auto quoted = packet.first(std::min(packet.size(), isExtended ? extendedQuote : room));
+/// Quotes a packet in at most `room` bytes. The label stack, if there is one and it has room,
+/// follows as an extension.
+void quote(std::vector<std::uint8_t>& message, const IpPacket& packet, Wire::Bytes labels,
+           std::size_t room) {
+    constexpr std::size_t shortQuote = Wire::IcmpExtensionWriter::quoteSize;
+    const std::size_t extended = shortQuote + Wire::IcmpExtensionWriter::size + labels.size();
+    const bool isExtended = !labels.empty() && extended <= room;
+    const Wire::Bytes quoted =
+        packet.bytes.first(std::min(packet.bytes.size(), isExtended ? shortQuote : room));
     message.insert(message.end(), quoted.begin(), quoted.end());
-    if (isExtended) {
-        message.resize(headerSize + extendedQuote);
-        message[family.lengthAt] = static_cast<std::uint8_t>(extendedQuote / family.unit);
-        message.insert(message.end(), extension.begin(), extension.end());
+    if (!isExtended) {
+        return;
     }
+    message.resize(Wire::Icmp::size + shortQuote);
+    const Wire::IcmpWriter header{std::span(message)};
+    if (packet.type == PktHdrType::ipv4) {
+        header.quoteLengthIs(shortQuote);
+    } else {
+        header.quoteLengthInIcmpv6Is(shortQuote);
+    }
+    const std::vector<std::uint8_t> extension = labelStackExtension(labels);
+    message.insert(message.end(), extension.begin(), extension.end());
+}
+
+std::vector<std::uint8_t> errorPacket(const IcmpError& error, const LabelledPacket& packet,
+                                      const OwnAddresses& own) {
+    constexpr std::size_t largest4 = 576;
+    constexpr std::size_t largest6 = 1280;
+    const Lumo::IpGenAddr& source = own.of(packet.ip.type);
+    const bool isIpv4 = packet.ip.type == PktHdrType::ipv4;
+    const std::uint8_t protocol = isIpv4 ? IpProtocol::icmp : IpProtocol::icmpv6;
+    if (source.empty() || !mayBeAnswered(error, packet, protocol)) {
+        return {};
+    }
+    std::vector<std::uint8_t> message(Wire::Icmp::size);
+    const Wire::IcmpWriter header{std::span(message)};
+    header.typeIs(error.type, error.code);
+    header.valueIs(error.value);
+    const std::size_t room = isIpv4 ? largest4 - Wire::Ipv4::size : largest6 - Wire::Ipv6::size;
+    quote(message, packet.ip, error.labels, room - Wire::Icmp::size);
+    constexpr std::uint8_t internetworkControl = 6U << 5U; // RFC 1812 section 4.3.2.5
+    return ipPacketBytes({source, packet.ip.source(), protocol, internetworkControl}, message,
+                         Wire::Icmp::checksumAt);
+}
+
+bool mayBeFragmented(const IpPacket& packet) noexcept {
+    return packet.type == PktHdrType::ipv4 && !Wire::Ipv4(packet.bytes).dontFragment();
+}
+
+std::uint32_t mtuBeneath(Wire::Bytes labels, std::uint32_t egressMtu, PktHdrType type) noexcept {
+    const std::uint32_t least = type == PktHdrType::ipv4 ? 68 : 1280;
+    const auto size = static_cast<std::uint32_t>(std::min<std::size_t>(labels.size(), egressMtu));
+    return std::max(egressMtu - size, least);
 }
 
 } // namespace
-
-std::vector<std::uint8_t> icmpErrorPacket(const IcmpError& error, const LabelledPacket& received,
-                                          const OwnAddresses& own) {
-    const Lumo::IpGenAddr& source = own.of(received.ip.type);
-    const Family& family = received.ip.type == Ovix::PktHdrType::ipv4 ? ipv4 : ipv6;
-    if (source.empty() || !mayBeAnswered(error, received, family)) {
-        return {};
-    }
-    Bytes message{error.type, error.code, 0, 0, 0, 0, 0, 0};
-    Lumo::NetU32(error.value).store(message.data() + valueAt);
-    const bool hasStack = error.tellsLabelStack && !received.labels.empty();
-    quote(message, received.ip.bytes, hasStack ? labelStackExtension(received.labels) : Bytes{},
-          family);
-    constexpr std::uint8_t internetworkControl = 6U << 5U; // RFC 1812 section 4.3.2.5
-    return ipPacketBytes({source, received.ip.source(), family.protocol, internetworkControl},
-                         message, checksumAt);
-}
 
 std::vector<std::uint8_t> icmpTimeExceeded(const LabelledPacket& received,
                                            const OwnAddresses& own) {
     IcmpError error;
-    error.type = received.ip.type == Ovix::PktHdrType::ipv4 ? 11 : 3;
-    error.tellsLabelStack = true;
-    return icmpErrorPacket(error, received, own);
+    error.type = received.ip.type == PktHdrType::ipv4 ? Wire::IcmpType::timeExceeded
+                                                      : Wire::Icmpv6Type::timeExceeded;
+    error.labels = received.labels;
+    return errorPacket(error, received, own);
 }
-
-namespace {
-
-bool mayBeFragmented(const IpPacket& packet) noexcept {
-    constexpr std::size_t flagsAt = 6;
-    constexpr std::uint8_t dontFragment = 0x40;
-    return packet.type == Ovix::PktHdrType::ipv4 && (packet.bytes[flagsAt] & dontFragment) == 0;
-}
-
-std::uint32_t mtuBeneath(std::span<const std::uint8_t> labels, std::uint32_t egressMtu,
-                         Ovix::PktHdrType type) noexcept {
-    const std::uint32_t least = type == Ovix::PktHdrType::ipv4 ? 68 : 1280;
-    const std::uint32_t left =
-        egressMtu - static_cast<std::uint32_t>(std::min<std::size_t>(labels.size(), egressMtu));
-    return std::max(left, least);
-}
-
-} // namespace
 
 std::vector<std::uint8_t> icmpTooBig(const LabelledPacket& leaving, std::uint32_t egressMtu,
                                      const OwnAddresses& own) {
@@ -156,15 +140,15 @@ std::vector<std::uint8_t> icmpTooBig(const LabelledPacket& leaving, std::uint32_
         return {};
     }
     IcmpError error;
-    if (leaving.ip.type == Ovix::PktHdrType::ipv4) {
-        error.type = 3;
-        error.code = 4;
+    if (leaving.ip.type == PktHdrType::ipv4) {
+        error.type = Wire::IcmpType::unreachable;
+        error.code = Wire::IcmpCode::fragmentationNeeded;
     } else {
-        error.type = 2;
+        error.type = Wire::Icmpv6Type::packetTooBig;
         error.mayAnswerGroups = true;
     }
     error.value = mtu;
-    return icmpErrorPacket(error, leaving, own);
+    return errorPacket(error, leaving, own);
 }
 
 } // namespace OvixAgent

@@ -1,20 +1,19 @@
 #include "Answers/LabelledPacket.h"
 
+#include <cassert>
+
 #include "State/LinkHeader.h"
+#include "Wire/Ethernet.h"
+#include "Wire/LabelStack.h"
 
 namespace OvixAgent {
 
 namespace {
 
-constexpr std::size_t tagsAt = 12;
-constexpr std::size_t tagSize = 4;
-
-/// How long the VLAN tags are, where the label stack starts in a frame, and where it ends in an IP
-/// packet.
+/// Offsets in a frame.
 struct Place {
-    std::size_t tagBytes = 0;
-    std::size_t labels = 0;
-    std::size_t ip = 0;
+    std::size_t labels = 0; ///< of the label stack, behind the link header
+    std::size_t ip = 0;     ///< of the IP packet, behind the label stack
     Ovix::PktHdrType type = Ovix::PktHdrType::none;
 };
 
@@ -30,8 +29,7 @@ Place find(std::span<const std::uint8_t> frame) {
     if (header->pktHdrType() == Ovix::PktHdrType::mpls) {
         header = parsed.header(header->position() + 1);
     }
-    return header ? Place{link.tags.count * tagSize, labels, header->offset(), header->pktHdrType()}
-                  : Place{};
+    return header ? Place{labels, header->offset(), header->pktHdrType()} : Place{};
 }
 
 } // namespace
@@ -49,14 +47,18 @@ std::optional<LabelledPacket> readLabelledPacket(std::span<const std::uint8_t> f
         return std::nullopt;
     }
     ip.bytes = ip.bytes.first(ip.length());
+    constexpr std::size_t tagsAt = Wire::Ethernet::etherTypeAt;
     return LabelledPacket{frame.subspan(place.labels, place.ip - place.labels), ip,
-                          (frame[0] & 1U) != 0, frame.subspan(tagsAt, place.tagBytes)};
+                          Wire::Ethernet(frame).isToGroup(),
+                          frame.subspan(tagsAt, place.labels - Wire::Ethernet::size)};
 }
 
 std::vector<Lumo::MplsLabelEntry> labelEntries(std::span<const std::uint8_t> labels) {
+    assert(labels.size() % Lumo::MplsLabelEntry::size == 0);
     std::vector<Lumo::MplsLabelEntry> entries;
-    for (std::size_t at = 0; at < labels.size(); at += Lumo::MplsLabelEntry::size) {
-        entries.push_back(Lumo::MplsLabelEntry::load(labels.data() + at));
+    Wire::LabelWalk walk(labels);
+    for (Lumo::MplsLabelEntry entry; walk.next(entry);) {
+        entries.push_back(entry);
     }
     return entries;
 }

@@ -2,28 +2,19 @@
 
 #include <array>
 
-#include "Answers/Answer.h"
-#include "Answers/LspEchoMessage.h"
-#include "Ip/InternetChecksum.h"
-#include "Ip/IpPacket.h"
 #include "Ip/IpScope.h"
-#include "Lumo/NetInt.h"
+#include "Wire/Ip.h"
+#include "Wire/LspEcho.h"
+#include "Wire/Transport.h"
 
 namespace OvixAgent {
 
 namespace {
 
-constexpr std::uint16_t echoPort = 3503;
-constexpr std::size_t udpSize = 8;
-constexpr std::size_t udpChecksumAt = 6;
-constexpr std::size_t longestReply = 65535 - 48 - udpSize; // behind the longest IP header
-enum ReplyMode : std::uint8_t { doNotReply = 1, byUdp = 2, byUdpWithRouterAlert = 3 };
+using Wire::Udp;
 
-/// An echo request's UDP datagram; the bytes are its payload.
-struct Datagram {
-    std::uint16_t sourcePort = 0;
-    std::span<const std::uint8_t> payload;
-};
+/// The largest reply that fits behind the longest IP header.
+constexpr std::size_t longestReply = 65535 - 48 - Udp::size;
 
 bool isLoopback(const Lumo::IpGenAddr& address) noexcept {
     static constexpr std::array<std::uint8_t, 16> mapped{0, 0, 0, 0,    0,    0,  0,
@@ -33,34 +24,30 @@ bool isLoopback(const Lumo::IpGenAddr& address) noexcept {
     return loopback4.contains(address) || mapped4.contains(address);
 }
 
-/// No checksum is one in IPv4 only (RFC 768, RFC 8200 section 8.1).
-bool checksumIsRight(const IpPacket& packet, std::span<const std::uint8_t> segment) {
-    const std::uint16_t told = Lumo::NetU16::load(segment.data() + udpChecksumAt).value();
-    if (told == 0) {
+/// Only in IPv4 may the checksum be absent (RFC 768, RFC 8200 section 8.1).
+bool isChecksumValid(const IpPacket& packet, Wire::Bytes datagram) {
+    if (Udp(datagram).checksum() == 0) {
         return packet.type == Ovix::PktHdrType::ipv4;
     }
-    std::vector<std::uint8_t> copy(segment.begin(), segment.end());
-    Lumo::NetU16(
-        pseudoHeaderSum(packet.source(), packet.destination(), IpProtocol::udp, segment.size()))
-        .store(copy.data() + udpChecksumAt);
-    completeChecksum(copy, 0, udpChecksumAt);
-    return Lumo::NetU16::load(copy.data() + udpChecksumAt).value() == told;
+    const std::uint16_t pseudoHeader = Wire::pseudoHeaderSum(
+        packet.source(), packet.destination(), Wire::IpProtocol::udp, datagram.size());
+    return Wire::addSums(pseudoHeader, Wire::onesSum(datagram)) == 0xffff;
 }
 
-std::optional<Datagram> readDatagram(const LabelledPacket& received) {
-    const std::optional<IpUpperLayer> upper = upperLayer(received.ip);
-    if (!upper || upper->protocol != IpProtocol::udp || upper->bytes.size() < udpSize ||
+/// The UDP datagram of an echo request or reply; empty for any other packet.
+Wire::Bytes echoDatagram(const LabelledPacket& received) {
+    const std::optional<IpUpperLayer> upper = received.ip.upperLayer();
+    if (!upper || upper->protocol != Wire::IpProtocol::udp ||
         !isLoopback(received.ip.destination())) {
-        return std::nullopt;
+        return {};
     }
-    const std::uint8_t* header = upper->bytes.data();
-    const std::size_t length = Lumo::NetU16::load(header + 4).value();
-    if (Lumo::NetU16::load(header + 2).value() != echoPort || length < udpSize ||
-        length > upper->bytes.size() || !checksumIsRight(received.ip, upper->bytes.first(length))) {
-        return std::nullopt;
+    const Udp header(upper->bytes);
+    if (!header || header.destinationPort() != Wire::lspEchoPort || header.length() < Udp::size ||
+        header.length() > upper->bytes.size()) {
+        return {};
     }
-    return Datagram{Lumo::NetU16::load(header).value(),
-                    upper->bytes.subspan(udpSize, length - udpSize)};
+    const Wire::Bytes datagram = upper->bytes.first(header.length());
+    return isChecksumValid(received.ip, datagram) ? datagram : Wire::Bytes();
 }
 
 bool ttlExpired(const LabelledPacket& received) noexcept {
@@ -72,46 +59,51 @@ bool ttlExpired(const LabelledPacket& received) noexcept {
 
 bool wantsReply(const LspEchoRequest& request, const LabelledPacket& received) {
     const IpScope scope = ipScope(received.ip.source());
-    return request.replyMode != doNotReply && (!request.onlyIfTtlExpired || ttlExpired(received)) &&
+    return request.replyMode != Wire::LspEcho::doNotReply &&
+           (!request.onlyIfTtlExpired || ttlExpired(received)) &&
            (scope == IpScope::global || scope == IpScope::linkLocal);
+}
+
+std::vector<std::uint8_t> replyDatagram(std::uint16_t destinationPort, Wire::Bytes reply) {
+    std::vector<std::uint8_t> datagram(Udp::size);
+    const Wire::UdpWriter header{std::span(datagram)};
+    header.portsAre(Wire::lspEchoPort, destinationPort);
+    header.lengthIs(Udp::size + reply.size());
+    datagram.insert(datagram.end(), reply.begin(), reply.end());
+    return datagram;
 }
 
 } // namespace
 
 bool isLspEcho(const LabelledPacket& received) {
-    return readDatagram(received).has_value();
+    return !echoDatagram(received).empty();
 }
 
 std::vector<std::uint8_t> lspEchoReply(const LabelledPacket& received, const CaptureTime& time,
                                        const EchoTables& tables, const OwnAddresses& own) {
-    const std::optional<Datagram> datagram = readDatagram(received);
+    using Wire::LspEcho;
+    const Wire::Bytes datagram = echoDatagram(received);
     const Lumo::IpGenAddr& source = own.of(received.ip.type);
-    if (!datagram || datagram->sourcePort == 0 || source.empty()) {
+    if (datagram.empty() || Udp(datagram).sourcePort() == 0 || source.empty()) {
         return {};
     }
-    std::optional<LspEchoRequest> request = LspEchoRequest::read(datagram->payload);
+    std::optional<LspEchoRequest> request = LspEchoRequest::read(datagram.subspan(Udp::size));
     if (!request || !wantsReply(*request, received)) {
         return {};
     }
-    // A way to reply that is not known here makes the request malformed (RFC 7110).
-    if (request->replyMode != byUdp && request->replyMode != byUdpWithRouterAlert) {
+    const bool hasRouterAlert = request->replyMode == LspEcho::byUdpWithRouterAlert;
+    // An unknown reply mode makes the request malformed (RFC 7110).
+    if (request->replyMode != LspEcho::byUdp && !hasRouterAlert) {
         request->fault = LspEchoRequest::Fault::malformed;
     }
     const EchoVerdict verdict = validateEcho(*request, labelEntries(received.labels), tables);
     const std::vector<std::uint8_t> reply = echoReplyBytes(*request, verdict, ntpTime(time));
-
     if (reply.size() > longestReply) {
         return {};
     }
-    std::vector<std::uint8_t> segment(udpSize);
-    Lumo::NetU16(echoPort).store(segment.data());
-    Lumo::NetU16(datagram->sourcePort).store(segment.data() + 2);
-    Lumo::NetU16(static_cast<std::uint16_t>(udpSize + reply.size())).store(segment.data() + 4);
-    segment.insert(segment.end(), reply.begin(), reply.end());
-    return ipPacketBytes({source, received.ip.source(), IpProtocol::udp,
-                          request->replyTos.value_or(0),
-                          request->replyMode == byUdpWithRouterAlert},
-                         segment, udpChecksumAt);
+    return ipPacketBytes({source, received.ip.source(), Wire::IpProtocol::udp,
+                          request->replyTos.value_or(0), hasRouterAlert},
+                         replyDatagram(Udp(datagram).sourcePort(), reply), Udp::checksumAt);
 }
 
 std::uint64_t ntpTime(const CaptureTime& time) noexcept {

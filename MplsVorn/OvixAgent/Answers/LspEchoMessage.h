@@ -20,20 +20,7 @@ struct EchoFec {
     bool isNil() const noexcept { return prefix.family() == Lumo::IpFamily::none; }
 };
 
-/// An MPLS echo request (RFC 8029 section 3):
-///
-///      0                   1                   2                   3
-///      0 1 2 3 4 5 6 7 8 9 0 1 2 3 4 5 6 7 8 9 0 1 2 3 4 5 6 7 8 9 0 1
-///     +-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+
-///     |         Version Number        |         Global Flags          |
-///     +-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+
-///     |  Message Type |   Reply mode  |  Return Code  | Return Subcode|
-///     +-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+
-///     |                        Sender's Handle                        |
-///     |                        Sequence Number                        |
-///     |              TimeStamp Sent (seconds, fraction)               |
-///     |            TimeStamp Received (seconds, fraction)             |
-///     |                            TLVs ...                           |
+/// An MPLS echo request (RFC 8029 section 3); Wire/LspEcho.h has the drawing.
 struct LspEchoRequest {
     /// Why a request cannot be validated.
     enum class Fault : std::uint8_t { none, malformed, notUnderstood };

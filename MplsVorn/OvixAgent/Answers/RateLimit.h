@@ -11,28 +11,28 @@ namespace OvixAgent {
 /// Why an answer is sent.
 enum class AnswerReason : std::uint8_t { timeExceeded, tooBig, lspEcho };
 
-inline constexpr std::size_t answerReasons = 3;
+inline constexpr std::array<const char*, 3> answerReasonNames{"time exceeded", "too big",
+                                                              "LSP echo"};
 
-/// Answers per reason: as many as `burst` at once, and `perSecond` in the long run.
+/// The rate of answers per reason. No answers are sent when either is 0.
 struct AnswerRate {
-    std::uint32_t perSecond = 100; ///< 0: none at all
-    std::uint32_t burst = 100;     ///< likewise
+    std::uint32_t perSecond = 100;
+    std::uint32_t burst = 100;
 };
 
-/// Bounds the answers to frames, per reason, as a token bucket does (RFC 1812 section 4.3.2.8,
-/// RFC 4443 section 2.4 f). Each reason starts with a full bucket.
+/// Limits the answers to frames by a token bucket per reason (RFC 1812 section 4.3.2.8, RFC 4443
+/// section 2.4 f). Each bucket is full at first.
 class RateLimit {
   public:
     explicit RateLimit(AnswerRate rate = {}) noexcept;
 
-    /// Whether one more answer may be sent; it then counts as sent. `now` is the time in
-    /// nanoseconds by a clock that does not go back; where it does, what it lost counts for
-    /// nothing.
+    /// Whether an answer may be sent; if so, takes its token. `now` is a monotonic time in
+    /// nanoseconds; a clock that goes back adds no tokens.
     bool admit(AnswerReason reason, std::uint64_t now) noexcept;
 
   private:
     struct Bucket {
-        std::uint64_t filledAt = 0; ///< when `tokens` were counted
+        std::uint64_t filledAt = 0; ///< time of `tokens`
         std::uint64_t tokens = 0;   ///< in billionths of an answer
     };
 
@@ -41,11 +41,10 @@ class RateLimit {
 
     std::uint64_t perNanosecond_; ///< in billionths of an answer
     std::uint64_t most_;          ///< likewise
-    std::array<Bucket, answerReasons> buckets_;
+    std::array<Bucket, answerReasonNames.size()> buckets_;
 };
 
-/// How many answers were sent, and how many there would have been that were suppressed because
-/// there were too many.
+/// Counts the answers sent, and those suppressed because they exceeded the limit.
 class AnswerCounts {
   public:
     void sent(AnswerReason reason) noexcept { ++of(reason).sent; }
@@ -62,7 +61,7 @@ class AnswerCounts {
 
     Count& of(AnswerReason reason) noexcept { return counts_[static_cast<std::size_t>(reason)]; }
 
-    std::array<Count, answerReasons> counts_;
+    std::array<Count, answerReasonNames.size()> counts_;
 };
 
 } // namespace OvixAgent

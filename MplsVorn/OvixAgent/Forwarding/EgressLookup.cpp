@@ -5,66 +5,53 @@
 
 namespace OvixAgent {
 
-namespace {
-
-constexpr std::uint8_t low(std::uint32_t value, unsigned shift) noexcept {
-    return static_cast<std::uint8_t>(value >> shift);
-}
-
-Lumo::EthAddr macOfLabel(std::uint32_t label) noexcept {
-    return {0x01, 0x00, 0x5e, low(0x80U | (label >> 16U), 0), low(label, 8), low(label, 0)};
-}
-
-std::optional<Lumo::EthAddr> macOfIpv4(const std::uint8_t* group) noexcept {
-    constexpr std::uint8_t classD = 0xe;
-    if (group[0] >> 4U != classD) {
-        return std::nullopt;
-    }
-    return Lumo::EthAddr{0x01,     0x00,    0x5e, static_cast<std::uint8_t>(group[1] & 0x7fU),
-                         group[2], group[3]};
-}
-
-std::optional<Lumo::EthAddr> macOfIpv6(const std::uint8_t* group) noexcept {
-    constexpr std::uint8_t multicast = 0xff;
-    if (group[0] != multicast) {
-        return std::nullopt;
-    }
-    return Lumo::EthAddr{0x33, 0x33, group[12], group[13], group[14], group[15]};
-}
-
-} // namespace
-
-std::optional<Lumo::EthAddr> groupMac(Ovix::PacketContext& packet) {
-    const Ptr<Ovix::PacketHeader> header = packet.parsedPkt().header(0);
-    if (!header) {
-        return std::nullopt;
-    }
-    switch (header->pktHdrType()) {
-    case Ovix::PktHdrType::mpls: {
-        const Ovix::MplsHeaderData* labels = Ovix::mplsHeaderData(*header);
-        return labels != nullptr ? std::optional(macOfLabel((*labels->begin()).label().value()))
-                                 : std::nullopt;
-    }
-    case Ovix::PktHdrType::ipv4:
-        return macOfIpv4(Ovix::ipDestination(*header).bytes().data());
-    case Ovix::PktHdrType::ipv6:
-        return macOfIpv6(Ovix::ipDestination(*header).bytes().data());
-    default:
-        return std::nullopt;
-    }
-}
-
 using Tessel::Fib::FecId;
 
 namespace {
 
-/// The destination of the IP packet that a packet starts with; of no family for anything else.
+/// RFC 5332 section 8.
+Lumo::EthAddr groupMac(Lumo::MplsLabel label) noexcept {
+    const std::uint32_t value = label.value();
+    return {0x01,
+            0x00,
+            0x5e,
+            static_cast<std::uint8_t>(0x80U | value >> 16U),
+            static_cast<std::uint8_t>(value >> 8U),
+            static_cast<std::uint8_t>(value)};
+}
+
+/// RFC 1112 section 6.4 and RFC 2464 section 7.
+std::optional<Lumo::EthAddr> groupMac(const Lumo::IpGenAddr& destination) noexcept {
+    const auto& group = destination.bytes();
+    constexpr std::uint8_t ipv4Multicast = 0xe0;
+    constexpr std::uint8_t ipv6Multicast = 0xff;
+    if (destination.family() == Lumo::IpFamily::ipv4 && (group[0] & 0xf0U) == ipv4Multicast) {
+        return Lumo::EthAddr{0x01,     0x00,    0x5e, static_cast<std::uint8_t>(group[1] & 0x7fU),
+                             group[2], group[3]};
+    }
+    if (destination.family() == Lumo::IpFamily::ipv6 && group[0] == ipv6Multicast) {
+        return Lumo::EthAddr{0x33, 0x33, group[12], group[13], group[14], group[15]};
+    }
+    return std::nullopt;
+}
+
+/// The destination of a packet that starts with an IP header; of no family for any other packet.
 Lumo::IpGenAddr ipDestination(Ovix::PacketContext& packet) {
     const Ptr<Ovix::PacketHeader> header = packet.parsedPkt().header(0);
     return header ? Ovix::ipDestination(*header) : Lumo::IpGenAddr();
 }
 
 } // namespace
+
+std::optional<Lumo::EthAddr> groupMac(Ovix::PacketContext& packet) {
+    const Ptr<Ovix::PacketHeader> header = packet.parsedPkt().header(0);
+    if (header && header->pktHdrType() == Ovix::PktHdrType::mpls) {
+        const Ovix::MplsHeaderData* labels = Ovix::mplsHeaderData(*header);
+        return labels != nullptr ? std::optional(groupMac((*labels->begin()).label()))
+                                 : std::nullopt;
+    }
+    return groupMac(ipDestination(packet));
+}
 
 Fate EgressLookup::find(Ovix::PacketContext& packet, std::size_t snapped,
                         const Ovix::RoutingNexthop& nexthop, Egress& egress) const {
@@ -100,20 +87,20 @@ Fate EgressLookup::sendBy(Port& port, Lumo::IpGenAddr address, Ovix::PacketConte
                           Egress& egress) const {
     const PortIndex index = tables_->ports.indexOf(port);
     egress.port = &port;
-    // An Ethernet frame brings its link header with it, so an interface is enough.
+    // An Ethernet frame has its link header, so it needs no next-hop address.
     if (packet.outerType() == Ovix::PktHdrType::eth) {
         egress.pseudowire = tables_->pseudowires.ofPort(index);
         if (egress.pseudowire != nullptr || address.empty()) {
             return forwarded;
         }
     }
-    // On an interface without a next-hop address the IP destination is on the link itself.
+    // Without a next-hop address the IP destination is on the link itself.
     return sendTo(address.empty() ? ipDestination(packet) : address, index, egress);
 }
 
 Fate EgressLookup::sendTo(const Lumo::IpGenAddr& address, PortIndex port, Egress& egress) const {
     const bool isAddressed = address.family() != Lumo::IpFamily::none;
-    // Nobody's address tells who on the link takes a labelled frame, unless there is but one.
+    // Without an address a labelled frame goes to the only neighbour on the link.
     const Lumo::EthAddr* mac =
         isAddressed ? tables_->neighbours.find(address, port) : tables_->neighbours.only(port);
     if (mac != nullptr) {

@@ -12,19 +12,18 @@
 
 namespace OvixAgent {
 
-/// The group address that a multicast packet goes to everybody on a link with: a labelled one by
-/// its top label (01-00-5e-8x-xx-xx, RFC 5332 section 8), an IP multicast packet by its destination
-/// (RFC 1112 section 6.4, RFC 2464 section 7). None for anything else.
+/// The group MAC address that a multicast packet is sent to on a link: of a labelled packet by its
+/// top label (01-00-5e-8x-xx-xx, RFC 5332 section 8), of an IP multicast packet by its destination
+/// (RFC 1112 section 6.4, RFC 2464 section 7). Empty for any other packet.
 std::optional<Lumo::EthAddr> groupMac(Ovix::PacketContext& packet);
 
-/// Finds the way out of a next hop, once the frame is rewritten.
+/// Finds the egress of a next hop for a rewritten packet.
 class EgressLookup {
   public:
     /// The tables must outlive the lookup.
     explicit EgressLookup(ForwardingTables& tables) noexcept : tables_(&tables), router_(tables) {}
 
-    /// Forwarded: `egress` is filled. Otherwise the frame goes to the CPU or nowhere. `snapped` is
-    /// how much of the frame the capture left out.
+    /// Forwarded: `egress` is set. `snapped` is the number of bytes that the capture left out.
     Fate find(Ovix::PacketContext& packet, std::size_t snapped, const Ovix::RoutingNexthop& nexthop,
               Egress& egress) const;
 

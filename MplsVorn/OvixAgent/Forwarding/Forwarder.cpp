@@ -28,32 +28,31 @@ Forwarder::Forwarder(const Ptr<Ovix::PluginManager>& manager, ForwardingTables& 
       packets_(Lumo::globalPktManager()), tables_(&tables), cpu_(&cpu),
       counters_(Tessel::make<Ovix::OvixNamedCounters>()),
       fates_(Tessel::make<Ovix::OvixNamedCounters>()) {
-    offerPorts(*manager->ports(), tables.ports, cpu, inHand_);
+    registerPorts(*manager->ports(), tables.ports, cpu, current_);
 }
 
 void Forwarder::receive(const Frame& frame) {
     in_.add(frame.bytes.size());
     counters_->forgetLast();
-    inHand_ = {&frame, 0};
+    current_ = {&frame, 0};
     try {
         const Fate fate = process(frame);
-        account(fate, *inHand_.frame);
+        account(fate, *current_.frame);
     } catch (const CaptureError&) {
-        throw; // an output that cannot be written is no fault of the frame
+        throw; // an output failed, not the frame
     } catch (const Tessel::SnapshotLost&) {
         // Label tables are read before anything is sent.
         in_.frames -= 1;
         in_.bytes -= frame.bytes.size();
         throw;
     } catch (const std::exception& refused) {
-        // A frame that the plugin or the host refuses outright, such as a stack of more labels than
-        // it walks.
-        account(drop(refused.what()), *inHand_.frame);
+        // The plugin or the host refuses the frame, for example for too many labels.
+        account(drop(refused.what()), *current_.frame);
     }
 }
 
 Fate Forwarder::process(const Frame& received) {
-    const Ptr<Ovix::PacketContext> packet = takeBytes(received);
+    const Ptr<Ovix::PacketContext> packet = newPacket(received);
     packet->receivedAs(in_.frames, counters_.get());
     for (const Ptr<Ovix::InputPipelineStep>& step : inputSteps_->steps()) {
         const Ovix::InputVerdict verdict = step->process(packet);
@@ -61,7 +60,7 @@ Fate Forwarder::process(const Frame& received) {
         case Ovix::InputVerdict::Kind::unchanged:
             break;
         case Ovix::InputVerdict::Kind::modified:
-            takeUp(*packet);
+            replaceFrame(*packet);
             break;
         case Ovix::InputVerdict::Kind::sent:
             return forwarded;
@@ -69,22 +68,22 @@ Fate Forwarder::process(const Frame& received) {
             return drop(verdict.reason);
         }
     }
-    return takeIn(*inHand_.frame, packet);
+    return dispatch(*current_.frame, packet);
 }
 
-// From here on the modified packet is what was received: its bytes outlast what is done to it, so
-// that copies are made of them and the CPU sees them.
-void Forwarder::takeUp(const Ovix::PacketContext& modified) {
+// The modified packet now counts as the received frame. Its bytes are kept, since rewrites change
+// the packet while copies are made of the frame and the CPU gets it unchanged.
+void Forwarder::replaceFrame(const Ovix::PacketContext& modified) {
     const std::span<const std::uint8_t> bytes = modified.pkt()->data();
-    const Frame& old = *inHand_.frame;
+    const Frame& old = *current_.frame;
     const auto snapped = static_cast<std::uint32_t>(old.originalLength - old.bytes.size());
     modifiedBytes_.assign(bytes.begin(), bytes.end());
     modified_ = {old.port, old.time, modifiedBytes_,
                  static_cast<std::uint32_t>(modifiedBytes_.size()) + snapped};
-    inHand_.frame = &modified_;
+    current_.frame = &modified_;
 }
 
-Fate Forwarder::takeIn(const Frame& frame, const Ptr<Ovix::PacketContext>& packet) {
+Fate Forwarder::dispatch(const Frame& frame, const Ptr<Ovix::PacketContext>& packet) {
     Ovix::ParsedPacket& parsed = packet->parsedPkt();
     if (!parsed.header(0)) {
         return drop(Reason::runt);
@@ -117,7 +116,7 @@ Fate Forwarder::routeIp(const Frame& frame, const Ptr<Ovix::PacketContext>& pack
     return route(frame, packet, link, handler);
 }
 
-Ptr<Ovix::PacketContext> Forwarder::takeBytes(const Frame& frame) const {
+Ptr<Ovix::PacketContext> Forwarder::newPacket(const Frame& frame) const {
     return Tessel::make<Ovix::PacketContext>(packets_->newPkt(frame.bytes));
 }
 
@@ -131,25 +130,25 @@ Fate Forwarder::route(const Frame& frame, const Ptr<Ovix::PacketContext>& packet
     const auto output = Tessel::make<Ovix::RoutingOutput>();
     handler->processPacket(output, context, link.routed, tables_->vrfs);
     const Ovix::RoutingNexthops& nexthops = *output->nexthops();
-    if (inHand_.toCpu > 0) [[unlikely]] {
+    if (current_.toCpu > 0) [[unlikely]] {
         countDelivered(nexthops.size());
     } else if (nexthops.empty()) {
-        return byWhatWasCounted(FateKind::dropped, Reason::noNexthop);
+        return byLastCounter(FateKind::dropped, Reason::noNexthop);
     }
     return nexthops.size() == 1 ? send(frame, context, link, *nexthops.nexthopFront())
                                 : sendToAll(frame, context, link, nexthops);
 }
 
-// The packets that the plugin has handed to the CPU are copies of the frame like those that go to
-// its next hops; without any of these the first one stands for the frame.
+// The packets that the plugin has sent to the CPU are copies of the frame like those for its next
+// hops; without next hops the first of them counts as the frame itself.
 void Forwarder::countDelivered(std::size_t nexthops) {
-    for (std::uint64_t i = 0; i < inHand_.toCpu; ++i) {
+    for (std::uint64_t i = 0; i < current_.toCpu; ++i) {
         fates_->count(puntedCategory, module, Reason::delivered);
     }
-    replicas_ += nexthops > 0 ? inHand_.toCpu : inHand_.toCpu - 1;
+    replicas_ += nexthops > 0 ? current_.toCpu : current_.toCpu - 1;
 }
 
-// Whatever the frame is, it goes to the other end whole: its tags are the customer's, not ours.
+// Every frame is sent whole: its tags are the customer's.
 Fate Forwarder::sendOverPseudowire(const Frame& frame, const Ptr<Ovix::PacketContext>& packet,
                                    Pseudowire& pseudowire) {
     if (!tables_->pseudowires.mplsRouting()) {
@@ -164,8 +163,9 @@ Fate Forwarder::sendOverPseudowire(const Frame& frame, const Ptr<Ovix::PacketCon
     return fate;
 }
 
-// Every copy is rewritten in bytes of its own: the last one in those of the frame; one for the CPU
-// is not rewritten. The last one's fate stands for the frame, those of the others are replicas'.
+// Every copy has bytes of its own to be rewritten, except the last, which uses the frame's, and
+// those for the CPU, which are not rewritten. The last fate is the frame's, the others are
+// replicas'.
 Fate Forwarder::sendToAll(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
                           const ReceivedLink& link, const Ovix::RoutingNexthops& nexthops) {
     std::size_t left = nexthops.size();
@@ -183,7 +183,7 @@ Fate Forwarder::sendToAll(const Frame& frame, const Ptr<Ovix::RoutingContext>& c
 
 Ptr<Ovix::RoutingContext> Forwarder::copyOf(const Ovix::RoutingContext& context,
                                             const Frame& frame) const {
-    return Tessel::make<Ovix::RoutingContext>(context.packetId(), takeBytes(frame), counters_,
+    return Tessel::make<Ovix::RoutingContext>(context.packetId(), newPacket(frame), counters_,
                                               context.ingressIntfId());
 }
 
@@ -192,7 +192,7 @@ Fate Forwarder::send(const Frame& frame, const Ptr<Ovix::RoutingContext>& contex
     // A punted frame goes to the CPU as it was received: the control plane needs the label stack
     // to answer (RFC 8029 section 4.4).
     if (nexthop.isCpuTrapNexthop()) {
-        return byWhatWasCounted(FateKind::punted, Reason::trapped);
+        return byLastCounter(FateKind::punted, Reason::trapped);
     }
     Ovix::PacketContext& packet = *context->packetContext();
     packet.pkt()->popFront(link.routed->offset());
@@ -200,7 +200,7 @@ Fate Forwarder::send(const Frame& frame, const Ptr<Ovix::RoutingContext>& contex
     return sender_.send(frame, context, link.tags, nexthop);
 }
 
-Fate Forwarder::byWhatWasCounted(FateKind kind, std::string_view otherwise) const noexcept {
+Fate Forwarder::byLastCounter(FateKind kind, std::string_view otherwise) const noexcept {
     const auto* last = counters_->last();
     return {kind, last != nullptr ? std::string_view(last->reason) : otherwise};
 }

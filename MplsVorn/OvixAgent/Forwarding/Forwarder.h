@@ -11,27 +11,27 @@
 
 namespace OvixAgent {
 
-/// Takes frames one at a time down the road: parsed, routed by the plugin, rewritten, sent. Every
-/// frame ends in one fate and is counted once; one bad frame never stops the next.
+/// Processes frames one at a time: parses them, has them routed by the plugin, rewrites and sends
+/// them. Every frame has one fate and is counted once; a bad frame never stops the next.
 class Forwarder {
   public:
-    /// The plugins behind `manager` must be active. The tables and `cpu`, which takes punted
-    /// frames, must outlive the forwarder.
+    /// The plugins behind `manager` must be active. The tables and `cpu`, which punted frames are
+    /// sent to, must outlive the forwarder.
     Forwarder(const Ptr<Ovix::PluginManager>& manager, ForwardingTables& tables, TransmitPort& cpu);
 
     /// Throws CaptureError when an output cannot be written, and Tessel::SnapshotLost when the
-    /// label tables have to be refreshed first; then the frame has not been taken.
+    /// tables must be refreshed first; the frame is then to be passed again.
     void receive(const Frame& frame);
 
-    /// Adds what has been counted: frames, fates and their reasons, ports and named counters.
+    /// Sets frames, fates and their reasons, ports and named counters.
     void addTo(Summary& summary) const;
 
     const Ptr<Ovix::OvixNamedCounters>& namedCounters() const noexcept { return counters_; }
 
   private:
     Fate process(const Frame& received);
-    Fate takeIn(const Frame& frame, const Ptr<Ovix::PacketContext>& packet);
-    void takeUp(const Ovix::PacketContext& modified);
+    Fate dispatch(const Frame& frame, const Ptr<Ovix::PacketContext>& packet);
+    void replaceFrame(const Ovix::PacketContext& modified);
     Fate route(const Frame& frame, const Ptr<Ovix::PacketContext>& packet, const ReceivedLink& link,
                const Ptr<Ovix::RoutingHandler>& handler);
     Fate routeIp(const Frame& frame, const Ptr<Ovix::PacketContext>& packet,
@@ -43,9 +43,9 @@ class Forwarder {
     Fate send(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
               const ReceivedLink& link, const Ovix::RoutingNexthop& nexthop);
     void countDelivered(std::size_t nexthops);
-    Fate byWhatWasCounted(FateKind kind, std::string_view otherwise) const noexcept;
+    Fate byLastCounter(FateKind kind, std::string_view otherwise) const noexcept;
     void account(const Fate& fate, const Frame& frame);
-    Ptr<Ovix::PacketContext> takeBytes(const Frame& frame) const;
+    Ptr<Ovix::PacketContext> newPacket(const Frame& frame) const;
     Ptr<Ovix::RoutingContext> copyOf(const Ovix::RoutingContext& context, const Frame& frame) const;
 
     Ptr<Ovix::RoutingHandler> mplsHandler_;
@@ -56,11 +56,11 @@ class Forwarder {
     Ptr<Lumo::PktManager> packets_;
     ForwardingTables* tables_;
     TransmitPort* cpu_;
-    FrameInHand inHand_;
-    Frame modified_; ///< in hand once an input step has put another packet in the frame's place
+    CurrentFrame current_;
+    Frame modified_; ///< the current frame once an input step has replaced its packet
     std::vector<std::uint8_t> modifiedBytes_;
 
-    Ptr<Ovix::OvixNamedCounters> counters_; ///< what the plugin counts
+    Ptr<Ovix::OvixNamedCounters> counters_; ///< of the plugin
     Ptr<Ovix::OvixNamedCounters> fates_;    ///< one count per fate and reason
     Traffic in_;
     std::uint64_t replicas_ = 0;

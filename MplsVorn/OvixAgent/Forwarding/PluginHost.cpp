@@ -2,24 +2,22 @@
 
 #include <filesystem>
 
-#include "Lumo/NetInt.h"
 #include "Plugin/Library.h"
+#include "Wire/Ethernet.h"
 
 namespace OvixAgent {
 
 namespace {
 
-constexpr const char* pluginFile = "libMplsOvixPlugin.so";
-
-std::string pluginBesideAgent() {
+std::string installedPlugin() {
     const std::filesystem::path self = std::filesystem::canonical("/proc/self/exe");
-    return (self.parent_path().parent_path() / "lib" / pluginFile).string();
+    return (self.parent_path().parent_path() / "lib" / "libMplsOvixPlugin.so").string();
 }
 
 } // namespace
 
 void startPlugin(const std::string& file, const Ptr<Ovix::PluginContext>& context) {
-    const std::string path = file.empty() ? pluginBesideAgent() : file;
+    const std::string path = file.empty() ? installedPlugin() : file;
     auto& loader = Plugin::Loader<Ovix::PluginContext>::defaultLoader();
     Plugin::Library::load(path);
     if (loader.registrations().empty()) {
@@ -40,26 +38,24 @@ void activatePlugins(const Ptr<Ovix::PluginContext>& context) {
 
 namespace {
 
-Frame asFrame(const FrameInHand& inHand, std::span<const std::uint8_t> bytes) {
-    return {inHand.frame->port, inHand.frame->time, bytes,
+Frame asFrame(const CurrentFrame& current, std::span<const std::uint8_t> bytes) {
+    return {current.frame->port, current.frame->time, bytes,
             static_cast<std::uint32_t>(bytes.size())};
 }
 
-/// A frame's Ethernet header and its one tag, if any, which no MTU counts.
-std::size_t linkSize(std::span<const std::uint8_t> frame) noexcept {
-    constexpr std::size_t ethSize = 14;
-    constexpr std::size_t tagSize = 4;
-    const bool isTagged =
-        frame.size() >= ethSize + tagSize &&
-        Lumo::NetU16::load(frame.data() + ethSize - 2).value() == Lumo::EtherType::vlan;
-    return isTagged ? ethSize + tagSize : ethSize;
+/// The size of a frame's Ethernet header and tag, which no MTU includes.
+std::size_t linkSize(Wire::Bytes frame) noexcept {
+    const Wire::Ethernet header(frame);
+    const bool isTagged = header && frame.size() >= Wire::Ethernet::size + Wire::Tag::size &&
+                          header.etherType() == Wire::EtherType::vlan;
+    return isTagged ? Wire::Ethernet::size + Wire::Tag::size : Wire::Ethernet::size;
 }
 
 /// One of the agent's ports.
 class NetworkPort : public Ovix::Port {
   public:
-    NetworkPort(OvixAgent::Port& port, const FrameInHand& inHand) noexcept
-        : Ovix::Port(port.intfId), port_(&port), inHand_(&inHand) {}
+    NetworkPort(OvixAgent::Port& port, const CurrentFrame& current) noexcept
+        : Ovix::Port(port.intfId), port_(&port), current_(&current) {}
 
     std::string_view shortName() const noexcept override { return port_->name; }
     bool send(const Ptr<Lumo::Pkt>& packet) override {
@@ -68,40 +64,40 @@ class NetworkPort : public Ovix::Port {
             return false;
         }
         port_->sent.add(bytes.size());
-        port_->out->transmit(asFrame(*inHand_, bytes));
+        port_->out->transmit(asFrame(*current_, bytes));
         return true;
     }
 
   private:
     OvixAgent::Port* port_;
-    const FrameInHand* inHand_;
+    const CurrentFrame* current_;
 };
 
 /// The device's own CPU.
 class CpuPort : public Ovix::Port {
   public:
-    CpuPort(TransmitPort& cpu, FrameInHand& inHand) noexcept
-        : Ovix::Port(Lumo::CpuIntfId::cpuIdToIntfId(0)), cpu_(&cpu), inHand_(&inHand) {}
+    CpuPort(TransmitPort& cpu, CurrentFrame& current) noexcept
+        : Ovix::Port(Lumo::CpuIntfId::cpuIdToIntfId(0)), cpu_(&cpu), current_(&current) {}
 
     std::string_view shortName() const noexcept override { return "cpu"; }
     bool send(const Ptr<Lumo::Pkt>& packet) override {
-        cpu_->transmit(asFrame(*inHand_, packet->data()));
-        ++inHand_->toCpu;
+        cpu_->transmit(asFrame(*current_, packet->data()));
+        ++current_->toCpu;
         return true;
     }
 
   private:
     TransmitPort* cpu_;
-    FrameInHand* inHand_;
+    CurrentFrame* current_;
 };
 
 } // namespace
 
-void offerPorts(Ovix::Ports& ports, PortTable& table, TransmitPort& cpu, FrameInHand& inHand) {
+void registerPorts(Ovix::Ports& ports, PortTable& table, TransmitPort& cpu, CurrentFrame& current) {
     for (Port& port : table.ports()) {
-        ports.portIs(Tessel::make<NetworkPort>(port, inHand));
+        ports.portIs(Tessel::make<NetworkPort>(port, current));
     }
-    ports.portIs(Tessel::make<CpuPort>(cpu, inHand));
+    ports.portIs(Tessel::make<CpuPort>(cpu, current));
 }
 
 } // namespace OvixAgent

@@ -10,21 +10,21 @@
 
 namespace OvixAgent {
 
-/// Loads the plugin library (empty: the one that comes with the agent), starts its plugin with the
-/// context and takes it through its life up to active. Throws Plugin::LoadError.
+/// Loads the plugin library (empty: the one installed with the agent), registers its plugin with
+/// the context and activates it. Throws Plugin::LoadError.
 void startPlugin(const std::string& file, const Ptr<Ovix::PluginContext>& context);
 
-/// Takes the plugins that a context holds from their initialised state to active.
+/// Activates the registered plugins of a context.
 void activatePlugins(const Ptr<Ovix::PluginContext>& context);
 
-/// The frame that is being taken down the road, for what is sent because of it past the road.
-struct FrameInHand {
+/// The frame that is being processed, for the packets that a plugin sends because of it.
+struct CurrentFrame {
     const Frame* frame = nullptr;
-    std::uint64_t toCpu = 0; ///< packets that a plugin has handed to the CPU because of it
+    std::uint64_t toCpu = 0; ///< packets that a plugin has sent to the CPU
 };
 
-/// Offers plugins the agent's ports and, as CPU 0, the device's own: what they send there leaves at
-/// the time of the frame in hand. The tables, `cpu` and `inHand` must outlive the last frame.
-void offerPorts(Ovix::Ports& ports, PortTable& table, TransmitPort& cpu, FrameInHand& inHand);
+/// Registers the agent's ports and its CPU, as CPU 0, with the plugins. What they send has the time
+/// of the current frame. The tables, `cpu` and `current` must outlive the last frame.
+void registerPorts(Ovix::Ports& ports, PortTable& table, TransmitPort& cpu, CurrentFrame& current);
 
 } // namespace OvixAgent

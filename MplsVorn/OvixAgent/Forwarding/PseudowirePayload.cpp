@@ -3,80 +3,92 @@
 #include <algorithm>
 #include <array>
 
-#include "Lumo/NetInt.h"
+#include "Wire/ControlWord.h"
+#include "Wire/Ethernet.h"
 
 namespace OvixAgent {
 
 namespace {
 
-using Bytes = std::span<const std::uint8_t>;
+using Wire::ControlWord;
+using Wire::Ethernet;
 
-constexpr std::size_t controlWordSize = 4;
-constexpr std::size_t ethSize = 14;
-
-/// EtherTypes that real frames have: IPv4, ARP, the VLAN tags, IPv6, slow protocols, MPLS, PPPoE,
-/// EAPOL, MACsec, provider backbone, LLDP, PTP, CFM.
-bool isFamiliar(std::uint16_t etherType) noexcept {
-    static constexpr std::array<std::uint16_t, 18> familiar{
-        0x0800, 0x0806, 0x8100, 0x86dd, 0x8809, 0x8847, 0x8848, 0x8863, 0x8864,
-        0x888e, 0x88a8, 0x88e5, 0x88e7, 0x88cc, 0x88f7, 0x8902, 0x9100, 0x22f0};
-    return std::find(familiar.begin(), familiar.end(), etherType) != familiar.end();
+/// EtherTypes of real frames. Those that Wire does not name: slow protocols, PPPoE, EAPOL, MACsec,
+/// provider backbone, LLDP, PTP, CFM and SRP.
+bool isCommon(std::uint16_t etherType) noexcept {
+    namespace Type = Wire::EtherType;
+    static constexpr std::array<std::uint16_t, 18> common{Type::ipv4,
+                                                          Type::arp,
+                                                          Type::vlan,
+                                                          Type::ipv6,
+                                                          Type::mpls,
+                                                          Type::mplsUpstream,
+                                                          Type::serviceVlan,
+                                                          Type::stackedVlan,
+                                                          0x8809,
+                                                          0x8863,
+                                                          0x8864,
+                                                          0x888e,
+                                                          0x88e5,
+                                                          0x88e7,
+                                                          0x88cc,
+                                                          0x88f7,
+                                                          0x8902,
+                                                          0x22f0};
+    return std::find(common.begin(), common.end(), etherType) != common.end();
 }
 
-/// Whether an Ethernet header stands here: a familiar EtherType, or an IEEE 802.3 length that
-/// agrees with the bytes behind it, of which only the shortest frames have padding.
-bool looksLikeEthernet(Bytes frame) noexcept {
+/// Whether these bytes may start with an Ethernet header: it has a common EtherType, or an IEEE
+/// 802.3 length that agrees with the bytes behind it, which have padding only in the shortest
+/// frames.
+bool looksLikeEthernet(Wire::Bytes frame) noexcept {
     constexpr std::size_t shortestLlc = 3;
-    constexpr std::size_t longestLength = 1500;
     constexpr std::size_t shortestPayload = 46;
-    if (frame.size() < ethSize) {
+    const Ethernet header(frame);
+    if (!header) {
         return false;
     }
-    const std::uint16_t type = Lumo::NetU16::load(frame.data() + ethSize - 2).value();
-    const std::size_t behind = frame.size() - ethSize;
-    if (type > longestLength) {
-        return isFamiliar(type);
+    const std::uint16_t type = header.etherType();
+    const std::size_t payload = frame.size() - Ethernet::size;
+    if (type > Wire::EtherType::longestLength) {
+        return isCommon(type);
     }
-    return type >= shortestLlc && (type == behind || (type < behind && behind <= shortestPayload));
+    return type >= shortestLlc &&
+           (type == payload || (type < payload && payload <= shortestPayload));
 }
 
-/// A control word of data starts with 16 zero bits, but so do addresses that are in use: those of
-/// the first manufacturers, of VRRP (00:00:5e), of many laboratories. So it counts as one only when
-/// the bytes make no sense as Ethernet where they stand and do make sense four bytes on. A frame of
-/// an EtherType known to nobody goes through either way.
-bool hasControlWord(Bytes payload) noexcept {
-    return payload[0] == 0 && payload[1] == 0 && !looksLikeEthernet(payload) &&
-           looksLikeEthernet(payload.subspan(controlWordSize));
-}
-
-Fate takeOffControlWord(Ovix::PacketContext& packet, Bytes payload) {
-    switch (payload[0] >> 4U) {
-    case 0:
-        break;
-    case 1:
-        return punt(Reason::associatedChannel);
-    default:
-        return drop(Reason::noControlWord);
-    }
-    if (payload.size() < controlWordSize + ethSize) {
-        return drop(Reason::pseudowireCutShort);
-    }
-    packet.pkt()->popFront(controlWordSize);
-    packet.outerTypeIs(Ovix::PktHdrType::eth);
-    return forwarded;
+/// A control word of data starts with 16 zero bits, but so do MAC addresses in use: of the first
+/// manufacturers, of VRRP (00:00:5e), of many laboratories. So it counts as one only if the bytes
+/// are not Ethernet from the start, but are from behind it. A frame of an uncommon EtherType
+/// passes.
+bool hasUnexpectedControlWord(Wire::Bytes payload) noexcept {
+    return ControlWord(payload).isPlainData() && !looksLikeEthernet(payload) &&
+           looksLikeEthernet(payload.subspan(ControlWord::size));
 }
 
 } // namespace
 
-Fate uncoverEthernet(Ovix::PacketContext& packet, bool controlWord) {
-    const Bytes payload = packet.pkt()->data();
-    if (payload.size() < (controlWord ? controlWordSize : ethSize)) {
+Fate removeControlWord(Ovix::PacketContext& packet, bool hasControlWord) {
+    const Wire::Bytes payload = packet.pkt()->data();
+    if (payload.size() < (hasControlWord ? ControlWord::size : Ethernet::size)) {
         return drop(Reason::pseudowireCutShort);
     }
-    if (controlWord) {
-        return takeOffControlWord(packet, payload);
+    if (!hasControlWord) {
+        return hasUnexpectedControlWord(payload) ? drop(Reason::unexpectedControlWord) : forwarded;
     }
-    return hasControlWord(payload) ? drop(Reason::unexpectedControlWord) : forwarded;
+    const ControlWord controlWord(payload);
+    if (controlWord.isAssociatedChannel()) {
+        return punt(Reason::associatedChannel);
+    }
+    if (!controlWord.isData()) {
+        return drop(Reason::noControlWord);
+    }
+    if (payload.size() < ControlWord::size + Ethernet::size) {
+        return drop(Reason::pseudowireCutShort);
+    }
+    packet.pkt()->popFront(ControlWord::size);
+    packet.outerTypeIs(Ovix::PktHdrType::eth);
+    return forwarded;
 }
 
 } // namespace OvixAgent

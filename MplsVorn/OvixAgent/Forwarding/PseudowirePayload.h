@@ -5,16 +5,16 @@
 
 namespace OvixAgent {
 
-/// Takes what stands in front of the Ethernet frame of a pseudowire off, once its label is popped:
-/// the control word, when the pseudowire has one. Forwarded: the packet is the customer's frame.
+/// Removes the control word of a pseudowire packet whose label has been popped, when the pseudowire
+/// has one. Forwarded: the packet is the customer's frame.
 ///
-/// With a control word (RFC 4385) its first nibble decides: 0 is data, whose other bits an Ethernet
-/// pseudowire ignores on receipt (RFC 4448 section 4.6); 1 is a message of the pseudowire's
-/// associated channel (RFC 5085), punted; anything else is dropped.
+/// The first nibble of a control word (RFC 4385) is 0 for data, whose other bits an Ethernet
+/// pseudowire ignores on receipt (RFC 4448 section 4.6), and 1 for the associated channel (RFC
+/// 5085), which is punted; anything else is dropped.
 ///
-/// Without one the frame is the payload as it is. A control word that the other end sends all the
-/// same is told from a destination address only by what else does not fit: see the source. Such a
-/// frame is dropped, since passed on it would reach the customer four bytes out of place.
-Fate uncoverEthernet(Ovix::PacketContext& packet, bool controlWord);
+/// Without a control word the payload is the frame. When the other end sends a control word all the
+/// same, only the frame behind it tells that from a destination address: see the source. Such a
+/// packet is dropped, since it would reach the customer shifted by four bytes.
+Fate removeControlWord(Ovix::PacketContext& packet, bool hasControlWord);
 
 } // namespace OvixAgent

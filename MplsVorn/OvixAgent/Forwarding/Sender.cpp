@@ -1,37 +1,28 @@
 #include "Forwarding/Sender.h"
 
 #include <algorithm>
+#include <cassert>
 
 #include "Forwarding/PseudowirePayload.h"
-#include "Lumo/MplsLabel.h"
+#include "Wire/LabelStack.h"
 
 namespace OvixAgent {
 
 namespace {
 
-bool pushLinkHeader(Ovix::PacketContext& packet, const VlanTags& received,
-                    const Ovix::RoutingNexthop& nexthop, const Egress& egress) {
-    const Port& port = *egress.port;
-    return pushLink(packet, port.mac, egress.mac,
-                    tagsToSend(received, port.tagging, nexthop.vlanId()));
-}
-
-/// The labels that a packet without a link header starts with, as far as there are whole ones.
-std::span<const std::uint8_t> labelsOf(const Ovix::PacketContext& packet) {
-    const std::span<const std::uint8_t> bytes = packet.pkt()->data();
-    constexpr std::size_t step = Lumo::MplsLabelEntry::size;
-    std::size_t size = 0;
-    bool isMore = packet.outerType() == Ovix::PktHdrType::mpls;
-    while (isMore && size + step <= bytes.size()) {
-        isMore = !Lumo::MplsLabelEntry::load(bytes.data() + size).bos();
-        size += step;
+/// The label stack of a packet without a link header, as far as its entries are whole.
+Wire::Bytes labelsOf(const Ovix::PacketContext& packet) {
+    const Wire::Bytes bytes = packet.pkt()->data();
+    if (packet.outerType() != Ovix::PktHdrType::mpls) {
+        return {};
     }
-    return bytes.first(size);
+    Wire::LabelWalk walk(bytes);
+    for (Lumo::MplsLabelEntry entry; walk.next(entry);) {
+    }
+    return bytes.first(bytes.size() - walk.rest().size());
 }
 
-/// A packet of the parts one behind the other.
-Ptr<Lumo::Pkt> joined(std::span<const std::uint8_t> labels, std::span<const std::uint8_t> header,
-                      std::span<const std::uint8_t> payload) {
+Ptr<Lumo::Pkt> joined(Wire::Bytes labels, Wire::Bytes header, Wire::Bytes payload) {
     Ptr<Lumo::Pkt> packet = Lumo::globalPktManager()->newPkt();
     auto at = packet->newSharedHeadData(labels.size() + header.size() + payload.size()).begin();
     at = std::copy(labels.begin(), labels.end(), at);
@@ -42,79 +33,122 @@ Ptr<Lumo::Pkt> joined(std::span<const std::uint8_t> labels, std::span<const std:
 
 } // namespace
 
+/// A packet that is being sent.
+struct Sender::Outgoing {
+    const Frame& frame; ///< as received
+    const Ptr<Ovix::RoutingContext>& context;
+    const VlanTags& tags; ///< of the received frame
+    const Ovix::RoutingNexthop& nexthop;
+    Egress egress{};
+
+    Ovix::PacketContext& packet() const noexcept { return *context->packetContext(); }
+    /// The bytes of the frame that a capture left out.
+    std::size_t snapped() const noexcept { return frame.originalLength - frame.bytes.size(); }
+    std::uint32_t mtu() const noexcept {
+        return nexthop.mtu() != 0 ? std::min(nexthop.mtu(), egress.port->mtu) : egress.port->mtu;
+    }
+    bool pushLinkHeader(Ovix::PacketContext& to) const {
+        const Port& port = *egress.port;
+        return pushLink(to, port.mac, egress.mac, tagsToSend(tags, port.tagging, nexthop.vlanId()));
+    }
+    /// `missing` bytes behind the packet's were left out by a capture.
+    void emit(const Ovix::PacketContext& sent, std::size_t missing) const {
+        const std::span<const std::uint8_t> bytes = sent.pkt()->data();
+        egress.port->sent.add(bytes.size());
+        egress.port->out->transmit(
+            {frame.port, frame.time, bytes, static_cast<std::uint32_t>(bytes.size() + missing)});
+    }
+};
+
 Sender::Sender(const Ptr<Ovix::PluginManager>& manager, EgressLookup egress)
     : rewrites_(Ovix::RewriteInfoImplMapSharedObject::getMap(manager->sharedObjects())),
       mplsMtuExceptions_(manager->mtuExceptionHandlers()->handler("Mpls")), egress_(egress) {}
 
 Fate Sender::send(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
                   const VlanTags& tags, const Ovix::RoutingNexthop& nexthop) {
-    Ovix::PacketContext& packet = *context->packetContext();
-    Fate fate = rewrite(context, nexthop.rewriteInfos());
+    Outgoing outgoing{frame, context, tags, nexthop};
+    Ovix::PacketContext& packet = outgoing.packet();
+    Fate fate = rewrite(outgoing);
     if (fate.kind != FateKind::forwarded) {
         return fate;
     }
-    Egress egress;
-    fate = egress_.find(packet, frame.originalLength - frame.bytes.size(), nexthop, egress);
+    Egress& egress = outgoing.egress;
+    fate = egress_.find(packet, outgoing.snapped(), nexthop, egress);
     if (fate.kind == FateKind::forwarded && packet.outerType() == Ovix::PktHdrType::eth) {
-        fate =
-            uncoverEthernet(packet, egress.pseudowire != nullptr && egress.pseudowire->controlWord);
+        const bool hasControlWord = egress.pseudowire != nullptr && egress.pseudowire->controlWord;
+        fate = removeControlWord(packet, hasControlWord);
     }
     if (fate.kind == FateKind::forwarded) {
-        fate = takeIpHop(context, egress);
+        fate = applyIpHop(outgoing);
     }
-    if (fate.kind != FateKind::forwarded) {
-        return fate;
-    }
-    return transmit(frame, context, tags, nexthop, egress);
+    return fate.kind == FateKind::forwarded ? transmit(outgoing) : fate;
 }
 
-Fate Sender::takeIpHop(const Ptr<Ovix::RoutingContext>& context, const Egress& egress) {
-    if (egress.isIpHop) {
-        takeIpTtl(*context->packetContext());
-    }
-    if (egress.push != nullptr) {
-        if (const auto failed = egress.push->apply(context)) {
-            return drop(failed->reason());
-        }
-    }
-    return forwarded;
-}
-
-Fate Sender::rewrite(const Ptr<Ovix::RoutingContext>& context,
-                     const Ovix::RewriteInfos& infos) const {
-    for (const Ptr<Ovix::RewriteInfo>& info : infos.rewrites()) {
+Fate Sender::rewrite(const Outgoing& outgoing) const {
+    for (const Ptr<Ovix::RewriteInfo>& info : outgoing.nexthop.rewriteInfos().rewrites()) {
         const auto fromInfo = rewrites_->rewriteFn(info->typeName());
         if (fromInfo == nullptr) {
             return drop(Reason::noPluginRewrites);
         }
-        if (const auto failed = fromInfo(info)->apply(context)) {
+        if (const auto failed = fromInfo(info)->apply(outgoing.context)) {
             return drop(failed->reason());
         }
     }
     return forwarded;
 }
 
-// A packet that came with labels, and so has been rewritten, is left to the control plane.
-Fate Sender::transmitTooBig(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
-                            const VlanTags& tags, const Ovix::RoutingNexthop& nexthop,
-                            const Egress& egress, std::uint32_t mtu) {
-    const Ovix::PacketContext& packet = *context->packetContext();
-    const std::size_t labels = labelsOf(packet).size();
-    if (egress.isIpHop && nexthop.rewriteInfos().rewrites().empty() && labels < mtu) {
-        if (const auto cut = IpFragments::of(packet.pkt()->offsetFront(labels), mtu - labels)) {
-            return transmitFragments(frame, packet, tags, nexthop, egress, *cut);
+Fate Sender::applyIpHop(const Outgoing& outgoing) {
+    if (outgoing.egress.isIpHop) {
+        decrementIpTtl(outgoing.packet());
+    }
+    if (outgoing.egress.push != nullptr) {
+        if (const auto failed = outgoing.egress.push->apply(outgoing.context)) {
+            return drop(failed->reason());
         }
     }
-    return refuseTooBig(frame, context, tags, nexthop, egress, mtu);
+    return forwarded;
 }
 
-// Each gets the labels that have been pushed onto the whole packet (RFC 3032 section 3.4), which
-// keeps them on one way.
-Fate Sender::transmitFragments(const Frame& frame, const Ovix::PacketContext& whole,
-                               const VlanTags& tags, const Ovix::RoutingNexthop& nexthop,
-                               const Egress& egress, const IpFragments& fragments) {
-    Port& port = *egress.port;
-    if (!port.isUp) {
+Fate Sender::transmit(const Outgoing& outgoing) {
+    Ovix::PacketContext& packet = outgoing.packet();
+    assert(outgoing.egress.port != nullptr);
+    // The MTU applies to the whole frame, including what a capture left out.
+    const std::size_t length = packet.pkt()->bytes() - linkHeaderSize(packet) + outgoing.snapped();
+    if (const std::uint32_t mtu = outgoing.mtu(); length > mtu) [[unlikely]] {
+        return transmitTooBig(outgoing, mtu);
+    }
+    if (!outgoing.egress.port->isUp) {
+        return drop(Reason::portDown);
+    }
+    if (!outgoing.pushLinkHeader(packet)) {
+        return drop(Reason::tooLong);
+    }
+    runCounterActions(outgoing);
+    if (outgoing.egress.pseudowire != nullptr) {
+        outgoing.egress.pseudowire->delivered.add(packet.pkt()->bytes());
+    }
+    outgoing.emit(packet, outgoing.snapped());
+    return forwarded;
+}
+
+// A packet that was received with labels, and so has rewrites, is left to the control plane.
+Fate Sender::transmitTooBig(const Outgoing& outgoing, std::uint32_t mtu) {
+    const Ovix::PacketContext& packet = outgoing.packet();
+    const std::size_t labels = labelsOf(packet).size();
+    if (outgoing.egress.isIpHop && outgoing.nexthop.rewriteInfos().rewrites().empty() &&
+        labels < mtu) {
+        if (const auto cut = IpFragments::of(packet.pkt()->offsetFront(labels), mtu - labels)) {
+            return transmitFragments(outgoing, *cut);
+        }
+    }
+    return dropTooBig(outgoing, mtu);
+}
+
+// Each fragment gets the labels pushed onto the whole packet (RFC 3032 section 3.4), so that all
+// take the same path.
+Fate Sender::transmitFragments(const Outgoing& outgoing, const IpFragments& fragments) {
+    const Ovix::PacketContext& whole = outgoing.packet();
+    if (!outgoing.egress.port->isUp) {
         return drop(Reason::portDown);
     }
     for (std::size_t i = 0; i < fragments.count(); ++i) {
@@ -122,68 +156,35 @@ Fate Sender::transmitFragments(const Frame& frame, const Ovix::PacketContext& wh
         const IpFragment fragment = fragments.at(i);
         Ovix::PacketContext packet(joined(labelsOf(whole), fragment.header(), fragment.payload),
                                    whole.outerType());
-        if (!pushLinkHeader(packet, tags, nexthop, egress)) {
+        if (!outgoing.pushLinkHeader(packet)) {
             return drop(Reason::tooLong);
         }
-        const std::span<const std::uint8_t> bytes = packet.pkt()->data();
-        port.sent.add(bytes.size());
-        port.out->transmit({frame.port, frame.time, bytes,
-                            static_cast<std::uint32_t>(bytes.size() + fragment.snapped)});
+        outgoing.emit(packet, fragment.snapped);
     }
     return forwarded;
 }
 
-// The control plane hears of labelled packets alone, and gets them as they would have left.
-Fate Sender::refuseTooBig(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
-                          const VlanTags& tags, const Ovix::RoutingNexthop& nexthop,
-                          const Egress& egress, std::uint32_t mtu) const {
-    Ovix::PacketContext& packet = *context->packetContext();
-    const bool isLabelled = packet.outerType() == Ovix::PktHdrType::mpls;
-    const bool isHeardOf = egress_.tooBig() != nullptr || (mplsMtuExceptions_ && isLabelled);
-    if (isHeardOf && pushLinkHeader(packet, tags, nexthop, egress)) {
-        if (egress_.tooBig() != nullptr) {
-            egress_.tooBig()->tooBig(frame, packet.pkt()->data(), mtu);
+// Only labelled packets are reported to the control plane, as they would have left.
+Fate Sender::dropTooBig(const Outgoing& outgoing, std::uint32_t mtu) const {
+    Ovix::PacketContext& packet = outgoing.packet();
+    const bool isException = mplsMtuExceptions_ && packet.outerType() == Ovix::PktHdrType::mpls;
+    TooBigListener* const listener = egress_.tooBig();
+    if ((listener != nullptr || isException) && outgoing.pushLinkHeader(packet)) {
+        if (listener != nullptr) {
+            listener->tooBig(outgoing.frame, packet.pkt()->data(), mtu);
         }
-        if (mplsMtuExceptions_ && isLabelled) {
-            mplsMtuExceptions_->handle(context, egress.port->intfId);
+        if (isException) {
+            mplsMtuExceptions_->handle(outgoing.context, outgoing.egress.port->intfId);
         }
     }
     return drop(Reason::mtuExceeded);
 }
 
-Fate Sender::transmit(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
-                      const VlanTags& tags, const Ovix::RoutingNexthop& nexthop,
-                      const Egress& egress) {
-    Ovix::PacketContext& packet = *context->packetContext();
-    Port& port = *egress.port;
-    // What a capture left out of the frame counts for its length all the same.
-    const std::size_t snapped = frame.originalLength - frame.bytes.size();
-    const std::uint32_t mtu = nexthop.mtu() != 0 ? std::min(nexthop.mtu(), port.mtu) : port.mtu;
-    if (packet.pkt()->bytes() - linkHeaderSize(packet) + snapped > mtu) [[unlikely]] {
-        return transmitTooBig(frame, context, tags, nexthop, egress, mtu);
-    }
-    if (!port.isUp) {
-        return drop(Reason::portDown);
-    }
-    if (!pushLinkHeader(packet, tags, nexthop, egress)) {
-        return drop(Reason::tooLong);
-    }
-    runCounterActions(context, nexthop.rewriteInfos());
-    const std::span<const std::uint8_t> bytes = packet.pkt()->data();
-    port.sent.add(bytes.size());
-    if (egress.pseudowire != nullptr) {
-        egress.pseudowire->delivered.add(bytes.size());
-    }
-    port.out->transmit(
-        {frame.port, frame.time, bytes, static_cast<std::uint32_t>(bytes.size() + snapped)});
-    return forwarded;
-}
-
-void Sender::runCounterActions(const Ptr<Ovix::RoutingContext>& context,
-                               const Ovix::RewriteInfos& infos) const {
-    for (const Ptr<Ovix::CounterActionInfo>& info : infos.finalCounterActions()) {
+void Sender::runCounterActions(const Outgoing& outgoing) const {
+    for (const Ptr<Ovix::CounterActionInfo>& info :
+         outgoing.nexthop.rewriteInfos().finalCounterActions()) {
         if (const auto fromInfo = rewrites_->counterActionFn(info->typeName())) {
-            fromInfo(info)->apply(context);
+            fromInfo(info)->apply(outgoing.context);
         }
     }
 }

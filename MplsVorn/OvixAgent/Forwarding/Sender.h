@@ -9,38 +9,32 @@
 
 namespace OvixAgent {
 
-/// The sending half of the road: the next hop's rewrites, the way out, the MTU, the link header,
-/// the port, and the counter actions of what has left. What came as an IPv4 packet and is too big
-/// for its way out leaves in fragments, if its source lets it.
+/// The sending half of the path: the next hop's rewrites, the egress, the MTU, the link header, the
+/// port, and the counter actions of what was sent. An unlabelled IPv4 packet that exceeds the
+/// egress MTU is fragmented unless it has DF set.
 class Sender {
   public:
     /// The plugins behind `manager` must be active.
     Sender(const Ptr<Ovix::PluginManager>& manager, EgressLookup egress);
 
-    /// The packet of `context` starts behind the link header that `frame` came with, of which
-    /// `tags` are left. Throws CaptureError when an output cannot be written.
+    /// The packet of `context` starts behind the link header of the received `frame`; `tags` are
+    /// that header's. Throws CaptureError when an output cannot be written.
     Fate send(const Frame& frame, const Ptr<Ovix::RoutingContext>& context, const VlanTags& tags,
               const Ovix::RoutingNexthop& nexthop);
 
-    /// Fragments beyond the first of their packet, each of which is counted as forwarded.
+    /// Fragments beyond the first of each packet, all of which are counted as forwarded.
     std::uint64_t furtherFragments() const noexcept { return furtherFragments_; }
 
   private:
-    static Fate takeIpHop(const Ptr<Ovix::RoutingContext>& context, const Egress& egress);
-    Fate rewrite(const Ptr<Ovix::RoutingContext>& context, const Ovix::RewriteInfos& infos) const;
-    Fate refuseTooBig(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
-                      const VlanTags& tags, const Ovix::RoutingNexthop& nexthop,
-                      const Egress& egress, std::uint32_t mtu) const;
-    Fate transmit(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
-                  const VlanTags& tags, const Ovix::RoutingNexthop& nexthop, const Egress& egress);
-    Fate transmitTooBig(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
-                        const VlanTags& tags, const Ovix::RoutingNexthop& nexthop,
-                        const Egress& egress, std::uint32_t mtu);
-    Fate transmitFragments(const Frame& frame, const Ovix::PacketContext& whole,
-                           const VlanTags& tags, const Ovix::RoutingNexthop& nexthop,
-                           const Egress& egress, const IpFragments& fragments);
-    void runCounterActions(const Ptr<Ovix::RoutingContext>& context,
-                           const Ovix::RewriteInfos& infos) const;
+    struct Outgoing;
+
+    static Fate applyIpHop(const Outgoing& outgoing);
+    Fate rewrite(const Outgoing& outgoing) const;
+    Fate transmit(const Outgoing& outgoing);
+    Fate transmitTooBig(const Outgoing& outgoing, std::uint32_t mtu);
+    Fate transmitFragments(const Outgoing& outgoing, const IpFragments& fragments);
+    Fate dropTooBig(const Outgoing& outgoing, std::uint32_t mtu) const;
+    void runCounterActions(const Outgoing& outgoing) const;
 
     Ptr<Ovix::RewriteInfoImplMap> rewrites_;
     Ptr<Ovix::MtuExceptionHandler> mplsMtuExceptions_;

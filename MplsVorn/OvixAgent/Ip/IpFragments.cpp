@@ -1,37 +1,23 @@
 #include "Ip/IpFragments.h"
 
 #include <algorithm>
+#include <cassert>
 
-#include "Ip/InternetChecksum.h"
-#include "Lumo/NetInt.h"
+#include "Wire/Ip.h"
 
 namespace OvixAgent {
 
 namespace {
 
-constexpr std::size_t fixedSize = 20;
-constexpr std::size_t lengthAt = 2;
-constexpr std::size_t fragmentAt = 6; ///< flags, and the offset in units of 8 bytes
-constexpr std::size_t checksumAt = 10;
-constexpr std::size_t unit = 8;
+using Wire::Ipv4;
 
-constexpr std::uint16_t dontFragment = 0x4000;
-constexpr std::uint16_t moreFragments = 0x2000;
-constexpr std::uint16_t offsetMask = 0x1fff;
-
-std::uint16_t u16(const std::uint8_t* at) noexcept {
-    return Lumo::NetU16::load(at).value();
-}
-
-void store(std::size_t value, std::uint8_t* at) noexcept {
-    Lumo::NetU16(static_cast<std::uint16_t>(value)).store(at);
-}
+constexpr std::size_t unit = Ipv4::fragmentUnit;
 
 constexpr std::size_t wholeUnits(std::size_t bytes) noexcept {
     return bytes - bytes % unit;
 }
 
-/// The length of the option that `options` start with; 0 when it is damaged.
+/// The size of the first option; 0 when it is damaged.
 std::size_t optionSize(std::span<const std::uint8_t> options) noexcept {
     constexpr std::uint8_t noOperation = 1;
     if (options[0] == noOperation) {
@@ -41,8 +27,8 @@ std::size_t optionSize(std::span<const std::uint8_t> options) noexcept {
     return isWhole ? options[1] : 0;
 }
 
-/// Appends the options that belong into every fragment, and fills up the last word with ends of the
-/// list, which are zero. False when the options are damaged.
+/// Appends the options that every fragment has (RFC 791 section 3.1), padded to a whole word with
+/// ends of the list, which are zero. False when the options are damaged.
 bool appendCopied(std::span<const std::uint8_t> options, IpFragment& header) noexcept {
     constexpr std::uint8_t endOfList = 0;
     constexpr std::uint8_t copied = 0x80;
@@ -65,31 +51,30 @@ bool appendCopied(std::span<const std::uint8_t> options, IpFragment& header) noe
 
 std::optional<IpFragments> IpFragments::of(std::span<const std::uint8_t> packet,
                                            std::size_t mtu) noexcept {
-    if (packet.size() < fixedSize || packet[0] >> 4U != 4) {
+    const Ipv4 header(packet);
+    if (!header || header.headerSize() < Ipv4::size || header.headerSize() > packet.size()) {
         return std::nullopt;
     }
-    const std::size_t headerSize = (packet[0] & 0x0fU) * std::size_t{4};
-    const std::size_t length = u16(packet.data() + lengthAt);
-    const std::uint16_t fragment = u16(packet.data() + fragmentAt);
+    const std::size_t length = header.totalLength();
     // More than an MTU with room for the header is also no less than the header.
-    const bool isWhole = headerSize >= fixedSize && headerSize <= packet.size();
-    if (!isWhole || (fragment & dontFragment) != 0 || length <= mtu || mtu < headerSize + unit) {
+    if (header.dontFragment() || length <= mtu || mtu < header.headerSize() + unit) {
         return std::nullopt;
     }
     IpFragments cut;
     cut.packet_ = packet.first(std::min(length, packet.size()));
-    cut.headerSize_ = headerSize;
-    cut.dataSize_ = length - headerSize;
-    if ((fragment & offsetMask) + (cut.dataSize_ - 1) / unit > offsetMask) {
+    cut.headerSize_ = header.headerSize();
+    cut.dataSize_ = length - cut.headerSize_;
+    const std::size_t offset = header.fragment() & Ipv4::fragmentOffsetMask;
+    if (offset + (cut.dataSize_ - 1) / unit > Ipv4::fragmentOffsetMask) {
         return std::nullopt;
     }
-    std::copy_n(packet.begin(), fixedSize, cut.later_.headerBytes.begin());
-    cut.later_.headerSize = fixedSize;
-    if (!appendCopied(packet.subspan(fixedSize, headerSize - fixedSize), cut.later_)) {
+    std::copy_n(packet.begin(), Ipv4::size, cut.later_.headerBytes.begin());
+    cut.later_.headerSize = Ipv4::size;
+    if (!appendCopied(packet.first(cut.headerSize_).subspan(Ipv4::size), cut.later_)) {
         return std::nullopt;
     }
     const std::size_t lastRoom = mtu - cut.later_.headerSize;
-    cut.firstSize_ = wholeUnits(mtu - headerSize);
+    cut.firstSize_ = wholeUnits(mtu - cut.headerSize_);
     cut.laterSize_ = wholeUnits(lastRoom);
     const std::size_t rest = cut.dataSize_ - cut.firstSize_;
     const std::size_t between =
@@ -99,6 +84,7 @@ std::optional<IpFragments> IpFragments::of(std::span<const std::uint8_t> packet,
 }
 
 IpFragment IpFragments::at(std::size_t index) const noexcept {
+    assert(index < count_);
     IpFragment fragment = later_;
     if (index == 0) {
         std::copy_n(packet_.begin(), headerSize_, fragment.headerBytes.begin());
@@ -107,18 +93,19 @@ IpFragment IpFragments::at(std::size_t index) const noexcept {
     const bool isLast = index + 1 == count_;
     const std::size_t from = index == 0 ? 0 : firstSize_ + (index - 1) * laterSize_;
     const std::size_t size = isLast ? dataSize_ - from : index == 0 ? firstSize_ : laterSize_;
-    const std::span<const std::uint8_t> data = packet_.subspan(headerSize_);
+    const Wire::Bytes data = packet_.subspan(headerSize_);
     fragment.payload = data.subspan(std::min(from, data.size()));
     fragment.payload = fragment.payload.first(std::min(size, fragment.payload.size()));
     fragment.snapped = size - fragment.payload.size();
 
-    std::uint8_t* header = fragment.headerBytes.data();
-    header[0] = static_cast<std::uint8_t>(0x40U | fragment.headerSize / 4);
-    store(fragment.headerSize + size, header + lengthAt);
-    const std::size_t place = u16(header + fragmentAt) + from / unit;
-    store(isLast ? place : place | moreFragments, header + fragmentAt);
-    store(0, header + checksumAt);
-    completeChecksum({header, fragment.headerSize}, 0, checksumAt);
+    const Wire::WritableBytes bytes(fragment.headerBytes.data(), fragment.headerSize);
+    const Wire::Ipv4Writer header(bytes);
+    header.headerSizeIs(bytes.size());
+    header.totalLengthIs(bytes.size() + size);
+    const auto offset = static_cast<std::uint16_t>(header.fragment() + from / unit);
+    header.fragmentIs(isLast ? offset : offset | Ipv4::moreFragmentsFlag);
+    header.checksumIs(0);
+    Wire::completeChecksum(bytes, 0, Ipv4::checksumAt);
     return fragment;
 }
 

@@ -18,7 +18,7 @@ bool isDestination(const Ovix::PacketContext& packet, const Lumo::IpGenAddr& add
            ipPacket(packet).destination() == address;
 }
 
-Fate mayGoTo(const Lumo::IpGenAddr& destination) noexcept {
+Fate scopeFate(const Lumo::IpGenAddr& destination) noexcept {
     switch (ipScope(destination)) {
     case IpScope::global:
         return forwarded;
@@ -33,10 +33,10 @@ Fate mayGoTo(const Lumo::IpGenAddr& destination) noexcept {
     return drop(Reason::martianDestination);
 }
 
-/// Whether a router may pass the packet on.
-Fate mayPass(const Ovix::PacketContext& context) noexcept {
+/// Forwarded: a router may forward the packet.
+Fate forwardingFate(const Ovix::PacketContext& context) noexcept {
     const IpPacket packet = ipPacket(context);
-    const Fate fate = mayGoTo(packet.destination());
+    const Fate fate = scopeFate(packet.destination());
     if (fate.kind != FateKind::forwarded) {
         return fate;
     }
@@ -62,7 +62,7 @@ Fate IpRouter::route(const Fib& fib, const Lumo::IpGenAddr& address, Ovix::Packe
     if (found != nullptr && found->isLocal()) {
         return punt(Reason::localAddress);
     }
-    const Fate fate = egress.isIpHop ? mayPass(packet) : forwarded;
+    const Fate fate = egress.isIpHop ? forwardingFate(packet) : forwarded;
     if (fate.kind != FateKind::forwarded) {
         return fate;
     }
@@ -89,7 +89,7 @@ Fate IpRouter::follow(const IpRoute& route, Ovix::PacketContext& packet,
     return forwarded;
 }
 
-void takeIpTtl(Ovix::PacketContext& packet) noexcept {
+void decrementIpTtl(Ovix::PacketContext& packet) noexcept {
     if (packet.ttlDecremented()) {
         return;
     }

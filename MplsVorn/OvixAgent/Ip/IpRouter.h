@@ -9,19 +9,19 @@
 
 namespace OvixAgent {
 
-/// Finds the way out of a next hop that is an address without an interface, by the routes of its
+/// Finds the egress of a next hop that is an address without an interface, by the routes of its
 /// VRF.
 ///
-/// When the address is the destination of the very packet, this is the packet's IP hop: the packet
-/// is checked (RFC 1812 section 5.2.2), freed of the link's padding, and must be one that a router
-/// may pass on. Link-local, broadcast and expired packets go to the CPU, which answers them.
-/// Otherwise the address is a next hop that routing tells how to reach.
+/// When the address is the destination of the packet itself, this is the packet's IP hop: the
+/// packet is checked (RFC 1812 section 5.2.2), the link's padding is removed, and it must be one
+/// that a router may forward. Link-local, broadcast and expired packets are punted to the CPU,
+/// which answers them. Otherwise the address is a next hop that is resolved by its route.
 class IpRouter {
   public:
     /// The tables must outlive the router.
     explicit IpRouter(ForwardingTables& tables) noexcept : tables_(&tables) {}
 
-    /// Forwarded: `egress` is filled. `snapped` is how much of the frame the capture left out.
+    /// Forwarded: `egress` is set. `snapped` is the number of bytes that the capture left out.
     Fate route(const Fib& fib, const Lumo::IpGenAddr& address, Ovix::PacketContext& packet,
                std::size_t snapped, Egress& egress) const;
 
@@ -32,15 +32,15 @@ class IpRouter {
     ForwardingTables* tables_;
 };
 
-/// Takes this router's one decrement from an IP packet, unless a label's TTL has carried it over
-/// already (RFC 3443 section 3.1); an IPv4 checksum follows (RFC 1624).
-void takeIpTtl(Ovix::PacketContext& packet) noexcept;
+/// Decrements the TTL of an IP packet, and updates the IPv4 checksum (RFC 1624), unless this router
+/// has already decremented a label's TTL and copied it (RFC 3443 section 3.1).
+void decrementIpTtl(Ovix::PacketContext& packet) noexcept;
 
-/// Routes the frames that came as IP packets: to their destination, in the VRF of the port that
-/// they came in at.
+/// Routes unlabelled IP packets: their next hop is their destination, in the VRF of the port that
+/// received them.
 class IpRoutingHandler : public Ovix::RoutingHandler {
   public:
-    /// Of one family: `type` says which, and names the handler. The ports must outlive it.
+    /// Of the family `type`, which names the handler. The ports must outlive it.
     IpRoutingHandler(Ovix::PktHdrType type, PortTable& ports);
 
     void processPacket(const Ptr<Ovix::RoutingOutput>& output,

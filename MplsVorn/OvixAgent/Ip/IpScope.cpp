@@ -1,5 +1,7 @@
 #include "Ip/IpScope.h"
 
+#include <cassert>
+
 #include "State/PrefixTable.h"
 
 namespace OvixAgent {
@@ -25,7 +27,7 @@ IpScope ipv4Scope(const std::uint8_t* a) noexcept {
 }
 
 IpScope ipv6Scope(const Lumo::IpGenAddr& address) noexcept {
-    constexpr std::uint8_t linkLocalScope = 2; // RFC 7346; what is less does not leave a node
+    constexpr std::uint8_t linkLocalScope = 2; // RFC 7346; lower scopes do not leave the node
     const std::uint8_t* a = address.bytes().data();
     if (a[0] == 0xff) {
         return (a[1] & 0x0fU) <= linkLocalScope ? IpScope::linkMulticast : IpScope::multicast;
@@ -40,6 +42,7 @@ IpScope ipv6Scope(const Lumo::IpGenAddr& address) noexcept {
 } // namespace
 
 IpScope ipScope(const Lumo::IpGenAddr& address) noexcept {
+    assert(address.family() != Lumo::IpFamily::none);
     return address.family() == Lumo::IpFamily::ipv4 ? ipv4Scope(address.bytes().data())
                                                     : ipv6Scope(address);
 }

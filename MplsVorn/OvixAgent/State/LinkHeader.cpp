@@ -2,46 +2,39 @@
 
 #include <algorithm>
 
-#include "Lumo/NetInt.h"
+#include "Wire/Ethernet.h"
 
 namespace OvixAgent {
 
 namespace {
 
-constexpr std::size_t macSize = 6;
-constexpr std::size_t linkTagSize = 4;
-constexpr std::size_t etherTypeSize = 2;
-
 std::uint16_t etherTypeOf(Ovix::PktHdrType type) noexcept {
     switch (type) {
     case Ovix::PktHdrType::ipv4:
-        return Lumo::EtherType::ipv4;
+        return Wire::EtherType::ipv4;
     case Ovix::PktHdrType::ipv6:
-        return Lumo::EtherType::ipv6;
+        return Wire::EtherType::ipv6;
     default:
-        return Lumo::EtherType::mpls;
+        return Wire::EtherType::mpls;
     }
 }
 
 Ovix::PktHdrType announcedBy(std::uint16_t etherType) noexcept {
     switch (etherType) {
-    case Lumo::EtherType::ipv4:
+    case Wire::EtherType::ipv4:
         return Ovix::PktHdrType::ipv4;
-    case Lumo::EtherType::ipv6:
+    case Wire::EtherType::ipv6:
         return Ovix::PktHdrType::ipv6;
-    case Lumo::EtherType::mpls:
-    case Lumo::EtherType::mplsUpstream:
-        return Ovix::PktHdrType::mpls;
     default:
-        return Ovix::PktHdrType::none;
+        return Wire::EtherType::isMpls(etherType) ? Ovix::PktHdrType::mpls : Ovix::PktHdrType::none;
     }
 }
 
 /// `last` is an Ethernet header or tags, which end with the EtherType of what follows.
 void noteEnd(ReceivedLink& link, const Ovix::PacketHeader& last) noexcept {
     link.size = last.offset() + last.length();
-    link.announced =
-        announcedBy(Lumo::NetU16::load(last.bytes().last(etherTypeSize).data()).value());
+    link.announced = announcedBy(
+        Lumo::NetU16::load(last.bytes().last(Wire::Ethernet::etherTypeSize).data()).value());
 }
 
 } // namespace
@@ -72,7 +65,7 @@ VlanTags tagsToSend(const VlanTags& received, const Tagging& tagging, std::uint1
         return tags;
     }
     const std::uint16_t vlan = nexthopVlan != 0 ? nexthopVlan : tagging.vlan;
-    tags.tags[0] = {Lumo::NetU16(Lumo::EtherType::vlan), Lumo::NetU16(vlan)};
+    tags.tags[0] = {Lumo::NetU16(Wire::EtherType::vlan), Lumo::NetU16(vlan)};
     tags.count = 1;
     return tags;
 }
@@ -93,20 +86,19 @@ bool pushLink(Ovix::PacketContext& packet, const Lumo::EthAddr& source,
     if (packet.outerType() == Ovix::PktHdrType::eth) {
         return true;
     }
+    constexpr std::size_t tagsAt = Wire::Ethernet::etherTypeAt;
+    const std::size_t tagBytes = tags.count * Wire::Tag::size;
     const std::uint16_t etherType = etherTypeOf(packet.outerType());
-    const std::size_t size = 2 * macSize + tags.count * linkTagSize + etherTypeSize;
-    const std::span<std::uint8_t> room = packet.pkt()->pushFront(size);
+    const std::span<std::uint8_t> room = packet.pkt()->pushFront(Wire::Ethernet::size + tagBytes);
     if (room.empty()) {
         return false;
     }
-    std::uint8_t* at = std::copy(destination.begin(), destination.end(), room.data());
-    at = std::copy(source.begin(), source.end(), at);
+    Wire::EthernetWriter(room).macsAre(destination, source);
     for (std::size_t i = 0; i < tags.count; ++i) {
-        tags.tags[i].tpid.store(at);
-        tags.tags[i].tci.store(at + etherTypeSize);
-        at += linkTagSize;
+        const Wire::Tag tag{tags.tags[i].tpid, tags.tags[i].tci};
+        tag.store(room.data() + tagsAt + i * Wire::Tag::size);
     }
-    Lumo::NetU16(etherType).store(at);
+    Lumo::NetU16(etherType).store(room.data() + tagsAt + tagBytes);
     packet.outerTypeIs(Ovix::PktHdrType::eth);
     return true;
 }

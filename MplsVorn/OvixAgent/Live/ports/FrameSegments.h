@@ -7,24 +7,25 @@
 
 #include "Live/ports/SegmentedFrame.h"
 #include "State/Frame.h"
+#include "Wire/View.h"
 
 namespace OvixAgent {
 
-/// Cuts a frame of several TCP or UDP segments into the frames that the wire would have carried, as
-/// the kernel does ahead of hardware that cannot: each has all headers, lengths and checksums of
-/// its own, and its place in the TCP stream; IPv4 identifications count up. FIN and PSH stay with
-/// the last segment, CWR with the first (RFC 3168).
+/// Cuts a frame of several TCP or UDP segments into wire frames, as the kernel does for hardware
+/// without segmentation offload: each has its own headers, lengths, checksums and TCP sequence
+/// number; IPv4 identifications count up. FIN and PSH stay with the last segment, CWR with the
+/// first (RFC 3168).
 ///
-/// The payload is not copied: the headers of a segment are written in front of it, over the segment
-/// that has been handed out before.
+/// The payload is not copied: the headers of a segment are written in front of it, over the
+/// previous segment.
 class FrameSegments {
   public:
-    /// Takes up a frame, which has to stay until its last segment has been handed out. False when
-    /// it is not to be cut; there are no segments then.
+    /// Starts with a frame, whose bytes must stay valid until its last segment. False, without
+    /// segments, when it cannot be cut.
     bool start(std::span<std::uint8_t> frame, const OffloadedWork& work, CaptureTime time) noexcept;
 
-    /// The next segment, its bytes good until the following call; `frame.port` is left as it is.
-    /// False when there is none.
+    /// The next segment, valid until the following call; `frame.port` is not changed. False after
+    /// the last.
     bool next(Frame& frame) noexcept {
         if (left_ == 0) {
             return false;
@@ -33,21 +34,21 @@ class FrameSegments {
         return true;
     }
 
-    /// Forgets the rest of the frame.
+    /// Drops the rest of the frame.
     void drop() noexcept { left_ = 0; }
 
   private:
     void cut(Frame& frame) noexcept;
-    void finishIp(std::uint8_t* header, std::size_t length) const noexcept;
-    void finishTcp(std::uint8_t* header, bool isLast) const noexcept;
-    void finishChecksum(std::span<std::uint8_t> segment) const noexcept;
+    void finishIp(Wire::WritableBytes packet) const noexcept;
+    void finishTcp(Wire::WritableBytes segment, bool isLast) const noexcept;
+    void finishChecksum(Wire::WritableBytes segment) const noexcept;
 
     std::uint8_t* bytes_ = nullptr;
     SegmentedFrame layout_;
     CaptureTime time_;
-    std::array<std::uint8_t, 256> headers_{}; ///< of the frame, as they came
-    std::size_t done_ = 0;                    ///< segments handed out
-    std::size_t left_ = 0;                    ///< segments to be handed out
+    std::array<std::uint8_t, 256> headers_{}; ///< of the frame, as received
+    std::size_t done_ = 0;                    ///< segments returned
+    std::size_t left_ = 0;                    ///< segments to return
 };
 
 } // namespace OvixAgent

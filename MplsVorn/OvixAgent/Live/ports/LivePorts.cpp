@@ -6,7 +6,7 @@
 #include "Live/ports/InterfaceControl.h"
 #include "Live/ports/PacketPort.h"
 #include "Live/ports/XdpPort.h"
-#include "State/LinkHeader.h"
+#include "Wire/Ethernet.h"
 
 namespace OvixAgent {
 
@@ -24,16 +24,15 @@ std::unique_ptr<LivePort> open(const PortConfig& config, PortIndex index) {
     return std::make_unique<PacketPort>(index, config.name, PacketIntake::labelledAndIp);
 }
 
-bool isLabelled(std::span<const std::uint8_t> frame) noexcept {
-    std::size_t at = 12;
-    while (at + 2 <= frame.size()) {
-        const unsigned type = static_cast<unsigned>(frame[at] << 8U | frame[at + 1]);
-        if (type != 0x8100 && type != 0x88a8) {
-            return type == 0x8847 || type == 0x8848;
-        }
-        at += 4;
+bool isLabelled(Wire::Bytes frame) noexcept {
+    const Wire::Ethernet ethernet(frame);
+    if (!ethernet) {
+        return false;
     }
-    return false;
+    Wire::TagWalk walk(ethernet.etherType(), frame.subspan(Wire::Ethernet::size));
+    for (Wire::Tag tag; walk.next(tag);) {
+    }
+    return Wire::EtherType::isMpls(walk.etherType());
 }
 
 /// Takes what is punted, and hands labelled frames to a TAP device, if there is one.

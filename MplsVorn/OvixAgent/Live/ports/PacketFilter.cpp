@@ -3,13 +3,13 @@
 #include <initializer_list>
 #include <linux/if_packet.h>
 
-#include "Lumo/EthAddr.h"
+#include "Wire/Ethernet.h"
 
 namespace OvixAgent {
 
 namespace {
 
-constexpr std::uint32_t etherTypeAt = 12;
+constexpr std::uint32_t etherTypeAt = Wire::Ethernet::etherTypeAt;
 constexpr std::uint32_t packetType = static_cast<std::uint32_t>(SKF_AD_OFF + SKF_AD_PKTTYPE);
 constexpr std::uint32_t wholeFrame = 0xffffffff;
 
@@ -21,7 +21,7 @@ constexpr sock_filter loadByte(std::uint32_t at) {
     return {BPF_LD | BPF_B | BPF_ABS, 0, 0, at};
 }
 
-constexpr sock_filter take(std::uint32_t bytes) {
+constexpr sock_filter accept(std::uint32_t bytes) {
     return {BPF_RET | BPF_K, 0, 0, bytes};
 }
 
@@ -40,21 +40,22 @@ void append(std::vector<sock_filter>& program, std::initializer_list<sock_filter
 } // namespace
 
 std::vector<sock_filter> packetFilter(PacketIntake intake) {
-    namespace EtherType = Lumo::EtherType;
+    namespace EtherType = Wire::EtherType;
     if (intake == PacketIntake::everything) {
-        return {take(wholeFrame)};
+        return {accept(wholeFrame)};
     }
     std::vector<sock_filter> program{loadByte(packetType), unlessEqualSkip(PACKET_OTHERHOST, 1),
-                                     take(0), loadHalfWord(etherTypeAt)};
+                                     accept(0), loadHalfWord(etherTypeAt)};
     for (const std::uint16_t type :
          {EtherType::mpls, EtherType::mplsUpstream, EtherType::vlan, EtherType::serviceVlan}) {
-        append(program, {unlessEqualSkip(type, 1), take(wholeFrame)});
+        append(program, {unlessEqualSkip(type, 1), accept(wholeFrame)});
     }
     if (intake == PacketIntake::labelledAndIp) {
-        append(program, {ifEqualSkip(EtherType::ipv4, 2), ifEqualSkip(EtherType::ipv6, 1), take(0),
-                         loadByte(packetType), unlessEqualSkip(PACKET_HOST, 1), take(wholeFrame)});
+        append(program,
+               {ifEqualSkip(EtherType::ipv4, 2), ifEqualSkip(EtherType::ipv6, 1), accept(0),
+                loadByte(packetType), unlessEqualSkip(PACKET_HOST, 1), accept(wholeFrame)});
     }
-    program.push_back(take(0));
+    program.push_back(accept(0));
     return program;
 }
 

@@ -6,16 +6,16 @@
 
 namespace OvixAgent {
 
-/// Which frames a port takes in. A frame that the host's own interface has filtered out as
-/// addressed to another station (as on a link in promiscuous mode) is taken by `everything` only.
+/// Which frames a port receives. Frames addressed to other stations, which an interface in
+/// promiscuous mode passes, are received with `everything` only.
 enum class PacketIntake : std::uint8_t {
-    labelled,      ///< MPLS, and whatever has a second 802.1Q or 802.1ad tag
-    labelledAndIp, ///< besides, IPv4 and IPv6 addressed to this host's MAC
-    everything,    ///< what an attachment circuit takes
+    labelled,      ///< MPLS, and frames with a second VLAN tag
+    labelledAndIp, ///< also IPv4 and IPv6 addressed to this host's MAC
+    everything,    ///< for attachment circuits
 };
 
-/// A classic BPF program for a packet socket, which sees a frame from its MAC addresses on and with
-/// its outermost tag taken off by the kernel: what is filtered is what the tag stands before.
+/// A classic BPF program for a packet socket. It sees the Ethernet header without the outermost
+/// tag, which the kernel has removed.
 std::vector<sock_filter> packetFilter(PacketIntake intake);
 
 } // namespace OvixAgent

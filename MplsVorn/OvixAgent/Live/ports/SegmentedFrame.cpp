@@ -1,22 +1,20 @@
 #include "Live/ports/SegmentedFrame.h"
 
-#include "Answers/Answer.h"
 #include "Ip/IpPacket.h"
-#include "Lumo/EthAddr.h"
-#include "Lumo/MplsLabel.h"
-#include "Lumo/NetInt.h"
+#include "Wire/Ethernet.h"
+#include "Wire/Ip.h"
+#include "Wire/LabelStack.h"
+#include "Wire/Transport.h"
 
 namespace OvixAgent {
 
 namespace {
 
-using Bytes = std::span<const std::uint8_t>;
 using Ovix::PktHdrType;
+using Wire::Tcp;
+using Wire::Udp;
 
-constexpr std::size_t typeAt = 12;
-constexpr std::size_t vlanSize = 4;
-constexpr std::size_t udpHeaderSize = 8;
-constexpr std::size_t longestSegment = 0xffff; // as an IPv6 header can tell it
+constexpr std::size_t longestSegment = 0xffff; // the largest IPv6 payload length
 
 /// The kinds of segmentation (virtio 1.2 section 5.1.6).
 constexpr std::uint8_t tcpOverIpv4 = 1;
@@ -25,53 +23,34 @@ constexpr std::uint8_t udpOverIp = 5;
 /// Beside the kind: the first segment has a CWR flag.
 constexpr std::uint8_t hasCwr = 0x80;
 
-std::uint16_t field(Bytes bytes, std::size_t at) noexcept {
-    return Lumo::NetU16::load(bytes.data() + at).value();
+/// The payload of labels is recognised by its first nibble (RFC 4928) and validated later.
+IpPacket behindLabels(Wire::Bytes stack) noexcept {
+    Wire::LabelWalk walk(stack);
+    for (Lumo::MplsLabelEntry entry; walk.next(entry);) {
+    }
+    if (!walk.isAtBottom()) {
+        return {PktHdrType::none, {}};
+    }
+    const bool isIpv4 = Wire::ipVersion(walk.rest()) == 4;
+    return {isIpv4 ? PktHdrType::ipv4 : PktHdrType::ipv6, walk.rest()};
 }
 
-struct Network {
-    PktHdrType type = PktHdrType::none;
-    std::size_t at = 0;
-};
-
-Network behindLabels(Bytes frame, std::size_t at) noexcept {
-    bool isBottom = false;
-    while (!isBottom) {
-        if (frame.size() < at + Lumo::MplsLabelEntry::size) {
-            return {};
-        }
-        isBottom = Lumo::MplsLabelEntry::load(frame.data() + at).bos();
-        at += Lumo::MplsLabelEntry::size;
+/// The IP packet behind Ethernet, tags and labels; of no type when there is none.
+IpPacket findPacket(Wire::Bytes frame) noexcept {
+    const Wire::Ethernet ethernet(frame);
+    if (!ethernet) {
+        return {PktHdrType::none, {}};
     }
-    // What labels carry is told by its first nibble (RFC 4928), which is verified with the rest.
-    const bool isIpv4 = at < frame.size() && frame[at] >> 4U == 4;
-    return {isIpv4 ? PktHdrType::ipv4 : PktHdrType::ipv6, at};
-}
-
-/// The IP header behind Ethernet, tags and labels.
-Network findNetwork(Bytes frame) noexcept {
-    namespace EtherType = Lumo::EtherType;
-    std::size_t at = typeAt;
-    while (frame.size() >= at + sizeof(std::uint16_t)) {
-        const std::uint16_t type = field(frame, at);
-        const std::size_t next = at + sizeof type;
-        switch (type) {
-        case EtherType::vlan:
-        case EtherType::serviceVlan:
-            at += vlanSize;
-            break;
-        case EtherType::mpls:
-        case EtherType::mplsUpstream:
-            return behindLabels(frame, next);
-        case EtherType::ipv4:
-            return {PktHdrType::ipv4, next};
-        case EtherType::ipv6:
-            return {PktHdrType::ipv6, next};
-        default:
-            return {};
-        }
+    Wire::TagWalk walk(ethernet.etherType(), frame.subspan(Wire::Ethernet::size));
+    for (Wire::Tag tag; walk.next(tag);) {
     }
-    return {};
+    if (Wire::EtherType::isMpls(walk.etherType())) {
+        return behindLabels(walk.rest());
+    }
+    const PktHdrType type = walk.etherType() == Wire::EtherType::ipv4   ? PktHdrType::ipv4
+                            : walk.etherType() == Wire::EtherType::ipv6 ? PktHdrType::ipv6
+                                                                        : PktHdrType::none;
+    return {type, walk.rest()};
 }
 
 bool isOfKind(std::uint8_t segmentation, PktHdrType type, std::uint8_t protocol) noexcept {
@@ -79,75 +58,68 @@ bool isOfKind(std::uint8_t segmentation, PktHdrType type, std::uint8_t protocol)
     switch (segmentation) {
     case tcpOverIpv4:
     case tcpOverIpv4 | hasCwr:
-        return isIpv4 && protocol == IpProtocol::tcp;
+        return isIpv4 && protocol == Wire::IpProtocol::tcp;
     case tcpOverIpv6:
     case tcpOverIpv6 | hasCwr:
-        return !isIpv4 && protocol == IpProtocol::tcp;
+        return !isIpv4 && protocol == Wire::IpProtocol::tcp;
     case udpOverIp:
-        return protocol == IpProtocol::udp;
+        return protocol == Wire::IpProtocol::udp;
     default:
         return false;
     }
 }
 
-/// What follows the IP header, and where in the packet.
-struct Upper {
+/// What follows the IP header, which may be an IPv6 extension header.
+struct NextHeader {
     std::uint8_t protocol = 0;
-    std::size_t at = 0;
+    std::size_t offset = 0; ///< in the packet
 };
 
-/// An IPv6 extension header counts as what follows.
-Upper upperOf(const IpPacket& packet) noexcept {
-    constexpr std::size_t ipv6Size = 40;
+NextHeader nextHeader(const IpPacket& packet) noexcept {
     if (packet.type == PktHdrType::ipv4) {
-        return {packet.bytes[9], (packet.bytes[0] & 0x0fU) * std::size_t{4}};
+        const Wire::Ipv4 header(packet.bytes);
+        return {header.protocol(), header.headerSize()};
     }
-    return {packet.bytes[6], ipv6Size};
+    return {Wire::Ipv6(packet.bytes).nextHeader(), Wire::Ipv6::size};
 }
 
 bool isFragment(const IpPacket& packet) noexcept {
-    constexpr std::size_t fragmentAt = 6;
-    constexpr unsigned int moreFragmentsAndOffset = 0x3fff;
+    constexpr std::uint16_t fragmentBits =
+        Wire::Ipv4::moreFragmentsFlag | Wire::Ipv4::fragmentOffsetMask;
     return packet.type == PktHdrType::ipv4 &&
-           (field(packet.bytes, fragmentAt) & moreFragmentsAndOffset) != 0;
+           (Wire::Ipv4(packet.bytes).fragment() & fragmentBits) != 0;
 }
 
 /// The size of the transport header; 0 when it does not fit.
-std::size_t transportSize(Bytes segment, bool isTcp) noexcept {
-    constexpr std::size_t smallestTcp = 20;
-    constexpr std::size_t dataOffsetAt = 12;
+std::size_t transportSize(Wire::Bytes segment, bool isTcp) noexcept {
     if (!isTcp) {
-        return segment.size() >= udpHeaderSize ? udpHeaderSize : 0;
+        return Udp(segment) ? Udp::size : 0;
     }
-    if (segment.size() < smallestTcp) {
-        return 0;
-    }
-    const std::size_t size = (segment[dataOffsetAt] >> 4U) * std::size_t{4};
-    return size >= smallestTcp && size <= segment.size() ? size : 0;
+    const Tcp header(segment);
+    const std::size_t size = header ? header.headerSize() : 0;
+    return size >= Tcp::size && size <= segment.size() ? size : 0;
 }
 
 } // namespace
 
-std::optional<SegmentedFrame> readSegmentedFrame(Bytes frame, const OffloadedWork& work) noexcept {
-    const Network network = findNetwork(frame);
-    if (!isIp(network.type) || work.segmentSize == 0) {
+std::optional<SegmentedFrame> readSegmentedFrame(Wire::Bytes frame,
+                                                 const OffloadedWork& work) noexcept {
+    const IpPacket packet = findPacket(frame);
+    if (!isIp(packet.type) || work.segmentSize == 0 || !packet.fault(0).empty() ||
+        isFragment(packet)) {
         return std::nullopt;
     }
-    const IpPacket packet{network.type, frame.subspan(network.at)};
-    if (!packet.fault(0).empty() || isFragment(packet)) {
-        return std::nullopt;
-    }
-    const Upper upper = upperOf(packet);
-    if (packet.length() - upper.at > longestSegment ||
-        !isOfKind(work.segmentation, network.type, upper.protocol)) {
+    const NextHeader next = nextHeader(packet);
+    if (packet.length() - next.offset > longestSegment ||
+        !isOfKind(work.segmentation, packet.type, next.protocol)) {
         return std::nullopt;
     }
     SegmentedFrame found;
-    found.isIpv4 = network.type == PktHdrType::ipv4;
-    found.isTcp = upper.protocol == IpProtocol::tcp;
-    found.network = network.at;
-    found.transport = network.at + upper.at;
-    found.end = network.at + packet.length();
+    found.isIpv4 = packet.type == PktHdrType::ipv4;
+    found.isTcp = next.protocol == Wire::IpProtocol::tcp;
+    found.network = frame.size() - packet.bytes.size();
+    found.transport = found.network + next.offset;
+    found.end = found.network + packet.length();
     const std::size_t size =
         transportSize(frame.subspan(found.transport, found.end - found.transport), found.isTcp);
     if (size == 0 || (work.needsChecksum() && work.checksumStart != found.transport)) {
@@ -155,7 +127,8 @@ std::optional<SegmentedFrame> readSegmentedFrame(Bytes frame, const OffloadedWor
     }
     found.payload = found.transport + size;
     found.segmentSize = work.segmentSize;
-    found.pseudoHeader = pseudoHeaderSum(packet.source(), packet.destination(), upper.protocol, 0);
+    found.pseudoHeader =
+        Wire::pseudoHeaderSum(packet.source(), packet.destination(), next.protocol, 0);
     return found;
 }
 

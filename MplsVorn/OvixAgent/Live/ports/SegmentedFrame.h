@@ -9,23 +9,22 @@
 
 namespace OvixAgent {
 
-/// Where things are in an Ethernet frame that holds several TCP or UDP segments: one set of headers
-/// and the payloads of all, none of it cut up yet. Offsets count from the start of the frame.
+/// The layout of an Ethernet frame that holds several TCP or UDP segments: one set of headers, and
+/// the payloads of all segments. Offsets count from the start of the frame.
 struct SegmentedFrame {
     bool isIpv4 = false;
     bool isTcp = false;
     std::size_t network = 0;        ///< of the IP header, behind tags and labels
     std::size_t transport = 0;      ///< of the TCP or UDP header
     std::size_t payload = 0;        ///< also the size of all headers
-    std::size_t end = 0;            ///< what lies behind is the link's padding
+    std::size_t end = 0;            ///< padding of the link may follow
     std::size_t segmentSize = 0;    ///< payload of each segment but the last; not 0
-    std::uint16_t pseudoHeader = 0; ///< its sum (RFC 1071) but for the length
+    std::uint16_t pseudoHeader = 0; ///< sum (RFC 1071) of the pseudo header without the length
 };
 
-/// Reads the headers: tags, labels, and what the segmentation is said to be of: TCP over IPv4, TCP
-/// over IPv6, or UDP over either. Empty unless all of them are there and agree with it. Empty, too,
-/// for fragments, for what stands behind IPv6 extension headers, which may change what the checksum
-/// covers, and for jumbograms (RFC 2675).
+/// Reads the headers: tags, labels, and TCP over IPv4, TCP over IPv6 or UDP over either, as `work`
+/// says. Empty when they are not whole or differ from that. Also empty for fragments, IPv6
+/// extension headers, which may change what the checksum covers, and jumbograms (RFC 2675).
 std::optional<SegmentedFrame> readSegmentedFrame(std::span<const std::uint8_t> frame,
                                                  const OffloadedWork& work) noexcept;
 

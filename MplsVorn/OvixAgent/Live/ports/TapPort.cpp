@@ -10,12 +10,14 @@
 
 #include "Live/ports/InterfaceControl.h"
 #include "Posix/SystemError.h"
+#include "Wire/Ethernet.h"
 
 namespace OvixAgent {
 
 namespace {
 
-constexpr std::size_t longestFrame = 65535 + 18; // the largest MTU, and a tagged Ethernet header
+/// The largest MTU and a tagged Ethernet header.
+constexpr std::size_t longestFrame = 65535 + Wire::Ethernet::size + Wire::Tag::size;
 
 } // namespace
 

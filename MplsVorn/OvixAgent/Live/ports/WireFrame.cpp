@@ -2,23 +2,22 @@
 
 #include <algorithm>
 
-#include "Ip/InternetChecksum.h"
-#include "Lumo/EthAddr.h"
-#include "Lumo/NetInt.h"
+#include "Wire/Checksum.h"
+#include "Wire/Ethernet.h"
 
 namespace OvixAgent {
 
 namespace {
 
-constexpr std::size_t macsSize = 12;
-constexpr std::size_t tagSize = 4;
+constexpr std::size_t macsSize = Wire::Ethernet::macsSize;
+constexpr std::size_t tagSize = Wire::Tag::size;
 
 bool isCutShort(const RingFrame& received) noexcept {
     return received.bytes.size() < received.header->tp_len;
 }
 
-/// One that can be put back, too.
-bool hasTagBeside(const RingFrame& received) noexcept {
+/// Whether the kernel has removed a tag, which can be put back.
+bool hasTagRemoved(const RingFrame& received) noexcept {
     return (received.header->tp_status & TP_STATUS_VLAN_VALID) != 0 &&
            received.bytes.size() >= macsSize;
 }
@@ -27,16 +26,15 @@ CaptureTime timeOf(const tpacket3_hdr& header) noexcept {
     return {header.tp_sec, header.tp_nsec};
 }
 
-/// Moves the MAC addresses into the four bytes before the frame, and the tag in between.
+/// Moves the MAC addresses into the four bytes before the frame, and writes the tag behind them.
 std::span<std::uint8_t> putTagBack(const RingFrame& received) noexcept {
     const tpacket3_hdr& header = *received.header;
     const bool isTypeKnown = (header.tp_status & TP_STATUS_VLAN_TPID_VALID) != 0;
-    const std::uint16_t type = isTypeKnown ? header.hv1.tp_vlan_tpid : Lumo::EtherType::vlan;
+    const std::uint16_t type = isTypeKnown ? header.hv1.tp_vlan_tpid : Wire::EtherType::vlan;
     const auto tci = static_cast<std::uint16_t>(header.hv1.tp_vlan_tci);
     std::uint8_t* const start = received.bytes.data() - tagSize;
     std::copy_n(received.bytes.data(), macsSize, start);
-    Lumo::NetU16(type).store(start + macsSize);
-    Lumo::NetU16(tci).store(start + macsSize + sizeof type);
+    Wire::Tag{Lumo::NetU16(type), Lumo::NetU16(tci)}.store(start + macsSize);
     return {start, received.bytes.size() + tagSize};
 }
 
@@ -47,10 +45,10 @@ void toWireFrame(const RingFrame& received, Frame& frame, LiveCounts& counts) no
     if (isCutShort(received)) {
         counts.add(LiveEvent::truncated);
     } else if (received.offloaded.needsChecksum()) {
-        completeChecksum(received.bytes, received.offloaded.checksumStart,
-                         received.offloaded.checksumOffset);
+        Wire::completeChecksum(received.bytes, received.offloaded.checksumStart,
+                               received.offloaded.checksumOffset);
     }
-    const bool isTagged = hasTagBeside(received);
+    const bool isTagged = hasTagRemoved(received);
     frame.bytes = isTagged ? putTagBack(received) : received.bytes;
     frame.originalLength = header.tp_len + static_cast<std::uint32_t>(isTagged ? tagSize : 0);
     frame.time = timeOf(header);
@@ -63,7 +61,7 @@ void toWireFrames(const RingFrame& received, FrameSegments& segments, LiveCounts
     }
     OffloadedWork work = received.offloaded;
     std::span<std::uint8_t> frame = received.bytes;
-    if (hasTagBeside(received)) {
+    if (hasTagRemoved(received)) {
         frame = putTagBack(received);
         work.checksumStart = static_cast<std::uint16_t>(work.checksumStart + tagSize);
     }

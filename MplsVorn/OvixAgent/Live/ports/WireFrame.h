@@ -7,13 +7,13 @@
 
 namespace OvixAgent {
 
-/// Makes of a frame in the receive ring the frame that was on the wire, in place: its outermost tag
-/// is written before its EtherType again, and a checksum that a sender on this host has left to the
-/// hardware is completed. The frame must not be one of several segments.
+/// Turns a frame in the receive ring into the wire frame, in place: its outermost tag is put back
+/// before its EtherType, and a checksum that the sender has left to the hardware is completed. The
+/// frame must not hold several segments.
 void toWireFrame(const RingFrame& received, Frame& frame, LiveCounts& counts) noexcept;
 
-/// The same for a frame of several segments, which are to be had from `segments` afterwards, while
-/// the frame is in the ring. When they cannot be had the reason is counted, and there are none.
+/// The same for a frame of several segments, which `segments` returns while the frame is in the
+/// ring. When it cannot be cut, the reason is counted and there are no segments.
 void toWireFrames(const RingFrame& received, FrameSegments& segments, LiveCounts& counts) noexcept;
 
 } // namespace OvixAgent

@@ -8,12 +8,14 @@
 #include <utility>
 
 #include "Live/ports/InterfaceControl.h"
+#include "Wire/Ethernet.h"
 
 namespace OvixAgent {
 
 namespace {
 
-constexpr std::uint32_t linkHeader = 14 + 8; // with two tags, which no MTU counts
+/// A header with two tags, which no MTU includes.
+constexpr std::uint32_t linkHeader = Wire::Ethernet::size + 2 * Wire::Tag::size;
 
 } // namespace
 

@@ -25,7 +25,7 @@ void check(const std::vector<Row>& rows, bool controlWord) {
     for (const Row& row : rows) {
         Ovix::PacketContext packet(Lumo::globalPktManager()->newPkt(row.payload),
                                    Ovix::PktHdrType::eth);
-        const Fate fate = uncoverEthernet(packet, controlWord);
+        const Fate fate = removeControlWord(packet, controlWord);
         EXPECT_EQ(fate.kind == FateKind::forwarded ? "forwarded" : fate.reason, row.verdict)
             << row.what;
         EXPECT_EQ(fate.kind == FateKind::punted, fate.reason == Reason::associatedChannel);

@@ -38,9 +38,20 @@ const Bytes four = ipv4({}, udp());
 const Bytes longFour = ipv4(withOptions(), udp());
 const Bytes six = ipv6({}, udp());
 
+std::optional<IpUpperLayer> ofIpv6(std::uint8_t nextHeader, const Bytes& payload, Bytes& packet) {
+    Ipv6 fields;
+    fields.nextHeader = nextHeader;
+    packet = ipv6(fields, payload);
+    return IpPacket{PktHdrType::ipv6, packet}.upperLayer();
+}
+
+Bytes bytesOf(const IpUpperLayer& upper) {
+    return {upper.bytes.begin(), upper.bytes.end()};
+}
+
 } // namespace
 
-TEST(IpPacket, WhatIsWrongWithItIsTold) {
+TEST(IpPacket, ReportsItsFault) {
     const struct {
         const char* what;
         PktHdrType type;
@@ -136,4 +147,52 @@ TEST(IpScope, IsToldByTheAddressRange) {
             EXPECT_EQ(ipScope(Lumo::IpGenAddr::fromText(address)), given.scope) << address;
         }
     }
+}
+
+TEST(IpPacketUpperLayer, FollowsAnIpv4HeaderWithOptions) {
+    Ipv4 fields;
+    fields.options = filled(8, 1);
+    const Bytes packet = join({ipv4(fields, udp()), filled(9, 0xee)});
+    const auto upper = IpPacket{PktHdrType::ipv4, packet}.upperLayer();
+    ASSERT_TRUE(upper);
+    EXPECT_EQ(upper->protocol, protocolUdp);
+    EXPECT_TRUE(upper->isFirstFragment);
+    EXPECT_EQ(bytesOf(*upper), udp());
+}
+
+TEST(IpPacketUpperLayer, IsMissingFromLaterFragments) {
+    Ipv4 fields;
+    fields.fragment = 1;
+    const Bytes packet = ipv4(fields, udp());
+    EXPECT_FALSE(IpPacket{PktHdrType::ipv4, packet}.upperLayer()->isFirstFragment);
+    Bytes v6;
+    const auto later = ofIpv6(44, join({{17, 0, 0, 8, 0, 0, 0, 1}, udp()}), v6);
+    EXPECT_FALSE(later->isFirstFragment);
+    EXPECT_TRUE(later->bytes.empty());
+}
+
+TEST(IpPacketUpperLayer, FollowsIpv6ExtensionHeaders) {
+    const Bytes options = join({{60, 1}, filled(14, 0)});
+    const Bytes routing = join({{44, 0}, filled(6, 0)});
+    const Bytes firstFragment{51, 0, 0, 1, 0, 0, 0, 1};
+    const Bytes authentication = join({{17, 1}, filled(10, 0)});
+    const Bytes destination = join({{43, 0}, filled(6, 0)});
+    Bytes packet;
+    const auto upper = ofIpv6(
+        0, join({options, destination, routing, firstFragment, authentication, udp()}), packet);
+    ASSERT_TRUE(upper);
+    EXPECT_EQ(upper->protocol, protocolUdp);
+    EXPECT_TRUE(upper->isFirstFragment);
+    EXPECT_EQ(bytesOf(*upper), udp());
+}
+
+TEST(IpPacketUpperLayer, ExtensionHeadersEndWithinThePacket) {
+    const Bytes options = join({{17, 1}, filled(14, 0)});
+    Bytes packet;
+    for (std::size_t size = 1; size < options.size(); ++size) {
+        EXPECT_FALSE(ofIpv6(0, cut(options, size), packet)) << size;
+    }
+    const auto upper = ofIpv6(0, options, packet);
+    ASSERT_TRUE(upper);
+    EXPECT_TRUE(upper->bytes.empty());
 }

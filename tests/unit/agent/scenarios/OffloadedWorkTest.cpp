@@ -7,7 +7,6 @@
 #include <sys/socket.h>
 
 #include "FrameBytes.h"
-#include "Ip/InternetChecksum.h"
 #include "Live/ports/PacketPort.h"
 #include "LiveTesting.h"
 #include "MergedFrame.h"
@@ -187,30 +186,4 @@ TEST_F(UncutFramesTest, AreForgottenWithTheRingThatTheyAreIn) {
                                        [&] { right.receive(look, 1); }, [&] { return seen == 1; }));
     EXPECT_TRUE(right.reopen());
     EXPECT_TRUE(received(right).empty());
-}
-
-struct ChecksumCase {
-    Bytes frame;
-    std::size_t start;
-    std::size_t offset;
-    bool isDone;
-    Bytes expected;
-};
-
-TEST(InternetChecksum, IsTheComplementOfTheSumFromWhereItStarts) {
-    const std::vector<ChecksumCase> cases{
-        {{9, 9, 0, 0, 0x12, 0x34}, 2, 0, true, {9, 9, 0xed, 0xcb, 0x12, 0x34}},
-        {{0, 0, 0x12}, 0, 0, true, {0xed, 0xff, 0x12}},
-        {{0xff, 0xff, 0, 0}, 0, 2, true, {0xff, 0xff, 0xff, 0xff}},
-        {{0xff, 0xff, 0xff, 0xfe}, 0, 0, true, {0x00, 0x01, 0xff, 0xfe}},
-        {{1, 2, 3}, 0, 2, false, {1, 2, 3}},
-        {{1, 2, 3}, 4, 0, false, {1, 2, 3}},
-        {{1, 2, 3}, 3, 0, false, {1, 2, 3}},
-        {{}, 0, 0, false, {}},
-    };
-    for (const ChecksumCase& each : cases) {
-        Bytes frame = each.frame;
-        EXPECT_EQ(OvixAgent::completeChecksum(frame, each.start, each.offset), each.isDone);
-        EXPECT_EQ(frame, each.expected);
-    }
 }

@@ -78,4 +78,28 @@ TEST(WireChecksum, UpdateOfTheExampleOfItsRfc) { // RFC 1624 section 4
     EXPECT_EQ(Wire::updatedChecksum(0xdd2f, 0x5555, 0x3285), 0x0000);
 }
 
+TEST(WireChecksum, CompletesFromTheStartGivenOrWritesNothing) {
+    const struct {
+        Bytes frame;
+        std::size_t start;
+        std::size_t offset;
+        bool isDone;
+        Bytes expected;
+    } cases[]{
+        {{9, 9, 0, 0, 0x12, 0x34}, 2, 0, true, {9, 9, 0xed, 0xcb, 0x12, 0x34}},
+        {{0, 0, 0x12}, 0, 0, true, {0xed, 0xff, 0x12}},
+        {{0xff, 0xff, 0, 0}, 0, 2, true, {0xff, 0xff, 0xff, 0xff}},
+        {{0xff, 0xff, 0xff, 0xfe}, 0, 0, true, {0x00, 0x01, 0xff, 0xfe}},
+        {{1, 2, 3}, 0, 2, false, {1, 2, 3}},
+        {{1, 2, 3}, 4, 0, false, {1, 2, 3}},
+        {{1, 2, 3}, 3, 0, false, {1, 2, 3}},
+        {{}, 0, 0, false, {}},
+    };
+    for (const auto& given : cases) {
+        Bytes frame = given.frame;
+        EXPECT_EQ(Wire::completeChecksum(frame, given.start, given.offset), given.isDone);
+        EXPECT_EQ(frame, given.expected);
+    }
+}
+
 } // namespace
