@@ -164,7 +164,7 @@ TEST(IpPacketUpperLayer, IsMissingFromLaterFragments) {
     Ipv4 fields;
     fields.fragment = 1;
     const Bytes packet = ipv4(fields, udp());
-    EXPECT_FALSE(IpPacket{PktHdrType::ipv4, packet}.upperLayer()->isFirstFragment);
+    EXPECT_FALSE((IpPacket{PktHdrType::ipv4, packet}).upperLayer()->isFirstFragment);
     Bytes v6;
     const auto later = ofIpv6(44, join({{17, 0, 0, 8, 0, 0, 0, 1}, udp()}), v6);
     EXPECT_FALSE(later->isFirstFragment);
