@@ -29,7 +29,7 @@ constexpr CommandGroup groups[]{
     {"completion", "Shell completion"},
 };
 
-constexpr Option options[]{
+constexpr Option globals[]{
     {"--tables", "NAME", "The name of the tables in shared memory", "@present-tables@",
      &Request::tables, "OVIX_TABLES"},
     {"--control", "PATH",
@@ -207,7 +207,7 @@ std::span<const Command> allCommands() noexcept {
 }
 
 std::span<const Option> globalOptions() noexcept {
-    return options;
+    return globals;
 }
 
 } // namespace OvixCtl

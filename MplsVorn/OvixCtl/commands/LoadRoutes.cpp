@@ -1,15 +1,107 @@
+// The commands that compare the tables with a configuration: diff and load.
+
 #include <cassert>
 #include <fmt/format.h>
+#include <iostream>
+#include <iterator>
 #include <stdexcept>
 
+#include "Config/Config.h"
+#include "Published/TablePublisher.h"
+#include "Tables/TableLoading.h"
 #include "commands/Output.h"
-#include "tables/WantedTables.h"
+#include "route/RoutePrinting.h"
+#include "tables/FrozenTables.h"
+#include "tables/TableDiff.h"
 
 namespace OvixCtl {
 
+using Mpls::TableId;
+
 namespace {
 
-using Mpls::TableId;
+/// Deeper stacks do not fit in shared tables.
+constexpr std::size_t maxLabels = Mpls::Via::maxLabels;
+
+void checkDepth(const OvixAgent::ViaList& vias, const std::string& file, std::size_t line,
+                const std::string& what) {
+    for (const OvixAgent::ViaConfig& via : vias) {
+        if (via.labels.size() > maxLabels) {
+            throw OvixAgent::ConfigError(
+                fmt::format("{}:{}: {}: a stack of {} labels cannot be shared, {} at most", file,
+                            line, what, via.labels.size(), maxLabels));
+        }
+    }
+}
+
+void checkShareable(const OvixAgent::AgentConfig& config, const std::string& file) {
+    for (std::size_t i = 0; i < config.lfib.tables.size(); ++i) {
+        for (const auto& route : config.lfib.tables[i]) {
+            checkDepth(route.vias, file, route.line,
+                       fmt::format("lfib.{}: label {}", OvixAgent::lfibTableNames[i], route.label));
+        }
+    }
+    for (const auto& adjacency : config.hardware.adjacencies) {
+        const std::string what = fmt::format("hardware: adjacency {}", adjacency.id);
+        checkDepth(adjacency.vias, file, adjacency.line, what);
+        checkDepth(adjacency.backups, file, adjacency.line, what);
+    }
+}
+
+/// "-" is standard input. Throws ConfigError.
+OvixAgent::AgentConfig readConfig(const std::string& file) {
+    if (file != "-") {
+        return OvixAgent::loadConfig(file);
+    }
+    const std::string text{std::istreambuf_iterator<char>(std::cin), {}};
+    return OvixAgent::parseConfig(text, "standard input");
+}
+
+Ptr<Tessel::TableReader> load(const OvixAgent::AgentConfig& config, const std::string& file,
+                              Mpls::TablePublisher& publisher) {
+    checkShareable(config, file);
+    OvixAgent::loadTables(config, file, publisher);
+    publisher.commit();
+    return Tessel::make<Tessel::TableReader>(file, publisher.tables().memory());
+}
+
+/// The tables as a configuration wants them, in memory of their own. Throws ConfigError, naming the
+/// file and the line, for what tables would refuse.
+struct WantedTables {
+    explicit WantedTables(const std::string& file)
+        : config(readConfig(file)), publisher(Tessel::TableMemory::ofProcess()),
+          view(load(config, file, publisher)) {}
+
+    OvixAgent::AgentConfig config;
+    Mpls::TablePublisher publisher;
+    TableView view;
+};
+
+void printDiffLines(const std::vector<Change>& changes, const IntfText& interfaces) {
+    for (const Change& change : changes) {
+        if (change.before) {
+            fmt::print("-{}\n", routeText(*change.before, interfaces));
+        }
+        if (change.after) {
+            fmt::print("+{}\n", routeText(*change.after, interfaces));
+        }
+    }
+}
+
+void printDiffJson(const std::vector<Change>& changes, const IntfText& interfaces,
+                   const Tessel::TableReader& tables) {
+    const auto side = [&](const std::optional<Entry>& entry) {
+        return entry ? routeJson(*entry, interfaces) : "null";
+    };
+    std::vector<std::string> list;
+    for (const Change& change : changes) {
+        list.push_back(
+            fmt::format(R"({{"before":{},"after":{}}})", side(change.before), side(change.after)));
+    }
+    fmt::print(R"({{"tables":{},"generation":{},"changes":[{}]}})"
+               "\n",
+               jsonText(tables.name()), tables.generation(), fmt::join(list, ","));
+}
 
 Mpls::RouteKey keyOf(std::uint32_t label) {
     return Mpls::RouteKey::fromLabel(Lumo::MplsLabel(label));
@@ -69,10 +161,34 @@ void apply(const std::vector<Change>& changes, Mpls::TablePublisher& publisher) 
 
 } // namespace
 
+Tessel::Result<int> diffRoutes(const Request& request) {
+    const std::string& file = request.words.front();
+    const WantedTables wanted(file);
+    const auto frozen = freezeTables(request.tables);
+    if (!frozen) {
+        return frozen.refused();
+    }
+    const TableView now(frozen.value());
+    const TableDiff diff = differences(now, wanted.view);
+    const IntfText interfaces(
+        {Interface::Names::read(now.reader()), Interface::Names::read(wanted.view.reader())});
+    if (request.json) {
+        printDiffJson(diff.changes, interfaces, now.reader());
+    } else {
+        printDiffLines(diff.changes, interfaces);
+    }
+    for (const std::string& what : diff.damage) {
+        complain(what);
+    }
+    if (!diff.damage.empty()) {
+        return ExitCode::usage;
+    }
+    return diff.changes.empty() ? ExitCode::success : ExitCode::failure;
+}
+
 Tessel::Result<int> loadRoutes(const Request& request) {
     const std::string& file = request.words.front();
-    const OvixAgent::AgentConfig config = readConfig(file);
-    const WantedTables wanted(config, file);
+    const WantedTables wanted(file);
     Mpls::TablePublisher publisher(Tessel::TableMemory::sharedForWriting(request.tables));
     if (const std::size_t repaired = publisher.tables().repaired(); repaired != 0) {
         complain(fmt::format("tables \"{}\": {} damaged entries were removed", request.tables,
@@ -81,8 +197,8 @@ Tessel::Result<int> loadRoutes(const Request& request) {
     // The memory of these entries is not used again before the commit.
     const TableView now(
         Tessel::make<Tessel::TableReader>(request.tables, publisher.tables().memory()));
-    const TableDiff diff = differences(now, wanted.view());
-    for (const OvixAgent::PortConfig& port : config.ports) {
+    const TableDiff diff = differences(now, wanted.view);
+    for (const OvixAgent::PortConfig& port : wanted.config.ports) {
         publisher.interfaces().intfId(port.name);
     }
     apply(diff.changes, publisher);

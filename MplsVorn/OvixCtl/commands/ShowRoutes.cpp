@@ -33,8 +33,7 @@ void printTable(const TableView& view, const Selection& selection, const IntfTex
 }
 
 /// One route per line within one object, as there may be a million.
-void printRoutesJson(const TableView& view, const Selection& selection,
-                     const IntfText& interfaces) {
+void printJson(const TableView& view, const Selection& selection, const IntfText& interfaces) {
     fmt::print(R"({{"tables":{},"generation":{},"time":"{}","routes":[)",
                jsonText(view.reader().name()), view.reader().generation(),
                timeText(view.reader().committedAt()));
@@ -80,7 +79,7 @@ Tessel::Result<int> showRoutes(const Request& request) {
         return Tessel::Refused{
             fmt::format("tables \"{}\" have no {}", request.tables, filter.value().text())};
     }
-    (request.json ? printRoutesJson : printTable)(view, selection, interfaces);
+    (request.json ? printJson : printTable)(view, selection, interfaces);
     return reportDamage(view, selection) == 0 ? ExitCode::success : ExitCode::failure;
 }
 
