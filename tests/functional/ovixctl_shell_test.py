@@ -59,13 +59,13 @@ class Counters(OvixCtlTest):
         self.assertEqual(self.ctl("counters", "clear", "--control", path), "")
         self.assertEqual(self.asked, {"command": "clear-counters"})
 
-    def test_no_agent_and_a_refusal_are_told(self):
-        told = self.ctl("counters", "show", "--control", "/nonexistent", code=1)
-        self.assertEqual(told, "ovixctl: control socket /nonexistent: no agent is there: No such "
+    def test_no_agent_and_a_refusal_are_reported(self):
+        output = self.ctl("counters", "show", "--control", "/nonexistent", code=1)
+        self.assertEqual(output, "ovixctl: control socket /nonexistent: no agent is there: No such "
                                "file or directory\n")
         path = self.serve({"ok": False, "error": "not today"})
-        told = self.ctl("counters", "show", "--control", path, code=1)
-        self.assertEqual(told, f"ovixctl: control socket {path}: not today\n")
+        output = self.ctl("counters", "show", "--control", path, code=1)
+        self.assertEqual(output, f"ovixctl: control socket {path}: not today\n")
 
 
 class Completion(OvixCtlTest):

@@ -41,15 +41,15 @@ class Show(OvixCtlTest):
             self.assertEqual(self.ctl("lfib", "show", *words, code=1),
                              f'ovixctl: tables "{self.tables}" have no {missing}\n')
 
-    def test_tables_that_do_not_exist_are_not_made(self):
+    def test_tables_that_do_not_exist_are_not_created(self):
         self.file.write_text(PORTS)
         for words, code in ((("show",), 1), (("watch",), 1), (("diff", str(self.file)), 2),
                             (("del", "5"), 1)):
-            told = self.ctl("lfib", *words, code=code)
-            self.assertIn(f'ovixctl: tables "{self.tables}" do not exist', told)
+            output = self.ctl("lfib", *words, code=code)
+            self.assertIn(f'ovixctl: tables "{self.tables}" do not exist', output)
             self.assertFalse(self.memory.exists())
 
-    def test_what_cannot_be_right_is_shown_as_such(self):
+    def test_damage_is_shown_as_such(self):
         self.load(self.transit(_100=via("swap", [0xabcde]), _101=via("pop")))
         data = bytearray(self.memory.read_bytes()[:1 << 21])
         place = data.index(bytes.fromhex("0abcde"))
@@ -103,7 +103,7 @@ class Watch(OvixCtlTest):
         self.assertIn("watching", process.stderr.readline())
         return process
 
-    def test_changes_are_told_as_they_become_visible(self):
+    def test_changes_are_printed_as_they_become_visible(self):
         self.load(self.transit(_100=via("pop"), _101=via("pop")))
         process = self.watch("--count", "4")
         self.load(self.transit(_101=via("swap", [7]), _102=via("pop")))

@@ -36,7 +36,7 @@ class Load(OvixCtlTest):
                 self.ctl("lfib", "load", str(path))
                 self.assertEqual(self.ctl("lfib", "diff", str(path)), "")
 
-    def test_it_tells_what_it_did_and_does_nothing_twice(self):
+    def test_it_prints_what_it_did_and_does_nothing_twice(self):
         text = self.transit(_100=via("pop"), _101=via("pop"), _102=via("pop"))
         self.assertEqual(self.load(text), f'tables "{self.tables}": 3 added, 0 changed, 0 removed; '
                                           "generation 2\n")
@@ -52,7 +52,7 @@ class Load(OvixCtlTest):
                                             "changed": 1, "removed": 1})
         self.assertEqual([route["label"] for route in self.show()], [101, 102, 103])
 
-    def test_everything_that_the_file_does_not_name_goes(self):
+    def test_everything_that_the_file_does_not_name_is_removed(self):
         self.load(self.transit(_100=via("pop")) + hardware(via("pop"), label=5) +
                   "mvpn:\n  - {vrf-id: 7, vlan: 100}\n  - {vrf-id: 1048583, interface: west}\n")
         self.assertEqual([route["table"] for route in self.show()],
@@ -74,11 +74,11 @@ class Load(OvixCtlTest):
                  "hardware: adjacency 1: a stack of 34 labels cannot be shared, 33 at most")):
             for command, code in (("load", 1), ("diff", 2)):
                 with self.subTest(error, command=command):
-                    told = self.ctl("lfib", command, self.write(text), code=code)
-                    self.assertIn(f"ovixctl: {self.file}:{lines + line}: {error}", told)
+                    output = self.ctl("lfib", command, self.write(text), code=code)
+                    self.assertIn(f"ovixctl: {self.file}:{lines + line}: {error}", output)
         self.assertEqual(self.generation(), 2)
-        told = self.ctl("lfib", "load", "/nonexistent.yaml", code=1)
-        self.assertEqual(told,
+        output = self.ctl("lfib", "load", "/nonexistent.yaml", code=1)
+        self.assertEqual(output,
                          "ovixctl: /nonexistent.yaml: cannot be opened: No such file or directory\n")
 
     def test_standard_input_is_a_file_too(self):
@@ -167,15 +167,29 @@ class Routes(OvixCtlTest):
             100, via_json(action="swap", labels=[200], weight=3),
             via_json(nexthop="fe80::1", interface="west")))
 
+    def test_a_line_of_diff_is_a_route(self):
+        self.load(lfib(decap={100: routes(via("swap", [200], ttl="pipe", tc=3, mtu=1400),
+                                          via("pop", weight=5))},
+                       pseudowire={101: routes(via("pop", payload="ethernet"))}))
+        before = self.show()
+        lines = subprocess.run([CTL, "--tables", self.tables, "lfib", "diff", self.write("")],
+                               capture_output=True, text=True, check=False).stdout.splitlines()
+        self.assertEqual(len(lines), 2)
+        for line in lines:
+            words = line.removeprefix("-").split()
+            self.ctl("lfib", "del", *words[:2])
+            self.ctl("lfib", "add", *words)
+        self.assertEqual(self.show(), before)
+
     def test_a_route_that_the_tables_refuse_changes_nothing(self):
         self.ctl("lfib", "add", "100", *EAST)
         before = self.generation()
-        told = self.ctl("lfib", "replace", "100", *EAST, "weight", "0", code=1)
-        self.assertEqual(told, "ovixctl: label 100 in table transit: the weights of the vias add "
+        output = self.ctl("lfib", "replace", "100", *EAST, "weight", "0", code=1)
+        self.assertEqual(output, "ovixctl: label 100 in table transit: the weights of the vias add "
                                "up to 0\n")
         self.assertEqual(self.generation(), before)
 
-    def test_words_that_make_no_sense_are_a_usage_error(self):
+    def test_unknown_words_are_a_usage_error(self):
         for words, error in ((("add", "100", "frob"), '"frob" is not expected here'),
                              (("add", "1048576", *EAST), "label 1048576 is out of range"),
                              (("show", "trnasit"), 'there is no table "trnasit"; did you mean'),

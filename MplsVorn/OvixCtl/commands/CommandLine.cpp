@@ -1,6 +1,7 @@
 #include "commands/CommandLine.h"
 
 #include <CLI/CLI.hpp>
+#include <cassert>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
@@ -40,6 +41,7 @@ void addOption(CLI::App& app, const Option& option, Request& request) {
 }
 
 void addCommand(CLI::App& group, const Command& command, Request& request) {
+    assert(command.run != nullptr);
     CLI::App* const added = group.add_subcommand(command.name, command.summary);
     added->fallthrough();
     added->footer(expanded(command.help));

@@ -1,4 +1,4 @@
-#include <algorithm>
+#include <cassert>
 #include <cstdio>
 #include <fmt/format.h>
 #include <string_view>
@@ -142,7 +142,9 @@ Tessel::Result<int> printBashCompletion(const Request&) {
     };
     std::string text = script;
     const auto insert = [&](std::string_view mark, const std::string& with) {
-        text.replace(text.find(mark), mark.size(), with);
+        const std::size_t at = text.find(mark);
+        assert(at != std::string::npos);
+        text.replace(at, mark.size(), with);
     };
     insert("@valued-options@", joined(optionsWithOwn(), valued, " | "));
     insert("@options@", joined(globalOptions(), nameOf, " "));

@@ -1,3 +1,4 @@
+#include <cassert>
 #include <csignal>
 #include <ctime>
 #include <fmt/format.h>
@@ -70,6 +71,7 @@ void printChange(const WatchedChange& change, const Tessel::TableReader& tables,
 std::uint64_t printChanges(const std::vector<WatchedChange>& changes,
                            const Tessel::TableReader& tables, std::uint64_t wanted, bool json) {
     const IntfText interfaces({Interface::Names::read(tables)});
+    assert(wanted > 0);
     std::uint64_t printed = 0;
     for (const WatchedChange& change : changes) {
         if (printed == wanted) {

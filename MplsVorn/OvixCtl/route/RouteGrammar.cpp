@@ -306,6 +306,7 @@ void Parser::finishRoute() {
 
 void Parser::checkEnd() const {
     const Mpls::LabelRoute& route = parsed_.route;
+    assert(route.tail || route.isLookUp());
     if (route.table == TableId::transitLfib) {
         fail(fmt::format("a route with {} ends here and cannot be in table transit",
                          route.tail ? "tail" : "vrf"));

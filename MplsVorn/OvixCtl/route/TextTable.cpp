@@ -1,6 +1,7 @@
 #include "route/TextTable.h"
 
 #include <algorithm>
+#include <cassert>
 #include <utility>
 
 namespace OvixCtl {
@@ -13,6 +14,7 @@ TextTable::TextTable(std::vector<Column> columns)
 }
 
 void TextTable::measure(const Cells& cells) {
+    assert(cells.size() == columns_.size());
     for (std::size_t i = 0; i < widths_.size(); ++i) {
         widths_[i] = std::max(widths_[i], cells[i].size());
     }
@@ -27,6 +29,7 @@ std::string TextTable::heading() const {
 }
 
 std::string TextTable::line(const Cells& cells) const {
+    assert(cells.size() == columns_.size());
     std::string text;
     for (std::size_t i = 0; i < columns_.size(); ++i) {
         const std::string cell = cells[i].empty() ? "-" : cells[i];

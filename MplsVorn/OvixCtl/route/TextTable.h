@@ -5,8 +5,8 @@
 
 namespace OvixCtl {
 
-/// Columns below each other, of lines that are given twice: once to measure, once to print. So a
-/// million of them need no room.
+/// Aligned columns. Each line is given twice, to measure() and to line(), so that a million of them
+/// need not be kept.
 class TextTable {
   public:
     enum class Align : unsigned char { left, right };

@@ -1,5 +1,7 @@
 #include "tables/TableDiff.h"
 
+#include <cassert>
+
 namespace OvixCtl {
 
 namespace {
@@ -41,6 +43,7 @@ TableDiff differences(const TableView& before, const TableView& after) {
 ChangeCounts countsOf(const std::vector<Change>& changes) noexcept {
     ChangeCounts counts;
     for (const Change& change : changes) {
+        assert(change.before || change.after);
         ++(!change.before ? counts.added : !change.after ? counts.removed : counts.changed);
     }
     return counts;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <cerrno>
 #include <poll.h>
 #include <span>
@@ -85,6 +86,7 @@ void FpmServer::accept() {
 }
 
 void FpmServer::connectionIs(Posix::FileDescriptor connection) {
+    assert(connection.isOpen() && !connection_.isOpen());
     connection_ = std::move(connection);
     decoder_ = FpmDecoder();
     routes_->markStale();

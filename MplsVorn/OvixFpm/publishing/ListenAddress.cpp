@@ -1,5 +1,6 @@
 #include "publishing/ListenAddress.h"
 
+#include <cassert>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
@@ -69,6 +70,7 @@ bool ListenAddress::isBound(const Posix::FileDescriptor& socket) const noexcept 
 }
 
 Posix::FileDescriptor ListenAddress::listen() const {
+    assert(port_ != 0 && address_.family() != Lumo::IpFamily::none);
     const int family = address_.family() == Lumo::IpFamily::ipv6 ? AF_INET6 : AF_INET;
     Posix::FileDescriptor socket(::socket(family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     const std::string failed = "cannot listen at " + text();

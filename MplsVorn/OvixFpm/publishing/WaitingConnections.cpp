@@ -1,6 +1,7 @@
 #include "publishing/WaitingConnections.h"
 
 #include <array>
+#include <cassert>
 #include <cerrno>
 #include <sys/socket.h>
 #include <utility>
@@ -8,6 +9,7 @@
 namespace OvixFpm {
 
 void WaitingConnections::add(Posix::FileDescriptor connection) {
+    assert(connection.isOpen());
     if (all_.size() == most) {
         all_.erase(all_.begin());
         log_("too many connections wait beside zebra's; the oldest is closed");
@@ -16,6 +18,7 @@ void WaitingConnections::add(Posix::FileDescriptor connection) {
 }
 
 void WaitingConnections::pollIn(std::span<pollfd, most> places) const noexcept {
+    assert(all_.size() <= most);
     for (std::size_t i = 0; i < most; ++i) {
         places[i] = {i < all_.size() ? all_[i].connection.value() : -1, POLLIN, 0};
     }

@@ -36,7 +36,7 @@ TEST(Attributes, areFoundByType) {
     EXPECT_EQ(attributes.u32({6, "SIX"}), std::nullopt);
 }
 
-TEST(Attributes, flagBitsOfTheTypeAreNotLookedAt) {
+TEST(Attributes, flagBitsOfTheTypeAreIgnored) {
     for (const unsigned flags : {0x4000U, 0x8000U, 0xc000U}) {
         const Payload bytes = attribute(static_cast<std::uint16_t>(4 | flags), {7});
         EXPECT_EQ(Attributes(bytes).u8(four), 7);
@@ -62,7 +62,7 @@ TEST(Attributes, theLastMayHaveNoPadding) {
     EXPECT_EQ(Attributes(bytes).u8(four), 7);
 }
 
-TEST(Attributes, aLengthThatCannotBeRightIsRefused) {
+TEST(Attributes, anInvalidLengthIsRefused) {
     for (const unsigned length : {0U, 1U, 3U, 9U, 0xffffU}) {
         const Payload bytes = join({attribute(5, {1}),
                                     host16(static_cast<std::uint16_t>(length)),

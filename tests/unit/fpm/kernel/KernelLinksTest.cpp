@@ -63,7 +63,7 @@ TEST(KernelLinks, OtherInterfacesHaveNoTable) {
     EXPECT_EQ(LinkMessage().name("red").info("vrf", IFLA_VRF_TABLE + 1, 10).read(), red);
 }
 
-TEST(KernelLinks, MessagesThatTellOfNoInterfaceAreNone) {
+TEST(KernelLinks, OtherMessagesAreNotInterfaces) {
     EXPECT_FALSE(LinkMessage().info("vrf", IFLA_VRF_TABLE, 10).read());
     EXPECT_FALSE(LinkMessage(RTM_DELLINK).name("red").read());
 }

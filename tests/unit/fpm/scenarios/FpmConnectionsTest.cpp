@@ -35,7 +35,7 @@ Bytes ofText(const std::string& text) {
 
 } // namespace
 
-TEST_F(FpmConnections, OneThatSaysNothingWaitsBesideZebra) {
+TEST_F(FpmConnections, ASilentConnectionWaitsBesideZebra) {
     serve();
     const Zebra zebra(port());
     tellLabels(zebra);
@@ -78,7 +78,7 @@ TEST_F(FpmConnections, OneThatWaitedIsServedAfterZebraHasGone) {
     EXPECT_FALSE(hasLogged("zebra has connected again"));
 }
 
-TEST_F(FpmConnections, WhatIsNoFrameOfZebraIsClosedBesideIt) {
+TEST_F(FpmConnections, AConnectionThatSendsAnythingElseIsClosed) {
     serve();
     const Zebra zebra(port());
     tellLabels(zebra);

@@ -59,7 +59,7 @@ TEST(RecordedVrfs, withdrawalsNameTheTable) {
                      "label 18 withdrawn"}));
 }
 
-TEST(RecordedVrfs, aDeviceThatGoesTakesItsRoutesAndLabelsAlong) {
+TEST(RecordedVrfs, aRemovedDeviceWithdrawsItsRoutesAndLabels) {
     EXPECT_EQ(linesOf(recorded("vrf_gone")),
               (Lines{"198.51.100.0/30 table 10 withdrawn",
                      "2001:db8:a::/64 table 10 withdrawn",

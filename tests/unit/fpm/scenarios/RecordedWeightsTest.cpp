@@ -3,7 +3,8 @@
 #include "FpmEvents.h"
 #include "FpmRecordings.h"
 
-// What zebra 8.4.4 sent when two BGP neighbours told their bandwidth (tests/data/fpm/README.md).
+// What zebra 8.4.4 sent when two BGP neighbours announced their bandwidth
+// (tests/data/fpm/README.md).
 namespace {
 
 using namespace TestSupport::Fpm;
@@ -41,7 +42,7 @@ TEST(RecordedWeights, changeByAWithdrawalAndANewRouteAndLeaveTheLabelAlone) {
                "via 192.0.2.2 interface 2 weight 85"}));
 }
 
-TEST(RecordedWeights, areGoneWithTheOtherNextHop) {
+TEST(RecordedWeights, endWithTheOtherNextHop) {
     EXPECT_EQ(
         linesOf(recorded("weights_gone")),
         (Lines{"2001:db8:100::/48 table 254 withdrawn",
