@@ -24,6 +24,14 @@ namespace {
     throw UsageError(what);
 }
 
+/// A via in the making: a pop unless its words say otherwise.
+struct Hop {
+    MplsLabelAction action = MplsLabelAction::pop;
+    std::vector<Lumo::MplsLabel> labels;
+    Mpls::ViaOptions options;
+    std::uint32_t weight = 1;
+};
+
 /// Takes the words of a route one by one.
 class Parser {
   public:
@@ -39,20 +47,11 @@ class Parser {
 
     struct Word {
         std::string_view word;
-        std::string_view value; ///< as help calls it; empty: none
         void (Parser::*take)();
     };
     static const std::array<Word, 10> all;
 
   private:
-    /// A via in the making: a pop unless its words say otherwise.
-    struct Hop {
-        MplsLabelAction action = MplsLabelAction::pop;
-        std::vector<Lumo::MplsLabel> labels;
-        Mpls::ViaOptions options;
-        std::uint32_t weight = 1;
-    };
-
     static std::optional<TableId> lfibNamed(std::string_view word) noexcept {
         const auto table = Tessel::valueOf<TableId>(word);
         return table && Mpls::isLfib(*table) ? table : std::nullopt;
@@ -88,16 +87,16 @@ class Parser {
 };
 
 constexpr std::array<Parser::Word, 10> Parser::all{{
-    {"table", "TABLE", &Parser::takeTable},
-    {"multicast", "", &Parser::takeMulticast},
-    {"type", "TYPE", &Parser::takeType},
-    {"tail", "", &Parser::takeTail},
-    {"nexthop", "", &Parser::takeNexthop},
-    {"as", "L1[/L2...]", &Parser::takeSwap},
-    {"push", "L1[/L2...]", &Parser::takePush},
-    {"via", "ADDRESS", &Parser::takeAddress},
-    {"dev", "INTERFACE", &Parser::takeInterface},
-    {"weight", "N", &Parser::takeWeight},
+    {"table", &Parser::takeTable},
+    {"multicast", &Parser::takeMulticast},
+    {"type", &Parser::takeType},
+    {"tail", &Parser::takeTail},
+    {"nexthop", &Parser::takeNexthop},
+    {"as", &Parser::takeSwap},
+    {"push", &Parser::takePush},
+    {"via", &Parser::takeAddress},
+    {"dev", &Parser::takeInterface},
+    {"weight", &Parser::takeWeight},
 }};
 
 } // namespace
