@@ -186,7 +186,7 @@ class Trouble(SharedTablesTest):
         second.input.write(first.capture_header)
         _, stderr = second.process.communicate(timeout=30)
         self.assertEqual(second.process.returncode, 1)
-        self.assertIn("another agent answers there", stderr)
+        self.assertIn("another agent serves it", stderr)
         self.assertTrue(first.ask("status")["ok"])
 
     def test_requests_that_make_no_sense_are_answered_with_an_error(self):

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <utility>
 
 #include "Wire/Ethernet.h"
@@ -57,6 +58,8 @@ std::uint16_t etherTypeOf(const Answer& answer) noexcept {
 std::vector<std::uint8_t> ipPacketBytes(const IpHeaderFields& fields,
                                         std::span<const std::uint8_t> payload,
                                         std::size_t checksumAt) {
+    assert(fields.source.family() == fields.destination.family());
+    assert(checksumAt + sizeof(std::uint16_t) <= payload.size());
     constexpr std::size_t alertSize4 = 4;
     constexpr std::size_t alertSize6 = 8;
     const bool isIpv4 = fields.source.family() == Lumo::IpFamily::ipv4;
@@ -82,6 +85,7 @@ std::vector<std::uint8_t> ipPacketBytes(const IpHeaderFields& fields,
 
 std::vector<std::uint8_t> Answer::frame(const Lumo::EthAddr& station,
                                         std::span<const std::uint8_t> tags) const {
+    assert(!packet.empty() && tags.size() % Wire::Tag::size == 0);
     std::vector<std::uint8_t> bytes(Wire::Ethernet::size);
     const Wire::EthernetWriter header{std::span(bytes)};
     header.macsAre(station, {});

@@ -1,6 +1,7 @@
 #include "Answers/CpuAnswers.h"
 
 #include <algorithm>
+#include <cassert>
 #include <chrono>
 
 #include "Answers/IcmpError.h"
@@ -54,6 +55,7 @@ void CpuAnswers::transmit(const OvixAgent::Frame& frame) {
 }
 
 void CpuAnswers::answer(const OvixAgent::Frame& frame, const LabelledPacket& packet) {
+    assert(frame.port < own_.size());
     const OwnAddresses& own = own_[frame.port];
     if (isLspEcho(packet)) {
         queue(AnswerReason::lspEcho, frame, packet, lspEchoReply(packet, frame.time, lookup_, own));
@@ -69,6 +71,7 @@ void CpuAnswers::answer(const OvixAgent::Frame& frame, const LabelledPacket& pac
 
 void CpuAnswers::tooBig(const OvixAgent::Frame& received, std::span<const std::uint8_t> leaving,
                         std::uint32_t mtu) {
+    assert(received.port < own_.size());
     const auto before = readLabelledPacket(received.bytes);
     const auto after = readLabelledPacket(leaving);
     if (before && after) {

@@ -1,6 +1,7 @@
 #include "Answers/IcmpError.h"
 
 #include <algorithm>
+#include <cassert>
 
 #include "Ip/IpScope.h"
 #include "State/PrefixTable.h"
@@ -59,6 +60,7 @@ bool mayBeAnswered(const IcmpError& error, const LabelledPacket& packet,
 
 /// The extension structure of RFC 4884 with one object, the label stack of RFC 4950.
 std::vector<std::uint8_t> labelStackExtension(Wire::Bytes labels) {
+    assert(labels.size() % Lumo::MplsLabelEntry::size == 0);
     using Extension = Wire::IcmpExtensionWriter;
     std::vector<std::uint8_t> bytes(Extension::size);
     Extension(std::span(bytes)).labelStackIs(labels.size());

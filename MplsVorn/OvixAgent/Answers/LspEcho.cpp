@@ -1,6 +1,7 @@
 #include "Answers/LspEcho.h"
 
 #include <array>
+#include <cassert>
 
 #include "Ip/IpScope.h"
 #include "Wire/Ip.h"
@@ -26,6 +27,7 @@ bool isLoopback(const Lumo::IpGenAddr& address) noexcept {
 
 /// Only in IPv4 may the checksum be absent (RFC 768, RFC 8200 section 8.1).
 bool isChecksumValid(const IpPacket& packet, Wire::Bytes datagram) {
+    assert(datagram.size() >= Udp::size);
     if (Udp(datagram).checksum() == 0) {
         return packet.type == Ovix::PktHdrType::ipv4;
     }

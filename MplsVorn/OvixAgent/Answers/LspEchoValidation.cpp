@@ -1,6 +1,7 @@
 #include "Answers/LspEchoValidation.h"
 
 #include <algorithm>
+#include <cassert>
 #include <utility>
 
 namespace OvixAgent {
@@ -11,6 +12,7 @@ using Labels = std::span<const Lumo::MplsLabelEntry>;
 
 /// The label at a depth counted from the bottom, which is 1; implicit null above the top.
 Lumo::MplsLabel labelAt(Labels labels, std::size_t depth) noexcept {
+    assert(depth > 0);
     return depth <= labels.size() ? labels[labels.size() - depth].label() : Lumo::implicitNull;
 }
 

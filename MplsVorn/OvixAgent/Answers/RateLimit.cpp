@@ -1,6 +1,7 @@
 #include "Answers/RateLimit.h"
 
 #include <algorithm>
+#include <cassert>
 
 namespace OvixAgent {
 
@@ -29,6 +30,7 @@ bool RateLimit::admit(AnswerReason reason, std::uint64_t now) noexcept {
 }
 
 void RateLimit::fill(Bucket& bucket, std::uint64_t now) const noexcept {
+    assert(bucket.tokens <= most_);
     const std::uint64_t passed = now > bucket.filledAt ? now - bucket.filledAt : 0;
     bucket.filledAt = now;
     const std::uint64_t missing = most_ - bucket.tokens;

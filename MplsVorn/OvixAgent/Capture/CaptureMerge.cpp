@@ -1,6 +1,7 @@
 #include "Capture/CaptureMerge.h"
 
 #include <algorithm>
+#include <cassert>
 #include <fmt/format.h>
 #include <tuple>
 #include <utility>
@@ -62,6 +63,7 @@ int CaptureMerge::waitDescriptor() const noexcept {
 
 // Called late, since reading invalidates the frame returned last.
 void CaptureMerge::look() {
+    assert(!toRead_.empty());
     const std::size_t reader = toRead_.back();
     toRead_.pop_back();
     if (const Frame* frame = readers_[reader].next(); frame != nullptr) {

@@ -1,6 +1,7 @@
 #include "Capture/CaptureRun.h"
 
 #include <array>
+#include <cassert>
 #include <poll.h>
 
 #include "Tessel/Exceptions.h"
@@ -15,6 +16,7 @@ constexpr std::uint64_t framesPerRequest = 256;
 } // namespace
 
 void CaptureRun::forwardAll() {
+    assert(input != nullptr && tables != nullptr && forwarder != nullptr && loopback != nullptr);
     std::uint64_t frames = 0;
     for (;;) {
         waitForInput();

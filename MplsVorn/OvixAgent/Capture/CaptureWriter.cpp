@@ -1,5 +1,6 @@
 #include "Capture/CaptureWriter.h"
 
+#include <cassert>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -47,6 +48,8 @@ CaptureWriter::CaptureWriter(std::string path, TimePrecision precision)
 }
 
 void CaptureWriter::transmit(const Frame& frame) {
+    assert(dumper_);
+    assert(frame.originalLength >= frame.bytes.size());
     pcap_pkthdr header{};
     header.ts.tv_sec = frame.time.seconds;
     header.ts.tv_usec = precision_ == TimePrecision::nanoseconds

@@ -1,5 +1,6 @@
 #include "Capture/CliProgress.h"
 
+#include <cassert>
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -17,6 +18,7 @@ CliProgress CliProgress::onTerminal(bool quiet) {
 }
 
 void CliProgress::show(std::uint64_t frames, double part, Clock::time_point now) {
+    assert(part >= 0 && part <= 1);
     if (!isShown_ || now - shownAt_ < interval) {
         return;
     }

@@ -153,8 +153,7 @@ Summary runOnCaptures(const RunOptions& options) {
     CapturedLoopback lo(outputs.loopback());
     CliProgress progress = CliProgress::onTerminal(options.quiet);
     const std::unique_ptr<ControlServer> control = serveControl(options, *state, forwarder);
-    CaptureRun{&input, &state->tables(), &forwarder, &lo, control.get(), &progress}
-        .forwardAll();
+    CaptureRun{&input, &state->tables(), &forwarder, &lo, control.get(), &progress}.forwardAll();
     outputs.close();
 
     Summary summary = summaryOf(options, *state, forwarder);

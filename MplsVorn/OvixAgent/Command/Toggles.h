@@ -6,10 +6,9 @@
 
 namespace OvixAgent {
 
-/// Makes the toggle service answer from the configuration and, for what that leaves open, from the
-/// toggle files that lie beside the configuration file: JSON objects of toggle name to boolean. A
-/// toggle file that is there but cannot be read or understood throws ConfigError when it is asked
-/// for a toggle.
+/// Sets the source of the toggle service: the configuration and, for toggles that it does not set,
+/// the toggle files beside the configuration file, JSON objects of toggle name to boolean. The
+/// service then throws ConfigError for a toggle file that cannot be read or is invalid.
 void serveToggles(const AgentConfig& config, const std::string& configFile);
 
 } // namespace OvixAgent

@@ -1,5 +1,6 @@
 #include "Control/ControlServer.h"
 
+#include <cassert>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -49,7 +50,7 @@ sockaddr_un addressOf(const std::string& path) {
     return address;
 }
 
-/// A socket left behind by an agent that was killed answers nobody.
+/// False for the socket of an agent that was killed.
 bool isServed(const sockaddr_un& address) {
     const int probe = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const bool served =
@@ -77,14 +78,14 @@ ControlServer::ControlServer(std::string path, Handler handler)
     }
     struct stat found {};
     if (lstat(path_.c_str(), &found) == 0 && !S_ISSOCK(found.st_mode)) {
-        throw std::runtime_error("control socket " + path_ + ": something else stands there");
+        throw std::runtime_error("control socket " + path_ + ": exists and is not a socket");
     }
     if (isServed(address)) {
-        throw std::runtime_error("control socket " + path_ + ": another agent answers there");
+        throw std::runtime_error("control socket " + path_ + ": another agent serves it");
     }
     unlink(path_.c_str());
     listener_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    // Whoever may ask may also clear counters, so that is the agent's own user alone.
+    // Only the agent's own user: requests may clear counters.
     const mode_t mask = umask(0177);
     const int bound = bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof address);
     umask(mask);
@@ -124,13 +125,14 @@ void ControlServer::serve() {
 }
 
 void ControlServer::acceptClients() {
+    assert(clients_.size() <= maxClients);
     for (;;) {
         const int socket = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
         if (socket < 0) {
             return;
         }
         if (clients_.size() == maxClients) {
-            close(clients_.front().socket); // the one that has been silent longest
+            close(clients_.front().socket); // the oldest
             clients_.pop_front();
         }
         watch(events_, socket, EPOLLIN | EPOLLOUT | EPOLLET);
@@ -138,7 +140,7 @@ void ControlServer::acceptClients() {
     }
 }
 
-/// False when the client is finished with.
+/// False when the client is to be disconnected.
 bool ControlServer::progress(Client& client) {
     if (client.toSend.empty() && !receive(client)) {
         return false;
@@ -152,6 +154,7 @@ bool ControlServer::progress(Client& client) {
 }
 
 bool ControlServer::receive(Client& client) {
+    assert(client.toSend.empty());
     char bytes[4096];
     while (client.received.size() < maxRequestBytes) {
         const ssize_t got = recv(client.socket, bytes, sizeof bytes, 0);
@@ -167,6 +170,7 @@ bool ControlServer::receive(Client& client) {
 }
 
 bool ControlServer::send(Client& client) {
+    assert(!client.toSend.empty());
     while (!client.toSend.empty()) {
         const ssize_t sent =
             ::send(client.socket, client.toSend.data(), client.toSend.size(), MSG_NOSIGNAL);

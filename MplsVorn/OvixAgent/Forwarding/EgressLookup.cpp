@@ -1,5 +1,7 @@
 #include "Forwarding/EgressLookup.h"
 
+#include <cassert>
+
 #include "Ovix/packet/TtlBytes.h"
 #include "Tessel/Fib/FecId.h"
 
@@ -55,6 +57,7 @@ std::optional<Lumo::EthAddr> groupMac(Ovix::PacketContext& packet) {
 
 Fate EgressLookup::find(Ovix::PacketContext& packet, std::size_t snapped,
                         const Ovix::RoutingNexthop& nexthop, Egress& egress) const {
+    assert(egress.port == nullptr);
     const Fib* fib = tables_->vrfs->fib(nexthop.vrfName().view());
     if (fib == nullptr) {
         return drop(Reason::unknownVrf);

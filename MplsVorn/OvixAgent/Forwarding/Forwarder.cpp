@@ -1,5 +1,6 @@
 #include "Forwarding/Forwarder.h"
 
+#include <cassert>
 #include <exception>
 
 #include "Ip/IpPacket.h"
@@ -32,6 +33,8 @@ Forwarder::Forwarder(const Ptr<Ovix::PluginManager>& manager, ForwardingTables& 
 }
 
 void Forwarder::receive(const Frame& frame) {
+    assert(frame.originalLength >= frame.bytes.size());
+    assert(frame.port < tables_->ports.ports().size());
     in_.add(frame.bytes.size());
     counters_->forgetLast();
     current_ = {&frame, 0};
@@ -74,6 +77,7 @@ Fate Forwarder::process(const Frame& received) {
 // The modified packet now counts as the received frame. Its bytes are kept, since rewrites change
 // the packet while copies are made of the frame and the CPU gets it unchanged.
 void Forwarder::replaceFrame(const Ovix::PacketContext& modified) {
+    assert(current_.frame != nullptr);
     const std::span<const std::uint8_t> bytes = modified.pkt()->data();
     const Frame& old = *current_.frame;
     const auto snapped = static_cast<std::uint32_t>(old.originalLength - old.bytes.size());
@@ -142,6 +146,7 @@ Fate Forwarder::route(const Frame& frame, const Ptr<Ovix::PacketContext>& packet
 // The packets that the plugin has sent to the CPU are copies of the frame like those for its next
 // hops; without next hops the first of them counts as the frame itself.
 void Forwarder::countDelivered(std::size_t nexthops) {
+    assert(current_.toCpu > 0);
     for (std::uint64_t i = 0; i < current_.toCpu; ++i) {
         fates_->count(puntedCategory, module, Reason::delivered);
     }

@@ -1,5 +1,6 @@
 #include "Forwarding/PluginHost.h"
 
+#include <cassert>
 #include <filesystem>
 
 #include "Plugin/Library.h"
@@ -39,6 +40,7 @@ void activatePlugins(const Ptr<Ovix::PluginContext>& context) {
 namespace {
 
 Frame asFrame(const CurrentFrame& current, std::span<const std::uint8_t> bytes) {
+    assert(current.frame != nullptr);
     return {current.frame->port, current.frame->time, bytes,
             static_cast<std::uint32_t>(bytes.size())};
 }

@@ -55,6 +55,7 @@ std::string_view IpPacket::fault(std::size_t snapped) const noexcept {
 }
 
 std::size_t IpPacket::length() const noexcept {
+    assert(isIp(type));
     if (type == Ovix::PktHdrType::ipv4) {
         return Wire::Ipv4(bytes).totalLength();
     }
@@ -68,12 +69,14 @@ std::uint8_t IpPacket::ttl() const noexcept {
 }
 
 Lumo::IpGenAddr IpPacket::source() const noexcept {
+    assert(Ovix::TtlBytes::whole(type, bytes));
     return type == Ovix::PktHdrType::ipv4
                ? Lumo::IpGenAddr::ipv4(bytes.data() + Wire::Ipv4::sourceAt)
                : Lumo::IpGenAddr::ipv6(bytes.data() + Wire::Ipv6::sourceAt);
 }
 
 Lumo::IpGenAddr IpPacket::destination() const noexcept {
+    assert(Ovix::TtlBytes::whole(type, bytes));
     return type == Ovix::PktHdrType::ipv4
                ? Lumo::IpGenAddr::ipv4(bytes.data() + Wire::Ipv4::destinationAt)
                : Lumo::IpGenAddr::ipv6(bytes.data() + Wire::Ipv6::destinationAt);

@@ -1,5 +1,7 @@
 #include "Ip/IpRouter.h"
 
+#include <cassert>
+
 #include "Ip/IpPacket.h"
 #include "Ip/IpScope.h"
 #include "Ovix/packet/TtlBytes.h"
@@ -71,6 +73,7 @@ Fate IpRouter::route(const Fib& fib, const Lumo::IpGenAddr& address, Ovix::Packe
 
 Fate IpRouter::follow(const IpRoute& route, Ovix::PacketContext& packet,
                       const Lumo::IpGenAddr& address, Egress& egress) const {
+    assert(!route.isLocal());
     if (route.drops()) {
         return drop(Reason::droppingRoute);
     }
@@ -90,6 +93,7 @@ Fate IpRouter::follow(const IpRoute& route, Ovix::PacketContext& packet,
 }
 
 void decrementIpTtl(Ovix::PacketContext& packet) noexcept {
+    assert(isIp(packet.outerType()));
     if (packet.ttlDecremented()) {
         return;
     }

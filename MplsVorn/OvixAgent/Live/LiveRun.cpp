@@ -12,7 +12,7 @@ namespace OvixAgent {
 
 namespace {
 
-/// As many frames of one port as are handled before the others have their turn.
+/// The most frames of one port before the others are served.
 constexpr std::size_t framesPerTurn = 256;
 constexpr int idleMs = 100;
 
@@ -25,7 +25,7 @@ int signalDescriptor() {
     sigprocmask(SIG_BLOCK, &signals, nullptr);
     const int descriptor = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
     if (descriptor < 0) {
-        throw std::system_error(errno, std::generic_category(), "cannot take signals");
+        throw std::system_error(errno, std::generic_category(), "cannot receive signals");
     }
     return descriptor;
 }
@@ -35,19 +35,19 @@ int signalDescriptor() {
 LiveRun::LiveRun(const Parts& parts) : parts_(parts), signals_(signalDescriptor()) {}
 
 void LiveRun::run(const std::function<void()>& reload,
-                  const std::function<void(const std::string&)>& tell) {
+                  const std::function<void(const std::string&)>& report) {
     do {
         wait();
         parts_.links->receive();
         takeFrames();
         refresh();
-        everySecond(tell);
+        everySecond(report);
     } while (takeSignals(reload));
     drain();
     parts_.ports->flush();
 }
 
-// What lies in a receive ring may be handed over only a millisecond after it has come.
+// The kernel may release received frames only after a millisecond.
 void LiveRun::drain() {
     using namespace std::chrono_literals;
     for (const auto& port : parts_.ports->all()) {
@@ -72,14 +72,14 @@ void LiveRun::wait() {
     for (const auto& port : parts_.ports->all()) {
         waiting_.push_back({port->descriptor(), POLLIN, 0});
     }
-    poll(waiting_.data(), waiting_.size(), hasMore_ ? 0 : idleMs); // what interrupts it, is seen to
+    poll(waiting_.data(), waiting_.size(), hasMore_ ? 0 : idleMs); // an interruption is harmless
     hasMore_ = false;
     if (parts_.control != nullptr && waiting_[2].revents != 0) {
         parts_.control->serve();
     }
 }
 
-/// How many there were.
+/// Returns the number of frames.
 std::size_t LiveRun::takeFrames() {
     std::size_t taken = 0;
     const auto visitor = [this](const Frame& frame) { forward(frame); };
@@ -103,7 +103,7 @@ void LiveRun::forward(const Frame& frame) {
             parts_.forwarder->receive(frame);
             return;
         } catch (const Tessel::SnapshotLost&) {
-            // The process was held up for so long that what it read from has been replaced.
+            // The generation was overwritten while it was read: refresh and try again.
         }
     }
 }
@@ -116,18 +116,18 @@ void LiveRun::refresh() {
     parts_.links->solicit(LinkSync::Clock::now());
 }
 
-void LiveRun::everySecond(const std::function<void(const std::string&)>& tell) {
+void LiveRun::everySecond(const std::function<void(const std::string&)>& report) {
     const auto now = LinkSync::Clock::now();
-    if (now - lookedAt_ >= std::chrono::seconds(1)) {
-        lookedAt_ = now;
+    if (now - checkedAt_ >= std::chrono::seconds(1)) {
+        checkedAt_ = now;
         parts_.ports->reopen();
         for (const std::string& news : parts_.ports->news()) {
-            tell(news);
+            report(news);
         }
     }
 }
 
-/// False when the run is to end.
+/// False when the run ends.
 bool LiveRun::takeSignals(const std::function<void()>& reload) {
     signalfd_siginfo signal{};
     while (read(signals_.value(), &signal, sizeof signal) == ssize_t{sizeof signal}) {

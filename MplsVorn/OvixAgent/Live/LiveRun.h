@@ -17,7 +17,7 @@
 
 namespace OvixAgent {
 
-/// The loop of a run on live ports: frames, link changes, requests and signals, whichever comes.
+/// The loop of a live run: frames, link changes, control requests and signals.
 class LiveRun {
   public:
     /// Everything must outlive it; `ipRoutes` and `control` may be null.
@@ -31,13 +31,13 @@ class LiveRun {
         ControlServer* control;
     };
 
-    /// From here on SIGINT, SIGTERM and SIGHUP are dealt with by `run`. Throws std::system_error.
+    /// Blocks SIGINT, SIGTERM and SIGHUP, which `run` handles. Throws std::system_error.
     explicit LiveRun(const Parts& parts);
 
-    /// Forwards until SIGINT or SIGTERM; then what had come in has been forwarded, too. SIGHUP
-    /// calls `reload`; `tell` hears of ports that cannot be opened, and are open again.
+    /// Forwards until SIGINT or SIGTERM, and then the frames received so far. SIGHUP calls
+    /// `reload`; `report` is called when a port cannot be opened or is open again.
     void run(const std::function<void()>& reload,
-             const std::function<void(const std::string&)>& tell);
+             const std::function<void(const std::string&)>& report);
 
   private:
     void wait();
@@ -46,12 +46,12 @@ class LiveRun {
     void drain();
     void forward(const Frame& frame);
     void refresh();
-    void everySecond(const std::function<void(const std::string&)>& tell);
+    void everySecond(const std::function<void(const std::string&)>& report);
 
     Parts parts_;
     Posix::FileDescriptor signals_;
-    bool hasMore_ = false; ///< frames or changes that need no waiting for
-    LinkSync::Clock::time_point lookedAt_;
+    bool hasMore_ = false; ///< frames or changes are pending
+    LinkSync::Clock::time_point checkedAt_;
     std::vector<pollfd> waiting_;
 };
 

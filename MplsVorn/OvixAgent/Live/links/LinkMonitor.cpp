@@ -1,5 +1,6 @@
 #include "Live/links/LinkMonitor.h"
 
+#include <cassert>
 #include <cerrno>
 #include <libmnl/libmnl.h>
 #include <linux/neighbour.h>
@@ -34,45 +35,46 @@ LinkMonitor::LinkMonitor(LinkEvents events)
     if (!socket_) {
         Posix::fail("opening a netlink socket");
     }
-    // Without the privilege, overruns come earlier.
+    // Fails without the privilege; overruns are then more frequent.
     setsockopt(descriptor(), SOL_SOCKET, SO_RCVBUFFORCE, &receiveBuffer, sizeof receiveBuffer);
     if (mnl_socket_bind(socket_.get(), group(RTNLGRP_LINK) | group(RTNLGRP_NEIGH),
                         MNL_SOCKET_AUTOPID) != 0) {
         Posix::fail("joining the groups of link and neighbour events");
     }
-    askAnew();
+    requestAll();
 }
 
 int LinkMonitor::descriptor() const noexcept {
     return mnl_socket_get_fd(socket_.get());
 }
 
-// One question at a time: the kernel takes no second one before the first is answered.
-void LinkMonitor::askAnew() {
-    if (asking_ != Asking::nothing) {
-        mustAskAgain_ = true;
+// One request at a time: the kernel accepts no second dump before the first has ended.
+void LinkMonitor::requestAll() {
+    if (requested_ != Request::nothing) {
+        mustRepeat_ = true;
         return;
     }
-    mustAskAgain_ = false;
+    mustRepeat_ = false;
     table_.startConfirming();
-    ask(Asking::links);
+    request(Request::links);
 }
 
-void LinkMonitor::ask(Asking what) {
+void LinkMonitor::request(Request what) {
+    assert(what != Request::nothing && requested_ == Request::nothing);
     struct {
         nlmsghdr header;
         rtgenmsg about;
-    } request{};
-    request.header.nlmsg_len = NLMSG_LENGTH(sizeof request.about);
-    request.header.nlmsg_type = what == Asking::links ? RTM_GETLINK : RTM_GETNEIGH;
-    request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
-    request.header.nlmsg_seq = ++sequence_;
-    request.about.rtgen_family = AF_UNSPEC;
-    if (mnl_socket_sendto(socket_.get(), &request, request.header.nlmsg_len) < 0) {
-        Posix::fail("asking for links and neighbours");
+    } message{};
+    message.header.nlmsg_len = NLMSG_LENGTH(sizeof message.about);
+    message.header.nlmsg_type = what == Request::links ? RTM_GETLINK : RTM_GETNEIGH;
+    message.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+    message.header.nlmsg_seq = ++sequence_;
+    message.about.rtgen_family = AF_UNSPEC;
+    if (mnl_socket_sendto(socket_.get(), &message, message.header.nlmsg_len) < 0) {
+        Posix::fail("requesting links and neighbours");
     }
-    askedBy_ = sequence_;
-    asking_ = what;
+    requestSequence_ = sequence_;
+    requested_ = what;
 }
 
 void LinkMonitor::receive() {
@@ -82,9 +84,9 @@ void LinkMonitor::receive() {
             take({buffer_.data(), static_cast<std::size_t>(size)});
         } else if (errno == EAGAIN) {
             return;
-        } else if (errno == ENOBUFS || errno == ENOSPC) { // events lost, or one cut off
+        } else if (errno == ENOBUFS || errno == ENOSPC) { // messages lost or truncated
             ++overruns_;
-            askAnew();
+            requestAll();
         } else if (errno != EINTR) {
             Posix::fail("receiving link and neighbour events");
         }
@@ -102,7 +104,7 @@ void LinkMonitor::take(std::span<const std::uint8_t> messages) {
 
 void LinkMonitor::take(const nlmsghdr& message) {
     if ((message.nlmsg_flags & NLM_F_DUMP_INTR) != 0) {
-        mustAskAgain_ = true;
+        mustRepeat_ = true;
     }
     switch (message.nlmsg_type) {
     case NLMSG_ERROR:
@@ -144,20 +146,19 @@ void LinkMonitor::takeError(const nlmsghdr& message) {
     if (error.error == 0) {
         return;
     }
-    if (error.msg.nlmsg_seq == askedBy_ && asking_ != Asking::nothing) {
-        errno = -error.error;
-        Posix::fail("the kernel does not tell its links and neighbours");
+    if (error.msg.nlmsg_seq == requestSequence_ && requested_ != Request::nothing) {
+        Posix::fail("the kernel refused to report links and neighbours", -error.error);
     }
     ++refusedSolicits_;
 }
 
 void LinkMonitor::takeEnd() {
-    const Asking answered = std::exchange(asking_, Asking::nothing);
-    if (mustAskAgain_) {
-        askAnew();
-    } else if (answered == Asking::links) {
-        ask(Asking::neighbours);
-    } else if (answered == Asking::neighbours) {
+    const Request answered = std::exchange(requested_, Request::nothing);
+    if (mustRepeat_) {
+        requestAll();
+    } else if (answered == Request::links) {
+        request(Request::neighbours);
+    } else if (answered == Request::neighbours) {
         table_.delUnconfirmed();
     }
 }

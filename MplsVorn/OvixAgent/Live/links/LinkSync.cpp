@@ -1,5 +1,6 @@
 #include "Live/links/LinkSync.h"
 
+#include <cassert>
 #include <fmt/format.h>
 
 namespace OvixAgent {
@@ -7,12 +8,13 @@ namespace OvixAgent {
 namespace {
 
 IpAddress toIpAddress(const Lumo::IpGenAddr& address) {
-    IpAddress made;
+    IpAddress result;
     const bool isIpv4 = address.family() == Lumo::IpFamily::ipv4;
-    made.family = isIpv4 ? IpAddress::Family::ipv4 : IpAddress::Family::ipv6;
+    result.family = isIpv4 ? IpAddress::Family::ipv4 : IpAddress::Family::ipv6;
     std::copy_n(address.bytes().begin(),
-                isIpv4 ? Lumo::IpGenAddr::ipv4Size : Lumo::IpGenAddr::ipv6Size, made.bytes.begin());
-    return made;
+                isIpv4 ? Lumo::IpGenAddr::ipv4Size : Lumo::IpGenAddr::ipv6Size,
+                result.bytes.begin());
+    return result;
 }
 
 } // namespace
@@ -29,6 +31,7 @@ LinkSync::LinkSync(const AgentConfig& config, ForwardingTables& forwarding,
 }
 
 void LinkSync::configure(const AgentConfig& config) {
+    assert(config.ports.size() == ofPort_.size());
     for (PortIndex i = 0; i < ofPort_.size(); ++i) {
         ofPort_[i].isEnabled = config.ports[i].isUp;
         upIs(i, ofPort_[i].isLinkUp);
@@ -50,7 +53,7 @@ void LinkSync::linkIs(const LinkState& link) {
         if (port.name != link.name) {
             continue;
         }
-        const bool isGrown = link.mtu > port.mtu;
+        const bool isMtuGreater = link.mtu > port.mtu;
         if (!ofPort_[i].ownMac) {
             port.mac = link.mac;
         }
@@ -58,7 +61,7 @@ void LinkSync::linkIs(const LinkState& link) {
             port.mtu = link.mtu;
         }
         LivePort& live = ports_->port(i);
-        if (!live.isOpen() || ofPort_[i].link != link.index || isGrown) {
+        if (!live.isOpen() || ofPort_[i].link != link.index || isMtuGreater) {
             live.reopen();
         }
         ofPort_[i].link = link.index;
@@ -70,11 +73,13 @@ void LinkSync::linkDel(const LinkState& link) {
     if (const auto port = portOf(link.index)) {
         upIs(*port, false);
         ofPort_[*port].link = 0;
-        ports_->port(*port).receive([](const Frame&) {}, 1); // notices that it is gone
+        ports_->port(*port).receive([](const Frame&) {},
+                                    1); // notices that the interface was removed
     }
 }
 
 void LinkSync::upIs(PortIndex index, bool up) {
+    assert(index < ofPort_.size());
     Port& port = forwarding_->ports.ports()[index];
     ofPort_[index].isLinkUp = up;
     port.isUp = up && ofPort_[index].isEnabled;
@@ -102,7 +107,7 @@ void LinkSync::neighbourIs(const NeighbourState& neighbour) {
     }
     forwarding_->neighbours.learn(address, *port, *neighbour.mac);
     if (neighbour.reach == NeighbourState::Reach::stale) {
-        // Frames of ours do not tell the kernel that the neighbour is in use.
+        // The agent's frames do not make the kernel confirm the neighbour.
         forwarding_->neighbours.want(address, *port);
     }
 }
@@ -116,14 +121,15 @@ void LinkSync::neighbourDel(const NeighbourState& neighbour) {
 void LinkSync::solicit(Clock::time_point now) {
     for (const Neighbours::Wanted& wanted : forwarding_->neighbours.takeWanted()) {
         const std::uint32_t link = ofPort_[wanted.port].link;
-        Clock::time_point& asked = asked_[fmt::format("{} {}", wanted.port, wanted.address.text())];
-        if (link != 0 && now - asked >= std::chrono::seconds(1)) {
-            asked = now;
+        Clock::time_point& last =
+            solicited_[fmt::format("{} {}", wanted.port, wanted.address.text())];
+        if (link != 0 && now - last >= std::chrono::seconds(1)) {
+            last = now;
             monitor_.solicit(link, toIpAddress(wanted.address));
         }
     }
-    if (asked_.size() > 65536) { // addresses come from frames, and anybody sends frames
-        asked_.clear();
+    if (solicited_.size() > 65536) { // bounded: frames may name any number of addresses
+        solicited_.clear();
     }
 }
 

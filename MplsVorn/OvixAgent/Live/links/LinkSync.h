@@ -10,8 +10,8 @@
 
 namespace OvixAgent {
 
-/// Keeps the ports, the interface status that plugins read, and the neighbours as the kernel says
-/// they are; and has the kernel look for neighbours that frames wanted.
+/// Keeps the ports, the interface status for plugins and the neighbours in sync with the kernel,
+/// and makes the kernel resolve the neighbours that frames need.
 class LinkSync {
   public:
     using Clock = std::chrono::steady_clock;
@@ -20,24 +20,24 @@ class LinkSync {
     LinkSync(const AgentConfig& config, ForwardingTables& forwarding,
              Ptr<Interface::EthIntfStatusDir> interfaces, LivePorts& ports);
 
-    /// What to poll for input of `receive`.
+    /// To be polled for input of `receive`.
     int descriptor() const noexcept { return monitor_.descriptor(); }
     void receive() { monitor_.receive(); }
-    /// Whether the kernel has told of everything once.
+    /// Whether the kernel has reported everything once.
     bool isComplete() const noexcept { return monitor_.isComplete(); }
 
-    /// Asks for the neighbours that have been wanted, each at most once a second.
+    /// Solicits the neighbours that frames need, each at most once a second.
     void solicit(Clock::time_point now);
-    /// Takes over which ports the configuration, whose ports are the same, says are down.
+    /// Takes the status of the ports from the configuration, whose ports must be the same.
     void configure(const AgentConfig& config);
 
   private:
     struct OfPort {
-        std::uint32_t link = 0; ///< index of the interface; 0: not there
-        bool ownMac = false;    ///< the configuration says which
-        bool ownMtu = false;
-        bool isEnabled = true; ///< by the configuration
-        bool isLinkUp = false; ///< as the kernel says
+        std::uint32_t link = 0; ///< index of the interface; 0: none
+        bool ownMac = false;    ///< configured
+        bool ownMtu = false;    ///< configured
+        bool isEnabled = true;  ///< by the configuration
+        bool isLinkUp = false;  ///< by the kernel
     };
 
     LinkEvents events();
@@ -52,7 +52,7 @@ class LinkSync {
     Ptr<Interface::EthIntfStatusDir> interfaces_;
     LivePorts* ports_;
     std::vector<OfPort> ofPort_;
-    std::unordered_map<std::string, Clock::time_point> asked_;
+    std::unordered_map<std::string, Clock::time_point> solicited_;
     LinkMonitor monitor_;
 };
 

@@ -15,7 +15,7 @@ void LinkTable::is(Map& known, const typename Map::key_type& key, const Value& v
     }
 }
 
-// The entry is gone before anybody hears of it, so that looking it up then finds nothing.
+// The entry is removed before the event, which must not find it.
 template <typename Map, typename Event>
 void LinkTable::del(Map& known, const typename Map::key_type& key, const Event& event) {
     if (const auto node = known.extract(key)) {

@@ -10,7 +10,7 @@
 
 namespace OvixAgent {
 
-/// Hears of what changes. A function that is not needed stays as it is.
+/// Called for changes. Unset functions do nothing.
 struct LinkEvents {
     std::function<void(const LinkState&)> linkIs = [](const LinkState&) {};
     std::function<void(const LinkState&)> linkDel = [](const LinkState&) {};
@@ -18,7 +18,7 @@ struct LinkEvents {
     std::function<void(const NeighbourState&)> neighbourDel = [](const NeighbourState&) {};
 };
 
-/// The links and neighbours that the kernel has told of. Equal values are published once.
+/// The links and neighbours that the kernel has reported. Equal values are published once.
 class LinkTable {
   public:
     explicit LinkTable(LinkEvents events) : events_(std::move(events)) {}
@@ -28,9 +28,9 @@ class LinkTable {
     void neighbourIs(const NeighbourState& neighbour);
     void neighbourDel(const NeighbourState& neighbour);
 
-    /// From here on, whatever is told is confirmed.
+    /// Values reported from now on are confirmed.
     void startConfirming() noexcept { ++round_; }
-    /// Deletes what has not been confirmed since.
+    /// Deletes all others.
     void delUnconfirmed();
 
     /// Null when there is none.

@@ -1,6 +1,7 @@
 #include "Live/ports/FrameSegments.h"
 
 #include <algorithm>
+#include <cassert>
 
 #include "Wire/Ip.h"
 #include "Wire/Transport.h"
@@ -26,7 +27,9 @@ bool FrameSegments::start(std::span<std::uint8_t> frame, const OffloadedWork& wo
 }
 
 void FrameSegments::cut(Frame& frame) noexcept {
+    assert(left_ > 0);
     const std::size_t at = layout_.payload + done_ * layout_.segmentSize;
+    assert(at <= layout_.end);
     const std::size_t size = layout_.payload + std::min(layout_.segmentSize, layout_.end - at);
     std::uint8_t* const start = bytes_ + (at - layout_.payload);
     std::copy_n(headers_.data(), layout_.payload, start);

@@ -90,10 +90,10 @@ bool isInterface(const std::string& name) noexcept {
     return name == request.ifr_name && isDone(SIOCGIFINDEX, request);
 }
 
-bool countWhatIsWrong(unsigned int index, LiveCounts& counts) noexcept {
-    const bool isThere = isInterface(index);
-    counts.add(isThere ? LiveEvent::linkDown : LiveEvent::interfaceGone);
-    return isThere;
+bool countSocketFailure(unsigned int index, LiveCounts& counts) noexcept {
+    const bool exists = isInterface(index);
+    counts.add(exists ? LiveEvent::linkDown : LiveEvent::interfaceGone);
+    return exists;
 }
 
 void bringUp(const std::string& name) {

@@ -35,7 +35,7 @@ bool isLabelled(Wire::Bytes frame) noexcept {
     return Wire::EtherType::isMpls(walk.etherType());
 }
 
-/// Takes what is punted, and hands labelled frames to a TAP device, if there is one.
+/// Sends labelled punted frames to a TAP device, if there is one.
 class CpuPort : public TransmitPort {
   public:
     explicit CpuPort(TapPort* tap) : tap_(tap) {}
@@ -57,7 +57,7 @@ LivePorts::LivePorts(const AgentConfig& config, PortTable& table)
     for (PortIndex i = 0; i < config.ports.size(); ++i) {
         ports_.push_back(open(config.ports[i], i));
         table.ports()[i].out = ports_.back().get();
-        table.ports()[i].isUp = false; // until the kernel tells of the link
+        table.ports()[i].isUp = false; // until the kernel reports the link
     }
 }
 
@@ -106,18 +106,18 @@ std::vector<std::string> LivePorts::problems() const {
 
 std::vector<std::string> LivePorts::news() {
     std::vector<std::string> all;
-    const auto tell = [&](std::string& told, const LivePort& port) {
-        if (told != port.problem()) {
-            told = port.problem();
-            all.push_back(told.empty() ? port.name() + ": open" : told);
+    const auto report = [&](std::string& reported, const LivePort& port) {
+        if (reported != port.problem()) {
+            reported = port.problem();
+            all.push_back(reported.empty() ? port.name() + ": open" : reported);
         }
     };
-    told_.resize(ports_.size() + 1);
+    reported_.resize(ports_.size() + 1);
     for (std::size_t i = 0; i < ports_.size(); ++i) {
-        tell(told_[i], *ports_[i]);
+        report(reported_[i], *ports_[i]);
     }
     if (cpuTap_) {
-        tell(told_.back(), *cpuTap_);
+        report(reported_.back(), *cpuTap_);
     }
     return all;
 }
@@ -134,10 +134,11 @@ void LivePorts::reopen() {
 }
 
 std::vector<std::pair<std::string, std::uint64_t>> LivePorts::events() const {
+    constexpr auto firstTrouble = static_cast<std::size_t>(LiveEvent::ringFull);
     std::vector<std::pair<std::string, std::uint64_t>> all;
     for (const auto& port : ports_) {
         const LiveCounts& counts = port->counts();
-        for (std::size_t i = 2; i < liveEventNames.size(); ++i) {
+        for (std::size_t i = firstTrouble; i < liveEventNames.size(); ++i) {
             const std::uint64_t count = counts.of(static_cast<LiveEvent>(i));
             if (count > 0) {
                 all.emplace_back(fmt::format("{}: {}", port->name(), liveEventNames[i]), count);

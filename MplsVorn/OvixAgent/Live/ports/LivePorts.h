@@ -10,11 +10,11 @@
 
 namespace OvixAgent {
 
-/// The ports of a live run, in the order of the configuration, and the way to the CPU.
+/// The ports of a live run, in the order of the configuration, and the CPU port.
 class LivePorts {
   public:
-    /// Opens what is there; a port whose interface comes later is opened then. Connects the ports
-    /// of the table with them.
+    /// Opens the ports, except those whose interfaces do not exist yet. The ports of the table
+    /// transmit to them.
     LivePorts(const AgentConfig& config, PortTable& table);
 
     std::vector<std::unique_ptr<LivePort>>& all() noexcept { return ports_; }
@@ -22,29 +22,29 @@ class LivePorts {
     /// Null when no port has the interface.
     LivePort* find(const std::string& interface) const;
 
-    /// Takes punted frames: labelled ones go to the TAP device, if there is one. An IP frame that
-    /// came in at a packet port has been received by the host's own stack, too, which answers it.
+    /// Sends labelled punted frames to the TAP device, if there is one. IP frames of a packet port
+    /// have also been received by the host's own stack, which answers them.
     TransmitPort& cpu() noexcept { return *cpu_; }
 
-    /// Tries again to open what is not open.
+    /// Tries to open the closed ports.
     void reopen();
     void flush();
-    /// Throws std::runtime_error when none is open, and that is not only because there is no such
-    /// interface yet.
+    /// Throws std::runtime_error when no port is open, unless only because the interfaces do not
+    /// exist yet.
     void requireUsable() const;
-    /// Why ports, and the TAP device toward the CPU, are not open.
+    /// Why ports, and the TAP device of the CPU port, are not open.
     std::vector<std::string> problems() const;
-    /// Problems that there were not at the last call, and ports that are open again.
+    /// Problems since the last call, and ports that are open again.
     std::vector<std::string> news();
 
-    /// What has happened beside receiving and sending, as "PORT: WHAT" and how often.
+    /// Counts of events other than received and sent, as "PORT: EVENT".
     std::vector<std::pair<std::string, std::uint64_t>> events() const;
 
   private:
     std::vector<std::unique_ptr<LivePort>> ports_;
-    std::unique_ptr<TapPort> cpuTap_; ///< null: the configuration names none
+    std::unique_ptr<TapPort> cpuTap_; ///< null when the configuration has none
     std::unique_ptr<TransmitPort> cpu_;
-    std::vector<std::string> told_; ///< the problem of each port, when news were last asked for
+    std::vector<std::string> reported_; ///< the problem of each port at the last news()
 };
 
 } // namespace OvixAgent

@@ -27,8 +27,8 @@ bool PacketPort::reopen() {
     return isOpen();
 }
 
-// Protocol 0: the socket is to send, and hears nothing. Its buffer is larger than what the
-// interface's own queue holds, so that a queue that is full refuses single frames.
+// Protocol 0: the socket receives nothing. Its buffer is larger than the interface's queue, so that
+// a full queue refuses single frames.
 void PacketPort::openSender() {
     constexpr int bufferBytes = 1 << 23;
     sender_ = Posix::FileDescriptor(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
@@ -41,7 +41,7 @@ void PacketPort::openSender() {
     }
     if (setsockopt(sender_.value(), SOL_SOCKET, SO_SNDBUFFORCE, &bufferBytes, sizeof bufferBytes) !=
         0) {
-        // What the kernel allows without that privilege has to do.
+        // Without the privilege the kernel limits the size.
         setsockopt(sender_.value(), SOL_SOCKET, SO_SNDBUF, &bufferBytes, sizeof bufferBytes);
     }
 }
@@ -66,7 +66,7 @@ std::size_t PacketPort::receive(const FrameVisitor& visitor, std::size_t budget)
     while (received < budget) {
         if (!segments_.next(frame)) {
             if (!ring_->next(inRing)) {
-                seeWhatIsWrong();
+                checkSocket();
                 break;
             }
             if (inRing.offloaded.segmentation != 0) {
@@ -88,9 +88,9 @@ void PacketPort::stopIntake() {
     }
 }
 
-void PacketPort::seeWhatIsWrong() {
-    if (ring_->takeError() != 0 && !countWhatIsWrong(interfaceIndex_, counts_)) {
-        shut(name_ + ": the interface is gone");
+void PacketPort::checkSocket() {
+    if (ring_->takeError() != 0 && !countSocketFailure(interfaceIndex_, counts_)) {
+        shut(name_ + ": the interface was removed");
     }
 }
 

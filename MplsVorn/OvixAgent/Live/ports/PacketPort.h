@@ -12,17 +12,17 @@
 
 namespace OvixAgent {
 
-/// A port on a network interface through packet sockets: one with a receive ring, and one to send
-/// on, which hears nothing. What the host itself sends on the interface is not received.
+/// A port on a network interface by two packet sockets: one with a receive ring, and one that only
+/// sends. Frames that the host itself sends on the interface are not received.
 ///
-/// The interface's own settings are left alone. It hands on frames of several segments when it
-/// merges what it receives (GRO), or when a sender on the other end of a virtual link leaves
-/// cutting them up to the hardware (TSO, GSO). They are cut up here, into the frames that a wire
-/// carries; those that cannot be, such as jumbograms, are counted and dropped.
+/// The interface's settings are not changed. It delivers frames of several segments when it merges
+/// received frames (GRO), or when a sender on the other end of a virtual link leaves segmentation
+/// to the hardware (TSO, GSO). They are cut into wire frames here; those that cannot be, such as
+/// jumbograms, are counted and dropped.
 class PacketPort final : public LivePort {
   public:
-    /// `index` is handed on in every frame. When the interface cannot be used, the port is not
-    /// open.
+    /// `index` becomes the port of every frame. The port is closed when the interface cannot be
+    /// used.
     PacketPort(PortIndex index, std::string interfaceName, PacketIntake intake);
 
     const std::string& name() const noexcept override { return name_; }
@@ -41,14 +41,14 @@ class PacketPort final : public LivePort {
   private:
     void shut(std::string problem);
     void openSender();
-    void seeWhatIsWrong();
+    void checkSocket();
 
     PortIndex index_;
     std::string name_;
     PacketIntake intake_;
     unsigned int interfaceIndex_ = 0;
     std::optional<PacketRing> ring_;
-    FrameSegments segments_; ///< what is left of a frame in the ring
+    FrameSegments segments_; ///< of the current frame in the ring
     Posix::FileDescriptor sender_;
     LiveCounts counts_;
     SendQueue queue_{counts_};

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <atomic>
+#include <cassert>
 #include <cerrno>
 #include <cstring>
 #include <linux/if_ether.h>
@@ -16,10 +17,9 @@ namespace OvixAgent {
 
 namespace {
 
-// A block holds any frame of an IP packet, and so whatever the kernel merges: up to 64 KiB. It is
-// handed over a millisecond after its first frame however little it holds, so that with sparse
-// traffic the ring lasts for as many milliseconds as it has blocks: 256, which a busy host may well
-// keep us waiting. At 10 Gbit/s it lasts for 26.
+// A block has room for the largest merged frame, 64 KiB. The kernel releases it a millisecond after
+// its first frame even if it is nearly empty, so with sparse traffic 256 blocks last for 256 ms, a
+// delay that is possible on a busy host. At 10 Gbit/s they last for 26 ms.
 constexpr std::uint32_t blockBytes = 1U << 17U;
 constexpr std::uint32_t blocks = 256;
 constexpr std::size_t ringBytes = std::size_t{blockBytes} * blocks;
@@ -50,13 +50,13 @@ void bindTo(int socket, unsigned int interfaceIndex) {
     }
 }
 
-/// An attachment circuit carries frames of any station. The kernel keeps count of who asks for
-/// this, and forgets it with the socket.
-void takeAllStations(int socket, unsigned int interfaceIndex) {
+/// Frames of an attachment circuit are addressed to any station. The kernel ends this with the
+/// socket.
+void receiveAllStations(int socket, unsigned int interfaceIndex) {
     packet_mreq request{};
     request.mr_ifindex = static_cast<int>(interfaceIndex);
     request.mr_type = PACKET_MR_PROMISC;
-    setOption(socket, PACKET_ADD_MEMBERSHIP, request, "taking in the frames of all stations");
+    setOption(socket, PACKET_ADD_MEMBERSHIP, request, "receiving the frames of all stations");
 }
 
 std::atomic_ref<std::uint32_t> statusOf(tpacket_block_desc& block) noexcept {
@@ -65,8 +65,8 @@ std::atomic_ref<std::uint32_t> statusOf(tpacket_block_desc& block) noexcept {
 
 } // namespace
 
-// The socket hears nothing until it is bound, so that no frame comes past the filter. Bound to all
-// protocols, since one bound to MPLS would not be told the tag of a frame.
+// The socket receives nothing until it is bound, so that no frame passes before the filter. It is
+// bound to all protocols, since a socket bound to MPLS does not get the tags.
 PacketRing::PacketRing(unsigned int interfaceIndex, PacketIntake intake)
     : socket_(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
     const int descriptor = socket_.value();
@@ -74,15 +74,15 @@ PacketRing::PacketRing(unsigned int interfaceIndex, PacketIntake intake)
         Posix::fail("opening a packet socket");
     }
     setOption(descriptor, PACKET_VERSION, int{TPACKET_V3}, "choosing TPACKET_V3");
-    setOption(descriptor, PACKET_AUXDATA, 1, "asking for tags");
+    setOption(descriptor, PACKET_AUXDATA, 1, "requesting tags");
     setOption(descriptor, PACKET_IGNORE_OUTGOING, 1, "ignoring what is sent");
-    setOption(descriptor, PACKET_VNET_HDR, 1, "asking for unfinished checksums");
+    setOption(descriptor, PACKET_VNET_HDR, 1, "requesting offload information");
     filter(descriptor, intake);
     map();
     try {
         bindTo(descriptor, interfaceIndex);
         if (intake == PacketIntake::everything) {
-            takeAllStations(descriptor, interfaceIndex);
+            receiveAllStations(descriptor, interfaceIndex);
         }
     } catch (...) {
         munmap(memory_, ringBytes);
@@ -101,7 +101,7 @@ void PacketRing::map() {
     request.tp_frame_size = blockBytes;
     request.tp_frame_nr = blocks;
     request.tp_retire_blk_tov = longestWaitMilliseconds;
-    setOption(socket_.value(), PACKET_RX_RING, request, "making the receive ring");
+    setOption(socket_.value(), PACKET_RX_RING, request, "creating the receive ring");
     void* memory = mmap(nullptr, ringBytes, PROT_READ | PROT_WRITE, MAP_SHARED, socket_.value(), 0);
     if (memory == MAP_FAILED) {
         Posix::fail("mapping the receive ring");
@@ -114,6 +114,7 @@ tpacket_block_desc* PacketRing::block(std::uint32_t index) const noexcept {
 }
 
 bool PacketRing::takeBlock() noexcept {
+    assert(!isHeld_ && current_ < blocks);
     tpacket_block_desc& taken = *block(current_);
     if ((statusOf(taken).load(std::memory_order_acquire) & TP_STATUS_USER) == 0) {
         return false;
@@ -124,7 +125,8 @@ bool PacketRing::takeBlock() noexcept {
     return true;
 }
 
-void PacketRing::giveBlockBack() noexcept {
+void PacketRing::releaseBlock() noexcept {
+    assert(isHeld_ && left_ == 0);
     statusOf(*block(current_)).store(TP_STATUS_KERNEL, std::memory_order_release);
     isHeld_ = false;
     current_ = (current_ + 1) % blocks;
@@ -133,7 +135,7 @@ void PacketRing::giveBlockBack() noexcept {
 bool PacketRing::next(RingFrame& frame) noexcept {
     while (left_ == 0) {
         if (isHeld_) {
-            giveBlockBack();
+            releaseBlock();
         }
         if (!takeBlock()) {
             return false;

@@ -10,12 +10,12 @@
 
 namespace OvixAgent {
 
-/// What a sender on this host has left to the network hardware: the header that the kernel puts
-/// before a frame, as virtio network devices have it (virtio 1.1 section 5.1.6), in host byte
-/// order.
+/// What the sender of a frame has left to the network hardware: the header that the kernel puts
+/// before the frame, in the format of virtio network devices (virtio 1.2 section 5.1.6) in host
+/// byte order.
 struct OffloadedWork {
     std::uint8_t flags = 0;
-    std::uint8_t segmentation = 0; ///< 0: none, the frame is a frame
+    std::uint8_t segmentation = 0; ///< 0: none, this is a wire frame
     std::uint16_t headerLength = 0;
     std::uint16_t segmentSize = 0;
     std::uint16_t checksumStart = 0;
@@ -25,8 +25,8 @@ struct OffloadedWork {
 };
 static_assert(sizeof(OffloadedWork) == 10);
 
-/// A frame as it lies in the receive ring, with what the kernel says about it. The tag that it came
-/// with stands beside it; the four bytes before the frame may be written to.
+/// A frame in the receive ring with the kernel's metadata, which holds the frame's outermost tag.
+/// The four bytes before the frame may be overwritten.
 struct RingFrame {
     std::span<std::uint8_t> bytes;
     const tpacket3_hdr* header = nullptr;
@@ -34,10 +34,10 @@ struct RingFrame {
 };
 
 /// A packet socket with its receive ring (TPACKET_V3), bound to one interface. The kernel fills
-/// blocks of frames and hands over a block when it is full, or a millisecond after its first frame.
+/// blocks of frames and releases a block when it is full, or a millisecond after its first frame.
 class PacketRing {
   public:
-    /// Throws std::system_error, whose text says which step failed.
+    /// Throws std::system_error, whose text names the step that failed.
     PacketRing(unsigned int interfaceIndex, PacketIntake intake);
     PacketRing(const PacketRing&) = delete;
     PacketRing& operator=(const PacketRing&) = delete;
@@ -45,29 +45,29 @@ class PacketRing {
 
     int descriptor() const noexcept { return socket_.value(); }
 
-    /// The next frame, good until the following call; false when there is none for now. A block
-    /// goes back to the kernel with the first call past its last frame.
+    /// The next frame, valid until the following call; false when there is none now. A block is
+    /// released to the kernel by the first call after its last frame.
     bool next(RingFrame& frame) noexcept;
 
-    /// From now on no frame comes into the ring any more.
+    /// Stops receiving new frames.
     void stopIntake() noexcept;
 
-    /// What the kernel has dropped since the last call.
+    /// The number of frames that the kernel has dropped since the last call.
     std::uint64_t takeDrops() noexcept;
-    /// The error pending at the socket, which is cleared by this; 0 when there is none.
+    /// Clears and returns the pending error of the socket; 0 when there is none.
     int takeError() noexcept;
 
   private:
     tpacket_block_desc* block(std::uint32_t index) const noexcept;
     bool takeBlock() noexcept;
-    void giveBlockBack() noexcept;
+    void releaseBlock() noexcept;
     void map();
 
     Posix::FileDescriptor socket_;
     std::uint8_t* memory_ = nullptr;
-    std::uint32_t current_ = 0; ///< the block that is being read, or is to be read next
-    bool isHeld_ = false;       ///< whether that block is ours
-    std::uint32_t left_ = 0;    ///< frames of it that are still to be read
+    std::uint32_t current_ = 0; ///< the block being read, or to be read next
+    bool isHeld_ = false;       ///< whether that block is released by the kernel
+    std::uint32_t left_ = 0;    ///< frames of it to be read
     std::uint8_t* next_ = nullptr;
 };
 

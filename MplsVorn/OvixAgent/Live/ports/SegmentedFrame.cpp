@@ -1,5 +1,7 @@
 #include "Live/ports/SegmentedFrame.h"
 
+#include <cassert>
+
 #include "Ip/IpPacket.h"
 #include "Wire/Ethernet.h"
 #include "Wire/Ip.h"
@@ -126,6 +128,7 @@ std::optional<SegmentedFrame> readSegmentedFrame(Wire::Bytes frame,
         return std::nullopt;
     }
     found.payload = found.transport + size;
+    assert(found.payload <= found.end);
     found.segmentSize = work.segmentSize;
     found.pseudoHeader =
         Wire::pseudoHeaderSum(packet.source(), packet.destination(), next.protocol, 0);

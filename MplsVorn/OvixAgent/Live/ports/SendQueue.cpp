@@ -1,6 +1,7 @@
 #include "Live/ports/SendQueue.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 
 namespace OvixAgent {
@@ -28,21 +29,22 @@ void SendQueue::push(int socket, std::span<const std::uint8_t> frame) noexcept {
 }
 
 void SendQueue::flush(int socket) noexcept {
+    assert(first_ <= end_ && end_ <= maxFrames);
     while (first_ < end_) {
         const int sent = sendMany_(socket, &messages_[first_],
                                    static_cast<unsigned int>(end_ - first_), MSG_DONTWAIT);
         if (sent > 0) {
             counts_->add(LiveEvent::sent, static_cast<std::uint64_t>(sent));
             first_ += static_cast<std::size_t>(sent);
-        } else if (!goOnAfter(errno)) {
+        } else if (!continuesAfter(errno)) {
             break;
         }
     }
-    startAnewIfEmpty();
+    rewindIfEmpty();
 }
 
-// The error is that of the first frame: those before it have been reported as sent.
-bool SendQueue::goOnAfter(int error) noexcept {
+// The error is about the first frame: sendmmsg has reported those before it as sent.
+bool SendQueue::continuesAfter(int error) noexcept {
     switch (error) {
     case EINTR:
         counts_->add(LiveEvent::interrupted);
@@ -70,6 +72,7 @@ bool SendQueue::goOnAfter(int error) noexcept {
 }
 
 void SendQueue::skip(LiveEvent reason) noexcept {
+    assert(first_ < end_);
     counts_->add(reason);
     ++first_;
 }
@@ -77,10 +80,10 @@ void SendQueue::skip(LiveEvent reason) noexcept {
 void SendQueue::drop(LiveEvent reason) noexcept {
     counts_->add(reason, size());
     first_ = end_;
-    startAnewIfEmpty();
+    rewindIfEmpty();
 }
 
-void SendQueue::startAnewIfEmpty() noexcept {
+void SendQueue::rewindIfEmpty() noexcept {
     if (first_ == end_) {
         first_ = 0;
         end_ = 0;

@@ -11,7 +11,7 @@
 
 namespace OvixAgent {
 
-/// Frames that wait to be sent on a socket, many by one call.
+/// Frames to be sent on a socket, many by one call.
 class SendQueue {
   public:
     static constexpr std::size_t maxFrames = 256;
@@ -25,14 +25,14 @@ class SendQueue {
     SendQueue(const SendQueue&) = delete;
     SendQueue& operator=(const SendQueue&) = delete;
 
-    /// Copies the frame in. A full queue is flushed first; the frame is dropped if that makes no
+    /// Copies the frame. A full queue is flushed first; the frame is dropped if it still has no
     /// room.
     void push(int socket, std::span<const std::uint8_t> frame) noexcept;
 
-    /// Sends what there is, except what the kernel does not take for now.
+    /// Sends the frames that the kernel accepts now.
     void flush(int socket) noexcept;
 
-    /// Drops what there is, and counts it.
+    /// Drops and counts all frames.
     void drop(LiveEvent reason) noexcept;
 
     std::size_t size() const noexcept { return end_ - first_; }
@@ -41,9 +41,9 @@ class SendQueue {
     bool fits(std::size_t bytes) const noexcept {
         return end_ < maxFrames && bytes <= bytes_.size() - usedBytes_;
     }
-    bool goOnAfter(int error) noexcept;
+    bool continuesAfter(int error) noexcept;
     void skip(LiveEvent reason) noexcept;
-    void startAnewIfEmpty() noexcept;
+    void rewindIfEmpty() noexcept;
 
     LiveCounts* counts_;
     SendMany sendMany_;
@@ -51,7 +51,7 @@ class SendQueue {
     std::size_t usedBytes_ = 0;
     std::array<iovec, maxFrames> extents_{};
     std::array<mmsghdr, maxFrames> messages_{};
-    std::size_t first_ = 0; ///< the frames [first_, end_) are still to be sent
+    std::size_t first_ = 0; ///< the frames [first_, end_) are to be sent
     std::size_t end_ = 0;
 };
 

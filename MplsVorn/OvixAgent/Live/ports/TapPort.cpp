@@ -51,7 +51,7 @@ void TapPort::open() {
         Posix::fail("opening /dev/net/tun");
     }
     if (ioctl(device_.value(), TUNSETIFF, &request) != 0) {
-        Posix::fail("making the TAP device");
+        Posix::fail("creating the TAP device");
     }
     interfaceIndex_ = indexOfInterface(name_);
     bringUp(name_);
@@ -101,7 +101,7 @@ void TapPort::transmit(const Frame& frame) {
     }
 }
 
-// A device that is deleted leaves an open file behind that is good for nothing.
+// EBADFD: the device was deleted while its file is open.
 void TapPort::countFailure(int error) {
     switch (error) {
     case EAGAIN:
@@ -116,7 +116,7 @@ void TapPort::countFailure(int error) {
         break;
     case EBADFD:
         counts_.add(LiveEvent::interfaceGone);
-        shut(name_ + ": the device is gone");
+        shut(name_ + ": the device was removed");
         break;
     default:
         counts_.add(LiveEvent::failed);

@@ -9,13 +9,12 @@
 
 namespace OvixAgent {
 
-/// A port to this host's own network stack: a TAP device, made if there is none of its name, and
-/// brought up. What is sent here the stack receives, and the other way round. A device that was
-/// made here goes with the port; so a port that is open, and its device there, stays as it is when
-/// it is to be opened anew.
+/// A port to this host's own network stack: a TAP device, created unless it exists, and brought up.
+/// The stack receives what the port sends, and vice versa. A device created here is removed with
+/// the port, so `reopen()` leaves an open port whose device exists as it is.
 class TapPort final : public LivePort {
   public:
-    /// `index` is handed on in every frame. When the device cannot be had, the port is not open.
+    /// `index` becomes the port of every frame. The port is closed when the device cannot be used.
     TapPort(PortIndex index, std::string deviceName);
 
     const std::string& name() const noexcept override { return name_; }
@@ -25,7 +24,7 @@ class TapPort final : public LivePort {
     int descriptor() const noexcept override { return device_.value(); }
 
     std::size_t receive(const FrameVisitor& visitor, std::size_t budget) override;
-    /// Sends at once: the device takes one frame per call.
+    /// Sends at once: the device accepts one frame per call.
     void transmit(const Frame& frame) override;
     void flush() override {}
 

@@ -1,6 +1,7 @@
 #include "Live/ports/WireFrame.h"
 
 #include <algorithm>
+#include <cassert>
 
 #include "Wire/Checksum.h"
 #include "Wire/Ethernet.h"
@@ -28,6 +29,7 @@ CaptureTime timeOf(const tpacket3_hdr& header) noexcept {
 
 /// Moves the MAC addresses into the four bytes before the frame, and writes the tag behind them.
 std::span<std::uint8_t> putTagBack(const RingFrame& received) noexcept {
+    assert(hasTagRemoved(received));
     const tpacket3_hdr& header = *received.header;
     const bool isTypeKnown = (header.tp_status & TP_STATUS_VLAN_TPID_VALID) != 0;
     const std::uint16_t type = isTypeKnown ? header.hv1.tp_vlan_tpid : Wire::EtherType::vlan;
@@ -41,6 +43,7 @@ std::span<std::uint8_t> putTagBack(const RingFrame& received) noexcept {
 } // namespace
 
 void toWireFrame(const RingFrame& received, Frame& frame, LiveCounts& counts) noexcept {
+    assert(received.offloaded.segmentation == 0);
     const tpacket3_hdr& header = *received.header;
     if (isCutShort(received)) {
         counts.add(LiveEvent::truncated);
@@ -55,6 +58,7 @@ void toWireFrame(const RingFrame& received, Frame& frame, LiveCounts& counts) no
 }
 
 void toWireFrames(const RingFrame& received, FrameSegments& segments, LiveCounts& counts) noexcept {
+    assert(received.offloaded.segmentation != 0);
     if (isCutShort(received)) {
         counts.add(LiveEvent::truncated);
         return;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <cerrno>
 #include <stdexcept>
 #include <system_error>
@@ -40,12 +41,12 @@ void XdpPort::open() {
     constexpr std::uint32_t maxMtu = XdpSocket::maxFrame - linkHeader;
     if (mtu > maxMtu) {
         throw std::runtime_error("an MTU of " + std::to_string(mtu) + " is more than " +
-                                 std::to_string(maxMtu) + ", the most for AF_XDP");
+                                 std::to_string(maxMtu) + ", the largest for AF_XDP");
     }
     const std::uint32_t queues = receiveQueuesOfInterface(name_);
     if (queues > 1) {
         throw std::runtime_error("has " + std::to_string(queues) +
-                                 " receive queues, and AF_XDP is used on one");
+                                 " receive queues; AF_XDP supports one");
     }
     socket_ = std::make_unique<XdpSocket>(name_);
     dropsCounted_ = 0;
@@ -72,7 +73,7 @@ std::size_t XdpPort::receive(const FrameVisitor& visitor, std::size_t budget) {
         const std::size_t count =
             socket_->receive({frames.data(), std::min(frames.size(), budget - received)});
         if (count == 0) {
-            seeWhatIsWrong();
+            checkSocket();
             break;
         }
         counts_.add(LiveEvent::received, count);
@@ -85,9 +86,9 @@ std::size_t XdpPort::receive(const FrameVisitor& visitor, std::size_t budget) {
     return received;
 }
 
-void XdpPort::seeWhatIsWrong() {
-    if (socket_->takeError() != 0 && !countWhatIsWrong(interfaceIndex_, counts_)) {
-        shut(name_ + ": the interface is gone");
+void XdpPort::checkSocket() {
+    if (socket_->takeError() != 0 && !countSocketFailure(interfaceIndex_, counts_)) {
+        shut(name_ + ": the interface was removed");
     }
 }
 
@@ -113,36 +114,37 @@ void XdpPort::transmit(const Frame& frame) {
     socket_->queue(frame.bytes.size());
 }
 
-// The kernel takes a few dozen frames per call, and says so by EAGAIN.
+// The kernel accepts a few dozen frames per call and returns EAGAIN for more.
 void XdpPort::flush() {
     while (isOpen() && socket_->queued() > 0) {
         const int error = socket_->kick();
         const std::uint64_t sent = socket_->takeSent();
         counts_.add(LiveEvent::sent, sent);
-        if (!goOnAfter(error, sent > 0)) {
+        if (!continuesAfter(error, sent > 0)) {
             break;
         }
     }
 }
 
-bool XdpPort::goOnAfter(int error, bool isMoving) {
+bool XdpPort::continuesAfter(int error, bool hasSent) {
+    assert(isOpen());
     switch (error) {
     case 0:
-        return isMoving;
+        return hasSent;
     case EINTR:
         counts_.add(LiveEvent::interrupted);
         return true;
     case EAGAIN:
     case EBUSY:
     case ENOBUFS:
-        counts_.add(LiveEvent::wouldBlock, isMoving ? 0 : 1);
-        return isMoving;
+        counts_.add(LiveEvent::wouldBlock, hasSent ? 0 : 1);
+        return hasSent;
     case ENETDOWN:
         counts_.add(LiveEvent::linkDown);
         return false;
     case ENXIO:
     case ENODEV:
-        seeWhatIsWrong();
+        checkSocket();
         return false;
     default:
         counts_.add(LiveEvent::failed);

@@ -10,20 +10,18 @@
 
 namespace OvixAgent {
 
-/// A port for labelled frames through AF_XDP, past the host's network stack; whatever else the
-/// interface receives goes to that stack. Frames come with the tag that is in them: an interface
-/// that takes tags off by itself has to be told not to (its "rxvlan" offload). On a virtual link
-/// they come with the checksum that the sender at the other end has left to the hardware, too:
-/// that sender has to be told not to (its "tx" offload).
+/// A port for labelled frames by AF_XDP, bypassing the host's network stack, which receives all
+/// other frames. The interface must not remove VLAN tags (offload "rxvlan" off). On a virtual link
+/// the sender at the other end must complete its checksums (offload "tx" off).
 class XdpPort final : public LivePort {
   public:
-    /// `index` is handed on in every frame. When the interface cannot be used, the port is not
-    /// open: its MTU must leave a frame in one buffer, and it must have one receive queue.
+    /// `index` becomes the port of every frame. The port is closed when the interface cannot be
+    /// used: a frame of its MTU must fit in one buffer, and it must have one receive queue.
     XdpPort(PortIndex index, std::string interfaceName);
 
     const std::string& name() const noexcept override { return name_; }
     bool isOpen() const noexcept override { return socket_ != nullptr; }
-    /// Due also when the interface's MAC has changed.
+    /// Also to be called when the interface's MAC has changed.
     bool reopen() override;
     const std::string& problem() const noexcept override { return problem_; }
     int descriptor() const noexcept override { return isOpen() ? socket_->descriptor() : -1; }
@@ -38,15 +36,15 @@ class XdpPort final : public LivePort {
   private:
     void open();
     void shut(std::string problem);
-    void seeWhatIsWrong();
-    bool goOnAfter(int error, bool isMoving);
+    void checkSocket();
+    bool continuesAfter(int error, bool hasSent);
 
     PortIndex index_;
     std::string name_;
     unsigned int interfaceIndex_ = 0;
     std::unique_ptr<XdpSocket> socket_;
     std::unique_ptr<XdpProgram> program_; ///< refers to the socket
-    std::uint64_t dropsCounted_ = 0;      ///< of those of the socket
+    std::uint64_t dropsCounted_ = 0;      ///< of the socket's drops
     LiveCounts counts_;
     std::string problem_;
 };

@@ -17,7 +17,7 @@ constexpr unsigned char redirectObject[] = {
 #include <XdpRedirect.inc>
 };
 
-int saysNothing(libbpf_print_level, const char*, va_list) {
+int printNothing(libbpf_print_level, const char*, va_list) {
     return 0;
 }
 
@@ -32,7 +32,7 @@ void XdpProgram::Closer::operator()(bpf_link* link) const noexcept {
 }
 
 XdpProgram::XdpProgram(unsigned int interfaceIndex, const MacAddress& station, int socket) {
-    libbpf_set_print(saysNothing);
+    libbpf_set_print(printNothing);
     object_.reset(bpf_object__open_mem(redirectObject, sizeof redirectObject, nullptr));
     if (!object_) {
         Posix::fail("opening the XDP program");
@@ -40,7 +40,7 @@ XdpProgram::XdpProgram(unsigned int interfaceIndex, const MacAddress& station, i
     bpf_map* const constants = bpf_object__find_map_by_name(object_.get(), ".rodata");
     if (constants == nullptr ||
         bpf_map__set_initial_value(constants, station.data(), station.size()) != 0) {
-        Posix::fail("telling the XDP program its station", EINVAL);
+        Posix::fail("setting the MAC of the XDP program", EINVAL);
     }
     if (const int error = bpf_object__load(object_.get()); error != 0) {
         Posix::fail("loading the XDP program", -error);
@@ -48,7 +48,7 @@ XdpProgram::XdpProgram(unsigned int interfaceIndex, const MacAddress& station, i
     constexpr std::uint32_t queue = 0;
     const int sockets = bpf_object__find_map_fd_by_name(object_.get(), "agentSockets");
     if (bpf_map_update_elem(sockets, &queue, &socket, BPF_ANY) != 0) {
-        Posix::fail("telling the XDP program its socket");
+        Posix::fail("setting the socket of the XDP program");
     }
     const bpf_program* const program =
         bpf_object__find_program_by_name(object_.get(), "redirectLabelled");

@@ -10,13 +10,13 @@ struct bpf_object;
 
 namespace OvixAgent {
 
-/// The program that an interface runs on what it receives: labelled frames for `station` and group
-/// addresses, behind up to two 802.1Q or 802.1ad tags, go to a socket; the rest goes on to the
-/// host's own network stack. It goes with this object, and with the process, however that ends.
+/// The program that an interface runs on received frames: labelled frames to `station` or a group
+/// address, behind at most two 802.1Q or 802.1ad tags, go to a socket; all others go to the host's
+/// network stack. The program is removed with this object and when the process ends.
 class XdpProgram {
   public:
-    /// Throws std::system_error, whose text says which step failed: the kernel or the interface's
-    /// driver does not allow for it, or another program is there already.
+    /// Throws std::system_error, whose text names the step that failed: the kernel or the driver
+    /// does not support it, or the interface has another program.
     XdpProgram(unsigned int interfaceIndex, const MacAddress& station, int socket);
 
   private:

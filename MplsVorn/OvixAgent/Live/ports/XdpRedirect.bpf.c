@@ -1,7 +1,7 @@
-/* Runs in the kernel on every frame that an interface receives, ahead of the network stack:
- * labelled frames for this station go to the agent's AF_XDP socket, and everything else on its way.
+/* Runs in the kernel on every received frame of an interface, before the network stack: labelled
+ * frames to this station go to the agent's AF_XDP socket, all others to the network stack.
  */
-#include <linux/bpf.h> /* the types that the others need */
+#include <linux/bpf.h> /* types for the other headers */
 #include <linux/if_ether.h>
 
 #include <bpf/bpf_endian.h>
@@ -22,7 +22,7 @@ struct tag {
     __be16 type;
 };
 
-enum { mostTags = 2 }; /* IEEE 802.1ad */
+enum { maxTags = 2 }; /* IEEE 802.1ad */
 
 static __always_inline int isTag(__be16 type) {
     return type == bpf_htons(ETH_P_8021Q) || type == bpf_htons(ETH_P_8021AD);
@@ -49,7 +49,7 @@ int redirectLabelled(struct xdp_md* context) {
         return XDP_PASS;
     }
     __be16 type = ethernet->h_proto;
-    for (int i = 0; i < mostTags && isTag(type); i++) {
+    for (int i = 0; i < maxTags && isTag(type); i++) {
         if ((const void*)(tag + 1) > end) {
             return XDP_PASS;
         }

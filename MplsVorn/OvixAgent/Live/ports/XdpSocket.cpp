@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cassert>
 #include <cerrno>
 #include <linux/if_xdp.h>
 #include <sys/mman.h>
@@ -44,7 +45,7 @@ XdpSocket::XdpSocket(const std::string& interfaceName) {
     xsk_socket_config config{};
     config.rx_size = buffers;
     config.tx_size = buffers;
-    config.libxdp_flags = XSK_LIBXDP_FLAGS__INHIBIT_PROG_LOAD; // it has a program of ours
+    config.libxdp_flags = XSK_LIBXDP_FLAGS__INHIBIT_PROG_LOAD; // XdpProgram attaches ours
     config.bind_flags = XDP_USE_NEED_WAKEUP;
     xsk_socket* socket = nullptr;
     if (const int error = xsk_socket__create(&socket, interfaceName.c_str(), 0, memory, &received_,
@@ -53,18 +54,19 @@ XdpSocket::XdpSocket(const std::string& interfaceName) {
         Posix::fail("opening an AF_XDP socket", -error);
     }
     socket_.reset(socket);
-    handedOut_.reserve(buffers);
+    held_.reserve(buffers);
     for (std::uint64_t i = 0; i < buffers; ++i) {
-        handedOut_.push_back(i * bufferBytes);
+        held_.push_back(i * bufferBytes);
         free_.push_back((buffers + i) * bufferBytes);
     }
-    offer(handedOut_);
-    handedOut_.clear();
+    offer(held_);
+    held_.clear();
 }
 
 void XdpSocket::offer(std::span<const std::uint64_t> addresses) noexcept {
+    assert(addresses.size() <= buffers);
     std::uint32_t place = 0;
-    // There is always room: the ring holds as many as there are buffers to receive into.
+    // There is always room: the ring has a place for every receive buffer.
     xsk_ring_prod__reserve(&fill_, static_cast<std::uint32_t>(addresses.size()), &place);
     for (const std::uint64_t address : addresses) {
         *xsk_ring_prod__fill_addr(&fill_, place++) = address;
@@ -73,6 +75,7 @@ void XdpSocket::offer(std::span<const std::uint64_t> addresses) noexcept {
 }
 
 std::size_t XdpSocket::receive(std::span<std::span<const std::uint8_t>> frames) noexcept {
+    assert(held_.empty());
     std::uint32_t place = 0;
     const std::uint32_t count = xsk_ring_cons__peek(
         &received_, static_cast<std::uint32_t>(std::min<std::size_t>(frames.size(), buffers)),
@@ -80,15 +83,15 @@ std::size_t XdpSocket::receive(std::span<std::span<const std::uint8_t>> frames) 
     for (std::uint32_t i = 0; i < count; ++i) {
         const xdp_desc& descriptor = *xsk_ring_cons__rx_desc(&received_, place++);
         frames[i] = {pages_.get() + descriptor.addr, descriptor.len};
-        handedOut_.push_back(descriptor.addr / bufferBytes * bufferBytes);
+        held_.push_back(descriptor.addr / bufferBytes * bufferBytes);
     }
     return count;
 }
 
 void XdpSocket::release() noexcept {
-    xsk_ring_cons__release(&received_, static_cast<std::uint32_t>(handedOut_.size()));
-    offer(handedOut_);
-    handedOut_.clear();
+    xsk_ring_cons__release(&received_, static_cast<std::uint32_t>(held_.size()));
+    offer(held_);
+    held_.clear();
     if (xsk_ring_prod__needs_wakeup(&fill_) != 0) {
         recvfrom(descriptor(), nullptr, 0, MSG_DONTWAIT, nullptr, nullptr);
     }
@@ -110,8 +113,9 @@ std::uint8_t* XdpSocket::sendBuffer() noexcept {
     return free_.empty() ? nullptr : pages_.get() + free_.back();
 }
 
-// The ring has a place for every buffer to send from.
+// There is always room: the ring has a place for every send buffer.
 void XdpSocket::queue(std::size_t bytes) noexcept {
+    assert(!free_.empty() && bytes <= maxFrame);
     std::uint32_t place = 0;
     xsk_ring_prod__reserve(&sending_, 1, &place);
     *xsk_ring_prod__tx_desc(&sending_, place) = {free_.back(), static_cast<std::uint32_t>(bytes),

@@ -33,7 +33,7 @@ TEST(Answer, IsRoutedToASourceThatIsRoutable) {
     EXPECT_TRUE(answer->labels.empty());
 }
 
-TEST(Answer, GoesAlongTheLspOtherwiseWithAFreshTtl) {
+TEST(Answer, OtherwiseUsesTheLspWithATtlOf255) {
     const Bytes frame = tagged({{100, 5, 1}, {200, 0, 64}}, packet);
     const auto answer = answerTo(read(frame), reply, nowhere);
     ASSERT_TRUE(answer);
@@ -45,7 +45,7 @@ TEST(Answer, GoesAlongTheLspOtherwiseWithAFreshTtl) {
     EXPECT_EQ(answer->labels, labels);
 }
 
-TEST(Answer, IsNotAlertedToThisRouterAgain) {
+TEST(Answer, LeavesOutRouterAlertLabels) {
     const Bytes frame = labelled({{1, 0, 1}, {200, 0, 64}}, packet);
     const auto answer = answerTo(read(frame), reply, nowhere);
     ASSERT_TRUE(answer);
@@ -55,7 +55,7 @@ TEST(Answer, IsNotAlertedToThisRouterAgain) {
     EXPECT_FALSE(answerTo(read(nothingBeneath), reply, nowhere));
 }
 
-TEST(Answer, IsNoneWithoutAPacketOrAWay) {
+TEST(Answer, IsEmptyWithoutAPacketOrAPath) {
     const Bytes frame = labelled({{100, 5, 1}}, packet);
     const Bytes unlabelled = join({eth(ethIpv4), packet});
     EXPECT_FALSE(answerTo(read(frame), {}, everywhere));

@@ -101,7 +101,7 @@ TEST_F(CpuAnswersTest, AnAnswerIsRoutedWhereTheSourceIsRoutable) {
     EXPECT_EQ(wayTo(core, labelled({{100, 0, 1}}, far)), "along the LSP with 100");
 }
 
-TEST_F(CpuAnswersTest, TheAddressesOfAVpnAreNotThoseThatAreRoutedHere) {
+TEST_F(CpuAnswersTest, AddressesOfAVpnAreNotRoutedHere) {
     const Bytes near = packet("10.0.1.9", "10.9.0.1");
     EXPECT_EQ(wayTo(core, labelled({{100, 0, 1}, {500, 0, 64}}, near)),
               "along the LSP with 100 500");
@@ -114,7 +114,7 @@ TEST_F(CpuAnswersTest, AnIpPacketIsAnsweredInTheVrfOfItsPort) {
     EXPECT_EQ(wayTo(core, ofVpn), "none");
 }
 
-TEST_F(CpuAnswersTest, WhatIsForThisDeviceIsNotSpentInItsVrfAlone) {
+TEST_F(CpuAnswersTest, APacketToThisDeviceDoesNotExpireInItsVrf) {
     const auto frameTo = [](const std::string& destination) {
         return join({eth(ethIpv4), packet("192.168.1.9", destination, 1)});
     };
@@ -159,7 +159,7 @@ TEST_F(CpuAnswersTest, AnswersAreCountedSentOrSuppressed) {
                                         {"too big: sent", 1}}));
 }
 
-TEST_F(CpuAnswersTest, NoErrorIsToldOfASubnetsBroadcast) {
+TEST_F(CpuAnswersTest, NoErrorIsSentAboutASubnetBroadcast) {
     const auto way = [&](PortIndex port, const char* source, const char* destination) {
         return wayTo(port, labelled({{100, 0, 1}}, packet(source, destination)));
     };
@@ -171,7 +171,7 @@ TEST_F(CpuAnswersTest, NoErrorIsToldOfASubnetsBroadcast) {
     EXPECT_EQ(way(customer, "192.168.1.9", "192.168.1.255"), "none");
 }
 
-TEST_F(CpuAnswersTest, WhatIsToldALinkLocalSourceStaysOnTheLink) {
+TEST_F(CpuAnswersTest, AnErrorToALinkLocalSourceStaysOnTheLink) {
     const Bytes near = packet6("fe80::9", "2001:db8:5::1", 1);
     EXPECT_EQ(wayTo(core, join({eth(ethIpv6), near})), "routed");
     EXPECT_EQ(wayTo(core, labelled({{100, 0, 1}}, near)), "none");

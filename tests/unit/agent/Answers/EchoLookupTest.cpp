@@ -74,7 +74,7 @@ routes:
 
 } // namespace
 
-TEST_F(EchoLookupTest, ALabelIsItsFecsThatGoesTheSameWay) {
+TEST_F(EchoLookupTest, ALabelMapsToTheFecWithTheSameNextHop) {
     const struct {
         const char* what;
         std::uint32_t label;
@@ -104,7 +104,7 @@ TEST_F(EchoLookupTest, ALabelIsItsFecsThatGoesTheSameWay) {
     }
 }
 
-TEST_F(EchoLookupTest, TheFecIsNotLookedAtUnlessThatIsAskedFor) {
+TEST_F(EchoLookupTest, TheFecIsValidatedOnlyOnRequest) {
     EXPECT_EQ(codesFor({{100, 0, 1}}, fecStack({ldp(250)}), 0), "8/1");
     EXPECT_EQ(codesFor({{100, 0, 1}}, fecStack({ldp(7)}), 0), "8/1");
 }
@@ -116,13 +116,13 @@ TEST_F(EchoLookupTest, EachLabelHasTheFecOfItsDepth) {
     EXPECT_EQ(codesFor({{1, 0, 1}, {100}}, fecStack({nilFec, ldp(7)})), "10/1");
 }
 
-TEST_F(EchoLookupTest, DownstreamsAreToldOfAFecThatIsRight) {
+TEST_F(EchoLookupTest, AValidFecHasDownstreams) {
     const Bytes mapping = tlv(20, {5, 220, 1, 0, 224, 0, 0, 2, 224, 0, 0, 2, 0, 0, 0, 0});
     EXPECT_EQ(codesFor({{100, 0, 1}}, join({fecStack({ldp(8)}), mapping})), "14/0");
     EXPECT_EQ(codesFor({{100, 0, 1}}, join({fecStack({ldp(7)}), mapping})), "10/1");
 }
 
-TEST_F(EchoLookupTest, WhereThereIsNoIpRouteNoFecHasAMapping) {
+TEST_F(EchoLookupTest, WithoutAnIpRouteAFecHasNoMapping) {
     AgentConfig subnetsOnly = config;
     subnetsOnly.routes.clear();
     forwarding.configure(subnetsOnly);

@@ -61,7 +61,7 @@ std::uint32_t mtuIn(const Bytes& answer) {
 
 } // namespace
 
-TEST(IcmpTimeExceeded, QuotesThePacketAndTellsItsLabels) {
+TEST(IcmpTimeExceeded, QuotesThePacketAndReportsItsLabels) {
     const Bytes packet = ipv4({}, udp());
     const Bytes sent = answer(tagged({{100, 3, 1}, {200, 0, 7}}, packet));
     // 20 for IPv4, 8 for ICMP, 128 that quote, 4 for the extension, 4 for the object, two labels.
@@ -78,7 +78,7 @@ TEST(IcmpTimeExceeded, QuotesThePacketAndTellsItsLabels) {
     EXPECT_EQ(onesSum(from(icmp, 136, 16)), 0xffff);
 }
 
-TEST(IcmpTimeExceeded, OfIpv6CountsInUnitsOfEightBytes) {
+TEST(IcmpTimeExceeded, CountsUnitsOfEightBytesInIpv6) {
     const Bytes packet = ipv6({}, udp(1024, 9, counting(85)));
     const Bytes sent = answer(labelled({{100, 3, 1}}, packet));
     ASSERT_EQ(sent.size(), 40U + 8 + 128 + 4 + 8);
@@ -113,14 +113,14 @@ TEST(IcmpTimeExceeded, WithLabelsQuotesTheFirst128Bytes) {
     }
 }
 
-TEST(IcmpTimeExceeded, WithoutLabelsIsNoLongerThanEveryLinkCarries) {
+TEST(IcmpTimeExceeded, WithoutLabelsFitsTheMinimumMtu) {
     const Bytes four = ipv4({}, udp(1, 2, counting(1400)));
     const Bytes six = ipv6({}, udp(1, 2, counting(1400)));
     EXPECT_EQ(answer(join({eth(ethIpv4), four})).size(), 576U);
     EXPECT_EQ(answer(join({eth(ethIpv6), six})).size(), 1280U);
 }
 
-TEST(IcmpTimeExceeded, AStackTooDeepToTellIsLeftOut) {
+TEST(IcmpTimeExceeded, LeavesOutAStackThatIsTooDeep) {
     const Bytes packet = ipv4({}, udp(1, 2, counting(1400)));
     const Bytes deepest = answer(labelled(std::vector<Entry>(103, Entry{100, 0, 1}), packet));
     EXPECT_EQ(deepest.size(), 28U + 128 + 8 + 412);
@@ -149,7 +149,7 @@ TEST(IcmpTimeExceeded, NeverAnswersIcmpErrors) {
     EXPECT_TRUE(answerTo6(58, {}).empty());
 }
 
-TEST(IcmpTimeExceeded, AnswersNoFragmentButTheFirst) {
+TEST(IcmpTimeExceeded, AnswersOnlyTheFirstFragment) {
     const struct {
         std::uint16_t fragment;
         bool isAnswered;
@@ -164,7 +164,7 @@ TEST(IcmpTimeExceeded, AnswersNoFragmentButTheFirst) {
     EXPECT_TRUE(answerTo6(44, {17, 0, 0, 0}).empty());
 }
 
-TEST(IcmpTimeExceeded, AnswersOneHostAboutOneHost) {
+TEST(IcmpTimeExceeded, IsSentToSingleHostsAboutUnicast) {
     const struct {
         const char* source;
         const char* destination;
@@ -210,7 +210,7 @@ TEST(IcmpTimeExceeded, NeedsAnAddressOfThePacketsFamily) {
     EXPECT_TRUE(icmpTimeExceeded(read(four), {}).empty());
 }
 
-TEST(IcmpTooBig, TellsTheMtuLessTheLabelsAndQuotesThePacket) {
+TEST(IcmpTooBig, ReportsTheMtuLessTheLabelsAndQuotesThePacket) {
     const Bytes frame = frame4(1500);
     const Bytes sent = icmpTooBig(read(frame), 1500, own);
     ASSERT_EQ(sent.size(), 576U);
@@ -222,7 +222,7 @@ TEST(IcmpTooBig, TellsTheMtuLessTheLabelsAndQuotesThePacket) {
     EXPECT_EQ(onesSum(from(sent, 20, 556)), 0xffff);
 }
 
-TEST(IcmpTooBig, OfIpv6IsAMessageOfItsOwn) {
+TEST(IcmpTooBig, UsesPacketTooBigForIpv6) {
     const Bytes frame = frame6(1500, 1);
     const Bytes sent = icmpTooBig(read(frame), 1500, own);
     ASSERT_EQ(sent.size(), 1280U);
@@ -233,7 +233,7 @@ TEST(IcmpTooBig, OfIpv6IsAMessageOfItsOwn) {
     EXPECT_EQ(transportSum(sent), 0xffff);
 }
 
-TEST(IcmpTooBig, TellsNoLessThanEveryLinkCarries) {
+TEST(IcmpTooBig, ReportsAtLeastTheMinimumMtu) {
     const struct {
         std::uint32_t egress;
         std::uint32_t mtu4;
@@ -259,14 +259,14 @@ TEST(IcmpTooBig, IsNotSentAboutAPacketThatFits) {
     EXPECT_TRUE(icmpTooBig(read(small), 1000, own).empty());
 }
 
-TEST(IcmpTooBig, IsNotSentWhereFragmentsMayBe) {
+TEST(IcmpTooBig, IsNotSentWhenThePacketMayBeFragmented) {
     for (const std::uint16_t flags : std::initializer_list<std::uint16_t>{0, 0x2000, 0x8000}) {
         const Bytes frame = frame4(1500, 1, flags);
         EXPECT_TRUE(icmpTooBig(read(frame), 1000, own).empty()) << flags;
     }
 }
 
-TEST(IcmpTooBig, FollowsTheRulesOfErrorsExceptForIpv6Groups) {
+TEST(IcmpTooBig, FollowsTheRulesForErrorsExceptForIpv6Groups) {
     Ipv4 error;
     error.protocol = 1;
     error.fragment = dontFragment;

@@ -6,7 +6,7 @@ using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 using namespace TestSupport::Raw;
 
-TEST(LabelledPacket, IsTakenFromBehindTagsAndLabels) {
+TEST(LabelledPacket, IsFoundBehindTagsAndLabels) {
     const Bytes packet = ipv4({}, udp());
     const Bytes padded = join({tagged({{100, 3, 1}, {200, 0, 7}}, packet), filled(4, 0)});
     const LabelledPacket taken = read(padded);
@@ -25,13 +25,13 @@ TEST(LabelledPacket, MayHaveNoLabels) {
     EXPECT_EQ(taken.ip.type, Ovix::PktHdrType::ipv6);
 }
 
-TEST(LabelledPacket, TellsAGroupByItsMacAddress) {
+TEST(LabelledPacket, RecognisesAGroupByItsMacAddress) {
     Bytes frame = labelled({{100}}, ipv4({}, udp()));
     frame[0] = 1;
     EXPECT_TRUE(read(frame).isToGroup);
 }
 
-TEST(LabelledPacket, OtherFramesHaveNone) {
+TEST(LabelledPacket, IsEmptyForOtherFrames) {
     Bytes broken = ipv4({}, udp());
     broken[11] ^= 1U;
     EXPECT_FALSE(readLabelledPacket({}));
@@ -42,7 +42,7 @@ TEST(LabelledPacket, OtherFramesHaveNone) {
     EXPECT_FALSE(readLabelledPacket(join({labelled({{100}}, ipv4({}, udp())), filled(65536, 0)})));
 }
 
-TEST(LabelledPacket, NoTruncatedFrameHasOne) {
+TEST(LabelledPacket, IsEmptyForEveryTruncatedFrame) {
     for (const Bytes& whole :
          {tagged({{100}, {200}}, ipv4({}, udp())), tagged({{100}, {200}}, ipv6({}, udp()))}) {
         for (std::size_t size = 0; size < whole.size(); ++size) {

@@ -27,7 +27,7 @@ const Bytes mapping =
 
 } // namespace
 
-TEST(LspEchoMessage, ThatIsDamagedIsMalformed) {
+TEST(LspEchoMessage, DamagedRequestsAreMalformed) {
     const struct {
         const char* what;
         Bytes tlvs;
@@ -63,7 +63,7 @@ TEST(LspEchoMessage, ThatIsDamagedIsMalformed) {
     EXPECT_EQ(codes(replyTo(version)), "1/0");
 }
 
-TEST(LspEchoMessage, WithUnknownMandatoryTlvsGetsThemBack) {
+TEST(LspEchoMessage, UnknownMandatoryTlvsAreReturned) {
     const Bytes unknown = tlv(99, {1, 2, 3, 4, 5});
     const Bytes other = tlv(0x7fff, {});
     const Bytes reply = replyOn(join({unknown, fec, tlv(3, {1}), other}));
@@ -81,21 +81,21 @@ TEST(LspEchoMessage, UnknownOptionalTlvsAreIgnored) {
     EXPECT_EQ(codesOn(fecStack({tlv(0x8001, {1, 2})})), "0100"); // which leaves no FEC
 }
 
-TEST(LspEchoMessage, SaysWhatBecomesOfItsPads) {
+TEST(LspEchoMessage, PadsAreReturnedOnRequest) {
     const Bytes copied = tlv(3, {2, 9, 9, 9, 9});
     const Bytes reply = replyOn(join({tlv(3, {1, 8, 8}), fec, copied}));
     EXPECT_EQ(hex(from(reply, 6, 2)), "0301");
     EXPECT_EQ(hex(from(reply, 32, reply.size() - 32)), hex(copied));
 }
 
-TEST(LspEchoMessage, TellsTheTosOfTheReply) {
+TEST(LspEchoMessage, TheReplyHasTheTosRequested) {
     const Bytes tlvs = join({fec, tlv(10, {0xb8, 0, 0, 0})});
     const Bytes reply = replyTo(labelled({{0}}, echo4(message({.tlvs = tlvs}))));
     EXPECT_EQ(reply.at(1), 0xb8);
     EXPECT_EQ(codes(reply), "3/1");
 }
 
-TEST(LspEchoMessage, GetsTheDownstreamsThatItAsksFor) {
+TEST(LspEchoMessage, DownstreamsAreReportedOnRequest) {
     FakeEchoTables known;
     known.downstreams = {{Lumo::IpGenAddr::fromText("10.0.2.2"), 1492, {Lumo::MplsLabel(300)}},
                          {Lumo::IpGenAddr::fromText("2001:db8::7"), 9000, {Lumo::implicitNull}}};
@@ -118,7 +118,7 @@ TEST(LspEchoMessage, GetsTheDownstreamsThatItAsksFor) {
     EXPECT_EQ(codesOn(join({fec, mapping})), "0301"); // the egress has none
 }
 
-TEST(LspEchoMessage, CutShortAnywhereIsMalformedOrNone) {
+TEST(LspEchoMessage, TruncatedRequestsAreMalformedOrEmpty) {
     const Bytes whole = message(
         {.tlvs = join({fecStack({ldp4, ldp6, nilFec}), mapping, tlv(3, {2, 1}), tlv(99, {1})})});
     ASSERT_EQ(LspEchoRequest::read(whole)->fault, Fault::notUnderstood);

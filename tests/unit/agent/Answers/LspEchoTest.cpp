@@ -6,7 +6,7 @@ using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 using namespace TestSupport::Raw;
 
-TEST(LspEcho, IsRepliedToByUdp) {
+TEST(LspEcho, RepliesByUdp) {
     const Bytes reply = replyTo(tagged({{0, 0, 1}}, echo4(message({}))));
     ASSERT_EQ(reply.size(), 60U);
     EXPECT_EQ(hex(cut(reply, 20)), "4500003c00004000ff1166af0aff00010a010001");
@@ -19,7 +19,7 @@ TEST(LspEcho, IsRepliedToByUdp) {
     EXPECT_EQ(transportSum(reply), 0xffff);
 }
 
-TEST(LspEcho, IsRepliedToByIpv6) {
+TEST(LspEcho, RepliesByIpv6) {
     const Bytes reply = replyTo(labelled({{2, 0, 1}}, echo6(message({.tlvs = fecStack({ldp6})}))));
     ASSERT_EQ(reply.size(), 80U);
     EXPECT_EQ(hex(cut(reply, 8)), "60000000002811ff");
@@ -28,7 +28,7 @@ TEST(LspEcho, IsRepliedToByIpv6) {
     EXPECT_EQ(transportSum(reply), 0xffff);
 }
 
-TEST(LspEcho, WithRouterAlertIsRepliedToWithIt) {
+TEST(LspEcho, RepliesWithRouterAlertOnRequest) {
     const Bytes four = replyTo(labelled({{0}}, echo4(message({.replyMode = 3}))));
     ASSERT_EQ(four.size(), 64U);
     EXPECT_EQ(hex(cut(four, 4)), "46000040");
@@ -40,7 +40,7 @@ TEST(LspEcho, WithRouterAlertIsRepliedToWithIt) {
     EXPECT_EQ(hex(from(six, 40, 8)), "1100050200450100");
 }
 
-TEST(LspEcho, TellsWhereItsProcessingEnded) {
+TEST(LspEcho, ReportsWhereProcessingEnded) {
     const Bytes ldpOther = tlv(1, {10, 7, 0, 0, 16});
     const Bytes ldpLonger = tlv(1, {10, 9, 0, 0, 24});
     const Bytes ldpLabelled = tlv(1, {10, 8, 0, 0, 16});
@@ -81,7 +81,7 @@ TEST(LspEcho, TellsWhereItsProcessingEnded) {
     }
 }
 
-TEST(LspEcho, WithoutAWishOrAWayHasNoReply) {
+TEST(LspEcho, RepliesOnlyToRequestsThatWantIt) {
     const auto codesOf = [](const Echo& echo) {
         return codes(replyTo(labelled({{0}}, echo4(message(echo)))));
     };
@@ -97,14 +97,14 @@ TEST(LspEcho, WithoutAWishOrAWayHasNoReply) {
     EXPECT_TRUE(lspEchoReply(read(frame), at, FakeEchoTables(), {}).empty());
 }
 
-TEST(LspEcho, ThatAsksForExpiredTtlIsRepliedToThen) {
+TEST(LspEcho, RepliesOnlyToExpiredTtlOnRequest) {
     const Bytes packet = echo4(message({.flags = 2}));
     EXPECT_EQ(codes(replyTo(labelled({{0, 0, 2}}, packet))), "none");
     EXPECT_EQ(codes(replyTo(labelled({{0, 0, 1}, {0, 0, 9}}, packet))), "3/1");
     EXPECT_EQ(codes(replyTo(join({eth(ethIpv4), packet}))), "3/1");
 }
 
-TEST(LspEcho, IsTheOneThatItsHeadersMakeIt) {
+TEST(LspEcho, IsRecognisedByItsHeaders) {
     const auto isEcho = [](const Bytes& packet) {
         const Bytes frame = labelled({{0}}, packet);
         return isLspEcho(read(frame));
@@ -125,7 +125,7 @@ TEST(LspEcho, IsTheOneThatItsHeadersMakeIt) {
     EXPECT_TRUE(isEcho(echo6(message({}))));
 }
 
-TEST(LspEcho, WithAWrongChecksumIsNone) {
+TEST(LspEcho, NeedsAValidChecksum) {
     Bytes six = echo6(message({}));
     six.back() ^= 1U;
     EXPECT_TRUE(replyTo(labelled({{0}}, six)).empty());
@@ -137,7 +137,7 @@ TEST(LspEcho, WithAWrongChecksumIsNone) {
     EXPECT_TRUE(replyTo(labelled({{0}}, four)).empty());
 }
 
-TEST(LspEcho, FromNoSingleHostHasNoReply) {
+TEST(LspEcho, RepliesOnlyToSingleHosts) {
     for (const std::uint32_t source : {0U, 0x7f000001U, 0xe0000005U, 0xffffffffU}) {
         Ipv4 fields;
         fields.source = source;
@@ -147,7 +147,7 @@ TEST(LspEcho, FromNoSingleHostHasNoReply) {
     }
 }
 
-TEST(LspEcho, TimesAreThoseOfNtp) {
+TEST(LspEcho, UsesTheTimeFormatOfNtp) {
     EXPECT_EQ(ntpTime({0, 0}), 2208988800ULL << 32U);
     EXPECT_EQ(ntpTime({0, 250'000'000}), (2208988800ULL << 32U) + 0x40000000U);
     EXPECT_EQ(ntpTime({0, 999'999'999}), (2208988800ULL << 32U) + 0xfffffffbU);

@@ -98,7 +98,7 @@ TEST_F(CaptureReaderTest, AnEmptyCaptureHasNoFrames) {
     EXPECT_EQ(reader.problem(), "");
 }
 
-TEST_F(CaptureReaderTest, FilesThatAreNoCapturesAreRefused) {
+TEST_F(CaptureReaderTest, RefusesFilesThatAreNotCaptures) {
     const auto errorOf = [](const std::string& path) {
         return captureError([&] { CaptureReader(0, path); });
     };
@@ -116,7 +116,7 @@ TEST_F(CaptureReaderTest, FilesThatAreNoCapturesAreRefused) {
               directory_.string() + noCapture);
 }
 
-TEST_F(CaptureReaderTest, OtherLinkTypesAreRefusedByName) {
+TEST_F(CaptureReaderTest, RefusesOtherLinkTypesByName) {
     const std::pair<std::uint32_t, const char*> cases[]{
         {113, "LINUX_SLL (Linux cooked v1)"},
         {101, "RAW (Raw IP)"},
@@ -134,7 +134,7 @@ TEST_F(CaptureReaderTest, OtherLinkTypesAreRefusedByName) {
     }
 }
 
-TEST_F(CaptureReaderTest, WhereverAPcapEndsEveryWholeFrameBeforeIsReadAndTheRestReported) {
+TEST_F(CaptureReaderTest, ReadsTheWholeFramesOfATruncatedPcap) {
     const std::string header = pcapHeader(microsecondMagic);
     const std::string first = pcapRecord(1, 0, "first frame");
     const std::string second = pcapRecord(2, 0, "second frame");
@@ -154,7 +154,7 @@ TEST_F(CaptureReaderTest, WhereverAPcapEndsEveryWholeFrameBeforeIsReadAndTheRest
     }
 }
 
-TEST_F(CaptureReaderTest, WhereverAPcapngEndsEveryWholeFrameBeforeIsReadAndTheRestReported) {
+TEST_F(CaptureReaderTest, ReadsTheWholeFramesOfATruncatedPcapng) {
     const std::string header = pcapngSection() + pcapngInterface(1, 6);
     const std::string packet = pcapngPacket(0, 1, "frame");
     for (std::size_t size = 1; size < packet.size(); ++size) {
@@ -202,7 +202,7 @@ TEST_F(CaptureReaderTest, AFrameIsNeverShorterOnTheWireThanCaptured) {
     EXPECT_EQ(frame->originalLength, 5U);
 }
 
-TEST_F(CaptureReaderTest, TellsHowFarItHasRead) {
+TEST_F(CaptureReaderTest, ReportsItsReadPosition) {
     const std::string name =
         file("a.pcap", pcapHeader(microsecondMagic) + pcapRecord(1, 0, std::string(60, 'x')));
     CaptureReader reader(0, name);

@@ -37,7 +37,7 @@ TEST_F(CaptureWriterTest, WritesWhatItWasGiven) {
     EXPECT_EQ(reader.next(), nullptr);
 }
 
-TEST_F(CaptureWriterTest, TheMagicNumberTellsThePrecision) {
+TEST_F(CaptureWriterTest, TheMagicNumberMatchesThePrecision) {
     const std::string bytes = "x";
     for (const auto precision : {TimePrecision::microseconds, TimePrecision::nanoseconds}) {
         CaptureWriter writer(path("a.pcap"), precision);
@@ -50,14 +50,14 @@ TEST_F(CaptureWriterTest, TheMagicNumberTellsThePrecision) {
     }
 }
 
-TEST_F(CaptureWriterTest, ACaptureWithoutFramesIsWhole) {
+TEST_F(CaptureWriterTest, ACaptureWithoutFramesIsValid) {
     CaptureWriter(path("a.pcap"), TimePrecision::microseconds).close();
     CaptureReader reader(0, path("a.pcap"));
     EXPECT_EQ(reader.next(), nullptr);
     EXPECT_EQ(reader.problem(), "");
 }
 
-TEST_F(CaptureWriterTest, AFileThatCannotBeCreatedIsNamed) {
+TEST_F(CaptureWriterTest, NamesAFileThatCannotBeCreated) {
     const std::string bad = path("missing/a.pcap");
     EXPECT_EQ(captureError([&] { CaptureWriter(bad, TimePrecision::microseconds); }),
               bad + ": cannot be created: No such file or directory");

@@ -25,7 +25,7 @@ class CapturedLoopbackTest : public ::testing::Test {
 
 } // namespace
 
-TEST_F(CapturedLoopbackTest, TakesWhatIsSentOnLoAtTheTimeOfTheFrameInHand) {
+TEST_F(CapturedLoopbackTest, CapturesFramesSentOnLoAtTheCurrentTime) {
     loopback.timeIs({5, 6});
     EXPECT_TRUE(sendOn("lo"));
     loopback.timeIs({7, 8});
@@ -42,13 +42,13 @@ TEST_F(CapturedLoopbackTest, KnowsNoOtherInterface) {
     EXPECT_TRUE(out.frames.empty());
 }
 
-TEST_F(CapturedLoopbackTest, APortThatIsNotEnabledSendsNothing) {
+TEST_F(CapturedLoopbackTest, ADisabledPortSendsNothing) {
     EXPECT_FALSE(sendOn("lo", false));
     EXPECT_TRUE(out.frames.empty());
     EXPECT_EQ(loopback.sent(), Traffic());
 }
 
-TEST(CapturedLoopback, IsInUseOnlyWhileItExists) {
+TEST(CapturedLoopback, IsInstalledOnlyWhileItExists) {
     const Lumo::RawTxBackend& kernel = Lumo::RawTxBackend::current();
     {
         MemoryPort out;

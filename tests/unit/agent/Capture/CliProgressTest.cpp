@@ -53,7 +53,7 @@ TEST_F(CliProgressTest, TheLineIsRemovedOnce) {
     EXPECT_EQ(written(), "\r\x1b[K5 frames, 50 %\r\x1b[K");
 }
 
-TEST_F(CliProgressTest, NothingIsShownOrDueWhenSwitchedOff) {
+TEST_F(CliProgressTest, ShowsNothingWhenDisabled) {
     CliProgress progress(file_.get(), false, start_);
     for (int i = 0; i < 1000; ++i) {
         EXPECT_FALSE(progress.isDue());
@@ -63,7 +63,7 @@ TEST_F(CliProgressTest, NothingIsShownOrDueWhenSwitchedOff) {
     EXPECT_EQ(written(), "");
 }
 
-TEST_F(CliProgressTest, TheClockIsLookedAtNowAndThen) {
+TEST_F(CliProgressTest, IsDueOnceInManyCalls) {
     CliProgress progress(file_.get(), true, start_);
     int due = 0;
     for (int i = 0; i < 2560; ++i) {

@@ -117,11 +117,11 @@ std::string errorOf(const std::string& path) {
 
 } // namespace
 
-TEST_F(ControlServerTest, ARequestIsAnsweredAndTheConnectionOver) {
+TEST_F(ControlServerTest, AnswersARequestAndClosesTheConnection) {
     EXPECT_EQ(answerTo(request), answer);
 }
 
-TEST_F(ControlServerTest, ARequestMayComeInPieces) {
+TEST_F(ControlServerTest, AcceptsARequestInPieces) {
     Asker asker(path);
     for (const char byte : request) {
         EXPECT_EQ(asker.heard(), "");
@@ -138,7 +138,7 @@ TEST_F(ControlServerTest, OnlyTheFirstOfTwoRequestsIsAnswered) {
     EXPECT_EQ(asked, 1U);
 }
 
-TEST_F(ControlServerTest, OneWhoSaysNoMoreBehindItsRequestIsAnswered) {
+TEST_F(ControlServerTest, AnswersAClientThatHasClosedItsSide) {
     Asker asker(path);
     asker.say(request);
     asker.endOfRequest();
@@ -146,7 +146,7 @@ TEST_F(ControlServerTest, OneWhoSaysNoMoreBehindItsRequestIsAnswered) {
     EXPECT_EQ(asker.heard(), answer);
 }
 
-TEST_F(ControlServerTest, WithoutAnEndOfLineThereIsNoRequest) {
+TEST_F(ControlServerTest, ARequestEndsWithALine) {
     Asker asker(path);
     asker.say("{\"command\":\"status\"}");
     serve();
@@ -159,7 +159,7 @@ TEST_F(ControlServerTest, WithoutAnEndOfLineThereIsNoRequest) {
     EXPECT_EQ(asked, 0U);
 }
 
-TEST_F(ControlServerTest, ARequestThatIsTooLongIsCutOff) {
+TEST_F(ControlServerTest, DisconnectsAClientWhoseRequestIsTooLong) {
     for (const char* end : {"", "\n"}) {
         Asker asker(path);
         asker.say(std::string(70'000, ' ') + end);
@@ -171,7 +171,7 @@ TEST_F(ControlServerTest, ARequestThatIsTooLongIsCutOff) {
     EXPECT_EQ(answerTo(std::string(60'000, ' ') + request), answer);
 }
 
-TEST_F(ControlServerTest, WhatIsNoRequestIsToldSo) {
+TEST_F(ControlServerTest, RefusesWhatIsNotARequest) {
     const std::string refused = "{\"ok\":false,\"error\":\"";
     for (const char* bytes : {"[]\n", "{}\n", "{\"command\":7}\n", "null\n", "\"command\"\n"}) {
         EXPECT_EQ(answerTo(bytes), refused + "a request is an object with a command\"}\n");
@@ -188,13 +188,13 @@ TEST_F(ControlServerTest, WhatIsNoRequestIsToldSo) {
     EXPECT_EQ(asked, 0U);
 }
 
-TEST_F(ControlServerTest, WhatTheHandlerThrowsIsTheWholeAnswer) {
+TEST_F(ControlServerTest, ReportsWhatTheHandlerThrows) {
     EXPECT_EQ(answerTo("{\"command\":\"refuse\"}\n"),
               "{\"ok\":false,\"error\":\"not \xef\xbf\xbd today\"}\n");
     EXPECT_EQ(answerTo(request), answer);
 }
 
-TEST_F(ControlServerTest, OneWhoHasGoneHarmsNobody) {
+TEST_F(ControlServerTest, HandlesClientsThatDisconnect) {
     for (const std::string& last :
          {std::string(), request.substr(0, 5), request, std::string("{\"command\":\"long\"}\n")}) {
         Asker asker(path);
@@ -206,7 +206,7 @@ TEST_F(ControlServerTest, OneWhoHasGoneHarmsNobody) {
     EXPECT_EQ(answerTo(request), answer);
 }
 
-TEST_F(ControlServerTest, OneWhoNeverReadsHoldsUpNobodyAndGetsAllOnceItReads) {
+TEST_F(ControlServerTest, AClientThatDoesNotReadBlocksNobody) {
     Asker slow(path);
     slow.say("{\"command\":\"long\"}\n");
     serve();
@@ -220,7 +220,7 @@ TEST_F(ControlServerTest, OneWhoNeverReadsHoldsUpNobodyAndGetsAllOnceItReads) {
     EXPECT_GT(got, 3'000'000U);
 }
 
-TEST_F(ControlServerTest, BeyondTheMostTheOldestIsCutOff) {
+TEST_F(ControlServerTest, DisconnectsTheOldestOfTooManyClients) {
     std::list<Asker> waiting;
     for (std::size_t i = 0; i < ControlServer::maxClients + 2; ++i) {
         waiting.emplace_back(path);
@@ -239,7 +239,7 @@ TEST_F(ControlServerTest, BeyondTheMostTheOldestIsCutOff) {
     EXPECT_EQ(waiting.back().heard(), answer);
 }
 
-TEST_F(ControlServerTest, TheSocketIsTheOwnUsersAndGoesWithTheServer) {
+TEST_F(ControlServerTest, TheSocketBelongsToTheUserAndIsRemoved) {
     struct stat found {};
     ASSERT_EQ(stat(path.c_str(), &found), 0);
     EXPECT_EQ(found.st_mode & 0777U, 0600U);
@@ -248,13 +248,13 @@ TEST_F(ControlServerTest, TheSocketIsTheOwnUsersAndGoesWithTheServer) {
     EXPECT_FALSE(std::filesystem::exists(other));
 }
 
-TEST_F(ControlServerTest, AnotherServersSocketIsNotTakenFromIt) {
-    EXPECT_EQ(errorOf(path), "control socket " + path + ": another agent answers there");
+TEST_F(ControlServerTest, DoesNotReplaceAnotherServersSocket) {
+    EXPECT_EQ(errorOf(path), "control socket " + path + ": another agent serves it");
     serve();
     EXPECT_EQ(answerTo(request), answer);
 }
 
-TEST_F(ControlServerTest, ASocketThatAKilledProcessLeftIsTakenOver) {
+TEST_F(ControlServerTest, ReplacesTheSocketOfAKilledProcess) {
     const std::string left = directory / "left.sock";
     const int former = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const sockaddr_un address = addressOf(left);
@@ -271,7 +271,7 @@ TEST_F(ControlServerTest, ASocketThatAKilledProcessLeftIsTakenOver) {
     EXPECT_EQ(asker.heard(), answer);
 }
 
-TEST_F(ControlServerTest, AFileThatIsNoSocketStays) {
+TEST_F(ControlServerTest, KeepsAFileThatIsNotASocket) {
     const std::string file = directory / "notes.txt";
     std::ofstream(file) << "mine";
     EXPECT_NE(errorOf(file), "");
@@ -280,7 +280,7 @@ TEST_F(ControlServerTest, AFileThatIsNoSocketStays) {
     EXPECT_EQ(kept, "mine");
 }
 
-TEST_F(ControlServerTest, APathThatCannotBeUsedIsToldWithTheReason) {
+TEST_F(ControlServerTest, ReportsWhyAPathCannotBeUsed) {
     const std::string tooLong = directory / std::string(100, 'x');
     EXPECT_EQ(errorOf(tooLong), "control socket " + tooLong + ": the path is too long");
     const std::string beneathAFile = path + "/agent.sock";

@@ -113,7 +113,7 @@ TEST(IpPacket, ReportsItsFault) {
     }
 }
 
-TEST(IpPacket, ItsFieldsAreRead) {
+TEST(IpPacket, ReadsItsFields) {
     const IpPacket v4{PktHdrType::ipv4, four};
     EXPECT_EQ(v4.length(), 28U);
     EXPECT_EQ(v4.ttl(), 64);
@@ -126,7 +126,7 @@ TEST(IpPacket, ItsFieldsAreRead) {
     EXPECT_EQ(v6.destination(), Lumo::IpGenAddr::fromText("2001:db8::2"));
 }
 
-TEST(IpScope, IsToldByTheAddressRange) {
+TEST(IpScope, FollowsTheAddressRanges) {
     const struct {
         IpScope scope;
         std::vector<const char*> addresses;

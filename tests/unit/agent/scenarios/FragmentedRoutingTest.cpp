@@ -81,7 +81,7 @@ class FragmentedRouting : public ForwarderFixture {
 
 } // namespace
 
-TEST_F(FragmentedRouting, EachFragmentLeavesWithTheLabelsAndTagsOfTheWhole) {
+TEST_F(FragmentedRouting, EachFragmentHasTheLabelsAndTagsOfThePacket) {
     for (std::uint32_t labels = 0; labels <= 3; ++labels) {
         out[east].frames.clear();
         const std::uint32_t destination = 0x0a010001 + (labels << 8U);
@@ -107,7 +107,7 @@ TEST_F(FragmentedRouting, EachFragmentLeavesWithTheLabelsAndTagsOfTheWhole) {
     EXPECT_EQ(dropped(), ReasonCounts{});
 }
 
-TEST_F(FragmentedRouting, TheFrameAndItsFurtherFragmentsAreCountedOnceEach) {
+TEST_F(FragmentedRouting, CountsTheFrameAndItsFurtherFragmentsOnce) {
     receive(join({eth(ethIpv4), ipv4(to(0x0a010001), counting(300))}));
     receive(join({eth(ethIpv4), ipv4(to(0x0a010001), counting(112))}));
     const Summary counted = summary();
@@ -116,7 +116,7 @@ TEST_F(FragmentedRouting, TheFrameAndItsFurtherFragmentsAreCountedOnceEach) {
     EXPECT_EQ(counted.forwardedTotal(), (Traffic{4, 4 * (14 + 20) + 300 + 112}));
 }
 
-TEST_F(FragmentedRouting, WhatMustNotBeCutIsDroppedAndHeardOf) {
+TEST_F(FragmentedRouting, APacketWithDfIsDroppedAndReported) {
     const Bytes data = counting(300);
     expectDropped(join({eth(ethIpv4), ipv4(to(0x0a010001, 0x4000), data)}), "MTU exceeded", 1);
     expectDropped(join({eth(ethIpv4), ipv4(to(0x0a010101, 0x4000), data)}), "MTU exceeded", 1);
@@ -126,13 +126,13 @@ TEST_F(FragmentedRouting, WhatMustNotBeCutIsDroppedAndHeardOf) {
     expectDropped(join({eth(ethIpv4), ipv4(to(0x0a030001), data)}), "Egress port is down", 0);
 }
 
-TEST_F(FragmentedRouting, WhatCameWithALabelIsNotCut) {
+TEST_F(FragmentedRouting, ALabelledPacketIsNotFragmented) {
     handler->decide = always(withRewrite(nexthop("", "10.1.0.1"), popInfo()));
     expectDropped(join({eth(ethMpls), stack({{100}}), ipv4(to(0x0a010001), counting(300))}),
                   "MTU exceeded", 1);
 }
 
-TEST_F(FragmentedRouting, AFrameThatTheCaptureCutLeavesInFramesThatAreCut) {
+TEST_F(FragmentedRouting, FragmentsOfATruncatedFrameAreTruncated) {
     const Bytes packet = ipv4(to(0x0a010101), counting(200));
     receive(join({eth(ethIpv4), part(packet, 0, 60)}), packet.size() - 60);
     EXPECT_EQ(out[east].frames,

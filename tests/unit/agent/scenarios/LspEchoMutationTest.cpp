@@ -55,7 +55,7 @@ Bytes mutated(const Bytes& bytes, std::mt19937& random) {
 
 } // namespace
 
-TEST(LspEchoMutation, WhateverComesInARepliesMakesSense) {
+TEST(LspEchoMutation, EveryReplyIsWellFormed) {
     const Bytes mapping =
         tlv(20, join({{5, 220, 1, 0}, filled(10, 1), {0, 8}, tlv(1, filled(4, 0))}));
     const std::vector<Bytes> originals{
@@ -78,7 +78,7 @@ TEST(LspEchoMutation, WhateverComesInARepliesMakesSense) {
     }
 }
 
-TEST(LspEchoMutation, WhateverFrameComesInIsTakenApartWithinIt) {
+TEST(LspEchoMutation, ParsingStaysWithinTheFrame) {
     const Bytes frame = tagged({{1}, {0}}, echo6(message({})));
     std::mt19937 random(2); // NOLINT(cert-msc51-cpp): the same each time
     unsigned packets = 0;

@@ -94,7 +94,7 @@ class NeighbourMonitorTest : public TestSupport::OwnNetwork {
 
 } // namespace
 
-TEST_F(NeighbourMonitorTest, ANeighbourThatIsAskedForIsTold) {
+TEST_F(NeighbourMonitorTest, ReportsASolicitedNeighbour) {
     for (const char* address : {"192.0.2.2", "2001:db8::2"}) {
         EXPECT_TRUE(monitor->solicit(left, addressOf(address)));
         EXPECT_TRUE(until([&] { return neighbour(address).mac == rightMac; })) << address;
@@ -103,7 +103,7 @@ TEST_F(NeighbourMonitorTest, ANeighbourThatIsAskedForIsTold) {
     EXPECT_EQ(monitor->refusedSolicits(), 0U);
 }
 
-TEST_F(NeighbourMonitorTest, ANeighbourThatDoesNotAnswerFailsAndIsFoundOnceItDoes) {
+TEST_F(NeighbourMonitorTest, ANeighbourFailsUntilItAnswers) {
     std::ofstream("/proc/sys/net/ipv4/neigh/left/retrans_time_ms") << 20;
     monitor->solicit(left, addressOf("192.0.2.3"));
     EXPECT_TRUE(until([this] { return neighbour("192.0.2.3").reach == Reach::failed; }));
@@ -115,7 +115,7 @@ TEST_F(NeighbourMonitorTest, ANeighbourThatDoesNotAnswerFailsAndIsFoundOnceItDoe
     EXPECT_TRUE(until([this] { return neighbour("192.0.2.3").mac == rightMac; }));
 }
 
-TEST_F(NeighbourMonitorTest, ANeighbourWhoseMacChangesIsToldAnew) {
+TEST_F(NeighbourMonitorTest, ReportsANewMacOfANeighbour) {
     monitor->solicit(left, addressOf("192.0.2.2"));
     EXPECT_TRUE(until([this] { return neighbour("192.0.2.2").mac == rightMac; }));
     ip("neigh replace 192.0.2.2 lladdr 02:00:00:00:00:22 dev left nud stale");
@@ -124,7 +124,7 @@ TEST_F(NeighbourMonitorTest, ANeighbourWhoseMacChangesIsToldAnew) {
     EXPECT_EQ(neighbour("192.0.2.2").reach, Reach::stale);
 }
 
-TEST_F(NeighbourMonitorTest, OfALinkThatGoesDownAllAreDeleted) {
+TEST_F(NeighbourMonitorTest, DeletesTheNeighboursOfALinkThatGoesDown) {
     ip("neigh add 192.0.2.9 lladdr 02:00:00:00:00:09 dev left nud reachable");
     EXPECT_TRUE(until([this] { return neighbour("192.0.2.9").mac.has_value(); }));
     ip("link set left down");
@@ -132,7 +132,7 @@ TEST_F(NeighbourMonitorTest, OfALinkThatGoesDownAllAreDeleted) {
     EXPECT_EQ(monitor->table().neighbour(left, addressOf("192.0.2.9")), nullptr);
 }
 
-TEST_F(NeighbourMonitorTest, ThoseThatAreThereAtFirstAreTold) {
+TEST_F(NeighbourMonitorTest, ReportsTheExistingNeighbours) {
     ip("neigh add 192.0.2.8 lladdr 02:00:00:00:00:08 dev left nud permanent");
     ip("neigh add 2001:db8::8 lladdr 02:00:00:00:00:08 dev left nud stale");
     monitor = std::make_unique<LinkMonitor>(LinkEvents{});
@@ -142,7 +142,7 @@ TEST_F(NeighbourMonitorTest, ThoseThatAreThereAtFirstAreTold) {
     EXPECT_EQ(neighbour("2001:db8::8").mac, (MacAddress{2, 0, 0, 0, 0, 8}));
 }
 
-TEST_F(NeighbourMonitorTest, AskingOnAnInterfaceThatIsGoneIsRefusedAndSurvived) {
+TEST_F(NeighbourMonitorTest, CountsARefusedSolicitOnADeletedInterface) {
     EXPECT_TRUE(monitor->solicit(9999, addressOf("192.0.2.2")));
     EXPECT_TRUE(until([this] { return monitor->refusedSolicits() == 1; }));
     EXPECT_TRUE(monitor->solicit(left, addressOf("192.0.2.2")));

@@ -25,7 +25,7 @@ void expectPasses(PacketPort& from, PacketPort& to, const Bytes& frame) {
 
 } // namespace
 
-TEST_F(PacketPortLinkTest, AnInterfaceThatIsNotThereLeavesThePortShutUntilItIs) {
+TEST_F(PacketPortLinkTest, StaysClosedUntilTheInterfaceExists) {
     PacketPort port(0, "late", PacketIntake::labelled);
     EXPECT_FALSE(port.isOpen());
     EXPECT_EQ(port.descriptor(), -1);
@@ -43,13 +43,13 @@ TEST_F(PacketPortLinkTest, AnInterfaceThatIsNotThereLeavesThePortShutUntilItIs) 
     expectPasses(port, right, toRight({ethMpls}));
 }
 
-TEST_F(PacketPortLinkTest, ANameThatNoInterfaceCanHaveIsAProblemToo) {
+TEST_F(PacketPortLinkTest, AnInvalidNameIsAProblem) {
     PacketPort port(0, "longer-than-any-interface", PacketIntake::labelled);
     EXPECT_EQ(port.problem(), "longer-than-any-interface: naming the interface: No such device");
     EXPECT_FALSE(PacketPort(0, "", PacketIntake::labelled).isOpen());
 }
 
-TEST_F(PacketPortLinkTest, ALinkThatGoesDownAndUpNeedsNoReopening) {
+TEST_F(PacketPortLinkTest, SurvivesALinkGoingDownAndUp) {
     PacketPort left(0, "left", PacketIntake::labelled);
     PacketPort right(1, "right", PacketIntake::labelled);
     ip("link set right down");
@@ -66,14 +66,14 @@ TEST_F(PacketPortLinkTest, ALinkThatGoesDownAndUpNeedsNoReopening) {
     expectPasses(left, right, toRight({ethMpls}, 4));
 }
 
-TEST_F(PacketPortLinkTest, AnInterfaceThatIsDeletedShutsThePortAndOneOfItsNameReopensIt) {
+TEST_F(PacketPortLinkTest, ClosesForADeletedInterfaceAndReopensForItsSuccessor) {
     PacketPort left(0, "left", PacketIntake::labelled);
     PacketPort right(1, "right", PacketIntake::labelled);
     expectPasses(left, right, toRight({ethMpls}, 1));
     ip("link del left");
     EXPECT_TRUE(pollUntil([&] { return right.descriptor(); }, [&] { right.receive(ignore, 1); },
                           [&] { return !right.isOpen(); }));
-    EXPECT_EQ(right.problem(), "right: the interface is gone");
+    EXPECT_EQ(right.problem(), "right: the interface was removed");
     EXPECT_EQ(right.counts().of(LiveEvent::interfaceGone), 1U);
     transmit(left, toRight({ethMpls}, 2)); // not yet aware of it
     send(left, toRight({ethMpls}, 3));
@@ -84,7 +84,7 @@ TEST_F(PacketPortLinkTest, AnInterfaceThatIsDeletedShutsThePortAndOneOfItsNameRe
     expectPasses(left, right, toRight({ethMpls}, 4));
 }
 
-TEST_F(PacketPortLinkTest, FramesThatWaitInTheQueueWhenThePortIsReopenedAreCounted) {
+TEST_F(PacketPortLinkTest, CountsQueuedFramesOnReopen) {
     PacketPort left(0, "left", PacketIntake::labelled);
     transmit(left, toRight({ethMpls}, 1));
     EXPECT_TRUE(left.reopen());
@@ -94,7 +94,7 @@ TEST_F(PacketPortLinkTest, FramesThatWaitInTheQueueWhenThePortIsReopenedAreCount
 }
 
 // Of all links only the loopback interface has an MTU that large.
-TEST_F(PacketPortLinkTest, AFrameLongerThanTheRingHoldsIsTruncated) {
+TEST_F(PacketPortLinkTest, TruncatesAFrameLongerThanTheRingAllows) {
     ip("link set lo mtu 200000");
     PacketPort port(1, "lo", PacketIntake::everything);
     PacketPort sender(0, "lo", PacketIntake::labelled);
@@ -112,7 +112,7 @@ TEST_F(PacketPortLinkTest, AFrameLongerThanTheRingHoldsIsTruncated) {
     expectPasses(sender, port, toRight({ethMpls}, 2, 65000));
 }
 
-TEST_F(PacketPortLinkTest, AnMtuThatGrowsWhileThePortIsOpenIsNoMatter) {
+TEST_F(PacketPortLinkTest, HandlesAnMtuIncreaseWhileOpen) {
     PacketPort right(1, "right", PacketIntake::labelled);
     ip("link set left mtu 60000");
     ip("link set right mtu 60000");

@@ -27,14 +27,14 @@ TEST_F(PoppedPacket, APoppedPacketIsRoutedInTheVrfOfTheNextHop) {
     EXPECT_EQ(dropped(), (ReasonCounts{{"VRF not configured", 1}, {"No route", 1}}));
 }
 
-TEST_F(PoppedPacket, ANeighbourOnNoSubnetIsReachedAllTheSame) {
+TEST_F(PoppedPacket, ANeighbourOutsideAnySubnetIsReachable) {
     receivePopped(packetTo("172.16.0.9"), "172.16.0.9", "red");
     EXPECT_EQ(onlyFrame().first, red2);
     receivePopped(packetTo("172.16.0.9"), "172.16.0.9");
     EXPECT_EQ(dropped(), (ReasonCounts{{"No route", 1}}));
 }
 
-TEST_F(PoppedPacket, OneRouterTakesOneFromTheTtl) {
+TEST_F(PoppedPacket, ARouterDecrementsTheTtlOnce) {
     using enum Mpls::TtlMode;
     receivePopped(packetTo("10.9.0.1", 64), "10.9.0.1", "", pipe, 200);
     EXPECT_EQ(onlyPacket(), packetTo("10.9.0.1", 63));
@@ -52,7 +52,7 @@ TEST_F(PoppedPacket, OneRouterTakesOneFromTheTtl) {
               Frames{join({eth(ethMpls), stack({{100, 0, 200}}), packetTo("10.9.0.1", 1)})});
 }
 
-TEST_F(PoppedPacket, APoppedPacketIsCheckedLikeOneThatCameWithoutLabels) {
+TEST_F(PoppedPacket, APoppedPacketIsCheckedLikeAnUnlabelledOne) {
     Bytes badSum = packetTo("10.9.0.1");
     badSum[10] = static_cast<std::uint8_t>(badSum[10] ^ 1U);
     receivePopped(badSum, "10.9.0.1");
@@ -67,7 +67,7 @@ TEST_F(PoppedPacket, APoppedPacketIsCheckedLikeOneThatCameWithoutLabels) {
     EXPECT_EQ(punted(), (ReasonCounts{{"Address of the device", 1}}));
 }
 
-TEST_F(PoppedPacket, ANextHopWithoutInterfaceIsReachedByItsRouteAndIsNoIpHop) {
+TEST_F(PoppedPacket, ANextHopWithoutInterfaceIsRoutedWithoutAnIpHop) {
     // Labelled: the route's labels go on top.
     receive(labelled({{100, 3, 64}}), always(withRewrite(nexthop("", "10.8.0.1"), swapInfo(500))));
     EXPECT_EQ(onlyPacket(), join({stack({{300, 3, 63}, {301, 3, 63}, {500, 3, 63}}), packet()}));

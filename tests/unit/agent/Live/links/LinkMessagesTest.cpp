@@ -68,7 +68,7 @@ TEST(LinkMessages, ALinkIsUpWhenItIsEnabledOperationalAndHasACarrier) {
     }
 }
 
-TEST(LinkMessages, AttributesOfAnUnexpectedSizeCountForNothing) {
+TEST(LinkMessages, AttributesOfAnUnexpectedSizeAreIgnored) {
     Message message(RTM_NEWLINK, linkPart(IFF_UP));
     message.put(IFLA_IFNAME, "unterminated", 4).put(IFLA_ADDRESS, mac.data(), 5);
     message.put(IFLA_MTU, mac.data(), 2);
@@ -78,7 +78,7 @@ TEST(LinkMessages, AttributesOfAnUnexpectedSizeCountForNothing) {
     EXPECT_EQ(link->mtu, 0U);
 }
 
-TEST(LinkMessages, WhatIsTooShortOrOfABridgeIsNoLink) {
+TEST(LinkMessages, ShortAndBridgeMessagesAreIgnored) {
     Message tooShort(RTM_NEWLINK, linkPart(IFF_UP));
     tooShort.header->nlmsg_len -= 1;
     EXPECT_FALSE(readLinkMessage(*tooShort.header));
@@ -87,7 +87,7 @@ TEST(LinkMessages, WhatIsTooShortOrOfABridgeIsNoLink) {
     EXPECT_FALSE(readLinkMessage(*Message(RTM_DELLINK, linkPart(IFF_UP, AF_BRIDGE)).header));
 }
 
-TEST(LinkMessages, AMacIsGoodWhileTheNeighbourIsConfirmedOrStale) {
+TEST(LinkMessages, AMacIsUsableWhileConfirmedOrStale) {
     struct Case {
         std::uint16_t state;
         Reach reach;

@@ -46,7 +46,7 @@ class LinkMonitorTest : public TestSupport::OwnNetwork {
 
 } // namespace
 
-TEST_F(LinkMonitorTest, TellsTheLinksThatThereAreAtFirst) {
+TEST_F(LinkMonitorTest, ReportsTheExistingLinks) {
     EXPECT_TRUE(link("left").isUp());
     EXPECT_EQ(link("left").mac, (MacAddress{2, 0, 0, 0, 0, 1}));
     EXPECT_EQ(link("right").mac, (MacAddress{2, 0, 0, 0, 0, 2}));
@@ -58,7 +58,7 @@ TEST_F(LinkMonitorTest, TellsTheLinksThatThereAreAtFirst) {
     EXPECT_TRUE(deleted.empty());
 }
 
-TEST_F(LinkMonitorTest, ALinkThatIsTakenDownTakesTheCarrierFromItsOtherEnd) {
+TEST_F(LinkMonitorTest, ALinkTakenDownRemovesTheCarrierOfItsPeer) {
     ip("link set left down");
     EXPECT_TRUE(until([this] { return !link("left").isEnabled && !link("right").hasCarrier; }));
     EXPECT_FALSE(link("left").isUp());
@@ -68,7 +68,7 @@ TEST_F(LinkMonitorTest, ALinkThatIsTakenDownTakesTheCarrierFromItsOtherEnd) {
     EXPECT_TRUE(until([this] { return link("left").isUp() && link("right").isUp(); }));
 }
 
-TEST_F(LinkMonitorTest, TellsOfANewMtuMacAndName) {
+TEST_F(LinkMonitorTest, ReportsANewMtuMacAndName) {
     ip("link set left mtu 1400");
     EXPECT_TRUE(until([this] { return link("left").mtu == 1400; }));
     ip("link set left address 02:00:00:00:00:77");
@@ -81,14 +81,14 @@ TEST_F(LinkMonitorTest, TellsOfANewMtuMacAndName) {
     EXPECT_TRUE(deleted.empty());
 }
 
-TEST_F(LinkMonitorTest, WhatDoesNotChangeIsNotTold) {
+TEST_F(LinkMonitorTest, DoesNotReportWhatDoesNotChange) {
     const std::size_t before = told.size();
     ip("link set left mtu 1500 && ip link set left alias again && ip link set left mtu 1400");
     EXPECT_TRUE(until([this] { return link("left").mtu == 1400; }));
     EXPECT_EQ(told.size(), before + 1);
 }
 
-TEST_F(LinkMonitorTest, ALinkThatIsDeletedAndReturnsIsAnother) {
+TEST_F(LinkMonitorTest, ALinkCreatedAgainHasAnotherIndex) {
     const std::uint32_t index = link("left").index;
     ip("link del left");
     EXPECT_TRUE(until([this] { return deleted.size() == 2; }));
@@ -98,7 +98,7 @@ TEST_F(LinkMonitorTest, ALinkThatIsDeletedAndReturnsIsAnother) {
     EXPECT_NE(link("left").index, index);
 }
 
-TEST_F(LinkMonitorTest, ALinkThatLeavesABridgeIsStillThere) {
+TEST_F(LinkMonitorTest, ALinkRemovedFromABridgeExists) {
     ip("link add name bridge type bridge");
     ip("link set left master bridge");
     ip("link set left nomaster");
@@ -107,7 +107,7 @@ TEST_F(LinkMonitorTest, ALinkThatLeavesABridgeIsStillThere) {
     EXPECT_TRUE(deleted.empty());
 }
 
-TEST_F(LinkMonitorTest, WhatIsLostInAnOverrunIsFoundAnew) {
+TEST_F(LinkMonitorTest, RecoversChangesLostInAnOverrun) {
     const int smallest = 1;
     setsockopt(monitor->descriptor(), SOL_SOCKET, SO_RCVBUF, &smallest, sizeof smallest);
     for (int mtu = 1300; mtu < 1320; ++mtu) {

@@ -42,7 +42,7 @@ class LinkTableTest : public testing::Test {
 
 } // namespace
 
-TEST_F(LinkTableTest, EqualValuesAreToldOnce) {
+TEST_F(LinkTableTest, ReportsEqualValuesOnce) {
     table.linkIs(linkOf(1, "a"));
     table.linkIs(linkOf(1, "a"));
     table.neighbourIs(neighbourOf(1, 5));
@@ -53,13 +53,13 @@ TEST_F(LinkTableTest, EqualValuesAreToldOnce) {
     EXPECT_EQ(table.link(1)->mtu, 9000U);
 }
 
-TEST_F(LinkTableTest, WhatIsNotThereIsNotDeleted) {
+TEST_F(LinkTableTest, DeletesOnlyWhatExists) {
     table.linkDel(1);
     table.neighbourDel(neighbourOf(1, 5));
     EXPECT_EQ(told, "");
 }
 
-TEST_F(LinkTableTest, WhatIsNotConfirmedIsDeletedNeighboursFirst) {
+TEST_F(LinkTableTest, DeletesUnconfirmedEntriesNeighboursFirst) {
     table.linkIs(linkOf(1, "a"));
     table.linkIs(linkOf(2, "b"));
     table.neighbourIs(neighbourOf(1, 5));
@@ -74,7 +74,7 @@ TEST_F(LinkTableTest, WhatIsNotConfirmedIsDeletedNeighboursFirst) {
     EXPECT_EQ(told, "-6-b");
 }
 
-TEST_F(LinkTableTest, WhatComesWhileConfirmingStays) {
+TEST_F(LinkTableTest, KeepsEntriesAddedWhileConfirming) {
     table.startConfirming();
     table.linkIs(linkOf(3, "c"));
     table.delUnconfirmed();

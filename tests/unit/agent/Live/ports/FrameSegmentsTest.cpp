@@ -145,12 +145,12 @@ INSTANTIATE_TEST_SUITE_P(All, FrameSegmentsOf, testing::ValuesIn(cases));
 
 } // namespace
 
-TEST_P(FrameSegmentsOf, AreWhatTheWireWouldCarry) {
+TEST_P(FrameSegmentsOf, AreWireFrames) {
     const MergedFrame& merged = GetParam().merged;
     EXPECT_EQ(cut(merged.whole(), merged.work()), merged.segments());
 }
 
-TEST(FrameSegments, ChecksumsAreRightWhateverWasInTheField) {
+TEST(FrameSegments, ChecksumsAreValidWhateverTheFieldHeld) {
     Bytes whole = tcp4.whole();
     whole[tcp4.transport() + 16] ^= 0xff;
     OffloadedWork work = tcp4.work();
@@ -159,11 +159,11 @@ TEST(FrameSegments, ChecksumsAreRightWhateverWasInTheField) {
     EXPECT_EQ(cut(whole, work), tcp4.segments());
 }
 
-TEST(FrameSegments, PaddingBehindThePacketIsNoPayload) {
+TEST(FrameSegments, PaddingIsNotPayload) {
     EXPECT_EQ(cut(join({tcp4.whole(), filled(9, 0xee)}), tcp4.work()), tcp4.segments());
 }
 
-TEST(FrameSegments, CarryTheTimeOfTheirFrameAndLeaveThePort) {
+TEST(FrameSegments, HaveTheTimeOfTheFrameAndKeepThePort) {
     Bytes whole = tcp4.whole();
     FrameSegments segments;
     Frame frame;
@@ -174,7 +174,7 @@ TEST(FrameSegments, CarryTheTimeOfTheirFrameAndLeaveThePort) {
     EXPECT_EQ(frame.time, (OvixAgent::CaptureTime{11, 12}));
 }
 
-TEST(FrameSegments, ThereAreNoneBeforeAFrameNorAfterTheLastNorOfOneForgotten) {
+TEST(FrameSegments, AreNoneBeforeTheStartAfterTheLastOrAfterDrop) {
     FrameSegments segments;
     EXPECT_TRUE(rest(segments).empty());
     Bytes whole = tcp4.whole();
@@ -187,7 +187,7 @@ TEST(FrameSegments, ThereAreNoneBeforeAFrameNorAfterTheLastNorOfOneForgotten) {
     EXPECT_TRUE(rest(segments).empty());
 }
 
-TEST(FrameSegments, OfAFrameThatCannotBeCutThereAreNone) {
+TEST(FrameSegments, AreNoneWhenTheFrameCannotBeCut) {
     FrameSegments segments;
     Bytes whole = tcp4.whole();
     ASSERT_TRUE(segments.start(whole, tcp4.work(), {}));
@@ -198,7 +198,7 @@ TEST(FrameSegments, OfAFrameThatCannotBeCutThereAreNone) {
     EXPECT_TRUE(rest(segments).empty());
 }
 
-TEST(FrameSegments, MoreHeadersThanAnyFrameHasAreRefused) {
+TEST(FrameSegments, HeadersThatAreTooLongAreRefused) {
     for (const std::size_t labels : {45U, 50U, 51U, 60U}) {
         const MergedFrame merged =
             over(join({eth(ethMpls), stack(std::vector<Entry>(labels, Entry{100}))}));
@@ -210,7 +210,7 @@ TEST(FrameSegments, MoreHeadersThanAnyFrameHasAreRefused) {
 
 // Whatever the lengths in a frame and beside it say, segments are parts of the frame, and their
 // payloads its payload. The address sanitizer sees what is read beyond.
-TEST(FrameSegments, MadeUpLengthsLeadNowhere) {
+TEST(FrameSegments, RandomLengthsAreHandled) {
     MadeUp madeUp;
     std::size_t taken = 0;
     for (int round = 0; round < 20000; ++round) {

@@ -26,7 +26,7 @@ class LivePortsTest : public TestSupport::OwnNetwork {
     std::optional<LivePorts> ports;
 };
 
-TEST_F(LivePortsTest, APortThatIsNotThereIsToldOfOnceAndAgainWhenItIs) {
+TEST_F(LivePortsTest, AMissingPortIsReportedOnceAndAgainWhenOpen) {
     open("ports: [{name: left, kind: packet}, {name: later, kind: packet}]");
     ports->requireUsable();
     const Lines missing{"later: finding the interface: No such device"};
@@ -39,26 +39,26 @@ TEST_F(LivePortsTest, APortThatIsNotThereIsToldOfOnceAndAgainWhenItIs) {
     EXPECT_EQ(ports->problems(), Lines());
 }
 
-TEST_F(LivePortsTest, ARunThatWaitsForItsOnlyInterfaceIsPossible) {
+TEST_F(LivePortsTest, ARunMayWaitForItsOnlyInterface) {
     open("ports: [{name: later, kind: packet}]");
     EXPECT_EQ(TestSupport::refusal([&] { ports->requireUsable(); }), "");
 }
 
-TEST_F(LivePortsTest, ARunWithoutAPortThatCanBeUsedIsNot) {
+TEST_F(LivePortsTest, ARunWithoutAUsablePortIsRefused) {
     ip("link set left mtu 9000");
     open("ports: [{name: left, kind: xdp}]");
     const std::string said = TestSupport::refusal([&] { ports->requireUsable(); });
     EXPECT_EQ(said.find("no port can be used: left: an MTU of 9000 is more than "), 0U) << said;
 }
 
-TEST_F(LivePortsTest, ATapDeviceTowardTheCpuThatIsNoneIsAProblem) {
+TEST_F(LivePortsTest, AnInvalidCpuTapIsAProblem) {
     open("{ports: [{name: left, kind: packet}], cpu: {tap: right}}");
     ASSERT_EQ(ports->problems().size(), 1U);
     EXPECT_EQ(ports->problems()[0].find("right: "), 0U) << ports->problems()[0];
     EXPECT_EQ(ports->news(), ports->problems());
 }
 
-TEST_F(LivePortsTest, WhatHasComeInIsReceivedWhenTheIntakeIsStopped) {
+TEST_F(LivePortsTest, FramesReceivedBeforeTheStopAreDelivered) {
     using namespace LiveTesting;
     open("ports: [{name: left, kind: packet}, {name: right, kind: packet}]");
     LivePort& left = ports->port(0);

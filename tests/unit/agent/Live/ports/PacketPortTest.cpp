@@ -71,25 +71,25 @@ std::vector<Bytes> joined(std::initializer_list<std::vector<Bytes>> lists) {
 
 } // namespace
 
-TEST_F(PacketPortTest, LabelledFramesArriveWholeWithTheirTags) {
+TEST_F(PacketPortTest, ReceivesLabelledFramesWithTheirTags) {
     EXPECT_EQ(passed(PacketIntake::labelled, labelled), labelled);
 }
 
-TEST_F(PacketPortTest, APortOfLabelledFramesTakesNothingElse) {
+TEST_F(PacketPortTest, ALabelledIntakeReceivesOnlyLabelledFrames) {
     EXPECT_EQ(passed(PacketIntake::labelled, joined({ipFrames, othersFrames, labelled})), labelled);
 }
 
-TEST_F(PacketPortTest, APortThatRoutesIpTakesWhatIsAddressedToItsMac) {
+TEST_F(PacketPortTest, AnIpIntakeReceivesFramesToItsMac) {
     const auto all = joined({labelled, ipFrames});
     EXPECT_EQ(passed(PacketIntake::labelledAndIp, joined({labelled, ipFrames, othersFrames})), all);
 }
 
-TEST_F(PacketPortTest, AnAttachmentCircuitTakesEverything) {
+TEST_F(PacketPortTest, AnAttachmentCircuitReceivesEverything) {
     const auto all = joined({labelled, ipFrames, othersFrames});
     EXPECT_EQ(passed(PacketIntake::everything, all), all);
 }
 
-TEST_F(PacketPortTest, WhatTheHostItselfSendsDoesNotComeBack) {
+TEST_F(PacketPortTest, DoesNotReceiveFramesOfTheHost) {
     PacketPort left(0, "left", PacketIntake::everything);
     PacketPort other(0, "left", PacketIntake::everything);
     PacketPort right(1, "right", PacketIntake::everything);
@@ -100,7 +100,7 @@ TEST_F(PacketPortTest, WhatTheHostItselfSendsDoesNotComeBack) {
     EXPECT_EQ(receiveUpTo(left, toLeft({ethMpls}, 3)), std::vector<Bytes>{toLeft({ethMpls}, 3)});
 }
 
-TEST_F(PacketPortTest, FramesCarryThePortTheTimeAndTheLength) {
+TEST_F(PacketPortTest, FramesHavePortTimeAndLength) {
     PacketPort left(0, "left", PacketIntake::labelled);
     PacketPort right(7, "right", PacketIntake::labelled);
     timespec before{};
@@ -141,7 +141,7 @@ TEST_F(PacketPortTest, ThousandsOfFramesArriveInOrderWithinTheBudget) {
     EXPECT_EQ(right.counts().of(LiveEvent::ringFull), 0U);
 }
 
-TEST_F(PacketPortTest, WhatFindsNoRoomInTheRingIsCounted) {
+TEST_F(PacketPortTest, CountsFramesThatOverflowTheRing) {
     constexpr std::uint64_t count = 30000;
     PacketPort left(0, "left", PacketIntake::labelled);
     PacketPort right(1, "right", PacketIntake::labelled);
@@ -159,7 +159,7 @@ TEST_F(PacketPortTest, WhatFindsNoRoomInTheRingIsCounted) {
                                        [&] { return received + dropped == count; }));
 }
 
-TEST_F(PacketPortTest, AFrameLongerThanTheMtuIsCountedAndTheNextOneSent) {
+TEST_F(PacketPortTest, CountsAFrameAboveTheMtuAndSendsTheNext) {
     PacketPort left(0, "left", PacketIntake::labelled);
     PacketPort right(1, "right", PacketIntake::labelled);
     transmit(left, toRight({ethMpls}, 1, 1501));

@@ -104,7 +104,7 @@ TEST_P(FrameThatCannotBeCut, IsRefused) {
     EXPECT_FALSE(readSegmentedFrame(frame, work).has_value());
 }
 
-TEST(SegmentedFrame, TellsWhereThingsAre) {
+TEST(SegmentedFrame, ReportsTheOffsets) {
     const MergedFrame merged{.link = join({eth(ethVlan), tag(5, ethMpls), stack({{100}, {200}})}),
                              .tcpOptions = 12};
     const auto found = readSegmentedFrame(merged.whole(), merged.work());
@@ -118,7 +118,7 @@ TEST(SegmentedFrame, TellsWhereThingsAre) {
     EXPECT_EQ(found->segmentSize, 1000U);
 }
 
-TEST(SegmentedFrame, CutShortAnywhereIsRefused) {
+TEST(SegmentedFrame, RefusesEveryTruncatedFrame) {
     const std::vector<MergedFrame> all{{.payload = 50},
                                        ipv6(50),
                                        {.isTcp = false, .payload = 50, .segmentation = udpOverIp},

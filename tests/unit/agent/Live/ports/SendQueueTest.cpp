@@ -59,7 +59,7 @@ class SendQueueTest : public testing::Test {
 
 } // namespace
 
-TEST_F(SendQueueTest, ManyFramesAreSentByOneCallInTheirOrder) {
+TEST_F(SendQueueTest, SendsManyFramesInOrderByOneCall) {
     push("abcdef");
     EXPECT_EQ(sentFrames, "");
     queue.flush(0);
@@ -80,7 +80,7 @@ struct Failure {
 
 class SendQueueFailures : public SendQueueTest, public testing::WithParamInterface<Failure> {};
 
-TEST_P(SendQueueFailures, AreCountedAndSurvived) {
+TEST_P(SendQueueFailures, AreCounted) {
     script = GetParam().answers;
     push("abcd");
     queue.flush(0);
@@ -116,7 +116,7 @@ TEST_F(SendQueueTest, AFullQueueIsFlushedForTheNextFrame) {
     EXPECT_EQ(queue.size(), 1U);
 }
 
-TEST_F(SendQueueTest, AQueueThatStaysFullDropsWhatComesAfterIt) {
+TEST_F(SendQueueTest, AQueueThatStaysFullDropsNewFrames) {
     script = {{0, EAGAIN}, {0, EAGAIN}};
     push(std::string(SendQueue::maxFrames, 'x') + "yz");
     EXPECT_EQ(counts.of(LiveEvent::queueFull), 2U);

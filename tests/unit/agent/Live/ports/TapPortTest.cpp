@@ -36,7 +36,7 @@ void makeQuiet(const std::string& device) {
 
 } // namespace
 
-TEST_F(TapPortTest, FramesGoToTheStackAndComeFromItByteForByte) {
+TEST_F(TapPortTest, ExchangesFramesWithTheStack) {
     TapPort tap(3, "cpu");
     ASSERT_TRUE(tap.isOpen()) << tap.problem();
     makeQuiet("cpu");
@@ -77,7 +77,7 @@ TEST_F(TapPortTest, ThousandsOfFramesComeInOrderWithinTheBudget) {
     }
 }
 
-TEST_F(TapPortTest, AnOpenPortKeepsItsDeviceWhenItIsToBeOpenedAnew) {
+TEST_F(TapPortTest, ReopenKeepsAnExistingDevice) {
     TapPort tap(3, "cpu");
     const unsigned int device = if_nametoindex("cpu");
     ASSERT_NE(device, 0U);
@@ -85,14 +85,14 @@ TEST_F(TapPortTest, AnOpenPortKeepsItsDeviceWhenItIsToBeOpenedAnew) {
     EXPECT_EQ(if_nametoindex("cpu"), device);
 }
 
-TEST_F(TapPortTest, ADeviceThatIsDeletedIsMadeAnew) {
+TEST_F(TapPortTest, ReopenCreatesADeletedDeviceAgain) {
     TapPort tap(3, "cpu");
     ASSERT_TRUE(tap.isOpen()) << tap.problem();
     ip("link del cpu");
     EXPECT_TRUE(TestSupport::pollUntil([&] { return tap.descriptor(); },
                                        [&] { tap.receive(ignore, 10); },
                                        [&] { return !tap.isOpen(); }));
-    EXPECT_EQ(tap.problem(), "cpu: the device is gone");
+    EXPECT_EQ(tap.problem(), "cpu: the device was removed");
     EXPECT_EQ(tap.descriptor(), -1);
     send(tap, toRight({ethMpls}));
     EXPECT_EQ(tap.counts().of(LiveEvent::interfaceGone), 2U);
@@ -105,7 +105,7 @@ TEST_F(TapPortTest, ADeviceThatIsDeletedIsMadeAnew) {
     EXPECT_EQ(receiveUpTo(stack, broadcast), std::vector<Bytes>{broadcast});
 }
 
-TEST_F(TapPortTest, ADeviceThatIsDownTakesNothingAndThePortStaysOpen) {
+TEST_F(TapPortTest, StaysOpenWhileTheDeviceIsDown) {
     TapPort tap(3, "cpu");
     ip("link set cpu down");
     send(tap, toRight({ethMpls}));
@@ -113,10 +113,10 @@ TEST_F(TapPortTest, ADeviceThatIsDownTakesNothingAndThePortStaysOpen) {
     EXPECT_TRUE(tap.isOpen());
 }
 
-TEST_F(TapPortTest, AnInterfaceThatIsNoTapDeviceIsAProblem) {
+TEST_F(TapPortTest, AnInterfaceThatIsNotATapDeviceIsAProblem) {
     TapPort tap(3, "left");
     EXPECT_FALSE(tap.isOpen());
-    EXPECT_EQ(tap.problem(), "left: making the TAP device: Invalid argument");
+    EXPECT_EQ(tap.problem(), "left: creating the TAP device: Invalid argument");
     EXPECT_FALSE(TapPort(3, "").isOpen());
     EXPECT_FALSE(TapPort(3, "longer-than-any-interface").isOpen());
 }

@@ -67,7 +67,7 @@ const std::vector<Bytes> others{
 
 } // namespace
 
-TEST_F(XdpPortTest, LabelledFramesComeWholeAndEverythingElseGoesToTheStack) {
+TEST_F(XdpPortTest, ReceivesLabelledFramesAndLeavesOthersToTheStack) {
     PacketPort stack(1, "right", PacketIntake::everything);
     for (const auto* frames : {&labelled, &others}) {
         for (const Bytes& frame : *frames) {
@@ -80,7 +80,7 @@ TEST_F(XdpPortTest, LabelledFramesComeWholeAndEverythingElseGoesToTheStack) {
     EXPECT_EQ(right->counts().of(LiveEvent::received), labelled.size());
 }
 
-TEST_F(XdpPortTest, FramesForAGroupOfStationsAreTaken) {
+TEST_F(XdpPortTest, ReceivesGroupFrames) {
     Bytes frame = toRight({ethMpls}, 1);
     frame[0] = 1;
     send(*left, frame);
@@ -124,7 +124,7 @@ TEST_F(XdpPortTest, ThousandsOfFramesAreSentInOrder) {
                           [&] { return next == count; }));
 }
 
-TEST_F(XdpPortTest, WhatFindsNoBufferIsCounted) {
+TEST_F(XdpPortTest, CountsFramesWithoutABuffer) {
     constexpr std::uint64_t count = 5000;
     for (std::uint64_t i = 0; i < count; ++i) {
         transmit(*left, toRight({ethMpls}));
@@ -138,18 +138,18 @@ TEST_F(XdpPortTest, WhatFindsNoBufferIsCounted) {
     EXPECT_GT(right->counts().of(LiveEvent::ringFull), 0U);
 }
 
-TEST_F(XdpPortTest, WithThePortItsProgramLeavesTheInterface) {
+TEST_F(XdpPortTest, RemovesItsProgramWithThePort) {
     right.reset();
     PacketPort stack(1, "right", PacketIntake::labelled);
     send(*left, lastLabelled);
     EXPECT_EQ(receiveUpTo(stack, lastLabelled), std::vector<Bytes>{lastLabelled});
 }
 
-TEST_F(XdpPortTest, AnInterfaceThatIsDeletedShutsThePortAndOneOfItsNameReopensIt) {
+TEST_F(XdpPortTest, ClosesForADeletedInterfaceAndReopensForItsSuccessor) {
     ip("link del right");
     EXPECT_EQ(right->receive(ignore, 1), 0U);
     EXPECT_FALSE(right->isOpen());
-    EXPECT_EQ(right->problem(), "right: the interface is gone");
+    EXPECT_EQ(right->problem(), "right: the interface was removed");
     send(*right, toLeft({ethMpls}));
     EXPECT_EQ(right->counts().of(LiveEvent::interfaceGone), 2U);
     EXPECT_FALSE(right->reopen());
@@ -162,14 +162,14 @@ TEST_F(XdpPortTest, AnInterfaceThatIsDeletedShutsThePortAndOneOfItsNameReopensIt
     EXPECT_EQ(receiveUpTo(*left, toLeft({ethMpls})), std::vector<Bytes>{toLeft({ethMpls})});
 }
 
-TEST_F(XdpPortTest, ADeletedInterfaceIsNoticedBySendingToo) {
+TEST_F(XdpPortTest, SendingNoticesADeletedInterface) {
     ip("link del right");
     send(*right, toLeft({ethMpls}));
     EXPECT_FALSE(right->isOpen());
     EXPECT_EQ(right->counts().of(LiveEvent::interfaceGone), 2U); // the frame, and the port
 }
 
-TEST_F(XdpPortTest, ALinkThatGoesDownAndUpNeedsNoReopening) {
+TEST_F(XdpPortTest, SurvivesALinkGoingDownAndUp) {
     ip("link set right down");
     send(*right, toLeft({ethMpls}, 1));
     EXPECT_EQ(right->counts().of(LiveEvent::linkDown), 1U);
@@ -185,18 +185,18 @@ TEST_F(XdpPortTest, ALinkThatGoesDownAndUpNeedsNoReopening) {
     EXPECT_EQ(receiveUpTo(*right, lastLabelled), std::vector<Bytes>{lastLabelled});
 }
 
-TEST_F(XdpPortTest, AFrameThatFitsNoBufferIsCounted) {
+TEST_F(XdpPortTest, CountsAFrameLongerThanABuffer) {
     send(*right, Bytes(OvixAgent::XdpSocket::maxFrame + 1));
     EXPECT_EQ(right->counts().of(LiveEvent::tooLong), 1U);
 }
 
-TEST_F(XdpPortTest, AnInterfaceThatIsNotFitForItIsAProblem) {
+TEST_F(XdpPortTest, AnUnsuitableInterfaceIsAProblem) {
     ip("link add name big mtu 9000 type veth peer name bigger");
     EXPECT_EQ(XdpPort(0, "big").problem(),
-              "big: an MTU of 9000 is more than 3818, the most for AF_XDP");
+              "big: an MTU of 9000 is more than 3818, the largest for AF_XDP");
     ip("link add name wide numrxqueues 2 type veth peer name narrow");
     EXPECT_EQ(XdpPort(0, "wide").problem(),
-              "wide: has 2 receive queues, and AF_XDP is used on one");
+              "wide: has 2 receive queues; AF_XDP supports one");
     EXPECT_EQ(XdpPort(0, "none").problem(), "none: finding the interface: No such device");
     EXPECT_FALSE(XdpPort(0, "right").isOpen()); // there is a program already
     EXPECT_TRUE(right->isOpen());

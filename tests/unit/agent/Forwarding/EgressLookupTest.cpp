@@ -1,5 +1,7 @@
 // Where a next hop leads: the port, the neighbour, and whether the packet may go there.
 
+#include "Forwarding/EgressLookup.h"
+
 #include "ForwarderTesting.h"
 
 using namespace OvixAgent;
@@ -7,7 +9,7 @@ using namespace OvixAgent::Testing;
 
 namespace {
 
-using EgressTest = ForwarderFixture;
+using EgressLookupTest = ForwarderFixture;
 
 /// The label stack of one label makes an IP packet this much longer.
 constexpr std::size_t stackSize = 4;
@@ -18,9 +20,29 @@ Bytes frameOfPacketSize(std::size_t size) {
     return join({eth(ethMpls), headers, filled(size - headers.size(), 0)});
 }
 
+using Mac = std::optional<Lumo::EthAddr>;
+
+Mac macOf(const Bytes& packet, Ovix::PktHdrType outer) {
+    Ovix::PacketContext context(Lumo::globalPktManager()->newPkt(packet), outer);
+    return groupMac(context);
+}
+
+Bytes packetTo(std::uint32_t destination) {
+    Ipv4 fields;
+    fields.destination = destination;
+    return ipv4(fields, udp());
+}
+
+Bytes packetTo6(std::uint8_t first) {
+    Bytes packet = ipv6({}, udp());
+    packet[24] = first;
+    packet[36] = 0xfe;
+    return packet;
+}
+
 } // namespace
 
-TEST_F(EgressTest, IsFoundByInterfaceAndAddressOrIsAReasonToDrop) {
+TEST_F(EgressLookupTest, IsFoundByInterfaceAndAddressOrDrops) {
     const struct {
         const char* what;
         Ptr<Ovix::RoutingNexthop> to;
@@ -56,13 +78,13 @@ TEST_F(EgressTest, IsFoundByInterfaceAndAddressOrIsAReasonToDrop) {
     }
 }
 
-TEST_F(EgressTest, AnAddressOfTheDeviceItselfIsPuntedAsReceived) {
+TEST_F(EgressLookupTest, AnOwnAddressIsPuntedAsReceived) {
     receive(labelled(), always(withRewrite(nexthop("", "10.0.1.1"), popInfo())));
     EXPECT_EQ(cpu.frames, Frames{labelled()});
     EXPECT_EQ(summary().punted.counts(), (ReasonCounts{{"Address of the device", 1}}));
 }
 
-TEST_F(EgressTest, OnlyTheDefaultVrfIsKnown) {
+TEST_F(EgressLookupTest, OnlyTheDefaultVrfIsKnown) {
     auto to = nexthop("east", "10.0.2.2");
     to->vrfNameIs(L3::VrfName(L3::defaultVrf));
     receive(labelled(), always(to));
@@ -72,7 +94,7 @@ TEST_F(EgressTest, OnlyTheDefaultVrfIsKnown) {
     EXPECT_EQ(dropped(), (ReasonCounts{{"VRF not configured", 1}}));
 }
 
-TEST_F(EgressTest, TheMtuIsMeasuredOnTheRewrittenPacketWithoutItsLinkHeader) {
+TEST_F(EgressLookupTest, TheMtuIsMeasuredOnTheRewrittenPacketWithoutItsLinkHeader) {
     receive(frameOfPacketSize(100), always(nexthop("east", "10.0.2.2")));
     receive(frameOfPacketSize(101));
     receive(frameOfPacketSize(100 + stackSize),
@@ -82,7 +104,7 @@ TEST_F(EgressTest, TheMtuIsMeasuredOnTheRewrittenPacketWithoutItsLinkHeader) {
     EXPECT_EQ(dropped(), (ReasonCounts{{"MTU exceeded", 2}}));
 }
 
-TEST_F(EgressTest, TheNextHopsMtuCountsWhereItIsSmallerThanThePorts) {
+TEST_F(EgressLookupTest, TheSmallerMtuOfNextHopAndPortApplies) {
     auto to = nexthop("east", "10.0.2.2");
     to->mtuIs(60);
     receive(frameOfPacketSize(60), always(to));
@@ -94,7 +116,7 @@ TEST_F(EgressTest, TheNextHopsMtuCountsWhereItIsSmallerThanThePorts) {
     EXPECT_EQ(dropped(), (ReasonCounts{{"MTU exceeded", 2}}));
 }
 
-TEST_F(EgressTest, BytesThatTheCaptureLeftOutCountForTheLength) {
+TEST_F(EgressLookupTest, BytesLeftOutByTheCaptureCountTowardTheMtu) {
     receive(frameOfPacketSize(90), always(nexthop("east", "10.0.2.2")), 10);
     receive(frameOfPacketSize(90), always(nexthop("east", "10.0.2.2")), 11);
     ASSERT_EQ(out[east].frames.size(), 1U);
@@ -103,7 +125,7 @@ TEST_F(EgressTest, BytesThatTheCaptureLeftOutCountForTheLength) {
     EXPECT_EQ(dropped(), (ReasonCounts{{"MTU exceeded", 1}}));
 }
 
-TEST_F(EgressTest, TagsFollowTheNextHopThenThePort) {
+TEST_F(EgressLookupTest, TagsFollowTheNextHopThenThePort) {
     const Bytes tagged = join({eth(ethVlan), tag(0x6005, ethMpls), stack({{100}}), packet()});
     auto to = nexthop("east", "10.0.2.2");
     receive(tagged, always(to));
@@ -116,4 +138,28 @@ TEST_F(EgressTest, TagsFollowTheNextHopThenThePort) {
                       join({eastHeader(ethVlan), tag(7, ethMpls), packetOut})}));
     EXPECT_EQ(out[plain].frames,
               Frames{join({{2, 0, 0, 0, 4, 2, 2, 0, 0, 0, 0, 4}, u16(ethMpls), packetOut})});
+}
+
+TEST(GroupMac, ALabelledPacketGoesByItsTopLabel) {
+    const auto mpls = Ovix::PktHdrType::mpls;
+    EXPECT_EQ(macOf(stack({{0x12345}, {7}}), mpls), (Mac{{0x01, 0x00, 0x5e, 0x81, 0x23, 0x45}}));
+    EXPECT_EQ(macOf(stack({{0xfffff}}), mpls), (Mac{{0x01, 0x00, 0x5e, 0x8f, 0xff, 0xff}}));
+    EXPECT_EQ(macOf(stack({{16}}), mpls), (Mac{{0x01, 0x00, 0x5e, 0x80, 0x00, 0x10}}));
+    EXPECT_EQ(macOf({1, 2, 3}, mpls), Mac());
+}
+
+TEST(GroupMac, AnIpPacketGoesByItsGroup) {
+    EXPECT_EQ(macOf(packetTo(0xe8ff0203), Ovix::PktHdrType::ipv4),
+              (Mac{{0x01, 0x00, 0x5e, 0x7f, 0x02, 0x03}}));
+    EXPECT_EQ(macOf(packetTo(0xefffffff), Ovix::PktHdrType::ipv4),
+              (Mac{{0x01, 0x00, 0x5e, 0x7f, 0xff, 0xff}}));
+    EXPECT_EQ(macOf(packetTo6(0xff), Ovix::PktHdrType::ipv6), (Mac{{0x33, 0x33, 0xfe, 0, 0, 2}}));
+}
+
+TEST(GroupMac, NothingElseGoesToAGroup) {
+    EXPECT_EQ(macOf(packetTo(0xdfffffff), Ovix::PktHdrType::ipv4), Mac());
+    EXPECT_EQ(macOf(packetTo(0xf0000000), Ovix::PktHdrType::ipv4), Mac());
+    EXPECT_EQ(macOf(packetTo6(0xfe), Ovix::PktHdrType::ipv6), Mac());
+    EXPECT_EQ(macOf(join({eth(ethIpv4), packetTo(0xe8010101)}), Ovix::PktHdrType::eth), Mac());
+    EXPECT_EQ(macOf({}, Ovix::PktHdrType::ipv4), Mac());
 }
