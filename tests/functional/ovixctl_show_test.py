@@ -59,13 +59,13 @@ class Show(OvixCtlTest):
         done = subprocess.run([CTL, "lfib", "show", "--json", "--tables", self.tables],
                               capture_output=True, text=True, check=False)
         self.assertEqual(done.returncode, 1)
-        self.assertRegex(done.stderr, r"^ovixctl: table transit: label 100: .*cannot be right\n$")
+        self.assertRegex(done.stderr, r"^ovixctl: table transit: label 100: .*is invalid\n$")
         damaged, whole = json.loads(done.stdout)["routes"]
         self.assertEqual((damaged["label"], list(damaged)), (100, ["table", "label", "corrupt"]))
         self.assertEqual(whole, route_json("transit", 101, via_json()))
         table = subprocess.run([CTL, "lfib", "show", "--tables", self.tables], capture_output=True,
                                text=True, check=False).stdout
-        self.assertRegex(table, r"transit +100 +corrupt .*cannot be right")
+        self.assertRegex(table, r"transit +100 +corrupt .*is invalid")
 
     def test_one_show_is_of_one_generation(self):
         """While a writer gives all routes the same out label again and again."""

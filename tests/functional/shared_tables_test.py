@@ -160,7 +160,7 @@ class Trouble(SharedTablesTest):
         self.assertEqual(result.json["dropped"]["frames"], 1)
         self.assertEqual(result.json["tables"]["corruptions"], 1)
         self.assertIn("the label tables are damaged: 1 times, last: ", result.stderr)
-        self.assertIn("cannot be right", result.stderr)
+        self.assertIn("is invalid", result.stderr)
         self.assertEqual(result.code, 1)
         self.assertTrue(result.json["balanced"])
 

@@ -53,7 +53,7 @@ class ScriptedHandler : public Ovix::MplsViaTypeHandler {
     Script script_;
 };
 
-/// A hasher that answers as told and counts how often it is asked.
+/// A hasher that gives set answers and counts how often it is asked.
 class TellingHasher : public Ovix::PacketHasherOfType {
   public:
     std::uint32_t hash(const Ovix::PacketHeader&) const override {

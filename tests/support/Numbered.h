@@ -86,7 +86,7 @@ class NumberedRoutes {
     std::uint32_t count_;
 };
 
-/// A reader that keeps checking, whenever it is told to, that what it holds belongs together and is
+/// A reader that keeps checking, whenever asked to, that what it holds belongs together and is
 /// never older than what it has seen.
 class CheckingReader {
   public:

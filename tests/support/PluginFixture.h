@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "FrameBytes.h"
 #include "LocalTables.h"
 #include "Mpls/Hardware/Capability.h"
 #include "Mpls/RoutingInfo.h"
@@ -15,9 +16,8 @@
 #include "Ovix/plugin/OvixPlugin.h"
 #include "Ovix/trace/Trace.h"
 #include "State/EthIntfStatusDir.h"
-#include "Tessel/ShmEntityManager.h"
-#include "counting/ClearLfibCountersSm.h"
-#include "counting/MplsLfibStatusSm.h"
+#include "Tessel/EntityManager.h"
+#include "counting/LfibReactors.h"
 #include "entry/MplsRoutingHandler.h"
 #include "handlers/MplsMtuExceptionHandler.h"
 #include "lifecycle/MplsRoutingSupportedReactor.h"
@@ -26,12 +26,7 @@ namespace TestSupport {
 
 using Bytes = std::vector<std::uint8_t>;
 
-inline void put32(Bytes& to, std::uint32_t value) {
-    for (int shift = 24; shift >= 0; shift -= 8) {
-        to.push_back(static_cast<std::uint8_t>(value >> shift));
-    }
-}
-
+/// A label stack entry of traffic class 0.
 struct Entry {
     std::uint32_t label;
     std::uint8_t ttl = 64;
@@ -39,26 +34,18 @@ struct Entry {
 
 /// An Ethernet frame of a label stack and what lies beneath it.
 inline Bytes mplsFrame(const std::vector<Entry>& stack, const Bytes& payload) {
-    Bytes frame{2, 0, 0, 0, 0, 1, 2, 0, 0, 0, 1, 2, 0x88, 0x47};
-    for (std::size_t i = 0; i < stack.size(); ++i) {
-        put32(frame,
-              (stack[i].label << 12U) | (i + 1 == stack.size() ? 0x100U : 0U) | stack[i].ttl);
+    std::vector<Raw::Entry> entries;
+    for (const Entry& entry : stack) {
+        entries.push_back({entry.label, 0, entry.ttl});
     }
-    frame.insert(frame.end(), payload.begin(), payload.end());
-    return frame;
+    return Raw::join({Raw::eth(Raw::ethMpls), Raw::stack(entries), payload});
 }
 
 inline Bytes udpPacket(std::uint32_t destination, std::uint16_t port = 9,
-                       std::uint8_t protocol = 17, std::uint32_t source = 0x0a010001) {
-    Bytes packet;
-    put32(packet, 0x45000000 | 28);
-    put32(packet, 0);
-    put32(packet, 0x40000000U | (std::uint32_t{protocol} << 16U));
-    put32(packet, source);
-    put32(packet, destination);
-    put32(packet, 0x04000000U | port);
-    put32(packet, 8U << 16U);
-    return packet;
+                       std::uint8_t protocol = Raw::protocolUdp,
+                       std::uint32_t source = 0x0a010001) {
+    return Raw::ipv4({.source = source, .destination = destination, .protocol = protocol},
+                     Raw::udp(1024, port));
 }
 
 /// Hears which attributes of an entity change.

@@ -61,7 +61,7 @@ inline Ptr<Ovix::RewriteImpl> implOf(const Ptr<Ovix::RewriteInfo>& info) {
 /// A packet under rewrite with 0xa5 in the buffer before it, and behind what it starts with.
 class Rewritten {
   public:
-    static constexpr std::size_t before = 128;
+    static constexpr std::size_t before = 124;
     static constexpr std::size_t behind = 64;
 
     explicit Rewritten(const Raw::Bytes& bytes, Ovix::PktHdrType outer = Ovix::PktHdrType::mpls,

@@ -124,7 +124,7 @@ class Random {
     std::mt19937 engine_;
 };
 
-/// What an action said that ran into something that cannot be right; nothing when it did not.
+/// The message of the damage that an action ran into; nothing when it ran into none.
 template <typename Action>
 std::optional<std::string> corruption(Action&& action) {
     try {

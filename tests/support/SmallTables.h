@@ -55,7 +55,7 @@ class SmallTables {
     }
 
     /// Reads everything there is, each by itself. What a reader says when it cannot even open the
-    /// tables stands for all.
+    /// tables represents all.
     Answers readAll() const {
         Answers answers;
         std::optional<Mpls::PublishedTables> tables;
@@ -178,7 +178,7 @@ class SmallTables {
             for (const char* name : {"eth1", "eth2", "eth3"}) {
                 all += names.name(Lumo::IntfId(name)).empty() ? "- " : name;
             }
-            // What cannot be right is left out of the names, and nothing is said.
+            // Damage is left out of the names without a report.
             return names.size() == 3 ? all : refused + all;
         });
     }

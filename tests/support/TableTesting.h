@@ -42,7 +42,7 @@ inline const std::vector<Field>& fields() {
         {"labelAction", [](Via& via) { via.labelAction = 3; }},
         {"trafficClass", [](Via& via) { via.trafficClass = 0; }},
         {"controlWord", [](Via& via) { via.controlWord = true; }},
-        {"labelsInterned", [](Via& via) { via.labelsInterned = true; }},
+        {"reserved", [](Via& via) { via.reserved = true; }},
         {"payloadType", [](Via& via) { via.payloadType = 0x7f; }},
         {"ttlMode", [](Via& via) { via.ttlMode = 0x80; }},
         {"labels", [](Via& via) { via.labels = std::string_view(longText); }},
@@ -63,12 +63,12 @@ class Heard : public Tessel::Subscriber {
   public:
     using Change = std::pair<Tessel::AttrId, std::uint64_t>;
     std::vector<Change> changes;
-    std::function<void()> whenTold = [] {};
+    std::function<void()> onReport = [] {};
 
     void attributeChanged(const Tessel::Entity&, Tessel::AttrId attribute,
                           std::uint64_t changed) override {
         changes.emplace_back(attribute, changed);
-        whenTold();
+        onReport();
     }
 };
 

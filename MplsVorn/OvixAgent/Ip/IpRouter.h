@@ -1,7 +1,7 @@
 #pragma once
 
+#include "Ovix/routing/Handlers.h"
 #include "Ovix/routing/RoutingContext.h"
-#include "Ovix/routing/RoutingHandler.h"
 #include "State/Egress.h"
 #include "State/Fate.h"
 #include "State/ForwardingTables.h"

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "Ovix/rewrite/ImposedLabels.h"
 #include "Tessel/Exceptions.h"
 
 namespace OvixAgent {
@@ -26,8 +25,7 @@ Ptr<Ovix::RewriteImpl> pushOf(const Ovix::OvixMplsVia& via) {
     }
     const std::string_view packed = via.labels.view();
     const std::span bytes(reinterpret_cast<const std::uint8_t*>(packed.data()), packed.size());
-    return pushRewrite(Lumo::UnboundedMplsLabelOperation(Ovix::ImposedLabels::lasting(bytes)),
-                       via.ttl());
+    return pushRewrite(Lumo::UnboundedMplsLabelOperation(bytes), via.ttl());
 }
 
 } // namespace

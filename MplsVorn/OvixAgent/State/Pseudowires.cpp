@@ -1,6 +1,6 @@
 #include "State/Pseudowires.h"
 
-#include "Ovix/rewrite/PseudowireRewriteInfos.h"
+#include "Ovix/rewrite/MplsPushRewriteImpl.h"
 #include "State/Neighbours.h"
 #include "State/PackedLabels.h"
 
@@ -18,8 +18,8 @@ Ptr<Ovix::RoutingNexthop> wayToRemote(const PseudowireConfig& config,
     labels.push_back(config.label);
     const std::vector<std::uint8_t> packed = packedLabels(labels);
     Ovix::RewriteInfos& rewrites = remote->rewriteInfos();
-    rewrites.rewriteInfoEnq(Tessel::make<Ovix::EthOverMplsRewriteInfo>(
-        Lumo::UnboundedMplsLabelOperation(Ovix::ImposedLabels::lasting(packed))));
+    rewrites.rewriteInfoEnq(
+        Tessel::make<Ovix::EthOverMplsRewriteInfo>(Lumo::UnboundedMplsLabelOperation(packed)));
     if (config.controlWord) {
         rewrites.rewriteInfoEnq(Tessel::make<Ovix::ControlWordPushRewriteInfo>());
     }

@@ -47,7 +47,7 @@ Ptr<Ovix::RewriteImpl> pushOf(const IpRouteViaConfig& via) {
         return nullptr;
     }
     const std::vector<std::uint8_t> packed = packedLabels(via.labels);
-    Lumo::UnboundedMplsLabelOperation operation(Ovix::ImposedLabels::lasting(packed));
+    Lumo::UnboundedMplsLabelOperation operation(packed);
     operation.tc = via.tc;
     operation.ttl = via.pushTtl.value_or(Lumo::UnboundedMplsLabelOperation::defaultTtl);
     return pushRewrite(operation, static_cast<Mpls::TtlMode>(via.ttl));

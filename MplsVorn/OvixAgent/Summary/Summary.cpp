@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "Ovix/trace/NamedCounters.h"
-#include "State/PktCounterCollectionHolder.h"
+#include "State/OvixLfibCounterCollection.h"
 
 namespace OvixAgent {
 

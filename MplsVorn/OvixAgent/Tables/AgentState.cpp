@@ -3,7 +3,7 @@
 #include "Mpls/Hardware/Capability.h"
 #include "Mpls/RoutingInfo.h"
 #include "Tables/TableLoading.h"
-#include "Tessel/ShmEntityManager.h"
+#include "Tessel/EntityManager.h"
 
 namespace OvixAgent {
 

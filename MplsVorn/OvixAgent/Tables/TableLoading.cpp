@@ -106,7 +106,7 @@ Ovix::OvixMplsVia toViaRecord(const ViaConfig& via, const AgentConfig& config) {
         record.nexthop = toIpGenAddr(*via.nexthop);
     }
     if (!record.labelsIs(packedLabels(via.labels))) {
-        throw std::length_error("more than 65536 different label stacks too deep for a via");
+        throw std::length_error("a stack of more than 33 labels");
     }
     return record;
 }

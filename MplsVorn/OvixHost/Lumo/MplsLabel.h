@@ -27,7 +27,7 @@ class MplsLabel {
     /// IPv4 explicit null (0) or IPv6 explicit null (2), RFC 3032 section 2.1.
     constexpr bool isExplicitNull() const noexcept { return value_ == 0 || value_ == 2; }
 
-    /// Reserved with a meaning of its own (RFC 7274), so that it tells nothing about the flow.
+    /// Reserved with a meaning of its own (RFC 7274), so that it does not identify a flow.
     constexpr bool isSpecialPurpose() const noexcept { return value_ <= 15; }
 
     /// The label in decimal, for traces.
@@ -49,7 +49,7 @@ inline constexpr MplsLabel entropyLabelIndicator{7};
 /// RFC 7274: the next entry is an extended special-purpose label.
 inline constexpr MplsLabel extensionLabel{15};
 
-/// One label stack entry as it stands on the wire (RFC 3032 section 2.1, TC per RFC 5462):
+/// One label stack entry as on the wire (RFC 3032 section 2.1, TC per RFC 5462):
 ///
 ///      0                   1                   2                   3
 ///      0 1 2 3 4 5 6 7 8 9 0 1 2 3 4 5 6 7 8 9 0 1 2 3 4 5 6 7 8 9 0 1

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cassert>
 #include <cstdint>
 #include <iosfwd>
 #include <optional>
@@ -17,9 +18,8 @@ enum class MplsLabelAction : std::uint8_t { none = 0, push = 1, pop = 2, swap = 
 /// Prints the action's number, as traces show it.
 std::ostream& operator<<(std::ostream& out, MplsLabelAction action);
 
-/// The labels that a via imposes or swaps in, outermost first, in any number, and what is told of
-/// their traffic class and TTL. A view: the labels belong to the via record or to the store of
-/// interned label stacks, and live at least as long as the record.
+/// The labels that a via imposes or swaps in, outermost first, in any number, and their traffic
+/// class and TTL. A view: the labels belong to the via record.
 class UnboundedMplsLabelOperation {
   public:
     static constexpr std::uint8_t defaultTtl = 255;
@@ -32,6 +32,7 @@ class UnboundedMplsLabelOperation {
 
     std::size_t depth() const noexcept { return packed_.size() / packedLabelSize; }
     MplsLabel label(std::size_t index) const {
+        assert(index < depth());
         const std::uint8_t* at = packed_.data() + index * packedLabelSize;
         return MplsLabel((std::uint32_t{at[0]} << 16U) | (std::uint32_t{at[1]} << 8U) | at[2]);
     }

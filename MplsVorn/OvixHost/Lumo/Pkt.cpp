@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <new>
 #include <string>
 
@@ -53,6 +54,7 @@ std::span<std::uint8_t> Pkt::pushFront(std::size_t count) {
     if (count > front_) {
         move(count + defaultHeadroom);
     }
+    assert(count <= front_);
     front_ -= static_cast<std::uint32_t>(count);
     length_ += static_cast<std::uint32_t>(count);
     return {buffer_ + front_, count};
@@ -93,6 +95,7 @@ Ptr<Pkt> PktManager::newPkt(std::span<const std::uint8_t> bytes) {
 std::uint8_t* PktManager::takeBuffer(std::size_t atLeast, std::uint32_t& capacity) {
     const auto fitting = std::find_if(classSizes.begin(), classSizes.end(),
                                       [&](std::uint32_t size) { return size >= atLeast; });
+    assert(fitting != classSizes.end());
     capacity = *fitting;
     FreeBuffer*& free = free_[fitting - classSizes.begin()];
     if (free == nullptr) {
@@ -106,6 +109,7 @@ std::uint8_t* PktManager::takeBuffer(std::size_t atLeast, std::uint32_t& capacit
 
 void PktManager::giveBuffer(std::uint8_t* buffer, std::uint32_t capacity) noexcept {
     const auto size = std::find(classSizes.begin(), classSizes.end(), capacity);
+    assert(size != classSizes.end());
     FreeBuffer*& free = free_[size - classSizes.begin()];
     free = new (buffer) FreeBuffer{free};
 }

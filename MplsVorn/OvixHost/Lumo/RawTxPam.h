@@ -9,7 +9,7 @@
 namespace Lumo {
 
 /// Sends whole frames on a network interface, past every protocol of the host. What it holds (a
-/// socket) is given back when the last handle goes.
+/// socket) is released with the last handle.
 class RawTxPam : public Tessel::Counted {
   public:
     /// A new port is not enabled; one that is not sends nothing.

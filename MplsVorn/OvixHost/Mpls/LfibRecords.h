@@ -64,7 +64,7 @@ class LfibViaSource : public Tessel::Entity {
   public:
     using Entity::Entity;
 
-    /// The IP via of a member, copied out; an invalid via when it cannot be right.
+    /// The IP via of a member, copied out; an invalid via when it is damaged.
     virtual Ovix::OvixMplsVia ipVia(const LfibWeightedVia& member) const = 0;
 };
 

@@ -101,17 +101,7 @@ Ovix::OvixMplsVia LfibStatus::readIpVia(const LfibWeightedVia& member) const {
 }
 
 Ovix::OvixMplsVia LfibStatus::ipVia(const LfibWeightedVia& member) const {
-    try {
-        return readIpVia(member);
-    } catch (const Tessel::CorruptionDetected& corruption) {
-        doCorruptionDetected(corruption.what());
-        return {};
-    }
-}
-
-void LfibStatus::doCorruptionDetected(std::string_view message) const {
-    ++corruptions_;
-    lastCorruption_ = message;
+    return Tessel::readOrDefault(*this, [&] { return readIpVia(member); });
 }
 
 } // namespace Mpls

@@ -7,12 +7,13 @@
 #include "Mpls/LfibRecords.h"
 #include "Mpls/OvixMplsVia.h"
 #include "Mpls/TableDirectory.h"
+#include "Tables/Corruptions.h"
 #include "Tables/TableReader.h"
 
 namespace Mpls {
 
 /// The reading side of one LFIB. Every read copies the record out, touching only what is in use,
-/// and checks every index, offset and count before it follows it: what cannot be right throws
+/// and checks every index, offset and count before it follows it: damage throws
 /// Tessel::CorruptionDetected, a list count beyond a list's capacity Tessel::RangeError. An absent
 /// key reads as the default record. Reads are of the generation that the tables' reader holds.
 class LfibStatus : public LfibViaSource {
@@ -49,16 +50,15 @@ class LfibStatus : public LfibViaSource {
         });
     }
 
-    /// The corruption hook: told of what a read ran into.
-    void doCorruptionDetected(std::string_view message) const;
-    std::uint64_t corruptionsDetected() const noexcept { return corruptions_; }
-    const std::string& lastCorruption() const noexcept { return lastCorruption_; }
+    /// The corruption hook: reads report damage here.
+    void doCorruptionDetected(std::string_view message) const { corruptions_.add(message); }
+    std::uint64_t corruptionsDetected() const noexcept { return corruptions_.count(); }
+    const std::string& lastCorruption() const noexcept { return corruptions_.last(); }
 
   private:
     Ptr<const Tessel::TableReader> tables_;
     std::size_t table_;
-    mutable std::uint64_t corruptions_ = 0;
-    mutable std::string lastCorruption_;
+    mutable Tessel::Corruptions corruptions_;
 };
 
 } // namespace Mpls

@@ -115,7 +115,7 @@ void LfibWriter::multicastIpLookupRouteIs(RouteKey key, const LfibMulticastIpLoo
         throw std::invalid_argument("more than 598 vias beside the tail");
     }
     begin(key, LfibViaSetType::multicast, LfibViaType::multicastIpLookup);
-    // What fills the record up behind its last field is nobody's.
+    // The padding behind the last field is not part of the record.
     constexpr std::size_t used = offsetof(LfibMulticastIpLookupVia, payloadType) + 1;
     addVia(RecordKind::multicastVia, asBytes(via).first(used), 1);
     addIpVias(branches);
@@ -144,10 +144,6 @@ void LfibWriter::begin(RouteKey key, LfibViaSetType setType, LfibViaType viaType
 
 void LfibWriter::addIpVias(std::span<const WeightedRecord> vias) {
     for (const WeightedRecord& via : vias) {
-        // The deep stack behind the via's number is this process's own.
-        if (via.via.labelsInterned && !tables_->name().empty()) {
-            throw std::invalid_argument("a stack of more than 33 labels cannot be shared");
-        }
         addVia(RecordKind::ipVia, PackedVia(via.via).bytes(), via.weight);
     }
 }
@@ -162,7 +158,7 @@ void LfibWriter::addVia(RecordKind kind, std::span<const std::uint8_t> bytes,
     set_.members.push({0, weight, 0});
 }
 
-// All of the route stands whole in its room before the label's entry refers to it.
+// All of the route is written before the label's entry refers to it.
 void LfibWriter::publish(RouteKey key) {
     packViaSet(set_, own_);
     const std::size_t ownUnits = 1 + own_.size();

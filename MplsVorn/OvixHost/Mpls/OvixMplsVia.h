@@ -19,12 +19,11 @@ struct OvixMplsVia {
 
     std::uint32_t labelAction = 0;                  ///< Lumo::MplsLabelAction
     std::uint32_t trafficClass = trafficClassUnset; ///< 0..7 to write on imposed labels
-    bool controlWord = false;    ///< a pseudowire's payload stands behind a control word (RFC 4385)
-    bool labelsInterned = false; ///< `labels` names a stack in Mpls::LabelStacks
+    bool controlWord = false;      ///< a pseudowire's payload follows a control word (RFC 4385)
+    bool reserved = false;         ///< part of the record, and not used
     std::uint32_t payloadType = 0; ///< Mpls::PayloadType
     std::uint32_t ttlMode = 0;     ///< Mpls::TtlMode
-    /// The labels of the operation, three bytes each, outermost first; of a stack too deep for that
-    /// (more than 33 labels), its four-byte number in Mpls::LabelStacks.
+    /// The labels of the operation, three bytes each, outermost first; at most 33.
     Tessel::BoundedString<100> labels;
     std::uint16_t pushTtl = 0;     ///< TTL of pushed labels in pipe mode; 0: 255
     Lumo::IntfId intfId;           ///< egress interface
@@ -51,8 +50,8 @@ struct OvixMplsVia {
     /// The labels to impose or swap in; a view that lives no longer than this via.
     Lumo::UnboundedMplsLabelOperation labelOperation() const noexcept;
 
-    /// Stores labels of any depth (`packed`: three bytes each, outermost first). False, and no
-    /// labels, when the stack is too deep for the record and the store of interned stacks is full.
+    /// Stores labels (`packed`: three bytes each, outermost first). False, and no labels, when
+    /// there are more than the record has room for.
     bool labelsIs(std::span<const std::uint8_t> packed);
 };
 

@@ -25,7 +25,7 @@ class PackedVia {
     explicit PackedVia(const Ovix::OvixMplsVia& via) noexcept;
     std::span<const std::uint8_t> bytes() const noexcept { return {bytes_.data(), size_}; }
 
-    /// Reads a via; false when the bytes end too early or a field cannot be right.
+    /// Reads a via; false when the bytes end too early or a field is invalid.
     static bool unpack(std::span<const std::uint8_t> bytes, Ovix::OvixMplsVia& via) noexcept;
 
   private:

@@ -77,8 +77,7 @@ Result<void> checkFields(const OvixMplsVia& record) {
     if (record.fecId() > Via::maxFec) {
         return Refused{"FEC id " + std::to_string(record.fecId()) + " has more than 56 bits"};
     }
-    return record.labelsInterned ? Refused{"the label stack of a via is another process's own"}
-                                 : Result<void>();
+    return record.reserved ? Refused{"the reserved flag of a via is set"} : Result<void>();
 }
 
 bool leadsOut(const OvixMplsVia& record) noexcept {

@@ -12,13 +12,13 @@
 namespace Interface {
 
 /// The names behind the interface ids of a table set, for people: an id is made from a name and
-/// does not give it back.
+/// does not contain it.
 class Names {
   public:
     static constexpr std::string_view mountPath = "interface/names";
     static constexpr std::string_view typeName = "Interface::Names";
 
-    /// The names as the generation held by the reader has them; what cannot be right is left out.
+    /// The names as the generation held by the reader has them; damage is left out.
     static Names read(const Tessel::TableReader& tables);
 
     /// Empty for an unknown id.
@@ -29,7 +29,7 @@ class Names {
     std::unordered_map<std::uint64_t, std::string> names_;
 };
 
-/// The writing side: makes the changes of a batch. Names are never taken away.
+/// The writing side: makes the changes of a batch. Names are never removed.
 class NamesWriter {
   public:
     NamesWriter(Tessel::TableWriter& tables, std::size_t table);
@@ -37,7 +37,7 @@ class NamesWriter {
     /// Remembers the name of the Ethernet interface's id, and returns the id. A name of more than
     /// 100 bytes throws Tessel::RangeError.
     Lumo::IntfId intfId(std::string_view name);
-    /// Takes back the names added since the last commit, as the tables' writer does.
+    /// Removes the names added since the last commit, as the tables' writer does.
     void discard();
 
   private:

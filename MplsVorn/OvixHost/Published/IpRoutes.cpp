@@ -127,12 +127,6 @@ void RoutesWriter::discard() {
 }
 
 void RoutesWriter::routeIs(const Route& route) {
-    for (std::uint32_t i = 0; route.ways && i < route.ways->entries(false).size(); ++i) {
-        // The deep stack behind the via's number is this process's own.
-        if (!tables_->name().empty() && route.ways->via(false, i).labelsInterned) {
-            throw std::invalid_argument("a stack of more than 33 labels cannot be shared");
-        }
-    }
     const auto known = places_.find(route.key);
     const std::uint32_t place = known != places_.end() ? known->second
                                 : freePlaces_.empty()  ? nextPlace_

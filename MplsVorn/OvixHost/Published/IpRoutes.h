@@ -48,7 +48,7 @@ class Routes {
     explicit Routes(Ptr<const Tessel::TableReader> tables)
         : tables_(std::move(tables)), table_(tables_->table(mountPath, typeName)) {}
 
-    /// None when nothing stands there. What cannot be right throws Tessel::CorruptionDetected.
+    /// None when nothing is there. Damage throws Tessel::CorruptionDetected.
     std::optional<Route> at(std::uint32_t place) const;
 
     std::size_t table() const noexcept { return table_; }
@@ -70,7 +70,7 @@ class RoutesWriter {
     bool routeDel(const RouteKey& key);
     /// The keys that have a route.
     std::vector<RouteKey> keys() const;
-    /// Takes back the changes since the last commit, as the tables' writer does.
+    /// Undoes the changes since the last commit, as the tables' writer does.
     void discard();
 
   private:

@@ -24,7 +24,7 @@ PublishedTables::PublishedTables(Ptr<Tessel::TableReader> tables)
           false);
 }
 
-// Changes are found by comparing with what was seen when somebody subscribed.
+// Changes are found by comparing with what was there when the first subscriber was added.
 void PublishedTables::noticeSubscribers() {
     for (Watched& watched : watched_) {
         if (!watched.entity->hasSubscribers()) {
@@ -33,15 +33,15 @@ void PublishedTables::noticeSubscribers() {
             try {
                 watched.changes = std::make_unique<Tessel::TableChanges>(tables_, watched.table);
             } catch (const Tessel::SnapshotLost&) {
-                // With the next generation, then: what went before is nobody's concern who
-                // subscribes now.
+                // With the next generation, then: what changed before does not concern a new
+                // subscriber.
             }
         }
     }
 }
 
 void PublishedTables::takeNewest() {
-    telling_ = false;
+    reporting_ = false;
     noticeSubscribers();
     try {
         if (tables_->refresh()) {
@@ -56,11 +56,11 @@ void PublishedTables::takeNewest() {
         corruptionDetected(corruption.what());
     }
     for (Watched& watched : watched_) {
-        tell(watched);
+        report(watched);
     }
 }
 
-void PublishedTables::tell(Watched& watched) {
+void PublishedTables::report(Watched& watched) {
     if (!watched.changes || watched.changes->done()) {
         return;
     }
@@ -70,20 +70,20 @@ void PublishedTables::tell(Watched& watched) {
                 watched.attribute,
                 watched.keysAreLabels ? RouteKey::fromLabel(Lumo::MplsLabel(key)).value() : key);
         });
-        telling_ = telling_ || !all;
+        reporting_ = reporting_ || !all;
     } catch (const Tessel::CorruptionDetected& corruption) {
         corruptionDetected(corruption.what());
-        telling_ = true; // the next pages are to be told of all the same
+        reporting_ = true; // the next pages are reported all the same
     } catch (const Tessel::SnapshotLost&) {
-        telling_ = true; // there is a newer generation to go over to
+        reporting_ = true; // there is a newer generation to go over to
     }
 }
 
 void PublishedTables::refreshWholly() {
     refresh();
-    // A table that cannot be told of wholly, since what is held has gone and there is nothing
-    // newer, is left at that.
-    for (std::size_t i = 0; telling_ && i < 2 * Tessel::TableLayout::directoryPages; ++i) {
+    // A table whose changes cannot be read, since the generation held is no longer kept and there
+    // is no newer one, is left at that.
+    for (std::size_t i = 0; reporting_ && i < 2 * Tessel::TableLayout::directoryPages; ++i) {
         refresh();
     }
 }

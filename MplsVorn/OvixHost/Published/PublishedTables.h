@@ -15,7 +15,7 @@
 namespace Mpls {
 
 /// The reading side of all tables of a system: the entities that plugins mount, all of one
-/// generation, and the telling of their subscribers when another one is taken.
+/// generation, which also report its changes to their subscribers.
 class PublishedTables {
   public:
     explicit PublishedTables(Ptr<Tessel::TableReader> tables);
@@ -31,19 +31,19 @@ class PublishedTables {
     const Tessel::TableReader& tables() const noexcept { return *tables_; }
     Ptr<const Tessel::TableReader> reader() const noexcept { return tables_; }
 
-    /// To be called when subscribers have come or gone: from now on those there are, are told.
+    /// To be called when subscribers have been added or removed.
     void noticeSubscribers();
 
-    /// Goes over to the newest generation and tells the subscribers of some of what has changed: a
-    /// page's worth per call, so that nobody waits while a hundred thousand changes are told. To be
-    /// called between frames. A newest generation that cannot be right is told to every table's
-    /// corruption hook, and the one held is kept.
+    /// Goes over to the newest generation and reports some of the changes to the subscribers: a
+    /// page's worth per call, so that no frame waits for a hundred thousand changes. To be called
+    /// between frames. A damaged newest generation is reported to every table's corruption hook,
+    /// and the one held is kept.
     void refresh() {
-        if (tables_->refreshNeeded() || telling_) [[unlikely]] {
+        if (tables_->refreshNeeded() || reporting_) [[unlikely]] {
             takeNewest();
         }
     }
-    /// The same, until there is nothing more to tell.
+    /// The same, until nothing is left to report.
     void refreshWholly();
 
     /// Tables' corruptions detected so far, in all.
@@ -57,11 +57,11 @@ class PublishedTables {
         const Tessel::Entity* entity;
         Tessel::AttrId attribute;
         bool keysAreLabels;
-        std::unique_ptr<Tessel::TableChanges> changes; ///< while somebody has subscribed
+        std::unique_ptr<Tessel::TableChanges> changes; ///< while there are subscribers
     };
 
     void takeNewest();
-    void tell(Watched& watched);
+    void report(Watched& watched);
     void corruptionDetected(const char* message) const;
 
     Ptr<Tessel::TableReader> tables_;
@@ -69,7 +69,7 @@ class PublishedTables {
     Ptr<Hardware::Status> hardware_;
     Ptr<Routing::Multicast::MvpnIntfStatus> mvpn_;
     std::array<Watched, lfibs + 3> watched_;
-    bool telling_ = false;
+    bool reporting_ = false; ///< there are changes left to report
 };
 
 } // namespace Mpls

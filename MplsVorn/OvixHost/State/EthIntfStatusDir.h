@@ -28,11 +28,6 @@ class EthIntfStatusDir : public Tessel::Entity {
             publish(intfStatusAttr, intf.value());
         }
     }
-    void intfStatusDel(Lumo::IntfId intf) {
-        if (status_.erase(intf.value())) {
-            publish(intfStatusAttr, intf.value());
-        }
-    }
 
   private:
     Tessel::FlatMap<bool> status_;

@@ -41,9 +41,4 @@ MvpnVrfIntfId MvpnIntfStatus::read(std::uint32_t place, Tessel::TableRef ref) co
     return entry;
 }
 
-void MvpnIntfStatus::doCorruptionDetected(std::string_view message) const {
-    ++corruptions_;
-    lastCorruption_ = message;
-}
-
 } // namespace Routing::Multicast

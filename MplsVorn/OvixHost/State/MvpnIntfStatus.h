@@ -1,13 +1,27 @@
 #pragma once
 
+#include <compare>
 #include <cstdint>
 #include <string>
 #include <string_view>
 
 #include "Lumo/IntfId.h"
-#include "State/VrfIdMap.h"
+#include "Tables/Corruptions.h"
 #include "Tables/TableReader.h"
 #include "Tessel/Entity.h"
+
+namespace Vrf {
+
+/// VRFs by number.
+struct VrfIdMap {
+    /// The number under which frames and tables know a VRF.
+    struct VrfId {
+        std::uint32_t value = 0;
+        friend auto operator<=>(VrfId, VrfId) noexcept = default;
+    };
+};
+
+} // namespace Vrf
 
 namespace Routing::Multicast {
 
@@ -19,8 +33,8 @@ struct MvpnVrfIntfId {
     friend bool operator==(const MvpnVrfIntfId&, const MvpnVrfIntfId&) noexcept = default;
 };
 
-/// Where VRFs stand in the table: at a place of their own number or, where that is another's, at
-/// the next free one, as in an open hash.
+/// Where VRFs are in the table: at the place of their number or, when that is taken, at the next
+/// free one, as in an open hash.
 struct MvpnPlaces {
     static constexpr std::uint32_t home(Vrf::VrfIdMap::VrfId vrf) noexcept {
         return (vrf.value ^ (vrf.value >> 20U)) & Tessel::TableLayout::maxKey;
@@ -28,7 +42,7 @@ struct MvpnPlaces {
     static constexpr std::uint32_t next(std::uint32_t place) noexcept {
         return (place + 1) & Tessel::TableLayout::maxKey;
     }
-    /// How far from its home a VRF stands.
+    /// How far a VRF is from its home.
     static constexpr std::uint32_t distance(std::uint32_t place,
                                             Vrf::VrfIdMap::VrfId vrf) noexcept {
         return (place - home(vrf)) & Tessel::TableLayout::maxKey;
@@ -48,8 +62,8 @@ class MvpnIntfStatus : public Tessel::Entity {
     explicit MvpnIntfStatus(Ptr<const Tessel::TableReader> tables);
     std::string_view typeName() const noexcept override { return entityTypeName; }
 
-    /// The default entry when the VRF has none. What cannot be right, an entry of a VRF that has
-    /// no business in its place included, throws Tessel::CorruptionDetected.
+    /// The default entry when the VRF has none. Damage, an entry in a place that is not its
+    /// VRF's included, throws Tessel::CorruptionDetected.
     MvpnVrfIntfId vrfIntfId(Vrf::VrfIdMap::VrfId vrf) const;
 
     std::size_t vrfs() const noexcept { return tables_->entries(table_); }
@@ -60,18 +74,17 @@ class MvpnIntfStatus : public Tessel::Entity {
             table_, [&](std::uint32_t place, Tessel::TableRef ref) { visitor(read(place, ref)); });
     }
 
-    /// The corruption hook: told of what a read ran into.
-    void doCorruptionDetected(std::string_view message) const;
-    std::uint64_t corruptionsDetected() const noexcept { return corruptions_; }
-    const std::string& lastCorruption() const noexcept { return lastCorruption_; }
+    /// The corruption hook: reads report damage here.
+    void doCorruptionDetected(std::string_view message) const { corruptions_.add(message); }
+    std::uint64_t corruptionsDetected() const noexcept { return corruptions_.count(); }
+    const std::string& lastCorruption() const noexcept { return corruptions_.last(); }
 
   private:
     MvpnVrfIntfId read(std::uint32_t place, Tessel::TableRef ref) const;
 
     Ptr<const Tessel::TableReader> tables_;
     std::size_t table_;
-    mutable std::uint64_t corruptions_ = 0;
-    mutable std::string lastCorruption_;
+    mutable Tessel::Corruptions corruptions_;
 };
 
 } // namespace Routing::Multicast

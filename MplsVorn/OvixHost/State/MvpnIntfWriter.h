@@ -17,13 +17,13 @@ class MvpnIntfWriter {
     void vrfIntfIdIs(Vrf::VrfIdMap::VrfId vrf, Lumo::IntfId intf) { entryIs(vrf, {vrf, intf}); }
     /// An entry as given in the VRF's place, whatever it says.
     void entryIs(Vrf::VrfIdMap::VrfId vrf, const MvpnVrfIntfId& entry);
-    /// Makes every entry be found again after some that could not be right have been taken out.
+    /// Makes every entry be found again after damaged ones have been removed.
     void closeGaps();
     /// False when the VRF has no entry.
     bool vrfIntfIdDel(Vrf::VrfIdMap::VrfId vrf);
 
   private:
-    /// Where the VRF stands or, if it has no entry, would stand.
+    /// The VRF's place, or the one that it would get.
     std::uint32_t placeOf(Vrf::VrfIdMap::VrfId vrf) const;
     Vrf::VrfIdMap::VrfId vrfAt(std::uint32_t place) const;
 

@@ -1,11 +1,29 @@
 #pragma once
 
 #include "Mpls/RouteKey.h"
-#include "State/PktCounter.h"
 #include "Tessel/Entity.h"
 #include "Tessel/FlatMap.h"
+#include "Tessel/NamedList.h"
 
 namespace Counter {
+
+/// Packets and bytes.
+class PktCounter {
+  public:
+    std::uint64_t packets() const noexcept { return packets_; }
+    std::uint64_t bytes() const noexcept { return bytes_; }
+
+    /// One packet of that many bytes.
+    void countBytes(std::uint32_t bytes) noexcept {
+        ++packets_;
+        bytes_ += bytes;
+    }
+    void clearCounter() noexcept { *this = PktCounter(); }
+
+  private:
+    std::uint64_t packets_ = 0;
+    std::uint64_t bytes_ = 0;
+};
 
 /// Packets and bytes per label route. Counters come into being with the first packet counted.
 class OvixLfibCounterCollection : public Tessel::Entity {
@@ -36,6 +54,16 @@ class OvixLfibCounterCollection : public Tessel::Entity {
 
   private:
     Tessel::FlatMap<PktCounter> counters_;
+};
+
+/// The packet counter collections that the agent shows and exports; one of the same name is
+/// replaced.
+class PktCounterCollectionHolder : public Tessel::NamedList<OvixLfibCounterCollection> {
+  public:
+    void collectionIs(Ptr<OvixLfibCounterCollection> collection) { add(std::move(collection)); }
+    const std::vector<Ptr<OvixLfibCounterCollection>>& collections() const noexcept {
+        return items();
+    }
 };
 
 } // namespace Counter

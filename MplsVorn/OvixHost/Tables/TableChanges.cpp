@@ -1,5 +1,6 @@
 #include "Tables/TableChanges.h"
 
+#include <cassert>
 #include <utility>
 
 #include "Tessel/Exceptions.h"
@@ -23,12 +24,13 @@ bool TableChanges::differs(std::size_t page) {
     try {
         return tables_->pageMadeIn(table_, page) != madeIn_[page];
     } catch (const CorruptionDetected&) {
-        passOver();
+        skip();
         throw;
     }
 }
 
 void TableChanges::seePage(std::size_t page) {
+    assert(page < directoryPages);
     const auto first = static_cast<std::uint32_t>(page * pageEntries);
     const std::uint64_t madeIn = tables_->pageMadeIn(table_, page);
     Page now{};
@@ -40,7 +42,7 @@ void TableChanges::seePage(std::size_t page) {
         }
     } catch (const CorruptionDetected&) {
         madeIn_[page] = madeIn;
-        passOver();
+        skip();
         throw;
     }
     madeIn_[page] = madeIn;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cassert>
 #include <cstdint>
 #include <memory>
 #include <utility>
@@ -14,21 +15,21 @@ namespace Tessel {
 /// between: keeps what it has seen of every page in use and compares.
 class TableChanges {
   public:
-    /// What the reader holds now counts as seen. Throws SnapshotLost when that has gone.
+    /// What the reader holds now counts as seen. Throws SnapshotLost when that is no longer kept.
     TableChanges(Ptr<const TableReader> tables, std::size_t table);
-    /// Nothing counts as seen: all that there is will be told of.
+    /// Nothing counts as seen: every entry will be reported.
     static TableChanges fromNothing(Ptr<const TableReader> tables, std::size_t table) {
         return {std::move(tables), table, Seen::nothing};
     }
 
-    /// Compares up to `pages` pages that are not as they were with what the reader holds, and tells
-    /// of each entry that has changed: `visitor(key)`. True when everything has been seen. A key
-    /// for which the visitor throws SnapshotLost is told again; a page that cannot be right throws
-    /// CorruptionDetected and is passed over.
+    /// Compares up to `pages` changed pages with what the reader holds, and reports each entry that
+    /// has changed: `visitor(key)`. True when everything has been seen. A key for which the visitor
+    /// throws SnapshotLost is reported again; a damaged page throws CorruptionDetected and is
+    /// skipped.
     template <typename Visitor>
     bool look(std::size_t pages, Visitor&& visitor) {
-        tell(visitor);
-        for (; toSee_ > 0; passOver()) {
+        report(visitor);
+        for (; toSee_ > 0; skip()) {
             if (!differs(next_)) {
                 continue;
             }
@@ -36,7 +37,7 @@ class TableChanges {
                 return false;
             }
             seePage(next_);
-            tell(visitor);
+            report(visitor);
         }
         return true;
     }
@@ -60,14 +61,15 @@ class TableChanges {
 
     using Page = std::array<std::uint64_t, TableLayout::pageEntries>;
 
-    void passOver() noexcept {
+    void skip() noexcept {
+        assert(toSee_ > 0);
         next_ = (next_ + 1) % TableLayout::directoryPages;
         --toSee_;
     }
     bool differs(std::size_t page);
     void seePage(std::size_t page);
     template <typename Visitor>
-    void tell(Visitor&& visitor) {
+    void report(Visitor&& visitor) {
         while (!changed_.empty()) {
             visitor(changed_.back());
             changed_.pop_back();
@@ -81,7 +83,7 @@ class TableChanges {
     std::uint64_t changedIn_ = 0; ///< of the table, as last restarted
     std::array<std::uint64_t, TableLayout::directoryPages> madeIn_{}; ///< of the pages seen
     std::array<std::unique_ptr<Page>, TableLayout::directoryPages> pages_;
-    std::vector<std::uint32_t> changed_; ///< seen and not told yet
+    std::vector<std::uint32_t> changed_; ///< seen and not reported yet
 };
 
 } // namespace Tessel

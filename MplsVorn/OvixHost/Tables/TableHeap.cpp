@@ -1,6 +1,7 @@
 #include "Tables/TableHeap.h"
 
 #include <algorithm>
+#include <cassert>
 #include <limits>
 #include <stdexcept>
 
@@ -30,6 +31,7 @@ void TableHeap::recover(std::vector<Block> reached, std::uint32_t end,
 }
 
 std::uint32_t TableHeap::take(std::uint32_t units) {
+    assert(units > 0);
     const std::uint32_t unit = takeAnywhere(units);
     if (unit >= new_.size()) {
         new_.resize(std::max<std::size_t>(unit + std::size_t{1}, new_.size() * 2));
@@ -113,6 +115,7 @@ bool TableHeap::takeFree(std::uint32_t atLeast, std::uint32_t units, std::uint32
     }
     unit = found->second.back();
     found->second.pop_back();
+    assert(found->first >= units);
     const std::uint32_t rest = found->first - units;
     freeUnits_ -= found->first;
     if (rest > 0) {
@@ -162,6 +165,7 @@ bool TableHeap::reuse(bool whateverItsAge) {
 }
 
 void TableHeap::release(std::uint32_t unit, std::uint32_t units) {
+    assert(live_ >= units);
     live_ -= units;
     if (isNew(unit)) {
         new_[unit] = false;
@@ -188,7 +192,7 @@ void TableHeap::committed(std::uint64_t generation) {
     released_.clear();
 }
 
-// The same unit may have been taken, given back and taken again as something smaller: the last one
+// The same unit may have been taken, released and taken again as something smaller: the last one
 // says how large it is.
 void TableHeap::discarded() {
     for (auto block = taken_.rbegin(); block != taken_.rend(); ++block) {

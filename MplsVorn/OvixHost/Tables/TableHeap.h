@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cassert>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -12,15 +13,14 @@
 
 namespace Tessel {
 
-/// Gives out and takes back the room of a set of tables, in units, for its one writer. What readers
-/// may still be reading is given out again only after a while, and after the horizon has been
-/// raised above it.
+/// Allocates the room of a set of tables, in units, for its one writer. What readers may still be
+/// reading is allocated again only after a while, and after the horizon has been raised above it.
 class TableHeap {
   public:
     using Clock = std::chrono::steady_clock;
 
     /// How long what is no longer reachable is kept from being used again, so that a reader that
-    /// holds a generation that long need not start anew; ...
+    /// holds a generation that long need not start again; ...
     static constexpr std::chrono::milliseconds keptFor{100};
     /// ... except beyond so many units of it.
     static constexpr std::uint64_t keptUnits = (std::uint64_t{32} << 20U) / TableLayout::unitBytes;
@@ -42,7 +42,7 @@ class TableHeap {
 
     /// Throws std::length_error when there is no room.
     std::uint32_t take(std::uint32_t units);
-    /// Gives back what was taken; at once if it has never been visible, else with the next commit.
+    /// Releases what was taken; at once if it has never been visible, else with the next commit.
     void release(std::uint32_t unit, std::uint32_t units);
     bool isNew(std::uint32_t unit) const noexcept { return unit < new_.size() && new_[unit]; }
 
@@ -66,6 +66,7 @@ class TableHeap {
     bool takeFree(std::uint32_t atLeast, std::uint32_t units, std::uint32_t& unit);
     bool takeFromEnd(std::uint32_t units, std::uint32_t& unit);
     void free(Block block) {
+        assert(block.units > 0);
         free_[block.units].push_back(block.unit);
         freeUnits_ += block.units;
     }
@@ -81,7 +82,7 @@ class TableHeap {
     std::uint64_t joinBeyond_ = joinBeyondAtLeast; ///< so many free units are worth it
     std::deque<Retired> retired_;                  ///< oldest first
     std::uint64_t retiredUnits_ = 0;
-    std::vector<Block> taken_; ///< since the last commit; what was given back is not new any more
+    std::vector<Block> taken_;    ///< since the last commit; what was released is no longer new
     std::vector<Block> released_; ///< since the last commit
     std::vector<bool> new_;       ///< by unit: taken since the last commit
     std::uint32_t end_ = TableLayout::heapUnit;

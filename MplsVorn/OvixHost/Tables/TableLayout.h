@@ -24,16 +24,16 @@ namespace Tessel {
 //                  table)
 //
 // A directory has two words per page: what refers to it, and the generation that it was made in,
-// which tells one page from another that came to stand in its place.
+// which tells a page from a later one in the same place.
 //
 // A batch of changes writes new records, pages, directories and a new root beside the old ones and
 // becomes visible whole when `current` names the new root: one store. What the new root no longer
 // reaches is used again later; before that the horizon is raised, which tells a reader that still
 // holds an older root that it may have read something else. So readers take no lock and are never
-// waited for, and whoever is killed, at any moment, leaves the last whole generation behind.
+// waited for, and a process killed at any moment leaves the last whole generation behind.
 //
 // Every reference carries a check of what it refers to: a reference or a record in which any bit
-// has changed does not match. Memory that nobody has touched does not exist.
+// has changed does not match. Memory that has never been touched does not exist.
 
 /// Names what a table's entry refers to; part of a record's check, so that a record of one kind is
 /// never taken for one of another.
@@ -95,7 +95,8 @@ struct TableHeader {
     std::uint64_t check;   ///< of all of the header that never changes
     std::uint64_t writer;  ///< process id of the last writer; for messages only
     std::uint64_t current; ///< TableRef of the root
-    std::uint64_t horizon; ///< sealed: what only generations before this one reach may have gone
+    std::uint64_t
+        horizon; ///< sealed: what only generations before this one reach may be overwritten
     std::uint64_t reserved;
     std::array<TableName, maxTables> names;
 };

@@ -101,7 +101,7 @@ TableMemory TableMemory::sharedForReading(const std::string& name) {
     }
     if (found.st_size < static_cast<off_t>(TableLayout::heapBytesOffset)) {
         errno = ENODATA;
-        refuse(name, "read shared memory that nobody has written yet");
+        refuse(name, "read shared memory that has not been written yet");
     }
     made.map(static_cast<std::size_t>(found.st_size), false);
     close(made.file_);

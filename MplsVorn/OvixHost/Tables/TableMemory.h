@@ -22,7 +22,7 @@ class TableMemory {
     static TableMemory sharedForWriting(const std::string& name, std::size_t bytes = defaultBytes);
     /// Opens the named memory for reading alone. Throws std::system_error when there is none.
     static TableMemory sharedForReading(const std::string& name);
-    /// Removes the name; whoever has the memory open keeps it. False when there was none.
+    /// Removes the name; a process that has the memory open keeps it. False when there was none.
     static bool remove(const std::string& name);
     /// The file in /dev/shm, without its directory.
     static std::string fileName(const std::string& name) { return "ovix-" + name; }

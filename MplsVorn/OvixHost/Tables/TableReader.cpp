@@ -138,7 +138,7 @@ void TableReader::horizonMoved() const {
     const std::uint64_t word = TableLayout::load(header().horizon);
     if (horizonGeneration(word) > root_.generation) {
         throw SnapshotLost(name_ + ": generation " + std::to_string(root_.generation) +
-                           " has gone");
+                           " is no longer kept");
     }
     horizon_ = word;
 }
@@ -150,7 +150,7 @@ void TableReader::refuse(std::string_view what, std::uint64_t at) const {
 
 void TableReader::corrupt(std::string_view what, std::uint64_t at) const {
     throw CorruptionDetected(name_ + ": " + std::string(what) + " " + std::to_string(at) +
-                             " cannot be right");
+                             " is invalid");
 }
 
 } // namespace Tessel

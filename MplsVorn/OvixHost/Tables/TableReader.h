@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cassert>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -15,19 +16,19 @@ namespace Tessel {
 
 /// The reading side of a set of tables: holds one generation at a time and copies out of it. Takes
 /// no lock and writes nothing; used by one thread. Every index, count and length is checked before
-/// it is followed, and every word that is handed out was covered by a check: what cannot be right
-/// throws CorruptionDetected, and what has been replaced because this reader was held up throws
+/// it is followed, and every word that is handed out was covered by a check: damage throws
+/// CorruptionDetected, and what has been replaced because this reader was held up throws
 /// SnapshotLost.
 class TableReader : public Counted {
   public:
     /// Throws CorruptionDetected, naming what it found, when the memory holds no tables of this
     /// version.
     explicit TableReader(TableMemory memory);
-    /// Reads memory that somebody else keeps, under a name for messages.
+    /// Reads memory that the caller keeps, under a name for messages.
     TableReader(std::string name, std::span<const std::byte> memory);
 
-    /// Goes over to the newest generation; true when that was not the one held. A newest one that
-    /// cannot be right throws CorruptionDetected, once, and the one held is kept.
+    /// Goes over to the newest generation; true when that was not the one held. A damaged one
+    /// throws CorruptionDetected, once, and the one held is kept.
     bool refresh() { return refreshNeeded() && pinNewest(); }
     bool refreshNeeded() const noexcept {
         const std::uint64_t newest = TableLayout::load(header().current);
@@ -54,6 +55,7 @@ class TableReader : public Counted {
 
     /// The entry of a key of at most TableLayout::maxKey; an empty one when there is none.
     TableRef entry(std::size_t table, std::uint32_t key) const {
+        assert(table < TableLayout::maxTables && key <= TableLayout::maxKey);
         const std::uint32_t page = pageOf(table, key);
         if (page == 0) {
             return {};
@@ -130,7 +132,8 @@ class TableReader : public Counted {
                               static_cast<std::uint32_t>(key / TableLayout::pageEntries));
     }
 
-    /// Throws SnapshotLost when what is held has gone, CorruptionDetected otherwise.
+    /// Throws SnapshotLost when the generation held is no longer kept, CorruptionDetected
+    /// otherwise.
     [[noreturn]] void refuse(std::string_view what, std::uint64_t at) const;
 
   private:
@@ -171,7 +174,7 @@ class TableReader : public Counted {
     std::string name_;
     std::span<const std::uint64_t> words_;
     TableRef current_;
-    std::optional<std::uint64_t> refused_; ///< a newest root that cannot be right, told once
+    std::optional<std::uint64_t> refused_; ///< a damaged newest root, reported once
     TableLayout::Root root_{};
     mutable std::uint64_t horizon_ = 0; ///< as last seen, when it was fine
 };

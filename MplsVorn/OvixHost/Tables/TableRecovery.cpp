@@ -60,7 +60,7 @@ class Walk {
         }
     }
 
-    /// Nothing may stand where something else stands, or be named twice.
+    /// No two blocks may overlap, and none may be named twice.
     void claim(std::uint32_t unit, std::uint32_t units) {
         const auto first = claimed_.begin() + unit;
         if (std::find(first, first + units, true) != first + units) {

@@ -9,7 +9,7 @@
 
 namespace Tessel {
 
-/// What a generation of tables reaches, found by walking it, and what in it cannot be right.
+/// What a generation of tables reaches, found by walking it, and what in it is damaged.
 struct TableRecovery {
     struct Damage {
         std::size_t table;

@@ -1,6 +1,7 @@
 #include "Tables/TableWriter.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstring>
 #include <limits>
 #include <stdexcept>
@@ -74,8 +75,8 @@ void TableWriter::takeOver(std::span<const TableDescription> tables) {
     commit();
 }
 
-// What cannot be right is not followed, so its room is not given back here: the next writer to take
-// over finds it out of reach.
+// Damage is not followed, so its room is not released here: the next writer to take over finds it
+// unreachable.
 void TableWriter::takeOut(std::size_t table, std::uint32_t key, bool wholePage) {
     if (!wholePage) {
         entryIs(table, key, {});
@@ -132,7 +133,7 @@ TableRef TableWriter::entry(std::size_t table, std::uint32_t key) const {
     return at != 0 ? TableRef{words()[at + key % pageEntries]} : TableRef{};
 }
 
-/// The block itself if nobody else sees it, else a copy that nobody else sees; a blank one for 0.
+/// The block itself if no reader sees it, else a copy that none sees; a blank one for 0.
 std::uint32_t TableWriter::ownBlock(std::uint32_t unit, std::size_t count) {
     if (unit != 0 && heap_.isNew(unit)) {
         return unit;
@@ -158,6 +159,7 @@ void TableWriter::entryIs(std::size_t table, std::uint32_t key, TableRef ref) {
         throw std::invalid_argument("key " + std::to_string(key) + " is larger than " +
                                     std::to_string(maxKey));
     }
+    assert(table < header().tables || header().magic == 0);
     const TableRef before = entry(table, key);
     if (before == ref) {
         return;
@@ -172,6 +174,7 @@ void TableWriter::entryIs(std::size_t table, std::uint32_t key, TableRef ref) {
     if (!before) {
         ++root.entries;
     } else if (!ref) {
+        assert(root.entries > 0);
         --root.entries;
     }
 }
@@ -234,6 +237,7 @@ TableRef TableWriter::recordIs(std::uint32_t unit, RecordKind kind,
                                std::span<const std::uint64_t> own,
                                std::span<const std::uint64_t> behind) {
     const auto [head, ref] = seal(unit, kind, own, behind.size());
+    assert(unit >= heapUnit);
     std::uint64_t* to = words() + unit;
     store(*to++, head);
     for (const std::uint64_t word : own) {

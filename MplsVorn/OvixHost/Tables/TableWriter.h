@@ -23,13 +23,13 @@ struct TableDescription {
     std::optional<RecordKind> records;
 };
 
-/// The writing side of a set of tables, of which there is one. Changes are a batch that nobody sees
-/// until it is committed. A writer that finds tables takes them over as the last one left them.
+/// The one writing side of a set of tables. Changes are a batch that no reader sees until it is
+/// committed. A writer that finds tables takes them over as the last one left them.
 class TableWriter {
   public:
     /// Makes the tables in memory that holds none, with those in `tables`, at most
     /// TableLayout::maxTables. Throws CorruptionDetected when the memory holds something else; an
-    /// entry that cannot be right is taken out.
+    /// invalid entry is removed.
     TableWriter(TableMemory memory, std::span<const TableDescription> tables,
                 std::chrono::milliseconds keptFor = TableHeap::keptFor);
 
@@ -41,25 +41,25 @@ class TableWriter {
     bool changed() const noexcept { return changed_; }
     /// Makes the changes visible, all at once. Nothing happens when there are none.
     void commit();
-    /// Takes back the changes since the last commit.
+    /// Undoes the changes since the last commit.
     void discard();
 
     /// With the changes made.
     TableRef entry(std::size_t table, std::uint32_t key) const;
     std::uint32_t entries(std::size_t table) const noexcept { return working_[table].entries; }
-    /// Puts an entry in a key's place; an empty one takes it away. What was there is the caller's
-    /// to release. Throws std::length_error when there is no room, std::invalid_argument when the
+    /// Puts an entry in a key's place; an empty one removes it. What was there is the caller's to
+    /// release. Throws std::length_error when there is no room, std::invalid_argument when the
     /// key is larger than TableLayout::maxKey.
     void entryIs(std::size_t table, std::uint32_t key, TableRef ref);
 
-    /// Puts a record of `own` words alone in a key's place, unless one like it stands there, and
-    /// releases what stood there. Throws as `entryIs` does, having changed nothing.
+    /// Puts a record of `own` words alone in a key's place, unless an equal one is there, and
+    /// releases what was there. Throws as `entryIs` does, having changed nothing.
     void recordEntryIs(std::size_t table, std::uint32_t key, RecordKind kind,
                        std::span<const std::uint64_t> own);
-    /// Takes a record out of a key's place and releases it; false when there is none.
+    /// Removes a record from a key's place and releases it; false when there is none.
     bool recordEntryDel(std::size_t table, std::uint32_t key);
-    /// Puts a record, made by `recordIs`, in a key's place, and releases what stood there. When
-    /// there is no room, releases the new record and throws.
+    /// Puts a record, made by `recordIs`, in a key's place, and releases what was there. When there
+    /// is no room, releases the new record and throws.
     void replaceRecord(std::size_t table, std::uint32_t key, TableRef record);
 
     /// Room for a record, to be filled by `recordIs`. Throws std::length_error.
@@ -68,11 +68,11 @@ class TableWriter {
     /// records of their own that `seal` has made.
     TableRef recordIs(std::uint32_t unit, RecordKind kind, std::span<const std::uint64_t> own,
                       std::span<const std::uint64_t> behind = {});
-    /// The header of a record that stands at `unit`, and the reference to it.
+    /// The header of a record at `unit`, and the reference to it.
     static std::pair<std::uint64_t, TableRef> seal(std::uint32_t unit, RecordKind kind,
                                                    std::span<const std::uint64_t> own,
                                                    std::size_t wordsBehind = 0);
-    /// Gives back a record's room.
+    /// Releases a record's room.
     void release(TableRef record);
 
     /// The words of a record as written, header first; for the writer's own bookkeeping.
@@ -80,8 +80,7 @@ class TableWriter {
 
     /// Memory in use: header, directories, pages and records of the working generation.
     std::size_t usedBytes() const noexcept;
-    /// How many entries were found that could not be right, and taken out, when tables were taken
-    /// over.
+    /// How many invalid entries were found and removed when tables were taken over.
     std::size_t repaired() const noexcept { return repaired_; }
 
   private:

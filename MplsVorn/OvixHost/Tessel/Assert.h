@@ -2,7 +2,7 @@
 
 namespace Tessel {
 
-/// Ends the process after naming the broken invariant and the source it stands in.
+/// Ends the process after naming the broken invariant and its source.
 [[noreturn]] void assertionFailed(const char* text, const char* function, const char* source,
                                   int line) noexcept;
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -29,7 +30,10 @@ class BoundedList {
     static constexpr std::size_t max() noexcept { return capacity; }
     std::uint32_t size() const noexcept { return size_; }
     bool empty() const noexcept { return size_ == 0; }
-    const T& operator[](std::size_t index) const noexcept { return entries()[index]; }
+    const T& operator[](std::size_t index) const noexcept {
+        assert(index < size_);
+        return entries()[index];
+    }
     std::span<const T> view() const noexcept { return {entries(), size_}; }
 
     /// Throws RangeError when the list is full.

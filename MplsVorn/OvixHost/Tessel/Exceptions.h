@@ -10,14 +10,14 @@ class RangeError : public std::range_error {
     using std::range_error::range_error;
 };
 
-/// A shared table holds a record, count or index that cannot be right.
+/// A shared table holds an invalid record, count or index.
 class CorruptionDetected : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
 };
 
 /// What was being read from a shared table has been replaced meanwhile: the reader was held up for
-/// long. Refreshing and reading again will do.
+/// long. The remedy is to refresh and read again.
 class SnapshotLost : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;

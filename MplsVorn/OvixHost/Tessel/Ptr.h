@@ -43,10 +43,10 @@ class Counted {
         }
     }
 
-    /// What follows when the last count has been taken back.
+    /// What follows when the count has become zero.
     void noUserLeft() const noexcept { const_cast<Counted*>(this)->lastUserGone(); }
 
-    /// Takes back one count; true when it was the last one.
+    /// Removes one count; true when it was the last one.
     [[gnu::always_inline]] bool dropReference() const noexcept {
         if (Threading::multiThreaded()) [[unlikely]] {
             return __atomic_sub_fetch(&references_, 1U, __ATOMIC_ACQ_REL) == 0;
@@ -54,7 +54,7 @@ class Counted {
         return --references_ == 0;
     }
 
-    /// Counts the first handle of an object that nobody else knows yet.
+    /// Counts the first handle of a new object.
     void firstReference() const noexcept { references_ = 1; }
 
     /// The number of handles that hold this object.
@@ -63,7 +63,7 @@ class Counted {
     }
 
   protected:
-    /// Called once, when the last handle lets go; destroys the object unless overridden.
+    /// Called once, when the last handle releases; destroys the object unless overridden.
     virtual void lastUserGone() noexcept { delete this; }
 
   private:
@@ -98,7 +98,7 @@ class Ptr {
 
     [[gnu::always_inline]] ~Ptr() {
         if (object_ != nullptr && object_->dropReference()) {
-            letGo(object_);
+            releaseLast(object_);
         }
     }
 
@@ -126,7 +126,7 @@ class Ptr {
     bool operator==(std::nullptr_t) const noexcept { return object_ == nullptr; }
 
   private:
-    [[gnu::noinline]] static void letGo(T* object) noexcept {
+    [[gnu::noinline]] static void releaseLast(T* object) noexcept {
         // What is known to be the most derived type, from a slab, goes without a virtual call.
         if constexpr (std::is_final_v<T> && std::is_base_of_v<Slabbed<std::remove_const_t<T>>, T>) {
             delete object;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -42,7 +43,11 @@ class PtrList {
 
     std::size_t size() const noexcept { return size_; }
     bool empty() const noexcept { return size_ == 0; }
-    const Ptr<T>& front() const noexcept { return inPlaceItems()[0]; }
+    /// The list must not be empty.
+    const Ptr<T>& front() const noexcept {
+        assert(size_ > 0);
+        return inPlaceItems()[0];
+    }
 
     template <typename Handle>
     void push(Handle&& item) {

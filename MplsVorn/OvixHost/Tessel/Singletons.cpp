@@ -1,5 +1,6 @@
 #include "Tessel/Singletons.h"
 
+#include <cassert>
 #include <stdexcept>
 
 namespace Tessel {
@@ -27,6 +28,7 @@ Ptr<Entity> Singletons::create(std::string_view typeName) {
         throw std::out_of_range("no factory for singleton type " + std::string(typeName));
     }
     Ptr<Entity> entity = factory->second();
+    assert(entity);
     entities_.insert_or_assign(std::string(typeName), entity);
     return entity;
 }

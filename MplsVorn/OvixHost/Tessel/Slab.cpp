@@ -2,7 +2,11 @@
 
 #include <new>
 
+#include "Tessel/Ptr.h"
+
 namespace Tessel {
+
+bool Threading::multiThreaded_ = false;
 
 namespace {
 
@@ -10,7 +14,7 @@ constexpr std::size_t chunkBytes = 16384;
 
 } // namespace
 
-// A chunk is never given back: what one burst of frames needed, the next one will need again.
+// A chunk is never freed: what one burst of frames needed, the next one will need again.
 void SlabList::refill() {
     constexpr std::size_t unit = alignof(std::max_align_t);
     const std::size_t stride = (blockSize_ + unit - 1) / unit * unit;

@@ -21,8 +21,8 @@ constexpr std::uint16_t addSums(std::uint32_t one, std::uint32_t other) noexcept
 std::uint16_t pseudoHeaderSum(const Lumo::IpGenAddr& source, const Lumo::IpGenAddr& destination,
                               std::uint8_t protocol, std::size_t length) noexcept;
 
-/// Writes the checksum of the bytes from `start` on at `start + offset`, where zero stands or, for
-/// TCP, UDP and ICMPv6, the sum of the pseudo header. It is never zero, which would mean none in
+/// Writes the checksum of the bytes from `start` on at `start + offset`, where zero is or, for TCP,
+/// UDP and ICMPv6, the sum of the pseudo header. It is never zero, which would mean none in
 /// UDP; all ones mean the same to the others. False, and nothing is written, when the bytes do not
 /// reach that far.
 bool completeChecksum(WritableBytes bytes, std::size_t start, std::size_t offset) noexcept;

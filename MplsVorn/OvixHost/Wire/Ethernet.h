@@ -70,7 +70,7 @@ class BasicEthernet : public View<14, Byte> {
 using Ethernet = BasicEthernet<const std::uint8_t>;
 using EthernetWriter = BasicEthernet<std::uint8_t>;
 
-/// A VLAN tag (IEEE 802.1Q). The type that announces it stands where the EtherType was, and the
+/// A VLAN tag (IEEE 802.1Q). The type that announces it is where the EtherType was, and the
 /// EtherType follows the tag:
 ///
 ///     +-----------+-----------------------------+

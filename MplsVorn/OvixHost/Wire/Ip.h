@@ -113,7 +113,7 @@ class BasicIpv4 : public View<20, Byte> {
         addressIs(destinationAt, address);
     }
 
-    /// The TTL of a packet under way: the checksum follows.
+    /// The TTL of a packet being forwarded: the checksum follows.
     void ttlWithChecksumIs(std::uint8_t value) const noexcept {
         const std::uint16_t before = this->u16(ttlAt);
         ttlIs(value);

@@ -8,7 +8,7 @@
 #include "Lumo/NetInt.h"
 
 /// The headers of the network, each once: its RFC's drawing, its fields' places, and a view that
-/// reads or writes it where it stands. A length is checked when the view is made; a view that is
+/// reads or writes it in place. A length is checked when the view is made; a view that is
 /// not empty cannot fail.
 namespace Wire {
 

@@ -2,7 +2,7 @@
 
 #include "MplsOvixMulticast/EthernetFrame.h"
 #include "MplsOvixMulticast/MulticastEvents.h"
-#include "TableRead.h"
+#include "Tables/Corruptions.h"
 #include "Wire/MplsException.h"
 
 namespace Ovix {

@@ -30,8 +30,8 @@ std::uint16_t ipEtherType(const PacketHeader* header) noexcept {
     return 0;
 }
 
-/// The VLAN's number; an interface that is no VLAN's must not pass for one, so its frames carry a
-/// priority tag (802.1Q), which names none.
+/// The VLAN's number; an interface that is not a VLAN's must not look like one, so its frames carry
+/// a priority tag (802.1Q), which names none.
 std::uint16_t vlanOf(Lumo::IntfId lookup) noexcept {
     return Lumo::VlanIntfId::isVlanIntfId(lookup)
                ? static_cast<std::uint16_t>(Lumo::VlanIntfId::vlanId(lookup) &
@@ -39,7 +39,7 @@ std::uint16_t vlanOf(Lumo::IntfId lookup) noexcept {
                : std::uint16_t{0};
 }
 
-/// Whether the frame is tagged as a special packet can stand for.
+/// Whether the frame's tags can be replaced by that of a special packet.
 bool tagsUnderstood(const RoutingContext& context) {
     const Ptr<PacketHeader> tags =
         context.packetContext()->parsedPkt().firstHeaderOfType(PktHdrType::vlanTags);
@@ -106,7 +106,7 @@ void MplsMulticastIpLookupViaTypeHandler::deliver(const MplsContext& context,
         drop(routing, payloadNotIp);
         return;
     }
-    // Taken from the packet as it stands: the parser has checked that the headers are whole.
+    // Taken from the packet as it is: the parser has checked that the headers are whole.
     const Wire::Bytes macs = eth->bytes().first(Wire::Ethernet::macsSize);
     const Wire::Bytes ip = packet.getPkt()->offsetFront(inner->offset());
     if (!cpu.send(ethernetFrame(macs, vlanOf(via.intfId), etherType, ip))) {

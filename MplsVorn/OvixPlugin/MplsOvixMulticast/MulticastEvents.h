@@ -1,6 +1,7 @@
 #pragma once
 
 #include "FrameEvents.h"
+#include "Ovix/plugin/ToggleService.h"
 
 namespace Ovix {
 
@@ -8,6 +9,14 @@ namespace Ovix {
 inline TraceSource& multicastTrace() {
     static TraceSource& source = TraceSource::named("MplsMulticast", "Ovix::MplsMulticast");
     return source;
+}
+
+/// Whether this device forwards multicast VPN traffic in software: the toggle "MvpnSfe" of
+/// "MvpnLib.json", on by default. Read when first asked for and kept.
+inline bool toggleMvpnSfeEnabled() {
+    static const bool enabled =
+        ToggleService::instance().toggleEnabled("MvpnLib.json", "MvpnSfe", true);
+    return enabled;
 }
 
 /// The source named by this component's assertions.

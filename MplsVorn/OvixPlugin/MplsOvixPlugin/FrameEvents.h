@@ -6,6 +6,7 @@
 #include "Ovix/trace/NamedCounters.h"
 #include "Ovix/trace/Trace.h"
 #include "Ovix/trace/TraceFormat.h"
+#include "Ovix/viaset/MplsContext.h"
 
 namespace Ovix {
 
@@ -21,9 +22,9 @@ inline constexpr std::string_view exceptional = "Exceptional"; ///< unexpected b
 inline constexpr std::string_view action = "Action";           ///< deliberate special handling
 } // namespace FrameCategory
 
-/// Something that befalls a frame: how it is counted and what is traced, from one declaration. Each
-/// "%s" of the text stands for a value; the counter keeps the "%s", so that one counter collects
-/// every frame of the kind.
+/// Something that happens to a frame: how it is counted and what is traced, from one declaration.
+/// Each "%s" of the text is replaced by a value; the counter keeps the "%s", so that one counter
+/// collects every frame of the kind.
 struct FrameEvent {
     static constexpr std::string_view module = "Routing::Mpls";
 
@@ -95,8 +96,8 @@ template <typename... Values>
     }
 }
 
-/// Like `report`, but the values stand in the counter's reason too: these few events are told apart
-/// by what they were about.
+/// Like `report`, but the values are in the counter's reason too: these few events are counted by
+/// their values.
 template <typename... Values>
 void reportWithValues(const RoutingContext& context, const FrameEvent& event,
                       const Values&... values) {
@@ -115,6 +116,22 @@ inline constexpr FrameEvent severalNexthops{FrameCategory::exceptional,
 inline constexpr FrameEvent noVia{FrameCategory::drop, "No via"};
 inline constexpr FrameEvent noRewrite{FrameCategory::drop, "no rewrite"};
 inline constexpr FrameEvent oamPacket{FrameCategory::action, "MPLS Oam packet"};
+
+/// A set of several vias, or of none.
+inline constexpr FrameEvent moreThanOneVia{FrameCategory::drop, "More than 1 via"};
+
+/// The next hop to fill; that there are several is reported.
+inline RoutingNexthop& firstNexthop(const MplsContext& context) {
+    const RoutingNexthops& nexthops = *context.nexthops();
+    if (nexthops.size() > 1) [[unlikely]] {
+        reportWithValues(*context.routingContext(), severalNexthops, nexthops.size());
+    }
+    return *nexthops.nexthopFront();
+}
+
+/// Whether the header starts an LSP ping (RFC 8029): an IP packet to a loopback address and UDP
+/// port 3503. Completes the parse; `header` may be empty.
+bool isLspPing(const RoutingContext& context, const Ptr<PacketHeader>& header);
 
 /// The source named by this component's assertions.
 inline constexpr const char* pluginSource = "MplsVorn/OvixPlugin/MplsOvixPlugin";

@@ -5,17 +5,17 @@
 #include "Mpls/LfibStatus.h"
 #include "Mpls/RoutingInfo.h"
 #include "Ovix/plugin/OvixPlugin.h"
-#include "Ovix/viaset/HwStatusViaHelper.h"
 #include "Ovix/viaset/MplsContext.h"
 #include "Ovix/viaset/MplsLfibTables.h"
 #include "Ovix/viaset/MplsViaTypeHandler.h"
+#include "Ovix/viaset/ViaSets.h"
 #include "State/EthIntfStatusDir.h"
 #include "State/MvpnIntfStatus.h"
 #include "State/OvixLfibCounterCollection.h"
 
 namespace Ovix {
 
-// What the main object owns includes its header, not the other way round.
+// What the main object owns includes this header, so they are only declared here.
 class ClearLfibCountersSm;
 class MplsLfibStatusSm;
 class MplsMldpInputStep;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <cstring>
 #include <new>
 #include <vector>
@@ -65,7 +66,7 @@ Ptr<const Adjacency> Adjacency::create(std::span<const WeightedRecord> vias,
     for (const auto& list : {vias, backups}) {
         for (const WeightedRecord& member : list) {
             Ovix::OvixMplsVia rest = member.via;
-            rest.intfId = {}; // stands in the entry, where validity is checked without unpacking
+            rest.intfId = {}; // is in the entry, where validity is checked without unpacking
             const PackedVia one(rest);
             entries.push_back({member.via.intfId, member.weight,
                                static_cast<std::uint32_t>(packedFrom + packed.size())});
@@ -124,7 +125,7 @@ Ptr<const Adjacency> Adjacency::fromWords(std::span<const std::uint64_t> words) 
     return made->holdsTogether() ? made : nullptr;
 }
 
-/// Whether everything stands where the head and the entries say.
+/// Whether everything is where the head and the entries say.
 bool Adjacency::holdsTogether() const noexcept {
     if (words_ == 0 || head().vias > LfibViaSet::capacity ||
         head().backups > LfibViaSet::capacity) {
@@ -141,6 +142,7 @@ bool Adjacency::holdsTogether() const noexcept {
 }
 
 const Ovix::OvixMplsVia& Adjacency::unpack(const Entry* entry) const noexcept {
+    assert(entry->packedOffset <= words().size_bytes());
     const auto bytes = std::as_bytes(words()).subspan(entry->packedOffset);
     unpacked_ = {};
     if (PackedVia::unpack({reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()},

@@ -26,8 +26,8 @@ struct AdjacencyVias {
 };
 
 /// Where the platform sends what a route matches: vias with weights, and backups to use instead
-/// while the adjacency is marked so. Never changed once made. Everything stands packed in words
-/// behind the object, as tables carry it:
+/// while the adjacency is marked so. Never changed once made. Everything is packed in words behind
+/// the object, as tables carry it:
 ///
 ///     Head | Entry x vias | Entry x backups | PackedVia of each entry
 class Adjacency final : public Tessel::Counted {

@@ -46,9 +46,4 @@ Ptr<const Adjacency> Status::adjacency(std::uint64_t key) const {
     return entry ? Adjacency::read(*tables_, entry) : nullptr;
 }
 
-void Status::doCorruptionDetected(std::string_view message) const {
-    ++corruptions_;
-    lastCorruption_ = message;
-}
-
 } // namespace Mpls::Hardware

@@ -8,13 +8,14 @@
 #include "Mpls/Hardware/Adjacency.h"
 #include "Mpls/RouteKey.h"
 #include "Mpls/TableDirectory.h"
+#include "Tables/Corruptions.h"
 #include "Tables/TableReader.h"
 #include "Tessel/Entity.h"
 
 namespace Mpls::Hardware {
 
 /// A label route as the platform has programmed it. Default: the route of the empty label stack,
-/// which stands for absence.
+/// which means absence.
 struct Route {
     RouteKey routeKey;
     std::uint64_t adjacencyKey = 0; ///< 0 to 2^20 - 1
@@ -39,7 +40,7 @@ struct Route {
 };
 
 /// The MPLS routes that the platform has programmed and the adjacencies they point at: the reading
-/// side. Both are found by index. What cannot be right throws Tessel::CorruptionDetected.
+/// side. Both are found by index. Damage throws Tessel::CorruptionDetected.
 class Status : public Tessel::Entity {
   public:
     static constexpr std::string_view entityTypeName = "Mpls::Hardware::Status";
@@ -76,10 +77,10 @@ class Status : public Tessel::Entity {
         tables_->forEach(adjacencies_, [&](std::uint32_t key, Tessel::TableRef) { visitor(key); });
     }
 
-    /// The corruption hook: told of what a read ran into.
-    void doCorruptionDetected(std::string_view message) const;
-    std::uint64_t corruptionsDetected() const noexcept { return corruptions_; }
-    const std::string& lastCorruption() const noexcept { return lastCorruption_; }
+    /// The corruption hook: reads report damage here.
+    void doCorruptionDetected(std::string_view message) const { corruptions_.add(message); }
+    std::uint64_t corruptionsDetected() const noexcept { return corruptions_.count(); }
+    const std::string& lastCorruption() const noexcept { return corruptions_.last(); }
 
   private:
     /// A route met not long ago. Within a generation nothing changes, so it need not be read again.
@@ -102,8 +103,7 @@ class Status : public Tessel::Entity {
     std::size_t routes_;
     std::size_t adjacencies_;
     mutable std::array<Recent, recents> recent_;
-    mutable std::uint64_t corruptions_ = 0;
-    mutable std::string lastCorruption_;
+    mutable Tessel::Corruptions corruptions_;
 };
 
 } // namespace Mpls::Hardware

@@ -40,14 +40,6 @@ bool StatusWriter::routeDel(RouteKey key) {
 }
 
 void StatusWriter::adjacencyIs(std::uint64_t key, const Adjacency& adjacency) {
-    for (const bool backups : {false, true}) {
-        for (std::uint32_t i = 0; i < adjacency.entries(backups).size(); ++i) {
-            // The deep stack behind the via's number is this process's own.
-            if (!tables_->name().empty() && adjacency.via(backups, i).labelsInterned) {
-                throw std::invalid_argument("a stack of more than 33 labels cannot be shared");
-            }
-        }
-    }
     tables_->recordEntryIs(adjacencyTable, checkedKey(key), Tessel::RecordKind::adjacency,
                            adjacency.words());
 }

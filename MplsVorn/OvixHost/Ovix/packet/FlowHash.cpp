@@ -1,6 +1,5 @@
 #include "Ovix/packet/FlowHash.h"
 
-#include "Ovix/packet/PacketHashers.h"
 #include "Wire/Ip.h"
 
 namespace Ovix {
@@ -34,7 +33,7 @@ void addIpv4(FlowHasher& hasher, const PacketHeader& header) noexcept {
     }
 }
 
-/// The flow label stands in for ports that extension headers hide (RFC 6438).
+/// The flow label replaces ports that extension headers hide (RFC 6438).
 void addIpv6(FlowHasher& hasher, const PacketHeader& header) noexcept {
     const Wire::Ipv6 ip(header.bytes());
     for (std::size_t at = Wire::Ipv6::sourceAt; at < Wire::Ipv6::size; at += 4) {
@@ -47,8 +46,8 @@ void addIpv6(FlowHasher& hasher, const PacketHeader& header) noexcept {
     }
 }
 
-/// Adds what a header tells; false when nothing behind it may be looked at. What is not IP under
-/// labels only looks like Ethernet (a control word shifts it), so the labels must do.
+/// Adds a header; false when nothing behind it may be looked at. What is not IP under labels only
+/// looks like Ethernet (a control word shifts it), so the labels must do.
 bool addHeader(FlowHasher& hasher, const PacketHeader& header, bool& labelled) noexcept {
     switch (header.pktHdrType()) {
     case PktHdrType::mpls: {

@@ -1,12 +1,15 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 
 #include "Ovix/packet/PacketContext.h"
+#include "Ovix/packet/PacketHeader.h"
+#include "Tessel/Ptr.h"
 
 namespace Ovix {
 
-/// Gathers what tells flows apart and mixes it into 32 bits of which every residue is usable.
+/// Mixes what distinguishes flows into 32 bits, of which every residue is usable.
 class FlowHasher {
   public:
     void add(std::uint32_t word) noexcept {
@@ -31,5 +34,32 @@ void addLabels(FlowHasher& hasher, const MplsHeaderData& labels) noexcept;
 /// The flow hash of a frame: its label stack, and unless an entropy label ends it, the addresses,
 /// the protocol and, where there are, the ports of an IP header (RFC 7325 section 2.4.5).
 std::uint32_t flowHash(ParsedPacket& parsed);
+
+/// Hashes the flow that a parsed header of one type belongs to.
+class PacketHasherOfType : public Tessel::Counted {
+  public:
+    virtual std::uint32_t hash(const PacketHeader& header) const = 0;
+};
+
+/// The agent's hashers by header type.
+class PacketHashers : public Tessel::Counted {
+  public:
+    void hasherIs(PktHdrType type, Ptr<PacketHasherOfType> hasher) {
+        hashers_[static_cast<std::size_t>(type)] = std::move(hasher);
+    }
+    const Ptr<PacketHasherOfType>& hasher(PktHdrType type) const noexcept {
+        return hashers_[static_cast<std::size_t>(type)];
+    }
+
+  private:
+    std::array<Ptr<PacketHasherOfType>, pktHdrTypes> hashers_;
+};
+
+/// The hasher for "Mpls": all labels that are not special-purpose, and nothing below an entropy
+/// label (RFC 6790).
+class MplsHasher : public PacketHasherOfType {
+  public:
+    std::uint32_t hash(const PacketHeader& header) const override;
+};
 
 } // namespace Ovix

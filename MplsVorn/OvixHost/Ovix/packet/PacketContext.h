@@ -60,7 +60,7 @@ class PacketParser : public Tessel::Counted {
     static void parseNext(ParsedPacket& parsed);
 };
 
-/// Tells the traffic class (RFC 5462) of a frame from its classification input.
+/// The traffic class (RFC 5462) of a frame, from its classification input.
 class TrafficClassifier {
   public:
     /// `input` is what `PacketContext::classificationInput` gives.
@@ -79,7 +79,7 @@ class PacketContext final : public Tessel::Counted, public Tessel::Slabbed<Packe
     const Ptr<Lumo::Pkt>& pkt() const noexcept { return pkt_; }
     const Ptr<Lumo::Pkt>& getPkt() const noexcept { return pkt_; }
 
-    /// The headers of the packet as it stands now; parsed anew after a change.
+    /// The headers of the packet as it is now; parsed again after a change.
     [[gnu::always_inline]] ParsedPacket& parsedPkt() noexcept {
         if (stale_) {
             parsed_.restart(pkt_, outerType_);
@@ -88,15 +88,16 @@ class PacketContext final : public Tessel::Counted, public Tessel::Slabbed<Packe
         return parsed_;
     }
 
-    /// What the packet starts with: rewrites that add or remove a header say so here, which also
-    /// makes the parse stale.
+    /// What the packet starts with: rewrites that add or remove a header set it, which also makes
+    /// the parse stale.
     PktHdrType outerType() const noexcept { return outerType_; }
     void outerTypeIs(PktHdrType type) noexcept {
         outerType_ = type;
         stale_ = true;
     }
 
-    /// Gives the context another packet; with `reparse` it is parsed anew from the same outer type.
+    /// Gives the context another packet; with `reparse` it is parsed again from the same outer
+    /// type.
     void replacePacket(Ptr<Lumo::Pkt> pkt, PktCtxParse parse) noexcept;
     /// Parses the packet again as an Ethernet frame.
     void initializeParsedPkt(const Ptr<PacketParser>& parser) noexcept;
@@ -106,8 +107,8 @@ class PacketContext final : public Tessel::Counted, public Tessel::Slabbed<Packe
     /// TC, S or TTL. Computed once, on the frame as it is when first asked.
     std::uint32_t hash();
 
-    /// What names the frame in trace lines, and where what befalls it before it is routed is
-    /// counted; null: nothing is. The counters are not owned: they outlive every frame.
+    /// What names the frame in trace lines, and where its events before routing are counted; null:
+    /// nowhere. The counters are not owned: they outlive every frame.
     std::uint64_t packetId() const noexcept { return packetId_; }
     OvixNamedCounters* namedCounters() const noexcept { return namedCounters_; }
     void receivedAs(std::uint64_t packetId, OvixNamedCounters* counters) noexcept {

@@ -13,7 +13,7 @@
 
 namespace Ovix {
 
-/// The header kinds that the parser tells apart.
+/// The header kinds that the parser distinguishes.
 enum class PktHdrType : std::uint8_t { none, eth, vlanTags, mpls, ipv4, ipv6, udp };
 
 inline constexpr std::size_t pktHdrTypes = 7;
@@ -37,7 +37,9 @@ class PacketHeader final : public Tessel::Counted, public Tessel::Slabbed<Packet
     PacketHeader(std::int32_t position, PktHdrType type, const Ptr<Lumo::Pkt>& pkt,
                  std::uint32_t offset, std::uint32_t length, Ptr<PacketHeaderData>&& data) noexcept
         : pkt_(pkt), data_(std::move(data)), position_(position), offset_(offset), length_(length),
-          type_(type) {}
+          type_(type) {
+        assert(position >= 0 && std::size_t{offset} + length <= pkt->bytes());
+    }
 
     /// 0 for the outermost header of the frame.
     std::int32_t position() const noexcept { return position_; }
@@ -74,7 +76,9 @@ class MplsHeaderData final : public PacketHeaderData, public Tessel::Slabbed<Mpl
     MplsHeaderData(const Ptr<Lumo::Pkt>& pkt, std::uint32_t offset, std::uint32_t entries,
                    bool hashingFlag) noexcept
         : PacketHeaderData(PktHdrType::mpls), pkt_(pkt), offset_(offset), entries_(entries),
-          hashingFlag_(hashingFlag) {}
+          hashingFlag_(hashingFlag) {
+        assert(offset + entries * Lumo::MplsLabelEntry::size <= pkt->bytes());
+    }
 
     class Iterator {
       public:
@@ -97,7 +101,7 @@ class MplsHeaderData final : public PacketHeaderData, public Tessel::Slabbed<Mpl
     std::size_t entries() const noexcept { return entries_; }
     bool empty() const noexcept { return entries_ == 0; }
 
-    /// Set when the stack alone tells flows apart, that is when it carries an entropy label
+    /// Set when the stack alone distinguishes flows, that is when it carries an entropy label
     /// (RFC 6790): path selection then hashes this header and nothing beneath it.
     bool hashingFlag() const noexcept { return hashingFlag_; }
 

@@ -31,8 +31,8 @@ PktHdrType afterEtherType(std::uint16_t etherType) noexcept {
     }
 }
 
-/// What a label stack carries is not said by the stack; the first nibble tells IP, and what is not
-/// IP is taken for Ethernet (RFC 4928 explains why pseudowires avoid 4 and 6 there).
+/// A label stack does not name its payload; the first nibble identifies IP, and what is not IP is
+/// taken for Ethernet (RFC 4928 explains why pseudowires avoid 4 and 6 there).
 PktHdrType afterLabels(Bytes payload) noexcept {
     if (payload.empty()) {
         return PktHdrType::none;

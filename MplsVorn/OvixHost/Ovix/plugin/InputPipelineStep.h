@@ -1,20 +1,17 @@
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <string_view>
-#include <utility>
-#include <vector>
 
 #include "Ovix/packet/PacketContext.h"
-#include "Tessel/Ptr.h"
+#include "Tessel/NamedList.h"
 
 namespace Ovix {
 
 /// What an input pipeline step has made of a frame.
 struct InputVerdict {
     enum class Kind : std::uint8_t {
-        unchanged, ///< not the step's business
+        unchanged, ///< not for the step
         modified,  ///< the packet context holds another packet, with which the frame goes on
         sent,      ///< the step has sent the frame itself
         refused,   ///< the frame goes no further
@@ -38,27 +35,12 @@ class InputPipelineStep : public Tessel::Counted {
     std::string_view name_;
 };
 
-/// The steps that every frame takes, in the order in which they were added.
-class AllGenericPipelineSteps : public Tessel::Counted {
+/// The steps that every frame takes, in the order in which they were added. A step of the same name
+/// is replaced, so that none is taken twice.
+class AllGenericPipelineSteps : public Tessel::NamedList<InputPipelineStep> {
   public:
-    /// A step of the same name is replaced, so that none is taken twice. Empty: ignored.
-    void addStep(Ptr<InputPipelineStep> step) {
-        if (!step) {
-            return;
-        }
-        const auto same = std::find_if(steps_.begin(), steps_.end(), [&](const auto& held) {
-            return held->name() == step->name();
-        });
-        if (same != steps_.end()) {
-            *same = std::move(step);
-        } else {
-            steps_.push_back(std::move(step));
-        }
-    }
-    const std::vector<Ptr<InputPipelineStep>>& steps() const noexcept { return steps_; }
-
-  private:
-    std::vector<Ptr<InputPipelineStep>> steps_;
+    void addStep(Ptr<InputPipelineStep> step) { add(std::move(step)); }
+    const std::vector<Ptr<InputPipelineStep>>& steps() const noexcept { return items(); }
 };
 
 } // namespace Ovix

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cassert>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -35,13 +36,11 @@ class PluginContext : public Tessel::Counted {
     std::vector<OvixPlugin*> plugins_;
 };
 
-/// Hears that what it asked of the state database has been mounted.
+/// Is called when what it asked of the state database has been mounted.
 class StateMounter : public Tessel::Entity {
   public:
     using Entity::Entity;
     virtual void mountsComplete(const Ptr<Tessel::EntityManager>& entityManager) = 0;
-    /// Told how far the mounts have come; most plugins wait for the end.
-    virtual void mountStatus(bool) {}
 };
 
 /// The life of a plugin, as the agent's main thread drives it, in this order.
@@ -70,7 +69,10 @@ class OvixPlugin : public OvixPluginBase {
     void pluginCtxIs(Ptr<PluginContext> context);
 
     /// The context must have been set.
-    const Ptr<PluginManager>& manager() const noexcept { return pluginCtx_->manager(); }
+    const Ptr<PluginManager>& manager() const noexcept {
+        assert(pluginCtx_);
+        return pluginCtx_->manager();
+    }
 
     const Ptr<Tessel::EntityManager>& entityManager() const noexcept { return entityManager_; }
 

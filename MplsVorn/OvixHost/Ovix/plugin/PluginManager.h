@@ -1,16 +1,15 @@
 #pragma once
 
+#include "Ovix/packet/FlowHash.h"
 #include "Ovix/packet/PacketContext.h"
-#include "Ovix/packet/PacketHashers.h"
 #include "Ovix/plugin/InputPipelineStep.h"
 #include "Ovix/plugin/Ports.h"
-#include "Ovix/rewrite/RewriteInfoImplMap.h"
-#include "Ovix/routing/MtuExceptionHandler.h"
+#include "Ovix/rewrite/RewriteImpl.h"
+#include "Ovix/routing/Handlers.h"
 #include "Ovix/routing/RoutingCapabilities.h"
-#include "Ovix/routing/RoutingHandler.h"
 #include "State/ClearCounters.h"
-#include "State/PktCounterCollectionHolder.h"
-#include "Tessel/ShmEntityManager.h"
+#include "State/OvixLfibCounterCollection.h"
+#include "Tessel/EntityManager.h"
 
 namespace Ovix {
 

@@ -9,14 +9,14 @@
 
 namespace Ovix {
 
-/// One of the agent's ports as its plugins see it. The way past the road of a frame: what is sent
-/// here is neither routed nor rewritten.
+/// One of the agent's ports as its plugins see it. What is sent here is neither routed nor
+/// rewritten.
 class Port : public Tessel::Counted {
   public:
     explicit Port(Lumo::IntfId intf) noexcept : intf_(intf) {}
 
     Lumo::IntfId intfId() const noexcept { return intf_; }
-    /// As it stands in traces; lives as long as the port.
+    /// As traces show it; lives as long as the port.
     virtual std::string_view shortName() const noexcept = 0;
 
     /// Sends a whole frame, its Ethernet header first; the packet stays the caller's. False when

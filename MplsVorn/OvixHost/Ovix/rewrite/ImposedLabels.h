@@ -6,31 +6,44 @@
 #include <span>
 
 #include "Lumo/MplsLabelOperation.h"
+#include "Tessel/Exceptions.h"
 
 namespace Ovix {
 
-/// A copy of a label operation that outlives the via it was read from. Labels that a via record
-/// has room for are held in place; a deeper stack stays in Mpls::LabelStacks, which keeps it for
-/// good, and must come from there.
+/// A copy of a label operation that outlives the via it was read from. More than 33 labels, which
+/// no via record has room for, throw RangeError.
 class ImposedLabels {
   public:
-    /// The same labels where they last: `packed` itself when it fits in place, else a copy in
-    /// Mpls::LabelStacks. Throws std::length_error when that is full.
-    static std::span<const std::uint8_t> lasting(std::span<const std::uint8_t> packed);
-
-    explicit ImposedLabels(const Lumo::UnboundedMplsLabelOperation& operation) noexcept;
+    explicit ImposedLabels(const Lumo::UnboundedMplsLabelOperation& operation)
+        : tc_(operation.tc), ttl_(operation.ttl) {
+        const std::span<const std::uint8_t> packed = operation.packed();
+        if (packed.size() > packed_.size()) [[unlikely]] {
+            throw Tessel::RangeError("a stack of more than 33 labels");
+        }
+        // Label by label, because most stacks are shorter than a call takes.
+        constexpr std::size_t labelSize = Lumo::UnboundedMplsLabelOperation::packedLabelSize;
+        std::size_t at = 0;
+        for (; at + labelSize <= packed.size(); at += labelSize) {
+            packed_[at] = packed[at];
+            packed_[at + 1] = packed[at + 1];
+            packed_[at + 2] = packed[at + 2];
+        }
+        size_ = static_cast<std::uint8_t>(at);
+    }
 
     /// Outermost first.
-    Lumo::UnboundedMplsLabelOperation operation() const noexcept;
+    Lumo::UnboundedMplsLabelOperation operation() const noexcept {
+        Lumo::UnboundedMplsLabelOperation operation({packed_.data(), size_});
+        operation.tc = tc_;
+        operation.ttl = ttl_;
+        return operation;
+    }
 
   private:
-    static constexpr std::size_t inPlaceBytes = 100;
-
-    std::span<const std::uint8_t> deep_;
     std::optional<std::uint8_t> tc_;
     std::uint8_t ttl_;
-    std::uint8_t inPlaceSize_ = 0;
-    std::array<std::uint8_t, inPlaceBytes> inPlace_; ///< the first inPlaceSize_ are set
+    std::uint8_t size_ = 0;
+    std::array<std::uint8_t, 100> packed_; ///< the first size_ are set
 };
 
 } // namespace Ovix

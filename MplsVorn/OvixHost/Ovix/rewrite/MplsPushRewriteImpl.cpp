@@ -1,7 +1,5 @@
 #include "Ovix/rewrite/MplsPushRewriteImpl.h"
 
-#include "Ovix/rewrite/PseudowireRewriteInfos.h"
-
 template class Tessel::Slabbed<Ovix::EthOverMplsRewriteInfo>;
 template class Tessel::Slabbed<Ovix::ControlWordPushRewriteInfo>;
 

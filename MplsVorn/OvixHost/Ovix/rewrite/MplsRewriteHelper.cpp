@@ -19,7 +19,7 @@ bool imposable(const Lumo::UnboundedMplsLabelOperation& operation) {
     return any;
 }
 
-/// Whether a pop of the last label can tell what it exposes.
+/// Whether it is known what a pop of the last label exposes.
 bool payloadKnown(Mpls::PayloadType payload, const Ptr<PacketHeader>& innerHeader) noexcept {
     switch (payload) {
     case Mpls::PayloadType::ipv4:
@@ -74,7 +74,7 @@ Ptr<RewriteInfos> MplsRewriteHelper::createMplsPopRewrite(const Ptr<RoutingConte
                                                           const Ptr<PacketHeader>& innerHeader,
                                                           Mpls::PayloadType payload,
                                                           Mpls::TtlMode ttlMode, bool) {
-    // What a payload type says of a payload that is not there is the caller's to judge.
+    // A payload type without a payload is for the caller to judge.
     if (entry.bos() && payload == Mpls::PayloadType::none && !innerHeader) {
         return nullptr;
     }

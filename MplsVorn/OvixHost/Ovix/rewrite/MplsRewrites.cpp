@@ -52,6 +52,7 @@ std::uint8_t decrementedOnce(PacketContext& packet, std::uint8_t ttl) noexcept {
 /// Writes entries for the labels of `operation` before `end`, the innermost of `count` last.
 void writeEntries(std::uint8_t* to, const Lumo::UnboundedMplsLabelOperation& operation,
                   std::size_t count, std::uint8_t tc, std::uint8_t ttl, bool lastIsBottom) {
+    assert(count <= operation.depth());
     for (std::size_t i = 0; i < count; ++i) {
         const bool bos = lastIsBottom && i + 1 == count;
         Lumo::MplsLabelEntry(operation.label(i), tc, bos, ttl).store(to + i * entrySize);
@@ -136,9 +137,9 @@ Ptr<RoutingException> MplsPopRewriteImpl::apply(const Ptr<RoutingContext>& conte
     if (exposed == PktHdrType::mpls && !TtlBytes::whole(exposed, beneath)) {
         return fail(stackCutShort);
     }
-    // A TTL of 0, or one that this router uses up, says nothing: only an entropy label and its
-    // indicator get here with one. What the indicator says replaces whatever stands in the entropy
-    // label, which has no TTL of its own (RFC 6790 section 4.2).
+    // A TTL of 0, or one that this router uses up, is not carried: only an entropy label and its
+    // indicator get here with one. The indicator's TTL replaces that of the entropy label, which
+    // has none of its own (RFC 6790 section 4.2).
     const bool indicator = top.label() == Lumo::entropyLabelIndicator && !top.bos();
     const bool carriesTtl =
         info().ttlMode == Mpls::TtlMode::uniform && top.ttl() > (packet.ttlDecremented() ? 0 : 1);

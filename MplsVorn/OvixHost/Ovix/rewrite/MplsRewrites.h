@@ -12,7 +12,7 @@ namespace Ovix {
 // decremented once (RFC 3443).
 
 /// Swap the top label: the last label of the operation replaces it, the others are pushed above.
-/// TC stays unless told (RFC 5462).
+/// TC stays unless set (RFC 5462).
 class MplsSwapRewriteInfo final : public RewriteInfo, public Tessel::Slabbed<MplsSwapRewriteInfo> {
   public:
     static constexpr Tessel::TypeName infoTypeName{"MplsSwap"};
@@ -38,7 +38,7 @@ class MplsPopRewriteInfo final : public RewriteInfo, public Tessel::Slabbed<Mpls
     const Mpls::TtlMode ttlMode;
 };
 
-/// Push labels onto a labelled frame or an IP packet. TC comes from what lies beneath unless told,
+/// Push labels onto a labelled frame or an IP packet. TC comes from what lies beneath unless set,
 /// and so does the TTL in uniform mode.
 class MplsIpPushRewriteInfo final : public RewriteInfo,
                                     public Tessel::Slabbed<MplsIpPushRewriteInfo> {

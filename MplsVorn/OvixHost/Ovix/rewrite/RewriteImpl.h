@@ -4,6 +4,8 @@
 
 #include "Ovix/routing/RewriteInfo.h"
 #include "Ovix/routing/RoutingContext.h"
+#include "Tessel/FlatMap.h"
+#include "Tessel/TypeName.h"
 
 namespace Ovix {
 
@@ -38,3 +40,34 @@ class CounterActionImpl : public Tessel::Counted {
 } // namespace Ovix
 
 extern template class Tessel::Slabbed<Ovix::RoutingException>;
+
+namespace Ovix {
+
+/// From the type name of a rewrite or counter-action record to the function that makes what
+/// implements it. A name bound again gets the later function.
+class RewriteInfoImplMap : public Tessel::Counted {
+  public:
+    using RewriteFn = Ptr<RewriteImpl> (*)(const Ptr<RewriteInfo>&);
+    using CounterActionFn = Ptr<CounterActionImpl> (*)(const Ptr<CounterActionInfo>&);
+
+    void mapIs(std::string_view name, RewriteFn fn) { rewrites_[Tessel::hashText(name)] = fn; }
+    void counterMapIs(std::string_view name, CounterActionFn fn) {
+        counterActions_[Tessel::hashText(name)] = fn;
+    }
+
+    /// Null for a name that is not bound. Names are distinguished by their 64-bit hash.
+    RewriteFn rewriteFn(const Tessel::TypeName& name) const noexcept {
+        const RewriteFn* fn = rewrites_.find(name.hash());
+        return fn != nullptr ? *fn : nullptr;
+    }
+    CounterActionFn counterActionFn(const Tessel::TypeName& name) const noexcept {
+        const CounterActionFn* fn = counterActions_.find(name.hash());
+        return fn != nullptr ? *fn : nullptr;
+    }
+
+  private:
+    Tessel::FlatMap<RewriteFn> rewrites_;
+    Tessel::FlatMap<CounterActionFn> counterActions_;
+};
+
+} // namespace Ovix

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <cstdint>
+
+#include "Mpls/RouteKey.h"
 #include "Tessel/Ptr.h"
 #include "Tessel/PtrList.h"
 #include "Tessel/Slab.h"
@@ -31,7 +34,7 @@ class RewriteInfos final : public Tessel::Counted, public Tessel::Slabbed<Rewrit
         counterActions_.push(std::move(info));
     }
 
-    /// Appends what the other list holds; nothing that stands here already is lost, so the pops of
+    /// Appends what the other list holds; nothing that is here already is lost, so the pops of
     /// several labels add up.
     void copyFrom(const RewriteInfos& other) {
         rewrites_.append(other.rewrites_);
@@ -61,3 +64,27 @@ class RewriteInfos final : public Tessel::Counted, public Tessel::Slabbed<Rewrit
 extern template class Tessel::Slabbed<Ovix::RewriteInfos>;
 extern template class Tessel::Slabbed<Tessel::PtrListChunk<Ovix::RewriteInfo>>;
 extern template class Tessel::Slabbed<Tessel::PtrListChunk<Ovix::CounterActionInfo>>;
+
+namespace Ovix {
+
+/// Counts one packet of `byteCount` bytes for a label route.
+class LfibCounterActionInfo final : public CounterActionInfo,
+                                    public Tessel::Slabbed<LfibCounterActionInfo> {
+  public:
+    static constexpr Tessel::TypeName infoTypeName{"LfibCounterActionInfo"};
+
+    LfibCounterActionInfo(Mpls::RouteKey routeKey, std::uint32_t byteCount) noexcept
+        : routeKey_(routeKey), byteCount_(byteCount) {}
+
+    const Tessel::TypeName& typeName() const noexcept override { return infoTypeName; }
+    Mpls::RouteKey routeKey() const noexcept { return routeKey_; }
+    std::uint32_t byteCount() const noexcept { return byteCount_; }
+
+  private:
+    Mpls::RouteKey routeKey_;
+    std::uint32_t byteCount_;
+};
+
+} // namespace Ovix
+
+extern template class Tessel::Slabbed<Ovix::LfibCounterActionInfo>;

@@ -1,5 +1,6 @@
-#include "Ovix/routing/LfibCounterActionInfo.h"
 #include "Ovix/routing/RoutingContext.h"
+
+#include "Ovix/routing/RewriteInfo.h"
 
 // One slab per type for the whole process, whoever makes and releases the objects.
 template class Tessel::Slabbed<Ovix::RoutingNexthop>;

@@ -12,7 +12,7 @@
 
 namespace Ovix {
 
-/// One forwarding decision: where the frame goes and what is done to it on the way out.
+/// One forwarding decision: where the frame goes and how it is rewritten.
 class RoutingNexthop final : public Tessel::Counted, public Tessel::Slabbed<RoutingNexthop> {
   public:
     explicit RoutingNexthop(Lumo::IntfId intf) noexcept : intf_(intf) {}
@@ -37,7 +37,7 @@ class RoutingNexthop final : public Tessel::Counted, public Tessel::Slabbed<Rout
     std::uint16_t vlanId() const noexcept { return vlanId_; }
     void vlanIdIs(std::uint16_t vlan) noexcept { vlanId_ = vlan; }
 
-    /// Whether this is one copy of a multicast frame: without an address it goes to everybody on
+    /// Whether this is one copy of a multicast frame: without an address it goes to all stations on
     /// the interface's link.
     bool isReplica() const noexcept { return isReplica_; }
     void isReplicaIs(bool on) noexcept { isReplica_ = on; }

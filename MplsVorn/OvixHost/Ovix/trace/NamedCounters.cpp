@@ -1,6 +1,7 @@
 #include "Ovix/trace/NamedCounters.h"
 
 #include <algorithm>
+#include <cassert>
 
 namespace Ovix {
 
@@ -31,6 +32,7 @@ OvixNamedCounters::Counter& OvixNamedCounters::add(const CounterKey& key) {
 }
 
 void OvixNamedCounters::insert(Counter& counter) noexcept {
+    assert(counters_.size() * 2 <= slots_.size());
     std::size_t at = counter.hash & mask_;
     while (slots_[at] != nullptr) {
         at = (at + 1) & mask_;

@@ -59,12 +59,12 @@ class OvixNamedCounters : public Tessel::Counted {
     /// In order of first count.
     const std::deque<Counter>& counters() const noexcept { return counters_; }
 
-    /// The counter counted last since `forgetLast`, or null: what befell the frame in hand.
+    /// The counter counted last since `forgetLast`, or null: what happened to the current frame.
     const Counter* last() const noexcept { return last_; }
     void forgetLast() noexcept { last_ = nullptr; }
 
   private:
-    // Names are told apart by their 64-bit hash: nobody outside chooses them.
+    // Names are distinguished by their 64-bit hash alone: no outsider chooses them.
     [[gnu::always_inline]] Counter* find(const CounterKey& key) const noexcept {
         Counter* const* slots = slots_.data();
         std::size_t at = key.hash & mask_;

@@ -26,7 +26,7 @@ class MplsLfibTables : public Tessel::Counted {
     const Lfib& evpnEtreeLeafLabelLfib() const noexcept { return evpnEtreeLeaf_; }
     void evpnEtreeLeafLabelLfibIs(Lfib table) { evpnEtreeLeaf_ = std::move(table); }
 
-    /// Whichever of the five a via set was read from; empty when it is none of them.
+    /// Whichever of the five a via set was read from; empty for any other source.
     Lfib tableOf(const Mpls::LfibViaSource* source) const noexcept {
         for (const Lfib* table :
              {&decap_, &evpnEsFilter_, &pseudowire_, &evpnEtreeLeaf_, &transit_}) {

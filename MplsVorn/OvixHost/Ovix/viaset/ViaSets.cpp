@@ -1,7 +1,6 @@
+#include "Ovix/viaset/ViaSets.h"
+
 #include "Ovix/viaset/MplsContext.h"
-#include "Ovix/viaset/OvixHwViaSet.h"
-#include "Ovix/viaset/OvixLfibViaSet.h"
-#include "Ovix/viaset/OvixMulticastDecapViaSet.h"
 
 // One slab per type for the whole process, whoever makes and releases the objects.
 template class Tessel::Slabbed<Ovix::OvixMplsViaSetStack>;

@@ -10,7 +10,7 @@ namespace Tessel::Fib {
 /// Names a forwarding equivalence class (FEC) of the unicast forwarding table; 0 names none.
 class FecId {
   public:
-    /// The highest id that an interface can stand for: an interface id has 56 bits beside its kind.
+    /// The highest id that an interface id can carry: an interface id has 56 bits beside its kind.
     static constexpr std::uint64_t maxOfInterface = (std::uint64_t{1} << 56U) - 1;
 
     constexpr FecId() noexcept = default;
@@ -19,7 +19,7 @@ class FecId {
     constexpr std::uint64_t value() const noexcept { return value_; }
     constexpr explicit operator bool() const noexcept { return value_ != 0; }
 
-    /// The interface that stands for the FEC; none for no FEC and for an id beyond
+    /// The interface id that means the FEC; none for no FEC and for an id beyond
     /// `maxOfInterface`.
     static constexpr Lumo::IntfId fecIdToHierarchicalIntfId(FecId fec) noexcept {
         return fec && fec.value_ <= maxOfInterface
@@ -29,7 +29,7 @@ class FecId {
     static constexpr bool isHierarchicalIntfId(Lumo::IntfId intf) noexcept {
         return intf.kind() == Lumo::IntfId::Kind::hierarchical;
     }
-    /// The FEC that the interface stands for; none for an interface of another kind.
+    /// The FEC that the interface id means; none for an interface of another kind.
     static constexpr FecId hierarchicalIntfIdToFecId(Lumo::IntfId intf) noexcept {
         return isHierarchicalIntfId(intf) ? FecId(intf.id()) : FecId();
     }

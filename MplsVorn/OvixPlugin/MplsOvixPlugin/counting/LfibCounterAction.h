@@ -1,13 +1,15 @@
 #pragma once
 
+#include <cassert>
+
 #include "Ovix/rewrite/RewriteImpl.h"
-#include "Ovix/routing/LfibCounterActionInfo.h"
+#include "Ovix/routing/RewriteInfo.h"
 #include "State/OvixLfibCounterCollection.h"
 
 namespace Ovix {
 
 /// The process-wide collection that counter actions made from infos count in; the previous one is
-/// let go.
+/// released.
 void setStaticLfibCounterCollection(Ptr<Counter::OvixLfibCounterCollection> collection);
 
 /// Counts a frame for its incoming label, after all rewrites, so that only frames that are sent
@@ -17,7 +19,9 @@ class LfibCounterActionImpl : public CounterActionImpl,
   public:
     LfibCounterActionImpl(Ptr<Counter::OvixLfibCounterCollection> collection,
                           Ptr<LfibCounterActionInfo> info) noexcept
-        : collection_(std::move(collection)), info_(std::move(info)) {}
+        : collection_(std::move(collection)), info_(std::move(info)) {
+        assert(info_);
+    }
 
     static Ptr<LfibCounterActionImpl>
     LfibCounterActionImplIs(const Ptr<Counter::OvixLfibCounterCollection>& collection,

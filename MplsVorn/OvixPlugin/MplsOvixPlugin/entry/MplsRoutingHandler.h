@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Ovix/routing/RoutingHandler.h"
+#include "Ovix/routing/Handlers.h"
 
 namespace Ovix {
 

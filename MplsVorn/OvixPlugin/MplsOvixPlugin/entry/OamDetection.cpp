@@ -1,7 +1,5 @@
 // Recognises MPLS OAM packets (LSP ping, RFC 8029), which belong to the CPU.
 
-#include "entry/OamDetection.h"
-
 #include <array>
 
 #include "FrameEvents.h"

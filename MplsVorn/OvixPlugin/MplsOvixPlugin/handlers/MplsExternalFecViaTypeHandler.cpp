@@ -1,8 +1,8 @@
 #include "handlers/MplsExternalFecViaTypeHandler.h"
 
+#include "FrameEvents.h"
 #include "Ovix/rewrite/MplsRewriteHelper.h"
 #include "Tessel/Fib/FecId.h"
-#include "handlers/SingleVia.h"
 
 namespace Ovix {
 

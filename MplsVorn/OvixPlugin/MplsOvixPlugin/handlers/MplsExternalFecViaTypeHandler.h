@@ -6,7 +6,7 @@
 namespace Ovix {
 
 /// Forwards a labelled frame, its label swapped or more labels pushed, toward the interface that
-/// stands for a forwarding equivalence class (FEC) of the unicast forwarding table, or, without a
+/// means a forwarding equivalence class (FEC) of the unicast forwarding table, or, without a
 /// FEC, toward the via's own interface. Drops with "More than 1 via", "Invalid label action N" and
 /// "no rewrite". The incoming label is not counted.
 class MplsExternalFecViaTypeHandler : public MplsViaTypeHandler {

@@ -1,11 +1,10 @@
 #include "handlers/MplsIpLookupViaTypeHandler.h"
 
+#include "FrameEvents.h"
 #include "Ovix/rewrite/MplsRewriteHelper.h"
-#include "Ovix/routing/LfibCounterActionInfo.h"
-#include "TableRead.h"
+#include "Ovix/routing/RewriteInfo.h"
+#include "Tables/Corruptions.h"
 #include "Wire/Ip.h"
-#include "entry/OamDetection.h"
-#include "handlers/SingleVia.h"
 
 namespace Ovix {
 

@@ -2,7 +2,7 @@
 
 #include "FrameEvents.h"
 #include "Ovix/rewrite/MplsRewriteHelper.h"
-#include "Ovix/routing/LfibCounterActionInfo.h"
+#include "Ovix/routing/RewriteInfo.h"
 #include "Tessel/Assert.h"
 
 namespace Ovix {

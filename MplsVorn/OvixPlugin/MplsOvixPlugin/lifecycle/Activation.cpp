@@ -4,11 +4,10 @@
 
 #include "FrameEvents.h"
 #include "MplsOvixMulticast/MplsMldpInputStep.h"
-#include "MplsOvixMulticast/MvpnSfeToggle.h"
+#include "MplsOvixMulticast/MulticastEvents.h"
 #include "MplsOvixPlugin.h"
-#include "counting/ClearLfibCountersSm.h"
 #include "counting/LfibCounterAction.h"
-#include "counting/MplsLfibStatusSm.h"
+#include "counting/LfibReactors.h"
 #include "entry/MplsRoutingHandler.h"
 #include "handlers/MplsMtuExceptionHandler.h"
 #include "lifecycle/MplsRoutingSupportedReactor.h"
@@ -51,7 +50,7 @@ void MplsOvixPlugin::mountsComplete(const Ptr<Tessel::EntityManager>& entityMana
                   Routing::Multicast::MvpnIntfStatus::entityTypeName, Tessel::MountKind::reading);
 }
 
-// The routing handler joins the agent's list only when everything that it needs stands, so that no
+// The routing handler joins the agent's list only when everything that it needs exists, so that no
 // frame sees a half-built plugin.
 void MplsOvixPlugin::activeInit() {
     mainTrace().trace(0, static_cast<const char*>(__PRETTY_FUNCTION__));

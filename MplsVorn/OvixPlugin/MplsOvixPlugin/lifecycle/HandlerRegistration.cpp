@@ -1,16 +1,15 @@
 // What the plugin registers with the agent: its via-type handlers and the names of its rewrites.
 
 #include "MplsOvixMulticast/MplsMulticastIpLookupViaTypeHandler.h"
-#include "MplsOvixMulticast/MvpnSfeToggle.h"
+#include "MplsOvixMulticast/MulticastEvents.h"
 #include "MplsOvixPlugin.h"
 #include "Ovix/rewrite/MplsRewrites.h"
 #include "Tessel/Singletons.h"
 #include "counting/LfibCounterAction.h"
-#include "handlers/ControlWordPushRewriteImpl.h"
-#include "handlers/EthOverMplsRewriteImpl.h"
 #include "handlers/MplsExternalFecViaTypeHandler.h"
 #include "handlers/MplsIpLookupViaTypeHandler.h"
 #include "handlers/MplsIpViaTypeHandler.h"
+#include "handlers/PseudowireRewrites.h"
 
 namespace Ovix {
 

@@ -1,8 +1,7 @@
 #include "MplsOvixPlugin.h"
 
 #include "MplsOvixMulticast/MplsMldpInputStep.h"
-#include "counting/ClearLfibCountersSm.h"
-#include "counting/MplsLfibStatusSm.h"
+#include "counting/LfibReactors.h"
 #include "entry/MplsRoutingHandler.h"
 #include "handlers/MplsMtuExceptionHandler.h"
 #include "lifecycle/MplsRoutingSupportedReactor.h"

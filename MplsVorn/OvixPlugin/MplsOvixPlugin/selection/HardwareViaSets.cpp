@@ -2,8 +2,8 @@
 
 #include "FrameEvents.h"
 #include "MplsOvixPlugin.h"
-#include "Ovix/viaset/OvixHwViaSet.h"
-#include "TableRead.h"
+#include "Ovix/viaset/ViaSets.h"
+#include "Tables/Corruptions.h"
 
 namespace Ovix {
 

@@ -2,9 +2,8 @@
 
 #include "FrameEvents.h"
 #include "MplsOvixPlugin.h"
-#include "Ovix/viaset/OvixLfibViaSet.h"
-#include "Ovix/viaset/OvixMulticastDecapViaSet.h"
-#include "TableRead.h"
+#include "Ovix/viaset/ViaSets.h"
+#include "Tables/Corruptions.h"
 
 namespace Ovix {
 
@@ -48,7 +47,7 @@ Ptr<OvixMplsViaSet> MplsOvixPlugin::viaSetFromLfibStatus(const Ptr<RoutingContex
                                                          const Ptr<const Mpls::LfibStatus>& lfib,
                                                          Mpls::RouteKey key) const {
     if (!lfib) {
-        return nullptr; // not mounted: it holds no label, and nobody expects it to
+        return nullptr; // not mounted: holding no label is normal, so nothing is counted
     }
     const Mpls::LfibViaSetKey viaSetKey =
         readOrDefault(lfib, [&] { return lfib->route(key); }).viaSetKey;

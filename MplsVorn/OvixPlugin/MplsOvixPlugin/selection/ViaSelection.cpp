@@ -1,8 +1,11 @@
 // Which via or vias of a label's set the frame takes, and who handles them.
 
+#include <cassert>
+
 #include "FrameEvents.h"
 #include "MplsOvixPlugin.h"
 #include "Tessel/Assert.h"
+#include "Tessel/WeightedChoice.h"
 
 namespace Ovix {
 
@@ -56,17 +59,12 @@ std::uint32_t MplsOvixPlugin::pickUcmpVia(const Ptr<MplsContext>& context,
     for (std::uint32_t i = 0; i < vias; ++i) {
         totalWeight += viaSet->weight(i);
     }
-    // Whoever publishes a set makes sure that its weights do not add up to 0.
-    std::uint64_t rest = flowHash(*context) % totalWeight;
-    traceFrame(*context->routingContext(), " pktHash/totalWeight is ", rest, " / ", totalWeight);
-    for (std::uint32_t i = 0; i < vias; ++i) {
-        const std::uint64_t weight = viaSet->weight(i);
-        if (rest < weight) {
-            return i;
-        }
-        rest -= weight;
-    }
-    return 0; // the weights changed between the sum and the choice
+    // No publisher makes a set whose weights add up to 0.
+    const std::uint64_t residue = flowHash(*context) % totalWeight;
+    traceFrame(*context->routingContext(), " pktHash/totalWeight is ", residue, " / ", totalWeight);
+    return static_cast<std::uint32_t>(Tessel::weightedChoice(residue, vias, [&](std::size_t i) {
+        return viaSet->weight(static_cast<std::uint32_t>(i));
+    }));
 }
 
 std::uint64_t MplsOvixPlugin::flowHash(const MplsContext& context) const {
@@ -83,6 +81,7 @@ std::uint64_t MplsOvixPlugin::flowHash(const MplsContext& context) const {
 
 ProcessingResult MplsOvixPlugin::handleVia(const Ptr<MplsContext>& context,
                                            std::uint32_t viaIndex) const {
+    assert(mplsViaTypeHandlerRegistry_);
     const Mpls::LfibViaType type = context->viaSet()->viaType(viaIndex);
     context->viaIndexIs(viaIndex);
     const Ptr<MplsViaTypeHandler> handler = mplsViaTypeHandlerRegistry_->handler(type);

@@ -1,7 +1,7 @@
 #include "State/Pseudowires.h"
 
 #include "ForwarderTesting.h"
-#include "Ovix/rewrite/PseudowireRewriteInfos.h"
+#include "Ovix/rewrite/MplsPushRewriteImpl.h"
 
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;

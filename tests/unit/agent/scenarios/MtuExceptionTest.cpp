@@ -1,7 +1,7 @@
 // Which frames that are too big the MTU exception handler gets to see, and how.
 
 #include "ForwarderTesting.h"
-#include "Ovix/routing/MtuExceptionHandler.h"
+#include "Ovix/routing/Handlers.h"
 
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;

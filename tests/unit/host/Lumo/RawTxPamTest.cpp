@@ -25,7 +25,7 @@ Bytes frameOf(std::size_t size) {
     return frame;
 }
 
-std::string told(bool sent) {
+std::string textOf(bool sent) {
     return sent ? "sent " : "refused ";
 }
 
@@ -42,8 +42,8 @@ TEST(RawTxPam, AFrameComesOutOnTheInterfaceByteForByte) {
         port->enabledIs(true);
         port->ethProtocolIs(experimental);
         const std::uint32_t index = Lumo::if_nametoindexAt("lo");
-        std::string all = told(port->send(Lumo::globalPktManager()->newPkt(frameOf(14)), index));
-        all += told(port->send(Lumo::globalPktManager()->newPkt(frameOf(9018)), index));
+        std::string all = textOf(port->send(Lumo::globalPktManager()->newPkt(frameOf(14)), index));
+        all += textOf(port->send(Lumo::globalPktManager()->newPkt(frameOf(9018)), index));
         return all;
     });
     if (!run.unavailable.empty()) {
@@ -59,14 +59,14 @@ TEST(RawTxPam, SendsOnlyWhileItIsEnabledAndOnlyOnAnInterfaceThatThereIs) {
         port->ethProtocolIs(experimental);
         const auto frame = Lumo::globalPktManager()->newPkt(frameOf(60));
         const std::uint32_t index = Lumo::if_nametoindexAt("lo");
-        std::string all = told(port->send(frame, index));
+        std::string all = textOf(port->send(frame, index));
         port->enabledIs(true);
         port->enabledIs(true);
-        all += told(port->send(frame, 0));
-        all += told(port->send(frame, 4242));
-        all += told(port->send(frame, index));
+        all += textOf(port->send(frame, 0));
+        all += textOf(port->send(frame, 4242));
+        all += textOf(port->send(frame, index));
         port->enabledIs(false);
-        all += told(port->send(frame, index));
+        all += textOf(port->send(frame, index));
         return all;
     });
     if (!run.unavailable.empty()) {

@@ -25,8 +25,8 @@ std::string corruption(Action&& action) {
     return TestSupport::refusal<CorruptionDetected>(action);
 }
 
-std::string cannotBeRight(const std::string& what, std::uint32_t at) {
-    return "tables: " + what + " " + std::to_string(at) + " cannot be right";
+std::string isInvalid(const std::string& what, std::uint32_t at) {
+    return "tables: " + what + " " + std::to_string(at) + " is invalid";
 }
 
 /// An LFIB whose writer says what it likes: every check fits what it is a check of.
@@ -92,8 +92,7 @@ TEST_F(LyingLfib, ListsEndWithinTheirRecord) {
     for (const Case& one : cases) {
         const LfibViaSetKey set = viaSetIs(one.viaKeys, one.members, one.words);
         EXPECT_EQ(corruption([&] { lfib->viaSet(set); }),
-                  one.fits ? ""
-                           : cannotBeRight("via set lists at unit", TableRef{set.value}.unit()))
+                  one.fits ? "" : isInvalid("via set lists at unit", TableRef{set.value}.unit()))
             << one.viaKeys << " " << one.members << " " << one.words;
     }
 }
@@ -102,7 +101,7 @@ TEST_F(LyingLfib, ARecordTooSmallOrTooLargeForItsKindIsNone) {
     for (const std::size_t words : {std::size_t{0}, LfibLayout::maxViaSetWords + 1}) {
         const LfibViaSetKey set = viaSetIs(Words(words));
         EXPECT_EQ(corruption([&] { lfib->viaSet(set); }),
-                  cannotBeRight("via set at unit", TableRef{set.value}.unit()));
+                  isInvalid("via set at unit", TableRef{set.value}.unit()));
     }
     for (const std::size_t words : {std::size_t{0}, LfibLayout::maxViaWords + 1}) {
         const TableRef lookup = recordIs(RecordKind::ipLookupVia, Words(words));
@@ -115,7 +114,7 @@ TEST_F(LyingLfib, ARecordTooSmallOrTooLargeForItsKindIsNone) {
     EXPECT_EQ(lfib->corruptionsDetected(), 2U);
     const TableRef tail = recordIs(RecordKind::multicastVia, Words(2));
     EXPECT_EQ(corruption([&] { lfib->multicastIpLookupVia(viaKey(tail)); }),
-              cannotBeRight("multicast IP lookup via at unit", tail.unit()));
+              isInvalid("multicast IP lookup via at unit", tail.unit()));
 }
 
 TEST_F(LyingLfib, AVrfNameEndsWithinItsRecordAndAt100Bytes) {
@@ -137,13 +136,13 @@ TEST_F(LyingLfib, AVrfNameEndsWithinItsRecordAndAt100Bytes) {
             EXPECT_EQ(lfib->ipLookupVia(viaKey(ref)).vrfName.view(), std::string(one.length, 'v'));
         } else {
             EXPECT_EQ(corruption([&] { lfib->ipLookupVia(viaKey(ref)); }),
-                      cannotBeRight("VRF name of IP lookup via at unit", ref.unit()))
+                      isInvalid("VRF name of IP lookup via at unit", ref.unit()))
                 << one.length << " " << one.words;
         }
     }
 }
 
-TEST_F(LyingLfib, AnIpViaWhoseFieldsGoOnBehindItsRecordIsInvalidAndTold) {
+TEST_F(LyingLfib, AnIpViaWhoseFieldsGoOnBehindItsRecordIsInvalidAndReported) {
     const PackedVia packed(swapVia().via);
     Words own((packed.bytes().size() + 7) / 8);
     std::memcpy(own.data(), packed.bytes().data(), packed.bytes().size());
@@ -151,7 +150,7 @@ TEST_F(LyingLfib, AnIpViaWhoseFieldsGoOnBehindItsRecordIsInvalidAndTold) {
     own.pop_back();
     const TableRef cut = recordIs(RecordKind::ipVia, own);
     EXPECT_FALSE(lfib->ipVia(member(cut)));
-    EXPECT_EQ(lfib->lastCorruption(), cannotBeRight("fields of IP via at unit", cut.unit()));
+    EXPECT_EQ(lfib->lastCorruption(), isInvalid("fields of IP via at unit", cut.unit()));
     EXPECT_EQ(lfib->corruptionsDetected(), 1U);
 }
 
@@ -173,7 +172,7 @@ TEST_F(LyingLfib, ARecordOfAnotherKindIsNotTakenForOne) {
     EXPECT_EQ(lfib->corruptionsDetected(), 0U);
     for (const TableRef ref : {set, lookup, tail}) {
         EXPECT_FALSE(lfib->ipVia(member(ref)));
-        EXPECT_EQ(lfib->lastCorruption(), cannotBeRight("IP via at unit", ref.unit()));
+        EXPECT_EQ(lfib->lastCorruption(), isInvalid("IP via at unit", ref.unit()));
     }
     EXPECT_EQ(lfib->corruptionsDetected(), 3U);
 }
@@ -184,17 +183,17 @@ TEST_F(LyingLfib, NoReferenceLeadsOutOfTheHeap) {
                                      end + 1, 0x7fffffffU, 0xffffffffU}) {
         const TableRef ref = TableRef::of(unit, 1);
         EXPECT_EQ(corruption([&] { lfib->viaSet({ref.word}); }),
-                  cannotBeRight("via set at unit", unit));
+                  isInvalid("via set at unit", unit));
         EXPECT_EQ(corruption([&] { lfib->ipLookupVia(viaKey(ref)); }),
-                  cannotBeRight("IP lookup via at unit", unit));
+                  isInvalid("IP lookup via at unit", unit));
         EXPECT_EQ(corruption([&] { lfib->multicastIpLookupVia(viaKey(ref)); }),
-                  cannotBeRight("multicast IP lookup via at unit", unit));
+                  isInvalid("multicast IP lookup via at unit", unit));
         EXPECT_FALSE(lfib->ipVia(member(ref)));
-        EXPECT_EQ(lfib->lastCorruption(), cannotBeRight("IP via at unit", unit));
+        EXPECT_EQ(lfib->lastCorruption(), isInvalid("IP via at unit", unit));
     }
 }
 
-TEST_F(LyingLfib, TheHookCountsAndRemembersWhatItIsTold) {
+TEST_F(LyingLfib, TheHookCountsReportsAndKeepsTheLast) {
     EXPECT_EQ(lfib->name(), "mpls/transitLfib");
     lfib->doCorruptionDetected("torn");
     lfib->doCorruptionDetected("torn again");

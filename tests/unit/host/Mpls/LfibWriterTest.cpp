@@ -34,10 +34,10 @@ TEST_F(Lfib, AnAbsentRouteReadsAsTheDefaultOne) {
     EXPECT_EQ(table().route(key(100 + 1024)), LfibRoute()); // on a page that does not exist
 }
 
-TEST_F(Lfib, AChangeIsReadableWhenItIsTold) {
+TEST_F(Lfib, AChangeIsReadableWhenItIsReported) {
     Heard heard;
     std::vector<std::uint32_t> mtus;
-    heard.whenTold = [&] {
+    heard.onReport = [&] {
         const LfibViaSet set = setOf(100);
         mtus.push_back(set.members.empty() ? 0 : table().ipVia(set.members[0]).nexthopMtu);
     };

@@ -90,7 +90,7 @@ TEST(PackedVia, IntegersComeBackAtEveryWidth) {
     }
 }
 
-TEST(PackedVia, RefusesFieldsThatCannotBeRight) {
+TEST(PackedVia, RefusesInvalidFields) {
     constexpr unsigned labelAction = 0;
     constexpr unsigned labels = 6;
     constexpr unsigned pushTtl = 7;

@@ -109,7 +109,7 @@ TEST_F(InterfaceNames, BehindOneThatWasDamagedStay) {
     }
 }
 
-TEST_F(InterfaceNames, ThatCannotBeRightAreLeftOut) {
+TEST_F(InterfaceNames, ThatAreDamagedAreLeftOut) {
     names->intfId("eth1");
     recordIs(1, 9, 2);    // longer than the record
     recordIs(2, 101, 14); // longer than a name

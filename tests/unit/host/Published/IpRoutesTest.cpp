@@ -104,7 +104,7 @@ TEST_F(RoutesTest, TheVrfStandsBesideItsTable) {
     }
 }
 
-TEST_F(RoutesTest, OneKeyIsToldFromAnotherByTableFamilyPrefixAndLength) {
+TEST_F(RoutesTest, KeysDifferByTableFamilyPrefixAndLength) {
     const std::vector<RouteKey> all{key("10.0.0.0", 8),  key("10.0.0.0", 9), key("10.0.0.0", 8, 10),
                                     key("10.1.0.0", 16), key("::", 0),       key("0.0.0.0", 0),
                                     key("a00::", 8)};
@@ -230,16 +230,4 @@ TEST_F(RoutesTest, ARecordThatIsSealedButNoRouteIsRefused) {
     raw.recordEntryIs(routes.table(), 0, Tessel::RecordKind::ipRoute, right);
     tables.commit();
     EXPECT_EQ(routes.at(0)->key, ten);
-}
-
-TEST(SharedRoutes, AStackThatOnlyThisProcessKnowsIsRefused) {
-    const ShmTesting::SharedName name;
-    Mpls::TablePublisher publisher(Tessel::TableMemory::sharedForWriting(name, ShmTesting::enough));
-    Mpls::WeightedRecord deep = swapVia();
-    const std::vector<std::uint8_t> packed(34 * 3, 1);
-    ASSERT_TRUE(deep.via.labelsIs(packed));
-    ASSERT_TRUE(deep.via.labelsInterned);
-    EXPECT_THROW(publisher.ipRoutes().routeIs(forwarding(key("10.0.0.0", 8), {deep})),
-                 std::invalid_argument);
-    EXPECT_TRUE(publisher.ipRoutes().keys().empty());
 }

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "TableTesting.h"
 #include "LocalTables.h"
 #include "ShmTesting.h"
+#include "TableTesting.h"
 
 namespace {
 
@@ -40,8 +40,8 @@ class Published : public testing::Test {
         const Mpls::LfibViaSet set = transit->viaSet(transit->route(key(label)).viaSetKey);
         return set.members.empty() ? 0 : transit->ipVia(set.members[0]).nexthopMtu;
     }
-    /// The labels told of since the last call, in order of number.
-    std::vector<std::uint32_t> toldOf() {
+    /// The labels reported since the last call, in order of number.
+    std::vector<std::uint32_t> reported() {
         std::vector<std::uint32_t> labels;
         for (const auto& [attribute, changed] : std::exchange(heard.changes, {})) {
             EXPECT_EQ(attribute, LfibStatus::routeAttr);
@@ -88,28 +88,28 @@ TEST_F(Published, AllTablesGoOverToAGenerationTogether) {
     EXPECT_EQ(transit->name(), "mpls/transitLfib");
 }
 
-TEST_F(Published, SubscribersAreToldOfTheirTableAlone) {
+TEST_F(Published, SubscribersHearOfTheirTableAlone) {
     routeIs(16);
     tables.publisher.commit();
     published.refreshWholly();
-    subscribe(); // what is there already is not told
+    subscribe(); // what is there already is not reported
     routeIs(17);
     routeIs(18, 1400, TableId::decapLfib);
     tables.publisher.commit();
-    EXPECT_EQ(toldOf(), Labels());
+    EXPECT_EQ(reported(), Labels());
     published.refreshWholly();
-    EXPECT_EQ(toldOf(), Labels{17});
+    EXPECT_EQ(reported(), Labels{17});
     tables.publisher.lfib(TableId::transitLfib).routeDel(key(16));
     routeIs(17, 1500);
     tables.publisher.commit();
     published.refreshWholly();
-    EXPECT_EQ(toldOf(), (Labels{16, 17}));
+    EXPECT_EQ(reported(), (Labels{16, 17}));
 }
 
-TEST_F(Published, WhatIsToldIsReadableAndNothingIsToldAfterTheLastSubscriber) {
+TEST_F(Published, WhatIsReportedIsReadableAndNothingIsReportedAfterTheLastSubscriber) {
     subscribe();
     std::vector<std::uint32_t> mtus;
-    heard.whenTold = [&] { mtus.push_back(mtuOf(16)); };
+    heard.onReport = [&] { mtus.push_back(mtuOf(16)); };
     routeIs(16, 1300);
     tables.publisher.commit();
     published.refreshWholly();
@@ -120,12 +120,12 @@ TEST_F(Published, WhatIsToldIsReadableAndNothingIsToldAfterTheLastSubscriber) {
     tables.publisher.commit();
     published.refreshWholly();
     EXPECT_EQ(mtus, std::vector<std::uint32_t>{1300});
-    subscribe(); // anew: nothing of what went before
+    subscribe(); // again: nothing of what changed before
     published.refreshWholly();
     EXPECT_EQ(mtus, std::vector<std::uint32_t>{1300});
 }
 
-TEST_F(Published, HardwareAndMulticastSubscribersAreToldUnderTheirKeys) {
+TEST_F(Published, HardwareAndMulticastChangesAreReportedUnderTheirKeys) {
     using Mpls::Hardware::Status;
     Heard hardware;
     Heard mvpn;
@@ -144,7 +144,7 @@ TEST_F(Published, HardwareAndMulticastSubscribersAreToldUnderTheirKeys) {
     published.mvpn()->unsubscribe(mvpn);
 }
 
-TEST_F(Published, ALargeBatchIsToldAPageAtATimeAndReadableAtOnce) {
+TEST_F(Published, ALargeBatchIsReportedAPageAtATimeAndReadableAtOnce) {
     subscribe();
     for (std::uint32_t i = 0; i < 5; ++i) {
         routeIs(i * 1024 + 100, 1300 + i);
@@ -152,14 +152,14 @@ TEST_F(Published, ALargeBatchIsToldAPageAtATimeAndReadableAtOnce) {
     tables.publisher.commit();
     for (std::uint32_t i = 0; i < 5; ++i) {
         published.refresh();
-        EXPECT_EQ(toldOf(), Labels{i * 1024 + 100});
+        EXPECT_EQ(reported(), Labels{i * 1024 + 100});
         EXPECT_EQ(mtuOf(4 * 1024 + 100), 1304U);
     }
     published.refresh();
-    EXPECT_EQ(toldOf(), Labels());
+    EXPECT_EQ(reported(), Labels());
 }
 
-TEST_F(Published, ANewestRootThatCannotBeRightIsToldToEveryHookOnceAndTheLastOneKept) {
+TEST_F(Published, ADamagedNewestRootIsReportedToEveryHookOnceAndTheLastOneKept) {
     routeIs(16, 1300);
     tables.publisher.commit();
     published.refreshWholly();
@@ -188,7 +188,7 @@ TEST_F(Published, ANewestRootThatCannotBeRightIsToldToEveryHookOnceAndTheLastOne
     EXPECT_EQ(published.corruptionsDetected(), Mpls::lfibs + 2U);
 }
 
-TEST_F(Published, APageThatCannotBeRightIsToldToTheHooksAndTheOthersToSubscribers) {
+TEST_F(Published, ADamagedPageIsReportedToTheHooksAndTheOthersToSubscribers) {
     subscribe();
     routeIs(100);
     routeIs(5000);
@@ -198,7 +198,7 @@ TEST_F(Published, APageThatCannotBeRightIsToldToTheHooksAndTheOthersToSubscriber
     routeIs(9000);
     tables.publisher.commit(); // a directory of its own: as damaged as the one before
     published.refreshWholly();
-    EXPECT_EQ(toldOf(), (Labels{5000, 9000}));
+    EXPECT_EQ(reported(), (Labels{5000, 9000}));
     EXPECT_EQ(transit->corruptionsDetected(), 1U);
 }
 
@@ -212,7 +212,7 @@ TEST_F(Published, SubscribingToADamagedTableDoesNotThrow) {
     routeIs(5000, 1500);
     tables.publisher.commit();
     published.refreshWholly();
-    EXPECT_EQ(toldOf(), Labels{5000});
+    EXPECT_EQ(reported(), Labels{5000});
 }
 
 /// A set of tables of which nothing that is held lasts.
@@ -244,7 +244,7 @@ class HurriedTables : public testing::Test {
     Heard heard;
 };
 
-TEST_F(HurriedTables, ASubscriberOfAGenerationThatHasGoneIsToldFromTheNextOneOn) {
+TEST_F(HurriedTables, ASubscriberOfALostGenerationHearsFromTheNextOneOn) {
     generations();
     transit->subscribe(heard);
     EXPECT_NO_THROW(published.noticeSubscribers());

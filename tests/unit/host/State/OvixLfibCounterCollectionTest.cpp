@@ -5,6 +5,25 @@
 
 namespace {
 
+TEST(PktCounter, CountsPacketsAndTheirBytes) {
+    Counter::PktCounter counter;
+    EXPECT_EQ(counter.packets(), 0U);
+    EXPECT_EQ(counter.bytes(), 0U);
+    counter.countBytes(64);
+    counter.countBytes(0);
+    counter.countBytes(0xffffffff);
+    counter.countBytes(0xffffffff);
+    EXPECT_EQ(counter.packets(), 4U);
+    EXPECT_EQ(counter.bytes(), 64 + 2 * std::uint64_t{0xffffffff});
+    counter.clearCounter();
+    EXPECT_EQ(counter.packets(), 0U);
+    EXPECT_EQ(counter.bytes(), 0U);
+}
+
+} // namespace
+
+namespace {
+
 using namespace Counter;
 
 Mpls::RouteKey key(std::uint32_t label) {
@@ -80,6 +99,45 @@ TEST(OvixLfibCounterCollection, NeitherFindsNorRemovesAKeyOfAllOnes) {
     collection.counterCollectionDel(allOnes);
     EXPECT_EQ(collection.size(), 1U);
     EXPECT_THROW(collection.counterCollectionIs(allOnes), Tessel::RangeError);
+}
+
+} // namespace
+
+namespace {
+
+using namespace Counter;
+
+Ptr<OvixLfibCounterCollection> named(const char* name) {
+    return Tessel::make<OvixLfibCounterCollection>(name);
+}
+
+TEST(PktCounterCollectionHolder, HoldsCollectionsInTheOrderTheyCame) {
+    PktCounterCollectionHolder holder;
+    EXPECT_TRUE(holder.collections().empty());
+    const auto first = named("first");
+    const auto second = named("second");
+    holder.collectionIs(first);
+    holder.collectionIs(second);
+    EXPECT_EQ(holder.collections(), (std::vector{first, second}));
+}
+
+TEST(PktCounterCollectionHolder, ReplacesOneOfTheSameNameInItsPlace) {
+    PktCounterCollectionHolder holder;
+    const auto old = named("first");
+    const auto second = named("second");
+    holder.collectionIs(old);
+    holder.collectionIs(second);
+    const auto renewed = named("first");
+    holder.collectionIs(renewed);
+    holder.collectionIs(renewed);
+    EXPECT_EQ(holder.collections(), (std::vector{renewed, second}));
+    EXPECT_EQ(old->references(), 1U);
+}
+
+TEST(PktCounterCollectionHolder, IgnoresAnEmptyHandle) {
+    PktCounterCollectionHolder holder;
+    holder.collectionIs(nullptr);
+    EXPECT_TRUE(holder.collections().empty());
 }
 
 } // namespace

@@ -38,7 +38,7 @@ class HurriedChanges : public testing::Test, public OneSet {
     HurriedChanges() : OneSet(std::chrono::milliseconds(0)) {}
 };
 
-TEST_F(Changes, AreToldFromWhatWasThereAtFirst) {
+TEST_F(Changes, AreReportedFromWhatWasThereAtFirst) {
     recordIs(1, {1});
     recordIs(2, {2});
     commit();
@@ -94,7 +94,7 @@ TEST_F(Changes, AreFoundOnceOverAnyNumberOfGenerations) {
     }
 }
 
-TEST_F(Changes, AreToldAPageAtATime) {
+TEST_F(Changes, AreReportedAPageAtATime) {
     TableChanges changes(reader, values);
     for (const std::uint32_t key : {0U, 1U, 5000U, maxKey}) {
         valueIs(key, 7);
@@ -117,7 +117,7 @@ TEST_F(Changes, AreToldAPageAtATime) {
     EXPECT_EQ(found, Keys{maxKey});
 }
 
-TEST_F(Changes, OfAGenerationThatComesWhileTheyAreToldAreToldToo) {
+TEST_F(Changes, OfAGenerationCommittedMeanwhileAreReportedToo) {
     TableChanges changes(reader, values);
     valueIs(0, 7);
     valueIs(5000, 7);
@@ -136,7 +136,7 @@ TEST_F(Changes, OfAGenerationThatComesWhileTheyAreToldAreToldToo) {
     EXPECT_EQ(sorted(found), (Keys{0, 0, 5000}));
 }
 
-TEST_F(Changes, AKeyWhoseTellingFailedIsToldAgain) {
+TEST_F(Changes, AKeyWhoseReportFailedIsReportedAgain) {
     TableChanges changes(reader, values);
     for (std::uint32_t key = 10; key < 15; ++key) {
         valueIs(key, 7);
@@ -158,7 +158,7 @@ TEST_F(Changes, AKeyWhoseTellingFailedIsToldAgain) {
     EXPECT_EQ(sorted(found), (Keys{10, 11, 12, 13, 14}));
 }
 
-TEST_F(Changes, OfAPageThatCannotBeRightAreReportedOnceAndTheOthersTold) {
+TEST_F(Changes, OfADamagedPageAreRefusedOnceAndTheOthersReported) {
     TableChanges changes(reader, values);
     for (const std::uint32_t key : {0U, 5000U, 9000U}) {
         valueIs(key, 7);
@@ -200,7 +200,7 @@ TEST_F(HurriedChanges, AreFoundAgainWhenTheGenerationIsLost) {
     EXPECT_EQ(lookAt(changes), (Keys{0, 1024, 2048, 3072, 4096}));
 }
 
-TEST_F(HurriedChanges, AreToldWhenAPageStandsWhereItStoodBefore) {
+TEST_F(HurriedChanges, AreReportedWhenAPageIsWhereItWasBefore) {
     valueIs(1, 1000);
     commit();
     TableChanges changes(reader, values);

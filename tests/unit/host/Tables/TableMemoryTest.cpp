@@ -67,11 +67,12 @@ TEST(TableMemory, AnAbsentNameIsSaidAndNotMade) {
     EXPECT_FALSE(TableMemory::remove(name));
 }
 
-TEST(TableMemory, WhatNobodyHasWrittenYetIsNotRead) {
+TEST(TableMemory, MemoryNotYetWrittenIsNotRead) {
     const SharedName name;
     close(shm_open(("/" + TableMemory::fileName(name)).c_str(), O_RDWR | O_CREAT, 0644));
-    EXPECT_NE(refusal([&] { TableMemory::sharedForReading(name); }).find("nobody has written yet"),
-              std::string::npos);
+    EXPECT_NE(
+        refusal([&] { TableMemory::sharedForReading(name); }).find("has not been written yet"),
+        std::string::npos);
     const TableMemory made = TableMemory::sharedForWriting(name, 8192); // as if it were not there
     EXPECT_EQ(made.bytes().size(), 8192U);
 }
@@ -151,7 +152,7 @@ TEST(TableMemory, ARemovedNameLeavesTheMemoryToThoseWhoHaveIt) {
     EXPECT_EQ(made.bytes()[0], std::byte{0});
 }
 
-TEST(TableMemory, ASecondWriterIsRefusedAndToldWhoTheFirstIs) {
+TEST(TableMemory, ASecondWriterIsRefusedNamingTheFirst) {
     const SharedName name;
     const TableWriter first(TableMemory::sharedForWriting(name, enough), twoTables);
     const std::string expected =

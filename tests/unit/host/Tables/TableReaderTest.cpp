@@ -70,7 +70,7 @@ class OtherTables : public testing::Test {
     std::vector<std::byte> memory;
 };
 
-TEST_F(Reader, GoesOverToANewerGenerationWhenTold) {
+TEST_F(Reader, GoesOverToANewerGenerationOnRefresh) {
     const std::uint64_t first = reader->generation();
     EXPECT_FALSE(reader->refreshNeeded());
     EXPECT_FALSE(reader->refresh());
@@ -111,8 +111,8 @@ TEST_F(HurriedReader, SaysSoWhenWhatItHoldsHasGone) {
     generations(1);
     EXPECT_EQ(lost(), "nothing"); // nothing that it can reach has been written to
     generations(1);
-    EXPECT_EQ(lost(), "tables: generation " + std::to_string(first) + " has gone");
-    EXPECT_EQ(lost(), "tables: generation " + std::to_string(first) + " has gone");
+    EXPECT_EQ(lost(), "tables: generation " + std::to_string(first) + " is no longer kept");
+    EXPECT_EQ(lost(), "tables: generation " + std::to_string(first) + " is no longer kept");
     EXPECT_THROW(reader->entry(records, 5000), SnapshotLost);
     EXPECT_THROW(reader->pageMadeIn(records, 0), SnapshotLost);
     EXPECT_THROW(reader->forEach(records, [](std::uint32_t, TableRef) {}), SnapshotLost);
@@ -153,14 +153,14 @@ TEST_F(Reader, VisitsEntriesByKeyFromWhereItIsAsked) {
     EXPECT_EQ(reader->entries(records), 5U);
 }
 
-TEST_F(Reader, ANewestRootThatCannotBeRightIsToldOnceAndTheHeldOneKept) {
+TEST_F(Reader, ADamagedNewestRootIsReportedOnceAndTheHeldOneKept) {
     const std::uint64_t held = reader->generation();
     generations(1);
     const TableRef newest{headerOf(writer.memory()).current};
     std::uint64_t& word = wordsOf(writer.memory())[newest.unit() + 1];
     word ^= 1U;
     EXPECT_EQ(corruption([&] { reader->refresh(); }),
-              "tables: root at unit " + std::to_string(newest.unit()) + " cannot be right");
+              "tables: root at unit " + std::to_string(newest.unit()) + " is invalid");
     for (int i = 0; i < 3; ++i) {
         EXPECT_FALSE(reader->refreshNeeded());
         EXPECT_FALSE(reader->refresh());
@@ -173,9 +173,9 @@ TEST_F(Reader, ANewestRootThatCannotBeRightIsToldOnceAndTheHeldOneKept) {
     EXPECT_EQ(reader->generation(), held + 3);
 }
 
-TEST_F(Reader, NoNewestRootAtAllIsToldOnce) {
+TEST_F(Reader, NoNewestRootAtAllIsReportedOnce) {
     headerOf(writer.memory()).current = 0;
-    EXPECT_EQ(corruption([&] { reader->refresh(); }), "tables: root at unit 0 cannot be right");
+    EXPECT_EQ(corruption([&] { reader->refresh(); }), "tables: root at unit 0 is invalid");
     EXPECT_FALSE(reader->refresh());
     EXPECT_EQ(record(1), Words{1});
     EXPECT_TRUE(corruption([&] { TableReader("new", std::as_bytes(writer.memory())); }));
@@ -206,15 +206,15 @@ TEST_F(OtherTables, AnotherTypeOrPathIsRefusedByName) {
 
 TEST_F(OtherTables, ALyingHeaderIsRefused) {
     header().tables = maxTables + 1;
-    EXPECT_EQ(openingSays(), "other: number of tables 17 cannot be right");
+    EXPECT_EQ(openingSays(), "other: number of tables 17 is invalid");
     header().tables = 0xffffffff;
-    EXPECT_EQ(openingSays(), "other: number of tables 4294967295 cannot be right");
+    EXPECT_EQ(openingSays(), "other: number of tables 4294967295 is invalid");
     header().tables = 2;
     header().regionBytes += 8;
-    EXPECT_EQ(openingSays(), "other: region size 131080 cannot be right");
+    EXPECT_EQ(openingSays(), "other: region size 131080 is invalid");
     header().regionBytes -= 8;
     header().magic = 0;
-    EXPECT_EQ(openingSays(), "other: magic 0 cannot be right");
+    EXPECT_EQ(openingSays(), "other: magic 0 is invalid");
 }
 
 TEST_F(OtherTables, MemoryOfAnotherSizeIsRefused) {

@@ -155,7 +155,7 @@ TEST(Entity, LetsASubscriberLeaveAndComeBackInItsOwnCall) {
     EXPECT_EQ(after.heard.size(), 2U);
 }
 
-TEST(Entity, TellsANewcomerFromTheNextChangeOn) {
+TEST(Entity, ReportsToANewSubscriberFromTheNextChangeOn) {
     Node node("n");
     Listener host;
     std::vector<Listener> newcomers(50);

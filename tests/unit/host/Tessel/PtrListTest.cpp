@@ -42,7 +42,7 @@ void keepsEveryLength() {
     }
 }
 
-TEST(PtrList, KeepsItemsInOrderAndLetsGoOfEachAtItsEnd) {
+TEST(PtrList, KeepsItemsInOrderAndReleasesEachAtItsEnd) {
     keepsEveryLength<1>();
     keepsEveryLength<2>();
     keepsEveryLength<4>();

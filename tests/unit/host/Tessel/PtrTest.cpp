@@ -76,7 +76,7 @@ TEST_P(PtrTest, CopiesAddAndMovesDoNot) {
     EXPECT_EQ(gone, 0);
 }
 
-TEST_P(PtrTest, AssigningLetsGoOfWhatWasHeld) {
+TEST_P(PtrTest, AssigningReleasesWhatWasHeld) {
     Ptr<Base> handle = make<Base>(gone);
     const Ptr<Base> other = make<Base>(gone);
     handle = other;
@@ -181,7 +181,7 @@ TEST(PtrThreads, ShareAnObjectAndDestroyItOnce) {
     Threading::multiThreadedIs(false);
 }
 
-TEST(PtrThreads, WhoeverLetsGoLastDestroys) {
+TEST(PtrThreads, TheLastToReleaseDestroys) {
     std::array<int, 1000> gone{};
     Threading::multiThreadedIs(true);
     {
@@ -191,13 +191,13 @@ TEST(PtrThreads, WhoeverLetsGoLastDestroys) {
             here[i] = make<Base>(gone[i]);
             there[i] = here[i];
         }
-        const auto letGo = [](std::array<Ptr<Base>, 1000>& handles) {
+        const auto releaseAll = [](std::array<Ptr<Base>, 1000>& handles) {
             for (Ptr<Base>& handle : handles) {
                 handle.reset();
             }
         };
-        std::thread other([&] { letGo(there); });
-        letGo(here);
+        std::thread other([&] { releaseAll(there); });
+        releaseAll(here);
         other.join();
     }
     Threading::multiThreadedIs(false);

@@ -48,7 +48,7 @@ TEST(Singletons, AreNeverTwo) {
     EXPECT_EQ(singletons.find("Test::Node"), made);
 }
 
-TEST(Singletons, AreMadeAnewAfterTheirRemoval) {
+TEST(Singletons, AreMadeAgainAfterTheirRemoval) {
     Singletons singletons;
     singletons.factoryIs("Test::Node", aNode);
     singletons.singletonDel("Test::Node");

@@ -38,7 +38,7 @@ TEST(WireIcmp, LengthOfTheQuoteHasAPlaceAndUnitPerFamily) {
     EXPECT_EQ(bytes, (Bytes{0, 0, 0, 0, 16, 0, 0, 0}));
 }
 
-TEST(WireIcmp, ErrorsAreToldFromTheRest) {
+TEST(WireIcmp, ErrorsDifferFromTheRest) {
     for (std::uint32_t type = 0; type < 256; ++type) {
         const bool isError = type == 3 || type == 4 || type == 5 || type == 11 || type == 12;
         EXPECT_EQ(Wire::IcmpType::isError(static_cast<std::uint8_t>(type)), isError) << type;

@@ -53,8 +53,8 @@ class LyingWriter : public testing::Test {
         const auto reader = open();
         return corruption([&] { reader->entry(transit, key); }).value_or("nothing");
     }
-    static std::string cannotBeRight(const std::string& what, std::uint64_t at) {
-        return "tables: " + what + " " + std::to_string(at) + " cannot be right";
+    static std::string isInvalid(const std::string& what, std::uint64_t at) {
+        return "tables: " + what + " " + std::to_string(at) + " is invalid";
     }
 
     SmallTables small;
@@ -68,11 +68,11 @@ TEST_F(LyingWriter, ARootOfAnotherShapeIsRefused) {
         small.header().current = recordIs(current.unit(), RecordKind::root, rootWords + 1,
                                           static_cast<std::uint16_t>(ownWords), own)
                                      .word;
-        EXPECT_EQ(openingSays(), cannotBeRight("root at unit", current.unit()));
+        EXPECT_EQ(openingSays(), isInvalid("root at unit", current.unit()));
     }
     small.header().current =
         recordIs(current.unit(), RecordKind::viaSet, rootWords + 1, rootWords, own).word;
-    EXPECT_EQ(openingSays(), cannotBeRight("root at unit", current.unit()));
+    EXPECT_EQ(openingSays(), isInvalid("root at unit", current.unit()));
 }
 
 TEST_F(LyingWriter, ARootOutsideTheMemoryIsRefused) {
@@ -80,7 +80,7 @@ TEST_F(LyingWriter, ARootOutsideTheMemoryIsRefused) {
     for (const std::uint32_t unit : {1U, heapUnit - 1, size - 1, size, 0xffffffffU,
                                      size - static_cast<std::uint32_t>(rootWords)}) {
         small.header().current = TableRef::of(unit, 1).word;
-        EXPECT_EQ(openingSays(), cannotBeRight("root at unit", unit));
+        EXPECT_EQ(openingSays(), isInvalid("root at unit", unit));
     }
 }
 
@@ -105,7 +105,7 @@ TEST_F(LyingWriter, NothingIsReadBehindTheHeapsEnd) {
     });
     const Mpls::PublishedTables tables(Tessel::make<Tessel::TableReader>("tables", small.bytes()));
     EXPECT_EQ(corruption([&] { tables.lfib(TableId::transitLfib)->viaSet({ref.word}); }),
-              cannotBeRight("via set at unit", ref.unit()));
+              isInvalid("via set at unit", ref.unit()));
 }
 
 TEST_F(LyingWriter, AGenerationBelowTheHorizonIsRefused) {
@@ -113,7 +113,7 @@ TEST_F(LyingWriter, AGenerationBelowTheHorizonIsRefused) {
     rootIs([&](Root& root) { root.generation = horizon; });
     EXPECT_EQ(openingSays(), "nothing");
     rootIs([&](Root& root) { root.generation = horizon - 1; });
-    EXPECT_EQ(openingSays(), cannotBeRight("generation", horizon - 1));
+    EXPECT_EQ(openingSays(), isInvalid("generation", horizon - 1));
     small.repair();
     small.header().horizon = sealedHorizon((std::uint64_t{1} << 48U) - 1);
     EXPECT_NE(openingSays(), "nothing");
@@ -123,7 +123,7 @@ TEST_F(LyingWriter, ADirectoryOutsideTheHeapIsRefused) {
     const auto end = static_cast<std::uint32_t>(small.words.size());
     for (const std::uint32_t unit : {1U, heapUnit - 1, end - 2047, end, 0xffffffffU}) {
         rootIs([&](Root& root) { root.tables[transit].directory = unit; });
-        EXPECT_EQ(openingSays(), cannotBeRight("directory at unit", unit));
+        EXPECT_EQ(openingSays(), isInvalid("directory at unit", unit));
         small.repair();
     }
 }
@@ -134,8 +134,8 @@ TEST_F(LyingWriter, APageOutsideTheHeapIsRefused) {
     for (const std::uint32_t unit : {0U, 1U, heapUnit - 1, end - 1023, end, 0xffffffffU}) {
         for (const std::uint32_t key : {0U, 5000U, maxKey}) {
             pageIs(key, unit);
-            EXPECT_EQ(readingSays(key), cannotBeRight("page in directory at unit",
-                                                      directory + 2 * (key / pageEntries)));
+            EXPECT_EQ(readingSays(key),
+                      isInvalid("page in directory at unit", directory + 2 * (key / pageEntries)));
         }
     }
     pageIs(maxKey, end - 1024);
@@ -145,7 +145,7 @@ TEST_F(LyingWriter, APageOutsideTheHeapIsRefused) {
 TEST_F(LyingWriter, APageOfAnotherPlaceIsRefused) {
     const std::uint32_t directory = small.root().tables[transit].directory;
     small.words.at(directory + 8) = small.words.at(directory);
-    EXPECT_EQ(readingSays(5000), cannotBeRight("page in directory at unit", directory + 8));
+    EXPECT_EQ(readingSays(5000), isInvalid("page in directory at unit", directory + 8));
 }
 
 TEST_F(LyingWriter, AHardwareRouteOfAnotherLabelIsRefused) {
@@ -154,7 +154,7 @@ TEST_F(LyingWriter, AHardwareRouteOfAnotherLabelIsRefused) {
     small.words.at(page + 200) = small.words.at(page + SmallTables::hardwareLabel);
     const Mpls::Hardware::Status status(Tessel::make<Tessel::TableReader>("tables", small.bytes()));
     EXPECT_EQ(corruption([&] { status.route(TableTesting::key(200)); }),
-              cannotBeRight("hardware route of label", 200));
+              isInvalid("hardware route of label", 200));
 }
 
 TEST_F(LyingWriter, ARecordThatGoesOnOutsideItsRoomIsRefused) {
@@ -173,7 +173,7 @@ TEST_F(LyingWriter, ARecordThatGoesOnOutsideItsRoomIsRefused) {
         const TableRef ref = recordIs(one.unit, RecordKind::adjacency, one.units, one.ownWords, {});
         const auto reader = open();
         EXPECT_EQ(corruption([&] { Adjacency::read(*reader, ref); }),
-                  cannotBeRight("adjacency at unit", one.unit))
+                  isInvalid("adjacency at unit", one.unit))
             << one.units << " " << one.ownWords;
         small.repair();
     }
@@ -206,7 +206,7 @@ TEST_F(LyingWriter, AnAdjacencyIsHeldToItsRecord) {
                                       static_cast<std::uint16_t>(count + 1), count, own);
         const auto reader = open();
         EXPECT_EQ(corruption([&] { Adjacency::read(*reader, ref); }).value_or("nothing"),
-                  one.fits ? "nothing" : cannotBeRight("adjacency at unit", unit))
+                  one.fits ? "nothing" : isInvalid("adjacency at unit", unit))
             << one.vias << " " << one.backups;
         small.repair();
     }

@@ -43,7 +43,7 @@ const Bytes ip6 = ipv6({.hopLimit = 9}, {});
 TEST(RewriteRefusal, OfAStackThatDoesNotFitOrIsEmpty) {
     const Bytes largest = join({stack({{1}}), filled(65531 - Rewritten::before, 0)});
     check({
-        {"swap in a large packet", largest, swapTo(std::vector<std::uint32_t>(34, 300)),
+        {"swap in a large packet", largest, swapTo(std::vector<std::uint32_t>(33, 300)),
          doesNotFit},
         {"push in a large packet", largest, push(std::vector<std::uint32_t>(33, 300)), doesNotFit},
         {"swap", stack({{1}}), swapTo(std::vector<std::uint32_t>{}), doesNotFit},
@@ -58,7 +58,7 @@ TEST(RewriteRefusal, OfAPayloadThatIsNotWhatTheLabelSays) {
         {"IPv6 under IPv4", join({stack({{1}}), ip4}), pop(uniformMode, PayloadType::ipv6),
          contradicts},
         {"neither", join({stack({{1}}), filled(60, 0x50)}), pop(), contradicts},
-        {"nothing told, not IP", join({stack({{1}}), filled(60, 0)}),
+        {"no payload type, not IP", join({stack({{1}}), filled(60, 0)}),
          pop(uniformMode, PayloadType::none), contradicts},
         {"undefined", join({stack({{1}}), ip4}), pop(uniformMode, PayloadType::undefined),
          contradicts},

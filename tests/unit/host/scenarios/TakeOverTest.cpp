@@ -85,7 +85,7 @@ TEST_F(TakeOver, WhatWasNotCommittedIsNotThereAndItsRoomIsUsedAgain) {
     EXPECT_LE(open()->root().heapUnits, end + 4 * pageEntries);
 }
 
-TEST_F(TakeOver, TablesThatWereNeverFinishedAreMadeAnew) {
+TEST_F(TakeOver, TablesThatWereNeverFinishedAreMadeAgain) {
     headerOf(writer->memory()).magic = 0;
     start();
     EXPECT_EQ(writer->entries(records), 0U);
@@ -105,7 +105,7 @@ TEST_F(TakeOver, OtherTablesAreRefusedByName) {
     start();
 }
 
-TEST_F(TakeOver, AnEntryThatCannotBeRightIsTakenOutAndTheOthersStay) {
+TEST_F(TakeOver, ADamagedEntryIsRemovedAndTheOthersStay) {
     for (std::uint32_t key = 0; key < 2000; ++key) {
         recordIs(key, {key});
         valueIs(key, key);
@@ -130,7 +130,7 @@ TEST_F(TakeOver, AnEntryThatCannotBeRightIsTakenOutAndTheOthersStay) {
     EXPECT_EQ(writer->repaired(), 0U);
 }
 
-TEST_F(TakeOver, APageThatCannotBeRightIsTakenOutAndTheOthersStay) {
+TEST_F(TakeOver, ADamagedPageIsRemovedAndTheOthersStay) {
     for (std::uint32_t key = 0; key < 3000; ++key) {
         recordIs(key, {key});
     }
@@ -149,7 +149,7 @@ TEST_F(TakeOver, APageThatCannotBeRightIsTakenOutAndTheOthersStay) {
     EXPECT_EQ(OneSet::recordOf(*open(), 1500), Words{15});
 }
 
-TEST_F(TakeOver, ARootOrHeaderThatCannotBeRightIsNotTakenOver) {
+TEST_F(TakeOver, ADamagedRootOrHeaderIsNotTakenOver) {
     recordIs(1, {11});
     writer->commit();
     const std::vector<std::byte> whole(writer->memory().begin(), writer->memory().begin() + 65536);

@@ -63,7 +63,7 @@ TEST_P(Threads, AReaderSeesNothingButWholeBatches) {
         });
 }
 
-/// Keeps what it is told of, as one that counts per route would.
+/// Keeps what is reported, as one that counts per route would.
 class Book : public Tessel::Subscriber {
   public:
     explicit Book(const Mpls::PublishedTables& tables) : tables_(&tables) {}
@@ -84,7 +84,7 @@ class Book : public Tessel::Subscriber {
     const Mpls::PublishedTables* tables_;
 };
 
-TEST_P(Threads, ASubscriberIsToldOfEveryChangeHoweverFastTheyCome) {
+TEST_P(Threads, EveryChangeIsReportedHoweverFastTheyCome) {
     std::map<std::uint32_t, std::uint32_t> expected;
     std::atomic<int> subscribers = 0;
     const auto routeIs = [&](std::uint32_t label, std::uint32_t number) {

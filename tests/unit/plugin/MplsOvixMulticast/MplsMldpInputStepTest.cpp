@@ -132,7 +132,7 @@ TEST_F(MldpInputStep, AVlanInterfaceMakesItATaggedFrameThatGoesOn) {
     EXPECT_TRUE(everythingCounted().empty());
 }
 
-TEST_F(MldpInputStep, TheModifiedPacketIsParsedAnew) {
+TEST_F(MldpInputStep, TheModifiedPacketIsParsedAgain) {
     packet = Tessel::make<PacketContext>(Lumo::globalPktManager()->newPkt(special()));
     packet->outerTypeIs(PktHdrType::mpls);
     ASSERT_TRUE(packet->parsedPkt().header(0));
@@ -232,7 +232,7 @@ TEST_F(MldpInputStep, WithoutInterfaceStatusNoVrfIsKnown) {
     EXPECT_EQ(counted("Exceptional", "MvpnIntfStatus entry not found for vrf ID %s"), 1U);
 }
 
-TEST_F(MldpInputStep, ACorruptEntryIsToldToTheTableAndReadsAsNone) {
+TEST_F(MldpInputStep, ACorruptEntryIsReportedToTheTableAndReadsAsNone) {
     mvpn->entryIs({7}, {{8}, vlan100});
     EXPECT_EQ(process(special()).kind, Kind::refused);
     EXPECT_EQ(counted("Exceptional", "MvpnIntfStatus entry not found for vrf ID %s"), 1U);

@@ -1,6 +1,6 @@
 #include "IpLookupTesting.h"
 #include "Ovix/rewrite/MplsRewrites.h"
-#include "Ovix/routing/LfibCounterActionInfo.h"
+#include "Ovix/routing/RewriteInfo.h"
 
 namespace {
 
@@ -95,7 +95,7 @@ TEST_F(IpLookupVia, AViaOfATableThatIsNoLongerMountedIsNoVia) {
     expectDrop("No via");
 }
 
-TEST_F(IpLookupVia, ADamagedRecordIsToldToTheTableAndIsNoVia) {
+TEST_F(IpLookupVia, ADamagedRecordIsReportedToTheTableAndIsNoVia) {
     EXPECT_EQ(process(mplsFrame({{100}}, ip4), setOfIpVias(1)), 1);
     expectDrop("No via");
     EXPECT_EQ(writers[decap]->status()->corruptionsDetected(), 1U);

@@ -1,5 +1,5 @@
 #include "LifecycleTesting.h"
-#include "Ovix/routing/LfibCounterActionInfo.h"
+#include "Ovix/routing/RewriteInfo.h"
 #include "counting/LfibCounterAction.h"
 
 namespace {

@@ -1,9 +1,9 @@
 #include "LifecycleTesting.h"
 #include "Ovix/rewrite/MplsRewrites.h"
-#include "Ovix/routing/LfibCounterActionInfo.h"
+#include "Ovix/routing/RewriteInfo.h"
 #include "Tessel/Singletons.h"
-#include "counting/ClearLfibCountersSm.h"
 #include "counting/LfibCounterAction.h"
+#include "counting/LfibReactors.h"
 #include "handlers/MplsIpViaTypeHandler.h"
 
 namespace {

@@ -53,7 +53,7 @@ TEST_F(PluginInst, SaysLastThatThePluginIsLoaded) {
     EXPECT_EQ(lastOfTheRing(), "Routing::Mpls " + std::get<2>(lines[0]));
 }
 
-TEST_F(PluginInst, StartedAgainLetsGoOfTheFirstMainObjectButDoesNotDestroyIt) {
+TEST_F(PluginInst, StartedAgainReleasesTheFirstMainObjectButDoesNotDestroyIt) {
     inst.init(pluginContext.get());
     const Ptr<MplsOvixPlugin> first = inst.plugin();
     EXPECT_EQ(first->references(), 2U);

@@ -2,8 +2,7 @@
 
 #include "MadeUpVias.h"
 #include "Mpls/LfibLayout.h"
-#include "Ovix/viaset/OvixLfibViaSet.h"
-#include "Ovix/viaset/OvixMulticastDecapViaSet.h"
+#include "Ovix/viaset/ViaSets.h"
 #include "Tessel/Exceptions.h"
 
 namespace {
@@ -47,7 +46,7 @@ TEST_F(DamagedTables, AListCountBeyondTheCapacityPassesOnUncountedAndUntraced) {
     EXPECT_EQ(table()->corruptionsDetected(), 0U);
 }
 
-TEST_F(DamagedTables, CorruptionIsToldToTheTableInItsOwnWordsAndReadsAsNoViaSet) {
+TEST_F(DamagedTables, CorruptionIsReportedToTheTableAndReadsAsNoViaSet) {
     swapRoute(decap, 100, 300);
     listCountIs(100, lists[0], 599); // more than the record has room for
     std::string message;
@@ -57,11 +56,11 @@ TEST_F(DamagedTables, CorruptionIsToldToTheTableInItsOwnWordsAndReadsAsNoViaSet)
         message = corruption.what();
     }
     ASSERT_FALSE(message.empty());
-    for (std::uint64_t told = 1; told <= 2; ++told) {
+    for (std::uint64_t reports = 1; reports <= 2; ++reports) {
         EXPECT_FALSE(find(100));
-        EXPECT_EQ(table()->corruptionsDetected(), told);
+        EXPECT_EQ(table()->corruptionsDetected(), reports);
         EXPECT_EQ(table()->lastCorruption(), message);
-        EXPECT_EQ(everythingCounted(), (std::vector{row("Drop", noViaSet, told)}));
+        EXPECT_EQ(everythingCounted(), (std::vector{row("Drop", noViaSet, reports)}));
         ASSERT_EQ(trace.size(), 1U);
         EXPECT_EQ(trace[0].rfind("Pkt 7: No via set in lfib ", 0), 0U) << trace[0];
     }

@@ -1,7 +1,7 @@
-#include "Ovix/viaset/OvixHwViaSet.h"
+#include "Ovix/viaset/ViaSets.h"
 #include "PluginFixture.h"
-#include "counting/ClearLfibCountersSm.h"
 #include "counting/LfibCounterAction.h"
+#include "counting/LfibReactors.h"
 #include "handlers/MplsIpViaTypeHandler.h"
 
 namespace {

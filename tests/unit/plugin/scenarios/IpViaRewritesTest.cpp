@@ -1,6 +1,6 @@
 #include "MadeUpVias.h"
 #include "Ovix/rewrite/MplsRewrites.h"
-#include "Ovix/routing/LfibCounterActionInfo.h"
+#include "Ovix/routing/RewriteInfo.h"
 #include "handlers/MplsIpViaTypeHandler.h"
 
 namespace {

@@ -1,7 +1,7 @@
 #include "MulticastTesting.h"
 #include "Ovix/rewrite/MplsRewrites.h"
-#include "Ovix/routing/LfibCounterActionInfo.h"
-#include "Ovix/viaset/OvixMulticastDecapViaSet.h"
+#include "Ovix/routing/RewriteInfo.h"
+#include "Ovix/viaset/ViaSets.h"
 #include "handlers/MplsIpViaTypeHandler.h"
 
 namespace {

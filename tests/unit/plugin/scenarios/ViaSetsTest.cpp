@@ -1,7 +1,6 @@
+#include "Ovix/viaset/ViaSets.h"
+
 #include "Mpls/LfibLayout.h"
-#include "Ovix/viaset/OvixHwViaSet.h"
-#include "Ovix/viaset/OvixLfibViaSet.h"
-#include "Ovix/viaset/OvixMulticastDecapViaSet.h"
 #include "PluginFixture.h"
 
 namespace {

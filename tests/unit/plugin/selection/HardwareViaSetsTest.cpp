@@ -1,5 +1,5 @@
 #include "MadeUpVias.h"
-#include "Ovix/viaset/OvixHwViaSet.h"
+#include "Ovix/viaset/ViaSets.h"
 
 namespace {
 

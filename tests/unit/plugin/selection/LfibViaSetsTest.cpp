@@ -1,6 +1,5 @@
 #include "MadeUpVias.h"
-#include "Ovix/viaset/OvixLfibViaSet.h"
-#include "Ovix/viaset/OvixMulticastDecapViaSet.h"
+#include "Ovix/viaset/ViaSets.h"
 
 namespace {
 

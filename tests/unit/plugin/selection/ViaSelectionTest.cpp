@@ -25,7 +25,7 @@ class MadeUpViaSet : public OvixMplsViaSet {
     Mpls::LfibViaSetType setType = Mpls::LfibViaSetType::unicast;
 };
 
-/// A handler that answers as told, by via index.
+/// A handler that gives set answers, by via index.
 class TellingHandler : public MplsViaTypeHandler {
   public:
     explicit TellingHandler(std::vector<ProcessingResult> results)
@@ -40,7 +40,7 @@ class TellingHandler : public MplsViaTypeHandler {
     std::vector<ProcessingResult> results_;
 };
 
-/// A hasher that answers as told.
+/// A hasher that gives set answers.
 class TellingHasher : public PacketHasherOfType {
   public:
     std::uint32_t hash(const PacketHeader&) const override { return value; }

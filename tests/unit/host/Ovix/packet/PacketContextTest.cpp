@@ -12,7 +12,7 @@ const Bytes labelledIpv4 = join({stack({{100, 5}, {200}}), ipv4({}, udp())});
 
 } // namespace
 
-TEST(PacketContext, ParsesAnewWhatARewriteLeaves) {
+TEST(PacketContext, ParsesAgainWhatARewriteLeaves) {
     const auto context = contextOf(join({eth(ethMpls), labelledIpv4}));
     EXPECT_EQ(headerNames(context->parsedPkt()), "Eth Mpls Ipv4 Udp");
     context->pkt()->popFront(14);

@@ -63,6 +63,52 @@ TEST(PacketParser, EtherTypesTellWhatFollows) {
     }
 }
 
+TEST(PacketParser, TagsAndLabelsNest) {
+    const Bytes label = stack({{100}});
+    const struct {
+        Bytes frame;
+        const char* headers;
+    } cases[] = {
+        {join({eth(ethVlan), tag(5, ethMpls), label, udpInIpv4}), "Eth VlanTags Mpls Ipv4 Udp"},
+        {join({eth(ethServiceVlan), tag(5, ethVlan), tag(6, ethVlan), tag(7, ethMpls), label}),
+         "Eth VlanTags Mpls"},
+        {join({eth(ethVlan), tag(1, ethVlan), tag(2, ethVlan), tag(3, ethVlan), tag(4, ethMpls),
+               label}),
+         "Eth VlanTags"},
+        {labelled({{100}}, join({eth(ethIpv4), udpInIpv4})), "Eth Mpls Eth Ipv4 Udp"},
+        {filled(13, 0), ""},
+    };
+    for (const auto& row : cases) {
+        EXPECT_EQ(names(row.frame), row.headers);
+    }
+}
+
+TEST(PacketParser, GoesOnlyAsFarAsAskedAndTakesWhatALabelStackCarriesAlong) {
+    const auto context = contextOf(labelled({{100}}, udpInIpv4));
+    ParsedPacket& parsed = context->parsedPkt();
+    EXPECT_TRUE(parsed.header(1));
+    EXPECT_EQ(parsed.headers(), 3);
+    EXPECT_FALSE(parsed.firstHeaderOfType(PktHdrType::udp));
+    EXPECT_FALSE(parsed.header(9));
+    EXPECT_FALSE(parsed.header(-1));
+    EXPECT_TRUE(parsed.firstHeaderOfType(PktHdrType::udp));
+}
+
+TEST(PacketParser, HoldsAStackOfAnyDepth) {
+    std::vector<Entry> entries;
+    for (std::uint32_t i = 0; i < 300; ++i) {
+        entries.push_back({1000 + i});
+    }
+    const auto context = contextOf(labelled(entries, {}));
+    const MplsHeaderData* labels = mplsHeaderData(*context->parsedPkt().header(1));
+    ASSERT_NE(labels, nullptr);
+    std::uint32_t expected = 1000;
+    for (const Lumo::MplsLabelEntry entry : *labels) {
+        EXPECT_EQ(entry.label().value(), expected++);
+    }
+    EXPECT_EQ(expected, 1300U);
+}
+
 TEST(PacketParser, VlanTagsKeepTheirTpidsAndTcis) {
     const auto context = contextOf(join({eth(ethLegacyVlan), tag(0xe001, ethServiceVlan),
                                          tag(0x1002, ethVlan), tag(0x0003, ethIpv4), udpInIpv4}));

@@ -70,8 +70,8 @@ TEST(MplsPushRewriteImpl, PushesTheLabelsOfItsRecordOrTheOneItIsGiven) {
     }
 }
 
-TEST(MplsPushRewriteImpl, PushesStacksOfAnyDepthThatFit) {
-    for (const std::size_t depth : {8U, 9U, 64U, 65U, 500U}) {
+TEST(MplsPushRewriteImpl, PushesStacksOfAnyDepth) {
+    for (const std::size_t depth : {8U, 9U, 32U, 33U}) {
         const Operation operation(std::vector<std::uint32_t>(depth, 1000));
         const ImposedLabels labels(operation.get());
         Rewritten packet(frame, PktHdrType::eth);

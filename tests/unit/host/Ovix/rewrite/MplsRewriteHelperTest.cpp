@@ -112,7 +112,7 @@ TEST(CreateMplsPopRewrite, CarriesPayloadAndTtlMode) {
     }
 }
 
-TEST(CreateMplsPopRewrite, NeedsTheLastLabelToCoverSomethingUnlessToldWhatItCovers) {
+TEST(CreateMplsPopRewrite, NeedsSomethingBeneathTheLastLabelOrAPayloadType) {
     const Ptr<PacketHeader> ip4 = innerOf(ipv4({}, {}));
     const struct {
         bool bottom;

@@ -66,7 +66,7 @@ Bytes ipv6(std::uint8_t hopLimit) {
     return header;
 }
 
-/// A packet under rewrite, starting at its label stack unless told.
+/// A packet under rewrite, starting at its label stack by default.
 struct Subject {
     explicit Subject(const Bytes& bytes, PktHdrType outer = PktHdrType::mpls)
         : context(Tessel::make<RoutingContext>(
@@ -234,9 +234,11 @@ TEST(MplsIpPush, TakesTcAndTtlFromWhatLiesBeneath) {
 
 TEST(MplsIpPush, DeepStacksMoveToALargerBuffer) {
     Subject packet(entry(100, 0, true, 40));
-    EXPECT_EQ(packet.push(std::vector<std::uint32_t>(500, 77)), "");
+    for (int i = 0; i < 15; ++i) {
+        EXPECT_EQ(packet.push(std::vector<std::uint32_t>(33, 77)), "");
+    }
     const Bytes out = packet.bytes();
-    EXPECT_EQ(out.size(), 501U * 4);
+    EXPECT_EQ(out.size(), (15U * 33 + 1) * 4);
     EXPECT_EQ(Bytes(out.end() - 4, out.end()), entry(100, 0, true, 40));
 }
 

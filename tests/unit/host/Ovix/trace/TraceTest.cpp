@@ -81,7 +81,7 @@ TEST_F(Trace, TheTextOfAllSourcesIsSwitchedEvenOfThoseToCome) {
 TEST_F(Trace, WithoutASinkTheTextIsDiscarded) {
     source.textLevelIs(0);
     TraceOutput::instance().textSinkIs({});
-    source.trace(0, "nobody hears");
+    source.trace(0, "discarded");
     EXPECT_TRUE(text.empty());
 }
 

@@ -1,7 +1,0 @@
-#include "Tessel/Ptr.h"
-
-namespace Tessel {
-
-bool Threading::multiThreaded_ = false;
-
-} // namespace Tessel

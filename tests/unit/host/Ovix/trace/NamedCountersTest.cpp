@@ -1,0 +1,70 @@
+#include "Ovix/trace/NamedCounters.h"
+
+#include <gtest/gtest.h>
+#include <string>
+
+namespace {
+
+using namespace Ovix;
+
+TEST(NamedCounters, CountByNameAndRememberTheLast) {
+    OvixNamedCounters counters;
+    constexpr CounterKey fixed("Drop", "m", "reason");
+    counters.count(fixed);
+    counters.count("Drop", "m", "reason");
+    EXPECT_EQ(counters.value("Drop", "m", "reason"), 2U);
+    EXPECT_EQ(counters.value("Action", "m", "reason"), 0U);
+    for (int i = 0; i < 10000; ++i) {
+        counters.count("Drop", "m", std::to_string(i));
+    }
+    EXPECT_EQ(counters.counters().size(), 10001U);
+    EXPECT_EQ(counters.value("Drop", "m", "9999"), 1U);
+    EXPECT_EQ(counters.last()->reason, "9999");
+    counters.forgetLast();
+    EXPECT_EQ(counters.last(), nullptr);
+}
+
+TEST(NamedCounters, CountEachNameApart) {
+    OvixNamedCounters counters;
+    counters.count("Drop", "Routing::Mpls", "No via");
+    counters.count("Drop", "Routing::Mpls", "No vias");
+    counters.count("Action", "Routing::Mpls", "No via");
+    counters.count("Drop", "Routing::Ip", "No via");
+    counters.count("Drop", "Routing::Mpls", "No via");
+    EXPECT_EQ(counters.value("Drop", "Routing::Mpls", "No via"), 2U);
+    EXPECT_EQ(counters.value("Drop", "Routing::Mpls", "No vias"), 1U);
+    EXPECT_EQ(counters.value("Action", "Routing::Mpls", "No via"), 1U);
+    EXPECT_EQ(counters.value("Drop", "Routing::Ip", "No via"), 1U);
+    EXPECT_EQ(counters.value("Exceptional", "Routing::Mpls", "No via"), 0U);
+    EXPECT_EQ(counters.counters().size(), 4U);
+}
+
+TEST(NamedCounters, KeepTheirCountsHoweverManyNamesThereAre) {
+    OvixNamedCounters counters;
+    constexpr std::uint64_t names = 1000;
+    for (int round = 0; round < 2; ++round) {
+        for (std::uint64_t i = 0; i < names; ++i) {
+            counters.count("Drop", "Routing::Mpls", "reason " + std::to_string(i));
+        }
+    }
+    ASSERT_EQ(counters.counters().size(), names);
+    for (std::uint64_t i = 0; i < names; ++i) {
+        EXPECT_EQ(counters.counters()[i].reason, "reason " + std::to_string(i));
+        EXPECT_EQ(counters.counters()[i].count, 2U);
+    }
+}
+
+TEST(NamedCounters, RememberWhichWasCountedLast) {
+    OvixNamedCounters counters;
+    EXPECT_EQ(counters.last(), nullptr);
+    counters.count("Drop", "Routing::Mpls", "first");
+    counters.count("Drop", "Routing::Mpls", "second");
+    counters.count("Drop", "Routing::Mpls", "first");
+    ASSERT_NE(counters.last(), nullptr);
+    EXPECT_EQ(counters.last()->reason, "first");
+    counters.forgetLast();
+    EXPECT_EQ(counters.last(), nullptr);
+    EXPECT_EQ(counters.value("Drop", "Routing::Mpls", "first"), 2U);
+}
+
+} // namespace
