@@ -123,7 +123,8 @@ struct Put {
     void operator()(const Routing::Multicast::MvpnVrfIntfId& vpn) const {
         publisher.mvpn().vrfIntfIdIs(vpn.vrfId, vpn.intfId);
     }
-    void operator()(const Damage&) const { assert(false); }
+    /// The configuration and Mpls::Via disagree on what is legal.
+    void operator()(const Damage& damage) const { throw std::runtime_error(damage.what); }
 
     Mpls::TablePublisher& publisher;
     std::uint32_t key;
