@@ -86,41 +86,34 @@ Bytes labelled(std::uint32_t label) {
     return frame;
 }
 
-OvixAgent::ViaConfig viaTo(OvixAgent::PayloadType payload) {
-    OvixAgent::ViaConfig via;
-    via.payload = payload;
-    via.vrf = "red";
-    return via;
-}
-OvixAgent::ViaConfig swapVia() {
-    OvixAgent::ViaConfig via = viaTo(OvixAgent::PayloadType::ipv4);
-    via.action = OvixAgent::ViaAction::swap;
-    via.labels = {300};
-    return via;
+Mpls::Via swapVia(const Mpls::ViaOptions& options) {
+    return Mpls::Via::swap(std::array{Lumo::MplsLabel(300)}, options).value();
 }
 
 /// Each label has a route with the via.
-void labelRoutes(AgentConfig& config, std::uint32_t routes, OvixAgent::ViaType type,
-                 const OvixAgent::ViaConfig& via) {
-    OvixAgent::LfibRouteConfig route;
-    route.type = type;
-    route.vias = {via};
+void labelRoutes(AgentConfig& config, std::uint32_t routes, Mpls::LfibViaType type,
+                 const Mpls::Via& via) {
+    Mpls::LabelRoute route;
+    route.table = Mpls::TableId::decapLfib;
+    route.viaType = type;
+    route.vias = {{via, 1}};
     for (std::uint32_t i = 0; i < routes; ++i) {
-        route.label = firstLabel + i;
-        config.lfib.tables[0].push_back(route);
+        route.label = Lumo::MplsLabel(firstLabel + i);
+        config.labelRoutes.push_back({route, 0});
     }
 }
 
 void prefixRoutes(AgentConfig& config, std::uint32_t routes) {
-    OvixAgent::IpRouteConfig route = config.routes.front();
-    route.vias[0].labels = {300};
+    L3::Route route = config.routes.front().value;
+    const Mpls::ViaOptions options = route.vias[0].via.options();
+    route.vias[0].via = Mpls::Via::push(std::array{Lumo::MplsLabel(300)}, options).value();
     for (std::uint32_t i = 0; i < routes; ++i) {
         const std::uint32_t prefix = customerNet + (i << 8U);
-        route.prefix.address.bytes = {static_cast<std::uint8_t>(prefix >> 24U),
-                                      static_cast<std::uint8_t>(prefix >> 16U),
-                                      static_cast<std::uint8_t>(prefix >> 8U)};
-        route.prefix.length = 24;
-        config.routes.push_back(route);
+        const std::array bytes{static_cast<std::uint8_t>(prefix >> 24U),
+                               static_cast<std::uint8_t>(prefix >> 16U),
+                               static_cast<std::uint8_t>(prefix >> 8U), std::uint8_t{0}};
+        route.key = {L3::RouteKey::mainTable, Lumo::IpGenAddr::ipv4(bytes.data()), 24};
+        config.routes.push_back({route, 0});
     }
 }
 
@@ -157,23 +150,24 @@ Bytes customerFrame(std::uint32_t, std::uint32_t flow) {
 }
 
 const std::map<std::string, Edge>& edges() {
-    using OvixAgent::PayloadType;
-    namespace Types = OvixAgent::ViaTypes;
+    using Mpls::LfibViaType;
+    using Mpls::PayloadType;
     const auto lookup = [](PayloadType payload) {
         return [payload](AgentConfig& config, std::uint32_t routes) {
-            labelRoutes(config, routes, Types::ipLookup, viaTo(payload));
+            labelRoutes(config, routes, LfibViaType::ipLookup,
+                        Mpls::Via::popAndLookUp("red", payload).value());
         };
     };
     const auto toFec = [](AgentConfig& config, std::uint32_t routes) {
-        OvixAgent::ViaConfig via = swapVia();
-        via.fec = 42;
-        labelRoutes(config, routes, Types::externalFec, via);
+        Mpls::ViaOptions options;
+        options.fec = 42;
+        labelRoutes(config, routes, LfibViaType::externalFec, swapVia(options));
     };
     const auto toEast = [](AgentConfig& config, std::uint32_t routes) {
-        OvixAgent::ViaConfig via = swapVia();
-        via.port = 1;
-        via.nexthop = OvixAgent::IpAddress{OvixAgent::IpAddress::Family::ipv4, {10, 0, 2, 2}};
-        labelRoutes(config, routes, Types::ip, via);
+        Mpls::ViaOptions options;
+        options.intf = Lumo::IntfId("east");
+        options.nexthop = Lumo::IpGenAddr::fromText("10.0.2.2");
+        labelRoutes(config, routes, LfibViaType::ip, swapVia(options));
     };
     static const std::map<std::string, Edge> all{
         {"pop_ipv4", {lookup(PayloadType::ipv4), popIpv4Frame}},

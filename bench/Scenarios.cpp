@@ -11,8 +11,6 @@ namespace Bench {
 namespace {
 
 using OvixAgent::AgentConfig;
-using OvixAgent::ViaAction;
-using OvixAgent::ViaConfig;
 
 constexpr std::uint32_t firstLabel = 16;
 constexpr std::uint32_t maxLabels = 1U << 20U;
@@ -24,7 +22,7 @@ constexpr std::size_t frameBytes = 64;
 /// What a scenario's stack is, given a label that has a route.
 using Stack = std::vector<std::uint32_t> (*)(std::uint32_t label, std::uint32_t flow);
 /// The vias of every adjacency.
-using Vias = std::vector<ViaConfig> (*)();
+using Vias = std::vector<Mpls::WeightedVia> (*)();
 
 struct Kind {
     Vias vias;
@@ -34,26 +32,28 @@ struct Kind {
     std::uint32_t copies = 1;
 };
 
-ViaConfig via(ViaAction action, std::vector<std::uint32_t> labels) {
-    ViaConfig made;
-    made.port = 1;
-    made.nexthop = OvixAgent::IpAddress{OvixAgent::IpAddress::Family::ipv4, {10, 0, 2, 2}};
-    made.action = action;
-    made.labels = std::move(labels);
-    return made;
+using Mpls::Via;
+using Mpls::WeightedVia;
+
+Mpls::ViaOptions toEast() {
+    Mpls::ViaOptions options;
+    options.intf = Lumo::IntfId("east");
+    options.nexthop = Lumo::IpGenAddr::fromText("10.0.2.2");
+    return options;
 }
 
-std::vector<ViaConfig> swapVia() {
-    return {via(ViaAction::swap, {300})};
+std::vector<WeightedVia> swapVia() {
+    return {{Via::swap(std::array{Lumo::MplsLabel(300)}, toEast()).value(), 1}};
 }
-std::vector<ViaConfig> popVia() {
-    return {via(ViaAction::pop, {})};
+std::vector<WeightedVia> popVia() {
+    return {{Via::pop(toEast()).value(), 1}};
 }
-std::vector<ViaConfig> pushVia() {
-    return {via(ViaAction::push, {601, 602, 603})};
+std::vector<WeightedVia> pushVia() {
+    const std::array labels{Lumo::MplsLabel(601), Lumo::MplsLabel(602), Lumo::MplsLabel(603)};
+    return {{Via::push(labels, toEast()).value(), 1}};
 }
-std::vector<ViaConfig> sixteenVias() {
-    std::vector<ViaConfig> vias(16, via(ViaAction::swap, {300}));
+std::vector<WeightedVia> sixteenVias() {
+    std::vector<WeightedVia> vias(16, swapVia().front());
     for (std::size_t i = 0; i < vias.size(); ++i) {
         vias[i].weight = static_cast<std::uint32_t>(1 + i % 3);
     }
@@ -100,23 +100,24 @@ AgentConfig makeConfig(const Kind& kind, std::uint32_t routes) {
     config.ports[0].mac = {2, 0, 0, 0, 0, 1};
     config.ports[1].name = "east";
     config.ports[1].mac = {2, 0, 0, 0, 0, 2};
-    config.neighbours.push_back(
-        {{OvixAgent::IpAddress::Family::ipv4, {10, 0, 2, 2}}, 1, {2, 0, 0, 0, 2, 2}});
-    std::vector<ViaConfig> vias = kind.vias();
+    config.neighbours.push_back({Lumo::IpGenAddr::fromText("10.0.2.2"), 1, {2, 0, 0, 0, 2, 2}});
+    std::vector<WeightedVia> vias = kind.vias();
     if (kind.copies > 1) {
-        vias.assign(kind.copies, ViaConfig(vias.front()));
+        vias.assign(kind.copies, WeightedVia(vias.front()));
     }
     const std::uint32_t adjacencies =
         vias.size() > 1 ? std::min(routes, maxWideAdjacencies) : routes;
     for (std::uint32_t i = 0; i < adjacencies; ++i) {
         OvixAgent::AdjacencyConfig adjacency;
         adjacency.id = i + 1;
-        adjacency.vias = vias;
-        adjacency.multicast = kind.copies > 1;
-        config.hardware.adjacencies.push_back(adjacency);
+        adjacency.content.vias = vias;
+        adjacency.content.setType =
+            kind.copies > 1 ? Mpls::LfibViaSetType::multicast : Mpls::LfibViaSetType::unicast;
+        config.hardware.adjacencies.push_back({adjacency, 0});
     }
     for (std::uint32_t i = 0; i < routes; ++i) {
-        config.hardware.routes.push_back({firstLabel + i, i % adjacencies + 1, false, 0});
+        const auto key = Mpls::RouteKey::fromLabel(Lumo::MplsLabel(firstLabel + i));
+        config.hardware.routes.push_back({{key, i % adjacencies + 1, false}, 0});
     }
     return config;
 }

@@ -69,9 +69,9 @@ class Load(OvixCtlTest):
                 (self.transit(_100=via("pop", interface="nowhere")), 3,
                  "lfib.transit[0].vias[0].interface: no port is named \"nowhere\""),
                 (self.transit(_1=via("pop"), _100=deep), 4,
-                 "lfib.transit: label 100: a stack of 34 labels cannot be shared, 33 at most"),
+                 "lfib.transit[1].vias[0].labels: 34 labels given, push and swap take 1 to 33"),
                 (hardware(deep), 4,
-                 "hardware: adjacency 1: a stack of 34 labels cannot be shared, 33 at most")):
+                 "hardware.adjacencies[0].vias[0].labels: 34 labels given, push and swap take 1 to 33")):
             for command, code in (("load", 1), ("diff", 2)):
                 with self.subTest(error, command=command):
                     output = self.ctl("lfib", command, self.write(text), code=code)

@@ -50,7 +50,7 @@ class TablesAsText {
         if (isInLfib != (route.routeKey == key)) {
             return "the LFIB and the hardware differ";
         }
-        return isInLfib ? waysText(*hardware_->adjacency(route)) : "";
+        return isInLfib ? viasText(hardware_->adjacency(route)->content().value().vias) : "";
     }
     /// The VRF that a label's payload is looked up in.
     std::string decap(std::uint32_t label) const {
@@ -70,7 +70,7 @@ class TablesAsText {
                 route.key.prefix.text() == prefix) {
                 EXPECT_EQ(found, "") << "twice: " << prefix;
                 found = route.vrf.empty() ? "" : std::string(route.vrf.view()) + ": ";
-                found += route.kind == L3::Route::Kind::forward ? waysText(*route.ways)
+                found += route.kind == L3::Route::Kind::forward ? viasText(route.vias)
                          : route.kind == L3::Route::Kind::local ? "local"
                                                                 : "drop";
             }
@@ -81,32 +81,27 @@ class TablesAsText {
     std::size_t labels() const { return transit_->routes() + decap_->routes(); }
 
   private:
-    std::string waysText(const Mpls::Hardware::Adjacency& ways) const {
+    std::string viasText(const std::vector<Mpls::WeightedVia>& vias) const {
         std::string all;
-        for (std::uint32_t i = 0; i < ways.entries(false).size(); ++i) {
-            all += (i > 0 ? ", " : "") + viaText(ways.via(false, i)) + " weight " +
-                   std::to_string(ways.entries(false)[i].weight);
+        for (const Mpls::WeightedVia& via : vias) {
+            all += (all.empty() ? "" : ", ") + viaText(via.via) + " weight " +
+                   std::to_string(via.weight);
         }
         return all;
     }
-    std::string viaText(const Ovix::OvixMplsVia& via) const {
-        static const std::map<std::uint32_t, std::string> actions{
-            {0, ""}, {1, "push"}, {2, "pop"}, {3, "swap"}};
-        std::string all = actions.at(via.labelAction);
-        const std::string_view packed = via.labels.view();
-        for (std::size_t i = 0; i + 3 <= packed.size(); i += 3) {
-            const auto byte = [&](std::size_t at) {
-                return std::uint32_t{static_cast<std::uint8_t>(packed[at])};
-            };
-            all += (i == 0 ? " " : "/") +
-                   std::to_string(byte(i) << 16U | byte(i + 1) << 8U | byte(i + 2));
+    std::string viaText(const Mpls::Via& via) const {
+        std::string all(Tessel::wordOf(via.action()));
+        std::string separator = " ";
+        for (const Lumo::MplsLabel label : via.labels()) {
+            all += separator + label.prettyString();
+            separator = "/";
         }
         all += all.empty() ? "" : " ";
-        all += via.nexthop.empty() ? "" : "via " + via.nexthop.text() + " ";
+        all += via.nexthop().empty() ? "" : "via " + via.nexthop().text() + " ";
         const Interface::Names names = Interface::Names::read(*reader_);
-        const auto name = names.name(via.intfId);
+        const auto name = names.name(via.intf());
         return all + (name.empty() ? "?" : std::string(name)) +
-               (via.ttl() == Mpls::TtlMode::pipe ? " pipe" : "");
+               (via.options().ttl == Mpls::TtlMode::pipe ? " pipe" : "");
     }
 
     Ptr<Tessel::TableReader> reader_;

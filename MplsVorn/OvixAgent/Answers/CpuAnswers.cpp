@@ -16,12 +16,12 @@ constexpr std::size_t maxQueued = 256;
 
 OwnAddresses addressesOf(const PortConfig& port) {
     OwnAddresses own;
-    for (const IpInterfaceAddress& address : port.addresses) {
+    for (const InterfaceAddress& address : port.addresses) {
         Lumo::IpGenAddr& ofFamily =
-            address.address.family == IpAddress::Family::ipv4 ? own.ipv4 : own.ipv6;
+            address.address.family() == Lumo::IpFamily::ipv4 ? own.ipv4 : own.ipv6;
         if (std::all_of(ofFamily.bytes().begin(), ofFamily.bytes().end(),
                         [](std::uint8_t byte) { return byte == 0; })) {
-            ofFamily = toIpGenAddr(address.address);
+            ofFamily = address.address;
         }
     }
     return own;

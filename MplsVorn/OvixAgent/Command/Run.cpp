@@ -121,7 +121,7 @@ class LiveAgent {
 /// A run on captures has no interfaces to read MAC addresses from.
 void checkAddresses(const AgentConfig& config, const RunOptions& options) {
     for (const PortConfig& port : config.ports) {
-        if (port.mac == MacAddress{}) {
+        if (port.mac == Lumo::EthAddr{}) {
             throw ConfigError(
                 fmt::format("{}: ports: {} has no mac, which only a live run may omit",
                             options.config, port.name));

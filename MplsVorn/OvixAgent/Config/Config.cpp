@@ -7,14 +7,7 @@
 #include <memory>
 
 #include "Config/ConfigDocument.h"
-#include "Config/ConfigFecs.h"
-#include "Config/ConfigHardware.h"
-#include "Config/ConfigLfib.h"
-#include "Config/ConfigMvpn.h"
-#include "Config/ConfigPorts.h"
-#include "Config/ConfigPseudowires.h"
-#include "Config/ConfigReader.h"
-#include "Config/ConfigRoutes.h"
+#include "Config/ConfigSections.h"
 
 namespace OvixAgent {
 
@@ -82,7 +75,7 @@ AgentConfig readConfig(const ConfigValue& root) {
         config.neighbours = readNeighbours(*neighbours, portNames);
     }
     if (const auto lfib = map.find("lfib")) {
-        config.lfib = readLfib(*lfib, portNames);
+        config.labelRoutes = readLabelRoutes(*lfib, portNames);
     }
     if (const auto hardware = map.find("hardware")) {
         config.hardware = readHardware(*hardware, portNames);

@@ -92,12 +92,6 @@ bool ConfigMap::booleanOr(std::string_view key, bool otherwise) const {
     return found ? found->boolean() : otherwise;
 }
 
-std::uint8_t ConfigMap::choiceOr(std::string_view key, std::span<const ConfigChoice> choices,
-                                 std::uint8_t otherwise) const {
-    const std::optional<ConfigValue> found = find(key);
-    return found ? found->choice(key, choices) : otherwise;
-}
-
 void ConfigMap::failFor(std::string_view key, const std::string& what) const {
     const std::optional<ConfigValue> found = find(key);
     value_.failAt(found ? found->line() : value_.line(), value_.pathOf(key), what);

@@ -1,9 +1,8 @@
 #include "Config/ConfigPorts.h"
 
-#include <algorithm>
 #include <fmt/format.h>
 #include <map>
-#include <utility>
+#include <tuple>
 
 #include "Config/ConfigAddress.h"
 #include "Config/ConfigText.h"
@@ -42,28 +41,26 @@ Tagging readTagging(const ConfigValue& value) {
         return {Tagging::Kind::none, 0};
     }
     if (text.empty() || text.front() < '0' || text.front() > '9') {
-        value.fail(fmt::format("tagging {} is none of keep, none, or a VLAN id", inQuotes(text)));
+        value.fail(fmt::format("tagging {} is not keep, none, or a VLAN id", inQuotes(text)));
     }
     return {Tagging::Kind::vlan, value.number<std::uint16_t>("VLAN id", 1, maxVlan)};
 }
 
-std::vector<IpInterfaceAddress> readAddresses(const ConfigValue& list) {
-    std::vector<IpInterfaceAddress> addresses;
+std::vector<InterfaceAddress> readAddresses(const ConfigValue& list) {
+    std::vector<InterfaceAddress> addresses;
     for (std::size_t i = 0; i < list.listSize(); ++i) {
-        addresses.push_back(readIpInterfaceAddress(list.item(i)));
+        addresses.push_back(readInterfaceAddress(list.item(i)));
     }
     return addresses;
 }
 
 PortConfig readPort(const ConfigValue& value) {
-    static constexpr ConfigChoice states[]{{"up", 1}, {"down", 0}};
     const ConfigMap map(value,
                         {"name", "mac", "mtu", "addresses", "tagging", "status", "vrf", "kind"});
     PortConfig port;
     port.name = readPortName(map.required("name"));
-    static constexpr ConfigChoice kinds[]{{"packet", 1}, {"xdp", 2}, {"tap", 3}};
-    port.kind = static_cast<PortKind>(map.choiceOr("kind", kinds, 1));
-    // A port that is said to be an interface of this host has the interface's address.
+    port.kind = map.choiceOr("kind", port.kind);
+    // A port with a kind is an interface of this host and has the interface's address.
     if (!map.find("kind") || map.find("mac")) {
         port.mac = readUnicastMac(map.required("mac"));
     }
@@ -74,11 +71,9 @@ PortConfig readPort(const ConfigValue& value) {
     if (const auto tagging = map.find("tagging")) {
         port.tagging = readTagging(*tagging);
     }
-    port.isUp = map.choiceOr("status", states, 1) == 1;
-    if (const auto vrf = map.find("vrf")) {
-        port.vrf = vrf->name("VRF name", maxVrfNameSize);
-        port.routesIp = true;
-    }
+    port.isUp = map.choiceOr("status", PortStatus::up) == PortStatus::up;
+    port.vrf = readVrf(map);
+    port.routesIp = map.find("vrf").has_value();
     return port;
 }
 
@@ -88,6 +83,7 @@ PortNames::PortNames(const std::vector<PortConfig>& ports) {
     for (const PortConfig& port : ports) {
         indices_.emplace(port.name, static_cast<PortIndex>(names_.size()));
         names_.emplace_back(port.name);
+        intfIds_.emplace_back(port.name);
     }
 }
 
@@ -98,6 +94,11 @@ PortIndex PortNames::read(const ConfigValue& value) const {
         value.fail(fmt::format("no port is named {}{}", inQuotes(name), suggestion(name, names_)));
     }
     return found->second;
+}
+
+std::string readVrf(const ConfigMap& map) {
+    const auto vrf = map.find("vrf");
+    return vrf ? vrf->name("VRF name", L3::VrfName::maxSize) : std::string(L3::defaultVrf);
 }
 
 std::vector<PortConfig> readPorts(const ConfigValue& list) {
@@ -121,17 +122,17 @@ std::vector<PortConfig> readPorts(const ConfigValue& list) {
 
 std::vector<NeighbourConfig> readNeighbours(const ConfigValue& list, const PortNames& ports) {
     std::vector<NeighbourConfig> neighbours;
-    std::map<std::pair<PortIndex, std::array<std::uint8_t, 17>>, std::size_t> lines;
+    std::map<std::tuple<PortIndex, Lumo::IpFamily, std::array<std::uint8_t, 16>>, std::size_t>
+        lines;
     for (std::size_t i = 0; i < list.listSize(); ++i) {
         const ConfigValue item = list.item(i);
         const ConfigMap map(item, {"address", "port", "mac"});
         const ConfigValue address = map.required("address");
         const NeighbourConfig neighbour{readIpAddress(address), ports.read(map.required("port")),
                                         readUnicastMac(map.required("mac"))};
-        std::array<std::uint8_t, 17> key{};
-        std::copy(neighbour.address.bytes.begin(), neighbour.address.bytes.end(), key.begin());
-        key.back() = static_cast<std::uint8_t>(neighbour.address.family);
-        const auto [first, isNew] = lines.emplace(std::pair(neighbour.port, key), item.line());
+        const auto [first, isNew] = lines.emplace(
+            std::tuple(neighbour.port, neighbour.address.family(), neighbour.address.bytes()),
+            item.line());
         if (!isNew) {
             address.fail(fmt::format("neighbour {} on this port is already defined at line {}",
                                      inQuotes(address.text("address")), first->second));

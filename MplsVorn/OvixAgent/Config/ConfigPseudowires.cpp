@@ -1,9 +1,8 @@
-#include "Config/ConfigPseudowires.h"
-
 #include <algorithm>
 #include <fmt/format.h>
 
 #include "Config/ConfigAddress.h"
+#include "Config/ConfigSections.h"
 #include "Config/ConfigText.h"
 #include "Config/ConfigVias.h"
 
@@ -12,10 +11,10 @@ namespace OvixAgent {
 namespace {
 
 constexpr std::size_t maxNameSize = 100;
-constexpr std::size_t maxTunnelLabels = 65535 / 4 - 1; ///< more do not fit the largest MTU
-constexpr std::uint32_t minPseudowireLabel = 16;       ///< RFC 3032 reserves those below
+constexpr std::size_t maxTunnelLabels = Mpls::Via::maxLabels - 1; ///< above the pseudowire's
+constexpr std::uint32_t minPseudowireLabel = 16;                  ///< RFC 3032 reserves those below
 
-std::vector<std::uint32_t> readTunnelLabels(const ConfigValue& list) {
+std::vector<Lumo::MplsLabel> readTunnelLabels(const ConfigValue& list) {
     if (list.listSize() > maxTunnelLabels) {
         list.fail(fmt::format("{} labels given, allowed are at most {}", list.listSize(),
                               maxTunnelLabels));
@@ -27,11 +26,10 @@ PseudowireConfig readPseudowire(const ConfigValue& value, const PortNames& ports
     const ConfigMap map(
         value, {"name", "port", "label", "control-word", "interface", "nexthop", "labels"});
     PseudowireConfig pseudowire;
-    pseudowire.line = value.line();
     pseudowire.name = map.required("name").name("pseudowire name", maxNameSize);
     pseudowire.port = ports.read(map.required("port"));
-    pseudowire.label =
-        map.required("label").number<std::uint32_t>("label", minPseudowireLabel, maxLabel);
+    pseudowire.label = Lumo::MplsLabel(map.required("label").number<std::uint32_t>(
+        "label", minPseudowireLabel, Lumo::MplsLabel::max));
     pseudowire.controlWord = map.booleanOr("control-word", pseudowire.controlWord);
     pseudowire.egress = ports.read(map.required("interface"));
     pseudowire.nexthop = readIpAddress(map.required("nexthop"));
@@ -41,55 +39,58 @@ PseudowireConfig readPseudowire(const ConfigValue& value, const PortNames& ports
     return pseudowire;
 }
 
-const PseudowireConfig* ofPort(const std::vector<PseudowireConfig>& pseudowires, PortIndex port) {
+using Pseudowires = std::vector<Placed<PseudowireConfig>>;
+
+const Placed<PseudowireConfig>* ofPort(const Pseudowires& pseudowires, PortIndex port) {
     const auto found = std::find_if(pseudowires.begin(), pseudowires.end(),
-                                    [&](const PseudowireConfig& p) { return p.port == port; });
+                                    [&](const auto& other) { return other.value.port == port; });
     return found != pseudowires.end() ? &*found : nullptr;
 }
 
-/// Neither the name nor the attachment circuit of an earlier one.
-void checkUnlike(const ConfigValue& value, const PseudowireConfig& pseudowire,
-                 const std::vector<PseudowireConfig>& earlier) {
+/// Its name and its attachment circuit differ from those of the earlier ones.
+void checkUnique(const ConfigValue& value, const PseudowireConfig& pseudowire,
+                 const Pseudowires& earlier) {
     const auto sameName = std::find_if(earlier.begin(), earlier.end(), [&](const auto& other) {
-        return other.name == pseudowire.name;
+        return other.value.name == pseudowire.name;
     });
     const ConfigMap map(value);
     if (sameName != earlier.end()) {
         map.required("name").fail(fmt::format("pseudowire {} is already defined at line {}",
                                               inQuotes(pseudowire.name), sameName->line));
     }
-    if (const PseudowireConfig* other = ofPort(earlier, pseudowire.port)) {
+    if (const auto* other = ofPort(earlier, pseudowire.port)) {
         map.required("port").fail(fmt::format(
             "{} is already the attachment circuit of pseudowire {} at line {}",
-            inQuotes(map.required("port").text("port")), inQuotes(other->name), other->line));
+            inQuotes(map.required("port").text("port")), inQuotes(other->value.name), other->line));
     }
 }
 
 /// What leaves by an attachment circuit belongs to its customer, so no tunnel starts there.
 void checkEgress(const ConfigValue& value, const PseudowireConfig& pseudowire,
-                 const std::vector<PseudowireConfig>& all) {
-    if (const PseudowireConfig* other = ofPort(all, pseudowire.egress)) {
+                 const Pseudowires& all) {
+    if (const auto* other = ofPort(all, pseudowire.egress)) {
         const ConfigMap map(value);
         const ConfigValue egress = map.required("interface");
         egress.fail(fmt::format("{} is the attachment circuit of pseudowire {} at line {}",
-                                inQuotes(egress.text("interface")), inQuotes(other->name),
+                                inQuotes(egress.text("interface")), inQuotes(other->value.name),
                                 other->line));
     }
 }
 
 } // namespace
 
-std::vector<PseudowireConfig> readPseudowires(const ConfigValue& list, const PortNames& ports) {
-    std::vector<PseudowireConfig> pseudowires;
+std::vector<Placed<PseudowireConfig>> readPseudowires(const ConfigValue& list,
+                                                      const PortNames& ports) {
+    Pseudowires pseudowires;
     for (std::size_t i = 0; i < list.listSize(); ++i) {
         const ConfigValue item = list.item(i);
         const PseudowireConfig pseudowire = readPseudowire(item, ports);
-        checkUnlike(item, pseudowire, pseudowires);
-        pseudowires.push_back(pseudowire);
+        checkUnique(item, pseudowire, pseudowires);
+        pseudowires.push_back({pseudowire, item.line()});
     }
     for (std::size_t i = 0; i < pseudowires.size(); ++i) {
         const ConfigValue item = list.item(i);
-        checkEgress(item, pseudowires[i], pseudowires);
+        checkEgress(item, pseudowires[i].value, pseudowires);
     }
     return pseudowires;
 }

@@ -143,18 +143,8 @@ std::string ConfigValue::name(std::string_view noun, std::size_t maxBytes) const
     return std::string(result);
 }
 
-std::uint8_t ConfigValue::choice(std::string_view noun,
-                                 std::span<const ConfigChoice> choices) const {
+void ConfigValue::failChoice(std::string_view noun, std::span<const std::string_view> words) const {
     const std::string_view word = text(noun);
-    const auto known = std::find_if(choices.begin(), choices.end(),
-                                    [&](const ConfigChoice& c) { return c.word == word; });
-    if (known != choices.end()) {
-        return known->value;
-    }
-    std::vector<std::string_view> words;
-    for (const ConfigChoice& c : choices) {
-        words.push_back(c.word);
-    }
     fail(fmt::format("unknown {} {}{}", noun, inQuotes(word), suggestion(word, words)));
 }
 

@@ -10,18 +10,13 @@
 #include <string_view>
 
 #include "Config/ConfigDocument.h"
+#include "Tessel/Words.h"
 
 namespace OvixAgent {
 
-/// A word that a value may be, with what it stands for.
-struct ConfigChoice {
-    std::string_view word;
-    std::uint8_t value;
-};
-
-/// A place in a configuration document: a node and the way that led to it, so that every error can
-/// name file, line, key and value. A value refers to the one it was reached through, which must
-/// outlive it. All readers throw ConfigError when the node is of another kind or out of range.
+/// A place in a configuration document: a node and the path to it, so that every error can name
+/// file, line, key and value. A value refers to the one it was reached through, which must outlive
+/// it. All readers throw ConfigError when the node is of another kind or out of range.
 class ConfigValue {
   public:
     using Kind = ConfigDocument::Kind;
@@ -47,7 +42,15 @@ class ConfigValue {
     std::string_view text(std::string_view noun) const;
     /// Text of 1 to `maxBytes` bytes without control characters.
     std::string name(std::string_view noun, std::size_t maxBytes) const;
-    std::uint8_t choice(std::string_view noun, std::span<const ConfigChoice> choices) const;
+    /// One of the words of an enumeration.
+    template <typename Value>
+    Value choice(std::string_view noun) const {
+        const std::optional<Value> value = Tessel::valueOf<Value>(text(noun));
+        if (!value) {
+            failChoice(noun, Tessel::wordList<Value>());
+        }
+        return *value;
+    }
 
     /// Throws ConfigError for this place.
     [[noreturn]] void fail(const std::string& what) const;
@@ -61,6 +64,8 @@ class ConfigValue {
 
     [[noreturn]] void failAt(std::size_t line, const std::string& path,
                              const std::string& what) const;
+    [[noreturn]] void failChoice(std::string_view noun,
+                                 std::span<const std::string_view> words) const;
     void expect(Kind kind, std::string_view what) const;
     std::uint64_t readNumber(std::string_view noun, std::uint64_t min, std::uint64_t max) const;
     std::string path() const;
@@ -105,8 +110,11 @@ class ConfigMap {
         return found ? std::optional<Number>(found->number<Number>(key, min, max)) : std::nullopt;
     }
     bool booleanOr(std::string_view key, bool otherwise) const;
-    std::uint8_t choiceOr(std::string_view key, std::span<const ConfigChoice> choices,
-                          std::uint8_t otherwise) const;
+    template <typename Value>
+    Value choiceOr(std::string_view key, Value otherwise) const {
+        const std::optional<ConfigValue> found = find(key);
+        return found ? found->choice<Value>(key) : otherwise;
+    }
 
     /// Throws ConfigError for `key` of this map, whether it is there or not.
     [[noreturn]] void failFor(std::string_view key, const std::string& what) const;

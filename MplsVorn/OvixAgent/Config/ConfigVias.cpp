@@ -1,7 +1,6 @@
 #include "Config/ConfigVias.h"
 
 #include <fmt/format.h>
-#include <limits>
 
 #include "Config/ConfigAddress.h"
 
@@ -9,20 +8,17 @@ namespace OvixAgent {
 
 namespace {
 
-constexpr std::size_t maxVias = 599;
-constexpr std::size_t maxLabels = 65535 / 4; ///< more do not fit the largest MTU
-constexpr std::uint32_t implicitNull = 3;    ///< RFC 3032
-constexpr std::uint32_t anyWeight = std::numeric_limits<std::uint32_t>::max();
+using Lumo::MplsLabel;
+using Lumo::MplsLabelAction;
+using Mpls::LfibViaType;
+using Mpls::Via;
+using Mpls::ViaOptions;
+using Mpls::WeightedVia;
 
-constexpr ConfigChoice actions[]{{"push", 1}, {"pop", 2}, {"swap", 3}};
-constexpr ConfigChoice ttlModes[]{{"uniform", 0}, {"pipe", 1}};
-constexpr ConfigChoice payloads[]{{"undefined", 0}, {"none", 1},     {"ipv4", 2},
-                                  {"ipv6", 3},      {"ethernet", 4}, {"auto", 5}};
-
-/// The operation's labels fit its action: none for pop, some for push and swap.
-std::vector<std::uint32_t> readLabels(const ConfigMap& map, ViaAction action) {
+/// The labels that the action takes: none for pop, some for push and swap.
+std::vector<MplsLabel> readLabels(const ConfigMap& map, MplsLabelAction action) {
     const std::optional<ConfigValue> list = map.find("labels");
-    if (action == ViaAction::pop) {
+    if (action == MplsLabelAction::pop) {
         if (list) {
             list->fail("action pop takes no labels");
         }
@@ -31,87 +27,105 @@ std::vector<std::uint32_t> readLabels(const ConfigMap& map, ViaAction action) {
     if (!list) {
         map.failFor("labels", "missing (push and swap need at least one label)");
     }
-    if (list->listSize() == 0 || list->listSize() > maxLabels) {
+    if (list->listSize() == 0 || list->listSize() > Via::maxLabels) {
         list->fail(fmt::format("{} labels given, push and swap take 1 to {}", list->listSize(),
-                               maxLabels));
+                               Via::maxLabels));
     }
     return readLabelList(*list, "use action pop instead");
 }
 
-/// Such a via always pops.
-bool isLookup(ViaType type) {
-    return type == ViaTypes::ipLookup || type == ViaTypes::ipLookupPerPrefix;
-}
-
-/// A via must lead somewhere. The payload of an IP lookup is routed in the VRF, which always has a
-/// name.
-void checkDestination(const ConfigValue& value, const ViaConfig& via, ViaType type) {
-    if (!isLookup(type) && !via.port && !via.nexthop && via.fec == 0) {
-        value.fail("leads nowhere: interface, nexthop or fec is needed");
-    }
-}
-
-ViaConfig readVia(const ConfigValue& value, ViaType type, const PortNames& ports) {
-    const ConfigMap map(value, {"interface", "nexthop", "weight", "action", "labels", "ttl", "tc",
-                                "push-ttl", "payload", "mtu", "vlan", "fec", "vrf"});
-    ViaConfig via;
+ViaOptions readOptions(const ConfigMap& map, const PortNames& ports) {
+    ViaOptions options;
     if (const auto port = map.find("interface")) {
-        via.port = ports.read(*port);
+        options.intf = ports.readIntfId(*port);
     }
     if (const auto nexthop = map.find("nexthop")) {
-        via.nexthop = readIpAddress(*nexthop);
+        options.nexthop = readIpAddress(*nexthop);
     }
-    via.weight = map.numberOr<std::uint32_t>("weight", 0, anyWeight, via.weight);
-    if (!isLookup(type) || map.find("action")) {
-        via.action = static_cast<ViaAction>(map.required("action").choice("action", actions));
-    }
-    via.labels = readLabels(map, via.action);
-    via.ttl = static_cast<TtlMode>(map.choiceOr("ttl", ttlModes, 0));
-    via.tc = map.optionalNumber<std::uint8_t>("tc", 0, 7);
-    via.pushTtl = map.optionalNumber<std::uint8_t>("push-ttl", 1, 255);
-    via.payload = static_cast<PayloadType>(map.choiceOr("payload", payloads, 5));
-    via.mtu = map.optionalNumber<std::uint32_t>("mtu", 68, 65535);
-    via.vlan = map.optionalNumber<std::uint16_t>("vlan", 1, 4094);
-    via.fec = map.numberOr<std::uint64_t>("fec", 0, maxFecId, 0);
-    if (const auto vrf = map.find("vrf")) {
-        via.vrf = vrf->name("VRF name", maxVrfNameSize);
-    }
-    checkDestination(value, via, type);
-    return via;
+    options.ttl = map.choiceOr("ttl", options.ttl);
+    options.tc = map.optionalNumber<std::uint8_t>("tc", 0, 7);
+    options.pushTtl = map.numberOr<std::uint8_t>("push-ttl", 1, 255, 0);
+    options.payload = map.choiceOr("payload", options.payload);
+    options.mtu = map.numberOr<std::uint32_t>("mtu", 68, 65535, 0);
+    options.vlan = map.numberOr<std::uint16_t>("vlan", 1, Via::maxVlan, 0);
+    options.fec = map.numberOr<std::uint64_t>("fec", 0, Via::maxFec, 0);
+    const std::string vrf = readVrf(map);
+    options.vrf = vrf == L3::defaultVrf ? std::string_view() : vrf;
+    return options;
 }
 
-std::uint64_t totalWeight(const ViaList& vias) {
+/// A via of a type that looks up in a VRF pops, and leads nowhere else.
+Tessel::Result<Via> makeVia(LfibViaType type, MplsLabelAction action, Via::Labels labels,
+                            const ViaOptions& options) {
+    if (Mpls::looksUp(type)) {
+        return Via::popAndLookUp(options.vrf, options.payload);
+    }
+    switch (action) {
+    case MplsLabelAction::push:
+        return Via::push(labels, options);
+    case MplsLabelAction::swap:
+        return Via::swap(labels, options);
+    default:
+        return Via::pop(options);
+    }
+}
+
+WeightedVia readVia(const ConfigValue& value, LfibViaType type, const PortNames& ports) {
+    const ConfigMap map(value, {"interface", "nexthop", "weight", "action", "labels", "ttl", "tc",
+                                "push-ttl", "payload", "mtu", "vlan", "fec", "vrf"});
+    const auto weight = map.numberOr<std::uint32_t>("weight", 0, maxWeight, 1);
+    const auto action = Mpls::looksUp(type) && !map.find("action")
+                            ? MplsLabelAction::pop
+                            : map.required("action").choice<MplsLabelAction>("action");
+    const std::vector<MplsLabel> labels = readLabels(map, action);
+    const ViaOptions options = readOptions(map, ports);
+    return {viaOrFail(value, makeVia(type, action, labels, options)), weight};
+}
+
+void checkWeights(const ConfigValue& value, std::span<const WeightedVia> vias) {
     std::uint64_t total = 0;
-    for (const ViaConfig& via : vias) {
+    for (const WeightedVia& via : vias) {
         total += via.weight;
     }
-    return total;
+    OvixAgent::checkWeights(value, total);
 }
 
 } // namespace
 
-std::vector<std::uint32_t> readLabelList(const ConfigValue& list, std::string_view instead) {
-    std::vector<std::uint32_t> labels;
+MplsLabel readLabel(const ConfigValue& value, std::string_view instead) {
+    const MplsLabel label(value.number<std::uint32_t>("label", 0, MplsLabel::max));
+    if (label == Lumo::implicitNull) {
+        value.fail(fmt::format("label 3 (implicit null) never stands in a frame; {}", instead));
+    }
+    return label;
+}
+
+std::vector<MplsLabel> readLabelList(const ConfigValue& list, std::string_view instead) {
+    std::vector<MplsLabel> labels;
     labels.reserve(list.listSize());
     for (std::size_t i = 0; i < list.listSize(); ++i) {
         const ConfigValue item = list.item(i);
-        labels.push_back(item.number<std::uint32_t>("label", 0, maxLabel));
-        if (labels.back() == implicitNull) {
-            item.fail(fmt::format("label 3 (implicit null) never stands in a frame; {}", instead));
-        }
+        labels.push_back(readLabel(item, instead));
     }
     return labels;
 }
 
 void checkWeights(const ConfigValue& value, std::uint64_t total) {
-    if (total == 0 || total > anyWeight) {
+    if (total == 0 || total > maxWeight) {
         value.fail(fmt::format("the weights add up to {}, which is out of range (1..{})", total,
-                               anyWeight));
+                               maxWeight));
     }
 }
 
-ViaList readViaList(const ConfigValue& list, ViaType type, const PortNames& ports,
-                    bool mayBeEmpty) {
+Via viaOrFail(const ConfigValue& value, const Tessel::Result<Via>& via) {
+    if (!via) {
+        value.fail(via.refused().what);
+    }
+    return via.value();
+}
+
+std::vector<WeightedVia> readViaList(const ConfigValue& list, LfibViaType type,
+                                     const PortNames& ports, bool mayBeEmpty) {
     const std::size_t size = list.listSize();
     if (size == 0 && mayBeEmpty) {
         return {};
@@ -119,26 +133,25 @@ ViaList readViaList(const ConfigValue& list, ViaType type, const PortNames& port
     if (size == 0 || size > maxVias) {
         list.fail(fmt::format("{} vias given, allowed are 1 to {}", size, maxVias));
     }
-    ViaList vias;
+    std::vector<WeightedVia> vias;
     vias.reserve(size);
     for (std::size_t i = 0; i < size; ++i) {
         vias.push_back(readVia(list.item(i), type, ports));
     }
-    checkWeights(list, totalWeight(vias));
+    checkWeights(list, vias);
     return vias;
 }
 
-ViaList readVias(const ConfigMap& map, ViaType type, const PortNames& ports) {
+std::vector<WeightedVia> readVias(const ConfigMap& map, LfibViaType type, const PortNames& ports) {
     const std::optional<ConfigValue> single = map.find("via");
     if (!single) {
-        const ConfigValue list = map.required("vias");
-        return readViaList(list, type, ports);
+        return readViaList(map.required("vias"), type, ports);
     }
     if (map.find("vias")) {
         single->fail("via and vias cannot both be given");
     }
-    ViaList vias{readVia(*single, type, ports)};
-    checkWeights(*single, totalWeight(vias));
+    const std::vector<WeightedVia> vias{readVia(*single, type, ports)};
+    checkWeights(*single, vias);
     return vias;
 }
 

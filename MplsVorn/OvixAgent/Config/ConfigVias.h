@@ -6,20 +6,25 @@
 
 namespace OvixAgent {
 
-inline constexpr std::uint32_t maxLabel = 0xfffff; ///< 20 bits (RFC 3032)
+inline constexpr std::size_t maxVias = 599;
+inline constexpr std::uint32_t maxWeight = 0xffffffff;
 
-/// A list of labels that may stand in a frame; for label 3, which may not, the error says what to
-/// do `instead`.
-std::vector<std::uint32_t> readLabelList(const ConfigValue& list, std::string_view instead);
+/// A label that may stand in a frame: not 3, for which the error says what to do `instead`.
+Lumo::MplsLabel readLabel(const ConfigValue& value, std::string_view instead);
+std::vector<Lumo::MplsLabel> readLabelList(const ConfigValue& list, std::string_view instead);
 
-/// The weights of the vias that `value` gives must add up to 1..4294967295.
+/// The vias of `value` must have weights that add up to 1..4294967295.
 void checkWeights(const ConfigValue& value, std::uint64_t total);
 
-/// The vias of a map: a list under `vias`, or a single via under `via`.
-ViaList readVias(const ConfigMap& map, ViaType type, const PortNames& ports);
+/// The via that `value` describes; a refusal is an error at its place.
+Mpls::Via viaOrFail(const ConfigValue& value, const Tessel::Result<Mpls::Via>& via);
 
-/// A via list; none is an error unless `mayBeEmpty`.
-ViaList readViaList(const ConfigValue& list, ViaType type, const PortNames& ports,
-                    bool mayBeEmpty = false);
+/// The vias of a map: a list under `vias`, or a single via under `via`.
+std::vector<Mpls::WeightedVia> readVias(const ConfigMap& map, Mpls::LfibViaType type,
+                                        const PortNames& ports);
+
+/// A list of vias; an empty one is an error unless `mayBeEmpty`.
+std::vector<Mpls::WeightedVia> readViaList(const ConfigValue& list, Mpls::LfibViaType type,
+                                           const PortNames& ports, bool mayBeEmpty = false);
 
 } // namespace OvixAgent

@@ -67,7 +67,7 @@ Fate EgressLookup::find(Ovix::PacketContext& packet, std::size_t snapped,
         return router_.route(*fib, nexthop.address(), packet, snapped, egress);
     }
     if (FecId::isHierarchicalIntfId(intf)) {
-        const FecTable::Nexthop* member = tables_->fecs.choose(intf, packet.hash());
+        const WeightedNextHop* member = tables_->fecs.choose(intf, packet.hash());
         return member != nullptr
                    ? sendBy(tables_->ports.ports()[member->port], member->address, packet, egress)
                    : drop(Reason::unknownFec);

@@ -1,34 +1,8 @@
 #include "Ip/SharedIpRoutes.h"
 
-#include <algorithm>
-
 #include "Tessel/Exceptions.h"
 
 namespace OvixAgent {
-
-namespace {
-
-IpPrefix prefixOf(const L3::RouteKey& key) {
-    IpPrefix prefix;
-    const bool isIpv4 = key.prefix.family() == Lumo::IpFamily::ipv4;
-    prefix.address.family = isIpv4 ? IpAddress::Family::ipv4 : IpAddress::Family::ipv6;
-    std::copy_n(key.prefix.bytes().begin(),
-                isIpv4 ? Lumo::IpGenAddr::ipv4Size : Lumo::IpGenAddr::ipv6Size,
-                prefix.address.bytes.begin());
-    prefix.length = key.length;
-    return prefix;
-}
-
-Ptr<Ovix::RewriteImpl> pushOf(const Ovix::OvixMplsVia& via) {
-    if (via.labels.empty()) {
-        return nullptr;
-    }
-    const std::string_view packed = via.labels.view();
-    const std::span bytes(reinterpret_cast<const std::uint8_t*>(packed.data()), packed.size());
-    return pushRewrite(Lumo::UnboundedMplsLabelOperation(bytes), via.ttl());
-}
-
-} // namespace
 
 SharedIpRoutes::SharedIpRoutes(Ptr<const Tessel::TableReader> tables, ForwardingTables& forwarding)
     : forwarding_(&forwarding), routes_(tables), tables_(std::move(tables)),
@@ -69,7 +43,7 @@ void SharedIpRoutes::drop(std::uint32_t place) {
     }
     const auto last = placeOf_.find(taken->second);
     if (last != placeOf_.end() && last->second == place) {
-        forwarding_->vrfs->fibIs(taken->second.vrf).routeDel(prefixOf(taken->second.prefix));
+        forwarding_->vrfs->fibIs(taken->second.vrf).routeDel(taken->second.prefix.range());
         placeOf_.erase(last);
     }
     taken_.erase(taken);
@@ -90,41 +64,19 @@ void SharedIpRoutes::take(std::uint32_t place) {
     if (isOwnAddress(target)) {
         return;
     }
-    forwarding_->vrfs->fibIs(target.vrf).routeIs(prefixOf(target.prefix), routeOf(*route));
+    forwarding_->vrfs->fibIs(target.vrf)
+        .routeIs(target.prefix.range(), resolve(*route, forwarding_->ports, nullptr));
     taken_[place] = target;
     placeOf_[target] = place;
 }
 
-/// The device's own addresses are not routed elsewhere.
+/// Shared routes do not take over the device's own addresses.
 bool SharedIpRoutes::isOwnAddress(const Target& target) const {
     const L3::RouteKey& key = target.prefix;
-    const std::uint8_t whole = key.prefix.family() == Lumo::IpFamily::ipv4 ? 32 : 128;
     const Fib* fib = forwarding_->vrfs->fib(target.vrf);
     const IpRoute* own = fib != nullptr ? fib->find(key.prefix) : nullptr;
-    return key.length == whole && own != nullptr && own->isLocal() && !placeOf_.contains(target);
-}
-
-IpRoute SharedIpRoutes::routeOf(const L3::Route& route) {
-    if (route.kind != L3::Route::Kind::forward) {
-        return route.kind == L3::Route::Kind::local ? IpRoute::local() : IpRoute::drop();
-    }
-    std::vector<IpRouteVia> vias;
-    const auto entries = route.ways->entries(false);
-    for (std::uint32_t i = 0; i < entries.size(); ++i) {
-        const Ovix::OvixMplsVia& via = route.ways->via(false, i);
-        const Port* port = forwarding_->ports.byIntfId(via.intfId);
-        if (port == nullptr) {
-            continue;
-        }
-        IpRouteVia& made = vias.emplace_back();
-        made.port = forwarding_->ports.indexOf(*port);
-        made.nexthop = via.nexthop;
-        made.onLink = via.nexthop.empty();
-        made.weight = std::max<std::uint32_t>(1, entries[i].weight);
-        made.push = pushOf(via);
-    }
-    // What is routed to an interface that is no port, such as the loopback's, is for the device.
-    return vias.empty() ? IpRoute::local() : IpRoute::forward(std::move(vias));
+    return key.length == key.prefix.bits() && own != nullptr && own->isLocal() &&
+           !placeOf_.contains(target);
 }
 
 } // namespace OvixAgent

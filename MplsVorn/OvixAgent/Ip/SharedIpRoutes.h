@@ -11,23 +11,22 @@
 
 namespace OvixAgent {
 
-/// Keeps the routes of the VRFs as the shared tables say. Routes of the configuration, and of the
-/// ports' own addresses, stay unless a shared one takes their place. A VRF that a route names is
-/// there from then on.
+/// Keeps the routes of the VRFs in step with the shared tables. Routes of the configuration, and of
+/// the ports' own addresses, stay unless a shared one replaces them. A route makes its VRF.
 class SharedIpRoutes {
   public:
-    /// Takes over what there is with the first calls of `refresh`.
+    /// The first calls of `refresh` take over the routes that exist.
     SharedIpRoutes(Ptr<const Tessel::TableReader> tables, ForwardingTables& forwarding);
 
-    /// The VRFs have been made anew, without shared routes: takes over all of them again.
+    /// The VRFs have been made again without shared routes: takes over all of them.
     void startOver();
 
-    /// To be called when the reader may have gone over to another generation: takes over some of
-    /// what has changed, and returns whether that was all.
+    /// To be called when the reader may hold another generation: takes over some of the changes,
+    /// and returns whether those were all.
     bool refresh();
 
   private:
-    /// What a route is for in the agent: a prefix in a VRF, which has that name only.
+    /// What a route in the agent is for: a prefix in the VRF of that name.
     struct Target {
         std::string vrf;
         L3::RouteKey prefix;
@@ -40,7 +39,6 @@ class SharedIpRoutes {
     void take(std::uint32_t place);
     void drop(std::uint32_t place);
     bool isOwnAddress(const Target& target) const;
-    IpRoute routeOf(const L3::Route& route);
 
     ForwardingTables* forwarding_;
     L3::Routes routes_;
@@ -48,7 +46,7 @@ class SharedIpRoutes {
     Tessel::TableChanges changes_;
     std::uint64_t generation_;
     std::unordered_map<std::uint32_t, Target> taken_; ///< by place
-    std::map<Target, std::uint32_t> placeOf_;         ///< that a route was taken from last
+    std::map<Target, std::uint32_t> placeOf_;         ///< that a route was last taken from
 };
 
 } // namespace OvixAgent

@@ -1,61 +1,62 @@
 #include "State/Fib.h"
 
 #include <algorithm>
-
-#include "State/Neighbours.h"
+#include <cassert>
 
 namespace OvixAgent {
 
 namespace {
 
-AddressBits bitsOf(const IpPrefix& prefix) {
-    return AddressBits::of(toIpGenAddr(prefix.address));
+AddressBits bitsOf(const Lumo::IpGenPrefix& prefix) {
+    return AddressBits::of(prefix.address());
 }
 
 } // namespace
 
-PrefixTable& Fib::tableOf(const IpPrefix& prefix) {
-    Lengths& lengths = prefix.address.family == IpAddress::Family::ipv4 ? ipv4_ : ipv6_;
-    const auto at = std::find_if(lengths.begin(), lengths.end(),
-                                 [&](const PrefixTable& t) { return t.length() <= prefix.length; });
-    return at != lengths.end() && at->length() == prefix.length
+PrefixTable& Fib::tableOf(const Lumo::IpGenPrefix& prefix) {
+    Lengths& lengths = prefix.address().family() == Lumo::IpFamily::ipv4 ? ipv4_ : ipv6_;
+    const auto at = std::find_if(lengths.begin(), lengths.end(), [&](const PrefixTable& t) {
+        return t.length() <= prefix.length();
+    });
+    return at != lengths.end() && at->length() == prefix.length()
                ? *at
-               : *lengths.insert(at, PrefixTable(prefix.length));
+               : *lengths.insert(at, PrefixTable(prefix.length()));
 }
 
-std::uint32_t Fib::place(Place made) {
+std::uint32_t Fib::add(Place place) {
     if (free_.empty()) {
-        routes_.push_back(std::move(made));
+        routes_.push_back(std::move(place));
         return static_cast<std::uint32_t>(routes_.size() - 1);
     }
     const std::uint32_t at = free_.back();
     free_.pop_back();
-    routes_[at] = std::move(made);
+    routes_[at] = std::move(place);
     return at;
 }
 
-void Fib::giveBack(std::uint32_t at) {
+void Fib::release(std::uint32_t at) {
+    assert(at < routes_.size());
     routes_[at].route = IpRoute::drop();
     free_.push_back(at);
 }
 
-bool Fib::insert(const IpPrefix& prefix, IpRoute route) {
-    const std::uint32_t at = place({std::move(route), true, PrefixTable::none});
+bool Fib::insert(const Lumo::IpGenPrefix& prefix, IpRoute route) {
+    const std::uint32_t at = add({std::move(route), true, PrefixTable::none});
     if (!tableOf(prefix).insert(bitsOf(prefix), at)) {
-        giveBack(at);
+        release(at);
         return false;
     }
     return true;
 }
 
-void Fib::routeIs(const IpPrefix& prefix, IpRoute route) {
+void Fib::routeIs(const Lumo::IpGenPrefix& prefix, IpRoute route) {
     routeDel(prefix);
     PrefixTable& table = tableOf(prefix);
     const std::uint32_t configured = table.erase(bitsOf(prefix));
-    table.insert(bitsOf(prefix), place({std::move(route), false, configured}));
+    table.insert(bitsOf(prefix), add({std::move(route), false, configured}));
 }
 
-bool Fib::routeDel(const IpPrefix& prefix) {
+bool Fib::routeDel(const Lumo::IpGenPrefix& prefix) {
     PrefixTable& table = tableOf(prefix);
     const std::uint32_t at = table.find(bitsOf(prefix));
     if (at == PrefixTable::none || routes_[at].isConfigured) {
@@ -65,7 +66,7 @@ bool Fib::routeDel(const IpPrefix& prefix) {
     if (routes_[at].covered != PrefixTable::none) {
         table.insert(bitsOf(prefix), routes_[at].covered);
     }
-    giveBack(at);
+    release(at);
     return true;
 }
 

@@ -2,48 +2,48 @@
 
 #include <vector>
 
-#include "Config/ConfigTypes.h"
+#include "Lumo/IpGenAddr.h"
 #include "State/IpRoute.h"
 #include "State/PrefixTable.h"
 
 namespace OvixAgent {
 
-/// The IP routes of one VRF, of both families. The longest prefix that matches is found by asking
-/// one hash table per prefix length in use, the longest first. A route that has been learned goes
-/// before the configured one of its prefix, as long as there is one.
+/// The IP routes of one VRF, of both families. The longest prefix that matches is found in one hash
+/// table per prefix length in use, the longest first. A learned route precedes the configured one
+/// of its prefix.
 class Fib {
   public:
     /// Adds a configured route. False, with nothing done, when the prefix has a route already.
-    bool insert(const IpPrefix& prefix, IpRoute route);
-    /// Adds a learned route, in the place of the one learned before.
-    void routeIs(const IpPrefix& prefix, IpRoute route);
-    /// Takes the learned route away. False when there is none.
-    bool routeDel(const IpPrefix& prefix);
+    bool insert(const Lumo::IpGenPrefix& prefix, IpRoute route);
+    /// Adds a learned route, replacing the one learned before.
+    void routeIs(const Lumo::IpGenPrefix& prefix, IpRoute route);
+    /// Removes the learned route. False when there is none.
+    bool routeDel(const Lumo::IpGenPrefix& prefix);
 
     /// The route of the longest prefix that the address lies in; null when there is none, as for an
-    /// address of no family. Good until the next insertion.
+    /// address of no family. Valid until the next insertion.
     const IpRoute* find(const Lumo::IpGenAddr& address) const noexcept;
-    /// The route of the very prefix that has this length and the address lies in, likewise.
+    /// The route of the prefix of exactly this length that the address lies in, likewise.
     const IpRoute* find(const Lumo::IpGenAddr& address, unsigned length) const noexcept;
 
   private:
     struct Place {
         IpRoute route;
         bool isConfigured;
-        std::uint32_t covered; ///< place of the configured route that a learned one is before
+        std::uint32_t covered; ///< index of the configured route that a learned one precedes
     };
 
-    std::uint32_t place(Place made);
-    void giveBack(std::uint32_t at);
+    std::uint32_t add(Place place);
+    void release(std::uint32_t at);
 
     using Lengths = std::vector<PrefixTable>; ///< longest first
 
-    PrefixTable& tableOf(const IpPrefix& prefix);
+    PrefixTable& tableOf(const Lumo::IpGenPrefix& prefix);
 
     Lengths ipv4_;
     Lengths ipv6_;
     std::vector<Place> routes_;
-    std::vector<std::uint32_t> free_; ///< places among the routes
+    std::vector<std::uint32_t> free_; ///< indices into routes_
 };
 
 } // namespace OvixAgent

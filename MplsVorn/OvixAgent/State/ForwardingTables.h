@@ -9,22 +9,22 @@
 
 namespace OvixAgent {
 
-/// All that frames are forwarded by beside the label tables, made from a configuration.
+/// What frames are forwarded by beside the label tables, made from a configuration.
 struct ForwardingTables {
     explicit ForwardingTables(const AgentConfig& config)
         : ports(config.ports), neighbours(config), fecs(config.fecs), pseudowires(config),
-          vrfs(Tessel::make<VrfRoot>(config, neighbours)) {}
+          vrfs(Tessel::make<VrfRoot>(config, ports, neighbours)) {}
     ForwardingTables(const ForwardingTables&) = delete;
     ForwardingTables& operator=(const ForwardingTables&) = delete;
     ~ForwardingTables() = default;
 
-    /// Takes over all but what belongs to the ports' links, which must be the same. What has been
-    /// counted for pseudowires is counted from zero again.
+    /// Takes over all but what belongs to the ports' links, which must be the same. The counts of
+    /// pseudowires restart at zero.
     void configure(const AgentConfig& config) {
         neighbours.configure(config);
         fecs = FecTable(config.fecs);
         pseudowires = Pseudowires(config);
-        vrfs = Tessel::make<VrfRoot>(config, neighbours);
+        vrfs = Tessel::make<VrfRoot>(config, ports, neighbours);
         ports.configure(config.ports);
     }
 

@@ -1,33 +1,37 @@
 #pragma once
 
+#include <cassert>
 #include <cstdint>
 #include <vector>
 
-#include "Config/ConfigTypes.h"
 #include "Lumo/EthAddr.h"
+#include "Lumo/MplsLabelOperation.h"
 #include "Ovix/rewrite/RewriteImpl.h"
+#include "Published/IpRoutes.h"
+#include "State/Neighbours.h"
+#include "State/PortTable.h"
 
 namespace OvixAgent {
 
-/// One way of an IP route.
+/// A via of an IP route, resolved as far as possible.
 struct IpRouteVia {
     PortIndex port = 0;
     bool onLink = false;                ///< the destination is a neighbour itself
-    const Lumo::EthAddr* mac = nullptr; ///< else the next hop's; null: not known when it was made
-    Lumo::IpGenAddr nexthop;            ///< to look for then
+    const Lumo::EthAddr* mac = nullptr; ///< the next hop's; null: looked up for each packet
+    Lumo::IpGenAddr nexthop;
     std::uint32_t weight = 1;
-    Ptr<Ovix::RewriteImpl> push; ///< puts the route's label stack on; empty: none
+    Ptr<Ovix::RewriteImpl> push; ///< pushes the via's label stack; empty: no labels
 };
 
 /// What becomes of the packets that a prefix matches.
 class IpRoute {
   public:
-    /// They are for the device itself.
+    /// For the device itself.
     static IpRoute local() { return IpRoute(Kind::local, {}); }
-    /// So they are, and for all hosts of a subnet that it is connected to.
+    /// For the device and for all hosts of a connected subnet.
     static IpRoute broadcast() { return IpRoute(Kind::broadcast, {}); }
     static IpRoute drop() { return IpRoute(Kind::drop, {}); }
-    /// At least one via; the weights add up to 1..4294967295.
+    /// At least one via, with weights that add up to at least 1.
     static IpRoute forward(std::vector<IpRouteVia> vias) {
         return IpRoute(Kind::forward, std::move(vias));
     }
@@ -57,11 +61,24 @@ class IpRoute {
         for (const IpRouteVia& via : vias_) {
             totalWeight_ += via.weight;
         }
+        assert(kind != Kind::forward || totalWeight_ > 0);
     }
 
     std::vector<IpRouteVia> vias_;
     std::uint64_t totalWeight_ = 0;
     Kind kind_;
 };
+
+/// Resolves a route. Vias through interfaces that are not ports are left out; a route with no other
+/// is for the device itself. MACs are taken from `configured`, when there is one, which must
+/// outlive the route.
+IpRoute resolve(const L3::Route& route, const PortTable& ports, const Neighbours* configured);
+
+/// Pushes the operation's labels on an IP packet.
+Ptr<Ovix::RewriteImpl> pushRewrite(const Lumo::UnboundedMplsLabelOperation& operation,
+                                   Mpls::TtlMode ttl);
+
+/// The operation that pushRewrite() was given; a view that lives no longer than the rewrite.
+Lumo::UnboundedMplsLabelOperation pushedLabels(const Ovix::RewriteImpl& push);
 
 } // namespace OvixAgent

@@ -1,14 +1,10 @@
 #include "State/Neighbours.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstring>
 
 namespace OvixAgent {
-
-Lumo::IpGenAddr toIpGenAddr(const IpAddress& address) noexcept {
-    return address.family == IpAddress::Family::ipv4 ? Lumo::IpGenAddr::ipv4(address.bytes.data())
-                                                     : Lumo::IpGenAddr::ipv6(address.bytes.data());
-}
 
 Neighbours::Neighbours(const AgentConfig& config) : links_(config.ports.size()) {
     configure(config);
@@ -17,7 +13,7 @@ Neighbours::Neighbours(const AgentConfig& config) : links_(config.ports.size()) 
 void Neighbours::configure(const AgentConfig& config) {
     std::erase_if(neighbours_, [](const auto& entry) { return entry.second.isConfigured; });
     for (const NeighbourConfig& neighbour : config.neighbours) {
-        neighbours_.insert_or_assign({toIpGenAddr(neighbour.address), neighbour.port},
+        neighbours_.insert_or_assign({neighbour.address, neighbour.port},
                                      Device{neighbour.mac, true});
     }
     for (PortIndex port = 0; port < links_.size(); ++port) {
@@ -26,6 +22,7 @@ void Neighbours::configure(const AgentConfig& config) {
 }
 
 void Neighbours::countDevices(PortIndex port) {
+    assert(port < links_.size());
     Link& link = links_[port] = {};
     for (const auto& [key, device] : neighbours_) {
         if (key.port != port) {

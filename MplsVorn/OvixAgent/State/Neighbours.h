@@ -10,40 +10,36 @@
 
 namespace OvixAgent {
 
-Lumo::IpGenAddr toIpGenAddr(const IpAddress& address) noexcept;
-
 /// The MAC addresses of the neighbours, by address and port.
 class Neighbours {
   public:
     explicit Neighbours(const AgentConfig& config);
 
-    /// Puts another configuration's neighbours in the place of those there were; what was learnt
-    /// stays. The ports must be the same.
+    /// Replaces the neighbours of the configuration; those learned stay. The ports must be the
+    /// same.
     void configure(const AgentConfig& config);
 
     /// Null when the port has no neighbour of that address.
     const Lumo::EthAddr* find(const Lumo::IpGenAddr& address, PortIndex port) const;
 
-    /// The same, of the configuration; good until there is another one.
+    /// The same, of the configuration; valid until the next configure().
     const Lumo::EthAddr* findConfigured(const Lumo::IpGenAddr& address, PortIndex port) const;
 
-    /// A neighbour found on the link, or that has moved. One of the configuration stays as it says.
+    /// A neighbour found on the link, or that has moved. Those of the configuration do not change.
     void learn(const Lumo::IpGenAddr& address, PortIndex port, const Lumo::EthAddr& mac);
     void forget(const Lumo::IpGenAddr& address, PortIndex port);
 
-    /// Remembers that a frame had to be dropped for want of the neighbour.
+    /// Remembers that a frame was dropped because the neighbour is unknown.
     void want(const Lumo::IpGenAddr& address, PortIndex port) const noexcept;
     struct Wanted {
         Lumo::IpGenAddr address;
         PortIndex port = 0;
         bool operator==(const Wanted&) const = default;
     };
-    /// Who has been wanted since the last call, each once; those beyond the first few wait for
-    /// another frame.
+    /// The neighbours wanted since the last call, each once, at most 32.
     std::vector<Wanted> takeWanted();
 
-    /// The one device on the port's link; null when there is none or several, by their MAC
-    /// addresses.
+    /// The only device on the port's link, by MAC address; null when there is none, or several.
     const Lumo::EthAddr* only(PortIndex port) const noexcept {
         return links_[port].devices == 1 ? &links_[port].first : nullptr;
     }

@@ -1,25 +1,27 @@
 #include "State/Pseudowires.h"
 
 #include "Ovix/rewrite/MplsPushRewriteImpl.h"
-#include "State/Neighbours.h"
-#include "State/PackedLabels.h"
 
 namespace OvixAgent {
 
 namespace {
 
-/// The pseudowire label is the bottom of the stack, the tunnel's stand above (RFC 4448 section 3);
-/// the control word goes behind the stack once that is there.
-Ptr<Ovix::RoutingNexthop> wayToRemote(const PseudowireConfig& config,
-                                      const std::vector<PortConfig>& ports) {
-    auto remote = Tessel::make<Ovix::RoutingNexthop>(Lumo::IntfId(ports[config.egress].name));
-    remote->addressIs(toIpGenAddr(config.nexthop));
-    std::vector<std::uint32_t> labels = config.tunnelLabels;
+/// The pseudowire label is the bottom of the stack, below the tunnel's (RFC 4448 section 3); the
+/// control word goes behind the stack once that is there.
+Ptr<Ovix::RoutingNexthop> remoteOf(const PseudowireConfig& config,
+                                   const std::vector<PortConfig>& ports) {
+    std::vector<Lumo::MplsLabel> labels = config.tunnelLabels;
     labels.push_back(config.label);
-    const std::vector<std::uint8_t> packed = packedLabels(labels);
+    Mpls::ViaOptions options;
+    options.intf = Lumo::IntfId(ports[config.egress].name);
+    options.nexthop = config.nexthop;
+    const Mpls::Via via = Mpls::Via::push(labels, options).value();
+
+    auto remote = Tessel::make<Ovix::RoutingNexthop>(options.intf);
+    remote->addressIs(options.nexthop);
     Ovix::RewriteInfos& rewrites = remote->rewriteInfos();
     rewrites.rewriteInfoEnq(
-        Tessel::make<Ovix::EthOverMplsRewriteInfo>(Lumo::UnboundedMplsLabelOperation(packed)));
+        Tessel::make<Ovix::EthOverMplsRewriteInfo>(via.record().labelOperation()));
     if (config.controlWord) {
         rewrites.rewriteInfoEnq(Tessel::make<Ovix::ControlWordPushRewriteInfo>());
     }
@@ -30,13 +32,10 @@ Ptr<Ovix::RoutingNexthop> wayToRemote(const PseudowireConfig& config,
 
 Pseudowires::Pseudowires(const AgentConfig& config)
     : byPort_(config.ports.size(), none), mplsRouting_(config.mplsRouting) {
-    for (const PseudowireConfig& pseudowire : config.pseudowires) {
+    for (const auto& [pseudowire, line] : config.pseudowires) {
         byPort_[pseudowire.port] = pseudowires_.size();
-        pseudowires_.push_back({pseudowire.name,
-                                wayToRemote(pseudowire, config.ports),
-                                pseudowire.controlWord,
-                                {},
-                                {}});
+        pseudowires_.push_back(
+            {pseudowire.name, remoteOf(pseudowire, config.ports), pseudowire.controlWord, {}, {}});
     }
 }
 

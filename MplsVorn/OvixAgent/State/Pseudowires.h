@@ -12,7 +12,7 @@ namespace OvixAgent {
 /// An Ethernet pseudowire as forwarding sees it.
 struct Pseudowire {
     std::string name;
-    Ptr<Ovix::RoutingNexthop> remote; ///< the way to the other end, with what is pushed for it
+    Ptr<Ovix::RoutingNexthop> remote; ///< the next hop toward the other end, with its rewrites
     bool controlWord = true;          ///< whether frames carry one, in both directions
     Traffic sent;      ///< frames of the attachment circuit that left for the other end
     Traffic delivered; ///< frames of the other end that left by the attachment circuit
@@ -23,7 +23,7 @@ class Pseudowires {
   public:
     explicit Pseudowires(const AgentConfig& config);
 
-    /// That of the frames of a port; null when the port is no attachment circuit.
+    /// The pseudowire of a port; null when the port is not an attachment circuit.
     Pseudowire* ofPort(PortIndex port) noexcept {
         const std::size_t index = byPort_[port];
         return index != none ? &pseudowires_[index] : nullptr;

@@ -3,8 +3,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Lumo/MplsLabelOperation.h"
-#include "Mpls/Types.h"
+#include "Config/ConfigTypes.h"
 #include "Ovix/routing/RoutingContext.h"
 #include "State/Fib.h"
 #include "State/Neighbours.h"
@@ -18,7 +17,7 @@ namespace OvixAgent {
 class VrfRoot : public Ovix::RoutingVrfRoot {
   public:
     /// The neighbours must outlive it.
-    VrfRoot(const AgentConfig& config, const Neighbours& neighbours);
+    VrfRoot(const AgentConfig& config, const PortTable& ports, const Neighbours& neighbours);
 
     /// The routes of a VRF, the default VRF's for the empty name; null when there is no such VRF.
     const Fib* fib(std::string_view vrf) const noexcept;
@@ -36,12 +35,5 @@ class VrfRoot : public Ovix::RoutingVrfRoot {
     Tessel::FlatMap<std::uint32_t> byName_; ///< by the name's hash
     std::vector<std::uint32_t> fibOfPort_;
 };
-
-/// Pushes the operation's labels on an IP packet.
-Ptr<Ovix::RewriteImpl> pushRewrite(const Lumo::UnboundedMplsLabelOperation& operation,
-                                   Mpls::TtlMode ttl);
-
-/// What pushRewrite() was given; a view that lives no longer than the rewrite.
-Lumo::UnboundedMplsLabelOperation pushedLabels(const Ovix::RewriteImpl& push);
 
 } // namespace OvixAgent

@@ -3,8 +3,6 @@
 #include <exception>
 
 #include "Config/ConfigError.h"
-#include "State/Neighbours.h"
-#include "State/PackedLabels.h"
 
 namespace OvixAgent {
 
@@ -12,26 +10,8 @@ namespace {
 
 using Mpls::RouteKey;
 
-std::vector<Mpls::WeightedRecord> toVias(const ViaList& list, const AgentConfig& config) {
-    std::vector<Mpls::WeightedRecord> vias;
-    vias.reserve(list.size());
-    for (const ViaConfig& via : list) {
-        vias.push_back({toViaRecord(via, config), via.weight});
-    }
-    return vias;
-}
-
-/// What is not said of the tail stays as the default record has it.
-Mpls::LfibMulticastIpLookupVia toTailRecord(const TailConfig& tail) {
-    const std::uint64_t intf = Lumo::VlanIntfId::vlanIdToIntfId(tail.vlan).value();
-    Mpls::LfibMulticastIpLookupVia record;
-    record.intfIdHigh = static_cast<std::uint32_t>(intf >> 32U);
-    record.intfIdLow = static_cast<std::uint32_t>(intf);
-    return record;
-}
-
-Mpls::LfibViaSetType setTypeOf(bool multicast) noexcept {
-    return multicast ? Mpls::LfibViaSetType::multicast : Mpls::LfibViaSetType::unicast;
+std::string labelText(Lumo::MplsLabel label) {
+    return "label " + label.prettyString();
 }
 
 /// Calls `load`; what the tables refuse is an error of the configuration, at its place.
@@ -44,96 +24,46 @@ void at(const std::string& file, std::size_t line, const std::string& what, Load
     }
 }
 
-void loadLfibs(const AgentConfig& config, const std::string& file, Mpls::TablePublisher& tables) {
-    for (std::size_t i = 0; i < lfibTableNames.size(); ++i) {
-        for (const LfibRouteConfig& route : config.lfib.tables[i]) {
-            at(file, route.line,
-               "lfib." + std::string(lfibTableNames[i]) + ": label " + std::to_string(route.label),
-               [&] { loadRoute(route, config, tables.lfib(static_cast<Mpls::TableId>(i))); });
+void loadLabelRoutes(const AgentConfig& config, const std::string& file,
+                     Mpls::TablePublisher& tables) {
+    for (const auto& [route, line] : config.labelRoutes) {
+        if (const auto done = tables.lfib(route.table).routeIs(route); !done) {
+            throw ConfigError(file + ":" + std::to_string(line) + ": lfib." +
+                              std::string(Tessel::wordOf(route.table)) + ": " +
+                              labelText(route.label) + ": " + done.refused().what);
         }
     }
 }
 
 void loadHardware(const AgentConfig& config, const std::string& file,
                   Mpls::TablePublisher& tables) {
-    for (const AdjacencyConfig& adjacency : config.hardware.adjacencies) {
-        at(file, adjacency.line, "hardware: adjacency " + std::to_string(adjacency.id), [&] {
-            tables.hardware().adjacencyIs(
-                adjacency.id,
-                *Mpls::Hardware::Adjacency::create(
-                    toVias(adjacency.vias, config), toVias(adjacency.backups, config),
-                    adjacency.useBackups, Mpls::LfibViaType::ip, setTypeOf(adjacency.multicast)));
+    for (const auto& placed : config.hardware.adjacencies) {
+        const AdjacencyConfig& adjacency = placed.value;
+        at(file, placed.line, "hardware: adjacency " + std::to_string(adjacency.id), [&] {
+            tables.hardware().adjacencyIs(adjacency.id,
+                                          *Mpls::Hardware::Adjacency::create(adjacency.content));
         });
     }
-    for (const HardwareRouteConfig& route : config.hardware.routes) {
-        at(file, route.line, "hardware: label " + std::to_string(route.label), [&] {
-            tables.hardware().routeIs({RouteKey::fromLabel(Lumo::MplsLabel(route.label)),
-                                       route.adjacency, route.unprogrammed});
-        });
+    for (const auto& placed : config.hardware.routes) {
+        at(file, placed.line, "hardware: " + labelText(placed.value.routeKey.topLabel()),
+           [&] { tables.hardware().routeIs(placed.value); });
     }
 }
 
 void loadMvpn(const AgentConfig& config, const std::string& file, Mpls::TablePublisher& tables) {
-    for (const MvpnConfig& entry : config.mvpn) {
-        at(file, entry.line, "mvpn: VRF " + std::to_string(entry.vrfId), [&] {
-            tables.mvpn().vrfIntfIdIs({entry.vrfId},
-                                      entry.vlan ? Lumo::VlanIntfId::vlanIdToIntfId(*entry.vlan)
-                                                 : Lumo::IntfId(config.ports[*entry.port].name));
-        });
+    for (const auto& placed : config.mvpn) {
+        at(file, placed.line, "mvpn: VRF " + std::to_string(placed.value.vrfId.value),
+           [&] { tables.mvpn().vrfIntfIdIs(placed.value.vrfId, placed.value.intfId); });
     }
 }
 
 } // namespace
 
-Ovix::OvixMplsVia toViaRecord(const ViaConfig& via, const AgentConfig& config) {
-    Ovix::OvixMplsVia record;
-    record.labelAction = static_cast<std::uint32_t>(via.action);
-    record.payloadType = static_cast<std::uint32_t>(via.payload);
-    record.ttlMode = static_cast<std::uint32_t>(via.ttl);
-    record.trafficClass = via.tc.value_or(Ovix::OvixMplsVia::trafficClassUnset);
-    record.pushTtl = via.pushTtl.value_or(0);
-    record.nexthopMtu = via.mtu.value_or(0);
-    record.nexthopVlan = via.vlan.value_or(0);
-    record.fecIdHigh = static_cast<std::uint32_t>(via.fec >> 32U);
-    record.fecIdLow = static_cast<std::uint32_t>(via.fec);
-    if (via.vrf != L3::defaultVrf) {
-        record.vrfName = std::string_view(via.vrf);
-    }
-    if (via.port) {
-        record.intfId = Lumo::IntfId(config.ports[*via.port].name);
-    }
-    if (via.nexthop) {
-        record.nexthop = toIpGenAddr(*via.nexthop);
-    }
-    if (!record.labelsIs(packedLabels(via.labels))) {
-        throw std::length_error("a stack of more than 33 labels");
-    }
-    return record;
-}
-
-void loadRoute(const LfibRouteConfig& route, const AgentConfig& config, Mpls::LfibWriter& lfib) {
-    const RouteKey key = RouteKey::fromLabel(Lumo::MplsLabel(route.label));
-    const auto type = static_cast<Mpls::LfibViaType>(route.type);
-    const bool lookup =
-        route.type == ViaTypes::ipLookup || route.type == ViaTypes::ipLookupPerPrefix;
-    if (lookup && route.vias.size() == 1) {
-        const ViaConfig& via = route.vias.front();
-        lfib.ipLookupRouteIs(key, type, L3::VrfName(std::string_view(via.vrf)),
-                             static_cast<Mpls::PayloadType>(via.payload));
-    } else if (route.tail) {
-        lfib.multicastIpLookupRouteIs(key, toTailRecord(*route.tail), toVias(route.vias, config));
-    } else if (route.type == ViaTypes::multicastIpLookup) {
-        lfib.multicastIpLookupRouteIs(key, {});
-    } else {
-        lfib.routeIs(key, type, setTypeOf(route.multicast), toVias(route.vias, config));
-    }
-}
-
 void loadTables(const AgentConfig& config, const std::string& file, Mpls::TablePublisher& tables) {
     for (const PortConfig& port : config.ports) {
         tables.interfaces().intfId(port.name);
     }
-    loadLfibs(config, file, tables);
+    loadLabelRoutes(config, file, tables);
     loadHardware(config, file, tables);
     loadMvpn(config, file, tables);
 }

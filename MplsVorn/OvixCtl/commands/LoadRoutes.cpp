@@ -20,34 +20,6 @@ using Mpls::TableId;
 
 namespace {
 
-/// Deeper stacks do not fit in shared tables.
-constexpr std::size_t maxLabels = Mpls::Via::maxLabels;
-
-void checkDepth(const OvixAgent::ViaList& vias, const std::string& file, std::size_t line,
-                const std::string& what) {
-    for (const OvixAgent::ViaConfig& via : vias) {
-        if (via.labels.size() > maxLabels) {
-            throw OvixAgent::ConfigError(
-                fmt::format("{}:{}: {}: a stack of {} labels cannot be shared, {} at most", file,
-                            line, what, via.labels.size(), maxLabels));
-        }
-    }
-}
-
-void checkShareable(const OvixAgent::AgentConfig& config, const std::string& file) {
-    for (std::size_t i = 0; i < config.lfib.tables.size(); ++i) {
-        for (const auto& route : config.lfib.tables[i]) {
-            checkDepth(route.vias, file, route.line,
-                       fmt::format("lfib.{}: label {}", OvixAgent::lfibTableNames[i], route.label));
-        }
-    }
-    for (const auto& adjacency : config.hardware.adjacencies) {
-        const std::string what = fmt::format("hardware: adjacency {}", adjacency.id);
-        checkDepth(adjacency.vias, file, adjacency.line, what);
-        checkDepth(adjacency.backups, file, adjacency.line, what);
-    }
-}
-
 /// "-" is standard input. Throws ConfigError.
 OvixAgent::AgentConfig readConfig(const std::string& file) {
     if (file != "-") {
@@ -59,7 +31,6 @@ OvixAgent::AgentConfig readConfig(const std::string& file) {
 
 Ptr<Tessel::TableReader> load(const OvixAgent::AgentConfig& config, const std::string& file,
                               Mpls::TablePublisher& publisher) {
-    checkShareable(config, file);
     OvixAgent::loadTables(config, file, publisher);
     publisher.commit();
     return Tessel::make<Tessel::TableReader>(file, publisher.tables().memory());

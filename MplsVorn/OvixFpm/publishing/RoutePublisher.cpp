@@ -125,9 +125,7 @@ void RoutePublisher::publish(const L3::RouteKey& key, const Route& route) {
             checkIsForwarded(hop, published.vrf);
         }
         published.kind = L3::Route::Kind::forward;
-        Mpls::Hardware::AdjacencyVias adjacency;
-        adjacency.vias = viasOf(route.nextHops, false, Mpls::TtlMode::uniform);
-        published.ways = Mpls::Hardware::Adjacency::create(adjacency);
+        published.vias = viasOf(route.nextHops, false, Mpls::TtlMode::uniform);
     }
     tables_->ipRoutes().routeIs(published);
     stalePrefixes_.erase(key);

@@ -6,6 +6,9 @@ namespace Lumo {
 
 IpGenAddr IpGenAddr::fromText(const std::string& text) {
     std::array<std::uint8_t, ipv6Size> bytes{};
+    if (text.find('\0') != std::string::npos) {
+        return {}; // inet_pton would read no further
+    }
     if (inet_pton(AF_INET, text.c_str(), bytes.data()) == 1) {
         return ipv4(bytes.data());
     }

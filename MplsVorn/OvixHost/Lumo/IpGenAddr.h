@@ -39,6 +39,26 @@ class IpGenAddr {
     constexpr bool empty() const noexcept { return *this == IpGenAddr(family_); }
     constexpr bool isEq(const IpGenAddr& other) const noexcept { return *this == other; }
 
+    /// The longest prefix of the family: 32 or 128 bits.
+    constexpr std::uint8_t bits() const noexcept { return family_ == IpFamily::ipv4 ? 32 : 128; }
+    /// The same with all but the first `length` bits zero.
+    constexpr IpGenAddr masked(std::uint8_t length) const noexcept {
+        IpGenAddr prefix = *this;
+        for (std::size_t i = length / 8U; i < prefix.bytes_.size(); ++i) {
+            const unsigned kept = i == length / 8U ? 0xff00U >> (length % 8U) : 0U;
+            prefix.bytes_[i] &= static_cast<std::uint8_t>(kept);
+        }
+        return prefix;
+    }
+    /// The same with all but the first `length` bits of the family set.
+    constexpr IpGenAddr filled(std::uint8_t length) const noexcept {
+        IpGenAddr last = *this;
+        for (std::size_t bit = length; bit < bits(); ++bit) {
+            last.bytes_[bit / 8] |= static_cast<std::uint8_t>(0x80U >> bit % 8);
+        }
+        return last;
+    }
+
     /// In the family's usual notation; "" for no family.
     std::string text() const;
 
@@ -52,8 +72,23 @@ class IpGenAddr {
 /// An address prefix; `contains` compares the first `length` bits within the same family.
 class IpGenPrefix {
   public:
+    constexpr IpGenPrefix() noexcept = default;
     constexpr IpGenPrefix(const IpGenAddr& address, std::uint8_t length) noexcept
         : address_(address), length_(length) {}
+
+    /// The prefix of that length that the address lies in.
+    static constexpr IpGenPrefix of(const IpGenAddr& address, std::uint8_t length) noexcept {
+        return {address.masked(length), length};
+    }
+    /// The prefix of one address.
+    static constexpr IpGenPrefix ofHost(const IpGenAddr& address) noexcept {
+        return {address, address.bits()};
+    }
+
+    constexpr const IpGenAddr& address() const noexcept { return address_; }
+    constexpr std::uint8_t length() const noexcept { return length_; }
+
+    friend constexpr bool operator==(const IpGenPrefix&, const IpGenPrefix&) noexcept = default;
 
     bool contains(const IpGenAddr& address) const noexcept {
         if (address.family() != address_.family()) {
@@ -70,7 +105,7 @@ class IpGenPrefix {
 
   private:
     IpGenAddr address_;
-    std::uint8_t length_;
+    std::uint8_t length_ = 0;
 };
 
 } // namespace Lumo

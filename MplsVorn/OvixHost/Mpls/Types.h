@@ -29,6 +29,11 @@ enum class LfibViaType : std::uint8_t {
     multicastIpLookup = 12,
 };
 
+/// Whether the vias of the type pop and look up in a VRF.
+constexpr bool looksUp(LfibViaType type) noexcept {
+    return type == LfibViaType::ipLookup || type == LfibViaType::ipLookupPerPrefix;
+}
+
 /// How a via set is used: every via of a multicast set, one via of any other.
 enum class LfibViaSetType : std::uint8_t { unicast = 0, multicast = 1 };
 

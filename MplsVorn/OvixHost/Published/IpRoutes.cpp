@@ -10,6 +10,7 @@ namespace L3 {
 
 using Lumo::IpFamily;
 using Lumo::IpGenAddr;
+using Mpls::Hardware::Adjacency;
 using Tessel::TableRef;
 
 namespace {
@@ -41,7 +42,10 @@ std::vector<std::uint64_t> pack(const Route& route) {
         std::memcpy(&words[keyWords], route.vrf.view().data(), route.vrf.size());
     }
     if (route.kind == Route::Kind::forward) {
-        words.insert(words.end(), route.ways->words().begin(), route.ways->words().end());
+        Mpls::Hardware::AdjacencyVias content;
+        content.vias = route.vias;
+        const auto adjacency = Adjacency::create(content);
+        words.insert(words.end(), adjacency->words().begin(), adjacency->words().end());
     }
     return words;
 }
@@ -74,6 +78,18 @@ std::optional<Route> unpack(std::span<const std::uint64_t> words) {
     return known ? std::optional(route) : std::nullopt;
 }
 
+/// The vias of a forwarding route. False when they are not legal.
+bool unpackVias(std::span<const std::uint64_t> words, Route& route) {
+    const auto adjacency =
+        Adjacency::fromWords(words.subspan(keyWords + nameWords(route.vrf.size())));
+    auto content = adjacency ? adjacency->content() : Tessel::Refused{};
+    if (!content) {
+        return false;
+    }
+    route.vias = std::move(content).value().vias;
+    return true;
+}
+
 } // namespace
 
 bool operator<(const RouteKey& a, const RouteKey& b) noexcept {
@@ -93,12 +109,7 @@ std::optional<Route> Routes::at(std::uint32_t place) const {
     words_.resize(tables_->headOf(ref, what).ownWords);
     tables_->read(ref, Tessel::RecordKind::ipRoute, words_, what);
     std::optional<Route> route = unpack(words_);
-    if (route && route->kind == Route::Kind::forward) {
-        route->ways =
-            Mpls::Hardware::Adjacency::fromWords(std::span<const std::uint64_t>(words_).subspan(
-                keyWords + nameWords(route->vrf.size())));
-    }
-    if (!route || (route->kind == Route::Kind::forward && !route->ways)) {
+    if (!route || (route->kind == Route::Kind::forward && !unpackVias(words_, *route))) {
         tables_->refuse(what, ref.unit());
     }
     return route;

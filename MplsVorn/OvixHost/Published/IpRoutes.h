@@ -24,18 +24,22 @@ struct RouteKey {
 
     static constexpr std::uint32_t mainTable = 254;
 
+    Lumo::IpGenPrefix range() const noexcept { return {prefix, length}; }
+
     friend bool operator==(const RouteKey&, const RouteKey&) noexcept = default;
     friend bool operator<(const RouteKey& a, const RouteKey& b) noexcept;
 };
 
-/// Where its packets go: to vias, of which each may push labels; to the device itself; or nowhere.
+/// The route of a prefix: to vias, of which each may push labels; to the device itself; or nowhere.
 struct Route {
     enum class Kind : std::uint8_t { forward = 1, local = 2, drop = 3 };
 
     RouteKey key;
     Kind kind = Kind::drop;
-    Ptr<const Mpls::Hardware::Adjacency> ways; ///< of a forwarding route
-    VrfName vrf{};                             ///< whose table it is; empty: the default VRF
+    std::vector<Mpls::WeightedVia> vias; ///< of a forwarding route: 1 to 599
+    VrfName vrf{};                       ///< whose table it is; empty: the default VRF
+
+    friend bool operator==(const Route&, const Route&) noexcept = default;
 };
 
 /// The IP routes that a control plane publishes, each in a place of its own: the reading side. To
@@ -65,6 +69,7 @@ class RoutesWriter {
   public:
     RoutesWriter(Tessel::TableWriter& tables, std::size_t table);
 
+    /// Vias whose number or weights are out of range throw std::invalid_argument.
     void routeIs(const Route& route);
     /// False when there is no such route.
     bool routeDel(const RouteKey& key);
@@ -82,3 +87,11 @@ class RoutesWriter {
 };
 
 } // namespace L3
+
+template <>
+inline constexpr auto
+    Tessel::words<L3::Route::Kind> = std::to_array<Tessel::Word<L3::Route::Kind>>({
+        {"forward", L3::Route::Kind::forward},
+        {"local", L3::Route::Kind::local},
+        {"drop", L3::Route::Kind::drop},
+    });

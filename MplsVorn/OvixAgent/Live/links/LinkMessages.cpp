@@ -19,8 +19,8 @@ std::span<const std::uint8_t> payload(const nlattr& attribute) {
             mnl_attr_get_payload_len(&attribute)};
 }
 
-std::optional<MacAddress> readMac(const nlattr& attribute) {
-    MacAddress mac{};
+std::optional<Lumo::EthAddr> readMac(const nlattr& attribute) {
+    Lumo::EthAddr mac{};
     const std::span<const std::uint8_t> bytes = payload(attribute);
     if (bytes.size() != mac.size()) {
         return std::nullopt;
@@ -41,7 +41,7 @@ int takeLinkAttribute(const nlattr* attribute, void* to) {
         link.name = readName(*attribute);
         break;
     case IFLA_ADDRESS:
-        link.mac = readMac(*attribute).value_or(MacAddress{});
+        link.mac = readMac(*attribute).value_or(Lumo::EthAddr{});
         break;
     case IFLA_MTU:
         if (mnl_attr_get_payload_len(attribute) == sizeof link.mtu) {
@@ -56,7 +56,7 @@ int takeLinkAttribute(const nlattr* attribute, void* to) {
 
 struct NeighbourAttributes {
     std::span<const std::uint8_t> address;
-    std::optional<MacAddress> mac;
+    std::optional<Lumo::EthAddr> mac;
 };
 
 int takeNeighbourAttribute(const nlattr* attribute, void* to) {
@@ -124,8 +124,8 @@ std::optional<NeighbourState> readNeighbourMessage(const nlmsghdr& message) {
     }
     NeighbourState neighbour;
     neighbour.link = static_cast<std::uint32_t>(fixed->ndm_ifindex);
-    neighbour.address.family = isIpv4 ? IpAddress::Family::ipv4 : IpAddress::Family::ipv6;
-    std::copy(found.address.begin(), found.address.end(), neighbour.address.bytes.begin());
+    neighbour.address = isIpv4 ? Lumo::IpGenAddr::ipv4(found.address.data())
+                               : Lumo::IpGenAddr::ipv6(found.address.data());
     neighbour.reach = readReach(fixed->ndm_state);
     const bool isUsable = neighbour.reach == Reach::confirmed || neighbour.reach == Reach::stale;
     neighbour.mac = isUsable ? found.mac : std::nullopt;

@@ -14,7 +14,7 @@ namespace OvixAgent {
 struct LinkState {
     std::uint32_t index = 0; ///< never reused for another interface of the same name
     std::string name;
-    MacAddress mac{}; ///< zeros when its address is not six bytes
+    Lumo::EthAddr mac{}; ///< zeros when its address is not six bytes
     std::uint32_t mtu = 0;
     bool isEnabled = false;  ///< administratively up
     bool hasCarrier = false; ///< and operational
@@ -35,8 +35,8 @@ struct NeighbourState {
     };
 
     std::uint32_t link = 0; ///< index of the interface
-    IpAddress address;
-    std::optional<MacAddress> mac; ///< set when usable
+    Lumo::IpGenAddr address;
+    std::optional<Lumo::EthAddr> mac; ///< set when usable
     Reach reach = Reach::unknown;
 
     friend bool operator==(const NeighbourState&, const NeighbourState&) = default;

@@ -163,8 +163,8 @@ void LinkMonitor::takeEnd() {
     }
 }
 
-bool LinkMonitor::solicit(std::uint32_t link, const IpAddress& address) {
-    const bool isIpv4 = address.family == IpAddress::Family::ipv4;
+bool LinkMonitor::solicit(std::uint32_t link, const Lumo::IpGenAddr& address) {
+    const bool isIpv4 = address.family() == Lumo::IpFamily::ipv4;
     alignas(nlmsghdr) std::array<std::uint8_t, 128> request{};
     nlmsghdr* const header = mnl_nlmsg_put_header(request.data());
     header->nlmsg_type = RTM_NEWNEIGH;
@@ -174,7 +174,7 @@ bool LinkMonitor::solicit(std::uint32_t link, const IpAddress& address) {
     entry->ndm_family = isIpv4 ? AF_INET : AF_INET6;
     entry->ndm_ifindex = static_cast<int>(link);
     entry->ndm_flags = NTF_USE;
-    mnl_attr_put(header, NDA_DST, isIpv4 ? 4 : 16, address.bytes.data());
+    mnl_attr_put(header, NDA_DST, isIpv4 ? 4 : 16, address.bytes().data());
     return mnl_socket_sendto(socket_.get(), header, header->nlmsg_len) >= 0;
 }
 

@@ -39,7 +39,7 @@ class LinkMonitor {
     /// neighbour discovery, RFC 4861) as a packet would, also for a neighbour that has failed
     /// before, and confirms a stale one. Unlike a packet, it needs no route and puts only the query
     /// on the wire. The interface must be up, and for IPv6 have its link-local address.
-    bool solicit(std::uint32_t link, const IpAddress& address);
+    bool solicit(std::uint32_t link, const Lumo::IpGenAddr& address);
 
     /// The number of times that messages were lost.
     std::uint64_t overruns() const noexcept { return overruns_; }

@@ -5,26 +5,12 @@
 
 namespace OvixAgent {
 
-namespace {
-
-IpAddress toIpAddress(const Lumo::IpGenAddr& address) {
-    IpAddress result;
-    const bool isIpv4 = address.family() == Lumo::IpFamily::ipv4;
-    result.family = isIpv4 ? IpAddress::Family::ipv4 : IpAddress::Family::ipv6;
-    std::copy_n(address.bytes().begin(),
-                isIpv4 ? Lumo::IpGenAddr::ipv4Size : Lumo::IpGenAddr::ipv6Size,
-                result.bytes.begin());
-    return result;
-}
-
-} // namespace
-
 LinkSync::LinkSync(const AgentConfig& config, ForwardingTables& forwarding,
                    Ptr<Interface::EthIntfStatusDir> interfaces, LivePorts& ports)
     : forwarding_(&forwarding), interfaces_(std::move(interfaces)), ports_(&ports),
       monitor_(events()) {
     for (const PortConfig& port : config.ports) {
-        ofPort_.push_back({0, port.mac != MacAddress{}, port.mtu != PortConfig().mtu});
+        ofPort_.push_back({0, port.mac != Lumo::EthAddr{}, port.mtu != PortConfig().mtu});
         interfaces_->intfStatusIs(Lumo::IntfId(port.name), false);
     }
     configure(config);
@@ -100,7 +86,7 @@ void LinkSync::neighbourIs(const NeighbourState& neighbour) {
     if (!port) {
         return;
     }
-    const Lumo::IpGenAddr address = toIpGenAddr(neighbour.address);
+    const Lumo::IpGenAddr& address = neighbour.address;
     if (!neighbour.mac) {
         forwarding_->neighbours.forget(address, *port);
         return;
@@ -114,7 +100,7 @@ void LinkSync::neighbourIs(const NeighbourState& neighbour) {
 
 void LinkSync::neighbourDel(const NeighbourState& neighbour) {
     if (const auto port = portOf(neighbour.link)) {
-        forwarding_->neighbours.forget(toIpGenAddr(neighbour.address), *port);
+        forwarding_->neighbours.forget(neighbour.address, *port);
     }
 }
 
@@ -125,7 +111,7 @@ void LinkSync::solicit(Clock::time_point now) {
             solicited_[fmt::format("{} {}", wanted.port, wanted.address.text())];
         if (link != 0 && now - last >= std::chrono::seconds(1)) {
             last = now;
-            monitor_.solicit(link, toIpAddress(wanted.address));
+            monitor_.solicit(link, wanted.address);
         }
     }
     if (solicited_.size() > 65536) { // bounded: frames may name any number of addresses

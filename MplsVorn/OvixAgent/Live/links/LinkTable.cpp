@@ -68,7 +68,8 @@ const LinkState* LinkTable::link(const std::string& name) const {
     return found != links_.end() ? &found->second.value : nullptr;
 }
 
-const NeighbourState* LinkTable::neighbour(std::uint32_t link, const IpAddress& address) const {
+const NeighbourState* LinkTable::neighbour(std::uint32_t link,
+                                           const Lumo::IpGenAddr& address) const {
     const auto found = neighbours_.find(keyOf(link, address));
     return found != neighbours_.end() ? &found->second.value : nullptr;
 }

@@ -36,7 +36,7 @@ class LinkTable {
     /// Null when there is none.
     const LinkState* link(std::uint32_t index) const;
     const LinkState* link(const std::string& name) const;
-    const NeighbourState* neighbour(std::uint32_t link, const IpAddress& address) const;
+    const NeighbourState* neighbour(std::uint32_t link, const Lumo::IpGenAddr& address) const;
 
   private:
     template <typename T>
@@ -44,10 +44,10 @@ class LinkTable {
         T value;
         std::uint64_t round = 0;
     };
-    using NeighbourKey = std::tuple<std::uint32_t, IpAddress::Family, std::array<std::uint8_t, 16>>;
+    using NeighbourKey = std::tuple<std::uint32_t, Lumo::IpFamily, std::array<std::uint8_t, 16>>;
 
-    static NeighbourKey keyOf(std::uint32_t link, const IpAddress& address) {
-        return {link, address.family, address.bytes};
+    static NeighbourKey keyOf(std::uint32_t link, const Lumo::IpGenAddr& address) {
+        return {link, address.family(), address.bytes()};
     }
     template <typename Map, typename Event>
     void delUnconfirmed(Map& known, const Event& event);

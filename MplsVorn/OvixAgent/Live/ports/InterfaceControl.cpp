@@ -53,10 +53,10 @@ std::uint32_t mtuOfInterface(const std::string& name) {
     return static_cast<std::uint32_t>(request.ifr_mtu);
 }
 
-MacAddress macOfInterface(const std::string& name) {
+Lumo::EthAddr macOfInterface(const std::string& name) {
     ifreq request = requestFor(name);
     control(SIOCGIFHWADDR, request, "reading the interface's MAC");
-    MacAddress mac{};
+    Lumo::EthAddr mac{};
     if (request.ifr_hwaddr.sa_family == ARPHRD_ETHER) {
         std::copy_n(request.ifr_hwaddr.sa_data, mac.size(), mac.begin());
     }

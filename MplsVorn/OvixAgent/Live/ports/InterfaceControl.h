@@ -13,7 +13,7 @@ namespace OvixAgent {
 unsigned int indexOfInterface(const std::string& name);
 std::uint32_t mtuOfInterface(const std::string& name);
 /// Zeros when its address is not of six bytes.
-MacAddress macOfInterface(const std::string& name);
+Lumo::EthAddr macOfInterface(const std::string& name);
 /// 1 when its driver does not report it.
 std::uint32_t receiveQueuesOfInterface(const std::string& name);
 

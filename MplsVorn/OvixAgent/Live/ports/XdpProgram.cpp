@@ -31,7 +31,7 @@ void XdpProgram::Closer::operator()(bpf_link* link) const noexcept {
     bpf_link__destroy(link);
 }
 
-XdpProgram::XdpProgram(unsigned int interfaceIndex, const MacAddress& station, int socket) {
+XdpProgram::XdpProgram(unsigned int interfaceIndex, const Lumo::EthAddr& station, int socket) {
     libbpf_set_print(printNothing);
     object_.reset(bpf_object__open_mem(redirectObject, sizeof redirectObject, nullptr));
     if (!object_) {

@@ -17,7 +17,7 @@ class XdpProgram {
   public:
     /// Throws std::system_error, whose text names the step that failed: the kernel or the driver
     /// does not support it, or the interface has another program.
-    XdpProgram(unsigned int interfaceIndex, const MacAddress& station, int socket);
+    XdpProgram(unsigned int interfaceIndex, const Lumo::EthAddr& station, int socket);
 
   private:
     struct Closer {

@@ -23,15 +23,15 @@ TEST(ConfigFecs, ReadsIdsAndNextHops) {
                     "t.yaml");
     ASSERT_EQ(config.fecs.size(), 2U);
     EXPECT_EQ(config.fecs[0].id, 42U);
-    ASSERT_EQ(config.fecs[0].vias.size(), 1U);
-    EXPECT_EQ(config.fecs[0].vias[0].port, 1U);
-    EXPECT_EQ(config.fecs[0].vias[0].nexthop.bytes[3], 2);
-    EXPECT_EQ(config.fecs[0].vias[0].weight, 3U);
-    EXPECT_EQ(config.fecs[1].id, maxFecId);
-    ASSERT_EQ(config.fecs[1].vias.size(), 2U);
-    EXPECT_EQ(config.fecs[1].vias[0].nexthop.family, IpAddress::Family::ipv6);
-    EXPECT_EQ(config.fecs[1].vias[0].weight, 1U);
-    EXPECT_EQ(config.fecs[1].vias[1].weight, 0U);
+    ASSERT_EQ(config.fecs[0].nextHops.size(), 1U);
+    EXPECT_EQ(config.fecs[0].nextHops[0].port, 1U);
+    EXPECT_EQ(config.fecs[0].nextHops[0].address.text(), "10.0.0.2");
+    EXPECT_EQ(config.fecs[0].nextHops[0].weight, 3U);
+    EXPECT_EQ(config.fecs[1].id, Mpls::Via::maxFec);
+    ASSERT_EQ(config.fecs[1].nextHops.size(), 2U);
+    EXPECT_EQ(config.fecs[1].nextHops[0].address.text(), "2001:db8::2");
+    EXPECT_EQ(config.fecs[1].nextHops[0].weight, 1U);
+    EXPECT_EQ(config.fecs[1].nextHops[1].weight, 0U);
 }
 
 TEST(ConfigFecs, AreNoneUnlessGiven) {
@@ -81,14 +81,13 @@ TEST(ConfigFecs, AViaMayNameAFecThatIsNotThereYet) {
               "(0..72057594037927935)");
 }
 
-TEST(ConfigFecs, AViaOfALookupPopsWithoutBeingTold) {
+TEST(ConfigFecs, AViaOfALookupNeedsNoAction) {
     for (const char* type : {"ip-lookup", "ip-lookup-per-prefix"}) {
         const AgentConfig config =
             parseConfig(twoPorts + "lfib:\n  decap:\n    - {label: 100, type: " + type +
                             ", via: {vrf: red, payload: ipv4}}\n",
                         "t.yaml");
-        const ViaConfig& via = config.lfib.routes(LfibTable::decap).at(0).vias.at(0);
-        EXPECT_EQ(via.action, ViaAction::pop);
-        EXPECT_EQ(via.vrf, "red");
+        EXPECT_EQ(config.labelRoutes.at(0).value.vias.at(0).via,
+                  Mpls::Via::popAndLookUp("red", Mpls::PayloadType::ipv4).value());
     }
 }

@@ -35,28 +35,30 @@ TEST(ConfigRoutes, AreReadWithAllTheirKeys) {
                "  - {prefix: 0.0.0.0/0, drop: true}\n"),
         "t.yaml");
     ASSERT_EQ(config.routes.size(), 3U);
-    EXPECT_EQ(config.routes[0].vrf, "default");
-    EXPECT_EQ(config.routes[0].prefix.length, 16);
-    EXPECT_EQ(config.routes[0].prefix.address.bytes[1], 1);
-    ASSERT_EQ(config.routes[0].vias.size(), 1U);
-    EXPECT_EQ(config.routes[0].vias[0].port, 1U);
-    EXPECT_FALSE(config.routes[0].vias[0].nexthop);
-    EXPECT_TRUE(config.routes[0].vias[0].labels.empty());
-    EXPECT_EQ(config.routes[0].vias[0].ttl, TtlMode::uniform);
+    const L3::Route& plain = config.routes[0].value;
+    EXPECT_TRUE(plain.vrf.empty());
+    EXPECT_EQ(plain.key.range(), (Lumo::IpGenPrefix{Lumo::IpGenAddr::fromText("10.1.0.0"), 16}));
+    Mpls::ViaOptions onLink;
+    onLink.intf = Lumo::IntfId("eth2");
+    EXPECT_EQ(plain.vias,
+              (std::vector<Mpls::WeightedVia>{{Mpls::Via::forward(onLink).value(), 1}}));
     EXPECT_EQ(config.routes[0].line, 5U);
 
-    EXPECT_EQ(config.routes[1].vrf, "red");
-    EXPECT_EQ(config.routes[1].prefix.address.family, IpAddress::Family::ipv6);
-    ASSERT_EQ(config.routes[1].vias.size(), 2U);
-    const IpRouteViaConfig& via = config.routes[1].vias[0];
-    EXPECT_EQ(via.port, 0U);
-    EXPECT_TRUE(via.nexthop);
-    EXPECT_EQ(via.labels, (std::vector<std::uint32_t>{16, 1048575}));
-    EXPECT_EQ(via.weight, 7U);
-    EXPECT_EQ(via.ttl, TtlMode::pipe);
-    EXPECT_EQ(via.tc, 5);
-    EXPECT_EQ(via.pushTtl, 9);
-    EXPECT_TRUE(config.routes[2].vias.empty());
+    const L3::Route& pushing = config.routes[1].value;
+    EXPECT_EQ(pushing.vrf.view(), "red");
+    EXPECT_EQ(pushing.key.prefix.text(), "2001:db8::");
+    ASSERT_EQ(pushing.vias.size(), 2U);
+    EXPECT_EQ(pushing.vias[0].weight, 7U);
+    Mpls::ViaOptions options;
+    options.intf = Lumo::IntfId("eth1");
+    options.nexthop = Lumo::IpGenAddr::fromText("2001:db8::1");
+    options.ttl = Mpls::TtlMode::pipe;
+    options.tc = 5;
+    options.pushTtl = 9;
+    const std::vector<Lumo::MplsLabel> labels{Lumo::MplsLabel(16), Lumo::MplsLabel(1048575)};
+    EXPECT_EQ(pushing.vias[0].via, Mpls::Via::push(labels, options).value());
+    EXPECT_EQ(config.routes[2].value.kind, L3::Route::Kind::drop);
+    EXPECT_TRUE(config.routes[2].value.vias.empty());
 }
 
 TEST(ConfigRoutes, ANextHopIsReachedAtThePortOfItsVrfWithTheLongestSubnet) {
@@ -65,9 +67,9 @@ TEST(ConfigRoutes, ANextHopIsReachedAtThePortOfItsVrfWithTheLongestSubnet) {
                            "  - {prefix: 10.2.0.0/16, via: {nexthop: 10.0.1.200}}\n"
                            "  - {vrf: red, prefix: 10.1.0.0/16, via: {nexthop: 10.0.1.2}}\n"),
                     "t.yaml");
-    EXPECT_EQ(config.routes[0].vias[0].port, 0U);
-    EXPECT_EQ(config.routes[1].vias[0].port, 0U);
-    EXPECT_EQ(config.routes[2].vias[0].port, 1U);
+    EXPECT_EQ(config.routes[0].value.vias[0].via.intf(), Lumo::IntfId("eth1"));
+    EXPECT_EQ(config.routes[1].value.vias[0].via.intf(), Lumo::IntfId("eth1"));
+    EXPECT_EQ(config.routes[2].value.vias[0].via.intf(), Lumo::IntfId("eth2"));
 }
 
 TEST(ConfigRoutes, APortRoutesIpWhenItNamesAVrfOrItsVrfHasRoutes) {
@@ -103,11 +105,11 @@ TEST(ConfigRoutes, ErrorsNameLineKeyAndValue) {
         {route("prefix: 10.1.0.0, " + via),
          "t.yaml:5: routes[0].prefix: \"10.1.0.0\" lacks its prefix length, as in 10.0.1.1/24"},
         {route("prefix: 10.1.0.1/16, " + via),
-         "t.yaml:5: routes[0].prefix: \"10.1.0.1/16\" has bits set behind its prefix length"},
+         "t.yaml:5: routes[0].prefix: \"10.1.0.1/16\" has bits set beyond its prefix length"},
         {route("prefix: 128.0.0.0/0, " + via),
-         "t.yaml:5: routes[0].prefix: \"128.0.0.0/0\" has bits set behind its prefix length"},
+         "t.yaml:5: routes[0].prefix: \"128.0.0.0/0\" has bits set beyond its prefix length"},
         {route("prefix: \"2001:db8::1/127\", " + via),
-         "t.yaml:5: routes[0].prefix: \"2001:db8::1/127\" has bits set behind its prefix length"},
+         "t.yaml:5: routes[0].prefix: \"2001:db8::1/127\" has bits set beyond its prefix length"},
         {route("prefix: 10.0.1.0/24, " + via),
          "t.yaml:5: routes[0].prefix: \"10.0.1.0/24\" is the subnet or address of port \"eth1\""},
         {route("vrf: red, prefix: 10.0.1.1/32, " + via),
@@ -142,7 +144,7 @@ TEST(ConfigRoutes, ErrorsNameLineKeyAndValue) {
          "t.yaml:5: routes[0].vias: the weights add up to 4294967296, which is out of range "
          "(1..4294967295)"},
         {route("prefix: 10.1.0.0/16, via: {nexthop: 10.0.1.2, labels: []}"),
-         "t.yaml:5: routes[0].via.labels: 0 labels given, allowed are 1 to 16383"},
+         "t.yaml:5: routes[0].via.labels: 0 labels given, allowed are 1 to 33"},
         {route("prefix: 10.1.0.0/16, via: {nexthop: 10.0.1.2, labels: [3]}"),
          "t.yaml:5: routes[0].via.labels[0]: label 3 (implicit null) never stands in a frame; "
          "leave "

@@ -30,7 +30,7 @@ neighbours:
 lfib:
   transit:
     - label: 100
-      type: ip-lookup
+      type: external-fec
       vias:
         - {interface: eth2, nexthop: 10.0.2.2, weight: 3, action: swap, labels: [200, 16],
            ttl: pipe, tc: 3, push-ttl: 64, payload: ipv4, mtu: 1400, vlan: 10, fec: 7, vrf: red}
@@ -46,7 +46,21 @@ hardware:
     - {label: 301, adjacency: 1048575}
 )";
 
-const std::vector<std::uint32_t> noLabels;
+using Mpls::LfibViaType;
+using Mpls::PayloadType;
+using Mpls::TtlMode;
+using Labels = std::vector<Lumo::MplsLabel>;
+
+/// The routes of one table.
+std::vector<Placed<Mpls::LabelRoute>> routesOf(const AgentConfig& config, Mpls::TableId table) {
+    std::vector<Placed<Mpls::LabelRoute>> routes;
+    for (const auto& route : config.labelRoutes) {
+        if (route.value.table == table) {
+            routes.push_back(route);
+        }
+    }
+    return routes;
+}
 
 } // namespace
 
@@ -55,16 +69,14 @@ TEST(Config, ReadsPorts) {
     ASSERT_EQ(config.ports.size(), 3U);
     const PortConfig& first = config.ports[0];
     EXPECT_EQ(first.name, "eth1");
-    EXPECT_EQ(first.mac, (MacAddress{2, 0, 0, 0, 0, 1}));
+    EXPECT_EQ(first.mac, (Lumo::EthAddr{2, 0, 0, 0, 0, 1}));
     EXPECT_EQ(first.mtu, 9000U);
     EXPECT_FALSE(first.isUp);
     EXPECT_EQ(first.tagging.kind, Tagging::Kind::none);
     ASSERT_EQ(first.addresses.size(), 2U);
-    EXPECT_EQ(first.addresses[0].address.family, IpAddress::Family::ipv4);
-    EXPECT_EQ(first.addresses[0].address.bytes[3], 1);
+    EXPECT_EQ(first.addresses[0].address.text(), "10.0.1.1");
     EXPECT_EQ(first.addresses[0].prefixLength, 24);
-    EXPECT_EQ(first.addresses[1].address.family, IpAddress::Family::ipv6);
-    EXPECT_EQ(first.addresses[1].address.bytes[15], 1);
+    EXPECT_EQ(first.addresses[1].address.text(), "2001:db8:1::1");
     EXPECT_EQ(first.addresses[1].prefixLength, 64);
     EXPECT_EQ(config.ports[1].tagging.kind, Tagging::Kind::vlan);
     EXPECT_EQ(config.ports[1].tagging.vlan, 4094);
@@ -90,9 +102,7 @@ TEST(Config, MplsRoutingIsOnAndTheRestIsEmptyWhenNotGiven) {
     EXPECT_TRUE(config.mplsRouting);
     EXPECT_TRUE(config.toggles.empty());
     EXPECT_TRUE(config.neighbours.empty());
-    for (const auto& routes : config.lfib.tables) {
-        EXPECT_TRUE(routes.empty());
-    }
+    EXPECT_TRUE(config.labelRoutes.empty());
     EXPECT_TRUE(config.hardware.routes.empty());
 }
 
@@ -103,23 +113,23 @@ TEST(Config, OneAddressMayBeANeighbourOnTwoPorts) {
     EXPECT_EQ(config.neighbours[1].port, 2U);
     EXPECT_EQ(config.neighbours[2].port, 1U);
     EXPECT_EQ(config.neighbours[1].address, config.neighbours[2].address);
-    EXPECT_EQ(config.neighbours[0].mac, (MacAddress{2, 0, 0, 0, 2, 2}));
+    EXPECT_EQ(config.neighbours[0].mac, (Lumo::EthAddr{2, 0, 0, 0, 2, 2}));
 }
 
 TEST(Config, ReadsEveryFieldOfAVia) {
     const AgentConfig config = parseConfig(everything, "t.yaml");
-    ASSERT_EQ(config.lfib.routes(LfibTable::transit).size(), 1U);
-    EXPECT_TRUE(config.lfib.routes(LfibTable::decap).empty());
-    const LfibRouteConfig& route = config.lfib.routes(LfibTable::transit)[0];
-    EXPECT_EQ(route.label, 100U);
-    EXPECT_EQ(route.type, ViaTypes::ipLookup);
-    EXPECT_EQ(route.line, 19U);
-    const ViaConfig& via = route.vias.at(0);
-    EXPECT_EQ(via.port, 1U);
-    EXPECT_EQ(via.nexthop->bytes[0], 10);
-    EXPECT_EQ(via.weight, 3U);
-    EXPECT_EQ(via.action, ViaAction::swap);
-    EXPECT_EQ(via.labels, (std::vector<std::uint32_t>{200, 16}));
+    ASSERT_EQ(config.labelRoutes.size(), 1U);
+    EXPECT_EQ(config.labelRoutes[0].line, 19U);
+    const Mpls::LabelRoute& route = config.labelRoutes[0].value;
+    EXPECT_EQ(route.table, Mpls::TableId::transitLfib);
+    EXPECT_EQ(route.label, Lumo::MplsLabel(100));
+    EXPECT_EQ(route.viaType, LfibViaType::externalFec);
+    EXPECT_EQ(route.vias.at(0).weight, 3U);
+    EXPECT_EQ(route.vias.at(0).via.action(), Lumo::MplsLabelAction::swap);
+    EXPECT_EQ(route.vias.at(0).via.labels(), (Labels{Lumo::MplsLabel(200), Lumo::MplsLabel(16)}));
+    const Mpls::ViaOptions via = route.vias.at(0).via.options();
+    EXPECT_EQ(via.intf, Lumo::IntfId("eth2"));
+    EXPECT_EQ(via.nexthop.text(), "10.0.2.2");
     EXPECT_EQ(via.ttl, TtlMode::pipe);
     EXPECT_EQ(via.tc, 3);
     EXPECT_EQ(via.pushTtl, 64);
@@ -127,53 +137,47 @@ TEST(Config, ReadsEveryFieldOfAVia) {
     EXPECT_EQ(via.mtu, 1400U);
     EXPECT_EQ(via.vlan, 10);
     EXPECT_EQ(via.fec, 7U);
-    EXPECT_EQ(via.vrf, "red");
+    EXPECT_EQ(via.vrf.view(), "red");
 }
 
 TEST(Config, ViasHaveDefaults) {
     const AgentConfig config = parseConfig(everything, "t.yaml");
-    const ViaConfig& via = config.lfib.routes(LfibTable::transit)[0].vias.at(1);
-    EXPECT_FALSE(via.port);
+    const Mpls::WeightedVia& via = config.labelRoutes[0].value.vias.at(1);
     EXPECT_EQ(via.weight, 1U);
-    EXPECT_EQ(via.labels, noLabels);
-    EXPECT_EQ(via.ttl, TtlMode::uniform);
-    EXPECT_FALSE(via.tc);
-    EXPECT_FALSE(via.pushTtl);
-    EXPECT_EQ(via.payload, PayloadType::automatic);
-    EXPECT_FALSE(via.mtu);
-    EXPECT_FALSE(via.vlan);
-    EXPECT_EQ(via.fec, 0U);
-    EXPECT_EQ(via.vrf, "default");
+    Mpls::ViaOptions options;
+    options.nexthop = Lumo::IpGenAddr::fromText("2001:db8::1");
+    EXPECT_EQ(via.via, Mpls::Via::pop(options).value());
 }
 
 TEST(Config, ReadsHardware) {
     const AgentConfig config = parseConfig(everything, "t.yaml");
     ASSERT_EQ(config.hardware.adjacencies.size(), 1U);
-    const AdjacencyConfig& adjacency = config.hardware.adjacencies[0];
+    const AdjacencyConfig& adjacency = config.hardware.adjacencies[0].value;
     EXPECT_EQ(adjacency.id, 1048575U);
-    EXPECT_TRUE(adjacency.useBackups);
-    EXPECT_EQ(adjacency.vias.at(0).port, 0U);
-    EXPECT_EQ(adjacency.backups.at(0).labels, std::vector<std::uint32_t>{17});
+    EXPECT_TRUE(adjacency.content.useBackups);
+    EXPECT_EQ(adjacency.content.vias.at(0).via.intf(), Lumo::IntfId("eth1"));
+    EXPECT_EQ(adjacency.content.backups.at(0).via.labels(), Labels{Lumo::MplsLabel(17)});
     ASSERT_EQ(config.hardware.routes.size(), 2U);
-    EXPECT_EQ(config.hardware.routes[0].label, 300U);
-    EXPECT_EQ(config.hardware.routes[0].adjacency, 1048575U);
-    EXPECT_TRUE(config.hardware.routes[0].unprogrammed);
-    EXPECT_FALSE(config.hardware.routes[1].unprogrammed);
+    EXPECT_EQ(config.hardware.routes[0].value.routeKey.topLabel(), Lumo::MplsLabel(300));
+    EXPECT_EQ(config.hardware.routes[0].value.adjacencyKey, 1048575U);
+    EXPECT_TRUE(config.hardware.routes[0].value.unprogrammed);
+    EXPECT_FALSE(config.hardware.routes[1].value.unprogrammed);
 }
 
 TEST(Config, EveryTableIsReadUnderItsOwnName) {
-    for (std::size_t i = 0; i < lfibTableNames.size(); ++i) {
-        const std::string text = twoPorts + "lfib: {" + std::string(lfibTableNames[i]) +
+    const char* const names[]{"decap", "evpn-ethernet-segment-filter", "evpn-etree-leaf-label",
+                              "pseudowire", "transit"};
+    for (std::size_t i = 0; i < Mpls::lfibs; ++i) {
+        const std::string text = twoPorts + "lfib: {" + names[i] +
                                  ": [{label: 16, via: {interface: eth1, action: pop}}]}\n";
         const AgentConfig config = parseConfig(text, "t.yaml");
-        for (std::size_t j = 0; j < lfibTableNames.size(); ++j) {
-            EXPECT_EQ(config.lfib.tables[j].size(), i == j ? 1U : 0U) << lfibTableNames[i];
-        }
+        ASSERT_EQ(config.labelRoutes.size(), 1U);
+        EXPECT_EQ(config.labelRoutes[0].value.table, static_cast<Mpls::TableId>(i)) << names[i];
     }
 }
 
 TEST(Config, ViaTypesHaveNamesAndNumbers) {
-    const std::pair<const char*, int> types[]{
+    const std::pair<const char*, std::uint8_t> types[]{
         {"ip", 1},    {"ip-lookup", 3}, {"external-fec", 10}, {"ip-lookup-per-prefix", 11},
         {"\"2\"", 2}, {"0", 0},         {"255", 255},         {"multicast-ip-lookup", 12},
     };
@@ -182,7 +186,7 @@ TEST(Config, ViaTypesHaveNamesAndNumbers) {
             parseConfig(twoPorts + "lfib: {decap: [{label: 16, type: " + word +
                             ", via: {interface: eth1, action: pop}}]}\n",
                         "t.yaml");
-        EXPECT_EQ(config.lfib.routes(LfibTable::decap).at(0).type, number) << word;
+        EXPECT_EQ(config.labelRoutes.at(0).value.viaType, LfibViaType{number}) << word;
     }
 }
 
@@ -207,11 +211,11 @@ TEST(Config, AnAnchoredViaListServesSeveralRoutes) {
                                "labels: [99]}]}\n"
                                "    - {label: 17, vias: *shared}\n",
                     "t.yaml");
-    const auto& routes = config.lfib.routes(LfibTable::decap);
+    const auto routes = routesOf(config, Mpls::TableId::decapLfib);
     ASSERT_EQ(routes.size(), 2U);
-    EXPECT_EQ(routes[1].label, 17U);
-    EXPECT_EQ(routes[1].vias.at(0).labels, std::vector<std::uint32_t>{99});
-    EXPECT_EQ(routes[1].vias.at(0).port, 1U);
+    EXPECT_EQ(routes[1].value.label, Lumo::MplsLabel(17));
+    EXPECT_EQ(routes[1].value.vias.at(0).via.labels(), Labels{Lumo::MplsLabel(99)});
+    EXPECT_EQ(routes[1].value.vias.at(0).via.intf(), Lumo::IntfId("eth2"));
 }
 
 TEST(Config, LimitsThemselvesAreAccepted) {
@@ -240,17 +244,21 @@ TEST(Config, TakesUpTo599Vias) {
               "t.yaml:6: lfib.decap[0].vias: 600 vias given, allowed are 1 to 599");
 }
 
-TEST(Config, TakesLabelStacksOfAnyDepth) {
+TEST(Config, TakesUpTo33Labels) {
     std::string labels = "16";
-    for (int i = 1; i < 1000; ++i) {
+    for (int i = 1; i < 33; ++i) {
         labels += ", " + std::to_string(16 + i);
     }
-    const AgentConfig config =
-        parseConfig(withVia("{interface: eth1, action: push, labels: [" + labels + "]}"), "t.yaml");
-    const auto& stack = config.lfib.routes(LfibTable::decap)[0].vias[0].labels;
-    ASSERT_EQ(stack.size(), 1000U);
-    EXPECT_EQ(stack.front(), 16U);
-    EXPECT_EQ(stack.back(), 1015U);
+    const auto push = [&](const std::string& more) {
+        return withVia("{interface: eth1, action: push, labels: [" + labels + more + "]}");
+    };
+    const Labels stack =
+        parseConfig(push(""), "t.yaml").labelRoutes.at(0).value.vias.at(0).via.labels();
+    ASSERT_EQ(stack.size(), 33U);
+    EXPECT_EQ(stack.front(), Lumo::MplsLabel(16));
+    EXPECT_EQ(stack.back(), Lumo::MplsLabel(48));
+    EXPECT_EQ(errorOf(push(", 49")), "t.yaml:6: lfib.decap[0].vias[0].labels: 34 labels given, "
+                                     "push and swap take 1 to 33");
 }
 
 TEST(Config, LoadsAHundredThousandRoutes) {
@@ -261,10 +269,10 @@ TEST(Config, LoadsAHundredThousandRoutes) {
                 label + "]}}\n";
     }
     const AgentConfig config = parseConfig(text, "t.yaml");
-    const auto& routes = config.lfib.routes(LfibTable::decap);
+    const auto& routes = config.labelRoutes;
     ASSERT_EQ(routes.size(), 100'000U);
-    EXPECT_EQ(routes.back().label, 100'015U);
-    EXPECT_EQ(routes.back().vias.at(0).labels.at(0), 100'015U);
+    EXPECT_EQ(routes.back().value.label, Lumo::MplsLabel(100'015));
+    EXPECT_EQ(routes.back().value.vias.at(0).via.labels(), Labels{Lumo::MplsLabel(100'015)});
     EXPECT_EQ(routes.back().line, 100'005U);
 }
 
@@ -283,7 +291,7 @@ TEST(Config, IsLoadedFromAFile) {
     std::filesystem::remove(path);
 }
 
-TEST(Config, AFileThatCannotBeReadIsNamed) {
+TEST(Config, AnUnreadableFileIsNamed) {
     const auto messageOf = [](const std::string& path) {
         try {
             loadConfig(path);

@@ -16,21 +16,23 @@ L3::RouteKey key(const std::string& prefix, std::uint8_t length,
     return {table, Lumo::IpGenAddr::fromText(prefix), length};
 }
 
-Mpls::WeightedRecord via(const std::string& port, const std::string& nexthop,
-                         std::uint32_t weight = 1) {
-    Mpls::WeightedRecord made;
-    made.weight = weight;
-    made.via.intfId = Lumo::IntfId(port);
-    made.via.nexthop = Lumo::IpGenAddr::fromText(nexthop);
-    return made;
+Mpls::ViaOptions toward(const std::string& port, const std::string& nexthop) {
+    Mpls::ViaOptions options;
+    options.intf = Lumo::IntfId(port);
+    options.nexthop = Lumo::IpGenAddr::fromText(nexthop);
+    return options;
+}
+
+Mpls::WeightedVia via(const std::string& port, const std::string& nexthop,
+                      std::uint32_t weight = 1) {
+    return {Mpls::Via::forward(toward(port, nexthop)).value(), weight};
 }
 
 class SharedIpRoutesTest : public testing::Test {
   protected:
-    void routeIs(const L3::RouteKey& of, const std::vector<Mpls::WeightedRecord>& vias,
+    void routeIs(const L3::RouteKey& of, const std::vector<Mpls::WeightedVia>& vias,
                  const L3::VrfName& vrf = {}) {
-        writer.routeIs(
-            {of, Kind::forward, Mpls::Hardware::Adjacency::create(vias, {}, false), vrf});
+        writer.routeIs({of, Kind::forward, vias, vrf});
     }
     void routeIs(const L3::RouteKey& of, Kind kind, const L3::VrfName& vrf = {}) {
         writer.routeIs({of, kind, {}, vrf});
@@ -99,10 +101,8 @@ TEST_F(SharedIpRoutesTest, RoutesComeChangeAndGo) {
 }
 
 TEST_F(SharedIpRoutesTest, EveryKindIsTakenOver) {
-    Mpls::WeightedRecord pushing = via("east", "10.0.2.2");
-    pushing.via.labelAction = static_cast<std::uint32_t>(Lumo::MplsLabelAction::push);
-    pushing.via.labels = std::string_view("\0\1\2", 3);
-    routeIs(ten, {pushing});
+    const std::vector<Lumo::MplsLabel> labels{Lumo::MplsLabel(258)};
+    routeIs(ten, {{Mpls::Via::push(labels, toward("east", "10.0.2.2")).value(), 1}});
     routeIs(eleven, Kind::drop);
     routeIs(key("10.12.0.1", 32), Kind::local);
     routeIs(key("10.13.0.0", 16), {via("west", "")});

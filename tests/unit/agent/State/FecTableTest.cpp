@@ -13,17 +13,15 @@ Lumo::IntfId intfOf(std::uint64_t fec) {
     return FecId::fecIdToHierarchicalIntfId(FecId(fec));
 }
 
-FecViaConfig viaTo(PortIndex port, std::uint8_t lastByte, std::uint32_t weight) {
-    FecViaConfig via{port, {}, weight};
-    via.nexthop.bytes = {10, 0, 2, lastByte};
-    return via;
+WeightedNextHop hopTo(PortIndex port, std::uint8_t lastByte, std::uint32_t weight) {
+    return {port, Lumo::IpGenAddr::fromText("10.0.2." + std::to_string(lastByte)), weight};
 }
 
 class FecEgress : public ForwarderFixture {
   protected:
     FecEgress() {
         tables.fecs =
-            FecTable({{42, {viaTo(east, 2, 1), viaTo(plain, 9, 0)}}, {43, {viaTo(east, 9, 1)}}});
+            FecTable({{42, {hopTo(east, 2, 1), hopTo(plain, 9, 0)}}, {43, {hopTo(east, 9, 1)}}});
     }
     static Ptr<Ovix::RoutingNexthop> toFec(std::uint64_t fec) {
         return withRewrite(Tessel::make<Ovix::RoutingNexthop>(intfOf(fec)), swapInfo(300));
@@ -33,11 +31,11 @@ class FecEgress : public ForwarderFixture {
 } // namespace
 
 TEST(FecTable, FlowsAreSharedByWeight) {
-    const FecTable table({{7, {viaTo(0, 1, 1)}},
-                          {42, {viaTo(1, 2, 1), viaTo(2, 3, 0), viaTo(3, 4, 3), viaTo(4, 5, 2)}}});
+    const FecTable table({{7, {hopTo(0, 1, 1)}},
+                          {42, {hopTo(1, 2, 1), hopTo(2, 3, 0), hopTo(3, 4, 3), hopTo(4, 5, 2)}}});
     const PortIndex owners[]{1, 3, 3, 3, 4, 4};
     for (std::uint32_t hash = 0; hash < 60; ++hash) {
-        const FecTable::Nexthop* nexthop = table.choose(intfOf(42), hash);
+        const WeightedNextHop* nexthop = table.choose(intfOf(42), hash);
         ASSERT_NE(nexthop, nullptr);
         EXPECT_EQ(nexthop->port, owners[hash % 6]) << hash;
         EXPECT_EQ(nexthop->address.text(), "10.0.2." + std::to_string(nexthop->port + 1));
@@ -46,14 +44,14 @@ TEST(FecTable, FlowsAreSharedByWeight) {
 }
 
 TEST(FecTable, TheLargestWeightsAddUp) {
-    const FecTable table({{1, {viaTo(0, 1, 0xfffffffe), viaTo(1, 2, 1)}}});
+    const FecTable table({{1, {hopTo(0, 1, 0xfffffffe), hopTo(1, 2, 1)}}});
     EXPECT_EQ(table.choose(intfOf(1), 0xfffffffd)->port, 0U);
     EXPECT_EQ(table.choose(intfOf(1), 0xfffffffe)->port, 1U);
     EXPECT_EQ(table.choose(intfOf(1), 0xffffffff)->port, 0U);
 }
 
-TEST(FecTable, OtherInterfacesStandForNoFec) {
-    const FecTable table({{42, {viaTo(0, 1, 1)}}});
+TEST(FecTable, OtherInterfacesHaveNoFec) {
+    const FecTable table({{42, {hopTo(0, 1, 1)}}});
     for (const Lumo::IntfId other :
          {intfOf(41), Lumo::IntfId(), Lumo::IntfId("east"), Lumo::VlanIntfId::vlanIdToIntfId(42)}) {
         EXPECT_EQ(table.choose(other, 0), nullptr);
@@ -68,7 +66,7 @@ TEST_F(FecEgress, LeadsToAMemberOfTheFec) {
     EXPECT_TRUE(out[plain].frames.empty());
 }
 
-TEST_F(FecEgress, AMemberThatIsNoNeighbourIsAReasonToDrop) {
+TEST_F(FecEgress, AMemberThatIsNotANeighbourIsAReasonToDrop) {
     receive(labelled(), always(toFec(43)));
     EXPECT_EQ(dropped(), (ReasonCounts{{"No neighbour for the next hop", 1}}));
 }

@@ -1,34 +1,23 @@
 #include "State/Fib.h"
 
+#include <array>
 #include <gtest/gtest.h>
 #include <optional>
 #include <random>
-
-#include "Config/ConfigAddress.h"
-#include "State/Neighbours.h"
 
 using namespace OvixAgent;
 
 namespace {
 
-using Family = IpAddress::Family;
-
-IpAddress address(Family family, const std::vector<std::uint8_t>& bytes) {
-    IpAddress made;
-    made.family = family;
-    std::copy(bytes.begin(), bytes.end(), made.bytes.begin());
-    return made;
-}
-
 Lumo::IpGenAddr text(const std::string& written) {
     return Lumo::IpGenAddr::fromText(written);
 }
 
-IpPrefix prefix(Family family, const std::vector<std::uint8_t>& bytes, std::uint8_t length) {
-    return prefixOf(address(family, bytes), length);
+Lumo::IpGenPrefix prefix(const std::string& address, std::uint8_t length) {
+    return Lumo::IpGenPrefix::of(text(address), length);
 }
 
-/// A route that can be told from others by the port of its via.
+/// A route that differs from others in the port of its via.
 IpRoute routeTo(PortIndex port) {
     IpRouteVia via;
     via.port = port;
@@ -44,7 +33,7 @@ std::optional<PortIndex> portFor(const Fib& fib, const Lumo::IpGenAddr& destinat
 /// Asks every prefix: slow and plainly right.
 class Reference {
   public:
-    bool insert(const IpPrefix& wanted, PortIndex port) {
+    bool insert(const Lumo::IpGenPrefix& wanted, PortIndex port) {
         for (const auto& [known, ignored] : prefixes_) {
             if (known == wanted) {
                 return false;
@@ -57,47 +46,44 @@ class Reference {
         std::optional<PortIndex> best;
         int longest = -1;
         for (const auto& [known, port] : prefixes_) {
-            const Lumo::IpGenPrefix matcher(toIpGenAddr(known.address), known.length);
-            if (known.length > longest && matcher.contains(destination)) {
+            if (known.length() > longest && known.contains(destination)) {
                 best = port;
-                longest = known.length;
+                longest = known.length();
             }
         }
         return best;
     }
 
   private:
-    std::vector<std::pair<IpPrefix, PortIndex>> prefixes_;
+    std::vector<std::pair<Lumo::IpGenPrefix, PortIndex>> prefixes_;
 };
 
 /// Addresses of few distinct bits, so that prefixes nest and random destinations hit them.
-IpAddress randomAddress(std::mt19937& random, Family family) {
-    IpAddress made;
-    made.family = family;
-    const std::size_t size = family == Family::ipv4 ? 4 : 16;
-    for (std::size_t i = 0; i < size; ++i) {
-        made.bytes[i] =
-            static_cast<std::uint8_t>(random() % 4 == 0 ? random() : random() % 2 * 255);
+Lumo::IpGenAddr randomAddress(std::mt19937& random, Lumo::IpFamily family) {
+    std::array<std::uint8_t, Lumo::IpGenAddr::ipv6Size> bytes{};
+    for (std::uint8_t& byte : bytes) {
+        byte = static_cast<std::uint8_t>(random() % 4 == 0 ? random() : random() % 2 * 255);
     }
-    return made;
+    return family == Lumo::IpFamily::ipv4 ? Lumo::IpGenAddr::ipv4(bytes.data())
+                                          : Lumo::IpGenAddr::ipv6(bytes.data());
 }
 
 } // namespace
 
 TEST(Fib, FindsWhatAskingEveryPrefixFinds) {
-    for (const Family family : {Family::ipv4, Family::ipv6}) {
+    for (const Lumo::IpFamily family : {Lumo::IpFamily::ipv4, Lumo::IpFamily::ipv6}) {
         std::mt19937 random(7);
         Fib fib;
         Reference reference;
-        const unsigned longest = family == Family::ipv4 ? 32 : 128;
+        const unsigned longest = Lumo::IpGenAddr(family).bits();
         for (PortIndex i = 0; i < 2000; ++i) {
             const auto length = static_cast<std::uint8_t>(random() % (longest + 1));
-            const IpPrefix made = prefixOf(randomAddress(random, family), length);
+            const auto made = Lumo::IpGenPrefix::of(randomAddress(random, family), length);
             ASSERT_EQ(fib.insert(made, routeTo(i)), reference.insert(made, i));
         }
         std::size_t hits = 0;
         for (int i = 0; i < 5000; ++i) {
-            const Lumo::IpGenAddr destination = toIpGenAddr(randomAddress(random, family));
+            const Lumo::IpGenAddr destination = randomAddress(random, family);
             const auto expected = reference.portFor(destination);
             ASSERT_EQ(portFor(fib, destination), expected) << destination.text();
             hits += expected ? 1U : 0U;
@@ -109,10 +95,10 @@ TEST(Fib, FindsWhatAskingEveryPrefixFinds) {
 TEST(Fib, TheLongestOfNestedPrefixesWinsDownToTheDefaultRoute) {
     Fib fib;
     EXPECT_EQ(portFor(fib, text("10.1.2.3")), std::nullopt);
-    EXPECT_TRUE(fib.insert(prefix(Family::ipv4, {}, 0), routeTo(0)));
-    EXPECT_TRUE(fib.insert(prefix(Family::ipv4, {10, 1}, 16), routeTo(16)));
-    EXPECT_TRUE(fib.insert(prefix(Family::ipv4, {10, 1, 2, 3}, 32), routeTo(32)));
-    EXPECT_TRUE(fib.insert(prefix(Family::ipv4, {10}, 8), routeTo(8)));
+    EXPECT_TRUE(fib.insert(prefix("0.0.0.0", 0), routeTo(0)));
+    EXPECT_TRUE(fib.insert(prefix("10.1.0.0", 16), routeTo(16)));
+    EXPECT_TRUE(fib.insert(prefix("10.1.2.3", 32), routeTo(32)));
+    EXPECT_TRUE(fib.insert(prefix("10.0.0.0", 8), routeTo(8)));
     EXPECT_EQ(portFor(fib, text("10.1.2.3")), 32U);
     EXPECT_EQ(portFor(fib, text("10.1.2.4")), 16U);
     EXPECT_EQ(portFor(fib, text("10.2.2.3")), 8U);
@@ -122,9 +108,8 @@ TEST(Fib, TheLongestOfNestedPrefixesWinsDownToTheDefaultRoute) {
 
 TEST(Fib, AHostRouteMatchesItsAddressAlone) {
     Fib fib;
-    fib.insert(prefix(Family::ipv6, {0x20, 1, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}, 128),
-               routeTo(128));
-    fib.insert(prefix(Family::ipv6, {0x20, 1, 0x0d, 0xb8}, 65), routeTo(65));
+    fib.insert(prefix("2001:db8::1", 128), routeTo(128));
+    fib.insert(prefix("2001:db8::", 65), routeTo(65));
     EXPECT_EQ(portFor(fib, text("2001:db8::1")), 128U);
     EXPECT_EQ(portFor(fib, text("2001:db8::2")), 65U);
     EXPECT_EQ(portFor(fib, text("2001:db8::8000:0:0:1")), std::nullopt);
@@ -132,10 +117,10 @@ TEST(Fib, AHostRouteMatchesItsAddressAlone) {
 
 TEST(Fib, TheFamiliesAreApartAndNoFamilyIsNowhere) {
     Fib fib;
-    fib.insert(prefix(Family::ipv4, {}, 0), routeTo(4));
+    fib.insert(prefix("0.0.0.0", 0), routeTo(4));
     EXPECT_EQ(portFor(fib, text("::")), std::nullopt);
     EXPECT_EQ(portFor(fib, {}), std::nullopt);
-    fib.insert(prefix(Family::ipv6, {}, 0), routeTo(6));
+    fib.insert(prefix("::", 0), routeTo(6));
     EXPECT_EQ(portFor(fib, text("::")), 6U);
     EXPECT_EQ(portFor(fib, text("0.0.0.0")), 4U);
 }
@@ -143,10 +128,10 @@ TEST(Fib, TheFamiliesAreApartAndNoFamilyIsNowhere) {
 TEST(Fib, AnExactPrefixIsFoundAloneAmongNestedOnes) {
     Fib fib;
     EXPECT_EQ(fib.find(text("10.1.0.0"), 16), nullptr);
-    fib.insert(prefix(Family::ipv4, {}, 0), routeTo(0));
-    fib.insert(prefix(Family::ipv4, {10}, 8), routeTo(8));
-    fib.insert(prefix(Family::ipv4, {10, 1}, 16), routeTo(16));
-    fib.insert(prefix(Family::ipv6, {0x20, 1, 0x0d, 0xb8}, 32), routeTo(32));
+    fib.insert(prefix("0.0.0.0", 0), routeTo(0));
+    fib.insert(prefix("10.0.0.0", 8), routeTo(8));
+    fib.insert(prefix("10.1.0.0", 16), routeTo(16));
+    fib.insert(prefix("2001:db8::", 32), routeTo(32));
     const auto exact = [&](const char* address, unsigned length) -> std::optional<PortIndex> {
         const IpRoute* found = fib.find(text(address), length);
         return found != nullptr ? std::optional(found->vias().front().port) : std::nullopt;
@@ -163,9 +148,9 @@ TEST(Fib, AnExactPrefixIsFoundAloneAmongNestedOnes) {
 
 TEST(Fib, TheFirstRouteOfAPrefixStays) {
     Fib fib;
-    EXPECT_TRUE(fib.insert(prefix(Family::ipv4, {10}, 8), routeTo(1)));
-    EXPECT_FALSE(fib.insert(prefix(Family::ipv4, {10}, 8), routeTo(2)));
-    EXPECT_TRUE(fib.insert(prefix(Family::ipv4, {10}, 9), routeTo(3)));
+    EXPECT_TRUE(fib.insert(prefix("10.0.0.0", 8), routeTo(1)));
+    EXPECT_FALSE(fib.insert(prefix("10.0.0.0", 8), routeTo(2)));
+    EXPECT_TRUE(fib.insert(prefix("10.0.0.0", 9), routeTo(3)));
     EXPECT_EQ(portFor(fib, text("10.200.0.1")), 1U);
 }
 

@@ -29,7 +29,7 @@ hardware:
   adjacencies:
     - {id: 7, vias: [{interface: west, nexthop: 10.0.0.1, action: pop}]}
 )");
-    made.hardware.adjacencies.front().id = 1U << 20U;
+    made.hardware.adjacencies.front().value.id = 1U << 20U;
     return made;
 }
 

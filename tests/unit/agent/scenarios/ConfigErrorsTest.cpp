@@ -88,7 +88,7 @@ TEST(ConfigErrors, OfPorts) {
          "t.yaml:2: ports[0].mac: \"03:00:00:00:00:01\" is a group address; a unicast address is "
          "needed"},
         {"zero MAC", port("name: e, mac: 00:00:00:00:00:00"),
-         "t.yaml:2: ports[0].mac: \"00:00:00:00:00:00\" is no station's address"},
+         "t.yaml:2: ports[0].mac: \"00:00:00:00:00:00\" is not the address of a station"},
         {"MTU too small", port("name: e, mtu: 67, " + mac),
          "t.yaml:2: ports[0].mtu: mtu 67 is out of range (68..65535)"},
         {"MTU too large", port("name: e, mtu: 65536, " + mac),
@@ -100,7 +100,7 @@ TEST(ConfigErrors, OfPorts) {
         {"VLAN", port("name: e, tagging: 4095, " + mac),
          "t.yaml:2: ports[0].tagging: VLAN id 4095 is out of range (1..4094)"},
         {"tagging", port("name: e, tagging: both, " + mac),
-         "t.yaml:2: ports[0].tagging: tagging \"both\" is none of keep, none, or a VLAN id"},
+         "t.yaml:2: ports[0].tagging: tagging \"both\" is not keep, none, or a VLAN id"},
         {"status", port("name: e, status: dwn, " + mac),
          "t.yaml:2: ports[0].status: unknown status \"dwn\"; did you mean \"down\"?"},
         {"misspelt", port("name: e, mtuu: 1, " + mac),

@@ -61,7 +61,7 @@ TEST(ConfigLabelErrors, OfVias) {
         {"{interface: eth1, action: push}",
          "[0].labels: missing (push and swap need at least one label)"},
         {"{interface: eth1, action: swap, labels: []}",
-         "[0].labels: 0 labels given, push and swap take 1 to 16383"},
+         "[0].labels: 0 labels given, push and swap take 1 to 33"},
         {"{interface: eth1, action: swap, labels: 200}",
          "[0].labels: expected a list, found \"200\""},
         {"{interface: eth1, action: pop, labels: []}", "[0].labels: action pop takes no labels"},

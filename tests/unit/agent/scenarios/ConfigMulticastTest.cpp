@@ -46,8 +46,7 @@ TEST(ConfigMulticast, ARouteIsUnicastUnlessToldOtherwise) {
     for (const auto& [told, isMulticast] :
          {std::pair{"", false}, {"multicast: false, ", false}, {"multicast: true, ", true}}) {
         const std::string text = decap(std::string(told) + "vias: [" + via + ", " + via + "]");
-        EXPECT_EQ(parseConfig(text, "t.yaml").lfib.routes(LfibTable::decap)[0].multicast,
-                  isMulticast);
+        EXPECT_EQ(parseConfig(text, "t.yaml").labelRoutes.at(0).value.isMulticast(), isMulticast);
         const Mpls::LfibViaSet set = Published(text).set();
         EXPECT_EQ(set.type == Mpls::LfibViaSetType::multicast, isMulticast) << told;
         EXPECT_EQ(set.members.size(), 2U);

@@ -3,21 +3,14 @@
 #include <optional>
 #include <random>
 
-#include "Config/ConfigAddress.h"
 #include "State/Fib.h"
-#include "State/Neighbours.h"
 
 using namespace OvixAgent;
 
 namespace {
 
-IpPrefix prefix(const std::string& address, std::uint8_t length) {
-    IpAddress made;
-    const Lumo::IpGenAddr text = Lumo::IpGenAddr::fromText(address);
-    made.family =
-        text.family() == Lumo::IpFamily::ipv4 ? IpAddress::Family::ipv4 : IpAddress::Family::ipv6;
-    std::copy(text.bytes().begin(), text.bytes().end(), made.bytes.begin());
-    return prefixOf(made, length);
+Lumo::IpGenPrefix prefix(const std::string& address, std::uint8_t length) {
+    return Lumo::IpGenPrefix::of(Lumo::IpGenAddr::fromText(address), length);
 }
 
 /// A route that can be told from others by the port of its via.

@@ -9,25 +9,19 @@
 
 namespace {
 
-using OvixAgent::IpAddress;
+using Lumo::EthAddr;
 using OvixAgent::LinkEvents;
 using OvixAgent::LinkMonitor;
-using OvixAgent::MacAddress;
 using OvixAgent::NeighbourState;
 using Reach = OvixAgent::NeighbourState::Reach;
 using TestSupport::ip;
 using TestSupport::Namespace;
 
-IpAddress addressOf(const char* text) {
-    IpAddress address;
-    if (inet_pton(AF_INET, text, address.bytes.data()) != 1) {
-        address.family = IpAddress::Family::ipv6;
-        EXPECT_EQ(inet_pton(AF_INET6, text, address.bytes.data()), 1) << text;
-    }
-    return address;
+Lumo::IpGenAddr addressOf(const char* text) {
+    return Lumo::IpGenAddr::fromText(text);
 }
 
-constexpr MacAddress rightMac{2, 0, 0, 0, 0, 2};
+constexpr EthAddr rightMac{2, 0, 0, 0, 0, 2};
 
 /// The right end of the link is that of another host, which answers for itself.
 class NeighbourMonitorTest : public TestSupport::OwnNetwork {
@@ -119,7 +113,7 @@ TEST_F(NeighbourMonitorTest, ReportsANewMacOfANeighbour) {
     monitor->solicit(left, addressOf("192.0.2.2"));
     EXPECT_TRUE(until([this] { return neighbour("192.0.2.2").mac == rightMac; }));
     ip("neigh replace 192.0.2.2 lladdr 02:00:00:00:00:22 dev left nud stale");
-    const MacAddress other{2, 0, 0, 0, 0, 0x22};
+    const EthAddr other{2, 0, 0, 0, 0, 0x22};
     EXPECT_TRUE(until([&] { return neighbour("192.0.2.2").mac == other; }));
     EXPECT_EQ(neighbour("192.0.2.2").reach, Reach::stale);
 }
@@ -139,7 +133,7 @@ TEST_F(NeighbourMonitorTest, ReportsTheExistingNeighbours) {
     EXPECT_TRUE(until([this] { return monitor->isComplete(); }));
     EXPECT_EQ(neighbour("192.0.2.8").reach, Reach::confirmed);
     EXPECT_EQ(neighbour("2001:db8::8").reach, Reach::stale);
-    EXPECT_EQ(neighbour("2001:db8::8").mac, (MacAddress{2, 0, 0, 0, 0, 8}));
+    EXPECT_EQ(neighbour("2001:db8::8").mac, (EthAddr{2, 0, 0, 0, 0, 8}));
 }
 
 TEST_F(NeighbourMonitorTest, CountsARefusedSolicitOnADeletedInterface) {
@@ -159,6 +153,6 @@ TEST_F(NeighbourMonitorTest, TheSameAddressOnSeveralLinksIsKeptApart) {
                                : nullptr;
     };
     ASSERT_TRUE(until([&] { return onOther() != nullptr; }));
-    EXPECT_EQ(onOther()->mac, (MacAddress{2, 0, 0, 0, 0, 8}));
-    EXPECT_EQ(neighbour("192.0.2.7").mac, (MacAddress{2, 0, 0, 0, 0, 7}));
+    EXPECT_EQ(onOther()->mac, (EthAddr{2, 0, 0, 0, 0, 8}));
+    EXPECT_EQ(neighbour("192.0.2.7").mac, (EthAddr{2, 0, 0, 0, 0, 7}));
 }

@@ -5,6 +5,7 @@
 #include "Lumo/MplsLabelOperation.h"
 #include "Mpls/TableDirectory.h"
 #include "Mpls/Types.h"
+#include "Published/IpRoutes.h"
 
 namespace {
 
@@ -24,6 +25,7 @@ TEST(Words, EachWordMeansOneValueAndEachValueHasOneWord) {
     expectWordsAreUnique<Mpls::LfibViaSetType>();
     expectWordsAreUnique<Mpls::TableId>();
     expectWordsAreUnique<Lumo::MplsLabelAction>();
+    expectWordsAreUnique<L3::Route::Kind>();
 }
 
 TEST(Words, AValueWithoutAWordIsItsNumber) {

@@ -10,13 +10,12 @@
 
 namespace {
 
-using OvixAgent::IpAddress;
-using OvixAgent::MacAddress;
+using Lumo::EthAddr;
 using OvixAgent::readLinkMessage;
 using OvixAgent::readNeighbourMessage;
 using Reach = OvixAgent::NeighbourState::Reach;
 
-constexpr MacAddress mac{2, 0, 0, 0, 0, 1};
+constexpr EthAddr mac{2, 0, 0, 0, 0, 1};
 
 /// A message of one fixed part, to which attributes are appended.
 template <typename Fixed>
@@ -74,7 +73,7 @@ TEST(LinkMessages, AttributesOfAnUnexpectedSizeAreIgnored) {
     message.put(IFLA_MTU, mac.data(), 2);
     const auto link = readLinkMessage(*message.header);
     EXPECT_EQ(link->name, "unte");
-    EXPECT_EQ(link->mac, MacAddress{});
+    EXPECT_EQ(link->mac, EthAddr{});
     EXPECT_EQ(link->mtu, 0U);
 }
 
@@ -108,7 +107,7 @@ TEST(LinkMessages, AMacIsUsableWhileConfirmedOrStale) {
         EXPECT_EQ(neighbour->reach, each.reach) << each.state;
         EXPECT_EQ(neighbour->mac.has_value(), each.hasMac) << each.state;
         EXPECT_EQ(neighbour->link, 4U);
-        EXPECT_EQ(neighbour->address, (IpAddress{IpAddress::Family::ipv4, {192, 0, 2, 1}}));
+        EXPECT_EQ(neighbour->address, Lumo::IpGenAddr::fromText("192.0.2.1"));
     }
 }
 

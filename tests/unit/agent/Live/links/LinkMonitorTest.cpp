@@ -8,10 +8,10 @@
 
 namespace {
 
+using Lumo::EthAddr;
 using OvixAgent::LinkEvents;
 using OvixAgent::LinkMonitor;
 using OvixAgent::LinkState;
-using OvixAgent::MacAddress;
 using OvixAgent::NeighbourState;
 using TestSupport::ip;
 
@@ -48,8 +48,8 @@ class LinkMonitorTest : public TestSupport::OwnNetwork {
 
 TEST_F(LinkMonitorTest, ReportsTheExistingLinks) {
     EXPECT_TRUE(link("left").isUp());
-    EXPECT_EQ(link("left").mac, (MacAddress{2, 0, 0, 0, 0, 1}));
-    EXPECT_EQ(link("right").mac, (MacAddress{2, 0, 0, 0, 0, 2}));
+    EXPECT_EQ(link("left").mac, (EthAddr{2, 0, 0, 0, 0, 1}));
+    EXPECT_EQ(link("right").mac, (EthAddr{2, 0, 0, 0, 0, 2}));
     EXPECT_EQ(link("right").mtu, 1500U);
     EXPECT_EQ(link("lo").mtu, 65536U);
     EXPECT_EQ(monitor->table().link(link("left").index)->name, "left");
@@ -72,7 +72,7 @@ TEST_F(LinkMonitorTest, ReportsANewMtuMacAndName) {
     ip("link set left mtu 1400");
     EXPECT_TRUE(until([this] { return link("left").mtu == 1400; }));
     ip("link set left address 02:00:00:00:00:77");
-    EXPECT_TRUE(until([this] { return link("left").mac == MacAddress{2, 0, 0, 0, 0, 0x77}; }));
+    EXPECT_TRUE(until([this] { return link("left").mac == EthAddr{2, 0, 0, 0, 0, 0x77}; }));
     const std::uint32_t index = link("left").index;
     ip("link set left down && ip link set left name west");
     EXPECT_TRUE(until([this] { return link("west").index != 0; }));

@@ -5,7 +5,6 @@
 
 namespace {
 
-using OvixAgent::IpAddress;
 using OvixAgent::LinkEvents;
 using OvixAgent::LinkState;
 using OvixAgent::LinkTable;
@@ -16,7 +15,10 @@ LinkState linkOf(std::uint32_t index, const std::string& name, std::uint32_t mtu
 }
 
 NeighbourState neighbourOf(std::uint32_t link, std::uint8_t host) {
-    return {link, {IpAddress::Family::ipv4, {192, 0, 2, host}}, {}, NeighbourState::Reach::asked};
+    return {link,
+            Lumo::IpGenAddr::fromText("192.0.2." + std::to_string(host)),
+            {},
+            NeighbourState::Reach::asked};
 }
 
 class LinkTableTest : public testing::Test {
@@ -33,7 +35,7 @@ class LinkTableTest : public testing::Test {
         return all;
     }
     static std::string host(const NeighbourState& neighbour) {
-        return std::to_string(neighbour.address.bytes[3]);
+        return std::to_string(neighbour.address.bytes()[3]);
     }
 
     std::string told;
