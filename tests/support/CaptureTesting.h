@@ -39,11 +39,12 @@ class CaptureTest : public ::testing::Test {
     std::filesystem::path directory_;
 };
 
-inline std::string u16(std::uint16_t value) {
+inline std::string field16(std::uint16_t value) {
     return {static_cast<char>(value & 0xffU), static_cast<char>(value >> 8U)};
 }
-inline std::string u32(std::uint32_t value) {
-    return u16(static_cast<std::uint16_t>(value)) + u16(static_cast<std::uint16_t>(value >> 16U));
+inline std::string field32(std::uint32_t value) {
+    return field16(static_cast<std::uint16_t>(value)) +
+           field16(static_cast<std::uint16_t>(value >> 16U));
 }
 
 inline constexpr std::uint32_t microsecondMagic = 0xa1b2c3d4;
@@ -51,12 +52,13 @@ inline constexpr std::uint32_t nanosecondMagic = 0xa1b23c4d;
 
 /// The header of a little-endian pcap file; link type 1 is Ethernet.
 inline std::string pcapHeader(std::uint32_t magic, std::uint32_t linkType = 1) {
-    return u32(magic) + u16(2) + u16(4) + u32(0) + u32(0) + u32(65535) + u32(linkType);
+    return field32(magic) + field16(2) + field16(4) + field32(0) + field32(0) + field32(65535) +
+           field32(linkType);
 }
 inline std::string pcapRecord(std::uint32_t seconds, std::uint32_t fraction,
                               const std::string& bytes, std::uint32_t originalLength) {
-    return u32(seconds) + u32(fraction) + u32(static_cast<std::uint32_t>(bytes.size())) +
-           u32(originalLength) + bytes;
+    return field32(seconds) + field32(fraction) +
+           field32(static_cast<std::uint32_t>(bytes.size())) + field32(originalLength) + bytes;
 }
 inline std::string pcapRecord(std::uint32_t seconds, std::uint32_t fraction,
                               const std::string& bytes) {
@@ -65,23 +67,25 @@ inline std::string pcapRecord(std::uint32_t seconds, std::uint32_t fraction,
 
 inline std::string pcapngBlock(std::uint32_t type, std::string body) {
     body.resize((body.size() + 3) / 4 * 4);
-    const auto length = u32(static_cast<std::uint32_t>(body.size() + 12));
-    return u32(type) + length + body + length;
+    const auto length = field32(static_cast<std::uint32_t>(body.size() + 12));
+    return field32(type) + length + body + length;
 }
 inline std::string pcapngSection() {
-    return pcapngBlock(0x0a0d0d0a, u32(0x1a2b3c4d) + u16(1) + u16(0) + u32(~0U) + u32(~0U));
+    return pcapngBlock(0x0a0d0d0a,
+                       field32(0x1a2b3c4d) + field16(1) + field16(0) + field32(~0U) + field32(~0U));
 }
 /// `resolution` is the negative power of ten of the time stamps' unit.
 inline std::string pcapngInterface(std::uint16_t linkType, std::uint8_t resolution) {
-    const std::string option = u16(9) + u16(1) + std::string(1, static_cast<char>(resolution)) +
-                               std::string(3, '\0') + u32(0);
-    return pcapngBlock(1, u16(linkType) + u16(0) + u32(65535) + option);
+    const std::string option = field16(9) + field16(1) +
+                               std::string(1, static_cast<char>(resolution)) +
+                               std::string(3, '\0') + field32(0);
+    return pcapngBlock(1, field16(linkType) + field16(0) + field32(65535) + option);
 }
 inline std::string pcapngPacket(std::uint32_t interface, std::uint64_t time,
                                 const std::string& bytes) {
-    const auto length = u32(static_cast<std::uint32_t>(bytes.size()));
-    return pcapngBlock(6, u32(interface) + u32(static_cast<std::uint32_t>(time >> 32U)) +
-                              u32(static_cast<std::uint32_t>(time)) + length + length + bytes);
+    const auto length = field32(static_cast<std::uint32_t>(bytes.size()));
+    return pcapngBlock(6, field32(interface) + field32(static_cast<std::uint32_t>(time >> 32U)) +
+                              field32(static_cast<std::uint32_t>(time)) + length + length + bytes);
 }
 
 /// What the action fails with; "" when it does not.

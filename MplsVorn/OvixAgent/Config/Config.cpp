@@ -13,7 +13,7 @@ namespace OvixAgent {
 
 namespace {
 
-constexpr std::size_t maxNameSize = 100;
+constexpr std::size_t maxToggleNameSize = 100;
 
 struct FileCloser {
     void operator()(std::FILE* file) const noexcept { std::fclose(file); }
@@ -37,7 +37,7 @@ std::string readFile(const std::string& path) {
 
 std::string readToggleName(const ConfigMap& map, std::size_t index) {
     const std::string_view key = map.key(index);
-    if (key.size() > maxNameSize) {
+    if (key.size() > maxToggleNameSize) {
         map.at(index).fail("the name is longer than 100 bytes");
     }
     return std::string(key);

@@ -11,14 +11,14 @@ namespace OvixAgent {
 
 namespace {
 
-constexpr std::size_t maxNameSize = 15; ///< IFNAMSIZ without the terminator
-constexpr std::uint32_t minMtu = 68;    ///< RFC 791
+constexpr std::size_t maxPortNameSize = 15; ///< IFNAMSIZ without the terminator
+constexpr std::uint32_t minMtu = 68;        ///< RFC 791
 constexpr std::uint32_t maxMtu = 65535;
 constexpr std::uint16_t maxVlan = 4094;
 
 /// As Linux names interfaces; besides no "=", which ends a port's name on the command line.
 std::string readPortName(const ConfigValue& value) {
-    std::string name = value.name("port name", maxNameSize);
+    std::string name = value.name("port name", maxPortNameSize);
     const bool isBad =
         name == "." || name == ".." || name.find_first_of("/:= \t") != std::string::npos;
     if (isBad) {

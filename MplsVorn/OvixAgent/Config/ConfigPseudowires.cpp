@@ -10,7 +10,7 @@ namespace OvixAgent {
 
 namespace {
 
-constexpr std::size_t maxNameSize = 100;
+constexpr std::size_t maxPseudowireNameSize = 100;
 constexpr std::size_t maxTunnelLabels = Mpls::Via::maxLabels - 1; ///< above the pseudowire's
 constexpr std::uint32_t minPseudowireLabel = 16;                  ///< RFC 3032 reserves those below
 
@@ -26,7 +26,7 @@ PseudowireConfig readPseudowire(const ConfigValue& value, const PortNames& ports
     const ConfigMap map(
         value, {"name", "port", "label", "control-word", "interface", "nexthop", "labels"});
     PseudowireConfig pseudowire;
-    pseudowire.name = map.required("name").name("pseudowire name", maxNameSize);
+    pseudowire.name = map.required("name").name("pseudowire name", maxPseudowireNameSize);
     pseudowire.port = ports.read(map.required("port"));
     pseudowire.label = Lumo::MplsLabel(map.required("label").number<std::uint32_t>(
         "label", minPseudowireLabel, Lumo::MplsLabel::max));
@@ -39,9 +39,9 @@ PseudowireConfig readPseudowire(const ConfigValue& value, const PortNames& ports
     return pseudowire;
 }
 
-using Pseudowires = std::vector<Placed<PseudowireConfig>>;
+using PlacedPseudowires = std::vector<Placed<PseudowireConfig>>;
 
-const Placed<PseudowireConfig>* ofPort(const Pseudowires& pseudowires, PortIndex port) {
+const Placed<PseudowireConfig>* ofPort(const PlacedPseudowires& pseudowires, PortIndex port) {
     const auto found = std::find_if(pseudowires.begin(), pseudowires.end(),
                                     [&](const auto& other) { return other.value.port == port; });
     return found != pseudowires.end() ? &*found : nullptr;
@@ -49,7 +49,7 @@ const Placed<PseudowireConfig>* ofPort(const Pseudowires& pseudowires, PortIndex
 
 /// Its name and its attachment circuit differ from those of the earlier ones.
 void checkUnique(const ConfigValue& value, const PseudowireConfig& pseudowire,
-                 const Pseudowires& earlier) {
+                 const PlacedPseudowires& earlier) {
     const auto sameName = std::find_if(earlier.begin(), earlier.end(), [&](const auto& other) {
         return other.value.name == pseudowire.name;
     });
@@ -67,7 +67,7 @@ void checkUnique(const ConfigValue& value, const PseudowireConfig& pseudowire,
 
 /// What leaves by an attachment circuit belongs to its customer, so no tunnel starts there.
 void checkEgress(const ConfigValue& value, const PseudowireConfig& pseudowire,
-                 const Pseudowires& all) {
+                 const PlacedPseudowires& all) {
     if (const auto* other = ofPort(all, pseudowire.egress)) {
         const ConfigMap map(value);
         const ConfigValue egress = map.required("interface");
@@ -81,7 +81,7 @@ void checkEgress(const ConfigValue& value, const PseudowireConfig& pseudowire,
 
 std::vector<Placed<PseudowireConfig>> readPseudowires(const ConfigValue& list,
                                                       const PortNames& ports) {
-    Pseudowires pseudowires;
+    PlacedPseudowires pseudowires;
     for (std::size_t i = 0; i < list.listSize(); ++i) {
         const ConfigValue item = list.item(i);
         const PseudowireConfig pseudowire = readPseudowire(item, ports);

@@ -2,6 +2,8 @@
 
 #include "AnswersTesting.h"
 
+namespace AnswerTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 using namespace TestSupport::Raw;
@@ -62,3 +64,5 @@ TEST(Answer, IsEmptyWithoutAPacketOrAPath) {
     EXPECT_FALSE(answerTo(read(unlabelled), reply, nowhere));
     EXPECT_TRUE(answerTo(read(unlabelled), reply, everywhere));
 }
+
+} // namespace AnswerTest

@@ -5,6 +5,8 @@
 #include "LocalTables.h"
 #include "Published/TransitRoutes.h"
 
+namespace CpuAnswersTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 using namespace TestSupport::Raw;
@@ -180,3 +182,5 @@ TEST_F(CpuAnswersTest, AnErrorToALinkLocalSourceStaysOnTheLink) {
     const Bytes ofIpv4 = packet("169.254.1.1", "10.9.0.1");
     EXPECT_EQ(wayTo(core, labelled({{100, 0, 1}}, ofIpv4)), "none");
 }
+
+} // namespace CpuAnswersTest

@@ -5,6 +5,8 @@
 #include "LocalTables.h"
 #include "Published/TransitRoutes.h"
 
+namespace EchoLookupTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 using namespace TestSupport::Raw;
@@ -128,3 +130,5 @@ TEST_F(EchoLookupTest, WithoutAnIpRouteAFecHasNoMapping) {
     forwarding.configure(subnetsOnly);
     EXPECT_EQ(codesFor({{100, 0, 1}}, fecStack({ldp(8)})), "4/1");
 }
+
+} // namespace EchoLookupTest

@@ -2,6 +2,8 @@
 
 #include "AnswersTesting.h"
 
+namespace IcmpErrorTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 using namespace TestSupport::Raw;
@@ -283,3 +285,5 @@ TEST(IcmpTooBig, FollowsTheRulesForErrorsExceptForIpv6Groups) {
     multicast6[14 + 8 + 25] = 0x0e;
     EXPECT_FALSE(icmpTooBig(read(multicast6), 1400, own).empty());
 }
+
+} // namespace IcmpErrorTest

@@ -2,6 +2,8 @@
 
 #include "AnswersTesting.h"
 
+namespace LabelledPacketTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 using namespace TestSupport::Raw;
@@ -50,3 +52,5 @@ TEST(LabelledPacket, IsEmptyForEveryTruncatedFrame) {
         }
     }
 }
+
+} // namespace LabelledPacketTest

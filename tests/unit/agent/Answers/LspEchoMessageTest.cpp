@@ -2,6 +2,8 @@
 
 #include "EchoTesting.h"
 
+namespace LspEchoMessageTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 using namespace TestSupport::Raw;
@@ -134,3 +136,5 @@ TEST(LspEchoMessage, TruncatedRequestsAreMalformedOrEmpty) {
         }
     }
 }
+
+} // namespace LspEchoMessageTest

@@ -2,6 +2,8 @@
 
 #include "EchoTesting.h"
 
+namespace LspEchoTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 using namespace TestSupport::Raw;
@@ -153,3 +155,5 @@ TEST(LspEcho, UsesTheTimeFormatOfNtp) {
     EXPECT_EQ(ntpTime({0, 999'999'999}), (2208988800ULL << 32U) + 0xfffffffbU);
     EXPECT_EQ(ntpTime({2'085'978'496, 0}), 0U); // 2036-02-07 06:28:16
 }
+
+} // namespace LspEchoTest

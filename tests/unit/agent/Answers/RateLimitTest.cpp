@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+namespace RateLimitTest {
+
 using namespace OvixAgent;
 
 namespace {
@@ -61,3 +63,5 @@ TEST(RateLimit, HandlesExtremesOfRateAndClock) {
     EXPECT_EQ(admitted(back, 9 * second, 2), 0U);
     EXPECT_EQ(admitted(back, 9 * second + second / 100, 2), 1U);
 }
+
+} // namespace RateLimitTest

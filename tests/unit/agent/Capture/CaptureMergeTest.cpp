@@ -2,6 +2,8 @@
 
 #include "CaptureTesting.h"
 
+namespace CaptureMergeTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 
@@ -127,3 +129,5 @@ TEST_F(CaptureMergeTest, OneCaptureMayFeedTwoPorts) {
         EXPECT_EQ(frame->port, port);
     }
 }
+
+} // namespace CaptureMergeTest

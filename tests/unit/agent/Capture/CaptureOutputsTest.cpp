@@ -3,6 +3,8 @@
 #include "Capture/CaptureReader.h"
 #include "CaptureTesting.h"
 
+namespace CaptureOutputsTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 
@@ -80,3 +82,5 @@ TEST_F(CaptureOutputsTest, CloseReportsTheFirstErrorAndWritesTheOthers) {
     EXPECT_EQ(errorOf(out, {}), out + "/eth1.pcap: cannot be written: No space left on device");
     EXPECT_EQ(CaptureReader(0, out + "/cpu.pcap").problem(), "");
 }
+
+} // namespace CaptureOutputsTest

@@ -6,6 +6,8 @@
 
 #include "CaptureTesting.h"
 
+namespace CaptureReaderTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 
@@ -65,12 +67,12 @@ TEST_F(CaptureReaderTest, ReadsNanoseconds) {
 
 TEST_F(CaptureReaderTest, ReadsTheOtherByteOrder) {
     // The version is two halves of one word, which swap places with their bytes.
-    const std::string header =
-        u32(microsecondMagic) + u16(4) + u16(2) + u32(0) + u32(0) + u32(65535) + u32(1);
-    CaptureReader reader(
-        0, file("a.pcap", byteSwapped(header) + byteSwapped(pcapRecord(5, 6, "")) +
-                              byteSwapped(pcapRecord(7, 8, "").substr(0, 8) + u32(2) + u32(2)) +
-                              "ab"));
+    const std::string header = field32(microsecondMagic) + field16(4) + field16(2) + field32(0) +
+                               field32(0) + field32(65535) + field32(1);
+    CaptureReader reader(0, file("a.pcap", byteSwapped(header) + byteSwapped(pcapRecord(5, 6, "")) +
+                                               byteSwapped(pcapRecord(7, 8, "").substr(0, 8) +
+                                                           field32(2) + field32(2)) +
+                                               "ab"));
     EXPECT_TRUE(reader.hasMicroseconds());
     EXPECT_EQ(reader.next()->time, (CaptureTime{5, 6000}));
     EXPECT_EQ(text(*reader.next()), "ab");
@@ -167,8 +169,9 @@ TEST_F(CaptureReaderTest, ReadsTheWholeFramesOfATruncatedPcapng) {
 
 TEST_F(CaptureReaderTest, DamageInTheMiddleIsReportedAfterTheFramesBeforeIt) {
     const std::string damaged =
-        file("a.pcap", pcapHeader(microsecondMagic) + pcapRecord(1, 0, "frame") + u32(2) + u32(0) +
-                           u32(0x7fffffff) + u32(0x7fffffff) + std::string(1000, 'x'));
+        file("a.pcap", pcapHeader(microsecondMagic) + pcapRecord(1, 0, "frame") + field32(2) +
+                           field32(0) + field32(0x7fffffff) + field32(0x7fffffff) +
+                           std::string(1000, 'x'));
     CaptureReader reader(0, damaged);
     EXPECT_EQ(countFrames(reader), 1U);
     const std::string problem = damaged + " cannot be read beyond frame 1: ";
@@ -225,3 +228,5 @@ TEST_F(CaptureReaderTest, ReadsFromAPipe) {
     EXPECT_EQ(reader.next(), nullptr);
     writer.join();
 }
+
+} // namespace CaptureReaderTest

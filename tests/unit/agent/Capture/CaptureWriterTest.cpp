@@ -5,6 +5,8 @@
 #include "Capture/CaptureReader.h"
 #include "CaptureTesting.h"
 
+namespace CaptureWriterTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 
@@ -44,9 +46,10 @@ TEST_F(CaptureWriterTest, TheMagicNumberMatchesThePrecision) {
         writer.transmit({0, {1, 2000}, bytesOf(bytes), 1});
         writer.close();
         const bool isMicro = precision == TimePrecision::microseconds;
-        EXPECT_EQ(contentOf(path("a.pcap")), u32(isMicro ? microsecondMagic : nanosecondMagic) +
-                                                 u16(2) + u16(4) + u32(0) + u32(0) + u32(262144) +
-                                                 u32(1) + pcapRecord(1, isMicro ? 2 : 2000, "x"));
+        EXPECT_EQ(contentOf(path("a.pcap")), field32(isMicro ? microsecondMagic : nanosecondMagic) +
+                                                 field16(2) + field16(4) + field32(0) + field32(0) +
+                                                 field32(262144) + field32(1) +
+                                                 pcapRecord(1, isMicro ? 2 : 2000, "x"));
     }
 }
 
@@ -80,3 +83,5 @@ TEST_F(CaptureWriterTest, AFullDiskIsReportedAtOnceOrAtTheEnd) {
               error);
     EXPECT_LT(large.frames(), 100U);
 }
+
+} // namespace CaptureWriterTest

@@ -2,6 +2,8 @@
 
 #include "ForwarderTesting.h"
 
+namespace CapturedLoopbackTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 
@@ -57,3 +59,5 @@ TEST(CapturedLoopback, IsInstalledOnlyWhileItExists) {
     }
     EXPECT_EQ(&Lumo::RawTxBackend::current(), &kernel);
 }
+
+} // namespace CapturedLoopbackTest

@@ -5,6 +5,8 @@
 #include <memory>
 #include <string>
 
+namespace CliProgressTest {
+
 using namespace OvixAgent;
 using namespace std::chrono_literals;
 
@@ -71,3 +73,5 @@ TEST_F(CliProgressTest, IsDueOnceInManyCalls) {
     }
     EXPECT_EQ(due, 10);
 }
+
+} // namespace CliProgressTest

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+namespace CliOptionsTest {
+
 using namespace OvixAgent;
 
 namespace {
@@ -108,3 +110,5 @@ TEST(CliOptions, HelpAndVersionSucceed) {
         EXPECT_NE(run.text.find(option), std::string::npos) << option << '\n' << run.text;
     }
 }
+
+} // namespace CliOptionsTest

@@ -9,6 +9,8 @@
 #include "Config/ConfigError.h"
 #include "Ovix/plugin/ToggleService.h"
 
+namespace TogglesTest {
+
 namespace {
 
 using namespace OvixAgent;
@@ -139,3 +141,5 @@ TEST_F(Toggles, LieInTheWorkingDirectoryWhenTheConfigurationDoes) {
 }
 
 } // namespace
+
+} // namespace TogglesTest

@@ -4,6 +4,8 @@
 
 #include "ConfigTesting.h"
 
+namespace ConfigDocumentTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 using Kind = ConfigDocument::Kind;
@@ -84,3 +86,5 @@ TEST(ConfigDocument, BytesThatAreNoTextAreRefused) {
     EXPECT_NE(errorOf(std::string("\0\xff\xfe\x01", 4)), "");
     EXPECT_NE(errorOf(std::string(1000, '\0')), "");
 }
+
+} // namespace ConfigDocumentTest

@@ -2,6 +2,8 @@
 
 #include "ConfigTesting.h"
 
+namespace ConfigFecsTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 
@@ -91,3 +93,5 @@ TEST(ConfigFecs, AViaOfALookupNeedsNoAction) {
                   Mpls::Via::popAndLookUp("red", Mpls::PayloadType::ipv4).value());
     }
 }
+
+} // namespace ConfigFecsTest

@@ -2,6 +2,8 @@
 
 #include "ConfigTesting.h"
 
+namespace ConfigPseudowiresTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 
@@ -121,3 +123,5 @@ TEST(ConfigPseudowires, ATunnelHasAtMost32Labels) {
     EXPECT_EQ(errorOf(pseudowires({red + ", labels: [" + labels + ",16]"})),
               "t.yaml:6: pseudowires[0].labels: 33 labels given, allowed are at most 32");
 }
+
+} // namespace ConfigPseudowiresTest

@@ -2,6 +2,8 @@
 
 #include "ConfigTesting.h"
 
+namespace ConfigRoutesTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 
@@ -160,3 +162,5 @@ TEST(ConfigRoutes, ErrorsNameLineKeyAndValue) {
         EXPECT_EQ(errorOf(text), error) << text;
     }
 }
+
+} // namespace ConfigRoutesTest

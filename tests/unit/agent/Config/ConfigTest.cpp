@@ -6,6 +6,8 @@
 
 #include "ConfigTesting.h"
 
+namespace ConfigTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 
@@ -304,3 +306,5 @@ TEST(Config, AnUnreadableFileIsNamed) {
               "/nonexistent/a.yaml: cannot be opened: No such file or directory");
     EXPECT_EQ(messageOf("/"), "/: cannot be read: Is a directory");
 }
+
+} // namespace ConfigTest

@@ -3,6 +3,8 @@
 #include <array>
 #include <gtest/gtest.h>
 
+namespace ConfigTextTest {
+
 using namespace OvixAgent;
 
 namespace {
@@ -40,3 +42,5 @@ TEST(ConfigText, ListsNoMoreThanSixteenNames) {
     }
     EXPECT_EQ(suggestion("colour", many), expected + "...");
 }
+
+} // namespace ConfigTextTest

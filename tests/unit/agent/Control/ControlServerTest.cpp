@@ -11,6 +11,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+namespace ControlServerTest {
+
 using OvixAgent::ControlServer;
 using Json = nlohmann::ordered_json;
 
@@ -287,3 +289,5 @@ TEST_F(ControlServerTest, ReportsWhyAPathCannotBeUsed) {
     EXPECT_EQ(errorOf(beneathAFile),
               "control socket " + beneathAFile + ": cannot listen: Not a directory");
 }
+
+} // namespace ControlServerTest

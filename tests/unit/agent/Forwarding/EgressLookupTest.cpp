@@ -4,6 +4,8 @@
 
 #include "ForwarderTesting.h"
 
+namespace EgressLookupTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 
@@ -163,3 +165,5 @@ TEST(GroupMac, NothingElseGoesToAGroup) {
     EXPECT_EQ(macOf(join({eth(ethIpv4), packetTo(0xe8010101)}), Ovix::PktHdrType::eth), Mac());
     EXPECT_EQ(macOf({}, Ovix::PktHdrType::ipv4), Mac());
 }
+
+} // namespace EgressLookupTest

@@ -6,6 +6,8 @@
 #include "State/CaptureError.h"
 #include "Tessel/Exceptions.h"
 
+namespace ForwarderTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 
@@ -145,3 +147,5 @@ TEST_F(ForwarderTest, TheHandlerIsToldTheFrameNumberAndWhereItCameIn) {
     receive(labelled(), note);
     EXPECT_EQ(numbers, (std::vector<std::uint64_t>{1, 3}));
 }
+
+} // namespace ForwarderTest

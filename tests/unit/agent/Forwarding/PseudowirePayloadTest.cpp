@@ -5,6 +5,8 @@
 
 #include "FrameBytes.h"
 
+namespace PseudowirePayloadTest {
+
 using namespace OvixAgent;
 using namespace TestSupport::Raw;
 
@@ -110,3 +112,5 @@ TEST(PseudowirePayload, AControlWordThatWasNotAgreedUponIsToldFromAnAddress) {
         },
         false);
 }
+
+} // namespace PseudowirePayloadTest

@@ -8,6 +8,8 @@
 
 #include "FrameBytes.h"
 
+namespace IpFragmentsTest {
+
 using namespace OvixAgent;
 using namespace TestSupport::Raw;
 
@@ -217,3 +219,5 @@ TEST(IpFragmentsTest, NoHeaderLeadsAstray) {
     }
     EXPECT_GT(cuts, 1000U);
 }
+
+} // namespace IpFragmentsTest

@@ -5,6 +5,8 @@
 #include "FrameBytes.h"
 #include "Ip/IpScope.h"
 
+namespace IpPacketTest {
+
 using namespace OvixAgent;
 using namespace TestSupport::Raw;
 using Ovix::PktHdrType;
@@ -196,3 +198,5 @@ TEST(IpPacketUpperLayer, ExtensionHeadersEndWithinThePacket) {
     ASSERT_TRUE(upper);
     EXPECT_TRUE(upper->bytes.empty());
 }
+
+} // namespace IpPacketTest

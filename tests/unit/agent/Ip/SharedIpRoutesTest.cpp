@@ -5,6 +5,8 @@
 #include "Config/Config.h"
 #include "LocalTables.h"
 
+namespace SharedIpRoutesTest {
+
 using namespace OvixAgent;
 
 namespace {
@@ -276,3 +278,5 @@ TEST_F(SharedIpRoutesTest, ALocalRouteThatMovesToAnotherPlaceStays) {
         EXPECT_EQ(to("10.12.0.1"), "") << isFirst;
     }
 }
+
+} // namespace SharedIpRoutesTest

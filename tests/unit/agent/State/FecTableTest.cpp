@@ -3,6 +3,8 @@
 #include "ForwarderTesting.h"
 #include "Tessel/Fib/FecId.h"
 
+namespace FecTableTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 using Tessel::Fib::FecId;
@@ -75,3 +77,5 @@ TEST_F(FecEgress, AnUnknownFecIsAReasonToDrop) {
     receive(labelled(), always(toFec(44)));
     EXPECT_EQ(dropped(), (ReasonCounts{{"No FEC for the egress interface", 1}}));
 }
+
+} // namespace FecTableTest

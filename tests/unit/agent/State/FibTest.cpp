@@ -5,6 +5,8 @@
 #include <optional>
 #include <random>
 
+namespace FibTest {
+
 using namespace OvixAgent;
 
 namespace {
@@ -171,3 +173,5 @@ TEST(IpRoute, FlowsAreSharedByWeightAndEachKeepsItsVia) {
     EXPECT_EQ(shares, (std::array<std::size_t, 3>{0, 100, 300}));
     EXPECT_EQ(route.choose(~0U).port, 2U);
 }
+
+} // namespace FibTest

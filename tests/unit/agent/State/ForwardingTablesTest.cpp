@@ -4,6 +4,8 @@
 
 #include "Config/Config.h"
 
+namespace ForwardingTablesTest {
+
 using namespace OvixAgent;
 
 namespace {
@@ -77,3 +79,5 @@ TEST_F(ForwardingTablesTest, ThePortsStayTheSameOnes) {
     tables.configure(config(""));
     EXPECT_EQ(tables.ports.byIntfId(Lumo::IntfId("west")), west);
 }
+
+} // namespace ForwardingTablesTest

@@ -4,6 +4,8 @@
 
 #include "FrameBytes.h"
 
+namespace LinkHeaderTest {
+
 using namespace OvixAgent;
 using namespace TestSupport::Raw;
 
@@ -140,3 +142,5 @@ TEST(LinkHeader, OfAnEthernetPacketIsItsHeaderAndItsTags) {
         EXPECT_EQ(linkHeaderSize(*contextOf(given.packet, given.first)), given.size);
     }
 }
+
+} // namespace LinkHeaderTest

@@ -5,6 +5,8 @@
 #include "Config/Config.h"
 #include "State/PortTable.h"
 
+namespace NeighboursTest {
+
 using namespace OvixAgent;
 
 namespace {
@@ -72,3 +74,5 @@ TEST(PortTable, PortsAreFoundByTheirInterfaceId) {
     EXPECT_EQ(table.byIntfId(Lumo::IntfId("south")), nullptr);
     EXPECT_EQ(table.byIntfId(Lumo::CpuIntfId::cpuIdToIntfId(0)), nullptr);
 }
+
+} // namespace NeighboursTest

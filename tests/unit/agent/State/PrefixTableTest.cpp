@@ -4,6 +4,8 @@
 #include <map>
 #include <random>
 
+namespace PrefixTableTest {
+
 using namespace OvixAgent;
 
 namespace {
@@ -85,3 +87,5 @@ TEST(PrefixTable, WhatComesAndGoesForEverDoesNotFillIt) {
     }
     EXPECT_EQ(table.find({1, 0}), PrefixTable::none);
 }
+
+} // namespace PrefixTableTest

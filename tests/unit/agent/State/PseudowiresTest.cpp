@@ -3,6 +3,8 @@
 #include "ForwarderTesting.h"
 #include "Ovix/rewrite/MplsPushRewriteImpl.h"
 
+namespace PseudowiresTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 
@@ -170,3 +172,5 @@ TEST_F(PseudowireForwarding, APortOfNoPseudowireTakesEthernetWithoutControlWord)
     EXPECT_EQ(out[east].frames, Frames{frame});
     EXPECT_EQ(dropped(), (ReasonCounts{{"Pseudowire control word where none is expected", 1}}));
 }
+
+} // namespace PseudowiresTest

@@ -4,6 +4,8 @@
 
 #include "SummaryTesting.h"
 
+namespace SummaryTest {
+
 using namespace OvixAgent;
 using OvixAgent::Testing::busySummary;
 
@@ -36,3 +38,5 @@ TEST(Summary, ReasonsAddUp) {
     EXPECT_EQ(reasons.total(), 6U);
     EXPECT_EQ(reasons.counts().at("a"), 4U);
 }
+
+} // namespace SummaryTest

@@ -5,6 +5,8 @@
 
 #include "SummaryTesting.h"
 
+namespace SummaryTextTest {
+
 using namespace OvixAgent;
 using OvixAgent::Testing::busySummary;
 
@@ -114,3 +116,5 @@ TEST(SummaryJson, BytesThatAreNotUtf8AreReplaced) {
     EXPECT_EQ(nlohmann::json::parse(summaryJson(summary)).at("problems").at(0),
               "\xef\xbf\xbd.pcap");
 }
+
+} // namespace SummaryTextTest

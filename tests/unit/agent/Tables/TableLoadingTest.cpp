@@ -5,6 +5,8 @@
 #include "LocalTables.h"
 #include "Tables/AgentState.h"
 
+namespace TableLoadingTest {
+
 using namespace OvixAgent;
 
 namespace {
@@ -76,3 +78,5 @@ TEST(ConfigureTables, TablesThatSomebodyElsePublishesStay) {
     state.tables().refreshWholly();
     EXPECT_FALSE(hasLabel(state.tables(), 200));
 }
+
+} // namespace TableLoadingTest

@@ -19,6 +19,8 @@
 #include "LiveTesting.h"
 #include "MergedFrame.h"
 
+namespace AllocationTest {
+
 namespace AllocationByCaptures {
 
 using namespace OvixAgent;
@@ -255,3 +257,5 @@ TEST_F(LiveAllocationTest, TapPortsDoNotAllocatePerFrame) {
 }
 
 } // namespace AllocationByLivePorts
+
+} // namespace AllocationTest

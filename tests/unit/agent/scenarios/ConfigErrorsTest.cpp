@@ -1,5 +1,7 @@
 #include "ConfigTesting.h"
 
+namespace ConfigErrorsTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 
@@ -151,3 +153,5 @@ TEST(ConfigErrors, OfNeighbours) {
          "at line 5"},
     });
 }
+
+} // namespace ConfigErrorsTest

@@ -1,5 +1,7 @@
 #include "ConfigTesting.h"
 
+namespace ConfigLabelErrorsTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 
@@ -147,3 +149,5 @@ TEST(ConfigLabelErrors, RoutesMayStandBeforeTheAdjacenciesThatTheyName) {
                       popVia + "}]\n"),
               "");
 }
+
+} // namespace ConfigLabelErrorsTest

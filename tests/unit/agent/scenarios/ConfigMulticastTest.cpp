@@ -8,6 +8,8 @@
 #include "State/MvpnIntfStatus.h"
 #include "Tables/AgentState.h"
 
+namespace ConfigMulticastTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 
@@ -151,3 +153,5 @@ TEST(ConfigMulticast, RefusesInterfacesOfVrfsThatCannotBeMeant) {
         EXPECT_EQ(errorOf(mvpn(row.list)), row.error);
     }
 }
+
+} // namespace ConfigMulticastTest

@@ -9,6 +9,8 @@
 #include "Capture/CaptureWriter.h"
 #include "EchoTesting.h"
 
+namespace DissectionTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 using namespace TestSupport::Raw;
@@ -128,3 +130,5 @@ TEST_F(Dissection, EchoRepliesReadAsMeant) {
               "1 1 3503 49152 2 14 0 0xdeadbeef 7 20 300\n"
               " 1 3503 49152 2 3 1 0xdeadbeef 7  \n");
 }
+
+} // namespace DissectionTest

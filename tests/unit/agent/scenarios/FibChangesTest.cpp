@@ -5,6 +5,8 @@
 
 #include "State/Fib.h"
 
+namespace FibChangesTest {
+
 using namespace OvixAgent;
 
 namespace {
@@ -112,3 +114,5 @@ TEST(FibChanges, RoutesThatComeAndGoAtRandomAreAsInAnOrderedMap) {
         ASSERT_EQ(portFor(fib, "10." + std::to_string(asked) + ".7.7"), expected(asked)) << step;
     }
 }
+
+} // namespace FibChangesTest

@@ -3,6 +3,8 @@
 #include "ForwarderTesting.h"
 #include "Ovix/rewrite/RewriteImpl.h"
 
+namespace ForwarderRewriteTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 
@@ -111,3 +113,5 @@ TEST_F(ForwarderRewriteTest, WhatIsNotSentIsNotCounted) {
     EXPECT_TRUE(countedSizes.empty());
     EXPECT_EQ(summary().forwardedTotal().frames, 0U);
 }
+
+} // namespace ForwarderRewriteTest

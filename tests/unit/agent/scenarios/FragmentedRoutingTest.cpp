@@ -4,6 +4,8 @@
 
 #include "ForwarderTesting.h"
 
+namespace FragmentedRoutingTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 
@@ -143,3 +145,5 @@ TEST_F(FragmentedRouting, FragmentsOfATruncatedFrameAreTruncated) {
     EXPECT_EQ(out[east].originalLengths,
               (std::vector<std::uint32_t>{14 + 4 + 20 + 104, 14 + 4 + 20 + 96}));
 }
+
+} // namespace FragmentedRoutingTest

@@ -2,6 +2,8 @@
 
 #include "ForwarderTesting.h"
 
+namespace InputStepsTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 using Kind = Ovix::InputVerdict::Kind;
@@ -200,3 +202,5 @@ TEST_F(InputStepsTest, AReplicaWithoutAnAddressGoesToTheGroup) {
     EXPECT_EQ(Bytes(out[plain].frames[0].begin(), out[plain].frames[0].begin() + 6),
               (Bytes{1, 0, 0x5e, 0x80, 1, 0x2d}));
 }
+
+} // namespace InputStepsTest

@@ -2,6 +2,8 @@
 
 #include "IpTesting.h"
 
+namespace IpRoutingTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 
@@ -189,3 +191,5 @@ ports:
     receiveAt(west, join({eth(0x0806), filled(28, 0)}));
     EXPECT_EQ(summary().handedOn.counts(), (ReasonCounts{{"Not MPLS", 1}}));
 }
+
+} // namespace IpRoutingTest

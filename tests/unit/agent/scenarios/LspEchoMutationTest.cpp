@@ -2,6 +2,8 @@
 
 #include "EchoTesting.h"
 
+namespace LspEchoMutationTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 using namespace TestSupport::Raw;
@@ -94,3 +96,5 @@ TEST(LspEchoMutation, ParsingStaysWithinTheFrame) {
     }
     EXPECT_GT(packets, 1000U);
 }
+
+} // namespace LspEchoMutationTest

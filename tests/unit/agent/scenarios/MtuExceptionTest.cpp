@@ -3,6 +3,8 @@
 #include "ForwarderTesting.h"
 #include "Ovix/routing/Handlers.h"
 
+namespace MtuExceptionTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 
@@ -101,3 +103,5 @@ TEST_F(MtuExceptionTest, WithoutAHandlerTheFrameIsDroppedAllTheSame) {
     receive(labelledOf(101), always(nexthop("east", "10.0.2.2")));
     EXPECT_EQ(dropped(), (ReasonCounts{{"MTU exceeded", 1}}));
 }
+
+} // namespace MtuExceptionTest

@@ -3,6 +3,8 @@
 #include "Config/Config.h"
 #include "State/Neighbours.h"
 
+namespace NeighbourChangesTest {
+
 using namespace OvixAgent;
 
 namespace {
@@ -123,3 +125,5 @@ TEST_F(NeighbourChanges, BeyondTheFirstFewTheOthersWait) {
     EXPECT_EQ(taken.size(), 32U);
     EXPECT_EQ(taken.back().address, address("10.0.1.31"));
 }
+
+} // namespace NeighbourChangesTest

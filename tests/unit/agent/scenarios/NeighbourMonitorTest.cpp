@@ -7,6 +7,8 @@
 #include "Live/links/LinkMonitor.h"
 #include "LiveTesting.h"
 
+namespace NeighbourMonitorTest {
+
 namespace {
 
 using Lumo::EthAddr;
@@ -156,3 +158,5 @@ TEST_F(NeighbourMonitorTest, TheSameAddressOnSeveralLinksIsKeptApart) {
     EXPECT_EQ(onOther()->mac, (EthAddr{2, 0, 0, 0, 0, 8}));
     EXPECT_EQ(neighbour("192.0.2.7").mac, (EthAddr{2, 0, 0, 0, 0, 7}));
 }
+
+} // namespace NeighbourMonitorTest

@@ -12,6 +12,8 @@
 #include "MergedFrame.h"
 #include "Posix/FileDescriptor.h"
 
+namespace OffloadedWorkTest {
+
 namespace {
 
 using namespace LiveTesting;
@@ -187,3 +189,5 @@ TEST_F(UncutFramesTest, AreForgottenWithTheRingThatTheyAreIn) {
     EXPECT_TRUE(right.reopen());
     EXPECT_TRUE(received(right).empty());
 }
+
+} // namespace OffloadedWorkTest

@@ -4,6 +4,8 @@
 #include "Live/ports/PacketPort.h"
 #include "LiveTesting.h"
 
+namespace PacketPortLinkTest {
+
 namespace {
 
 using namespace LiveTesting;
@@ -119,3 +121,5 @@ TEST_F(PacketPortLinkTest, HandlesAnMtuIncreaseWhileOpen) {
     PacketPort left(0, "left", PacketIntake::labelled);
     expectPasses(left, right, toRight({ethMpls}, 1, 60000));
 }
+
+} // namespace PacketPortLinkTest

@@ -2,6 +2,8 @@
 
 #include "IpTesting.h"
 
+namespace PoppedPacketTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 
@@ -75,3 +77,5 @@ TEST_F(PoppedPacket, ANextHopWithoutInterfaceIsRoutedWithoutAnIpHop) {
     receivePopped(packetTo("192.0.2.1", 1), "10.9.0.1");
     EXPECT_EQ(onlyPacket(), packetTo("192.0.2.1", 1));
 }
+
+} // namespace PoppedPacketTest

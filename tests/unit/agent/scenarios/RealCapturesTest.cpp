@@ -4,6 +4,8 @@
 #include "Capture/CaptureReader.h"
 #include "CaptureTesting.h"
 
+namespace RealCapturesTest {
+
 using namespace OvixAgent;
 
 namespace {
@@ -41,3 +43,5 @@ INSTANTIATE_TEST_SUITE_P(All, RealCaptures,
                          ::testing::Values(RealCapture{"mixed-vlan-mpls.pcap", 47},
                                            RealCapture{"mpls-in-vlan.pcap", 3},
                                            RealCapture{"lsp-ping-ldp.pcap", 13}));
+
+} // namespace RealCapturesTest

@@ -2,6 +2,8 @@
 
 #include "ForwarderTesting.h"
 
+namespace ReplicationTest {
+
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
 
@@ -53,3 +55,5 @@ TEST_F(ReplicationTest, ACopyForTheCpuGoesThereWhereverItStandsInTheList) {
     EXPECT_EQ(summary().punted.counts(), (ReasonCounts{{"Trapped to the CPU", 2}}));
     EXPECT_EQ(summary().replicas, 2U);
 }
+
+} // namespace ReplicationTest

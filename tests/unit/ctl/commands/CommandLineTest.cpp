@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <gtest/gtest.h>
 
+namespace CommandLineTest {
+
 using namespace OvixCtl;
 
 namespace {
@@ -107,3 +109,5 @@ TEST_F(CommandLineTest, HelpNamesTheTablesOfTheProgram) {
     EXPECT_NE(exitOf({"lfib", "add", "--help"}).text.find("evpn-etree-leaf-label"),
               std::string::npos);
 }
+
+} // namespace CommandLineTest

@@ -2,6 +2,8 @@
 
 #include "AnsweringSocket.h"
 
+namespace ControlClientTest {
+
 using namespace OvixCtl;
 using TestSupport::AnsweringSocket;
 
@@ -25,3 +27,5 @@ TEST(ControlClient, AMissingAgentIsReportedWithThePath) {
     EXPECT_EQ(askAgent(path, "counters").refused().what,
               "control socket " + path + ": the path is too long");
 }
+
+} // namespace ControlClientTest

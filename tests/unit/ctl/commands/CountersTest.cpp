@@ -2,6 +2,8 @@
 
 #include "AnsweringSocket.h"
 
+namespace CountersTest {
+
 using namespace OvixCtl;
 
 namespace {
@@ -56,3 +58,5 @@ TEST(Counters, AnAnswerOfAnotherFormIsRefused) {
         EXPECT_EQ(refusal(text).rfind("the agent's answer is not counters: ", 0), 0U) << text;
     }
 }
+
+} // namespace CountersTest

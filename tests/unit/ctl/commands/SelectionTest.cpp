@@ -2,6 +2,8 @@
 
 #include "CtlTables.h"
 
+namespace SelectionTest {
+
 using namespace CtlTesting;
 using Mpls::TableId;
 using OvixCtl::select;
@@ -53,3 +55,5 @@ TEST(Selection, WordsThatNameNothingAreRefused) {
         EXPECT_FALSE(OvixCtl::parseShowFilter(words)) << words[0];
     }
 }
+
+} // namespace SelectionTest

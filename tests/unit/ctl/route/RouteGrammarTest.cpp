@@ -2,6 +2,8 @@
 
 #include "CtlTables.h"
 
+namespace RouteGrammarTest {
+
 using namespace OvixCtl;
 using CtlTesting::words;
 using Lumo::IntfId;
@@ -216,3 +218,5 @@ TEST(RouteGrammar, ANameIsATableAndALabel) {
     EXPECT_FALSE(parseRouteName(words("100 dev a")));
     EXPECT_FALSE(parseRouteName({}));
 }
+
+} // namespace RouteGrammarTest

@@ -4,6 +4,8 @@
 
 #include "CtlTables.h"
 
+namespace RoutePrintingTest {
+
 using namespace CtlTesting;
 using Cells = OvixCtl::TextTable::Cells;
 using OvixCtl::routeJson;
@@ -121,3 +123,5 @@ TEST(RouteJson, ALookUpIsAnObject) {
     EXPECT_EQ(json["lookup"].dump(), R"({"vrf":"red","payload":"auto"})");
     EXPECT_TRUE(json["vias"].empty());
 }
+
+} // namespace RoutePrintingTest

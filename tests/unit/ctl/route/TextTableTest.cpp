@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+namespace TextTableTest {
+
 using OvixCtl::TextTable;
 
 TEST(TextTable, ColumnsStandBelowEachOtherAndNumbersAtTheRight) {
@@ -13,3 +15,5 @@ TEST(TextTable, ColumnsStandBelowEachOtherAndNumbersAtTheRight) {
     EXPECT_EQ(table.line({"long name", "7", ""}), "long name         7  -\n");
     EXPECT_EQ(table.line({"", "12345678", "x"}), "-          12345678  x\n");
 }
+
+} // namespace TextTableTest

@@ -6,6 +6,8 @@
 
 #include "CtlTables.h"
 
+namespace FrozenTablesTest {
+
 using namespace OvixCtl;
 using Mpls::TableId;
 
@@ -45,3 +47,5 @@ TEST_F(FrozenTablesTest, TablesThatDoNotExistAreNotMade) {
     EXPECT_FALSE(openTables(name));
     EXPECT_FALSE(Tessel::TableMemory::remove(name));
 }
+
+} // namespace FrozenTablesTest

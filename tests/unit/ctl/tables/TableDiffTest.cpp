@@ -3,6 +3,8 @@
 #include "CtlTables.h"
 #include "route/RoutePrinting.h"
 
+namespace TableDiffTest {
+
 using namespace CtlTesting;
 using OvixCtl::Change;
 
@@ -83,3 +85,5 @@ TEST(TableDiff, EveryPartOfARouteCounts) {
         }
     }
 }
+
+} // namespace TableDiffTest

@@ -2,6 +2,8 @@
 
 #include "CtlTables.h"
 
+namespace TableViewTest {
+
 using namespace CtlTesting;
 using Mpls::TableId;
 
@@ -61,3 +63,5 @@ TEST(TableView, MulticastVpnsAreKnownByVrf) {
     const auto entry = view.entry(TableId::mvpnIntfStatus, 4'000'000'000U);
     EXPECT_EQ(std::get<Routing::Multicast::MvpnVrfIntfId>(entry.content).intfId, Lumo::IntfId("a"));
 }
+
+} // namespace TableViewTest

@@ -3,6 +3,8 @@
 #include "CtlTables.h"
 #include "route/RoutePrinting.h"
 
+namespace TableWatchTest {
+
 using namespace CtlTesting;
 using Mpls::TableId;
 using Kind = OvixCtl::WatchedChange::Kind;
@@ -78,3 +80,5 @@ TEST_F(TableWatchTest, HardwareIsWatchedToo) {
     publisher().commit();
     EXPECT_EQ(linesOf(watched), Lines{"+hardware 5 adjacency 9 unprogrammed"});
 }
+
+} // namespace TableWatchTest

@@ -5,6 +5,8 @@
 #include "FpmBytes.h"
 #include "FpmEvents.h"
 
+namespace FpmDecoderTest {
+
 namespace {
 
 using namespace TestSupport::Fpm;
@@ -110,3 +112,5 @@ TEST(FpmDecoder, aLostStreamYieldsNothingMore) {
 }
 
 } // namespace
+
+} // namespace FpmDecoderTest

@@ -5,6 +5,8 @@
 #include "FpmBytes.h"
 #include "FpmEvents.h"
 
+namespace NextHopReadingTest {
+
 namespace {
 
 using namespace TestSupport::Fpm;
@@ -122,3 +124,5 @@ INSTANTIATE_TEST_SUITE_P(
     caseName);
 
 } // namespace
+
+} // namespace NextHopReadingTest

@@ -5,6 +5,8 @@
 #include "FpmBytes.h"
 #include "FpmEvents.h"
 
+namespace RouteReadingTest {
+
 namespace {
 
 using namespace TestSupport::Fpm;
@@ -220,3 +222,5 @@ TEST(LabelWithdrawals, needOnlyTheLabel) {
 }
 
 } // namespace
+
+} // namespace RouteReadingTest

@@ -2,6 +2,8 @@
 
 #include "PublishingTesting.h"
 
+namespace RoutesTest {
+
 namespace {
 
 using namespace OvixFpm;
@@ -58,3 +60,5 @@ TEST(RouteChange, equalsOneThatSaysTheSame) {
 }
 
 } // namespace
+
+} // namespace RoutesTest

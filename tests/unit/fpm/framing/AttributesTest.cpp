@@ -4,6 +4,8 @@
 
 #include "FpmBytes.h"
 
+namespace AttributesTest {
+
 namespace {
 
 using namespace OvixFpm;
@@ -104,3 +106,5 @@ TEST(Attributes, aNumberOfAnotherSizeIsRefused) {
 }
 
 } // namespace
+
+} // namespace AttributesTest

@@ -4,6 +4,8 @@
 
 #include "FpmBytes.h"
 
+namespace FpmStreamTest {
+
 namespace {
 
 using namespace OvixFpm;
@@ -205,3 +207,5 @@ TEST(NetlinkMessages, aRestShorterThanAHeaderIsRefused) {
 }
 
 } // namespace
+
+} // namespace FpmStreamTest

@@ -9,6 +9,8 @@
 
 #include "OwnNetwork.h"
 
+namespace KernelLinksTest {
+
 using OvixFpm::KernelLink;
 
 namespace {
@@ -106,3 +108,5 @@ TEST_F(KernelLinksOfThisHost, VrfDevicesAreFoundByTheirTables) {
     EXPECT_EQ(OvixFpm::vrfNamesByTable(),
               (std::map<std::uint32_t, std::string>{{4000000000, "blue"}}));
 }
+
+} // namespace KernelLinksTest

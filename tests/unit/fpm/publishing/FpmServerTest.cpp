@@ -6,6 +6,8 @@
 #include "FpmBytes.h"
 #include "FpmServerTesting.h"
 
+namespace FpmServerTest {
+
 namespace {
 
 using namespace PublishingTesting;
@@ -215,3 +217,5 @@ TEST(SweepTime, AnInvalidTimeIsRefused) {
         EXPECT_FALSE(sweepTime(seconds)) << seconds;
     }
 }
+
+} // namespace FpmServerTest

@@ -6,6 +6,8 @@
 
 #include "FpmServerTesting.h"
 
+namespace ListenAddressTest {
+
 namespace {
 
 using OvixFpm::ListenAddress;
@@ -89,3 +91,5 @@ TEST(ListenAddress, AnAddressOfAnotherHostIsReportedWithTheReason) {
                      "cannot listen at 192.0.2.1:2620: Cannot assign requested address");
     }
 }
+
+} // namespace ListenAddressTest

@@ -2,6 +2,8 @@
 
 #include "PublishingTesting.h"
 
+namespace RoutePublisherTest {
+
 namespace {
 
 using namespace OvixFpm;
@@ -278,3 +280,5 @@ TEST(FullTables, TakeNoMoreRoutesButReleaseThem) {
     tables.published.refreshWholly();
     EXPECT_EQ(TablesAsText(tables.reader).labels(), 0U);
 }
+
+} // namespace RoutePublisherTest

@@ -1,6 +1,8 @@
 #include "FpmBytes.h"
 #include "FpmServerTesting.h"
 
+namespace FpmConnectionsTest {
+
 namespace {
 
 using namespace PublishingTesting;
@@ -161,3 +163,5 @@ TEST_F(FpmConnections, RoutesThatChangeAllTheTimeKeepTheOthersForTenTimesTheQuie
         return now.labels() == 0;
     }));
 }
+
+} // namespace FpmConnectionsTest

@@ -2,6 +2,8 @@
 
 #include "FpmServerTesting.h"
 
+namespace FpmServerMutationTest {
+
 namespace {
 
 using namespace PublishingTesting;
@@ -35,3 +37,5 @@ TEST_F(FpmServerMutation, RecordedBytesWithSomeWrongNeverEndTheServer) {
         soon([&] { return now.transit(1000) == "swap 2000 via 192.0.2.2 west0 weight 1"; }));
     EXPECT_FALSE(hasEnded());
 }
+
+} // namespace FpmServerMutationTest

@@ -2,6 +2,8 @@
 
 #include "FpmMutation.h"
 
+namespace MutationTest {
+
 // Recorded messages with something wrong in them: nothing is read that is not there, and one
 // message that makes no sense costs no other.
 namespace {
@@ -141,3 +143,5 @@ TEST_P(Mutation, severalWrongBytesAreSurvivedInAnyPieces) {
 }
 
 } // namespace
+
+} // namespace MutationTest

@@ -7,6 +7,8 @@
 
 #include "kernel/KernelLinks.h"
 
+namespace RecordedLinksTest {
+
 using OvixFpm::KernelLink;
 
 // What a kernel with VRF devices said of its links (tests/data/netlink/README.md).
@@ -46,3 +48,5 @@ TEST(RecordedLinks, VrfDevicesHaveTheirTablesAndInterfacesInAVrfNone) {
 TEST(RecordedLinks, OneVrfDevice) {
     EXPECT_EQ(linksOf(recorded("vrf_link")), (std::vector<KernelLink>{{"red", 10}}));
 }
+
+} // namespace RecordedLinksTest

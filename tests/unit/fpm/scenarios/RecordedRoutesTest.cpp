@@ -3,6 +3,8 @@
 #include "FpmEvents.h"
 #include "FpmRecordings.h"
 
+namespace RecordedRoutesTest {
+
 // What zebra 8.4.4 sent when these routes were typed (tests/data/fpm/README.md).
 namespace {
 
@@ -103,3 +105,5 @@ TEST(RecordedRoutes, readTheSameHoweverTheBytesArrive) {
 }
 
 } // namespace
+
+} // namespace RecordedRoutesTest

@@ -3,6 +3,8 @@
 #include "FpmEvents.h"
 #include "FpmRecordings.h"
 
+namespace RecordedVrfsTest {
+
 // What zebra 8.4.4 sent of the VRFs red (device 3, table 10, red0 is interface 4 in it) and blue
 // (device 5, table 1000, interface 6); interface 2 leads to the core (tests/data/fpm/README.md).
 namespace {
@@ -123,3 +125,5 @@ TEST(RecordedVrfs, theFirstDumpHasTheVrfsButNoOtherTables) {
 }
 
 } // namespace
+
+} // namespace RecordedVrfsTest

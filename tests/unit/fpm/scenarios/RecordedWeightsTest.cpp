@@ -3,6 +3,8 @@
 #include "FpmEvents.h"
 #include "FpmRecordings.h"
 
+namespace RecordedWeightsTest {
+
 // What zebra 8.4.4 sent when two BGP neighbours announced their bandwidth
 // (tests/data/fpm/README.md).
 namespace {
@@ -54,3 +56,5 @@ TEST(RecordedWeights, endWithTheOtherNextHop) {
 }
 
 } // namespace
+
+} // namespace RecordedWeightsTest

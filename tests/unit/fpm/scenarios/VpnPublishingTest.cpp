@@ -4,6 +4,8 @@
 #include "PublishingTesting.h"
 #include "decoding/FpmDecoder.h"
 
+namespace VpnPublishingTest {
+
 namespace {
 
 using namespace OvixFpm;
@@ -107,3 +109,5 @@ TEST_F(VpnPublishing, WeightsAreThoseOfBgp) {
     publish("weights_gone");
     EXPECT_EQ(now.ip("203.0.113.0", 24), "via 192.0.2.2 west0 weight 1");
 }
+
+} // namespace VpnPublishingTest

@@ -6,6 +6,8 @@
 
 #include "Tessel/Exceptions.h"
 
+namespace IntfIdTest {
+
 using namespace Lumo;
 
 TEST(IntfId, TheEmptyNameMeansNoInterface) {
@@ -50,3 +52,5 @@ TEST(IntfId, KindAndIdShareTheWord) {
     EXPECT_EQ(hierarchical.kind(), IntfId::Kind::hierarchical);
     EXPECT_EQ(hierarchical.id(), (std::uint64_t{1} << 56U) - 1);
 }
+
+} // namespace IntfIdTest

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+namespace IpGenAddrTest {
+
 using namespace Lumo;
 
 TEST(IpGenAddr, IsNoAddressByDefault) {
@@ -74,3 +76,5 @@ TEST(IpGenPrefix, ComparesItsFirstBitsWithinTheFamily) {
             << row.prefix << "/" << int{row.length} << " and " << row.address;
     }
 }
+
+} // namespace IpGenAddrTest

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <sstream>
 
+namespace MplsLabelOperationTest {
+
 using namespace Lumo;
 
 TEST(MplsLabelOperation, ActionsPrintAsTheirNumbers) {
@@ -28,3 +30,5 @@ TEST(MplsLabelOperation, IsEmptyByDefault) {
     EXPECT_EQ(UnboundedMplsLabelOperation().depth(), 0U);
     EXPECT_TRUE(UnboundedMplsLabelOperation().packed().empty());
 }
+
+} // namespace MplsLabelOperationTest

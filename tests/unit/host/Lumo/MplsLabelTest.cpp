@@ -3,6 +3,8 @@
 #include <array>
 #include <gtest/gtest.h>
 
+namespace MplsLabelTest {
+
 using namespace Lumo;
 
 TEST(MplsLabel, HoldsTwentyBits) {
@@ -115,3 +117,5 @@ TEST(MplsStackEntryIndex, IncrementsToThirteenAndNoFurther) {
     }
     EXPECT_EQ(index.value(), 13);
 }
+
+} // namespace MplsLabelTest

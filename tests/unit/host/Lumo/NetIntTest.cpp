@@ -3,6 +3,8 @@
 #include <array>
 #include <gtest/gtest.h>
 
+namespace NetIntTest {
+
 using namespace Lumo;
 
 TEST(NetInt, StandsOnTheWireMostSignificantByteFirst) {
@@ -37,3 +39,5 @@ TEST(NetInt, KeepsTheHostValue) {
     EXPECT_EQ(number, NetU32(0xfffefdfc));
     EXPECT_NE(number, NetU32(0xfcfdfeff));
 }
+
+} // namespace NetIntTest

@@ -6,6 +6,8 @@
 
 #include "Tessel/Exceptions.h"
 
+namespace PktTest {
+
 using namespace Lumo;
 
 namespace {
@@ -198,3 +200,5 @@ TEST(GlobalPktManager, IsOneForTheProcess) {
     EXPECT_EQ(globalPktManager(), globalPktManager());
     EXPECT_EQ(globalPktManager()->newPkt(pattern(64))->bytes(), 64U);
 }
+
+} // namespace PktTest

@@ -7,6 +7,8 @@
 #include "NetworkNamespace.h"
 #include "RawTxCollector.h"
 
+namespace RawTxPamTest {
+
 namespace {
 
 using TestSupport::LoopbackRun;
@@ -113,3 +115,5 @@ TEST(RawTxPam, AnotherBackendTakesThePlaceOfTheKernelsUntilItGoes) {
     }
     EXPECT_EQ(&Lumo::RawTxBackend::current(), &kernel);
 }
+
+} // namespace RawTxPamTest

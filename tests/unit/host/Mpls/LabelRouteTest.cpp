@@ -3,6 +3,8 @@
 #include "LocalTables.h"
 #include "TableTesting.h"
 
+namespace LabelRouteTest {
+
 namespace {
 
 using namespace Mpls;
@@ -79,3 +81,5 @@ TEST_F(LabelRoutes, AViaThatIsNotLegalReadsAsDamage) {
 }
 
 } // namespace
+
+} // namespace LabelRouteTest

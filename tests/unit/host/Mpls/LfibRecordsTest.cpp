@@ -5,6 +5,8 @@
 
 #include "TableTesting.h"
 
+namespace LfibRecordsTest {
+
 namespace {
 
 using namespace Mpls;
@@ -96,3 +98,5 @@ TEST(LfibRecords, ListsOfViaSetsAreComparedElementByElement) {
 }
 
 } // namespace
+
+} // namespace LfibRecordsTest

@@ -9,6 +9,8 @@
 #include "TableTesting.h"
 #include "Tessel/Exceptions.h"
 
+namespace LfibStatusTest {
+
 namespace {
 
 using namespace TableTesting;
@@ -202,3 +204,5 @@ TEST_F(LyingLfib, TheHookCountsReportsAndKeepsTheLast) {
 }
 
 } // namespace
+
+} // namespace LfibStatusTest

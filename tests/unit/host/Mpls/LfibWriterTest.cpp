@@ -5,6 +5,8 @@
 #include "LocalTables.h"
 #include "TableTesting.h"
 
+namespace LfibWriterTest {
+
 namespace {
 
 using namespace TableTesting;
@@ -245,3 +247,5 @@ TEST(LfibMemory, StaysSmallWithManyRoutes) {
 }
 
 } // namespace
+
+} // namespace LfibWriterTest

@@ -2,6 +2,8 @@
 
 #include "TableTesting.h"
 
+namespace OvixMplsViaTest {
+
 namespace {
 
 using namespace TableTesting;
@@ -69,3 +71,5 @@ TEST(OvixMplsVia, HasRoomForThirtyThreeLabels) {
 }
 
 } // namespace
+
+} // namespace OvixMplsViaTest

@@ -4,6 +4,8 @@
 
 #include "TableTesting.h"
 
+namespace PackedViaTest {
+
 namespace {
 
 using namespace TableTesting;
@@ -138,3 +140,5 @@ TEST(PackedVia, DamagedBytesAreRefusedOrReadAsSomeViaThatPacksAgain) {
 }
 
 } // namespace
+
+} // namespace PackedViaTest

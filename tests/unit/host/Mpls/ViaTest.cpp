@@ -5,6 +5,8 @@
 
 #include "TableTesting.h"
 
+namespace ViaTest {
+
 namespace {
 
 using Lumo::MplsLabel;
@@ -145,3 +147,5 @@ TEST(Via, ARecordThatIsNotLegalIsRefused) {
 }
 
 } // namespace
+
+} // namespace ViaTest

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <string>
 
+namespace LibraryTest {
+
 namespace {
 
 using Plugin::Library;
@@ -40,3 +42,5 @@ TEST(Library, DoesNotTakeTheProgramItselfForAnUnnamedPlugin) {
 }
 
 } // namespace
+
+} // namespace LibraryTest

@@ -5,20 +5,22 @@
 #include <string>
 #include <vector>
 
-namespace {
+namespace LoaderTest {
 
 /// What the plugins of this file are started with.
 struct Context {
     std::vector<std::string> started;
 };
 
-} // namespace
+} // namespace LoaderTest
 
 template <>
-Plugin::Loader<Context>& Plugin::Loader<Context>::defaultLoader() {
+Plugin::Loader<LoaderTest::Context>& Plugin::Loader<LoaderTest::Context>::defaultLoader() {
     static Loader loader("Test::Context");
     return loader;
 }
+
+namespace LoaderTest {
 
 namespace {
 
@@ -132,3 +134,5 @@ TEST(Loader, HandsEveryNodeTheContext) {
 }
 
 } // namespace
+
+} // namespace LoaderTest

@@ -3,6 +3,8 @@
 #include "LocalTables.h"
 #include "ShmTesting.h"
 
+namespace InterfaceNamesTest {
+
 namespace {
 
 using namespace ShmTesting;
@@ -127,3 +129,5 @@ TEST_F(InterfaceNames, ThatAreDamagedAreLeftOut) {
 }
 
 } // namespace
+
+} // namespace InterfaceNamesTest

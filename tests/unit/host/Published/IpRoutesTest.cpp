@@ -7,6 +7,8 @@
 #include "ShmTesting.h"
 #include "TableTesting.h"
 
+namespace IpRoutesTest {
+
 namespace {
 
 using L3::Route;
@@ -231,3 +233,5 @@ TEST_F(RoutesTest, ARecordThatIsSealedButNoRouteIsRefused) {
     tables.commit();
     EXPECT_EQ(routes.at(0)->key, ten);
 }
+
+} // namespace IpRoutesTest

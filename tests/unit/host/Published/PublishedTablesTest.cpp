@@ -6,6 +6,8 @@
 #include "ShmTesting.h"
 #include "TableTesting.h"
 
+namespace PublishedTablesTest {
+
 namespace {
 
 using namespace ShmTesting;
@@ -286,3 +288,5 @@ TEST_F(HurriedTables, NothingWaitsForAGenerationThatDoesNotCome) {
 }
 
 } // namespace
+
+} // namespace PublishedTablesTest

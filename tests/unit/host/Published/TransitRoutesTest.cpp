@@ -5,6 +5,8 @@
 #include "LocalTables.h"
 #include "TableTesting.h"
 
+namespace TransitRoutesTest {
+
 namespace {
 
 using TableTesting::key;
@@ -73,3 +75,5 @@ TEST_F(TransitRoutes, WhereThereIsNoRouteNothingIsChanged) {
     EXPECT_EQ(tables.reader->generation(), generation);
     EXPECT_TRUE(hardware().adjacency(7));
 }
+
+} // namespace TransitRoutesTest

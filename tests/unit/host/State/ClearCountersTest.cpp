@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+namespace ClearCountersTest {
+
 namespace {
 
 using namespace Counter;
@@ -100,3 +102,5 @@ TEST_F(ClearCountersTest, AKeeperWithoutAQueueHearsNothing) {
 }
 
 } // namespace
+
+} // namespace ClearCountersTest

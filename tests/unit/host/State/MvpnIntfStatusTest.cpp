@@ -11,6 +11,8 @@
 #include "LocalTables.h"
 #include "Tessel/Exceptions.h"
 
+namespace MvpnIntfStatusTest {
+
 namespace {
 
 using Routing::Multicast::MvpnIntfStatus;
@@ -131,3 +133,5 @@ TEST(MvpnIntfStatus, AnEntryOfAnotherVrfIsCorruption) {
 }
 
 } // namespace
+
+} // namespace MvpnIntfStatusTest

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <map>
 
+namespace OvixLfibCounterCollectionTest {
+
 namespace {
 
 TEST(PktCounter, CountsPacketsAndTheirBytes) {
@@ -141,3 +143,5 @@ TEST(PktCounterCollectionHolder, IgnoresAnEmptyHandle) {
 }
 
 } // namespace
+
+} // namespace OvixLfibCounterCollectionTest

@@ -6,6 +6,8 @@
 #include "InMidRead.h"
 #include "ShmTesting.h"
 
+namespace TableChangesTest {
+
 namespace {
 
 using namespace ShmTesting;
@@ -276,3 +278,5 @@ TEST(ChangesAcrossWriters, TellOfAWholePageThatWasTakenOut) {
 }
 
 } // namespace
+
+} // namespace TableChangesTest

@@ -5,6 +5,8 @@
 
 #include "ShmTesting.h"
 
+namespace TableHeapTest {
+
 namespace {
 
 using namespace ShmTesting;
@@ -222,3 +224,5 @@ TEST_F(Heap, GivesOutAfterARecoveryWhatWasNotReachedAndWarnsFirst) {
 }
 
 } // namespace
+
+} // namespace TableHeapTest

@@ -9,6 +9,8 @@
 #include "Refusal.h"
 #include "ShmTesting.h"
 
+namespace TableMemoryTest {
+
 namespace {
 
 using namespace ShmTesting;
@@ -192,3 +194,5 @@ TEST(TableMemory, TheLockGoesWithAWriterThatIsKilled) {
 }
 
 } // namespace
+
+} // namespace TableMemoryTest

@@ -6,6 +6,8 @@
 #include "InMidRead.h"
 #include "ShmTesting.h"
 
+namespace TableReaderTest {
+
 namespace {
 
 using namespace ShmTesting;
@@ -284,3 +286,5 @@ TEST_F(InterruptedReader, ARootThatIsReplacedWhileItIsReadGivesWayToTheNextOne) 
 }
 
 } // namespace
+
+} // namespace TableReaderTest

@@ -4,6 +4,8 @@
 
 #include "ShmTesting.h"
 
+namespace TableWriterTest {
+
 namespace {
 
 using namespace ShmTesting;
@@ -191,3 +193,5 @@ TEST(WriterSize, AMillionEntriesHaveRoom) {
 }
 
 } // namespace
+
+} // namespace TableWriterTest

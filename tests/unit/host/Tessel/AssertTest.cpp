@@ -3,6 +3,8 @@
 #include <csignal>
 #include <gtest/gtest.h>
 
+namespace AssertTest {
+
 namespace {
 
 using Tessel::hardAssert;
@@ -25,3 +27,5 @@ TEST(HardAssert, LetsAnInvariantThatHoldsPass) {
 }
 
 } // namespace
+
+} // namespace AssertTest

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+namespace BoundedListTest {
+
 namespace {
 
 using Tessel::BoundedList;
@@ -114,3 +116,5 @@ TEST(BoundedList, SurvivesAssignmentToItself) {
 }
 
 } // namespace
+
+} // namespace BoundedListTest

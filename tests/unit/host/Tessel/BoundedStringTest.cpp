@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 #include <string>
 
+namespace BoundedStringTest {
+
 namespace {
 
 using Tessel::BoundedString;
@@ -67,3 +69,5 @@ TEST(BoundedString, SurvivesAssignmentToItself) {
 }
 
 } // namespace
+
+} // namespace BoundedStringTest

@@ -4,6 +4,8 @@
 
 #include "TesselTesting.h"
 
+namespace EntityManagerTest {
+
 namespace {
 
 using namespace Tessel;
@@ -121,3 +123,5 @@ TEST(ShmEntityManager, RefusesATableOfAnotherTypeThanMountedOrAsked) {
 }
 
 } // namespace
+
+} // namespace EntityManagerTest

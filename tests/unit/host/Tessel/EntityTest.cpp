@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+namespace EntityTest {
+
 namespace {
 
 using namespace Tessel;
@@ -244,3 +246,5 @@ TEST(Entity, SaysSoWhenItIsBeingDestroyed) {
 }
 
 } // namespace
+
+} // namespace EntityTest

@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+namespace FlatMapTest {
+
 namespace {
 
 using namespace Tessel;
@@ -186,3 +188,5 @@ TEST(FlatMap, IsLeftEmptyAndUsableByAMove) {
 }
 
 } // namespace
+
+} // namespace FlatMapTest

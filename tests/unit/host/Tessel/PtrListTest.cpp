@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <vector>
 
+namespace PtrListTest {
+
 namespace {
 
 using namespace Tessel;
@@ -87,3 +89,5 @@ TEST(PtrList, AWalkVisitsWhatTheListHeldAtItsStart) {
 }
 
 } // namespace
+
+} // namespace PtrListTest

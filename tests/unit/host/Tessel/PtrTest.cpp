@@ -6,6 +6,8 @@
 #include <type_traits>
 #include <utility>
 
+namespace PtrTest {
+
 namespace {
 
 using namespace Tessel;
@@ -207,3 +209,5 @@ TEST(PtrThreads, TheLastToReleaseDestroys) {
 }
 
 } // namespace
+
+} // namespace PtrTest

@@ -4,6 +4,8 @@
 #include <memory>
 #include <string>
 
+namespace ResultTest {
+
 namespace {
 
 using Tessel::Refused;
@@ -55,3 +57,5 @@ TEST(ResultDeathTest, TakingWhatIsNotThereIsAsserted) {
 }
 
 } // namespace
+
+} // namespace ResultTest

@@ -5,6 +5,8 @@
 
 #include "TesselTesting.h"
 
+namespace SingletonsTest {
+
 namespace {
 
 using namespace Tessel;
@@ -60,3 +62,5 @@ TEST(Singletons, AreMadeAgainAfterTheirRemoval) {
 }
 
 } // namespace
+
+} // namespace SingletonsTest

@@ -15,6 +15,8 @@ constexpr bool slabsFromHeap = true;
 constexpr bool slabsFromHeap = false;
 #endif
 
+namespace SlabTest {
+
 namespace {
 
 using namespace Tessel;
@@ -178,3 +180,5 @@ TEST_F(SlabTest, ThreadsTakeAndReturnAtTheSameTime) {
 }
 
 } // namespace
+
+} // namespace SlabTest

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <string>
 
+namespace TypeNameTest {
+
 namespace {
 
 using Tessel::hashText;
@@ -28,3 +30,5 @@ TEST(HashText, TellsWhereOneTextEndsAndTheNextBegins) {
 }
 
 } // namespace
+
+} // namespace TypeNameTest

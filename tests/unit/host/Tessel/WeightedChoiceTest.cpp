@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <vector>
 
+namespace WeightedChoiceTest {
+
 namespace {
 
 std::vector<std::size_t> choices(const std::vector<std::uint32_t>& weights,
@@ -34,3 +36,5 @@ TEST(WeightedChoice, WeightsMayAddUpToMoreThan32Bits) {
 }
 
 } // namespace
+
+} // namespace WeightedChoiceTest

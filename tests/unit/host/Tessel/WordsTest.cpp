@@ -7,6 +7,8 @@
 #include "Mpls/Types.h"
 #include "Published/IpRoutes.h"
 
+namespace WordsTest {
+
 namespace {
 
 template <typename Value>
@@ -47,3 +49,5 @@ TEST(Words, TheListHasTheOrderOfTheTable) {
 }
 
 } // namespace
+
+} // namespace WordsTest

@@ -2,6 +2,8 @@
 
 #include "WireTesting.h"
 
+namespace ChecksumTest {
+
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
@@ -103,3 +105,5 @@ TEST(WireChecksum, CompletesFromTheStartGivenOrWritesNothing) {
 }
 
 } // namespace
+
+} // namespace ChecksumTest

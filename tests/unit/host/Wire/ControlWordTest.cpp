@@ -2,6 +2,8 @@
 
 #include "WireTesting.h"
 
+namespace ControlWordTest {
+
 namespace {
 
 using namespace TestSupport;
@@ -27,3 +29,5 @@ TEST(WireControlWord, ClearWritesItsFourBytes) {
 }
 
 } // namespace
+
+} // namespace ControlWordTest

@@ -2,6 +2,8 @@
 
 #include "WireTesting.h"
 
+namespace EthernetTest {
+
 namespace {
 
 using namespace TestSupport;
@@ -80,3 +82,5 @@ TEST(WireTagWalk, ATagCutShortIsNotPassed) {
 }
 
 } // namespace
+
+} // namespace EthernetTest

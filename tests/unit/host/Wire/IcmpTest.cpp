@@ -2,6 +2,8 @@
 
 #include "WireTesting.h"
 
+namespace IcmpTest {
+
 namespace {
 
 using namespace TestSupport;
@@ -56,3 +58,5 @@ TEST(WireIcmpExtension, HeadsALabelStack) { // RFC 4950 section 2
 }
 
 } // namespace
+
+} // namespace IcmpTest

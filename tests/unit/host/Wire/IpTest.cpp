@@ -3,6 +3,8 @@
 #include "FrameBytes.h"
 #include "WireTesting.h"
 
+namespace IpTest {
+
 namespace {
 
 using namespace TestSupport;
@@ -158,3 +160,5 @@ TEST(WireUpperLayer, OnlyTheFirstFragmentShowsIt) {
 }
 
 } // namespace
+
+} // namespace IpTest

@@ -3,6 +3,8 @@
 #include "FrameBytes.h"
 #include "WireTesting.h"
 
+namespace LabelStackTest {
+
 namespace {
 
 using TestSupport::Raw::join;
@@ -39,3 +41,5 @@ TEST(WireLabelWalk, PassesWholeEntriesOnly) {
 }
 
 } // namespace
+
+} // namespace LabelStackTest

@@ -2,6 +2,8 @@
 
 #include "WireTesting.h"
 
+namespace LspEchoTest {
+
 namespace {
 
 using namespace TestSupport;
@@ -92,3 +94,5 @@ TEST(WireLspEchoDownstream, SubTlvsFollowTheAddressesOfTheType) {
 }
 
 } // namespace
+
+} // namespace LspEchoTest

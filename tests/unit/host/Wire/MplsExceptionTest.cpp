@@ -2,6 +2,8 @@
 
 #include "WireTesting.h"
 
+namespace MplsExceptionTest {
+
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
@@ -16,3 +18,5 @@ TEST(WireSpecialPacketHeader, ReadsItsFields) {
 }
 
 } // namespace
+
+} // namespace MplsExceptionTest

@@ -2,6 +2,8 @@
 
 #include "WireTesting.h"
 
+namespace TransportTest {
+
 namespace {
 
 using namespace TestSupport;
@@ -54,3 +56,5 @@ TEST(WireTcp, WritesItsFieldsAndNothingElse) {
 }
 
 } // namespace
+
+} // namespace TransportTest

@@ -3,6 +3,8 @@
 #include "Wire/Transport.h"
 #include "WireTesting.h"
 
+namespace ViewTest {
+
 namespace {
 
 TEST(WireView, OfNothingIsEmpty) {
@@ -23,3 +25,5 @@ TEST(WireViewDeathTest, AnEmptyViewHasNoFields) {
 }
 
 } // namespace
+
+} // namespace ViewTest

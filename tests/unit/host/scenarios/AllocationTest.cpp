@@ -7,6 +7,8 @@
 #include "Tessel/PtrList.h"
 #include "Tessel/Slab.h"
 
+namespace AllocationTest {
+
 namespace {
 
 using namespace Tessel;
@@ -130,3 +132,5 @@ TEST(RewriteAllocation, AWarmFrameIsRewrittenWithoutOne) {
     }
     EXPECT_EQ(heapAllocations, warm);
 }
+
+} // namespace AllocationTest

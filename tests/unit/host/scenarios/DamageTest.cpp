@@ -2,6 +2,8 @@
 
 #include "SmallTables.h"
 
+namespace DamageTest {
+
 namespace {
 
 using namespace ShmTesting;
@@ -241,3 +243,5 @@ TEST_F(Damage, LeavesNoTablesThatEndTooEarly) {
 }
 
 } // namespace
+
+} // namespace DamageTest

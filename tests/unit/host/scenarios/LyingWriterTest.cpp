@@ -1,5 +1,7 @@
 #include "SmallTables.h"
 
+namespace LyingWriterTest {
+
 namespace {
 
 using namespace ShmTesting;
@@ -270,3 +272,5 @@ TEST_F(LyingWriter, ATableWithoutAFreePlaceIsNotSearchedForEver) {
 }
 
 } // namespace
+
+} // namespace LyingWriterTest

@@ -6,6 +6,8 @@
 
 #include "PacketTesting.h"
 
+namespace ParserRobustnessTest {
+
 using namespace Ovix;
 using namespace TestSupport;
 using namespace TestSupport::Raw;
@@ -106,3 +108,5 @@ TEST(ParserRobustness, NoiseBehindEveryKnownEtherTypeIsSafe) {
         }
     }
 }
+
+} // namespace ParserRobustnessTest

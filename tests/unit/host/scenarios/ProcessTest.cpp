@@ -2,6 +2,8 @@
 
 #include "Numbered.h"
 
+namespace ProcessTest {
+
 namespace {
 
 using namespace ShmTesting;
@@ -125,3 +127,5 @@ TEST_F(Processes, AReaderMayBeKilledAtAnyMoment) {
 }
 
 } // namespace
+
+} // namespace ProcessTest

@@ -4,6 +4,8 @@
 
 #include "RewriteTesting.h"
 
+namespace RewriteRefusalTest {
+
 using namespace Ovix;
 using namespace TestSupport;
 using namespace TestSupport::Raw;
@@ -105,3 +107,5 @@ TEST(RewriteRefusal, OfEveryLengthThatIsTooShort) {
     }
     check(rows);
 }
+
+} // namespace RewriteRefusalTest

@@ -4,6 +4,8 @@
 
 #include "RewriteTesting.h"
 
+namespace RewriteTablesTest {
+
 using namespace Ovix;
 using namespace TestSupport;
 using namespace TestSupport::Raw;
@@ -282,3 +284,5 @@ TEST(RewriteTables, AStackOfAnyDepthIsWrittenWhole) {
         EXPECT_EQ(pushed.bytes(), stack(expected)) << depth;
     }
 }
+
+} // namespace RewriteTablesTest

@@ -3,6 +3,8 @@
 
 #include "ShmTesting.h"
 
+namespace TableHeapModelTest {
+
 namespace {
 
 using namespace ShmTesting;
@@ -114,3 +116,5 @@ TEST(HeapModel, NeverGivesOutWhatSomebodyMayBeReadingAndStaysSmall) {
 }
 
 } // namespace
+
+} // namespace TableHeapModelTest

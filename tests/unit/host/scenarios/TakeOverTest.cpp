@@ -1,5 +1,7 @@
 #include "ShmTesting.h"
 
+namespace TakeOverTest {
+
 namespace {
 
 using namespace ShmTesting;
@@ -214,3 +216,5 @@ TEST_F(TakeOver, APageInTheHeaderIsNone) {
 }
 
 } // namespace
+
+} // namespace TakeOverTest

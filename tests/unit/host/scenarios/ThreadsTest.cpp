@@ -3,6 +3,8 @@
 
 #include "Numbered.h"
 
+namespace ThreadsTest {
+
 namespace {
 
 using namespace ShmTesting;
@@ -141,3 +143,5 @@ INSTANTIATE_TEST_SUITE_P(Kept, Threads, testing::Values(milliseconds(0), TableHe
                          });
 
 } // namespace
+
+} // namespace ThreadsTest

@@ -2,6 +2,8 @@
 
 #include "MulticastTesting.h"
 
+namespace MplsMldpInputStepTest {
+
 namespace {
 
 using namespace Ovix;
@@ -270,3 +272,5 @@ TEST_F(MldpInputStep, TracesOnTheMulticastSource) {
 }
 
 } // namespace
+
+} // namespace MplsMldpInputStepTest

@@ -2,6 +2,8 @@
 
 #include "MulticastTesting.h"
 
+namespace MplsMulticastIpLookupViaTypeHandlerTest {
+
 namespace {
 
 using namespace Ovix;
@@ -167,3 +169,5 @@ TEST_F(MulticastTail, AnUnsetViaIndexIsAnInternalError) {
 }
 
 } // namespace
+
+} // namespace MplsMulticastIpLookupViaTypeHandlerTest

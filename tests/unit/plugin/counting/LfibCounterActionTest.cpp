@@ -2,6 +2,8 @@
 
 #include "PluginFixture.h"
 
+namespace LfibCounterActionTest {
+
 namespace {
 
 using namespace Ovix;
@@ -106,3 +108,5 @@ TEST_F(LfibCounterAction, RefusesAnInfoOfAnotherKind) {
 }
 
 } // namespace
+
+} // namespace LfibCounterActionTest

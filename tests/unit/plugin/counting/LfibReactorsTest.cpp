@@ -2,6 +2,8 @@
 
 #include "PluginFixture.h"
 
+namespace LfibReactorsTest {
+
 namespace {
 
 using namespace Ovix;
@@ -177,3 +179,5 @@ TEST_F(LfibReactors, AZombieClearsNothing) {
 }
 
 } // namespace
+
+} // namespace LfibReactorsTest

@@ -1,6 +1,8 @@
 #include "FrameBytes.h"
 #include "MadeUpVias.h"
 
+namespace MplsRoutingHandlerTest {
+
 namespace {
 
 using namespace Ovix;
@@ -213,3 +215,5 @@ TEST_F(FrameEntry, TheDoorBelongsToThePluginAndIsNamedMpls) {
 }
 
 } // namespace
+
+} // namespace MplsRoutingHandlerTest

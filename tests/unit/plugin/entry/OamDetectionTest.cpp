@@ -3,6 +3,8 @@
 #include "FrameBytes.h"
 #include "PluginFixture.h"
 
+namespace OamDetectionTest {
+
 namespace {
 
 using namespace Ovix;
@@ -182,3 +184,5 @@ TEST_F(OamDetectionOfOne, TheFrameStaysAsItWas) {
 }
 
 } // namespace
+
+} // namespace OamDetectionTest

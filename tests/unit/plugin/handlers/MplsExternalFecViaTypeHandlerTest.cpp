@@ -4,6 +4,8 @@
 #include "Ovix/rewrite/MplsRewrites.h"
 #include "Tessel/Fib/FecId.h"
 
+namespace MplsExternalFecViaTypeHandlerTest {
+
 namespace {
 
 using namespace Ovix;
@@ -171,3 +173,5 @@ TEST_F(ExternalFecVia, ALabelledFrameLeavesThePluginTowardTheFec) {
 }
 
 } // namespace
+
+} // namespace MplsExternalFecViaTypeHandlerTest

@@ -2,6 +2,8 @@
 #include "Ovix/rewrite/MplsRewrites.h"
 #include "Ovix/routing/RewriteInfo.h"
 
+namespace MplsIpLookupViaTypeHandlerTest {
+
 namespace {
 
 using namespace Ovix;
@@ -240,3 +242,5 @@ TEST_F(IpLookupVia, ADroppedFrameLeavesThePluginWithoutANextHop) {
 }
 
 } // namespace
+
+} // namespace MplsIpLookupViaTypeHandlerTest

@@ -6,6 +6,8 @@
 #include "PluginFixture.h"
 #include "RawTxCollector.h"
 
+namespace MplsMtuExceptionHandlerTest {
+
 namespace {
 
 using namespace Ovix;
@@ -162,3 +164,5 @@ TEST_F(MtuException, TakesNothingFromTheHeapOnceWarm) {
     EXPECT_EQ(run.said, "0");
     EXPECT_EQ(run.frames.size(), 21U);
 }
+
+} // namespace MplsMtuExceptionHandlerTest

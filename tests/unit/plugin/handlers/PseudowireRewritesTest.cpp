@@ -6,6 +6,8 @@
 #include "MplsOvixPlugin.h"
 #include "Ovix/rewrite/MplsRewrites.h"
 
+namespace PseudowireRewritesTest {
+
 namespace {
 
 using namespace Ovix;
@@ -210,3 +212,5 @@ TEST(PseudowireRewritesDeathTest, AssertWhatTheFrameStartsWith) {
     EXPECT_DEATH(eth->apply(contextOf(filled(13, 0), PktHdrType::eth)), source + ".*" + notEth);
     EXPECT_DEATH(word->apply(contextOf(ip4Frame, PktHdrType::eth)), source + ".*" + notMpls);
 }
+
+} // namespace PseudowireRewritesTest

@@ -2,6 +2,8 @@
 #include "Ovix/routing/RewriteInfo.h"
 #include "counting/LfibCounterAction.h"
 
+namespace ActivationTest {
+
 namespace {
 
 using namespace Ovix;
@@ -253,3 +255,5 @@ TEST_F(SharedTables, AreNotMissedAloud) {
 }
 
 } // namespace
+
+} // namespace ActivationTest

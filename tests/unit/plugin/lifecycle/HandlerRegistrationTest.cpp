@@ -6,6 +6,8 @@
 #include "counting/LfibReactors.h"
 #include "handlers/MplsIpViaTypeHandler.h"
 
+namespace HandlerRegistrationTest {
+
 namespace {
 
 using namespace Ovix;
@@ -132,3 +134,5 @@ TEST_F(HandlerRegistration, RewriteRecordsAreBoundToWhatImplementsThem) {
 }
 
 } // namespace
+
+} // namespace HandlerRegistrationTest

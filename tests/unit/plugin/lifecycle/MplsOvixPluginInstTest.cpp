@@ -2,6 +2,8 @@
 
 #include "LifecycleTesting.h"
 
+namespace MplsOvixPluginInstTest {
+
 namespace {
 
 using namespace Ovix;
@@ -79,3 +81,5 @@ TEST_F(PluginInst, TakesItsMainObjectWithIt) {
 }
 
 } // namespace
+
+} // namespace MplsOvixPluginInstTest

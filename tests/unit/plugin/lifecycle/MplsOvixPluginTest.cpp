@@ -1,6 +1,8 @@
 #include "PluginFixture.h"
 #include "lifecycle/MplsOvixPluginInst.h"
 
+namespace MplsOvixPluginTest {
+
 namespace {
 
 using namespace Ovix;
@@ -216,3 +218,5 @@ TEST_F(InactivePlugin, InitMakesTheMainObjectAndASecondOneReplacesIt) {
 }
 
 } // namespace
+
+} // namespace MplsOvixPluginTest

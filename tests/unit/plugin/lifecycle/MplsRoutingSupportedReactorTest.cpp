@@ -2,6 +2,8 @@
 
 #include "LifecycleTesting.h"
 
+namespace MplsRoutingSupportedReactorTest {
+
 namespace {
 
 using namespace Ovix;
@@ -174,3 +176,5 @@ TEST_F(RoutingSupportedReactorOfThePlugin, AnnouncesTheRestWhenThePluginTurnsAct
                    Capability::mplsMulticastSupportedAttr}));
     capability->unsubscribe(written);
 }
+
+} // namespace MplsRoutingSupportedReactorTest

@@ -5,6 +5,8 @@
 #include "MplsOvixMulticast/MplsMldpInputStep.h"
 #include "MulticastTesting.h"
 
+namespace AllocationTest {
+
 namespace {
 
 using namespace Ovix;
@@ -135,3 +137,5 @@ TEST_F(MulticastAllocation, TheInputStepTakesNothingFromTheHeap) {
 }
 
 } // namespace
+
+} // namespace AllocationTest

@@ -1,6 +1,8 @@
 #include "LifecycleTesting.h"
 #include "State/ClearCounters.h"
 
+namespace AttributesTest {
+
 namespace {
 
 using namespace Ovix;
@@ -223,3 +225,5 @@ TEST_F(Attributes, ReactorsAreSwitchedOffBeforeTheyAreLetGo) {
 }
 
 } // namespace
+
+} // namespace AttributesTest

@@ -5,6 +5,8 @@
 #include "Ovix/viaset/ViaSets.h"
 #include "Tessel/Exceptions.h"
 
+namespace DamagedTablesTest {
+
 namespace {
 
 using namespace Ovix;
@@ -130,3 +132,5 @@ TEST_F(DamagedTables, AMulticastLookupKeepsTheSetTypeAndReadsTheViaThatItsKeyNam
 }
 
 } // namespace
+
+} // namespace DamagedTablesTest

@@ -1,6 +1,8 @@
 #include "FrameBytes.h"
 #include "MadeUpVias.h"
 
+namespace DeepNullStacksTest {
+
 namespace {
 
 using namespace Ovix;
@@ -54,3 +56,5 @@ TEST_F(DeepNullStacks, OverAHostAreWalkedToTheLastPositionAndNoFurther) {
 }
 
 } // namespace
+
+} // namespace DeepNullStacksTest

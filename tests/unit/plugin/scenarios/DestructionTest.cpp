@@ -1,5 +1,7 @@
 #include "LifecycleTesting.h"
 
+namespace DestructionTest {
+
 namespace {
 
 using namespace Ovix;
@@ -73,3 +75,5 @@ TEST_F(Destruction, LeavesTheHandlerInTheAgentsList) {
 }
 
 } // namespace
+
+} // namespace DestructionTest

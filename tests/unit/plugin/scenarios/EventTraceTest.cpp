@@ -2,6 +2,8 @@
 
 #include "MadeUpVias.h"
 
+namespace EventTraceTest {
+
 namespace {
 
 using namespace Ovix;
@@ -140,3 +142,5 @@ TEST_F(EventTrace, AViaThatCannotBeUsedIsCountedBeforeItIsTraced) {
 }
 
 } // namespace
+
+} // namespace EventTraceTest

@@ -1,5 +1,7 @@
 #include "PluginFixture.h"
 
+namespace FrameRoadTest {
+
 namespace {
 
 using namespace Ovix;
@@ -164,3 +166,5 @@ TEST_F(FrameRoad, AnEntropyLabelPartedFromItsIndicatorDoesNoHarm) {
 }
 
 } // namespace
+
+} // namespace FrameRoadTest

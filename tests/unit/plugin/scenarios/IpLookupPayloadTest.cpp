@@ -4,6 +4,8 @@
 
 #include "IpLookupTesting.h"
 
+namespace IpLookupPayloadTest {
+
 namespace {
 
 using namespace TestSupport;
@@ -81,3 +83,5 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& given) { return given.param.name; });
 
 } // namespace
+
+} // namespace IpLookupPayloadTest

@@ -4,6 +4,8 @@
 #include "counting/LfibReactors.h"
 #include "handlers/MplsIpViaTypeHandler.h"
 
+namespace IpViaAndCountersTest {
+
 namespace {
 
 using namespace Ovix;
@@ -144,3 +146,5 @@ TEST_F(LfibCounters, RefuseAnInfoOfAnotherKind) {
 }
 
 } // namespace
+
+} // namespace IpViaAndCountersTest

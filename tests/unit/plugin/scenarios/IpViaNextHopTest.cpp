@@ -2,6 +2,8 @@
 #include "Ovix/rewrite/MplsRewrites.h"
 #include "handlers/MplsIpViaTypeHandler.h"
 
+namespace IpViaNextHopTest {
+
 namespace {
 
 using namespace Ovix;
@@ -171,3 +173,5 @@ TEST_F(IpViaNextHop, TheHandlerKeepsWhatItWasBuiltFrom) {
 }
 
 } // namespace
+
+} // namespace IpViaNextHopTest

@@ -3,6 +3,8 @@
 #include "Ovix/routing/RewriteInfo.h"
 #include "handlers/MplsIpViaTypeHandler.h"
 
+namespace IpViaRewritesTest {
+
 namespace {
 
 using namespace Ovix;
@@ -129,3 +131,5 @@ TEST_F(IpViaRewrites, TheWholeFrameAsReceivedIsTheSizeOfTheCounter) {
 }
 
 } // namespace
+
+} // namespace IpViaRewritesTest

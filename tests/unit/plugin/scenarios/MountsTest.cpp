@@ -1,5 +1,7 @@
 #include "LifecycleTesting.h"
 
+namespace MountsTest {
+
 namespace {
 
 using namespace Ovix;
@@ -132,3 +134,5 @@ TEST_F(Mounts, HaveNothingToDoWithStandbyAndSwitchover) {
 }
 
 } // namespace
+
+} // namespace MountsTest

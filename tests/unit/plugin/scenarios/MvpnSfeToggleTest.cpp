@@ -4,6 +4,8 @@
 #include "MulticastTesting.h"
 #include "Ovix/plugin/ToggleService.h"
 
+namespace MvpnSfeToggleTest {
+
 namespace {
 
 using namespace Ovix;
@@ -116,3 +118,5 @@ TEST_F(InputStepAttribute, IsBuiltBehindTheHooksAndClearedInItsOrder) {
 }
 
 } // namespace
+
+} // namespace MvpnSfeToggleTest

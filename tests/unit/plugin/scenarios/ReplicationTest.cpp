@@ -4,6 +4,8 @@
 #include "Ovix/viaset/ViaSets.h"
 #include "handlers/MplsIpViaTypeHandler.h"
 
+namespace ReplicationTest {
+
 namespace {
 
 using namespace Ovix;
@@ -217,3 +219,5 @@ TEST_F(Replication, ABudNodeDeliversAndReplicates) {
 }
 
 } // namespace
+
+} // namespace ReplicationTest

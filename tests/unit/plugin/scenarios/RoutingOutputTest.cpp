@@ -1,6 +1,8 @@
 #include "FrameBytes.h"
 #include "MadeUpVias.h"
 
+namespace RoutingOutputTest {
+
 namespace {
 
 using namespace Ovix;
@@ -171,3 +173,5 @@ TEST_F(OrderOfEffects, AWorkingNexthopIsTrappedOnlyAfterTheTrace) {
 }
 
 } // namespace
+
+} // namespace RoutingOutputTest

@@ -1,6 +1,8 @@
 #include "FrameBytes.h"
 #include "MadeUpVias.h"
 
+namespace StackEdgesTest {
+
 namespace {
 
 using namespace Ovix;
@@ -116,3 +118,5 @@ TEST_F(StackEdges, TheEntropyMarkOfOneFrameIsForgottenByTheNext) {
 }
 
 } // namespace
+
+} // namespace StackEdgesTest

@@ -1,5 +1,7 @@
 #include "MadeUpVias.h"
 
+namespace ViaDispatchTest {
+
 namespace {
 
 using namespace Ovix;
@@ -240,3 +242,5 @@ TEST_F(ViaDispatch, MulticastViasWithoutAHandlerAgreeOnThat) {
 }
 
 } // namespace
+
+} // namespace ViaDispatchTest

@@ -1,5 +1,7 @@
 #include "MadeUpVias.h"
 
+namespace ViaOfASetTest {
+
 namespace {
 
 using namespace Ovix;
@@ -125,3 +127,5 @@ TEST_F(ViaOfASet, PickingCountsNothingAndLeavesTheContextAlone) {
 }
 
 } // namespace
+
+} // namespace ViaOfASetTest

@@ -3,6 +3,8 @@
 #include "Mpls/LfibLayout.h"
 #include "PluginFixture.h"
 
+namespace ViaSetsTest {
+
 namespace {
 
 using namespace Ovix;
@@ -145,3 +147,5 @@ TEST_F(ViaSets, BackupsAreReadWhenTheAdjacencyIsMarked) {
 }
 
 } // namespace
+
+} // namespace ViaSetsTest

@@ -4,6 +4,8 @@
 #include "MadeUpVias.h"
 #include "Ovix/rewrite/MplsRewrites.h"
 
+namespace WholeFrameTest {
+
 namespace {
 
 using namespace Ovix;
@@ -257,3 +259,5 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& one) { return one.param.name; });
 
 } // namespace
+
+} // namespace WholeFrameTest

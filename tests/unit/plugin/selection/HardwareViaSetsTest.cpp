@@ -1,6 +1,8 @@
 #include "MadeUpVias.h"
 #include "Ovix/viaset/ViaSets.h"
 
+namespace HardwareViaSetsTest {
+
 namespace {
 
 using namespace Ovix;
@@ -131,3 +133,5 @@ TEST_F(HardwareViaSets, TheAdjacencyTellsViaAndSetType) {
 }
 
 } // namespace
+
+} // namespace HardwareViaSetsTest

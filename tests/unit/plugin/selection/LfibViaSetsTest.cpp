@@ -1,6 +1,8 @@
 #include "MadeUpVias.h"
 #include "Ovix/viaset/ViaSets.h"
 
+namespace LfibViaSetsTest {
+
 namespace {
 
 using namespace Ovix;
@@ -136,3 +138,5 @@ TEST_F(LfibViaSets, ARouteIsReadAsItStandsNow) {
 }
 
 } // namespace
+
+} // namespace LfibViaSetsTest

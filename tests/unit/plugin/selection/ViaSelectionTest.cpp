@@ -2,6 +2,8 @@
 
 #include "PluginFixture.h"
 
+namespace ViaSelectionTest {
+
 namespace {
 
 using namespace Ovix;
@@ -206,3 +208,5 @@ TEST_F(ViaSelection, ALabelThatIsNotSettledPassesTheFrameToTheNext) {
 }
 
 } // namespace
+
+} // namespace ViaSelectionTest

@@ -4,6 +4,8 @@
 #include "MadeUpVias.h"
 #include "Ovix/rewrite/MplsRewrites.h"
 
+namespace LabelStackWalksTest {
+
 namespace {
 
 using namespace Ovix;
@@ -410,3 +412,5 @@ TEST_F(ViaSetStackProcessing, AWalkThatPassesTheLastPositionIsARangeError) {
 }
 
 } // namespace
+
+} // namespace LabelStackWalksTest

@@ -2,6 +2,8 @@
 #include "MadeUpVias.h"
 #include "Ovix/rewrite/MplsRewrites.h"
 
+namespace ReservedLabelsTest {
+
 namespace {
 
 using namespace Ovix;
@@ -139,3 +141,5 @@ TEST_F(ReservedLabels, AnUnknownLabelUnderAnExplicitNullLeavesNoNexthop) {
 }
 
 } // namespace
+
+} // namespace ReservedLabelsTest

@@ -8,6 +8,8 @@
 #include <linux/rtnetlink.h>
 #include <vector>
 
+namespace LinkMessagesTest {
+
 namespace {
 
 using Lumo::EthAddr;
@@ -127,3 +129,5 @@ TEST(LinkMessages, ANeighbourNeedsAnAddressOfItsFamily) {
     without.header->nlmsg_len = NLMSG_HDRLEN + sizeof(ndmsg) - 1;
     EXPECT_FALSE(readNeighbourMessage(*without.header));
 }
+
+} // namespace LinkMessagesTest

@@ -6,6 +6,8 @@
 
 #include "LiveTesting.h"
 
+namespace LinkMonitorTest {
+
 namespace {
 
 using Lumo::EthAddr;
@@ -121,3 +123,5 @@ TEST_F(LinkMonitorTest, RecoversChangesLostInAnOverrun) {
     EXPECT_EQ(link("new").mtu, 1500U);
     EXPECT_EQ(link("lo").mtu, 1319U);
 }
+
+} // namespace LinkMonitorTest

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <string>
 
+namespace LinkTableTest {
+
 namespace {
 
 using OvixAgent::LinkEvents;
@@ -83,3 +85,5 @@ TEST_F(LinkTableTest, KeepsEntriesAddedWhileConfirming) {
     EXPECT_EQ(told, "+c");
     EXPECT_NE(table.link("c"), nullptr);
 }
+
+} // namespace LinkTableTest

@@ -6,6 +6,8 @@
 
 #include "MergedFrame.h"
 
+namespace FrameSegmentsTest {
+
 namespace {
 
 using namespace LiveTesting;
@@ -234,3 +236,5 @@ TEST(FrameSegments, RandomLengthsAreHandled) {
     }
     EXPECT_GT(taken, 1000U);
 }
+
+} // namespace FrameSegmentsTest

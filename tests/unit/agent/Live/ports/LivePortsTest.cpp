@@ -7,6 +7,8 @@
 #include "Refusal.h"
 #include "State/ForwardingTables.h"
 
+namespace LivePortsTest {
+
 namespace {
 
 using namespace OvixAgent;
@@ -73,3 +75,5 @@ TEST_F(LivePortsTest, FramesReceivedBeforeTheStopAreDelivered) {
 }
 
 } // namespace
+
+} // namespace LivePortsTest

@@ -5,6 +5,8 @@
 #include "FrameBytes.h"
 #include "LiveTesting.h"
 
+namespace PacketPortTest {
+
 namespace {
 
 using namespace LiveTesting;
@@ -177,3 +179,5 @@ TEST_F(PacketPortTest, AJumboFrameFitsTheRingOfAJumboInterface) {
                                     toRight({ethVlan, 5, ethMpls}, 2, 65535)};
     EXPECT_EQ(passed(PacketIntake::labelled, frames), frames);
 }
+
+} // namespace PacketPortTest

@@ -6,6 +6,8 @@
 
 #include "MergedFrame.h"
 
+namespace SegmentedFrameTest {
+
 namespace {
 
 using namespace LiveTesting;
@@ -132,3 +134,5 @@ TEST(SegmentedFrame, RefusesEveryTruncatedFrame) {
         }
     }
 }
+
+} // namespace SegmentedFrameTest

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+namespace SendQueueTest {
+
 namespace {
 
 using OvixAgent::LiveCounts;
@@ -142,3 +144,5 @@ TEST_F(SendQueueTest, AFrameLongerThanTheWholeQueueIsDropped) {
     queue.flush(0);
     EXPECT_EQ(sentFrames, "a");
 }
+
+} // namespace SendQueueTest

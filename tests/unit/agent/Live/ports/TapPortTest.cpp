@@ -7,6 +7,8 @@
 #include "Live/ports/PacketPort.h"
 #include "LiveTesting.h"
 
+namespace TapPortTest {
+
 namespace {
 
 using namespace LiveTesting;
@@ -120,3 +122,5 @@ TEST_F(TapPortTest, AnInterfaceThatIsNotATapDeviceIsAProblem) {
     EXPECT_FALSE(TapPort(3, "").isOpen());
     EXPECT_FALSE(TapPort(3, "longer-than-any-interface").isOpen());
 }
+
+} // namespace TapPortTest

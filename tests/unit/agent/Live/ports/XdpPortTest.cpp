@@ -7,6 +7,8 @@
 #include "Live/ports/PacketPort.h"
 #include "LiveTesting.h"
 
+namespace XdpPortTest {
+
 namespace {
 
 using namespace LiveTesting;
@@ -195,9 +197,10 @@ TEST_F(XdpPortTest, AnUnsuitableInterfaceIsAProblem) {
     EXPECT_EQ(XdpPort(0, "big").problem(),
               "big: an MTU of 9000 is more than 3818, the largest for AF_XDP");
     ip("link add name wide numrxqueues 2 type veth peer name narrow");
-    EXPECT_EQ(XdpPort(0, "wide").problem(),
-              "wide: has 2 receive queues; AF_XDP supports one");
+    EXPECT_EQ(XdpPort(0, "wide").problem(), "wide: has 2 receive queues; AF_XDP supports one");
     EXPECT_EQ(XdpPort(0, "none").problem(), "none: finding the interface: No such device");
     EXPECT_FALSE(XdpPort(0, "right").isOpen()); // there is a program already
     EXPECT_TRUE(right->isOpen());
 }
+
+} // namespace XdpPortTest

@@ -5,6 +5,8 @@
 #include "LocalTables.h"
 #include "TableTesting.h"
 
+namespace StatusTest {
+
 namespace {
 
 using namespace TableTesting;
@@ -185,3 +187,5 @@ TEST(Adjacency, RefusesTooManyViasAndTooMuchWeight) {
 }
 
 } // namespace
+
+} // namespace StatusTest

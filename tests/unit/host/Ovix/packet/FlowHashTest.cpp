@@ -7,6 +7,8 @@
 
 #include "PacketTesting.h"
 
+namespace FlowHashTest {
+
 using namespace Ovix;
 using namespace TestSupport;
 using namespace TestSupport::Raw;
@@ -187,3 +189,5 @@ TEST(FlowHash, KnowsTheProtocolsThatHavePorts) {
     EXPECT_EQ(hashOf(labelled({{100}}, ipv4(icmp, udp(1, 2)))),
               hashOf(labelled({{100}}, ipv4(icmp, udp(1, 3)))));
 }
+
+} // namespace FlowHashTest

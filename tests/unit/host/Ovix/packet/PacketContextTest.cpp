@@ -2,6 +2,8 @@
 
 #include "PacketTesting.h"
 
+namespace PacketContextTest {
+
 using namespace Ovix;
 using namespace TestSupport;
 using namespace TestSupport::Raw;
@@ -85,3 +87,5 @@ TEST(PacketContext, ClassificationTakesTheOutermostClassThereIs) {
                   row.input);
     }
 }
+
+} // namespace PacketContextTest

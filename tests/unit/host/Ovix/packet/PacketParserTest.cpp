@@ -2,6 +2,8 @@
 
 #include "PacketTesting.h"
 
+namespace PacketParserTest {
+
 using namespace Ovix;
 using namespace TestSupport;
 using namespace TestSupport::Raw;
@@ -289,3 +291,5 @@ TEST(PacketParser, AHeaderOutlivesTheContextItCameFrom) {
     EXPECT_EQ((*mplsHeaderData(*header)->begin()).label().value(), 100U);
     EXPECT_EQ(header->payload().size(), udpInIpv4.size());
 }
+
+} // namespace PacketParserTest

@@ -5,6 +5,8 @@
 
 #include "FrameBytes.h"
 
+namespace TtlBytesTest {
+
 using namespace Ovix;
 using namespace TestSupport::Raw;
 
@@ -79,3 +81,5 @@ TEST(TtlBytes, WholeMeansTheFixedPartOfTheRightVersion) {
         EXPECT_FALSE(TtlBytes::whole(PktHdrType::none, filled(size, 0x45))) << size;
     }
 }
+
+} // namespace TtlBytesTest

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+namespace InputPipelineStepTest {
+
 namespace {
 
 using namespace Ovix;
@@ -37,3 +39,5 @@ TEST(AllGenericPipelineSteps, AStepIsTakenOnce) {
 }
 
 } // namespace
+
+} // namespace InputPipelineStepTest

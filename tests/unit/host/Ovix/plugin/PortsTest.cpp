@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+namespace PortsTest {
+
 namespace {
 
 using namespace Ovix;
@@ -37,3 +39,5 @@ TEST(Ports, OneOfTheSameInterfaceIsReplaced) {
 }
 
 } // namespace
+
+} // namespace PortsTest

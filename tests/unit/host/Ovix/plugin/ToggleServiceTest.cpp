@@ -4,6 +4,8 @@
 #include <stdexcept>
 #include <string>
 
+namespace ToggleServiceTest {
+
 namespace {
 
 using Ovix::ToggleService;
@@ -61,3 +63,5 @@ TEST_F(Toggles, PassOnWhatTheSourceThrows) {
 }
 
 } // namespace
+
+} // namespace ToggleServiceTest

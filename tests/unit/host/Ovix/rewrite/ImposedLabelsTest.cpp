@@ -5,6 +5,8 @@
 
 #include "RewriteTesting.h"
 
+namespace ImposedLabelsTest {
+
 using namespace Ovix;
 using namespace TestSupport;
 
@@ -40,3 +42,5 @@ TEST(ImposedLabels, KeepWhatIsUnset) {
     EXPECT_FALSE(operation.tc.has_value());
     EXPECT_EQ(operation.ttl, 255);
 }
+
+} // namespace ImposedLabelsTest

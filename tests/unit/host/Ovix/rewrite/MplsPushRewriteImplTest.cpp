@@ -4,6 +4,8 @@
 
 #include "RewriteTesting.h"
 
+namespace MplsPushRewriteImplTest {
+
 using namespace Ovix;
 using namespace TestSupport;
 using namespace TestSupport::Raw;
@@ -104,3 +106,5 @@ TEST(MplsPushRewriteImpl, RefusesALabelOfMoreThan20Bits) {
         Tessel::RangeError);
     EXPECT_EQ(packet.bytes(), frame);
 }
+
+} // namespace MplsPushRewriteImplTest

@@ -4,6 +4,8 @@
 
 #include "RewriteTesting.h"
 
+namespace MplsRewriteHelperTest {
+
 using namespace Ovix;
 using namespace TestSupport;
 using namespace TestSupport::Raw;
@@ -147,3 +149,5 @@ TEST(RewriteInfos, CopyFromAppends) {
     }
     EXPECT_EQ(all, "MplsPopMplsTtlMplsIpPushMplsSwap");
 }
+
+} // namespace MplsRewriteHelperTest

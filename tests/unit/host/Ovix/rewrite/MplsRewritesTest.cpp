@@ -5,6 +5,8 @@
 
 #include "Ovix/rewrite/MplsRewriteHelper.h"
 
+namespace MplsRewritesTest {
+
 namespace {
 
 using namespace Ovix;
@@ -271,3 +273,5 @@ TEST(RewriteImpl, RefusesARecordOfAnotherKind) {
 }
 
 } // namespace
+
+} // namespace MplsRewritesTest

@@ -4,6 +4,8 @@
 
 #include "RewriteTesting.h"
 
+namespace RewriteImplTest {
+
 using namespace Ovix;
 using namespace TestSupport;
 
@@ -69,3 +71,5 @@ TEST(MplsRewritesDeathTest, RefuseAnAbsentOrForeignRecord) {
         EXPECT_DEATH(makers[i](foreign[i]), "info");
     }
 }
+
+} // namespace RewriteImplTest

@@ -5,6 +5,8 @@
 
 #include "Ovix/routing/RoutingContext.h"
 
+namespace RoutingNexthopTest {
+
 namespace {
 
 using namespace Ovix;
@@ -58,3 +60,5 @@ TEST(RoutingNexthops, AreKeptInOrderOfPreference) {
 }
 
 } // namespace
+
+} // namespace RoutingNexthopTest

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <string>
 
+namespace NamedCountersTest {
+
 namespace {
 
 using namespace Ovix;
@@ -68,3 +70,5 @@ TEST(NamedCounters, RememberWhichWasCountedLast) {
 }
 
 } // namespace
+
+} // namespace NamedCountersTest

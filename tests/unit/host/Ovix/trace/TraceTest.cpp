@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <tuple>
 
+namespace TraceTest {
+
 namespace {
 
 using namespace Ovix;
@@ -107,3 +109,5 @@ TEST_F(Trace, ALineHoldsTextAndNumbersAndCutsWhatDoesNotFit) {
 }
 
 } // namespace
+
+} // namespace TraceTest

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+namespace MplsContextTest {
+
 namespace {
 
 using namespace Ovix;
@@ -20,3 +22,5 @@ TEST(MplsContext, HasAPacketContextOnlyThroughItsRoutingContext) {
 }
 
 } // namespace
+
+} // namespace MplsContextTest

@@ -5,6 +5,8 @@
 #include "LocalTables.h"
 #include "TableTesting.h"
 
+namespace ViaSetsTest {
+
 namespace {
 
 using namespace TableTesting;
@@ -164,3 +166,5 @@ TEST_F(HwViaSet, ViasOfNoWeightMakeNoValidSet) {
 }
 
 } // namespace
+
+} // namespace ViaSetsTest

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+namespace FecIdTest {
+
 using Lumo::IntfId;
 using Tessel::Fib::FecId;
 
@@ -34,3 +36,5 @@ TEST(FecId, OtherInterfacesStandForNoFec) {
         EXPECT_FALSE(FecId::hierarchicalIntfIdToFecId(other));
     }
 }
+
+} // namespace FecIdTest
