@@ -54,7 +54,7 @@ ATTRIBUTE: @attributes@
 TABLE: @lfib-list@
        (default: decap with a look-up or tail, else transit)
 TYPE:  @type-list@ (default: implied by the rest)
-Routes are given as lfib diff and lfib watch print them. A hop without "as" or "push" pops the
+Routes are given as lfib show, diff and watch print them. A hop without "as" or "push" pops the
 label; with vrf but without via, dev and fec it looks up what is beneath in that VRF.
 A label of table transit is programmed into the hardware status, too, with an adjacency of its own,
 whose id is the label.
@@ -128,7 +128,7 @@ JSON: {"tables", "generation", "added", "changed", "removed"})",
      {"WORDS", "[TABLE] [LABEL]", "A table, a label, or both", 0, 2},
      R"(TABLE: @shown-tables-list@
        hardware means routes and adjacencies; in mvpn, LABEL is the id of a VRF
-All routes shown are of one generation.
+Prints a line for each entry, a label route as lfib add takes it. All are of one generation.
 JSON: {"tables", "generation", "time", "routes": [ROUTE]}
   ROUTE by table:
     an LFIB    {"table", "label", "type", "multicast", "lookup": {"vrf", "payload"},

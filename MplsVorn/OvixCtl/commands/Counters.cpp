@@ -10,6 +10,7 @@
 #include "commands/Output.h"
 #include "route/RoutePrinting.h"
 #include "route/RouteWords.h"
+#include "route/TextTable.h"
 
 namespace OvixCtl {
 

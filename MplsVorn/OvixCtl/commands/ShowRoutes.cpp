@@ -17,19 +17,9 @@ void visit(const TableView& view, const Selection& selection, Visitor&& visitor)
     }
 }
 
-void printTable(const TableView& view, const Selection& selection, const IntfText& interfaces) {
-    TextTable table(routeColumns());
-    visit(view, selection, [&](const Entry& entry) {
-        for (const TextTable::Cells& row : routeRows(entry, interfaces)) {
-            table.measure(row);
-        }
-    });
-    fmt::print("{}", table.heading());
-    visit(view, selection, [&](const Entry& entry) {
-        for (const TextTable::Cells& row : routeRows(entry, interfaces)) {
-            fmt::print("{}", table.line(row));
-        }
-    });
+void printLines(const TableView& view, const Selection& selection, const IntfText& interfaces) {
+    visit(view, selection,
+          [&](const Entry& entry) { fmt::print("{}\n", routeText(entry, interfaces)); });
 }
 
 /// One route per line within one object, as there may be a million.
@@ -79,7 +69,7 @@ Tessel::Result<int> showRoutes(const Request& request) {
         return Tessel::Refused{
             fmt::format("tables \"{}\" have no {}", request.tables, filter.value().text())};
     }
-    (request.json ? printJson : printTable)(view, selection, interfaces);
+    (request.json ? printJson : printLines)(view, selection, interfaces);
     return reportDamage(view, selection) == 0 ? ExitCode::success : ExitCode::failure;
 }
 

@@ -145,73 +145,6 @@ class LineWriter {
     const IntfText* interfaces_;
 };
 
-/// Writes an entry as lines of a table, one per via.
-class RowWriter {
-  public:
-    RowWriter(const Entry& entry, const IntfText& interfaces)
-        : interfaces_(&interfaces), start_{std::string(wordOf(entry.table)),
-                                           fmt::format("{}", entry.key)} {
-        std::visit(*this, entry.content);
-    }
-
-    std::vector<TextTable::Cells> take() { return std::move(rows_); }
-
-    void operator()(const Mpls::LabelRoute& route) {
-        const std::string type = textOf(route.viaType);
-        Words common;
-        addSetWords(common, route);
-        if (route.tail) {
-            Words words = common;
-            words.add("tail");
-            add({type, "", "", "", interfaces_->text(route.tail->intf()), "", words.text()});
-        }
-        addVias(type, common, route.vias);
-        if (rows_.empty()) {
-            add({type, "", "", "", "", "", common.text()});
-        }
-        if (route.isLookUp()) {
-            rows_.back()[weightColumn] = ""; // there is nothing to share
-        }
-    }
-    void operator()(const Mpls::Hardware::Route& route) {
-        add({"", "", "", fmt::format("adjacency {}", route.adjacencyKey), "", "",
-             route.unprogrammed ? "unprogrammed" : ""});
-    }
-    void operator()(const AdjacencyVias& adjacency) {
-        Words common;
-        addSetWords(common, adjacency);
-        addVias(textOf(adjacency.viaType), common, adjacency.vias);
-        common.add("backup");
-        addVias(textOf(adjacency.viaType), common, adjacency.backups);
-    }
-    void operator()(const MvpnVrfIntfId& vpn) {
-        add({"", "", "", "", interfaces_->text(vpn.intfId), "", ""});
-    }
-    void operator()(const Damage& damage) { add({"corrupt", "", "", "", "", "", damage.what}); }
-
-  private:
-    static constexpr std::size_t weightColumn = 7;
-
-    /// The cells behind the table and the key.
-    void add(TextTable::Cells cells) {
-        cells.insert(cells.begin(), start_.begin(), start_.end());
-        rows_.push_back(std::move(cells));
-    }
-    void addVias(const std::string& type, const Words& common,
-                 const std::vector<Mpls::WeightedVia>& vias) {
-        for (const auto& [via, weight] : vias) {
-            Words words = common;
-            addAttributes(words, via);
-            add({type, textOf(via.action()), labelText(via), via.nexthop().text(),
-                 interfaces_->text(via.intf()), fmt::format("{}", weight), words.text()});
-        }
-    }
-
-    const IntfText* interfaces_;
-    TextTable::Cells start_;
-    std::vector<TextTable::Cells> rows_;
-};
-
 Json textOrNull(std::string_view text) {
     return text.empty() ? Json() : Json(text);
 }
@@ -314,17 +247,6 @@ std::string IntfText::text(Lumo::IntfId intf) const {
 
 std::string routeText(const Entry& entry, const IntfText& interfaces) {
     return LineWriter(entry, interfaces).text();
-}
-
-std::vector<TextTable::Column> routeColumns() {
-    using enum TextTable::Align;
-    return {{"Table", left},     {"Label", right},     {"Type", left},
-            {"Action", left},    {"Out labels", left}, {"Next hop", left},
-            {"Interface", left}, {"Weight", right},    {"Attributes", left}};
-}
-
-std::vector<TextTable::Cells> routeRows(const Entry& entry, const IntfText& interfaces) {
-    return RowWriter(entry, interfaces).take();
 }
 
 std::string routeJson(const Entry& entry, const IntfText& interfaces) {

@@ -6,7 +6,6 @@
 
 #include "Lumo/IntfId.h"
 #include "Published/InterfaceNames.h"
-#include "route/TextTable.h"
 #include "tables/TableView.h"
 
 namespace OvixCtl {
@@ -30,10 +29,6 @@ class IntfText {
 /// east", with `nexthop` before each of several vias. No `as` means pop. parseRoute() takes the
 /// line of a label route.
 std::string routeText(const Entry& entry, const IntfText& interfaces);
-
-/// The columns of tables for people, and an entry as lines of them, one per via.
-std::vector<TextTable::Column> routeColumns();
-std::vector<TextTable::Cells> routeRows(const Entry& entry, const IntfText& interfaces);
 
 /// An entry as JSON on one line; `ovixctl lfib show --help` lists the keys. Bytes of a name that
 /// are not UTF-8 are replaced.

@@ -7,9 +7,7 @@
 namespace RoutePrintingTest {
 
 using namespace CtlTesting;
-using Cells = OvixCtl::TextTable::Cells;
 using OvixCtl::routeJson;
-using OvixCtl::routeRows;
 using OvixCtl::routeText;
 
 TEST(RouteText, EveryKindOfEntryHasItsLine) {
@@ -41,55 +39,6 @@ TEST(RouteText, AnInterfaceWithoutANameIsShownByItsId) {
     EXPECT_EQ(none.text(Lumo::IntfId::fromValue(0x0100000000000abc)), "0x0100000000000abc");
     EXPECT_EQ(none.text(Lumo::CpuIntfId::cpuIdToIntfId(2)), "cpu2");
     EXPECT_EQ(none.text({}), "");
-}
-
-TEST(RouteRows, EveryViaHasALine) {
-    const PublishedRoute route("100 nexthop as to 200/300 via 10.0.0.1 dev a weight 3 nexthop "
-                               "push 7 via fe80::1 dev b");
-    const auto rows = routeRows(route.read(), route.names());
-    ASSERT_EQ(rows.size(), 2U);
-    EXPECT_EQ(rows[0],
-              (Cells{"transit", "100", "ip", "swap", "200/300", "10.0.0.1", "a", "3", ""}));
-    EXPECT_EQ(rows[1], (Cells{"transit", "100", "ip", "push", "7", "fe80::1", "b", "1", ""}));
-    EXPECT_EQ(rows[0].size(), OvixCtl::routeColumns().size());
-}
-
-TEST(RouteRows, ALookUpPopsAndNamesItsVrf) {
-    const PublishedRoute route("100 vrf red payload ipv4");
-    EXPECT_EQ(routeRows(route.read(), {}).at(0),
-              (Cells{"decap", "100", "ip-lookup", "pop", "", "", "", "", "vrf red payload ipv4"}));
-}
-
-TEST(RouteRows, BackupsAreMarked) {
-    Mpls::Hardware::AdjacencyVias adjacency;
-    adjacency.vias = {popTo("10.0.0.1")};
-    adjacency.backups = adjacency.vias;
-    const auto rows = routeRows({Mpls::TableId::hardwareAdjacencies, 6, adjacency}, {});
-    ASSERT_EQ(rows.size(), 2U);
-    EXPECT_EQ(rows[0].back(), "");
-    EXPECT_EQ(rows[1].back(), "backup");
-}
-
-TEST(RouteRows, AttributesReadAsTheyAreGiven) {
-    const PublishedRoute route("100 dev a ttl pipe tc 5 control-word");
-    EXPECT_EQ(routeRows(route.read(), {}).at(0).back(), "ttl pipe tc 5 control-word");
-}
-
-TEST(RouteRows, ATailHasALineOfItsOwn) {
-    const PublishedRoute route("100 tail vlan 100 nexthop dev a");
-    const auto rows = routeRows(route.read(), route.names());
-    ASSERT_EQ(rows.size(), 2U);
-    EXPECT_EQ(rows[0], (Cells{"decap", "100", "multicast-ip-lookup", "", "", "", "vlan100", "",
-                              "multicast tail"}));
-    EXPECT_EQ(rows[1].back(), "multicast");
-}
-
-TEST(RouteRows, ARouteWithoutViasAndADamagedOneStillHaveALine) {
-    EXPECT_EQ(routeRows({Mpls::TableId::decapLfib, 1, Mpls::LabelRoute{}}, {}).size(), 1U);
-    const auto rows = routeRows({Mpls::TableId::decapLfib, 1, OvixCtl::Damage{"wrong"}}, {});
-    ASSERT_EQ(rows.size(), 1U);
-    EXPECT_EQ(rows[0][2], "corrupt");
-    EXPECT_EQ(rows[0].back(), "wrong");
 }
 
 TEST(RouteJson, EveryKeyOfAnLfibRouteIsThere) {
