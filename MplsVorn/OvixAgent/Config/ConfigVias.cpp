@@ -46,7 +46,7 @@ ViaOptions readOptions(const ConfigMap& map, const PortNames& ports) {
     options.tc = map.optionalNumber<std::uint8_t>("tc", 0, 7);
     options.pushTtl = map.numberOr<std::uint8_t>("push-ttl", 1, 255, 0);
     options.payload = map.choiceOr("payload", options.payload);
-    options.mtu = map.numberOr<std::uint32_t>("mtu", 68, 65535, 0);
+    options.mtu = map.numberOr("mtu", Mpls::Via::minMtu, Mpls::Via::maxMtu, 0U);
     options.vlan = map.numberOr<std::uint16_t>("vlan", 1, Via::maxVlan, 0);
     options.fec = map.numberOr<std::uint64_t>("fec", 0, Via::maxFec, 0);
     const std::string vrf = readVrf(map);

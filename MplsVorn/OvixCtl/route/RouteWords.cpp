@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <charconv>
 #include <fmt/format.h>
-#include <limits>
 
 #include "Config/ConfigText.h"
 
@@ -142,7 +141,7 @@ const std::vector<ViaAttribute>& viaAttributes() {
          }},
         numberAttribute<&ViaOptions::pushTtl, 1, 255>("push-ttl"),
         wordAttribute<&ViaOptions::payload, Mpls::PayloadType>("payload"),
-        numberAttribute<&ViaOptions::mtu, 1, std::numeric_limits<std::uint32_t>::max()>("mtu"),
+        numberAttribute<&ViaOptions::mtu, Mpls::Via::minMtu, Mpls::Via::maxMtu>("mtu"),
         numberAttribute<&ViaOptions::vlan, 1, Mpls::Via::maxVlan>("vlan"),
         numberAttribute<&ViaOptions::fec, 1, Mpls::Via::maxFec>("fec"),
         {"vrf", "NAME",

@@ -39,6 +39,8 @@ class Via {
     static constexpr std::size_t maxLabels = 33;
     static constexpr std::uint64_t maxFec = (std::uint64_t{1} << 56U) - 1;
     static constexpr std::uint16_t maxVlan = 4094;
+    static constexpr std::uint32_t minMtu = 68; ///< RFC 791
+    static constexpr std::uint32_t maxMtu = 65535;
 
     /// Replaces the incoming label by 1 to 33 labels, none of them implicit null (RFC 3032).
     static Tessel::Result<Via> swap(Labels labels, const ViaOptions& options);

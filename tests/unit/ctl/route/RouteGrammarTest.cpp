@@ -122,7 +122,7 @@ TEST(RouteGrammar, EveryPrintedRouteIsParsed) {
           "inet6 fe80::1 dev a",
           "transit 100 push 16 dev a",
           "transit 100 multicast nexthop as to 200 dev a nexthop dev b weight 4294967294",
-          "transit 100 as to 16 dev a ttl pipe tc 7 push-ttl 255 payload undefined mtu 4294967295 "
+          "transit 100 as to 16 dev a ttl pipe tc 7 push-ttl 255 payload undefined mtu 65535 "
           "vlan 4094 fec 72057594037927935 vrf red control-word",
           "transit 100 as to 16 tc 0 fec 1 type external-fec",
           "transit 100 dev 0x0100000000000abc",
@@ -186,6 +186,8 @@ TEST(RouteGrammar, WordsThatAreNotARouteAreNamed) {
         {"100 dev a ttl", "the value of ttl is missing at the end"},
         {"100 dev a tc 8", "tc 8 is out of range (0..7)"},
         {"100 dev a push-ttl 0", "push-ttl 0 is out of range (1..255)"},
+        {"100 dev a mtu 67", "mtu 67 is out of range (68..65535)"},
+        {"100 dev a mtu 65536", "mtu 65536 is out of range (68..65535)"},
         {"100 dev a vlan 4095", "vlan 4095 is out of range (1..4094)"},
         {"100 dev a type tunnel",
          "type \"tunnel\" is unknown; known: ip, ip-lookup, external-fec, ip-lookup-per-prefix, "
