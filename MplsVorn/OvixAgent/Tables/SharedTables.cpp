@@ -41,10 +41,11 @@ Ptr<Tessel::TableReader> openSharedTables(const std::string& name) {
         try {
             const Mpls::TablePublisher empty(Tessel::TableMemory::sharedForWriting(name));
         } catch (const Tessel::TablesBusy&) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10)); // somebody makes them now
+            std::this_thread::sleep_for(
+                std::chrono::milliseconds(10)); // another process is creating them
         }
     }
-    throw std::runtime_error("tables \"" + name + "\": another process does not get them finished");
+    throw std::runtime_error("tables \"" + name + "\": another process is still creating them");
 }
 
 } // namespace OvixAgent
