@@ -4,7 +4,6 @@
 #include <string>
 
 #include "Answers/Answer.h"
-#include "Answers/LabelledPacket.h"
 #include "FrameBytes.h"
 
 namespace OvixAgent::Testing {

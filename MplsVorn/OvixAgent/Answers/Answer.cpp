@@ -5,12 +5,36 @@
 #include <cassert>
 #include <utility>
 
+#include "State/LinkHeader.h"
 #include "Wire/Ethernet.h"
 #include "Wire/Ip.h"
+#include "Wire/LabelStack.h"
 
 namespace OvixAgent {
 
 namespace {
+
+/// Offsets in a frame.
+struct Place {
+    std::size_t labels = 0; ///< of the label stack, behind the link header
+    std::size_t ip = 0;     ///< of the IP packet, behind the label stack
+    Ovix::PktHdrType type = Ovix::PktHdrType::none;
+};
+
+Place find(std::span<const std::uint8_t> frame) {
+    Ovix::PacketContext context(Lumo::globalPktManager()->newPkt(frame));
+    Ovix::ParsedPacket& parsed = context.parsedPkt();
+    const ReceivedLink link = readLink(parsed);
+    Ptr<Ovix::PacketHeader> header = link.routed;
+    if (!header) {
+        return {};
+    }
+    const std::size_t labels = header->offset();
+    if (header->pktHdrType() == Ovix::PktHdrType::mpls) {
+        header = parsed.header(header->position() + 1);
+    }
+    return header ? Place{labels, header->offset(), header->pktHdrType()} : Place{};
+}
 
 constexpr std::uint8_t longestTtl = 255;
 
@@ -55,6 +79,35 @@ std::uint16_t etherTypeOf(const Answer& answer) noexcept {
 
 } // namespace
 
+std::optional<LabelledPacket> readLabelledPacket(std::span<const std::uint8_t> frame) {
+    if (frame.size() > Lumo::Pkt::maxBytes) {
+        return std::nullopt;
+    }
+    const Place place = find(frame);
+    if (!isIp(place.type)) {
+        return std::nullopt;
+    }
+    IpPacket ip{place.type, frame.subspan(place.ip)};
+    if (!ip.fault(0).empty()) {
+        return std::nullopt;
+    }
+    ip.bytes = ip.bytes.first(ip.length());
+    constexpr std::size_t tagsAt = Wire::Ethernet::etherTypeAt;
+    return LabelledPacket{frame.subspan(place.labels, place.ip - place.labels), ip,
+                          Wire::Ethernet(frame).isToGroup(),
+                          frame.subspan(tagsAt, place.labels - Wire::Ethernet::size)};
+}
+
+std::vector<Lumo::MplsLabelEntry> labelEntries(std::span<const std::uint8_t> labels) {
+    assert(labels.size() % Lumo::MplsLabelEntry::size == 0);
+    std::vector<Lumo::MplsLabelEntry> entries;
+    Wire::LabelWalk walk(labels);
+    for (Lumo::MplsLabelEntry entry; walk.next(entry);) {
+        entries.push_back(entry);
+    }
+    return entries;
+}
+
 std::vector<std::uint8_t> ipPacketBytes(const IpHeaderFields& fields,
                                         std::span<const std::uint8_t> payload,
                                         std::size_t checksumAt) {
@@ -66,6 +119,7 @@ std::vector<std::uint8_t> ipPacketBytes(const IpHeaderFields& fields,
     const std::size_t headerSize = isIpv4
                                        ? Wire::Ipv4::size + (fields.routerAlert ? alertSize4 : 0)
                                        : Wire::Ipv6::size + (fields.routerAlert ? alertSize6 : 0);
+    assert(headerSize + payload.size() <= 0xffff);
     std::vector<std::uint8_t> bytes(headerSize + payload.size());
     const Wire::WritableBytes header = std::span(bytes).first(headerSize);
     if (isIpv4) {

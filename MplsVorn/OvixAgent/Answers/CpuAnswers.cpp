@@ -6,7 +6,6 @@
 
 #include "Answers/IcmpError.h"
 #include "Answers/LspEcho.h"
-#include "Ip/IpScope.h"
 
 namespace OvixAgent {
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cassert>
 
-#include "Ip/IpScope.h"
 #include "State/PrefixTable.h"
 #include "Wire/Icmp.h"
 #include "Wire/Ip.h"

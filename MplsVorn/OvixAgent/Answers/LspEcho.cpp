@@ -3,7 +3,6 @@
 #include <array>
 #include <cassert>
 
-#include "Ip/IpScope.h"
 #include "Wire/Ip.h"
 #include "Wire/LspEcho.h"
 #include "Wire/Transport.h"

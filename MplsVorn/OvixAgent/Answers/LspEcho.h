@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "Answers/Answer.h"
-#include "Answers/LabelledPacket.h"
 #include "Answers/LspEchoValidation.h"
 #include "State/Frame.h"
 

@@ -1,6 +1,5 @@
 #include "Answers/RateLimit.h"
 
-#include <algorithm>
 #include <cassert>
 
 namespace OvixAgent {
@@ -36,7 +35,6 @@ void RateLimit::fill(Bucket& bucket, std::uint64_t now) const noexcept {
     const std::uint64_t missing = most_ - bucket.tokens;
     const bool isFull = perNanosecond_ == 0 || passed >= missing / perNanosecond_ + 1;
     bucket.tokens = isFull ? most_ : bucket.tokens + passed * perNanosecond_;
-    bucket.tokens = std::min(bucket.tokens, most_);
 }
 
 std::vector<std::pair<std::string, std::uint64_t>> AnswerCounts::named() const {

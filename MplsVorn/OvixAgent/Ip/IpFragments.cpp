@@ -80,6 +80,7 @@ std::optional<IpFragments> IpFragments::of(std::span<const std::uint8_t> packet,
     const std::size_t between =
         rest <= lastRoom ? 0 : (rest - lastRoom + cut.laterSize_ - 1) / cut.laterSize_;
     cut.count_ = 2 + between;
+    assert(cut.firstSize_ > 0 && cut.firstSize_ < cut.dataSize_ && cut.laterSize_ > 0);
     return cut;
 }
 

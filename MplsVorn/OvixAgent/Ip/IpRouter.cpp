@@ -3,7 +3,6 @@
 #include <cassert>
 
 #include "Ip/IpPacket.h"
-#include "Ip/IpScope.h"
 #include "Ovix/packet/TtlBytes.h"
 
 namespace OvixAgent {
@@ -52,6 +51,7 @@ Fate forwardingFate(const Ovix::PacketContext& context) noexcept {
 
 Fate IpRouter::route(const Fib& fib, const Lumo::IpGenAddr& address, Ovix::PacketContext& packet,
                      std::size_t snapped, Egress& egress) const {
+    assert(egress.port == nullptr);
     egress.isIpHop = isDestination(packet, address);
     if (egress.isIpHop) {
         const std::string_view fault = ipPacket(packet).fault(snapped);

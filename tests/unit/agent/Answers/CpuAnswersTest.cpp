@@ -41,7 +41,7 @@ class CpuAnswersTest : public testing::Test {
         return all;
     }
     /// "routed", "along the LSP with 100 200", or "none".
-    std::string wayTo(PortIndex port, const Bytes& frame) {
+    std::string pathOf(PortIndex port, const Bytes& frame) {
         const std::vector<Bytes> all = answersTo(port, frame);
         if (all.empty()) {
             return "none";
@@ -49,12 +49,12 @@ class CpuAnswersTest : public testing::Test {
         if (all[0][0] != 0x88) {
             return "routed";
         }
-        std::string way = "along the LSP with";
+        std::string path = "along the LSP with";
         for (std::size_t at = 2;; at += 4) {
             const auto entry = Lumo::MplsLabelEntry::load(all[0].data() + at);
-            way += " " + std::to_string(entry.label().value());
+            path += " " + std::to_string(entry.label().value());
             if (entry.bos()) {
-                return way;
+                return path;
             }
         }
     }
@@ -98,30 +98,30 @@ ports:
 
 TEST_F(CpuAnswersTest, AnAnswerIsRoutedWhereTheSourceIsRoutable) {
     const Bytes near = packet("10.0.1.9", "10.9.0.1");
-    EXPECT_EQ(wayTo(core, labelled({{100, 0, 1}}, near)), "routed");
+    EXPECT_EQ(pathOf(core, labelled({{100, 0, 1}}, near)), "routed");
     const Bytes far = packet("172.16.0.1", "10.9.0.1");
-    EXPECT_EQ(wayTo(core, labelled({{100, 0, 1}}, far)), "along the LSP with 100");
+    EXPECT_EQ(pathOf(core, labelled({{100, 0, 1}}, far)), "along the LSP with 100");
 }
 
 TEST_F(CpuAnswersTest, AddressesOfAVpnAreNotRoutedHere) {
     const Bytes near = packet("10.0.1.9", "10.9.0.1");
-    EXPECT_EQ(wayTo(core, labelled({{100, 0, 1}, {500, 0, 64}}, near)),
+    EXPECT_EQ(pathOf(core, labelled({{100, 0, 1}, {500, 0, 64}}, near)),
               "along the LSP with 100 500");
-    EXPECT_EQ(wayTo(core, labelled({{500, 0, 1}}, near)), "along the LSP with 500");
+    EXPECT_EQ(pathOf(core, labelled({{500, 0, 1}}, near)), "along the LSP with 500");
 }
 
 TEST_F(CpuAnswersTest, AnIpPacketIsAnsweredInTheVrfOfItsPort) {
     const auto ofVpn = join({eth(ethIpv4), packet("192.168.1.9", "192.168.2.1", 1)});
-    EXPECT_EQ(wayTo(customer, ofVpn), "routed");
-    EXPECT_EQ(wayTo(core, ofVpn), "none");
+    EXPECT_EQ(pathOf(customer, ofVpn), "routed");
+    EXPECT_EQ(pathOf(core, ofVpn), "none");
 }
 
 TEST_F(CpuAnswersTest, APacketToThisDeviceDoesNotExpireInItsVrf) {
     const auto frameTo = [](const std::string& destination) {
         return join({eth(ethIpv4), packet("192.168.1.9", destination, 1)});
     };
-    EXPECT_EQ(wayTo(customer, frameTo("192.168.1.1")), "none");
-    EXPECT_EQ(wayTo(customer, frameTo("10.0.1.1")), "routed"); // nobody's, in that VRF
+    EXPECT_EQ(pathOf(customer, frameTo("192.168.1.1")), "none");
+    EXPECT_EQ(pathOf(customer, frameTo("10.0.1.1")), "routed"); // nobody's, in that VRF
 }
 
 TEST_F(CpuAnswersTest, AnAnswerHasTheTagsOfItsFrame) {
@@ -162,25 +162,25 @@ TEST_F(CpuAnswersTest, AnswersAreCountedSentOrSuppressed) {
 }
 
 TEST_F(CpuAnswersTest, NoErrorIsSentAboutASubnetBroadcast) {
-    const auto way = [&](PortIndex port, const char* source, const char* destination) {
-        return wayTo(port, labelled({{100, 0, 1}}, packet(source, destination)));
+    const auto path = [&](PortIndex port, const char* source, const char* destination) {
+        return pathOf(port, labelled({{100, 0, 1}}, packet(source, destination)));
     };
-    EXPECT_EQ(way(core, "10.0.1.9", "10.0.1.255"), "none");
-    EXPECT_EQ(way(core, "10.0.1.255", "10.0.2.1"), "none");
-    EXPECT_EQ(way(core, "10.0.1.9", "10.0.1.254"), "routed");
-    EXPECT_EQ(way(core, "10.0.1.9", "10.0.9.1"), "routed"); // of two routers, with no broadcast
-    EXPECT_EQ(way(core, "10.0.1.9", "192.168.1.255"), "routed"); // a broadcast in another VRF
-    EXPECT_EQ(way(customer, "192.168.1.9", "192.168.1.255"), "none");
+    EXPECT_EQ(path(core, "10.0.1.9", "10.0.1.255"), "none");
+    EXPECT_EQ(path(core, "10.0.1.255", "10.0.2.1"), "none");
+    EXPECT_EQ(path(core, "10.0.1.9", "10.0.1.254"), "routed");
+    EXPECT_EQ(path(core, "10.0.1.9", "10.0.9.1"), "routed"); // of two routers, with no broadcast
+    EXPECT_EQ(path(core, "10.0.1.9", "192.168.1.255"), "routed"); // a broadcast in another VRF
+    EXPECT_EQ(path(customer, "192.168.1.9", "192.168.1.255"), "none");
 }
 
 TEST_F(CpuAnswersTest, AnErrorToALinkLocalSourceStaysOnTheLink) {
     const Bytes near = packet6("fe80::9", "2001:db8:5::1", 1);
-    EXPECT_EQ(wayTo(core, join({eth(ethIpv6), near})), "routed");
-    EXPECT_EQ(wayTo(core, labelled({{100, 0, 1}}, near)), "none");
+    EXPECT_EQ(pathOf(core, join({eth(ethIpv6), near})), "routed");
+    EXPECT_EQ(pathOf(core, labelled({{100, 0, 1}}, near)), "none");
     const Bytes global = packet6("2001:db8::9", "2001:db8:5::1", 1);
-    EXPECT_EQ(wayTo(core, labelled({{100, 0, 1}}, global)), "routed");
+    EXPECT_EQ(pathOf(core, labelled({{100, 0, 1}}, global)), "routed");
     const Bytes ofIpv4 = packet("169.254.1.1", "10.9.0.1");
-    EXPECT_EQ(wayTo(core, labelled({{100, 0, 1}}, ofIpv4)), "none");
+    EXPECT_EQ(pathOf(core, labelled({{100, 0, 1}}, ofIpv4)), "none");
 }
 
 } // namespace CpuAnswersTest

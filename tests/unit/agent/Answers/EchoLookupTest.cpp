@@ -91,7 +91,7 @@ TEST_F(EchoLookupTest, ALabelMapsToTheFecWithTheSameNextHop) {
         {"dropped", 100, ldp(5), "10/1"},
         {"popped, and none pushed", 101, ldp(6), "8/1"},
         {"popped, and one pushed", 101, ldp(8), "10/1"},
-        {"one of several ways", 102, ldp(11), "8/1"},
+        {"one of several vias", 102, ldp(11), "8/1"},
         {"another interface", 102, ldp(8), "10/1"},
         {"no route", 100, ldp(250), "4/1"},
         {"a longer prefix", 100, ldp(8, 24), "4/1"},

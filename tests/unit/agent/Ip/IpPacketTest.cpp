@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "FrameBytes.h"
-#include "Ip/IpScope.h"
 
 namespace IpPacketTest {
 
