@@ -61,6 +61,17 @@ Result<LabelRoute> read(const LfibStatus& lfib, TableId table, Lumo::MplsLabel l
 
 } // namespace
 
+Result<void> checkRouteLabel(Lumo::MplsLabel label) {
+    if (label == Lumo::implicitNull) {
+        return Refused{"label 3 (implicit null) never stands in a frame (RFC 3032 section 2.1)"};
+    }
+    if (label.isSpecialPurpose()) {
+        return Refused{"label " + label.prettyString() +
+                       " is a special-purpose label, and no table holds labels 0 to 15 (RFC 7274)"};
+    }
+    return {};
+}
+
 Result<LabelRoute> readLabelRoute(const LfibStatus& lfib, TableId table, Lumo::MplsLabel label) {
     try {
         return read(lfib, table, label);

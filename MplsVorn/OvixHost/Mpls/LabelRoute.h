@@ -33,6 +33,11 @@ struct LabelRoute {
     friend bool operator==(const LabelRoute&, const LabelRoute&) noexcept = default;
 };
 
+/// Whether a route may have the label. Refused for the special-purpose labels 0 to 15: implicit
+/// null never stands in a frame, and the others have a meaning of their own (RFC 3032 section 2.1,
+/// RFC 7274).
+Tessel::Result<void> checkRouteLabel(Lumo::MplsLabel label);
+
 /// The route of a label that has one, `lfib` being the LFIB `table`. Refused, saying what is
 /// damaged, when anything in it cannot be read or is not legal.
 Tessel::Result<LabelRoute> readLabelRoute(const LfibStatus& lfib, TableId table,

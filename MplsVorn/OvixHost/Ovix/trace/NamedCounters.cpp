@@ -2,14 +2,62 @@
 
 #include <algorithm>
 #include <cassert>
+#include <iterator>
 
 namespace Ovix {
 
 namespace {
 
 constexpr std::size_t initialSlots = 64;
+constexpr std::string_view lookup = "Lookup";
+
+/// The reasons that stand for values, as sentences. Most frames miss in the first tables: that is
+/// no drop, whatever category it is counted in.
+struct Reading {
+    std::string_view reason;
+    std::string_view text;
+    std::string_view category; ///< empty: the counter's own
+};
+constexpr Reading readings[]{
+    {"No via set in lfib %s for %s", "label not in this table (looked up in the next)", lookup},
+    {"No via keys in lfib %s for %s", "label's route in this table has no via", lookup},
+    {"More than 1 via key in lfib %s for %s", "label's route in this table has several via keys",
+     lookup},
+    {"No adjacency for label %s", "label's hardware route has no adjacency", lookup},
+    {"No valid vias adjacency for label %s", "adjacency of the label's hardware route has no via",
+     lookup},
+    {"Via type %s handler not found", "No handler for the via's type", {}},
+    {"Handler for multicast via %s returned inconsistent processing result",
+     "Handlers of a multicast route's vias disagree",
+     {}},
+    {"Using first nexthop, but %s nexthops found",
+     "Several next hops found, the first is used",
+     {}},
+    {"MvpnIntfStatus entry not found for vrf ID %s",
+     "VRF without a provider-multicast interface",
+     {}},
+};
+
+const Reading* readingOf(std::string_view reason) noexcept {
+    const auto* found = std::find_if(std::begin(readings), std::end(readings),
+                                     [&](const Reading& one) { return one.reason == reason; });
+    return found != std::end(readings) ? found : nullptr;
+}
 
 } // namespace
+
+EventText readableEvent(std::string_view category, std::string_view reason) {
+    if (const Reading* reading = readingOf(reason)) {
+        return {std::string(reading->category.empty() ? category : reading->category),
+                std::string(reading->text)};
+    }
+    std::string text(reason);
+    constexpr std::string_view value = "%s";
+    for (auto at = text.find(value); at != std::string::npos; at = text.find(value)) {
+        text.replace(at, value.size(), "...");
+    }
+    return {std::string(category), text};
+}
 
 OvixNamedCounters::OvixNamedCounters() : slots_(initialSlots, nullptr), mask_(initialSlots - 1) {}
 
@@ -25,8 +73,10 @@ OvixNamedCounters::Counter& OvixNamedCounters::add(const CounterKey& key) {
         mask_ = slots_.size() - 1;
         std::for_each(counters_.begin(), counters_.end(), [this](Counter& old) { insert(old); });
     }
-    Counter& added = counters_.emplace_back(Counter{
-        std::string(key.category), std::string(key.module), std::string(key.reason), key.hash, 0});
+    const Reading* const reading = readingOf(key.reason);
+    Counter& added = counters_.emplace_back(
+        Counter{std::string(key.category), std::string(key.module), std::string(key.reason),
+                key.hash, 0, reading != nullptr && reading->category == lookup});
     insert(added);
     return added;
 }

@@ -26,6 +26,13 @@ struct CounterKey {
     std::uint64_t hash;
 };
 
+/// How a counter reads to people, who do not see the "%s" that its reason has for each value.
+struct EventText {
+    std::string category;
+    std::string reason;
+};
+EventText readableEvent(std::string_view category, std::string_view reason);
+
 /// The agent's named counters: one count per (category, module, reason). Counting allocates only
 /// when a name is counted for the first time.
 class OvixNamedCounters : public Tessel::Counted {
@@ -36,6 +43,7 @@ class OvixNamedCounters : public Tessel::Counted {
         std::string reason;
         std::uint64_t hash = 0;
         std::uint64_t count = 0;
+        bool isLookup = false; ///< a label was looked up and not found, which ends no frame
     };
 
     OvixNamedCounters();
@@ -46,7 +54,7 @@ class OvixNamedCounters : public Tessel::Counted {
             counter = &add(key);
         }
         ++counter->count;
-        last_ = counter;
+        last_ = counter->isLookup ? last_ : counter;
     }
     void count(std::string_view category, std::string_view module, std::string_view reason) {
         count(CounterKey(category, module, reason));
@@ -59,7 +67,8 @@ class OvixNamedCounters : public Tessel::Counted {
     /// In order of first count.
     const std::deque<Counter>& counters() const noexcept { return counters_; }
 
-    /// The counter counted last since `forgetLast`, or null: what happened to the current frame.
+    /// The counter counted last since `forgetLast`, lookups that missed apart, or null: what
+    /// happened to the current frame.
     const Counter* last() const noexcept { return last_; }
     void forgetLast() noexcept { last_ = nullptr; }
 

@@ -68,6 +68,18 @@ TEST_F(LabelRoutes, WeightsOutOfRangeAreRefused) {
     EXPECT_EQ(tables.published.lfib(TableId::decapLfib)->routes(), 0U);
 }
 
+TEST(LabelRoute, NoneIsForASpecialPurposeLabel) {
+    EXPECT_EQ(checkRouteLabel(Lumo::implicitNull).refused().what,
+              "label 3 (implicit null) never stands in a frame (RFC 3032 section 2.1)");
+    for (const std::uint32_t label : {0U, 1U, 2U, 7U, 13U, 15U}) {
+        EXPECT_EQ(checkRouteLabel(Lumo::MplsLabel(label)).refused().what,
+                  "label " + std::to_string(label) +
+                      " is a special-purpose label, and no table holds labels 0 to 15 (RFC 7274)");
+    }
+    EXPECT_TRUE(checkRouteLabel(Lumo::MplsLabel(16)));
+    EXPECT_TRUE(checkRouteLabel(Lumo::MplsLabel(Lumo::MplsLabel::max)));
+}
+
 TEST_F(LabelRoutes, AViaThatIsNotLegalReadsAsDamage) {
     Ovix::OvixMplsVia illegal = swapTo(200).via.record();
     illegal.payloadType = 9;

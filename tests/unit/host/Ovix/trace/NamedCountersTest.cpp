@@ -69,6 +69,29 @@ TEST(NamedCounters, RememberWhichWasCountedLast) {
     EXPECT_EQ(counters.value("Drop", "Routing::Mpls", "first"), 2U);
 }
 
+TEST(NamedCounters, ALookupThatMissedIsNotWhatEndedTheFrame) {
+    OvixNamedCounters counters;
+    counters.count("Drop", "Routing::Mpls", "No via set in lfib %s for %s");
+    EXPECT_EQ(counters.last(), nullptr);
+    counters.count("Drop", "Routing::Mpls", "No via");
+    for (const char* reason : {"No via set in lfib %s for %s", "No adjacency for label %s"}) {
+        counters.count("Drop", "Routing::Mpls", reason);
+        ASSERT_NE(counters.last(), nullptr);
+        EXPECT_EQ(counters.last()->reason, "No via") << reason;
+    }
+}
+
+TEST(NamedCounters, ReadWithoutPlaceholdersAndAMissIsNoDrop) {
+    const EventText miss = readableEvent("Drop", "No via set in lfib %s for %s");
+    EXPECT_EQ(miss.category, "Lookup");
+    EXPECT_EQ(miss.reason, "label not in this table (looked up in the next)");
+    const EventText noHandler = readableEvent("Exceptional", "Via type %s handler not found");
+    EXPECT_EQ(noHandler.category, "Exceptional");
+    EXPECT_EQ(noHandler.reason, "No handler for the via's type");
+    EXPECT_EQ(readableEvent("Drop", "No via").reason, "No via");
+    EXPECT_EQ(readableEvent("Drop", "of %s and %s").reason, "of ... and ...");
+}
+
 } // namespace
 
 } // namespace NamedCountersTest
