@@ -79,6 +79,7 @@ int main(int argc, char** argv) {
     for (const std::uint32_t routes : {1U, 1000U, 1000000U}) {
         const auto size = static_cast<std::int64_t>(routes);
         Bench::registerLookupBenchmarks(size);
+        Bench::registerFibBenchmarks(size);
         for (const std::string& name : Bench::scenarioNames()) {
             const auto plugin = [name](benchmark::State& state) { pluginAlone(state, name); };
             const auto road = [name](benchmark::State& state) {

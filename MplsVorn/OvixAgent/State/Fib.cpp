@@ -13,8 +13,17 @@ AddressBits bitsOf(const Lumo::IpGenPrefix& prefix) {
 
 } // namespace
 
+Fib::Lengths& Fib::lengthsOf(const Lumo::IpGenAddr& address) noexcept {
+    assert(address.family() != Lumo::IpFamily::none);
+    return address.family() == Lumo::IpFamily::ipv4 ? ipv4Prefixes_ : ipv6Prefixes_;
+}
+
+const Fib::Lengths& Fib::lengthsOf(const Lumo::IpGenAddr& address) const noexcept {
+    return address.family() == Lumo::IpFamily::ipv4 ? ipv4Prefixes_ : ipv6Prefixes_;
+}
+
 PrefixTable& Fib::tableOf(const Lumo::IpGenPrefix& prefix) {
-    Lengths& lengths = prefix.address().family() == Lumo::IpFamily::ipv4 ? ipv4_ : ipv6_;
+    Lengths& lengths = lengthsOf(prefix.address());
     const auto at = std::find_if(lengths.begin(), lengths.end(), [&](const PrefixTable& t) {
         return t.length() <= prefix.length();
     });
@@ -40,12 +49,41 @@ void Fib::release(std::uint32_t at) {
     free_.push_back(at);
 }
 
+// Lets the lookup find the route, in place of any other of the same prefix.
+void Fib::publish(const Lumo::IpGenPrefix& prefix, std::uint32_t at) {
+    const PrefixBytes& bytes = prefix.address().bytes();
+    if (prefix.address().family() == Lumo::IpFamily::ipv4) {
+        ipv4_.insert(bytes, prefix.length(), at);
+    } else {
+        ipv6_.insert(bytes, prefix.length(), at);
+    }
+}
+
+void Fib::withdraw(const Lumo::IpGenPrefix& prefix) {
+    const AddressBits bits = bitsOf(prefix);
+    PrefixValue covering = noPrefix;
+    for (const PrefixTable& table : lengthsOf(prefix.address())) {
+        const std::uint32_t at = table.length() < prefix.length() ? table.find(bits) : noPrefix;
+        if (at < noPrefix) {
+            covering = at;
+            break;
+        }
+    }
+    const PrefixBytes& bytes = prefix.address().bytes();
+    if (prefix.address().family() == Lumo::IpFamily::ipv4) {
+        ipv4_.erase(bytes, prefix.length(), covering);
+    } else {
+        ipv6_.erase(bytes, prefix.length(), covering);
+    }
+}
+
 bool Fib::insert(const Lumo::IpGenPrefix& prefix, IpRoute route) {
     const std::uint32_t at = add({std::move(route), true, PrefixTable::none});
     if (!tableOf(prefix).insert(bitsOf(prefix), at)) {
         release(at);
         return false;
     }
+    publish(prefix, at);
     return true;
 }
 
@@ -53,7 +91,9 @@ void Fib::routeIs(const Lumo::IpGenPrefix& prefix, IpRoute route) {
     routeDel(prefix);
     PrefixTable& table = tableOf(prefix);
     const std::uint32_t configured = table.erase(bitsOf(prefix));
-    table.insert(bitsOf(prefix), add({std::move(route), false, configured}));
+    const std::uint32_t at = add({std::move(route), false, configured});
+    table.insert(bitsOf(prefix), at);
+    publish(prefix, at);
 }
 
 bool Fib::routeDel(const Lumo::IpGenPrefix& prefix) {
@@ -63,32 +103,36 @@ bool Fib::routeDel(const Lumo::IpGenPrefix& prefix) {
         return false;
     }
     table.erase(bitsOf(prefix));
-    if (routes_[at].covered != PrefixTable::none) {
-        table.insert(bitsOf(prefix), routes_[at].covered);
+    if (const std::uint32_t configured = routes_[at].covered; configured != PrefixTable::none) {
+        table.insert(bitsOf(prefix), configured);
+        publish(prefix, configured);
+    } else {
+        withdraw(prefix);
     }
     release(at);
     return true;
 }
 
 const IpRoute* Fib::find(const Lumo::IpGenAddr& address) const noexcept {
-    if (address.family() == Lumo::IpFamily::none) {
-        return nullptr;
+    PrefixValue route = noPrefix;
+    switch (address.family()) {
+    case Lumo::IpFamily::ipv4:
+        route = ipv4_.find(address.bytes());
+        break;
+    case Lumo::IpFamily::ipv6:
+        route = ipv6_.find(address.bytes());
+        break;
+    case Lumo::IpFamily::none:
+        break;
     }
-    const AddressBits bits = AddressBits::of(address);
-    for (const PrefixTable& table : address.family() == Lumo::IpFamily::ipv4 ? ipv4_ : ipv6_) {
-        const std::uint32_t route = table.find(bits);
-        if (route != PrefixTable::none) {
-            return &routes_[route].route;
-        }
-    }
-    return nullptr;
+    return route != noPrefix ? &routes_[route].route : nullptr;
 }
 
 const IpRoute* Fib::find(const Lumo::IpGenAddr& address, unsigned length) const noexcept {
     if (address.family() == Lumo::IpFamily::none) {
         return nullptr;
     }
-    const Lengths& lengths = address.family() == Lumo::IpFamily::ipv4 ? ipv4_ : ipv6_;
+    const Lengths& lengths = lengthsOf(address);
     const auto table = std::find_if(lengths.begin(), lengths.end(),
                                     [&](const PrefixTable& t) { return t.length() == length; });
     const std::uint32_t route =

@@ -4,13 +4,15 @@
 
 #include "Lumo/IpGenAddr.h"
 #include "State/IpRoute.h"
+#include "State/Ipv4Lookup.h"
+#include "State/Ipv6Lookup.h"
 #include "State/PrefixTable.h"
 
 namespace OvixAgent {
 
-/// The IP routes of one VRF, of both families. The longest prefix that matches is found in one hash
-/// table per prefix length in use, the longest first. A learned route precedes the configured one
-/// of its prefix.
+/// The IP routes of one VRF, of both families. The longest prefix that matches is found in a lookup
+/// table per family; a hash table for each prefix length in use has the prefixes themselves. A
+/// learned route precedes the configured one of its prefix.
 class Fib {
   public:
     /// Adds a configured route. False, with nothing done, when the prefix has a route already.
@@ -35,13 +37,19 @@ class Fib {
 
     std::uint32_t add(Place place);
     void release(std::uint32_t at);
+    void publish(const Lumo::IpGenPrefix& prefix, std::uint32_t at);
+    void withdraw(const Lumo::IpGenPrefix& prefix);
 
     using Lengths = std::vector<PrefixTable>; ///< longest first
 
+    Lengths& lengthsOf(const Lumo::IpGenAddr& address) noexcept;
+    const Lengths& lengthsOf(const Lumo::IpGenAddr& address) const noexcept;
     PrefixTable& tableOf(const Lumo::IpGenPrefix& prefix);
 
-    Lengths ipv4_;
-    Lengths ipv6_;
+    Lengths ipv4Prefixes_;
+    Lengths ipv6Prefixes_;
+    Ipv4Lookup ipv4_;
+    Ipv6Lookup ipv6_;
     std::vector<Place> routes_;
     std::vector<std::uint32_t> free_; ///< indices into routes_
 };

@@ -88,10 +88,10 @@ class PrefixTable {
         std::uint32_t value = none;
     };
 
+    // The upper bits of the product: the lower ones are zero for a short prefix.
     std::size_t home(AddressBits prefix) const noexcept {
-        std::uint64_t hash = (prefix.high ^ std::rotl(prefix.low, 29)) * 0x9e3779b97f4a7c15;
-        hash ^= hash >> 32U;
-        return hash & (slots_.size() - 1);
+        const std::uint64_t bits = prefix.high ^ std::rotl(prefix.low, 29);
+        return (bits * 0x9e3779b97f4a7c15) >> std::countl_zero(slots_.size() - 1);
     }
     std::size_t slotFor(AddressBits prefix) const noexcept {
         std::size_t at = home(prefix);

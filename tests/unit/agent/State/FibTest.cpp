@@ -174,4 +174,21 @@ TEST(IpRoute, FlowsAreSharedByWeightAndEachKeepsItsVia) {
     EXPECT_EQ(route.choose(~0U).port, 2U);
 }
 
+TEST(Fib, WhatALearnedRouteHidIsFoundAgainOnceItIsRemoved) {
+    for (const std::string& host : {std::string("10.1.2.3"), std::string("2001:db8::1")}) {
+        const std::uint8_t longest = text(host).bits();
+        Fib fib;
+        fib.insert(prefix(host, 8), routeTo(8));
+        fib.insert(prefix(host, longest), routeTo(1));
+        fib.routeIs(prefix(host, 16), routeTo(16));
+        fib.routeIs(prefix(host, longest), routeTo(2));
+        EXPECT_EQ(portFor(fib, text(host)), 2U) << host;
+        EXPECT_TRUE(fib.routeDel(prefix(host, longest)));
+        EXPECT_EQ(portFor(fib, text(host)), 1U) << host;
+        EXPECT_EQ(portFor(fib, text(host).masked(17)), 16U) << host;
+        EXPECT_TRUE(fib.routeDel(prefix(host, 16)));
+        EXPECT_EQ(portFor(fib, text(host).masked(17)), 8U) << host;
+    }
+}
+
 } // namespace FibTest

@@ -1,0 +1,57 @@
+#pragma once
+
+#include "State/PrefixChange.h"
+
+namespace OvixAgent {
+
+/// The longest prefix that an IPv4 address lies in, in one memory access for prefixes up to /16,
+/// two up to /24 and three for longer ones: a table of the first 16 bits, whose slots have a value
+/// or a page for the next 8 bits, and so once more. The table takes 256 KiB, a page 1 KiB.
+class Ipv4Lookup {
+  public:
+    PrefixValue find(const PrefixBytes& address) const noexcept {
+        if (table_.empty()) {
+            return noPrefix;
+        }
+        Slot slot = table_[tableIndex(address)];
+        if (isPage(slot)) {
+            slot = pages_[pageOf(slot)][address[2]];
+            if (isPage(slot)) {
+                slot = pages_[pageOf(slot)][address[3]];
+            }
+        }
+        return slot;
+    }
+
+    /// Adds a prefix that is not there. Its value is no other prefix's.
+    void insert(const PrefixBytes& prefix, unsigned length, PrefixValue value);
+    /// Removes a prefix. `covering` is the value of the longest shorter prefix that it lies in,
+    /// `noPrefix` when there is none.
+    void erase(const PrefixBytes& prefix, unsigned length, PrefixValue covering);
+
+    /// Bytes in use.
+    std::size_t memory() const noexcept;
+
+  private:
+    /// A value, or a page with the highest bit set.
+    using Slot = std::uint32_t;
+    using Page = std::array<Slot, 256>;
+    static constexpr Slot pageBit = 0x8000'0000;
+
+    static constexpr bool isPage(Slot slot) noexcept { return (slot & pageBit) != 0; }
+    static constexpr std::size_t pageOf(Slot slot) noexcept { return slot & ~pageBit; }
+    static std::size_t tableIndex(const PrefixBytes& address) noexcept {
+        return std::size_t{address[0]} << 8U | address[1];
+    }
+
+    void change(const PrefixChange& change);
+    void changeSlot(Slot& slot, unsigned depth, const PrefixChange& change);
+    Slot newPage(Slot filledWith);
+
+    std::vector<Slot> table_; ///< empty before the first prefix
+    std::vector<Page> pages_;
+    std::vector<Slot> freePages_;
+    PrefixLengths lengths_;
+};
+
+} // namespace OvixAgent

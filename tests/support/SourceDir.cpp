@@ -1,0 +1,5 @@
+#include "SourceDir.h"
+
+const char* TestSupport::sourceDir() noexcept {
+    return OVIX_SOURCE_DIR;
+}
