@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "SourceDir.h"
+
 namespace TestSupport::Fpm {
 
 /// All but vrf_full_dump, which is long and has no kind of message that the others have not.
@@ -32,7 +34,7 @@ inline const std::vector<std::string> recordings{"plain_routes",
 
 /// The bytes that zebra sent; empty when there is no such recording.
 inline std::vector<std::uint8_t> recorded(const std::string& name) {
-    std::ifstream file(std::string(OVIX_SOURCE_DIR) + "/tests/data/fpm/" + name + ".bin",
+    std::ifstream file(std::string(sourceDir()) + "/tests/data/fpm/" + name + ".bin",
                        std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
 }

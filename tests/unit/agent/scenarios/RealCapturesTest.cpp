@@ -3,6 +3,7 @@
 
 #include "Capture/CaptureReader.h"
 #include "CaptureTesting.h"
+#include "SourceDir.h"
 
 namespace RealCapturesTest {
 
@@ -22,7 +23,7 @@ class RealCaptures : public ::testing::TestWithParam<RealCapture> {};
 /// Captures of real traffic lie beside the source tree, not in it.
 TEST_P(RealCaptures, AreReadToTheEnd) {
     const auto path =
-        std::filesystem::path(OVIX_SOURCE_DIR) / ".." / "shared" / "captures" / GetParam().file;
+        std::filesystem::path(TestSupport::sourceDir()) / ".." / "shared" / "captures" / GetParam().file;
     if (!std::filesystem::exists(path)) {
         GTEST_SKIP() << "no captures of real traffic beside the source tree";
     }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "kernel/KernelLinks.h"
+#include "SourceDir.h"
 
 namespace RecordedLinksTest {
 
@@ -15,7 +16,7 @@ using OvixFpm::KernelLink;
 namespace {
 
 std::vector<char> recorded(const std::string& name) {
-    std::ifstream file(std::string(OVIX_SOURCE_DIR) + "/tests/data/netlink/" + name + ".bin",
+    std::ifstream file(std::string(TestSupport::sourceDir()) + "/tests/data/netlink/" + name + ".bin",
                        std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
 }
