@@ -71,8 +71,7 @@ class TablesAsText {
                 EXPECT_EQ(found, "") << "twice: " << prefix;
                 found = route.vrf.empty() ? "" : std::string(route.vrf.view()) + ": ";
                 found += route.kind == L3::Route::Kind::forward ? viasText(route.vias)
-                         : route.kind == L3::Route::Kind::local ? "local"
-                                                                : "drop";
+                                                                : Tessel::wordOf(route.kind);
             }
         });
         return found;

@@ -1,6 +1,7 @@
 #include "Answers/CpuAnswers.h"
 
 #include <algorithm>
+#include <array>
 #include <cassert>
 #include <chrono>
 
@@ -24,6 +25,18 @@ OwnAddresses addressesOf(const PortConfig& port) {
         }
     }
     return own;
+}
+
+/// A route that drops does so silently.
+std::optional<Unreachable> unreachableBy(std::string_view reason) noexcept {
+    static constexpr std::array<std::pair<std::string_view, Unreachable>, 4> all{
+        {{Reason::noRoute, Unreachable::noRoute},
+         {Reason::noNeighbour, Unreachable::noNeighbour},
+         {Reason::unreachableRoute, Unreachable::byRoute},
+         {Reason::prohibitedRoute, Unreachable::prohibited}}};
+    const auto found = std::find_if(all.begin(), all.end(),
+                                    [&](const auto& entry) { return entry.first == reason; });
+    return found != all.end() ? std::optional(found->second) : std::nullopt;
 }
 
 std::uint64_t monotonicNanoseconds() {
@@ -76,6 +89,21 @@ void CpuAnswers::tooBig(const OvixAgent::Frame& received, std::span<const std::u
     if (before && after) {
         queue(AnswerReason::tooBig, received, *before,
               icmpTooBig(*after, mtu, own_[received.port]));
+    }
+}
+
+// Floods of such packets cost little: they are read only when an answer may be sent.
+void CpuAnswers::undelivered(const OvixAgent::Frame& received, std::string_view reason) {
+    const std::optional<Unreachable> why = unreachableBy(reason);
+    if (!why) {
+        return;
+    }
+    if (!rate_.mayAdmit(AnswerReason::unreachable, monotonicNanoseconds())) {
+        counts_.suppressed(AnswerReason::unreachable);
+    } else if (const auto packet = readLabelledPacket(received.bytes)) {
+        assert(received.port < own_.size());
+        queue(AnswerReason::unreachable, received, *packet,
+              icmpUnreachable(*packet, *why, own_[received.port]));
     }
 }
 

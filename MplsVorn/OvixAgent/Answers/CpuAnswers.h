@@ -6,15 +6,16 @@
 #include "Answers/EchoLookup.h"
 #include "Answers/RateLimit.h"
 #include "Published/PublishedTables.h"
+#include "State/DropListener.h"
 #include "State/ForwardingTables.h"
-#include "State/TooBigListener.h"
 #include "State/TransmitPort.h"
 
 namespace OvixAgent {
 
-/// Answers punted frames and frames that exceed the egress MTU: ICMP time exceeded and too big
-/// errors, and MPLS echo replies, each up to its rate limit. Punted frames also go to the CPU port.
-class CpuAnswers final : public TransmitPort, public TooBigListener {
+/// Answers punted frames, frames that exceed the egress MTU and those that IP routing does not
+/// deliver: ICMP time exceeded, too big and unreachable errors, and MPLS echo replies, each up to
+/// its rate limit. Punted frames also go to the CPU port.
+class CpuAnswers final : public TransmitPort, public DropListener {
   public:
     /// An answer as a frame, to be processed as if received at the port of the frame that it
     /// answers, and with its tags.
@@ -33,6 +34,7 @@ class CpuAnswers final : public TransmitPort, public TooBigListener {
     void transmit(const OvixAgent::Frame& frame) override;
     void tooBig(const OvixAgent::Frame& received, std::span<const std::uint8_t> leaving,
                 std::uint32_t mtu) override;
+    void undelivered(const OvixAgent::Frame& received, std::string_view reason) override;
 
     /// The answers since the last call, to be forwarded between frames.
     std::vector<Frame> take();

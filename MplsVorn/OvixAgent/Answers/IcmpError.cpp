@@ -1,9 +1,9 @@
 #include "Answers/IcmpError.h"
 
 #include <algorithm>
+#include <array>
 #include <cassert>
 
-#include "State/PrefixTable.h"
 #include "Wire/Icmp.h"
 #include "Wire/Ip.h"
 
@@ -37,17 +37,10 @@ bool isToGroup(const LabelledPacket& packet) noexcept {
     return packet.isToGroup || scope == IpScope::linkMulticast || scope == IpScope::multicast;
 }
 
-/// RFC 4291 section 2.5.5.2.
-bool isIpv4Mapped(const Lumo::IpGenAddr& address) noexcept {
-    const AddressBits bits = AddressBits::of(address);
-    return address.family() == Lumo::IpFamily::ipv6 && bits.high == 0 && bits.low >> 32U == 0xffff;
-}
-
 bool isSingleHost(const Lumo::IpGenAddr& address) noexcept {
     const IpScope scope = ipScope(address);
     const bool isIpv6 = address.family() == Lumo::IpFamily::ipv6;
-    return (scope == IpScope::global && !isIpv4Mapped(address)) ||
-           (scope == IpScope::linkLocal && isIpv6);
+    return scope == IpScope::global || (scope == IpScope::linkLocal && isIpv6);
 }
 
 bool mayBeAnswered(const IcmpError& error, const LabelledPacket& packet,
@@ -130,6 +123,22 @@ std::vector<std::uint8_t> icmpTimeExceeded(const LabelledPacket& received,
     IcmpError error;
     error.type = received.ip.type == PktHdrType::ipv4 ? Wire::IcmpType::timeExceeded
                                                       : Wire::Icmpv6Type::timeExceeded;
+    error.labels = received.labels;
+    return errorPacket(error, received, own);
+}
+
+std::vector<std::uint8_t> icmpUnreachable(const LabelledPacket& received, Unreachable why,
+                                          const OwnAddresses& own) {
+    static constexpr std::array<std::uint8_t, 4> codes4{
+        Wire::IcmpCode::netUnreachable, Wire::IcmpCode::hostUnreachable,
+        Wire::IcmpCode::hostUnreachable, Wire::IcmpCode::prohibited};
+    static constexpr std::array<std::uint8_t, 4> codes6{
+        Wire::Icmpv6Code::noRoute, Wire::Icmpv6Code::addressUnreachable, Wire::Icmpv6Code::noRoute,
+        Wire::Icmpv6Code::prohibited};
+    const bool isIpv4 = received.ip.type == PktHdrType::ipv4;
+    IcmpError error;
+    error.type = isIpv4 ? Wire::IcmpType::unreachable : Wire::Icmpv6Type::unreachable;
+    error.code = (isIpv4 ? codes4 : codes6).at(static_cast<std::size_t>(why));
     error.labels = received.labels;
     return errorPacket(error, received, own);
 }

@@ -24,6 +24,14 @@ namespace OvixAgent {
 /// knows that the TTL has expired.
 std::vector<std::uint8_t> icmpTimeExceeded(const LabelledPacket& received, const OwnAddresses& own);
 
+/// Why a packet was not delivered.
+enum class Unreachable : std::uint8_t { noRoute, noNeighbour, byRoute, prohibited };
+
+/// Destination unreachable (RFC 1812 section 5.2.7.1, RFC 4443 section 3.1), with the label stack
+/// of the packet as it was received (RFC 4950).
+std::vector<std::uint8_t> icmpUnreachable(const LabelledPacket& received, Unreachable why,
+                                          const OwnAddresses& own);
+
 /// Fragmentation needed (RFC 1191) or packet too big (RFC 4443 section 3.2), for a packet as it
 /// would have left. The MTU reported is the egress MTU less the label stack, but at least the
 /// family's minimum, 68 or 1280 bytes. Also empty when an IPv4 packet may be fragmented, and when

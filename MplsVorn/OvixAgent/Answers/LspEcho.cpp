@@ -1,6 +1,5 @@
 #include "Answers/LspEcho.h"
 
-#include <array>
 #include <cassert>
 
 #include "Wire/Ip.h"
@@ -16,14 +15,6 @@ using Wire::Udp;
 /// The largest reply that fits behind the longest IP header.
 constexpr std::size_t longestReply = 65535 - 48 - Udp::size;
 
-bool isLoopback(const Lumo::IpGenAddr& address) noexcept {
-    static constexpr std::array<std::uint8_t, 16> mapped{0, 0, 0, 0,    0,    0,  0,
-                                                         0, 0, 0, 0xff, 0xff, 127};
-    static const Lumo::IpGenPrefix loopback4(Lumo::IpGenAddr::ipv4(mapped.data() + 12), 8);
-    static const Lumo::IpGenPrefix mapped4(Lumo::IpGenAddr::ipv6(mapped.data()), 104);
-    return loopback4.contains(address) || mapped4.contains(address);
-}
-
 /// Only in IPv4 may the checksum be absent (RFC 768, RFC 8200 section 8.1).
 bool isChecksumValid(const IpPacket& packet, Wire::Bytes datagram) {
     assert(datagram.size() >= Udp::size);
@@ -37,14 +28,12 @@ bool isChecksumValid(const IpPacket& packet, Wire::Bytes datagram) {
 
 /// The UDP datagram of an echo request or reply; empty for any other packet.
 Wire::Bytes echoDatagram(const LabelledPacket& received) {
-    const std::optional<IpUpperLayer> upper = received.ip.upperLayer();
-    if (!upper || upper->protocol != Wire::IpProtocol::udp ||
-        !isLoopback(received.ip.destination())) {
+    if (!isMplsEcho(received.ip)) {
         return {};
     }
+    const std::optional<IpUpperLayer> upper = received.ip.upperLayer();
     const Udp header(upper->bytes);
-    if (!header || header.destinationPort() != Wire::lspEchoPort || header.length() < Udp::size ||
-        header.length() > upper->bytes.size()) {
+    if (header.length() < Udp::size || header.length() > upper->bytes.size()) {
         return {};
     }
     const Wire::Bytes datagram = upper->bytes.first(header.length());

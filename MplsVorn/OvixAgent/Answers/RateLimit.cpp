@@ -18,13 +18,17 @@ RateLimit::RateLimit(AnswerRate rate) noexcept
     }
 }
 
-bool RateLimit::admit(AnswerReason reason, std::uint64_t now) noexcept {
+bool RateLimit::mayAdmit(AnswerReason reason, std::uint64_t now) noexcept {
     Bucket& bucket = of(reason);
     fill(bucket, now);
-    if (bucket.tokens < oneAnswer) {
+    return bucket.tokens >= oneAnswer;
+}
+
+bool RateLimit::admit(AnswerReason reason, std::uint64_t now) noexcept {
+    if (!mayAdmit(reason, now)) {
         return false;
     }
-    bucket.tokens -= oneAnswer;
+    of(reason).tokens -= oneAnswer;
     return true;
 }
 

@@ -9,10 +9,10 @@
 namespace OvixAgent {
 
 /// Why an answer is sent.
-enum class AnswerReason : std::uint8_t { timeExceeded, tooBig, lspEcho };
+enum class AnswerReason : std::uint8_t { timeExceeded, tooBig, unreachable, lspEcho };
 
-inline constexpr std::array<const char*, 3> answerReasonNames{"time exceeded", "too big",
-                                                              "LSP echo"};
+inline constexpr std::array<const char*, 4> answerReasonNames{"time exceeded", "too big",
+                                                              "unreachable", "LSP echo"};
 
 /// The rate of answers per reason. No answers are sent when either is 0.
 struct AnswerRate {
@@ -25,6 +25,9 @@ struct AnswerRate {
 class RateLimit {
   public:
     explicit RateLimit(AnswerRate rate = {}) noexcept;
+
+    /// Whether an answer may be sent now.
+    bool mayAdmit(AnswerReason reason, std::uint64_t now) noexcept;
 
     /// Whether an answer may be sent; if so, takes its token. `now` is a monotonic time in
     /// nanoseconds; a clock that goes back adds no tokens.

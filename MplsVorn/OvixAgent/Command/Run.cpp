@@ -54,7 +54,7 @@ class LiveAgent {
           answers_(ports_.cpu(), config_, tables_, state_->tables()),
           forwarder_(state_->manager(), tables_, answers_),
           links_(config_, tables_, state_->interfaces(), ports_) {
-        tables_.tooBig = &answers_;
+        tables_.drops = &answers_;
         if (!options.tables.empty()) {
             ipRoutes_.emplace(state_->tables().reader(), tables_);
         }

@@ -117,8 +117,8 @@ Fate EgressLookup::sendTo(const Lumo::IpGenAddr& address, PortIndex port, Egress
     if (!isAddressed) {
         return drop(Reason::noAddress);
     }
-    tables_->neighbours.want(address, port);
-    return drop(Reason::noNeighbour);
+    egress.sendTo(address, nullptr);
+    return forwarded;
 }
 
 } // namespace OvixAgent

@@ -23,11 +23,12 @@ class EgressLookup {
     /// The tables must outlive the lookup.
     explicit EgressLookup(ForwardingTables& tables) noexcept : tables_(&tables), router_(tables) {}
 
-    /// Forwarded: `egress` is set. `snapped` is the number of bytes that the capture left out.
+    /// Forwarded: `egress` is set, its MAC address unless it has to be resolved. `snapped` is the
+    /// number of bytes that the capture left out.
     Fate find(Ovix::PacketContext& packet, std::size_t snapped, const Ovix::RoutingNexthop& nexthop,
               Egress& egress) const;
 
-    TooBigListener* tooBig() const noexcept { return tables_->tooBig; }
+    ForwardingTables& tables() const noexcept { return *tables_; }
 
   private:
     Fate sendBy(Port& port, Lumo::IpGenAddr address, Ovix::PacketContext& packet,

@@ -25,9 +25,10 @@ Forwarder::Forwarder(const Ptr<Ovix::PluginManager>& manager, ForwardingTables& 
     : mplsHandler_(manager->routingHandlers()->handler("Mpls")),
       ipv4Handler_(Tessel::make<IpRoutingHandler>(Ovix::PktHdrType::ipv4, tables.ports)),
       ipv6Handler_(Tessel::make<IpRoutingHandler>(Ovix::PktHdrType::ipv6, tables.ports)),
-      sender_(manager, EgressLookup(tables)), inputSteps_(manager->genericPipelineSteps()),
-      packets_(Lumo::globalPktManager()), tables_(&tables), cpu_(&cpu),
-      counters_(Tessel::make<Ovix::OvixNamedCounters>()),
+      sender_(manager, EgressLookup(tables),
+              [this](const Fate& fate, const Frame& frame) { account(fate, frame); }),
+      inputSteps_(manager->genericPipelineSteps()), packets_(Lumo::globalPktManager()),
+      tables_(&tables), cpu_(&cpu), counters_(Tessel::make<Ovix::OvixNamedCounters>()),
       fates_(Tessel::make<Ovix::OvixNamedCounters>()) {
     registerPorts(*manager->ports(), tables.ports, cpu, current_);
 }
@@ -230,6 +231,7 @@ void Forwarder::account(const Fate& fate, const Frame& frame) {
 void Forwarder::addTo(Summary& summary) const {
     summary.in = in_;
     summary.replicas = replicas_ + sender_.furtherFragments();
+    summary.waiting = sender_.waiting();
     for (const Port& port : tables_->ports.ports()) {
         summary.forwarded.push_back({port.name, port.sent});
     }

@@ -23,6 +23,10 @@ class Forwarder {
     /// tables must be refreshed first; the frame is then to be passed again.
     void receive(const Frame& frame);
 
+    /// Sends or drops packets that have waited for a neighbour; to be called between frames. At the
+    /// end of time it drops all that are left.
+    void settleWaiting(Sender::Clock::time_point now) { sender_.settleWaiting(now); }
+
     /// Sets frames, fates and their reasons, ports and named counters.
     void addTo(Summary& summary) const;
 

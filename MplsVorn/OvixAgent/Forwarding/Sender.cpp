@@ -4,6 +4,7 @@
 #include <cassert>
 
 #include "Forwarding/PseudowirePayload.h"
+#include "Ip/IpPacket.h"
 #include "Wire/LabelStack.h"
 
 namespace OvixAgent {
@@ -60,9 +61,10 @@ struct Sender::Outgoing {
     }
 };
 
-Sender::Sender(const Ptr<Ovix::PluginManager>& manager, EgressLookup egress)
+Sender::Sender(const Ptr<Ovix::PluginManager>& manager, EgressLookup egress, Settled settled)
     : rewrites_(Ovix::RewriteInfoImplMapSharedObject::getMap(manager->sharedObjects())),
-      mplsMtuExceptions_(manager->mtuExceptionHandlers()->handler("Mpls")), egress_(egress) {}
+      mplsMtuExceptions_(manager->mtuExceptionHandlers()->handler("Mpls")), egress_(egress),
+      settled_(std::move(settled)) {}
 
 Fate Sender::send(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
                   const VlanTags& tags, const Ovix::RoutingNexthop& nexthop) {
@@ -74,6 +76,7 @@ Fate Sender::send(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
     }
     Egress& egress = outgoing.egress;
     fate = egress_.find(packet, outgoing.snapped(), nexthop, egress);
+    reportIfUndelivered(frame, egress, fate);
     if (fate.kind == FateKind::forwarded && packet.outerType() == Ovix::PktHdrType::eth) {
         const bool hasControlWord = egress.pseudowire != nullptr && egress.pseudowire->controlWord;
         fate = removeControlWord(packet, hasControlWord);
@@ -81,7 +84,66 @@ Fate Sender::send(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
     if (fate.kind == FateKind::forwarded) {
         fate = applyIpHop(outgoing);
     }
-    return fate.kind == FateKind::forwarded ? transmit(outgoing) : fate;
+    if (fate.kind != FateKind::forwarded) {
+        return fate;
+    }
+    return egress.isResolved() ? transmit(outgoing) : wait(outgoing);
+}
+
+/// Only where packets are routed by their own destination is their source answered.
+void Sender::reportIfUndelivered(const Frame& frame, const Egress& egress, const Fate& fate) const {
+    DropListener* const listener = egress_.tables().drops;
+    if (fate.kind == FateKind::dropped && egress.isIpHop && listener != nullptr) {
+        listener->undelivered(frame, fate.reason);
+    }
+}
+
+// Where nobody solicits, as in a run on captures, waiting would only delay the drop.
+Fate Sender::wait(const Outgoing& outgoing) {
+    const ForwardingTables& tables = egress_.tables();
+    if (!tables.neighbours.solicits()) {
+        return drop(Reason::noNeighbour);
+    }
+    tables.neighbours.want(outgoing.egress.unresolved, tables.ports.indexOf(*outgoing.egress.port));
+    WaitingPacket packet{
+        outgoing.frame, Lumo::globalPktManager()->newPkt(outgoing.frame.bytes), outgoing.context,
+        outgoing.tags,  Ptr<const Ovix::RoutingNexthop>(&outgoing.nexthop),     outgoing.egress,
+        Clock::now()};
+    packet.frame.bytes = packet.received->data();
+    packet.egress.push = nullptr; // is applied; its route may be replaced meanwhile
+    if (const auto displaced = waiting_.add(std::move(packet))) {
+        settled_(drop(Reason::noNeighbour), displaced->frame);
+    }
+    return forwarded;
+}
+
+void Sender::settleWaiting(Clock::time_point now) {
+    ForwardingTables& tables = egress_.tables();
+    const auto isOver = [&](const WaitingPacket& packet) {
+        const PortIndex port = tables.ports.indexOf(*packet.egress.port);
+        return tables.neighbours.find(packet.egress.unresolved, port) != nullptr ||
+               tables.neighbours.hasFailed(packet.egress.unresolved, port) ||
+               now - packet.since >= WaitingPackets::longest;
+    };
+    while (const auto packet = waiting_.take(isOver)) {
+        settled_(settle(*packet), packet->frame);
+    }
+    tables.neighbours.clearFailed();
+}
+
+Fate Sender::settle(const WaitingPacket& packet) {
+    const ForwardingTables& tables = egress_.tables();
+    Outgoing outgoing{packet.frame, packet.context, packet.tags, *packet.nexthop, packet.egress};
+    const Lumo::IpGenAddr neighbour = packet.egress.unresolved;
+    const Lumo::EthAddr* mac =
+        tables.neighbours.find(neighbour, tables.ports.indexOf(*packet.egress.port));
+    if (mac == nullptr) {
+        const Fate fate = drop(Reason::noNeighbour);
+        reportIfUndelivered(packet.frame, packet.egress, fate);
+        return fate;
+    }
+    outgoing.egress.sendTo(neighbour, mac);
+    return transmit(outgoing);
 }
 
 Fate Sender::rewrite(const Outgoing& outgoing) const {
@@ -131,12 +193,16 @@ Fate Sender::transmit(const Outgoing& outgoing) {
     return forwarded;
 }
 
-// A packet that was received with labels, and so has rewrites, is left to the control plane.
+// A labelled packet is left to the control plane, unless its route has pushed the labels here. One
+// that was popped for a next hop has not been checked yet.
 Fate Sender::transmitTooBig(const Outgoing& outgoing, std::uint32_t mtu) {
     const Ovix::PacketContext& packet = outgoing.packet();
     const std::size_t labels = labelsOf(packet).size();
-    if (outgoing.egress.isIpHop && outgoing.nexthop.rewriteInfos().rewrites().empty() &&
-        labels < mtu) {
+    const bool isSound =
+        outgoing.egress.isIpHop ||
+        (isIp(packet.outerType()) &&
+         IpPacket{packet.outerType(), packet.pkt()->data()}.fault(outgoing.snapped()).empty());
+    if (isSound && labels < mtu) {
         if (const auto cut = IpFragments::of(packet.pkt()->offsetFront(labels), mtu - labels)) {
             return transmitFragments(outgoing, *cut);
         }
@@ -161,6 +227,7 @@ Fate Sender::transmitFragments(const Outgoing& outgoing, const IpFragments& frag
         }
         outgoing.emit(packet, fragment.snapped);
     }
+    runCounterActions(outgoing);
     return forwarded;
 }
 
@@ -168,7 +235,7 @@ Fate Sender::transmitFragments(const Outgoing& outgoing, const IpFragments& frag
 Fate Sender::dropTooBig(const Outgoing& outgoing, std::uint32_t mtu) const {
     Ovix::PacketContext& packet = outgoing.packet();
     const bool isException = mplsMtuExceptions_ && packet.outerType() == Ovix::PktHdrType::mpls;
-    TooBigListener* const listener = egress_.tooBig();
+    DropListener* const listener = egress_.tables().drops;
     if ((listener != nullptr || isException) && outgoing.pushLinkHeader(packet)) {
         if (listener != nullptr) {
             listener->tooBig(outgoing.frame, packet.pkt()->data(), mtu);

@@ -1,11 +1,15 @@
 #include "Ip/IpPacket.h"
 
+#include <algorithm>
+#include <array>
 #include <cassert>
 
 #include "Ovix/packet/TtlBytes.h"
 #include "State/Fate.h"
 #include "State/PrefixTable.h"
 #include "Wire/Ip.h"
+#include "Wire/LspEcho.h"
+#include "Wire/Transport.h"
 
 namespace OvixAgent {
 
@@ -69,7 +73,8 @@ IpScope ipv6Scope(const Lumo::IpGenAddr& address) noexcept {
         return IpScope::linkLocal;
     }
     const AddressBits bits = AddressBits::of(address);
-    return bits.high == 0 && bits.low <= 1 ? IpScope::nowhere : IpScope::global;
+    const bool isIpv4Mapped = bits.low >> 32U == 0xffff;
+    return bits.high == 0 && (bits.low <= 1 || isIpv4Mapped) ? IpScope::nowhere : IpScope::global;
 }
 
 } // namespace
@@ -115,8 +120,7 @@ Lumo::IpGenAddr IpPacket::destination() const noexcept {
 }
 
 std::optional<IpUpperLayer> IpPacket::upperLayer() const noexcept {
-    assert(length() <= bytes.size());
-    const Wire::Bytes packet = bytes.first(length());
+    const Wire::Bytes packet = bytes.first(std::min(length(), bytes.size()));
     const Wire::UpperLayer upper = type == Ovix::PktHdrType::ipv4
                                        ? Wire::upperLayer(Wire::Ipv4(packet))
                                        : Wire::ipv6UpperLayer(packet);
@@ -125,6 +129,21 @@ std::optional<IpUpperLayer> IpPacket::upperLayer() const noexcept {
     }
     return IpUpperLayer{upper.protocol, upper.isFirstFragment,
                         upper.isFirstFragment ? packet.subspan(upper.offset) : Wire::Bytes()};
+}
+
+bool isMplsEcho(const IpPacket& packet) noexcept {
+    static constexpr std::array<std::uint8_t, 16> mapped{0, 0, 0, 0,    0,    0,  0,
+                                                         0, 0, 0, 0xff, 0xff, 127};
+    static const Lumo::IpGenPrefix loopback4(Lumo::IpGenAddr::ipv4(mapped.data() + 12), 8);
+    static const Lumo::IpGenPrefix mapped4(Lumo::IpGenAddr::ipv6(mapped.data()), 104);
+    const Lumo::IpGenAddr destination = packet.destination();
+    if (!loopback4.contains(destination) && !mapped4.contains(destination)) {
+        return false;
+    }
+    const std::optional<IpUpperLayer> upper = packet.upperLayer();
+    const Wire::Udp header(upper ? upper->bytes : Wire::Bytes());
+    return header && upper->protocol == Wire::IpProtocol::udp &&
+           header.destinationPort() == Wire::lspEchoPort;
 }
 
 IpScope ipScope(const Lumo::IpGenAddr& address) noexcept {

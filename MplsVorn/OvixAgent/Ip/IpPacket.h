@@ -34,9 +34,13 @@ struct IpPacket {
     Lumo::IpGenAddr source() const noexcept;
     Lumo::IpGenAddr destination() const noexcept;
 
-    /// Empty when the IPv6 extension headers are longer than the packet.
+    /// As far as captured. Empty when the IPv6 extension headers are longer than that.
     std::optional<IpUpperLayer> upperLayer() const noexcept;
 };
+
+/// Whether a packet is for the MPLS echo of whichever router processes it (RFC 8029 section 4.3):
+/// UDP to port 3503 of 127.0.0.0/8 or ::ffff:127.0.0.0/104. The packet must be valid.
+bool isMplsEcho(const IpPacket& packet) noexcept;
 
 constexpr bool isIp(Ovix::PktHdrType type) noexcept {
     return type == Ovix::PktHdrType::ipv4 || type == Ovix::PktHdrType::ipv6;
@@ -48,7 +52,7 @@ enum class IpScope : std::uint8_t {
     linkLocal,     ///< a host on the link (RFC 3927, RFC 4291 section 2.5.6)
     linkMulticast, ///< hosts on the link: 224.0.0.0/24, ff02::/16 and the limited broadcast
     multicast,     ///< hosts on any link
-    nowhere,       ///< loopback, unspecified and reserved addresses (RFC 1812 section 5.3.7)
+    nowhere,       ///< loopback, unspecified, IPv4-mapped and reserved addresses (RFC 6890)
 };
 
 /// The address must be IPv4 or IPv6.

@@ -19,8 +19,8 @@ bool isDestination(const Ovix::PacketContext& packet, const Lumo::IpGenAddr& add
            ipPacket(packet).destination() == address;
 }
 
-Fate scopeFate(const Lumo::IpGenAddr& destination) noexcept {
-    switch (ipScope(destination)) {
+Fate scopeFate(const IpPacket& packet) noexcept {
+    switch (ipScope(packet.destination())) {
     case IpScope::global:
         return forwarded;
     case IpScope::linkLocal:
@@ -31,13 +31,14 @@ Fate scopeFate(const Lumo::IpGenAddr& destination) noexcept {
     case IpScope::nowhere:
         break;
     }
-    return drop(Reason::martianDestination);
+    // A label that ended here, or at the router before, may have brought it.
+    return isMplsEcho(packet) ? punt(Reason::mplsEcho) : drop(Reason::martianDestination);
 }
 
 /// Forwarded: a router may forward the packet.
 Fate forwardingFate(const Ovix::PacketContext& context) noexcept {
     const IpPacket packet = ipPacket(context);
-    const Fate fate = scopeFate(packet.destination());
+    const Fate fate = scopeFate(packet);
     if (fate.kind != FateKind::forwarded) {
         return fate;
     }
@@ -75,20 +76,16 @@ Fate IpRouter::follow(const IpRoute& route, Ovix::PacketContext& packet,
                       const Lumo::IpGenAddr& address, Egress& egress) const {
     assert(!route.isLocal());
     if (route.drops()) {
-        return drop(Reason::droppingRoute);
+        return drop(route.dropReason());
     }
     const IpRouteVia& via =
         route.vias().size() == 1 ? route.vias().front() : route.choose(packet.hash());
     const Lumo::IpGenAddr& neighbour = via.onLink ? address : via.nexthop;
     const Lumo::EthAddr* mac =
         via.mac != nullptr ? via.mac : tables_->neighbours.find(neighbour, via.port);
-    if (mac == nullptr) {
-        tables_->neighbours.want(neighbour, via.port);
-        return drop(Reason::noNeighbour);
-    }
     egress.port = &tables_->ports.ports()[via.port];
-    egress.mac = *mac;
     egress.push = via.push.get();
+    egress.sendTo(neighbour, mac);
     return forwarded;
 }
 

@@ -14,14 +14,15 @@ namespace OvixAgent {
 ///
 /// When the address is the destination of the packet itself, this is the packet's IP hop: the
 /// packet is checked (RFC 1812 section 5.2.2), the link's padding is removed, and it must be one
-/// that a router may forward. Link-local, broadcast and expired packets are punted to the CPU,
-/// which answers them. Otherwise the address is a next hop that is resolved by its route.
+/// that a router may forward. Link-local, broadcast, MPLS echo and expired packets are punted to
+/// the CPU, which answers them. Otherwise the address is a next hop that is resolved by its route.
 class IpRouter {
   public:
     /// The tables must outlive the router.
     explicit IpRouter(ForwardingTables& tables) noexcept : tables_(&tables) {}
 
-    /// Forwarded: `egress` is set. `snapped` is the number of bytes that the capture left out.
+    /// Forwarded: `egress` is set, its MAC address unless it has to be resolved. `snapped` is the
+    /// number of bytes that the capture left out.
     Fate route(const Fib& fib, const Lumo::IpGenAddr& address, Ovix::PacketContext& packet,
                std::size_t snapped, Egress& egress) const;
 

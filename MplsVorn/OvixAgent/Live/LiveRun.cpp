@@ -44,6 +44,7 @@ void LiveRun::run(const std::function<void()>& reload,
         everySecond(report);
     } while (takeSignals(reload));
     drain();
+    parts_.forwarder->settleWaiting(LinkSync::Clock::time_point::max());
     parts_.ports->flush();
 }
 
@@ -113,7 +114,9 @@ void LiveRun::refresh() {
     if (parts_.ipRoutes != nullptr && !parts_.ipRoutes->refresh()) {
         hasMore_ = true;
     }
-    parts_.links->solicit(LinkSync::Clock::now());
+    const LinkSync::Clock::time_point now = LinkSync::Clock::now();
+    parts_.forwarder->settleWaiting(now);
+    parts_.links->solicit(now);
 }
 
 void LiveRun::everySecond(const std::function<void(const std::string&)>& report) {

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "State/DropListener.h"
 #include "State/FecTable.h"
 #include "State/Neighbours.h"
 #include "State/PortTable.h"
 #include "State/Pseudowires.h"
-#include "State/TooBigListener.h"
 #include "State/VrfRoot.h"
 
 namespace OvixAgent {
@@ -33,7 +33,7 @@ struct ForwardingTables {
     FecTable fecs;
     Pseudowires pseudowires;
     Ptr<VrfRoot> vrfs;
-    TooBigListener* tooBig = nullptr; ///< hears of frames too big for their port; may be null
+    DropListener* drops = nullptr; ///< answers about dropped packets; may be null
 };
 
 } // namespace OvixAgent

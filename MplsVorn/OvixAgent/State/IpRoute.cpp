@@ -28,8 +28,17 @@ IpRouteVia resolveVia(const Mpls::WeightedVia& weighted, PortIndex port,
 } // namespace
 
 IpRoute resolve(const L3::Route& route, const PortTable& ports, const Neighbours* configured) {
-    if (route.kind != L3::Route::Kind::forward) {
-        return route.kind == L3::Route::Kind::local ? IpRoute::local() : IpRoute::drop();
+    switch (route.kind) {
+    case L3::Route::Kind::forward:
+        break;
+    case L3::Route::Kind::local:
+        return IpRoute::local();
+    case L3::Route::Kind::drop:
+        return IpRoute::drop();
+    case L3::Route::Kind::unreachable:
+        return IpRoute::drop(Reason::unreachableRoute);
+    case L3::Route::Kind::prohibit:
+        return IpRoute::drop(Reason::prohibitedRoute);
     }
     std::vector<IpRouteVia> vias;
     for (const Mpls::WeightedVia& via : route.vias) {

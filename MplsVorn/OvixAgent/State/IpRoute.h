@@ -8,6 +8,7 @@
 #include "Lumo/MplsLabelOperation.h"
 #include "Ovix/rewrite/RewriteImpl.h"
 #include "Published/IpRoutes.h"
+#include "State/Fate.h"
 #include "State/Neighbours.h"
 #include "State/PortTable.h"
 
@@ -30,7 +31,12 @@ class IpRoute {
     static IpRoute local() { return IpRoute(Kind::local, {}); }
     /// For the device and for all hosts of a connected subnet.
     static IpRoute broadcast() { return IpRoute(Kind::broadcast, {}); }
-    static IpRoute drop() { return IpRoute(Kind::drop, {}); }
+    /// Packets are dropped for a reason in State/Fate.h.
+    static IpRoute drop(std::string_view reason = Reason::droppingRoute) {
+        IpRoute route(Kind::drop, {});
+        route.dropReason_ = reason;
+        return route;
+    }
     /// At least one via, with weights that add up to at least 1.
     static IpRoute forward(std::vector<IpRouteVia> vias) {
         return IpRoute(Kind::forward, std::move(vias));
@@ -39,6 +45,7 @@ class IpRoute {
     bool isLocal() const noexcept { return kind_ == Kind::local || isBroadcast(); }
     bool isBroadcast() const noexcept { return kind_ == Kind::broadcast; }
     bool drops() const noexcept { return kind_ == Kind::drop; }
+    std::string_view dropReason() const noexcept { return dropReason_; }
 
     const std::vector<IpRouteVia>& vias() const noexcept { return vias_; }
 
@@ -66,6 +73,7 @@ class IpRoute {
 
     std::vector<IpRouteVia> vias_;
     std::uint64_t totalWeight_ = 0;
+    std::string_view dropReason_; ///< of a route that drops
     Kind kind_;
 };
 

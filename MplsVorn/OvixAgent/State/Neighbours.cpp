@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cassert>
 #include <cstring>
+#include <utility>
 
 namespace OvixAgent {
 
@@ -64,6 +65,7 @@ void Neighbours::forget(const Lumo::IpGenAddr& address, PortIndex port) {
 }
 
 void Neighbours::want(const Lumo::IpGenAddr& address, PortIndex port) const noexcept {
+    assert(port < links_.size());
     const Wanted wanted{address, port};
     const auto end = wanted_.begin() + wantedCount_;
     if (wantedCount_ < wanted_.size() && std::find(wanted_.begin(), end, wanted) == end) {
@@ -71,13 +73,19 @@ void Neighbours::want(const Lumo::IpGenAddr& address, PortIndex port) const noex
     }
 }
 
-std::vector<Neighbours::Wanted> Neighbours::takeWanted() {
-    std::vector<Wanted> taken(wanted_.begin(), wanted_.begin() + wantedCount_);
-    wantedCount_ = 0;
-    return taken;
+std::span<const Neighbours::Wanted> Neighbours::takeWanted() noexcept {
+    return std::span(wanted_).first(std::exchange(wantedCount_, 0));
 }
 
-std::size_t Neighbours::Hash::operator()(const Key& key) const noexcept {
+void Neighbours::fail(const Lumo::IpGenAddr& address, PortIndex port) {
+    failed_.push_back({address, port});
+}
+
+bool Neighbours::hasFailed(const Lumo::IpGenAddr& address, PortIndex port) const noexcept {
+    return std::find(failed_.begin(), failed_.end(), Wanted{address, port}) != failed_.end();
+}
+
+std::size_t Neighbours::Hash::operator()(const Wanted& key) const noexcept {
     std::uint64_t high = 0;
     std::uint64_t low = 0;
     std::memcpy(&high, key.address.bytes().data(), sizeof high);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <span>
 #include <unordered_map>
 #include <vector>
 
@@ -29,15 +30,29 @@ class Neighbours {
     void learn(const Lumo::IpGenAddr& address, PortIndex port, const Lumo::EthAddr& mac);
     void forget(const Lumo::IpGenAddr& address, PortIndex port);
 
-    /// Remembers that a frame was dropped because the neighbour is unknown.
+    /// Whether unknown neighbours are solicited, as on live ports, so that packets may wait for
+    /// them.
+    bool solicits() const noexcept { return solicits_; }
+    void solicitsIs(bool value) noexcept { solicits_ = value; }
+
+    /// Has a neighbour solicited.
     void want(const Lumo::IpGenAddr& address, PortIndex port) const noexcept;
     struct Wanted {
         Lumo::IpGenAddr address;
         PortIndex port = 0;
         bool operator==(const Wanted&) const = default;
     };
-    /// The neighbours wanted since the last call, each once, at most 32.
-    std::vector<Wanted> takeWanted();
+    struct Hash {
+        std::size_t operator()(const Wanted& key) const noexcept;
+    };
+    /// The neighbours wanted since the last call, each once, at most 32. Valid until the next
+    /// want().
+    std::span<const Wanted> takeWanted() noexcept;
+
+    /// A neighbour does not answer; remembered until clearFailed().
+    void fail(const Lumo::IpGenAddr& address, PortIndex port);
+    bool hasFailed(const Lumo::IpGenAddr& address, PortIndex port) const noexcept;
+    void clearFailed() noexcept { failed_.clear(); }
 
     /// The only device on the port's link, by MAC address; null when there is none, or several.
     const Lumo::EthAddr* only(PortIndex port) const noexcept {
@@ -50,9 +65,6 @@ class Neighbours {
         std::size_t devices = 0; ///< at least this many
     };
     using Key = Wanted;
-    struct Hash {
-        std::size_t operator()(const Key& key) const noexcept;
-    };
     struct Device {
         Lumo::EthAddr mac;
         bool isConfigured = false;
@@ -64,6 +76,8 @@ class Neighbours {
     std::vector<Link> links_; ///< by port
     mutable std::array<Wanted, 32> wanted_;
     mutable std::size_t wantedCount_ = 0;
+    std::vector<Wanted> failed_;
+    bool solicits_ = false;
 };
 
 } // namespace OvixAgent

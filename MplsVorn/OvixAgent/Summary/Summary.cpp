@@ -25,7 +25,7 @@ Traffic Summary::forwardedTotal() const {
 }
 
 std::uint64_t Summary::accountedFor() const {
-    return forwardedTotal().frames + punted.total() + dropped.total() + handedOn.total();
+    return forwardedTotal().frames + punted.total() + dropped.total() + handedOn.total() + waiting;
 }
 
 std::vector<LabelTraffic> labelTraffic(const Counter::PktCounterCollectionHolder& holder) {

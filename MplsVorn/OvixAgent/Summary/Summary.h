@@ -80,6 +80,8 @@ struct Summary {
     /// Copies beyond the first of replicated frames, whatever their fate, and fragments beyond the
     /// first of fragmented packets.
     std::uint64_t replicas = 0;
+    /// Packets whose neighbour is being resolved; none at the end of a run.
+    std::uint64_t waiting = 0;
     /// MTU exception frames sent to the loopback interface, beside the fates of their frames.
     Traffic exceptions;
     std::vector<LabelTraffic> labels;
@@ -90,7 +92,7 @@ struct Summary {
 
     Traffic forwardedTotal() const;
 
-    /// Frames forwarded, punted, dropped or handed on.
+    /// Frames forwarded, punted, dropped or handed on, and those that wait.
     std::uint64_t accountedFor() const;
 
     /// True when each frame, and each copy of one, is accounted for exactly once.

@@ -38,7 +38,17 @@ Tessel::Result<Mpls::Via> viaOf(const std::vector<Lumo::MplsLabel>& labels, bool
 }
 
 L3::Route::Kind kindOf(RouteEnd end) noexcept {
-    return end == RouteEnd::local ? L3::Route::Kind::local : L3::Route::Kind::drop;
+    switch (end) {
+    case RouteEnd::local:
+        return L3::Route::Kind::local;
+    case RouteEnd::unreachable:
+        return L3::Route::Kind::unreachable;
+    case RouteEnd::prohibit:
+        return L3::Route::Kind::prohibit;
+    case RouteEnd::blackhole:
+        break;
+    }
+    return L3::Route::Kind::drop;
 }
 
 } // namespace

@@ -73,8 +73,7 @@ std::optional<Route> unpack(std::span<const std::uint64_t> words) {
         return std::nullopt;
     }
     route.vrf = std::string_view(reinterpret_cast<const char*>(words.data() + keyWords), size);
-    const bool known = route.kind == Route::Kind::forward || route.kind == Route::Kind::local ||
-                       route.kind == Route::Kind::drop;
+    const bool known = route.kind >= Route::Kind::forward && route.kind <= Route::Kind::prohibit;
     return known ? std::optional(route) : std::nullopt;
 }
 

@@ -30,9 +30,16 @@ struct RouteKey {
     friend bool operator<(const RouteKey& a, const RouteKey& b) noexcept;
 };
 
-/// The route of a prefix: to vias, of which each may push labels; to the device itself; or nowhere.
+/// The route of a prefix: to vias, of which each may push labels; to the device itself; or nowhere:
+/// silently, or so that the source gets an ICMP error.
 struct Route {
-    enum class Kind : std::uint8_t { forward = 1, local = 2, drop = 3 };
+    enum class Kind : std::uint8_t {
+        forward = 1,
+        local = 2,
+        drop = 3,
+        unreachable = 4,
+        prohibit = 5
+    };
 
     RouteKey key;
     Kind kind = Kind::drop;
@@ -94,4 +101,6 @@ inline constexpr auto
         {"forward", L3::Route::Kind::forward},
         {"local", L3::Route::Kind::local},
         {"drop", L3::Route::Kind::drop},
+        {"unreachable", L3::Route::Kind::unreachable},
+        {"prohibit", L3::Route::Kind::prohibit},
     });

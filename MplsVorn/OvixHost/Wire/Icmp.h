@@ -19,9 +19,14 @@ constexpr bool isError(std::uint8_t type) noexcept {
 }
 } // namespace IcmpType
 namespace IcmpCode {
-inline constexpr std::uint8_t fragmentationNeeded = 4; ///< of `unreachable`
+// Of `unreachable` (RFC 792, RFC 1812 section 5.2.7.1).
+inline constexpr std::uint8_t netUnreachable = 0;
+inline constexpr std::uint8_t hostUnreachable = 1;
+inline constexpr std::uint8_t fragmentationNeeded = 4;
+inline constexpr std::uint8_t prohibited = 13;
 } // namespace IcmpCode
 namespace Icmpv6Type {
+inline constexpr std::uint8_t unreachable = 1;
 inline constexpr std::uint8_t packetTooBig = 2;
 inline constexpr std::uint8_t timeExceeded = 3;
 inline constexpr std::uint8_t firstInformational = 128;
@@ -32,6 +37,13 @@ constexpr bool isError(std::uint8_t type) noexcept {
     return type < firstInformational || type == redirect;
 }
 } // namespace Icmpv6Type
+
+namespace Icmpv6Code {
+// Of `unreachable` (RFC 4443 section 3.1).
+inline constexpr std::uint8_t noRoute = 0;
+inline constexpr std::uint8_t prohibited = 1;
+inline constexpr std::uint8_t addressUnreachable = 3;
+} // namespace Icmpv6Code
 
 /// The header of an ICMP or ICMPv6 error. In ICMPv4 the length of the quoted packet counts 4 bytes
 /// and is byte 5; in ICMPv6 it counts 8 bytes and is byte 4 (RFC 4884 section 4). The value is the

@@ -1,7 +1,6 @@
 #include "Live/links/LinkSync.h"
 
 #include <cassert>
-#include <fmt/format.h>
 
 namespace OvixAgent {
 
@@ -13,6 +12,7 @@ LinkSync::LinkSync(const AgentConfig& config, ForwardingTables& forwarding,
         ofPort_.push_back({0, port.mac != Lumo::EthAddr{}, port.mtu != PortConfig().mtu});
         interfaces_->intfStatusIs(Lumo::IntfId(port.name), false);
     }
+    forwarding_->neighbours.solicitsIs(true);
     configure(config);
 }
 
@@ -89,6 +89,9 @@ void LinkSync::neighbourIs(const NeighbourState& neighbour) {
     const Lumo::IpGenAddr& address = neighbour.address;
     if (!neighbour.mac) {
         forwarding_->neighbours.forget(address, *port);
+        if (neighbour.reach == NeighbourState::Reach::failed) {
+            forwarding_->neighbours.fail(address, *port);
+        }
         return;
     }
     forwarding_->neighbours.learn(address, *port, *neighbour.mac);
@@ -107,8 +110,7 @@ void LinkSync::neighbourDel(const NeighbourState& neighbour) {
 void LinkSync::solicit(Clock::time_point now) {
     for (const Neighbours::Wanted& wanted : forwarding_->neighbours.takeWanted()) {
         const std::uint32_t link = ofPort_[wanted.port].link;
-        Clock::time_point& last =
-            solicited_[fmt::format("{} {}", wanted.port, wanted.address.text())];
+        Clock::time_point& last = solicited_[wanted];
         if (link != 0 && now - last >= std::chrono::seconds(1)) {
             last = now;
             monitor_.solicit(link, wanted.address);

@@ -52,7 +52,7 @@ class LinkSync {
     Ptr<Interface::EthIntfStatusDir> interfaces_;
     LivePorts* ports_;
     std::vector<OfPort> ofPort_;
-    std::unordered_map<std::string, Clock::time_point> solicited_;
+    std::unordered_map<Neighbours::Wanted, Clock::time_point, Neighbours::Hash> solicited_;
     LinkMonitor monitor_;
 };
 

@@ -2,6 +2,7 @@
 
 #include "AnswersTesting.h"
 #include "Config/Config.h"
+#include "HeapCount.h"
 #include "LocalTables.h"
 #include "Published/TransitRoutes.h"
 
@@ -159,6 +160,51 @@ TEST_F(CpuAnswersTest, AnswersAreCountedSentOrSuppressed) {
     EXPECT_EQ(answers.counts(), (Counts{{"time exceeded: sent", sent},
                                         {"time exceeded: suppressed", 1001 - sent},
                                         {"too big: sent", 1}}));
+}
+
+TEST_F(CpuAnswersTest, WhatIsNotDeliveredIsAnsweredByItsReason) {
+    const auto codesFor = [&](PortIndex port, const Bytes& frame, std::string_view reason) {
+        answers.undelivered({port, {}, frame, static_cast<std::uint32_t>(frame.size())}, reason);
+        const auto all = answers.take();
+        return all.size() == 1 ? hex(from(all[0].bytes, 14 + 20, 2)) : "none";
+    };
+    const Bytes near = join({eth(ethIpv4), packet("10.0.1.9", "10.9.0.1")});
+    EXPECT_EQ(codesFor(core, near, Reason::noRoute), "0300");
+    EXPECT_EQ(codesFor(core, near, Reason::noNeighbour), "0301");
+    EXPECT_EQ(codesFor(core, near, Reason::unreachableRoute), "0301");
+    EXPECT_EQ(codesFor(core, near, Reason::prohibitedRoute), "030d");
+    for (const std::string_view silent : {Reason::droppingRoute, Reason::martianDestination,
+                                          Reason::ipv4Checksum, Reason::multicast}) {
+        EXPECT_EQ(codesFor(core, near, silent), "none") << silent;
+    }
+    const Bytes far = join({eth(ethIpv4), packet("172.16.0.1", "10.9.0.1")});
+    EXPECT_EQ(codesFor(core, far, Reason::noRoute), "none");
+    using Counts = std::vector<std::pair<std::string, std::uint64_t>>;
+    EXPECT_EQ(answers.counts(), (Counts{{"unreachable: sent", 4}}));
+}
+
+TEST_F(CpuAnswersTest, AFloodOfUndeliveredPacketsCostsNothingFromTheHeap) {
+    const Bytes near = join({eth(ethIpv4), packet("10.0.1.9", "10.9.0.1")});
+    const Frame frame{core, {}, near, static_cast<std::uint32_t>(near.size())};
+    const auto suppressed = [&] {
+        const auto counts = answers.counts();
+        return counts.empty() || counts.back().first != "unreachable: suppressed"
+                   ? 0
+                   : counts.back().second;
+    };
+    for (int i = 0; i < 1000; ++i) {
+        answers.undelivered(frame, Reason::noRoute);
+    }
+    const std::uint64_t first = suppressed();
+    EXPECT_GT(first, 0U);
+    EXPECT_LT(answers.take().size(), 1000U);
+    std::uint64_t withoutHeap = 0;
+    for (int i = 0; i < 100; ++i) {
+        const std::uint64_t before = TestSupport::heapAllocations;
+        answers.undelivered(frame, Reason::noRoute);
+        withoutHeap += TestSupport::heapAllocations == before ? 1U : 0U;
+    }
+    EXPECT_GE(withoutHeap, 90U); // a token may have come in meanwhile
 }
 
 TEST_F(CpuAnswersTest, NoErrorIsSentAboutASubnetBroadcast) {

@@ -212,6 +212,35 @@ TEST(IcmpTimeExceeded, NeedsAnAddressOfThePacketsFamily) {
     EXPECT_TRUE(icmpTimeExceeded(read(four), {}).empty());
 }
 
+TEST(IcmpUnreachable, SaysWhyAndQuotesThePacketWithItsLabels) {
+    const struct {
+        Unreachable why;
+        const char* in4;
+        const char* in6;
+    } cases[]{
+        {Unreachable::noRoute, "0300", "0100"},
+        {Unreachable::noNeighbour, "0301", "0103"},
+        {Unreachable::byRoute, "0301", "0100"},
+        {Unreachable::prohibited, "030d", "0101"},
+    };
+    const Bytes four = join({eth(ethIpv4), ipv4({}, udp())});
+    const Bytes six = join({eth(ethIpv6), ipv6({}, udp())});
+    for (const auto& given : cases) {
+        const Bytes of4 = icmpUnreachable(read(four), given.why, own);
+        EXPECT_EQ(hex(from(of4, 20, 2)), given.in4);
+        EXPECT_EQ(hex(from(of4, 24, 4)), "00000000");
+        EXPECT_EQ(hex(from(of4, 28, of4.size() - 28)), hex(ipv4({}, udp())));
+        EXPECT_EQ(onesSum(from(of4, 20, of4.size() - 20)), 0xffff);
+        const Bytes of6 = icmpUnreachable(read(six), given.why, own);
+        EXPECT_EQ(hex(from(of6, 40, 2)), given.in6);
+        EXPECT_EQ(transportSum(of6), 0xffff);
+    }
+    const Bytes labels = labelled({{100, 3, 64}}, ipv4({}, udp()));
+    const Bytes extended = icmpUnreachable(read(labels), Unreachable::noRoute, own);
+    EXPECT_EQ(hex(from(extended, 24, 4)), "00200000");
+    EXPECT_EQ(hex(from(extended, 160, 8)), "0008010100064740");
+}
+
 TEST(IcmpTooBig, ReportsTheMtuLessTheLabelsAndQuotesThePacket) {
     const Bytes frame = frame4(1500);
     const Bytes sent = icmpTooBig(read(frame), 1500, own);

@@ -34,9 +34,10 @@ routes:
 )";
 
 /// Counts what it hears of.
-class CountingListener : public TooBigListener {
+class CountingListener : public DropListener {
   public:
     void tooBig(const Frame&, std::span<const std::uint8_t>, std::uint32_t) override { ++heard; }
+    void undelivered(const Frame&, std::string_view) override {}
 
     std::size_t heard = 0;
 };
@@ -46,7 +47,7 @@ class FragmentedRouting : public ForwarderFixture {
     enum RoutingPort : std::uint32_t { west, east, dark, tiny };
 
     FragmentedRouting() : ForwarderFixture(fragmentConfig) {
-        tables.tooBig = &listener;
+        tables.drops = &listener;
         ports.ports()[tiny].mtu = 27;
     }
 
@@ -128,10 +129,85 @@ TEST_F(FragmentedRouting, APacketWithDfIsDroppedAndReported) {
     expectDropped(join({eth(ethIpv4), ipv4(to(0x0a030001), data)}), "Egress port is down", 0);
 }
 
-TEST_F(FragmentedRouting, ALabelledPacketIsNotFragmented) {
-    handler->decide = always(withRewrite(nexthop("", "10.1.0.1"), popInfo()));
+TEST_F(FragmentedRouting, APoppedPacketIsFragmentedLikeOneWithoutLabels) {
+    const auto popped = [](const Bytes& packet) {
+        return join({eth(ethMpls), stack({{100}}), packet});
+    };
+    const auto parts = [&](std::size_t labels) {
+        const std::size_t step = (132 - 20 - 4 * labels) / 8 * 8;
+        Frames all;
+        for (std::size_t at = 0; at < 300; at += step) {
+            const auto place =
+                static_cast<std::uint16_t>((at + step >= 300 ? 0U : 0x2000U) | at / 8);
+            all.push_back(join({eastHeader(labels > 0 ? ethMpls : ethIpv4),
+                                labels > 0 ? stack({{301, 0, 63}}) : Bytes(),
+                                ipv4(to(0x0a010001 + (labels > 0 ? 0x100U : 0U), place, 63),
+                                     part(counting(300), at, step))}));
+        }
+        return all;
+    };
+    // To a next hop, into a VRF, and into a VRF whose route pushes a label.
+    for (const char* destination : {"east", "10.1.0.1", "10.1.1.1"}) {
+        const bool pushes = std::string(destination) == "10.1.1.1";
+        const bool isPort = std::string(destination) == "east";
+        handler->decide = always(withRewrite(
+            isPort ? nexthop("east", "10.0.2.2") : nexthop("", destination), popInfo()));
+        out[east].frames.clear();
+        receive(popped(ipv4(to(pushes ? 0x0a010101 : 0x0a010001), counting(300))));
+        EXPECT_EQ(out[east].frames, parts(pushes ? 1 : 0)) << destination;
+    }
+    const Summary counted = summary();
+    EXPECT_EQ(counted.in.frames, 3U);
+    EXPECT_EQ(counted.forwardedTotal().frames, 3U + counted.replicas);
+    EXPECT_EQ(listener.heard, 0U);
+}
+
+TEST_F(FragmentedRouting, APoppedPacketWithDfOrADamagedHeaderIsNotFragmented) {
+    handler->decide = always(withRewrite(nexthop("east", "10.0.2.2"), popInfo()));
+    const Bytes labels = stack({{100}});
+    const Bytes data = counting(300);
+    expectDropped(join({eth(ethMpls), labels, ipv4(to(0x0a010001, 0x4000), data)}), "MTU exceeded",
+                  1);
+    expectDropped(join({eth(ethMpls), labels, ipv6({}, data)}), "MTU exceeded", 1);
+    Bytes damaged = ipv4(to(0x0a010001), data);
+    damaged[12] ^= 1U; // a new checksum would hide it
+    expectDropped(join({eth(ethMpls), labels, damaged}), "MTU exceeded", 1);
+}
+
+TEST_F(FragmentedRouting, APacketThatLeavesWithItsLabelsIsNotFragmented) {
+    handler->decide = always(withRewrite(nexthop("east", "10.0.2.2"), swapInfo(300)));
     expectDropped(join({eth(ethMpls), stack({{100}}), ipv4(to(0x0a010001), counting(300))}),
                   "MTU exceeded", 1);
+}
+
+namespace {
+
+/// Counts how often it is applied.
+struct CountedAction : Ovix::CounterActionImpl {
+    static inline unsigned applied = 0;
+    std::string_view name() const noexcept override { return "Counted"; }
+    void apply(const Ptr<Ovix::RoutingContext>&) override { ++applied; }
+};
+struct CountedActionInfo : Ovix::CounterActionInfo {
+    static inline const Tessel::TypeName name{"Counted"};
+    const Tessel::TypeName& typeName() const noexcept override { return name; }
+};
+
+} // namespace
+
+TEST_F(FragmentedRouting, ALabelIsCountedOnceForAllFragments) {
+    manager->sharedObjects()->rewriteInfoImplMap()->counterMapIs(
+        "Counted", [](const Ptr<Ovix::CounterActionInfo>&) {
+            return Ptr<Ovix::CounterActionImpl>(Tessel::make<CountedAction>());
+        });
+    auto to = withRewrite(nexthop("east", "10.0.2.2"), popInfo());
+    to->rewriteInfos().finalCounterActionInfoEnq(Tessel::make<CountedActionInfo>());
+    CountedAction::applied = 0;
+    receive(join({eth(ethMpls), stack({{100}}),
+                  ipv4(FragmentedRouting::to(0x0a010001), counting(300))}),
+            always(to));
+    EXPECT_EQ(out[east].frames.size(), 3U);
+    EXPECT_EQ(CountedAction::applied, 1U);
 }
 
 TEST_F(FragmentedRouting, FragmentsOfATruncatedFrameAreTruncated) {

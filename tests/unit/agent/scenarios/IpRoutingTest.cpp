@@ -32,6 +32,19 @@ TEST_F(IpRouting, EveryTtlIsDecrementedAndTheChecksumStaysRight) {
     }
 }
 
+namespace {
+
+/// An echo request that has been sent with an IP TTL of 1 and without labels of its own.
+Bytes echoTo(const std::string& destination) {
+    const bool isIpv4 = destination.find(':') == std::string::npos;
+    Bytes packet = isIpv4 ? packetTo(destination, 1) : sixTo(destination, 1);
+    const Bytes port = u16(3503);
+    std::copy(port.begin(), port.end(), packet.end() - 6);
+    return packet;
+}
+
+} // namespace
+
 TEST_F(IpRouting, EachPlaceOfTheVerdictIsReached) {
     const struct {
         const char* what;
@@ -41,6 +54,8 @@ TEST_F(IpRouting, EachPlaceOfTheVerdictIsReached) {
     } cases[]{
         {"no route", packetTo("192.0.2.1"), FateKind::dropped, "No route"},
         {"a route that drops", packetTo("10.9.9.1"), FateKind::dropped, "Route drops"},
+        {"a route that prohibits", packetTo("10.3.1.1"), FateKind::dropped, "Route prohibits"},
+        {"an unreachable route", packetTo("10.3.2.1"), FateKind::dropped, "Route says unreachable"},
         {"an unknown next hop", packetTo("10.5.0.1"), FateKind::dropped,
          "No neighbour for the next hop"},
         {"nobody on the link", packetTo("10.0.2.77"), FateKind::dropped,
@@ -62,7 +77,23 @@ TEST_F(IpRouting, EachPlaceOfTheVerdictIsReached) {
         {"multicast", packetTo("239.1.1.1"), FateKind::dropped, "IP multicast not routed"},
         {"multicast, IPv6", sixTo("ff0e::1"), FateKind::dropped, "IP multicast not routed"},
         {"loopback", packetTo("127.0.0.1"), FateKind::dropped, "IP destination never on a wire"},
+        {"mapped loopback", sixTo("::ffff:127.0.0.1"), FateKind::dropped,
+         "IP destination never on a wire"},
+        {"mapped IPv4", sixTo("::ffff:10.9.0.1"), FateKind::dropped,
+         "IP destination never on a wire"},
+        {"MPLS echo", echoTo("127.3.4.5"), FateKind::punted, "MPLS echo packet"},
+        {"MPLS echo, IPv6", echoTo("::ffff:127.3.4.5"), FateKind::punted, "MPLS echo packet"},
+        {"MPLS echo to a host", echoTo("192.0.2.1"), FateKind::punted, "TTL expired"},
+        {"its port of ::1", echoTo("::1"), FateKind::dropped, "IP destination never on a wire"},
     };
+    const auto endAs = [&](const std::string& prefix, L3::Route::Kind kind) {
+        L3::Route route;
+        route.kind = kind;
+        tables.vrfs->fibIs("").routeIs({Lumo::IpGenAddr::fromText(prefix), 24},
+                                       resolve(route, ports, nullptr));
+    };
+    endAs("10.3.1.0", L3::Route::Kind::prohibit);
+    endAs("10.3.2.0", L3::Route::Kind::unreachable);
     for (const auto& given : cases) {
         cpu.frames.clear();
         const Summary before = summary();

@@ -34,7 +34,11 @@ class MtuExceptionTest : public ForwarderFixture {
         forwarder.emplace(manager, tables, cpu);
     }
 
-    static Bytes payload(std::size_t size) { return ipv4({}, udp(1024, 9, filled(size - 28, 7))); }
+    static Bytes payload(std::size_t size) {
+        Ipv4 fields;
+        fields.fragment = 0x4000; // DF
+        return ipv4(fields, udp(1024, 9, filled(size - 28, 7)));
+    }
     static Bytes labelledOf(std::size_t size) {
         return join({eth(ethMpls), stack({{100}}), payload(size - 4)});
     }

@@ -109,12 +109,24 @@ TEST_F(NeighbourChanges, WhoIsWantedIsToldOnce) {
     neighbours.want(address("10.0.1.7"), west);
     neighbours.want(address("2001:db8::7"), west);
     using Wanted = Neighbours::Wanted;
-    EXPECT_EQ(neighbours.takeWanted(), (std::vector<Wanted>{{address("10.0.1.7"), west},
-                                                            {address("10.0.1.7"), east},
-                                                            {address("2001:db8::7"), west}}));
+    const auto taken = neighbours.takeWanted();
+    EXPECT_EQ(std::vector<Wanted>(taken.begin(), taken.end()),
+              (std::vector<Wanted>{{address("10.0.1.7"), west},
+                                   {address("10.0.1.7"), east},
+                                   {address("2001:db8::7"), west}}));
     EXPECT_TRUE(neighbours.takeWanted().empty());
     neighbours.want(address("10.0.1.7"), west);
     EXPECT_EQ(neighbours.takeWanted().size(), 1U);
+}
+
+TEST_F(NeighbourChanges, AFailureIsRememberedUntilCleared) {
+    EXPECT_FALSE(neighbours.hasFailed(address("10.0.1.7"), west));
+    neighbours.fail(address("10.0.1.7"), west);
+    EXPECT_TRUE(neighbours.hasFailed(address("10.0.1.7"), west));
+    EXPECT_FALSE(neighbours.hasFailed(address("10.0.1.7"), east));
+    EXPECT_FALSE(neighbours.hasFailed(address("10.0.1.8"), west));
+    neighbours.clearFailed();
+    EXPECT_FALSE(neighbours.hasFailed(address("10.0.1.7"), west));
 }
 
 TEST_F(NeighbourChanges, BeyondTheFirstFewTheOthersWait) {

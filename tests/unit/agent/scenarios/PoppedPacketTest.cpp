@@ -54,6 +54,22 @@ TEST_F(PoppedPacket, ARouterDecrementsTheTtlOnce) {
               Frames{join({eth(ethMpls), stack({{100, 0, 200}}), packetTo("10.9.0.1", 1)})});
 }
 
+TEST_F(PoppedPacket, AnMplsEchoPacketGoesToTheCpuFromWhicheverVrf) {
+    for (const char* destination : {"127.0.0.1", "127.255.255.255"}) {
+        Bytes echo = packetTo(destination, 1);
+        const Bytes port = u16(3503);
+        std::copy(port.begin(), port.end(), echo.end() - 6);
+        for (const char* vrf : {"", "red", "lonely"}) {
+            cpu.frames.clear();
+            receivePopped(echo, destination, vrf);
+            EXPECT_EQ(cpu.frames, Frames{join({eth(ethMpls), stack({{100}}), echo})}) << vrf;
+        }
+    }
+    EXPECT_EQ(punted(), (ReasonCounts{{"MPLS echo packet", 6}}));
+    receivePopped(packetTo("127.0.0.1"), "127.0.0.1");
+    EXPECT_EQ(dropped(), (ReasonCounts{{"IP destination never on a wire", 1}}));
+}
+
 TEST_F(PoppedPacket, APoppedPacketIsCheckedLikeAnUnlabelledOne) {
     Bytes badSum = packetTo("10.9.0.1");
     badSum[10] = static_cast<std::uint8_t>(badSum[10] ^ 1U);

@@ -97,8 +97,8 @@ TEST_F(RoutePublisherTest, PrefixesAreRoutedAsTheirNextHopsSay) {
         {"a VRF's unreachable", prefixRoute(to("0.0.0.0", 0, 10), RouteEnd::unreachable),
          "red: drop"},
         {"blackhole", prefixRoute(v4, RouteEnd::blackhole), "drop"},
-        {"unreachable", prefixRoute(v4, RouteEnd::unreachable), "drop"},
-        {"prohibit", prefixRoute(v6, RouteEnd::prohibit), "drop"},
+        {"unreachable", prefixRoute(v4, RouteEnd::unreachable), "unreachable"},
+        {"prohibit", prefixRoute(v6, RouteEnd::prohibit), "prohibit"},
         {"local", prefixRoute(v4, RouteEnd::local), "local"},
     };
     for (const PrefixCase& each : cases) {
