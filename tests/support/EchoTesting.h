@@ -1,5 +1,7 @@
 #pragma once
 
+#include <optional>
+
 #include "Answers/LspEcho.h"
 #include "AnswersTesting.h"
 
@@ -18,6 +20,35 @@ inline Bytes fecStack(std::initializer_list<Bytes> fecs) {
 inline const Bytes ldp4 = tlv(1, {10, 9, 0, 0, 16});
 inline const Bytes ldp6 = tlv(2, {0x20, 1, 0xd, 0xb8, 0, 9, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 48});
 inline const Bytes nilFec = tlv(16, {0, 0, 0, 0});
+
+/// A downstream detailed mapping: flags, the addresses of a router and of its interface, and
+/// optionally labels.
+inline Bytes mappingOf(const std::string& router, const std::string& interface,
+                       std::optional<std::vector<std::uint32_t>> labels = std::nullopt,
+                       std::uint8_t flags = 0) {
+    using namespace TestSupport::Raw;
+    const auto bytesOf = [](const std::string& text) {
+        const Lumo::IpGenAddr address = Lumo::IpGenAddr::fromText(text);
+        const auto& bytes = address.bytes();
+        return Bytes(bytes.begin(), bytes.begin() + address.bits() / 8);
+    };
+    const bool isIpv4 = router.find(':') == std::string::npos;
+    const bool isNumbered = !interface.empty();
+    const std::uint8_t type = (isIpv4 ? 1U : 3U) + (isNumbered ? 0U : 1U);
+    Bytes subTlvs;
+    if (labels) {
+        for (const std::uint32_t label : *labels) {
+            subTlvs = join({subTlvs, u32(label << 12U)});
+        }
+        subTlvs = tlv(2, subTlvs);
+    }
+    return tlv(20, join({{5, 220, type, flags},
+                         bytesOf(router),
+                         isNumbered ? bytesOf(interface) : Bytes{0, 0, 0, 0},
+                         {0, 0},
+                         u16(static_cast<std::uint32_t>(subTlvs.size())),
+                         subTlvs}));
+}
 
 struct Echo {
     std::uint16_t version = 1;
@@ -89,6 +120,14 @@ class FakeEchoTables : public EchoTables {
         return std::nullopt;
     }
 
+    /// 10.255.0.1 and 2001:db8::ff are the port's, 10.255.0.9 is the router's.
+    bool isOfPort(const Lumo::IpGenAddr& address, PortIndex) const override {
+        return address == own.ipv4 || address == own.ipv6;
+    }
+    bool isOwn(const Lumo::IpGenAddr& address) const override {
+        return isOfPort(address, 0) || address == Lumo::IpGenAddr::fromText("10.255.0.9");
+    }
+
     std::vector<EchoDownstream> downstreams; ///< of label 100
 };
 
@@ -96,7 +135,9 @@ inline constexpr CaptureTime at{1'600'000'000, 500'000'000};
 
 inline Bytes replyTo(const Bytes& frame) {
     const auto received = readLabelledPacket(frame);
-    return received ? lspEchoReply(*received, at, FakeEchoTables(), own) : Bytes{};
+    return received && isMplsEcho(received->ip)
+               ? lspEchoReply(*received, 0, at, FakeEchoTables(), own).packet
+               : Bytes{};
 }
 
 /// Return code and subcode of a reply by IPv4 without options; none when there is no reply.

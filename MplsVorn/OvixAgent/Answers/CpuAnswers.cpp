@@ -48,11 +48,12 @@ std::uint64_t monotonicNanoseconds() {
 
 CpuAnswers::CpuAnswers(TransmitPort& cpu, const AgentConfig& config, ForwardingTables& forwarding,
                        const Mpls::PublishedTables& tables)
-    : cpu_(&cpu), forwarding_(&forwarding), lookup_(forwarding, tables) {
+    : cpu_(&cpu), forwarding_(&forwarding), lookup_(config, forwarding, tables) {
     configure(config);
 }
 
 void CpuAnswers::configure(const AgentConfig& config) {
+    lookup_.configure(config);
     own_.clear();
     for (const PortConfig& port : config.ports) {
         own_.push_back(addressesOf(port));
@@ -69,8 +70,13 @@ void CpuAnswers::transmit(const OvixAgent::Frame& frame) {
 void CpuAnswers::answer(const OvixAgent::Frame& frame, const LabelledPacket& packet) {
     assert(frame.port < own_.size());
     const OwnAddresses& own = own_[frame.port];
-    if (isLspEcho(packet)) {
-        queue(AnswerReason::lspEcho, frame, packet, lspEchoReply(packet, frame.time, lookup_, own));
+    if (isMplsEcho(packet.ip)) {
+        EchoAnswer reply = lspEchoReply(packet, frame.port, frame.time, lookup_, own);
+        if (reply.silence != EchoSilence::none) {
+            countSilence(reply.silence);
+        } else {
+            queue(AnswerReason::lspEcho, frame, packet, std::move(reply.packet));
+        }
         return;
     }
     const auto labels = labelEntries(packet.labels);
@@ -118,6 +124,9 @@ void CpuAnswers::queue(AnswerReason reason, const OvixAgent::Frame& frame,
     };
     const auto answer = answerTo(packet, std::move(bytes), isRoutable);
     if (!answer) {
+        if (reason == AnswerReason::lspEcho) {
+            countSilence(EchoSilence::noPath);
+        }
         return;
     }
     if (answers_.size() == maxQueued || !rate_.admit(reason, monotonicNanoseconds())) {
@@ -162,6 +171,17 @@ bool CpuAnswers::mayBeOfVpn(const LabelledPacket& packet) const {
     const auto labels = labelEntries(packet.labels);
     return labels.size() > 1 ||
            (!labels.empty() && lookup_.label(labels.front().label()).use == EchoLabel::Use::popped);
+}
+
+std::vector<std::pair<std::string, std::uint64_t>> CpuAnswers::counts() const {
+    auto all = counts_.named();
+    for (std::size_t i = 0; i < silences_.size(); ++i) {
+        if (silences_[i] != 0) {
+            all.emplace_back(std::string("LSP echo unanswered: ") + echoSilenceNames[i],
+                             silences_[i]);
+        }
+    }
+    return all;
 }
 
 std::vector<CpuAnswers::Frame> CpuAnswers::take() {

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <array>
 #include <vector>
 
 #include "Answers/Answer.h"
 #include "Answers/EchoLookup.h"
+#include "Answers/LspEcho.h"
 #include "Answers/RateLimit.h"
 #include "Published/PublishedTables.h"
 #include "State/DropListener.h"
@@ -39,13 +41,14 @@ class CpuAnswers final : public TransmitPort, public DropListener {
     /// The answers since the last call, to be forwarded between frames.
     std::vector<Frame> take();
 
-    /// See AnswerCounts::named().
-    std::vector<std::pair<std::string, std::uint64_t>> counts() const { return counts_.named(); }
+    /// See AnswerCounts::named(); and MPLS echo packets that are not answered, by their reason.
+    std::vector<std::pair<std::string, std::uint64_t>> counts() const;
 
   private:
     void answer(const OvixAgent::Frame& frame, const LabelledPacket& packet);
     void queue(AnswerReason reason, const OvixAgent::Frame& frame, const LabelledPacket& packet,
                std::vector<std::uint8_t> bytes);
+    void countSilence(EchoSilence why) noexcept { ++silences_[static_cast<std::size_t>(why)]; }
     bool mayReportError(const OvixAgent::Frame& frame, const LabelledPacket& packet) const;
     bool isOwn(const OvixAgent::Frame& frame, const LabelledPacket& packet) const;
     bool mayBeOfVpn(const LabelledPacket& packet) const;
@@ -56,6 +59,7 @@ class CpuAnswers final : public TransmitPort, public DropListener {
     EchoLookup lookup_;
     RateLimit rate_;
     AnswerCounts counts_;
+    std::array<std::uint64_t, echoSilenceNames.size()> silences_{}; ///< by EchoSilence
     std::vector<Frame> answers_;
 };
 

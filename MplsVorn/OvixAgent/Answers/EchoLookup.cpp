@@ -1,6 +1,30 @@
 #include "Answers/EchoLookup.h"
 
+#include <algorithm>
+#include <cassert>
+
 namespace OvixAgent {
+
+void EchoLookup::configure(const AgentConfig& config) {
+    addresses_.clear();
+    for (const PortConfig& port : config.ports) {
+        std::vector<Lumo::IpGenAddr>& own = addresses_.emplace_back();
+        for (const InterfaceAddress& address : port.addresses) {
+            own.push_back(address.address);
+        }
+    }
+}
+
+bool EchoLookup::isOfPort(const Lumo::IpGenAddr& address, PortIndex port) const {
+    assert(port < addresses_.size());
+    const std::vector<Lumo::IpGenAddr>& own = addresses_[port];
+    return std::find(own.begin(), own.end(), address) != own.end();
+}
+
+bool EchoLookup::isOwn(const Lumo::IpGenAddr& address) const {
+    const IpRoute* route = forwarding_->vrfs->fib({})->find(address, address.bits());
+    return route != nullptr && route->isLocal() && !route->isBroadcast();
+}
 
 EchoLabel EchoLookup::label(Lumo::MplsLabel label) const {
     const Mpls::RouteKey key = Mpls::RouteKey::fromLabel(label);

@@ -10,6 +10,7 @@ namespace OvixAgent {
 
 namespace {
 
+using Wire::LspEcho;
 using Wire::Udp;
 
 /// The largest reply that fits behind the longest IP header.
@@ -26,18 +27,16 @@ bool isChecksumValid(const IpPacket& packet, Wire::Bytes datagram) {
     return Wire::addSums(pseudoHeader, Wire::onesSum(datagram)) == 0xffff;
 }
 
-/// The UDP datagram of an echo request or reply; empty for any other packet.
-Wire::Bytes echoDatagram(const LabelledPacket& received) {
-    if (!isMplsEcho(received.ip)) {
+/// Its UDP datagram; empty when that is damaged.
+Wire::Bytes echoDatagram(const IpPacket& packet) {
+    assert(isMplsEcho(packet));
+    const Wire::Bytes bytes = packet.upperLayer()->bytes;
+    const std::size_t length = Udp(bytes).length();
+    if (length < Udp::size || length > bytes.size()) {
         return {};
     }
-    const std::optional<IpUpperLayer> upper = received.ip.upperLayer();
-    const Udp header(upper->bytes);
-    if (header.length() < Udp::size || header.length() > upper->bytes.size()) {
-        return {};
-    }
-    const Wire::Bytes datagram = upper->bytes.first(header.length());
-    return isChecksumValid(received.ip, datagram) ? datagram : Wire::Bytes();
+    const Wire::Bytes datagram = bytes.first(length);
+    return isChecksumValid(packet, datagram) ? datagram : Wire::Bytes();
 }
 
 bool ttlExpired(const LabelledPacket& received) noexcept {
@@ -47,11 +46,16 @@ bool ttlExpired(const LabelledPacket& received) noexcept {
     return ttl <= 1;
 }
 
-bool wantsReply(const LspEchoRequest& request, const LabelledPacket& received) {
+EchoSilence silenceAbout(const LspEchoRequest& request, const LabelledPacket& received) {
+    if (request.replyMode == LspEcho::doNotReply) {
+        return EchoSilence::noReplyWanted;
+    }
+    if (request.onlyIfTtlExpired && !ttlExpired(received)) {
+        return EchoSilence::ttlNotExpired;
+    }
     const IpScope scope = ipScope(received.ip.source());
-    return request.replyMode != Wire::LspEcho::doNotReply &&
-           (!request.onlyIfTtlExpired || ttlExpired(received)) &&
-           (scope == IpScope::global || scope == IpScope::linkLocal);
+    return scope == IpScope::global || scope == IpScope::linkLocal ? EchoSilence::none
+                                                                   : EchoSilence::sourceNotAHost;
 }
 
 std::vector<std::uint8_t> replyDatagram(std::uint16_t destinationPort, Wire::Bytes reply) {
@@ -63,37 +67,49 @@ std::vector<std::uint8_t> replyDatagram(std::uint16_t destinationPort, Wire::Byt
     return datagram;
 }
 
-} // namespace
-
-bool isLspEcho(const LabelledPacket& received) {
-    return !echoDatagram(received).empty();
+/// The reply to a request that wants one.
+EchoAnswer replyTo(const LspEchoRequest& request, const EchoArrival& arrival,
+                   const EchoVerdict& verdict, const CaptureTime& time, const IpPacket& packet,
+                   std::uint16_t port) {
+    const std::vector<std::uint8_t> reply =
+        echoReplyBytes(request, verdict, arrival, ntpTime(time));
+    if (reply.size() > longestReply) {
+        return {{}, EchoSilence::tooLong};
+    }
+    const bool hasRouterAlert = request.replyMode == LspEcho::byUdpWithRouterAlert;
+    return {ipPacketBytes({arrival.interface, packet.source(), Wire::IpProtocol::udp,
+                           request.replyTos.value_or(0), hasRouterAlert},
+                          replyDatagram(port, reply), Udp::checksumAt)};
 }
 
-std::vector<std::uint8_t> lspEchoReply(const LabelledPacket& received, const CaptureTime& time,
-                                       const EchoTables& tables, const OwnAddresses& own) {
-    using Wire::LspEcho;
-    const Wire::Bytes datagram = echoDatagram(received);
-    const Lumo::IpGenAddr& source = own.of(received.ip.type);
-    if (datagram.empty() || Udp(datagram).sourcePort() == 0 || source.empty()) {
-        return {};
+} // namespace
+
+EchoAnswer lspEchoReply(const LabelledPacket& received, PortIndex port, const CaptureTime& time,
+                        const EchoTables& tables, const OwnAddresses& own) {
+    const Wire::Bytes datagram = echoDatagram(received.ip);
+    if (datagram.empty()) {
+        return {{}, EchoSilence::damaged};
     }
     std::optional<LspEchoRequest> request = LspEchoRequest::read(datagram.subspan(Udp::size));
-    if (!request || !wantsReply(*request, received)) {
-        return {};
+    if (!request) {
+        return {{}, EchoSilence::notARequest};
     }
-    const bool hasRouterAlert = request->replyMode == LspEcho::byUdpWithRouterAlert;
+    if (const EchoSilence silence = silenceAbout(*request, received);
+        silence != EchoSilence::none) {
+        return {{}, silence};
+    }
+    const std::uint16_t sourcePort = Udp(datagram).sourcePort();
+    const Lumo::IpGenAddr& source = own.of(received.ip.type);
+    if (sourcePort == 0 || source.empty()) {
+        return {{}, sourcePort == 0 ? EchoSilence::noSourcePort : EchoSilence::noOwnAddress};
+    }
     // An unknown reply mode makes the request malformed (RFC 7110).
-    if (request->replyMode != LspEcho::byUdp && !hasRouterAlert) {
+    if (request->replyMode != LspEcho::byUdp &&
+        request->replyMode != LspEcho::byUdpWithRouterAlert) {
         request->fault = LspEchoRequest::Fault::malformed;
     }
-    const EchoVerdict verdict = validateEcho(*request, labelEntries(received.labels), tables);
-    const std::vector<std::uint8_t> reply = echoReplyBytes(*request, verdict, ntpTime(time));
-    if (reply.size() > longestReply) {
-        return {};
-    }
-    return ipPacketBytes({source, received.ip.source(), Wire::IpProtocol::udp,
-                          request->replyTos.value_or(0), hasRouterAlert},
-                         replyDatagram(Udp(datagram).sourcePort(), reply), Udp::checksumAt);
+    const EchoVerdict verdict = validateEcho(*request, port, labelEntries(received.labels), tables);
+    return replyTo(*request, {source, received.labels}, verdict, time, received.ip, sourcePort);
 }
 
 std::uint64_t ntpTime(const CaptureTime& time) noexcept {

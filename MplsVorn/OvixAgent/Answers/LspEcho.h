@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <vector>
 
@@ -9,17 +10,43 @@
 
 namespace OvixAgent {
 
-/// Whether a packet is an MPLS echo message (RFC 8029 section 4.3): a whole UDP datagram with a
-/// valid checksum to port 3503 of 127.0.0.0/8 or ::ffff:127.0.0.0/104.
-bool isLspEcho(const LabelledPacket& received);
+/// Why an MPLS echo packet is not answered.
+enum class EchoSilence : std::uint8_t {
+    none,
+    damaged,
+    notARequest,
+    noReplyWanted,
+    ttlNotExpired,
+    sourceNotAHost,
+    noSourcePort,
+    noOwnAddress,
+    tooLong,
+    noPath,
+};
 
-/// The MPLS echo reply (RFC 8029 section 4.5) to a request received at `time`: an IP packet to the
-/// request's source. Empty when the packet is not a request, requests no reply, or `own` has no
-/// address of its family.
+inline constexpr std::array<const char*, 10> echoSilenceNames{"",
+                                                              "UDP length or checksum wrong",
+                                                              "not a request",
+                                                              "no reply wanted",
+                                                              "TTL not expired",
+                                                              "source is not a single host",
+                                                              "no source port",
+                                                              "port has no address of the family",
+                                                              "reply too long",
+                                                              "no path to the source"};
+
+/// A reply, or why there is none.
+struct EchoAnswer {
+    std::vector<std::uint8_t> packet; ///< a whole IP packet
+    EchoSilence silence = EchoSilence::none;
+};
+
+/// The MPLS echo reply (RFC 8029 section 4.5) to a packet that isMplsEcho() and was received at
+/// `time` at the port `port`: an IP packet to the request's source.
 ///
 /// A reply with router alert that is sent along an LSP needs a router alert label on top.
-std::vector<std::uint8_t> lspEchoReply(const LabelledPacket& received, const CaptureTime& time,
-                                       const EchoTables& tables, const OwnAddresses& own);
+EchoAnswer lspEchoReply(const LabelledPacket& received, PortIndex port, const CaptureTime& time,
+                        const EchoTables& tables, const OwnAddresses& own);
 
 /// A time in the format of NTP (RFC 5905 section 6): seconds since 1900 and their fraction, 32 bits
 /// each. The seconds wrap in 2036.

@@ -8,13 +8,25 @@ namespace OvixAgent {
 
 namespace {
 
-using Labels = std::span<const Lumo::MplsLabelEntry>;
+/// What a request is validated against.
+struct Arrived {
+    const LspEchoRequest& request;
+    PortIndex port;
+    std::span<const Lumo::MplsLabelEntry> labels;
+    const EchoTables& tables;
 
-/// The label at a depth counted from the bottom, which is 1; implicit null above the top.
-Lumo::MplsLabel labelAt(Labels labels, std::size_t depth) noexcept {
-    assert(depth > 0);
-    return depth <= labels.size() ? labels[labels.size() - depth].label() : Lumo::implicitNull;
-}
+    /// The label at a depth counted from the bottom, which is 1; implicit null above the top.
+    Lumo::MplsLabel labelAt(std::size_t depth) const noexcept {
+        assert(depth > 0);
+        return depth <= labels.size() ? labels[labels.size() - depth].label() : Lumo::implicitNull;
+    }
+    const EchoFec& fecAt(std::size_t depth) const noexcept {
+        assert(depth > 0 && depth <= request.fecs.size());
+        return request.fecs[request.fecs.size() - depth];
+    }
+    /// A Nil FEC on top hides what is validated (RFC 8029 section 4.4.1).
+    bool hidesFecs() const noexcept { return request.fecs.front().kind == EchoFec::Kind::nil; }
+};
 
 EchoLabel lookUp(Lumo::MplsLabel label, const EchoTables& tables) {
     if (label.isExplicitNull() || label == Lumo::routerAlert) {
@@ -29,17 +41,53 @@ EchoVerdict verdict(EchoReturnCode code, std::size_t depth) {
     return {code, static_cast<std::uint8_t>(std::min(depth, deepest)), {}};
 }
 
+/// Whether the mapping is of the port and the label stack that the request came in with. The
+/// interface's number at the router before means nothing here.
+bool agrees(const EchoMapping& mapping, const Arrived& arrived) {
+    const bool hasAddress = mapping.address.family() != Lumo::IpFamily::none;
+    const bool isNumbered = mapping.interface.family() != Lumo::IpFamily::none;
+    if ((hasAddress && !arrived.tables.isOwn(mapping.address) &&
+         !arrived.tables.isOfPort(mapping.address, arrived.port)) ||
+        (isNumbered && !arrived.tables.isOfPort(mapping.interface, arrived.port))) {
+        return false;
+    }
+    if (!mapping.labels) {
+        return true;
+    }
+    std::vector<Lumo::MplsLabel> sent = *mapping.labels;
+    sent.erase(std::remove(sent.begin(), sent.end(), Lumo::implicitNull), sent.end());
+    return std::equal(sent.begin(), sent.end(), arrived.labels.begin(), arrived.labels.end(),
+                      [](Lumo::MplsLabel one, const Lumo::MplsLabelEntry& entry) {
+                          return one == entry.label();
+                      });
+}
+
+bool mustAgree(const std::optional<EchoMapping>& mapping) noexcept {
+    return mapping && !mapping->isOfUnknownAddress() && !mapping->isToAllRouters();
+}
+
+/// With PHP the label of the adjacency is gone: this router is at its other end (RFC 8287 section
+/// 7.4).
+EchoReturnCode checkAdjacency(const EchoFec& fec, const Arrived& arrived) {
+    const bool isKnown = fec.remote.family() == Lumo::IpFamily::none ||
+                         arrived.tables.isOfPort(fec.remote, arrived.port);
+    return isKnown ? EchoReturnCode::egress : EchoReturnCode::notOfInterface;
+}
+
 /// RFC 8029 section 4.4.1. `labelDepth` is the depth of the FEC's label; it moves up when the FEC
 /// has a label of its own.
-EchoReturnCode checkFec(const EchoFec& fec, Labels labels, std::size_t& labelDepth,
-                        const EchoTables& tables) {
-    const Lumo::MplsLabel label = labelAt(labels, labelDepth);
-    if (fec.isNil()) {
+EchoReturnCode checkFec(const EchoFec& fec, const Arrived& arrived, std::size_t& labelDepth) {
+    const Lumo::MplsLabel label = arrived.labelAt(labelDepth);
+    if (fec.kind == EchoFec::Kind::adjacency) {
+        return checkAdjacency(fec, arrived);
+    }
+    if (fec.kind == EchoFec::Kind::nil) {
         ++labelDepth;
         const bool isNilLabel = label.isExplicitNull() || label == Lumo::routerAlert;
         return isNilLabel ? EchoReturnCode::egress : EchoReturnCode::mappingDiffers;
     }
-    const std::optional<Lumo::MplsLabel> mapped = tables.egressLabel(fec.prefix, fec.length);
+    const std::optional<Lumo::MplsLabel> mapped =
+        arrived.tables.egressLabel(fec.prefix, fec.length);
     if (!mapped) {
         return EchoReturnCode::noMapping;
     }
@@ -57,18 +105,35 @@ bool contains(const std::vector<EchoDownstream>& downstreams, const EchoDownstre
     });
 }
 
+/// Whether a label leads along the link of an adjacency of this router.
+bool leadsAlong(const EchoLabel& label, const EchoFec& adjacency, const EchoTables& tables) {
+    if (adjacency.remote.family() == Lumo::IpFamily::none) {
+        return true;
+    }
+    return std::any_of(label.downstreams.begin(), label.downstreams.end(),
+                       [&](const EchoDownstream& downstream) {
+                           return downstream.nexthop == adjacency.remote && downstream.port &&
+                                  tables.isOfPort(adjacency.local, *downstream.port);
+                       });
+}
+
 /// A switched label is its FEC's when this router forwards the FEC to the same next hop (RFC 8029
 /// section 4.4.1). Labels above the FEC stack have no FEC to validate.
-EchoReturnCode checkTransit(const LspEchoRequest& request, std::size_t depth,
-                            const EchoLabel& label, const EchoTables& tables) {
-    if (!request.validatesFecs || depth > request.fecs.size()) {
+EchoReturnCode checkTransit(const Arrived& arrived, std::size_t depth, const EchoLabel& label) {
+    if (!arrived.request.validatesFecs || depth > arrived.request.fecs.size() ||
+        arrived.hidesFecs() ||
+        (arrived.request.mapping && arrived.request.mapping->isToAllRouters())) {
         return EchoReturnCode::switched;
     }
-    const EchoFec& fec = request.fecs[request.fecs.size() - depth];
-    if (fec.isNil()) {
+    const EchoFec& fec = arrived.fecAt(depth);
+    if (fec.kind == EchoFec::Kind::nil) {
         return EchoReturnCode::mappingDiffers;
     }
-    const auto nexthops = tables.nexthops(fec.prefix, fec.length);
+    if (fec.kind == EchoFec::Kind::adjacency) {
+        return leadsAlong(label, fec, arrived.tables) ? EchoReturnCode::switched
+                                                      : EchoReturnCode::mappingDiffers;
+    }
+    const auto nexthops = arrived.tables.nexthops(fec.prefix, fec.length);
     if (!nexthops) {
         return EchoReturnCode::noMapping;
     }
@@ -79,13 +144,43 @@ EchoReturnCode checkTransit(const LspEchoRequest& request, std::size_t depth,
     return isMapped ? EchoReturnCode::switched : EchoReturnCode::mappingDiffers;
 }
 
+/// The label stack as the next router would get it: the labels beneath stay.
+void addLabelsBeneath(std::vector<EchoDownstream>& downstreams, const Arrived& arrived,
+                      std::size_t depth) {
+    for (EchoDownstream& downstream : downstreams) {
+        for (std::size_t beneath = depth - 1; beneath > 0; --beneath) {
+            downstream.labels.push_back(arrived.labelAt(beneath));
+        }
+    }
+}
+
+EchoVerdict validateTransit(const Arrived& arrived, std::size_t depth, EchoLabel label) {
+    const std::optional<EchoMapping>& mapping = arrived.request.mapping;
+    if (mustAgree(mapping) && !agrees(*mapping, arrived)) {
+        return verdict(EchoReturnCode::downstreamMismatch, 0);
+    }
+    EchoVerdict result = verdict(checkTransit(arrived, depth, label), depth);
+    if (result.code == EchoReturnCode::switched) {
+        if (mapping && mapping->isOfUnknownAddress()) {
+            result = verdict(EchoReturnCode::unknownUpstream, 0);
+        }
+        result.downstreams = std::move(label.downstreams);
+        addLabelsBeneath(result.downstreams, arrived, depth);
+    }
+    return result;
+}
+
 /// This router is the egress of every label, and so must be of every FEC, from the bottom up.
-EchoVerdict validateEgress(const LspEchoRequest& request, Labels labels, const EchoTables& tables) {
+EchoVerdict validateEgress(const Arrived& arrived) {
+    const std::optional<EchoMapping>& mapping = arrived.request.mapping;
+    if (mustAgree(mapping) && !agrees(*mapping, arrived)) {
+        return verdict(EchoReturnCode::downstreamMismatch, 0);
+    }
     std::size_t labelDepth = 1;
-    EchoVerdict result;
-    for (std::size_t depth = 1; depth <= request.fecs.size(); ++depth) {
-        const EchoFec& fec = request.fecs[request.fecs.size() - depth];
-        result = verdict(checkFec(fec, labels, labelDepth, tables), depth);
+    EchoVerdict result = verdict(EchoReturnCode::egress, 1);
+    const std::size_t fecs = arrived.hidesFecs() ? 0 : arrived.request.fecs.size();
+    for (std::size_t depth = 1; depth <= fecs; ++depth) {
+        result = verdict(checkFec(arrived.fecAt(depth), arrived, labelDepth), depth);
         if (result.code != EchoReturnCode::egress) {
             return result;
         }
@@ -95,27 +190,26 @@ EchoVerdict validateEgress(const LspEchoRequest& request, Labels labels, const E
 
 } // namespace
 
-EchoVerdict validateEcho(const LspEchoRequest& request, Labels labels, const EchoTables& tables) {
+EchoVerdict validateEcho(const LspEchoRequest& request, PortIndex port,
+                         std::span<const Lumo::MplsLabelEntry> labels, const EchoTables& tables) {
     if (request.fault == LspEchoRequest::Fault::malformed) {
         return verdict(EchoReturnCode::malformed, 0);
     }
     if (request.fault == LspEchoRequest::Fault::notUnderstood) {
         return verdict(EchoReturnCode::tlvNotUnderstood, 0);
     }
+    assert(!request.fecs.empty());
+    const Arrived arrived{request, port, labels, tables};
     for (std::size_t depth = labels.size(); depth > 0; --depth) {
-        EchoLabel entry = lookUp(labelAt(labels, depth), tables);
+        EchoLabel entry = lookUp(arrived.labelAt(depth), tables);
         if (entry.use == EchoLabel::Use::unknown) {
             return verdict(EchoReturnCode::noLabelEntry, depth);
         }
         if (entry.use == EchoLabel::Use::switched) {
-            EchoVerdict result = verdict(checkTransit(request, depth, entry, tables), depth);
-            if (result.code == EchoReturnCode::switched) {
-                result.downstreams = std::move(entry.downstreams);
-            }
-            return result;
+            return validateTransit(arrived, depth, std::move(entry));
         }
     }
-    return validateEgress(request, labels, tables);
+    return validateEgress(arrived);
 }
 
 } // namespace OvixAgent

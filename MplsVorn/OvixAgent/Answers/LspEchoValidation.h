@@ -4,7 +4,7 @@
 #include <span>
 #include <vector>
 
-#include "Answers/LspEchoMessage.h"
+#include "Answers/LspEchoReply.h"
 
 namespace OvixAgent {
 
@@ -37,12 +37,18 @@ class EchoTables {
     /// Empty when there is no such route.
     virtual std::optional<std::vector<EchoDownstream>> nexthops(const Lumo::IpGenAddr& prefix,
                                                                 std::uint8_t length) const = 0;
+    virtual bool isOfPort(const Lumo::IpGenAddr& address, PortIndex port) const = 0;
+    /// Whether it is an address of this router.
+    virtual bool isOwn(const Lumo::IpGenAddr& address) const = 0;
 };
 
-/// Validates a request that was received with a label stack, outermost label first (RFC 8029
-/// section 4.4). In transit the FEC is validated only if the request asks for it. Downstream
-/// mappings in the request are not compared with the interface and labels it was received with.
-EchoVerdict validateEcho(const LspEchoRequest& request,
+/// Validates a request that was received at a port with a label stack, outermost label first (RFC
+/// 8029 section 4.4, RFC 8287 section 7.4), and its downstream mapping. In transit the FEC is
+/// validated only if the request asks for it.
+///
+/// What segments an IGP has advertised is not known here: a prefix segment ends where its prefix is
+/// an own one, and of an adjacency segment the interface is verified.
+EchoVerdict validateEcho(const LspEchoRequest& request, PortIndex port,
                          std::span<const Lumo::MplsLabelEntry> labels, const EchoTables& tables);
 
 } // namespace OvixAgent

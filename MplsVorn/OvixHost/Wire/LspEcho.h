@@ -86,13 +86,21 @@ struct LspEchoTlv {
     enum Type : std::uint16_t {
         targetFecStack = 1,
         pad = 3,
+        interfaceAndLabelStack = 7,
         erroredTlvs = 9,
         replyTosByte = 10,
         downstreamDetailedMapping = 20,
         firstOptional = 0x8000, ///< types from here on may be ignored when unknown
     };
-    /// Sub-TLVs of the target FEC stack (RFC 8029 section 3.2).
-    enum FecType : std::uint16_t { ldpIpv4Prefix = 1, ldpIpv6Prefix = 2, nilFec = 16 };
+    /// Sub-TLVs of the target FEC stack (RFC 8029 section 3.2, RFC 8287 section 5).
+    enum FecType : std::uint16_t {
+        ldpIpv4Prefix = 1,
+        ldpIpv6Prefix = 2,
+        nilFec = 16,
+        ipv4PrefixSid = 34,
+        ipv6PrefixSid = 35,
+        adjacencySid = 36,
+    };
     /// Sub-TLV of a downstream detailed mapping (RFC 8029 section 3.4.1).
     static constexpr std::uint16_t downstreamLabelStack = 2;
 
@@ -143,12 +151,17 @@ enum AddressType : std::uint8_t {
     ipv6Unnumbered = 4,
     notApplicable = 5,
 };
+enum Flags : std::uint8_t { treatAsNonIp = 1, wantsInterface = 2 };
 inline constexpr std::size_t addressTypeAt = 2;
+inline constexpr std::size_t flagsAt = 3;
 inline constexpr std::size_t addressesAt = 4;
 /// Of the two addresses, by type.
 inline constexpr std::size_t addressesSize[] = {0, 8, 8, 32, 20, 0};
 /// Without addresses and sub-TLVs.
 inline constexpr std::size_t fixedSize = 8;
+
+/// In its label stack: label, TC and bottom of stack as in a label stack entry, and the protocol.
+inline constexpr std::size_t labelSize = 4;
 
 /// The sub-TLVs of a mapping; false when the value is damaged.
 inline bool subTlvs(Bytes value, Bytes& found) noexcept {

@@ -1,7 +1,7 @@
 #include "Answers/CpuAnswers.h"
 
-#include "AnswersTesting.h"
 #include "Config/Config.h"
+#include "EchoTesting.h"
 #include "HeapCount.h"
 #include "LocalTables.h"
 #include "Published/TransitRoutes.h"
@@ -181,6 +181,32 @@ TEST_F(CpuAnswersTest, WhatIsNotDeliveredIsAnsweredByItsReason) {
     EXPECT_EQ(codesFor(core, far, Reason::noRoute), "none");
     using Counts = std::vector<std::pair<std::string, std::uint64_t>>;
     EXPECT_EQ(answers.counts(), (Counts{{"unreachable: sent", 4}}));
+}
+
+TEST_F(CpuAnswersTest, WhatIsNotAnsweredIsCountedByItsReason) {
+    const auto send = [&](const Echo& echo, std::uint32_t source = 0x0a000109) {
+        Ipv4 fields;
+        fields.source = source;
+        fields.destination = 0x7f000001;
+        return answersTo(core, labelled({{0}}, ipv4(fields, udp(49152, 3503, message(echo)))))
+            .size();
+    };
+    EXPECT_EQ(send({}), 1U);
+    EXPECT_EQ(send({.replyMode = 1}), 0U);
+    EXPECT_EQ(send({.replyMode = 1}), 0U);
+    EXPECT_EQ(send({.type = 2}), 0U);
+    EXPECT_EQ(send({}, 0xe0000001), 0U);
+    Ipv4 unroutable;
+    unroutable.source = 0xac100001;
+    unroutable.destination = 0x7f000001;
+    const Bytes unlabelled = join({eth(ethIpv4), ipv4(unroutable, udp(49152, 3503, message({})))});
+    EXPECT_TRUE(answersTo(core, unlabelled).empty());
+    using Counts = std::vector<std::pair<std::string, std::uint64_t>>;
+    EXPECT_EQ(answers.counts(), (Counts{{"LSP echo: sent", 1},
+                                        {"LSP echo unanswered: not a request", 1},
+                                        {"LSP echo unanswered: no reply wanted", 2},
+                                        {"LSP echo unanswered: source is not a single host", 1},
+                                        {"LSP echo unanswered: no path to the source", 1}}));
 }
 
 TEST_F(CpuAnswersTest, AFloodOfUndeliveredPacketsCostsNothingFromTheHeap) {

@@ -46,7 +46,14 @@ class EchoLookupTest : public testing::Test {
     std::string codesFor(const std::vector<Entry>& labels, const Bytes& tlvs,
                          std::uint16_t flags = validateFecs) {
         const Bytes frame = labelled(labels, echo4(message({.flags = flags, .tlvs = tlvs})));
-        return codes(lspEchoReply(read(frame), at, lookup, own));
+        return codes(lspEchoReply(read(frame), 0, at, lookup, own).packet);
+    }
+    static Bytes adjacency(const std::string& local, const std::string& remote) {
+        const auto bytesOf = [](const std::string& text) {
+            const auto bytes = Lumo::IpGenAddr::fromText(text).bytes();
+            return Bytes(bytes.begin(), bytes.begin() + 4);
+        };
+        return tlv(36, join({{4, 1, 0, 0}, bytesOf(local), bytesOf(remote), filled(8, 7)}));
     }
     static Bytes ldp(std::uint8_t second, std::uint8_t length = 16) {
         return tlv(1, {10, second, 0, 0, length});
@@ -71,7 +78,7 @@ routes:
                                            "test.yaml");
     ForwardingTables forwarding{config};
     TestSupport::LocalTables tables;
-    EchoLookup lookup{forwarding, tables.published};
+    EchoLookup lookup{config, forwarding, tables.published};
 };
 
 } // namespace
@@ -98,7 +105,10 @@ TEST_F(EchoLookupTest, ALabelMapsToTheFecWithTheSameNextHop) {
         {"a shorter prefix", 100, ldp(8, 15), "4/1"},
         {"an own address", 100, tlv(1, {10, 0, 2, 1, 32}), "10/1"},
         {"a prefix of IPv6", 100, ldp6, "4/1"},
-        {"no FEC of a label", 100, nilFec, "10/1"},
+        {"hidden", 100, nilFec, "8/1"},
+        {"an adjacency", 101, adjacency("10.0.2.1", "10.0.2.2"), "8/1"},
+        {"another router's adjacency", 101, adjacency("10.0.2.1", "10.0.2.3"), "10/1"},
+        {"another port's adjacency", 101, adjacency("10.0.3.1", "10.0.2.2"), "10/1"},
     };
     for (const auto& given : cases) {
         EXPECT_EQ(codesFor({{given.label, 0, 1}}, fecStack({given.fec})), given.codes)
@@ -115,11 +125,15 @@ TEST_F(EchoLookupTest, EachLabelHasTheFecOfItsDepth) {
     EXPECT_EQ(codesFor({{100, 0, 1}, {55}}, fecStack({ldp(8), ldp(250)})), "8/2");
     EXPECT_EQ(codesFor({{100, 0, 1}, {55}}, fecStack({ldp(250), ldp(8)})), "4/2");
     EXPECT_EQ(codesFor({{100, 0, 1}, {55}}, fecStack({ldp(250)})), "8/2"); // of no label on top
-    EXPECT_EQ(codesFor({{1, 0, 1}, {100}}, fecStack({nilFec, ldp(7)})), "10/1");
+    EXPECT_EQ(codesFor({{1, 0, 1}, {100}}, fecStack({nilFec, ldp(7)})), "8/1"); // hidden
+    EXPECT_EQ(codesFor({{1, 0, 1}, {100}}, fecStack({ldp(8), nilFec})), "10/1");
 }
 
 TEST_F(EchoLookupTest, AValidFecHasDownstreams) {
-    const Bytes mapping = tlv(20, {5, 220, 1, 0, 224, 0, 0, 2, 224, 0, 0, 2, 0, 0, 0, 0});
+    const Bytes mapping = mappingOf("10.0.2.1", "10.0.2.1");
+    EXPECT_TRUE(lookup.isOwn(Lumo::IpGenAddr::fromText("10.0.3.1")));
+    EXPECT_FALSE(lookup.isOwn(Lumo::IpGenAddr::fromText("10.0.3.255")));
+    EXPECT_FALSE(lookup.isOfPort(Lumo::IpGenAddr::fromText("10.0.3.1"), 0));
     EXPECT_EQ(codesFor({{100, 0, 1}}, join({fecStack({ldp(8)}), mapping})), "14/0");
     EXPECT_EQ(codesFor({{100, 0, 1}}, join({fecStack({ldp(7)}), mapping})), "10/1");
 }

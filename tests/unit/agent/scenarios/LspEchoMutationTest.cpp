@@ -15,7 +15,7 @@ std::string wrongWith(const Bytes& reply, const Bytes& request) {
     if (reply.empty()) {
         return "";
     }
-    if (reply.size() < 60 || reply.size() > request.size() + 60) {
+    if (reply.size() < 60 || reply.size() > request.size() + 80) {
         return "size";
     }
     const std::size_t header = (reply[0] & 0x0fU) * std::size_t{4};
@@ -30,7 +30,7 @@ std::string wrongWith(const Bytes& reply, const Bytes& request) {
     if (hex(from(echo, 8, 16)) != hex(from(request, 8, 16))) {
         return "what the sender put in";
     }
-    static const std::vector<unsigned> known{1, 2, 3, 4, 8, 10, 11};
+    static const std::vector<unsigned> known{1, 2, 3, 4, 5, 6, 8, 10, 11, 35};
     return std::find(known.begin(), known.end(), echo[6]) != known.end() ? "" : "return code";
 }
 
@@ -64,18 +64,21 @@ TEST(LspEchoMutation, EveryReplyIsWellFormed) {
         message({}),
         message({.tlvs = join({fecStack({ldp4, ldp6, nilFec}), tlv(3, {2, 1, 1})})}),
         message({.replyMode = 3, .tlvs = join({tlv(99, {1}), fecStack({ldp4}), mapping})}),
+        message({.tlvs = join({fecStack({tlv(34, {10, 9, 0, 0, 16, 0, 0, 0}),
+                                         tlv(36, join({{4, 1, 0, 0}, filled(16, 0)}))}),
+                               mappingOf("10.255.0.1", "10.255.0.1", {{100}}, 2)})}),
         message({.flags = 3, .tlvs = join({tlv(10, {1, 0, 0, 0}), fecStack({nilFec, ldp4})})}),
     };
     const std::vector<std::vector<Entry>> stacks{{{0}}, {{100}}, {{1}, {200}}, {{300}}};
     std::mt19937 random(1); // NOLINT(cert-msc51-cpp): the same each time
-    std::array<unsigned, 12> replies{};
+    std::array<unsigned, 36> replies{};
     for (unsigned i = 0; i < 40'000; ++i) {
         const Bytes request = mutated(originals[i % originals.size()], random);
         const Bytes reply = replyTo(labelled(stacks[random() % stacks.size()], echo4(request)));
         ASSERT_EQ(wrongWith(reply, request), "") << i << ": " << hex(request);
         ++replies.at(reply.empty() ? 0 : reply[(reply[0] & 0x0fU) * 4U + 14]);
     }
-    for (const std::size_t code : {0U, 1U, 2U, 3U, 4U, 8U, 10U, 11U}) {
+    for (const std::size_t code : {0U, 1U, 2U, 3U, 4U, 5U, 8U, 10U, 11U}) {
         EXPECT_GT(replies.at(code), 100U) << code;
     }
 }
@@ -91,7 +94,9 @@ TEST(LspEchoMutation, ParsingStaysWithinTheFrame) {
             ASSERT_LE(packet->labels.data() + packet->labels.size(), packet->ip.bytes.data());
             ASSERT_LE(packet->ip.bytes.data() + packet->ip.bytes.size(),
                       changed.data() + changed.size());
-            lspEchoReply(*packet, at, FakeEchoTables(), own);
+            if (isMplsEcho(packet->ip)) {
+                lspEchoReply(*packet, 0, at, FakeEchoTables(), own);
+            }
         }
     }
     EXPECT_GT(packets, 1000U);

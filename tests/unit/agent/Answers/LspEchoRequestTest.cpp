@@ -1,8 +1,8 @@
-#include "Answers/LspEchoMessage.h"
+#include "Answers/LspEchoRequest.h"
 
 #include "EchoTesting.h"
 
-namespace LspEchoMessageTest {
+namespace LspEchoRequestTest {
 
 using namespace OvixAgent;
 using namespace OvixAgent::Testing;
@@ -23,7 +23,7 @@ std::string codesOn(const Bytes& tlvs) {
 }
 
 const Bytes fec = fecStack({ldp4});
-/// A downstream detailed mapping of an IPv4 interface, with a multipath sub-TLV.
+/// A downstream detailed mapping to all routers, with a multipath sub-TLV.
 const Bytes mapping =
     tlv(20, join({{5, 220, 1, 0, 224, 0, 0, 2, 224, 0, 0, 2, 0, 0, 0, 8}, tlv(1, {0, 0, 0, 0})}));
 
@@ -56,6 +56,20 @@ TEST(LspEchoMessage, DamagedRequestsAreMalformed) {
         {"a mapping without address type", join({fec, tlv(20, filled(16, 0))})},
         {"a mapping of an unknown address type", join({fec, tlv(20, filled(40, 6))})},
         {"a mapping's sub-TLVs cut short", join({fec, cut(mapping, 20), {0, 1, 0, 1}})},
+        {"two mappings", join({fec, mapping, mapping})},
+        {"a mapping of half a label",
+         join({fec, tlv(20, {5, 220, 5, 0, 0, 0, 0, 8, 0, 2, 0, 3, 0, 0, 0, 0})})},
+        {"a prefix segment too short", fecStack({tlv(34, {10, 9, 0, 0, 16})})},
+        {"a prefix segment longer than an address",
+         fecStack({tlv(34, {10, 9, 0, 0, 33, 0, 0, 0})})},
+        {"an IPv6 prefix segment of IPv4", fecStack({tlv(35, {10, 9, 0, 0, 16, 0, 0, 0})})},
+        {"an adjacency too short", fecStack({tlv(36, {4, 1, 0})})},
+        {"an adjacency with system ids of OSPF",
+         fecStack({tlv(36, join({{4, 1, 0, 0}, filled(20, 0)}))})},
+        {"an IPv6 adjacency with IPv4 addresses",
+         fecStack({tlv(36, join({{6, 1, 0, 0}, filled(16, 0)}))})},
+        {"an adjacency of an unknown type",
+         fecStack({tlv(36, join({{5, 1, 0, 0}, filled(16, 0)}))})},
         {"damage behind an unknown TLV", join({fec, tlv(99, {}), {0, 1, 0, 1}})},
     };
     for (const auto& given : cases) {
@@ -102,7 +116,7 @@ TEST(LspEchoMessage, DownstreamsAreReportedOnRequest) {
     known.downstreams = {{Lumo::IpGenAddr::fromText("10.0.2.2"), 1492, {Lumo::MplsLabel(300)}},
                          {Lumo::IpGenAddr::fromText("2001:db8::7"), 9000, {Lumo::implicitNull}}};
     const Bytes asks = labelled({{100}}, echo4(message({.tlvs = join({fec, mapping})})));
-    const Bytes reply = lspEchoReply(read(asks), at, known, own);
+    const Bytes reply = lspEchoReply(read(asks), 0, at, known, own).packet;
     EXPECT_EQ(codes(reply), "14/0");
     EXPECT_EQ(hex(from(reply, 60, reply.size() - 60)),
               "0014001805d401000a0002020a00020208010008"
@@ -114,10 +128,45 @@ TEST(LspEchoMessage, DownstreamsAreReportedOnRequest) {
               "00020004"
               "00003100");
     const Bytes doesNotAsk = labelled({{100}}, echo4(message({})));
-    const Bytes plain = lspEchoReply(read(doesNotAsk), at, known, own);
+    const Bytes plain = lspEchoReply(read(doesNotAsk), 0, at, known, own).packet;
     EXPECT_EQ(codes(plain), "8/1");
     EXPECT_EQ(plain.size(), 60U);
     EXPECT_EQ(codesOn(join({fec, mapping})), "0301"); // the egress has none
+}
+
+TEST(LspEchoMessage, ADownstreamHasTheLabelsBeneath) {
+    FakeEchoTables known;
+    known.downstreams = {{Lumo::IpGenAddr(), 1500, {Lumo::MplsLabel(300)}}};
+    const Bytes asks =
+        labelled({{100}, {7, 0, 9}, {55}}, echo4(message({.tlvs = join({fec, mapping})})));
+    const Bytes reply = lspEchoReply(read(asks), 0, at, known, own).packet;
+    EXPECT_EQ(codes(reply), "14/0");
+    EXPECT_EQ(hex(from(reply, 60, reply.size() - 60)), "0014002005dc02007f000001000000000803"
+                                                       "00100002000c0012c0000000700000037100");
+}
+
+TEST(LspEchoMessage, TheArrivalIsReportedOnRequestOrWhenTheMappingDisagrees) {
+    const auto tlvsOf = [](const Bytes& asked, const std::vector<Entry>& labels) {
+        FakeEchoTables known;
+        const Bytes frame = labelled(labels, echo4(message({.tlvs = join({fec, asked})})));
+        const Bytes reply = lspEchoReply(read(frame), 0, at, known, own).packet;
+        return codes(reply) + " " + hex(from(reply, 60, reply.size() - 60));
+    };
+    const std::string arrival = "00070010010000000aff00010aff0001";
+    const std::string right = "10.255.0.1";
+    EXPECT_EQ(tlvsOf(mappingOf(right, right, {{200}}, 2), {{200, 3, 9}}),
+              "3/1 " + arrival + "000c8709");
+    EXPECT_EQ(tlvsOf(mappingOf(right, right, {{200}}), {{200, 3, 9}}), "3/1 ");
+    EXPECT_EQ(tlvsOf(mappingOf(right, right, {{201}}), {{200, 3, 9}}),
+              "5/0 " + arrival + "000c8709");
+    EXPECT_EQ(tlvsOf(mappingOf("127.0.0.1", ""), {{100, 0, 1}}), "6/0 " + arrival + "00064101");
+    const Bytes six =
+        labelled({{2, 0, 1}},
+                 echo6(message({.tlvs = join({fecStack({ldp6}), mappingOf("::1", "", {}, 2)})})));
+    const Bytes reply = lspEchoReply(read(six), 0, at, FakeEchoTables(), own).packet;
+    EXPECT_EQ(hex(from(reply, 80, 8)), "0007002803000000");
+    EXPECT_EQ(hex(from(reply, 88, 36)),
+              hex(join({ipv6Address(0xff), ipv6Address(0xff), stack({{2, 0, 1}})})));
 }
 
 TEST(LspEchoMessage, TruncatedRequestsAreMalformedOrEmpty) {
@@ -137,4 +186,4 @@ TEST(LspEchoMessage, TruncatedRequestsAreMalformedOrEmpty) {
     }
 }
 
-} // namespace LspEchoMessageTest
+} // namespace LspEchoRequestTest

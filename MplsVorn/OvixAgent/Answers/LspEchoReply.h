@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "Answers/LspEchoRequest.h"
+#include "Config/ConfigTypes.h"
+
+namespace OvixAgent {
+
+/// A next hop of a switched label.
+struct EchoDownstream {
+    Lumo::IpGenAddr nexthop;             ///< of no family when it is not known
+    std::uint16_t mtu = 0;               ///< of the egress, for the packet with its labels
+    std::vector<Lumo::MplsLabel> labels; ///< sent, outermost first; implicit null for a pop
+    std::optional<PortIndex> port{};     ///< the egress, if it is a port of the agent
+};
+
+/// Return codes of an MPLS echo reply (RFC 8029 section 3.1, RFC 8287 section 9.5).
+enum class EchoReturnCode : std::uint8_t {
+    malformed = 1,
+    tlvNotUnderstood = 2,
+    egress = 3,
+    noMapping = 4,
+    downstreamMismatch = 5,
+    unknownUpstream = 6,
+    switched = 8,
+    mappingDiffers = 10,
+    noLabelEntry = 11,
+    inDownstreamMapping = 14,
+    notOfInterface = 35,
+};
+
+/// The result of a request's validation.
+struct EchoVerdict {
+    EchoReturnCode code = EchoReturnCode::malformed;
+    std::uint8_t depth = 0; ///< in the label stack or the FEC stack; the bottom is 1
+    std::vector<EchoDownstream> downstreams{};
+};
+
+/// Where a request came in, for the interface and label stack TLV (RFC 8029 section 3.7).
+struct EchoArrival {
+    Lumo::IpGenAddr interface;            ///< an address of the port
+    std::span<const std::uint8_t> labels; ///< whole entries, as received
+};
+
+/// An MPLS echo reply, the payload of a UDP datagram. It returns the request's handle, sequence
+/// number, time stamp and pad TLVs, TLVs that were not understood in an errored TLVs TLV (RFC 8029
+/// section 3.8), and on request the downstreams (section 3.4) and the arrival, which it also
+/// reports when the downstream mapping of the request does not agree. `received` is the request's
+/// time by ntpTime().
+std::vector<std::uint8_t> echoReplyBytes(const LspEchoRequest& request, const EchoVerdict& verdict,
+                                         const EchoArrival& arrival, std::uint64_t received);
+
+} // namespace OvixAgent
