@@ -25,7 +25,7 @@ def west_frames():
     yield labelled(101, 1393)  # too big with them
     yield labelled(100, 1401, vlans=[10])  # too big, tagged
     yield labelled(102, 1404)  # just fits without its label
-    yield labelled(102, 1405)  # too big even so, and no longer labelled
+    yield labelled(102, 1405)  # too big even so; no longer labelled, and so fragmented
     yield labelled(103, 600)  # just fits the path
     yield labelled(103, 601)  # too big for the path
     yield labelled(100, 64)  # and on it goes

@@ -177,6 +177,10 @@ class Fragments(AgentTest):
     def expect_whole_again(self, payloads, packets):
         """tshark puts the UDP payloads together, each by the identification of its packet."""
         result = self.run_packets(packets)
+        self.expect_put_together(payloads)
+        return result
+
+    def expect_put_together(self, payloads):
         rows = dissected(self.path / "out" / "east.pcap", "ip.id", "udp.checksum.status",
                          "udp.payload", preferences=("ip.defragment:TRUE",
                                                      "udp.check_checksum:TRUE"))
@@ -184,7 +188,6 @@ class Fragments(AgentTest):
         self.assertEqual({int(row[0], 0): (row[1], bytes.fromhex(row[2].replace(":", "")))
                           for row in rows if row[2]},
                          {ident: (good, payload) for ident, payload in payloads.items()})
-        return result
 
     def test_the_destination_puts_them_together(self):
         router_alert = b"\x94\x04\0\0"  # in every fragment
@@ -210,6 +213,18 @@ class Fragments(AgentTest):
         # 592 bytes below the labels are 568 of data.
         self.assertEqual([len(f.parse(frame).payload) - 20 for frame in result.frames("east")],
                          [568, 568, 464, 568, 568, 464, 568, 232])
+
+    def test_a_popped_packet_is_cut_like_one_without_labels(self):
+        payloads, frames = {}, []
+        for ident, destination in enumerate(("10.9.0.1", "10.8.0.1", "10.7.0.1"), 1):
+            payloads[ident] = bytes(at * ident % 251 for at in range(1400))
+            frames.append(mpls([100], f.udp_packet("10.1.0.1", destination, ident=ident,
+                                                   payload=payloads[ident])))
+        decap = lfib(decap={100: "type: ip-lookup, via: {action: pop, payload: auto}"})
+        result = self.run_frames(port("east", mtu=self.MTU) + decap + ROUTES, frames)
+        self.assertEqual(result.reasons("dropped"), {})
+        self.expect_put_together(payloads)
+        self.assertEqual(result.labels(), {100: (3, sum(map(len, frames)))})
 
     def test_each_has_the_labels_of_the_whole(self):
         packet = f.udp_packet("10.1.0.1", "10.8.0.1", payload=bytes(1200), tos=0x20)

@@ -64,15 +64,23 @@ class Mtu(AgentTest):
             self.expect_limit(what, config, size, labels)
             self.expect_limit(what, config, size, labels, (10,))
 
-    def test_an_ip_packet_is_dropped_without_an_exception(self):
+    def test_a_popped_packet_makes_no_exception(self):
         config = hardware(via("pop"))
         fits, packet = of_size(1504)
-        too_big, _ = of_size(1505)
+        payload = bytes(at % 251 for at in range(1473))
+        whole = f.udp_packet("10.1.0.1", "10.9.0.1", payload=payload, fragment=0x4000)
+        may_be_cut = f.udp_packet("10.1.0.1", "10.9.0.1", payload=payload, ttl=63)
+        cut = [f.ipv4("10.1.0.1", "10.9.0.1", may_be_cut[20:][at:at + 1480], ttl=63,
+                      fragment=at // 8 | more) for at, more in ((0, 0x2000), (1480, 0))]
+        too_big = mpls([100], f.udp_packet("10.1.0.1", "10.9.0.1", payload=payload))
         hop = f.udp_packet("10.1.0.1", "10.9.0.1", payload=packet[28:], ttl=63)
         self.run_cases([
             Case("fits", config, [fits], sent={"east": [sent_ip(hop)]}, counters={NO_VIA_SET: 4},
                  labels={100: (1, len(fits))}),
-            Case("too big", config, [too_big], drop_reasons=TOO_BIG, counters={NO_VIA_SET: 4})])
+            Case("too big", config, [too_big], sent={"east": [sent_ip(part) for part in cut]},
+                 counters={NO_VIA_SET: 4}, labels={100: (1, len(too_big))}),
+            Case("too big, with DF", config, [mpls([100], whole)], drop_reasons=TOO_BIG,
+                 counters={NO_VIA_SET: 4})])
 
     def test_a_snapped_frame_counts_with_its_whole_length(self):
         snapped = mpls([100])
@@ -93,6 +101,9 @@ class Example(AgentTest):
         leaving = [sent([(300, 0, 63)], example.packet_of(1396)),
                    sent([(601, 0, 63), (602, 0, 63), (101, 0, 63)], example.packet_of(1388)),
                    sent_ip(f.udp_packet("10.1.0.1", "10.9.0.1", payload=b"x" * 1372, ttl=63)),
+                   *(sent_ip(f.ipv4("10.1.0.1", "10.9.0.1", example.packet_of(1401)[20:][at:at + 1376],
+                                    ttl=63, fragment=at // 8 | more))
+                     for at, more in ((0, 0x2000), (1376, 0))),
                    sent([(304, 0, 63)], example.packet_of(596)),
                    sent([(300, 0, 63)], example.packet_of(60))]
         result = self.run_example()
@@ -101,7 +112,7 @@ class Example(AgentTest):
 
     def test_the_control_plane_gets_the_labelled_frames_that_do_not(self):
         result = self.run_example()
-        self.assertEqual(result.reasons("dropped"), {"MTU exceeded": 6})
+        self.assertEqual(result.reasons("dropped"), {"MTU exceeded": 5})
         self.assertEqual(result.counters()[EXCEPTION], 5)
         swapped = [(300, 0, 63)]
         expected = {2: sent(swapped, example.packet_of(1397)),

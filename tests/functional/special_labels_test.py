@@ -3,7 +3,7 @@
 import unittest
 
 import frames as f
-from agent import CE_EAST, EAST, IP4, AgentTest, hardware, mpls, sent, via
+from agent import CE_EAST, CE_WEST, EAST, IP4, WEST, AgentTest, hardware, lfib, mpls, sent, via
 
 KNOWN = hardware(via("swap", [300]))
 OAM = ("Action", "MPLS Oam packet")
@@ -52,6 +52,31 @@ class ExplicitNull(AgentTest):
         frame = mpls([0], f.udp_packet("10.1.0.1", "10.0.1.1"))
         result = self.run_frames("", [frame])
         self.assertEqual(result.frames("cpu"), [frame])
+
+
+class LspPing(AgentTest):
+    def test_it_goes_to_the_cpu_whatever_label_brought_it(self):
+        decap = lfib(decap={100: "type: ip-lookup, via: {action: pop, payload: auto}"})
+        routes = "routes: [{prefix: 10.9.0.0/16, via: {nexthop: 10.0.2.2}}]\n"
+        for destination in ("127.0.0.1", "127.9.9.9", "::ffff:127.0.0.1"):
+            source = "10.1.0.1" if "." in destination[:4] else "2001:db8:1::1"
+            packet = f.lsp_ping(source, destination, **{
+                "ttl" if source == "10.1.0.1" else "hop_limit": 1})
+            kind = f.ETH_IPV4 if source == "10.1.0.1" else f.ETH_IPV6
+            for labels in ([(100, 0, 64)], [(0, 0, 64)], [(2, 0, 64)], []):
+                with self.subTest(destination=destination, labels=labels):
+                    frame = mpls(labels, packet) if labels else f.eth(WEST, CE_WEST, kind, packet)
+                    result = self.run_frames(decap + routes, [frame])
+                    self.assertEqual(result.frames("cpu"), [frame])
+                    self.assertEqual(result.frames("east"), [])
+
+    def test_other_packets_to_loopback_addresses_go_nowhere(self):
+        decap = lfib(decap={100: "type: ip-lookup, via: {action: pop, payload: auto}"})
+        routes = "routes: [{prefix: \"::/0\", via: {nexthop: \"2001:db8:2::2\"}}]\n"
+        packet = f.udp_packet("2001:db8:1::1", "::ffff:127.0.0.1")
+        result = self.run_frames(decap + routes, [
+            mpls([(100, 0, 64)], packet), f.eth(WEST, CE_WEST, f.ETH_IPV6, packet)])
+        self.assertEqual(result.reasons("dropped"), {"IP destination never on a wire": 2})
 
 
 class EntropyLabel(AgentTest):

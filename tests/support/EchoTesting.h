@@ -34,7 +34,7 @@ inline Bytes mappingOf(const std::string& router, const std::string& interface,
     };
     const bool isIpv4 = router.find(':') == std::string::npos;
     const bool isNumbered = !interface.empty();
-    const std::uint8_t type = (isIpv4 ? 1U : 3U) + (isNumbered ? 0U : 1U);
+    const auto type = static_cast<std::uint8_t>((isIpv4 ? 1U : 3U) + (isNumbered ? 0U : 1U));
     Bytes subTlvs;
     if (labels) {
         for (const std::uint32_t label : *labels) {

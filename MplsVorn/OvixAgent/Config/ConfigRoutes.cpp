@@ -101,17 +101,32 @@ WeightedVia readVia(const ConfigValue& value, const RouteContext& context) {
             weight};
 }
 
+/// What a route does with its packets; `drop` says true, or which ICMP error their source gets.
+L3::Route::Kind readKind(const ConfigMap& map) {
+    using Kind = L3::Route::Kind;
+    const auto drop = map.find("drop");
+    if (!drop) {
+        return Kind::forward;
+    }
+    for (const Kind answered : {Kind::unreachable, Kind::prohibit}) {
+        if (drop->text("drop") == Tessel::wordOf(answered)) {
+            return answered;
+        }
+    }
+    return drop->boolean() ? Kind::drop : Kind::forward;
+}
+
 /// None for a route that drops.
-std::vector<WeightedVia> readRouteVias(const ConfigMap& map, const RouteContext& context) {
+std::vector<WeightedVia> readRouteVias(const ConfigMap& map, L3::Route::Kind kind,
+                                       const RouteContext& context) {
     const auto single = map.find("via");
     const auto list = map.find("vias");
-    const auto drop = map.find("drop");
     if (single && list) {
         single->fail("via and vias cannot both be given");
     }
-    if (drop && drop->boolean()) {
+    if (kind != L3::Route::Kind::forward) {
         if (single || list) {
-            drop->fail("a route that drops has no vias");
+            map.required("drop").fail("a route that drops has no vias");
         }
         return {};
     }
@@ -156,8 +171,8 @@ L3::Route readRoute(const ConfigMap& map, const AgentConfig& config, const PortN
     checkNotConnected(prefix, context);
     L3::Route route;
     route.key = {L3::RouteKey::mainTable, context.prefix.address(), context.prefix.length()};
-    route.vias = readRouteVias(map, context);
-    route.kind = route.vias.empty() ? L3::Route::Kind::drop : L3::Route::Kind::forward;
+    route.kind = readKind(map);
+    route.vias = readRouteVias(map, route.kind, context);
     route.vrf = context.vrf == L3::defaultVrf ? std::string_view() : context.vrf;
     return route;
 }

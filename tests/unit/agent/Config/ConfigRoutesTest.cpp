@@ -63,6 +63,21 @@ TEST(ConfigRoutes, AreReadWithAllTheirKeys) {
     EXPECT_TRUE(config.routes[2].value.vias.empty());
 }
 
+TEST(ConfigRoutes, ARouteThatDropsMayAnswer) {
+    const auto kind = [](const std::string& drop) {
+        const AgentConfig config =
+            parseConfig(routes("  - {prefix: 10.1.0.0/16, drop: " + drop + "}\n"), "t.yaml");
+        EXPECT_TRUE(config.routes[0].value.vias.empty());
+        return config.routes[0].value.kind;
+    };
+    EXPECT_EQ(kind("true"), L3::Route::Kind::drop);
+    EXPECT_EQ(kind("unreachable"), L3::Route::Kind::unreachable);
+    EXPECT_EQ(kind("prohibit"), L3::Route::Kind::prohibit);
+    EXPECT_NE(errorOf(routes("  - {prefix: 10.1.0.0/16, drop: maybe}\n")), "");
+    EXPECT_NE(
+        errorOf(routes("  - {prefix: 10.1.0.0/16, drop: prohibit, via: {interface: eth1}}\n")), "");
+}
+
 TEST(ConfigRoutes, ANextHopIsReachedAtThePortOfItsVrfWithTheLongestSubnet) {
     const AgentConfig config =
         parseConfig(routes("  - {prefix: 10.1.0.0/16, via: {nexthop: 10.0.1.2}}\n"

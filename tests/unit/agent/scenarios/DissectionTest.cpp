@@ -117,7 +117,7 @@ TEST_F(Dissection, EchoRepliesReadAsMeant) {
         {replyTo(labelled({{0}}, echo4(message({})))),
          replyTo(labelled({{300}}, echo4(message({.replyMode = 3})))),
          replyTo(labelled({{0}}, echo4(message({.tlvs = join({fecStack({ldp4}), tlv(99, {1})})})))),
-         lspEchoReply(read(traced), at, known, own),
+         lspEchoReply(read(traced), 0, at, known, own).packet,
          replyTo(labelled({{2}}, echo6(message({.replyMode = 3, .tlvs = fecStack({ldp6})}))))});
     expectNoComplaint();
     EXPECT_EQ(fields("ip.checksum.status udp.checksum.status udp.srcport udp.dstport "

@@ -95,7 +95,7 @@ TEST_F(RoutePublisherTest, PrefixesAreRoutedAsTheirNextHopsSay) {
         {"a VRF's table", prefixRoute(to("203.0.113.0", 24, 10), {hop({}, "192.0.2.6", 5)}),
          "red: via 192.0.2.6 east0 weight 1"},
         {"a VRF's unreachable", prefixRoute(to("0.0.0.0", 0, 10), RouteEnd::unreachable),
-         "red: drop"},
+         "red: unreachable"},
         {"blackhole", prefixRoute(v4, RouteEnd::blackhole), "drop"},
         {"unreachable", prefixRoute(v4, RouteEnd::unreachable), "unreachable"},
         {"prohibit", prefixRoute(v6, RouteEnd::prohibit), "prohibit"},
