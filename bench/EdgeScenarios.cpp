@@ -159,9 +159,9 @@ const std::map<std::string, Edge>& edges() {
         };
     };
     const auto toFec = [](AgentConfig& config, std::uint32_t routes) {
-        Mpls::ViaOptions options;
-        options.fec = 42;
-        labelRoutes(config, routes, LfibViaType::externalFec, swapVia(options));
+        const auto via = Mpls::Via::towardFec(42, Lumo::MplsLabelAction::swap,
+                                              std::array{Lumo::MplsLabel(300)}, {});
+        labelRoutes(config, routes, LfibViaType::externalFec, via.value());
     };
     const auto toEast = [](AgentConfig& config, std::uint32_t routes) {
         Mpls::ViaOptions options;

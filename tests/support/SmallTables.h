@@ -115,7 +115,7 @@ class SmallTables {
             Mpls::LfibViaSet set;
             ask(answers, route, [&] {
                 set = lfib.viaSet(lfib.route(TableTesting::key(label)).viaSetKey);
-                return number(static_cast<unsigned>(set.type)) + number(set.origin) +
+                return number(static_cast<unsigned>(set.type)) + number(set.owner) +
                        number(set.flags) + number(set.viaKeys.size()) + number(set.members.size());
             });
             for (std::uint32_t i = label == ipLabel ? 0 : 1; i < set.members.size(); ++i) {

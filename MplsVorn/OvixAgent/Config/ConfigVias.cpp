@@ -11,6 +11,7 @@ namespace {
 using Lumo::MplsLabel;
 using Lumo::MplsLabelAction;
 using Mpls::LfibViaType;
+using Mpls::PayloadType;
 using Mpls::Via;
 using Mpls::ViaOptions;
 using Mpls::WeightedVia;
@@ -34,6 +35,16 @@ std::vector<MplsLabel> readLabels(const ConfigMap& map, MplsLabelAction action) 
     return readLabelList(*list, "use action pop instead");
 }
 
+void readTrafficClass(const ConfigMap& map, ViaOptions& options) {
+    const auto tc = map.find("tc");
+    options.tcUniform =
+        tc && tc->kind() == ConfigValue::Kind::scalar && tc->text("tc") == "uniform";
+    if (!options.tcUniform) {
+        options.tc = map.optionalNumber<std::uint8_t>("tc", 0, 7);
+    }
+    options.pushTc = map.optionalNumber<std::uint8_t>("push-tc", 0, 7);
+}
+
 ViaOptions readOptions(const ConfigMap& map, const PortNames& ports) {
     ViaOptions options;
     if (const auto port = map.find("interface")) {
@@ -43,22 +54,38 @@ ViaOptions readOptions(const ConfigMap& map, const PortNames& ports) {
         options.nexthop = readIpAddress(*nexthop);
     }
     options.ttl = map.choiceOr("ttl", options.ttl);
-    options.tc = map.optionalNumber<std::uint8_t>("tc", 0, 7);
+    readTrafficClass(map, options);
     options.pushTtl = map.numberOr<std::uint8_t>("push-ttl", 1, 255, 0);
     options.payload = map.choiceOr("payload", options.payload);
     options.mtu = map.numberOr("mtu", Mpls::Via::minMtu, Mpls::Via::maxMtu, 0U);
     options.vlan = map.numberOr<std::uint16_t>("vlan", 1, Via::maxVlan, 0);
-    options.fec = map.numberOr<std::uint64_t>("fec", 0, Via::maxFec, 0);
     const std::string vrf = readVrf(map);
     options.vrf = vrf == L3::defaultVrf ? std::string_view() : vrf;
     return options;
 }
 
-/// A via of a type that looks up in a VRF pops, and leads nowhere else.
+/// A via of a type that looks up in a VRF pops, and leads nowhere else. The packet keeps its TTL
+/// and its class (the pipe model of RFC 3443 and RFC 3270).
+Via readLookUp(const ConfigMap& map, const ConfigValue& value) {
+    for (const std::string_view key : {"interface", "nexthop", "labels", "ttl", "tc", "push-tc",
+                                       "push-ttl", "mtu", "vlan", "fec"}) {
+        if (const auto given = map.find(key)) {
+            given->fail("a lookup in a VRF takes vrf and payload only");
+        }
+    }
+    if (map.choiceOr("action", MplsLabelAction::pop) != MplsLabelAction::pop) {
+        map.failFor("action", "a lookup in a VRF pops");
+    }
+    return viaOrFail(value, Via::popAndLookUp(std::string_view(readVrf(map)),
+                                              map.choiceOr("payload", PayloadType::automatic)));
+}
+
 Tessel::Result<Via> makeVia(LfibViaType type, MplsLabelAction action, Via::Labels labels,
-                            const ViaOptions& options) {
-    if (Mpls::looksUp(type)) {
-        return Via::popAndLookUp(options.vrf, options.payload);
+                            const ViaOptions& options, std::uint64_t fec) {
+    if (fec != 0) {
+        return type == LfibViaType::externalFec
+                   ? Via::towardFec(fec, action, labels, options)
+                   : Tessel::Refused{"fec goes with type external-fec"};
     }
     switch (action) {
     case MplsLabelAction::push:
@@ -72,14 +99,16 @@ Tessel::Result<Via> makeVia(LfibViaType type, MplsLabelAction action, Via::Label
 
 WeightedVia readVia(const ConfigValue& value, LfibViaType type, const PortNames& ports) {
     const ConfigMap map(value, {"interface", "nexthop", "weight", "action", "labels", "ttl", "tc",
-                                "push-ttl", "payload", "mtu", "vlan", "fec", "vrf"});
+                                "push-tc", "push-ttl", "payload", "mtu", "vlan", "fec", "vrf"});
     const auto weight = map.numberOr<std::uint32_t>("weight", 0, maxWeight, 1);
-    const auto action = Mpls::looksUp(type) && !map.find("action")
-                            ? MplsLabelAction::pop
-                            : map.required("action").choice<MplsLabelAction>("action");
+    if (Mpls::looksUp(type)) {
+        return {readLookUp(map, value), weight};
+    }
+    const auto action = map.required("action").choice<MplsLabelAction>("action");
     const std::vector<MplsLabel> labels = readLabels(map, action);
+    const auto fec = map.numberOr<std::uint64_t>("fec", 0, Via::maxFec, 0);
     const ViaOptions options = readOptions(map, ports);
-    return {viaOrFail(value, makeVia(type, action, labels, options)), weight};
+    return {viaOrFail(value, makeVia(type, action, labels, options, fec)), weight};
 }
 
 void checkWeights(const ConfigValue& value, std::span<const WeightedVia> vias) {

@@ -138,8 +138,8 @@ JSON: {"tables", "generation", "time", "routes": [ROUTE]}
                 "backups": [VIA]}
     mvpn       {"table", "vrfId", "interface"}
   A damaged entry has its label, id or vrfId and "corrupt": TEXT.
-  VIA: {"action", "labels", "nexthop", "interface", "weight", "ttl", "tc", "pushTtl", "payload",
-        "mtu", "vlan", "fec", "vrf"}
+  VIA: {"action", "labels", "nexthop", "interface", "weight", "ttl", "tc", "pushTc", "pushTtl",
+        "payload", "mtu", "vlan", "fec", "vrf"}
   Every key is always there; null means unset.)",
      "0:* @shown-tables@\n"},
     {"lfib",

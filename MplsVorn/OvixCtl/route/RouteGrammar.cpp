@@ -29,6 +29,7 @@ struct Hop {
     MplsLabelAction action = MplsLabelAction::pop;
     std::vector<Lumo::MplsLabel> labels;
     Mpls::ViaOptions options;
+    std::uint64_t fec = 0;
     std::uint32_t weight = 1;
 };
 
@@ -49,7 +50,7 @@ class Parser {
         std::string_view word;
         void (Parser::*take)();
     };
-    static const std::array<Word, 10> all;
+    static const std::array<Word, 11> all;
 
   private:
     static std::optional<TableId> lfibNamed(std::string_view word) noexcept {
@@ -70,6 +71,7 @@ class Parser {
     void takeAddress();
     void takeInterface() { hop().options.intf = nextInterface(hop().options.intf); }
     void takeWeight();
+    void takeFec() { hop().fec = parseNumber(next("a fec"), "fec", 1, Mpls::Via::maxFec); }
     Lumo::IntfId nextInterface(Lumo::IntfId given);
 
     Hop& hop() { return hop_ ? *hop_ : hop_.emplace(); }
@@ -86,7 +88,7 @@ class Parser {
     bool hasNexthop_ = false;
 };
 
-constexpr std::array<Parser::Word, 10> Parser::all{{
+constexpr std::array<Parser::Word, 11> Parser::all{{
     {"table", &Parser::takeTable},
     {"multicast", &Parser::takeMulticast},
     {"type", &Parser::takeType},
@@ -97,6 +99,7 @@ constexpr std::array<Parser::Word, 10> Parser::all{{
     {"via", &Parser::takeAddress},
     {"dev", &Parser::takeInterface},
     {"weight", &Parser::takeWeight},
+    {"fec", &Parser::takeFec},
 }};
 
 } // namespace
@@ -241,11 +244,15 @@ void Parser::takeWeight() {
         parseNumber(next("a weight"), "weight", 0, std::numeric_limits<std::uint32_t>::max()));
 }
 
-Tessel::Result<Mpls::Via> viaOf(MplsLabelAction action, const std::vector<Lumo::MplsLabel>& labels,
-                                Mpls::ViaOptions options) {
+Tessel::Result<Mpls::Via> viaOf(const Hop& hop) {
     using Mpls::Via;
-    const bool leadsOut = !options.intf.empty() || options.fec != 0 ||
-                          options.nexthop.family() != Lumo::IpFamily::none;
+    const MplsLabelAction action = hop.action;
+    const std::vector<Lumo::MplsLabel>& labels = hop.labels;
+    Mpls::ViaOptions options = hop.options;
+    if (hop.fec != 0) {
+        return Via::towardFec(hop.fec, action, labels, options);
+    }
+    const bool leadsOut = !options.intf.empty() || options.nexthop.family() != Lumo::IpFamily::none;
     if (action == MplsLabelAction::pop && !options.vrf.empty() && !leadsOut) {
         Mpls::ViaOptions lookUp;
         lookUp.vrf = options.vrf;
@@ -273,7 +280,7 @@ void Parser::finishHop() {
         return;
     }
     auto& vias = parsed_.route.vias;
-    const auto via = viaOf(hop_->action, hop_->labels, hop_->options);
+    const auto via = viaOf(*hop_);
     if (!via) {
         fail(fmt::format("hop {}: {}", vias.size() + 1, via.refused().what));
     }
@@ -292,11 +299,12 @@ void Parser::finishRoute() {
     }
     route.label = name_.label;
     route.table = name_.table;
-    route.viaType = type_.value_or(route.tail         ? LfibViaType::multicastIpLookup
-                                   : route.isLookUp() ? LfibViaType::ipLookup
-                                                      : LfibViaType::ip);
+    route.viaType = type_.value_or(route.usualViaType());
     if (route.tail.has_value() != (route.viaType == LfibViaType::multicastIpLookup)) {
         fail("type multicast-ip-lookup goes with tail");
+    }
+    if (route.leadsToFec() && route.viaType != LfibViaType::externalFec) {
+        fail("fec goes with type external-fec");
     }
     if (endsHere) {
         checkEnd();

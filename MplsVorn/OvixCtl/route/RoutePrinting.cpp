@@ -91,10 +91,7 @@ class LineWriter {
             words_.addIf(route.vias.size() > 1 || route.tail, "nexthop");
             add(via);
         }
-        const auto usual = route.tail         ? Mpls::LfibViaType::multicastIpLookup
-                           : route.isLookUp() ? Mpls::LfibViaType::ipLookup
-                                              : Mpls::LfibViaType::ip;
-        words_.addIf(route.viaType != usual, "type", textOf(route.viaType));
+        words_.addIf(route.viaType != route.usualViaType(), "type", textOf(route.viaType));
     }
     void operator()(const Mpls::Hardware::Route& route) {
         words_.addIf(true, "adjacency", fmt::format("{}", route.adjacencyKey));
@@ -137,6 +134,7 @@ class LineWriter {
             words_.addIf(true, isIpv6 ? "via inet6" : "via inet", via.nexthop().text());
         }
         words_.addIf(!via.intf().empty(), "dev", interfaces_->text(via.intf()));
+        words_.addIf(via.fec() != 0, "fec", fmt::format("{}", via.fec()));
         words_.addIf(member.weight != 1, "weight", fmt::format("{}", member.weight));
         addAttributes(words_, via);
     }
@@ -151,6 +149,9 @@ Json textOrNull(std::string_view text) {
 template <typename Number>
 Json numberOrNull(Number value) {
     return value == 0 ? Json() : Json(value);
+}
+Json numberOrNull(std::optional<std::uint8_t> value) {
+    return value ? Json(*value) : Json();
 }
 std::string dumped(const Json& json) {
     return json.dump(-1, ' ', false, Json::error_handler_t::replace);
@@ -210,12 +211,13 @@ class JsonWriter {
         json["interface"] = intf(options.intf);
         json["weight"] = member.weight;
         json["ttl"] = textOf(options.ttl);
-        json["tc"] = options.tc ? Json(*options.tc) : Json();
+        json["tc"] = options.tcUniform ? Json("uniform") : numberOrNull(options.tc);
+        json["pushTc"] = numberOrNull(options.pushTc);
         json["pushTtl"] = numberOrNull(options.pushTtl);
         json["payload"] = textOf(options.payload);
         json["mtu"] = numberOrNull(options.mtu);
         json["vlan"] = numberOrNull(options.vlan);
-        json["fec"] = numberOrNull(options.fec);
+        json["fec"] = numberOrNull(member.via.fec());
         json["vrf"] = textOrNull(options.vrf.view());
         return json;
     }

@@ -129,21 +129,37 @@ void refuseWord(const std::string& word, std::string_view noun,
                                  OvixAgent::suggestion(word, known)));
 }
 
+namespace {
+
+Text classText(std::optional<std::uint8_t> tc) {
+    return tc ? fmt::format("{}", *tc) : Text();
+}
+
+std::optional<std::uint8_t> parseClass(const std::string& word, std::string_view noun) {
+    return static_cast<std::uint8_t>(parseNumber(word, noun, 0, 7));
+}
+
+} // namespace
+
 const std::vector<ViaAttribute>& viaAttributes() {
     static const std::vector<ViaAttribute> all{
         wordAttribute<&ViaOptions::ttl, Mpls::TtlMode>("ttl"),
-        {"tc", "N",
+        {"tc", "N|uniform",
          [](const ViaOptions& options) {
-             return options.tc ? fmt::format("{}", *options.tc) : Text();
+             return options.tcUniform ? Text("uniform") : classText(options.tc);
          },
          [](ViaOptions& options, std::string_view noun, const std::string& value) {
-             options.tc = static_cast<std::uint8_t>(parseNumber(value, noun, 0, 7));
+             options.tcUniform = value == "uniform";
+             options.tc = options.tcUniform ? std::nullopt : parseClass(value, noun);
+         }},
+        {"push-tc", "N", [](const ViaOptions& options) { return classText(options.pushTc); },
+         [](ViaOptions& options, std::string_view noun, const std::string& value) {
+             options.pushTc = parseClass(value, noun);
          }},
         numberAttribute<&ViaOptions::pushTtl, 1, 255>("push-ttl"),
         wordAttribute<&ViaOptions::payload, Mpls::PayloadType>("payload"),
         numberAttribute<&ViaOptions::mtu, Mpls::Via::minMtu, Mpls::Via::maxMtu>("mtu"),
         numberAttribute<&ViaOptions::vlan, 1, Mpls::Via::maxVlan>("vlan"),
-        numberAttribute<&ViaOptions::fec, 1, Mpls::Via::maxFec>("fec"),
         {"vrf", "NAME",
          [](const ViaOptions& options) {
              return options.vrf.empty() ? Text() : std::string(options.vrf.view());

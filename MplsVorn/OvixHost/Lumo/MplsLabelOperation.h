@@ -40,6 +40,10 @@ class UnboundedMplsLabelOperation {
 
     /// The traffic class to write; unset: RFC 5462, taken from what lies beneath.
     std::optional<std::uint8_t> tc;
+    /// That of the labels above a swapped one; unset: the swapped one's.
+    std::optional<std::uint8_t> pushedTc;
+    /// A pop writes the label's class into what it exposes.
+    bool exposesTc = false;
     /// The TTL of pushed labels in pipe mode.
     std::uint8_t ttl = defaultTtl;
 

@@ -44,7 +44,7 @@ Result<LabelRoute> read(const LfibStatus& lfib, TableId table, Lumo::MplsLabel l
     const LfibViaKey key = set.viaKeys.empty() ? LfibViaKey() : set.viaKeys[0];
     route.viaType = key.viaType;
     route.setType = set.type;
-    route.owner = set.origin;
+    route.owner = set.owner;
     route.flags = set.flags;
     const bool isKeyed = key.index != 0;
     const auto keyed = isKeyed ? readKeyedVia(lfib, key, route) : Result<void>();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <vector>
@@ -29,6 +30,17 @@ struct LabelRoute {
     bool isMulticast() const noexcept { return setType == LfibViaSetType::multicast; }
     /// Pops and looks up in a VRF.
     bool isLookUp() const noexcept { return vias.size() == 1 && vias.front().via.isLookUp(); }
+    bool leadsToFec() const noexcept {
+        return std::any_of(vias.begin(), vias.end(),
+                           [](const WeightedVia& via) { return via.via.fec() != 0; });
+    }
+    /// The type that routes of this kind have unless they say otherwise.
+    LfibViaType usualViaType() const noexcept {
+        return tail           ? LfibViaType::multicastIpLookup
+               : isLookUp()   ? LfibViaType::ipLookup
+               : leadsToFec() ? LfibViaType::externalFec
+                              : LfibViaType::ip;
+    }
 
     friend bool operator==(const LabelRoute&, const LabelRoute&) noexcept = default;
 };

@@ -21,7 +21,7 @@ namespace Mpls::LfibLayout {
 
 struct ViaSetWord {
     std::uint8_t type;
-    std::uint8_t origin;
+    std::uint8_t owner;
     std::uint8_t flags;
     std::uint8_t reserved;
     std::uint16_t viaKeys;

@@ -21,10 +21,10 @@ namespace Mpls {
 ///
 ///      0        1        2        3        4                 8                12
 ///     +--------+--------+-----------------+-----------------+-----------------+
-///     | origin |viaType |    reserved     |      index      |      check      |
+///     | owner  |viaType |    reserved     |      index      |      check      |
 ///     +--------+--------+-----------------+-----------------+-----------------+
 struct LfibViaKey {
-    std::uint8_t origin = 0; ///< who published the via; opaque to forwarding
+    std::uint8_t owner = 0; ///< who put the via there; opaque to forwarding
     LfibViaType viaType = LfibViaType::none;
     std::uint16_t reserved = 0;
     std::uint32_t index = 0; ///< within the table of the via's type
@@ -78,15 +78,15 @@ struct LfibViaSet {
 
     LfibViaSetKey key;
     LfibViaSetType type = LfibViaSetType::unicast;
-    std::uint8_t origin = 0; ///< who published the set; opaque to forwarding
-    std::uint8_t flags = 0;  ///< reserved
+    std::uint8_t owner = 0; ///< who put the set there; opaque to forwarding
+    std::uint8_t flags = 0; ///< reserved
     Tessel::BoundedList<LfibViaKey, capacity> viaKeys;
     Tessel::BoundedList<LfibWeightedVia, capacity> members;
     /// Not part of the record: the table it was read from; empty for a record made elsewhere.
     Ptr<const LfibViaSource> source;
 
     bool isEq(const LfibViaSet& other) const noexcept {
-        return key == other.key && type == other.type && origin == other.origin &&
+        return key == other.key && type == other.type && owner == other.owner &&
                flags == other.flags && viaKeys == other.viaKeys && members == other.members;
     }
 };

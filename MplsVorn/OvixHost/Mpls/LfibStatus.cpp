@@ -59,7 +59,7 @@ LfibViaSet LfibStatus::viaSet(LfibViaSetKey key) const {
     }
     set.key = key;
     set.type = static_cast<LfibViaSetType>(fixed.type);
-    set.origin = fixed.origin;
+    set.owner = fixed.owner;
     set.flags = fixed.flags;
     set.viaKeys.assign(bytes.data() + sizeof fixed, fixed.viaKeys);
     set.members.assign(bytes.data() + sizeof fixed + keyBytes, fixed.members);

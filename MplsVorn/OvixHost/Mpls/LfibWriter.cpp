@@ -31,7 +31,7 @@ void checkDepth(RouteKey key) {
 /// The own words of a via set: its fixed word and its lists, one behind the other.
 void packViaSet(const LfibViaSet& set, std::vector<std::uint64_t>& own) {
     const ViaSetWord fixed{static_cast<std::uint8_t>(set.type),
-                           set.origin,
+                           set.owner,
                            set.flags,
                            0,
                            static_cast<std::uint16_t>(set.viaKeys.size()),

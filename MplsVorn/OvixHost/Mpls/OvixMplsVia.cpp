@@ -15,8 +15,11 @@ Lumo::UnboundedMplsLabelOperation OvixMplsVia::labelOperation() const noexcept {
     const std::span<const std::uint8_t> packed(
         reinterpret_cast<const std::uint8_t*>(labels.view().data()), labels.size());
     Lumo::UnboundedMplsLabelOperation operation(packed);
-    if (trafficClass <= 7) {
-        operation.tc = static_cast<std::uint8_t>(trafficClass);
+    if (TrafficClassField::isLegal(trafficClass)) {
+        const TrafficClassField classes(trafficClass);
+        operation.tc = classes.tc();
+        operation.pushedTc = classes.pushedTc();
+        operation.exposesTc = classes.uniform();
     }
     if (pushTtl > 0 && pushTtl <= Lumo::UnboundedMplsLabelOperation::defaultTtl) {
         operation.ttl = static_cast<std::uint8_t>(pushTtl);

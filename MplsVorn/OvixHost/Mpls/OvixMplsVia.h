@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 
 #include "Lumo/IntfId.h"
@@ -12,13 +13,55 @@
 
 namespace Ovix {
 
+/// The traffic classes of a via record, 0 to 7 each:
+///
+///      31             9         8       7         4 3         0
+///     +----------------+---------+-----------+-----------+
+///     |        0       | uniform | pushed+8  |    tc     |
+///     +----------------+---------+-----------+-----------+
+///
+/// `tc` of 15 and `pushed` of 0 are unset.
+class TrafficClassField {
+  public:
+    static constexpr std::uint32_t unset = 15;
+
+    constexpr explicit TrafficClassField(std::uint32_t value) noexcept : value_(value) {}
+    static constexpr TrafficClassField
+    of(std::optional<std::uint8_t> tc, std::optional<std::uint8_t> pushed, bool uniform) noexcept {
+        return TrafficClassField((uniform ? uniformFlag : 0U) | (pushed ? *pushed + 8U : 0U) << 4U |
+                                 (tc ? *tc : unset));
+    }
+    static constexpr bool isLegal(std::uint32_t value) noexcept {
+        const std::uint32_t tc = value & 15U;
+        const std::uint32_t pushed = value >> 4U & 15U;
+        return value < 2 * uniformFlag && (tc < 8 || tc == unset) && (pushed == 0 || pushed >= 8);
+    }
+
+    constexpr std::uint32_t value() const noexcept { return value_; }
+    /// Of the labels written.
+    constexpr std::optional<std::uint8_t> tc() const noexcept { return classIn(value_ & 15U); }
+    /// Of the labels above a swapped one.
+    constexpr std::optional<std::uint8_t> pushedTc() const noexcept {
+        return classIn((value_ >> 4U & 15U) ^ 8U);
+    }
+    /// A pop writes the label's class into what it exposes.
+    constexpr bool uniform() const noexcept { return (value_ & uniformFlag) != 0; }
+
+  private:
+    static constexpr std::uint32_t uniformFlag = 0x100;
+
+    static constexpr std::optional<std::uint8_t> classIn(std::uint32_t bits) noexcept {
+        return bits < 8 ? std::optional(static_cast<std::uint8_t>(bits)) : std::nullopt;
+    }
+
+    std::uint32_t value_;
+};
+
 /// One resolved via. A value: field by field comparable, and valid exactly when some field differs
 /// from a default via's.
 struct OvixMplsVia {
-    static constexpr std::uint32_t trafficClassUnset = 15;
-
-    std::uint32_t labelAction = 0;                  ///< Lumo::MplsLabelAction
-    std::uint32_t trafficClass = trafficClassUnset; ///< 0..7 to write on imposed labels
+    std::uint32_t labelAction = 0;                         ///< Lumo::MplsLabelAction
+    std::uint32_t trafficClass = TrafficClassField::unset; ///< TrafficClassField
     bool controlWord = false;      ///< a pseudowire's payload follows a control word (RFC 4385)
     bool reserved = false;         ///< part of the record, and not used
     std::uint32_t payloadType = 0; ///< Mpls::PayloadType

@@ -9,6 +9,7 @@ namespace Mpls {
 
 using Lumo::MplsLabelAction;
 using Ovix::OvixMplsVia;
+using Ovix::TrafficClassField;
 using Tessel::Refused;
 using Tessel::Result;
 
@@ -65,24 +66,58 @@ Result<void> checkFields(const OvixMplsVia& record) {
     if (record.ttlMode > static_cast<std::uint32_t>(TtlMode::pipe)) {
         return Refused{"TTL mode " + std::to_string(record.ttlMode) + " is unknown"};
     }
-    if (record.trafficClass > 7 && record.trafficClass != OvixMplsVia::trafficClassUnset) {
-        return Refused{"traffic class " + std::to_string(record.trafficClass) + " is not 0 to 7"};
-    }
     if (record.pushTtl > 255) {
         return Refused{"push TTL " + std::to_string(record.pushTtl) + " is not 1 to 255"};
     }
     if (record.nexthopVlan > Via::maxVlan) {
         return Refused{"VLAN " + std::to_string(record.nexthopVlan) + " is not 1 to 4094"};
     }
-    if (record.fecId() > Via::maxFec) {
-        return Refused{"FEC id " + std::to_string(record.fecId()) + " has more than 56 bits"};
-    }
     return record.reserved ? Refused{"the reserved flag of a via is set"} : Result<void>();
 }
 
+/// What no frame could show is refused.
+Result<void> checkTrafficClass(const OvixMplsVia& record) {
+    if (!TrafficClassField::isLegal(record.trafficClass)) {
+        return Refused{"traffic class " + std::to_string(record.trafficClass) + " is not 0 to 7"};
+    }
+    const TrafficClassField field(record.trafficClass);
+    if (!imposesLabels(record) && (field.tc() || record.pushTtl != 0)) {
+        return Refused{"tc and push-ttl go with push and swap, which write labels"};
+    }
+    if (field.uniform() && record.action() != MplsLabelAction::pop) {
+        return Refused{"tc uniform goes with pop"};
+    }
+    const bool pushesAboveSwapped =
+        record.action() == MplsLabelAction::swap && record.labels.size() > labelSize;
+    if (field.pushedTc() && !pushesAboveSwapped) {
+        return Refused{"push-tc goes with a swap to several labels"};
+    }
+    return {};
+}
+
+bool hasNextHop(const OvixMplsVia& record) noexcept {
+    return !record.intfId.empty() || record.nexthop.family() != Lumo::IpFamily::none;
+}
+
+Result<void> checkFec(const OvixMplsVia& record) {
+    if (record.fecId() == 0) {
+        return {};
+    }
+    if (record.fecId() > Via::maxFec) {
+        return Refused{"FEC id " + std::to_string(record.fecId()) + " has more than 56 bits"};
+    }
+    if (!imposesLabels(record)) {
+        return Refused{"only push and swap lead to a fec"};
+    }
+    const bool hasMore = hasNextHop(record) || !record.vrfName.empty() || record.nexthopMtu != 0 ||
+                         record.nexthopVlan != 0 || record.controlWord;
+    return hasMore
+               ? Refused{"the next hops of a fec have its interface, nexthop, vrf, mtu and vlan"}
+               : Result<void>();
+}
+
 bool leadsOut(const OvixMplsVia& record) noexcept {
-    return !record.intfId.empty() || record.nexthop.family() != Lumo::IpFamily::none ||
-           record.fecId() != 0;
+    return hasNextHop(record) || record.fecId() != 0;
 }
 
 void labelsIs(OvixMplsVia& record, Via::Labels labels) {
@@ -96,10 +131,12 @@ void labelsIs(OvixMplsVia& record, Via::Labels labels) {
     record.labels = std::string_view(packed.data(), size);
 }
 
-OvixMplsVia recordOf(MplsLabelAction action, const ViaOptions& options) noexcept {
+OvixMplsVia recordOf(MplsLabelAction action, const ViaOptions& options,
+                     std::uint64_t fec) noexcept {
     OvixMplsVia record;
     record.labelAction = static_cast<std::uint32_t>(action);
-    record.trafficClass = options.tc ? *options.tc : OvixMplsVia::trafficClassUnset;
+    record.trafficClass =
+        TrafficClassField::of(options.tc, options.pushTc, options.tcUniform).value();
     record.controlWord = options.controlWord;
     record.payloadType = static_cast<std::uint32_t>(options.payload);
     record.ttlMode = static_cast<std::uint32_t>(options.ttl);
@@ -107,8 +144,8 @@ OvixMplsVia recordOf(MplsLabelAction action, const ViaOptions& options) noexcept
     record.intfId = options.intf;
     record.nexthop = options.nexthop;
     record.vrfName = options.vrf;
-    record.fecIdHigh = static_cast<std::uint32_t>(options.fec >> 32U);
-    record.fecIdLow = static_cast<std::uint32_t>(options.fec);
+    record.fecIdHigh = static_cast<std::uint32_t>(fec >> 32U);
+    record.fecIdLow = static_cast<std::uint32_t>(fec);
     record.nexthopMtu = options.mtu;
     record.nexthopVlan = options.vlan;
     return record;
@@ -116,11 +153,12 @@ OvixMplsVia recordOf(MplsLabelAction action, const ViaOptions& options) noexcept
 
 } // namespace
 
-Result<Via> Via::make(MplsLabelAction action, Labels labels, const ViaOptions& options) {
+Result<Via> Via::make(MplsLabelAction action, Labels labels, const ViaOptions& options,
+                      std::uint64_t fec) {
     if (labels.size() > maxLabels) {
         return depthRefused(labels.size());
     }
-    OvixMplsVia record = recordOf(action, options);
+    OvixMplsVia record = recordOf(action, options, fec);
     labelsIs(record, labels);
     if (!leadsOut(record)) {
         return Refused{"leads nowhere: interface, nexthop or fec is needed"};
@@ -136,6 +174,11 @@ Result<Via> Via::push(Labels labels, const ViaOptions& options) {
     return make(MplsLabelAction::push, labels, options);
 }
 
+Result<Via> Via::towardFec(std::uint64_t fec, MplsLabelAction action, Labels labels,
+                           const ViaOptions& options) {
+    return make(action, labels, options, fec);
+}
+
 Result<Via> Via::pop(const ViaOptions& options) {
     return make(MplsLabelAction::pop, {}, options);
 }
@@ -144,7 +187,7 @@ Result<Via> Via::popAndLookUp(const L3::VrfName& vrf, PayloadType payload) {
     ViaOptions options;
     options.vrf = vrf.empty() ? L3::VrfName(L3::defaultVrf) : vrf;
     options.payload = payload;
-    return fromRecord(recordOf(MplsLabelAction::pop, options));
+    return fromRecord(recordOf(MplsLabelAction::pop, options, 0));
 }
 
 Result<Via> Via::forward(const ViaOptions& options) {
@@ -152,11 +195,10 @@ Result<Via> Via::forward(const ViaOptions& options) {
 }
 
 Result<Via> Via::fromRecord(const OvixMplsVia& record) {
-    if (const auto fields = checkFields(record); !fields) {
-        return fields.refused();
-    }
-    if (const auto labels = checkLabels(record); !labels) {
-        return labels.refused();
+    for (const auto check : {checkFields, checkLabels, checkTrafficClass, checkFec}) {
+        if (const Result<void> legal = check(record); !legal) {
+            return legal.refused();
+        }
     }
     const Via via(record);
     if (!leadsOut(record) && !via.isLookUp()) {
@@ -183,12 +225,12 @@ ViaOptions Via::options() const {
     ViaOptions options;
     options.intf = record_.intfId;
     options.nexthop = record_.nexthop;
-    options.fec = record_.fecId();
     options.vrf = record_.vrfName;
     options.ttl = record_.ttl();
-    if (record_.trafficClass != OvixMplsVia::trafficClassUnset) {
-        options.tc = static_cast<std::uint8_t>(record_.trafficClass);
-    }
+    const TrafficClassField classes(record_.trafficClass);
+    options.tc = classes.tc();
+    options.pushTc = classes.pushedTc();
+    options.tcUniform = classes.uniform();
     options.pushTtl = static_cast<std::uint8_t>(record_.pushTtl);
     options.payload = record_.payload();
     options.mtu = record_.nexthopMtu;

@@ -12,14 +12,20 @@
 namespace Mpls {
 
 /// Where a via leads, and what it does beside its label operation. A field of its default value is
-/// unset. A via leads to an interface, to a next hop's address, to both, or to a FEC.
+/// unset. A via that leads to no FEC leads to an interface, to a next hop's address, or to both.
 struct ViaOptions {
-    Lumo::IntfId intf;                            ///< egress interface
-    Lumo::IpGenAddr nexthop;                      ///< next-hop address
-    std::uint64_t fec = 0;                        ///< FEC id, at most 2^56 - 1
-    L3::VrfName vrf;                              ///< VRF in which the payload is routed next
-    TtlMode ttl = TtlMode::uniform;               ///< RFC 3443
-    std::optional<std::uint8_t> tc;               ///< 0..7; unset: copied (RFC 5462, RFC 3270)
+    Lumo::IntfId intf;              ///< egress interface
+    Lumo::IpGenAddr nexthop;        ///< next-hop address
+    L3::VrfName vrf;                ///< VRF in which the payload is routed next
+    TtlMode ttl = TtlMode::uniform; ///< RFC 3443
+    /// 0..7, written on the labels; unset: copied from what is swapped or lies beneath (RFC 5462,
+    /// RFC 3270).
+    std::optional<std::uint8_t> tc;
+    /// 0..7, written on the labels that a swap pushes above the swapped one; unset: as `tc`.
+    std::optional<std::uint8_t> pushTc;
+    /// A pop writes the label's TC into what it exposes: the TC of the label beneath, or the class
+    /// of the packet's DSCP (the uniform model of RFC 3270 section 2.6.3).
+    bool tcUniform = false;
     std::uint8_t pushTtl = 0;                     ///< TTL of pushed labels in pipe mode; unset: 255
     PayloadType payload = PayloadType::automatic; ///< what a pop exposes
     std::uint32_t mtu = 0;                        ///< bytes without link header; unset: the port's
@@ -46,6 +52,10 @@ class Via {
     static Tessel::Result<Via> swap(Labels labels, const ViaOptions& options);
     /// Keeps the incoming label, or an IP packet, and puts 1 to 33 labels on top.
     static Tessel::Result<Via> push(Labels labels, const ViaOptions& options);
+    /// Swaps or pushes, and sends toward a FEC, 1 to 2^56 - 1, whose next hops the agent has.
+    /// `options` give TTL and TC only.
+    static Tessel::Result<Via> towardFec(std::uint64_t fec, Lumo::MplsLabelAction action,
+                                         Labels labels, const ViaOptions& options);
     /// Removes the label and sends what is beneath.
     static Tessel::Result<Via> pop(const ViaOptions& options);
     /// Removes the label and routes what is beneath in a VRF; the empty name is the default VRF's.
@@ -62,6 +72,8 @@ class Via {
     /// Outermost first; empty unless swapped or pushed.
     std::vector<Lumo::MplsLabel> labels() const;
     ViaOptions options() const;
+    /// 0 unless made by towardFec().
+    std::uint64_t fec() const noexcept { return record_.fecId(); }
     Lumo::IntfId intf() const noexcept { return record_.intfId; }
     const Lumo::IpGenAddr& nexthop() const noexcept { return record_.nexthop; }
     /// Made by popAndLookUp().
@@ -75,7 +87,7 @@ class Via {
     explicit Via(const Ovix::OvixMplsVia& record) noexcept : record_(record) {}
 
     static Tessel::Result<Via> make(Lumo::MplsLabelAction action, Labels labels,
-                                    const ViaOptions& options);
+                                    const ViaOptions& options, std::uint64_t fec = 0);
 
     Ovix::OvixMplsVia record_;
 };

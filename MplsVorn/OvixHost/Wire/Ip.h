@@ -120,6 +120,13 @@ class BasicIpv4 : public View<20, Byte> {
         checksumIs(updatedChecksum(checksum(), before, this->u16(ttlAt)));
     }
 
+    /// The same for the traffic class.
+    void trafficClassWithChecksumIs(std::uint8_t value) const noexcept {
+        const std::uint16_t before = this->u16(0);
+        trafficClassIs(value);
+        checksumIs(updatedChecksum(checksum(), before, this->u16(0)));
+    }
+
   private:
     void addressIs(std::size_t offset, const Lumo::IpGenAddr& address) const noexcept {
         assert(address.family() == Lumo::IpFamily::ipv4);

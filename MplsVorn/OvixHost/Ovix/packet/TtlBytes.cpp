@@ -41,8 +41,19 @@ void TtlBytes::ttlIs(PktHdrType type, std::span<std::uint8_t> bytes, std::uint8_
     }
 }
 
+namespace {
+
+constexpr unsigned precedenceShift = 5;
+
+std::uint8_t withPrecedence(std::uint8_t trafficClass, std::uint8_t precedence) noexcept {
+    constexpr unsigned beneath = (1U << precedenceShift) - 1;
+    return static_cast<std::uint8_t>((trafficClass & beneath) | unsigned{precedence}
+                                                                    << precedenceShift);
+}
+
+} // namespace
+
 std::uint8_t trafficClassOf(PktHdrType type, std::span<const std::uint8_t> bytes) noexcept {
-    constexpr unsigned precedenceShift = 5;
     switch (type) {
     case PktHdrType::ipv4:
         return static_cast<std::uint8_t>(Wire::Ipv4(bytes).trafficClass() >> precedenceShift);
@@ -50,6 +61,26 @@ std::uint8_t trafficClassOf(PktHdrType type, std::span<const std::uint8_t> bytes
         return static_cast<std::uint8_t>(Wire::Ipv6(bytes).trafficClass() >> precedenceShift);
     default:
         return Lumo::MplsLabelEntry::load(bytes.data()).tc();
+    }
+}
+
+void trafficClassIs(PktHdrType type, std::span<std::uint8_t> bytes, std::uint8_t tc) noexcept {
+    assert(tc < 8);
+    switch (type) {
+    case PktHdrType::ipv4: {
+        const Wire::Ipv4Writer header(bytes);
+        header.trafficClassWithChecksumIs(withPrecedence(header.trafficClass(), tc));
+        return;
+    }
+    case PktHdrType::ipv6: {
+        const Wire::Ipv6Writer header(bytes);
+        header.flowIs(withPrecedence(header.trafficClass(), tc), header.flowLabel());
+        return;
+    }
+    default: {
+        const auto entry = Lumo::MplsLabelEntry::load(bytes.data());
+        Lumo::MplsLabelEntry(entry.label(), tc, entry.bos(), entry.ttl()).store(bytes.data());
+    }
     }
 }
 

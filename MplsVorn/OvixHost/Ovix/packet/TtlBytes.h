@@ -23,6 +23,8 @@ struct TtlBytes {
 /// the precedence of an IP packet (RFC 3270 maps DSCPs to TC; the class selectors map to
 /// themselves).
 std::uint8_t trafficClassOf(PktHdrType type, std::span<const std::uint8_t> bytes) noexcept;
+/// Writes it. An IP packet keeps the drop precedence in its DSCP's lower bits, and ECN (RFC 3168).
+void trafficClassIs(PktHdrType type, std::span<std::uint8_t> bytes, std::uint8_t tc) noexcept;
 
 /// The destination of an "Ipv4" or "Ipv6" header, which the parser makes of whole headers only; of
 /// other types the address of no family.

@@ -15,7 +15,7 @@ namespace Ovix {
 class ImposedLabels {
   public:
     explicit ImposedLabels(const Lumo::UnboundedMplsLabelOperation& operation)
-        : tc_(operation.tc), ttl_(operation.ttl) {
+        : tc_(operation.tc), pushedTc_(operation.pushedTc), ttl_(operation.ttl) {
         const std::span<const std::uint8_t> packed = operation.packed();
         if (packed.size() > packed_.size()) [[unlikely]] {
             throw Tessel::RangeError("a stack of more than 33 labels");
@@ -35,12 +35,14 @@ class ImposedLabels {
     Lumo::UnboundedMplsLabelOperation operation() const noexcept {
         Lumo::UnboundedMplsLabelOperation operation({packed_.data(), size_});
         operation.tc = tc_;
+        operation.pushedTc = pushedTc_;
         operation.ttl = ttl_;
         return operation;
     }
 
   private:
     std::optional<std::uint8_t> tc_;
+    std::optional<std::uint8_t> pushedTc_;
     std::uint8_t ttl_;
     std::uint8_t size_ = 0;
     std::array<std::uint8_t, 100> packed_; ///< the first size_ are set

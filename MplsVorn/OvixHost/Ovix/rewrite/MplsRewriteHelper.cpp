@@ -63,7 +63,7 @@ Ptr<RewriteInfos> MplsRewriteHelper::createMplsRewrite(
         if (entry.bos() && !payloadKnown(payload, innerHeader)) {
             return nullptr;
         }
-        return listOf(Tessel::make<MplsPopRewriteInfo>(payload, ttlMode));
+        return listOf(Tessel::make<MplsPopRewriteInfo>(payload, ttlMode, operation.exposesTc));
     default:
         return nullptr;
     }

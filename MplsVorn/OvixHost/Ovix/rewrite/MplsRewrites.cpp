@@ -114,7 +114,7 @@ Ptr<RoutingException> MplsSwapRewriteImpl::apply(const Ptr<RoutingContext>& cont
     const std::uint8_t tc = operation.tc.value_or(top.tc());
     const std::uint8_t pushedTtl = info().ttlMode == Mpls::TtlMode::uniform ? ttl : operation.ttl;
     std::uint8_t* front = bytes.writableData().data();
-    writeEntries(front, operation, pushed, tc, pushedTtl, false);
+    writeEntries(front, operation, pushed, operation.pushedTc.value_or(tc), pushedTtl, false);
     Lumo::MplsLabelEntry(operation.label(pushed), tc, top.bos(), ttl)
         .store(front + pushed * entrySize);
     packet.outerTypeIs(PktHdrType::mpls);
@@ -145,6 +145,9 @@ Ptr<RoutingException> MplsPopRewriteImpl::apply(const Ptr<RoutingContext>& conte
         info().ttlMode == Mpls::TtlMode::uniform && top.ttl() > (packet.ttlDecremented() ? 0 : 1);
     if (exposed != PktHdrType::eth && (carriesTtl || indicator)) {
         TtlBytes::ttlIs(exposed, beneath, carriesTtl ? decrementedOnce(packet, top.ttl()) : 0);
+    }
+    if (info().exposesTc && exposed != PktHdrType::eth) {
+        trafficClassIs(exposed, beneath, top.tc());
     }
     if (info().ttlMode == Mpls::TtlMode::pipe) {
         packet.ttlDecrementedIs(false); // a decrement taken so far goes with the entry

@@ -12,7 +12,7 @@ namespace Ovix {
 // decremented once (RFC 3443).
 
 /// Swap the top label: the last label of the operation replaces it, the others are pushed above.
-/// TC stays unless set (RFC 5462).
+/// TC stays unless set (RFC 5462); the labels above have the same one unless theirs is set.
 class MplsSwapRewriteInfo final : public RewriteInfo, public Tessel::Slabbed<MplsSwapRewriteInfo> {
   public:
     static constexpr Tessel::TypeName infoTypeName{"MplsSwap"};
@@ -25,17 +25,19 @@ class MplsSwapRewriteInfo final : public RewriteInfo, public Tessel::Slabbed<Mpl
     const Mpls::TtlMode ttlMode;
 };
 
-/// Pop the top label. Uniform: what it carried takes over its TTL (RFC 3443 section 3.1).
+/// Pop the top label. Uniform: what it carried takes over its TTL (RFC 3443 section 3.1). With
+/// `exposeTc` it takes over the label's class, too (RFC 3270 section 2.6.3).
 class MplsPopRewriteInfo final : public RewriteInfo, public Tessel::Slabbed<MplsPopRewriteInfo> {
   public:
     static constexpr Tessel::TypeName infoTypeName{"MplsPop"};
 
-    MplsPopRewriteInfo(Mpls::PayloadType payloadType, Mpls::TtlMode mode)
-        : payload(payloadType), ttlMode(mode) {}
+    MplsPopRewriteInfo(Mpls::PayloadType payloadType, Mpls::TtlMode mode, bool exposeTc = false)
+        : payload(payloadType), ttlMode(mode), exposesTc(exposeTc) {}
     const Tessel::TypeName& typeName() const noexcept override { return infoTypeName; }
 
     const Mpls::PayloadType payload; ///< what lies under the last label
     const Mpls::TtlMode ttlMode;
+    const bool exposesTc;
 };
 
 /// Push labels onto a labelled frame or an IP packet. TC comes from what lies beneath unless set,

@@ -77,10 +77,35 @@ TEST(ConfigFecs, ErrorsNameLineKeyAndValue) {
 }
 
 TEST(ConfigFecs, AViaMayNameAFecThatIsNotThereYet) {
-    EXPECT_EQ(errorOf(withVia("{fec: 42, action: pop}")), "");
-    EXPECT_EQ(errorOf(withVia("{fec: 72057594037927936, action: pop}")),
-              "t.yaml:6: lfib.decap[0].vias[0].fec: fec 72057594037927936 is out of range "
-              "(0..72057594037927935)");
+    const auto routed = [](const std::string& via, const std::string& type = "external-fec") {
+        return twoPorts + "lfib:\n  decap: [{label: 100, type: " + type + ", via: " + via + "}]\n";
+    };
+    const AgentConfig config =
+        parseConfig(routed("{fec: 72057594037927935, action: swap, labels: [16]}"), "t.yaml");
+    EXPECT_EQ(config.labelRoutes.at(0).value.vias.at(0).via.fec(), Mpls::Via::maxFec);
+    const std::string at = "t.yaml:5: lfib.decap[0].via";
+    EXPECT_EQ(errorOf(routed("{fec: 72057594037927936, action: swap, labels: [16]}")),
+              at + ".fec: fec 72057594037927936 is out of range (0..72057594037927935)");
+    EXPECT_EQ(errorOf(routed("{fec: 42, action: pop}")), at + ": only push and swap lead to a fec");
+    EXPECT_EQ(errorOf(routed("{fec: 42, action: push, labels: [16]}", "ip")),
+              at + ": fec goes with type external-fec");
+}
+
+TEST(ConfigFecs, AViaOfALookupHasNothingThatItDoesNotUse) {
+    const auto lookup = [](const std::string& keys) {
+        return errorOf(twoPorts + "lfib:\n  decap: [{label: 100, type: ip-lookup, via: {" + keys +
+                       "}}]\n");
+    };
+    for (const std::string key :
+         {"interface: eth1", "nexthop: 10.0.0.1", "labels: [16]", "ttl: uniform", "tc: uniform",
+          "push-tc: 1", "push-ttl: 9", "mtu: 1400", "vlan: 7", "fec: 0"}) {
+        EXPECT_EQ(lookup("vrf: red, " + key), "t.yaml:5: lfib.decap[0].via." +
+                                                  key.substr(0, key.find(':')) +
+                                                  ": a lookup in a VRF takes vrf and payload only");
+    }
+    EXPECT_EQ(lookup("vrf: red, action: push"),
+              "t.yaml:5: lfib.decap[0].via.action: a lookup in a VRF pops");
+    EXPECT_EQ(lookup("action: pop, payload: ipv6"), "");
 }
 
 TEST(ConfigFecs, AViaOfALookupNeedsNoAction) {

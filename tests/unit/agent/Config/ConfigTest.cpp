@@ -35,7 +35,7 @@ lfib:
       type: external-fec
       vias:
         - {interface: eth2, nexthop: 10.0.2.2, weight: 3, action: swap, labels: [200, 16],
-           ttl: pipe, tc: 3, push-ttl: 64, payload: ipv4, mtu: 1400, vlan: 10, fec: 7, vrf: red}
+           ttl: pipe, tc: 3, push-ttl: 64, payload: ipv4, mtu: 1400, vlan: 10, vrf: red, push-tc: 0}
         - {nexthop: "2001:db8::1", action: pop}
 hardware:
   adjacencies:
@@ -138,7 +138,7 @@ TEST(Config, ReadsEveryFieldOfAVia) {
     EXPECT_EQ(via.payload, PayloadType::ipv4);
     EXPECT_EQ(via.mtu, 1400U);
     EXPECT_EQ(via.vlan, 10);
-    EXPECT_EQ(via.fec, 7U);
+    EXPECT_EQ(via.pushTc, 0);
     EXPECT_EQ(via.vrf.view(), "red");
 }
 
@@ -226,10 +226,13 @@ TEST(Config, LimitsThemselvesAreAccepted) {
         "{interface: eth1, action: swap, labels: [1048575]}",
         "{interface: eth1, action: push, labels: [4, 6, 7, 15]}",
         "{interface: eth1, action: pop, weight: 4294967295}",
-        "{interface: eth1, action: pop, tc: 0, push-ttl: 1, mtu: 68, vlan: 1}",
-        "{interface: eth1, action: pop, tc: 7, push-ttl: 255, mtu: 65535, vlan: 4094}",
+        "{interface: eth1, action: push, labels: [16], tc: 0, push-ttl: 1, mtu: 68, vlan: 1}",
+        "{interface: eth1, action: push, labels: [16], tc: 7, push-ttl: 255, mtu: 65535, "
+        "vlan: 4094}",
+        "{interface: eth1, action: swap, labels: [16, 17], push-tc: 0}",
+        "{interface: eth1, action: swap, labels: [16, 17], push-tc: 7}",
+        "{interface: eth1, action: pop, tc: uniform}",
         "{interface: eth1, action: pop, weight: 0}, {interface: eth2, action: pop}",
-        "{fec: 72057594037927935, action: pop}",
     };
     for (const char* via : vias) {
         EXPECT_EQ(errorOf(withVia(via)), "") << via;

@@ -87,8 +87,8 @@ TEST(RouteGrammar, AVrfWithAHopIsItsAttribute) {
 
 TEST(RouteGrammar, AnAttributeSetsItsOption) {
     const Mpls::ViaOptions options =
-        parsed("100 as 200 dev a ttl pipe tc 0 push-ttl 9 payload none mtu 1400 vlan 7 fec 5 "
-               "control-word")
+        parsed("100 as 200/201 dev a ttl pipe tc 0 push-tc 6 push-ttl 9 payload none mtu 1400 "
+               "vlan 7 control-word")
             .vias.front()
             .via.options();
     EXPECT_EQ(options.ttl, Mpls::TtlMode::pipe);
@@ -97,8 +97,15 @@ TEST(RouteGrammar, AnAttributeSetsItsOption) {
     EXPECT_EQ(options.payload, Mpls::PayloadType::none);
     EXPECT_EQ(options.mtu, 1400U);
     EXPECT_EQ(options.vlan, 7);
-    EXPECT_EQ(options.fec, 5U);
+    EXPECT_EQ(options.pushTc, std::uint8_t{6});
     EXPECT_TRUE(options.controlWord);
+    EXPECT_TRUE(parsed("100 dev a tc uniform").vias.front().via.options().tcUniform);
+}
+
+TEST(RouteGrammar, ARouteTowardAFecHasItsType) {
+    const LabelRoute route = parsed("100 as 200 fec 5");
+    EXPECT_EQ(route.vias.front().via.fec(), 5U);
+    EXPECT_EQ(route.viaType, Mpls::LfibViaType::externalFec);
 }
 
 TEST(RouteGrammar, ATailMayHaveAnInterfaceAndHops) {
@@ -123,8 +130,11 @@ TEST(RouteGrammar, EveryPrintedRouteIsParsed) {
           "transit 100 push 16 dev a",
           "transit 100 multicast nexthop as to 200 dev a nexthop dev b weight 4294967294",
           "transit 100 as to 16 dev a ttl pipe tc 7 push-ttl 255 payload undefined mtu 65535 "
-          "vlan 4094 fec 72057594037927935 vrf red control-word",
-          "transit 100 as to 16 tc 0 fec 1 type external-fec",
+          "vlan 4094 vrf red control-word",
+          "transit 100 as to 16/17 dev a tc 0 push-tc 0",
+          "transit 100 dev a tc uniform",
+          "transit 100 as to 16 fec 72057594037927935 tc 0",
+          "transit 100 push 16 fec 1 weight 2 ttl pipe push-ttl 1",
           "transit 100 dev 0x0100000000000abc",
           "decap 100 dev a payload none",
           "decap 100 dev a payload ethernet",
@@ -185,6 +195,13 @@ TEST(RouteGrammar, WordsThatAreNotARouteAreNamed) {
         {"100 dev a ttl pip", "ttl \"pip\" is unknown; did you mean \"pipe\"?"},
         {"100 dev a ttl", "the value of ttl is missing at the end"},
         {"100 dev a tc 8", "tc 8 is out of range (0..7)"},
+        {"100 dev a tc 1", "hop 1: tc and push-ttl go with push and swap, which write labels"},
+        {"100 as 200 dev a tc uniform", "hop 1: tc uniform goes with pop"},
+        {"100 as 200 dev a push-tc 1", "hop 1: push-tc goes with a swap to several labels"},
+        {"100 fec 5", "hop 1: only push and swap lead to a fec"},
+        {"100 as 200 fec 5 type ip", "fec goes with type external-fec"},
+        {"100 as 200 fec 5 dev a",
+         "hop 1: the next hops of a fec have its interface, nexthop, vrf, mtu and vlan"},
         {"100 dev a push-ttl 0", "push-ttl 0 is out of range (1..255)"},
         {"100 dev a mtu 67", "mtu 67 is out of range (68..65535)"},
         {"100 dev a mtu 65536", "mtu 65536 is out of range (68..65535)"},

@@ -43,11 +43,12 @@ TEST(RouteText, AnInterfaceWithoutANameIsShownByItsId) {
 
 TEST(RouteJson, EveryKeyOfAnLfibRouteIsThere) {
     const PublishedRoute route("100 as to 200 via 10.0.0.1 dev a");
-    EXPECT_EQ(routeJson(route.read(), route.names()),
-              R"({"table":"transit","label":100,"type":"ip","multicast":false,"lookup":null,)"
-              R"("tail":null,"vias":[{"action":"swap","labels":[200],"nexthop":"10.0.0.1",)"
-              R"("interface":"a","weight":1,"ttl":"uniform","tc":null,"pushTtl":null,)"
-              R"("payload":"auto","mtu":null,"vlan":null,"fec":null,"vrf":null}]})");
+    EXPECT_EQ(
+        routeJson(route.read(), route.names()),
+        R"({"table":"transit","label":100,"type":"ip","multicast":false,"lookup":null,)"
+        R"("tail":null,"vias":[{"action":"swap","labels":[200],"nexthop":"10.0.0.1",)"
+        R"("interface":"a","weight":1,"ttl":"uniform","tc":null,"pushTc":null,"pushTtl":null,)"
+        R"("payload":"auto","mtu":null,"vlan":null,"fec":null,"vrf":null}]})");
 }
 
 TEST(RouteJson, EachTableHasItsKeys) {

@@ -67,7 +67,7 @@ TEST(LfibRecords, ViaSetsAreComparedFieldByField) {
         {"key", [](LfibViaSet& set) { set.key = {1}; }},
         {"upper half of the key", [](LfibViaSet& set) { set.key = {std::uint64_t{1} << 63U}; }},
         {"type", [](LfibViaSet& set) { set.type = LfibViaSetType::multicast; }},
-        {"origin", [](LfibViaSet& set) { set.origin = 1; }},
+        {"owner", [](LfibViaSet& set) { set.owner = 1; }},
         {"flags", [](LfibViaSet& set) { set.flags = 0x80; }},
         {"via keys", [](LfibViaSet& set) { set.viaKeys.push({}); }},
         {"members", [](LfibViaSet& set) { set.members.push({}); }},

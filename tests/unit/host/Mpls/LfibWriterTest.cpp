@@ -177,7 +177,7 @@ TEST_F(Lfib, TheViasOfARouteGivenAsItIsStayUnowned) {
     routeIs(100, {swapVia(1400)});
     const LfibWeightedVia owned = setOf(100).members[0];
     LfibViaSet raw;
-    raw.origin = 5;
+    raw.owner = 5;
     raw.flags = 6;
     raw.viaKeys.push({1, LfibViaType::ip, 2, 3, 4});
     raw.members.push({owned.viaIndex, 9, owned.check}); // borrowed from the other route

@@ -36,6 +36,22 @@ TEST(OvixMplsVia, ATrafficClassIsSetFromZeroToSeven) {
     EXPECT_FALSE(OvixMplsVia().labelOperation().tc);
 }
 
+TEST(OvixMplsVia, ClassesComeBackOneByOne) {
+    using Ovix::TrafficClassField;
+    EXPECT_EQ(TrafficClassField::of({}, {}, false).value(), TrafficClassField::unset);
+    for (std::uint8_t tc = 0; tc < 8; ++tc) {
+        OvixMplsVia via;
+        via.trafficClass = TrafficClassField::of({}, tc, true).value();
+        EXPECT_FALSE(via.labelOperation().tc);
+        EXPECT_EQ(via.labelOperation().pushedTc, tc);
+        EXPECT_TRUE(via.labelOperation().exposesTc);
+        via.trafficClass = TrafficClassField::of(tc, {}, false).value();
+        EXPECT_EQ(via.labelOperation().tc, tc);
+        EXPECT_FALSE(via.labelOperation().pushedTc);
+        EXPECT_FALSE(via.labelOperation().exposesTc);
+    }
+}
+
 TEST(OvixMplsVia, APushTtlThatIsNoneIsTheGreatest) {
     const std::vector<std::pair<std::uint16_t, unsigned>> cases = {
         {0, 255}, {1, 1}, {64, 64}, {255, 255}, {256, 255}, {0xffff, 255}};

@@ -59,16 +59,19 @@ TEST(Via, ALookUpNamesItsVrfAndLeadsToNoPort) {
 
 TEST(Via, EveryOptionComesBack) {
     ViaOptions options = toEast();
-    options.fec = Via::maxFec;
     options.vrf = "blue";
     options.ttl = TtlMode::pipe;
     options.tc = 0;
+    options.pushTc = 7;
     options.pushTtl = 9;
     options.payload = PayloadType::ethernet;
     options.mtu = 1400;
     options.vlan = 4094;
     options.controlWord = true;
-    EXPECT_EQ(Via::swap(stackOf(1), options).value().options(), options);
+    EXPECT_EQ(Via::swap(stackOf(2), options).value().options(), options);
+    options = toEast();
+    options.tcUniform = true;
+    EXPECT_EQ(Via::pop(options).value().options(), options);
     EXPECT_EQ(Via::pop(toEast()).value().options(), toEast());
 }
 
@@ -98,9 +101,56 @@ TEST(Via, LeadsToAnInterfaceANextHopOrAFec) {
     options = {};
     options.nexthop = Lumo::IpGenAddr::fromText("::1");
     EXPECT_TRUE(Via::pop(options));
-    options = {};
-    options.fec = 1;
-    EXPECT_TRUE(Via::swap(stackOf(1), options));
+    EXPECT_TRUE(Via::towardFec(1, MplsLabelAction::swap, stackOf(1), {}));
+    EXPECT_EQ(refusalOf(Via::towardFec(0, MplsLabelAction::swap, stackOf(1), {})), nowhere);
+}
+
+TEST(Via, TowardAFecLabelsArePushedOrSwappedAndNothingElse) {
+    for (const MplsLabelAction action : {MplsLabelAction::push, MplsLabelAction::swap}) {
+        const Via via = Via::towardFec(Via::maxFec, action, stackOf(2), {}).value();
+        EXPECT_EQ(via.action(), action);
+        EXPECT_EQ(via.fec(), Via::maxFec);
+        EXPECT_EQ(via.labels(), stackOf(2));
+    }
+    EXPECT_EQ(Via::pop(toEast()).value().fec(), 0U);
+    EXPECT_EQ(refusalOf(Via::towardFec(1, MplsLabelAction::pop, {}, {})),
+              "only push and swap lead to a fec");
+    void (*const more[])(ViaOptions&){
+        [](ViaOptions& options) { options.intf = Lumo::IntfId("east"); },
+        [](ViaOptions& options) { options.nexthop = Lumo::IpGenAddr::fromText("::1"); },
+        [](ViaOptions& options) { options.vrf = "red"; },
+        [](ViaOptions& options) { options.mtu = 1400; },
+        [](ViaOptions& options) { options.vlan = 7; },
+        [](ViaOptions& options) { options.controlWord = true; },
+    };
+    for (const auto& change : more) {
+        ViaOptions options;
+        change(options);
+        EXPECT_EQ(refusalOf(Via::towardFec(1, MplsLabelAction::swap, stackOf(1), options)),
+                  "the next hops of a fec have its interface, nexthop, vrf, mtu and vlan");
+    }
+}
+
+TEST(Via, ATrafficClassThatNoLabelWouldShowIsRefused) {
+    const char* const noLabels = "tc and push-ttl go with push and swap, which write labels";
+    ViaOptions options = toEast();
+    options.tc = 0;
+    EXPECT_EQ(refusalOf(Via::pop(options)), noLabels);
+    EXPECT_EQ(refusalOf(Via::forward(options)), noLabels);
+    EXPECT_TRUE(Via::push(stackOf(1), options));
+    options = toEast();
+    options.pushTtl = 9;
+    EXPECT_EQ(refusalOf(Via::pop(options)), noLabels);
+    options = toEast();
+    options.tcUniform = true;
+    EXPECT_EQ(refusalOf(Via::swap(stackOf(1), options)), "tc uniform goes with pop");
+    EXPECT_EQ(refusalOf(Via::forward(options)), "tc uniform goes with pop");
+    options = toEast();
+    options.pushTc = 0;
+    const char* const oneLabel = "push-tc goes with a swap to several labels";
+    EXPECT_EQ(refusalOf(Via::swap(stackOf(1), options)), oneLabel);
+    EXPECT_EQ(refusalOf(Via::push(stackOf(2), options)), oneLabel);
+    EXPECT_TRUE(Via::swap(stackOf(2), options));
 }
 
 TEST(Via, ARecordThatIsLegalIsTheViaItCameFrom) {
@@ -124,6 +174,8 @@ TEST(Via, ARecordThatIsNotLegalIsRefused) {
         {"payload type 6 is unknown", [](OvixMplsVia& via) { via.payloadType = 6; }},
         {"TTL mode 2 is unknown", [](OvixMplsVia& via) { via.ttlMode = 2; }},
         {"traffic class 8 is not 0 to 7", [](OvixMplsVia& via) { via.trafficClass = 8; }},
+        {"traffic class 31 is not 0 to 7", [](OvixMplsVia& via) { via.trafficClass = 0x1f; }},
+        {"traffic class 527 is not 0 to 7", [](OvixMplsVia& via) { via.trafficClass = 0x20f; }},
         {"push TTL 256 is not 1 to 255", [](OvixMplsVia& via) { via.pushTtl = 256; }},
         {"VLAN 4095 is not 1 to 4094", [](OvixMplsVia& via) { via.nexthopVlan = 4095; }},
         {"FEC id 72057594037927936 has more than 56 bits",

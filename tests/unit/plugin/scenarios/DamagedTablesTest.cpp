@@ -82,7 +82,7 @@ TEST_F(DamagedTables, CorruptionOfOneTableLeavesTheNextOnesToBeAsked) {
 TEST_F(DamagedTables, ARecordOfNoKeysIsMissingOnlyWhenNothingElseIsSet) {
     const std::vector<std::function<void(Mpls::LfibViaSet&)>> changes = {
         [](Mpls::LfibViaSet& set) { set.type = Mpls::LfibViaSetType::multicast; },
-        [](Mpls::LfibViaSet& set) { set.origin = 1; },
+        [](Mpls::LfibViaSet& set) { set.owner = 1; },
         [](Mpls::LfibViaSet& set) { set.flags = 1; },
         [](Mpls::LfibViaSet& set) { set.members.push({}); },
     };
@@ -99,7 +99,7 @@ TEST_F(DamagedTables, TheRecordGoesIntoTheViaSetUnchanged) {
     for (const auto type : {Mpls::LfibViaType::ip, Mpls::LfibViaType::externalFec}) {
         Mpls::LfibViaSet raw;
         raw.type = Mpls::LfibViaSetType{3};
-        raw.origin = 5;
+        raw.owner = 5;
         raw.flags = 6;
         raw.viaKeys.push({1, type, 2, 3, 4});
         raw.members.push({7, 8, 9});

@@ -49,7 +49,7 @@ class EventTrace : public MadeUpViasFixture {
     void findInHardware() { plugin->viaSetFromHwStatus(frame(), hardware, key(100)); }
     void rawRoute(std::size_t viaKeys) {
         Mpls::LfibViaSet raw;
-        raw.origin = 1;
+        raw.owner = 1;
         for (std::size_t i = 0; i < viaKeys; ++i) {
             raw.viaKeys.push({});
         }
