@@ -10,7 +10,7 @@
 #include "Links.h"
 #include "LivePassage.h"
 #include "LiveRegistration.h"
-#include "Published/TransitRoutes.h"
+#include "Published/TablePublisher.h"
 #include "TableSamples.h"
 
 namespace Bench {
@@ -57,8 +57,15 @@ class Labels {
 
     /// In one batch.
     void leadBy(const std::vector<Mpls::WeightedRecord>& vias) {
+        Mpls::LabelRoute route;
+        for (const Mpls::WeightedRecord& via : vias) {
+            route.vias.push_back({Mpls::Via::fromRecord(via.via).value(), via.weight});
+        }
         for (std::uint32_t i = 0; i < labels; ++i) {
-            Mpls::transitRouteIs(tables_, keyOf(firstLabel + i), vias);
+            route.label = Lumo::MplsLabel(firstLabel + i);
+            if (const auto done = Mpls::transitRouteIs(tables_, route); !done) {
+                throw std::runtime_error(done.refused().what);
+            }
         }
         tables_.commit();
     }

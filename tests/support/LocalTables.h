@@ -8,6 +8,13 @@
 
 namespace TestSupport {
 
+/// Goes over to the newest generation and reports all of its changes.
+inline void refreshWholly(Mpls::PublishedTables& tables) {
+    for (std::size_t page = 0; page <= 2 * Tessel::TableLayout::directoryPages; ++page) {
+        tables.refresh();
+    }
+}
+
 /// A set of tables in this process, both sides of it.
 class LocalTables {
   public:
@@ -22,7 +29,7 @@ class LocalTables {
     void commit() {
         published.noticeSubscribers();
         publisher.commit();
-        published.refreshWholly();
+        refreshWholly(published);
     }
     /// Makes a change visible, or takes it back when it throws.
     template <typename Change>
@@ -34,6 +41,20 @@ class LocalTables {
             throw;
         }
         commit();
+    }
+
+    // The words of the tables where they stand, for a test to damage.
+    std::uint64_t* words() const {
+        return reinterpret_cast<std::uint64_t*>(publisher.tables().memory().data());
+    }
+    /// What refers to the page of a key.
+    std::uint64_t& pageRefOf(Mpls::TableId table, std::uint32_t key) const {
+        return words()[reader->root().tables[static_cast<std::size_t>(table)].directory +
+                       2 * (key / Tessel::TableLayout::pageEntries)];
+    }
+    std::uint64_t& entryOf(Mpls::TableId table, std::uint32_t key) const {
+        return words()[reader->pageOf(static_cast<std::size_t>(table), key) +
+                       key % Tessel::TableLayout::pageEntries];
     }
 
     Mpls::TablePublisher publisher;
@@ -70,23 +91,21 @@ class LocalLfib {
     }
     /// The words of a route's via set where they stand, its header first, for a test to damage.
     std::uint64_t* viaSetWords(Mpls::RouteKey key) const {
-        return words() + Tessel::TableRef{status()->route(key).viaSetKey.value}.unit();
+        return tables_->words() + Tessel::TableRef{status()->route(key).viaSetKey.value}.unit();
     }
     /// Makes what the test has written there pass for what a writer meant.
     void reseal(Mpls::RouteKey key) const {
         std::uint64_t* at = viaSetWords(key);
         const auto head = Tessel::TableLayout::RecordHeader::of(*at);
         const auto [word, ref] = Tessel::TableWriter::seal(
-            static_cast<std::uint32_t>(at - words()), Tessel::RecordKind::viaSet,
+            static_cast<std::uint32_t>(at - tables_->words()), Tessel::RecordKind::viaSet,
             {at + 1, head.ownWords}, std::size_t{head.units} - 1 - head.ownWords);
         *at = word;
         entryOf(key) = ref.word;
     }
     /// The label's entry where it stands.
     std::uint64_t& entryOf(Mpls::RouteKey key) const {
-        const std::uint32_t label = key.topLabel().value();
-        return words()[tables_->reader->pageOf(static_cast<std::size_t>(table_), label) +
-                       label % Tessel::TableLayout::pageEntries];
+        return tables_->entryOf(table_, key.topLabel().value());
     }
 
     Mpls::LfibWriter& writer() { return tables_->publisher.lfib(table_); }
@@ -94,10 +113,6 @@ class LocalLfib {
     std::size_t usedBytes() const { return tables_->publisher.tables().usedBytes(); }
 
   private:
-    std::uint64_t* words() const {
-        return reinterpret_cast<std::uint64_t*>(tables_->publisher.tables().memory().data());
-    }
-
     std::shared_ptr<LocalTables> tables_;
     Mpls::TableId table_;
 };

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "Ip/IpPacket.h"
-#include "Lumo/EthAddr.h"
+#include "Lumo/IpGenAddr.h"
 #include "Lumo/MplsLabel.h"
 
 namespace OvixAgent {

@@ -7,7 +7,7 @@
 #include <system_error>
 
 #include "Config/ConfigError.h"
-#include "Ovix/plugin/ToggleService.h"
+#include "Ovix/plugin/OvixPlugin.h"
 
 namespace OvixAgent {
 

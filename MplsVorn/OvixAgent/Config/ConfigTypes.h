@@ -5,7 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "Lumo/EthAddr.h"
 #include "Lumo/IpGenAddr.h"
 #include "Mpls/Hardware/Status.h"
 #include "Mpls/LabelRoute.h"

@@ -3,7 +3,7 @@
 #include <optional>
 
 #include "Ip/IpRouter.h"
-#include "Lumo/EthAddr.h"
+#include "Lumo/IpGenAddr.h"
 #include "Ovix/packet/PacketContext.h"
 #include "Ovix/routing/RoutingContext.h"
 #include "State/Egress.h"

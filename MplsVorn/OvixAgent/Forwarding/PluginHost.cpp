@@ -3,7 +3,7 @@
 #include <cassert>
 #include <filesystem>
 
-#include "Plugin/Library.h"
+#include "Plugin/Loader.h"
 #include "Wire/Ethernet.h"
 
 namespace OvixAgent {

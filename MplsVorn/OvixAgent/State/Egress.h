@@ -1,6 +1,5 @@
 #pragma once
 
-#include "Lumo/EthAddr.h"
 #include "Lumo/IpGenAddr.h"
 #include "Ovix/rewrite/RewriteImpl.h"
 #include "State/PortTable.h"

@@ -3,6 +3,7 @@
 #include <cassert>
 
 #include "Tessel/Fib/FecId.h"
+#include "Tessel/WeightedChoice.h"
 
 namespace OvixAgent {
 
@@ -26,12 +27,10 @@ const WeightedNextHop* FecTable::choose(Lumo::IntfId intf, std::uint32_t flowHas
     if (members == nullptr) {
         return nullptr;
     }
-    std::uint32_t rest = flowHash % members->totalWeight;
-    const WeightedNextHop* nextHop = &nextHops_[members->first];
-    for (; rest >= nextHop->weight; ++nextHop) {
-        rest -= nextHop->weight;
-    }
-    return nextHop;
+    const WeightedNextHop* first = &nextHops_[members->first];
+    return first + Tessel::weightedChoice(flowHash % members->totalWeight,
+                                          nextHops_.size() - members->first,
+                                          [&](std::size_t i) { return first[i].weight; });
 }
 
 } // namespace OvixAgent

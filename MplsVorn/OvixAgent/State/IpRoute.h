@@ -4,13 +4,14 @@
 #include <cstdint>
 #include <vector>
 
-#include "Lumo/EthAddr.h"
+#include "Lumo/IpGenAddr.h"
 #include "Lumo/MplsLabelOperation.h"
 #include "Ovix/rewrite/RewriteImpl.h"
 #include "Published/IpRoutes.h"
 #include "State/Fate.h"
 #include "State/Neighbours.h"
 #include "State/PortTable.h"
+#include "Tessel/WeightedChoice.h"
 
 namespace OvixAgent {
 
@@ -51,14 +52,9 @@ class IpRoute {
 
     /// The via of a flow: each has its share of the hashes by its weight. The route must forward.
     const IpRouteVia& choose(std::uint32_t hash) const noexcept {
-        std::uint64_t rest = hash % totalWeight_;
-        for (const IpRouteVia& via : vias_) {
-            if (rest < via.weight) {
-                return via;
-            }
-            rest -= via.weight;
-        }
-        return vias_.back();
+        assert(totalWeight_ > 0);
+        return vias_[Tessel::weightedChoice(hash % totalWeight_, vias_.size(),
+                                            [&](std::size_t i) { return vias_[i].weight; })];
     }
 
   private:

@@ -3,7 +3,7 @@
 #include <array>
 #include <cstdint>
 
-#include "Lumo/EthAddr.h"
+#include "Lumo/IpGenAddr.h"
 #include "Lumo/Pkt.h"
 #include "Ovix/packet/PacketContext.h"
 #include "State/PortTable.h"

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "Config/ConfigTypes.h"
-#include "Lumo/EthAddr.h"
 #include "Lumo/IpGenAddr.h"
 
 namespace OvixAgent {

@@ -4,9 +4,8 @@
 #include <vector>
 
 #include "Config/ConfigTypes.h"
-#include "Lumo/EthAddr.h"
 #include "Lumo/IntfId.h"
-#include "Lumo/VrfName.h"
+#include "Lumo/IpGenAddr.h"
 #include "State/TransmitPort.h"
 #include "Summary/Summary.h"
 #include "Tessel/FlatMap.h"

@@ -1,6 +1,6 @@
 #include "State/VrfRoot.h"
 
-#include "Lumo/VrfName.h"
+#include "Lumo/IntfId.h"
 #include "Tessel/TypeName.h"
 
 namespace OvixAgent {

@@ -2,7 +2,6 @@
 #include <fmt/format.h>
 
 #include "Published/TablePublisher.h"
-#include "Published/TransitRoutes.h"
 #include "commands/Output.h"
 #include "route/RouteGrammar.h"
 #include "tables/FrozenTables.h"

@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "Published/TransitRoutes.h"
+#include "Published/TablePublisher.h"
 
 namespace OvixFpm {
 

@@ -5,6 +5,17 @@
 #include <functional>
 #include <string_view>
 
+#include "Tessel/BoundedString.h"
+
+namespace L3 {
+
+/// The name of a VRF; empty means none named.
+using VrfName = Tessel::BoundedString<100>;
+
+inline constexpr std::string_view defaultVrf = "default";
+
+} // namespace L3
+
 namespace Lumo {
 
 /// Identifies an interface: a 64-bit id of which the top byte says what kind it is. The id made

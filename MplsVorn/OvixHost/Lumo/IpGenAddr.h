@@ -7,6 +7,9 @@
 
 namespace Lumo {
 
+/// An Ethernet MAC address, first byte on the wire first.
+using EthAddr = std::array<std::uint8_t, 6>;
+
 enum class IpFamily : std::uint8_t { none = 0, ipv4 = 4, ipv6 = 6 };
 
 /// An IPv4 or IPv6 address with its family, in network byte order; an IPv4 address fills the first

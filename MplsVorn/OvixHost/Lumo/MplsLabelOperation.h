@@ -2,7 +2,6 @@
 
 #include <cassert>
 #include <cstdint>
-#include <iosfwd>
 #include <optional>
 #include <span>
 #include <vector>
@@ -14,9 +13,6 @@ namespace Lumo {
 
 /// What a via does to the label it is chosen for.
 enum class MplsLabelAction : std::uint8_t { none = 0, push = 1, pop = 2, swap = 3 };
-
-/// Prints the action's number, as traces show it.
-std::ostream& operator<<(std::ostream& out, MplsLabelAction action);
 
 /// The labels that a via imposes or swaps in, outermost first, in any number, and their traffic
 /// class and TTL. A view: the labels belong to the via record.
@@ -31,10 +27,12 @@ class UnboundedMplsLabelOperation {
         : packed_(packed) {}
 
     std::size_t depth() const noexcept { return packed_.size() / packedLabelSize; }
-    MplsLabel label(std::size_t index) const {
+    /// Throws RangeError for one of more than 20 bits, which its value shows.
+    MplsLabel label(std::size_t index) const { return MplsLabel(value(index)); }
+    std::uint32_t value(std::size_t index) const noexcept {
         assert(index < depth());
         const std::uint8_t* at = packed_.data() + index * packedLabelSize;
-        return MplsLabel((std::uint32_t{at[0]} << 16U) | (std::uint32_t{at[1]} << 8U) | at[2]);
+        return (std::uint32_t{at[0]} << 16U) | (std::uint32_t{at[1]} << 8U) | at[2];
     }
     std::span<const std::uint8_t> packed() const noexcept { return packed_; }
 

@@ -61,6 +61,7 @@ std::span<std::uint8_t> Pkt::pushFront(std::size_t count) {
 }
 
 void Pkt::move(std::size_t headroom) {
+    assert(front_ + length_ <= capacity_);
     std::uint32_t capacity = 0;
     std::uint8_t* fresh = manager_->takeBuffer(headroom + length_, capacity);
     if (buffer_ != nullptr) {

@@ -5,7 +5,6 @@
 #include <cstring>
 
 #include "Lumo/IntfId.h"
-#include "Lumo/VrfName.h"
 #include "Mpls/RouteKey.h"
 #include "Mpls/Types.h"
 #include "Tessel/BoundedList.h"

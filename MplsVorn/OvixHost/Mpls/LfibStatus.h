@@ -16,7 +16,7 @@ namespace Mpls {
 /// and checks every index, offset and count before it follows it: damage throws
 /// Tessel::CorruptionDetected, a list count beyond a list's capacity Tessel::RangeError. An absent
 /// key reads as the default record. Reads are of the generation that the tables' reader holds.
-class LfibStatus : public LfibViaSource {
+class LfibStatus : public LfibViaSource, public Tessel::CorruptionHook {
   public:
     static constexpr std::string_view entityTypeName = "Mpls::LfibStatus";
     enum Attr : Tessel::AttrId { routeAttr = 0 };
@@ -50,15 +50,9 @@ class LfibStatus : public LfibViaSource {
         });
     }
 
-    /// The corruption hook: reads report damage here.
-    void doCorruptionDetected(std::string_view message) const { corruptions_.add(message); }
-    std::uint64_t corruptionsDetected() const noexcept { return corruptions_.count(); }
-    const std::string& lastCorruption() const noexcept { return corruptions_.last(); }
-
   private:
     Ptr<const Tessel::TableReader> tables_;
     std::size_t table_;
-    mutable Tessel::Corruptions corruptions_;
 };
 
 } // namespace Mpls

@@ -152,6 +152,7 @@ void LfibWriter::addVia(RecordKind kind, std::span<const std::uint8_t> bytes,
                         std::uint32_t weight) {
     const std::size_t first = words_.size();
     const std::size_t count = wordsFor(bytes.size());
+    assert(count <= maxViaWords && set_.members.size() == vias_.size());
     words_.resize(first + count);
     std::memcpy(words_.data() + first, bytes.data(), bytes.size());
     vias_.push_back({kind, first, count});
@@ -182,6 +183,7 @@ void LfibWriter::publish(RouteKey key) {
         placed.viaKeys = {};
         placed.viaKeys.push({0, set_.viaKeys[0].viaType, 0, first.viaIndex, first.check});
     }
+    assert(placed.members.size() == set_.members.size() && own_.size() + 1 == ownUnits);
     packViaSet(placed, own_);
     tables_->replaceRecord(table_, key.topLabel().value(),
                            tables_->recordIs(unit, RecordKind::viaSet, own_, behind_));

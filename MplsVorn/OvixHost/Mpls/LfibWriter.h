@@ -7,7 +7,7 @@
 #include "Mpls/LabelRoute.h"
 #include "Mpls/LfibRecords.h"
 #include "Mpls/TableDirectory.h"
-#include "Mpls/WeightedRecord.h"
+#include "Mpls/Via.h"
 #include "Tables/TableWriter.h"
 
 namespace Mpls {

@@ -7,7 +7,6 @@
 #include "Lumo/IntfId.h"
 #include "Lumo/IpGenAddr.h"
 #include "Lumo/MplsLabelOperation.h"
-#include "Lumo/VrfName.h"
 #include "Mpls/Types.h"
 #include "Tessel/BoundedString.h"
 

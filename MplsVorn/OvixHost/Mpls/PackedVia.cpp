@@ -1,6 +1,7 @@
 #include "Mpls/PackedVia.h"
 
 #include <algorithm>
+#include <cassert>
 #include <concepts>
 #include <cstring>
 #include <limits>
@@ -170,6 +171,7 @@ PackedVia::PackedVia(const OvixMplsVia& via) noexcept {
     });
     std::memcpy(bytes_.data(), &mask, sizeof mask);
     size_ = sizeof mask + writer.size();
+    assert(index == defaultFields.size() && size_ <= maxBytes);
 }
 
 // One straight run without calls: this is read for every frame.

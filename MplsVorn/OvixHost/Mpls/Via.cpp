@@ -42,10 +42,7 @@ Result<void> checkLabels(const OvixMplsVia& record) {
         return depthRefused(depth);
     }
     for (std::size_t i = 0; i < depth; ++i) {
-        std::uint32_t label = 0;
-        for (const char byte : record.labels.view().substr(i * labelSize, labelSize)) {
-            label = label << 8U | static_cast<std::uint8_t>(byte);
-        }
+        const std::uint32_t label = record.labelOperation().value(i);
         if (label > Lumo::MplsLabel::max) {
             return Refused{"label " + std::to_string(label) + " has more than 20 bits"};
         }

@@ -1,6 +1,7 @@
 #include "Published/InterfaceNames.h"
 
 #include <array>
+#include <cassert>
 #include <cstring>
 #include <optional>
 
@@ -73,6 +74,7 @@ Lumo::IntfId NamesWriter::intfId(std::string_view name) {
         return intf;
     }
     std::array<std::uint64_t, maxWords> words{};
+    assert(name.size() <= maxName && !tables_->entry(table_, next_));
     words[0] = name.size();
     std::memcpy(words.data() + 1, name.data(), name.size());
     tables_->recordEntryIs(table_, next_, RecordKind::interfaceName,

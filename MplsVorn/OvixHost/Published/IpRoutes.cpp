@@ -1,6 +1,7 @@
 #include "Published/IpRoutes.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstring>
 #include <limits>
 #include <stdexcept>
@@ -160,7 +161,8 @@ bool RoutesWriter::routeDel(const RouteKey& key) {
     if (known == places_.end()) {
         return false;
     }
-    tables_->recordEntryDel(table_, known->second);
+    [[maybe_unused]] const bool wasThere = tables_->recordEntryDel(table_, known->second);
+    assert(wasThere && known->second < nextPlace_);
     freePlaces_.push_back(known->second);
     places_.erase(known);
     return true;

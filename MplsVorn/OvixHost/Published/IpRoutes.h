@@ -7,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "Lumo/IntfId.h"
 #include "Lumo/IpGenAddr.h"
-#include "Lumo/VrfName.h"
 #include "Mpls/Hardware/Adjacency.h"
 #include "Tables/TableReader.h"
 #include "Tables/TableWriter.h"

@@ -79,15 +79,6 @@ void PublishedTables::report(Watched& watched) {
     }
 }
 
-void PublishedTables::refreshWholly() {
-    refresh();
-    // A table whose changes cannot be read, since the generation held is no longer kept and there
-    // is no newer one, is left at that.
-    for (std::size_t i = 0; reporting_ && i < 2 * Tessel::TableLayout::directoryPages; ++i) {
-        refresh();
-    }
-}
-
 void PublishedTables::corruptionDetected(const char* message) const {
     for (const Ptr<LfibStatus>& lfib : lfibs_) {
         lfib->doCorruptionDetected(message);

@@ -43,8 +43,6 @@ class PublishedTables {
             takeNewest();
         }
     }
-    /// The same, until nothing is left to report.
-    void refreshWholly();
 
     /// Tables' corruptions detected so far, in all.
     std::uint64_t corruptionsDetected() const noexcept;

@@ -27,31 +27,19 @@ class ClearCountersRequests : public Tessel::Entity {
 };
 
 /// Watches the request queue for one keeper of counters.
-class ClearCountersSmBase : public Tessel::Counted, public Tessel::Subscriber {
+class ClearCountersSmBase : public Tessel::Reactor {
   public:
     explicit ClearCountersSmBase(Ptr<ClearCountersRequests> requests)
-        : requests_(std::move(requests)) {}
-    ~ClearCountersSmBase() override { hasNotificationActiveIs(false); }
+        : Reactor(requests, ClearCountersRequests::requestAttr), requests_(std::move(requests)) {}
 
     const Ptr<ClearCountersRequests>& requests() const noexcept { return requests_; }
 
-    /// Switches the reaction to requests on or off; without a queue there is nothing to hear.
-    void hasNotificationActiveIs(bool active);
-    bool hasNotificationActive() const noexcept { return active_; }
-
-    /// While the owner is being torn down nothing is reacted to.
-    virtual void zelDoZombieReactors(bool zombie) noexcept { zombie_ = zombie; }
-
-    void attributeChanged(const Tessel::Entity& publisher, Tessel::AttrId attribute,
-                          std::uint64_t key) override;
-
   protected:
     virtual void clearAllCounters() = 0;
+    void react(std::uint64_t) override { clearAllCounters(); }
 
   private:
     Ptr<ClearCountersRequests> requests_;
-    bool active_ = false;
-    bool zombie_ = false;
 };
 
 } // namespace Counter

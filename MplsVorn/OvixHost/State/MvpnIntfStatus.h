@@ -52,7 +52,7 @@ struct MvpnPlaces {
 };
 
 /// The provider-multicast interfaces of the multicast VPNs, by VRF: the reading side.
-class MvpnIntfStatus : public Tessel::Entity {
+class MvpnIntfStatus : public Tessel::Entity, public Tessel::CorruptionHook {
   public:
     static constexpr std::string_view entityTypeName = "Routing::Multicast::MvpnIntfStatus";
     static constexpr std::string_view mountPath = "routing/multicast/mvpn/intfStatus";
@@ -74,17 +74,11 @@ class MvpnIntfStatus : public Tessel::Entity {
             table_, [&](std::uint32_t place, Tessel::TableRef ref) { visitor(read(place, ref)); });
     }
 
-    /// The corruption hook: reads report damage here.
-    void doCorruptionDetected(std::string_view message) const { corruptions_.add(message); }
-    std::uint64_t corruptionsDetected() const noexcept { return corruptions_.count(); }
-    const std::string& lastCorruption() const noexcept { return corruptions_.last(); }
-
   private:
     MvpnVrfIntfId read(std::uint32_t place, Tessel::TableRef ref) const;
 
     Ptr<const Tessel::TableReader> tables_;
     std::size_t table_;
-    mutable Tessel::Corruptions corruptions_;
 };
 
 } // namespace Routing::Multicast

@@ -1,6 +1,7 @@
 #include "State/MvpnIntfWriter.h"
 
 #include <array>
+#include <cassert>
 #include <stdexcept>
 #include <vector>
 
@@ -72,6 +73,7 @@ bool MvpnIntfWriter::vrfIntfIdDel(VrfId vrf) {
     }
     for (std::uint32_t at = MvpnPlaces::next(hole); tables_->entry(table_, at);
          at = MvpnPlaces::next(at)) {
+        assert(at != hole);
         const std::uint32_t toHole = (at - hole) & Tessel::TableLayout::maxKey;
         if (MvpnPlaces::distance(at, vrfAt(at)) >= toHole) {
             const auto held = tables_->record(tables_->entry(table_, at));

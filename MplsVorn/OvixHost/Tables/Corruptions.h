@@ -10,19 +10,20 @@
 
 namespace Tessel {
 
-/// Counts the damage that reads of a table found, and keeps the last message.
-class Corruptions {
+/// The corruption hook of a table: reads report damage here, which it counts, and it keeps the last
+/// message.
+class CorruptionHook {
   public:
-    void add(std::string_view message) {
+    void doCorruptionDetected(std::string_view message) const {
         ++count_;
         last_ = message;
     }
-    std::uint64_t count() const noexcept { return count_; }
-    const std::string& last() const noexcept { return last_; }
+    std::uint64_t corruptionsDetected() const noexcept { return count_; }
+    const std::string& lastCorruption() const noexcept { return last_; }
 
   private:
-    std::uint64_t count_ = 0;
-    std::string last_;
+    mutable std::uint64_t count_ = 0;
+    mutable std::string last_;
 };
 
 /// Reads a record of a shared table by calling `read`. Damage never stops the frame: it is reported

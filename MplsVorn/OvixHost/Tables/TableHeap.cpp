@@ -13,6 +13,7 @@ void TableHeap::recover(std::vector<Block> reached, std::uint32_t end,
                         std::uint64_t lastReachedBy) {
     std::sort(reached.begin(), reached.end(),
               [](const Block& a, const Block& b) { return a.unit < b.unit; });
+    assert(end >= heapUnit);
     reached.push_back({end, 0});
     end_ = end;
     live_ = 0;
@@ -26,6 +27,7 @@ void TableHeap::recover(std::vector<Block> reached, std::uint32_t end,
         from = std::max(from, block.unit + block.units);
         live_ += block.units;
     }
+    assert(from == end);
     retiredUnits_ = gaps.units;
     retired_.push_back(std::move(gaps));
 }
@@ -141,6 +143,7 @@ bool TableHeap::reuse(bool whateverItsAge) {
     if (retired_.empty()) {
         return false;
     }
+    assert(retiredUnits_ > 0 || retired_.front().units == 0);
     const Clock::time_point now = Clock::now();
     auto* header = reinterpret_cast<TableHeader*>(memory_->bytes().data());
     bool freed = false;
@@ -187,6 +190,7 @@ void TableHeap::committed(std::uint64_t generation) {
     for (const Block& block : released_) {
         units += block.units;
     }
+    assert(retired_.empty() || retired_.back().lastReachedBy <= generation);
     retired_.push_back({generation, Clock::now(), std::move(released_), units});
     retiredUnits_ += units;
     released_.clear();

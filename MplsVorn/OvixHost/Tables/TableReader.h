@@ -47,7 +47,10 @@ class TableReader : public Counted {
     std::size_t table(std::string_view path, std::string_view typeName) const;
 
     /// Keys of the table that have an entry.
-    std::uint32_t entries(std::size_t table) const noexcept { return root_.tables[table].entries; }
+    std::uint32_t entries(std::size_t table) const noexcept {
+        assert(table < header().tables);
+        return root_.tables[table].entries;
+    }
     /// The generation that changed the table last.
     std::uint64_t changedIn(std::size_t table) const noexcept {
         return root_.tables[table].changedIn;
@@ -83,6 +86,7 @@ class TableReader : public Counted {
 
     /// The generation that a page of the table was made in; 0 when there is no such page.
     std::uint64_t pageMadeIn(std::size_t table, std::size_t page) const {
+        assert(page < TableLayout::directoryPages);
         const std::uint32_t directory = root_.tables[table].directory;
         const std::uint64_t madeIn =
             directory == 0 ? 0 : load(directory + static_cast<std::uint32_t>(2 * page + 1));

@@ -102,6 +102,7 @@ void TableWriter::commit() {
 
 void TableWriter::publish(const Root& next) {
     const std::uint32_t unit = heap_.take(rootWords + 1);
+    assert(next.generation == root_.generation + 1);
     Root root = next;
     root.heapUnits = heap_.end();
     std::array<std::uint64_t, rootWords> own{};
@@ -129,6 +130,7 @@ std::uint32_t TableWriter::page(std::size_t table, std::uint32_t key) const {
 }
 
 TableRef TableWriter::entry(std::size_t table, std::uint32_t key) const {
+    assert(table < maxTables);
     const std::uint32_t at = key <= maxKey ? page(table, key) : 0;
     return at != 0 ? TableRef{words()[at + key % pageEntries]} : TableRef{};
 }
@@ -251,6 +253,7 @@ TableRef TableWriter::recordIs(std::uint32_t unit, RecordKind kind,
 }
 
 void TableWriter::release(TableRef record) {
+    assert(record);
     heap_.release(record.unit(), RecordHeader::of(words()[record.unit()]).units);
     changed_ = true;
 }

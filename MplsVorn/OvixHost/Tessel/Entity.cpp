@@ -58,4 +58,19 @@ void Entity::publish(AttrId attribute, std::uint64_t key) const {
     }
 }
 
+void Reactor::hasNotificationActiveIs(bool active) {
+    active_ = active;
+    if (publisher_ && active) {
+        publisher_->subscribe(*this);
+    } else if (publisher_) {
+        publisher_->unsubscribe(*this);
+    }
+}
+
+void Reactor::attributeChanged(const Entity&, AttrId attribute, std::uint64_t key) {
+    if (!zombie_ && attribute == attribute_) {
+        react(key);
+    }
+}
+
 } // namespace Tessel

@@ -84,4 +84,31 @@ class Entity : public Counted {
     mutable std::uint32_t publishing_ = 0;
 };
 
+/// Reacts to the changes of one attribute while its notifications are on. Without a publisher there
+/// is nothing to hear.
+class Reactor : public Counted, public Subscriber {
+  public:
+    ~Reactor() override { hasNotificationActiveIs(false); }
+
+    void hasNotificationActiveIs(bool active);
+    bool hasNotificationActive() const noexcept { return active_; }
+
+    /// While the owner is being torn down nothing is reacted to.
+    virtual void zelDoZombieReactors(bool zombie) noexcept { zombie_ = zombie; }
+
+    void attributeChanged(const Entity& publisher, AttrId attribute, std::uint64_t key) final;
+
+  protected:
+    Reactor(Ptr<const Entity> publisher, AttrId attribute) noexcept
+        : publisher_(std::move(publisher)), attribute_(attribute) {}
+
+    virtual void react(std::uint64_t key) = 0;
+
+  private:
+    Ptr<const Entity> publisher_;
+    AttrId attribute_;
+    bool active_ = false;
+    bool zombie_ = false;
+};
+
 } // namespace Tessel

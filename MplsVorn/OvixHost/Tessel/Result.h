@@ -42,7 +42,6 @@ class [[nodiscard]] Result {
         assert(*this);
         return std::move(*std::get_if<0>(&held_));
     }
-    T valueOr(T otherwise) && { return *this ? std::move(*this).value() : std::move(otherwise); }
     const Refused& refused() const noexcept {
         assert(!*this);
         return *std::get_if<1>(&held_);

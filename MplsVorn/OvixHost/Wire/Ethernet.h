@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "Lumo/EthAddr.h"
+#include "Lumo/IpGenAddr.h"
 #include "Wire/View.h"
 
 namespace Wire {

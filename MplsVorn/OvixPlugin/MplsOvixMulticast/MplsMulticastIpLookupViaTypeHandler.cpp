@@ -49,7 +49,8 @@ bool tagsUnderstood(const RoutingContext& context) {
     }
     traceMulticast(context.packetId(), "Detected dot1q tag");
     const auto* data = static_cast<const VlanTagHeaderData*>(tags->headerData().get());
-    if (data == nullptr || data->vlanTags().size() != 1) {
+    assert(data != nullptr);
+    if (data->vlanTags().size() != 1) {
         traceMulticast(context.packetId(), "Unexpected number of tags");
         return false;
     }
@@ -72,8 +73,7 @@ Ptr<MplsMulticastIpLookupViaTypeHandler> mplsMulticastIpLookupViaTypeHandlerFact
 
 ProcessingResult
 MplsMulticastIpLookupViaTypeHandler::processMplsVia(const Ptr<MplsContext>& context) {
-    Tessel::hardAssert(context->viaIndex().has_value(), "viaIndex must be set for transit vias",
-                       "processMplsVia", multicastSource);
+    Tessel::hardAssert(context->viaIndex().has_value(), "viaIndex must be set for transit vias");
     const RoutingContext& routing = *context->routingContext();
     const OvixMplsVia via = context->viaSet()->via(*context->viaIndex());
     if (via.isEq(OvixMplsVia())) {

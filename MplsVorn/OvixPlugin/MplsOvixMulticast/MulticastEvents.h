@@ -1,7 +1,7 @@
 #pragma once
 
 #include "FrameEvents.h"
-#include "Ovix/plugin/ToggleService.h"
+#include "Ovix/plugin/OvixPlugin.h"
 
 namespace Ovix {
 
@@ -18,9 +18,6 @@ inline bool toggleMvpnSfeEnabled() {
         ToggleService::instance().toggleEnabled("MvpnLib.json", "MvpnSfe", true);
     return enabled;
 }
-
-/// The source named by this component's assertions.
-inline constexpr const char* multicastSource = "MplsVorn/OvixPlugin/MplsOvixMulticast";
 
 namespace FrameEventDetail {
 

@@ -109,7 +109,8 @@ void reportWithValues(const RoutingContext& context, const FrameEvent& event,
     traceFrame(context, message.view());
 }
 
-/// The frame goes on with the first of several next hops.
+/// The frame goes on with the first of several next hops. Counted under one name however many there
+/// are, wherever it happens: a set of hundreds of vias must not make hundreds of counters.
 inline constexpr FrameEvent severalNexthops{FrameCategory::exceptional,
                                             "Using first nexthop, but %s nexthops found"};
 /// A via record that holds nothing.
@@ -124,7 +125,7 @@ inline constexpr FrameEvent moreThanOneVia{FrameCategory::drop, "More than 1 via
 inline RoutingNexthop& firstNexthop(const MplsContext& context) {
     const RoutingNexthops& nexthops = *context.nexthops();
     if (nexthops.size() > 1) [[unlikely]] {
-        reportWithValues(*context.routingContext(), severalNexthops, nexthops.size());
+        report(*context.routingContext(), severalNexthops, nexthops.size());
     }
     return *nexthops.nexthopFront();
 }
@@ -132,8 +133,5 @@ inline RoutingNexthop& firstNexthop(const MplsContext& context) {
 /// Whether the header starts an LSP ping (RFC 8029): an IP packet to a loopback address and UDP
 /// port 3503. Completes the parse; `header` may be empty.
 bool isLspPing(const RoutingContext& context, const Ptr<PacketHeader>& header);
-
-/// The source named by this component's assertions.
-inline constexpr const char* pluginSource = "MplsVorn/OvixPlugin/MplsOvixPlugin";
 
 } // namespace Ovix

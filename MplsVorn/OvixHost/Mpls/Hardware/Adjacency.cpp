@@ -86,6 +86,7 @@ Ptr<const Adjacency> Adjacency::create(std::span<const WeightedRecord> vias,
         std::memcpy(to + sizeof head, entries.data(), entries.size() * sizeof(Entry));
         std::copy(packed.begin(), packed.end(), to + packedFrom);
     }
+    assert(made->holdsTogether());
     return made;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cassert>
 #include <cstdint>
 #include <span>
 #include <vector>
@@ -8,7 +9,6 @@
 #include "Mpls/OvixMplsVia.h"
 #include "Mpls/Types.h"
 #include "Mpls/Via.h"
-#include "Mpls/WeightedRecord.h"
 #include "Tables/TableReader.h"
 #include "Tessel/Ptr.h"
 
@@ -63,6 +63,7 @@ class Adjacency final : public Tessel::Counted {
     }
     /// Invalid when its fields cannot be read. Good until the next call.
     const Ovix::OvixMplsVia& via(bool backups, std::uint32_t index) const noexcept {
+        assert(index < entries(backups).size());
         const Entry* entry = &entries(backups)[index];
         return entry == unpackedEntry_ ? unpacked_ : unpack(entry);
     }

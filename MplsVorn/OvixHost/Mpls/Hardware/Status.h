@@ -41,7 +41,7 @@ struct Route {
 
 /// The MPLS routes that the platform has programmed and the adjacencies they point at: the reading
 /// side. Both are found by index. Damage throws Tessel::CorruptionDetected.
-class Status : public Tessel::Entity {
+class Status : public Tessel::Entity, public Tessel::CorruptionHook {
   public:
     static constexpr std::string_view entityTypeName = "Mpls::Hardware::Status";
     enum Attr : Tessel::AttrId { routeAttr = 0, adjacencyAttr = 1 };
@@ -77,11 +77,6 @@ class Status : public Tessel::Entity {
         tables_->forEach(adjacencies_, [&](std::uint32_t key, Tessel::TableRef) { visitor(key); });
     }
 
-    /// The corruption hook: reads report damage here.
-    void doCorruptionDetected(std::string_view message) const { corruptions_.add(message); }
-    std::uint64_t corruptionsDetected() const noexcept { return corruptions_.count(); }
-    const std::string& lastCorruption() const noexcept { return corruptions_.last(); }
-
   private:
     /// A route met not long ago. Within a generation nothing changes, so it need not be read again.
     struct Recent {
@@ -103,7 +98,6 @@ class Status : public Tessel::Entity {
     std::size_t routes_;
     std::size_t adjacencies_;
     mutable std::array<Recent, recents> recent_;
-    mutable Tessel::Corruptions corruptions_;
 };
 
 } // namespace Mpls::Hardware

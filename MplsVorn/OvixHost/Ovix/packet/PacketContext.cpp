@@ -1,5 +1,7 @@
 #include "Ovix/packet/PacketContext.h"
 
+#include <algorithm>
+
 #include "Ovix/packet/FlowHash.h"
 #include "Ovix/packet/TtlBytes.h"
 
@@ -10,6 +12,17 @@ template class Tessel::Slabbed<Ovix::VlanTagHeaderData>;
 template class Tessel::Slabbed<Ovix::PacketContext>;
 
 namespace Ovix {
+
+std::string_view pktHdrName(PktHdrType type) noexcept {
+    static constexpr std::array<std::string_view, pktHdrTypes> names = {
+        "", "Eth", "VlanTags", "Mpls", "Ipv4", "Ipv6", "Udp"};
+    return names[static_cast<std::size_t>(type)];
+}
+
+VlanTagHeaderData::VlanTagHeaderData(std::span<const Tag> tags) noexcept
+    : PacketHeaderData(PktHdrType::vlanTags), count_(std::min(tags.size(), maxTags)) {
+    std::copy_n(tags.begin(), count_, tags_.begin());
+}
 
 namespace {
 
@@ -62,6 +75,7 @@ void ParsedPacket::maybeDoFullParse() {
 }
 
 void ParsedPacket::restart(Ptr<Lumo::Pkt> pkt, PktHdrType first) noexcept {
+    assert(count_ <= maxHeaders);
     for (; count_ > 0; --count_) {
         headers_[static_cast<std::size_t>(count_ - 1)].reset();
     }

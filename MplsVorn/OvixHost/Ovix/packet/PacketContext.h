@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cassert>
 #include <cstdint>
 #include <optional>
 
@@ -82,6 +83,7 @@ class PacketContext final : public Tessel::Counted, public Tessel::Slabbed<Packe
     /// The headers of the packet as it is now; parsed again after a change.
     [[gnu::always_inline]] ParsedPacket& parsedPkt() noexcept {
         if (stale_) {
+            assert(pkt_);
             parsed_.restart(pkt_, outerType_);
             stale_ = false;
         }

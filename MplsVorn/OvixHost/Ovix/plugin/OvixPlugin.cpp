@@ -10,6 +10,11 @@ Plugin::Loader<Ovix::PluginContext>& Plugin::Loader<Ovix::PluginContext>::defaul
 
 namespace Ovix {
 
+ToggleService& ToggleService::instance() {
+    static ToggleService service;
+    return service;
+}
+
 void PluginContext::pluginIs(OvixPlugin& plugin) {
     if (std::find(plugins_.begin(), plugins_.end(), &plugin) == plugins_.end()) {
         plugins_.push_back(&plugin);

@@ -8,15 +8,12 @@ namespace {
 
 /// There is something to impose, and nothing that never appears on the wire (RFC 3032 section 2.1).
 bool imposable(const Lumo::UnboundedMplsLabelOperation& operation) {
-    constexpr std::size_t labelSize = Lumo::UnboundedMplsLabelOperation::packedLabelSize;
-    std::span<const std::uint8_t> rest = operation.packed();
-    const bool any = rest.size() >= labelSize;
-    for (; rest.size() >= labelSize; rest = rest.subspan(labelSize)) {
-        if (rest[2] == Lumo::implicitNull.value() && rest[1] == 0 && rest[0] == 0) {
+    for (std::size_t i = 0; i < operation.depth(); ++i) {
+        if (operation.value(i) == Lumo::implicitNull.value()) {
             return false;
         }
     }
-    return any;
+    return operation.depth() > 0;
 }
 
 /// Whether it is known what a pop of the last label exposes.

@@ -1,6 +1,7 @@
 #include "Ovix/rewrite/MplsRewrites.h"
 
 #include "Ovix/packet/TtlBytes.h"
+#include "Ovix/rewrite/MplsPushRewriteImpl.h"
 #include "Tessel/Assert.h"
 #include "Wire/Ip.h"
 
@@ -13,6 +14,8 @@ template class Tessel::Slabbed<Ovix::MplsSwapRewriteImpl>;
 template class Tessel::Slabbed<Ovix::MplsPopRewriteImpl>;
 template class Tessel::Slabbed<Ovix::MplsIpPushRewriteImpl>;
 template class Tessel::Slabbed<Ovix::MplsTtlRewriteImpl>;
+template class Tessel::Slabbed<Ovix::EthOverMplsRewriteInfo>;
+template class Tessel::Slabbed<Ovix::ControlWordPushRewriteInfo>;
 
 namespace Ovix {
 
@@ -31,7 +34,7 @@ Ptr<RoutingException> fail(std::string_view reason) {
 template <typename Impl, typename Info>
 Ptr<RewriteImpl> makeFromInfo(const Ptr<RewriteInfo>& info) {
     const bool right = info && info->typeName() == Info::infoTypeName;
-    Tessel::hardAssert(right, "info", "fromInfo", "MplsVorn/OvixHost/MplsRewrites");
+    Tessel::hardAssert(right, "info", "fromInfo");
     return Tessel::make<Impl>(Ptr<Info>(static_cast<Info*>(info.get())));
 }
 
@@ -186,6 +189,26 @@ Ptr<RoutingException> MplsTtlRewriteImpl::apply(const Ptr<RoutingContext>& conte
         return fail(type == PktHdrType::mpls ? stackCutShort : payloadContradicts);
     }
     TtlBytes::ttlIs(type, bytes, decrementedOnce(packet, TtlBytes::ttl(type, bytes)));
+    return nullptr;
+}
+
+Ptr<RoutingException> MplsPushRewriteImpl::applyMplsEncap(const Ptr<RoutingContext>& context,
+                                                          unsigned label, std::uint8_t ttl,
+                                                          std::uint8_t tc, bool ontoLabels) const {
+    const Lumo::UnboundedMplsLabelOperation imposed = labels_->operation();
+    const Lumo::MplsLabel only(label);
+    const std::size_t depth = imposed.depth() > 0 ? imposed.depth() : 1;
+    PacketContext& packet = *context->packetContext();
+    const std::span<std::uint8_t> room = packet.pkt()->pushFront(depth * entrySize);
+    if (room.empty()) {
+        return fail(stackDoesNotFit);
+    }
+    for (std::size_t i = 0; i < depth; ++i) {
+        const bool bottom = !ontoLabels && i + 1 == depth;
+        Lumo::MplsLabelEntry(imposed.depth() > 0 ? imposed.label(i) : only, tc, bottom, ttl)
+            .store(room.data() + i * entrySize);
+    }
+    packet.outerTypeIs(PktHdrType::mpls);
     return nullptr;
 }
 

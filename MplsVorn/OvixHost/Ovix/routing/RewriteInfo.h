@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cassert>
 #include <cstdint>
 
 #include "Mpls/RouteKey.h"
@@ -29,8 +30,12 @@ class RewriteInfos final : public Tessel::Counted, public Tessel::Slabbed<Rewrit
     using Rewrites = Tessel::PtrList<RewriteInfo, 4>;
     using CounterActions = Tessel::PtrList<CounterActionInfo, 2>;
 
-    void rewriteInfoEnq(Ptr<RewriteInfo>&& info) { rewrites_.push(std::move(info)); }
+    void rewriteInfoEnq(Ptr<RewriteInfo>&& info) {
+        assert(info);
+        rewrites_.push(std::move(info));
+    }
     void finalCounterActionInfoEnq(Ptr<CounterActionInfo>&& info) {
+        assert(info);
         counterActions_.push(std::move(info));
     }
 

@@ -4,7 +4,6 @@
 
 #include "Lumo/IntfId.h"
 #include "Lumo/IpGenAddr.h"
-#include "Lumo/VrfName.h"
 #include "Ovix/routing/RewriteInfo.h"
 #include "Tessel/Ptr.h"
 #include "Tessel/PtrList.h"

@@ -14,9 +14,6 @@ namespace Ovix {
 inline TraceLine& operator<<(TraceLine& line, Lumo::MplsLabel label) noexcept {
     return line << label.value();
 }
-inline TraceLine& operator<<(TraceLine& line, Lumo::MplsLabelAction action) noexcept {
-    return line << static_cast<unsigned>(action);
-}
 inline TraceLine& operator<<(TraceLine& line, Mpls::LfibViaType type) noexcept {
     return line << static_cast<unsigned>(type);
 }

@@ -29,10 +29,6 @@ class FecId {
     static constexpr bool isHierarchicalIntfId(Lumo::IntfId intf) noexcept {
         return intf.kind() == Lumo::IntfId::Kind::hierarchical;
     }
-    /// The FEC that the interface id means; none for an interface of another kind.
-    static constexpr FecId hierarchicalIntfIdToFecId(Lumo::IntfId intf) noexcept {
-        return isHierarchicalIntfId(intf) ? FecId(intf.id()) : FecId();
-    }
 
     friend constexpr auto operator<=>(FecId, FecId) noexcept = default;
 

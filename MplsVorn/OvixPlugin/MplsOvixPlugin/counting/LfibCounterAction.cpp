@@ -29,7 +29,7 @@ lfibCounterActionImplFactory(const Ptr<Counter::OvixLfibCounterCollection>& coll
 
 Ptr<CounterActionImpl> LfibCounterActionImpl::fromInfo(const Ptr<CounterActionInfo>& info) {
     const bool right = info && info->typeName() == LfibCounterActionInfo::infoTypeName;
-    Tessel::hardAssert(right, "info", "fromInfo", pluginSource);
+    Tessel::hardAssert(right, "info");
     return Tessel::make<LfibCounterActionImpl>(
         staticLfibCounterCollection,
         Ptr<LfibCounterActionInfo>(static_cast<LfibCounterActionInfo*>(info.get())));

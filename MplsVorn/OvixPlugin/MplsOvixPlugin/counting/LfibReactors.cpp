@@ -6,37 +6,15 @@ namespace Ovix {
 
 MplsLfibStatusSm::MplsLfibStatusSm(Ptr<const Mpls::LfibStatus> lfibStatus,
                                    Ptr<Counter::OvixLfibCounterCollection> counterCollection)
-    : lfibStatus_(std::move(lfibStatus)), counterCollection_(std::move(counterCollection)) {
+    : Reactor(lfibStatus, Mpls::LfibStatus::routeAttr), lfibStatus_(std::move(lfibStatus)),
+      counterCollection_(std::move(counterCollection)) {
     hasNotificationActiveIs(true);
-}
-
-MplsLfibStatusSm::~MplsLfibStatusSm() {
-    hasNotificationActiveIs(false);
 }
 
 Ptr<MplsLfibStatusSm> MplsLfibStatusSm::MplsLfibStatusSmIs(
     const Ptr<const Mpls::LfibStatus>& lfibStatus,
     const Ptr<Counter::OvixLfibCounterCollection>& counterCollection) {
     return Tessel::make<MplsLfibStatusSm>(lfibStatus, counterCollection);
-}
-
-void MplsLfibStatusSm::hasNotificationActiveIs(bool active) {
-    active_ = active;
-    if (!lfibStatus_) {
-        return;
-    }
-    if (active) {
-        lfibStatus_->subscribe(*this);
-    } else {
-        lfibStatus_->unsubscribe(*this);
-    }
-}
-
-void MplsLfibStatusSm::attributeChanged(const Tessel::Entity&, Tessel::AttrId attribute,
-                                        std::uint64_t key) {
-    if (!zombie_ && attribute == Mpls::LfibStatus::routeAttr) {
-        handleLfibRoute(Mpls::RouteKey::fromValue(key));
-    }
 }
 
 void MplsLfibStatusSm::handleLfibRoute(Mpls::RouteKey routeKey) {

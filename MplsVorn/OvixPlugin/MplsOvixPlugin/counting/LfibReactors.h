@@ -8,12 +8,11 @@
 namespace Ovix {
 
 /// Removes a route's counter when the route leaves the LFIB it watches.
-class MplsLfibStatusSm : public Tessel::Counted, public Tessel::Subscriber {
+class MplsLfibStatusSm : public Tessel::Reactor {
   public:
     /// Subscribes at once. Without a table it does nothing.
     MplsLfibStatusSm(Ptr<const Mpls::LfibStatus> lfibStatus,
                      Ptr<Counter::OvixLfibCounterCollection> counterCollection);
-    ~MplsLfibStatusSm() override;
 
     static Ptr<MplsLfibStatusSm>
     MplsLfibStatusSmIs(const Ptr<const Mpls::LfibStatus>& lfibStatus,
@@ -24,21 +23,14 @@ class MplsLfibStatusSm : public Tessel::Counted, public Tessel::Subscriber {
         return counterCollection_;
     }
 
-    void hasNotificationActiveIs(bool active);
-    bool hasNotificationActive() const noexcept { return active_; }
-
-    /// While the owner is being torn down nothing is reacted to.
-    void zelDoZombieReactors(bool zombie) noexcept { zombie_ = zombie; }
-
-    void attributeChanged(const Tessel::Entity& publisher, Tessel::AttrId attribute,
-                          std::uint64_t key) override;
     void handleLfibRoute(Mpls::RouteKey routeKey);
+
+  protected:
+    void react(std::uint64_t key) override { handleLfibRoute(Mpls::RouteKey::fromValue(key)); }
 
   private:
     Ptr<const Mpls::LfibStatus> lfibStatus_;
     Ptr<Counter::OvixLfibCounterCollection> counterCollection_;
-    bool active_ = false;
-    bool zombie_ = false;
 };
 
 /// Zeroes the label counters when a clear request arrives.

@@ -42,6 +42,7 @@ void MplsOvixPlugin::handleMplsFrame(const Ptr<RoutingOutput>& output,
                                      const Ptr<RoutingContext>& context,
                                      const Ptr<PacketHeader>& header,
                                      const Ptr<RoutingVrfRoot>&) const {
+    assert(header && context->packetContext());
     const Ptr<MplsHeaderData> labels(mplsHeaderData(*header));
     if (!labels) {
         report(*context, noMplsHeaderData);

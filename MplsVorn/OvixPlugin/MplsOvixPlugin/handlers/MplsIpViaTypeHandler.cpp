@@ -42,6 +42,7 @@ mplsIpViaTypeHandlerFactory(Mpls::LfibViaType viaType, const Ptr<MplsLfibTables>
 
 Ptr<RewriteInfos> MplsIpViaTypeHandler::createRewrites(const Ptr<MplsContext>& context,
                                                        const OvixMplsVia& via, bool multicast) {
+    assert(via);
     const Ptr<RoutingContext>& routingContext = context->routingContext();
     Ptr<RewriteInfos> rewrites = MplsRewriteHelper::createMplsRewrite(
         routingContext, context->entry(), context->packetHeader(), via.action(),
@@ -61,8 +62,7 @@ ProcessingResult MplsIpViaTypeHandler::processMplsVia(const Ptr<MplsContext>& co
 }
 
 ProcessingResult MplsIpViaTypeHandler::doProcessMplsVia(const Ptr<MplsContext>& context) {
-    Tessel::hardAssert(context->viaIndex().has_value(), "viaIndex must be set for transit vias",
-                       "doProcessMplsVia", pluginSource);
+    Tessel::hardAssert(context->viaIndex().has_value(), "viaIndex must be set for transit vias");
     const OvixMplsVia via = context->viaSet()->via(*context->viaIndex());
     if (!via) {
         report(*context->routingContext(), noVia);
@@ -80,13 +80,8 @@ ProcessingResult MplsIpViaTypeHandler::doProcessMplsVia(const Ptr<MplsContext>& 
 }
 
 ProcessingResult MplsIpViaTypeHandler::doProcessMplsMulticastVia(const Ptr<MplsContext>& context) {
-    RoutingNexthops& nexthops = *context->nexthops();
-    const RoutingNexthop& front = *nexthops.nexthopFront();
-    if (nexthops.size() > 1) {
-        report(*context->routingContext(), severalNexthops, nexthops.size());
-    }
-    Tessel::hardAssert(context->viaIndex().has_value(), "viaIndex must be set for transit vias",
-                       "doProcessMplsMulticastVia", pluginSource);
+    const RoutingNexthop& front = firstNexthop(*context);
+    Tessel::hardAssert(context->viaIndex().has_value(), "viaIndex must be set for transit vias");
     const OvixMplsVia via = context->viaSet()->via(*context->viaIndex());
     if (!via) {
         report(*context->routingContext(), noVia);
@@ -102,7 +97,7 @@ ProcessingResult MplsIpViaTypeHandler::doProcessMplsMulticastVia(const Ptr<MplsC
     replica->isReplicaIs(true);
     replica->rewriteInfos().copyFrom(front.rewriteInfos());
     replica->rewriteInfos().copyFrom(std::move(rewrites));
-    nexthops.nexthopEnq(std::move(replica));
+    context->nexthops()->nexthopEnq(std::move(replica));
     return frameDealtWith;
 }
 

@@ -20,7 +20,7 @@ ethOverMplsRewriteImplFactory(const Ptr<const EthOverMplsRewriteInfo>& info) {
 
 Ptr<RewriteImpl> EthOverMplsRewriteImpl::fromInfo(const Ptr<RewriteInfo>& info) {
     const bool right = info && info->typeName() == EthOverMplsRewriteInfo::infoTypeName;
-    Tessel::hardAssert(right, "info", "fromInfo", pluginSource);
+    Tessel::hardAssert(right, "info");
     return Tessel::make<EthOverMplsRewriteImpl>(
         Ptr<const EthOverMplsRewriteInfo>(static_cast<EthOverMplsRewriteInfo*>(info.get())));
 }
@@ -29,7 +29,7 @@ Ptr<RoutingException> EthOverMplsRewriteImpl::apply(const Ptr<RoutingContext>& c
     PacketContext& packet = *context->packetContext();
     const Ptr<PacketHeader> firstHdr = packet.parsedPkt().header(0);
     Tessel::hardAssert(firstHdr && firstHdr->pktHdrType() == PktHdrType::eth,
-                       "firstHdr->pktHdrType() == EthParser::pktHdrName()", "apply", pluginSource);
+                       "firstHdr->pktHdrType() == EthParser::pktHdrName()");
     const std::uint8_t tc = packet.trafficClassifier().trafficClass(packet.classificationInput());
     return applyMplsEncap(context, 0, 255, tc, false);
 }
@@ -56,7 +56,7 @@ controlWordPushRewriteImplFactory(const Ptr<const ControlWordPushRewriteInfo>& i
 
 Ptr<RewriteImpl> ControlWordPushRewriteImpl::fromInfo(const Ptr<RewriteInfo>& info) {
     const bool right = info && info->typeName() == ControlWordPushRewriteInfo::infoTypeName;
-    Tessel::hardAssert(right, "info", "fromInfo", pluginSource);
+    Tessel::hardAssert(right, "info");
     return Tessel::make<ControlWordPushRewriteImpl>(Ptr<const ControlWordPushRewriteInfo>(
         static_cast<ControlWordPushRewriteInfo*>(info.get())));
 }
@@ -65,7 +65,7 @@ Ptr<RoutingException> ControlWordPushRewriteImpl::apply(const Ptr<RoutingContext
     PacketContext& packet = *context->packetContext();
     const Ptr<PacketHeader> firstHdr = packet.parsedPkt().header(0);
     Tessel::hardAssert(firstHdr && firstHdr->pktHdrType() == PktHdrType::mpls,
-                       "firstHdr->pktHdrType() == MplsParser::pktHdrName()", "apply", pluginSource);
+                       "firstHdr->pktHdrType() == MplsParser::pktHdrName()");
     const Wire::Bytes frame = packet.pkt()->data();
     const std::size_t stack = stackSize(*firstHdr);
     assert(stack <= frame.size());

@@ -54,6 +54,7 @@ void MplsOvixPlugin::mountsComplete(const Ptr<Tessel::EntityManager>& entityMana
 // frame sees a half-built plugin.
 void MplsOvixPlugin::activeInit() {
     mainTrace().trace(0, static_cast<const char*>(__PRETTY_FUNCTION__));
+    assert(mplsHardwareCapability_);
     doRegisterMplsViaTypeHandlers();
     mplsHardwareCapability_->mplsFragNeededIcmpTunnelingSupportedIs(true);
     mplsHardwareCapability_->mplsStaticVrfLabelSupportedIs(true);

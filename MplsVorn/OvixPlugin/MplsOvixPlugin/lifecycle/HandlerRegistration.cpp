@@ -27,6 +27,7 @@ void MplsOvixPlugin::setupPluginManager() {
 // plugin's attributes reaches only handlers registered after it.
 void MplsOvixPlugin::doRegisterMplsViaTypeHandlers() {
     const Ptr<MplsViaTypeHandlerRegistry> registry = mplsViaTypeHandlerRegistry_;
+    assert(registry);
     const Ptr<Counter::OvixLfibCounterCollection> counters = lfibCounterCollection_;
     const Ptr<MplsLfibTables> tables = lfibTables_;
     registry->doRegisterMplsViaTypeHandler(

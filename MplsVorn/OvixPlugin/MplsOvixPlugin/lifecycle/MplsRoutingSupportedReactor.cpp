@@ -1,16 +1,16 @@
 #include "lifecycle/MplsRoutingSupportedReactor.h"
 
+#include <cassert>
+
 namespace Ovix {
 
 MplsRoutingSupportedReactor::MplsRoutingSupportedReactor(
     Ptr<Mpls::Hardware::Capability> capability, Ptr<const RoutingCapabilities> routingCapabilities)
-    : capability_(std::move(capability)), routingCapabilities_(std::move(routingCapabilities)) {
+    : Reactor(routingCapabilities, RoutingCapabilities::routingSupportedAttr),
+      capability_(std::move(capability)), routingCapabilities_(std::move(routingCapabilities)) {
+    assert(capability_ && routingCapabilities_);
     hasNotificationActiveIs(true);
     handleRoutingSupported();
-}
-
-MplsRoutingSupportedReactor::~MplsRoutingSupportedReactor() {
-    hasNotificationActiveIs(false);
 }
 
 Ptr<MplsRoutingSupportedReactor> MplsRoutingSupportedReactor::MplsRoutingSupportedReactorIs(
@@ -24,26 +24,6 @@ mplsRoutingSupportedReactorFactory(const Ptr<Mpls::Hardware::Capability>& capabi
                                    const Ptr<const RoutingCapabilities>& routingCapabilities) {
     return MplsRoutingSupportedReactor::MplsRoutingSupportedReactorIs(capability,
                                                                       routingCapabilities);
-}
-
-void MplsRoutingSupportedReactor::hasNotificationActiveIs(bool active) {
-    active_ = active;
-    if (active) {
-        routingCapabilities_->subscribe(*this);
-    } else {
-        routingCapabilities_->unsubscribe(*this);
-    }
-}
-
-void MplsRoutingSupportedReactor::attributeChanged(const Tessel::Entity&, Tessel::AttrId attribute,
-                                                   std::uint64_t) {
-    routingCapabilitiesDispatch(attribute);
-}
-
-void MplsRoutingSupportedReactor::routingCapabilitiesDispatch(Tessel::AttrId attribute) {
-    if (!zombie_ && attribute == RoutingCapabilities::routingSupportedAttr) {
-        handleRoutingSupported();
-    }
 }
 
 void MplsRoutingSupportedReactor::handleRoutingSupported() {

@@ -7,12 +7,11 @@ namespace Ovix {
 
 /// Announces the plugin's MPLS features while the agent supports routing. What has been announced
 /// stays announced when the support is withdrawn. Runs on the agent's main thread.
-class MplsRoutingSupportedReactor : public Tessel::Counted, public Tessel::Subscriber {
+class MplsRoutingSupportedReactor : public Tessel::Reactor {
   public:
     /// Subscribes, and announces at once if routing is supported.
     MplsRoutingSupportedReactor(Ptr<Mpls::Hardware::Capability> capability,
                                 Ptr<const RoutingCapabilities> routingCapabilities);
-    ~MplsRoutingSupportedReactor() override;
 
     static Ptr<MplsRoutingSupportedReactor>
     MplsRoutingSupportedReactorIs(const Ptr<Mpls::Hardware::Capability>& capability,
@@ -23,22 +22,18 @@ class MplsRoutingSupportedReactor : public Tessel::Counted, public Tessel::Subsc
         return routingCapabilities_;
     }
 
-    void hasNotificationActiveIs(bool active);
-    bool hasNotificationActive() const noexcept { return active_; }
-
-    /// While the owner is being torn down nothing is reacted to.
-    void zelDoZombieReactors(bool zombie) noexcept { zombie_ = zombie; }
-
-    void attributeChanged(const Tessel::Entity& publisher, Tessel::AttrId attribute,
-                          std::uint64_t key) override;
-    void routingCapabilitiesDispatch(Tessel::AttrId attribute);
+    /// What a change of the attribute does.
+    void routingCapabilitiesDispatch(Tessel::AttrId attribute) {
+        attributeChanged(*routingCapabilities_, attribute, 0);
+    }
     void handleRoutingSupported();
+
+  protected:
+    void react(std::uint64_t) override { handleRoutingSupported(); }
 
   private:
     Ptr<Mpls::Hardware::Capability> capability_;
     Ptr<const RoutingCapabilities> routingCapabilities_;
-    bool active_ = false;
-    bool zombie_ = false;
 };
 
 Ptr<MplsRoutingSupportedReactor>

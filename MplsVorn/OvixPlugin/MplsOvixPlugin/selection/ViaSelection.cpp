@@ -54,12 +54,12 @@ ProcessingResult MplsOvixPlugin::handleEveryVia(const Ptr<MplsContext>& context)
 std::uint32_t MplsOvixPlugin::pickUcmpVia(const Ptr<MplsContext>& context,
                                           const Ptr<OvixMplsViaSet>& viaSet) const {
     const std::uint32_t vias = viaSet->numVias();
-    Tessel::hardAssert(vias > 0, "viaSet->numVias()", "pickUcmpVia", pluginSource);
+    Tessel::hardAssert(vias > 0, "viaSet->numVias()");
     std::uint32_t totalWeight = 0;
     for (std::uint32_t i = 0; i < vias; ++i) {
         totalWeight += viaSet->weight(i);
     }
-    // No publisher makes a set whose weights add up to 0.
+    assert(totalWeight > 0); // tables with other weights read as damaged
     const std::uint64_t residue = flowHash(*context) % totalWeight;
     traceFrame(*context->routingContext(), " pktHash/totalWeight is ", residue, " / ", totalWeight);
     return static_cast<std::uint32_t>(Tessel::weightedChoice(residue, vias, [&](std::size_t i) {
@@ -72,7 +72,8 @@ std::uint64_t MplsOvixPlugin::flowHash(const MplsContext& context) const {
     const Ptr<PacketHeader> mpls = packet.parsedPkt().firstHeaderOfType(PktHdrType::mpls);
     if (mpls) {
         const MplsHeaderData* labels = mplsHeaderData(*mpls);
-        if (labels != nullptr && labels->hashingFlag()) {
+        assert(labels != nullptr);
+        if (labels->hashingFlag()) {
             return manager()->packetHashers()->hasher(PktHdrType::mpls)->hash(*mpls);
         }
     }
@@ -83,6 +84,7 @@ ProcessingResult MplsOvixPlugin::handleVia(const Ptr<MplsContext>& context,
                                            std::uint32_t viaIndex) const {
     assert(mplsViaTypeHandlerRegistry_);
     const Mpls::LfibViaType type = context->viaSet()->viaType(viaIndex);
+    assert(viaIndex < context->viaSet()->numVias());
     context->viaIndexIs(viaIndex);
     const Ptr<MplsViaTypeHandler> handler = mplsViaTypeHandlerRegistry_->handler(type);
     if (handler) {

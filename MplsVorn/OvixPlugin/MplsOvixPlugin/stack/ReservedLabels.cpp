@@ -1,5 +1,7 @@
 // Labels that are popped without a lookup: the explicit nulls, the entropy label and its indicator.
 
+#include <cassert>
+
 #include "FrameEvents.h"
 #include "MplsOvixPlugin.h"
 #include "Ovix/packet/TtlBytes.h"
@@ -41,6 +43,7 @@ void MplsOvixPlugin::handleReservedLabel(const Ptr<RoutingContext>& context,
     ParsedPacket& parsed = context->packetContext()->parsedPkt();
     parsed.maybeDoFullParse();
     const Ptr<PacketHeader> payload = parsed.header(innerHeader->position());
+    assert(payload);
     if (checkForOamMaybeUdpHdr(context, payload)) {
         report(*context, oamResetVrf);
         nexthop->setCpuTrapNexthop();

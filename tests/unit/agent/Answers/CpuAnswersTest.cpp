@@ -4,7 +4,7 @@
 #include "EchoTesting.h"
 #include "HeapCount.h"
 #include "LocalTables.h"
-#include "Published/TransitRoutes.h"
+#include "Published/TablePublisher.h"
 
 namespace CpuAnswersTest {
 
@@ -20,11 +20,12 @@ constexpr PortIndex customer = 1;
 class CpuAnswersTest : public testing::Test {
   protected:
     CpuAnswersTest() {
-        Mpls::WeightedRecord via;
-        via.via.intfId = Lumo::IntfId("core");
-        via.via.labelAction = static_cast<std::uint32_t>(Lumo::MplsLabelAction::pop);
-        Mpls::transitRouteIs(tables.publisher, Mpls::RouteKey::fromLabel(Lumo::MplsLabel(100)),
-                             std::vector{via});
+        Mpls::ViaOptions toCore;
+        toCore.intf = Lumo::IntfId("core");
+        Mpls::LabelRoute route;
+        route.label = Lumo::MplsLabel(100);
+        route.vias = {{Mpls::Via::pop(toCore).value(), 1}};
+        EXPECT_TRUE(Mpls::transitRouteIs(tables.publisher, route));
         tables.publisher.lfib(Mpls::TableId::decapLfib)
             .ipLookupRouteIs(Mpls::RouteKey::fromLabel(Lumo::MplsLabel(500)),
                              Mpls::LfibViaType::ipLookup, "red", Mpls::PayloadType::automatic);

@@ -3,7 +3,7 @@
 #include "Config/Config.h"
 #include "EchoTesting.h"
 #include "LocalTables.h"
-#include "Published/TransitRoutes.h"
+#include "Published/TablePublisher.h"
 
 namespace EchoLookupTest {
 
@@ -24,22 +24,24 @@ class EchoLookupTest : public testing::Test {
         tables.commit();
     }
 
-    void viasAre(std::uint32_t label, const std::vector<Mpls::WeightedRecord>& vias) {
-        Mpls::transitRouteIs(tables.publisher, Mpls::RouteKey::fromLabel(Lumo::MplsLabel(label)),
-                             vias);
+    void viasAre(std::uint32_t label, const std::vector<Mpls::WeightedVia>& vias) {
+        Mpls::LabelRoute route;
+        route.label = Lumo::MplsLabel(label);
+        route.vias = vias;
+        EXPECT_TRUE(Mpls::transitRouteIs(tables.publisher, route));
     }
-    static Mpls::WeightedRecord popTo(const char* intf, const char* nexthop) {
-        Mpls::WeightedRecord via;
-        via.via.intfId = Lumo::IntfId(intf);
-        via.via.nexthop = Lumo::IpGenAddr::fromText(nexthop);
-        via.via.labelAction = static_cast<std::uint32_t>(Lumo::MplsLabelAction::pop);
-        return via;
+    static Mpls::ViaOptions toward(const char* intf, const char* nexthop) {
+        Mpls::ViaOptions options;
+        options.intf = Lumo::IntfId(intf);
+        options.nexthop = Lumo::IpGenAddr::fromText(nexthop);
+        return options;
     }
-    static Mpls::WeightedRecord swapTo(std::uint16_t label, const char* intf, const char* nexthop) {
-        Mpls::WeightedRecord via = popTo(intf, nexthop);
-        via.via.labelAction = static_cast<std::uint32_t>(Lumo::MplsLabelAction::swap);
-        EXPECT_TRUE(via.via.labelsIs(join({{0}, u16(label)})));
-        return via;
+    static Mpls::WeightedVia popTo(const char* intf, const char* nexthop) {
+        return {Mpls::Via::pop(toward(intf, nexthop)).value(), 1};
+    }
+    static Mpls::WeightedVia swapTo(std::uint16_t label, const char* intf, const char* nexthop) {
+        const std::vector labels{Lumo::MplsLabel(label)};
+        return {Mpls::Via::swap(labels, toward(intf, nexthop)).value(), 1};
     }
 
     /// Return code and subcode to a request with this FEC stack.

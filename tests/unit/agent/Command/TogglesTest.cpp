@@ -7,7 +7,7 @@
 #include <unistd.h>
 
 #include "Config/ConfigError.h"
-#include "Ovix/plugin/ToggleService.h"
+#include "Ovix/plugin/OvixPlugin.h"
 
 namespace TogglesTest {
 

@@ -184,10 +184,10 @@ TEST(Config, ViaTypesHaveNamesAndNumbers) {
         {"\"2\"", 2}, {"0", 0},         {"255", 255},         {"multicast-ip-lookup", 12},
     };
     for (const auto& [word, number] : types) {
-        const AgentConfig config =
-            parseConfig(twoPorts + "lfib: {decap: [{label: 16, type: " + word +
-                            ", via: {interface: eth1, action: pop}}]}\n",
-                        "t.yaml");
+        const AgentConfig config = parseConfig(
+            twoPorts + "lfib: {decap: [{label: 16, type: " + word + ", via: {action: pop" +
+                (Mpls::looksUp(LfibViaType{number}) ? "" : ", interface: eth1") + "}}]}\n",
+            "t.yaml");
         EXPECT_EQ(config.labelRoutes.at(0).value.viaType, LfibViaType{number}) << word;
     }
 }

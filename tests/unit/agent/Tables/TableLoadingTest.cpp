@@ -48,12 +48,12 @@ TEST(ConfigureTables, AnotherConfigurationsLabelsTakeThePlaceOfTheFormerAllAtOnc
     const std::uint64_t before = state.tables().tables().generation();
     state.configureTables(config(label(200)), "test.yaml");
     EXPECT_TRUE(hasLabel(state.tables(), 100)); // until the readers go over
-    state.tables().refreshWholly();
+    TestSupport::refreshWholly(state.tables());
     EXPECT_EQ(state.tables().tables().generation(), before + 1);
     EXPECT_FALSE(hasLabel(state.tables(), 100));
     EXPECT_TRUE(hasLabel(state.tables(), 200));
     state.configureTables(config(""), "test.yaml");
-    state.tables().refreshWholly();
+    TestSupport::refreshWholly(state.tables());
     EXPECT_FALSE(hasLabel(state.tables(), 200));
 }
 
@@ -61,11 +61,11 @@ TEST(ConfigureTables, WhatIsRefusedChangesNothing) {
     AgentState state(config(label(100)), "test.yaml", "configure-refused");
     const std::uint64_t before = state.tables().tables().generation();
     EXPECT_THROW(state.configureTables(refusedInMidLoading(200), "test.yaml"), ConfigError);
-    state.tables().refreshWholly();
+    TestSupport::refreshWholly(state.tables());
     EXPECT_EQ(state.tables().tables().generation(), before);
     EXPECT_TRUE(hasLabel(state.tables(), 100));
     state.configureTables(config(label(300)), "test.yaml");
-    state.tables().refreshWholly();
+    TestSupport::refreshWholly(state.tables());
     EXPECT_FALSE(hasLabel(state.tables(), 100));
     EXPECT_FALSE(hasLabel(state.tables(), 200));
     EXPECT_TRUE(hasLabel(state.tables(), 300));
@@ -75,7 +75,7 @@ TEST(ConfigureTables, TablesThatSomebodyElsePublishesStay) {
     TestSupport::LocalTables others;
     AgentState state(config(""), others.reader, "configure-others");
     state.configureTables(config(label(200)), "test.yaml");
-    state.tables().refreshWholly();
+    TestSupport::refreshWholly(state.tables());
     EXPECT_FALSE(hasLabel(state.tables(), 200));
 }
 

@@ -1,5 +1,6 @@
 #include "publishing/RoutePublisher.h"
 
+#include "LocalTables.h"
 #include "PublishingTesting.h"
 
 namespace RoutePublisherTest {
@@ -15,13 +16,13 @@ class RoutePublisherTest : public testing::Test {
     std::string change(const RouteChange& wanted) {
         const auto applied = publisher.apply(wanted);
         publisher.commit();
-        tables.published.refreshWholly();
+        TestSupport::refreshWholly(tables.published);
         return applied ? "" : applied.refused().what;
     }
     void sweep() {
         publisher.sweep();
         publisher.commit();
-        tables.published.refreshWholly();
+        TestSupport::refreshWholly(tables.published);
     }
 
     TestSupport::LocalTables tables;
@@ -208,11 +209,11 @@ TEST_F(RoutePublisherTest, ABatchIsSeenWholeAndOnlyOnceCommitted) {
     const std::uint64_t before = tables.reader->generation();
     EXPECT_TRUE(publisher.apply(labelRoute(1000, {hop({2000}, "192.0.2.2", 3)})));
     EXPECT_TRUE(publisher.apply(prefixRoute(to("203.0.113.0", 24), {hop({}, "192.0.2.2", 3)})));
-    tables.published.refreshWholly();
+    TestSupport::refreshWholly(tables.published);
     EXPECT_EQ(now.labels() + now.ipRoutes(), 0U);
     publisher.commit();
     publisher.commit(); // nothing more to make visible
-    tables.published.refreshWholly();
+    TestSupport::refreshWholly(tables.published);
     EXPECT_EQ(now.labels() + now.ipRoutes(), 2U);
     EXPECT_EQ(tables.reader->generation(), before + 1);
 }
@@ -250,7 +251,7 @@ TEST_F(RoutePublisherTest, RoutesOfAnEarlierProcessAreStaleFromTheStart) {
     EXPECT_TRUE(next.apply(prefixRoute(to("203.0.113.0", 24), {hop({}, "192.0.2.2", 3)})));
     EXPECT_EQ(next.sweep(), 2U);
     next.commit();
-    tables.published.refreshWholly();
+    TestSupport::refreshWholly(tables.published);
     EXPECT_EQ(now.transit(1000), "");
     EXPECT_EQ(now.decap(1001), "red");
     EXPECT_EQ(now.ip("203.0.113.0", 24), "via 192.0.2.2 west0 weight 1");
@@ -277,7 +278,7 @@ TEST(FullTables, TakeNoMoreRoutesButReleaseThem) {
         EXPECT_TRUE(publisher.apply(withdrawn(gone))) << gone;
         EXPECT_NO_THROW(publisher.commit()) << gone;
     }
-    tables.published.refreshWholly();
+    TestSupport::refreshWholly(tables.published);
     EXPECT_EQ(TablesAsText(tables.reader).labels(), 0U);
 }
 

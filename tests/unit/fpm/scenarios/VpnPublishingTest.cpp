@@ -1,6 +1,7 @@
 // Recorded routes and labels of VRFs, in the tables.
 
 #include "FpmRecordings.h"
+#include "LocalTables.h"
 #include "PublishingTesting.h"
 #include "decoding/FpmDecoder.h"
 
@@ -32,7 +33,7 @@ class VpnPublishing : public testing::Test {
             }
         }
         publisher.commit();
-        tables.published.refreshWholly();
+        TestSupport::refreshWholly(tables.published);
         return refused;
     }
 

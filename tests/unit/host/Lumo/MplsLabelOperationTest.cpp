@@ -2,17 +2,10 @@
 
 #include <array>
 #include <gtest/gtest.h>
-#include <sstream>
 
 namespace MplsLabelOperationTest {
 
 using namespace Lumo;
-
-TEST(MplsLabelOperation, ActionsPrintAsTheirNumbers) {
-    std::ostringstream out;
-    out << MplsLabelAction::push << MplsLabelAction::pop << MplsLabelAction::swap;
-    EXPECT_EQ(out.str(), "123");
-}
 
 TEST(MplsLabelOperation, ReadsPackedLabelsOutermostFirst) {
     const std::array<std::uint8_t, 9> packed = {0x00, 0x00, 0x10, 0x0f, 0xff,

@@ -1,7 +1,7 @@
-#include "Plugin/Library.h"
-
 #include <gtest/gtest.h>
 #include <string>
+
+#include "Plugin/Loader.h"
 
 namespace LibraryTest {
 

@@ -93,18 +93,18 @@ TEST_F(Published, AllTablesGoOverToAGenerationTogether) {
 TEST_F(Published, SubscribersHearOfTheirTableAlone) {
     routeIs(16);
     tables.publisher.commit();
-    published.refreshWholly();
+    TestSupport::refreshWholly(published);
     subscribe(); // what is there already is not reported
     routeIs(17);
     routeIs(18, 1400, TableId::decapLfib);
     tables.publisher.commit();
     EXPECT_EQ(reported(), Labels());
-    published.refreshWholly();
+    TestSupport::refreshWholly(published);
     EXPECT_EQ(reported(), Labels{17});
     tables.publisher.lfib(TableId::transitLfib).routeDel(key(16));
     routeIs(17, 1500);
     tables.publisher.commit();
-    published.refreshWholly();
+    TestSupport::refreshWholly(published);
     EXPECT_EQ(reported(), (Labels{16, 17}));
 }
 
@@ -114,16 +114,16 @@ TEST_F(Published, WhatIsReportedIsReadableAndNothingIsReportedAfterTheLastSubscr
     heard.onReport = [&] { mtus.push_back(mtuOf(16)); };
     routeIs(16, 1300);
     tables.publisher.commit();
-    published.refreshWholly();
+    TestSupport::refreshWholly(published);
     transit->unsubscribe(heard);
     subscribed = false;
     published.noticeSubscribers();
     routeIs(16, 1400);
     tables.publisher.commit();
-    published.refreshWholly();
+    TestSupport::refreshWholly(published);
     EXPECT_EQ(mtus, std::vector<std::uint32_t>{1300});
     subscribe(); // again: nothing of what changed before
-    published.refreshWholly();
+    TestSupport::refreshWholly(published);
     EXPECT_EQ(mtus, std::vector<std::uint32_t>{1300});
 }
 
@@ -138,7 +138,7 @@ TEST_F(Published, HardwareAndMulticastChangesAreReportedUnderTheirKeys) {
     tables.publisher.hardware().adjacencyIs(1, *Mpls::Hardware::Adjacency::create({}, {}, false));
     tables.publisher.mvpn().vrfIntfIdIs({7}, Lumo::IntfId("eth1"));
     tables.publisher.commit();
-    published.refreshWholly();
+    TestSupport::refreshWholly(published);
     EXPECT_EQ(hardware.changes, (std::vector<Heard::Change>{{Status::routeAttr, key(18).value()},
                                                             {Status::adjacencyAttr, 1}}));
     EXPECT_EQ(mvpn.changes, (std::vector<Heard::Change>{{0, 7}}));
@@ -164,7 +164,7 @@ TEST_F(Published, ALargeBatchIsReportedAPageAtATimeAndReadableAtOnce) {
 TEST_F(Published, ADamagedNewestRootIsReportedToEveryHookOnceAndTheLastOneKept) {
     routeIs(16, 1300);
     tables.publisher.commit();
-    published.refreshWholly();
+    TestSupport::refreshWholly(published);
     const std::uint64_t held = published.tables().generation();
     routeIs(16, 1400);
     tables.publisher.commit();
@@ -199,7 +199,7 @@ TEST_F(Published, ADamagedPageIsReportedToTheHooksAndTheOthersToSubscribers) {
     pageRef(100) ^= 1U;
     routeIs(9000);
     tables.publisher.commit(); // a directory of its own: as damaged as the one before
-    published.refreshWholly();
+    TestSupport::refreshWholly(published);
     EXPECT_EQ(reported(), (Labels{5000, 9000}));
     EXPECT_EQ(transit->corruptionsDetected(), 1U);
 }
@@ -208,12 +208,12 @@ TEST_F(Published, SubscribingToADamagedTableDoesNotThrow) {
     routeIs(100);
     routeIs(5000);
     tables.publisher.commit();
-    published.refreshWholly();
+    TestSupport::refreshWholly(published);
     pageRef(100) ^= 1U;
     subscribe();
     routeIs(5000, 1500);
     tables.publisher.commit();
-    published.refreshWholly();
+    TestSupport::refreshWholly(published);
     EXPECT_EQ(reported(), Labels{5000});
 }
 
@@ -250,11 +250,11 @@ TEST_F(HurriedTables, ASubscriberOfALostGenerationHearsFromTheNextOneOn) {
     generations();
     transit->subscribe(heard);
     EXPECT_NO_THROW(published.noticeSubscribers());
-    published.refreshWholly();
+    TestSupport::refreshWholly(published);
     EXPECT_EQ(published.tables().generation(), publisher.tables().generation());
     heard.changes.clear();
     generations();
-    published.refreshWholly();
+    TestSupport::refreshWholly(published);
     EXPECT_EQ(heard.changes, (std::vector<Heard::Change>{{0, key(16).value()}}));
     transit->unsubscribe(heard);
 }
@@ -282,7 +282,7 @@ TEST_F(HurriedTables, NothingWaitsForAGenerationThatDoesNotCome) {
             one.damage();
             transit->subscribe(heard);
             published.noticeSubscribers();
-            published.refreshWholly();
+            TestSupport::refreshWholly(published);
         })) << one.what;
     }
 }

@@ -87,7 +87,7 @@ TEST_F(ClearCountersTest, ADestroyedKeeperIsOffTheQueue) {
     {
         const auto keeper = Tessel::make<Keeper>(requests);
         keeper->hasNotificationActiveIs(true);
-        EXPECT_EQ(requests->references(), 2U);
+        EXPECT_GT(requests->references(), 1U);
     }
     EXPECT_EQ(requests->references(), 1U);
     requests->requestClearAll();

@@ -1,6 +1,7 @@
 #include <map>
 #include <thread>
 
+#include "LocalTables.h"
 #include "Numbered.h"
 
 namespace ThreadsTest {
@@ -130,7 +131,7 @@ TEST_P(Threads, EveryChangeIsReportedHoweverFastTheyCome) {
                 last = done;
                 tables.refresh();
             }
-            tables.refreshWholly();
+            TestSupport::refreshWholly(tables);
             EXPECT_TRUE(book.numbers == expected);
             EXPECT_EQ(tables.corruptionsDetected(), 0U);
             tables.lfib(Mpls::TableId::transitLfib)->unsubscribe(book);

@@ -2,7 +2,7 @@
 #include "MplsOvixMulticast/MplsMulticastIpLookupViaTypeHandler.h"
 #include "MplsOvixMulticast/MulticastEvents.h"
 #include "MulticastTesting.h"
-#include "Ovix/plugin/ToggleService.h"
+#include "Ovix/plugin/OvixPlugin.h"
 
 namespace MvpnSfeToggleTest {
 
@@ -91,9 +91,13 @@ TEST_F(InputStepAttribute, IsRebuiltWhenAnArgumentDiffers) {
     const auto first = plugin->mplsMldpInputStepIs(mvpn, ports, parser);
     EXPECT_EQ(plugin->mplsMldpInputStepIs(mvpn, ports, parser), first);
     EXPECT_EQ(listener.heard.size(), 1U);
-    EXPECT_NE(plugin->mplsMldpInputStepIs(nullptr, ports, parser), first);
-    EXPECT_NE(plugin->mplsMldpInputStepIs(nullptr, Tessel::make<Ports>(), parser), first);
-    const auto last = plugin->mplsMldpInputStepIs(nullptr, ports, Tessel::make<PacketParser>());
+    const auto otherStatus = plugin->mplsMldpInputStepIs(nullptr, ports, parser);
+    EXPECT_NE(otherStatus, first);
+    const auto otherPorts = plugin->mplsMldpInputStepIs(nullptr, Tessel::make<Ports>(), parser);
+    EXPECT_NE(otherPorts, otherStatus);
+    const auto last =
+        plugin->mplsMldpInputStepIs(nullptr, otherPorts->ports(), Tessel::make<PacketParser>());
+    EXPECT_NE(last, otherPorts);
     EXPECT_EQ(plugin->mplsMldpInputStep(), last);
     EXPECT_EQ(plugin->mplsMldpInputStepDel(), last);
     EXPECT_FALSE(plugin->mplsMldpInputStepDel());

@@ -1,8 +1,8 @@
-#include "Ovix/plugin/ToggleService.h"
-
 #include <gtest/gtest.h>
 #include <stdexcept>
 #include <string>
+
+#include "Ovix/plugin/OvixPlugin.h"
 
 namespace ToggleServiceTest {
 

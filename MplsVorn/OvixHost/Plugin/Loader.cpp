@@ -1,4 +1,4 @@
-#include "Plugin/Library.h"
+#include "Plugin/Loader.h"
 
 #include <dlfcn.h>
 
