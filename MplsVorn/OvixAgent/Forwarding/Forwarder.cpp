@@ -45,7 +45,8 @@ void Forwarder::receive(const Frame& frame) {
     } catch (const CaptureError&) {
         throw; // an output failed, not the frame
     } catch (const Tessel::SnapshotLost&) {
-        // Label tables are read before anything is sent.
+        // Label tables are read before anything is sent, so nothing is left of the first try.
+        counters_->takeBack();
         in_.frames -= 1;
         in_.bytes -= frame.bytes.size();
         throw;

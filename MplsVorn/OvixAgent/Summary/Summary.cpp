@@ -43,7 +43,9 @@ std::vector<LabelTraffic> labelTraffic(const Counter::PktCounterCollectionHolder
 std::vector<NamedCounter> namedCounters(const Ovix::OvixNamedCounters& counters) {
     std::vector<NamedCounter> named;
     for (const auto& counter : counters.counters()) {
-        named.push_back({counter.category, counter.module, counter.reason, counter.count});
+        if (counter.count > 0) { // what a frame taken again has counted is taken back
+            named.push_back({counter.category, counter.module, counter.reason, counter.count});
+        }
     }
     return named;
 }

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstring>
+#include <limits>
 
 #include "Mpls/LfibLayout.h"
 #include "Mpls/PackedVia.h"
@@ -27,6 +28,16 @@ T valueAt(const std::uint8_t* from) noexcept {
 
 std::span<const std::uint8_t> asBytes(std::span<const std::uint64_t> words) noexcept {
     return {reinterpret_cast<const std::uint8_t*>(words.data()), words.size_bytes()};
+}
+
+/// Whether one of the members can be chosen by weight, if that is how the set is used.
+bool weightsAreLegal(const LfibViaSet& set) noexcept {
+    std::uint64_t total = 0;
+    for (const LfibWeightedVia& member : set.members.view()) {
+        total += member.weight;
+    }
+    const bool chosen = set.type != LfibViaSetType::multicast && set.members.size() > 1;
+    return !chosen || (total > 0 && total <= std::numeric_limits<std::uint32_t>::max());
 }
 
 TableRef refOf(const LfibViaKey& key) noexcept {
@@ -63,6 +74,9 @@ LfibViaSet LfibStatus::viaSet(LfibViaSetKey key) const {
     set.flags = fixed.flags;
     set.viaKeys.assign(bytes.data() + sizeof fixed, fixed.viaKeys);
     set.members.assign(bytes.data() + sizeof fixed + keyBytes, fixed.members);
+    if (!weightsAreLegal(set)) {
+        tables_->refuse("weights of via set at unit", ref.unit());
+    }
     set.source = Ptr<const LfibViaSource>(this);
     return set;
 }

@@ -205,6 +205,12 @@ class MplsOvixPlugin : public OvixPlugin {
     ProcessingResult handleVia(const Ptr<MplsContext>& context, std::uint32_t viaIndex) const;
 
   private:
+    /// Puts a reactor in place; the one that it replaces hears nothing more, whoever holds it.
+    template <typename Reactor>
+    const Ptr<Reactor>& reactorIs(Ptr<Reactor>& held, const Ptr<Reactor>& made,
+                                  Tessel::AttrId attribute);
+    template <typename Reactor>
+    Ptr<Reactor> reactorDel(Ptr<Reactor>& held, Tessel::AttrId attribute);
     void defaultInit();
     void takeSharedTables();
     ProcessingResult handleEveryVia(const Ptr<MplsContext>& context) const;

@@ -67,7 +67,16 @@ std::uint64_t OvixNamedCounters::value(std::string_view category, std::string_vi
     return counter != nullptr ? counter->count : 0;
 }
 
+void OvixNamedCounters::takeBack() noexcept {
+    for (Counter* counter : ofFrame_) {
+        assert(counter->count > 0);
+        --counter->count;
+    }
+    forgetLast();
+}
+
 OvixNamedCounters::Counter& OvixNamedCounters::add(const CounterKey& key) {
+    assert(find(key) == nullptr);
     if ((counters_.size() + 1) * 2 > slots_.size()) {
         slots_.assign(slots_.size() * 2, nullptr);
         mask_ = slots_.size() - 1;

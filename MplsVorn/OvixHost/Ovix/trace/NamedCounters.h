@@ -55,6 +55,9 @@ class OvixNamedCounters : public Tessel::Counted {
         }
         ++counter->count;
         last_ = counter->isLookup ? last_ : counter;
+        if (perFrame_) [[likely]] {
+            ofFrame_.push_back(counter);
+        }
     }
     void count(std::string_view category, std::string_view module, std::string_view reason) {
         count(CounterKey(category, module, reason));
@@ -70,7 +73,14 @@ class OvixNamedCounters : public Tessel::Counted {
     /// The counter counted last since `forgetLast`, lookups that missed apart, or null: what
     /// happened to the current frame.
     const Counter* last() const noexcept { return last_; }
-    void forgetLast() noexcept { last_ = nullptr; }
+    /// To be called before each frame, or never.
+    void forgetLast() noexcept {
+        last_ = nullptr;
+        perFrame_ = true;
+        ofFrame_.clear();
+    }
+    /// Takes back what has been counted since `forgetLast`: the frame will be routed again.
+    void takeBack() noexcept;
 
   private:
     // Names are distinguished by their 64-bit hash alone: no outsider chooses them.
@@ -89,6 +99,8 @@ class OvixNamedCounters : public Tessel::Counted {
     std::vector<Counter*> slots_; ///< open addressing, a power of two, at most half full
     std::size_t mask_ = 0;        ///< the number of slots, less 1
     const Counter* last_ = nullptr;
+    bool perFrame_ = false;         ///< `forgetLast` is called
+    std::vector<Counter*> ofFrame_; ///< counted since then
 };
 
 } // namespace Ovix

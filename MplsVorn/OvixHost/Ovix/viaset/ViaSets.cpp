@@ -1,6 +1,7 @@
 #include "Ovix/viaset/ViaSets.h"
 
-#include "Ovix/viaset/MplsContext.h"
+#include "Ovix/viaset/MplsViaTypeHandler.h"
+#include "Tessel/Singletons.h"
 
 // One slab per type for the whole process, whoever makes and releases the objects.
 template class Tessel::Slabbed<Ovix::OvixMplsViaSetStack>;
@@ -16,7 +17,7 @@ OvixHwViaSet::OvixHwViaSet(Ptr<const Mpls::Hardware::Adjacency> adjacency,
     : adjacency_(std::move(adjacency)), useBackups_(useBackups) {
     takeUsable(helper);
     // The link of the last via may go down before whoever programs the adjacency marks it.
-    if (totalWeight_ == 0 && !useBackups_ && !adjacency_->entries(true).empty()) {
+    if (!hasValidVia() && !useBackups_ && !adjacency_->entries(true).empty()) {
         useBackups_ = true;
         takeUsable(helper);
     }
@@ -24,6 +25,7 @@ OvixHwViaSet::OvixHwViaSet(Ptr<const Mpls::Hardware::Adjacency> adjacency,
 
 void OvixHwViaSet::takeUsable(const Ptr<HwStatusViaHelper>& helper) {
     count_ = 0;
+    totalWeight_ = 0;
     std::uint16_t index = 0;
     for (const Mpls::Hardware::Adjacency::Entry& entry : adjacency_->entries(useBackups_)) {
         if (!helper || helper->usable(entry.intf)) {
@@ -32,6 +34,19 @@ void OvixHwViaSet::takeUsable(const Ptr<HwStatusViaHelper>& helper) {
         }
         ++index;
     }
+    assert(count_ <= usable_.size());
 }
+
+void MplsViaTypeHandlerRegistry::registerFactory() {
+    Tessel::Singletons::instance().factoryIs(entityTypeName, []() -> Ptr<Tessel::Entity> {
+        return Tessel::make<MplsViaTypeHandlerRegistry>();
+    });
+}
+
+namespace {
+
+const bool registered = (MplsViaTypeHandlerRegistry::registerFactory(), true);
+
+} // namespace
 
 } // namespace Ovix

@@ -71,9 +71,10 @@ extern template class Tessel::Slabbed<Ovix::OvixLfibViaSet>;
 
 namespace Ovix {
 
-/// The tail of a multicast LSP: its first via is the lookup, whose interface is that of the VRF.
+/// The tail of a multicast LSP: its last via is the lookup, whose interface is that of the VRF.
 /// Where the LSP branches at its tail (a bud node, RFC 6388 section 1.3) the record's further
-/// members follow: IP vias, read from the table that the record came from.
+/// members come first: IP vias, read from the table that the record came from. The lookup's
+/// delivery to the CPU cannot be undone, so that no via is read after it.
 class OvixMulticastDecapViaSet final : public OvixMplsViaSet,
                                        public Tessel::Slabbed<OvixMulticastDecapViaSet> {
   public:
@@ -85,28 +86,32 @@ class OvixMulticastDecapViaSet final : public OvixMplsViaSet,
         return record_.members.empty() ? 1 : record_.members.size();
     }
     Mpls::LfibViaType viaType(std::uint32_t index) const noexcept override {
-        return index == 0 ? Mpls::LfibViaType::multicastIpLookup : Mpls::LfibViaType::ip;
+        return isTail(index) ? Mpls::LfibViaType::multicastIpLookup : Mpls::LfibViaType::ip;
     }
     std::uint32_t weight(std::uint32_t index) const noexcept override {
-        return index == 0 ? 1 : record_.members[index].weight;
+        return isTail(index) ? 1 : record_.members[index + 1].weight;
     }
-    /// The first one is invalid when the record of the lookup is the default one.
+    /// The last one is invalid when the record of the lookup is the default one.
     OvixMplsVia via(std::uint32_t index) const override {
-        return index == 0 ? tail() : branch(index);
+        return isTail(index) ? tail() : branch(index);
     }
     Mpls::LfibViaSetType type() const noexcept override { return record_.type; }
     const Mpls::LfibMulticastIpLookupVia& lookupVia() const noexcept { return via_; }
 
   private:
+    bool isTail(std::uint32_t index) const noexcept {
+        assert(index < numVias());
+        return index + 1 == numVias();
+    }
     OvixMplsVia tail() const noexcept {
         OvixMplsVia via;
-        via.intfId =
-            Lumo::IntfId::fromValue((std::uint64_t{via_.intfIdHigh} << 32U) | via_.intfIdLow);
+        via.intfId = via_.intf();
         via.payloadType = via_.payloadType;
         return via;
     }
+    // The record's first member is the lookup's.
     OvixMplsVia branch(std::uint32_t index) const {
-        return record_.source ? record_.source->ipVia(record_.members[index]) : OvixMplsVia();
+        return record_.source ? record_.source->ipVia(record_.members[index + 1]) : OvixMplsVia();
     }
 
     Mpls::LfibViaSet record_;
@@ -154,8 +159,10 @@ class OvixHwViaSet final : public OvixMplsViaSet, public Tessel::Slabbed<OvixHwV
     OvixHwViaSet(Ptr<const Mpls::Hardware::Adjacency> adjacency,
                  const Ptr<HwStatusViaHelper>& helper, bool useBackups);
 
-    /// At least one usable via, and not all of them of weight 0.
-    bool hasValidVia() const noexcept { return totalWeight_ > 0; }
+    /// At least one usable via; where one of several is chosen by weight, not all of weight 0.
+    bool hasValidVia() const noexcept {
+        return totalWeight_ > 0 || count_ == 1 || (count_ > 1 && isMulticast());
+    }
     bool useBackups() const noexcept { return useBackups_; }
 
     std::uint32_t numVias() const noexcept override { return count_; }

@@ -42,18 +42,16 @@ bool pointAtDestination(const MplsContext& context, Lumo::IpFamily family,
     return false;
 }
 
-/// False, and `missing` is reported, when there is no destination to point at.
-bool pointOrReport(const MplsContext& context, Lumo::IpFamily family, const FrameEvent& missing,
+/// `missing` is reported when there is no destination to point at.
+void pointOrReport(const MplsContext& context, Lumo::IpFamily family, const FrameEvent& missing,
                    RoutingNexthop& nexthop) {
-    const bool found = pointAtDestination(context, family, nexthop);
-    if (!found) {
+    if (!pointAtDestination(context, family, nexthop)) {
         report(*context.routingContext(), missing);
     }
-    return found;
 }
 
 /// The payload type follows from the header that was parsed beneath the stack.
-bool pointAtParsedPayload(const MplsContext& context, RoutingNexthop& nexthop) {
+void pointAtParsedPayload(const MplsContext& context, RoutingNexthop& nexthop) {
     context.maybeDoFullParse();
     const RoutingContext& routing = *context.routingContext();
     const PktHdrType type =
@@ -64,17 +62,15 @@ bool pointAtParsedPayload(const MplsContext& context, RoutingNexthop& nexthop) {
     case PktHdrType::ipv6:
         return pointOrReport(context, Lumo::IpFamily::ipv6, noInnerHeadersForAuto, nexthop);
     case PktHdrType::none:
-        report(routing, noInnerHeadersForAuto);
-        return false;
+        return report(routing, noInnerHeadersForAuto);
     default:
-        reportWithValues(routing, innerHeaderNotIp, pktHdrName(type));
-        return false;
+        return reportWithValues(routing, innerHeaderNotIp, pktHdrName(type));
     }
 }
 
-/// Points the next hop at the payload's IP destination where the payload type says that it has one.
-/// False: dropped.
-bool pointAtPayload(const MplsContext& context, PayloadType payload, RoutingNexthop& nexthop) {
+/// Points the next hop at the payload's IP destination where the payload type says that it has one;
+/// what is dropped keeps a next hop without an address.
+void pointAtPayload(const MplsContext& context, PayloadType payload, RoutingNexthop& nexthop) {
     const RoutingContext& routing = *context.routingContext();
     switch (payload) {
     case PayloadType::ipv4:
@@ -84,13 +80,11 @@ bool pointAtPayload(const MplsContext& context, PayloadType payload, RoutingNext
     case PayloadType::automatic:
         return pointAtParsedPayload(context, nexthop);
     case PayloadType::ethernet:
-        report(routing, ethernetUnsupported);
-        return false;
+        return report(routing, ethernetUnsupported);
     case PayloadType::undefined:
-        report(routing, undefinedPayload);
-        return false;
+        return report(routing, undefinedPayload);
     default:
-        return true; // left as it is
+        return; // left as it is
     }
 }
 
@@ -153,9 +147,12 @@ ProcessingResult MplsIpLookupViaTypeHandler::processMplsVia(const Ptr<MplsContex
         return frameDealtWith;
     }
     nexthop.rewriteInfos().copyFrom(rewrites);
+    if (!entry.bos()) {
+        return frameDealtWith;
+    }
+    pointAtPayload(*context, via.payloadType, nexthop);
     // A payload that is not looked into is left to the host with the pop alone, uncounted.
-    if (entry.bos() && pointAtPayload(*context, via.payloadType, nexthop) &&
-        via.payloadType != Mpls::PayloadType::none && !nexthop.address().empty()) {
+    if (via.payloadType != PayloadType::none && !nexthop.address().empty()) {
         countLabel(*context, nexthop);
     }
     return frameDealtWith;

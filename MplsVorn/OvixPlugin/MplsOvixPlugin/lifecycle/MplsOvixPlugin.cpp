@@ -103,24 +103,39 @@ Ptr<HwStatusViaHelper> MplsOvixPlugin::hwStatusViaHelperDel() {
     return clearAndPublish(hwStatusViaHelper_, hwStatusViaHelperAttr);
 }
 
+template <typename Reactor>
+const Ptr<Reactor>& MplsOvixPlugin::reactorIs(Ptr<Reactor>& held, const Ptr<Reactor>& made,
+                                              Tessel::AttrId attribute) {
+    if (held) {
+        held->hasNotificationActiveIs(false);
+    }
+    assignAndPublish(held, made, attribute);
+    held->hasNotificationActiveIs(true);
+    return held;
+}
+
+template <typename Reactor>
+Ptr<Reactor> MplsOvixPlugin::reactorDel(Ptr<Reactor>& held, Tessel::AttrId attribute) {
+    if (held) {
+        held->hasNotificationActiveIs(false);
+    }
+    return clearAndPublish(held, attribute);
+}
+
 Ptr<MplsRoutingSupportedReactor> MplsOvixPlugin::routingSupportedReactorIs(
     const Ptr<Mpls::Hardware::Capability>& capability,
     const Ptr<const RoutingCapabilities>& routingCapabilities) {
     if (!routingSupportedReactor_ || routingSupportedReactor_->capability() != capability ||
         routingSupportedReactor_->routingCapabilities() != routingCapabilities) {
-        assignAndPublish(routingSupportedReactor_,
+        return reactorIs(routingSupportedReactor_,
                          Tessel::make<MplsRoutingSupportedReactor>(capability, routingCapabilities),
                          routingSupportedReactorAttr);
-        routingSupportedReactor_->hasNotificationActiveIs(true);
     }
     return routingSupportedReactor_;
 }
 
 Ptr<MplsRoutingSupportedReactor> MplsOvixPlugin::routingSupportedReactorDel() {
-    if (routingSupportedReactor_) {
-        routingSupportedReactor_->hasNotificationActiveIs(false);
-    }
-    return clearAndPublish(routingSupportedReactor_, routingSupportedReactorAttr);
+    return reactorDel(routingSupportedReactor_, routingSupportedReactorAttr);
 }
 
 Ptr<MplsMldpInputStep> MplsOvixPlugin::mplsMldpInputStepIs(
@@ -176,19 +191,15 @@ MplsOvixPlugin::lfibStatusSmIs(const Ptr<const Mpls::LfibStatus>& lfibStatus,
                                const Ptr<Counter::OvixLfibCounterCollection>& counterCollection) {
     if (!lfibStatusSm_ || lfibStatusSm_->lfibStatus() != lfibStatus ||
         lfibStatusSm_->counterCollection() != counterCollection) {
-        assignAndPublish(lfibStatusSm_,
+        return reactorIs(lfibStatusSm_,
                          Tessel::make<MplsLfibStatusSm>(lfibStatus, counterCollection),
                          lfibStatusSmAttr);
-        lfibStatusSm_->hasNotificationActiveIs(true);
     }
     return lfibStatusSm_;
 }
 
 Ptr<MplsLfibStatusSm> MplsOvixPlugin::lfibStatusSmDel() {
-    if (lfibStatusSm_) {
-        lfibStatusSm_->hasNotificationActiveIs(false);
-    }
-    return clearAndPublish(lfibStatusSm_, lfibStatusSmAttr);
+    return reactorDel(lfibStatusSm_, lfibStatusSmAttr);
 }
 
 Ptr<ClearLfibCountersSm> MplsOvixPlugin::clearLfibCountersSmIs(
@@ -196,19 +207,15 @@ Ptr<ClearLfibCountersSm> MplsOvixPlugin::clearLfibCountersSmIs(
     const Ptr<Counter::ClearCountersRequests>& requests) {
     if (!clearLfibCountersSm_ || clearLfibCountersSm_->counterCollection() != counterCollection ||
         clearLfibCountersSm_->requests() != requests) {
-        assignAndPublish(clearLfibCountersSm_,
+        return reactorIs(clearLfibCountersSm_,
                          Tessel::make<ClearLfibCountersSm>(counterCollection, requests),
                          clearLfibCountersSmAttr);
-        clearLfibCountersSm_->hasNotificationActiveIs(true);
     }
     return clearLfibCountersSm_;
 }
 
 Ptr<ClearLfibCountersSm> MplsOvixPlugin::clearLfibCountersSmDel() {
-    if (clearLfibCountersSm_) {
-        clearLfibCountersSm_->hasNotificationActiveIs(false);
-    }
-    return clearAndPublish(clearLfibCountersSm_, clearLfibCountersSmAttr);
+    return reactorDel(clearLfibCountersSm_, clearLfibCountersSmAttr);
 }
 
 } // namespace Ovix

@@ -38,11 +38,11 @@ MplsOvixPlugin::viaSetFromHwStatus(const Ptr<RoutingContext>& context,
         report(*context, noAdjacency, key.topLabel());
         return nullptr;
     }
-    const bool useBackups = adjacency->useBackups();
-    if (useBackups) {
+    auto viaSet =
+        Tessel::make<OvixHwViaSet>(adjacency, hwStatusViaHelper_, adjacency->useBackups());
+    if (viaSet->useBackups()) { // marked so, or because no via is usable
         traceFrame(*context, "Reading backups from adjacency for ", key.topLabel());
     }
-    auto viaSet = Tessel::make<OvixHwViaSet>(adjacency, hwStatusViaHelper_, useBackups);
     if (!viaSet->hasValidVia()) {
         report(*context, noValidVias, key.topLabel());
         return nullptr;

@@ -65,6 +65,7 @@ bool MplsOvixPlugin::updateViaSetStack(const Ptr<RoutingContext>& context,
                                        Lumo::MplsStackEntryIndex position,
                                        const Ptr<OvixMplsViaSetStack>& stack,
                                        Lumo::MplsLabelEntry entry) const {
+    assert(position.value() == stack->size());
     Ptr<OvixMplsViaSet> viaSet = findOvixMplsViaSet(context, entry);
     if (!viaSet) {
         traceFrame(*context, "No viaSet for label ", entry.label());
@@ -79,6 +80,7 @@ Ptr<OvixMplsViaSet> MplsOvixPlugin::findOvixMplsViaSet(const Ptr<RoutingContext>
     const Mpls::RouteKey key = Mpls::RouteKey::fromLabel(entry.label());
     // The transit LFIB is left out on purpose: transit labels are forwarded as the platform has
     // programmed them, which is in the hardware status.
+    assert(lfibTables_);
     const MplsLfibTables& tables = *lfibTables_;
     for (const MplsLfibTables::Lfib* lfib :
          {&tables.decapLfib(), &tables.evpnEthernetSegmentFilterLfib(), &tables.pseudowireLfib(),
@@ -103,7 +105,7 @@ void MplsOvixPlugin::processViaSetStack(const Ptr<RoutingContext>& context,
         traceFrame(*context, "Processing viaSet for label ", entry.label());
         const Ptr<RoutingNexthop>& nexthop = nexthops->nexthopFront();
         if (nexthops->size() > 1) {
-            reportWithValues(*context, severalNexthops, nexthops->size());
+            report(*context, severalNexthops, nexthops->size());
         }
         // Entropy labels and their indicators carry no TTL to spend (RFC 6790 section 4.2), so
         // they come before the test; an explicit null carries one and comes behind it.
@@ -117,8 +119,8 @@ void MplsOvixPlugin::processViaSetStack(const Ptr<RoutingContext>& context,
             reportWithValues(*context, ttlSpent, entry.label());
             nexthop->setCpuTrapNexthop();
             return;
-        } else if (!current.viaSet) {
-            // An explicit null, or an entropy label that a misplaced explicit null separated from
+        } else if (entry.label().isExplicitNull() || !current.viaSet) {
+            // Without a via set only an entropy label that a misplaced explicit null separated from
             // its indicator.
             handleReservedLabel(context, nexthop, innerHeader, entry);
         } else if (settled(handleViaSet(Tessel::make<MplsContext>(context, entry, innerHeader,

@@ -38,9 +38,13 @@ TEST_F(ForwarderTest, AFrameIsRewrittenGivenALinkHeaderAndSentWithItsTime) {
 
 TEST_F(ForwarderTest, AFrameForWhichTheTablesMustBeRefreshedIsCountedOnceTakenAgain) {
     const Decide onward = always(withRewrite(nexthop("east", "10.0.2.2"), swapInfo(300)));
-    EXPECT_THROW(
-        receive(labelled(), [](const auto&, auto&) { throw Tessel::SnapshotLost("replaced"); }),
-        Tessel::SnapshotLost);
+    EXPECT_THROW(receive(labelled(),
+                         [](const Ptr<Ovix::RoutingContext>& context, const auto&) {
+                             context->namedCounters()->count("Drop", "Routing::Mpls", "first try");
+                             throw Tessel::SnapshotLost("replaced");
+                         }),
+                 Tessel::SnapshotLost);
+    EXPECT_TRUE(summary().counters.empty());
     EXPECT_EQ(summary().in, Traffic());
     EXPECT_TRUE(out[east].frames.empty());
     receive(labelled(), onward);

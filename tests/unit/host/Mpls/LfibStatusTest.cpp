@@ -47,7 +47,7 @@ class LyingLfib : public testing::Test {
     /// A via set that says so many entries in a record of `words`.
     LfibViaSetKey viaSetIs(std::size_t viaKeys, std::size_t members, std::size_t words) {
         const ViaSetWord fixed{
-            0, 0, 0, 0, static_cast<std::uint16_t>(viaKeys), static_cast<std::uint16_t>(members)};
+            1, 0, 0, 0, static_cast<std::uint16_t>(viaKeys), static_cast<std::uint16_t>(members)};
         Words own(words);
         std::memcpy(own.data(), &fixed, sizeof fixed);
         return viaSetIs(own);

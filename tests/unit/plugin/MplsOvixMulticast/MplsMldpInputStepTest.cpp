@@ -78,6 +78,7 @@ TEST_F(MldpInputStep, LeavesEveryOtherFrameAlone) {
         {"tagged IPv4", join({eth(Raw::ethVlan), tag(0, Raw::ethIpv4)}), nothing + "0"},
         {"VLAN 4095", join({eth(Raw::ethVlan), tag(0xffff, Raw::ethIpv4)}), nothing + "4095"},
         {"nothing behind the TPID", eth(Raw::ethVlan), nothing + "0"},
+        {"nothing behind the VLAN", join({eth(Raw::ethVlan), {0x00, 0x64}}), nothing + "100"},
         {"half a tag", join({eth(Raw::ethVlan), {0x00, 0x64, 0x81}}), nothing + "100"},
         {"two tags",
          join({eth(Raw::ethVlan), tag(11, Raw::ethVlan), tag(12, ethException), filled(40, 0)}),

@@ -1,6 +1,8 @@
 #include "MplsOvixMulticast/MplsMulticastIpLookupViaTypeHandler.h"
 
 #include "MulticastTesting.h"
+#include "Ovix/viaset/ViaSets.h"
+#include "Tessel/Exceptions.h"
 
 namespace MplsMulticastIpLookupViaTypeHandlerTest {
 
@@ -111,6 +113,19 @@ TEST_F(MulticastTail, WhatIsNotIpIsDropped) {
     EXPECT_EQ(everythingCounted(), std::vector{row("Drop", "Multicast payload is not IP", 4)});
 }
 
+TEST_F(MulticastTail, APacketWithoutItsEthernetHeaderIsDropped) {
+    const auto cpu = cpuPort();
+    tailIs(vlan100);
+    const auto packet = Tessel::make<PacketContext>(
+        Lumo::globalPktManager()->newPkt(join({stack({{500}}), ip4})), PktHdrType::mpls);
+    const auto context = Tessel::make<RoutingContext>(7U, packet, counters);
+    const auto output = Tessel::make<RoutingOutput>();
+    plugin->handleMplsFrame(output, context, packet->parsedPkt().header(0), nullptr);
+    EXPECT_TRUE(output->nexthops()->empty());
+    EXPECT_TRUE(cpu->frames.empty());
+    EXPECT_EQ(everythingCounted(), std::vector{row("Drop", "Multicast payload is not IP")});
+}
+
 TEST_F(MulticastTail, ALookupRecordThatHoldsNothingDrops) {
     const auto cpu = cpuPort();
     writers[decap]->multicastIpLookupRouteIs(key(500), {});
@@ -121,6 +136,35 @@ TEST_F(MulticastTail, ALookupRecordThatHoldsNothingDrops) {
     expectNoNexthop(labelled(), false);
     EXPECT_EQ(trace.back(), "Pkt 7: No multicastIpLookupVia");
     EXPECT_EQ(counted("Drop", "No multicastIpLookupVia"), 1U);
+    expectNoNexthop(join({eth(Raw::ethMpls), stack({{500}, {501}}), ip4}));
+    EXPECT_EQ(counted("Drop", "No multicastIpLookupVia"), 2U);
+    EXPECT_EQ(counted("Drop", "Unexpected MPLS packet with bos as false"), 0U);
+}
+
+/// A table whose generation is replaced while it is read.
+class LostTable : public Mpls::LfibViaSource {
+  public:
+    LostTable() : LfibViaSource("lost") {}
+    std::string_view typeName() const noexcept override { return "LostTable"; }
+    OvixMplsVia ipVia(const Mpls::LfibWeightedVia&) const override {
+        throw Tessel::SnapshotLost("replaced");
+    }
+};
+
+TEST_F(MulticastTail, NothingIsDeliveredBeforeAllOfTheRouteHasBeenRead) {
+    const auto cpu = cpuPort();
+    Mpls::LfibViaSet bud;
+    bud.type = Mpls::LfibViaSetType::multicast;
+    bud.members.push({1, 1, 0});
+    bud.members.push({2, 1, 0});
+    bud.source = Tessel::make<LostTable>();
+    const auto set = Tessel::make<OvixMulticastDecapViaSet>(bud, tailOn(vlan100));
+    const auto routing = contextOf(labelled());
+    const auto context = Tessel::make<MplsContext>(
+        routing, entryOf(500, 64, true), routing->packetContext()->parsedPkt().header(2), set,
+        nullptr, Lumo::MplsStackEntryIndex(0), oneNexthop());
+    EXPECT_THROW(plugin->handleViaSet(context), Tessel::SnapshotLost);
+    EXPECT_TRUE(cpu->frames.empty());
 }
 
 TEST_F(MulticastTail, ALabelThatIsNotTheLastIsDroppedBeforeTheCpuIsLookedUp) {

@@ -64,6 +64,16 @@ TEST_F(LfibReactors, ARouteThatChangesKeepsItsCountsHoweverUnusable) {
     EXPECT_EQ(packets(100), 1U);
 }
 
+TEST_F(LfibReactors, ARouteThatCannotBeReadIsReportedAndLosesItsCounter) {
+    const auto reactor = watch();
+    swapRoute(pseudowire, 100, 300);
+    count(100);
+    labelTables->pageRefOf(Mpls::TableId::pseudowireLfib, 100) ^= 1U;
+    reactor->handleLfibRoute(key(100));
+    EXPECT_EQ(writers[pseudowire]->status()->corruptionsDetected(), 1U);
+    EXPECT_EQ(collection->counter(key(100)), nullptr);
+}
+
 TEST_F(LfibReactors, SwitchedOffItHearsNothingAndOnAgainItDoes) {
     const auto reactor = watch();
     for (const std::uint32_t label : {100U, 101U}) {

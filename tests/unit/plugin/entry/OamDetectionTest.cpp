@@ -68,6 +68,7 @@ const Bytes toLoopback = ipv4To(0x7f000001);
 INSTANTIATE_TEST_SUITE_P(Labels, OamDetection,
                          ::testing::ValuesIn(std::vector<OamCase>{
                              {"RouterAlertOnTop", {{1}, {100}}, toHost, true},
+                             {"RouterAlertUnderEntropyIndicator", {{7}, {1}, {100}}, toHost, false},
                              {"RouterAlertAlone", {{1}}, {}, true},
                              {"RouterAlertUnderIpv4Null", {{0}, {1}, {100}}, toHost, true},
                              {"RouterAlertUnderBothNulls", {{0}, {2}, {1}, {100}}, toHost, true},

@@ -88,6 +88,22 @@ TEST_F(ExternalFecVia, WithoutAFecTheViasOwnInterfaceIsUsed) {
     EXPECT_EQ(rewrites().size(), 1U);
 }
 
+TEST_F(ExternalFecVia, NothingOfTheViaButItsInterfaceGoesIntoTheNextHop) {
+    for (const std::uint64_t fec : {0U, 42U}) {
+        OvixMplsVia via = viaOf(swap, fec);
+        via.nexthop = Lumo::IpGenAddr::fromText("10.0.2.2");
+        via.vrfName = std::string_view("red");
+        via.nexthopMtu = 1400;
+        via.nexthopVlan = 7;
+        EXPECT_EQ(process(via), 1);
+        EXPECT_FALSE(nexthop().intfId().empty());
+        EXPECT_TRUE(nexthop().address().empty());
+        EXPECT_TRUE(nexthop().vrfName().empty());
+        EXPECT_EQ(nexthop().mtu(), 0U);
+        EXPECT_EQ(nexthop().vlanId(), 0U);
+    }
+}
+
 TEST_F(ExternalFecVia, AnIdThatNoInterfaceStandsForLeadsNowhere) {
     EXPECT_EQ(process(viaOf(swap, FecId::maxOfInterface + 1)), 1);
     EXPECT_TRUE(nexthop().unresolved());
@@ -137,7 +153,7 @@ TEST_F(ExternalFecVia, AnOperationThatCannotBeDoneIsADrop) {
 TEST_F(ExternalFecVia, OfSeveralNextHopsTheFirstIsUsed) {
     EXPECT_EQ(process(viaOf(swap, 42), {1}, 2), 1);
     EXPECT_EQ(everythingCounted(),
-              (std::vector{row("Exceptional", "Using first nexthop, but 2 nexthops found")}));
+              (std::vector{row("Exceptional", "Using first nexthop, but %s nexthops found")}));
     EXPECT_EQ(trace, lines({"Using first nexthop, but 2 nexthops found"}));
     EXPECT_FALSE(nexthop().unresolved());
     EXPECT_TRUE((*++nexthops->begin())->unresolved());

@@ -61,13 +61,29 @@ TEST_F(IpLookupVia, AboveAnotherLabelThePopIsAll) {
 }
 
 TEST_F(IpLookupVia, TheDefaultVrfIsNeverWritten) {
-    for (const std::string_view vrf : {"default", "Default", "red", ""}) {
+    for (const std::string_view vrf : {"default", "Default", "default2", "defaul", "red", ""}) {
         trace.clear();
         process(mplsFrame({{100}}, ip4), lookupIn(vrf, PayloadType::ipv4));
         EXPECT_EQ(nexthop().vrfName().view(), vrf == "default" ? "" : vrf);
         EXPECT_EQ(timesTraced("Vrf is not default, set VRF to " + std::string(vrf)),
                   vrf == "default" ? 0U : 1U);
     }
+}
+
+TEST_F(IpLookupVia, AHeaderWithNothingBehindItHasADestination) {
+    process(mplsFrame({{100}}, Raw::ipv4({}, {})), lookupIn("default", PayloadType::ipv4));
+    EXPECT_EQ(nexthop().address().text(), "192.0.2.1");
+    EXPECT_EQ(counterActions(), 1U);
+    process(mplsFrame({{100}}, Raw::ipv6({}, {})), lookupIn("default", PayloadType::ipv6));
+    EXPECT_EQ(nexthop().address().text(), "2001:db8::2");
+    EXPECT_EQ(counterActions(), 1U);
+    EXPECT_TRUE(counters->counters().empty());
+}
+
+TEST_F(IpLookupVia, TheVrfIsWrittenBeforeThePopIsFoundImpossible) {
+    process(mplsFrame({{100}}, {}), lookupIn("red", PayloadType::none));
+    expectDrop("no rewrite");
+    EXPECT_EQ(nexthop().vrfName().view(), "red");
 }
 
 TEST_F(IpLookupVia, ASetOfSeveralViasIsDroppedBeforeTheTableIsAsked) {
@@ -115,7 +131,7 @@ TEST_F(IpLookupVia, IsReadFromTheTableThatTheLabelWasFoundIn) {
 TEST_F(IpLookupVia, OfSeveralNextHopsTheFirstIsUsed) {
     EXPECT_EQ(process(mplsFrame({{100}}, ip4), lookupIn("default", PayloadType::ipv4), 3), 1);
     EXPECT_EQ(everythingCounted(),
-              (std::vector{row("Exceptional", "Using first nexthop, but 3 nexthops found")}));
+              (std::vector{row("Exceptional", "Using first nexthop, but %s nexthops found")}));
     EXPECT_EQ(trace, lines({"Using first nexthop, but 3 nexthops found"}));
     EXPECT_EQ(nexthop().address().text(), "192.0.2.1");
     auto other = nexthops->begin();
@@ -129,7 +145,7 @@ TEST_F(IpLookupVia, SeveralNextHopsAreReportedOnceTheViaIsKnownAndBeforeAPing) {
     counters = Tessel::make<OvixNamedCounters>();
     process(mplsFrame({{100}}, ping4), lookupIn("red", PayloadType::ipv4), 2);
     EXPECT_EQ(trace, lines({"Using first nexthop, but 2 nexthops found", "MPLS Oam packet"}));
-    EXPECT_EQ(counted("Exceptional", "Using first nexthop, but 2 nexthops found"), 1U);
+    EXPECT_EQ(counted("Exceptional", "Using first nexthop, but %s nexthops found"), 1U);
     EXPECT_EQ(counted("Action", "MPLS Oam packet"), 1U);
 }
 
@@ -158,6 +174,16 @@ TEST_F(IpLookupVia, OnlyAPayloadTypeOfIpIsExaminedForOam) {
     EXPECT_EQ(nexthop().address().text(), "127.0.0.1");
     EXPECT_EQ(trace, lines({"Not IP payload type"}));
     EXPECT_TRUE(counters->counters().empty());
+}
+
+TEST_F(IpLookupVia, AnAutomaticPayloadIsParsedToItsEnd) {
+    nexthopsAre(1);
+    const auto context = contextOf(mplsFrame({{100}}, ip4));
+    const auto set = lookupIn("default", PayloadType::automatic);
+    const auto label = labelContext(context, set);
+    EXPECT_FALSE(context->packetContext()->parsedPkt().complete());
+    handler->processMplsVia(label);
+    EXPECT_TRUE(context->packetContext()->parsedPkt().complete());
 }
 
 TEST_F(IpLookupVia, WithNothingUnderTheLabelThereIsNoOamToLookFor) {

@@ -68,6 +68,19 @@ TEST_F(MtuException, ACopyWithTheExceptionEtherTypeAndATrailerGoesToLoopback) {
     EXPECT_EQ(sent.protocol, exceptionEtherType);
 }
 
+TEST_F(MtuException, TheTrailerHasAllOfThePacketsNumber) {
+    TestSupport::RawTxCollector loopback;
+    constexpr std::uint64_t number = 0x8123456789abcdef;
+    const auto received = contextOf(mplsFrame({{100}}, Bytes(1500)));
+    handler()->handle(Tessel::make<RoutingContext>(number, received->packetContext(), counters),
+                      east);
+    ASSERT_EQ(loopback.sent.size(), 1U);
+    const Bytes& sent = loopback.sent[0].bytes;
+    Bytes expected;
+    append64(expected, number);
+    EXPECT_EQ(Bytes(sent.end() - 8, sent.end()), expected);
+}
+
 TEST_F(MtuException, TheFrameItselfStaysAsItWas) {
     TestSupport::RawTxCollector loopback;
     const Bytes frame = mplsFrame({{100}, {200}}, TestSupport::udpPacket(0x0a000001));

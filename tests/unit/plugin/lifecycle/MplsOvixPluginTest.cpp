@@ -82,6 +82,26 @@ TEST_F(InactivePlugin, ReactorsAreRebuiltOnlyForOtherArgumentsAndStopWhenCleared
     EXPECT_FALSE(removed->hasNotificationActive());
 }
 
+TEST_F(InactivePlugin, AReactorThatIsReplacedHearsNothingMoreWhoeverHoldsIt) {
+    const auto collection = plugin->lfibCounterCollection();
+    const Ptr<const Mpls::LfibStatus> lfib = writers[transit]->status();
+    const auto status = plugin->lfibStatusSmIs(lfib, collection);
+    EXPECT_TRUE(plugin->lfibStatusSmIs(lfib, nullptr)->hasNotificationActive());
+    EXPECT_FALSE(status->hasNotificationActive());
+
+    const auto clearing =
+        plugin->clearLfibCountersSmIs(collection, manager->clearCountersRequests());
+    EXPECT_TRUE(plugin->clearLfibCountersSmIs(nullptr, manager->clearCountersRequests())
+                    ->hasNotificationActive());
+    EXPECT_FALSE(clearing->hasNotificationActive());
+
+    const auto supported =
+        plugin->routingSupportedReactorIs(capability, Tessel::make<RoutingCapabilities>());
+    EXPECT_TRUE(plugin->routingSupportedReactorIs(capability, Tessel::make<RoutingCapabilities>())
+                    ->hasNotificationActive());
+    EXPECT_FALSE(supported->hasNotificationActive());
+}
+
 TEST_F(InactivePlugin, TheMtuExceptionHandlerIsBuiltOnlyWhenThereIsNone) {
     Listener listener;
     plugin->subscribe(listener);

@@ -23,6 +23,16 @@ class DamagedTables : public MadeUpViasFixture {
         trace.clear();
         return plugin->viaSetFromLfibStatus(context, table(), key(label));
     }
+    Ptr<OvixMplsViaSet> findInHardware(std::uint32_t label) {
+        const auto context = contextOf(mplsFrame({{label}}, udpPacket(0x0a090001)));
+        trace.clear();
+        return plugin->viaSetFromHwStatus(context, hardware, key(label));
+    }
+    void hardwareRoute(std::uint32_t label) {
+        const std::vector<Mpls::WeightedRecord> vias{{swapVia(300), 1}};
+        hardware->adjacencyIs(label, Mpls::Hardware::Adjacency::create(vias, {}, false));
+        hardware->routeIs({key(label), label, false});
+    }
     Ptr<const Mpls::LfibStatus> table() const { return writers[decap]->status(); }
     void listCountIs(std::uint32_t label, std::size_t list, std::uint16_t count) {
         auto* words = reinterpret_cast<std::byte*>(writers[decap]->viaSetWords(key(label)) + 1);
@@ -66,6 +76,54 @@ TEST_F(DamagedTables, CorruptionIsReportedToTheTableAndReadsAsNoViaSet) {
         ASSERT_EQ(trace.size(), 1U);
         EXPECT_EQ(trace[0].rfind("Pkt 7: No via set in lfib ", 0), 0U) << trace[0];
     }
+}
+
+TEST_F(DamagedTables, ARouteThatCannotBeReadIsReportedToItsTableAndHasNoViaSet) {
+    swapRoute(decap, 100, 300);
+    labelTables->pageRefOf(Mpls::TableId::decapLfib, 100) ^= 1U;
+    EXPECT_FALSE(find(100));
+    EXPECT_EQ(table()->corruptionsDetected(), 1U);
+    EXPECT_EQ(everythingCounted(), (std::vector{row("Drop", noViaSet)}));
+}
+
+TEST_F(DamagedTables, AHardwareRouteThatCannotBeReadIsReportedAndAbsent) {
+    hardwareRoute(100);
+    labelTables->entryOf(Mpls::TableId::hardwareRoutes, 100) ^= 4U;
+    EXPECT_FALSE(findInHardware(100));
+    EXPECT_EQ((*hardware).corruptionsDetected(), 1U);
+    EXPECT_EQ(trace, lines({"No route in hw status for label 100"}));
+    EXPECT_TRUE(everythingCounted().empty());
+}
+
+TEST_F(DamagedTables, AnAdjacencyThatCannotBeReadIsReportedAndMissing) {
+    hardwareRoute(100);
+    const Tessel::TableRef ref{labelTables->entryOf(Mpls::TableId::hardwareAdjacencies, 100)};
+    labelTables->words()[ref.unit() + 1] ^= 1U;
+    EXPECT_FALSE(findInHardware(100));
+    EXPECT_EQ((*hardware).corruptionsDetected(), 1U);
+    EXPECT_EQ(everythingCounted(), (std::vector{row("Exceptional", "No adjacency for label %s")}));
+}
+
+TEST_F(DamagedTables, WeightsByWhichNoViaCanBeChosenAreDamage) {
+    for (const auto& [first, second] : std::vector<std::pair<std::uint32_t, std::uint32_t>>{
+             {0, 0}, {0x80000000, 0x80000000}, {0xffffffff, 1}}) {
+        Mpls::LfibViaSet raw;
+        raw.viaKeys.push({0, Mpls::LfibViaType::ip, 0, 0, 0});
+        raw.members.push({1, first, 0});
+        raw.members.push({2, second, 0});
+        writers[decap]->rawRouteIs(key(100), raw);
+        const std::uint64_t before = table()->corruptionsDetected();
+        EXPECT_FALSE(find(100)) << first;
+        EXPECT_EQ(table()->corruptionsDetected(), before + 1) << first;
+        raw.type = Mpls::LfibViaSetType::multicast; // every via is used
+        writers[decap]->rawRouteIs(key(100), raw);
+        EXPECT_TRUE(find(100)) << first;
+    }
+    Mpls::LfibViaSet one; // is taken without a choice
+    one.viaKeys.push({0, Mpls::LfibViaType::ip, 0, 0, 0});
+    one.members.push({1, 0, 0});
+    writers[decap]->rawRouteIs(key(100), one);
+    EXPECT_TRUE(find(100));
 }
 
 TEST_F(DamagedTables, CorruptionOfOneTableLeavesTheNextOnesToBeAsked) {

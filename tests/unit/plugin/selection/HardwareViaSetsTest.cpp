@@ -66,7 +66,8 @@ TEST_F(HardwareViaSets, AnAdjacencyWithoutAValidViaIsExceptionalForAllLabelsInOn
           {{viaOn("down", 400), 1}});
     route(101, false, {});
     EXPECT_FALSE(find(100));
-    EXPECT_EQ(trace, lines({"No valid vias adjacency for label 100"}));
+    EXPECT_EQ(trace, lines({"Reading backups from adjacency for 100",
+                            "No valid vias adjacency for label 100"}));
     EXPECT_FALSE(find(101));
     EXPECT_EQ(everythingCounted(),
               (std::vector{row("Exceptional", "No valid vias adjacency for label %s", 2)}));
@@ -110,6 +111,14 @@ TEST_F(HardwareViaSets, TheBackupMarkDecidesBetweenViasAndBackups) {
         EXPECT_EQ(trace, marked ? lines({"Reading backups from adjacency for 100"})
                                 : std::vector<std::string>{});
     }
+}
+
+TEST_F(HardwareViaSets, BackupsThatTakeOverAreTracedLikeThoseThatAreMarked) {
+    route(100, false, {{viaOn("down", 300), 1}}, {{swapVia(400), 1}});
+    const auto set = find(100);
+    ASSERT_TRUE(set);
+    EXPECT_EQ(outLabel(*set, 0), 400U);
+    EXPECT_EQ(trace, lines({"Reading backups from adjacency for 100"}));
 }
 
 TEST_F(HardwareViaSets, BackupsThatAreDownAreExceptionalThoughTheViasAreUp) {

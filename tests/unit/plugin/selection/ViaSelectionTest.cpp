@@ -115,6 +115,27 @@ TEST_F(ViaSelection, TheSumOfTheWeightsWraps) {
     EXPECT_TRUE(traced(" pktHash/totalWeight is 4 / 5"));
 }
 
+TEST_F(ViaSelection, WeightsHaveThirtyTwoBits) {
+    const auto hasher = tellingHasher();
+    const auto set = Tessel::make<MadeUpViaSet>();
+    set->weights = {65536, 131072};
+    for (const auto& [hash, expected] : std::vector<std::pair<std::uint32_t, std::uint32_t>>{
+             {0, 0}, {65535, 0}, {65536, 1}, {196607, 1}, {196608, 0}}) {
+        hasher->value = hash;
+        EXPECT_EQ(plugin->pickUcmpVia(contextFor(set), set), expected) << hash;
+    }
+}
+
+TEST_F(ViaSelection, WeightsThatAddUpTo0AreABrokenPromise) {
+    const auto set = Tessel::make<MadeUpViaSet>();
+    for (const std::vector<std::uint32_t>& weights :
+         {std::vector<std::uint32_t>{0, 0}, std::vector<std::uint32_t>{0x80000000, 0x80000000}}) {
+        set->weights = weights;
+        const auto context = contextFor(set);
+        EXPECT_DEATH(plugin->pickUcmpVia(context, set), "totalWeight > 0");
+    }
+}
+
 TEST_F(ViaSelection, WithoutAnEntropyLabelThePacketsHashDecides) {
     const auto hasher = tellingHasher();
     hasher->value = 12345;

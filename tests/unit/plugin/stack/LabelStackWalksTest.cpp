@@ -378,6 +378,31 @@ TEST_F(ViaSetStackProcessing, SeveralNexthopsAreReportedAtEveryPosition) {
     EXPECT_EQ(pops(), 3U);
 }
 
+TEST_F(ViaSetStackProcessing, TheLabelIsTracedBeforeItsNexthopsAndTheyAreCountedUnderOneName) {
+    nexthops->nexthopEnq(Tessel::make<RoutingNexthop>(Lumo::IntfId()));
+    process({{7}});
+    nexthops->nexthopEnq(Tessel::make<RoutingNexthop>(Lumo::IntfId()));
+    const std::vector<std::string> first(trace.begin(), trace.begin() + 2);
+    EXPECT_EQ(first, lines({"Processing viaSet for label 7",
+                            "Using first nexthop, but 2 nexthops found"}));
+    process({{7}});
+    EXPECT_EQ(counted("Exceptional", "Using first nexthop, but %s nexthops found"), 2U);
+}
+
+TEST_F(ViaSetStackProcessing, AnExplicitNullIsPoppedWhateverViaSetItHas) {
+    const auto handler = handlerAnswers({});
+    for (const std::uint32_t label : {0U, 2U}) {
+        nexthops = oneNexthop();
+        stack = Tessel::make<OvixMplsViaSetStack>();
+        stack->addViaSetForLabel(Lumo::MplsStackEntryIndex(0), entryOf(label),
+                                 Tessel::make<MadeUpViaSet>());
+        context = contextOf(mplsFrame({{100}}, udpPacket(0x0a090001)));
+        plugin->processViaSetStack(context, nexthops, nullptr, stack);
+        EXPECT_EQ(pops(), 1U) << label;
+    }
+    EXPECT_TRUE(handler->seen.empty());
+}
+
 TEST_F(ViaSetStackProcessing, AReplicaMadeOnTheWayIsReportedAtTheNextLabel) {
     handlerIs([](const Ptr<MplsContext>& one) {
         one->nexthops()->nexthopEnq(Tessel::make<RoutingNexthop>(Lumo::IntfId("east")));

@@ -27,6 +27,28 @@ TEST(TtlBytes, EachHeaderHasItsOwnPlace) {
     EXPECT_EQ(TtlBytes::ttl(PktHdrType::ipv6, six), 9);
 }
 
+TEST(TrafficClass, EachHeaderHasItsOwnPlaceAndKeepsTheRest) {
+    for (std::uint8_t tc = 0; tc < 8; ++tc) {
+        Bytes label = entry({100, 5, 64}, true);
+        trafficClassIs(PktHdrType::mpls, label, tc);
+        EXPECT_EQ(label, entry({100, tc, 64}, true));
+        EXPECT_EQ(trafficClassOf(PktHdrType::mpls, label), tc);
+
+        const auto tos = [](std::uint8_t precedence) {
+            return static_cast<std::uint8_t>(precedence << 5U | 0x15U); // drop precedence, ECN
+        };
+        Bytes four = ipv4({.tos = tos(5), .options = filled(8, 1)}, filled(5, 0xa5));
+        trafficClassIs(PktHdrType::ipv4, four, tc);
+        EXPECT_EQ(four, ipv4({.tos = tos(tc), .options = filled(8, 1)}, filled(5, 0xa5)));
+        EXPECT_EQ(trafficClassOf(PktHdrType::ipv4, four), tc);
+
+        Bytes six = ipv6({.trafficClass = tos(5), .flowLabel = 0xabcde}, filled(5, 0xa5));
+        trafficClassIs(PktHdrType::ipv6, six, tc);
+        EXPECT_EQ(six, ipv6({.trafficClass = tos(tc), .flowLabel = 0xabcde}, filled(5, 0xa5)));
+        EXPECT_EQ(trafficClassOf(PktHdrType::ipv6, six), tc);
+    }
+}
+
 // The updated checksum is the one that a new sum over the header gives, also where it wraps
 // (RFC 1624 section 3).
 TEST(TtlBytes, TheIpv4ChecksumIsThatOfTheNewHeader) {

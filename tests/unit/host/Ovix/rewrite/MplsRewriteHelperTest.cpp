@@ -53,6 +53,19 @@ TEST(CreateMplsRewrite, TurnsAnActionIntoItsRewrites) {
     EXPECT_EQ(names(create(static_cast<MplsLabelAction>(4), {{300}})), "none");
 }
 
+TEST(CreateMplsRewrite, APopExposesItsClassWhenTheOperationSaysSo) {
+    for (const bool exposes : {false, true}) {
+        Lumo::UnboundedMplsLabelOperation operation;
+        operation.exposesTc = exposes;
+        const auto infos = MplsRewriteHelper::createMplsRewrite(
+            nullptr, top(false), nullptr, MplsLabelAction::pop, operation, PayloadType::automatic,
+            TtlMode::uniform, false);
+        ASSERT_TRUE(infos);
+        const auto& pop = static_cast<const MplsPopRewriteInfo&>(*infos->rewrites().front());
+        EXPECT_EQ(pop.exposesTc, exposes);
+    }
+}
+
 TEST(CreateMplsRewrite, HandsTheOperationAndTheTtlModeOn) {
     const auto infos = create(MplsLabelAction::swap, {{300, 301}, 6, 9}, true,
                               PayloadType::automatic, nullptr, TtlMode::pipe);

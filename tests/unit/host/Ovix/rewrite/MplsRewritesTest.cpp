@@ -134,6 +134,19 @@ TEST(MplsSwap, ReplacesTheTopAndPushesTheRest) {
     EXPECT_EQ(pipe.bytes(), entry(301, 1, false, 255) + entry(302, 1, false, 63));
 }
 
+TEST(MplsSwap, TheLabelsAboveMayHaveAClassOfTheirOwn) {
+    for (const bool hasTc : {false, true}) {
+        auto operation = Subject::operation({301, 302, 303}, hasTc ? 1 : -1);
+        operation.pushedTc = 6;
+        Subject packet(entry(100, 5, true, 64));
+        EXPECT_EQ(packet.apply(MplsSwapRewriteImpl::fromInfo(
+                      Tessel::make<MplsSwapRewriteInfo>(operation, TtlMode::uniform))),
+                  "");
+        EXPECT_EQ(packet.bytes(), entry(301, 6, false, 63) + entry(302, 6, false, 63) +
+                                      entry(303, std::uint8_t(hasTc ? 1 : 5), true, 63));
+    }
+}
+
 TEST(MplsSwap, RefusesWhatIsNoWholeEntryOrDoesNotFit) {
     for (std::size_t size = 0; size < 4; ++size) {
         EXPECT_EQ(Subject(Bytes(size, 0xa5)).swap({300}), "Label stack cut short");
@@ -173,6 +186,29 @@ TEST(MplsPop, PipeLeavesTheTtlBeneathAlone) {
     EXPECT_EQ(packet.bytes(), ipv4(90));
     EXPECT_EQ(packet.outer(), PktHdrType::ipv4);
     EXPECT_FALSE(packet.context->packetContext()->ttlDecremented());
+}
+
+TEST(MplsPop, WritesTheClassIntoWhatIsExposedWhenAskedTo) {
+    const auto popped = [](const Bytes& bytes, bool exposeTc) {
+        Subject packet(bytes);
+        EXPECT_EQ(packet.apply(MplsPopRewriteImpl::fromInfo(Tessel::make<MplsPopRewriteInfo>(
+                      PayloadType::automatic, TtlMode::pipe, exposeTc))),
+                  "");
+        return packet.bytes();
+    };
+    const Bytes onLabel = entry(100, 5, false, 30) + entry(200, 2, true, 90);
+    EXPECT_EQ(popped(onLabel, true), entry(200, 5, true, 90));
+    EXPECT_EQ(popped(onLabel, false), entry(200, 2, true, 90));
+    const Bytes packet = popped(entry(100, 5, true, 30) + ipv4(90), true);
+    EXPECT_EQ(packet[1] >> 5U, 5U);
+    EXPECT_EQ(checksum(packet), 0);
+    EXPECT_EQ(popped(entry(100, 0, true, 30) + ipv6(90), true)[0], 0x60U);
+    const Bytes ethernet(60, 0x11);
+    Subject frame(entry(100, 5, true, 30) + ethernet);
+    EXPECT_EQ(frame.apply(MplsPopRewriteImpl::fromInfo(
+                  Tessel::make<MplsPopRewriteInfo>(PayloadType::ethernet, TtlMode::pipe, true))),
+              "");
+    EXPECT_EQ(frame.bytes(), ethernet);
 }
 
 TEST(MplsPop, RefusesAPayloadThatIsNotWhatTheLabelSaid) {

@@ -92,6 +92,23 @@ TEST(NamedCounters, ReadWithoutPlaceholdersAndAMissIsNoDrop) {
     EXPECT_EQ(readableEvent("Drop", "of %s and %s").reason, "of ... and ...");
 }
 
+TEST(NamedCounters, WhatAFrameCountedIsTakenBackWhenItIsTakenAgain) {
+    Ovix::OvixNamedCounters counters;
+    counters.count("Drop", "m", "before");
+    counters.forgetLast();
+    counters.count("Drop", "m", "before");
+    counters.count("Drop", "m", "first");
+    counters.count("Drop", "m", "first");
+    counters.takeBack();
+    EXPECT_EQ(counters.value("Drop", "m", "before"), 1U);
+    EXPECT_EQ(counters.value("Drop", "m", "first"), 0U);
+    EXPECT_EQ(counters.last(), nullptr);
+    counters.count("Drop", "m", "first");
+    counters.forgetLast();
+    counters.takeBack();
+    EXPECT_EQ(counters.value("Drop", "m", "first"), 1U);
+}
+
 } // namespace
 
 } // namespace NamedCountersTest

@@ -3,6 +3,7 @@
 #include "Ovix/viaset/ViaSets.h"
 
 #include "LocalTables.h"
+#include "Ovix/viaset/MplsContext.h"
 #include "TableTesting.h"
 
 namespace ViaSetsTest {
@@ -36,7 +37,7 @@ TEST(OvixMulticastDecapViaSet, TheDefaultLookupIsAnInvalidVia) {
     EXPECT_FALSE(set.via(0));
 }
 
-TEST(OvixMulticastDecapViaSet, BranchesFollowTheLookup) {
+TEST(OvixMulticastDecapViaSet, TheLookupFollowsTheBranches) {
     TestSupport::LocalLfib writer;
     const auto lookup = lookupOn(Lumo::IntfId("eth2"));
     writer.multicastIpLookupRouteIs(key(100), lookup,
@@ -46,13 +47,15 @@ TEST(OvixMulticastDecapViaSet, BranchesFollowTheLookup) {
     const OvixMulticastDecapViaSet set(record, lookup);
     ASSERT_EQ(set.numVias(), 3U);
     EXPECT_TRUE(set.isMulticast());
-    EXPECT_EQ(set.viaType(0), LfibViaType::multicastIpLookup);
+    EXPECT_EQ(set.viaType(0), LfibViaType::ip);
     EXPECT_EQ(set.viaType(1), LfibViaType::ip);
-    EXPECT_EQ(set.viaType(2), LfibViaType::ip);
-    EXPECT_EQ(set.weight(2), 4U);
-    EXPECT_EQ(set.via(0).intfId, Lumo::IntfId("eth2"));
-    EXPECT_EQ(set.via(1).nexthopMtu, 1400U);
-    EXPECT_EQ(set.via(2).nexthopMtu, 1500U);
+    EXPECT_EQ(set.viaType(2), LfibViaType::multicastIpLookup);
+    EXPECT_EQ(set.weight(0), 3U);
+    EXPECT_EQ(set.weight(1), 4U);
+    EXPECT_EQ(set.weight(2), 1U);
+    EXPECT_EQ(set.via(0).nexthopMtu, 1400U);
+    EXPECT_EQ(set.via(1).nexthopMtu, 1500U);
+    EXPECT_EQ(set.via(2).intfId, Lumo::IntfId("eth2"));
     record.source = nullptr;
     EXPECT_FALSE(OvixMulticastDecapViaSet(record, lookup).via(1));
 }
@@ -157,12 +160,46 @@ TEST_F(HwViaSet, OnlyEthernetInterfacesGoDown) {
     }
 }
 
+TEST_F(HwViaSet, BackupsTakeOverWhenNoViaCanBeChosen) {
+    const std::vector<WeightedRecord> none{via({}, 0), via({}, 0)};
+    const std::vector<WeightedRecord> other{via({}, 5)};
+    const OvixHwViaSet set(Adjacency::create(none, other, false), helper, false);
+    EXPECT_TRUE(set.useBackups());
+    ASSERT_EQ(set.numVias(), 1U);
+    EXPECT_EQ(set.weight(0), 5U);
+    EXPECT_TRUE(set.hasValidVia());
+}
+
+// No weight is asked for where every via is used, and where there is only one.
+TEST_F(HwViaSet, ViasOfNoWeightAreValidWhereNoneIsChosen) {
+    const std::vector<WeightedRecord> none{via({}, 0), via({}, 0)};
+    const auto tree =
+        Adjacency::create(none, {}, false, Mpls::LfibViaType::ip, Mpls::LfibViaSetType::multicast);
+    EXPECT_TRUE(OvixHwViaSet(tree, helper, false).hasValidVia());
+    const std::vector<WeightedRecord> one{via({}, 0)};
+    EXPECT_TRUE(OvixHwViaSet(Adjacency::create(one, {}, false), helper, false).hasValidVia());
+    const auto emptyTree =
+        Adjacency::create({}, {}, false, Mpls::LfibViaType::ip, Mpls::LfibViaSetType::multicast);
+    EXPECT_FALSE(OvixHwViaSet(emptyTree, helper, false).hasValidVia());
+}
+
 TEST_F(HwViaSet, ViasOfNoWeightMakeNoValidSet) {
     const std::vector<WeightedRecord> none{via({}, 0), via({}, 0)};
     const OvixHwViaSet set(Adjacency::create(none, {}, false), helper, false);
     EXPECT_EQ(set.numVias(), 2U);
     EXPECT_FALSE(set.hasValidVia());
     EXPECT_FALSE(OvixHwViaSet(Adjacency::create({}, {}, false), helper, false).hasValidVia());
+}
+
+TEST(OvixMplsViaSetStackDeathTest, APositionIsAddedOnceAndInOrder) {
+    const auto stack = Tessel::make<Ovix::OvixMplsViaSetStack>();
+    const Lumo::MplsLabelEntry entry(Lumo::MplsLabel(100), 0, false, 64);
+    stack->addViaSetForLabel(Lumo::MplsStackEntryIndex(0), entry, nullptr);
+    for (const std::uint32_t position : {0U, 2U}) {
+        EXPECT_DEATH(stack->addViaSetForLabel(Lumo::MplsStackEntryIndex(position), entry, nullptr),
+                     "position.value\\(\\) == count_");
+    }
+    EXPECT_EQ(stack->size(), 1U);
 }
 
 } // namespace
