@@ -23,7 +23,7 @@ class PacketSocketTxPam : public RawTxPam, public Tessel::Slabbed<PacketSocketTx
         if (!enabled) {
             shut();
         } else if (socket_ < 0) {
-            // Protocol 0: the socket is to send, and hears nothing.
+            // Protocol 0: the socket only sends.
             socket_ = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
         }
     }

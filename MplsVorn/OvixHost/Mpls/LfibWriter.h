@@ -36,7 +36,7 @@ class LfibWriter {
     /// 598, whose weights mean nothing.
     void multicastIpLookupRouteIs(RouteKey key, const LfibMulticastIpLookupVia& via,
                                   std::span<const WeightedRecord> branches = {});
-    /// A route with a via set as given, whatever it says.
+    /// A route with a via set as given, unchecked.
     void rawRouteIs(RouteKey key, const LfibViaSet& set);
 
     /// False when there is no such route.

@@ -15,7 +15,7 @@ class MvpnIntfWriter {
         : tables_(&tables), table_(table) {}
 
     void vrfIntfIdIs(Vrf::VrfIdMap::VrfId vrf, Lumo::IntfId intf) { entryIs(vrf, {vrf, intf}); }
-    /// An entry as given in the VRF's place, whatever it says.
+    /// An entry as given in the VRF's place, unchecked.
     void entryIs(Vrf::VrfIdMap::VrfId vrf, const MvpnVrfIntfId& entry);
     /// Makes every entry be found again after damaged ones have been removed.
     void closeGaps();

@@ -24,7 +24,7 @@ namespace Tessel {
 //                  table)
 //
 // A directory has two words per page: what refers to it, and the generation that it was made in,
-// which tells a page from a later one in the same place.
+// which distinguishes a page from a later one in the same place.
 //
 // A batch of changes writes new records, pages, directories and a new root beside the old ones and
 // becomes visible whole when `current` names the new root: one store. What the new root no longer
@@ -186,7 +186,7 @@ constexpr std::string_view text(const char* from, std::size_t capacity) noexcept
 std::uint64_t checkOf(const TableHeader& header) noexcept;
 
 // What another process may be writing is read in whole words. What is read afterwards was written
-// no earlier, and so the horizon, read last, vouches for everything read before it.
+// no earlier: when the horizon, read last, has not moved, everything read before it was valid.
 inline std::uint64_t load(const std::uint64_t& word) noexcept {
     return __atomic_load_n(&word, __ATOMIC_ACQUIRE);
 }

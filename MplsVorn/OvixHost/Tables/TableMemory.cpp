@@ -67,7 +67,7 @@ TableMemory TableMemory::sharedForWriting(const std::string& name, std::size_t b
     if (made.file_ < 0) {
         refuse(name, "open shared memory");
     }
-    // The lock goes with the process, however that ends.
+    // The system releases the lock when the process ends, however that happens.
     if (flock(made.file_, LOCK_EX | LOCK_NB) != 0) {
         if (errno == EWOULDBLOCK) {
             throw TablesBusy("tables \"" + name + "\" are being written by " +

@@ -14,7 +14,7 @@ class Entity;
 /// Identifies an attribute within its entity's type: 0 for the first one declared.
 using AttrId = std::uint16_t;
 
-/// Hears of the changes of the entities it is subscribed to, on the thread that makes them.
+/// Is notified of the changes of the entities it is subscribed to, on the thread that makes them.
 class Subscriber {
   public:
     Subscriber() noexcept = default;
@@ -43,8 +43,8 @@ class Entity : public Counted {
     /// True from the start of the entity's destruction.
     bool destroying() const noexcept { return destroying_; }
 
-    /// A subscriber subscribes once however often it asks. Both may be called while a change is
-    /// being published; one that unsubscribes hears nothing more of it.
+    /// Subscribing twice is subscribing once. Both may be called while a change is being published;
+    /// a subscriber that unsubscribes is not notified of it any more.
     void subscribe(Subscriber& subscriber) const;
     void unsubscribe(Subscriber& subscriber) const noexcept;
     bool hasSubscribers() const noexcept;
@@ -84,8 +84,8 @@ class Entity : public Counted {
     mutable std::uint32_t publishing_ = 0;
 };
 
-/// Reacts to the changes of one attribute while its notifications are on. Without a publisher there
-/// is nothing to hear.
+/// Reacts to the changes of one attribute while its notifications are on. Without a publisher it
+/// does nothing.
 class Reactor : public Counted, public Subscriber {
   public:
     ~Reactor() override { hasNotificationActiveIs(false); }

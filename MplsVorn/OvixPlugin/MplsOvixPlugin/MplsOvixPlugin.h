@@ -205,7 +205,7 @@ class MplsOvixPlugin : public OvixPlugin {
     ProcessingResult handleVia(const Ptr<MplsContext>& context, std::uint32_t viaIndex) const;
 
   private:
-    /// Puts a reactor in place; the one that it replaces hears nothing more, whoever holds it.
+    /// Puts a reactor in place; the one that it replaces is switched off, whoever holds it.
     template <typename Reactor>
     const Ptr<Reactor>& reactorIs(Ptr<Reactor>& held, const Ptr<Reactor>& made,
                                   Tessel::AttrId attribute);

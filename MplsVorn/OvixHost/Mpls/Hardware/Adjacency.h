@@ -102,7 +102,7 @@ class Adjacency final : public Tessel::Counted {
     const Ovix::OvixMplsVia& unpack(const Entry* entry) const noexcept;
 
     std::uint32_t words_;
-    // Most adjacencies have one via in use, which every frame asks for.
+    // Most adjacencies have one via in use, which every frame reads.
     mutable const Entry* unpackedEntry_ = nullptr;
     mutable Ovix::OvixMplsVia unpacked_;
 };

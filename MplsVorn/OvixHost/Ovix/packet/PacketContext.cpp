@@ -51,7 +51,7 @@ void ParsedPacket::parseUpTo(std::int32_t position) {
     while (count_ <= position && !complete()) {
         PacketParser::parseNext(*this);
     }
-    // What a label stack carries is parsed along with it: routing labels always asks for it.
+    // What a label stack carries is parsed along with it, since routing labels always needs it.
     if (count_ > 0 &&
         headers_[static_cast<std::size_t>(count_ - 1)]->pktHdrType() == PktHdrType::mpls) {
         PacketParser::parseNext(*this);

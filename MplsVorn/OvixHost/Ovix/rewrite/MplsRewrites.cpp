@@ -153,7 +153,7 @@ Ptr<RoutingException> MplsPopRewriteImpl::apply(const Ptr<RoutingContext>& conte
         trafficClassIs(exposed, beneath, top.tc());
     }
     if (info().ttlMode == Mpls::TtlMode::pipe) {
-        packet.ttlDecrementedIs(false); // a decrement taken so far goes with the entry
+        packet.ttlDecrementedIs(false); // a decrement taken so far was the popped entry's
     }
     pkt.popFront(entrySize);
     packet.outerTypeIs(exposed);

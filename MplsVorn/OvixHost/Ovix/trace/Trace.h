@@ -36,7 +36,7 @@ class TraceLine {
 };
 
 /// The agent's compact trace ring: the latest records, each its source's tag and the formatted
-/// arguments. Written by the packet thread, read when somebody asks what happened.
+/// arguments. Written by the packet thread, read on request.
 class TraceRing {
   public:
     struct Record {
