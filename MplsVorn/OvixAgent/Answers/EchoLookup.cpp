@@ -49,9 +49,9 @@ EchoLabel EchoLookup::label(Lumo::MplsLabel label) const {
 }
 
 std::optional<Lumo::MplsLabel> EchoLookup::egressLabel(const Lumo::IpGenAddr& prefix,
-                                                       std::uint8_t) const {
-    const IpRoute* route = forwarding_->vrfs->fib({})->find(prefix);
-    const bool ends = route != nullptr &&
+                                                       std::uint8_t length) const {
+    const IpRoute* route = forwarding_->vrfs->fib({})->find(prefix, length);
+    const bool ends = route != nullptr && !route->isBroadcast() &&
                       (route->isLocal() || (!route->vias().empty() && route->vias()[0].onLink));
     return ends ? std::optional(Lumo::implicitNull) : std::nullopt;
 }

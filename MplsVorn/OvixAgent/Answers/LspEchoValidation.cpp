@@ -201,6 +201,10 @@ EchoVerdict validateEcho(const LspEchoRequest& request, PortIndex port,
     assert(!request.fecs.empty());
     const Arrived arrived{request, port, labels, tables};
     for (std::size_t depth = labels.size(); depth > 0; --depth) {
+        if (arrived.labelAt(depth) == Lumo::entropyLabelIndicator) {
+            depth -= depth > 1 ? 1 : 0; // the entropy label beneath has no entry (RFC 6790)
+            continue;
+        }
         EchoLabel entry = lookUp(arrived.labelAt(depth), tables);
         if (entry.use == EchoLabel::Use::unknown) {
             return verdict(EchoReturnCode::noLabelEntry, depth);

@@ -118,6 +118,25 @@ TEST_F(EchoLookupTest, ALabelMapsToTheFecWithTheSameNextHop) {
     }
 }
 
+TEST_F(EchoLookupTest, ThePrefixesOfThisRouterEndHere) {
+    const struct {
+        const char* what;
+        Bytes fec;
+        const char* codes;
+    } cases[]{
+        {"an own address", tlv(1, {10, 0, 2, 1, 32}), "3/1"},
+        {"a subnet", tlv(1, {10, 0, 2, 0, 24}), "3/1"},
+        {"a part of a subnet", tlv(1, {10, 0, 2, 0, 25}), "4/1"},
+        {"more than a subnet", tlv(1, {10, 0, 2, 0, 23}), "4/1"},
+        {"a host on a subnet", tlv(1, {10, 0, 2, 2, 32}), "4/1"},
+        {"a subnet's broadcast", tlv(1, {10, 0, 2, 255, 32}), "4/1"},
+        {"a route to another router", ldp(6), "4/1"},
+    };
+    for (const auto& given : cases) {
+        EXPECT_EQ(codesFor({{0, 0, 1}}, fecStack({given.fec})), given.codes) << given.what;
+    }
+}
+
 TEST_F(EchoLookupTest, TheFecIsValidatedOnlyOnRequest) {
     EXPECT_EQ(codesFor({{100, 0, 1}}, fecStack({ldp(250)}), 0), "8/1");
     EXPECT_EQ(codesFor({{100, 0, 1}}, fecStack({ldp(7)}), 0), "8/1");

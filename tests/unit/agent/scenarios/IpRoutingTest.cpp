@@ -55,7 +55,7 @@ TEST_F(IpRouting, EachPlaceOfTheVerdictIsReached) {
         {"no route", packetTo("192.0.2.1"), FateKind::dropped, "No route"},
         {"a route that drops", packetTo("10.9.9.1"), FateKind::dropped, "Route drops"},
         {"a route that prohibits", packetTo("10.3.1.1"), FateKind::dropped, "Route prohibits"},
-        {"an unreachable route", packetTo("10.3.2.1"), FateKind::dropped, "Route says unreachable"},
+        {"an unreachable route", packetTo("10.3.2.1"), FateKind::dropped, "Route is unreachable"},
         {"an unknown next hop", packetTo("10.5.0.1"), FateKind::dropped,
          "No neighbour for the next hop"},
         {"nobody on the link", packetTo("10.0.2.77"), FateKind::dropped,
