@@ -6,19 +6,9 @@
 #include "Ip/IpPacket.h"
 #include "Ip/IpRouter.h"
 #include "State/CaptureError.h"
-#include "Summary/Summary.h"
 #include "Tessel/Exceptions.h"
 
 namespace OvixAgent {
-
-namespace {
-
-constexpr std::string_view module = "Ovix::Agent";
-constexpr std::string_view puntedCategory = "punted";
-constexpr std::string_view droppedCategory = "dropped";
-constexpr std::string_view handedOnCategory = "handedOn";
-
-} // namespace
 
 Forwarder::Forwarder(const Ptr<Ovix::PluginManager>& manager, ForwardingTables& tables,
                      TransmitPort& cpu)
@@ -28,16 +18,14 @@ Forwarder::Forwarder(const Ptr<Ovix::PluginManager>& manager, ForwardingTables& 
       sender_(manager, EgressLookup(tables),
               [this](const Fate& fate, const Frame& frame) { account(fate, frame); }),
       inputSteps_(manager->genericPipelineSteps()), packets_(Lumo::globalPktManager()),
-      tables_(&tables), cpu_(&cpu), counters_(Tessel::make<Ovix::OvixNamedCounters>()),
-      fates_(Tessel::make<Ovix::OvixNamedCounters>()) {
+      tables_(&tables), cpu_(&cpu) {
     registerPorts(*manager->ports(), tables.ports, cpu, current_);
 }
 
 void Forwarder::receive(const Frame& frame) {
     assert(frame.originalLength >= frame.bytes.size());
     assert(frame.port < tables_->ports.ports().size());
-    in_.add(frame.bytes.size());
-    counters_->forgetLast();
+    accounts_.received(frame.bytes.size());
     current_ = {&frame, 0};
     try {
         const Fate fate = process(frame);
@@ -46,9 +34,7 @@ void Forwarder::receive(const Frame& frame) {
         throw; // an output failed, not the frame
     } catch (const Tessel::SnapshotLost&) {
         // Label tables are read before anything is sent, so nothing is left of the first try.
-        counters_->takeBack();
-        in_.frames -= 1;
-        in_.bytes -= frame.bytes.size();
+        accounts_.takeBack(frame.bytes.size());
         throw;
     } catch (const std::exception& refused) {
         // The plugin or the host refuses the frame, for example for too many labels.
@@ -58,7 +44,7 @@ void Forwarder::receive(const Frame& frame) {
 
 Fate Forwarder::process(const Frame& received) {
     const Ptr<Ovix::PacketContext> packet = newPacket(received);
-    packet->receivedAs(in_.frames, counters_.get());
+    packet->receivedAs(accounts_.number(), accounts_.counters().get());
     for (const Ptr<Ovix::InputPipelineStep>& step : inputSteps_->steps()) {
         const Ovix::InputVerdict verdict = step->process(packet);
         switch (verdict.kind) {
@@ -126,33 +112,28 @@ Ptr<Ovix::PacketContext> Forwarder::newPacket(const Frame& frame) const {
     return Tessel::make<Ovix::PacketContext>(packets_->newPkt(frame.bytes));
 }
 
+Ptr<Ovix::RoutingContext> Forwarder::contextOf(const Frame& frame,
+                                               const Ptr<Ovix::PacketContext>& packet) const {
+    return Tessel::make<Ovix::RoutingContext>(accounts_.number(), packet, accounts_.counters(),
+                                              tables_->ports.ports()[frame.port].intfId);
+}
+
 Fate Forwarder::route(const Frame& frame, const Ptr<Ovix::PacketContext>& packet,
                       const ReceivedLink& link, const Ptr<Ovix::RoutingHandler>& handler) {
     if (!handler) {
         return drop(Reason::noHandler);
     }
-    const Lumo::IntfId ingress = tables_->ports.ports()[frame.port].intfId;
-    const auto context = Tessel::make<Ovix::RoutingContext>(in_.frames, packet, counters_, ingress);
+    const Ptr<Ovix::RoutingContext> context = contextOf(frame, packet);
     const auto output = Tessel::make<Ovix::RoutingOutput>();
     handler->processPacket(output, context, link.routed, tables_->vrfs);
     const Ovix::RoutingNexthops& nexthops = *output->nexthops();
     if (current_.toCpu > 0) [[unlikely]] {
-        countDelivered(nexthops.size());
+        accounts_.addDelivered(current_.toCpu, nexthops.size());
     } else if (nexthops.empty()) {
-        return byLastCounter(FateKind::dropped, Reason::noNexthop);
+        return accounts_.byLastEvent(FateKind::dropped, Reason::noNexthop);
     }
     return nexthops.size() == 1 ? send(frame, context, link, *nexthops.nexthopFront())
                                 : sendToAll(frame, context, link, nexthops);
-}
-
-// The packets that the plugin has sent to the CPU are copies of the frame like those for its next
-// hops; without next hops the first of them counts as the frame itself.
-void Forwarder::countDelivered(std::size_t nexthops) {
-    assert(current_.toCpu > 0);
-    for (std::uint64_t i = 0; i < current_.toCpu; ++i) {
-        fates_->count(puntedCategory, module, Reason::delivered);
-    }
-    replicas_ += nexthops > 0 ? current_.toCpu : current_.toCpu - 1;
 }
 
 // Every frame is sent whole: its tags are the customer's.
@@ -161,8 +142,7 @@ Fate Forwarder::sendOverPseudowire(const Frame& frame, const Ptr<Ovix::PacketCon
     if (!tables_->pseudowires.mplsRouting()) {
         return drop(Reason::mplsRoutingOff);
     }
-    const Lumo::IntfId ingress = tables_->ports.ports()[frame.port].intfId;
-    const auto context = Tessel::make<Ovix::RoutingContext>(in_.frames, packet, counters_, ingress);
+    const Ptr<Ovix::RoutingContext> context = contextOf(frame, packet);
     const Fate fate = sender_.send(frame, context, {}, *pseudowire.remote);
     if (fate.kind == FateKind::forwarded) {
         pseudowire.sent.add(frame.bytes.size());
@@ -181,7 +161,7 @@ Fate Forwarder::sendToAll(const Frame& frame, const Ptr<Ovix::RoutingContext>& c
         const bool needsNoCopy = --left == 0 || nexthop->isCpuTrapNexthop();
         last = send(frame, needsNoCopy ? context : copyOf(*context, frame), link, *nexthop);
         if (left > 0) {
-            ++replicas_;
+            accounts_.addReplicas(1);
             account(last, frame);
         }
     }
@@ -190,8 +170,8 @@ Fate Forwarder::sendToAll(const Frame& frame, const Ptr<Ovix::RoutingContext>& c
 
 Ptr<Ovix::RoutingContext> Forwarder::copyOf(const Ovix::RoutingContext& context,
                                             const Frame& frame) const {
-    return Tessel::make<Ovix::RoutingContext>(context.packetId(), newPacket(frame), counters_,
-                                              context.ingressIntfId());
+    return Tessel::make<Ovix::RoutingContext>(context.packetId(), newPacket(frame),
+                                              accounts_.counters(), context.ingressIntfId());
 }
 
 Fate Forwarder::send(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
@@ -199,7 +179,7 @@ Fate Forwarder::send(const Frame& frame, const Ptr<Ovix::RoutingContext>& contex
     // A punted frame goes to the CPU as it was received: the control plane needs the label stack
     // to answer (RFC 8029 section 4.4).
     if (nexthop.isCpuTrapNexthop()) {
-        return byLastCounter(FateKind::punted, Reason::trapped);
+        return accounts_.byLastEvent(FateKind::punted, Reason::trapped);
     }
     Ovix::PacketContext& packet = *context->packetContext();
     packet.pkt()->popFront(link.routed->offset());
@@ -207,31 +187,16 @@ Fate Forwarder::send(const Frame& frame, const Ptr<Ovix::RoutingContext>& contex
     return sender_.send(frame, context, link.tags, nexthop);
 }
 
-Fate Forwarder::byLastCounter(FateKind kind, std::string_view otherwise) const noexcept {
-    const auto* last = counters_->last();
-    return {kind, last != nullptr ? std::string_view(last->reason) : otherwise};
-}
-
 void Forwarder::account(const Fate& fate, const Frame& frame) {
-    switch (fate.kind) {
-    case FateKind::forwarded:
-        return; // counted where it left
-    case FateKind::punted:
+    if (fate.kind == FateKind::punted) {
         cpu_->transmit(frame);
-        fates_->count(puntedCategory, module, fate.reason);
-        return;
-    case FateKind::dropped:
-        fates_->count(droppedCategory, module, fate.reason);
-        return;
-    case FateKind::handedOn:
-        fates_->count(handedOnCategory, module, fate.reason);
-        return;
     }
+    accounts_.add(fate);
 }
 
 void Forwarder::addTo(Summary& summary) const {
-    summary.in = in_;
-    summary.replicas = replicas_ + sender_.furtherFragments();
+    accounts_.addTo(summary);
+    summary.replicas += sender_.furtherFragments();
     summary.waiting = sender_.waiting();
     for (const Port& port : tables_->ports.ports()) {
         summary.forwarded.push_back({port.name, port.sent});
@@ -239,13 +204,6 @@ void Forwarder::addTo(Summary& summary) const {
     for (const Pseudowire& pseudowire : tables_->pseudowires.all()) {
         summary.pseudowires.push_back({pseudowire.name, pseudowire.sent, pseudowire.delivered});
     }
-    for (const auto& fate : fates_->counters()) {
-        Reasons& reasons = fate.category == puntedCategory    ? summary.punted
-                           : fate.category == droppedCategory ? summary.dropped
-                                                              : summary.handedOn;
-        reasons.add(fate.reason, fate.count);
-    }
-    summary.counters = OvixAgent::namedCounters(*counters_);
 }
 
 } // namespace OvixAgent

@@ -1,13 +1,12 @@
 #pragma once
 
+#include "Forwarding/FrameAccounts.h"
 #include "Forwarding/PluginHost.h"
 #include "Forwarding/Sender.h"
 #include "Ovix/plugin/PluginManager.h"
-#include "State/Fate.h"
 #include "State/ForwardingTables.h"
 #include "State/Frame.h"
 #include "State/LinkHeader.h"
-#include "Summary/Summary.h"
 
 namespace OvixAgent {
 
@@ -30,7 +29,9 @@ class Forwarder {
     /// Sets frames, fates and their reasons, ports and named counters.
     void addTo(Summary& summary) const;
 
-    const Ptr<Ovix::OvixNamedCounters>& namedCounters() const noexcept { return counters_; }
+    const Ptr<Ovix::OvixNamedCounters>& namedCounters() const noexcept {
+        return accounts_.counters();
+    }
 
   private:
     Fate process(const Frame& received);
@@ -46,10 +47,10 @@ class Forwarder {
                    const ReceivedLink& link, const Ovix::RoutingNexthops& nexthops);
     Fate send(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
               const ReceivedLink& link, const Ovix::RoutingNexthop& nexthop);
-    void countDelivered(std::size_t nexthops);
-    Fate byLastCounter(FateKind kind, std::string_view otherwise) const noexcept;
     void account(const Fate& fate, const Frame& frame);
     Ptr<Ovix::PacketContext> newPacket(const Frame& frame) const;
+    Ptr<Ovix::RoutingContext> contextOf(const Frame& frame,
+                                        const Ptr<Ovix::PacketContext>& packet) const;
     Ptr<Ovix::RoutingContext> copyOf(const Ovix::RoutingContext& context, const Frame& frame) const;
 
     Ptr<Ovix::RoutingHandler> mplsHandler_;
@@ -63,11 +64,7 @@ class Forwarder {
     CurrentFrame current_;
     Frame modified_; ///< the current frame once an input step has replaced its packet
     std::vector<std::uint8_t> modifiedBytes_;
-
-    Ptr<Ovix::OvixNamedCounters> counters_; ///< of the plugin
-    Ptr<Ovix::OvixNamedCounters> fates_;    ///< one count per fate and reason
-    Traffic in_;
-    std::uint64_t replicas_ = 0;
+    FrameAccounts accounts_;
 };
 
 } // namespace OvixAgent

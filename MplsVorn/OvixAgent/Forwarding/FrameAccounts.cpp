@@ -1,0 +1,64 @@
+#include "Forwarding/FrameAccounts.h"
+
+#include <cassert>
+
+namespace OvixAgent {
+
+namespace {
+
+constexpr std::string_view module = "Ovix::Agent";
+constexpr std::string_view puntedCategory = "punted";
+constexpr std::string_view droppedCategory = "dropped";
+constexpr std::string_view handedOnCategory = "handedOn";
+
+} // namespace
+
+void FrameAccounts::takeBack(std::size_t bytes) {
+    assert(in_.frames > 0 && in_.bytes >= bytes);
+    counters_->takeBack();
+    in_.frames -= 1;
+    in_.bytes -= bytes;
+}
+
+void FrameAccounts::add(const Fate& fate) {
+    switch (fate.kind) {
+    case FateKind::forwarded:
+        return;
+    case FateKind::punted:
+        fates_->count(puntedCategory, module, fate.reason);
+        return;
+    case FateKind::dropped:
+        fates_->count(droppedCategory, module, fate.reason);
+        return;
+    case FateKind::handedOn:
+        fates_->count(handedOnCategory, module, fate.reason);
+        return;
+    }
+}
+
+void FrameAccounts::addDelivered(std::uint64_t packets, std::size_t nexthops) {
+    assert(packets > 0);
+    for (std::uint64_t i = 0; i < packets; ++i) {
+        fates_->count(puntedCategory, module, Reason::delivered);
+    }
+    replicas_ += nexthops > 0 ? packets : packets - 1;
+}
+
+Fate FrameAccounts::byLastEvent(FateKind kind, std::string_view otherwise) const noexcept {
+    const auto* last = counters_->last();
+    return {kind, last != nullptr ? std::string_view(last->reason) : otherwise};
+}
+
+void FrameAccounts::addTo(Summary& summary) const {
+    summary.in = in_;
+    summary.replicas += replicas_;
+    for (const auto& fate : fates_->counters()) {
+        Reasons& reasons = fate.category == puntedCategory    ? summary.punted
+                           : fate.category == droppedCategory ? summary.dropped
+                                                              : summary.handedOn;
+        reasons.add(fate.reason, fate.count);
+    }
+    summary.counters = namedCounters(*counters_);
+}
+
+} // namespace OvixAgent

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "Ovix/trace/NamedCounters.h"
+#include "State/Fate.h"
+#include "Summary/Summary.h"
+
+namespace OvixAgent {
+
+/// Counts the frames received and their fates: every frame once, its copies as replicas.
+class FrameAccounts {
+  public:
+    void received(std::size_t bytes) {
+        in_.add(bytes);
+        counters_->forgetLast();
+    }
+    /// The number of the frame received last, from 1.
+    std::uint64_t number() const noexcept { return in_.frames; }
+    /// The frame received last is to be received again.
+    void takeBack(std::size_t bytes);
+
+    /// What has been forwarded is counted where it left.
+    void add(const Fate& fate);
+    void addReplicas(std::uint64_t copies) noexcept { replicas_ += copies; }
+    /// Packets that a plugin has sent to the CPU are copies of the frame like those for its
+    /// `nexthops`; without next hops the first of them counts as the frame itself.
+    void addDelivered(std::uint64_t packets, std::size_t nexthops);
+
+    /// The event counted last for the current frame, or `otherwise` without one, as its reason.
+    Fate byLastEvent(FateKind kind, std::string_view otherwise) const noexcept;
+
+    /// What plugins count.
+    const Ptr<Ovix::OvixNamedCounters>& counters() const noexcept { return counters_; }
+
+    /// Sets frames, replicas, fates and their reasons, and named counters.
+    void addTo(Summary& summary) const;
+
+  private:
+    Ptr<Ovix::OvixNamedCounters> counters_ = Tessel::make<Ovix::OvixNamedCounters>();
+    /// One count per fate and reason.
+    Ptr<Ovix::OvixNamedCounters> fates_ = Tessel::make<Ovix::OvixNamedCounters>();
+    Traffic in_;
+    std::uint64_t replicas_ = 0;
+};
+
+} // namespace OvixAgent
