@@ -45,12 +45,16 @@ Frame asFrame(const CurrentFrame& current, std::span<const std::uint8_t> bytes) 
             static_cast<std::uint32_t>(bytes.size())};
 }
 
-/// The size of a frame's Ethernet header and tag, which no MTU includes.
+/// The size of a frame's Ethernet header and tags, which no MTU includes.
 std::size_t linkSize(Wire::Bytes frame) noexcept {
     const Wire::Ethernet header(frame);
-    const bool isTagged = header && frame.size() >= Wire::Ethernet::size + Wire::Tag::size &&
-                          header.etherType() == Wire::EtherType::vlan;
-    return isTagged ? Wire::Ethernet::size + Wire::Tag::size : Wire::Ethernet::size;
+    if (!header) {
+        return frame.size();
+    }
+    Wire::TagWalk walk(header.etherType(), frame.subspan(Wire::Ethernet::size));
+    for (Wire::Tag tag; walk.next(tag);) {
+    }
+    return frame.size() - walk.rest().size();
 }
 
 /// One of the agent's ports.

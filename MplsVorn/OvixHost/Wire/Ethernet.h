@@ -79,6 +79,8 @@ using EthernetWriter = BasicEthernet<std::uint8_t>;
 ///       16 bits     3           1     12
 struct Tag {
     static constexpr std::size_t size = 4;
+    /// A frame with more tags is not looked into.
+    static constexpr std::size_t maxTags = 3;
     static constexpr std::uint16_t vlanIdMask = 0x0fff;
 
     Lumo::NetU16 tpid;
@@ -103,11 +105,13 @@ class TagWalk {
     TagWalk(std::uint16_t etherType, Bytes behind) noexcept
         : rest_(behind), etherType_(etherType) {}
 
-    /// False, with nothing changed, when no whole tag follows.
+    /// False, with nothing changed, when no whole tag follows or all that a frame may have are
+    /// passed.
     bool next(Tag& tag) noexcept {
-        if (!EtherType::isTag(etherType_) || rest_.size() < Tag::size) {
+        if (!EtherType::isTag(etherType_) || rest_.size() < Tag::size || left_ == 0) {
             return false;
         }
+        --left_;
         tag = {Lumo::NetU16(etherType_), Lumo::NetU16::load(rest_.data())};
         etherType_ = Lumo::NetU16::load(rest_.data() + sizeof tag.tci).value();
         rest_ = rest_.subspan(Tag::size);
@@ -120,6 +124,7 @@ class TagWalk {
 
   private:
     Bytes rest_;
+    std::size_t left_ = Tag::maxTags;
     std::uint16_t etherType_;
 };
 

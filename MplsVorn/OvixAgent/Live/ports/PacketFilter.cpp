@@ -46,8 +46,8 @@ std::vector<sock_filter> packetFilter(PacketIntake intake) {
     }
     std::vector<sock_filter> program{loadByte(packetType), unlessEqualSkip(PACKET_OTHERHOST, 1),
                                      accept(0), loadHalfWord(etherTypeAt)};
-    for (const std::uint16_t type :
-         {EtherType::mpls, EtherType::mplsUpstream, EtherType::vlan, EtherType::serviceVlan}) {
+    for (const std::uint16_t type : {EtherType::mpls, EtherType::mplsUpstream, EtherType::vlan,
+                                     EtherType::serviceVlan, EtherType::stackedVlan}) {
         append(program, {unlessEqualSkip(type, 1), accept(wholeFrame)});
     }
     if (intake == PacketIntake::labelledAndIp) {

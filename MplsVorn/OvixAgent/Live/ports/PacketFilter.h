@@ -9,7 +9,7 @@ namespace OvixAgent {
 /// Which frames a port receives. Frames addressed to other stations, which an interface in
 /// promiscuous mode passes, are received with `everything` only.
 enum class PacketIntake : std::uint8_t {
-    labelled,      ///< MPLS, and frames with a second VLAN tag
+    labelled,      ///< MPLS, and frames with a tag beyond the outermost
     labelledAndIp, ///< also IPv4 and IPv6 addressed to this host's MAC
     everything,    ///< for attachment circuits
 };

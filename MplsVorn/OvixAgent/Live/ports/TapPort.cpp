@@ -16,8 +16,9 @@ namespace OvixAgent {
 
 namespace {
 
-/// The largest MTU and a tagged Ethernet header.
-constexpr std::size_t longestFrame = 65535 + Wire::Ethernet::size + Wire::Tag::size;
+/// The largest MTU and an Ethernet header with tags.
+constexpr std::size_t longestFrame =
+    65535 + Wire::Ethernet::size + Wire::Tag::maxTags * Wire::Tag::size;
 
 } // namespace
 

@@ -15,8 +15,8 @@ namespace OvixAgent {
 
 namespace {
 
-/// A header with two tags, which no MTU includes.
-constexpr std::uint32_t linkHeader = Wire::Ethernet::size + 2 * Wire::Tag::size;
+/// A header with tags, which no MTU includes.
+constexpr std::uint32_t linkHeader = Wire::Ethernet::size + Wire::Tag::maxTags * Wire::Tag::size;
 
 } // namespace
 

@@ -11,7 +11,7 @@ struct bpf_object;
 namespace OvixAgent {
 
 /// The program that an interface runs on received frames: labelled frames to `station` or a group
-/// address, behind at most two 802.1Q or 802.1ad tags, go to a socket; all others go to the host's
+/// address, behind at most three VLAN tags, go to a socket; all others go to the host's
 /// network stack. The program is removed with this object and when the process ends.
 class XdpProgram {
   public:

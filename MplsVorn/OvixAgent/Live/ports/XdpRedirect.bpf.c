@@ -22,10 +22,11 @@ struct tag {
     __be16 type;
 };
 
-enum { maxTags = 2 }; /* IEEE 802.1ad */
+enum { maxTags = 3 }; /* as the agent's parser */
 
 static __always_inline int isTag(__be16 type) {
-    return type == bpf_htons(ETH_P_8021Q) || type == bpf_htons(ETH_P_8021AD);
+    return type == bpf_htons(ETH_P_8021Q) || type == bpf_htons(ETH_P_8021AD) ||
+           type == bpf_htons(ETH_P_QINQ1);
 }
 
 static __always_inline int isForStation(const struct ethhdr* ethernet) {

@@ -124,7 +124,7 @@ inline MplsHeaderData* mplsHeaderData(const PacketHeader& header) noexcept {
 /// One to three VLAN tags (802.1Q, 802.1ad) that follow each other.
 class VlanTagHeaderData final : public PacketHeaderData, public Tessel::Slabbed<VlanTagHeaderData> {
   public:
-    static constexpr std::size_t maxTags = 3;
+    static constexpr std::size_t maxTags = Wire::Tag::maxTags;
 
     using Tag = Wire::Tag;
 

@@ -131,6 +131,10 @@ TEST_F(InputStepsTest, PortsRefuseWhatTheyCannotSend) {
         EXPECT_FALSE(to("east", join({eth(ethMpls), filled(101, 0)})));
         EXPECT_TRUE(to("east", join({eth(ethVlan), tag(9, ethMpls), filled(100, 0)})));
         EXPECT_FALSE(to("east", join({eth(ethVlan), tag(9, ethMpls), filled(101, 0)})));
+        const Bytes twoTags =
+            join({eth(ethServiceVlan), tag(9, ethLegacyVlan), tag(8, ethMpls), filled(100, 0)});
+        EXPECT_TRUE(to("east", twoTags));
+        EXPECT_FALSE(to("east", join({twoTags, {0}})));
         EXPECT_FALSE(to("dark", labelled()));
         EXPECT_FALSE(port(Lumo::IntfId("nowhere")));
         EXPECT_EQ(port(Lumo::IntfId("east"))->shortName(), "east");
@@ -138,7 +142,7 @@ TEST_F(InputStepsTest, PortsRefuseWhatTheyCannotSend) {
         return Ovix::InputVerdict{Kind::refused, "enough"};
     });
     receive(labelled());
-    EXPECT_EQ(out[east].frames.size(), 2U);
+    EXPECT_EQ(out[east].frames.size(), 3U);
     EXPECT_TRUE(out[dark].frames.empty());
 }
 

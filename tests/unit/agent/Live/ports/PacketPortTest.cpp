@@ -46,6 +46,9 @@ const std::vector<Bytes> labelled{
     toRight({ethServiceVlan, 7, ethVlan, 9, ethMpls}, 7),
     toRight({ethMpls}, 8, 1500),
     toRight({ethVlan, 5, ethMpls}, 9, 1500),
+    toRight({ethLegacyVlan, 7, ethMpls}, 10),
+    toRight({ethLegacyVlan, 7, ethVlan, 9, ethMpls}, 11),
+    toRight({ethVlan, 7, ethLegacyVlan, 9, ethMpls}, 12),
 };
 
 const std::vector<Bytes> ipFrames{

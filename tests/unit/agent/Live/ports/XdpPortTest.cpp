@@ -54,6 +54,8 @@ const std::vector<Bytes> labelled{
     toRight({ethMpls}, 7, 0),
     toRight({ethVlan, 5, ethVlan, 6, ethMpls}, 8),
     toRight({ethServiceVlan, 5, ethVlan, 6, ethMplsUpstream}, 9),
+    toRight({ethLegacyVlan, 5, ethMpls}, 10),
+    toRight({ethVlan, 5, ethVlan, 6, ethLegacyVlan, 7, ethMpls}, 11),
     lastLabelled,
 };
 
@@ -62,7 +64,7 @@ const std::vector<Bytes> others{
     toRight({ethVlan, 5, ethIpv6}, 21),
     toRight({0x0806}, 22),
     toRight({ethServiceVlan, 5, ethVlan, 6, ethIpv4}, 23),
-    toRight({ethVlan, 5, ethVlan, 6, ethVlan, 7, ethMpls}, 25),
+    toRight({ethVlan, 5, ethVlan, 6, ethVlan, 7, ethVlan, 8, ethMpls}, 25),
     frameOf(leftStation, otherStation, {ethMpls}, 24),
     lastOther,
 };
@@ -195,7 +197,7 @@ TEST_F(XdpPortTest, CountsAFrameLongerThanABuffer) {
 TEST_F(XdpPortTest, AnUnsuitableInterfaceIsAProblem) {
     ip("link add name big mtu 9000 type veth peer name bigger");
     EXPECT_EQ(XdpPort(0, "big").problem(),
-              "big: an MTU of 9000 is more than 3818, the largest for AF_XDP");
+              "big: an MTU of 9000 is more than 3814, the largest for AF_XDP");
     ip("link add name wide numrxqueues 2 type veth peer name narrow");
     EXPECT_EQ(XdpPort(0, "wide").problem(), "wide: has 2 receive queues; AF_XDP supports one");
     EXPECT_EQ(XdpPort(0, "none").problem(), "none: finding the interface: No such device");
