@@ -127,13 +127,40 @@ Fate Forwarder::route(const Frame& frame, const Ptr<Ovix::PacketContext>& packet
     const auto output = Tessel::make<Ovix::RoutingOutput>();
     handler->processPacket(output, context, link.routed, tables_->vrfs);
     const Ovix::RoutingNexthops& nexthops = *output->nexthops();
+    if (nexthops.empty()) [[unlikely]] {
+        routeBeneath(output, context, link.routed, *handler);
+    }
     if (current_.toCpu > 0) [[unlikely]] {
         accounts_.addDelivered(current_.toCpu, nexthops.size());
     } else if (nexthops.empty()) {
-        return accounts_.byLastEvent(FateKind::dropped, Reason::noNexthop);
+        return withoutNexthop(*context);
     }
     return nexthops.size() == 1 ? send(frame, context, link, *nexthops.nexthopFront())
                                 : sendToAll(frame, context, link, nexthops);
+}
+
+// The parse stays that of the frame as received, whose flow hash and length every pass uses. Each
+// pass passes at least one label.
+void Forwarder::routeBeneath(const Ptr<Ovix::RoutingOutput>& output,
+                             const Ptr<Ovix::RoutingContext>& context,
+                             Ptr<Ovix::PacketHeader> labels, Ovix::RoutingHandler& handler) {
+    while (output->nexthops()->empty() && current_.toCpu == 0 && !accounts_.hasLastEvent()) {
+        const std::size_t popped = context->terminatePopped();
+        if (popped > 0) {
+            labels = Ovix::labelsBeneath(*labels, popped);
+        }
+        if (popped == 0 || !labels) {
+            return;
+        }
+        handler.processPacket(output, context, labels, tables_->vrfs);
+    }
+}
+
+Fate Forwarder::withoutNexthop(const Ovix::RoutingContext& context) const noexcept {
+    const Fate fate = accounts_.byLastEvent(FateKind::dropped, Reason::noNexthop);
+    const bool isNothingFound =
+        fate.reason == Reason::noNexthop || fate.reason == Reason::nothingResolved;
+    return context.terminated() && isNothingFound ? drop(Reason::noNexthopBeneath) : fate;
 }
 
 // Every frame is sent whole: its tags are the customer's.
@@ -170,8 +197,9 @@ Fate Forwarder::sendToAll(const Frame& frame, const Ptr<Ovix::RoutingContext>& c
 
 Ptr<Ovix::RoutingContext> Forwarder::copyOf(const Ovix::RoutingContext& context,
                                             const Frame& frame) const {
-    return Tessel::make<Ovix::RoutingContext>(context.packetId(), newPacket(frame),
-                                              accounts_.counters(), context.ingressIntfId());
+    Ptr<Ovix::RoutingContext> copy = contextOf(frame, newPacket(frame));
+    copy->terminatedAre(context.terminated());
+    return copy;
 }
 
 Fate Forwarder::send(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,

@@ -25,6 +25,8 @@ class FrameAccounts {
     /// `nexthops`; without next hops the first of them counts as the frame itself.
     void addDelivered(std::uint64_t packets, std::size_t nexthops);
 
+    /// Whether a plugin has counted an event for the current frame.
+    bool hasLastEvent() const noexcept { return counters_->last() != nullptr; }
     /// The event counted last for the current frame, or `otherwise` without one, as its reason.
     Fate byLastEvent(FateKind kind, std::string_view otherwise) const noexcept;
 

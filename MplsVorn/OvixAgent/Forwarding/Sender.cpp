@@ -147,12 +147,21 @@ Fate Sender::settle(const WaitingPacket& packet) {
 }
 
 Fate Sender::rewrite(const Outgoing& outgoing) const {
-    for (const Ptr<Ovix::RewriteInfo>& info : outgoing.nexthop.rewriteInfos().rewrites()) {
+    const Ptr<Ovix::RewriteInfos>& terminated = outgoing.context->terminated();
+    const Fate fate = terminated ? apply(*terminated, outgoing.context) : forwarded;
+    return fate.kind == FateKind::forwarded
+               ? apply(outgoing.nexthop.rewriteInfos(), outgoing.context)
+               : fate;
+}
+
+Fate Sender::apply(const Ovix::RewriteInfos& rewrites,
+                   const Ptr<Ovix::RoutingContext>& context) const {
+    for (const Ptr<Ovix::RewriteInfo>& info : rewrites.rewrites()) {
         const auto fromInfo = rewrites_->rewriteFn(info->typeName());
         if (fromInfo == nullptr) {
             return drop(Reason::noPluginRewrites);
         }
-        if (const auto failed = fromInfo(info)->apply(outgoing.context)) {
+        if (const auto failed = fromInfo(info)->apply(context)) {
             return drop(failed->reason());
         }
     }

@@ -45,6 +45,7 @@ class Sender {
 
     static Fate applyIpHop(const Outgoing& outgoing);
     Fate rewrite(const Outgoing& outgoing) const;
+    Fate apply(const Ovix::RewriteInfos& rewrites, const Ptr<Ovix::RoutingContext>& context) const;
     Fate wait(const Outgoing& outgoing);
     Fate settle(const WaitingPacket& packet);
     void reportIfUndelivered(const Frame& frame, const Egress& egress, const Fate& fate) const;

@@ -27,10 +27,15 @@ constexpr Fate handOn(std::string_view reason) noexcept {
 
 /// The agent's own reasons. Those of the plugin are what it counted last for the frame.
 namespace Reason {
+/// The plugin's, of a frame whose top label no table holds.
+inline constexpr std::string_view nothingResolved =
+    "No labels resolved to via sets, and nexthop not resolved";
 inline constexpr std::string_view notMpls = "Not MPLS";
 inline constexpr std::string_view runt = "Shorter than an Ethernet header";
 inline constexpr std::string_view noHandler = "No routing handler for MPLS";
 inline constexpr std::string_view noNexthop = "No next hop";
+/// Labels were popped, and the tables lead the rest of the frame nowhere.
+inline constexpr std::string_view noNexthopBeneath = "No next hop beneath a terminated label";
 inline constexpr std::string_view noPluginRewrites = "No plugin applies the rewrite";
 inline constexpr std::string_view unknownVrf = "VRF not configured";
 inline constexpr std::string_view unknownPort = "No port for the egress interface";

@@ -19,6 +19,20 @@ std::string_view pktHdrName(PktHdrType type) noexcept {
     return names[static_cast<std::size_t>(type)];
 }
 
+Ptr<PacketHeader> labelsBeneath(const PacketHeader& header, std::size_t popped) {
+    const MplsHeaderData* labels = mplsHeaderData(header);
+    if (labels == nullptr || popped >= labels->entries()) {
+        return nullptr;
+    }
+    const auto skipped = static_cast<std::uint32_t>(popped * Lumo::MplsLabelEntry::size);
+    const std::uint32_t offset = header.offset() + skipped;
+    auto rest = Tessel::make<MplsHeaderData>(labels->pkt(), offset,
+                                             static_cast<std::uint32_t>(labels->entries() - popped),
+                                             labels->hashingFlag());
+    return Tessel::make<PacketHeader>(header.position(), PktHdrType::mpls, labels->pkt(), offset,
+                                      header.length() - skipped, std::move(rest));
+}
+
 VlanTagHeaderData::VlanTagHeaderData(std::span<const Tag> tags) noexcept
     : PacketHeaderData(PktHdrType::vlanTags), count_(std::min(tags.size(), maxTags)) {
     std::copy_n(tags.begin(), count_, tags_.begin());

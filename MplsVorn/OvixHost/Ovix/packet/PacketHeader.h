@@ -105,6 +105,8 @@ class MplsHeaderData final : public PacketHeaderData, public Tessel::Slabbed<Mpl
     /// (RFC 6790): path selection then hashes this header and nothing beneath it.
     bool hashingFlag() const noexcept { return hashingFlag_; }
 
+    const Ptr<Lumo::Pkt>& pkt() const noexcept { return pkt_; }
+
   private:
     const std::uint8_t* first() const noexcept { return pkt_->data().data() + offset_; }
 
@@ -120,6 +122,10 @@ inline MplsHeaderData* mplsHeaderData(const PacketHeader& header) noexcept {
     return data != nullptr && data->type() == PktHdrType::mpls ? static_cast<MplsHeaderData*>(data)
                                                                : nullptr;
 }
+
+/// The label stack of an "Mpls" header without its first `popped` entries, at the same position;
+/// empty when no entry is left.
+Ptr<PacketHeader> labelsBeneath(const PacketHeader& header, std::size_t popped);
 
 /// One to three VLAN tags (802.1Q, 802.1ad) that follow each other.
 class VlanTagHeaderData final : public PacketHeaderData, public Tessel::Slabbed<VlanTagHeaderData> {

@@ -66,7 +66,7 @@ Ptr<RewriteInfos> MplsRewriteHelper::createMplsRewrite(
     }
 }
 
-Ptr<RewriteInfos> MplsRewriteHelper::createMplsPopRewrite(const Ptr<RoutingContext>&,
+Ptr<RewriteInfos> MplsRewriteHelper::createMplsPopRewrite(const Ptr<RoutingContext>& context,
                                                           Lumo::MplsLabelEntry entry,
                                                           const Ptr<PacketHeader>& innerHeader,
                                                           Mpls::PayloadType payload,
@@ -75,7 +75,11 @@ Ptr<RewriteInfos> MplsRewriteHelper::createMplsPopRewrite(const Ptr<RoutingConte
     if (entry.bos() && payload == Mpls::PayloadType::none && !innerHeader) {
         return nullptr;
     }
-    return listOf(Tessel::make<MplsPopRewriteInfo>(payload, ttlMode));
+    Ptr<RewriteInfos> pop = listOf(Tessel::make<MplsPopRewriteInfo>(payload, ttlMode));
+    if (!entry.bos() && context) {
+        context->popIsPending(*pop);
+    }
+    return pop;
 }
 
 } // namespace Ovix

@@ -21,7 +21,8 @@ struct MplsRewriteHelper {
 
     /// The rewrites that pop the entry on top. `ipExposed`: the entry is the last one and an IP
     /// packet of the payload type lies beneath. Empty when the last entry is popped with
-    /// nothing beneath it and no payload type.
+    /// nothing beneath it and no payload type. A pop above the bottom of the stack is noted in the
+    /// context, if there is one: RoutingContext::popIsPending.
     static Ptr<RewriteInfos> createMplsPopRewrite(const Ptr<RoutingContext>& context,
                                                   Lumo::MplsLabelEntry entry,
                                                   const Ptr<PacketHeader>& innerHeader,

@@ -27,11 +27,26 @@ class RoutingContext final : public Tessel::Counted, public Tessel::Slabbed<Rout
     const Ptr<OvixNamedCounters>& namedCounters() const noexcept { return namedCounters_; }
     Lumo::IntfId ingressIntfId() const noexcept { return ingress_; }
 
+    /// Notes pops of labels that have others beneath them, from the top. A plugin that ends with
+    /// them, without a next hop or an event after them, leaves the rest of the stack to another
+    /// pass of the agent: the labels end at this router, which is its own next hop (RFC 3031
+    /// section 3.10).
+    void popIsPending(const RewriteInfos& pop);
+    /// Makes the pending pops part of the frame's rewrites, before those of any next hop. Returns
+    /// how many there were.
+    std::size_t terminatePopped();
+
+    /// The pops of the labels that have ended at this router; null: none.
+    const Ptr<RewriteInfos>& terminated() const noexcept { return terminated_; }
+    void terminatedAre(const Ptr<RewriteInfos>& pops) noexcept { terminated_ = pops; }
+
   private:
     std::uint64_t packetId_;
     Ptr<PacketContext> packetContext_;
     Ptr<OvixNamedCounters> namedCounters_;
     Lumo::IntfId ingress_;
+    Ptr<RewriteInfos> pending_;
+    Ptr<RewriteInfos> terminated_;
 };
 
 /// The result of routing one frame: no next hop drops it, a CPU-trap next hop punts it.
