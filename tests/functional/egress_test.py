@@ -101,10 +101,12 @@ class PoppedPayload(AgentTest):
 
     def test_dropped(self):
         cut = f.udp_packet("10.1.0.1", "10.9.0.1")[:19]
-        for payload, packet in (("ipv4", IP6), ("ipv6", IP4), ("ipv4", cut), ("ipv4", b""),
-                                ("ethernet", IP4[:13])):
+        for payload, packet in (("ipv4", IP6), ("ipv6", IP4), ("ipv4", cut), ("ipv4", b"")):
             config, frame = self.popped(payload, packet)
             self.run_cases([dropped(payload, config, frame, self.MISMATCH)])
+        config, frame = self.popped("ethernet", IP4[:13])
+        self.run_cases([dropped("ethernet", config, frame,
+                                "Pseudowire payload shorter than an Ethernet header")])
         for payload, packet in (("undefined", IP4), ("auto", cut), ("auto", b"\x00" * 40),
                                 ("none", b"\xf0" * 40), ("auto", b"")):
             config, frame = self.popped(payload, packet)

@@ -2,6 +2,7 @@
 
 #include <cassert>
 
+#include "Forwarding/PseudowirePayload.h"
 #include "Ovix/packet/TtlBytes.h"
 #include "Tessel/Fib/FecId.h"
 
@@ -90,10 +91,16 @@ Fate EgressLookup::sendBy(Port& port, Lumo::IpGenAddr address, Ovix::PacketConte
                           Egress& egress) const {
     const PortIndex index = tables_->ports.indexOf(port);
     egress.port = &port;
+    Pseudowire* const pseudowire = tables_->pseudowires.ofPort(index);
+    if (pseudowire != nullptr && pseudowire->flowLabel &&
+        packet.outerType() == Ovix::PktHdrType::mpls) {
+        egress.pseudowire = pseudowire;
+        return removeFlowLabel(packet);
+    }
     // An Ethernet frame has its link header, so it needs no next-hop address.
     if (packet.outerType() == Ovix::PktHdrType::eth) {
-        egress.pseudowire = tables_->pseudowires.ofPort(index);
-        if (egress.pseudowire != nullptr || address.empty()) {
+        egress.pseudowire = pseudowire;
+        if (pseudowire != nullptr || address.empty()) {
             return forwarded;
         }
     }

@@ -78,8 +78,7 @@ Fate Sender::send(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
     fate = egress_.find(packet, outgoing.snapped(), nexthop, egress);
     reportIfUndelivered(frame, egress, fate);
     if (fate.kind == FateKind::forwarded && packet.outerType() == Ovix::PktHdrType::eth) {
-        const bool hasControlWord = egress.pseudowire != nullptr && egress.pseudowire->controlWord;
-        fate = removeControlWord(packet, hasControlWord);
+        fate = removeControlWord(packet, egress.pseudowire);
     }
     if (fate.kind == FateKind::forwarded) {
         fate = applyIpHop(outgoing);

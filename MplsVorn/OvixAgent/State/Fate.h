@@ -49,9 +49,11 @@ inline constexpr std::string_view tooLong = "Frame too long";
 inline constexpr std::string_view mplsRoutingOff = "MPLS routing not enabled";
 inline constexpr std::string_view pseudowireCutShort =
     "Pseudowire payload shorter than an Ethernet header";
-inline constexpr std::string_view noControlWord = "No pseudowire control word";
-inline constexpr std::string_view unexpectedControlWord =
-    "Pseudowire control word where none is expected";
+inline constexpr std::string_view noControlWord =
+    "Pseudowire control word missing: the first nibble is neither 0 nor 1";
+inline constexpr std::string_view noFlowLabel = "Pseudowire flow label missing";
+inline constexpr std::string_view upstreamLabel =
+    "Upstream-assigned label at a port without a context";
 inline constexpr std::string_view associatedChannel = "Pseudowire associated channel";
 inline constexpr std::string_view ipHeaderCutShort = "IP header cut short";
 inline constexpr std::string_view ipVersion = "IP version contradicts the packet type";

@@ -34,8 +34,11 @@ Pseudowires::Pseudowires(const AgentConfig& config)
     : byPort_(config.ports.size(), none), mplsRouting_(config.mplsRouting) {
     for (const auto& [pseudowire, line] : config.pseudowires) {
         byPort_[pseudowire.port] = pseudowires_.size();
-        pseudowires_.push_back(
-            {pseudowire.name, remoteOf(pseudowire, config.ports), pseudowire.controlWord, {}, {}});
+        Pseudowire& added = pseudowires_.emplace_back();
+        added.name = pseudowire.name;
+        added.remote = remoteOf(pseudowire, config.ports);
+        added.controlWord = pseudowire.controlWord;
+        added.flowLabel = pseudowire.flowLabel;
     }
 }
 

@@ -14,6 +14,7 @@ struct Pseudowire {
     std::string name;
     Ptr<Ovix::RoutingNexthop> remote; ///< the next hop toward the other end, with its rewrites
     bool controlWord = true;          ///< whether frames carry one, in both directions
+    bool flowLabel = false;           ///< likewise, at the bottom of the stack (RFC 6391)
     Traffic sent;      ///< frames of the attachment circuit that left for the other end
     Traffic delivered; ///< frames of the other end that left by the attachment circuit
 };

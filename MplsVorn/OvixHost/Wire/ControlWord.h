@@ -20,8 +20,6 @@ class BasicControlWord : public View<4, Byte> {
 
     bool isData() const noexcept { return this->u8(0) >> 4U == 0; }
     bool isAssociatedChannel() const noexcept { return this->u8(0) >> 4U == 1; }
-    /// Data without flags, of a whole frame: the first 16 bits are zero.
-    bool isPlainData() const noexcept { return this->u16(0) == 0; }
 
     /// No flags, a whole frame, frames not numbered.
     void clear() const noexcept { this->put32(0, 0); }

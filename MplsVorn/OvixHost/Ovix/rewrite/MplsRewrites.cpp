@@ -73,7 +73,7 @@ PktHdrType payloadHeader(Mpls::PayloadType payload, std::span<const std::uint8_t
     case Mpls::PayloadType::ipv6:
         return wholeOrNone(PktHdrType::ipv6);
     case Mpls::PayloadType::ethernet:
-        return bytes.size() >= Wire::Ethernet::size ? PktHdrType::eth : PktHdrType::none;
+        return PktHdrType::eth; // or a pseudowire's message, which may be shorter than a header
     case Mpls::PayloadType::none:
     case Mpls::PayloadType::automatic:
         return Wire::ipVersion(bytes) == 6 ? wholeOrNone(PktHdrType::ipv6)

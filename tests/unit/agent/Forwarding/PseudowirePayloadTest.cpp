@@ -27,7 +27,9 @@ void check(const std::vector<Row>& rows, bool controlWord) {
     for (const Row& row : rows) {
         Ovix::PacketContext packet(Lumo::globalPktManager()->newPkt(row.payload),
                                    Ovix::PktHdrType::eth);
-        const Fate fate = removeControlWord(packet, controlWord);
+        Pseudowire pseudowire;
+        pseudowire.controlWord = controlWord;
+        const Fate fate = removeControlWord(packet, &pseudowire);
         EXPECT_EQ(fate.kind == FateKind::forwarded ? "forwarded" : fate.reason, row.verdict)
             << row.what;
         EXPECT_EQ(fate.kind == FateKind::punted, fate.reason == Reason::associatedChannel);
@@ -40,9 +42,9 @@ void check(const std::vector<Row>& rows, bool controlWord) {
 }
 
 constexpr const char* cutShort = "Pseudowire payload shorter than an Ethernet header";
-constexpr const char* unexpected = "Pseudowire control word where none is expected";
 constexpr const char* channel = "Pseudowire associated channel";
-constexpr const char* noWord = "No pseudowire control word";
+constexpr const char* noWord =
+    "Pseudowire control word missing: the first nibble is neither 0 nor 1";
 
 /// A frame to an address that begins with four zero bytes.
 Bytes toZeros(std::uint16_t etherType, const Bytes& payload) {
@@ -97,20 +99,41 @@ TEST(PseudowirePayload, WithoutOneTheFrameIsThePayload) {
         false);
 }
 
-TEST(PseudowirePayload, AControlWordThatWasNotAgreedUponIsToldFromAnAddress) {
-    const Bytes tagged = join({eth(ethVlan), tag(5, ethIpv6), ipv6({}, udp())});
-    const Bytes llc = join({eth(38), {0x42, 0x42, 3}, filled(35, 0)});
-    check(
-        {
-            {"IPv4", join({zeroWord, inner}), unexpected, {}},
-            {"tagged", join({zeroWord, tagged}), unexpected, {}},
-            {"spanning tree", join({zeroWord, llc}), unexpected, {}},
-            {"numbered", join({{0, 0, 0x12, 0x34}, inner}), unexpected, {}},
-            {"a header alone", join({zeroWord, headerOnly}), unexpected, {}},
-            {"an EtherType nobody knows either way", join({zeroWord, eth(0x1234), filled(46, 1)}),
-             "forwarded", join({zeroWord, eth(0x1234), filled(46, 1)})},
-        },
-        false);
+TEST(PseudowirePayload, WithoutOneNothingIsTakenForIt) {
+    const Bytes zeros = join({zeroWord, inner});
+    const Bytes numbered = join({{0, 0, 0x12, 0x34}, inner});
+    check({{"what looks like a control word", zeros, "forwarded", zeros},
+           {"and a numbered one", numbered, "forwarded", numbered}},
+          false);
+}
+
+TEST(PseudowirePayload, APortWithoutAPseudowireGetsTheFrame) {
+    Ovix::PacketContext packet(Lumo::globalPktManager()->newPkt(inner), Ovix::PktHdrType::eth);
+    EXPECT_EQ(removeControlWord(packet, nullptr).kind, FateKind::forwarded);
+    EXPECT_EQ(packet.pkt()->bytes(), inner.size());
+}
+
+TEST(PseudowirePayload, TheFlowLabelIsTheLastOfTheStack) {
+    const struct {
+        Bytes packet;
+        const char* verdict;
+        std::size_t left;
+    } rows[]{
+        {join({stack({{77777}}), inner}), "forwarded", inner.size()},
+        {stack({{77777}}), "forwarded", 0},
+        {join({stack({{77777}, {5}}), inner}), "Pseudowire flow label missing", 0},
+        {{0, 1, 2}, "Pseudowire flow label missing", 0},
+    };
+    for (const auto& row : rows) {
+        Ovix::PacketContext packet(Lumo::globalPktManager()->newPkt(row.packet),
+                                   Ovix::PktHdrType::mpls);
+        const Fate fate = removeFlowLabel(packet);
+        EXPECT_EQ(fate.kind == FateKind::forwarded ? "forwarded" : fate.reason, row.verdict);
+        if (fate.kind == FateKind::forwarded) {
+            EXPECT_EQ(packet.pkt()->bytes(), row.left);
+            EXPECT_EQ(packet.outerType(), Ovix::PktHdrType::eth);
+        }
+    }
 }
 
 } // namespace PseudowirePayloadTest

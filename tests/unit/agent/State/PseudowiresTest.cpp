@@ -167,10 +167,12 @@ TEST_F(PseudowireForwarding, AMessageOfTheAssociatedChannelGoesToTheCpuAsItCameI
 
 TEST_F(PseudowireForwarding, APortOfNoPseudowireTakesEthernetWithoutControlWord) {
     const Bytes frame = join({eth(ethIpv4), packet()});
+    const Bytes behindZeros = join({filled(4, 0), frame});
     deliver("east", frame);
-    deliver("east", join({filled(4, 0), frame}));
-    EXPECT_EQ(out[east].frames, Frames{frame});
-    EXPECT_EQ(dropped(), (ReasonCounts{{"Pseudowire control word where none is expected", 1}}));
+    deliver("east", behindZeros);
+    deliver("east", filled(13, 1));
+    EXPECT_EQ(out[east].frames, (Frames{frame, behindZeros}));
+    EXPECT_EQ(dropped(), (ReasonCounts{{"Pseudowire payload shorter than an Ethernet header", 1}}));
 }
 
 } // namespace PseudowiresTest

@@ -15,11 +15,8 @@ TEST(WireControlWord, FirstNibbleSaysWhatFollows) {
         const Wire::ControlWord word(bytes);
         EXPECT_EQ(word.isData(), nibble == 0);
         EXPECT_EQ(word.isAssociatedChannel(), nibble == 1);
-        EXPECT_FALSE(word.isPlainData());
         expectEmptyWhenShort<Wire::ControlWord>(bytes);
     }
-    EXPECT_TRUE(Wire::ControlWord(Bytes{0, 0, 0, 9}).isPlainData());
-    EXPECT_FALSE(Wire::ControlWord(Bytes{0, 1, 0, 9}).isPlainData());
 }
 
 TEST(WireControlWord, ClearWritesItsFourBytes) {

@@ -101,10 +101,6 @@ TEST(RewriteRefusal, OfEveryLengthThatIsTooShort) {
         rows.push_back(
             {"IPv6 to push on", filled(size, 0x60), push({{300}}), contradicts, PktHdrType::ipv6});
     }
-    for (std::size_t size = 0; size < 14; ++size) {
-        rows.push_back({"Ethernet", join({stack({{1}}), filled(size, 0)}),
-                        pop(uniformMode, PayloadType::ethernet), contradicts});
-    }
     check(rows);
 }
 
