@@ -3,7 +3,8 @@
 import unittest
 
 import frames as f
-from agent import CE_EAST, CE_EAST2, EAST, IP4, AgentTest, hardware, lfib, mpls, sent, via
+from agent import (CE_EAST, CE_EAST2, CE_WEST, EAST, IP4, WEST, AgentTest, hardware, lfib, mpls,
+                   port, sent, via)
 
 NO_VIA_SET = ("Drop", "No via set in lfib %s for %s")
 NOTHING_RESOLVED = "No labels resolved to via sets, and nexthop not resolved"
@@ -133,6 +134,16 @@ neighbours:
                                  [mpls([100])], "--trace")
         self.assertEqual(result.counters(), {("Drop", "Mpls routing not enabled"): 1})
         self.assertEqual(result.trace()[-1], "Pkt 1: Mpls routing not enabled")
+
+    def test_a_neighbours_label_is_looked_up_only_where_the_port_says_so(self):
+        known = hardware(via("swap", [300]))
+        frame = f.eth(WEST, CE_WEST, 0x8848, f.stack(100) + IP4)
+        result = self.run_frames(known, [frame])
+        self.assertEqual(result.reasons("dropped"),
+                         {"Upstream-assigned label at a port without a context": 1})
+        self.assertEqual(result.counters(), {})
+        result = self.run_frames(port("west", upstream_labels="true") + known, [frame])
+        self.assertEqual(result.frames("east"), [sent([(300, 0, 63)])])
 
     def test_a_frame_without_a_whole_entry_has_no_label_stack(self):
         runt = f.eth("02:00:00:00:00:01", "02:00:00:00:01:02", f.ETH_MPLS, b"\x00\x06")

@@ -45,7 +45,7 @@ TOO_DEEP = ("Lumo::MplsStackEntryIndex::value < Lumo::MplsStackEntryIndex::min o
 
 def port(name: str, **keys) -> str:
     """The usual ports, one of them with more keys: port("east", status="down")."""
-    extra = "".join(f", {key}: {value}" for key, value in keys.items())
+    extra = "".join(f", {key.replace('_', '-')}: {value}" for key, value in keys.items())
     return PORTS.replace(f"{{name: {name},", f"{{name: {name}{extra},")
 
 

@@ -55,8 +55,8 @@ std::vector<InterfaceAddress> readAddresses(const ConfigValue& list) {
 }
 
 PortConfig readPort(const ConfigValue& value) {
-    const ConfigMap map(value,
-                        {"name", "mac", "mtu", "addresses", "tagging", "status", "vrf", "kind"});
+    const ConfigMap map(value, {"name", "mac", "mtu", "addresses", "tagging", "status", "vrf",
+                                "kind", "upstream-labels"});
     PortConfig port;
     port.name = readPortName(map.required("name"));
     port.kind = map.choiceOr("kind", port.kind);
@@ -74,6 +74,7 @@ PortConfig readPort(const ConfigValue& value) {
     port.isUp = map.choiceOr("status", PortStatus::up) == PortStatus::up;
     port.vrf = readVrf(map);
     port.routesIp = map.find("vrf").has_value();
+    port.upstreamLabels = map.booleanOr("upstream-labels", port.upstreamLabels);
     return port;
 }
 

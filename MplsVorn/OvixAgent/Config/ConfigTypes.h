@@ -61,6 +61,9 @@ struct PortConfig {
     std::string vrf = "default";
     /// Whether IP frames that come in here are routed; otherwise they are handed on.
     bool routesIp = false;
+    /// Whether labels that the neighbours here assign are those of this router's tables (RFC 5331
+    /// section 7); otherwise their frames are dropped.
+    bool upstreamLabels = false;
 };
 
 struct NeighbourConfig {

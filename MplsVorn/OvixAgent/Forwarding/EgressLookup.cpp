@@ -12,9 +12,10 @@ using Tessel::Fib::FecId;
 
 namespace {
 
-/// RFC 5332 section 8.
-Lumo::EthAddr groupMac(Lumo::MplsLabel label) noexcept {
-    const std::uint32_t value = label.value();
+/// RFC 5332 section 8. The low 20 bits name the label of a stack of one; of a deeper stack, whose
+/// top label alone does not identify the tree, they are the 0 that the section allows for any.
+Lumo::EthAddr groupMac(const Ovix::MplsHeaderData& labels) noexcept {
+    const std::uint32_t value = labels.entries() == 1 ? (*labels.begin()).label().value() : 0;
     return {0x01,
             0x00,
             0x5e,
@@ -50,8 +51,7 @@ std::optional<Lumo::EthAddr> groupMac(Ovix::PacketContext& packet) {
     const Ptr<Ovix::PacketHeader> header = packet.parsedPkt().header(0);
     if (header && header->pktHdrType() == Ovix::PktHdrType::mpls) {
         const Ovix::MplsHeaderData* labels = Ovix::mplsHeaderData(*header);
-        return labels != nullptr ? std::optional(groupMac((*labels->begin()).label()))
-                                 : std::nullopt;
+        return labels != nullptr ? std::optional(groupMac(*labels)) : std::nullopt;
     }
     return groupMac(ipDestination(packet));
 }

@@ -12,9 +12,10 @@
 
 namespace OvixAgent {
 
-/// The group MAC address that a multicast packet is sent to on a link: of a labelled packet by its
-/// top label (01-00-5e-8x-xx-xx, RFC 5332 section 8), of an IP multicast packet by its destination
-/// (RFC 1112 section 6.4, RFC 2464 section 7). Empty for any other packet.
+/// The group MAC address that a multicast packet is sent to on a link: of a labelled packet
+/// 01-00-5e-8x-xx-xx with its label, or 0 for a stack of several (RFC 5332 section 8), of an IP
+/// multicast packet by its destination (RFC 1112 section 6.4, RFC 2464 section 7). Empty for any
+/// other packet.
 std::optional<Lumo::EthAddr> groupMac(Ovix::PacketContext& packet);
 
 /// Finds the egress of a next hop for a rewritten packet.

@@ -86,7 +86,7 @@ Fate Forwarder::dispatch(const Frame& frame, const Ptr<Ovix::PacketContext>& pac
     const ReceivedLink link = readLink(parsed);
     switch (link.announced) {
     case Ovix::PktHdrType::mpls:
-        return route(frame, packet, link, mplsHandler_);
+        return routeLabels(frame, packet, link);
     case Ovix::PktHdrType::ipv4:
         return routeIp(frame, packet, link, ipv4Handler_);
     case Ovix::PktHdrType::ipv6:
@@ -94,6 +94,16 @@ Fate Forwarder::dispatch(const Frame& frame, const Ptr<Ovix::PacketContext>& pac
     default:
         return handOn(Reason::notMpls);
     }
+}
+
+// The label tables hold what this router has assigned. A label that a neighbour has assigned means
+// something in that neighbour's context only (RFC 5331 section 7, RFC 5332 section 3).
+Fate Forwarder::routeLabels(const Frame& frame, const Ptr<Ovix::PacketContext>& packet,
+                            const ReceivedLink& link) {
+    if (link.isUpstreamAssigned && !tables_->ports.ports()[frame.port].upstreamLabels) {
+        return drop(Reason::upstreamLabel);
+    }
+    return route(frame, packet, link, mplsHandler_);
 }
 
 Fate Forwarder::routeIp(const Frame& frame, const Ptr<Ovix::PacketContext>& packet,

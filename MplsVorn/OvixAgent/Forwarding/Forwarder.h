@@ -39,6 +39,13 @@ class Forwarder {
     void replaceFrame(const Ovix::PacketContext& modified);
     Fate route(const Frame& frame, const Ptr<Ovix::PacketContext>& packet, const ReceivedLink& link,
                const Ptr<Ovix::RoutingHandler>& handler);
+    /// Has the labels beneath those that end here routed, pass by pass.
+    void routeBeneath(const Ptr<Ovix::RoutingOutput>& output,
+                      const Ptr<Ovix::RoutingContext>& context, Ptr<Ovix::PacketHeader> labels,
+                      Ovix::RoutingHandler& handler);
+    Fate withoutNexthop(const Ovix::RoutingContext& context) const noexcept;
+    Fate routeLabels(const Frame& frame, const Ptr<Ovix::PacketContext>& packet,
+                     const ReceivedLink& link);
     Fate routeIp(const Frame& frame, const Ptr<Ovix::PacketContext>& packet,
                  const ReceivedLink& link, const Ptr<Ovix::RoutingHandler>& handler);
     Fate sendOverPseudowire(const Frame& frame, const Ptr<Ovix::PacketContext>& packet,

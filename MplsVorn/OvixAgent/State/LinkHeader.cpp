@@ -33,8 +33,10 @@ Ovix::PktHdrType announcedBy(std::uint16_t etherType) noexcept {
 /// `last` is an Ethernet header or tags, which end with the EtherType of what follows.
 void noteEnd(ReceivedLink& link, const Ovix::PacketHeader& last) noexcept {
     link.size = last.offset() + last.length();
-    link.announced = announcedBy(
-        Lumo::NetU16::load(last.bytes().last(Wire::Ethernet::etherTypeSize).data()).value());
+    const std::uint16_t etherType =
+        Lumo::NetU16::load(last.bytes().last(Wire::Ethernet::etherTypeSize).data()).value();
+    link.announced = announcedBy(etherType);
+    link.isUpstreamAssigned = etherType == Wire::EtherType::mplsUpstream;
 }
 
 } // namespace

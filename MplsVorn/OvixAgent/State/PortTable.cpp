@@ -14,6 +14,7 @@ PortTable::PortTable(const std::vector<PortConfig>& configs) {
                           config.isUp,
                           L3::VrfName(std::string_view(config.vrf)),
                           config.routesIp,
+                          config.upstreamLabels,
                           nullptr,
                           {}});
     }
@@ -24,6 +25,7 @@ void PortTable::configure(const std::vector<PortConfig>& configs) {
         ports_[i].tagging = configs[i].tagging;
         ports_[i].vrf = L3::VrfName(std::string_view(configs[i].vrf));
         ports_[i].routesIp = configs[i].routesIp;
+        ports_[i].upstreamLabels = configs[i].upstreamLabels;
     }
 }
 

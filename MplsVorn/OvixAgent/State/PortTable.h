@@ -22,6 +22,7 @@ struct Port {
     bool isUp = true;
     L3::VrfName vrf;
     bool routesIp = false;       ///< otherwise IP frames are handed on
+    bool upstreamLabels = false; ///< otherwise upstream-assigned labels are dropped
     TransmitPort* out = nullptr; ///< not owned
     Traffic sent;
 };

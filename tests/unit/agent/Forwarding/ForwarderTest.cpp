@@ -54,7 +54,27 @@ TEST_F(ForwarderTest, AFrameForWhichTheTablesMustBeRefreshedIsCountedOnceTakenAg
     EXPECT_EQ(summary().dropped.total(), 0U);
 }
 
+TEST_F(ForwarderTest, ANeighboursLabelsAreNotLookedUpUnlessThePortSaysSo) {
+    const Bytes frame = join({eth(ethMplsUpstream), stack({{100}}), packet()});
+    const Bytes tagged = join({eth(ethVlan), tag(5, ethMplsUpstream), stack({{100}}), packet()});
+    int routed = 0;
+    const Decide note = [&](const auto&, Ovix::RoutingNexthops& nexthops) {
+        ++routed;
+        nexthops.nexthopEnq(cpuTrap());
+    };
+    receive(frame, note);
+    receive(tagged, note);
+    EXPECT_EQ(routed, 0);
+    EXPECT_EQ(dropped(),
+              (ReasonCounts{{"Upstream-assigned label at a port without a context", 2}}));
+    ports.ports()[west].upstreamLabels = true;
+    receive(frame, note);
+    receive(tagged, note);
+    EXPECT_EQ(routed, 2);
+}
+
 TEST_F(ForwarderTest, BothMplsEtherTypesGoToTheHandlerAndNothingElseDoes) {
+    ports.ports()[west].upstreamLabels = true;
     const struct {
         const char* what;
         Bytes frame;
