@@ -101,7 +101,7 @@ printf '%s\n' "${COMPREPLY[@]}"
                 ("ovixctl lfib add 100 ", ["table", "multicast", "type", "tail", "nexthop", "as",
                                            "push", "via", "dev", "weight", "fec", "ttl", "tc",
                                            "push-tc", "push-ttl", "payload", "mtu", "vlan", "vrf",
-                                           "control-word"]),
+                                           "control-word", "entropy"]),
                 ("ovixctl lfib replace 100 dev a ttl ", ["uniform", "pipe"]),
                 ("ovixctl lfib add 100 dev a payload e", ["ethernet"]),
                 ("ovixctl lfib add 100 dev a mtu ", []),

@@ -42,7 +42,7 @@ inline const std::vector<Field>& fields() {
         {"labelAction", [](Via& via) { via.labelAction = 3; }},
         {"trafficClass", [](Via& via) { via.trafficClass = 0; }},
         {"controlWord", [](Via& via) { via.controlWord = true; }},
-        {"reserved", [](Via& via) { via.reserved = true; }},
+        {"entropy", [](Via& via) { via.entropy = true; }},
         {"payloadType", [](Via& via) { via.payloadType = 0x7f; }},
         {"ttlMode", [](Via& via) { via.ttlMode = 0x80; }},
         {"labels", [](Via& via) { via.labels = std::string_view(longText); }},

@@ -23,8 +23,8 @@ std::vector<Lumo::MplsLabel> readTunnelLabels(const ConfigValue& list) {
 }
 
 PseudowireConfig readPseudowire(const ConfigValue& value, const PortNames& ports) {
-    const ConfigMap map(
-        value, {"name", "port", "label", "control-word", "interface", "nexthop", "labels"});
+    const ConfigMap map(value, {"name", "port", "label", "control-word", "interface", "nexthop",
+                                "labels", "entropy", "flow-label"});
     PseudowireConfig pseudowire;
     pseudowire.name = map.required("name").name("pseudowire name", maxPseudowireNameSize);
     pseudowire.port = ports.read(map.required("port"));
@@ -36,6 +36,13 @@ PseudowireConfig readPseudowire(const ConfigValue& value, const PortNames& ports
     if (const auto labels = map.find("labels")) {
         pseudowire.tunnelLabels = readTunnelLabels(*labels);
     }
+    pseudowire.entropy = map.booleanOr("entropy", pseudowire.entropy);
+    if (pseudowire.entropy && pseudowire.tunnelLabels.empty()) {
+        map.required("entropy").fail(
+            "an entropy label goes beneath the tunnel's labels, and labels "
+            "is missing (flow-label needs no tunnel)");
+    }
+    pseudowire.flowLabel = map.booleanOr("flow-label", pseudowire.flowLabel);
     return pseudowire;
 }
 

@@ -70,7 +70,7 @@ PortIndex readInterface(const ConfigMap& map, const RouteContext& context,
 std::vector<Lumo::MplsLabel> readLabels(const ConfigMap& map) {
     const auto list = map.find("labels");
     if (!list) {
-        for (const std::string_view key : {"ttl", "tc", "push-ttl"}) {
+        for (const std::string_view key : {"ttl", "tc", "push-ttl", "entropy"}) {
             if (const auto given = map.find(key)) {
                 given->fail("no labels are pushed");
             }
@@ -85,8 +85,8 @@ std::vector<Lumo::MplsLabel> readLabels(const ConfigMap& map) {
 }
 
 WeightedVia readVia(const ConfigValue& value, const RouteContext& context) {
-    const ConfigMap map(value,
-                        {"interface", "nexthop", "weight", "labels", "ttl", "tc", "push-ttl"});
+    const ConfigMap map(
+        value, {"interface", "nexthop", "weight", "labels", "ttl", "tc", "push-ttl", "entropy"});
     Mpls::ViaOptions options;
     if (const auto nexthop = map.find("nexthop")) {
         options.nexthop = readNexthop(*nexthop, context);
@@ -97,6 +97,7 @@ WeightedVia readVia(const ConfigValue& value, const RouteContext& context) {
     options.ttl = map.choiceOr("ttl", options.ttl);
     options.tc = map.optionalNumber<std::uint8_t>("tc", 0, 7);
     options.pushTtl = map.numberOr<std::uint8_t>("push-ttl", 1, 255, 0);
+    options.entropy = map.booleanOr("entropy", options.entropy);
     return {viaOrFail(value, labels.empty() ? Via::forward(options) : Via::push(labels, options)),
             weight};
 }

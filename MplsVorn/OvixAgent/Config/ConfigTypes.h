@@ -105,6 +105,8 @@ struct PseudowireConfig {
     PortIndex egress = 0;    ///< not the attachment circuit of a pseudowire
     Lumo::IpGenAddr nexthop;
     std::vector<Lumo::MplsLabel> tunnelLabels; ///< outermost first; at most 32
+    bool entropy = false;   ///< an entropy label beneath the tunnel labels (RFC 6790)
+    bool flowLabel = false; ///< a flow label at the bottom, in both directions (RFC 6391)
 };
 
 /// Toggle file name -> toggle name -> state.

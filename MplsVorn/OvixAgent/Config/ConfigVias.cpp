@@ -59,6 +59,7 @@ ViaOptions readOptions(const ConfigMap& map, const PortNames& ports) {
     options.payload = map.choiceOr("payload", options.payload);
     options.mtu = map.numberOr("mtu", Mpls::Via::minMtu, Mpls::Via::maxMtu, 0U);
     options.vlan = map.numberOr<std::uint16_t>("vlan", 1, Via::maxVlan, 0);
+    options.entropy = map.booleanOr("entropy", options.entropy);
     const std::string vrf = readVrf(map);
     options.vrf = vrf == L3::defaultVrf ? std::string_view() : vrf;
     return options;
@@ -99,7 +100,7 @@ Tessel::Result<Via> makeVia(LfibViaType type, MplsLabelAction action, Via::Label
 
 WeightedVia readVia(const ConfigValue& value, LfibViaType type, const PortNames& ports) {
     const ConfigMap map(value, {"interface", "nexthop", "weight", "action", "labels", "ttl", "tc",
-                                "push-tc", "push-ttl", "payload", "mtu", "vlan", "fec", "vrf"});
+                                "push-tc", "push-ttl", "payload", "mtu", "vlan", "fec", "vrf", "entropy"});
     const auto weight = map.numberOr<std::uint32_t>("weight", 0, maxWeight, 1);
     if (Mpls::looksUp(type)) {
         return {readLookUp(map, value), weight};

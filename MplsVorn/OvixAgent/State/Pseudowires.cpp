@@ -20,8 +20,11 @@ Ptr<Ovix::RoutingNexthop> remoteOf(const PseudowireConfig& config,
     auto remote = Tessel::make<Ovix::RoutingNexthop>(options.intf);
     remote->addressIs(options.nexthop);
     Ovix::RewriteInfos& rewrites = remote->rewriteInfos();
-    rewrites.rewriteInfoEnq(
-        Tessel::make<Ovix::EthOverMplsRewriteInfo>(via.record().labelOperation()));
+    Lumo::UnboundedMplsLabelOperation imposed = via.record().labelOperation();
+    imposed.entropyBeneath =
+        config.entropy ? static_cast<std::uint8_t>(config.tunnelLabels.size()) : 0;
+    imposed.flowLabel = config.flowLabel;
+    rewrites.rewriteInfoEnq(Tessel::make<Ovix::EthOverMplsRewriteInfo>(imposed));
     if (config.controlWord) {
         rewrites.rewriteInfoEnq(Tessel::make<Ovix::ControlWordPushRewriteInfo>());
     }

@@ -172,6 +172,9 @@ const std::vector<ViaAttribute>& viaAttributes() {
          [](ViaOptions& options, std::string_view, const std::string&) {
              options.controlWord = true;
          }},
+        {"entropy", "",
+         [](const ViaOptions& options) { return options.entropy ? Text("") : Text(); },
+         [](ViaOptions& options, std::string_view, const std::string&) { options.entropy = true; }},
     };
     return all;
 }

@@ -44,6 +44,10 @@ class UnboundedMplsLabelOperation {
     bool exposesTc = false;
     /// The TTL of pushed labels in pipe mode.
     std::uint8_t ttl = defaultTtl;
+    /// The number of labels above an entropy label and its indicator, which a push adds; 0: none.
+    std::uint8_t entropyBeneath = 0;
+    /// Whether a push adds a flow label at the bottom (RFC 6391).
+    bool flowLabel = false;
 
     static constexpr std::size_t packedLabelSize = 3;
 

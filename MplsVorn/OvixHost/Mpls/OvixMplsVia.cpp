@@ -4,7 +4,7 @@ namespace Ovix {
 
 bool OvixMplsVia::isEq(const OvixMplsVia& other) const noexcept {
     return labelAction == other.labelAction && trafficClass == other.trafficClass &&
-           controlWord == other.controlWord && reserved == other.reserved &&
+           controlWord == other.controlWord && entropy == other.entropy &&
            payloadType == other.payloadType && ttlMode == other.ttlMode && labels == other.labels &&
            pushTtl == other.pushTtl && intfId == other.intfId && nexthop == other.nexthop &&
            vrfName == other.vrfName && fecIdHigh == other.fecIdHigh && fecIdLow == other.fecIdLow &&
@@ -24,6 +24,7 @@ Lumo::UnboundedMplsLabelOperation OvixMplsVia::labelOperation() const noexcept {
     if (pushTtl > 0 && pushTtl <= Lumo::UnboundedMplsLabelOperation::defaultTtl) {
         operation.ttl = static_cast<std::uint8_t>(pushTtl);
     }
+    operation.entropyBeneath = entropy ? 1 : 0;
     return operation;
 }
 

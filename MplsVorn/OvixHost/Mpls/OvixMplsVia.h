@@ -62,7 +62,7 @@ struct OvixMplsVia {
     std::uint32_t labelAction = 0;                         ///< Lumo::MplsLabelAction
     std::uint32_t trafficClass = TrafficClassField::unset; ///< TrafficClassField
     bool controlWord = false;      ///< a pseudowire's payload follows a control word (RFC 4385)
-    bool reserved = false;         ///< part of the record, and not used
+    bool entropy = false;          ///< a push adds an entropy label (RFC 6790)
     std::uint32_t payloadType = 0; ///< Mpls::PayloadType
     std::uint32_t ttlMode = 0;     ///< Mpls::TtlMode
     /// The labels of the operation, three bytes each, outermost first; at most 33.

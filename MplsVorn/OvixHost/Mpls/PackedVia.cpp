@@ -15,7 +15,7 @@ using Ovix::OvixMplsVia;
 template <typename Via, typename Visitor>
 bool forEachFieldUpToNexthop(Via& via, Visitor&& visit) {
     return visit(via.labelAction) && visit(via.trafficClass) && visit(via.controlWord) &&
-           visit(via.reserved) && visit(via.payloadType) && visit(via.ttlMode) &&
+           visit(via.entropy) && visit(via.payloadType) && visit(via.ttlMode) &&
            visit(via.labels) && visit(via.pushTtl) && visit(via.intfId) && visit(via.nexthop);
 }
 

@@ -69,7 +69,9 @@ Result<void> checkFields(const OvixMplsVia& record) {
     if (record.nexthopVlan > Via::maxVlan) {
         return Refused{"VLAN " + std::to_string(record.nexthopVlan) + " is not 1 to 4094"};
     }
-    return record.reserved ? Refused{"the reserved flag of a via is set"} : Result<void>();
+    return record.entropy && record.action() != MplsLabelAction::push
+               ? Refused{"an entropy label is added by a push only (RFC 6790 section 4.2)"}
+               : Result<void>();
 }
 
 /// What no frame could show is refused.
@@ -135,6 +137,7 @@ OvixMplsVia recordOf(MplsLabelAction action, const ViaOptions& options,
     record.trafficClass =
         TrafficClassField::of(options.tc, options.pushTc, options.tcUniform).value();
     record.controlWord = options.controlWord;
+    record.entropy = options.entropy;
     record.payloadType = static_cast<std::uint32_t>(options.payload);
     record.ttlMode = static_cast<std::uint32_t>(options.ttl);
     record.pushTtl = options.pushTtl;
@@ -233,6 +236,7 @@ ViaOptions Via::options() const {
     options.mtu = record_.nexthopMtu;
     options.vlan = record_.nexthopVlan;
     options.controlWord = record_.controlWord;
+    options.entropy = record_.entropy;
     return options;
 }
 

@@ -31,6 +31,9 @@ struct ViaOptions {
     std::uint32_t mtu = 0;                        ///< bytes without link header; unset: the port's
     std::uint16_t vlan = 0;                       ///< 1..4094; unset: the port's tagging
     bool controlWord = false; ///< a pseudowire's payload follows a control word (RFC 4385)
+    /// A push adds an entropy label beneath the outermost of its labels, that of the tunnel whose
+    /// end can remove it (RFC 6790 section 4.2).
+    bool entropy = false;
 
     friend bool operator==(const ViaOptions&, const ViaOptions&) noexcept = default;
 };

@@ -6,6 +6,7 @@
 #include <span>
 
 #include "Lumo/MplsLabelOperation.h"
+#include "Ovix/packet/PacketContext.h"
 #include "Tessel/Exceptions.h"
 
 namespace Ovix {
@@ -15,7 +16,8 @@ namespace Ovix {
 class ImposedLabels {
   public:
     explicit ImposedLabels(const Lumo::UnboundedMplsLabelOperation& operation)
-        : tc_(operation.tc), pushedTc_(operation.pushedTc), ttl_(operation.ttl) {
+        : tc_(operation.tc), pushedTc_(operation.pushedTc), ttl_(operation.ttl),
+          entropyBeneath_(operation.entropyBeneath), flowLabel_(operation.flowLabel) {
         const std::span<const std::uint8_t> packed = operation.packed();
         if (packed.size() > packed_.size()) [[unlikely]] {
             throw Tessel::RangeError("a stack of more than 33 labels");
@@ -29,6 +31,16 @@ class ImposedLabels {
             packed_[at + 2] = packed[at + 2];
         }
         size_ = static_cast<std::uint8_t>(at);
+        assert(entropyBeneath_ <= operation.depth());
+    }
+
+    /// One label.
+    explicit ImposedLabels(Lumo::MplsLabel label) noexcept
+        : ttl_(Lumo::UnboundedMplsLabelOperation::defaultTtl), entropyBeneath_(0),
+          flowLabel_(false), size_(Lumo::UnboundedMplsLabelOperation::packedLabelSize) {
+        packed_[0] = static_cast<std::uint8_t>(label.value() >> 16U);
+        packed_[1] = static_cast<std::uint8_t>(label.value() >> 8U);
+        packed_[2] = static_cast<std::uint8_t>(label.value());
     }
 
     /// Outermost first.
@@ -37,13 +49,27 @@ class ImposedLabels {
         operation.tc = tc_;
         operation.pushedTc = pushedTc_;
         operation.ttl = ttl_;
+        operation.entropyBeneath = entropyBeneath_;
+        operation.flowLabel = flowLabel_;
         return operation;
     }
 
+    /// Pushes the labels, those of the packet's flow included, with this TC and TTL, and makes the
+    /// packet one that starts with MPLS. `ontoLabels`: what lies
+    /// beneath is a label stack; else the innermost entry is the bottom (RFC 3032 section 2.1).
+    /// False, with nothing done, when the packet would grow beyond what a packet holds.
+    bool push(PacketContext& packet, std::uint8_t tc, std::uint8_t ttl, bool ontoLabels) const;
+
   private:
+    std::size_t entries() const noexcept {
+        return operation().depth() + (entropyBeneath_ > 0 ? 2U : 0U) + (flowLabel_ ? 1U : 0U);
+    }
+
     std::optional<std::uint8_t> tc_;
     std::optional<std::uint8_t> pushedTc_;
     std::uint8_t ttl_;
+    std::uint8_t entropyBeneath_;
+    bool flowLabel_;
     std::uint8_t size_ = 0;
     std::array<std::uint8_t, 100> packed_; ///< the first size_ are set
 };

@@ -52,16 +52,6 @@ std::uint8_t decrementedOnce(PacketContext& packet, std::uint8_t ttl) noexcept {
     return static_cast<std::uint8_t>(ttl - 1);
 }
 
-/// Writes entries for the labels of `operation` before `end`, the innermost of `count` last.
-void writeEntries(std::uint8_t* to, const Lumo::UnboundedMplsLabelOperation& operation,
-                  std::size_t count, std::uint8_t tc, std::uint8_t ttl, bool lastIsBottom) {
-    assert(count <= operation.depth());
-    for (std::size_t i = 0; i < count; ++i) {
-        const bool bos = lastIsBottom && i + 1 == count;
-        Lumo::MplsLabelEntry(operation.label(i), tc, bos, ttl).store(to + i * entrySize);
-    }
-}
-
 /// What lies under the last label, by what the label says and the first nibble confirms.
 PktHdrType payloadHeader(Mpls::PayloadType payload, std::span<const std::uint8_t> bytes) noexcept {
     const auto wholeOrNone = [&](PktHdrType type) {
@@ -117,7 +107,10 @@ Ptr<RoutingException> MplsSwapRewriteImpl::apply(const Ptr<RoutingContext>& cont
     const std::uint8_t tc = operation.tc.value_or(top.tc());
     const std::uint8_t pushedTtl = info().ttlMode == Mpls::TtlMode::uniform ? ttl : operation.ttl;
     std::uint8_t* front = bytes.writableData().data();
-    writeEntries(front, operation, pushed, operation.pushedTc.value_or(tc), pushedTtl, false);
+    for (std::size_t i = 0; i < pushed; ++i) {
+        Lumo::MplsLabelEntry(operation.label(i), operation.pushedTc.value_or(tc), false, pushedTtl)
+            .store(front + i * entrySize);
+    }
     Lumo::MplsLabelEntry(operation.label(pushed), tc, top.bos(), ttl)
         .store(front + pushed * entrySize);
     packet.outerTypeIs(PktHdrType::mpls);
@@ -172,13 +165,8 @@ Ptr<RoutingException> MplsIpPushRewriteImpl::apply(const Ptr<RoutingContext>& co
     const std::uint8_t ttl = info().ttlMode == Mpls::TtlMode::uniform
                                  ? TtlBytes::ttl(beneath, pkt.data())
                                  : operation.ttl;
-    const std::span<std::uint8_t> room = pkt.pushFront(operation.depth() * entrySize);
-    if (room.empty()) {
-        return fail(stackDoesNotFit);
-    }
-    writeEntries(room.data(), operation, operation.depth(), tc, ttl, beneath != PktHdrType::mpls);
-    packet.outerTypeIs(PktHdrType::mpls);
-    return nullptr;
+    const bool fits = info().labels.push(packet, tc, ttl, beneath == PktHdrType::mpls);
+    return fits ? nullptr : fail(stackDoesNotFit);
 }
 
 Ptr<RoutingException> MplsTtlRewriteImpl::apply(const Ptr<RoutingContext>& context) {
@@ -195,21 +183,12 @@ Ptr<RoutingException> MplsTtlRewriteImpl::apply(const Ptr<RoutingContext>& conte
 Ptr<RoutingException> MplsPushRewriteImpl::applyMplsEncap(const Ptr<RoutingContext>& context,
                                                           unsigned label, std::uint8_t ttl,
                                                           std::uint8_t tc, bool ontoLabels) const {
-    const Lumo::UnboundedMplsLabelOperation imposed = labels_->operation();
     const Lumo::MplsLabel only(label);
-    const std::size_t depth = imposed.depth() > 0 ? imposed.depth() : 1;
     PacketContext& packet = *context->packetContext();
-    const std::span<std::uint8_t> room = packet.pkt()->pushFront(depth * entrySize);
-    if (room.empty()) {
-        return fail(stackDoesNotFit);
-    }
-    for (std::size_t i = 0; i < depth; ++i) {
-        const bool bottom = !ontoLabels && i + 1 == depth;
-        Lumo::MplsLabelEntry(imposed.depth() > 0 ? imposed.label(i) : only, tc, bottom, ttl)
-            .store(room.data() + i * entrySize);
-    }
-    packet.outerTypeIs(PktHdrType::mpls);
-    return nullptr;
+    const bool fits = labels_->operation().depth() > 0
+                          ? labels_->push(packet, tc, ttl, ontoLabels)
+                          : ImposedLabels(only).push(packet, tc, ttl, ontoLabels);
+    return fits ? nullptr : fail(stackDoesNotFit);
 }
 
 } // namespace Ovix

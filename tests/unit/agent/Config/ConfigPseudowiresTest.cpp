@@ -56,6 +56,16 @@ TEST(ConfigPseudowires, AreReadWithWhatIsLeftOutFilledIn) {
     EXPECT_EQ(config.pseudowires[1].line, 7U);
 }
 
+TEST(ConfigPseudowires, MaySpreadTheirFlows) {
+    const AgentConfig config =
+        parseConfig(pseudowires({red, "name: blue, port: eth2, label: 501, interface: core, "
+                                      "nexthop: 10.0.2.2, labels: [100], entropy: true, "
+                                      "flow-label: true"}),
+                    "t.yaml");
+    EXPECT_FALSE(config.pseudowires[0].value.entropy || config.pseudowires[0].value.flowLabel);
+    EXPECT_TRUE(config.pseudowires[1].value.entropy && config.pseudowires[1].value.flowLabel);
+}
+
 TEST(ConfigPseudowires, MayBeNone) {
     EXPECT_TRUE(parseConfig(twoPorts, "t.yaml").pseudowires.empty());
     EXPECT_TRUE(parseConfig(twoPorts + "pseudowires: []\n", "t.yaml").pseudowires.empty());
@@ -72,6 +82,10 @@ TEST(ConfigPseudowires, ErrorsNameLineKeyAndValue) {
         {{"name: red, port: eth1, label: 500"}, "6: pseudowires[0].interface: missing"},
         {{"name: red, port: eth1, label: 500, interface: core"},
          "6: pseudowires[0].nexthop: missing"},
+        {{red + ", entropy: true"},
+         "6: pseudowires[0].entropy: an entropy label goes beneath the tunnel's labels, and labels "
+         "is missing (flow-label needs no tunnel)"},
+        {{red + ", flow-label: 3"}, "6: pseudowires[0].flow-label: \"3\" is not true or false"},
         {{red + ", lable: 7"},
          "6: pseudowires[0].lable: unknown key \"lable\"; did you mean \"label\"?"},
         {{redWith("name", "\"\"")},

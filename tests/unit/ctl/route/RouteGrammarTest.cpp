@@ -99,6 +99,8 @@ TEST(RouteGrammar, AnAttributeSetsItsOption) {
     EXPECT_EQ(options.vlan, 7);
     EXPECT_EQ(options.pushTc, std::uint8_t{6});
     EXPECT_TRUE(options.controlWord);
+    EXPECT_FALSE(options.entropy);
+    EXPECT_TRUE(parsed("100 push 200 dev a entropy").vias.front().via.options().entropy);
     EXPECT_TRUE(parsed("100 dev a tc uniform").vias.front().via.options().tcUniform);
 }
 
@@ -128,6 +130,7 @@ TEST(RouteGrammar, EveryPrintedRouteIsParsed) {
           "transit 100 as to 200/300 via "
           "inet6 fe80::1 dev a",
           "transit 100 push 16 dev a",
+          "transit 100 push 16/17 dev a entropy",
           "transit 100 multicast nexthop as to 200 dev a nexthop dev b weight 4294967294",
           "transit 100 as to 16 dev a ttl pipe tc 7 push-ttl 255 payload undefined mtu 65535 "
           "vlan 4094 vrf red control-word",

@@ -13,13 +13,13 @@ using namespace Mpls;
 using Ovix::OvixMplsVia;
 
 TEST(LfibRecords, ADefaultViaHoldsItsFifteenDefaultsInOrder) {
-    const auto& [labelAction, trafficClass, controlWord, reserved, payloadType, ttlMode, labels,
+    const auto& [labelAction, trafficClass, controlWord, entropy, payloadType, ttlMode, labels,
                  pushTtl, intfId, nexthop, vrfName, fecIdHigh, fecIdLow, nexthopMtu, nexthopVlan] =
         OvixMplsVia();
     EXPECT_EQ(labelAction, 0U);
     EXPECT_EQ(trafficClass, 15U);
     EXPECT_EQ(controlWord, false);
-    EXPECT_EQ(reserved, false);
+    EXPECT_EQ(entropy, false);
     EXPECT_EQ(payloadType, 0U);
     EXPECT_EQ(ttlMode, 0U);
     EXPECT_EQ(labels.view(), "");
@@ -38,7 +38,7 @@ TEST(LfibRecords, AViasFieldsHaveTheirWidths) {
     using Via = OvixMplsVia;
     static_assert(std::is_same_v<decltype(Via::labelAction), std::uint32_t>);
     static_assert(std::is_same_v<decltype(Via::trafficClass), std::uint32_t>);
-    static_assert(sizeof(Via::controlWord) == 1 && sizeof(Via::reserved) == 1);
+    static_assert(sizeof(Via::controlWord) == 1 && sizeof(Via::entropy) == 1);
     static_assert(std::is_same_v<decltype(Via::payloadType), std::uint32_t>);
     static_assert(std::is_same_v<decltype(Via::ttlMode), std::uint32_t>);
     static_assert(std::is_same_v<decltype(Via::pushTtl), std::uint16_t>);

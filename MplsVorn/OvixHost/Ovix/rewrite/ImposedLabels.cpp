@@ -1,0 +1,66 @@
+#include "Ovix/rewrite/ImposedLabels.h"
+
+namespace Ovix {
+
+namespace {
+
+constexpr std::size_t entrySize = Lumo::MplsLabelEntry::size;
+
+/// The label that names a flow, never a special-purpose one (RFC 6790 section 4.2, RFC 6391
+/// section 2).
+Lumo::MplsLabel labelOfFlow(std::uint32_t hash) {
+    constexpr std::uint32_t firstOrdinary = 16;
+    return Lumo::MplsLabel(firstOrdinary + hash % (Lumo::MplsLabel::max + 1 - firstOrdinary));
+}
+
+/// Writes entries one behind the other.
+class EntryWriter {
+  public:
+    EntryWriter(std::span<std::uint8_t> room, std::uint8_t tc, bool lastIsBottom) noexcept
+        : room_(room), tc_(tc), lastIsBottom_(lastIsBottom) {}
+
+    void write(Lumo::MplsLabel label, std::uint8_t ttl) {
+        assert(room_.size() >= entrySize);
+        const bool isBottom = lastIsBottom_ && room_.size() == entrySize;
+        Lumo::MplsLabelEntry(label, tc_, isBottom, ttl).store(room_.data());
+        room_ = room_.subspan(entrySize);
+    }
+
+  private:
+    std::span<std::uint8_t> room_;
+    std::uint8_t tc_;
+    bool lastIsBottom_;
+};
+
+} // namespace
+
+// An entropy label is never forwarded by, so its TTL is 0; its indicator has the TTL and TC of the
+// label above (RFC 6790 section 4.2). The TTL of 1 keeps a flow label that surfaces from being
+// forwarded by (RFC 6391).
+bool ImposedLabels::push(PacketContext& packet, std::uint8_t tc, std::uint8_t ttl,
+                         bool ontoLabels) const {
+    constexpr std::uint8_t entropyTtl = 0;
+    constexpr std::uint8_t flowTtl = 1;
+    const bool namesFlow = entropyBeneath_ > 0 || flowLabel_;
+    const std::uint32_t hash = namesFlow ? packet.hash() : 0;
+    const std::span<std::uint8_t> room = packet.pkt()->pushFront(entries() * entrySize);
+    if (room.empty()) {
+        return false;
+    }
+    const Lumo::UnboundedMplsLabelOperation labels = operation();
+    EntryWriter writer(room, tc, !ontoLabels);
+    for (std::size_t i = 0; i < labels.depth(); ++i) {
+        writer.write(labels.label(i), ttl);
+        if (i + 1 == entropyBeneath_) {
+            writer.write(Lumo::entropyLabelIndicator, ttl);
+            writer.write(labelOfFlow(hash), entropyTtl);
+        }
+    }
+    if (flowLabel_) {
+        writer.write(labelOfFlow(hash), flowTtl);
+    }
+    packet.outerTypeIs(PktHdrType::mpls);
+    return true;
+}
+
+} // namespace Ovix
