@@ -90,6 +90,7 @@ Fate EgressLookup::find(Ovix::PacketContext& packet, std::size_t snapped,
 Fate EgressLookup::sendBy(Port& port, Lumo::IpGenAddr address, Ovix::PacketContext& packet,
                           Egress& egress) const {
     const PortIndex index = tables_->ports.indexOf(port);
+    assert(index < tables_->ports.ports().size());
     egress.port = &port;
     Pseudowire* const pseudowire = tables_->pseudowires.ofPort(index);
     if (pseudowire != nullptr && pseudowire->flowLabel &&

@@ -219,6 +219,7 @@ Fate Forwarder::send(const Frame& frame, const Ptr<Ovix::RoutingContext>& contex
     if (nexthop.isCpuTrapNexthop()) {
         return accounts_.byLastEvent(FateKind::punted, Reason::trapped);
     }
+    assert(link.routed && link.routed->offset() >= link.size);
     Ovix::PacketContext& packet = *context->packetContext();
     packet.pkt()->popFront(link.routed->offset());
     packet.outerTypeIs(link.routed->pktHdrType());

@@ -204,6 +204,7 @@ Fate Sender::transmit(const Outgoing& outgoing) {
 // A labelled packet is left to the control plane, unless its route has pushed the labels here. One
 // that was popped for a next hop has not been checked yet.
 Fate Sender::transmitTooBig(const Outgoing& outgoing, std::uint32_t mtu) {
+    assert(outgoing.packet().pkt()->bytes() + outgoing.snapped() > mtu);
     const Ovix::PacketContext& packet = outgoing.packet();
     const std::size_t labels = labelsOf(packet).size();
     const bool isSound =
@@ -225,6 +226,7 @@ Fate Sender::transmitFragments(const Outgoing& outgoing, const IpFragments& frag
     if (!outgoing.egress.port->isUp) {
         return drop(Reason::portDown);
     }
+    assert(fragments.count() > 1);
     for (std::size_t i = 0; i < fragments.count(); ++i) {
         furtherFragments_ += i > 0 ? 1U : 0U;
         const IpFragment fragment = fragments.at(i);

@@ -1,5 +1,6 @@
 #include "Live/LiveRun.h"
 
+#include <cassert>
 #include <cerrno>
 #include <csignal>
 #include <sys/signalfd.h>
@@ -86,6 +87,7 @@ std::size_t LiveRun::takeFrames() {
     const auto visitor = [this](const Frame& frame) { forward(frame); };
     for (const auto& port : parts_.ports->all()) {
         const std::size_t received = port->isOpen() ? port->receive(visitor, framesPerTurn) : 0;
+        assert(received <= framesPerTurn);
         hasMore_ = hasMore_ || received == framesPerTurn;
         taken += received;
     }

@@ -27,8 +27,6 @@ class LinkMonitor {
     /// Processes the kernel's messages and reports changes. Does not block.
     void receive();
 
-    /// Complete once `isComplete()`.
-    const LinkTable& table() const noexcept { return table_; }
     /// Whether everything requested has been received.
     bool isComplete() const noexcept { return requested_ == Request::nothing; }
 

@@ -109,6 +109,7 @@ void LinkSync::neighbourDel(const NeighbourState& neighbour) {
 
 void LinkSync::solicit(Clock::time_point now) {
     for (const Neighbours::Wanted& wanted : forwarding_->neighbours.takeWanted()) {
+        assert(wanted.port < ofPort_.size());
         const std::uint32_t link = ofPort_[wanted.port].link;
         Clock::time_point& last = solicited_[wanted];
         if (link != 0 && now - last >= std::chrono::seconds(1)) {

@@ -1,6 +1,6 @@
 #include "Live/links/LinkTable.h"
 
-#include <algorithm>
+#include <iterator>
 
 namespace OvixAgent {
 
@@ -54,24 +54,6 @@ void LinkTable::neighbourDel(const NeighbourState& neighbour) {
 void LinkTable::delUnconfirmed() {
     delUnconfirmed(neighbours_, events_.neighbourDel);
     delUnconfirmed(links_, events_.linkDel);
-}
-
-const LinkState* LinkTable::link(std::uint32_t index) const {
-    const auto found = links_.find(index);
-    return found != links_.end() ? &found->second.value : nullptr;
-}
-
-const LinkState* LinkTable::link(const std::string& name) const {
-    const auto found = std::find_if(links_.begin(), links_.end(), [&name](const auto& entry) {
-        return entry.second.value.name == name;
-    });
-    return found != links_.end() ? &found->second.value : nullptr;
-}
-
-const NeighbourState* LinkTable::neighbour(std::uint32_t link,
-                                           const Lumo::IpGenAddr& address) const {
-    const auto found = neighbours_.find(keyOf(link, address));
-    return found != neighbours_.end() ? &found->second.value : nullptr;
 }
 
 } // namespace OvixAgent

@@ -33,11 +33,6 @@ class LinkTable {
     /// Deletes all others.
     void delUnconfirmed();
 
-    /// Null when there is none.
-    const LinkState* link(std::uint32_t index) const;
-    const LinkState* link(const std::string& name) const;
-    const NeighbourState* neighbour(std::uint32_t link, const Lumo::IpGenAddr& address) const;
-
   private:
     template <typename T>
     struct Known {

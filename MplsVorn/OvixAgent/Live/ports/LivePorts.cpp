@@ -61,15 +61,6 @@ LivePorts::LivePorts(const AgentConfig& config, PortTable& table)
     }
 }
 
-LivePort* LivePorts::find(const std::string& interface) const {
-    for (const auto& port : ports_) {
-        if (port->name() == interface) {
-            return port.get();
-        }
-    }
-    return nullptr;
-}
-
 void LivePorts::flush() {
     for (const auto& port : ports_) {
         port->flush();

@@ -19,8 +19,6 @@ class LivePorts {
 
     std::vector<std::unique_ptr<LivePort>>& all() noexcept { return ports_; }
     LivePort& port(PortIndex index) const { return *ports_[index]; }
-    /// Null when no port has the interface.
-    LivePort* find(const std::string& interface) const;
 
     /// Sends labelled punted frames to the TAP device, if there is one. IP frames of a packet port
     /// have also been received by the host's own stack, which answers them.

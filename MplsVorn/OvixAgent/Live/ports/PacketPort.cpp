@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "Live/ports/InterfaceControl.h"
-#include "Live/ports/WireFrame.h"
+#include "Live/ports/WireFrames.h"
 
 namespace OvixAgent {
 

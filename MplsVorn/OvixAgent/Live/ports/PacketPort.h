@@ -4,10 +4,10 @@
 #include <string>
 
 #include "Config/ConfigTypes.h"
-#include "Live/ports/FrameSegments.h"
 #include "Live/ports/LivePort.h"
 #include "Live/ports/PacketRing.h"
 #include "Live/ports/SendQueue.h"
+#include "Live/ports/WireFrames.h"
 #include "Posix/FileDescriptor.h"
 
 namespace OvixAgent {

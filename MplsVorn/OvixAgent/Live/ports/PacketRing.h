@@ -5,25 +5,18 @@
 #include <linux/if_packet.h>
 #include <span>
 
-#include "Live/ports/PacketFilter.h"
+#include "Live/ports/SegmentedFrame.h"
 #include "Posix/FileDescriptor.h"
 
 namespace OvixAgent {
 
-/// What the sender of a frame has left to the network hardware: the header that the kernel puts
-/// before the frame, in the format of virtio network devices (virtio 1.2 section 5.1.6) in host
-/// byte order.
-struct OffloadedWork {
-    std::uint8_t flags = 0;
-    std::uint8_t segmentation = 0; ///< 0: none, this is a wire frame
-    std::uint16_t headerLength = 0;
-    std::uint16_t segmentSize = 0;
-    std::uint16_t checksumStart = 0;
-    std::uint16_t checksumOffset = 0;
-
-    bool needsChecksum() const noexcept { return (flags & 1U) != 0; }
+/// Which frames a port receives. Frames addressed to other stations, which an interface in
+/// promiscuous mode passes, are received with `everything` only.
+enum class PacketIntake : std::uint8_t {
+    labelled,      ///< MPLS, and frames with a tag beyond the outermost
+    labelledAndIp, ///< also IPv4 and IPv6 addressed to this host's MAC
+    everything,    ///< for attachment circuits
 };
-static_assert(sizeof(OffloadedWork) == 10);
 
 /// A frame in the receive ring with the kernel's metadata, which holds the frame's outermost tag.
 /// The four bytes before the frame may be overwritten.

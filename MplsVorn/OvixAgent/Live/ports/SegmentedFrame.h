@@ -5,9 +5,22 @@
 #include <optional>
 #include <span>
 
-#include "Live/ports/PacketRing.h"
-
 namespace OvixAgent {
+
+/// What the sender of a frame has left to the network hardware: the header that the kernel puts
+/// before the frame, in the format of virtio network devices (virtio 1.2 section 5.1.6) in host
+/// byte order.
+struct OffloadedWork {
+    std::uint8_t flags = 0;
+    std::uint8_t segmentation = 0; ///< 0: none, this is a wire frame
+    std::uint16_t headerLength = 0;
+    std::uint16_t segmentSize = 0;
+    std::uint16_t checksumStart = 0;
+    std::uint16_t checksumOffset = 0;
+
+    bool needsChecksum() const noexcept { return (flags & 1U) != 0; }
+};
+static_assert(sizeof(OffloadedWork) == 10);
 
 /// The layout of an Ethernet frame that holds several TCP or UDP segments: one set of headers, and
 /// the payloads of all segments. Offsets count from the start of the frame.

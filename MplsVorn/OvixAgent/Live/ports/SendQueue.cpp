@@ -22,6 +22,7 @@ void SendQueue::push(int socket, std::span<const std::uint8_t> frame) noexcept {
             return;
         }
     }
+    assert(end_ < maxFrames && usedBytes_ + frame.size() <= bytes_.size());
     std::uint8_t* const copy = bytes_.data() + usedBytes_;
     std::copy(frame.begin(), frame.end(), copy);
     extents_[end_++] = {copy, frame.size()};

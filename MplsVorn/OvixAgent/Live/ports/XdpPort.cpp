@@ -76,6 +76,7 @@ std::size_t XdpPort::receive(const FrameVisitor& visitor, std::size_t budget) {
             checkSocket();
             break;
         }
+        assert(count <= frames.size());
         counts_.add(LiveEvent::received, count);
         received += count;
         for (std::size_t i = 0; i < count; ++i) {

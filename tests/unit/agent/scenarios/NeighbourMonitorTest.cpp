@@ -6,6 +6,7 @@
 
 #include "Live/links/LinkMonitor.h"
 #include "LiveTesting.h"
+#include "SeenLinks.h"
 
 namespace NeighbourMonitorTest {
 
@@ -44,7 +45,7 @@ class NeighbourMonitorTest : public TestSupport::OwnNetwork {
         here->enter();
         monitor = std::make_unique<LinkMonitor>(events());
         ASSERT_TRUE(until([this] { return monitor->isComplete(); }));
-        left = monitor->table().link("left")->index;
+        left = seen.link("left")->index;
     }
 
     static void addAddresses(const std::string& link, const std::string& host) {
@@ -55,8 +56,9 @@ class NeighbourMonitorTest : public TestSupport::OwnNetwork {
     }
 
     LinkEvents events() {
-        LinkEvents all;
-        all.neighbourDel = [this](const NeighbourState& neighbour) {
+        LinkEvents all = seen.events();
+        all.neighbourDel = [this, see = all.neighbourDel](const NeighbourState& neighbour) {
+            see(neighbour);
             deleted.push_back(neighbour);
         };
         return all;
@@ -68,7 +70,7 @@ class NeighbourMonitorTest : public TestSupport::OwnNetwork {
     }
 
     NeighbourState neighbour(const char* address) {
-        const NeighbourState* found = monitor->table().neighbour(left, addressOf(address));
+        const NeighbourState* found = seen.neighbour(left, addressOf(address));
         return found != nullptr ? *found : NeighbourState{};
     }
 
@@ -83,6 +85,7 @@ class NeighbourMonitorTest : public TestSupport::OwnNetwork {
 
     std::optional<Namespace> here;
     std::optional<Namespace> there;
+    LiveTesting::SeenLinks seen;
     std::unique_ptr<LinkMonitor> monitor;
     std::uint32_t left = 0;
     std::vector<NeighbourState> deleted;
@@ -125,13 +128,13 @@ TEST_F(NeighbourMonitorTest, DeletesTheNeighboursOfALinkThatGoesDown) {
     EXPECT_TRUE(until([this] { return neighbour("192.0.2.9").mac.has_value(); }));
     ip("link set left down");
     EXPECT_TRUE(until([this] { return isDeleted("192.0.2.9"); }));
-    EXPECT_EQ(monitor->table().neighbour(left, addressOf("192.0.2.9")), nullptr);
+    EXPECT_EQ(seen.neighbour(left, addressOf("192.0.2.9")), nullptr);
 }
 
 TEST_F(NeighbourMonitorTest, ReportsTheExistingNeighbours) {
     ip("neigh add 192.0.2.8 lladdr 02:00:00:00:00:08 dev left nud permanent");
     ip("neigh add 2001:db8::8 lladdr 02:00:00:00:00:08 dev left nud stale");
-    monitor = std::make_unique<LinkMonitor>(LinkEvents{});
+    monitor = std::make_unique<LinkMonitor>(events());
     EXPECT_TRUE(until([this] { return monitor->isComplete(); }));
     EXPECT_EQ(neighbour("192.0.2.8").reach, Reach::confirmed);
     EXPECT_EQ(neighbour("2001:db8::8").reach, Reach::stale);
@@ -150,9 +153,8 @@ TEST_F(NeighbourMonitorTest, TheSameAddressOnSeveralLinksIsKeptApart) {
     ip("neigh add 192.0.2.7 lladdr 02:00:00:00:00:07 dev left nud permanent");
     ip("neigh add 192.0.2.7 lladdr 02:00:00:00:00:08 dev other nud permanent");
     const auto onOther = [this] {
-        const OvixAgent::LinkState* link = monitor->table().link("other");
-        return link != nullptr ? monitor->table().neighbour(link->index, addressOf("192.0.2.7"))
-                               : nullptr;
+        const OvixAgent::LinkState* link = seen.link("other");
+        return link != nullptr ? seen.neighbour(link->index, addressOf("192.0.2.7")) : nullptr;
     };
     ASSERT_TRUE(until([&] { return onOther() != nullptr; }));
     EXPECT_EQ(onOther()->mac, (EthAddr{2, 0, 0, 0, 0, 8}));

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "LiveTesting.h"
+#include "SeenLinks.h"
 
 namespace LinkMonitorTest {
 
@@ -22,9 +23,15 @@ class LinkMonitorTest : public TestSupport::OwnNetwork {
     void SetUp() override {
         OwnNetwork::SetUp();
         if (!IsSkipped()) {
-            LinkEvents events;
-            events.linkIs = [this](const LinkState& link) { told.push_back(link); };
-            events.linkDel = [this](const LinkState& link) { deleted.push_back(link); };
+            LinkEvents events = seen.events();
+            events.linkIs = [this, see = events.linkIs](const LinkState& link) {
+                see(link);
+                reported.push_back(link);
+            };
+            events.linkDel = [this, see = events.linkDel](const LinkState& link) {
+                see(link);
+                deleted.push_back(link);
+            };
             monitor = std::make_unique<LinkMonitor>(events);
             ASSERT_TRUE(until([this] { return monitor->isComplete(); }));
         }
@@ -37,12 +44,13 @@ class LinkMonitorTest : public TestSupport::OwnNetwork {
 
     const LinkState& link(const std::string& name) {
         static const LinkState none;
-        const LinkState* found = monitor->table().link(name);
+        const LinkState* found = seen.link(name);
         return found != nullptr ? *found : none;
     }
 
+    LiveTesting::SeenLinks seen;
     std::unique_ptr<LinkMonitor> monitor;
-    std::vector<LinkState> told;
+    std::vector<LinkState> reported;
     std::vector<LinkState> deleted;
 };
 
@@ -54,9 +62,9 @@ TEST_F(LinkMonitorTest, ReportsTheExistingLinks) {
     EXPECT_EQ(link("right").mac, (EthAddr{2, 0, 0, 0, 0, 2}));
     EXPECT_EQ(link("right").mtu, 1500U);
     EXPECT_EQ(link("lo").mtu, 65536U);
-    EXPECT_EQ(monitor->table().link(link("left").index)->name, "left");
-    EXPECT_EQ(monitor->table().link("middle"), nullptr);
-    EXPECT_EQ(told.size(), 3U);
+    EXPECT_EQ(seen.link(link("left").index)->name, "left");
+    EXPECT_EQ(seen.link("middle"), nullptr);
+    EXPECT_EQ(reported.size(), 3U);
     EXPECT_TRUE(deleted.empty());
 }
 
@@ -79,22 +87,22 @@ TEST_F(LinkMonitorTest, ReportsANewMtuMacAndName) {
     ip("link set left down && ip link set left name west");
     EXPECT_TRUE(until([this] { return link("west").index != 0; }));
     EXPECT_EQ(link("west").index, index);
-    EXPECT_EQ(monitor->table().link("left"), nullptr);
+    EXPECT_EQ(seen.link("left"), nullptr);
     EXPECT_TRUE(deleted.empty());
 }
 
 TEST_F(LinkMonitorTest, DoesNotReportWhatDoesNotChange) {
-    const std::size_t before = told.size();
+    const std::size_t before = reported.size();
     ip("link set left mtu 1500 && ip link set left alias again && ip link set left mtu 1400");
     EXPECT_TRUE(until([this] { return link("left").mtu == 1400; }));
-    EXPECT_EQ(told.size(), before + 1);
+    EXPECT_EQ(reported.size(), before + 1);
 }
 
 TEST_F(LinkMonitorTest, ALinkCreatedAgainHasAnotherIndex) {
     const std::uint32_t index = link("left").index;
     ip("link del left");
     EXPECT_TRUE(until([this] { return deleted.size() == 2; }));
-    EXPECT_EQ(monitor->table().link(index), nullptr);
+    EXPECT_EQ(seen.link(index), nullptr);
     addLinks();
     EXPECT_TRUE(until([this] { return link("left").isUp(); }));
     EXPECT_NE(link("left").index, index);
@@ -119,7 +127,7 @@ TEST_F(LinkMonitorTest, RecoversChangesLostInAnOverrun) {
     ip("link add name new type veth peer name newer");
     EXPECT_TRUE(until([this] { return monitor->overruns() > 0 && monitor->isComplete(); }));
     EXPECT_EQ(deleted.size(), 2U);
-    EXPECT_EQ(monitor->table().link("left"), nullptr);
+    EXPECT_EQ(seen.link("left"), nullptr);
     EXPECT_EQ(link("new").mtu, 1500U);
     EXPECT_EQ(link("lo").mtu, 1319U);
 }

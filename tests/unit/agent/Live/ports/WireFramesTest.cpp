@@ -1,4 +1,4 @@
-#include "Live/ports/FrameSegments.h"
+#include "Live/ports/WireFrames.h"
 
 #include <gtest/gtest.h>
 #include <random>
@@ -6,7 +6,7 @@
 
 #include "MergedFrame.h"
 
-namespace FrameSegmentsTest {
+namespace WireFramesTest {
 
 namespace {
 
@@ -237,4 +237,4 @@ TEST(FrameSegments, RandomLengthsAreHandled) {
     EXPECT_GT(taken, 1000U);
 }
 
-} // namespace FrameSegmentsTest
+} // namespace WireFramesTest
