@@ -79,9 +79,8 @@ void CpuAnswers::answer(const OvixAgent::Frame& frame, const LabelledPacket& pac
         }
         return;
     }
-    const auto labels = labelEntries(packet.labels);
-    const bool isExpired =
-        labels.empty() ? packet.ip.ttl() <= 1 && !isOwn(frame, packet) : labels.front().ttl() <= 1;
+    const bool isExpired = packet.labels.empty() ? packet.ip.ttl() <= 1 && !isOwn(frame, packet)
+                                                 : isLabelExpired(packet);
     if (isExpired) {
         queue(AnswerReason::timeExceeded, frame, packet, icmpTimeExceeded(packet, own));
     }
@@ -136,6 +135,25 @@ void CpuAnswers::queue(AnswerReason reason, const OvixAgent::Frame& frame,
     counts_.sent(reason);
     const Lumo::EthAddr& mac = forwarding_->ports.ports()[frame.port].mac;
     answers_.push_back({frame.port, answer->frame(mac, packet.tags)});
+}
+
+/// Whether a label's TTL ends here: that of the top one, or of one beneath labels that end here
+/// too. Entropy labels and their indicators have none (RFC 6790 section 4.2).
+bool CpuAnswers::isLabelExpired(const LabelledPacket& packet) const {
+    bool isEntropy = false;
+    for (const Lumo::MplsLabelEntry entry : labelEntries(packet.labels)) {
+        const Lumo::MplsLabel label = entry.label();
+        if (isEntropy || label == Lumo::entropyLabelIndicator) {
+            isEntropy = !isEntropy;
+            continue;
+        }
+        const bool endsHere =
+            label.isExplicitNull() || lookup_.label(label).use == EchoLabel::Use::popped;
+        if (entry.ttl() <= 1 || !endsHere) {
+            return entry.ttl() <= 1;
+        }
+    }
+    return false;
 }
 
 /// Whether an ICMP error may be sent to the packet's source, by the routes of the port's VRF:

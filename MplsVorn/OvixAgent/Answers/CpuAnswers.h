@@ -50,6 +50,7 @@ class CpuAnswers final : public TransmitPort, public DropListener {
                std::vector<std::uint8_t> bytes);
     void countSilence(EchoSilence why) noexcept { ++silences_[static_cast<std::size_t>(why)]; }
     bool mayReportError(const OvixAgent::Frame& frame, const LabelledPacket& packet) const;
+    bool isLabelExpired(const LabelledPacket& packet) const;
     bool isOwn(const OvixAgent::Frame& frame, const LabelledPacket& packet) const;
     bool mayBeOfVpn(const LabelledPacket& packet) const;
 

@@ -112,6 +112,16 @@ TEST_F(CpuAnswersTest, AddressesOfAVpnAreNotRoutedHere) {
     EXPECT_EQ(pathOf(core, labelled({{500, 0, 1}}, near)), "along the LSP with 500");
 }
 
+TEST_F(CpuAnswersTest, ALabelMayExpireBeneathLabelsThatEndHere) {
+    const Bytes near = packet("10.0.1.9", "10.9.0.1");
+    EXPECT_EQ(pathOf(core, labelled({{500}, {100, 0, 1}}, near)), "along the LSP with 500 100");
+    EXPECT_EQ(pathOf(core, labelled({{500}, {7}, {5000, 0, 0}, {100, 0, 1}}, near)),
+              "along the LSP with 500 7 5000 100");
+    EXPECT_EQ(pathOf(core, labelled({{0}, {100, 0, 1}}, near)), "along the LSP with 0 100");
+    EXPECT_EQ(pathOf(core, labelled({{500}, {7}, {5000, 0, 0}, {100}}, near)), "none");
+    EXPECT_EQ(pathOf(core, labelled({{777}, {100, 0, 1}}, near)), "none");
+}
+
 TEST_F(CpuAnswersTest, AnIpPacketIsAnsweredInTheVrfOfItsPort) {
     const auto ofVpn = join({eth(ethIpv4), packet("192.168.1.9", "192.168.2.1", 1)});
     EXPECT_EQ(pathOf(customer, ofVpn), "routed");
