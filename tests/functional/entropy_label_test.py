@@ -1,6 +1,7 @@
 """Entropy labels (RFC 6790) and flow labels (RFC 6391) that the ingress adds, as tshark reads them,
 and what the other end makes of them."""
 
+import shutil
 import unittest
 
 import frames as f
@@ -108,8 +109,10 @@ class AddedByTheIngress(AgentTest):
         for keys in ("flow-label: true", "entropy: true, flow-label: true", "entropy: true"):
             with self.subTest(keys):
                 _, result = self.stacks(provider_edge(keys), frames)
+                shutil.rmtree(self.path / "out")
                 delivered = self.run_frames(OTHER_END, result.frames("east"), malformed=True)
                 self.assertEqual(delivered.frames("ce"), frames)
+                shutil.rmtree(self.path / "out")
 
     def test_a_label_too_many_is_no_flow_label(self):
         frame = mpls([500, 70000, 80000], bytes(4) + f.eth(HOST_B, HOST_A, f.ETH_IPV4, flow(1)))
@@ -118,8 +121,9 @@ class AddedByTheIngress(AgentTest):
 
     def test_only_a_push_adds_one(self):
         for action, labels in (("swap", [300]), ("pop", ())):
-            (self.path / "c.yaml").write_text(PORTS + hardware(via(action, labels, entropy="true")))
-            result = self.run_files((self.path / "c.yaml").read_text(), [])
+            f.write_pcap(self.path / "in.pcap", [])
+            result = self.run_files(PORTS + hardware(via(action, labels, entropy="true")),
+                                    [f"west={self.path / 'in.pcap'}"])
             self.assertNotEqual(result.code, 0)
             self.assertIn("an entropy label is added by a push only", result.stderr)
 

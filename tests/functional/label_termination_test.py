@@ -69,9 +69,13 @@ class Terminated(AgentTest):
                 self.forwards(entries, INNER, "ce", bytes(4) + INNER, 500)
 
     def test_above_entropy_labels(self):
-        self.forwards([100, 7, (5000, 0, 0), (200, 0, 50)], sent([(400, 0, 49)]), label=200)
+        """The indicator's TTL is that of the tunnel, which ends in pipe mode."""
+        self.forwards([(100, 0, 9), (7, 0, 9), (5000, 0, 0), (200, 0, 50)], sent([(400, 0, 49)]),
+                      label=200)
         self.forwards([100, 7, (5000, 0, 0), 101, 7, (6000, 0, 0), (200, 0, 50)],
                       sent([(400, 0, 49)]), label=200)
+        self.forwards([(100, 0, 9), (0, 0, 20), (7, 0, 64), (5000, 0, 0), (200, 0, 50)],
+                      sent([(400, 0, 19)]), label=200)
 
     def test_above_and_beneath_explicit_nulls(self):
         packet = f.udp_packet("10.1.0.1", "10.0.2.2", ttl=99)

@@ -32,6 +32,21 @@ bool payloadKnown(Mpls::PayloadType payload, const Ptr<PacketHeader>& innerHeade
     }
 }
 
+/// An entropy label indicator has the TTL of the tunnel's label above it (RFC 6790 section 4.2).
+/// When that has ended here in pipe mode, nothing beneath takes it over.
+Mpls::TtlMode popMode(const Ptr<RoutingContext>& context, Lumo::MplsLabelEntry entry,
+                      Mpls::TtlMode ttlMode) noexcept {
+    if (!context || !context->isBeneathTerminated() ||
+        entry.label() != Lumo::entropyLabelIndicator) {
+        return ttlMode;
+    }
+    Mpls::TtlMode above = ttlMode;
+    for (const Ptr<RewriteInfo>& pop : context->terminated()->rewrites()) {
+        above = static_cast<const MplsPopRewriteInfo&>(*pop).ttlMode;
+    }
+    return above;
+}
+
 Ptr<RewriteInfos> listOf(Ptr<RewriteInfo>&& first) {
     auto infos = Tessel::make<RewriteInfos>();
     infos->rewriteInfoEnq(std::move(first));
@@ -75,7 +90,8 @@ Ptr<RewriteInfos> MplsRewriteHelper::createMplsPopRewrite(const Ptr<RoutingConte
     if (entry.bos() && payload == Mpls::PayloadType::none && !innerHeader) {
         return nullptr;
     }
-    Ptr<RewriteInfos> pop = listOf(Tessel::make<MplsPopRewriteInfo>(payload, ttlMode));
+    Ptr<RewriteInfos> pop =
+        listOf(Tessel::make<MplsPopRewriteInfo>(payload, popMode(context, entry, ttlMode)));
     if (!entry.bos() && context) {
         context->popIsPending(*pop);
     }

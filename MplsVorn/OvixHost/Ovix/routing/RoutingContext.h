@@ -36,6 +36,9 @@ class RoutingContext final : public Tessel::Counted, public Tessel::Slabbed<Rout
     /// how many there were.
     std::size_t terminatePopped();
 
+    /// Whether the label on top lies right beneath one that has ended at this router.
+    bool isBeneathTerminated() const noexcept { return terminated_ && !pending_; }
+
     /// The pops of the labels that have ended at this router; null: none.
     const Ptr<RewriteInfos>& terminated() const noexcept { return terminated_; }
     void terminatedAre(const Ptr<RewriteInfos>& pops) noexcept { terminated_ = pops; }
