@@ -45,34 +45,10 @@ void Forwarder::receive(const Frame& frame) {
 Fate Forwarder::process(const Frame& received) {
     const Ptr<Ovix::PacketContext> packet = newPacket(received);
     packet->receivedAs(accounts_.number(), accounts_.counters().get());
-    for (const Ptr<Ovix::InputPipelineStep>& step : inputSteps_->steps()) {
-        const Ovix::InputVerdict verdict = step->process(packet);
-        switch (verdict.kind) {
-        case Ovix::InputVerdict::Kind::unchanged:
-            break;
-        case Ovix::InputVerdict::Kind::modified:
-            replaceFrame(*packet);
-            break;
-        case Ovix::InputVerdict::Kind::sent:
-            return forwarded;
-        case Ovix::InputVerdict::Kind::refused:
-            return drop(verdict.reason);
-        }
+    if (const auto settled = inputSteps_.run(packet, current_)) {
+        return *settled;
     }
     return dispatch(*current_.frame, packet);
-}
-
-// The modified packet now counts as the received frame. Its bytes are kept, since rewrites change
-// the packet while copies are made of the frame and the CPU gets it unchanged.
-void Forwarder::replaceFrame(const Ovix::PacketContext& modified) {
-    assert(current_.frame != nullptr);
-    const std::span<const std::uint8_t> bytes = modified.pkt()->data();
-    const Frame& old = *current_.frame;
-    const auto snapped = static_cast<std::uint32_t>(old.originalLength - old.bytes.size());
-    modifiedBytes_.assign(bytes.begin(), bytes.end());
-    modified_ = {old.port, old.time, modifiedBytes_,
-                 static_cast<std::uint32_t>(modifiedBytes_.size()) + snapped};
-    current_.frame = &modified_;
 }
 
 Fate Forwarder::dispatch(const Frame& frame, const Ptr<Ovix::PacketContext>& packet) {

@@ -36,7 +36,6 @@ class Forwarder {
   private:
     Fate process(const Frame& received);
     Fate dispatch(const Frame& frame, const Ptr<Ovix::PacketContext>& packet);
-    void replaceFrame(const Ovix::PacketContext& modified);
     Fate route(const Frame& frame, const Ptr<Ovix::PacketContext>& packet, const ReceivedLink& link,
                const Ptr<Ovix::RoutingHandler>& handler);
     /// Has the labels beneath those that end here routed, pass by pass.
@@ -64,13 +63,11 @@ class Forwarder {
     Ptr<Ovix::RoutingHandler> ipv4Handler_;
     Ptr<Ovix::RoutingHandler> ipv6Handler_;
     Sender sender_;
-    Ptr<Ovix::AllGenericPipelineSteps> inputSteps_;
+    InputSteps inputSteps_;
     Ptr<Lumo::PktManager> packets_;
     ForwardingTables* tables_;
     TransmitPort* cpu_;
     CurrentFrame current_;
-    Frame modified_; ///< the current frame once an input step has replaced its packet
-    std::vector<std::uint8_t> modifiedBytes_;
     FrameAccounts accounts_;
 };
 

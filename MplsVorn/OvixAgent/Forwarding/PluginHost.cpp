@@ -106,4 +106,35 @@ void registerPorts(Ovix::Ports& ports, PortTable& table, TransmitPort& cpu, Curr
     ports.portIs(Tessel::make<CpuPort>(cpu, current));
 }
 
+std::optional<Fate> InputSteps::run(const Ptr<Ovix::PacketContext>& packet, CurrentFrame& current) {
+    for (const Ptr<Ovix::InputPipelineStep>& step : steps_->steps()) {
+        const Ovix::InputVerdict verdict = step->process(packet);
+        switch (verdict.kind) {
+        case Ovix::InputVerdict::Kind::unchanged:
+            break;
+        case Ovix::InputVerdict::Kind::modified:
+            replace(current, *packet);
+            break;
+        case Ovix::InputVerdict::Kind::sent:
+            return forwarded;
+        case Ovix::InputVerdict::Kind::refused:
+            return drop(verdict.reason);
+        }
+    }
+    return std::nullopt;
+}
+
+// The bytes are kept, since rewrites change the packet while copies are made of the frame and the
+// CPU gets it unchanged.
+void InputSteps::replace(CurrentFrame& current, const Ovix::PacketContext& modified) {
+    assert(current.frame != nullptr);
+    const std::span<const std::uint8_t> bytes = modified.pkt()->data();
+    const Frame& old = *current.frame;
+    const auto snapped = static_cast<std::uint32_t>(old.originalLength - old.bytes.size());
+    modifiedBytes_.assign(bytes.begin(), bytes.end());
+    modified_ = {old.port, old.time, modifiedBytes_,
+                 static_cast<std::uint32_t>(modifiedBytes_.size()) + snapped};
+    current.frame = &modified_;
+}
+
 } // namespace OvixAgent

@@ -1,10 +1,15 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <vector>
 
+#include "Ovix/packet/PacketContext.h"
+#include "Ovix/plugin/InputPipelineStep.h"
 #include "Ovix/plugin/OvixPlugin.h"
 #include "Ovix/plugin/Ports.h"
+#include "State/Fate.h"
 #include "State/PortTable.h"
 #include "State/TransmitPort.h"
 
@@ -26,5 +31,23 @@ struct CurrentFrame {
 /// Registers the agent's ports and its CPU, as CPU 0, with the plugins. What they send has the time
 /// of the current frame. The tables, `cpu` and `current` must outlive the last frame.
 void registerPorts(Ovix::Ports& ports, PortTable& table, TransmitPort& cpu, CurrentFrame& current);
+
+/// The plugins' steps before routing.
+class InputSteps {
+  public:
+    explicit InputSteps(Ptr<Ovix::AllGenericPipelineSteps> steps) noexcept
+        : steps_(std::move(steps)) {}
+
+    /// Runs every step on the packet of the current frame. A packet that a step has modified then
+    /// counts as the current frame. Set when a step has settled the frame: it is not routed.
+    std::optional<Fate> run(const Ptr<Ovix::PacketContext>& packet, CurrentFrame& current);
+
+  private:
+    void replace(CurrentFrame& current, const Ovix::PacketContext& modified);
+
+    Ptr<Ovix::AllGenericPipelineSteps> steps_;
+    Frame modified_;
+    std::vector<std::uint8_t> modifiedBytes_;
+};
 
 } // namespace OvixAgent

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cassert>
 
-#include "Forwarding/PseudowirePayload.h"
 #include "Ip/IpPacket.h"
 #include "Wire/LabelStack.h"
 
