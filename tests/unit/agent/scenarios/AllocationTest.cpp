@@ -125,7 +125,7 @@ neighbours:
   - {address: 10.0.2.2, port: east, mac: "02:00:00:00:02:02"}
   - {address: 10.0.2.3, port: east, mac: "02:00:00:00:02:03"}
 routes:
-  - {vrf: red, prefix: 192.0.2.1/32, vias: [{nexthop: 10.0.2.2, labels: [300, 301]}, {nexthop: 10.0.2.3}]}
+  - {vrf: red, prefix: 192.0.2.1/32, vias: [{nexthop: 10.0.2.2, labels: [300, 301], entropy: true}, {nexthop: 10.0.2.3}]}
 )";
 
 class IpAllocation : public ForwarderFixture {

@@ -2,15 +2,18 @@
 
 #include <gtest/gtest.h>
 #include <libmnl/libmnl.h>
-#include <linux/if.h>
 #include <linux/if_link.h>
 #include <linux/neighbour.h>
 #include <linux/rtnetlink.h>
+#include <net/if.h>
 #include <vector>
 
 namespace LinkMessagesTest {
 
 namespace {
+
+/// IFF_LOWER_UP, which <net/if.h> does not have.
+constexpr unsigned int lowerUp = 1U << 16U;
 
 using Lumo::EthAddr;
 using OvixAgent::readLinkMessage;
@@ -56,10 +59,10 @@ ndmsg neighbourPart(unsigned char family, std::uint16_t state) {
 
 TEST(LinkMessages, ALinkIsUpWhenItIsEnabledOperationalAndHasACarrier) {
     const std::vector<std::pair<unsigned int, bool>> cases{
-        {IFF_UP | IFF_RUNNING | IFF_LOWER_UP, true},
+        {IFF_UP | IFF_RUNNING | lowerUp, true},
         {IFF_UP | IFF_RUNNING, false},
-        {IFF_UP | IFF_LOWER_UP, false},
-        {IFF_RUNNING | IFF_LOWER_UP, false},
+        {IFF_UP | lowerUp, false},
+        {IFF_RUNNING | lowerUp, false},
         {IFF_UP, false},
         {0, false},
     };
