@@ -1,64 +1,11 @@
 #include "Forwarding/Sender.h"
 
-#include <algorithm>
 #include <cassert>
 
+#include "Forwarding/Outgoing.h"
 #include "Ip/IpPacket.h"
-#include "Wire/LabelStack.h"
 
 namespace OvixAgent {
-
-namespace {
-
-/// The label stack of a packet without a link header, as far as its entries are whole.
-Wire::Bytes labelsOf(const Ovix::PacketContext& packet) {
-    const Wire::Bytes bytes = packet.pkt()->data();
-    if (packet.outerType() != Ovix::PktHdrType::mpls) {
-        return {};
-    }
-    Wire::LabelWalk walk(bytes);
-    for (Lumo::MplsLabelEntry entry; walk.next(entry);) {
-    }
-    return bytes.first(bytes.size() - walk.rest().size());
-}
-
-Ptr<Lumo::Pkt> joined(Wire::Bytes labels, Wire::Bytes header, Wire::Bytes payload) {
-    Ptr<Lumo::Pkt> packet = Lumo::globalPktManager()->newPkt();
-    auto at = packet->newSharedHeadData(labels.size() + header.size() + payload.size()).begin();
-    at = std::copy(labels.begin(), labels.end(), at);
-    at = std::copy(header.begin(), header.end(), at);
-    std::copy(payload.begin(), payload.end(), at);
-    return packet;
-}
-
-} // namespace
-
-/// A packet that is being sent.
-struct Sender::Outgoing {
-    const Frame& frame; ///< as received
-    const Ptr<Ovix::RoutingContext>& context;
-    const VlanTags& tags; ///< of the received frame
-    const Ovix::RoutingNexthop& nexthop;
-    Egress egress{};
-
-    Ovix::PacketContext& packet() const noexcept { return *context->packetContext(); }
-    /// The bytes of the frame that a capture left out.
-    std::size_t snapped() const noexcept { return frame.originalLength - frame.bytes.size(); }
-    std::uint32_t mtu() const noexcept {
-        return nexthop.mtu() != 0 ? std::min(nexthop.mtu(), egress.port->mtu) : egress.port->mtu;
-    }
-    bool pushLinkHeader(Ovix::PacketContext& to) const {
-        const Port& port = *egress.port;
-        return pushLink(to, port.mac, egress.mac, tagsToSend(tags, port.tagging, nexthop.vlanId()));
-    }
-    /// `missing` bytes behind the packet's were left out by a capture.
-    void emit(const Ovix::PacketContext& sent, std::size_t missing) const {
-        const std::span<const std::uint8_t> bytes = sent.pkt()->data();
-        egress.port->sent.add(bytes.size());
-        egress.port->out->transmit(
-            {frame.port, frame.time, bytes, static_cast<std::uint32_t>(bytes.size() + missing)});
-    }
-};
 
 Sender::Sender(const Ptr<Ovix::PluginManager>& manager, EgressLookup egress, Settled settled)
     : rewrites_(Ovix::RewriteInfoImplMapSharedObject::getMap(manager->sharedObjects())),
@@ -205,7 +152,7 @@ Fate Sender::transmit(const Outgoing& outgoing) {
 Fate Sender::transmitTooBig(const Outgoing& outgoing, std::uint32_t mtu) {
     assert(outgoing.packet().pkt()->bytes() + outgoing.snapped() > mtu);
     const Ovix::PacketContext& packet = outgoing.packet();
-    const std::size_t labels = labelsOf(packet).size();
+    const std::size_t labels = outgoing.labels().size();
     const bool isSound =
         outgoing.egress.isIpHop ||
         (isIp(packet.outerType()) &&
@@ -229,8 +176,7 @@ Fate Sender::transmitFragments(const Outgoing& outgoing, const IpFragments& frag
     for (std::size_t i = 0; i < fragments.count(); ++i) {
         furtherFragments_ += i > 0 ? 1U : 0U;
         const IpFragment fragment = fragments.at(i);
-        Ovix::PacketContext packet(joined(labelsOf(whole), fragment.header(), fragment.payload),
-                                   whole.outerType());
+        Ovix::PacketContext packet(packetOf(outgoing.labels(), fragment), whole.outerType());
         if (!outgoing.pushLinkHeader(packet)) {
             return drop(Reason::tooLong);
         }

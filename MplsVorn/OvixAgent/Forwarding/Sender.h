@@ -12,6 +12,8 @@
 
 namespace OvixAgent {
 
+struct Outgoing;
+
 /// The sending half of the path: the next hop's rewrites, the egress, the MTU, the link header, the
 /// port, and the counter actions of what was sent. A packet whose neighbour is being resolved
 /// waits. An IPv4 packet that exceeds the egress MTU is fragmented unless it has DF set, also one
@@ -41,8 +43,6 @@ class Sender {
     std::uint64_t furtherFragments() const noexcept { return furtherFragments_; }
 
   private:
-    struct Outgoing;
-
     static Fate applyIpHop(const Outgoing& outgoing);
     Fate rewrite(const Outgoing& outgoing) const;
     Fate apply(const Ovix::RewriteInfos& rewrites, const Ptr<Ovix::RoutingContext>& context) const;
