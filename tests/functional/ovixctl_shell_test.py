@@ -105,6 +105,8 @@ printf '%s\n' "${COMPREPLY[@]}"
                 ("ovixctl lfib replace 100 dev a ttl ", ["uniform", "pipe"]),
                 ("ovixctl lfib add 100 dev a payload e", ["ethernet"]),
                 ("ovixctl lfib add 100 dev a mtu ", []),
+                ("ovixctl lfib add 100 dev a tc u", ["uniform"]),
+                ("ovixctl lfib add 100 as 200 fec ", []),
                 ("ovixctl lfib add 100 dev a control-word v", ["via", "vlan", "vrf"]),
                 ("ovixctl lfib add 100 --json t", ["table", "type", "tail", "ttl", "tc"]),
                 ("ovixctl lfib del 100 ", ["table"]),

@@ -49,7 +49,7 @@ constexpr const char* routeHelp =
        [TABLE] LABEL [table TABLE] [type TYPE] vrf NAME [payload PAYLOAD]
        [TABLE] LABEL [table TABLE] tail [vlan N | dev INTERFACE] [nexthop HOP ...]
 HOP:   [as [to] L1[/L2...] | push L1[/L2...]] [via [inet|inet6] ADDRESS] [dev INTERFACE]
-       [weight N] [ATTRIBUTE ...]
+       [fec ID] [weight N] [ATTRIBUTE ...]
 ATTRIBUTE: @attributes@
 TABLE: @lfib-list@
        (default: decap with a look-up or tail, else transit)
@@ -67,7 +67,7 @@ constexpr const char* routeCompletion = R"(0:* @lfibs@
 *:tail vlan dev nexthop
 *:dev @interfaces@
 *:via inet inet6
-@attribute-completion@*:as|*:to|*:push|*:inet|*:inet6|*:weight
+@attribute-completion@*:as|*:to|*:push|*:inet|*:inet6|*:weight|*:fec
 *:* @route-words@
 )";
 

@@ -144,7 +144,7 @@ std::optional<std::uint8_t> parseClass(const std::string& word, std::string_view
 const std::vector<ViaAttribute>& viaAttributes() {
     static const std::vector<ViaAttribute> all{
         wordAttribute<&ViaOptions::ttl, Mpls::TtlMode>("ttl"),
-        {"tc", "N|uniform",
+        {"tc", "0|1|2|3|4|5|6|7|uniform",
          [](const ViaOptions& options) {
              return options.tcUniform ? Text("uniform") : classText(options.tc);
          },
