@@ -59,6 +59,20 @@ TEST_F(MulticastTail, DeliversToTheCpuOnTheVlanOfTheLookup) {
     EXPECT_TRUE(everythingCounted().empty());
 }
 
+TEST_F(MulticastTail, TheMacAddressesAreThoseOfTheFrame) {
+    const auto cpu = cpuPort();
+    tailIs(vlan100);
+    for (const std::uint8_t mac : {std::uint8_t{0x10}, std::uint8_t{0x20}}) {
+        Bytes frame = labelled();
+        Bytes expected = delivered(100, Raw::ethIpv4, ip4);
+        for (std::size_t i = 0; i < 12; ++i) {
+            frame[i] = expected[i] = static_cast<std::uint8_t>(mac + i);
+        }
+        expectNoNexthop(frame);
+        EXPECT_EQ(cpu->frames.back(), expected);
+    }
+}
+
 TEST_F(MulticastTail, TheTagOfTheFrameIsReplaced) {
     const auto cpu = cpuPort();
     tailIs(vlan100);

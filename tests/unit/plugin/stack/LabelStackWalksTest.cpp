@@ -47,6 +47,15 @@ TEST_F(LabelStackResolution, AnUnknownTopLabelIsTracedOnce) {
     EXPECT_EQ(timesTraced("Mpls processing label 4243"), 0U);
 }
 
+TEST_F(LabelStackResolution, OnlyLabelsBelow8MayBePoppedWithoutALookup) {
+    for (const std::uint32_t label : {8U, 32U, 34U, 39U, 0xfffe0U}) {
+        swapRoute(decap, label, 300);
+        const auto stack = resolve({{label}});
+        ASSERT_EQ(stack->size(), 1U) << label;
+        EXPECT_TRUE(stack->at(at(0)).viaSet) << label;
+    }
+}
+
 TEST_F(LabelStackResolution, AWalkKeepsWhatItFoundAboveTheFirstUnknownLabel) {
     swapRoute(decap, 100, 300);
     swapRoute(decap, 102, 300);
