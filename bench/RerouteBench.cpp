@@ -10,7 +10,7 @@
 #include "Links.h"
 #include "LivePassage.h"
 #include "LiveRegistration.h"
-#include "Published/TablePublisher.h"
+#include "Published/TransitRoutes.h"
 #include "TableSamples.h"
 
 namespace Bench {

@@ -40,10 +40,15 @@ class LabelResolution(AgentTest):
         result = self.run_frames(tables + hardware(via("swap", [400])), [mpls([100])])
         self.assertEqual(result.frames("east"), [sent([(300, 0, 63)])])
 
-    def test_a_transit_route_alone_resolves_nothing(self):
+    def test_a_transit_route_is_programmed_unless_the_hardware_has_its_own(self):
         transit = lfib(transit={100: f"vias: [{via('swap', [300])}]"})
         result = self.run_frames(transit, [mpls([100])])
-        self.assertEqual(result.reasons("dropped"), {NOTHING_RESOLVED: 1})
+        self.assertEqual(result.frames("east"), [sent([(300, 0, 63)])])
+        # That of another label, whose adjacency has the label's number.
+        result = self.run_frames(transit + hardware(via("swap", [400]), label=101).replace(
+            "id: 1,", "id: 100,").replace("adjacency: 1", "adjacency: 100"),
+                                 [mpls([100]), mpls([101])])
+        self.assertEqual(result.frames("east"), [sent([(300, 0, 63)]), sent([(400, 0, 63)])])
         result = self.run_frames(transit + hardware(via("swap", [400])), [mpls([100])])
         self.assertEqual(result.frames("east"), [sent([(400, 0, 63)])])
 

@@ -11,14 +11,8 @@ DROPPED = "No labels resolved to via sets, and nexthop not resolved"
 
 
 def swap_all(labels: range, out: int) -> str:
-    """Every label swapped to the same one, as the control plane sees it and as it is programmed."""
-    swap = via("swap", [out])
-    programmed = "".join(f"    - {{label: {label}, adjacency: 7}}\n" for label in labels)
-    return PORTS + lfib(transit={label: routes(swap) for label in labels}) + f"""
-hardware:
-  adjacencies: [{{id: 7, vias: [{swap}]}}]
-  routes:
-{programmed}"""
+    """Every label swapped to the same one."""
+    return PORTS + lfib(transit={label: routes(via("swap", [out])) for label in labels})
 
 
 class SharedTables(SharedTablesTest):
@@ -170,12 +164,12 @@ class Trouble(SharedTablesTest):
         done = subprocess.run([CTL, "--tables", self.tables, "lfib", "show"], capture_output=True,
                               text=True, check=False)
         self.assertEqual(done.returncode, 1)
-        self.assertIn("tables of version 67, not 3", done.stderr)
+        self.assertIn("tables of version 68, not 4", done.stderr)
         agent = RunningAgent(self.directory, PORTS, self.tables, wait=False)
         self.addCleanup(agent.kill)
         _, stderr = agent.process.communicate(timeout=30)
         self.assertEqual(agent.process.returncode, 1)
-        self.assertIn("tables of version 67, not 3", stderr)
+        self.assertIn("tables of version 68, not 4", stderr)
 
     def test_two_agents_do_not_answer_at_one_socket(self):
         first = self.start()

@@ -29,6 +29,17 @@ inline Mpls::WeightedRecord swapVia(std::uint32_t mtu = 1400, std::uint32_t weig
     return made;
 }
 
+/// A route of the transit LFIB.
+inline Mpls::LabelRoute transitRoute(std::uint32_t label,
+                                     const std::vector<Mpls::WeightedRecord>& vias) {
+    Mpls::LabelRoute route;
+    route.label = Lumo::MplsLabel(label);
+    for (const Mpls::WeightedRecord& via : vias) {
+        route.vias.push_back({Mpls::Via::fromRecord(via.via).value(), via.weight});
+    }
+    return route;
+}
+
 struct Field {
     const char* name;
     std::function<void(Ovix::OvixMplsVia&)> change;

@@ -3,6 +3,7 @@
 #include <exception>
 
 #include "Config/ConfigError.h"
+#include "Published/TransitRoutes.h"
 
 namespace OvixAgent {
 
@@ -27,7 +28,10 @@ void at(const std::string& file, std::size_t line, const std::string& what, Load
 void loadLabelRoutes(const AgentConfig& config, const std::string& file,
                      Mpls::TablePublisher& tables) {
     for (const auto& [route, line] : config.labelRoutes) {
-        if (const auto done = tables.lfib(route.table).routeIs(route); !done) {
+        const auto done = route.table == Mpls::TableId::transitLfib
+                              ? Mpls::transitRouteIs(tables, route)
+                              : tables.lfib(route.table).routeIs(route);
+        if (!done) {
             throw ConfigError(file + ":" + std::to_string(line) + ": lfib." +
                               std::string(Tessel::wordOf(route.table)) + ": " +
                               labelText(route.label) + ": " + done.refused().what);
@@ -63,8 +67,8 @@ void loadTables(const AgentConfig& config, const std::string& file, Mpls::TableP
     for (const PortConfig& port : config.ports) {
         tables.interfaces().intfId(port.name);
     }
+    loadHardware(config, file, tables); // its routes and ids come before those of transit routes
     loadLabelRoutes(config, file, tables);
-    loadHardware(config, file, tables);
     loadMvpn(config, file, tables);
 }
 

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <limits>
 #include <stdexcept>
+#include <utility>
 
 #include "Mpls/LfibLayout.h"
 #include "Mpls/PackedVia.h"
@@ -73,6 +74,8 @@ std::vector<WeightedRecord> recordsOf(std::span<const WeightedVia> vias) {
 
 Tessel::Result<void> LfibWriter::routeIs(const LabelRoute& route) {
     assert(static_cast<std::size_t>(route.table) == table_);
+    owner_ = route.owner;
+    flags_ = route.flags;
     try {
         if (route.tail) {
             multicastIpLookupRouteIs(route.key(), *route.tail, recordsOf(route.vias));
@@ -137,6 +140,8 @@ void LfibWriter::begin(RouteKey key, LfibViaSetType setType, LfibViaType viaType
     checkDepth(key);
     set_ = {};
     set_.type = setType;
+    set_.owner = std::exchange(owner_, std::uint8_t{0});
+    set_.flags = std::exchange(flags_, std::uint8_t{0});
     set_.viaKeys.push({0, viaType, 0, 0, 0});
     vias_.clear();
     words_.clear();

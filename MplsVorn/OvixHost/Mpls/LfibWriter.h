@@ -59,6 +59,8 @@ class LfibWriter {
     Tessel::TableWriter* tables_;
     std::size_t table_;
     // The route in the making; kept so that room is made once.
+    std::uint8_t owner_ = 0;
+    std::uint8_t flags_ = 0;
     LfibViaSet set_;
     std::vector<ViaWords> vias_;
     std::vector<std::uint64_t> words_; ///< of the vias

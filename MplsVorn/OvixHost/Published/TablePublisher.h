@@ -45,13 +45,4 @@ class TablePublisher {
     L3::RoutesWriter ipRoutes_;
 };
 
-/// A label that is switched on to a next hop, as a control plane publishes it where there is no
-/// platform beside it: in the transit LFIB and, since that is what is forwarded by, programmed in
-/// the hardware status, with an adjacency whose key is the label. Part of the publisher's batch,
-/// which is to be discarded when the tables' writers refuse it.
-Tessel::Result<void> transitRouteIs(TablePublisher& tables, const LabelRoute& route);
-
-/// False when the transit LFIB has no such route.
-bool transitRouteDel(TablePublisher& tables, RouteKey label);
-
 } // namespace Mpls

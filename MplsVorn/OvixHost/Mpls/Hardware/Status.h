@@ -20,22 +20,26 @@ struct Route {
     RouteKey routeKey;
     std::uint64_t adjacencyKey = 0; ///< 0 to 2^20 - 1
     bool unprogrammed = false;      ///< the platform has not (yet) taken the route
+    /// Programmed along with the label's route in the transit LFIB, and removed with it.
+    bool derived = false;
 
     bool isEq(const Route& other) const noexcept { return *this == other; }
     friend bool operator==(const Route&, const Route&) noexcept = default;
 
     /// The route as its label's entry carries it.
     ///
-    ///     31         2 1            0
-    ///     +-----------+------------+-+
-    ///     | adjacency |unprogrammed|1|
-    ///     +-----------+------------+-+
+    ///     22      21         2 1            0
+    ///     +-------+-----------+------------+-+
+    ///     |derived| adjacency |unprogrammed|1|
+    ///     +-------+-----------+------------+-+
     constexpr std::uint32_t packed() const noexcept {
-        return static_cast<std::uint32_t>(adjacencyKey << 2U) |
+        return static_cast<std::uint32_t>(derived) << 22U |
+               static_cast<std::uint32_t>(adjacencyKey << 2U) |
                (static_cast<std::uint32_t>(unprogrammed) << 1U) | 1U;
     }
     static constexpr Route unpacked(RouteKey key, std::uint32_t packed) noexcept {
-        return {key, packed >> 2U, (packed & 2U) != 0};
+        return {key, packed >> 2U & Tessel::TableLayout::maxKey, (packed & 2U) != 0,
+                (packed & 1U << 22U) != 0};
     }
 };
 

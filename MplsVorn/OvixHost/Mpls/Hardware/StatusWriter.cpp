@@ -24,6 +24,11 @@ std::uint32_t checkedKey(std::uint64_t key) {
 
 } // namespace
 
+Route StatusWriter::route(RouteKey key) const {
+    const auto entry = tables_->entry(routeTable, labelOf(key));
+    return entry ? Route::unpacked(key, entry.unit()) : Route();
+}
+
 void StatusWriter::routeIs(const Route& route) {
     const std::uint32_t label = labelOf(route.routeKey);
     checkedKey(route.adjacencyKey);

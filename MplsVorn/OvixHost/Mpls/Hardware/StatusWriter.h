@@ -17,6 +17,12 @@ class StatusWriter {
   public:
     explicit StatusWriter(Tessel::TableWriter& tables) noexcept : tables_(&tables) {}
 
+    /// As this batch has it; the default route when there is none.
+    Route route(RouteKey key) const;
+    bool hasAdjacency(std::uint32_t key) const {
+        return static_cast<bool>(tables_->entry(adjacencyTable, key));
+    }
+
     /// The adjacency may come later.
     void routeIs(const Route& route);
     /// False when there is no such route.

@@ -4,7 +4,7 @@
 #include "EchoTesting.h"
 #include "HeapCount.h"
 #include "LocalTables.h"
-#include "Published/TablePublisher.h"
+#include "Published/TransitRoutes.h"
 
 namespace CpuAnswersTest {
 

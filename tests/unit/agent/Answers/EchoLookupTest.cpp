@@ -3,7 +3,7 @@
 #include "Config/Config.h"
 #include "EchoTesting.h"
 #include "LocalTables.h"
-#include "Published/TablePublisher.h"
+#include "Published/TransitRoutes.h"
 
 namespace EchoLookupTest {
 
