@@ -3,8 +3,7 @@
 #include <stdexcept>
 #include <variant>
 
-#include "commands/CommandLine.h"
-#include "commands/Output.h"
+#include "commands/Command.h"
 
 namespace {
 
@@ -14,7 +13,7 @@ int carryOut(const Request& request) {
     try {
         const Tessel::Result<int> code = request.command->run(request);
         if (!code) {
-            complain(code.refused().what);
+            complain(request, code.refused().what);
             return request.command->failureCode;
         }
         if (std::fflush(stdout) != 0) {
@@ -22,7 +21,7 @@ int carryOut(const Request& request) {
         }
         return code.value();
     } catch (const std::exception& error) {
-        complain(error.what());
+        complain(request, error.what());
         return request.command->failureCode;
     }
 }

@@ -61,8 +61,8 @@ class Counters(OvixCtlTest):
 
     def test_no_agent_and_a_refusal_are_reported(self):
         output = self.ctl("counters", "show", "--control", "/nonexistent", code=1)
-        self.assertEqual(output, "ovixctl: control socket /nonexistent: no agent is there: No such "
-                               "file or directory\n")
+        self.assertEqual(output, "ovixctl: control socket /nonexistent: there is no such socket: is "
+                               "the agent running?\n")
         path = self.serve({"ok": False, "error": "not today"})
         output = self.ctl("counters", "show", "--control", path, code=1)
         self.assertEqual(output, f"ovixctl: control socket {path}: not today\n")
@@ -92,22 +92,23 @@ printf '%s\n' "${COMPREPLY[@]}"
                 ("ovixctl lf", ["lfib"]),
                 ("ovixctl lfib ", ["add", "del", "diff", "load", "replace", "show", "watch"]),
                 ("ovixctl --tables x --json counters ", ["clear", "show"]),
-                ("ovixctl lfib show ", [*lfibs, "hardware", "mvpn"]),
+                ("ovixctl lfib show ", [*lfibs, "hardware", "adjacency", "mvpn"]),
                 ("ovixctl lfib show tr", ["transit"]),
                 ("ovixctl lfib show transit ", []),
                 ("ovixctl lfib add 100 table ", lfibs),
                 ("ovixctl lfib add ps", ["pseudowire"]),
                 ("ovixctl lfib add pseudowire ", []),
-                ("ovixctl lfib add 100 ", ["table", "multicast", "type", "tail", "nexthop", "as",
-                                           "push", "via", "dev", "weight", "fec", "ttl", "tc",
-                                           "push-tc", "push-ttl", "payload", "mtu", "vlan", "vrf",
-                                           "control-word", "entropy"]),
+                ("ovixctl lfib add 100 ", ["table", "multicast", "type", "owner", "flags",
+                                           "tail", "nexthop", "as", "push", "via", "dev",
+                                           "weight", "fec", "ttl", "tc", "push-tc", "push-ttl",
+                                           "payload", "mtu", "vlan", "vrf",
+                                            "entropy"]),
                 ("ovixctl lfib replace 100 dev a ttl ", ["uniform", "pipe"]),
                 ("ovixctl lfib add 100 dev a payload e", ["ethernet"]),
                 ("ovixctl lfib add 100 dev a mtu ", []),
                 ("ovixctl lfib add 100 dev a tc u", ["uniform"]),
                 ("ovixctl lfib add 100 as 200 fec ", []),
-                ("ovixctl lfib add 100 dev a control-word v", ["via", "vlan", "vrf"]),
+                ("ovixctl lfib add 100 dev a multicast v", ["via", "vlan", "vrf"]),
                 ("ovixctl lfib add 100 --json t", ["table", "type", "tail", "ttl", "tc"]),
                 ("ovixctl lfib del 100 ", ["table"]),
                 ("ovixctl lfib del decap ", []),

@@ -13,20 +13,31 @@ from running_agent import CTL, DEADLINE
 
 
 class Show(OvixCtlTest):
-    def test_every_entry_has_a_line_and_add_takes_those_of_label_routes(self):
-        self.load(self.transit(_100="{action: swap, labels: [200, 300], interface: east, nexthop: "
-                                    '10.0.2.2, tc: 3}, {action: pop, interface: west, nexthop: '
-                                    '"2001:db8:2::2", weight: 10}') +
-                  hardware(via("pop"), label=1048575, route=", unprogrammed: true"))
+    def test_every_entry_has_a_line_that_add_takes(self):
+        self.load(lfib(decap={99: "type: ip-lookup, via: {vrf: red}"},
+                       transit={100: routes(via("swap", [200, 300], tc=3),
+                                            via("pop", interface="west", weight=10))}) +
+                  hardware(via("pop"), label=1048575, route=", unprogrammed: true",
+                           extra=f", backups: [{via('pop', interface='west')}]") +
+                  "mvpn: [{vrf-id: 7, vlan: 100}]\n")
         lines = self.ctl("lfib", "show").splitlines()
+        vias = ("nexthop as to 200/300 via inet 10.0.2.2 dev east tc 3 "
+                "nexthop via inet 10.0.2.2 dev west weight 10")
         self.assertEqual(lines, [
-            "transit 100 nexthop as to 200/300 via inet 10.0.2.2 dev east tc 3 "
-            "nexthop via inet6 2001:db8:2::2 dev west weight 10",
+            "decap 99 vrf red payload auto",
+            f"transit 100 {vias}",
+            "hardware 100 adjacency 100",
             "hardware 1048575 adjacency 1 unprogrammed",
-            "adjacency 1 via inet 10.0.2.2 dev east"])
-        self.ctl("lfib", "del", "100")
-        self.ctl("lfib", "add", *lines[0].split())
-        self.assertEqual(self.ctl("lfib", "show", "transit").splitlines(), lines[:1])
+            "adjacency 1 via inet 10.0.2.2 dev east backup via inet 10.0.2.2 dev west",
+            f"adjacency 100 {vias}",
+            "mvpn 7 vlan 100"])
+        for words in (("decap", "99"), ("100",), ("hardware", "1048575"), ("adjacency", "1"),
+                      ("mvpn", "7")):
+            self.ctl("lfib", "del", *words)
+        self.assertEqual(self.ctl("lfib", "show"), "")
+        for line in (lines[0], lines[1], lines[4], lines[3], lines[6]):
+            self.ctl("lfib", "add", *line.split())
+        self.assertEqual(self.ctl("lfib", "show").splitlines(), lines)
 
     def test_tables_and_labels_narrow_it(self):
         self.load(lfib(decap={100: routes(via("pop"))},
@@ -35,6 +46,7 @@ class Show(OvixCtlTest):
         self.assertEqual([route["table"] for route in self.show("100")],
                          ["decap", "transit", "hardware", "adjacency"])
         self.assertEqual([route["label"] for route in self.show("transit")], [100, 101])
+        self.assertEqual([entry["id"] for entry in self.show("adjacency")], [1, 101])
         self.assertEqual(self.show("transit", "101"), [route_json("transit", 101, via_json())])
         for words, missing in ((("102",), "label 102"), (("decap", "101"),
                                                          "label 101 in table decap"),
@@ -51,7 +63,7 @@ class Show(OvixCtlTest):
             self.assertFalse(self.memory.exists())
 
     def test_damage_is_shown_as_such(self):
-        self.load(self.transit(_100=via("swap", [0xabcde]), _101=via("pop")))
+        self.load(lfib(decap={100: routes(via("swap", [0xabcde])), 101: routes(via("pop"))}))
         data = bytearray(self.memory.read_bytes()[:1 << 21])
         place = data.index(bytes.fromhex("0abcde"))
         with self.memory.open("r+b") as memory:
@@ -60,18 +72,18 @@ class Show(OvixCtlTest):
         done = subprocess.run([CTL, "lfib", "show", "--json", "--tables", self.tables],
                               capture_output=True, text=True, check=False)
         self.assertEqual(done.returncode, 1)
-        self.assertRegex(done.stderr, r"^ovixctl: table transit: label 100: .*is invalid\n$")
+        self.assertRegex(done.stderr, r'^\{"error":"table decap: label 100: .*is invalid"\}\n$')
         damaged, whole = json.loads(done.stdout)["routes"]
         self.assertEqual((damaged["label"], list(damaged)), (100, ["table", "label", "corrupt"]))
-        self.assertEqual(whole, route_json("transit", 101, via_json()))
+        self.assertEqual(whole, route_json("decap", 101, via_json()))
         table = subprocess.run([CTL, "lfib", "show", "--tables", self.tables], capture_output=True,
                                text=True, check=False).stdout
-        self.assertRegex(table, r"transit 100 corrupt: .*is invalid")
+        self.assertRegex(table, r"decap 100 corrupt: .*is invalid")
 
     def test_one_show_is_of_one_generation(self):
         """While a writer gives all routes the same out label again and again."""
         def tables(out: int) -> str:
-            return lfib(transit={label: routes(via("swap", [out])) for label in range(100, 1100)})
+            return lfib(decap={label: routes(via("swap", [out])) for label in range(100, 1100)})
         files = []
         for out in (201, 202):
             files.append(self.directory / f"{out}.yaml")
@@ -97,6 +109,9 @@ class Show(OvixCtlTest):
 
 
 class Watch(OvixCtlTest):
+    def decap(self, **by_label: str) -> str:
+        return lfib(decap={int(label[1:]): routes(text) for label, text in by_label.items()})
+
     def watch(self, *words: str) -> subprocess.Popen:
         process = subprocess.Popen([CTL, "lfib", "watch", "--tables", self.tables, *words],
                                    stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
@@ -105,16 +120,16 @@ class Watch(OvixCtlTest):
         return process
 
     def test_changes_are_printed_as_they_become_visible(self):
-        self.load(self.transit(_100=via("pop"), _101=via("pop")))
+        self.load(self.decap(_100=via("pop"), _101=via("pop")))
         process = self.watch("--count", "4")
-        self.load(self.transit(_101=via("swap", [7]), _102=via("pop")))
+        self.load(self.decap(_101=via("swap", [7]), _102=via("pop")))
         lines = [process.stdout.readline() for _ in range(3)]
-        self.ctl("lfib", "load", self.write(self.transit(_101=via("swap", [7]))))
+        self.ctl("lfib", "load", self.write(self.decap(_101=via("swap", [7]))))
         lines += process.communicate(timeout=DEADLINE)[0].splitlines()
         self.assertEqual(process.returncode, 0)
         stamp = r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z"
-        expected = [("3", "-transit 100"), ("3", "~transit 101 as to 7 via inet 10.0.2.2 dev east"),
-                    ("3", "+transit 102 via inet 10.0.2.2 dev east"), ("4", "-transit 102")]
+        expected = [("3", "-decap 100"), ("3", "~decap 101 as to 7 via inet 10.0.2.2 dev east"),
+                    ("3", "+decap 102 via inet 10.0.2.2 dev east"), ("4", "-decap 102")]
         self.assertEqual(len(lines), 4)
         for line, (generation, change) in zip(lines, expected):
             self.assertRegex(line, f"^{generation} {stamp} {re.escape(change)}$")

@@ -7,7 +7,8 @@ import subprocess
 import unittest
 
 from agent import PORTS, SOURCE, hardware, lfib, routes, via
-from ovixctl import EAST, OvixCtlTest, adjacency_json, route_json, via_json
+from ovixctl import (EAST, OvixCtlTest, adjacency_json, hardware_json, route_json, switched,
+                     via_json)
 from running_agent import CTL
 
 
@@ -21,7 +22,7 @@ class Load(OvixCtlTest):
         self.assertEqual(shown["routes"], [
             route_json("decap", 102, via_json()),
             route_json("decap", 103, via_json(payload="ipv4")),
-            *({"table": "hardware", "label": label, "adjacency": number, "unprogrammed": False}
+            *(hardware_json(label, number)
               for label, number in ((100, 1), (101, 2), (104, 3), (200, 4))),
             adjacency_json(1, via_json(action="swap", labels=[300])),
             adjacency_json(2, via_json(action="push", labels=[601, 602, 603], ttl="pipe")),
@@ -38,7 +39,7 @@ class Load(OvixCtlTest):
 
     def test_it_prints_what_it_did_and_does_nothing_twice(self):
         text = self.transit(_100=via("pop"), _101=via("pop"), _102=via("pop"))
-        self.assertEqual(self.load(text), f'tables "{self.tables}": 3 added, 0 changed, 0 removed; '
+        self.assertEqual(self.load(text), f'tables "{self.tables}": 9 added, 0 changed, 0 removed; '
                                           "generation 2\n")
         memory = self.memory.read_bytes()[:1 << 22]
         self.assertEqual(self.load(text), f'tables "{self.tables}": 0 added, 0 changed, 0 removed; '
@@ -48,15 +49,16 @@ class Load(OvixCtlTest):
         self.assertEqual(memory[:32] + memory[40:], after[:32] + after[40:])
         done = self.ctl("lfib", "load", self.write(
             self.transit(_101=via("swap", [7]), _102=via("pop"), _103=via("pop"))), "--json")
-        self.assertEqual(json.loads(done), {"tables": self.tables, "generation": 3, "added": 1,
-                                            "changed": 1, "removed": 1})
-        self.assertEqual([route["label"] for route in self.show()], [101, 102, 103])
+        self.assertEqual(json.loads(done), {"tables": self.tables, "generation": 3, "added": 3,
+                                            "changed": 2, "removed": 3})
+        self.assertEqual([route["label"] for route in self.show("transit")], [101, 102, 103])
 
     def test_everything_that_the_file_does_not_name_is_removed(self):
-        self.load(self.transit(_100=via("pop")) + hardware(via("pop"), label=5) +
+        self.load(self.transit(_100=via("pop")) + hardware(via("pop"), label=50) +
                   "mvpn:\n  - {vrf-id: 7, vlan: 100}\n  - {vrf-id: 1048583, interface: west}\n")
         self.assertEqual([route["table"] for route in self.show()],
-                         ["transit", "hardware", "adjacency", "mvpn", "mvpn"])
+                         ["transit", "hardware", "hardware", "adjacency", "adjacency", "mvpn",
+                          "mvpn"])
         self.load("mvpn: [{vrf-id: 1048583, interface: west}]\n")
         self.assertEqual(self.show(),
                          [{"table": "mvpn", "vrfId": 1048583, "interface": "west"}])
@@ -94,25 +96,26 @@ class Load(OvixCtlTest):
         busy = f'ovixctl: tables "{self.tables}" are being written by process {writer}\n'
         with self.memory.open("rb") as held:
             fcntl.flock(held, fcntl.LOCK_EX)
-            for words in (("load", str(self.file)), ("add", "5", *EAST), ("replace", "5", *EAST),
+            for words in (("load", str(self.file)), ("add", "50", *EAST), ("replace", "50", *EAST),
                           ("del", "100")):
                 self.assertEqual(self.ctl("lfib", *words, code=1), busy)
-            self.assertEqual(len(self.show()), 1)
+            self.assertEqual(len(self.show()), 3)
             self.assertEqual(self.ctl("lfib", "diff", str(self.file)), "")
 
 
 class Diff(OvixCtlTest):
     def test_lines_say_what_load_would_change(self):
-        self.load(self.transit(_100=via("pop"), _101=via("pop")))
-        wanted = self.write(self.transit(_101=via("swap", [7, 8]), _102=via("pop", weight=5)))
+        self.load(lfib(decap={100: routes(via("pop")), 101: routes(via("pop"))}))
+        wanted = self.write(lfib(
+            decap={101: routes(via("swap", [7, 8])), 102: routes(via("pop", weight=5))}))
         done = subprocess.run([CTL, "--tables", self.tables, "lfib", "diff", wanted],
                               capture_output=True, text=True, check=False)
         self.assertEqual(done.returncode, 1)
         self.assertEqual(done.stdout.splitlines(), [
-            "-transit 100 via inet 10.0.2.2 dev east",
-            "-transit 101 via inet 10.0.2.2 dev east",
-            "+transit 101 as to 7/8 via inet 10.0.2.2 dev east",
-            "+transit 102 via inet 10.0.2.2 dev east weight 5"])
+            "-decap 100 via inet 10.0.2.2 dev east",
+            "-decap 101 via inet 10.0.2.2 dev east",
+            "+decap 101 as to 7/8 via inet 10.0.2.2 dev east",
+            "+decap 102 via inet 10.0.2.2 dev east weight 5"])
         done = subprocess.run([CTL, "--tables", self.tables, "lfib", "diff", wanted, "--json"],
                               capture_output=True, text=True, check=False)
         changes = json.loads(done.stdout)["changes"]
@@ -121,27 +124,29 @@ class Diff(OvixCtlTest):
         self.ctl("lfib", "load", wanted)
         self.assertEqual(self.ctl("lfib", "diff", wanted), "")
 
+    def test_a_transit_route_is_programmed_by_load_as_by_add(self):
+        wanted = self.write(self.transit(_100=via("pop")))
+        self.ctl("lfib", "load", wanted)
+        self.assertEqual(self.show(), switched(100, via_json()))
+        self.ctl("lfib", "del", "100")
+        self.ctl("lfib", "add", "100", *EAST)
+        self.assertEqual(self.ctl("lfib", "diff", wanted), "")
+
 
 class Routes(OvixCtlTest):
-    def switched(self, label: int, *vias: dict) -> list[dict]:
-        """What a label of table transit comes to."""
-        return [route_json("transit", label, *vias),
-                {"table": "hardware", "label": label, "adjacency": label, "unprogrammed": False},
-                adjacency_json(label, *vias)]
-
     def test_add_replace_and_del_work_as_ip_route_does(self):
         self.assertEqual(self.ctl("lfib", "add", "100", "as", "200/300", *EAST), "")
-        swapped = self.switched(100, via_json(action="swap", labels=[200, 300]))
+        swapped = switched(100, via_json(action="swap", labels=[200, 300]))
         self.assertEqual(self.show("100"), swapped)
         self.assertEqual(self.ctl("lfib", "add", "100", *EAST, code=1),
-                         "ovixctl: label 100 in table transit: File exists\n")
+                         "ovixctl: label 100 is already in table transit; use replace\n")
         self.assertEqual(self.show("100"), swapped)
         self.assertEqual(self.ctl("lfib", "replace", "100", *EAST), "")
-        self.assertEqual(self.show("100"), self.switched(100, via_json()))
+        self.assertEqual(self.show("100"), switched(100, via_json()))
         self.assertEqual(self.ctl("lfib", "del", "100"), "")
         self.assertEqual(self.show(), [])
         self.assertEqual(self.ctl("lfib", "del", "100", code=1),
-                         "ovixctl: label 100 in table transit: No such route\n")
+                         "ovixctl: label 100 is not in table transit\n")
 
     def test_a_route_with_vrf_ends_here(self):
         self.ctl("lfib", "add", "100", "vrf", "red", "payload", "ipv6")
@@ -153,17 +158,69 @@ class Routes(OvixCtlTest):
                                             "changed": 0, "removed": 1})
         self.assertEqual(self.show(), [route_json("pseudowire", 100, via_json())])
 
-    def test_what_the_hardware_status_has_is_not_overwritten_by_add(self):
-        self.load(hardware(via("pop"), label=100))
-        for label in ("100", "1"):  # that of a route, and the id of its adjacency
-            self.assertEqual(self.ctl("lfib", "add", label, *EAST, code=1),
-                             f"ovixctl: label {label} in table transit: File exists\n")
-        self.ctl("lfib", "add", "100", "table", "decap", *EAST)
+    def test_del_says_which_table_has_the_label(self):
+        self.ctl("lfib", "add", "100", "vrf", "red")
+        self.ctl("lfib", "add", "pseudowire", "100", *EAST)
+        self.assertEqual(self.ctl("lfib", "del", "100", code=1),
+                         "ovixctl: label 100 is not in table transit; it is in table decap and "
+                         "pseudowire\n")
+
+    def test_what_the_platform_has_programmed_is_neither_overwritten_nor_removed(self):
+        self.load(hardware(via("swap", [300]), label=101).replace("id: 1,", "id: 100,").replace(
+            "adjacency: 1", "adjacency: 100"))
+        platform = self.show()
+        self.ctl("lfib", "add", "100", *EAST)  # adjacency 100 is that of label 101
+        self.ctl("lfib", "replace", "101", *EAST)  # has a hardware route
+        self.assertEqual(self.show(), [
+            route_json("transit", 100, via_json()), route_json("transit", 101, via_json()),
+            hardware_json(100, 1048575, derived=True), *platform,
+            adjacency_json(1048575, via_json())])
+        self.ctl("lfib", "del", "100")
+        self.ctl("lfib", "del", "101")
+        self.assertEqual(self.show(), platform)
+
+    def test_hardware_routes_adjacencies_and_vpns_are_added_and_removed(self):
+        self.ctl("lfib", "add", "adjacency", "5", "as", "300", *EAST, "backup", "dev", "west")
+        self.ctl("lfib", "add", "hardware", "100", "adjacency", "5", "unprogrammed")
+        self.ctl("lfib", "replace", "hardware", "100", "adjacency", "5")
+        self.ctl("lfib", "add", "mvpn", "4294967295", "vlan", "7")
+        lines = self.ctl("lfib", "show").splitlines()
+        self.assertEqual(lines, ["hardware 100 adjacency 5",
+                                 "adjacency 5 as to 300 via inet 10.0.2.2 dev east backup dev west",
+                                 "mvpn 4294967295 vlan 7"])
+        for words, error in (
+                (("add", "mvpn", "4294967295", "vlan", "8"),
+                 "VRF 4294967295 is already in table mvpn; use replace"),
+                (("add", "hardware", "101", "adjacency", "6"),
+                 "label 101 in table hardware: there is no adjacency 6"),
+                (("del", "adjacency", "5"),
+                 "adjacency 5 in table adjacency: label 100 is forwarded by it"),
+                (("del", "mvpn", "7"), "VRF 7 is not in table mvpn")):
+            self.assertEqual(self.ctl("lfib", *words, code=1), f"ovixctl: {error}\n")
+        for words in (("hardware", "100"), ("adjacency", "5"), ("mvpn", "4294967295")):
+            self.ctl("lfib", "del", *words)
+        self.assertEqual(self.show(), [])
+
+    def test_a_platform_route_wins_over_a_transit_route_while_it_is_there(self):
+        self.ctl("lfib", "add", "100", *EAST)
+        self.ctl("lfib", "add", "adjacency", "5", "as", "300", *EAST)
+        for words, error in (
+                (("del", "hardware", "100"), "label 100 in table hardware"),
+                (("replace", "adjacency", "100", *EAST), "adjacency 100 in table adjacency")):
+            self.assertEqual(self.ctl("lfib", *words, code=1),
+                             f"ovixctl: {error}: it belongs to the route of label 100 in table "
+                             "transit; change that one\n")
+        self.ctl("lfib", "replace", "hardware", "100", "adjacency", "5")
+        self.assertEqual([(entry["table"], entry.get("id")) for entry in self.show()],
+                         [("transit", None), ("hardware", None), ("adjacency", 5)])
+        self.ctl("lfib", "del", "hardware", "100")
+        self.ctl("lfib", "del", "adjacency", "5")
+        self.assertEqual(self.show(), switched(100, via_json()))
 
     def test_a_route_of_several_hops(self):
         self.ctl("lfib", "replace", "100", "nexthop", "as", "200", *EAST, "weight", "3", "nexthop",
                  "via", "inet6", "fe80::1", "dev", "west")
-        self.assertEqual(self.show(), self.switched(
+        self.assertEqual(self.show(), switched(
             100, via_json(action="swap", labels=[200], weight=3),
             via_json(nexthop="fe80::1", interface="west")))
 
@@ -189,13 +246,31 @@ class Routes(OvixCtlTest):
                                "up to 0\n")
         self.assertEqual(self.generation(), before)
 
+    def test_labels_that_no_table_may_hold_are_refused(self):
+        for label, rule in (("3", "RFC 3032 section 2.1"), ("0", "RFC 7274"), ("15", "RFC 7274")):
+            for words in (("decap", label, *EAST), (label, *EAST),
+                          ("hardware", label, "adjacency", "1")):
+                self.assertIn(rule, self.ctl("lfib", "add", *words, code=2))
+        self.assertFalse(self.memory.exists())
+
     def test_unknown_words_are_a_usage_error(self):
         for words, error in ((("add", "100", "frob"), '"frob" is not expected here'),
                              (("add", "1048576", *EAST), "label 1048576 is out of range"),
+                             (("add", "100", "dev", "a b"), "the name of an interface is 1 to 15"),
+                             (("add", "trnsit", "100"), '"trnsit" is neither a table nor a label'),
+                             (("watch", "--count", "0"), "--count: "),
                              (("show", "trnasit"), 'there is no table "trnasit"; did you mean'),
                              (("del", "100", "dev", "a"), '"dev" is not expected here')):
             self.assertIn("ovixctl: " + error, self.ctl("lfib", *words, code=2))
         self.assertFalse(self.memory.exists())
+
+    def test_errors_are_json_where_output_is(self):
+        for words, code, error in ((("add", "100", "frob", "--json"), 2, '"frob" is not expected'),
+                                   (("ad", "100", "--json"), 2, 'unknown command "ad"'),
+                                   (("del", "100", "--json"), 1, "do not exist")):
+            output = self.ctl("lfib", *words, code=code)
+            self.assertEqual(list(json.loads(output)), ["error"])
+            self.assertIn(error, json.loads(output)["error"])
 
 
 if __name__ == "__main__":

@@ -7,7 +7,7 @@
 #include "LocalTables.h"
 #include "route/RouteGrammar.h"
 #include "route/RoutePrinting.h"
-#include "tables/TableView.h"
+#include "tables/EntryWriting.h"
 
 namespace CtlTesting {
 
@@ -26,17 +26,17 @@ inline std::vector<std::string> words(const std::string& line) {
     return found;
 }
 
-/// Tables in this process, changed by routes as a command line gives them.
+/// Tables in this process, changed by entries as a command line gives them; each is written as it
+/// is.
 class Tables {
   public:
     void add(const std::string& line) {
-        const auto parsed = OvixCtl::parseRoute(words(line));
+        const auto parsed = OvixCtl::parseEntry(words(line));
         ASSERT_TRUE(parsed) << line << ": " << parsed.refused().what;
         for (const std::string& name : parsed.value().interfaces) {
             publisher().interfaces().intfId(name);
         }
-        const Mpls::LabelRoute& route = parsed.value().route;
-        ASSERT_TRUE(publisher().lfib(route.table).routeIs(route)) << line;
+        OvixCtl::entryIs(publisher(), parsed.value().entry);
     }
     void commit() {
         publisher().commit();
@@ -49,7 +49,7 @@ class Tables {
     TestSupport::LocalTables local;
 };
 
-/// One route that has been published and read again.
+/// One entry that has been published and read again.
 class PublishedRoute : public Tables {
   public:
     explicit PublishedRoute(const std::string& line) {

@@ -17,9 +17,20 @@ def via_json(**keys) -> dict:
 
 
 def route_json(table: str, label: int, *vias: dict, **keys) -> dict:
-    usual = {"table": table, "label": label, "type": "ip", "multicast": False, "lookup": None,
-             "tail": None, "vias": list(vias)}
+    usual = {"table": table, "label": label, "type": "ip", "multicast": False, "owner": 0,
+             "flags": 0, "lookup": None, "tail": None, "vias": list(vias)}
     return {**usual, **keys}
+
+
+def hardware_json(label: int, adjacency: int, **keys) -> dict:
+    return {"table": "hardware", "label": label, "adjacency": adjacency, "unprogrammed": False,
+            "derived": False, **keys}
+
+
+def switched(label: int, *vias: dict) -> list[dict]:
+    """What a label of table transit comes to."""
+    return [route_json("transit", label, *vias), hardware_json(label, label, derived=True),
+            adjacency_json(label, *vias)]
 
 
 def adjacency_json(number: int, *vias: dict) -> dict:

@@ -1,10 +1,11 @@
-#include <exception>
+// The commands that change one entry: add, replace and del.
+
+#include <algorithm>
 #include <fmt/format.h>
 
-#include "Published/TablePublisher.h"
-#include "commands/Output.h"
+#include "commands/Command.h"
 #include "route/RouteGrammar.h"
-#include "tables/FrozenTables.h"
+#include "tables/EntryWriting.h"
 
 namespace OvixCtl {
 
@@ -12,13 +13,13 @@ using Mpls::TableId;
 
 namespace {
 
-Mpls::RouteKey keyOf(Lumo::MplsLabel label) {
-    return Mpls::RouteKey::fromLabel(label);
+/// "label 100 in table transit".
+std::string text(const EntryName& name) {
+    return fmt::format("{} {} in table {}", nounOf(name.table), name.key,
+                       Tessel::wordOf(name.table));
 }
-
-Tessel::Refused refused(const RouteName& name, const std::string& what) {
-    return {fmt::format("label {} in table {}: {}", name.label.value(), Tessel::wordOf(name.table),
-                        what)};
+Tessel::Refused refused(const EntryName& name, const std::string& what) {
+    return {text(name) + ": " + what};
 }
 
 /// Makes the change visible. Like `ip`, prints nothing when all is well.
@@ -30,46 +31,58 @@ int commit(const Request& request, Mpls::TablePublisher& publisher, const Change
     return ExitCode::success;
 }
 
-bool hasEntry(const Tessel::TableWriter& tables, TableId table, Lumo::MplsLabel key) {
-    return static_cast<bool>(tables.entry(static_cast<std::size_t>(table), key.value()));
+/// The memory of these entries is not used again before the commit.
+TableView viewOf(const Request& request, Mpls::TablePublisher& publisher) {
+    return TableView(
+        Tessel::make<Tessel::TableReader>(request.tables, publisher.tables().memory()));
 }
 
-/// A label that is switched is also in the hardware status, with an adjacency of its own.
-bool exists(const Tessel::TableWriter& tables, const RouteName& name) {
-    return hasEntry(tables, name.table, name.label) ||
-           (name.table == TableId::transitLfib &&
-            (hasEntry(tables, TableId::hardwareRoutes, name.label) ||
-             hasEntry(tables, TableId::hardwareAdjacencies, name.label)));
-}
-
-Tessel::Result<void> publish(const ParsedRoute& parsed, Mpls::TablePublisher& publisher) {
-    for (const std::string& name : parsed.interfaces) {
-        publisher.interfaces().intfId(name);
+bool exists(const TableView& now, const EntryName& name) {
+    if (name.table != TableId::mvpnIntfStatus) {
+        return now.has(name.table, name.key);
     }
-    return parsed.route.table == TableId::transitLfib
-               ? Mpls::transitRouteIs(publisher, parsed.route)
-               : publisher.lfib(parsed.route.table).routeIs(parsed.route);
+    const auto vrfs = now.keys(name.table).keys;
+    return std::binary_search(vrfs.begin(), vrfs.end(), name.key);
 }
 
-bool remove(const RouteName& name, Mpls::TablePublisher& publisher) {
-    return name.table == TableId::transitLfib
-               ? Mpls::transitRouteDel(publisher, keyOf(name.label))
-               : publisher.lfib(name.table).routeDel(keyOf(name.label));
+/// "; it is in table decap": the other LFIBs that have the label.
+std::string otherTables(const TableView& now, const EntryName& name) {
+    std::string others;
+    for (std::size_t i = 0; i < Mpls::lfibs && Mpls::isLfib(name.table); ++i) {
+        const auto table = static_cast<TableId>(i);
+        if (table != name.table && now.has(table, name.key)) {
+            others += fmt::format("{} {}", others.empty() ? "; it is in table" : " and",
+                                  Tessel::wordOf(table));
+        }
+    }
+    return others;
 }
 
-Tessel::Result<int> putRoute(const Request& request, bool mayReplace) {
-    const Tessel::Result<ParsedRoute> parsed = parseRoute(request.words);
+Tessel::Result<int> putEntry(const Request& request, bool mayReplace) {
+    const Tessel::Result<ParsedEntry> parsed = parseEntry(request.words);
     if (!parsed) {
-        return usageError(parsed.refused());
+        return usageError(request, parsed.refused());
     }
-    const RouteName name{parsed.value().route.table, parsed.value().route.label};
+    const Entry& entry = parsed.value().entry;
+    const EntryName name{entry.table, entry.key};
+    if (Mpls::isLfib(name.table) || name.table == TableId::hardwareRoutes) {
+        if (const auto legal = Mpls::checkRouteLabel(Lumo::MplsLabel(name.key)); !legal) {
+            return usageError(request, legal.refused());
+        }
+    }
     Mpls::TablePublisher publisher(Tessel::TableMemory::sharedForWriting(request.tables));
-    const bool existed = exists(publisher.tables(), name);
+    const TableView now = viewOf(request, publisher);
+    const bool existed = exists(now, name);
     if (existed && !mayReplace) {
-        return refused(name, "File exists");
+        return Tessel::Refused{fmt::format("{} {} is already in table {}; use replace",
+                                           nounOf(name.table), name.key,
+                                           Tessel::wordOf(name.table))};
     }
-    if (const auto published = publish(parsed.value(), publisher); !published) {
-        return refused(name, published.refused().what);
+    for (const std::string& interface : parsed.value().interfaces) {
+        publisher.interfaces().intfId(interface);
+    }
+    if (const auto changed = changeEntry(publisher, now, entry); !changed) {
+        return refused(name, changed.refused().what);
     }
     ChangeCounts counts;
     ++(existed ? counts.changed : counts.added);
@@ -79,24 +92,31 @@ Tessel::Result<int> putRoute(const Request& request, bool mayReplace) {
 } // namespace
 
 Tessel::Result<int> addRoute(const Request& request) {
-    return putRoute(request, false);
+    return putEntry(request, false);
 }
 
 Tessel::Result<int> replaceRoute(const Request& request) {
-    return putRoute(request, true);
+    return putEntry(request, true);
 }
 
 Tessel::Result<int> deleteRoute(const Request& request) {
-    const Tessel::Result<RouteName> parsed = parseRouteName(request.words);
+    const Tessel::Result<EntryName> parsed = parseEntryName(request.words);
     if (!parsed) {
-        return usageError(parsed.refused());
+        return usageError(request, parsed.refused());
     }
+    const EntryName& name = parsed.value();
     if (const auto tables = openTables(request.tables); !tables) {
         return tables.refused(); // opening them for writing would create them
     }
     Mpls::TablePublisher publisher(Tessel::TableMemory::sharedForWriting(request.tables));
-    if (!remove(parsed.value(), publisher)) {
-        return refused(parsed.value(), "No such route");
+    const TableView now = viewOf(request, publisher);
+    if (!exists(now, name)) {
+        return Tessel::Refused{fmt::format("{} {} is not in table {}{}", nounOf(name.table),
+                                           name.key, Tessel::wordOf(name.table),
+                                           otherTables(now, name))};
+    }
+    if (const auto removed = removeEntry(publisher, now, name.table, name.key); !removed) {
+        return refused(name, removed.refused().what);
     }
     return commit(request, publisher, {0, 0, 1});
 }

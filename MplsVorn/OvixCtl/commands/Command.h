@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Tessel/Result.h"
+#include "tables/TableDiff.h"
 
 namespace OvixCtl {
 
@@ -25,8 +26,8 @@ struct Request {
     std::string tables = "ovix"; ///< the name of the shared tables
     std::string control;         ///< the agent's socket; empty: derived from the tables' name
     bool json = false;
-    std::uint64_t count = 0;        ///< of watch: stop after that many changes; 0: never
-    std::vector<std::string> words; ///< as many as the command takes
+    std::uint64_t count = ~std::uint64_t{0}; ///< of watch: stop after that many changes
+    std::vector<std::string> words;          ///< as many as the command takes
 };
 
 /// An option, and the member of the request that it sets.
@@ -74,7 +75,30 @@ std::span<const CommandGroup> commandGroups() noexcept;
 std::span<const Command> allCommands() noexcept;
 std::span<const Option> globalOptions() noexcept;
 
-/// The text with "@lfibs@", "@shown-tables@" and so on replaced by what the program's tables hold.
+/// The text with "@lfibs@", "@tables@" and so on replaced by what the program's tables hold.
 std::string expanded(std::string text);
+
+/// Nothing to carry out: help or version was asked for, or the command line is wrong.
+struct EarlyExit {
+    int code = ExitCode::success;
+    std::string text; ///< for standard output on success, else for standard error
+};
+
+/// Options and commands are those of the table of commands.
+std::variant<Request, EarlyExit> parseCommandLine(int argc, const char* const* argv);
+
+// What commands print.
+
+/// An error as one line: after the program's name, or as JSON {"error"}.
+std::string errorText(bool json, const std::string& what);
+/// Prints an error on standard error.
+void complain(const Request& request, const std::string& what);
+/// The words of the command are wrong: complains, and returns the exit code for that.
+int usageError(const Request& request, const Tessel::Refused& refused);
+/// UTC with milliseconds, as in ISO 8601; from nanoseconds since 1970.
+std::string timeText(std::uint64_t nanoseconds);
+/// Prints what a change of the tables came to; as JSON {"tables", "generation", "added", "changed",
+/// "removed"}.
+void printCounts(const Request& request, std::uint64_t generation, const ChangeCounts& counts);
 
 } // namespace OvixCtl

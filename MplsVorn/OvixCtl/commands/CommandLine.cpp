@@ -1,13 +1,16 @@
-#include "commands/CommandLine.h"
-
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cassert>
+#include <fmt/format.h>
+#include <limits>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
 
 #include "Command/CliOptions.h"
+#include "Config/ConfigText.h"
 #include "Tables/TableMemory.h"
+#include "commands/Command.h"
 
 namespace OvixCtl {
 
@@ -19,7 +22,20 @@ constexpr const char* mainHelp =
     "  0  done\n"
     "  1  an error, or some of what was shown is damaged\n"
     "  2  the command line is wrong\n"
-    "(lfib diff: 0 no difference, 1 a difference, 2 an error)";
+    "(lfib diff: 0 no difference, 1 a difference, 2 an error)\n"
+    "With --json an error is JSON, too: {\"error\": TEXT} on standard error.";
+
+/// Writes the words of a command in its usage as its help describes them: "[TABLE] [LABEL]".
+class Usage : public CLI::Formatter {
+  public:
+    std::string make_option_usage(const CLI::Option* words) const override {
+        const std::string type = words->get_type_name();
+        const std::string name = make_option_name(words, true);
+        return type.find(' ') != std::string::npos ? type
+               : words->get_required()             ? name
+                                                   : "[" + name + "]";
+    }
+};
 
 void addOption(CLI::App& app, const Option& option, Request& request) {
     CLI::Option* const added = std::visit(
@@ -27,6 +43,10 @@ void addOption(CLI::App& app, const Option& option, Request& request) {
             using Member = std::remove_reference_t<decltype(request.*member)>;
             if constexpr (std::is_same_v<Member, bool>) {
                 return app.add_flag(option.name, request.*member, option.help);
+            } else if constexpr (std::is_same_v<Member, std::uint64_t>) {
+                constexpr auto most = std::numeric_limits<std::uint64_t>::max();
+                return app.add_option(option.name, request.*member, option.help)
+                    ->check(CLI::Range(Member{1}, most, "N"));
             } else {
                 return app.add_option(option.name, request.*member, option.help);
             }
@@ -68,21 +88,85 @@ void addGroup(CLI::App& app, const CommandGroup& group, Request& request) {
     }
 }
 
-EarlyExit exitFor(const CLI::App& app, const CLI::ParseError& error) {
+/// The first words that are no options, nor their values: a group and a command.
+std::vector<std::string> commandWords(std::span<const char* const> arguments) {
+    std::vector<std::string> words;
+    for (std::size_t i = 1; i < arguments.size() && words.size() < 2; ++i) {
+        const std::string_view argument = arguments[i];
+        const auto options = globalOptions();
+        const bool hasValue = std::any_of(options.begin(), options.end(), [&](const Option& known) {
+            return known.value != nullptr && argument == known.name;
+        });
+        if (hasValue) {
+            ++i;
+        } else if (!argument.starts_with('-')) {
+            words.emplace_back(argument);
+        }
+    }
+    return words;
+}
+
+/// The names of the groups, or of the commands of one; none for a group that there is not.
+std::vector<std::string_view> namesIn(const std::string* group) {
+    std::vector<std::string_view> names;
+    if (group == nullptr) {
+        for (const CommandGroup& known : commandGroups()) {
+            names.emplace_back(known.name);
+        }
+        return names;
+    }
+    for (const Command& known : allCommands()) {
+        if (*group == known.group) {
+            names.emplace_back(known.name);
+        }
+    }
+    return names;
+}
+
+/// Names the first word that should be a command and is none; "" when there is no such word.
+std::string unknownCommand(std::span<const char* const> arguments) {
+    const std::string* group = nullptr;
+    const std::vector<std::string> words = commandWords(arguments);
+    for (const std::string& word : words) {
+        const auto known = namesIn(group);
+        if (std::find(known.begin(), known.end(), word) == known.end()) {
+            return fmt::format("unknown command {}{}", OvixAgent::inQuotes(word),
+                               OvixAgent::suggestion(word, known));
+        }
+        group = &word;
+    }
+    return {};
+}
+
+EarlyExit usageExit(std::span<const char* const> arguments, const std::string& what) {
+    const bool json = std::any_of(arguments.begin(), arguments.end(), [](const char* argument) {
+        return std::string_view(argument) == "--json";
+    });
+    return {ExitCode::usage, errorText(json, what)};
+}
+
+EarlyExit exitFor(const CLI::App& app, const CLI::ParseError& error,
+                  std::span<const char* const> arguments) {
     std::ostringstream out;
     std::ostringstream err;
-    const bool isSuccess = app.exit(error, out, err) == 0;
-    return {isSuccess ? ExitCode::success : ExitCode::usage,
-            isSuccess ? out.str() : "ovixctl: " + err.str()};
+    if (app.exit(error, out, err) == 0) {
+        return {ExitCode::success, out.str()};
+    }
+    const std::string unknown = unknownCommand(arguments);
+    const std::string text = err.str();
+    return usageExit(arguments,
+                     !unknown.empty() ? unknown : text.substr(0, text.find_last_not_of('\n') + 1));
 }
 
 } // namespace
 
 std::variant<Request, EarlyExit> parseCommandLine(int argc, const char* const* argv) {
+    const std::span arguments(argv, static_cast<std::size_t>(argc));
     Request request;
     CLI::App app("Shows and changes label tables in shared memory.", "ovixctl");
     app.set_version_flag("--version", std::string("ovixctl ") + OvixAgent::agentVersion);
     app.require_subcommand(1);
+    app.formatter(std::make_shared<Usage>());
     app.footer(mainHelp);
     for (const Option& option : globalOptions()) {
         addOption(app, option, request);
@@ -94,9 +178,9 @@ std::variant<Request, EarlyExit> parseCommandLine(int argc, const char* const* a
         app.parse(argc, argv);
         Tessel::TableMemory::checkName(request.tables);
     } catch (const CLI::ParseError& error) {
-        return exitFor(app, error);
+        return exitFor(app, error, arguments);
     } catch (const std::invalid_argument& name) {
-        return EarlyExit{ExitCode::usage, std::string("ovixctl: ") + name.what() + "\n"};
+        return usageExit(arguments, name.what());
     }
     assert(request.command != nullptr);
     return request;

@@ -4,7 +4,7 @@
 
 #include "commands/Command.h"
 #include "route/RouteGrammar.h"
-#include "route/RouteWords.h"
+#include "route/ViaWords.h"
 #include "tables/TableView.h"
 
 namespace OvixCtl {
@@ -44,23 +44,28 @@ constexpr CommandWords configWord{"FILE", "TEXT", "The agent's configuration; - 
 constexpr CommandWords routeWord{"ROUTE", "[TABLE] LABEL ...", "", 1, -1};
 
 constexpr const char* routeHelp =
-    R"(ROUTE: [TABLE] LABEL [table TABLE] [multicast] [type TYPE] HOP
-       [TABLE] LABEL [table TABLE] [multicast] [type TYPE] nexthop HOP [nexthop HOP ...]
-       [TABLE] LABEL [table TABLE] [type TYPE] vrf NAME [payload PAYLOAD]
-       [TABLE] LABEL [table TABLE] tail [vlan N | dev INTERFACE] [nexthop HOP ...]
-HOP:   [as [to] L1[/L2...] | push L1[/L2...]] [via [inet|inet6] ADDRESS] [dev INTERFACE]
+    R"(ROUTE: [TABLE] LABEL [table TABLE] [SET ...] VIA
+       [TABLE] LABEL [table TABLE] [SET ...] nexthop VIA [nexthop VIA ...]
+       [TABLE] LABEL [table TABLE] [SET ...] vrf NAME [payload PAYLOAD]
+       [TABLE] LABEL [table TABLE] [SET ...] tail [vlan N | dev INTERFACE] [nexthop VIA ...]
+       adjacency ID [multicast] [type TYPE] [use-backups] VIA [backup VIA ...]
+       hardware LABEL adjacency ID [unprogrammed]
+       mvpn VRF-ID (dev INTERFACE | vlan N)
+SET:   multicast | type TYPE | owner N | flags N
+VIA:   [as [to] L1[/L2...] | push L1[/L2...]] [via [inet|inet6] ADDRESS] [dev INTERFACE]
        [fec ID] [weight N] [ATTRIBUTE ...]
 ATTRIBUTE: @attributes@
 TABLE: @lfib-list@
        (default: decap with a look-up or tail, else transit)
-TYPE:  @type-list@ (default: implied by the rest)
-Routes are given as lfib show, diff and watch print them. A hop without "as" or "push" pops the
+TYPE:  @type-list@, or a number of 0 to 255
+       (default: implied by the rest)
+Routes are given as lfib show, diff and watch print them. A via without "as" or "push" pops the
 label; with vrf but without via, dev and fec it looks up what is beneath in that VRF.
-A label of table transit is programmed into the hardware status, too, with an adjacency of its own,
-whose id is the label.
+A route of table transit is programmed into the hardware status, too, with an adjacency of its own,
+and removed together with it. A route that table hardware has for itself wins over that.
 JSON: {"tables", "generation", "added", "changed", "removed"})";
 
-constexpr const char* routeCompletion = R"(0:* @lfibs@
+constexpr const char* routeCompletion = R"(0:* @tables@
 1:[!0-9]*
 *:table @lfibs@
 *:type @types@
@@ -77,9 +82,7 @@ std::string attributeCompletion() {
     for (const ViaAttribute& attribute : viaAttributes()) {
         std::string choices = attribute.value.find('|') == std::string::npos ? "" : attribute.value;
         std::replace(choices.begin(), choices.end(), '|', ' ');
-        if (!attribute.value.empty()) {
-            lines += fmt::format("*:{}{}{}\n", attribute.word, choices.empty() ? "" : " ", choices);
-        }
+        lines += fmt::format("*:{}{}{}\n", attribute.word, choices.empty() ? "" : " ", choices);
     }
     return lines;
 }
@@ -106,7 +109,7 @@ constexpr Command commands[]{
      deleteRoute,
      {"ROUTE", "[TABLE] LABEL", "", 1, -1},
      "",
-     "0:* @lfibs@\n1:[0-9]* table\n2:table @lfibs@\n"},
+     "0:* @tables@\n1:[0-9]* table\n2:table @lfibs@\n"},
     {"lfib", "diff", "Show what load would change", diffRoutes, configWord,
      R"(Prints a line with - for each route that load would remove and + for each that it would add.
 Exit codes: 0 no difference, 1 a difference, 2 an error
@@ -126,14 +129,15 @@ JSON: {"tables", "generation", "added", "changed", "removed"})",
      "Show routes",
      showRoutes,
      {"WORDS", "[TABLE] [LABEL]", "A table, a label, or both", 0, 2},
-     R"(TABLE: @shown-tables-list@
-       hardware means routes and adjacencies; in mvpn, LABEL is the id of a VRF
-Prints a line for each entry, a label route as lfib add takes it. All are of one generation.
+     R"(TABLE: @table-list@
+       hardware means routes and adjacencies; in adjacency and mvpn, LABEL is an id
+Prints a line for each entry as lfib add takes it. All are of one generation.
 JSON: {"tables", "generation", "time", "routes": [ROUTE]}
   ROUTE by table:
-    an LFIB    {"table", "label", "type", "multicast", "lookup": {"vrf", "payload"},
+    an LFIB    {"table", "label", "type", "multicast", "owner", "flags", "lookup": {"vrf", "payload"},
                 "tail": {"interface"}, "vias": [VIA]}
-    hardware   {"table", "label", "adjacency", "unprogrammed"}
+    hardware   {"table", "label", "adjacency", "unprogrammed", "derived"}; derived: programmed
+               along with the label's route in table transit
     adjacency  {"table", "id", "type", "multicast", "useBackups", "vias": [VIA],
                 "backups": [VIA]}
     mvpn       {"table", "vrfId", "interface"}
@@ -141,7 +145,7 @@ JSON: {"tables", "generation", "time", "routes": [ROUTE]}
   VIA: {"action", "labels", "nexthop", "interface", "weight", "ttl", "tc", "pushTc", "pushTtl",
         "payload", "mtu", "vlan", "fec", "vrf"}
   Every key is always there; null means unset.)",
-     "0:* @shown-tables@\n"},
+     "0:* @tables@\n"},
     {"lfib",
      "watch",
      "Show changes as they become visible",
@@ -160,7 +164,7 @@ line; the route is as in lfib show, of a removed route only its table and label)
      showCounters,
      {"LABEL", "", "Only this label", 0, 1},
      R"(JSON: {"labels": [{"label", "packets", "bytes"}],
-       "counters": [{"category", "module", "reason", "count"}]})"},
+       "counters": [{"category", "module", "reason", "count"}]}; %s in a reason: for all values)"},
     {"completion",
      "bash",
      "Print a completion script for bash",
@@ -173,6 +177,7 @@ line; the route is as in lfib show, of a removed route only its table and label)
 
 std::string expanded(std::string text) {
     constexpr auto types = Tessel::wordList<Mpls::LfibViaType>();
+    constexpr auto tables = Tessel::wordList<Mpls::TableId>();
     // A text may hold names that follow it.
     const std::pair<std::string_view, std::string> texts[]{
         {"@route-help@", routeHelp},
@@ -184,8 +189,8 @@ std::string expanded(std::string text) {
         {"@type-list@", joined(types, ", ")},
         {"@lfibs@", joined(lfibWords(), " ")},
         {"@lfib-list@", joined(lfibWords(), ", ")},
-        {"@shown-tables@", joined(shownTableWords(), " ")},
-        {"@shown-tables-list@", joined(shownTableWords(), ", ")},
+        {"@tables@", joined(tables, " ")},
+        {"@table-list@", joined(tables, ", ")},
         {"@interfaces@", "$(cd /sys/class/net 2> /dev/null && compgen -G '*')"},
         {"@present-tables@",
          "$(cd /dev/shm 2> /dev/null && compgen -G 'ovix-*' | sed 's/^ovix-//')"},

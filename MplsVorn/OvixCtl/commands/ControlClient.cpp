@@ -1,5 +1,3 @@
-#include "commands/ControlClient.h"
-
 #include <algorithm>
 #include <cassert>
 #include <cerrno>
@@ -10,6 +8,7 @@
 #include <sys/un.h>
 
 #include "Posix/FileDescriptor.h"
+#include "commands/Counters.h"
 
 namespace OvixCtl {
 
@@ -26,7 +25,8 @@ Tessel::Refused refusedForErrno(const std::string& path) {
         return refusedAt(path, "the agent does not answer");
     }
     if (errno == ENOENT || errno == ECONNREFUSED) {
-        return refusedAt(path, fmt::format("no agent is there: {}", std::strerror(errno)));
+        return refusedAt(path, errno == ENOENT ? "there is no such socket: is the agent running?"
+                                               : "no agent answers there");
     }
     return refusedAt(path, std::strerror(errno));
 }

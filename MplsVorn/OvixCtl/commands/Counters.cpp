@@ -5,10 +5,8 @@
 #include <optional>
 
 #include "Control/ControlServer.h"
+#include "Ovix/trace/NamedCounters.h"
 #include "commands/Command.h"
-#include "commands/ControlClient.h"
-#include "commands/Output.h"
-#include "route/RoutePrinting.h"
 #include "route/RouteWords.h"
 #include "route/TextTable.h"
 
@@ -101,8 +99,9 @@ std::string countersText(const Counters& counters) {
     }
     Rows named;
     for (const NamedCounter& counter : counters.named) {
+        const Ovix::EventText event = Ovix::readableEvent(counter.category, counter.reason);
         named.push_back(
-            {counter.category, counter.module, counter.reason, fmt::format("{}", counter.count)});
+            {event.category, counter.module, event.reason, fmt::format("{}", counter.count)});
     }
     std::string text = tableText({{"Label", right}, {"Packets", right}, {"Bytes", right}}, labels);
     text += labels.empty() || named.empty() ? "" : "\n";
@@ -131,7 +130,7 @@ Tessel::Result<int> showCounters(const Request& request) {
     if (!request.words.empty()) {
         const auto read = readWords([&] { return parseLabel(request.words.front()).value(); });
         if (!read) {
-            return usageError(read.refused());
+            return usageError(request, read.refused());
         }
         label = read.value();
     }

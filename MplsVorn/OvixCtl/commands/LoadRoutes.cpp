@@ -1,22 +1,17 @@
 // The commands that compare the tables with a configuration: diff and load.
 
-#include <cassert>
 #include <fmt/format.h>
 #include <iostream>
 #include <iterator>
-#include <stdexcept>
 
 #include "Config/Config.h"
 #include "Published/TablePublisher.h"
 #include "Tables/TableLoading.h"
-#include "commands/Output.h"
-#include "route/RoutePrinting.h"
-#include "tables/FrozenTables.h"
-#include "tables/TableDiff.h"
+#include "commands/Command.h"
+#include "route/RouteJson.h"
+#include "tables/EntryWriting.h"
 
 namespace OvixCtl {
-
-using Mpls::TableId;
 
 namespace {
 
@@ -74,59 +69,15 @@ void printDiffJson(const std::vector<Change>& changes, const IntfText& interface
                jsonText(tables.name()), tables.generation(), fmt::join(list, ","));
 }
 
-Mpls::RouteKey keyOf(std::uint32_t label) {
-    return Mpls::RouteKey::fromLabel(Lumo::MplsLabel(label));
-}
-
-/// Writes an entry. It was read from tables that took it.
-struct Put {
-    void operator()(const Mpls::LabelRoute& route) const {
-        if (const auto done = publisher.lfib(route.table).routeIs(route); !done) {
-            throw std::length_error(done.refused().what);
-        }
-    }
-    void operator()(const Mpls::Hardware::Route& route) const {
-        publisher.hardware().routeIs(route);
-    }
-    void operator()(const Mpls::Hardware::AdjacencyVias& adjacency) const {
-        publisher.hardware().adjacencyIs(key, *Mpls::Hardware::Adjacency::create(adjacency));
-    }
-    void operator()(const Routing::Multicast::MvpnVrfIntfId& vpn) const {
-        publisher.mvpn().vrfIntfIdIs(vpn.vrfId, vpn.intfId);
-    }
-    /// The configuration and Mpls::Via disagree on what is legal.
-    void operator()(const Damage& damage) const { throw std::runtime_error(damage.what); }
-
-    Mpls::TablePublisher& publisher;
-    std::uint32_t key;
-};
-
-void remove(Mpls::TablePublisher& publisher, TableId table, std::uint32_t key) {
-    switch (table) {
-    case TableId::mvpnIntfStatus:
-        publisher.mvpn().vrfIntfIdDel({key});
-        return;
-    case TableId::hardwareAdjacencies:
-        publisher.hardware().adjacencyDel(key);
-        return;
-    case TableId::hardwareRoutes:
-        publisher.hardware().routeDel(keyOf(key));
-        return;
-    default:
-        assert(Mpls::isLfib(table));
-        publisher.lfib(table).routeDel(keyOf(key));
-    }
-}
-
 void apply(const std::vector<Change>& changes, Mpls::TablePublisher& publisher) {
     for (const Change& change : changes) {
         if (!change.after) {
-            remove(publisher, change.before->table, change.before->key);
+            entryDel(publisher, change.before->table, change.before->key);
         }
     }
     for (const Change& change : changes) {
         if (change.after) {
-            std::visit(Put{publisher, change.after->key}, change.after->content);
+            entryIs(publisher, *change.after);
         }
     }
 }
@@ -150,7 +101,7 @@ Tessel::Result<int> diffRoutes(const Request& request) {
         printDiffLines(diff.changes, interfaces);
     }
     for (const std::string& what : diff.damage) {
-        complain(what);
+        complain(request, what);
     }
     if (!diff.damage.empty()) {
         return ExitCode::usage;
@@ -163,8 +114,8 @@ Tessel::Result<int> loadRoutes(const Request& request) {
     const WantedTables wanted(file);
     Mpls::TablePublisher publisher(Tessel::TableMemory::sharedForWriting(request.tables));
     if (const std::size_t repaired = publisher.tables().repaired(); repaired != 0) {
-        complain(fmt::format("tables \"{}\": {} damaged entries were removed", request.tables,
-                             repaired));
+        complain(request, fmt::format("tables \"{}\": {} damaged entries were removed",
+                                      request.tables, repaired));
     }
     // The memory of these entries is not used again before the commit.
     const TableView now(

@@ -1,10 +1,9 @@
-#include "commands/Output.h"
-
 #include <ctime>
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 
-#include "route/RoutePrinting.h"
+#include "commands/Command.h"
+#include "route/RouteJson.h"
 
 namespace OvixCtl {
 
@@ -16,12 +15,17 @@ std::string timeText(std::uint64_t nanoseconds) {
                        nanoseconds % perSecond / perMillisecond);
 }
 
-void complain(const std::string& what) {
-    fmt::print(stderr, "ovixctl: {}\n", what);
+std::string errorText(bool json, const std::string& what) {
+    return json ? fmt::format("{{\"error\":{}}}\n", jsonText(what))
+                : fmt::format("ovixctl: {}\n", what);
 }
 
-int usageError(const Tessel::Refused& refused) {
-    complain(refused.what);
+void complain(const Request& request, const std::string& what) {
+    fmt::print(stderr, "{}", errorText(request.json, what));
+}
+
+int usageError(const Request& request, const Tessel::Refused& refused) {
+    complain(request, refused.what);
     return ExitCode::usage;
 }
 

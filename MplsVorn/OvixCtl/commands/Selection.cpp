@@ -1,8 +1,8 @@
 #include "commands/Selection.h"
 
 #include <algorithm>
+#include <cassert>
 #include <fmt/format.h>
-#include <limits>
 
 #include "Config/ConfigText.h"
 #include "route/RouteWords.h"
@@ -13,15 +13,10 @@ using Mpls::TableId;
 
 namespace {
 
-constexpr auto shownTables = shownTableWords();
-
-bool isNumber(const std::string& word) {
-    return !word.empty() && word.find_first_not_of("0123456789") == std::string::npos;
-}
-
 /// Adjacencies belong to the hardware status.
-std::string_view shownWordOf(TableId table) noexcept {
-    return Tessel::wordOf(table == TableId::hardwareAdjacencies ? TableId::hardwareRoutes : table);
+bool isShownAs(TableId table, TableId wanted) noexcept {
+    return table == wanted ||
+           (table == TableId::hardwareAdjacencies && wanted == TableId::hardwareRoutes);
 }
 
 void selectAll(const TableView& view, TableId table, Selection& selection) {
@@ -33,6 +28,7 @@ void selectAll(const TableView& view, TableId table, Selection& selection) {
 }
 
 void selectLabel(const TableView& view, TableId table, std::uint32_t label, Selection& selection) {
+    assert(table != TableId::mvpnIntfStatus);
     if (!view.has(table, label)) {
         return;
     }
@@ -61,18 +57,10 @@ ShowFilter filterFrom(const std::vector<std::string>& words) {
     ShowFilter filter;
     auto word = words.begin();
     if (word != words.end() && !isNumber(*word)) {
-        filter.table = *word++;
-        if (std::find(shownTables.begin(), shownTables.end(), filter.table) == shownTables.end()) {
-            throw UsageError(fmt::format("there is no table {}{}",
-                                         OvixAgent::inQuotes(filter.table),
-                                         OvixAgent::suggestion(filter.table, shownTables)));
-        }
+        filter.table = parseTable(*word++, Tessel::wordList<TableId>());
     }
     if (word != words.end()) {
-        filter.key = filter.table == Tessel::wordOf(TableId::mvpnIntfStatus)
-                         ? static_cast<std::uint32_t>(parseNumber(
-                               *word++, "VRF id", 0, std::numeric_limits<std::uint32_t>::max()))
-                         : parseLabel(*word++).value();
+        filter.key = parseKey(*word++, filter.table.value_or(TableId::transitLfib));
     }
     if (word != words.end()) {
         throw UsageError(fmt::format("{} is not expected here", OvixAgent::inQuotes(*word)));
@@ -83,10 +71,9 @@ ShowFilter filterFrom(const std::vector<std::string>& words) {
 } // namespace
 
 std::string ShowFilter::text() const {
-    const std::string_view noun =
-        table == Tessel::wordOf(TableId::mvpnIntfStatus) ? "VRF" : "label";
-    return fmt::format("{} {}{}{}", noun, key.value_or(0), table.empty() ? "" : " in table ",
-                       table);
+    const std::string in = table ? fmt::format(" in table {}", Tessel::wordOf(*table)) : "";
+    return fmt::format("{} {}{}", nounOf(table.value_or(TableId::transitLfib)), key.value_or(0),
+                       in);
 }
 
 Tessel::Result<ShowFilter> parseShowFilter(const std::vector<std::string>& words) {
@@ -97,14 +84,15 @@ Selection select(const TableView& view, const ShowFilter& filter) {
     Selection selection;
     for (std::size_t i = 0; i < entryTables; ++i) {
         const auto table = static_cast<TableId>(i);
-        if (!filter.table.empty() && shownWordOf(table) != filter.table) {
+        if (filter.table && !isShownAs(table, *filter.table)) {
             continue;
         }
         if (!filter.key) {
             selectAll(view, table, selection);
-        } else if (Mpls::isLfib(table) || table == TableId::hardwareRoutes) {
+        } else if (Mpls::isLfib(table) || table == TableId::hardwareRoutes ||
+                   filter.table == TableId::hardwareAdjacencies) {
             selectLabel(view, table, *filter.key, selection);
-        } else if (table == TableId::mvpnIntfStatus && !filter.table.empty()) {
+        } else if (filter.table == TableId::mvpnIntfStatus) {
             selectVrf(view, *filter.key, selection);
         }
     }

@@ -12,14 +12,14 @@ namespace OvixCtl {
 
 /// What to show.
 struct ShowFilter {
-    std::string table;                ///< one of shownTableWords(); empty: all
-    std::optional<std::uint32_t> key; ///< a label; of table mvpn the id of a VRF
+    std::optional<Mpls::TableId> table; ///< unset: all; hardwareRoutes: also their adjacencies
+    std::optional<std::uint32_t> key;   ///< a label; of table mvpn the id of a VRF
 
     /// "label 100", "label 100 in table transit".
     std::string text() const;
 };
 
-/// [TABLE] [LABEL]; refuses other words.
+/// [TABLE] [KEY]; refuses other words.
 Tessel::Result<ShowFilter> parseShowFilter(const std::vector<std::string>& words);
 
 /// The entries that a filter selects, by table and key.

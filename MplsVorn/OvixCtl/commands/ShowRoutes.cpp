@@ -1,9 +1,8 @@
 #include <fmt/format.h>
 
-#include "commands/Output.h"
+#include "commands/Command.h"
 #include "commands/Selection.h"
-#include "route/RoutePrinting.h"
-#include "tables/FrozenTables.h"
+#include "route/RouteJson.h"
 
 namespace OvixCtl {
 
@@ -36,15 +35,16 @@ void printJson(const TableView& view, const Selection& selection, const IntfText
 }
 
 /// Reports damaged entries, and returns how many there are.
-std::size_t reportDamage(const TableView& view, const Selection& selection) {
+std::size_t reportDamage(const Request& request, const TableView& view,
+                         const Selection& selection) {
     std::size_t found = selection.damage.size();
     for (const std::string& what : selection.damage) {
-        complain(what);
+        complain(request, what);
     }
     visit(view, selection, [&](const Entry& entry) {
         if (const Damage* damage = entry.damage()) {
-            complain(fmt::format("table {}: {} {}: {}", Tessel::wordOf(entry.table),
-                                 keyNameOf(entry.table), entry.key, damage->what));
+            complain(request, fmt::format("table {}: {} {}: {}", Tessel::wordOf(entry.table),
+                                          keyNameOf(entry.table), entry.key, damage->what));
             ++found;
         }
     });
@@ -56,7 +56,7 @@ std::size_t reportDamage(const TableView& view, const Selection& selection) {
 Tessel::Result<int> showRoutes(const Request& request) {
     const Tessel::Result<ShowFilter> filter = parseShowFilter(request.words);
     if (!filter) {
-        return usageError(filter.refused());
+        return usageError(request, filter.refused());
     }
     const auto frozen = freezeTables(request.tables);
     if (!frozen) {
@@ -70,7 +70,7 @@ Tessel::Result<int> showRoutes(const Request& request) {
             fmt::format("tables \"{}\" have no {}", request.tables, filter.value().text())};
     }
     (request.json ? printJson : printLines)(view, selection, interfaces);
-    return reportDamage(view, selection) == 0 ? ExitCode::success : ExitCode::failure;
+    return reportDamage(request, view, selection) == 0 ? ExitCode::success : ExitCode::failure;
 }
 
 } // namespace OvixCtl

@@ -4,9 +4,8 @@
 #include <fmt/format.h>
 
 #include "Tessel/Exceptions.h"
-#include "commands/Output.h"
-#include "route/RoutePrinting.h"
-#include "tables/FrozenTables.h"
+#include "commands/Command.h"
+#include "route/RouteJson.h"
 #include "tables/TableWatch.h"
 
 namespace OvixCtl {
@@ -93,10 +92,10 @@ Tessel::Result<int> watchRoutes(const Request& request) {
         return tables.refused();
     }
     TableWatch watch(tables.value());
-    complain(fmt::format("watching tables \"{}\" from generation {} on", request.tables,
-                         watch.reader().generation()));
+    fmt::print(stderr, "ovixctl: watching tables \"{}\" from generation {} on\n", request.tables,
+               watch.reader().generation());
     int code = ExitCode::success;
-    std::uint64_t left = request.count == 0 ? ~std::uint64_t{0} : request.count;
+    std::uint64_t left = request.count;
     while (left != 0 && std::ferror(stdout) == 0) {
         try {
             if (const auto changes = watch.look(); !changes.empty()) {
@@ -104,7 +103,7 @@ Tessel::Result<int> watchRoutes(const Request& request) {
                 continue;
             }
         } catch (const Tessel::CorruptionDetected& corruption) {
-            complain(corruption.what());
+            complain(request, corruption.what());
             code = ExitCode::failure;
         }
         if (signals.cameWhileWaiting()) {

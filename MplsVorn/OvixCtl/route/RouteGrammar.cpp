@@ -1,19 +1,19 @@
 #include "route/RouteGrammar.h"
 
 #include <algorithm>
-#include <cassert>
+#include <array>
 #include <fmt/format.h>
-#include <limits>
 #include <optional>
+#include <set>
 #include <span>
 
 #include "Config/ConfigText.h"
 #include "route/RouteWords.h"
-#include "tables/TableView.h"
+#include "route/ViaWords.h"
 
 namespace OvixCtl {
 
-using Lumo::MplsLabelAction;
+using Mpls::LfibViaSetType;
 using Mpls::LfibViaType;
 using Mpls::TableId;
 using OvixAgent::inQuotes;
@@ -24,312 +24,255 @@ namespace {
     throw UsageError(what);
 }
 
-/// A via in the making: a pop unless its words say otherwise.
-struct Hop {
-    MplsLabelAction action = MplsLabelAction::pop;
-    std::vector<Lumo::MplsLabel> labels;
-    Mpls::ViaOptions options;
-    std::uint64_t fec = 0;
-    std::uint32_t weight = 1;
-};
+/// The tables that a word is for.
+namespace For {
+constexpr unsigned lfib = 1;
+constexpr unsigned hardware = 2;
+constexpr unsigned adjacency = 4;
+constexpr unsigned mvpn = 8;
+constexpr unsigned vias = lfib | adjacency;
+} // namespace For
 
-/// Takes the words of a route one by one.
+constexpr unsigned kindOf(TableId table) noexcept {
+    return Mpls::isLfib(table)                     ? For::lfib
+           : table == TableId::hardwareRoutes      ? For::hardware
+           : table == TableId::hardwareAdjacencies ? For::adjacency
+                                                   : For::mvpn;
+}
+
+/// Takes the words of an entry one by one.
 class Parser {
   public:
     explicit Parser(std::span<const std::string> words) : rest_(words) {
-        if (!rest_.empty() && lfibNamed(rest_.front())) {
-            takeTable();
+        if (!rest_.empty() && !rest_.beginWithNumber()) {
+            takeFirstTable();
         }
-        name_.label = parseLabel(next("a label"));
+        key_ = parseKey(rest_.next("a label"), table_);
     }
 
-    ParsedRoute parse();
-    RouteName parseName();
+    ParsedEntry parse();
+    EntryName parseName();
 
     struct Word {
         std::string_view word;
-        void (Parser::*take)();
+        unsigned tables;
+        void (*take)(Parser&);
+        bool isOnce = true;
     };
-    static const std::array<Word, 11> all;
+    static const std::array<Word, 13> all;
 
   private:
-    static std::optional<TableId> lfibNamed(std::string_view word) noexcept {
-        const auto table = Tessel::valueOf<TableId>(word);
-        return table && Mpls::isLfib(*table) ? table : std::nullopt;
-    }
-
-    const std::string& next(std::string_view what);
     void takeWord(const std::string& word);
-    void takeTable();
-    void takeMulticast() { parsed_.route.setType = Mpls::LfibViaSetType::multicast; }
-    void takeType() { type_ = parseWord<LfibViaType>(next("a type"), "type"); }
+    void takeFirstTable();
+    void takeTable() { table_ = parseTable(rest_.next("the name of a table"), lfibWords()); }
+    std::uint8_t nextByte(std::string_view noun) {
+        return static_cast<std::uint8_t>(parseNumber(rest_.next("a number"), noun, 0, 255));
+    }
     void takeTail();
-    void takeNexthop();
-    void takeSwap();
-    void takePush();
-    void takeLabels(MplsLabelAction action);
-    void takeAddress();
-    void takeInterface() { hop().options.intf = nextInterface(hop().options.intf); }
-    void takeWeight();
-    void takeFec() { hop().fec = parseNumber(next("a fec"), "fec", 1, Mpls::Via::maxFec); }
-    Lumo::IntfId nextInterface(Lumo::IntfId given);
+    void startVia(bool isBackup);
+    void finishVia();
+    decltype(Entry::content) finish();
+    Mpls::LabelRoute labelRoute();
+    LfibViaType viaType() const;
 
-    Hop& hop() { return hop_ ? *hop_ : hop_.emplace(); }
-    void finishHop();
-    void finishRoute();
-    void checkEnd() const;
-
-    std::span<const std::string> rest_;
-    RouteName name_;
-    ParsedRoute parsed_;
-    std::optional<Hop> hop_;
-    std::optional<LfibViaType> type_;
-    bool hasTable_ = false;
+    Words rest_;
+    TableId table_ = TableId::transitLfib;
+    std::uint32_t key_ = 0;
+    std::set<std::string_view> given_; ///< the words that the entry has
+    std::optional<ViaDraft> via_;
     bool hasNexthop_ = false;
+    std::optional<LfibViaType> type_;
+    Mpls::LabelRoute route_; ///< an adjacency's set type and vias, too
+    std::vector<Mpls::WeightedVia> backups_;
+    bool useBackups_ = false;
+    Mpls::Hardware::Route hardware_;
+    Routing::Multicast::MvpnVrfIntfId vpn_;
 };
 
-constexpr std::array<Parser::Word, 11> Parser::all{{
-    {"table", &Parser::takeTable},
-    {"multicast", &Parser::takeMulticast},
-    {"type", &Parser::takeType},
-    {"tail", &Parser::takeTail},
-    {"nexthop", &Parser::takeNexthop},
-    {"as", &Parser::takeSwap},
-    {"push", &Parser::takePush},
-    {"via", &Parser::takeAddress},
-    {"dev", &Parser::takeInterface},
-    {"weight", &Parser::takeWeight},
-    {"fec", &Parser::takeFec},
+constexpr std::array<Parser::Word, 13> Parser::all{{
+    {"table", For::lfib, [](Parser& p) { p.takeTable(); }},
+    {"multicast", For::vias, [](Parser& p) { p.route_.setType = LfibViaSetType::multicast; }},
+    {"type", For::vias, [](Parser& p) { p.type_ = parseType(p.rest_.next("a type")); }},
+    {"owner", For::lfib, [](Parser& p) { p.route_.owner = p.nextByte("owner"); }},
+    {"flags", For::lfib, [](Parser& p) { p.route_.flags = p.nextByte("flags"); }},
+    {"tail", For::lfib, [](Parser& p) { p.takeTail(); }},
+    {"use-backups", For::adjacency, [](Parser& p) { p.useBackups_ = true; }},
+    {"nexthop", For::vias, [](Parser& p) { p.startVia(false); }, false},
+    {"backup", For::adjacency, [](Parser& p) { p.startVia(true); }, false},
+    {"adjacency", For::hardware,
+     [](Parser& p) {
+         p.hardware_.adjacencyKey =
+             parseKey(p.rest_.next("the id of an adjacency"), TableId::hardwareAdjacencies);
+     }},
+    {"unprogrammed", For::hardware, [](Parser& p) { p.hardware_.unprogrammed = true; }},
+    {"dev", For::mvpn, [](Parser& p) { p.vpn_.intfId = p.rest_.nextInterface(); }},
+    {"vlan", For::mvpn, [](Parser& p) { p.vpn_.intfId = p.rest_.nextVlan(); }},
 }};
 
-} // namespace
-
-std::vector<std::string_view> routeWords() {
+/// The words that an entry of a table may have behind its key.
+std::vector<std::string_view> wordsFor(unsigned kind) {
     std::vector<std::string_view> words;
     for (const Parser::Word& known : Parser::all) {
-        words.push_back(known.word);
+        if ((known.tables & kind) != 0) {
+            words.push_back(known.word);
+        }
     }
-    for (const ViaAttribute& attribute : viaAttributes()) {
-        words.push_back(attribute.word);
+    if ((kind & For::vias) != 0) {
+        const auto ofVias = ViaDraft::words();
+        words.insert(words.end(), ofVias.begin(), ofVias.end());
     }
     return words;
 }
 
-namespace {
-
-const std::string& Parser::next(std::string_view what) {
-    if (rest_.empty()) {
-        fail(fmt::format("{} is missing at the end", what));
+ParsedEntry Parser::parse() {
+    while (!rest_.empty()) {
+        takeWord(rest_.next(""));
     }
-    const std::string& word = rest_.front();
-    rest_ = rest_.subspan(1);
-    return word;
+    finishVia();
+    auto content = finish();
+    return {{table_, key_, std::move(content)}, rest_.interfaces()};
 }
 
-ParsedRoute Parser::parse() {
+EntryName Parser::parseName() {
     while (!rest_.empty()) {
-        takeWord(next(""));
-    }
-    finishHop();
-    finishRoute();
-    return std::move(parsed_);
-}
-
-RouteName Parser::parseName() {
-    while (!rest_.empty()) {
-        const std::string& word = next("");
-        if (word != "table") {
+        const std::string& word = rest_.next("");
+        if (word != "table" || !Mpls::isLfib(table_)) {
             fail(fmt::format("{} is not expected here; known: table", inQuotes(word)));
         }
+        once(given_, "table");
         takeTable();
     }
-    return name_;
+    return {table_, key_};
 }
 
 void Parser::takeWord(const std::string& word) {
+    const unsigned kind = kindOf(table_);
     for (const Word& known : all) {
-        if (known.word == word) {
-            return (this->*known.take)();
+        if (known.word == word && (known.tables & kind) != 0) {
+            if (known.isOnce) {
+                once(given_, known.word);
+            }
+            return known.take(*this);
         }
     }
-    for (const ViaAttribute& attribute : viaAttributes()) {
-        if (attribute.word == word) {
-            static const std::string none;
-            const bool hasValue = !attribute.value.empty();
-            return attribute.take(hop().options, attribute.word,
-                                  hasValue ? next(fmt::format("the value of {}", word)) : none);
-        }
+    const bool isTaken =
+        (kind & For::vias) != 0 && (via_ ? *via_ : via_.emplace()).take(word, rest_);
+    if (!isTaken) {
+        fail(fmt::format("{} is not expected here{}", inQuotes(word),
+                         OvixAgent::suggestion(word, wordsFor(kind))));
     }
-    fail(fmt::format("{} is not expected here{}", inQuotes(word),
-                     OvixAgent::suggestion(word, routeWords())));
 }
 
-void Parser::takeTable() {
-    const std::string& word = next("the name of a table");
-    const auto table = lfibNamed(word);
+void Parser::takeFirstTable() {
+    constexpr auto tables = Tessel::wordList<TableId>();
+    const std::string& word = rest_.next("");
+    const auto table = Tessel::valueOf<TableId>(word);
     if (!table) {
-        fail(fmt::format("there is no table {}{}", inQuotes(word),
-                         OvixAgent::suggestion(word, lfibWords())));
+        fail(fmt::format("{} is neither a table nor a label{}", inQuotes(word),
+                         OvixAgent::suggestion(word, tables)));
     }
-    name_.table = *table;
-    hasTable_ = true;
+    table_ = *table;
+    given_.insert("table");
 }
 
 void Parser::takeTail() {
-    Lumo::IntfId intf;
-    if (!rest_.empty() && rest_.front() == "vlan") {
-        next("");
-        const auto vlan = parseNumber(next("a VLAN"), "vlan", 1, Mpls::Via::maxVlan);
-        intf = Lumo::VlanIntfId::vlanIdToIntfId(static_cast<std::uint16_t>(vlan));
-    } else if (!rest_.empty() && rest_.front() == "dev") {
-        next("");
-        intf = nextInterface({});
-    }
-    parsed_.route.tail = Mpls::LfibMulticastIpLookupVia::toward(intf);
-    takeMulticast();
+    route_.tail =
+        Mpls::LfibMulticastIpLookupVia::toward(rest_.nextIs("vlan")  ? rest_.nextVlan()
+                                               : rest_.nextIs("dev") ? rest_.nextInterface()
+                                                                     : Lumo::IntfId());
+    route_.setType = LfibViaSetType::multicast;
 }
 
-void Parser::takeNexthop() {
-    if (hop_ && !hasNexthop_) {
-        fail("\"nexthop\" comes before the words of its hop");
+void Parser::startVia(bool isBackup) {
+    if (via_ && !hasNexthop_ && !isBackup) {
+        fail("\"nexthop\" comes before the words of its via");
     }
-    finishHop();
+    finishVia();
     hasNexthop_ = true;
-    hop_.emplace();
+    via_.emplace(isBackup);
 }
 
-void Parser::takeSwap() {
-    if (!rest_.empty() && rest_.front() == "to") {
-        next("");
-    }
-    takeLabels(MplsLabelAction::swap);
-}
-
-void Parser::takePush() {
-    takeLabels(MplsLabelAction::push);
-}
-
-void Parser::takeLabels(MplsLabelAction action) {
-    if (!hop().labels.empty()) {
-        fail("the labels of a hop are given twice");
-    }
-    hop().labels = parseLabels(next("a label stack"));
-    hop().action = action;
-}
-
-void Parser::takeAddress() {
-    if (hop().options.nexthop.family() != Lumo::IpFamily::none) {
-        fail("the address of a hop is given twice");
-    }
-    const std::string& word = next("an address");
-    const bool isFamily = word == "inet" || word == "inet6";
-    hop().options.nexthop =
-        isFamily ? parseAddress(next("an address"), word) : parseAddress(word, "");
-}
-
-Lumo::IntfId Parser::nextInterface(Lumo::IntfId given) {
-    if (!given.empty()) {
-        fail("the interface of a hop is given twice");
-    }
-    const std::string& word = next("an interface");
-    const Lumo::IntfId intf = parseInterface(word);
-    if (intf == Lumo::IntfId(word)) {
-        parsed_.interfaces.push_back(word);
-    }
-    return intf;
-}
-
-void Parser::takeWeight() {
-    hop().weight = static_cast<std::uint32_t>(
-        parseNumber(next("a weight"), "weight", 0, std::numeric_limits<std::uint32_t>::max()));
-}
-
-Tessel::Result<Mpls::Via> viaOf(const Hop& hop) {
-    using Mpls::Via;
-    const MplsLabelAction action = hop.action;
-    const std::vector<Lumo::MplsLabel>& labels = hop.labels;
-    Mpls::ViaOptions options = hop.options;
-    if (hop.fec != 0) {
-        return Via::towardFec(hop.fec, action, labels, options);
-    }
-    const bool leadsOut = !options.intf.empty() || options.nexthop.family() != Lumo::IpFamily::none;
-    if (action == MplsLabelAction::pop && !options.vrf.empty() && !leadsOut) {
-        Mpls::ViaOptions lookUp;
-        lookUp.vrf = options.vrf;
-        lookUp.payload = options.payload;
-        if (options != lookUp) {
-            return Tessel::Refused{"a look-up in a VRF takes payload only"};
-        }
-        return Via::popAndLookUp(options.vrf, options.payload);
-    }
-    if (options.vrf.view() == L3::defaultVrf) {
-        options.vrf = L3::VrfName();
-    }
-    switch (action) {
-    case MplsLabelAction::swap:
-        return Via::swap(labels, options);
-    case MplsLabelAction::push:
-        return Via::push(labels, options);
-    default:
-        return Via::pop(options);
-    }
-}
-
-void Parser::finishHop() {
-    if (!hop_) {
+void Parser::finishVia() {
+    if (!via_) {
         return;
     }
-    auto& vias = parsed_.route.vias;
-    const auto via = viaOf(*hop_);
-    if (!via) {
-        fail(fmt::format("hop {}: {}", vias.size() + 1, via.refused().what));
+    if (route_.tail && !hasNexthop_) {
+        fail("beside a tail each via begins with \"nexthop\"");
     }
-    vias.push_back({via.value(), hop_->weight});
-    hop_.reset();
+    auto& vias = via_->isBackup() ? backups_ : route_.vias;
+    const auto made = via_->made();
+    if (!made) {
+        fail(fmt::format("{} {}: {}", via_->isBackup() ? "backup" : "via", vias.size() + 1,
+                         made.refused().what));
+    }
+    vias.push_back(made.value());
+    via_.reset();
 }
 
-void Parser::finishRoute() {
-    Mpls::LabelRoute& route = parsed_.route;
-    if (route.vias.empty() && !route.tail) {
+decltype(Entry::content) Parser::finish() {
+    switch (table_) {
+    case TableId::hardwareRoutes:
+        if (!given_.contains("adjacency")) {
+            fail("a hardware route needs adjacency");
+        }
+        hardware_.routeKey = Mpls::RouteKey::fromLabel(Lumo::MplsLabel(key_));
+        return hardware_;
+    case TableId::hardwareAdjacencies:
+        if (route_.vias.empty()) {
+            fail("an adjacency needs via, dev, fec, vrf or nexthop");
+        }
+        return Mpls::Hardware::AdjacencyVias{viaType(), route_.setType, useBackups_, route_.vias,
+                                             backups_};
+    case TableId::mvpnIntfStatus:
+        if (given_.size() != 2) { // the table and one of them
+            fail("a multicast VPN needs either dev or vlan");
+        }
+        vpn_.vrfId = {key_};
+        return vpn_;
+    default:
+        return labelRoute();
+    }
+}
+
+/// The type that is given, which must not contradict the vias, or else the one that they imply.
+LfibViaType Parser::viaType() const {
+    const bool hasTail = route_.tail.has_value();
+    const LfibViaType type = type_.value_or(Mpls::impliedType(route_.vias, hasTail));
+    for (const auto* vias : {&route_.vias, &backups_}) {
+        if (const auto checked = Mpls::checkType(type, *vias, hasTail); !checked) {
+            fail(checked.refused().what);
+        }
+    }
+    return type;
+}
+
+Mpls::LabelRoute Parser::labelRoute() {
+    if (route_.vias.empty() && !route_.tail) {
         fail("a route needs via, dev, fec, vrf, nexthop or tail");
     }
-    const bool endsHere = route.isLookUp() || route.tail;
-    if (endsHere && !hasTable_) {
-        name_.table = TableId::decapLfib;
+    if ((route_.isLookUp() || route_.tail) && !given_.contains("table")) {
+        table_ = TableId::decapLfib;
     }
-    route.label = name_.label;
-    route.table = name_.table;
-    route.viaType = type_.value_or(route.usualViaType());
-    if (route.tail.has_value() != (route.viaType == LfibViaType::multicastIpLookup)) {
-        fail("type multicast-ip-lookup goes with tail");
-    }
-    if (route.leadsToFec() && route.viaType != LfibViaType::externalFec) {
-        fail("fec goes with type external-fec");
-    }
-    if (endsHere) {
-        checkEnd();
-    }
-}
-
-void Parser::checkEnd() const {
-    const Mpls::LabelRoute& route = parsed_.route;
-    assert(route.tail || route.isLookUp());
-    if (route.table == TableId::transitLfib) {
-        fail(fmt::format("a route with {} ends here and cannot be in table transit",
-                         route.tail ? "tail" : "vrf"));
-    }
-    if (!route.tail && (route.isMulticast() || route.vias.front().weight != 1)) {
+    route_.label = Lumo::MplsLabel(key_);
+    route_.table = table_;
+    route_.viaType = viaType();
+    if (route_.isLookUp() && (route_.isMulticast() || route_.vias.front().weight != 1)) {
         fail("a look-up in a VRF has neither weight nor multicast");
     }
+    return route_;
 }
 
 } // namespace
 
-Tessel::Result<ParsedRoute> parseRoute(const std::vector<std::string>& words) {
+std::vector<std::string_view> routeWords() {
+    return wordsFor(For::lfib);
+}
+
+Tessel::Result<ParsedEntry> parseEntry(const std::vector<std::string>& words) {
     return readWords([&] { return Parser(words).parse(); });
 }
 
-Tessel::Result<RouteName> parseRouteName(const std::vector<std::string>& words) {
+Tessel::Result<EntryName> parseEntryName(const std::vector<std::string>& words) {
     return readWords([&] { return Parser(words).parseName(); });
 }
 

@@ -4,30 +4,30 @@
 #include <string_view>
 #include <vector>
 
-#include "Mpls/LabelRoute.h"
 #include "Tessel/Result.h"
+#include "tables/TableView.h"
 
 namespace OvixCtl {
 
-/// A route of an LFIB as words give it, and the interfaces that it names.
-struct ParsedRoute {
-    Mpls::LabelRoute route;
+/// An entry of a table as words give it, and the interfaces that it names.
+struct ParsedEntry {
+    Entry entry;
     std::vector<std::string> interfaces;
 };
 
-/// Parses a route as routeText() prints it, and as `ovixctl lfib add --help` describes it. Refuses
+/// Parses an entry as routeText() prints it, and as `ovixctl lfib add --help` describes it. Refuses
 /// other words, naming them.
-Tessel::Result<ParsedRoute> parseRoute(const std::vector<std::string>& words);
+Tessel::Result<ParsedEntry> parseEntry(const std::vector<std::string>& words);
 
-/// The table and the label of a route.
-struct RouteName {
+/// The table and the key of an entry.
+struct EntryName {
     Mpls::TableId table = Mpls::TableId::transitLfib;
-    Lumo::MplsLabel label;
+    std::uint32_t key = 0;
 };
-/// [TABLE] LABEL [table TABLE]
-Tessel::Result<RouteName> parseRouteName(const std::vector<std::string>& words);
+/// [TABLE] KEY [table TABLE]; without a table, the transit LFIB.
+Tessel::Result<EntryName> parseEntryName(const std::vector<std::string>& words);
 
-/// The words that a route may have behind its label.
+/// The words that a label route may have behind its label.
 std::vector<std::string_view> routeWords();
 
 } // namespace OvixCtl

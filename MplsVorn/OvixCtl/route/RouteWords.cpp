@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <charconv>
 #include <fmt/format.h>
+#include <limits>
 
 #include "Config/ConfigText.h"
 
 namespace OvixCtl {
 
-using Mpls::ViaOptions;
 using OvixAgent::inQuotes;
 
 namespace {
@@ -16,43 +16,25 @@ namespace {
 constexpr std::size_t maxInterfaceName = 15;
 constexpr std::size_t interfaceIdSize = 18; ///< "0x" and 16 digits: longer than any name
 
-using Text = std::optional<std::string>;
-
-template <class Number>
-Text unless(Number usual, Number value) {
-    return value == usual ? Text() : fmt::format("{}", value);
-}
-template <class Value>
-Text wordUnless(Value usual, Value value) {
-    return value == usual ? Text() : Tessel::textOf(value);
-}
-template <class Value>
-std::string choice() {
-    return fmt::format("{}", fmt::join(Tessel::wordList<Value>(), "|"));
-}
-
-/// A row for a number of `min` to `max`; 0 means unset.
-template <auto Member, std::uint64_t Min, std::uint64_t Max>
-ViaAttribute numberAttribute(std::string_view word) {
-    return {word, "N",
-            [](const ViaOptions& options) { return unless<std::uint64_t>(0, options.*Member); },
-            [](ViaOptions& options, std::string_view noun, const std::string& value) {
-                using Number = std::remove_reference_t<decltype(options.*Member)>;
-                options.*Member = static_cast<Number>(parseNumber(value, noun, Min, Max));
-            }};
-}
-
-template <auto Member, class Value>
-ViaAttribute wordAttribute(std::string_view word) {
-    return {
-        word, choice<Value>(),
-        [](const ViaOptions& options) { return wordUnless(ViaOptions().*Member, options.*Member); },
-        [](ViaOptions& options, std::string_view noun, const std::string& value) {
-            options.*Member = parseWord<Value>(value, noun);
-        }};
+void checkName(const std::string& word, std::string_view noun, std::size_t most) {
+    if (word.empty() || word.size() > most || !isPlain(word)) {
+        throw UsageError(fmt::format("the name of {} is 1 to {} bytes without blanks, not {}", noun,
+                                     most, inQuotes(word)));
+    }
 }
 
 } // namespace
+
+bool isNumber(std::string_view word) noexcept {
+    return !word.empty() && word.find_first_not_of("0123456789") == word.npos;
+}
+
+bool isPlain(std::string_view name) noexcept {
+    return std::none_of(name.begin(), name.end(), [](char c) {
+        const auto byte = static_cast<unsigned char>(c);
+        return byte <= ' ' || byte == 0x7f;
+    });
+}
 
 std::uint64_t parseNumber(const std::string& word, std::string_view noun, std::uint64_t min,
                           std::uint64_t max) {
@@ -108,19 +90,40 @@ Lumo::IntfId parseInterface(const std::string& word) {
         std::from_chars(word.data() + 2, end, id, 16).ptr == end) {
         return Lumo::IntfId::fromValue(id);
     }
-    if (word.empty() || word.size() > maxInterfaceName) {
-        throw UsageError(fmt::format("the name of an interface is 1 to {} bytes, not {}",
-                                     maxInterfaceName, inQuotes(word)));
-    }
+    checkName(word, "an interface", maxInterfaceName);
     return Lumo::IntfId(word);
 }
 
 L3::VrfName parseVrf(const std::string& word) {
-    if (word.empty() || word.size() > L3::VrfName::maxSize) {
-        throw UsageError(
-            fmt::format("the name of a VRF is 1 to {} bytes", std::size_t{L3::VrfName::maxSize}));
-    }
+    checkName(word, "a VRF", L3::VrfName::maxSize);
     return L3::VrfName(std::string_view(word));
+}
+
+Mpls::LfibViaType parseType(const std::string& word) {
+    constexpr std::uint64_t maxType = 255;
+    return isNumber(word) ? Mpls::LfibViaType(parseNumber(word, "type", 0, maxType))
+                          : parseWord<Mpls::LfibViaType>(word, "type");
+}
+
+Mpls::TableId parseTable(const std::string& word, std::span<const std::string_view> tables) {
+    if (std::find(tables.begin(), tables.end(), word) == tables.end()) {
+        throw UsageError(fmt::format("there is no table {}{}", inQuotes(word),
+                                     OvixAgent::suggestion(word, tables)));
+    }
+    return *Tessel::valueOf<Mpls::TableId>(word);
+}
+
+std::uint32_t parseKey(const std::string& word, Mpls::TableId table) {
+    switch (table) {
+    case Mpls::TableId::mvpnIntfStatus:
+        return static_cast<std::uint32_t>(
+            parseNumber(word, "VRF id", 0, std::numeric_limits<std::uint32_t>::max()));
+    case Mpls::TableId::hardwareAdjacencies:
+        return static_cast<std::uint32_t>(
+            parseNumber(word, "adjacency", 0, Tessel::TableLayout::maxKey));
+    default:
+        return parseLabel(word).value();
+    }
 }
 
 void refuseWord(const std::string& word, std::string_view noun,
@@ -129,54 +132,39 @@ void refuseWord(const std::string& word, std::string_view noun,
                                  OvixAgent::suggestion(word, known)));
 }
 
-namespace {
-
-Text classText(std::optional<std::uint8_t> tc) {
-    return tc ? fmt::format("{}", *tc) : Text();
+void once(std::set<std::string_view>& given, std::string_view word) {
+    if (!given.insert(word).second) {
+        throw UsageError(fmt::format("{} is given twice", inQuotes(word)));
+    }
 }
 
-std::optional<std::uint8_t> parseClass(const std::string& word, std::string_view noun) {
-    return static_cast<std::uint8_t>(parseNumber(word, noun, 0, 7));
+const std::string& Words::next(std::string_view what) {
+    if (empty()) {
+        throw UsageError(fmt::format("{} is missing at the end", what));
+    }
+    const std::string& word = rest_.front();
+    rest_ = rest_.subspan(1);
+    return word;
 }
 
-} // namespace
+bool Words::nextIs(std::string_view word) {
+    const bool is = !empty() && rest_.front() == word;
+    rest_ = rest_.subspan(is ? 1 : 0);
+    return is;
+}
 
-const std::vector<ViaAttribute>& viaAttributes() {
-    static const std::vector<ViaAttribute> all{
-        wordAttribute<&ViaOptions::ttl, Mpls::TtlMode>("ttl"),
-        {"tc", "0|1|2|3|4|5|6|7|uniform",
-         [](const ViaOptions& options) {
-             return options.tcUniform ? Text("uniform") : classText(options.tc);
-         },
-         [](ViaOptions& options, std::string_view noun, const std::string& value) {
-             options.tcUniform = value == "uniform";
-             options.tc = options.tcUniform ? std::nullopt : parseClass(value, noun);
-         }},
-        {"push-tc", "N", [](const ViaOptions& options) { return classText(options.pushTc); },
-         [](ViaOptions& options, std::string_view noun, const std::string& value) {
-             options.pushTc = parseClass(value, noun);
-         }},
-        numberAttribute<&ViaOptions::pushTtl, 1, 255>("push-ttl"),
-        wordAttribute<&ViaOptions::payload, Mpls::PayloadType>("payload"),
-        numberAttribute<&ViaOptions::mtu, Mpls::Via::minMtu, Mpls::Via::maxMtu>("mtu"),
-        numberAttribute<&ViaOptions::vlan, 1, Mpls::Via::maxVlan>("vlan"),
-        {"vrf", "NAME",
-         [](const ViaOptions& options) {
-             return options.vrf.empty() ? Text() : std::string(options.vrf.view());
-         },
-         [](ViaOptions& options, std::string_view, const std::string& value) {
-             options.vrf = parseVrf(value);
-         }},
-        {"control-word", "",
-         [](const ViaOptions& options) { return options.controlWord ? Text("") : Text(); },
-         [](ViaOptions& options, std::string_view, const std::string&) {
-             options.controlWord = true;
-         }},
-        {"entropy", "",
-         [](const ViaOptions& options) { return options.entropy ? Text("") : Text(); },
-         [](ViaOptions& options, std::string_view, const std::string&) { options.entropy = true; }},
-    };
-    return all;
+Lumo::IntfId Words::nextInterface() {
+    const std::string& word = next("an interface");
+    const Lumo::IntfId intf = parseInterface(word);
+    if (intf == Lumo::IntfId(word)) {
+        interfaces_.push_back(word);
+    }
+    return intf;
+}
+
+Lumo::IntfId Words::nextVlan() {
+    return Lumo::VlanIntfId::vlanIdToIntfId(
+        static_cast<std::uint16_t>(parseNumber(next("a VLAN"), "vlan", 1, Mpls::Via::maxVlan)));
 }
 
 } // namespace OvixCtl

@@ -1,9 +1,8 @@
-#include "tables/FrozenTables.h"
-
 #include <fmt/format.h>
 #include <system_error>
 
 #include "Tessel/Exceptions.h"
+#include "tables/TableView.h"
 
 namespace OvixCtl {
 

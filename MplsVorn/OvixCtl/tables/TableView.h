@@ -24,17 +24,14 @@ constexpr auto lfibWords() noexcept {
     std::copy_n(all.begin(), names.size(), names.begin());
     return names;
 }
-/// The names that tables are shown by; "hardware" means its routes and its adjacencies.
-constexpr auto shownTableWords() noexcept {
-    const auto all = Tessel::wordList<Mpls::TableId>();
-    std::array<std::string_view, entryTables - 1> names{};
-    std::copy_if(all.begin(), all.end(), names.begin(), [](std::string_view name) {
-        return name != Tessel::wordOf(Mpls::TableId::hardwareAdjacencies);
-    });
-    return names;
-}
 
-/// What the key of an entry is called: a label, an adjacency's id or a VRF's id.
+/// What the key of an entry is called in messages.
+constexpr std::string_view nounOf(Mpls::TableId table) noexcept {
+    return table == Mpls::TableId::hardwareAdjacencies ? "adjacency"
+           : table == Mpls::TableId::mvpnIntfStatus    ? "VRF"
+                                                       : "label";
+}
+/// What the key of an entry is called in JSON: a label, an adjacency's id or a VRF's id.
 constexpr std::string_view keyNameOf(Mpls::TableId table) noexcept {
     return table == Mpls::TableId::hardwareAdjacencies ? "id"
            : table == Mpls::TableId::mvpnIntfStatus    ? "vrfId"
@@ -87,5 +84,13 @@ class TableView {
 
     Mpls::PublishedTables tables_;
 };
+
+/// A copy of the newest generation of the tables that are published under a name. Refuses when
+/// there are no tables; throws CorruptionDetected when their header is damaged, and SnapshotLost
+/// when they kept changing faster than they could be copied.
+Tessel::Result<Ptr<Tessel::TableReader>> freezeTables(const std::string& name);
+
+/// The live tables, for reading. Refuses when there are none.
+Tessel::Result<Ptr<Tessel::TableReader>> openTables(const std::string& name);
 
 } // namespace OvixCtl

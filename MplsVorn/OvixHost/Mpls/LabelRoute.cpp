@@ -59,6 +59,12 @@ Result<LabelRoute> read(const LfibStatus& lfib, TableId table, Lumo::MplsLabel l
     return route;
 }
 
+LfibViaType typeOf(const Via& via) noexcept {
+    return via.isLookUp()   ? LfibViaType::ipLookup
+           : via.fec() != 0 ? LfibViaType::externalFec
+                            : LfibViaType::ip;
+}
+
 } // namespace
 
 Result<void> checkRouteLabel(Lumo::MplsLabel label) {
@@ -68,6 +74,31 @@ Result<void> checkRouteLabel(Lumo::MplsLabel label) {
     if (label.isSpecialPurpose()) {
         return Refused{"label " + label.prettyString() +
                        " is a special-purpose label, and no table holds labels 0 to 15 (RFC 7274)"};
+    }
+    return {};
+}
+
+LfibViaType impliedType(std::span<const WeightedVia> vias, bool hasTail) noexcept {
+    return hasTail        ? LfibViaType::multicastIpLookup
+           : vias.empty() ? LfibViaType::ip
+                          : typeOf(vias.front().via);
+}
+
+Result<void> checkType(LfibViaType type, std::span<const WeightedVia> vias, bool hasTail) {
+    if (Tessel::wordOf(type).empty() && !hasTail) {
+        return {};
+    }
+    if (hasTail != (type == LfibViaType::multicastIpLookup)) {
+        return Refused{"type multicast-ip-lookup goes with tail"};
+    }
+    const LfibViaType wanted = hasTail               ? LfibViaType::ip
+                               : Mpls::looksUp(type) ? LfibViaType::ipLookup
+                                                     : type;
+    for (const WeightedVia& via : vias) {
+        if (const LfibViaType found = typeOf(via.via); found != wanted) {
+            return Refused{"a route of type " + std::string(Tessel::wordOf(type)) +
+                           " has no via of type " + std::string(Tessel::wordOf(found))};
+        }
     }
     return {};
 }

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <vector>
 
 #include "Lumo/MplsLabel.h"
@@ -30,21 +30,15 @@ struct LabelRoute {
     bool isMulticast() const noexcept { return setType == LfibViaSetType::multicast; }
     /// Pops and looks up in a VRF.
     bool isLookUp() const noexcept { return vias.size() == 1 && vias.front().via.isLookUp(); }
-    bool leadsToFec() const noexcept {
-        return std::any_of(vias.begin(), vias.end(),
-                           [](const WeightedVia& via) { return via.via.fec() != 0; });
-    }
-    /// The type that routes of this kind have unless they say otherwise.
-    LfibViaType usualViaType() const noexcept {
-        return tail           ? LfibViaType::multicastIpLookup
-               : isLookUp()   ? LfibViaType::ipLookup
-               : leadsToFec() ? LfibViaType::externalFec
-                              : LfibViaType::ip;
-    }
 
     friend bool operator==(const LabelRoute&, const LabelRoute&) noexcept = default;
 };
 
+/// The via type that vias ask for, which are of one kind; or the tail, if there is one.
+LfibViaType impliedType(std::span<const WeightedVia> vias, bool hasTail) noexcept;
+/// Refuses a type that contradicts the vias, or the tail. What a type without a word has is not
+/// known, so anything goes with it.
+Tessel::Result<void> checkType(LfibViaType type, std::span<const WeightedVia> vias, bool hasTail);
 /// Whether a route may have the label. Refused for the special-purpose labels 0 to 15: implicit
 /// null never stands in a frame, and the others have a meaning of their own (RFC 3032 section 2.1,
 /// RFC 7274).

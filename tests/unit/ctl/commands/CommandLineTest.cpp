@@ -1,7 +1,7 @@
-#include "commands/CommandLine.h"
-
 #include <cstdlib>
 #include <gtest/gtest.h>
+
+#include "commands/Command.h"
 
 namespace CommandLineTest {
 
@@ -93,6 +93,34 @@ TEST_F(CommandLineTest, AWrongCommandLineIsAUsageError) {
         EXPECT_EQ(exit.code, ExitCode::usage);
         EXPECT_EQ(exit.text.rfind("ovixctl: ", 0), 0U) << exit.text;
     }
+}
+
+TEST_F(CommandLineTest, AnUnknownCommandIsNamedWithASuggestion) {
+    EXPECT_EQ(exitOf({"lfb", "show"}).text,
+              "ovixctl: unknown command \"lfb\"; did you mean \"lfib\"?\n");
+    EXPECT_EQ(exitOf({"--tables", "x", "lfib", "shwo"}).text,
+              "ovixctl: unknown command \"shwo\"; did you mean \"show\"?\n");
+    EXPECT_EQ(exitOf({"counters", "dance"}).text,
+              "ovixctl: unknown command \"dance\"; known: clear, show\n");
+}
+
+TEST_F(CommandLineTest, ErrorsAreJsonWhereOutputIs) {
+    EXPECT_EQ(exitOf({"--json", "lfb"}).text,
+              "{\"error\":\"unknown command \\\"lfb\\\"; did you mean \\\"lfib\\\"?\"}\n");
+    EXPECT_EQ(exitOf({"lfib", "show", "--json", "--tables", "a/b"}).text.rfind("{\"error\":", 0),
+              0U);
+}
+
+TEST_F(CommandLineTest, AWatchOfNoChangesIsRefused) {
+    EXPECT_EQ(exitOf({"lfib", "watch", "--count", "0"}).code, ExitCode::usage);
+    EXPECT_EQ(requestOf({"lfib", "watch"}).count, ~std::uint64_t{0});
+}
+
+TEST_F(CommandLineTest, UsageShowsTheWordsOfACommand) {
+    EXPECT_NE(exitOf({"lfib", "show", "--help"}).text.find("show [OPTIONS] [TABLE] [LABEL]\n"),
+              std::string::npos);
+    EXPECT_NE(exitOf({"counters", "show", "--help"}).text.find("show [OPTIONS] [LABEL]\n"),
+              std::string::npos);
 }
 
 TEST_F(CommandLineTest, HelpListsTheKeysOfTheJson) {

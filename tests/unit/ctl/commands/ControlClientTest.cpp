@@ -1,6 +1,5 @@
-#include "commands/ControlClient.h"
-
 #include "AnsweringSocket.h"
+#include "commands/Counters.h"
 
 namespace ControlClientTest {
 
@@ -22,7 +21,7 @@ TEST(ControlClient, AnAnswerWithoutAnEndIsRefused) {
 
 TEST(ControlClient, AMissingAgentIsReportedWithThePath) {
     EXPECT_EQ(askAgent("/nonexistent", "counters").refused().what,
-              "control socket /nonexistent: no agent is there: No such file or directory");
+              "control socket /nonexistent: there is no such socket: is the agent running?");
     const std::string path(200, 'x');
     EXPECT_EQ(askAgent(path, "counters").refused().what,
               "control socket " + path + ": the path is too long");

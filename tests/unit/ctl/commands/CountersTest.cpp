@@ -26,6 +26,18 @@ std::string refusal(const std::string& text) {
 
 } // namespace
 
+// The keys stay as they are counted where programs read them.
+TEST(Counters, PeopleGetSentencesAndLookUpsThatWentOnAreNoDrops) {
+    Counters counters;
+    counters.named = {{"Drop", "Routing::Mpls", "No via set in lfib %s for %s", 4},
+                      {"Exceptional", "Routing::Mpls", "Some %s event", 1}};
+    const std::string text = countersText(counters);
+    EXPECT_EQ(text.find('%'), std::string::npos) << text;
+    EXPECT_EQ(text.find("Drop"), std::string::npos) << text;
+    EXPECT_NE(text.find("label not in this table (looked up in the next)"), std::string::npos);
+    EXPECT_NE(countersJson(counters).find("No via set in lfib %s for %s"), std::string::npos);
+}
+
 TEST(Counters, PeopleGetTables) {
     EXPECT_EQ(countersText(answered(answer).value()), "  Label  Packets  Bytes\n"
                                                       "    100        3    198\n"

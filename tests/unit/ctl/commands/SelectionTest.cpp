@@ -43,6 +43,9 @@ TEST(Selection, TablesAndLabelsNarrowIt) {
               (Names{"decap 5", "transit 5", "hardware 5", "adjacency 9"}));
     EXPECT_EQ(selected(tables, {"transit"}), (Names{"transit 5", "transit 6"}));
     EXPECT_EQ(selected(tables, {"hardware"}), (Names{"hardware 5", "adjacency 8", "adjacency 9"}));
+    EXPECT_EQ(selected(tables, {"adjacency"}), (Names{"adjacency 8", "adjacency 9"}));
+    EXPECT_EQ(selected(tables, {"adjacency", "8"}), Names{"adjacency 8"});
+    EXPECT_EQ(selected(tables, {"hardware", "5"}), (Names{"hardware 5", "adjacency 9"}));
     EXPECT_EQ(selected(tables, {"transit", "6"}), Names{"transit 6"});
     EXPECT_EQ(selected(tables, {"mvpn", "5"}), Names{"mvpn 5"});
     EXPECT_EQ(selected(tables, {"mvpn", "4294967295"}), Names{});
@@ -50,7 +53,7 @@ TEST(Selection, TablesAndLabelsNarrowIt) {
 }
 
 TEST(Selection, WordsThatNameNothingAreRefused) {
-    for (const auto& words : {Names{"trnasit"}, Names{"adjacency"}, Names{"1048576"},
+    for (const auto& words : {Names{"trnasit"}, Names{"adjacency", "1048576"}, Names{"1048576"},
                               Names{"transit", "x"}, Names{"5", "6"}, Names{""}}) {
         EXPECT_FALSE(OvixCtl::parseShowFilter(words)) << words[0];
     }

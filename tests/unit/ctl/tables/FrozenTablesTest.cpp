@@ -1,5 +1,3 @@
-#include "tables/FrozenTables.h"
-
 #include <chrono>
 #include <gtest/gtest.h>
 #include <unistd.h>
