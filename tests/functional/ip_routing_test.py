@@ -5,8 +5,8 @@ import unittest
 
 import frames as f
 import make_two_vrfs as example
-from agent import CE_EAST, IP4, SOURCE, WEST, CE_WEST, AgentTest, Case, dissected, lfib, mpls, \
-    port, sent, sent_ip
+from agent import CE_EAST, CE_EAST2, CE_WEST, EAST, IP4, SOURCE, WEST, AgentTest, Case, dissected, \
+    lfib, mpls, port, sent, sent_ip
 
 CONFIG = SOURCE / "examples" / "two_vrfs.yaml"
 DONT_FRAGMENT, MORE_FRAGMENTS = 0x4000, 0x2000
@@ -18,6 +18,9 @@ routes:
   - {prefix: 10.7.0.0/16, via: {nexthop: 10.0.2.2, labels: [300], ttl: pipe, tc: 2}}
   - {prefix: "2001:db8:9::/48", via: {nexthop: "2001:db8:2::2"}}
   - {prefix: "2001:db8:8::/48", via: {nexthop: "2001:db8:2::2", labels: [300]}}
+  - {prefix: "2001:db8:7::/48", via: {nexthop: 10.0.2.3, labels: [300, 2]}}
+  - {prefix: "2001:db8:6::/48", via: {interface: west, labels: [300, 17]}}
+  - {prefix: 10.6.0.0/16, via: {nexthop: "2001:db8:2::2"}}
 """
 
 
@@ -117,6 +120,20 @@ class Ingress(AgentTest):
                       sent([(300, 6, 63)], f.udp_packet("2001:db8:1::1", "2001:db8:8::1",
                                                         traffic_class=0xC0, hop_limit=63))))]
         self.run_cases(cases)
+
+    def test_ipv6_over_an_ipv4_core_and_ipv4_to_an_ipv6_neighbour(self):
+        def six(network, **keys):
+            return f.udp_packet("2001:db8:1::1", f"2001:db8:{network}::1", **keys)
+        aged = f.udp_packet("10.1.0.1", "10.6.0.1", ttl=63)
+        result = self.run_frames(ROUTES, [ip(six(7)), ip(six(6)),
+                                          ip(f.udp_packet("10.1.0.1", "10.6.0.1"))])
+        self.assertEqual(result.frames("east"), [
+            f.eth(CE_EAST2, EAST, f.ETH_MPLS,
+                  f.stack((300, 0, 63), (2, 0, 63)) + six(7, hop_limit=63)), sent_ip(aged)])
+        self.assertEqual(result.frames("west"), [
+            f.eth(CE_WEST, WEST, f.ETH_MPLS,
+                  f.stack((300, 0, 63), (17, 0, 63)) + six(6, hop_limit=63))])
+        self.expect_dissected(result)
 
     def test_the_longest_labelled_packet_that_fits(self):
         for size, fits in ((1492, True), (1493, False)):

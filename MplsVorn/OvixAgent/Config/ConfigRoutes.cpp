@@ -40,10 +40,14 @@ std::optional<PortIndex> portOnSubnet(const RouteContext& context, const Lumo::I
     return found;
 }
 
-Lumo::IpGenAddr readNexthop(const ConfigValue& value, const RouteContext& context) {
+/// IPv4 packets may be sent to an IPv6 neighbour (RFC 8950), but IPv6 packets to an IPv4 one only
+/// over MPLS (RFC 4798).
+Lumo::IpGenAddr readNexthop(const ConfigValue& value, const RouteContext& context,
+                            bool hasLabels) {
     const Lumo::IpGenAddr nexthop = readIpAddress(value);
-    if (nexthop.family() != context.prefix.address().family()) {
-        value.fail(fmt::format("{} and the prefix are not of one address family",
+    if (nexthop.family() == Lumo::IpFamily::ipv4 && !hasLabels &&
+        context.prefix.address().family() == Lumo::IpFamily::ipv6) {
+        value.fail(fmt::format("{} is an IPv4 address, to which an IPv6 prefix needs labels",
                                inQuotes(value.text("nexthop"))));
     }
     return nexthop;
@@ -89,7 +93,7 @@ WeightedVia readVia(const ConfigValue& value, const RouteContext& context) {
         value, {"interface", "nexthop", "weight", "labels", "ttl", "tc", "push-ttl", "entropy"});
     Mpls::ViaOptions options;
     if (const auto nexthop = map.find("nexthop")) {
-        options.nexthop = readNexthop(*nexthop, context);
+        options.nexthop = readNexthop(*nexthop, context, map.find("labels").has_value());
     }
     options.intf = context.portNames.intfId(readInterface(map, context, options.nexthop));
     const auto weight = map.numberOr<std::uint32_t>("weight", 0, maxWeight, 1);

@@ -83,6 +83,10 @@ Fate IpRouter::follow(const IpRoute& route, Ovix::PacketContext& packet,
     const Lumo::IpGenAddr& neighbour = via.onLink ? address : via.nexthop;
     const Lumo::EthAddr* mac =
         via.mac != nullptr ? via.mac : tables_->neighbours.find(neighbour, via.port);
+    // An IPv6 route over an IPv4 core may have labels and no next hop (RFC 4798).
+    if (mac == nullptr && via.onLink && via.push) {
+        mac = tables_->neighbours.only(via.port);
+    }
     egress.port = &tables_->ports.ports()[via.port];
     egress.push = via.push.get();
     egress.sendTo(neighbour, mac);

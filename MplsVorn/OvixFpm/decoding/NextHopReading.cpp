@@ -1,5 +1,3 @@
-#include "decoding/NextHopReading.h"
-
 #include <algorithm>
 #include <cassert>
 #include <limits>
@@ -8,6 +6,8 @@
 #include <linux/rtnetlink.h>
 #include <string>
 #include <sys/socket.h>
+
+#include "decoding/RouteReading.h"
 
 namespace OvixFpm {
 
@@ -37,26 +37,23 @@ constexpr Field pushed{MPLS_IPTUNNEL_DST, "MPLS_IPTUNNEL_DST"};
 IpGenAddr viaAddress(RouteFamily family, Bytes value) {
     const auto viaFamily = readHead<rtvia>(value, Fields::via.name).rtvia_family;
     const Bytes bytes = value.subspan(sizeof(rtvia));
-    if (viaFamily == AF_INET6) {
+    if (viaFamily == AF_INET6 && family != RouteFamily::ipv6) {
         return address(IpFamily::ipv6, bytes, Fields::via);
     }
-    if (viaFamily == AF_INET && family == RouteFamily::label) {
+    if (viaFamily == AF_INET && family != RouteFamily::ipv4) {
         return address(IpFamily::ipv4, bytes, Fields::via);
     }
     throw Malformed("RTA_VIA of address family " + std::to_string(viaFamily));
 }
 
-/// Of no family when there is none. Label routes have it in RTA_VIA; IPv4 routes, too, when it is
-/// an IPv6 address (RFC 8950), otherwise in RTA_GATEWAY.
+/// Of no family when there is none. Label routes have it in RTA_VIA; IP routes, too, when it is an
+/// address of the other family (RFC 8950, RFC 4798), otherwise in RTA_GATEWAY.
 IpGenAddr gatewayOf(RouteFamily family, const Attributes& attributes) {
     const auto gateway = attributes.find(Fields::gateway);
     const auto via = attributes.find(Fields::via);
     if (gateway && (via || family == RouteFamily::label)) {
         throw Malformed(via ? "next hop with both RTA_GATEWAY and RTA_VIA"
                             : "RTA_GATEWAY in a label route");
-    }
-    if (via && family == RouteFamily::ipv6) {
-        throw Malformed("RTA_VIA in an IPv6 route");
     }
     if (via) {
         return viaAddress(family, *via);

@@ -4,7 +4,7 @@
 #include <string>
 #include <sys/socket.h>
 
-#include "decoding/NextHopReading.h"
+#include "Mpls/LabelRoute.h"
 
 namespace OvixFpm {
 
@@ -57,8 +57,8 @@ MplsLabel labelOf(const RouteMessage& message) {
                         " bits instead of 20");
     }
     const MplsLabel label = labelStack(*value, destinationField).front();
-    if (label.isSpecialPurpose()) {
-        throw Malformed("route for the special-purpose label " + label.prettyString());
+    if (const auto legal = Mpls::checkRouteLabel(label); !legal) {
+        throw Malformed(legal.refused().what);
     }
     return label;
 }

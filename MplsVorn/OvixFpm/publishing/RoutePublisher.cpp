@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "Published/TablePublisher.h"
+#include "Published/TransitRoutes.h"
 
 namespace OvixFpm {
 
@@ -132,7 +132,7 @@ void RoutePublisher::publish(const L3::RouteKey& key, const Route& route) {
     } else {
         assert(!route.nextHops.empty());
         for (const NextHop& hop : route.nextHops) {
-            checkIsForwarded(hop, published.vrf);
+            checkIsForwarded(hop, published);
         }
         published.kind = L3::Route::Kind::forward;
         published.vias = viasOf(route.nextHops, false, Mpls::TtlMode::uniform);
@@ -150,14 +150,19 @@ const KernelLink& RoutePublisher::interfaceOf(const NextHop& hop) {
 }
 
 /// Throws for a next hop that packets cannot be sent to.
-void RoutePublisher::checkIsForwarded(const NextHop& hop, const L3::VrfName& vrf) {
-    // zebra leaves out a next hop of the other family (RFC 4659), and with it who takes the labels.
-    if (!hop.labels.empty() && !hop.hasGateway()) {
+void RoutePublisher::checkIsForwarded(const NextHop& hop, const L3::Route& route) {
+    const bool isIpv6 = route.key.prefix.family() == Lumo::IpFamily::ipv6;
+    // zebra leaves out the IPv4 next hop of an IPv6 route over an IPv4 core (RFC 4659, RFC 4798).
+    // The labels are then for the only neighbour on the link.
+    if (!hop.labels.empty() && !hop.hasGateway() && !isIpv6) {
         throw std::invalid_argument("labels without a next hop to push them for");
+    }
+    if (isIpv6 && hop.gateway.family() == Lumo::IpFamily::ipv4 && hop.labels.empty()) {
+        throw std::invalid_argument("an IPv6 route to an IPv4 next hop without labels (RFC 4798)");
     }
     // In its own VRF the device means this host.
     const KernelLink& interface = interfaceOf(hop);
-    if (interface.isVrf() && interface.name != vrf.view()) {
+    if (interface.isVrf() && interface.name != route.vrf.view()) {
         throw std::invalid_argument("a route into another VRF, " + interface.name +
                                     ", is not supported");
     }
@@ -176,8 +181,10 @@ L3::VrfName RoutePublisher::vrfOf(std::uint32_t table) {
 
 std::vector<Mpls::WeightedVia> RoutePublisher::viasOf(const std::vector<NextHop>& hops,
                                                       bool ofLabel, Mpls::TtlMode ttl) {
+    assert(!hops.empty());
     std::vector<Mpls::WeightedVia> vias;
     for (const NextHop& hop : hops) {
+        assert(hop.weight >= 1);
         Mpls::ViaOptions options;
         options.intf = tables_->interfaces().intfId(interfaceOf(hop).name);
         options.nexthop = hop.gateway;

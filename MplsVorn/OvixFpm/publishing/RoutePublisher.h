@@ -39,7 +39,7 @@ class RoutePublisher {
                                           Mpls::TtlMode ttl);
     const KernelLink& interfaceOf(const NextHop& hop);
     L3::VrfName vrfOf(std::uint32_t table);
-    void checkIsForwarded(const NextHop& hop, const L3::VrfName& vrf);
+    void checkIsForwarded(const NextHop& hop, const L3::Route& route);
 
     Mpls::TablePublisher* tables_;
     InterfaceLookup* interfaces_;

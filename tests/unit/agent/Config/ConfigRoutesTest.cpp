@@ -148,9 +148,9 @@ TEST(ConfigRoutes, ErrorsNameLineKeyAndValue) {
          "t.yaml:5: routes[0].via.interface: missing (interface or nexthop is needed)"},
         {route("prefix: 10.1.0.0/16, via: {interface: eth3}"),
          "t.yaml:5: routes[0].via.interface: no port is named \"eth3\"; did you mean \"eth1\"?"},
-        {route("prefix: 10.1.0.0/16, via: {interface: eth1, nexthop: \"2001:db8::1\"}"),
-         "t.yaml:5: routes[0].via.nexthop: \"2001:db8::1\" and the prefix are not of one address "
-         "family"},
+        {route("prefix: \"2001:db8::/48\", via: {interface: eth1, nexthop: 10.0.1.2}"),
+         "t.yaml:5: routes[0].via.nexthop: \"10.0.1.2\" is an IPv4 address, to which an IPv6 prefix "
+         "needs labels"},
         {route("vrf: blue, prefix: 10.1.0.0/16, " + via),
          "t.yaml:5: routes[0].via.nexthop: \"10.0.1.2\" is on no subnet of the ports in VRF "
          "\"blue\"; name its interface"},

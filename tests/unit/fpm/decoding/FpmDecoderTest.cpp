@@ -53,7 +53,8 @@ TEST(FpmDecoder, bytesMayComeBeforeTheFrameInHandHasBeenReadToItsEnd) {
 TEST(FpmDecoder, aMalformedMessageCostsNoOther) {
     const Bytes good = lsp(100);
     const Bytes bad = lsp(3);
-    const std::string reason = "route for the special-purpose label 3";
+    const std::string reason =
+        "label 3 (implicit null) never stands in a frame (RFC 3032 section 2.1)";
     const Bytes bytes = join({frame(join({good, bad, lsp(101)})), frame(lsp(102))});
     EXPECT_EQ(linesOf(bytes),
               (Lines{routed(100), "refused at " + std::to_string(4 + good.size()) + ": " + reason,
@@ -65,7 +66,9 @@ TEST(FpmDecoder, aRefusalNamesTheBytesOfTheMessage) {
     const Bytes bad = lsp(3, join({interface(3), attribute(99, filled(60, 1))}));
     decoder.take(frame(bad));
     EXPECT_EQ(decoder.next()->refused().what,
-              OvixFpm::skipped(4, bad, "route for the special-purpose label 3").what);
+              OvixFpm::skipped(
+                  4, bad, "label 3 (implicit null) never stands in a frame (RFC 3032 section 2.1)")
+                  .what);
 }
 
 TEST(FpmDecoder, aFrameWithAWrongLengthInItCostsTheRestOfThatFrame) {

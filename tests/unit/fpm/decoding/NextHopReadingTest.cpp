@@ -1,9 +1,8 @@
-#include "decoding/NextHopReading.h"
-
 #include <gtest/gtest.h>
 
 #include "FpmBytes.h"
 #include "FpmEvents.h"
+#include "decoding/RouteReading.h"
 
 namespace NextHopReadingTest {
 

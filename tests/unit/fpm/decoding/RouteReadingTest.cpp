@@ -61,6 +61,9 @@ INSTANTIATE_TEST_SUITE_P(
              v4Head + "[16/1048575] via 192.0.2.2 interface 3 weight 1"},
         Case{"labelledIpv6", ipv6, join({push({2}), gatewayV6, interface(3)}),
              v6Head + "[2] via 2001:db8::2 interface 3 weight 1"},
+        Case{"ipv6OverIpv4", ipv6,
+             join({push({16, 2}), via(AF_INET, v4(0xc0000209)), interface(3)}),
+             v6Head + "[16/2] via 192.0.2.9 interface 3 weight 1"},
         Case{"weighted", ipv4,
              nested(RTA_MULTIPATH,
                     join({pathEntry(0, 3, gatewayV4), pathEntry(3, 5, join({push({7}), viaV6})),
@@ -123,7 +126,7 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"gatewayOfTheWrongFamily", ipv4, gatewayV6, "RTA_GATEWAY has 16 bytes instead of 4"},
         Case{"gatewayV6OfTheWrongFamily", ipv6, gatewayV4, "RTA_GATEWAY has 4 bytes instead of 16"},
         Case{"viaIpv4", ipv4, via(AF_INET, v4(1)), "RTA_VIA of address family 2"},
-        Case{"viaInIpv6", ipv6, viaV6, "RTA_VIA in an IPv6 route"},
+        Case{"viaInIpv6", ipv6, viaV6, "RTA_VIA of address family 10"},
         Case{"twoGateways", ipv4, join({gatewayV4, viaV6}),
              "next hop with both RTA_GATEWAY and RTA_VIA"},
         Case{"tableOfTheWrongSize", ipv4, join({attribute(RTA_TABLE, {1}), interface(3)}),
@@ -198,8 +201,10 @@ TEST(LabelRouteHead, theLabelIsOneWholeLabelStackEntryOf20Bits) {
     EXPECT_EQ(routedTo(join({attribute(RTA_DST, labels({16, 17})), interface(3)})),
               Lines{"refused at 4: RTA_DST has 8 bytes instead of 4"});
     EXPECT_EQ(routed1000({AF_MPLS, 19}), Lines{"refused at 4: label of 19 bits instead of 20"});
-    EXPECT_EQ(routedTo(join({attribute(RTA_DST, labels({15})), interface(3)})),
-              Lines{"refused at 4: route for the special-purpose label 15"});
+    EXPECT_EQ(
+        routedTo(join({attribute(RTA_DST, labels({15})), interface(3)})),
+        Lines{"refused at 4: label 15 is a special-purpose label, and no table holds labels 0 "
+              "to 15 (RFC 7274)"});
 }
 
 TEST(LabelRouteHead, onlyUnicastRoutesHaveLabels) {
@@ -218,7 +223,8 @@ TEST(LabelWithdrawals, needOnlyTheLabel) {
     EXPECT_EQ(linesOf(frame(deletedRoute(lsp, {}))),
               Lines{"refused at 4: label route without RTA_DST"});
     EXPECT_EQ(linesOf(frame(deletedRoute(lsp, attribute(RTA_DST, labels({3}))))),
-              Lines{"refused at 4: route for the special-purpose label 3"});
+              Lines{"refused at 4: label 3 (implicit null) never stands in a frame (RFC 3032 "
+                    "section 2.1)"});
 }
 
 } // namespace

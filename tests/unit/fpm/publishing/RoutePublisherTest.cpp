@@ -122,10 +122,21 @@ TEST_F(RoutePublisherTest, ARouteOfATableWithoutAVrfIsRefused) {
 }
 
 TEST_F(RoutePublisherTest, LabelsWithoutANextHopAreRefused) {
-    const L3::RouteKey there = to("2001:db8:120::", 64, 10);
-    EXPECT_EQ(change(prefixRoute(there, {hop({}, "2001:db8::2", 3)})), "");
+    const L3::RouteKey there = to("203.0.113.0", 24, 10);
+    EXPECT_EQ(change(prefixRoute(there, {hop({}, "192.0.2.2", 3)})), "");
     EXPECT_EQ(change(prefixRoute(there, {hop({16, 17}, "", 3)})),
               "labels without a next hop to push them for");
+    EXPECT_EQ(now.ipRoutes(), 0U);
+}
+
+TEST_F(RoutePublisherTest, AnIpv6RouteMayLeadOverAnIpv4Core) {
+    const L3::RouteKey there = to("2001:db8:120::", 64);
+    EXPECT_EQ(change(prefixRoute(there, {hop({16, 2}, "192.0.2.2", 3)})), "");
+    EXPECT_EQ(now.ip("2001:db8:120::", 64), "push 16/2 via 192.0.2.2 west0 weight 1");
+    EXPECT_EQ(change(prefixRoute(there, {hop({16, 17}, "", 3)})), "");
+    EXPECT_EQ(now.ip("2001:db8:120::", 64), "push 16/17 west0 weight 1");
+    EXPECT_EQ(change(prefixRoute(there, {hop({}, "192.0.2.2", 3)})),
+              "an IPv6 route to an IPv4 next hop without labels (RFC 4798)");
     EXPECT_EQ(now.ipRoutes(), 0U);
 }
 
@@ -275,7 +286,8 @@ TEST(FullTables, TakeNoMoreRoutesButReleaseThem) {
     EXPECT_TRUE(isFull);
     ASSERT_LT(label, 10000U);
     for (std::uint32_t gone = 16; gone < label; ++gone) {
-        EXPECT_TRUE(publisher.apply(withdrawn(gone))) << gone;
+        const auto done = publisher.apply(withdrawn(gone));
+        EXPECT_TRUE(done) << gone << ": " << done.refused().what;
         EXPECT_NO_THROW(publisher.commit()) << gone;
     }
     TestSupport::refreshWholly(tables.published);

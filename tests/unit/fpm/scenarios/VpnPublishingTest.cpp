@@ -66,9 +66,10 @@ TEST_F(VpnPublishing, RoutesOfTheSamePrefixAreInTheVrfOfTheirTable) {
 }
 
 TEST_F(VpnPublishing, RoutesOverTheCoreHaveTheirTwoLabels) {
-    EXPECT_EQ(publish("vpn_routes"), Lines{"labels without a next hop to push them for"});
+    EXPECT_EQ(publish("vpn_routes"), Lines());
     EXPECT_EQ(now.ip("203.0.120.0", 24, 10), "red: push 16/16 via 192.0.2.2 west0 weight 1");
-    EXPECT_EQ(now.ipRoutes(), 1U);
+    EXPECT_EQ(now.ip("2001:db8:120::", 64, 10), "red: push 16/17 west0 weight 1");
+    EXPECT_EQ(now.ipRoutes(), 2U);
 }
 
 TEST_F(VpnPublishing, WhatLeaksOutOfAVrfGoesByThePortsOfTheOther) {
