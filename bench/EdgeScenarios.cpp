@@ -190,7 +190,7 @@ Scenario makeEdgeScenario(const std::string& name, std::uint32_t routes) {
     const Edge& edge = edges().at(name);
     Scenario scenario;
     scenario.name = name;
-    scenario.config = OvixAgent::parseConfig(network, "bench");
+    scenario.config = OvixAgent::parseConfig(network, "bench").value();
     scenario.port = edge.port;
     edge.addRoutes(scenario.config, routes);
     std::mt19937 random(1);

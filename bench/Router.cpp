@@ -30,13 +30,13 @@ OvixAgent::ForwardingTables& connected(OvixAgent::ForwardingTables& tables, Memo
 } // namespace
 
 Router::Router(const OvixAgent::AgentConfig& config)
-    : state_(config, "bench"), tables_(config),
-      forwarder_(started(state_).manager(), connected(tables_, out_), out_),
+    : state_(OvixAgent::AgentState::ofConfig(config, "bench").value()), tables_(config),
+      forwarder_(started(*state_).manager(), connected(tables_, out_), out_),
       loopback_(&loopback()) {}
 
 Router::Router(const OvixAgent::AgentConfig& config, Ptr<Tessel::TableReader> tables)
-    : state_(config, std::move(tables), "bench"), tables_(config),
-      forwarder_(started(state_).manager(), connected(tables_, out_), out_),
+    : state_(std::make_unique<OvixAgent::AgentState>(config, std::move(tables), "bench")),
+      tables_(config), forwarder_(started(*state_).manager(), connected(tables_, out_), out_),
       loopback_(&loopback()) {}
 
 } // namespace Bench

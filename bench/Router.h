@@ -3,7 +3,7 @@
 #include "Forwarding/Forwarder.h"
 #include "Mpls/Hardware/Status.h"
 #include "Scenarios.h"
-#include "State/TransmitPort.h"
+#include "State/Frame.h"
 #include "Tables/AgentState.h"
 
 namespace Bench {
@@ -30,21 +30,21 @@ class Router {
     /// The label tables are those that somebody else publishes.
     Router(const OvixAgent::AgentConfig& config, Ptr<Tessel::TableReader> tables);
 
-    Mpls::PublishedTables& tables() noexcept { return state_.tables(); }
+    Mpls::PublishedTables& tables() noexcept { return state_->tables(); }
 
     OvixAgent::Forwarder& forwarder() noexcept { return forwarder_; }
     /// Frames that left, those to the CPU and the exception frames of all routers included.
     std::uint64_t framesOut() const noexcept { return out_.frames() + loopback_->frames(); }
     Ptr<Ovix::RoutingHandler> mplsHandler() const {
-        return state_.manager()->routingHandlers()->handler("Mpls");
+        return state_->manager()->routingHandlers()->handler("Mpls");
     }
     const Ptr<Ovix::InputPipelineStep>& inputStep() const {
-        return state_.manager()->genericPipelineSteps()->steps().front();
+        return state_->manager()->genericPipelineSteps()->steps().front();
     }
-    const Mpls::Hardware::Status& hardware() const { return *state_.tables().hardware(); }
+    const Mpls::Hardware::Status& hardware() const { return *state_->tables().hardware(); }
 
   private:
-    OvixAgent::AgentState state_;
+    std::unique_ptr<OvixAgent::AgentState> state_;
     OvixAgent::ForwardingTables tables_;
     MemoryPort out_;
     OvixAgent::Forwarder forwarder_;

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "Config/ConfigTypes.h"
+#include "Config/Config.h"
 
 namespace Bench {
 

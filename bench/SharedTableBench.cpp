@@ -149,7 +149,7 @@ void longestRead(benchmark::State& state) {
 void forwardBesideWriter(benchmark::State& state) {
     Scenario scenario = makeScenario("swap", 1000);
     const auto fill = [&](Mpls::TablePublisher& tables) {
-        OvixAgent::loadTables(scenario.config, "bench", tables);
+        assert(OvixAgent::loadTables(scenario.config, "bench", tables));
     };
     const BusyWriter writer(benchTables("forward"), fill,
                             state.range(0) > 0 ? changeSome : BusyWriter::Change());

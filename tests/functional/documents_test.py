@@ -64,8 +64,8 @@ class Documents(SharedTablesTest):
         known = set()
         for source in (SOURCE / "MplsVorn/OvixAgent/Config").glob("*.cpp"):
             text = source.read_text(encoding="utf-8")
-            for keys in re.findall(r"ConfigMap \w+\(\s*\*?\w+,\s*\{([^}]*)\}", text):
-                known.update(re.findall(r'"([a-z-]+)"', keys))
+            known.update(re.findall(
+                r"\b(?:map|keys|route)\.\w+(?:<[^>]*>)?\(\s*\"([a-z-]+)\"", text))
         self.assertGreater(len(known), 30)
         missing = {key for key in known if f"`{key}`" not in reference}
         self.assertEqual(missing, set())

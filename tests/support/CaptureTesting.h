@@ -10,7 +10,7 @@
 #include <unistd.h>
 
 #include "Refusal.h"
-#include "State/CaptureError.h"
+#include "State/Frame.h"
 
 namespace OvixAgent::Testing {
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -13,14 +14,19 @@ inline const std::string twoPorts = "ports:\n"
                                     "  - {name: eth1, mac: 02:00:00:00:00:01}\n"
                                     "  - {name: eth2, mac: 02:00:00:00:00:02}\n";
 
+/// The configuration that a text is; it must be accepted.
+inline AgentConfig configOf(const std::string& text, const std::string& file = "t.yaml") {
+    const Tessel::Result<AgentConfig> config = parseConfig(text, file);
+    if (!config) {
+        throw std::invalid_argument(config.refused().what);
+    }
+    return config.value();
+}
+
 /// What the configuration is refused with; "" when it is accepted.
 inline std::string errorOf(const std::string& text) {
-    try {
-        parseConfig(text, "t.yaml");
-    } catch (const ConfigError& error) {
-        return error.what();
-    }
-    return "";
+    const Tessel::Result<AgentConfig> config = parseConfig(text, "t.yaml");
+    return config ? "" : config.refused().what;
 }
 
 /// A configuration and what it is refused with.

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "Config/Config.h"
+#include "ConfigTesting.h"
 #include "Forwarding/Forwarder.h"
 #include "FrameBytes.h"
 #include "Ovix/rewrite/MplsRewrites.h"
@@ -103,7 +103,7 @@ class ForwarderFixture : public ::testing::Test {
     enum PortNumber : std::uint32_t { west, east, dark, plain };
 
     explicit ForwarderFixture(const std::string& text = testConfig)
-        : config(parseConfig(text, "test.yaml")), tables(config), out(config.ports.size()) {
+        : config(configOf(text)), tables(config), out(config.ports.size()) {
         for (std::size_t i = 0; i < out.size(); ++i) {
             ports.ports()[i].out = &out[i];
         }

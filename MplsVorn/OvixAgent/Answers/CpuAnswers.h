@@ -10,7 +10,7 @@
 #include "Published/PublishedTables.h"
 #include "State/DropListener.h"
 #include "State/ForwardingTables.h"
-#include "State/TransmitPort.h"
+#include "State/Frame.h"
 
 namespace OvixAgent {
 

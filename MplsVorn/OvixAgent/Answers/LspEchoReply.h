@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "Answers/LspEchoRequest.h"
-#include "Config/ConfigTypes.h"
+#include "Config/Config.h"
 
 namespace OvixAgent {
 

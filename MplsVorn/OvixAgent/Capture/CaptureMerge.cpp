@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "Config/ConfigText.h"
-#include "State/CaptureError.h"
+#include "State/Frame.h"
 
 namespace OvixAgent {
 

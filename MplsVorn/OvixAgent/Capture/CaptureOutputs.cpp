@@ -9,7 +9,7 @@
 #include <sys/stat.h>
 #include <utility>
 
-#include "State/CaptureError.h"
+#include "State/Frame.h"
 
 namespace OvixAgent {
 

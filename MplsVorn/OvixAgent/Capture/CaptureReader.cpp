@@ -12,7 +12,7 @@
 #include <unistd.h>
 #include <utility>
 
-#include "State/CaptureError.h"
+#include "State/Frame.h"
 
 namespace OvixAgent {
 

@@ -8,7 +8,7 @@
 #include <pcap/pcap.h>
 #include <utility>
 
-#include "State/CaptureError.h"
+#include "State/Frame.h"
 
 namespace OvixAgent {
 

@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "State/TransmitPort.h"
+#include "State/Frame.h"
 
 struct pcap_dumper;
 

@@ -1,8 +1,7 @@
 #pragma once
 
 #include "Lumo/RawTxPam.h"
-#include "State/TransmitPort.h"
-#include "Summary/Summary.h"
+#include "State/Frame.h"
 
 namespace OvixAgent {
 

@@ -1,65 +1,49 @@
-#include "Command/AgentControl.h"
-
 #include <fmt/format.h>
 #include <map>
-#include <nlohmann/json.hpp>
-#include <stdexcept>
 
-#include "Control/ControlServer.h"
-#include "Summary/SummaryText.h"
+#include "Command/Run.h"
 
 namespace OvixAgent {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 /// The control commands.
 struct Commands {
     AgentState* state;
     const Forwarder* forwarder;
-    std::string tables;
+    const RunOptions* options;
     std::function<std::vector<NamedCounter>()> more;
 
-    void operator()(const Json& request, Json& answer) const {
-        static const std::map<std::string, void (Commands::*)(Json&) const> all{
+    std::string operator()(const std::string& request) const {
+        static const std::map<std::string, std::string (Commands::*)() const> all{
             {"counters", &Commands::counters},
             {"clear-counters", &Commands::clearCounters},
             {"status", &Commands::status},
         };
-        const auto command = request["command"].get<std::string>();
-        const auto found = all.find(command);
-        if (found == all.end()) {
-            throw std::invalid_argument(fmt::format("there is no command \"{}\"", command));
+        const Tessel::Result<std::string> command = requestedCommand(request);
+        if (!command) {
+            return refusalAnswer(command.refused().what);
         }
-        (this->*found->second)(answer);
+        const auto found = all.find(command.value());
+        return found != all.end()
+                   ? (this->*found->second)()
+                   : refusalAnswer(fmt::format("there is no command \"{}\"", command.value()));
     }
 
-    void counters(Json& answer) const {
-        answer["labels"] =
-            labelsJson(labelTraffic(*state->manager()->pktCounterCollectionHolder()));
+    std::string counters() const {
         std::vector<NamedCounter> all = namedCounters(*forwarder->namedCounters());
         if (more) {
             const std::vector<NamedCounter> others = more();
             all.insert(all.end(), others.begin(), others.end());
         }
-        answer["counters"] = countersJson(all);
+        return countersAnswer(labelTraffic(*state->manager()->pktCounterCollectionHolder()), all);
     }
-    void clearCounters(Json&) const {
+    std::string clearCounters() const {
         state->manager()->clearCountersRequests()->requestClearAll();
+        return doneAnswer();
     }
-    void status(Json& answer) const {
-        Summary summary;
-        forwarder->addTo(summary);
-        answer["version"] = agentVersion;
-        answer["tables"] = {{"name", tables},
-                            {"generation", state->tables().tables().generation()},
-                            {"corruptions", state->tables().corruptionsDetected()}};
-        answer["frames"] = {{"in", summary.in.frames},
-                            {"forwarded", summary.forwardedTotal().frames},
-                            {"punted", summary.punted.total()},
-                            {"dropped", summary.dropped.total()},
-                            {"handedOn", summary.handedOn.total()}};
+    std::string status() const {
+        return statusAnswer(summaryOf(*options, *state, *forwarder), agentVersion);
     }
 };
 
@@ -71,9 +55,9 @@ std::unique_ptr<ControlServer> serveControl(const RunOptions& options, AgentStat
     if (options.control.empty() && options.tables.empty()) {
         return nullptr;
     }
-    return std::make_unique<ControlServer>(
-        options.control.empty() ? controlPath(options.tables) : options.control,
-        Commands{&state, &forwarder, options.tables, std::move(more)});
+    return std::make_unique<ControlServer>(options.control.empty() ? controlPath(options.tables)
+                                                                   : options.control,
+                                           Commands{&state, &forwarder, &options, std::move(more)});
 }
 
 } // namespace OvixAgent

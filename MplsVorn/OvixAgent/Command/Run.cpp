@@ -10,9 +10,6 @@
 #include "Capture/CaptureMerge.h"
 #include "Capture/CaptureOutputs.h"
 #include "Capture/CaptureRun.h"
-#include "Command/AgentControl.h"
-#include "Command/RunParts.h"
-#include "Config/Config.h"
 #include "Live/LiveRun.h"
 
 namespace OvixAgent {
@@ -20,25 +17,29 @@ namespace OvixAgent {
 namespace {
 
 /// The configuration of a live run, in which every port routes IP.
-AgentConfig liveConfig(const RunOptions& options) {
-    AgentConfig config = loadConfig(options.config);
-    for (PortConfig& port : config.ports) {
-        port.routesIp = true;
+Tessel::Result<AgentConfig> liveConfig(const RunOptions& options) {
+    Tessel::Result<AgentConfig> config = loadConfig(options.config);
+    if (config) {
+        for (PortConfig& port : config.value().ports) {
+            port.routesIp = true;
+        }
     }
     return config;
 }
 
 /// A live run opens its interfaces once, in the order of the ports.
-void checkSamePorts(const AgentConfig& old, const AgentConfig& config, const RunOptions& options) {
+Tessel::Result<void> checkSamePorts(const AgentConfig& old, const AgentConfig& config,
+                                    const RunOptions& options) {
     const bool same = std::equal(old.ports.begin(), old.ports.end(), config.ports.begin(),
                                  config.ports.end(), [](const auto& a, const auto& b) {
                                      return a.name == b.name && a.kind == b.kind &&
                                             a.mac == b.mac && a.mtu == b.mtu;
                                  });
     if (!same || old.cpuTap != config.cpuTap) {
-        throw ConfigError(fmt::format(
-            "{}: ports: a change of names, kinds, mac or mtu needs a restart", options.config));
+        return Tessel::Refused{fmt::format(
+            "{}: ports: a change of names, kinds, mac or mtu needs a restart", options.config)};
     }
+    return {};
 }
 
 void printError(const std::string& text) {
@@ -48,9 +49,9 @@ void printError(const std::string& text) {
 /// The parts of a live run.
 class LiveAgent {
   public:
-    explicit LiveAgent(const RunOptions& options)
-        : options_(options), config_(liveConfig(options)), state_(startAgent(config_, options)),
-          tables_(config_), ports_(config_, tables_.ports),
+    LiveAgent(const RunOptions& options, AgentConfig config, std::unique_ptr<AgentState> state)
+        : options_(options), config_(std::move(config)), state_(std::move(state)), tables_(config_),
+          ports_(config_, tables_.ports),
           answers_(ports_.cpu(), config_, tables_, state_->tables()),
           forwarder_(state_->manager(), tables_, answers_),
           links_(config_, tables_, state_->interfaces(), ports_) {
@@ -77,21 +78,31 @@ class LiveAgent {
     }
 
   private:
-    void reload() {
-        try {
-            const AgentConfig newer = liveConfig(options_);
-            checkSamePorts(config_, newer, options_);
-            state_->configureTables(newer, options_.config);
-            tables_.configure(newer);
-            links_.configure(newer);
-            answers_.configure(newer);
-            if (ipRoutes_) {
-                ipRoutes_->startOver();
-            }
-            printError(options_.config + ": reloaded");
-        } catch (const std::exception& refused) {
-            printError(std::string(refused.what()) + "; the configuration stays as it was");
+    /// Nothing changes when the configuration is refused.
+    Tessel::Result<void> configure() {
+        const Tessel::Result<AgentConfig> newer = liveConfig(options_);
+        if (!newer) {
+            return newer.refused();
         }
+        if (const auto same = checkSamePorts(config_, newer.value(), options_); !same) {
+            return same;
+        }
+        if (const auto done = state_->configureTables(newer.value(), options_.config); !done) {
+            return done;
+        }
+        tables_.configure(newer.value());
+        links_.configure(newer.value());
+        answers_.configure(newer.value());
+        if (ipRoutes_) {
+            ipRoutes_->startOver();
+        }
+        return {};
+    }
+
+    void reload() {
+        const Tessel::Result<void> done = configure();
+        printError(done ? options_.config + ": reloaded"
+                        : done.refused().what + "; the configuration stays as it was");
     }
 
     /// Events of the ports and answers of the CPU.
@@ -118,15 +129,28 @@ class LiveAgent {
     std::unique_ptr<ControlServer> control_; ///< may be null
 };
 
+Tessel::Result<Summary> runLive(const RunOptions& options) {
+    Tessel::Result<AgentConfig> config = liveConfig(options);
+    if (!config) {
+        return config.refused();
+    }
+    Tessel::Result<std::unique_ptr<AgentState>> state = startAgent(config.value(), options);
+    if (!state) {
+        return state.refused();
+    }
+    return LiveAgent(options, std::move(config).value(), std::move(state).value()).run();
+}
+
 /// A run on captures has no interfaces to read MAC addresses from.
-void checkAddresses(const AgentConfig& config, const RunOptions& options) {
+Tessel::Result<void> checkAddresses(const AgentConfig& config, const RunOptions& options) {
     for (const PortConfig& port : config.ports) {
         if (port.mac == Lumo::EthAddr{}) {
-            throw ConfigError(
+            return Tessel::Refused{
                 fmt::format("{}: ports: {} has no mac, which only a live run may omit",
-                            options.config, port.name));
+                            options.config, port.name)};
         }
     }
+    return {};
 }
 
 std::vector<std::string> inputPaths(const RunOptions& options) {
@@ -137,11 +161,8 @@ std::vector<std::string> inputPaths(const RunOptions& options) {
     return paths;
 }
 
-Summary runOnCaptures(const RunOptions& options) {
-    const AgentConfig config = loadConfig(options.config);
-    checkAddresses(config, options);
-    CaptureMerge input(openInputs(options.inputs, config.ports));
-    const std::unique_ptr<AgentState> state = startAgent(config, options);
+Summary forwardCaptures(const RunOptions& options, const AgentConfig& config, CaptureMerge& input,
+                        AgentState& state) {
     CaptureOutputs outputs(options.outDirectory, inputPaths(options), config,
                            input.hasMicroseconds() ? TimePrecision::microseconds
                                                    : TimePrecision::nanoseconds);
@@ -149,29 +170,49 @@ Summary runOnCaptures(const RunOptions& options) {
     for (std::size_t i = 0; i < config.ports.size(); ++i) {
         tables.ports.ports()[i].out = &outputs.port(i);
     }
-    Forwarder forwarder(state->manager(), tables, outputs.cpu());
+    Forwarder forwarder(state.manager(), tables, outputs.cpu());
     CapturedLoopback lo(outputs.loopback());
     CliProgress progress = CliProgress::onTerminal(options.quiet);
-    const std::unique_ptr<ControlServer> control = serveControl(options, *state, forwarder);
-    CaptureRun{&input, &state->tables(), &forwarder, &lo, control.get(), &progress}.forwardAll();
+    const std::unique_ptr<ControlServer> control = serveControl(options, state, forwarder);
+    CaptureRun{&input, &state.tables(), &forwarder, &lo, control.get(), &progress}.forwardAll();
     outputs.close();
 
-    Summary summary = summaryOf(options, *state, forwarder);
+    Summary summary = summaryOf(options, state, forwarder);
     summary.exceptions = lo.sent();
     const std::vector<std::string> problems = input.problems();
     summary.problems.insert(summary.problems.begin(), problems.begin(), problems.end());
     return summary;
 }
 
+Tessel::Result<Summary> runOnCaptures(const RunOptions& options) {
+    const Tessel::Result<AgentConfig> config = loadConfig(options.config);
+    if (!config) {
+        return config.refused();
+    }
+    if (const auto addresses = checkAddresses(config.value(), options); !addresses) {
+        return addresses.refused();
+    }
+    CaptureMerge input(openInputs(options.inputs, config.value().ports));
+    const Tessel::Result<std::unique_ptr<AgentState>> state = startAgent(config.value(), options);
+    if (!state) {
+        return state.refused();
+    }
+    return forwardCaptures(options, config.value(), input, *state.value());
+}
+
 } // namespace
 
 int run(const RunOptions& options) {
     try {
-        return report(options, options.live ? LiveAgent(options).run() : runOnCaptures(options));
+        const auto summary = options.live ? runLive(options) : runOnCaptures(options);
+        if (summary) {
+            return report(options, summary.value());
+        }
+        printError(summary.refused().what);
     } catch (const std::exception& error) {
         printError(error.what());
-        return ExitCode::badInput;
     }
+    return ExitCode::badInput;
 }
 
 } // namespace OvixAgent

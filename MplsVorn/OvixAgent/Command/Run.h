@@ -1,11 +1,51 @@
 #pragma once
 
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
 #include "Command/CliOptions.h"
+#include "Config/Config.h"
+#include "Control/ControlServer.h"
+#include "Forwarding/Forwarder.h"
+#include "Summary/Summary.h"
+#include "Tables/AgentState.h"
 
 namespace OvixAgent {
 
 /// Runs the agent on captures or live and prints the summary. Returns the exit code; errors are
 /// printed on standard error.
 int run(const RunOptions& options);
+
+// What both kinds of run are made of.
+
+/// Opens the tables that the options name and starts the plugin. What the tables or the plugin
+/// refuse of the configuration is refused; throws what the system refuses.
+Tessel::Result<std::unique_ptr<AgentState>> startAgent(const AgentConfig& config,
+                                                       const RunOptions& options);
+
+/// Sets the source of the toggle service: the configuration and, for toggles that it does not set,
+/// the toggle files beside the configuration file, JSON objects of toggle name to boolean. The
+/// service then throws std::runtime_error for a toggle file that cannot be read or is invalid.
+void serveToggles(const AgentConfig& config, const std::string& configFile);
+
+/// Whether the plugins, which have been started, know all toggles of the configuration. Refused for
+/// a toggle or toggle file that none of them has asked for.
+Tessel::Result<void> checkToggles(const AgentConfig& config, const std::string& configFile);
+
+/// Serves the control commands "counters", "clear-counters" and "status". Null when the run has
+/// neither shared tables nor a control socket. `more` returns counters beside the forwarder's. The
+/// state and the forwarder must outlive the server. Throws as ControlServer does.
+std::unique_ptr<ControlServer> serveControl(const RunOptions& options, AgentState& state,
+                                            const Forwarder& forwarder,
+                                            std::function<std::vector<NamedCounter>()> more = {});
+
+/// The summary of a run so far, of frames and tables.
+Summary summaryOf(const RunOptions& options, const AgentState& state, const Forwarder& forwarder);
+
+/// Prints the summary, and its problems on standard error; returns the exit code. Throws
+/// std::system_error when printing fails.
+int report(const RunOptions& options, const Summary& summary);
 
 } // namespace OvixAgent

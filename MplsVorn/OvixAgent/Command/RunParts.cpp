@@ -1,23 +1,21 @@
-#include "Command/RunParts.h"
-
 #include <cerrno>
 #include <cstdio>
 #include <fmt/core.h>
 #include <system_error>
 
-#include "Command/Toggles.h"
+#include "Command/Run.h"
 #include "Forwarding/PluginHost.h"
 #include "Ovix/trace/Trace.h"
-#include "Summary/SummaryText.h"
-#include "Tables/SharedTables.h"
+#include "Tables/TableLoading.h"
 
 namespace OvixAgent {
 
 namespace {
 
-std::unique_ptr<AgentState> makeState(const AgentConfig& config, const RunOptions& options) {
+Tessel::Result<std::unique_ptr<AgentState>> makeState(const AgentConfig& config,
+                                                      const RunOptions& options) {
     if (options.tables.empty()) {
-        return std::make_unique<AgentState>(config, options.config);
+        return AgentState::ofConfig(config, options.config);
     }
     return std::make_unique<AgentState>(config, openSharedTables(options.tables));
 }
@@ -33,14 +31,20 @@ void addTables(const RunOptions& options, const Mpls::PublishedTables& tables, S
 
 } // namespace
 
-std::unique_ptr<AgentState> startAgent(const AgentConfig& config, const RunOptions& options) {
+Tessel::Result<std::unique_ptr<AgentState>> startAgent(const AgentConfig& config,
+                                                       const RunOptions& options) {
     if (options.trace) {
         Ovix::TraceOutput::instance().textLevelOfAllIs(0);
     }
     serveToggles(config, options.config);
-    std::unique_ptr<AgentState> state = makeState(config, options);
-    startPlugin(options.plugin, state->pluginContext());
-    state->tables().noticeSubscribers();
+    Tessel::Result<std::unique_ptr<AgentState>> state = makeState(config, options);
+    if (state) {
+        startPlugin(options.plugin, state.value()->pluginContext());
+        if (const auto known = checkToggles(config, options.config); !known) {
+            return known.refused();
+        }
+        state.value()->tables().noticeSubscribers();
+    }
     return state;
 }
 

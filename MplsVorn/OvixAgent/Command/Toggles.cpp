@@ -1,12 +1,13 @@
-#include "Command/Toggles.h"
-
 #include <filesystem>
+#include <fmt/format.h>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <stdexcept>
 #include <system_error>
 
-#include "Config/ConfigError.h"
+#include "Command/Run.h"
+#include "Config/ConfigText.h"
 #include "Ovix/plugin/OvixPlugin.h"
 
 namespace OvixAgent {
@@ -21,19 +22,19 @@ std::optional<bool> toggleInFile(const std::filesystem::path& path, const std::s
     }
     std::ifstream file(path);
     if (!std::filesystem::is_regular_file(status) || !file) {
-        throw ConfigError(path.string() + ": not a readable file");
+        throw std::runtime_error(path.string() + ": not a readable file");
     }
     const auto json = nlohmann::json::parse(file, nullptr, false);
     if (!json.is_object()) {
-        throw ConfigError(path.string() + ": not a JSON object of toggles");
+        throw std::runtime_error(path.string() + ": not a JSON object of toggles");
     }
     const auto found = json.find(toggle);
     if (found == json.end()) {
         return std::nullopt;
     }
     if (!found->is_boolean()) {
-        throw ConfigError(path.string() + ": " + toggle + ": " + found->dump() +
-                          " is neither true nor false");
+        throw std::runtime_error(path.string() + ": " + toggle + ": " + found->dump() +
+                                 " is neither true nor false");
     }
     return found->get<bool>();
 }
@@ -54,6 +55,34 @@ void serveToggles(const AgentConfig& config, const std::string& configFile) {
             }
             return toggleInFile(directory / file, std::string(toggle)).value_or(byDefault);
         });
+}
+
+Tessel::Result<void> checkToggles(const AgentConfig& config, const std::string& configFile) {
+    const auto& known = Ovix::ToggleService::instance().known();
+    const auto names = [](const auto& map) {
+        std::vector<std::string_view> all;
+        for (const auto& entry : map) {
+            all.emplace_back(entry.first);
+        }
+        return all;
+    };
+    for (const auto& [file, toggles] : config.toggles) {
+        const auto toggleFile = known.find(file);
+        if (toggleFile == known.end()) {
+            return Tessel::Refused{fmt::format("{}: toggles: unknown toggle file {}{}", configFile,
+                                               inQuotes(file), suggestion(file, names(known)))};
+        }
+        for (const auto& [toggle, state] : toggles) {
+            const auto& inFile = toggleFile->second;
+            if (!inFile.contains(toggle)) {
+                return Tessel::Refused{fmt::format(
+                    "{}: toggles.{}: unknown toggle {}{}", configFile, file, inQuotes(toggle),
+                    suggestion(toggle,
+                               std::vector<std::string_view>(inFile.begin(), inFile.end())))};
+            }
+        }
+    }
+    return {};
 }
 
 } // namespace OvixAgent

@@ -19,10 +19,10 @@ struct FileCloser {
     void operator()(std::FILE* file) const noexcept { std::fclose(file); }
 };
 
-std::string readFile(const std::string& path) {
+Tessel::Result<std::string> readFile(const std::string& path) {
     const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
     if (!file) {
-        throw ConfigError(path + ": cannot be opened: " + std::strerror(errno));
+        return Tessel::Refused{path + ": cannot be opened: " + std::strerror(errno)};
     }
     std::string text;
     std::array<char, 65536> block{};
@@ -30,7 +30,7 @@ std::string readFile(const std::string& path) {
         text.append(block.data(), size);
     }
     if (std::ferror(file.get()) != 0) {
-        throw ConfigError(path + ": cannot be read: " + std::strerror(errno));
+        return Tessel::Refused{path + ": cannot be read: " + std::strerror(errno)};
     }
     return text;
 }
@@ -57,12 +57,18 @@ ToggleConfig readToggles(const ConfigValue& value) {
     return toggles;
 }
 
+std::string readCpuTap(const ConfigValue& value) {
+    const ConfigMap map(value);
+    std::string tap = map.required("tap").name("device name", 15);
+    map.refuseOthers();
+    return tap;
+}
+
 AgentConfig readConfig(const ConfigValue& root) {
     if (root.kind() == ConfigValue::Kind::null) {
         root.fail("ports: missing (the file is empty)");
     }
-    const ConfigMap map(root, {"mpls-routing", "toggles", "ports", "neighbours", "lfib", "hardware",
-                               "pseudowires", "routes", "fecs", "mvpn", "cpu"});
+    const ConfigMap map(root);
     AgentConfig config;
     config.mplsRouting = map.booleanOr("mpls-routing", true);
     if (const auto toggles = map.find("toggles")) {
@@ -90,11 +96,12 @@ AgentConfig readConfig(const ConfigValue& root) {
         config.mvpn = readMvpn(*mvpn, portNames);
     }
     if (const auto cpu = map.find("cpu")) {
-        config.cpuTap = ConfigMap(*cpu, {"tap"}).required("tap").name("device name", 15);
+        config.cpuTap = readCpuTap(*cpu);
     }
     if (const auto routes = map.find("routes")) {
         config.routes = readRoutes(*routes, config, portNames);
     }
+    map.refuseOthers();
     for (PortConfig& port : config.ports) {
         port.routesIp = port.routesIp || hasRoutes(config, port.vrf);
     }
@@ -103,13 +110,18 @@ AgentConfig readConfig(const ConfigValue& root) {
 
 } // namespace
 
-AgentConfig parseConfig(const std::string& text, const std::string& file) {
-    const ConfigDocument document = ConfigDocument::parse(text, file);
-    return readConfig(ConfigValue(document));
+Tessel::Result<AgentConfig> parseConfig(const std::string& text, const std::string& file) {
+    try {
+        const ConfigDocument document = ConfigDocument::parse(text, file);
+        return readConfig(ConfigValue(document));
+    } catch (const ConfigError& error) {
+        return Tessel::Refused{error.what()};
+    }
 }
 
-AgentConfig loadConfig(const std::string& path) {
-    return parseConfig(readFile(path), path);
+Tessel::Result<AgentConfig> loadConfig(const std::string& path) {
+    const Tessel::Result<std::string> text = readFile(path);
+    return text ? parseConfig(text.value(), path) : text.refused();
 }
 
 } // namespace OvixAgent

@@ -1,16 +1,162 @@
 #pragma once
 
+#include <cstdint>
+#include <map>
 #include <string>
+#include <vector>
 
-#include "Config/ConfigError.h"
-#include "Config/ConfigTypes.h"
+#include "Lumo/IpGenAddr.h"
+#include "Lumo/IpGenAddr.h"
+#include "Mpls/Hardware/Status.h"
+#include "Mpls/LabelRoute.h"
+#include "Published/IpRoutes.h"
+#include "State/MvpnIntfStatus.h"
+#include "Tessel/Result.h"
 
 namespace OvixAgent {
 
-/// Reads a configuration file. Throws ConfigError at the first thing that is wrong.
-AgentConfig loadConfig(const std::string& path);
+/// A part of a configuration, and the line that it begins on, for errors that are found later.
+template <typename T>
+struct Placed {
+    T value;
+    std::size_t line = 0;
+};
 
-/// The same for text at hand; `file` names it in errors.
-AgentConfig parseConfig(const std::string& text, const std::string& file);
+/// An address of a port with the length of its subnet's prefix.
+struct InterfaceAddress {
+    Lumo::IpGenAddr address;
+    std::uint8_t prefixLength = 0;
+
+    Lumo::IpGenPrefix subnet() const noexcept {
+        return Lumo::IpGenPrefix::of(address, prefixLength);
+    }
+};
+
+/// With which 802.1Q tags a frame leaves a port.
+struct Tagging {
+    enum class Kind : std::uint8_t {
+        keep, ///< those that it came with
+        none, ///< untagged
+        vlan, ///< one tag with `vlan`, which stands for the word
+    };
+
+    Kind kind = Kind::keep;
+    std::uint16_t vlan = 0;
+};
+
+/// An index into AgentConfig::ports.
+using PortIndex = std::uint32_t;
+
+enum class PortStatus : std::uint8_t { down, up };
+
+/// How a live port takes and sends its frames.
+enum class PortKind : std::uint8_t { packet = 1, xdp = 2, tap = 3 };
+
+struct PortConfig {
+    std::string name; ///< 1 to 15 bytes; the port's interface, or its output capture
+    PortKind kind = PortKind::packet;
+    Lumo::EthAddr mac{};      ///< zeros: the interface's own
+    std::uint32_t mtu = 1500; ///< of the frame without its Ethernet header
+    std::vector<InterfaceAddress> addresses;
+    Tagging tagging;
+    bool isUp = true;
+    std::string vrf = "default";
+    /// Whether IP frames that come in here are routed; otherwise they are handed on.
+    bool routesIp = false;
+    /// Whether labels that the neighbours here assign are those of this router's tables (RFC 5331
+    /// section 7); otherwise their frames are dropped.
+    bool upstreamLabels = false;
+};
+
+struct NeighbourConfig {
+    Lumo::IpGenAddr address;
+    PortIndex port = 0;
+    Lumo::EthAddr mac{};
+};
+
+/// A next hop and its share of the flows.
+struct WeightedNextHop {
+    PortIndex port = 0;
+    Lumo::IpGenAddr address;
+    std::uint32_t weight = 1;
+};
+
+/// A forwarding equivalence class: what the vias that name its id lead to.
+struct FecConfig {
+    std::uint64_t id = 0;                  ///< 1..Mpls::Via::maxFec
+    std::vector<WeightedNextHop> nextHops; ///< at least one; weights add up to 1..2^32 - 1
+};
+
+struct AdjacencyConfig {
+    std::uint64_t id = 0;
+    Mpls::Hardware::AdjacencyVias content;
+};
+
+struct HardwareConfig {
+    std::vector<Placed<AdjacencyConfig>> adjacencies;
+    std::vector<Placed<Mpls::Hardware::Route>> routes; ///< each to one of the adjacencies
+};
+
+/// An Ethernet pseudowire: the frames of a port, carried whole over MPLS (RFC 4448 raw mode). The
+/// frames of the other end have a route of their own in the pseudowire table.
+struct PseudowireConfig {
+    std::string name;
+    PortIndex port = 0;      ///< the attachment circuit
+    Lumo::MplsLabel label;   ///< by which the other end knows the pseudowire; 16..1048575
+    bool controlWord = true; ///< recommended by RFC 8469
+    PortIndex egress = 0;    ///< not the attachment circuit of a pseudowire
+    Lumo::IpGenAddr nexthop;
+    std::vector<Lumo::MplsLabel> tunnelLabels; ///< outermost first; at most 32
+    bool entropy = false;   ///< an entropy label beneath the tunnel labels (RFC 6790)
+    bool flowLabel = false; ///< a flow label at the bottom, in both directions (RFC 6391)
+};
+
+/// Toggle file name -> toggle name -> state.
+using ToggleConfig = std::map<std::string, std::map<std::string, bool>>;
+
+/// A whole configuration, in which every reference leads somewhere.
+struct AgentConfig {
+    bool mplsRouting = true;
+    ToggleConfig toggles;
+    std::vector<PortConfig> ports;
+    std::vector<NeighbourConfig> neighbours;
+    std::vector<Placed<Mpls::LabelRoute>> labelRoutes; ///< by table; a label is unique in its table
+    HardwareConfig hardware;
+    std::vector<FecConfig> fecs; ///< ids are unique
+    std::vector<Placed<PseudowireConfig>> pseudowires;
+    /// The provider-multicast interfaces of the multicast VPNs; VRFs are unique.
+    std::vector<Placed<Routing::Multicast::MvpnVrfIntfId>> mvpn;
+    std::string cpuTap; ///< the TAP device that a live run writes punted frames to; empty: none
+    /// The IP routes, of kind forward or drop; a prefix is unique in its VRF.
+    std::vector<Placed<L3::Route>> routes;
+};
+
+/// Reads a configuration file. Refused at the first thing that is wrong, naming file, line and key.
+Tessel::Result<AgentConfig> loadConfig(const std::string& path);
+
+/// The same for text at hand; `file` names it in refusals.
+Tessel::Result<AgentConfig> parseConfig(const std::string& text, const std::string& file);
 
 } // namespace OvixAgent
+
+template <>
+inline constexpr auto Tessel::words<OvixAgent::Tagging::Kind> =
+    std::to_array<Tessel::Word<OvixAgent::Tagging::Kind>>({
+        {"keep", OvixAgent::Tagging::Kind::keep},
+        {"none", OvixAgent::Tagging::Kind::none},
+    });
+
+template <>
+inline constexpr auto
+    Tessel::words<OvixAgent::PortStatus> = std::to_array<Tessel::Word<OvixAgent::PortStatus>>({
+        {"up", OvixAgent::PortStatus::up},
+        {"down", OvixAgent::PortStatus::down},
+    });
+
+template <>
+inline constexpr auto
+    Tessel::words<OvixAgent::PortKind> = std::to_array<Tessel::Word<OvixAgent::PortKind>>({
+        {"packet", OvixAgent::PortKind::packet},
+        {"xdp", OvixAgent::PortKind::xdp},
+        {"tap", OvixAgent::PortKind::tap},
+    });

@@ -9,8 +9,6 @@
 #include <yaml-cpp/exceptions.h>
 #include <yaml-cpp/parser.h>
 
-#include "Config/ConfigError.h"
-
 namespace OvixAgent {
 
 namespace {

@@ -2,11 +2,19 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace OvixAgent {
+
+/// How the reader of a configuration gives up: "FILE:LINE: KEY: what is wrong". parseConfig() makes
+/// a refusal of it.
+class ConfigError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
 
 /// A YAML document as a compact, immutable tree that knows every node's line. Anchors and aliases
 /// are resolved: an alias is the anchored node itself, so a node may have several parents, but

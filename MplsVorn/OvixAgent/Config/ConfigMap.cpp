@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cassert>
 #include <fmt/format.h>
 #include <unordered_map>
 
@@ -7,59 +8,58 @@
 
 namespace OvixAgent {
 
-ConfigMap::ConfigMap(const ConfigValue& value, std::span<const std::string_view> knownKeys)
-    : value_(value) {
-    value_.expect(ConfigValue::Kind::map, "a map");
-    checkKnown(knownKeys);
-}
-
-ConfigMap::ConfigMap(const ConfigValue& value, std::initializer_list<std::string_view> knownKeys)
-    : ConfigMap(value, std::span(knownKeys.begin(), knownKeys.size())) {}
-
 ConfigMap::ConfigMap(const ConfigValue& value) : value_(value) {
     value_.expect(ConfigValue::Kind::map, "a map");
-    std::unordered_map<std::string_view, std::size_t> lines;
+    std::unordered_map<std::string_view, std::size_t> lines; // for maps of any size
     for (std::size_t i = 0; i < size(); ++i) {
-        const std::size_t line = document().line(document().key(value_.node_, i));
-        const auto [first, isNew] = lines.emplace(checkedKey(i), line);
-        if (!isNew) {
-            failDuplicate(i, first->second);
+        checkKey(i);
+        for (std::size_t j = 0; j < i && size() <= maxKeys; ++j) {
+            if (key(j) == key(i)) {
+                failDuplicate(i, lineOfKey(j));
+            }
         }
-    }
-}
-
-void ConfigMap::checkKnown(std::span<const std::string_view> knownKeys) const {
-    for (std::size_t i = 0; i < size(); ++i) {
-        const std::string_view key = checkedKey(i);
-        if (std::find(knownKeys.begin(), knownKeys.end(), key) == knownKeys.end()) {
-            const std::size_t line = document().line(document().key(value_.node_, i));
-            value_.failAt(
-                line, value_.pathOf(key),
-                fmt::format("unknown key {}{}", inQuotes(key), suggestion(key, knownKeys)));
-        }
-        // Quadratic only in the number of known keys, as an unknown key ends the reading.
-        for (std::size_t j = 0; j < i; ++j) {
-            const ConfigDocument::NodeId earlier = document().key(value_.node_, j);
-            if (document().text(earlier) == key) {
-                failDuplicate(i, document().line(earlier));
+        if (size() > maxKeys) {
+            const auto [first, isNew] = lines.emplace(key(i), lineOfKey(i));
+            if (!isNew) {
+                failDuplicate(i, first->second);
             }
         }
     }
 }
 
-std::string_view ConfigMap::checkedKey(std::size_t index) const {
+std::size_t ConfigMap::lineOfKey(std::size_t index) const {
+    return document().line(document().key(value_.node_, index));
+}
+
+void ConfigMap::checkKey(std::size_t index) const {
     const ConfigDocument::NodeId key = document().key(value_.node_, index);
     if (document().kind(key) != ConfigValue::Kind::scalar || document().text(key).empty()) {
         value_.failAt(document().line(key), value_.path(), "a key must be a non-empty word");
     }
-    return document().text(key);
 }
 
 void ConfigMap::failDuplicate(std::size_t index, std::size_t firstLine) const {
-    const ConfigDocument::NodeId key = document().key(value_.node_, index);
-    const std::string_view text = document().text(key);
-    value_.failAt(document().line(key), value_.pathOf(text),
-                  fmt::format("the key {} is already given at line {}", inQuotes(text), firstLine));
+    value_.failAt(
+        lineOfKey(index), value_.pathOf(key(index)),
+        fmt::format("the key {} is already given at line {}", inQuotes(key(index)), firstLine));
+}
+
+void ConfigMap::failUnknown(std::size_t index, std::span<const std::string_view> known) const {
+    value_.failAt(
+        lineOfKey(index), value_.pathOf(key(index)),
+        fmt::format("unknown key {}{}", inQuotes(key(index)), suggestion(key(index), known)));
+}
+
+bool ConfigMap::isAsked(std::string_view key) const {
+    return std::find(asked().begin(), asked().end(), key) != asked().end();
+}
+
+void ConfigMap::refuseOthers() const {
+    for (std::size_t i = 0; i < size(); ++i) {
+        if (!isAsked(key(i))) {
+            failUnknown(i, asked());
+        }
+    }
 }
 
 std::string_view ConfigMap::key(std::size_t index) const {
@@ -71,6 +71,10 @@ ConfigValue ConfigMap::at(std::size_t index) const {
 }
 
 std::optional<ConfigValue> ConfigMap::find(std::string_view wanted) const {
+    if (!isAsked(wanted)) {
+        assert(askedCount_ < maxKeys);
+        asked_[askedCount_++] = wanted;
+    }
     for (std::size_t i = 0; i < size(); ++i) {
         if (key(i) == wanted) {
             return at(i);
@@ -80,11 +84,15 @@ std::optional<ConfigValue> ConfigMap::find(std::string_view wanted) const {
 }
 
 ConfigValue ConfigMap::required(std::string_view key) const {
-    const std::optional<ConfigValue> found = find(key);
-    if (!found) {
-        failFor(key, "missing");
+    if (const std::optional<ConfigValue> found = find(key)) {
+        return *found;
     }
-    return *found;
+    for (std::size_t i = 0; i < size(); ++i) {
+        if (!isAsked(this->key(i)) && !nearestName(this->key(i), std::span(&key, 1)).empty()) {
+            failUnknown(i, std::span(&key, 1));
+        }
+    }
+    failFor(key, "missing");
 }
 
 bool ConfigMap::booleanOr(std::string_view key, bool otherwise) const {

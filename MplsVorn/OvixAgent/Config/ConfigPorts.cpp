@@ -4,7 +4,6 @@
 #include <map>
 #include <tuple>
 
-#include "Config/ConfigAddress.h"
 #include "Config/ConfigText.h"
 
 namespace OvixAgent {
@@ -34,11 +33,8 @@ std::string readPortName(const ConfigValue& value) {
 
 Tagging readTagging(const ConfigValue& value) {
     const std::string_view text = value.text("tagging");
-    if (text == "keep") {
-        return {Tagging::Kind::keep, 0};
-    }
-    if (text == "none") {
-        return {Tagging::Kind::none, 0};
+    if (const auto kind = Tessel::valueOf<Tagging::Kind>(text)) {
+        return {*kind, 0};
     }
     if (text.empty() || text.front() < '0' || text.front() > '9') {
         value.fail(fmt::format("tagging {} is not keep, none, or a VLAN id", inQuotes(text)));
@@ -55,14 +51,16 @@ std::vector<InterfaceAddress> readAddresses(const ConfigValue& list) {
 }
 
 PortConfig readPort(const ConfigValue& value) {
-    const ConfigMap map(value, {"name", "mac", "mtu", "addresses", "tagging", "status", "vrf",
-                                "kind", "upstream-labels"});
+    const ConfigMap map(value);
     PortConfig port;
     port.name = readPortName(map.required("name"));
     port.kind = map.choiceOr("kind", port.kind);
     // A port with a kind is an interface of this host and has the interface's address.
-    if (!map.find("kind") || map.find("mac")) {
-        port.mac = readUnicastMac(map.required("mac"));
+    if (const auto mac = map.find("mac")) {
+        port.mac = readUnicastMac(*mac);
+    } else if (!map.find("kind")) {
+        map.failFor("mac", fmt::format("missing: port {} has no kind to take it from",
+                                       inQuotes(port.name)));
     }
     port.mtu = map.numberOr("mtu", minMtu, maxMtu, port.mtu);
     if (const auto addresses = map.find("addresses")) {
@@ -75,6 +73,7 @@ PortConfig readPort(const ConfigValue& value) {
     port.vrf = readVrf(map);
     port.routesIp = map.find("vrf").has_value();
     port.upstreamLabels = map.booleanOr("upstream-labels", port.upstreamLabels);
+    map.refuseOthers();
     return port;
 }
 
@@ -127,10 +126,11 @@ std::vector<NeighbourConfig> readNeighbours(const ConfigValue& list, const PortN
         lines;
     for (std::size_t i = 0; i < list.listSize(); ++i) {
         const ConfigValue item = list.item(i);
-        const ConfigMap map(item, {"address", "port", "mac"});
+        const ConfigMap map(item);
         const ConfigValue address = map.required("address");
         const NeighbourConfig neighbour{readIpAddress(address), ports.read(map.required("port")),
                                         readUnicastMac(map.required("mac"))};
+        map.refuseOthers();
         const auto [first, isNew] = lines.emplace(
             std::tuple(neighbour.port, neighbour.address.family(), neighbour.address.bytes()),
             item.line());

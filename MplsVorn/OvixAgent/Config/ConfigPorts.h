@@ -5,8 +5,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "Config/Config.h"
 #include "Config/ConfigReader.h"
-#include "Config/ConfigTypes.h"
 
 namespace OvixAgent {
 

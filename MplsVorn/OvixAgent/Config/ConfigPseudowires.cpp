@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <fmt/format.h>
 
-#include "Config/ConfigAddress.h"
 #include "Config/ConfigSections.h"
 #include "Config/ConfigText.h"
 #include "Config/ConfigVias.h"
@@ -23,9 +22,11 @@ std::vector<Lumo::MplsLabel> readTunnelLabels(const ConfigValue& list) {
 }
 
 PseudowireConfig readPseudowire(const ConfigValue& value, const PortNames& ports) {
-    const ConfigMap map(value, {"name", "port", "label", "control-word", "interface", "nexthop",
-                                "labels", "entropy", "flow-label"});
+    const ConfigMap map(value);
     PseudowireConfig pseudowire;
+    if (const auto labels = map.find("labels")) {
+        pseudowire.tunnelLabels = readTunnelLabels(*labels);
+    }
     pseudowire.name = map.required("name").name("pseudowire name", maxPseudowireNameSize);
     pseudowire.port = ports.read(map.required("port"));
     pseudowire.label = Lumo::MplsLabel(map.required("label").number<std::uint32_t>(
@@ -33,9 +34,6 @@ PseudowireConfig readPseudowire(const ConfigValue& value, const PortNames& ports
     pseudowire.controlWord = map.booleanOr("control-word", pseudowire.controlWord);
     pseudowire.egress = ports.read(map.required("interface"));
     pseudowire.nexthop = readIpAddress(map.required("nexthop"));
-    if (const auto labels = map.find("labels")) {
-        pseudowire.tunnelLabels = readTunnelLabels(*labels);
-    }
     pseudowire.entropy = map.booleanOr("entropy", pseudowire.entropy);
     if (pseudowire.entropy && pseudowire.tunnelLabels.empty()) {
         map.required("entropy").fail(
@@ -43,6 +41,7 @@ PseudowireConfig readPseudowire(const ConfigValue& value, const PortNames& ports
             "is missing (flow-label needs no tunnel)");
     }
     pseudowire.flowLabel = map.booleanOr("flow-label", pseudowire.flowLabel);
+    map.refuseOthers();
     return pseudowire;
 }
 

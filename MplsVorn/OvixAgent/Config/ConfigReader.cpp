@@ -5,7 +5,7 @@
 #include <fmt/format.h>
 #include <vector>
 
-#include "Config/ConfigError.h"
+#include "Config/Config.h"
 #include "Config/ConfigText.h"
 
 namespace OvixAgent {

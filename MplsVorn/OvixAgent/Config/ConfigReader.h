@@ -1,9 +1,9 @@
 #pragma once
 
+#include <array>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
-#include <initializer_list>
 #include <optional>
 #include <span>
 #include <string>
@@ -78,16 +78,10 @@ class ConfigValue {
     std::size_t index_ = 0;
 };
 
-/// A map whose keys have been checked: each is text and stands once, and, where the keys are known
-/// beforehand, is one of them. Refers to `value`, which must outlive it.
+/// A map, each key of which is a word that is there once. It remembers which keys it was asked for,
+/// so that the others can be refused. Refers to `value`, which must outlive it.
 class ConfigMap {
   public:
-    /// Throws ConfigError, naming the nearest known key when one is close.
-    ConfigMap(const ConfigValue& value, std::initializer_list<std::string_view> knownKeys);
-    ConfigMap(ConfigValue&&, std::initializer_list<std::string_view>) = delete;
-    ConfigMap(const ConfigValue& value, std::span<const std::string_view> knownKeys);
-    ConfigMap(ConfigValue&&, std::span<const std::string_view>) = delete;
-    /// A map of free keys.
     explicit ConfigMap(const ConfigValue& value);
     explicit ConfigMap(ConfigValue&&) = delete;
 
@@ -95,8 +89,10 @@ class ConfigMap {
     std::string_view key(std::size_t index) const;
     ConfigValue at(std::size_t index) const;
 
+    /// `key` is a literal, or from a table of words.
     std::optional<ConfigValue> find(std::string_view key) const;
-    /// Throws ConfigError when the key is missing.
+    /// Throws ConfigError when the key is missing, for the one that looks like its misspelling when
+    /// there is one; keys that resemble it have to be asked for before.
     ConfigValue required(std::string_view key) const;
 
     template <std::unsigned_integral Number>
@@ -119,13 +115,24 @@ class ConfigMap {
     /// Throws ConfigError for `key` of this map, whether it is there or not.
     [[noreturn]] void failFor(std::string_view key, const std::string& what) const;
 
+    /// To be called at the end: throws ConfigError for a key that nobody has asked for, naming the
+    /// nearest one that is known.
+    void refuseOthers() const;
+
   private:
+    static constexpr std::size_t maxKeys = 24;
+
     const ConfigDocument& document() const { return *value_.document_; }
-    void checkKnown(std::span<const std::string_view> knownKeys) const;
-    std::string_view checkedKey(std::size_t index) const;
+    std::span<const std::string_view> asked() const { return std::span(asked_).first(askedCount_); }
+    bool isAsked(std::string_view key) const;
+    std::size_t lineOfKey(std::size_t index) const;
+    void checkKey(std::size_t index) const;
+    [[noreturn]] void failUnknown(std::size_t index, std::span<const std::string_view> known) const;
     [[noreturn]] void failDuplicate(std::size_t index, std::size_t firstLine) const;
 
     const ConfigValue& value_;
+    mutable std::array<std::string_view, maxKeys> asked_;
+    mutable std::size_t askedCount_ = 0;
 };
 
 } // namespace OvixAgent

@@ -3,7 +3,6 @@
 #include <map>
 #include <tuple>
 
-#include "Config/ConfigAddress.h"
 #include "Config/ConfigSections.h"
 #include "Config/ConfigText.h"
 #include "Config/ConfigVias.h"
@@ -89,8 +88,7 @@ std::vector<Lumo::MplsLabel> readLabels(const ConfigMap& map) {
 }
 
 WeightedVia readVia(const ConfigValue& value, const RouteContext& context) {
-    const ConfigMap map(
-        value, {"interface", "nexthop", "weight", "labels", "ttl", "tc", "push-ttl", "entropy"});
+    const ConfigMap map(value);
     Mpls::ViaOptions options;
     if (const auto nexthop = map.find("nexthop")) {
         options.nexthop = readNexthop(*nexthop, context, map.find("labels").has_value());
@@ -102,6 +100,7 @@ WeightedVia readVia(const ConfigValue& value, const RouteContext& context) {
     options.tc = map.optionalNumber<std::uint8_t>("tc", 0, 7);
     options.pushTtl = map.numberOr<std::uint8_t>("push-ttl", 1, 255, 0);
     options.entropy = map.booleanOr("entropy", options.entropy);
+    map.refuseOthers();
     return {viaOrFail(value, labels.empty() ? Via::forward(options) : Via::push(labels, options)),
             weight};
 }
@@ -194,8 +193,9 @@ std::vector<Placed<L3::Route>> readRoutes(const ConfigValue& list, const AgentCo
     std::map<std::pair<std::string, L3::RouteKey>, std::size_t> lines;
     for (std::size_t i = 0; i < list.listSize(); ++i) {
         const ConfigValue item = list.item(i);
-        const ConfigMap map(item, {"vrf", "prefix", "vias", "via", "drop"});
+        const ConfigMap map(item);
         const L3::Route route = readRoute(map, config, portNames);
+        map.refuseOthers();
         const std::string vrf(vrfOf(route));
         const auto [first, isNew] = lines.emplace(std::pair(vrf, route.key), item.line());
         if (!isNew) {

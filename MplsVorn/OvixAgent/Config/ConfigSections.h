@@ -1,8 +1,8 @@
 #pragma once
 
+#include "Config/Config.h"
 #include "Config/ConfigPorts.h"
 #include "Config/ConfigReader.h"
-#include "Config/ConfigTypes.h"
 
 namespace OvixAgent {
 

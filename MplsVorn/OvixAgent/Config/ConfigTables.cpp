@@ -1,8 +1,8 @@
 #include <fmt/format.h>
 #include <unordered_map>
 
-#include "Config/ConfigAddress.h"
 #include "Config/ConfigSections.h"
+#include "Config/ConfigText.h"
 #include "Config/ConfigVias.h"
 #include "Tables/TableLayout.h"
 
@@ -34,9 +34,12 @@ class Defined {
 
 MplsLabel readRouteLabel(const ConfigMap& route, Defined<std::uint32_t>& labels) {
     const ConfigValue value = route.required("label");
-    const auto label = value.number<std::uint32_t>("label", 0, MplsLabel::max);
-    labels.add(label, value, fmt::format("label {}", label));
-    return MplsLabel(label);
+    const MplsLabel label(value.number<std::uint32_t>("label", 0, MplsLabel::max));
+    if (const auto allowed = Mpls::checkRouteLabel(label); !allowed) {
+        value.fail(allowed.refused().what);
+    }
+    labels.add(label.value(), value, fmt::format("label {}", label.value()));
+    return label;
 }
 
 LfibViaType readViaType(const ConfigMap& route) {
@@ -59,8 +62,9 @@ void readTail(const ConfigMap& map, Mpls::LabelRoute& route) {
     if (!route.isMulticast()) {
         tail->fail("only a multicast route has a tail");
     }
-    const ConfigMap keys(*tail, {"vlan"});
+    const ConfigMap keys(*tail);
     const auto vlan = keys.required("vlan").number<std::uint16_t>("vlan", 1, Mpls::Via::maxVlan);
+    keys.refuseOthers();
     route.tail = Mpls::LfibMulticastIpLookupVia::toward(Lumo::VlanIntfId::vlanIdToIntfId(vlan));
     route.viaType = LfibViaType::multicastIpLookup;
 }
@@ -80,7 +84,7 @@ void readMulticast(const ConfigMap& map, Mpls::LabelRoute& route) {
 
 Mpls::LabelRoute readLabelRoute(const ConfigValue& item, TableId table,
                                 Defined<std::uint32_t>& labels, const PortNames& ports) {
-    const ConfigMap map(item, {"label", "type", "vias", "via", "multicast", "tail"});
+    const ConfigMap map(item);
     Mpls::LabelRoute route;
     route.table = table;
     route.label = readRouteLabel(map, labels);
@@ -99,7 +103,7 @@ Mpls::LabelRoute readLabelRoute(const ConfigValue& item, TableId table,
 
 AdjacencyConfig readAdjacency(const ConfigValue& value, const PortNames& ports,
                               Defined<std::uint64_t>& ids) {
-    const ConfigMap map(value, {"id", "use-backups", "multicast", "vias", "via", "backups"});
+    const ConfigMap map(value);
     AdjacencyConfig adjacency;
     const ConfigValue id = map.required("id");
     adjacency.id = id.number<std::uint64_t>("adjacency id", 0, Tessel::TableLayout::maxKey);
@@ -110,24 +114,27 @@ AdjacencyConfig readAdjacency(const ConfigValue& value, const PortNames& ports,
     if (const auto backups = map.find("backups")) {
         adjacency.content.backups = readViaList(*backups, LfibViaType::ip, ports, true);
     }
+    map.refuseOthers();
     return adjacency;
 }
 
 Mpls::Hardware::Route readHardwareRoute(const ConfigValue& value, Defined<std::uint32_t>& labels,
                                         const Defined<std::uint64_t>& adjacencies) {
-    const ConfigMap map(value, {"label", "adjacency", "unprogrammed"});
+    const ConfigMap map(value);
     const MplsLabel label = readRouteLabel(map, labels);
     const ConfigValue adjacency = map.required("adjacency");
     const auto id = adjacency.number<std::uint64_t>("adjacency id", 0, Tessel::TableLayout::maxKey);
     if (!adjacencies.contains(id)) {
         adjacency.fail(fmt::format("no adjacency has the id {}", id));
     }
-    return {Mpls::RouteKey::fromLabel(label), id, map.booleanOr("unprogrammed", false)};
+    const bool unprogrammed = map.booleanOr("unprogrammed", false);
+    map.refuseOthers();
+    return {Mpls::RouteKey::fromLabel(label), id, unprogrammed};
 }
 
 MvpnVrfIntfId readMvpnEntry(const ConfigValue& item, const PortNames& ports,
                             Defined<std::uint32_t>& vrfs) {
-    const ConfigMap map(item, {"vrf-id", "vlan", "interface"});
+    const ConfigMap map(item);
     const ConfigValue id = map.required("vrf-id");
     const auto vrf = id.number<std::uint32_t>("VRF id", 0, 0xffffffff);
     const auto vlan = map.optionalNumber<std::uint16_t>("vlan", 1, Mpls::Via::maxVlan);
@@ -135,8 +142,13 @@ MvpnVrfIntfId readMvpnEntry(const ConfigValue& item, const PortNames& ports,
     const Lumo::IntfId intf = interface ? ports.readIntfId(*interface)
                               : vlan    ? Lumo::VlanIntfId::vlanIdToIntfId(*vlan)
                                         : Lumo::IntfId();
-    if (vlan.has_value() == interface.has_value()) {
-        item.fail("one of vlan and interface is needed");
+    map.refuseOthers();
+    if (!vlan && !interface) {
+        item.fail(fmt::format("VRF id {} lacks its vlan or interface", vrf));
+    }
+    if (vlan && interface) {
+        interface->fail(fmt::format("{} and vlan {} cannot both be given",
+                                    inQuotes(interface->text("interface")), *vlan));
     }
     vrfs.add(vrf, id, fmt::format("VRF id {}", vrf));
     return {{vrf}, intf};
@@ -147,10 +159,11 @@ std::vector<WeightedNextHop> readNextHops(const ConfigValue& list, const PortNam
     std::uint64_t totalWeight = 0;
     for (std::size_t i = 0; i < list.listSize(); ++i) {
         const ConfigValue item = list.item(i);
-        const ConfigMap map(item, {"interface", "nexthop", "weight"});
+        const ConfigMap map(item);
         nextHops.push_back({ports.read(map.required("interface")),
                             readIpAddress(map.required("nexthop")),
                             map.numberOr<std::uint32_t>("weight", 0, maxWeight, 1)});
+        map.refuseOthers();
         totalWeight += nextHops.back().weight;
     }
     if (nextHops.empty()) {
@@ -166,7 +179,7 @@ std::vector<Placed<Mpls::LabelRoute>> readLabelRoutes(const ConfigValue& value,
                                                       const PortNames& ports) {
     constexpr auto tableNames = Tessel::wordList<TableId>();
     const auto lfibNames = std::span(tableNames).first(Mpls::lfibs);
-    const ConfigMap map(value, lfibNames);
+    const ConfigMap map(value);
     std::vector<Placed<Mpls::LabelRoute>> routes;
     for (std::size_t table = 0; table < lfibNames.size(); ++table) {
         const auto list = map.find(lfibNames[table]);
@@ -179,11 +192,12 @@ std::vector<Placed<Mpls::LabelRoute>> readLabelRoutes(const ConfigValue& value,
                 {readLabelRoute(item, static_cast<TableId>(table), labels, ports), item.line()});
         }
     }
+    map.refuseOthers();
     return routes;
 }
 
 HardwareConfig readHardware(const ConfigValue& value, const PortNames& ports) {
-    const ConfigMap map(value, {"adjacencies", "routes"});
+    const ConfigMap map(value);
     HardwareConfig hardware;
     Defined<std::uint64_t> ids;
     const auto adjacencies = map.find("adjacencies");
@@ -197,6 +211,7 @@ HardwareConfig readHardware(const ConfigValue& value, const PortNames& ports) {
         const ConfigValue item = routes->item(i);
         hardware.routes.push_back({readHardwareRoute(item, labels, ids), item.line()});
     }
+    map.refuseOthers();
     return hardware;
 }
 
@@ -215,13 +230,14 @@ std::vector<FecConfig> readFecs(const ConfigValue& list, const PortNames& ports)
     Defined<std::uint64_t> ids;
     for (std::size_t i = 0; i < list.listSize(); ++i) {
         const ConfigValue item = list.item(i);
-        const ConfigMap map(item, {"id", "vias"});
+        const ConfigMap map(item);
         FecConfig& fec = fecs.emplace_back();
         const ConfigValue id = map.required("id");
         fec.id = id.number<std::uint64_t>("FEC id", 1, Mpls::Via::maxFec);
         ids.add(fec.id, id, fmt::format("FEC {}", fec.id));
         const ConfigValue nextHops = map.required("vias");
         fec.nextHops = readNextHops(nextHops, ports);
+        map.refuseOthers();
     }
     return fecs;
 }

@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "Config/ConfigAddress.h"
+#include "Config/ConfigText.h"
 
 namespace OvixAgent {
 
@@ -99,16 +99,18 @@ Tessel::Result<Via> makeVia(LfibViaType type, MplsLabelAction action, Via::Label
 }
 
 WeightedVia readVia(const ConfigValue& value, LfibViaType type, const PortNames& ports) {
-    const ConfigMap map(value, {"interface", "nexthop", "weight", "action", "labels", "ttl", "tc",
-                                "push-tc", "push-ttl", "payload", "mtu", "vlan", "fec", "vrf", "entropy"});
+    const ConfigMap map(value);
     const auto weight = map.numberOr<std::uint32_t>("weight", 0, maxWeight, 1);
     if (Mpls::looksUp(type)) {
-        return {readLookUp(map, value), weight};
+        const Via lookUp = readLookUp(map, value);
+        map.refuseOthers();
+        return {lookUp, weight};
     }
     const auto action = map.required("action").choice<MplsLabelAction>("action");
     const std::vector<MplsLabel> labels = readLabels(map, action);
     const auto fec = map.numberOr<std::uint64_t>("fec", 0, Via::maxFec, 0);
     const ViaOptions options = readOptions(map, ports);
+    map.refuseOthers();
     return {viaOrFail(value, makeVia(type, action, labels, options, fec)), weight};
 }
 

@@ -6,7 +6,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <sys/epoll.h>
 #include <sys/socket.h>
@@ -147,7 +146,7 @@ bool ControlServer::progress(Client& client) {
     }
     const std::size_t end = client.received.find('\n');
     if (client.toSend.empty() && end != std::string::npos) {
-        client.toSend = answer(client.received.substr(0, end)) + "\n";
+        client.toSend = handler_(client.received.substr(0, end)) + "\n";
         client.received.erase(0, end + 1);
     }
     return client.toSend.empty() || send(client);
@@ -183,20 +182,6 @@ bool ControlServer::send(Client& client) {
         }
     }
     return false; // one request, one answer
-}
-
-std::string ControlServer::answer(const std::string& request) const {
-    nlohmann::ordered_json reply{{"ok", true}};
-    try {
-        const auto parsed = nlohmann::ordered_json::parse(request);
-        if (!parsed.is_object() || !parsed.contains("command") || !parsed["command"].is_string()) {
-            throw std::invalid_argument("a request is an object with a command");
-        }
-        handler_(parsed, reply);
-    } catch (const std::exception& refused) {
-        reply = {{"ok", false}, {"error", refused.what()}};
-    }
-    return reply.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 
 } // namespace OvixAgent

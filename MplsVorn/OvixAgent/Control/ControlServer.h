@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <functional>
 #include <list>
-#include <nlohmann/json_fwd.hpp>
 #include <string>
 
 namespace OvixAgent {
@@ -12,14 +11,12 @@ namespace OvixAgent {
 /// in $XDG_RUNTIME_DIR/ovix or /tmp/ovix-UID for other users.
 std::string controlPath(const std::string& name);
 
-/// Answers control requests between frames, on a local stream socket. A request is a line of JSON,
-/// {"command": NAME, ...}; the answer is a line of JSON, {"ok": true, ...} or {"ok": false,
-/// "error": TEXT}. Never blocks: a slow or hostile client waits or is disconnected.
+/// Answers control requests between frames, on a local stream socket. A request and its answer are
+/// a line each. Never blocks: a slow or hostile client waits or is disconnected.
 class ControlServer {
   public:
-    /// Adds to the answer; the text of what it throws becomes the error.
-    using Handler =
-        std::function<void(const nlohmann::ordered_json& request, nlohmann::ordered_json& answer)>;
+    /// Answers a request; both are without the end of their line.
+    using Handler = std::function<std::string(const std::string& request)>;
 
     static constexpr std::size_t maxClients = 16;
     static constexpr std::size_t maxRequestBytes = 65536;
@@ -50,7 +47,6 @@ class ControlServer {
     bool progress(Client& client);
     bool receive(Client& client);
     bool send(Client& client);
-    std::string answer(const std::string& request) const;
 
     std::string path_;
     Handler handler_;

@@ -6,7 +6,6 @@
 #include "Lumo/IpGenAddr.h"
 #include "Ovix/packet/PacketContext.h"
 #include "Ovix/routing/RoutingContext.h"
-#include "State/Egress.h"
 #include "State/Fate.h"
 #include "State/ForwardingTables.h"
 

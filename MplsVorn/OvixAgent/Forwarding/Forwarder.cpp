@@ -5,7 +5,7 @@
 
 #include "Ip/IpPacket.h"
 #include "Ip/IpRouter.h"
-#include "State/CaptureError.h"
+#include "State/Frame.h"
 #include "Tessel/Exceptions.h"
 
 namespace OvixAgent {

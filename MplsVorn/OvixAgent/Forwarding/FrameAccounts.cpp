@@ -7,9 +7,6 @@ namespace OvixAgent {
 namespace {
 
 constexpr std::string_view module = "Ovix::Agent";
-constexpr std::string_view puntedCategory = "punted";
-constexpr std::string_view droppedCategory = "dropped";
-constexpr std::string_view handedOnCategory = "handedOn";
 
 } // namespace
 
@@ -21,25 +18,15 @@ void FrameAccounts::takeBack(std::size_t bytes) {
 }
 
 void FrameAccounts::add(const Fate& fate) {
-    switch (fate.kind) {
-    case FateKind::forwarded:
-        return;
-    case FateKind::punted:
-        fates_->count(puntedCategory, module, fate.reason);
-        return;
-    case FateKind::dropped:
-        fates_->count(droppedCategory, module, fate.reason);
-        return;
-    case FateKind::handedOn:
-        fates_->count(handedOnCategory, module, fate.reason);
-        return;
+    if (fate.kind != FateKind::forwarded) {
+        fates_->count(Tessel::wordOf(fate.kind), module, fate.reason);
     }
 }
 
 void FrameAccounts::addDelivered(std::uint64_t packets, std::size_t nexthops) {
     assert(packets > 0);
     for (std::uint64_t i = 0; i < packets; ++i) {
-        fates_->count(puntedCategory, module, Reason::delivered);
+        fates_->count(Tessel::wordOf(FateKind::punted), module, Reason::delivered);
     }
     replicas_ += nexthops > 0 ? packets : packets - 1;
 }
@@ -53,9 +40,10 @@ void FrameAccounts::addTo(Summary& summary) const {
     summary.in = in_;
     summary.replicas += replicas_;
     for (const auto& fate : fates_->counters()) {
-        Reasons& reasons = fate.category == puntedCategory    ? summary.punted
-                           : fate.category == droppedCategory ? summary.dropped
-                                                              : summary.handedOn;
+        const auto kind = Tessel::valueOf<FateKind>(fate.category);
+        Reasons& reasons = kind == FateKind::punted    ? summary.punted
+                           : kind == FateKind::dropped ? summary.dropped
+                                                       : summary.handedOn;
         reasons.add(fate.reason, fate.count);
     }
     summary.counters = namedCounters(*counters_);

@@ -2,7 +2,7 @@
 
 #include "Ip/IpFragments.h"
 #include "Ovix/routing/RoutingContext.h"
-#include "State/Egress.h"
+#include "State/ForwardingTables.h"
 #include "State/Frame.h"
 #include "State/LinkHeader.h"
 #include "Wire/View.h"

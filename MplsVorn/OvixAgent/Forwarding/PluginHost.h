@@ -10,8 +10,8 @@
 #include "Ovix/plugin/OvixPlugin.h"
 #include "Ovix/plugin/Ports.h"
 #include "State/Fate.h"
+#include "State/Frame.h"
 #include "State/PortTable.h"
-#include "State/TransmitPort.h"
 
 namespace OvixAgent {
 

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "Ovix/routing/RoutingContext.h"
-#include "State/Egress.h"
+#include "State/ForwardingTables.h"
 #include "State/Frame.h"
 #include "State/LinkHeader.h"
 

@@ -2,7 +2,6 @@
 
 #include "Ovix/routing/Handlers.h"
 #include "Ovix/routing/RoutingContext.h"
-#include "State/Egress.h"
 #include "State/Fate.h"
 #include "State/ForwardingTables.h"
 #include "State/PortTable.h"

@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "Tessel/Words.h"
+
 namespace OvixAgent {
 
 /// What became of a frame, or of one copy of it; each has exactly one.
@@ -76,3 +78,12 @@ inline constexpr std::string_view trapped = "Trapped to the CPU";
 } // namespace Reason
 
 } // namespace OvixAgent
+
+template <>
+inline constexpr auto
+    Tessel::words<OvixAgent::FateKind> = std::to_array<Tessel::Word<OvixAgent::FateKind>>({
+        {"forwarded", OvixAgent::FateKind::forwarded},
+        {"punted", OvixAgent::FateKind::punted},
+        {"dropped", OvixAgent::FateKind::dropped},
+        {"handed on", OvixAgent::FateKind::handedOn},
+    });

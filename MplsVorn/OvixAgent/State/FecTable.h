@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "Config/ConfigTypes.h"
+#include "Config/Config.h"
 #include "Lumo/IntfId.h"
 #include "Lumo/IpGenAddr.h"
 #include "Tessel/FlatMap.h"

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <compare>
+#include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <span>
+#include <stdexcept>
 
 namespace OvixAgent {
 
@@ -27,6 +29,36 @@ struct Frame {
     CaptureTime time;
     std::span<const std::uint8_t> bytes; ///< what was captured of it, Ethernet header first
     std::uint32_t originalLength = 0;    ///< its length on the wire, at least bytes.size()
+};
+
+struct Traffic {
+    std::uint64_t frames = 0;
+    std::uint64_t bytes = 0;
+
+    void add(std::size_t frameBytes) noexcept {
+        ++frames;
+        bytes += frameBytes;
+    }
+
+    friend bool operator==(const Traffic&, const Traffic&) = default;
+};
+
+/// A capture that cannot be read or written; `what()` begins with the file's name.
+class CaptureError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+/// Where frames leave the agent: a capture, an interface, or memory.
+class TransmitPort {
+  public:
+    TransmitPort() = default;
+    TransmitPort(const TransmitPort&) = delete;
+    TransmitPort& operator=(const TransmitPort&) = delete;
+    virtual ~TransmitPort() = default;
+
+    /// The frame's bytes are borrowed for the call. Throws CaptureError when it cannot be written.
+    virtual void transmit(const Frame& frame) = 0;
 };
 
 } // namespace OvixAgent

@@ -5,7 +5,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "Config/ConfigTypes.h"
+#include "Config/Config.h"
 #include "Lumo/IpGenAddr.h"
 
 namespace OvixAgent {

@@ -3,11 +3,10 @@
 #include <string>
 #include <vector>
 
-#include "Config/ConfigTypes.h"
+#include "Config/Config.h"
 #include "Lumo/IntfId.h"
 #include "Lumo/IpGenAddr.h"
-#include "State/TransmitPort.h"
-#include "Summary/Summary.h"
+#include "State/Frame.h"
 #include "Tessel/FlatMap.h"
 
 namespace OvixAgent {

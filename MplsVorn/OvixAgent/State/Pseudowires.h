@@ -3,9 +3,9 @@
 #include <string>
 #include <vector>
 
-#include "Config/ConfigTypes.h"
+#include "Config/Config.h"
 #include "Ovix/routing/RoutingNexthop.h"
-#include "Summary/Summary.h"
+#include "State/Frame.h"
 
 namespace OvixAgent {
 

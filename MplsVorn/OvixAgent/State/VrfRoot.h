@@ -3,7 +3,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Config/ConfigTypes.h"
+#include "Config/Config.h"
 #include "Ovix/routing/RoutingContext.h"
 #include "State/Fib.h"
 #include "State/Neighbours.h"

@@ -4,7 +4,11 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
+
+#include "State/Frame.h"
+#include "Tessel/Result.h"
 
 namespace Counter {
 class PktCounterCollectionHolder;
@@ -14,18 +18,6 @@ class OvixNamedCounters;
 }
 
 namespace OvixAgent {
-
-struct Traffic {
-    std::uint64_t frames = 0;
-    std::uint64_t bytes = 0;
-
-    void add(std::size_t frameBytes) noexcept {
-        ++frames;
-        bytes += frameBytes;
-    }
-
-    friend bool operator==(const Traffic&, const Traffic&) = default;
-};
 
 struct PortTraffic {
     std::string port;
@@ -102,5 +94,31 @@ struct Summary {
 /// What has been counted per label, sorted by label.
 std::vector<LabelTraffic> labelTraffic(const Counter::PktCounterCollectionHolder& holder);
 std::vector<NamedCounter> namedCounters(const Ovix::OvixNamedCounters& counters);
+
+/// A table for people; empty parts are left out.
+std::string summaryTable(const Summary& summary);
+
+/// The same as indented JSON without a trailing newline:
+/// {"balanced", "in": {"frames", "bytes"},
+///  "forwarded": {"frames", "bytes", "ports": {PORT: {"frames", "bytes"}}},
+///  "punted", "dropped", "handedOn": {"frames", "reasons": {REASON: COUNT}},
+///  "replicas", "exceptions": {"frames", "bytes"}, "labels": [{"label", "packets", "bytes"}],
+///  "pseudowires": [{"name", "sent", "delivered": {"frames", "bytes"}}],
+///  "counters": [{"category", "module", "reason", "count"}],
+///  "tables": {"name", "generation", "corruptions"}, "problems": [TEXT]}.
+/// Every key is always present.
+std::string summaryJson(const Summary& summary);
+
+/// The command of a request at the control socket: {"command": NAME, ...}.
+Tessel::Result<std::string> requestedCommand(const std::string& request);
+
+/// Answers to requests, each a line of JSON without its end, {"ok": true, ...} or {"ok": false,
+/// "error": TEXT}: what has been counted, as the parts "labels" and "counters" of the summary; the
+/// frames and tables of a run so far; nothing but success; a refusal.
+std::string countersAnswer(const std::vector<LabelTraffic>& labels,
+                           const std::vector<NamedCounter>& counters);
+std::string statusAnswer(const Summary& summary, std::string_view version);
+std::string doneAnswer();
+std::string refusalAnswer(const std::string& error);
 
 } // namespace OvixAgent

@@ -1,92 +1,14 @@
-#include "Summary/SummaryText.h"
-
 #include <algorithm>
 #include <fmt/format.h>
 #include <iterator>
-#include <nlohmann/json.hpp>
 #include <string_view>
 #include <utility>
 
+#include "Ovix/trace/NamedCounters.h"
+#include "State/Fate.h"
+#include "Summary/Summary.h"
+
 namespace OvixAgent {
-
-using Json = nlohmann::ordered_json;
-
-namespace {
-
-Json trafficJson(const Traffic& traffic) {
-    return {{"frames", traffic.frames}, {"bytes", traffic.bytes}};
-}
-
-Json forwardedJson(const Summary& summary) {
-    Json forwarded = trafficJson(summary.forwardedTotal());
-    forwarded["ports"] = Json::object();
-    for (const PortTraffic& port : summary.forwarded) {
-        forwarded["ports"][port.port] = trafficJson(port.traffic);
-    }
-    return forwarded;
-}
-
-Json reasonsJson(const Reasons& reasons) {
-    Json counts = Json::object();
-    for (const auto& [reason, count] : reasons.counts()) {
-        counts[reason] = count;
-    }
-    return {{"frames", reasons.total()}, {"reasons", counts}};
-}
-
-Json pseudowiresJson(const std::vector<PseudowireTraffic>& pseudowires) {
-    Json list = Json::array();
-    for (const PseudowireTraffic& pseudowire : pseudowires) {
-        list.push_back(Json{{"name", pseudowire.name},
-                            {"sent", trafficJson(pseudowire.sent)},
-                            {"delivered", trafficJson(pseudowire.delivered)}});
-    }
-    return list;
-}
-
-} // namespace
-
-Json labelsJson(const std::vector<LabelTraffic>& labels) {
-    Json list = Json::array();
-    for (const LabelTraffic& label : labels) {
-        list.push_back(Json{{"label", label.label},
-                            {"packets", label.traffic.frames},
-                            {"bytes", label.traffic.bytes}});
-    }
-    return list;
-}
-
-Json countersJson(const std::vector<NamedCounter>& counters) {
-    Json list = Json::array();
-    for (const NamedCounter& counter : counters) {
-        list.push_back(Json{{"category", counter.category},
-                            {"module", counter.module},
-                            {"reason", counter.reason},
-                            {"count", counter.count}});
-    }
-    return list;
-}
-
-std::string summaryJson(const Summary& summary) {
-    Json json;
-    json["balanced"] = summary.isBalanced();
-    json["in"] = trafficJson(summary.in);
-    json["forwarded"] = forwardedJson(summary);
-    json["punted"] = reasonsJson(summary.punted);
-    json["dropped"] = reasonsJson(summary.dropped);
-    json["handedOn"] = reasonsJson(summary.handedOn);
-    json["replicas"] = summary.replicas;
-    json["exceptions"] = trafficJson(summary.exceptions);
-    json["labels"] = labelsJson(summary.labels);
-    json["pseudowires"] = pseudowiresJson(summary.pseudowires);
-    json["counters"] = countersJson(summary.counters);
-    json["tables"] = {{"name", summary.tables.name},
-                      {"generation", summary.tables.generation},
-                      {"corruptions", summary.tables.corruptions}};
-    json["problems"] = summary.problems;
-    // A file name need not be UTF-8, but JSON is.
-    return json.dump(2, ' ', false, Json::error_handler_t::replace);
-}
 
 namespace {
 
@@ -136,25 +58,25 @@ class Table {
     std::vector<Row> rows_;
 };
 
-void addReasons(Table& table, std::string_view fate, const Reasons& reasons) {
-    table.row(std::string(fate), reasons.total());
+void addReasons(Table& table, FateKind fate, const Reasons& reasons) {
+    table.row(std::string(Tessel::wordOf(fate)), reasons.total());
     for (const auto& [reason, count] : reasons.counts()) {
-        table.row("  " + reason, count);
+        table.row("  " + Ovix::readableEvent({}, reason).reason, count);
     }
 }
 
 void addFates(Table& table, const Summary& summary) {
     table.heading("fate", "frames", "bytes");
     table.row("in", summary.in);
-    table.row("forwarded", summary.forwardedTotal());
+    table.row(std::string(Tessel::wordOf(FateKind::forwarded)), summary.forwardedTotal());
     for (const PortTraffic& port : summary.forwarded) {
         if (port.traffic.frames > 0) {
             table.row("  " + port.port, port.traffic);
         }
     }
-    addReasons(table, "punted", summary.punted);
-    addReasons(table, "dropped", summary.dropped);
-    addReasons(table, "handed on", summary.handedOn);
+    addReasons(table, FateKind::punted, summary.punted);
+    addReasons(table, FateKind::dropped, summary.dropped);
+    addReasons(table, FateKind::handedOn, summary.handedOn);
     if (summary.replicas > 0) {
         table.row("replicas", summary.replicas);
     }
@@ -184,8 +106,8 @@ std::string summaryTable(const Summary& summary) {
     if (!summary.counters.empty()) {
         table.heading("counter", "count");
         for (const NamedCounter& counter : summary.counters) {
-            table.row(fmt::format("  {} {}: {}", counter.category, counter.module, counter.reason),
-                      counter.count);
+            const auto [category, reason] = Ovix::readableEvent(counter.category, counter.reason);
+            table.row(fmt::format("  {} {}: {}", category, counter.module, reason), counter.count);
         }
     }
     std::string text = table.text();

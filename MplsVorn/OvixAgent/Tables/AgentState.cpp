@@ -7,22 +7,16 @@
 
 namespace OvixAgent {
 
-namespace {
-
-/// The tables of the configuration alone, in memory of this process.
-std::unique_ptr<Mpls::TablePublisher> ownTables(const AgentConfig& config,
-                                                const std::string& file) {
+Tessel::Result<std::unique_ptr<AgentState>> AgentState::ofConfig(const AgentConfig& config,
+                                                                 const std::string& file,
+                                                                 const std::string& systemName) {
     auto tables = std::make_unique<Mpls::TablePublisher>(Tessel::TableMemory::ofProcess());
-    loadTables(config, file, *tables);
+    if (const auto loaded = loadTables(config, file, *tables); !loaded) {
+        return loaded.refused();
+    }
     tables->commit();
-    return tables;
+    return std::unique_ptr<AgentState>(new AgentState(config, std::move(tables), systemName));
 }
-
-} // namespace
-
-AgentState::AgentState(const AgentConfig& config, const std::string& file,
-                       const std::string& systemName)
-    : AgentState(config, ownTables(config, file), systemName) {}
 
 AgentState::AgentState(const AgentConfig& config, std::unique_ptr<Mpls::TablePublisher> own,
                        const std::string& systemName)
@@ -45,18 +39,19 @@ AgentState::AgentState(const AgentConfig& config, Ptr<Tessel::TableReader> table
     context_ = Tessel::make<Ovix::PluginContext>(entities_, manager);
 }
 
-void AgentState::configureTables(const AgentConfig& config, const std::string& file) {
+Tessel::Result<void> AgentState::configureTables(const AgentConfig& config,
+                                                 const std::string& file) {
     if (!own_) {
-        return;
+        return {};
     }
-    try {
-        clearTables(published_, *own_);
-        loadTables(config, file, *own_);
-    } catch (...) {
+    clearTables(published_, *own_);
+    const Tessel::Result<void> loaded = loadTables(config, file, *own_);
+    if (loaded) {
+        own_->commit();
+    } else {
         own_->discard();
-        throw;
     }
-    own_->commit();
+    return loaded;
 }
 
 // The tables are taken back, since their memory goes with this object.

@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "Config/ConfigTypes.h"
+#include "Config/Config.h"
 #include "Ovix/plugin/OvixPlugin.h"
 #include "Published/PublishedTables.h"
 #include "Published/TablePublisher.h"
@@ -16,10 +16,11 @@ namespace OvixAgent {
 /// lists to hook into.
 class AgentState {
   public:
-    /// The label tables are those of the configuration. `systemName` keeps apart the tables of
-    /// agents in one process. Throws ConfigError, naming `file`, for what the tables refuse.
-    AgentState(const AgentConfig& config, const std::string& file,
-               const std::string& systemName = "ovix");
+    /// A state with the label tables of the configuration. `systemName` keeps apart the tables of
+    /// agents in one process. What the tables refuse is refused naming `file` and the line.
+    static Tessel::Result<std::unique_ptr<AgentState>>
+    ofConfig(const AgentConfig& config, const std::string& file,
+             const std::string& systemName = "ovix");
     /// The label tables are those that somebody else publishes.
     AgentState(const AgentConfig& config, Ptr<Tessel::TableReader> tables,
                const std::string& systemName = "ovix");
@@ -28,8 +29,8 @@ class AgentState {
     AgentState& operator=(const AgentState&) = delete;
 
     /// Puts another configuration's label tables in the place of its own ones, all at once; tables
-    /// that somebody else publishes stay as they are. Throws ConfigError, having changed nothing.
-    void configureTables(const AgentConfig& config, const std::string& file);
+    /// that somebody else publishes stay as they are. Nothing is changed when it is refused.
+    Tessel::Result<void> configureTables(const AgentConfig& config, const std::string& file);
 
     const Ptr<Ovix::PluginContext>& pluginContext() const noexcept { return context_; }
     const Ptr<Ovix::PluginManager>& manager() const noexcept { return context_->manager(); }

@@ -1,9 +1,13 @@
 #include "Tables/TableLoading.h"
 
+#include <chrono>
 #include <exception>
+#include <stdexcept>
+#include <system_error>
+#include <thread>
 
-#include "Config/ConfigError.h"
 #include "Published/TransitRoutes.h"
+#include "Tessel/Exceptions.h"
 
 namespace OvixAgent {
 
@@ -15,61 +19,90 @@ std::string labelText(Lumo::MplsLabel label) {
     return "label " + label.prettyString();
 }
 
-/// Calls `load`; what the tables refuse is an error of the configuration, at its place.
+/// What the tables have refused, at the line of the configuration that it stands on.
+struct NotLoaded {
+    std::size_t line;
+    std::string what;
+};
+
+/// Calls `load`, which throws what the tables refuse.
 template <typename Load>
-void at(const std::string& file, std::size_t line, const std::string& what, Load&& load) {
+void at(std::size_t line, const std::string& what, Load&& load) {
     try {
         load();
     } catch (const std::exception& refused) {
-        throw ConfigError(file + ":" + std::to_string(line) + ": " + what + ": " + refused.what());
+        throw NotLoaded{line, what + ": " + refused.what()};
     }
 }
 
-void loadLabelRoutes(const AgentConfig& config, const std::string& file,
-                     Mpls::TablePublisher& tables) {
+void loadLabelRoutes(const AgentConfig& config, Mpls::TablePublisher& tables) {
     for (const auto& [route, line] : config.labelRoutes) {
         const auto done = route.table == Mpls::TableId::transitLfib
                               ? Mpls::transitRouteIs(tables, route)
                               : tables.lfib(route.table).routeIs(route);
         if (!done) {
-            throw ConfigError(file + ":" + std::to_string(line) + ": lfib." +
-                              std::string(Tessel::wordOf(route.table)) + ": " +
-                              labelText(route.label) + ": " + done.refused().what);
+            throw NotLoaded{line, "lfib." + std::string(Tessel::wordOf(route.table)) + ": " +
+                                      labelText(route.label) + ": " + done.refused().what};
         }
     }
 }
 
-void loadHardware(const AgentConfig& config, const std::string& file,
-                  Mpls::TablePublisher& tables) {
+void loadHardware(const AgentConfig& config, Mpls::TablePublisher& tables) {
     for (const auto& placed : config.hardware.adjacencies) {
         const AdjacencyConfig& adjacency = placed.value;
-        at(file, placed.line, "hardware: adjacency " + std::to_string(adjacency.id), [&] {
+        at(placed.line, "hardware: adjacency " + std::to_string(adjacency.id), [&] {
             tables.hardware().adjacencyIs(adjacency.id,
                                           *Mpls::Hardware::Adjacency::create(adjacency.content));
         });
     }
     for (const auto& placed : config.hardware.routes) {
-        at(file, placed.line, "hardware: " + labelText(placed.value.routeKey.topLabel()),
+        at(placed.line, "hardware: " + labelText(placed.value.routeKey.topLabel()),
            [&] { tables.hardware().routeIs(placed.value); });
     }
 }
 
-void loadMvpn(const AgentConfig& config, const std::string& file, Mpls::TablePublisher& tables) {
+void loadMvpn(const AgentConfig& config, Mpls::TablePublisher& tables) {
     for (const auto& placed : config.mvpn) {
-        at(file, placed.line, "mvpn: VRF " + std::to_string(placed.value.vrfId.value),
+        at(placed.line, "mvpn: VRF " + std::to_string(placed.value.vrfId.value),
            [&] { tables.mvpn().vrfIntfIdIs(placed.value.vrfId, placed.value.intfId); });
+    }
+}
+
+/// Null when there are none, or none that are finished.
+Ptr<Tessel::TableReader> openIfThere(const std::string& name) {
+    try {
+        auto memory = Tessel::TableMemory::sharedForReading(name);
+        const auto* magic = reinterpret_cast<const std::uint64_t*>(memory.bytes().data());
+        if (Tessel::TableLayout::load(*magic) == 0) { // it is written last
+            return nullptr;
+        }
+        return Tessel::make<Tessel::TableReader>(std::move(memory));
+    } catch (const std::system_error& absent) {
+        if (absent.code() != std::errc::no_such_file_or_directory &&
+            absent.code() != std::errc::no_message_available) {
+            throw;
+        }
+        return nullptr;
     }
 }
 
 } // namespace
 
-void loadTables(const AgentConfig& config, const std::string& file, Mpls::TablePublisher& tables) {
-    for (const PortConfig& port : config.ports) {
-        tables.interfaces().intfId(port.name);
+Tessel::Result<void> loadTables(const AgentConfig& config, const std::string& file,
+                                Mpls::TablePublisher& tables) {
+    try {
+        for (const PortConfig& port : config.ports) {
+            tables.interfaces().intfId(port.name);
+        }
+        loadHardware(config, tables); // its routes and ids come before those of transit routes
+        loadLabelRoutes(config, tables);
+        loadMvpn(config, tables);
+        return {};
+    } catch (const NotLoaded& refused) {
+        return Tessel::Refused{file + ":" + std::to_string(refused.line) + ": " + refused.what};
+    } catch (const std::length_error& full) {
+        return Tessel::Refused{file + ": ports: " + full.what()};
     }
-    loadHardware(config, file, tables); // its routes and ids come before those of transit routes
-    loadLabelRoutes(config, file, tables);
-    loadMvpn(config, file, tables);
 }
 
 void clearTables(const Mpls::PublishedTables& published, Mpls::TablePublisher& tables) {
@@ -88,6 +121,22 @@ void clearTables(const Mpls::PublishedTables& published, Mpls::TablePublisher& t
     for (const auto vrf : vrfs) {
         tables.mvpn().vrfIntfIdDel(vrf);
     }
+}
+
+Ptr<Tessel::TableReader> openSharedTables(const std::string& name) {
+    constexpr int tries = 200;
+    for (int i = 0; i < tries; ++i) {
+        if (auto tables = openIfThere(name)) {
+            return tables;
+        }
+        try {
+            const Mpls::TablePublisher empty(Tessel::TableMemory::sharedForWriting(name));
+        } catch (const Tessel::TablesBusy&) {
+            std::this_thread::sleep_for(
+                std::chrono::milliseconds(10)); // another process is creating them
+        }
+    }
+    throw std::runtime_error("tables \"" + name + "\": another process is still creating them");
 }
 
 } // namespace OvixAgent

@@ -15,8 +15,8 @@ namespace OvixCtl {
 
 namespace {
 
-/// "-" is standard input. Throws ConfigError.
-OvixAgent::AgentConfig readConfig(const std::string& file) {
+/// "-" is standard input.
+Tessel::Result<OvixAgent::AgentConfig> readConfig(const std::string& file) {
     if (file != "-") {
         return OvixAgent::loadConfig(file);
     }
@@ -24,18 +24,29 @@ OvixAgent::AgentConfig readConfig(const std::string& file) {
     return OvixAgent::parseConfig(text, "standard input");
 }
 
+/// The value; what is refused is thrown, which ends the command.
+template <typename T>
+T orThrow(Tessel::Result<T> result) {
+    if (!result) {
+        throw std::runtime_error(result.refused().what);
+    }
+    if constexpr (!std::is_void_v<T>) {
+        return std::move(result).value();
+    }
+}
+
 Ptr<Tessel::TableReader> load(const OvixAgent::AgentConfig& config, const std::string& file,
                               Mpls::TablePublisher& publisher) {
-    OvixAgent::loadTables(config, file, publisher);
+    orThrow(OvixAgent::loadTables(config, file, publisher));
     publisher.commit();
     return Tessel::make<Tessel::TableReader>(file, publisher.tables().memory());
 }
 
-/// The tables as a configuration wants them, in memory of their own. Throws ConfigError, naming the
-/// file and the line, for what tables would refuse.
+/// The tables as a configuration wants them, in memory of their own. Throws, naming the file and
+/// the line, for what tables would refuse.
 struct WantedTables {
     explicit WantedTables(const std::string& file)
-        : config(readConfig(file)), publisher(Tessel::TableMemory::ofProcess()),
+        : config(orThrow(readConfig(file))), publisher(Tessel::TableMemory::ofProcess()),
           view(load(config, file, publisher)) {}
 
     OvixAgent::AgentConfig config;

@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "Config/ConfigTypes.h"
+#include "Config/Config.h"
 
 struct nlmsghdr;
 

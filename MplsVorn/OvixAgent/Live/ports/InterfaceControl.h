@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "Config/ConfigTypes.h"
+#include "Config/Config.h"
 #include "Live/ports/LivePort.h"
 
 namespace OvixAgent {

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "State/TransmitPort.h"
+#include "State/Frame.h"
 
 namespace OvixAgent {
 

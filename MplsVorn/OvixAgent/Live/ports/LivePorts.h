@@ -3,7 +3,7 @@
 #include <memory>
 #include <vector>
 
-#include "Config/ConfigTypes.h"
+#include "Config/Config.h"
 #include "Live/ports/LivePort.h"
 #include "Live/ports/TapPort.h"
 #include "State/PortTable.h"

@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "Config/ConfigTypes.h"
+#include "Config/Config.h"
 #include "Live/ports/LivePort.h"
 #include "Live/ports/PacketRing.h"
 #include "Live/ports/SendQueue.h"

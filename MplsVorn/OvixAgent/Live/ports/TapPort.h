@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "Config/ConfigTypes.h"
+#include "Config/Config.h"
 #include "Live/ports/LivePort.h"
 #include "Posix/FileDescriptor.h"
 

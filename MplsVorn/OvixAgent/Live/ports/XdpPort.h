@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "Config/ConfigTypes.h"
+#include "Config/Config.h"
 #include "Live/ports/LivePort.h"
 #include "Live/ports/XdpProgram.h"
 #include "Live/ports/XdpSocket.h"

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "Config/ConfigTypes.h"
+#include "Config/Config.h"
 
 struct bpf_link;
 struct bpf_object;

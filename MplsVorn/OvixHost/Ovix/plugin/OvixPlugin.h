@@ -2,6 +2,9 @@
 
 #include <cassert>
 #include <functional>
+#include <map>
+#include <set>
+#include <string>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,12 +29,18 @@ class ToggleService {
     /// every toggle has its default.
     void sourceIs(Source source) { source_ = std::move(source); }
 
-    bool toggleEnabled(std::string_view file, std::string_view toggle, bool byDefault) const {
+    bool toggleEnabled(std::string_view file, std::string_view toggle, bool byDefault) {
+        known_[std::string(file)].emplace(toggle);
         return source_ ? source_(file, toggle, byDefault) : byDefault;
     }
 
+    /// The toggles that were asked for, by toggle file: those that there are.
+    using Known = std::map<std::string, std::set<std::string>>;
+    const Known& known() const noexcept { return known_; }
+
   private:
     Source source_;
+    Known known_;
 };
 
 class OvixPlugin;

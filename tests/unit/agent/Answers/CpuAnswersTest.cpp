@@ -1,5 +1,6 @@
 #include "Answers/CpuAnswers.h"
 
+#include "ConfigTesting.h"
 #include "Config/Config.h"
 #include "EchoTesting.h"
 #include "HeapCount.h"
@@ -84,12 +85,12 @@ class CpuAnswersTest : public testing::Test {
         void transmit(const Frame&) override {}
     };
 
-    const AgentConfig config = parseConfig(R"(
+    const AgentConfig config = configOf(R"(
 ports:
   - {name: core, mac: "02:00:00:00:00:01", addresses: [10.0.1.1/24, 10.0.9.1/31, "fe80::1/64", "2001:db8::1/64"]}
   - {name: customer, mac: "02:00:00:00:00:02", vrf: red, addresses: [192.168.1.1/24]}
 )",
-                                           "test.yaml");
+                                        "test.yaml");
     ForwardingTables forwarding{config};
     TestSupport::LocalTables tables;
     Nowhere cpu;

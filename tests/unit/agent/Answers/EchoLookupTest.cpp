@@ -1,6 +1,6 @@
 #include "Answers/EchoLookup.h"
 
-#include "Config/Config.h"
+#include "ConfigTesting.h"
 #include "EchoTesting.h"
 #include "LocalTables.h"
 #include "Published/TransitRoutes.h"
@@ -61,7 +61,7 @@ class EchoLookupTest : public testing::Test {
         return tlv(1, {10, second, 0, 0, length});
     }
 
-    const AgentConfig config = parseConfig(R"(
+    const AgentConfig config = configOf(R"(
 ports:
   - {name: core, mac: "02:00:00:00:00:01", addresses: [10.0.2.1/24]}
   - {name: edge, mac: "02:00:00:00:00:02", addresses: [10.0.3.1/24]}
@@ -77,7 +77,7 @@ routes:
       - {interface: edge, nexthop: 10.0.3.2, labels: [999]}
       - {interface: core, nexthop: 10.0.2.2, labels: [302]}
 )",
-                                           "test.yaml");
+                                        "test.yaml");
     ForwardingTables forwarding{config};
     TestSupport::LocalTables tables;
     EchoLookup lookup{config, forwarding, tables.published};

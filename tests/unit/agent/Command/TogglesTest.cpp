@@ -1,12 +1,10 @@
-#include "Command/Toggles.h"
-
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <optional>
 #include <unistd.h>
 
-#include "Config/ConfigError.h"
+#include "Command/Run.h"
 #include "Ovix/plugin/OvixPlugin.h"
 
 namespace TogglesTest {
@@ -48,7 +46,7 @@ class Toggles : public testing::Test {
     std::string error() const {
         try {
             enabled(true);
-        } catch (const ConfigError& refused) {
+        } catch (const std::runtime_error& refused) {
             const std::string said = refused.what();
             const std::string start = directory.string() + "/";
             return said.rfind(start, 0) == 0 ? said.substr(start.size()) : said;
@@ -128,7 +126,24 @@ TEST_F(Toggles, AToggleOfTheConfigurationIsKnownWithoutReadingTheFile) {
     write("not JSON");
     serve({{"MvpnLib.json", {{"MvpnSfe", false}}}});
     EXPECT_EQ(state(), std::optional(false));
-    EXPECT_THROW(enabled(true, "Other"), ConfigError);
+    EXPECT_THROW(enabled(true, "Other"), std::runtime_error);
+}
+
+TEST_F(Toggles, ThatNobodyAsksForAreRefused) {
+    enabled(true);
+    const auto refusal = [](const ToggleConfig& toggles) -> std::string {
+        AgentConfig config;
+        config.toggles = toggles;
+        const auto known = checkToggles(config, "agent.yaml");
+        return known ? "" : known.refused().what;
+    };
+    EXPECT_EQ(refusal({{"MvpnLib.json", {{"MvpnSfe", true}}}}), "");
+    EXPECT_EQ(refusal({{"MvpnLib.json", {{"MvpnSef", true}}}}),
+              "agent.yaml: toggles.MvpnLib.json: unknown toggle \"MvpnSef\"; did you mean "
+              "\"MvpnSfe\"?");
+    EXPECT_EQ(refusal({{"MvpmLib.json", {{"MvpnSfe", true}}}}),
+              "agent.yaml: toggles: unknown toggle file \"MvpmLib.json\"; did you mean "
+              "\"MvpnLib.json\"?");
 }
 
 TEST_F(Toggles, LieInTheWorkingDirectoryWhenTheConfigurationDoes) {

@@ -17,12 +17,12 @@ std::string fecs(const std::string& list) {
 
 TEST(ConfigFecs, ReadsIdsAndNextHops) {
     const AgentConfig config =
-        parseConfig(fecs("  - {id: 42, vias: [{interface: eth2, nexthop: 10.0.0.2, weight: 3}]}\n"
-                         "  - id: 72057594037927935\n"
-                         "    vias:\n"
-                         "      - {interface: eth1, nexthop: \"2001:db8::2\"}\n"
-                         "      - {interface: eth2, nexthop: 10.0.0.3, weight: 0}\n"),
-                    "t.yaml");
+        configOf(fecs("  - {id: 42, vias: [{interface: eth2, nexthop: 10.0.0.2, weight: 3}]}\n"
+                      "  - id: 72057594037927935\n"
+                      "    vias:\n"
+                      "      - {interface: eth1, nexthop: \"2001:db8::2\"}\n"
+                      "      - {interface: eth2, nexthop: 10.0.0.3, weight: 0}\n"),
+                 "t.yaml");
     ASSERT_EQ(config.fecs.size(), 2U);
     EXPECT_EQ(config.fecs[0].id, 42U);
     ASSERT_EQ(config.fecs[0].nextHops.size(), 1U);
@@ -37,7 +37,7 @@ TEST(ConfigFecs, ReadsIdsAndNextHops) {
 }
 
 TEST(ConfigFecs, AreNoneUnlessGiven) {
-    EXPECT_TRUE(parseConfig(twoPorts, "t.yaml").fecs.empty());
+    EXPECT_TRUE(configOf(twoPorts, "t.yaml").fecs.empty());
     EXPECT_EQ(errorOf(twoPorts + "fecs: []\n"), "");
 }
 
@@ -111,9 +111,9 @@ TEST(ConfigFecs, AViaOfALookupHasNothingThatItDoesNotUse) {
 TEST(ConfigFecs, AViaOfALookupNeedsNoAction) {
     for (const char* type : {"ip-lookup", "ip-lookup-per-prefix"}) {
         const AgentConfig config =
-            parseConfig(twoPorts + "lfib:\n  decap:\n    - {label: 100, type: " + type +
-                            ", via: {vrf: red, payload: ipv4}}\n",
-                        "t.yaml");
+            configOf(twoPorts + "lfib:\n  decap:\n    - {label: 100, type: " + type +
+                         ", via: {vrf: red, payload: ipv4}}\n",
+                     "t.yaml");
         EXPECT_EQ(config.labelRoutes.at(0).value.vias.at(0).via,
                   Mpls::Via::popAndLookUp("red", Mpls::PayloadType::ipv4).value());
     }

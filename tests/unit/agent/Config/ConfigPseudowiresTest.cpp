@@ -30,11 +30,11 @@ std::string redWith(const std::string& key, const std::string& value) {
 } // namespace
 
 TEST(ConfigPseudowires, AreReadWithWhatIsLeftOutFilledIn) {
-    const AgentConfig config = parseConfig(
-        pseudowires({red, "name: blue, port: eth2, label: 1048575, control-word: false, "
-                          "interface: core, nexthop: \"2001:db8::2\", "
-                          "labels: [0, 100, 1048575]"}),
-        "t.yaml");
+    const AgentConfig config =
+        configOf(pseudowires({red, "name: blue, port: eth2, label: 1048575, control-word: false, "
+                                   "interface: core, nexthop: \"2001:db8::2\", "
+                                   "labels: [0, 100, 1048575]"}),
+                 "t.yaml");
     ASSERT_EQ(config.pseudowires.size(), 2U);
     const PseudowireConfig& first = config.pseudowires[0].value;
     EXPECT_EQ(first.name, "red");
@@ -67,8 +67,8 @@ TEST(ConfigPseudowires, MaySpreadTheirFlows) {
 }
 
 TEST(ConfigPseudowires, MayBeNone) {
-    EXPECT_TRUE(parseConfig(twoPorts, "t.yaml").pseudowires.empty());
-    EXPECT_TRUE(parseConfig(twoPorts + "pseudowires: []\n", "t.yaml").pseudowires.empty());
+    EXPECT_TRUE(configOf(twoPorts, "t.yaml").pseudowires.empty());
+    EXPECT_TRUE(configOf(twoPorts + "pseudowires: []\n", "t.yaml").pseudowires.empty());
 }
 
 TEST(ConfigPseudowires, ErrorsNameLineKeyAndValue) {

@@ -26,7 +26,7 @@ std::string route(const std::string& keys) {
 } // namespace
 
 TEST(ConfigRoutes, AreReadWithAllTheirKeys) {
-    const AgentConfig config = parseConfig(
+    const AgentConfig config = configOf(
         routes("  - {prefix: 10.1.0.0/16, via: {interface: eth2}}\n"
                "  - vrf: red\n"
                "    prefix: 2001:db8::/33\n"
@@ -80,10 +80,10 @@ TEST(ConfigRoutes, ARouteThatDropsMayAnswer) {
 
 TEST(ConfigRoutes, ANextHopIsReachedAtThePortOfItsVrfWithTheLongestSubnet) {
     const AgentConfig config =
-        parseConfig(routes("  - {prefix: 10.1.0.0/16, via: {nexthop: 10.0.1.2}}\n"
-                           "  - {prefix: 10.2.0.0/16, via: {nexthop: 10.0.1.200}}\n"
-                           "  - {vrf: red, prefix: 10.1.0.0/16, via: {nexthop: 10.0.1.2}}\n"),
-                    "t.yaml");
+        configOf(routes("  - {prefix: 10.1.0.0/16, via: {nexthop: 10.0.1.2}}\n"
+                        "  - {prefix: 10.2.0.0/16, via: {nexthop: 10.0.1.200}}\n"
+                        "  - {vrf: red, prefix: 10.1.0.0/16, via: {nexthop: 10.0.1.2}}\n"),
+                 "t.yaml");
     EXPECT_EQ(config.routes[0].value.vias[0].via.intf(), Lumo::IntfId("eth1"));
     EXPECT_EQ(config.routes[1].value.vias[0].via.intf(), Lumo::IntfId("eth1"));
     EXPECT_EQ(config.routes[2].value.vias[0].via.intf(), Lumo::IntfId("eth2"));
@@ -92,7 +92,7 @@ TEST(ConfigRoutes, ANextHopIsReachedAtThePortOfItsVrfWithTheLongestSubnet) {
 TEST(ConfigRoutes, APortRoutesIpWhenItNamesAVrfOrItsVrfHasRoutes) {
     const auto routing = [](const std::string& text) {
         std::vector<bool> all;
-        for (const PortConfig& port : parseConfig(text, "t.yaml").ports) {
+        for (const PortConfig& port : configOf(text, "t.yaml").ports) {
             all.push_back(port.routesIp);
         }
         return all;

@@ -3,7 +3,7 @@
 #include "Forwarding/Forwarder.h"
 
 #include "ForwarderTesting.h"
-#include "State/CaptureError.h"
+#include "State/Frame.h"
 #include "Tessel/Exceptions.h"
 
 namespace ForwarderTest {

@@ -164,7 +164,7 @@ TEST_F(WaitingPacketsTest, APortThatIsDownByThenDropsIt) {
 
 TEST_F(WaitingPacketsTest, ANewConfigurationTakesNothingFromThem) {
     receiveIp(packetTo("10.5.0.1")); // by a route that is removed
-    tables.configure(parseConfig("ports:\n"
+    tables.configure(configOf("ports:\n"
                                  "  - {name: west, mac: \"02:00:00:00:00:01\"}\n"
                                  "  - {name: east, mac: \"02:00:00:00:00:02\"}\n"
                                  "  - {name: red1, mac: \"02:00:00:00:00:03\"}\n"

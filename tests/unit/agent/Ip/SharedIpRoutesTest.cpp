@@ -2,12 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include "Config/Config.h"
+#include "ConfigTesting.h"
 #include "LocalTables.h"
 
 namespace SharedIpRoutesTest {
 
 using namespace OvixAgent;
+using namespace OvixAgent::Testing;
 
 namespace {
 
@@ -68,14 +69,14 @@ class SharedIpRoutesTest : public testing::Test {
         return all;
     }
 
-    const AgentConfig config = parseConfig(R"(
+    const AgentConfig config = configOf(R"(
 ports:
   - {name: west, mac: "02:00:00:00:00:01", addresses: [10.0.1.1/24, "2001:db8:1::1/64"]}
   - {name: east, mac: "02:00:00:00:00:02", addresses: [10.0.2.1/24]}
 routes:
   - {prefix: 10.9.0.0/16, drop: true}
 )",
-                                           "test.yaml");
+                                        "test.yaml");
     ForwardingTables forwarding{config};
     TestSupport::LocalTables tables;
     L3::RoutesWriter& writer = tables.publisher.ipRoutes();

@@ -2,11 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include "Config/Config.h"
+#include "ConfigTesting.h"
 
 namespace ForwardingTablesTest {
 
 using namespace OvixAgent;
+using namespace OvixAgent::Testing;
 
 namespace {
 
@@ -19,7 +20,7 @@ ports:
 class ForwardingTablesTest : public testing::Test {
   protected:
     static AgentConfig config(const std::string& more) {
-        return parseConfig(base + more, "test.yaml");
+        return configOf(base + more, "test.yaml");
     }
     const IpRoute* route(const std::string& destination, const std::string& vrf = "") const {
         const Fib* fib = tables.vrfs->fib(vrf);

@@ -2,16 +2,17 @@
 
 #include <gtest/gtest.h>
 
-#include "Config/Config.h"
+#include "ConfigTesting.h"
 #include "State/PortTable.h"
 
 namespace NeighboursTest {
 
 using namespace OvixAgent;
+using namespace OvixAgent::Testing;
 
 namespace {
 
-const AgentConfig config = parseConfig(R"(
+const AgentConfig config = configOf(R"(
 ports:
   - {name: west, mac: "02:00:00:00:00:01", addresses: [10.0.1.1/24, "2001:db8::1/64"]}
   - {name: east, mac: "02:00:00:00:00:02"}
@@ -20,7 +21,7 @@ neighbours:
   - {address: 10.0.1.2, port: west, mac: "02:00:00:00:01:02"}
   - {address: "2001:db8::2", port: west, mac: "02:00:00:00:01:02"}
 )",
-                                       "test.yaml");
+                                    "test.yaml");
 
 Lumo::IpGenAddr address(const std::string& text) {
     return Lumo::IpGenAddr::fromText(text);
@@ -46,7 +47,7 @@ TEST(Neighbours, NobodyIsFoundAtAnUnknownAddressOrPort) {
 }
 
 TEST(Neighbours, TheOneDeviceOfALinkIsToldByItsMacAddress) {
-    const AgentConfig links = parseConfig(R"(
+    const AgentConfig links = configOf(R"(
 ports:
   - {name: one, mac: "02:00:00:00:00:01"}
   - {name: two, mac: "02:00:00:00:00:02"}
@@ -58,7 +59,7 @@ neighbours:
   - {address: 10.0.2.3, port: two, mac: "02:00:00:00:02:03"}
   - {address: 10.0.2.4, port: two, mac: "02:00:00:00:02:02"}
 )",
-                                          "test.yaml");
+                                       "test.yaml");
     const Neighbours neighbours(links);
     ASSERT_NE(neighbours.only(0), nullptr);
     EXPECT_EQ(*neighbours.only(0), (Lumo::EthAddr{2, 0, 0, 0, 1, 2}));

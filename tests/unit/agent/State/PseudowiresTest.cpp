@@ -55,7 +55,7 @@ class FakePush : public Ovix::RewriteImpl {
 class PseudowireForwarding : public ForwarderFixture {
   protected:
     PseudowireForwarding() {
-        tables.pseudowires = Pseudowires(parseConfig(pseudowireConfig, "test.yaml"));
+        tables.pseudowires = Pseudowires(configOf(pseudowireConfig, "test.yaml"));
     }
 
     void receiveAt(PortNumber port, const Bytes& frame) {
@@ -79,7 +79,7 @@ class PseudowireForwarding : public ForwarderFixture {
 } // namespace
 
 TEST(Pseudowires, KnowTheWayToTheOtherEndByAttachmentCircuit) {
-    Pseudowires pseudowires(parseConfig(pseudowireConfig, "test.yaml"));
+    Pseudowires pseudowires(configOf(pseudowireConfig, "test.yaml"));
     ASSERT_EQ(pseudowires.all().size(), 2U);
     EXPECT_EQ(pseudowires.ofPort(1), nullptr);
     EXPECT_EQ(pseudowires.ofPort(2), nullptr);
@@ -132,7 +132,7 @@ TEST_F(PseudowireForwarding, WhatCannotBeSentIsDroppedForAReasonAndNotCountedAsS
 
 TEST_F(PseudowireForwarding, NothingIsSentWhileMplsRoutingIsOff) {
     pluginPushes();
-    AgentConfig off = parseConfig(pseudowireConfig, "test.yaml");
+    AgentConfig off = configOf(pseudowireConfig, "test.yaml");
     off.mplsRouting = false;
     tables.pseudowires = Pseudowires(off);
     receiveAt(west, customer);

@@ -1,8 +1,7 @@
-#include "Summary/SummaryText.h"
-
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "Summary/Summary.h"
 #include "SummaryTesting.h"
 
 namespace SummaryTextTest {
@@ -115,6 +114,50 @@ TEST(SummaryJson, BytesThatAreNotUtf8AreReplaced) {
     summary.problems = {"\xff.pcap"};
     EXPECT_EQ(nlohmann::json::parse(summaryJson(summary)).at("problems").at(0),
               "\xef\xbf\xbd.pcap");
+}
+
+TEST(SummaryTable, ReadsWithoutPlaceholders) {
+    Summary summary;
+    summary.dropped.add("Via type %s handler not found", 1);
+    summary.counters = {{"Drop", "Routing::Mpls", "No via set in lfib %s for %s", 4}};
+    const std::string text = summaryTable(summary);
+    EXPECT_NE(text.find("  No handler for the via's type"), std::string::npos);
+    EXPECT_NE(text.find("  Lookup Routing::Mpls: label not in this table (looked up in the next)"),
+              std::string::npos);
+    EXPECT_EQ(text.find("%s"), std::string::npos);
+}
+
+TEST(ControlAnswers, HoldTheirParts) {
+    EXPECT_EQ(doneAnswer(), R"({"ok":true})");
+    EXPECT_EQ(refusalAnswer("not \xff today"),
+              "{\"ok\":false,\"error\":\"not \xef\xbf\xbd today\"}");
+    const Summary summary = busySummary();
+    EXPECT_EQ(countersAnswer({{100, {7, 700}}}, summary.counters),
+              R"({"ok":true,"labels":[{"label":100,"packets":7,"bytes":700}],"counters":[)"
+              R"({"category":"Drop","module":"Routing::Mpls","reason":"No labels resolved",)"
+              R"("count":2}]})");
+    EXPECT_EQ(statusAnswer(summary, "1.0"),
+              R"({"ok":true,"version":"1.0","tables":{"name":"","generation":0,"corruptions":0},)"
+              R"("frames":{"in":12,"forwarded":8,"punted":1,"dropped":3,"handedOn":1}})");
+}
+
+TEST(ControlRequests, NameACommand) {
+    EXPECT_EQ(requestedCommand(R"({"command":"status","more":1})").value(), "status");
+    const std::vector<std::string> wrong{"[]",
+                                         "{}",
+                                         R"({"command":7})",
+                                         "null",
+                                         R"("command")",
+                                         "",
+                                         "{",
+                                         "status",
+                                         std::string("\0", 1),
+                                         std::string(60'000, '[')};
+    for (const std::string& request : wrong) {
+        const auto refused = requestedCommand(request);
+        ASSERT_FALSE(refused) << request;
+        EXPECT_EQ(refused.refused().what, "a request is an object with a command");
+    }
 }
 
 } // namespace SummaryTextTest

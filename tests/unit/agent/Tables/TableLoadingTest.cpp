@@ -1,22 +1,22 @@
 #include <gtest/gtest.h>
 
-#include "Config/Config.h"
-#include "Config/ConfigError.h"
+#include "ConfigTesting.h"
 #include "LocalTables.h"
 #include "Tables/AgentState.h"
 
 namespace TableLoadingTest {
 
 using namespace OvixAgent;
+using namespace OvixAgent::Testing;
 
 namespace {
 
 AgentConfig config(const std::string& more) {
-    return parseConfig(R"(
+    return configOf(R"(
 ports:
   - {name: west, mac: "02:00:00:00:00:01"}
 )" + more,
-                       "test.yaml");
+                    "test.yaml");
 }
 
 std::string label(std::uint32_t number) {
@@ -43,28 +43,32 @@ bool hasLabel(const Mpls::PublishedTables& tables, std::uint32_t number) {
 } // namespace
 
 TEST(ConfigureTables, AnotherConfigurationsLabelsTakeThePlaceOfTheFormerAllAtOnce) {
-    AgentState state(config(label(100)), "test.yaml", "configure-changed");
+    const auto made = AgentState::ofConfig(config(label(100)), "test.yaml", "configure-changed");
+    AgentState& state = *made.value();
     ASSERT_TRUE(hasLabel(state.tables(), 100));
     const std::uint64_t before = state.tables().tables().generation();
-    state.configureTables(config(label(200)), "test.yaml");
+    ASSERT_TRUE(state.configureTables(config(label(200)), "test.yaml"));
     EXPECT_TRUE(hasLabel(state.tables(), 100)); // until the readers go over
     TestSupport::refreshWholly(state.tables());
     EXPECT_EQ(state.tables().tables().generation(), before + 1);
     EXPECT_FALSE(hasLabel(state.tables(), 100));
     EXPECT_TRUE(hasLabel(state.tables(), 200));
-    state.configureTables(config(""), "test.yaml");
+    ASSERT_TRUE(state.configureTables(config(""), "test.yaml"));
     TestSupport::refreshWholly(state.tables());
     EXPECT_FALSE(hasLabel(state.tables(), 200));
 }
 
 TEST(ConfigureTables, WhatIsRefusedChangesNothing) {
-    AgentState state(config(label(100)), "test.yaml", "configure-refused");
+    const auto made = AgentState::ofConfig(config(label(100)), "test.yaml", "configure-refused");
+    AgentState& state = *made.value();
     const std::uint64_t before = state.tables().tables().generation();
-    EXPECT_THROW(state.configureTables(refusedInMidLoading(200), "test.yaml"), ConfigError);
+    const auto refused = state.configureTables(refusedInMidLoading(200), "test.yaml");
+    ASSERT_FALSE(refused);
+    EXPECT_EQ(refused.refused().what.substr(0, 35), "test.yaml:7: hardware: adjacency 10");
     TestSupport::refreshWholly(state.tables());
     EXPECT_EQ(state.tables().tables().generation(), before);
     EXPECT_TRUE(hasLabel(state.tables(), 100));
-    state.configureTables(config(label(300)), "test.yaml");
+    ASSERT_TRUE(state.configureTables(config(label(300)), "test.yaml"));
     TestSupport::refreshWholly(state.tables());
     EXPECT_FALSE(hasLabel(state.tables(), 100));
     EXPECT_FALSE(hasLabel(state.tables(), 200));
@@ -74,7 +78,7 @@ TEST(ConfigureTables, WhatIsRefusedChangesNothing) {
 TEST(ConfigureTables, TablesThatSomebodyElsePublishesStay) {
     TestSupport::LocalTables others;
     AgentState state(config(""), others.reader, "configure-others");
-    state.configureTables(config(label(200)), "test.yaml");
+    ASSERT_TRUE(state.configureTables(config(label(200)), "test.yaml"));
     TestSupport::refreshWholly(state.tables());
     EXPECT_FALSE(hasLabel(state.tables(), 200));
 }

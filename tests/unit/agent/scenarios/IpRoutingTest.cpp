@@ -198,13 +198,13 @@ TEST_F(IpRouting, TheVrfOfThePortRoutesItsFrames) {
 }
 
 TEST_F(IpRouting, OnlyPortsThatTakePartRouteIp) {
-    const AgentConfig plainConfig = parseConfig(R"(
+    const AgentConfig plainConfig = configOf(R"(
 ports:
   - {name: a, mac: "02:00:00:00:00:01", addresses: [10.0.1.1/24]}
   - {name: b, mac: "02:00:00:00:00:02", vrf: blue}
   - {name: c, mac: "02:00:00:00:00:03", vrf: default}
 )",
-                                                "test.yaml");
+                                             "test.yaml");
     ForwardingTables plainTables(plainConfig);
     Forwarder plainForwarder(manager, plainTables, cpu);
     const Bytes good = ipFrame(packetTo("10.9.0.1"));

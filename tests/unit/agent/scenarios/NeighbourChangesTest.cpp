@@ -1,11 +1,12 @@
 #include <gtest/gtest.h>
 
-#include "Config/Config.h"
+#include "ConfigTesting.h"
 #include "State/Neighbours.h"
 
 namespace NeighbourChangesTest {
 
 using namespace OvixAgent;
+using namespace OvixAgent::Testing;
 
 namespace {
 
@@ -41,7 +42,7 @@ class NeighbourChanges : public testing::Test {
         return found != nullptr ? std::optional(*found) : std::nullopt;
     }
 
-    Neighbours neighbours{parseConfig(withOne, "test.yaml")};
+    Neighbours neighbours{configOf(withOne, "test.yaml")};
 };
 
 } // namespace
@@ -86,18 +87,18 @@ TEST_F(NeighbourChanges, TheOneDeviceOfALinkFollowsWhatIsLearnt) {
 TEST_F(NeighbourChanges, AnotherConfigurationsTakeThePlaceOfThoseThereWere) {
     neighbours.learn(address("10.0.1.9"), west, learnt);
     neighbours.learn(address("10.0.1.8"), west, learnt);
-    neighbours.configure(parseConfig(links + R"(
+    neighbours.configure(configOf(links + R"(
 neighbours:
   - {address: 10.0.1.8, port: west, mac: "02:00:00:00:08:08"}
 )",
-                                     "test.yaml"));
+                                  "test.yaml"));
     EXPECT_EQ(at("10.0.1.2"), std::nullopt);
     EXPECT_EQ(at("10.0.1.9"), learnt);
     EXPECT_EQ(at("10.0.1.8"), moved);
     EXPECT_EQ(only(west), std::nullopt);
     neighbours.forget(address("10.0.1.8"), west);
     EXPECT_EQ(at("10.0.1.8"), moved);
-    neighbours.configure(parseConfig(links, "test.yaml"));
+    neighbours.configure(configOf(links, "test.yaml"));
     EXPECT_EQ(at("10.0.1.8"), std::nullopt);
     EXPECT_EQ(only(west), learnt);
 }

@@ -2,7 +2,7 @@
 
 #include <thread>
 
-#include "Config/Config.h"
+#include "ConfigTesting.h"
 #include "LiveTesting.h"
 #include "Refusal.h"
 #include "State/ForwardingTables.h"
@@ -12,13 +12,14 @@ namespace LivePortsTest {
 namespace {
 
 using namespace OvixAgent;
+using namespace OvixAgent::Testing;
 using TestSupport::ip;
 using Lines = std::vector<std::string>;
 
 class LivePortsTest : public TestSupport::OwnNetwork {
   protected:
     void open(const std::string& text) {
-        config = parseConfig(text, "test.yaml");
+        config = configOf(text, "test.yaml");
         tables.emplace(config);
         ports.emplace(config, tables->ports);
     }

@@ -1,0 +1,131 @@
+// The JSON of a run: its summary, and the requests and answers of the control socket.
+
+#include <nlohmann/json.hpp>
+#include <string_view>
+
+#include "Summary/Summary.h"
+
+namespace OvixAgent {
+
+using Json = nlohmann::ordered_json;
+
+namespace {
+
+Json trafficJson(const Traffic& traffic) {
+    return {{"frames", traffic.frames}, {"bytes", traffic.bytes}};
+}
+
+Json forwardedJson(const Summary& summary) {
+    Json forwarded = trafficJson(summary.forwardedTotal());
+    forwarded["ports"] = Json::object();
+    for (const PortTraffic& port : summary.forwarded) {
+        forwarded["ports"][port.port] = trafficJson(port.traffic);
+    }
+    return forwarded;
+}
+
+Json reasonsJson(const Reasons& reasons) {
+    Json counts = Json::object();
+    for (const auto& [reason, count] : reasons.counts()) {
+        counts[reason] = count;
+    }
+    return {{"frames", reasons.total()}, {"reasons", counts}};
+}
+
+Json pseudowiresJson(const std::vector<PseudowireTraffic>& pseudowires) {
+    Json list = Json::array();
+    for (const PseudowireTraffic& pseudowire : pseudowires) {
+        list.push_back(Json{{"name", pseudowire.name},
+                            {"sent", trafficJson(pseudowire.sent)},
+                            {"delivered", trafficJson(pseudowire.delivered)}});
+    }
+    return list;
+}
+
+Json labelsJson(const std::vector<LabelTraffic>& labels) {
+    Json list = Json::array();
+    for (const LabelTraffic& label : labels) {
+        list.push_back(Json{{"label", label.label},
+                            {"packets", label.traffic.frames},
+                            {"bytes", label.traffic.bytes}});
+    }
+    return list;
+}
+
+Json countersJson(const std::vector<NamedCounter>& counters) {
+    Json list = Json::array();
+    for (const NamedCounter& counter : counters) {
+        list.push_back(Json{{"category", counter.category},
+                            {"module", counter.module},
+                            {"reason", counter.reason},
+                            {"count", counter.count}});
+    }
+    return list;
+}
+
+Json tablesJson(const TablesState& tables) {
+    return {{"name", tables.name},
+            {"generation", tables.generation},
+            {"corruptions", tables.corruptions}};
+}
+
+/// What comes from outside need not be UTF-8, but JSON is.
+std::string dumped(const Json& json, int indent = -1) {
+    return json.dump(indent, ' ', false, Json::error_handler_t::replace);
+}
+
+} // namespace
+
+std::string summaryJson(const Summary& summary) {
+    Json json;
+    json["balanced"] = summary.isBalanced();
+    json["in"] = trafficJson(summary.in);
+    json["forwarded"] = forwardedJson(summary);
+    json["punted"] = reasonsJson(summary.punted);
+    json["dropped"] = reasonsJson(summary.dropped);
+    json["handedOn"] = reasonsJson(summary.handedOn);
+    json["replicas"] = summary.replicas;
+    json["exceptions"] = trafficJson(summary.exceptions);
+    json["labels"] = labelsJson(summary.labels);
+    json["pseudowires"] = pseudowiresJson(summary.pseudowires);
+    json["counters"] = countersJson(summary.counters);
+    json["tables"] = tablesJson(summary.tables);
+    json["problems"] = summary.problems;
+    return dumped(json, 2);
+}
+
+Tessel::Result<std::string> requestedCommand(const std::string& request) {
+    const Json json = Json::parse(request, nullptr, false);
+    if (!json.is_object() || !json.contains("command") || !json["command"].is_string()) {
+        return Tessel::Refused{"a request is an object with a command"};
+    }
+    return json["command"].get<std::string>();
+}
+
+std::string countersAnswer(const std::vector<LabelTraffic>& labels,
+                           const std::vector<NamedCounter>& counters) {
+    return dumped(
+        {{"ok", true}, {"labels", labelsJson(labels)}, {"counters", countersJson(counters)}});
+}
+
+std::string statusAnswer(const Summary& summary, std::string_view version) {
+    return dumped({{"ok", true},
+                   {"version", version},
+                   {"tables", tablesJson(summary.tables)},
+                   {"frames",
+                    {{"in", summary.in.frames},
+                     {"forwarded", summary.forwardedTotal().frames},
+                     {"punted", summary.punted.total()},
+                     {"dropped", summary.dropped.total()},
+                     {"handedOn", summary.handedOn.total()}}}});
+}
+
+std::string doneAnswer() {
+    return dumped({{"ok", true}});
+}
+
+std::string refusalAnswer(const std::string& error) {
+    return dumped({{"ok", false}, {"error", error}});
+}
+
+} // namespace OvixAgent
