@@ -1,3 +1,4 @@
+#include <csignal>
 #include <cstdio>
 #include <variant>
 
@@ -5,6 +6,7 @@
 #include "Command/Run.h"
 
 int main(int argc, char** argv) {
+    std::signal(SIGPIPE, SIG_IGN); // a closed pipe is an error of the write
     const auto parsed = OvixAgent::parseCommandLine(argc, argv);
     if (const auto* exit = std::get_if<OvixAgent::CliExit>(&parsed)) {
         std::fputs(exit->text.c_str(),

@@ -174,6 +174,39 @@ for i in range({count}): s.send(frame + bytes(46)); time.sleep(0.002)""").commun
         self.assertLessEqual(set(result["dropped"]["reasons"]), {"No neighbour for the next hop"})
         self.assertGreaterEqual(result["forwarded"]["ports"]["east"]["frames"], 51)
 
+    def link_address(self, name: str, link: str) -> str:
+        shown = subprocess.run(["ip", "-n", name, "-j", "link", "show", link], check=True,
+                               capture_output=True, text=True).stdout
+        return json.loads(shown)[0]["address"]
+
+    def test_a_vlan_has_a_port_of_its_own(self):
+        host = self.link_address(self.west, "eth0")
+        process = self.start("  - {name: west.100, parent: west, vlan: 100, "
+                             "addresses: [10.0.3.1/24]}\n"
+                             "neighbours:\n"
+                             f"  - {{address: 10.0.3.2, port: west.100, mac: '{host}'}}\n")
+        self.ctl("lfib", "add", "100", "as", "200", "via", "inet", "10.0.3.2", "dev", "west.100")
+        router = self.link_address(self.router, "west").replace(":", "")
+        # The kernel keeps a received tag apart from the frame: with the auxiliary data.
+        program = f"""
+import socket
+s = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, socket.htons(3)); s.bind(("eth0", 3))
+s.setsockopt(263, 8, 1); s.settimeout(1); got = 0
+for vlan in [100] * 10 + [101]:
+    s.send(bytes.fromhex("{router}" + "020000000002" + "8100%04x" % vlan + "8847" + "00064140") + bytes(46))
+try:
+    while got < 10:
+        frame, control, _, _ = s.recvmsg(2000, 100)
+        vlan = int.from_bytes(control[0][2][16:18], "little")
+        got += vlan == 100 and int.from_bytes(frame[14:17], "big") >> 4 == 200
+except TimeoutError: pass
+print(got)"""
+        self.until(lambda: self.host(self.west, program).communicate()[0] == "10\n")
+        result = self.stop(process)
+        self.assertGreaterEqual(result["forwarded"]["ports"]["west.100"]["frames"], 10)
+        self.assertEqual(result["forwarded"]["ports"]["west"]["frames"], 0)
+        self.assertGreaterEqual(result["dropped"]["reasons"]["VLAN without a sub-interface"], 1)
+
     def sent_by_west(self) -> int:
         """How many frames west's end of its link has sent, uncut ones counted once."""
         return int(self.host(self.west, """

@@ -90,7 +90,7 @@ class Mtu(AgentTest):
         self.assertEqual(result.frames("east"), [leaving])
         self.assertEqual(result.reasons("dropped"), TOO_BIG)
         self.assertEqual(result.captures["lo"],
-                         [(5_000_000, exception(leaving, 2), len(leaving) + 16)])
+                         [(5_000_000, exception(leaving, 2), len(leaving) + 16 + 1515 - len(snapped))])
 
 
 class Example(AgentTest):

@@ -70,7 +70,7 @@ class Load(OvixCtlTest):
         for text, line, error in (
                 (self.transit(_100=via("pop", interface="nowhere")), 3,
                  "lfib.transit[0].vias[0].interface: no port is named \"nowhere\""),
-                (self.transit(_1=via("pop"), _100=deep), 4,
+                (self.transit(_16=via("pop"), _100=deep), 4,
                  "lfib.transit[1].vias[0].labels: 34 labels given, push and swap take 1 to 33"),
                 (hardware(deep), 4,
                  "hardware.adjacencies[0].vias[0].labels: 34 labels given, push and swap take 1 to 33")):

@@ -82,7 +82,7 @@ class WhatTheOtherEndMaySend(AgentTest):
     def test_stacks_that_a_pseudowire_label_should_not_stand_in(self):
         over = mpls([501, 77], CONTROL_WORD + FRAME)
         spent = mpls([(501, 0, 1)], CONTROL_WORD + FRAME)
-        endless = f.eth(EAST, CE_EAST, f.ETH_MPLS, f.label(501))
+        endless = f.eth("02:00:00:00:00:01", CE_EAST, f.ETH_MPLS, f.label(501))
         config = delivers(True)
         for what, frame, reasons in (("a label beneath", over, "dropped"),
                                      ("a spent TTL", spent, "punted"),

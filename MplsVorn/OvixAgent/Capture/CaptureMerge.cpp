@@ -21,6 +21,12 @@ PortIndex portOf(const InputOption& input, const std::vector<PortConfig>& ports)
     const auto found = std::find_if(ports.begin(), ports.end(), [&](const PortConfig& port) {
         return port.name == input.port;
     });
+    if (found != ports.end() && found->isSubInterface()) {
+        throw CaptureError(fmt::format(
+            "--in {}={}: {} is a VLAN sub-interface, whose frames come in "
+            "at its parent {}",
+            input.port, input.path, inQuotes(input.port), inQuotes(ports[found->parent].name)));
+    }
     if (found != ports.end()) {
         return static_cast<PortIndex>(found - ports.begin());
     }

@@ -49,7 +49,9 @@ std::vector<std::string> pathsIn(const std::string& directory, const AgentConfig
         paths.push_back((std::filesystem::path(directory) / (name + ".pcap")).string());
     };
     for (const PortConfig& port : config.ports) {
-        add(port.name);
+        if (!port.isSubInterface()) {
+            add(port.name);
+        }
     }
     add("cpu");
     add("lo");
@@ -69,6 +71,13 @@ CaptureOutputs::CaptureOutputs(const std::string& directory, const std::vector<s
     }
     for (const std::string& path : paths) {
         writers_.push_back(std::make_unique<CaptureWriter>(path, precision));
+    }
+    std::size_t next = 0;
+    for (const PortConfig& port : config.ports) {
+        ofPort_.push_back(port.isSubInterface() ? nullptr : writers_[next++].get());
+    }
+    for (std::size_t i = 0; i < ofPort_.size(); ++i) {
+        ofPort_[i] = ofPort_[i] != nullptr ? ofPort_[i] : ofPort_[config.ports[i].parent];
     }
 }
 

@@ -10,7 +10,8 @@
 namespace OvixAgent {
 
 /// The captures that a run writes, as ports: `<port>.pcap` for each configured port, `cpu.pcap` and
-/// `lo.pcap`, in one directory. Each is created even if nothing is written to it.
+/// `lo.pcap`, in one directory. Each is created even if nothing is written to it. The frames of a
+/// VLAN sub-interface are in the capture of its parent.
 class CaptureOutputs {
   public:
     /// Creates the directory with its parents, and the captures. Throws CaptureError when that
@@ -18,7 +19,7 @@ class CaptureOutputs {
     CaptureOutputs(const std::string& directory, const std::vector<std::string>& inputs,
                    const AgentConfig& config, TimePrecision precision);
 
-    TransmitPort& port(std::size_t index) const { return *writers_[index]; }
+    TransmitPort& port(std::size_t index) const { return *ofPort_[index]; }
     TransmitPort& cpu() const { return *writers_[writers_.size() - 2]; }
     TransmitPort& loopback() const { return *writers_.back(); }
 
@@ -28,6 +29,7 @@ class CaptureOutputs {
 
   private:
     std::vector<std::unique_ptr<CaptureWriter>> writers_; ///< the ports in order, "cpu", "lo"
+    std::vector<CaptureWriter*> ofPort_;                  ///< by the configuration's index
 };
 
 } // namespace OvixAgent

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cassert>
+#include <csignal>
 #include <poll.h>
 
 #include "Tessel/Exceptions.h"
@@ -13,14 +14,39 @@ namespace {
 /// Control requests are served once in so many frames.
 constexpr std::uint64_t framesPerRequest = 256;
 
+volatile std::sig_atomic_t caughtSignal = 0;
+
+/// Takes note of SIGINT and SIGTERM while it lives, which interrupt waiting calls.
+class StopSignals {
+  public:
+    StopSignals() {
+        caughtSignal = 0;
+        struct sigaction note {};
+        note.sa_handler = [](int signal) { caughtSignal = signal; };
+        sigaction(SIGINT, &note, &formerInt_);
+        sigaction(SIGTERM, &note, &formerTerm_);
+    }
+    StopSignals(const StopSignals&) = delete;
+    StopSignals& operator=(const StopSignals&) = delete;
+    ~StopSignals() {
+        sigaction(SIGINT, &formerInt_, nullptr);
+        sigaction(SIGTERM, &formerTerm_, nullptr);
+    }
+
+  private:
+    struct sigaction formerInt_ {};
+    struct sigaction formerTerm_ {};
+};
+
 } // namespace
 
-void CaptureRun::forwardAll() {
+int CaptureRun::forwardAll() {
     assert(input != nullptr && tables != nullptr && forwarder != nullptr && loopback != nullptr);
+    const StopSignals signals;
     std::uint64_t frames = 0;
     for (;;) {
         waitForInput();
-        const Frame* frame = input->next();
+        const Frame* frame = caughtSignal == 0 ? input->next() : nullptr;
         if (frame == nullptr) {
             break;
         }
@@ -34,11 +60,13 @@ void CaptureRun::forwardAll() {
         }
     }
     progress->clear();
+    return caughtSignal;
 }
 
 // While a pipe has nothing to read, tables are refreshed and requests served.
-void CaptureRun::waitForInput() {
-    for (int pipe = input->waitDescriptor(); pipe >= 0; pipe = input->waitDescriptor()) {
+void CaptureRun::waitForInput() const {
+    for (int pipe = input->waitDescriptor(); pipe >= 0 && caughtSignal == 0;
+         pipe = input->waitDescriptor()) {
         constexpr int tableRefreshMs = 100;
         std::array<pollfd, 2> waiting{
             {{pipe, POLLIN, 0}, {control != nullptr ? control->descriptor() : -1, POLLIN, 0}}};
@@ -54,7 +82,7 @@ void CaptureRun::waitForInput() {
 }
 
 void CaptureRun::forward(const Frame& frame) {
-    loopback->timeIs(frame.time);
+    loopback->causeIs(frame);
     for (;;) {
         tables->refresh();
         try {

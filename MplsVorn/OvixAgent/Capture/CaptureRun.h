@@ -18,12 +18,13 @@ struct CaptureRun {
     ControlServer* control; ///< may be null
     CliProgress* progress;
 
-    /// Forwards every frame with the newest tables and serves control requests in between. Throws
-    /// CaptureError when an output cannot be written.
-    void forwardAll();
+    /// Forwards every frame with the newest tables and serves control requests in between, until
+    /// SIGINT or SIGTERM: returns which, or 0 when there were no more frames. Throws CaptureError
+    /// when an output cannot be written.
+    int forwardAll();
 
   private:
-    void waitForInput();
+    void waitForInput() const;
     void forward(const Frame& frame);
 };
 

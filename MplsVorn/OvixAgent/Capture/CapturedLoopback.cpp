@@ -39,7 +39,7 @@ std::uint32_t CapturedLoopback::interfaceIndex(std::string_view interfaceName) {
 }
 
 void CapturedLoopback::transmit(std::span<const std::uint8_t> bytes) {
-    out_->transmit({0, time_, bytes, static_cast<std::uint32_t>(bytes.size())});
+    out_->transmit({0, time_, bytes, static_cast<std::uint32_t>(bytes.size()) + snapped_});
     sent_.add(bytes.size());
 }
 

@@ -13,8 +13,12 @@ class CapturedLoopback : public Lumo::RawTxBackend {
     explicit CapturedLoopback(TransmitPort& out) noexcept : out_(&out) { currentIs(this); }
     ~CapturedLoopback() override { currentIs(nullptr); }
 
-    /// The time stamp of frames sent from now on: that of the frame being forwarded.
-    void timeIs(CaptureTime time) noexcept { time_ = time; }
+    /// The frame being forwarded, whose time the frames sent from now on have. They hold it whole:
+    /// what the capture has cut off counts in their original length.
+    void causeIs(const Frame& frame) noexcept {
+        time_ = frame.time;
+        snapped_ = frame.originalLength - static_cast<std::uint32_t>(frame.bytes.size());
+    }
 
     const Traffic& sent() const noexcept { return sent_; }
 
@@ -28,6 +32,7 @@ class CapturedLoopback : public Lumo::RawTxBackend {
 
     TransmitPort* out_;
     CaptureTime time_;
+    std::uint32_t snapped_ = 0; ///< bytes of the frame that the capture has cut off
     Traffic sent_;
 };
 

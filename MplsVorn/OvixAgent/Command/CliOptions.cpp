@@ -16,7 +16,8 @@ constexpr const char* exitCodes =
     "  1  the configuration, a capture or an output is faulty; the whole frames of a truncated\n"
     "     capture are forwarded all the same\n"
     "  2  the command line is invalid\n"
-    "  3  the frames do not add up";
+    "  3  the frames do not add up\n"
+    "  130, 143  SIGINT or SIGTERM has ended a run on captures; the balance says how far it came";
 
 /// "PORT=CAPTURE"; port names contain no "=".
 std::optional<InputOption> parseInput(const std::string& text) {
@@ -58,6 +59,9 @@ void checkForm(const RunOptions& options, const std::vector<std::string>& inputs
     if (options.live && !(inputs.empty() && options.outDirectory.empty())) {
         throw CLI::ExcludesError("--live", inputs.empty() ? "--out" : "--in");
     }
+    if (options.live && options.anyMac) {
+        throw CLI::ExcludesError("--live", "--any-mac");
+    }
     if (!options.live && options.outDirectory.empty()) {
         throw CLI::RequiredError("--out");
     }
@@ -67,7 +71,8 @@ CliExit exitFor(const CLI::App& app, const CLI::ParseError& error) {
     std::ostringstream out;
     std::ostringstream err;
     const bool isSuccess = app.exit(error, out, err) == 0;
-    return {isSuccess ? ExitCode::success : ExitCode::usage, isSuccess ? out.str() : err.str()};
+    return {isSuccess ? ExitCode::success : ExitCode::usage,
+            isSuccess ? out.str() : std::string(app.get_name()) + ": " + err.str()};
 }
 
 } // namespace
@@ -89,6 +94,9 @@ std::variant<RunOptions, CliExit> parseCommandLine(int argc, const char* const* 
     run->add_flag("--live", options.live,
                   "Forward on the network interfaces named by the ports instead of on captures, "
                   "until SIGTERM; SIGHUP reloads CONFIG");
+    run->add_flag("--any-mac", options.anyMac,
+                  "Forward frames that are addressed to other stations, too; without it a port "
+                  "takes those for its own MAC address, for groups and for all");
     run->add_flag("--json", options.json, "Print the summary as JSON");
     run->add_flag("--trace", options.trace, "Print what happens to each frame");
     run->add_option("--plugin", options.plugin, "The plugin library to load")->type_name("FILE");

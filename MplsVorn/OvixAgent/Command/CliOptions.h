@@ -15,7 +15,8 @@ namespace ExitCode {
 inline constexpr int success = 0;
 inline constexpr int badInput = 1; ///< the configuration, a capture or an output is faulty
 inline constexpr int usage = 2;
-inline constexpr int imbalance = 3; ///< a frame was not accounted for exactly once
+inline constexpr int imbalance = 3;  ///< a frame was not accounted for exactly once
+inline constexpr int bySignal = 128; ///< and the signal's number: SIGINT 130, SIGTERM 143
 } // namespace ExitCode
 
 /// The command `run`.
@@ -27,6 +28,7 @@ struct RunOptions {
     std::string plugin;              ///< empty: the one installed with the agent
     std::string tables;              ///< name of shared tables; empty: those of the configuration
     std::string control;             ///< path of the control socket; empty: see controlPath()
+    bool anyMac = false;             ///< take frames for other stations, too
     bool json = false;
     bool trace = false;
     bool quiet = false;

@@ -33,11 +33,14 @@ Tessel::Result<void> checkSamePorts(const AgentConfig& old, const AgentConfig& c
     const bool same = std::equal(old.ports.begin(), old.ports.end(), config.ports.begin(),
                                  config.ports.end(), [](const auto& a, const auto& b) {
                                      return a.name == b.name && a.kind == b.kind &&
-                                            a.mac == b.mac && a.mtu == b.mtu;
+                                            a.mac == b.mac && a.mtu == b.mtu &&
+                                            a.parent == b.parent &&
+                                            (!a.isSubInterface() || a.tagging == b.tagging);
                                  });
     if (!same || old.cpuTap != config.cpuTap) {
         return Tessel::Refused{fmt::format(
-            "{}: ports: a change of names, kinds, mac or mtu needs a restart", options.config)};
+            "{}: ports: a change of names, kinds, mac, mtu or sub-interfaces needs a restart",
+            options.config)};
     }
     return {};
 }
@@ -169,18 +172,23 @@ Summary forwardCaptures(const RunOptions& options, const AgentConfig& config, Ca
     ForwardingTables tables(config);
     for (std::size_t i = 0; i < config.ports.size(); ++i) {
         tables.ports.ports()[i].out = &outputs.port(i);
+        tables.ports.ports()[i].anyMac = options.anyMac;
     }
     Forwarder forwarder(state.manager(), tables, outputs.cpu());
     CapturedLoopback lo(outputs.loopback());
     CliProgress progress = CliProgress::onTerminal(options.quiet);
     const std::unique_ptr<ControlServer> control = serveControl(options, state, forwarder);
-    CaptureRun{&input, &state.tables(), &forwarder, &lo, control.get(), &progress}.forwardAll();
+    const int stopSignal =
+        CaptureRun{&input, &state.tables(), &forwarder, &lo, control.get(), &progress}.forwardAll();
     outputs.close();
 
     Summary summary = summaryOf(options, state, forwarder);
     summary.exceptions = lo.sent();
-    const std::vector<std::string> problems = input.problems();
-    summary.problems.insert(summary.problems.begin(), problems.begin(), problems.end());
+    summary.stopSignal = stopSignal;
+    if (stopSignal == 0) { // which may cut short the reading of a frame
+        const std::vector<std::string> problems = input.problems();
+        summary.problems.insert(summary.problems.begin(), problems.begin(), problems.end());
+    }
     return summary;
 }
 

@@ -56,23 +56,38 @@ Summary summaryOf(const RunOptions& options, const AgentState& state, const Forw
     return summary;
 }
 
+namespace {
+
+/// A reader that has enough, as `head` has, closes its end: no error.
+void print(const RunOptions& options, const Summary& summary) {
+    try {
+        fmt::print("{}{}", options.json ? summaryJson(summary) : summaryTable(summary),
+                   options.json ? "\n" : "");
+        if (std::fflush(stdout) != 0) {
+            throw std::system_error(errno, std::generic_category());
+        }
+    } catch (const std::system_error& failed) {
+        if (failed.code() != std::errc::broken_pipe) {
+            throw std::system_error(failed.code(), "printing the summary");
+        }
+    }
+}
+
+} // namespace
+
 int report(const RunOptions& options, const Summary& summary) {
     for (const std::string& problem : summary.problems) {
         fmt::print(stderr, "ovix-agent: {}\n", problem);
     }
-    if (options.json) {
-        fmt::print("{}\n", summaryJson(summary));
-    } else {
-        fmt::print("{}", summaryTable(summary));
-    }
-    if (std::fflush(stdout) != 0) {
-        throw std::system_error(errno, std::generic_category(), "printing the summary");
-    }
+    print(options, summary);
     if (!summary.isBalanced()) {
         fmt::print(stderr,
                    "ovix-agent: the frames do not add up: {} in, {} replicas, {} accounted for\n",
                    summary.in.frames, summary.replicas, summary.accountedFor());
         return ExitCode::imbalance;
+    }
+    if (summary.stopSignal != 0) {
+        return ExitCode::bySignal + summary.stopSignal;
     }
     return summary.problems.empty() ? ExitCode::success : ExitCode::badInput;
 }

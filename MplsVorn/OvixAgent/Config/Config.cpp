@@ -4,10 +4,12 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <fmt/format.h>
 #include <memory>
 
 #include "Config/ConfigDocument.h"
 #include "Config/ConfigSections.h"
+#include "Config/ConfigText.h"
 
 namespace OvixAgent {
 
@@ -57,6 +59,22 @@ ToggleConfig readToggles(const ConfigValue& value) {
     return toggles;
 }
 
+/// The frames of an attachment circuit are carried whole, labels and all, and never looked up.
+void closeAttachmentCircuits(const ConfigValue& ports, AgentConfig& config) {
+    for (const auto& [pseudowire, line] : config.pseudowires) {
+        const ConfigValue item = ports.item(pseudowire.port);
+        const ConfigMap map(item);
+        const auto mpls = map.find("mpls");
+        if (mpls && mpls->boolean()) {
+            mpls->fail(fmt::format("true contradicts pseudowire {} at line {}, of which {} is the "
+                                   "attachment circuit",
+                                   inQuotes(pseudowire.name), line,
+                                   inQuotes(config.ports[pseudowire.port].name)));
+        }
+        config.ports[pseudowire.port].mpls = false;
+    }
+}
+
 std::string readCpuTap(const ConfigValue& value) {
     const ConfigMap map(value);
     std::string tap = map.required("tap").name("device name", 15);
@@ -91,6 +109,7 @@ AgentConfig readConfig(const ConfigValue& root) {
     }
     if (const auto pseudowires = map.find("pseudowires")) {
         config.pseudowires = readPseudowires(*pseudowires, portNames);
+        closeAttachmentCircuits(ports, config);
     }
     if (const auto mvpn = map.find("mvpn")) {
         config.mvpn = readMvpn(*mvpn, portNames);

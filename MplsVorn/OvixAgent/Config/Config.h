@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "Lumo/IpGenAddr.h"
-#include "Lumo/IpGenAddr.h"
 #include "Mpls/Hardware/Status.h"
 #include "Mpls/LabelRoute.h"
 #include "Published/IpRoutes.h"
@@ -35,17 +34,22 @@ struct InterfaceAddress {
 /// With which 802.1Q tags a frame leaves a port.
 struct Tagging {
     enum class Kind : std::uint8_t {
-        keep, ///< those that it came with
-        none, ///< untagged
-        vlan, ///< one tag with `vlan`, which stands for the word
+        keep,         ///< those that it came with
+        none,         ///< untagged
+        vlan,         ///< one tag with `vlan`, which stands for the word
+        subInterface, ///< those of the VLAN sub-interface: `vlan`, and `innerVlan` behind it
     };
 
     Kind kind = Kind::keep;
     std::uint16_t vlan = 0;
+    std::uint16_t innerVlan = 0; ///< 0: none
+
+    friend bool operator==(const Tagging&, const Tagging&) = default;
 };
 
 /// An index into AgentConfig::ports.
 using PortIndex = std::uint32_t;
+inline constexpr PortIndex noPort = ~PortIndex{0};
 
 enum class PortStatus : std::uint8_t { down, up };
 
@@ -54,6 +58,8 @@ enum class PortKind : std::uint8_t { packet = 1, xdp = 2, tap = 3 };
 
 struct PortConfig {
     std::string name; ///< 1 to 15 bytes; the port's interface, or its output capture
+    /// Of a VLAN sub-interface the port whose frames of the VLAN of `tagging` are its own.
+    PortIndex parent = noPort;
     PortKind kind = PortKind::packet;
     Lumo::EthAddr mac{};      ///< zeros: the interface's own
     std::uint32_t mtu = 1500; ///< of the frame without its Ethernet header
@@ -66,6 +72,11 @@ struct PortConfig {
     /// Whether labels that the neighbours here assign are those of this router's tables (RFC 5331
     /// section 7); otherwise their frames are dropped.
     bool upstreamLabels = false;
+    /// Whether labelled frames that come in here are forwarded. Otherwise they are dropped: labels
+    /// of a customer would lead into the provider's tables (RFC 4364 section 13).
+    bool mpls = true;
+
+    bool isSubInterface() const noexcept { return parent != noPort; }
 };
 
 struct NeighbourConfig {

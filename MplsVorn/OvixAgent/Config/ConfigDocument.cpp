@@ -51,7 +51,7 @@ class ConfigDocument::Builder : public YAML::EventHandler {
         const NodeId target = anchors_.at(anchor);
         for (const Open& open : open_) {
             if (open.node == target) {
-                fail(mark, "an alias stands within the node that it names");
+                fail(mark, "an alias is within the node that it names");
             }
         }
         waiting_.push_back(target);
@@ -118,7 +118,7 @@ class ConfigDocument::Builder : public YAML::EventHandler {
         waiting_.erase(from, waiting_.end());
     }
 
-    /// The parser gives for nothing the place of what comes next.
+    /// The parser reports a null at the place of what follows it.
     void placeNullsAtTheirKeys(const Node& map) {
         for (std::size_t i = map.first; i < map.first + 2 * map.count; i += 2) {
             Node& value = document_.nodes_[document_.children_[i + 1]];
@@ -139,7 +139,7 @@ ConfigDocument ConfigDocument::parse(const std::string& text, std::string file) 
     ConfigDocument document;
     document.file_ = std::move(file);
     Builder builder(document);
-    // The parser takes a quoted text that is never closed for closed if a line break comes last.
+    // The parser accepts a quoted text without its closing quote when a line break comes last.
     std::istringstream stream(text.substr(0, text.find_last_not_of(" \t\r\n") + 1));
     try {
         YAML::Parser parser(stream);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <stdexcept>
@@ -36,15 +37,18 @@ class ConfigDocument {
     std::size_t line(NodeId node) const { return nodes_[node].line; }
     /// A scalar's text.
     std::string_view text(NodeId node) const {
+        assert(kind(node) == Kind::scalar);
         return std::string_view(text_).substr(nodes_[node].first, nodes_[node].count);
     }
     /// The number of a list's items or of a map's entries.
     std::size_t size(NodeId node) const { return nodes_[node].count; }
     NodeId item(NodeId list, std::size_t index) const {
+        assert(kind(list) == Kind::list && index < size(list));
         return children_[nodes_[list].first + index];
     }
     /// A map's entries in file order; keys may be of any kind and may repeat.
     NodeId key(NodeId map, std::size_t index) const {
+        assert(kind(map) == Kind::map && index < size(map));
         return children_[nodes_[map].first + 2 * index];
     }
     NodeId value(NodeId map, std::size_t index) const {

@@ -83,7 +83,7 @@ std::optional<ConfigValue> ConfigMap::find(std::string_view wanted) const {
     return std::nullopt;
 }
 
-ConfigValue ConfigMap::required(std::string_view key) const {
+ConfigValue ConfigMap::required(std::string_view key, const std::string& why) const {
     if (const std::optional<ConfigValue> found = find(key)) {
         return *found;
     }
@@ -92,7 +92,7 @@ ConfigValue ConfigMap::required(std::string_view key) const {
             failUnknown(i, std::span(&key, 1));
         }
     }
-    failFor(key, "missing");
+    failFor(key, "missing" + why);
 }
 
 bool ConfigMap::booleanOr(std::string_view key, bool otherwise) const {

@@ -34,12 +34,12 @@ std::string readPortName(const ConfigValue& value) {
 Tagging readTagging(const ConfigValue& value) {
     const std::string_view text = value.text("tagging");
     if (const auto kind = Tessel::valueOf<Tagging::Kind>(text)) {
-        return {*kind, 0};
+        return {*kind, 0, 0};
     }
     if (text.empty() || text.front() < '0' || text.front() > '9') {
         value.fail(fmt::format("tagging {} is not keep, none, or a VLAN id", inQuotes(text)));
     }
-    return {Tagging::Kind::vlan, value.number<std::uint16_t>("VLAN id", 1, maxVlan)};
+    return {Tagging::Kind::vlan, value.number<std::uint16_t>("VLAN id", 1, maxVlan), 0};
 }
 
 std::vector<InterfaceAddress> readAddresses(const ConfigValue& list) {
@@ -50,31 +50,104 @@ std::vector<InterfaceAddress> readAddresses(const ConfigValue& list) {
     return addresses;
 }
 
+std::uint16_t readVlanId(const ConfigValue& value) {
+    return value.number<std::uint16_t>("VLAN id", 1, maxVlan);
+}
+
+/// One VLAN id, or the outer and the inner one.
+Tagging readVlans(const ConfigValue& value) {
+    if (value.kind() != ConfigValue::Kind::list) {
+        return {Tagging::Kind::subInterface, readVlanId(value), 0};
+    }
+    if (value.listSize() != 2) {
+        value.fail(fmt::format("{} VLAN ids given, allowed are an outer and an inner one",
+                               value.listSize()));
+    }
+    const ConfigValue outer = value.item(0);
+    const ConfigValue inner = value.item(1);
+    return {Tagging::Kind::subInterface, readVlanId(outer), readVlanId(inner)};
+}
+
+std::string vlanText(const Tagging& tagging) {
+    return tagging.innerVlan == 0 ? fmt::format("{}", tagging.vlan)
+                                  : fmt::format("[{}, {}]", tagging.vlan, tagging.innerVlan);
+}
+
+/// What a VLAN sub-interface has of its own; the parent is found once all ports are known.
+void readSubInterface(const ConfigMap& map, PortConfig& port) {
+    const auto vlan = map.find("vlan");
+    if (!map.find("parent")) {
+        if (vlan) {
+            vlan->fail("only a sub-interface, which names its parent, has a vlan; see tagging");
+        }
+        return;
+    }
+    for (const std::string_view key : {"kind", "tagging"}) {
+        if (const auto given = map.find(key)) {
+            given->fail(fmt::format("{} has no effect on a sub-interface: its parent and its vlan "
+                                    "decide",
+                                    inQuotes(given->text(key))));
+        }
+    }
+    port.tagging = readVlans(map.required("vlan"));
+}
+
 PortConfig readPort(const ConfigValue& value) {
     const ConfigMap map(value);
     PortConfig port;
+    port.mtu = map.numberOr("mtu", minMtu, maxMtu, port.mtu);
     port.name = readPortName(map.required("name"));
     port.kind = map.choiceOr("kind", port.kind);
     // A port with a kind is an interface of this host and has the interface's address.
-    if (const auto mac = map.find("mac")) {
-        port.mac = readUnicastMac(*mac);
-    } else if (!map.find("kind")) {
-        map.failFor("mac", fmt::format("missing: port {} has no kind to take it from",
-                                       inQuotes(port.name)));
+    if (map.find("mac") || (!map.find("kind") && !map.find("parent"))) {
+        port.mac = readUnicastMac(map.required(
+            "mac", fmt::format(": port {} has no kind to take it from", inQuotes(port.name))));
     }
-    port.mtu = map.numberOr("mtu", minMtu, maxMtu, port.mtu);
     if (const auto addresses = map.find("addresses")) {
         port.addresses = readAddresses(*addresses);
     }
     if (const auto tagging = map.find("tagging")) {
         port.tagging = readTagging(*tagging);
     }
+    readSubInterface(map, port);
     port.isUp = map.choiceOr("status", PortStatus::up) == PortStatus::up;
     port.vrf = readVrf(map);
     port.routesIp = map.find("vrf").has_value();
     port.upstreamLabels = map.booleanOr("upstream-labels", port.upstreamLabels);
+    port.mpls = map.booleanOr("mpls", port.vrf == L3::defaultVrf);
     map.refuseOthers();
     return port;
+}
+
+/// Finds the parents of the sub-interfaces, which have what they lack of their own from them.
+void connectSubInterfaces(const ConfigValue& list, std::vector<PortConfig>& ports) {
+    const PortNames names(ports);
+    std::map<std::tuple<PortIndex, std::uint16_t, std::uint16_t>, std::size_t> lines;
+    for (std::size_t i = 0; i < ports.size(); ++i) {
+        PortConfig& port = ports[i];
+        const ConfigValue item = list.item(i);
+        const ConfigMap map(item);
+        const auto parent = map.find("parent");
+        if (!parent) {
+            continue;
+        }
+        port.parent = names.read(*parent);
+        const PortConfig& physical = ports[port.parent];
+        if (physical.tagging.kind == Tagging::Kind::subInterface) {
+            parent->fail(fmt::format("{} is a sub-interface itself; two VLAN ids take its place",
+                                     inQuotes(physical.name)));
+        }
+        const auto [first, isNew] = lines.emplace(
+            std::tuple(port.parent, port.tagging.vlan, port.tagging.innerVlan), item.line());
+        if (!isNew) {
+            map.failFor("vlan", fmt::format("{} already has a sub-interface of VLAN {} at line {}",
+                                            inQuotes(physical.name), vlanText(port.tagging),
+                                            first->second));
+        }
+        port.kind = physical.kind;
+        port.mac = map.find("mac") ? port.mac : physical.mac;
+        port.mtu = map.find("mtu") ? port.mtu : physical.mtu;
+    }
 }
 
 } // namespace
@@ -117,6 +190,7 @@ std::vector<PortConfig> readPorts(const ConfigValue& list) {
                                             inQuotes(ports.back().name), first->second));
         }
     }
+    connectSubInterfaces(list, ports);
     return ports;
 }
 

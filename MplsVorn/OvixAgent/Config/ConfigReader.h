@@ -93,7 +93,8 @@ class ConfigMap {
     std::optional<ConfigValue> find(std::string_view key) const;
     /// Throws ConfigError when the key is missing, for the one that looks like its misspelling when
     /// there is one; keys that resemble it have to be asked for before.
-    ConfigValue required(std::string_view key) const;
+    /// `why` is added to the error.
+    ConfigValue required(std::string_view key, const std::string& why = {}) const;
 
     template <std::unsigned_integral Number>
     Number numberOr(std::string_view key, Number min, Number max, Number otherwise) const {

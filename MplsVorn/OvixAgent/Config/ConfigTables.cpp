@@ -76,7 +76,11 @@ Mpls::LfibViaSetType readSetType(const ConfigMap& map) {
 
 void readMulticast(const ConfigMap& map, Mpls::LabelRoute& route) {
     route.setType = readSetType(map);
-    if (route.isMulticast() && route.viaType != LfibViaType::ip) {
+    const bool isTail = route.viaType == LfibViaType::multicastIpLookup;
+    if (isTail && !map.find("tail")) {
+        map.failFor("tail", "missing: type multicast-ip-lookup delivers on its VLAN");
+    }
+    if (route.isMulticast() && !isTail && route.viaType != LfibViaType::ip) {
         map.required("type").fail("a multicast route is of type ip");
     }
     readTail(map, route);
@@ -93,11 +97,11 @@ Mpls::LabelRoute readLabelRoute(const ConfigValue& item, TableId table,
     if (!route.tail || map.find("vias") || map.find("via")) {
         route.vias = readVias(map, route.viaType, ports);
     }
-    if (route.viaType == LfibViaType::multicastIpLookup && !route.tail) {
-        route.setType = Mpls::LfibViaSetType::multicast; // a tail that leads nowhere
-        route.tail.emplace();
-        route.vias.clear();
+    if (Mpls::looksUp(route.viaType) && route.vias.size() > 1) {
+        map.required("vias").fail(
+            fmt::format("{} vias given, a lookup in a VRF has one", route.vias.size()));
     }
+    map.refuseOthers();
     return route;
 }
 

@@ -78,12 +78,16 @@ std::string_view nearestName(std::string_view name, std::span<const std::string_
         return {};
     }
     std::string_view nearest;
-    std::size_t best = 1 + std::min<std::size_t>(2, name.size() / 2);
+    std::size_t best = (1 + std::min<std::size_t>(2, name.size() / 2)) * longestCompared;
     for (const std::string_view candidate : candidates) {
         if (candidate.size() <= longestCompared) {
-            const std::size_t distance = editDistance(name, candidate);
-            if (distance < best) {
-                best = distance;
+            // Of two that are as near the one of the name's length.
+            const std::size_t difference =
+                std::max(name.size(), candidate.size()) - std::min(name.size(), candidate.size());
+            const std::size_t rank = editDistance(name, candidate) * longestCompared +
+                                     std::min(difference, std::size_t{9});
+            if (rank < best) {
+                best = rank;
                 nearest = candidate;
             }
         }

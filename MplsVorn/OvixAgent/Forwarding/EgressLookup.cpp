@@ -2,6 +2,7 @@
 
 #include <cassert>
 
+#include "Ip/IpPacket.h"
 #include "Ovix/packet/TtlBytes.h"
 #include "Tessel/Fib/FecId.h"
 #include "Wire/ControlWord.h"
@@ -41,6 +42,24 @@ std::optional<Lumo::EthAddr> groupMac(const Lumo::IpGenAddr& destination) noexce
         return Lumo::EthAddr{0x33, 0x33, group[12], group[13], group[14], group[15]};
     }
     return std::nullopt;
+}
+
+/// Whether the last label of a frame is an explicit null.
+bool endsInExplicitNull(Wire::Bytes frame) noexcept {
+    const Wire::Ethernet header(frame);
+    if (!header) {
+        return false;
+    }
+    Wire::TagWalk tags(header.etherType(), frame.subspan(Wire::Ethernet::size));
+    for (Wire::Tag tag; tags.next(tag);) {
+    }
+    Lumo::MplsLabelEntry last;
+    if (Wire::EtherType::isMpls(tags.etherType())) {
+        Wire::LabelWalk labels(tags.rest());
+        while (labels.next(last)) {
+        }
+    }
+    return last.bos() && last.label().isExplicitNull();
 }
 
 /// The destination of a packet that starts with an IP header; of no family for any other packet.
@@ -95,15 +114,27 @@ Fate removeControlWord(Ovix::PacketContext& packet, const Pseudowire* pseudowire
     return forwarded;
 }
 
-Fate EgressLookup::find(Ovix::PacketContext& packet, std::size_t snapped,
+// An explicit null names no VRF (RFC 3032 section 2.1): the packet stays in that of its port, so
+// that a customer's does not reach the provider's routes.
+const Fib* EgressLookup::fibFor(const Ovix::PacketContext& packet, const Frame& received,
+                                const Ovix::RoutingNexthop& nexthop) const {
+    const bool isLeftToUs =
+        nexthop.vrfName().empty() && nexthop.intfId().empty() && isIp(packet.outerType());
+    return isLeftToUs && endsInExplicitNull(received.bytes)
+               ? &tables_->vrfs->fibOfPort(received.port)
+               : tables_->vrfs->fib(nexthop.vrfName().view());
+}
+
+Fate EgressLookup::find(Ovix::PacketContext& packet, const Frame& received,
                         const Ovix::RoutingNexthop& nexthop, Egress& egress) const {
     assert(egress.port == nullptr);
-    const Fib* fib = tables_->vrfs->fib(nexthop.vrfName().view());
+    const Fib* fib = fibFor(packet, received, nexthop);
     if (fib == nullptr) {
         return drop(Reason::unknownVrf);
     }
     const Lumo::IntfId intf = nexthop.intfId();
     if (intf.empty()) {
+        const std::size_t snapped = received.originalLength - received.bytes.size();
         return router_.route(*fib, nexthop.address(), packet, snapped, egress);
     }
     if (FecId::isHierarchicalIntfId(intf)) {

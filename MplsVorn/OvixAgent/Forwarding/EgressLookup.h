@@ -38,14 +38,16 @@ class EgressLookup {
     /// The tables must outlive the lookup.
     explicit EgressLookup(ForwardingTables& tables) noexcept : tables_(&tables), router_(tables) {}
 
-    /// Forwarded: `egress` is set, its MAC address unless it has to be resolved. `snapped` is the
-    /// number of bytes that the capture left out.
-    Fate find(Ovix::PacketContext& packet, std::size_t snapped, const Ovix::RoutingNexthop& nexthop,
-              Egress& egress) const;
+    /// Forwarded: `egress` is set, its MAC address unless it has to be resolved. `packet` is what
+    /// the rewrites have made of the frame `received`.
+    Fate find(Ovix::PacketContext& packet, const Frame& received,
+              const Ovix::RoutingNexthop& nexthop, Egress& egress) const;
 
     ForwardingTables& tables() const noexcept { return *tables_; }
 
   private:
+    const Fib* fibFor(const Ovix::PacketContext& packet, const Frame& received,
+                      const Ovix::RoutingNexthop& nexthop) const;
     Fate sendBy(Port& port, Lumo::IpGenAddr address, Ovix::PacketContext& packet,
                 Egress& egress) const;
     Fate sendTo(const Lumo::IpGenAddr& address, PortIndex port, Egress& egress) const;

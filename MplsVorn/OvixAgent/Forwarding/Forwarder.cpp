@@ -12,7 +12,7 @@ namespace OvixAgent {
 
 Forwarder::Forwarder(const Ptr<Ovix::PluginManager>& manager, ForwardingTables& tables,
                      TransmitPort& cpu)
-    : mplsHandler_(manager->routingHandlers()->handler("Mpls")),
+    : intake_(tables), mplsHandler_(manager->routingHandlers()->handler("Mpls")),
       ipv4Handler_(Tessel::make<IpRoutingHandler>(Ovix::PktHdrType::ipv4, tables.ports)),
       ipv6Handler_(Tessel::make<IpRoutingHandler>(Ovix::PktHdrType::ipv6, tables.ports)),
       sender_(manager, EgressLookup(tables),
@@ -26,9 +26,13 @@ void Forwarder::receive(const Frame& frame) {
     assert(frame.originalLength >= frame.bytes.size());
     assert(frame.port < tables_->ports.ports().size());
     accounts_.received(frame.bytes.size());
-    current_ = {&frame, 0};
+    Frame own = frame;
+    current_ = {&own, 0};
     try {
-        const Fate fate = process(frame);
+        Fate fate = intake_.admit(own);
+        if (fate.kind == FateKind::forwarded) {
+            fate = process(own);
+        }
         account(fate, *current_.frame);
     } catch (const CaptureError&) {
         throw; // an output failed, not the frame
@@ -76,7 +80,11 @@ Fate Forwarder::dispatch(const Frame& frame, const Ptr<Ovix::PacketContext>& pac
 // something in that neighbour's context only (RFC 5331 section 7, RFC 5332 section 3).
 Fate Forwarder::routeLabels(const Frame& frame, const Ptr<Ovix::PacketContext>& packet,
                             const ReceivedLink& link) {
-    if (link.isUpstreamAssigned && !tables_->ports.ports()[frame.port].upstreamLabels) {
+    const Port& port = tables_->ports.ports()[frame.port];
+    if (!port.mpls) {
+        return drop(Reason::mplsNotAllowed);
+    }
+    if (link.isUpstreamAssigned && !port.upstreamLabels) {
         return drop(Reason::upstreamLabel);
     }
     return route(frame, packet, link, mplsHandler_);
@@ -204,7 +212,7 @@ Fate Forwarder::send(const Frame& frame, const Ptr<Ovix::RoutingContext>& contex
 
 void Forwarder::account(const Fate& fate, const Frame& frame) {
     if (fate.kind == FateKind::punted) {
-        cpu_->transmit(frame);
+        cpu_->transmit(intake_.asReceived(frame));
     }
     accounts_.add(fate);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Forwarding/FrameAccounts.h"
+#include "Forwarding/FrameIntake.h"
 #include "Forwarding/PluginHost.h"
 #include "Forwarding/Sender.h"
 #include "Ovix/plugin/PluginManager.h"
@@ -59,6 +60,7 @@ class Forwarder {
                                         const Ptr<Ovix::PacketContext>& packet) const;
     Ptr<Ovix::RoutingContext> copyOf(const Ovix::RoutingContext& context, const Frame& frame) const;
 
+    FrameIntake intake_;
     Ptr<Ovix::RoutingHandler> mplsHandler_;
     Ptr<Ovix::RoutingHandler> ipv4Handler_;
     Ptr<Ovix::RoutingHandler> ipv6Handler_;

@@ -26,7 +26,11 @@ std::uint32_t Outgoing::mtu() const noexcept {
 bool Outgoing::pushLinkHeader(Ovix::PacketContext& to) const {
     assert(egress.port != nullptr);
     const Port& port = *egress.port;
-    return pushLink(to, port.mac, egress.mac, tagsToSend(tags, port.tagging, nexthop.vlanId()));
+    const VlanTags sent = tagsToSend(tags, port.tagging, nexthop.vlanId());
+    if (to.outerType() == Ovix::PktHdrType::eth) { // a customer's frame, whose tags stay
+        return port.tagging.kind != Tagging::Kind::subInterface || insertTags(*to.pkt(), sent);
+    }
+    return pushLink(to, port.mac, egress.mac, sent);
 }
 
 void Outgoing::emit(const Ovix::PacketContext& sent, std::size_t missing) const {

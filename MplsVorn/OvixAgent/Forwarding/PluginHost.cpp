@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "Plugin/Loader.h"
+#include "State/LinkHeader.h"
 #include "Wire/Ethernet.h"
 
 namespace OvixAgent {
@@ -70,6 +71,14 @@ class NetworkPort : public Ovix::Port {
             return false;
         }
         port_->sent.add(bytes.size());
+        if (port_->tagging.kind == Tagging::Kind::subInterface) {
+            const Ptr<Lumo::Pkt> tagged = Lumo::globalPktManager()->newPkt(bytes);
+            if (!insertTags(*tagged, tagsToSend({}, port_->tagging, 0))) {
+                return false;
+            }
+            port_->out->transmit(asFrame(*current_, tagged->data()));
+            return true;
+        }
         port_->out->transmit(asFrame(*current_, bytes));
         return true;
     }

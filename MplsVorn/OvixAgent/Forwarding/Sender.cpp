@@ -21,7 +21,7 @@ Fate Sender::send(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
         return fate;
     }
     Egress& egress = outgoing.egress;
-    fate = egress_.find(packet, outgoing.snapped(), nexthop, egress);
+    fate = egress_.find(packet, frame, nexthop, egress);
     reportIfUndelivered(frame, egress, fate);
     if (fate.kind == FateKind::forwarded && packet.outerType() == Ovix::PktHdrType::eth) {
         fate = removeControlWord(packet, egress.pseudowire);

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "Lumo/IpGenAddr.h"
-#include "Lumo/IpGenAddr.h"
 #include "Ovix/rewrite/RewriteImpl.h"
 #include "State/DropListener.h"
 #include "State/FecTable.h"

@@ -1,6 +1,7 @@
 #include "State/LinkHeader.h"
 
 #include <algorithm>
+#include <cassert>
 
 #include "Wire/Ethernet.h"
 
@@ -59,17 +60,40 @@ ReceivedLink readLink(Ovix::ParsedPacket& parsed) {
 }
 
 VlanTags tagsToSend(const VlanTags& received, const Tagging& tagging, std::uint16_t nexthopVlan) {
+    VlanTags tags;
+    const auto push = [&tags](std::uint16_t tpid, std::uint16_t vlan) {
+        tags.tags[tags.count++] = {Lumo::NetU16(tpid), Lumo::NetU16(vlan)};
+    };
+    if (tagging.kind == Tagging::Kind::subInterface) {
+        if (tagging.innerVlan != 0) { // IEEE 802.1ad
+            push(Wire::EtherType::serviceVlan, tagging.vlan);
+        }
+        push(Wire::EtherType::vlan, tagging.innerVlan != 0 ? tagging.innerVlan : tagging.vlan);
+        return tags;
+    }
     if (nexthopVlan == 0 && tagging.kind == Tagging::Kind::keep) {
         return received;
     }
-    VlanTags tags;
     if (nexthopVlan == 0 && tagging.kind == Tagging::Kind::none) {
         return tags;
     }
-    const std::uint16_t vlan = nexthopVlan != 0 ? nexthopVlan : tagging.vlan;
-    tags.tags[0] = {Lumo::NetU16(Wire::EtherType::vlan), Lumo::NetU16(vlan)};
-    tags.count = 1;
+    push(Wire::EtherType::vlan, nexthopVlan != 0 ? nexthopVlan : tagging.vlan);
     return tags;
+}
+
+bool insertTags(Lumo::Pkt& frame, const VlanTags& tags) {
+    assert(frame.bytes() >= Wire::Ethernet::size);
+    const std::size_t size = tags.count * Wire::Tag::size;
+    if (size == 0 || frame.pushFront(size).empty()) {
+        return size == 0;
+    }
+    std::uint8_t* const to = frame.writableData().data();
+    std::copy_n(to + size, Wire::Ethernet::macsSize, to);
+    for (std::size_t i = 0; i < tags.count; ++i) {
+        const Wire::Tag tag{tags.tags[i].tpid, tags.tags[i].tci};
+        tag.store(to + Wire::Ethernet::macsSize + i * Wire::Tag::size);
+    }
+    return true;
 }
 
 std::size_t linkHeaderSize(Ovix::PacketContext& packet) {

@@ -29,8 +29,12 @@ struct ReceivedLink {
 /// The frame must have an Ethernet header.
 ReceivedLink readLink(Ovix::ParsedPacket& parsed);
 
-/// The tags to send with: the next hop's VLAN when it names one, else as the port says.
+/// The tags to send with: a sub-interface's own; else the next hop's VLAN when it names one, else
+/// as the port says.
 VlanTags tagsToSend(const VlanTags& received, const Tagging& tagging, std::uint16_t nexthopVlan);
+
+/// Puts tags behind the MAC addresses of a frame. False when it is too long for them.
+bool insertTags(Lumo::Pkt& frame, const VlanTags& tags);
 
 /// How much of a packet that starts with Ethernet is its header and tags, which no MTU counts; 0
 /// for a packet whose Ethernet header is yet to come.

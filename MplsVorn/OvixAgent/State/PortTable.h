@@ -1,5 +1,8 @@
 #pragma once
 
+#include <cassert>
+#include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -22,6 +25,8 @@ struct Port {
     L3::VrfName vrf;
     bool routesIp = false;       ///< otherwise IP frames are handed on
     bool upstreamLabels = false; ///< otherwise upstream-assigned labels are dropped
+    bool mpls = true;            ///< otherwise labelled frames are dropped
+    bool anyMac = true;          ///< otherwise frames for other stations are handed on
     TransmitPort* out = nullptr; ///< not owned
     Traffic sent;
 };
@@ -39,6 +44,7 @@ class PortTable {
 
     /// `port` must be one of these.
     PortIndex indexOf(const Port& port) const noexcept {
+        assert(&port >= ports_.data() && &port < ports_.data() + ports_.size());
         return static_cast<PortIndex>(&port - ports_.data());
     }
 
@@ -52,9 +58,22 @@ class PortTable {
         return index != nullptr ? &ports_[*index] : nullptr;
     }
 
+    /// Whether the port has VLAN sub-interfaces, or is one.
+    bool hasVlans(PortIndex port) const noexcept { return hasVlans_[port]; }
+    /// The port that a frame is for which came in at `port` with these VLAN ids, outermost first:
+    /// the port itself, or its sub-interface that names the most of them.
+    struct Taker {
+        PortIndex port = 0;
+        std::size_t ownTags = 0; ///< how many of the tags are the sub-interface's
+    };
+    /// Unset when nobody has the VLAN.
+    std::optional<Taker> taker(PortIndex port, std::span<const std::uint16_t> vlans) const noexcept;
+
   private:
     std::vector<Port> ports_;
     Tessel::FlatMap<std::uint32_t> byIntf_;
+    Tessel::FlatMap<PortIndex> byVlan_; ///< sub-interfaces by parent and VLAN ids
+    std::vector<bool> hasVlans_;
 };
 
 } // namespace OvixAgent

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cassert>
 #include <string>
 #include <vector>
 
@@ -26,9 +27,13 @@ class Pseudowires {
 
     /// The pseudowire of a port; null when the port is not an attachment circuit.
     Pseudowire* ofPort(PortIndex port) noexcept {
+        assert(port < byPort_.size());
         const std::size_t index = byPort_[port];
         return index != none ? &pseudowires_[index] : nullptr;
     }
+
+    /// Whether the port is an attachment circuit.
+    bool isCircuit(PortIndex port) const noexcept { return byPort_[port] != none; }
 
     /// Whether labelled frames are sent at all.
     bool mplsRouting() const noexcept { return mplsRouting_; }

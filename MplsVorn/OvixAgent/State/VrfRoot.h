@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cassert>
 #include <string_view>
 #include <vector>
 
@@ -26,7 +27,10 @@ class VrfRoot : public Ovix::RoutingVrfRoot {
     Fib& fibIs(std::string_view vrf);
 
     /// Those of the VRF that a port is in.
-    const Fib& fibOfPort(PortIndex port) const noexcept { return fibs_[fibOfPort_[port]]; }
+    const Fib& fibOfPort(PortIndex port) const noexcept {
+        assert(port < fibOfPort_.size());
+        return fibs_[fibOfPort_[port]];
+    }
 
   private:
     std::uint32_t fibIndex(std::string_view vrf);

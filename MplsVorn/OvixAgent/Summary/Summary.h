@@ -81,6 +81,7 @@ struct Summary {
     std::vector<NamedCounter> counters;
     TablesState tables;
     std::vector<std::string> problems; ///< inputs that ended early
+    int stopSignal = 0;                ///< which signal has ended a run on captures; 0: none
 
     Traffic forwardedTotal() const;
 

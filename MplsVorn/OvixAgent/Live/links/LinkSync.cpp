@@ -9,7 +9,9 @@ LinkSync::LinkSync(const AgentConfig& config, ForwardingTables& forwarding,
     : forwarding_(&forwarding), interfaces_(std::move(interfaces)), ports_(&ports),
       monitor_(events()) {
     for (const PortConfig& port : config.ports) {
-        ofPort_.push_back({0, port.mac != Lumo::EthAddr{}, port.mtu != PortConfig().mtu});
+        ofPort_.push_back(
+            {0, port.parent, port.mac != Lumo::EthAddr{}, port.mtu != PortConfig().mtu});
+        ofPort_.back().isParentUp = !port.isSubInterface();
         interfaces_->intfStatusIs(Lumo::IntfId(port.name), false);
     }
     forwarding_->neighbours.solicitsIs(true);
@@ -35,40 +37,71 @@ LinkEvents LinkSync::events() {
 
 void LinkSync::linkIs(const LinkState& link) {
     for (PortIndex i = 0; i < ofPort_.size(); ++i) {
-        Port& port = forwarding_->ports.ports()[i];
-        if (port.name != link.name) {
-            continue;
+        const PortIndex parent = ofPort_[i].parent;
+        if (forwarding_->ports.ports()[i].name == link.name) {
+            takeOver(i, link);
+        } else if (parent != noPort && forwarding_->ports.ports()[parent].name == link.name) {
+            takeOverFromParent(i, link);
         }
-        const bool isMtuGreater = link.mtu > port.mtu;
-        if (!ofPort_[i].ownMac) {
-            port.mac = link.mac;
-        }
-        if (!ofPort_[i].ownMtu) {
-            port.mtu = link.mtu;
-        }
-        LivePort& live = ports_->port(i);
-        if (!live.isOpen() || ofPort_[i].link != link.index || isMtuGreater) {
-            live.reopen();
-        }
-        ofPort_[i].link = link.index;
-        upIs(i, link.isUp());
     }
 }
 
-void LinkSync::linkDel(const LinkState& link) {
-    if (const auto port = portOf(link.index)) {
-        upIs(*port, false);
-        ofPort_[*port].link = 0;
-        ports_->port(*port).receive([](const Frame&) {},
-                                    1); // notices that the interface was removed
+void LinkSync::takeOver(PortIndex index, const LinkState& link) {
+    Port& port = forwarding_->ports.ports()[index];
+    OfPort& own = ofPort_[index];
+    const bool isMtuGreater = link.mtu > port.mtu;
+    if (!own.ownMac) {
+        port.mac = link.mac;
     }
+    if (!own.ownMtu) {
+        port.mtu = link.mtu;
+    }
+    LivePort& live = ports_->port(index);
+    if (own.parent == noPort && (!live.isOpen() || own.link != link.index || isMtuGreater)) {
+        live.reopen();
+    }
+    own.link = link.index;
+    upIs(index, link.isUp());
+}
+
+void LinkSync::takeOverFromParent(PortIndex index, const LinkState& link) {
+    Port& port = forwarding_->ports.ports()[index];
+    OfPort& own = ofPort_[index];
+    own.isParentUp = link.isUp();
+    if (own.link == 0 && !own.ownMac) {
+        port.mac = link.mac;
+    }
+    if (own.link == 0 && !own.ownMtu) {
+        port.mtu = link.mtu;
+    }
+    upIs(index, own.link == 0 ? link.isUp() : own.isLinkUp);
+}
+
+void LinkSync::linkDel(const LinkState& link) {
+    const auto port = portOf(link.index);
+    if (!port) {
+        return;
+    }
+    ofPort_[*port].link = 0;
+    if (ofPort_[*port].parent != noPort) {
+        upIs(*port, ofPort_[*port].isParentUp);
+        return;
+    }
+    upIs(*port, false);
+    for (PortIndex i = 0; i < ofPort_.size(); ++i) {
+        if (ofPort_[i].parent == *port) {
+            ofPort_[i].isParentUp = false;
+            upIs(i, false);
+        }
+    }
+    ports_->port(*port).receive([](const Frame&) {}, 1); // notices that the interface was removed
 }
 
 void LinkSync::upIs(PortIndex index, bool up) {
     assert(index < ofPort_.size());
     Port& port = forwarding_->ports.ports()[index];
     ofPort_[index].isLinkUp = up;
-    port.isUp = up && ofPort_[index].isEnabled;
+    port.isUp = up && ofPort_[index].isEnabled && ofPort_[index].isParentUp;
     interfaces_->intfStatusIs(port.intfId, port.isUp);
 }
 

@@ -11,7 +11,9 @@
 namespace OvixAgent {
 
 /// Keeps the ports, the interface status for plugins and the neighbours in sync with the kernel,
-/// and makes the kernel resolve the neighbours that frames need.
+/// and makes the kernel resolve the neighbours that frames need. A VLAN sub-interface is up while
+/// its parent is; when the kernel has a VLAN device of its name, that one gives its MAC, MTU and
+/// neighbours, and has to be up, too.
 class LinkSync {
   public:
     using Clock = std::chrono::steady_clock;
@@ -34,14 +36,18 @@ class LinkSync {
   private:
     struct OfPort {
         std::uint32_t link = 0; ///< index of the interface; 0: none
+        PortIndex parent = noPort;
         bool ownMac = false;    ///< configured
         bool ownMtu = false;    ///< configured
         bool isEnabled = true;  ///< by the configuration
         bool isLinkUp = false;  ///< by the kernel
+        bool isParentUp = true; ///< by the kernel, of a sub-interface
     };
 
     LinkEvents events();
     void linkIs(const LinkState& link);
+    void takeOver(PortIndex port, const LinkState& link);
+    void takeOverFromParent(PortIndex port, const LinkState& link);
     void linkDel(const LinkState& link);
     void neighbourIs(const NeighbourState& neighbour);
     void neighbourDel(const NeighbourState& neighbour);

@@ -53,10 +53,18 @@ class CpuPort : public TransmitPort {
 
 LivePorts::LivePorts(const AgentConfig& config, PortTable& table)
     : cpuTap_(config.cpuTap.empty() ? nullptr : std::make_unique<TapPort>(0, config.cpuTap)),
-      cpu_(std::make_unique<CpuPort>(cpuTap_.get())) {
+      cpu_(std::make_unique<CpuPort>(cpuTap_.get())), byIndex_(config.ports.size()) {
     for (PortIndex i = 0; i < config.ports.size(); ++i) {
-        ports_.push_back(open(config.ports[i], i));
-        table.ports()[i].out = ports_.back().get();
+        if (!config.ports[i].isSubInterface()) {
+            ports_.push_back(open(config.ports[i], i));
+            byIndex_[i] = ports_.back().get();
+        }
+    }
+    for (PortIndex i = 0; i < config.ports.size(); ++i) {
+        if (config.ports[i].isSubInterface()) {
+            byIndex_[i] = byIndex_[config.ports[i].parent];
+        }
+        table.ports()[i].out = byIndex_[i];
         table.ports()[i].isUp = false; // until the kernel reports the link
     }
 }

@@ -10,15 +10,18 @@
 
 namespace OvixAgent {
 
-/// The ports of a live run, in the order of the configuration, and the CPU port.
+/// The ports of a live run and the CPU port. VLAN sub-interfaces take and send their frames by the
+/// ports of their parents.
 class LivePorts {
   public:
     /// Opens the ports, except those whose interfaces do not exist yet. The ports of the table
     /// transmit to them.
     LivePorts(const AgentConfig& config, PortTable& table);
 
+    /// Without sub-interfaces, in the order of the configuration.
     std::vector<std::unique_ptr<LivePort>>& all() noexcept { return ports_; }
-    LivePort& port(PortIndex index) const { return *ports_[index]; }
+    /// That of the parent for a sub-interface.
+    LivePort& port(PortIndex index) const { return *byIndex_[index]; }
 
     /// Sends labelled punted frames to the TAP device, if there is one. IP frames of a packet port
     /// have also been received by the host's own stack, which answers them.
@@ -42,6 +45,7 @@ class LivePorts {
     std::vector<std::unique_ptr<LivePort>> ports_;
     std::unique_ptr<TapPort> cpuTap_; ///< null when the configuration has none
     std::unique_ptr<TransmitPort> cpu_;
+    std::vector<LivePort*> byIndex_;    ///< by the configuration's index
     std::vector<std::string> reported_; ///< the problem of each port at the last news()
 };
 

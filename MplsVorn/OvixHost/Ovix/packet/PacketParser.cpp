@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <array>
 
 #include "Ovix/packet/PacketContext.h"
@@ -98,10 +99,10 @@ bool parseMpls(const Ptr<Lumo::Pkt>& pkt, std::size_t offset, Found& found,
     return true;
 }
 
-/// The fixed header and its options must be there whole, and the total length must have room for
-/// them (RFC 1812 section 5.2.2). It may exceed what was captured; it is 0 in a capture of a packet
-/// that was segmented later. What lies beyond it is padding. Only a first fragment shows its upper
-/// layer.
+/// The fixed header must be there whole, and the total length must have room for it and its options
+/// (RFC 1812 section 5.2.2). The total length, and so the options, may exceed what was captured; it
+/// is 0 in a capture of a packet that was segmented later. What lies beyond it is padding. Only a
+/// first fragment shows its upper layer.
 bool parseIpv4(Bytes bytes, Found& found) {
     const Wire::Ipv4 header(bytes);
     if (!header) {
@@ -109,12 +110,12 @@ bool parseIpv4(Bytes bytes, Found& found) {
     }
     const std::size_t size = header.headerSize();
     const std::size_t totalLength = header.totalLength() != 0 ? header.totalLength() : bytes.size();
-    if (size < Wire::Ipv4::size || size > bytes.size() || size > totalLength) {
+    if (size < Wire::Ipv4::size || size > totalLength) {
         return false;
     }
     const bool udp = header.protocol() == Wire::IpProtocol::udp && header.isFirstFragment() &&
                      totalLength - size >= Wire::Udp::size;
-    found = {size, udp ? PktHdrType::udp : PktHdrType::none};
+    found = {std::min(size, bytes.size()), udp ? PktHdrType::udp : PktHdrType::none};
     return true;
 }
 

@@ -1,7 +1,7 @@
 #include "Answers/CpuAnswers.h"
 
-#include "ConfigTesting.h"
 #include "Config/Config.h"
+#include "ConfigTesting.h"
 #include "EchoTesting.h"
 #include "HeapCount.h"
 #include "LocalTables.h"

@@ -27,14 +27,14 @@ class CapturedLoopbackTest : public ::testing::Test {
 
 } // namespace
 
-TEST_F(CapturedLoopbackTest, CapturesFramesSentOnLoAtTheCurrentTime) {
-    loopback.timeIs({5, 6});
+TEST_F(CapturedLoopbackTest, CapturesFramesSentOnLoAtTheTimeAndLengthOfTheirCause) {
+    loopback.causeIs({0, {5, 6}, frame, 60});
     EXPECT_TRUE(sendOn("lo"));
-    loopback.timeIs({7, 8});
+    loopback.causeIs({0, {7, 8}, frame, 160}); // 100 bytes were not captured
     EXPECT_TRUE(sendOn("lo"));
     EXPECT_EQ(out.frames, (Frames{frame, frame}));
     EXPECT_EQ(out.times, (std::vector<CaptureTime>{{5, 6}, {7, 8}}));
-    EXPECT_EQ(out.originalLengths, (std::vector<std::uint32_t>{60, 60}));
+    EXPECT_EQ(out.originalLengths, (std::vector<std::uint32_t>{60, 160}));
     EXPECT_EQ(loopback.sent(), (Traffic{2, 120}));
 }
 

@@ -35,7 +35,7 @@ CliExit exitOf(const std::vector<const char*>& arguments) {
 TEST(CliOptions, ReadsEveryOption) {
     const RunOptions options =
         runOptions({"run", "c.yaml", "--in", "eth1=a.pcap", "--in", "eth2=b=c.pcap", "--out", "o",
-                    "--json", "--trace", "--quiet", "--plugin", "p.so"});
+                    "--json", "--trace", "--quiet", "--any-mac", "--plugin", "p.so"});
     EXPECT_EQ(options.config, "c.yaml");
     ASSERT_EQ(options.inputs.size(), 2U);
     EXPECT_EQ(options.inputs[0].port, "eth1");
@@ -46,6 +46,7 @@ TEST(CliOptions, ReadsEveryOption) {
     EXPECT_TRUE(options.json);
     EXPECT_TRUE(options.trace);
     EXPECT_TRUE(options.quiet);
+    EXPECT_TRUE(options.anyMac);
     EXPECT_EQ(options.plugin, "p.so");
 }
 
@@ -54,7 +55,14 @@ TEST(CliOptions, FlagsAreOffUnlessGiven) {
     EXPECT_FALSE(options.json);
     EXPECT_FALSE(options.trace);
     EXPECT_FALSE(options.quiet);
+    EXPECT_FALSE(options.anyMac);
     EXPECT_EQ(options.plugin, "");
+}
+
+TEST(CliOptions, ErrorsNameTheProgram) {
+    EXPECT_EQ(exitOf({"run", "c.yaml", "--frob"}).text.substr(0, 12), "ovix-agent: ");
+    EXPECT_EQ(exitOf({"run", "c.yaml", "--live", "--any-mac"}).code, ExitCode::usage);
+    EXPECT_EQ(exitOf({"--help"}).text.substr(0, 12) == "ovix-agent: ", false);
 }
 
 TEST(CliOptions, TheConfigurationMayStandAnywhere) {

@@ -81,7 +81,7 @@ TEST(ConfigFecs, AViaMayNameAFecThatIsNotThereYet) {
         return twoPorts + "lfib:\n  decap: [{label: 100, type: " + type + ", via: " + via + "}]\n";
     };
     const AgentConfig config =
-        parseConfig(routed("{fec: 72057594037927935, action: swap, labels: [16]}"), "t.yaml");
+        configOf(routed("{fec: 72057594037927935, action: swap, labels: [16]}"), "t.yaml");
     EXPECT_EQ(config.labelRoutes.at(0).value.vias.at(0).via.fec(), Mpls::Via::maxFec);
     const std::string at = "t.yaml:5: lfib.decap[0].via";
     EXPECT_EQ(errorOf(routed("{fec: 72057594037927936, action: swap, labels: [16]}")),

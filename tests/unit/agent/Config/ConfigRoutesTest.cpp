@@ -66,7 +66,7 @@ TEST(ConfigRoutes, AreReadWithAllTheirKeys) {
 TEST(ConfigRoutes, ARouteThatDropsMayAnswer) {
     const auto kind = [](const std::string& drop) {
         const AgentConfig config =
-            parseConfig(routes("  - {prefix: 10.1.0.0/16, drop: " + drop + "}\n"), "t.yaml");
+            configOf(routes("  - {prefix: 10.1.0.0/16, drop: " + drop + "}\n"), "t.yaml");
         EXPECT_TRUE(config.routes[0].value.vias.empty());
         return config.routes[0].value.kind;
     };
@@ -149,7 +149,8 @@ TEST(ConfigRoutes, ErrorsNameLineKeyAndValue) {
         {route("prefix: 10.1.0.0/16, via: {interface: eth3}"),
          "t.yaml:5: routes[0].via.interface: no port is named \"eth3\"; did you mean \"eth1\"?"},
         {route("prefix: \"2001:db8::/48\", via: {interface: eth1, nexthop: 10.0.1.2}"),
-         "t.yaml:5: routes[0].via.nexthop: \"10.0.1.2\" is an IPv4 address, to which an IPv6 prefix "
+         "t.yaml:5: routes[0].via.nexthop: \"10.0.1.2\" is an IPv4 address, to which an IPv6 "
+         "prefix "
          "needs labels"},
         {route("vrf: blue, prefix: 10.1.0.0/16, " + via),
          "t.yaml:5: routes[0].via.nexthop: \"10.0.1.2\" is on no subnet of the ports in VRF "

@@ -92,6 +92,41 @@ TEST(Config, PortsHaveDefaults) {
     EXPECT_TRUE(port.addresses.empty());
 }
 
+TEST(Config, ASubInterfaceHasFromItsParentWhatItLacks) {
+    const AgentConfig config =
+        configOf("ports:\n"
+                 "  - {name: e.7, parent: e, vlan: 7, mac: 02:00:00:00:00:09, mtu: 1400}\n"
+                 "  - {name: q, parent: e, vlan: [7, 8]}\n"
+                 "  - {name: e, mac: 02:00:00:00:00:01, mtu: 9000, kind: xdp}\n");
+    EXPECT_FALSE(config.ports[2].isSubInterface());
+    EXPECT_EQ(config.ports[0].parent, 2U);
+    EXPECT_EQ(config.ports[0].mac, (Lumo::EthAddr{2, 0, 0, 0, 0, 9}));
+    EXPECT_EQ(config.ports[0].mtu, 1400U);
+    EXPECT_EQ(config.ports[0].tagging, (Tagging{Tagging::Kind::subInterface, 7, 0}));
+    EXPECT_EQ(config.ports[1].mac, (Lumo::EthAddr{2, 0, 0, 0, 0, 1}));
+    EXPECT_EQ(config.ports[1].mtu, 9000U);
+    EXPECT_EQ(config.ports[1].kind, PortKind::xdp);
+    EXPECT_EQ(config.ports[1].tagging, (Tagging{Tagging::Kind::subInterface, 7, 8}));
+}
+
+TEST(Config, OnlyPortsOfTheProviderTakeLabelsUnlessTheySay) {
+    const AgentConfig config =
+        configOf("ports:\n"
+                 "  - {name: core, mac: 02:00:00:00:00:01}\n"
+                 "  - {name: own, mac: 02:00:00:00:00:02, vrf: default}\n"
+                 "  - {name: red, mac: 02:00:00:00:00:03, vrf: red}\n"
+                 "  - {name: blue, mac: 02:00:00:00:00:04, vrf: blue, mpls: true}\n"
+                 "  - {name: shut, mac: 02:00:00:00:00:05, mpls: false}\n"
+                 "  - {name: ce, mac: 02:00:00:00:00:06}\n"
+                 "pseudowires:\n"
+                 "  - {name: gold, port: ce, label: 500, interface: core, nexthop: 10.0.0.2}\n");
+    std::vector<bool> taking;
+    for (const PortConfig& port : config.ports) {
+        taking.push_back(port.mpls);
+    }
+    EXPECT_EQ(taking, (std::vector<bool>{true, true, false, true, false, false}));
+}
+
 TEST(Config, ReadsTogglesAndMplsRouting) {
     const AgentConfig config = configOf(everything, "t.yaml");
     EXPECT_FALSE(config.mplsRouting);
@@ -181,13 +216,13 @@ TEST(Config, EveryTableIsReadUnderItsOwnName) {
 TEST(Config, ViaTypesHaveNamesAndNumbers) {
     const std::pair<const char*, std::uint8_t> types[]{
         {"ip", 1},    {"ip-lookup", 3}, {"external-fec", 10}, {"ip-lookup-per-prefix", 11},
-        {"\"2\"", 2}, {"0", 0},         {"255", 255},         {"multicast-ip-lookup", 12},
+        {"\"2\"", 2}, {"0", 0},         {"255", 255},
     };
     for (const auto& [word, number] : types) {
-        const AgentConfig config = configOf(
-            twoPorts + "lfib: {decap: [{label: 16, type: " + word + ", via: {action: pop" +
-                (Mpls::looksUp(LfibViaType{number}) ? "" : ", interface: eth1") + "}}]}\n",
-            "t.yaml");
+        const AgentConfig config =
+            configOf(twoPorts + "lfib: {decap: [{label: 16, type: " + word + ", via: {action: pop" +
+                         (Mpls::looksUp(LfibViaType{number}) ? "" : ", interface: eth1") + "}}]}\n",
+                     "t.yaml");
         EXPECT_EQ(config.labelRoutes.at(0).value.viaType, LfibViaType{number}) << word;
     }
 }

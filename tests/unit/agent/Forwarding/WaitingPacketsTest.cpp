@@ -165,12 +165,12 @@ TEST_F(WaitingPacketsTest, APortThatIsDownByThenDropsIt) {
 TEST_F(WaitingPacketsTest, ANewConfigurationTakesNothingFromThem) {
     receiveIp(packetTo("10.5.0.1")); // by a route that is removed
     tables.configure(configOf("ports:\n"
-                                 "  - {name: west, mac: \"02:00:00:00:00:01\"}\n"
-                                 "  - {name: east, mac: \"02:00:00:00:00:02\"}\n"
-                                 "  - {name: red1, mac: \"02:00:00:00:00:03\"}\n"
-                                 "  - {name: red2, mac: \"02:00:00:00:00:04\"}\n"
-                                 "  - {name: aside, mac: \"02:00:00:00:00:05\"}\n",
-                                 "test.yaml"));
+                              "  - {name: west, mac: \"02:00:00:00:00:01\"}\n"
+                              "  - {name: east, mac: \"02:00:00:00:00:02\"}\n"
+                              "  - {name: red1, mac: \"02:00:00:00:00:03\"}\n"
+                              "  - {name: red2, mac: \"02:00:00:00:00:04\"}\n"
+                              "  - {name: aside, mac: \"02:00:00:00:00:05\"}\n",
+                              "test.yaml"));
     learn("10.77.0.1");
     EXPECT_EQ(out[east].frames, Frames{sent(packetTo("10.5.0.1", 63))});
 }

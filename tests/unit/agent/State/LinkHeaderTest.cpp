@@ -143,4 +143,30 @@ TEST(LinkHeader, OfAnEthernetPacketIsItsHeaderAndItsTags) {
     }
 }
 
+TEST(LinkHeader, ASubInterfaceSendsWithItsOwnTagsWhateverTheNextHopSays) {
+    const Tagging one{Tagging::Kind::subInterface, 7, 0};
+    const Tagging two{Tagging::Kind::subInterface, 7, 8};
+    EXPECT_EQ(tcisOf(tagsToSend(tagsOf({5}), one, 0)), (std::vector<std::uint16_t>{7}));
+    EXPECT_EQ(tcisOf(tagsToSend({}, one, 9)), (std::vector<std::uint16_t>{7}));
+    const VlanTags sent = tagsToSend(tagsOf({5}), two, 9);
+    EXPECT_EQ(tcisOf(sent), (std::vector<std::uint16_t>{7, 8}));
+    EXPECT_EQ(sent.tags[0].tpid.value(), ethServiceVlan); // IEEE 802.1ad
+    EXPECT_EQ(sent.tags[1].tpid.value(), ethVlan);
+}
+
+TEST(LinkHeader, TagsAreInsertedBehindTheMacAddresses) {
+    for (const std::vector<std::uint16_t>& tcis :
+         {std::vector<std::uint16_t>{}, {7}, {7, 8}, {7, 8, 9}}) {
+        const auto frame = Lumo::globalPktManager()->newPkt(join({eth(ethIpv4), filled(40, 0xa5)}));
+        ASSERT_TRUE(insertTags(*frame, tagsOf(tcis)));
+        Bytes expected = eth(ethIpv4);
+        expected.resize(12);
+        for (const std::uint16_t tci : tcis) {
+            expected = join({expected, u16(ethVlan), u16(tci)});
+        }
+        expected = join({expected, u16(ethIpv4), filled(40, 0xa5)});
+        EXPECT_EQ(Bytes(frame->data().begin(), frame->data().end()), expected);
+    }
+}
+
 } // namespace LinkHeaderTest

@@ -119,7 +119,7 @@ namespace {
 
 const std::string allocationConfig = R"(
 ports:
-  - {name: west, mac: "02:00:00:00:00:01", addresses: [10.0.1.1/24], vrf: red}
+  - {name: west, mac: "02:00:00:00:00:01", addresses: [10.0.1.1/24], vrf: red, mpls: true}
   - {name: east, mac: "02:00:00:00:00:02", addresses: [10.0.2.1/24], vrf: red}
 neighbours:
   - {address: 10.0.2.2, port: east, mac: "02:00:00:00:02:02"}

@@ -25,13 +25,13 @@ TEST(ConfigErrors, OfTheWholeFile) {
          "t.yaml:4: neighbors: unknown key \"neighbors\"; did you mean \"neighbours\"?"},
         {"unknown key, far", twoPorts + "interfaces: []\n",
          "t.yaml:4: interfaces: unknown key \"interfaces\"; known: mpls-routing, toggles, ports, "
-         "neighbours, lfib, hardware, pseudowires, routes, fecs, mvpn, cpu"},
+         "neighbours, lfib, hardware, fecs, pseudowires, mvpn, cpu, routes"},
         {"duplicate key", twoPorts + "lfib: {}\nlfib: {}\n",
          "t.yaml:5: lfib: the key \"lfib\" is already given at line 4"},
         {"a list as a key", "[a, b]: 1\n", "t.yaml:1: a key must be a non-empty word"},
-        {"an unspeakable key", "\"a\\tb.c d\": 1\n",
-         "t.yaml:1: \"a\\x09b.c d\": unknown key \"a\\x09b.c d\"; known: mpls-routing, toggles, "
-         "ports, neighbours, lfib, hardware, pseudowires, routes, fecs, mvpn, cpu"},
+        {"an unspeakable key", twoPorts + "\"a\\tb.c d\": 1\n",
+         "t.yaml:4: \"a\\x09b.c d\": unknown key \"a\\x09b.c d\"; known: mpls-routing, toggles, "
+         "ports, neighbours, lfib, hardware, fecs, pseudowires, mvpn, cpu, routes"},
         {"not a boolean", twoPorts + "mpls-routing: 1\n",
          "t.yaml:4: mpls-routing: \"1\" is not true or false"},
         {"nothing for a boolean", twoPorts + "mpls-routing:\n",
@@ -62,7 +62,8 @@ TEST(ConfigErrors, OfPorts) {
         {"none", "ports: []\n", "t.yaml:1: ports: at least one port is needed"},
         {"no map", "ports: [eth1]\n", "t.yaml:1: ports[0]: expected a map, found \"eth1\""},
         {"no name", port(mac), "t.yaml:2: ports[0].name: missing"},
-        {"no MAC", port("name: eth1"), "t.yaml:2: ports[0].mac: missing"},
+        {"no MAC", port("name: eth1"),
+         "t.yaml:2: ports[0].mac: missing: port \"eth1\" has no kind to take it from"},
         {"long name", port("name: sixteen-bytes-ab, " + mac),
          "t.yaml:2: ports[0].name: port name \"sixteen-bytes-ab\" has 16 bytes, allowed are 1 to "
          "15"},
@@ -110,6 +111,77 @@ TEST(ConfigErrors, OfPorts) {
         {"twice", twoPorts + "  - {name: eth1, mac: 02:00:00:00:00:03}\n",
          "t.yaml:4: ports[2].name: port \"eth1\" is already defined at line 2"},
     });
+}
+
+TEST(ConfigErrors, OfSubInterfaces) {
+    const auto with = [](const std::string& keys) { return twoPorts + "  - {" + keys + "}\n"; };
+    const std::string sub = "name: eth1.100, parent: eth1, vlan: 100";
+    expectErrors({
+        {"a whole one", with(sub), ""},
+        {"two tags", with("name: q, parent: eth1, vlan: [100, 200]"), ""},
+        {"no VLAN", with("name: s, parent: eth1"), "t.yaml:4: ports[2].vlan: missing"},
+        {"no parent", with("name: s, mac: 02:00:00:00:00:03, vlan: 100"),
+         "t.yaml:4: ports[2].vlan: only a sub-interface, which names its parent, has a vlan; see "
+         "tagging"},
+        {"unknown parent", with("name: s, parent: eth3, vlan: 100"),
+         "t.yaml:4: ports[2].parent: no port is named \"eth3\"; did you mean \"eth1\"?"},
+        {"nested", with(sub) + "  - {name: s, parent: eth1.100, vlan: 5}\n",
+         "t.yaml:5: ports[3].parent: \"eth1.100\" is a sub-interface itself; two VLAN ids take its "
+         "place"},
+        {"twice", with(sub) + "  - {name: s, parent: eth1, vlan: 100}\n",
+         "t.yaml:5: ports[3].vlan: \"eth1\" already has a sub-interface of VLAN 100 at line 4"},
+        {"VLAN 0", with("name: s, parent: eth1, vlan: 0"),
+         "t.yaml:4: ports[2].vlan: VLAN id 0 is out of range (1..4094)"},
+        {"inner VLAN", with("name: s, parent: eth1, vlan: [1, 4095]"),
+         "t.yaml:4: ports[2].vlan[1]: VLAN id 4095 is out of range (1..4094)"},
+        {"three tags", with("name: s, parent: eth1, vlan: [1, 2, 3]"),
+         "t.yaml:4: ports[2].vlan: 3 VLAN ids given, allowed are an outer and an inner one"},
+        {"tagging", with(sub + ", tagging: none"),
+         "t.yaml:4: ports[2].tagging: \"none\" has no effect on a sub-interface: its parent and "
+         "its "
+         "vlan decide"},
+        {"kind", with(sub + ", kind: xdp"),
+         "t.yaml:4: ports[2].kind: \"xdp\" has no effect on a sub-interface: its parent and its "
+         "vlan decide"},
+        {"labels of an attachment circuit",
+         with("name: ce, mac: 02:00:00:00:00:03, mpls: true") +
+             "pseudowires:\n  - {name: gold, port: ce, label: 500, interface: eth1, nexthop: "
+             "10.0.0.2}\n",
+         "t.yaml:4: ports[2].mpls: true contradicts pseudowire \"gold\" at line 6, of which \"ce\" "
+         "is the attachment circuit"},
+    });
+}
+
+TEST(ConfigErrors, UnknownKeysOfEveryMap) {
+    const std::string via = "{interface: eth1, nexthop: 10.0.0.2, action: pop, colour: red}";
+    const std::string hop = "{interface: eth1, nexthop: 10.0.0.2, colour: red}";
+    const std::string cases[]{
+        "neighbours: [{address: 10.0.0.1, port: eth1, mac: 02:00:00:00:00:09, colour: red}]\n",
+        "lfib: {colour: []}\n",
+        "lfib: {decap: [{label: 16, via: {interface: eth1, action: pop}, colour: red}]}\n",
+        "lfib: {decap: [{label: 16, via: " + via + "}]}\n",
+        "lfib: {decap: [{label: 16, multicast: true, tail: {vlan: 5, colour: red}}]}\n",
+        "hardware: {colour: []}\n",
+        "hardware: {adjacencies: [{id: 1, via: {interface: eth1, action: pop}, colour: red}]}\n",
+        "hardware: {adjacencies: [{id: 1, via: {interface: eth1, action: pop}}], routes: [{label: "
+        "16, adjacency: 1, colour: red}]}\n",
+        "fecs: [{id: 1, vias: [{interface: eth1, nexthop: 10.0.0.2}], colour: red}]\n",
+        "fecs: [{id: 1, vias: [" + hop + "]}]\n",
+        "routes: [{prefix: 10.1.0.0/16, drop: true, colour: red}]\n",
+        "routes: [{prefix: 10.1.0.0/16, via: " + hop + "}]\n",
+        "pseudowires: [{name: a, port: eth2, label: 500, interface: eth1, nexthop: 10.0.0.2, "
+        "colour: red}]\n",
+        "mvpn: [{vrf-id: 7, vlan: 5, colour: red}]\n",
+        "cpu: {tap: t, colour: red}\n",
+        "colour: red\n",
+    };
+    for (const std::string& text : cases) {
+        EXPECT_NE(errorOf(twoPorts + text).find("unknown key \"colour\"; known: "),
+                  std::string::npos)
+            << text << errorOf(twoPorts + text);
+    }
+    EXPECT_EQ(errorOf(twoPorts + "mvpn: [{vrf_id: 7, vlan: 5}]\n"),
+              "t.yaml:4: mvpn[0].vrf_id: unknown key \"vrf_id\"; did you mean \"vrf-id\"?");
 }
 
 TEST(ConfigErrors, OfAddresses) {

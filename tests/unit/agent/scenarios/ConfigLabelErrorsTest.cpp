@@ -33,11 +33,30 @@ TEST(ConfigLabelErrors, OfRoutes) {
          decap("    - {label: 16, " + popVia + "}\n    - {label: 17, " + popVia +
                "}\n    - label: 16\n      " + popVia),
          "t.yaml:8: lfib.decap[2].label: label 16 is already defined at line 6"},
+        {"implicit null", decap("    - {label: 3, " + popVia + "}"),
+         "t.yaml:6: lfib.decap[0].label: label 3 (implicit null) never stands in a frame (RFC 3032 "
+         "section 2.1)"},
+        {"explicit null", decap("    - {label: 0, " + popVia + "}"),
+         "t.yaml:6: lfib.decap[0].label: label 0 is a special-purpose label, and no table holds "
+         "labels 0 to 15 (RFC 7274)"},
+        {"hardware route of a special-purpose label",
+         twoPorts + "hardware:\n  adjacencies: [{id: 1, " + popVia +
+             "}]\n  routes: [{label: 15, adjacency: 1}]\n",
+         "t.yaml:6: hardware.routes[0].label: label 15 is a special-purpose label, and no table "
+         "holds labels 0 to 15 (RFC 7274)"},
         {"type", decap("    - {label: 16, type: ip-lockup, " + popVia + "}"),
          "t.yaml:6: lfib.decap[0].type: unknown via type \"ip-lockup\"; did you mean "
          "\"ip-lookup\"?"},
         {"type number", decap("    - {label: 16, type: 256, " + popVia + "}"),
          "t.yaml:6: lfib.decap[0].type: via type 256 is out of range (0..255)"},
+        {"a tail's type", decap("    - {label: 16, type: multicast-ip-lookup, " + popVia + "}"),
+         "t.yaml:6: lfib.decap[0].tail: missing: type multicast-ip-lookup delivers on its VLAN"},
+        {"a tail's type with its tail",
+         decap("    - {label: 16, type: multicast-ip-lookup, multicast: true, tail: {vlan: 5}}"),
+         ""},
+        {"two lookups",
+         decap("    - {label: 16, type: ip-lookup, vias: [{vrf: red}, {vrf: blue}]}"),
+         "t.yaml:6: lfib.decap[0].vias: 2 vias given, a lookup in a VRF has one"},
         {"no vias", decap("    - {label: 16}"), "t.yaml:6: lfib.decap[0].vias: missing"},
         {"empty vias", decap("    - {label: 16, vias: []}"),
          "t.yaml:6: lfib.decap[0].vias: 0 vias given, allowed are 1 to 599"},

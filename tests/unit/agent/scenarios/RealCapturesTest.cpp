@@ -22,8 +22,8 @@ class RealCaptures : public ::testing::TestWithParam<RealCapture> {};
 
 /// Captures of real traffic lie beside the source tree, not in it.
 TEST_P(RealCaptures, AreReadToTheEnd) {
-    const auto path =
-        std::filesystem::path(TestSupport::sourceDir()) / ".." / "shared" / "captures" / GetParam().file;
+    const auto path = std::filesystem::path(TestSupport::sourceDir()) / ".." / "shared" /
+                      "captures" / GetParam().file;
     if (!std::filesystem::exists(path)) {
         GTEST_SKIP() << "no captures of real traffic beside the source tree";
     }

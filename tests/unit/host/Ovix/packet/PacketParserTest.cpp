@@ -200,6 +200,11 @@ TEST(PacketParser, AnIpv4HeaderMustBeWholeAndSane) {
     EXPECT_EQ(names(with(3, 28)), "Eth Ipv4 Udp");
     EXPECT_EQ(names(with(3, 0)), "Eth Ipv4 Udp") << "to be segmented";
     EXPECT_EQ(names(with(2, 0xff)), "Eth Ipv4 Udp") << "snapped";
+    Bytes snapped = join({eth(ethIpv4), ipv4({.options = filled(16, 1)}, udp())});
+    snapped.resize(14 + 24);
+    EXPECT_EQ(names(snapped), "Eth Ipv4") << "snapped within the options";
+    snapped.resize(14 + 19);
+    EXPECT_EQ(names(snapped), "Eth") << "snapped within the fixed header";
 }
 
 TEST(PacketParser, OnlyAFirstIpv4FragmentShowsItsUpperLayer) {
