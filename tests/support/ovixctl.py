@@ -12,7 +12,7 @@ def via_json(**keys) -> dict:
     """A via as JSON, of which everything but `keys` is as usual."""
     usual = {"action": "pop", "labels": [], "nexthop": "10.0.2.2", "interface": "east", "weight": 1,
              "ttl": "uniform", "tc": None, "pushTc": None, "pushTtl": None, "payload": "auto",
-             "mtu": None, "vlan": None, "fec": None, "vrf": None}
+             "mtu": None, "vlan": None, "fec": None, "vrf": None, "entropy": False}
     return {**usual, **keys}
 
 

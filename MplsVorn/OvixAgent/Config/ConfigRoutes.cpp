@@ -41,8 +41,7 @@ std::optional<PortIndex> portOnSubnet(const RouteContext& context, const Lumo::I
 
 /// IPv4 packets may be sent to an IPv6 neighbour (RFC 8950), but IPv6 packets to an IPv4 one only
 /// over MPLS (RFC 4798).
-Lumo::IpGenAddr readNexthop(const ConfigValue& value, const RouteContext& context,
-                            bool hasLabels) {
+Lumo::IpGenAddr readNexthop(const ConfigValue& value, const RouteContext& context, bool hasLabels) {
     const Lumo::IpGenAddr nexthop = readIpAddress(value);
     if (nexthop.family() == Lumo::IpFamily::ipv4 && !hasLabels &&
         context.prefix.address().family() == Lumo::IpFamily::ipv6) {

@@ -143,7 +143,7 @@ JSON: {"tables", "generation", "time", "routes": [ROUTE]}
     mvpn       {"table", "vrfId", "interface"}
   A damaged entry has its label, id or vrfId and "corrupt": TEXT.
   VIA: {"action", "labels", "nexthop", "interface", "weight", "ttl", "tc", "pushTc", "pushTtl",
-        "payload", "mtu", "vlan", "fec", "vrf"}
+        "payload", "mtu", "vlan", "fec", "vrf", "entropy"}
   Every key is always there; null means unset.)",
      "0:* @tables@\n"},
     {"lfib",

@@ -95,6 +95,7 @@ class JsonWriter {
         json["vlan"] = numberOrNull(options.vlan);
         json["fec"] = numberOrNull(member.via.fec());
         json["vrf"] = textOrNull(options.vrf.view());
+        json["entropy"] = options.entropy;
         return json;
     }
 

@@ -4,8 +4,6 @@ namespace Ovix {
 
 namespace {
 
-constexpr std::size_t entrySize = Lumo::MplsLabelEntry::size;
-
 /// The label that names a flow, never a special-purpose one (RFC 6790 section 4.2, RFC 6391
 /// section 2).
 Lumo::MplsLabel labelOfFlow(std::uint32_t hash) {
@@ -20,10 +18,10 @@ class EntryWriter {
         : room_(room), tc_(tc), lastIsBottom_(lastIsBottom) {}
 
     void write(Lumo::MplsLabel label, std::uint8_t ttl) {
-        assert(room_.size() >= entrySize);
-        const bool isBottom = lastIsBottom_ && room_.size() == entrySize;
+        assert(room_.size() >= Lumo::MplsLabelEntry::size);
+        const bool isBottom = lastIsBottom_ && room_.size() == Lumo::MplsLabelEntry::size;
         Lumo::MplsLabelEntry(label, tc_, isBottom, ttl).store(room_.data());
-        room_ = room_.subspan(entrySize);
+        room_ = room_.subspan(Lumo::MplsLabelEntry::size);
     }
 
   private:
@@ -43,7 +41,8 @@ bool ImposedLabels::push(PacketContext& packet, std::uint8_t tc, std::uint8_t tt
     constexpr std::uint8_t flowTtl = 1;
     const bool namesFlow = entropyBeneath_ > 0 || flowLabel_;
     const std::uint32_t hash = namesFlow ? packet.hash() : 0;
-    const std::span<std::uint8_t> room = packet.pkt()->pushFront(entries() * entrySize);
+    const std::span<std::uint8_t> room =
+        packet.pkt()->pushFront(entries() * Lumo::MplsLabelEntry::size);
     if (room.empty()) {
         return false;
     }

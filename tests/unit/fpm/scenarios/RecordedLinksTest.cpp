@@ -5,8 +5,8 @@
 #include <linux/netlink.h>
 #include <vector>
 
-#include "kernel/KernelLinks.h"
 #include "SourceDir.h"
+#include "kernel/KernelLinks.h"
 
 namespace RecordedLinksTest {
 
@@ -16,7 +16,8 @@ using OvixFpm::KernelLink;
 namespace {
 
 std::vector<char> recorded(const std::string& name) {
-    std::ifstream file(std::string(TestSupport::sourceDir()) + "/tests/data/netlink/" + name + ".bin",
+    std::ifstream file(std::string(TestSupport::sourceDir()) + "/tests/data/netlink/" + name +
+                           ".bin",
                        std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
 }
