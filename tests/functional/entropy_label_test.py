@@ -116,7 +116,7 @@ class AddedByTheIngress(AgentTest):
 
     def test_a_label_too_many_is_no_flow_label(self):
         frame = mpls([500, 70000, 80000], bytes(4) + f.eth(HOST_B, HOST_A, f.ETH_IPV4, flow(1)))
-        result = self.run_frames(OTHER_END, [frame], malformed=True)
+        result = self.run_frames(OTHER_END.replace(CE_EAST, WEST), [frame], malformed=True)
         self.assertEqual(result.reasons("dropped"), {"Pseudowire flow label missing": 1})
 
     def test_only_a_push_adds_one(self):

@@ -69,7 +69,7 @@ ViaOptions readOptions(const ConfigMap& map, const PortNames& ports) {
 /// and its class (the pipe model of RFC 3443 and RFC 3270).
 Via readLookUp(const ConfigMap& map, const ConfigValue& value) {
     for (const std::string_view key : {"interface", "nexthop", "labels", "ttl", "tc", "push-tc",
-                                       "push-ttl", "mtu", "vlan", "fec"}) {
+                                       "push-ttl", "mtu", "vlan", "fec", "entropy"}) {
         if (const auto given = map.find(key)) {
             given->fail("a lookup in a VRF takes vrf and payload only");
         }

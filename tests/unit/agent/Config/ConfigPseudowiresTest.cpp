@@ -58,10 +58,10 @@ TEST(ConfigPseudowires, AreReadWithWhatIsLeftOutFilledIn) {
 
 TEST(ConfigPseudowires, MaySpreadTheirFlows) {
     const AgentConfig config =
-        parseConfig(pseudowires({red, "name: blue, port: eth2, label: 501, interface: core, "
-                                      "nexthop: 10.0.2.2, labels: [100], entropy: true, "
-                                      "flow-label: true"}),
-                    "t.yaml");
+        configOf(pseudowires({red, "name: blue, port: eth2, label: 501, interface: core, "
+                                   "nexthop: 10.0.2.2, labels: [100], entropy: true, "
+                                   "flow-label: true"}),
+                 "t.yaml");
     EXPECT_FALSE(config.pseudowires[0].value.entropy || config.pseudowires[0].value.flowLabel);
     EXPECT_TRUE(config.pseudowires[1].value.entropy && config.pseudowires[1].value.flowLabel);
 }

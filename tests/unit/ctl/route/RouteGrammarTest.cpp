@@ -262,10 +262,10 @@ TEST(RouteGrammar, WordsThatAreNotARouteAreNamed) {
         {"100 owner 256 dev a", "owner 256 is out of range (0..255)"},
         {"100 dev a control-word", "\"control-word\" is not expected here; known: table, "
                                    "multicast, type, owner, flags, tail, nexthop, as, push, via, "
-                                   "dev, weight, ttl, tc, push-ttl, payload, ..."},
+                                   "dev, weight, fec, ttl, tc, push-tc, ..."},
         {"100 dev a backup dev b", "\"backup\" is not expected here; known: table, multicast, "
                                    "type, owner, flags, tail, nexthop, as, push, via, dev, weight, "
-                                   "ttl, tc, push-ttl, payload, ..."},
+                                   "fec, ttl, tc, push-tc, ..."},
         {"hardware 100", "a hardware route needs adjacency"},
         {"hardware 100 dev a", "\"dev\" is not expected here; known: adjacency, unprogrammed"},
         {"adjacency 5", "an adjacency needs via, dev, fec, vrf or nexthop"},

@@ -16,7 +16,7 @@ TEST(RouteJson, EveryKeyOfAnLfibRouteIsThere) {
         R"({"table":"transit","label":100,"type":"ip","multicast":false,"owner":0,"flags":0,)"
         R"("lookup":null,)"
         R"("tail":null,"vias":[{"action":"swap","labels":[200],"nexthop":"10.0.0.1",)"
-        R"("interface":"a","weight":1,"ttl":"uniform","tc":null,"pushTtl":null,)"
+        R"("interface":"a","weight":1,"ttl":"uniform","tc":null,"pushTc":null,"pushTtl":null,)"
         R"("payload":"auto","mtu":null,"vlan":null,"fec":null,"vrf":null,"entropy":false}]})");
 }
 

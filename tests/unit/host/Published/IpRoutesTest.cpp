@@ -218,7 +218,7 @@ TEST_F(RoutesTest, ARecordThatIsSealedButNoRouteIsRefused) {
         {first(8, 4, 3)},        {first(8, 4, 3), 0},
         {first(33, 4, 3), 0, 0}, {first(129, 6, 3), 0, 0},
         {first(8, 0, 3), 0, 0},  {first(8, 5, 3), 0, 0},
-        {first(8, 4, 0), 0, 0},  {first(8, 4, 4), 0, 0},
+        {first(8, 4, 0), 0, 0},  {first(8, 4, 6), 0, 0},
         {first(8, 4, 1), 0, 0},  {first(8, 4, 1), 0, 0, 0xffff}};
     auto& raw = const_cast<Tessel::TableWriter&>(tables.publisher.tables());
     for (std::size_t i = 0; i < wrong.size(); ++i) {
