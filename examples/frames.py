@@ -7,6 +7,7 @@ from collections.abc import Iterable, Sequence
 from typing import NamedTuple
 
 ETH_IPV4, ETH_VLAN, ETH_IPV6, ETH_MPLS, ETH_QINQ = 0x0800, 0x8100, 0x86DD, 0x8847, 0x88A8
+ETH_QINQ_OLD = 0x9100
 LSP_PING_PORT = 3503  # RFC 8029
 
 #: A label, or (label, traffic class, TTL).
@@ -125,7 +126,7 @@ def parse(frame: bytes) -> Parsed:
     """Takes a frame apart down to the bottom of its label stack."""
     at, vlans, labels = 12, [], []
     ethertype = struct.unpack_from("!H", frame, at)[0]
-    while ethertype in (ETH_VLAN, ETH_QINQ):
+    while ethertype in (ETH_VLAN, ETH_QINQ, ETH_QINQ_OLD):
         tci = struct.unpack_from("!H", frame, at + 2)[0]
         vlans.append(tci if ethertype == ETH_VLAN else (ethertype, tci))
         at += 4

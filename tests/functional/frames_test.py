@@ -32,6 +32,11 @@ class Frames(unittest.TestCase):
         fields = self.dissect(frame, "ieee8021ad.id", "vlan.id", "vlan.priority", "mpls.label")
         self.assertEqual(fields, ["5", "10,7", "7,0", "100"])
 
+    def test_every_tag_that_the_agent_knows_is_taken_apart(self):
+        tags = [(f.ETH_QINQ_OLD, 4), (f.ETH_QINQ, 5), 6]
+        parsed = f.parse(mpls([100], vlans=tags))
+        self.assertEqual((parsed.vlans, parsed.labels), (tags, [(100, 0, 64)]))
+
     def test_ip_and_transport_checksums_are_right(self):
         packets = []
         for build in (f.udp_packet, f.tcp_packet):

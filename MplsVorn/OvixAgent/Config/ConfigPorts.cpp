@@ -145,6 +145,7 @@ void connectSubInterfaces(const ConfigValue& list, std::vector<PortConfig>& port
                                             first->second));
         }
         port.kind = physical.kind;
+        port.isUp = port.isUp && physical.isUp;
         port.mac = map.find("mac") ? port.mac : physical.mac;
         port.mtu = map.find("mtu") ? port.mtu : physical.mtu;
     }

@@ -56,7 +56,7 @@ VIA:   [as [to] L1[/L2...] | push L1[/L2...]] [via [inet|inet6] ADDRESS] [dev IN
        [fec ID] [weight N] [ATTRIBUTE ...]
 ATTRIBUTE: @attributes@
 TABLE: @lfib-list@
-       (default: decap with a look-up or tail, else transit)
+       (default: decap with a lookup or tail, else transit)
 TYPE:  @type-list@, or a number of 0 to 255
        (default: implied by the rest)
 Routes are given as lfib show, diff and watch print them. A via without "as" or "push" pops the
@@ -90,8 +90,8 @@ std::string attributeCompletion() {
 std::string attributeList() {
     std::string list;
     for (const ViaAttribute& attribute : viaAttributes()) {
-        list += fmt::format("{}{} {}", list.empty() ? "" : "\n       ", attribute.word,
-                            attribute.value);
+        list += fmt::format("{}{}{}{}", list.empty() ? "" : "\n       ", attribute.word,
+                            attribute.value.empty() ? "" : " ", attribute.value);
     }
     return list;
 }

@@ -257,7 +257,7 @@ Mpls::LabelRoute Parser::labelRoute() {
     route_.table = table_;
     route_.viaType = viaType();
     if (route_.isLookUp() && (route_.isMulticast() || route_.vias.front().weight != 1)) {
-        fail("a look-up in a VRF has neither weight nor multicast");
+        fail("a lookup in a VRF has neither weight nor multicast");
     }
     return route_;
 }

@@ -123,7 +123,7 @@ class LineWriter {
         }
         addAttributes(via);
     }
-    /// What of a via is not as usual. A look-up always says what is beneath.
+    /// What of a via is not as usual. A lookup always says what is beneath.
     void addAttributes(const Mpls::Via& via) {
         const Mpls::ViaOptions options = via.options();
         if (via.isLookUp()) {

@@ -1,5 +1,6 @@
 #include "route/ViaWords.h"
 
+#include <algorithm>
 #include <array>
 #include <cassert>
 #include <fmt/format.h>
@@ -173,11 +174,12 @@ Tessel::Result<Via> ViaDraft::via() const {
     }
     const bool leadsOut = !options.intf.empty() || options.nexthop.family() != Lumo::IpFamily::none;
     if (action_ == MplsLabelAction::pop && !options.vrf.empty() && !leadsOut) {
-        ViaOptions lookUp;
-        lookUp.vrf = options.vrf;
-        lookUp.payload = options.payload;
-        if (options != lookUp) {
-            return Tessel::Refused{"a look-up in a VRF takes payload only"};
+        // Even what is as usual, such as ttl uniform: a lookup has its own (the pipe model).
+        const bool hasMore = std::any_of(given_.begin(), given_.end(), [](std::string_view word) {
+            return word != "vrf" && word != "payload" && word != "weight";
+        });
+        if (hasMore) {
+            return Tessel::Refused{"a lookup in a VRF takes payload only"};
         }
         return Via::popAndLookUp(options.vrf, options.payload);
     }

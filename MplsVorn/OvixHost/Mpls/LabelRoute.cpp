@@ -95,7 +95,9 @@ Result<void> checkType(LfibViaType type, std::span<const WeightedVia> vias, bool
                                : Mpls::looksUp(type) ? LfibViaType::ipLookup
                                                      : type;
     for (const WeightedVia& via : vias) {
-        if (const LfibViaType found = typeOf(via.via); found != wanted) {
+        const LfibViaType found = typeOf(via.via);
+        const bool isBesideFec = type == LfibViaType::externalFec && found == LfibViaType::ip;
+        if (found != wanted && !isBesideFec) { // without a FEC the via's own interface is taken
             return Refused{"a route of type " + std::string(Tessel::wordOf(type)) +
                            " has no via of type " + std::string(Tessel::wordOf(found))};
         }

@@ -14,7 +14,7 @@ namespace Mpls {
 // All are part of the publisher's batch.
 
 /// Puts a route into the transit LFIB, and programs it. Refused for a route that ends at this
-/// device (a look-up in a VRF, a tail), and when the tables' writers refuse it; the batch is then
+/// device (a lookup in a VRF, a tail), and when the tables' writers refuse it; the batch is then
 /// to be discarded.
 Tessel::Result<void> transitRouteIs(TablePublisher& tables, const LabelRoute& route);
 

@@ -97,8 +97,9 @@ TEST(Config, ASubInterfaceHasFromItsParentWhatItLacks) {
         configOf("ports:\n"
                  "  - {name: e.7, parent: e, vlan: 7, mac: 02:00:00:00:00:09, mtu: 1400}\n"
                  "  - {name: q, parent: e, vlan: [7, 8]}\n"
-                 "  - {name: e, mac: 02:00:00:00:00:01, mtu: 9000, kind: xdp}\n");
+                 "  - {name: e, mac: 02:00:00:00:00:01, mtu: 9000, kind: xdp, status: down}\n");
     EXPECT_FALSE(config.ports[2].isSubInterface());
+    EXPECT_FALSE(config.ports[0].isUp || config.ports[1].isUp);
     EXPECT_EQ(config.ports[0].parent, 2U);
     EXPECT_EQ(config.ports[0].mac, (Lumo::EthAddr{2, 0, 0, 0, 0, 9}));
     EXPECT_EQ(config.ports[0].mtu, 1400U);
