@@ -127,7 +127,7 @@ std::vector<std::uint8_t> ipPacketBytes(const IpHeaderFields& fields,
     } else {
         writeIpv6Header(fields, header, payload.size());
     }
-    std::copy(payload.begin(), payload.end(), bytes.begin() + header.size());
+    std::copy(payload.begin(), payload.end(), bytes.data() + header.size());
     if (fields.protocol != Wire::IpProtocol::icmp) { // which covers no pseudo header (RFC 792)
         Lumo::NetU16(Wire::pseudoHeaderSum(fields.source, fields.destination, fields.protocol,
                                            payload.size()))
