@@ -263,8 +263,8 @@ TEST(Config, LimitsThemselvesAreAccepted) {
         "{interface: eth1, action: push, labels: [4, 6, 7, 15]}",
         "{interface: eth1, action: pop, weight: 4294967295}",
         "{interface: eth1, action: push, labels: [16], tc: 0, push-ttl: 1, mtu: 68, vlan: 1}",
-        "{interface: eth1, action: push, labels: [16], tc: 7, push-ttl: 255, mtu: 65535, "
-        "vlan: 4094}",
+        "{interface: eth1, action: push, labels: [16], tc: 7, push-ttl: 255, vlan: 4094}",
+        "{interface: eth1, action: push, labels: [16], mtu: 65535}",
         "{interface: eth1, action: swap, labels: [16, 17], push-tc: 0}",
         "{interface: eth1, action: swap, labels: [16, 17], push-tc: 7}",
         "{interface: eth1, action: pop, tc: uniform}",

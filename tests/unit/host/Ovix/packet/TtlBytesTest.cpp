@@ -35,7 +35,8 @@ TEST(TrafficClass, EachHeaderHasItsOwnPlaceAndKeepsTheRest) {
         EXPECT_EQ(trafficClassOf(PktHdrType::mpls, label), tc);
 
         const auto tos = [](std::uint8_t precedence) {
-            return static_cast<std::uint8_t>(precedence << 5U | 0x15U); // drop precedence, ECN
+            return static_cast<std::uint8_t>(unsigned{precedence} << 5U |
+                                             0x15U); // drop precedence, ECN
         };
         Bytes four = ipv4({.tos = tos(5), .options = filled(8, 1)}, filled(5, 0xa5));
         trafficClassIs(PktHdrType::ipv4, four, tc);
