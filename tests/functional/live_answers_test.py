@@ -1,0 +1,142 @@
+"""What a router on live ports answers: errors with the label stack, unreachables, LSP pings."""
+
+import pathlib
+import socket
+import struct
+import unittest
+
+import agent
+import frames as f
+from live import LiveTest, ip
+
+
+class LiveAnswers(LiveTest):
+    def test_the_first_packets_wait_for_their_neighbour(self):
+        process = self.start()
+        self.assertEqual(self.datagrams(3), 3)
+        result = self.stop(process)
+        self.assertEqual(result["dropped"]["reasons"], {})
+
+    def test_what_cannot_be_delivered_is_answered(self):
+        process = self.start("""routes:
+  - {prefix: 198.51.100.0/24, drop: prohibit}
+  - {prefix: 203.0.113.0/24, drop: true}
+""")
+        self.learn_neighbours()
+        mac = self.router_mac("west")
+
+        def answers(destination: str, seconds: int = 1) -> list[tuple[int, int]]:
+            frame = f.eth(mac, "02:00:00:00:00:09", f.ETH_IPV4,
+                          f.udp_packet("10.0.1.2", destination))
+            return [(packet[20], packet[21]) for packet in self.icmp_answers(frame, seconds)]
+        self.assertEqual(answers("192.0.2.1"), [(3, 0)])
+        self.assertEqual(answers("198.51.100.1"), [(3, 13)])
+        self.assertEqual(answers("203.0.113.1"), [])
+        self.assertEqual(answers("10.0.2.99", 6), [(3, 1)])
+        result = self.stop(process)
+        self.assertEqual(result["dropped"]["reasons"], {
+            "No route": 1, "Route prohibits": 1, "Route drops": 1,
+            "No neighbour for the next hop": 1})
+        counts = {entry["reason"]: entry["count"] for entry in result["counters"]
+                  if entry["category"] == "Answer"}
+        self.assertEqual(counts, {"unreachable: sent": 3})
+
+    def echo_reply(self, frame: bytes) -> pathlib.Path:
+        """A capture of the MPLS echo reply that west gets for a frame."""
+        heard = self.host(self.west, f"""
+import socket
+s = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, socket.htons(0x800)); s.bind(("eth0", 0x800))
+s.settimeout(3)
+s.send(bytes.fromhex("{frame.hex()}"))
+try:
+    while True:
+        got = s.recv(2000)
+        if got[23] == 17 and got[34:36] == (3503).to_bytes(2, "big"): print(got.hex()); break
+except TimeoutError: pass""").communicate()[0]
+        capture = self.directory / "reply.pcap"
+        f.write_pcap(capture, [bytes.fromhex(line) for line in heard.splitlines()])
+        return capture
+
+    def test_an_lsp_ping_is_answered_at_the_end_of_the_lsp(self):
+        process = self.start()
+        self.learn_neighbours()
+        self.ctl("lfib", "add", "500", "vrf", "default", "payload", "auto")
+        mac = self.router_mac("west")
+        address = {name: socket.inet_aton(text) for name, text in (
+            ("west", "10.0.1.2"), ("port", "10.0.1.1"), ("prefix", "10.0.2.0"))}
+
+        def tlv(kind: int, value: bytes) -> bytes:
+            return struct.pack("!HH", kind, len(value)) + value + bytes(-len(value) % 4)
+        ldp = tlv(1, address["prefix"] + bytes([24]))
+        prefix_segment = tlv(34, address["prefix"] + bytes([24, 1, 0, 0]))
+        adjacency = tlv(36, bytes([4, 1, 0, 0]) + address["west"] + address["port"] + bytes(8))
+        elsewhere = tlv(36, bytes([4, 1, 0, 0]) + address["west"] + address["west"] + bytes(8))
+
+        def reply(fec: bytes, labels=(), mapping: bytes = b"") -> list[str]:
+            request = struct.pack("!HHBBBBIIQQ", 1, 0, 1, 2, 0, 0, 1, 7, 0, 0) + tlv(1, fec)
+            packet = f.udp_packet("10.0.1.2", "127.0.0.1", 49152, 3503, request + mapping, ttl=1)
+            kind = f.ETH_MPLS if labels else f.ETH_IPV4
+            frame = f.eth(mac, "02:00:00:00:00:09", kind,
+                          (f.stack(*labels) if labels else b"") + packet)
+            rows = agent.dissected(self.echo_reply(frame), "mpls_echo.return_code",
+                                   "mpls_echo.return_subcode", "mpls_echo.sequence", "ip.dst",
+                                   "mpls_echo.tlv.ilso_ipv4.int_addr",
+                                   "mpls_echo.tlv.ilso_ipv4.label", "_ws.malformed")
+            return rows[0] if rows else []
+        for what, labels in (("no label", ()), ("explicit null", ((0, 0, 255),)),
+                             ("pop and look up", ((500, 0, 255),))):
+            with self.subTest(labels=what):
+                self.assertEqual(reply(ldp, labels)[:4], ["3", "1", "7", "10.0.1.2"])
+        self.assertEqual(reply(prefix_segment)[:2], ["3", "1"])
+        self.assertEqual(reply(adjacency)[:2], ["3", "1"])
+        self.assertEqual(reply(elsewhere)[:2], ["35", "1"])
+        wants_interface = 2
+
+        def mapping(interface: str, flags: int = 0) -> bytes:
+            return tlv(20, struct.pack("!HBB", 1500, 1, flags) + 2 * socket.inet_aton(interface) +
+                       struct.pack("!BBH", 0, 0, 8) + tlv(2, (500 << 12).to_bytes(4, "big")))
+        labels = ((500, 0, 255),)
+        self.assertEqual(reply(ldp, labels, mapping("10.0.1.1", wants_interface)),
+                         ["3", "1", "7", "10.0.1.2", "10.0.1.1", "500", ""])
+        self.assertEqual(reply(ldp, labels, mapping("10.0.2.1")),
+                         ["5", "0", "7", "10.0.1.2", "10.0.1.1", "500", ""])
+        self.stop(process)
+
+    def test_a_spent_ttl_is_answered_with_the_label_stack(self):
+        process = self.start()
+        self.learn_neighbours()
+        packet = f.udp_packet("10.0.1.2", "10.0.2.2", ttl=1)
+        unlabelled, = self.icmp_answers(f.eth(self.router_mac("west"), "02:00:00:00:00:09",
+                                              f.ETH_IPV4, packet))
+        self.assertEqual((unlabelled[20], unlabelled[21]), (11, 0))
+        self.assertEqual(unlabelled[12:16], bytes([10, 0, 1, 1]))
+        self.ctl("lfib", "add", "100", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
+        labelled, = self.icmp_answers(
+            f.eth(self.router_mac("west"), "02:00:00:00:00:09", f.ETH_MPLS,
+                  f.stack((100, 5, 1)) + f.udp_packet("10.0.1.2", "10.0.2.2")))
+        self.assertEqual((labelled[20], labelled[21]), (11, 0))
+        self.assertEqual(labelled[-8:], bytes([0, 8, 1, 1]) + f.stack((100, 5, 1)))
+        self.stop(process)
+
+    def test_a_packet_too_big_for_its_port_is_answered_with_the_mtu(self):
+        process = self.start()
+        self.learn_neighbours()
+        ip("-n", self.router, "link", "set", "east", "mtu", "1000")
+        self.ctl("lfib", "add", "100", "as", "200/300", "via", "inet", "10.0.2.2", "dev", "east")
+        dont_fragment = 0x4000
+        packet = f.ipv4("10.0.1.2", "10.0.2.2", bytes(1200), fragment=dont_fragment)
+        heard = []
+
+        def is_answered() -> bool:
+            heard[:] = self.icmp_answers(
+                f.eth(self.router_mac("west"), "02:00:00:00:00:09", f.ETH_MPLS,
+                      f.stack((100, 0, 64)) + packet))
+            return bool(heard)
+        self.until(is_answered)
+        self.assertEqual((heard[0][20], heard[0][21]), (3, 4))
+        self.assertEqual(int.from_bytes(heard[0][26:28], "big"), 1000 - 2 * 4)
+        self.stop(process)
+
+
+if __name__ == "__main__":
+    unittest.main()
