@@ -48,7 +48,7 @@ Fate FrameIntake::admit(Frame& frame) {
 Fate FrameIntake::findSubInterface(Frame& frame) {
     const Wire::Ethernet header(frame.bytes);
     if (!header) {
-        return forwarded; // a runt, whoever's it is
+        return forwarded; // a runt, which is dropped at whichever port
     }
     const VlanIds vlans = vlanIds(header, frame.bytes);
     const auto taker = tables_->ports.taker(frame.port, std::span(vlans.ids).first(vlans.count));

@@ -28,6 +28,9 @@ class Fib {
     /// The route of the prefix of exactly this length that the address lies in, likewise.
     const IpRoute* find(const Lumo::IpGenAddr& address, unsigned length) const noexcept;
 
+    /// Bytes of the lookup tables of both families.
+    std::size_t lookupMemory() const noexcept { return ipv4_.memory() + ipv6_.memory(); }
+
   private:
     struct Place {
         IpRoute route;

@@ -7,14 +7,17 @@
 namespace OvixAgent {
 
 /// The longest prefix that an IPv6 address lies in: a trie with a node for each byte of the
-/// address, so that a /48 is found in six nodes. The 256 slots of a node are packed, a run of equal
-/// ones is kept once: else each of a hundred thousand /128 could take 12 KiB. Nodes lie in one
-/// stretch of memory.
+/// address. Most nodes of a sparse table have one byte that leads on, and take 16 bytes. The 256
+/// slots of the others are packed, a run of equal ones is kept once. Nodes lie in one stretch of
+/// memory, in units of 16 bytes.
 ///
 /// ```
-///   byte  0  starts: a bit for each slot, set where a run starts
-///   byte 32  before: for each eight slots, the number of runs that start in the slots before them
-///   byte 64  the runs, 4 bytes each: a value, or the node of the next byte
+///   single  byte  0  the byte
+///           byte  4  the slot for it
+///           byte  8  the slot for all others
+///   packed  byte  0  starts: a bit for each slot, set where a run starts
+///           byte 32  before: for each eight slots, the number of runs that start before them
+///           byte 64  the runs, 4 bytes each
 /// ```
 class Ipv6Lookup {
   public:
@@ -23,13 +26,13 @@ class Ipv6Lookup {
     PrefixValue find(const PrefixBytes& address) const noexcept {
         const std::uint8_t* byte = address.data();
         Slot slot = root_;
-        while (isNode(slot)) {
-            slot = load(runOf(placeOf(slot), *byte++));
+        while (!isValue(slot)) {
+            slot = next(slot, *byte++);
         }
         return valueOf(slot);
     }
 
-    /// Adds a prefix that is not there. Its value is no other prefix's.
+    /// Adds a prefix, or gives it another value. Its value is no other prefix's.
     void insert(const PrefixBytes& prefix, unsigned length, PrefixValue value);
     /// Removes a prefix. `covering` is the value of the longest shorter prefix that it lies in,
     /// `noPrefix` when there is none.
@@ -39,45 +42,58 @@ class Ipv6Lookup {
     std::size_t memory() const noexcept { return bytes_.size(); }
 
   private:
-    /// A value times two plus one, or a node: its place in `bytes_` divided by two.
+    /// A value or the unit at which a node starts, times four, and which of these it is.
     using Slot = std::uint32_t;
+    enum Kind : Slot { leaf = 0, single = 1, packed = 2 };
+    static constexpr std::size_t unit = 16; ///< bytes, and the alignment of a node
     static constexpr std::size_t fanout = 256;
     using Slots = std::array<Slot, fanout>;
 
     static constexpr std::size_t groups = fanout / 8;
     static constexpr std::size_t headerSize = 2 * groups;
-    static constexpr std::size_t runSize = sizeof(Slot);
+    static constexpr std::size_t slotSize = sizeof(Slot);
+    static constexpr std::size_t mostUnits = (headerSize + fanout * slotSize) / unit;
     static const std::array<std::uint8_t, 256> ones; ///< the number of ones in a byte
 
-    static constexpr bool isNode(Slot slot) noexcept { return (slot & 1U) == 0; }
-    static constexpr PrefixValue valueOf(Slot slot) noexcept { return slot >> 1U; }
-    static constexpr Slot slotOf(PrefixValue value) noexcept { return value << 1U | 1U; }
-    static constexpr std::size_t placeOf(Slot node) noexcept { return std::size_t{node} * 2; }
+    static constexpr Kind kindOf(Slot slot) noexcept { return static_cast<Kind>(slot & 3U); }
+    static constexpr bool isValue(Slot slot) noexcept { return kindOf(slot) == leaf; }
+    static constexpr PrefixValue valueOf(Slot slot) noexcept { return slot >> 2U; }
+    static constexpr Slot slotOf(PrefixValue of) noexcept { return of << 2U; }
 
-    /// Where the run is that holds the node's slot for this byte of an address.
-    std::size_t runOf(std::size_t node, std::uint8_t byte) const noexcept {
-        const std::uint8_t* group = bytes_.data() + node + byte / 8U;
-        const std::size_t runs = group[groups] + ones[*group & ((2U << byte % 8U) - 1U)];
-        return node + headerSize + (runs - 1) * runSize;
+    const std::uint8_t* bytesOf(Slot node) const noexcept {
+        return bytes_.data() + std::size_t{node >> 2U} * unit;
     }
-    Slot load(std::size_t place) const noexcept {
+    std::uint8_t* bytesOf(Slot node) noexcept {
+        return bytes_.data() + std::size_t{node >> 2U} * unit;
+    }
+    static Slot load(const std::uint8_t* at) noexcept {
         Slot slot = 0;
-        std::memcpy(&slot, bytes_.data() + place, sizeof slot);
+        std::memcpy(&slot, at, sizeof slot);
         return slot;
     }
-    void store(std::size_t place, Slot slot) noexcept {
-        std::memcpy(bytes_.data() + place, &slot, sizeof slot);
+    /// Where a node has its slot for the byte.
+    const std::uint8_t* placeOf(Slot slot, std::uint8_t byte) const noexcept {
+        const std::uint8_t* node = bytesOf(slot);
+        return kindOf(slot) == single ? node + (*node == byte ? 1 : 2) * slotSize
+                                      : runOf(node, byte);
     }
+    static const std::uint8_t* runOf(const std::uint8_t* node, std::uint8_t byte) noexcept {
+        const std::uint8_t* group = node + byte / 8U;
+        const std::size_t runs = group[groups] + ones[*group & ((2U << byte % 8U) - 1U)];
+        return node + headerSize + (runs - 1) * slotSize;
+    }
+    Slot next(Slot slot, std::uint8_t byte) const noexcept { return load(placeOf(slot, byte)); }
 
     Slot changed(Slot slot, unsigned depth, const PrefixChange& change);
     Slots unpack(Slot slot);
     Slot pack(const Slots& slots);
-    std::size_t allocate(std::size_t runs);
-    void release(std::size_t node, std::size_t runs);
+    Slot packSingle(std::uint8_t byte, Slot forByte, Slot forOthers);
+    Slot allocate(std::size_t units, Kind kind);
+    void release(Slot node, std::size_t units);
 
     std::vector<std::uint8_t> bytes_;
-    /// For each number of runs the first free node, which holds the next; 0 when there is none.
-    std::array<Slot, fanout + 1> free_{};
+    /// For each size in units the first free node, which holds the next; 0 when there is none.
+    std::array<Slot, mostUnits + 1> free_{};
     Slot root_ = slotOf(noPrefix);
     PrefixLengths lengths_;
 };

@@ -13,7 +13,7 @@ namespace OvixAgent {
 /// The number of a prefix's value in a lookup table.
 using PrefixValue = std::uint32_t;
 /// Of an address without a prefix; other values are less.
-inline constexpr PrefixValue noPrefix = 0x7fff'ffff;
+inline constexpr PrefixValue noPrefix = 0x3fff'ffff;
 
 /// The bytes of a prefix in network byte order, of IPv4 in the first four.
 using PrefixBytes = std::array<std::uint8_t, Lumo::IpGenAddr::ipv6Size>;
