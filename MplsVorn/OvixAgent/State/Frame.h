@@ -31,6 +31,24 @@ struct Frame {
     std::uint32_t originalLength = 0;    ///< its length on the wire, at least bytes.size()
 };
 
+/// A received frame that may be changed where it lies: nobody needs its bytes afterwards, and the
+/// `headroom` bytes in front of them are free. The memory is borrowed.
+struct WritableFrame {
+    std::uint8_t* bytes = nullptr;    ///< Ethernet header first
+    std::uint32_t size = 0;           ///< what was captured of it
+    std::uint32_t originalLength = 0; ///< its length on the wire, at least `size`
+    std::uint32_t headroom = 0;
+    std::uint32_t port = 0; ///< index of the port that it came in at
+    CaptureTime time;
+
+    Frame frame() const noexcept { return {port, time, {bytes, size}, originalLength}; }
+};
+
+/// The most frames of a burst.
+inline constexpr std::size_t burstFrames = 64;
+/// The headroom that ports give to frames: room for a link header with tags and a label stack.
+inline constexpr std::size_t frameHeadroom = 128;
+
 struct Traffic {
     std::uint64_t frames = 0;
     std::uint64_t bytes = 0;
@@ -59,6 +77,12 @@ class TransmitPort {
 
     /// The frame's bytes are borrowed for the call. Throws CaptureError when it cannot be written.
     virtual void transmit(const Frame& frame) = 0;
+    /// Several frames in order.
+    virtual void transmitBurst(std::span<const Frame> frames) {
+        for (const Frame& frame : frames) {
+            transmit(frame);
+        }
+    }
 };
 
 } // namespace OvixAgent
