@@ -1,5 +1,10 @@
 #pragma once
 
+#include <array>
+#include <bitset>
+#include <memory>
+#include <utility>
+
 #include "Mpls/RouteKey.h"
 #include "Tessel/Entity.h"
 #include "Tessel/FlatMap.h"
@@ -33,27 +38,75 @@ class OvixLfibCounterCollection : public Tessel::Entity {
     explicit OvixLfibCounterCollection(std::string name) : Entity(std::move(name)) {}
     std::string_view typeName() const noexcept override { return entityTypeName; }
 
-    /// The route's counter, created if absent; good until the next one is created or removed.
-    PktCounter& counterCollectionIs(Mpls::RouteKey key) { return counters_[key.value()]; }
-    void counterCollectionDel(Mpls::RouteKey key) noexcept { counters_.erase(key.value()); }
+    /// The route's counter, created if absent; good until the collection goes.
+    PktCounter& counterCollectionIs(Mpls::RouteKey key) {
+        if (key.depth() != 1) {
+            return deeper_[key.value()];
+        }
+        const std::uint32_t label = key.topLabel().value();
+        std::unique_ptr<Page>& page = pages_[label / Page::labels];
+        if (!page) {
+            page = std::make_unique<Page>();
+        }
+        page->exists.set(label % Page::labels);
+        return page->counters[label % Page::labels];
+    }
+    void counterCollectionDel(Mpls::RouteKey key) noexcept {
+        if (PktCounter* removed = counter(key); removed != nullptr && key.depth() == 1) {
+            removed->clearCounter();
+            const std::uint32_t label = key.topLabel().value();
+            pages_[label / Page::labels]->exists.reset(label % Page::labels);
+        }
+        deeper_.erase(key.value());
+    }
 
     /// Null when the route has no counter.
-    PktCounter* counter(Mpls::RouteKey key) noexcept { return counters_.find(key.value()); }
-    const PktCounter* counter(Mpls::RouteKey key) const noexcept {
-        return counters_.find(key.value());
+    PktCounter* counter(Mpls::RouteKey key) noexcept {
+        return const_cast<PktCounter*>(std::as_const(*this).counter(key));
     }
-    std::size_t size() const noexcept { return counters_.size(); }
+    const PktCounter* counter(Mpls::RouteKey key) const noexcept {
+        if (key.depth() != 1) {
+            return deeper_.find(key.value());
+        }
+        const std::uint32_t label = key.topLabel().value();
+        const Page* page = pages_[label / Page::labels].get();
+        const bool exists = page != nullptr && page->exists.test(label % Page::labels);
+        return exists ? &page->counters[label % Page::labels] : nullptr;
+    }
+    std::size_t size() const noexcept {
+        std::size_t counters = deeper_.size();
+        for (const std::unique_ptr<Page>& page : pages_) {
+            counters += page ? page->exists.count() : 0;
+        }
+        return counters;
+    }
 
-    /// Visits (Mpls::RouteKey, const PktCounter&) in no particular order.
+    /// Visits (Mpls::RouteKey, const PktCounter&), routes of one label by label.
     template <typename Visitor>
     void forEach(Visitor&& visitor) const {
-        counters_.forEach([&](std::uint64_t key, const PktCounter& counter) {
+        for (std::size_t i = 0; i < pages_.size(); ++i) {
+            for (std::size_t at = 0; pages_[i] && at < Page::labels; ++at) {
+                if (pages_[i]->exists.test(at)) {
+                    const Lumo::MplsLabel label(static_cast<std::uint32_t>(i * Page::labels + at));
+                    visitor(Mpls::RouteKey::fromLabel(label), pages_[i]->counters[at]);
+                }
+            }
+        }
+        deeper_.forEach([&](std::uint64_t key, const PktCounter& counter) {
             visitor(Mpls::RouteKey::fromValue(key), counter);
         });
     }
 
   private:
-    Tessel::FlatMap<PktCounter> counters_;
+    /// The counters of consecutive labels.
+    struct Page {
+        static constexpr std::size_t labels = 4096;
+        std::array<PktCounter, labels> counters;
+        std::bitset<labels> exists;
+    };
+
+    std::array<std::unique_ptr<Page>, (Lumo::MplsLabel::max + 1) / Page::labels> pages_;
+    Tessel::FlatMap<PktCounter> deeper_; ///< of routes of several labels
 };
 
 /// The packet counter collections that the agent shows and exports; one of the same name is

@@ -49,6 +49,7 @@ void Entity::publish(AttrId attribute, std::uint64_t key) const {
         }
         const Entity& entity;
     };
+    ++changes_;
     const Publication publication(*this);
     const std::size_t listening = subscribers_.size();
     for (std::size_t i = 0; i < listening; ++i) {

@@ -51,6 +51,9 @@ class Entity : public Counted {
 
     void publish(AttrId attribute, std::uint64_t key = 0) const;
 
+    /// How often a change has been published: whoever keeps what was read here compares it.
+    std::uint64_t changes() const noexcept { return changes_; }
+
   protected:
     virtual void parentChanged() {}
     void destroyingIs(bool on) noexcept { destroying_ = on; }
@@ -82,6 +85,7 @@ class Entity : public Counted {
     bool destroying_ = false;
     mutable std::vector<Subscriber*> subscribers_;
     mutable std::uint32_t publishing_ = 0;
+    mutable std::uint64_t changes_ = 0;
 };
 
 /// Reacts to the changes of one attribute while its notifications are on. Without a publisher it

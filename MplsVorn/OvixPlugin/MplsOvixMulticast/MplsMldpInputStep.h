@@ -34,6 +34,9 @@ class MplsMldpInputStep : public InputPipelineStep {
                         const Ptr<Ports>& ports, const Ptr<PacketParser>& packetParser);
 
     InputVerdict process(const Ptr<PacketContext>& context) override;
+    bool ignores(std::uint16_t etherType) const noexcept override {
+        return etherType != Wire::EtherType::vlan;
+    }
 
     const Ptr<const Routing::Multicast::MvpnIntfStatus>& mvpnIntfStatus() const noexcept {
         return mvpnIntfStatus_;

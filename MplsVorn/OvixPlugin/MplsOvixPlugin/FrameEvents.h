@@ -116,6 +116,8 @@ inline constexpr FrameEvent severalNexthops{FrameCategory::exceptional,
 /// A via record that holds nothing.
 inline constexpr FrameEvent noVia{FrameCategory::drop, "No via"};
 inline constexpr FrameEvent noRewrite{FrameCategory::drop, "no rewrite"};
+inline constexpr FrameEvent nothingResolved{
+    FrameCategory::drop, "No labels resolved to via sets, and nexthop not resolved"};
 inline constexpr FrameEvent oamPacket{FrameCategory::action, "MPLS Oam packet"};
 
 /// A set of several vias, or of none.

@@ -1,6 +1,7 @@
 #include "Ovix/packet/FlowHash.h"
 
 #include "Wire/Ip.h"
+#include "Wire/LabelStack.h"
 
 namespace Ovix {
 
@@ -23,27 +24,45 @@ void addPorts(FlowHasher& hasher, std::span<const std::uint8_t> upperLayer) noex
 }
 
 /// Fragments are hashed without ports, so that all of a packet's fragments take one path.
-void addIpv4(FlowHasher& hasher, const PacketHeader& header) noexcept {
-    const Wire::Ipv4 ip(header.bytes());
+void addIpv4(FlowHasher& hasher, Wire::Bytes header, Wire::Bytes payload) noexcept {
+    const Wire::Ipv4 ip(header);
     hasher.add(word(ip.bytes().data() + Wire::Ipv4::sourceAt));
     hasher.add(word(ip.bytes().data() + Wire::Ipv4::destinationAt));
     hasher.add(ip.protocol());
     if (!ip.isFragment() && hasPorts(ip.protocol())) {
-        addPorts(hasher, header.payload());
+        addPorts(hasher, payload);
     }
 }
 
 /// The flow label replaces ports that extension headers hide (RFC 6438).
-void addIpv6(FlowHasher& hasher, const PacketHeader& header) noexcept {
-    const Wire::Ipv6 ip(header.bytes());
+void addIpv6(FlowHasher& hasher, Wire::Bytes header, Wire::Bytes payload) noexcept {
+    const Wire::Ipv6 ip(header);
     for (std::size_t at = Wire::Ipv6::sourceAt; at < Wire::Ipv6::size; at += 4) {
         hasher.add(word(ip.bytes().data() + at));
     }
     hasher.add(ip.flowLabel());
     hasher.add(ip.nextHeader());
-    if (header.length() == Wire::Ipv6::size && hasPorts(ip.nextHeader())) {
-        addPorts(hasher, header.payload());
+    if (header.size() == Wire::Ipv6::size && hasPorts(ip.nextHeader())) {
+        addPorts(hasher, payload);
     }
+}
+
+/// Adds the labels of a walk like addLabels(); true when an entropy label ends them.
+bool addWalk(FlowHasher& hasher, Wire::LabelWalk& walk) noexcept {
+    bool entropyNext = false;
+    bool extended = false;
+    for (Lumo::MplsLabelEntry entry; walk.next(entry);) {
+        const Lumo::MplsLabel label = entry.label();
+        if (!label.isSpecialPurpose() && !extended) {
+            hasher.add(label.value());
+            if (entropyNext) {
+                return true;
+            }
+        }
+        entropyNext = entropyNext || label == Lumo::entropyLabelIndicator;
+        extended = label == Lumo::extensionLabel;
+    }
+    return false;
 }
 
 /// Adds a header; false when nothing behind it may be looked at. What is not IP under labels only
@@ -60,10 +79,10 @@ bool addHeader(FlowHasher& hasher, const PacketHeader& header, bool& labelled) n
         return !labels->hashingFlag();
     }
     case PktHdrType::ipv4:
-        addIpv4(hasher, header);
+        addIpv4(hasher, header.bytes(), header.payload());
         return false;
     case PktHdrType::ipv6:
-        addIpv6(hasher, header);
+        addIpv6(hasher, header.bytes(), header.payload());
         return false;
     default:
         return !labelled;
@@ -73,19 +92,8 @@ bool addHeader(FlowHasher& hasher, const PacketHeader& header, bool& labelled) n
 } // namespace
 
 void addLabels(FlowHasher& hasher, const MplsHeaderData& labels) noexcept {
-    bool entropyNext = false;
-    bool extended = false;
-    for (const Lumo::MplsLabelEntry entry : labels) {
-        const Lumo::MplsLabel label = entry.label();
-        if (!label.isSpecialPurpose() && !extended) {
-            hasher.add(label.value());
-            if (entropyNext) {
-                return;
-            }
-        }
-        entropyNext = entropyNext || label == Lumo::entropyLabelIndicator;
-        extended = label == Lumo::extensionLabel;
-    }
+    Wire::LabelWalk walk(labels.bytes());
+    addWalk(hasher, walk);
 }
 
 std::uint32_t flowHash(ParsedPacket& parsed) {
@@ -97,6 +105,23 @@ std::uint32_t flowHash(ParsedPacket& parsed) {
             return hasher.finish();
         }
     }
+}
+
+std::uint32_t flowHash(PktHdrType first, Wire::Bytes packet) noexcept {
+    FlowHasher hasher;
+    if (first == PktHdrType::mpls) {
+        Wire::LabelWalk walk(packet);
+        if (addWalk(hasher, walk) || !walk.isAtBottom()) {
+            return hasher.finish();
+        }
+        packet = walk.rest();
+        first = PacketParser::beneathLabels(packet);
+    }
+    if (const std::size_t length = PacketParser::ipHeaderLength(first, packet)) {
+        const auto add = first == PktHdrType::ipv4 ? addIpv4 : addIpv6;
+        add(hasher, packet.first(length), packet.subspan(length));
+    }
+    return hasher.finish();
 }
 
 std::uint32_t MplsHasher::hash(const PacketHeader& header) const {

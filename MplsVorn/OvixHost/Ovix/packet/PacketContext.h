@@ -57,6 +57,13 @@ class ParsedPacket {
 /// Parses headers. Stateless; every length is checked before it is read.
 class PacketParser : public Tessel::Counted {
   public:
+    /// The kind of header that a label stack's payload starts with, by its first nibble; none
+    /// without a byte.
+    static PktHdrType beneathLabels(Wire::Bytes payload) noexcept;
+    /// The length of the "Ipv4" or "Ipv6" header that starts the bytes, extension headers included;
+    /// 0 when it is none that is parsed.
+    static std::size_t ipHeaderLength(PktHdrType type, Wire::Bytes bytes) noexcept;
+
     /// Parses the next header of `parsed` if there is one.
     static void parseNext(ParsedPacket& parsed);
 };

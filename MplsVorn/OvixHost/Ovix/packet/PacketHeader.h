@@ -99,6 +99,9 @@ class MplsHeaderData final : public PacketHeaderData, public Tessel::Slabbed<Mpl
         return Iterator(first() + entries_ * Lumo::MplsLabelEntry::size);
     }
     std::size_t entries() const noexcept { return entries_; }
+    Wire::Bytes bytes() const noexcept {
+        return pkt_->data().subspan(offset_, entries_ * Lumo::MplsLabelEntry::size);
+    }
     bool empty() const noexcept { return entries_ == 0; }
 
     /// Set when the stack alone distinguishes flows, that is when it carries an entropy label

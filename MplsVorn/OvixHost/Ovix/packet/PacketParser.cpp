@@ -32,22 +32,6 @@ PktHdrType afterEtherType(std::uint16_t etherType) noexcept {
     }
 }
 
-/// A label stack does not name its payload; the first nibble identifies IP, and what is not IP is
-/// taken for Ethernet (RFC 4928 explains why pseudowires avoid 4 and 6 there).
-PktHdrType afterLabels(Bytes payload) noexcept {
-    if (payload.empty()) {
-        return PktHdrType::none;
-    }
-    switch (Wire::ipVersion(payload)) {
-    case 4:
-        return PktHdrType::ipv4;
-    case 6:
-        return PktHdrType::ipv6;
-    default:
-        return PktHdrType::eth;
-    }
-}
-
 bool parseEth(Bytes bytes, Found& found) {
     const Wire::Ethernet header(bytes);
     if (!header) {
@@ -92,7 +76,8 @@ bool parseMpls(const Ptr<Lumo::Pkt>& pkt, std::size_t offset, Found& found,
     if (length == 0) {
         return true;
     }
-    found = {length, walk.isAtBottom() ? afterLabels(walk.rest()) : PktHdrType::none};
+    found = {length,
+             walk.isAtBottom() ? PacketParser::beneathLabels(walk.rest()) : PktHdrType::none};
     data = Tessel::make<MplsHeaderData>(
         pkt, static_cast<std::uint32_t>(offset),
         static_cast<std::uint32_t>(length / Lumo::MplsLabelEntry::size), entropy);
@@ -168,6 +153,30 @@ bool parseHeader(const Ptr<Lumo::Pkt>& pkt, PktHdrType type, std::size_t offset,
 }
 
 } // namespace
+
+// A label stack does not name its payload; the first nibble identifies IP, and what is not IP is
+// taken for Ethernet (RFC 4928 explains why pseudowires avoid 4 and 6 there).
+PktHdrType PacketParser::beneathLabels(Bytes payload) noexcept {
+    if (payload.empty()) {
+        return PktHdrType::none;
+    }
+    switch (Wire::ipVersion(payload)) {
+    case 4:
+        return PktHdrType::ipv4;
+    case 6:
+        return PktHdrType::ipv6;
+    default:
+        return PktHdrType::eth;
+    }
+}
+
+std::size_t PacketParser::ipHeaderLength(PktHdrType type, Bytes bytes) noexcept {
+    Found found;
+    const bool isSound = type == PktHdrType::ipv4   ? parseIpv4(bytes, found)
+                         : type == PktHdrType::ipv6 ? parseIpv6(bytes, found)
+                                                    : false;
+    return isSound ? found.length : 0;
+}
 
 void PacketParser::parseNext(ParsedPacket& parsed) {
     const PktHdrType type = parsed.nextType_;

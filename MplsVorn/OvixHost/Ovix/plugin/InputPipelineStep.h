@@ -31,6 +31,10 @@ class InputPipelineStep : public Tessel::Counted {
     /// The frame is as received, however short, and not yet parsed.
     virtual InputVerdict process(const Ptr<PacketContext>& context) = 0;
 
+    /// Whether every frame of that EtherType, 0 for one too short to have any, is unchanged and
+    /// leaves no trace but in trace lines; then it need not be asked about them.
+    virtual bool ignores(std::uint16_t) const noexcept { return false; }
+
   private:
     std::string_view name_;
 };

@@ -35,17 +35,11 @@ class EntryWriter {
 // An entropy label is never forwarded by, so its TTL is 0; its indicator has the TTL and TC of the
 // label above (RFC 6790 section 4.2). The TTL of 1 keeps a flow label that surfaces from being
 // forwarded by (RFC 6391).
-bool ImposedLabels::push(PacketContext& packet, std::uint8_t tc, std::uint8_t ttl,
-                         bool ontoLabels) const {
+void ImposedLabels::write(std::span<std::uint8_t> room, std::uint8_t tc, std::uint8_t ttl,
+                          std::uint32_t hash, bool ontoLabels) const {
     constexpr std::uint8_t entropyTtl = 0;
     constexpr std::uint8_t flowTtl = 1;
-    const bool namesFlow = entropyBeneath_ > 0 || flowLabel_;
-    const std::uint32_t hash = namesFlow ? packet.hash() : 0;
-    const std::span<std::uint8_t> room =
-        packet.pkt()->pushFront(entries() * Lumo::MplsLabelEntry::size);
-    if (room.empty()) {
-        return false;
-    }
+    assert(room.size() == entries() * Lumo::MplsLabelEntry::size);
     const Lumo::UnboundedMplsLabelOperation labels = operation();
     EntryWriter writer(room, tc, !ontoLabels);
     for (std::size_t i = 0; i < labels.depth(); ++i) {
@@ -58,6 +52,17 @@ bool ImposedLabels::push(PacketContext& packet, std::uint8_t tc, std::uint8_t tt
     if (flowLabel_) {
         writer.write(labelOfFlow(hash), flowTtl);
     }
+}
+
+bool ImposedLabels::push(PacketContext& packet, std::uint8_t tc, std::uint8_t ttl,
+                         bool ontoLabels) const {
+    const std::uint32_t hash = namesFlow() ? packet.hash() : 0;
+    const std::span<std::uint8_t> room =
+        packet.pkt()->pushFront(entries() * Lumo::MplsLabelEntry::size);
+    if (room.empty()) {
+        return false;
+    }
+    write(room, tc, ttl, hash, ontoLabels);
     packet.outerTypeIs(PktHdrType::mpls);
     return true;
 }

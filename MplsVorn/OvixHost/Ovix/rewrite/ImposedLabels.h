@@ -60,11 +60,17 @@ class ImposedLabels {
     /// False, with nothing done, when the packet would grow beyond what a packet holds.
     bool push(PacketContext& packet, std::uint8_t tc, std::uint8_t ttl, bool ontoLabels) const;
 
-  private:
+    /// The entries that push() adds.
     std::size_t entries() const noexcept {
         return operation().depth() + (entropyBeneath_ > 0 ? 2U : 0U) + (flowLabel_ ? 1U : 0U);
     }
+    /// Whether push() needs the flow's hash.
+    bool namesFlow() const noexcept { return entropyBeneath_ > 0 || flowLabel_; }
+    /// Writes what push() pushes to room for exactly that.
+    void write(std::span<std::uint8_t> room, std::uint8_t tc, std::uint8_t ttl, std::uint32_t hash,
+               bool ontoLabels) const;
 
+  private:
     std::optional<std::uint8_t> tc_;
     std::optional<std::uint8_t> pushedTc_;
     std::uint8_t ttl_;

@@ -4,6 +4,7 @@
 
 #include "Ovix/routing/RewriteInfo.h"
 #include "Ovix/routing/RoutingContext.h"
+#include "State/OvixLfibCounterCollection.h"
 #include "Tessel/FlatMap.h"
 #include "Tessel/TypeName.h"
 
@@ -35,6 +36,10 @@ class CounterActionImpl : public Tessel::Counted {
   public:
     virtual std::string_view name() const noexcept = 0;
     virtual void apply(const Ptr<RoutingContext>& context) = 0;
+
+    /// The counters of label routes that it counts in, when it does no more than count the frame
+    /// and the bytes of its record for the route of its record; null when it does anything else.
+    virtual Counter::OvixLfibCounterCollection* countsIn() const noexcept { return nullptr; }
 };
 
 } // namespace Ovix

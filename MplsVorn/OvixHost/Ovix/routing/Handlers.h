@@ -3,6 +3,7 @@
 #include <string>
 
 #include "Lumo/IntfId.h"
+#include "Ovix/routing/LabelDecision.h"
 #include "Ovix/routing/RoutingContext.h"
 #include "Tessel/NamedList.h"
 
@@ -29,6 +30,14 @@ class RoutingHandler : public ProtocolHandler {
     virtual void processPacket(const Ptr<RoutingOutput>& output, const Ptr<RoutingContext>& context,
                                const Ptr<PacketHeader>& header,
                                const Ptr<RoutingVrfRoot>& vrfRoot) = 0;
+
+    /// What processPacket() does with a frame by the label on its top, which is no special-purpose
+    /// one, has a TTL above 1 and `beneath` under it. False when that depends on more, or the
+    /// handler cannot say; `decision` is then unspecified. Throws what reading tables throws.
+    virtual bool decide(Lumo::MplsLabel, Beneath, LabelDecision&) { return false; }
+    /// Changes when decisions may no longer hold for another reason than a change of the label
+    /// tables.
+    virtual std::uint64_t decisionVersion() const noexcept { return 0; }
 };
 
 /// Handles the frames of one protocol that are too big for the interface they should leave by.

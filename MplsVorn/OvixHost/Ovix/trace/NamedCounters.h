@@ -79,6 +79,8 @@ class OvixNamedCounters : public Tessel::Counted {
         perFrame_ = true;
         ofFrame_.clear();
     }
+    /// What has been counted since `forgetLast`, in order; good until it is called again.
+    const std::vector<Counter*>& ofFrame() const noexcept { return ofFrame_; }
     /// What has been counted so far is not what happens to the frame.
     void passLast() noexcept { last_ = nullptr; }
     /// Takes back what has been counted since `forgetLast`: the frame will be routed again.

@@ -48,6 +48,7 @@ void TraceRing::visit(const std::function<void(const Record&)>& visitor) const {
 }
 
 bool TraceSource::anyEverOn_ = false;
+std::uint32_t TraceSource::sourcesOn_ = 0;
 
 TraceSource& TraceSource::named(std::string_view ringTag, std::string_view textName) {
     Sources& known = sources();

@@ -77,6 +77,8 @@ class TraceSource {
 
     /// Whether any source has ever been switched on: all that a frame asks for while none has.
     static bool anyEverOn() noexcept { return anyEverOn_; }
+    /// Whether any source is on now.
+    static bool anyOn() noexcept { return sourcesOn_ > 0; }
 
     bool enabled(unsigned level) const noexcept {
         return static_cast<int>(level) <= ringLevel_ || static_cast<int>(level) <= textLevel_;
@@ -101,12 +103,16 @@ class TraceSource {
     ~TraceSource() = default;
 
   private:
-    static void switchOn(int& destination, int level) noexcept {
+    bool isOn() const noexcept { return ringLevel_ > off || textLevel_ > off; }
+    void switchOn(int& destination, int level) noexcept {
+        sourcesOn_ -= isOn() ? 1U : 0U;
         destination = level;
+        sourcesOn_ += isOn() ? 1U : 0U;
         anyEverOn_ = anyEverOn_ || level > off;
     }
 
     static bool anyEverOn_;
+    static std::uint32_t sourcesOn_;
 
     std::string ringTag_;
     std::string textName_;

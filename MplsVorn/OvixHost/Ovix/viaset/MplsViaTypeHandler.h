@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "Mpls/Types.h"
+#include "Ovix/routing/LabelDecision.h"
 #include "Ovix/viaset/MplsContext.h"
 #include "Tessel/Entity.h"
 
@@ -21,6 +22,10 @@ class MplsViaTypeHandler : public Tessel::Counted {
     Mpls::LfibViaType viaType() const noexcept { return viaType_; }
     virtual ProcessingResult processMplsVia(const Ptr<MplsContext>& context) = 0;
 
+    /// What the outcome for the via of that context depends on. A handler that says less than
+    /// `frame` is not asked about every frame: its outcome is kept.
+    virtual DecidedBy decidedBy(const MplsContext&) const { return DecidedBy::frame; }
+
   private:
     Mpls::LfibViaType viaType_;
 };
@@ -29,6 +34,7 @@ class MplsViaTypeHandler : public Tessel::Counted {
 class MplsViaTypeHandlerRegistry : public Tessel::Entity {
   public:
     static constexpr std::string_view entityTypeName = "Ovix::MplsViaTypeHandlerRegistry";
+    enum Attr : Tessel::AttrId { handlerAttr = 0 };
 
     MplsViaTypeHandlerRegistry() : Entity("mplsViaTypeHandlerRegistry") {}
     std::string_view typeName() const noexcept override { return entityTypeName; }
@@ -40,6 +46,7 @@ class MplsViaTypeHandlerRegistry : public Tessel::Entity {
     void doRegisterMplsViaTypeHandler(Ptr<MplsViaTypeHandler> handler) {
         const auto type = static_cast<std::size_t>(handler->viaType());
         handlers_[type] = std::move(handler);
+        publish(handlerAttr, type);
     }
 
     /// Empty when no handler is registered for the type.

@@ -33,6 +33,9 @@ class LfibCounterActionImpl : public CounterActionImpl,
 
     std::string_view name() const noexcept override { return "LfibCounterActionImpl"; }
     void apply(const Ptr<RoutingContext>& context) override;
+    Counter::OvixLfibCounterCollection* countsIn() const noexcept override {
+        return collection_.get();
+    }
 
   private:
     Ptr<Counter::OvixLfibCounterCollection> collection_;

@@ -11,8 +11,6 @@ namespace {
 
 constexpr FrameEvent routingNotEnabled{FrameCategory::drop, "Mpls routing not enabled"};
 constexpr FrameEvent noMplsHeaderData{FrameCategory::drop, "No mplsHeaderData"};
-constexpr FrameEvent nothingResolved{FrameCategory::drop,
-                                     "No labels resolved to via sets, and nexthop not resolved"};
 
 void punt(const RoutingOutput& output, const Ptr<RoutingNexthop>& nexthop) {
     nexthop->setCpuTrapNexthop();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Ovix/routing/Handlers.h"
+#include "Ovix/viaset/MplsContext.h"
 
 namespace Ovix {
 
@@ -19,8 +20,18 @@ class MplsRoutingHandler : public RoutingHandler {
                        const Ptr<PacketHeader>& header,
                        const Ptr<RoutingVrfRoot>& vrfRoot) override;
 
+    bool decide(Lumo::MplsLabel label, Beneath beneath, LabelDecision& decision) override;
+    std::uint64_t decisionVersion() const noexcept override;
+
   private:
+    bool choose(const Ptr<RoutingContext>& model, Lumo::MplsLabelEntry entry,
+                const Ptr<OvixMplsViaSet>& viaSet, LabelDecision& decision);
+    bool chooseVia(const Ptr<MplsContext>& context, std::uint32_t index,
+                   LabelDecision::Choice& choice);
+
     MplsOvixPlugin* plugin_;
+    /// What is counted for model frames, which are never sent.
+    Ptr<OvixNamedCounters> modelEvents_ = Tessel::make<OvixNamedCounters>();
 };
 
 } // namespace Ovix

@@ -18,6 +18,7 @@ class MplsExternalFecViaTypeHandler : public MplsViaTypeHandler {
                                     const Ptr<MplsLfibTables>& lfibTables);
 
     ProcessingResult processMplsVia(const Ptr<MplsContext>& context) override;
+    DecidedBy decidedBy(const MplsContext&) const override { return DecidedBy::label; }
 
     const Ptr<MplsLfibTables>& lfibTables() const noexcept { return lfibTables_; }
 

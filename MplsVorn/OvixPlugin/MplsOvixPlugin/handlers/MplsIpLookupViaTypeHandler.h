@@ -20,6 +20,7 @@ class MplsIpLookupViaTypeHandler : public MplsViaTypeHandler {
                                  const Ptr<Counter::OvixLfibCounterCollection>& counterCollection);
 
     ProcessingResult processMplsVia(const Ptr<MplsContext>& context) override;
+    DecidedBy decidedBy(const MplsContext&) const override { return DecidedBy::destination; }
 
     /// Whether the label is the last one over an LSP ping (RFC 8029); only a via of payload type
     /// IPv4 or IPv6 looks.

@@ -25,6 +25,8 @@ class MplsIpViaTypeHandler : public MplsViaTypeHandler {
                            const Ptr<Counter::OvixLfibCounterCollection>& counterCollection);
 
     ProcessingResult processMplsVia(const Ptr<MplsContext>& context) override;
+    /// Only what a pop exposes matters beside the via.
+    DecidedBy decidedBy(const MplsContext& context) const override;
     ProcessingResult doProcessMplsVia(const Ptr<MplsContext>& context);
     /// Adds the replica of one via of a multicast set.
     ProcessingResult doProcessMplsMulticastVia(const Ptr<MplsContext>& context);

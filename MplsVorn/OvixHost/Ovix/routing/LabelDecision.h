@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "Lumo/MplsLabel.h"
+#include "Ovix/routing/RoutingNexthop.h"
+#include "Ovix/trace/NamedCounters.h"
+
+namespace Ovix {
+
+/// What a frame has right beneath the label on its top, as the parser finds it: another label, an
+/// IP header, or what it takes for an Ethernet header.
+enum class Beneath : std::uint8_t { label, ipv4, ipv6, ethernet };
+
+inline constexpr std::size_t beneathKinds = 4;
+
+/// What the outcome of a label depends on beside the label tables.
+enum class DecidedBy : std::uint8_t {
+    frame,       ///< on more than can be said in advance
+    label,       ///< on the label alone
+    beneath,     ///< also on what lies beneath it
+    destination, ///< likewise, and the next hop's address is the payload's IP destination
+};
+
+/// What a routing handler does with frames by the label on their top.
+struct LabelDecision {
+    /// Events in the order in which they are counted. The handler's own counters, which only name
+    /// them; they live as long as the handler.
+    using Events = std::vector<const OvixNamedCounters::Counter*>;
+
+    /// Of several choices a flow has one, by the weights and its hash (FlowHash.h).
+    struct Choice {
+        std::uint32_t weight = 1;
+        DecidedBy by = DecidedBy::frame;
+        Events events;               ///< counted when it is chosen
+        Ptr<RoutingNexthop> nexthop; ///< null: the frame goes no further
+    };
+
+    bool isFound = false; ///< only then the labels beneath are looked up, too
+    Events lookup;        ///< counted whenever the label is looked up, wherever it stands
+    std::vector<Choice> choices; ///< at least one
+};
+
+} // namespace Ovix
