@@ -30,6 +30,8 @@ class Forwarder {
     /// Sets frames, fates and their reasons, ports and named counters.
     void addTo(Summary& summary) const;
 
+    FrameAccounts& accounts() noexcept { return accounts_; }
+
     const Ptr<Ovix::OvixNamedCounters>& namedCounters() const noexcept {
         return accounts_.counters();
     }

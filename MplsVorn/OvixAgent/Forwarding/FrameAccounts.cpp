@@ -23,6 +23,10 @@ void FrameAccounts::add(const Fate& fate) {
     }
 }
 
+Ovix::OvixNamedCounters::Counter& FrameAccounts::counterOf(const Fate& fate) {
+    return fates_->counter({Tessel::wordOf(fate.kind), module, fate.reason});
+}
+
 void FrameAccounts::addDelivered(std::uint64_t packets, std::size_t nexthops) {
     assert(packets > 0);
     for (std::uint64_t i = 0; i < packets; ++i) {

@@ -13,6 +13,10 @@ class FrameAccounts {
         in_.add(bytes);
         counters_->forgetLast();
     }
+    /// The same of a frame that is accounted for elsewhere.
+    void passed(std::size_t bytes) noexcept { in_.add(bytes); }
+    /// The counter of a fate, for whoever counts it elsewhere.
+    Ovix::OvixNamedCounters::Counter& counterOf(const Fate& fate);
     /// The number of the frame received last, from 1.
     std::uint64_t number() const noexcept { return in_.frames; }
     /// The frame received last is to be received again.

@@ -29,6 +29,7 @@ struct ForwardingTables {
         pseudowires = Pseudowires(config);
         vrfs = Tessel::make<VrfRoot>(config, ports, neighbours);
         ports.configure(config.ports);
+        ++configured;
     }
 
     PortTable ports;
@@ -37,6 +38,7 @@ struct ForwardingTables {
     Pseudowires pseudowires;
     Ptr<VrfRoot> vrfs;
     DropListener* drops = nullptr; ///< answers about dropped packets; may be null
+    std::uint64_t configured = 0;  ///< how often configure() was called
 };
 
 /// Where a packet leaves: the port, the MAC address that it is sent to, and what is done to it

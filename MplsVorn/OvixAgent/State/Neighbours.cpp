@@ -23,6 +23,7 @@ void Neighbours::configure(const AgentConfig& config) {
 }
 
 void Neighbours::countDevices(PortIndex port) {
+    ++changes_;
     assert(port < links_.size());
     Link& link = links_[port] = {};
     for (const auto& [key, device] : neighbours_) {

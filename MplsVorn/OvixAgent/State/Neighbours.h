@@ -53,6 +53,9 @@ class Neighbours {
     bool hasFailed(const Lumo::IpGenAddr& address, PortIndex port) const noexcept;
     void clearFailed() noexcept { failed_.clear(); }
 
+    /// Changes with every change of a neighbour's MAC address.
+    std::uint64_t changes() const noexcept { return changes_; }
+
     /// The only device on the port's link, by MAC address; null when there is none, or several.
     const Lumo::EthAddr* only(PortIndex port) const noexcept {
         return links_[port].devices == 1 ? &links_[port].first : nullptr;
@@ -77,6 +80,7 @@ class Neighbours {
     mutable std::size_t wantedCount_ = 0;
     std::vector<Wanted> failed_;
     bool solicits_ = false;
+    std::uint64_t changes_ = 0;
 };
 
 } // namespace OvixAgent

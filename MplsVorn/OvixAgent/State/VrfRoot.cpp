@@ -55,11 +55,16 @@ Fib& VrfRoot::fibIs(std::string_view vrf) {
 }
 
 const Fib* VrfRoot::fib(std::string_view vrf) const noexcept {
+    const auto known = number(vrf);
+    return known ? &fibs_[*known] : nullptr;
+}
+
+std::optional<std::uint32_t> VrfRoot::number(std::string_view vrf) const noexcept {
     if (vrf.empty()) {
-        return &fibs_.front();
+        return 0;
     }
     const std::uint32_t* index = byName_.find(Tessel::hashText(vrf));
-    return index != nullptr ? &fibs_[*index] : nullptr;
+    return index != nullptr ? std::optional(*index) : std::nullopt;
 }
 
 std::uint32_t VrfRoot::fibIndex(std::string_view vrf) {

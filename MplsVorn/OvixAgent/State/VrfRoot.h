@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cassert>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -22,6 +23,14 @@ class VrfRoot : public Ovix::RoutingVrfRoot {
 
     /// The routes of a VRF, the default VRF's for the empty name; null when there is no such VRF.
     const Fib* fib(std::string_view vrf) const noexcept;
+
+    /// A VRF's number, for as long as the root lives; unset when there is no such VRF.
+    std::optional<std::uint32_t> number(std::string_view vrf) const noexcept;
+    const Fib& fibAt(std::uint32_t number) const noexcept {
+        assert(number < fibs_.size());
+        return fibs_[number];
+    }
+    std::size_t size() const noexcept { return fibs_.size(); }
 
     /// The routes of a VRF, to be changed; there is such a VRF from now on.
     Fib& fibIs(std::string_view vrf);

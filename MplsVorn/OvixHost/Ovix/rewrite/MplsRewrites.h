@@ -102,6 +102,7 @@ class MplsIpPushRewriteImpl final : public RewriteImplOf<MplsIpPushRewriteInfo>,
     using RewriteImplOf::RewriteImplOf;
     static Ptr<RewriteImpl> fromInfo(const Ptr<RewriteInfo>& info);
     std::string_view name() const noexcept override { return "MplsIpPushRewriteImpl"; }
+    const MplsIpPushRewriteInfo& pushed() const noexcept { return info(); }
     Ptr<RoutingException> apply(const Ptr<RoutingContext>& context) override;
 };
 

@@ -37,9 +37,11 @@ struct LabelDecision {
         Ptr<RoutingNexthop> nexthop; ///< null: the frame goes no further
     };
 
-    bool isFound = false; ///< only then the labels beneath are looked up, too
-    Events lookup;        ///< counted whenever the label is looked up, wherever it stands
-    std::vector<Choice> choices; ///< at least one
+    std::uint32_t modelBytes = 0; ///< the frame that counter actions are about
+    bool isLookupKnown = false;   ///< `isFound` and `lookup` are set, whatever else is known
+    bool isFound = false;         ///< only then the labels beneath are looked up, too
+    Events lookup;                ///< counted whenever the label is looked up, wherever it stands
+    std::vector<Choice> choices;  ///< at least one
 };
 
 } // namespace Ovix

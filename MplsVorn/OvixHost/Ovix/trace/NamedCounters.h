@@ -59,6 +59,11 @@ class OvixNamedCounters : public Tessel::Counted {
             ofFrame_.push_back(counter);
         }
     }
+    /// The counter of that name, created if absent; it stays where it is.
+    Counter& counter(const CounterKey& key) {
+        Counter* const found = find(key);
+        return found != nullptr ? *found : add(key);
+    }
     void count(std::string_view category, std::string_view module, std::string_view reason) {
         count(CounterKey(category, module, reason));
     }

@@ -6,6 +6,7 @@
 
 #include "FrameEvents.h"
 #include "MplsOvixPlugin.h"
+#include "Ovix/packet/TtlBytes.h"
 #include "Ovix/viaset/ViaSets.h"
 #include "Wire/Ip.h"
 #include "entry/MplsRoutingHandler.h"
@@ -67,8 +68,10 @@ bool MplsRoutingHandler::decide(Lumo::MplsLabel label, Beneath beneath, LabelDec
     const auto model = Tessel::make<RoutingContext>(0, modelPacket(entry, beneath), modelEvents_);
     modelEvents_->forgetLast();
     const Ptr<OvixMplsViaSet> viaSet = plugin_->findOvixMplsViaSet(model, entry);
+    decision.modelBytes = static_cast<std::uint32_t>(model->packetContext()->pkt()->bytes());
     decision.isFound = viaSet != nullptr;
     decision.lookup = taken(*modelEvents_);
+    decision.isLookupKnown = true;
     decision.choices.clear();
     if (viaSet) {
         return choose(model, entry, viaSet, decision);
@@ -114,6 +117,15 @@ bool MplsRoutingHandler::chooseVia(const Ptr<MplsContext>& context, std::uint32_
     choice.events = taken(*modelEvents_);
     const Ptr<RoutingNexthop>& nexthop = context->nexthops()->nexthopFront();
     choice.nexthop = nexthop->unresolved() ? nullptr : nexthop;
+    if (choice.by == DecidedBy::destination) {
+        const Ptr<PacketHeader>& payload = context->packetHeader();
+        const Lumo::IpGenAddr& address = nexthop->address();
+        if (address.family() == Lumo::IpFamily::none) {
+            choice.by = DecidedBy::beneath;
+        } else if (!payload || address != ipDestination(*payload)) {
+            return false; // read from a header of another family
+        }
+    }
     // What ends here above other labels is for the agent to go on with, label by label.
     return context->nexthops()->size() == 1 && context->routingContext()->terminatePopped() == 0;
 }

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "FastPath/Decision.h"
+#include "FastPath/DecisionTable.h"
+#include "FastPath/EgressLines.h"
+#include "FastPath/EventSets.h"
+#include "Ovix/plugin/PluginManager.h"
+#include "Ovix/routing/Handlers.h"
+#include "State/ForwardingTables.h"
+
+namespace OvixAgent {
+
+/// Makes decisions: asks the routing handler what it does with a label, and finds the egress as the
+/// forwarder does. What it cannot reduce to a record is left to the forwarder.
+class Decider {
+  public:
+    /// Everything must outlive it.
+    Decider(const Ptr<Ovix::PluginManager>& manager, ForwardingTables& tables,
+            DecisionTable& decisions, EgressLines& lines, EventSets& events);
+
+    /// Decides for a label anew. `beneath` lies under it in the frame at hand.
+    void decide(std::uint32_t label, Ovix::Beneath beneath);
+    /// The part of a decision by what lies beneath that is missing.
+    void decideBeneath(std::uint32_t label, Ovix::Beneath beneath);
+
+    /// Moves on when the decisions made so far may be wrong for another reason than a change of
+    /// label tables or neighbours.
+    std::uint64_t version() const noexcept;
+
+    /// The counters of labels; null until the first label that is counted.
+    Counter::OvixLfibCounterCollection* labelCounters() const noexcept {
+        return labelCounters_.get();
+    }
+
+  private:
+    bool ask(std::uint32_t label, Ovix::Beneath beneath);
+    Decision decisionFor(Ovix::Beneath beneath);
+    Decision decisionFor(const Ovix::LabelDecision::Choice& choice, Ovix::Beneath beneath);
+    Decision dropFor(const Ovix::LabelDecision::Choice& choice);
+    Decision choiceOf(Ovix::Beneath beneath);
+    Decision lookupFor(const Ovix::LabelDecision::Choice& choice, Ovix::Beneath beneath);
+    Decision rewriteFor(const Ovix::LabelDecision::Choice& choice, Ovix::Beneath beneath);
+    bool readCounting(const Ovix::RoutingNexthop& nexthop, bool& isCounted);
+    std::optional<std::uint32_t> lineFor(const Ovix::RoutingNexthop& nexthop,
+                                         Ovix::PktHdrType outgoing);
+    bool hashesAsThePlugin() const;
+
+    Ptr<Ovix::PluginManager> manager_;
+    Ptr<Ovix::RoutingHandler> handler_;
+    Ptr<Ovix::RewriteInfoImplMap> rewriteMap_;
+    ForwardingTables* tables_;
+    DecisionTable* decisions_;
+    EgressLines* lines_;
+    EventSets* events_;
+    Ptr<Counter::OvixLfibCounterCollection> labelCounters_;
+    std::uint32_t label_ = 0;    ///< asked about last
+    Ovix::LabelDecision answer_; ///< for it
+};
+
+} // namespace OvixAgent

@@ -1,0 +1,90 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <vector>
+
+#include "Ovix/rewrite/MplsRewrites.h"
+#include "Ovix/routing/LabelDecision.h"
+#include "Ovix/trace/NamedCounters.h"
+#include "State/OvixLfibCounterCollection.h"
+
+namespace OvixAgent {
+
+/// What is done with a frame that has a label on top.
+enum class Action : std::uint8_t {
+    none,      ///< left to the forwarder
+    drop,      ///< `value`: number of a DecidedDrop
+    swap,      ///< one label for one, TC kept; `value`: the label in its place, `egress`: a line
+    rewrite,   ///< `value`: number of a DecidedRewrite
+    lookup,    ///< `value`: number of a DecidedLookup
+    choice,    ///< `value`: number of a DecidedChoice
+    byBeneath, ///< `value`: number of a DecidedByBeneath
+};
+
+/// The decision for a label, a quarter of a cache line: what its tables said when it was made.
+struct Decision {
+    std::uint32_t stamp = 0;  ///< valid while equal to the table's
+    std::uint16_t lookup = 0; ///< the events of looking the label up: number of a set
+    Action action = Action::none;
+    bool isFound : 1 = false;       ///< only then the labels beneath are looked up, too
+    bool isLookupKnown : 1 = false; ///< `lookup` and `isFound` are set
+    std::uint32_t value = 0;
+    std::uint32_t egress = 0;
+};
+static_assert(sizeof(Decision) == 16);
+
+/// A frame goes no further.
+struct DecidedDrop {
+    std::uint16_t events = 0;                         ///< number of a set
+    std::string_view reason;                          ///< of a counter
+    Ovix::OvixNamedCounters::Counter* fate = nullptr; ///< null until first counted
+};
+
+/// The label is replaced, or popped, or gets others on top, and the frame leaves.
+struct DecidedRewrite {
+    enum class Kind : std::uint8_t { swap, push, pop };
+    static constexpr std::size_t maxLabels = 6;
+
+    Kind kind = Kind::swap;
+    bool isUniform = false;
+    bool isCounted = false;  ///< for the incoming label
+    bool exposesTc = false;  ///< of a pop
+    std::uint8_t labels = 0; ///< imposed ones; of a swap the last replaces the label
+    std::uint8_t ttl = 0;    ///< of pushed labels in pipe mode
+    std::uint8_t tc = keep;
+    std::uint8_t pushedTc = keep;
+    std::uint16_t events = 0;                          ///< number of a set
+    std::uint32_t egress = 0;                          ///< number of a line
+    Ovix::PktHdrType exposed = Ovix::PktHdrType::mpls; ///< by a pop
+    std::array<std::uint32_t, maxLabels> label{};      ///< each in its place in an entry
+
+    static constexpr std::uint8_t keep = 0xff;
+};
+
+/// The label is popped, and the packet beneath routed.
+struct DecidedLookup {
+    std::uint32_t fib = 0; ///< number of a VRF
+    bool isCounted = false;
+    bool exposesTc = false;
+    std::uint16_t events = 0;
+};
+
+/// Flows are shared by weight.
+struct DecidedChoice {
+    std::uint32_t totalWeight = 0;
+    std::vector<std::uint32_t> weights;
+    std::vector<Decision> members;
+};
+
+/// What lies beneath the label matters.
+struct DecidedByBeneath {
+    void is(Ovix::Beneath beneath, Decision made, std::uint32_t stamp) noexcept {
+        made.stamp = stamp;
+        decisions[static_cast<std::size_t>(beneath)] = made;
+    }
+
+    std::array<Decision, Ovix::beneathKinds> decisions;
+};
+
+} // namespace OvixAgent

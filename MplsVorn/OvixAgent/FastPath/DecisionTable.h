@@ -1,0 +1,69 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "FastPath/Decision.h"
+#include "FastPath/LazyArray.h"
+#include "FastPath/Pool.h"
+#include "Published/PublishedTables.h"
+
+namespace OvixAgent {
+
+/// The decisions by label. Those whose table entries have changed are void, as all are when the
+/// stamp moves on.
+///
+/// Memory for each label met: 16 bytes here, 12 for the list of its adjacency, 8 for each table
+/// entry to compare, and what a decision with a record of its own takes (at most a few hundred).
+class DecisionTable {
+  public:
+    explicit DecisionTable(const Mpls::PublishedTables& published);
+
+    /// Takes over what has changed up to the generation held. False while that cannot be read: no
+    /// decision may be used then.
+    bool refresh() { return seen_ == published_->tables().generation() || takeChanges(); }
+    /// Makes all decisions void.
+    void voidAll() noexcept { ++stamp_; }
+
+    Decision& at(std::uint32_t label) noexcept { return decisions_[label]; }
+    const Decision* place(std::uint32_t label) const noexcept { return decisions_.at(label); }
+    bool isValid(const Decision& decision) const noexcept { return decision.stamp == stamp_; }
+    std::uint32_t stamp() const noexcept { return stamp_; }
+
+    /// Releases what a decision refers to.
+    void release(Decision& decision);
+    /// A decision for the label is being made from what the tables hold now.
+    void dependsOnTables(std::uint32_t label);
+
+    Pool<DecidedDrop> drops;
+    Pool<DecidedRewrite> rewrites;
+    Pool<DecidedLookup> lookups;
+    Pool<DecidedChoice> choices;
+    Pool<DecidedByBeneath> byBeneath;
+
+  private:
+    /// A label among those whose hardware routes have the same adjacency.
+    struct Link {
+        std::uint32_t next = 0; ///< label + 1; 0: none
+        std::uint32_t previous = 0;
+        std::uint32_t adjacency = 0; ///< key + 1; 0: the label is in no list
+    };
+
+    bool takeChanges();
+    void makeVoid(std::uint32_t label);
+    void makeAdjacencyVoid(std::uint32_t adjacency);
+    void leaveList(std::uint32_t label);
+
+    const Mpls::PublishedTables* published_;
+    std::vector<Tessel::TableChanges> labelChanges_;
+    Tessel::TableChanges adjacencyChanges_;
+    LazyArray<Decision> decisions_;
+    LazyArray<Link> links_;                ///< by label
+    LazyArray<std::uint32_t> ofAdjacency_; ///< the first label + 1; 0: none
+    std::uint32_t stamp_ = 1;
+    std::uint64_t seen_ = 0; ///< generation
+};
+
+} // namespace OvixAgent

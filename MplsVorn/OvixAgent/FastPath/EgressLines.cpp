@@ -1,0 +1,40 @@
+#include "FastPath/EgressLines.h"
+
+namespace OvixAgent {
+
+std::size_t EgressLines::Hash::operator()(const EgressKey& key) const noexcept {
+    const std::size_t neighbour = Neighbours::Hash{}({key.address, key.port});
+    return neighbour ^ (std::size_t{key.mtu} << 16U | key.vlan) * 0x9e3779b97f4a7c15;
+}
+
+std::uint32_t EgressLines::numberOf(const EgressKey& key) {
+    refresh();
+    const auto [at, isNew] = numbers_.try_emplace(key, static_cast<std::uint32_t>(lines_.size()));
+    if (isNew) {
+        keys_.push_back(key);
+        lines_.push_back(resolve(key));
+    }
+    return at->second;
+}
+
+void EgressLines::resolveAll() {
+    for (std::size_t i = 0; i < lines_.size(); ++i) {
+        lines_[i] = resolve(keys_[i]);
+    }
+    seen_ = tables_->neighbours.changes();
+}
+
+EgressLine EgressLines::resolve(const EgressKey& key) const {
+    EgressLine line;
+    line.port = &tables_->ports.ports()[key.port];
+    line.mtu = key.mtu;
+    const bool isAddressed = key.address.family() != Lumo::IpFamily::none;
+    const Lumo::EthAddr* const mac = isAddressed ? tables_->neighbours.find(key.address, key.port)
+                                                 : tables_->neighbours.only(key.port);
+    line.isKnown = mac != nullptr;
+    line.mac = mac != nullptr ? *mac : Lumo::EthAddr{};
+    line.tagsAre(tagsToSend({}, line.port->tagging, key.vlan));
+    return line;
+}
+
+} // namespace OvixAgent

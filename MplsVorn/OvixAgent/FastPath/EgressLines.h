@@ -1,0 +1,82 @@
+#pragma once
+
+#include <cstdint>
+#include <unordered_map>
+#include <vector>
+
+#include "Lumo/IpGenAddr.h"
+#include "State/ForwardingTables.h"
+#include "State/LinkHeader.h"
+#include "Wire/Ethernet.h"
+
+namespace OvixAgent {
+
+/// A next hop on a port, whose neighbour need not be known.
+struct EgressKey {
+    PortIndex port = 0;
+    std::uint32_t mtu = 0;   ///< of the next hop; 0: the port's
+    std::uint16_t vlan = 0;  ///< to send with; 0: as the port does
+    Lumo::IpGenAddr address; ///< of no family: the only neighbour on the link
+
+    bool operator==(const EgressKey&) const = default;
+};
+
+/// What is needed to send to a next hop; one cache line.
+struct alignas(64) EgressLine {
+    Port* port = nullptr;
+    std::uint32_t mtu = 0; ///< 0: the port's
+    bool isKnown = false;  ///< the neighbour's MAC address is
+    Lumo::EthAddr mac{};
+    std::uint8_t tagBytes = 0;
+    std::array<std::uint8_t, 8> tags{}; ///< to send with frames that came without
+
+    void tagsAre(const VlanTags& sent) noexcept {
+        tagBytes = static_cast<std::uint8_t>(sent.count * Wire::Tag::size);
+        assert(tagBytes <= tags.size());
+        for (std::size_t i = 0; i < sent.count; ++i) {
+            sent.tags[i].store(tags.data() + i * Wire::Tag::size);
+        }
+    }
+    /// Whether a packet of that length can be sent now.
+    bool takes(std::size_t length) const noexcept {
+        const std::size_t limit = mtu != 0 && mtu < port->mtu ? mtu : port->mtu;
+        return isKnown && port->isUp && length <= limit;
+    }
+};
+
+/// The next hops in use, by number.
+class EgressLines {
+  public:
+    /// The tables must outlive it.
+    explicit EgressLines(ForwardingTables& tables) noexcept : tables_(&tables) {}
+
+    std::uint32_t numberOf(const EgressKey& key);
+    const EgressLine& operator[](std::uint32_t number) const noexcept {
+        assert(number < lines_.size());
+        return lines_[number];
+    }
+
+    /// To be called before each use: takes over what has changed of neighbours.
+    void refresh() {
+        if (seen_ != tables_->neighbours.changes()) [[unlikely]] {
+            resolveAll();
+        }
+    }
+    /// The ports have another configuration.
+    void resolveAll();
+
+  private:
+    struct Hash {
+        std::size_t operator()(const EgressKey& key) const noexcept;
+    };
+
+    EgressLine resolve(const EgressKey& key) const;
+
+    ForwardingTables* tables_;
+    std::vector<EgressLine> lines_;
+    std::vector<EgressKey> keys_; ///< of the lines
+    std::unordered_map<EgressKey, std::uint32_t, Hash> numbers_;
+    std::uint64_t seen_ = 0; ///< changes of neighbours
+};
+
+} // namespace OvixAgent

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <optional>
+
+#include "FastPath/Decision.h"
+#include "Ovix/rewrite/RewriteImpl.h"
+
+namespace OvixAgent {
+
+/// The rewrites of a next hop as one record. Unset when they are none that can be kept so, or would
+/// fail, or are not implemented by the host.
+std::optional<DecidedRewrite> readRewrites(const Ovix::RewriteInfos& infos, Ovix::Beneath beneath,
+                                           const Ovix::RewriteInfoImplMap& map);
+
+} // namespace OvixAgent
