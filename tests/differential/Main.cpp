@@ -1,0 +1,107 @@
+// Runs random scripts by the fast path and by its definition and compares what comes of them.
+
+#include <chrono>
+#include <csignal>
+#include <exception>
+#include <fmt/core.h>
+#include <string_view>
+#include <unistd.h>
+
+#include "Comparison.h"
+#include "Report.h"
+#include "ScriptMaker.h"
+#include "Shrinking.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct Options {
+    std::uint64_t scripts = ~std::uint64_t{0};
+    std::chrono::seconds time = std::chrono::hours(24);
+    std::uint64_t seed = 1;
+    Differential::Fault fault = Differential::Fault::none;
+};
+
+constexpr const char* usage =
+    "usage: differential [--seconds N] [--scripts N] [--seed N] [--fault byte|time|label|reason]\n"
+    "Runs scripts with the numbers from the seed on until the time is over or all are done. Exits\n"
+    "with 1 when the roads differ. A fault is one that the harness makes, to see it found.\n";
+
+bool takeOption(Options& options, std::string_view name, const char* value) {
+    if (name == "--fault") {
+        const auto fault = Tessel::valueOf<Differential::Fault>(value);
+        options.fault = fault.value_or(Differential::Fault::none);
+        return fault.has_value();
+    }
+    char* end = nullptr;
+    const std::uint64_t number = std::strtoull(value, &end, 10);
+    if (name == "--seconds") {
+        options.time = std::chrono::seconds(number);
+    } else if (name == "--scripts") {
+        options.scripts = number;
+    } else if (name == "--seed") {
+        options.seed = number;
+    } else {
+        return false;
+    }
+    return end != value && *end == '\0';
+}
+
+/// A process that ends by an assertion tells which script it was.
+std::uint64_t currentSeed = 0;
+void tellSeed(int signal) {
+    std::array<char, 64> text;
+    const auto end =
+        fmt::format_to_n(text.data(), text.size(), "differential: in script {}\n", currentSeed);
+    [[maybe_unused]] const auto written =
+        write(STDERR_FILENO, text.data(), static_cast<std::size_t>(end.out - text.data()));
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
+}
+
+/// Reports at most this many differences, since one cause makes many.
+constexpr int mostReports = 3;
+
+int run(const Options& options) {
+    const Clock::time_point start = Clock::now();
+    Differential::Coverage coverage;
+    std::uint64_t done = 0;
+    int differences = 0;
+    while (done < options.scripts && Clock::now() - start < options.time &&
+           differences < mostReports) {
+        currentSeed = options.seed + done++;
+        const Differential::Script script = Differential::makeScript(currentSeed);
+        if (Differential::firstDifference(script, options.fault, &coverage)) {
+            ++differences;
+            fmt::print("{}\n", Differential::reportOf(Differential::shrunk(script, options.fault),
+                                                      options.fault));
+            std::fflush(stdout);
+        }
+    }
+    const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
+    fmt::print("{}", Differential::tableOf(coverage));
+    fmt::print("{} scripts from seed {}, {} frames in {:.1f} s, {} differences\n", done,
+               options.seed, coverage.fast + coverage.slow, seconds, differences);
+    return differences > 0 ? 1 : 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    Options options;
+    for (int i = 1; i < argc; i += 2) {
+        if (i + 1 == argc || !takeOption(options, argv[i], argv[i + 1])) {
+            fmt::print(stderr, "{}", usage);
+            return 2;
+        }
+    }
+    std::signal(SIGABRT, tellSeed);
+    std::signal(SIGSEGV, tellSeed);
+    try {
+        return run(options);
+    } catch (const std::exception& error) {
+        fmt::print(stderr, "differential: in script {}: {}\n", currentSeed, error.what());
+        return 2;
+    }
+}

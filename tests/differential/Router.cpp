@@ -1,0 +1,282 @@
+#include "Router.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "Counters.h"
+#include "Forwarding/PluginHost.h"
+#include "Mpls/RoutingInfo.h"
+#include "Ovix/trace/Trace.h"
+#include "Tables/TableLoading.h"
+#include "Tessel/Exceptions.h"
+
+namespace Differential {
+
+using OvixAgent::CaptureTime;
+using OvixAgent::WritableFrame;
+
+namespace {
+
+CaptureTime timeOf(const ScriptFrame& frame) noexcept {
+    constexpr std::uint64_t second = 1'000'000'000;
+    return {static_cast<std::int64_t>(frame.time / second),
+            static_cast<std::uint32_t>(frame.time % second)};
+}
+
+std::uint32_t lengthOf(const ScriptFrame& frame) noexcept {
+    return static_cast<std::uint32_t>(frame.bytes.size());
+}
+
+} // namespace
+
+/// The ports, the CPU, and the loopback interface of exception frames.
+class Router::Ports {
+  public:
+    Ports(OvixAgent::PortTable& table, Fault fault, bool anyMac)
+        : cpu("cpu", fault), loopback("lo", fault) {
+        for (OvixAgent::Port& port : table.ports()) {
+            ports_.push_back(std::make_unique<RecordingPort>(port.name, fault));
+            port.out = ports_.back().get();
+            port.anyMac = anyMac;
+        }
+    }
+    void take(Recording& into) {
+        for (const auto& port : ports_) {
+            into.take(port->recording());
+        }
+        into.take(cpu.recording());
+        into.take(loopback.recording());
+    }
+    void keepLines() {
+        for (const auto& port : ports_) {
+            port->recording() = Recording(true);
+        }
+        cpu.recording() = Recording(true);
+        loopback.recording() = Recording(true);
+    }
+
+    RecordingPort cpu;
+    RecordingPort loopback;
+
+  private:
+    std::vector<std::unique_ptr<RecordingPort>> ports_;
+};
+
+/// What the agent would answer about, and its traces.
+class Router::Drops : public OvixAgent::DropListener {
+  public:
+    void tooBig(const OvixAgent::Frame& received, std::span<const std::uint8_t> leaving,
+                std::uint32_t mtu) override {
+        recording.add("too big", received);
+        recording.add("too big as it would leave", leaving);
+        recording.add("too big for", std::uint64_t{mtu});
+    }
+    void undelivered(const OvixAgent::Frame& received, std::string_view reason) override {
+        recording.add("undelivered", received);
+        recording.add("undelivered because", reason);
+    }
+
+    Recording recording;
+};
+
+/// Where a burst lies: each frame with its headroom between guards, which nobody may touch.
+class Router::Buffers {
+  public:
+    std::vector<WritableFrame>& place(const std::vector<ScriptFrame>& frames) {
+        std::size_t size = 0;
+        for (const ScriptFrame& frame : frames) {
+            size += frame.headroom + frame.bytes.size() + guard;
+        }
+        memory_.assign(size + guard, mark);
+        placed_.clear();
+        std::uint8_t* at = memory_.data() + guard;
+        for (const ScriptFrame& frame : frames) {
+            at += frame.headroom;
+            std::copy(frame.bytes.begin(), frame.bytes.end(), at);
+            placed_.push_back({at, lengthOf(frame), lengthOf(frame) + frame.snapped, frame.headroom,
+                               frame.port, timeOf(frame)});
+            at += frame.bytes.size() + guard;
+        }
+        return placed_;
+    }
+    /// Whether the guards are as they were.
+    bool isIntact(const std::vector<ScriptFrame>& frames) const noexcept {
+        const std::uint8_t* at = memory_.data();
+        for (const ScriptFrame& frame : frames) {
+            if (!isMarked(at)) {
+                return false;
+            }
+            at += guard + frame.headroom + frame.bytes.size();
+        }
+        return isMarked(at);
+    }
+
+  private:
+    static constexpr std::size_t guard = 16;
+    static constexpr std::uint8_t mark = 0xa5;
+
+    static bool isMarked(const std::uint8_t* at) noexcept {
+        return std::all_of(at, at + guard, [](std::uint8_t byte) { return byte == mark; });
+    }
+
+    std::vector<std::uint8_t> memory_;
+    std::vector<WritableFrame> placed_;
+};
+
+namespace {
+
+OvixAgent::AgentState& started(OvixAgent::AgentState& state) {
+    OvixAgent::startPlugin("", state.pluginContext());
+    state.tables().noticeSubscribers();
+    return state;
+}
+
+Mpls::TablePublisher& filled(Mpls::TablePublisher& publisher,
+                             const OvixAgent::AgentConfig& config) {
+    if (const auto loaded = OvixAgent::loadTables(config, "script", publisher); !loaded) {
+        throw std::logic_error(loaded.refused().what);
+    }
+    publisher.commit();
+    return publisher;
+}
+
+} // namespace
+
+Router::Router(const Script& script, Road road, Fault fault)
+    : script_(&script), fault_(road == Road::fast ? fault : Fault::none),
+      publisher_(Tessel::TableMemory::ofProcess()),
+      state_(std::make_unique<OvixAgent::AgentState>(
+          script.configs.front(),
+          Tessel::make<Tessel::TableReader>(
+              "differential", filled(publisher_, script.configs.front()).tables().memory()),
+          "differential")),
+      tables_(script.configs.front()),
+      ports_(std::make_unique<Ports>(tables_.ports, fault_, script.anyMac)),
+      drops_(std::make_unique<Drops>()), buffers_(std::make_unique<Buffers>()),
+      ipRoutes_(state_->tables().reader(), tables_),
+      forwarder_(started(*state_).manager(), tables_, ports_->cpu) {
+    loopback_.emplace(ports_->loopback);
+    tables_.drops = drops_.get();
+    tables_.neighbours.solicitsIs(script.isLive);
+    if (road == Road::fast) {
+        fastPath_.emplace(forwarder_, state_->manager(), tables_, state_->tables());
+    }
+}
+
+Router::~Router() {
+    traceIs(false);
+    Ovix::TraceOutput::instance().textSinkIs({});
+}
+
+void Router::configure(std::size_t config) {
+    tables_.configure(script_->configs[config]);
+    ipRoutes_.startOver();
+}
+
+void Router::mplsRoutingIs(bool on) {
+    const auto info = state_->pluginContext()->entityManager()->fetch<Mpls::RoutingInfo>(
+        "routing/mpls/routingInfo/status");
+    info.entity->mplsRoutingEnabledIs(on);
+}
+
+void Router::portUpIs(OvixAgent::PortIndex port, bool up) {
+    OvixAgent::Port& changed = tables_.ports.ports()[port];
+    changed.isUp = up;
+    state_->interfaces()->intfStatusIs(changed.intfId, up);
+}
+
+void Router::settleWaiting(bool atTheEnd) {
+    using Time = OvixAgent::Sender::Clock::time_point;
+    forwarder_.settleWaiting(atTheEnd ? Time::max() : Time::min());
+}
+
+void Router::clearCounters() {
+    state_->manager()->clearCountersRequests()->requestClearAll();
+}
+
+void Router::traceIs(bool on) {
+    Ovix::TraceOutput& output = Ovix::TraceOutput::instance();
+    if (on) {
+        output.textSinkIs([this](std::string_view handle, unsigned, std::string_view line) {
+            drops_->recording.add(handle, line);
+        });
+    }
+    output.textLevelOfAllIs(on ? 0 : Ovix::TraceSource::off);
+}
+
+void Router::fastPathIs(bool on) {
+    if (fastPath_) {
+        fastPath_->isOnIs(on);
+    }
+}
+
+void Router::refresh() {
+    state_->tables().refresh();
+    ipRoutes_.refresh();
+}
+
+void Router::receive(const std::vector<ScriptFrame>& frames) {
+    refresh();
+    if (fastPath_) {
+        receiveFast(frames);
+    } else {
+        receiveByDefinition(frames);
+    }
+}
+
+void Router::receiveFast(const std::vector<ScriptFrame>& frames) {
+    std::span<WritableFrame> left = buffers_->place(frames);
+    while (!left.empty()) {
+        left = left.subspan(fastPath_->receive(left));
+        if (!left.empty()) {
+            refresh();
+        }
+    }
+    if (!buffers_->isIntact(frames)) {
+        drops_->recording.add("memory", "what lies around the frames has changed");
+    }
+}
+
+void Router::receiveByDefinition(const std::vector<ScriptFrame>& frames) {
+    for (std::size_t i = 0; i < frames.size();) {
+        const ScriptFrame& frame = frames[i];
+        try {
+            forwarder_.receive(
+                {frame.port, timeOf(frame), frame.bytes, lengthOf(frame) + frame.snapped});
+            ++i;
+        } catch (const Tessel::SnapshotLost&) {
+            refresh();
+        }
+    }
+}
+
+Recording Router::take(bool looksAtCounters, bool keepsLines) {
+    Recording all(keepsLines);
+    ports_->take(all);
+    all.take(drops_->recording);
+    if (looksAtCounters) {
+        recordCounters(all, forwarder_, *state_, fault_);
+        for (const auto& wanted : tables_.neighbours.takeWanted()) {
+            all.add("wanted at " + std::to_string(wanted.port), wanted.address.text());
+        }
+    }
+    return all;
+}
+
+void Router::keepLines() {
+    ports_->keepLines();
+    drops_->recording = Recording(true);
+}
+
+OvixAgent::Summary Router::summary() const {
+    OvixAgent::Summary summary;
+    forwarder_.addTo(summary);
+    return summary;
+}
+
+const OvixAgent::FastPath::Counts& Router::counts() const noexcept {
+    static constexpr OvixAgent::FastPath::Counts none;
+    return fastPath_ ? fastPath_->counts() : none;
+}
+
+} // namespace Differential

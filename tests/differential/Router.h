@@ -1,0 +1,81 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Capture/CapturedLoopback.h"
+#include "FastPath/FastPath.h"
+#include "Ip/SharedIpRoutes.h"
+#include "Published/TablePublisher.h"
+#include "Recording.h"
+#include "Script.h"
+#include "State/ForwardingTables.h"
+#include "Tables/AgentState.h"
+
+namespace Differential {
+
+/// Which way frames go.
+enum class Road : std::uint8_t { definition, fast };
+
+/// An agent without a program around it: the plugin, its tables with their publisher, and ports
+/// that record what leaves. There may be only one at a time in a process.
+class Router {
+  public:
+    /// The script must outlive it.
+    Router(const Script& script, Road road, Fault fault);
+    Router(const Router&) = delete;
+    Router& operator=(const Router&) = delete;
+    ~Router();
+
+    // What changes of a script work on.
+    Mpls::TablePublisher& publisher() noexcept { return publisher_; }
+    OvixAgent::ForwardingTables& tables() noexcept { return tables_; }
+    /// Goes over to another configuration of the script, as at a reload.
+    void configure(std::size_t config);
+    /// The tables' changes become visible.
+    void commit() { publisher_.commit(); }
+    void mplsRoutingIs(bool on);
+    void portUpIs(OvixAgent::PortIndex port, bool up);
+    void settleWaiting(bool atTheEnd);
+    void clearCounters();
+    void traceIs(bool on);
+    void fastPathIs(bool on);
+
+    /// Takes over changed tables, as between frames, and receives the frames.
+    void receive(const std::vector<ScriptFrame>& frames);
+
+    /// What has happened since the last call. The counters are looked at only if asked for: their
+    /// numbers are those since the start.
+    Recording take(bool looksAtCounters, bool keepsLines = false);
+    /// From now on, what happens is kept in words, too; to be called right after take().
+    void keepLines();
+
+    const OvixAgent::FastPath::Counts& counts() const noexcept;
+    OvixAgent::Summary summary() const;
+
+  private:
+    class Ports;
+    class Buffers;
+    class Drops;
+
+    void receiveFast(const std::vector<ScriptFrame>& frames);
+    void receiveByDefinition(const std::vector<ScriptFrame>& frames);
+    void refresh();
+
+    const Script* script_;
+    Fault fault_;
+    Mpls::TablePublisher publisher_;
+    std::unique_ptr<OvixAgent::AgentState> state_;
+    OvixAgent::ForwardingTables tables_;
+    std::unique_ptr<Ports> ports_;
+    std::unique_ptr<Drops> drops_;
+    std::unique_ptr<Buffers> buffers_;
+    OvixAgent::SharedIpRoutes ipRoutes_;
+    OvixAgent::Forwarder forwarder_;
+    std::optional<OvixAgent::CapturedLoopback> loopback_;
+    std::optional<OvixAgent::FastPath> fastPath_; ///< unset on the road of the definition
+};
+
+} // namespace Differential

@@ -1,0 +1,77 @@
+#include "Shrinking.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "Comparison.h"
+
+namespace Differential {
+
+namespace {
+
+/// Everything behind the step that makes the difference.
+void cutBehind(Script& script, std::size_t step) {
+    script.steps.erase(script.steps.begin() + static_cast<std::ptrdiff_t>(step) + 1,
+                       script.steps.end());
+}
+
+/// Takes away parts of a list, halving their size, as long as the roads still differ without.
+/// `list` gives the list in a script; it must not become empty.
+template <typename List>
+void leaveOut(Script& script, Fault fault, const List& list) {
+    for (std::size_t part = (list(script).size() + 1) / 2; part > 0; part /= 2) {
+        for (std::size_t at = 0; at < list(script).size();) {
+            Script tried = script;
+            auto& parts = list(tried);
+            const auto first = parts.begin() + static_cast<std::ptrdiff_t>(at);
+            parts.erase(first,
+                        first + static_cast<std::ptrdiff_t>(std::min(part, parts.size() - at)));
+            const auto differs = parts.empty() ? std::nullopt : firstDifference(tried, fault);
+            if (differs) {
+                cutBehind(tried, *differs);
+                script = std::move(tried);
+            } else {
+                at += part;
+            }
+        }
+    }
+}
+
+/// Counters are looked at as late as possible, unless looking earlier tells more.
+void lookEarly(Script& script, Fault fault) {
+    Script tried = script;
+    for (Step& step : tried.steps) {
+        step.looksAtCounters = true;
+    }
+    if (const auto differs = firstDifference(tried, fault)) {
+        cutBehind(tried, *differs);
+        script = std::move(tried);
+    }
+}
+
+void leaveOutFrames(Script& script, Fault fault) {
+    for (std::size_t i = 0; i < script.steps.size(); ++i) {
+        if (script.steps[i].frames.size() > 1) {
+            leaveOut(script, fault, [i](Script& of) -> std::vector<ScriptFrame>& {
+                static std::vector<ScriptFrame> none;
+                return i < of.steps.size() ? of.steps[i].frames : none;
+            });
+        }
+    }
+}
+
+} // namespace
+
+Script shrunk(Script script, Fault fault) {
+    const auto steps = [](Script& of) -> std::vector<Step>& { return of.steps; };
+    if (const auto differs = firstDifference(script, fault)) {
+        cutBehind(script, *differs);
+    }
+    lookEarly(script, fault);
+    leaveOut(script, fault, steps);
+    leaveOutFrames(script, fault);
+    leaveOut(script, fault, steps);
+    return script;
+}
+
+} // namespace Differential
