@@ -118,12 +118,11 @@ bool MplsRoutingHandler::chooseVia(const Ptr<MplsContext>& context, std::uint32_
     const Ptr<RoutingNexthop>& nexthop = context->nexthops()->nexthopFront();
     choice.nexthop = nexthop->unresolved() ? nullptr : nexthop;
     if (choice.by == DecidedBy::destination) {
+        // A header of another family has something else, or nothing, in the destination's place.
         const Ptr<PacketHeader>& payload = context->packetHeader();
-        const Lumo::IpGenAddr& address = nexthop->address();
-        if (address.family() == Lumo::IpFamily::none) {
-            choice.by = DecidedBy::beneath;
-        } else if (!payload || address != ipDestination(*payload)) {
-            return false; // read from a header of another family
+        if (!payload || nexthop->address().empty() ||
+            nexthop->address() != ipDestination(*payload)) {
+            return false;
         }
     }
     // What ends here above other labels is for the agent to go on with, label by label.
