@@ -3,15 +3,34 @@
 #include <algorithm>
 #include <cassert>
 #include <exception>
-#include <numeric>
+#include <limits>
 
 #include "FastPath/RewriteReading.h"
 #include "Ovix/packet/FlowHash.h"
+#include "Tessel/Fib/FecId.h"
 
 namespace OvixAgent {
 
 using Ovix::Beneath;
 using Ovix::LabelDecision;
+
+namespace {
+
+Decision made(Action action, std::uint32_t value, std::uint32_t egress = 0) noexcept {
+    Decision decision;
+    decision.action = action;
+    decision.value = value;
+    decision.egress = egress;
+    return decision;
+}
+
+bool isPlainSwap(const DecidedRewrite& rewrite) noexcept {
+    return rewrite.kind == DecidedRewrite::Kind::swap && rewrite.labels == 1 &&
+           rewrite.tc == DecidedRewrite::keep && rewrite.isCounted &&
+           rewrite.events == EventSets::none;
+}
+
+} // namespace
 
 Decider::Decider(const Ptr<Ovix::PluginManager>& manager, ForwardingTables& tables,
                  DecisionTable& decisions, EgressLines& lines, EventSets& events)
@@ -47,13 +66,13 @@ void Decider::decide(std::uint32_t label, Beneath beneath) {
                                                   [](const auto& choice) {
                                                       return choice.by == Ovix::DecidedBy::label;
                                                   });
-    const Decision made = isExact && lookup ? decisionFor(beneath) : Decision();
+    const Decision outcome = isExact && lookup ? decisionFor(beneath) : Decision();
     if (isByLabel) {
-        decision = made;
+        decision = outcome;
     } else {
         decision.action = Action::byBeneath;
         decision.value = decisions_->byBeneath.add({});
-        decisions_->byBeneath[decision.value].is(beneath, made, decisions_->stamp());
+        decisions_->byBeneath[decision.value].is(beneath, outcome, decisions_->stamp());
     }
     decision.lookup = lookup.value_or(EventSets::none);
     decision.isFound = answer_.isFound;
@@ -62,10 +81,10 @@ void Decider::decide(std::uint32_t label, Beneath beneath) {
 }
 
 void Decider::decideBeneath(std::uint32_t label, Beneath beneath) {
-    const Decision made = ask(label, beneath) ? decisionFor(beneath) : Decision();
+    const Decision outcome = ask(label, beneath) ? decisionFor(beneath) : Decision();
     const Decision& whole = decisions_->at(label);
     assert(whole.action == Action::byBeneath);
-    decisions_->byBeneath[whole.value].is(beneath, made, decisions_->stamp());
+    decisions_->byBeneath[whole.value].is(beneath, outcome, decisions_->stamp());
 }
 
 Decision Decider::decisionFor(Beneath beneath) {
@@ -93,10 +112,7 @@ Decision Decider::dropFor(const LabelDecision::Choice& choice) {
     if (reason == choice.events.rend() || !events) {
         return {};
     }
-    Decision decision;
-    decision.action = Action::drop;
-    decision.value = decisions_->drops.add({*events, (*reason)->reason, nullptr});
-    return decision;
+    return made(Action::drop, decisions_->drops.add({*events, (*reason)->reason, nullptr}));
 }
 
 /// The MPLS hash of a plugin or agent that hashes in another way is not known here.
@@ -113,17 +129,14 @@ Decision Decider::choiceOf(Beneath beneath) {
         choice.weights.push_back(one.weight);
         choice.members.push_back(decisionFor(one, beneath));
     }
-    Decision decision;
     if (total == 0 || total > std::numeric_limits<std::uint32_t>::max() || !hashesAsThePlugin()) {
         for (Decision& member : choice.members) {
             decisions_->release(member);
         }
-        return decision;
+        return {};
     }
     choice.totalWeight = static_cast<std::uint32_t>(total);
-    decision.action = Action::choice;
-    decision.value = decisions_->choices.add(std::move(choice));
-    return decision;
+    return made(Action::choice, decisions_->choices.add(std::move(choice)));
 }
 
 Decision Decider::lookupFor(const LabelDecision::Choice& choice, Beneath beneath) {
@@ -140,36 +153,70 @@ Decision Decider::lookupFor(const LabelDecision::Choice& choice, Beneath beneath
     }
     lookup.fib = *fib;
     lookup.events = *events;
-    Decision decision;
-    decision.action = Action::lookup;
-    decision.value = decisions_->lookups.add(lookup);
-    return decision;
+    return made(Action::lookup, decisions_->lookups.add(lookup));
 }
 
 Decision Decider::rewriteFor(const LabelDecision::Choice& choice, Beneath beneath) {
     const Ovix::RoutingNexthop& nexthop = *choice.nexthop;
     auto rewrite = readRewrites(nexthop.rewriteInfos(), beneath, *rewriteMap_);
     const auto events = events_->setOf(choice.events);
-    if (!rewrite || !events || !readCounting(nexthop, rewrite->isCounted)) {
-        return {};
-    }
-    const auto line = lineFor(nexthop, rewrite->exposed);
-    if (!line) {
+    if (!rewrite || !events || !readCounting(nexthop, rewrite->isCounted) ||
+        !tables_->vrfs->number(nexthop.vrfName().view())) {
         return {};
     }
     rewrite->events = *events;
-    rewrite->egress = *line;
-    Decision decision;
-    if (rewrite->kind == DecidedRewrite::Kind::swap && rewrite->labels == 1 &&
-        rewrite->tc == DecidedRewrite::keep && rewrite->isCounted && *events == EventSets::none) {
-        decision.action = Action::swap;
-        decision.value = rewrite->label[0];
-        decision.egress = *line;
-        return decision;
+    if (Tessel::Fib::FecId::isHierarchicalIntfId(nexthop.intfId())) {
+        return towardFec(nexthop, *rewrite);
     }
-    decision.action = Action::rewrite;
-    decision.value = decisions_->rewrites.add(*rewrite);
-    return decision;
+    const Port* const port = tables_->ports.byIntfId(nexthop.intfId());
+    if (port == nullptr) {
+        return {};
+    }
+    const PortIndex index = tables_->ports.indexOf(*port);
+    if (tables_->pseudowires.isCircuit(index)) {
+        return nexthop.mtu() == 0 ? towardCircuit(index, *rewrite) : Decision();
+    }
+    const auto line = lineFor(index, nexthop.address(), nexthop, rewrite->exposed);
+    if (!line) {
+        return {};
+    }
+    rewrite->egress = *line;
+    return isPlainSwap(*rewrite) ? made(Action::swap, rewrite->label[0], *line)
+                                 : made(Action::rewrite, decisions_->rewrites.add(*rewrite));
+}
+
+Decision Decider::towardFec(const Ovix::RoutingNexthop& nexthop, DecidedRewrite rewrite) {
+    const auto members = tables_->fecs.nextHops(nexthop.intfId());
+    if (members.empty() || rewrite.kind == DecidedRewrite::Kind::pop) {
+        return {};
+    }
+    DecidedFec fec;
+    for (const WeightedNextHop& member : members) {
+        const auto line = lineFor(member.port, member.address, nexthop, rewrite.exposed);
+        if (tables_->pseudowires.isCircuit(member.port) || !line) {
+            return {};
+        }
+        fec.totalWeight += member.weight;
+        fec.weights.push_back(member.weight);
+        fec.lines.push_back(*line);
+    }
+    rewrite.isToFec = true;
+    rewrite.egress = decisions_->fecs.add(std::move(fec));
+    return made(Action::rewrite, decisions_->rewrites.add(std::move(rewrite)));
+}
+
+/// A frame toward a pseudowire's end has nothing left in front of it but, perhaps, a flow label.
+Decision Decider::towardCircuit(PortIndex index, const DecidedRewrite& rewrite) {
+    Port& port = tables_->ports.ports()[index];
+    Pseudowire* const pseudowire = tables_->pseudowires.ofPort(index);
+    const Ovix::PktHdrType expected =
+        pseudowire->flowLabel ? Ovix::PktHdrType::mpls : Ovix::PktHdrType::eth;
+    if (rewrite.kind != DecidedRewrite::Kind::pop || rewrite.exposed != expected ||
+        port.out == nullptr || port.tagging.kind == Tagging::Kind::subInterface) {
+        return {};
+    }
+    return made(Action::circuit,
+                decisions_->circuits.add({&port, pseudowire, rewrite.isCounted, rewrite.events}));
 }
 
 /// False when more is counted than the label.
@@ -196,20 +243,16 @@ bool Decider::readCounting(const Ovix::RoutingNexthop& nexthop, bool& isCounted)
 }
 
 /// Unset when the egress depends on the packet.
-std::optional<std::uint32_t> Decider::lineFor(const Ovix::RoutingNexthop& nexthop,
+std::optional<std::uint32_t> Decider::lineFor(PortIndex port, const Lumo::IpGenAddr& address,
+                                              const Ovix::RoutingNexthop& nexthop,
                                               Ovix::PktHdrType outgoing) {
-    const Port* const port = tables_->ports.byIntfId(nexthop.intfId());
-    const bool isAddressed = !nexthop.address().empty();
-    if (port == nullptr || (!isAddressed && outgoing != Ovix::PktHdrType::mpls)) {
+    const bool isAddressed = !address.empty();
+    if (tables_->ports.ports()[port].out == nullptr || outgoing == Ovix::PktHdrType::eth ||
+        (!isAddressed && outgoing != Ovix::PktHdrType::mpls)) {
         return std::nullopt;
     }
-    const PortIndex index = tables_->ports.indexOf(*port);
-    if (tables_->pseudowires.isCircuit(index) || port->out == nullptr ||
-        !tables_->vrfs->number(nexthop.vrfName().view())) {
-        return std::nullopt;
-    }
-    return lines_->numberOf({index, nexthop.mtu(), nexthop.vlanId(),
-                             isAddressed ? nexthop.address() : Lumo::IpGenAddr()});
+    return lines_->numberOf(
+        {port, nexthop.mtu(), nexthop.vlanId(), isAddressed ? address : Lumo::IpGenAddr()});
 }
 
 } // namespace OvixAgent

@@ -41,7 +41,10 @@ class Decider {
     Decision lookupFor(const Ovix::LabelDecision::Choice& choice, Ovix::Beneath beneath);
     Decision rewriteFor(const Ovix::LabelDecision::Choice& choice, Ovix::Beneath beneath);
     bool readCounting(const Ovix::RoutingNexthop& nexthop, bool& isCounted);
-    std::optional<std::uint32_t> lineFor(const Ovix::RoutingNexthop& nexthop,
+    Decision towardFec(const Ovix::RoutingNexthop& nexthop, DecidedRewrite rewrite);
+    Decision towardCircuit(PortIndex index, const DecidedRewrite& rewrite);
+    std::optional<std::uint32_t> lineFor(PortIndex port, const Lumo::IpGenAddr& address,
+                                         const Ovix::RoutingNexthop& nexthop,
                                          Ovix::PktHdrType outgoing);
     bool hashesAsThePlugin() const;
 

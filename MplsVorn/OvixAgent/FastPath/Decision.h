@@ -8,6 +8,8 @@
 #include "Ovix/routing/LabelDecision.h"
 #include "Ovix/trace/NamedCounters.h"
 #include "State/OvixLfibCounterCollection.h"
+#include "State/PortTable.h"
+#include "State/Pseudowires.h"
 
 namespace OvixAgent {
 
@@ -17,6 +19,7 @@ enum class Action : std::uint8_t {
     drop,      ///< `value`: number of a DecidedDrop
     swap,      ///< one label for one, TC kept; `value`: the label in its place, `egress`: a line
     rewrite,   ///< `value`: number of a DecidedRewrite
+    circuit,   ///< `value`: number of a DecidedCircuit
     lookup,    ///< `value`: number of a DecidedLookup
     choice,    ///< `value`: number of a DecidedChoice
     byBeneath, ///< `value`: number of a DecidedByBeneath
@@ -45,6 +48,8 @@ struct DecidedDrop {
 struct DecidedRewrite {
     enum class Kind : std::uint8_t { swap, push, pop };
     static constexpr std::size_t maxLabels = 6;
+    /// Of entries written: the labels, an entropy label with its indicator, and the top one.
+    static constexpr std::size_t mostBytes = (maxLabels + 3) * Lumo::MplsLabelEntry::size;
 
     Kind kind = Kind::swap;
     bool isUniform = false;
@@ -54,12 +59,31 @@ struct DecidedRewrite {
     std::uint8_t ttl = 0;    ///< of pushed labels in pipe mode
     std::uint8_t tc = keep;
     std::uint8_t pushedTc = keep;
-    std::uint16_t events = 0;                          ///< number of a set
-    std::uint32_t egress = 0;                          ///< number of a line
+    std::uint16_t events = 0; ///< number of a set
+    std::uint32_t egress = 0; ///< number of a line, or of a DecidedFec
+    bool isToFec = false;
     Ovix::PktHdrType exposed = Ovix::PktHdrType::mpls; ///< by a pop
     std::array<std::uint32_t, maxLabels> label{};      ///< each in its place in an entry
+    /// The record of a push one of whose labels names the flow (RFC 6790); else null.
+    Ptr<const Ovix::RewriteInfo> record;
 
     static constexpr std::uint8_t keep = 0xff;
+};
+
+/// Flows toward a FEC are shared by weight, by their hash as they leave.
+struct DecidedFec {
+    std::uint32_t totalWeight = 0;
+    std::vector<std::uint32_t> weights;
+    std::vector<std::uint32_t> lines;
+};
+
+/// The pseudowire's label, and its flow label (RFC 6391) beneath it if there is one, is popped, and
+/// the customer's frame leaves by the attachment circuit.
+struct DecidedCircuit {
+    Port* port = nullptr;
+    Pseudowire* pseudowire = nullptr;
+    bool isCounted = false;
+    std::uint16_t events = 0;
 };
 
 /// The label is popped, and the packet beneath routed.

@@ -93,7 +93,13 @@ void DecisionTable::release(Decision& decision) {
         drops.release(decision.value);
         break;
     case Action::rewrite:
+        if (rewrites[decision.value].isToFec) {
+            fecs.release(rewrites[decision.value].egress);
+        }
         rewrites.release(decision.value);
+        break;
+    case Action::circuit:
+        circuits.release(decision.value);
         break;
     case Action::lookup:
         lookups.release(decision.value);

@@ -39,6 +39,8 @@ class DecisionTable {
 
     Pool<DecidedDrop> drops;
     Pool<DecidedRewrite> rewrites;
+    Pool<DecidedFec> fecs;
+    Pool<DecidedCircuit> circuits;
     Pool<DecidedLookup> lookups;
     Pool<DecidedChoice> choices;
     Pool<DecidedByBeneath> byBeneath;

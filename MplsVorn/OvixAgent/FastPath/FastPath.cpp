@@ -3,45 +3,22 @@
 #include <algorithm>
 #include <cassert>
 
-#include "FastPath/LabelRewrite.h"
-#include "Ovix/packet/FlowHash.h"
 #include "Ovix/trace/Trace.h"
 #include "Tessel/Exceptions.h"
-#include "Wire/LabelStack.h"
+#include "Wire/Ethernet.h"
 
 namespace OvixAgent {
 
+using Ovix::PktHdrType;
+using Wire::Ethernet;
+
 namespace {
 
-using Ovix::Beneath;
-using Ovix::PktHdrType;
+constexpr std::size_t shortest = Ethernet::size + Lumo::MplsLabelEntry::size;
 
-constexpr std::uint32_t firstOrdinaryLabel = 16;
-/// A decision costs about as much as routing so many frames; what the forwarder does for those pays
-/// for it, so that frames of labels never met before cost little more than without decisions.
-constexpr std::uint32_t costOfDecision = 8;
-constexpr std::uint32_t mostCredit = 64 * costOfDecision;
-
-std::uint32_t labelOf(Lumo::MplsLabelEntry entry) noexcept {
-    return entry.word().value() >> 12U;
-}
-
-/// What lies beneath the top label of a packet, as far as decisions distinguish it.
-std::optional<Beneath> beneathTop(Wire::Bytes packet) noexcept {
-    const Wire::Bytes rest = packet.subspan(Lumo::MplsLabelEntry::size);
-    if (!Lumo::MplsLabelEntry::load(packet.data()).bos()) {
-        return rest.size() >= Lumo::MplsLabelEntry::size ? std::optional(Beneath::label)
-                                                         : std::nullopt;
-    }
-    const PktHdrType type = Ovix::PacketParser::beneathLabels(rest);
-    if (type == PktHdrType::eth) {
-        return rest.size() >= Wire::Ethernet::size ? std::optional(Beneath::ethernet)
-                                                   : std::nullopt;
-    }
-    if (Ovix::PacketParser::ipHeaderLength(type, rest) == 0) {
-        return std::nullopt;
-    }
-    return type == PktHdrType::ipv4 ? Beneath::ipv4 : Beneath::ipv6;
+bool isForPort(const std::uint8_t* frame, const Port& port) noexcept {
+    return port.anyMac || (frame[0] & 1U) != 0 ||
+           std::memcmp(frame, port.mac.data(), Ethernet::macSize) == 0;
 }
 
 } // namespace
@@ -49,8 +26,8 @@ std::optional<Beneath> beneathTop(Wire::Bytes packet) noexcept {
 FastPath::FastPath(Forwarder& forwarder, const Ptr<Ovix::PluginManager>& manager,
                    ForwardingTables& tables, Mpls::PublishedTables& published)
     : forwarder_(&forwarder), tables_(&tables), inputSteps_(manager->genericPipelineSteps()),
-      events_(forwarder.namedCounters()), lines_(tables), decisions_(published),
-      decider_(manager, tables, decisions_, lines_, events_), ipHop_(tables), credit_(mostCredit) {}
+      departures_(forwarder.accounts()), ipHop_(tables),
+      labels_(forwarder.namedCounters(), manager, tables, published, ipHop_, departures_) {}
 
 std::size_t FastPath::receive(std::span<WritableFrame> burst) {
     const bool isFast = isReady();
@@ -64,30 +41,28 @@ std::size_t FastPath::receive(std::span<WritableFrame> burst) {
                     continue;
                 }
             }
-            sent_.flush();
+            departures_.flush();
             forwarder_->receive(burst[done].frame());
             ++counts_.slow;
-            credit_ = std::min(credit_ + 1, mostCredit);
+            labels_.earn();
         }
     } catch (const Tessel::SnapshotLost&) {
         // The caller refreshes the tables and passes the rest again.
     }
-    sent_.flush();
+    departures_.flush();
     return done;
 }
 
 /// Whether decisions may be used for the frames at hand.
 bool FastPath::isReady() {
-    if (!isOn_ || Ovix::TraceSource::anyOn() || !decisions_.refresh()) {
+    if (!isOn_ || Ovix::TraceSource::anyOn() || !labels_.refresh()) {
         return false;
     }
-    if (const std::uint64_t version = decider_.version(); version != version_) [[unlikely]] {
+    if (const std::uint64_t version = labels_.version(); version != version_) [[unlikely]] {
         version_ = version;
-        decisions_.voidAll();
-        lines_.resolveAll();
+        labels_.restart();
         readPorts();
     }
-    lines_.refresh();
     return true;
 }
 
@@ -102,9 +77,11 @@ void FastPath::readPorts() {
     const std::vector<Port>& ports = tables_->ports.ports();
     intakes_.assign(ports.size(), {});
     for (PortIndex i = 0; i < ports.size(); ++i) {
-        const bool isPlain = !tables_->ports.hasVlans(i) && !tables_->pseudowires.isCircuit(i);
+        const bool isCircuit = tables_->pseudowires.isCircuit(i);
         const auto fib = tables_->vrfs->number(ports[i].vrf.view());
-        intakes_[i] = {isPlain && ignoresLabels, isPlain && ignoresIp && fib, fib.value_or(0)};
+        const bool isVlan = ports[i].tagging.kind == Tagging::Kind::subInterface;
+        intakes_[i] = {!isCircuit && ignoresLabels, !isCircuit && ignoresIp && fib,
+                       tables_->ports.hasVlans(i), isVlan, fib.value_or(0)};
     }
 }
 
@@ -115,266 +92,81 @@ void FastPath::prefetch(std::span<const WritableFrame> burst, std::size_t at) co
     if (at + headersAhead < burst.size()) {
         __builtin_prefetch(burst[at + headersAhead].bytes);
     }
-    if (at + labelsAhead < burst.size() &&
-        burst[at + labelsAhead].size >= Wire::Ethernet::size + Lumo::MplsLabelEntry::size) {
-        const auto entry =
-            Lumo::MplsLabelEntry::load(burst[at + labelsAhead].bytes + Wire::Ethernet::size);
-        __builtin_prefetch(decisions_.place(labelOf(entry)));
+    if (at + labelsAhead < burst.size() && burst[at + labelsAhead].size >= shortest) {
+        labels_.prefetch(burst[at + labelsAhead].bytes + Ethernet::size);
     }
 }
 
-/// A frame that does not fit any decision is left to the forwarder: false, and nothing is changed.
+/// A frame that fits no decision is left to the forwarder: false, and nothing is changed.
 bool FastPath::forward(WritableFrame& frame) {
-    if (frame.size < Wire::Ethernet::size + Lumo::MplsLabelEntry::size ||
-        frame.size != frame.originalLength) {
+    if (frame.size < shortest || frame.size != frame.originalLength) {
         return false;
     }
-    const auto etherType = Lumo::NetU16::load(frame.bytes + Wire::Ethernet::etherTypeAt).value();
-    switch (etherType) {
+    PacketWork work;
+    work.frame = &frame;
+    work.port = frame.port;
+    switch (takeIn(work).value_or(0)) {
     case Wire::EtherType::mpls:
-        return forwardLabelled(frame);
+        return intakes_[work.port].takesLabels && tables_->ports.ports()[work.port].mpls &&
+               labels_.forward(work);
     case Wire::EtherType::ipv4:
-        return forwardIp(frame, PktHdrType::ipv4);
+        return forwardIp(work, PktHdrType::ipv4);
     case Wire::EtherType::ipv6:
-        return forwardIp(frame, PktHdrType::ipv6);
+        return forwardIp(work, PktHdrType::ipv6);
     default:
         return false;
     }
 }
 
-bool FastPath::isForUs(const WritableFrame& frame, const Port& port) const noexcept {
-    return port.anyMac || (frame.bytes[0] & 1U) != 0 ||
-           std::memcmp(frame.bytes, port.mac.data(), Wire::Ethernet::macSize) == 0;
+/// Finds the port that a frame is for and where its packet starts. Returns its EtherType; unset
+/// when the frame is none that is for a port without further ado.
+std::optional<std::uint16_t> FastPath::takeIn(PacketWork& work) const {
+    const Intake& intake = intakes_[work.port];
+    if (intake.isVlan || (intake.hasVlans && !findSubInterface(work))) [[unlikely]] {
+        return std::nullopt;
+    }
+    const WritableFrame& frame = *work.frame;
+    const std::uint32_t link = static_cast<std::uint32_t>(Ethernet::size) + work.tagBytes;
+    if (frame.size < link + Lumo::MplsLabelEntry::size ||
+        !isForPort(frame.bytes, tables_->ports.ports()[work.port])) {
+        return std::nullopt;
+    }
+    work.packet = frame.bytes + link;
+    work.length = frame.size - link;
+    return Lumo::NetU16::load(work.packet - Ethernet::etherTypeSize).value();
 }
 
-bool FastPath::forwardIp(WritableFrame& frame, PktHdrType type) {
-    const Port& port = tables_->ports.ports()[frame.port];
-    const Intake& intake = intakes_[frame.port];
-    if (!intake.takesIp || !port.routesIp || !isForUs(frame, port)) {
+/// False when the frame's tags are not just those of a sub-interface.
+bool FastPath::findSubInterface(PacketWork& work) const {
+    const Wire::Bytes frame{work.frame->bytes, work.frame->size};
+    Wire::TagWalk walk(Ethernet(frame).etherType(), frame.subspan(Ethernet::size));
+    std::array<std::uint16_t, Wire::Tag::maxTags> vlans{};
+    std::size_t count = 0;
+    for (Wire::Tag tag; walk.next(tag);) {
+        vlans[count++] = tag.vlanId();
+    }
+    const auto taker = tables_->ports.taker(work.port, std::span(vlans).first(count));
+    if (!taker || taker->ownTags != count) {
         return false;
     }
-    const PacketWork work{&frame, frame.bytes + Wire::Ethernet::size,
-                          frame.size - static_cast<std::uint32_t>(Wire::Ethernet::size), type};
+    work.port = taker->port;
+    work.tagBytes = static_cast<std::uint32_t>(count * Wire::Tag::size);
+    return true;
+}
+
+bool FastPath::forwardIp(PacketWork work, PktHdrType type) {
+    const Intake& intake = intakes_[work.port];
+    if (!intake.takesIp || !tables_->ports.ports()[work.port].routesIp) {
+        return false;
+    }
+    work.type = type;
     Port* out = nullptr;
     const auto sent = ipHop_.route(tables_->vrfs->fibAt(intake.fib), work, out);
     if (!sent) {
         return false;
     }
-    forwarder_->accounts().passed(frame.size);
-    sent_.add(*out, *sent);
+    departures_.send(work, *out, *sent);
     return true;
-}
-
-bool FastPath::forwardLabelled(WritableFrame& frame) {
-    const Port& port = tables_->ports.ports()[frame.port];
-    const auto top = Lumo::MplsLabelEntry::load(frame.bytes + Wire::Ethernet::size);
-    const std::uint32_t label = labelOf(top);
-    if (label < firstOrdinaryLabel || top.ttl() <= 1 || !intakes_[frame.port].takesLabels ||
-        !port.mpls || !isForUs(frame, port)) {
-        return false;
-    }
-    PacketWork work{&frame, frame.bytes + Wire::Ethernet::size,
-                    frame.size - static_cast<std::uint32_t>(Wire::Ethernet::size),
-                    PktHdrType::mpls};
-    const Decision* const decision = decisionFor(label, work.bytes());
-    return decision != nullptr && follow(*decision, decisions_.at(label), work);
-}
-
-/// Whether the forwarder has done enough since to pay for a decision.
-bool FastPath::mayDecide() noexcept {
-    if (credit_ < costOfDecision) {
-        return false;
-    }
-    credit_ -= costOfDecision;
-    ++counts_.decided;
-    return true;
-}
-
-/// Null: none can be made now, or not for this frame.
-const Decision* FastPath::decisionFor(std::uint32_t label, Wire::Bytes packet) {
-    const Decision& decision = decisions_.at(label);
-    if (decisions_.isValid(decision) && decision.action != Action::byBeneath) [[likely]] {
-        return &decision;
-    }
-    const std::optional<Beneath> beneath = beneathTop(packet);
-    if (!beneath) {
-        return nullptr;
-    }
-    if (!decisions_.isValid(decision)) {
-        if (!mayDecide()) {
-            return nullptr;
-        }
-        decider_.decide(label, *beneath);
-    }
-    return decision.action == Action::byBeneath ? decidedBeneath(decision, label, *beneath)
-                                                : &decision;
-}
-
-const Decision* FastPath::decidedBeneath(const Decision& decision, std::uint32_t label,
-                                         Beneath beneath) {
-    const auto kind = static_cast<std::size_t>(beneath);
-    if (!decisions_.isValid(decisions_.byBeneath[decision.value].decisions[kind])) {
-        if (!mayDecide()) {
-            return nullptr;
-        }
-        decider_.decideBeneath(label, beneath);
-    }
-    return &decisions_.byBeneath[decision.value].decisions[kind];
-}
-
-bool FastPath::follow(Decision decision, const Decision& top, PacketWork& work) {
-    switch (decision.action) {
-    case Action::swap:
-        return followSwap(decision, top, work);
-    case Action::rewrite:
-        return followRewrite(decision, top, work);
-    case Action::lookup:
-        return followLookup(decision, top, work);
-    case Action::drop:
-        return followDrop(decision, top, work);
-    case Action::choice:
-        return follow(chosen(decision, work), top, work);
-    default:
-        return false;
-    }
-}
-
-const Decision& FastPath::chosen(const Decision& decision, const PacketWork& work) {
-    const DecidedChoice& choice = decisions_.choices[decision.value];
-    const std::uint32_t residue =
-        Ovix::flowHash(PktHdrType::mpls, work.bytes()) % choice.totalWeight;
-    return choice.members[Tessel::weightedChoice(residue, choice.weights.size(),
-                                                 [&](std::size_t i) { return choice.weights[i]; })];
-}
-
-bool FastPath::followSwap(Decision decision, const Decision& top, PacketWork& work) {
-    InnerLookups inner;
-    if (!lookUpInner(work, inner)) {
-        return false;
-    }
-    const EgressLine& line = lines_[decision.egress];
-    if (!line.takes(work.length) || !work.hasRoom(0)) {
-        return false;
-    }
-    constexpr std::uint32_t kept = 0xf00; // TC and S
-    const std::uint32_t entry = Lumo::MplsLabelEntry::load(work.packet).word().value();
-    Lumo::NetU32(decision.value | (entry & kept) | ((entry & 0xffU) - 1)).store(work.packet);
-    countLookups(top, inner);
-    countLabel(entry >> 12U, *work.frame);
-    send(work, line);
-    return true;
-}
-
-bool FastPath::followRewrite(Decision decision, const Decision& top, PacketWork& work) {
-    InnerLookups inner;
-    if (!lookUpInner(work, inner)) {
-        return false;
-    }
-    const DecidedRewrite& rewrite = decisions_.rewrites[decision.value];
-    const EgressLine& line = lines_[rewrite.egress];
-    const std::int32_t grows = growth(rewrite);
-    if (!line.takes(work.length + static_cast<std::uint32_t>(grows)) ||
-        !work.hasRoom(static_cast<std::size_t>(std::max(grows, 0)))) {
-        return false;
-    }
-    const std::uint32_t label = labelOf(Lumo::MplsLabelEntry::load(work.packet));
-    applyRewrite(rewrite, work);
-    countLookups(top, inner);
-    events_.count(rewrite.events);
-    if (rewrite.isCounted) {
-        countLabel(label, *work.frame);
-    }
-    send(work, line);
-    return true;
-}
-
-bool FastPath::followLookup(Decision decision, const Decision& top, PacketWork& work) {
-    const DecidedLookup& lookup = decisions_.lookups[decision.value];
-    const std::uint32_t label = labelOf(Lumo::MplsLabelEntry::load(work.packet));
-    work.packet += Lumo::MplsLabelEntry::size;
-    work.length -= static_cast<std::uint32_t>(Lumo::MplsLabelEntry::size);
-    work.type = Ovix::PacketParser::beneathLabels(work.bytes());
-    Port* out = nullptr;
-    const auto sent = ipHop_.route(tables_->vrfs->fibAt(lookup.fib), work, out);
-    if (!sent) {
-        return false;
-    }
-    countLookups(top, {});
-    events_.count(lookup.events);
-    if (lookup.isCounted) {
-        countLabel(label, *work.frame);
-    }
-    forwarder_->accounts().passed(work.frame->size);
-    sent_.add(*out, *sent);
-    return true;
-}
-
-bool FastPath::followDrop(Decision decision, const Decision& top, PacketWork& work) {
-    InnerLookups inner;
-    if (top.isFound && !lookUpInner(work, inner)) {
-        return false;
-    }
-    DecidedDrop& drop = decisions_.drops[decision.value];
-    countLookups(top, inner);
-    events_.count(drop.events);
-    if (drop.fate == nullptr) {
-        drop.fate = &forwarder_->accounts().counterOf(OvixAgent::drop(drop.reason));
-    }
-    ++drop.fate->count;
-    forwarder_->accounts().passed(work.frame->size);
-    return true;
-}
-
-/// Labels beneath one that was found are looked up, too, down to the first that is not found. False
-/// when one of them is not known here.
-bool FastPath::lookUpInner(const PacketWork& work, InnerLookups& inner) {
-    auto entry = Lumo::MplsLabelEntry::load(work.packet);
-    if (entry.bos()) [[likely]] {
-        return true;
-    }
-    Wire::LabelWalk walk(work.bytes().subspan(Lumo::MplsLabelEntry::size));
-    bool isFound = true;
-    while (walk.next(entry)) {
-        const std::uint32_t label = labelOf(entry);
-        // The walk has positions for so many labels (Lumo::MplsStackEntryIndex).
-        if (label < firstOrdinaryLabel ||
-            inner.count + 2 >= std::size_t{Lumo::MplsStackEntryIndex::nullValue}) {
-            return false;
-        }
-        if (!isFound) {
-            continue;
-        }
-        Decision& decision = decisions_.at(label);
-        if (!decisions_.isValid(decision)) {
-            if (!mayDecide()) {
-                return false;
-            }
-            decider_.decide(label, Beneath::label);
-        }
-        if (!decision.isLookupKnown) {
-            return false;
-        }
-        inner.sets[inner.count++] = decision.lookup;
-        isFound = decision.isFound;
-    }
-    return walk.isAtBottom();
-}
-
-void FastPath::countLookups(const Decision& top, const InnerLookups& inner) {
-    events_.count(top.lookup);
-    for (std::size_t i = 0; i < inner.count; ++i) {
-        events_.count(inner.sets[i]);
-    }
-}
-
-void FastPath::countLabel(std::uint32_t label, const WritableFrame& frame) {
-    const auto key = Mpls::RouteKey::fromLabel(Lumo::MplsLabel(label));
-    decider_.labelCounters()->counterCollectionIs(key).countBytes(frame.size);
-}
-
-void FastPath::send(const PacketWork& work, const EgressLine& line) {
-    forwarder_->accounts().passed(work.frame->size);
-    sent_.add(*line.port, withLinkHeader(work, line));
 }
 
 } // namespace OvixAgent

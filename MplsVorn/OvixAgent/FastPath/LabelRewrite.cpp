@@ -2,6 +2,7 @@
 
 #include <cassert>
 
+#include "Ovix/packet/FlowHash.h"
 #include "Ovix/packet/TtlBytes.h"
 
 namespace OvixAgent {
@@ -30,12 +31,26 @@ void swap(const DecidedRewrite& rewrite, PacketWork& work) noexcept {
     work.packet = front;
 }
 
-void push(const DecidedRewrite& rewrite, PacketWork& work) noexcept {
+void pushFlowLabels(const DecidedRewrite& rewrite, std::uint8_t tc, std::uint8_t ttl,
+                    PacketWork& work) {
+    const auto& record = static_cast<const Ovix::MplsIpPushRewriteInfo&>(*rewrite.record);
+    const std::uint32_t hash = Ovix::flowHash(work.type, work.bytes());
+    const std::size_t bytes = rewrite.labels * Lumo::MplsLabelEntry::size;
+    work.packet -= bytes;
+    record.labels.write({work.packet, bytes}, tc, ttl, hash, true);
+}
+
+void push(const DecidedRewrite& rewrite, PacketWork& work) {
     const auto top = Lumo::MplsLabelEntry::load(work.packet);
     const auto ttl = static_cast<std::uint8_t>(top.ttl() - 1);
     work.packet[Lumo::MplsLabelEntry::ttlAt] = ttl;
     const std::uint8_t tc = rewrite.tc != DecidedRewrite::keep ? rewrite.tc : top.tc();
-    const std::uint32_t rest = restOf(tc, false, rewrite.isUniform ? ttl : rewrite.ttl);
+    const std::uint8_t pushedTtl = rewrite.isUniform ? ttl : rewrite.ttl;
+    if (rewrite.record) [[unlikely]] {
+        pushFlowLabels(rewrite, tc, pushedTtl, work);
+        return;
+    }
+    const std::uint32_t rest = restOf(tc, false, pushedTtl);
     work.packet -= rewrite.labels * Lumo::MplsLabelEntry::size;
     for (std::size_t i = 0; i < rewrite.labels; ++i) {
         Lumo::NetU32(rewrite.label[i] | rest).store(work.packet + i * Lumo::MplsLabelEntry::size);
@@ -57,7 +72,7 @@ void pop(const DecidedRewrite& rewrite, PacketWork& work) noexcept {
 
 } // namespace
 
-void applyRewrite(const DecidedRewrite& rewrite, PacketWork& work) noexcept {
+void applyRewrite(const DecidedRewrite& rewrite, PacketWork& work) {
     switch (rewrite.kind) {
     case DecidedRewrite::Kind::swap:
         assert(rewrite.labels > 0);

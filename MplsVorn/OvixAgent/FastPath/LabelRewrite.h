@@ -20,6 +20,6 @@ constexpr std::int32_t growth(const DecidedRewrite& rewrite) noexcept {
 
 /// Rewrites a packet whose top label has a TTL above 1; what lies beneath must be what the rewrite
 /// was made for, and there must be room.
-void applyRewrite(const DecidedRewrite& rewrite, PacketWork& work) noexcept;
+void applyRewrite(const DecidedRewrite& rewrite, PacketWork& work);
 
 } // namespace OvixAgent

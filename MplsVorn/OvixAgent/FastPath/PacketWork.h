@@ -15,6 +15,8 @@ struct PacketWork {
     WritableFrame* frame = nullptr;
     std::uint8_t* packet = nullptr; ///< labels or an IP header
     std::uint32_t length = 0;
+    PortIndex port = 0;         ///< that it is for: a sub-interface, or the one it came in at
+    std::uint32_t tagBytes = 0; ///< of the sub-interface's own tags
     Ovix::PktHdrType type = Ovix::PktHdrType::mpls; ///< that the packet starts with
 
     /// Whether a packet that starts so far before this one has room, its link header included.
@@ -23,6 +25,8 @@ struct PacketWork {
         const auto front = static_cast<std::size_t>(packet - frame->bytes) + frame->headroom;
         return before + longestLink <= front;
     }
+    /// The frame's length without those tags, as labels count it.
+    std::uint32_t counted() const noexcept { return frame->size - tagBytes; }
     Wire::WritableBytes bytes() const noexcept { return {packet, length}; }
 };
 
@@ -42,7 +46,7 @@ inline Frame withLinkHeader(const PacketWork& work, const EgressLine& line) noex
     }
     Lumo::NetU16(etherType).store(work.packet - Wire::Ethernet::etherTypeSize);
     const std::uint32_t length = size + work.length;
-    return {work.frame->port, work.frame->time, {link, length}, length};
+    return {work.port, work.frame->time, {link, length}, length};
 }
 
 } // namespace OvixAgent

@@ -30,6 +30,10 @@ class Pool {
         assert(number < objects_.size());
         return objects_[number];
     }
+    const T& operator[](std::uint32_t number) const noexcept {
+        assert(number < objects_.size());
+        return objects_[number];
+    }
     std::size_t size() const noexcept { return objects_.size() - free_.size(); }
 
   private:

@@ -20,7 +20,7 @@ const Info* readAs(const Ovix::RewriteInfo& info, const Ovix::RewriteInfoImplMap
 
 bool readLabels(const Ovix::ImposedLabels& imposed, DecidedRewrite& rewrite) {
     const Lumo::UnboundedMplsLabelOperation operation = imposed.operation();
-    if (imposed.namesFlow() || operation.depth() > DecidedRewrite::maxLabels) {
+    if (operation.depth() == 0 || operation.depth() > DecidedRewrite::maxLabels) {
         return false;
     }
     constexpr unsigned labelShift = 12;
@@ -41,14 +41,22 @@ std::optional<DecidedRewrite> readSwap(const Ovix::MplsSwapRewriteInfo& info) {
     DecidedRewrite rewrite;
     rewrite.kind = Kind::swap;
     rewrite.isUniform = info.ttlMode == Mpls::TtlMode::uniform;
-    return readLabels(info.labels, rewrite) ? std::optional(rewrite) : std::nullopt;
+    const bool isPlain = !info.labels.namesFlow() && readLabels(info.labels, rewrite);
+    return isPlain ? std::optional(rewrite) : std::nullopt;
 }
 
 std::optional<DecidedRewrite> readPush(const Ovix::MplsIpPushRewriteInfo& info) {
     DecidedRewrite rewrite;
     rewrite.kind = Kind::push;
     rewrite.isUniform = info.ttlMode == Mpls::TtlMode::uniform;
-    return readLabels(info.labels, rewrite) ? std::optional(rewrite) : std::nullopt;
+    if (!readLabels(info.labels, rewrite)) {
+        return std::nullopt;
+    }
+    if (info.labels.namesFlow()) {
+        rewrite.labels = static_cast<std::uint8_t>(info.labels.entries());
+        rewrite.record = Ptr<const Ovix::RewriteInfo>(&info);
+    }
+    return rewrite;
 }
 
 /// What a pop exposes; none when the payload contradicts the label's payload type.
@@ -56,6 +64,9 @@ PktHdrType exposedBy(Mpls::PayloadType payload, Ovix::Beneath beneath) noexcept 
     using Ovix::Beneath;
     if (beneath == Beneath::label) {
         return PktHdrType::mpls;
+    }
+    if (payload == Mpls::PayloadType::ethernet) {
+        return PktHdrType::eth;
     }
     const bool isAny =
         payload == Mpls::PayloadType::none || payload == Mpls::PayloadType::automatic;

@@ -14,6 +14,7 @@ FecTable::FecTable(const std::vector<FecConfig>& fecs) {
         Members& members = fecs_[FecId::fecIdToHierarchicalIntfId(FecId(fec.id)).value()];
         assert(members.totalWeight == 0);
         members.first = static_cast<std::uint32_t>(nextHops_.size());
+        members.count = static_cast<std::uint32_t>(fec.nextHops.size());
         nextHops_.insert(nextHops_.end(), fec.nextHops.begin(), fec.nextHops.end());
         for (const WeightedNextHop& nextHop : fec.nextHops) {
             members.totalWeight += nextHop.weight;
@@ -22,14 +23,19 @@ FecTable::FecTable(const std::vector<FecConfig>& fecs) {
     }
 }
 
+std::span<const WeightedNextHop> FecTable::nextHops(Lumo::IntfId intf) const noexcept {
+    const Members* members = fecs_.find(intf.value());
+    return members != nullptr ? std::span(nextHops_).subspan(members->first, members->count)
+                              : std::span<const WeightedNextHop>();
+}
+
 const WeightedNextHop* FecTable::choose(Lumo::IntfId intf, std::uint32_t flowHash) const noexcept {
     const Members* members = fecs_.find(intf.value());
     if (members == nullptr) {
         return nullptr;
     }
     const WeightedNextHop* first = &nextHops_[members->first];
-    return first + Tessel::weightedChoice(flowHash % members->totalWeight,
-                                          nextHops_.size() - members->first,
+    return first + Tessel::weightedChoice(flowHash % members->totalWeight, members->count,
                                           [&](std::size_t i) { return first[i].weight; });
 }
 

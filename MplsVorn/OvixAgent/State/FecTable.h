@@ -1,5 +1,6 @@
 #pragma once
 
+#include <span>
 #include <vector>
 
 #include "Config/Config.h"
@@ -16,6 +17,9 @@ class FecTable {
     /// The ids of the FECs must differ.
     explicit FecTable(const std::vector<FecConfig>& fecs);
 
+    /// The next hops of a FEC, whose weights add up to at least 1; empty when the interface is not
+    /// a FEC's.
+    std::span<const WeightedNextHop> nextHops(Lumo::IntfId intf) const noexcept;
     /// The next hop that owns the flow's residue; null when the interface is not a FEC's.
     const WeightedNextHop* choose(Lumo::IntfId intf, std::uint32_t flowHash) const noexcept;
 
@@ -23,6 +27,7 @@ class FecTable {
     /// A part of nextHops_.
     struct Members {
         std::uint32_t first = 0;
+        std::uint32_t count = 0;
         std::uint32_t totalWeight = 0; ///< at least 1
     };
 

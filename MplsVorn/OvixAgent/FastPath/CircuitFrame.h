@@ -1,0 +1,40 @@
+#pragma once
+
+#include "Lumo/MplsLabel.h"
+#include "State/Pseudowires.h"
+#include "Wire/ControlWord.h"
+#include "Wire/Ethernet.h"
+#include "Wire/LabelStack.h"
+
+namespace OvixAgent {
+
+/// The customer's frame that a packet carries behind its pseudowire label; empty when it is not
+/// plainly one.
+inline Wire::Bytes customersFrame(const Pseudowire& pseudowire, Wire::Bytes packet) noexcept {
+    Wire::LabelWalk labels(packet);
+    Lumo::MplsLabelEntry entry;
+    for (int left = pseudowire.flowLabel ? 2 : 1; left > 0; --left) {
+        if (!labels.next(entry) || entry.bos() != (left == 1)) {
+            return {};
+        }
+    }
+    Wire::Bytes payload = labels.rest();
+    if (pseudowire.controlWord) {
+        const Wire::ControlWord controlWord(payload);
+        if (!controlWord || !controlWord.isData()) {
+            return {};
+        }
+        payload = payload.subspan(Wire::ControlWord::size);
+    }
+    return payload.size() >= Wire::Ethernet::size ? payload : Wire::Bytes();
+}
+
+/// The length of a frame's Ethernet header and tags, which no MTU counts.
+inline std::size_t linkLength(Wire::Bytes frame) noexcept {
+    Wire::TagWalk walk(Wire::Ethernet(frame).etherType(), frame.subspan(Wire::Ethernet::size));
+    for (Wire::Tag tag; walk.next(tag);) {
+    }
+    return frame.size() - walk.rest().size();
+}
+
+} // namespace OvixAgent
