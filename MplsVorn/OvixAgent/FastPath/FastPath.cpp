@@ -65,7 +65,8 @@ std::size_t FastPath::receive(std::span<WritableFrame> burst) {
                 }
             }
             sent_.flush();
-            forwarder_->receive(burst[done].frame());
+            current_ = burst[done].frame();
+            forwarder_->receive(current_);
             ++counts_.slow;
             credit_ = std::min(credit_ + 1, mostCredit);
         }

@@ -46,6 +46,10 @@ class FastPath {
     };
     const Counts& counts() const noexcept { return counts_; }
 
+    /// The frame that the forwarder is processing, or has processed last; its bytes may be gone
+    /// then. The same object all the time.
+    const Frame& current() const noexcept { return current_; }
+
   private:
     /// What is fixed about the frames of a port between two configurations.
     struct Intake {
@@ -93,6 +97,7 @@ class FastPath {
     std::vector<Intake> intakes_; ///< by port
     std::uint64_t version_ = ~std::uint64_t{0};
     std::uint32_t credit_ = 0;
+    Frame current_;
     Counts counts_;
     bool isOn_ = true;
 };
