@@ -10,6 +10,9 @@ struct pcap;
 
 namespace OvixAgent {
 
+/// The most bytes of a frame that the readers of captures accept.
+inline constexpr std::size_t longestCapturedFrame = 262144;
+
 /// Reads one capture of Ethernet frames: pcap or pcapng, with microseconds or nanoseconds.
 ///
 /// Of a damaged file every whole frame before the damage is read; then reading ends, and

@@ -1,11 +1,10 @@
 #include "Capture/CaptureRun.h"
 
+#include <algorithm>
 #include <array>
 #include <cassert>
 #include <csignal>
 #include <poll.h>
-
-#include "Tessel/Exceptions.h"
 
 namespace OvixAgent {
 
@@ -41,21 +40,20 @@ class StopSignals {
 } // namespace
 
 int CaptureRun::forwardAll() {
-    assert(input != nullptr && tables != nullptr && forwarder != nullptr && loopback != nullptr);
+    assert(input != nullptr && tables != nullptr && fastPath != nullptr);
     const StopSignals signals;
+    FrameBurst burst(FrameBurst::memoryFor(longestCapturedFrame));
     std::uint64_t frames = 0;
-    for (;;) {
-        waitForInput();
-        const Frame* frame = caughtSignal == 0 ? input->next() : nullptr;
-        if (frame == nullptr) {
-            break;
-        }
-        forward(*frame);
-        ++frames;
-        if (control != nullptr && frames % framesPerRequest == 0) {
+    for (gather(burst); !burst.isEmpty(); gather(burst)) {
+        const std::size_t gathered = burst.frames().size();
+        forward(burst.frames());
+        const bool isRequestDue =
+            (frames + gathered) / framesPerRequest != frames / framesPerRequest;
+        frames += gathered;
+        if (control != nullptr && isRequestDue) {
             control->serve();
         }
-        if (progress->isDue()) {
+        if (progress->isDue(gathered)) {
             progress->show(frames, input->progress());
         }
     }
@@ -63,34 +61,57 @@ int CaptureRun::forwardAll() {
     return caughtSignal;
 }
 
-// While a pipe has nothing to read, tables are refreshed and requests served.
-void CaptureRun::waitForInput() const {
-    for (int pipe = input->waitDescriptor(); pipe >= 0 && caughtSignal == 0;
-         pipe = input->waitDescriptor()) {
-        constexpr int tableRefreshMs = 100;
-        std::array<pollfd, 2> waiting{
-            {{pipe, POLLIN, 0}, {control != nullptr ? control->descriptor() : -1, POLLIN, 0}}};
-        poll(waiting.data(), waiting.size(), tableRefreshMs);
-        tables->refresh();
-        if (control != nullptr && waiting[1].revents != 0) {
-            control->serve();
+/// Copies frames into the burst: at least one unless the input or the run has ended, and others as
+/// long as they need not be waited for.
+void CaptureRun::gather(FrameBurst& burst) const {
+    burst.clear();
+    waitForInput();
+    std::uint8_t* room = burst.room(longestCapturedFrame);
+    while (caughtSignal == 0 && room != nullptr && (burst.isEmpty() || awaitInput(0))) {
+        const Frame* const frame = input->next();
+        if (frame == nullptr) {
+            break;
         }
-        if (waiting[0].revents != 0) {
-            input->look();
-        }
+        assert(frame->bytes.size() <= longestCapturedFrame);
+        std::copy(frame->bytes.begin(), frame->bytes.end(), room);
+        burst.addWritten({.size = static_cast<std::uint32_t>(frame->bytes.size()),
+                          .originalLength = frame->originalLength,
+                          .port = frame->port,
+                          .time = frame->time});
+        room = burst.room(longestCapturedFrame);
     }
 }
 
-void CaptureRun::forward(const Frame& frame) {
-    loopback->causeIs(frame);
-    for (;;) {
-        tables->refresh();
-        try {
-            forwarder->receive(frame);
-            return;
-        } catch (const Tessel::SnapshotLost&) {
-            // The generation was overwritten while it was read: refresh and try again.
+/// Whether the next frame can be read without waiting, within the time. What pipes have to read is
+/// read.
+bool CaptureRun::awaitInput(int milliseconds) const {
+    for (int pipe = input->waitDescriptor(); pipe >= 0; pipe = input->waitDescriptor()) {
+        std::array<pollfd, 2> waiting{
+            {{pipe, POLLIN, 0}, {control != nullptr ? control->descriptor() : -1, POLLIN, 0}}};
+        poll(waiting.data(), milliseconds == 0 ? 1 : waiting.size(), milliseconds);
+        if (waiting[1].revents != 0) {
+            control->serve();
         }
+        if (waiting[0].revents == 0) {
+            return false;
+        }
+        input->look();
+    }
+    return true;
+}
+
+// While a pipe has nothing to read, tables are refreshed and requests served.
+void CaptureRun::waitForInput() const {
+    constexpr int tableRefreshMs = 100;
+    while (caughtSignal == 0 && !awaitInput(tableRefreshMs)) {
+        tables->refresh();
+    }
+}
+
+void CaptureRun::forward(std::span<WritableFrame> burst) const {
+    while (!burst.empty()) {
+        tables->refresh();
+        burst = burst.subspan(fastPath->receive(burst));
     }
 }
 

@@ -1,11 +1,11 @@
 #pragma once
 
 #include "Capture/CaptureMerge.h"
-#include "Capture/CapturedLoopback.h"
 #include "Capture/CliProgress.h"
 #include "Control/ControlServer.h"
-#include "Forwarding/Forwarder.h"
+#include "FastPath/FastPath.h"
 #include "Published/PublishedTables.h"
+#include "State/FrameBurst.h"
 
 namespace OvixAgent {
 
@@ -13,8 +13,7 @@ namespace OvixAgent {
 struct CaptureRun {
     CaptureMerge* input;
     Mpls::PublishedTables* tables;
-    Forwarder* forwarder;
-    CapturedLoopback* loopback;
+    FastPath* fastPath;
     ControlServer* control; ///< may be null
     CliProgress* progress;
 
@@ -24,8 +23,10 @@ struct CaptureRun {
     int forwardAll();
 
   private:
+    bool awaitInput(int milliseconds) const;
     void waitForInput() const;
-    void forward(const Frame& frame);
+    void gather(FrameBurst& burst) const;
+    void forward(std::span<WritableFrame> burst) const;
 };
 
 } // namespace OvixAgent

@@ -8,13 +8,13 @@
 #include <pcap/pcap.h>
 #include <utility>
 
+#include "Capture/CaptureReader.h"
 #include "State/Frame.h"
 
 namespace OvixAgent {
 
 namespace {
 
-constexpr int snapLength = 262144; ///< the longest that readers accept
 constexpr std::uint32_t nanosecondsPerMicrosecond = 1000;
 constexpr std::size_t bufferSize = 65536;
 
@@ -31,7 +31,7 @@ void CaptureWriter::Closer::operator()(pcap_dumper* dumper) const noexcept {
 CaptureWriter::CaptureWriter(std::string path, TimePrecision precision)
     : path_(std::move(path)), precision_(precision) {
     const std::unique_ptr<pcap_t, PcapCloser> format(pcap_open_dead_with_tstamp_precision(
-        DLT_EN10MB, snapLength,
+        DLT_EN10MB, longestCapturedFrame,
         precision == TimePrecision::nanoseconds ? PCAP_TSTAMP_PRECISION_NANO
                                                 : PCAP_TSTAMP_PRECISION_MICRO));
     std::FILE* const file = format ? std::fopen(path_.c_str(), "wb") : nullptr;

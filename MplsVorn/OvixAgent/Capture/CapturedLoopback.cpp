@@ -39,7 +39,9 @@ std::uint32_t CapturedLoopback::interfaceIndex(std::string_view interfaceName) {
 }
 
 void CapturedLoopback::transmit(std::span<const std::uint8_t> bytes) {
-    out_->transmit({0, time_, bytes, static_cast<std::uint32_t>(bytes.size()) + snapped_});
+    const auto length = static_cast<std::uint32_t>(bytes.size());
+    const auto snapped = cause_->originalLength - static_cast<std::uint32_t>(cause_->bytes.size());
+    out_->transmit({0, cause_->time, bytes, length + snapped});
     sent_.add(bytes.size());
 }
 

@@ -9,16 +9,13 @@ namespace OvixAgent {
 /// port of the agent, and nothing leaves the process. There is no other interface.
 class CapturedLoopback : public Lumo::RawTxBackend {
   public:
-    /// Installed until it is destroyed. `out` must outlive it; what `out` throws, sending throws.
-    explicit CapturedLoopback(TransmitPort& out) noexcept : out_(&out) { currentIs(this); }
-    ~CapturedLoopback() override { currentIs(nullptr); }
-
-    /// The frame being forwarded, whose time the frames sent from now on have. They hold it whole:
-    /// what the capture has cut off counts in their original length.
-    void causeIs(const Frame& frame) noexcept {
-        time_ = frame.time;
-        snapped_ = frame.originalLength - static_cast<std::uint32_t>(frame.bytes.size());
+    /// Installed until it is destroyed. `cause` is the frame being forwarded, whose time the frames
+    /// sent have. They hold it whole: what the capture has cut off counts in their original length.
+    /// Both must outlive it; what `out` throws, sending throws.
+    CapturedLoopback(TransmitPort& out, const Frame& cause) noexcept : out_(&out), cause_(&cause) {
+        currentIs(this);
     }
+    ~CapturedLoopback() override { currentIs(nullptr); }
 
     const Traffic& sent() const noexcept { return sent_; }
 
@@ -31,8 +28,7 @@ class CapturedLoopback : public Lumo::RawTxBackend {
     void transmit(std::span<const std::uint8_t> bytes);
 
     TransmitPort* out_;
-    CaptureTime time_;
-    std::uint32_t snapped_ = 0; ///< bytes of the frame that the capture has cut off
+    const Frame* cause_;
     Traffic sent_;
 };
 

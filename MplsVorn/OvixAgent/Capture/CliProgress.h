@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 
@@ -19,8 +20,14 @@ class CliProgress {
     /// A line on standard error if that is a terminal and `quiet` is false.
     static CliProgress onTerminal(bool quiet);
 
-    /// To be called once per frame; true once in 256 calls, when it is worth calling `show`.
-    bool isDue() { return isShown_ && (++calls_ % callsPerUpdate) == 0; }
+    /// To be called with the number of frames since the last call; true once in 256 frames, when it
+    /// is worth calling `show`.
+    bool isDue(std::size_t frames) noexcept {
+        frames_ += isShown_ ? frames : 0;
+        const bool isDue = frames_ >= framesPerUpdate;
+        frames_ -= isDue ? frames_ : 0;
+        return isDue;
+    }
 
     /// Shows `frames` done and the `part` (0 to 1) of the input read, unless it is too early.
     void show(std::uint64_t frames, double part, Clock::time_point now = Clock::now());
@@ -29,12 +36,12 @@ class CliProgress {
     void clear();
 
   private:
-    static constexpr std::uint32_t callsPerUpdate = 256;
+    static constexpr std::size_t framesPerUpdate = 256;
 
     std::FILE* stream_;
     bool isShown_;
     bool hasLine_ = false;
-    std::uint32_t calls_ = 0;
+    std::size_t frames_ = 0;
     Clock::time_point shownAt_;
 };
 

@@ -109,6 +109,12 @@ std::variant<RunOptions, CliExit> parseCommandLine(int argc, const char* const* 
                     "The socket at which to answer ovixctl (with --tables, by default NAME.sock in "
                     "the runtime directory)")
         ->type_name("PATH");
+    run->add_option_function<std::string>(
+           "--fast-path", [&options](const std::string& word) { options.fastPath = word == "on"; },
+           "Whether to forward by decisions made once per label, which changes nothing but the "
+           "time it takes (by default on)")
+        ->type_name("on|off")
+        ->check(CLI::IsMember({"on", "off"}).description(""));
     run->add_flag("--quiet", options.quiet, "Show no progress");
     try {
         app.parse(argc, argv);

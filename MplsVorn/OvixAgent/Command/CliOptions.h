@@ -32,6 +32,7 @@ struct RunOptions {
     bool json = false;
     bool trace = false;
     bool quiet = false;
+    bool fastPath = true; ///< forward by decisions made once per label where that is exact
 };
 
 /// Nothing to run: help or version was requested, or the command line is invalid.

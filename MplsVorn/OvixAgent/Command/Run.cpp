@@ -10,6 +10,8 @@
 #include "Capture/CaptureMerge.h"
 #include "Capture/CaptureOutputs.h"
 #include "Capture/CaptureRun.h"
+#include "Capture/CapturedLoopback.h"
+#include "FastPath/FastPath.h"
 #include "Live/LiveRun.h"
 
 namespace OvixAgent {
@@ -57,8 +59,10 @@ class LiveAgent {
           ports_(config_, tables_.ports),
           answers_(ports_.cpu(), config_, tables_, state_->tables()),
           forwarder_(state_->manager(), tables_, answers_),
+          fastPath_(forwarder_, state_->manager(), tables_, state_->tables()),
           links_(config_, tables_, state_->interfaces(), ports_) {
         tables_.drops = &answers_;
+        fastPath_.isOnIs(options.fastPath);
         if (!options.tables.empty()) {
             ipRoutes_.emplace(state_->tables().reader(), tables_);
         }
@@ -108,9 +112,11 @@ class LiveAgent {
                         : done.refused().what + "; the configuration stays as it was");
     }
 
-    /// Events of the ports and answers of the CPU.
+    /// Events of the ports, answers of the CPU, and how many frames were forwarded how.
     std::vector<NamedCounter> counters() const {
         std::vector<NamedCounter> all;
+        all.push_back({"Path", "Agent", "fast", fastPath_.counts().fast});
+        all.push_back({"Path", "Agent", "slow", fastPath_.counts().slow});
         for (const auto& [event, count] : ports_.events()) {
             all.push_back({"Port", "Agent", event, count});
         }
@@ -127,6 +133,7 @@ class LiveAgent {
     LivePorts ports_;
     CpuAnswers answers_;
     Forwarder forwarder_;
+    FastPath fastPath_;
     LinkSync links_;
     std::optional<SharedIpRoutes> ipRoutes_; ///< set when the tables are shared
     std::unique_ptr<ControlServer> control_; ///< may be null
@@ -175,11 +182,13 @@ Summary forwardCaptures(const RunOptions& options, const AgentConfig& config, Ca
         tables.ports.ports()[i].anyMac = options.anyMac;
     }
     Forwarder forwarder(state.manager(), tables, outputs.cpu());
-    CapturedLoopback lo(outputs.loopback());
+    FastPath fastPath(forwarder, state.manager(), tables, state.tables());
+    fastPath.isOnIs(options.fastPath);
+    CapturedLoopback lo(outputs.loopback(), fastPath.current());
     CliProgress progress = CliProgress::onTerminal(options.quiet);
     const std::unique_ptr<ControlServer> control = serveControl(options, state, forwarder);
     const int stopSignal =
-        CaptureRun{&input, &state.tables(), &forwarder, &lo, control.get(), &progress}.forwardAll();
+        CaptureRun{&input, &state.tables(), &fastPath, control.get(), &progress}.forwardAll();
     outputs.close();
 
     Summary summary = summaryOf(options, state, forwarder);

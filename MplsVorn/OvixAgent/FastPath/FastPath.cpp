@@ -42,7 +42,8 @@ std::size_t FastPath::receive(std::span<WritableFrame> burst) {
                 }
             }
             departures_.flush();
-            forwarder_->receive(burst[done].frame());
+            current_ = burst[done].frame();
+            forwarder_->receive(current_);
             ++counts_.slow;
             labels_.earn();
         }

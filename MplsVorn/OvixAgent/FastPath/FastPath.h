@@ -34,6 +34,10 @@ class FastPath {
     /// While off, the forwarder processes every frame. On at first.
     void isOnIs(bool on) noexcept { isOn_ = on; }
 
+    /// The frame that the forwarder is processing, or has processed last; its bytes may be gone
+    /// then. The same object all the time.
+    const Frame& current() const noexcept { return current_; }
+
     /// Frames by decisions, and by the forwarder.
     struct Counts {
         std::uint64_t fast = 0;
@@ -67,6 +71,7 @@ class FastPath {
     LabelForwarding labels_;
     std::vector<Intake> intakes_; ///< by port
     std::uint64_t version_ = ~std::uint64_t{0};
+    Frame current_;
     Counts counts_;
     bool isOn_ = true;
 };

@@ -22,15 +22,16 @@ class CapturedLoopbackTest : public ::testing::Test {
     }
 
     MemoryPort out;
-    CapturedLoopback loopback{out};
+    Frame cause;
+    CapturedLoopback loopback{out, cause};
 };
 
 } // namespace
 
 TEST_F(CapturedLoopbackTest, CapturesFramesSentOnLoAtTheTimeAndLengthOfTheirCause) {
-    loopback.causeIs({0, {5, 6}, frame, 60});
+    cause = {0, {5, 6}, frame, 60};
     EXPECT_TRUE(sendOn("lo"));
-    loopback.causeIs({0, {7, 8}, frame, 160}); // 100 bytes were not captured
+    cause = {0, {7, 8}, frame, 160}; // 100 bytes were not captured
     EXPECT_TRUE(sendOn("lo"));
     EXPECT_EQ(out.frames, (Frames{frame, frame}));
     EXPECT_EQ(out.times, (std::vector<CaptureTime>{{5, 6}, {7, 8}}));
@@ -54,7 +55,8 @@ TEST(CapturedLoopback, IsInstalledOnlyWhileItExists) {
     const Lumo::RawTxBackend& kernel = Lumo::RawTxBackend::current();
     {
         MemoryPort out;
-        const CapturedLoopback loopback(out);
+        const Frame cause;
+        const CapturedLoopback loopback(out, cause);
         EXPECT_EQ(&Lumo::RawTxBackend::current(), &loopback);
     }
     EXPECT_EQ(&Lumo::RawTxBackend::current(), &kernel);

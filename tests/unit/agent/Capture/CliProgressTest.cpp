@@ -58,18 +58,18 @@ TEST_F(CliProgressTest, TheLineIsRemovedOnce) {
 TEST_F(CliProgressTest, ShowsNothingWhenDisabled) {
     CliProgress progress(file_.get(), false, start_);
     for (int i = 0; i < 1000; ++i) {
-        EXPECT_FALSE(progress.isDue());
+        EXPECT_FALSE(progress.isDue(64));
     }
     progress.show(5, 0.5, start_ + 1s);
     progress.clear();
     EXPECT_EQ(written(), "");
 }
 
-TEST_F(CliProgressTest, IsDueOnceInManyCalls) {
+TEST_F(CliProgressTest, IsDueOnceInManyFrames) {
     CliProgress progress(file_.get(), true, start_);
     int due = 0;
-    for (int i = 0; i < 2560; ++i) {
-        due += progress.isDue() ? 1 : 0;
+    for (int i = 0; i < 40; ++i) {
+        due += progress.isDue(64) ? 1 : 0;
     }
     EXPECT_EQ(due, 10);
 }

@@ -59,6 +59,19 @@ TEST(CliOptions, FlagsAreOffUnlessGiven) {
     EXPECT_EQ(options.plugin, "");
 }
 
+TEST(CliOptions, TheFastPathIsOnUnlessItIsSwitchedOff) {
+    const std::vector<const char*> plain{"run", "c.yaml", "--in", "e=a", "--out", "o"};
+    const auto with = [&plain](const char* option) {
+        std::vector<const char*> all = plain;
+        all.push_back(option);
+        return all;
+    };
+    EXPECT_TRUE(runOptions(plain).fastPath);
+    EXPECT_TRUE(runOptions(with("--fast-path=on")).fastPath);
+    EXPECT_FALSE(runOptions(with("--fast-path=off")).fastPath);
+    EXPECT_EQ(exitOf(with("--fast-path=perhaps")).code, ExitCode::usage);
+}
+
 TEST(CliOptions, ErrorsNameTheProgram) {
     EXPECT_EQ(exitOf({"run", "c.yaml", "--frob"}).text.substr(0, 12), "ovix-agent: ");
     EXPECT_EQ(exitOf({"run", "c.yaml", "--live", "--any-mac"}).code, ExitCode::usage);
