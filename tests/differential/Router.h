@@ -74,8 +74,9 @@ class Router {
     std::unique_ptr<Buffers> buffers_;
     OvixAgent::SharedIpRoutes ipRoutes_;
     OvixAgent::Forwarder forwarder_;
-    std::optional<OvixAgent::CapturedLoopback> loopback_;
+    OvixAgent::Frame received_;                   ///< by the definition
     std::optional<OvixAgent::FastPath> fastPath_; ///< unset on the road of the definition
+    std::optional<OvixAgent::CapturedLoopback> loopback_;
 };
 
 } // namespace Differential
