@@ -190,7 +190,10 @@ Router::Router(const Script& script, Road road, Fault fault)
     if (road == Road::fast) {
         fastPath_.emplace(forwarder_, state_->manager(), tables_, state_->tables());
     }
-    loopback_.emplace(ports_->loopback, fastPath_ ? fastPath_->current() : received_);
+    // Where packets wait, which live runs alone have them do, there is no frame that one is of.
+    loopback_.emplace(ports_->loopback, script.isLive ? none_
+                                        : fastPath_   ? fastPath_->current()
+                                                      : received_);
 }
 
 Router::~Router() {
