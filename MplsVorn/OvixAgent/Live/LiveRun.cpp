@@ -84,7 +84,7 @@ void LiveRun::wait() {
 /// Returns the number of frames.
 std::size_t LiveRun::takeFrames() {
     std::size_t taken = 0;
-    const auto visitor = [this](const Frame& frame) { forward(frame); };
+    const BurstVisitor visitor = [this](std::span<WritableFrame> burst) { forward(burst); };
     for (const auto& port : parts_.ports->all()) {
         const std::size_t received = port->isOpen() ? port->receive(visitor, framesPerTurn) : 0;
         assert(received <= framesPerTurn);
@@ -97,6 +97,13 @@ std::size_t LiveRun::takeFrames() {
     }
     parts_.ports->flush();
     return taken;
+}
+
+void LiveRun::forward(std::span<WritableFrame> burst) {
+    while (!burst.empty()) {
+        parts_.tables->refresh();
+        burst = burst.subspan(parts_.fastPath->receive(burst));
+    }
 }
 
 void LiveRun::forward(const Frame& frame) {
