@@ -5,7 +5,6 @@
 #include <csignal>
 #include <sys/signalfd.h>
 #include <system_error>
-#include <thread>
 
 #include "Tessel/Exceptions.h"
 
@@ -49,20 +48,12 @@ void LiveRun::run(const std::function<void()>& reload,
     parts_.ports->flush();
 }
 
-// The kernel may release received frames only after a millisecond.
 void LiveRun::drain() {
-    using namespace std::chrono_literals;
     for (const auto& port : parts_.ports->all()) {
         port->stopIntake();
     }
-    const auto end = LinkSync::Clock::now() + 1s;
-    for (int quiet = 0; quiet < 2 && LinkSync::Clock::now() < end;) {
-        if (takeFrames() > 0) {
-            quiet = 0;
-        } else {
-            ++quiet;
-            std::this_thread::sleep_for(2ms);
-        }
+    const auto end = LinkSync::Clock::now() + std::chrono::seconds(1);
+    while (takeFrames() > 0 && LinkSync::Clock::now() < end) {
     }
 }
 
@@ -74,7 +65,7 @@ void LiveRun::wait() {
     for (const auto& port : parts_.ports->all()) {
         waiting_.push_back({port->descriptor(), POLLIN, 0});
     }
-    poll(waiting_.data(), waiting_.size(), hasMore_ ? 0 : idleMs); // an interruption is harmless
+    poll_.wait(waiting_, hasMore_ ? 0 : idleMs);
     hasMore_ = false;
     if (parts_.control != nullptr && waiting_[2].revents != 0) {
         parts_.control->serve();

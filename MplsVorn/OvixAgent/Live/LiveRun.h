@@ -12,6 +12,7 @@
 #include "FastPath/FastPath.h"
 #include "Forwarding/Forwarder.h"
 #include "Ip/SharedIpRoutes.h"
+#include "Live/AdaptivePoll.h"
 #include "Live/links/LinkSync.h"
 #include "Live/ports/LivePorts.h"
 #include "Posix/FileDescriptor.h"
@@ -57,6 +58,7 @@ class LiveRun {
     bool hasMore_ = false; ///< frames or changes are pending
     LinkSync::Clock::time_point checkedAt_;
     std::vector<pollfd> waiting_;
+    AdaptivePoll poll_;
 };
 
 } // namespace OvixAgent
