@@ -1,21 +1,19 @@
 #include "EdgeScenarios.h"
 
 #include <functional>
-#include <iterator>
 #include <map>
 #include <random>
 
 #include "Config/Config.h"
+#include "IpBytes.h"
 
 namespace Bench {
 
 namespace {
 
 using OvixAgent::AgentConfig;
-using Bytes = std::vector<std::uint8_t>;
 
 constexpr std::uint32_t firstLabel = 16;
-constexpr std::size_t frameCount = 8192;
 constexpr std::uint32_t customerNet = 0x64000000; ///< 100.0.0.0, a /24 per route
 
 constexpr const char* network = R"(
@@ -35,49 +33,10 @@ pseudowires:
   - {name: pw, port: customer, label: 500, interface: east, nexthop: 10.0.2.2, labels: [600]}
 )";
 
-void put16(Bytes& to, std::uint32_t value) {
-    to.push_back(static_cast<std::uint8_t>(value >> 8U));
-    to.push_back(static_cast<std::uint8_t>(value));
-}
-void put32(Bytes& to, std::uint32_t value) {
-    put16(to, value >> 16U);
-    put16(to, value);
-}
-
 Bytes ethernet(std::uint32_t etherType) {
     Bytes frame{2, 0, 0, 0, 0, 1, 2, 0, 0, 0, 1, 2};
     put16(frame, etherType);
     return frame;
-}
-
-/// A UDP packet of `length` bytes.
-void putIpv4(Bytes& to, std::uint32_t flow, std::uint32_t destination, std::uint32_t length = 46) {
-    constexpr std::uint32_t headersSize = 28;
-    const std::uint32_t words[]{0x45000000 | length, 0, 0x40110000, 0x0a010000 | flow, destination};
-    std::uint32_t sum = 0;
-    for (const std::uint32_t word : words) {
-        sum += (word >> 16U) + (word & 0xffffU);
-    }
-    sum = (sum & 0xffffU) + (sum >> 16U);
-    sum = (sum & 0xffffU) + (sum >> 16U);
-    constexpr std::size_t checksumWord = 2;
-    for (std::size_t i = 0; i < std::size(words); ++i) {
-        put32(to, i == checksumWord ? words[i] | (~sum & 0xffffU) : words[i]);
-    }
-    put32(to, (flow << 16U) | 9U);
-    put32(to, (length - 20U) << 16U);
-    to.resize(to.size() + length - headersSize);
-}
-
-void putIpv6(Bytes& to, std::uint32_t flow) {
-    put32(to, 0x60000000);
-    put32(to, 0x00001140 | (8U << 16U));
-    for (const std::uint32_t word :
-         {0x20010db8U, 0x00010000U, 0U, flow, 0x20010db8U, 0x01000000U, 0U, flow}) {
-        put32(to, word);
-    }
-    put32(to, (flow << 16U) | 9U);
-    put32(to, 0x00080000);
 }
 
 Bytes labelled(std::uint32_t label) {
@@ -103,10 +62,10 @@ void labelRoutes(AgentConfig& config, std::uint32_t routes, Mpls::LfibViaType ty
     }
 }
 
-void prefixRoutes(AgentConfig& config, std::uint32_t routes) {
+/// Each prefix of the customer has a route of that via.
+void prefixRoutes(AgentConfig& config, std::uint32_t routes, const Mpls::Via& via) {
     L3::Route route = config.routes.front().value;
-    const Mpls::ViaOptions options = route.vias[0].via.options();
-    route.vias[0].via = Mpls::Via::push(std::array{Lumo::MplsLabel(300)}, options).value();
+    route.vias[0].via = via;
     for (std::uint32_t i = 0; i < routes; ++i) {
         const std::uint32_t prefix = customerNet + (i << 8U);
         const std::array bytes{static_cast<std::uint8_t>(prefix >> 24U),
@@ -115,6 +74,25 @@ void prefixRoutes(AgentConfig& config, std::uint32_t routes) {
         route.key = {L3::RouteKey::mainTable, Lumo::IpGenAddr::ipv4(bytes.data()), 24};
         config.routes.push_back({route, 0});
     }
+}
+
+/// The way that the VRF's prefixes lead.
+Mpls::ViaOptions prefixOptions(const AgentConfig& config) {
+    return config.routes.front().value.vias[0].via.options();
+}
+
+void pushingRoutes(AgentConfig& config, std::uint32_t routes) {
+    const std::array labels{Lumo::MplsLabel(300)};
+    prefixRoutes(config, routes, Mpls::Via::push(labels, prefixOptions(config)).value());
+}
+
+/// So many labels lead to the lookup of all prefixes.
+constexpr std::uint32_t lookupLabels = 1000;
+
+void lookedUpRoutes(AgentConfig& config, std::uint32_t routes) {
+    labelRoutes(config, lookupLabels, Mpls::LfibViaType::ipLookup,
+                Mpls::Via::popAndLookUp("red", Mpls::PayloadType::ipv4).value());
+    prefixRoutes(config, routes, Mpls::Via::forward(prefixOptions(config)).value());
 }
 
 struct Edge {
@@ -127,6 +105,11 @@ struct Edge {
 Bytes popIpv4Frame(std::uint32_t route, std::uint32_t flow) {
     Bytes frame = labelled(firstLabel + route);
     putIpv4(frame, flow, customerNet + flow);
+    return frame;
+}
+Bytes lookedUpFrame(std::uint32_t route, std::uint32_t flow) {
+    Bytes frame = labelled(firstLabel + flow % lookupLabels);
+    putIpv4(frame, flow, customerNet + (route << 8U) + 1);
     return frame;
 }
 Bytes popIpv6Frame(std::uint32_t route, std::uint32_t flow) {
@@ -172,7 +155,8 @@ const std::map<std::string, Edge>& edges() {
     static const std::map<std::string, Edge> all{
         {"pop_ipv4", {lookup(PayloadType::ipv4), popIpv4Frame}},
         {"pop_ipv6", {lookup(PayloadType::ipv6), popIpv6Frame}},
-        {"ip_push", {prefixRoutes, ipFrame}},
+        {"pop_route", {lookedUpRoutes, lookedUpFrame}},
+        {"ip_push", {pushingRoutes, ipFrame}},
         {"external_fec", {toFec, popIpv4Frame}},
         {"pseudowire_cw", {[](AgentConfig&, std::uint32_t) {}, customerFrame, 2}},
         {"mtu_exception", {toEast, tooBigFrame}},
@@ -186,7 +170,7 @@ std::vector<std::string> edgeScenarioNames() {
     return {"pop_ipv4", "pop_ipv6", "ip_push", "external_fec", "pseudowire_cw", "mtu_exception"};
 }
 
-Scenario makeEdgeScenario(const std::string& name, std::uint32_t routes) {
+Scenario makeEdgeScenario(const std::string& name, std::uint32_t routes, std::size_t frames) {
     const Edge& edge = edges().at(name);
     Scenario scenario;
     scenario.name = name;
@@ -196,7 +180,7 @@ Scenario makeEdgeScenario(const std::string& name, std::uint32_t routes) {
     std::mt19937 random(1);
     std::uniform_int_distribution<std::uint32_t> route(0, routes - 1);
     std::uniform_int_distribution<std::uint32_t> flow(0, 0xffff);
-    for (std::size_t i = 0; i < frameCount; ++i) {
+    for (std::size_t i = 0; i < frames; ++i) {
         const std::uint32_t one = flow(random);
         scenario.frames.push_back(edge.frame(route(random), one));
     }

@@ -10,7 +10,9 @@ namespace Bench {
 /// control plane gets a copy.
 std::vector<std::string> edgeScenarioNames();
 
-/// Throws std::out_of_range for an unknown name. `routes` labels, or prefixes, have a route.
-Scenario makeEdgeScenario(const std::string& name, std::uint32_t routes);
+/// Throws std::out_of_range for an unknown name; knows "pop_route", too: popped and routed by one
+/// of the prefixes. `routes` labels, or prefixes, have a route.
+Scenario makeEdgeScenario(const std::string& name, std::uint32_t routes,
+                          std::size_t frames = scenarioFrames);
 
 } // namespace Bench

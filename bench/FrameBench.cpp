@@ -15,7 +15,8 @@ using Bench::Scenario;
 
 constexpr std::size_t batch = 256;
 
-using MakeScenario = Scenario (*)(const std::string& name, std::uint32_t routes);
+using MakeScenario = Scenario (*)(const std::string& name, std::uint32_t routes,
+                                  std::size_t frames);
 
 /// The scenario asked for last, kept because a million routes take a while to set up.
 struct Setup {
@@ -30,7 +31,7 @@ Setup& setupFor(const std::string& name, std::uint32_t routes,
     const std::string wanted = name + "/" + std::to_string(routes);
     if (key != wanted) {
         setup.router.reset();
-        setup.scenario = make(name, routes);
+        setup.scenario = make(name, routes, Bench::scenarioFrames);
         setup.router = std::make_unique<Router>(setup.scenario.config);
         setup.scenario.config = {};
         key = wanted;

@@ -11,7 +11,8 @@ namespace {
 /// it is there once.
 MemoryPort& loopback() {
     static MemoryPort frames;
-    static OvixAgent::CapturedLoopback captured(frames);
+    static const OvixAgent::Frame cause; // whose time does not matter
+    static OvixAgent::CapturedLoopback captured(frames, cause);
     return frames;
 }
 
@@ -38,5 +39,12 @@ Router::Router(const OvixAgent::AgentConfig& config, Ptr<Tessel::TableReader> ta
     : state_(std::make_unique<OvixAgent::AgentState>(config, std::move(tables), "bench")),
       tables_(config), forwarder_(started(*state_).manager(), connected(tables_, out_), out_),
       loopback_(&loopback()) {}
+
+OvixAgent::FastPath& Router::fastPath() {
+    if (!fastPath_) {
+        fastPath_.emplace(forwarder_, state_->manager(), tables_, state_->tables());
+    }
+    return *fastPath_;
+}
 
 } // namespace Bench

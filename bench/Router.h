@@ -1,5 +1,8 @@
 #pragma once
 
+#include <optional>
+
+#include "FastPath/FastPath.h"
 #include "Forwarding/Forwarder.h"
 #include "Mpls/Hardware/Status.h"
 #include "Scenarios.h"
@@ -14,6 +17,12 @@ class MemoryPort : public OvixAgent::TransmitPort {
     void transmit(const OvixAgent::Frame& frame) override {
         ++frames_;
         bytes_ += frame.bytes.size();
+    }
+    void transmitBurst(std::span<const OvixAgent::Frame> frames) override {
+        frames_ += frames.size();
+        for (const OvixAgent::Frame& frame : frames) {
+            bytes_ += frame.bytes.size();
+        }
     }
     std::uint64_t frames() const noexcept { return frames_; }
 
@@ -33,6 +42,8 @@ class Router {
     Mpls::PublishedTables& tables() noexcept { return state_->tables(); }
 
     OvixAgent::Forwarder& forwarder() noexcept { return forwarder_; }
+    /// Made with the first call.
+    OvixAgent::FastPath& fastPath();
     /// Frames that left, those to the CPU and the exception frames of all routers included.
     std::uint64_t framesOut() const noexcept { return out_.frames() + loopback_->frames(); }
     Ptr<Ovix::RoutingHandler> mplsHandler() const {
@@ -48,6 +59,7 @@ class Router {
     OvixAgent::ForwardingTables tables_;
     MemoryPort out_;
     OvixAgent::Forwarder forwarder_;
+    std::optional<OvixAgent::FastPath> fastPath_;
     const MemoryPort* loopback_;
 };
 

@@ -4,6 +4,7 @@
 #include <random>
 #include <stdexcept>
 
+#include "IpBytes.h"
 #include "Lumo/MplsLabel.h"
 
 namespace Bench {
@@ -16,7 +17,6 @@ constexpr std::uint32_t firstLabel = 16;
 constexpr std::uint32_t maxLabels = 1U << 20U;
 /// Routes beyond this many share the adjacencies, as the labels of a network share its paths.
 constexpr std::uint32_t maxWideAdjacencies = 16384;
-constexpr std::size_t frameCount = 8192;
 constexpr std::size_t frameBytes = 64;
 
 /// What a scenario's stack is, given a label that has a route.
@@ -52,12 +52,19 @@ std::vector<WeightedVia> pushVia() {
     const std::array labels{Lumo::MplsLabel(601), Lumo::MplsLabel(602), Lumo::MplsLabel(603)};
     return {{Via::push(labels, toEast()).value(), 1}};
 }
-std::vector<WeightedVia> sixteenVias() {
-    std::vector<WeightedVia> vias(16, swapVia().front());
+std::vector<WeightedVia> manyVias(std::size_t count) {
+    std::vector<WeightedVia> vias(count, swapVia().front());
     for (std::size_t i = 0; i < vias.size(); ++i) {
         vias[i].weight = static_cast<std::uint32_t>(1 + i % 3);
     }
     return vias;
+}
+
+std::vector<WeightedVia> sixteenVias() {
+    return manyVias(16);
+}
+std::vector<WeightedVia> fourVias() {
+    return manyVias(4);
 }
 
 std::vector<std::uint32_t> oneLabel(std::uint32_t label, std::uint32_t) {
@@ -68,6 +75,10 @@ std::vector<std::uint32_t> sixLabels(std::uint32_t label, std::uint32_t flow) {
 }
 std::vector<std::uint32_t> unknownLabel(std::uint32_t, std::uint32_t) {
     return {maxLabels - 1};
+}
+/// The labels that are as far from the end as those with a route from the beginning.
+std::vector<std::uint32_t> unknownLabels(std::uint32_t label, std::uint32_t) {
+    return {maxLabels - 1 - label};
 }
 std::vector<std::uint32_t> explicitNull(std::uint32_t, std::uint32_t) {
     return {0};
@@ -82,6 +93,8 @@ const std::map<std::string, Kind>& kinds() {
         {"pop", {popVia, oneLabel}},
         {"push3", {pushVia, oneLabel}},
         {"ucmp16", {sixteenVias, oneLabel}},
+        {"ucmp4", {fourVias, oneLabel}},
+        {"flood", {swapVia, unknownLabels}},
         {"stack6_entropy", {sixteenVias, sixLabels}},
         {"unknown", {swapVia, unknownLabel}},
         {"oam_punt", {swapVia, explicitNull, lspPing, loopback}},
@@ -122,25 +135,14 @@ AgentConfig makeConfig(const Kind& kind, std::uint32_t routes) {
     return config;
 }
 
-void put32(std::vector<std::uint8_t>& to, std::uint32_t value) {
-    for (int shift = 24; shift >= 0; shift -= 8) {
-        to.push_back(static_cast<std::uint8_t>(value >> shift));
-    }
-}
-
 std::vector<std::uint8_t> makeFrame(const Kind& kind, const std::vector<std::uint32_t>& stack,
                                     std::uint32_t flow) {
     std::vector<std::uint8_t> frame{2, 0, 0, 0, 0, 1, 2, 0, 0, 0, 1, 2, 0x88, 0x47};
     for (std::size_t i = 0; i < stack.size(); ++i) {
         put32(frame, (stack[i] << 12U) | (i + 1 == stack.size() ? 0x100U : 0U) | 64U);
     }
-    put32(frame, 0x45000000 | 46);
-    put32(frame, 0);
-    put32(frame, 0x40110000);
-    put32(frame, 0x0a010000 | flow);
-    put32(frame, kind.destination);
-    put32(frame, (flow << 16U) | kind.udpPort);
-    put32(frame, 0x00120000);
+    constexpr std::uint32_t length = 46;
+    putIpv4(frame, flow, kind.destination, length, kind.udpPort);
     frame.resize(std::max(frame.size(), frameBytes));
     return frame;
 }
@@ -155,13 +157,13 @@ std::vector<std::string> replicationNames() {
     return {"replicate2", "replicate8", "replicate64", "replicate512"};
 }
 
-Scenario makeScenario(const std::string& name, std::uint32_t routes) {
+Scenario makeScenario(const std::string& name, std::uint32_t routes, std::size_t frames) {
     const Kind& kind = kinds().at(name);
     Scenario scenario{name, makeConfig(kind, routes), kind.copies, {}, 0};
     std::mt19937 random(1);
     std::uniform_int_distribution<std::uint32_t> label(firstLabel, firstLabel + routes - 1);
     std::uniform_int_distribution<std::uint32_t> flow(0, 0xffff);
-    for (std::size_t i = 0; i < frameCount; ++i) {
+    for (std::size_t i = 0; i < frames; ++i) {
         const std::uint32_t one = flow(random);
         scenario.frames.push_back(makeFrame(kind, kind.stack(label(random), one), one));
     }

@@ -17,14 +17,19 @@ struct Scenario {
     OvixAgent::PortIndex port = 0;                 ///< that the frames come in at
 };
 
+/// How many frames a scenario has unless told.
+inline constexpr std::size_t scenarioFrames = 8192;
+
 /// The kinds of traffic that are measured.
 std::vector<std::string> scenarioNames();
 /// Likewise, those whose frames are replicated.
 std::vector<std::string> replicationNames();
 
-/// Throws std::out_of_range for an unknown name. `routes` labels have a route, each with an
-/// adjacency of its own (of sixteen vias: up to 16384 of them); the frames' labels are spread over
+/// Throws std::out_of_range for an unknown name; knows "ucmp4" and "flood", too: a choice of four,
+/// and as many unknown labels as there are known ones. `routes` labels have a route, each with an
+/// adjacency of its own (of several vias: up to 16384 of them); the frames' labels are spread over
 /// all of them.
-Scenario makeScenario(const std::string& name, std::uint32_t routes);
+Scenario makeScenario(const std::string& name, std::uint32_t routes,
+                      std::size_t frames = scenarioFrames);
 
 } // namespace Bench

@@ -42,3 +42,5 @@ done
 # The input step, for frames that are none of its business.
 step=$(instructions swap 'Ovix::MplsMldpInputStep::process*')
 printf '\n%-16s %22s\n' 'input step' "$step"
+
+"$(dirname "$0")/run_fast_bench.sh" "$build"

@@ -168,7 +168,7 @@ Step settingChange(Random& random, const Script& script) {
         return {"counters are cleared", [](Router& router) { router.clearCounters(); }};
     }
     if (of < 13) {
-        const bool on = random.chance(70);
+        const bool on = random.chance(85);
         return {fmt::format("fast path {}", on ? "on" : "off"),
                 [on](Router& router) { router.fastPathIs(on); }};
     }

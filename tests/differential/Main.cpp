@@ -4,6 +4,7 @@
 #include <csignal>
 #include <exception>
 #include <fmt/core.h>
+#include <set>
 #include <string_view>
 #include <unistd.h>
 
@@ -60,29 +61,39 @@ void tellSeed(int signal) {
     std::raise(signal);
 }
 
-/// Reports at most this many differences, since one cause makes many.
-constexpr int mostReports = 3;
+/// Differences of so many kinds are enough, and so many of a kind, since one cause makes many.
+constexpr std::size_t mostKinds = 6;
+constexpr int mostDifferences = 40;
+
+/// Prints the difference that the script makes, unless one of its kind has been printed.
+void report(const Differential::Script& script, Differential::Fault fault,
+            std::set<std::string>& kinds) {
+    const Differential::Script small = Differential::shrunk(script, fault);
+    if (kinds.insert(Differential::kindOf(Differential::differenceOf(small, fault))).second) {
+        fmt::print("{}\n", Differential::reportOf(small, fault));
+        std::fflush(stdout);
+    }
+}
 
 int run(const Options& options) {
     const Clock::time_point start = Clock::now();
     Differential::Coverage coverage;
     std::uint64_t done = 0;
     int differences = 0;
+    std::set<std::string> kinds;
     while (done < options.scripts && Clock::now() - start < options.time &&
-           differences < mostReports) {
+           differences < mostDifferences && kinds.size() < mostKinds) {
         currentSeed = options.seed + done++;
         const Differential::Script script = Differential::makeScript(currentSeed);
         if (Differential::firstDifference(script, options.fault, &coverage)) {
             ++differences;
-            fmt::print("{}\n", Differential::reportOf(Differential::shrunk(script, options.fault),
-                                                      options.fault));
-            std::fflush(stdout);
+            report(script, options.fault, kinds);
         }
     }
     const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
     fmt::print("{}", Differential::tableOf(coverage));
-    fmt::print("{} scripts from seed {}, {} frames in {:.1f} s, {} differences\n", done,
-               options.seed, coverage.fast + coverage.slow, seconds, differences);
+    fmt::print("{} scripts from seed {}, {} frames in {:.1f} s, {} differences of {} kinds\n", done,
+               options.seed, coverage.fast + coverage.slow, seconds, differences, kinds.size());
     return differences > 0 ? 1 : 0;
 }
 

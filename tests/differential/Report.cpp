@@ -67,13 +67,29 @@ std::string reportOf(const Script& script, Fault fault) {
     for (const Step& step : script.steps) {
         text += textOf(step, script);
     }
+    return text + "what the last step makes of it, - by the definition, + by the fast path:\n" +
+           differenceOf(script, fault);
+}
+
+std::string differenceOf(const Script& script, Fault fault) {
     const std::size_t last = script.steps.size() - 1;
     const auto definition = whatHappens(script, Road::definition, Fault::none, last);
     const auto fast = whatHappens(script, Road::fast, fault, last);
-    text += "what the last step makes of it, - by the definition, + by the fast path:\n";
-    const std::string missing = linesOnlyIn(definition, fast, "- ");
-    const std::string more = linesOnlyIn(fast, definition, "+ ");
-    return text + missing + more + (missing.empty() && more.empty() ? "another order\n" : "");
+    const std::string text =
+        linesOnlyIn(definition, fast, "- ") + linesOnlyIn(fast, definition, "+ ");
+    return text.empty() ? "another order\n" : text;
+}
+
+std::string kindOf(const std::string& difference) {
+    std::string kind;
+    bool isDetail = false; // numbers and bytes, and what follows them in the line
+    for (const char c : difference) {
+        isDetail = c != '\n' && (isDetail || (c >= '0' && c <= '9'));
+        if (!isDetail) {
+            kind += c;
+        }
+    }
+    return kind;
 }
 
 std::string tableOf(const Coverage& coverage) {

@@ -10,6 +10,10 @@
 #include "Tables/TableLoading.h"
 #include "Tessel/Exceptions.h"
 
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/asan_interface.h>
+#endif
+
 namespace Differential {
 
 using OvixAgent::CaptureTime;
@@ -79,14 +83,21 @@ class Router::Drops : public OvixAgent::DropListener {
     Recording recording;
 };
 
-/// Where a burst lies: each frame with its headroom between guards, which nobody may touch.
+/// Where a burst lies: each frame with its headroom between guards, which nobody may touch. Under
+/// the address sanitizer nobody may even read them.
 class Router::Buffers {
   public:
+    Buffers() = default;
+    Buffers(const Buffers&) = delete;
+    Buffers& operator=(const Buffers&) = delete;
+    ~Buffers() { guardsMayBeRead(true); }
+
     std::vector<WritableFrame>& place(const std::vector<ScriptFrame>& frames) {
         std::size_t size = 0;
         for (const ScriptFrame& frame : frames) {
             size += frame.headroom + frame.bytes.size() + guard;
         }
+        guardsMayBeRead(true);
         memory_.assign(size + guard, mark);
         placed_.clear();
         std::uint8_t* at = memory_.data() + guard;
@@ -97,10 +108,12 @@ class Router::Buffers {
                                frame.port, timeOf(frame)});
             at += frame.bytes.size() + guard;
         }
+        guardsMayBeRead(false);
         return placed_;
     }
     /// Whether the guards are as they were.
     bool isIntact(const std::vector<ScriptFrame>& frames) const noexcept {
+        guardsMayBeRead(true);
         const std::uint8_t* at = memory_.data();
         for (const ScriptFrame& frame : frames) {
             if (!isMarked(at)) {
@@ -114,6 +127,23 @@ class Router::Buffers {
   private:
     static constexpr std::size_t guard = 16;
     static constexpr std::uint8_t mark = 0xa5;
+
+#ifdef __SANITIZE_ADDRESS__
+    void guardsMayBeRead(bool may) const noexcept {
+        if (may) {
+            ASAN_UNPOISON_MEMORY_REGION(memory_.data(), memory_.size());
+            return;
+        }
+        const std::uint8_t* from = memory_.data();
+        for (const WritableFrame& frame : placed_) {
+            ASAN_POISON_MEMORY_REGION(from, frame.bytes - frame.headroom - from);
+            from = frame.bytes + frame.size;
+        }
+        ASAN_POISON_MEMORY_REGION(from, memory_.data() + memory_.size() - from);
+    }
+#else
+    void guardsMayBeRead(bool) const noexcept {}
+#endif
 
     static bool isMarked(const std::uint8_t* at) noexcept {
         return std::all_of(at, at + guard, [](std::uint8_t byte) { return byte == mark; });
@@ -155,12 +185,15 @@ Router::Router(const Script& script, Road road, Fault fault)
       drops_(std::make_unique<Drops>()), buffers_(std::make_unique<Buffers>()),
       ipRoutes_(state_->tables().reader(), tables_),
       forwarder_(started(*state_).manager(), tables_, ports_->cpu) {
-    loopback_.emplace(ports_->loopback);
     tables_.drops = drops_.get();
     tables_.neighbours.solicitsIs(script.isLive);
     if (road == Road::fast) {
         fastPath_.emplace(forwarder_, state_->manager(), tables_, state_->tables());
     }
+    // Where packets wait, which live runs alone have them do, there is no frame that one is of.
+    loopback_.emplace(ports_->loopback, script.isLive ? none_
+                                        : fastPath_   ? fastPath_->current()
+                                                      : received_);
 }
 
 Router::~Router() {
@@ -240,9 +273,9 @@ void Router::receiveFast(const std::vector<ScriptFrame>& frames) {
 void Router::receiveByDefinition(const std::vector<ScriptFrame>& frames) {
     for (std::size_t i = 0; i < frames.size();) {
         const ScriptFrame& frame = frames[i];
+        received_ = {frame.port, timeOf(frame), frame.bytes, lengthOf(frame) + frame.snapped};
         try {
-            forwarder_.receive(
-                {frame.port, timeOf(frame), frame.bytes, lengthOf(frame) + frame.snapped});
+            forwarder_.receive(received_);
             ++i;
         } catch (const Tessel::SnapshotLost&) {
             refresh();

@@ -74,8 +74,10 @@ class Router {
     std::unique_ptr<Buffers> buffers_;
     OvixAgent::SharedIpRoutes ipRoutes_;
     OvixAgent::Forwarder forwarder_;
-    std::optional<OvixAgent::CapturedLoopback> loopback_;
+    OvixAgent::Frame received_; ///< by the definition
+    const OvixAgent::Frame none_{};
     std::optional<OvixAgent::FastPath> fastPath_; ///< unset on the road of the definition
+    std::optional<OvixAgent::CapturedLoopback> loopback_;
 };
 
 } // namespace Differential

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <initializer_list>
 #include <vector>
@@ -50,16 +51,32 @@ inline void send(OvixAgent::LivePort& port, const Bytes& frame) {
     port.flush();
 }
 
+/// Calls `visitor` with each frame of a burst, after writing to the headroom of all of them.
+template <typename Visitor>
+OvixAgent::BurstVisitor each(Visitor visitor) {
+    return [visitor](std::span<OvixAgent::WritableFrame> burst) {
+        EXPECT_LE(burst.size(), OvixAgent::burstFrames);
+        for (const OvixAgent::WritableFrame& frame : burst) {
+            EXPECT_GE(frame.headroom, OvixAgent::frameHeadroom);
+            std::fill_n(frame.bytes - frame.headroom, frame.headroom, std::uint8_t{0xff});
+        }
+        for (const OvixAgent::WritableFrame& frame : burst) {
+            const OvixAgent::Frame received = frame.frame();
+            visitor(received);
+        }
+    };
+}
+
 /// What the port receives, up to and with a frame equal to `last`; without it if it does not come.
 inline std::vector<Bytes> receiveUpTo(OvixAgent::LivePort& port, const Bytes& last) {
     std::vector<Bytes> all;
     TestSupport::pollUntil([&port] { return port.descriptor(); },
                            [&port, &all] {
-                               port.receive(
-                                   [&all](const OvixAgent::Frame& frame) {
-                                       all.emplace_back(frame.bytes.begin(), frame.bytes.end());
-                                   },
-                                   64);
+                               port.receive(each([&all](const OvixAgent::Frame& frame) {
+                                                all.emplace_back(frame.bytes.begin(),
+                                                                 frame.bytes.end());
+                                            }),
+                                            64);
                            },
                            [&all, &last] { return !all.empty() && all.back() == last; });
     return all;

@@ -71,7 +71,7 @@ class LiveAgent {
     }
 
     Summary run() {
-        LiveRun({&state_->tables(), &forwarder_, &ports_, &links_, &answers_,
+        LiveRun({&state_->tables(), &forwarder_, &fastPath_, &ports_, &links_, &answers_,
                  ipRoutes_ ? &*ipRoutes_ : nullptr, control_.get()})
             .run([this] { reload(); }, printError);
         Summary summary = summaryOf(options_, *state_, forwarder_);

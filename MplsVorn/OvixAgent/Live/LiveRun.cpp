@@ -5,7 +5,6 @@
 #include <csignal>
 #include <sys/signalfd.h>
 #include <system_error>
-#include <thread>
 
 #include "Tessel/Exceptions.h"
 
@@ -49,20 +48,12 @@ void LiveRun::run(const std::function<void()>& reload,
     parts_.ports->flush();
 }
 
-// The kernel may release received frames only after a millisecond.
 void LiveRun::drain() {
-    using namespace std::chrono_literals;
     for (const auto& port : parts_.ports->all()) {
         port->stopIntake();
     }
-    const auto end = LinkSync::Clock::now() + 1s;
-    for (int quiet = 0; quiet < 2 && LinkSync::Clock::now() < end;) {
-        if (takeFrames() > 0) {
-            quiet = 0;
-        } else {
-            ++quiet;
-            std::this_thread::sleep_for(2ms);
-        }
+    const auto end = LinkSync::Clock::now() + std::chrono::seconds(1);
+    while (takeFrames() > 0 && LinkSync::Clock::now() < end) {
     }
 }
 
@@ -74,7 +65,7 @@ void LiveRun::wait() {
     for (const auto& port : parts_.ports->all()) {
         waiting_.push_back({port->descriptor(), POLLIN, 0});
     }
-    poll(waiting_.data(), waiting_.size(), hasMore_ ? 0 : idleMs); // an interruption is harmless
+    poll_.wait(waiting_, hasMore_ ? 0 : idleMs);
     hasMore_ = false;
     if (parts_.control != nullptr && waiting_[2].revents != 0) {
         parts_.control->serve();
@@ -84,7 +75,7 @@ void LiveRun::wait() {
 /// Returns the number of frames.
 std::size_t LiveRun::takeFrames() {
     std::size_t taken = 0;
-    const auto visitor = [this](const Frame& frame) { forward(frame); };
+    const BurstVisitor visitor = [this](std::span<WritableFrame> burst) { forward(burst); };
     for (const auto& port : parts_.ports->all()) {
         const std::size_t received = port->isOpen() ? port->receive(visitor, framesPerTurn) : 0;
         assert(received <= framesPerTurn);
@@ -97,6 +88,13 @@ std::size_t LiveRun::takeFrames() {
     }
     parts_.ports->flush();
     return taken;
+}
+
+void LiveRun::forward(std::span<WritableFrame> burst) {
+    while (!burst.empty()) {
+        parts_.tables->refresh();
+        burst = burst.subspan(parts_.fastPath->receive(burst));
+    }
 }
 
 void LiveRun::forward(const Frame& frame) {

@@ -3,13 +3,16 @@
 #include <cstdint>
 #include <functional>
 #include <poll.h>
+#include <span>
 #include <string>
 #include <vector>
 
 #include "Answers/CpuAnswers.h"
 #include "Control/ControlServer.h"
+#include "FastPath/FastPath.h"
 #include "Forwarding/Forwarder.h"
 #include "Ip/SharedIpRoutes.h"
+#include "Live/AdaptivePoll.h"
 #include "Live/links/LinkSync.h"
 #include "Live/ports/LivePorts.h"
 #include "Posix/FileDescriptor.h"
@@ -24,6 +27,7 @@ class LiveRun {
     struct Parts {
         Mpls::PublishedTables* tables;
         Forwarder* forwarder;
+        FastPath* fastPath;
         LivePorts* ports;
         LinkSync* links;
         CpuAnswers* answers;
@@ -44,6 +48,7 @@ class LiveRun {
     bool takeSignals(const std::function<void()>& reload);
     std::size_t takeFrames();
     void drain();
+    void forward(std::span<WritableFrame> burst);
     void forward(const Frame& frame);
     void refresh();
     void everySecond(const std::function<void(const std::string&)>& report);
@@ -53,6 +58,7 @@ class LiveRun {
     bool hasMore_ = false; ///< frames or changes are pending
     LinkSync::Clock::time_point checkedAt_;
     std::vector<pollfd> waiting_;
+    AdaptivePoll poll_;
 };
 
 } // namespace OvixAgent

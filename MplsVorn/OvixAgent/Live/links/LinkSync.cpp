@@ -94,7 +94,6 @@ void LinkSync::linkDel(const LinkState& link) {
             upIs(i, false);
         }
     }
-    ports_->port(*port).receive([](const Frame&) {}, 1); // notices that the interface was removed
 }
 
 void LinkSync::upIs(PortIndex index, bool up) {

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -15,8 +16,8 @@ namespace OvixAgent {
 enum class LiveEvent : std::uint8_t {
     received,
     sent,
-    ringFull,      ///< not received: the receive ring had no room
-    truncated,     ///< longer than the receive ring allows; cut short, or dropped if segmented
+    ringFull,      ///< not received: the port had no room
+    truncated,     ///< longer than the port allows; cut short, or dropped if segmented
     unsegmented,   ///< not received: several segments in one frame that could not be cut
     queueFull,     ///< not sent: the transmit queue had no room
     wouldBlock,    ///< the socket accepts no more for now; the frames stay queued
@@ -45,8 +46,9 @@ class LiveCounts {
     std::array<std::uint64_t, liveEventNames.size()> counts_{};
 };
 
-/// Called with each frame; its bytes are borrowed for the call.
-using FrameVisitor = std::function<void(const Frame&)>;
+/// Called with at most `burstFrames` frames that have come one after the other, each with a
+/// headroom of at least `frameHeadroom` bytes. They and their bytes are lent for the call.
+using BurstVisitor = std::function<void(std::span<WritableFrame>)>;
 
 /// A port on a network interface of this host. It survives changes of the interface: errors are
 /// counted, and reported by problem() while the port is closed.
@@ -69,9 +71,10 @@ class LivePort : public TransmitPort {
     virtual int descriptor() const noexcept = 0;
 
     /// Calls `visitor` with at most `budget` received frames, in order, and returns their number.
+    /// No frame waits for others to come.
     /// To be called whenever poll reports anything, errors included, and when the interface is
     /// reported as deleted, which not every socket reports: this call notices it.
-    virtual std::size_t receive(const FrameVisitor& visitor, std::size_t budget) = 0;
+    virtual std::size_t receive(const BurstVisitor& visitor, std::size_t budget) = 0;
 
     /// Stops receiving new frames; frames received so far remain to be fetched.
     virtual void stopIntake() {}

@@ -1,5 +1,6 @@
 #include "Live/ports/PacketPort.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <linux/if_packet.h>
 #include <system_error>
@@ -10,8 +11,15 @@
 
 namespace OvixAgent {
 
+namespace {
+
+/// For segments of ordinary size it is more than a burst needs, and enough for two of the largest.
+constexpr std::size_t segmentMemory = std::size_t{1} << 18U;
+
+} // namespace
+
 PacketPort::PacketPort(PortIndex index, std::string interfaceName, PacketIntake intake)
-    : index_(index), name_(std::move(interfaceName)), intake_(intake) {
+    : index_(index), name_(std::move(interfaceName)), intake_(intake), burst_(segmentMemory) {
     reopen();
 }
 
@@ -55,31 +63,64 @@ void PacketPort::shut(std::string problem) {
     problem_ = std::move(problem);
 }
 
-std::size_t PacketPort::receive(const FrameVisitor& visitor, std::size_t budget) {
-    if (!isOpen()) {
-        return 0;
-    }
+std::size_t PacketPort::receive(const BurstVisitor& visitor, std::size_t budget) {
     std::size_t received = 0;
-    RingFrame inRing;
-    Frame frame;
-    frame.port = index_;
-    while (received < budget) {
-        if (!segments_.next(frame)) {
-            if (!ring_->next(inRing)) {
-                checkSocket();
-                break;
-            }
-            if (inRing.offloaded.segmentation != 0) {
-                toWireFrames(inRing, segments_, counts_);
-                continue;
-            }
-            toWireFrame(inRing, frame, counts_);
+    bool isDry = false;
+    while (isOpen() && received < budget && !isDry) {
+        isDry = !gather(std::min(burstFrames, budget - received));
+        const std::size_t count = burst_.frames().size();
+        if (count > 0) {
+            counts_.add(LiveEvent::received, count);
+            received += count;
+            visitor(burst_.frames());
         }
-        counts_.add(LiveEvent::received);
-        ++received;
-        visitor(frame);
+        if (segments_.nextSize() == 0) { // which are cut from a frame in the ring
+            ring_->release();
+        }
+    }
+    if (isOpen() && received == 0) {
+        checkSocket();
     }
     return received;
+}
+
+/// Fills the burst, with `most` frames at the most. False when no more have come.
+bool PacketPort::gather(std::size_t most) noexcept {
+    burst_.clear();
+    while (burst_.frames().size() < most) {
+        if (segments_.nextSize() > 0) {
+            if (!gatherSegment()) {
+                return true;
+            }
+            continue;
+        }
+        RingFrame received;
+        if (!ring_->next(received)) {
+            return false;
+        }
+        if (received.offloaded.segmentation != 0) {
+            toWireFrames(received, segments_, counts_);
+            continue;
+        }
+        WritableFrame frame = toWireFrame(received, counts_);
+        frame.port = index_;
+        burst_.add(frame);
+        if (!received.isInSlot) {
+            return true;
+        }
+    }
+    return true;
+}
+
+/// False when the burst has no room for it.
+bool PacketPort::gatherSegment() noexcept {
+    std::uint8_t* const room = burst_.room(segments_.nextSize());
+    if (room != nullptr) {
+        WritableFrame segment = segments_.next(room);
+        segment.port = index_;
+        burst_.addWritten(segment);
+    }
+    return room != nullptr;
 }
 
 void PacketPort::stopIntake() {

@@ -9,6 +9,7 @@
 #include "Live/ports/SendQueue.h"
 #include "Live/ports/WireFrames.h"
 #include "Posix/FileDescriptor.h"
+#include "State/FrameBurst.h"
 
 namespace OvixAgent {
 
@@ -31,7 +32,7 @@ class PacketPort final : public LivePort {
     const std::string& problem() const noexcept override { return problem_; }
     int descriptor() const noexcept override { return isOpen() ? ring_->descriptor() : -1; }
 
-    std::size_t receive(const FrameVisitor& visitor, std::size_t budget) override;
+    std::size_t receive(const BurstVisitor& visitor, std::size_t budget) override;
     void stopIntake() override;
     void transmit(const Frame& frame) override;
     void flush() override;
@@ -39,6 +40,8 @@ class PacketPort final : public LivePort {
     const LiveCounts& counts() override;
 
   private:
+    bool gather(std::size_t most) noexcept;
+    bool gatherSegment() noexcept;
     void shut(std::string problem);
     void openSender();
     void checkSocket();
@@ -49,6 +52,7 @@ class PacketPort final : public LivePort {
     unsigned int interfaceIndex_ = 0;
     std::optional<PacketRing> ring_;
     FrameSegments segments_; ///< of the current frame in the ring
+    FrameBurst burst_;       ///< with memory for segments
     Posix::FileDescriptor sender_;
     LiveCounts counts_;
     SendQueue queue_{counts_};

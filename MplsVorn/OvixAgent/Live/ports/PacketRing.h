@@ -2,11 +2,14 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <linux/if_packet.h>
+#include <optional>
 #include <span>
+#include <vector>
 
 #include "Live/ports/SegmentedFrame.h"
 #include "Posix/FileDescriptor.h"
+#include "State/Frame.h"
+#include "Wire/Ethernet.h"
 
 namespace OvixAgent {
 
@@ -18,16 +21,20 @@ enum class PacketIntake : std::uint8_t {
     everything,    ///< for attachment circuits
 };
 
-/// A frame in the receive ring with the kernel's metadata, which holds the frame's outermost tag.
-/// The four bytes before the frame may be overwritten.
+/// A received frame, with what the kernel says of it beside its bytes, which may be changed.
 struct RingFrame {
     std::span<std::uint8_t> bytes;
-    const tpacket3_hdr* header = nullptr;
+    std::uint32_t headroom = 0; ///< free bytes in front, at least `frameHeadroom` and a tag
+    std::uint32_t length = 0;   ///< more than the bytes when it is longer than the ring allows
+    CaptureTime time;
+    std::optional<Wire::Tag> removedTag; ///< the outermost, which is not in the bytes
     OffloadedWork offloaded;
+    bool isInSlot = false; ///< else in the memory that the next frame may need, too
 };
 
-/// A packet socket with its receive ring (TPACKET_V3), bound to one interface. The kernel fills
-/// blocks of frames and releases a block when it is full, or a millisecond after its first frame.
+/// A packet socket with its receive ring (TPACKET_V2), bound to one interface. Each frame has a
+/// slot of the ring and can be read as soon as the kernel has copied it there. Those that are too
+/// long for a slot, as merged ones are, wait in the socket's queue.
 class PacketRing {
   public:
     /// Throws std::system_error, whose text names the step that failed.
@@ -38,30 +45,32 @@ class PacketRing {
 
     int descriptor() const noexcept { return socket_.value(); }
 
-    /// The next frame, valid until the following call; false when there is none now. A block is
-    /// released to the kernel by the first call after its last frame.
+    /// The next frame; false when there is none now. It is valid until `release()`, but if it is
+    /// not in a slot, until the following call.
     bool next(RingFrame& frame) noexcept;
+    /// Gives the slots of all frames so far back to the kernel.
+    void release() noexcept;
 
     /// Stops receiving new frames.
     void stopIntake() noexcept;
 
-    /// The number of frames that the kernel has dropped since the last call.
+    /// The number of frames lost for want of room since the last call.
     std::uint64_t takeDrops() noexcept;
     /// Clears and returns the pending error of the socket; 0 when there is none.
     int takeError() noexcept;
 
   private:
-    tpacket_block_desc* block(std::uint32_t index) const noexcept;
-    bool takeBlock() noexcept;
-    void releaseBlock() noexcept;
+    std::uint8_t* slot(std::uint32_t index) const noexcept;
+    bool read(std::uint8_t* slot, std::uint32_t status, RingFrame& frame) noexcept;
+    std::span<std::uint8_t> fetchLong() noexcept;
     void map();
 
     Posix::FileDescriptor socket_;
     std::uint8_t* memory_ = nullptr;
-    std::uint32_t current_ = 0; ///< the block being read, or to be read next
-    bool isHeld_ = false;       ///< whether that block is released by the kernel
-    std::uint32_t left_ = 0;    ///< frames of it to be read
-    std::uint8_t* next_ = nullptr;
+    std::uint32_t next_ = 0; ///< slot to be read next
+    std::uint32_t held_ = 0; ///< slots before it that have been read and not released
+    std::uint64_t lost_ = 0; ///< long frames that the queue had no room for, not yet taken
+    std::vector<std::uint8_t> longFrame_;
 };
 
 } // namespace OvixAgent

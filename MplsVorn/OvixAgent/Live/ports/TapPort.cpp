@@ -1,5 +1,6 @@
 #include "Live/ports/TapPort.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <linux/if.h>
@@ -23,7 +24,7 @@ constexpr std::size_t longestFrame =
 } // namespace
 
 TapPort::TapPort(PortIndex index, std::string deviceName)
-    : index_(index), name_(std::move(deviceName)), buffer_(longestFrame) {
+    : index_(index), name_(std::move(deviceName)), burst_(2 * FrameBurst::memoryFor(longestFrame)) {
     reopen();
 }
 
@@ -63,26 +64,44 @@ void TapPort::shut(std::string problem) {
     problem_ = std::move(problem);
 }
 
-std::size_t TapPort::receive(const FrameVisitor& visitor, std::size_t budget) {
+std::size_t TapPort::receive(const BurstVisitor& visitor, std::size_t budget) {
     std::size_t received = 0;
-    const CaptureTime time = timeNow();
-    while (isOpen() && received < budget) {
-        const ssize_t size = read(device_.value(), buffer_.data(), buffer_.size());
-        if (size >= 0) {
-            const auto length = static_cast<std::uint32_t>(size);
-            counts_.add(LiveEvent::received);
-            ++received;
-            visitor({index_, time, {buffer_.data(), length}, length});
-        } else if (errno == EAGAIN) {
-            break;
-        } else if (errno == EINTR) {
-            counts_.add(LiveEvent::interrupted);
-        } else {
-            countFailure(errno);
-            break;
+    for (bool hasMore = true; isOpen() && received < budget && hasMore;) {
+        hasMore = gather(std::min(burstFrames, budget - received));
+        const std::size_t count = burst_.frames().size();
+        counts_.add(LiveEvent::received, count);
+        received += count;
+        if (count > 0) {
+            visitor(burst_.frames());
         }
     }
     return received;
+}
+
+/// Fills the burst, with `most` frames at the most. False when no more have come.
+bool TapPort::gather(std::size_t most) {
+    const CaptureTime time = timeNow();
+    burst_.clear();
+    while (burst_.frames().size() < most) {
+        std::uint8_t* const room = burst_.room(longestFrame);
+        if (room == nullptr) {
+            return true;
+        }
+        const ssize_t size = read(device_.value(), room, longestFrame);
+        if (size >= 0) {
+            const auto length = static_cast<std::uint32_t>(size);
+            burst_.addWritten(
+                {.size = length, .originalLength = length, .port = index_, .time = time});
+        } else if (errno == EINTR) {
+            counts_.add(LiveEvent::interrupted);
+        } else {
+            if (errno != EAGAIN) {
+                countFailure(errno);
+            }
+            return false;
+        }
+    }
+    return true;
 }
 
 void TapPort::transmit(const Frame& frame) {

@@ -1,11 +1,11 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
 #include "Config/Config.h"
 #include "Live/ports/LivePort.h"
 #include "Posix/FileDescriptor.h"
+#include "State/FrameBurst.h"
 
 namespace OvixAgent {
 
@@ -23,7 +23,7 @@ class TapPort final : public LivePort {
     const std::string& problem() const noexcept override { return problem_; }
     int descriptor() const noexcept override { return device_.value(); }
 
-    std::size_t receive(const FrameVisitor& visitor, std::size_t budget) override;
+    std::size_t receive(const BurstVisitor& visitor, std::size_t budget) override;
     /// Sends at once: the device accepts one frame per call.
     void transmit(const Frame& frame) override;
     void flush() override {}
@@ -32,6 +32,7 @@ class TapPort final : public LivePort {
 
   private:
     void open();
+    bool gather(std::size_t most);
     void shut(std::string problem);
     void countFailure(int error);
 
@@ -39,7 +40,7 @@ class TapPort final : public LivePort {
     std::string name_;
     unsigned int interfaceIndex_ = 0;
     Posix::FileDescriptor device_;
-    std::vector<std::uint8_t> buffer_;
+    FrameBurst burst_;
     LiveCounts counts_;
     std::string problem_;
 };

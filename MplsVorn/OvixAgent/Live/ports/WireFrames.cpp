@@ -10,17 +10,23 @@
 
 namespace OvixAgent {
 
+namespace {
+
+/// Every segment has the headers: no frame makes more bytes than it is worth.
+constexpr std::size_t longestHeaders = 256;
+
+} // namespace
+
 bool FrameSegments::start(std::span<std::uint8_t> frame, const OffloadedWork& work,
                           CaptureTime time) noexcept {
     left_ = 0;
     const auto layout = readSegmentedFrame(frame, work);
-    if (!layout || layout->payload > headers_.size()) {
+    if (!layout || layout->payload > longestHeaders) {
         return false;
     }
     layout_ = *layout;
     bytes_ = frame.data();
     time_ = time;
-    std::copy_n(bytes_, layout_.payload, headers_.data());
     const std::size_t payload = layout_.end - layout_.payload;
     done_ = 0;
     // A frame without payload has one segment.
@@ -28,15 +34,18 @@ bool FrameSegments::start(std::span<std::uint8_t> frame, const OffloadedWork& wo
     return true;
 }
 
-void FrameSegments::cut(Frame& frame) noexcept {
-    assert(left_ > 0);
-    const std::size_t at = layout_.payload + done_ * layout_.segmentSize;
-    assert(at <= layout_.end);
-    const std::size_t size = layout_.payload + std::min(layout_.segmentSize, layout_.end - at);
-    std::uint8_t* const start = bytes_ + (at - layout_.payload);
-    std::copy_n(headers_.data(), layout_.payload, start);
-    finishIp({start + layout_.network, size - layout_.network});
-    const Wire::WritableBytes segment{start + layout_.transport, size - layout_.transport};
+std::size_t FrameSegments::nextSize() const noexcept {
+    return left_ == 0 ? 0
+                      : layout_.payload + std::min(layout_.segmentSize, layout_.end - payloadAt());
+}
+
+WritableFrame FrameSegments::next(std::uint8_t* to) noexcept {
+    assert(left_ > 0 && payloadAt() <= layout_.end);
+    const std::size_t size = nextSize();
+    std::copy_n(bytes_, layout_.payload, to);
+    std::copy_n(bytes_ + payloadAt(), size - layout_.payload, to + layout_.payload);
+    finishIp({to + layout_.network, size - layout_.network});
+    const Wire::WritableBytes segment{to + layout_.transport, size - layout_.transport};
     if (layout_.isTcp) {
         finishTcp(segment, left_ == 1);
     } else {
@@ -45,9 +54,8 @@ void FrameSegments::cut(Frame& frame) noexcept {
     finishChecksum(segment);
     ++done_;
     --left_;
-    frame.bytes = {start, size};
-    frame.originalLength = static_cast<std::uint32_t>(size);
-    frame.time = time_;
+    const auto length = static_cast<std::uint32_t>(size);
+    return {.bytes = to, .size = length, .originalLength = length, .time = time_};
 }
 
 void FrameSegments::finishIp(Wire::WritableBytes packet) const noexcept {
@@ -90,37 +98,27 @@ constexpr std::size_t macsSize = Wire::Ethernet::macsSize;
 constexpr std::size_t tagSize = Wire::Tag::size;
 
 bool isCutShort(const RingFrame& received) noexcept {
-    return received.bytes.size() < received.header->tp_len;
+    return received.bytes.size() < received.length;
 }
 
 /// Whether the kernel has removed a tag, which can be put back.
 bool hasTagRemoved(const RingFrame& received) noexcept {
-    return (received.header->tp_status & TP_STATUS_VLAN_VALID) != 0 &&
-           received.bytes.size() >= macsSize;
-}
-
-CaptureTime timeOf(const tpacket3_hdr& header) noexcept {
-    return {header.tp_sec, header.tp_nsec};
+    return received.removedTag && received.bytes.size() >= macsSize;
 }
 
 /// Moves the MAC addresses into the four bytes before the frame, and writes the tag behind them.
 std::span<std::uint8_t> putTagBack(const RingFrame& received) noexcept {
-    assert(hasTagRemoved(received));
-    const tpacket3_hdr& header = *received.header;
-    const bool isTypeKnown = (header.tp_status & TP_STATUS_VLAN_TPID_VALID) != 0;
-    const std::uint16_t type = isTypeKnown ? header.hv1.tp_vlan_tpid : Wire::EtherType::vlan;
-    const auto tci = static_cast<std::uint16_t>(header.hv1.tp_vlan_tci);
+    assert(hasTagRemoved(received) && received.headroom >= tagSize);
     std::uint8_t* const start = received.bytes.data() - tagSize;
     std::copy_n(received.bytes.data(), macsSize, start);
-    Wire::Tag{Lumo::NetU16(type), Lumo::NetU16(tci)}.store(start + macsSize);
+    received.removedTag->store(start + macsSize);
     return {start, received.bytes.size() + tagSize};
 }
 
 } // namespace
 
-void toWireFrame(const RingFrame& received, Frame& frame, LiveCounts& counts) noexcept {
+WritableFrame toWireFrame(const RingFrame& received, LiveCounts& counts) noexcept {
     assert(received.offloaded.segmentation == 0);
-    const tpacket3_hdr& header = *received.header;
     if (isCutShort(received)) {
         counts.add(LiveEvent::truncated);
     } else if (received.offloaded.needsChecksum()) {
@@ -128,9 +126,13 @@ void toWireFrame(const RingFrame& received, Frame& frame, LiveCounts& counts) no
                                received.offloaded.checksumOffset);
     }
     const bool isTagged = hasTagRemoved(received);
-    frame.bytes = isTagged ? putTagBack(received) : received.bytes;
-    frame.originalLength = header.tp_len + static_cast<std::uint32_t>(isTagged ? tagSize : 0);
-    frame.time = timeOf(header);
+    const std::span<std::uint8_t> bytes = isTagged ? putTagBack(received) : received.bytes;
+    const auto grown = static_cast<std::uint32_t>(isTagged ? tagSize : 0);
+    return {.bytes = bytes.data(),
+            .size = static_cast<std::uint32_t>(bytes.size()),
+            .originalLength = received.length + grown,
+            .headroom = received.headroom - grown,
+            .time = received.time};
 }
 
 void toWireFrames(const RingFrame& received, FrameSegments& segments, LiveCounts& counts) noexcept {
@@ -145,7 +147,7 @@ void toWireFrames(const RingFrame& received, FrameSegments& segments, LiveCounts
         frame = putTagBack(received);
         work.checksumStart = static_cast<std::uint16_t>(work.checksumStart + tagSize);
     }
-    if (!segments.start(frame, work, timeOf(*received.header))) {
+    if (!segments.start(frame, work, received.time)) {
         counts.add(LiveEvent::unsegmented);
     }
 }

@@ -65,29 +65,43 @@ void XdpPort::shut(std::string problem) {
     problem_ = std::move(problem);
 }
 
-std::size_t XdpPort::receive(const FrameVisitor& visitor, std::size_t budget) {
-    std::array<std::span<const std::uint8_t>, 64> frames;
+std::size_t XdpPort::receive(const BurstVisitor& visitor, std::size_t budget) {
+    std::array<WritableFrame, burstFrames> frames;
     std::size_t received = 0;
     const CaptureTime time = timeNow();
-    while (isOpen() && received < budget) {
-        const std::size_t count =
-            socket_->receive({frames.data(), std::min(frames.size(), budget - received)});
-        if (count == 0) {
-            checkSocket();
-            break;
+    for (bool hasMore = true; isOpen() && received < budget && hasMore;) {
+        const std::size_t most = std::min(frames.size(), budget - received);
+        const std::span<WritableFrame> burst(frames.data(),
+                                             socket_->receive({frames.data(), most}));
+        hasMore = burst.size() == most;
+        if (!burst.empty()) {
+            hand(burst, time, visitor);
+            received += burst.size();
         }
-        assert(count <= frames.size());
-        counts_.add(LiveEvent::received, count);
-        received += count;
-        for (std::size_t i = 0; i < count; ++i) {
-            visitor({index_, time, frames[i], static_cast<std::uint32_t>(frames[i].size())});
-        }
-        socket_->release();
+    }
+    if (isOpen() && received == 0) {
+        checkSocket();
     }
     return received;
 }
 
+void XdpPort::hand(std::span<WritableFrame> burst, CaptureTime time, const BurstVisitor& visitor) {
+    for (WritableFrame& frame : burst) {
+        frame.port = index_;
+        frame.time = time;
+    }
+    counts_.add(LiveEvent::received, burst.size());
+    isLent_ = true;
+    visitor(burst);
+    isLent_ = false;
+    socket_->release();
+}
+
+// While frames are lent, their memory must stay: the next call to receive will find the error.
 void XdpPort::checkSocket() {
+    if (isLent_) {
+        return;
+    }
     if (socket_->takeError() != 0 && !countSocketFailure(interfaceIndex_, counts_)) {
         shut(name_ + ": the interface was removed");
     }

@@ -26,7 +26,7 @@ class XdpPort final : public LivePort {
     const std::string& problem() const noexcept override { return problem_; }
     int descriptor() const noexcept override { return isOpen() ? socket_->descriptor() : -1; }
 
-    std::size_t receive(const FrameVisitor& visitor, std::size_t budget) override;
+    std::size_t receive(const BurstVisitor& visitor, std::size_t budget) override;
     void stopIntake() override { program_.reset(); }
     void transmit(const Frame& frame) override;
     void flush() override;
@@ -35,6 +35,7 @@ class XdpPort final : public LivePort {
 
   private:
     void open();
+    void hand(std::span<WritableFrame> burst, CaptureTime time, const BurstVisitor& visitor);
     void shut(std::string problem);
     void checkSocket();
     bool continuesAfter(int error, bool hasSent);
@@ -45,6 +46,7 @@ class XdpPort final : public LivePort {
     std::unique_ptr<XdpSocket> socket_;
     std::unique_ptr<XdpProgram> program_; ///< refers to the socket
     std::uint64_t dropsCounted_ = 0;      ///< of the socket's drops
+    bool isLent_ = false;                 ///< received frames, to a visitor
     LiveCounts counts_;
     std::string problem_;
 };

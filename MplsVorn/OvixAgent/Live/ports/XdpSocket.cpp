@@ -74,7 +74,7 @@ void XdpSocket::offer(std::span<const std::uint64_t> addresses) noexcept {
     xsk_ring_prod__submit(&fill_, static_cast<std::uint32_t>(addresses.size()));
 }
 
-std::size_t XdpSocket::receive(std::span<std::span<const std::uint8_t>> frames) noexcept {
+std::size_t XdpSocket::receive(std::span<WritableFrame> frames) noexcept {
     assert(held_.empty());
     std::uint32_t place = 0;
     const std::uint32_t count = xsk_ring_cons__peek(
@@ -82,7 +82,12 @@ std::size_t XdpSocket::receive(std::span<std::span<const std::uint8_t>> frames) 
         &place);
     for (std::uint32_t i = 0; i < count; ++i) {
         const xdp_desc& descriptor = *xsk_ring_cons__rx_desc(&received_, place++);
-        frames[i] = {pages_.get() + descriptor.addr, descriptor.len};
+        frames[i] = {.bytes = pages_.get() + descriptor.addr,
+                     .size = descriptor.len,
+                     .originalLength = descriptor.len,
+                     .headroom = static_cast<std::uint32_t>(descriptor.addr % bufferBytes),
+                     .time = {}};
+        assert(frames[i].headroom >= frameHeadroom); // XDP_PACKET_HEADROOM
         held_.push_back(descriptor.addr / bufferBytes * bufferBytes);
     }
     return count;

@@ -9,6 +9,8 @@
 #include <vector>
 #include <xdp/xsk.h>
 
+#include "State/Frame.h"
+
 namespace OvixAgent {
 
 /// An AF_XDP socket on the first queue of an interface with its frame buffers, half of them to
@@ -28,8 +30,8 @@ class XdpSocket {
     int descriptor() const noexcept { return xsk_socket__fd(socket_.get()); }
 
     /// Received frames, at most `frames.size()`; valid until `release()`, which must precede the
-    /// next call. Returns their number.
-    std::size_t receive(std::span<std::span<const std::uint8_t>> frames) noexcept;
+    /// next call. Their ports and times are not set. Returns their number.
+    std::size_t receive(std::span<WritableFrame> frames) noexcept;
     void release() noexcept;
 
     /// A buffer for a frame of at most `maxFrame` bytes; null when all are queued.

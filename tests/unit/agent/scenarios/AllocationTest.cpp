@@ -206,8 +206,10 @@ void expectNoAllocation(LivePort& from, LivePort& to, const Bytes& frame) {
         GTEST_SKIP() << from.problem() << to.problem();
     }
     std::size_t received = 0;
-    const OvixAgent::FrameVisitor count = [&](const OvixAgent::Frame& each) {
-        received += each.bytes.size() == frame.size() ? 1 : 0;
+    const OvixAgent::BurstVisitor count = [&](std::span<OvixAgent::WritableFrame> burst) {
+        for (const OvixAgent::WritableFrame& each : burst) {
+            received += each.size == frame.size() ? 1 : 0;
+        }
     };
     const std::function<int()> descriptor = [&] { return to.descriptor(); };
     const std::function<void()> receive = [&] { to.receive(count, 64); };
@@ -233,12 +235,12 @@ TEST(FrameSegmentsAllocation, CuttingSegmentsDoesNotAllocate) {
     const MergedFrame merged;
     Bytes whole = merged.whole();
     OvixAgent::FrameSegments segments;
-    OvixAgent::Frame frame;
+    Bytes room(whole.size());
     std::size_t count = 0;
     const std::uint64_t before = TestSupport::heapAllocations;
     EXPECT_TRUE(segments.start(whole, merged.work(), {}));
-    while (segments.next(frame)) {
-        ++count;
+    for (; segments.nextSize() > 0; ++count) {
+        segments.next(room.data());
     }
     EXPECT_EQ(TestSupport::heapAllocations, before);
     EXPECT_EQ(count, 3U);

@@ -70,16 +70,15 @@ TEST_F(OffloadedWorkTest, AChecksumThatTheHostsStackLeftToTheHardwareIsCompleted
         const Bytes payload(size, 0x5a);
         ASSERT_EQ(sendDatagram(payload), static_cast<ssize_t>(size));
         Bytes received;
-        ASSERT_TRUE(TestSupport::pollUntil([&] { return right.descriptor(); },
-                                           [&] {
-                                               right.receive(
-                                                   [&](const OvixAgent::Frame& frame) {
-                                                       received.assign(frame.bytes.begin(),
-                                                                       frame.bytes.end());
-                                                   },
-                                                   1);
-                                           },
-                                           [&] { return !received.empty(); }));
+        ASSERT_TRUE(TestSupport::pollUntil(
+            [&] { return right.descriptor(); },
+            [&] {
+                right.receive(each([&](const OvixAgent::Frame& frame) {
+                                  received.assign(frame.bytes.begin(), frame.bytes.end());
+                              }),
+                              1);
+            },
+            [&] { return !received.empty(); }));
         constexpr std::size_t addresses = 14 + 12;
         Bytes checked(received.begin() + addresses, received.end());
         const auto udpSize = static_cast<std::uint32_t>(checked.size() - 8);
@@ -99,7 +98,7 @@ TEST_F(OffloadedWorkTest, DatagramsThatTheHostsStackHasLeftInOneFrameArriveOneBy
     std::vector<std::size_t> sizes;
     const auto look = [&](const OvixAgent::Frame& frame) { sizes.push_back(frame.bytes.size()); };
     EXPECT_TRUE(TestSupport::pollUntil([&] { return right.descriptor(); },
-                                       [&] { EXPECT_LE(right.receive(look, 2), 2U); },
+                                       [&] { EXPECT_LE(right.receive(each(look), 2), 2U); },
                                        [&] { return sizes.size() == 6; }));
     EXPECT_EQ(sizes, (std::vector<std::size_t>{1042, 1042, 1042, 1042, 1042, 542}));
     EXPECT_EQ(right.counts().of(LiveEvent::received), 6U);
@@ -185,7 +184,8 @@ TEST_F(UncutFramesTest, AreForgottenWithTheRingThatTheyAreIn) {
     std::size_t seen = 0;
     const auto look = [&seen](const OvixAgent::Frame&) { ++seen; };
     EXPECT_TRUE(TestSupport::pollUntil([&] { return right.descriptor(); },
-                                       [&] { right.receive(look, 1); }, [&] { return seen == 1; }));
+                                       [&] { right.receive(each(look), 1); },
+                                       [&] { return seen == 1; }));
     EXPECT_TRUE(right.reopen());
     EXPECT_TRUE(received(right).empty());
 }

@@ -33,7 +33,7 @@ TEST_F(PacketPortLinkTest, StaysClosedUntilTheInterfaceExists) {
     EXPECT_EQ(port.descriptor(), -1);
     EXPECT_EQ(port.problem(), "late: finding the interface: No such device");
     EXPECT_FALSE(port.reopen());
-    EXPECT_EQ(port.receive(ignore, 1), 0U);
+    EXPECT_EQ(port.receive(each(ignore), 1), 0U);
     send(port, toRight({ethMpls}));
     EXPECT_EQ(port.counts().of(LiveEvent::interfaceGone), 1U);
     ip("link set left down && ip link set left name late && ip link set late up");
@@ -55,7 +55,8 @@ TEST_F(PacketPortLinkTest, SurvivesALinkGoingDownAndUp) {
     PacketPort left(0, "left", PacketIntake::labelled);
     PacketPort right(1, "right", PacketIntake::labelled);
     ip("link set right down");
-    EXPECT_TRUE(pollUntil([&] { return right.descriptor(); }, [&] { right.receive(ignore, 1); },
+    EXPECT_TRUE(pollUntil([&] { return right.descriptor(); },
+                          [&] { right.receive(each(ignore), 1); },
                           [&] { return right.counts().of(LiveEvent::linkDown) == 1; }));
     EXPECT_TRUE(right.isOpen());
     transmit(right, toLeft({ethMpls}, 1));
@@ -73,7 +74,8 @@ TEST_F(PacketPortLinkTest, ClosesForADeletedInterfaceAndReopensForItsSuccessor) 
     PacketPort right(1, "right", PacketIntake::labelled);
     expectPasses(left, right, toRight({ethMpls}, 1));
     ip("link del left");
-    EXPECT_TRUE(pollUntil([&] { return right.descriptor(); }, [&] { right.receive(ignore, 1); },
+    EXPECT_TRUE(pollUntil([&] { return right.descriptor(); },
+                          [&] { right.receive(each(ignore), 1); },
                           [&] { return !right.isOpen(); }));
     EXPECT_EQ(right.problem(), "right: the interface was removed");
     EXPECT_EQ(right.counts().of(LiveEvent::interfaceGone), 1U);
@@ -108,7 +110,7 @@ TEST_F(PacketPortLinkTest, TruncatesAFrameLongerThanTheRingAllows) {
         EXPECT_LT(frame.bytes.size(), 150014U);
         EXPECT_GT(frame.bytes.size(), 65549U);
     };
-    EXPECT_TRUE(pollUntil([&] { return port.descriptor(); }, [&] { port.receive(look, 1); },
+    EXPECT_TRUE(pollUntil([&] { return port.descriptor(); }, [&] { port.receive(each(look), 1); },
                           [&] { return isSeen; }));
     EXPECT_EQ(port.counts().of(LiveEvent::truncated), 1U);
     expectPasses(sender, port, toRight({ethMpls}, 2, 65000));

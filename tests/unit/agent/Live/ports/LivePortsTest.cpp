@@ -72,7 +72,7 @@ TEST_F(LivePortsTest, FramesReceivedBeforeTheStopAreDelivered) {
     send(left, toRight({0x8847}, 2));
     EXPECT_EQ(receiveUpTo(right, before), std::vector<Bytes>{before});
     std::this_thread::sleep_for(std::chrono::milliseconds(10)); // longer than a block is kept back
-    EXPECT_EQ(right.receive([](const Frame&) {}, 10), 0U);
+    EXPECT_EQ(right.receive(each([](const Frame&) {}), 10), 0U);
 }
 
 } // namespace

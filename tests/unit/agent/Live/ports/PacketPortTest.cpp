@@ -121,7 +121,8 @@ TEST_F(PacketPortTest, FramesHavePortTimeAndLength) {
         EXPECT_LT(frame.time.nanoseconds, 1'000'000'000U);
     };
     EXPECT_TRUE(TestSupport::pollUntil([&] { return right.descriptor(); },
-                                       [&] { right.receive(look, 1); }, [&] { return isSeen; }));
+                                       [&] { right.receive(each(look), 1); },
+                                       [&] { return isSeen; }));
 }
 
 TEST_F(PacketPortTest, ThousandsOfFramesArriveInOrderWithinTheBudget) {
@@ -140,7 +141,7 @@ TEST_F(PacketPortTest, ThousandsOfFramesArriveInOrderWithinTheBudget) {
         ++next;
     };
     EXPECT_TRUE(TestSupport::pollUntil([&] { return right.descriptor(); },
-                                       [&] { EXPECT_LE(right.receive(look, 7), 7U); },
+                                       [&] { EXPECT_LE(right.receive(each(look), 7), 7U); },
                                        [&] { return next == count; }));
     EXPECT_EQ(right.counts().of(LiveEvent::received), count);
     EXPECT_EQ(right.counts().of(LiveEvent::ringFull), 0U);
@@ -159,9 +160,10 @@ TEST_F(PacketPortTest, CountsFramesThatOverflowTheRing) {
     const auto dropped = right.counts().of(LiveEvent::ringFull);
     EXPECT_GT(dropped, 0U);
     std::uint64_t received = 0;
-    EXPECT_TRUE(TestSupport::pollUntil([&] { return right.descriptor(); },
-                                       [&] { right.receive([&](auto&) { ++received; }, 500); },
-                                       [&] { return received + dropped == count; }));
+    EXPECT_TRUE(
+        TestSupport::pollUntil([&] { return right.descriptor(); },
+                               [&] { right.receive(each([&](auto&) { ++received; }), 500); },
+                               [&] { return received + dropped == count; }));
 }
 
 TEST_F(PacketPortTest, CountsAFrameAboveTheMtuAndSendsTheNext) {

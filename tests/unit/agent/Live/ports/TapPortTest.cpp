@@ -74,7 +74,7 @@ TEST_F(TapPortTest, ThousandsOfFramesComeInOrderWithinTheBudget) {
             }
         };
         EXPECT_TRUE(TestSupport::pollUntil([&] { return tap.descriptor(); },
-                                           [&] { EXPECT_LE(tap.receive(look, 7), 7U); },
+                                           [&] { EXPECT_LE(tap.receive(each(look), 7), 7U); },
                                            [&] { return next == (round + 1) * perRound; }));
     }
 }
@@ -92,7 +92,7 @@ TEST_F(TapPortTest, ReopenCreatesADeletedDeviceAgain) {
     ASSERT_TRUE(tap.isOpen()) << tap.problem();
     ip("link del cpu");
     EXPECT_TRUE(TestSupport::pollUntil([&] { return tap.descriptor(); },
-                                       [&] { tap.receive(ignore, 10); },
+                                       [&] { tap.receive(each(ignore), 10); },
                                        [&] { return !tap.isOpen(); }));
     EXPECT_EQ(tap.problem(), "cpu: the device was removed");
     EXPECT_EQ(tap.descriptor(), -1);

@@ -12,16 +12,19 @@ namespace {
 
 using namespace LiveTesting;
 using namespace TestSupport::Raw;
-using OvixAgent::Frame;
 using OvixAgent::FrameSegments;
 using OvixAgent::OffloadedWork;
+using OvixAgent::WritableFrame;
 
 std::vector<Bytes> rest(FrameSegments& segments) {
     std::vector<Bytes> all;
-    Frame frame;
-    while (segments.next(frame)) {
-        EXPECT_EQ(frame.originalLength, frame.bytes.size());
-        all.emplace_back(frame.bytes.begin(), frame.bytes.end());
+    while (segments.nextSize() > 0) {
+        Bytes room(segments.nextSize());
+        const WritableFrame frame = segments.next(room.data());
+        EXPECT_EQ(frame.bytes, room.data());
+        EXPECT_EQ(frame.size, room.size());
+        EXPECT_EQ(frame.originalLength, frame.size);
+        all.push_back(std::move(room));
     }
     return all;
 }
@@ -165,15 +168,14 @@ TEST(FrameSegments, PaddingIsNotPayload) {
     EXPECT_EQ(cut(join({tcp4.whole(), filled(9, 0xee)}), tcp4.work()), tcp4.segments());
 }
 
-TEST(FrameSegments, HaveTheTimeOfTheFrameAndKeepThePort) {
+TEST(FrameSegments, HaveTheTimeOfTheFrameAndLeaveItAsItIs) {
     Bytes whole = tcp4.whole();
     FrameSegments segments;
-    Frame frame;
-    frame.port = 7;
     ASSERT_TRUE(segments.start(whole, tcp4.work(), {11, 12}));
-    ASSERT_TRUE(segments.next(frame));
-    EXPECT_EQ(frame.port, 7U);
-    EXPECT_EQ(frame.time, (OvixAgent::CaptureTime{11, 12}));
+    Bytes room(segments.nextSize());
+    EXPECT_EQ(segments.next(room.data()).time, (OvixAgent::CaptureTime{11, 12}));
+    rest(segments);
+    EXPECT_EQ(whole, tcp4.whole());
 }
 
 TEST(FrameSegments, AreNoneBeforeTheStartAfterTheLastOrAfterDrop) {
@@ -226,11 +228,8 @@ TEST(FrameSegments, RandomLengthsAreHandled) {
         }
         ++taken;
         std::size_t payload = 0;
-        Frame frame;
-        while (segments.next(frame)) {
-            ASSERT_GE(frame.bytes.data(), whole.data());
-            ASSERT_LE(frame.bytes.data() + frame.bytes.size(), whole.data() + whole.size());
-            payload += frame.bytes.size() - layout->payload;
+        for (const Bytes& segment : rest(segments)) {
+            payload += segment.size() - layout->payload;
         }
         ASSERT_EQ(payload, layout->end - layout->payload);
     }

@@ -105,7 +105,7 @@ TEST_F(XdpPortTest, ThousandsOfFramesComeInOrderWithinTheBudget) {
             ++next;
         };
         EXPECT_TRUE(pollUntil([&] { return right->descriptor(); },
-                              [&] { EXPECT_LE(right->receive(look, 100), 100U); },
+                              [&] { EXPECT_LE(right->receive(each(look), 100), 100U); },
                               [&] { return next == (round + 1) * perRound; }));
     }
     EXPECT_EQ(right->counts().of(LiveEvent::ringFull), 0U);
@@ -124,8 +124,8 @@ TEST_F(XdpPortTest, ThousandsOfFramesAreSentInOrder) {
                   toLeft({ethVlan, 5, ethMpls}, next));
         ++next;
     };
-    EXPECT_TRUE(pollUntil([&] { return left->descriptor(); }, [&] { left->receive(look, 1000); },
-                          [&] { return next == count; }));
+    EXPECT_TRUE(pollUntil([&] { return left->descriptor(); },
+                          [&] { left->receive(each(look), 1000); }, [&] { return next == count; }));
 }
 
 TEST_F(XdpPortTest, CountsFramesWithoutABuffer) {
@@ -137,7 +137,7 @@ TEST_F(XdpPortTest, CountsFramesWithoutABuffer) {
     std::uint64_t received = 0;
     const auto look = [&received](const Frame&) { ++received; };
     EXPECT_TRUE(
-        pollUntil([&] { return right->descriptor(); }, [&] { right->receive(look, 100); },
+        pollUntil([&] { return right->descriptor(); }, [&] { right->receive(each(look), 100); },
                   [&] { return received + right->counts().of(LiveEvent::ringFull) == count; }));
     EXPECT_GT(right->counts().of(LiveEvent::ringFull), 0U);
 }
@@ -151,7 +151,7 @@ TEST_F(XdpPortTest, RemovesItsProgramWithThePort) {
 
 TEST_F(XdpPortTest, ClosesForADeletedInterfaceAndReopensForItsSuccessor) {
     ip("link del right");
-    EXPECT_EQ(right->receive(ignore, 1), 0U);
+    EXPECT_EQ(right->receive(each(ignore), 1), 0U);
     EXPECT_FALSE(right->isOpen());
     EXPECT_EQ(right->problem(), "right: the interface was removed");
     send(*right, toLeft({ethMpls}));
@@ -177,7 +177,7 @@ TEST_F(XdpPortTest, SurvivesALinkGoingDownAndUp) {
     ip("link set right down");
     send(*right, toLeft({ethMpls}, 1));
     EXPECT_EQ(right->counts().of(LiveEvent::linkDown), 1U);
-    right->receive(ignore, 1);
+    right->receive(each(ignore), 1);
     EXPECT_TRUE(right->isOpen());
     ip("link set right up");
     awaitOperation("left");

@@ -1,0 +1,235 @@
+// Measures the whole road of one kind of traffic, in bursts, one frame at a time and by the
+// definition alone, beside a bare loop: fast_bench time|instructions SCENARIO LABELS-OR-PREFIXES
+//
+// time prints a line of tab-separated fields; instructions is to be run under callgrind with
+// --instr-atstart=no, and dumps its counts for one number of frames and for twice as many.
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <exception>
+#include <functional>
+#include <numeric>
+#include <random>
+#include <string>
+#include <valgrind/callgrind.h>
+
+#include "Allocations.h"
+#include "BareLoop.h"
+#include "EdgeScenarios.h"
+#include "FrameRing.h"
+#include "Router.h"
+
+namespace {
+
+using Bench::FrameRing;
+using Bench::Router;
+using Bench::Scenario;
+using OvixAgent::WritableFrame;
+
+enum Way : std::size_t { bare, burst, single, definition };
+constexpr std::size_t ways = 4;
+constexpr std::array<const char*, ways> wayNames{"bare", "burst", "single", "definition"};
+
+/// The bare loop has so many labels where the traffic has others, or none.
+constexpr std::uint32_t bareLabelsOtherwise = 1000;
+
+Scenario scenarioOf(const std::string& name, std::uint32_t routes, std::size_t frames) {
+    const bool isEdge = name == "pop_route" || name == "ip_push";
+    return isEdge ? Bench::makeEdgeScenario(name, routes, frames)
+                  : Bench::makeScenario(name, routes, frames);
+}
+
+bool hasLabelPerRoute(const std::string& name) {
+    return name != "pop_route" && name != "ip_push" && name != "flood";
+}
+
+/// The four ways of the frames of a scenario.
+class Ways {
+  public:
+    Ways(const std::string& name, std::uint32_t routes, std::size_t frames)
+        : scenario_(scenarioOf(name, routes, frames)),
+          bareScenario_(hasLabelPerRoute(name) ? Scenario{}
+                                               : Bench::makeScenario("swap", bareLabelsOtherwise)),
+          router_(scenario_.config), ring_(scenario_),
+          bareRing_(hasLabelPerRoute(name) ? scenario_ : bareScenario_),
+          bareLoop_(hasLabelPerRoute(name) ? routes : bareLabelsOtherwise) {}
+
+    /// What is made with the first frames of each label or prefix is made. Decisions are made bit
+    /// by bit, so that the frames pass until no more of them become fast.
+    void warm() {
+        const auto& slow = router_.fastPath().counts().slow;
+        std::uint64_t before = 0;
+        std::uint64_t last = 0;
+        do {
+            last = slow - before;
+            before = slow;
+            for (std::size_t done = 0; done < scenario_.frames.size(); done += FrameRing::frames) {
+                run(burst);
+            }
+        } while (slow - before > 0 && (last == 0 || slow - before < last));
+        for (const Way way : {single, definition, bare}) {
+            run(way);
+        }
+    }
+    /// Fills the ring, which is not measured, and has all its frames forwarded.
+    std::chrono::nanoseconds run(Way way) {
+        (way == bare ? bareRing_ : ring_).fill();
+        const auto start = std::chrono::steady_clock::now();
+        CALLGRIND_TOGGLE_COLLECT;
+        forward(way);
+        CALLGRIND_TOGGLE_COLLECT;
+        return std::chrono::steady_clock::now() - start;
+    }
+    Router& router() noexcept { return router_; }
+    const Scenario& scenario() const noexcept { return scenario_; }
+
+  private:
+    void forward(Way way) {
+        switch (way) {
+        case bare:
+            for (std::size_t i = 0; i < FrameRing::frames / OvixAgent::burstFrames; ++i) {
+                bareLoop_.forward(bareRing_.burst(i));
+            }
+            break;
+        case burst:
+            for (std::size_t i = 0; i < FrameRing::frames / OvixAgent::burstFrames; ++i) {
+                router_.fastPath().receive(ring_.burst(i));
+            }
+            break;
+        case single:
+            for (WritableFrame& frame : ring_.all()) {
+                router_.fastPath().receive({&frame, 1});
+            }
+            break;
+        case definition:
+            for (const WritableFrame& frame : ring_.all()) {
+                router_.forwarder().receive(frame.frame());
+            }
+            break;
+        }
+    }
+
+    Scenario scenario_;
+    Scenario bareScenario_;
+    Router router_;
+    FrameRing ring_;
+    FrameRing bareRing_;
+    Bench::BareLoop bareLoop_;
+};
+
+/// Nanoseconds a frame.
+double timeOf(Ways& all, Way way, std::size_t rounds) {
+    std::chrono::nanoseconds total{0};
+    for (std::size_t i = 0; i < rounds; ++i) {
+        total += all.run(way);
+    }
+    return static_cast<double>(total.count()) / static_cast<double>(rounds * FrameRing::frames);
+}
+
+double medianOf(std::vector<double> values) {
+    std::nth_element(values.begin(),
+                     values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2), values.end());
+    return values[values.size() / 2];
+}
+
+/// The times of each way, run for run.
+using Times = std::array<std::vector<double>, ways>;
+
+/// Each way is run once in each of so many rounds, in another order each time.
+constexpr std::size_t repetitions = 9;
+
+Times timesOf(Ways& all) {
+    Times times;
+    std::array<Way, ways> order{bare, burst, single, definition};
+    std::mt19937 random(1);
+    for (std::size_t i = 0; i < repetitions; ++i) {
+        std::shuffle(order.begin(), order.end(), random);
+        for (const Way way : order) {
+            constexpr std::size_t rounds = 40;
+            times[way].push_back(timeOf(all, way, way == definition ? rounds / 10 : rounds));
+        }
+    }
+    return times;
+}
+
+double medianRatio(const Times& times, Way way) {
+    std::vector<double> ratios;
+    for (std::size_t i = 0; i < repetitions; ++i) {
+        ratios.push_back(times[way][i] / times[bare][i]);
+    }
+    return medianOf(ratios);
+}
+
+void printTime(Ways& all) {
+    const auto& counts = all.router().fastPath().counts();
+    const std::uint64_t fast = counts.fast;
+    const std::uint64_t slow = counts.slow;
+    const std::uint64_t before = Bench::allocations();
+    std::uint64_t frames = 0;
+    for (const Way way : {burst, single}) {
+        for (int i = 0; i < 4; ++i) {
+            all.run(way);
+            frames += FrameRing::frames;
+        }
+    }
+    const double allocated = static_cast<double>(Bench::allocations() - before);
+    const double fastShare = static_cast<double>(counts.fast - fast) /
+                             static_cast<double>(counts.fast - fast + counts.slow - slow);
+    const Times times = timesOf(all);
+    const double legs = all.scenario().copies; // the bare loop has one
+    std::printf("%.1f\t", medianOf(times[bare]));
+    for (const Way way : {burst, single, definition}) {
+        std::printf("%.1f\t", medianOf(times[way]) / legs);
+    }
+    std::printf("%.2f\t%.2f\t%.4f\t%.1f\n", medianRatio(times, burst) / legs,
+                medianRatio(times, single) / legs, allocated / static_cast<double>(frames),
+                100 * fastShare);
+}
+
+void dumpInstructions(Ways& all) {
+    CALLGRIND_START_INSTRUMENTATION;
+    for (const Way way : {burst, single, definition}) {
+        for (const std::size_t rounds : {1U, 2U}) {
+            CALLGRIND_ZERO_STATS;
+            for (std::size_t i = 0; i < rounds; ++i) {
+                all.run(way);
+            }
+            const std::string name =
+                std::string(wayNames[way]) + " " +
+                std::to_string(rounds * FrameRing::frames * all.scenario().copies);
+            CALLGRIND_DUMP_STATS_AT(name.c_str());
+        }
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    const std::string what = argc == 4 ? argv[1] : "";
+    if (what != "time" && what != "instructions") {
+        std::fputs("usage: fast_bench time|instructions SCENARIO LABELS-OR-PREFIXES\n", stderr);
+        return 2;
+    }
+    try {
+        const auto routes = static_cast<std::uint32_t>(std::stoul(argv[3]));
+        constexpr std::size_t mostFrames = 1U << 20U;
+        // Instructions do not depend on how much memory the labels met take.
+        const std::size_t frames = what == "time"
+                                       ? std::clamp<std::size_t>(std::size_t{4} * routes,
+                                                                 Bench::scenarioFrames, mostFrames)
+                                       : Bench::scenarioFrames;
+        Ways all(argv[2], routes, frames);
+        all.warm();
+        if (what == "time") {
+            printTime(all);
+        } else {
+            dumpInstructions(all);
+        }
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "fast_bench: %s\n", error.what());
+        return 1;
+    }
+    return 0;
+}
