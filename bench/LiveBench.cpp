@@ -1,101 +1,38 @@
 // Live ports: frames per second and processor time of the agent on virtual links, beside the
 // kernel's own IPv4 forwarding over the same links; and frames lost when labels are led another
-// way. "nobody" sends as the others do, to where nobody forwards. The kernel forwards in the
+// way; and how long one frame takes from the sender to the sink when nothing else is on its way.
+// "nobody" sends as the others do, to where nobody forwards. The kernel forwards in the
 // sender's time: what that costs is the difference of sender_ns/frame to nobody's.
 
 #include <algorithm>
 #include <benchmark/benchmark.h>
 #include <cstdio>
-#include <fmt/format.h>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <unistd.h>
 
+#include "LatencyBench.h"
 #include "Links.h"
+#include "LiveCase.h"
 #include "LiveNetwork.h"
 #include "LivePassage.h"
 #include "LiveRegistration.h"
 #include "RerouteBench.h"
-#include "TableSamples.h"
 
 namespace {
 
 using namespace std::chrono_literals;
 using Bench::AgentProcess;
 using Bench::FrameSender;
+using Bench::LiveCase;
 using Bench::LiveNetwork;
 using Bench::Passage;
-using TestSupport::Raw::Bytes;
+using Bench::Traffic;
 
-constexpr std::uint32_t flows = 256;
 constexpr std::uint64_t asManyAsCanBe = 0;
 constexpr std::uint64_t bearable = 50'000;
 constexpr auto measured = 300ms;
-
-enum class Traffic { labelled, ipv4 };
-
-/// Who forwards what.
-struct Case {
-    std::string router; ///< "nobody", "kernel", or the kind of the agent's ports
-    Traffic traffic;
-
-    bool isAgent() const { return router != "nobody" && router != "kernel"; }
-    bool hasTaps() const { return router == "tap"; }
-    /// The last byte of the station that the frames are sent to.
-    std::uint8_t station() const { return hasTaps() ? Bench::BridgedTaps::station : 1; }
-    std::string sink() const { return router == "nobody" ? "in" : "sink1"; }
-    std::string name() const {
-        return "live/" + router + (traffic == Traffic::ipv4 ? "/ipv4" : "/swap");
-    }
-};
-
-std::string agentConfig(const Case& of) {
-    constexpr const char* ports = R"(
-ports:
-  - name: {in}
-    kind: {kind}
-    mac: "02:00:00:00:00:{station:02x}"
-    vrf: default
-    addresses: [10.0.1.1/24]
-  - name: {out}
-    kind: {kind}
-    mac: "02:00:00:00:00:78"
-    vrf: default
-    addresses: [10.0.2.1/24]
-routes:
-  - prefix: 10.9.0.0/16
-    vias:
-      - interface: {out}
-        nexthop: {nexthop}
-hardware:
-  adjacencies:
-    - id: 1
-      vias:
-        - interface: {out}
-          nexthop: {nexthop}
-          action: swap
-          labels: [300]
-  routes:
-)";
-    using namespace fmt::literals;
-    std::string text = fmt::format(
-        ports, "in"_a = of.hasTaps() ? "tap-in" : "in", "out"_a = of.hasTaps() ? "tap-out" : "out1",
-        "kind"_a = of.router, "station"_a = of.station(), "nexthop"_a = LiveNetwork::firstNextHop);
-    for (std::uint32_t i = 0; i < flows; ++i) {
-        text += fmt::format("    - label: {}\n      adjacency: 1\n", Bench::firstLabel + i);
-    }
-    return text;
-}
-
-std::vector<Bytes> framesFor(const Case& of) {
-    std::vector<Bytes> frames =
-        of.traffic == Traffic::ipv4 ? Bench::ipv4Frames(flows) : Bench::labelledFrames(flows);
-    for (Bytes& frame : frames) {
-        frame[5] = of.station();
-    }
-    return frames;
-}
 
 void count(benchmark::State& state, const Passage& passage) {
     const auto received = static_cast<double>(passage.received);
@@ -114,7 +51,7 @@ void count(benchmark::State& state, const Passage& passage) {
     state.counters["machine_ns/frame"] = perFrame(passage.machineSeconds, received);
 }
 
-void measure(benchmark::State& state, LiveNetwork& network, const Case& of,
+void measure(benchmark::State& state, LiveNetwork& network, const LiveCase& of,
              std::uint64_t framesPerSecond) {
     network.kernelForwardingIs(of.router == "kernel");
     const auto taps = of.hasTaps() ? std::make_unique<Bench::BridgedTaps>() : nullptr;
@@ -134,7 +71,7 @@ void measure(benchmark::State& state, LiveNetwork& network, const Case& of,
     }
 }
 
-void registerCase(LiveNetwork& network, const Case& of, std::uint64_t framesPerSecond) {
+void registerCase(LiveNetwork& network, const LiveCase& of, std::uint64_t framesPerSecond) {
     const std::string rate = framesPerSecond == asManyAsCanBe
                                  ? "/full"
                                  : "/" + std::to_string(framesPerSecond / 1000) + "k";
@@ -167,6 +104,7 @@ int main(int argc, char** argv) {
         }
         registerCase(*network, {"xdp", Traffic::labelled}, framesPerSecond);
     }
+    Bench::registerLatencyBenchmarks(*network);
     Bench::registerRerouteBenchmarks(*network);
     benchmark::RunSpecifiedBenchmarks();
     return 0;

@@ -70,9 +70,12 @@ Step makeIpRouteChange(Random& random, Network& network) {
     L3::Route route;
     const bool isKnown = random.chance(30);
     const IpGenPrefix prefix = isKnown ? random.pick(network.prefixes) : somePrefix(random);
-    const std::uint32_t vrf = random.below(3);
+    const std::uint32_t vrf = random.below(4);
     route.key = {L3::RouteKey::mainTable + vrf, prefix.address(), prefix.length()};
-    route.vrf = L3::VrfName(std::string_view(vrf == 0 ? "" : vrf == 1 ? "red" : "blue"));
+    route.vrf = L3::VrfName(std::string_view(vrf == 0   ? ""
+                                             : vrf == 1 ? "red"
+                                             : vrf == 2 ? "blue"
+                                                        : "green"));
     const std::string name =
         fmt::format("route {}/{} of VRF {}", prefix.address().text(), prefix.length(), vrf);
     if (isKnown && random.chance(50)) {

@@ -32,6 +32,7 @@ class Router {
     // What changes of a script work on.
     Mpls::TablePublisher& publisher() noexcept { return publisher_; }
     OvixAgent::ForwardingTables& tables() noexcept { return tables_; }
+    Ovix::PluginManager& manager() noexcept { return *state_->manager(); }
     /// Goes over to another configuration of the script, as at a reload.
     void configure(std::size_t config);
     /// The tables' changes become visible.

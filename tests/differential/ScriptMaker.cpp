@@ -13,7 +13,7 @@ namespace Differential {
 namespace {
 
 constexpr std::size_t configs = 3;
-constexpr std::size_t bursts = 100;
+constexpr std::size_t bursts = 250;
 
 class ScriptMaker {
   public:
@@ -87,7 +87,7 @@ class ScriptMaker {
             time_ += random_.below(1'000'000);
             step.frames.push_back(makeFrame(random_, network_, time_));
         }
-        step.looksAtCounters = random_.chance(60);
+        step.looksAtCounters = random_.chance(30);
         script_.steps.push_back(std::move(step));
     }
 

@@ -114,11 +114,17 @@ Via anyVia(Random& random, const Network& network) {
                     : swapVia(random, network, 3);
 }
 
+/// Small weights, or such that the sum is near the largest one may be.
+std::uint32_t someWeight(Random& random, bool isLarge, std::uint32_t vias) {
+    return isLarge ? random.below((std::uint64_t{1} << 32U) / vias - 1) : random.below(6);
+}
+
 std::vector<WeightedVia> manyVias(Random& random, const Network& network) {
     std::vector<WeightedVia> vias;
     const std::uint32_t count = 2 + random.below(random.chance(90) ? 5 : 40);
+    const bool isLarge = random.chance(20);
     for (std::uint32_t i = 0; i < count; ++i) {
-        vias.push_back({anyVia(random, network), random.below(6)});
+        vias.push_back({anyVia(random, network), someWeight(random, isLarge, count)});
     }
     vias.back().weight += 1;
     return vias;
@@ -127,7 +133,7 @@ std::vector<WeightedVia> manyVias(Random& random, const Network& network) {
 ViaSet lookupSet(Random& random) {
     ViaSet set;
     set.type = random.chance(80) ? LfibViaType::ipLookup : LfibViaType::ipLookupPerPrefix;
-    const char* vrf = random.pick({"", "red", "blue", "default", "unheard-of"});
+    const char* vrf = random.pick({"", "red", "blue", "green", "default", "unheard-of"});
     const auto payload = random.chance(60) ? Mpls::PayloadType::automatic
                                            : static_cast<Mpls::PayloadType>(random.below(6));
     set.vias = {{legal([&] {

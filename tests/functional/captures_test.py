@@ -143,6 +143,15 @@ class Stations(AgentTest):
         self.assertEqual(len(self.run_frames(KNOWN, frames, "--any-mac").frames("east")), 3)
 
 
+    def test_the_fast_path_changes_nothing_but_the_time(self):
+        frames = [mpls([100]), mpls([999]), mpls([100]), mpls([(100, 0, 1)])] * 5
+        both = [self.run_frames(KNOWN, frames, "--fast-path", path) for path in ("on", "off")]
+        self.assertEqual(len(both[0].frames("east")), 10)
+        for capture in ("east", "cpu"):
+            self.assertEqual(both[0].frames(capture), both[1].frames(capture))
+        self.assertEqual(both[0].json, both[1].json)
+
+
 class Ends(AgentTest):
     """How a run ends before its captures do."""
 

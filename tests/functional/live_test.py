@@ -85,6 +85,10 @@ print(len(stream), hashlib.sha256(stream).hexdigest())""").communicate(timeout=D
         result = self.stop(process)
         self.assertEqual([(entry["label"], entry["packets"]) for entry in result["labels"]],
                          [(100, 30)])
+        paths = {entry["reason"]: entry["count"] for entry in result["counters"]
+                 if entry["category"] == "Path"}
+        self.assertGreaterEqual(paths["fast"], 25)
+        self.assertLessEqual(paths["fast"] + paths["slow"], result["in"]["frames"])
 
     def test_labels_are_swapped_past_the_hosts_stack(self):
         process = self.start(kind="xdp")

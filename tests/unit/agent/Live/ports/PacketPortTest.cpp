@@ -147,6 +147,77 @@ TEST_F(PacketPortTest, ThousandsOfFramesArriveInOrderWithinTheBudget) {
     EXPECT_EQ(right.counts().of(LiveEvent::ringFull), 0U);
 }
 
+TEST_F(PacketPortTest, FramesThatHaveComeAreHandedOnInBursts) {
+    PacketPort left(0, "left", PacketIntake::labelled);
+    PacketPort right(1, "right", PacketIntake::labelled);
+    for (std::uint32_t i = 0; i < 150; ++i) {
+        transmit(left, toRight({ethMpls}, i));
+    }
+    left.flush();
+    std::vector<std::size_t> sizes;
+    const OvixAgent::BurstVisitor look = [&](std::span<OvixAgent::WritableFrame> burst) {
+        sizes.push_back(burst.size());
+    };
+    std::size_t received = 0;
+    EXPECT_TRUE(TestSupport::pollUntil([&] { return right.descriptor(); },
+                                       [&] { received += right.receive(look, 1000); },
+                                       [&] { return received == 150; }));
+    EXPECT_EQ(*std::max_element(sizes.begin(), sizes.end()), OvixAgent::burstFrames);
+}
+
+// The kernel delivers a frame on a virtual link while it is being sent, unless it is busy.
+TEST_F(PacketPortTest, AFrameIsHandedOnAsSoonAsItHasCome) {
+    PacketPort left(0, "left", PacketIntake::labelled);
+    PacketPort right(1, "right", PacketIntake::labelled);
+    constexpr std::uint32_t count = 100;
+    std::size_t atOnce = 0;
+    const auto ignore = [](const Frame&) {};
+    for (std::uint32_t i = 0; i < count; ++i) {
+        send(left, toRight({ethMpls}, i));
+        atOnce += right.receive(each(ignore), 1);
+    }
+    EXPECT_GT(atOnce, count / 2);
+}
+
+TEST_F(PacketPortTest, FramesAroundTheSizeOfASlotArriveWholeAndInOrder) {
+    ip("link set left mtu 9000");
+    ip("link set right mtu 9000");
+    std::vector<Bytes> frames;
+    for (std::size_t payload = 1550; payload < 1700; ++payload) {
+        frames.push_back(toRight({ethMpls}, 1, payload));
+        frames.push_back(toRight({ethVlan, 5, ethMpls}, 2, payload));
+        frames.push_back(toRight({ethMpls}, 3, payload % 3 == 0 ? 9000 : 50));
+    }
+    EXPECT_EQ(passed(PacketIntake::labelled, frames), frames);
+}
+
+TEST_F(PacketPortTest, CountsLongFramesThatOverflowTheQueueAndCutsNoneShort) {
+    constexpr std::uint64_t count = 2000;
+    constexpr std::size_t payload = 60000;
+    ip("link set left mtu 65535");
+    ip("link set right mtu 65535");
+    PacketPort left(0, "left", PacketIntake::labelled);
+    PacketPort right(1, "right", PacketIntake::labelled);
+    const Bytes frame = toRight({ethMpls}, 0, payload);
+    for (std::uint64_t i = 0; i < count; ++i) {
+        transmit(left, frame);
+    }
+    left.flush();
+    ASSERT_EQ(left.counts().of(LiveEvent::sent), count);
+    std::uint64_t received = 0;
+    const auto look = [&](const Frame& each) {
+        EXPECT_EQ(each.bytes.size(), frame.size());
+        ++received;
+    };
+    const auto lost = [&] { return right.counts().of(LiveEvent::ringFull); };
+    EXPECT_TRUE(TestSupport::pollUntil([&] { return right.descriptor(); },
+                                       [&] { right.receive(each(look), 500); },
+                                       [&] { return received + lost() == count; }));
+    EXPECT_GT(received, 0U);
+    EXPECT_GT(lost(), 0U);
+    EXPECT_EQ(right.counts().of(LiveEvent::truncated), 0U);
+}
+
 TEST_F(PacketPortTest, CountsFramesThatOverflowTheRing) {
     constexpr std::uint64_t count = 30000;
     PacketPort left(0, "left", PacketIntake::labelled);

@@ -173,6 +173,29 @@ TEST_F(XdpPortTest, SendingNoticesADeletedInterface) {
     EXPECT_EQ(right->counts().of(LiveEvent::interfaceGone), 2U); // the frame, and the port
 }
 
+TEST_F(XdpPortTest, FramesStayWhileTheyAreLentWhateverSendingNotices) {
+    for (std::uint32_t i = 0; i < 10; ++i) {
+        transmit(*left, toRight({ethMpls}, i));
+    }
+    left->flush();
+    std::uint32_t next = 0;
+    const auto look = [&](const Frame& frame) {
+        if (next == 0) {
+            ip("link del right");
+            for (std::uint32_t i = 0; i <= OvixAgent::XdpSocket::buffers; ++i) {
+                transmit(*right, toLeft({ethMpls}));
+            }
+            EXPECT_TRUE(right->isOpen());
+        }
+        EXPECT_EQ(Bytes(frame.bytes.begin(), frame.bytes.end()), toRight({ethMpls}, next));
+        ++next;
+    };
+    EXPECT_TRUE(pollUntil([&] { return right->descriptor(); },
+                          [&] { right->receive(each(look), 64); }, [&] { return next == 10; }));
+    EXPECT_EQ(right->receive(each(ignore), 64), 0U);
+    EXPECT_FALSE(right->isOpen());
+}
+
 TEST_F(XdpPortTest, SurvivesALinkGoingDownAndUp) {
     ip("link set right down");
     send(*right, toLeft({ethMpls}, 1));
