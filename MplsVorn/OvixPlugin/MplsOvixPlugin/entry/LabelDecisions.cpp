@@ -7,6 +7,7 @@
 #include "FrameEvents.h"
 #include "MplsOvixPlugin.h"
 #include "Ovix/packet/TtlBytes.h"
+#include "Ovix/rewrite/MplsRewrites.h"
 #include "Ovix/viaset/ViaSets.h"
 #include "Wire/Ip.h"
 #include "entry/MplsRoutingHandler.h"
@@ -49,6 +50,16 @@ Ptr<PacketContext> modelPacket(Lumo::MplsLabelEntry entry, Beneath beneath) {
     entry.store(bytes.data());
     std::copy(payload.begin(), payload.end(), bytes.begin() + entrySize);
     return Tessel::make<PacketContext>(packet, PktHdrType::mpls);
+}
+
+/// Whether a rewrite depends on what lies beneath the label: a pop alone does.
+bool exposesPayload(const RoutingNexthop& nexthop) noexcept {
+    for (const Ptr<RewriteInfo>& info : nexthop.rewriteInfos().rewrites()) {
+        if (info->typeName() == MplsPopRewriteInfo::infoTypeName) {
+            return true;
+        }
+    }
+    return false;
 }
 
 LabelDecision::Events taken(OvixNamedCounters& counters) {
@@ -117,6 +128,9 @@ bool MplsRoutingHandler::chooseVia(const Ptr<MplsContext>& context, std::uint32_
     choice.events = taken(*modelEvents_);
     const Ptr<RoutingNexthop>& nexthop = context->nexthops()->nexthopFront();
     choice.nexthop = nexthop->unresolved() ? nullptr : nexthop;
+    if (choice.by == DecidedBy::beneath && choice.nexthop && !exposesPayload(*nexthop)) {
+        choice.by = DecidedBy::label;
+    }
     if (choice.by == DecidedBy::destination) {
         // A header of another family has something else, or nothing, in the destination's place.
         const Ptr<PacketHeader>& payload = context->packetHeader();

@@ -61,11 +61,6 @@ ProcessingResult MplsIpViaTypeHandler::processMplsVia(const Ptr<MplsContext>& co
                                             : doProcessMplsVia(context);
 }
 
-DecidedBy MplsIpViaTypeHandler::decidedBy(const MplsContext& context) const {
-    const OvixMplsVia via = context.viaSet()->via(*context.viaIndex());
-    return via.action() == Lumo::MplsLabelAction::pop ? DecidedBy::beneath : DecidedBy::label;
-}
-
 ProcessingResult MplsIpViaTypeHandler::doProcessMplsVia(const Ptr<MplsContext>& context) {
     Tessel::hardAssert(context->viaIndex().has_value(), "viaIndex must be set for transit vias");
     const OvixMplsVia via = context->viaSet()->via(*context->viaIndex());

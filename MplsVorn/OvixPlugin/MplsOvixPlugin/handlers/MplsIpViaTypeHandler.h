@@ -25,8 +25,7 @@ class MplsIpViaTypeHandler : public MplsViaTypeHandler {
                            const Ptr<Counter::OvixLfibCounterCollection>& counterCollection);
 
     ProcessingResult processMplsVia(const Ptr<MplsContext>& context) override;
-    /// Only what a pop exposes matters beside the via.
-    DecidedBy decidedBy(const MplsContext& context) const override;
+    DecidedBy decidedBy(const MplsContext&) const override { return DecidedBy::beneath; }
     ProcessingResult doProcessMplsVia(const Ptr<MplsContext>& context);
     /// Adds the replica of one via of a multicast set.
     ProcessingResult doProcessMplsMulticastVia(const Ptr<MplsContext>& context);
