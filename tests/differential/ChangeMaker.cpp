@@ -139,7 +139,7 @@ Step portChange(Random& random, Network& network) {
         const Lumo::EthAddr mac{2, 0, 0, 2, static_cast<std::uint8_t>(port), random.byte()};
         network.ports[port].mac = mac;
         return {fmt::format("port {}: mac :{:02x}", name, mac.back()),
-                [port, mac](Router& router) { router.tables().ports.ports()[port].mac = mac; }};
+                [port, mac](Router& router) { router.tables().ports.macIs(port, mac); }};
     }
     const bool isUp = of < 7;
     return {fmt::format("port {}: {}", name, isUp ? "up" : "down"),

@@ -94,6 +94,10 @@ Decision Decider::decisionFor(Beneath beneath) {
 }
 
 Decision Decider::decisionFor(const LabelDecision::Choice& choice, Beneath beneath) {
+    if (choice.terminates) {
+        const auto events = events_->setOf(choice.events);
+        return events ? made(Action::terminate, *events) : Decision();
+    }
     if (!choice.nexthop) {
         return dropFor(choice);
     }
@@ -109,10 +113,13 @@ Decision Decider::dropFor(const LabelDecision::Choice& choice) {
     const auto isReason = [](const auto* event) { return !event->isLookup; };
     const auto reason = std::find_if(choice.events.rbegin(), choice.events.rend(), isReason);
     const auto events = events_->setOf(choice.events);
-    if (reason == choice.events.rend() || !events) {
+    LabelDecision::Events whole = answer_.lookup;
+    whole.insert(whole.end(), choice.events.begin(), choice.events.end());
+    const auto all = events_->setOf(whole);
+    if (reason == choice.events.rend() || !events || !all) {
         return {};
     }
-    return made(Action::drop, decisions_->drops.add({*events, (*reason)->reason, nullptr}));
+    return made(Action::drop, decisions_->drops.add({*events, *all, (*reason)->reason, nullptr}));
 }
 
 /// The MPLS hash of a plugin or agent that hashes in another way is not known here.

@@ -21,6 +21,7 @@ enum class Action : std::uint8_t {
     rewrite,   ///< `value`: number of a DecidedRewrite
     circuit,   ///< `value`: number of a DecidedCircuit
     lookup,    ///< `value`: number of a DecidedLookup
+    terminate, ///< popped, and the label beneath decides; `value`: number of a set of events
     choice,    ///< `value`: number of a DecidedChoice
     byBeneath, ///< `value`: number of a DecidedByBeneath
 };
@@ -40,6 +41,7 @@ static_assert(sizeof(Decision) == 16);
 /// A frame goes no further.
 struct DecidedDrop {
     std::uint16_t events = 0;                         ///< number of a set
+    std::uint16_t all = 0;                            ///< the same with those of the lookup
     std::string_view reason;                          ///< of a counter
     Ovix::OvixNamedCounters::Counter* fate = nullptr; ///< null until first counted
 };

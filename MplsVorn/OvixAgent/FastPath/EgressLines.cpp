@@ -21,7 +21,7 @@ void EgressLines::resolveAll() {
     for (std::size_t i = 0; i < lines_.size(); ++i) {
         lines_[i] = resolve(keys_[i]);
     }
-    seen_ = tables_->neighbours.changes();
+    seen_ = changes();
 }
 
 EgressLine EgressLines::resolve(const EgressKey& key) const {
@@ -31,8 +31,7 @@ EgressLine EgressLines::resolve(const EgressKey& key) const {
     const bool isAddressed = key.address.family() != Lumo::IpFamily::none;
     const Lumo::EthAddr* const mac = isAddressed ? tables_->neighbours.find(key.address, key.port)
                                                  : tables_->neighbours.only(key.port);
-    line.isKnown = mac != nullptr;
-    line.mac = mac != nullptr ? *mac : Lumo::EthAddr{};
+    line.neighbourIs(mac);
     line.tagsAre(tagsToSend({}, line.port->tagging, key.vlan));
     return line;
 }

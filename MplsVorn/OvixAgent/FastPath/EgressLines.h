@@ -24,12 +24,20 @@ struct EgressKey {
 /// What is needed to send to a next hop; one cache line.
 struct alignas(64) EgressLine {
     Port* port = nullptr;
-    std::uint32_t mtu = 0; ///< 0: the port's
-    bool isKnown = false;  ///< the neighbour's MAC address is
-    Lumo::EthAddr mac{};
+    std::uint32_t mtu = 0;                                       ///< 0: the port's
+    bool isKnown = false;                                        ///< the neighbour's MAC address is
+    std::array<std::uint8_t, 2 * Lumo::EthAddr().size()> macs{}; ///< the neighbour's, the port's
     std::uint8_t tagBytes = 0;
     std::array<std::uint8_t, 8> tags{}; ///< to send with frames that came without
 
+    /// Null: the neighbour's MAC address is not known.
+    void neighbourIs(const Lumo::EthAddr* mac) noexcept {
+        isKnown = mac != nullptr;
+        if (isKnown) {
+            std::copy(mac->begin(), mac->end(), macs.begin());
+        }
+        std::copy(port->mac.begin(), port->mac.end(), macs.begin() + port->mac.size());
+    }
     void tagsAre(const VlanTags& sent) noexcept {
         tagBytes = static_cast<std::uint8_t>(sent.count * Wire::Tag::size);
         assert(tagBytes <= tags.size());
@@ -51,14 +59,11 @@ class EgressLines {
     explicit EgressLines(ForwardingTables& tables) noexcept : tables_(&tables) {}
 
     std::uint32_t numberOf(const EgressKey& key);
-    const EgressLine& operator[](std::uint32_t number) const noexcept {
-        assert(number < lines_.size());
-        return lines_[number];
-    }
+    const EgressLine& operator[](std::uint32_t number) const noexcept { return lines_[number]; }
 
     /// To be called before each use: takes over what has changed of neighbours.
     void refresh() {
-        if (seen_ != tables_->neighbours.changes()) [[unlikely]] {
+        if (seen_ != changes()) [[unlikely]] {
             resolveAll();
         }
     }
@@ -70,13 +75,16 @@ class EgressLines {
         std::size_t operator()(const EgressKey& key) const noexcept;
     };
 
+    std::uint64_t changes() const noexcept {
+        return tables_->neighbours.changes() + tables_->ports.macChanges();
+    }
     EgressLine resolve(const EgressKey& key) const;
 
     ForwardingTables* tables_;
     std::vector<EgressLine> lines_;
     std::vector<EgressKey> keys_; ///< of the lines
     std::unordered_map<EgressKey, std::uint32_t, Hash> numbers_;
-    std::uint64_t seen_ = 0; ///< changes of neighbours
+    std::uint64_t seen_ = 0; ///< changes()
 };
 
 } // namespace OvixAgent

@@ -7,6 +7,19 @@ namespace OvixAgent {
 EventSets::EventSets(Ptr<Ovix::OvixNamedCounters> counters)
     : counters_(std::move(counters)), sets_(1) {}
 
+void EventSets::settle() {
+    if (times_ == 0) {
+        return;
+    }
+    for (Event& event : sets_[counted_]) {
+        if (event.counter == nullptr) {
+            event.counter = &counters_->counter(event.key());
+        }
+        event.counter->count += event.times * times_;
+    }
+    times_ = 0;
+}
+
 std::optional<std::uint16_t> EventSets::setOf(const Ovix::LabelDecision::Events& events) {
     if (events.empty()) {
         return none;

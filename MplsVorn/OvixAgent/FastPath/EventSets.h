@@ -22,15 +22,15 @@ class EventSets {
     /// Unset when there are too many different sets.
     std::optional<std::uint16_t> setOf(const Ovix::LabelDecision::Events& events);
 
+    /// Counts once; to be seen after settle().
     void count(std::uint16_t set) {
-        assert(set < sets_.size());
-        for (Event& event : sets_[set]) {
-            if (event.counter == nullptr) [[unlikely]] {
-                event.counter = &counters_->counter(event.key());
-            }
-            event.counter->count += event.times;
+        if (set != counted_) {
+            settle();
+            counted_ = set;
         }
+        ++times_;
     }
+    void settle();
 
   private:
     /// One event, how often it follows itself. Its counter comes into being with the first count.
@@ -44,6 +44,9 @@ class EventSets {
         }
     };
     static constexpr std::size_t most = 4096;
+
+    std::uint16_t counted_ = none; ///< last, and how often since settle()
+    std::uint64_t times_ = 0;
 
     Ptr<Ovix::OvixNamedCounters> counters_;
     std::vector<std::vector<Event>> sets_;

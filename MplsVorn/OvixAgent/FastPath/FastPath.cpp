@@ -26,8 +26,25 @@ bool isForPort(const std::uint8_t* frame, const Port& port) noexcept {
 FastPath::FastPath(Forwarder& forwarder, const Ptr<Ovix::PluginManager>& manager,
                    ForwardingTables& tables, Mpls::PublishedTables& published)
     : forwarder_(&forwarder), tables_(&tables), inputSteps_(manager->genericPipelineSteps()),
-      departures_(forwarder.accounts()), ipHop_(tables),
-      labels_(forwarder.namedCounters(), manager, tables, published, ipHop_, departures_) {}
+      departures_(forwarder.accounts()), ipHop_(tables), lines_(tables),
+      labels_(forwarder.namedCounters(), manager, tables, published, lines_, ipHop_, departures_),
+      circuits_(manager, tables, lines_, departures_) {}
+
+/// The frame that most are: untagged and labelled, at a port without sub-interfaces.
+[[gnu::always_inline]] inline bool FastPath::forwardPlain(WritableFrame& frame) {
+    const Intake& intake = intakes_[frame.port];
+    if (intake.isPlain && frame.size >= shortest && frame.size == frame.originalLength &&
+        Lumo::NetU16::load(frame.bytes + Ethernet::etherTypeAt).value() == Wire::EtherType::mpls &&
+        intake.port->mpls && isForPort(frame.bytes, *intake.port)) [[likely]] {
+        PacketWork work;
+        work.frame = &frame;
+        work.packet = frame.bytes + Ethernet::size;
+        work.length = frame.size - static_cast<std::uint32_t>(Ethernet::size);
+        work.port = frame.port;
+        return labels_.forward(work);
+    }
+    return forward(frame);
+}
 
 std::size_t FastPath::receive(std::span<WritableFrame> burst) {
     const bool isFast = isReady();
@@ -36,12 +53,12 @@ std::size_t FastPath::receive(std::span<WritableFrame> burst) {
         for (; done < burst.size(); ++done) {
             if (isFast) {
                 prefetch(burst, done);
-                if (forward(burst[done])) {
+                if (forwardPlain(burst[done])) {
                     ++counts_.fast;
                     continue;
                 }
             }
-            departures_.flush();
+            settle();
             current_ = burst[done].frame();
             forwarder_->receive(current_);
             ++counts_.slow;
@@ -50,8 +67,14 @@ std::size_t FastPath::receive(std::span<WritableFrame> burst) {
     } catch (const Tessel::SnapshotLost&) {
         // The caller refreshes the tables and passes the rest again.
     }
-    departures_.flush();
+    settle();
     return done;
+}
+
+/// What decisions have done so far is done before anything else.
+void FastPath::settle() {
+    labels_.settle();
+    departures_.flush();
 }
 
 /// Whether decisions may be used for the frames at hand.
@@ -62,8 +85,11 @@ bool FastPath::isReady() {
     if (const std::uint64_t version = labels_.version(); version != version_) [[unlikely]] {
         version_ = version;
         labels_.restart();
+        lines_.resolveAll();
+        circuits_.restart();
         readPorts();
     }
+    lines_.refresh();
     return true;
 }
 
@@ -81,8 +107,10 @@ void FastPath::readPorts() {
         const bool isCircuit = tables_->pseudowires.isCircuit(i);
         const auto fib = tables_->vrfs->number(ports[i].vrf.view());
         const bool isVlan = ports[i].tagging.kind == Tagging::Kind::subInterface;
-        intakes_[i] = {!isCircuit && ignoresLabels, !isCircuit && ignoresIp && fib,
-                       tables_->ports.hasVlans(i), isVlan, fib.value_or(0)};
+        const bool isPlain = ignoresLabels && !isCircuit && !isVlan && !tables_->ports.hasVlans(i);
+        intakes_[i] = {&ports[i],        isPlain,        ignoresLabels,
+                       ignoresIp && fib, isCircuit,      tables_->ports.hasVlans(i),
+                       isVlan,           fib.value_or(0)};
     }
 }
 
@@ -106,6 +134,11 @@ bool FastPath::forward(WritableFrame& frame) {
     PacketWork work;
     work.frame = &frame;
     work.port = frame.port;
+    if (intakes_[work.port].isCircuit) {
+        work.packet = frame.bytes;
+        work.length = frame.size;
+        return !intakes_[work.port].hasVlans && circuits_.forward(work);
+    }
     switch (takeIn(work).value_or(0)) {
     case Wire::EtherType::mpls:
         return intakes_[work.port].takesLabels && tables_->ports.ports()[work.port].mpls &&
@@ -128,7 +161,7 @@ std::optional<std::uint16_t> FastPath::takeIn(PacketWork& work) const {
     }
     const WritableFrame& frame = *work.frame;
     const std::uint32_t link = static_cast<std::uint32_t>(Ethernet::size) + work.tagBytes;
-    if (frame.size < link + Lumo::MplsLabelEntry::size ||
+    if (frame.size < link + Lumo::MplsLabelEntry::size || intakes_[work.port].isCircuit ||
         !isForPort(frame.bytes, tables_->ports.ports()[work.port])) {
         return std::nullopt;
     }

@@ -5,7 +5,9 @@
 #include <span>
 #include <vector>
 
+#include "FastPath/CircuitForwarding.h"
 #include "FastPath/Departures.h"
+#include "FastPath/EgressLines.h"
 #include "FastPath/IpHop.h"
 #include "FastPath/LabelForwarding.h"
 #include "Forwarding/Forwarder.h"
@@ -48,8 +50,11 @@ class FastPath {
   private:
     /// What is fixed about a port between two configurations.
     struct Intake {
+        const Port* port = nullptr;
+        bool isPlain = false; ///< takes labelled frames, and no tags
         bool takesLabels = false;
         bool takesIp = false;
+        bool isCircuit = false;
         bool hasVlans = false; ///< sub-interfaces
         bool isVlan = false;   ///< a sub-interface, at which no frame comes in itself
         std::uint32_t fib = 0; ///< number of its VRF
@@ -58,6 +63,8 @@ class FastPath {
     bool isReady();
     void readPorts();
     void prefetch(std::span<const WritableFrame> burst, std::size_t at) const noexcept;
+    void settle();
+    bool forwardPlain(WritableFrame& frame);
     bool forward(WritableFrame& frame);
     std::optional<std::uint16_t> takeIn(PacketWork& work) const;
     bool findSubInterface(PacketWork& work) const;
@@ -68,7 +75,9 @@ class FastPath {
     Ptr<Ovix::AllGenericPipelineSteps> inputSteps_;
     Departures departures_;
     IpHop ipHop_;
+    EgressLines lines_;
     LabelForwarding labels_;
+    CircuitForwarding circuits_;
     std::vector<Intake> intakes_; ///< by port
     std::uint64_t version_ = ~std::uint64_t{0};
     Frame current_;

@@ -87,7 +87,9 @@ std::optional<Frame> IpHop::route(const Fib& fib, PacketWork work, Port*& port) 
     Port& out = tables_->ports.ports()[via->port];
     const Lumo::EthAddr* const mac = macFor(*via, work);
     const Push push = pushOf(*via);
-    EgressLine line{&out, 0, mac != nullptr, mac != nullptr ? *mac : Lumo::EthAddr{}, 0, {}};
+    EgressLine line;
+    line.port = &out;
+    line.neighbourIs(mac);
     if (!line.takes(work.length + push.bytes) || !work.hasRoom(push.bytes)) {
         return std::nullopt;
     }
@@ -98,7 +100,7 @@ std::optional<Frame> IpHop::route(const Fib& fib, PacketWork work, Port*& port) 
         pushLabels(push, work);
     }
     port = &out;
-    return withLinkHeader(work, line);
+    return withLinkHeader(work, line, etherTypeOf(work.type));
 }
 
 } // namespace OvixAgent

@@ -17,10 +17,6 @@ using Ovix::PktHdrType;
 
 constexpr std::uint32_t firstOrdinaryLabel = 16;
 
-std::uint32_t labelOf(Lumo::MplsLabelEntry entry) noexcept {
-    return entry.word().value() >> 12U;
-}
-
 /// What lies beneath the top label of a packet, as far as decisions distinguish it.
 std::optional<Beneath> beneathTop(Wire::Bytes packet) noexcept {
     const Wire::Bytes rest = packet.subspan(Lumo::MplsLabelEntry::size);
@@ -43,29 +39,39 @@ std::optional<Beneath> beneathTop(Wire::Bytes packet) noexcept {
 
 LabelForwarding::LabelForwarding(const Ptr<Ovix::OvixNamedCounters>& counters,
                                  const Ptr<Ovix::PluginManager>& manager, ForwardingTables& tables,
-                                 const Mpls::PublishedTables& published, const IpHop& ipHop,
-                                 Departures& departures)
-    : events_(counters), lines_(tables), decisions_(published),
-      decider_(manager, tables, decisions_, lines_, events_), ipHop_(&ipHop), tables_(&tables),
+                                 const Mpls::PublishedTables& published, EgressLines& lines,
+                                 const IpHop& ipHop, Departures& departures)
+    : events_(counters), lines_(&lines), decisions_(published),
+      decider_(manager, tables, decisions_, lines, events_), ipHop_(&ipHop), tables_(&tables),
       departures_(&departures) {}
 
-void LabelForwarding::restart() {
-    decisions_.voidAll();
-    lines_.resolveAll();
-}
-
-void LabelForwarding::prefetch(const std::uint8_t* top) const noexcept {
-    __builtin_prefetch(decisions_.place(labelOf(Lumo::MplsLabelEntry::load(top))));
-}
-
-bool LabelForwarding::forward(PacketWork work) {
-    const auto top = Lumo::MplsLabelEntry::load(work.packet);
-    const std::uint32_t label = labelOf(top);
-    if (label < firstOrdinaryLabel || top.ttl() <= 1) {
-        return false;
+bool LabelForwarding::forwardOther(PacketWork& work) {
+    Counted counted;
+    for (;;) {
+        const auto top = Lumo::MplsLabelEntry::load(work.packet);
+        const std::uint32_t label = labelOf(top);
+        if (label < firstOrdinaryLabel || top.ttl() <= 1) {
+            return false;
+        }
+        const Decision* const found = decisionFor(label, work);
+        if (found == nullptr) {
+            return false;
+        }
+        const Decision decision = *found;
+        if (decision.action == Action::drop && !decisions_.at(label).isFound) {
+            return counted.count == 0 && drop(decision, counted, work);
+        }
+        if (!lookUpAll(decisions_.at(label), work, counted)) {
+            return false;
+        }
+        if (decision.action != Action::terminate) {
+            return follow(decision, counted, work);
+        }
+        counted.add(static_cast<std::uint16_t>(decision.value));
+        work.packet += Lumo::MplsLabelEntry::size;
+        work.length -= static_cast<std::uint32_t>(Lumo::MplsLabelEntry::size);
+        work.ended = true;
     }
-    const Decision* const decision = decisionFor(label, work);
-    return decision != nullptr && follow(*decision, decisions_.at(label), work);
 }
 
 /// Whether the forwarder has done enough since to pay for a decision.
@@ -81,84 +87,86 @@ bool LabelForwarding::mayDecide() noexcept {
 /// Null: none can be made now, or not for this frame.
 const Decision* LabelForwarding::decisionFor(std::uint32_t label, const PacketWork& work) {
     const Decision& decision = decisions_.at(label);
-    if (decisions_.isValid(decision) && decision.action != Action::byBeneath) [[likely]] {
-        return &decision;
-    }
-    const std::optional<Beneath> beneath = beneathTop(work.bytes());
-    if (!beneath) {
-        return nullptr;
-    }
-    if (!decisions_.isValid(decision)) {
-        if (!mayDecide()) {
+    if (!decisions_.isValid(decision)) [[unlikely]] {
+        const std::optional<Beneath> beneath = beneathTop(work.bytes());
+        if (!beneath || !mayDecide()) {
             return nullptr;
         }
         decider_.decide(label, *beneath);
     }
-    return decision.action == Action::byBeneath ? decidedBeneath(decision, label, *beneath)
-                                                : &decision;
+    return decision.action == Action::byBeneath ? decidedBeneath(decision, label, work) : &decision;
 }
 
 const Decision* LabelForwarding::decidedBeneath(const Decision& decision, std::uint32_t label,
-                                                Beneath beneath) {
-    const auto kind = static_cast<std::size_t>(beneath);
+                                                const PacketWork& work) {
+    const std::optional<Beneath> beneath = beneathTop(work.bytes());
+    if (!beneath) {
+        return nullptr;
+    }
+    const auto kind = static_cast<std::size_t>(*beneath);
     if (!decisions_.isValid(decisions_.byBeneath[decision.value].decisions[kind])) {
         if (!mayDecide()) {
             return nullptr;
         }
-        decider_.decideBeneath(label, beneath);
+        decider_.decideBeneath(label, *beneath);
     }
     return &decisions_.byBeneath[decision.value].decisions[kind];
 }
 
-/// Labels beneath one that was found are looked up, too, down to the first that is not found. False
-/// when one of them is not known here.
-bool LabelForwarding::lookUpInner(const PacketWork& work, InnerLookups& inner) {
-    auto entry = Lumo::MplsLabelEntry::load(work.packet);
-    if (entry.bos()) [[likely]] {
-        return true;
+/// Notes the events of looking up a label that is found, and those beneath it. False when one of
+/// them is not known here.
+bool LabelForwarding::lookUpAll(const Decision& top, const PacketWork& work, Counted& counted) {
+    if (counted.isFull()) {
+        return false;
     }
-    Wire::LabelWalk walk(work.bytes().subspan(Lumo::MplsLabelEntry::size));
+    counted.add(top.lookup);
+    return Lumo::MplsLabelEntry::load(work.packet).bos() || lookUpInner(work, counted);
+}
+
+/// Labels beneath one that was found are looked up, too, down to the first that is not found.
+bool LabelForwarding::lookUpInner(const PacketWork& work, Counted& counted) {
+    // The walk has positions for so many labels (Lumo::MplsStackEntryIndex).
+    std::size_t left = Lumo::MplsStackEntryIndex::nullValue - 1;
     bool isFound = true;
-    while (walk.next(entry)) {
+    Wire::LabelWalk walk(work.bytes().subspan(Lumo::MplsLabelEntry::size));
+    for (Lumo::MplsLabelEntry entry; walk.next(entry); --left) {
         const std::uint32_t label = labelOf(entry);
-        // The walk has positions for so many labels (Lumo::MplsStackEntryIndex).
-        if (label < firstOrdinaryLabel ||
-            inner.count + 2 >= std::size_t{Lumo::MplsStackEntryIndex::nullValue}) {
+        if (label < firstOrdinaryLabel || left == 0) {
             return false;
         }
         if (!isFound) {
             continue;
         }
-        Decision& decision = decisions_.at(label);
+        const Decision& decision = decisions_.at(label);
         if (!decisions_.isValid(decision)) {
             if (!mayDecide()) {
                 return false;
             }
             decider_.decide(label, Beneath::label);
         }
-        if (!decision.isLookupKnown) {
+        if (!decision.isLookupKnown || counted.isFull()) {
             return false;
         }
-        inner.sets[inner.count++] = decision.lookup;
+        counted.add(decision.lookup);
         isFound = decision.isFound;
     }
     return walk.isAtBottom();
 }
 
-bool LabelForwarding::follow(Decision decision, const Decision& top, PacketWork& work) {
+bool LabelForwarding::follow(Decision decision, const Counted& counted, PacketWork& work) {
     switch (decision.action) {
     case Action::swap:
-        return followSwap(decision, top, work);
+        return followSwap(decision, counted, work);
     case Action::rewrite:
-        return followRewrite(decision, top, work);
+        return followRewrite(decision, counted, work);
     case Action::circuit:
-        return followCircuit(decision, top, work);
+        return followCircuit(decision, counted, work);
     case Action::lookup:
-        return followLookup(decision, top, work);
+        return followLookup(decision, counted, work);
     case Action::drop:
-        return followDrop(decision, top, work);
+        return !work.ended && drop(decision, counted, work);
     case Action::choice:
-        return follow(chosen(decision, work), top, work);
+        return follow(chosen(decision, work), counted, work);
     default:
         return false;
     }
@@ -167,38 +175,28 @@ bool LabelForwarding::follow(Decision decision, const Decision& top, PacketWork&
 Decision LabelForwarding::chosen(const Decision& decision, const PacketWork& work) const {
     const DecidedChoice& choice = decisions_.choices[decision.value];
     const std::uint32_t residue =
-        Ovix::flowHash(PktHdrType::mpls, work.bytes()) % choice.totalWeight;
+        Ovix::flowHash(PktHdrType::mpls, work.received()) % choice.totalWeight;
     return choice.members[Tessel::weightedChoice(residue, choice.weights.size(),
                                                  [&](std::size_t i) { return choice.weights[i]; })];
 }
 
-bool LabelForwarding::followSwap(Decision decision, const Decision& top, PacketWork& work) {
-    InnerLookups inner;
-    if (!lookUpInner(work, inner)) {
-        return false;
-    }
-    const EgressLine& line = lines_[decision.egress];
+bool LabelForwarding::followSwap(const Decision& decision, const Counted& counted,
+                                 PacketWork& work) {
+    const EgressLine& line = (*lines_)[decision.egress];
     if (!line.takes(work.length) || !work.hasRoom(0)) {
         return false;
     }
-    constexpr std::uint32_t kept = 0xf00; // TC and S
-    const std::uint32_t entry = Lumo::MplsLabelEntry::load(work.packet).word().value();
-    Lumo::NetU32(decision.value | (entry & kept) | ((entry & 0xffU) - 1)).store(work.packet);
-    countLookups(top, inner);
-    countLabel(Lumo::MplsLabelEntry(Lumo::NetU32(entry)), work);
-    departures_->send(work, *line.port, withLinkHeader(work, line));
+    count(counted, EventSets::none);
+    swap(decision, Lumo::MplsLabelEntry::load(work.packet), line, work);
     return true;
 }
 
-bool LabelForwarding::followRewrite(Decision decision, const Decision& top, PacketWork& work) {
-    InnerLookups inner;
-    if (!lookUpInner(work, inner)) {
-        return false;
-    }
+bool LabelForwarding::followRewrite(const Decision& decision, const Counted& counted,
+                                    PacketWork& work) {
     const DecidedRewrite& rewrite = decisions_.rewrites[decision.value];
     const std::int32_t grows = growth(rewrite);
     const auto length = static_cast<std::uint32_t>(static_cast<std::int32_t>(work.length) + grows);
-    const EgressLine* line = rewrite.isToFec ? nullptr : &lines_[rewrite.egress];
+    const EgressLine* line = rewrite.isToFec ? nullptr : &(*lines_)[rewrite.egress];
     if (!work.hasRoom(static_cast<std::size_t>(std::max(grows, 0))) ||
         (line != nullptr && !line->takes(length))) {
         return false;
@@ -212,12 +210,11 @@ bool LabelForwarding::followRewrite(Decision decision, const Decision& top, Pack
             return false;
         }
     }
-    countLookups(top, inner);
-    events_.count(rewrite.events);
+    count(counted, rewrite.events);
     if (rewrite.isCounted) {
         countLabel(entry, work);
     }
-    departures_->send(work, *line->port, withLinkHeader(work, *line));
+    departures_->send(work, *line->port, withLinkHeader(work, *line, etherTypeOf(work.type)));
     return true;
 }
 
@@ -234,7 +231,7 @@ const EgressLine* LabelForwarding::rewriteTowardFec(const DecidedRewrite& rewrit
     applyRewrite(rewrite, work);
     const DecidedFec& fec = decisions_.fecs[rewrite.egress];
     const std::uint32_t residue = Ovix::flowHash(work.type, work.bytes()) % fec.totalWeight;
-    const EgressLine& line = lines_[fec.lines[Tessel::weightedChoice(
+    const EgressLine& line = (*lines_)[fec.lines[Tessel::weightedChoice(
         residue, fec.weights.size(), [&](std::size_t i) { return fec.weights[i]; })]];
     if (line.takes(work.length)) {
         return &line;
@@ -244,19 +241,15 @@ const EgressLine* LabelForwarding::rewriteTowardFec(const DecidedRewrite& rewrit
     return nullptr;
 }
 
-bool LabelForwarding::followCircuit(Decision decision, const Decision& top, PacketWork& work) {
-    InnerLookups inner;
-    if (!lookUpInner(work, inner)) {
-        return false;
-    }
+bool LabelForwarding::followCircuit(const Decision& decision, const Counted& counted,
+                                    PacketWork& work) {
     const DecidedCircuit& circuit = decisions_.circuits[decision.value];
     const Wire::Bytes frame = customersFrame(*circuit.pseudowire, work.bytes());
     if (frame.empty() || !circuit.port->isUp ||
         frame.size() > linkLength(frame) + circuit.port->mtu) {
         return false;
     }
-    countLookups(top, inner);
-    events_.count(circuit.events);
+    count(counted, circuit.events);
     if (circuit.isCounted) {
         countLabel(Lumo::MplsLabelEntry::load(work.packet), work);
     }
@@ -267,7 +260,8 @@ bool LabelForwarding::followCircuit(Decision decision, const Decision& top, Pack
     return true;
 }
 
-bool LabelForwarding::followLookup(Decision decision, const Decision& top, PacketWork& work) {
+bool LabelForwarding::followLookup(const Decision& decision, const Counted& counted,
+                                   PacketWork& work) {
     const DecidedLookup& lookup = decisions_.lookups[decision.value];
     const auto entry = Lumo::MplsLabelEntry::load(work.packet);
     work.packet += Lumo::MplsLabelEntry::size;
@@ -278,8 +272,7 @@ bool LabelForwarding::followLookup(Decision decision, const Decision& top, Packe
     if (!sent) {
         return false;
     }
-    countLookups(top, {});
-    events_.count(lookup.events);
+    count(counted, lookup.events);
     if (lookup.isCounted) {
         countLabel(entry, work);
     }
@@ -287,14 +280,14 @@ bool LabelForwarding::followLookup(Decision decision, const Decision& top, Packe
     return true;
 }
 
-bool LabelForwarding::followDrop(Decision decision, const Decision& top, PacketWork& work) {
-    InnerLookups inner;
-    if (top.isFound && !lookUpInner(work, inner)) {
-        return false;
-    }
+/// `counted` is empty when the label was not found.
+bool LabelForwarding::drop(const Decision& decision, const Counted& counted, PacketWork& work) {
     DecidedDrop& drop = decisions_.drops[decision.value];
-    countLookups(top, inner);
-    events_.count(drop.events);
+    if (counted.count == 0) {
+        events_.count(drop.all);
+    } else {
+        count(counted, drop.events);
+    }
     if (drop.fate == nullptr) {
         drop.fate = &departures_->fateOf(drop.reason);
     }
@@ -302,16 +295,13 @@ bool LabelForwarding::followDrop(Decision decision, const Decision& top, PacketW
     return true;
 }
 
-void LabelForwarding::countLookups(const Decision& top, const InnerLookups& inner) {
-    events_.count(top.lookup);
-    for (std::size_t i = 0; i < inner.count; ++i) {
-        events_.count(inner.sets[i]);
+void LabelForwarding::count(const Counted& counted, std::uint16_t last) {
+    for (std::size_t i = 0; i < counted.count; ++i) {
+        events_.count(counted.sets[i]);
     }
-}
-
-void LabelForwarding::countLabel(Lumo::MplsLabelEntry entry, const PacketWork& work) {
-    const auto key = Mpls::RouteKey::fromLabel(entry.label());
-    decider_.labelCounters()->counterCollectionIs(key).countBytes(work.counted());
+    if (last != EventSets::none) {
+        events_.count(last);
+    }
 }
 
 } // namespace OvixAgent

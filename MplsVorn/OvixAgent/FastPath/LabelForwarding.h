@@ -19,29 +19,55 @@ class LabelForwarding {
     /// Everything must outlive it.
     LabelForwarding(const Ptr<Ovix::OvixNamedCounters>& counters,
                     const Ptr<Ovix::PluginManager>& manager, ForwardingTables& tables,
-                    const Mpls::PublishedTables& published, const IpHop& ipHop,
+                    const Mpls::PublishedTables& published, EgressLines& lines, const IpHop& ipHop,
                     Departures& departures);
 
     /// Takes over what has changed since the last burst. False while decisions must not be used.
-    bool refresh() { return decisions_.refresh() && (lines_.refresh(), true); }
+    bool refresh() { return decisions_.refresh(); }
     /// Changes with what makes all decisions void: restart() is then to be called.
     std::uint64_t version() const noexcept { return decider_.version(); }
-    void restart();
+    void restart() noexcept { decisions_.voidAll(); }
 
     /// The packet starts with a label. False, and nothing is changed, when it is for the forwarder.
-    bool forward(PacketWork work);
+    bool forward(PacketWork& work) {
+        const auto top = Lumo::MplsLabelEntry::load(work.packet);
+        const Decision& decision = *decisions_.place(labelOf(top));
+        if (decisions_.isValid(decision) && decision.action == Action::swap && top.bos() &&
+            top.ttl() > 1) [[likely]] {
+            const EgressLine& line = (*lines_)[decision.egress];
+            if (line.takes(work.length) && line.tagBytes == 0) [[likely]] {
+                events_.count(decision.lookup);
+                swap(decision, top, line, work);
+                return true;
+            }
+        }
+        return forwardOther(work);
+    }
 
     /// Loads what the packet's top label will need.
-    void prefetch(const std::uint8_t* top) const noexcept;
+    void prefetch(const std::uint8_t* top) const noexcept {
+        const std::uint32_t label = labelOf(Lumo::MplsLabelEntry::load(top));
+        __builtin_prefetch(decisions_.place(label));
+        if (const auto* counters = decider_.labelCounters()) {
+            counters->prefetch(label);
+        }
+    }
+
+    /// Makes what has been counted visible; to be called before anybody else counts or reads.
+    void settle() { events_.settle(); }
 
     /// The forwarder has processed a frame: pays for decisions.
     void earn() noexcept { credit_ += credit_ < mostCredit ? 1 : 0; }
     std::uint64_t decided() const noexcept { return decided_; }
 
   private:
-    /// The lookups of the labels beneath the top one.
-    struct InnerLookups {
-        std::array<std::uint16_t, Lumo::MplsStackEntryIndex::nullValue> sets;
+    /// The sets of events to be counted once the frame is sure to be settled here: of its lookups,
+    /// and of the labels that end here.
+    struct Counted {
+        void add(std::uint16_t set) noexcept { sets[count++] = set; }
+        bool isFull() const noexcept { return count == sets.size(); }
+
+        std::array<std::uint16_t, 64> sets;
         std::size_t count = 0;
     };
     /// A decision costs about as much as routing so many frames; what the forwarder does for those
@@ -50,26 +76,48 @@ class LabelForwarding {
     static constexpr std::uint32_t costOfDecision = 8;
     static constexpr std::uint32_t mostCredit = 64 * costOfDecision;
 
+    static std::uint32_t labelOf(Lumo::MplsLabelEntry entry) noexcept {
+        return entry.word().value() >> 12U;
+    }
+
+    bool forwardOther(PacketWork& work);
     const Decision* decisionFor(std::uint32_t label, const PacketWork& work);
     const Decision* decidedBeneath(const Decision& decision, std::uint32_t label,
-                                   Ovix::Beneath beneath);
+                                   const PacketWork& work);
     bool mayDecide() noexcept;
-    bool lookUpInner(const PacketWork& work, InnerLookups& inner);
+    bool lookUpAll(const Decision& top, const PacketWork& work, Counted& counted);
+    bool lookUpInner(const PacketWork& work, Counted& counted);
 
-    bool follow(Decision decision, const Decision& top, PacketWork& work);
+    bool follow(Decision decision, const Counted& counted, PacketWork& work);
     Decision chosen(const Decision& decision, const PacketWork& work) const;
-    bool followSwap(Decision decision, const Decision& top, PacketWork& work);
-    bool followRewrite(Decision decision, const Decision& top, PacketWork& work);
+    bool followSwap(const Decision& decision, const Counted& counted, PacketWork& work);
+    bool followRewrite(const Decision& decision, const Counted& counted, PacketWork& work);
     const EgressLine* rewriteTowardFec(const DecidedRewrite& rewrite, PacketWork& work) const;
-    bool followCircuit(Decision decision, const Decision& top, PacketWork& work);
-    bool followLookup(Decision decision, const Decision& top, PacketWork& work);
-    bool followDrop(Decision decision, const Decision& top, PacketWork& work);
+    bool followCircuit(const Decision& decision, const Counted& counted, PacketWork& work);
+    bool followLookup(const Decision& decision, const Counted& counted, PacketWork& work);
+    bool drop(const Decision& decision, const Counted& counted, PacketWork& work);
 
-    void countLookups(const Decision& top, const InnerLookups& inner);
-    void countLabel(Lumo::MplsLabelEntry entry, const PacketWork& work);
+    [[gnu::always_inline]] void swap(const Decision& decision, Lumo::MplsLabelEntry top,
+                                     const EgressLine& line, PacketWork& work) {
+        constexpr std::uint32_t kept = 0xf00; // TC and S
+        const std::uint32_t entry = top.word().value();
+        Lumo::NetU32(decision.value | (entry & kept) | ((entry & 0xffU) - 1)).store(work.packet);
+        countLabel(top, work);
+        departures_->send(work, *line.port, withLinkHeader(work, line, Wire::EtherType::mpls));
+    }
+    [[gnu::always_inline]] void countLabel(Lumo::MplsLabelEntry entry, const PacketWork& work) {
+        const auto key = Mpls::RouteKey::fromLabel(entry.label());
+        Counter::OvixLfibCounterCollection& counters = *decider_.labelCounters();
+        Counter::PktCounter* counter = counters.counter(key);
+        if (counter == nullptr) [[unlikely]] {
+            counter = &counters.counterCollectionIs(key);
+        }
+        counter->countBytes(work.counted());
+    }
+    void count(const Counted& counted, std::uint16_t last);
 
     EventSets events_;
-    EgressLines lines_;
+    EgressLines* lines_;
     DecisionTable decisions_;
     Decider decider_;
     const IpHop* ipHop_;

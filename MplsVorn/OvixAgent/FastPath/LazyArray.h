@@ -32,6 +32,7 @@ class LazyArray {
         assert(index < size_);
         return first_[index];
     }
+    /// Without the check; to be read or loaded ahead.
     const T* at(std::size_t index) const noexcept { return first_ + index; }
 
   private:

@@ -17,6 +17,7 @@ struct PacketWork {
     std::uint32_t length = 0;
     PortIndex port = 0;         ///< that it is for: a sub-interface, or the one it came in at
     std::uint32_t tagBytes = 0; ///< of the sub-interface's own tags
+    bool ended = false;         ///< labels above the packet have ended here
     Ovix::PktHdrType type = Ovix::PktHdrType::mpls; ///< that the packet starts with
 
     /// Whether a packet that starts so far before this one has room, its link header included.
@@ -27,26 +28,37 @@ struct PacketWork {
     }
     /// The frame's length without those tags, as labels count it.
     std::uint32_t counted() const noexcept { return frame->size - tagBytes; }
+    /// The packet as it came in.
+    Wire::Bytes received() const noexcept {
+        const std::size_t link = Wire::Ethernet::size + tagBytes;
+        return {frame->bytes + link, frame->size - link};
+    }
     Wire::WritableBytes bytes() const noexcept { return {packet, length}; }
 };
 
 /// Puts the link header in front and returns the frame to be sent.
-inline Frame withLinkHeader(const PacketWork& work, const EgressLine& line) noexcept {
-    std::uint16_t etherType = Wire::EtherType::mpls;
-    if (work.type != Ovix::PktHdrType::mpls) {
-        etherType =
-            work.type == Ovix::PktHdrType::ipv4 ? Wire::EtherType::ipv4 : Wire::EtherType::ipv6;
-    }
+[[gnu::always_inline]] inline Frame withLinkHeader(const PacketWork& work, const EgressLine& line,
+                                                   std::uint16_t etherType) noexcept {
     const std::uint32_t size = Wire::Ethernet::size + line.tagBytes;
     std::uint8_t* const link = work.packet - size;
-    std::memcpy(link, line.mac.data(), Wire::Ethernet::macSize);
-    std::memcpy(link + Wire::Ethernet::macSize, line.port->mac.data(), Wire::Ethernet::macSize);
+    std::memcpy(link, line.macs.data(), line.macs.size());
     if (line.tagBytes > 0) [[unlikely]] {
         std::memcpy(link + Wire::Ethernet::macsSize, line.tags.data(), line.tagBytes);
     }
     Lumo::NetU16(etherType).store(work.packet - Wire::Ethernet::etherTypeSize);
     const std::uint32_t length = size + work.length;
     return {work.port, work.frame->time, {link, length}, length};
+}
+
+inline std::uint16_t etherTypeOf(Ovix::PktHdrType type) noexcept {
+    switch (type) {
+    case Ovix::PktHdrType::ipv4:
+        return Wire::EtherType::ipv4;
+    case Ovix::PktHdrType::ipv6:
+        return Wire::EtherType::ipv6;
+    default:
+        return Wire::EtherType::mpls;
+    }
 }
 
 } // namespace OvixAgent

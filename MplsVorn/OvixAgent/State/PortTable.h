@@ -48,6 +48,14 @@ class PortTable {
         return static_cast<PortIndex>(&port - ports_.data());
     }
 
+    void macIs(PortIndex port, const Lumo::EthAddr& mac) noexcept {
+        assert(port < ports_.size());
+        macChanges_ += ports_[port].mac != mac ? 1 : 0;
+        ports_[port].mac = mac;
+    }
+    /// How often a port's MAC address has changed.
+    std::uint64_t macChanges() const noexcept { return macChanges_; }
+
     /// Null when no port has the id.
     Port* byIntfId(Lumo::IntfId intf) noexcept {
         const std::uint32_t* index = byIntf_.find(intf.value());
@@ -74,6 +82,7 @@ class PortTable {
     Tessel::FlatMap<std::uint32_t> byIntf_;
     Tessel::FlatMap<PortIndex> byVlan_; ///< sub-interfaces by parent and VLAN ids
     std::vector<bool> hasVlans_;
+    std::uint64_t macChanges_ = 0;
 };
 
 } // namespace OvixAgent

@@ -73,6 +73,12 @@ class OvixLfibCounterCollection : public Tessel::Entity {
         const bool exists = page != nullptr && page->exists.test(label % Page::labels);
         return exists ? &page->counters[label % Page::labels] : nullptr;
     }
+    /// Loads the counter of a label ahead of its use.
+    void prefetch(std::uint32_t label) const noexcept {
+        if (const Page* page = pages_[label / Page::labels].get()) {
+            __builtin_prefetch(&page->counters[label % Page::labels]);
+        }
+    }
     std::size_t size() const noexcept {
         std::size_t counters = deeper_.size();
         for (const std::unique_ptr<Page>& page : pages_) {

@@ -51,7 +51,7 @@ void LinkSync::takeOver(PortIndex index, const LinkState& link) {
     OfPort& own = ofPort_[index];
     const bool isMtuGreater = link.mtu > port.mtu;
     if (!own.ownMac) {
-        port.mac = link.mac;
+        forwarding_->ports.macIs(index, link.mac);
     }
     if (!own.ownMtu) {
         port.mtu = link.mtu;
@@ -69,7 +69,7 @@ void LinkSync::takeOverFromParent(PortIndex index, const LinkState& link) {
     OfPort& own = ofPort_[index];
     own.isParentUp = link.isUp();
     if (own.link == 0 && !own.ownMac) {
-        port.mac = link.mac;
+        forwarding_->ports.macIs(index, link.mac);
     }
     if (own.link == 0 && !own.ownMtu) {
         port.mtu = link.mtu;

@@ -1,5 +1,6 @@
 #include "Ovix/packet/FlowHash.h"
 
+#include "Wire/Ethernet.h"
 #include "Wire/Ip.h"
 #include "Wire/LabelStack.h"
 
@@ -109,6 +110,13 @@ std::uint32_t flowHash(ParsedPacket& parsed) {
 
 std::uint32_t flowHash(PktHdrType first, Wire::Bytes packet) noexcept {
     FlowHasher hasher;
+    if (const Wire::Ethernet header(packet); first == PktHdrType::eth && header) {
+        Wire::TagWalk tags(header.etherType(), packet.subspan(Wire::Ethernet::size));
+        for (Wire::Tag tag; tags.next(tag);) {
+        }
+        packet = tags.rest();
+        first = PacketParser::announcedBy(tags.etherType());
+    }
     if (first == PktHdrType::mpls) {
         Wire::LabelWalk walk(packet);
         if (addWalk(hasher, walk) || !walk.isAtBottom()) {

@@ -34,7 +34,7 @@ void addLabels(FlowHasher& hasher, const MplsHeaderData& labels) noexcept;
 /// The flow hash of a frame: its label stack, and unless an entropy label ends it, the addresses,
 /// the protocol and, where there are, the ports of an IP header (RFC 7325 section 2.4.5).
 std::uint32_t flowHash(ParsedPacket& parsed);
-/// The same of a packet that starts with labels or an IP header, read where it lies.
+/// The same of a packet that starts with Ethernet, labels or an IP header, read where it lies.
 std::uint32_t flowHash(PktHdrType first, Wire::Bytes packet) noexcept;
 
 /// Hashes the flow that a parsed header of one type belongs to.

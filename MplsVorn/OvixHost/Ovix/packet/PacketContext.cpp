@@ -38,28 +38,24 @@ VlanTagHeaderData::VlanTagHeaderData(std::span<const Tag> tags) noexcept
     std::copy_n(tags.begin(), count_, tags_.begin());
 }
 
-namespace {
-
-/// The class that a header which is not Ethernet carries.
-std::uint8_t classOf(const PacketHeader& header) noexcept {
-    switch (header.pktHdrType()) {
-    case PktHdrType::vlanTags: {
-        const auto* data = static_cast<const VlanTagHeaderData*>(header.headerData().get());
-        return data->vlanTags()[0].priority();
+std::uint8_t classOf(PktHdrType first, Wire::Bytes packet) noexcept {
+    if (first == PktHdrType::eth) {
+        const Wire::Ethernet header(packet);
+        if (!header) {
+            return 0;
+        }
+        packet = packet.subspan(Wire::Ethernet::size);
+        Wire::TagWalk tags(header.etherType(), packet);
+        if (Wire::Tag tag; tags.next(tag)) {
+            return tag.priority();
+        }
+        first = PacketParser::announcedBy(header.etherType());
     }
-    case PktHdrType::mpls: {
-        const MplsHeaderData* labels = mplsHeaderData(header);
-        return labels != nullptr ? (*labels->begin()).tc() : std::uint8_t{0};
-    }
-    case PktHdrType::ipv4:
-    case PktHdrType::ipv6:
-        return trafficClassOf(header.pktHdrType(), header.bytes());
-    default:
-        return 0;
-    }
+    const bool isWhole = first == PktHdrType::mpls
+                             ? packet.size() >= Lumo::MplsLabelEntry::size
+                             : PacketParser::ipHeaderLength(first, packet) > 0;
+    return isWhole ? trafficClassOf(first, packet) : std::uint8_t{0};
 }
-
-} // namespace
 
 void ParsedPacket::parseUpTo(std::int32_t position) {
     while (count_ <= position && !complete()) {
@@ -119,17 +115,8 @@ std::uint32_t PacketContext::hash() {
     return *hash_;
 }
 
-std::uint8_t PacketContext::classificationInput() {
-    ParsedPacket& parsed = parsedPkt();
-    for (std::int32_t position = 0;; ++position) {
-        const Ptr<PacketHeader> header = parsed.header(position);
-        if (!header) {
-            return 0;
-        }
-        if (header->pktHdrType() != PktHdrType::eth) {
-            return classOf(*header);
-        }
-    }
+std::uint8_t PacketContext::classificationInput() const noexcept {
+    return classOf(outerType_, pkt_->data());
 }
 
 } // namespace Ovix

@@ -60,6 +60,8 @@ class PacketParser : public Tessel::Counted {
     /// The kind of header that a label stack's payload starts with, by its first nibble; none
     /// without a byte.
     static PktHdrType beneathLabels(Wire::Bytes payload) noexcept;
+    /// The kind of header that an EtherType announces; none when it is none that is parsed.
+    static PktHdrType announcedBy(std::uint16_t etherType) noexcept;
     /// The length of the "Ipv4" or "Ipv6" header that starts the bytes, extension headers included;
     /// 0 when it is none that is parsed.
     static std::size_t ipHeaderLength(PktHdrType type, Wire::Bytes bytes) noexcept;
@@ -74,6 +76,11 @@ class TrafficClassifier {
     /// `input` is what `PacketContext::classificationInput` gives.
     std::uint8_t trafficClass(std::uint8_t input) const noexcept { return input; }
 };
+
+/// The class, 0 to 7, of a packet that starts with a header of that type: the 802.1p priority of a
+/// tagged frame, else the top label's TC or an IP packet's precedence (the upper three bits of its
+/// DSCP), else 0.
+std::uint8_t classOf(PktHdrType first, Wire::Bytes packet) noexcept;
 
 /// What a replaced packet is parsed as.
 enum class PktCtxParse : std::uint8_t { keep = 0, reparse = 1 };
@@ -128,7 +135,7 @@ class PacketContext final : public Tessel::Counted, public Tessel::Slabbed<Packe
     const TrafficClassifier& trafficClassifier() const noexcept { return classifier_; }
     /// 0 to 7: the 802.1p priority of a tagged frame, else the top label's TC or an IP packet's
     /// precedence (the upper three bits of its DSCP), else 0.
-    std::uint8_t classificationInput();
+    std::uint8_t classificationInput() const noexcept;
 
     /// Whether this router has already taken its one decrement from the frame's TTL (RFC 3443).
     bool ttlDecremented() const noexcept { return ttlDecremented_; }

@@ -18,26 +18,12 @@ struct Found {
     PktHdrType next = PktHdrType::none;
 };
 
-PktHdrType afterEtherType(std::uint16_t etherType) noexcept {
-    switch (etherType) {
-    case Wire::EtherType::mpls:
-    case Wire::EtherType::mplsUpstream:
-        return PktHdrType::mpls;
-    case Wire::EtherType::ipv4:
-        return PktHdrType::ipv4;
-    case Wire::EtherType::ipv6:
-        return PktHdrType::ipv6;
-    default:
-        return Wire::EtherType::isTag(etherType) ? PktHdrType::vlanTags : PktHdrType::none;
-    }
-}
-
 bool parseEth(Bytes bytes, Found& found) {
     const Wire::Ethernet header(bytes);
     if (!header) {
         return false;
     }
-    found = {Wire::Ethernet::size, afterEtherType(header.etherType())};
+    found = {Wire::Ethernet::size, PacketParser::announcedBy(header.etherType())};
     return true;
 }
 
@@ -54,7 +40,7 @@ bool parseTags(Bytes bytes, std::uint16_t tpid, Found& found, Ptr<PacketHeaderDa
     }
     const std::uint16_t type = walk.etherType();
     found = {count * Wire::Tag::size,
-             Wire::EtherType::isTag(type) ? PktHdrType::none : afterEtherType(type)};
+             Wire::EtherType::isTag(type) ? PktHdrType::none : PacketParser::announcedBy(type)};
     data = Tessel::make<VlanTagHeaderData>(std::span(tags.data(), count));
     return true;
 }
@@ -153,6 +139,20 @@ bool parseHeader(const Ptr<Lumo::Pkt>& pkt, PktHdrType type, std::size_t offset,
 }
 
 } // namespace
+
+PktHdrType PacketParser::announcedBy(std::uint16_t etherType) noexcept {
+    switch (etherType) {
+    case Wire::EtherType::mpls:
+    case Wire::EtherType::mplsUpstream:
+        return PktHdrType::mpls;
+    case Wire::EtherType::ipv4:
+        return PktHdrType::ipv4;
+    case Wire::EtherType::ipv6:
+        return PktHdrType::ipv6;
+    default:
+        return Wire::EtherType::isTag(etherType) ? PktHdrType::vlanTags : PktHdrType::none;
+    }
+}
 
 // A label stack does not name its payload; the first nibble identifies IP, and what is not IP is
 // taken for Ethernet (RFC 4928 explains why pseudowires avoid 4 and 6 there).

@@ -29,6 +29,10 @@ class RewriteImpl : public Tessel::Counted {
 
     /// Empty on success; otherwise the frame is unusable and is dropped for the reason given.
     virtual Ptr<RoutingException> apply(const Ptr<RoutingContext>& context) = 0;
+
+    /// Whether it does no more and no less than its record says, so that whoever knows the record
+    /// may do it in its place.
+    virtual bool doesAsRecorded() const noexcept { return false; }
 };
 
 /// Runs one counter action, after all rewrites of a frame that is sent.

@@ -35,6 +35,9 @@ struct LabelDecision {
         DecidedBy by = DecidedBy::frame;
         Events events;               ///< counted when it is chosen
         Ptr<RoutingNexthop> nexthop; ///< null: the frame goes no further
+        /// The label ends at this router in the pipe model (RFC 3443): it is popped, and the rest
+        /// of the stack is routed again. There is no next hop.
+        bool terminates = false;
     };
 
     std::uint32_t modelBytes = 0; ///< the frame that counter actions are about

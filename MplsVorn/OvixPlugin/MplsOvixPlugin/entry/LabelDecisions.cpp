@@ -62,6 +62,30 @@ bool exposesPayload(const RoutingNexthop& nexthop) noexcept {
     return false;
 }
 
+/// Whether the one label that has ended did so in the pipe model.
+bool endsInPipe(const RoutingContext& context) noexcept {
+    const RewriteInfo& info = *context.terminated()->rewrites().front();
+    return info.typeName() == MplsPopRewriteInfo::infoTypeName &&
+           static_cast<const MplsPopRewriteInfo&>(info).ttlMode == Mpls::TtlMode::pipe;
+}
+
+/// Says by what the choice was really decided. False when it was by more of the frame than the kind
+/// of header beneath the label: a header of another family than the via's has something else, or
+/// nothing, in the destination's place.
+bool narrow(const MplsContext& context, LabelDecision::Choice& choice) {
+    if (choice.terminates) {
+        choice.by = DecidedBy::beneath;
+    } else if (choice.by == DecidedBy::destination) {
+        const Ptr<PacketHeader>& payload = context.packetHeader();
+        return choice.nexthop && payload && !choice.nexthop->address().empty() &&
+               choice.nexthop->address() == ipDestination(*payload);
+    } else if (choice.by == DecidedBy::beneath && choice.nexthop &&
+               !exposesPayload(*choice.nexthop)) {
+        choice.by = DecidedBy::label;
+    }
+    return true;
+}
+
 LabelDecision::Events taken(OvixNamedCounters& counters) {
     LabelDecision::Events events(counters.ofFrame().begin(), counters.ofFrame().end());
     counters.forgetLast();
@@ -128,19 +152,10 @@ bool MplsRoutingHandler::chooseVia(const Ptr<MplsContext>& context, std::uint32_
     choice.events = taken(*modelEvents_);
     const Ptr<RoutingNexthop>& nexthop = context->nexthops()->nexthopFront();
     choice.nexthop = nexthop->unresolved() ? nullptr : nexthop;
-    if (choice.by == DecidedBy::beneath && choice.nexthop && !exposesPayload(*nexthop)) {
-        choice.by = DecidedBy::label;
-    }
-    if (choice.by == DecidedBy::destination) {
-        // A header of another family has something else, or nothing, in the destination's place.
-        const Ptr<PacketHeader>& payload = context->packetHeader();
-        if (!payload || nexthop->address().empty() ||
-            nexthop->address() != ipDestination(*payload)) {
-            return false;
-        }
-    }
-    // What ends here above other labels is for the agent to go on with, label by label.
-    return context->nexthops()->size() == 1 && context->routingContext()->terminatePopped() == 0;
+    const std::size_t popped = context->routingContext()->terminatePopped();
+    choice.terminates = popped == 1 && !choice.nexthop && endsInPipe(*context->routingContext());
+    return context->nexthops()->size() == 1 && (popped == 0 || choice.terminates) &&
+           narrow(*context, choice);
 }
 
 std::uint64_t MplsRoutingHandler::decisionVersion() const noexcept {

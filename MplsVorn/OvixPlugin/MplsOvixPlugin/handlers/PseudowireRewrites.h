@@ -20,6 +20,7 @@ class EthOverMplsRewriteImpl : public MplsPushRewriteImpl,
     static Ptr<RewriteImpl> fromInfo(const Ptr<RewriteInfo>& info);
 
     std::string_view name() const noexcept override { return "EthOverMplsRewriteImpl"; }
+    bool doesAsRecorded() const noexcept override { return true; }
     Ptr<const RewriteInfo> baseInfo() const noexcept override { return info_; }
 
     /// The frame must start with a whole Ethernet header; that it does is asserted.
@@ -47,6 +48,7 @@ class ControlWordPushRewriteImpl : public RewriteImpl,
     static Ptr<RewriteImpl> fromInfo(const Ptr<RewriteInfo>& info);
 
     std::string_view name() const noexcept override { return "ControlWordPushRewriteImpl"; }
+    bool doesAsRecorded() const noexcept override { return true; }
     Ptr<const RewriteInfo> baseInfo() const noexcept override { return info_; }
 
     /// Moves the frame to a packet of its own that is four bytes longer. The frame must start with
