@@ -21,11 +21,18 @@ class Departures {
     void send(const PacketWork& received, Port& port, const Frame& frame) {
         accounts_->passed(received.frame->size);
         port.sent.add(frame.bytes.size());
-        if (port.out != out_ || count_ == frames_.size()) [[unlikely]] {
-            flush();
-            out_ = port.out;
-        }
-        frames_[count_++] = frame;
+        next(port) = frame;
+    }
+    /// A frame that leaves as long as it came, at the same place.
+    void sendInPlace(const WritableFrame& frame, Port& port) {
+        accounts_->passed(frame.size);
+        port.sent.add(frame.size);
+        Frame& sent = next(port);
+        sent.port = frame.port;
+        sent.time.seconds = frame.time.seconds;
+        sent.time.nanoseconds = frame.time.nanoseconds;
+        sent.bytes = {frame.bytes, frame.size};
+        sent.originalLength = frame.size;
     }
     void drop(const PacketWork& received, Ovix::OvixNamedCounters::Counter& fate) noexcept {
         accounts_->passed(received.frame->size);
@@ -44,6 +51,14 @@ class Departures {
     }
 
   private:
+    Frame& next(const Port& port) {
+        if (port.out != out_ || count_ == frames_.size()) [[unlikely]] {
+            flush();
+            out_ = port.out;
+        }
+        return frames_[count_++];
+    }
+
     FrameAccounts* accounts_;
     std::array<Frame, burstFrames> frames_;
     std::size_t count_ = 0;

@@ -30,6 +30,8 @@ struct alignas(64) EgressLine {
     std::uint8_t tagBytes = 0;
     std::array<std::uint8_t, 8> tags{}; ///< to send with frames that came without
 
+    static constexpr std::uint32_t none = 0xffffffff;
+
     /// Null: the neighbour's MAC address is not known.
     void neighbourIs(const Lumo::EthAddr* mac) noexcept {
         isKnown = mac != nullptr;
@@ -46,9 +48,8 @@ struct alignas(64) EgressLine {
         }
     }
     /// Whether a packet of that length can be sent now.
-    bool takes(std::size_t length) const noexcept {
-        const std::size_t limit = mtu != 0 && mtu < port->mtu ? mtu : port->mtu;
-        return isKnown && port->isUp && length <= limit;
+    bool takes(std::uint32_t length) const noexcept {
+        return length <= port->mtu && length <= mtu && isKnown && port->isUp;
     }
 };
 

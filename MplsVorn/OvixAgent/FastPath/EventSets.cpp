@@ -7,15 +7,16 @@ namespace OvixAgent {
 EventSets::EventSets(Ptr<Ovix::OvixNamedCounters> counters)
     : counters_(std::move(counters)), sets_(1) {}
 
-void EventSets::settle() {
-    if (times_ == 0) {
-        return;
-    }
-    for (Event& event : sets_[counted_]) {
-        if (event.counter == nullptr) {
-            event.counter = &counters_->counter(event.key());
+// A counter comes into being with the first count.
+void EventSets::settleAll(Set& set) {
+    for (const Event& event : set.events) {
+        Ovix::OvixNamedCounters::Counter& counter =
+            counters_->counter({event.name->category, event.name->module, event.name->reason});
+        counter.count += event.times * times_;
+        if (set.events.size() == 1) {
+            set.only = &counter;
+            set.times = event.times;
         }
-        event.counter->count += event.times * times_;
     }
     times_ = 0;
 }
@@ -34,12 +35,12 @@ std::optional<std::uint16_t> EventSets::setOf(const Ovix::LabelDecision::Events&
     if (sets_.size() == most) {
         return std::nullopt;
     }
-    std::vector<Event>& set = sets_.emplace_back();
+    std::vector<Event>& set = sets_.emplace_back().events;
     for (const Ovix::OvixNamedCounters::Counter* event : events) {
         if (!set.empty() && set.back().name->hash == event->hash) {
             ++set.back().times;
         } else {
-            set.push_back({event, 1, nullptr});
+            set.push_back({event, 1});
         }
     }
     return byHash_[hash] = static_cast<std::uint16_t>(sets_.size() - 1);

@@ -3,7 +3,7 @@
 #include <cassert>
 #include <cstdint>
 #include <optional>
-#include <string>
+#include <utility>
 #include <vector>
 
 #include "Ovix/routing/LabelDecision.h"
@@ -30,26 +30,36 @@ class EventSets {
         }
         ++times_;
     }
-    void settle();
+    void settle() {
+        if (times_ > 0) {
+            Set& set = sets_[counted_];
+            if (set.only != nullptr) [[likely]] {
+                set.only->count += set.times * std::exchange(times_, 0);
+            } else {
+                settleAll(set);
+            }
+        }
+    }
 
   private:
-    /// One event, how often it follows itself. Its counter comes into being with the first count.
     struct Event {
         const Ovix::OvixNamedCounters::Counter* name;
-        std::uint64_t times;
-        Ovix::OvixNamedCounters::Counter* counter;
-
-        Ovix::CounterKey key() const noexcept {
-            return {name->category, name->module, name->reason};
-        }
+        std::uint64_t times; ///< how often it follows itself
+    };
+    struct Set {
+        std::vector<Event> events;
+        /// Of a set of one event that has been counted: its counter and times; else null.
+        Ovix::OvixNamedCounters::Counter* only = nullptr;
+        std::uint64_t times = 0;
     };
     static constexpr std::size_t most = 4096;
 
+    void settleAll(Set& set);
+
     std::uint16_t counted_ = none; ///< last, and how often since settle()
     std::uint64_t times_ = 0;
-
     Ptr<Ovix::OvixNamedCounters> counters_;
-    std::vector<std::vector<Event>> sets_;
+    std::vector<Set> sets_;
     Tessel::FlatMap<std::uint16_t> byHash_;
 };
 

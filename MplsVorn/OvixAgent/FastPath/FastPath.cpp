@@ -36,6 +36,9 @@ FastPath::FastPath(Forwarder& forwarder, const Ptr<Ovix::PluginManager>& manager
     if (intake.isPlain && frame.size >= shortest && frame.size == frame.originalLength &&
         Lumo::NetU16::load(frame.bytes + Ethernet::etherTypeAt).value() == Wire::EtherType::mpls &&
         intake.port->mpls && isForPort(frame.bytes, *intake.port)) [[likely]] {
+        if (labels_.swapInPlace(frame)) {
+            return true;
+        }
         PacketWork work;
         work.frame = &frame;
         work.packet = frame.bytes + Ethernet::size;
@@ -82,15 +85,24 @@ bool FastPath::isReady() {
     if (!isOn_ || Ovix::TraceSource::anyOn() || !labels_.refresh()) {
         return false;
     }
-    if (const std::uint64_t version = labels_.version(); version != version_) [[unlikely]] {
+    const Seen now{Tessel::Entity::changesOfAll(), tables_->configured, tables_->vrfs->size()};
+    if (now != seen_) [[unlikely]] {
+        seen_ = now;
+        takeChanges();
+    }
+    lines_.refresh();
+    return true;
+}
+
+/// Something has changed, which need not concern decisions.
+void FastPath::takeChanges() {
+    if (const std::uint64_t version = labels_.version(); version != version_) {
         version_ = version;
         labels_.restart();
         lines_.resolveAll();
         circuits_.restart();
         readPorts();
     }
-    lines_.refresh();
-    return true;
 }
 
 void FastPath::readPorts() {

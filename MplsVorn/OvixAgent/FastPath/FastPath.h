@@ -60,7 +60,16 @@ class FastPath {
         std::uint32_t fib = 0; ///< number of its VRF
     };
 
+    /// Counts of changes of which none has happened while they are the same.
+    struct Seen {
+        std::uint64_t entities = ~std::uint64_t{0};
+        std::uint64_t configured = 0;
+        std::uint64_t vrfs = 0;
+        bool operator==(const Seen&) const = default;
+    };
+
     bool isReady();
+    void takeChanges();
     void readPorts();
     void prefetch(std::span<const WritableFrame> burst, std::size_t at) const noexcept;
     void settle();
@@ -79,6 +88,7 @@ class FastPath {
     LabelForwarding labels_;
     CircuitForwarding circuits_;
     std::vector<Intake> intakes_; ///< by port
+    Seen seen_;
     std::uint64_t version_ = ~std::uint64_t{0};
     Frame current_;
     Counts counts_;

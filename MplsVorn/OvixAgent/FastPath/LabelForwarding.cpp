@@ -45,7 +45,7 @@ LabelForwarding::LabelForwarding(const Ptr<Ovix::OvixNamedCounters>& counters,
       decider_(manager, tables, decisions_, lines, events_), ipHop_(&ipHop), tables_(&tables),
       departures_(&departures) {}
 
-bool LabelForwarding::forwardOther(PacketWork& work) {
+bool LabelForwarding::forward(PacketWork& work) {
     Counted counted;
     for (;;) {
         const auto top = Lumo::MplsLabelEntry::load(work.packet);
@@ -172,12 +172,14 @@ bool LabelForwarding::follow(Decision decision, const Counted& counted, PacketWo
     }
 }
 
-Decision LabelForwarding::chosen(const Decision& decision, const PacketWork& work) const {
+/// A flow's hash is that of the frame as it came in, for whatever needs it later, too.
+Decision LabelForwarding::chosen(const Decision& decision, PacketWork& work) const {
     const DecidedChoice& choice = decisions_.choices[decision.value];
-    const std::uint32_t residue =
-        Ovix::flowHash(PktHdrType::mpls, work.received()) % choice.totalWeight;
-    return choice.members[Tessel::weightedChoice(residue, choice.weights.size(),
-                                                 [&](std::size_t i) { return choice.weights[i]; })];
+    work.hash = Ovix::flowHash(PktHdrType::mpls, work.received());
+    work.isHashed = true;
+    return choice
+        .members[Tessel::weightedChoice(work.hash % choice.totalWeight, choice.weights.size(),
+                                        [&](std::size_t i) { return choice.weights[i]; })];
 }
 
 bool LabelForwarding::followSwap(const Decision& decision, const Counted& counted,
@@ -187,7 +189,10 @@ bool LabelForwarding::followSwap(const Decision& decision, const Counted& counte
         return false;
     }
     count(counted, EventSets::none);
-    swap(decision, Lumo::MplsLabelEntry::load(work.packet), line, work);
+    const auto top = Lumo::MplsLabelEntry::load(work.packet);
+    Lumo::NetU32(swapped(decision, top.word().value())).store(work.packet);
+    countLabel(top, work);
+    departures_->send(work, *line.port, withLinkHeader(work, line, Wire::EtherType::mpls));
     return true;
 }
 

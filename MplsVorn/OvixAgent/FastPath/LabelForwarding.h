@@ -28,21 +28,33 @@ class LabelForwarding {
     std::uint64_t version() const noexcept { return decider_.version(); }
     void restart() noexcept { decisions_.voidAll(); }
 
-    /// The packet starts with a label. False, and nothing is changed, when it is for the forwarder.
-    bool forward(PacketWork& work) {
-        const auto top = Lumo::MplsLabelEntry::load(work.packet);
-        const Decision& decision = *decisions_.place(labelOf(top));
-        if (decisions_.isValid(decision) && decision.action == Action::swap && top.bos() &&
-            top.ttl() > 1) [[likely]] {
-            const EgressLine& line = (*lines_)[decision.egress];
-            if (line.takes(work.length) && line.tagBytes == 0) [[likely]] {
-                events_.count(decision.lookup);
-                swap(decision, top, line, work);
-                return true;
-            }
+    /// Forwards a frame whose link header is Ethernet's alone if it has one label that is swapped
+    /// for one. False, and nothing is changed, when it is not that plain.
+    [[gnu::always_inline]] bool swapInPlace(WritableFrame& frame) {
+        std::uint8_t* const at = frame.bytes + Wire::Ethernet::size;
+        const std::uint32_t entry = Lumo::NetU32::load(at).value();
+        const std::uint32_t label = entry >> 12U;
+        const Decision& decision = *decisions_.place(label);
+        constexpr std::uint32_t bottom = 0x100;
+        if (!decisions_.isValid(decision) || decision.action != Action::swap ||
+            (entry & bottom) == 0 || (entry & 0xffU) <= 1) {
+            return false;
         }
-        return forwardOther(work);
+        const EgressLine& line = (*lines_)[decision.egress];
+        if (!line.takes(frame.size - static_cast<std::uint32_t>(Wire::Ethernet::size)) ||
+            line.tagBytes > 0) [[unlikely]] {
+            return false;
+        }
+        Lumo::NetU32(swapped(decision, entry)).store(at);
+        std::memcpy(frame.bytes, line.macs.data(), line.macs.size());
+        events_.count(decision.lookup);
+        decider_.labelCounters()->countBytes(label, frame.size);
+        departures_->sendInPlace(frame, *line.port);
+        return true;
     }
+
+    /// The packet starts with a label. False, and nothing is changed, when it is for the forwarder.
+    bool forward(PacketWork& work);
 
     /// Loads what the packet's top label will need.
     void prefetch(const std::uint8_t* top) const noexcept {
@@ -80,7 +92,6 @@ class LabelForwarding {
         return entry.word().value() >> 12U;
     }
 
-    bool forwardOther(PacketWork& work);
     const Decision* decisionFor(std::uint32_t label, const PacketWork& work);
     const Decision* decidedBeneath(const Decision& decision, std::uint32_t label,
                                    const PacketWork& work);
@@ -89,7 +100,7 @@ class LabelForwarding {
     bool lookUpInner(const PacketWork& work, Counted& counted);
 
     bool follow(Decision decision, const Counted& counted, PacketWork& work);
-    Decision chosen(const Decision& decision, const PacketWork& work) const;
+    Decision chosen(const Decision& decision, PacketWork& work) const;
     bool followSwap(const Decision& decision, const Counted& counted, PacketWork& work);
     bool followRewrite(const Decision& decision, const Counted& counted, PacketWork& work);
     const EgressLine* rewriteTowardFec(const DecidedRewrite& rewrite, PacketWork& work) const;
@@ -97,22 +108,12 @@ class LabelForwarding {
     bool followLookup(const Decision& decision, const Counted& counted, PacketWork& work);
     bool drop(const Decision& decision, const Counted& counted, PacketWork& work);
 
-    [[gnu::always_inline]] void swap(const Decision& decision, Lumo::MplsLabelEntry top,
-                                     const EgressLine& line, PacketWork& work) {
+    static std::uint32_t swapped(const Decision& decision, std::uint32_t entry) noexcept {
         constexpr std::uint32_t kept = 0xf00; // TC and S
-        const std::uint32_t entry = top.word().value();
-        Lumo::NetU32(decision.value | (entry & kept) | ((entry & 0xffU) - 1)).store(work.packet);
-        countLabel(top, work);
-        departures_->send(work, *line.port, withLinkHeader(work, line, Wire::EtherType::mpls));
+        return decision.value | (entry & kept) | ((entry & 0xffU) - 1);
     }
-    [[gnu::always_inline]] void countLabel(Lumo::MplsLabelEntry entry, const PacketWork& work) {
-        const auto key = Mpls::RouteKey::fromLabel(entry.label());
-        Counter::OvixLfibCounterCollection& counters = *decider_.labelCounters();
-        Counter::PktCounter* counter = counters.counter(key);
-        if (counter == nullptr) [[unlikely]] {
-            counter = &counters.counterCollectionIs(key);
-        }
-        counter->countBytes(work.counted());
+    void countLabel(Lumo::MplsLabelEntry entry, const PacketWork& work) {
+        decider_.labelCounters()->countBytes(labelOf(entry), work.counted());
     }
     void count(const Counted& counted, std::uint16_t last);
 

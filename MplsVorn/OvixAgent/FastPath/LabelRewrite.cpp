@@ -34,7 +34,7 @@ void swap(const DecidedRewrite& rewrite, PacketWork& work) noexcept {
 void pushFlowLabels(const DecidedRewrite& rewrite, std::uint8_t tc, std::uint8_t ttl,
                     PacketWork& work) {
     const auto& record = static_cast<const Ovix::MplsIpPushRewriteInfo&>(*rewrite.record);
-    const std::uint32_t hash = Ovix::flowHash(work.type, work.bytes());
+    const std::uint32_t hash = work.isHashed ? work.hash : Ovix::flowHash(work.type, work.bytes());
     const std::size_t bytes = rewrite.labels * Lumo::MplsLabelEntry::size;
     work.packet -= bytes;
     record.labels.write({work.packet, bytes}, tc, ttl, hash, true);

@@ -18,6 +18,8 @@ struct PacketWork {
     PortIndex port = 0;         ///< that it is for: a sub-interface, or the one it came in at
     std::uint32_t tagBytes = 0; ///< of the sub-interface's own tags
     bool ended = false;         ///< labels above the packet have ended here
+    bool isHashed = false;      ///< `hash` is the flow's, of the frame as it came in
+    std::uint32_t hash = 0;
     Ovix::PktHdrType type = Ovix::PktHdrType::mpls; ///< that the packet starts with
 
     /// Whether a packet that starts so far before this one has room, its link header included.

@@ -75,6 +75,7 @@ std::uint32_t VrfRoot::fibIndex(std::string_view vrf) {
     const auto index = static_cast<std::uint32_t>(fibs_.size());
     byName_[key] = index;
     fibs_.emplace_back();
+    size_ = fibs_.size();
     return index;
 }
 

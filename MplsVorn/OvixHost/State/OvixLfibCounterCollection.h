@@ -60,6 +60,16 @@ class OvixLfibCounterCollection : public Tessel::Entity {
         deeper_.erase(key.value());
     }
 
+    /// Counts a packet of that many bytes for a label's route; creates its counter if absent.
+    void countBytes(std::uint32_t label, std::uint32_t bytes) {
+        Page* const page = pages_[label / Page::labels].get();
+        // A counter that has counted exists.
+        if (page != nullptr && page->counters[label % Page::labels].packets() > 0) [[likely]] {
+            page->counters[label % Page::labels].countBytes(bytes);
+            return;
+        }
+        counterCollectionIs(Mpls::RouteKey::fromLabel(Lumo::MplsLabel(label))).countBytes(bytes);
+    }
     /// Null when the route has no counter.
     PktCounter* counter(Mpls::RouteKey key) noexcept {
         return const_cast<PktCounter*>(std::as_const(*this).counter(key));

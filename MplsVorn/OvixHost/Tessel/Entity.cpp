@@ -4,6 +4,8 @@
 
 namespace Tessel {
 
+std::uint64_t Entity::changesOfAll_ = 0;
+
 void Entity::parentIs(Entity* parent) {
     if (parent_ == parent) {
         return;
@@ -50,6 +52,7 @@ void Entity::publish(AttrId attribute, std::uint64_t key) const {
         const Entity& entity;
     };
     ++changes_;
+    ++changesOfAll_;
     const Publication publication(*this);
     const std::size_t listening = subscribers_.size();
     for (std::size_t i = 0; i < listening; ++i) {
