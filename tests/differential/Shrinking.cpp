@@ -37,12 +37,14 @@ void leaveOut(Script& script, Fault fault, const List& list) {
     }
 }
 
-/// Counters are looked at as late as possible, unless looking earlier tells more.
-void lookEarly(Script& script, Fault fault) {
+/// Has counters looked at after the last burst, and after each other one or none of them, if the
+/// roads still differ then.
+void looksBefore(Script& script, Fault fault, bool looks) {
     Script tried = script;
     for (Step& step : tried.steps) {
-        step.looksAtCounters = true;
+        step.looksAtCounters = looks;
     }
+    tried.steps.back().looksAtCounters = true;
     if (const auto differs = firstDifference(tried, fault)) {
         cutBehind(tried, *differs);
         script = std::move(tried);
@@ -67,10 +69,12 @@ Script shrunk(Script script, Fault fault) {
     if (const auto differs = firstDifference(script, fault)) {
         cutBehind(script, *differs);
     }
-    lookEarly(script, fault);
+    looksBefore(script, fault, false); // which is faster
     leaveOut(script, fault, steps);
     leaveOutFrames(script, fault);
+    looksBefore(script, fault, true); // which may find it earlier
     leaveOut(script, fault, steps);
+    leaveOutFrames(script, fault);
     return script;
 }
 
