@@ -172,9 +172,12 @@ Mpls::TablePublisher& filled(Mpls::TablePublisher& publisher,
 
 } // namespace
 
+// How long the tables' memory is kept must not depend on the clock: where records lie shows in
+// traces.
 Router::Router(const Script& script, Road road, Fault fault)
     : script_(&script), fault_(road == Road::fast ? fault : Fault::none),
-      publisher_(Tessel::TableMemory::ofProcess()),
+      publisher_(Tessel::TableMemory::ofProcess(),
+                 script.reusesRecords ? std::chrono::hours(0) : std::chrono::hours(24)),
       state_(std::make_unique<OvixAgent::AgentState>(
           script.configs.front(),
           Tessel::make<Tessel::TableReader>(
