@@ -17,7 +17,7 @@ constexpr std::size_t framesPerTurn = 256;
 constexpr int idleMs = 100;
 
 /// What is waited for; behind these are the ports.
-enum : std::size_t { signal, link, request, firstPort };
+enum : std::size_t { signalAt, linkAt, requestAt, portsAt };
 
 int signalDescriptor() {
     sigset_t signals;
@@ -61,21 +61,22 @@ void LiveRun::drain() {
 }
 
 void LiveRun::wait() {
-    waiting_.resize(firstPort);
-    waiting_[signal] = {signals_.value(), POLLIN, 0};
-    waiting_[link] = {parts_.links->descriptor(), POLLIN, 0};
-    waiting_[request] = {parts_.control != nullptr ? parts_.control->descriptor() : -1, POLLIN, 0};
+    waiting_.resize(portsAt);
+    waiting_[signalAt] = {signals_.value(), POLLIN, 0};
+    waiting_[linkAt] = {parts_.links->descriptor(), POLLIN, 0};
+    waiting_[requestAt] = {parts_.control != nullptr ? parts_.control->descriptor() : -1, POLLIN,
+                           0};
     for (const auto& port : parts_.ports->all()) {
         waiting_.push_back({port->descriptor(), POLLIN, 0});
     }
     const bool isReady = poll_.wait(waiting_, hasMore_ ? 0 : idleMs);
     // Not every port is ready when its interface has gone.
-    servesAll_ = hasMore_ || !isReady || waiting_[link].revents != 0;
+    servesAll_ = hasMore_ || !isReady || waiting_[linkAt].revents != 0;
     hasMore_ = false;
-    if (waiting_[request].revents != 0) {
+    if (waiting_[requestAt].revents != 0) {
         parts_.control->serve();
     }
-    if (waiting_[link].revents != 0) {
+    if (waiting_[linkAt].revents != 0) {
         parts_.links->receive();
     }
 }
@@ -85,9 +86,9 @@ std::size_t LiveRun::takeFrames() {
     std::size_t taken = 0;
     const BurstVisitor visitor = [this](std::span<WritableFrame> burst) { forward(burst); };
     const auto& ports = parts_.ports->all();
-    assert(waiting_.size() == firstPort + ports.size());
+    assert(waiting_.size() == portsAt + ports.size());
     for (std::size_t i = 0; i < ports.size(); ++i) {
-        const bool isDue = servesAll_ || waiting_[firstPort + i].revents != 0;
+        const bool isDue = servesAll_ || waiting_[portsAt + i].revents != 0;
         const std::size_t received =
             isDue && ports[i]->isOpen() ? ports[i]->receive(visitor, framesPerTurn) : 0;
         assert(received <= framesPerTurn);
@@ -144,7 +145,7 @@ void LiveRun::settle(const std::function<void(const std::string&)>& report) {
 /// False when the run ends.
 bool LiveRun::takeSignals(const std::function<void()>& reload) {
     signalfd_siginfo taken{};
-    while (waiting_[signal].revents != 0 &&
+    while (waiting_[signalAt].revents != 0 &&
            read(signals_.value(), &taken, sizeof taken) == ssize_t{sizeof taken}) {
         if (taken.ssi_signo != SIGHUP) {
             return false;
