@@ -14,7 +14,13 @@ void perform(Router& router, const Step& step) {
     }
 }
 
-/// The recording of each step, up to `end` steps.
+/// What a router has done at some time of a script.
+struct Progress {
+    OvixAgent::FastPath::Counts counts;
+    std::uint64_t framesOut = 0;
+};
+
+/// The recording of each step.
 class Run {
   public:
     Run(const Script& script, Road road, Fault fault) : router_(script, road, fault) {}
@@ -33,21 +39,32 @@ class Run {
         }
         return router_.take(step.looksAtCounters, keepsLines);
     }
-    OvixAgent::FastPath::Counts counts() const { return router_.counts(); }
+    Progress progress() const { return {router_.counts(), router_.framesOut()}; }
+    bool isFast() const { return router_.isFast(); }
     OvixAgent::Summary summary() const { return router_.summary(); }
 
   private:
     Router router_;
 };
 
-void count(Coverage& coverage, const Step& step, std::uint64_t fastFrames) {
+/// Which road a frame takes shows where it comes alone.
+void count(Coverage& coverage, const Step& step, const Progress& before, const Progress& after,
+           bool isFast) {
+    const std::uint64_t fast = after.counts.fast - before.counts.fast;
+    coverage.fast += fast;
+    coverage.slow += after.counts.slow - before.counts.slow;
     for (const ScriptFrame& frame : step.frames) {
-        KindCounts& kind = coverage.kinds[static_cast<std::size_t>(frame.kind)];
-        ++kind.frames;
-        if (step.frames.size() == 1) {
-            ++kind.alone;
-            kind.aloneFast += fastFrames;
-        }
+        ++coverage.kinds[static_cast<std::size_t>(frame.kind)].frames;
+    }
+    if (step.frames.size() != 1 || !isFast) {
+        return;
+    }
+    KindCounts& kind = coverage.kinds[static_cast<std::size_t>(step.frames.front().kind)];
+    ++kind.alone;
+    kind.aloneFast += fast;
+    if (after.framesOut > before.framesOut) {
+        ++kind.left;
+        kind.leftFast += fast;
     }
 }
 
@@ -89,14 +106,12 @@ std::vector<std::uint64_t> digestsByDefinition(const Script& script, Coverage* c
 std::optional<std::size_t> firstDifference(const Script& script, Fault fault, Coverage* coverage) {
     const std::vector<std::uint64_t> expected = digestsByDefinition(script, coverage);
     Run run(script, Road::fast, fault);
-    OvixAgent::FastPath::Counts before;
+    Progress before;
     for (std::size_t i = 0; i < script.steps.size(); ++i) {
         const bool differs = run.perform(script.steps[i]).digest() != expected[i];
         if (coverage != nullptr) {
-            const OvixAgent::FastPath::Counts now = run.counts();
-            count(*coverage, script.steps[i], now.fast - before.fast);
-            coverage->fast += now.fast - before.fast;
-            coverage->slow += now.slow - before.slow;
+            const Progress now = run.progress();
+            count(*coverage, script.steps[i], before, now, run.isFast());
             before = now;
         }
         if (differs) {

@@ -13,11 +13,14 @@
 
 namespace Differential {
 
-/// How many frames of a kind there were and, of those that came alone, how many took which road.
+/// How many frames of a kind there were and, of those that came alone while the fast path was on,
+/// how many it took; the same of those that left by a port.
 struct KindCounts {
     std::uint64_t frames = 0;
     std::uint64_t alone = 0;
     std::uint64_t aloneFast = 0;
+    std::uint64_t left = 0;
+    std::uint64_t leftFast = 0;
 };
 
 /// What went by which road.

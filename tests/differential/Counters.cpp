@@ -16,12 +16,12 @@ void add(Recording& into, std::string_view name, const OvixAgent::Traffic& traff
 void add(Recording& into, std::string_view fate, const OvixAgent::Reasons& reasons, Fault fault) {
     for (const auto& [reason, count] : reasons.counts()) {
         into.add(fate, reason);
-        into.add("  frames", fault == Fault::reason && count > 100 ? count + 1 : count);
+        into.add("  frames", fault == Fault::reason && count > 10 ? count + 1 : count);
     }
 }
 
 void addLabels(Recording& into, const OvixAgent::AgentState& state, Fault fault) {
-    constexpr std::uint64_t falsifiedFrom = 20;
+    constexpr std::uint64_t falsifiedFrom = 5;
     for (const auto& label :
          OvixAgent::labelTraffic(*state.manager()->pktCounterCollectionHolder())) {
         const bool isFalse = fault == Fault::label && label.traffic.frames > falsifiedFrom;

@@ -87,6 +87,8 @@ int run(const Options& options) {
         const Differential::Script script = Differential::makeScript(currentSeed);
         if (Differential::firstDifference(script, options.fault, &coverage)) {
             ++differences;
+            fmt::print("script {} differs\n", currentSeed);
+            std::fflush(stdout);
             report(script, options.fault, kinds);
         }
     }

@@ -75,6 +75,7 @@ bool isFalsified(std::span<const std::uint8_t> bytes) noexcept {
 } // namespace
 
 void RecordingPort::transmit(const OvixAgent::Frame& frame) {
+    ++frames_;
     if ((fault_ != Fault::byte && fault_ != Fault::time) || !isFalsified(frame.bytes)) [[likely]] {
         recording_.add(name_, frame);
         return;

@@ -49,11 +49,13 @@ class RecordingPort : public OvixAgent::TransmitPort {
     void transmit(const OvixAgent::Frame& frame) override;
 
     Recording& recording() noexcept { return recording_; }
+    std::uint64_t frames() const noexcept { return frames_; }
 
   private:
     std::string name_;
     Fault fault_;
     Recording recording_;
+    std::uint64_t frames_ = 0;
 };
 
 } // namespace Differential

@@ -92,15 +92,25 @@ std::string kindOf(const std::string& difference) {
     return kind;
 }
 
+namespace {
+
+std::string shareOf(std::uint64_t part, std::uint64_t whole) {
+    return whole == 0 ? "-"
+                      : fmt::format("{:.1f}%",
+                                    100.0 * static_cast<double>(part) / static_cast<double>(whole));
+}
+
+} // namespace
+
 std::string tableOf(const Coverage& coverage) {
-    std::string text = fmt::format("{:<22}{:>12}{:>14}{:>14}\n", "traffic", "frames", "sent alone",
-                                   "of them fast");
+    std::string text = fmt::format("{:<22}{:>10}{:>12}{:>8}{:>14}{:>8}\n", "traffic", "frames",
+                                   "came alone", "fast", "left of them", "fast");
     for (std::size_t i = 0; i < trafficKinds; ++i) {
         const KindCounts& kind = coverage.kinds[i];
-        text += fmt::format("{:<22}{:>12}{:>14}{:>13.1f}%\n",
+        text += fmt::format("{:<22}{:>10}{:>12}{:>8}{:>14}{:>8}\n",
                             Tessel::wordOf(static_cast<Traffic>(i)), kind.frames, kind.alone,
-                            100.0 * static_cast<double>(kind.aloneFast) /
-                                static_cast<double>(std::max<std::uint64_t>(kind.alone, 1)));
+                            shareOf(kind.aloneFast, kind.alone), kind.left,
+                            shareOf(kind.leftFast, kind.left));
     }
     text += "\nfates\n";
     for (const auto& [fate, frames] : coverage.fates) {

@@ -51,6 +51,13 @@ class Router::Ports {
         into.take(cpu.recording());
         into.take(loopback.recording());
     }
+    std::uint64_t frames() const noexcept {
+        std::uint64_t frames = 0;
+        for (const auto& port : ports_) {
+            frames += port->frames();
+        }
+        return frames;
+    }
     void keepLines() {
         for (const auto& port : ports_) {
             port->recording() = Recording(true);
@@ -172,9 +179,12 @@ Mpls::TablePublisher& filled(Mpls::TablePublisher& publisher,
 
 } // namespace
 
+// How long the tables' memory is kept must not depend on the clock: where records lie shows in
+// traces.
 Router::Router(const Script& script, Road road, Fault fault)
     : script_(&script), fault_(road == Road::fast ? fault : Fault::none),
-      publisher_(Tessel::TableMemory::ofProcess()),
+      publisher_(Tessel::TableMemory::ofProcess(),
+                 script.reusesRecords ? std::chrono::hours(0) : std::chrono::hours(24)),
       state_(std::make_unique<OvixAgent::AgentState>(
           script.configs.front(),
           Tessel::make<Tessel::TableReader>(
@@ -234,10 +244,12 @@ void Router::traceIs(bool on) {
             drops_->recording.add(handle, line);
         });
     }
+    isTraced_ = on;
     output.textLevelOfAllIs(on ? 0 : Ovix::TraceSource::off);
 }
 
 void Router::fastPathIs(bool on) {
+    isFastPathOn_ = on;
     if (fastPath_) {
         fastPath_->isOnIs(on);
     }
@@ -299,6 +311,10 @@ Recording Router::take(bool looksAtCounters, bool keepsLines) {
 void Router::keepLines() {
     ports_->keepLines();
     drops_->recording = Recording(true);
+}
+
+std::uint64_t Router::framesOut() const noexcept {
+    return ports_->frames();
 }
 
 OvixAgent::Summary Router::summary() const {

@@ -55,6 +55,10 @@ class Router {
 
     const OvixAgent::FastPath::Counts& counts() const noexcept;
     OvixAgent::Summary summary() const;
+    /// Whether the script has the fast path on, and no trace that keeps frames from it.
+    bool isFast() const noexcept { return isFastPathOn_ && !isTraced_; }
+    /// Frames that have left by ports.
+    std::uint64_t framesOut() const noexcept;
 
   private:
     class Ports;
@@ -77,6 +81,8 @@ class Router {
     OvixAgent::Forwarder forwarder_;
     OvixAgent::Frame received_; ///< by the definition
     const OvixAgent::Frame none_{};
+    bool isFastPathOn_ = true;
+    bool isTraced_ = false;
     std::optional<OvixAgent::FastPath> fastPath_; ///< unset on the road of the definition
     std::optional<OvixAgent::CapturedLoopback> loopback_;
 };

@@ -20,6 +20,7 @@ class ScriptMaker {
     explicit ScriptMaker(std::uint64_t seed) : random_(seed), network_(random_) {
         script_.seed = seed;
         script_.isLive = random_.chance(40);
+        script_.reusesRecords = random_.chance(50);
         script_.anyMac = random_.chance(50);
         for (std::size_t i = 0; i < configs; ++i) {
             addConfig();

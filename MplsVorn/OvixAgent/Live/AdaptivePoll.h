@@ -21,8 +21,8 @@ class AdaptivePoll {
     explicit AdaptivePoll(Poll poll = &::poll, Clock::time_point (*now)() = &Clock::now) noexcept
         : poll_(poll), now_(now) {}
 
-    /// As poll(2); an interruption counts as the end of the time.
-    void wait(std::span<pollfd> descriptors, int milliseconds);
+    /// As poll(2): whether anything is ready. An interruption counts as the end of the time.
+    bool wait(std::span<pollfd> descriptors, int milliseconds);
 
     /// Whether the next wait will stay awake at first.
     bool staysAwake() const noexcept { return staysAwake_; }

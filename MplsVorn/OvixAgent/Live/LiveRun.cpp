@@ -16,6 +16,9 @@ namespace {
 constexpr std::size_t framesPerTurn = 256;
 constexpr int idleMs = 100;
 
+/// What is waited for; behind these are the ports.
+enum : std::size_t { signalAt, linkAt, requestAt, portsAt };
+
 int signalDescriptor() {
     sigset_t signals;
     sigemptyset(&signals);
@@ -38,10 +41,9 @@ void LiveRun::run(const std::function<void()>& reload,
                   const std::function<void(const std::string&)>& report) {
     do {
         wait();
-        parts_.links->receive();
         takeFrames();
         refresh();
-        everySecond(report);
+        settle(report);
     } while (takeSignals(reload));
     drain();
     parts_.forwarder->settleWaiting(LinkSync::Clock::time_point::max());
@@ -53,22 +55,29 @@ void LiveRun::drain() {
         port->stopIntake();
     }
     const auto end = LinkSync::Clock::now() + std::chrono::seconds(1);
+    servesAll_ = true;
     while (takeFrames() > 0 && LinkSync::Clock::now() < end) {
     }
 }
 
 void LiveRun::wait() {
-    waiting_.clear();
-    waiting_.push_back({signals_.value(), POLLIN, 0});
-    waiting_.push_back({parts_.links->descriptor(), POLLIN, 0});
-    waiting_.push_back({parts_.control != nullptr ? parts_.control->descriptor() : -1, POLLIN, 0});
+    waiting_.resize(portsAt);
+    waiting_[signalAt] = {signals_.value(), POLLIN, 0};
+    waiting_[linkAt] = {parts_.links->descriptor(), POLLIN, 0};
+    waiting_[requestAt] = {parts_.control != nullptr ? parts_.control->descriptor() : -1, POLLIN,
+                           0};
     for (const auto& port : parts_.ports->all()) {
         waiting_.push_back({port->descriptor(), POLLIN, 0});
     }
-    poll_.wait(waiting_, hasMore_ ? 0 : idleMs);
+    const bool isReady = poll_.wait(waiting_, hasMore_ ? 0 : idleMs);
+    // Not every port is ready when its interface has gone.
+    servesAll_ = hasMore_ || !isReady || waiting_[linkAt].revents != 0;
     hasMore_ = false;
-    if (parts_.control != nullptr && waiting_[2].revents != 0) {
+    if (waiting_[requestAt].revents != 0) {
         parts_.control->serve();
+    }
+    if (waiting_[linkAt].revents != 0) {
+        parts_.links->receive();
     }
 }
 
@@ -76,15 +85,19 @@ void LiveRun::wait() {
 std::size_t LiveRun::takeFrames() {
     std::size_t taken = 0;
     const BurstVisitor visitor = [this](std::span<WritableFrame> burst) { forward(burst); };
-    for (const auto& port : parts_.ports->all()) {
-        const std::size_t received = port->isOpen() ? port->receive(visitor, framesPerTurn) : 0;
+    const auto& ports = parts_.ports->all();
+    assert(waiting_.size() == portsAt + ports.size());
+    for (std::size_t i = 0; i < ports.size(); ++i) {
+        const bool isDue = servesAll_ || waiting_[portsAt + i].revents != 0;
+        const std::size_t received =
+            isDue && ports[i]->isOpen() ? ports[i]->receive(visitor, framesPerTurn) : 0;
         assert(received <= framesPerTurn);
         hasMore_ = hasMore_ || received == framesPerTurn;
         taken += received;
     }
-    const CaptureTime now = timeNow();
     for (const CpuAnswers::Frame& answer : parts_.answers->take()) {
-        forward({answer.port, now, answer.bytes, static_cast<std::uint32_t>(answer.bytes.size())});
+        forward({answer.port, timeNow(), answer.bytes,
+                 static_cast<std::uint32_t>(answer.bytes.size())});
     }
     parts_.ports->flush();
     return taken;
@@ -114,13 +127,12 @@ void LiveRun::refresh() {
     if (parts_.ipRoutes != nullptr && !parts_.ipRoutes->refresh()) {
         hasMore_ = true;
     }
-    const LinkSync::Clock::time_point now = LinkSync::Clock::now();
-    parts_.forwarder->settleWaiting(now);
-    parts_.links->solicit(now);
 }
 
-void LiveRun::everySecond(const std::function<void(const std::string&)>& report) {
+void LiveRun::settle(const std::function<void(const std::string&)>& report) {
     const auto now = LinkSync::Clock::now();
+    parts_.forwarder->settleWaiting(now);
+    parts_.links->solicit(now);
     if (now - checkedAt_ >= std::chrono::seconds(1)) {
         checkedAt_ = now;
         parts_.ports->reopen();
@@ -132,9 +144,10 @@ void LiveRun::everySecond(const std::function<void(const std::string&)>& report)
 
 /// False when the run ends.
 bool LiveRun::takeSignals(const std::function<void()>& reload) {
-    signalfd_siginfo signal{};
-    while (read(signals_.value(), &signal, sizeof signal) == ssize_t{sizeof signal}) {
-        if (signal.ssi_signo != SIGHUP) {
+    signalfd_siginfo taken{};
+    while (waiting_[signalAt].revents != 0 &&
+           read(signals_.value(), &taken, sizeof taken) == ssize_t{sizeof taken}) {
+        if (taken.ssi_signo != SIGHUP) {
             return false;
         }
         reload();

@@ -51,11 +51,12 @@ class LiveRun {
     void forward(std::span<WritableFrame> burst);
     void forward(const Frame& frame);
     void refresh();
-    void everySecond(const std::function<void(const std::string&)>& report);
+    void settle(const std::function<void(const std::string&)>& report);
 
     Parts parts_;
     Posix::FileDescriptor signals_;
-    bool hasMore_ = false; ///< frames or changes are pending
+    bool hasMore_ = false;   ///< frames or changes are pending
+    bool servesAll_ = false; ///< also ports that are not ready
     LinkSync::Clock::time_point checkedAt_;
     std::vector<pollfd> waiting_;
     AdaptivePoll poll_;

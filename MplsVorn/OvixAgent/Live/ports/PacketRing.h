@@ -6,20 +6,13 @@
 #include <span>
 #include <vector>
 
+#include "Live/ports/PacketIntake.h"
 #include "Live/ports/SegmentedFrame.h"
 #include "Posix/FileDescriptor.h"
 #include "State/Frame.h"
 #include "Wire/Ethernet.h"
 
 namespace OvixAgent {
-
-/// Which frames a port receives. Frames addressed to other stations, which an interface in
-/// promiscuous mode passes, are received with `everything` only.
-enum class PacketIntake : std::uint8_t {
-    labelled,      ///< MPLS, and frames with a tag beyond the outermost
-    labelledAndIp, ///< also IPv4 and IPv6 addressed to this host's MAC
-    everything,    ///< for attachment circuits
-};
 
 /// A received frame, with what the kernel says of it beside its bytes, which may be changed.
 struct RingFrame {
@@ -52,7 +45,7 @@ class PacketRing {
     void release() noexcept;
 
     /// Stops receiving new frames.
-    void stopIntake() noexcept;
+    void stopIntake() noexcept { acceptNothing(socket_.value()); }
 
     /// The number of frames lost for want of room since the last call.
     std::uint64_t takeDrops() noexcept;
@@ -61,15 +54,18 @@ class PacketRing {
 
   private:
     std::uint8_t* slot(std::uint32_t index) const noexcept;
-    bool read(std::uint8_t* slot, std::uint32_t status, RingFrame& frame) noexcept;
+    std::uint32_t behind(std::uint32_t count) const noexcept;
+    bool look() noexcept;
+    bool read(std::uint8_t* slot, RingFrame& frame) noexcept;
     std::span<std::uint8_t> fetchLong() noexcept;
     void map();
 
     Posix::FileDescriptor socket_;
     std::uint8_t* memory_ = nullptr;
-    std::uint32_t next_ = 0; ///< slot to be read next
-    std::uint32_t held_ = 0; ///< slots before it that have been read and not released
-    std::uint64_t lost_ = 0; ///< long frames that the queue had no room for, not yet taken
+    std::uint32_t next_ = 0;  ///< slot to be read next
+    std::uint32_t ready_ = 0; ///< slots from there on that are known to hold frames
+    std::uint32_t held_ = 0;  ///< slots before it that have been read and not released
+    std::uint64_t lost_ = 0;  ///< long frames that the queue had no room for, not yet taken
     std::vector<std::uint8_t> longFrame_;
 };
 

@@ -68,14 +68,13 @@ void XdpPort::shut(std::string problem) {
 std::size_t XdpPort::receive(const BurstVisitor& visitor, std::size_t budget) {
     std::array<WritableFrame, burstFrames> frames;
     std::size_t received = 0;
-    const CaptureTime time = timeNow();
     for (bool hasMore = true; isOpen() && received < budget && hasMore;) {
         const std::size_t most = std::min(frames.size(), budget - received);
         const std::span<WritableFrame> burst(frames.data(),
                                              socket_->receive({frames.data(), most}));
         hasMore = burst.size() == most;
         if (!burst.empty()) {
-            hand(burst, time, visitor);
+            hand(burst, visitor);
             received += burst.size();
         }
     }
@@ -85,7 +84,8 @@ std::size_t XdpPort::receive(const BurstVisitor& visitor, std::size_t budget) {
     return received;
 }
 
-void XdpPort::hand(std::span<WritableFrame> burst, CaptureTime time, const BurstVisitor& visitor) {
+void XdpPort::hand(std::span<WritableFrame> burst, const BurstVisitor& visitor) {
+    const CaptureTime time = timeNow();
     for (WritableFrame& frame : burst) {
         frame.port = index_;
         frame.time = time;
@@ -138,6 +138,9 @@ void XdpPort::flush() {
         if (!continuesAfter(error, sent > 0)) {
             break;
         }
+    }
+    if (isOpen()) {
+        socket_->reclaim();
     }
 }
 

@@ -35,7 +35,7 @@ class XdpPort final : public LivePort {
 
   private:
     void open();
-    void hand(std::span<WritableFrame> burst, CaptureTime time, const BurstVisitor& visitor);
+    void hand(std::span<WritableFrame> burst, const BurstVisitor& visitor);
     void shut(std::string problem);
     void checkSocket();
     bool continuesAfter(int error, bool hasSent);

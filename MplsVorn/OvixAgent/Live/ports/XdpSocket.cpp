@@ -88,6 +88,7 @@ std::size_t XdpSocket::receive(std::span<WritableFrame> frames) noexcept {
                      .headroom = static_cast<std::uint32_t>(descriptor.addr % bufferBytes),
                      .time = {}};
         assert(frames[i].headroom >= frameHeadroom); // XDP_PACKET_HEADROOM
+        __builtin_prefetch(frames[i].bytes);
         held_.push_back(descriptor.addr / bufferBytes * bufferBytes);
     }
     return count;

@@ -38,6 +38,8 @@ class XdpSocket {
     std::uint8_t* sendBuffer() noexcept;
     /// Queues the frame in the buffer that sendBuffer() returned last.
     void queue(std::size_t bytes) noexcept;
+    /// Takes back the buffers of sent frames. Those used last are used next, while they are cached.
+    void reclaim() noexcept;
     /// Makes the kernel send queued frames; 0, or the error number when it stopped early.
     int kick() noexcept;
     /// The number of frames that the kernel has taken since the last call.
@@ -58,7 +60,6 @@ class XdpSocket {
     };
 
     void offer(std::span<const std::uint64_t> addresses) noexcept;
-    void reclaim() noexcept;
 
     std::unique_ptr<std::uint8_t[], Deleter> pages_;
     xsk_ring_prod fill_{};

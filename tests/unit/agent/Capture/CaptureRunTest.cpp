@@ -8,6 +8,7 @@
 #include "CaptureTesting.h"
 #include "ForwarderTesting.h"
 #include "Published/TablePublisher.h"
+#include "Tessel/Exceptions.h"
 
 namespace CaptureRunTest {
 
@@ -87,6 +88,29 @@ TEST_F(CaptureRunTest, ForwardsFramesOfEverySizeInOrder) {
     EXPECT_EQ(sent.frames, count);
     EXPECT_TRUE(sent.inOrder);
     EXPECT_EQ(summary().in.frames, count + 2);
+}
+
+TEST_F(CaptureRunTest, FramesBehindOneThatMetALostGenerationAreForwardedOnce) {
+    std::string capture = pcapHeader(microsecondMagic);
+    constexpr std::uint32_t count = 10;
+    for (std::uint32_t i = 0; i < count; ++i) {
+        capture += recordOf(i, labelled());
+    }
+    const std::string path = (directory / "in.pcap").string();
+    std::ofstream(path, std::ios::binary) << capture;
+    int calls = 0;
+    const Decide route = handler->decide;
+    handler->decide = [&](const auto& context, Ovix::RoutingNexthops& nexthops) {
+        if (++calls == 5) {
+            throw Tessel::SnapshotLost("lost");
+        }
+        route(context, nexthops);
+    };
+    EXPECT_EQ(run(path), 0);
+    EXPECT_EQ(calls, 11);
+    EXPECT_EQ(sent.frames, count);
+    EXPECT_TRUE(sent.inOrder);
+    EXPECT_EQ(summary().in.frames, count);
 }
 
 TEST_F(CaptureRunTest, AFrameThatAPipeHasBroughtAloneWaitsForNoOther) {

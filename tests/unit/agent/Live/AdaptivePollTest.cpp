@@ -40,7 +40,7 @@ class AdaptivePollTest : public testing::Test {
         const int before = script.sleeps;
         for (int i = 0; i < frames; ++i) {
             script.readyAt = script.now + gap;
-            poll.wait(none, 100);
+            EXPECT_TRUE(poll.wait(none, 100));
             EXPECT_GE(script.now, script.readyAt);
             EXPECT_LE(script.now, script.readyAt + 1us);
         }
@@ -68,7 +68,8 @@ TEST_F(AdaptivePollTest, StaysAwakeForABoundedTimeOnly) {
     const Time last = script.now;
     script.looks = 0;
     EXPECT_EQ(sleepsFor(50ms, 1), 1);
-    EXPECT_LE(script.looks, AdaptivePoll::longestAwake / 1us);
+    EXPECT_GT(script.looks, 1);
+    EXPECT_LE(script.looks, AdaptivePoll::longestAwake / 1us + 4);
     EXPECT_GE(script.now - last, 50ms);
     EXPECT_FALSE(poll.staysAwake());
     EXPECT_EQ(sleepsFor(10us, 5), 1);
@@ -78,9 +79,9 @@ TEST_F(AdaptivePollTest, ReturnsAfterTheTimeWithoutFrames) {
     sleepsFor(10us, 10);
     script.readyAt = script.now + 1h;
     const Time start = script.now;
-    poll.wait(none, 100);
+    EXPECT_FALSE(poll.wait(none, 100));
     EXPECT_LE(script.now - start, 101ms);
-    poll.wait(none, 0);
+    EXPECT_FALSE(poll.wait(none, 0));
     EXPECT_LE(script.now - start, 102ms);
 }
 

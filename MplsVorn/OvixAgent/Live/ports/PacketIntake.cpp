@@ -1,0 +1,108 @@
+#include "Live/ports/PacketIntake.h"
+
+#include <arpa/inet.h>
+#include <initializer_list>
+#include <linux/filter.h>
+#include <linux/if_ether.h>
+#include <linux/if_packet.h>
+#include <sys/socket.h>
+#include <vector>
+
+#include "Posix/SystemError.h"
+#include "Wire/Ethernet.h"
+
+namespace OvixAgent {
+
+namespace {
+
+constexpr std::uint32_t etherTypeAt = Wire::Ethernet::etherTypeAt;
+constexpr std::uint32_t packetType = static_cast<std::uint32_t>(SKF_AD_OFF + SKF_AD_PKTTYPE);
+constexpr std::uint32_t wholeFrame = 0xffffffff;
+
+constexpr sock_filter loadHalfWord(std::uint32_t at) {
+    return {BPF_LD | BPF_H | BPF_ABS, 0, 0, at};
+}
+
+constexpr sock_filter loadByte(std::uint32_t at) {
+    return {BPF_LD | BPF_B | BPF_ABS, 0, 0, at};
+}
+
+constexpr sock_filter accept(std::uint32_t bytes) {
+    return {BPF_RET | BPF_K, 0, 0, bytes};
+}
+
+constexpr sock_filter ifEqualSkip(std::uint32_t value, std::uint8_t instructions) {
+    return {BPF_JMP | BPF_JEQ | BPF_K, instructions, 0, value};
+}
+
+constexpr sock_filter unlessEqualSkip(std::uint32_t value, std::uint8_t instructions) {
+    return {BPF_JMP | BPF_JEQ | BPF_K, 0, instructions, value};
+}
+
+void append(std::vector<sock_filter>& program, std::initializer_list<sock_filter> more) {
+    program.insert(program.end(), more);
+}
+
+/// A classic BPF program. It sees the Ethernet header without the outermost tag, where the kernel
+/// has removed that: of 802.1Q and 802.1ad.
+std::vector<sock_filter> packetFilter(PacketIntake intake) {
+    namespace EtherType = Wire::EtherType;
+    if (intake == PacketIntake::everything) {
+        return {accept(wholeFrame)};
+    }
+    std::vector<sock_filter> program{loadByte(packetType), unlessEqualSkip(PACKET_OTHERHOST, 1),
+                                     accept(0), loadHalfWord(etherTypeAt)};
+    for (const std::uint16_t type : {EtherType::mpls, EtherType::mplsUpstream, EtherType::vlan,
+                                     EtherType::serviceVlan, EtherType::stackedVlan}) {
+        append(program, {unlessEqualSkip(type, 1), accept(wholeFrame)});
+    }
+    if (intake == PacketIntake::labelledAndIp) {
+        append(program,
+               {ifEqualSkip(EtherType::ipv4, 2), ifEqualSkip(EtherType::ipv6, 1), accept(0),
+                loadByte(packetType), unlessEqualSkip(PACKET_HOST, 1), accept(wholeFrame)});
+    }
+    program.push_back(accept(0));
+    return program;
+}
+
+/// Frames of an attachment circuit are addressed to any station. The kernel ends this with the
+/// socket.
+void receiveAllStations(int socket, unsigned int interfaceIndex) {
+    packet_mreq request{};
+    request.mr_ifindex = static_cast<int>(interfaceIndex);
+    request.mr_type = PACKET_MR_PROMISC;
+    if (setsockopt(socket, SOL_PACKET, PACKET_ADD_MEMBERSHIP, &request, sizeof request) != 0) {
+        Posix::fail("receiving the frames of all stations");
+    }
+}
+
+} // namespace
+
+void acceptFrames(int socket, PacketIntake intake) {
+    std::vector<sock_filter> program = packetFilter(intake);
+    const sock_fprog attached{static_cast<unsigned short>(program.size()), program.data()};
+    if (setsockopt(socket, SOL_SOCKET, SO_ATTACH_FILTER, &attached, sizeof attached) != 0) {
+        Posix::fail("attaching the frame filter");
+    }
+}
+
+void bindToInterface(int socket, unsigned int interfaceIndex, PacketIntake intake) {
+    sockaddr_ll address{};
+    address.sll_family = AF_PACKET;
+    address.sll_protocol = htons(ETH_P_ALL);
+    address.sll_ifindex = static_cast<int>(interfaceIndex);
+    if (bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        Posix::fail("binding the packet socket");
+    }
+    if (intake == PacketIntake::everything) {
+        receiveAllStations(socket, interfaceIndex);
+    }
+}
+
+void acceptNothing(int socket) noexcept {
+    sock_filter nothing = BPF_STMT(BPF_RET | BPF_K, 0);
+    const sock_fprog program{1, &nothing};
+    setsockopt(socket, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program);
+}
+
+} // namespace OvixAgent
