@@ -100,7 +100,7 @@ bool CircuitForwarding::forward(PacketWork work) {
         Wire::ControlWordWriter(work.bytes().subspan(tunnel.labelBytes)).clear();
     }
     tunnel.pseudowire->sent.add(received);
-    departures_->send(work, *line.port, withLinkHeader(work, line, Wire::EtherType::mpls));
+    departures_->send(work, line, Wire::EtherType::mpls);
     return true;
 }
 

@@ -5,6 +5,7 @@
 #include <exception>
 #include <limits>
 
+#include "FastPath/LabelRewrite.h"
 #include "FastPath/RewriteReading.h"
 #include "Ovix/packet/FlowHash.h"
 #include "Tessel/Fib/FecId.h"
@@ -38,8 +39,11 @@ Decider::Decider(const Ptr<Ovix::PluginManager>& manager, ForwardingTables& tabl
       rewriteMap_(Ovix::RewriteInfoImplMapSharedObject::getMap(manager->sharedObjects())),
       tables_(&tables), decisions_(&decisions), lines_(&lines), events_(&events) {}
 
+// There are fewer VRFs than could reach the count of configurations.
 std::uint64_t Decider::version() const noexcept {
-    return tables_->configured + tables_->vrfs->size() +
+    constexpr unsigned configurations = 32;
+    return (tables_->configured << configurations) + tables_->vrfs->size() +
+           rewriteMap_->changes() + manager_->genericPipelineSteps()->changes() +
            (handler_ ? handler_->decisionVersion() : 0);
 }
 
@@ -172,6 +176,7 @@ Decision Decider::rewriteFor(const LabelDecision::Choice& choice, Beneath beneat
         return {};
     }
     rewrite->events = *events;
+    rewrite->grows = growth(*rewrite);
     if (Tessel::Fib::FecId::isHierarchicalIntfId(nexthop.intfId())) {
         return towardFec(nexthop, *rewrite);
     }

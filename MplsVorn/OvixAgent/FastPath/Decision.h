@@ -57,6 +57,7 @@ struct DecidedRewrite {
     bool isUniform = false;
     bool isCounted = false;  ///< for the incoming label
     bool exposesTc = false;  ///< of a pop
+    std::int8_t grows = 0;   ///< bytes that the packet does; negative for a pop
     std::uint8_t labels = 0; ///< imposed ones; of a swap the last replaces the label
     std::uint8_t ttl = 0;    ///< of pushed labels in pipe mode
     std::uint8_t tc = keep;

@@ -18,24 +18,25 @@ class Departures {
     /// The accounts must outlive it.
     explicit Departures(FrameAccounts& accounts) noexcept : accounts_(&accounts) {}
 
-    void send(const PacketWork& received, Port& port, const Frame& frame) {
-        accounts_->passed(received.frame->size);
-        port.sent.add(frame.bytes.size());
-        next(port) = frame;
+    /// The packet leaves behind a link header of its own.
+    [[gnu::always_inline]] void send(const PacketWork& work, const EgressLine& line,
+                                     std::uint16_t etherType) {
+        sendWhole(work, *line.port, withLinkHeader(work, line, etherType));
+    }
+    /// The packet leaves as the whole frame that these bytes are.
+    [[gnu::always_inline]] void sendWhole(const PacketWork& work, Port& port, Wire::Bytes frame) {
+        accounts_->passed(work.frame->size);
+        port.sent.add(frame.size());
+        fill(next(port), work.port, work.frame->time, frame);
     }
     /// A frame that leaves as long as it came, at the same place.
     void sendInPlace(const WritableFrame& frame, Port& port) {
         accounts_->passed(frame.size);
         port.sent.add(frame.size);
-        Frame& sent = next(port);
-        sent.port = frame.port;
-        sent.time.seconds = frame.time.seconds;
-        sent.time.nanoseconds = frame.time.nanoseconds;
-        sent.bytes = {frame.bytes, frame.size};
-        sent.originalLength = frame.size;
+        fill(next(port), frame.port, frame.time, {frame.bytes, frame.size});
     }
-    void drop(const PacketWork& received, Ovix::OvixNamedCounters::Counter& fate) noexcept {
-        accounts_->passed(received.frame->size);
+    void drop(const WritableFrame& frame, Ovix::OvixNamedCounters::Counter& fate) noexcept {
+        accounts_->passed(frame.size);
         ++fate.count;
     }
     /// The counter of a frame dropped for a reason.
@@ -57,6 +58,15 @@ class Departures {
             out_ = port.out;
         }
         return frames_[count_++];
+    }
+
+    // Field by field: a whole frame would be built elsewhere and copied.
+    static void fill(Frame& sent, PortIndex port, const CaptureTime& time, Wire::Bytes bytes) {
+        sent.port = port;
+        sent.time.seconds = time.seconds;
+        sent.time.nanoseconds = time.nanoseconds;
+        sent.bytes = bytes;
+        sent.originalLength = static_cast<std::uint32_t>(bytes.size());
     }
 
     FrameAccounts* accounts_;

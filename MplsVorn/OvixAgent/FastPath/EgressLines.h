@@ -23,14 +23,14 @@ struct EgressKey {
 
 /// What is needed to send to a next hop; one cache line.
 struct alignas(64) EgressLine {
+    static constexpr std::uint32_t none = 0xffffffff;
+
     Port* port = nullptr;
-    std::uint32_t mtu = 0;                                       ///< 0: the port's
-    bool isKnown = false;                                        ///< the neighbour's MAC address is
+    std::uint32_t mtu = none; ///< of the next hop, beside the port's
+    bool isKnown = false;     ///< the neighbour's MAC address is
     std::array<std::uint8_t, 2 * Lumo::EthAddr().size()> macs{}; ///< the neighbour's, the port's
     std::uint8_t tagBytes = 0;
     std::array<std::uint8_t, 8> tags{}; ///< to send with frames that came without
-
-    static constexpr std::uint32_t none = 0xffffffff;
 
     /// Null: the neighbour's MAC address is not known.
     void neighbourIs(const Lumo::EthAddr* mac) noexcept {

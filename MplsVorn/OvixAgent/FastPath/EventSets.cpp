@@ -9,16 +9,18 @@ EventSets::EventSets(Ptr<Ovix::OvixNamedCounters> counters)
 
 // A counter comes into being with the first count.
 void EventSets::settleAll(Set& set) {
-    for (const Event& event : set.events) {
-        Ovix::OvixNamedCounters::Counter& counter =
-            counters_->counter({event.name->category, event.name->module, event.name->reason});
-        counter.count += event.times * times_;
-        if (set.events.size() == 1) {
-            set.only = &counter;
-            set.times = event.times;
+    for (Event& event : set.events) {
+        if (event.counter == nullptr) {
+            event.counter =
+                &counters_->counter({event.name->category, event.name->module, event.name->reason});
         }
+        event.counter->count += event.times * times_;
     }
     times_ = 0;
+    if (set.events.size() == 1) {
+        set.only = set.events.front().counter;
+        set.times = set.events.front().times;
+    }
 }
 
 std::optional<std::uint16_t> EventSets::setOf(const Ovix::LabelDecision::Events& events) {

@@ -44,7 +44,8 @@ class EventSets {
   private:
     struct Event {
         const Ovix::OvixNamedCounters::Counter* name;
-        std::uint64_t times; ///< how often it follows itself
+        std::uint64_t times;                                 ///< how often it follows itself
+        Ovix::OvixNamedCounters::Counter* counter = nullptr; ///< null until first counted
     };
     struct Set {
         std::vector<Event> events;

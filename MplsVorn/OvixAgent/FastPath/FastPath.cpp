@@ -4,6 +4,7 @@
 #include <cassert>
 
 #include "Ovix/trace/Trace.h"
+#include "Tessel/Changes.h"
 #include "Tessel/Exceptions.h"
 #include "Wire/Ethernet.h"
 
@@ -36,7 +37,7 @@ FastPath::FastPath(Forwarder& forwarder, const Ptr<Ovix::PluginManager>& manager
     if (intake.isPlain && frame.size >= shortest && frame.size == frame.originalLength &&
         Lumo::NetU16::load(frame.bytes + Ethernet::etherTypeAt).value() == Wire::EtherType::mpls &&
         intake.port->mpls && isForPort(frame.bytes, *intake.port)) [[likely]] {
-        if (labels_.swapInPlace(frame)) {
+        if (labels_.settleInPlace(frame)) {
             return true;
         }
         PacketWork work;
@@ -50,11 +51,13 @@ FastPath::FastPath(Forwarder& forwarder, const Ptr<Ovix::PluginManager>& manager
 }
 
 std::size_t FastPath::receive(std::span<WritableFrame> burst) {
-    const bool isFast = isReady();
+    if (Tessel::Changes::count() != seen_) [[unlikely]] {
+        takeChanges();
+    }
     std::size_t done = 0;
     try {
         for (; done < burst.size(); ++done) {
-            if (isFast) {
+            if (isUsable_) [[likely]] {
                 prefetch(burst, done);
                 if (forwardPlain(burst[done])) {
                     ++counts_.fast;
@@ -80,22 +83,13 @@ void FastPath::settle() {
     departures_.flush();
 }
 
-/// Whether decisions may be used for the frames at hand.
-bool FastPath::isReady() {
-    if (!isOn_ || Ovix::TraceSource::anyOn() || !labels_.refresh()) {
-        return false;
-    }
-    const Seen now{Tessel::Entity::changesOfAll(), tables_->configured, tables_->vrfs->size()};
-    if (now != seen_) [[unlikely]] {
-        seen_ = now;
-        takeChanges();
-    }
-    lines_.refresh();
-    return true;
-}
-
 /// Something has changed, which need not concern decisions.
 void FastPath::takeChanges() {
+    const std::uint64_t changes = Tessel::Changes::count();
+    isUsable_ = isOn_ && !Ovix::TraceSource::anyOn() && labels_.refresh();
+    if (!isUsable_) {
+        return; // looked at again with the next burst
+    }
     if (const std::uint64_t version = labels_.version(); version != version_) {
         version_ = version;
         labels_.restart();
@@ -103,6 +97,8 @@ void FastPath::takeChanges() {
         circuits_.restart();
         readPorts();
     }
+    lines_.refresh();
+    seen_ = changes;
 }
 
 void FastPath::readPorts() {
@@ -206,12 +202,11 @@ bool FastPath::forwardIp(PacketWork work, PktHdrType type) {
         return false;
     }
     work.type = type;
-    Port* out = nullptr;
-    const auto sent = ipHop_.route(tables_->vrfs->fibAt(intake.fib), work, out);
-    if (!sent) {
+    EgressLine line;
+    if (!ipHop_.route(tables_->vrfs->fibAt(intake.fib), work, line)) {
         return false;
     }
-    departures_.send(work, *out, *sent);
+    departures_.send(work, line, etherTypeOf(work.type));
     return true;
 }
 

@@ -15,6 +15,7 @@
 #include "Published/PublishedTables.h"
 #include "State/ForwardingTables.h"
 #include "State/Frame.h"
+#include "Tessel/Changes.h"
 
 namespace OvixAgent {
 
@@ -34,7 +35,10 @@ class FastPath {
     std::size_t receive(std::span<WritableFrame> burst);
 
     /// While off, the forwarder processes every frame. On at first.
-    void isOnIs(bool on) noexcept { isOn_ = on; }
+    void isOnIs(bool on) noexcept {
+        isOn_ = on;
+        Tessel::Changes::notice();
+    }
 
     /// The frame that the forwarder is processing, or has processed last; its bytes may be gone
     /// then. The same object all the time.
@@ -60,15 +64,6 @@ class FastPath {
         std::uint32_t fib = 0; ///< number of its VRF
     };
 
-    /// Counts of changes of which none has happened while they are the same.
-    struct Seen {
-        std::uint64_t entities = ~std::uint64_t{0};
-        std::uint64_t configured = 0;
-        std::uint64_t vrfs = 0;
-        bool operator==(const Seen&) const = default;
-    };
-
-    bool isReady();
     void takeChanges();
     void readPorts();
     void prefetch(std::span<const WritableFrame> burst, std::size_t at) const noexcept;
@@ -87,8 +82,9 @@ class FastPath {
     EgressLines lines_;
     LabelForwarding labels_;
     CircuitForwarding circuits_;
-    std::vector<Intake> intakes_; ///< by port
-    Seen seen_;
+    std::vector<Intake> intakes_;            ///< by port
+    std::uint64_t seen_ = ~std::uint64_t{0}; ///< count of changes
+    bool isUsable_ = false;                  ///< decisions are
     std::uint64_t version_ = ~std::uint64_t{0};
     Frame current_;
     Counts counts_;

@@ -73,25 +73,24 @@ const Lumo::EthAddr* IpHop::macFor(const IpRouteVia& via, const PacketWork& work
     return mac == nullptr && via.onLink && via.push ? tables_->neighbours.only(via.port) : mac;
 }
 
-std::optional<Frame> IpHop::route(const Fib& fib, PacketWork work, Port*& port) const {
+bool IpHop::route(const Fib& fib, PacketWork& work, EgressLine& line) const {
     if (!isForwardable(packetOf(work))) {
-        return std::nullopt;
+        return false;
     }
     // Padding of the link is not forwarded.
     work.length =
         static_cast<std::uint32_t>(std::min<std::size_t>(packetOf(work).length(), work.length));
     const IpRouteVia* const via = viaFor(fib, work);
     if (via == nullptr || tables_->pseudowires.isCircuit(via->port)) {
-        return std::nullopt;
+        return false;
     }
     Port& out = tables_->ports.ports()[via->port];
     const Lumo::EthAddr* const mac = macFor(*via, work);
     const Push push = pushOf(*via);
-    EgressLine line;
     line.port = &out;
     line.neighbourIs(mac);
     if (!line.takes(work.length + push.bytes) || !work.hasRoom(push.bytes)) {
-        return std::nullopt;
+        return false;
     }
     line.tagsAre(tagsToSend({}, out.tagging, 0));
     Ovix::TtlBytes::ttlIs(work.type, work.bytes(),
@@ -99,8 +98,7 @@ std::optional<Frame> IpHop::route(const Fib& fib, PacketWork work, Port*& port) 
     if (push.info != nullptr) {
         pushLabels(push, work);
     }
-    port = &out;
-    return withLinkHeader(work, line, etherTypeOf(work.type));
+    return true;
 }
 
 } // namespace OvixAgent

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <optional>
-
 #include "FastPath/PacketWork.h"
 #include "State/Fib.h"
 #include "State/ForwardingTables.h"
@@ -14,9 +12,10 @@ class IpHop {
     /// The tables must outlive it.
     explicit IpHop(ForwardingTables& tables) noexcept : tables_(&tables) {}
 
-    /// Routes the packet, which no rewrite has changed: its TTL is decremented and its route's
-    /// labels are pushed. Unset, and the packet is as it was, when it is for the forwarder.
-    std::optional<Frame> route(const Fib& fib, PacketWork work, Port*& port) const;
+    /// Routes the packet, which no rewrite has changed: finds its line, decrements its TTL and
+    /// pushes its route's labels. False, and its bytes are as they were, when it is for the
+    /// forwarder.
+    bool route(const Fib& fib, PacketWork& work, EgressLine& line) const;
 
   private:
     const IpRouteVia* viaFor(const Fib& fib, const PacketWork& work) const;

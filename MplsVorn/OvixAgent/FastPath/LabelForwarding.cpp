@@ -45,35 +45,6 @@ LabelForwarding::LabelForwarding(const Ptr<Ovix::OvixNamedCounters>& counters,
       decider_(manager, tables, decisions_, lines, events_), ipHop_(&ipHop), tables_(&tables),
       departures_(&departures) {}
 
-bool LabelForwarding::forward(PacketWork& work) {
-    Counted counted;
-    for (;;) {
-        const auto top = Lumo::MplsLabelEntry::load(work.packet);
-        const std::uint32_t label = labelOf(top);
-        if (label < firstOrdinaryLabel || top.ttl() <= 1) {
-            return false;
-        }
-        const Decision* const found = decisionFor(label, work);
-        if (found == nullptr) {
-            return false;
-        }
-        const Decision decision = *found;
-        if (decision.action == Action::drop && !decisions_.at(label).isFound) {
-            return counted.count == 0 && drop(decision, counted, work);
-        }
-        if (!lookUpAll(decisions_.at(label), work, counted)) {
-            return false;
-        }
-        if (decision.action != Action::terminate) {
-            return follow(decision, counted, work);
-        }
-        counted.add(static_cast<std::uint16_t>(decision.value));
-        work.packet += Lumo::MplsLabelEntry::size;
-        work.length -= static_cast<std::uint32_t>(Lumo::MplsLabelEntry::size);
-        work.ended = true;
-    }
-}
-
 /// Whether the forwarder has done enough since to pay for a decision.
 bool LabelForwarding::mayDecide() noexcept {
     if (credit_ < costOfDecision) {
@@ -82,19 +53,6 @@ bool LabelForwarding::mayDecide() noexcept {
     credit_ -= costOfDecision;
     ++decided_;
     return true;
-}
-
-/// Null: none can be made now, or not for this frame.
-const Decision* LabelForwarding::decisionFor(std::uint32_t label, const PacketWork& work) {
-    const Decision& decision = decisions_.at(label);
-    if (!decisions_.isValid(decision)) [[unlikely]] {
-        const std::optional<Beneath> beneath = beneathTop(work.bytes());
-        if (!beneath || !mayDecide()) {
-            return nullptr;
-        }
-        decider_.decide(label, *beneath);
-    }
-    return decision.action == Action::byBeneath ? decidedBeneath(decision, label, work) : &decision;
 }
 
 const Decision* LabelForwarding::decidedBeneath(const Decision& decision, std::uint32_t label,
@@ -113,14 +71,17 @@ const Decision* LabelForwarding::decidedBeneath(const Decision& decision, std::u
     return &decisions_.byBeneath[decision.value].decisions[kind];
 }
 
-/// Notes the events of looking up a label that is found, and those beneath it. False when one of
-/// them is not known here.
-bool LabelForwarding::lookUpAll(const Decision& top, const PacketWork& work, Counted& counted) {
-    if (counted.isFull()) {
-        return false;
+/// Null: none can be made now, or not for this frame.
+inline const Decision* LabelForwarding::decisionFor(std::uint32_t label, const PacketWork& work) {
+    const Decision& decision = decisions_.at(label);
+    if (!decisions_.isValid(decision)) [[unlikely]] {
+        const std::optional<Beneath> beneath = beneathTop(work.bytes());
+        if (!beneath || !mayDecide()) {
+            return nullptr;
+        }
+        decider_.decide(label, *beneath);
     }
-    counted.add(top.lookup);
-    return Lumo::MplsLabelEntry::load(work.packet).bos() || lookUpInner(work, counted);
+    return decision.action == Action::byBeneath ? decidedBeneath(decision, label, work) : &decision;
 }
 
 /// Labels beneath one that was found are looked up, too, down to the first that is not found.
@@ -153,74 +114,24 @@ bool LabelForwarding::lookUpInner(const PacketWork& work, Counted& counted) {
     return walk.isAtBottom();
 }
 
-bool LabelForwarding::follow(Decision decision, const Counted& counted, PacketWork& work) {
-    switch (decision.action) {
-    case Action::swap:
-        return followSwap(decision, counted, work);
-    case Action::rewrite:
-        return followRewrite(decision, counted, work);
-    case Action::circuit:
-        return followCircuit(decision, counted, work);
-    case Action::lookup:
-        return followLookup(decision, counted, work);
-    case Action::drop:
-        return !work.ended && drop(decision, counted, work);
-    case Action::choice:
-        return follow(chosen(decision, work), counted, work);
-    default:
+/// Notes the events of looking up a label that is found, and those beneath it. False when one of
+/// them is not known here.
+inline bool LabelForwarding::lookUpAll(const Decision& top, const PacketWork& work,
+                                       Counted& counted) {
+    if (counted.isFull()) {
         return false;
     }
+    counted.add(top.lookup);
+    return Lumo::MplsLabelEntry::load(work.packet).bos() || lookUpInner(work, counted);
 }
 
-/// A flow's hash is that of the frame as it came in, for whatever needs it later, too.
-Decision LabelForwarding::chosen(const Decision& decision, PacketWork& work) const {
-    const DecidedChoice& choice = decisions_.choices[decision.value];
-    work.hash = Ovix::flowHash(PktHdrType::mpls, work.received());
-    work.isHashed = true;
-    return choice
-        .members[Tessel::weightedChoice(work.hash % choice.totalWeight, choice.weights.size(),
-                                        [&](std::size_t i) { return choice.weights[i]; })];
-}
-
-bool LabelForwarding::followSwap(const Decision& decision, const Counted& counted,
-                                 PacketWork& work) {
-    const EgressLine& line = (*lines_)[decision.egress];
-    if (!line.takes(work.length) || !work.hasRoom(0)) {
-        return false;
+inline void LabelForwarding::count(const Counted& counted, std::uint16_t last) {
+    for (std::size_t i = 0; i < counted.count; ++i) {
+        events_.count(counted.sets[i]);
     }
-    count(counted, EventSets::none);
-    const auto top = Lumo::MplsLabelEntry::load(work.packet);
-    Lumo::NetU32(swapped(decision, top.word().value())).store(work.packet);
-    countLabel(top, work);
-    departures_->send(work, *line.port, withLinkHeader(work, line, Wire::EtherType::mpls));
-    return true;
-}
-
-bool LabelForwarding::followRewrite(const Decision& decision, const Counted& counted,
-                                    PacketWork& work) {
-    const DecidedRewrite& rewrite = decisions_.rewrites[decision.value];
-    const std::int32_t grows = growth(rewrite);
-    const auto length = static_cast<std::uint32_t>(static_cast<std::int32_t>(work.length) + grows);
-    const EgressLine* line = rewrite.isToFec ? nullptr : &(*lines_)[rewrite.egress];
-    if (!work.hasRoom(static_cast<std::size_t>(std::max(grows, 0))) ||
-        (line != nullptr && !line->takes(length))) {
-        return false;
+    if (last != EventSets::none) {
+        events_.count(last);
     }
-    const auto entry = Lumo::MplsLabelEntry::load(work.packet);
-    if (line != nullptr) {
-        applyRewrite(rewrite, work);
-    } else {
-        line = rewriteTowardFec(rewrite, work);
-        if (line == nullptr) {
-            return false;
-        }
-    }
-    count(counted, rewrite.events);
-    if (rewrite.isCounted) {
-        countLabel(entry, work);
-    }
-    departures_->send(work, *line->port, withLinkHeader(work, *line, etherTypeOf(work.type)));
-    return true;
 }
 
 /// The flow's hash is that of the packet as it leaves. Null, and the packet is as it was, when it
@@ -246,6 +157,57 @@ const EgressLine* LabelForwarding::rewriteTowardFec(const DecidedRewrite& rewrit
     return nullptr;
 }
 
+inline bool LabelForwarding::followRewrite(const Decision& decision, const Counted& counted,
+                                           PacketWork& work) {
+    const DecidedRewrite& rewrite = decisions_.rewrites[decision.value];
+    const std::int32_t grows = rewrite.grows;
+    const auto length = static_cast<std::uint32_t>(static_cast<std::int32_t>(work.length) + grows);
+    const EgressLine* line = rewrite.isToFec ? nullptr : &(*lines_)[rewrite.egress];
+    if (!work.hasRoom(static_cast<std::size_t>(std::max(grows, 0))) ||
+        (line != nullptr && !line->takes(length))) {
+        return false;
+    }
+    const auto entry = Lumo::MplsLabelEntry::load(work.packet);
+    if (line != nullptr) {
+        applyRewrite(rewrite, work);
+    } else {
+        line = rewriteTowardFec(rewrite, work);
+        if (line == nullptr) {
+            return false;
+        }
+    }
+    count(counted, rewrite.events);
+    if (rewrite.isCounted) {
+        countLabel(entry, work);
+    }
+    departures_->send(work, *line, etherTypeOf(work.type));
+    return true;
+}
+
+/// A flow's hash is that of the frame as it came in, for whatever needs it later, too.
+Decision LabelForwarding::chosen(const Decision& decision, PacketWork& work) const {
+    const DecidedChoice& choice = decisions_.choices[decision.value];
+    work.hash = Ovix::flowHash(PktHdrType::mpls, work.received());
+    work.isHashed = true;
+    return choice
+        .members[Tessel::weightedChoice(work.hash % choice.totalWeight, choice.weights.size(),
+                                        [&](std::size_t i) { return choice.weights[i]; })];
+}
+
+bool LabelForwarding::followSwap(const Decision& decision, const Counted& counted,
+                                 PacketWork& work) {
+    const EgressLine& line = (*lines_)[decision.egress];
+    if (!line.takes(work.length) || !work.hasRoom(0)) {
+        return false;
+    }
+    count(counted, EventSets::none);
+    const auto top = Lumo::MplsLabelEntry::load(work.packet);
+    Lumo::NetU32(swapped(decision, top.word().value())).store(work.packet);
+    countLabel(top, work);
+    departures_->send(work, line, Wire::EtherType::mpls);
+    return true;
+}
+
 bool LabelForwarding::followCircuit(const Decision& decision, const Counted& counted,
                                     PacketWork& work) {
     const DecidedCircuit& circuit = decisions_.circuits[decision.value];
@@ -259,9 +221,7 @@ bool LabelForwarding::followCircuit(const Decision& decision, const Counted& cou
         countLabel(Lumo::MplsLabelEntry::load(work.packet), work);
     }
     circuit.pseudowire->delivered.add(frame.size());
-    departures_->send(
-        work, *circuit.port,
-        {work.port, work.frame->time, frame, static_cast<std::uint32_t>(frame.size())});
+    departures_->sendWhole(work, *circuit.port, frame);
     return true;
 }
 
@@ -272,40 +232,77 @@ bool LabelForwarding::followLookup(const Decision& decision, const Counted& coun
     work.packet += Lumo::MplsLabelEntry::size;
     work.length -= static_cast<std::uint32_t>(Lumo::MplsLabelEntry::size);
     work.type = Ovix::PacketParser::beneathLabels(work.bytes());
-    Port* out = nullptr;
-    const auto sent = ipHop_->route(tables_->vrfs->fibAt(lookup.fib), work, out);
-    if (!sent) {
+    EgressLine line;
+    if (!ipHop_->route(tables_->vrfs->fibAt(lookup.fib), work, line)) {
         return false;
     }
     count(counted, lookup.events);
     if (lookup.isCounted) {
         countLabel(entry, work);
     }
-    departures_->send(work, *out, *sent);
+    departures_->send(work, line, etherTypeOf(work.type));
     return true;
 }
 
-/// `counted` is empty when the label was not found.
+/// The label was found, but leads nowhere.
 bool LabelForwarding::drop(const Decision& decision, const Counted& counted, PacketWork& work) {
     DecidedDrop& drop = decisions_.drops[decision.value];
-    if (counted.count == 0) {
-        events_.count(drop.all);
-    } else {
-        count(counted, drop.events);
-    }
     if (drop.fate == nullptr) {
         drop.fate = &departures_->fateOf(drop.reason);
     }
-    departures_->drop(work, *drop.fate);
+    count(counted, drop.events);
+    departures_->drop(*work.frame, *drop.fate);
     return true;
 }
 
-void LabelForwarding::count(const Counted& counted, std::uint16_t last) {
-    for (std::size_t i = 0; i < counted.count; ++i) {
-        events_.count(counted.sets[i]);
+inline bool LabelForwarding::follow(Decision decision, const Counted& counted, PacketWork& work) {
+    switch (decision.action) {
+    case Action::swap:
+        return followSwap(decision, counted, work);
+    case Action::rewrite:
+        return followRewrite(decision, counted, work);
+    case Action::circuit:
+        return followCircuit(decision, counted, work);
+    case Action::lookup:
+        return followLookup(decision, counted, work);
+    case Action::drop:
+        return !work.ended && drop(decision, counted, work);
+    case Action::choice:
+        return follow(chosen(decision, work), counted, work);
+    default:
+        return false;
     }
-    if (last != EventSets::none) {
-        events_.count(last);
+}
+
+bool LabelForwarding::forward(PacketWork& work) {
+    Counted counted;
+    for (;;) {
+        const auto top = Lumo::MplsLabelEntry::load(work.packet);
+        const std::uint32_t label = labelOf(top);
+        if (label < firstOrdinaryLabel || top.ttl() <= 1) {
+            return false;
+        }
+        const Decision* const found = decisionFor(label, work);
+        if (found == nullptr) {
+            return false;
+        }
+        const Decision decision = *found;
+        if (decision.action == Action::drop && !decisions_.at(label).isFound) {
+            if (!work.ended) {
+                count(decisions_.drops[decision.value], *work.frame);
+            }
+            return !work.ended;
+        }
+        if (!lookUpAll(decisions_.at(label), work, counted)) {
+            return false;
+        }
+        if (decision.action != Action::terminate) {
+            return follow(decision, counted, work);
+        }
+        counted.add(static_cast<std::uint16_t>(decision.value));
+        work.packet += Lumo::MplsLabelEntry::size;
+        work.length -= static_cast<std::uint32_t>(Lumo::MplsLabelEntry::size);
+        work.ended = true;
     }
 }
 

@@ -28,29 +28,22 @@ class LabelForwarding {
     std::uint64_t version() const noexcept { return decider_.version(); }
     void restart() noexcept { decisions_.voidAll(); }
 
-    /// Forwards a frame whose link header is Ethernet's alone if it has one label that is swapped
-    /// for one. False, and nothing is changed, when it is not that plain.
-    [[gnu::always_inline]] bool swapInPlace(WritableFrame& frame) {
-        std::uint8_t* const at = frame.bytes + Wire::Ethernet::size;
-        const std::uint32_t entry = Lumo::NetU32::load(at).value();
-        const std::uint32_t label = entry >> 12U;
-        const Decision& decision = *decisions_.place(label);
-        constexpr std::uint32_t bottom = 0x100;
-        if (!decisions_.isValid(decision) || decision.action != Action::swap ||
-            (entry & bottom) == 0 || (entry & 0xffU) <= 1) {
+    /// Settles a frame whose link header is Ethernet's alone where that takes least: one label that
+    /// is swapped for one, or that no table has. False, and nothing is changed, for any other.
+    [[gnu::always_inline]] bool settleInPlace(WritableFrame& frame) {
+        const std::uint32_t entry = Lumo::NetU32::load(frame.bytes + Wire::Ethernet::size).value();
+        const Decision& decision = *decisions_.place(entry >> 12U);
+        if (!decisions_.isValid(decision) || (entry & 0xffU) <= 1) {
             return false;
         }
-        const EgressLine& line = (*lines_)[decision.egress];
-        if (!line.takes(frame.size - static_cast<std::uint32_t>(Wire::Ethernet::size)) ||
-            line.tagBytes > 0) [[unlikely]] {
-            return false;
+        if (decision.action == Action::swap) {
+            return swapInPlace(decision, entry, frame);
         }
-        Lumo::NetU32(swapped(decision, entry)).store(at);
-        std::memcpy(frame.bytes, line.macs.data(), line.macs.size());
-        events_.count(decision.lookup);
-        decider_.labelCounters()->countBytes(label, frame.size);
-        departures_->sendInPlace(frame, *line.port);
-        return true;
+        if (decision.action == Action::drop && !decision.isFound) {
+            count(decisions_.drops[decision.value], frame);
+            return true;
+        }
+        return false;
     }
 
     /// The packet starts with a label. False, and nothing is changed, when it is for the forwarder.
@@ -108,6 +101,30 @@ class LabelForwarding {
     bool followLookup(const Decision& decision, const Counted& counted, PacketWork& work);
     bool drop(const Decision& decision, const Counted& counted, PacketWork& work);
 
+    [[gnu::always_inline]] bool swapInPlace(const Decision& decision, std::uint32_t entry,
+                                            WritableFrame& frame) {
+        constexpr std::uint32_t bottom = 0x100;
+        const EgressLine& line = (*lines_)[decision.egress];
+        if ((entry & bottom) == 0 ||
+            !line.takes(frame.size - static_cast<std::uint32_t>(Wire::Ethernet::size)) ||
+            line.tagBytes > 0) [[unlikely]] {
+            return false;
+        }
+        Lumo::NetU32(swapped(decision, entry)).store(frame.bytes + Wire::Ethernet::size);
+        std::memcpy(frame.bytes, line.macs.data(), line.macs.size());
+        events_.count(decision.lookup);
+        decider_.labelCounters()->countBytes(entry >> 12U, frame.size);
+        departures_->sendInPlace(frame, *line.port);
+        return true;
+    }
+    /// A frame is dropped whose label no table has.
+    [[gnu::always_inline]] void count(DecidedDrop& drop, const WritableFrame& frame) {
+        if (drop.fate == nullptr) [[unlikely]] {
+            drop.fate = &departures_->fateOf(drop.reason);
+        }
+        events_.count(drop.all);
+        departures_->drop(frame, *drop.fate);
+    }
     static std::uint32_t swapped(const Decision& decision, std::uint32_t entry) noexcept {
         constexpr std::uint32_t kept = 0xf00; // TC and S
         return decision.value | (entry & kept) | ((entry & 0xffU) - 1);

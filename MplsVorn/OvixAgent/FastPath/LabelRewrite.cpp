@@ -86,7 +86,7 @@ void applyRewrite(const DecidedRewrite& rewrite, PacketWork& work) {
         break;
     }
     work.length =
-        static_cast<std::uint32_t>(static_cast<std::int32_t>(work.length) + growth(rewrite));
+        static_cast<std::uint32_t>(static_cast<std::int32_t>(work.length) + rewrite.grows);
 }
 
 } // namespace OvixAgent

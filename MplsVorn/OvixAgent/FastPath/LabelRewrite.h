@@ -6,13 +6,13 @@
 namespace OvixAgent {
 
 /// How much longer the packet gets; negative for a pop.
-constexpr std::int32_t growth(const DecidedRewrite& rewrite) noexcept {
-    constexpr auto entry = static_cast<std::int32_t>(Lumo::MplsLabelEntry::size);
+constexpr std::int8_t growth(const DecidedRewrite& rewrite) noexcept {
+    constexpr auto entry = static_cast<int>(Lumo::MplsLabelEntry::size);
     switch (rewrite.kind) {
     case DecidedRewrite::Kind::swap:
-        return (rewrite.labels - 1) * entry;
+        return static_cast<std::int8_t>((rewrite.labels - 1) * entry);
     case DecidedRewrite::Kind::push:
-        return rewrite.labels * entry;
+        return static_cast<std::int8_t>(rewrite.labels * entry);
     default:
         return -entry;
     }

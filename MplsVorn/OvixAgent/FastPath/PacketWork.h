@@ -39,8 +39,8 @@ struct PacketWork {
 };
 
 /// Puts the link header in front and returns the frame to be sent.
-[[gnu::always_inline]] inline Frame withLinkHeader(const PacketWork& work, const EgressLine& line,
-                                                   std::uint16_t etherType) noexcept {
+[[gnu::always_inline]] inline Wire::Bytes
+withLinkHeader(const PacketWork& work, const EgressLine& line, std::uint16_t etherType) noexcept {
     const std::uint32_t size = Wire::Ethernet::size + line.tagBytes;
     std::uint8_t* const link = work.packet - size;
     std::memcpy(link, line.macs.data(), line.macs.size());
@@ -48,8 +48,7 @@ struct PacketWork {
         std::memcpy(link + Wire::Ethernet::macsSize, line.tags.data(), line.tagBytes);
     }
     Lumo::NetU16(etherType).store(work.packet - Wire::Ethernet::etherTypeSize);
-    const std::uint32_t length = size + work.length;
-    return {work.port, work.frame->time, {link, length}, length};
+    return {link, size + work.length};
 }
 
 inline std::uint16_t etherTypeOf(Ovix::PktHdrType type) noexcept {

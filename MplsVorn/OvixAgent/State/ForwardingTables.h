@@ -9,6 +9,7 @@
 #include "State/PortTable.h"
 #include "State/Pseudowires.h"
 #include "State/VrfRoot.h"
+#include "Tessel/Changes.h"
 
 namespace OvixAgent {
 
@@ -30,6 +31,7 @@ struct ForwardingTables {
         vrfs = Tessel::make<VrfRoot>(config, ports, neighbours);
         ports.configure(config.ports);
         ++configured;
+        Tessel::Changes::notice();
     }
 
     PortTable ports;

@@ -5,6 +5,8 @@
 #include <cstring>
 #include <utility>
 
+#include "Tessel/Changes.h"
+
 namespace OvixAgent {
 
 Neighbours::Neighbours(const AgentConfig& config) : links_(config.ports.size()) {
@@ -24,6 +26,7 @@ void Neighbours::configure(const AgentConfig& config) {
 
 void Neighbours::countDevices(PortIndex port) {
     ++changes_;
+    Tessel::Changes::notice();
     assert(port < links_.size());
     Link& link = links_[port] = {};
     for (const auto& [key, device] : neighbours_) {

@@ -10,6 +10,7 @@
 #include "Lumo/IntfId.h"
 #include "Lumo/IpGenAddr.h"
 #include "State/Frame.h"
+#include "Tessel/Changes.h"
 #include "Tessel/FlatMap.h"
 
 namespace OvixAgent {
@@ -52,6 +53,7 @@ class PortTable {
         assert(port < ports_.size());
         macChanges_ += ports_[port].mac != mac ? 1 : 0;
         ports_[port].mac = mac;
+        Tessel::Changes::notice();
     }
     /// How often a port's MAC address has changed.
     std::uint64_t macChanges() const noexcept { return macChanges_; }

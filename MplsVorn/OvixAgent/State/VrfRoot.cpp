@@ -1,6 +1,7 @@
 #include "State/VrfRoot.h"
 
 #include "Lumo/IntfId.h"
+#include "Tessel/Changes.h"
 #include "Tessel/TypeName.h"
 
 namespace OvixAgent {
@@ -75,7 +76,7 @@ std::uint32_t VrfRoot::fibIndex(std::string_view vrf) {
     const auto index = static_cast<std::uint32_t>(fibs_.size());
     byName_[key] = index;
     fibs_.emplace_back();
-    size_ = fibs_.size();
+    Tessel::Changes::notice();
     return index;
 }
 

@@ -31,7 +31,7 @@ class VrfRoot : public Ovix::RoutingVrfRoot {
         return fibs_[number];
     }
     /// How many VRFs there are; they only become more.
-    std::uint64_t size() const noexcept { return size_; }
+    std::size_t size() const noexcept { return fibs_.size(); }
 
     /// The routes of a VRF, to be changed; there is such a VRF from now on.
     Fib& fibIs(std::string_view vrf);
@@ -45,7 +45,6 @@ class VrfRoot : public Ovix::RoutingVrfRoot {
   private:
     std::uint32_t fibIndex(std::string_view vrf);
 
-    std::uint64_t size_ = 0;
     std::vector<Fib> fibs_;                 ///< the default VRF's first
     Tessel::FlatMap<std::uint32_t> byName_; ///< by the name's hash
     std::vector<std::uint32_t> fibOfPort_;

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "Tessel/Changes.h"
 #include "Tessel/Exceptions.h"
 
 namespace Mpls {
@@ -41,6 +42,7 @@ void PublishedTables::noticeSubscribers() {
 }
 
 void PublishedTables::takeNewest() {
+    Tessel::Changes::notice();
     reporting_ = false;
     noticeSubscribers();
     try {

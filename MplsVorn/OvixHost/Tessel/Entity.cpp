@@ -1,10 +1,12 @@
 #include "Tessel/Entity.h"
 
+#include "Tessel/Changes.h"
+
 #include <algorithm>
 
 namespace Tessel {
 
-std::uint64_t Entity::changesOfAll_ = 0;
+std::uint64_t Changes::count_ = 0;
 
 void Entity::parentIs(Entity* parent) {
     if (parent_ == parent) {
@@ -52,7 +54,7 @@ void Entity::publish(AttrId attribute, std::uint64_t key) const {
         const Entity& entity;
     };
     ++changes_;
-    ++changesOfAll_;
+    Changes::notice();
     const Publication publication(*this);
     const std::size_t listening = subscribers_.size();
     for (std::size_t i = 0; i < listening; ++i) {

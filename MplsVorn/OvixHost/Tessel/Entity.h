@@ -53,8 +53,6 @@ class Entity : public Counted {
 
     /// How often a change has been published: whoever keeps what was read here compares it.
     std::uint64_t changes() const noexcept { return changes_; }
-    /// The same of all entities of the process: while it stays, no entity has changed.
-    static std::uint64_t changesOfAll() noexcept { return changesOfAll_; }
 
   protected:
     virtual void parentChanged() {}
@@ -88,7 +86,6 @@ class Entity : public Counted {
     mutable std::vector<Subscriber*> subscribers_;
     mutable std::uint32_t publishing_ = 0;
     mutable std::uint64_t changes_ = 0;
-    static std::uint64_t changesOfAll_;
 };
 
 /// Reacts to the changes of one attribute while its notifications are on. Without a publisher it

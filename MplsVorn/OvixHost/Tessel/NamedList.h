@@ -1,10 +1,12 @@
 #pragma once
 
 #include <algorithm>
+#include <cstdint>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "Tessel/Changes.h"
 #include "Tessel/Ptr.h"
 
 namespace Tessel {
@@ -18,6 +20,8 @@ class NamedList : public Counted {
         if (!item) {
             return;
         }
+        ++changes_;
+        Changes::notice();
         const auto same = find(item->name());
         if (same != items_.end()) {
             items_[static_cast<std::size_t>(same - items_.begin())] = std::move(item);
@@ -32,6 +36,8 @@ class NamedList : public Counted {
         return found != items_.end() ? *found : nullptr;
     }
     const std::vector<Ptr<T>>& items() const noexcept { return items_; }
+    /// How often an object has been added.
+    std::uint64_t changes() const noexcept { return changes_; }
 
   private:
     auto find(std::string_view name) const noexcept {
@@ -40,6 +46,7 @@ class NamedList : public Counted {
     }
 
     std::vector<Ptr<T>> items_;
+    std::uint64_t changes_ = 0;
 };
 
 } // namespace Tessel

@@ -5,6 +5,7 @@
 #include "Ovix/routing/RewriteInfo.h"
 #include "Ovix/routing/RoutingContext.h"
 #include "State/OvixLfibCounterCollection.h"
+#include "Tessel/Changes.h"
 #include "Tessel/FlatMap.h"
 #include "Tessel/TypeName.h"
 
@@ -59,10 +60,16 @@ class RewriteInfoImplMap : public Tessel::Counted {
     using RewriteFn = Ptr<RewriteImpl> (*)(const Ptr<RewriteInfo>&);
     using CounterActionFn = Ptr<CounterActionImpl> (*)(const Ptr<CounterActionInfo>&);
 
-    void mapIs(std::string_view name, RewriteFn fn) { rewrites_[Tessel::hashText(name)] = fn; }
+    void mapIs(std::string_view name, RewriteFn fn) {
+        rewrites_[Tessel::hashText(name)] = fn;
+        noticeChange();
+    }
     void counterMapIs(std::string_view name, CounterActionFn fn) {
         counterActions_[Tessel::hashText(name)] = fn;
+        noticeChange();
     }
+    /// How often a name has been bound.
+    std::uint64_t changes() const noexcept { return changes_; }
 
     /// Null for a name that is not bound. Names are distinguished by their 64-bit hash.
     RewriteFn rewriteFn(const Tessel::TypeName& name) const noexcept {
@@ -75,8 +82,14 @@ class RewriteInfoImplMap : public Tessel::Counted {
     }
 
   private:
+    void noticeChange() noexcept {
+        ++changes_;
+        Tessel::Changes::notice();
+    }
+
     Tessel::FlatMap<RewriteFn> rewrites_;
     Tessel::FlatMap<CounterActionFn> counterActions_;
+    std::uint64_t changes_ = 0;
 };
 
 } // namespace Ovix

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "Tessel/Ptr.h"
+#include "Tessel/Changes.h"
 
 namespace Ovix {
 
@@ -109,6 +110,7 @@ class TraceSource {
         destination = level;
         sourcesOn_ += isOn() ? 1U : 0U;
         anyEverOn_ = anyEverOn_ || level > off;
+        Tessel::Changes::notice();
     }
 
     static bool anyEverOn_;
