@@ -18,7 +18,7 @@ constexpr std::uint32_t customerNet = 0x64000000; ///< 100.0.0.0, a /24 per rout
 
 constexpr const char* network = R"(
 ports:
-  - {name: west, mac: "02:00:00:00:00:01", addresses: [10.0.1.1/24], vrf: red}
+  - {name: west, mac: "02:00:00:00:00:01", addresses: [10.0.1.1/24], vrf: red, mpls: true}
   - {name: east, mac: "02:00:00:00:00:02", addresses: [10.0.2.1/24, "2001:db8:2::1/64"], vrf: red}
   - {name: customer, mac: "02:00:00:00:00:03"}
 neighbours:

@@ -12,6 +12,7 @@
 #include <functional>
 #include <numeric>
 #include <random>
+#include <stdexcept>
 #include <string>
 #include <valgrind/callgrind.h>
 
@@ -54,7 +55,8 @@ class Ways {
                                                : Bench::makeScenario("swap", bareLabelsOtherwise)),
           router_(scenario_.config), ring_(scenario_),
           bareRing_(hasLabelPerRoute(name) ? scenario_ : bareScenario_),
-          bareLoop_(hasLabelPerRoute(name) ? routes : bareLabelsOtherwise) {}
+          bareLoop_(hasLabelPerRoute(name) ? routes : bareLabelsOtherwise),
+          leaves_(name != "flood") {}
 
     /// What is made with the first frames of each label or prefix is made. Decisions are made bit
     /// by bit, so that the frames pass until no more of them become fast.
@@ -71,6 +73,9 @@ class Ways {
         } while (slow - before > 0 && (last == 0 || slow - before < last));
         for (const Way way : {single, definition, bare}) {
             run(way);
+        }
+        if (leaves_ && router_.framesOut() == 0) {
+            throw std::logic_error("no frame leaves");
         }
     }
     /// Fills the ring, which is not measured, and has all its frames forwarded.
@@ -117,6 +122,7 @@ class Ways {
     FrameRing ring_;
     FrameRing bareRing_;
     Bench::BareLoop bareLoop_;
+    bool leaves_;
 };
 
 /// Nanoseconds a frame.

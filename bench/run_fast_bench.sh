@@ -31,7 +31,7 @@ instructions() {
                 printf "%s\t%s\t%d\n", scenario, way, (more < 0 ? -more : more) / few + 0.5
             }
             total[way] = $2; number[way] = frames; way = ""
-        }' "$work"/counts.* | sort -t "$(printf '\t')" -k 2,2
+        }' "$work"/counts.*
 }
 
 all_instructions() {

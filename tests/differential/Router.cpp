@@ -195,8 +195,8 @@ Router::Router(const Script& script, Road road, Fault fault)
       drops_(std::make_unique<Drops>()), buffers_(std::make_unique<Buffers>()),
       ipRoutes_(state_->tables().reader(), tables_),
       forwarder_(started(*state_).manager(), tables_, ports_->cpu) {
-    tables_.drops = drops_.get();
     tables_.neighbours.solicitsIs(script.isLive);
+    tables_.drops = script.isLive ? drops_.get() : nullptr; // as runs on captures have it
     if (road == Road::fast) {
         fastPath_.emplace(forwarder_, state_->manager(), tables_, state_->tables());
     }
