@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "Hooks.h"
 #include "Router.h"
 
 namespace Differential {
@@ -193,6 +194,7 @@ Step makeOtherChange(Random& random, Network& network, const Script& script) {
            : of < 60 ? makeNeighbourChange(random, network)
            : of < 80 ? portChange(random, network)
            : of < 83 ? mvpnChange(random)
+           : of < 85 ? makeHookChange(random)
                      : settingChange(random, script);
 }
 
