@@ -27,8 +27,11 @@ Decision made(Action action, std::uint32_t value, std::uint32_t egress = 0) noex
 
 bool isPlainSwap(const DecidedRewrite& rewrite) noexcept {
     return rewrite.kind == DecidedRewrite::Kind::swap && rewrite.labels == 1 &&
-           rewrite.tc == DecidedRewrite::keep && rewrite.isCounted &&
-           rewrite.events == EventSets::none;
+           rewrite.tc == DecidedRewrite::keep && rewrite.isPlain();
+}
+
+bool isPlainImposition(const DecidedRewrite& rewrite) noexcept {
+    return rewrite.kind != DecidedRewrite::Kind::pop && !rewrite.record && rewrite.isPlain();
 }
 
 } // namespace
@@ -193,8 +196,11 @@ Decision Decider::rewriteFor(const LabelDecision::Choice& choice, Beneath beneat
         return {};
     }
     rewrite->egress = *line;
-    return isPlainSwap(*rewrite) ? made(Action::swap, rewrite->label[0], *line)
-                                 : made(Action::rewrite, decisions_->rewrites.add(*rewrite));
+    if (isPlainSwap(*rewrite)) {
+        return made(Action::swap, rewrite->label[0], *line);
+    }
+    return made(isPlainImposition(*rewrite) ? Action::impose : Action::rewrite,
+                decisions_->rewrites.add(*rewrite));
 }
 
 Decision Decider::towardFec(const Ovix::RoutingNexthop& nexthop, DecidedRewrite rewrite) {

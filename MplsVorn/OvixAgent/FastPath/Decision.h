@@ -18,6 +18,7 @@ enum class Action : std::uint8_t {
     none,      ///< left to the forwarder
     drop,      ///< `value`: number of a DecidedDrop
     swap,      ///< one label for one, TC kept; `value`: the label in its place, `egress`: a line
+    impose,    ///< `value`: number of a DecidedRewrite that swaps or pushes, and does no more
     rewrite,   ///< `value`: number of a DecidedRewrite
     circuit,   ///< `value`: number of a DecidedCircuit
     lookup,    ///< `value`: number of a DecidedLookup
@@ -71,6 +72,9 @@ struct DecidedRewrite {
     Ptr<const Ovix::RewriteInfo> record;
 
     static constexpr std::uint8_t keep = 0xff;
+
+    /// Whether the label is counted and nothing else.
+    bool isPlain() const noexcept { return isCounted && events == 0 && !isToFec && !exposesTc; }
 };
 
 /// Flows toward a FEC are shared by weight, by their hash as they leave.

@@ -92,6 +92,7 @@ void DecisionTable::release(Decision& decision) {
     case Action::drop:
         drops.release(decision.value);
         break;
+    case Action::impose:
     case Action::rewrite:
         if (rewrites[decision.value].isToFec) {
             fecs.release(rewrites[decision.value].egress);

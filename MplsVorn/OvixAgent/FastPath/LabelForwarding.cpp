@@ -7,6 +7,7 @@
 #include "FastPath/LabelRewrite.h"
 #include "Ovix/packet/FlowHash.h"
 #include "Tessel/WeightedChoice.h"
+#include "Wire/Ip.h"
 
 namespace OvixAgent {
 
@@ -259,6 +260,7 @@ inline bool LabelForwarding::follow(Decision decision, const Counted& counted, P
     switch (decision.action) {
     case Action::swap:
         return followSwap(decision, counted, work);
+    case Action::impose:
     case Action::rewrite:
         return followRewrite(decision, counted, work);
     case Action::circuit:
@@ -272,6 +274,65 @@ inline bool LabelForwarding::follow(Decision decision, const Counted& counted, P
     default:
         return false;
     }
+}
+
+/// The frame's start moves back by what it grows.
+inline void LabelForwarding::sendMoved(WritableFrame& frame, std::int32_t grows,
+                                       const EgressLine& line, std::uint16_t etherType) {
+    std::uint8_t* const start = frame.bytes - grows;
+    std::memcpy(start, line.macs.data(), line.macs.size());
+    Lumo::NetU16(etherType).store(start + Wire::Ethernet::etherTypeAt);
+    departures_->sendInPlace(
+        frame, *line.port,
+        {start, static_cast<std::size_t>(static_cast<std::int32_t>(frame.size) + grows)});
+}
+
+bool LabelForwarding::imposeInPlace(const Decision& decision, std::uint32_t entry,
+                                    WritableFrame& frame) {
+    const DecidedRewrite& rewrite = decisions_.rewrites.at(decision.value);
+    const EgressLine& line = (*lines_)[rewrite.egress];
+    const auto grows = static_cast<std::uint32_t>(rewrite.grows);
+    if ((entry & bottom) == 0 || frame.headroom < grows || line.tagBytes > 0 ||
+        !line.takes(frame.size - static_cast<std::uint32_t>(Wire::Ethernet::size) + grows)) {
+        return false;
+    }
+    imposeLabels(rewrite, entry, frame.bytes + Wire::Ethernet::size - grows);
+    settled(decision, entry, frame);
+    sendMoved(frame, rewrite.grows, line, Wire::EtherType::mpls);
+    return true;
+}
+
+bool LabelForwarding::popInPlace(const Decision& decision, std::uint32_t entry,
+                                 WritableFrame& frame) {
+    constexpr auto headers =
+        static_cast<std::uint32_t>(Wire::Ethernet::size + Lumo::MplsLabelEntry::size);
+    const Wire::WritableBytes payload{frame.bytes + headers, frame.size - headers};
+    const auto beneath = static_cast<std::size_t>(Beneath::ipv4);
+    const Decision& one = decisions_.byBeneath.at(decision.value).decisions[beneath];
+    if ((entry & bottom) == 0 || !decisions_.isValid(one) || one.action != Action::rewrite ||
+        Wire::ipv4HeaderLength(payload) == 0) {
+        return false;
+    }
+    const DecidedRewrite& rewrite = decisions_.rewrites.at(one.value);
+    const EgressLine& line = (*lines_)[rewrite.egress];
+    if (rewrite.kind != DecidedRewrite::Kind::pop || !rewrite.isPlain() || line.tagBytes > 0 ||
+        !line.takes(frame.size - headers)) {
+        return false;
+    }
+    if (rewrite.isUniform) {
+        Wire::Ipv4Writer(payload).ttlWithChecksumIs(static_cast<std::uint8_t>((entry & 0xffU) - 1));
+    }
+    settled(decision, entry, frame);
+    sendMoved(frame, rewrite.grows, line, Wire::EtherType::ipv4);
+    return true;
+}
+
+bool LabelForwarding::dropInPlace(const Decision& decision, WritableFrame& frame) {
+    if (decision.isFound) {
+        return false;
+    }
+    countUnknown(decisions_.drops[decision.value], frame);
+    return true;
 }
 
 bool LabelForwarding::forward(PacketWork& work) {
@@ -289,7 +350,7 @@ bool LabelForwarding::forward(PacketWork& work) {
         const Decision decision = *found;
         if (decision.action == Action::drop && !decisions_.at(label).isFound) {
             if (!work.ended) {
-                count(decisions_.drops[decision.value], *work.frame);
+                countUnknown(decisions_.drops[decision.value], *work.frame);
             }
             return !work.ended;
         }

@@ -28,8 +28,9 @@ class LabelForwarding {
     std::uint64_t version() const noexcept { return decider_.version(); }
     void restart() noexcept { decisions_.voidAll(); }
 
-    /// Settles a frame whose link header is Ethernet's alone where that takes least: one label that
-    /// is swapped for one, or that no table has. False, and nothing is changed, for any other.
+    /// Settles a frame whose link header is Ethernet's alone where that takes least: it has one
+    /// label, which is swapped, gets others on top, is popped or is in no table. False, and nothing
+    /// is changed, for any other.
     [[gnu::always_inline]] bool settleInPlace(WritableFrame& frame) {
         const std::uint32_t entry = Lumo::NetU32::load(frame.bytes + Wire::Ethernet::size).value();
         const Decision& decision = *decisions_.place(entry >> 12U);
@@ -39,11 +40,16 @@ class LabelForwarding {
         if (decision.action == Action::swap) {
             return swapInPlace(decision, entry, frame);
         }
-        if (decision.action == Action::drop && !decision.isFound) {
-            count(decisions_.drops[decision.value], frame);
-            return true;
+        switch (decision.action) {
+        case Action::impose:
+            return imposeInPlace(decision, entry, frame);
+        case Action::byBeneath:
+            return popInPlace(decision, entry, frame);
+        case Action::drop:
+            return dropInPlace(decision, frame);
+        default:
+            return false;
         }
-        return false;
     }
 
     /// The packet starts with a label. False, and nothing is changed, when it is for the forwarder.
@@ -101,9 +107,10 @@ class LabelForwarding {
     bool followLookup(const Decision& decision, const Counted& counted, PacketWork& work);
     bool drop(const Decision& decision, const Counted& counted, PacketWork& work);
 
+    static constexpr std::uint32_t bottom = 0x100;
+
     [[gnu::always_inline]] bool swapInPlace(const Decision& decision, std::uint32_t entry,
                                             WritableFrame& frame) {
-        constexpr std::uint32_t bottom = 0x100;
         const EgressLine& line = (*lines_)[decision.egress];
         if ((entry & bottom) == 0 ||
             !line.takes(frame.size - static_cast<std::uint32_t>(Wire::Ethernet::size)) ||
@@ -112,13 +119,23 @@ class LabelForwarding {
         }
         Lumo::NetU32(swapped(decision, entry)).store(frame.bytes + Wire::Ethernet::size);
         std::memcpy(frame.bytes, line.macs.data(), line.macs.size());
-        events_.count(decision.lookup);
-        decider_.labelCounters()->countBytes(entry >> 12U, frame.size);
-        departures_->sendInPlace(frame, *line.port);
+        settled(decision, entry, frame);
+        departures_->sendInPlace(frame, *line.port, {frame.bytes, frame.size});
         return true;
     }
+    bool imposeInPlace(const Decision& decision, std::uint32_t entry, WritableFrame& frame);
+    bool popInPlace(const Decision& decision, std::uint32_t entry, WritableFrame& frame);
+    bool dropInPlace(const Decision& decision, WritableFrame& frame);
+    void sendMoved(WritableFrame& frame, std::int32_t grows, const EgressLine& line,
+                   std::uint16_t etherType);
+    /// Counts a frame with one label that leaves.
+    [[gnu::always_inline]] void settled(const Decision& decision, std::uint32_t entry,
+                                        const WritableFrame& frame) {
+        events_.count(decision.lookup);
+        decider_.labelCounters()->countBytes(entry >> 12U, frame.size);
+    }
     /// A frame is dropped whose label no table has.
-    [[gnu::always_inline]] void count(DecidedDrop& drop, const WritableFrame& frame) {
+    void countUnknown(DecidedDrop& drop, const WritableFrame& frame) {
         if (drop.fate == nullptr) [[unlikely]] {
             drop.fate = &departures_->fateOf(drop.reason);
         }

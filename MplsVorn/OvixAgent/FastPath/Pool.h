@@ -34,6 +34,8 @@ class Pool {
         assert(number < objects_.size());
         return objects_[number];
     }
+    /// Without the check.
+    const T& at(std::uint32_t number) const noexcept { return objects_[number]; }
     std::size_t size() const noexcept { return objects_.size() - free_.size(); }
 
   private:

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <algorithm>
+
 #include "Lumo/IpGenAddr.h"
 #include "Wire/Checksum.h"
 #include "Wire/View.h"
@@ -208,6 +210,20 @@ class BasicIpv6 : public View<40, Byte> {
 };
 using Ipv6 = BasicIpv6<const std::uint8_t>;
 using Ipv6Writer = BasicIpv6<std::uint8_t>;
+
+/// The length of the IPv4 header that starts the bytes, with its options as far as they are there;
+/// 0 when it is none: the fixed header must be whole, and the total length must have room for it
+/// and its options (RFC 1812 section 5.2.2). The total length, and so the options, may exceed what
+/// was captured; it is 0 in a capture of a packet that was segmented later.
+inline std::size_t ipv4HeaderLength(Bytes bytes) noexcept {
+    const Ipv4 header(bytes);
+    if (!header) {
+        return 0;
+    }
+    const std::size_t size = header.headerSize();
+    const std::size_t totalLength = header.totalLength() != 0 ? header.totalLength() : bytes.size();
+    return size < Ipv4::size || size > totalLength ? 0 : std::min(size, bytes.size());
+}
 
 /// What follows an IP header and, in IPv6, its extension headers (RFC 8200 section 4).
 struct UpperLayer {

@@ -70,23 +70,17 @@ bool parseMpls(const Ptr<Lumo::Pkt>& pkt, std::size_t offset, Found& found,
     return true;
 }
 
-/// The fixed header must be there whole, and the total length must have room for it and its options
-/// (RFC 1812 section 5.2.2). The total length, and so the options, may exceed what was captured; it
-/// is 0 in a capture of a packet that was segmented later. What lies beyond it is padding. Only a
-/// first fragment shows its upper layer.
+/// What lies beyond the total length is padding. Only a first fragment shows its upper layer.
 bool parseIpv4(Bytes bytes, Found& found) {
+    const std::size_t length = Wire::ipv4HeaderLength(bytes);
+    if (length == 0) {
+        return false;
+    }
     const Wire::Ipv4 header(bytes);
-    if (!header) {
-        return false;
-    }
-    const std::size_t size = header.headerSize();
     const std::size_t totalLength = header.totalLength() != 0 ? header.totalLength() : bytes.size();
-    if (size < Wire::Ipv4::size || size > totalLength) {
-        return false;
-    }
     const bool udp = header.protocol() == Wire::IpProtocol::udp && header.isFirstFragment() &&
-                     totalLength - size >= Wire::Udp::size;
-    found = {std::min(size, bytes.size()), udp ? PktHdrType::udp : PktHdrType::none};
+                     totalLength - header.headerSize() >= Wire::Udp::size;
+    found = {length, udp ? PktHdrType::udp : PktHdrType::none};
     return true;
 }
 
@@ -171,11 +165,11 @@ PktHdrType PacketParser::beneathLabels(Bytes payload) noexcept {
 }
 
 std::size_t PacketParser::ipHeaderLength(PktHdrType type, Bytes bytes) noexcept {
+    if (type == PktHdrType::ipv4) {
+        return Wire::ipv4HeaderLength(bytes);
+    }
     Found found;
-    const bool isSound = type == PktHdrType::ipv4   ? parseIpv4(bytes, found)
-                         : type == PktHdrType::ipv6 ? parseIpv6(bytes, found)
-                                                    : false;
-    return isSound ? found.length : 0;
+    return type == PktHdrType::ipv6 && parseIpv6(bytes, found) ? found.length : 0;
 }
 
 void PacketParser::parseNext(ParsedPacket& parsed) {
