@@ -10,6 +10,7 @@
 #include "State/OvixLfibCounterCollection.h"
 #include "State/PortTable.h"
 #include "State/Pseudowires.h"
+#include "Tessel/WeightedChoice.h"
 
 namespace OvixAgent {
 
@@ -106,6 +107,11 @@ struct DecidedChoice {
     std::uint32_t totalWeight = 0;
     std::vector<std::uint32_t> weights;
     std::vector<Decision> members;
+
+    const Decision& member(std::uint32_t hash) const noexcept {
+        return members[Tessel::weightedChoice(hash % totalWeight, weights.size(),
+                                              [&](std::size_t i) { return weights[i]; })];
+    }
 };
 
 /// What lies beneath the label matters.

@@ -1,12 +1,14 @@
 #include "FastPath/IpHop.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "Ip/IpPacket.h"
 #include "Ovix/packet/FlowHash.h"
 #include "Ovix/packet/TtlBytes.h"
 #include "Ovix/rewrite/MplsRewrites.h"
 #include "State/LinkHeader.h"
+#include "Wire/Ip.h"
 
 namespace OvixAgent {
 
@@ -16,11 +18,51 @@ IpPacket packetOf(const PacketWork& work) noexcept {
     return {work.type, work.bytes()};
 }
 
-/// Whether nothing about the packet itself keeps a router from forwarding it.
-bool isForwardable(const IpPacket& packet) noexcept {
-    return packet.fault(0).empty() && packet.ttl() > 1 &&
-           ipScope(packet.destination()) == IpScope::global &&
-           ipScope(packet.source()) == IpScope::global;
+/// What forwarding needs of a packet that nothing about itself keeps from being forwarded.
+struct Forwardable {
+    std::uint32_t length = 0; ///< without padding
+    std::uint8_t ttl = 0;
+    Lumo::IpGenAddr destination;
+};
+
+/// Of an IPv4 packet without options.
+std::optional<Forwardable> plainIpv4(const std::uint8_t* packet, std::uint32_t length) noexcept {
+    using Wire::Ipv4;
+    const std::uint32_t total = Lumo::NetU16::load(packet + Ipv4::totalLengthAt).value();
+    const std::uint8_t ttl = packet[Ipv4::ttlAt];
+    if (total < Ipv4::size || total > length || ttl <= 1 || !Wire::isIntactIpv4(packet) ||
+        !isGlobalIpv4(Lumo::NetU32::load(packet + Ipv4::sourceAt).value()) ||
+        !isGlobalIpv4(Lumo::NetU32::load(packet + Ipv4::destinationAt).value())) {
+        return std::nullopt;
+    }
+    return Forwardable{total, ttl, Lumo::IpGenAddr::ipv4(packet + Ipv4::destinationAt)};
+}
+
+std::optional<Forwardable> forwardable(const PacketWork& work) noexcept {
+    constexpr std::uint8_t withoutOptions = 0x45;
+    if (work.type == Ovix::PktHdrType::ipv4 && work.length >= Wire::Ipv4::size &&
+        work.packet[0] == withoutOptions) [[likely]] {
+        return plainIpv4(work.packet, work.length);
+    }
+    const IpPacket packet = packetOf(work);
+    const bool isPlain = packet.fault(0).empty() && packet.ttl() > 1 &&
+                         ipScope(packet.destination()) == IpScope::global &&
+                         ipScope(packet.source()) == IpScope::global;
+    if (!isPlain) {
+        return std::nullopt;
+    }
+    const auto length =
+        static_cast<std::uint32_t>(std::min<std::size_t>(packet.length(), work.length));
+    return Forwardable{length, packet.ttl(), packet.destination()};
+}
+
+void decrementTtl(const PacketWork& work, std::uint8_t ttl) noexcept {
+    const auto less = static_cast<std::uint8_t>(ttl - 1);
+    if (work.type == Ovix::PktHdrType::ipv4) {
+        Wire::Ipv4Writer(work.bytes()).ttlWithChecksumIs(less);
+    } else {
+        Wire::Ipv6Writer(work.bytes()).hopLimitIs(less);
+    }
 }
 
 struct Push {
@@ -55,8 +97,9 @@ void pushLabels(const Push& push, PacketWork& work) {
 
 } // namespace
 
-const IpRouteVia* IpHop::viaFor(const Fib& fib, const PacketWork& work) const {
-    const IpRoute* const route = fib.find(packetOf(work).destination());
+const IpRouteVia* IpHop::viaFor(const Fib& fib, const Lumo::IpGenAddr& destination,
+                                const PacketWork& work) const {
+    const IpRoute* const route = fib.find(destination);
     if (route == nullptr || route->isLocal() || route->drops()) {
         return nullptr;
     }
@@ -64,37 +107,36 @@ const IpRouteVia* IpHop::viaFor(const Fib& fib, const PacketWork& work) const {
                                      : &route->choose(Ovix::flowHash(work.type, work.bytes()));
 }
 
-const Lumo::EthAddr* IpHop::macFor(const IpRouteVia& via, const PacketWork& work) const {
+const Lumo::EthAddr* IpHop::macFor(const IpRouteVia& via,
+                                   const Lumo::IpGenAddr& destination) const {
     if (via.mac != nullptr) {
         return via.mac;
     }
-    const Lumo::IpGenAddr neighbour = via.onLink ? packetOf(work).destination() : via.nexthop;
+    const Lumo::IpGenAddr& neighbour = via.onLink ? destination : via.nexthop;
     const Lumo::EthAddr* const mac = tables_->neighbours.find(neighbour, via.port);
     return mac == nullptr && via.onLink && via.push ? tables_->neighbours.only(via.port) : mac;
 }
 
 bool IpHop::route(const Fib& fib, PacketWork& work, EgressLine& line) const {
-    if (!isForwardable(packetOf(work))) {
+    const auto packet = forwardable(work);
+    if (!packet) {
         return false;
     }
-    // Padding of the link is not forwarded.
-    work.length =
-        static_cast<std::uint32_t>(std::min<std::size_t>(packetOf(work).length(), work.length));
-    const IpRouteVia* const via = viaFor(fib, work);
+    work.length = packet->length; // padding of the link is not forwarded
+    const IpRouteVia* const via = viaFor(fib, packet->destination, work);
     if (via == nullptr || tables_->pseudowires.isCircuit(via->port)) {
         return false;
     }
-    Port& out = tables_->ports.ports()[via->port];
-    const Lumo::EthAddr* const mac = macFor(*via, work);
+    line.port = &tables_->ports.ports()[via->port];
+    line.neighbourIs(macFor(*via, packet->destination));
     const Push push = pushOf(*via);
-    line.port = &out;
-    line.neighbourIs(mac);
     if (!line.takes(work.length + push.bytes) || !work.hasRoom(push.bytes)) {
         return false;
     }
-    line.tagsAre(tagsToSend({}, out.tagging, 0));
-    Ovix::TtlBytes::ttlIs(work.type, work.bytes(),
-                          static_cast<std::uint8_t>(packetOf(work).ttl() - 1));
+    if (line.port->tagging.kind > Tagging::Kind::none) {
+        line.tagsAre(tagsToSend({}, line.port->tagging, 0));
+    }
+    decrementTtl(work, packet->ttl);
     if (push.info != nullptr) {
         pushLabels(push, work);
     }

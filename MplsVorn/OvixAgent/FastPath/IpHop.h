@@ -18,8 +18,9 @@ class IpHop {
     bool route(const Fib& fib, PacketWork& work, EgressLine& line) const;
 
   private:
-    const IpRouteVia* viaFor(const Fib& fib, const PacketWork& work) const;
-    const Lumo::EthAddr* macFor(const IpRouteVia& via, const PacketWork& work) const;
+    const IpRouteVia* viaFor(const Fib& fib, const Lumo::IpGenAddr& destination,
+                             const PacketWork& work) const;
+    const Lumo::EthAddr* macFor(const IpRouteVia& via, const Lumo::IpGenAddr& destination) const;
 
     ForwardingTables* tables_;
 };

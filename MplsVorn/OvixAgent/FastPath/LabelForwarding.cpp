@@ -287,8 +287,8 @@ inline void LabelForwarding::sendMoved(WritableFrame& frame, std::int32_t grows,
         {start, static_cast<std::size_t>(static_cast<std::int32_t>(frame.size) + grows)});
 }
 
-bool LabelForwarding::imposeInPlace(const Decision& decision, std::uint32_t entry,
-                                    WritableFrame& frame) {
+bool LabelForwarding::imposeInPlace(const Decision& decision, std::uint16_t lookup,
+                                    std::uint32_t entry, WritableFrame& frame) {
     const DecidedRewrite& rewrite = decisions_.rewrites.at(decision.value);
     const EgressLine& line = (*lines_)[rewrite.egress];
     const auto grows = static_cast<std::uint32_t>(rewrite.grows);
@@ -297,9 +297,23 @@ bool LabelForwarding::imposeInPlace(const Decision& decision, std::uint32_t entr
         return false;
     }
     imposeLabels(rewrite, entry, frame.bytes + Wire::Ethernet::size - grows);
-    settled(decision, entry, frame);
+    settled(lookup, entry, frame);
     sendMoved(frame, rewrite.grows, line, Wire::EtherType::mpls);
     return true;
+}
+
+bool LabelForwarding::chooseInPlace(const Decision& decision, std::uint32_t entry,
+                                    WritableFrame& frame) {
+    if ((entry & bottom) == 0) {
+        return false;
+    }
+    const DecidedChoice& choice = decisions_.choices.at(decision.value);
+    const std::uint32_t hash = Ovix::flowHash(
+        PktHdrType::mpls, {frame.bytes + Wire::Ethernet::size, frame.size - Wire::Ethernet::size});
+    const Decision& member = choice.member(hash);
+    return (member.action == Action::swap && swapInPlace(member, decision.lookup, entry, frame)) ||
+           (member.action == Action::impose &&
+            imposeInPlace(member, decision.lookup, entry, frame));
 }
 
 bool LabelForwarding::popInPlace(const Decision& decision, std::uint32_t entry,
@@ -322,7 +336,7 @@ bool LabelForwarding::popInPlace(const Decision& decision, std::uint32_t entry,
     if (rewrite.isUniform) {
         Wire::Ipv4Writer(payload).ttlWithChecksumIs(static_cast<std::uint8_t>((entry & 0xffU) - 1));
     }
-    settled(decision, entry, frame);
+    settled(decision.lookup, entry, frame);
     sendMoved(frame, rewrite.grows, line, Wire::EtherType::ipv4);
     return true;
 }

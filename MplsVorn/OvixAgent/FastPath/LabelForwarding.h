@@ -38,11 +38,13 @@ class LabelForwarding {
             return false;
         }
         if (decision.action == Action::swap) {
-            return swapInPlace(decision, entry, frame);
+            return swapInPlace(decision, decision.lookup, entry, frame);
         }
         switch (decision.action) {
         case Action::impose:
-            return imposeInPlace(decision, entry, frame);
+            return imposeInPlace(decision, decision.lookup, entry, frame);
+        case Action::choice:
+            return chooseInPlace(decision, entry, frame);
         case Action::byBeneath:
             return popInPlace(decision, entry, frame);
         case Action::drop:
@@ -109,8 +111,9 @@ class LabelForwarding {
 
     static constexpr std::uint32_t bottom = 0x100;
 
-    [[gnu::always_inline]] bool swapInPlace(const Decision& decision, std::uint32_t entry,
-                                            WritableFrame& frame) {
+    // `lookup` is the top label's set; that of a choice's member is unset.
+    [[gnu::always_inline]] bool swapInPlace(const Decision& decision, std::uint16_t lookup,
+                                            std::uint32_t entry, WritableFrame& frame) {
         const EgressLine& line = (*lines_)[decision.egress];
         if ((entry & bottom) == 0 ||
             !line.takes(frame.size - static_cast<std::uint32_t>(Wire::Ethernet::size)) ||
@@ -119,19 +122,21 @@ class LabelForwarding {
         }
         Lumo::NetU32(swapped(decision, entry)).store(frame.bytes + Wire::Ethernet::size);
         std::memcpy(frame.bytes, line.macs.data(), line.macs.size());
-        settled(decision, entry, frame);
+        settled(lookup, entry, frame);
         departures_->sendInPlace(frame, *line.port, {frame.bytes, frame.size});
         return true;
     }
-    bool imposeInPlace(const Decision& decision, std::uint32_t entry, WritableFrame& frame);
+    bool imposeInPlace(const Decision& decision, std::uint16_t lookup, std::uint32_t entry,
+                       WritableFrame& frame);
+    bool chooseInPlace(const Decision& decision, std::uint32_t entry, WritableFrame& frame);
     bool popInPlace(const Decision& decision, std::uint32_t entry, WritableFrame& frame);
     bool dropInPlace(const Decision& decision, WritableFrame& frame);
     void sendMoved(WritableFrame& frame, std::int32_t grows, const EgressLine& line,
                    std::uint16_t etherType);
     /// Counts a frame with one label that leaves.
-    [[gnu::always_inline]] void settled(const Decision& decision, std::uint32_t entry,
+    [[gnu::always_inline]] void settled(std::uint16_t lookup, std::uint32_t entry,
                                         const WritableFrame& frame) {
-        events_.count(decision.lookup);
+        events_.count(lookup);
         decider_.labelCounters()->countBytes(entry >> 12U, frame.size);
     }
     /// A frame is dropped whose label no table has.

@@ -46,14 +46,14 @@ std::string_view ipv6Fault(Wire::Bytes bytes, std::size_t snapped) noexcept {
 }
 
 IpScope ipv4Scope(const std::uint8_t* a) noexcept {
+    if (isGlobalIpv4(Lumo::NetU32::load(a).value())) {
+        return IpScope::global;
+    }
     if (a[0] == 0 || a[0] == 127) {
         return IpScope::nowhere;
     }
-    if (a[0] == 169 && a[1] == 254) {
-        return IpScope::linkLocal;
-    }
     if (a[0] < 224) {
-        return IpScope::global;
+        return IpScope::linkLocal;
     }
     if (a[0] < 240) {
         const bool local = a[0] == 224 && a[1] == 0 && a[2] == 0; // RFC 5771 section 4

@@ -55,6 +55,13 @@ enum class IpScope : std::uint8_t {
     nowhere,       ///< loopback, unspecified, IPv4-mapped and reserved addresses (RFC 6890)
 };
 
+/// Whether an IPv4 address, in the host's byte order, is that of a host on any link.
+constexpr bool isGlobalIpv4(std::uint32_t address) noexcept {
+    const std::uint32_t network = address >> 24U;
+    constexpr std::uint32_t linkLocal = 0xa9fe; // RFC 3927
+    return network != 0 && network != 127 && network < 224 && address >> 16U != linkLocal;
+}
+
 /// The address must be IPv4 or IPv6.
 IpScope ipScope(const Lumo::IpGenAddr& address) noexcept;
 

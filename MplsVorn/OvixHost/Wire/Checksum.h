@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstring>
+
 #include "Lumo/IpGenAddr.h"
 #include "Wire/View.h"
 
@@ -8,6 +10,20 @@ namespace Wire {
 /// The one's complement sum of 16-bit words (RFC 1071), folded; an odd last byte counts as the
 /// upper half of a word.
 std::uint16_t onesSum(Bytes bytes) noexcept;
+
+/// Whether an IPv4 header of 20 bytes is intact: its sum with the checksum is all ones (RFC 1071),
+/// in whichever byte order.
+inline bool isIntactIpv4(const std::uint8_t* header) noexcept {
+    std::uint64_t sum = 0;
+    for (std::size_t at = 0; at < 20; at += sizeof(std::uint32_t)) {
+        std::uint32_t word = 0;
+        std::memcpy(&word, header + at, sizeof word);
+        sum += word;
+    }
+    sum = (sum & 0xffff) + (sum >> 16U & 0xffff) + (sum >> 32U);
+    sum = (sum & 0xffff) + (sum >> 16U);
+    return ((sum & 0xffff) + (sum >> 16U)) == 0xffff;
+}
 
 /// The sum of two folded sums.
 constexpr std::uint16_t addSums(std::uint32_t one, std::uint32_t other) noexcept {

@@ -108,7 +108,7 @@ std::uint32_t flowHash(ParsedPacket& parsed) {
     }
 }
 
-std::uint32_t flowHash(PktHdrType first, Wire::Bytes packet) noexcept {
+[[gnu::flatten]] std::uint32_t flowHash(PktHdrType first, Wire::Bytes packet) noexcept {
     FlowHasher hasher;
     if (const Wire::Ethernet header(packet); first == PktHdrType::eth && header) {
         Wire::TagWalk tags(header.etherType(), packet.subspan(Wire::Ethernet::size));
