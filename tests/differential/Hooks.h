@@ -5,8 +5,8 @@
 
 namespace Differential {
 
-/// Something that plugins offer the agent, or it them, changes: the hasher of labels, or whether
-/// there is routing at all.
+/// Something that plugins hook into changes: a step before routing, the hasher of labels, what
+/// rewrites are bound to, whether there is routing at all.
 Step makeHookChange(Random& random);
 
 } // namespace Differential

@@ -103,7 +103,8 @@ Decision Decider::decisionFor(Beneath beneath) {
 Decision Decider::decisionFor(const LabelDecision::Choice& choice, Beneath beneath) {
     if (choice.terminates) {
         const auto events = events_->setOf(choice.events);
-        return events ? made(Action::terminate, *events) : Decision();
+        return events && popsAsRecorded(*rewriteMap_) ? made(Action::terminate, *events)
+                                                      : Decision();
     }
     if (!choice.nexthop) {
         return dropFor(choice);

@@ -31,23 +31,27 @@ FastPath::FastPath(Forwarder& forwarder, const Ptr<Ovix::PluginManager>& manager
       labels_(forwarder.namedCounters(), manager, tables, published, lines_, ipHop_, departures_),
       circuits_(manager, tables, lines_, departures_) {}
 
-/// The frame that most are: untagged and labelled, at a port without sub-interfaces.
+/// Most frames are untagged, and come in at a port without sub-interfaces.
 [[gnu::always_inline]] inline bool FastPath::forwardPlain(WritableFrame& frame) {
     const Intake& intake = intakes_[frame.port];
-    if (intake.isPlain && frame.size >= shortest && frame.size == frame.originalLength &&
-        Lumo::NetU16::load(frame.bytes + Ethernet::etherTypeAt).value() == Wire::EtherType::mpls &&
-        intake.port->mpls && isForPort(frame.bytes, *intake.port)) [[likely]] {
-        if (labels_.settleInPlace(frame)) {
-            return true;
-        }
-        PacketWork work;
-        work.frame = &frame;
-        work.packet = frame.bytes + Ethernet::size;
-        work.length = frame.size - static_cast<std::uint32_t>(Ethernet::size);
-        work.port = frame.port;
+    if (!intake.isPlain || frame.size < shortest || frame.size != frame.originalLength ||
+        !isForPort(frame.bytes, *intake.port)) [[unlikely]] {
+        return forward(frame);
+    }
+    const auto etherType = Lumo::NetU16::load(frame.bytes + Ethernet::etherTypeAt).value();
+    const bool isLabelled = etherType == Wire::EtherType::mpls && intake.port->mpls;
+    if (isLabelled && labels_.settleInPlace(frame)) [[likely]] {
+        return true;
+    }
+    PacketWork work;
+    work.frame = &frame;
+    work.packet = frame.bytes + Ethernet::size;
+    work.length = frame.size - static_cast<std::uint32_t>(Ethernet::size);
+    work.port = frame.port;
+    if (isLabelled) {
         return labels_.forward(work);
     }
-    return forward(frame);
+    return etherType == Wire::EtherType::ipv4 ? forwardIp(work, PktHdrType::ipv4) : forward(frame);
 }
 
 std::size_t FastPath::receive(std::span<WritableFrame> burst) {
@@ -196,7 +200,7 @@ bool FastPath::findSubInterface(PacketWork& work) const {
     return true;
 }
 
-bool FastPath::forwardIp(PacketWork work, PktHdrType type) {
+bool FastPath::forwardIp(PacketWork& work, PktHdrType type) {
     const Intake& intake = intakes_[work.port];
     if (!intake.takesIp || !tables_->ports.ports()[work.port].routesIp) {
         return false;

@@ -72,7 +72,7 @@ class FastPath {
     bool forward(WritableFrame& frame);
     std::optional<std::uint16_t> takeIn(PacketWork& work) const;
     bool findSubInterface(PacketWork& work) const;
-    bool forwardIp(PacketWork work, Ovix::PktHdrType type);
+    bool forwardIp(PacketWork& work, Ovix::PktHdrType type);
 
     Forwarder* forwarder_;
     ForwardingTables* tables_;

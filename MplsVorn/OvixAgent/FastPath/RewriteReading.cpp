@@ -113,4 +113,9 @@ std::optional<DecidedRewrite> readRewrites(const Ovix::RewriteInfos& infos, Ovix
     return pop != nullptr ? readPop(*pop, beneath) : std::nullopt;
 }
 
+bool popsAsRecorded(const Ovix::RewriteInfoImplMap& map) noexcept {
+    return map.rewriteFn(Ovix::MplsPopRewriteInfo::infoTypeName) ==
+           &Ovix::MplsPopRewriteImpl::fromInfo;
+}
+
 } // namespace OvixAgent

@@ -12,4 +12,7 @@ namespace OvixAgent {
 std::optional<DecidedRewrite> readRewrites(const Ovix::RewriteInfos& infos, Ovix::Beneath beneath,
                                            const Ovix::RewriteInfoImplMap& map);
 
+/// Whether labels are popped by the host's own implementation.
+bool popsAsRecorded(const Ovix::RewriteInfoImplMap& map) noexcept;
+
 } // namespace OvixAgent

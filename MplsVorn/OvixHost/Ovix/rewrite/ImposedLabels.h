@@ -62,7 +62,8 @@ class ImposedLabels {
 
     /// The entries that push() adds.
     std::size_t entries() const noexcept {
-        return operation().depth() + (entropyBeneath_ > 0 ? 2U : 0U) + (flowLabel_ ? 1U : 0U);
+        return size_ / Lumo::UnboundedMplsLabelOperation::packedLabelSize +
+               (entropyBeneath_ > 0 ? 2U : 0U) + (flowLabel_ ? 1U : 0U);
     }
     /// Whether push() needs the flow's hash.
     bool namesFlow() const noexcept { return entropyBeneath_ > 0 || flowLabel_; }
