@@ -21,23 +21,27 @@ class Departures {
     /// The packet leaves behind a link header of its own.
     [[gnu::always_inline]] void send(const PacketWork& work, const EgressLine& line,
                                      std::uint16_t etherType) {
-        sendWhole(work, *line.port, withLinkHeader(work, line, etherType));
+        sendAs(*work.frame, work.port, *line.port, withLinkHeader(work, line, etherType));
     }
-    /// The packet leaves as the whole frame that these bytes are.
-    [[gnu::always_inline]] void sendWhole(const PacketWork& work, Port& port, Wire::Bytes frame) {
-        accounts_->passed(work.frame->size);
-        port.sent.add(frame.size());
-        fill(next(port), work.port, work.frame->time, frame);
-    }
-    /// The frame leaves as these bytes.
-    [[gnu::always_inline]] void sendInPlace(const WritableFrame& frame, Port& port,
-                                            Wire::Bytes bytes) {
-        accounts_->passed(frame.size);
-        port.sent.add(bytes.size());
-        fill(next(port), frame.port, frame.time, bytes);
+    /// The frame leaves as these bytes. `in` is the port that it was for.
+    [[gnu::always_inline]] void sendAs(const WritableFrame& frame, PortIndex in, Port& port,
+                                       Wire::Bytes bytes) {
+        if (&port != port_ || count_ == frames_.size()) [[unlikely]] {
+            flush();
+            port_ = &port;
+        }
+        received_ += frame.size;
+        sent_ += bytes.size();
+        // Field by field: a whole frame would be built elsewhere and copied.
+        Frame& sent = frames_[count_++];
+        sent.port = in;
+        sent.time.seconds = frame.time.seconds;
+        sent.time.nanoseconds = frame.time.nanoseconds;
+        sent.bytes = bytes;
+        sent.originalLength = static_cast<std::uint32_t>(bytes.size());
     }
     void drop(const WritableFrame& frame, Ovix::OvixNamedCounters::Counter& fate) noexcept {
-        accounts_->passed(frame.size);
+        accounts_->passed({1, frame.size});
         ++fate.count;
     }
     /// The counter of a frame dropped for a reason.
@@ -45,35 +49,24 @@ class Departures {
         return accounts_->counterOf(OvixAgent::drop(reason));
     }
 
+    /// Sends and accounts for what has been collected.
     void flush() {
-        if (count_ > 0) {
-            out_->transmitBurst({frames_.data(), std::exchange(count_, 0)});
+        if (count_ == 0) {
+            return;
         }
-        out_ = nullptr;
+        const std::size_t frames = std::exchange(count_, 0);
+        accounts_->passed({frames, std::exchange(received_, 0)});
+        port_->sent += Traffic{frames, std::exchange(sent_, 0)};
+        port_->out->transmitBurst({frames_.data(), frames});
     }
 
   private:
-    Frame& next(const Port& port) {
-        if (port.out != out_ || count_ == frames_.size()) [[unlikely]] {
-            flush();
-            out_ = port.out;
-        }
-        return frames_[count_++];
-    }
-
-    // Field by field: a whole frame would be built elsewhere and copied.
-    static void fill(Frame& sent, PortIndex port, const CaptureTime& time, Wire::Bytes bytes) {
-        sent.port = port;
-        sent.time.seconds = time.seconds;
-        sent.time.nanoseconds = time.nanoseconds;
-        sent.bytes = bytes;
-        sent.originalLength = static_cast<std::uint32_t>(bytes.size());
-    }
-
     FrameAccounts* accounts_;
     std::array<Frame, burstFrames> frames_;
     std::size_t count_ = 0;
-    TransmitPort* out_ = nullptr;
+    std::uint64_t received_ = 0; ///< bytes of them as they came
+    std::uint64_t sent_ = 0;     ///< and as they leave
+    Port* port_ = nullptr;       ///< by which they leave
 };
 
 } // namespace OvixAgent

@@ -39,7 +39,7 @@ FastPath::FastPath(Forwarder& forwarder, const Ptr<Ovix::PluginManager>& manager
         return forward(frame);
     }
     const auto etherType = Lumo::NetU16::load(frame.bytes + Ethernet::etherTypeAt).value();
-    const bool isLabelled = etherType == Wire::EtherType::mpls && intake.port->mpls;
+    const bool isLabelled = etherType == Wire::EtherType::mpls;
     if (isLabelled && labels_.settleInPlace(frame)) [[likely]] {
         return true;
     }
@@ -119,7 +119,8 @@ void FastPath::readPorts() {
         const bool isCircuit = tables_->pseudowires.isCircuit(i);
         const auto fib = tables_->vrfs->number(ports[i].vrf.view());
         const bool isVlan = ports[i].tagging.kind == Tagging::Kind::subInterface;
-        const bool isPlain = ignoresLabels && !isCircuit && !isVlan && !tables_->ports.hasVlans(i);
+        const bool isPlain =
+            ignoresLabels && ports[i].mpls && !isCircuit && !isVlan && !tables_->ports.hasVlans(i);
         intakes_[i] = {&ports[i],        isPlain,        ignoresLabels,
                        ignoresIp && fib, isCircuit,      tables_->ports.hasVlans(i),
                        isVlan,           fib.value_or(0)};

@@ -221,7 +221,7 @@ bool LabelForwarding::followCircuit(const Decision& decision, const Counted& cou
         countLabel(Lumo::MplsLabelEntry::load(work.packet), work);
     }
     circuit.pseudowire->delivered.add(frame.size());
-    departures_->sendWhole(work, *circuit.port, frame);
+    departures_->sendAs(*work.frame, work.port, *circuit.port, frame);
     return true;
 }
 

@@ -115,15 +115,19 @@ class LabelForwarding {
     [[gnu::always_inline]] bool swapInPlace(const Decision& decision, std::uint16_t lookup,
                                             std::uint32_t entry, WritableFrame& frame) {
         const EgressLine& line = (*lines_)[decision.egress];
+        std::uint8_t* const bytes = frame.bytes;
+        const std::uint32_t size = frame.size;
         if ((entry & bottom) == 0 ||
-            !line.takes(frame.size - static_cast<std::uint32_t>(Wire::Ethernet::size)) ||
+            !line.takes(size - static_cast<std::uint32_t>(Wire::Ethernet::size)) ||
             line.tagBytes > 0) [[unlikely]] {
             return false;
         }
-        Lumo::NetU32(swapped(decision, entry)).store(frame.bytes + Wire::Ethernet::size);
-        std::memcpy(frame.bytes, line.macs.data(), line.macs.size());
+        const std::uint32_t left = swapped(decision, entry);
         settled(lookup, entry, frame);
-        departures_->sendInPlace(frame, *line.port, {frame.bytes, frame.size});
+        departures_->sendAs(frame, frame.port, *line.port, {bytes, size});
+        // Last, since bytes may be anything's.
+        std::memcpy(bytes, line.macs.data(), line.macs.size());
+        Lumo::NetU32(left).store(bytes + Wire::Ethernet::size);
         return true;
     }
     bool imposeInPlace(const Decision& decision, std::uint16_t lookup, std::uint32_t entry,

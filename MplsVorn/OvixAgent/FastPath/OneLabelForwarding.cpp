@@ -17,8 +17,8 @@ inline void LabelForwarding::sendMoved(WritableFrame& frame, std::int32_t grows,
     std::uint8_t* const start = frame.bytes - grows;
     std::memcpy(start, line.macs.data(), line.macs.size());
     Lumo::NetU16(etherType).store(start + Wire::Ethernet::etherTypeAt);
-    departures_->sendInPlace(
-        frame, *line.port,
+    departures_->sendAs(
+        frame, frame.port, *line.port,
         {start, static_cast<std::size_t>(static_cast<std::int32_t>(frame.size) + grows)});
 }
 

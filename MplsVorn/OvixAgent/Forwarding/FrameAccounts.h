@@ -13,8 +13,8 @@ class FrameAccounts {
         in_.add(bytes);
         counters_->forgetLast();
     }
-    /// The same of a frame that is accounted for elsewhere.
-    void passed(std::size_t bytes) noexcept { in_.add(bytes); }
+    /// The same of frames that are accounted for elsewhere.
+    void passed(const Traffic& frames) noexcept { in_ += frames; }
     /// The counter of a fate, for whoever counts it elsewhere.
     Ovix::OvixNamedCounters::Counter& counterOf(const Fate& fate);
     /// The number of the frame received last, from 1.

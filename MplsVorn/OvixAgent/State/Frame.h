@@ -58,6 +58,12 @@ struct Traffic {
         bytes += frameBytes;
     }
 
+    Traffic& operator+=(const Traffic& more) noexcept {
+        frames += more.frames;
+        bytes += more.bytes;
+        return *this;
+    }
+
     friend bool operator==(const Traffic&, const Traffic&) = default;
 };
 
