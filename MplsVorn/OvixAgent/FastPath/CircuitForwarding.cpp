@@ -37,7 +37,7 @@ CircuitForwarding::Tunnel CircuitForwarding::tunnelOf(PortIndex circuit) {
     }
     tunnel.pseudowire = pseudowire;
     tunnel.egress = lines_->numberOf(
-        {tables_->ports.indexOf(*port), remote.mtu(), remote.vlanId(), remote.address()});
+        {tables_->ports.indexOf(*port), remote.mtu(), remote.vlanId(), false, remote.address()});
     return tunnel;
 }
 

@@ -96,6 +96,9 @@ void Decider::decideBeneath(std::uint32_t label, Beneath beneath) {
 
 Decision Decider::decisionFor(Beneath beneath) {
     assert(!answer_.choices.empty());
+    if (answer_.isMulticast) {
+        return replicasOf(beneath);
+    }
     return answer_.choices.size() == 1 ? decisionFor(answer_.choices.front(), beneath)
                                        : choiceOf(beneath);
 }
@@ -152,6 +155,37 @@ Decision Decider::choiceOf(Beneath beneath) {
     }
     choice.totalWeight = static_cast<std::uint32_t>(total);
     return made(Action::choice, decisions_->choices.add(std::move(choice)));
+}
+
+/// Legs whose egress depends on more than the label are left to the forwarder.
+Decision Decider::replicasOf(Beneath beneath) {
+    DecidedReplicas replicas;
+    const auto events = events_->setOf(answer_.choices.front().events);
+    for (const LabelDecision::Choice& one : answer_.choices) {
+        const Ovix::RoutingNexthop& nexthop = *one.nexthop;
+        const Port* const port = tables_->ports.byIntfId(nexthop.intfId());
+        auto leg = readRewrites(nexthop.rewriteInfos(), beneath, *rewriteMap_);
+        if (!events || !leg || leg->record || port == nullptr || !nexthop.isReplica() ||
+            !readCounting(nexthop, leg->isCounted) ||
+            !tables_->vrfs->number(nexthop.vrfName().view()) ||
+            tables_->pseudowires.isCircuit(tables_->ports.indexOf(*port))) {
+            return {};
+        }
+        leg->isToGroup = nexthop.address().family() == Lumo::IpFamily::none;
+        if (leg->isToGroup ? leg->kind == DecidedRewrite::Kind::pop : nexthop.address().empty()) {
+            return {};
+        }
+        const auto line = lineFor(tables_->ports.indexOf(*port), nexthop.address(), nexthop,
+                                  leg->exposed, leg->isToGroup);
+        if (!line) {
+            return {};
+        }
+        leg->grows = growth(*leg);
+        leg->egress = *line;
+        replicas.legs.push_back(*leg);
+    }
+    replicas.events = *events;
+    return made(Action::replicate, decisions_->replicas.add(std::move(replicas)));
 }
 
 Decision Decider::lookupFor(const LabelDecision::Choice& choice, Beneath beneath) {
@@ -264,14 +298,14 @@ bool Decider::readCounting(const Ovix::RoutingNexthop& nexthop, bool& isCounted)
 /// Unset when the egress depends on the packet.
 std::optional<std::uint32_t> Decider::lineFor(PortIndex port, const Lumo::IpGenAddr& address,
                                               const Ovix::RoutingNexthop& nexthop,
-                                              Ovix::PktHdrType outgoing) {
+                                              Ovix::PktHdrType outgoing, bool isGroup) {
     const bool isAddressed = !address.empty();
     if (tables_->ports.ports()[port].out == nullptr || outgoing == Ovix::PktHdrType::eth ||
         (!isAddressed && outgoing != Ovix::PktHdrType::mpls)) {
         return std::nullopt;
     }
-    return lines_->numberOf(
-        {port, nexthop.mtu(), nexthop.vlanId(), isAddressed ? address : Lumo::IpGenAddr()});
+    return lines_->numberOf({port, nexthop.mtu(), nexthop.vlanId(), isGroup,
+                             isAddressed ? address : Lumo::IpGenAddr()});
 }
 
 } // namespace OvixAgent

@@ -38,6 +38,7 @@ class Decider {
     Decision decisionFor(const Ovix::LabelDecision::Choice& choice, Ovix::Beneath beneath);
     Decision dropFor(const Ovix::LabelDecision::Choice& choice);
     Decision choiceOf(Ovix::Beneath beneath);
+    Decision replicasOf(Ovix::Beneath beneath);
     Decision lookupFor(const Ovix::LabelDecision::Choice& choice, Ovix::Beneath beneath);
     Decision rewriteFor(const Ovix::LabelDecision::Choice& choice, Ovix::Beneath beneath);
     bool readCounting(const Ovix::RoutingNexthop& nexthop, bool& isCounted);
@@ -45,7 +46,7 @@ class Decider {
     Decision towardCircuit(PortIndex index, const DecidedRewrite& rewrite);
     std::optional<std::uint32_t> lineFor(PortIndex port, const Lumo::IpGenAddr& address,
                                          const Ovix::RoutingNexthop& nexthop,
-                                         Ovix::PktHdrType outgoing);
+                                         Ovix::PktHdrType outgoing, bool isGroup = false);
     bool hashesAsThePlugin() const;
 
     Ptr<Ovix::PluginManager> manager_;

@@ -24,6 +24,7 @@ enum class Action : std::uint8_t {
     circuit,   ///< `value`: number of a DecidedCircuit
     lookup,    ///< `value`: number of a DecidedLookup
     terminate, ///< popped, and the label beneath decides; `value`: number of a set of events
+    replicate, ///< `value`: number of a DecidedReplicas
     choice,    ///< `value`: number of a DecidedChoice
     byBeneath, ///< `value`: number of a DecidedByBeneath
 };
@@ -67,6 +68,7 @@ struct DecidedRewrite {
     std::uint16_t events = 0; ///< number of a set
     std::uint32_t egress = 0; ///< number of a line, or of a DecidedFec
     bool isToFec = false;
+    bool isToGroup = false; ///< the line's group address depends on the label
     Ovix::PktHdrType exposed = Ovix::PktHdrType::mpls; ///< by a pop
     std::array<std::uint32_t, maxLabels> label{};      ///< each in its place in an entry
     /// The record of a push one of whose labels names the flow (RFC 6790); else null.
@@ -100,6 +102,12 @@ struct DecidedLookup {
     bool isCounted = false;
     bool exposesTc = false;
     std::uint16_t events = 0;
+};
+
+/// Every rewrite is done to a replica of its own.
+struct DecidedReplicas {
+    std::uint16_t events = 0;         ///< number of a set
+    std::vector<DecidedRewrite> legs; ///< at least one
 };
 
 /// Flows are shared by weight.

@@ -105,6 +105,9 @@ void DecisionTable::release(Decision& decision) {
     case Action::lookup:
         lookups.release(decision.value);
         break;
+    case Action::replicate:
+        replicas.release(decision.value);
+        break;
     case Action::choice:
         for (Decision& member : choices[decision.value].members) {
             release(member);

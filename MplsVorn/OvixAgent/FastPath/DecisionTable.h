@@ -42,6 +42,7 @@ class DecisionTable {
     Pool<DecidedFec> fecs;
     Pool<DecidedCircuit> circuits;
     Pool<DecidedLookup> lookups;
+    Pool<DecidedReplicas> replicas;
     Pool<DecidedChoice> choices;
     Pool<DecidedByBeneath> byBeneath;
 

@@ -26,19 +26,14 @@ class Departures {
     /// The frame leaves as these bytes. `in` is the port that it was for.
     [[gnu::always_inline]] void sendAs(const WritableFrame& frame, PortIndex in, Port& port,
                                        Wire::Bytes bytes) {
-        if (&port != port_ || count_ == frames_.size()) [[unlikely]] {
-            flush();
-            port_ = &port;
-        }
+        append(frame.time, in, port, bytes);
         received_ += frame.size;
-        sent_ += bytes.size();
-        // Field by field: a whole frame would be built elsewhere and copied.
-        Frame& sent = frames_[count_++];
-        sent.port = in;
-        sent.time.seconds = frame.time.seconds;
-        sent.time.nanoseconds = frame.time.nanoseconds;
-        sent.bytes = bytes;
-        sent.originalLength = static_cast<std::uint32_t>(bytes.size());
+    }
+    /// The same of a copy, beside the frame itself.
+    void sendReplica(const WritableFrame& frame, PortIndex in, Port& port, Wire::Bytes bytes) {
+        append(frame.time, in, port, bytes);
+        ++replicas_;
+        accounts_->addReplicas(1);
     }
     void drop(const WritableFrame& frame, Ovix::OvixNamedCounters::Counter& fate) noexcept {
         accounts_->passed({1, frame.size});
@@ -55,15 +50,32 @@ class Departures {
             return;
         }
         const std::size_t frames = std::exchange(count_, 0);
-        accounts_->passed({frames, std::exchange(received_, 0)});
+        accounts_->passed({frames - std::exchange(replicas_, 0), std::exchange(received_, 0)});
         port_->sent += Traffic{frames, std::exchange(sent_, 0)};
         port_->out->transmitBurst({frames_.data(), frames});
     }
 
   private:
+    [[gnu::always_inline]] void append(const CaptureTime& time, PortIndex in, Port& port,
+                                       Wire::Bytes bytes) {
+        if (&port != port_ || count_ == frames_.size()) [[unlikely]] {
+            flush();
+            port_ = &port;
+        }
+        sent_ += bytes.size();
+        // Field by field: a whole frame would be built elsewhere and copied.
+        Frame& sent = frames_[count_++];
+        sent.port = in;
+        sent.time.seconds = time.seconds;
+        sent.time.nanoseconds = time.nanoseconds;
+        sent.bytes = bytes;
+        sent.originalLength = static_cast<std::uint32_t>(bytes.size());
+    }
+
     FrameAccounts* accounts_;
     std::array<Frame, burstFrames> frames_;
     std::size_t count_ = 0;
+    std::uint64_t replicas_ = 0; ///< of them, beside those that came
     std::uint64_t received_ = 0; ///< bytes of them as they came
     std::uint64_t sent_ = 0;     ///< and as they leave
     Port* port_ = nullptr;       ///< by which they leave

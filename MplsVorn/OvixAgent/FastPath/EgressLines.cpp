@@ -2,9 +2,17 @@
 
 namespace OvixAgent {
 
+namespace {
+
+/// The group address of a packet with several labels; one label's takes the low bits.
+constexpr Lumo::EthAddr groupOfStack{0x01, 0x00, 0x5e, 0x80, 0, 0};
+
+} // namespace
+
 std::size_t EgressLines::Hash::operator()(const EgressKey& key) const noexcept {
     const std::size_t neighbour = Neighbours::Hash{}({key.address, key.port});
-    return neighbour ^ (std::size_t{key.mtu} << 16U | key.vlan) * 0x9e3779b97f4a7c15;
+    return neighbour ^ (std::size_t{key.mtu} << 17U | std::size_t{key.isGroup} << 16U | key.vlan) *
+                           0x9e3779b97f4a7c15;
 }
 
 std::uint32_t EgressLines::numberOf(const EgressKey& key) {
@@ -31,7 +39,7 @@ EgressLine EgressLines::resolve(const EgressKey& key) const {
     const bool isAddressed = key.address.family() != Lumo::IpFamily::none;
     const Lumo::EthAddr* const mac = isAddressed ? tables_->neighbours.find(key.address, key.port)
                                                  : tables_->neighbours.only(key.port);
-    line.neighbourIs(mac);
+    line.neighbourIs(key.isGroup ? &groupOfStack : mac);
     line.tagsAre(tagsToSend({}, line.port->tagging, key.vlan));
     return line;
 }

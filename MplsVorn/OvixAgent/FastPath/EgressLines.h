@@ -16,6 +16,7 @@ struct EgressKey {
     PortIndex port = 0;
     std::uint32_t mtu = 0;   ///< of the next hop; 0: the port's
     std::uint16_t vlan = 0;  ///< to send with; 0: as the port does
+    bool isGroup = false;    ///< all stations that take the packet's group address (RFC 5332)
     Lumo::IpGenAddr address; ///< of no family: the only neighbour on the link
 
     bool operator==(const EgressKey&) const = default;

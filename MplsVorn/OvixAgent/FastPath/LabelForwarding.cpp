@@ -264,6 +264,8 @@ inline bool LabelForwarding::follow(Decision decision, const Counted& counted, P
         return followRewrite(decision, counted, work);
     case Action::circuit:
         return followCircuit(decision, counted, work);
+    case Action::replicate:
+        return followReplicas(decision, counted, work);
     case Action::lookup:
         return followLookup(decision, counted, work);
     case Action::drop:

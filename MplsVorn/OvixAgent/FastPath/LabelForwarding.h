@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <vector>
 
 #include "FastPath/Decider.h"
 #include "FastPath/DecisionTable.h"
@@ -106,6 +107,8 @@ class LabelForwarding {
     bool followRewrite(const Decision& decision, const Counted& counted, PacketWork& work);
     const EgressLine* rewriteTowardFec(const DecidedRewrite& rewrite, PacketWork& work) const;
     bool followCircuit(const Decision& decision, const Counted& counted, PacketWork& work);
+    bool followReplicas(const Decision& decision, const Counted& counted, PacketWork& work);
+    void sendReplica(const DecidedRewrite& leg, const PacketWork& work, bool isLast);
     bool followLookup(const Decision& decision, const Counted& counted, PacketWork& work);
     bool drop(const Decision& decision, const Counted& counted, PacketWork& work);
 
@@ -169,6 +172,8 @@ class LabelForwarding {
     Departures* departures_;
     std::uint32_t credit_ = mostCredit;
     std::uint64_t decided_ = 0;
+    std::vector<std::uint8_t> copies_; ///< bytes of replicas that have not left yet
+    std::size_t copied_ = 0;           ///< of them
 };
 
 } // namespace OvixAgent

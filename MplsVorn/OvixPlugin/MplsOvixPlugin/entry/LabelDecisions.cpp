@@ -92,6 +92,18 @@ LabelDecision::Events taken(OvixNamedCounters& counters) {
     return events;
 }
 
+/// Of a stack whose top label has the via set, with a next hop to be filled.
+Ptr<MplsContext> contextFor(const Ptr<RoutingContext>& model, Lumo::MplsLabelEntry entry,
+                            const Ptr<OvixMplsViaSet>& viaSet) {
+    auto nexthops = Tessel::make<RoutingNexthops>();
+    nexthops->nexthopEnq(Tessel::make<RoutingNexthop>(Lumo::IntfId()));
+    auto stack = Tessel::make<OvixMplsViaSetStack>();
+    const Lumo::MplsStackEntryIndex top(Lumo::MplsStackEntryIndex::min);
+    stack->addViaSetForLabel(top, entry, viaSet);
+    return Tessel::make<MplsContext>(model, entry, model->packetContext()->parsedPkt().header(1),
+                                     viaSet, stack, top, nexthops);
+}
+
 } // namespace
 
 bool MplsRoutingHandler::decide(Lumo::MplsLabel label, Beneath beneath, LabelDecision& decision) {
@@ -108,44 +120,80 @@ bool MplsRoutingHandler::decide(Lumo::MplsLabel label, Beneath beneath, LabelDec
     decision.lookup = taken(*modelEvents_);
     decision.isLookupKnown = true;
     decision.choices.clear();
+    decision.isMulticast = false;
     if (viaSet) {
         return choose(model, entry, viaSet, decision);
     }
     report(*model, nothingResolved);
-    decision.choices.push_back({1, DecidedBy::label, taken(*modelEvents_), nullptr});
+    decision.choices.push_back({1, DecidedBy::label, taken(*modelEvents_), nullptr, false});
     return true;
 }
 
 bool MplsRoutingHandler::choose(const Ptr<RoutingContext>& model, Lumo::MplsLabelEntry entry,
                                 const Ptr<OvixMplsViaSet>& viaSet, LabelDecision& decision) {
-    if (viaSet->isMulticast() || viaSet->numVias() == 0) {
+    const Ptr<MplsContext> first = contextFor(model, entry, viaSet);
+    if (viaSet->numVias() == 0 || !allDecide(first)) {
         return false;
     }
-    const Ptr<PacketHeader> inner = model->packetContext()->parsedPkt().header(1);
+    if (viaSet->isMulticast()) {
+        return replicate(first, decision);
+    }
     for (std::uint32_t i = 0; i < viaSet->numVias(); ++i) {
-        auto nexthops = Tessel::make<RoutingNexthops>();
-        nexthops->nexthopEnq(Tessel::make<RoutingNexthop>(Lumo::IntfId()));
-        auto stack = Tessel::make<OvixMplsViaSetStack>();
-        const Lumo::MplsStackEntryIndex top(Lumo::MplsStackEntryIndex::min);
-        stack->addViaSetForLabel(top, entry, viaSet);
-        const auto context =
-            Tessel::make<MplsContext>(model, entry, inner, viaSet, stack, top, nexthops);
         decision.choices.emplace_back();
-        if (!chooseVia(context, i, decision.choices.back())) {
+        if (!chooseVia(contextFor(model, entry, viaSet), i, decision.choices.back())) {
             return false;
         }
     }
     return true;
 }
 
+const Ptr<MplsViaTypeHandler>& MplsRoutingHandler::handlerOf(const OvixMplsViaSet& viaSet,
+                                                             std::uint32_t index) const {
+    return plugin_->mplsViaTypeHandlerRegistry()->handler(viaSet.viaType(index));
+}
+
+/// Whether every handler has said that its outcome may be kept. One that has not is not run.
+bool MplsRoutingHandler::allDecide(const Ptr<MplsContext>& context) const {
+    for (std::uint32_t i = 0; i < context->viaSet()->numVias(); ++i) {
+        const Ptr<MplsViaTypeHandler>& handler = handlerOf(*context->viaSet(), i);
+        context->viaIndexIs(i);
+        if (!handler || handler->decidedBy(*context) == DecidedBy::frame) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// The front next hop is the frame's own and stays unresolved; each via adds a replica.
+bool MplsRoutingHandler::replicate(const Ptr<MplsContext>& context, LabelDecision& decision) {
+    for (std::uint32_t i = 0; i < context->viaSet()->numVias(); ++i) {
+        if (plugin_->handleVia(context, i) != frameDealtWith) {
+            return false;
+        }
+    }
+    for (const Ptr<RoutingNexthop>& nexthop : *context->nexthops()) {
+        if (!nexthop->unresolved()) {
+            const DecidedBy by = exposesPayload(*nexthop) ? DecidedBy::beneath : DecidedBy::label;
+            decision.choices.push_back({1, by, {}, nexthop, false});
+        }
+    }
+    if (decision.choices.empty() || context->routingContext()->terminatePopped() > 0) {
+        return false;
+    }
+    // What lies beneath another frame's label may not keep a via from its replica.
+    if (decision.choices.size() < context->viaSet()->numVias()) {
+        decision.choices.front().by = DecidedBy::beneath;
+    }
+    decision.choices.front().events = taken(*modelEvents_);
+    decision.isMulticast = true;
+    return true;
+}
+
 bool MplsRoutingHandler::chooseVia(const Ptr<MplsContext>& context, std::uint32_t index,
                                    LabelDecision::Choice& choice) {
     const Ptr<OvixMplsViaSet>& viaSet = context->viaSet();
-    const Ptr<MplsViaTypeHandler>& handler =
-        plugin_->mplsViaTypeHandlerRegistry()->handler(viaSet->viaType(index));
-    context->viaIndexIs(index);
-    choice.by = handler ? handler->decidedBy(*context) : DecidedBy::frame;
-    if (choice.by == DecidedBy::frame || plugin_->handleVia(context, index) != frameDealtWith) {
+    choice.by = handlerOf(*viaSet, index)->decidedBy(*context);
+    if (plugin_->handleVia(context, index) != frameDealtWith) {
         return false;
     }
     choice.weight = viaSet->weight(index);

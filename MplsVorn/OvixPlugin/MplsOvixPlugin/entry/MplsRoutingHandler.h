@@ -2,6 +2,7 @@
 
 #include "Ovix/routing/Handlers.h"
 #include "Ovix/viaset/MplsContext.h"
+#include "Ovix/viaset/MplsViaTypeHandler.h"
 
 namespace Ovix {
 
@@ -26,6 +27,10 @@ class MplsRoutingHandler : public RoutingHandler {
   private:
     bool choose(const Ptr<RoutingContext>& model, Lumo::MplsLabelEntry entry,
                 const Ptr<OvixMplsViaSet>& viaSet, LabelDecision& decision);
+    const Ptr<MplsViaTypeHandler>& handlerOf(const OvixMplsViaSet& viaSet,
+                                             std::uint32_t index) const;
+    bool allDecide(const Ptr<MplsContext>& context) const;
+    bool replicate(const Ptr<MplsContext>& context, LabelDecision& decision);
     bool chooseVia(const Ptr<MplsContext>& context, std::uint32_t index,
                    LabelDecision::Choice& choice);
 
