@@ -341,18 +341,43 @@ TEST_F(LabelDecisions, AnIpLookupIsWhatAFrameMeets) {
     expectDecided(Beneath::ipv6, ip6);
 }
 
-TEST_F(LabelDecisions, AMulticastSetIsRefusedWithItsLookupKnown) {
-    route(pseudowire, {{swapVia(300), 1}}, LfibViaType::ip, Mpls::LfibViaSetType::multicast);
-    EXPECT_FALSE(decide(100));
-    EXPECT_TRUE(decision.isLookupKnown && decision.isFound);
-    EXPECT_EQ(reasons(decision.lookup), Texts(2, missed));
+TEST_F(LabelDecisions, AMulticastSetHasAReplicaForEachVia) {
+    route(pseudowire, {{swapVia(300), 1}, {swapVia(301), 1}, {swapVia(302), 1}}, LfibViaType::ip,
+          Mpls::LfibViaSetType::multicast);
+    ASSERT_TRUE(decide(100));
+    EXPECT_TRUE(decision.isMulticast && decision.isFound);
+    ASSERT_EQ(decision.choices.size(), 3U);
+    for (std::size_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(decision.choices[i].by, DecidedBy::label);
+        EXPECT_TRUE(decision.choices[i].nexthop->isReplica());
+        EXPECT_EQ(labelSwappedIn(decision.choices[i]), 300U + i);
+    }
+    // From the second replica on there are several next hops.
+    EXPECT_EQ(reasons(decision.choices[0].events),
+              Texts(2, "Using first nexthop, but %s nexthops found"));
+    swapRoute(decap, 101, 300);
+    ASSERT_TRUE(decide(101));
+    EXPECT_FALSE(decision.isMulticast);
 }
 
-TEST_F(LabelDecisions, TheViasOfAMulticastSetAreNotHandled) {
-    const auto handler =
-        declaredHandlerIs(DecidedBy::label, [](const auto&) { return frameDealtWith; });
+TEST_F(LabelDecisions, AReplicaThatNeedsAPayloadMakesAMulticastSetDependOnIt) {
+    route(pseudowire, {{swapVia(300), 1}, {popOf(PayloadType::automatic), 1}}, LfibViaType::ip,
+          Mpls::LfibViaSetType::multicast);
+    for (const auto& [beneath, replicas] :
+         {std::pair(Beneath::ipv4, 2U), std::pair(Beneath::ethernet, 1U)}) {
+        ASSERT_TRUE(decide(100, beneath));
+        EXPECT_EQ(decision.choices.size(), replicas);
+        EXPECT_TRUE(std::any_of(
+            decision.choices.begin(), decision.choices.end(),
+            [](const LabelDecision::Choice& one) { return one.by == DecidedBy::beneath; }));
+    }
+}
+
+TEST_F(LabelDecisions, NoViaOfAMulticastSetIsHandledUnlessAllHaveDeclaredThemselves) {
+    const auto handler = handlerAnswers({frameDealtWith});
     route(decap, {{swapVia(300), 1}}, madeUpViaType, Mpls::LfibViaSetType::multicast);
     EXPECT_FALSE(decide(100));
+    EXPECT_TRUE(decision.isLookupKnown && decision.isFound);
     EXPECT_TRUE(handler->seen.empty());
 }
 
