@@ -84,9 +84,8 @@ class LabelForwarding {
         std::array<std::uint16_t, 64> sets;
         std::size_t count = 0;
     };
-    /// A decision costs about as much as routing so many frames; what the forwarder does for those
-    /// pays for it, so that frames of labels never met before cost little more than without
-    /// decisions.
+    /// One decision for so many frames that the forwarder processes, and some at first: frames of
+    /// labels never met before cost little more than without decisions.
     static constexpr std::uint32_t costOfDecision = 8;
     static constexpr std::uint32_t mostCredit = 64 * costOfDecision;
 
