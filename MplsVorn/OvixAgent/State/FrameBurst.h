@@ -14,7 +14,7 @@ namespace OvixAgent {
 /// Gathers the frames of a burst, and has memory for those whose bytes lie nowhere else.
 class FrameBurst {
   public:
-    explicit FrameBurst(std::size_t memoryBytes) : memory_(memoryBytes) {}
+    explicit FrameBurst(std::size_t bytes) : memory_(bytes) {}
     FrameBurst(const FrameBurst&) = delete;
     FrameBurst& operator=(const FrameBurst&) = delete;
 

@@ -112,7 +112,8 @@ bool MplsRoutingHandler::decide(Lumo::MplsLabel label, Beneath beneath, LabelDec
         return false;
     }
     const Lumo::MplsLabelEntry entry(label, 0, beneath != Beneath::label, modelTtl);
-    const auto model = Tessel::make<RoutingContext>(0, modelPacket(entry, beneath), modelEvents_);
+    const auto model =
+        Tessel::make<RoutingContext>(std::uint64_t{0}, modelPacket(entry, beneath), modelEvents_);
     modelEvents_->forgetLast();
     const Ptr<OvixMplsViaSet> viaSet = plugin_->findOvixMplsViaSet(model, entry);
     decision.modelBytes = static_cast<std::uint32_t>(model->packetContext()->pkt()->bytes());
