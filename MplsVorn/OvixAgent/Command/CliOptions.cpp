@@ -77,14 +77,10 @@ CliExit exitFor(const CLI::App& app, const CLI::ParseError& error) {
 
 } // namespace
 
-std::variant<RunOptions, CliExit> parseCommandLine(int argc, const char* const* argv) {
-    RunOptions options;
-    std::vector<std::string> inputs;
-    CLI::App app("Forwards MPLS frames from captures to captures.", "ovix-agent");
-    app.set_version_flag("--version", std::string("ovix-agent ") + agentVersion);
-    app.require_subcommand(1);
-    CLI::App* const run = app.add_subcommand("run", "Forward the frames of captures");
-    run->footer(exitCodes);
+namespace {
+
+/// What is forwarded, and from where to where.
+void addFrameOptions(CLI::App* run, RunOptions& options, std::vector<std::string>& inputs) {
     run->add_option("CONFIG", options.config, "The configuration, a YAML file");
     run->add_option("--in", inputs, "A capture to read, and the port that its frames arrive at")
         ->type_name("PORT=CAPTURE");
@@ -97,6 +93,10 @@ std::variant<RunOptions, CliExit> parseCommandLine(int argc, const char* const* 
     run->add_flag("--any-mac", options.anyMac,
                   "Forward frames that are addressed to other stations, too; without it a port "
                   "takes those for its own MAC address, for groups and for all");
+}
+
+/// By what it is forwarded, and what is shown of it.
+void addOtherOptions(CLI::App* run, RunOptions& options) {
     run->add_flag("--json", options.json, "Print the summary as JSON");
     run->add_flag("--trace", options.trace, "Print what happens to each frame");
     run->add_option("--plugin", options.plugin, "The plugin library to load")->type_name("FILE");
@@ -116,6 +116,20 @@ std::variant<RunOptions, CliExit> parseCommandLine(int argc, const char* const* 
         ->type_name("on|off")
         ->check(CLI::IsMember({"on", "off"}).description(""));
     run->add_flag("--quiet", options.quiet, "Show no progress");
+}
+
+} // namespace
+
+std::variant<RunOptions, CliExit> parseCommandLine(int argc, const char* const* argv) {
+    RunOptions options;
+    std::vector<std::string> inputs;
+    CLI::App app("Forwards MPLS frames from captures to captures.", "ovix-agent");
+    app.set_version_flag("--version", std::string("ovix-agent ") + agentVersion);
+    app.require_subcommand(1);
+    CLI::App* const run = app.add_subcommand("run", "Forward the frames of captures");
+    run->footer(exitCodes);
+    addFrameOptions(run, options, inputs);
+    addOtherOptions(run, options);
     try {
         app.parse(argc, argv);
         takeConfigFromInputs(options.config, inputs);
