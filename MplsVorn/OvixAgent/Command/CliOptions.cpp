@@ -75,10 +75,6 @@ CliExit exitFor(const CLI::App& app, const CLI::ParseError& error) {
             isSuccess ? out.str() : std::string(app.get_name()) + ": " + err.str()};
 }
 
-} // namespace
-
-namespace {
-
 /// What is forwarded, and from where to where.
 void addFrameOptions(CLI::App* run, RunOptions& options, std::vector<std::string>& inputs) {
     run->add_option("CONFIG", options.config, "The configuration, a YAML file");
