@@ -116,7 +116,7 @@ std::uint8_t parsedClass(ParsedPacket& parsed) {
     case PktHdrType::vlanTags:
         return static_cast<std::uint8_t>(bytes[0] >> 5U);
     case PktHdrType::mpls:
-        return static_cast<std::uint8_t>(bytes[2] >> 1U & 7U);
+        return bytes.size() < 4 ? std::uint8_t{0} : static_cast<std::uint8_t>(bytes[2] >> 1U & 7U);
     case PktHdrType::ipv4:
         return static_cast<std::uint8_t>(bytes[1] >> 5U);
     case PktHdrType::ipv6:
@@ -136,7 +136,7 @@ TEST(RawPacketTest, TheFlowHashOfBytesIsThatOfTheirParse) {
         const auto made = maker.packet();
         const auto context = contextOf(made.bytes, made.first);
         ASSERT_EQ(flowHash(made.first, made.bytes), flowHash(context->parsedPkt()))
-            << i << " " << headerNames(context->parsedPkt());
+            << headerNames(context->parsedPkt()) << " " << testing::PrintToString(made.bytes);
     }
 }
 
