@@ -52,8 +52,10 @@ void addIpv6(FlowHasher& hasher, Wire::Bytes header, Wire::Bytes payload) noexce
 bool addWalk(FlowHasher& hasher, Wire::LabelWalk& walk) noexcept {
     bool entropyNext = false;
     bool extended = false;
+    bool isNamed = false; // an extended label behind an indicator ends the hash with the stack
     for (Lumo::MplsLabelEntry entry; walk.next(entry);) {
         const Lumo::MplsLabel label = entry.label();
+        isNamed = isNamed || (entropyNext && !label.isSpecialPurpose());
         if (!label.isSpecialPurpose() && !extended) {
             hasher.add(label.value());
             if (entropyNext) {
@@ -63,7 +65,7 @@ bool addWalk(FlowHasher& hasher, Wire::LabelWalk& walk) noexcept {
         entropyNext = entropyNext || label == Lumo::entropyLabelIndicator;
         extended = label == Lumo::extensionLabel;
     }
-    return false;
+    return isNamed;
 }
 
 /// Adds a header; false when nothing behind it may be looked at. What is not IP under labels only

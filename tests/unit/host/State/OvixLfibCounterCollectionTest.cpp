@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <map>
+#include <vector>
 
 namespace OvixLfibCounterCollectionTest {
 
@@ -82,6 +83,52 @@ TEST(OvixLfibCounterCollection, VisitsEveryCounterOnce) {
         EXPECT_TRUE(visited.emplace(route, counter.bytes()).second);
     });
     EXPECT_EQ(visited, expected);
+}
+
+TEST(OvixLfibCounterCollection, ACounterStaysWhereItIs) {
+    OvixLfibCounterCollection collection("c");
+    PktCounter& first = collection.counterCollectionIs(key(4095));
+    for (std::uint32_t label = 16; label < 100000; label += 5) {
+        collection.counterCollectionIs(key(label));
+    }
+    collection.countBytes(4095, 60);
+    EXPECT_EQ(&collection.counterCollectionIs(key(4095)), &first);
+    EXPECT_EQ(collection.counter(key(4095)), &first);
+    collection.counterCollectionDel(key(4095));
+    EXPECT_EQ(&collection.counterCollectionIs(key(4095)), &first);
+    EXPECT_EQ(first.packets(), 0U);
+}
+
+TEST(OvixLfibCounterCollection, PacketsAreCountedByLabelAsByKey) {
+    OvixLfibCounterCollection collection("c");
+    for (const std::uint32_t label : {0U, 4095U, 4096U, 8191U, Lumo::MplsLabel::max}) {
+        for (std::uint32_t packets = 1; packets <= 3; ++packets) {
+            collection.countBytes(label, label % 1000);
+            ASSERT_NE(collection.counter(key(label)), nullptr);
+            EXPECT_EQ(collection.counter(key(label))->packets(), packets);
+            EXPECT_EQ(collection.counter(key(label))->bytes(), packets * (label % 1000));
+        }
+        EXPECT_EQ(collection.counter(key(label ^ 1U)), nullptr);
+        collection.counterCollectionDel(key(label));
+        EXPECT_EQ(collection.counter(key(label)), nullptr);
+        collection.countBytes(label, 9);
+        EXPECT_EQ(collection.counter(key(label))->bytes(), 9U);
+        EXPECT_EQ(collection.counter(key(label))->packets(), 1U);
+    }
+    EXPECT_EQ(collection.size(), 5U);
+}
+
+TEST(OvixLfibCounterCollection, VisitsLabelsInTheirOrder) {
+    OvixLfibCounterCollection collection("c");
+    for (const std::uint32_t label : {Lumo::MplsLabel::max, 5000U, 17U, 4096U, 4095U, 900000U}) {
+        collection.countBytes(label, 1);
+    }
+    std::vector<std::uint32_t> visited;
+    collection.forEach([&](Mpls::RouteKey route, const PktCounter&) {
+        visited.push_back(route.topLabel().value());
+    });
+    EXPECT_EQ(visited,
+              (std::vector<std::uint32_t>{17, 4095, 4096, 5000, 900000, Lumo::MplsLabel::max}));
 }
 
 TEST(OvixLfibCounterCollection, ClearsACounterInPlace) {
