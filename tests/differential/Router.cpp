@@ -230,7 +230,7 @@ void Router::portUpIs(OvixAgent::PortIndex port, bool up) {
 
 void Router::settleWaiting(bool atTheEnd) {
     using Time = OvixAgent::Sender::Clock::time_point;
-    forwarder_.settleWaiting(atTheEnd ? Time::max() : Time::min());
+    forwarder_.settleWaiting(atTheEnd ? Time::max() : Time());
 }
 
 void Router::clearCounters() {

@@ -35,7 +35,7 @@ void EgressLines::resolveAll() {
 EgressLine EgressLines::resolve(const EgressKey& key) const {
     EgressLine line;
     line.port = &tables_->ports.ports()[key.port];
-    line.mtu = key.mtu != 0 ? key.mtu : EgressLine::none;
+    line.mtu = key.mtu != 0 ? std::min(key.mtu, EgressLine::longest) : EgressLine::longest;
     const bool isAddressed = key.address.family() != Lumo::IpFamily::none;
     const Lumo::EthAddr* const mac = isAddressed ? tables_->neighbours.find(key.address, key.port)
                                                  : tables_->neighbours.only(key.port);

@@ -1,10 +1,12 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <unordered_map>
 #include <vector>
 
 #include "Lumo/IpGenAddr.h"
+#include "Lumo/Pkt.h"
 #include "State/ForwardingTables.h"
 #include "State/LinkHeader.h"
 #include "Wire/Ethernet.h"
@@ -24,11 +26,13 @@ struct EgressKey {
 
 /// What is needed to send to a next hop; one cache line.
 struct alignas(64) EgressLine {
-    static constexpr std::uint32_t none = 0xffffffff;
+    /// No packet with its link header is longer than a packet may be.
+    static constexpr std::uint32_t longest =
+        static_cast<std::uint32_t>(Lumo::Pkt::maxBytes - Wire::Ethernet::size);
 
     Port* port = nullptr;
-    std::uint32_t mtu = none; ///< of the next hop, beside the port's
-    bool isKnown = false;     ///< the neighbour's MAC address is
+    std::uint32_t mtu = longest; ///< of the next hop, beside the port's
+    bool isKnown = false;        ///< the neighbour's MAC address is
     std::array<std::uint8_t, 2 * Lumo::EthAddr().size()> macs{}; ///< the neighbour's, the port's
     std::uint8_t tagBytes = 0;
     std::array<std::uint8_t, 8> tags{}; ///< to send with frames that came without
@@ -44,6 +48,7 @@ struct alignas(64) EgressLine {
     void tagsAre(const VlanTags& sent) noexcept {
         tagBytes = static_cast<std::uint8_t>(sent.count * Wire::Tag::size);
         assert(tagBytes <= tags.size());
+        mtu = std::min(mtu, longest - tagBytes);
         for (std::size_t i = 0; i < sent.count; ++i) {
             sent.tags[i].store(tags.data() + i * Wire::Tag::size);
         }

@@ -17,6 +17,12 @@ namespace {
 
 constexpr std::size_t shortest = Ethernet::size + Lumo::MplsLabelEntry::size;
 
+/// Whether a frame was captured whole, has room for a label, and is no longer than a packet may be.
+bool isPlainLength(const WritableFrame& frame) noexcept {
+    return frame.size - shortest <= Lumo::Pkt::maxBytes - shortest &&
+           frame.size == frame.originalLength;
+}
+
 bool isForPort(const std::uint8_t* frame, const Port& port) noexcept {
     return port.anyMac || (frame[0] & 1U) != 0 ||
            std::memcmp(frame, port.mac.data(), Ethernet::macSize) == 0;
@@ -34,8 +40,8 @@ FastPath::FastPath(Forwarder& forwarder, const Ptr<Ovix::PluginManager>& manager
 /// Most frames are untagged, and come in at a port without sub-interfaces.
 [[gnu::always_inline]] inline bool FastPath::forwardPlain(WritableFrame& frame) {
     const Intake& intake = intakes_[frame.port];
-    if (!intake.isPlain || frame.size < shortest || frame.size != frame.originalLength ||
-        !isForPort(frame.bytes, *intake.port)) [[unlikely]] {
+    if (!intake.isPlain || !isPlainLength(frame) || !isForPort(frame.bytes, *intake.port))
+        [[unlikely]] {
         return forward(frame);
     }
     const auto etherType = Lumo::NetU16::load(frame.bytes + Ethernet::etherTypeAt).value();
@@ -141,7 +147,7 @@ void FastPath::prefetch(std::span<const WritableFrame> burst, std::size_t at) co
 
 /// A frame that fits no decision is left to the forwarder: false, and nothing is changed.
 bool FastPath::forward(WritableFrame& frame) {
-    if (frame.size < shortest || frame.size != frame.originalLength) {
+    if (!isPlainLength(frame)) {
         return false;
     }
     PacketWork work;

@@ -129,12 +129,12 @@ bool IpHop::route(const Fib& fib, PacketWork& work, EgressLine& line) const {
     }
     line.port = &tables_->ports.ports()[via->port];
     line.neighbourIs(macFor(*via, packet->destination));
+    if (line.port->tagging.kind > Tagging::Kind::none) {
+        line.tagsAre(tagsToSend({}, line.port->tagging, 0));
+    }
     const Push push = pushOf(*via);
     if (!line.takes(work.length + push.bytes) || !work.hasRoom(push.bytes)) {
         return false;
-    }
-    if (line.port->tagging.kind > Tagging::Kind::none) {
-        line.tagsAre(tagsToSend({}, line.port->tagging, 0));
     }
     decrementTtl(work, packet->ttl);
     if (push.info != nullptr) {

@@ -70,6 +70,17 @@ TEST_F(EgressLinesTest, TakesWhatFitsWhileThePortIsUp) {
     EXPECT_FALSE(line(toward("10.0.1.99", west)).takes(20));
 }
 
+TEST_F(EgressLinesTest, TakesNothingThatIsLongerThanAPacketMayBeWithItsLinkHeader) {
+    ports.ports()[east].mtu = Lumo::Pkt::maxBytes;
+    EgressKey key = toward("10.0.2.2");
+    constexpr std::uint32_t longest = Lumo::Pkt::maxBytes - 14;
+    EXPECT_TRUE(line(key).takes(longest));
+    EXPECT_FALSE(line(key).takes(longest + 1));
+    key.vlan = 5; // whose tag is part of the link header
+    EXPECT_TRUE(line(key).takes(longest - 4));
+    EXPECT_FALSE(line(key).takes(longest - 3));
+}
+
 TEST_F(EgressLinesTest, NeighboursAreFollowedAsTheyComeMoveAndGo) {
     const std::uint32_t number = lines.numberOf(toward("10.0.2.9"));
     EXPECT_FALSE(lines[number].isKnown);
