@@ -1,8 +1,8 @@
 #include "Tessel/Entity.h"
 
-#include "Tessel/Changes.h"
-
 #include <algorithm>
+
+#include "Tessel/Changes.h"
 
 namespace Tessel {
 

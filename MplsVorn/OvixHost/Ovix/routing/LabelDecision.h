@@ -44,7 +44,7 @@ struct LabelDecision {
     bool isLookupKnown = false;   ///< `isFound` and `lookup` are set, whatever else is known
     bool isFound = false;         ///< only then the labels beneath are looked up, too
     Events lookup;                ///< counted whenever the label is looked up, wherever it stands
-    std::vector<Choice> choices; ///< at least one
+    std::vector<Choice> choices;  ///< at least one
     /// All of the choices are taken, each by a replica of its own, the last by the frame itself.
     /// What they count is with the first.
     bool isMulticast = false;

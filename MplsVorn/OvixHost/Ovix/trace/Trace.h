@@ -9,8 +9,8 @@
 #include <string_view>
 #include <vector>
 
-#include "Tessel/Ptr.h"
 #include "Tessel/Changes.h"
+#include "Tessel/Ptr.h"
 
 namespace Ovix {
 
