@@ -29,12 +29,4 @@ inline Wire::Bytes customersFrame(const Pseudowire& pseudowire, Wire::Bytes pack
     return payload.size() >= Wire::Ethernet::size ? payload : Wire::Bytes();
 }
 
-/// The length of a frame's Ethernet header and tags, which no MTU counts.
-inline std::size_t linkLength(Wire::Bytes frame) noexcept {
-    Wire::TagWalk walk(Wire::Ethernet(frame).etherType(), frame.subspan(Wire::Ethernet::size));
-    for (Wire::Tag tag; walk.next(tag);) {
-    }
-    return frame.size() - walk.rest().size();
-}
-
 } // namespace OvixAgent

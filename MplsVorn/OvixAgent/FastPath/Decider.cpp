@@ -141,19 +141,17 @@ bool Decider::hashesAsThePlugin() const {
 
 Decision Decider::choiceOf(Beneath beneath) {
     DecidedChoice choice;
-    std::uint64_t total = 0;
     for (const LabelDecision::Choice& one : answer_.choices) {
-        total += one.weight;
-        choice.weights.push_back(one.weight);
+        choice.shares.add(one.weight);
         choice.members.push_back(decisionFor(one, beneath));
     }
+    const std::uint64_t total = choice.shares.total;
     if (total == 0 || total > std::numeric_limits<std::uint32_t>::max() || !hashesAsThePlugin()) {
         for (Decision& member : choice.members) {
             decisions_->release(member);
         }
         return {};
     }
-    choice.totalWeight = static_cast<std::uint32_t>(total);
     return made(Action::choice, decisions_->choices.add(std::move(choice)));
 }
 
@@ -249,8 +247,7 @@ Decision Decider::towardFec(const Ovix::RoutingNexthop& nexthop, DecidedRewrite 
         if (tables_->pseudowires.isCircuit(member.port) || !line) {
             return {};
         }
-        fec.totalWeight += member.weight;
-        fec.weights.push_back(member.weight);
+        fec.shares.add(member.weight);
         fec.lines.push_back(*line);
     }
     rewrite.isToFec = true;

@@ -27,6 +27,9 @@ class Decider {
     /// label tables or neighbours.
     std::uint64_t version() const noexcept;
 
+    /// No decision made so far is used any more; labels may be counted elsewhere from now on.
+    void restart() noexcept { labelCounters_.reset(); }
+
     /// The counters of labels; null until the first label that is counted.
     Counter::OvixLfibCounterCollection* labelCounters() const noexcept {
         return labelCounters_.get();

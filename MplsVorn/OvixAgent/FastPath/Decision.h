@@ -80,11 +80,25 @@ struct DecidedRewrite {
     bool isPlain() const noexcept { return isCounted && events == 0 && !isToFec && !exposesTc; }
 };
 
-/// Flows toward a FEC are shared by weight, by their hash as they leave.
-struct DecidedFec {
-    std::uint32_t totalWeight = 0;
+/// Which of several a flow takes, by their weights.
+struct Shares {
+    void add(std::uint32_t weight) {
+        total += weight;
+        weights.push_back(weight);
+    }
+    std::size_t chosen(std::uint32_t hash) const noexcept {
+        return Tessel::weightedChoice(hash % total, weights.size(),
+                                      [&](std::size_t i) { return weights[i]; });
+    }
+
+    std::uint64_t total = 0; ///< at least 1 when one is chosen
     std::vector<std::uint32_t> weights;
-    std::vector<std::uint32_t> lines;
+};
+
+/// Flows toward a FEC are shared by their hash as they leave.
+struct DecidedFec {
+    Shares shares;
+    std::vector<std::uint32_t> lines; ///< their numbers
 };
 
 /// The pseudowire's label, and its flow label (RFC 6391) beneath it if there is one, is popped, and
@@ -100,7 +114,6 @@ struct DecidedCircuit {
 struct DecidedLookup {
     std::uint32_t fib = 0; ///< number of a VRF
     bool isCounted = false;
-    bool exposesTc = false;
     std::uint16_t events = 0;
 };
 
@@ -110,15 +123,13 @@ struct DecidedReplicas {
     std::vector<DecidedRewrite> legs; ///< at least one
 };
 
-/// Flows are shared by weight.
+/// Flows are shared by their hash as they came in.
 struct DecidedChoice {
-    std::uint32_t totalWeight = 0;
-    std::vector<std::uint32_t> weights;
+    Shares shares;
     std::vector<Decision> members;
 
     const Decision& member(std::uint32_t hash) const noexcept {
-        return members[Tessel::weightedChoice(hash % totalWeight, weights.size(),
-                                              [&](std::size_t i) { return weights[i]; })];
+        return members[shares.chosen(hash)];
     }
 };
 

@@ -25,6 +25,12 @@ std::uint32_t EgressLines::numberOf(const EgressKey& key) {
     return at->second;
 }
 
+void EgressLines::clear() noexcept {
+    lines_.clear();
+    keys_.clear();
+    numbers_.clear();
+}
+
 void EgressLines::resolveAll() {
     for (std::size_t i = 0; i < lines_.size(); ++i) {
         lines_[i] = resolve(keys_[i]);

@@ -74,10 +74,14 @@ class EgressLines {
             resolveAll();
         }
     }
-    /// The ports have another configuration.
-    void resolveAll();
+    /// All numbers given so far are void.
+    void clear() noexcept;
+    /// There are so many that those no longer used should go: clear() is then to be called.
+    bool isFull() const noexcept { return lines_.size() >= most; }
 
   private:
+    static constexpr std::size_t most = std::size_t{1} << 16U;
+
     struct Hash {
         std::size_t operator()(const EgressKey& key) const noexcept;
     };
@@ -85,6 +89,7 @@ class EgressLines {
     std::uint64_t changes() const noexcept {
         return tables_->neighbours.changes() + tables_->ports.macChanges();
     }
+    void resolveAll();
     EgressLine resolve(const EgressKey& key) const;
 
     ForwardingTables* tables_;

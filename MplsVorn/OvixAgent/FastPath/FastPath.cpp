@@ -100,10 +100,10 @@ void FastPath::takeChanges() {
     if (!isUsable_) {
         return; // looked at again with the next burst
     }
-    if (const std::uint64_t version = labels_.version(); version != version_) {
+    if (const std::uint64_t version = labels_.version(); version != version_ || lines_.isFull()) {
         version_ = version;
         labels_.restart();
-        lines_.resolveAll();
+        lines_.clear();
         circuits_.restart();
         readPorts();
     }

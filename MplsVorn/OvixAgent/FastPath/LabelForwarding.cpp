@@ -6,7 +6,6 @@
 #include "FastPath/CircuitFrame.h"
 #include "FastPath/LabelRewrite.h"
 #include "Ovix/packet/FlowHash.h"
-#include "Tessel/WeightedChoice.h"
 
 namespace OvixAgent {
 
@@ -51,7 +50,6 @@ bool LabelForwarding::mayDecide() noexcept {
         return false;
     }
     credit_ -= costOfDecision;
-    ++decided_;
     return true;
 }
 
@@ -140,15 +138,14 @@ const EgressLine* LabelForwarding::rewriteTowardFec(const DecidedRewrite& rewrit
                                                     PacketWork& work) const {
     const PacketWork before = work;
     std::array<std::uint8_t, DecidedRewrite::mostBytes> former;
-    const auto changed = static_cast<std::size_t>(growth(rewrite)) + Lumo::MplsLabelEntry::size;
-    assert(growth(rewrite) >= 0 && changed <= former.size());
-    std::uint8_t* const first = work.packet - growth(rewrite);
+    const auto changed = static_cast<std::size_t>(rewrite.grows) + Lumo::MplsLabelEntry::size;
+    assert(rewrite.grows >= 0 && changed <= former.size());
+    std::uint8_t* const first = work.packet - rewrite.grows;
     std::copy_n(first, changed, former.begin());
     applyRewrite(rewrite, work);
     const DecidedFec& fec = decisions_.fecs[rewrite.egress];
-    const std::uint32_t residue = Ovix::flowHash(work.type, work.bytes()) % fec.totalWeight;
-    const EgressLine& line = (*lines_)[fec.lines[Tessel::weightedChoice(
-        residue, fec.weights.size(), [&](std::size_t i) { return fec.weights[i]; })]];
+    const std::size_t chosen = fec.shares.chosen(Ovix::flowHash(work.type, work.bytes()));
+    const EgressLine& line = (*lines_)[fec.lines[chosen]];
     if (line.takes(work.length)) {
         return &line;
     }
@@ -189,9 +186,7 @@ Decision LabelForwarding::chosen(const Decision& decision, PacketWork& work) con
     const DecidedChoice& choice = decisions_.choices[decision.value];
     work.hash = Ovix::flowHash(PktHdrType::mpls, work.received());
     work.isHashed = true;
-    return choice
-        .members[Tessel::weightedChoice(work.hash % choice.totalWeight, choice.weights.size(),
-                                        [&](std::size_t i) { return choice.weights[i]; })];
+    return choice.member(work.hash);
 }
 
 bool LabelForwarding::followSwap(const Decision& decision, const Counted& counted,
@@ -213,7 +208,7 @@ bool LabelForwarding::followCircuit(const Decision& decision, const Counted& cou
     const DecidedCircuit& circuit = decisions_.circuits[decision.value];
     const Wire::Bytes frame = customersFrame(*circuit.pseudowire, work.bytes());
     if (frame.empty() || !circuit.port->isUp ||
-        frame.size() > linkLength(frame) + circuit.port->mtu) {
+        frame.size() > Wire::linkLength(frame) + circuit.port->mtu) {
         return false;
     }
     count(counted, circuit.events);

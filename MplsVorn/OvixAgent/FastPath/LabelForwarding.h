@@ -27,7 +27,10 @@ class LabelForwarding {
     bool refresh() { return decisions_.refresh(); }
     /// Changes with what makes all decisions void: restart() is then to be called.
     std::uint64_t version() const noexcept { return decider_.version(); }
-    void restart() noexcept { decisions_.voidAll(); }
+    void restart() noexcept {
+        decisions_.voidAll();
+        decider_.restart();
+    }
 
     /// Settles a frame whose link header is Ethernet's alone where that takes least: it has one
     /// label, which is swapped, gets others on top, is popped or is in no table. False, and nothing
@@ -72,7 +75,6 @@ class LabelForwarding {
 
     /// The forwarder has processed a frame: pays for decisions.
     void earn() noexcept { credit_ += credit_ < mostCredit ? 1 : 0; }
-    std::uint64_t decided() const noexcept { return decided_; }
 
   private:
     /// The sets of events to be counted once the frame is sure to be settled here: of its lookups,
@@ -170,7 +172,6 @@ class LabelForwarding {
     ForwardingTables* tables_;
     Departures* departures_;
     std::uint32_t credit_ = mostCredit;
-    std::uint64_t decided_ = 0;
     std::vector<std::uint8_t> copies_; ///< bytes of replicas that have not left yet
     std::size_t copied_ = 0;           ///< of them
 };

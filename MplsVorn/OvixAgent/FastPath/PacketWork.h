@@ -6,6 +6,7 @@
 #include "FastPath/EgressLines.h"
 #include "Ovix/packet/PacketHeader.h"
 #include "State/Frame.h"
+#include "State/LinkHeader.h"
 #include "Wire/Ethernet.h"
 
 namespace OvixAgent {
@@ -49,17 +50,6 @@ withLinkHeader(const PacketWork& work, const EgressLine& line, std::uint16_t eth
     }
     Lumo::NetU16(etherType).store(work.packet - Wire::Ethernet::etherTypeSize);
     return {link, size + work.length};
-}
-
-inline std::uint16_t etherTypeOf(Ovix::PktHdrType type) noexcept {
-    switch (type) {
-    case Ovix::PktHdrType::ipv4:
-        return Wire::EtherType::ipv4;
-    case Ovix::PktHdrType::ipv6:
-        return Wire::EtherType::ipv6;
-    default:
-        return Wire::EtherType::mpls;
-    }
 }
 
 } // namespace OvixAgent

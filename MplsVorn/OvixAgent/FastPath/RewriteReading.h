@@ -7,8 +7,8 @@
 
 namespace OvixAgent {
 
-/// The rewrites of a next hop as one record. Unset when they are none that can be kept so, or would
-/// fail, or are not implemented by the host.
+/// The rewrites of a next hop as one record. Unset when no record has what they do, when they would
+/// fail, or when somebody else than the host applies them.
 std::optional<DecidedRewrite> readRewrites(const Ovix::RewriteInfos& infos, Ovix::Beneath beneath,
                                            const Ovix::RewriteInfoImplMap& map);
 

@@ -46,18 +46,6 @@ Frame asFrame(const CurrentFrame& current, std::span<const std::uint8_t> bytes) 
             static_cast<std::uint32_t>(bytes.size())};
 }
 
-/// The size of a frame's Ethernet header and tags, which no MTU includes.
-std::size_t linkSize(Wire::Bytes frame) noexcept {
-    const Wire::Ethernet header(frame);
-    if (!header) {
-        return frame.size();
-    }
-    Wire::TagWalk walk(header.etherType(), frame.subspan(Wire::Ethernet::size));
-    for (Wire::Tag tag; walk.next(tag);) {
-    }
-    return frame.size() - walk.rest().size();
-}
-
 /// One of the agent's ports.
 class NetworkPort : public Ovix::Port {
   public:
@@ -67,7 +55,7 @@ class NetworkPort : public Ovix::Port {
     std::string_view shortName() const noexcept override { return port_->name; }
     bool send(const Ptr<Lumo::Pkt>& packet) override {
         const std::span<const std::uint8_t> bytes = packet->data();
-        if (!port_->isUp || bytes.size() > linkSize(bytes) + port_->mtu) {
+        if (!port_->isUp || bytes.size() > Wire::linkLength(bytes) + port_->mtu) {
             return false;
         }
         port_->sent.add(bytes.size());

@@ -9,17 +9,6 @@ namespace OvixAgent {
 
 namespace {
 
-std::uint16_t etherTypeOf(Ovix::PktHdrType type) noexcept {
-    switch (type) {
-    case Ovix::PktHdrType::ipv4:
-        return Wire::EtherType::ipv4;
-    case Ovix::PktHdrType::ipv6:
-        return Wire::EtherType::ipv6;
-    default:
-        return Wire::EtherType::mpls;
-    }
-}
-
 Ovix::PktHdrType announcedBy(std::uint16_t etherType) noexcept {
     switch (etherType) {
     case Wire::EtherType::ipv4:

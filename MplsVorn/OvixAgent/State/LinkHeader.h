@@ -7,6 +7,7 @@
 #include "Lumo/Pkt.h"
 #include "Ovix/packet/PacketContext.h"
 #include "State/PortTable.h"
+#include "Wire/Ethernet.h"
 
 namespace OvixAgent {
 
@@ -28,6 +29,18 @@ struct ReceivedLink {
 
 /// The frame must have an Ethernet header.
 ReceivedLink readLink(Ovix::ParsedPacket& parsed);
+
+/// The EtherType that announces a label stack or an IP header.
+inline std::uint16_t etherTypeOf(Ovix::PktHdrType type) noexcept {
+    switch (type) {
+    case Ovix::PktHdrType::ipv4:
+        return Wire::EtherType::ipv4;
+    case Ovix::PktHdrType::ipv6:
+        return Wire::EtherType::ipv6;
+    default:
+        return Wire::EtherType::mpls;
+    }
+}
 
 /// The tags to send with: a sub-interface's own; else the next hop's VLAN when it names one, else
 /// as the port says.

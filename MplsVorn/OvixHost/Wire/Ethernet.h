@@ -128,4 +128,17 @@ class TagWalk {
     std::uint16_t etherType_;
 };
 
+/// The length of a frame's Ethernet header and tags, which no MTU counts; all of a frame without a
+/// whole header.
+inline std::size_t linkLength(Bytes frame) noexcept {
+    const Ethernet header(frame);
+    if (!header) {
+        return frame.size();
+    }
+    TagWalk walk(header.etherType(), frame.subspan(Ethernet::size));
+    for (Tag tag; walk.next(tag);) {
+    }
+    return frame.size() - walk.rest().size();
+}
+
 } // namespace Wire

@@ -122,14 +122,25 @@ TEST_F(EgressLinesTest, AVlanOfTheNextHopIsItsTag) {
     EXPECT_EQ(Bytes(tagged.tags.begin(), tagged.tags.begin() + 4), join({u16(ethVlan), u16(5)}));
 }
 
-TEST_F(EgressLinesTest, ANewConfigurationIsTakenOver) {
-    const std::uint32_t number = lines.numberOf(toward("10.0.2.2"));
+TEST_F(EgressLinesTest, ANewConfigurationIsTakenOverByNewLines) {
+    lines.numberOf(toward("10.0.2.2"));
     std::string text = testConfig;
-    const std::string mac = "02:00:00:00:02:02";
-    text.replace(text.find(mac), mac.size(), "02:00:00:00:02:05");
+    text.replace(text.find("02:00:00:00:02:02"), 17, "02:00:00:00:02:05");
     tables.configure(configOf(text));
-    lines.resolveAll();
-    EXPECT_EQ(macs(lines[number])[5], 5U);
+    lines.clear();
+    EXPECT_EQ(macs(line(toward("10.0.2.2")))[5], 5U);
+}
+
+TEST_F(EgressLinesTest, NextHopsNoLongerUsedDoNotStayForEver) {
+    EgressKey key = toward("10.0.2.2");
+    for (std::uint32_t i = 0; !lines.isFull(); ++i) {
+        ASSERT_LT(i, 100000U);
+        key.mtu = 1000 + i;
+        lines.numberOf(key);
+    }
+    lines.clear();
+    EXPECT_FALSE(lines.isFull());
+    EXPECT_EQ(lines.numberOf(key), 0U);
 }
 
 } // namespace EgressLinesTest
