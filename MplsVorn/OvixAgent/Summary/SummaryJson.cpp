@@ -25,11 +25,11 @@ Json forwardedJson(const Summary& summary) {
 }
 
 Json reasonsJson(const Reasons& reasons) {
-    Json counts = Json::object();
+    Json::object_t counts; // no reason is looked for: all are different
     for (const auto& [reason, count] : reasons.counts()) {
-        counts[reason] = count;
+        counts.emplace_back(reason, count);
     }
-    return {{"frames", reasons.total()}, {"reasons", counts}};
+    return {{"frames", reasons.total()}, {"reasons", std::move(counts)}};
 }
 
 Json pseudowiresJson(const std::vector<PseudowireTraffic>& pseudowires) {

@@ -97,14 +97,14 @@ template <typename... Values>
 }
 
 /// Like `report`, but the values are in the counter's reason too: these few events are counted by
-/// their values.
+/// their values, as long as those are not too many.
 template <typename... Values>
 void reportWithValues(const RoutingContext& context, const FrameEvent& event,
                       const Values&... values) {
     TraceLine message;
     FrameEventDetail::fillIn(message, event.text(), values...);
     if (context.namedCounters()) {
-        context.namedCounters()->count(event.key.category, event.key.module, message.view());
+        context.namedCounters()->countValue(event.key, message.view());
     }
     traceFrame(context, message.view());
 }

@@ -33,6 +33,7 @@ constexpr Reading readings[]{
     {"Using first nexthop, but %s nexthops found",
      "Several next hops found, the first is used",
      {}},
+    {"ttl for label %s is <= 1, trapping", "ttl for further labels is <= 1, trapping", {}},
     {"MvpnIntfStatus entry not found for vrf ID %s",
      "VRF without a provider-multicast interface",
      {}},
@@ -65,6 +66,23 @@ std::uint64_t OvixNamedCounters::value(std::string_view category, std::string_vi
                                        std::string_view reason) const {
     const Counter* counter = find(CounterKey(category, module, reason));
     return counter != nullptr ? counter->count : 0;
+}
+
+void OvixNamedCounters::countValue(const CounterKey& all, std::string_view reason) {
+    const CounterKey one(all.category, all.module, reason);
+    if (find(one) == nullptr) {
+        auto known = std::find_if(values_.begin(), values_.end(),
+                                  [&](const auto& entry) { return entry.first == all.hash; });
+        if (known == values_.end()) {
+            known = values_.insert(values_.end(), {all.hash, 0});
+        }
+        if (known->second == mostValues) {
+            count(all);
+            return;
+        }
+        ++known->second;
+    }
+    count(one);
 }
 
 void OvixNamedCounters::takeBack() noexcept {

@@ -4,6 +4,7 @@
 #include <deque>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "Tessel/Ptr.h"
@@ -68,6 +69,13 @@ class OvixNamedCounters : public Tessel::Counted {
         count(CounterKey(category, module, reason));
     }
 
+    /// The most values of one reason that have a counter each.
+    static constexpr std::size_t mostValues = 256;
+    /// Counts a reason that has a value, which whoever sends the frames may choose: `reason` is
+    /// that of `all` with its values in the place of "%s". Values beyond `mostValues` are counted
+    /// together, under `all`.
+    void countValue(const CounterKey& all, std::string_view reason);
+
     /// 0 for a name never counted.
     std::uint64_t value(std::string_view category, std::string_view module,
                         std::string_view reason) const;
@@ -107,6 +115,8 @@ class OvixNamedCounters : public Tessel::Counted {
     std::deque<Counter> counters_;
     std::vector<Counter*> slots_; ///< open addressing, a power of two, at most half full
     std::size_t mask_ = 0;        ///< the number of slots, less 1
+    /// How many values of a reason have a counter, by the reason's hash.
+    std::vector<std::pair<std::uint64_t, std::size_t>> values_;
     const Counter* last_ = nullptr;
     bool perFrame_ = false;         ///< `forgetLast` is called
     std::vector<Counter*> ofFrame_; ///< counted since then

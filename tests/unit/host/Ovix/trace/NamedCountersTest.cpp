@@ -92,6 +92,26 @@ TEST(NamedCounters, ReadWithoutPlaceholdersAndAMissIsNoDrop) {
     EXPECT_EQ(readableEvent("Drop", "of %s and %s").reason, "of ... and ...");
 }
 
+TEST(NamedCounters, OnlySoManyValuesOfAReasonHaveACounterEach) {
+    constexpr std::size_t most = Ovix::OvixNamedCounters::mostValues;
+    constexpr Ovix::CounterKey ofLabel("Drop", "m", "label %s");
+    constexpr Ovix::CounterKey ofAction("Drop", "m", "action %s");
+    Ovix::OvixNamedCounters counters;
+    const auto reasonOf = [](std::size_t value) { return "label " + std::to_string(value); };
+    for (int round = 0; round < 2; ++round) {
+        for (std::size_t value = 0; value < 100'000; ++value) {
+            counters.countValue(ofLabel, reasonOf(value));
+        }
+    }
+    counters.countValue(ofAction, "action 4");
+    EXPECT_EQ(counters.counters().size(), most + 2);
+    EXPECT_EQ(counters.value("Drop", "m", reasonOf(0)), 2U);
+    EXPECT_EQ(counters.value("Drop", "m", reasonOf(most - 1)), 2U);
+    EXPECT_EQ(counters.value("Drop", "m", reasonOf(most)), 0U);
+    EXPECT_EQ(counters.value("Drop", "m", "label %s"), 2 * (100'000 - most));
+    EXPECT_EQ(counters.value("Drop", "m", "action 4"), 1U);
+}
+
 TEST(NamedCounters, WhatAFrameCountedIsTakenBackWhenItIsTakenAgain) {
     Ovix::OvixNamedCounters counters;
     counters.count("Drop", "m", "before");
