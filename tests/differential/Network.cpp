@@ -34,7 +34,8 @@ std::string portLine(Random& random, const Network& network, std::size_t index) 
                             network.address(index, Lumo::IpFamily::ipv4, 1),
                             network.address(index, Lumo::IpFamily::ipv6, 1), vrf(random),
                             yesNo(!random.chance(4)));
-        line += fmt::format(", upstream-labels: {}", yesNo(random.chance(30)));
+        line += fmt::format(", upstream-labels: {}, reverse-path: {}", yesNo(random.chance(30)),
+                            random.pick({"off", "off", "off", "off", "loose", "strict"}));
     }
     return line + fmt::format(", status: {}}}\n", random.chance(5) ? "down" : "up");
 }
@@ -81,10 +82,12 @@ std::string fecLines(Random& random, const Network& network) {
 std::string routeLines(Random& random, const Network& network) {
     return fmt::format("routes:\n"
                        "  - {{prefix: 10.72.0.0/16, via: {{{}}}}}\n"
+                       "  - {{prefix: 10.100.0.0/16, via: {{{}}}}}\n"
                        "  - {{vrf: red, prefix: 10.72.0.0/16, via: {{{}, labels: [{}]}}}}\n"
                        "  - {{vrf: blue, prefix: 10.73.0.0/16, drop: {}}}\n",
                        nextHop(random, network, true), nextHop(random, network, true),
-                       1000 + random.below(100), random.pick({"true", "unreachable", "prohibit"}));
+                       nextHop(random, network, true), 1000 + random.below(100),
+                       random.pick({"true", "unreachable", "prohibit"}));
 }
 
 std::string pseudowireLines(Random& random, const Network& network) {

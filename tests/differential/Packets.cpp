@@ -59,9 +59,9 @@ std::uint32_t ipv4Destination(Random& random, const Network& network) {
 }
 
 std::uint32_t ipv4Source(Random& random) {
-    return random.chance(96)
-               ? 0x0a640000U | random.below(0xffff)
-               : random.pick<std::uint32_t>({0, 0x7f000001, 0xe0000001, 0xffffffff, 0x0a000001});
+    return random.chance(96) ? 0x0a640000U | random.below(0xffff)
+                             : random.pick<std::uint32_t>(
+                                   {0, 0x7f000001, 0xe0000001, 0xffffffff, 0x0a000001, 0x0a0001ff});
 }
 
 /// The ports of UDP and TCP, that of LSP ping (RFC 8029) now and then.

@@ -301,7 +301,7 @@ Recording Router::take(bool looksAtCounters, bool keepsLines) {
     all.take(drops_->recording);
     if (looksAtCounters) {
         recordCounters(all, forwarder_, *state_, fault_);
-        for (const auto& wanted : tables_.neighbours.takeWanted()) {
+        for (const auto& wanted : tables_.neighbours.wanted().take()) {
             all.add("wanted at " + std::to_string(wanted.port), wanted.address.text());
         }
     }

@@ -75,6 +75,23 @@ class Tags(AgentTest):
         ])
 
 
+class Groups(AgentTest):
+    def test_a_unicast_label_is_for_one_router(self):
+        cases = []
+        for group in ("ff:ff:ff:ff:ff:ff", "01:00:5e:80:00:64", "33:33:00:00:00:01"):
+            for vlans in ([], [10], [10, 20]):
+                frame = f.eth(group, WEST, f.ETH_MPLS, f.stack(100) + IP4, vlans)
+                cases.append(dropped(f"{group} {vlans}", SWAP, frame,
+                                     "Unicast label in a frame to a group of stations"))
+        self.run_cases(cases)
+
+    def test_and_a_unicast_packet_for_one_host(self):
+        config = "routes: [{prefix: 10.9.0.0/16, via: {nexthop: 10.0.2.2}}]\n"
+        to_all = f.eth("ff:ff:ff:ff:ff:ff", WEST, f.ETH_IPV4, IP4)
+        self.run_cases([Case("broadcast", config, [to_all], drop_reasons={
+            "IP unicast in a frame to a group of stations": 1})])
+
+
 class PoppedPayload(AgentTest):
     MISMATCH = "Payload is not of the label's payload type"
     UNTOLD = {NO_VIA_SET: 4, ("Drop", "no rewrite"): 1}

@@ -108,7 +108,7 @@ class Ingress(AgentTest):
                  for what, packet, vlans, expected in (
                      ("IPv4", IP4, (), sent_ip(aged)),
                      ("IPv6", six, (), sent_ip(aged6)),
-                     ("with its tags", IP4, [10, 20], sent_ip(aged, [10, 20])),
+                     ("with its priority", IP4, [0xE000], sent_ip(aged, [0xE000])),
                      ("without the link's padding", IP4 + b"\0" * 6, (), sent_ip(aged)),
                      ("IPv4 to labels", f.udp_packet("10.1.0.1", "10.8.0.1", tos=0x20), (),
                       sent([(300, 1, 63), (301, 1, 63)],
@@ -120,6 +120,33 @@ class Ingress(AgentTest):
                       sent([(300, 6, 63)], f.udp_packet("2001:db8:1::1", "2001:db8:8::1",
                                                         traffic_class=0xC0, hop_limit=63))))]
         self.run_cases(cases)
+
+    def test_another_vlans_packet_is_not_routed_in_the_ports_vrf(self):
+        self.run_cases([Case(str(vlans), ROUTES, [ip(IP4, vlans)],
+                             drop_reasons={"VLAN without a sub-interface": 1})
+                        for vlans in ([10], [10, 20], [0, 20], [(f.ETH_QINQ, 10), 20])])
+        config = port("west", tagging=10) + ROUTES
+        self.run_cases([Case("its own", config, [ip(IP4, [10])],
+                             sent={"east": [sent_ip(f.udp_packet("10.1.0.1", "10.9.0.1", ttl=63),
+                                                    [10])]})])
+
+    def test_the_reverse_path_of_a_source(self):
+        def case(what, reverse_path, source, reason):
+            packet = f.udp_packet(source, "10.9.0.1")
+            aged = f.udp_packet(source, "10.9.0.1", ttl=63)
+            config = port("west", reverse_path=reverse_path) + ROUTES
+            return Case(what, config, [ip(packet)], sent={} if reason else {
+                "east": [sent_ip(aged)]}, drop_reasons={reason: 1} if reason else {})
+        forged, martian = ("IP source not reached by the port it came in at",
+                           "IP source never to be forwarded")
+        self.run_cases([
+            case("not asked", "off", "192.0.2.1", None),
+            case("a route", "loose", "10.8.0.1", None),
+            case("no route", "loose", "192.0.2.1", forged),
+            case("by the port", "strict", "10.0.1.9", None),
+            case("by another port", "strict", "10.8.0.1", forged),
+            case("the router's own", "off", "10.0.2.1", martian),
+            case("a subnet's broadcast", "off", "10.0.2.255", martian)])
 
     def test_ipv6_over_an_ipv4_core_and_ipv4_to_an_ipv6_neighbour(self):
         def six(network, **keys):

@@ -62,6 +62,9 @@ void CpuAnswers::configure(const AgentConfig& config) {
 
 void CpuAnswers::transmit(const OvixAgent::Frame& frame) {
     cpu_->transmit(frame);
+    if (frame.isOwn) {
+        return; // an answer about an answer would never end (RFC 1122 section 3.2.2)
+    }
     if (const auto packet = readLabelledPacket(frame.bytes)) {
         answer(frame, *packet);
     }

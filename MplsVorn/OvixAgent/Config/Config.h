@@ -53,6 +53,13 @@ inline constexpr PortIndex noPort = ~PortIndex{0};
 
 enum class PortStatus : std::uint8_t { down, up };
 
+/// Which sources of IP packets a port accepts (RFC 3704).
+enum class ReversePath : std::uint8_t {
+    off,    ///< any
+    loose,  ///< those that some route leads to
+    strict, ///< those that a route leads to by the port itself
+};
+
 /// How a live port takes and sends its frames.
 enum class PortKind : std::uint8_t { packet = 1, xdp = 2, tap = 3 };
 
@@ -75,6 +82,7 @@ struct PortConfig {
     /// Whether labelled frames that come in here are forwarded. Otherwise they are dropped: labels
     /// of a customer would lead into the provider's tables (RFC 4364 section 13).
     bool mpls = true;
+    ReversePath reversePath = ReversePath::off;
 
     bool isSubInterface() const noexcept { return parent != noPort; }
 };
@@ -162,6 +170,14 @@ inline constexpr auto
     Tessel::words<OvixAgent::PortStatus> = std::to_array<Tessel::Word<OvixAgent::PortStatus>>({
         {"up", OvixAgent::PortStatus::up},
         {"down", OvixAgent::PortStatus::down},
+    });
+
+template <>
+inline constexpr auto
+    Tessel::words<OvixAgent::ReversePath> = std::to_array<Tessel::Word<OvixAgent::ReversePath>>({
+        {"off", OvixAgent::ReversePath::off},
+        {"loose", OvixAgent::ReversePath::loose},
+        {"strict", OvixAgent::ReversePath::strict},
     });
 
 template <>

@@ -115,6 +115,7 @@ PortConfig readPort(const ConfigValue& value) {
     port.routesIp = map.find("vrf").has_value();
     port.upstreamLabels = map.booleanOr("upstream-labels", port.upstreamLabels);
     port.mpls = map.booleanOr("mpls", port.vrf == L3::defaultVrf);
+    port.reversePath = map.choiceOr("reverse-path", port.reversePath);
     map.refuseOthers();
     return port;
 }

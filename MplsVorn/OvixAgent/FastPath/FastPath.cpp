@@ -23,9 +23,18 @@ bool isPlainLength(const WritableFrame& frame) noexcept {
            frame.size == frame.originalLength;
 }
 
+bool isToGroup(const std::uint8_t* frame) noexcept {
+    return (frame[0] & 1U) != 0;
+}
+
+/// For the port alone, not for a group.
+bool isForStation(const std::uint8_t* frame, const Port& port) noexcept {
+    return !isToGroup(frame) &&
+           (port.anyMac || std::memcmp(frame, port.mac.data(), Ethernet::macSize) == 0);
+}
+
 bool isForPort(const std::uint8_t* frame, const Port& port) noexcept {
-    return port.anyMac || (frame[0] & 1U) != 0 ||
-           std::memcmp(frame, port.mac.data(), Ethernet::macSize) == 0;
+    return isToGroup(frame) || isForStation(frame, port);
 }
 
 } // namespace
@@ -40,7 +49,7 @@ FastPath::FastPath(Forwarder& forwarder, const Ptr<Ovix::PluginManager>& manager
 /// Most frames are untagged, and come in at a port without sub-interfaces.
 [[gnu::always_inline]] inline bool FastPath::forwardPlain(WritableFrame& frame) {
     const Intake& intake = intakes_[frame.port];
-    if (!intake.isPlain || !isPlainLength(frame) || !isForPort(frame.bytes, *intake.port))
+    if (!intake.isPlain || !isPlainLength(frame) || !isForStation(frame.bytes, *intake.port))
         [[unlikely]] {
         return forward(frame);
     }
@@ -209,12 +218,13 @@ bool FastPath::findSubInterface(PacketWork& work) const {
 
 bool FastPath::forwardIp(PacketWork& work, PktHdrType type) {
     const Intake& intake = intakes_[work.port];
-    if (!intake.takesIp || !tables_->ports.ports()[work.port].routesIp) {
+    const Port& port = tables_->ports.ports()[work.port];
+    if (!intake.takesIp || !port.routesIp || work.isToGroup()) {
         return false;
     }
     work.type = type;
     EgressLine line;
-    if (!ipHop_.route(tables_->vrfs->fibAt(intake.fib), work, line)) {
+    if (!ipHop_.route(tables_->vrfs->fibAt(intake.fib), port.reversePath, work, line)) {
         return false;
     }
     departures_.send(work, line, etherTypeOf(work.type));

@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "Ip/IpPacket.h"
+#include "Ip/SourceCheck.h"
 #include "Ovix/packet/FlowHash.h"
 #include "Ovix/packet/TtlBytes.h"
 #include "Ovix/rewrite/MplsRewrites.h"
@@ -22,6 +23,7 @@ IpPacket packetOf(const PacketWork& work) noexcept {
 struct Forwardable {
     std::uint32_t length = 0; ///< without padding
     std::uint8_t ttl = 0;
+    Lumo::IpGenAddr source;
     Lumo::IpGenAddr destination;
 };
 
@@ -35,7 +37,8 @@ std::optional<Forwardable> plainIpv4(const std::uint8_t* packet, std::uint32_t l
         !isGlobalIpv4(Lumo::NetU32::load(packet + Ipv4::destinationAt).value())) {
         return std::nullopt;
     }
-    return Forwardable{total, ttl, Lumo::IpGenAddr::ipv4(packet + Ipv4::destinationAt)};
+    return Forwardable{total, ttl, Lumo::IpGenAddr::ipv4(packet + Ipv4::sourceAt),
+                       Lumo::IpGenAddr::ipv4(packet + Ipv4::destinationAt)};
 }
 
 std::optional<Forwardable> forwardable(const PacketWork& work) noexcept {
@@ -53,7 +56,7 @@ std::optional<Forwardable> forwardable(const PacketWork& work) noexcept {
     }
     const auto length =
         static_cast<std::uint32_t>(std::min<std::size_t>(packet.length(), work.length));
-    return Forwardable{length, packet.ttl(), packet.destination()};
+    return Forwardable{length, packet.ttl(), packet.source(), packet.destination()};
 }
 
 void decrementTtl(const PacketWork& work, std::uint8_t ttl) noexcept {
@@ -117,9 +120,9 @@ const Lumo::EthAddr* IpHop::macFor(const IpRouteVia& via,
     return mac == nullptr && via.onLink && via.push ? tables_->neighbours.only(via.port) : mac;
 }
 
-bool IpHop::route(const Fib& fib, PacketWork& work, EgressLine& line) const {
+bool IpHop::route(const Fib& fib, ReversePath asked, PacketWork& work, EgressLine& line) const {
     const auto packet = forwardable(work);
-    if (!packet) {
+    if (!packet || !sourceFault(fib, packet->source, asked, work.port).empty()) {
         return false;
     }
     work.length = packet->length; // padding of the link is not forwarded

@@ -12,10 +12,10 @@ class IpHop {
     /// The tables must outlive it.
     explicit IpHop(ForwardingTables& tables) noexcept : tables_(&tables) {}
 
-    /// Routes the packet, which no rewrite has changed: finds its line, decrements its TTL and
-    /// pushes its route's labels. False, and its bytes are as they were, when it is for the
-    /// forwarder.
-    bool route(const Fib& fib, PacketWork& work, EgressLine& line) const;
+    /// Routes the packet, which no rewrite has changed and whose source is to be checked as
+    /// `asked`: finds its line, decrements its TTL and pushes its route's labels. False, and its
+    /// bytes are as they were, when it is for the forwarder.
+    bool route(const Fib& fib, ReversePath asked, PacketWork& work, EgressLine& line) const;
 
   private:
     const IpRouteVia* viaFor(const Fib& fib, const Lumo::IpGenAddr& destination,

@@ -228,7 +228,7 @@ bool LabelForwarding::followLookup(const Decision& decision, const Counted& coun
     work.length -= static_cast<std::uint32_t>(Lumo::MplsLabelEntry::size);
     work.type = Ovix::PacketParser::beneathLabels(work.bytes());
     EgressLine line;
-    if (!ipHop_->route(tables_->vrfs->fibAt(lookup.fib), work, line)) {
+    if (!ipHop_->route(tables_->vrfs->fibAt(lookup.fib), ReversePath::off, work, line)) {
         return false;
     }
     count(counted, lookup.events);
@@ -251,6 +251,10 @@ bool LabelForwarding::drop(const Decision& decision, const Counted& counted, Pac
 }
 
 inline bool LabelForwarding::follow(Decision decision, const Counted& counted, PacketWork& work) {
+    const bool isOfTree = decision.action == Action::replicate && !work.ended;
+    if (work.isToGroup() && !isOfTree && decision.action != Action::drop) [[unlikely]] {
+        return false;
+    }
     switch (decision.action) {
     case Action::swap:
         return followSwap(decision, counted, work);

@@ -29,6 +29,7 @@ struct PacketWork {
         const auto front = static_cast<std::size_t>(packet - frame->bytes) + frame->headroom;
         return before + longestLink <= front;
     }
+    bool isToGroup() const noexcept { return (frame->bytes[0] & 1U) != 0; }
     /// The frame's length without those tags, as labels count it.
     std::uint32_t counted() const noexcept { return frame->size - tagBytes; }
     /// The packet as it came in.

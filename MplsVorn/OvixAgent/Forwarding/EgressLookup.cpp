@@ -4,6 +4,7 @@
 
 #include "Ip/IpPacket.h"
 #include "Ovix/packet/TtlBytes.h"
+#include "State/LinkHeader.h"
 #include "Tessel/Fib/FecId.h"
 #include "Wire/ControlWord.h"
 #include "Wire/Ethernet.h"
@@ -44,8 +45,9 @@ std::optional<Lumo::EthAddr> groupMac(const Lumo::IpGenAddr& destination) noexce
     return std::nullopt;
 }
 
-/// Whether the last label of a frame is an explicit null.
-bool endsInExplicitNull(Wire::Bytes frame) noexcept {
+/// Whether no label of the frame names a VRF for the IP packet in it: it has none, or the last one
+/// is an explicit null (RFC 3032 section 2.1).
+bool isOfPortsVrf(Wire::Bytes frame) noexcept {
     const Wire::Ethernet header(frame);
     if (!header) {
         return false;
@@ -53,11 +55,12 @@ bool endsInExplicitNull(Wire::Bytes frame) noexcept {
     Wire::TagWalk tags(header.etherType(), frame.subspan(Wire::Ethernet::size));
     for (Wire::Tag tag; tags.next(tag);) {
     }
+    if (!Wire::EtherType::isMpls(tags.etherType())) {
+        return true;
+    }
     Lumo::MplsLabelEntry last;
-    if (Wire::EtherType::isMpls(tags.etherType())) {
-        Wire::LabelWalk labels(tags.rest());
-        while (labels.next(last)) {
-        }
+    Wire::LabelWalk labels(tags.rest());
+    while (labels.next(last)) {
     }
     return last.bos() && last.label().isExplicitNull();
 }
@@ -114,28 +117,34 @@ Fate removeControlWord(Ovix::PacketContext& packet, const Pseudowire* pseudowire
     return forwarded;
 }
 
-// An explicit null names no VRF (RFC 3032 section 2.1): the packet stays in that of its port, so
-// that a customer's does not reach the provider's routes.
-const Fib* EgressLookup::fibFor(const Ovix::PacketContext& packet, const Frame& received,
-                                const Ovix::RoutingNexthop& nexthop) const {
-    const bool isLeftToUs =
-        nexthop.vrfName().empty() && nexthop.intfId().empty() && isIp(packet.outerType());
-    return isLeftToUs && endsInExplicitNull(received.bytes)
-               ? &tables_->vrfs->fibOfPort(received.port)
-               : tables_->vrfs->fib(nexthop.vrfName().view());
+// A packet that no label has brought into a VRF stays in that of its port, so that a customer does
+// not reach the provider's routes by an explicit null, or another customer's by a tag.
+Fate EgressLookup::findRoute(const Fib& named, Ovix::PacketContext& packet, const Frame& received,
+                             const Ovix::RoutingNexthop& nexthop, Egress& egress) const {
+    const Port& port = tables_->ports.ports()[received.port];
+    const bool isOfPort = isIp(packet.outerType()) && isOfPortsVrf(received.bytes);
+    if (isOfPort && !received.isOwn && hasForeignVlan(received.bytes, port.tagging)) {
+        return drop(Reason::noVlan);
+    }
+    const Fib& fib =
+        isOfPort && nexthop.vrfName().empty() ? tables_->vrfs->fibOfPort(received.port) : named;
+    const Wire::Ethernet link(received.bytes);
+    const IpArrival arrival{received.originalLength - received.bytes.size(), received.port,
+                            isOfPort ? port.reversePath : ReversePath::off,
+                            link && link.isToGroup(), received.isOwn};
+    return router_.route(fib, nexthop.address(), packet, arrival, egress);
 }
 
 Fate EgressLookup::find(Ovix::PacketContext& packet, const Frame& received,
                         const Ovix::RoutingNexthop& nexthop, Egress& egress) const {
     assert(egress.port == nullptr);
-    const Fib* fib = fibFor(packet, received, nexthop);
+    const Fib* const fib = tables_->vrfs->fib(nexthop.vrfName().view());
     if (fib == nullptr) {
         return drop(Reason::unknownVrf);
     }
     const Lumo::IntfId intf = nexthop.intfId();
     if (intf.empty()) {
-        const std::size_t snapped = received.originalLength - received.bytes.size();
-        return router_.route(*fib, nexthop.address(), packet, snapped, egress);
+        return findRoute(*fib, packet, received, nexthop, egress);
     }
     if (FecId::isHierarchicalIntfId(intf)) {
         const WeightedNextHop* member = tables_->fecs.choose(intf, packet.hash());
@@ -176,6 +185,7 @@ Fate EgressLookup::sendBy(Port& port, Lumo::IpGenAddr address, Ovix::PacketConte
         }
     }
     // Without a next-hop address the IP destination is on the link itself.
+    egress.namedBy = address.empty() ? Solicits::By::packet : Solicits::By::route;
     return sendTo(address.empty() ? ipDestination(packet) : address, index, egress);
 }
 
@@ -195,7 +205,7 @@ Fate EgressLookup::sendTo(const Lumo::IpGenAddr& address, PortIndex port, Egress
     if (!isAddressed) {
         return drop(Reason::noAddress);
     }
-    egress.sendTo(address, nullptr);
+    egress.sendTo(address, nullptr, egress.namedBy);
     return forwarded;
 }
 

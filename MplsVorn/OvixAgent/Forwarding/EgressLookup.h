@@ -46,8 +46,9 @@ class EgressLookup {
     ForwardingTables& tables() const noexcept { return *tables_; }
 
   private:
-    const Fib* fibFor(const Ovix::PacketContext& packet, const Frame& received,
-                      const Ovix::RoutingNexthop& nexthop) const;
+    /// By the routes of `named`, the VRF of the next hop, or of the port's.
+    Fate findRoute(const Fib& named, Ovix::PacketContext& packet, const Frame& received,
+                   const Ovix::RoutingNexthop& nexthop, Egress& egress) const;
     Fate sendBy(Port& port, Lumo::IpGenAddr address, Ovix::PacketContext& packet,
                 Egress& egress) const;
     Fate sendTo(const Lumo::IpGenAddr& address, PortIndex port, Egress& egress) const;

@@ -10,6 +10,26 @@
 
 namespace OvixAgent {
 
+namespace {
+
+/// Whether a frame to a group of stations has a label that is not that of a multicast tree, but
+/// would lead on: every station of the link would forward it (RFC 5332 section 3).
+bool isUnicastToGroup(const Frame& frame, const Ovix::RoutingOutput& output,
+                      const Ovix::RoutingContext& context) noexcept {
+    if ((frame.bytes.front() & 1U) == 0) {
+        return false;
+    }
+    for (const Ptr<Ovix::RoutingNexthop>& nexthop : *output.nexthops()) {
+        const bool isOfTree = nexthop->isReplica() || nexthop->isCpuTrapNexthop();
+        if (!isOfTree || context.terminated()) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
 Forwarder::Forwarder(const Ptr<Ovix::PluginManager>& manager, ForwardingTables& tables,
                      TransmitPort& cpu)
     : intake_(tables), mplsHandler_(manager->routingHandlers()->handler("Mpls")),
@@ -126,6 +146,9 @@ Fate Forwarder::route(const Frame& frame, const Ptr<Ovix::PacketContext>& packet
     }
     if (current_.toCpu > 0) [[unlikely]] {
         accounts_.addDelivered(current_.toCpu, nexthops.size());
+    } else if (link.announced == Ovix::PktHdrType::mpls &&
+               isUnicastToGroup(frame, *output, *context)) [[unlikely]] {
+        return drop(Reason::labelToGroup);
     } else if (nexthops.empty()) {
         return withoutNexthop(*context);
     }

@@ -4,6 +4,7 @@
 
 #include "Forwarding/Outgoing.h"
 #include "Ip/IpPacket.h"
+#include "Wire/Ip.h"
 
 namespace OvixAgent {
 
@@ -35,21 +36,27 @@ Fate Sender::send(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
     return egress.isResolved() ? transmit(outgoing) : wait(outgoing);
 }
 
-/// Only where packets are routed by their own destination is their source answered.
+/// Only where packets are routed by their own destination is their source answered, unless that is
+/// this router.
 void Sender::reportIfUndelivered(const Frame& frame, const Egress& egress, const Fate& fate) const {
     DropListener* const listener = egress_.tables().drops;
-    if (fate.kind == FateKind::dropped && egress.isIpHop && listener != nullptr) {
+    if (fate.kind == FateKind::dropped && egress.isIpHop && listener != nullptr && !frame.isOwn) {
         listener->undelivered(frame, fate.reason);
     }
 }
 
 // Where nobody solicits, as in a run on captures, waiting would only delay the drop.
 Fate Sender::wait(const Outgoing& outgoing) {
-    const ForwardingTables& tables = egress_.tables();
-    if (!tables.neighbours.solicits()) {
+    if (!egress_.tables().neighbours.solicits()) {
         return drop(Reason::noNeighbour);
     }
-    tables.neighbours.want(outgoing.egress.unresolved, tables.ports.indexOf(*outgoing.egress.port));
+    const Solicits::Verdict verdict = want(outgoing);
+    if (verdict != Solicits::Verdict::waits) {
+        const bool hasFailed = verdict == Solicits::Verdict::failed;
+        const Fate fate = drop(hasFailed ? Reason::noNeighbour : Reason::neighbourLimit);
+        reportIfUndelivered(outgoing.frame, outgoing.egress, fate);
+        return fate;
+    }
     WaitingPacket packet{
         outgoing.frame, Lumo::globalPktManager()->newPkt(outgoing.frame.bytes), outgoing.context,
         outgoing.tags,  Ptr<const Ovix::RoutingNexthop>(&outgoing.nexthop),     outgoing.egress,
@@ -62,8 +69,26 @@ Fate Sender::wait(const Outgoing& outgoing) {
     return forwarded;
 }
 
+/// The sender of the packet that is not to be delivered yet is known by its own IP header, beneath
+/// the labels that its route has pushed.
+Solicits::Verdict Sender::want(const Outgoing& outgoing) const {
+    ForwardingTables& tables = egress_.tables();
+    Lumo::IpGenAddr source;
+    if (outgoing.egress.isIpHop) {
+        const Wire::Bytes bytes = outgoing.packet().pkt()->data().subspan(outgoing.labels().size());
+        source =
+            Wire::ipVersion(bytes) == 4 ? Wire::Ipv4(bytes).source() : Wire::Ipv6(bytes).source();
+    }
+    return tables.neighbours.wanted().want(
+        {outgoing.egress.unresolved, tables.ports.indexOf(*outgoing.egress.port)},
+        outgoing.egress.namedBy, outgoing.frame.port, source);
+}
+
 void Sender::settleWaiting(Clock::time_point now) {
     ForwardingTables& tables = egress_.tables();
+    if (now != Clock::time_point::max()) {
+        tables.neighbours.wanted().timeIs(now);
+    }
     const auto isOver = [&](const WaitingPacket& packet) {
         const PortIndex port = tables.ports.indexOf(*packet.egress.port);
         return tables.neighbours.find(packet.egress.unresolved, port) != nullptr ||
@@ -186,8 +211,12 @@ Fate Sender::transmitFragments(const Outgoing& outgoing, const IpFragments& frag
     return forwarded;
 }
 
-// Only labelled packets are reported to the control plane, as they would have left.
+// Only labelled packets are reported to the control plane, as they would have left, and none to
+// this router about its own.
 Fate Sender::dropTooBig(const Outgoing& outgoing, std::uint32_t mtu) const {
+    if (outgoing.frame.isOwn) {
+        return drop(Reason::mtuExceeded);
+    }
     Ovix::PacketContext& packet = outgoing.packet();
     const bool isException = mplsMtuExceptions_ && packet.outerType() == Ovix::PktHdrType::mpls;
     DropListener* const listener = egress_.tables().drops;

@@ -47,6 +47,7 @@ class Sender {
     Fate rewrite(const Outgoing& outgoing) const;
     Fate apply(const Ovix::RewriteInfos& rewrites, const Ptr<Ovix::RoutingContext>& context) const;
     Fate wait(const Outgoing& outgoing);
+    Solicits::Verdict want(const Outgoing& outgoing) const;
     Fate settle(const WaitingPacket& packet);
     void reportIfUndelivered(const Frame& frame, const Egress& egress, const Fate& fate) const;
     Fate transmit(const Outgoing& outgoing);

@@ -6,6 +6,14 @@
 
 namespace OvixAgent {
 
+namespace {
+
+bool isOfPacket(const WaitingPacket& packet) noexcept {
+    return packet.egress.namedBy == Solicits::By::packet;
+}
+
+} // namespace
+
 std::optional<WaitingPacket> WaitingPackets::add(WaitingPacket packet) {
     assert(packet.egress.port != nullptr && !packet.egress.isResolved());
     const auto isForSame = [&](const WaitingPacket& other) {
@@ -16,11 +24,20 @@ std::optional<WaitingPacket> WaitingPackets::add(WaitingPacket packet) {
     const auto same = std::count_if(packets_.begin(), packets_.end(), isForSame);
     if (same == mostPerNeighbour) {
         displaced = take(isForSame);
-    } else if (packets_.size() == most) {
-        displaced = takeAt(0);
+    } else if (mustMakeRoom(packet)) {
+        displaced = take(isOfPacket);
+        if (!displaced) {
+            displaced = takeAt(0);
+        }
     }
     packets_.push_back(std::move(packet));
     return displaced;
+}
+
+bool WaitingPackets::mustMakeRoom(const WaitingPacket& packet) const {
+    return packets_.size() == most ||
+           (isOfPacket(packet) && std::count_if(packets_.begin(), packets_.end(), isOfPacket) ==
+                                      std::ptrdiff_t{mostOfPackets});
 }
 
 WaitingPacket WaitingPackets::takeAt(std::size_t index) {

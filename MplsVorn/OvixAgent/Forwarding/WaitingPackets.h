@@ -29,6 +29,9 @@ class WaitingPackets {
   public:
     static constexpr std::size_t mostPerNeighbour = 4;
     static constexpr std::size_t most = 256;
+    /// Of those, for neighbours that packets have named themselves, which whoever sends them can
+    /// choose.
+    static constexpr std::size_t mostOfPackets = 192;
     /// Three solicits a second apart (RFC 4861 section 10), and time for the last answer.
     static constexpr std::chrono::seconds longest{4};
 
@@ -36,7 +39,8 @@ class WaitingPackets {
 
     std::size_t size() const noexcept { return packets_.size(); }
 
-    /// Returns the packet that had to make room: the neighbour's oldest, or the oldest of all.
+    /// Returns the packet that had to make room: the neighbour's oldest, or the oldest of those
+    /// whose neighbours packets have named, or of all.
     std::optional<WaitingPacket> add(WaitingPacket packet);
 
     /// Removes the oldest packet that `isOver` is true of; empty when there is none.
@@ -51,6 +55,7 @@ class WaitingPackets {
     }
 
   private:
+    bool mustMakeRoom(const WaitingPacket& packet) const;
     WaitingPacket takeAt(std::size_t index);
 
     std::vector<WaitingPacket> packets_; ///< the oldest first

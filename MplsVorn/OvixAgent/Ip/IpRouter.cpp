@@ -3,6 +3,7 @@
 #include <cassert>
 
 #include "Ip/IpPacket.h"
+#include "Ip/SourceCheck.h"
 #include "Ovix/packet/TtlBytes.h"
 
 namespace OvixAgent {
@@ -35,6 +36,27 @@ Fate scopeFate(const IpPacket& packet) noexcept {
     return isMplsEcho(packet) ? punt(Reason::mplsEcho) : drop(Reason::martianDestination);
 }
 
+/// Hosts that have no address yet, or one of their link only, reach this router, but no further.
+std::string_view sourceFault(const Fib& fib, const Lumo::IpGenAddr& source,
+                             const IpArrival& arrival) noexcept {
+    if (arrival.isOwn) {
+        return {};
+    }
+    const IpScope scope = ipScope(source);
+    if (scope == IpScope::global) {
+        return OvixAgent::sourceFault(fib, source, arrival.reversePath, arrival.port);
+    }
+    return scope == IpScope::linkLocal || source.empty() ? std::string_view()
+                                                         : Reason::martianSource;
+}
+
+/// Whether a packet may come in a frame to a group (RFC 1812 section 5.3.4).
+bool isToSeveral(const Lumo::IpGenAddr& destination, const IpRoute* route) noexcept {
+    const IpScope scope = ipScope(destination);
+    return scope == IpScope::linkMulticast || scope == IpScope::multicast ||
+           (route != nullptr && route->isBroadcast());
+}
+
 /// Forwarded: a router may forward the packet.
 Fate forwardingFate(const Ovix::PacketContext& context) noexcept {
     const IpPacket packet = ipPacket(context);
@@ -51,17 +73,24 @@ Fate forwardingFate(const Ovix::PacketContext& context) noexcept {
 } // namespace
 
 Fate IpRouter::route(const Fib& fib, const Lumo::IpGenAddr& address, Ovix::PacketContext& packet,
-                     std::size_t snapped, Egress& egress) const {
+                     const IpArrival& arrival, Egress& egress) const {
     assert(egress.port == nullptr);
     egress.isIpHop = isDestination(packet, address);
     if (egress.isIpHop) {
-        const std::string_view fault = ipPacket(packet).fault(snapped);
+        const std::string_view fault = ipPacket(packet).fault(arrival.snapped);
         if (!fault.empty()) {
             return drop(fault);
         }
         packet.pkt()->truncate(ipPacket(packet).length());
+        const std::string_view forged = sourceFault(fib, ipPacket(packet).source(), arrival);
+        if (!forged.empty()) {
+            return drop(forged);
+        }
     }
     const IpRoute* found = fib.find(address);
+    if (egress.isIpHop && arrival.isToGroup && !isToSeveral(address, found)) {
+        return drop(Reason::ipToGroup);
+    }
     if (found != nullptr && found->isLocal()) {
         return punt(Reason::localAddress);
     }
@@ -89,7 +118,8 @@ Fate IpRouter::follow(const IpRoute& route, Ovix::PacketContext& packet,
     }
     egress.port = &tables_->ports.ports()[via.port];
     egress.push = via.push.get();
-    egress.sendTo(neighbour, mac);
+    const bool isOfPacket = via.onLink && egress.isIpHop;
+    egress.sendTo(neighbour, mac, isOfPacket ? Solicits::By::packet : Solicits::By::route);
     return forwarded;
 }
 

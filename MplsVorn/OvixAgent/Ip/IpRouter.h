@@ -8,22 +8,32 @@
 
 namespace OvixAgent {
 
+/// How the packet came in that is routed.
+struct IpArrival {
+    std::size_t snapped = 0; ///< bytes that a capture left out
+    PortIndex port = 0;
+    /// Asked of its source; off when a label has brought the packet into the VRF.
+    ReversePath reversePath = ReversePath::off;
+    bool isToGroup = false; ///< in a frame to several stations
+    bool isOwn = false;     ///< made by this router
+};
+
 /// Finds the egress of a next hop that is an address without an interface, by the routes of its
 /// VRF.
 ///
 /// When the address is the destination of the packet itself, this is the packet's IP hop: the
-/// packet is checked (RFC 1812 section 5.2.2), the link's padding is removed, and it must be one
-/// that a router may forward. Link-local, broadcast, MPLS echo and expired packets are punted to
-/// the CPU, which answers them. Otherwise the address is a next hop that is resolved by its route.
+/// packet is checked (RFC 1812 section 5.2.2), its source, too, the link's padding is removed, and
+/// it must be one that a router may forward. Link-local, broadcast, MPLS echo and expired packets
+/// are punted to the CPU, which answers them. Otherwise the address is a next hop that is resolved
+/// by its route.
 class IpRouter {
   public:
     /// The tables must outlive the router.
     explicit IpRouter(ForwardingTables& tables) noexcept : tables_(&tables) {}
 
-    /// Forwarded: `egress` is set, its MAC address unless it has to be resolved. `snapped` is the
-    /// number of bytes that the capture left out.
+    /// Forwarded: `egress` is set, its MAC address unless it has to be resolved.
     Fate route(const Fib& fib, const Lumo::IpGenAddr& address, Ovix::PacketContext& packet,
-               std::size_t snapped, Egress& egress) const;
+               const IpArrival& arrival, Egress& egress) const;
 
   private:
     Fate follow(const IpRoute& route, Ovix::PacketContext& packet, const Lumo::IpGenAddr& address,

@@ -96,8 +96,8 @@ std::size_t LiveRun::takeFrames() {
         taken += received;
     }
     for (const CpuAnswers::Frame& answer : parts_.answers->take()) {
-        forward({answer.port, timeNow(), answer.bytes,
-                 static_cast<std::uint32_t>(answer.bytes.size())});
+        const auto size = static_cast<std::uint32_t>(answer.bytes.size());
+        forward({answer.port, timeNow(), answer.bytes, size, true});
     }
     parts_.ports->flush();
     return taken;
@@ -132,7 +132,7 @@ void LiveRun::refresh() {
 void LiveRun::settle(const std::function<void(const std::string&)>& report) {
     const auto now = LinkSync::Clock::now();
     parts_.forwarder->settleWaiting(now);
-    parts_.links->solicit(now);
+    parts_.links->solicit();
     if (now - checkedAt_ >= std::chrono::seconds(1)) {
         checkedAt_ = now;
         parts_.ports->reopen();

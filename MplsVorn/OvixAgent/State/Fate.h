@@ -47,6 +47,7 @@ inline constexpr std::string_view unknownPort = "No port for the egress interfac
 inline constexpr std::string_view unknownFec = "No FEC for the egress interface";
 inline constexpr std::string_view noAddress = "Next hop has no address";
 inline constexpr std::string_view noNeighbour = "No neighbour for the next hop";
+inline constexpr std::string_view neighbourLimit = "Too many unknown neighbours asked for";
 inline constexpr std::string_view localAddress = "Address of the device";
 inline constexpr std::string_view portDown = "Egress port is down";
 inline constexpr std::string_view mtuExceeded = "MTU exceeded";
@@ -76,6 +77,9 @@ inline constexpr std::string_view mplsEcho = "MPLS echo packet";
 inline constexpr std::string_view multicast = "IP multicast not routed";
 inline constexpr std::string_view martianDestination = "IP destination never on a wire";
 inline constexpr std::string_view martianSource = "IP source never to be forwarded";
+inline constexpr std::string_view reversePath = "IP source not reached by the port it came in at";
+inline constexpr std::string_view labelToGroup = "Unicast label in a frame to a group of stations";
+inline constexpr std::string_view ipToGroup = "IP unicast in a frame to a group of stations";
 inline constexpr std::string_view delivered = "Multicast delivered to the CPU";
 inline constexpr std::string_view trapped = "Trapped to the CPU";
 } // namespace Reason

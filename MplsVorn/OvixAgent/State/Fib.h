@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "Lumo/IpGenAddr.h"
+#include "State/HostSet.h"
 #include "State/IpRoute.h"
 #include "State/Ipv4Lookup.h"
 #include "State/Ipv6Lookup.h"
@@ -27,6 +28,11 @@ class Fib {
     const IpRoute* find(const Lumo::IpGenAddr& address) const noexcept;
     /// The route of the prefix of exactly this length that the address lies in, likewise.
     const IpRoute* find(const Lumo::IpGenAddr& address, unsigned length) const noexcept;
+
+    /// The addresses of this router and the broadcast addresses of its subnets, which are never the
+    /// source of a packet that comes in (RFC 1812 section 5.3.7).
+    const HostSet& ownHosts() const noexcept { return ownHosts_; }
+    void ownHostIs(const Lumo::IpGenAddr& address) { ownHosts_.insert(address); }
 
     /// Bytes of the lookup tables of both families.
     std::size_t lookupMemory() const noexcept { return ipv4_.memory() + ipv6_.memory(); }
@@ -55,6 +61,7 @@ class Fib {
     Ipv6Lookup ipv6_;
     std::vector<Place> routes_;
     std::vector<std::uint32_t> free_; ///< indices into routes_
+    HostSet ownHosts_;
 };
 
 } // namespace OvixAgent

@@ -49,14 +49,17 @@ struct Egress {
     Port* port = nullptr;
     Lumo::EthAddr mac{};
     Lumo::IpGenAddr unresolved; ///< the neighbour whose MAC address is not known; else of no family
-    Pseudowire* pseudowire = nullptr;  ///< of which the port is the attachment circuit
-    bool isIpHop = false;              ///< the packet was routed by its own destination
-    Ovix::RewriteImpl* push = nullptr; ///< the label stack of its route, if any; not owned
+    Solicits::By namedBy = Solicits::By::route; ///< of the neighbour
+    Pseudowire* pseudowire = nullptr;           ///< of which the port is the attachment circuit
+    bool isIpHop = false;                       ///< the packet was routed by its own destination
+    Ovix::RewriteImpl* push = nullptr;          ///< the label stack of its route, if any; not owned
 
     bool isResolved() const noexcept { return unresolved.family() == Lumo::IpFamily::none; }
 
     /// `known` is null when the neighbour has to be resolved.
-    void sendTo(const Lumo::IpGenAddr& neighbour, const Lumo::EthAddr* known) noexcept {
+    void sendTo(const Lumo::IpGenAddr& neighbour, const Lumo::EthAddr* known,
+                Solicits::By by = Solicits::By::route) noexcept {
+        namedBy = by;
         mac = known != nullptr ? *known : Lumo::EthAddr{};
         unresolved = known != nullptr ? Lumo::IpGenAddr() : neighbour;
     }

@@ -48,6 +48,22 @@ ReceivedLink readLink(Ovix::ParsedPacket& parsed) {
     return link;
 }
 
+bool hasForeignVlan(Wire::Bytes frame, const Tagging& tagging) noexcept {
+    const Wire::Ethernet header(frame);
+    if (!header) {
+        return false;
+    }
+    Wire::TagWalk walk(header.etherType(), frame.subspan(Wire::Ethernet::size));
+    Wire::Tag first;
+    if (!walk.next(first)) {
+        return false;
+    }
+    Wire::Tag second;
+    const bool isOwn = first.vlanId() == 0 ||
+                       (tagging.kind == Tagging::Kind::vlan && first.vlanId() == tagging.vlan);
+    return !isOwn || walk.next(second);
+}
+
 VlanTags tagsToSend(const VlanTags& received, const Tagging& tagging, std::uint16_t nexthopVlan) {
     VlanTags tags;
     const auto push = [&tags](std::uint16_t tpid, std::uint16_t vlan) {

@@ -42,6 +42,10 @@ inline std::uint16_t etherTypeOf(Ovix::PktHdrType type) noexcept {
     }
 }
 
+/// Whether a frame at a port belongs to another VLAN: it has tags, and more than one with the VLAN
+/// id of the port's tagging, or with the id 0, which gives a priority and no VLAN (IEEE 802.1Q).
+bool hasForeignVlan(Wire::Bytes frame, const Tagging& tagging) noexcept;
+
 /// The tags to send with: a sub-interface's own; else the next hop's VLAN when it names one, else
 /// as the port says.
 VlanTags tagsToSend(const VlanTags& received, const Tagging& tagging, std::uint16_t nexthopVlan);

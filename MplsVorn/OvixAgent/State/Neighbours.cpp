@@ -2,14 +2,13 @@
 
 #include <algorithm>
 #include <cassert>
-#include <cstring>
-#include <utility>
 
 #include "Tessel/Changes.h"
 
 namespace OvixAgent {
 
-Neighbours::Neighbours(const AgentConfig& config) : links_(config.ports.size()) {
+Neighbours::Neighbours(const AgentConfig& config)
+    : links_(config.ports.size()), wanted_(config.ports.size()) {
     configure(config);
 }
 
@@ -53,6 +52,7 @@ const Lumo::EthAddr* Neighbours::findConfigured(const Lumo::IpGenAddr& address,
 }
 
 void Neighbours::learn(const Lumo::IpGenAddr& address, PortIndex port, const Lumo::EthAddr& mac) {
+    wanted_.isKnown({address, port});
     Device& device = neighbours_[{address, port}];
     if (!device.isConfigured && device.mac != mac) {
         device.mac = mac;
@@ -68,33 +68,13 @@ void Neighbours::forget(const Lumo::IpGenAddr& address, PortIndex port) {
     }
 }
 
-void Neighbours::want(const Lumo::IpGenAddr& address, PortIndex port) const noexcept {
-    assert(port < links_.size());
-    const Wanted wanted{address, port};
-    const auto end = wanted_.begin() + wantedCount_;
-    if (wantedCount_ < wanted_.size() && std::find(wanted_.begin(), end, wanted) == end) {
-        wanted_[wantedCount_++] = wanted;
-    }
-}
-
-std::span<const Neighbours::Wanted> Neighbours::takeWanted() noexcept {
-    return std::span(wanted_).first(std::exchange(wantedCount_, 0));
-}
-
 void Neighbours::fail(const Lumo::IpGenAddr& address, PortIndex port) {
     failed_.push_back({address, port});
+    wanted_.hasFailed({address, port});
 }
 
 bool Neighbours::hasFailed(const Lumo::IpGenAddr& address, PortIndex port) const noexcept {
-    return std::find(failed_.begin(), failed_.end(), Wanted{address, port}) != failed_.end();
-}
-
-std::size_t Neighbours::Hash::operator()(const Wanted& key) const noexcept {
-    std::uint64_t high = 0;
-    std::uint64_t low = 0;
-    std::memcpy(&high, key.address.bytes().data(), sizeof high);
-    std::memcpy(&low, key.address.bytes().data() + sizeof high, sizeof low);
-    return ((high * 0x9e3779b97f4a7c15 + low) * 0xff51afd7ed558ccd) * 31 + key.port;
+    return std::find(failed_.begin(), failed_.end(), Key{address, port}) != failed_.end();
 }
 
 } // namespace OvixAgent

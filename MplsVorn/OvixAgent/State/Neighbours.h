@@ -1,18 +1,19 @@
 #pragma once
 
-#include <array>
-#include <span>
 #include <unordered_map>
 #include <vector>
 
 #include "Config/Config.h"
 #include "Lumo/IpGenAddr.h"
+#include "State/Solicits.h"
 
 namespace OvixAgent {
 
 /// The MAC addresses of the neighbours, by address and port.
 class Neighbours {
   public:
+    using Hash = Solicits::Hash;
+
     explicit Neighbours(const AgentConfig& config);
 
     /// Replaces the neighbours of the configuration; those learned stay. The ports must be the
@@ -34,21 +35,10 @@ class Neighbours {
     bool solicits() const noexcept { return solicits_; }
     void solicitsIs(bool value) noexcept { solicits_ = value; }
 
-    /// Has a neighbour solicited.
-    void want(const Lumo::IpGenAddr& address, PortIndex port) const noexcept;
-    struct Wanted {
-        Lumo::IpGenAddr address;
-        PortIndex port = 0;
-        bool operator==(const Wanted&) const = default;
-    };
-    struct Hash {
-        std::size_t operator()(const Wanted& key) const noexcept;
-    };
-    /// The neighbours wanted since the last call, each once, at most 32. Valid until the next
-    /// want().
-    std::span<const Wanted> takeWanted() noexcept;
+    /// Which unknown neighbours are solicited.
+    Solicits& wanted() noexcept { return wanted_; }
 
-    /// A neighbour does not answer; remembered until clearFailed().
+    /// A neighbour does not answer; hasFailed() says so until clearFailed().
     void fail(const Lumo::IpGenAddr& address, PortIndex port);
     bool hasFailed(const Lumo::IpGenAddr& address, PortIndex port) const noexcept;
     void clearFailed() noexcept { failed_.clear(); }
@@ -66,7 +56,7 @@ class Neighbours {
         Lumo::EthAddr first{};
         std::size_t devices = 0; ///< at least this many
     };
-    using Key = Wanted;
+    using Key = Solicits::Neighbour;
     struct Device {
         Lumo::EthAddr mac;
         bool isConfigured = false;
@@ -76,9 +66,8 @@ class Neighbours {
 
     std::unordered_map<Key, Device, Hash> neighbours_;
     std::vector<Link> links_; ///< by port
-    mutable std::array<Wanted, 32> wanted_;
-    mutable std::size_t wantedCount_ = 0;
-    std::vector<Wanted> failed_;
+    Solicits wanted_;
+    std::vector<Key> failed_;
     bool solicits_ = false;
     std::uint64_t changes_ = 0;
 };

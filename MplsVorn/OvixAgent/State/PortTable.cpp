@@ -24,6 +24,7 @@ PortTable::PortTable(const std::vector<PortConfig>& configs) : hasVlans_(configs
                           config.routesIp,
                           config.upstreamLabels,
                           config.mpls,
+                          config.reversePath,
                           true,
                           nullptr,
                           {}});
@@ -43,6 +44,7 @@ void PortTable::configure(const std::vector<PortConfig>& configs) {
         ports_[i].routesIp = configs[i].routesIp;
         ports_[i].upstreamLabels = configs[i].upstreamLabels;
         ports_[i].mpls = configs[i].mpls;
+        ports_[i].reversePath = configs[i].reversePath;
     }
 }
 

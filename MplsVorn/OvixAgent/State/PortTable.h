@@ -27,6 +27,7 @@ struct Port {
     bool routesIp = false;       ///< otherwise IP frames are handed on
     bool upstreamLabels = false; ///< otherwise upstream-assigned labels are dropped
     bool mpls = true;            ///< otherwise labelled frames are dropped
+    ReversePath reversePath = ReversePath::off;
     bool anyMac = true;          ///< otherwise frames for other stations are handed on
     TransmitPort* out = nullptr; ///< not owned
     Traffic sent;

@@ -13,9 +13,11 @@ namespace {
 void insertPort(Fib& fib, const PortConfig& port, PortIndex index) {
     for (const InterfaceAddress& own : port.addresses) {
         fib.insert(Lumo::IpGenPrefix::ofHost(own.address), IpRoute::local());
+        fib.ownHostIs(own.address);
         if (own.address.family() == Lumo::IpFamily::ipv4 && own.prefixLength < 31) {
-            fib.insert(Lumo::IpGenPrefix::ofHost(own.address.filled(own.prefixLength)),
-                       IpRoute::broadcast());
+            const Lumo::IpGenAddr broadcast = own.address.filled(own.prefixLength);
+            fib.insert(Lumo::IpGenPrefix::ofHost(broadcast), IpRoute::broadcast());
+            fib.ownHostIs(broadcast);
         }
     }
     for (const InterfaceAddress& own : port.addresses) {

@@ -129,7 +129,7 @@ void LinkSync::neighbourIs(const NeighbourState& neighbour) {
     forwarding_->neighbours.learn(address, *port, *neighbour.mac);
     if (neighbour.reach == NeighbourState::Reach::stale) {
         // The agent's frames do not make the kernel confirm the neighbour.
-        forwarding_->neighbours.want(address, *port);
+        forwarding_->neighbours.wanted().want({address, *port}, Solicits::By::route, *port, {});
     }
 }
 
@@ -139,18 +139,12 @@ void LinkSync::neighbourDel(const NeighbourState& neighbour) {
     }
 }
 
-void LinkSync::solicit(Clock::time_point now) {
-    for (const Neighbours::Wanted& wanted : forwarding_->neighbours.takeWanted()) {
+void LinkSync::solicit() {
+    for (const Solicits::Neighbour& wanted : forwarding_->neighbours.wanted().take()) {
         assert(wanted.port < ofPort_.size());
-        const std::uint32_t link = ofPort_[wanted.port].link;
-        Clock::time_point& last = solicited_[wanted];
-        if (link != 0 && now - last >= std::chrono::seconds(1)) {
-            last = now;
+        if (const std::uint32_t link = ofPort_[wanted.port].link; link != 0) {
             monitor_.solicit(link, wanted.address);
         }
-    }
-    if (solicited_.size() > 65536) { // bounded: frames may name any number of addresses
-        solicited_.clear();
     }
 }
 

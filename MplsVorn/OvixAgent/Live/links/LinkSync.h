@@ -1,7 +1,8 @@
 #pragma once
 
 #include <chrono>
-#include <unordered_map>
+#include <optional>
+#include <vector>
 
 #include "Live/links/LinkMonitor.h"
 #include "Live/ports/LivePorts.h"
@@ -28,8 +29,8 @@ class LinkSync {
     /// Whether the kernel has reported everything once.
     bool isComplete() const noexcept { return monitor_.isComplete(); }
 
-    /// Solicits the neighbours that frames need, each at most once a second.
-    void solicit(Clock::time_point now);
+    /// Solicits the neighbours that frames need.
+    void solicit();
     /// Takes the status of the ports from the configuration, whose ports must be the same.
     void configure(const AgentConfig& config);
 
@@ -58,7 +59,6 @@ class LinkSync {
     Ptr<Interface::EthIntfStatusDir> interfaces_;
     LivePorts* ports_;
     std::vector<OfPort> ofPort_;
-    std::unordered_map<Neighbours::Wanted, Clock::time_point, Neighbours::Hash> solicited_;
     LinkMonitor monitor_;
 };
 

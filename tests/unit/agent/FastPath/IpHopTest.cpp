@@ -24,7 +24,7 @@ class IpHopTest : public IpRouting {
         work.length = size - 14;
         work.type = packet[0] >> 4U == 4 ? Ovix::PktHdrType::ipv4 : Ovix::PktHdrType::ipv6;
         EgressLine line;
-        if (!hop.route(tables.vrfs->fibAt(0), work, line)) {
+        if (!hop.route(tables.vrfs->fibAt(0), asked, work, line)) {
             EXPECT_EQ(memory, whole);
             return std::nullopt;
         }
@@ -38,6 +38,7 @@ class IpHopTest : public IpRouting {
         EXPECT_EQ(*made, onlyFrame());
     }
 
+    ReversePath asked = ReversePath::off;
     IpHop hop{tables};
 };
 
@@ -88,6 +89,25 @@ TEST_F(IpHopTest, LeavesAllElseAsItIs) {
     for (const auto& [what, packet] : cases) {
         EXPECT_FALSE(route(packet)) << what;
     }
+}
+
+TEST_F(IpHopTest, LeavesForgedSources) {
+    Ipv4 fields;
+    fields.destination = 0x0a090001;
+    const auto isRouted = [&](std::uint32_t source) {
+        fields.source = source;
+        return route(ipv4(fields, udp())).has_value();
+    };
+    for (const std::uint32_t source : {0x0a000101U, 0x0a0001ffU, 0x7f000001U, 0xe0000001U}) {
+        EXPECT_FALSE(isRouted(source)) << std::hex << source;
+    }
+    EXPECT_TRUE(isRouted(0xc0000209));
+    asked = ReversePath::loose;
+    EXPECT_FALSE(isRouted(0xc0000209));
+    EXPECT_TRUE(isRouted(0x0a080001));
+    asked = ReversePath::strict;
+    EXPECT_FALSE(isRouted(0x0a080001));
+    EXPECT_TRUE(isRouted(0x0a000109));
 }
 
 TEST_F(IpHopTest, LeavesWhatDoesNotFit) {

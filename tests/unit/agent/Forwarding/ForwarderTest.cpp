@@ -73,6 +73,34 @@ TEST_F(ForwarderTest, ANeighboursLabelsAreNotLookedUpUnlessThePortSaysSo) {
     EXPECT_EQ(routed, 2);
 }
 
+TEST_F(ForwarderTest, OnlyLabelsOfTreesLeadOnFromFramesToGroups) {
+    const auto replica = [] {
+        auto made = nexthop("east", "10.0.2.2");
+        made->isReplicaIs(true);
+        return made;
+    };
+    const std::vector<Bytes> groups{{0xff, 0xff, 0xff, 0xff, 0xff, 0xff},
+                                    {1, 0, 0x5e, 0x80, 0, 100}};
+    const std::vector<Bytes> links{eth(ethMpls), join({eth(ethVlan), tag(5, ethMpls)}),
+                                   join({eth(ethServiceVlan), tag(5, ethVlan), tag(6, ethMpls)})};
+    for (const Bytes& link : links) {
+        for (const Bytes& group : groups) {
+            Bytes frame = join({link, stack({{100}}), packet()});
+            std::copy(group.begin(), group.end(), frame.begin());
+            receive(frame, always(withRewrite(nexthop("east", "10.0.2.2"), popInfo())));
+            EXPECT_TRUE(out[east].frames.empty());
+            receive(frame, always(withRewrite(replica(), popInfo())));
+            EXPECT_EQ(out[east].frames.size(), 1U);
+            out[east].frames.clear();
+        }
+        receive(join({link, stack({{100}}), packet()}),
+                always(withRewrite(nexthop("east", "10.0.2.2"), popInfo())));
+        EXPECT_EQ(out[east].frames.size(), 1U);
+        out[east].frames.clear();
+    }
+    EXPECT_EQ(dropped(), (ReasonCounts{{"Unicast label in a frame to a group of stations", 6}}));
+}
+
 TEST_F(ForwarderTest, BothMplsEtherTypesGoToTheHandlerAndNothingElseDoes) {
     ports.ports()[west].upstreamLabels = true;
     const struct {

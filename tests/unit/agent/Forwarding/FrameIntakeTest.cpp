@@ -124,7 +124,9 @@ TEST_F(FrameIntakeTest, AnExplicitNullLeavesThePacketInTheVrfOfItsPort) {
 }
 
 TEST_F(FrameIntakeTest, FramesForOtherStationsAreHandedOn) {
-    handler->decide = always(nexthop("east", "10.0.2.2"));
+    const auto copy = nexthop("east", "10.0.2.2");
+    copy->isReplicaIs(true);
+    handler->decide = always(copy);
     for (Port& port : ports.ports()) {
         port.anyMac = false;
     }

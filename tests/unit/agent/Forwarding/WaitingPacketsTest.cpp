@@ -1,5 +1,7 @@
 #include "Forwarding/WaitingPackets.h"
 
+#include <algorithm>
+
 #include "HeapCount.h"
 #include "IpTesting.h"
 
@@ -62,7 +64,7 @@ TEST_F(WaitingPacketsTest, APacketWaitsForItsNeighbourAndIsSentOnceItIsKnown) {
     receiveIp(sixTo("2001:db8:2::77"));
     EXPECT_EQ(summary().waiting, 2U);
     EXPECT_EQ(summary().forwardedTotal().frames, 0U);
-    EXPECT_EQ(tables.neighbours.takeWanted().size(), 2U);
+    EXPECT_EQ(tables.neighbours.wanted().take().size(), 2U);
     forwarder->settleWaiting(Clock::now());
     EXPECT_EQ(summary().waiting, 2U);
     learn("2001:db8:2::77");
@@ -108,7 +110,9 @@ TEST_F(WaitingPacketsTest, EachNeighbourKeepsItsNewestPacketsInOrder) {
 
 TEST_F(WaitingPacketsTest, AllTogetherAreLimited) {
     for (std::size_t i = 0; i < WaitingPackets::most + 1; ++i) {
-        receiveIp(sixTo("2001:db8:2::7:" + std::to_string(1 + i)));
+        handler->decide = always(
+            withRewrite(nexthop("east", "2001:db8:2::7:" + std::to_string(1 + i)), swapInfo(300)));
+        receiveAt(west, labelled());
     }
     EXPECT_EQ(summary().waiting, std::uint64_t{WaitingPackets::most});
     EXPECT_EQ(dropped(), noNeighbour);
@@ -118,21 +122,96 @@ TEST_F(WaitingPacketsTest, AllTogetherAreLimited) {
     EXPECT_EQ(out[east].frames.size(), 1U);
 }
 
+TEST_F(WaitingPacketsTest, AFloodToNobodyKeepsNoOtherFromBeingResolved) {
+    const auto sendFrom = [&](std::uint32_t source, std::uint32_t destination) {
+        Ipv4 fields;
+        fields.source = source;
+        fields.destination = destination;
+        receiveIp(ipv4(fields, udp()));
+    };
+    std::vector<std::string> real;
+    std::vector<Solicits::Neighbour> solicited;
+    const auto settle = [&](int milliseconds) {
+        const auto taken = tables.neighbours.wanted().take();
+        solicited.insert(solicited.end(), taken.begin(), taken.end());
+        forwarder->settleWaiting(Clock::time_point(1h) + std::chrono::milliseconds(milliseconds));
+    };
+    settle(0);
+    std::uint32_t nobody = 0x0a040000; // the interface route's prefix
+    for (int millisecond = 1; millisecond <= 1000; ++millisecond) {
+        for (int i = 0; i < 20; ++i) {
+            sendFrom(0xc0000201, nobody++);
+        }
+        if (millisecond % 50 == 0) { // another sender, and a next hop by label
+            const int host = 100 + millisecond / 50;
+            sendFrom(0xc6336401, 0x0a000200U + static_cast<std::uint32_t>(host));
+            real.push_back("10.0.2." + std::to_string(host));
+            real.push_back("10.77.1." + std::to_string(host));
+            handler->decide = always(withRewrite(nexthop("east", real.back()), swapInfo(300)));
+            receiveAt(west, labelled());
+        }
+        settle(millisecond);
+    }
+    const auto isSolicited = [&](const std::string& text) {
+        return std::find(solicited.begin(), solicited.end(),
+                         Solicits::Neighbour{address(text), east}) != solicited.end();
+    };
+    for (const std::string& host : real) {
+        EXPECT_TRUE(isSolicited(host)) << host;
+        tables.neighbours.learn(address(host), east, mac);
+    }
+    forwarder->settleWaiting(Clock::time_point(1h) + 1s);
+    EXPECT_EQ(out[east].frames.size(), real.size());
+    const std::size_t ofFlood = solicited.size() - real.size();
+    EXPECT_LE(ofFlood, Solicits::perSender.burst + Solicits::perSender.perSecond + 1U);
+    EXPECT_GE(ofFlood, std::size_t{Solicits::perSender.burst});
+    EXPECT_GT(dropped().at("Too many unknown neighbours asked for"), 19'000U);
+}
+
+TEST_F(WaitingPacketsTest, PacketsOfManySendersLeaveRoomForNextHops) {
+    handler->decide = always(withRewrite(nexthop("east", "10.0.2.77"), swapInfo(300)));
+    receiveAt(west, labelled());
+    for (std::uint32_t i = 0; i < 20'000; ++i) {
+        Ipv4 fields;
+        fields.source = 0x14000000 + (i << 8U);
+        fields.destination = 0x0a040000 + i / mostPerNeighbour;
+        receiveIp(ipv4(fields, udp()));
+    }
+    EXPECT_LE(summary().waiting, 1U + WaitingPackets::mostOfPackets);
+    learn("10.0.2.77");
+    EXPECT_EQ(out[east].frames.size(), 1U);
+}
+
 TEST_F(WaitingPacketsTest, ANeighbourThatFailsOrIsOverdueIsReported) {
+    const Clock::time_point now = Clock::now();
     receiveIp(packetTo("10.0.2.77"));
     receiveIp(packetTo("10.0.2.78"));
     tables.neighbours.fail(address("10.0.2.77"), east);
-    forwarder->settleWaiting(Clock::now());
+    forwarder->settleWaiting(now);
     EXPECT_EQ(listener.reasons, std::vector<std::string>{"No neighbour for the next hop"});
     EXPECT_EQ(listener.frames, Frames{ipFrame(packetTo("10.0.2.77"))});
     EXPECT_EQ(dropped(), noNeighbour);
+    forwarder->settleWaiting(now + Solicits::ofPacket);
     receiveIp(packetTo("10.0.2.77")); // a new attempt
-    forwarder->settleWaiting(Clock::now() + WaitingPackets::longest - 1s);
     EXPECT_EQ(summary().waiting, 2U);
     forwarder->settleWaiting(Clock::now() + WaitingPackets::longest);
     EXPECT_EQ(summary().waiting, 0U);
     EXPECT_EQ(listener.reasons.size(), 3U);
     EXPECT_EQ(dropped().begin()->second, 3U);
+}
+
+TEST_F(WaitingPacketsTest, ForAMomentNobodyWaitsForANeighbourThatHasFailed) {
+    forwarder->settleWaiting(Clock::now());
+    receiveIp(packetTo("10.0.2.77"));
+    tables.neighbours.fail(address("10.0.2.77"), east);
+    forwarder->settleWaiting(Clock::now());
+    receiveIp(packetTo("10.0.2.77"));
+    EXPECT_EQ(summary().waiting, 0U);
+    EXPECT_EQ(dropped(), (ReasonCounts{{"No neighbour for the next hop", 2}}));
+    EXPECT_EQ(listener.reasons.size(), 2U);
+    learn("10.0.2.77");
+    receiveIp(packetTo("10.0.2.77"));
+    EXPECT_EQ(out[east].frames.size(), 1U);
 }
 
 TEST_F(WaitingPacketsTest, OnlyPacketsRoutedByTheirDestinationAreReported) {
@@ -152,7 +231,7 @@ TEST_F(WaitingPacketsTest, WhereNobodySolicitsNothingWaits) {
     receiveIp(packetTo("10.0.2.77"));
     EXPECT_EQ(summary().waiting, 0U);
     EXPECT_EQ(dropped(), noNeighbour);
-    EXPECT_TRUE(tables.neighbours.takeWanted().empty());
+    EXPECT_TRUE(tables.neighbours.wanted().take().empty());
 }
 
 TEST_F(WaitingPacketsTest, APortThatIsDownByThenDropsIt) {
@@ -187,18 +266,21 @@ TEST_F(WaitingPacketsTest, WaitingTakesNothingFromTheHeap) {
     tables.drops = nullptr;
     const Bytes four = ipFrame(packetTo("10.0.2.77"));
     const Bytes six = ipFrame(sixTo("2001:db8:2::77"));
+    Clock::time_point now = Clock::now();
     const auto round = [&] {
         for (int i = 0; i < 2 * mostPerNeighbour; ++i) {
             receiveAt(west, four);
             receiveAt(west, six);
         }
         tables.neighbours.fail(address("10.0.2.77"), east);
-        forwarder->settleWaiting(Clock::now() + WaitingPackets::longest);
+        now += WaitingPackets::longest + 1s;
+        forwarder->settleWaiting(now);
     };
     round();
     const std::uint64_t warm = TestSupport::heapAllocations;
     round();
     EXPECT_EQ(TestSupport::heapAllocations, warm);
+    EXPECT_EQ(summary().waiting, 0U);
 }
 
 } // namespace WaitingPacketsTest

@@ -89,7 +89,7 @@ TEST_F(FragmentedRouting, EachFragmentHasTheLabelsAndTagsOfThePacket) {
         out[east].frames.clear();
         const std::uint32_t destination = 0x0a010001 + (labels << 8U);
         const Bytes data = counting(300);
-        receive(join({eth(ethVlan), tag(0x2007, ethIpv4), ipv4(to(destination), data)}));
+        receive(join({eth(ethVlan), tag(0x2000, ethIpv4), ipv4(to(destination), data)}));
         std::vector<Entry> entries;
         for (std::uint32_t i = 0; i < labels; ++i) {
             entries.push_back({301 + i, 0, 63});
@@ -101,7 +101,7 @@ TEST_F(FragmentedRouting, EachFragmentHasTheLabelsAndTagsOfThePacket) {
             const bool isLast = at + step >= data.size();
             const auto place = static_cast<std::uint16_t>((isLast ? 0U : 0x2000U) | at / 8);
             expected.push_back(
-                join({eastHeader(ethVlan), tag(0x2007, labels > 0 ? ethMpls : ethIpv4),
+                join({eastHeader(ethVlan), tag(0x2000, labels > 0 ? ethMpls : ethIpv4),
                       stack(entries), ipv4(to(destination, place, 63), part(data, at, step))}));
         }
         EXPECT_EQ(out[east].frames, expected) << labels;

@@ -103,23 +103,6 @@ neighbours:
     EXPECT_EQ(only(west), learnt);
 }
 
-TEST_F(NeighbourChanges, WhoIsWantedIsToldOnce) {
-    EXPECT_TRUE(neighbours.takeWanted().empty());
-    neighbours.want(address("10.0.1.7"), west);
-    neighbours.want(address("10.0.1.7"), east);
-    neighbours.want(address("10.0.1.7"), west);
-    neighbours.want(address("2001:db8::7"), west);
-    using Wanted = Neighbours::Wanted;
-    const auto taken = neighbours.takeWanted();
-    EXPECT_EQ(std::vector<Wanted>(taken.begin(), taken.end()),
-              (std::vector<Wanted>{{address("10.0.1.7"), west},
-                                   {address("10.0.1.7"), east},
-                                   {address("2001:db8::7"), west}}));
-    EXPECT_TRUE(neighbours.takeWanted().empty());
-    neighbours.want(address("10.0.1.7"), west);
-    EXPECT_EQ(neighbours.takeWanted().size(), 1U);
-}
-
 TEST_F(NeighbourChanges, AFailureIsRememberedUntilCleared) {
     EXPECT_FALSE(neighbours.hasFailed(address("10.0.1.7"), west));
     neighbours.fail(address("10.0.1.7"), west);
@@ -130,13 +113,18 @@ TEST_F(NeighbourChanges, AFailureIsRememberedUntilCleared) {
     EXPECT_FALSE(neighbours.hasFailed(address("10.0.1.7"), west));
 }
 
-TEST_F(NeighbourChanges, BeyondTheFirstFewTheOthersWait) {
-    for (int i = 0; i < 100; ++i) {
-        neighbours.want(address("10.0.1." + std::to_string(i)), west);
+TEST_F(NeighbourChanges, WhoHasAnsweredOnceIsSolicitedWhateverElseIs) {
+    const Lumo::IpGenAddr sender = address("192.0.2.1");
+    Solicits& wanted = neighbours.wanted();
+    neighbours.learn(address("10.0.1.9"), west, learnt);
+    neighbours.forget(address("10.0.1.9"), west);
+    for (int i = 0; i < 200; ++i) {
+        wanted.want({address("10.0.2." + std::to_string(i)), west}, Solicits::By::packet, east,
+                    sender);
     }
-    const auto taken = neighbours.takeWanted();
-    EXPECT_EQ(taken.size(), 32U);
-    EXPECT_EQ(taken.back().address, address("10.0.1.31"));
+    EXPECT_EQ(wanted.want({address("10.0.1.9"), west}, Solicits::By::packet, east, sender),
+              Solicits::Verdict::waits);
+    EXPECT_EQ(wanted.take().front().address, address("10.0.1.9"));
 }
 
 } // namespace NeighbourChangesTest
