@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """Proves that dependencies point one way: agent -> plugin -> host interfaces -> standard library. The
 listener for the routing daemon stands beside agent and plugin: it uses the host interfaces only. The
-operator's command stands on top: it may use the agent's configuration, and nobody includes it. Inside
-the layers no two folders include each other, neither straight nor by way of others.
+operator's command stands on top: it may use the agent's configuration, and nobody includes it. The
+programs' log uses the host interfaces only. Inside the layers no two folders include each other, neither
+straight nor by way of others.
 
 Reads the quoted includes of each layer's sources, what the plugin's shared object and the agent link
 against, and what the plugin exports. Prints each breach; exits 1 if there is one.
@@ -20,11 +21,12 @@ PLUGIN = "MplsVorn/OvixPlugin"
 AGENT = "MplsVorn/OvixAgent"
 CTL = "MplsVorn/OvixCtl"
 FPM = "MplsVorn/OvixFpm"
+LOG = "MplsVorn/OvixLog"
 # A layer may include quoted headers of these.
-ALLOWED = {HOST: [HOST], PLUGIN: [PLUGIN, HOST], AGENT: [AGENT, HOST],
-           CTL: [CTL, AGENT, HOST], FPM: [FPM, HOST]}
+ALLOWED = {HOST: [HOST], PLUGIN: [PLUGIN, HOST], LOG: [LOG, HOST], AGENT: [AGENT, LOG, HOST],
+           CTL: [CTL, AGENT, LOG, HOST], FPM: [FPM, LOG, HOST]}
 # Only the programs use packaged libraries.
-LIBRARIES = re.compile(r"^(pcap|libmnl|xdp|bpf|yaml-cpp|nlohmann|fmt|CLI|gtest|benchmark)\b")
+LIBRARIES = re.compile(r"^(pcap|libmnl|xdp|bpf|yaml-cpp|nlohmann|fmt|spdlog|CLI|gtest|benchmark)\b")
 RUNTIME = re.compile(r"^(libOvixHost\.so|libstdc\+\+\.so|libgcc_s\.so|libm\.so|libc\.so|ld-linux"
                      r"|libasan\.so|libubsan\.so|libtsan\.so)")
 

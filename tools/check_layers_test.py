@@ -51,6 +51,14 @@ class LayerCheck(unittest.TestCase):
         self.write("MplsVorn/OvixFpm/Into.cpp", '#include "Agent.h"\n')
         self.assertEqual(len(self.breaches()), 1)
 
+    def test_programs_including_the_log_pass_and_the_host_doing_so_is_found(self):
+        self.write("MplsVorn/OvixLog/Log.h", "#include <spdlog/spdlog.h>\n")
+        self.write("MplsVorn/OvixFpm/Listener.cpp", '#include "Log.h"\n')
+        self.write("MplsVorn/OvixAgent/Program.cpp", '#include "Log.h"\n')
+        self.assertEqual(self.breaches(), [])
+        self.write("MplsVorn/OvixHost/Into.cpp", '#include "Log.h"\n#include <spdlog/spdlog.h>\n')
+        self.assertEqual(len(self.breaches()), 2)
+
     def test_listener_including_plugin_is_found(self):
         self.write("MplsVorn/OvixFpm/Into.cpp", '#include "Plugin.h"\n')
         self.assertEqual(len(self.breaches()), 1)

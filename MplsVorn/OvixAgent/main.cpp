@@ -13,5 +13,6 @@ int main(int argc, char** argv) {
                    exit->code == OvixAgent::ExitCode::success ? stdout : stderr);
         return exit->code;
     }
-    return OvixAgent::run(std::get<OvixAgent::RunOptions>(parsed));
+    OvixLog::Log log("ovix-agent");
+    return OvixAgent::run(std::get<OvixAgent::RunOptions>(parsed), log);
 }

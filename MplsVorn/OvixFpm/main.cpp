@@ -2,12 +2,11 @@
 
 #include <CLI/CLI.hpp>
 #include <csignal>
-#include <cstdio>
 #include <exception>
-#include <fmt/core.h>
 #include <sys/signalfd.h>
 #include <utility>
 
+#include "Log/Log.h"
 #include "publishing/FpmServer.h"
 
 namespace {
@@ -47,14 +46,14 @@ Posix::FileDescriptor stopSignals() {
     return Posix::FileDescriptor(signalfd(-1, &signals, SFD_CLOEXEC));
 }
 
-void serve(const Options& options) {
+void serve(const Options& options, OvixLog::Log& log) {
     const Posix::FileDescriptor stop = stopSignals();
     Mpls::TablePublisher tables(Tessel::TableMemory::sharedForWriting(options.tables));
     OvixFpm::InterfaceLookup interfaces;
     OvixFpm::RoutePublisher routes(tables, interfaces);
-    OvixFpm::FpmServer server(routes, settingsOf(options), [](const std::string& line) {
-        fmt::print(stderr, "ovix-fpm: {}\n", line);
-    });
+    OvixFpm::FpmServer server(
+        routes, settingsOf(options),
+        [&log](std::string_view about, const std::string& line) { log(about, line); });
     server.run(stop.value());
 }
 
@@ -89,10 +88,12 @@ int main(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : 2;
     }
+    std::signal(SIGPIPE, SIG_IGN); // a reader of the log that goes is no reason to end
+    OvixLog::Log log("ovix-fpm");
     try {
-        serve(options);
+        serve(options, log);
     } catch (const std::exception& error) {
-        fmt::print(stderr, "ovix-fpm: {}\n", error.what());
+        log({}, error.what());
         return 1;
     }
     return 0;

@@ -89,7 +89,7 @@ class FpmServerFixture : public testing::Test {
         port_ = freePort();
         settings_.listenAt = listenAt();
         settings_.sweepAfter = sweepAfter;
-        server_.emplace(publisher_, settings_, [this](const std::string& line) {
+        server_.emplace(publisher_, settings_, [this](std::string_view, const std::string& line) {
             const std::lock_guard lock(mutex_);
             log_.push_back(line);
             connections_ += line.find("zebra is connected") == 0 ? 1U : 0U;

@@ -1,9 +1,8 @@
 #include "Command/Run.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <exception>
-#include <fmt/core.h>
+#include <fmt/format.h>
 #include <memory>
 #include <optional>
 
@@ -13,6 +12,7 @@
 #include "Capture/CapturedLoopback.h"
 #include "FastPath/FastPath.h"
 #include "Live/LiveRun.h"
+#include "Ovix/trace/Trace.h"
 
 namespace OvixAgent {
 
@@ -47,16 +47,13 @@ Tessel::Result<void> checkSamePorts(const AgentConfig& old, const AgentConfig& c
     return {};
 }
 
-void printError(const std::string& text) {
-    fmt::print(stderr, "ovix-agent: {}\n", text);
-}
-
 /// The parts of a live run.
 class LiveAgent {
   public:
-    LiveAgent(const RunOptions& options, AgentConfig config, std::unique_ptr<AgentState> state)
-        : options_(options), config_(std::move(config)), state_(std::move(state)), tables_(config_),
-          ports_(config_, tables_.ports),
+    LiveAgent(const RunOptions& options, AgentConfig config, std::unique_ptr<AgentState> state,
+              OvixLog::Log& log)
+        : options_(options), log_(&log), config_(std::move(config)), state_(std::move(state)),
+          tables_(config_), ports_(config_, tables_.ports),
           answers_(ports_.cpu(), config_, tables_, state_->tables()),
           forwarder_(state_->manager(), tables_, answers_),
           fastPath_(forwarder_, state_->manager(), tables_, state_->tables()),
@@ -73,7 +70,7 @@ class LiveAgent {
     Summary run() {
         LiveRun({&state_->tables(), &forwarder_, &fastPath_, &ports_, &links_, &answers_,
                  ipRoutes_ ? &*ipRoutes_ : nullptr, control_.get()})
-            .run([this] { reload(); }, printError);
+            .run([this] { reload(); }, [this](const std::string& news) { (*log_)("ports", news); });
         Summary summary = summaryOf(options_, *state_, forwarder_);
         for (const NamedCounter& counter : counters()) {
             summary.counters.push_back(counter);
@@ -108,8 +105,8 @@ class LiveAgent {
 
     void reload() {
         const Tessel::Result<void> done = configure();
-        printError(done ? options_.config + ": reloaded"
-                        : done.refused().what + "; the configuration stays as it was");
+        (*log_)("reloads", done ? options_.config + ": reloaded"
+                                : done.refused().what + "; the configuration stays as it was");
     }
 
     /// Events of the ports, answers of the CPU, and how many frames were forwarded how.
@@ -117,6 +114,9 @@ class LiveAgent {
         std::vector<NamedCounter> all;
         all.push_back({"Path", "Agent", "fast", fastPath_.counts().fast});
         all.push_back({"Path", "Agent", "slow", fastPath_.counts().slow});
+        if (const std::uint64_t lines = log_->leftOut(); lines > 0) {
+            all.push_back({"Log", "Agent", "lines left out", lines});
+        }
         for (const auto& [event, count] : ports_.events()) {
             all.push_back({"Port", "Agent", event, count});
         }
@@ -127,6 +127,7 @@ class LiveAgent {
     }
 
     const RunOptions& options_;
+    OvixLog::Log* log_;
     AgentConfig config_;
     std::unique_ptr<AgentState> state_;
     ForwardingTables tables_;
@@ -139,7 +140,16 @@ class LiveAgent {
     std::unique_ptr<ControlServer> control_; ///< may be null
 };
 
-Tessel::Result<Summary> runLive(const RunOptions& options) {
+/// Traces are logged like everything else, so that their reader cannot hold up the frames.
+void logTraces(OvixLog::Log& log) {
+    Ovix::TraceOutput::instance().textSinkIs(
+        [&log](std::string_view name, unsigned, std::string_view message) {
+            log.plain(fmt::format("{}: {}", name, message));
+        });
+}
+
+Tessel::Result<Summary> runLive(const RunOptions& options, OvixLog::Log& log) {
+    logTraces(log);
     Tessel::Result<AgentConfig> config = liveConfig(options);
     if (!config) {
         return config.refused();
@@ -148,7 +158,7 @@ Tessel::Result<Summary> runLive(const RunOptions& options) {
     if (!state) {
         return state.refused();
     }
-    return LiveAgent(options, std::move(config).value(), std::move(state).value()).run();
+    return LiveAgent(options, std::move(config).value(), std::move(state).value(), log).run();
 }
 
 /// A run on captures has no interfaces to read MAC addresses from.
@@ -219,15 +229,15 @@ Tessel::Result<Summary> runOnCaptures(const RunOptions& options) {
 
 } // namespace
 
-int run(const RunOptions& options) {
+int run(const RunOptions& options, OvixLog::Log& log) {
     try {
-        const auto summary = options.live ? runLive(options) : runOnCaptures(options);
+        const auto summary = options.live ? runLive(options, log) : runOnCaptures(options);
         if (summary) {
-            return report(options, summary.value());
+            return report(options, summary.value(), log);
         }
-        printError(summary.refused().what);
+        log({}, summary.refused().what);
     } catch (const std::exception& error) {
-        printError(error.what());
+        log({}, error.what());
     }
     return ExitCode::badInput;
 }

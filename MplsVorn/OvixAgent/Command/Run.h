@@ -9,14 +9,15 @@
 #include "Config/Config.h"
 #include "Control/ControlServer.h"
 #include "Forwarding/Forwarder.h"
+#include "Log/Log.h"
 #include "Summary/Summary.h"
 #include "Tables/AgentState.h"
 
 namespace OvixAgent {
 
 /// Runs the agent on captures or live and prints the summary. Returns the exit code; errors are
-/// printed on standard error.
-int run(const RunOptions& options);
+/// logged.
+int run(const RunOptions& options, OvixLog::Log& log);
 
 // What both kinds of run are made of.
 
@@ -44,8 +45,8 @@ std::unique_ptr<ControlServer> serveControl(const RunOptions& options, AgentStat
 /// The summary of a run so far, of frames and tables.
 Summary summaryOf(const RunOptions& options, const AgentState& state, const Forwarder& forwarder);
 
-/// Prints the summary, and its problems on standard error; returns the exit code. Throws
+/// Logs the problems of the summary and prints it; returns the exit code. Throws
 /// std::system_error when printing fails.
-int report(const RunOptions& options, const Summary& summary);
+int report(const RunOptions& options, const Summary& summary, OvixLog::Log& log);
 
 } // namespace OvixAgent

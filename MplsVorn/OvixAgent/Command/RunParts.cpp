@@ -75,15 +75,15 @@ void print(const RunOptions& options, const Summary& summary) {
 
 } // namespace
 
-int report(const RunOptions& options, const Summary& summary) {
+int report(const RunOptions& options, const Summary& summary, OvixLog::Log& log) {
     for (const std::string& problem : summary.problems) {
-        fmt::print(stderr, "ovix-agent: {}\n", problem);
+        log({}, problem);
     }
+    log.drain();
     print(options, summary);
     if (!summary.isBalanced()) {
-        fmt::print(stderr,
-                   "ovix-agent: the frames do not add up: {} in, {} replicas, {} accounted for\n",
-                   summary.in.frames, summary.replicas, summary.accountedFor());
+        log({}, fmt::format("the frames do not add up: {} in, {} replicas, {} accounted for",
+                            summary.in.frames, summary.replicas, summary.accountedFor()));
         return ExitCode::imbalance;
     }
     if (summary.stopSignal != 0) {

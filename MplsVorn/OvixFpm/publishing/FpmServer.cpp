@@ -35,7 +35,7 @@ Tessel::Result<std::chrono::milliseconds> sweepTime(double seconds) {
 FpmServer::FpmServer(RoutePublisher& routes, Settings settings, Log log)
     : routes_(&routes), settings_(settings), log_(std::move(log)),
       listener_(settings_.listenAt.listen()), waiting_(log_) {
-    log_("listening at " + settings_.listenAt.text());
+    log_({}, "listening at " + settings_.listenAt.text());
 }
 
 void FpmServer::run(int stop) {
@@ -92,8 +92,8 @@ void FpmServer::connectionIs(Posix::FileDescriptor connection) {
     routes_->markStale();
     firstRouteAt_.reset();
     hasSwept_ = false;
-    log_("zebra is connected; " + std::to_string(routes_->staleRoutes()) +
-         " routes are stale until confirmed");
+    log_("connections", "zebra is connected; " + std::to_string(routes_->staleRoutes()) +
+                            " routes are stale until confirmed");
 }
 
 void FpmServer::receive() {
@@ -143,7 +143,7 @@ void FpmServer::disconnect(const std::string& why) {
     counts_.nextHopGroups += now.nextHopGroups;
     counts_.others += now.others;
     counts_.refused += now.refused;
-    log_(why);
+    log_("connections", why);
 }
 
 void FpmServer::takeEvents() {
@@ -151,17 +151,17 @@ void FpmServer::takeEvents() {
         if (*event) {
             takeChange(event->value());
         } else {
-            log_(event->refused().what);
+            log_("invalid messages", event->refused().what);
         }
     }
 }
 
 void FpmServer::takeChange(const RouteChange& change) {
     if (settings_.isVerbose) {
-        log_(text(change));
+        log_({}, text(change));
     }
     if (const Tessel::Result<void> applied = routes_->apply(change); !applied) {
-        log_(text(change) + ": " + applied.refused().what);
+        log_("refused routes", text(change) + ": " + applied.refused().what);
     }
     firstRouteAt_ = firstRouteAt_.value_or(heardAt_);
     firstUncommitted_ = firstUncommitted_.value_or(heardAt_);
@@ -177,7 +177,7 @@ void FpmServer::sweepWhenQuiet(Clock::time_point now) {
     }
     hasSwept_ = true;
     if (const std::size_t swept = routes_->sweep(); swept > 0) {
-        log_(std::to_string(swept) + " routes were not confirmed and are removed");
+        log_({}, std::to_string(swept) + " routes were not confirmed and are removed");
         firstUncommitted_ = firstUncommitted_.value_or(now);
     }
 }
@@ -192,7 +192,7 @@ void FpmServer::commitWhenQuiet() {
             routes_->commit();
         }
     } catch (const std::length_error& full) {
-        log_(std::string(full.what()) + "; the changes are not visible yet");
+        log_("full tables", std::string(full.what()) + "; the changes are not visible yet");
     }
 }
 

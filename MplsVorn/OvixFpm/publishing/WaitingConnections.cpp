@@ -12,7 +12,7 @@ void WaitingConnections::add(Posix::FileDescriptor connection) {
     assert(connection.isOpen());
     if (all_.size() == most) {
         all_.erase(all_.begin());
-        log_("too many connections wait beside zebra's; the oldest is closed");
+        log_("connections", "too many connections wait beside zebra's; the oldest is closed");
     }
     all_.push_back({std::move(connection), {}, {}});
 }
@@ -55,7 +55,7 @@ WaitingConnections::State WaitingConnections::receiveFrom(Waiting& waiting) {
         return State::waits;
     }
     if (!*first) {
-        log_("a connection beside zebra's is closed: " + first->refused().what);
+        log_("connections", "a connection beside zebra's is closed: " + first->refused().what);
         return State::hasEnded;
     }
     return State::isZebra;

@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Posix/FileDescriptor.h"
@@ -12,7 +13,9 @@
 
 namespace OvixFpm {
 
-using Log = std::function<void(const std::string& line)>;
+/// Receives a line and what it is about in a few words; lines about the same may be left out when
+/// there are too many. Nothing is ever left out of those about nothing in particular.
+using Log = std::function<void(std::string_view about, const std::string& line)>;
 
 /// Connections made while another is being served. Anyone can connect: only a whole frame shows
 /// that it is zebra. A connection that sends anything else is closed.
