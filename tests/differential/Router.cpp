@@ -193,7 +193,7 @@ Router::Router(const Script& script, Road road, Fault fault)
       tables_(script.configs.front()),
       ports_(std::make_unique<Ports>(tables_.ports, fault_, script.anyMac)),
       drops_(std::make_unique<Drops>()), buffers_(std::make_unique<Buffers>()),
-      ipRoutes_(state_->tables().reader(), tables_),
+      ipRoutes_(state_->tables().reader(), tables_.ports, tables_.vrfs),
       forwarder_(started(*state_).manager(), tables_, ports_->cpu) {
     tables_.neighbours.solicitsIs(script.isLive);
     tables_.drops = script.isLive ? drops_.get() : nullptr; // as runs on captures have it
@@ -213,7 +213,7 @@ Router::~Router() {
 
 void Router::configure(std::size_t config) {
     tables_.configure(script_->configs[config]);
-    ipRoutes_.startOver();
+    ipRoutes_.startOver(tables_.vrfs);
 }
 
 void Router::mplsRoutingIs(bool on) {

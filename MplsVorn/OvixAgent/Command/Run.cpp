@@ -1,6 +1,5 @@
 #include "Command/Run.h"
 
-#include <algorithm>
 #include <exception>
 #include <fmt/format.h>
 #include <memory>
@@ -10,6 +9,7 @@
 #include "Capture/CaptureOutputs.h"
 #include "Capture/CaptureRun.h"
 #include "Capture/CapturedLoopback.h"
+#include "Command/LiveReload.h"
 #include "FastPath/FastPath.h"
 #include "Live/LiveRun.h"
 #include "Ovix/trace/Trace.h"
@@ -17,35 +17,6 @@
 namespace OvixAgent {
 
 namespace {
-
-/// The configuration of a live run, in which every port routes IP.
-Tessel::Result<AgentConfig> liveConfig(const RunOptions& options) {
-    Tessel::Result<AgentConfig> config = loadConfig(options.config);
-    if (config) {
-        for (PortConfig& port : config.value().ports) {
-            port.routesIp = true;
-        }
-    }
-    return config;
-}
-
-/// A live run opens its interfaces once, in the order of the ports.
-Tessel::Result<void> checkSamePorts(const AgentConfig& old, const AgentConfig& config,
-                                    const RunOptions& options) {
-    const bool same = std::equal(old.ports.begin(), old.ports.end(), config.ports.begin(),
-                                 config.ports.end(), [](const auto& a, const auto& b) {
-                                     return a.name == b.name && a.kind == b.kind &&
-                                            a.mac == b.mac && a.mtu == b.mtu &&
-                                            a.parent == b.parent &&
-                                            (!a.isSubInterface() || a.tagging == b.tagging);
-                                 });
-    if (!same || old.cpuTap != config.cpuTap) {
-        return Tessel::Refused{fmt::format(
-            "{}: ports: a change of names, kinds, mac, mtu or sub-interfaces needs a restart",
-            options.config)};
-    }
-    return {};
-}
 
 /// The parts of a live run.
 class LiveAgent {
@@ -61,7 +32,7 @@ class LiveAgent {
         tables_.drops = &answers_;
         fastPath_.isOnIs(options.fastPath);
         if (!options.tables.empty()) {
-            ipRoutes_.emplace(state_->tables().reader(), tables_);
+            ipRoutes_.emplace(state_->tables().reader(), tables_.ports, tables_.vrfs);
         }
         ports_.requireUsable();
         control_ = serveControl(options, *state_, forwarder_, [this] { return counters(); });
@@ -69,8 +40,8 @@ class LiveAgent {
 
     Summary run() {
         LiveRun({&state_->tables(), &forwarder_, &fastPath_, &ports_, &links_, &answers_,
-                 ipRoutes_ ? &*ipRoutes_ : nullptr, control_.get()})
-            .run([this] { reload(); }, [this](const std::string& news) { (*log_)("ports", news); });
+                 ipRoutes_ ? &*ipRoutes_ : nullptr, control_.get(), &reload_})
+            .run([this](const std::string& news) { (*log_)("ports", news); });
         Summary summary = summaryOf(options_, *state_, forwarder_);
         for (const NamedCounter& counter : counters()) {
             summary.counters.push_back(counter);
@@ -82,33 +53,6 @@ class LiveAgent {
     }
 
   private:
-    /// Nothing changes when the configuration is refused.
-    Tessel::Result<void> configure() {
-        const Tessel::Result<AgentConfig> newer = liveConfig(options_);
-        if (!newer) {
-            return newer.refused();
-        }
-        if (const auto same = checkSamePorts(config_, newer.value(), options_); !same) {
-            return same;
-        }
-        if (const auto done = state_->configureTables(newer.value(), options_.config); !done) {
-            return done;
-        }
-        tables_.configure(newer.value());
-        links_.configure(newer.value());
-        answers_.configure(newer.value());
-        if (ipRoutes_) {
-            ipRoutes_->startOver();
-        }
-        return {};
-    }
-
-    void reload() {
-        const Tessel::Result<void> done = configure();
-        (*log_)("reloads", done ? options_.config + ": reloaded"
-                                : done.refused().what + "; the configuration stays as it was");
-    }
-
     /// Events of the ports, answers of the CPU, and how many frames were forwarded how.
     std::vector<NamedCounter> counters() const {
         std::vector<NamedCounter> all;
@@ -138,6 +82,10 @@ class LiveAgent {
     LinkSync links_;
     std::optional<SharedIpRoutes> ipRoutes_; ///< set when the tables are shared
     std::unique_ptr<ControlServer> control_; ///< may be null
+    LiveReload reload_{options_,
+                       config_,
+                       {state_.get(), &tables_, &links_, &answers_, &ipRoutes_},
+                       *log_}; ///< the first to end
 };
 
 /// Traces are logged like everything else, so that their reader cannot hold up the frames.

@@ -4,15 +4,24 @@
 
 namespace OvixAgent {
 
-SharedIpRoutes::SharedIpRoutes(Ptr<const Tessel::TableReader> tables, ForwardingTables& forwarding)
-    : forwarding_(&forwarding), routes_(tables), tables_(std::move(tables)),
+SharedIpRoutes::SharedIpRoutes(Ptr<const Tessel::TableReader> tables, const PortTable& ports,
+                               Ptr<VrfRoot> vrfs)
+    : ports_(&ports), vrfs_(std::move(vrfs)), routes_(tables), tables_(std::move(tables)),
       changes_(Tessel::TableChanges::fromNothing(tables_, routes_.table())),
       generation_(tables_->generation()) {}
 
-void SharedIpRoutes::startOver() {
+void SharedIpRoutes::startOver(Ptr<VrfRoot> vrfs) {
+    vrfs_ = std::move(vrfs);
     taken_.clear();
     placeOf_.clear();
     changes_ = Tessel::TableChanges::fromNothing(tables_, routes_.table());
+}
+
+void SharedIpRoutes::readerIs(Ptr<const Tessel::TableReader> tables) {
+    routes_ = L3::Routes(tables);
+    changes_.readerIs(tables);
+    generation_ = tables->generation();
+    tables_ = std::move(tables);
 }
 
 bool SharedIpRoutes::refresh() {
@@ -43,7 +52,7 @@ void SharedIpRoutes::drop(std::uint32_t place) {
     }
     const auto last = placeOf_.find(taken->second);
     if (last != placeOf_.end() && last->second == place) {
-        forwarding_->vrfs->fibIs(taken->second.vrf).routeDel(taken->second.prefix.range());
+        vrfs_->fibIs(taken->second.vrf).routeDel(taken->second.prefix.range());
         placeOf_.erase(last);
     }
     taken_.erase(taken);
@@ -64,8 +73,7 @@ void SharedIpRoutes::take(std::uint32_t place) {
     if (isOwnAddress(target)) {
         return;
     }
-    forwarding_->vrfs->fibIs(target.vrf)
-        .routeIs(target.prefix.range(), resolve(*route, forwarding_->ports, nullptr));
+    vrfs_->fibIs(target.vrf).routeIs(target.prefix.range(), resolve(*route, *ports_, nullptr));
     taken_[place] = target;
     placeOf_[target] = place;
 }
@@ -73,7 +81,7 @@ void SharedIpRoutes::take(std::uint32_t place) {
 /// Shared routes do not take over the device's own addresses.
 bool SharedIpRoutes::isOwnAddress(const Target& target) const {
     const L3::RouteKey& key = target.prefix;
-    const Fib* fib = forwarding_->vrfs->fib(target.vrf);
+    const Fib* fib = vrfs_->fib(target.vrf);
     const IpRoute* own = fib != nullptr ? fib->find(key.prefix) : nullptr;
     return key.length == key.prefix.bits() && own != nullptr && own->isLocal() &&
            !placeOf_.contains(target);

@@ -6,7 +6,7 @@
 #include <unordered_map>
 
 #include "Published/IpRoutes.h"
-#include "State/ForwardingTables.h"
+#include "State/VrfRoot.h"
 #include "Tables/TableChanges.h"
 
 namespace OvixAgent {
@@ -15,11 +15,14 @@ namespace OvixAgent {
 /// the ports' own addresses, stay unless a shared one replaces them. A route makes its VRF.
 class SharedIpRoutes {
   public:
-    /// The first calls of `refresh` take over the routes that exist.
-    SharedIpRoutes(Ptr<const Tessel::TableReader> tables, ForwardingTables& forwarding);
+    /// The first calls of `refresh` take over the routes that exist. The ports must outlive it.
+    SharedIpRoutes(Ptr<const Tessel::TableReader> tables, const PortTable& ports,
+                   Ptr<VrfRoot> vrfs);
 
-    /// The VRFs have been made again without shared routes: takes over all of them.
-    void startOver();
+    /// There are other VRFs, without shared routes: all of them are taken over again.
+    void startOver(Ptr<VrfRoot> vrfs);
+    /// Goes on with another reader of the same tables.
+    void readerIs(Ptr<const Tessel::TableReader> tables);
 
     /// To be called when the reader may hold another generation: takes over some of the changes,
     /// and returns whether those were all.
@@ -40,7 +43,8 @@ class SharedIpRoutes {
     void drop(std::uint32_t place);
     bool isOwnAddress(const Target& target) const;
 
-    ForwardingTables* forwarding_;
+    const PortTable* ports_;
+    Ptr<VrfRoot> vrfs_;
     L3::Routes routes_;
     Ptr<const Tessel::TableReader> tables_;
     Tessel::TableChanges changes_;

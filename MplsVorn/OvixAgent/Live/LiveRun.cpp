@@ -17,7 +17,7 @@ constexpr std::size_t framesPerTurn = 256;
 constexpr int idleMs = 100;
 
 /// What is waited for; behind these are the ports.
-enum : std::size_t { signalAt, linkAt, requestAt, portsAt };
+enum : std::size_t { signalAt, linkAt, requestAt, reloadAt, portsAt };
 
 int signalDescriptor() {
     sigset_t signals;
@@ -37,14 +37,13 @@ int signalDescriptor() {
 
 LiveRun::LiveRun(const Parts& parts) : parts_(parts), signals_(signalDescriptor()) {}
 
-void LiveRun::run(const std::function<void()>& reload,
-                  const std::function<void(const std::string&)>& report) {
+void LiveRun::run(const std::function<void(const std::string&)>& report) {
     do {
         wait();
         takeFrames();
         refresh();
         settle(report);
-    } while (takeSignals(reload));
+    } while (takeSignals());
     drain();
     parts_.forwarder->settleWaiting(LinkSync::Clock::time_point::max());
     parts_.ports->flush();
@@ -66,6 +65,7 @@ void LiveRun::wait() {
     waiting_[linkAt] = {parts_.links->descriptor(), POLLIN, 0};
     waiting_[requestAt] = {parts_.control != nullptr ? parts_.control->descriptor() : -1, POLLIN,
                            0};
+    waiting_[reloadAt] = {parts_.reloading->descriptor(), POLLIN, 0};
     for (const auto& port : parts_.ports->all()) {
         waiting_.push_back({port->descriptor(), POLLIN, 0});
     }
@@ -78,6 +78,9 @@ void LiveRun::wait() {
     }
     if (waiting_[linkAt].revents != 0) {
         parts_.links->receive();
+    }
+    if (waiting_[reloadAt].revents != 0) {
+        parts_.reloading->finish();
     }
 }
 
@@ -143,14 +146,14 @@ void LiveRun::settle(const std::function<void(const std::string&)>& report) {
 }
 
 /// False when the run ends.
-bool LiveRun::takeSignals(const std::function<void()>& reload) {
+bool LiveRun::takeSignals() {
     signalfd_siginfo taken{};
     while (waiting_[signalAt].revents != 0 &&
            read(signals_.value(), &taken, sizeof taken) == ssize_t{sizeof taken}) {
         if (taken.ssi_signo != SIGHUP) {
             return false;
         }
-        reload();
+        parts_.reloading->start();
     }
     return true;
 }

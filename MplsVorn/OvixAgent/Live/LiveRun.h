@@ -20,6 +20,22 @@
 
 namespace OvixAgent {
 
+/// Takes over another configuration while frames are forwarded.
+class Reloading {
+  public:
+    Reloading() = default;
+    Reloading(const Reloading&) = delete;
+    Reloading& operator=(const Reloading&) = delete;
+    virtual ~Reloading() = default;
+
+    /// To be polled for input of `finish`.
+    virtual int descriptor() const noexcept = 0;
+    /// Begins to prepare it; returns at once.
+    virtual void start() = 0;
+    /// Takes over what is ready, between two frames.
+    virtual void finish() = 0;
+};
+
 /// The loop of a live run: frames, link changes, control requests and signals.
 class LiveRun {
   public:
@@ -33,19 +49,19 @@ class LiveRun {
         CpuAnswers* answers;
         SharedIpRoutes* ipRoutes;
         ControlServer* control;
+        Reloading* reloading;
     };
 
     /// Blocks SIGINT, SIGTERM and SIGHUP, which `run` handles. Throws std::system_error.
     explicit LiveRun(const Parts& parts);
 
-    /// Forwards until SIGINT or SIGTERM, and then the frames received so far. SIGHUP calls
-    /// `reload`; `report` is called when a port cannot be opened or is open again.
-    void run(const std::function<void()>& reload,
-             const std::function<void(const std::string&)>& report);
+    /// Forwards until SIGINT or SIGTERM, and then the frames received so far. SIGHUP reloads the
+    /// configuration; `report` is called when a port cannot be opened or is open again.
+    void run(const std::function<void(const std::string&)>& report);
 
   private:
     void wait();
-    bool takeSignals(const std::function<void()>& reload);
+    bool takeSignals();
     std::size_t takeFrames();
     void drain();
     void forward(std::span<WritableFrame> burst);

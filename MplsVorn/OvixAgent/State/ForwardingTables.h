@@ -13,6 +13,23 @@
 
 namespace OvixAgent {
 
+/// What a configuration alone determines of the forwarding tables; may be made by a thread beside
+/// the one that forwards.
+struct ConfiguredTables {
+    /// Of the ports only their ids are read.
+    ConfiguredTables(const AgentConfig& config, const PortTable& ports)
+        : neighbours(config), fecs(config.fecs), pseudowires(config),
+          vrfs(Tessel::make<VrfRoot>(config, ports, neighbours)) {}
+    ConfiguredTables(const ConfiguredTables&) = delete;
+    ConfiguredTables& operator=(const ConfiguredTables&) = delete;
+    ~ConfiguredTables() = default;
+
+    Neighbours neighbours;
+    FecTable fecs;
+    Pseudowires pseudowires;
+    Ptr<VrfRoot> vrfs;
+};
+
 /// What frames are forwarded by beside the label tables, made from a configuration.
 struct ForwardingTables {
     explicit ForwardingTables(const AgentConfig& config)
@@ -25,10 +42,15 @@ struct ForwardingTables {
     /// Takes over all but what belongs to the ports' links, which must be the same. The counts of
     /// pseudowires restart at zero.
     void configure(const AgentConfig& config) {
-        neighbours.configure(config);
-        fecs = FecTable(config.fecs);
-        pseudowires = Pseudowires(config);
-        vrfs = Tessel::make<VrfRoot>(config, ports, neighbours);
+        ConfiguredTables made(config, ports);
+        swap(made, config);
+    }
+    /// The same with what has been made of the configuration; what was there before is given back.
+    void swap(ConfiguredTables& made, const AgentConfig& config) {
+        neighbours.configuredAre(made.neighbours);
+        std::swap(fecs, made.fecs);
+        std::swap(pseudowires, made.pseudowires);
+        vrfs.swap(made.vrfs);
         ports.configure(config.ports);
         ++configured;
         Tessel::Changes::notice();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cassert>
+#include <iterator>
 
 #include "Tessel/Changes.h"
 
@@ -18,6 +19,24 @@ void Neighbours::configure(const AgentConfig& config) {
         neighbours_.insert_or_assign({neighbour.address, neighbour.port},
                                      Device{neighbour.mac, true});
     }
+    for (PortIndex port = 0; port < links_.size(); ++port) {
+        countDevices(port);
+    }
+}
+
+// Entries change hands and do not move: routes point to the MAC addresses of configured ones.
+void Neighbours::configuredAre(Neighbours& prepared) {
+    std::unordered_map<Key, Device, Hash> before;
+    before.swap(neighbours_);
+    neighbours_.swap(prepared.neighbours_);
+    for (auto entry = before.begin(); entry != before.end();) {
+        const auto following = std::next(entry);
+        if (!entry->second.isConfigured) {
+            neighbours_.insert(before.extract(entry));
+        }
+        entry = following;
+    }
+    prepared.neighbours_.swap(before);
     for (PortIndex port = 0; port < links_.size(); ++port) {
         countDevices(port);
     }

@@ -20,6 +20,9 @@ class Neighbours {
     /// same.
     void configure(const AgentConfig& config);
 
+    /// The same, with those of `prepared`, which is left with those that were configured before.
+    void configuredAre(Neighbours& prepared);
+
     /// Null when the port has no neighbour of that address.
     const Lumo::EthAddr* find(const Lumo::IpGenAddr& address, PortIndex port) const;
 

@@ -39,19 +39,23 @@ AgentState::AgentState(const AgentConfig& config, Ptr<Tessel::TableReader> table
     context_ = Tessel::make<Ovix::PluginContext>(entities_, manager);
 }
 
-Tessel::Result<void> AgentState::configureTables(const AgentConfig& config,
-                                                 const std::string& file) {
+Tessel::Result<void> AgentState::prepareTables(const AgentConfig& config, const std::string& file) {
     if (!own_) {
         return {};
     }
-    clearTables(published_, *own_);
-    const Tessel::Result<void> loaded = loadTables(config, file, *own_);
-    if (loaded) {
-        own_->commit();
-    } else {
+    const Mpls::PublishedTables before(published_.tables().another());
+    clearTables(before, *own_);
+    Tessel::Result<void> loaded = loadTables(config, file, *own_);
+    if (!loaded) {
         own_->discard();
     }
     return loaded;
+}
+
+void AgentState::commitTables() {
+    if (own_) {
+        own_->commit();
+    }
 }
 
 // The tables are taken back, since their memory goes with this object.

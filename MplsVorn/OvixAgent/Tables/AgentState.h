@@ -28,9 +28,12 @@ class AgentState {
     AgentState(const AgentState&) = delete;
     AgentState& operator=(const AgentState&) = delete;
 
-    /// Puts another configuration's label tables in the place of its own ones, all at once; tables
-    /// that somebody else publishes stay as they are. Nothing is changed when it is refused.
-    Tessel::Result<void> configureTables(const AgentConfig& config, const std::string& file);
+    /// Writes another configuration's label tables beside its own ones; tables that somebody else
+    /// publishes stay as they are. May be called by a thread beside the one that reads the tables.
+    /// Nothing is left of it when it is refused.
+    Tessel::Result<void> prepareTables(const AgentConfig& config, const std::string& file);
+    /// Puts what was prepared last in the place of its own tables, all at once.
+    void commitTables();
 
     const Ptr<Ovix::PluginContext>& pluginContext() const noexcept { return context_; }
     const Ptr<Ovix::PluginManager>& manager() const noexcept { return context_->manager(); }

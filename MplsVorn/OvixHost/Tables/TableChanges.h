@@ -50,6 +50,12 @@ class TableChanges {
             changedIn_ = tables_->changedIn(table_);
         }
     }
+    /// Another reader of the same tables, whatever generation it holds: what differs from what has
+    /// been seen will be reported.
+    void readerIs(Ptr<const TableReader> tables) noexcept {
+        tables_ = std::move(tables);
+        restart();
+    }
     bool done() const noexcept { return toSee_ == 0 && changed_.empty(); }
 
   private:

@@ -35,6 +35,10 @@ class TableReader : public Counted {
         return newest != current_.word && newest != refused_;
     }
 
+    /// Another reader of the same memory, for another thread; this one has to outlive it. Throws as
+    /// the constructors do.
+    Ptr<TableReader> another() const { return make<TableReader>(name_, std::as_bytes(words_)); }
+
     TableRef current() const noexcept { return current_; }
     const TableLayout::Root& root() const noexcept { return root_; }
     std::uint64_t generation() const noexcept { return root_.generation; }

@@ -4,6 +4,7 @@
 
 #include "ConfigTesting.h"
 #include "LocalTables.h"
+#include "State/ForwardingTables.h"
 
 namespace SharedIpRoutesTest {
 
@@ -80,7 +81,7 @@ routes:
     ForwardingTables forwarding{config};
     TestSupport::LocalTables tables;
     L3::RoutesWriter& writer = tables.publisher.ipRoutes();
-    SharedIpRoutes routes{tables.reader, forwarding};
+    SharedIpRoutes routes{tables.reader, forwarding.ports, forwarding.vrfs};
     const L3::RouteKey ten = key("10.10.0.0", 16);
     const L3::RouteKey eleven = key("10.11.0.0", 16);
 };
@@ -126,13 +127,34 @@ TEST_F(SharedIpRoutesTest, WhatThereIsAtTheStartIsTakenOver) {
     EXPECT_EQ(to("10.10.0.1"), "1 10.0.2.2; ");
 }
 
+TEST_F(SharedIpRoutesTest, WhatAnotherReaderHasTakenOverGoesOnWithThisOne) {
+    routeIs(ten, {via("east", "10.0.2.2")});
+    commit();
+    const auto vrfs = Tessel::make<VrfRoot>(config, forwarding.ports, forwarding.neighbours);
+    SharedIpRoutes prepared{tables.reader->another(), forwarding.ports, vrfs};
+    while (!prepared.refresh()) {
+    }
+    forwarding.vrfs = vrfs;
+    EXPECT_EQ(to("10.10.0.1"), "1 10.0.2.2; ");
+    writer.routeDel(ten);
+    routeIs(eleven, {via("east", "10.0.2.2")});
+    tables.commit(); // which the other reader does not hear of
+    EXPECT_TRUE(prepared.refresh());
+    EXPECT_EQ(to("10.11.0.1"), "");
+    prepared.readerIs(tables.reader);
+    while (!prepared.refresh()) {
+    }
+    EXPECT_EQ(to("10.11.0.1"), "1 10.0.2.2; ");
+    EXPECT_EQ(to("10.10.0.1"), "");
+}
+
 TEST_F(SharedIpRoutesTest, VrfsThatAreMadeAnewGetAllRoutesAgain) {
     routeIs(ten, {via("east", "10.0.2.2")});
     routeIs(eleven, {via("east", "10.0.2.2")});
     commit();
     forwarding.configure(config);
     EXPECT_EQ(to("10.10.0.1"), "");
-    routes.startOver();
+    routes.startOver(forwarding.vrfs);
     writer.routeDel(eleven); // meanwhile
     commit();
     EXPECT_EQ(to("10.10.0.1"), "1 10.0.2.2; ");

@@ -35,6 +35,12 @@ hardware:
     return made;
 }
 
+bool configure(AgentState& state, const AgentConfig& config) {
+    const bool isPrepared{state.prepareTables(config, "test.yaml")};
+    state.commitTables();
+    return isPrepared;
+}
+
 bool hasLabel(const Mpls::PublishedTables& tables, std::uint32_t number) {
     const auto key = Mpls::RouteKey::fromLabel(Lumo::MplsLabel(number));
     return tables.lfib(Mpls::TableId::decapLfib)->route(key).viaSetKey.value != 0;
@@ -47,13 +53,13 @@ TEST(ConfigureTables, AnotherConfigurationsLabelsTakeThePlaceOfTheFormerAllAtOnc
     AgentState& state = *made.value();
     ASSERT_TRUE(hasLabel(state.tables(), 100));
     const std::uint64_t before = state.tables().tables().generation();
-    ASSERT_TRUE(state.configureTables(config(label(200)), "test.yaml"));
+    ASSERT_TRUE(configure(state, config(label(200))));
     EXPECT_TRUE(hasLabel(state.tables(), 100)); // until the readers go over
     TestSupport::refreshWholly(state.tables());
     EXPECT_EQ(state.tables().tables().generation(), before + 1);
     EXPECT_FALSE(hasLabel(state.tables(), 100));
     EXPECT_TRUE(hasLabel(state.tables(), 200));
-    ASSERT_TRUE(state.configureTables(config(""), "test.yaml"));
+    ASSERT_TRUE(configure(state, config("")));
     TestSupport::refreshWholly(state.tables());
     EXPECT_FALSE(hasLabel(state.tables(), 200));
 }
@@ -62,13 +68,13 @@ TEST(ConfigureTables, WhatIsRefusedChangesNothing) {
     const auto made = AgentState::ofConfig(config(label(100)), "test.yaml", "configure-refused");
     AgentState& state = *made.value();
     const std::uint64_t before = state.tables().tables().generation();
-    const auto refused = state.configureTables(refusedInMidLoading(200), "test.yaml");
+    const auto refused = state.prepareTables(refusedInMidLoading(200), "test.yaml");
     ASSERT_FALSE(refused);
     EXPECT_EQ(refused.refused().what.substr(0, 35), "test.yaml:7: hardware: adjacency 10");
     TestSupport::refreshWholly(state.tables());
     EXPECT_EQ(state.tables().tables().generation(), before);
     EXPECT_TRUE(hasLabel(state.tables(), 100));
-    ASSERT_TRUE(state.configureTables(config(label(300)), "test.yaml"));
+    ASSERT_TRUE(configure(state, config(label(300))));
     TestSupport::refreshWholly(state.tables());
     EXPECT_FALSE(hasLabel(state.tables(), 100));
     EXPECT_FALSE(hasLabel(state.tables(), 200));
@@ -78,7 +84,7 @@ TEST(ConfigureTables, WhatIsRefusedChangesNothing) {
 TEST(ConfigureTables, TablesThatSomebodyElsePublishesStay) {
     TestSupport::LocalTables others;
     AgentState state(config(""), others.reader, "configure-others");
-    ASSERT_TRUE(state.configureTables(config(label(200)), "test.yaml"));
+    ASSERT_TRUE(configure(state, config(label(200))));
     TestSupport::refreshWholly(state.tables());
     EXPECT_FALSE(hasLabel(state.tables(), 200));
 }

@@ -196,7 +196,8 @@ TEST_F(FpmServer, AnAddressThatCannotBeListenedAtIsReportedWithTheReason) {
     settings.listenAt = listenAt();
     std::string said;
     try {
-        const OvixFpm::FpmServer other(publisher, settings, [](const std::string&) {});
+        const OvixFpm::FpmServer other(publisher, settings,
+                                       [](std::string_view, const std::string&) {});
     } catch (const std::system_error& error) {
         said = error.what();
     }

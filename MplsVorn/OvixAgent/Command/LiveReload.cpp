@@ -1,0 +1,134 @@
+#include "Command/LiveReload.h"
+
+#include <algorithm>
+#include <cassert>
+#include <exception>
+#include <fmt/format.h>
+#include <utility>
+
+#include "Tessel/Exceptions.h"
+
+namespace OvixAgent {
+
+namespace {
+
+/// A live run opens its interfaces once, in the order of the ports.
+Tessel::Result<void> checkSamePorts(const AgentConfig& old, const AgentConfig& config,
+                                    const RunOptions& options) {
+    const bool same = std::equal(old.ports.begin(), old.ports.end(), config.ports.begin(),
+                                 config.ports.end(), [](const auto& a, const auto& b) {
+                                     return a.name == b.name && a.kind == b.kind &&
+                                            a.mac == b.mac && a.mtu == b.mtu &&
+                                            a.parent == b.parent &&
+                                            (!a.isSubInterface() || a.tagging == b.tagging);
+                                 });
+    if (!same || old.cpuTap != config.cpuTap) {
+        return Tessel::Refused{fmt::format(
+            "{}: ports: a change of names, kinds, mac, mtu or sub-interfaces needs a restart",
+            options.config)};
+    }
+    return {};
+}
+
+} // namespace
+
+Tessel::Result<AgentConfig> liveConfig(const RunOptions& options) {
+    Tessel::Result<AgentConfig> config = loadConfig(options.config);
+    if (config) {
+        for (PortConfig& port : config.value().ports) {
+            port.routesIp = true;
+        }
+    }
+    return config;
+}
+
+void LiveReload::start() {
+    again_ = isPreparing_;
+    if (!isPreparing_) {
+        isPreparing_ = true;
+        side_.post([this] { prepared_.emplace(prepareOrRefuse()); });
+    }
+}
+
+LiveReload::Prepared LiveReload::prepareOrRefuse() const {
+    try {
+        return prepare();
+    } catch (const std::exception& failed) {
+        return Tessel::Refused{failed.what()};
+    }
+}
+
+/// The label tables come last: they are the only ones that would have to be taken back.
+LiveReload::Prepared LiveReload::prepare() const {
+    Tessel::Result<AgentConfig> newer = liveConfig(*options_);
+    if (!newer) {
+        return newer.refused();
+    }
+    if (const auto same = checkSamePorts(*config_, newer.value(), *options_); !same) {
+        return same.refused();
+    }
+    if (ends_) {
+        return Tessel::Refused{"the run has ended"};
+    }
+    auto made = std::make_unique<Made>(std::move(newer).value(), parts_.tables->ports);
+    takeSharedRoutes(*made);
+    if (const auto done = parts_.state->prepareTables(made->config, options_->config); !done) {
+        return done.refused();
+    }
+    return made;
+}
+
+/// Whatever is missed here, because others write all the time, is taken over afterwards.
+void LiveReload::takeSharedRoutes(Made& made) const {
+    constexpr int longest = 100'000; // steps
+    if (!*parts_.ipRoutes) {
+        return;
+    }
+    made.reader = parts_.state->tables().tables().another();
+    made.ipRoutes.emplace(made.reader, parts_.tables->ports, made.tables.vrfs);
+    for (int i = 0; i < longest && !ends_ && !made.ipRoutes->refresh(); ++i) {
+        try {
+            made.reader->refresh();
+        } catch (const Tessel::CorruptionDetected&) {
+            // Reported by the packet thread's reader.
+        }
+    }
+}
+
+void LiveReload::finish() {
+    if (!side_.takeDone() || !prepared_) {
+        return;
+    }
+    Prepared prepared = std::move(*prepared_);
+    prepared_.reset();
+    isPreparing_ = false;
+    if (prepared) {
+        swap(*prepared.value());
+        (*log_)("reloads", options_->config + ": reloaded");
+        side_.post([before = std::shared_ptr<Made>(std::move(prepared).value())]() mutable {
+            before.reset();
+        });
+    } else {
+        (*log_)("reloads", prepared.refused().what + "; the configuration stays as it was");
+    }
+    if (again_) {
+        start();
+    }
+}
+
+// Handles are not counted atomically: what the packet thread holds handles of goes here.
+void LiveReload::swap(Made& made) {
+    parts_.state->commitTables();
+    parts_.tables->swap(made.tables, made.config);
+    parts_.links->configure(made.config);
+    parts_.answers->configure(made.config);
+    if (made.ipRoutes) {
+        std::swap(**parts_.ipRoutes, *made.ipRoutes);
+        (*parts_.ipRoutes)->readerIs(parts_.state->tables().reader());
+        made.ipRoutes->readerIs(made.reader);
+    }
+    const Pseudowires before = std::exchange(made.tables.pseudowires, Pseudowires());
+    assert(made.tables.vrfs->references() == (made.ipRoutes ? 2 : 1));
+}
+
+} // namespace OvixAgent
