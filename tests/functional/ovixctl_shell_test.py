@@ -88,7 +88,7 @@ printf '%s\n' "${COMPREPLY[@]}"
         lfibs = ["decap", "evpn-ethernet-segment-filter", "evpn-etree-leaf-label", "pseudowire",
                  "transit"]
         for line, offered in (
-                ("ovixctl ", ["lfib", "counters", "completion"]),
+                ("ovixctl ", ["lfib", "counters", "tables", "completion"]),
                 ("ovixctl lf", ["lfib"]),
                 ("ovixctl lfib ", ["add", "del", "diff", "load", "replace", "show", "watch"]),
                 ("ovixctl --tables x --json counters ", ["clear", "show"]),
@@ -126,7 +126,7 @@ printf '%s\n' "${COMPREPLY[@]}"
         self.assertEqual(self.complete("ovixctl lfib load tab"), ["tables.yaml"])
 
     def test_every_command_that_is_offered_is_one(self):
-        for group in ("lfib", "counters"):
+        for group in ("lfib", "counters", "tables"):
             for command in self.complete(f"ovixctl {group} "):
                 self.ctl(group, command, "--help")
 

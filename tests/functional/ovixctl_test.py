@@ -94,7 +94,7 @@ class Load(OvixCtlTest):
         self.load(self.transit(_100=via("pop")))
         writer = struct.unpack_from("<Q", self.memory.read_bytes()[:64], 32)[0]
         busy = f'ovixctl: tables "{self.tables}" are being written by process {writer}\n'
-        with self.memory.open("rb") as held:
+        with self.memory.with_name(self.memory.name + ":lock").open("rb") as held:
             fcntl.flock(held, fcntl.LOCK_EX)
             for words in (("load", str(self.file)), ("add", "50", *EAST), ("replace", "50", *EAST),
                           ("del", "100")):

@@ -1,5 +1,7 @@
 """Label tables that another process publishes while the agent forwards."""
 
+import json
+import os
 import subprocess
 import threading
 import unittest
@@ -125,6 +127,37 @@ class Counters(SharedTablesTest):
         shown = self.ctl("counters", "show", "--control", str(agent.path))
         self.assertRegex(shown, r"101\s+1\s+\d+")
         agent.stop()
+
+
+class Repair(SharedTablesTest):
+    def test_a_damaged_header_is_repaired_and_what_is_lost_is_told(self):
+        self.load(PORTS + lfib(decap={100: routes(via("swap", [200]))}))
+        agent = self.start()
+        agent.send_and_wait(mpls([100]))
+        shown = self.ctl("lfib", "show")
+        with open(self.memory, "r+b") as memory:
+            memory.seek(40)  # the current generation and the horizon
+            memory.write(b"x" * 16)
+        self.assertIn("is invalid", self.ctl("lfib", "add", "50", "vrf", "red", code=1))
+        told = self.ctl("tables", "repair")
+        self.assertIn("the horizon was damaged", told)
+        self.assertIn("generation 2 is the newest that is whole", told)
+        self.assertEqual(self.ctl("lfib", "show"), shown)
+        self.assertIn("nothing was damaged", self.ctl("tables", "repair"))
+        self.assertEqual(json.loads(self.ctl("tables", "repair", "--json"))["findings"], [])
+        agent.send_and_wait(mpls([100]))  # goes on
+        agent.stop()
+
+    def test_an_agent_survives_a_file_that_is_cut_short(self):
+        self.load(PORTS + lfib(decap={100: routes(via("swap", [200])),
+                                      101: routes(via("swap", [200]))}))
+        agent = self.start()
+        agent.send_and_wait(mpls([100]))
+        os.truncate(self.memory, 0)
+        agent.send_and_wait(mpls([101]), mpls([100]))
+        result = agent.stop()
+        self.assertIn("has been cut short", result.stderr)
+        self.assertTrue(result.json["balanced"])
 
 
 class Trouble(SharedTablesTest):

@@ -1,13 +1,14 @@
 """The FPM listener, and somebody who talks to it as zebra does."""
 
 import os
-import pathlib
 import signal
 import socket
 import struct
 import subprocess
 import time
 import unittest
+
+import shared_memory
 
 FPM = os.environ.get("OVIX_FPM", "build/release/bin/ovix-fpm")
 DEADLINE = 30
@@ -46,7 +47,7 @@ class ListenerTest(unittest.TestCase):
 
     def setUp(self):
         self.tables = f"fpm-{os.getpid()}-{self.id().rsplit('.', 1)[-1][:30]}"
-        self.addCleanup(pathlib.Path(f"/dev/shm/ovix-{self.tables}").unlink, missing_ok=True)
+        self.addCleanup(shared_memory.remove, self.tables)
 
     def listen(self, *arguments: str, **streams) -> subprocess.Popen:
         self.port = free_port()

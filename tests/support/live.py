@@ -11,6 +11,7 @@ import time
 import unittest
 
 import agent
+import shared_memory
 from running_agent import CTL
 
 DEADLINE = 30
@@ -57,7 +58,7 @@ class LiveTest(unittest.TestCase):
             ip("-n", host, "link", "set", "eth0", "up")
             ip("-n", host, "route", "add", "default", "via", f"10.0.{network}.1")
         self.tables = f"live-{os.getpid()}-{self.id().rsplit('.', 1)[-1][:30]}"
-        self.addCleanup(pathlib.Path(f"/dev/shm/ovix-{self.tables}").unlink, missing_ok=True)
+        self.addCleanup(shared_memory.remove, self.tables)
         self.path = self.directory / "control.sock"
 
     def start(self, extra: str = "", kind: str = "packet") -> subprocess.Popen:

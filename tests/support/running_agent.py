@@ -13,6 +13,7 @@ import unittest
 
 import agent
 import frames as f
+import shared_memory
 
 CTL = os.environ.get("OVIX_CTL", "build/release/bin/ovixctl")
 DEADLINE = 30
@@ -111,8 +112,8 @@ class SharedTablesTest(unittest.TestCase):
         self.directory = pathlib.Path(tempfile.mkdtemp())
         self.addCleanup(shutil.rmtree, self.directory)
         self.tables = f"test-{os.getpid()}-{self.id().rsplit('.', 1)[-1][:40]}"
-        self.memory = pathlib.Path(f"/dev/shm/ovix-{self.tables}")
-        self.addCleanup(self.memory.unlink, missing_ok=True)
+        self.memory = shared_memory.path(self.tables)
+        self.addCleanup(shared_memory.remove, self.tables)
 
     def start(self, config: str = agent.PORTS) -> RunningAgent:
         running = RunningAgent(self.directory, config, self.tables)

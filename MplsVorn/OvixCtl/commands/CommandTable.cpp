@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 #include <utility>
 
+#include "Tables/TableFiles.h"
 #include "commands/Command.h"
 #include "route/RouteGrammar.h"
 #include "route/ViaWords.h"
@@ -16,6 +17,7 @@ Tessel::Result<int> deleteRoute(const Request& request);
 Tessel::Result<int> diffRoutes(const Request& request);
 Tessel::Result<int> loadRoutes(const Request& request);
 Tessel::Result<int> printBashCompletion(const Request& request);
+Tessel::Result<int> repairTables(const Request& request);
 Tessel::Result<int> replaceRoute(const Request& request);
 Tessel::Result<int> showCounters(const Request& request);
 Tessel::Result<int> showRoutes(const Request& request);
@@ -26,6 +28,7 @@ namespace {
 constexpr CommandGroup groups[]{
     {"lfib", "The label tables"},
     {"counters", "The counters of a running agent"},
+    {"tables", "The shared memory of the tables"},
     {"completion", "Shell completion"},
 };
 
@@ -165,6 +168,14 @@ line; the route is as in lfib show, of a removed route only its table and label)
      {"LABEL", "", "Only this label", 0, 1},
      R"(JSON: {"labels": [{"label", "packets", "bytes"}],
        "counters": [{"category", "module", "reason", "count"}]}; %s in a reason: for all values)"},
+    {"tables",
+     "repair",
+     "Make tables usable again whose header is damaged or whose file was cut short",
+     repairTables,
+     {},
+     R"(Prints what was damaged and what is lost. Where the newest generation is lost, the one before
+it that is whole comes back. Whoever writes the tables must have ended.
+JSON: {"tables", "generation", "findings": [TEXT]})"},
     {"completion",
      "bash",
      "Print a completion script for bash",
@@ -192,8 +203,8 @@ std::string expanded(std::string text) {
         {"@tables@", joined(tables, " ")},
         {"@table-list@", joined(tables, ", ")},
         {"@interfaces@", "$(cd /sys/class/net 2> /dev/null && compgen -G '*')"},
-        {"@present-tables@",
-         "$(cd /dev/shm 2> /dev/null && compgen -G 'ovix-*' | sed 's/^ovix-//')"},
+        {"@present-tables@", fmt::format("$(cd {} 2> /dev/null && compgen -G '*' | grep -v :lock)",
+                                         Tessel::TableFiles::directory())},
     };
     for (const auto& [name, value] : texts) {
         for (std::size_t at = 0; (at = text.find(name, at)) != std::string::npos;) {

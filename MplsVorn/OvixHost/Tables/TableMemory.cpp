@@ -6,14 +6,14 @@
 #include <fcntl.h>
 #include <new>
 #include <stdexcept>
-#include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 
+#include "Tables/MappedFiles.h"
+#include "Tables/TableFiles.h"
 #include "Tables/TableLayout.h"
-#include "Tessel/Exceptions.h"
 
 namespace Tessel {
 
@@ -24,14 +24,8 @@ namespace {
                             "tables \"" + name + "\": cannot " + what);
 }
 
-/// Who has the memory, as far as it says.
-std::string writerOf(int file) {
-    std::uint64_t process = 0;
-    const auto got =
-        pread(file, &process, sizeof process, offsetof(TableLayout::TableHeader, writer));
-    return got == sizeof process && process != 0 ? "process " + std::to_string(process)
-                                                 : std::string("another process");
-}
+/// What is reserved at a time.
+constexpr std::size_t reserveStep = std::size_t{1} << 21U;
 
 } // namespace
 
@@ -59,31 +53,59 @@ TableMemory TableMemory::ofProcess(std::size_t bytes) {
     return made;
 }
 
-TableMemory TableMemory::sharedForWriting(const std::string& name, std::size_t bytes) {
+TableMemory TableMemory::opened(const std::string& name) {
     checkName(name);
     TableMemory made;
     made.name_ = name;
-    made.file_ = shm_open(("/" + fileName(name)).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-    if (made.file_ < 0) {
-        refuse(name, "open shared memory");
-    }
-    // The system releases the lock when the process ends, however that happens.
-    if (flock(made.file_, LOCK_EX | LOCK_NB) != 0) {
-        if (errno == EWOULDBLOCK) {
-            throw TablesBusy("tables \"" + name + "\" are being written by " +
-                             writerOf(made.file_));
-        }
-        refuse(name, "lock shared memory");
-    }
+    TableFiles::Writing files = TableFiles::openForWriting(name);
+    made.file_ = std::move(files.file);
+    made.lock_ = std::move(files.lock);
+    return made;
+}
+
+std::size_t TableMemory::fileSize() const {
     struct stat found {};
-    if (fstat(made.file_, &found) != 0) {
-        refuse(name, "ask for the size of shared memory");
+    if (fstat(file_.value(), &found) != 0) {
+        refuse(name_, "ask for the size of shared memory");
     }
-    const auto size = static_cast<std::size_t>(found.st_size);
-    if (size == 0 && ftruncate(made.file_, static_cast<off_t>(bytes)) != 0) {
-        refuse(name, "make room in shared memory");
+    return static_cast<std::size_t>(found.st_size);
+}
+
+// A reader that finds a size reads what is there: the beginning has its memory before.
+void TableMemory::sizeIs(std::size_t bytes) {
+    if (fallocate(file_.value(), FALLOC_FL_KEEP_SIZE, 0,
+                  static_cast<off_t>(std::min(bytes, reserveStep))) != 0 ||
+        ftruncate(file_.value(), static_cast<off_t>(bytes)) != 0) {
+        refuse(name_, "make room in shared memory");
     }
-    made.map(size == 0 ? bytes : size, true);
+}
+
+TableMemory TableMemory::sharedForWriting(const std::string& name, std::size_t bytes) {
+    TableMemory made = opened(name);
+    if (made.fileSize() == 0) {
+        made.sizeIs(bytes);
+    } else if (made.fileSize() < TableLayout::heapBytesOffset) {
+        errno = ENODATA;
+        refuse(name, "use shared memory that has been cut short");
+    }
+    made.map(made.fileSize(), true);
+    return made;
+}
+
+TableMemory TableMemory::sharedForRepair(const std::string& name, std::size_t bytes) {
+    checkName(name);
+    TableFiles::openForReading(name); // makes none
+    TableMemory made = opened(name);
+    std::uint64_t own = 0;
+    const ssize_t got = pread(made.file_.value(), &own, sizeof own,
+                              offsetof(TableLayout::TableHeader, regionBytes));
+    const bool isSize = got == sizeof own && own % TableLayout::heapBytesOffset == 0 && own > 0 &&
+                        own <= defaultBytes;
+    const std::size_t wanted = isSize ? std::size_t{own} : bytes;
+    if (made.fileSize() != wanted) {
+        made.sizeIs(wanted);
+    }
+    made.map(wanted, true);
     return made;
 }
 
@@ -91,46 +113,52 @@ TableMemory TableMemory::sharedForReading(const std::string& name) {
     checkName(name);
     TableMemory made;
     made.name_ = name;
-    made.file_ = shm_open(("/" + fileName(name)).c_str(), O_RDONLY | O_CLOEXEC, 0);
-    if (made.file_ < 0) {
-        refuse(name, "open shared memory");
-    }
-    struct stat found {};
-    if (fstat(made.file_, &found) != 0) {
-        refuse(name, "ask for the size of shared memory");
-    }
-    if (found.st_size < static_cast<off_t>(TableLayout::heapBytesOffset)) {
+    made.file_ = TableFiles::openForReading(name);
+    const std::size_t size = made.fileSize();
+    if (size < TableLayout::heapBytesOffset) {
         errno = ENODATA;
         refuse(name, "read shared memory that has not been written yet");
     }
-    made.map(static_cast<std::size_t>(found.st_size), false);
-    close(made.file_);
-    made.file_ = -1;
+    made.map(size, false);
+    made.file_ = Posix::FileDescriptor();
     return made;
 }
 
 void TableMemory::map(std::size_t bytes, bool writing) {
-    void* memory =
-        mmap(nullptr, bytes, writing ? PROT_READ | PROT_WRITE : PROT_READ, MAP_SHARED, file_, 0);
+    void* memory = mmap(nullptr, bytes, writing ? PROT_READ | PROT_WRITE : PROT_READ, MAP_SHARED,
+                        file_.value(), 0);
     if (memory == MAP_FAILED) {
         refuse(name_, "map shared memory");
     }
     madvise(memory, bytes, MADV_HUGEPAGE);
     bytes_ = {static_cast<std::byte*>(memory), bytes};
+    MappedFiles::add(bytes_, writing);
 }
 
 bool TableMemory::remove(const std::string& name) {
     checkName(name);
-    return shm_unlink(("/" + fileName(name)).c_str()) == 0;
+    return TableFiles::remove(name);
 }
 
 TableMemory::~TableMemory() {
     if (!bytes_.empty()) {
+        MappedFiles::remove(bytes_);
         munmap(bytes_.data(), bytes_.size());
     }
-    if (file_ >= 0) {
-        close(file_);
+}
+
+bool TableMemory::wasLost() const noexcept {
+    return MappedFiles::wasLost(bytes_.data());
+}
+
+// Memory is reserved from the start on, in steps.
+std::size_t TableMemory::bytesInUse() const noexcept {
+    struct stat found {};
+    if (!file_.isOpen() || fstat(file_.value(), &found) != 0) {
+        return bytes_.size();
     }
+    constexpr std::size_t blockBytes = 512;
+    return std::min(bytes_.size(), static_cast<std::size_t>(found.st_blocks) * blockBytes);
 }
 
 // Without this, a write for which the system has no memory left would kill the process.
@@ -138,9 +166,9 @@ bool TableMemory::ensure(std::size_t bytes) noexcept {
     if (bytes <= ensured_) {
         return true;
     }
-    constexpr std::size_t step = std::size_t{1} << 21U;
-    const std::size_t upTo = std::min(bytes_.size(), (bytes + step - 1) / step * step);
-    if (bytes > upTo || posix_fallocate(file_, static_cast<off_t>(ensured_),
+    const std::size_t upTo =
+        std::min(bytes_.size(), (bytes + reserveStep - 1) / reserveStep * reserveStep);
+    if (bytes > upTo || posix_fallocate(file_.value(), static_cast<off_t>(ensured_),
                                         static_cast<off_t>(upTo - ensured_)) != 0) {
         return false;
     }

@@ -3,6 +3,9 @@
 #include <cstddef>
 #include <span>
 #include <string>
+#include <utility>
+
+#include "Posix/FileDescriptor.h"
 
 namespace Tessel {
 
@@ -17,15 +20,18 @@ class TableMemory {
     static TableMemory ofProcess(std::size_t bytes = defaultBytes);
     /// No memory.
     static TableMemory none() noexcept { return {}; }
-    /// Opens the named memory for the only writer there may be, and makes it when there is none.
-    /// Throws TablesBusy while another writer has it, std::system_error when the system refuses.
+    /// Opens the named memory for the only writer there may be, and makes it when there is none;
+    /// see TableFiles. Throws TablesBusy while another writer has it, std::system_error when the
+    /// system refuses, has no memory left, or when the files are not to be trusted.
     static TableMemory sharedForWriting(const std::string& name, std::size_t bytes = defaultBytes);
-    /// Opens the named memory for reading alone. Throws std::system_error when there is none.
+    /// Opens the named memory for reading alone. Throws std::system_error when there is none or
+    /// when it is not to be trusted.
     static TableMemory sharedForReading(const std::string& name);
+    /// The same as for writing; memory that has been cut short gets back the size that it says it
+    /// has, or else this one.
+    static TableMemory sharedForRepair(const std::string& name, std::size_t bytes = defaultBytes);
     /// Removes the name; a process that has the memory open keeps it. False when there was none.
     static bool remove(const std::string& name);
-    /// The file in /dev/shm, without its directory.
-    static std::string fileName(const std::string& name) { return "ovix-" + name; }
     /// A name is 1 to 64 letters, digits, '-', '_' and '.'; std::invalid_argument otherwise.
     static void checkName(const std::string& name);
 
@@ -39,6 +45,12 @@ class TableMemory {
     std::span<std::byte> bytes() const noexcept { return bytes_; }
     const std::string& name() const noexcept { return name_; }
 
+    /// Whether the file was cut short, or could not be read, since it was mapped: then all of the
+    /// memory has become zeros, which nobody else sees.
+    bool wasLost() const noexcept;
+    /// How much of a file there is, from the start.
+    std::size_t bytesInUse() const noexcept;
+
     /// Makes sure that the first `bytes` may be written; false when there is no memory left.
     bool ensure(std::size_t bytes) noexcept;
 
@@ -49,13 +61,18 @@ class TableMemory {
         std::swap(bytes_, other.bytes_);
         std::swap(ensured_, other.ensured_);
         std::swap(file_, other.file_);
+        std::swap(lock_, other.lock_);
     }
+    static TableMemory opened(const std::string& name);
+    void sizeIs(std::size_t bytes);
+    std::size_t fileSize() const;
     void map(std::size_t bytes, bool writing);
 
     std::string name_;
     std::span<std::byte> bytes_;
     std::size_t ensured_ = 0;
-    int file_ = -1; ///< open, and locked, as long as a writer has shared memory
+    Posix::FileDescriptor file_; ///< open as long as a writer has shared memory
+    Posix::FileDescriptor lock_; ///< likewise, and locked
 };
 
 } // namespace Tessel

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "Tables/MappedFiles.h"
 #include "Tessel/Exceptions.h"
 
 namespace Tessel {
@@ -163,6 +164,9 @@ void TableReader::refuse(std::string_view what, std::uint64_t at) const {
 }
 
 void TableReader::corrupt(std::string_view what, std::uint64_t at) const {
+    if (MappedFiles::wasLost(words_.data())) {
+        throw CorruptionDetected(name_ + ": the file has been cut short");
+    }
     throw CorruptionDetected(name_ + ": " + std::string(what) + " " + std::to_string(at) +
                              " is invalid");
 }

@@ -30,12 +30,13 @@ TableWriter::TableWriter(TableMemory memory, std::span<const TableDescription> t
     store(header().writer, static_cast<std::uint64_t>(getpid()));
 }
 
-void TableWriter::initialize(std::span<const TableDescription> tables) {
+TableHeader TableWriter::newHeader(std::span<const TableDescription> tables,
+                                   std::size_t regionBytes) {
     TableHeader made{};
     made.magic = magic;
     made.version = version;
     made.tables = static_cast<std::uint32_t>(tables.size());
-    made.regionBytes = memory_.bytes().size();
+    made.regionBytes = regionBytes;
     made.horizon = sealedHorizon(0);
     for (std::size_t i = 0; i < tables.size(); ++i) {
         std::copy(tables[i].path.begin(), tables[i].path.end(), made.names[i].path.begin());
@@ -43,6 +44,11 @@ void TableWriter::initialize(std::span<const TableDescription> tables) {
                   made.names[i].typeName.begin());
     }
     made.check = checkOf(made);
+    return made;
+}
+
+void TableWriter::initialize(std::span<const TableDescription> tables) {
+    TableHeader made = newHeader(tables, memory_.bytes().size());
     made.magic = 0;
     std::memcpy(memory_.bytes().data(), &made, sizeof made);
     changed_ = true;
@@ -92,12 +98,20 @@ void TableWriter::commit() {
     if (!changed_) {
         return;
     }
+    checkMemory();
     Root next{};
     next.generation = root_.generation + 1;
     next.committedAt = static_cast<std::uint64_t>(
         std::chrono::system_clock::now().time_since_epoch() / std::chrono::nanoseconds(1));
     next.tables = working_;
     publish(next);
+    checkMemory();
+}
+
+void TableWriter::checkMemory() const {
+    if (memory_.wasLost()) {
+        throw CorruptionDetected(name() + ": the file has been cut short");
+    }
 }
 
 void TableWriter::publish(const Root& next) {
@@ -254,7 +268,9 @@ TableRef TableWriter::recordIs(std::uint32_t unit, RecordKind kind,
 
 void TableWriter::release(TableRef record) {
     assert(record);
-    heap_.release(record.unit(), RecordHeader::of(words()[record.unit()]).units);
+    const std::uint32_t units = RecordHeader::of(words()[record.unit()]).units;
+    checkMemory(); // which reading may have shown to be lost
+    heap_.release(record.unit(), units);
     changed_ = true;
 }
 

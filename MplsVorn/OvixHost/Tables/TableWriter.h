@@ -33,13 +33,18 @@ class TableWriter {
     TableWriter(TableMemory memory, std::span<const TableDescription> tables,
                 std::chrono::milliseconds keptFor = TableHeap::keptFor);
 
+    /// The header of tables that have no generation yet.
+    static TableLayout::TableHeader newHeader(std::span<const TableDescription> tables,
+                                              std::size_t regionBytes);
+
     const std::string& name() const noexcept { return memory_.name(); }
     std::span<std::byte> memory() const noexcept { return memory_.bytes(); }
 
     /// The last committed generation.
     std::uint64_t generation() const noexcept { return root_.generation; }
     bool changed() const noexcept { return changed_; }
-    /// Makes the changes visible, all at once. Nothing happens when there are none.
+    /// Makes the changes visible, all at once. Nothing happens when there are none. Throws
+    /// CorruptionDetected when the file has been cut short.
     void commit();
     /// Undoes the changes since the last commit.
     void discard();
@@ -97,6 +102,7 @@ class TableWriter {
     void ownDirectory(std::size_t table);
     std::uint32_t page(std::size_t table, std::uint32_t key) const;
     void publish(const TableLayout::Root& root);
+    void checkMemory() const;
 
     TableMemory memory_;
     TableHeap heap_;

@@ -1,0 +1,172 @@
+#include "Tables/TableFiles.h"
+
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+#include "Tables/TableLayout.h"
+#include "Tessel/Exceptions.h"
+
+namespace Tessel {
+
+namespace {
+
+using Posix::FileDescriptor;
+
+constexpr const char* ofRoot = "/dev/shm/ovix";
+
+[[noreturn]] void refuseFiles(const std::string& name, const std::string& what, int error = errno) {
+    throw std::system_error(error, std::generic_category(), "tables \"" + name + "\": " + what);
+}
+
+std::string octal(mode_t mode) {
+    std::array<char, 8> text{};
+    std::snprintf(text.data(), text.size(), "%04o", mode & 07777U);
+    return text.data();
+}
+
+/// What is open must be of this type, belong to this user or root, and be closed to others.
+void checkTrusted(const std::string& name, const std::string& path, const FileDescriptor& open,
+                  mode_t type, mode_t forbidden) {
+    struct stat found {};
+    if (fstat(open.value(), &found) != 0) {
+        refuseFiles(name, "cannot examine " + path);
+    }
+    if ((found.st_mode & S_IFMT) != type) {
+        refuseFiles(name, path + " is no plain file", EPERM);
+    }
+    if (found.st_uid != 0 && found.st_uid != geteuid()) {
+        refuseFiles(name,
+                    path + " belongs to user " + std::to_string(found.st_uid) +
+                        ", neither to root nor to this user",
+                    EPERM);
+    }
+    if ((found.st_mode & forbidden) != 0) {
+        refuseFiles(name, path + " is open to others, with mode " + octal(found.st_mode), EPERM);
+    }
+}
+
+/// A directory of tables that may be trusted.
+class Directory {
+  public:
+    Directory(const std::string& name, std::string path, bool makes)
+        : name_(name), path_(std::move(path)) {
+        constexpr int how = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+        open_ = FileDescriptor(::open(path_.c_str(), how));
+        if (!open_.isOpen() && errno == ENOENT && makes) {
+            const bool isNew = mkdir(path_.c_str(), 0750) == 0;
+            open_ = FileDescriptor(::open(path_.c_str(), how));
+            if (isNew && open_.isOpen()) {
+                fchmod(open_.value(), 02750); // files get the group of the directory
+            }
+        }
+        if (!open_.isOpen()) {
+            refuseFiles(name_, "cannot open " + path_);
+        }
+        checkTrusted(name_, path_, open_, S_IFDIR, S_IWGRP | S_IRWXO);
+    }
+
+    int value() const noexcept { return open_.value(); }
+
+    FileDescriptor file(const std::string& file, int how, mode_t mode, mode_t forbidden) const {
+        const std::string path = path_ + "/" + file;
+        FileDescriptor opened(
+            openat(value(), file.c_str(), how | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK, mode));
+        if (!opened.isOpen()) {
+            refuseFiles(name_, "cannot open " + path);
+        }
+        checkTrusted(name_, path, opened, S_IFREG, forbidden);
+        return opened;
+    }
+    FileDescriptor tables(int how) const { return file(name_, how, 0640, S_IWGRP | S_IRWXO); }
+
+    /// Whether the name still is that of the open file.
+    bool has(const std::string& file, const FileDescriptor& opened) const {
+        struct stat named {};
+        struct stat found {};
+        return fstatat(value(), file.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+               fstat(opened.value(), &found) == 0 && named.st_ino == found.st_ino;
+    }
+
+  private:
+    std::string name_;
+    std::string path_;
+    FileDescriptor open_;
+};
+
+std::string lockOf(const std::string& name) {
+    return name + ":lock"; // no tables have such a name
+}
+
+/// Who has the tables, as far as they say.
+std::string writerOf(const Directory& directory, const std::string& name) {
+    std::uint64_t process = 0;
+    const FileDescriptor file(openat(directory.value(), name.c_str(), O_RDONLY | O_CLOEXEC));
+    const auto got =
+        pread(file.value(), &process, sizeof process, offsetof(TableLayout::TableHeader, writer));
+    return got == sizeof process && process != 0 ? "process " + std::to_string(process)
+                                                 : std::string("another process");
+}
+
+// The lock is of the file that has the name: it may have been removed before it was locked.
+FileDescriptor lockIn(const Directory& directory, const std::string& name) {
+    for (;;) {
+        FileDescriptor lock =
+            directory.file(lockOf(name), O_RDWR | O_CREAT, 0600, S_IRWXG | S_IRWXO);
+        // The system releases the lock when the process ends, however that happens.
+        if (flock(lock.value(), LOCK_EX | LOCK_NB) != 0) {
+            if (errno == EWOULDBLOCK) {
+                throw TablesBusy("tables \"" + name + "\" are being written by " +
+                                 writerOf(directory, name));
+            }
+            refuseFiles(name, "cannot lock shared memory");
+        }
+        if (directory.has(lockOf(name), lock)) {
+            return lock;
+        }
+    }
+}
+
+} // namespace
+
+std::string TableFiles::directory() {
+    if (const char* chosen = secure_getenv("OVIX_TABLES_DIR");
+        chosen != nullptr && *chosen != '\0') {
+        return chosen;
+    }
+    return geteuid() == 0 ? ofRoot : ofRoot + ("-" + std::to_string(geteuid()));
+}
+
+FileDescriptor TableFiles::openForReading(const std::string& name) {
+    try {
+        return Directory(name, directory(), false).tables(O_RDONLY);
+    } catch (const std::system_error& absent) {
+        if (absent.code() != std::errc::no_such_file_or_directory || directory() == ofRoot) {
+            throw;
+        }
+    }
+    return Directory(name, ofRoot, false).tables(O_RDONLY);
+}
+
+TableFiles::Writing TableFiles::openForWriting(const std::string& name) {
+    const Directory directory(name, TableFiles::directory(), true);
+    FileDescriptor locked = lockIn(directory, name);
+    return {directory.tables(O_RDWR | O_CREAT), std::move(locked)};
+}
+
+bool TableFiles::remove(const std::string& name) {
+    const std::string path = directory() + "/" + name;
+    unlink((directory() + "/" + lockOf(name)).c_str());
+    return unlink(path.c_str()) == 0;
+}
+
+} // namespace Tessel

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <string>
+
+#include "Posix/FileDescriptor.h"
+
+namespace Tessel {
+
+/// The files of shared tables, in a directory that only its owner may write and only its group may
+/// enter: NAME holds the tables, and NAME:lock is what their writer has locked, which readers
+/// cannot open. Who trusts them trusts the owners of both: that is this user or root, else they are
+/// refused; as they are when others could have written them, or when they are no plain files.
+/// Refusals are std::system_error, whose text names the tables, and the file with what is wrong.
+namespace TableFiles {
+
+/// That of $OVIX_TABLES_DIR; else /dev/shm/ovix for root, and /dev/shm/ovix-UID for other users.
+std::string directory();
+
+/// Those of the directory; of another user than root, who has none of that name, those of root.
+Posix::FileDescriptor openForReading(const std::string& name);
+
+struct Writing {
+    Posix::FileDescriptor file;
+    Posix::FileDescriptor lock; ///< locked as long as it is open
+};
+/// Makes what is missing. Throws TablesBusy while another process has the lock.
+Writing openForWriting(const std::string& name);
+
+/// Removes both files; false when there were no tables. Who has them open keeps them.
+bool remove(const std::string& name);
+
+} // namespace TableFiles
+
+} // namespace Tessel
