@@ -5,6 +5,7 @@
 #include <exception>
 #include <sys/signalfd.h>
 #include <utility>
+#include <vector>
 
 #include "Log/Log.h"
 #include "publishing/FpmServer.h"
@@ -14,6 +15,7 @@ namespace {
 struct Options {
     std::string tables = "ovix";
     std::string listen = "127.0.0.1:2620";
+    std::vector<std::string> peers{"frr"};
     double sweepAfter = 30; ///< routing daemons reconnect to a restarted zebra within some 10 s
     bool verbose = false;
 };
@@ -31,6 +33,14 @@ OvixFpm::FpmServer::Settings settingsOf(const Options& options) {
     OvixFpm::FpmServer::Settings settings;
     settings.listenAt =
         valueOrInvalid(OvixFpm::ListenAddress::fromText(options.listen), "--listen");
+    if (options.peers != Options().peers) {
+        settings.peers = valueOrInvalid(OvixFpm::AllowedPeers::fromNames(options.peers), "--peer");
+    }
+    if (!settings.listenAt.isLoopback() && !settings.peers.areAll()) {
+        throw CLI::ValidationError("--listen", options.listen +
+                                                   " can be reached from other hosts, whose users "
+                                                   "cannot be checked; --peer any allows that");
+    }
     settings.sweepAfter = valueOrInvalid(OvixFpm::sweepTime(options.sweepAfter), "--sweep-after");
     settings.isVerbose = options.verbose;
     return settings;
@@ -74,6 +84,11 @@ int main(int argc, char** argv) {
                    "Where zebra connects to; an IPv6 address is written in []")
         ->capture_default_str()
         ->type_name("ADDRESS:PORT");
+    app.add_option("--peer", options.peers,
+                   "A user whose processes may connect beside those of root and of the listener's "
+                   "own user; any for everybody")
+        ->capture_default_str()
+        ->type_name("USER");
     app.add_option(
            "--sweep-after", options.sweepAfter,
            "Remove the routes that zebra has not announced again since it connected, once it "

@@ -78,6 +78,10 @@ void FpmServer::accept() {
     if (!accepted.isOpen()) {
         return;
     }
+    if (const auto why = settings_.peers.refusal(accepted)) {
+        log_("strangers", "a connection is closed: " + *why);
+        return;
+    }
     if (connection_.isOpen()) {
         waiting_.add(std::move(accepted));
     } else {

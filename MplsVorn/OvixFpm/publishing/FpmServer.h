@@ -5,6 +5,7 @@
 #include <string>
 
 #include "decoding/FpmDecoder.h"
+#include "publishing/AllowedPeers.h"
 #include "publishing/ListenAddress.h"
 #include "publishing/RoutePublisher.h"
 #include "publishing/WaitingConnections.h"
@@ -15,16 +16,17 @@ namespace OvixFpm {
 /// from 0 to 3600.
 Tessel::Result<std::chrono::milliseconds> sweepTime(double seconds);
 
-/// Listens for zebra and publishes its routes: one connection at a time. A new one replaces the old
-/// once a whole frame has come from it. Routes outlive the connection; those that the next one has
-/// not announced again, by the time it has been quiet for a while, are removed. A connection
-/// without any route removes nothing.
+/// Listens for zebra and publishes its routes: one connection at a time, of allowed peers alone. A
+/// new one replaces the old once a whole frame has come from it. Routes outlive the connection;
+/// those that the next one has not announced again, by the time it has been quiet for a while, are
+/// removed. A connection without any route removes nothing.
 class FpmServer {
   public:
     using Clock = std::chrono::steady_clock;
 
     struct Settings {
         ListenAddress listenAt;
+        AllowedPeers peers;
         std::chrono::milliseconds sweepAfter{30000}; ///< of quiet after a route
         bool isVerbose = false;                      ///< logs every change
     };

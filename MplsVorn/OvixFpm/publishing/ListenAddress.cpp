@@ -49,6 +49,11 @@ Tessel::Result<ListenAddress> ListenAddress::fromText(const std::string& text) {
     return ListenAddress(address, port);
 }
 
+bool ListenAddress::isLoopback() const noexcept {
+    return address_.family() == Lumo::IpFamily::ipv6 ? address_.text() == "::1"
+                                                     : address_.bytes()[0] == loopback[0];
+}
+
 std::string ListenAddress::text() const {
     const bool isIpv6 = address_.family() == Lumo::IpFamily::ipv6;
     return (isIpv6 ? '[' + address_.text() + ']' : address_.text()) + ':' + std::to_string(port_);

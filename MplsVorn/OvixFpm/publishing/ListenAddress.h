@@ -18,6 +18,9 @@ class ListenAddress {
     /// From "127.0.0.1:2620" or "[::1]:2620". Refuses anything else; names are not looked up.
     static Tessel::Result<ListenAddress> fromText(const std::string& text);
 
+    /// Whether only this host can connect to it.
+    bool isLoopback() const noexcept;
+
     /// In the form that fromText() takes.
     std::string text() const;
 
