@@ -30,6 +30,11 @@ class LinkMonitor {
     /// Whether everything requested has been received.
     bool isComplete() const noexcept { return requested_ == Request::nothing; }
 
+    /// Null when no interface has the name. Valid until the next receive().
+    const LinkState* linkNamed(const std::string& name) const noexcept {
+        return table_.linkNamed(name);
+    }
+
     /// Makes the kernel resolve or confirm the neighbour's MAC; the result is reported as an event.
     /// False when the request could not be sent.
     ///

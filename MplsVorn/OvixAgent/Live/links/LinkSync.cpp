@@ -38,11 +38,23 @@ LinkEvents LinkSync::events() {
 void LinkSync::linkIs(const LinkState& link) {
     for (PortIndex i = 0; i < ofPort_.size(); ++i) {
         const PortIndex parent = ofPort_[i].parent;
-        if (forwarding_->ports.ports()[i].name == link.name) {
+        if (isOf(i, link)) {
             takeOver(i, link);
-        } else if (parent != noPort && forwarding_->ports.ports()[parent].name == link.name) {
+        } else if (parent != noPort && isOf(parent, link)) {
             takeOverFromParent(i, link);
         }
+    }
+}
+
+bool LinkSync::isOf(PortIndex port, const LinkState& link) const {
+    const std::uint32_t own = ofPort_[port].link;
+    return own != 0 ? own == link.index : forwarding_->ports.ports()[port].name == link.name;
+}
+
+/// An interface may have got the name of the port while it still had another one.
+void LinkSync::findAnother(PortIndex port) {
+    if (const LinkState* link = monitor_.linkNamed(forwarding_->ports.ports()[port].name)) {
+        linkIs(LinkState(*link));
     }
 }
 
@@ -85,6 +97,7 @@ void LinkSync::linkDel(const LinkState& link) {
     ofPort_[*port].link = 0;
     if (ofPort_[*port].parent != noPort) {
         upIs(*port, ofPort_[*port].isParentUp);
+        findAnother(*port);
         return;
     }
     upIs(*port, false);
@@ -94,6 +107,7 @@ void LinkSync::linkDel(const LinkState& link) {
             upIs(i, false);
         }
     }
+    findAnother(*port);
 }
 
 void LinkSync::upIs(PortIndex index, bool up) {

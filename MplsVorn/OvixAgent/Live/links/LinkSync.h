@@ -14,7 +14,8 @@ namespace OvixAgent {
 /// Keeps the ports, the interface status for plugins and the neighbours in sync with the kernel,
 /// and makes the kernel resolve the neighbours that frames need. A VLAN sub-interface is up while
 /// its parent is; when the kernel has a VLAN device of its name, that one gives its MAC, MTU and
-/// neighbours, and has to be up, too.
+/// neighbours, and has to be up, too. The interface of a port is found by its name, and then
+/// followed by its index, whatever it is renamed to, until it is removed.
 class LinkSync {
   public:
     using Clock = std::chrono::steady_clock;
@@ -50,6 +51,8 @@ class LinkSync {
     void takeOver(PortIndex port, const LinkState& link);
     void takeOverFromParent(PortIndex port, const LinkState& link);
     void linkDel(const LinkState& link);
+    bool isOf(PortIndex port, const LinkState& link) const;
+    void findAnother(PortIndex port);
     void neighbourIs(const NeighbourState& neighbour);
     void neighbourDel(const NeighbourState& neighbour);
     std::optional<PortIndex> portOf(std::uint32_t link) const;

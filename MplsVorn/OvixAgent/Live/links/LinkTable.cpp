@@ -1,5 +1,6 @@
 #include "Live/links/LinkTable.h"
 
+#include <algorithm>
 #include <iterator>
 
 namespace OvixAgent {
@@ -41,6 +42,13 @@ void LinkTable::linkIs(const LinkState& link) {
 
 void LinkTable::linkDel(std::uint32_t index) {
     del(links_, index, events_.linkDel);
+}
+
+const LinkState* LinkTable::linkNamed(const std::string& name) const noexcept {
+    const auto found = std::find_if(links_.begin(), links_.end(), [&](const auto& entry) {
+        return entry.second.value.name == name;
+    });
+    return found != links_.end() ? &found->second.value : nullptr;
 }
 
 void LinkTable::neighbourIs(const NeighbourState& neighbour) {

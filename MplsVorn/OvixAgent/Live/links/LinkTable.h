@@ -28,6 +28,9 @@ class LinkTable {
     void neighbourIs(const NeighbourState& neighbour);
     void neighbourDel(const NeighbourState& neighbour);
 
+    /// Null when no link has the name. Valid until the next change.
+    const LinkState* linkNamed(const std::string& name) const noexcept;
+
     /// Values reported from now on are confirmed.
     void startConfirming() noexcept { ++round_; }
     /// Deletes all others.

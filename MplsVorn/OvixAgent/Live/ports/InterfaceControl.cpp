@@ -90,6 +90,12 @@ bool isInterface(const std::string& name) noexcept {
     return name == request.ifr_name && isDone(SIOCGIFINDEX, request);
 }
 
+std::string nameOfInterface(unsigned int index, const std::string& portName) {
+    ifreq request{};
+    request.ifr_ifindex = static_cast<int>(index);
+    return index != 0 && isDone(SIOCGIFNAME, request) ? request.ifr_name : portName;
+}
+
 bool countSocketFailure(unsigned int index, LiveCounts& counts) noexcept {
     const bool exists = isInterface(index);
     counts.add(exists ? LiveEvent::linkDown : LiveEvent::interfaceGone);

@@ -21,6 +21,10 @@ std::uint32_t receiveQueuesOfInterface(const std::string& name);
 bool isInterface(unsigned int index) noexcept;
 bool isInterface(const std::string& name) noexcept;
 
+/// What the interface of a port is called now: it is known by its index since the port was open,
+/// and may have been renamed. The port's name when no interface has the index.
+std::string nameOfInterface(unsigned int index, const std::string& portName);
+
 /// After a socket of the interface has failed: counts linkDown or interfaceGone, and returns
 /// whether the interface exists. The kernel reports "network is down" both for a link that is down,
 /// from which the socket recovers, and for a removed interface, from which it does not.

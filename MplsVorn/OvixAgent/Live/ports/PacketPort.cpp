@@ -26,7 +26,7 @@ PacketPort::PacketPort(PortIndex index, std::string interfaceName, PacketIntake 
 bool PacketPort::reopen() {
     shut({});
     try {
-        interfaceIndex_ = indexOfInterface(name_);
+        interfaceIndex_ = indexOfInterface(nameOfInterface(interfaceIndex_, name_));
         ring_.emplace(interfaceIndex_, intake_);
         openSender();
     } catch (const std::system_error& refused) {

@@ -36,22 +36,23 @@ bool XdpPort::reopen() {
 }
 
 void XdpPort::open() {
-    interfaceIndex_ = indexOfInterface(name_);
-    const std::uint32_t mtu = mtuOfInterface(name_);
+    const std::string name = nameOfInterface(interfaceIndex_, name_);
+    interfaceIndex_ = indexOfInterface(name);
+    const std::uint32_t mtu = mtuOfInterface(name);
     constexpr std::uint32_t maxMtu = XdpSocket::maxFrame - linkHeader;
     if (mtu > maxMtu) {
         throw std::runtime_error("an MTU of " + std::to_string(mtu) + " is more than " +
                                  std::to_string(maxMtu) + ", the largest for AF_XDP");
     }
-    const std::uint32_t queues = receiveQueuesOfInterface(name_);
+    const std::uint32_t queues = receiveQueuesOfInterface(name);
     if (queues > 1) {
         throw std::runtime_error("has " + std::to_string(queues) +
                                  " receive queues; AF_XDP supports one");
     }
-    socket_ = std::make_unique<XdpSocket>(name_);
+    socket_ = std::make_unique<XdpSocket>(name);
     dropsCounted_ = 0;
     program_ =
-        std::make_unique<XdpProgram>(interfaceIndex_, macOfInterface(name_), socket_->descriptor());
+        std::make_unique<XdpProgram>(interfaceIndex_, macOfInterface(name), socket_->descriptor());
 }
 
 void XdpPort::shut(std::string problem) {

@@ -1,0 +1,107 @@
+#include "Live/links/LinkSync.h"
+
+#include "ConfigTesting.h"
+#include "Live/ports/PacketPort.h"
+#include "LiveTesting.h"
+
+namespace LinkSyncTest {
+
+namespace {
+
+using namespace OvixAgent;
+using namespace OvixAgent::Testing;
+using TestSupport::ip;
+
+/// Port "left", whose interface is one end of a link, and its sub-interface of VLAN 10.
+class LinkSyncTest : public TestSupport::OwnNetwork {
+  protected:
+    void SetUp() override {
+        OwnNetwork::SetUp();
+        if (IsSkipped()) {
+            return;
+        }
+        config = configOf(R"(
+ports:
+  - {name: left, kind: packet}
+  - {name: vlan, parent: left, vlan: 10}
+)",
+                          "test.yaml");
+        tables.emplace(config);
+        ports.emplace(config, tables->ports);
+        links.emplace(config, *tables, interfaces, *ports);
+        EXPECT_TRUE(soon([&] { return links->isComplete() && isUp(0); }));
+    }
+
+    bool isUp(PortIndex port) const {
+        const Port& of = tables->ports.ports()[port];
+        EXPECT_EQ(interfaces->operUp(of.intfId), of.isUp);
+        return of.isUp;
+    }
+    bool soon(const std::function<bool()>& isSo) {
+        return TestSupport::pollUntil([&] { return links->descriptor(); },
+                                      [&] { links->receive(); }, isSo);
+    }
+    /// Whether a frame that the other end sends comes in at port "left".
+    bool receives() {
+        using namespace LiveTesting;
+        PacketPort right(9, "right", PacketIntake::labelledAndIp);
+        const Bytes sent = toLeft({0x8847}, 7);
+        send(right, sent);
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+        bool isThere = false;
+        while (!isThere && std::chrono::steady_clock::now() < end) {
+            ports->port(0).receive(each([&](const Frame& frame) {
+                                       isThere = isThere || Bytes(frame.bytes.begin(),
+                                                                  frame.bytes.end()) == sent;
+                                   }),
+                                   100);
+        }
+        return isThere;
+    }
+
+    AgentConfig config;
+    std::optional<ForwardingTables> tables;
+    std::optional<LivePorts> ports;
+    Ptr<Interface::EthIntfStatusDir> interfaces = Tessel::make<Interface::EthIntfStatusDir>();
+    std::optional<LinkSync> links;
+};
+
+} // namespace
+
+TEST_F(LinkSyncTest, ARenamedInterfaceIsFollowedByItsIndex) {
+    ip("link set left down");
+    ASSERT_TRUE(soon([&] { return !isUp(0) && !isUp(1); }));
+    ip("link set left name other");
+    ip("link set other up");
+    ASSERT_TRUE(soon([&] { return isUp(0) && isUp(1); }));
+    EXPECT_TRUE(receives());
+    EXPECT_TRUE(ports->port(0).reopen());
+    EXPECT_TRUE(receives());
+    ip("link set other down"); // as for backups to take over
+    EXPECT_TRUE(soon([&] { return !isUp(0) && !isUp(1); }));
+}
+
+TEST_F(LinkSyncTest, AnotherInterfaceOfTheNameTakesOverWhenTheFirstHasGone) {
+    ip("link set left down");
+    ip("link set left name other");
+    ip("link set other up");
+    TestSupport::addLinkPair({"left", "02:00:00:00:00:0a"}, {"far", "02:00:00:00:00:0b"});
+    ip("link set left mtu 1400");
+    ip("link set other mtu 1450");
+    ASSERT_TRUE(soon([&] { return isUp(0) && tables->ports.ports()[0].mtu == 1450; }));
+    EXPECT_TRUE(receives());
+    ip("link del other");
+    ASSERT_TRUE(soon([&] { return tables->ports.ports()[0].mtu == 1400; }));
+    EXPECT_TRUE(isUp(0));
+    EXPECT_EQ(tables->ports.ports()[0].mac, (Lumo::EthAddr{2, 0, 0, 0, 0, 10}));
+}
+
+TEST_F(LinkSyncTest, AnInterfaceThatIsRemovedAndMadeAgainComesBack) {
+    ip("link del left");
+    ASSERT_TRUE(soon([&] { return !isUp(0) && !isUp(1); }));
+    addLinks();
+    EXPECT_TRUE(soon([&] { return isUp(0) && isUp(1); }));
+    EXPECT_TRUE(receives());
+}
+
+} // namespace LinkSyncTest
