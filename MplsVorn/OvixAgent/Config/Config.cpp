@@ -30,6 +30,9 @@ Tessel::Result<std::string> readFile(const std::string& path) {
     std::array<char, 65536> block{};
     while (const std::size_t size = std::fread(block.data(), 1, block.size(), file.get())) {
         text.append(block.data(), size);
+        if (text.size() > ConfigLimit::bytes) {
+            return text; // is refused, however much more there is
+        }
     }
     if (std::ferror(file.get()) != 0) {
         return Tessel::Refused{path + ": cannot be read: " + std::strerror(errno)};

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <fmt/format.h>
-#include <limits>
 #include <sstream>
 #include <utility>
 #include <yaml-cpp/eventhandler.h>
@@ -22,6 +21,28 @@ std::string onOneLine(std::string text) {
     const auto isControl = [](char c) { return static_cast<unsigned char>(c) < 0x20; };
     std::replace_if(text.begin(), text.end(), isControl, '?');
     return text;
+}
+
+bool endsWord(char c) {
+    constexpr std::string_view ends = " \t\r\n,:[]{}\"'#";
+    return ends.find(c) != std::string_view::npos;
+}
+
+/// The parser takes long for very long words, so they are refused before it sees them.
+void checkSizes(const std::string& text, const std::string& file) {
+    if (text.size() > ConfigLimit::bytes) {
+        throw ConfigError(
+            fmt::format("{}: a configuration has at most {} bytes", file, ConfigLimit::bytes));
+    }
+    for (auto word = text.begin(); word != text.end();) {
+        const auto end = std::find_if(word, text.end(), endsWord);
+        if (static_cast<std::size_t>(end - word) > ConfigLimit::wordBytes) {
+            throw ConfigError(fmt::format("{}:{}: a word of {} bytes; it has at most {}", file,
+                                          1 + std::count(text.begin(), word, '\n'), end - word,
+                                          ConfigLimit::wordBytes));
+        }
+        word = end != text.end() ? end + 1 : end;
+    }
 }
 
 } // namespace
@@ -55,6 +76,7 @@ class ConfigDocument::Builder : public YAML::EventHandler {
             }
         }
         waiting_.push_back(target);
+        count(mark, anchoredValues_.at(anchor));
     }
     void OnScalar(const YAML::Mark& mark, const std::string& /*tag*/, YAML::anchor_t anchor,
                   const std::string& value) override {
@@ -82,20 +104,22 @@ class ConfigDocument::Builder : public YAML::EventHandler {
     struct Open {
         NodeId node;
         std::size_t firstWaiting;
+        YAML::anchor_t anchor;
+        std::uint64_t valuesBefore;
     };
 
-    [[noreturn]] void fail(const YAML::Mark& mark, const char* what) const {
+    [[noreturn]] void fail(const YAML::Mark& mark, std::string_view what) const {
         throw ConfigError(fmt::format("{}:{}: {}", document_.file_, lineOf(mark), what));
     }
 
     Node& add(const YAML::Mark& mark, YAML::anchor_t anchor, Kind kind) {
-        if (document_.nodes_.size() == std::numeric_limits<NodeId>::max()) {
-            fail(mark, "the file is too large");
-        }
+        count(mark, 1);
         const auto id = static_cast<NodeId>(document_.nodes_.size());
         if (anchor != 0) {
             anchors_.resize(std::max<std::size_t>(anchors_.size(), anchor + 1));
             anchors_[anchor] = id;
+            anchoredValues_.resize(anchors_.size());
+            anchoredValues_[anchor] = 1;
         }
         waiting_.push_back(id);
         Node& node = document_.nodes_.emplace_back();
@@ -105,17 +129,29 @@ class ConfigDocument::Builder : public YAML::EventHandler {
     }
     void begin(const YAML::Mark& mark, YAML::anchor_t anchor, Kind kind) {
         add(mark, anchor, kind);
-        open_.push_back({waiting_.back(), waiting_.size()});
+        open_.push_back({waiting_.back(), waiting_.size(), anchor, values_ - 1});
     }
     void end(std::size_t nodesPerEntry) {
         const Open open = open_.back();
         open_.pop_back();
+        if (open.anchor != 0) {
+            anchoredValues_[open.anchor] = values_ - open.valuesBefore;
+        }
         const auto from = waiting_.begin() + static_cast<std::ptrdiff_t>(open.firstWaiting);
         Node& node = document_.nodes_[open.node];
         node.first = document_.children_.size();
         node.count = (waiting_.size() - open.firstWaiting) / nodesPerEntry;
         document_.children_.insert(document_.children_.end(), from, waiting_.end());
         waiting_.erase(from, waiting_.end());
+    }
+
+    void count(const YAML::Mark& mark, std::uint64_t values) {
+        values_ += values;
+        if (values_ > ConfigLimit::values) {
+            fail(mark, fmt::format("a configuration has at most {} values, those behind an alias "
+                                   "counted each time",
+                                   ConfigLimit::values));
+        }
     }
 
     /// The parser reports a null at the place of what follows it.
@@ -129,7 +165,9 @@ class ConfigDocument::Builder : public YAML::EventHandler {
     }
 
     ConfigDocument& document_;
-    std::vector<NodeId> anchors_; ///< by the parser's number, which counts from 1
+    std::vector<NodeId> anchors_;               ///< by the parser's number, which counts from 1
+    std::vector<std::uint64_t> anchoredValues_; ///< likewise: of the node with all beneath it
+    std::uint64_t values_ = 0;                  ///< so far
     std::vector<NodeId> waiting_;
     std::vector<Open> open_;
     std::size_t documents_ = 0;
@@ -137,6 +175,7 @@ class ConfigDocument::Builder : public YAML::EventHandler {
 
 ConfigDocument ConfigDocument::parse(const std::string& text, std::string file) {
     ConfigDocument document;
+    checkSizes(text, file);
     document.file_ = std::move(file);
     Builder builder(document);
     // The parser accepts a quoted text without its closing quote when a line break comes last.

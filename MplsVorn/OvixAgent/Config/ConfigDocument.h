@@ -17,6 +17,15 @@ class ConfigError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+/// What bounds the time and the memory that reading a configuration takes: room for a million
+/// routes. What exceeds them is refused.
+namespace ConfigLimit {
+inline constexpr std::size_t bytes = std::size_t{100} << 20U;
+inline constexpr std::uint64_t values = 16'000'000; ///< keys, values, lists and maps; behind an
+                                                    ///< alias they count each time
+inline constexpr std::size_t wordBytes = 65536;     ///< without a space or punctuation
+} // namespace ConfigLimit
+
 /// A YAML document as a compact, immutable tree that knows every node's line. Anchors and aliases
 /// are resolved: an alias is the anchored node itself, so a node may have several parents, but
 /// never itself as a descendant.
@@ -25,8 +34,8 @@ class ConfigDocument {
     enum class Kind : std::uint8_t { null, scalar, list, map };
     using NodeId = std::uint32_t;
 
-    /// Throws ConfigError for text that is not one YAML document. Empty text is a null document.
-    /// `file` names the text in errors.
+    /// Throws ConfigError for text that is not one YAML document or exceeds a limit. Empty text is
+    /// a null document. `file` names the text in errors.
     static ConfigDocument parse(const std::string& text, std::string file);
 
     const std::string& file() const noexcept { return file_; }

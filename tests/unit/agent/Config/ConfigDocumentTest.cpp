@@ -1,5 +1,6 @@
 #include "Config/ConfigDocument.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include "ConfigTesting.h"
@@ -85,6 +86,40 @@ TEST(ConfigDocument, AliasesThatMultiplyCostNothing) {
 TEST(ConfigDocument, BytesThatAreNoTextAreRefused) {
     EXPECT_NE(errorOf(std::string("\0\xff\xfe\x01", 4)), "");
     EXPECT_NE(errorOf(std::string(1000, '\0')), "");
+}
+
+TEST(ConfigDocument, AliasesOfAliasesAreRefusedBeforeTheyAreFollowed) {
+    std::string text = "a: &a [1, 1, 1, 1, 1, 1, 1, 1, 1, 1]\n";
+    for (char name = 'b'; name <= 'j'; ++name) {
+        const std::string ten = fmt::format("{0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}",
+                                            std::string("*") + static_cast<char>(name - 1));
+        text += fmt::format("{0}: &{0} [{1}]\n", name, ten);
+    }
+    EXPECT_EQ(errorOf(text), "t.yaml:8: a configuration has at most 16000000 values, those behind "
+                             "an alias counted each time");
+}
+
+TEST(ConfigDocument, AListThatManyRoutesShareIsCountedForEach) {
+    std::string vias;
+    for (int i = 0; i < 100; ++i) {
+        vias += "{interface: eth1, nexthop: 10.0.0.1, action: pop},";
+    }
+    std::string text = twoPorts + "lfib:\n  decap:\n    - {label: 16, vias: &v [" + vias + "]}\n";
+    for (int i = 0; i < 60'000; ++i) {
+        text += fmt::format("    - {{label: {}, vias: *v}}\n", 17 + i);
+    }
+    EXPECT_NE(errorOf(text).find("at most 16000000 values"), std::string::npos);
+}
+
+TEST(ConfigDocument, VeryLongWordsAndFilesAreRefusedUnread) {
+    const std::string word(ConfigLimit::wordBytes, 'x');
+    EXPECT_EQ(errorOf("a: 1\nb: " + word + "x\n"),
+              "t.yaml:2: a word of 65537 bytes; it has at most 65536");
+    EXPECT_EQ(errorOf("b: " + word + "\n").find("t.yaml:1: a word"), std::string::npos);
+    EXPECT_EQ(errorOf(std::string(50'000'000, 'x') + ": 1\n"),
+              "t.yaml:1: a word of 50000000 bytes; it has at most 65536");
+    EXPECT_EQ(errorOf(std::string(ConfigLimit::bytes + 1, '\n')),
+              "t.yaml: a configuration has at most 104857600 bytes");
 }
 
 } // namespace ConfigDocumentTest
