@@ -116,7 +116,7 @@ void LiveReload::finish() {
     }
 }
 
-// Handles are not counted atomically: what the packet thread holds handles of goes here.
+// Handles are not counted atomically: nothing that is given back has one in the packet thread.
 void LiveReload::swap(Made& made) {
     parts_.state->commitTables();
     parts_.tables->swap(made.tables, made.config);
@@ -127,7 +127,6 @@ void LiveReload::swap(Made& made) {
         (*parts_.ipRoutes)->readerIs(parts_.state->tables().reader());
         made.ipRoutes->readerIs(made.reader);
     }
-    const Pseudowires before = std::exchange(made.tables.pseudowires, Pseudowires());
     assert(made.tables.vrfs->references() == (made.ipRoutes ? 2 : 1));
 }
 

@@ -18,7 +18,7 @@ namespace OvixAgent {
 struct ConfiguredTables {
     /// Of the ports only their ids are read.
     ConfiguredTables(const AgentConfig& config, const PortTable& ports)
-        : neighbours(config), fecs(config.fecs), pseudowires(config),
+        : neighbours(config), fecs(config.fecs),
           vrfs(Tessel::make<VrfRoot>(config, ports, neighbours)) {}
     ConfiguredTables(const ConfiguredTables&) = delete;
     ConfiguredTables& operator=(const ConfiguredTables&) = delete;
@@ -26,7 +26,6 @@ struct ConfiguredTables {
 
     Neighbours neighbours;
     FecTable fecs;
-    Pseudowires pseudowires;
     Ptr<VrfRoot> vrfs;
 };
 
@@ -46,10 +45,11 @@ struct ForwardingTables {
         swap(made, config);
     }
     /// The same with what has been made of the configuration; what was there before is given back.
+    /// Pseudowires are made here: packets and decisions hold handles of their next hops.
     void swap(ConfiguredTables& made, const AgentConfig& config) {
         neighbours.configuredAre(made.neighbours);
         std::swap(fecs, made.fecs);
-        std::swap(pseudowires, made.pseudowires);
+        pseudowires = Pseudowires(config);
         vrfs.swap(made.vrfs);
         ports.configure(config.ports);
         ++configured;

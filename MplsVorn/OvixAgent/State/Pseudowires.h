@@ -23,7 +23,6 @@ struct Pseudowire {
 /// The pseudowires by attachment circuit.
 class Pseudowires {
   public:
-    Pseudowires() = default;
     explicit Pseudowires(const AgentConfig& config);
 
     /// The pseudowire of a port; null when the port is not an attachment circuit.
@@ -47,7 +46,7 @@ class Pseudowires {
 
     std::vector<Pseudowire> pseudowires_;
     std::vector<std::size_t> byPort_;
-    bool mplsRouting_ = true;
+    bool mplsRouting_;
 };
 
 } // namespace OvixAgent
