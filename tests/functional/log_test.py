@@ -9,6 +9,7 @@ import unittest
 
 import agent
 import listener
+from running_agent import CTL
 
 
 def broken_pipe() -> int:
@@ -30,6 +31,14 @@ class AgentLog(unittest.TestCase):
                                            "--out", directory], stderr=log, check=False)
                     self.assertEqual(done.returncode, 1)
             os.close(writer)
+
+
+class CommandLog(unittest.TestCase):
+    def test_an_error_that_cannot_be_printed_is_an_exit_code(self):
+        with open("/dev/full", "wb") as full:
+            done = subprocess.run([CTL, "--tables", "no-such-tables", "lfib", "show"], stderr=full,
+                                  check=False)
+        self.assertEqual(done.returncode, 1)
 
 
 class ListenerLog(listener.ListenerTest):

@@ -24,14 +24,18 @@ void CliProgress::show(std::uint64_t frames, double part, Clock::time_point now)
     }
     shownAt_ = now;
     hasLine_ = true;
-    fmt::print(stream_, "{}{} frames, {:.0f} %", eraseLine, frames, part * 100);
+    print(fmt::format("{}{} frames, {:.0f} %", eraseLine, frames, part * 100));
+}
+
+/// A terminal that has gone is no reason to end the run.
+void CliProgress::print(const std::string& text) {
+    std::fputs(text.c_str(), stream_);
     std::fflush(stream_);
 }
 
 void CliProgress::clear() {
     if (hasLine_) {
-        fmt::print(stream_, "{}", eraseLine);
-        std::fflush(stream_);
+        print(eraseLine);
         hasLine_ = false;
     }
 }

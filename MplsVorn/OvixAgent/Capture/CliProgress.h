@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <string>
 
 namespace OvixAgent {
 
@@ -37,6 +38,8 @@ class CliProgress {
 
   private:
     static constexpr std::size_t framesPerUpdate = 256;
+
+    void print(const std::string& text);
 
     std::FILE* stream_;
     bool isShown_;

@@ -1,3 +1,4 @@
+#include <cstdio>
 #include <ctime>
 #include <fmt/chrono.h>
 #include <fmt/format.h>
@@ -21,7 +22,7 @@ std::string errorText(bool json, const std::string& what) {
 }
 
 void complain(const Request& request, const std::string& what) {
-    fmt::print(stderr, "{}", errorText(request.json, what));
+    std::fputs(errorText(request.json, what).c_str(), stderr);
 }
 
 int usageError(const Request& request, const Tessel::Refused& refused) {

@@ -74,4 +74,12 @@ TEST_F(CliProgressTest, IsDueOnceInManyFrames) {
     EXPECT_EQ(due, 10);
 }
 
+TEST_F(CliProgressTest, AStreamThatCannotBeWrittenIsNoError) {
+    const std::unique_ptr<std::FILE, Closer> full{std::fopen("/dev/full", "w")};
+    std::setbuf(full.get(), nullptr);
+    CliProgress progress(full.get(), true, start_);
+    EXPECT_NO_THROW(progress.show(5, 0.5, start_ + 1s));
+    EXPECT_NO_THROW(progress.clear());
+}
+
 } // namespace CliProgressTest
