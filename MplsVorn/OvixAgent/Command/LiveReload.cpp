@@ -46,7 +46,10 @@ void LiveReload::start() {
     again_ = isPreparing_;
     if (!isPreparing_) {
         isPreparing_ = true;
-        side_.post([this] { prepared_.emplace(prepareOrRefuse()); });
+        side_.post([this] {
+            prepared_.emplace(prepareOrRefuse());
+            isPrepared_ = true;
+        });
     }
 }
 
@@ -96,7 +99,8 @@ void LiveReload::takeSharedRoutes(Made& made) const {
 }
 
 void LiveReload::finish() {
-    if (!side_.takeDone() || !prepared_) {
+    // What has been done may also be that something was taken down.
+    if (!side_.takeDone() || !isPrepared_.exchange(false)) {
         return;
     }
     Prepared prepared = std::move(*prepared_);

@@ -65,8 +65,9 @@ class LiveReload final : public Reloading {
     Parts parts_;
     OvixLog::Log* log_;
     bool isPreparing_ = false;
-    bool again_ = false; ///< asked for while another is being prepared
-    std::optional<Prepared> prepared_;
+    bool again_ = false;                   ///< asked for while another is being prepared
+    std::optional<Prepared> prepared_;     ///< the other thread's until it is prepared
+    std::atomic<bool> isPrepared_ = false; ///< and not taken over yet
     std::atomic<bool> ends_ = false;
     SideThread side_; ///< the first to end
 };
