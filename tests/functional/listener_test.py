@@ -18,7 +18,7 @@ class Peers(listener.ListenerTest):
                       self.refused("--listen", "0.0.0.0:2620"))
         self.assertIn('--peer: there is no user "no-such-user"',
                       self.refused("--peer", "no-such-user"))
-        process = self.listen("--peer", "any")
+        process = self.listen("--peer", "any", stderr=subprocess.DEVNULL)
         self.zebra()
         self.end(process)
 
