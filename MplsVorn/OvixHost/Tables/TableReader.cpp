@@ -152,6 +152,10 @@ std::uint64_t TableReader::horizonGeneration(std::uint64_t word) const {
 void TableReader::horizonMoved() const {
     const std::uint64_t word = TableLayout::load(header().horizon);
     if (horizonGeneration(word) > root_.generation) {
+        // No writer raises it beyond what it has published: nothing newer will come.
+        if (!refreshNeeded()) {
+            corrupt("horizon", word);
+        }
         throw SnapshotLost(name_ + ": generation " + std::to_string(root_.generation) +
                            " is no longer kept");
     }
