@@ -97,6 +97,20 @@ const Fixed* fixedPart(const nlmsghdr& message) {
 
 } // namespace
 
+// The library's own walk takes a length of 2^31 and more for a negative one.
+void visitMessages(std::span<const std::uint8_t> datagram,
+                   const std::function<void(const nlmsghdr&)>& visitor) {
+    while (datagram.size() >= sizeof(nlmsghdr)) {
+        const auto& message = *reinterpret_cast<const nlmsghdr*>(datagram.data());
+        if (message.nlmsg_len < sizeof(nlmsghdr) || message.nlmsg_len > datagram.size()) {
+            return;
+        }
+        visitor(message);
+        datagram = datagram.subspan(
+            std::min<std::size_t>(MNL_ALIGN(std::size_t{message.nlmsg_len}), datagram.size()));
+    }
+}
+
 std::optional<LinkState> readLinkMessage(const nlmsghdr& message) {
     const auto* fixed = fixedPart<ifinfomsg>(message);
     if (fixed == nullptr || fixed->ifi_family != AF_UNSPEC || fixed->ifi_index <= 0) {

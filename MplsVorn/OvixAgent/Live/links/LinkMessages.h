@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
+#include <span>
 #include <string>
 
 #include "Config/Config.h"
@@ -41,6 +43,11 @@ struct NeighbourState {
 
     friend bool operator==(const NeighbourState&, const NeighbourState&) = default;
 };
+
+/// Visits the messages of a datagram, which is aligned as they are. The rest is left out when a
+/// message claims to be longer than that.
+void visitMessages(std::span<const std::uint8_t> datagram,
+                   const std::function<void(const nlmsghdr&)>& visitor);
 
 /// The interface of an RTM_NEWLINK or RTM_DELLINK message. Empty when the message is malformed or
 /// about an interface's membership in a bridge, where "deleted" means removed from the bridge.

@@ -94,12 +94,7 @@ void LinkMonitor::receive() {
 }
 
 void LinkMonitor::take(std::span<const std::uint8_t> messages) {
-    int left = static_cast<int>(messages.size());
-    const auto* message = reinterpret_cast<const nlmsghdr*>(messages.data());
-    while (mnl_nlmsg_ok(message, left)) {
-        take(*message);
-        message = mnl_nlmsg_next(message, &left);
-    }
+    visitMessages(messages, [this](const nlmsghdr& message) { take(message); });
 }
 
 void LinkMonitor::take(const nlmsghdr& message) {
