@@ -21,6 +21,10 @@ using OvixAgent::WritableFrame;
 
 namespace {
 
+/// Enough for all that a script makes; its shadow is what an address sanitizer has to make each
+/// time.
+constexpr std::size_t tableBytes = std::size_t{64} << 20U;
+
 CaptureTime timeOf(const ScriptFrame& frame) noexcept {
     constexpr std::uint64_t second = 1'000'000'000;
     return {static_cast<std::int64_t>(frame.time / second),
@@ -81,13 +85,20 @@ class Router::Drops : public OvixAgent::DropListener {
         recording.add("too big", received);
         recording.add("too big as it would leave", leaving);
         recording.add("too big for", std::uint64_t{mtu});
+        if (next != nullptr) {
+            next->tooBig(received, leaving, mtu);
+        }
     }
     void undelivered(const OvixAgent::Frame& received, std::string_view reason) override {
         recording.add("undelivered", received);
         recording.add("undelivered because", reason);
+        if (next != nullptr) {
+            next->undelivered(received, reason);
+        }
     }
 
     Recording recording;
+    OvixAgent::DropListener* next = nullptr;
 };
 
 /// Where a burst lies: each frame with its headroom between guards, which nobody may touch. Under
@@ -183,7 +194,7 @@ Mpls::TablePublisher& filled(Mpls::TablePublisher& publisher,
 // traces.
 Router::Router(const Script& script, Road road, Fault fault)
     : script_(&script), fault_(road == Road::fast ? fault : Fault::none),
-      publisher_(Tessel::TableMemory::ofProcess(),
+      publisher_(Tessel::TableMemory::ofProcess(tableBytes),
                  script.reusesRecords ? std::chrono::hours(0) : std::chrono::hours(24)),
       state_(std::make_unique<OvixAgent::AgentState>(
           script.configs.front(),
@@ -193,8 +204,13 @@ Router::Router(const Script& script, Road road, Fault fault)
       tables_(script.configs.front()),
       ports_(std::make_unique<Ports>(tables_.ports, fault_, script.anyMac)),
       drops_(std::make_unique<Drops>()), buffers_(std::make_unique<Buffers>()),
+      answers_(script.isAnswered
+                   ? std::make_unique<OvixAgent::CpuAnswers>(ports_->cpu, script.configs.front(),
+                                                             tables_, state_->tables())
+                   : nullptr),
       ipRoutes_(state_->tables().reader(), tables_.ports, tables_.vrfs),
-      forwarder_(started(*state_).manager(), tables_, ports_->cpu) {
+      forwarder_(started(*state_).manager(), tables_, cpu()) {
+    drops_->next = answers_.get();
     tables_.neighbours.solicitsIs(script.isLive);
     tables_.drops = script.isLive ? drops_.get() : nullptr; // as runs on captures have it
     if (road == Road::fast) {
@@ -211,8 +227,25 @@ Router::~Router() {
     Ovix::TraceOutput::instance().textSinkIs({});
 }
 
+OvixAgent::TransmitPort& Router::cpu() noexcept {
+    return answers_ ? static_cast<OvixAgent::TransmitPort&>(*answers_) : ports_->cpu;
+}
+
+std::vector<ScriptFrame> Router::takeAnswers() {
+    std::vector<ScriptFrame> frames;
+    if (answers_) {
+        for (OvixAgent::CpuAnswers::Frame& answer : answers_->take()) {
+            frames.push_back({.bytes = std::move(answer.bytes), .port = answer.port});
+        }
+    }
+    return frames;
+}
+
 void Router::configure(std::size_t config) {
     tables_.configure(script_->configs[config]);
+    if (answers_) {
+        answers_->configure(script_->configs[config]);
+    }
     ipRoutes_.startOver(tables_.vrfs);
 }
 
@@ -269,11 +302,32 @@ void Router::receive(const std::vector<ScriptFrame>& frames) {
     }
 }
 
+namespace {
+
+/// A frame is received again as long as its generation is replaced while it is read: never often
+/// when nobody writes.
+class Patience {
+  public:
+    void isTriedAgain() {
+        constexpr unsigned most = 1000;
+        if (++tries_ == most) {
+            throw std::runtime_error("a frame is received again for ever");
+        }
+    }
+
+  private:
+    unsigned tries_ = 0;
+};
+
+} // namespace
+
 void Router::receiveFast(const std::vector<ScriptFrame>& frames) {
     std::span<WritableFrame> left = buffers_->place(frames);
+    Patience patience;
     while (!left.empty()) {
         left = left.subspan(fastPath_->receive(left));
         if (!left.empty()) {
+            patience.isTriedAgain();
             refresh();
         }
     }
@@ -283,6 +337,7 @@ void Router::receiveFast(const std::vector<ScriptFrame>& frames) {
 }
 
 void Router::receiveByDefinition(const std::vector<ScriptFrame>& frames) {
+    Patience patience;
     for (std::size_t i = 0; i < frames.size();) {
         const ScriptFrame& frame = frames[i];
         received_ = {frame.port, timeOf(frame), frame.bytes, lengthOf(frame) + frame.snapped};
@@ -290,6 +345,7 @@ void Router::receiveByDefinition(const std::vector<ScriptFrame>& frames) {
             forwarder_.receive(received_);
             ++i;
         } catch (const Tessel::SnapshotLost&) {
+            patience.isTriedAgain();
             refresh();
         }
     }

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "Answers/CpuAnswers.h"
 #include "Capture/CapturedLoopback.h"
 #include "FastPath/FastPath.h"
 #include "Ip/SharedIpRoutes.h"
@@ -47,6 +48,9 @@ class Router {
     /// Takes over changed tables, as between frames, and receives the frames.
     void receive(const std::vector<ScriptFrame>& frames);
 
+    /// The answers to what was received, of a script that has them, to be received as well.
+    std::vector<ScriptFrame> takeAnswers();
+
     /// What has happened since the last call. The counters are looked at only if asked for: their
     /// numbers are those since the start.
     Recording take(bool looksAtCounters, bool keepsLines = false);
@@ -68,6 +72,7 @@ class Router {
     void receiveFast(const std::vector<ScriptFrame>& frames);
     void receiveByDefinition(const std::vector<ScriptFrame>& frames);
     void refresh();
+    OvixAgent::TransmitPort& cpu() noexcept;
 
     const Script* script_;
     Fault fault_;
@@ -77,6 +82,7 @@ class Router {
     std::unique_ptr<Ports> ports_;
     std::unique_ptr<Drops> drops_;
     std::unique_ptr<Buffers> buffers_;
+    std::unique_ptr<OvixAgent::CpuAnswers> answers_; ///< null without
     OvixAgent::SharedIpRoutes ipRoutes_;
     OvixAgent::Forwarder forwarder_;
     OvixAgent::Frame received_; ///< by the definition

@@ -59,6 +59,7 @@ struct Script {
     std::vector<OvixAgent::AgentConfig> configs;
     bool isLive = false; ///< every port routes IP, neighbours are solicited
     bool anyMac = false;
+    bool isAnswered = false;    ///< what is punted or not delivered, see Router::takeAnswers()
     bool reusesRecords = false; ///< at once, in the tables' memory; otherwise never
     std::vector<Step> steps;
 };

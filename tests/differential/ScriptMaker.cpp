@@ -37,6 +37,10 @@ class ScriptMaker {
         }
         return std::move(script_);
     }
+    Start makeStart() {
+        start();
+        return {std::move(script_), std::move(network_)};
+    }
 
   private:
     void addConfig() {
@@ -104,6 +108,10 @@ Script makeScript(std::uint64_t seed) {
     Script script = ScriptMaker(seed).make();
     script.steps.back().looksAtCounters = true;
     return script;
+}
+
+Start makeStart(std::uint64_t seed) {
+    return ScriptMaker(seed).makeStart();
 }
 
 } // namespace Differential
