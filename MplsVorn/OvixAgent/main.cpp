@@ -1,5 +1,6 @@
 #include <csignal>
 #include <cstdio>
+#include <exception>
 #include <variant>
 
 #include "Command/CliOptions.h"
@@ -13,6 +14,11 @@ int main(int argc, char** argv) {
                    exit->code == OvixAgent::ExitCode::success ? stdout : stderr);
         return exit->code;
     }
-    OvixLog::Log log("ovix-agent");
-    return OvixAgent::run(std::get<OvixAgent::RunOptions>(parsed), log);
+    try {
+        OvixLog::Log log("ovix-agent");
+        return OvixAgent::run(std::get<OvixAgent::RunOptions>(parsed), log);
+    } catch (const std::exception& error) { // there is no thread for the log
+        std::fprintf(stderr, "ovix-agent: %s\n", error.what());
+        return OvixAgent::ExitCode::badInput;
+    }
 }

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <csignal>
+#include <cstdio>
 #include <exception>
 #include <sys/signalfd.h>
 #include <utility>
@@ -67,6 +68,16 @@ void serve(const Options& options, OvixLog::Log& log) {
     server.run(stop.value());
 }
 
+int serveAndLog(const Options& options, OvixLog::Log& log) {
+    try {
+        serve(options, log);
+        return 0;
+    } catch (const std::exception& error) {
+        log({}, error.what());
+        return 1;
+    }
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -104,12 +115,11 @@ int main(int argc, char** argv) {
         return app.exit(error) == 0 ? 0 : 2;
     }
     std::signal(SIGPIPE, SIG_IGN); // a reader of the log that goes is no reason to end
-    OvixLog::Log log("ovix-fpm");
     try {
-        serve(options, log);
-    } catch (const std::exception& error) {
-        log({}, error.what());
+        OvixLog::Log log("ovix-fpm");
+        return serveAndLog(options, log);
+    } catch (const std::exception& error) { // there is no thread for the log
+        std::fprintf(stderr, "ovix-fpm: %s\n", error.what());
         return 1;
     }
-    return 0;
 }
