@@ -13,6 +13,7 @@ from live import LiveTest
 
 LABELS = int(os.environ.get("OVIX_RELOAD_LABELS", "60000"))
 RATE = 5000
+RELOADED = 200  # seconds: the packet thread and everything else comes first
 SECONDS = int(os.environ.get("OVIX_RELOAD_SECONDS", "6"))
 
 SENDER = """
@@ -62,7 +63,7 @@ lfib:
             process = subprocess.Popen(command, stdout=subprocess.PIPE, stderr=log, text=True)
         self.addCleanup(process.communicate)
         self.addCleanup(process.kill)
-        self.until(self.path.exists)
+        self.until(self.path.exists, RELOADED)
         return process
 
     def lines(self, text: str) -> int:
@@ -72,7 +73,7 @@ lfib:
         before = self.lines(answer)
         self.config.write_text(text)
         process.send_signal(signal.SIGHUP)
-        self.until(lambda: self.lines(answer) == before + 1)
+        self.until(lambda: self.lines(answer) == before + 1, RELOADED)
 
     def test_no_frame_is_lost_while_labels_are_reloaded(self):
         first, second = self.configuration(200), self.configuration(300)
@@ -101,7 +102,7 @@ lfib:
         time.sleep(0.05)  # it is being read
         self.config.write_text(self.configuration(200))
         process.send_signal(signal.SIGHUP)
-        self.until(lambda: self.labelled(16, 1) == 1)
+        self.until(lambda: self.labelled(16, 1) == 1, RELOADED)
         self.stop(process)
 
     def stop(self, process: subprocess.Popen) -> dict:

@@ -100,8 +100,8 @@ ports:
         self.assertTrue(result["balanced"])
         return result
 
-    def until(self, met) -> None:
-        end = time.monotonic() + DEADLINE
+    def until(self, met, deadline: float = DEADLINE) -> None:
+        end = time.monotonic() + deadline
         while not met():
             self.assertLess(time.monotonic(), end, "nothing happened for too long")
             time.sleep(0.02)

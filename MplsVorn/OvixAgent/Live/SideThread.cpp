@@ -12,7 +12,7 @@ namespace OvixAgent {
 
 namespace {
 
-constexpr int niceness = 10;
+constexpr int niceness = 5;
 
 } // namespace
 
