@@ -58,11 +58,11 @@ bool isServed(const sockaddr_un& address) {
     return served;
 }
 
-void watch(int events, int socket, std::uint32_t what) {
+bool watch(int events, int socket, std::uint32_t what) {
     epoll_event event{};
     event.events = what;
     event.data.fd = socket;
-    epoll_ctl(events, EPOLL_CTL_ADD, socket, &event);
+    return epoll_ctl(events, EPOLL_CTL_ADD, socket, &event) == 0;
 }
 
 } // namespace
@@ -88,14 +88,15 @@ ControlServer::ControlServer(std::string path, Handler handler)
     const mode_t mask = umask(0177);
     const int bound = bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof address);
     umask(mask);
-    if (bound != 0 || listen(listener_, maxClients) != 0) {
+    events_ = epoll_create1(EPOLL_CLOEXEC);
+    if (bound != 0 || listen(listener_, maxClients) != 0 || events_ < 0 ||
+        !watch(events_, listener_, EPOLLIN)) {
         const int reason = errno;
+        close(events_);
         close(listener_);
         errno = reason;
         fail(path_, "listen");
     }
-    events_ = epoll_create1(EPOLL_CLOEXEC);
-    watch(events_, listener_, EPOLLIN);
 }
 
 ControlServer::~ControlServer() {
@@ -134,7 +135,10 @@ void ControlServer::acceptClients() {
             close(clients_.front().socket); // the oldest
             clients_.pop_front();
         }
-        watch(events_, socket, EPOLLIN | EPOLLOUT | EPOLLET);
+        if (!watch(events_, socket, EPOLLIN | EPOLLOUT | EPOLLET)) {
+            close(socket); // it would never be heard
+            continue;
+        }
         clients_.push_back({socket, {}, {}});
     }
 }
