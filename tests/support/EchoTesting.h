@@ -120,6 +120,8 @@ class FakeEchoTables : public EchoTables {
         return std::nullopt;
     }
 
+    bool isOfTree(Lumo::MplsLabel label) const override { return label.value() == 600; }
+
     /// 10.255.0.1 and 2001:db8::ff are the port's, 10.255.0.9 is the router's.
     bool isOfPort(const Lumo::IpGenAddr& address, PortIndex) const override {
         return address == own.ipv4 || address == own.ipv6;

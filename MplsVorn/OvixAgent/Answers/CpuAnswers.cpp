@@ -48,12 +48,14 @@ std::uint64_t monotonicNanoseconds() {
 
 CpuAnswers::CpuAnswers(TransmitPort& cpu, const AgentConfig& config, ForwardingTables& forwarding,
                        const Mpls::PublishedTables& tables)
-    : cpu_(&cpu), forwarding_(&forwarding), lookup_(config, forwarding, tables) {
+    : cpu_(&cpu), forwarding_(&forwarding), lookup_(config, forwarding, tables),
+      rate_(config.answers) {
     configure(config);
 }
 
 void CpuAnswers::configure(const AgentConfig& config) {
     lookup_.configure(config);
+    rate_.configure(config.answers);
     own_.clear();
     for (const PortConfig& port : config.ports) {
         own_.push_back(addressesOf(port));
@@ -71,73 +73,144 @@ void CpuAnswers::transmit(const OvixAgent::Frame& frame) {
 }
 
 void CpuAnswers::answer(const OvixAgent::Frame& frame, const LabelledPacket& packet) {
-    assert(frame.port < own_.size());
-    const OwnAddresses& own = own_[frame.port];
     if (isMplsEcho(packet.ip)) {
-        EchoAnswer reply = lspEchoReply(packet, frame.port, frame.time, lookup_, own);
-        if (reply.silence != EchoSilence::none) {
-            countSilence(reply.silence);
-        } else {
-            queue(AnswerReason::lspEcho, frame, packet, std::move(reply.packet));
-        }
+        answerEcho(frame, packet);
         return;
     }
     const bool isExpired = packet.labels.empty() ? packet.ip.ttl() <= 1 && !isOwn(frame, packet)
                                                  : isLabelExpired(packet);
     if (isExpired) {
-        queue(AnswerReason::timeExceeded, frame, packet, icmpTimeExceeded(packet, own));
+        reportError(AnswerReason::timeExceeded, frame, packet,
+                    [&](const OwnAddresses& own) { return icmpTimeExceeded(packet, own); });
+    }
+}
+
+/// A frame to a group of stations is for all of them only by the label of a multicast tree.
+void CpuAnswers::answerEcho(const OvixAgent::Frame& frame, const LabelledPacket& packet) {
+    assert(frame.port < own_.size());
+    if (!mayAnswer(AnswerReason::lspEcho, frame, packet)) {
+        return;
+    }
+    if (packet.isToGroup && !isOfTree(packet)) {
+        countSilence(EchoSilence::toGroup);
+        return;
+    }
+    EchoAnswer reply = lspEchoReply(packet, frame.port, frame.time, lookup_, own_[frame.port],
+                                    mtuToSource(frame, packet));
+    if (reply.silence != EchoSilence::none) {
+        countSilence(reply.silence);
+    } else if (queue(AnswerReason::lspEcho, frame, packet, std::move(reply.packet))) {
+        leftOut_ += reply.leftOut;
+    } else {
+        countSilence(EchoSilence::noPath);
     }
 }
 
 void CpuAnswers::tooBig(const OvixAgent::Frame& received, std::span<const std::uint8_t> leaving,
                         std::uint32_t mtu) {
-    assert(received.port < own_.size());
+    if (!mayAnswerAny(AnswerReason::tooBig)) {
+        return;
+    }
     const auto before = readLabelledPacket(received.bytes);
     const auto after = readLabelledPacket(leaving);
     if (before && after) {
-        queue(AnswerReason::tooBig, received, *before,
-              icmpTooBig(*after, mtu, own_[received.port]));
+        reportError(AnswerReason::tooBig, received, *before,
+                    [&](const OwnAddresses& own) { return icmpTooBig(*after, mtu, own); });
     }
 }
 
-// Floods of such packets cost little: they are read only when an answer may be sent.
 void CpuAnswers::undelivered(const OvixAgent::Frame& received, std::string_view reason) {
     const std::optional<Unreachable> why = unreachableBy(reason);
-    if (!why) {
+    if (!why || !mayAnswerAny(AnswerReason::unreachable)) {
         return;
     }
-    if (!rate_.mayAdmit(AnswerReason::unreachable, monotonicNanoseconds())) {
-        counts_.suppressed(AnswerReason::unreachable);
-    } else if (const auto packet = readLabelledPacket(received.bytes)) {
-        assert(received.port < own_.size());
-        queue(AnswerReason::unreachable, received, *packet,
-              icmpUnreachable(*packet, *why, own_[received.port]));
+    if (const auto packet = readLabelledPacket(received.bytes)) {
+        reportError(AnswerReason::unreachable, received, *packet,
+                    [&](const OwnAddresses& own) { return icmpUnreachable(*packet, *why, own); });
     }
 }
 
-void CpuAnswers::queue(AnswerReason reason, const OvixAgent::Frame& frame,
-                       const LabelledPacket& packet, std::vector<std::uint8_t> bytes) {
-    if (reason != AnswerReason::lspEcho && !mayReportError(frame, packet)) {
-        return;
+/// Floods cost little: their packets are read only when an answer may be sent.
+bool CpuAnswers::mayAnswerAny(AnswerReason reason) {
+    const bool may = answers_.size() < maxQueued && rate_.mayAdmit(reason, monotonicNanoseconds());
+    if (!may) {
+        counts_.suppressed(reason);
     }
+    return may;
+}
+
+/// Asked before an answer is made, since that is what costs.
+bool CpuAnswers::mayAnswer(AnswerReason reason, const OvixAgent::Frame& frame,
+                           const LabelledPacket& packet) {
+    const bool may = answers_.size() < maxQueued &&
+                     rate_.mayAdmit(reason, frame.port, packet.ip.source(), monotonicNanoseconds());
+    if (!may) {
+        counts_.suppressed(reason);
+    }
+    return may;
+}
+
+template <typename Make>
+void CpuAnswers::reportError(AnswerReason reason, const OvixAgent::Frame& frame,
+                             const LabelledPacket& packet, const Make& make) {
+    assert(frame.port < own_.size());
+    if (mayReportError(frame, packet) && mayAnswer(reason, frame, packet)) {
+        queue(reason, frame, packet, make(own_[frame.port]));
+    }
+}
+
+/// False when there is no answer, or no way for it.
+bool CpuAnswers::queue(AnswerReason reason, const OvixAgent::Frame& frame,
+                       const LabelledPacket& packet, std::vector<std::uint8_t> bytes) {
     const bool isRoutedHere = reason == AnswerReason::lspEcho || !mayBeOfVpn(packet);
     const auto isRoutable = [&](const Lumo::IpGenAddr& address) {
         return isRoutedHere && forwarding_->vrfs->fibOfPort(frame.port).find(address) != nullptr;
     };
     const auto answer = answerTo(packet, std::move(bytes), isRoutable);
     if (!answer) {
-        if (reason == AnswerReason::lspEcho) {
-            countSilence(EchoSilence::noPath);
-        }
-        return;
+        return false;
     }
-    if (answers_.size() == maxQueued || !rate_.admit(reason, monotonicNanoseconds())) {
-        counts_.suppressed(reason);
-        return;
-    }
+    rate_.take(reason, frame.port, packet.ip.source());
     counts_.sent(reason);
     const Lumo::EthAddr& mac = forwarding_->ports.ports()[frame.port].mac;
     answers_.push_back({frame.port, answer->frame(mac, packet.tags)});
+    return true;
+}
+
+/// The longest IP packet that leaves whole for the source of one: by its route, or along the LSP.
+std::size_t CpuAnswers::mtuToSource(const OvixAgent::Frame& frame,
+                                    const LabelledPacket& packet) const {
+    constexpr std::size_t leastOfIpv6 = 1280; // RFC 8200 section 5
+    constexpr std::size_t none = 65535;
+    std::size_t mtu = none;
+    const auto limit = [&mtu](std::size_t ofPort, std::size_t labels) {
+        const std::size_t stack = labels * Lumo::MplsLabelEntry::size;
+        mtu = std::min(mtu, ofPort - std::min(ofPort, stack));
+    };
+    const IpRoute* const route = forwarding_->vrfs->fibOfPort(frame.port).find(packet.ip.source());
+    if (route != nullptr) {
+        for (const IpRouteVia& via : route->vias()) {
+            limit(forwarding_->ports.ports()[via.port].mtu,
+                  via.push ? pushedLabels(*via.push).depth() : 0);
+        }
+        return mtu;
+    }
+    const auto labels = labelEntries(packet.labels);
+    if (!labels.empty()) {
+        for (const EchoDownstream& next : lookup_.label(labels.front().label()).downstreams) {
+            limit(next.mtu, next.labels.size() + labels.size());
+        }
+    }
+    return mtu == none ? leastOfIpv6 : mtu;
+}
+
+/// Whether the first label that is not a router alert is that of a multicast tree.
+bool CpuAnswers::isOfTree(const LabelledPacket& packet) const {
+    const auto labels = labelEntries(packet.labels);
+    const auto first = std::find_if(labels.begin(), labels.end(), [](Lumo::MplsLabelEntry entry) {
+        return entry.label() != Lumo::routerAlert;
+    });
+    return first != labels.end() && lookup_.isOfTree(first->label());
 }
 
 /// Whether a label's TTL ends here: that of the top one, or of one beneath labels that end here
@@ -201,6 +274,9 @@ std::vector<std::pair<std::string, std::uint64_t>> CpuAnswers::counts() const {
             all.emplace_back(std::string("LSP echo unanswered: ") + echoSilenceNames[i],
                              silences_[i]);
         }
+    }
+    if (leftOut_ != 0) {
+        all.emplace_back("LSP echo: mappings or other TLVs left out", leftOut_);
     }
     return all;
 }

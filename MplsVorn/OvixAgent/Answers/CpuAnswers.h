@@ -16,7 +16,7 @@ namespace OvixAgent {
 
 /// Answers punted frames, frames that exceed the egress MTU and those that IP routing does not
 /// deliver: ICMP time exceeded, too big and unreachable errors, and MPLS echo replies, each up to
-/// its rate limit. Punted frames also go to the CPU port.
+/// its limits. Punted frames also go to the CPU port.
 class CpuAnswers final : public TransmitPort, public DropListener {
   public:
     /// An answer as a frame, to be processed as if received at the port of the frame that it
@@ -30,7 +30,7 @@ class CpuAnswers final : public TransmitPort, public DropListener {
     CpuAnswers(TransmitPort& cpu, const AgentConfig& config, ForwardingTables& forwarding,
                const Mpls::PublishedTables& tables);
 
-    /// Sets the addresses of the ports; the ports themselves must be the same.
+    /// Sets the limits and the addresses of the ports; the ports themselves must be the same.
     void configure(const AgentConfig& config);
 
     void transmit(const OvixAgent::Frame& frame) override;
@@ -41,13 +41,24 @@ class CpuAnswers final : public TransmitPort, public DropListener {
     /// The answers since the last call, to be forwarded between frames.
     std::vector<Frame> take();
 
-    /// See AnswerCounts::named(); and MPLS echo packets that are not answered, by their reason.
+    /// See AnswerCounts::named(); and MPLS echo packets that are not answered, by their reason, and
+    /// what had no room in replies.
     std::vector<std::pair<std::string, std::uint64_t>> counts() const;
 
   private:
     void answer(const OvixAgent::Frame& frame, const LabelledPacket& packet);
-    void queue(AnswerReason reason, const OvixAgent::Frame& frame, const LabelledPacket& packet,
+    void answerEcho(const OvixAgent::Frame& frame, const LabelledPacket& packet);
+    /// `make` is given the addresses of the port.
+    template <typename Make>
+    void reportError(AnswerReason reason, const OvixAgent::Frame& frame,
+                     const LabelledPacket& packet, const Make& make);
+    bool mayAnswerAny(AnswerReason reason);
+    bool mayAnswer(AnswerReason reason, const OvixAgent::Frame& frame,
+                   const LabelledPacket& packet);
+    bool queue(AnswerReason reason, const OvixAgent::Frame& frame, const LabelledPacket& packet,
                std::vector<std::uint8_t> bytes);
+    std::size_t mtuToSource(const OvixAgent::Frame& frame, const LabelledPacket& packet) const;
+    bool isOfTree(const LabelledPacket& packet) const;
     void countSilence(EchoSilence why) noexcept { ++silences_[static_cast<std::size_t>(why)]; }
     bool mayReportError(const OvixAgent::Frame& frame, const LabelledPacket& packet) const;
     bool isLabelExpired(const LabelledPacket& packet) const;
@@ -61,6 +72,7 @@ class CpuAnswers final : public TransmitPort, public DropListener {
     RateLimit rate_;
     AnswerCounts counts_;
     std::array<std::uint64_t, echoSilenceNames.size()> silences_{}; ///< by EchoSilence
+    std::uint64_t leftOut_ = 0;                                     ///< TLVs of echo replies
     std::vector<Frame> answers_;
 };
 

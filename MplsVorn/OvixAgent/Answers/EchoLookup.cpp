@@ -48,6 +48,20 @@ EchoLabel EchoLookup::label(Lumo::MplsLabel label) const {
     return use;
 }
 
+bool EchoLookup::isOfTree(Lumo::MplsLabel label) const {
+    const Mpls::RouteKey key = Mpls::RouteKey::fromLabel(label);
+    const Mpls::LfibStatus& decap = *tables_->lfib(Mpls::TableId::decapLfib);
+    if (const Mpls::LfibRoute route = decap.route(key); route != Mpls::LfibRoute()) {
+        return decap.viaSet(route.viaSetKey).type == Mpls::LfibViaSetType::multicast;
+    }
+    const Mpls::Hardware::Route route = tables_->hardware()->route(key);
+    if (route.isEq(Mpls::Hardware::Route())) {
+        return false;
+    }
+    const auto& adjacency = tables_->hardware()->adjacency(route);
+    return adjacency && adjacency->setType() == Mpls::LfibViaSetType::multicast;
+}
+
 std::optional<Lumo::MplsLabel> EchoLookup::egressLabel(const Lumo::IpGenAddr& prefix,
                                                        std::uint8_t length) const {
     const IpRoute* route = forwarding_->vrfs->fib({})->find(prefix, length);

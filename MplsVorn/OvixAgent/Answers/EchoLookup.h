@@ -25,6 +25,7 @@ class EchoLookup final : public EchoTables {
                                                std::uint8_t length) const override;
     std::optional<std::vector<EchoDownstream>> nexthops(const Lumo::IpGenAddr& prefix,
                                                         std::uint8_t length) const override;
+    bool isOfTree(Lumo::MplsLabel label) const override;
     bool isOfPort(const Lumo::IpGenAddr& address, PortIndex port) const override;
     bool isOwn(const Lumo::IpGenAddr& address) const override;
 

@@ -1,5 +1,6 @@
 #include "Answers/LspEcho.h"
 
+#include <algorithm>
 #include <cassert>
 
 #include "Wire/Ip.h"
@@ -12,9 +13,6 @@ namespace {
 
 using Wire::LspEcho;
 using Wire::Udp;
-
-/// The largest reply that fits behind the longest IP header.
-constexpr std::size_t longestReply = 65535 - 48 - Udp::size;
 
 /// Only in IPv4 may the checksum be absent (RFC 768, RFC 8200 section 8.1).
 bool isChecksumValid(const IpPacket& packet, Wire::Bytes datagram) {
@@ -67,25 +65,39 @@ std::vector<std::uint8_t> replyDatagram(std::uint16_t destinationPort, Wire::Byt
     return datagram;
 }
 
+/// How long the reply may be, its IP header included.
+std::size_t longestReply(const LspEchoRequest& request, const EchoVerdict& verdict,
+                         const LabelledPacket& received) {
+    constexpr std::size_t longestWithMappings = 1500;
+    const std::size_t asked = received.labels.size() + received.ip.bytes.size();
+    return reportsDownstreams(request, verdict) ? std::max(asked, longestWithMappings) : asked;
+}
+
 /// The reply to a request that wants one.
-EchoAnswer replyTo(const LspEchoRequest& request, const EchoArrival& arrival,
-                   const EchoVerdict& verdict, const CaptureTime& time, const IpPacket& packet,
-                   std::uint16_t port) {
-    const std::vector<std::uint8_t> reply =
-        echoReplyBytes(request, verdict, arrival, ntpTime(time));
-    if (reply.size() > longestReply) {
+EchoAnswer replyTo(const LspEchoRequest& request, const EchoVerdict& verdict,
+                   const LabelledPacket& received, const Lumo::IpGenAddr& own,
+                   const CaptureTime& time, std::size_t mtu) {
+    const bool isIpv4 = received.ip.type == Ovix::PktHdrType::ipv4;
+    const bool hasRouterAlert = request.replyMode == LspEcho::byUdpWithRouterAlert;
+    const std::size_t headers = (isIpv4 ? Wire::Ipv4::size : Wire::Ipv6::size) + Udp::size;
+    const std::size_t alert = !hasRouterAlert ? 0 : isIpv4 ? 4 : 8;
+    if (headers + alert + LspEcho::size > mtu) {
         return {{}, EchoSilence::tooLong};
     }
-    const bool hasRouterAlert = request.replyMode == LspEcho::byUdpWithRouterAlert;
-    return {ipPacketBytes({arrival.interface, packet.source(), Wire::IpProtocol::udp,
+    const std::size_t longest = std::min(longestReply(request, verdict, received), mtu - alert);
+    const EchoReply reply = echoReply(request, verdict, {own, received.labels}, ntpTime(time),
+                                      std::max(longest, headers) - headers);
+    const std::uint16_t port = Udp(echoDatagram(received.ip)).sourcePort();
+    return {ipPacketBytes({own, received.ip.source(), Wire::IpProtocol::udp,
                            request.replyTos.value_or(0), hasRouterAlert},
-                          replyDatagram(port, reply), Udp::checksumAt)};
+                          replyDatagram(port, reply.bytes), Udp::checksumAt),
+            EchoSilence::none, reply.leftOut};
 }
 
 } // namespace
 
 EchoAnswer lspEchoReply(const LabelledPacket& received, PortIndex port, const CaptureTime& time,
-                        const EchoTables& tables, const OwnAddresses& own) {
+                        const EchoTables& tables, const OwnAddresses& own, std::size_t mtu) {
     const Wire::Bytes datagram = echoDatagram(received.ip);
     if (datagram.empty()) {
         return {{}, EchoSilence::damaged};
@@ -109,7 +121,7 @@ EchoAnswer lspEchoReply(const LabelledPacket& received, PortIndex port, const Ca
         request->fault = LspEchoRequest::Fault::malformed;
     }
     const EchoVerdict verdict = validateEcho(*request, port, labelEntries(received.labels), tables);
-    return replyTo(*request, {source, received.labels}, verdict, time, received.ip, sourcePort);
+    return replyTo(*request, verdict, received, source, time, mtu);
 }
 
 std::uint64_t ntpTime(const CaptureTime& time) noexcept {

@@ -22,9 +22,10 @@ enum class EchoSilence : std::uint8_t {
     noOwnAddress,
     tooLong,
     noPath,
+    toGroup,
 };
 
-inline constexpr std::array<const char*, 10> echoSilenceNames{"",
+inline constexpr std::array<const char*, 11> echoSilenceNames{"",
                                                               "UDP length or checksum wrong",
                                                               "not a request",
                                                               "no reply wanted",
@@ -33,20 +34,27 @@ inline constexpr std::array<const char*, 10> echoSilenceNames{"",
                                                               "no source port",
                                                               "port has no address of the family",
                                                               "reply too long",
-                                                              "no path to the source"};
+                                                              "no path to the source",
+                                                              "frame to a group of stations"};
 
 /// A reply, or why there is none.
 struct EchoAnswer {
     std::vector<std::uint8_t> packet; ///< a whole IP packet
     EchoSilence silence = EchoSilence::none;
+    std::size_t leftOut = 0; ///< TLVs for which there was no room, most of them mappings
 };
 
 /// The MPLS echo reply (RFC 8029 section 4.5) to a packet that isMplsEcho() and was received at
-/// `time` at the port `port`: an IP packet to the request's source.
+/// `time` at the port `port`: an IP packet to the request's source, of at most `mtu` bytes. What
+/// has no room there is left out.
+///
+/// Whoever forges the source of requests must not make more of them than they are: a reply without
+/// mappings is no longer than its request with its labels, but for a router alert; one with
+/// mappings is at most 1500 bytes long, unless the request is longer.
 ///
 /// A reply with router alert that is sent along an LSP needs a router alert label on top.
 EchoAnswer lspEchoReply(const LabelledPacket& received, PortIndex port, const CaptureTime& time,
-                        const EchoTables& tables, const OwnAddresses& own);
+                        const EchoTables& tables, const OwnAddresses& own, std::size_t mtu = 65535);
 
 /// A time in the format of NTP (RFC 5905 section 6): seconds since 1900 and their fraction, 32 bits
 /// each. The seconds wrap in 2036.

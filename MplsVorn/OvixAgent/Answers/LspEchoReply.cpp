@@ -85,31 +85,60 @@ void addArrival(std::vector<std::uint8_t>& reply, const EchoArrival& arrival) {
     LspEchoTlv::add(reply, LspEchoTlv::interfaceAndLabelStack, value);
 }
 
+/// Adds to a reply what it has room for.
+class Filling {
+  public:
+    Filling(EchoReply& reply, std::size_t room) noexcept : reply_(&reply), room_(room) {}
+
+    /// `append` is given the bytes to append to.
+    template <typename Append>
+    void add(const Append& append) {
+        const std::size_t before = reply_->bytes.size();
+        append(reply_->bytes);
+        if (reply_->bytes.size() > room_) {
+            reply_->bytes.resize(before);
+            ++reply_->leftOut;
+        }
+    }
+
+  private:
+    EchoReply* reply_;
+    std::size_t room_;
+};
+
 } // namespace
 
-std::vector<std::uint8_t> echoReplyBytes(const LspEchoRequest& request, const EchoVerdict& verdict,
-                                         const EchoArrival& arrival, std::uint64_t received) {
-    std::vector<std::uint8_t> reply(Wire::LspEcho::size);
-    const Wire::LspEchoWriter header{std::span(reply)};
+bool reportsDownstreams(const LspEchoRequest& request, const EchoVerdict& verdict) noexcept {
+    return request.mapping && !verdict.downstreams.empty();
+}
+
+EchoReply echoReply(const LspEchoRequest& request, const EchoVerdict& verdict,
+                    const EchoArrival& arrival, std::uint64_t received, std::size_t room) {
+    EchoReply reply{std::vector<std::uint8_t>(Wire::LspEcho::size), 0};
+    const Wire::LspEchoWriter header{std::span(reply.bytes)};
     // With downstreams, each mapping has a return code of its own.
-    const bool hasDownstreams = request.mapping && !verdict.downstreams.empty();
+    const bool hasDownstreams = reportsDownstreams(request, verdict);
     const EchoReturnCode code = hasDownstreams ? EchoReturnCode::inDownstreamMapping : verdict.code;
     header.messageIs(Wire::LspEchoWriter::reply, request.replyMode);
     header.returnCodeIs(static_cast<std::uint8_t>(code), hasDownstreams ? 0 : verdict.depth);
     std::copy(request.returned.begin(), request.returned.end(), header.returned().begin());
     header.timeReceivedIs(received);
+    using Bytes = std::vector<std::uint8_t>;
+    Filling filling(reply, room);
     if (verdict.code == EchoReturnCode::tlvNotUnderstood) {
-        LspEchoTlv::add(reply, LspEchoTlv::erroredTlvs, request.notUnderstood);
+        filling.add([&](Bytes& bytes) {
+            LspEchoTlv::add(bytes, LspEchoTlv::erroredTlvs, request.notUnderstood);
+        });
     }
     if (reportsArrival(request, verdict)) {
-        addArrival(reply, arrival);
+        filling.add([&](Bytes& bytes) { addArrival(bytes, arrival); });
     }
-    if (hasDownstreams) {
-        for (const EchoDownstream& downstream : verdict.downstreams) {
-            addDownstream(reply, downstream, verdict);
-        }
+    for (std::size_t i = 0; hasDownstreams && i < verdict.downstreams.size(); ++i) {
+        filling.add([&](Bytes& bytes) { addDownstream(bytes, verdict.downstreams[i], verdict); });
     }
-    append(reply, request.pads);
+    if (!request.pads.empty()) {
+        filling.add([&](Bytes& bytes) { append(bytes, request.pads); });
+    }
     return reply;
 }
 

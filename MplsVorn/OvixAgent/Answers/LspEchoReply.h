@@ -48,9 +48,17 @@ struct EchoArrival {
 /// An MPLS echo reply, the payload of a UDP datagram. It returns the request's handle, sequence
 /// number, time stamp and pad TLVs, TLVs that were not understood in an errored TLVs TLV (RFC 8029
 /// section 3.8), and on request the downstreams (section 3.4) and the arrival, which it also
-/// reports when the downstream mapping of the request does not agree. `received` is the request's
-/// time by ntpTime().
-std::vector<std::uint8_t> echoReplyBytes(const LspEchoRequest& request, const EchoVerdict& verdict,
-                                         const EchoArrival& arrival, std::uint64_t received);
+/// reports when the downstream mapping of the request does not agree.
+struct EchoReply {
+    std::vector<std::uint8_t> bytes;
+    std::size_t leftOut = 0; ///< TLVs for which there was no room
+};
+/// Of at most `room` bytes, but always with its fixed header. `received` is the request's time by
+/// ntpTime().
+EchoReply echoReply(const LspEchoRequest& request, const EchoVerdict& verdict,
+                    const EchoArrival& arrival, std::uint64_t received, std::size_t room);
+
+/// Whether the reply reports downstreams.
+bool reportsDownstreams(const LspEchoRequest& request, const EchoVerdict& verdict) noexcept;
 
 } // namespace OvixAgent

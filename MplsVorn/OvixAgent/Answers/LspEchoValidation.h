@@ -37,6 +37,8 @@ class EchoTables {
     /// Empty when there is no such route.
     virtual std::optional<std::vector<EchoDownstream>> nexthops(const Lumo::IpGenAddr& prefix,
                                                                 std::uint8_t length) const = 0;
+    /// Whether the label is that of a multicast tree.
+    virtual bool isOfTree(Lumo::MplsLabel label) const = 0;
     virtual bool isOfPort(const Lumo::IpGenAddr& address, PortIndex port) const = 0;
     /// Whether it is an address of this router.
     virtual bool isOwn(const Lumo::IpGenAddr& address) const = 0;

@@ -1,44 +1,37 @@
 #include "Answers/RateLimit.h"
 
-#include <cassert>
-
 namespace OvixAgent {
 
 namespace {
 
-constexpr std::uint64_t oneAnswer = 1'000'000'000;
+std::size_t numberOf(AnswerReason reason) noexcept {
+    return static_cast<std::size_t>(reason);
+}
 
 } // namespace
 
-// An answer per second is a billionth of one per nanosecond.
-RateLimit::RateLimit(AnswerRate rate) noexcept
-    : perNanosecond_(rate.perSecond), most_(rate.perSecond != 0 ? rate.burst * oneAnswer : 0) {
-    for (Bucket& bucket : buckets_) {
-        bucket.tokens = most_;
+RateLimit::RateLimit(const AnswerLimits& limits, std::uint64_t seed) : limits_(limits) {
+    for (std::size_t i = 0; i < limits_.size(); ++i) {
+        buckets_.push_back({{}, SenderBuckets(seed)});
     }
 }
 
 bool RateLimit::mayAdmit(AnswerReason reason, std::uint64_t now) noexcept {
-    Bucket& bucket = of(reason);
-    fill(bucket, now);
-    return bucket.tokens >= oneAnswer;
+    return buckets_[numberOf(reason)].all.has(limits_[numberOf(reason)].all, now);
 }
 
-bool RateLimit::admit(AnswerReason reason, std::uint64_t now) noexcept {
-    if (!mayAdmit(reason, now)) {
-        return false;
-    }
-    of(reason).tokens -= oneAnswer;
-    return true;
+bool RateLimit::mayAdmit(AnswerReason reason, std::uint32_t port, const Lumo::IpGenAddr& source,
+                         std::uint64_t now) noexcept {
+    return mayAdmit(reason, now) && buckets_[numberOf(reason)]
+                                        .bySource.of(port, source)
+                                        .has(limits_[numberOf(reason)].perSource, now);
 }
 
-void RateLimit::fill(Bucket& bucket, std::uint64_t now) const noexcept {
-    assert(bucket.tokens <= most_);
-    const std::uint64_t passed = now > bucket.filledAt ? now - bucket.filledAt : 0;
-    bucket.filledAt = now;
-    const std::uint64_t missing = most_ - bucket.tokens;
-    const bool isFull = perNanosecond_ == 0 || passed >= missing / perNanosecond_ + 1;
-    bucket.tokens = isFull ? most_ : bucket.tokens + passed * perNanosecond_;
+void RateLimit::take(AnswerReason reason, std::uint32_t port,
+                     const Lumo::IpGenAddr& source) noexcept {
+    Buckets& buckets = buckets_[numberOf(reason)];
+    buckets.all.take();
+    buckets.bySource.of(port, source).take();
 }
 
 std::vector<std::pair<std::string, std::uint64_t>> AnswerCounts::named() const {

@@ -6,45 +6,40 @@
 #include <utility>
 #include <vector>
 
+#include "Config/Config.h"
+#include "State/TokenBucket.h"
+
 namespace OvixAgent {
 
-/// Why an answer is sent.
-enum class AnswerReason : std::uint8_t { timeExceeded, tooBig, unreachable, lspEcho };
-
+/// The names of the reasons in counts.
 inline constexpr std::array<const char*, 4> answerReasonNames{"time exceeded", "too big",
                                                               "unreachable", "LSP echo"};
 
-/// The rate of answers per reason. No answers are sent when either is 0.
-struct AnswerRate {
-    std::uint32_t perSecond = 100;
-    std::uint32_t burst = 100;
-};
-
-/// Limits the answers to frames by a token bucket per reason (RFC 1812 section 4.3.2.8, RFC 4443
-/// section 2.4 f). Each bucket is full at first.
+/// Limits the answers to packets (RFC 1812 section 4.3.2.8, RFC 4443 section 2.4 f): all of a
+/// reason, and those to each source, so that none takes the answers of all others. `now` is a
+/// monotonic time in nanoseconds.
 class RateLimit {
   public:
-    explicit RateLimit(AnswerRate rate = {}) noexcept;
+    explicit RateLimit(const AnswerLimits& limits, std::uint64_t seed = runSeed());
 
-    /// Whether an answer may be sent now.
+    void configure(const AnswerLimits& limits) noexcept { limits_ = limits; }
+
+    /// Whether an answer may be sent now to some source.
     bool mayAdmit(AnswerReason reason, std::uint64_t now) noexcept;
-
-    /// Whether an answer may be sent; if so, takes its token. `now` is a monotonic time in
-    /// nanoseconds; a clock that goes back adds no tokens.
-    bool admit(AnswerReason reason, std::uint64_t now) noexcept;
+    /// Whether one may be sent to the source of a packet that came in at `port`.
+    bool mayAdmit(AnswerReason reason, std::uint32_t port, const Lumo::IpGenAddr& source,
+                  std::uint64_t now) noexcept;
+    /// It is sent.
+    void take(AnswerReason reason, std::uint32_t port, const Lumo::IpGenAddr& source) noexcept;
 
   private:
-    struct Bucket {
-        std::uint64_t filledAt = 0; ///< time of `tokens`
-        std::uint64_t tokens = 0;   ///< in billionths of an answer
+    struct Buckets {
+        TokenBucket all;
+        SenderBuckets bySource;
     };
 
-    Bucket& of(AnswerReason reason) noexcept { return buckets_[static_cast<std::size_t>(reason)]; }
-    void fill(Bucket& bucket, std::uint64_t now) const noexcept;
-
-    std::uint64_t perNanosecond_; ///< in billionths of an answer
-    std::uint64_t most_;          ///< likewise
-    std::array<Bucket, answerReasonNames.size()> buckets_;
+    AnswerLimits limits_;
+    std::vector<Buckets> buckets_; ///< by reason
 };
 
 /// Counts the answers sent, and those suppressed because they exceeded the limit.

@@ -117,6 +117,9 @@ AgentConfig readConfig(const ConfigValue& root) {
     if (const auto mvpn = map.find("mvpn")) {
         config.mvpn = readMvpn(*mvpn, portNames);
     }
+    if (const auto answers = map.find("answers")) {
+        config.answers = readAnswers(*answers);
+    }
     if (const auto cpu = map.find("cpu")) {
         config.cpuTap = readCpuTap(*cpu);
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -130,6 +131,25 @@ struct PseudowireConfig {
     bool flowLabel = false; ///< a flow label at the bottom, in both directions (RFC 6391)
 };
 
+/// How often something may be done: on average, and at once. Never when either is 0.
+struct TokenRate {
+    std::uint32_t perSecond = 0;
+    std::uint32_t burst = 0;
+
+    friend bool operator==(const TokenRate&, const TokenRate&) = default;
+};
+
+/// Why the router answers a packet: ICMP errors and LSP echo replies.
+enum class AnswerReason : std::uint8_t { timeExceeded, tooBig, unreachable, lspEcho };
+
+/// The limits of one kind of answers.
+struct AnswerRates {
+    TokenRate all{500, 500};
+    TokenRate perSource{50, 50}; ///< to the network of a source: a /24, in IPv6 a /56
+};
+/// By reason.
+using AnswerLimits = std::array<AnswerRates, 4>;
+
 /// Toggle file name -> toggle name -> state.
 using ToggleConfig = std::map<std::string, std::map<std::string, bool>>;
 
@@ -145,6 +165,7 @@ struct AgentConfig {
     std::vector<Placed<PseudowireConfig>> pseudowires;
     /// The provider-multicast interfaces of the multicast VPNs; VRFs are unique.
     std::vector<Placed<Routing::Multicast::MvpnVrfIntfId>> mvpn;
+    AnswerLimits answers;
     std::string cpuTap; ///< the TAP device that a live run writes punted frames to; empty: none
     /// The IP routes, of kind forward or drop; a prefix is unique in its VRF.
     std::vector<Placed<L3::Route>> routes;
@@ -170,6 +191,15 @@ inline constexpr auto
     Tessel::words<OvixAgent::PortStatus> = std::to_array<Tessel::Word<OvixAgent::PortStatus>>({
         {"up", OvixAgent::PortStatus::up},
         {"down", OvixAgent::PortStatus::down},
+    });
+
+template <>
+inline constexpr auto
+    Tessel::words<OvixAgent::AnswerReason> = std::to_array<Tessel::Word<OvixAgent::AnswerReason>>({
+        {"time-exceeded", OvixAgent::AnswerReason::timeExceeded},
+        {"too-big", OvixAgent::AnswerReason::tooBig},
+        {"unreachable", OvixAgent::AnswerReason::unreachable},
+        {"lsp-echo", OvixAgent::AnswerReason::lspEcho},
     });
 
 template <>

@@ -27,6 +27,9 @@ std::vector<FecConfig> readFecs(const ConfigValue& list, const PortNames& ports)
 std::vector<Placed<PseudowireConfig>> readPseudowires(const ConfigValue& list,
                                                       const PortNames& ports);
 
+/// `answers`: the rates of what the router answers.
+AnswerLimits readAnswers(const ConfigValue& value);
+
 /// `routes`: the IP routes of all VRFs. A next hop without an interface is reached at the port of
 /// the route's VRF on whose subnet it is. The ports of `config` must have been read.
 std::vector<Placed<L3::Route>> readRoutes(const ConfigValue& list, const AgentConfig& config,

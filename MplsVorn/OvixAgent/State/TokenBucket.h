@@ -4,17 +4,10 @@
 #include <cstdint>
 #include <vector>
 
+#include "Config/Config.h"
 #include "Lumo/IpGenAddr.h"
 
 namespace OvixAgent {
-
-/// How often something may be done: on average, and at once. Never when either is 0.
-struct TokenRate {
-    std::uint32_t perSecond = 0;
-    std::uint32_t burst = 0;
-
-    friend bool operator==(const TokenRate&, const TokenRate&) = default;
-};
 
 /// A token for each time that something is done; full at first.
 class TokenBucket {

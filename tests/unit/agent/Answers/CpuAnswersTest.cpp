@@ -174,6 +174,127 @@ TEST_F(CpuAnswersTest, AnswersAreCountedSentOrSuppressed) {
                                         {"too big: sent", 1}}));
 }
 
+TEST_F(CpuAnswersTest, OneSourceLeavesAnswersToOthers) {
+    const auto sentTo = [&](const std::string& source) {
+        std::size_t sent = 0;
+        for (int i = 0; i < 1000; ++i) {
+            sent += answersTo(core, labelled({{100, 0, 1}}, packet(source, "10.9.0.1"))).size();
+        }
+        return sent;
+    };
+    const std::size_t perSource = AnswerRates().perSource.burst;
+    EXPECT_LE(sentTo("10.0.1.9"), 2 * perSource); // the clock goes on
+    EXPECT_GE(sentTo("10.0.9.0"), perSource);
+}
+
+TEST_F(CpuAnswersTest, WhatIsSwitchedOffIsNotAnswered) {
+    AgentConfig silent = config;
+    silent.answers[static_cast<std::size_t>(AnswerReason::timeExceeded)] = {{}, {}};
+    answers.configure(silent);
+    EXPECT_EQ(pathOf(core, labelled({{100, 0, 1}}, packet("10.0.1.9", "10.9.0.1"))), "none");
+    const Bytes near = join({eth(ethIpv4), packet("10.0.1.9", "10.9.0.1")});
+    answers.undelivered({core, {}, near, static_cast<std::uint32_t>(near.size())}, Reason::noRoute);
+    EXPECT_EQ(answers.take().size(), 1U);
+}
+
+TEST_F(CpuAnswersTest, BeyondTheLimitNothingIsBuilt) {
+    Ipv4 fields;
+    fields.source = 0x0a000109;
+    fields.destination = 0x7f000001;
+    const Bytes ping = labelled({{0}}, ipv4(fields, udp(49152, 3503, message({}))));
+    const Bytes expired = labelled({{100, 0, 1}}, packet("10.0.1.9", "10.9.0.1"));
+    for (const Bytes& frame : {ping, expired}) {
+        const auto cost = [&] {
+            const std::uint64_t before = TestSupport::heapAllocations;
+            answers.transmit({core, {}, frame, static_cast<std::uint32_t>(frame.size())});
+            return TestSupport::heapAllocations - before;
+        };
+        for (int i = 0; i < 1000; ++i) {
+            cost();
+        }
+        answers.take();
+        std::vector<std::uint64_t> costs;
+        for (int i = 0; i < 99; ++i) {
+            costs.push_back(cost());
+        }
+        std::sort(costs.begin(), costs.end());
+        EXPECT_LE(costs[50], 3U); // reading the packet and its labels
+    }
+}
+
+TEST_F(CpuAnswersTest, OwnFramesAreNotAnswered) {
+    const Bytes expired = labelled({{100, 0, 1}}, packet("10.0.1.9", "10.9.0.1"));
+    answers.transmit({core, {}, expired, static_cast<std::uint32_t>(expired.size()), true});
+    EXPECT_TRUE(answers.take().empty());
+}
+
+TEST_F(CpuAnswersTest, AnEchoInAFrameToAGroupIsAnsweredByTheLabelOfATreeOnly) {
+    Mpls::ViaOptions toCore;
+    toCore.intf = Lumo::IntfId("core");
+    Mpls::LabelRoute tree;
+    tree.label = Lumo::MplsLabel(600);
+    tree.setType = Mpls::LfibViaSetType::multicast;
+    tree.vias = {{Mpls::Via::pop(toCore).value(), 1}};
+    EXPECT_TRUE(Mpls::transitRouteIs(tables.publisher, tree));
+    tables.commit();
+    Ipv4 fields;
+    fields.source = 0x0a000109;
+    fields.destination = 0x7f000001;
+    const Bytes ping = ipv4(fields, udp(49152, 3503, message({})));
+    const auto answered = [&](const std::vector<Entry>& labels, bool toGroup) {
+        Bytes frame = labelled(labels, ping);
+        frame[0] = toGroup ? 1 : 2;
+        return answersTo(core, frame).size();
+    };
+    for (const auto& labels : {std::vector<Entry>{{600, 0, 1}}, {{1}, {600, 0, 1}}}) {
+        EXPECT_EQ(answered(labels, true), 1U);
+        EXPECT_EQ(answered(labels, false), 1U);
+    }
+    for (const auto& labels : {std::vector<Entry>{{100, 0, 1}}, {{1}, {100, 0, 1}}, {{0}}, {{1}}}) {
+        EXPECT_EQ(answered(labels, true), 0U);
+        EXPECT_EQ(answered(labels, false), 1U);
+    }
+    EXPECT_EQ(answers.counts().back(),
+              (std::pair<std::string, std::uint64_t>{
+                  "LSP echo unanswered: frame to a group of stations", 4}));
+}
+
+TEST_F(CpuAnswersTest, AReplyHasAsManyMappingsAsFit) {
+    Mpls::LabelRoute wide;
+    wide.label = Lumo::MplsLabel(700);
+    for (std::uint32_t i = 0; i < 60; ++i) {
+        Mpls::ViaOptions options;
+        options.intf = Lumo::IntfId("core");
+        options.nexthop = Lumo::IpGenAddr::fromText("10.0.1." + std::to_string(10 + i));
+        const std::vector<Lumo::MplsLabel> labels{Lumo::MplsLabel(1000 + i)};
+        wide.vias.push_back({Mpls::Via::swap(labels, options).value(), 1});
+    }
+    EXPECT_TRUE(Mpls::transitRouteIs(tables.publisher, wide));
+    tables.commit();
+    Ipv4 fields;
+    fields.source = 0x0a000109;
+    fields.destination = 0x7f000001;
+    const Bytes tlvs = join({fecStack({ldp4}), mappingOf("224.0.0.2", "")});
+    const Bytes ping = ipv4(fields, udp(49152, 3503, message({.tlvs = tlvs})));
+    const auto sizeOfReply = [&] {
+        const std::vector<Bytes> all = answersTo(core, labelled({{700, 0, 1}}, ping));
+        return all.size() == 1 ? all[0].size() - 2 : 0; // without the EtherType
+    };
+    constexpr std::size_t mapping = 4 + 16 + 8;
+    constexpr std::size_t headers = 20 + 8 + 32;
+    constexpr std::size_t fitting = (1500 - headers) / mapping;
+    for (int i = 0; i < 32; ++i) {
+        EXPECT_EQ(sizeOfReply(), headers + fitting * mapping);
+    }
+    EXPECT_EQ(answers.counts().back(),
+              (std::pair<std::string, std::uint64_t>{"LSP echo: mappings or other TLVs left out",
+                                                     32 * (60 - fitting)}));
+    forwarding.ports.ports()[core].mtu = 500;
+    EXPECT_EQ(sizeOfReply(), headers + (500 - headers) / mapping * mapping);
+    forwarding.ports.ports()[core].mtu = 68;
+    EXPECT_EQ(sizeOfReply(), headers);
+}
+
 TEST_F(CpuAnswersTest, WhatIsNotDeliveredIsAnsweredByItsReason) {
     const auto codesFor = [&](PortIndex port, const Bytes& frame, std::string_view reason) {
         answers.undelivered({port, {}, frame, static_cast<std::uint32_t>(frame.size())}, reason);

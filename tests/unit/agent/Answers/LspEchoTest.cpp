@@ -162,6 +162,27 @@ TEST(LspEcho, SaysWhyItIsSilent) {
     EXPECT_EQ(silence(damaged), EchoSilence::damaged);
 }
 
+TEST(LspEcho, WithoutMappingsAReplyIsNoLongerThanItsRequest) {
+    const Bytes unknown = tlv(100, counting(24));
+    const Bytes pad = tlv(3, join({{2}, filled(101, 0)}));
+    const Bytes asksWhere = mappingOf("10.255.0.7", "10.255.0.1", {{100}});
+    for (const Bytes& tlvs :
+         {Bytes(), fecStack({ldp4}), join({fecStack({ldp4}), pad}), unknown, pad,
+          join({fecStack({ldp4}), unknown}), join({fecStack({ldp4}), asksWhere})}) {
+        for (const std::uint8_t replyMode : std::initializer_list<std::uint8_t>{2, 3, 7}) {
+            const Bytes four = echo4(message({.replyMode = replyMode, .tlvs = tlvs}));
+            const Bytes six = echo6(message({.replyMode = replyMode, .tlvs = tlvs}));
+            const std::size_t alert = replyMode == 3 ? 8 : 0;
+            for (const Bytes& packet : {four, six}) {
+                const Bytes frame = labelled({{200, 0, 1}}, packet);
+                const Bytes reply = replyTo(frame);
+                EXPECT_FALSE(reply.empty());
+                EXPECT_LE(reply.size(), 4 + packet.size() + alert) << hex(tlvs);
+            }
+        }
+    }
+}
+
 TEST(LspEcho, TheMappingOfARequestMustAgreeWithWhereItCameIn) {
     const struct {
         const char* what;

@@ -177,10 +177,13 @@ TEST_F(IpAllocation, IpRoutingDoesNotAllocateWhateverTheFate) {
 }
 
 TEST(AnswerAllocation, TheRateLimitDoesNotAllocate) {
-    RateLimit limit;
+    RateLimit limit{AnswerLimits()};
+    const Lumo::IpGenAddr source = Lumo::IpGenAddr::fromText("192.0.2.1");
     const std::uint64_t before = TestSupport::heapAllocations;
     for (int i = 0; i < 1000; ++i) {
-        limit.admit(AnswerReason::timeExceeded, 1'000'000'000);
+        if (limit.mayAdmit(AnswerReason::timeExceeded, 0, source, 1'000'000'000)) {
+            limit.take(AnswerReason::timeExceeded, 0, source);
+        }
     }
     EXPECT_EQ(TestSupport::heapAllocations, before);
 }

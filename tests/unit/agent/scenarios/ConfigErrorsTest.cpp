@@ -25,13 +25,13 @@ TEST(ConfigErrors, OfTheWholeFile) {
          "t.yaml:4: neighbors: unknown key \"neighbors\"; did you mean \"neighbours\"?"},
         {"unknown key, far", twoPorts + "interfaces: []\n",
          "t.yaml:4: interfaces: unknown key \"interfaces\"; known: mpls-routing, toggles, ports, "
-         "neighbours, lfib, hardware, fecs, pseudowires, mvpn, cpu, routes"},
+         "neighbours, lfib, hardware, fecs, pseudowires, mvpn, answers, cpu, routes"},
         {"duplicate key", twoPorts + "lfib: {}\nlfib: {}\n",
          "t.yaml:5: lfib: the key \"lfib\" is already given at line 4"},
         {"a list as a key", "[a, b]: 1\n", "t.yaml:1: a key must be a non-empty word"},
         {"an unspeakable key", twoPorts + "\"a\\tb.c d\": 1\n",
          "t.yaml:4: \"a\\x09b.c d\": unknown key \"a\\x09b.c d\"; known: mpls-routing, toggles, "
-         "ports, neighbours, lfib, hardware, fecs, pseudowires, mvpn, cpu, routes"},
+         "ports, neighbours, lfib, hardware, fecs, pseudowires, mvpn, answers, cpu, routes"},
         {"not a boolean", twoPorts + "mpls-routing: 1\n",
          "t.yaml:4: mpls-routing: \"1\" is not true or false"},
         {"nothing for a boolean", twoPorts + "mpls-routing:\n",
@@ -53,6 +53,41 @@ TEST(ConfigErrors, OfToggles) {
     EXPECT_EQ(errorOf(twoPorts + "toggles: {" + longName + ": {}}\n"),
               "t.yaml:4: toggles.\"" + std::string(60, 'x') +
                   "...\": the name is longer than 100 bytes");
+}
+
+TEST(ConfigErrors, OfAnswers) {
+    expectErrors({
+        {"word", twoPorts + "answers: true\n", "t.yaml:4: answers: expected a map, found \"true\""},
+        {"unknown", twoPorts + "answers: {lsp-ping: false}\n",
+         "t.yaml:4: answers.lsp-ping: unknown key \"lsp-ping\"; known: time-exceeded, "
+         "too-big, unreachable, lsp-echo"},
+        {"not a boolean", twoPorts + "answers: {lsp-echo: 5}\n",
+         "t.yaml:4: answers.lsp-echo: \"5\" is not true or false"},
+        {"no rate", twoPorts + "answers: {too-big: {per-second: 0}}\n",
+         "t.yaml:4: answers.too-big.per-second: per-second 0 is out of range (1..1000000)"},
+        {"unknown rate", twoPorts + "answers: {too-big: {rate: 5}}\n",
+         "t.yaml:4: answers.too-big.rate: unknown key \"rate\"; known: per-second, burst, "
+         "source-per-second, source-burst"},
+    });
+}
+
+TEST(Config, AnswersHaveTheirLimits) {
+    const AgentConfig config = configOf(twoPorts + R"(
+answers:
+  time-exceeded: false
+  too-big: {per-second: 7, burst: 9}
+  unreachable: {per-second: 8, source-per-second: 3, source-burst: 4}
+)",
+                                        "t.yaml");
+    const auto rates = [&](AnswerReason reason) {
+        const AnswerRates& of = config.answers[static_cast<std::size_t>(reason)];
+        return std::pair(of.all, of.perSource);
+    };
+    const AnswerRates usual;
+    EXPECT_EQ(rates(AnswerReason::timeExceeded), std::pair(TokenRate(), TokenRate()));
+    EXPECT_EQ(rates(AnswerReason::tooBig), std::pair(TokenRate{7, 9}, usual.perSource));
+    EXPECT_EQ(rates(AnswerReason::unreachable), std::pair(TokenRate{8, 8}, TokenRate{3, 4}));
+    EXPECT_EQ(rates(AnswerReason::lspEcho), std::pair(usual.all, usual.perSource));
 }
 
 TEST(ConfigErrors, OfPorts) {
