@@ -71,7 +71,7 @@ class Tags(AgentTest):
                       port("east", tagging="none") + hardware(via("swap", [300], vlan=77)), tagged,
                       sent([(300, 0, 63)], vlans=[77])),
             Case("four are not looked behind", SWAP, [mpls([100], vlans=[1, 2, 3, 4])],
-                 handed_on={"Not MPLS": 1}),
+                 handed_on={"VLAN tags cut short, or more than three": 1}),
         ])
 
 

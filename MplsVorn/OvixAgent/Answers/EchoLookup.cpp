@@ -91,6 +91,7 @@ EchoDownstream EchoLookup::downstream(std::optional<PortIndex> port, const Lumo:
     downstream.nexthop = nexthop;
     downstream.mtu = static_cast<std::uint16_t>(port ? forwarding_->ports.ports()[*port].mtu : 0);
     downstream.port = port;
+    downstream.isMpls = !port || forwarding_->ports.ports()[*port].mpls;
     for (std::size_t at = 0; at < labels.depth(); ++at) {
         downstream.labels.push_back(labels.label(at));
     }

@@ -71,6 +71,16 @@ void addDownstream(std::vector<std::uint8_t>& reply, const EchoDownstream& downs
     LspEchoTlv::add(reply, LspEchoTlv::downstreamDetailedMapping, value);
 }
 
+/// As RFC 4379 section 3.3 has it, without multipath information.
+void addDeprecatedDownstream(std::vector<std::uint8_t>& reply, const EchoDownstream& downstream) {
+    std::vector<std::uint8_t> value{0, 0, addressType(downstream.nexthop), 0};
+    Lumo::NetU16(downstream.mtu).store(value.data());
+    append(value, addressBytes(downstream.nexthop));
+    value.insert(value.end(), 4, 0);
+    append(value, labelBytes(downstream.labels));
+    LspEchoTlv::add(reply, LspEchoTlv::downstreamMapping, value);
+}
+
 /// On request, or when the mapping of the request is another interface's.
 bool reportsArrival(const LspEchoRequest& request, const EchoVerdict& verdict) noexcept {
     return (request.mapping && request.mapping->wantsInterface) ||
@@ -116,11 +126,13 @@ EchoReply echoReply(const LspEchoRequest& request, const EchoVerdict& verdict,
                     const EchoArrival& arrival, std::uint64_t received, std::size_t room) {
     EchoReply reply{std::vector<std::uint8_t>(Wire::LspEcho::size), 0};
     const Wire::LspEchoWriter header{std::span(reply.bytes)};
-    // With downstreams, each mapping has a return code of its own.
+    // Each detailed mapping has a return code of its own.
     const bool hasDownstreams = reportsDownstreams(request, verdict);
-    const EchoReturnCode code = hasDownstreams ? EchoReturnCode::inDownstreamMapping : verdict.code;
+    const bool isDeprecated = request.mapping && request.mapping->isDeprecated;
+    const bool hasOwnCodes = hasDownstreams && !isDeprecated;
+    const EchoReturnCode code = hasOwnCodes ? EchoReturnCode::inDownstreamMapping : verdict.code;
     header.messageIs(Wire::LspEchoWriter::reply, request.replyMode);
-    header.returnCodeIs(static_cast<std::uint8_t>(code), hasDownstreams ? 0 : verdict.depth);
+    header.returnCodeIs(static_cast<std::uint8_t>(code), hasOwnCodes ? 0 : verdict.depth);
     std::copy(request.returned.begin(), request.returned.end(), header.returned().begin());
     header.timeReceivedIs(received);
     using Bytes = std::vector<std::uint8_t>;
@@ -134,7 +146,11 @@ EchoReply echoReply(const LspEchoRequest& request, const EchoVerdict& verdict,
         filling.add([&](Bytes& bytes) { addArrival(bytes, arrival); });
     }
     for (std::size_t i = 0; hasDownstreams && i < verdict.downstreams.size(); ++i) {
-        filling.add([&](Bytes& bytes) { addDownstream(bytes, verdict.downstreams[i], verdict); });
+        const EchoDownstream& downstream = verdict.downstreams[i];
+        filling.add([&](Bytes& bytes) {
+            isDeprecated ? addDeprecatedDownstream(bytes, downstream)
+                         : addDownstream(bytes, downstream, verdict);
+        });
     }
     if (!request.pads.empty()) {
         filling.add([&](Bytes& bytes) { append(bytes, request.pads); });

@@ -15,6 +15,7 @@ struct EchoDownstream {
     std::uint16_t mtu = 0;               ///< of the egress, for the packet with its labels
     std::vector<Lumo::MplsLabel> labels; ///< sent, outermost first; implicit null for a pop
     std::optional<PortIndex> port{};     ///< the egress, if it is a port of the agent
+    bool isMpls = true;                  ///< the egress has labelled frames
 };
 
 /// Return codes of an MPLS echo reply (RFC 8029 section 3.1, RFC 8287 section 9.5).
@@ -26,6 +27,7 @@ enum class EchoReturnCode : std::uint8_t {
     downstreamMismatch = 5,
     unknownUpstream = 6,
     switched = 8,
+    noMplsForwarding = 9,
     mappingDiffers = 10,
     noLabelEntry = 11,
     inDownstreamMapping = 14,

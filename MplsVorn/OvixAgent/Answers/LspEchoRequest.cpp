@@ -39,8 +39,8 @@ std::optional<EchoFec> nilFec(Wire::Bytes value) noexcept {
     return value.size() == size ? std::optional(EchoFec{}) : std::nullopt;
 }
 
-/// Type, protocol, the ends of the link, and the identifiers of both nodes, which only an IGP could
-/// verify (RFC 8287 section 5.3).
+/// Type, protocol, the ends of the link, and the identifiers of both nodes: router ids, or the
+/// system ids of IS-IS, which only that could verify (RFC 8287 section 5.3).
 std::optional<EchoFec> adjacencyFec(Wire::Bytes value) noexcept {
     enum Type : std::uint8_t { unnumbered = 0, parallel = 1, ipv4 = 4, ipv6 = 6 };
     constexpr std::uint8_t isis = 2;
@@ -56,6 +56,9 @@ std::optional<EchoFec> adjacencyFec(Wire::Bytes value) noexcept {
         return std::nullopt;
     }
     EchoFec fec{EchoFec::Kind::adjacency};
+    if (value[1] != isis) {
+        fec.receiver = addressAt(&value.last(node)[0], true);
+    }
     if (type == ipv4 || type == ipv6) {
         fec.local = addressAt(value.data() + fixed, type == ipv4);
         fec.remote = addressAt(value.data() + fixed + end, type == ipv4);
@@ -185,6 +188,21 @@ Fault takeDownstreamMapping(LspEchoRequest& request, Wire::Bytes value) {
     return Fault::none;
 }
 
+/// The same as it was before (RFC 4379 section 3.3): older senders ask by it.
+Fault takeDeprecatedMapping(LspEchoRequest& request, Wire::Bytes value) {
+    using namespace Wire::LspEchoDownstream;
+    Wire::Bytes labels;
+    if (request.mapping || !labelsOfDeprecated(value, labels)) {
+        return Fault::malformed;
+    }
+    EchoMapping& mapping = request.mapping.emplace();
+    mapping.isDeprecated = true;
+    mapping.wantsInterface = (value[flagsAt] & wantsInterface) != 0;
+    takeAddresses(mapping, value);
+    mapping.labels = mappedLabels(labels);
+    return mapping.labels ? Fault::none : Fault::malformed;
+}
+
 Fault takeTlv(LspEchoRequest& request, const LspEchoTlv& tlv) {
     switch (tlv.type) {
     case LspEchoTlv::targetFecStack:
@@ -195,6 +213,8 @@ Fault takeTlv(LspEchoRequest& request, const LspEchoTlv& tlv) {
         return takeReplyTos(request, tlv.value);
     case LspEchoTlv::downstreamDetailedMapping:
         return takeDownstreamMapping(request, tlv.value);
+    case LspEchoTlv::downstreamMapping:
+        return takeDeprecatedMapping(request, tlv.value);
     default:
         return unknown(tlv.type);
     }

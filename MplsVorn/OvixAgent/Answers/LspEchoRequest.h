@@ -22,11 +22,13 @@ struct EchoFec {
     /// The ends of the adjacency's link; of no family when it is unnumbered or one of several.
     Lumo::IpGenAddr local{};
     Lumo::IpGenAddr remote{};
+    Lumo::IpGenAddr receiver{}; ///< the router id of the adjacency's far end; of no family in IS-IS
 };
 
-/// The downstream detailed mapping of a request (RFC 8029 section 3.4): what the router before has
-/// reported of this one.
+/// The downstream detailed mapping of a request (RFC 8029 section 3.4), or the mapping that it has
+/// replaced: what the router before has reported of this one.
 struct EchoMapping {
+    bool isDeprecated = false;   ///< is answered by the same
     bool wantsInterface = false; ///< the I flag
     Lumo::IpGenAddr address{};
     Lumo::IpGenAddr interface {}; ///< of no family when the interface is unnumbered

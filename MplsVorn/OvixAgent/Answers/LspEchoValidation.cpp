@@ -67,10 +67,12 @@ bool mustAgree(const std::optional<EchoMapping>& mapping) noexcept {
 }
 
 /// With PHP the label of the adjacency is gone: this router is at its other end (RFC 8287 section
-/// 7.4).
+/// 7.4). Without an interface, as one of several links, it must name this router itself.
 EchoReturnCode checkAdjacency(const EchoFec& fec, const Arrived& arrived) {
-    const bool isKnown = fec.remote.family() == Lumo::IpFamily::none ||
-                         arrived.tables.isOfPort(fec.remote, arrived.port);
+    const bool isNumbered = fec.remote.family() != Lumo::IpFamily::none;
+    const bool namesRouter = fec.receiver.family() != Lumo::IpFamily::none;
+    const bool isKnown = isNumbered ? arrived.tables.isOfPort(fec.remote, arrived.port)
+                                    : namesRouter && arrived.tables.isOwn(fec.receiver);
     return isKnown ? EchoReturnCode::egress : EchoReturnCode::notOfInterface;
 }
 
@@ -158,6 +160,10 @@ EchoVerdict validateTransit(const Arrived& arrived, std::size_t depth, EchoLabel
     const std::optional<EchoMapping>& mapping = arrived.request.mapping;
     if (mustAgree(mapping) && !agrees(*mapping, arrived)) {
         return verdict(EchoReturnCode::downstreamMismatch, 0);
+    }
+    if (std::any_of(label.downstreams.begin(), label.downstreams.end(),
+                    [](const EchoDownstream& downstream) { return !downstream.isMpls; })) {
+        return verdict(EchoReturnCode::noMplsForwarding, depth);
     }
     EchoVerdict result = verdict(checkTransit(arrived, depth, label), depth);
     if (result.code == EchoReturnCode::switched) {

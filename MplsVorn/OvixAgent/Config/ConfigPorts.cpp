@@ -120,6 +120,16 @@ PortConfig readPort(const ConfigValue& value) {
     return port;
 }
 
+/// The MTU of a parent without one of its own is that of the interface.
+void checkMtu(const ConfigMap& map, const PortConfig& port, const ConfigValue& parent,
+              const PortConfig& physical) {
+    const ConfigMap ofParent(parent);
+    if (ofParent.find("mtu") && port.mtu > physical.mtu) {
+        map.failFor("mtu",
+                    fmt::format("mtu {} is above that of the parent, {}", port.mtu, physical.mtu));
+    }
+}
+
 /// Finds the parents of the sub-interfaces, which have what they lack of their own from them.
 void connectSubInterfaces(const ConfigValue& list, std::vector<PortConfig>& ports) {
     const PortNames names(ports);
@@ -149,12 +159,13 @@ void connectSubInterfaces(const ConfigValue& list, std::vector<PortConfig>& port
         port.isUp = port.isUp && physical.isUp;
         port.mac = map.find("mac") ? port.mac : physical.mac;
         port.mtu = map.find("mtu") ? port.mtu : physical.mtu;
+        checkMtu(map, port, list.item(port.parent), physical);
     }
 }
 
 } // namespace
 
-PortNames::PortNames(const std::vector<PortConfig>& ports) {
+PortNames::PortNames(const std::vector<PortConfig>& ports) : ports_(&ports) {
     for (const PortConfig& port : ports) {
         indices_.emplace(port.name, static_cast<PortIndex>(names_.size()));
         names_.emplace_back(port.name);

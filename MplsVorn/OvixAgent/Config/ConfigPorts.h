@@ -20,8 +20,10 @@ class PortNames {
     PortIndex read(const ConfigValue& value) const;
     Lumo::IntfId readIntfId(const ConfigValue& value) const { return intfIds_[read(value)]; }
     Lumo::IntfId intfId(PortIndex port) const { return intfIds_[port]; }
+    bool isSubInterface(PortIndex port) const { return (*ports_)[port].isSubInterface(); }
 
   private:
+    const std::vector<PortConfig>* ports_;
     std::vector<std::string_view> names_;
     std::vector<Lumo::IntfId> intfIds_;
     std::unordered_map<std::string_view, PortIndex> indices_;

@@ -65,6 +65,26 @@ ViaOptions readOptions(const ConfigMap& map, const PortNames& ports) {
     return options;
 }
 
+/// What could have no effect is refused.
+void refuseVain(const ConfigMap& map, MplsLabelAction action, const ViaOptions& options,
+                const PortNames& ports) {
+    const auto refuseIf = [&map](bool isVain, std::string_view key, std::string_view rule) {
+        if (const auto given = map.find(key); given && isVain) {
+            given->fail(std::string(rule));
+        }
+    };
+    refusePushTtl(map, options.ttl);
+    refuseIf(action != MplsLabelAction::pop, "payload", "only a pop exposes a payload");
+    refuseIf(true, "vrf", "goes with type ip-lookup or ip-lookup-per-prefix, which route in a VRF");
+    refuseIf(options.tcUniform && options.payload == PayloadType::ethernet, "tc",
+             "uniform writes the class of a packet (RFC 3270), and an Ethernet frame has none");
+    if (const auto port = map.find("interface"); port && ports.isSubInterface(ports.read(*port))) {
+        refuseIf(true, "vlan",
+                 fmt::format("{} is a sub-interface, which has its own VLAN",
+                             inQuotes(port->text("interface"))));
+    }
+}
+
 /// A via of a type that looks up in a VRF pops, and leads nowhere else. The packet keeps its TTL
 /// and its class (the pipe model of RFC 3443 and RFC 3270).
 Via readLookUp(const ConfigMap& map, const ConfigValue& value) {
@@ -110,6 +130,7 @@ WeightedVia readVia(const ConfigValue& value, LfibViaType type, const PortNames&
     const std::vector<MplsLabel> labels = readLabels(map, action);
     const auto fec = map.numberOr<std::uint64_t>("fec", 0, Via::maxFec, 0);
     const ViaOptions options = readOptions(map, ports);
+    refuseVain(map, action, options, ports);
     map.refuseOthers();
     return {viaOrFail(value, makeVia(type, action, labels, options, fec)), weight};
 }
@@ -124,10 +145,19 @@ void checkWeights(const ConfigValue& value, std::span<const WeightedVia> vias) {
 
 } // namespace
 
+void refusePushTtl(const ConfigMap& map, Mpls::TtlMode ttl) {
+    if (const auto given = map.find("push-ttl"); given && ttl != Mpls::TtlMode::pipe) {
+        given->fail("labels are pushed with a TTL of their own in pipe mode only (RFC 3443), and "
+                    "ttl is uniform");
+    }
+}
+
 MplsLabel readLabel(const ConfigValue& value, std::string_view instead) {
     const MplsLabel label(value.number<std::uint32_t>("label", 0, MplsLabel::max));
     if (label == Lumo::implicitNull) {
-        value.fail(fmt::format("label 3 (implicit null) never stands in a frame; {}", instead));
+        value.fail(fmt::format("label 3 (implicit null) never stands in a frame (RFC 3032 section "
+                               "2.1); {}",
+                               instead));
     }
     return label;
 }

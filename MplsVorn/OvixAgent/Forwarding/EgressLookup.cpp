@@ -20,8 +20,8 @@ namespace {
 
 /// RFC 5332 section 8. The low 20 bits name the label of a stack of one; of a deeper stack, whose
 /// top label alone does not identify the tree, they are the 0 that the section allows for any.
-Lumo::EthAddr groupMac(const Ovix::MplsHeaderData& labels) noexcept {
-    const std::uint32_t value = labels.entries() == 1 ? (*labels.begin()).label().value() : 0;
+Lumo::EthAddr groupMac(const Ovix::MplsHeaderData& stack) noexcept {
+    const std::uint32_t value = stack.entries() == 1 ? (*stack.begin()).label().value() : 0;
     return {0x01,
             0x00,
             0x5e,
@@ -59,8 +59,8 @@ bool isOfPortsVrf(Wire::Bytes frame) noexcept {
         return true;
     }
     Lumo::MplsLabelEntry last;
-    Wire::LabelWalk labels(tags.rest());
-    while (labels.next(last)) {
+    Wire::LabelWalk stack(tags.rest());
+    while (stack.next(last)) {
     }
     return last.bos() && last.label().isExplicitNull();
 }

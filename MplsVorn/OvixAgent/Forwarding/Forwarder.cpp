@@ -92,7 +92,7 @@ Fate Forwarder::dispatch(const Frame& frame, const Ptr<Ovix::PacketContext>& pac
     case Ovix::PktHdrType::ipv6:
         return routeIp(frame, packet, link, ipv6Handler_);
     default:
-        return handOn(Reason::notMpls);
+        return handOn(link.hasUnreadTag ? Reason::unreadTags : Reason::notMpls);
     }
 }
 

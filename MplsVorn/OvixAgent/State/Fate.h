@@ -33,6 +33,7 @@ namespace Reason {
 inline constexpr std::string_view nothingResolved =
     "No labels resolved to via sets, and nexthop not resolved";
 inline constexpr std::string_view notMpls = "Not MPLS";
+inline constexpr std::string_view unreadTags = "VLAN tags cut short, or more than three";
 inline constexpr std::string_view otherStation = "For another station";
 inline constexpr std::string_view noVlan = "VLAN without a sub-interface";
 inline constexpr std::string_view mplsNotAllowed = "Labelled frame at a port without MPLS";

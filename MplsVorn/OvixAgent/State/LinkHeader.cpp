@@ -27,6 +27,7 @@ void noteEnd(ReceivedLink& link, const Ovix::PacketHeader& last) noexcept {
         Lumo::NetU16::load(last.bytes().last(Wire::Ethernet::etherTypeSize).data()).value();
     link.announced = announcedBy(etherType);
     link.isUpstreamAssigned = etherType == Wire::EtherType::mplsUpstream;
+    link.hasUnreadTag = Wire::EtherType::isTag(etherType);
 }
 
 } // namespace

@@ -24,6 +24,7 @@ struct ReceivedLink {
     std::uint32_t size = 0;
     Ovix::PktHdrType announced = Ovix::PktHdrType::none;
     bool isUpstreamAssigned = false; ///< the top label, by the EtherType (RFC 5332 section 3)
+    bool hasUnreadTag = false;       ///< another tag is to come then, or what is left of one
     VlanTags tags;
 };
 

@@ -242,6 +242,11 @@ LfibViaType Parser::viaType() const {
         if (const auto checked = Mpls::checkType(type, *vias, hasTail); !checked) {
             fail(checked.refused().what);
         }
+        const bool isWeightless = std::all_of(vias->begin(), vias->end(),
+                                              [](const auto& via) { return via.weight == 0; });
+        if (!vias->empty() && isWeightless) {
+            fail("the weights add up to 0, which is out of range (1..4294967295)");
+        }
     }
     return type;
 }

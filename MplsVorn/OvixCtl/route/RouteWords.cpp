@@ -61,8 +61,8 @@ std::vector<Lumo::MplsLabel> parseLabels(const std::string& word) {
         const std::size_t to = std::min(word.find('/', from), word.size());
         labels.push_back(parseLabel(word.substr(from, to - from)));
         if (labels.back() == Lumo::implicitNull) {
-            throw UsageError("label 3 (implicit null) never stands in a frame; leave out \"as\" to "
-                             "pop");
+            throw UsageError("label 3 (implicit null) never stands in a frame (RFC 3032 section "
+                             "2.1); leave out \"as\" to pop");
         }
         from = to + 1;
     }

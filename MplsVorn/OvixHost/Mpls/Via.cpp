@@ -47,7 +47,8 @@ Result<void> checkLabels(const OvixMplsVia& record) {
             return Refused{"label " + std::to_string(label) + " has more than 20 bits"};
         }
         if (label == Lumo::implicitNull.value()) {
-            return Refused{"label 3 (implicit null) never stands in a frame"};
+            return Refused{"label 3 (implicit null) never stands in a frame (RFC 3032 section "
+                           "2.1)"};
         }
     }
     return {};

@@ -85,6 +85,7 @@ struct LspEchoTlv {
 
     enum Type : std::uint16_t {
         targetFecStack = 1,
+        downstreamMapping = 2, ///< deprecated (RFC 8029 section 3.4)
         pad = 3,
         interfaceAndLabelStack = 7,
         erroredTlvs = 9,
@@ -159,6 +160,26 @@ inline constexpr std::size_t addressesAt = 4;
 inline constexpr std::size_t addressesSize[] = {0, 8, 8, 32, 20, 0};
 /// Without addresses and sub-TLVs.
 inline constexpr std::size_t fixedSize = 8;
+
+/// The labels of a deprecated mapping, which has no return code, but a multipath type, a depth
+/// limit and the length of the multipath information in its place, then that information, and the
+/// labels. False when the value is damaged.
+inline bool labelsOfDeprecated(Bytes value, Bytes& found) noexcept {
+    const std::size_t type = value.size() > addressTypeAt ? value[addressTypeAt] : 0;
+    if (type < ipv4Numbered || type > ipv6Unnumbered) {
+        return false;
+    }
+    const std::size_t size = fixedSize + addressesSize[type];
+    if (value.size() < size) {
+        return false;
+    }
+    const std::size_t multipath = Lumo::NetU16::load(value.data() + size - 2).value();
+    if (multipath > value.size() - size) {
+        return false;
+    }
+    found = value.subspan(size + multipath);
+    return true;
+}
 
 /// In its label stack: label, TC and bottom of stack as in a label stack entry, and the protocol.
 inline constexpr std::size_t labelSize = 4;

@@ -85,6 +85,16 @@ routes:
 
 } // namespace
 
+TEST_F(EchoLookupTest, ALabelMayLeadToAPortWithoutMpls) {
+    viasAre(103, {swapTo(300, "core", "10.0.2.2"), popTo("edge", "10.0.3.2")});
+    tables.commit();
+    EXPECT_EQ(codesFor({{103, 0, 1}}, fecStack({ldp(8)})), "8/1");
+    forwarding.ports.ports()[1].mpls = false;
+    EXPECT_EQ(codesFor({{103, 0, 1}}, fecStack({ldp(8)})), "9/1");
+    EXPECT_EQ(codesFor({{103, 0, 1}, {200}}, fecStack({ldp(8)}), 0), "9/2");
+    EXPECT_EQ(codesFor({{100, 0, 1}}, fecStack({ldp(8)})), "8/1");
+}
+
 TEST_F(EchoLookupTest, ALabelMapsToTheFecWithTheSameNextHop) {
     const struct {
         const char* what;

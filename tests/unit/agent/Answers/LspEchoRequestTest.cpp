@@ -134,6 +134,31 @@ TEST(LspEchoMessage, DownstreamsAreReportedOnRequest) {
     EXPECT_EQ(codesOn(join({fec, mapping})), "0301"); // the egress has none
 }
 
+TEST(LspEchoMessage, TheMappingBeforeTheDetailedOneIsAnsweredByTheSame) {
+    FakeEchoTables known;
+    known.downstreams = {{Lumo::IpGenAddr::fromText("10.0.2.2"), 1492, {Lumo::MplsLabel(300)}}};
+    const auto old = [](const Bytes& router, const Bytes& behind) {
+        return tlv(2, join({{5, 220, 1, 0}, router, router, behind}));
+    };
+    const auto replyFor = [&](const Bytes& asked) {
+        const Bytes frame = labelled({{100}}, echo4(message({.tlvs = join({fec, asked})})));
+        return lspEchoReply(read(frame), 0, at, known, own).packet;
+    };
+    const Bytes all{224, 0, 0, 2};
+    const Bytes right{10, 255, 0, 1};
+    const Bytes noMultipath{0, 0, 0, 0};
+    const Bytes reply = replyFor(old(all, noMultipath));
+    EXPECT_EQ(codes(reply), "8/1");
+    EXPECT_EQ(hex(from(reply, 60, reply.size() - 60)), "0002001405d401000a0002020a00020200000000"
+                                                       "0012c100");
+    const Bytes multipath{8, 0, 0, 4, 127, 0, 0, 1};
+    EXPECT_EQ(codes(replyFor(old(right, join({multipath, u32(100U << 12U)})))), "8/1");
+    EXPECT_EQ(codes(replyFor(old(right, join({multipath, u32(101U << 12U)})))), "5/0");
+    EXPECT_EQ(codes(replyFor(old(right, {8, 0, 0, 9, 127, 0, 0, 1}))), "1/0");
+    EXPECT_EQ(codes(replyFor(old(right, {0, 0, 0}))), "1/0");
+    EXPECT_EQ(codes(replyFor(join({old(all, noMultipath), old(all, noMultipath)}))), "1/0");
+}
+
 TEST(LspEchoMessage, ADownstreamHasTheLabelsBeneath) {
     FakeEchoTables known;
     known.downstreams = {{Lumo::IpGenAddr(), 1500, {Lumo::MplsLabel(300)}}};

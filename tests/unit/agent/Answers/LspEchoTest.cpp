@@ -60,6 +60,11 @@ Bytes adjacency(const std::string& local, const std::string& remote) {
     return tlv(36, join({{type, 2, 0, 0}, bytesOf(local), bytesOf(remote), filled(12, 7)}));
 }
 
+/// A parallel adjacency of OSPF toward a router id (RFC 8287 section 5.3).
+Bytes severalLinks(const Bytes& receiver) {
+    return tlv(36, join({{1, 1, 0, 0}, filled(8, 0), {10, 255, 0, 7}, receiver}));
+}
+
 } // namespace
 
 TEST(LspEcho, ReportsWhereProcessingEnded) {
@@ -106,7 +111,9 @@ TEST(LspEcho, ReportsWhereProcessingEnded) {
          {},
          fecStack({adjacency("10.255.0.7", "10.255.0.9")}),
          "35/1"},
-        {"one of several links", {}, fecStack({adjacency("", "")}), "3/1"},
+        {"one of several links in IS-IS", {}, fecStack({adjacency("", "")}), "35/1"},
+        {"one of several links", {}, fecStack({severalLinks({10, 255, 0, 9})}), "3/1"},
+        {"one of another router's", {}, fecStack({severalLinks({10, 255, 0, 8})}), "35/1"},
         {"an adjacency, then a prefix",
          {},
          fecStack({adjacency("10.255.0.7", "10.255.0.1"), sid4(9)}),

@@ -107,7 +107,7 @@ TEST(ConfigPseudowires, ErrorsNameLineKeyAndValue) {
          "6: pseudowires[0].labels[1]: label 1048576 is out of range (0..1048575)"},
         {{red + ", labels: [3]"},
          "6: pseudowires[0].labels[0]: label 3 (implicit null) never "
-         "stands in a frame; leave it out"},
+         "stands in a frame (RFC 3032 section 2.1); leave it out"},
         {{red, redWith("port", "eth2")},
          "7: pseudowires[1].name: pseudowire \"red\" is already defined at line 6"},
         {{red, redWith("name", "blue")},

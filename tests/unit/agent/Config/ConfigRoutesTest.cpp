@@ -164,7 +164,8 @@ TEST(ConfigRoutes, ErrorsNameLineKeyAndValue) {
         {route("prefix: 10.1.0.0/16, via: {nexthop: 10.0.1.2, labels: []}"),
          "t.yaml:5: routes[0].via.labels: 0 labels given, allowed are 1 to 33"},
         {route("prefix: 10.1.0.0/16, via: {nexthop: 10.0.1.2, labels: [3]}"),
-         "t.yaml:5: routes[0].via.labels[0]: label 3 (implicit null) never stands in a frame; "
+         "t.yaml:5: routes[0].via.labels[0]: label 3 (implicit null) never stands in a frame (RFC "
+         "3032 section 2.1); "
          "leave "
          "it out"},
         {route("prefix: 10.1.0.0/16, via: {nexthop: 10.0.1.2, labels: [1048576]}"),

@@ -35,7 +35,7 @@ lfib:
       type: external-fec
       vias:
         - {interface: eth2, nexthop: 10.0.2.2, weight: 3, action: swap, labels: [200, 16],
-           ttl: pipe, tc: 3, push-ttl: 64, payload: ipv4, mtu: 1400, vlan: 10, vrf: red, push-tc: 0}
+           ttl: pipe, tc: 3, push-ttl: 64, mtu: 1400, vlan: 10, push-tc: 0}
         - {nexthop: "2001:db8::1", action: pop}
 hardware:
   adjacencies:
@@ -171,11 +171,12 @@ TEST(Config, ReadsEveryFieldOfAVia) {
     EXPECT_EQ(via.ttl, TtlMode::pipe);
     EXPECT_EQ(via.tc, 3);
     EXPECT_EQ(via.pushTtl, 64);
-    EXPECT_EQ(via.payload, PayloadType::ipv4);
     EXPECT_EQ(via.mtu, 1400U);
     EXPECT_EQ(via.vlan, 10);
     EXPECT_EQ(via.pushTc, 0);
-    EXPECT_EQ(via.vrf.view(), "red");
+    const AgentConfig popped =
+        configOf(withVia("{interface: eth1, action: pop, payload: ipv4}"), "t.yaml");
+    EXPECT_EQ(popped.labelRoutes.at(0).value.vias.at(0).via.options().payload, PayloadType::ipv4);
 }
 
 TEST(Config, ViasHaveDefaults) {
@@ -262,8 +263,10 @@ TEST(Config, LimitsThemselvesAreAccepted) {
         "{interface: eth1, action: swap, labels: [1048575]}",
         "{interface: eth1, action: push, labels: [4, 6, 7, 15]}",
         "{interface: eth1, action: pop, weight: 4294967295}",
-        "{interface: eth1, action: push, labels: [16], tc: 0, push-ttl: 1, mtu: 68, vlan: 1}",
-        "{interface: eth1, action: push, labels: [16], tc: 7, push-ttl: 255, vlan: 4094}",
+        "{interface: eth1, action: push, labels: [16], tc: 0, ttl: pipe, push-ttl: 1, mtu: 68, "
+        "vlan: 1}",
+        "{interface: eth1, action: push, labels: [16], tc: 7, ttl: pipe, push-ttl: 255, vlan: "
+        "4094}",
         "{interface: eth1, action: push, labels: [16], mtu: 65535}",
         "{interface: eth1, action: swap, labels: [16, 17], push-tc: 0}",
         "{interface: eth1, action: swap, labels: [16, 17], push-tc: 7}",

@@ -123,7 +123,8 @@ TEST_F(ForwarderTest, BothMplsEtherTypesGoToTheHandlerAndNothingElseDoes) {
         receive(given.frame, [&](const auto&, auto&) { routed = true; });
         EXPECT_EQ(routed, given.routed) << given.what;
     }
-    EXPECT_EQ(summary().handedOn.counts(), (ReasonCounts{{"Not MPLS", 5}}));
+    EXPECT_EQ(summary().handedOn.counts(),
+              (ReasonCounts{{"Not MPLS", 4}, {"VLAN tags cut short, or more than three", 1}}));
     EXPECT_EQ(summary().dropped.total(), 4U);
 }
 

@@ -154,6 +154,11 @@ TEST(ConfigErrors, OfSubInterfaces) {
     expectErrors({
         {"a whole one", with(sub), ""},
         {"two tags", with("name: q, parent: eth1, vlan: [100, 200]"), ""},
+        {"an MTU of its own", with(sub + ", mtu: 9000"), ""},
+        {"an MTU above the parent's",
+         with("name: big, mac: 02:00:00:00:00:09, mtu: 1600}\n  - {name: big.1, parent: big, vlan: "
+              "1, mtu: 1601"),
+         "t.yaml:5: ports[3].mtu: mtu 1601 is above that of the parent, 1600"},
         {"no VLAN", with("name: s, parent: eth1"), "t.yaml:4: ports[2].vlan: missing"},
         {"no parent", with("name: s, mac: 02:00:00:00:00:03, vlan: 100"),
          "t.yaml:4: ports[2].vlan: only a sub-interface, which names its parent, has a vlan; see "

@@ -91,7 +91,9 @@ TEST(ConfigLabelErrors, OfVias) {
         {"{interface: eth1, action: swap, labels: [16, x]}",
          "[0].labels[1]: label \"x\" is not a decimal number"},
         {"{interface: eth1, action: swap, labels: [3]}",
-         "[0].labels[0]: label 3 (implicit null) never stands in a frame; use action pop instead"},
+         "[0].labels[0]: label 3 (implicit null) never stands in a frame (RFC 3032 section 2.1); "
+         "use "
+         "action pop instead"},
         {"{interface: eth1, action: pop, tc: 8}", "[0].tc: tc 8 is out of range (0..7)"},
         {"{interface: eth1, action: pop, push-ttl: 0}",
          "[0].push-ttl: push-ttl 0 is out of range (1..255)"},
@@ -99,6 +101,18 @@ TEST(ConfigLabelErrors, OfVias) {
          "[0].ttl: unknown ttl \"short\"; known: uniform, pipe"},
         {"{interface: eth1, action: pop, payload: ip}",
          "[0].payload: unknown payload \"ip\"; known: undefined, none, ipv4, ipv6, ethernet, auto"},
+        {"{interface: eth1, action: push, labels: [16], push-ttl: 9}",
+         "[0].push-ttl: labels are pushed with a TTL of their own in pipe mode only (RFC 3443), "
+         "and "
+         "ttl is uniform"},
+        {"{interface: eth1, action: swap, labels: [16], payload: ipv4}",
+         "[0].payload: only a pop exposes a payload"},
+        {"{interface: eth1, action: push, labels: [16], payload: auto}",
+         "[0].payload: only a pop exposes a payload"},
+        {"{interface: eth1, action: pop, vrf: red}",
+         "[0].vrf: goes with type ip-lookup or ip-lookup-per-prefix, which route in a VRF"},
+        {"{interface: eth1, action: pop, tc: uniform, payload: ethernet}",
+         "[0].tc: uniform writes the class of a packet (RFC 3270), and an Ethernet frame has none"},
         {"{interface: eth1, action: pop, mtu: 0}", "[0].mtu: mtu 0 is out of range (68..65535)"},
         {"{interface: eth1, action: pop, vlan: 4095}",
          "[0].vlan: vlan 4095 is out of range (1..4094)"},
@@ -119,6 +133,19 @@ TEST(ConfigLabelErrors, OfVias) {
         errorOf(withVia("{interface: eth1, action: pop, vrf: " + std::string(101, 'v') + "}")),
         place + "[0].vrf: VRF name \"" + std::string(60, 'v') +
             "...\" has 101 bytes, allowed are 1 to 100");
+}
+
+TEST(ConfigLabelErrors, ASubInterfaceHasItsOwnVlan) {
+    const auto via = [](const std::string& port) {
+        return twoPorts +
+               "  - {name: eth1.7, parent: eth1, vlan: 7}\nlfib: {decap: [{label: 16, via: "
+               "{interface: " +
+               port + ", action: pop, vlan: 9}}]}\n";
+    };
+    EXPECT_EQ(errorOf(via("eth1")), "");
+    EXPECT_EQ(
+        errorOf(via("eth1.7")),
+        "t.yaml:5: lfib.decap[0].via.vlan: \"eth1.7\" is a sub-interface, which has its own VLAN");
 }
 
 TEST(ConfigLabelErrors, OfASingleViaNameIt) {

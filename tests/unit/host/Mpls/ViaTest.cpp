@@ -84,7 +84,7 @@ TEST(Via, TakesOneToThirtyThreeLabels) {
         EXPECT_EQ(refusalOf(Via::push(stackOf(depth), toEast())), refusal);
     }
     EXPECT_EQ(refusalOf(Via::swap(Labels{MplsLabel(16), Lumo::implicitNull}, toEast())),
-              "label 3 (implicit null) never stands in a frame");
+              "label 3 (implicit null) never stands in a frame (RFC 3032 section 2.1)");
 }
 
 TEST(Via, LeadsToAnInterfaceANextHopOrAFec) {
@@ -186,7 +186,7 @@ TEST(Via, ARecordThatIsNotLegalIsRefused) {
          [](OvixMplsVia& via) { via.labels = std::string_view("abcd"); }},
         {"label 1048576 has more than 20 bits",
          [](OvixMplsVia& via) { via.labels = std::string_view("\x10\0\0", 3); }},
-        {"label 3 (implicit null) never stands in a frame",
+        {"label 3 (implicit null) never stands in a frame (RFC 3032 section 2.1)",
          [](OvixMplsVia& via) { via.labels = std::string_view("\0\0\3", 3); }},
         {"0 labels given, push and swap take 1 to 33",
          [](OvixMplsVia& via) { via.labels = std::string_view(); }},
