@@ -17,6 +17,54 @@ class LiveAnswers(LiveTest):
         result = self.stop(process)
         self.assertEqual(result["dropped"]["reasons"], {})
 
+    def test_a_flood_to_nobody_keeps_no_neighbour_from_being_resolved(self):
+        count = 20
+        for host in range(101, 101 + 2 * count):
+            ip("-n", self.east, "addr", "add", f"10.0.2.{host}/24", "dev", "eth0")
+        process = self.start("routes:\n  - {prefix: 10.4.0.0/16, via: {interface: east}}\n" + "".join(
+            f"  - {{prefix: 10.9.{i}.0/24, via: {{nexthop: 10.0.2.{101 + i}}}}}\n"
+            for i in range(count)))
+        real = [f"10.9.{i}.1" for i in range(count)] + [
+            f"10.0.2.{101 + count + i}" for i in range(count)]
+        mac = self.router_mac("west")
+
+        def frame(source: str, destination: str) -> bytes:
+            return f.eth(mac, "02:00:00:00:00:09", f.ETH_IPV4, f.udp_packet(source, destination))
+        receiver = self.host(self.east, f"""
+import socket
+s = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, socket.htons(0x800)); s.bind(("eth0", 0x800))
+print("ready", flush=True); s.settimeout(6); got = set()
+try:
+    while len(got) < {2 * count}:
+        packet = s.recv(2000)[14:]
+        if packet[12:16] == bytes([10, 7, 7, 7]): got.add(packet[16:20])
+except TimeoutError: pass
+print(len(got), flush=True)""")
+        self.assertEqual(receiver.stdout.readline(), "ready\n")
+        wanted = [frame("10.7.7.7", destination).hex() for destination in real]
+        self.host(self.west, f"""
+import socket, struct, time
+s = socket.socket(socket.AF_PACKET, socket.SOCK_RAW); s.bind(("eth0", 0))
+def checksum(header):
+    total = sum(struct.unpack("!10H", header)); total = (total & 0xffff) + (total >> 16)
+    return ~((total & 0xffff) + (total >> 16)) & 0xffff
+flood = bytearray.fromhex("{frame('10.0.1.2', '10.4.0.0').hex()}")
+real = {wanted}
+start = time.monotonic(); number = 0
+while real:
+    for i in range(200):
+        struct.pack_into("!H", flood, 14 + 18, number % 65536); number += 1
+        struct.pack_into("!H", flood, 14 + 10, 0)
+        struct.pack_into("!H", flood, 14 + 10, checksum(bytes(flood[14:34])))
+        s.send(flood)
+    while time.monotonic() < start + number / 20000: pass
+    if number > 20000 and number % 1000 == 0: s.send(bytes.fromhex(real.pop()))
+""").communicate()
+        self.assertEqual(receiver.stdout.readline(), f"{2 * count}\n")
+        receiver.communicate()
+        self.assertGreater(self.stop(process)["dropped"]["reasons"][
+            "Too many unknown neighbours asked for"], 20000)
+
     def test_what_cannot_be_delivered_is_answered(self):
         process = self.start("""routes:
   - {prefix: 198.51.100.0/24, drop: prohibit}
