@@ -49,7 +49,8 @@ TEST_F(CommandLineTest, EachCommandIsKnownByGroupAndName) {
                         {"lfib", "watch", "--count", "3"},
                         {"counters", "show"},
                         {"counters", "clear"},
-                        {"completion", "bash"}};
+                        {"completion", "bash"},
+                        {"tables", "repair"}};
     for (const Words& words : cases) {
         const Request request = requestOf(words);
         ASSERT_NE(request.command, nullptr) << words[0] << " " << words[1];
