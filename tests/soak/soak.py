@@ -35,8 +35,9 @@ s = socket.socket(socket.AF_INET, socket.SOCK_DGRAM); s.bind(("10.0.2.2", 7000))
 while True:
     late, end = [], time.monotonic() + {WINDOW}
     while time.monotonic() < end:
-        try: late.append(time.monotonic_ns() - struct.unpack("=Q", s.recv(8))[0])
-        except TimeoutError: pass
+        try: sent = struct.unpack("=Q", s.recv(8))[0]
+        except TimeoutError: continue
+        late.append(time.monotonic_ns() - sent)
     late.sort()
     print(len(late), late[len(late) // 2] // 1000 if late else -1, late[-1] // 1000 if late else -1, flush=True)"""
 
