@@ -1,5 +1,6 @@
 // Measures the whole road of one kind of traffic, in bursts, one frame at a time and by the
-// definition alone, beside a bare loop: fast_bench time|instructions SCENARIO LABELS-OR-PREFIXES
+// definition alone, beside a bare loop: fast_bench time|instructions SCENARIO LABELS-OR-PREFIXES;
+// or what changes of the tables cost: fast_bench churn LABELS
 //
 // time prints a line of tab-separated fields; instructions is to be run under callgrind with
 // --instr-atstart=no, and dumps its counts for one number of frames and for twice as many.
@@ -21,6 +22,7 @@
 #include "EdgeScenarios.h"
 #include "FrameRing.h"
 #include "Router.h"
+#include "TableChurn.h"
 
 namespace {
 
@@ -213,12 +215,19 @@ void dumpInstructions(Ways& all) {
 } // namespace
 
 int main(int argc, char** argv) {
-    const std::string what = argc == 4 ? argv[1] : "";
-    if (what != "time" && what != "instructions") {
-        std::fputs("usage: fast_bench time|instructions SCENARIO LABELS-OR-PREFIXES\n", stderr);
+    const std::string what = argc > 1 ? argv[1] : "";
+    const bool isChurn = what == "churn" && argc == 3;
+    if (!isChurn && ((what != "time" && what != "instructions") || argc != 4)) {
+        std::fputs("usage: fast_bench time|instructions SCENARIO LABELS-OR-PREFIXES\n"
+                   "       fast_bench churn LABELS\n",
+                   stderr);
         return 2;
     }
     try {
+        if (isChurn) {
+            Bench::printTableChurn(static_cast<std::uint32_t>(std::stoul(argv[2])));
+            return 0;
+        }
         const auto routes = static_cast<std::uint32_t>(std::stoul(argv[3]));
         constexpr std::size_t mostFrames = 1U << 20U;
         // Instructions do not depend on how much memory the labels met take.

@@ -66,5 +66,6 @@ awk -F '\t' '
             count[$1, "burst"], count[$1, "single"], count[$1, "definition"], $2, $3, $4, $5, $6,
             $7, $8, $9
     }' "$work/instructions" "$work/times"
+"$bench" churn 1000000
 echo '(ucmp4: a choice of four; flood: unknown labels; replicate8: per leg. Times are medians of runs that'
 echo 'take turns; of the ratios, too, each to the bare loop of its turn, of as many labels or of 1000.)'
