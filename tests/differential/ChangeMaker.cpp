@@ -132,9 +132,9 @@ Step portChange(Random& random, Network& network) {
     const std::string& name = network.ports[port].name;
     const std::uint32_t of = random.below(8);
     if (of < 2) {
-        const auto mtu = random.pick<std::uint32_t>({68, 90, 100, 576, 1500, 9000});
+        const auto mtu = random.pick<std::uint32_t>({68, 90, 100, 576, 1500, 9000, 65535});
         return {fmt::format("port {}: mtu {}", name, mtu),
-                [port, mtu](Router& router) { router.tables().ports.ports()[port].mtu = mtu; }};
+                [port, mtu](Router& router) { router.tables().ports.mtuIs(port, mtu); }};
     }
     if (of < 4) {
         const Lumo::EthAddr mac{2, 0, 0, 2, static_cast<std::uint8_t>(port), random.byte()};

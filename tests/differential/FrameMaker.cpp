@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "Lumo/Pkt.h"
 #include "Packets.h"
 #include "State/Frame.h"
 
@@ -70,12 +71,15 @@ std::uint8_t FrameMaker::ttl() {
     return random_.pick<std::uint8_t>({0, 1, 2, 2, 255});
 }
 
-/// Sometimes so long that the frame is about as long as a port's MTU.
+/// Sometimes so long that the frame is about as long as a port's MTU, or as a packet may be.
 std::size_t FrameMaker::payloadLength(std::size_t headers) {
     if (random_.chance(93)) {
         return random_.below(60);
     }
     varied();
+    if (random_.chance(4)) {
+        return Lumo::Pkt::maxBytes - headers - random_.below(80);
+    }
     const std::size_t mtu = network_.ports[random_.below(network_.ports.size())].mtu;
     const std::size_t wanted = std::min<std::size_t>(mtu, 2000) + random_.below(40);
     return wanted > headers + 20 ? wanted - headers - 20 : 0;

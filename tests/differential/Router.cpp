@@ -256,9 +256,8 @@ void Router::mplsRoutingIs(bool on) {
 }
 
 void Router::portUpIs(OvixAgent::PortIndex port, bool up) {
-    OvixAgent::Port& changed = tables_.ports.ports()[port];
-    changed.isUp = up;
-    state_->interfaces()->intfStatusIs(changed.intfId, up);
+    tables_.ports.upIs(port, up);
+    state_->interfaces()->intfStatusIs(tables_.ports.ports()[port].intfId, up);
 }
 
 void Router::settleWaiting(bool atTheEnd) {
