@@ -151,6 +151,18 @@ class Stations(AgentTest):
             self.assertEqual(both[0].frames(capture), both[1].frames(capture))
         self.assertEqual(both[0].json, both[1].json)
 
+    def test_checked_frames_leave_once_and_are_the_same_either_way(self):
+        frames = [mpls([100]), mpls([999]), mpls([(100, 0, 1)])] * 10
+        plain = self.run_frames(KNOWN, frames)
+        checked = self.run_frames(KNOWN, frames, "--check-every", "2")
+        self.assertEqual(checked.code, 0)
+        for capture in ("east", "cpu"):
+            self.assertEqual(plain.frames(capture), checked.frames(capture))
+        self.assertEqual(plain.json["dropped"], checked.json["dropped"])
+        self.assertEqual(plain.json["in"], checked.json["in"])
+        self.assertGreater(checked.counters()["Path", "checked"], 5)
+        self.assertEqual(checked.counters()["Path", "different"], 0)
+
 
 class Ends(AgentTest):
     """How a run ends before its captures do."""

@@ -111,6 +111,11 @@ void addOtherOptions(CLI::App* run, RunOptions& options) {
            "time it takes (by default on)")
         ->type_name("on|off")
         ->check(CLI::IsMember({"on", "off"}).description(""));
+    run->add_option("--check-every", options.checkEvery,
+                    "Forward every Nth frame both ways, by decision and without, and report any "
+                    "difference")
+        ->type_name("N")
+        ->check(CLI::PositiveNumber.description(""));
     run->add_flag("--quiet", options.quiet, "Show no progress");
 }
 

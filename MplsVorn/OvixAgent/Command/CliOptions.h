@@ -32,7 +32,8 @@ struct RunOptions {
     bool json = false;
     bool trace = false;
     bool quiet = false;
-    bool fastPath = true; ///< forward by decisions made once per label where that is exact
+    bool fastPath = true;         ///< forward by decisions made once per label where that is exact
+    std::uint64_t checkEvery = 0; ///< compare the roads of every Nth frame; 0: of none
 };
 
 /// Nothing to run: help or version was requested, or the command line is invalid.

@@ -18,6 +18,14 @@ namespace OvixAgent {
 
 namespace {
 
+void addChecks(const RunOptions& options, const FastPath& fastPath,
+               std::vector<NamedCounter>& counters) {
+    if (options.checkEvery > 0) {
+        counters.push_back({"Path", "Agent", "checked", fastPath.counts().checked});
+        counters.push_back({"Path", "Agent", "different", fastPath.counts().different});
+    }
+}
+
 /// The parts of a live run.
 class LiveAgent {
   public:
@@ -31,6 +39,8 @@ class LiveAgent {
           links_(config_, tables_, state_->interfaces(), ports_) {
         tables_.drops = &answers_;
         fastPath_.isOnIs(options.fastPath);
+        fastPath_.checkEveryIs(options.checkEvery,
+                               [this](const std::string& text) { (*log_)("fast path", text); });
         if (!options.tables.empty()) {
             ipRoutes_.emplace(state_->tables().reader(), tables_.ports, tables_.vrfs);
         }
@@ -58,6 +68,7 @@ class LiveAgent {
         std::vector<NamedCounter> all;
         all.push_back({"Path", "Agent", "fast", fastPath_.counts().fast});
         all.push_back({"Path", "Agent", "slow", fastPath_.counts().slow});
+        addChecks(options_, fastPath_, all);
         if (const std::uint64_t lines = log_->leftOut(); lines > 0) {
             all.push_back({"Log", "Agent", "lines left out", lines});
         }
@@ -142,6 +153,12 @@ Summary forwardCaptures(const RunOptions& options, const AgentConfig& config, Ca
     Forwarder forwarder(state.manager(), tables, outputs.cpu());
     FastPath fastPath(forwarder, state.manager(), tables, state.tables());
     fastPath.isOnIs(options.fastPath);
+    std::vector<std::string> differences;
+    fastPath.checkEveryIs(options.checkEvery, [&](const std::string& text) {
+        if (constexpr std::size_t most = 16; differences.size() < most) {
+            differences.push_back(text);
+        }
+    });
     CapturedLoopback lo(outputs.loopback(), fastPath.current());
     CliProgress progress = CliProgress::onTerminal(options.quiet);
     const std::unique_ptr<ControlServer> control = serveControl(options, state, forwarder);
@@ -151,6 +168,8 @@ Summary forwardCaptures(const RunOptions& options, const AgentConfig& config, Ca
 
     Summary summary = summaryOf(options, state, forwarder);
     summary.exceptions = lo.sent();
+    summary.problems = std::move(differences);
+    addChecks(options, fastPath, summary.counters);
     summary.stopSignal = stopSignal;
     if (stopSignal == 0) { // which may cut short the reading of a frame
         const std::vector<std::string> problems = input.problems();

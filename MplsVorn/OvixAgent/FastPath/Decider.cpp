@@ -79,7 +79,7 @@ void Decider::decide(std::uint32_t label, Beneath beneath) {
     } else {
         decision.action = Action::byBeneath;
         decision.value = decisions_->byBeneath.add({});
-        decisions_->byBeneath[decision.value].is(beneath, outcome, decisions_->stamp());
+        setBeneath(decision, beneath, outcome);
     }
     decision.lookup = lookup.value_or(EventSets::none);
     decision.isFound = answer_.isFound;
@@ -89,9 +89,26 @@ void Decider::decide(std::uint32_t label, Beneath beneath) {
 
 void Decider::decideBeneath(std::uint32_t label, Beneath beneath) {
     const Decision outcome = ask(label, beneath) ? decisionFor(beneath) : Decision();
-    const Decision& whole = decisions_->at(label);
+    setBeneath(decisions_->at(label), beneath, outcome);
+}
+
+void Decider::setBeneath(Decision& whole, Beneath beneath, const Decision& outcome) {
     assert(whole.action == Action::byBeneath);
     decisions_->byBeneath[whole.value].is(beneath, outcome, decisions_->stamp());
+    if (beneath != Beneath::ipv4) {
+        return;
+    }
+    if (outcome.action == Action::rewrite) {
+        const DecidedRewrite& rewrite = decisions_->rewrites[outcome.value];
+        if (rewrite.kind == DecidedRewrite::Kind::pop && rewrite.isPlain()) {
+            whole.popsIpv4 = true;
+            whole.isUniform = rewrite.isUniform;
+            whole.egress = rewrite.egress;
+        }
+    } else if (outcome.action == Action::lookup && decisions_->lookups[outcome.value].isPlain()) {
+        whole.looksUpIpv4 = true;
+        whole.egress = decisions_->lookups[outcome.value].fib;
+    }
 }
 
 Decision Decider::decisionFor(Beneath beneath) {
@@ -290,6 +307,14 @@ bool Decider::readCounting(const Ovix::RoutingNexthop& nexthop, bool& isCounted)
     return counters && counters == labelCounters_ &&
            counted.routeKey() == Mpls::RouteKey::fromLabel(Lumo::MplsLabel(label_)) &&
            counted.byteCount() == answer_.modelBytes;
+}
+
+Ptr<Counter::OvixLfibCounterCollection> Decider::countedIn() const {
+    const auto fromInfo = rewriteMap_->counterActionFn(Ovix::LfibCounterActionInfo::infoTypeName);
+    const auto any = Tessel::make<Ovix::LfibCounterActionInfo>(
+        Mpls::RouteKey::fromLabel(Lumo::MplsLabel(0)), 0U);
+    return Ptr<Counter::OvixLfibCounterCollection>(fromInfo != nullptr ? fromInfo(any)->countsIn()
+                                                                       : nullptr);
 }
 
 /// Unset when the egress depends on the packet.

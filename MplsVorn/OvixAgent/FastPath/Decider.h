@@ -30,6 +30,9 @@ class Decider {
     /// No decision made so far is used any more; labels may be counted elsewhere from now on.
     void restart() noexcept { labelCounters_.reset(); }
 
+    /// What labels are counted in now; empty when they are not counted.
+    Ptr<Counter::OvixLfibCounterCollection> countedIn() const;
+
     /// The counters of labels; null until the first label that is counted.
     Counter::OvixLfibCounterCollection* labelCounters() const noexcept {
         return labelCounters_.get();
@@ -38,6 +41,7 @@ class Decider {
   private:
     bool ask(std::uint32_t label, Ovix::Beneath beneath);
     Decision decisionFor(Ovix::Beneath beneath);
+    void setBeneath(Decision& whole, Ovix::Beneath beneath, const Decision& outcome);
     Decision decisionFor(const Ovix::LabelDecision::Choice& choice, Ovix::Beneath beneath);
     Decision dropFor(const Ovix::LabelDecision::Choice& choice);
     Decision choiceOf(Ovix::Beneath beneath);

@@ -36,6 +36,10 @@ struct Decision {
     Action action = Action::none;
     bool isFound : 1 = false;       ///< only then the labels beneath are looked up, too
     bool isLookupKnown : 1 = false; ///< `lookup` and `isFound` are set
+    // Of byBeneath: an IPv4 packet beneath its only label needs no record.
+    bool popsIpv4 : 1 = false;    ///< it leaves; `egress`: a line
+    bool isUniform : 1 = false;   ///< and takes over the label's TTL
+    bool looksUpIpv4 : 1 = false; ///< it is routed; `egress`: number of a VRF
     std::uint32_t value = 0;
     std::uint32_t egress = 0;
 };
@@ -115,6 +119,9 @@ struct DecidedLookup {
     std::uint32_t fib = 0; ///< number of a VRF
     bool isCounted = false;
     std::uint16_t events = 0;
+
+    /// Whether the label is counted and nothing else.
+    bool isPlain() const noexcept { return isCounted && events == 0; }
 };
 
 /// Every rewrite is done to a replica of its own.

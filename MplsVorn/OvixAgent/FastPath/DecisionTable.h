@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "FastPath/Decision.h"
-#include "FastPath/LazyArray.h"
 #include "FastPath/Pool.h"
 #include "Published/PublishedTables.h"
+#include "Tessel/LazyArray.h"
 
 namespace OvixAgent {
 
@@ -62,9 +62,9 @@ class DecisionTable {
     const Mpls::PublishedTables* published_;
     std::vector<Tessel::TableChanges> labelChanges_;
     Tessel::TableChanges adjacencyChanges_;
-    LazyArray<Decision> decisions_;
-    LazyArray<Link> links_;                ///< by label
-    LazyArray<std::uint32_t> ofAdjacency_; ///< the first label + 1; 0: none
+    Tessel::LazyArray<Decision> decisions_;
+    Tessel::LazyArray<Link> links_;                ///< by label
+    Tessel::LazyArray<std::uint32_t> ofAdjacency_; ///< the first label + 1; 0: none
     std::uint32_t stamp_ = 1;
     std::uint64_t seen_ = 0; ///< generation
 };

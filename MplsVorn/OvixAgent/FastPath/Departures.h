@@ -2,6 +2,8 @@
 
 #include <array>
 #include <cstddef>
+#include <cstring>
+#include <span>
 #include <utility>
 
 #include "FastPath/PacketWork.h"
@@ -22,6 +24,12 @@ class Departures {
     [[gnu::always_inline]] void send(const PacketWork& work, const EgressLine& line,
                                      std::uint16_t etherType) {
         sendAs(*work.frame, work.port, *line.port, withLinkHeader(work, line, etherType));
+    }
+    /// The same of a packet that was for the port that it came in at, when the line has no tags.
+    [[gnu::always_inline]] void send(const WritableFrame& frame, const EgressLine& line,
+                                     std::uint8_t* packet, std::uint32_t length,
+                                     std::uint16_t etherType) {
+        sendAs(frame, frame.port, *line.port, withPlainLinkHeader(packet, length, line, etherType));
     }
     /// The frame leaves as these bytes. `in` is the port that it was for.
     [[gnu::always_inline]] void sendAs(const WritableFrame& frame, PortIndex in, Port& port,
@@ -46,35 +54,37 @@ class Departures {
 
     /// Sends and accounts for what has been collected.
     void flush() {
-        if (count_ == 0) {
-            return;
+        if (end_ != frames_.data()) {
+            flushFrames();
         }
-        const std::size_t frames = std::exchange(count_, 0);
-        accounts_->passed({frames - std::exchange(replicas_, 0), std::exchange(received_, 0)});
-        port_->sent += Traffic{frames, std::exchange(sent_, 0)};
-        port_->out->transmitBurst({frames_.data(), frames});
     }
 
   private:
+    [[gnu::noinline]] void flushFrames() {
+        const std::span<const Frame> frames(frames_.data(), std::exchange(end_, frames_.data()));
+        accounts_->passed(
+            {frames.size() - std::exchange(replicas_, 0), std::exchange(received_, 0)});
+        port_->sent += Traffic{frames.size(), std::exchange(sent_, 0)};
+        port_->out->transmitBurst(frames);
+    }
     [[gnu::always_inline]] void append(const CaptureTime& time, PortIndex in, Port& port,
                                        Wire::Bytes bytes) {
-        if (&port != port_ || count_ == frames_.size()) [[unlikely]] {
+        if (&port != port_ || end_ == frames_.data() + frames_.size()) [[unlikely]] {
             flush();
             port_ = &port;
         }
         sent_ += bytes.size();
         // Field by field: a whole frame would be built elsewhere and copied.
-        Frame& sent = frames_[count_++];
+        Frame& sent = *end_++;
         sent.port = in;
-        sent.time.seconds = time.seconds;
-        sent.time.nanoseconds = time.nanoseconds;
+        std::memcpy(&sent.time, &time, sizeof time); // two fields in one
         sent.bytes = bytes;
         sent.originalLength = static_cast<std::uint32_t>(bytes.size());
     }
 
     FrameAccounts* accounts_;
     std::array<Frame, burstFrames> frames_;
-    std::size_t count_ = 0;
+    Frame* end_ = frames_.data();
     std::uint64_t replicas_ = 0; ///< of them, beside those that came
     std::uint64_t received_ = 0; ///< bytes of them as they came
     std::uint64_t sent_ = 0;     ///< and as they leave

@@ -9,6 +9,23 @@ constexpr Lumo::EthAddr groupOfStack{0x01, 0x00, 0x5e, 0x80, 0, 0};
 
 } // namespace
 
+EgressLine::EgressLine(Port& by, const Lumo::EthAddr* mac, std::uint32_t nexthopMtu,
+                       const VlanTags& sent) noexcept
+    : port(&by), tagBytes(static_cast<std::uint8_t>(sent.count * Wire::Tag::size)) {
+    assert(tagBytes <= tags.size());
+    if (mac != nullptr) {
+        std::copy(mac->begin(), mac->end(), macs.begin());
+    }
+    std::copy(by.mac.begin(), by.mac.end(), macs.begin() + by.mac.size());
+    for (std::size_t i = 0; i < sent.count; ++i) {
+        sent.tags[i].store(tags.data() + i * Wire::Tag::size);
+    }
+    if (by.isUp && mac != nullptr) {
+        mtu = std::min({by.mtu, nexthopMtu != 0 ? nexthopMtu : longest, longest - tagBytes});
+        plainMtu = tagBytes == 0 ? mtu : 0;
+    }
+}
+
 std::size_t EgressLines::Hash::operator()(const EgressKey& key) const noexcept {
     const std::size_t neighbour = Neighbours::Hash{}({key.address, key.port});
     return neighbour ^ (std::size_t{key.mtu} << 17U | std::size_t{key.isGroup} << 16U | key.vlan) *
@@ -39,15 +56,12 @@ void EgressLines::resolveAll() {
 }
 
 EgressLine EgressLines::resolve(const EgressKey& key) const {
-    EgressLine line;
-    line.port = &tables_->ports.ports()[key.port];
-    line.mtu = key.mtu != 0 ? std::min(key.mtu, EgressLine::longest) : EgressLine::longest;
+    Port& port = tables_->ports.ports()[key.port];
     const bool isAddressed = key.address.family() != Lumo::IpFamily::none;
     const Lumo::EthAddr* const mac = isAddressed ? tables_->neighbours.find(key.address, key.port)
                                                  : tables_->neighbours.only(key.port);
-    line.neighbourIs(key.isGroup ? &groupOfStack : mac);
-    line.tagsAre(tagsToSend({}, line.port->tagging, key.vlan));
-    return line;
+    return {port, key.isGroup ? &groupOfStack : mac, key.mtu,
+            tagsToSend({}, port.tagging, key.vlan)};
 }
 
 } // namespace OvixAgent

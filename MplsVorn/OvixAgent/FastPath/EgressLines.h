@@ -31,32 +31,21 @@ struct alignas(64) EgressLine {
         static_cast<std::uint32_t>(Lumo::Pkt::maxBytes - Wire::Ethernet::size);
 
     Port* port = nullptr;
-    std::uint32_t mtu = longest; ///< of the next hop, beside the port's
-    bool isKnown = false;        ///< the neighbour's MAC address is
+    std::uint32_t mtu = 0;      ///< of packets that can be sent now: 0, none
+    std::uint32_t plainMtu = 0; ///< the same, but 0 when they get tags
     std::array<std::uint8_t, 2 * Lumo::EthAddr().size()> macs{}; ///< the neighbour's, the port's
     std::uint8_t tagBytes = 0;
     std::array<std::uint8_t, 8> tags{}; ///< to send with frames that came without
 
-    /// Null: the neighbour's MAC address is not known.
-    void neighbourIs(const Lumo::EthAddr* mac) noexcept {
-        isKnown = mac != nullptr;
-        if (isKnown) {
-            std::copy(mac->begin(), mac->end(), macs.begin());
-        }
-        std::copy(port->mac.begin(), port->mac.end(), macs.begin() + port->mac.size());
-    }
-    void tagsAre(const VlanTags& sent) noexcept {
-        tagBytes = static_cast<std::uint8_t>(sent.count * Wire::Tag::size);
-        assert(tagBytes <= tags.size());
-        mtu = std::min(mtu, longest - tagBytes);
-        for (std::size_t i = 0; i < sent.count; ++i) {
-            sent.tags[i].store(tags.data() + i * Wire::Tag::size);
-        }
-    }
-    /// Whether a packet of that length can be sent now.
-    bool takes(std::uint32_t length) const noexcept {
-        return length <= port->mtu && length <= mtu && isKnown && port->isUp;
-    }
+    EgressLine() = default;
+    /// To the neighbour's `mac`; null when it is not known. `nexthopMtu` of 0: the port's.
+    EgressLine(Port& by, const Lumo::EthAddr* mac, std::uint32_t nexthopMtu,
+               const VlanTags& sent) noexcept;
+
+    /// Whether a packet of that length, at least 1, can be sent now.
+    bool takes(std::uint32_t length) const noexcept { return length <= mtu; }
+    /// The same, and it needs no tags.
+    bool takesPlain(std::uint32_t length) const noexcept { return length <= plainMtu; }
 };
 
 /// The next hops in use, by number.
@@ -87,7 +76,7 @@ class EgressLines {
     };
 
     std::uint64_t changes() const noexcept {
-        return tables_->neighbours.changes() + tables_->ports.macChanges();
+        return tables_->neighbours.changes() + tables_->ports.changes();
     }
     void resolveAll();
     EgressLine resolve(const EgressKey& key) const;

@@ -23,10 +23,9 @@ class EventSets {
     std::optional<std::uint16_t> setOf(const Ovix::LabelDecision::Events& events);
 
     /// Counts once; to be seen after settle().
-    void count(std::uint16_t set) {
-        if (set != counted_) {
-            settle();
-            counted_ = set;
+    [[gnu::always_inline]] void count(std::uint16_t set) {
+        if (set != counted_) [[unlikely]] {
+            change(set);
         }
         ++times_;
     }
@@ -55,6 +54,10 @@ class EventSets {
     };
     static constexpr std::size_t most = 4096;
 
+    [[gnu::noinline]] void change(std::uint16_t set) {
+        settle();
+        counted_ = set;
+    }
     void settleAll(Set& set);
 
     std::uint16_t counted_ = none; ///< last, and how often since settle()

@@ -1,15 +1,17 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
+#include <functional>
 #include <span>
-#include <vector>
+#include <string>
 
 #include "FastPath/CircuitForwarding.h"
 #include "FastPath/Departures.h"
 #include "FastPath/EgressLines.h"
+#include "FastPath/Intakes.h"
 #include "FastPath/IpHop.h"
 #include "FastPath/LabelForwarding.h"
+#include "FastPath/SelfCheck.h"
 #include "Forwarding/Forwarder.h"
 #include "Ovix/plugin/PluginManager.h"
 #include "Published/PublishedTables.h"
@@ -40,6 +42,15 @@ class FastPath {
         Tessel::Changes::notice();
     }
 
+    /// Has every so many-th frame forwarded both ways, of which the forwarder's counts, and
+    /// compares them; 0: none. A difference is counted and reported as a line of text, and all
+    /// decisions are made anew.
+    void checkEveryIs(std::uint64_t frames, std::function<void(const std::string&)> report) {
+        checkEvery_ = frames;
+        untilCheck_ = frames > 0 ? frames - 1 : 0;
+        reportDifference_ = std::move(report);
+    }
+
     /// The frame that the forwarder is processing, or has processed last; its bytes may be gone
     /// then. The same object all the time.
     const Frame& current() const noexcept { return current_; }
@@ -48,47 +59,55 @@ class FastPath {
     struct Counts {
         std::uint64_t fast = 0;
         std::uint64_t slow = 0;
+        std::uint64_t checked = 0;   ///< of the slow: compared with the decision for them
+        std::uint64_t different = 0; ///< of the checked
     };
     const Counts& counts() const noexcept { return counts_; }
 
   private:
-    /// What is fixed about a port between two configurations.
-    struct Intake {
-        const Port* port = nullptr;
-        bool isPlain = false; ///< takes labelled frames, and no tags
-        bool takesLabels = false;
-        bool takesIp = false;
-        bool isCircuit = false;
-        bool hasVlans = false; ///< sub-interfaces
-        bool isVlan = false;   ///< a sub-interface, at which no frame comes in itself
-        std::uint32_t fib = 0; ///< number of its VRF
-    };
+    /// Whether a frame was captured whole, has room for a label, and is no longer than a packet may
+    /// be.
+    static bool isPlainLength(const WritableFrame& frame) noexcept {
+        return frame.size - shortest <= Lumo::Pkt::maxBytes - shortest &&
+               frame.size == frame.originalLength;
+    }
+    /// With a link header and a label.
+    static constexpr std::size_t shortest = Wire::Ethernet::size + Lumo::MplsLabelEntry::size;
 
+    std::size_t forwardAll(std::span<WritableFrame> burst);
+    std::size_t checkSome(std::span<WritableFrame> burst);
+    bool check(WritableFrame& frame);
     void takeChanges();
-    void readPorts();
-    void prefetch(std::span<const WritableFrame> burst, std::size_t at) const noexcept;
+    void voidAll();
+    void loadAhead(std::span<const WritableFrame> burst) noexcept;
+    void loadRoutes(std::span<const WritableFrame> burst) noexcept;
+    LabelForwarding::Destination destinationOf(const WritableFrame& frame) const noexcept;
     void settle();
+    void forwardByDefinition(const WritableFrame& frame);
     bool forwardPlain(WritableFrame& frame);
+    bool routeInPlace(const Intake& intake, WritableFrame& frame);
+    bool forwardLabels(WritableFrame& frame);
     bool forward(WritableFrame& frame);
-    std::optional<std::uint16_t> takeIn(PacketWork& work) const;
-    bool findSubInterface(PacketWork& work) const;
     bool forwardIp(PacketWork& work, Ovix::PktHdrType type);
 
     Forwarder* forwarder_;
     ForwardingTables* tables_;
-    Ptr<Ovix::AllGenericPipelineSteps> inputSteps_;
+    Intakes intakes_;
     Departures departures_;
-    IpHop ipHop_;
     EgressLines lines_;
+    IpHop ipHop_;
     LabelForwarding labels_;
     CircuitForwarding circuits_;
-    std::vector<Intake> intakes_;            ///< by port
     std::uint64_t seen_ = ~std::uint64_t{0}; ///< count of changes
     bool isUsable_ = false;                  ///< decisions are
     std::uint64_t version_ = ~std::uint64_t{0};
     Frame current_;
     Counts counts_;
     bool isOn_ = true;
+    SelfCheck check_;
+    std::uint64_t checkEvery_ = 0;
+    std::uint64_t untilCheck_ = 0; ///< frames before the next to be checked
+    std::function<void(const std::string&)> reportDifference_;
 };
 
 } // namespace OvixAgent

@@ -1,7 +1,7 @@
 #include "FastPath/IpHop.h"
 
 #include <algorithm>
-#include <optional>
+#include <utility>
 
 #include "Ip/IpPacket.h"
 #include "Ip/SourceCheck.h"
@@ -22,41 +22,23 @@ IpPacket packetOf(const PacketWork& work) noexcept {
 /// What forwarding needs of a packet that nothing about itself keeps from being forwarded.
 struct Forwardable {
     std::uint32_t length = 0; ///< without padding
+    std::uint32_t route = noPrefix;
     std::uint8_t ttl = 0;
-    Lumo::IpGenAddr source;
-    Lumo::IpGenAddr destination;
 };
 
-/// Of an IPv4 packet without options.
-std::optional<Forwardable> plainIpv4(const std::uint8_t* packet, std::uint32_t length) noexcept {
-    using Wire::Ipv4;
-    const std::uint32_t total = Lumo::NetU16::load(packet + Ipv4::totalLengthAt).value();
-    const std::uint8_t ttl = packet[Ipv4::ttlAt];
-    if (total < Ipv4::size || total > length || ttl <= 1 || !Wire::isIntactIpv4(packet) ||
-        !isGlobalIpv4(Lumo::NetU32::load(packet + Ipv4::sourceAt).value()) ||
-        !isGlobalIpv4(Lumo::NetU32::load(packet + Ipv4::destinationAt).value())) {
-        return std::nullopt;
-    }
-    return Forwardable{total, ttl, Lumo::IpGenAddr::ipv4(packet + Ipv4::sourceAt),
-                       Lumo::IpGenAddr::ipv4(packet + Ipv4::destinationAt)};
-}
-
-std::optional<Forwardable> forwardable(const PacketWork& work) noexcept {
-    constexpr std::uint8_t withoutOptions = 0x45;
-    if (work.type == Ovix::PktHdrType::ipv4 && work.length >= Wire::Ipv4::size &&
-        work.packet[0] == withoutOptions) [[likely]] {
-        return plainIpv4(work.packet, work.length);
-    }
+/// Its route is unset when it is none of these packets, or has no route.
+Forwardable forwardable(const Fib& fib, ReversePath asked, const PacketWork& work) noexcept {
     const IpPacket packet = packetOf(work);
     const bool isPlain = packet.fault(0).empty() && packet.ttl() > 1 &&
                          ipScope(packet.destination()) == IpScope::global &&
-                         ipScope(packet.source()) == IpScope::global;
+                         ipScope(packet.source()) == IpScope::global &&
+                         sourceFault(fib, packet.source(), asked, work.port).empty();
     if (!isPlain) {
-        return std::nullopt;
+        return {};
     }
     const auto length =
         static_cast<std::uint32_t>(std::min<std::size_t>(packet.length(), work.length));
-    return Forwardable{length, packet.ttl(), packet.source(), packet.destination()};
+    return {length, fib.numberOf(packet.destination()), packet.ttl()};
 }
 
 void decrementTtl(const PacketWork& work, std::uint8_t ttl) noexcept {
@@ -98,17 +80,16 @@ void pushLabels(const Push& push, PacketWork& work) {
     work.type = Ovix::PktHdrType::mpls;
 }
 
-} // namespace
-
-const IpRouteVia* IpHop::viaFor(const Fib& fib, const Lumo::IpGenAddr& destination,
-                                const PacketWork& work) const {
-    const IpRoute* const route = fib.find(destination);
-    if (route == nullptr || route->isLocal() || route->drops()) {
-        return nullptr;
-    }
-    return route->vias().size() == 1 ? &route->vias().front()
-                                     : &route->choose(Ovix::flowHash(work.type, work.bytes()));
+void pushLabels(const RouteHop& hop, PacketWork& work) noexcept {
+    const std::uint32_t rest = hop.withTcAndTtl(Ovix::trafficClassOf(work.type, work.bytes()),
+                                                Ovix::TtlBytes::ttl(work.type, work.bytes()));
+    work.packet -= hop.grows();
+    work.length += hop.grows();
+    hop.write(work.packet, rest);
+    work.type = Ovix::PktHdrType::mpls;
 }
+
+} // namespace
 
 const Lumo::EthAddr* IpHop::macFor(const IpRouteVia& via,
                                    const Lumo::IpGenAddr& destination) const {
@@ -120,30 +101,45 @@ const Lumo::EthAddr* IpHop::macFor(const IpRouteVia& via,
     return mac == nullptr && via.onLink && via.push ? tables_->neighbours.only(via.port) : mac;
 }
 
-bool IpHop::route(const Fib& fib, ReversePath asked, PacketWork& work, EgressLine& line) const {
-    const auto packet = forwardable(work);
-    if (!packet || !sourceFault(fib, packet->source, asked, work.port).empty()) {
-        return false;
+const EgressLine* IpHop::routeByVia(const IpRoute& route, std::uint8_t ttl, PacketWork& work) {
+    const IpRouteVia& via = route.vias().size() == 1
+                                ? route.vias().front()
+                                : route.choose(Ovix::flowHash(work.type, work.bytes()));
+    Port& port = tables_->ports.ports()[via.port];
+    own_ = {port, macFor(via, packetOf(work).destination()), 0, tagsToSend({}, port.tagging, 0)};
+    const Push push = pushOf(via);
+    if (!own_.takes(work.length + push.bytes) || !work.hasRoom(push.bytes)) {
+        return nullptr;
     }
-    work.length = packet->length; // padding of the link is not forwarded
-    const IpRouteVia* const via = viaFor(fib, packet->destination, work);
-    if (via == nullptr || tables_->pseudowires.isCircuit(via->port)) {
-        return false;
-    }
-    line.port = &tables_->ports.ports()[via->port];
-    line.neighbourIs(macFor(*via, packet->destination));
-    if (line.port->tagging.kind > Tagging::Kind::none) {
-        line.tagsAre(tagsToSend({}, line.port->tagging, 0));
-    }
-    const Push push = pushOf(*via);
-    if (!line.takes(work.length + push.bytes) || !work.hasRoom(push.bytes)) {
-        return false;
-    }
-    decrementTtl(work, packet->ttl);
+    decrementTtl(work, ttl);
     if (push.info != nullptr) {
         pushLabels(push, work);
     }
-    return true;
+    return &own_;
+}
+
+const EgressLine* IpHop::route(std::uint32_t fib, ReversePath asked, PacketWork& work) {
+    const Fib& routes = hops_.fib(fib);
+    const Forwardable packet = forwardable(routes, asked, work);
+    if (packet.route == noPrefix) {
+        return nullptr;
+    }
+    work.length = packet.length; // padding of the link is not forwarded
+    const RouteHop& hop = hops_.ofFlow(fib, packet.route, work.type, work.bytes());
+    if (hop.kind != RouteHop::Kind::line) {
+        return hop.kind == RouteHop::Kind::via
+                   ? routeByVia(routes.route(packet.route), packet.ttl, work)
+                   : nullptr;
+    }
+    const EgressLine& line = (*lines_)[hop.egress];
+    if (!line.takes(work.length + hop.grows()) || !work.hasRoom(hop.grows())) {
+        return nullptr;
+    }
+    decrementTtl(work, packet.ttl);
+    if (hop.labels > 0) {
+        pushLabels(hop, work);
+    }
+    return &line;
 }
 
 } // namespace OvixAgent

@@ -14,8 +14,6 @@ namespace {
 using Ovix::Beneath;
 using Ovix::PktHdrType;
 
-constexpr std::uint32_t firstOrdinaryLabel = 16;
-
 /// What lies beneath the top label of a packet, as far as decisions distinguish it.
 std::optional<Beneath> beneathTop(Wire::Bytes packet) noexcept {
     const Wire::Bytes rest = packet.subspan(Lumo::MplsLabelEntry::size);
@@ -39,9 +37,9 @@ std::optional<Beneath> beneathTop(Wire::Bytes packet) noexcept {
 LabelForwarding::LabelForwarding(const Ptr<Ovix::OvixNamedCounters>& counters,
                                  const Ptr<Ovix::PluginManager>& manager, ForwardingTables& tables,
                                  const Mpls::PublishedTables& published, EgressLines& lines,
-                                 const IpHop& ipHop, Departures& departures)
+                                 IpHop& ipHop, Departures& departures)
     : events_(counters), lines_(&lines), decisions_(published),
-      decider_(manager, tables, decisions_, lines, events_), ipHop_(&ipHop), tables_(&tables),
+      decider_(manager, tables, decisions_, lines, events_), ipHop_(&ipHop),
       departures_(&departures) {}
 
 /// Whether the forwarder has done enough since to pay for a decision.
@@ -80,36 +78,6 @@ inline const Decision* LabelForwarding::decisionFor(std::uint32_t label, const P
         decider_.decide(label, *beneath);
     }
     return decision.action == Action::byBeneath ? decidedBeneath(decision, label, work) : &decision;
-}
-
-/// Labels beneath one that was found are looked up, too, down to the first that is not found.
-bool LabelForwarding::lookUpInner(const PacketWork& work, Counted& counted) {
-    // The walk has positions for so many labels (Lumo::MplsStackEntryIndex).
-    std::size_t left = Lumo::MplsStackEntryIndex::nullValue - 1;
-    bool isFound = true;
-    Wire::LabelWalk walk(work.bytes().subspan(Lumo::MplsLabelEntry::size));
-    for (Lumo::MplsLabelEntry entry; walk.next(entry); --left) {
-        const std::uint32_t label = labelOf(entry);
-        if (label < firstOrdinaryLabel || left == 0) {
-            return false;
-        }
-        if (!isFound) {
-            continue;
-        }
-        const Decision& decision = decisions_.at(label);
-        if (!decisions_.isValid(decision)) {
-            if (!mayDecide()) {
-                return false;
-            }
-            decider_.decide(label, Beneath::label);
-        }
-        if (!decision.isLookupKnown || counted.isFull()) {
-            return false;
-        }
-        counted.add(decision.lookup);
-        isFound = decision.isFound;
-    }
-    return walk.isAtBottom();
 }
 
 /// Notes the events of looking up a label that is found, and those beneath it. False when one of
@@ -227,15 +195,15 @@ bool LabelForwarding::followLookup(const Decision& decision, const Counted& coun
     work.packet += Lumo::MplsLabelEntry::size;
     work.length -= static_cast<std::uint32_t>(Lumo::MplsLabelEntry::size);
     work.type = Ovix::PacketParser::beneathLabels(work.bytes());
-    EgressLine line;
-    if (!ipHop_->route(tables_->vrfs->fibAt(lookup.fib), ReversePath::off, work, line)) {
+    const EgressLine* const line = ipHop_->route(lookup.fib, ReversePath::off, work);
+    if (line == nullptr) {
         return false;
     }
     count(counted, lookup.events);
     if (lookup.isCounted) {
         countLabel(entry, work);
     }
-    departures_->send(work, line, etherTypeOf(work.type));
+    departures_->send(work, *line, etherTypeOf(work.type));
     return true;
 }
 

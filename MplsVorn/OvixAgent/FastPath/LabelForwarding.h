@@ -11,6 +11,7 @@
 #include "FastPath/EventSets.h"
 #include "FastPath/IpHop.h"
 #include "FastPath/PacketWork.h"
+#include "Tessel/Prefetch.h"
 
 namespace OvixAgent {
 
@@ -20,7 +21,7 @@ class LabelForwarding {
     /// Everything must outlive it.
     LabelForwarding(const Ptr<Ovix::OvixNamedCounters>& counters,
                     const Ptr<Ovix::PluginManager>& manager, ForwardingTables& tables,
-                    const Mpls::PublishedTables& published, EgressLines& lines, const IpHop& ipHop,
+                    const Mpls::PublishedTables& published, EgressLines& lines, IpHop& ipHop,
                     Departures& departures);
 
     /// Takes over what has changed since the last burst. False while decisions must not be used.
@@ -50,7 +51,7 @@ class LabelForwarding {
         case Action::choice:
             return chooseInPlace(decision, entry, frame);
         case Action::byBeneath:
-            return popInPlace(decision, entry, frame);
+            return endInPlace(decision, entry, frame);
         case Action::drop:
             return dropInPlace(decision, frame);
         default:
@@ -62,13 +63,31 @@ class LabelForwarding {
     bool forward(PacketWork& work);
 
     /// Loads what the packet's top label will need.
-    void prefetch(const std::uint8_t* top) const noexcept {
+    [[gnu::always_inline]] void prefetch(const std::uint8_t* top) const noexcept {
         const std::uint32_t label = labelOf(Lumo::MplsLabelEntry::load(top));
-        __builtin_prefetch(decisions_.place(label));
+        Tessel::prefetch(decisions_.place(label));
         if (const auto* counters = decider_.labelCounters()) {
             counters->prefetch(label);
         }
     }
+
+    /// Where a packet under its only label, at `top`, which is looked up next, has its IPv4
+    /// destination, and the VRF's number. The address is null for others.
+    struct Destination {
+        const std::uint8_t* address = nullptr;
+        std::uint32_t fib = 0;
+    };
+    Destination destinationBeneath(const std::uint8_t* top) const noexcept {
+        const std::uint32_t entry = Lumo::NetU32::load(top).value();
+        const Decision& decision = *decisions_.place(entry >> 12U);
+        const bool isLookedUp =
+            decision.looksUpIpv4 && (entry & bottom) != 0 && decisions_.isValid(decision);
+        constexpr std::size_t at = Lumo::MplsLabelEntry::size + Wire::Ipv4::destinationAt;
+        return {isLookedUp ? top + at : nullptr, decision.egress};
+    }
+
+    /// What labels are counted in; empty when they are not.
+    Ptr<Counter::OvixLfibCounterCollection> countedIn() const { return decider_.countedIn(); }
 
     /// Makes what has been counted visible; to be called before anybody else counts or reads.
     void settle() { events_.settle(); }
@@ -90,6 +109,8 @@ class LabelForwarding {
     /// labels never met before cost little more than without decisions.
     static constexpr std::uint32_t costOfDecision = 8;
     static constexpr std::uint32_t mostCredit = 64 * costOfDecision;
+
+    static constexpr std::uint32_t firstOrdinaryLabel = 16;
 
     static std::uint32_t labelOf(Lumo::MplsLabelEntry entry) noexcept {
         return entry.word().value() >> 12U;
@@ -122,8 +143,8 @@ class LabelForwarding {
         std::uint8_t* const bytes = frame.bytes;
         const std::uint32_t size = frame.size;
         if ((entry & bottom) == 0 ||
-            !line.takes(size - static_cast<std::uint32_t>(Wire::Ethernet::size)) ||
-            line.tagBytes > 0) [[unlikely]] {
+            !line.takesPlain(size - static_cast<std::uint32_t>(Wire::Ethernet::size)))
+            [[unlikely]] {
             return false;
         }
         const std::uint32_t left = swapped(decision, entry);
@@ -137,7 +158,9 @@ class LabelForwarding {
     bool imposeInPlace(const Decision& decision, std::uint16_t lookup, std::uint32_t entry,
                        WritableFrame& frame);
     bool chooseInPlace(const Decision& decision, std::uint32_t entry, WritableFrame& frame);
+    bool endInPlace(const Decision& decision, std::uint32_t entry, WritableFrame& frame);
     bool popInPlace(const Decision& decision, std::uint32_t entry, WritableFrame& frame);
+    bool lookUpInPlace(const Decision& decision, std::uint32_t entry, WritableFrame& frame);
     bool dropInPlace(const Decision& decision, WritableFrame& frame);
     void sendMoved(WritableFrame& frame, std::int32_t grows, const EgressLine& line,
                    std::uint16_t etherType);
@@ -168,8 +191,7 @@ class LabelForwarding {
     EgressLines* lines_;
     DecisionTable decisions_;
     Decider decider_;
-    const IpHop* ipHop_;
-    ForwardingTables* tables_;
+    IpHop* ipHop_;
     Departures* departures_;
     std::uint32_t credit_ = mostCredit;
     std::vector<std::uint8_t> copies_; ///< bytes of replicas that have not left yet

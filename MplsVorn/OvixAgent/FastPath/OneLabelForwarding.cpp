@@ -8,18 +8,23 @@
 
 namespace OvixAgent {
 
-using Ovix::Beneath;
 using Ovix::PktHdrType;
+
+namespace {
+
+constexpr auto behindLabel =
+    static_cast<std::uint32_t>(Wire::Ethernet::size + Lumo::MplsLabelEntry::size);
+
+} // namespace
 
 /// The frame's start moves back by what it grows.
 inline void LabelForwarding::sendMoved(WritableFrame& frame, std::int32_t grows,
                                        const EgressLine& line, std::uint16_t etherType) {
-    std::uint8_t* const start = frame.bytes - grows;
-    std::memcpy(start, line.macs.data(), line.macs.size());
-    Lumo::NetU16(etherType).store(start + Wire::Ethernet::etherTypeAt);
-    departures_->sendAs(
-        frame, frame.port, *line.port,
-        {start, static_cast<std::size_t>(static_cast<std::int32_t>(frame.size) + grows)});
+    constexpr auto link = static_cast<std::int32_t>(Wire::Ethernet::size);
+    departures_->send(
+        frame, line, frame.bytes + link - grows,
+        static_cast<std::uint32_t>(static_cast<std::int32_t>(frame.size) - link + grows),
+        etherType);
 }
 
 bool LabelForwarding::imposeInPlace(const Decision& decision, std::uint16_t lookup,
@@ -27,8 +32,8 @@ bool LabelForwarding::imposeInPlace(const Decision& decision, std::uint16_t look
     const DecidedRewrite& rewrite = decisions_.rewrites.at(decision.value);
     const EgressLine& line = (*lines_)[rewrite.egress];
     const auto grows = static_cast<std::uint32_t>(rewrite.grows);
-    if ((entry & bottom) == 0 || frame.headroom < grows || line.tagBytes > 0 ||
-        !line.takes(frame.size - static_cast<std::uint32_t>(Wire::Ethernet::size) + grows)) {
+    if ((entry & bottom) == 0 || frame.headroom < grows ||
+        !line.takesPlain(frame.size - static_cast<std::uint32_t>(Wire::Ethernet::size) + grows)) {
         return false;
     }
     imposeLabels(rewrite, entry, frame.bytes + Wire::Ethernet::size - grows);
@@ -51,28 +56,42 @@ bool LabelForwarding::chooseInPlace(const Decision& decision, std::uint32_t entr
             imposeInPlace(member, decision.lookup, entry, frame));
 }
 
+/// The label ends here.
+bool LabelForwarding::endInPlace(const Decision& decision, std::uint32_t entry,
+                                 WritableFrame& frame) {
+    if ((entry & bottom) == 0) {
+        return false;
+    }
+    return decision.popsIpv4 ? popInPlace(decision, entry, frame)
+                             : decision.looksUpIpv4 && lookUpInPlace(decision, entry, frame);
+}
+
 bool LabelForwarding::popInPlace(const Decision& decision, std::uint32_t entry,
                                  WritableFrame& frame) {
-    constexpr auto headers =
-        static_cast<std::uint32_t>(Wire::Ethernet::size + Lumo::MplsLabelEntry::size);
-    const Wire::WritableBytes payload{frame.bytes + headers, frame.size - headers};
-    const auto beneath = static_cast<std::size_t>(Beneath::ipv4);
-    const Decision& one = decisions_.byBeneath.at(decision.value).decisions[beneath];
-    if ((entry & bottom) == 0 || !decisions_.isValid(one) || one.action != Action::rewrite ||
-        Wire::ipv4HeaderLength(payload) == 0) {
+    const Wire::WritableBytes payload{frame.bytes + behindLabel, frame.size - behindLabel};
+    const EgressLine& line = (*lines_)[decision.egress];
+    if (Wire::ipv4HeaderLength(payload) == 0 || !line.takesPlain(frame.size - behindLabel)) {
         return false;
     }
-    const DecidedRewrite& rewrite = decisions_.rewrites.at(one.value);
-    const EgressLine& line = (*lines_)[rewrite.egress];
-    if (rewrite.kind != DecidedRewrite::Kind::pop || !rewrite.isPlain() || line.tagBytes > 0 ||
-        !line.takes(frame.size - headers)) {
-        return false;
-    }
-    if (rewrite.isUniform) {
+    if (decision.isUniform) {
         Wire::Ipv4Writer(payload).ttlWithChecksumIs(static_cast<std::uint8_t>((entry & 0xffU) - 1));
     }
     settled(decision.lookup, entry, frame);
-    sendMoved(frame, rewrite.grows, line, Wire::EtherType::ipv4);
+    constexpr auto grows = -static_cast<std::int32_t>(Lumo::MplsLabelEntry::size);
+    sendMoved(frame, grows, line, Wire::EtherType::ipv4);
+    return true;
+}
+
+bool LabelForwarding::lookUpInPlace(const Decision& decision, std::uint32_t entry,
+                                    WritableFrame& frame) {
+    const IpHop::Leaving leaving =
+        ipHop_->routePlain(decision.egress, frame.bytes + behindLabel, frame.size - behindLabel,
+                           frame.headroom + behindLabel);
+    if (leaving.line == nullptr) {
+        return false;
+    }
+    settled(decision.lookup, entry, frame);
+    departures_->send(frame, *leaving.line, leaving.packet, leaving.length, leaving.etherType);
     return true;
 }
 

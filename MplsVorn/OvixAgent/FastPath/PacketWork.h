@@ -53,4 +53,15 @@ withLinkHeader(const PacketWork& work, const EgressLine& line, std::uint16_t eth
     return {link, size + work.length};
 }
 
+/// The same of a packet whose line has no tags.
+[[gnu::always_inline]] inline Wire::Bytes withPlainLinkHeader(std::uint8_t* packet,
+                                                              std::uint32_t length,
+                                                              const EgressLine& line,
+                                                              std::uint16_t etherType) noexcept {
+    std::uint8_t* const link = packet - Wire::Ethernet::size;
+    std::memcpy(link, line.macs.data(), line.macs.size());
+    Lumo::NetU16(etherType).store(link + Wire::Ethernet::etherTypeAt);
+    return {link, Wire::Ethernet::size + length};
+}
+
 } // namespace OvixAgent

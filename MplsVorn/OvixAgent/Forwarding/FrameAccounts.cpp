@@ -35,6 +35,24 @@ void FrameAccounts::addDelivered(std::uint64_t packets, std::size_t nexthops) {
     replicas_ += nexthops > 0 ? packets : packets - 1;
 }
 
+FrameAccounts::Counts FrameAccounts::counts() const {
+    const auto countsOf = [](const Ovix::OvixNamedCounters& counters) {
+        std::vector<std::uint64_t> counts;
+        for (const auto& counter : counters.counters()) {
+            counts.push_back(counter.count);
+        }
+        return counts;
+    };
+    return {in_, replicas_, countsOf(*counters_), countsOf(*fates_)};
+}
+
+void FrameAccounts::setBack(const Counts& counts) {
+    in_ = counts.in;
+    replicas_ = counts.replicas;
+    counters_->countsAre(counts.events);
+    fates_->countsAre(counts.fates);
+}
+
 Fate FrameAccounts::byLastEvent(FateKind kind, std::string_view otherwise) const noexcept {
     const auto* last = counters_->last();
     return {kind, last != nullptr ? std::string_view(last->reason) : otherwise};

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <vector>
+
 #include "Ovix/trace/NamedCounters.h"
 #include "State/Fate.h"
 #include "Summary/Summary.h"
@@ -33,6 +35,18 @@ class FrameAccounts {
     bool hasLastEvent() const noexcept { return counters_->last() != nullptr; }
     /// The event counted last for the current frame, or `otherwise` without one, as its reason.
     Fate byLastEvent(FateKind kind, std::string_view otherwise) const noexcept;
+
+    /// All that is counted here; counters in the order in which they were first counted.
+    struct Counts {
+        Traffic in;
+        std::uint64_t replicas = 0;
+        std::vector<std::uint64_t> events; ///< what plugins count
+        std::vector<std::uint64_t> fates;
+        bool operator==(const Counts&) const = default;
+    };
+    Counts counts() const;
+    /// Sets all counts back to what they were; counters that are newer have then counted nothing.
+    void setBack(const Counts& counts);
 
     /// What plugins count.
     const Ptr<Ovix::OvixNamedCounters>& counters() const noexcept { return counters_; }

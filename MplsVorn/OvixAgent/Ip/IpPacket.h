@@ -56,7 +56,7 @@ enum class IpScope : std::uint8_t {
 };
 
 /// Whether an IPv4 address, in the host's byte order, is that of a host on any link.
-constexpr bool isGlobalIpv4(std::uint32_t address) noexcept {
+[[gnu::always_inline]] constexpr bool isGlobalIpv4(std::uint32_t address) noexcept {
     const std::uint32_t network = address >> 24U;
     constexpr std::uint32_t linkLocal = 0xa9fe; // RFC 3927
     return network != 0 && network != 127 && network < 224 && address >> 16U != linkLocal;

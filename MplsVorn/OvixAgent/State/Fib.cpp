@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cassert>
 
+#include "Tessel/Changes.h"
+
 namespace OvixAgent {
 
 namespace {
@@ -32,14 +34,24 @@ PrefixTable& Fib::tableOf(const Lumo::IpGenPrefix& prefix) {
                : *lengths.insert(at, PrefixTable(prefix.length()));
 }
 
+void Fib::noteChanged(std::uint32_t number) {
+    if (changed_.size() < mostChanged) {
+        changed_.push_back(number);
+    }
+    Tessel::Changes::notice();
+}
+
 std::uint32_t Fib::add(Place place) {
     if (free_.empty()) {
         routes_.push_back(std::move(place));
-        return static_cast<std::uint32_t>(routes_.size() - 1);
+        const auto last = static_cast<std::uint32_t>(routes_.size() - 1);
+        noteChanged(last);
+        return last;
     }
     const std::uint32_t at = free_.back();
     free_.pop_back();
     routes_[at] = std::move(place);
+    noteChanged(at);
     return at;
 }
 
@@ -47,6 +59,7 @@ void Fib::release(std::uint32_t at) {
     assert(at < routes_.size());
     routes_[at].route = IpRoute::drop();
     free_.push_back(at);
+    noteChanged(at);
 }
 
 // Lets the lookup find the route, in place of any other of the same prefix.
@@ -113,19 +126,20 @@ bool Fib::routeDel(const Lumo::IpGenPrefix& prefix) {
     return true;
 }
 
-const IpRoute* Fib::find(const Lumo::IpGenAddr& address) const noexcept {
-    PrefixValue route = noPrefix;
+std::uint32_t Fib::numberOf(const Lumo::IpGenAddr& address) const noexcept {
     switch (address.family()) {
     case Lumo::IpFamily::ipv4:
-        route = ipv4_.find(address.bytes());
-        break;
+        return ipv4_.find(address.bytes());
     case Lumo::IpFamily::ipv6:
-        route = ipv6_.find(address.bytes());
-        break;
-    case Lumo::IpFamily::none:
-        break;
+        return ipv6_.find(address.bytes());
+    default:
+        return noPrefix;
     }
-    return route != noPrefix ? &routes_[route].route : nullptr;
+}
+
+const IpRoute* Fib::find(const Lumo::IpGenAddr& address) const noexcept {
+    const std::uint32_t number = numberOf(address);
+    return number != noPrefix ? &routes_[number].route : nullptr;
 }
 
 const IpRoute* Fib::find(const Lumo::IpGenAddr& address, unsigned length) const noexcept {

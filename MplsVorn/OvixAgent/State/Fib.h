@@ -1,5 +1,7 @@
 #pragma once
 
+#include <algorithm>
+#include <cassert>
 #include <vector>
 
 #include "Lumo/IpGenAddr.h"
@@ -26,6 +28,35 @@ class Fib {
     /// The route of the longest prefix that the address lies in; null when there is none, as for an
     /// address of no family. Valid until the next insertion.
     const IpRoute* find(const Lumo::IpGenAddr& address) const noexcept;
+    /// The number of that route, `noPrefix` when there is none. Until it is removed a route keeps
+    /// its number; numbers are below numbers().
+    std::uint32_t numberOf(const Lumo::IpGenAddr& address) const noexcept;
+    /// The same of an IPv4 address, in network byte order.
+    std::uint32_t numberOfIpv4(const std::uint8_t* address) const noexcept {
+        return ipv4_.find(address);
+    }
+    /// Loads ahead what that reads first, and what it reads then.
+    void prefetchSlot(const std::uint8_t* address) const noexcept { ipv4_.prefetchSlot(address); }
+    void prefetchPage(const std::uint8_t* address) const noexcept { ipv4_.prefetchPage(address); }
+    const IpRoute& route(std::uint32_t number) const noexcept {
+        assert(number < routes_.size());
+        return routes_[number].route;
+    }
+    std::size_t numbers() const noexcept { return routes_.size(); }
+    /// Visits the numbers whose routes have changed since the last call, perhaps others, too. For
+    /// one caller, who keeps something for each route.
+    template <typename Visit>
+    void takeChanged(const Visit& visit) {
+        if (changed_.size() < mostChanged) [[likely]] {
+            std::for_each(changed_.begin(), changed_.end(), visit);
+        } else {
+            for (std::uint32_t number = 0; number < routes_.size(); ++number) {
+                visit(number);
+            }
+        }
+        changed_.clear();
+    }
+
     /// The route of the prefix of exactly this length that the address lies in, likewise.
     const IpRoute* find(const Lumo::IpGenAddr& address, unsigned length) const noexcept;
 
@@ -44,7 +75,11 @@ class Fib {
         std::uint32_t covered; ///< index of the configured route that a learned one precedes
     };
 
+    /// So many are noted one by one.
+    static constexpr std::size_t mostChanged = 4096;
+
     std::uint32_t add(Place place);
+    void noteChanged(std::uint32_t number);
     void release(std::uint32_t at);
     void publish(const Lumo::IpGenPrefix& prefix, std::uint32_t at);
     void withdraw(const Lumo::IpGenPrefix& prefix);
@@ -60,7 +95,8 @@ class Fib {
     Ipv4Lookup ipv4_;
     Ipv6Lookup ipv6_;
     std::vector<Place> routes_;
-    std::vector<std::uint32_t> free_; ///< indices into routes_
+    std::vector<std::uint32_t> free_;    ///< indices into routes_
+    std::vector<std::uint32_t> changed_; ///< numbers; when full, all may have
     HostSet ownHosts_;
 };
 

@@ -21,8 +21,14 @@ class HostSet {
     }
 
     bool contains(const Lumo::IpGenAddr& address) const noexcept {
-        const std::uint32_t bit = hash(address);
-        return (filter_[bit / wordBits] >> bit % wordBits & 1U) != 0 && isHost(address);
+        return isSet(hash(address)) && isHost(address);
+    }
+
+    /// False when an IPv4 address, in network byte order, is none of them; true when it may be.
+    bool mayHaveIpv4(const std::uint8_t* address) const noexcept {
+        std::uint32_t bytes = 0;
+        std::memcpy(&bytes, address, sizeof bytes);
+        return isSet(mix(bytes));
     }
 
   private:
@@ -32,8 +38,13 @@ class HostSet {
     static std::uint32_t hash(const Lumo::IpGenAddr& address) noexcept {
         std::array<std::uint64_t, 2> halves{};
         std::memcpy(halves.data(), address.bytes().data(), sizeof halves);
-        const std::uint64_t mixed = (halves[0] ^ halves[1] * 3) * 0x9e3779b97f4a7c15U;
-        return static_cast<std::uint32_t>(mixed >> 52U); // below words * wordBits
+        return mix(halves[0] ^ halves[1] * 3);
+    }
+    static std::uint32_t mix(std::uint64_t bytes) noexcept {
+        return static_cast<std::uint32_t>(bytes * 0x9e3779b97f4a7c15U >> 52U); // below all bits
+    }
+    bool isSet(std::uint32_t bit) const noexcept {
+        return (filter_[bit / wordBits] >> bit % wordBits & 1U) != 0;
     }
     bool isHost(const Lumo::IpGenAddr& address) const noexcept {
         return std::find(hosts_.begin(), hosts_.end(), address) != hosts_.end();

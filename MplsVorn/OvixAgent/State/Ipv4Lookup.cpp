@@ -31,7 +31,7 @@ void Ipv4Lookup::change(const PrefixChange& change) {
     }
     const unsigned open = change.length < tableBits ? tableBits - change.length : 0;
     const std::size_t count = std::size_t{1} << open;
-    const std::size_t first = tableIndex(change.prefix) & ~(count - 1);
+    const std::size_t first = tableIndex(change.prefix.data()) & ~(count - 1);
     for (std::size_t i = first; i < first + count; ++i) {
         changeSlot(table_[i], tableBits, change);
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "State/PrefixChange.h"
+#include "Tessel/Prefetch.h"
 
 namespace OvixAgent {
 
@@ -9,7 +10,8 @@ namespace OvixAgent {
 /// or a page for the next 8 bits, and so once more. The table takes 256 KiB, a page 1 KiB.
 class Ipv4Lookup {
   public:
-    PrefixValue find(const PrefixBytes& address) const noexcept {
+    /// `address` is in network byte order.
+    [[gnu::always_inline]] PrefixValue find(const std::uint8_t* address) const noexcept {
         if (table_.empty()) {
             return noPrefix;
         }
@@ -21,6 +23,23 @@ class Ipv4Lookup {
             }
         }
         return slot;
+    }
+
+    PrefixValue find(const PrefixBytes& address) const noexcept { return find(address.data()); }
+
+    // Load ahead what find() reads first, and what it reads then.
+    void prefetchSlot(const std::uint8_t* address) const noexcept {
+        if (!table_.empty()) {
+            Tessel::prefetch(&table_[tableIndex(address)]);
+        }
+    }
+    void prefetchPage(const std::uint8_t* address) const noexcept {
+        if (!table_.empty()) {
+            const Slot slot = table_[tableIndex(address)];
+            if (isPage(slot)) {
+                Tessel::prefetch(&pages_[pageOf(slot)][address[2]]);
+            }
+        }
     }
 
     /// Adds a prefix that is not there. Its value is no other prefix's.
@@ -40,7 +59,7 @@ class Ipv4Lookup {
 
     static constexpr bool isPage(Slot slot) noexcept { return (slot & pageBit) != 0; }
     static constexpr std::size_t pageOf(Slot slot) noexcept { return slot & ~pageBit; }
-    static std::size_t tableIndex(const PrefixBytes& address) noexcept {
+    static std::size_t tableIndex(const std::uint8_t* address) noexcept {
         return std::size_t{address[0]} << 8U | address[1];
     }
 

@@ -50,14 +50,11 @@ class PortTable {
         return static_cast<PortIndex>(&port - ports_.data());
     }
 
-    void macIs(PortIndex port, const Lumo::EthAddr& mac) noexcept {
-        assert(port < ports_.size());
-        macChanges_ += ports_[port].mac != mac ? 1 : 0;
-        ports_[port].mac = mac;
-        Tessel::Changes::notice();
-    }
-    /// How often a port's MAC address has changed.
-    std::uint64_t macChanges() const noexcept { return macChanges_; }
+    void macIs(PortIndex port, const Lumo::EthAddr& mac) noexcept { set(port, &Port::mac, mac); }
+    void mtuIs(PortIndex port, std::uint32_t mtu) noexcept { set(port, &Port::mtu, mtu); }
+    void upIs(PortIndex port, bool isUp) noexcept { set(port, &Port::isUp, isUp); }
+    /// How often one of these has changed.
+    std::uint64_t changes() const noexcept { return changes_; }
 
     /// Null when no port has the id.
     Port* byIntfId(Lumo::IntfId intf) noexcept {
@@ -81,11 +78,19 @@ class PortTable {
     std::optional<Taker> taker(PortIndex port, std::span<const std::uint16_t> vlans) const noexcept;
 
   private:
+    template <typename T>
+    void set(PortIndex port, T Port::*field, const T& value) noexcept {
+        assert(port < ports_.size());
+        changes_ += ports_[port].*field != value ? 1 : 0;
+        ports_[port].*field = value;
+        Tessel::Changes::notice();
+    }
+
     std::vector<Port> ports_;
     Tessel::FlatMap<std::uint32_t> byIntf_;
     Tessel::FlatMap<PortIndex> byVlan_; ///< sub-interfaces by parent and VLAN ids
     std::vector<bool> hasVlans_;
-    std::uint64_t macChanges_ = 0;
+    std::uint64_t changes_ = 0;
 };
 
 } // namespace OvixAgent

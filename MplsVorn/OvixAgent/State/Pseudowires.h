@@ -39,6 +39,7 @@ class Pseudowires {
     bool mplsRouting() const noexcept { return mplsRouting_; }
 
     /// In the order of the configuration.
+    std::vector<Pseudowire>& all() noexcept { return pseudowires_; }
     const std::vector<Pseudowire>& all() const noexcept { return pseudowires_; }
 
   private:

@@ -30,6 +30,10 @@ class VrfRoot : public Ovix::RoutingVrfRoot {
         assert(number < fibs_.size());
         return fibs_[number];
     }
+    Fib& fibAt(std::uint32_t number) noexcept {
+        assert(number < fibs_.size());
+        return fibs_[number];
+    }
     /// How many VRFs there are; they only become more.
     std::size_t size() const noexcept { return fibs_.size(); }
 

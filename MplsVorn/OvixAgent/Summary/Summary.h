@@ -80,7 +80,7 @@ struct Summary {
     std::vector<PseudowireTraffic> pseudowires;
     std::vector<NamedCounter> counters;
     TablesState tables;
-    std::vector<std::string> problems; ///< inputs that ended early
+    std::vector<std::string> problems; ///< inputs that ended early, differences that checks found
     int stopSignal = 0;                ///< which signal has ended a run on captures; 0: none
 
     Traffic forwardedTotal() const;

@@ -1,14 +1,14 @@
 #pragma once
 
-#include <array>
-#include <bitset>
-#include <memory>
+#include <bit>
 #include <utility>
 
 #include "Mpls/RouteKey.h"
 #include "Tessel/Entity.h"
 #include "Tessel/FlatMap.h"
+#include "Tessel/LazyArray.h"
 #include "Tessel/NamedList.h"
+#include "Tessel/Prefetch.h"
 
 namespace Counter {
 
@@ -44,31 +44,26 @@ class OvixLfibCounterCollection : public Tessel::Entity {
             return deeper_[key.value()];
         }
         const std::uint32_t label = key.topLabel().value();
-        std::unique_ptr<Page>& page = pages_[label / Page::labels];
-        if (!page) {
-            page = std::make_unique<Page>();
-        }
-        page->exists.set(label % Page::labels);
-        return page->counters[label % Page::labels];
+        exists_[label / wordBits] |= bit(label);
+        return labels_[label];
     }
     void counterCollectionDel(Mpls::RouteKey key) noexcept {
         if (PktCounter* removed = counter(key); removed != nullptr && key.depth() == 1) {
             removed->clearCounter();
             const std::uint32_t label = key.topLabel().value();
-            pages_[label / Page::labels]->exists.reset(label % Page::labels);
+            exists_[label / wordBits] &= ~bit(label);
         }
         deeper_.erase(key.value());
     }
 
     /// Counts a packet of that many bytes for a label's route; creates its counter if absent.
-    void countBytes(std::uint32_t label, std::uint32_t bytes) {
-        Page* const page = pages_[label / Page::labels].get();
+    [[gnu::always_inline]] void countBytes(std::uint32_t label, std::uint32_t bytes) {
         // A counter that has counted exists.
-        if (page != nullptr && page->counters[label % Page::labels].packets() > 0) [[likely]] {
-            page->counters[label % Page::labels].countBytes(bytes);
+        if (PktCounter& counter = labels_[label]; counter.packets() > 0) [[likely]] {
+            counter.countBytes(bytes);
             return;
         }
-        counterCollectionIs(Mpls::RouteKey::fromLabel(Lumo::MplsLabel(label))).countBytes(bytes);
+        countFirst(label, bytes);
     }
     /// Null when the route has no counter.
     PktCounter* counter(Mpls::RouteKey key) noexcept {
@@ -79,20 +74,17 @@ class OvixLfibCounterCollection : public Tessel::Entity {
             return deeper_.find(key.value());
         }
         const std::uint32_t label = key.topLabel().value();
-        const Page* page = pages_[label / Page::labels].get();
-        const bool exists = page != nullptr && page->exists.test(label % Page::labels);
-        return exists ? &page->counters[label % Page::labels] : nullptr;
+        const bool exists = (*exists_.at(label / wordBits) & bit(label)) != 0;
+        return exists ? labels_.at(label) : nullptr;
     }
     /// Loads the counter of a label ahead of its use.
-    void prefetch(std::uint32_t label) const noexcept {
-        if (const Page* page = pages_[label / Page::labels].get()) {
-            __builtin_prefetch(&page->counters[label % Page::labels]);
-        }
+    [[gnu::always_inline]] void prefetch(std::uint32_t label) const noexcept {
+        Tessel::prefetch(labels_.at(label));
     }
     std::size_t size() const noexcept {
         std::size_t counters = deeper_.size();
-        for (const std::unique_ptr<Page>& page : pages_) {
-            counters += page ? page->exists.count() : 0;
+        for (std::uint32_t word = 0; word < words; ++word) {
+            counters += static_cast<std::size_t>(std::popcount(*exists_.at(word)));
         }
         return counters;
     }
@@ -100,12 +92,11 @@ class OvixLfibCounterCollection : public Tessel::Entity {
     /// Visits (Mpls::RouteKey, const PktCounter&), routes of one label by label.
     template <typename Visitor>
     void forEach(Visitor&& visitor) const {
-        for (std::size_t i = 0; i < pages_.size(); ++i) {
-            for (std::size_t at = 0; pages_[i] && at < Page::labels; ++at) {
-                if (pages_[i]->exists.test(at)) {
-                    const Lumo::MplsLabel label(static_cast<std::uint32_t>(i * Page::labels + at));
-                    visitor(Mpls::RouteKey::fromLabel(label), pages_[i]->counters[at]);
-                }
+        for (std::uint32_t word = 0; word < words; ++word) {
+            for (std::uint64_t left = *exists_.at(word); left != 0; left &= left - 1) {
+                const auto at = static_cast<std::uint32_t>(std::countr_zero(left));
+                const Lumo::MplsLabel label(word * wordBits + at);
+                visitor(Mpls::RouteKey::fromLabel(label), *labels_.at(label.value()));
             }
         }
         deeper_.forEach([&](std::uint64_t key, const PktCounter& counter) {
@@ -114,14 +105,18 @@ class OvixLfibCounterCollection : public Tessel::Entity {
     }
 
   private:
-    /// The counters of consecutive labels.
-    struct Page {
-        static constexpr std::size_t labels = 4096;
-        std::array<PktCounter, labels> counters;
-        std::bitset<labels> exists;
-    };
+    [[gnu::noinline]] void countFirst(std::uint32_t label, std::uint32_t bytes) {
+        counterCollectionIs(Mpls::RouteKey::fromLabel(Lumo::MplsLabel(label))).countBytes(bytes);
+    }
+    static constexpr std::uint32_t wordBits = 64;
+    static constexpr std::uint32_t words = (Lumo::MplsLabel::max + 1) / wordBits;
 
-    std::array<std::unique_ptr<Page>, (Lumo::MplsLabel::max + 1) / Page::labels> pages_;
+    static std::uint64_t bit(std::uint32_t label) noexcept {
+        return std::uint64_t{1} << label % wordBits;
+    }
+
+    Tessel::LazyArray<PktCounter> labels_{Lumo::MplsLabel::max + 1}; ///< of routes of one label
+    Tessel::LazyArray<std::uint64_t> exists_{words};                 ///< a bit for each of them
     Tessel::FlatMap<PktCounter> deeper_; ///< of routes of several labels
 };
 

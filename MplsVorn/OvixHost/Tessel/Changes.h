@@ -1,19 +1,20 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 namespace Tessel {
 
-/// Counts whatever happens in the process that may make void what somebody has kept: while the
-/// count stays, nothing has changed. The packet thread asks; a thread beside it that prepares state
-/// only makes it look again.
+/// Counts whatever happens in the process that may make void what the packet thread has kept: while
+/// the count stays, nothing has changed. Other threads may count, too, when they make what the
+/// packet thread takes over later.
 class Changes {
   public:
-    static void notice() noexcept { __atomic_fetch_add(&count_, 1U, __ATOMIC_RELAXED); }
-    static std::uint64_t count() noexcept { return __atomic_load_n(&count_, __ATOMIC_RELAXED); }
+    static void notice() noexcept { count_.fetch_add(1, std::memory_order_relaxed); }
+    static std::uint64_t count() noexcept { return count_.load(std::memory_order_relaxed); }
 
   private:
-    static std::uint64_t count_;
+    static std::atomic<std::uint64_t> count_;
 };
 
 } // namespace Tessel

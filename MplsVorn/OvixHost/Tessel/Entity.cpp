@@ -6,7 +6,7 @@
 
 namespace Tessel {
 
-std::uint64_t Changes::count_ = 0;
+std::atomic<std::uint64_t> Changes::count_{0};
 
 void Entity::parentIs(Entity* parent) {
     if (parent_ == parent) {

@@ -14,12 +14,14 @@ std::uint16_t onesSum(Bytes bytes) noexcept;
 /// Whether an IPv4 header of 20 bytes is intact: its sum with the checksum is all ones (RFC 1071),
 /// in whichever byte order.
 inline bool isIntactIpv4(const std::uint8_t* header) noexcept {
-    std::uint64_t sum = 0;
-    for (std::size_t at = 0; at < 20; at += sizeof(std::uint32_t)) {
-        std::uint32_t word = 0;
-        std::memcpy(&word, header + at, sizeof word);
-        sum += word;
-    }
+    constexpr std::uint64_t low = 0xffff'ffff;
+    std::uint64_t first = 0;
+    std::uint64_t second = 0;
+    std::uint32_t last = 0;
+    std::memcpy(&first, header, sizeof first);
+    std::memcpy(&second, header + 8, sizeof second);
+    std::memcpy(&last, header + 16, sizeof last);
+    std::uint64_t sum = (first & low) + (first >> 32U) + (second & low) + (second >> 32U) + last;
     sum = (sum & 0xffff) + (sum >> 16U & 0xffff) + (sum >> 32U);
     sum = (sum & 0xffff) + (sum >> 16U);
     return ((sum & 0xffff) + (sum >> 16U)) == 0xffff;
@@ -49,6 +51,13 @@ constexpr std::uint16_t updatedChecksum(std::uint16_t checksum, std::uint16_t be
     const auto inverted = static_cast<std::uint16_t>(~checksum);
     const auto removed = static_cast<std::uint16_t>(~before);
     return static_cast<std::uint16_t>(~addSums(std::uint32_t{inverted} + removed, after));
+}
+
+/// An IPv4 header's checksum after its TTL has been decremented: updatedChecksum() of a word whose
+/// high byte has become one less.
+constexpr std::uint16_t decrementedChecksum(std::uint16_t checksum) noexcept {
+    const std::uint32_t sum = checksum + 0x100U;
+    return static_cast<std::uint16_t>(sum + (sum >= 0xffffU ? 1U : 0U));
 }
 
 } // namespace Wire

@@ -51,6 +51,7 @@ template <typename Byte>
 class BasicIpv4 : public View<20, Byte> {
   public:
     static constexpr std::size_t maxSize = 60; ///< with all options
+    static constexpr std::size_t trafficClassAt = 1;
     static constexpr std::size_t totalLengthAt = 2;
     static constexpr std::size_t identificationAt = 4;
     static constexpr std::size_t fragmentAt = 6;

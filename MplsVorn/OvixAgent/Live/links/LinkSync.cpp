@@ -59,14 +59,13 @@ void LinkSync::findAnother(PortIndex port) {
 }
 
 void LinkSync::takeOver(PortIndex index, const LinkState& link) {
-    Port& port = forwarding_->ports.ports()[index];
     OfPort& own = ofPort_[index];
-    const bool isMtuGreater = link.mtu > port.mtu;
+    const bool isMtuGreater = link.mtu > forwarding_->ports.ports()[index].mtu;
     if (!own.ownMac) {
         forwarding_->ports.macIs(index, link.mac);
     }
     if (!own.ownMtu) {
-        port.mtu = link.mtu;
+        forwarding_->ports.mtuIs(index, link.mtu);
     }
     LivePort& live = ports_->port(index);
     if (own.parent == noPort && (!live.isOpen() || own.link != link.index || isMtuGreater)) {
@@ -77,14 +76,13 @@ void LinkSync::takeOver(PortIndex index, const LinkState& link) {
 }
 
 void LinkSync::takeOverFromParent(PortIndex index, const LinkState& link) {
-    Port& port = forwarding_->ports.ports()[index];
     OfPort& own = ofPort_[index];
     own.isParentUp = link.isUp();
     if (own.link == 0 && !own.ownMac) {
         forwarding_->ports.macIs(index, link.mac);
     }
     if (own.link == 0 && !own.ownMtu) {
-        port.mtu = link.mtu;
+        forwarding_->ports.mtuIs(index, link.mtu);
     }
     upIs(index, own.link == 0 ? link.isUp() : own.isLinkUp);
 }
@@ -112,9 +110,9 @@ void LinkSync::linkDel(const LinkState& link) {
 
 void LinkSync::upIs(PortIndex index, bool up) {
     assert(index < ofPort_.size());
-    Port& port = forwarding_->ports.ports()[index];
+    const Port& port = forwarding_->ports.ports()[index];
     ofPort_[index].isLinkUp = up;
-    port.isUp = up && ofPort_[index].isEnabled && ofPort_[index].isParentUp;
+    forwarding_->ports.upIs(index, up && ofPort_[index].isEnabled && ofPort_[index].isParentUp);
     interfaces_->intfStatusIs(port.intfId, port.isUp);
 }
 

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "Posix/SystemError.h"
+#include "Tessel/Prefetch.h"
 #include "Wire/Ethernet.h"
 
 namespace OvixAgent {
@@ -51,8 +52,8 @@ std::atomic_ref<std::uint32_t> statusOf(std::uint8_t* slot) noexcept {
 void prefetch(const std::uint8_t* slot) noexcept {
     constexpr std::size_t cacheLine = 64;
     const std::uint8_t* const frame = slot + reinterpret_cast<const tpacket2_hdr*>(slot)->tp_mac;
-    __builtin_prefetch(frame);
-    __builtin_prefetch(frame + cacheLine);
+    Tessel::prefetch(frame);
+    Tessel::prefetch(frame + cacheLine);
 }
 
 std::optional<Wire::Tag> removedTag(const tpacket2_hdr& header) noexcept {

@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "Posix/SystemError.h"
+#include "Tessel/Prefetch.h"
 
 namespace OvixAgent {
 
@@ -88,7 +89,7 @@ std::size_t XdpSocket::receive(std::span<WritableFrame> frames) noexcept {
                      .headroom = static_cast<std::uint32_t>(descriptor.addr % bufferBytes),
                      .time = {}};
         assert(frames[i].headroom >= frameHeadroom); // XDP_PACKET_HEADROOM
-        __builtin_prefetch(frames[i].bytes);
+        Tessel::prefetch(frames[i].bytes);
         held_.push_back(descriptor.addr / bufferBytes * bufferBytes);
     }
     return count;

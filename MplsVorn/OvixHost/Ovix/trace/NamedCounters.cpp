@@ -93,6 +93,13 @@ void OvixNamedCounters::takeBack() noexcept {
     forgetLast();
 }
 
+void OvixNamedCounters::countsAre(const std::vector<std::uint64_t>& counts) noexcept {
+    assert(counts.size() <= counters_.size());
+    for (std::size_t i = 0; i < counters_.size(); ++i) {
+        counters_[i].count = i < counts.size() ? counts[i] : 0;
+    }
+}
+
 OvixNamedCounters::Counter& OvixNamedCounters::add(const CounterKey& key) {
     assert(find(key) == nullptr);
     if ((counters_.size() + 1) * 2 > slots_.size()) {

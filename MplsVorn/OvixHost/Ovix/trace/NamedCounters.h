@@ -83,6 +83,9 @@ class OvixNamedCounters : public Tessel::Counted {
     /// In order of first count.
     const std::deque<Counter>& counters() const noexcept { return counters_; }
 
+    /// Sets the counts in that order; those of the counters behind them to 0.
+    void countsAre(const std::vector<std::uint64_t>& counts) noexcept;
+
     /// The counter counted last since `forgetLast`, lookups that missed apart, or null: what
     /// happened to the current frame.
     const Counter* last() const noexcept { return last_; }

@@ -40,7 +40,7 @@ TEST_F(EgressLinesTest, ANextHopHasOneLine) {
 TEST_F(EgressLinesTest, ALineHasTheNeighboursAddressAndThePorts) {
     const EgressLine& found = line(toward("10.0.2.2"));
     EXPECT_EQ(found.port, &ports.ports()[east]);
-    EXPECT_TRUE(found.isKnown);
+    EXPECT_TRUE(found.takes(1));
     EXPECT_EQ(macs(found), (Bytes{2, 0, 0, 0, 2, 2, 2, 0, 0, 0, 0, 2}));
     EXPECT_EQ(found.tagBytes, 0U);
 }
@@ -50,7 +50,7 @@ TEST_F(EgressLinesTest, WithoutAnAddressItIsTheOnlyNeighbourOnTheLink) {
     const std::uint32_t number = lines.numberOf({dark, 0, 0, false, {}});
     tables.neighbours.learn(Lumo::IpGenAddr::fromText("10.0.3.9"), dark, {2, 0, 0, 0, 3, 9});
     lines.refresh();
-    EXPECT_FALSE(lines[number].isKnown);
+    EXPECT_FALSE(lines[number].takes(1));
 }
 
 TEST_F(EgressLinesTest, TakesWhatFitsWhileThePortIsUp) {
@@ -62,16 +62,16 @@ TEST_F(EgressLinesTest, TakesWhatFitsWhileThePortIsUp) {
     EXPECT_FALSE(line(key).takes(61));
     key.mtu = 2000;
     EXPECT_FALSE(line(key).takes(101));
-    ports.ports()[east].mtu = 200;
+    ports.mtuIs(east, 200);
     EXPECT_TRUE(line(key).takes(101));
-    ports.ports()[east].isUp = false;
+    ports.upIs(east, false);
     EXPECT_FALSE(line(key).takes(20));
     EXPECT_FALSE(line(toward("10.0.3.2", dark)).takes(20));
     EXPECT_FALSE(line(toward("10.0.1.99", west)).takes(20));
 }
 
 TEST_F(EgressLinesTest, TakesNothingThatIsLongerThanAPacketMayBeWithItsLinkHeader) {
-    ports.ports()[east].mtu = Lumo::Pkt::maxBytes;
+    ports.mtuIs(east, Lumo::Pkt::maxBytes);
     EgressKey key = toward("10.0.2.2");
     constexpr std::uint32_t longest = Lumo::Pkt::maxBytes - 14;
     EXPECT_TRUE(line(key).takes(longest));
@@ -83,7 +83,7 @@ TEST_F(EgressLinesTest, TakesNothingThatIsLongerThanAPacketMayBeWithItsLinkHeade
 
 TEST_F(EgressLinesTest, NeighboursAreFollowedAsTheyComeMoveAndGo) {
     const std::uint32_t number = lines.numberOf(toward("10.0.2.9"));
-    EXPECT_FALSE(lines[number].isKnown);
+    EXPECT_FALSE(lines[number].takes(1));
     for (const std::uint8_t last : Bytes{1, 2}) {
         tables.neighbours.learn(learned, east, {2, 0, 0, 0, 9, last});
         lines.refresh();

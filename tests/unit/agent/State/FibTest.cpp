@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 #include <optional>
 #include <random>
+#include <set>
+
+#include "Tessel/Changes.h"
 
 namespace FibTest {
 
@@ -189,6 +192,44 @@ TEST(Fib, WhatALearnedRouteHidIsFoundAgainOnceItIsRemoved) {
         EXPECT_TRUE(fib.routeDel(prefix(host, 16)));
         EXPECT_EQ(portFor(fib, text(host).masked(17)), 8U) << host;
     }
+}
+
+TEST(Fib, ARouteKeepsItsNumberAndChangesAreToldByNumber) {
+    Fib fib;
+    const auto changed = [&fib] {
+        std::set<std::uint32_t> numbers;
+        fib.takeChanged([&](std::uint32_t number) { numbers.insert(number); });
+        return numbers;
+    };
+    EXPECT_EQ(fib.numberOf(text("10.1.0.1")), noPrefix);
+    fib.insert(prefix("10.0.0.0", 8), routeTo(8));
+    fib.routeIs(prefix("10.1.0.0", 16), routeTo(16));
+    const std::uint32_t eight = fib.numberOf(text("10.9.0.1"));
+    const std::uint32_t sixteen = fib.numberOf(text("10.1.0.1"));
+    EXPECT_EQ(fib.route(sixteen).vias().front().port, 16U);
+    EXPECT_EQ(fib.numberOfIpv4(text("10.1.0.1").bytes().data()), sixteen);
+    EXPECT_EQ(changed(), (std::set{eight, sixteen}));
+    EXPECT_TRUE(changed().empty());
+    const std::uint64_t before = Tessel::Changes::count();
+    fib.routeIs(prefix("10.1.0.0", 16), routeTo(17));
+    EXPECT_GT(Tessel::Changes::count(), before);
+    EXPECT_TRUE(changed().contains(fib.numberOf(text("10.1.0.1"))));
+    EXPECT_EQ(fib.numberOf(text("10.9.0.1")), eight);
+    fib.routeDel(prefix("10.1.0.0", 16));
+    EXPECT_FALSE(changed().empty());
+}
+
+TEST(Fib, WhenVeryManyRoutesHaveChangedAllAreSaidToHave) {
+    Fib fib;
+    fib.insert(prefix("10.0.0.0", 8), routeTo(8));
+    std::size_t visits = 0;
+    fib.takeChanged([&](std::uint32_t) { ++visits; });
+    for (std::uint32_t i = 0; i < 5000; ++i) {
+        fib.routeIs(prefix("10.1.0.0", 16), routeTo(i));
+    }
+    std::set<std::uint32_t> numbers;
+    fib.takeChanged([&](std::uint32_t number) { numbers.insert(number); });
+    EXPECT_EQ(numbers.size(), fib.numbers());
 }
 
 } // namespace FibTest

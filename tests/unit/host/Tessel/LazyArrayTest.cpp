@@ -1,4 +1,4 @@
-#include "FastPath/LazyArray.h"
+#include "Tessel/LazyArray.h"
 
 #include <cstdint>
 #include <fstream>
@@ -7,7 +7,7 @@
 
 namespace LazyArrayTest {
 
-using namespace OvixAgent;
+using namespace Tessel;
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <sys/mman.h>
 #include <type_traits>
 
-namespace OvixAgent {
+namespace Tessel {
 
 /// A large array of zero bytes that takes memory where it is used only.
 template <typename T>
@@ -42,4 +42,4 @@ class LazyArray {
     T* first_ = nullptr;
 };
 
-} // namespace OvixAgent
+} // namespace Tessel

@@ -1,0 +1,64 @@
+// What the frames of a burst will need is loaded before the first of them is processed: by then the
+// others wait for memory together.
+
+#include <array>
+
+#include "FastPath/FastPath.h"
+#include "Tessel/Prefetch.h"
+#include "Wire/Ethernet.h"
+
+namespace OvixAgent {
+
+using Wire::Ethernet;
+
+inline LabelForwarding::Destination
+FastPath::destinationOf(const WritableFrame& frame) const noexcept {
+    const Intake& intake = intakes_[frame.port];
+    if (frame.size < shortest + Wire::Ipv4::size) {
+        return {};
+    }
+    const auto etherType = Lumo::NetU16::load(frame.bytes + Ethernet::etherTypeAt).value();
+    const std::uint8_t* const packet = frame.bytes + Ethernet::size;
+    if (etherType == Wire::EtherType::ipv4 && intake.takesPlainIp) {
+        return {packet + Wire::Ipv4::destinationAt, intake.fib};
+    }
+    return etherType == Wire::EtherType::mpls ? labels_.destinationBeneath(packet)
+                                              : LabelForwarding::Destination();
+}
+
+/// Loads what all frames of the burst will need, so that they wait for memory together.
+void FastPath::loadAhead(std::span<const WritableFrame> burst) noexcept {
+    constexpr std::size_t headersAhead = 16;
+    for (std::size_t i = 0; i < burst.size(); ++i) {
+        if (i + headersAhead < burst.size()) {
+            Tessel::prefetch(burst[i + headersAhead].bytes);
+        }
+        if (burst[i].size >= shortest) {
+            labels_.prefetch(burst[i].bytes + Ethernet::size);
+        }
+    }
+    if (ipHop_.takeRouted() > 0) {
+        loadRoutes(burst);
+    }
+}
+
+/// The same where packets are routed: step by step, since each load leads to the next.
+void FastPath::loadRoutes(std::span<const WritableFrame> burst) noexcept {
+    std::array<LabelForwarding::Destination, burstFrames> to;
+    std::size_t count = 0;
+    for (const WritableFrame& frame : burst) {
+        to[count] = destinationOf(frame);
+        if (to[count].address != nullptr) {
+            ipHop_.prefetchSlot(to[count].fib, to[count].address);
+            ++count;
+        }
+    }
+    for (const auto& one : std::span(to).first(count)) {
+        ipHop_.prefetchPage(one.fib, one.address);
+    }
+    for (const auto& one : std::span(to).first(count)) {
+        ipHop_.prefetchHop(one.fib, one.address);
+    }
+}
+
+} // namespace OvixAgent
