@@ -41,7 +41,7 @@ class KilledWriters(SharedTablesTest):
         takes = time.monotonic() - started
         running = self.start()
         running.send_and_wait(mpls([100]))
-        before = faults.descriptors(running.process.pid)
+        before = faults.settled_descriptors(running.process.pid)
         for number in range(WRITERS):
             with subprocess.Popen([CTL, "--tables", self.tables, "lfib", "load", files[number % 2]],
                                   stdout=subprocess.DEVNULL) as writer:
@@ -49,7 +49,7 @@ class KilledWriters(SharedTablesTest):
                 writer.kill()
             running.send(*(mpls([label]) for label in (100, 250, 399)))
         running.until(lambda: running.ask("status")["frames"]["in"] == running.sent)
-        self.assertEqual(faults.descriptors(running.process.pid), before)
+        self.assertEqual(faults.settled_descriptors(running.process.pid), before)
         self.ctl("lfib", "load", files[0])
         running.send_and_wait(mpls([100]))
         result = running.stop()
@@ -99,7 +99,7 @@ class KilledZebra(SharedTablesTest):
             zebra.sendall(burst)
             self.until(lambda: self.routes() and self.is_settled())
         whole = self.routes()
-        before = faults.descriptors(listener.pid)
+        before = faults.settled_descriptors(listener.pid)
         memory = faults.status(listener.pid, "VmRSS")
         for _ in range(ZEBRAS):
             zebra = self.connect()

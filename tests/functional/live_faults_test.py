@@ -72,7 +72,7 @@ class LiveFaults(LiveTest):
         log = self.directory / "calls"
         calls = faults.calls_of(self.program, log, self.everything)
         failed = []
-        before = faults.descriptors(self.program)
+        before = faults.settled_descriptors(self.program)
         for call in sorted(set(calls) - OTHER_CALLS):
             error = ERRORS.get(call, USUAL_ERROR)
             with self.subTest(call=call, error=error):
@@ -88,7 +88,7 @@ class LiveFaults(LiveTest):
                 failed.append(call)
         print("failed once:", " ".join(failed))
         self.assertLessEqual({"poll", "sendmmsg", "recvmsg", "sendto"}, set(failed))
-        self.assertEqual(faults.descriptors(self.program), before)
+        self.assertEqual(faults.settled_descriptors(self.program), before)
         self.stop(process)
 
     def start_with_a_failure(self, call: str, number: int, kind: str) -> bool:
@@ -130,16 +130,16 @@ class LiveFaults(LiveTest):
     def test_without_descriptors_frames_go_on_and_requests_wait(self):
         process = self.start()
         self.expect_all_is_well()
-        before = faults.descriptors(self.program)
+        before = faults.settled_descriptors(self.program)
         faults.limit(self.program, "nofile", str(before))
         with socket.socket(socket.AF_UNIX) as client:
             client.connect(str(self.path))
             client.sendall(b'{"command": "status"}\n')
-            spent = faults.processor_seconds(self.program)
-            started = time.monotonic()
             self.assertEqual(self.datagrams(20), 20)
+            spent = faults.processor_seconds(self.program)
+            time.sleep(2)
             spent = faults.processor_seconds(self.program) - spent
-            self.assertLess(spent, 0.5 * (time.monotonic() - started), "it does not sleep")
+            self.assertLess(spent, 1, "it does not sleep")
         faults.limit(self.program, "nofile", "1024")
         self.expect_all_is_well()
         self.until(lambda: faults.descriptors(self.program) == before)
@@ -193,19 +193,19 @@ class LiveFaults(LiveTest):
     def test_an_interface_that_flaps_is_used_again(self):
         process = self.start()
         self.expect_all_is_well()
-        before = faults.descriptors(self.program)
+        before = faults.settled_descriptors(self.program)
         memory = faults.status(self.program, "VmRSS")
         flaps = "link set east down\nlink set east up\n" * 100
         subprocess.run(["ip", "-n", self.router, "-batch", "-"], input=flaps, text=True, check=True)
         self.expect_all_is_well(20)
-        self.assertEqual(faults.descriptors(self.program), before)
+        self.assertEqual(faults.settled_descriptors(self.program), before)
         self.assertLess(faults.status(self.program, "VmRSS"), memory + 4096)
         self.stop(process)
 
     def test_an_interface_that_is_moved_away_and_back_is_used_again(self):
         process = self.start()
         self.expect_all_is_well()
-        before = faults.descriptors(self.program)
+        before = faults.settled_descriptors(self.program)
         ip("-n", self.router, "link", "set", "east", "netns", self.west)
         self.assertEqual(self.datagrams(3), 0)
         self.assertIsNone(process.poll())
@@ -213,7 +213,7 @@ class LiveFaults(LiveTest):
         ip("-n", self.router, "addr", "add", "10.0.2.1/24", "dev", "east")
         ip("-n", self.router, "link", "set", "east", "up")
         self.expect_all_is_well(20)
-        self.assertEqual(faults.descriptors(self.program), before)
+        self.assertEqual(faults.settled_descriptors(self.program), before)
         self.stop(process)
 
 

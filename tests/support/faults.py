@@ -7,6 +7,7 @@ import pathlib
 import re
 import signal
 import subprocess
+import time
 
 import agent
 
@@ -21,6 +22,16 @@ def is_sanitized() -> bool:
 
 def descriptors(process: int) -> int:
     return len(list((PROC / str(process) / "fd").iterdir()))
+
+
+def settled_descriptors(process: int) -> int:
+    """Once a process has closed what its peers have: as many for a while."""
+    count, since = descriptors(process), time.monotonic()
+    while time.monotonic() - since < 0.3:
+        time.sleep(0.02)
+        if (now := descriptors(process)) != count:
+            count, since = now, time.monotonic()
+    return count
 
 
 def status(process: int, field: str) -> int:

@@ -90,7 +90,7 @@ ControlServer::ControlServer(std::string path, Handler handler)
     umask(mask);
     events_ = epoll_create1(EPOLL_CLOEXEC);
     if (bound != 0 || listen(listener_, maxClients) != 0 || events_ < 0 ||
-        !watch(events_, listener_, EPOLLIN)) {
+        !watch(events_, listener_, EPOLLIN | EPOLLET)) {
         const int reason = errno;
         close(events_);
         close(listener_);
@@ -110,7 +110,7 @@ ControlServer::~ControlServer() {
 
 void ControlServer::serve() {
     epoll_event event{};
-    if (epoll_wait(events_, &event, 1, 0) < 1) {
+    if (epoll_wait(events_, &event, 1, 0) < 1 && !clientsWait_) {
         return;
     }
     acceptClients();
@@ -129,6 +129,8 @@ void ControlServer::acceptClients() {
     for (;;) {
         const int socket = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
         if (socket < 0) {
+            // Else without a descriptor for it; the event that it caused does not come again.
+            clientsWait_ = errno != EAGAIN;
             return;
         }
         if (clients_.size() == maxClients) {

@@ -53,6 +53,7 @@ class ControlServer {
     int listener_ = -1;
     int events_ = -1;
     Clients clients_;
+    bool clientsWait_ = false; ///< some could not be accepted
 };
 
 } // namespace OvixAgent

@@ -73,7 +73,7 @@ void LiveRun::wait() {
     // Not every port is ready when its interface has gone.
     servesAll_ = hasMore_ || !isReady || waiting_[linkAt].revents != 0;
     hasMore_ = false;
-    if (waiting_[requestAt].revents != 0) {
+    if (parts_.control != nullptr && (waiting_[requestAt].revents != 0 || !isReady)) {
         parts_.control->serve();
     }
     if (waiting_[linkAt].revents != 0) {
