@@ -168,7 +168,7 @@ Summary forwardCaptures(const RunOptions& options, const AgentConfig& config, Ca
 
     Summary summary = summaryOf(options, state, forwarder);
     summary.exceptions = lo.sent();
-    summary.problems = std::move(differences);
+    summary.problems.insert(summary.problems.end(), differences.begin(), differences.end());
     addChecks(options, fastPath, summary.counters);
     summary.stopSignal = stopSignal;
     if (stopSignal == 0) { // which may cut short the reading of a frame
