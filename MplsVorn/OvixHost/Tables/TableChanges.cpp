@@ -33,29 +33,25 @@ void TableChanges::seePage(std::size_t page) {
     assert(page < directoryPages);
     const auto first = static_cast<std::uint32_t>(page * pageEntries);
     const std::uint64_t madeIn = tables_->pageMadeIn(table_, page);
-    Page now{};
+    std::unique_ptr<Page>& seen = pages_[page];
+    if (!seen) {
+        seen = std::make_unique<Page>();
+    }
     try {
-        if (tables_->pageOf(table_, first) != 0) {
-            for (std::uint32_t i = 0; i < pageEntries; ++i) {
-                now[i] = tables_->entry(table_, first + i).word;
+        // What is found changed stays so even if the page turns out to be lost: it is compared
+        // again.
+        tables_->visitPage(table_, page, [&](std::uint32_t i, std::uint64_t word) {
+            if ((*seen)[i] != word) [[unlikely]] {
+                changed_.push_back(first + i);
+                (*seen)[i] = word;
             }
-        }
+        });
     } catch (const CorruptionDetected&) {
         madeIn_[page] = madeIn;
         skip();
         throw;
     }
     madeIn_[page] = madeIn;
-    std::unique_ptr<Page>& seen = pages_[page];
-    if (!seen) {
-        seen = std::make_unique<Page>();
-    }
-    for (std::uint32_t i = 0; i < pageEntries; ++i) {
-        if (now[i] != (*seen)[i]) {
-            changed_.push_back(first + i);
-        }
-    }
-    *seen = now;
     if (madeIn == 0) {
         seen.reset();
     }

@@ -72,6 +72,19 @@ class TableReader : public Counted {
         return found;
     }
 
+    /// Visits the words of a page's entries in order, zeros when there is no such page:
+    /// `visitor(index, word)`. They are of the generation held once this has returned.
+    template <typename Visitor>
+    void visitPage(std::size_t table, std::size_t page, Visitor&& visitor) const {
+        assert(table < TableLayout::maxTables && page < TableLayout::directoryPages);
+        const auto first = static_cast<std::uint32_t>(page * TableLayout::pageEntries);
+        const std::uint32_t unit = pageOf(table, first);
+        for (std::uint32_t i = 0; i < TableLayout::pageEntries; ++i) {
+            visitor(i, unit != 0 ? load(unit + i) : 0);
+        }
+        checkHeld();
+    }
+
     /// Visits the entries of a table by key, from `from` on: `visitor(key, ref)`.
     template <typename Visitor>
     void forEach(std::size_t table, Visitor&& visitor, std::uint32_t from = 0) const {
