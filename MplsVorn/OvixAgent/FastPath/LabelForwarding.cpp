@@ -42,8 +42,13 @@ LabelForwarding::LabelForwarding(const Ptr<Ovix::OvixNamedCounters>& counters,
       decider_(manager, tables, decisions_, lines, events_), ipHop_(&ipHop),
       departures_(&departures) {}
 
-/// Whether the forwarder has done enough since to pay for a decision.
-bool LabelForwarding::mayDecide() noexcept {
+/// Whether a decision may take the place of this one: of one that a change has made void at once,
+/// since nobody but those who publish tables makes it so; of none when the forwarder has done
+/// enough since to pay for it.
+bool LabelForwarding::mayReplace(const Decision& former) noexcept {
+    if (former.isLookupKnown || former.action != Action::none) {
+        return true;
+    }
     if (credit_ < costOfDecision) {
         return false;
     }
@@ -58,8 +63,9 @@ const Decision* LabelForwarding::decidedBeneath(const Decision& decision, std::u
         return nullptr;
     }
     const auto kind = static_cast<std::size_t>(*beneath);
-    if (!decisions_.isValid(decisions_.byBeneath[decision.value].decisions[kind])) {
-        if (!mayDecide()) {
+    const Decision& former = decisions_.byBeneath[decision.value].decisions[kind];
+    if (!decisions_.isValid(former)) {
+        if (!mayReplace(former)) {
             return nullptr;
         }
         decider_.decideBeneath(label, *beneath);
@@ -72,7 +78,7 @@ inline const Decision* LabelForwarding::decisionFor(std::uint32_t label, const P
     const Decision& decision = decisions_.at(label);
     if (!decisions_.isValid(decision)) [[unlikely]] {
         const std::optional<Beneath> beneath = beneathTop(work.bytes());
-        if (!beneath || !mayDecide()) {
+        if (!beneath || !mayReplace(decision)) {
             return nullptr;
         }
         decider_.decide(label, *beneath);

@@ -119,7 +119,7 @@ class LabelForwarding {
     const Decision* decisionFor(std::uint32_t label, const PacketWork& work);
     const Decision* decidedBeneath(const Decision& decision, std::uint32_t label,
                                    const PacketWork& work);
-    bool mayDecide() noexcept;
+    bool mayReplace(const Decision& former) noexcept;
     bool lookUpAll(const Decision& top, const PacketWork& work, Counted& counted);
     bool lookUpInner(const PacketWork& work, Counted& counted);
 

@@ -21,7 +21,7 @@ bool LabelForwarding::lookUpInner(const PacketWork& work, Counted& counted) {
         }
         const Decision& decision = decisions_.at(label);
         if (!decisions_.isValid(decision)) {
-            if (!mayDecide()) {
+            if (!mayReplace(decision)) {
                 return false;
             }
             decider_.decide(label, Ovix::Beneath::label);

@@ -105,6 +105,21 @@ TEST_F(FastPathTest, FramesOfNewLabelsAreMostlyNotWorthADecision) {
               (std::map<std::string, std::uint64_t>{{"No route", labels}}));
 }
 
+TEST_F(FastPathTest, WhatAChangeHasMadeVoidIsDecidedAnewAtOnce) {
+    router.receive({frameOf({{100}})});
+    std::size_t before = 0;
+    for (std::uint32_t label = 1000; before != router.deciding->asked; ++label) {
+        before = router.deciding->asked;
+        router.receive({frameOf({{label}})});
+    }
+    ++router.deciding->version;
+    Tessel::Changes::notice();
+    const std::uint64_t fast = router.fastFrames();
+    router.receive({frameOf({{100}})});
+    EXPECT_EQ(router.deciding->asked, before + 1);
+    EXPECT_EQ(router.fastFrames(), fast + 1);
+}
+
 TEST_F(FastPathTest, FramesLeaveInTheOrderTheyCame) {
     inBoth([](Router& one) {
         one.swapRoute(104, 304);
