@@ -10,7 +10,7 @@ namespace OvixAgent {
 
 namespace {
 
-constexpr std::size_t labels = std::size_t{Lumo::MplsLabel::max} + 1;
+constexpr std::size_t allLabels = std::size_t{Lumo::MplsLabel::max} + 1;
 constexpr std::size_t allPages = std::numeric_limits<std::size_t>::max();
 
 Tessel::TableChanges changesOf(const Mpls::PublishedTables& published, Mpls::TableId table) {
@@ -22,8 +22,8 @@ Tessel::TableChanges changesOf(const Mpls::PublishedTables& published, Mpls::Tab
 DecisionTable::DecisionTable(const Mpls::PublishedTables& published)
     : published_(&published),
       adjacencyChanges_(changesOf(published, Mpls::TableId::hardwareAdjacencies)),
-      decisions_(labels), links_(labels), ofAdjacency_(labels) {
-    static_assert(labels == std::size_t{Tessel::TableLayout::maxKey} + 1);
+      decisions_(allLabels), links_(allLabels), ofAdjacency_(allLabels) {
+    static_assert(allLabels == std::size_t{Tessel::TableLayout::maxKey} + 1);
     for (std::size_t i = 0; i < Mpls::lfibs; ++i) {
         labelChanges_.push_back(changesOf(published, static_cast<Mpls::TableId>(i)));
     }
