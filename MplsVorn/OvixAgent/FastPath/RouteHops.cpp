@@ -17,6 +17,7 @@ void RouteHops::refresh() {
         });
         hops.resize(fib.numbers());
         ofVrf_[i].fib = &fib;
+        ofVrf_[i].count = hops.size();
     }
 }
 
@@ -27,6 +28,7 @@ void RouteHops::restart() noexcept {
 
 const RouteHop& RouteHops::ofFlow(std::uint32_t vrf, std::uint32_t route, Ovix::PktHdrType type,
                                   Wire::Bytes packet) {
+    assert(vrf < ofVrf_.size() && route < ofVrf_[vrf].hops.size());
     RouteHop& hop = ofVrf_[vrf].hops[route];
     if (hop.kind == RouteHop::Kind::undecided) {
         decide(hop, ofVrf_[vrf].fib->route(route));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cassert>
 #include <cstdint>
 #include <vector>
 
@@ -66,6 +67,7 @@ class RouteHops {
     const Fib& fib(std::uint32_t vrf) const noexcept { return *ofVrf_[vrf].fib; }
     /// How a route's packets leave, by its number, as far as the route says.
     const RouteHop& of(std::uint32_t vrf, std::uint32_t route) const noexcept {
+        assert(route < ofVrf_[vrf].count);
         return ofVrf_[vrf].hops[route];
     }
     /// Of the packet's flow, and decided; valid until the next call.
@@ -91,6 +93,7 @@ class RouteHops {
     struct Vrf {
         const Fib* fib = nullptr;
         std::vector<RouteHop> hops; ///< by route
+        std::size_t count = 0;      ///< of them, as the frame path asserts it
     };
     std::vector<Vrf> ofVrf_;
     Pool<Choice> choices_;
