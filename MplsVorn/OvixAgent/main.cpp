@@ -1,12 +1,17 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <string_view>
 #include <variant>
 
 #include "Command/CliOptions.h"
 #include "Command/Run.h"
+#include "Live/carrier/Carrier.h"
 
 int main(int argc, char** argv) {
+    if (argc > 0 && std::string_view(argv[0]) == OvixAgent::carrierHolder) {
+        return OvixAgent::holdCarrier();
+    }
     std::signal(SIGPIPE, SIG_IGN); // a closed pipe is an error of the write
     const auto parsed = OvixAgent::parseCommandLine(argc, argv);
     if (const auto* exit = std::get_if<OvixAgent::CliExit>(&parsed)) {

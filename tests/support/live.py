@@ -35,6 +35,8 @@ def why_not() -> str:
 class LiveTest(unittest.TestCase):
     """west host – router – east host; the router's own kernel forwards nothing."""
 
+    options: tuple[str, ...] = ()  # of the agent, beside those that every test needs
+
     @classmethod
     def setUpClass(cls):
         reason = why_not()
@@ -65,7 +67,8 @@ class LiveTest(unittest.TestCase):
         self.config = self.directory / "agent.yaml"
         self.configure(extra, kind)
         command = ["ip", "netns", "exec", self.router, agent.AGENT, "run", str(self.config),
-                   "--live", "--tables", self.tables, "--control", str(self.path), "--json"]
+                   "--live", "--tables", self.tables, "--control", str(self.path), "--json",
+                   *self.options]
         if agent.PLUGIN:
             command += ["--plugin", agent.PLUGIN]
         process = subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
@@ -82,14 +85,14 @@ ports:
   - {{name: east, kind: {kind}, addresses: [10.0.2.1/24]}}
 {extra}""")
 
-    def run_briefly(self, ports: str, *prefix: str) -> subprocess.CompletedProcess:
+    def run_briefly(self, ports: str, *prefix: str, options=()) -> subprocess.CompletedProcess:
         """A run with these ports alone, ended after a second unless it ends by itself."""
         config = self.directory / "brief.yaml"
         config.write_text(f"ports: [{ports}]\n")
         return subprocess.run(
             ["ip", "netns", "exec", self.router, "timeout", "--preserve-status", "-s", "TERM", "1.5",
              *prefix, agent.AGENT, "run", str(config), "--live", "--json",
-             *(["--plugin", agent.PLUGIN] if agent.PLUGIN else [])],
+             *options, *(["--plugin", agent.PLUGIN] if agent.PLUGIN else [])],
             capture_output=True, text=True, check=False, timeout=DEADLINE)
 
     def stop(self, process: subprocess.Popen) -> dict:

@@ -62,6 +62,9 @@ void checkForm(const RunOptions& options, const std::vector<std::string>& inputs
     if (options.live && options.anyMac) {
         throw CLI::ExcludesError("--live", "--any-mac");
     }
+    if (!options.live && options.carrier) {
+        throw CLI::RequiresError("--carrier", "--live");
+    }
     if (!options.live && options.outDirectory.empty()) {
         throw CLI::RequiredError("--out");
     }
@@ -86,6 +89,9 @@ void addFrameOptions(CLI::App* run, RunOptions& options, std::vector<std::string
     run->add_flag("--live", options.live,
                   "Forward on the network interfaces named by the ports instead of on captures, "
                   "until SIGTERM; SIGHUP reloads CONFIG");
+    run->add_flag("--carrier", options.carrier,
+                  "Take the links of live ports down when the agent ends or is killed, so that "
+                  "neighbours hear of it, and up again when the next one forwards");
     run->add_flag("--any-mac", options.anyMac,
                   "Forward frames that are addressed to other stations, too; without it a port "
                   "takes those for its own MAC address, for groups and for all");

@@ -28,6 +28,7 @@ struct RunOptions {
     std::string plugin;              ///< empty: the one installed with the agent
     std::string tables;              ///< name of shared tables; empty: those of the configuration
     std::string control;             ///< path of the control socket; empty: see controlPath()
+    bool carrier = false;            ///< links of live ports are up only while it forwards
     bool anyMac = false;             ///< take frames for other stations, too
     bool json = false;
     bool trace = false;

@@ -46,11 +46,15 @@ class LiveAgent {
         }
         ports_.requireUsable();
         control_ = serveControl(options, *state_, forwarder_, [this] { return counters(); });
+        if (options.carrier) {
+            carrier_.emplace(ports_);
+        }
     }
 
     Summary run() {
         LiveRun({&state_->tables(), &forwarder_, &fastPath_, &ports_, &links_, &answers_,
-                 ipRoutes_ ? &*ipRoutes_ : nullptr, control_.get(), &reload_})
+                 ipRoutes_ ? &*ipRoutes_ : nullptr, control_.get(), &reload_,
+                 carrier_ ? &*carrier_ : nullptr})
             .run([this](const std::string& news) { (*log_)("ports", news); });
         Summary summary = summaryOf(options_, *state_, forwarder_);
         for (const NamedCounter& counter : counters()) {
@@ -93,6 +97,7 @@ class LiveAgent {
     LinkSync links_;
     std::optional<SharedIpRoutes> ipRoutes_; ///< set when the tables are shared
     std::unique_ptr<ControlServer> control_; ///< may be null
+    std::optional<Carrier> carrier_;         ///< set when the links go down with the agent
     LiveReload reload_{options_,
                        config_,
                        {state_.get(), &tables_, &links_, &answers_, &ipRoutes_},

@@ -5,6 +5,7 @@
 #include <csignal>
 #include <sys/signalfd.h>
 #include <system_error>
+#include <utility>
 
 #include "Tessel/Exceptions.h"
 
@@ -129,16 +130,22 @@ void LiveRun::refresh() {
     parts_.tables->refresh();
     if (parts_.ipRoutes != nullptr && !parts_.ipRoutes->refresh()) {
         hasMore_ = true;
+        return;
     }
+    hasRoutes_ = true;
 }
 
 void LiveRun::settle(const std::function<void(const std::string&)>& report) {
     const auto now = LinkSync::Clock::now();
     parts_.forwarder->settleWaiting(now);
     parts_.links->solicit();
-    if (now - checkedAt_ >= std::chrono::seconds(1)) {
+    const bool wasReady = std::exchange(isReady_, hasRoutes_ && parts_.links->isComplete());
+    if (now - checkedAt_ >= std::chrono::seconds(1) || isReady_ > wasReady) {
         checkedAt_ = now;
         parts_.ports->reopen();
+        if (isReady_ && parts_.carrier != nullptr) {
+            parts_.carrier->hold();
+        }
         for (const std::string& news : parts_.ports->news()) {
             report(news);
         }

@@ -13,6 +13,7 @@
 #include "Forwarding/Forwarder.h"
 #include "Ip/SharedIpRoutes.h"
 #include "Live/AdaptivePoll.h"
+#include "Live/carrier/Carrier.h"
 #include "Live/links/LinkSync.h"
 #include "Live/ports/LivePorts.h"
 #include "Posix/FileDescriptor.h"
@@ -39,7 +40,7 @@ class Reloading {
 /// The loop of a live run: frames, link changes, control requests and signals.
 class LiveRun {
   public:
-    /// Everything must outlive it; `ipRoutes` and `control` may be null.
+    /// Everything must outlive it; `ipRoutes`, `control` and `carrier` may be null.
     struct Parts {
         Mpls::PublishedTables* tables;
         Forwarder* forwarder;
@@ -50,6 +51,7 @@ class LiveRun {
         SharedIpRoutes* ipRoutes;
         ControlServer* control;
         Reloading* reloading;
+        Carrier* carrier;
     };
 
     /// Blocks SIGINT, SIGTERM and SIGHUP, which `run` handles. Throws std::system_error.
@@ -73,6 +75,8 @@ class LiveRun {
     Posix::FileDescriptor signals_;
     bool hasMore_ = false;   ///< frames or changes are pending
     bool servesAll_ = false; ///< also ports that are not ready
+    bool hasRoutes_ = false; ///< those of the tables have been taken over once
+    bool isReady_ = false;   ///< that, and what the kernel has reported of links and neighbours
     LinkSync::Clock::time_point checkedAt_;
     std::vector<pollfd> waiting_;
     AdaptivePoll poll_;

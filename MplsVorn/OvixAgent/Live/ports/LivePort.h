@@ -67,6 +67,10 @@ class LivePort : public TransmitPort {
     /// Why the port is not open; empty while it is.
     virtual const std::string& problem() const noexcept = 0;
 
+    /// The interface whose link goes down for the neighbours when it is taken down; 0: there is
+    /// none, or it loses its carrier with the port.
+    virtual unsigned int linkIndex() const noexcept { return 0; }
+
     /// What to poll; -1 while the port is not open. It may change with `reopen()`.
     virtual int descriptor() const noexcept = 0;
 

@@ -30,6 +30,7 @@ class PacketPort final : public LivePort {
     bool isOpen() const noexcept override { return ring_.has_value(); }
     bool reopen() override;
     const std::string& problem() const noexcept override { return problem_; }
+    unsigned int linkIndex() const noexcept override { return isOpen() ? interfaceIndex_ : 0; }
     int descriptor() const noexcept override { return isOpen() ? ring_->descriptor() : -1; }
 
     std::size_t receive(const BurstVisitor& visitor, std::size_t budget) override;

@@ -24,6 +24,7 @@ class XdpPort final : public LivePort {
     /// Also to be called when the interface's MAC has changed.
     bool reopen() override;
     const std::string& problem() const noexcept override { return problem_; }
+    unsigned int linkIndex() const noexcept override { return isOpen() ? interfaceIndex_ : 0; }
     int descriptor() const noexcept override { return isOpen() ? socket_->descriptor() : -1; }
 
     std::size_t receive(const BurstVisitor& visitor, std::size_t budget) override;

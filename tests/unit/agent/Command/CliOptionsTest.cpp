@@ -59,6 +59,11 @@ TEST(CliOptions, FlagsAreOffUnlessGiven) {
     EXPECT_EQ(options.plugin, "");
 }
 
+TEST(CliOptions, LinksGoDownWithALiveRunIfThatIsAskedFor) {
+    EXPECT_FALSE(runOptions({"run", "c.yaml", "--live"}).carrier);
+    EXPECT_TRUE(runOptions({"run", "c.yaml", "--live", "--carrier"}).carrier);
+}
+
 TEST(CliOptions, TheFastPathIsOnUnlessItIsSwitchedOff) {
     const std::vector<const char*> plain{"run", "c.yaml", "--in", "e=a", "--out", "o"};
     const auto with = [&plain](const char* option) {
@@ -75,6 +80,8 @@ TEST(CliOptions, TheFastPathIsOnUnlessItIsSwitchedOff) {
 TEST(CliOptions, ErrorsNameTheProgram) {
     EXPECT_EQ(exitOf({"run", "c.yaml", "--frob"}).text.substr(0, 12), "ovix-agent: ");
     EXPECT_EQ(exitOf({"run", "c.yaml", "--live", "--any-mac"}).code, ExitCode::usage);
+    EXPECT_EQ(exitOf({"run", "c.yaml", "--in", "e=a", "--out", "o", "--carrier"}).code,
+              ExitCode::usage);
     EXPECT_EQ(exitOf({"--help"}).text.substr(0, 12) == "ovix-agent: ", false);
 }
 
