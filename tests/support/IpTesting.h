@@ -28,6 +28,7 @@ routes:
   - {prefix: 10.6.0.0/16, vias: [{nexthop: 10.0.2.2}, {nexthop: 10.0.2.3, weight: 3}]}
   - {prefix: 10.5.0.0/16, via: {interface: east, nexthop: 10.77.0.1}}
   - {prefix: 10.4.0.0/16, via: {interface: east}}
+  - {prefix: 10.3.0.0/16, vias: [{nexthop: 10.0.2.2}, {nexthop: 10.0.1.2}]}
   - {prefix: "2001:db8:9::/48", via: {nexthop: "2001:db8:2::2"}}
   - {vrf: red, prefix: 10.9.0.0/16, via: {nexthop: 10.0.3.0}}
 )";

@@ -102,9 +102,11 @@ const Lumo::EthAddr* IpHop::macFor(const IpRouteVia& via,
 }
 
 const EgressLine* IpHop::routeByVia(const IpRoute& route, std::uint8_t ttl, PacketWork& work) {
-    const IpRouteVia& via = route.vias().size() == 1
-                                ? route.vias().front()
-                                : route.choose(Ovix::flowHash(work.type, work.bytes()));
+    const std::size_t chosen =
+        route.vias().size() == 1
+            ? 0
+            : route.choose(Ovix::flowHash(work.type, work.bytes()), tables_->ports.ports());
+    const IpRouteVia& via = route.vias()[chosen];
     Port& port = tables_->ports.ports()[via.port];
     own_ = {port, macFor(via, packetOf(work).destination()), 0, tagsToSend({}, port.tagging, 0)};
     const Push push = pushOf(via);

@@ -37,7 +37,12 @@ const RouteHop& RouteHops::ofFlow(std::uint32_t vrf, std::uint32_t route, Ovix::
         return hop;
     }
     const Choice& several = choices_[hop.egress];
-    return several.members[several.shares.chosen(Ovix::flowHash(type, packet))];
+    const std::uint32_t hash = Ovix::flowHash(type, packet);
+    const RouteHop& member = several.members[several.shares.chosen(hash)];
+    if (member.kind != RouteHop::Kind::line || (*lines_)[member.egress].port->isUp) [[likely]] {
+        return member;
+    }
+    return several.members[ofVrf_[vrf].fib->route(route).choose(hash, tables_->ports.ports())];
 }
 
 void RouteHops::forget(RouteHop& hop) {

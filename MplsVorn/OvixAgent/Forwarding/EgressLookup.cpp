@@ -147,7 +147,8 @@ Fate EgressLookup::find(Ovix::PacketContext& packet, const Frame& received,
         return findRoute(*fib, packet, received, nexthop, egress);
     }
     if (FecId::isHierarchicalIntfId(intf)) {
-        const WeightedNextHop* member = tables_->fecs.choose(intf, packet.hash());
+        const WeightedNextHop* member =
+            tables_->fecs.choose(intf, packet.hash(), tables_->ports.ports());
         return member != nullptr
                    ? sendBy(tables_->ports.ports()[member->port], member->address, packet, egress)
                    : drop(Reason::unknownFec);

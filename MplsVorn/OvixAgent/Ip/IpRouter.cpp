@@ -107,8 +107,9 @@ Fate IpRouter::follow(const IpRoute& route, Ovix::PacketContext& packet,
     if (route.drops()) {
         return drop(route.dropReason());
     }
-    const IpRouteVia& via =
-        route.vias().size() == 1 ? route.vias().front() : route.choose(packet.hash());
+    const std::size_t chosen =
+        route.vias().size() == 1 ? 0 : route.choose(packet.hash(), tables_->ports.ports());
+    const IpRouteVia& via = route.vias()[chosen];
     const Lumo::IpGenAddr& neighbour = via.onLink ? address : via.nexthop;
     const Lumo::EthAddr* mac =
         via.mac != nullptr ? via.mac : tables_->neighbours.find(neighbour, via.port);

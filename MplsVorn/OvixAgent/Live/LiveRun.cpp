@@ -138,6 +138,7 @@ void LiveRun::refresh() {
 void LiveRun::settle(const std::function<void(const std::string&)>& report) {
     const auto now = LinkSync::Clock::now();
     parts_.forwarder->settleWaiting(now);
+    parts_.links->checkCarriers(now);
     parts_.links->solicit();
     const bool wasReady = std::exchange(isReady_, hasRoutes_ && parts_.links->isComplete());
     if (now - checkedAt_ >= std::chrono::seconds(1) || isReady_ > wasReady) {

@@ -29,14 +29,17 @@ std::span<const WeightedNextHop> FecTable::nextHops(Lumo::IntfId intf) const noe
                               : std::span<const WeightedNextHop>();
 }
 
-const WeightedNextHop* FecTable::choose(Lumo::IntfId intf, std::uint32_t flowHash) const noexcept {
+const WeightedNextHop* FecTable::choose(Lumo::IntfId intf, std::uint32_t flowHash,
+                                        const std::vector<Port>& ports) const noexcept {
     const Members* members = fecs_.find(intf.value());
     if (members == nullptr) {
         return nullptr;
     }
     const WeightedNextHop* first = &nextHops_[members->first];
-    return first + Tessel::weightedChoice(flowHash % members->totalWeight, members->count,
-                                          [&](std::size_t i) { return first[i].weight; });
+    return first + Tessel::usableChoice(
+                       flowHash, members->totalWeight, members->count,
+                       [&](std::size_t i) { return first[i].weight; },
+                       [&](std::size_t i) { return ports[first[i].port].isUp; });
 }
 
 } // namespace OvixAgent

@@ -6,6 +6,7 @@
 #include "Config/Config.h"
 #include "Lumo/IntfId.h"
 #include "Lumo/IpGenAddr.h"
+#include "State/PortTable.h"
 #include "Tessel/FlatMap.h"
 
 namespace OvixAgent {
@@ -20,8 +21,10 @@ class FecTable {
     /// The next hops of a FEC, whose weights add up to at least 1; empty when the interface is not
     /// a FEC's.
     std::span<const WeightedNextHop> nextHops(Lumo::IntfId intf) const noexcept;
-    /// The next hop that owns the flow's residue; null when the interface is not a FEC's.
-    const WeightedNextHop* choose(Lumo::IntfId intf, std::uint32_t flowHash) const noexcept;
+    /// The next hop that owns the flow's residue, or if its port is down, another one; null when
+    /// the interface is not a FEC's.
+    const WeightedNextHop* choose(Lumo::IntfId intf, std::uint32_t flowHash,
+                                  const std::vector<Port>& ports) const noexcept;
 
   private:
     /// A part of nextHops_.

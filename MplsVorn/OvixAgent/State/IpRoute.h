@@ -50,11 +50,14 @@ class IpRoute {
 
     const std::vector<IpRouteVia>& vias() const noexcept { return vias_; }
 
-    /// The via of a flow: each has its share of the hashes by its weight. The route must forward.
-    const IpRouteVia& choose(std::uint32_t hash) const noexcept {
+    /// The index of the via of a flow: each has its share of the hashes by its weight. What vias
+    /// of ports that are down would have is shared among the others, and no other flow moves; if
+    /// all are down, nothing changes. The route must forward, by these ports.
+    std::size_t choose(std::uint32_t hash, const std::vector<Port>& ports) const noexcept {
         assert(totalWeight_ > 0);
-        return vias_[Tessel::weightedChoice(hash % totalWeight_, vias_.size(),
-                                            [&](std::size_t i) { return vias_[i].weight; })];
+        return Tessel::usableChoice(
+            hash, totalWeight_, vias_.size(), [&](std::size_t i) { return vias_[i].weight; },
+            [&](std::size_t i) { return ports[vias_[i].port].isUp; });
     }
 
   private:

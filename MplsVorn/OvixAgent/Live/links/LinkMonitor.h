@@ -35,6 +35,12 @@ class LinkMonitor {
         return table_.linkNamed(name);
     }
 
+    /// Null when no interface has the index. Likewise.
+    const LinkState* link(std::uint32_t index) const noexcept { return table_.link(index); }
+
+    /// Reports a link as down, ahead of the kernel, which reports it later whatever it is then.
+    void carrierDel(std::uint32_t index) { table_.carrierDel(index); }
+
     /// Makes the kernel resolve or confirm the neighbour's MAC; the result is reported as an event.
     /// False when the request could not be sent.
     ///

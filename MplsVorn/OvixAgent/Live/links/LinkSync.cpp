@@ -151,6 +151,19 @@ void LinkSync::neighbourDel(const NeighbourState& neighbour) {
     }
 }
 
+void LinkSync::checkCarriers(Clock::time_point now) {
+    if (now - checkedAt_ < std::chrono::milliseconds(1)) {
+        return;
+    }
+    checkedAt_ = now;
+    for (const OfPort& port : ofPort_) {
+        const LinkState* const link = port.isLinkUp ? monitor_.link(port.link) : nullptr;
+        if (link != nullptr && flags_.isDown(link->name)) {
+            monitor_.carrierDel(link->index);
+        }
+    }
+}
+
 void LinkSync::solicit() {
     for (const Solicits::Neighbour& wanted : forwarding_->neighbours.wanted().take()) {
         assert(wanted.port < ofPort_.size());

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "Live/links/LinkMonitor.h"
+#include "Live/ports/InterfaceControl.h"
 #include "Live/ports/LivePorts.h"
 #include "State/EthIntfStatusDir.h"
 #include "State/ForwardingTables.h"
@@ -29,6 +30,11 @@ class LinkSync {
     void receive() { monitor_.receive(); }
     /// Whether the kernel has reported everything once.
     bool isComplete() const noexcept { return monitor_.isComplete(); }
+
+    /// Looks for links that have gone down, at most once a millisecond. The kernel reports one only
+    /// after it has waited for everybody who may still be sending there, which takes tens of
+    /// milliseconds on a busy machine; its flags say so before.
+    void checkCarriers(Clock::time_point now);
 
     /// Solicits the neighbours that frames need.
     void solicit();
@@ -63,6 +69,8 @@ class LinkSync {
     LivePorts* ports_;
     std::vector<OfPort> ofPort_;
     LinkMonitor monitor_;
+    InterfaceFlags flags_;
+    Clock::time_point checkedAt_;
 };
 
 } // namespace OvixAgent

@@ -44,6 +44,19 @@ void LinkTable::linkDel(std::uint32_t index) {
     del(links_, index, events_.linkDel);
 }
 
+void LinkTable::carrierDel(std::uint32_t index) {
+    if (const LinkState* known = link(index)) {
+        LinkState down = *known;
+        down.hasCarrier = false;
+        linkIs(down);
+    }
+}
+
+const LinkState* LinkTable::link(std::uint32_t index) const noexcept {
+    const auto found = links_.find(index);
+    return found != links_.end() ? &found->second.value : nullptr;
+}
+
 const LinkState* LinkTable::linkNamed(const std::string& name) const noexcept {
     const auto found = std::find_if(links_.begin(), links_.end(), [&](const auto& entry) {
         return entry.second.value.name == name;

@@ -25,10 +25,13 @@ class LinkTable {
 
     void linkIs(const LinkState& link);
     void linkDel(std::uint32_t index);
+    /// A link that is known is down, whatever else it is.
+    void carrierDel(std::uint32_t index);
     void neighbourIs(const NeighbourState& neighbour);
     void neighbourDel(const NeighbourState& neighbour);
 
-    /// Null when no link has the name. Valid until the next change.
+    /// Null when no link has the index, or the name. Valid until the next change.
+    const LinkState* link(std::uint32_t index) const noexcept;
     const LinkState* linkNamed(const std::string& name) const noexcept;
 
     /// Values reported from now on are confirmed.

@@ -102,6 +102,16 @@ bool countSocketFailure(unsigned int index, LiveCounts& counts) noexcept {
     return exists;
 }
 
+InterfaceFlags::InterfaceFlags() noexcept
+    : socket_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {}
+
+bool InterfaceFlags::isDown(const std::string& name) const noexcept {
+    constexpr short up = IFF_UP | IFF_RUNNING;
+    ifreq request{};
+    name.copy(request.ifr_name, sizeof request.ifr_name - 1);
+    return ioctl(socket_.value(), SIOCGIFFLAGS, &request) == 0 && (request.ifr_flags & up) != up;
+}
+
 void bringUp(const std::string& name) {
     ifreq request = requestFor(name);
     control(SIOCGIFFLAGS, request, "reading the interface's state");

@@ -5,6 +5,7 @@
 
 #include "Config/Config.h"
 #include "Live/ports/LivePort.h"
+#include "Posix/FileDescriptor.h"
 
 namespace OvixAgent {
 
@@ -29,6 +30,17 @@ std::string nameOfInterface(unsigned int index, const std::string& portName);
 /// whether the interface exists. The kernel reports "network is down" both for a link that is down,
 /// from which the socket recovers, and for a removed interface, from which it does not.
 bool countSocketFailure(unsigned int index, LiveCounts& counts) noexcept;
+
+/// Reads flags of interfaces, without waiting for whoever configures some interface meanwhile.
+class InterfaceFlags {
+  public:
+    InterfaceFlags() noexcept;
+    /// Whether an interface of that name is known to be down, or not operational.
+    bool isDown(const std::string& name) const noexcept;
+
+  private:
+    Posix::FileDescriptor socket_;
+};
 
 /// Throws std::system_error.
 void bringUp(const std::string& name);

@@ -172,6 +172,24 @@ TEST_F(IpHopTest, RoutesOfARestartedTableAreDecidedAnew) {
     EXPECT_TRUE(routePlain(packetTo("10.6.0.1")));
 }
 
+TEST_F(IpHopTest, FlowsOfAPortThatIsDownLeaveByAnother) {
+    std::size_t byWest = 0;
+    ports.upIs(east, false);
+    for (int i = 1; i < 20; ++i) {
+        const Bytes packet = packetTo("10.3.0." + std::to_string(i));
+        expectAsTheForwarder(packet, true);
+        byWest += route(packet)->first == west ? 1 : 0;
+    }
+    EXPECT_EQ(byWest, 19U);
+    ports.upIs(east, true);
+    for (int i = 1; i < 20; ++i) {
+        const Bytes packet = packetTo("10.3.0." + std::to_string(i));
+        expectAsTheForwarder(packet, true);
+        byWest -= route(packet)->first == west ? 1 : 0;
+    }
+    EXPECT_GT(byWest, 0U);
+}
+
 TEST_F(IpHopTest, LeavesWhatDoesNotFit) {
     EXPECT_TRUE(route(packetTo("10.8.0.1"), 16));
     EXPECT_FALSE(route(packetTo("10.8.0.1"), 15)); // two labels and a link header with tags

@@ -168,13 +168,35 @@ TEST(IpRoute, FlowsAreSharedByWeightAndEachKeepsItsVia) {
     three.port = 2;
     three.weight = 3;
     const IpRoute route = IpRoute::forward({idle, one, three});
+    const std::vector<Port> ports(3);
     std::array<std::size_t, 3> shares{};
     for (std::uint32_t hash = 0; hash < 400; ++hash) {
-        ++shares[route.choose(hash).port];
-        EXPECT_EQ(&route.choose(hash), &route.choose(hash));
+        ++shares[route.choose(hash, ports)];
+        EXPECT_EQ(route.choose(hash, ports), route.choose(hash, ports));
     }
     EXPECT_EQ(shares, (std::array<std::size_t, 3>{0, 100, 300}));
-    EXPECT_EQ(route.choose(~0U).port, 2U);
+    EXPECT_EQ(route.choose(~0U, ports), 2U);
+}
+
+TEST(IpRoute, FlowsOfAPortThatIsDownTakeAnother) {
+    std::vector<IpRouteVia> vias(3);
+    for (PortIndex i = 0; i < vias.size(); ++i) {
+        vias[i].port = i;
+    }
+    const IpRoute route = IpRoute::forward(vias);
+    const std::vector<Port> allUp(3);
+    std::vector<Port> ports(3);
+    ports[1].isUp = false;
+    std::size_t moved = 0;
+    for (std::uint32_t hash = 0; hash < 300; ++hash) {
+        const std::size_t before = route.choose(hash, allUp);
+        const std::size_t now = route.choose(hash, ports);
+        EXPECT_TRUE(now == before || (before == 1 && now != 1)) << hash;
+        moved += now != before ? 1 : 0;
+    }
+    EXPECT_EQ(moved, 100U);
+    ports[0].isUp = ports[2].isUp = false;
+    EXPECT_EQ(route.choose(4, ports), route.choose(4, allUp));
 }
 
 TEST(Fib, WhatALearnedRouteHidIsFoundAgainOnceItIsRemoved) {

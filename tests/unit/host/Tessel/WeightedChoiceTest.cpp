@@ -35,6 +35,34 @@ TEST(WeightedChoice, WeightsMayAddUpToMoreThan32Bits) {
     EXPECT_EQ(Tessel::weightedChoice(0x2fffffffdU, 4, weight), 3U);
 }
 
+TEST(WeightedChoice, FlowsOfMembersThatAreNotUsableAreSharedByWeight) {
+    const std::vector<std::uint32_t> weights{2, 4, 0, 1, 3};
+    std::vector<std::size_t> of(5);
+    std::size_t moved = 0;
+    for (std::uint32_t hash = 0; hash < 10000; ++hash) {
+        const std::size_t own = choices(weights, 10)[hash % 10];
+        const std::size_t now = Tessel::usableChoice(
+            hash, 10, 5, [&](std::size_t i) { return weights[i]; },
+            [](std::size_t i) { return i != 1; });
+        EXPECT_TRUE(own == 1 || now == own);
+        ++of[now];
+        moved += own != now ? 1 : 0;
+    }
+    EXPECT_EQ(moved, 4000U);
+    EXPECT_EQ(of[1] + of[2], 0U);
+    EXPECT_NEAR(static_cast<double>(of[0]), 10000.0 * 2 / 6, 100);
+    EXPECT_NEAR(static_cast<double>(of[3]), 10000.0 * 1 / 6, 100);
+}
+
+TEST(WeightedChoice, WhenNoMemberIsUsableTheFlowsOwnIsTaken) {
+    for (const std::uint32_t hash : {0U, 1U, 2U}) {
+        EXPECT_EQ(
+            Tessel::usableChoice(
+                hash, 3, 3, [](std::size_t) { return 1U; }, [](std::size_t) { return false; }),
+            hash);
+    }
+}
+
 } // namespace
 
 } // namespace WeightedChoiceTest

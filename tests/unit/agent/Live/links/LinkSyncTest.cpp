@@ -96,6 +96,34 @@ TEST_F(LinkSyncTest, AnotherInterfaceOfTheNameTakesOverWhenTheFirstHasGone) {
     EXPECT_EQ(tables->ports.ports()[0].mac, (Lumo::EthAddr{2, 0, 0, 0, 0, 10}));
 }
 
+TEST_F(LinkSyncTest, ALinkThatIsDownIsNoticedBeforeTheKernelReportsIt) {
+    using namespace std::chrono_literals;
+    const LinkSync::Clock::time_point now{1h};
+    links->checkCarriers(now);
+    EXPECT_TRUE(isUp(0));
+    ip("link set right down");
+    // Not operational any more, but nothing is received of that.
+    const auto end = std::chrono::steady_clock::now() + 10s;
+    for (auto later = now; isUp(0) && std::chrono::steady_clock::now() < end; later += 1ms) {
+        links->checkCarriers(later);
+    }
+    EXPECT_FALSE(isUp(0));
+    EXPECT_FALSE(isUp(1));
+    ip("link set right up");
+    EXPECT_TRUE(soon([&] { return isUp(0) && isUp(1); }));
+}
+
+TEST_F(LinkSyncTest, FlagsAreReadOnceAMillisecond) {
+    using namespace std::chrono_literals;
+    const LinkSync::Clock::time_point now{1h};
+    links->checkCarriers(now);
+    ip("link set left down");
+    links->checkCarriers(now + 999us);
+    EXPECT_TRUE(isUp(0));
+    links->checkCarriers(now + 1ms);
+    EXPECT_FALSE(isUp(0));
+}
+
 TEST_F(LinkSyncTest, AnInterfaceThatIsRemovedAndMadeAgainComesBack) {
     ip("link del left");
     ASSERT_TRUE(soon([&] { return !isUp(0) && !isUp(1); }));
