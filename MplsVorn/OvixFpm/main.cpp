@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Log/Log.h"
+#include "pseudowires/LdpWatch.h"
 #include "publishing/FpmServer.h"
 
 namespace {
@@ -19,6 +20,10 @@ struct Options {
     std::vector<std::string> peers{"frr"};
     double sweepAfter = 30; ///< routing daemons reconnect to a restarted zebra within some 10 s
     bool verbose = false;
+    bool pseudowires = false;
+    double pseudowiresEvery = 1; ///< seconds
+    std::string vtysh = OvixFpm::LdpWatch::Settings().vtysh;
+    std::string vtySocket;
 };
 
 template <class T>
@@ -62,9 +67,16 @@ void serve(const Options& options, OvixLog::Log& log) {
     Mpls::TablePublisher tables(Tessel::TableMemory::sharedForWriting(options.tables));
     OvixFpm::InterfaceLookup interfaces;
     OvixFpm::RoutePublisher routes(tables, interfaces);
-    OvixFpm::FpmServer server(
-        routes, settingsOf(options),
-        [&log](std::string_view about, const std::string& line) { log(about, line); });
+    const OvixFpm::Log logged = [&log](std::string_view about, const std::string& line) {
+        log(about, line);
+    };
+    OvixFpm::LdpWatch::Settings ldp;
+    ldp.vtysh = options.vtysh;
+    ldp.socketDirectory = options.vtySocket;
+    ldp.every = std::chrono::milliseconds(static_cast<long>(options.pseudowiresEvery * 1000));
+    OvixFpm::LdpWatch pseudowires(tables, ldp, logged);
+    OvixFpm::FpmServer server(routes, settingsOf(options), logged,
+                              options.pseudowires ? &pseudowires : nullptr);
     server.run(stop.value());
 }
 
@@ -106,6 +118,18 @@ int main(int argc, char** argv) {
            "has been quiet for this time (0 to 3600)")
         ->capture_default_str()
         ->type_name("SECONDS");
+    app.add_flag("--pseudowires", options.pseudowires,
+                 "Publish the pseudowires of ldpd, too, which vtysh asks it for");
+    app.add_option("--pseudowires-every", options.pseudowiresEvery, "How often ldpd is asked")
+        ->capture_default_str()
+        ->check(CLI::Range(0.1, 3600.0))
+        ->type_name("SECONDS");
+    app.add_option("--vtysh", options.vtysh, "The program that asks ldpd")
+        ->capture_default_str()
+        ->type_name("PATH");
+    app.add_option("--vty-socket", options.vtySocket,
+                   "The directory of the daemons' vty sockets, unless it is the usual one")
+        ->type_name("DIRECTORY");
     app.add_flag("--verbose", options.verbose, "Log every change of a route");
     app.footer("Exit codes: 0 ended by SIGINT or SIGTERM, 1 an error, 2 the command line is wrong");
     try {

@@ -124,6 +124,7 @@ void LiveReload::finish() {
 void LiveReload::swap(Made& made) {
     parts_.state->commitTables();
     parts_.tables->swap(made.tables, made.config);
+    parts_.ports->circuitsAre(parts_.tables->pseudowires, parts_.tables->ports);
     parts_.links->configure(made.config);
     parts_.answers->configure(made.config);
     if (made.ipRoutes) {

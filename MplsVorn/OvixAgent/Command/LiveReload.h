@@ -25,6 +25,7 @@ class LiveReload final : public Reloading {
     struct Parts {
         AgentState* state;
         ForwardingTables* tables;
+        LivePorts* ports;
         LinkSync* links;
         CpuAnswers* answers;
         std::optional<SharedIpRoutes>* ipRoutes; ///< set when the tables are shared

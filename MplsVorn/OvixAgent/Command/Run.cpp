@@ -43,7 +43,9 @@ class LiveAgent {
                                [this](const std::string& text) { (*log_)("fast path", text); });
         if (!options.tables.empty()) {
             ipRoutes_.emplace(state_->tables().reader(), tables_.ports, tables_.vrfs);
+            pseudowires_.emplace(state_->tables().reader(), tables_, ports_);
         }
+        ports_.circuitsAre(tables_.pseudowires, tables_.ports);
         ports_.requireUsable();
         control_ = serveControl(options, *state_, forwarder_, [this] { return counters(); });
         if (options.carrier) {
@@ -53,8 +55,8 @@ class LiveAgent {
 
     Summary run() {
         LiveRun({&state_->tables(), &forwarder_, &fastPath_, &ports_, &links_, &answers_,
-                 ipRoutes_ ? &*ipRoutes_ : nullptr, control_.get(), &reload_,
-                 carrier_ ? &*carrier_ : nullptr})
+                 ipRoutes_ ? &*ipRoutes_ : nullptr, pseudowires_ ? &*pseudowires_ : nullptr,
+                 control_.get(), &reload_, carrier_ ? &*carrier_ : nullptr})
             .run([this](const std::string& news) { (*log_)("ports", news); });
         Summary summary = summaryOf(options_, *state_, forwarder_);
         for (const NamedCounter& counter : counters()) {
@@ -95,12 +97,13 @@ class LiveAgent {
     Forwarder forwarder_;
     FastPath fastPath_;
     LinkSync links_;
-    std::optional<SharedIpRoutes> ipRoutes_; ///< set when the tables are shared
-    std::unique_ptr<ControlServer> control_; ///< may be null
-    std::optional<Carrier> carrier_;         ///< set when the links go down with the agent
+    std::optional<SharedIpRoutes> ipRoutes_;       ///< set when the tables are shared
+    std::optional<SharedPseudowires> pseudowires_; ///< likewise
+    std::unique_ptr<ControlServer> control_;       ///< may be null
+    std::optional<Carrier> carrier_;               ///< set when the links go down with the agent
     LiveReload reload_{options_,
                        config_,
-                       {state_.get(), &tables_, &links_, &answers_, &ipRoutes_},
+                       {state_.get(), &tables_, &ports_, &links_, &answers_, &ipRoutes_},
                        *log_}; ///< the first to end
 };
 

@@ -1,7 +1,5 @@
 #include "FastPath/CircuitForwarding.h"
 
-#include <algorithm>
-
 #include "Ovix/packet/FlowHash.h"
 #include "Wire/ControlWord.h"
 
@@ -10,8 +8,7 @@ namespace OvixAgent {
 CircuitForwarding::CircuitForwarding(const Ptr<Ovix::PluginManager>& manager,
                                      ForwardingTables& tables, EgressLines& lines,
                                      Departures& departures)
-    : inputSteps_(manager->genericPipelineSteps()),
-      rewriteMap_(Ovix::RewriteInfoImplMapSharedObject::getMap(manager->sharedObjects())),
+    : rewriteMap_(Ovix::RewriteInfoImplMapSharedObject::getMap(manager->sharedObjects())),
       tables_(&tables), lines_(&lines), departures_(&departures) {}
 
 void CircuitForwarding::restart() {
@@ -24,7 +21,7 @@ void CircuitForwarding::restart() {
 /// One without a pseudowire when the port is no circuit, or has one that is not plain.
 CircuitForwarding::Tunnel CircuitForwarding::tunnelOf(PortIndex circuit) {
     Pseudowire* const pseudowire = tables_->pseudowires.ofPort(circuit);
-    if (pseudowire == nullptr || !tables_->pseudowires.mplsRouting()) {
+    if (pseudowire == nullptr || !pseudowire->remote || !tables_->pseudowires.mplsRouting()) {
         return {};
     }
     const Ovix::RoutingNexthop& remote = *pseudowire->remote;
@@ -68,17 +65,10 @@ bool CircuitForwarding::readRewrites(const Ovix::RewriteInfos& rewrites, Tunnel&
     return true;
 }
 
-bool CircuitForwarding::isIgnoredByInputSteps(Wire::Bytes frame) const {
-    const std::uint16_t etherType = Wire::Ethernet(frame).etherType();
-    const auto& steps = inputSteps_->steps();
-    return std::all_of(steps.begin(), steps.end(),
-                       [&](const auto& step) { return step->ignores(etherType); });
-}
-
 // The class of the frame goes into the labels, whose TTL is 255 (RFC 4448).
 bool CircuitForwarding::forward(PacketWork work) {
     const Tunnel& tunnel = tunnels_[work.port];
-    if (tunnel.pseudowire == nullptr || !isIgnoredByInputSteps(work.bytes())) {
+    if (tunnel.pseudowire == nullptr) {
         return false;
     }
     const EgressLine& line = (*lines_)[tunnel.egress];

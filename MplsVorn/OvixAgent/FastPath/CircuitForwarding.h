@@ -38,9 +38,7 @@ class CircuitForwarding {
 
     Tunnel tunnelOf(PortIndex circuit);
     bool readRewrites(const Ovix::RewriteInfos& rewrites, Tunnel& tunnel) const;
-    bool isIgnoredByInputSteps(Wire::Bytes frame) const;
 
-    Ptr<Ovix::AllGenericPipelineSteps> inputSteps_;
     Ptr<Ovix::RewriteInfoImplMap> rewriteMap_;
     ForwardingTables* tables_;
     EgressLines* lines_;

@@ -144,6 +144,11 @@ Fate EgressLookup::find(Ovix::PacketContext& packet, const Frame& received,
     }
     const Lumo::IntfId intf = nexthop.intfId();
     if (intf.empty()) {
+        const Pseudowire* const pseudowire = tables_->pseudowires.ofPort(received.port);
+        if (pseudowire != nullptr) {
+            return router_.routeInTunnel(*fib, *pseudowire, nexthop.address(), packet.hash(),
+                                         egress);
+        }
         return findRoute(*fib, packet, received, nexthop, egress);
     }
     if (FecId::isHierarchicalIntfId(intf)) {

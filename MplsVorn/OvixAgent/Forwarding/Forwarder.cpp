@@ -69,6 +69,9 @@ void Forwarder::receive(const Frame& frame) {
 Fate Forwarder::process(const Frame& received) {
     const Ptr<Ovix::PacketContext> packet = newPacket(received);
     packet->receivedAs(accounts_.number(), accounts_.counters().get());
+    if (Pseudowire* pseudowire = tables_->pseudowires.ofPort(received.port)) {
+        return sendOverPseudowire(received, packet, *pseudowire);
+    }
     if (const auto settled = inputSteps_.run(packet, current_)) {
         return *settled;
     }
@@ -79,9 +82,6 @@ Fate Forwarder::dispatch(const Frame& frame, const Ptr<Ovix::PacketContext>& pac
     Ovix::ParsedPacket& parsed = packet->parsedPkt();
     if (!parsed.header(0)) {
         return drop(Reason::runt);
-    }
-    if (Pseudowire* pseudowire = tables_->pseudowires.ofPort(frame.port)) {
-        return sendOverPseudowire(frame, packet, *pseudowire);
     }
     const ReceivedLink link = readLink(parsed);
     switch (link.announced) {
@@ -183,8 +183,14 @@ Fate Forwarder::withoutNexthop(const Ovix::RoutingContext& context) const noexce
 // Every frame is sent whole: its tags are the customer's.
 Fate Forwarder::sendOverPseudowire(const Frame& frame, const Ptr<Ovix::PacketContext>& packet,
                                    Pseudowire& pseudowire) {
+    if (!packet->parsedPkt().header(0)) {
+        return drop(Reason::runt);
+    }
     if (!tables_->pseudowires.mplsRouting()) {
         return drop(Reason::mplsRoutingOff);
+    }
+    if (!pseudowire.dropReason.empty()) {
+        return drop(pseudowire.dropReason);
     }
     const Ptr<Ovix::RoutingContext> context = contextOf(frame, packet);
     const Fate fate = sender_.send(frame, context, {}, *pseudowire.remote);

@@ -212,14 +212,17 @@ Fate Sender::transmitFragments(const Outgoing& outgoing, const IpFragments& frag
 }
 
 // Only labelled packets are reported to the control plane, as they would have left, and none to
-// this router about its own.
+// this router about its own. To the stations of a pseudowire there is no router in between.
 Fate Sender::dropTooBig(const Outgoing& outgoing, std::uint32_t mtu) const {
     if (outgoing.frame.isOwn) {
         return drop(Reason::mtuExceeded);
     }
     Ovix::PacketContext& packet = outgoing.packet();
     const bool isException = mplsMtuExceptions_ && packet.outerType() == Ovix::PktHdrType::mpls;
-    DropListener* const listener = egress_.tables().drops;
+    const ForwardingTables& tables = egress_.tables();
+    const bool isBridged =
+        outgoing.egress.pseudowire != nullptr || tables.pseudowires.isCircuit(outgoing.frame.port);
+    DropListener* const listener = isBridged ? nullptr : tables.drops;
     if ((listener != nullptr || isException) && outgoing.pushLinkHeader(packet)) {
         if (listener != nullptr) {
             listener->tooBig(outgoing.frame, packet.pkt()->data(), mtu);

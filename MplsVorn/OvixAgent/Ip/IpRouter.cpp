@@ -110,6 +110,11 @@ Fate IpRouter::follow(const IpRoute& route, Ovix::PacketContext& packet,
     const std::size_t chosen =
         route.vias().size() == 1 ? 0 : route.choose(packet.hash(), tables_->ports.ports());
     const IpRouteVia& via = route.vias()[chosen];
+    take(via, address, egress);
+    return forwarded;
+}
+
+void IpRouter::take(const IpRouteVia& via, const Lumo::IpGenAddr& address, Egress& egress) const {
     const Lumo::IpGenAddr& neighbour = via.onLink ? address : via.nexthop;
     const Lumo::EthAddr* mac =
         via.mac != nullptr ? via.mac : tables_->neighbours.find(neighbour, via.port);
@@ -121,6 +126,20 @@ Fate IpRouter::follow(const IpRoute& route, Ovix::PacketContext& packet,
     egress.push = via.push.get();
     const bool isOfPacket = via.onLink && egress.isIpHop;
     egress.sendTo(neighbour, mac, isOfPacket ? Solicits::By::packet : Solicits::By::route);
+}
+
+Fate IpRouter::routeInTunnel(const Fib& fib, const Pseudowire& pseudowire,
+                             const Lumo::IpGenAddr& otherEnd, std::uint32_t hash,
+                             Egress& egress) const {
+    const IpRoute* const found = fib.find(otherEnd);
+    if (found == nullptr || found->isLocal() || found->drops()) {
+        return drop(Reason::noTunnel);
+    }
+    const IpRouteVia& via = found->vias()[found->choose(hash, tables_->ports.ports())];
+    if (!pseudowire.signalled || !isTunnel(*pseudowire.signalled, via)) {
+        return drop(Reason::noTunnel);
+    }
+    take(via, otherEnd, egress);
     return forwarded;
 }
 

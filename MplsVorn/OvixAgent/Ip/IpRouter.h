@@ -35,9 +35,15 @@ class IpRouter {
     Fate route(const Fib& fib, const Lumo::IpGenAddr& address, Ovix::PacketContext& packet,
                const IpArrival& arrival, Egress& egress) const;
 
+    /// The same for the labelled packet of a pseudowire, which needs a tunnel to the other end:
+    /// labels, or a link that the other end is on.
+    Fate routeInTunnel(const Fib& fib, const Pseudowire& pseudowire,
+                       const Lumo::IpGenAddr& otherEnd, std::uint32_t hash, Egress& egress) const;
+
   private:
     Fate follow(const IpRoute& route, Ovix::PacketContext& packet, const Lumo::IpGenAddr& address,
                 Egress& egress) const;
+    void take(const IpRouteVia& via, const Lumo::IpGenAddr& address, Egress& egress) const;
 
     ForwardingTables* tables_;
 };

@@ -128,6 +128,9 @@ void LiveRun::forward(const Frame& frame) {
 
 void LiveRun::refresh() {
     parts_.tables->refresh();
+    if (parts_.pseudowires != nullptr) {
+        parts_.pseudowires->refresh();
+    }
     if (parts_.ipRoutes != nullptr && !parts_.ipRoutes->refresh()) {
         hasMore_ = true;
         return;

@@ -13,6 +13,7 @@
 #include "Forwarding/Forwarder.h"
 #include "Ip/SharedIpRoutes.h"
 #include "Live/AdaptivePoll.h"
+#include "Live/SharedPseudowires.h"
 #include "Live/carrier/Carrier.h"
 #include "Live/links/LinkSync.h"
 #include "Live/ports/LivePorts.h"
@@ -40,7 +41,7 @@ class Reloading {
 /// The loop of a live run: frames, link changes, control requests and signals.
 class LiveRun {
   public:
-    /// Everything must outlive it; `ipRoutes`, `control` and `carrier` may be null.
+    /// Everything must outlive it; `ipRoutes`, `pseudowires`, `control` and `carrier` may be null.
     struct Parts {
         Mpls::PublishedTables* tables;
         Forwarder* forwarder;
@@ -49,6 +50,7 @@ class LiveRun {
         LinkSync* links;
         CpuAnswers* answers;
         SharedIpRoutes* ipRoutes;
+        SharedPseudowires* pseudowires;
         ControlServer* control;
         Reloading* reloading;
         Carrier* carrier;

@@ -58,6 +58,14 @@ inline constexpr std::string_view pseudowireCutShort =
     "Pseudowire payload shorter than an Ethernet header";
 inline constexpr std::string_view noControlWord =
     "Pseudowire control word missing: the first nibble is neither 0 nor 1";
+inline constexpr std::string_view pseudowireDown = "Pseudowire is down by one of its ends";
+inline constexpr std::string_view pseudowireNoLabel = "Pseudowire has no label at one of its ends";
+inline constexpr std::string_view pseudowireInvalidLabel = "Pseudowire has an impossible label";
+inline constexpr std::string_view pseudowireMtus = "Pseudowire has ends with different MTUs";
+inline constexpr std::string_view pseudowireUnsupported =
+    "Pseudowire is not Ethernet point to point";
+inline constexpr std::string_view pseudowireNoDaemon = "Pseudowire is not signalled any more";
+inline constexpr std::string_view noTunnel = "No tunnel to the pseudowire's other end";
 inline constexpr std::string_view noFlowLabel = "Pseudowire flow label missing";
 inline constexpr std::string_view upstreamLabel =
     "Upstream-assigned label at a port without a context";

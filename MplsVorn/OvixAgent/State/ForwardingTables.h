@@ -49,9 +49,18 @@ struct ForwardingTables {
     void swap(ConfiguredTables& made, const AgentConfig& config) {
         neighbours.configuredAre(made.neighbours);
         std::swap(fecs, made.fecs);
+        std::vector<L2::Pseudowire> signalled = pseudowires.signalled();
         pseudowires = Pseudowires(config);
+        pseudowires.signalledAre(std::move(signalled), ports);
         vrfs.swap(made.vrfs);
         ports.configure(config.ports);
+        ++configured;
+        Tessel::Changes::notice();
+    }
+
+    /// Replaces the pseudowires that a control plane signals.
+    void signalledAre(std::vector<L2::Pseudowire> all) {
+        pseudowires.signalledAre(std::move(all), ports);
         ++configured;
         Tessel::Changes::notice();
     }
@@ -62,7 +71,7 @@ struct ForwardingTables {
     Pseudowires pseudowires;
     Ptr<VrfRoot> vrfs;
     DropListener* drops = nullptr; ///< answers about dropped packets; may be null
-    std::uint64_t configured = 0;  ///< how often configure() was called
+    std::uint64_t configured = 0;  ///< how often all decisions have become void
 };
 
 /// Where a packet leaves: the port, the MAC address that it is sent to, and what is done to it

@@ -28,6 +28,8 @@ PortTable::PortTable(const std::vector<PortConfig>& configs) : hasVlans_(configs
                           true,
                           nullptr,
                           {}});
+        parents_.push_back(config.isSubInterface() ? config.parent
+                                                   : static_cast<PortIndex>(parents_.size()));
         if (config.isSubInterface()) {
             const PortIndex index = byIntf_[intf.value()];
             byVlan_[vlanKey(config.parent, config.tagging.vlan, config.tagging.innerVlan)] = index;

@@ -53,6 +53,7 @@ class PortTable {
     void macIs(PortIndex port, const Lumo::EthAddr& mac) noexcept { set(port, &Port::mac, mac); }
     void mtuIs(PortIndex port, std::uint32_t mtu) noexcept { set(port, &Port::mtu, mtu); }
     void upIs(PortIndex port, bool isUp) noexcept { set(port, &Port::isUp, isUp); }
+    void anyMacIs(PortIndex port, bool any) noexcept { set(port, &Port::anyMac, any); }
     /// How often one of these has changed.
     std::uint64_t changes() const noexcept { return changes_; }
 
@@ -66,6 +67,8 @@ class PortTable {
         return index != nullptr ? &ports_[*index] : nullptr;
     }
 
+    /// The port by which the frames of a sub-interface come and leave; any other port itself.
+    PortIndex parentOf(PortIndex port) const noexcept { return parents_[port]; }
     /// Whether the port has VLAN sub-interfaces, or is one.
     bool hasVlans(PortIndex port) const noexcept { return hasVlans_[port]; }
     /// The port that a frame is for which came in at `port` with these VLAN ids, outermost first:
@@ -90,6 +93,7 @@ class PortTable {
     Tessel::FlatMap<std::uint32_t> byIntf_;
     Tessel::FlatMap<PortIndex> byVlan_; ///< sub-interfaces by parent and VLAN ids
     std::vector<bool> hasVlans_;
+    std::vector<PortIndex> parents_;
     std::uint64_t changes_ = 0;
 };
 

@@ -1,10 +1,15 @@
 #include "State/Pseudowires.h"
 
+#include <algorithm>
+
 #include "Ovix/rewrite/MplsPushRewriteImpl.h"
+#include "State/Fate.h"
 
 namespace OvixAgent {
 
 namespace {
+
+using State = L2::Pseudowire::State;
 
 /// The pseudowire label is the bottom of the stack, below the tunnel's (RFC 4448 section 3); the
 /// control word goes behind the stack once that is there.
@@ -31,7 +36,60 @@ Ptr<Ovix::RoutingNexthop> remoteOf(const PseudowireConfig& config,
     return remote;
 }
 
+/// The tunnel's labels are those of the route to the other end, pushed later.
+Ptr<Ovix::RoutingNexthop> remoteOf(const L2::Pseudowire& signalled) {
+    const std::vector<Lumo::MplsLabel> labels{Lumo::MplsLabel(signalled.remoteLabel)};
+    Mpls::ViaOptions options;
+    options.nexthop = signalled.neighbour;
+    const Mpls::Via via = Mpls::Via::push(labels, options).value();
+    auto remote = Tessel::make<Ovix::RoutingNexthop>(Lumo::IntfId());
+    remote->addressIs(signalled.neighbour);
+    Ovix::RewriteInfos& rewrites = remote->rewriteInfos();
+    rewrites.rewriteInfoEnq(
+        Tessel::make<Ovix::EthOverMplsRewriteInfo>(via.record().labelOperation()));
+    if (signalled.controlWord) {
+        rewrites.rewriteInfoEnq(Tessel::make<Ovix::ControlWordPushRewriteInfo>());
+    }
+    return remote;
+}
+
+std::string_view dropReasonOf(State state) noexcept {
+    switch (state) {
+    case State::up:
+        return {};
+    case State::noLocalLabel:
+    case State::noRemoteLabel:
+        return Reason::pseudowireNoLabel;
+    case State::invalidLabel:
+        return Reason::pseudowireInvalidLabel;
+    case State::mtuMismatch:
+        return Reason::pseudowireMtus;
+    case State::otherType:
+    case State::noCircuit:
+    case State::notPointToPoint:
+        return Reason::pseudowireUnsupported;
+    case State::noDaemon:
+        return Reason::pseudowireNoDaemon;
+    case State::down:
+        break;
+    }
+    return Reason::pseudowireDown;
+}
+
+/// The records of shared memory may say anything.
+bool isUsable(const L2::Pseudowire& signalled) noexcept {
+    return signalled.remoteLabel >= L2::Pseudowire::minLabel &&
+           signalled.remoteLabel <= Lumo::MplsLabel::max &&
+           signalled.neighbour.family() != Lumo::IpFamily::none;
+}
+
 } // namespace
+
+bool isTunnel(const L2::Pseudowire& signalled, const IpRouteVia& via) noexcept {
+    const auto& adjacent = signalled.adjacent;
+    return via.push || via.onLink || via.nexthop == signalled.neighbour ||
+           std::find(adjacent.begin(), adjacent.end(), via.nexthop) != adjacent.end();
+}
 
 Pseudowires::Pseudowires(const AgentConfig& config)
     : byPort_(config.ports.size(), none), mplsRouting_(config.mplsRouting) {
@@ -39,9 +97,49 @@ Pseudowires::Pseudowires(const AgentConfig& config)
         byPort_[pseudowire.port] = pseudowires_.size();
         Pseudowire& added = pseudowires_.emplace_back();
         added.name = pseudowire.name;
+        added.circuit = pseudowire.port;
         added.remote = remoteOf(pseudowire, config.ports);
         added.controlWord = pseudowire.controlWord;
         added.flowLabel = pseudowire.flowLabel;
+    }
+    configured_ = pseudowires_.size();
+}
+
+void Pseudowires::signalledAre(std::vector<L2::Pseudowire> all, const PortTable& ports) {
+    signalled_ = std::move(all);
+    const std::vector<Pseudowire> before = pseudowires_;
+    pseudowires_.resize(configured_);
+    for (std::size_t& index : byPort_) {
+        index = index < configured_ ? index : none;
+    }
+    for (const L2::Pseudowire& signalled : signalled_) {
+        const Port* const port = ports.byIntfId(Lumo::IntfId(signalled.circuit));
+        if (port != nullptr && !isCircuit(ports.indexOf(*port))) {
+            add(signalled, ports.indexOf(*port), before);
+        }
+    }
+}
+
+void Pseudowires::add(const L2::Pseudowire& signalled, PortIndex circuit,
+                      const std::vector<Pseudowire>& before) {
+    byPort_[circuit] = pseudowires_.size();
+    Pseudowire& added = pseudowires_.emplace_back();
+    added.name = signalled.name;
+    added.circuit = circuit;
+    added.controlWord = signalled.controlWord;
+    added.signalled = signalled;
+    added.dropReason = dropReasonOf(signalled.state);
+    if (signalled.isUp() && isUsable(signalled)) {
+        added.remote = remoteOf(signalled);
+    } else if (signalled.isUp()) {
+        added.dropReason = Reason::pseudowireInvalidLabel;
+    }
+    const auto same = std::find_if(before.begin(), before.end(), [&](const Pseudowire& other) {
+        return other.name == added.name && other.circuit == circuit;
+    });
+    if (same != before.end()) {
+        added.sent = same->sent;
+        added.delivered = same->delivered;
     }
 }
 

@@ -32,17 +32,20 @@ Tessel::Result<std::chrono::milliseconds> sweepTime(double seconds) {
     return std::chrono::milliseconds(static_cast<long>(seconds * 1000));
 }
 
-FpmServer::FpmServer(RoutePublisher& routes, Settings settings, Log log)
-    : routes_(&routes), settings_(settings), log_(std::move(log)),
+FpmServer::FpmServer(RoutePublisher& routes, Settings settings, Log log, Companion* companion)
+    : routes_(&routes), companion_(companion), settings_(settings), log_(std::move(log)),
       listener_(settings_.listenAt.listen()), waiting_(log_) {
     log_({}, "listening at " + settings_.listenAt.text());
 }
 
 void FpmServer::run(int stop) {
     for (;;) {
-        std::array<pollfd, 3 + WaitingConnections::most> places{
-            {{stop, POLLIN, 0}, {listener_.value(), POLLIN, 0}, {connection_.value(), POLLIN, 0}}};
-        const auto waiting = std::span(places).subspan<3>();
+        std::array<pollfd, 4 + WaitingConnections::most> places{
+            {{stop, POLLIN, 0},
+             {listener_.value(), POLLIN, 0},
+             {connection_.value(), POLLIN, 0},
+             {companion_ != nullptr ? companion_->descriptor() : -1, POLLIN, 0}}};
+        const auto waiting = std::span(places).subspan<4>();
         waiting_.pollIn(waiting);
         if (poll(places.data(), places.size(), timeoutMs()) < 0 && errno != EINTR) {
             throw std::system_error(errno, std::generic_category(), "cannot wait for zebra");
@@ -62,10 +65,22 @@ void FpmServer::run(int stop) {
             accept();
         }
         commitWhenQuiet();
+        if (companion_ != nullptr && !firstUncommitted_) {
+            companion_->serve();
+        }
     }
 }
 
 int FpmServer::timeoutMs() const {
+    const int own = ownTimeoutMs();
+    if (companion_ == nullptr || firstUncommitted_) {
+        return own;
+    }
+    const int others = companion_->timeoutMs();
+    return own < 0 ? others : std::min(own, others);
+}
+
+int FpmServer::ownTimeoutMs() const {
     if (firstUncommitted_) {
         return static_cast<int>(quietBeforeCommit.count());
     }

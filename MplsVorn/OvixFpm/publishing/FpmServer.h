@@ -6,6 +6,7 @@
 
 #include "decoding/FpmDecoder.h"
 #include "publishing/AllowedPeers.h"
+#include "publishing/Companion.h"
 #include "publishing/ListenAddress.h"
 #include "publishing/RoutePublisher.h"
 #include "publishing/WaitingConnections.h"
@@ -32,7 +33,8 @@ class FpmServer {
     };
 
     /// Listens. Throws std::system_error.
-    FpmServer(RoutePublisher& routes, Settings settings, Log log);
+    /// Serves `companion` as well, if there is one, which must outlive it.
+    FpmServer(RoutePublisher& routes, Settings settings, Log log, Companion* companion = nullptr);
     FpmServer(const FpmServer&) = delete;
     FpmServer& operator=(const FpmServer&) = delete;
 
@@ -52,8 +54,10 @@ class FpmServer {
     void sweepWhenQuiet(Clock::time_point now);
     void commitWhenQuiet();
     int timeoutMs() const;
+    int ownTimeoutMs() const;
 
     RoutePublisher* routes_;
+    Companion* companion_;
     Settings settings_;
     Log log_;
     Posix::FileDescriptor listener_;

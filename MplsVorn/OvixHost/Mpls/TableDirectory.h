@@ -21,6 +21,7 @@ enum class TableId : std::size_t {
     mvpnIntfStatus,
     interfaceNames,
     ipRoutes,
+    pseudowires,
 };
 
 inline constexpr std::size_t lfibs = 5; ///< the first ones
@@ -29,7 +30,7 @@ constexpr bool isLfib(TableId table) noexcept {
     return static_cast<std::size_t>(table) < lfibs;
 }
 
-inline constexpr std::array<Tessel::TableDescription, 10> tableDirectory{{
+inline constexpr std::array<Tessel::TableDescription, 11> tableDirectory{{
     {"mpls/decapLfib", "Mpls::LfibStatus", Tessel::RecordKind::viaSet},
     {"mpls/evpnEthernetSegmentFilterLfib", "Mpls::LfibStatus", Tessel::RecordKind::viaSet},
     {"mpls/evpnEtreeLeafLabelLfib", "Mpls::LfibStatus", Tessel::RecordKind::viaSet},
@@ -42,6 +43,7 @@ inline constexpr std::array<Tessel::TableDescription, 10> tableDirectory{{
      Tessel::RecordKind::mvpnIntf},
     {"interface/names", "Interface::Names", Tessel::RecordKind::interfaceName},
     {"l3/routes", "L3::Routes", Tessel::RecordKind::ipRoute},
+    {"l2/pseudowires", "L2::Pseudowires", Tessel::RecordKind::pseudowire},
 }};
 
 constexpr const Tessel::TableDescription& describe(TableId table) noexcept {

@@ -11,7 +11,8 @@ TablePublisher::TablePublisher(Tessel::TableMemory memory, std::chrono::millisec
              LfibWriter(tables_, TableId::transitLfib)},
       hardware_(tables_), mvpn_(tables_, static_cast<std::size_t>(TableId::mvpnIntfStatus)),
       interfaces_(tables_, static_cast<std::size_t>(TableId::interfaceNames)),
-      ipRoutes_(tables_, static_cast<std::size_t>(TableId::ipRoutes)) {
+      ipRoutes_(tables_, static_cast<std::size_t>(TableId::ipRoutes)),
+      pseudowires_(tables_, static_cast<std::size_t>(TableId::pseudowires)) {
     if (tables_.repaired() > 0) {
         mvpn_.closeGaps();
         commit();

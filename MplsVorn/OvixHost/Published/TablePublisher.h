@@ -8,6 +8,7 @@
 #include "Mpls/TableDirectory.h"
 #include "Published/InterfaceNames.h"
 #include "Published/IpRoutes.h"
+#include "Published/Pseudowires.h"
 #include "State/MvpnIntfWriter.h"
 #include "Tables/TableWriter.h"
 
@@ -30,6 +31,7 @@ class TablePublisher {
     Routing::Multicast::MvpnIntfWriter& mvpn() noexcept { return mvpn_; }
     Interface::NamesWriter& interfaces() noexcept { return interfaces_; }
     L3::RoutesWriter& ipRoutes() noexcept { return ipRoutes_; }
+    L2::PseudowiresWriter& pseudowires() noexcept { return pseudowires_; }
 
     void commit() { tables_.commit(); }
     /// Takes back what has been changed since the last commit.
@@ -43,6 +45,7 @@ class TablePublisher {
     Routing::Multicast::MvpnIntfWriter mvpn_;
     Interface::NamesWriter interfaces_;
     L3::RoutesWriter ipRoutes_;
+    L2::PseudowiresWriter pseudowires_;
 };
 
 } // namespace Mpls

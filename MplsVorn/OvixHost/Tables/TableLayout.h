@@ -47,6 +47,7 @@ enum class RecordKind : std::uint8_t {
     mvpnIntf,
     interfaceName,
     ipRoute,
+    pseudowire,
 };
 
 /// A record's unit and the check of its content; 0 names none. A table's entry is one of these, or

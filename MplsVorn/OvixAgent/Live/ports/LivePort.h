@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "Live/ports/PacketIntake.h"
 #include "State/Frame.h"
 
 namespace OvixAgent {
@@ -71,6 +72,9 @@ class LivePort : public TransmitPort {
     /// none, or it loses its carrier with the port.
     virtual unsigned int linkIndex() const noexcept { return 0; }
 
+    /// What is wrong although the port is open; empty when nothing is.
+    virtual std::string warning() const { return {}; }
+
     /// What to poll; -1 while the port is not open. It may change with `reopen()`.
     virtual int descriptor() const noexcept = 0;
 
@@ -80,6 +84,9 @@ class LivePort : public TransmitPort {
     /// reported as deleted, which not every socket reports: this call notices it.
     virtual std::size_t receive(const BurstVisitor& visitor, std::size_t budget) = 0;
 
+    /// Which frames are received from now on; a closed port remembers it. Nothing to a TAP device,
+    /// which passes every frame.
+    virtual void intakeIs(PacketIntake) {}
     /// Stops receiving new frames; frames received so far remain to be fetched.
     virtual void stopIntake() {}
 

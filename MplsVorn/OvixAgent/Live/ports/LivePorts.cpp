@@ -1,5 +1,6 @@
 #include "Live/ports/LivePorts.h"
 
+#include <algorithm>
 #include <fmt/format.h>
 #include <stdexcept>
 
@@ -69,6 +70,24 @@ LivePorts::LivePorts(const AgentConfig& config, PortTable& table)
     }
 }
 
+void LivePorts::circuitsAre(const Pseudowires& pseudowires, PortTable& table) {
+    std::vector<PacketIntake> intakes(byIndex_.size(), PacketIntake::labelledAndIp);
+    for (PortIndex i = 0; i < byIndex_.size(); ++i) {
+        const PortIndex base = table.parentOf(i);
+        const PacketIntake asked = !pseudowires.isCircuit(i) ? PacketIntake::labelledAndIp
+                                   : base == i               ? PacketIntake::everything
+                                                             : PacketIntake::taggedToAny;
+        intakes[base] = std::max(intakes[base], asked);
+    }
+    for (PortIndex i = 0; i < byIndex_.size(); ++i) {
+        const PacketIntake intake = intakes[table.parentOf(i)];
+        table.anyMacIs(i, !isPromiscuous(intake));
+        if (table.parentOf(i) == i) {
+            byIndex_[i]->intakeIs(intake);
+        }
+    }
+}
+
 void LivePorts::flush() {
     for (const auto& port : ports_) {
         port->flush();
@@ -112,8 +131,14 @@ std::vector<std::string> LivePorts::news() {
         }
     };
     reported_.resize(ports_.size() + 1);
+    warned_.resize(ports_.size());
     for (std::size_t i = 0; i < ports_.size(); ++i) {
         report(reported_[i], *ports_[i]);
+        if (warned_[i] != ports_[i]->warning()) {
+            warned_[i] = ports_[i]->warning();
+            all.push_back(warned_[i].empty() ? ports_[i]->name() + ": the kernel is kept away"
+                                             : warned_[i]);
+        }
     }
     if (cpuTap_) {
         report(reported_.back(), *cpuTap_);

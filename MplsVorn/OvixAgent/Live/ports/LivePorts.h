@@ -7,6 +7,7 @@
 #include "Live/ports/LivePort.h"
 #include "Live/ports/TapPort.h"
 #include "State/PortTable.h"
+#include "State/Pseudowires.h"
 
 namespace OvixAgent {
 
@@ -27,6 +28,10 @@ class LivePorts {
     /// have also been received by the host's own stack, which answers them.
     TransmitPort& cpu() noexcept { return *cpu_; }
 
+    /// Which ports take in everything, or everything tagged, since they or their sub-interfaces are
+    /// attachment circuits.
+    void circuitsAre(const Pseudowires& pseudowires, PortTable& table);
+
     /// Tries to open the closed ports.
     void reopen();
     void flush();
@@ -35,7 +40,7 @@ class LivePorts {
     void requireUsable() const;
     /// Why ports, and the TAP device of the CPU port, are not open.
     std::vector<std::string> problems() const;
-    /// Problems since the last call, and ports that are open again.
+    /// Problems and warnings since the last call, and ports that are open again.
     std::vector<std::string> news();
 
     /// Counts of events other than received and sent, as "PORT: EVENT".
@@ -47,6 +52,7 @@ class LivePorts {
     std::unique_ptr<TransmitPort> cpu_;
     std::vector<LivePort*> byIndex_;    ///< by the configuration's index
     std::vector<std::string> reported_; ///< the problem of each port at the last news()
+    std::vector<std::string> warned_;   ///< likewise its warning
 };
 
 } // namespace OvixAgent

@@ -1,6 +1,7 @@
 #include "Live/ports/PacketIntake.h"
 
 #include <arpa/inet.h>
+#include <array>
 #include <initializer_list>
 #include <linux/filter.h>
 #include <linux/if_ether.h>
@@ -17,6 +18,9 @@ namespace {
 
 constexpr std::uint32_t etherTypeAt = Wire::Ethernet::etherTypeAt;
 constexpr std::uint32_t packetType = static_cast<std::uint32_t>(SKF_AD_OFF + SKF_AD_PKTTYPE);
+constexpr std::uint32_t hadTag = static_cast<std::uint32_t>(SKF_AD_OFF + SKF_AD_VLAN_TAG_PRESENT);
+constexpr std::array<std::uint16_t, 3> tagTypes{Wire::EtherType::vlan, Wire::EtherType::serviceVlan,
+                                                Wire::EtherType::stackedVlan};
 constexpr std::uint32_t wholeFrame = 0xffffffff;
 
 constexpr sock_filter loadHalfWord(std::uint32_t at) {
@@ -50,30 +54,27 @@ std::vector<sock_filter> packetFilter(PacketIntake intake) {
     if (intake == PacketIntake::everything) {
         return {accept(wholeFrame)};
     }
-    std::vector<sock_filter> program{loadByte(packetType), unlessEqualSkip(PACKET_OTHERHOST, 1),
-                                     accept(0), loadHalfWord(etherTypeAt)};
-    for (const std::uint16_t type : {EtherType::mpls, EtherType::mplsUpstream, EtherType::vlan,
-                                     EtherType::serviceVlan, EtherType::stackedVlan}) {
+    std::vector<sock_filter> program;
+    if (intake == PacketIntake::taggedToAny) {
+        program = {loadByte(hadTag), ifEqualSkip(0, 1), accept(wholeFrame),
+                   loadHalfWord(etherTypeAt)};
+        for (const std::uint16_t type : tagTypes) {
+            append(program, {unlessEqualSkip(type, 1), accept(wholeFrame)});
+        }
+    }
+    append(program, {loadByte(packetType), unlessEqualSkip(PACKET_OTHERHOST, 1), accept(0),
+                     loadHalfWord(etherTypeAt)});
+    for (const std::uint16_t type :
+         {EtherType::mpls, EtherType::mplsUpstream, tagTypes[0], tagTypes[1], tagTypes[2]}) {
         append(program, {unlessEqualSkip(type, 1), accept(wholeFrame)});
     }
-    if (intake == PacketIntake::labelledAndIp) {
+    if (intake >= PacketIntake::labelledAndIp) {
         append(program,
                {ifEqualSkip(EtherType::ipv4, 2), ifEqualSkip(EtherType::ipv6, 1), accept(0),
                 loadByte(packetType), unlessEqualSkip(PACKET_HOST, 1), accept(wholeFrame)});
     }
     program.push_back(accept(0));
     return program;
-}
-
-/// Frames of an attachment circuit are addressed to any station. The kernel ends this with the
-/// socket.
-void receiveAllStations(int socket, unsigned int interfaceIndex) {
-    packet_mreq request{};
-    request.mr_ifindex = static_cast<int>(interfaceIndex);
-    request.mr_type = PACKET_MR_PROMISC;
-    if (setsockopt(socket, SOL_PACKET, PACKET_ADD_MEMBERSHIP, &request, sizeof request) != 0) {
-        Posix::fail("receiving the frames of all stations");
-    }
 }
 
 } // namespace
@@ -86,7 +87,7 @@ void acceptFrames(int socket, PacketIntake intake) {
     }
 }
 
-void bindToInterface(int socket, unsigned int interfaceIndex, PacketIntake intake) {
+void bindToInterface(int socket, unsigned int interfaceIndex) {
     sockaddr_ll address{};
     address.sll_family = AF_PACKET;
     address.sll_protocol = htons(ETH_P_ALL);
@@ -94,8 +95,14 @@ void bindToInterface(int socket, unsigned int interfaceIndex, PacketIntake intak
     if (bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         Posix::fail("binding the packet socket");
     }
-    if (intake == PacketIntake::everything) {
-        receiveAllStations(socket, interfaceIndex);
+}
+
+void makePromiscuous(int socket, unsigned int interfaceIndex) {
+    packet_mreq request{};
+    request.mr_ifindex = static_cast<int>(interfaceIndex);
+    request.mr_type = PACKET_MR_PROMISC;
+    if (setsockopt(socket, SOL_PACKET, PACKET_ADD_MEMBERSHIP, &request, sizeof request) != 0) {
+        Posix::fail("receiving the frames of all stations");
     }
 }
 

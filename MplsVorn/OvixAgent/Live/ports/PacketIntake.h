@@ -4,21 +4,28 @@
 
 namespace OvixAgent {
 
-/// Which frames a port receives. Frames addressed to other stations, which an interface in
-/// promiscuous mode passes, are received with `everything` only.
+/// Which frames a port receives. Those addressed to other stations only where an attachment circuit
+/// may have them, with the last two, for which the interface is promiscuous.
 enum class PacketIntake : std::uint8_t {
     labelled,      ///< MPLS, and frames with a tag beyond the outermost
     labelledAndIp, ///< also IPv4 and IPv6 addressed to this host's MAC
-    everything,    ///< for attachment circuits
+    taggedToAny,   ///< also whatever has a tag: VLAN sub-interfaces are attachment circuits
+    everything,    ///< the port is an attachment circuit
 };
 
-// Of a packet socket that is not bound yet; they throw std::system_error, whose text names the step
-// that failed.
+/// Whether frames addressed to other stations are received.
+constexpr bool isPromiscuous(PacketIntake intake) noexcept {
+    return intake >= PacketIntake::taggedToAny;
+}
 
-/// Attaches a filter that accepts the frames of the intake.
+// Of a packet socket; they throw std::system_error, whose text names the step that failed.
+
+/// Attaches a filter that accepts the frames of the intake, in place of the last one.
 void acceptFrames(int socket, PacketIntake intake);
 /// From then on the socket receives what comes in at the interface and passes the filter.
-void bindToInterface(int socket, unsigned int interfaceIndex, PacketIntake intake);
+void bindToInterface(int socket, unsigned int interfaceIndex);
+/// Makes the interface receive frames to any station, as long as the socket is open.
+void makePromiscuous(int socket, unsigned int interfaceIndex);
 
 /// Replaces the filter by one that accepts nothing.
 void acceptNothing(int socket) noexcept;

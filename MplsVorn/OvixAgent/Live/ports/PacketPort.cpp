@@ -29,6 +29,7 @@ bool PacketPort::reopen() {
         interfaceIndex_ = indexOfInterface(nameOfInterface(interfaceIndex_, name_));
         ring_.emplace(interfaceIndex_, intake_);
         openSender();
+        prepareInterface();
     } catch (const std::system_error& refused) {
         shut(name_ + ": " + refused.what());
     }
@@ -58,6 +59,7 @@ void PacketPort::shut(std::string problem) {
     queue_.drop(LiveEvent::interfaceGone);
     counts();
     segments_.drop();
+    circuit_.leave();
     ring_.reset();
     sender_ = Posix::FileDescriptor();
     problem_ = std::move(problem);
@@ -121,6 +123,29 @@ bool PacketPort::gatherSegment() noexcept {
         burst_.addWritten(segment);
     }
     return room != nullptr;
+}
+
+void PacketPort::intakeIs(PacketIntake intake) {
+    if (intake == intake_) {
+        return;
+    }
+    intake_ = intake;
+    if (!isOpen()) {
+        return;
+    }
+    try {
+        acceptFrames(ring_->descriptor(), intake);
+        prepareInterface();
+    } catch (const std::system_error& refused) {
+        shut(name_ + ": " + refused.what());
+    }
+}
+
+// The guard lets marked frames pass. Without the privilege to mark them there is no guard.
+void PacketPort::prepareInterface() {
+    const unsigned int mark = intake_ == PacketIntake::everything ? KernelGuard::mark : 0;
+    setsockopt(sender_.value(), SOL_SOCKET, SO_MARK, &mark, sizeof mark);
+    circuit_.intakeIs(interfaceIndex_, intake_);
 }
 
 void PacketPort::stopIntake() {

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "Config/Config.h"
+#include "Live/ports/KernelGuard.h"
 #include "Live/ports/LivePort.h"
 #include "Live/ports/PacketRing.h"
 #include "Live/ports/SendQueue.h"
@@ -31,9 +32,13 @@ class PacketPort final : public LivePort {
     bool reopen() override;
     const std::string& problem() const noexcept override { return problem_; }
     unsigned int linkIndex() const noexcept override { return isOpen() ? interfaceIndex_ : 0; }
+    std::string warning() const override {
+        return circuit_.problem().empty() ? std::string() : name_ + ": " + circuit_.problem();
+    }
     int descriptor() const noexcept override { return isOpen() ? ring_->descriptor() : -1; }
 
     std::size_t receive(const BurstVisitor& visitor, std::size_t budget) override;
+    void intakeIs(PacketIntake intake) override;
     void stopIntake() override;
     void transmit(const Frame& frame) override;
     void flush() override;
@@ -46,12 +51,14 @@ class PacketPort final : public LivePort {
     void shut(std::string problem);
     void openSender();
     void checkSocket();
+    void prepareInterface();
 
     PortIndex index_;
     std::string name_;
     PacketIntake intake_;
     unsigned int interfaceIndex_ = 0;
     std::optional<PacketRing> ring_;
+    CircuitInterface circuit_;
     FrameSegments segments_; ///< of the current frame in the ring
     FrameBurst burst_;       ///< with memory for segments
     Posix::FileDescriptor sender_;

@@ -94,7 +94,7 @@ PacketRing::PacketRing(unsigned int interfaceIndex, PacketIntake intake)
     acceptFrames(descriptor, intake);
     map();
     try {
-        bindToInterface(descriptor, interfaceIndex, intake);
+        bindToInterface(descriptor, interfaceIndex);
     } catch (...) {
         munmap(memory_, ringBytes);
         throw;

@@ -51,8 +51,25 @@ void XdpPort::open() {
     }
     socket_ = std::make_unique<XdpSocket>(name);
     dropsCounted_ = 0;
-    program_ =
-        std::make_unique<XdpProgram>(interfaceIndex_, macOfInterface(name), socket_->descriptor());
+    program_ = std::make_unique<XdpProgram>(interfaceIndex_, macOfInterface(name),
+                                            socket_->descriptor(), intake_);
+    circuit_.intakeIs(interfaceIndex_, intake_);
+}
+
+void XdpPort::intakeIs(PacketIntake intake) {
+    if (intake == intake_) {
+        return;
+    }
+    intake_ = intake;
+    if (!isOpen() || !program_) {
+        return;
+    }
+    try {
+        program_->intakeIs(intake);
+        circuit_.intakeIs(interfaceIndex_, intake);
+    } catch (const std::runtime_error& refused) {
+        shut(name_ + ": " + refused.what());
+    }
 }
 
 void XdpPort::shut(std::string problem) {
@@ -61,6 +78,7 @@ void XdpPort::shut(std::string problem) {
         counts_.add(LiveEvent::sent, socket_->takeSent());
         counts_.add(LiveEvent::interfaceGone, socket_->queued());
     }
+    circuit_.leave();
     program_.reset();
     socket_.reset();
     problem_ = std::move(problem);

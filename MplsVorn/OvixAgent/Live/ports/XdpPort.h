@@ -4,6 +4,7 @@
 #include <string>
 
 #include "Config/Config.h"
+#include "Live/ports/KernelGuard.h"
 #include "Live/ports/LivePort.h"
 #include "Live/ports/XdpProgram.h"
 #include "Live/ports/XdpSocket.h"
@@ -11,8 +12,9 @@
 namespace OvixAgent {
 
 /// A port for labelled frames by AF_XDP, bypassing the host's network stack, which receives all
-/// other frames. The interface must not remove VLAN tags (offload "rxvlan" off). On a virtual link
-/// the sender at the other end must complete its checksums (offload "tx" off).
+/// other frames; of an attachment circuit it receives none. The interface must not remove VLAN tags
+/// (offload "rxvlan" off). On a virtual link the sender at the other end must complete its
+/// checksums (offload "tx" off).
 class XdpPort final : public LivePort {
   public:
     /// `index` becomes the port of every frame. The port is closed when the interface cannot be
@@ -25,9 +27,13 @@ class XdpPort final : public LivePort {
     bool reopen() override;
     const std::string& problem() const noexcept override { return problem_; }
     unsigned int linkIndex() const noexcept override { return isOpen() ? interfaceIndex_ : 0; }
+    std::string warning() const override {
+        return circuit_.problem().empty() ? std::string() : name_ + ": " + circuit_.problem();
+    }
     int descriptor() const noexcept override { return isOpen() ? socket_->descriptor() : -1; }
 
     std::size_t receive(const BurstVisitor& visitor, std::size_t budget) override;
+    void intakeIs(PacketIntake intake) override;
     void stopIntake() override { program_.reset(); }
     void transmit(const Frame& frame) override;
     void flush() override;
@@ -43,7 +49,9 @@ class XdpPort final : public LivePort {
 
     PortIndex index_;
     std::string name_;
+    PacketIntake intake_ = PacketIntake::labelled;
     unsigned int interfaceIndex_ = 0;
+    CircuitInterface circuit_;
     std::unique_ptr<XdpSocket> socket_;
     std::unique_ptr<XdpProgram> program_; ///< refers to the socket
     std::uint64_t dropsCounted_ = 0;      ///< of the socket's drops

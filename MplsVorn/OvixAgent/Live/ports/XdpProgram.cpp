@@ -17,6 +17,18 @@ constexpr unsigned char redirectObject[] = {
 #include <XdpRedirect.inc>
 };
 
+/// What the program calls an intake.
+std::uint32_t numberOf(PacketIntake intake) noexcept {
+    switch (intake) {
+    case PacketIntake::everything:
+        return 2;
+    case PacketIntake::taggedToAny:
+        return 1;
+    default:
+        return 0;
+    }
+}
+
 int printNothing(libbpf_print_level, const char*, va_list) {
     return 0;
 }
@@ -31,7 +43,8 @@ void XdpProgram::Closer::operator()(bpf_link* link) const noexcept {
     bpf_link__destroy(link);
 }
 
-XdpProgram::XdpProgram(unsigned int interfaceIndex, const Lumo::EthAddr& station, int socket) {
+XdpProgram::XdpProgram(unsigned int interfaceIndex, const Lumo::EthAddr& station, int socket,
+                       PacketIntake intake) {
     libbpf_set_print(printNothing);
     object_.reset(bpf_object__open_mem(redirectObject, sizeof redirectObject, nullptr));
     if (!object_) {
@@ -50,11 +63,21 @@ XdpProgram::XdpProgram(unsigned int interfaceIndex, const Lumo::EthAddr& station
     if (bpf_map_update_elem(sockets, &queue, &socket, BPF_ANY) != 0) {
         Posix::fail("setting the socket of the XDP program");
     }
+    intakeIs(intake);
     const bpf_program* const program =
         bpf_object__find_program_by_name(object_.get(), "redirectLabelled");
     link_.reset(bpf_program__attach_xdp(program, static_cast<int>(interfaceIndex)));
     if (!link_) {
         Posix::fail("attaching the XDP program");
+    }
+}
+
+void XdpProgram::intakeIs(PacketIntake intake) {
+    constexpr std::uint32_t only = 0;
+    const std::uint32_t number = numberOf(intake);
+    const int map = bpf_object__find_map_fd_by_name(object_.get(), "agentIntake");
+    if (bpf_map_update_elem(map, &only, &number, BPF_ANY) != 0) {
+        Posix::fail("setting what the XDP program takes");
     }
 }
 

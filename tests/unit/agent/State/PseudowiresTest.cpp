@@ -76,6 +76,41 @@ class PseudowireForwarding : public ForwarderFixture {
     const Bytes customer = join({eth(ethVlan), tag(5, 0x88b5), filled(46, 7)});
 };
 
+L2::Pseudowire signalled(const std::string& circuit = "west") {
+    L2::Pseudowire made;
+    made.name = "RED/mpw0";
+    made.circuit = circuit;
+    made.neighbour = Lumo::IpGenAddr::fromText("10.255.0.4");
+    made.localLabel = 501;
+    made.remoteLabel = 500;
+    made.controlWord = false;
+    made.state = L2::Pseudowire::State::up;
+    return made;
+}
+
+/// West is the circuit of a signalled pseudowire.
+class SignalledPseudowire : public ForwarderFixture {
+  protected:
+    SignalledPseudowire() {
+        manager->sharedObjects()->rewriteInfoImplMap()->mapIs("EthOverMplsRewriteInfo",
+                                                              FakePush::fromInfo);
+        tables.signalledAre({signalled()});
+    }
+
+    void routesAre(const std::string& routes) {
+        tables.configure(configOf(testConfig + "routes: [" + routes + "]", "test.yaml"));
+    }
+    /// What leaves east of the customer's frame, behind the link header.
+    Frames leaving() {
+        out[east].frames.clear();
+        receive(customer);
+        return out[east].frames;
+    }
+
+    const Bytes customer = join({eth(ethVlan), tag(5, 0x88b5), filled(46, 7)});
+    const Bytes whole = join({stack({{500, 0, 255}}), customer});
+};
+
 } // namespace
 
 TEST(Pseudowires, KnowTheWayToTheOtherEndByAttachmentCircuit) {
@@ -173,6 +208,91 @@ TEST_F(PseudowireForwarding, APortOfNoPseudowireTakesEthernetWithoutControlWord)
     deliver("east", filled(13, 1));
     EXPECT_EQ(out[east].frames, (Frames{frame, behindZeros}));
     EXPECT_EQ(dropped(), (ReasonCounts{{"Pseudowire payload shorter than an Ethernet header", 1}}));
+}
+
+TEST_F(SignalledPseudowire, TheTunnelIsTheRouteOfTheMoment) {
+    routesAre("{prefix: 10.255.0.4/32, via: {nexthop: 10.0.2.2, labels: [300]}}");
+    EXPECT_EQ(leaving(), Frames{join({eastHeader(ethMpls), entry({300, 0, 255}, false), whole})});
+    routesAre("{prefix: 10.255.0.4/32, via: {nexthop: 10.0.2.2, labels: [301, 302]}}");
+    EXPECT_EQ(leaving(), Frames{join({eastHeader(ethMpls), entry({301, 0, 255}, false),
+                                      entry({302, 0, 255}, false), whole})});
+    EXPECT_EQ(summary().pseudowires.at(0).sent.frames, 1U); // since the last configuration
+}
+
+TEST_F(SignalledPseudowire, WithoutLabelsOnlyTheOtherEndItselfGetsTheFrame) {
+    const std::string unlabelled = "{prefix: 10.255.0.4/32, via: {nexthop: 10.0.2.2}}";
+    routesAre(unlabelled);
+    EXPECT_EQ(leaving(), Frames());
+    L2::Pseudowire adjacent = signalled();
+    adjacent.adjacent = {Lumo::IpGenAddr::fromText("10.0.9.9"),
+                         Lumo::IpGenAddr::fromText("10.0.2.2")};
+    tables.signalledAre({adjacent});
+    EXPECT_EQ(leaving(), Frames{join({eastHeader(ethMpls), whole})});
+    adjacent.neighbour = Lumo::IpGenAddr::fromText("10.0.2.2"); // on the link
+    adjacent.adjacent.clear();
+    tables.signalledAre({adjacent});
+    EXPECT_EQ(leaving(), Frames{join({eastHeader(ethMpls), whole})});
+    EXPECT_EQ(dropped(), (ReasonCounts{{"No tunnel to the pseudowire's other end", 1}}));
+}
+
+TEST_F(SignalledPseudowire, WithoutARouteThereIsNoTunnel) {
+    for (const char* routes : {"", "{prefix: 10.255.0.4/32, drop: true}"}) {
+        routesAre(routes);
+        EXPECT_EQ(leaving(), Frames());
+    }
+    L2::Pseudowire own = signalled();
+    own.neighbour = Lumo::IpGenAddr::fromText("10.0.2.1");
+    tables.signalledAre({own});
+    EXPECT_EQ(leaving(), Frames());
+    EXPECT_EQ(dropped(), (ReasonCounts{{"No tunnel to the pseudowire's other end", 3}}));
+}
+
+TEST_F(SignalledPseudowire, OneThatIsDownDropsForItsReason) {
+    using State = L2::Pseudowire::State;
+    L2::Pseudowire down = signalled();
+    for (const auto& entry : Tessel::words<State>) {
+        if (entry.value != State::up) {
+            down.state = entry.value;
+            tables.signalledAre({down});
+            EXPECT_EQ(leaving(), Frames());
+        }
+    }
+    L2::Pseudowire impossible = signalled(); // as damaged tables may have it
+    impossible.remoteLabel = 3;
+    tables.signalledAre({impossible});
+    EXPECT_EQ(leaving(), Frames());
+    EXPECT_EQ(dropped(), (ReasonCounts{{"Pseudowire is down by one of its ends", 1},
+                                       {"Pseudowire has no label at one of its ends", 2},
+                                       {"Pseudowire has an impossible label", 2},
+                                       {"Pseudowire has ends with different MTUs", 1},
+                                       {"Pseudowire is not Ethernet point to point", 3},
+                                       {"Pseudowire is not signalled any more", 1}}));
+}
+
+TEST_F(SignalledPseudowire, ItsCountsStayWhileItIsPublishedAgainAndItStaysThroughAReload) {
+    routesAre("{prefix: 10.255.0.4/32, via: {nexthop: 10.0.2.2, labels: [300]}}");
+    leaving();
+    L2::Pseudowire other = signalled("plain");
+    other.name = "BLUE/mpw1";
+    tables.signalledAre({other, signalled()});
+    leaving();
+    EXPECT_EQ(summary().pseudowires.at(1).sent.frames, 2U);
+    routesAre("");
+    ASSERT_NE(tables.pseudowires.ofPort(west), nullptr);
+    EXPECT_EQ(tables.pseudowires.ofPort(west)->name, "RED/mpw0");
+    tables.signalledAre({});
+    EXPECT_FALSE(tables.pseudowires.isCircuit(west));
+}
+
+TEST_F(SignalledPseudowire, TheConfigurationsCircuitsAndTheFirstOneCountMore) {
+    tables.configure(configOf(pseudowireConfig, "test.yaml"));
+    L2::Pseudowire second = signalled("dark");
+    second.name = "LATE/mpw1";
+    tables.signalledAre({signalled(), signalled("dark"), second, signalled("nowhere")});
+    EXPECT_EQ(tables.pseudowires.ofPort(west)->name, "red");
+    EXPECT_EQ(tables.pseudowires.ofPort(dark)->name, "RED/mpw0");
+    EXPECT_EQ(tables.pseudowires.all().size(), 3U);
+    EXPECT_EQ(tables.pseudowires.signalled().size(), 4U);
 }
 
 } // namespace PseudowiresTest

@@ -101,7 +101,7 @@ TEST_F(PacketPortLinkTest, CountsQueuedFramesOnReopen) {
 TEST_F(PacketPortLinkTest, TruncatesAFrameLongerThanTheRingAllows) {
     ip("link set lo mtu 200000");
     PacketPort port(1, "lo", PacketIntake::everything);
-    PacketPort sender(0, "lo", PacketIntake::labelled);
+    PacketPort sender(0, "lo", PacketIntake::everything);
     send(sender, toRight({ethMpls}, 1, 150000));
     bool isSeen = false;
     const auto look = [&](const OvixAgent::Frame& frame) {

@@ -42,6 +42,25 @@ TEST_F(LivePortsTest, AMissingPortIsReportedOnceAndAgainWhenOpen) {
     EXPECT_EQ(ports->problems(), Lines());
 }
 
+TEST_F(LivePortsTest, OnlyWhereACircuitIsAStationsAddressIsCheckedByTheAgent) {
+    open(R"({ports: [{name: left, kind: packet}, {name: left.5, parent: left, vlan: 5},
+                     {name: left.6, parent: left, vlan: 6}, {name: right, kind: packet}],
+              pseudowires: [{name: gold, port: left.5, label: 500, interface: right,
+                             nexthop: 10.0.0.1}]})");
+    const auto anyMac = [&] {
+        std::vector<bool> all;
+        for (const Port& port : tables->ports.ports()) {
+            all.push_back(port.anyMac);
+        }
+        return all;
+    };
+    ports->circuitsAre(tables->pseudowires, tables->ports);
+    EXPECT_EQ(anyMac(), (std::vector<bool>{false, false, false, true}));
+    config.pseudowires.clear();
+    ports->circuitsAre(Pseudowires(config), tables->ports);
+    EXPECT_EQ(anyMac(), (std::vector<bool>{true, true, true, true}));
+}
+
 TEST_F(LivePortsTest, ARunMayWaitForItsOnlyInterface) {
     open("ports: [{name: later, kind: packet}]");
     EXPECT_EQ(TestSupport::refusal([&] { ports->requireUsable(); }), "");

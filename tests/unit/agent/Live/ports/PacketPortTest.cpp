@@ -94,6 +94,53 @@ TEST_F(PacketPortTest, AnAttachmentCircuitReceivesEverything) {
     EXPECT_EQ(passed(PacketIntake::everything, all), all);
 }
 
+TEST_F(PacketPortTest, WithCircuitsBehindTagsReceivesWhateverHasOne) {
+    const std::vector<Bytes> tagged{
+        toRight({ethVlan, 5, 0x0806}, 40),
+        frameOf(leftStation, otherStation, {ethVlan, 5, ethIpv4}, 41),
+        frameOf(leftStation, otherStation, {ethServiceVlan, 5, ethVlan, 6, 0x88cc}, 42),
+        frameOf(leftStation, otherStation, {ethLegacyVlan, 5, ethIpv4}, 43),
+    };
+    const std::vector<Bytes> others{
+        frameOf(leftStation, otherStation, {ethMpls}, 50),
+        frameOf(leftStation, otherStation, {ethIpv4}, 51),
+        toRight({0x0806}, 52),
+    };
+    EXPECT_EQ(passed(PacketIntake::taggedToAny, joined({others, labelled, ipFrames, tagged})),
+              joined({labelled, ipFrames, tagged}));
+}
+
+TEST_F(PacketPortTest, BecomesAnAttachmentCircuitAndCeasesToBeOne) {
+    PacketPort left(0, "left", PacketIntake::labelled);
+    PacketPort right(1, "right", PacketIntake::labelled);
+    const Bytes other = frameOf(leftStation, otherStation, {0x0806}, 1);
+    const Bytes last = toRight({ethMpls}, 2);
+    for (const bool isCircuit : {false, true, false}) {
+        right.intakeIs(isCircuit ? PacketIntake::everything : PacketIntake::labelled);
+        EXPECT_EQ(right.warning(), "");
+        transmit(left, other);
+        send(left, last);
+        const auto expected =
+            isCircuit ? std::vector<Bytes>{other, last} : std::vector<Bytes>{last};
+        EXPECT_EQ(receiveUpTo(right, last), expected);
+    }
+}
+
+TEST_F(PacketPortTest, NobodyElseSendsAtAnAttachmentCircuit) {
+    PacketPort circuit(0, "left", PacketIntake::everything);
+    ASSERT_EQ(circuit.warning(), "");
+    PacketPort another(0, "left", PacketIntake::labelled);
+    PacketPort right(1, "right", PacketIntake::labelled);
+    send(another, toRight({ethMpls}, 1));
+    send(circuit, toRight({ethMpls}, 2));
+    EXPECT_EQ(receiveUpTo(right, toRight({ethMpls}, 2)),
+              std::vector<Bytes>{toRight({ethMpls}, 2)});
+    circuit.intakeIs(PacketIntake::labelled);
+    send(another, toRight({ethMpls}, 3));
+    EXPECT_EQ(receiveUpTo(right, toRight({ethMpls}, 3)),
+              std::vector<Bytes>{toRight({ethMpls}, 3)});
+}
+
 TEST_F(PacketPortTest, DoesNotReceiveFramesOfTheHost) {
     PacketPort left(0, "left", PacketIntake::everything);
     PacketPort other(0, "left", PacketIntake::everything);

@@ -84,6 +84,28 @@ TEST_F(XdpPortTest, ReceivesLabelledFramesAndLeavesOthersToTheStack) {
     EXPECT_EQ(right->counts().of(LiveEvent::received), labelled.size());
 }
 
+TEST_F(XdpPortTest, OfAnAttachmentCircuitTheStackReceivesNothing) {
+    PacketPort stack(1, "right", PacketIntake::everything);
+    right->intakeIs(PacketIntake::everything);
+    for (const Bytes& frame : others) {
+        transmit(*left, frame);
+    }
+    left->flush();
+    EXPECT_EQ(receiveUpTo(*right, lastOther), others);
+    right->intakeIs(PacketIntake::labelled);
+    send(*left, lastOther);
+    EXPECT_EQ(receiveUpTo(stack, lastOther), std::vector<Bytes>{lastOther});
+}
+
+TEST_F(XdpPortTest, WithCircuitsBehindTagsReceivesWhateverHasOne) {
+    right->intakeIs(PacketIntake::taggedToAny);
+    const Bytes tagged = frameOf(leftStation, otherStation, {ethVlan, 5, 0x0806}, 1);
+    transmit(*left, frameOf(leftStation, otherStation, {ethMpls}, 2));
+    transmit(*left, toRight({0x0806}, 3));
+    send(*left, tagged);
+    EXPECT_EQ(receiveUpTo(*right, tagged), std::vector<Bytes>{tagged});
+}
+
 TEST_F(XdpPortTest, ReceivesGroupFrames) {
     Bytes frame = toRight({ethMpls}, 1);
     frame[0] = 1;

@@ -1,0 +1,169 @@
+#include "pseudowires/LdpWatch.h"
+
+#include <algorithm>
+#include <stdexcept>
+#include <utility>
+
+#include "pseudowires/LdpReading.h"
+
+namespace OvixFpm {
+
+using L2::Pseudowire;
+using Mpls::TableId;
+
+namespace {
+
+/// The route of a pseudowire's own label.
+Tessel::Result<Mpls::LabelRoute> routeOf(const Pseudowire& pseudowire,
+                                         Mpls::TablePublisher& tables) {
+    Mpls::ViaOptions options;
+    options.intf = tables.interfaces().intfId(pseudowire.circuit);
+    options.payload = Mpls::PayloadType::ethernet;
+    options.controlWord = pseudowire.controlWord;
+    const auto via = Mpls::Via::pop(options);
+    if (!via) {
+        return via.refused();
+    }
+    Mpls::LabelRoute route;
+    route.table = TableId::pseudowireLfib;
+    route.label = Lumo::MplsLabel(pseudowire.localLabel);
+    route.vias = {{via.value(), 1}};
+    return route;
+}
+
+const Pseudowire* named(const std::vector<Pseudowire>& all, const std::string& name) {
+    const auto found = std::find_if(all.begin(), all.end(),
+                                    [&](const Pseudowire& other) { return other.name == name; });
+    return found != all.end() ? &*found : nullptr;
+}
+
+} // namespace
+
+LdpWatch::LdpWatch(Mpls::TablePublisher& tables, Settings settings, Log log)
+    : tables_(&tables), settings_(std::move(settings)), log_(std::move(log)) {}
+
+int LdpWatch::timeoutMs() const {
+    constexpr int whileEnding = 20;
+    constexpr int whileRunning = 1000;
+    if (run_) {
+        return run_->descriptor() < 0 ? whileEnding : whileRunning;
+    }
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(nextAt_ - Clock::now());
+    return static_cast<int>(std::max<std::chrono::milliseconds::rep>(left.count(), 0));
+}
+
+void LdpWatch::serve() {
+    if (!run_ && Clock::now() >= nextAt_) {
+        start();
+    }
+    if (!run_) {
+        return;
+    }
+    if (const auto printed = run_->receive()) {
+        run_.reset();
+        nextAt_ = Clock::now() + settings_.every;
+        take(*printed);
+    }
+}
+
+void LdpWatch::start() {
+    std::vector<std::string> command{settings_.vtysh, "-d", "ldpd"};
+    if (!settings_.socketDirectory.empty()) {
+        command.insert(command.end(), {"--vty_socket", settings_.socketDirectory});
+    }
+    for (const std::string& question : ldpQuestions()) {
+        command.insert(command.end(), {"-c", question});
+    }
+    run_.emplace(command, settings_.patience);
+}
+
+void LdpWatch::take(const Tessel::Result<std::string>& printed) {
+    if (!printed) {
+        takeFailure(printed.refused().what);
+        return;
+    }
+    const auto all = readLdp(printed.value());
+    if (!all) {
+        takeFailure(all.refused().what);
+        return;
+    }
+    answeredAt_ = Clock::now();
+    if (!std::exchange(answers_, true)) {
+        log_({}, "ldpd answers again");
+    }
+    publish(all.value());
+}
+
+/// A daemon that is restarted soon keeps its pseudowires meanwhile, as its routes are kept.
+void LdpWatch::takeFailure(const std::string& why) {
+    if (std::exchange(answers_, false)) {
+        log_("pseudowires", why + "; the pseudowires stay as they are");
+    }
+    if (Clock::now() - answeredAt_ < settings_.keptFor) {
+        return;
+    }
+    std::vector<Pseudowire> all = tables_->pseudowires().all();
+    for (Pseudowire& pseudowire : all) {
+        pseudowire.state = Pseudowire::State::noDaemon;
+        pseudowire.why = why.substr(0, Pseudowire::maxText);
+    }
+    publish(all);
+}
+
+void LdpWatch::publish(const std::vector<Pseudowire>& all) {
+    const std::vector<Pseudowire> before = tables_->pseudowires().all();
+    if (all == before) {
+        return;
+    }
+    try {
+        publishLabels(before, all);
+        tables_->pseudowires().pseudowiresAre(all);
+        tables_->commit();
+    } catch (const std::exception& refused) {
+        tables_->discard();
+        log_("pseudowires", std::string(refused.what()) + "; the pseudowires stay as they are");
+        return;
+    }
+    report(before, all);
+}
+
+void LdpWatch::publishLabels(const std::vector<Pseudowire>& before,
+                             const std::vector<Pseudowire>& after) {
+    Mpls::LfibWriter& lfib = tables_->lfib(TableId::pseudowireLfib);
+    for (const Pseudowire& gone : before) {
+        if (gone.isUp() && gone.localLabel <= Lumo::MplsLabel::max) {
+            lfib.routeDel(Mpls::RouteKey::fromLabel(Lumo::MplsLabel(gone.localLabel)));
+        }
+    }
+    for (const Pseudowire& pseudowire : after) {
+        if (!pseudowire.isUp()) {
+            continue;
+        }
+        const auto route = routeOf(pseudowire, *tables_);
+        const auto done = route ? lfib.routeIs(route.value()) : route.refused();
+        if (!done) {
+            throw std::runtime_error(pseudowire.name + ": " + done.refused().what);
+        }
+    }
+}
+
+void LdpWatch::report(const std::vector<Pseudowire>& before,
+                      const std::vector<Pseudowire>& after) const {
+    for (const Pseudowire& pseudowire : after) {
+        const Pseudowire* const was = named(before, pseudowire.name);
+        if (was == nullptr || was->state != pseudowire.state ||
+            was->remoteLabel != pseudowire.remoteLabel) {
+            log_("pseudowires", "pseudowire " + pseudowire.name + " to " +
+                                    pseudowire.neighbour.text() + ": " +
+                                    Tessel::textOf(pseudowire.state) +
+                                    (pseudowire.why.empty() ? "" : " (" + pseudowire.why + ")"));
+        }
+    }
+    for (const Pseudowire& pseudowire : before) {
+        if (named(after, pseudowire.name) == nullptr) {
+            log_("pseudowires", "pseudowire " + pseudowire.name + " is removed");
+        }
+    }
+}
+
+} // namespace OvixFpm
