@@ -6,6 +6,7 @@ import topology
 from frr import FPM, Frr
 
 ZEBRA = "no ip forwarding" + FPM
+IMPLICIT_NULL = 3
 
 # A link that comes back is used again only when LDP has labels for it (RFC 5443).
 OSPF = """
@@ -84,14 +85,16 @@ def bgp_config(router: str) -> str:
                       vrf=topology.VRF, table=topology.VRF_TABLE)
 
 
+def ldp(router: str) -> dict[str, str]:
+    """The configurations of its daemons, zebra first."""
+    configs = {"zebra": ZEBRA, "ospfd": ospf_config(router), "ldpd": ldp_config(router)}
+    if router in topology.vpn_routers():
+        configs["bgpd"] = bgp_config(router)
+    return configs
+
+
 class Daemons(Frr):
     """The daemons of one router."""
-
-    def __init__(self, router: str, directory: pathlib.Path, module: pathlib.Path):
-        configs = {"zebra": ZEBRA, "ospfd": ospf_config(router), "ldpd": ldp_config(router)}
-        if router in topology.vpn_routers():
-            configs["bgpd"] = bgp_config(router)
-        super().__init__(router, directory, module, configs)
 
     def restart_others(self) -> None:
         """What FRR's watchdog does when zebra has died: these two do not tell a new zebra what they
@@ -106,10 +109,12 @@ class Daemons(Frr):
         return {int(label): route for label, route in self.show("mpls table").items()}
 
     def route(self, prefix: str, vrf: str = "default") -> list[dict]:
-        """Next hops of the route in use."""
-        for route in self.show(f"ip route vrf {vrf} {prefix}").get(prefix, []):
+        """Next hops of the route in use, resolved."""
+        family = "ipv6" if ":" in prefix else "ip"
+        for route in self.show(f"{family} route vrf {vrf} {prefix}").get(prefix, []):
             if route.get("selected"):
-                return [hop for hop in route["nexthops"] if hop.get("active")]
+                return [hop for hop in route["nexthops"]
+                        if hop.get("active") and not hop.get("recursive")]
         return []
 
     def pushed_label(self, prefix: str, toward: str = "p"):
@@ -117,5 +122,5 @@ class Daemons(Frr):
         hops = self.route(prefix)
         if len(hops) != 1 or hops[0]["interfaceName"] != f"to-{toward}":
             return None
-        labels = hops[0].get("labels", [])
-        return labels[0] if len(labels) == 1 else None
+        labels = [label for label in hops[0].get("labels", []) if label != IMPLICIT_NULL]
+        return labels[0] if labels else None

@@ -17,6 +17,8 @@ def config(router: str) -> str:
     text = "ports:\n"
     for i, one in enumerate(topology.interfaces(router)):
         own = [one.address] + ([f"{topology.LOOPBACKS[router]}/32"] if i == 0 else [])
+        if topology.FAMILY == 6 and one.address6:
+            own.append(f'"{one.address6}"')
         text += (f"  - {{name: {one.name}, kind: packet, vrf: {one.vrf}, "
                  f"addresses: [{', '.join(own)}]}}\n")
     return text
@@ -25,8 +27,8 @@ def config(router: str) -> str:
 class Dataplane:
     """Table set, agent and FPM listener of one router."""
 
-    def __init__(self, router: str, directory: pathlib.Path):
-        self.router = router
+    def __init__(self, router: str, directory: pathlib.Path, options: tuple[str, ...] = ()):
+        self.router, self.options = router, options
         self.directory = directory / router
         self.directory.mkdir(exist_ok=True)
         self.control = self.directory / "agent.sock"
@@ -42,7 +44,7 @@ class Dataplane:
     def start_agent(self) -> None:
         self.agent = Process(self.router, self.directory, "ovix-agent", BIN / "ovix-agent", "run",
                              self.directory / "agent.yaml", "--live", "--tables", self.router,
-                             "--control", self.control, "--json", "--quiet")
+                             "--control", self.control, "--json", "--quiet", *self.options)
 
     def wait_for_agent(self) -> None:
         wait_until(f"the agent on {self.router} answers", self.answers, 10)
@@ -57,8 +59,11 @@ class Dataplane:
 
     def lfib(self, table: str = "transit") -> dict:
         """An LFIB by label."""
-        routes = json.loads(self.ctl("lfib", "show", table).stdout)["routes"]
-        return {route["label"]: route for route in routes}
+        return {route["label"]: route for route in self.routes(table)}
+
+    def routes(self, *table: str) -> list[dict]:
+        """Those of a table, or everything."""
+        return json.loads(self.ctl("lfib", "show", *table).stdout)["routes"]
 
     def label_packets(self, label: int) -> int:
         counters = json.loads(self.ctl("counters", "show").stdout)

@@ -10,28 +10,31 @@ from dataplane import Dataplane
 from frr import compile_module
 from processes import wait_until
 
-IMPLICIT_NULL = 3
-
 
 class Lab:
-    def __init__(self, directory: pathlib.Path):
-        self.directory = directory
+    def __init__(self, directory: pathlib.Path, network):
+        """`network` is one of networks.py."""
+        self.directory, self.network = directory, network
         self.daemons, self.planes = {}, {}
+        self.losses = []  # (what happened, packets sent, lost, expected at the most)
 
     def start(self) -> float:
         """Brings everything up; seconds from the start of FRR until all label tables stand."""
-        if network.kernel_has_vrfs():
+        if self.network.family == 6:
+            topology.use_ipv6()
+        if self.network.name == "ldp" and network.kernel_has_vrfs():
             topology.add_vpn()
         network.build()
         module = compile_module(self.directory)
         for router in topology.ROUTERS:
-            plane = self.planes[router] = Dataplane(router, self.directory)
+            plane = self.planes[router] = Dataplane(router, self.directory, self.network.agent)
             plane.start_fpm()
             plane.start_agent()
         for plane in self.planes.values():
             plane.wait_for_agent()
         for router in topology.ROUTERS:
-            self.daemons[router] = daemons.Daemons(router, self.directory, module)
+            self.daemons[router] = daemons.Daemons(router, self.directory, module,
+                                                   self.network.configs(router))
             self.daemons[router].start_all()
         took = self.wait_for_path("p")
         wait_until("CE2 answers CE1", lambda: traffic.reaches(self.directory), 10)
@@ -70,17 +73,18 @@ class Lab:
         hops = self.daemons[router].route(topology.prefix(host), topology.VRF)
         return hops[-1]["labels"] if hops else []
 
-    def cut(self, node: str, toward: str) -> None:
-        network.set_link(node, toward, "down")
+    def has_neighbour(self, router: str, name: str) -> bool:
+        """Whether OSPF on a router has another one for a neighbour."""
+        shown = self.daemons[router].show("ip ospf neighbor")
+        return topology.LOOPBACKS[name] in shown.get("neighbors", {})
 
-    def mend(self, node: str, toward: str) -> None:
-        network.set_link(node, toward, "up")
-
-    def restart_daemons(self, router: str) -> None:
-        """As FRR's watchdog does when zebra has died."""
-        for name in ("ospfd", "ldpd"):
-            self.daemons[router].kill(name)
-        self.daemons[router].start_all()
+    def count_lost(self, what: str, sent: int, received: int, expected: int) -> str:
+        """Keeps it for the table of losses; raises ValueError when more were lost than expected."""
+        lost = sent - received
+        self.losses.append((what, sent, lost, expected))
+        if lost > expected:
+            raise ValueError(f"{what}: {lost} of {sent} pings lost, at most {expected} expected")
+        return f"{lost} of {sent} pings lost"
 
     def wait_for_tables(self, timeout: float = 20) -> None:
         try:
@@ -91,7 +95,8 @@ class Lab:
 
 def frr_hops(router: str, route: dict) -> set:
     """(labels that replace the label, next hop, interface or VRF) of each hop; none of a pop."""
-    return {(tuple(label for label in hop["outLabelStack"] if label != IMPLICIT_NULL),
+    return {(tuple(label for label in hop["outLabelStack"]
+                   if label != daemons.IMPLICIT_NULL),
              hop.get("nexthop"),
              hop.get("interface") or interface_toward(router, hop["nexthop"]))
             for hop in route["nexthops"] if hop.get("installed")}

@@ -18,6 +18,7 @@ import tempfile
 import time
 
 import checks
+import networks
 from lab import Lab
 
 # Places that the lab has for itself: named network namespaces, shared memory, FRR's crash logs.
@@ -25,7 +26,7 @@ OWN_PLACES = ("/run/netns", "/dev/shm", "/var/tmp")
 TAIL = 15
 
 
-def run_in_own_namespaces(options) -> int:
+def run_in_own_namespaces(options, name: str) -> int:
     directory = tempfile.mkdtemp(prefix="ovix-lab-")
     os.chmod(directory, 0o755)  # FRR's user goes through it
     pathlib.Path("/run/netns").mkdir(parents=True, exist_ok=True)
@@ -35,7 +36,7 @@ def run_in_own_namespaces(options) -> int:
         ["setpriv", "--pdeathsig", "KILL",
          "unshare", "--mount", "--pid", "--ipc", "--fork", "--mount-proc", "--kill-child",
          "--propagation", "private",
-         sys.executable, __file__, "--inside", directory, *options.checks],
+         sys.executable, __file__, "--inside", directory, "--network", name, *options.checks],
         start_new_session=True)
     try:
         return inner.wait()
@@ -48,10 +49,11 @@ def run_in_own_namespaces(options) -> int:
             shutil.rmtree(directory, ignore_errors=True)
 
 
-def run_inside(directory: pathlib.Path, names: list[str]) -> int:
+def run_inside(directory: pathlib.Path, network: networks.Network, names: list[str]) -> int:
     for place in OWN_PLACES:
         subprocess.run(["mount", "-t", "tmpfs", "tmpfs", place], check=True)
-    lab = Lab(directory)
+    lab = Lab(directory, network)
+    print(f"{network.name}: {network.says}", flush=True)
     start = time.monotonic()
     try:
         took = lab.start()
@@ -61,11 +63,19 @@ def run_inside(directory: pathlib.Path, names: list[str]) -> int:
         return 1
     print(f"PASS  the lab comes up: labels {took:.1f} s after FRR started, "
           f"{time.monotonic() - start:.1f} s in all", flush=True)
-    failed = [check for check in checks.ALL
+    failed = [check for check in network.checks
               if (not names or check.__name__ in names) and not passes(lab, check)]
+    print_losses(lab)
     if failed:
         show_logs(directory)
     return 1 if failed else 0
+
+
+def print_losses(lab: Lab) -> None:
+    if lab.losses:
+        print(f"{lab.network.name:48}    sent    lost  at most")
+    for what, sent, lost, expected in lab.losses:
+        print(f"  {what:46} {sent:7} {lost:7} {expected:8}", flush=True)
 
 
 def passes(lab: Lab, check) -> bool:
@@ -89,18 +99,30 @@ def show_logs(directory: pathlib.Path) -> None:
             print(f"--- {path.relative_to(directory)}", *lines, sep="\n")
 
 
+def known_checks() -> list[str]:
+    return list(dict.fromkeys(check.__name__ for network in networks.ALL.values()
+                              for check in network.checks))
+
+
 def main() -> int:
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("checks", nargs="*", metavar="CHECK",
-                        help="only these: " + ", ".join(check.__name__ for check in checks.ALL))
+                        help="only these, of: " + ", ".join(known_checks()))
+    parser.add_argument("--network", choices=(*networks.ALL, "all"), default="ldp",
+                        help="what the routers speak, or all, one after the other (default: ldp): " +
+                        "; ".join(f"{one.name}, {one.says}" for one in networks.ALL.values()))
     parser.add_argument("--keep", action="store_true", help="keep logs and captures")
     parser.add_argument("--inside", metavar="DIRECTORY", help=argparse.SUPPRESS)
     options = parser.parse_args()
     if os.geteuid() != 0:
         parser.error("needs root")
+    if unknown := set(options.checks) - set(known_checks()):
+        parser.error(f"no such check: {', '.join(sorted(unknown))}")
     if options.inside:
-        return run_inside(pathlib.Path(options.inside), options.checks)
-    return run_in_own_namespaces(options)
+        return run_inside(pathlib.Path(options.inside), networks.ALL[options.network],
+                          options.checks)
+    chosen = networks.ALL if options.network == "all" else (options.network,)
+    return max([run_in_own_namespaces(options, name) for name in chosen])
 
 
 if __name__ == "__main__":

@@ -10,8 +10,16 @@ SYSCTLS = {
     "net.ipv4.ip_forward": 0,
     "net.ipv4.conf.all.rp_filter": 0,
     "net.ipv4.conf.default.rp_filter": 0,
+}
+IPV4_ONLY = {
     "net.ipv6.conf.all.disable_ipv6": 1,
     "net.ipv6.conf.default.disable_ipv6": 1,
+}
+# An address is used at once, and nobody makes further ones.
+IPV6_TOO = {
+    "net.ipv6.conf.all.forwarding": 0,
+    "net.ipv6.conf.default.accept_dad": 0,
+    "net.ipv6.conf.default.accept_ra": 0,
 }
 # Where the kernel has MPLS, zebra tells the agent only of labels that the kernel has room for.
 MPLS_SYSCTLS = {"net.mpls.platform_labels": 1048575}
@@ -55,13 +63,16 @@ def build() -> None:
     for router, loopback in topology.LOOPBACKS.items():
         run("ip", "-n", router, "addr", "add", f"{loopback}/32", "dev", "lo")
     for host, router in topology.HOSTS.items():
-        gateway = topology.interface(router, host).host
-        run("ip", "-n", host, "route", "add", "default", "via", gateway)
+        gateway = topology.interface(router, host)
+        run("ip", "-n", host, "route", "add", "default", "via", gateway.host)
+        if topology.FAMILY == 6:
+            run("ip", "-n", host, "route", "add", "default", "via",
+                gateway.address6.split("/")[0])
 
 
 def add_node(node: str) -> None:
     run("ip", "netns", "add", node)
-    wanted = SYSCTLS | (MPLS_SYSCTLS if kernel_has_mpls() else {})
+    wanted = SYSCTLS | (IPV4_ONLY if topology.FAMILY == 4 else IPV6_TOO) | (MPLS_SYSCTLS if kernel_has_mpls() else {})
     run_in(node, "sysctl", "-q", "-w", *[f"{key}={value}" for key, value in wanted.items()])
     run("ip", "-n", node, "link", "set", "lo", "up")
 
@@ -74,6 +85,8 @@ def add_link(link: topology.Link) -> None:
         if end.vrf != "default":
             run("ip", "-n", end.node, "link", "set", end.name, "master", end.vrf)
         run("ip", "-n", end.node, "addr", "add", end.address, "dev", end.name)
+        if topology.FAMILY == 6 and end.address6:
+            run("ip", "-n", end.node, "addr", "add", end.address6, "dev", end.name)
         run("ip", "-n", end.node, "link", "set", end.name, "mtu", end.mtu, "up")
 
 

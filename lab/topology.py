@@ -24,6 +24,7 @@ class Interface:
     cost: int
     mtu: int
     vrf: str = "default"  # that its router has it in
+    address6: str = ""  # likewise, of the links to hosts
 
     @property
     def host(self) -> str:
@@ -41,14 +42,18 @@ def link(one: str, other: str, network: str, cost: int = 10, vrf: str = "default
     base, length = network.split("/")
     start, last = base.rsplit(".", 1)
     mtu = 1500 if length == "24" else 1600
+    six = [f"2001:db8:{start.split('.')[-1]}::{i}/64" if length == "24" else "" for i in (1, 2)]
     return Link((
-        Interface(one, f"to-{other}", f"{start}.{int(last) + 1}/{length}", cost, mtu, vrf),
-        Interface(other, f"to-{one}", f"{start}.{int(last) + 2}/{length}", cost, mtu)))
+        Interface(one, f"to-{other}", f"{start}.{int(last) + 1}/{length}", cost, mtu, vrf, six[0]),
+        Interface(other, f"to-{one}", f"{start}.{int(last) + 2}/{length}", cost, mtu,
+                  address6=six[1])))
 
 
 LOOPBACKS = {"pe1": "10.255.0.1", "p": "10.255.0.2", "p2": "10.255.0.3", "pe2": "10.255.0.4"}
 ROUTERS = tuple(LOOPBACKS)
 HOSTS = {"ce1": "pe1", "ce2": "pe2"}  # host: its router
+EDGES = ("pe1", "pe2")
+FAMILY = 4  # of the hosts' addresses
 VPN_HOSTS = {"vpn1": "pe1", "vpn2": "pe2"}
 VRF, VRF_TABLE = "red", 10
 
@@ -64,6 +69,12 @@ VPN_LINKS = (
     link("pe1", "vpn1", "192.168.1.0/24", vrf=VRF),
     link("pe2", "vpn2", "192.168.2.0/24", vrf=VRF),
 )
+
+
+def use_ipv6() -> None:
+    """From here on the hosts' addresses are of IPv6, beside those of IPv4."""
+    global FAMILY
+    FAMILY = 6
 
 
 def add_vpn() -> None:
@@ -88,7 +99,16 @@ def interfaces(node: str) -> list[Interface]:
 
 def core_interfaces(router: str) -> list[Interface]:
     """Those toward other routers."""
-    return [one for one in interfaces(router) if one.name.removeprefix("to-") in ROUTERS]
+    return [one for one in interfaces(router) if neighbour(one) in ROUTERS]
+
+
+def neighbour(one: Interface) -> str:
+    """The node at the other end."""
+    return one.name.removeprefix("to-")
+
+
+def host_networks(router: str) -> list[str]:
+    return [prefix(host) for host, of in HOSTS.items() if of == router]
 
 
 def interface(node: str, toward: str) -> Interface:
@@ -97,9 +117,14 @@ def interface(node: str, toward: str) -> Interface:
 
 def address(node: str) -> str:
     """The one address that names the node."""
-    return LOOPBACKS[node] if node in LOOPBACKS else interfaces(node)[0].host
+    if node in LOOPBACKS:
+        return LOOPBACKS[node]
+    one = interfaces(node)[0]
+    return one.host if FAMILY == 4 else one.address6.split("/")[0]
 
 
 def prefix(host: str) -> str:
     """The network that a host stands in."""
-    return address(host).rsplit(".", 1)[0] + ".0/24"
+    if FAMILY == 4:
+        return address(host).rsplit(".", 1)[0] + ".0/24"
+    return address(host).rsplit(":", 1)[0] + ":/64"

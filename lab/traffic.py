@@ -51,6 +51,13 @@ def reaches(directory: pathlib.Path, hosts: tuple[str, str] = BETWEEN_CES) -> bo
     return ping(directory, 1, hosts)[1] == 1
 
 
+def requests_to(host: str) -> str:
+    """The display filter of echo requests to a host."""
+    six = topology.FAMILY == 6
+    return (f"{'icmpv6.type == 128 && ipv6' if six else 'icmp.type == 8 && ip'}.dst == "
+            f"{topology.address(host)}")
+
+
 def throughput(directory: pathlib.Path, seconds: int) -> float:
     """Megabits per second of one TCP connection from one host to the other."""
     server = Process("ce2", directory, "iperf3-server", "iperf3", "-s", "-1")

@@ -48,7 +48,9 @@ void Neighbours::countDevices(PortIndex port) {
     assert(port < links_.size());
     Link& link = links_[port] = {};
     for (const auto& [key, device] : neighbours_) {
-        if (key.port != port) {
+        // The kernel has entries for the groups that the host itself sends to, too.
+        const bool isGroup = (device.mac[0] & 1U) != 0;
+        if (key.port != port || isGroup) {
             continue;
         }
         if (link.devices == 0) {

@@ -49,7 +49,8 @@ class Neighbours {
     /// Changes with every change of a neighbour's MAC address.
     std::uint64_t changes() const noexcept { return changes_; }
 
-    /// The only device on the port's link, by MAC address; null when there is none, or several.
+    /// The only device on the port's link, by MAC address, groups aside; null when there is none,
+    /// or several.
     const Lumo::EthAddr* only(PortIndex port) const noexcept {
         return links_[port].devices == 1 ? &links_[port].first : nullptr;
     }

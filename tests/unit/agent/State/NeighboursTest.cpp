@@ -60,7 +60,9 @@ neighbours:
   - {address: 10.0.2.4, port: two, mac: "02:00:00:00:02:02"}
 )",
                                        "test.yaml");
-    const Neighbours neighbours(links);
+    Neighbours neighbours(links);
+    neighbours.learn(address("ff02::5"), 0, {0x33, 0x33, 0, 0, 0, 5});
+    neighbours.learn(address("224.0.0.5"), 0, {1, 0, 0x5e, 0, 0, 5});
     ASSERT_NE(neighbours.only(0), nullptr);
     EXPECT_EQ(*neighbours.only(0), (Lumo::EthAddr{2, 0, 0, 0, 1, 2}));
     EXPECT_EQ(neighbours.only(1), nullptr);

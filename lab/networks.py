@@ -1,0 +1,35 @@
+"""The control planes that the four routers may have: one network each, with its checks."""
+
+import dataclasses
+from collections.abc import Callable
+
+import checks
+import daemons
+import forms
+
+
+@dataclasses.dataclass(frozen=True)
+class Network:
+    name: str
+    says: str
+    configs: Callable[[str], dict[str, str]]  # a router's daemons, zebra first, and their files
+    checks: tuple[Callable, ...]
+    family: int = 4  # of the hosts' addresses
+    agent: tuple[str, ...] = ()  # options of the agents
+
+
+ALL = {network.name: network for network in (
+    Network("ldp", "OSPF and LDP, and a VPN where the kernel has VRF devices", daemons.ldp,
+            checks.ALL),
+    Network("sr", "OSPF with segment routing, TI-LFA and BGP between the edges", forms.sr,
+            (*checks.LABELLED, checks.backups_of_frr, checks.link_cut, checks.agent_restarted,
+             checks.balances)),
+    Network("bgp-lu", "BGP labelled unicast (RFC 8277) between neighbours, no other protocol",
+            forms.bgp_lu, (*checks.LABELLED, checks.link_cut, checks.agent_restarted,
+                           checks.balances)),
+    Network("6pe", "IPv6 hosts over OSPF and LDP for IPv4 (RFC 4798)", forms.six_pe,
+            (checks.labels_on_the_wire, checks.tables_equal, checks.link_cut,
+             checks.agent_restarted, checks.balances), family=6),
+    Network("killed", "OSPF and LDP; P's agent is killed twenty times, its links go down with it",
+            daemons.ldp, (checks.killed_and_restarted, checks.balances), agent=("--carrier",)),
+)}
