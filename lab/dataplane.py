@@ -19,6 +19,8 @@ def config(router: str) -> str:
         own = [one.address] + ([f"{topology.LOOPBACKS[router]}/32"] if i == 0 else [])
         if topology.FAMILY == 6 and one.address6:
             own.append(f'"{one.address6}"')
+        if topology.FAMILY == 6 and i == 0:
+            own.append(f'"{topology.LOOPBACKS6[router]}/128"')
         text += (f"  - {{name: {one.name}, kind: packet, vrf: {one.vrf}, "
                  f"addresses: [{', '.join(own)}]}}\n")
     return text
@@ -27,8 +29,9 @@ def config(router: str) -> str:
 class Dataplane:
     """Table set, agent and FPM listener of one router."""
 
-    def __init__(self, router: str, directory: pathlib.Path, options: tuple[str, ...] = ()):
-        self.router, self.options = router, options
+    def __init__(self, router: str, directory: pathlib.Path):
+        self.router = router
+        self.options = ()  # of the agent, beside those that it always has
         self.directory = directory / router
         self.directory.mkdir(exist_ok=True)
         self.control = self.directory / "agent.sock"

@@ -62,11 +62,40 @@ router bgp 65000
   neighbor {peer} activate
 """
 
-EDGES = tuple(topology.EDGES)
+OSPF6 = """
+router ospf6
+ ospf6 router-id {loopback}
+ timers throttle spf 0 10 50
+exit
+interface lo
+ ipv6 ospf6 area 0
+"""
+
+OSPF6_INTERFACE = """
+interface {name}
+ ipv6 ospf6 area 0
+ ipv6 ospf6 network point-to-point
+ ipv6 ospf6 cost {cost}
+ ipv6 ospf6 hello-interval 1
+ ipv6 ospf6 dead-interval 4
+ ipv6 ospf6 retransmit-interval 1
+{passive}exit
+"""
+
+LDP6 = """
+mpls ldp
+ router-id {loopback}
+ address-family ipv6
+  discovery transport-address {loopback6}
+  ttl-security disable
+  discovery hello interval 1
+  discovery hello holdtime 4
+{interfaces}
+"""
 
 
 def other_edge(router: str) -> str:
-    return next(edge for edge in EDGES if edge != router)
+    return next(edge for edge in topology.EDGES if edge != router)
 
 
 def sr(router: str) -> dict[str, str]:
@@ -77,7 +106,7 @@ def sr(router: str) -> dict[str, str]:
     for one in topology.core_interfaces(router):
         ospf += daemons.OSPF_INTERFACE.format(name=one.name, cost=one.cost)
     configs = {"zebra": daemons.ZEBRA, "ospfd": ospf}
-    if router in EDGES:
+    if router in topology.EDGES:
         configs["bgpd"] = BETWEEN_EDGES.format(
             loopback=topology.LOOPBACKS[router], peer=topology.LOOPBACKS[other_edge(router)])
     return configs
@@ -106,8 +135,21 @@ def six_pe(router: str) -> dict[str, str]:
     """The core has IPv4 and LDP; the edges tell each other of IPv6 networks with labels."""
     configs = daemons.ldp(router)
     configs.pop("bgpd", None)
-    if router in EDGES:
+    if router in topology.EDGES:
         configs["bgpd"] = SIX.format(
             loopback=topology.LOOPBACKS[router], peer=topology.LOOPBACKS[other_edge(router)],
             network=topology.host_networks(router)[0])
     return configs
+
+
+def ldp6(router: str) -> dict[str, str]:
+    """OSPFv3, and LDP over IPv6 (RFC 7552)."""
+    ospf = OSPF6.format(loopback=topology.LOOPBACKS[router])
+    core = topology.core_interfaces(router)
+    for one in topology.interfaces(router):
+        ospf += OSPF6_INTERFACE.format(name=one.name, cost=one.cost,
+                                       passive="" if one in core else " ipv6 ospf6 passive\n")
+    lines = "\n".join(f"  interface {one.name}" for one in core)
+    return {"zebra": daemons.ZEBRA, "ospf6d": ospf,
+            "ldpd": LDP6.format(loopback=topology.LOOPBACKS[router], interfaces=lines,
+                                loopback6=topology.LOOPBACKS6[router])}

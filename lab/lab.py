@@ -27,7 +27,7 @@ class Lab:
         network.build()
         module = compile_module(self.directory)
         for router in topology.ROUTERS:
-            plane = self.planes[router] = Dataplane(router, self.directory, self.network.agent)
+            plane = self.planes[router] = Dataplane(router, self.directory)
             plane.start_fpm()
             plane.start_agent()
         for plane in self.planes.values():

@@ -15,7 +15,6 @@ class Network:
     configs: Callable[[str], dict[str, str]]  # a router's daemons, zebra first, and their files
     checks: tuple[Callable, ...]
     family: int = 4  # of the hosts' addresses
-    agent: tuple[str, ...] = ()  # options of the agents
 
 
 ALL = {network.name: network for network in (
@@ -30,6 +29,9 @@ ALL = {network.name: network for network in (
     Network("6pe", "IPv6 hosts over OSPF and LDP for IPv4 (RFC 4798)", forms.six_pe,
             (checks.labels_on_the_wire, checks.tables_equal, checks.link_cut,
              checks.agent_restarted, checks.balances), family=6),
+    Network("ldp6", "OSPFv3, and LDP over IPv6 (RFC 7552)", forms.ldp6,
+            (*checks.LABELLED, checks.link_cut, checks.agent_restarted, checks.balances),
+            family=6),
     Network("killed", "OSPF and LDP; P's agent is killed twenty times, its links go down with it",
-            daemons.ldp, (checks.killed_and_restarted, checks.balances), agent=("--carrier",)),
+            daemons.ldp, (checks.killed_and_restarted, checks.balances)),
 )}

@@ -51,6 +51,7 @@ def link(one: str, other: str, network: str, cost: int = 10, vrf: str = "default
 
 LOOPBACKS = {"pe1": "10.255.0.1", "p": "10.255.0.2", "p2": "10.255.0.3", "pe2": "10.255.0.4"}
 ROUTERS = tuple(LOOPBACKS)
+LOOPBACKS6 = {router: f"2001:db8:ff::{i}" for i, router in enumerate(LOOPBACKS, 1)}
 HOSTS = {"ce1": "pe1", "ce2": "pe2"}  # host: its router
 EDGES = ("pe1", "pe2")
 FAMILY = 4  # of the hosts' addresses
@@ -121,6 +122,15 @@ def address(node: str) -> str:
         return LOOPBACKS[node]
     one = interfaces(node)[0]
     return one.host if FAMILY == 4 else one.address6.split("/")[0]
+
+
+def answering(router: str, toward: str) -> str:
+    """The address that a router's ICMP errors come from that it sends to a neighbour: without one of
+    the link in IPv6, its loopback's."""
+    one = interface(router, toward)
+    if FAMILY == 4:
+        return one.host
+    return one.address6.split("/")[0] or LOOPBACKS6[router]
 
 
 def prefix(host: str) -> str:

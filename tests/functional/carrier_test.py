@@ -102,6 +102,15 @@ class Carrier(LiveTest):
         text = pathlib.Path(f"/proc/{holder}/io").read_text()
         return int(text.split("rchar: ")[1].split()[0])
 
+    def test_an_agent_without_the_option_brings_links_up_that_one_with_it_has_taken_down(self):
+        self.end(self.start(), signal.SIGKILL)
+        self.expect_down()
+        self.options = ()
+        process = self.start()
+        self.until(lambda: self.hears(self.west) and self.hears(self.east))
+        self.end(process, signal.SIGKILL)
+        self.assertTrue(self.hears(self.west))
+
     def test_a_holder_that_was_killed_is_started_again(self):
         process = self.start()
         self.until(lambda: self.hears(self.east))

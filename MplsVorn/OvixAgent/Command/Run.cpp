@@ -50,6 +50,8 @@ class LiveAgent {
         control_ = serveControl(options, *state_, forwarder_, [this] { return counters(); });
         if (options.carrier) {
             carrier_.emplace(ports_);
+        } else {
+            giveBackLinks(ports_);
         }
     }
 

@@ -151,6 +151,15 @@ void Carrier::tellHolder() {
     }
 }
 
+void giveBackLinks(LivePorts& ports) {
+    LinkPower power;
+    for (const auto& port : ports.all()) {
+        if (port->linkIndex() != 0) {
+            power.giveBack(port->linkIndex());
+        }
+    }
+}
+
 int holdCarrier() {
     prctl(PR_SET_NAME, carrierHolder);
     close_range(STDERR_FILENO + 1, ~0U, 0);

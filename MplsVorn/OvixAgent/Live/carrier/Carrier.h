@@ -38,6 +38,10 @@ class Carrier {
     std::vector<unsigned int> held_; ///< the interfaces that the holder knows, by port
 };
 
+/// Brings the ports' links up that an agent before this one has taken down, as far as the process
+/// may: for a run whose own end is not to be heard of.
+void giveBackLinks(LivePorts& ports);
+
 /// The name that the holder goes by, as its first argument.
 inline constexpr const char* carrierHolder = "ovix-carrier";
 
