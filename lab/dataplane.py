@@ -45,6 +45,7 @@ class Dataplane:
                    lambda: "listening" in self.fpm.err.read_text(), 5)
 
     def start_agent(self) -> None:
+        (self.directory / "ovix-agent.out").unlink(missing_ok=True)  # an earlier one's balance
         self.agent = Process(self.router, self.directory, "ovix-agent", BIN / "ovix-agent", "run",
                              self.directory / "agent.yaml", "--live", "--tables", self.router,
                              "--control", self.control, "--json", "--quiet", *self.options)

@@ -50,10 +50,11 @@ class Carrier(LiveTest):
             self.until(lambda: self.hears(self.west) and self.hears(self.east))
             self.end(process, number)
             self.expect_down()
-        process = self.start()
+        self.ctl("lfib", "add", "100", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
+        mac = self.link(self.east, "eth0")["address"]
+        process = self.start(f"neighbours: [{{address: 10.0.2.2, port: east, mac: '{mac}'}}]\n")
         self.until(lambda: self.hears(self.west) and self.hears(self.east))
-        self.learn_neighbours()
-        self.assertEqual(self.datagrams(20), 20)
+        self.assertEqual(self.labelled(100, 20), 20)  # from the first one on
         addresses = subprocess.run(["ip", "-n", self.router, "addr", "show", "west"], check=True,
                                    capture_output=True, text=True).stdout
         self.assertIn("fd00::1/64", addresses)

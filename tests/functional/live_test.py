@@ -53,6 +53,45 @@ print(got)"""
         self.assertEqual(result["forwarded"]["ports"]["west"]["frames"], 0)
         self.assertGreaterEqual(result["dropped"]["reasons"]["VLAN without a sub-interface"], 1)
 
+    def test_the_first_ipv6_packets_to_a_neighbour_on_a_vlan_wait_for_it(self):
+        # The device that has the VLAN's neighbours is told by its name, so any will do for one.
+        ip("link", "add", "west.100", "netns", self.router, "type", "veth", "peer", "name", "vlan",
+           "netns", self.west)
+        for name, link, address in ((self.router, "west.100", "2001:db8:3::1/64"),
+                                    (self.west, "vlan", "2001:db8:3::2/64"),
+                                    (self.router, "east", "2001:db8:2::1/64"),
+                                    (self.east, "eth0", "2001:db8:2::2/64")):
+            ip("-n", name, "addr", "add", address, "dev", link, "nodad")
+            ip("-n", name, "link", "set", link, "up")
+        ip("-n", self.east, "-6", "route", "add", "default", "via", "2001:db8:2::1")
+        self.until(lambda: "fe80::" in self.addresses(self.router, "west.100"))
+        process = self.start("  - {name: west.100, parent: west, vlan: 100, "
+                             "addresses: ['2001:db8:3::1/64']}\n")
+        receiver = self.host(self.west, """
+import socket
+s = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, socket.htons(3)); s.bind(("eth0", 3))
+s.setsockopt(263, 8, 1); s.settimeout(5); print("ready", flush=True); got = []
+try:
+    while len(got) < 3:
+        frame, control, _, _ = s.recvmsg(2000, 100)
+        vlan = int.from_bytes(control[0][2][16:18], "little")
+        if frame[12:14] == b"\\x86\\xdd" and frame[20] == 17: got.append((vlan, frame[-1]))
+except TimeoutError: pass
+print(got)""")
+        self.assertEqual(receiver.stdout.readline(), "ready\n")
+        self.host(self.east, """
+import socket
+s = socket.socket(socket.AF_INET6, socket.SOCK_DGRAM)
+for i in range(3): s.sendto(bytes([i]), ("2001:db8:3::2", 7000))""").communicate()
+        self.assertEqual(receiver.communicate()[0], "[(100, 0), (100, 1), (100, 2)]\n")
+        result = self.stop(process)
+        self.assertEqual(result["forwarded"]["ports"]["west.100"]["frames"], 3)
+
+    def addresses(self, name: str, link: str) -> str:
+        """Those that are in use."""
+        return subprocess.run(["ip", "-n", name, "addr", "show", link, "-tentative"], check=True,
+                              capture_output=True, text=True).stdout
+
     def sent_by_west(self) -> int:
         """How many frames west's end of its link has sent, uncut ones counted once."""
         return int(self.host(self.west, """
