@@ -22,7 +22,8 @@ class Package(unittest.TestCase):
 
     def run_well(self, *command) -> str:
         done = subprocess.run([str(word) for word in command], capture_output=True, text=True,
-                              check=False, env={"PATH": os.environ["PATH"]})
+                              check=False, env={name: value for name, value in os.environ.items()
+                                                 if not name.startswith("OVIX_")})
         self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
         return done.stdout
 

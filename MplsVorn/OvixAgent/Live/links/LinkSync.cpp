@@ -157,7 +157,8 @@ void LinkSync::checkCarriers(Clock::time_point now) {
     }
     checkedAt_ = now;
     for (const OfPort& port : ofPort_) {
-        const LinkState* const link = port.isLinkUp ? monitor_.link(port.link) : nullptr;
+        const bool mayFall = port.isLinkUp && port.parent == noPort; // others fall with theirs
+        const LinkState* const link = mayFall ? monitor_.link(port.link) : nullptr;
         if (link != nullptr && flags_.isDown(link->name)) {
             monitor_.carrierDel(link->index);
         }
