@@ -73,15 +73,15 @@ class Reroute(LiveTest):
                                capture_output=True, text=True).stdout
         return {link["ifname"]: link["stats64"]["rx"]["packets"] for link in json.loads(shown)}
 
-    def cut_under(self, traffic: str) -> tuple[int, int, dict]:
-        """Frames sent, frames lost when the link east goes down, and those by each link."""
+    def cut_under(self, traffic: str) -> tuple[int, dict]:
+        """Frames sent while the link east goes down, and how many came by each link."""
         before = self.received()
         sender = self.host(self.west, SENDER.format(rate=RATE, seconds=SECONDS),
                            stdin=subprocess.PIPE)
         sender.stdin.write(self.frames(traffic) + "\n\n")
         sender.stdin.flush()
         self.assertEqual(sender.stdout.readline(), "now\n")
-        ip("-n", self.east, "link", "set", "eth0", "down")
+        ip("-n", self.router, "link", "set", "east", "down")
         sent = int(sender.communicate()[0])
         by = {}
 
@@ -90,18 +90,20 @@ class Reroute(LiveTest):
             last, by = by, {name: count - before[name] for name, count in self.received().items()}
             return last == by
         self.until(is_quiet)
-        return sent, sent - by["eth0"] - by["eth1"], by
+        return sent, by
 
     def check(self, traffic: str, kind: str = "packet") -> None:
         process = self.start_with_routes(kind)
-        sent, lost, by = self.cut_under(traffic)
+        sent, by = self.cut_under(traffic)
         result = self.stop(process)
-        print(f"{kind} {traffic}: {lost} of {sent} lost, {by['eth0']} and {by['eth1']} received",
+        taken = result["in"]["frames"]  # on a machine that is busy with other things not all
+        lost = taken - by["eth0"] - by["eth1"]
+        print(f"{kind} {traffic}: {lost} of {taken} lost, {by['eth0']} and {by['eth1']} received",
               flush=True)
         self.assertGreater(sent, RATE * SECONDS / 2)
         self.assertGreater(by["eth0"], 0)
         # What the link had been given when it went down: nothing that was forwarded later.
-        self.assertLess(lost, RATE * 0.02)
+        self.assertLess(lost, RATE * 0.02, result["counters"])
         self.assertEqual(result["dropped"]["frames"], 0, result["dropped"])
 
     def test_ip_flows_take_the_remaining_via(self):

@@ -41,6 +41,7 @@ LiveRun::LiveRun(const Parts& parts) : parts_(parts), signals_(signalDescriptor(
 void LiveRun::run(const std::function<void(const std::string&)>& report) {
     do {
         wait();
+        parts_.links->checkCarriers(LinkSync::Clock::now()); // before frames that have waited
         takeFrames();
         refresh();
         settle(report);
@@ -141,7 +142,6 @@ void LiveRun::refresh() {
 void LiveRun::settle(const std::function<void(const std::string&)>& report) {
     const auto now = LinkSync::Clock::now();
     parts_.forwarder->settleWaiting(now);
-    parts_.links->checkCarriers(now);
     parts_.links->solicit();
     const bool wasReady = std::exchange(isReady_, hasRoutes_ && parts_.links->isComplete());
     if (now - checkedAt_ >= std::chrono::seconds(1) || isReady_ > wasReady) {
