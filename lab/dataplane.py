@@ -19,7 +19,7 @@ def config(router: str) -> str:
         own = [one.address] + ([f"{topology.LOOPBACKS[router]}/32"] if i == 0 else [])
         if topology.FAMILY == 6 and one.address6:
             own.append(f'"{one.address6}"')
-        if topology.FAMILY == 6 and i == 0:
+        if topology.LOOPBACKS6 and i == 0:
             own.append(f'"{topology.LOOPBACKS6[router]}/128"')
         text += (f"  - {{name: {one.name}, kind: packet, vrf: {one.vrf}, "
                  f"addresses: [{', '.join(own)}]}}\n")

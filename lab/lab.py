@@ -21,7 +21,7 @@ class Lab:
     def start(self) -> float:
         """Brings everything up; seconds from the start of FRR until all label tables stand."""
         if self.network.family == 6:
-            topology.use_ipv6()
+            topology.use_ipv6(self.network.has_ipv6_core)
         if self.network.name == "ldp" and network.kernel_has_vrfs():
             topology.add_vpn()
         network.build()

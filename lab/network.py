@@ -62,8 +62,8 @@ def build() -> None:
         add_link(link)
     for router, loopback in topology.LOOPBACKS.items():
         run("ip", "-n", router, "addr", "add", f"{loopback}/32", "dev", "lo")
-        if topology.FAMILY == 6:
-            run("ip", "-n", router, "addr", "add", f"{topology.LOOPBACKS6[router]}/128", "dev", "lo")
+    for router, loopback in topology.LOOPBACKS6.items():
+        run("ip", "-n", router, "addr", "add", f"{loopback}/128", "dev", "lo")
     for host, router in topology.HOSTS.items():
         gateway = topology.interface(router, host)
         run("ip", "-n", host, "route", "add", "default", "via", gateway.host)

@@ -15,6 +15,7 @@ class Network:
     configs: Callable[[str], dict[str, str]]  # a router's daemons, zebra first, and their files
     checks: tuple[Callable, ...]
     family: int = 4  # of the hosts' addresses
+    has_ipv6_core: bool = False
 
 
 ALL = {network.name: network for network in (
@@ -31,7 +32,7 @@ ALL = {network.name: network for network in (
              checks.agent_restarted, checks.balances), family=6),
     Network("ldp6", "OSPFv3, and LDP over IPv6 (RFC 7552)", forms.ldp6,
             (*checks.LABELLED, checks.link_cut, checks.agent_restarted, checks.balances),
-            family=6),
+            family=6, has_ipv6_core=True),
     Network("killed", "OSPF and LDP; P's agent is killed twenty times, its links go down with it",
             daemons.ldp, (checks.killed_and_restarted, checks.balances)),
 )}

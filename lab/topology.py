@@ -51,7 +51,7 @@ def link(one: str, other: str, network: str, cost: int = 10, vrf: str = "default
 
 LOOPBACKS = {"pe1": "10.255.0.1", "p": "10.255.0.2", "p2": "10.255.0.3", "pe2": "10.255.0.4"}
 ROUTERS = tuple(LOOPBACKS)
-LOOPBACKS6 = {router: f"2001:db8:ff::{i}" for i, router in enumerate(LOOPBACKS, 1)}
+LOOPBACKS6 = {}  # empty where the core has IPv4 alone
 HOSTS = {"ce1": "pe1", "ce2": "pe2"}  # host: its router
 EDGES = ("pe1", "pe2")
 FAMILY = 4  # of the hosts' addresses
@@ -72,10 +72,13 @@ VPN_LINKS = (
 )
 
 
-def use_ipv6() -> None:
-    """From here on the hosts' addresses are of IPv6, beside those of IPv4."""
+def use_ipv6(in_core: bool) -> None:
+    """From here on the hosts' addresses are of IPv6, beside those of IPv4, and the loopbacks' if the
+    core has IPv6, too."""
     global FAMILY
     FAMILY = 6
+    if in_core:
+        LOOPBACKS6.update({router: f"2001:db8:ff::{i}" for i, router in enumerate(ROUTERS, 1)})
 
 
 def add_vpn() -> None:
