@@ -139,10 +139,11 @@ class Ingress(AgentTest):
                 "east": [sent_ip(aged)]}, drop_reasons={reason: 1} if reason else {})
         forged, martian = ("IP source not reached by the port it came in at",
                            "IP source never to be forwarded")
+        unrouted = "IP source not reached by any route"
         self.run_cases([
             case("not asked", "off", "192.0.2.1", None),
             case("a route", "loose", "10.8.0.1", None),
-            case("no route", "loose", "192.0.2.1", forged),
+            case("no route", "loose", "192.0.2.1", unrouted),
             case("by the port", "strict", "10.0.1.9", None),
             case("by another port", "strict", "10.8.0.1", forged),
             case("the router's own", "off", "10.0.2.1", martian),

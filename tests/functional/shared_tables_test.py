@@ -138,7 +138,8 @@ class Repair(SharedTablesTest):
         with open(self.memory, "r+b") as memory:
             memory.seek(40)  # the current generation and the horizon
             memory.write(b"x" * 16)
-        self.assertIn("is invalid", self.ctl("lfib", "add", "50", "vrf", "red", code=1))
+        refused = self.ctl("lfib", "add", "50", "vrf", "red", code=1)
+        self.assertIn("is invalid; \"ovixctl tables repair\" makes the tables usable", refused)
         told = self.ctl("tables", "repair")
         self.assertIn("the horizon was damaged", told)
         self.assertIn("generation 2 is the newest that is whole", told)
@@ -158,6 +159,36 @@ class Repair(SharedTablesTest):
         result = agent.stop()
         self.assertIn("has been cut short", result.stderr)
         self.assertTrue(result.json["balanced"])
+
+
+    def test_tables_that_are_made_anew_are_gone_over_to(self):
+        for ruin in (os.remove, lambda path: os.truncate(path, 0)):
+            with self.subTest(ruin=ruin):
+                self.load(swap_all(range(100, 102), 200))
+                agent = self.start()
+                agent.send_and_wait(mpls([100]))
+                ruin(self.memory)
+                agent.until(lambda agent=agent: agent.ask("status")["tables"]["problem"])
+                if self.memory.exists():
+                    self.assertIn("cut short", self.ctl("lfib", "add", "99", "vrf", "red", code=1))
+                    self.assertIn("cut short to 0 bytes", self.ctl("tables", "repair"))
+                self.load(swap_all(range(100, 102), 300))
+                agent.until(lambda agent=agent: not agent.ask("status")["tables"]["problem"])
+                agent.send_and_wait(mpls([100]), mpls([101]))
+                result = agent.stop()
+                self.assertEqual([top_label(frame) for frame in result.frames("east")],
+                                 [200, 300, 300])
+                self.assertIn("gone over to the new file", result.stderr)
+                self.assertTrue(result.json["balanced"])
+                os.remove(self.memory)
+
+    def test_a_file_cut_behind_its_data_is_not_said_to_be_whole(self):
+        self.load(swap_all(range(100, 101), 200))
+        shown = self.ctl("lfib", "show")
+        os.truncate(self.memory, 1 << 21)
+        self.assertIn("the file had been cut short to 2097152 bytes", self.ctl("tables", "repair"))
+        self.assertEqual(self.ctl("lfib", "show"), shown)
+        self.assertIn("nothing was damaged", self.ctl("tables", "repair"))
 
 
 class Trouble(SharedTablesTest):

@@ -47,6 +47,7 @@ int CaptureRun::forwardAll() {
     for (gather(burst); !burst.isEmpty(); gather(burst)) {
         const std::size_t gathered = burst.frames().size();
         forward(burst.frames());
+        lookAround();
         const bool isRequestDue =
             (frames + gathered) / framesPerRequest != frames / framesPerRequest;
         frames += gathered;
@@ -105,6 +106,13 @@ void CaptureRun::waitForInput() const {
     constexpr int tableRefreshMs = 100;
     while (caughtSignal == 0 && !awaitInput(tableRefreshMs)) {
         tables->refresh();
+        lookAround();
+    }
+}
+
+void CaptureRun::lookAround() const {
+    if (betweenBursts) {
+        betweenBursts();
     }
 }
 

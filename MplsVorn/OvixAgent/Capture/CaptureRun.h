@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 #include "Capture/CaptureMerge.h"
 #include "Capture/CliProgress.h"
 #include "Control/ControlServer.h"
@@ -16,6 +18,7 @@ struct CaptureRun {
     FastPath* fastPath;
     ControlServer* control; ///< may be null
     CliProgress* progress;
+    std::function<void()> betweenBursts = {}; ///< called once for each, and while none comes
 
     /// Forwards every frame with the newest tables and serves control requests in between, until
     /// SIGINT or SIGTERM: returns which, or 0 when there were no more frames. Throws CaptureError
@@ -25,6 +28,7 @@ struct CaptureRun {
   private:
     bool awaitInput(int milliseconds) const;
     void waitForInput() const;
+    void lookAround() const;
     void gather(FrameBurst& burst) const;
     void forward(std::span<WritableFrame> burst) const;
 };

@@ -46,6 +46,7 @@ void LiveReload::start() {
     again_ = isPreparing_;
     if (!isPreparing_) {
         isPreparing_ = true;
+        reader_ = readerOfShared();
         side_.post([this] {
             prepared_.emplace(prepareOrRefuse());
             isPrepared_ = true;
@@ -53,7 +54,16 @@ void LiveReload::start() {
     }
 }
 
-LiveReload::Prepared LiveReload::prepareOrRefuse() const {
+/// One for the other thread, which cannot make it itself: this one's may go over to another file.
+Ptr<Tessel::TableReader> LiveReload::readerOfShared() const {
+    try {
+        return *parts_.ipRoutes ? parts_.state->tables().tables().another() : nullptr;
+    } catch (const Tessel::CorruptionDetected&) {
+        return nullptr; // reported by this thread's reader
+    }
+}
+
+LiveReload::Prepared LiveReload::prepareOrRefuse() {
     try {
         return prepare();
     } catch (const std::exception& failed) {
@@ -62,7 +72,7 @@ LiveReload::Prepared LiveReload::prepareOrRefuse() const {
 }
 
 /// The label tables come last: they are the only ones that would have to be taken back.
-LiveReload::Prepared LiveReload::prepare() const {
+LiveReload::Prepared LiveReload::prepare() {
     Tessel::Result<AgentConfig> newer = liveConfig(*options_);
     if (!newer) {
         return newer.refused();
@@ -74,6 +84,10 @@ LiveReload::Prepared LiveReload::prepare() const {
         return Tessel::Refused{"the run has ended"};
     }
     auto made = std::make_unique<Made>(std::move(newer).value(), parts_.tables->ports);
+    if (*parts_.ipRoutes && !reader_) {
+        return Tessel::Refused{
+            fmt::format("tables \"{}\" are damaged", parts_.state->tables().tables().name())};
+    }
     takeSharedRoutes(*made);
     if (const auto done = parts_.state->prepareTables(made->config, options_->config); !done) {
         return done.refused();
@@ -82,12 +96,12 @@ LiveReload::Prepared LiveReload::prepare() const {
 }
 
 /// Whatever is missed here, because others write all the time, is taken over afterwards.
-void LiveReload::takeSharedRoutes(Made& made) const {
+void LiveReload::takeSharedRoutes(Made& made) {
     constexpr int longest = 100'000; // steps
     if (!*parts_.ipRoutes) {
         return;
     }
-    made.reader = parts_.state->tables().tables().another();
+    made.reader = std::move(reader_);
     made.ipRoutes.emplace(made.reader, parts_.tables->ports, made.tables.vrfs);
     for (int i = 0; i < longest && !ends_ && !made.ipRoutes->refresh(); ++i) {
         try {

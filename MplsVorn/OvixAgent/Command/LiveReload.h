@@ -56,9 +56,10 @@ class LiveReload final : public Reloading {
     };
     using Prepared = Tessel::Result<std::unique_ptr<Made>>;
 
-    Prepared prepare() const;
-    Prepared prepareOrRefuse() const;
-    void takeSharedRoutes(Made& made) const;
+    Ptr<Tessel::TableReader> readerOfShared() const;
+    Prepared prepare();
+    Prepared prepareOrRefuse();
+    void takeSharedRoutes(Made& made);
     void swap(Made& made);
 
     const RunOptions* options_;
@@ -67,6 +68,7 @@ class LiveReload final : public Reloading {
     OvixLog::Log* log_;
     bool isPreparing_ = false;
     bool again_ = false;                   ///< asked for while another is being prepared
+    Ptr<Tessel::TableReader> reader_;      ///< the other thread's until it is prepared
     std::optional<Prepared> prepared_;     ///< the other thread's until it is prepared
     std::atomic<bool> isPrepared_ = false; ///< and not taken over yet
     std::atomic<bool> ends_ = false;

@@ -26,6 +26,14 @@ void addChecks(const RunOptions& options, const FastPath& fastPath,
     }
 }
 
+void watchTables(AgentState& state, OvixLog::Log& log) {
+    if (TablesWatch* const watch = state.tablesWatch()) {
+        for (const std::string& news : watch->look()) {
+            log("tables", news);
+        }
+    }
+}
+
 /// The parts of a live run.
 class LiveAgent {
   public:
@@ -58,7 +66,8 @@ class LiveAgent {
     Summary run() {
         LiveRun({&state_->tables(), &forwarder_, &fastPath_, &ports_, &links_, &answers_,
                  ipRoutes_ ? &*ipRoutes_ : nullptr, pseudowires_ ? &*pseudowires_ : nullptr,
-                 control_.get(), &reload_, carrier_ ? &*carrier_ : nullptr})
+                 control_.get(), &reload_, carrier_ ? &*carrier_ : nullptr,
+                 [this] { watchTables(*state_, *log_); }})
             .run([this](const std::string& news) { (*log_)("ports", news); });
         Summary summary = summaryOf(options_, *state_, forwarder_);
         for (const NamedCounter& counter : counters()) {
@@ -151,7 +160,7 @@ std::vector<std::string> inputPaths(const RunOptions& options) {
 }
 
 Summary forwardCaptures(const RunOptions& options, const AgentConfig& config, CaptureMerge& input,
-                        AgentState& state) {
+                        AgentState& state, OvixLog::Log& log) {
     CaptureOutputs outputs(options.outDirectory, inputPaths(options), config,
                            input.hasMicroseconds() ? TimePrecision::microseconds
                                                    : TimePrecision::nanoseconds);
@@ -173,7 +182,9 @@ Summary forwardCaptures(const RunOptions& options, const AgentConfig& config, Ca
     CliProgress progress = CliProgress::onTerminal(options.quiet);
     const std::unique_ptr<ControlServer> control = serveControl(options, state, forwarder);
     const int stopSignal =
-        CaptureRun{&input, &state.tables(), &fastPath, control.get(), &progress}.forwardAll();
+        CaptureRun{&input,        &state.tables(), &fastPath,
+                   control.get(), &progress,       [&] { watchTables(state, log); }}
+            .forwardAll();
     outputs.close();
 
     Summary summary = summaryOf(options, state, forwarder);
@@ -188,7 +199,7 @@ Summary forwardCaptures(const RunOptions& options, const AgentConfig& config, Ca
     return summary;
 }
 
-Tessel::Result<Summary> runOnCaptures(const RunOptions& options) {
+Tessel::Result<Summary> runOnCaptures(const RunOptions& options, OvixLog::Log& log) {
     const Tessel::Result<AgentConfig> config = loadConfig(options.config);
     if (!config) {
         return config.refused();
@@ -201,14 +212,14 @@ Tessel::Result<Summary> runOnCaptures(const RunOptions& options) {
     if (!state) {
         return state.refused();
     }
-    return forwardCaptures(options, config.value(), input, *state.value());
+    return forwardCaptures(options, config.value(), input, *state.value(), log);
 }
 
 } // namespace
 
 int run(const RunOptions& options, OvixLog::Log& log) {
     try {
-        const auto summary = options.live ? runLive(options, log) : runOnCaptures(options);
+        const auto summary = options.live ? runLive(options, log) : runOnCaptures(options, log);
         if (summary) {
             return report(options, summary.value(), log);
         }

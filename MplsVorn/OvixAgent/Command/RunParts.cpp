@@ -20,8 +20,12 @@ Tessel::Result<std::unique_ptr<AgentState>> makeState(const AgentConfig& config,
     return std::make_unique<AgentState>(config, openSharedTables(options.tables));
 }
 
-void addTables(const RunOptions& options, const Mpls::PublishedTables& tables, Summary& summary) {
+void addTables(const RunOptions& options, const AgentState& state, Summary& summary) {
+    const Mpls::PublishedTables& tables = state.tables();
     summary.tables = {options.tables, tables.tables().generation(), tables.corruptionsDetected()};
+    if (const TablesWatch* const watch = state.tablesWatch()) {
+        summary.tables.problem = watch->problem();
+    }
     if (summary.tables.corruptions > 0) {
         summary.problems.push_back(fmt::format("the label tables are damaged: {} times, last: {}",
                                                summary.tables.corruptions,
@@ -52,7 +56,7 @@ Summary summaryOf(const RunOptions& options, const AgentState& state, const Forw
     Summary summary;
     forwarder.addTo(summary);
     summary.labels = labelTraffic(*state.manager()->pktCounterCollectionHolder());
-    addTables(options, state.tables(), summary);
+    addTables(options, state, summary);
     return summary;
 }
 

@@ -28,6 +28,13 @@ bool endsWord(char c) {
     return ends.find(c) != std::string_view::npos;
 }
 
+bool isInComment(const std::string& text, std::string::const_iterator word) {
+    const auto at = static_cast<std::size_t>(word - text.begin());
+    const std::size_t line = at == 0 ? 0 : text.rfind('\n', at - 1) + 1;
+    const std::size_t mark = text.find('#', line);
+    return mark < at && (mark == line || text[mark - 1] == ' ' || text[mark - 1] == '\t');
+}
+
 /// The parser takes long for very long words, so they are refused before it sees them.
 void checkSizes(const std::string& text, const std::string& file) {
     if (text.size() > ConfigLimit::bytes) {
@@ -37,8 +44,9 @@ void checkSizes(const std::string& text, const std::string& file) {
     for (auto word = text.begin(); word != text.end();) {
         const auto end = std::find_if(word, text.end(), endsWord);
         if (static_cast<std::size_t>(end - word) > ConfigLimit::wordBytes) {
-            throw ConfigError(fmt::format("{}:{}: a word of {} bytes; it has at most {}", file,
+            throw ConfigError(fmt::format("{}:{}: a word of {} bytes{}; it has at most {}", file,
                                           1 + std::count(text.begin(), word, '\n'), end - word,
+                                          isInComment(text, word) ? " in a comment" : "",
                                           ConfigLimit::wordBytes));
         }
         word = end != text.end() ? end + 1 : end;
@@ -129,6 +137,11 @@ class ConfigDocument::Builder : public YAML::EventHandler {
     }
     void begin(const YAML::Mark& mark, YAML::anchor_t anchor, Kind kind) {
         add(mark, anchor, kind);
+        if (open_.size() == ConfigLimit::depth) {
+            fail(mark, fmt::format("lists and maps are nested more than {} deep; a configuration "
+                                   "needs fewer",
+                                   ConfigLimit::depth));
+        }
         open_.push_back({waiting_.back(), waiting_.size(), anchor, values_ - 1});
     }
     void end(std::size_t nodesPerEntry) {

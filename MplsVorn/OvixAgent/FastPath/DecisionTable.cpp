@@ -38,7 +38,7 @@ bool DecisionTable::takeChanges() {
         }
         adjacencyChanges_.restart();
         adjacencyChanges_.look(allPages, [this](std::uint32_t key) { makeAdjacencyVoid(key); });
-        seen_ = published_->tables().generation();
+        seen_ = published_->tables().held();
     } catch (const Tessel::CorruptionDetected&) {
         voidAll(); // what the damaged page has is unknown; the next call goes on behind it
         return false;

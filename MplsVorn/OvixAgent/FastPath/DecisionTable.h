@@ -23,7 +23,7 @@ class DecisionTable {
 
     /// Takes over what has changed up to the generation held. False while that cannot be read: no
     /// decision may be used then.
-    bool refresh() { return seen_ == published_->tables().generation() || takeChanges(); }
+    bool refresh() { return seen_ == published_->tables().held() || takeChanges(); }
     /// Makes all decisions void.
     void voidAll() noexcept { ++stamp_; }
 
@@ -66,7 +66,7 @@ class DecisionTable {
     Tessel::LazyArray<Link> links_;                ///< by label
     Tessel::LazyArray<std::uint32_t> ofAdjacency_; ///< the first label + 1; 0: none
     std::uint32_t stamp_ = 1;
-    std::uint64_t seen_ = 0; ///< generation
+    std::uint64_t seen_ = 0; ///< what the reader held then
 };
 
 } // namespace OvixAgent

@@ -8,7 +8,7 @@ SharedIpRoutes::SharedIpRoutes(Ptr<const Tessel::TableReader> tables, const Port
                                Ptr<VrfRoot> vrfs)
     : ports_(&ports), vrfs_(std::move(vrfs)), routes_(tables), tables_(std::move(tables)),
       changes_(Tessel::TableChanges::fromNothing(tables_, routes_.table())),
-      generation_(tables_->generation()) {}
+      held_(tables_->held()) {}
 
 void SharedIpRoutes::startOver(Ptr<VrfRoot> vrfs) {
     vrfs_ = std::move(vrfs);
@@ -20,13 +20,13 @@ void SharedIpRoutes::startOver(Ptr<VrfRoot> vrfs) {
 void SharedIpRoutes::readerIs(Ptr<const Tessel::TableReader> tables) {
     routes_ = L3::Routes(tables);
     changes_.readerIs(tables);
-    generation_ = tables->generation();
+    held_ = tables->held();
     tables_ = std::move(tables);
 }
 
 bool SharedIpRoutes::refresh() {
-    if (tables_->generation() != generation_) [[unlikely]] {
-        generation_ = tables_->generation();
+    if (tables_->held() != held_) [[unlikely]] {
+        held_ = tables_->held();
         changes_.restart();
     }
     if (changes_.done()) [[likely]] {

@@ -48,7 +48,7 @@ class SharedIpRoutes {
     L3::Routes routes_;
     Ptr<const Tessel::TableReader> tables_;
     Tessel::TableChanges changes_;
-    std::uint64_t generation_;
+    std::uint64_t held_;                              ///< by the reader, as last seen
     std::unordered_map<std::uint32_t, Target> taken_; ///< by place
     std::map<Target, std::uint32_t> placeOf_;         ///< that a route was last taken from
 };

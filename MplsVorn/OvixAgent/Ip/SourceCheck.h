@@ -33,7 +33,7 @@ inline std::string_view sourceFault(const Fib& fib, const Lumo::IpGenAddr& sourc
         return Reason::martianSource;
     }
     if (asked != ReversePath::off && !isReverseRouted(fib, source, asked, port)) [[unlikely]] {
-        return Reason::reversePath;
+        return asked == ReversePath::loose ? Reason::noReverseRoute : Reason::reversePath;
     }
     return {};
 }

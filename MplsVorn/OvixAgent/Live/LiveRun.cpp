@@ -128,6 +128,7 @@ void LiveRun::forward(const Frame& frame) {
 }
 
 void LiveRun::refresh() {
+    parts_.betweenBursts();
     parts_.tables->refresh();
     if (parts_.pseudowires != nullptr) {
         parts_.pseudowires->refresh();

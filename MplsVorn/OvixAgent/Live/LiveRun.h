@@ -54,6 +54,7 @@ class LiveRun {
         ControlServer* control;
         Reloading* reloading;
         Carrier* carrier;
+        std::function<void()> betweenBursts;
     };
 
     /// Blocks SIGINT, SIGTERM and SIGHUP, which `run` handles. Throws std::system_error.

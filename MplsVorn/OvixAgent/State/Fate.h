@@ -87,6 +87,7 @@ inline constexpr std::string_view multicast = "IP multicast not routed";
 inline constexpr std::string_view martianDestination = "IP destination never on a wire";
 inline constexpr std::string_view martianSource = "IP source never to be forwarded";
 inline constexpr std::string_view reversePath = "IP source not reached by the port it came in at";
+inline constexpr std::string_view noReverseRoute = "IP source not reached by any route";
 inline constexpr std::string_view labelToGroup = "Unicast label in a frame to a group of stations";
 inline constexpr std::string_view ipToGroup = "IP unicast in a frame to a group of stations";
 inline constexpr std::string_view delivered = "Multicast delivered to the CPU";

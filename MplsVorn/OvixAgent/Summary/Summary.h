@@ -53,6 +53,7 @@ struct TablesState {
     std::string name; ///< empty: the configuration's own
     std::uint64_t generation = 0;
     std::uint64_t corruptions = 0; ///< damaged records read
+    std::string problem = {};      ///< what is wrong with their file
 };
 
 struct NamedCounter {
@@ -106,7 +107,7 @@ std::string summaryTable(const Summary& summary);
 ///  "replicas", "exceptions": {"frames", "bytes"}, "labels": [{"label", "packets", "bytes"}],
 ///  "pseudowires": [{"name", "sent", "delivered": {"frames", "bytes"}}],
 ///  "counters": [{"category", "module", "reason", "count"}],
-///  "tables": {"name", "generation", "corruptions"}, "problems": [TEXT]}.
+///  "tables": {"name", "generation", "corruptions", "problem"}, "problems": [TEXT]}.
 /// Every key is always present.
 std::string summaryJson(const Summary& summary);
 

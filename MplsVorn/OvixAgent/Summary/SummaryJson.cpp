@@ -66,7 +66,8 @@ Json countersJson(const std::vector<NamedCounter>& counters) {
 Json tablesJson(const TablesState& tables) {
     return {{"name", tables.name},
             {"generation", tables.generation},
-            {"corruptions", tables.corruptions}};
+            {"corruptions", tables.corruptions},
+            {"problem", tables.problem.empty() ? Json(nullptr) : Json(tables.problem)}};
 }
 
 /// What comes from outside need not be UTF-8, but JSON is.

@@ -29,6 +29,9 @@ AgentState::AgentState(const AgentConfig& config, Ptr<Tessel::TableReader> table
                        const std::string& systemName)
     : entities_(Tessel::make<Tessel::EntityManager>(systemName, true)),
       published_(std::move(tables)) {
+    if (published_.tables().memory() != nullptr) {
+        watch_.emplace(published_);
+    }
     publishState(config);
     publishTables();
     auto manager = Tessel::make<Ovix::PluginManager>();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "Config/Config.h"
@@ -8,6 +9,7 @@
 #include "Published/PublishedTables.h"
 #include "Published/TablePublisher.h"
 #include "State/EthIntfStatusDir.h"
+#include "Tables/TablesWatch.h"
 #include "Tessel/EntityManager.h"
 
 namespace OvixAgent {
@@ -40,6 +42,9 @@ class AgentState {
     const Ptr<Interface::EthIntfStatusDir>& interfaces() const noexcept { return interfaces_; }
     Mpls::PublishedTables& tables() noexcept { return published_; }
     const Mpls::PublishedTables& tables() const noexcept { return published_; }
+    /// Of the file of tables that somebody else publishes; null when there is none.
+    TablesWatch* tablesWatch() noexcept { return watch_ ? &*watch_ : nullptr; }
+    const TablesWatch* tablesWatch() const noexcept { return watch_ ? &*watch_ : nullptr; }
 
   private:
     AgentState(const AgentConfig& config, std::unique_ptr<Mpls::TablePublisher> own,
@@ -50,6 +55,7 @@ class AgentState {
     std::unique_ptr<Mpls::TablePublisher> own_;
     Ptr<Tessel::EntityManager> entities_;
     Mpls::PublishedTables published_;
+    std::optional<TablesWatch> watch_;
     Ptr<Interface::EthIntfStatusDir> interfaces_ = Tessel::make<Interface::EthIntfStatusDir>();
     Ptr<Ovix::PluginContext> context_;
 };

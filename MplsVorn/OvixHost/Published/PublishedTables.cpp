@@ -47,12 +47,7 @@ void PublishedTables::takeNewest() {
     noticeSubscribers();
     try {
         if (tables_->refresh()) {
-            for (Watched& watched : watched_) {
-                if (watched.changes) {
-                    watched.changes->restart();
-                }
-            }
-            noticeSubscribers();
+            restartChanges();
         }
     } catch (const Tessel::CorruptionDetected& corruption) {
         corruptionDetected(corruption.what());
@@ -60,6 +55,22 @@ void PublishedTables::takeNewest() {
     for (Watched& watched : watched_) {
         report(watched);
     }
+}
+
+void PublishedTables::memoryIs(Tessel::TableMemory memory) {
+    tables_->memoryIs(std::move(memory));
+    Tessel::Changes::notice();
+    restartChanges();
+    reporting_ = true;
+}
+
+void PublishedTables::restartChanges() {
+    for (Watched& watched : watched_) {
+        if (watched.changes) {
+            watched.changes->restart();
+        }
+    }
+    noticeSubscribers();
 }
 
 void PublishedTables::report(Watched& watched) {

@@ -44,6 +44,10 @@ class PublishedTables {
         }
     }
 
+    /// Goes over to tables of the same kind in other memory, and reports what differs as `refresh`
+    /// does. Throws Tessel::CorruptionDetected, with nothing changed, when it holds none.
+    void memoryIs(Tessel::TableMemory memory);
+
     /// Tables' corruptions detected so far, in all.
     std::uint64_t corruptionsDetected() const noexcept;
     /// One of them; empty while there is none.
@@ -59,6 +63,7 @@ class PublishedTables {
     };
 
     void takeNewest();
+    void restartChanges();
     void report(Watched& watched);
     void corruptionDetected(const char* message) const;
 

@@ -1,5 +1,6 @@
 #include "Tables/TableChanges.h"
 
+#include <algorithm>
 #include <cassert>
 #include <utility>
 
@@ -9,6 +10,13 @@ namespace Tessel {
 
 using namespace TableLayout;
 
+namespace {
+
+/// No page is made in such a generation.
+constexpr std::uint64_t notSeen = ~std::uint64_t{0};
+
+} // namespace
+
 TableChanges::TableChanges(Ptr<const TableReader> tables, std::size_t table)
     : TableChanges(std::move(tables), table, Seen::nothing) {
     while (!done()) {
@@ -17,6 +25,17 @@ TableChanges::TableChanges(Ptr<const TableReader> tables, std::size_t table)
         } catch (const CorruptionDetected&) {
             // What cannot be read counts as seen, and empty.
         }
+    }
+}
+
+void TableChanges::compareAll() noexcept {
+    toSee_ = directoryPages;
+    changedIn_ = tables_->changedIn(table_);
+    if (tables_->identity() != identity_) {
+        identity_ = tables_->identity();
+        std::replace_if(
+            madeIn_.begin(), madeIn_.end(), [](std::uint64_t madeIn) { return madeIn != 0; },
+            notSeen);
     }
 }
 

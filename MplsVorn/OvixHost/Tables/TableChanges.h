@@ -45,9 +45,8 @@ class TableChanges {
     /// beginning where the last comparison ended, so that pages that change all the time do not
     /// keep others from being seen.
     void restart() noexcept {
-        if (tables_->changedIn(table_) != changedIn_) {
-            toSee_ = TableLayout::directoryPages;
-            changedIn_ = tables_->changedIn(table_);
+        if (tables_->changedIn(table_) != changedIn_ || tables_->identity() != identity_) {
+            compareAll();
         }
     }
     /// Another reader of the same tables, whatever generation it holds: what differs from what has
@@ -67,6 +66,7 @@ class TableChanges {
 
     using Page = std::array<std::uint64_t, TableLayout::pageEntries>;
 
+    void compareAll() noexcept;
     void skip() noexcept {
         assert(toSee_ > 0);
         next_ = (next_ + 1) % TableLayout::directoryPages;
@@ -87,6 +87,7 @@ class TableChanges {
     std::size_t next_ = 0;        ///< page
     std::size_t toSee_ = 0;       ///< pages, from there on
     std::uint64_t changedIn_ = 0; ///< of the table, as last restarted
+    std::uint64_t identity_ = 0;  ///< of the tables, likewise
     std::array<std::uint64_t, TableLayout::directoryPages> madeIn_{}; ///< of the pages seen
     std::array<std::unique_ptr<Page>, TableLayout::directoryPages> pages_;
     std::vector<std::uint32_t> changed_; ///< seen and not reported yet

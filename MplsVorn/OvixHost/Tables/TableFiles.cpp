@@ -107,6 +107,26 @@ std::string lockOf(const std::string& name) {
     return name + ":lock"; // no tables have such a name
 }
 
+/// The name of tables that are being made.
+std::string newOf(const std::string& name) {
+    return name + ":new";
+}
+
+// Whoever has the lock makes them; what one has left who was killed is made anew.
+FileDescriptor newTables(const Directory& directory, const std::string& name,
+                         const std::function<void(const FileDescriptor&)>& makeRoom) {
+    unlinkat(directory.value(), newOf(name).c_str(), 0);
+    FileDescriptor made =
+        directory.file(newOf(name), O_RDWR | O_CREAT | O_EXCL, 0640, S_IWGRP | S_IRWXO);
+    if (makeRoom) {
+        makeRoom(made);
+    }
+    if (renameat(directory.value(), newOf(name).c_str(), directory.value(), name.c_str()) != 0) {
+        refuseFiles(name, "cannot name the file");
+    }
+    return made;
+}
+
 /// Who has the tables, as far as they say.
 std::string writerOf(const Directory& directory, const std::string& name) {
     std::uint64_t process = 0;
@@ -157,10 +177,21 @@ FileDescriptor TableFiles::openForReading(const std::string& name) {
     return Directory(name, ofRoot, false).tables(O_RDONLY);
 }
 
-TableFiles::Writing TableFiles::openForWriting(const std::string& name) {
+TableFiles::Writing
+TableFiles::openForWriting(const std::string& name,
+                           const std::function<void(const FileDescriptor&)>& makeRoom) {
     const Directory directory(name, TableFiles::directory(), true);
     FileDescriptor locked = lockIn(directory, name);
-    return {directory.tables(O_RDWR | O_CREAT), std::move(locked)};
+    if (faccessat(directory.value(), name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0) {
+        return {directory.tables(O_RDWR), std::move(locked)};
+    }
+    try {
+        return {newTables(directory, name, makeRoom), std::move(locked)};
+    } catch (...) {
+        unlinkat(directory.value(), newOf(name).c_str(), 0);
+        unlinkat(directory.value(), lockOf(name).c_str(), 0);
+        throw;
+    }
 }
 
 bool TableFiles::remove(const std::string& name) {

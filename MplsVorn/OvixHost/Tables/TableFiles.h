@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "Posix/FileDescriptor.h"
@@ -23,8 +24,11 @@ struct Writing {
     Posix::FileDescriptor file;
     Posix::FileDescriptor lock; ///< locked as long as it is open
 };
-/// Makes what is missing. Throws TablesBusy while another process has the lock.
-Writing openForWriting(const std::string& name);
+/// Makes what is missing: `makeRoom`, which may throw, gives a new file its size before there is
+/// any of that name. Nothing new is left when that fails. Throws TablesBusy while another process
+/// has the lock.
+Writing openForWriting(const std::string& name,
+                       const std::function<void(const Posix::FileDescriptor&)>& makeRoom = {});
 
 /// Removes both files; false when there were no tables. Who has them open keeps them.
 bool remove(const std::string& name);

@@ -98,7 +98,7 @@ struct TableHeader {
     std::uint64_t current; ///< TableRef of the root
     std::uint64_t
         horizon; ///< sealed: what only generations before this one reach may be overwritten
-    std::uint64_t reserved;
+    std::uint64_t identity; ///< another one each time that the tables are begun anew or repaired
     std::array<TableName, maxTables> names;
 };
 static_assert(offsetof(TableHeader, version) == 8 && offsetof(TableHeader, regionBytes) == 16 &&

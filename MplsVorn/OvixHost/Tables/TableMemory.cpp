@@ -53,13 +53,15 @@ TableMemory TableMemory::ofProcess(std::size_t bytes) {
     return made;
 }
 
-TableMemory TableMemory::opened(const std::string& name) {
+TableMemory TableMemory::opened(const std::string& name, std::size_t bytes) {
     checkName(name);
     TableMemory made;
     made.name_ = name;
-    TableFiles::Writing files = TableFiles::openForWriting(name);
+    TableFiles::Writing files = TableFiles::openForWriting(
+        name, [&](const Posix::FileDescriptor& file) { sizeIs(name, file, bytes); });
     made.file_ = std::move(files.file);
     made.lock_ = std::move(files.lock);
+    made.foundBytes_ = made.fileSize();
     return made;
 }
 
@@ -72,37 +74,40 @@ std::size_t TableMemory::fileSize() const {
 }
 
 // A reader that finds a size reads what is there: the beginning has its memory before.
-void TableMemory::sizeIs(std::size_t bytes) {
-    if (fallocate(file_.value(), FALLOC_FL_KEEP_SIZE, 0,
+void TableMemory::sizeIs(const std::string& name, const Posix::FileDescriptor& file,
+                         std::size_t bytes) {
+    if (fallocate(file.value(), FALLOC_FL_KEEP_SIZE, 0,
                   static_cast<off_t>(std::min(bytes, reserveStep))) != 0 ||
-        ftruncate(file_.value(), static_cast<off_t>(bytes)) != 0) {
-        refuse(name_, "make room in shared memory");
+        ftruncate(file.value(), static_cast<off_t>(bytes)) != 0) {
+        const int error = errno;
+        const std::string where = TableFiles::directory();
+        errno = error;
+        refuse(name, ("make room in " + where).c_str());
     }
 }
 
 TableMemory TableMemory::sharedForWriting(const std::string& name, std::size_t bytes) {
-    TableMemory made = opened(name);
-    if (made.fileSize() == 0) {
-        made.sizeIs(bytes);
-    } else if (made.fileSize() < TableLayout::heapBytesOffset) {
+    TableMemory made = opened(name, bytes);
+    if (made.foundBytes() < TableLayout::heapBytesOffset) {
         errno = ENODATA;
-        refuse(name, "use shared memory that has been cut short");
+        refuse(name, "use a file that has been cut short; \"ovixctl tables repair\" makes it "
+                     "usable again");
     }
-    made.map(made.fileSize(), true);
+    made.map(made.foundBytes(), true);
     return made;
 }
 
 TableMemory TableMemory::sharedForRepair(const std::string& name, std::size_t bytes) {
     checkName(name);
     TableFiles::openForReading(name); // makes none
-    TableMemory made = opened(name);
+    TableMemory made = opened(name, bytes);
     std::uint64_t own = 0;
     const ssize_t got = pread(made.file_.value(), &own, sizeof own,
                               offsetof(TableLayout::TableHeader, regionBytes));
     const bool isSize = got == sizeof own && own % TableLayout::heapBytesOffset == 0 && own > 0 &&
                         own <= defaultBytes;
     const std::size_t wanted = isSize ? std::size_t{own} : bytes;
-    if (made.fileSize() != wanted) {
+    if (made.foundBytes() != wanted) {
         made.sizeIs(wanted);
     }
     made.map(wanted, true);
@@ -132,6 +137,10 @@ void TableMemory::map(std::size_t bytes, bool writing) {
     }
     madvise(memory, bytes, MADV_HUGEPAGE);
     bytes_ = {static_cast<std::byte*>(memory), bytes};
+    struct stat found {};
+    if (fstat(file_.value(), &found) == 0) {
+        identity_ = {found.st_dev, found.st_ino};
+    }
     MappedFiles::add(bytes_, writing);
 }
 
@@ -149,6 +158,27 @@ TableMemory::~TableMemory() {
 
 bool TableMemory::wasLost() const noexcept {
     return MappedFiles::wasLost(bytes_.data());
+}
+
+TableMemory::Now TableMemory::now() const {
+    try {
+        const Posix::FileDescriptor file = TableFiles::openForReading(name_);
+        struct stat found {};
+        if (fstat(file.value(), &found) != 0) {
+            return Now::removed;
+        }
+        if (std::pair(found.st_dev, found.st_ino) != identity_) {
+            return Now::replaced;
+        }
+        if (static_cast<std::size_t>(found.st_size) < bytes_.size()) {
+            return Now::cutShort;
+        }
+        return wasLost() ? Now::replaced : Now::same;
+    } catch (const std::system_error& refused) {
+        const bool isUnknown = refused.code() == std::errc::too_many_files_open ||
+                               refused.code() == std::errc::too_many_files_open_in_system;
+        return isUnknown ? Now::same : Now::removed;
+    }
 }
 
 // Memory is reserved from the start on, in steps.

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <span>
 #include <string>
+#include <sys/types.h>
 #include <utility>
 
 #include "Posix/FileDescriptor.h"
@@ -22,7 +24,8 @@ class TableMemory {
     static TableMemory none() noexcept { return {}; }
     /// Opens the named memory for the only writer there may be, and makes it when there is none;
     /// see TableFiles. Throws TablesBusy while another writer has it, std::system_error when the
-    /// system refuses, has no memory left, or when the files are not to be trusted.
+    /// system refuses, has no memory left, when the file has been cut short, or when the files are
+    /// not to be trusted.
     static TableMemory sharedForWriting(const std::string& name, std::size_t bytes = defaultBytes);
     /// Opens the named memory for reading alone. Throws std::system_error when there is none or
     /// when it is not to be trusted.
@@ -48,6 +51,18 @@ class TableMemory {
     /// Whether the file was cut short, or could not be read, since it was mapped: then all of the
     /// memory has become zeros, which nobody else sees.
     bool wasLost() const noexcept;
+    /// How large the file was when it was opened for writing or repair.
+    std::size_t foundBytes() const noexcept { return foundBytes_; }
+
+    /// What the name leads to.
+    enum class Now : std::uint8_t {
+        same,     ///< this file, all of it
+        cutShort, ///< this file, which has become shorter
+        replaced, ///< another file, or this one with memory that is not what was mapped
+        removed   ///< no file, or none that may be read
+    };
+    Now now() const;
+
     /// How much of a file there is, from the start.
     std::size_t bytesInUse() const noexcept;
 
@@ -60,19 +75,25 @@ class TableMemory {
         name_.swap(other.name_);
         std::swap(bytes_, other.bytes_);
         std::swap(ensured_, other.ensured_);
+        std::swap(foundBytes_, other.foundBytes_);
+        std::swap(identity_, other.identity_);
         std::swap(file_, other.file_);
         std::swap(lock_, other.lock_);
     }
-    static TableMemory opened(const std::string& name);
-    void sizeIs(std::size_t bytes);
+    static TableMemory opened(const std::string& name, std::size_t bytes);
+    void sizeIs(std::size_t bytes) { sizeIs(name_, file_, bytes); }
+    static void sizeIs(const std::string& name, const Posix::FileDescriptor& file,
+                       std::size_t bytes);
     std::size_t fileSize() const;
     void map(std::size_t bytes, bool writing);
 
     std::string name_;
     std::span<std::byte> bytes_;
     std::size_t ensured_ = 0;
-    Posix::FileDescriptor file_; ///< open as long as a writer has shared memory
-    Posix::FileDescriptor lock_; ///< likewise, and locked
+    std::size_t foundBytes_ = 0;
+    std::pair<dev_t, ino_t> identity_{}; ///< of the file
+    Posix::FileDescriptor file_;         ///< open as long as a writer has shared memory
+    Posix::FileDescriptor lock_;         ///< likewise, and locked
 };
 
 } // namespace Tessel

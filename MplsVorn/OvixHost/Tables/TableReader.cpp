@@ -23,17 +23,50 @@ std::uint64_t TableLayout::checkOf(const TableHeader& header) noexcept {
 
 using namespace TableLayout;
 
+namespace {
+
+std::span<const std::uint64_t> wordsOf(std::span<const std::byte> memory) noexcept {
+    return {reinterpret_cast<const std::uint64_t*>(memory.data()), memory.size() / unitBytes};
+}
+
+/// Of tables of any size.
+std::uint64_t kindOf(TableHeader header) noexcept {
+    header.regionBytes = 0;
+    return checkOf(header);
+}
+
+} // namespace
+
 TableReader::TableReader(TableMemory memory)
-    : memory_(std::move(memory)), name_(memory_.name()),
-      words_(reinterpret_cast<const std::uint64_t*>(memory_.bytes().data()),
-             memory_.bytes().size() / unitBytes) {
+    : memory_(std::make_shared<const TableMemory>(std::move(memory))), name_(memory_->name()),
+      words_(wordsOf(memory_->bytes())) {
     open();
 }
 
 TableReader::TableReader(std::string name, std::span<const std::byte> memory)
-    : memory_(TableMemory::none()), name_(std::move(name)),
-      words_(reinterpret_cast<const std::uint64_t*>(memory.data()), memory.size() / unitBytes) {
+    : name_(std::move(name)), words_(wordsOf(memory)) {
     open();
+}
+
+Ptr<TableReader> TableReader::another() const {
+    auto made = make<TableReader>(name_, std::as_bytes(words_));
+    made->memory_ = memory_;
+    return made;
+}
+
+void TableReader::memoryIs(TableMemory memory) {
+    const TableReader opened(std::move(memory));
+    if (opened.kind_ != kind_) {
+        throw CorruptionDetected(name_ + ": other tables than before");
+    }
+    memory_ = opened.memory_;
+    words_ = opened.words_;
+    current_ = opened.current_;
+    root_ = opened.root_;
+    identity_ = opened.identity_;
+    horizon_ = opened.horizon_;
+    refused_.reset();
+    ++held_;
 }
 
 void TableReader::open() {
@@ -56,6 +89,7 @@ void TableReader::open() {
     if (header().check != checkOf(header())) {
         corrupt("check of the header", header().check);
     }
+    kind_ = kindOf(header());
     horizon_ = TableLayout::load(header().horizon);
     horizonGeneration(horizon_);
     pinNewest();
@@ -106,6 +140,7 @@ void TableReader::takeRoot(TableRef current) {
     // been checked.
     Root root{};
     std::array<std::uint64_t, rootWords> own{};
+    const std::uint64_t identity = TableLayout::load(header().identity);
     if (current.unit() < heapUnit || std::uint64_t{current.unit()} + rootWords >= words_.size()) {
         corrupt("root at unit", current.unit());
     }
@@ -119,7 +154,8 @@ void TableReader::takeRoot(TableRef current) {
                        static_cast<std::uint32_t>(hash) == current.check();
     std::memcpy(&root, own.data(), sizeof root);
     const std::uint64_t horizon = TableLayout::load(header().horizon);
-    if (TableLayout::load(header().current) != current.word) {
+    if (TableLayout::load(header().current) != current.word ||
+        TableLayout::load(header().identity) != identity) {
         throw SnapshotLost(name_ + ": a newer generation is there");
     }
     if (!whole) {
@@ -137,6 +173,8 @@ void TableReader::takeRoot(TableRef current) {
     }
     root_ = root;
     current_ = current;
+    identity_ = identity;
+    ++held_;
     refused_.reset();
     horizon_ = horizon;
 }

@@ -3,6 +3,7 @@
 #include <array>
 #include <cassert>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -35,13 +36,24 @@ class TableReader : public Counted {
         return newest != current_.word && newest != refused_;
     }
 
-    /// Another reader of the same memory, for another thread; this one has to outlive it. Throws as
-    /// the constructors do.
-    Ptr<TableReader> another() const { return make<TableReader>(name_, std::as_bytes(words_)); }
+    /// Another reader of the same memory, for another thread; memory that somebody else keeps has
+    /// to outlive it. Throws as the constructors do.
+    Ptr<TableReader> another() const;
+
+    /// Goes over to other memory with tables of the same kind. Throws CorruptionDetected, with
+    /// nothing changed, when it holds none.
+    void memoryIs(TableMemory memory);
+    /// Of the tables' file; null when somebody else keeps the memory.
+    const TableMemory* memory() const noexcept { return memory_.get(); }
 
     TableRef current() const noexcept { return current_; }
     const TableLayout::Root& root() const noexcept { return root_; }
     std::uint64_t generation() const noexcept { return root_.generation; }
+    /// Counts what this reader has held: generations, of whatever tables.
+    std::uint64_t held() const noexcept { return held_; }
+    /// Of the tables: where it has changed, generations and pages do not follow on from those
+    /// before.
+    std::uint64_t identity() const noexcept { return identity_; }
     /// Nanoseconds since 1970.
     std::uint64_t committedAt() const noexcept { return root_.committedAt; }
     const std::string& name() const noexcept { return name_; }
@@ -191,12 +203,15 @@ class TableReader : public Counted {
     std::uint64_t horizonGeneration(std::uint64_t word) const;
     [[noreturn]] void corrupt(std::string_view what, std::uint64_t at) const;
 
-    TableMemory memory_;
+    std::shared_ptr<const TableMemory> memory_; ///< null: somebody else keeps it
     std::string name_;
     std::span<const std::uint64_t> words_;
     TableRef current_;
     std::optional<std::uint64_t> refused_; ///< a damaged newest root, reported once
     TableLayout::Root root_{};
+    std::uint64_t held_ = 0;
+    std::uint64_t identity_ = 0;
+    std::uint64_t kind_ = 0;            ///< the check of what kind of tables these are
     mutable std::uint64_t horizon_ = 0; ///< as last seen, when it was fine
 };
 

@@ -14,6 +14,10 @@ using namespace TableLayout;
 TableRepair::TableRepair(TableMemory& memory, std::span<const TableDescription> tables)
     : memory_(&memory), inUse_(reinterpret_cast<const std::uint64_t*>(memory.bytes().data()),
                                memory.bytesInUse() / unitBytes) {
+    if (memory.foundBytes() < std::max(heapBytesOffset, sizeSaid())) {
+        findings_.push_back("the file had been cut short to " +
+                            std::to_string(memory.foundBytes()) + " bytes; it has its size again");
+    }
     repairHeader(tables);
     const bool isHorizonDamaged = repairHorizon();
     if (const std::optional<std::uint64_t> generation = currentGeneration()) {
@@ -23,6 +27,12 @@ TableRepair::TableRepair(TableMemory& memory, std::span<const TableDescription> 
     } else {
         repairCurrent();
     }
+}
+
+/// By a header that is whole; else 0.
+std::size_t TableRepair::sizeSaid() const {
+    const TableHeader& found = header();
+    return found.magic == magic && found.check == checkOf(found) ? found.regionBytes : 0;
 }
 
 // Everything before `check` and the names are the same as long as the tables live.
@@ -71,6 +81,7 @@ void TableRepair::repairCurrent() {
         store(header().magic, 0);
         return;
     }
+    store(header().identity, TableWriter::newIdentity());
     store(header().horizon, sealedHorizon(newest->root.generation));
     store(header().current, newest->ref.word);
     findings_.push_back("the current generation was damaged; generation " +

@@ -30,6 +30,7 @@ class TableRepair {
     TableLayout::TableHeader& header() const noexcept {
         return *reinterpret_cast<TableLayout::TableHeader*>(memory_->bytes().data());
     }
+    std::size_t sizeSaid() const;
     void repairHeader(std::span<const TableDescription> tables);
     bool repairHorizon();
     void repairCurrent();

@@ -4,6 +4,7 @@
 #include <cassert>
 #include <cstring>
 #include <limits>
+#include <random>
 #include <stdexcept>
 #include <unistd.h>
 
@@ -30,6 +31,11 @@ TableWriter::TableWriter(TableMemory memory, std::span<const TableDescription> t
     store(header().writer, static_cast<std::uint64_t>(getpid()));
 }
 
+std::uint64_t TableWriter::newIdentity() {
+    std::random_device random;
+    return std::uint64_t{random()} << 32U | random();
+}
+
 TableHeader TableWriter::newHeader(std::span<const TableDescription> tables,
                                    std::size_t regionBytes) {
     TableHeader made{};
@@ -38,6 +44,7 @@ TableHeader TableWriter::newHeader(std::span<const TableDescription> tables,
     made.tables = static_cast<std::uint32_t>(tables.size());
     made.regionBytes = regionBytes;
     made.horizon = sealedHorizon(0);
+    made.identity = newIdentity();
     for (std::size_t i = 0; i < tables.size(); ++i) {
         std::copy(tables[i].path.begin(), tables[i].path.end(), made.names[i].path.begin());
         std::copy(tables[i].typeName.begin(), tables[i].typeName.end(),
@@ -56,8 +63,22 @@ void TableWriter::initialize(std::span<const TableDescription> tables) {
     store(header().magic, magic);
 }
 
+// Not repaired here: changes may be lost by that, which somebody has to know.
+Ptr<TableReader> TableWriter::openOrAdvise() const {
+    try {
+        return make<TableReader>(name(), memory_.bytes());
+    } catch (const CorruptionDetected& damage) {
+        throw header().version != version
+            ? damage
+            : CorruptionDetected(damage.what() +
+                                 std::string("; \"ovixctl tables repair\" makes the "
+                                             "tables usable again"));
+    }
+}
+
 void TableWriter::takeOver(std::span<const TableDescription> tables) {
-    const TableReader reader(name(), memory_.bytes());
+    const Ptr<const TableReader> opened = openOrAdvise();
+    const TableReader& reader = *opened;
     for (std::size_t i = 0; i < tables.size(); ++i) {
         if (reader.table(tables[i].path, tables[i].typeName) != i) {
             throw CorruptionDetected(name() + ": tables in another order");

@@ -12,8 +12,11 @@
 #include "Tables/TableHeap.h"
 #include "Tables/TableLayout.h"
 #include "Tables/TableMemory.h"
+#include "Tessel/Ptr.h"
 
 namespace Tessel {
+
+class TableReader;
 
 /// A table as a set of tables is made with it.
 struct TableDescription {
@@ -36,6 +39,8 @@ class TableWriter {
     /// The header of tables that have no generation yet.
     static TableLayout::TableHeader newHeader(std::span<const TableDescription> tables,
                                               std::size_t regionBytes);
+    /// Of tables that are begun anew, or repaired.
+    static std::uint64_t newIdentity();
 
     const std::string& name() const noexcept { return memory_.name(); }
     std::span<std::byte> memory() const noexcept { return memory_.bytes(); }
@@ -96,6 +101,7 @@ class TableWriter {
         return reinterpret_cast<std::uint64_t*>(memory_.bytes().data());
     }
     void initialize(std::span<const TableDescription> tables);
+    Ptr<TableReader> openOrAdvise() const;
     void takeOver(std::span<const TableDescription> tables);
     void takeOut(std::size_t table, std::uint32_t key, bool wholePage);
     std::uint32_t ownBlock(std::uint32_t unit, std::size_t words);

@@ -21,7 +21,7 @@ Route Status::readRoute(RouteKey key) const {
         tables_->refuse("hardware route of label", label);
     }
     Recent& recent = recentOf(key);
-    recent.generation = tables_->generation();
+    recent.held = tables_->held();
     recent.route = Route::unpacked(key, entry.unit());
     recent.adjacencyRead = false;
     return recent.route;
@@ -30,11 +30,11 @@ Route Status::readRoute(RouteKey key) const {
 const Ptr<const Adjacency>& Status::readAdjacency(const Route& route) const {
     Recent& recent = recentOf(route.routeKey);
     // Another route may have taken the place meanwhile; then this one's takes it back.
-    recent.generation = 0;
+    recent.held = 0;
     recent.adjacency = adjacency(route.adjacencyKey);
     recent.route = route;
     recent.adjacencyRead = true;
-    recent.generation = tables_->generation();
+    recent.held = tables_->held();
     return recent.adjacency;
 }
 

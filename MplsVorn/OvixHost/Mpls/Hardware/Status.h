@@ -84,7 +84,7 @@ class Status : public Tessel::Entity, public Tessel::CorruptionHook {
   private:
     /// A route met not long ago. Within a generation nothing changes, so it need not be read again.
     struct Recent {
-        std::uint64_t generation = 0;
+        std::uint64_t held = 0; ///< what the reader held then
         Route route;
         Ptr<const Adjacency> adjacency;
         bool adjacencyRead = false;
@@ -93,7 +93,7 @@ class Status : public Tessel::Entity, public Tessel::CorruptionHook {
 
     Recent& recentOf(RouteKey key) const noexcept { return recent_[key.value() % recents]; }
     bool holds(const Recent& recent, RouteKey key) const noexcept {
-        return recent.route.routeKey == key && recent.generation == tables_->generation();
+        return recent.route.routeKey == key && recent.held == tables_->held();
     }
     Route readRoute(RouteKey key) const;
     const Ptr<const Adjacency>& readAdjacency(const Route& route) const;

@@ -101,6 +101,17 @@ TEST(ConfigDocument, AListThatManyRoutesShareIsCountedForEach) {
     EXPECT_NE(errorOf(text).find("at most 16000000 values"), std::string::npos);
 }
 
+TEST(ConfigDocument, DeepNestingIsRefusedNamingTheLimit) {
+    const auto nested = [](std::size_t depth) {
+        return "a: " + std::string(depth, '[') + std::string(depth, ']') + "\n";
+    };
+    const std::string limit =
+        "t.yaml:1: lists and maps are nested more than 100 deep; a configuration needs fewer";
+    EXPECT_EQ(errorOf(nested(ConfigLimit::depth)), limit); // the map counts, too
+    EXPECT_EQ(errorOf(nested(100'000)), limit);
+    EXPECT_NE(errorOf(nested(ConfigLimit::depth - 1)), limit);
+}
+
 TEST(ConfigDocument, VeryLongWordsAndFilesAreRefusedUnread) {
     const std::string word(ConfigLimit::wordBytes, 'x');
     EXPECT_EQ(errorOf("a: 1\nb: " + word + "x\n"),
@@ -108,6 +119,8 @@ TEST(ConfigDocument, VeryLongWordsAndFilesAreRefusedUnread) {
     EXPECT_EQ(errorOf("b: " + word + "\n").find("t.yaml:1: a word"), std::string::npos);
     EXPECT_EQ(errorOf(std::string(50'000'000, 'x') + ": 1\n"),
               "t.yaml:1: a word of 50000000 bytes; it has at most 65536");
+    EXPECT_EQ(errorOf("a: 1 #" + word + "x\n"),
+              "t.yaml:1: a word of 65537 bytes in a comment; it has at most 65536");
     EXPECT_EQ(errorOf(std::string(ConfigLimit::bytes + 1, '\n')),
               "t.yaml: a configuration has at most 104857600 bytes");
 }

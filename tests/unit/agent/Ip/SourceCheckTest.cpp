@@ -45,6 +45,7 @@ class SourceCheck : public IpRouting {
 
 constexpr const char* martian = "IP source never to be forwarded";
 constexpr const char* notReversed = "IP source not reached by the port it came in at";
+constexpr const char* notRouted = "IP source not reached by any route";
 constexpr const char* toSeveral = "IP unicast in a frame to a group of stations";
 constexpr const char* otherVlan = "VLAN without a sub-interface";
 
@@ -89,8 +90,8 @@ TEST_F(SourceCheck, TheReversePathIsAskedForAsThePortSays) {
         const char* fate;
     } cases[]{
         {ReversePath::off, "192.0.2.9", "forwarded"},
-        {ReversePath::loose, "192.0.2.9", notReversed},  // no route
-        {ReversePath::loose, "10.9.9.1", notReversed},   // a route that drops
+        {ReversePath::loose, "192.0.2.9", notRouted},    // no route
+        {ReversePath::loose, "10.9.9.1", notRouted},     // a route that drops
         {ReversePath::loose, "10.8.0.7", "forwarded"},   // by another port
         {ReversePath::strict, "192.0.2.9", notReversed}, //
         {ReversePath::strict, "10.8.0.7", notReversed},  // by another port

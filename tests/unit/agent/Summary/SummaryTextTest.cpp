@@ -83,7 +83,7 @@ TEST(SummaryJson, HoldsEverything) {
                          "delivered": {"frames": 1, "bytes": 60}}],
         "counters": [{"category": "Drop", "module": "Routing::Mpls",
                       "reason": "No labels resolved", "count": 2}],
-        "tables": {"name": "lab", "generation": 7, "corruptions": 2},
+        "tables": {"name": "lab", "generation": 7, "corruptions": 2, "problem": null},
         "problems": ["a.pcap is truncated after frame 12"]})"));
 }
 
@@ -106,7 +106,7 @@ TEST(SummaryJson, HasEveryKeyWhenThereIsNothing) {
         "punted": {"frames": 0, "reasons": {}}, "dropped": {"frames": 0, "reasons": {}},
         "handedOn": {"frames": 0, "reasons": {}}, "replicas": 0,
         "exceptions": {"frames": 0, "bytes": 0},
-        "labels": [], "pseudowires": [], "counters": [], "tables": {"name": "", "generation": 0, "corruptions": 0}, "problems": []})"));
+        "labels": [], "pseudowires": [], "counters": [], "tables": {"name": "", "generation": 0, "corruptions": 0, "problem": null}, "problems": []})"));
 }
 
 TEST(SummaryJson, KeepsTheOrderOfItsKeysAndPorts) {
@@ -148,9 +148,10 @@ TEST(ControlAnswers, HoldTheirParts) {
               R"({"ok":true,"labels":[{"label":100,"packets":7,"bytes":700}],"counters":[)"
               R"({"category":"Drop","module":"Routing::Mpls","reason":"No labels resolved",)"
               R"("count":2}]})");
-    EXPECT_EQ(statusAnswer(summary, "1.0"),
-              R"({"ok":true,"version":"1.0","tables":{"name":"","generation":0,"corruptions":0},)"
-              R"("frames":{"in":12,"forwarded":8,"punted":1,"dropped":3,"handedOn":1}})");
+    EXPECT_EQ(
+        statusAnswer(summary, "1.0"),
+        R"({"ok":true,"version":"1.0","tables":{"name":"","generation":0,"corruptions":0,"problem":null},)"
+        R"("frames":{"in":12,"forwarded":8,"punted":1,"dropped":3,"handedOn":1}})");
 }
 
 TEST(ControlRequests, NameACommand) {

@@ -74,8 +74,6 @@ TEST(TableMemory, MemoryNotYetWrittenIsNotRead) {
     EXPECT_NE(
         refusal([&] { TableMemory::sharedForReading(name); }).find("has not been written yet"),
         std::string::npos);
-    const TableMemory made = TableMemory::sharedForWriting(name, 8192); // as if it were not there
-    EXPECT_EQ(made.bytes().size(), 8192U);
 }
 
 TEST(TableMemory, IsSharedUnderItsNameAndKeepsItsSize) {
@@ -149,6 +147,21 @@ TEST(TableMemory, ARemovedNameLeavesTheMemoryToThoseWhoHaveIt) {
     old.bytes()[0] = std::byte{1};
     EXPECT_EQ(reading.bytes()[0], std::byte{1});
     EXPECT_EQ(made.bytes()[0], std::byte{0});
+}
+
+TEST(TableMemory, AnEmptyFileIsRefusedNamingTheRemedy) {
+    const SharedName name;
+    TableMemory::sharedForWriting(name, 8192);
+    const std::string path = Tessel::TableFiles::directory() + "/" + name.text();
+    ASSERT_EQ(truncate(path.c_str(), 0), 0);
+    EXPECT_NE(refusal([&] {
+                  TableMemory::sharedForWriting(name);
+              }).find("a file that has been cut short; \"ovixctl tables repair\""),
+              std::string::npos);
+    EXPECT_EQ(statusOf(name).st_size, 0);
+    TableMemory repaired = TableMemory::sharedForRepair(name, 8192);
+    EXPECT_EQ(repaired.foundBytes(), 0U);
+    EXPECT_EQ(repaired.bytes().size(), 8192U);
 }
 
 TEST(TableMemory, ASecondWriterIsRefusedNamingTheFirst) {

@@ -69,7 +69,7 @@ TEST_F(TableRepairTest, NothingIsDoneWhereNothingIsWrong) {
 TEST_F(TableRepairTest, AHeaderThatIsDamagedAnywhereLosesNothing) {
     for (std::size_t word = 0; word < sizeof(TableHeader) / 8; ++word) {
         if (word == offsetof(TableHeader, writer) / 8 ||
-            word == offsetof(TableHeader, reserved) / 8) {
+            word == offsetof(TableHeader, identity) / 8) {
             continue;
         }
         damage([&](TableHeader&, std::uint64_t* words) { words[word] ^= 0x100000; });
@@ -107,12 +107,39 @@ TEST_F(TableRepairTest, AFileThatWasCutShortGetsItsSizeBack) {
     const std::string path = Tessel::TableFiles::directory() + "/" + name.text();
     ASSERT_EQ(truncate(path.c_str(), 4096), 0);
     EXPECT_TRUE(isRefused());
-    EXPECT_EQ(repair(), Findings{"no generation is whole; all entries are lost"});
+    EXPECT_EQ(repair(),
+              (Findings{"the file had been cut short to 4096 bytes; it has its size again",
+                        "no generation is whole; all entries are lost"}));
     EXPECT_EQ(take(), std::vector<std::uint32_t>());
     ASSERT_EQ(truncate(path.c_str(), 100), 0);
     EXPECT_THROW(TableMemory::sharedForWriting(name), std::system_error);
-    EXPECT_EQ(repair().size(), 2U); // header and generation
+    EXPECT_EQ(repair().size(), 3U); // size, header and generation
     EXPECT_EQ(take(), std::vector<std::uint32_t>());
+}
+
+TEST_F(TableRepairTest, AFileCutBehindItsDataLosesNothingAndIsSaid) {
+    const std::string path = Tessel::TableFiles::directory() + "/" + name.text();
+    ASSERT_EQ(truncate(path.c_str(), 1 << 20), 0);
+    EXPECT_EQ(repair(),
+              Findings{"the file had been cut short to 1048576 bytes; it has its size again"});
+    EXPECT_EQ(take(), all);
+    EXPECT_EQ(repair(), Findings());
+}
+
+// What was made after the generation that has come back is made once more, and differs.
+TEST_F(TableRepairTest, TablesThatHaveLostChangesHaveAnotherIdentity) {
+    const auto reader = Tessel::make<TableReader>(TableMemory::sharedForReading(name));
+    const std::uint64_t before = reader->identity();
+    EXPECT_EQ(repair(), Findings());
+    take();
+    reader->refresh();
+    EXPECT_EQ(reader->identity(), before);
+    damage([&](TableHeader& header, std::uint64_t* words) {
+        words[Tessel::TableRef{header.current}.unit() + 3] ^= 1;
+    });
+    EXPECT_EQ(repair().size(), 1U);
+    reader->refresh();
+    EXPECT_NE(reader->identity(), before);
 }
 
 TEST_F(TableRepairTest, AReaderGoesOnWithARepairedHeader) {

@@ -113,7 +113,7 @@ TEST_F(Damage, OfTheHeaderIsFoundOnOpening) {
 // What stands there means nothing to a reader.
 TEST_F(Damage, OfWhatIsForMessagesOrForNothingHasNoEffect) {
     damage({"the last writer's process id", offsetof(TableHeader, writer) / 8, 1}, Effect::none);
-    damage({"reserved", offsetof(TableHeader, reserved) / 8, 1}, Effect::none);
+    damage({"identity", offsetof(TableHeader, identity) / 8, 1}, Effect::none);
     damage({"between header and heap", sizeof(TableHeader) / 8, 3}, Effect::none);
     damage({"between header and heap", heapUnit - 3, 3}, Effect::none);
     // It says whether a page is worth comparing; the entries say what is right.
