@@ -88,8 +88,11 @@ printf '%s\n' "${COMPREPLY[@]}"
         lfibs = ["decap", "evpn-ethernet-segment-filter", "evpn-etree-leaf-label", "pseudowire",
                  "transit"]
         for line, offered in (
-                ("ovixctl ", ["lfib", "counters", "tables", "completion"]),
+                ("ovixctl ", ["lfib", "counters", "status", "drops", "port", "neighbour",
+                              "route", "fec", "vrf", "tables", "completion"]),
                 ("ovixctl lf", ["lfib"]),
+                ("ovixctl neighbour ", ["show"]),
+                ("ovixctl status ", []),
                 ("ovixctl lfib ", ["add", "del", "diff", "load", "replace", "show", "watch"]),
                 ("ovixctl --tables x --json counters ", ["clear", "show"]),
                 ("ovixctl lfib show ", [*lfibs, "hardware", "adjacency", "mvpn"]),
@@ -116,7 +119,7 @@ printf '%s\n' "${COMPREPLY[@]}"
                 ("ovixctl lfib del 100 table p", ["pseudowire"]),
                 ("ovixctl lfib watch --c", ["--control", "--count"]),
                 ("ovixctl --t", ["--tables"]),
-                ("ovixctl completion ", ["bash"])):
+                ("ovixctl completion ", ["bash", "zsh"])):
             with self.subTest(line):
                 self.assertEqual(self.complete(line), offered)
 

@@ -14,18 +14,23 @@ namespace {
 using namespace OvixAgent;
 
 /// Answers as a running agent does, whose names are what was asked: they may be anything, too.
-std::string answer(const std::string& request) {
+ControlAnswer answer(const std::string& request) {
     const auto command = requestedCommand(request);
     if (!command) {
         return refusalAnswer(command.refused().what);
     }
     if (command.value() == "counters") {
-        return countersAnswer({{16, {1, 64}}}, {{"Drop", "module", request, 1}});
+        const auto labels = [left = 3](std::string& entry) mutable {
+            entry = labelText({16, {1, 64}});
+            return left-- > 0;
+        };
+        return {"{\"labels\":[", labels,
+                "],\"counters\":" + countersText({{"Drop", "module", request, 1}}) + "}"};
     }
     if (command.value() == "status") {
         Summary summary;
         summary.problems.push_back(request);
-        return statusAnswer(summary, request);
+        return statusAnswer(summary, request, requestedVrf(request));
     }
     return refusalAnswer("there is no command \"" + command.value() + "\"");
 }

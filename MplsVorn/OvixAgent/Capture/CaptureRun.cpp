@@ -51,7 +51,7 @@ int CaptureRun::forwardAll() {
         const bool isRequestDue =
             (frames + gathered) / framesPerRequest != frames / framesPerRequest;
         frames += gathered;
-        if (control != nullptr && isRequestDue) {
+        if (control != nullptr && (isRequestDue || control->isBusy())) {
             control->serve();
         }
         if (progress->isDue(gathered)) {
@@ -89,8 +89,10 @@ bool CaptureRun::awaitInput(int milliseconds) const {
     for (int pipe = input->waitDescriptor(); pipe >= 0; pipe = input->waitDescriptor()) {
         std::array<pollfd, 2> waiting{
             {{pipe, POLLIN, 0}, {control != nullptr ? control->descriptor() : -1, POLLIN, 0}}};
-        poll(waiting.data(), milliseconds == 0 ? 1 : waiting.size(), milliseconds);
-        if (waiting[1].revents != 0) {
+        const bool isAnswering = control != nullptr && control->isBusy();
+        poll(waiting.data(), milliseconds == 0 ? 1 : waiting.size(),
+             isAnswering ? 0 : milliseconds);
+        if (waiting[1].revents != 0 || (isAnswering && milliseconds > 0)) {
             control->serve();
         }
         if (waiting[0].revents == 0) {

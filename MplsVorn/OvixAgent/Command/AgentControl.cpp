@@ -1,5 +1,6 @@
 #include <fmt/format.h>
 #include <map>
+#include <utility>
 
 #include "Command/Run.h"
 
@@ -9,55 +10,86 @@ namespace {
 
 /// The control commands.
 struct Commands {
-    AgentState* state;
-    const Forwarder* forwarder;
-    const RunOptions* options;
-    std::function<std::vector<NamedCounter>()> more;
+    ControlParts parts;
 
-    std::string operator()(const std::string& request) const {
-        static const std::map<std::string, std::string (Commands::*)() const> all{
-            {"counters", &Commands::counters},
-            {"clear-counters", &Commands::clearCounters},
-            {"status", &Commands::status},
-        };
+    ControlAnswer operator()(const std::string& request) const {
+        static const std::map<std::string, ControlAnswer (Commands::*)(const std::string&) const>
+            all{
+                {"clear-counters", &Commands::clearCounters},
+                {"counters", &Commands::counters},
+                {"fates", &Commands::fates},
+                {"fecs", &Commands::fecs},
+                {"neighbours", &Commands::neighbours},
+                {"ports", &Commands::ports},
+                {"routes", &Commands::routes},
+                {"status", &Commands::status},
+                {"vrfs", &Commands::vrfs},
+            };
         const Tessel::Result<std::string> command = requestedCommand(request);
         if (!command) {
             return refusalAnswer(command.refused().what);
         }
         const auto found = all.find(command.value());
         return found != all.end()
-                   ? (this->*found->second)()
+                   ? (this->*found->second)(request)
                    : refusalAnswer(fmt::format("there is no command \"{}\"", command.value()));
     }
 
-    std::string counters() const {
-        std::vector<NamedCounter> all = namedCounters(*forwarder->namedCounters());
-        if (more) {
-            const std::vector<NamedCounter> others = more();
+    ControlAnswer counters(const std::string& /*request*/) const {
+        std::vector<NamedCounter> all = namedCounters(*parts.forwarder->namedCounters());
+        if (parts.more) {
+            const std::vector<NamedCounter> others = parts.more();
             all.insert(all.end(), others.begin(), others.end());
         }
-        return countersAnswer(labelTraffic(*state->manager()->pktCounterCollectionHolder()), all);
+        Listing labels =
+            labelListing(labelTraffic(*parts.state->manager()->pktCounterCollectionHolder()));
+        return {R"({"ok":true,"labels":[)", std::move(labels),
+                R"(],"counters":)" + countersText(all) + "}"};
     }
-    std::string clearCounters() const {
-        state->manager()->clearCountersRequests()->requestClearAll();
+    ControlAnswer clearCounters(const std::string& /*request*/) const {
+        parts.state->manager()->clearCountersRequests()->requestClearAll();
         return doneAnswer();
     }
-    std::string status() const {
-        return statusAnswer(summaryOf(*options, *state, *forwarder), agentVersion);
+    ControlAnswer status(const std::string& /*request*/) const {
+        return statusAnswer(soFar(), agentVersion, parts.live ? "live" : "captures");
+    }
+    ControlAnswer fates(const std::string& /*request*/) const { return fatesAnswer(soFar()); }
+    ControlAnswer fecs(const std::string& /*request*/) const {
+        return list("fecs", fecListing(*parts.tables));
+    }
+    ControlAnswer neighbours(const std::string& /*request*/) const {
+        return list("neighbours", neighbourListing(*parts.tables));
+    }
+    ControlAnswer ports(const std::string& /*request*/) const {
+        return list("ports", portListing(*parts.tables, parts.live));
+    }
+    ControlAnswer routes(const std::string& request) const {
+        const std::string vrf = requestedVrf(request);
+        if (!vrf.empty() && !parts.tables->vrfs->number(vrf)) {
+            return refusalAnswer(fmt::format("there is no VRF \"{}\"", vrf));
+        }
+        return list("routes", routeListing(*parts.tables, vrf));
+    }
+    ControlAnswer vrfs(const std::string& /*request*/) const {
+        return list("vrfs", vrfListing(*parts.tables));
+    }
+
+  private:
+    Summary soFar() const { return framesOf(*parts.options, *parts.state, *parts.forwarder); }
+    static ControlAnswer list(std::string_view name, Listing entries) {
+        return {fmt::format(R"({{"ok":true,"{}":[)", name), std::move(entries), "]}"};
     }
 };
 
 } // namespace
 
-std::unique_ptr<ControlServer> serveControl(const RunOptions& options, AgentState& state,
-                                            const Forwarder& forwarder,
-                                            std::function<std::vector<NamedCounter>()> more) {
+std::unique_ptr<ControlServer> serveControl(const ControlParts& parts) {
+    const RunOptions& options = *parts.options;
     if (options.control.empty() && options.tables.empty()) {
         return nullptr;
     }
-    return std::make_unique<ControlServer>(options.control.empty() ? controlPath(options.tables)
-                                                                   : options.control,
-                                           Commands{&state, &forwarder, &options, std::move(more)});
+    return std::make_unique<ControlServer>(
+        options.control.empty() ? controlPath(options.tables) : options.control, Commands{parts});
 }
 
 } // namespace OvixAgent

@@ -55,7 +55,9 @@ class LiveAgent {
         }
         ports_.circuitsAre(tables_.pseudowires, tables_.ports);
         ports_.requireUsable();
-        control_ = serveControl(options, *state_, forwarder_, [this] { return counters(); });
+        control_ = serveControl({&options, state_.get(), &forwarder_, &tables_,
+                                 [this] { return counters(); },
+                                 [this](PortIndex port) { return liveStateOf(port); }});
         if (options.carrier) {
             carrier_.emplace(ports_);
         } else {
@@ -96,6 +98,11 @@ class LiveAgent {
             all.push_back({"Answer", "Agent", answer, count});
         }
         return all;
+    }
+
+    LiveState liveStateOf(PortIndex index) const {
+        LivePort& port = ports_.port(index);
+        return {port.isOpen(), port.problem(), port.counts().of(LiveEvent::received)};
     }
 
     const RunOptions& options_;
@@ -180,7 +187,8 @@ Summary forwardCaptures(const RunOptions& options, const AgentConfig& config, Ca
     });
     CapturedLoopback lo(outputs.loopback(), fastPath.current());
     CliProgress progress = CliProgress::onTerminal(options.quiet);
-    const std::unique_ptr<ControlServer> control = serveControl(options, state, forwarder);
+    const std::unique_ptr<ControlServer> control =
+        serveControl({&options, &state, &forwarder, &tables});
     const int stopSignal =
         CaptureRun{&input,        &state.tables(), &fastPath,
                    control.get(), &progress,       [&] { watchTables(state, log); }}

@@ -9,6 +9,7 @@
 #include "Config/Config.h"
 #include "Control/ControlServer.h"
 #include "Forwarding/Forwarder.h"
+#include "Listing/Listings.h"
 #include "Log/Log.h"
 #include "Summary/Summary.h"
 #include "Tables/AgentState.h"
@@ -35,15 +36,23 @@ void serveToggles(const AgentConfig& config, const std::string& configFile);
 /// a toggle or toggle file that none of them has asked for.
 Tessel::Result<void> checkToggles(const AgentConfig& config, const std::string& configFile);
 
-/// Serves the control commands "counters", "clear-counters" and "status". Null when the run has
-/// neither shared tables nor a control socket. `more` returns counters beside the forwarder's. The
-/// state and the forwarder must outlive the server. Throws as ControlServer does.
-std::unique_ptr<ControlServer> serveControl(const RunOptions& options, AgentState& state,
-                                            const Forwarder& forwarder,
-                                            std::function<std::vector<NamedCounter>()> more = {});
+/// What requests at the control socket are answered from; everything must outlive the server.
+struct ControlParts {
+    const RunOptions* options;
+    AgentState* state;
+    const Forwarder* forwarder;
+    const ForwardingTables* tables;
+    std::function<std::vector<NamedCounter>()> more = {}; ///< counters beside the forwarder's
+    LiveStateOf live = {};
+};
+/// Serves the control commands. Null when the run has neither shared tables nor a control socket.
+/// Throws as ControlServer does.
+std::unique_ptr<ControlServer> serveControl(const ControlParts& parts);
 
-/// The summary of a run so far, of frames and tables.
+/// The summary of a run so far, of frames and tables; `framesOf` leaves out the traffic of labels,
+/// of which there may be many.
 Summary summaryOf(const RunOptions& options, const AgentState& state, const Forwarder& forwarder);
+Summary framesOf(const RunOptions& options, const AgentState& state, const Forwarder& forwarder);
 
 /// Logs the problems of the summary and prints it; returns the exit code. Throws
 /// std::system_error when printing fails.

@@ -52,11 +52,16 @@ Tessel::Result<std::unique_ptr<AgentState>> startAgent(const AgentConfig& config
     return state;
 }
 
-Summary summaryOf(const RunOptions& options, const AgentState& state, const Forwarder& forwarder) {
+Summary framesOf(const RunOptions& options, const AgentState& state, const Forwarder& forwarder) {
     Summary summary;
     forwarder.addTo(summary);
-    summary.labels = labelTraffic(*state.manager()->pktCounterCollectionHolder());
     addTables(options, state, summary);
+    return summary;
+}
+
+Summary summaryOf(const RunOptions& options, const AgentState& state, const Forwarder& forwarder) {
+    Summary summary = framesOf(options, state, forwarder);
+    summary.labels = labelTraffic(*state.manager()->pktCounterCollectionHolder());
     return summary;
 }
 

@@ -1,5 +1,6 @@
 #include "Control/ControlServer.h"
 
+#include <algorithm>
 #include <cassert>
 #include <cerrno>
 #include <cstdlib>
@@ -34,6 +35,17 @@ std::string controlPath(const std::string& name) {
 
 namespace {
 
+/// What is wrong with it; empty when nothing is.
+std::string_view distrust(const struct stat& directory) {
+    const bool isOwn = directory.st_uid == 0 || directory.st_uid == geteuid();
+    const bool isShared = (directory.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+    return !isOwn                                           ? "belongs to another user"
+           : S_ISLNK(directory.st_mode)                     ? ""
+           : !S_ISDIR(directory.st_mode)                    ? "is no directory"
+           : isShared && (directory.st_mode & S_ISVTX) == 0 ? "can be written by others"
+                                                            : "";
+}
+
 [[noreturn]] void fail(const std::string& path, const char* what) {
     throw std::system_error(errno, std::generic_category(),
                             "control socket " + path + ": cannot " + what);
@@ -67,6 +79,21 @@ bool watch(int events, int socket, std::uint32_t what) {
 
 } // namespace
 
+Tessel::Result<void> checkControlDirectory(const std::string& path) {
+    std::string directory = std::filesystem::path(path).parent_path();
+    directory = directory.empty() ? "." : directory;
+    for (const auto examine : {&::lstat, &::stat}) {
+        struct stat found {};
+        if (examine(directory.c_str(), &found) != 0) {
+            return {}; // whoever uses the path says so
+        }
+        if (const std::string_view wrong = distrust(found); !wrong.empty()) {
+            return Tessel::Refused{fmt::format("control socket {}: {} {}", path, directory, wrong)};
+        }
+    }
+    return {};
+}
+
 ControlServer::ControlServer(std::string path, Handler handler)
     : path_(std::move(path)), handler_(std::move(handler)) {
     const sockaddr_un address = addressOf(path_);
@@ -74,6 +101,9 @@ ControlServer::ControlServer(std::string path, Handler handler)
     std::error_code ignored;
     if (!directory.empty() && std::filesystem::create_directories(directory, ignored)) {
         chmod(directory.c_str(), 0755);
+    }
+    if (const auto trusted = checkControlDirectory(path_); !trusted) {
+        throw std::runtime_error(trusted.refused().what);
     }
     struct stat found {};
     if (lstat(path_.c_str(), &found) == 0 && !S_ISSOCK(found.st_mode)) {
@@ -110,10 +140,11 @@ ControlServer::~ControlServer() {
 
 void ControlServer::serve() {
     epoll_event event{};
-    if (epoll_wait(events_, &event, 1, 0) < 1 && !clientsWait_) {
+    if (epoll_wait(events_, &event, 1, 0) < 1 && !clientsWait_ && !isBusy()) {
         return;
     }
     acceptClients();
+    busy_ = 0;
     for (auto client = clients_.begin(); client != clients_.end();) {
         if (progress(*client)) {
             ++client;
@@ -141,21 +172,59 @@ void ControlServer::acceptClients() {
             close(socket); // it would never be heard
             continue;
         }
-        clients_.push_back({socket, {}, {}});
+        clients_.push_back({socket, {}, {}, {}, false});
     }
 }
 
 /// False when the client is to be disconnected.
 bool ControlServer::progress(Client& client) {
-    if (client.toSend.empty() && !receive(client)) {
+    const bool isAnswered = client.answer.entries || !client.toSend.empty();
+    if (!isAnswered && !receive(client)) {
         return false;
     }
     const std::size_t end = client.received.find('\n');
-    if (client.toSend.empty() && end != std::string::npos) {
-        client.toSend = handler_(client.received.substr(0, end)) + "\n";
+    if (!isAnswered && end != std::string::npos) {
+        answer(client, client.received.substr(0, end));
         client.received.erase(0, end + 1);
     }
-    return client.toSend.empty() || send(client);
+    if (client.answer.entries) {
+        makeEntries(client);
+    }
+    if (client.toSend.empty()) {
+        busy_ += client.answer.entries ? 1 : 0;
+        return true;
+    }
+    return send(client);
+}
+
+void ControlServer::answer(Client& client, const std::string& request) {
+    client.answer = handler_(request);
+    client.toSend = std::exchange(client.answer.begin, {});
+    if (!client.answer.entries) {
+        client.toSend += '\n';
+    }
+}
+
+// At least one is made at a time, and no more than the client takes.
+void ControlServer::makeEntries(Client& client) const {
+    constexpr std::size_t mostWaiting = 65536;
+    const auto share = longestWork / static_cast<long>(std::max<std::size_t>(clients_.size(), 1));
+    const auto until = std::chrono::steady_clock::now() + share;
+    std::string entry;
+    while (client.toSend.size() < mostWaiting) {
+        entry.clear();
+        if (!client.answer.entries(entry)) {
+            client.toSend += client.answer.end + "\n";
+            client.answer = {};
+            return;
+        }
+        if (!entry.empty()) {
+            client.toSend += (std::exchange(client.hasEntry, true) ? "," : "") + entry;
+        }
+        if (std::chrono::steady_clock::now() >= until) {
+            return;
+        }
+    }
 }
 
 bool ControlServer::receive(Client& client) {
@@ -184,10 +253,11 @@ bool ControlServer::send(Client& client) {
         } else if (sent < 0 && errno == EINTR) {
             continue;
         } else {
-            return sent < 0 && errno == EAGAIN;
+            return sent < 0 && errno == EAGAIN; // an event comes when it takes more
         }
     }
-    return false; // one request, one answer
+    busy_ += client.answer.entries ? 1 : 0;
+    return static_cast<bool>(client.answer.entries); // one request, one answer
 }
 
 } // namespace OvixAgent

@@ -71,11 +71,13 @@ void LiveRun::wait() {
     for (const auto& port : parts_.ports->all()) {
         waiting_.push_back({port->descriptor(), POLLIN, 0});
     }
-    const bool isReady = poll_.wait(waiting_, hasMore_ ? 0 : idleMs);
+    const bool isAnswering = parts_.control != nullptr && parts_.control->isBusy();
+    const bool isReady = poll_.wait(waiting_, hasMore_ || isAnswering ? 0 : idleMs);
     // Not every port is ready when its interface has gone.
     servesAll_ = hasMore_ || !isReady || waiting_[linkAt].revents != 0;
     hasMore_ = false;
-    if (parts_.control != nullptr && (waiting_[requestAt].revents != 0 || !isReady)) {
+    if (parts_.control != nullptr &&
+        (waiting_[requestAt].revents != 0 || !isReady || isAnswering)) {
         parts_.control->serve();
     }
     if (waiting_[linkAt].revents != 0) {

@@ -11,6 +11,7 @@ using Tessel::Fib::FecId;
 
 FecTable::FecTable(const std::vector<FecConfig>& fecs) {
     for (const FecConfig& fec : fecs) {
+        ids_.push_back(fec.id);
         Members& members = fecs_[FecId::fecIdToHierarchicalIntfId(FecId(fec.id)).value()];
         assert(members.totalWeight == 0);
         members.first = static_cast<std::uint32_t>(nextHops_.size());
@@ -21,6 +22,10 @@ FecTable::FecTable(const std::vector<FecConfig>& fecs) {
         }
         assert(members.totalWeight > 0);
     }
+}
+
+std::span<const WeightedNextHop> FecTable::nextHopsAt(std::size_t place) const noexcept {
+    return nextHops(FecId::fecIdToHierarchicalIntfId(FecId(idAt(place))));
 }
 
 std::span<const WeightedNextHop> FecTable::nextHops(Lumo::IntfId intf) const noexcept {

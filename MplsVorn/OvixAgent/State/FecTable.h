@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cassert>
 #include <span>
 #include <vector>
 
@@ -17,6 +18,14 @@ class FecTable {
   public:
     /// The ids of the FECs must differ.
     explicit FecTable(const std::vector<FecConfig>& fecs);
+
+    std::size_t size() const noexcept { return ids_.size(); }
+    /// Of the FEC of that place in the configuration.
+    std::uint64_t idAt(std::size_t place) const noexcept {
+        assert(place < ids_.size());
+        return ids_[place];
+    }
+    std::span<const WeightedNextHop> nextHopsAt(std::size_t place) const noexcept;
 
     /// The next hops of a FEC, whose weights add up to at least 1; empty when the interface is not
     /// a FEC's.
@@ -36,6 +45,7 @@ class FecTable {
 
     Tessel::FlatMap<Members> fecs_;
     std::vector<WeightedNextHop> nextHops_;
+    std::vector<std::uint64_t> ids_;
 };
 
 } // namespace OvixAgent

@@ -41,9 +41,10 @@ void Fib::noteChanged(std::uint32_t number) {
     Tessel::Changes::notice();
 }
 
-std::uint32_t Fib::add(Place place) {
+std::uint32_t Fib::add(const Lumo::IpGenPrefix& prefix, Place place) {
     if (free_.empty()) {
         routes_.push_back(std::move(place));
+        prefixes_.push_back(prefix);
         const auto last = static_cast<std::uint32_t>(routes_.size() - 1);
         noteChanged(last);
         return last;
@@ -51,6 +52,7 @@ std::uint32_t Fib::add(Place place) {
     const std::uint32_t at = free_.back();
     free_.pop_back();
     routes_[at] = std::move(place);
+    prefixes_[at] = prefix;
     noteChanged(at);
     return at;
 }
@@ -58,6 +60,7 @@ std::uint32_t Fib::add(Place place) {
 void Fib::release(std::uint32_t at) {
     assert(at < routes_.size());
     routes_[at].route = IpRoute::drop();
+    prefixes_[at] = {};
     free_.push_back(at);
     noteChanged(at);
 }
@@ -91,7 +94,7 @@ void Fib::withdraw(const Lumo::IpGenPrefix& prefix) {
 }
 
 bool Fib::insert(const Lumo::IpGenPrefix& prefix, IpRoute route) {
-    const std::uint32_t at = add({std::move(route), true, PrefixTable::none});
+    const std::uint32_t at = add(prefix, {std::move(route), true, PrefixTable::none});
     if (!tableOf(prefix).insert(bitsOf(prefix), at)) {
         release(at);
         return false;
@@ -104,7 +107,7 @@ void Fib::routeIs(const Lumo::IpGenPrefix& prefix, IpRoute route) {
     routeDel(prefix);
     PrefixTable& table = tableOf(prefix);
     const std::uint32_t configured = table.erase(bitsOf(prefix));
-    const std::uint32_t at = add({std::move(route), false, configured});
+    const std::uint32_t at = add(prefix, {std::move(route), false, configured});
     table.insert(bitsOf(prefix), at);
     publish(prefix, at);
 }
@@ -124,6 +127,16 @@ bool Fib::routeDel(const Lumo::IpGenPrefix& prefix) {
     }
     release(at);
     return true;
+}
+
+std::optional<Fib::Shown> Fib::shownAt(std::uint32_t number) const noexcept {
+    assert(number < routes_.size());
+    const Lumo::IpGenPrefix& prefix = prefixes_[number];
+    const IpRoute& route = routes_[number].route;
+    const bool isInUse = prefix.address().family() != Lumo::IpFamily::none &&
+                         find(prefix.address(), prefix.length()) == &route;
+    return isInUse ? std::optional(Shown{prefix, &route, routes_[number].isConfigured})
+                   : std::nullopt;
 }
 
 std::uint32_t Fib::numberOf(const Lumo::IpGenAddr& address) const noexcept {

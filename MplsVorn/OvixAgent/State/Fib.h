@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cassert>
+#include <optional>
 #include <vector>
 
 #include "Lumo/IpGenAddr.h"
@@ -60,6 +61,16 @@ class Fib {
     /// The route of the prefix of exactly this length that the address lies in, likewise.
     const IpRoute* find(const Lumo::IpGenAddr& address, unsigned length) const noexcept;
 
+    /// A route as it is in use.
+    struct Shown {
+        Lumo::IpGenPrefix prefix;
+        const IpRoute* route;
+        bool isConfigured;
+    };
+    /// The route of a number below numbers(); unset when none has it, or another precedes it.
+    std::optional<Shown> shownAt(std::uint32_t number) const noexcept;
+    std::size_t size() const noexcept { return routes_.size() - free_.size(); }
+
     /// The addresses of this router and the broadcast addresses of its subnets, which are never the
     /// source of a packet that comes in (RFC 1812 section 5.3.7).
     const HostSet& ownHosts() const noexcept { return ownHosts_; }
@@ -78,7 +89,7 @@ class Fib {
     /// So many are noted one by one.
     static constexpr std::size_t mostChanged = 4096;
 
-    std::uint32_t add(Place place);
+    std::uint32_t add(const Lumo::IpGenPrefix& prefix, Place place);
     void noteChanged(std::uint32_t number);
     void release(std::uint32_t at);
     void publish(const Lumo::IpGenPrefix& prefix, std::uint32_t at);
@@ -95,8 +106,9 @@ class Fib {
     Ipv4Lookup ipv4_;
     Ipv6Lookup ipv6_;
     std::vector<Place> routes_;
-    std::vector<std::uint32_t> free_;    ///< indices into routes_
-    std::vector<std::uint32_t> changed_; ///< numbers; when full, all may have
+    std::vector<Lumo::IpGenPrefix> prefixes_; ///< by number; of no family: none has it
+    std::vector<std::uint32_t> free_;         ///< indices into routes_
+    std::vector<std::uint32_t> changed_;      ///< numbers; when full, all may have
     HostSet ownHosts_;
 };
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <algorithm>
+#include <cassert>
 #include <unordered_map>
 #include <vector>
 
@@ -32,6 +34,19 @@ class Neighbours {
     /// A neighbour found on the link, or that has moved. Those of the configuration do not change.
     void learn(const Lumo::IpGenAddr& address, PortIndex port, const Lumo::EthAddr& mac);
     void forget(const Lumo::IpGenAddr& address, PortIndex port);
+
+    std::size_t size() const noexcept { return neighbours_.size(); }
+    /// Visits them part by part: `visitor(address, port, mac, isConfigured)` for those of a part.
+    /// Their number grows with the neighbours; then all are in other parts.
+    std::size_t parts() const noexcept { return neighbours_.bucket_count(); }
+    template <typename Visitor>
+    void visitPart(std::size_t part, Visitor&& visitor) const {
+        assert(part < parts());
+        std::for_each(neighbours_.begin(part), neighbours_.end(part), [&](const auto& entry) {
+            visitor(entry.first.address, entry.first.port, entry.second.mac,
+                    entry.second.isConfigured);
+        });
+    }
 
     /// Whether unknown neighbours are solicited, as on live ports, so that packets may wait for
     /// them.

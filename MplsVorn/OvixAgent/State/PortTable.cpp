@@ -27,7 +27,9 @@ PortTable::PortTable(const std::vector<PortConfig>& configs) : hasVlans_(configs
                           config.reversePath,
                           true,
                           nullptr,
-                          {}});
+                          {},
+                          config.kind,
+                          config.addresses});
         parents_.push_back(config.isSubInterface() ? config.parent
                                                    : static_cast<PortIndex>(parents_.size()));
         if (config.isSubInterface()) {
@@ -47,6 +49,7 @@ void PortTable::configure(const std::vector<PortConfig>& configs) {
         ports_[i].upstreamLabels = configs[i].upstreamLabels;
         ports_[i].mpls = configs[i].mpls;
         ports_[i].reversePath = configs[i].reversePath;
+        ports_[i].addresses = configs[i].addresses;
     }
 }
 

@@ -31,6 +31,8 @@ struct Port {
     bool anyMac = true;          ///< otherwise frames for other stations are handed on
     TransmitPort* out = nullptr; ///< not owned
     Traffic sent;
+    PortKind kind = PortKind::packet;
+    std::vector<InterfaceAddress> addresses;
 };
 
 /// The ports by index, in the order of the configuration, and by interface id.

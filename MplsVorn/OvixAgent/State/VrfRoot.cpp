@@ -78,6 +78,7 @@ std::uint32_t VrfRoot::fibIndex(std::string_view vrf) {
     const auto index = static_cast<std::uint32_t>(fibs_.size());
     byName_[key] = index;
     fibs_.emplace_back();
+    names_.emplace_back(vrf);
     Tessel::Changes::notice();
     return index;
 }

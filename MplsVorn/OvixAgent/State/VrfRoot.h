@@ -2,6 +2,7 @@
 
 #include <cassert>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -34,6 +35,11 @@ class VrfRoot : public Ovix::RoutingVrfRoot {
         assert(number < fibs_.size());
         return fibs_[number];
     }
+    /// The name of the VRF of that number.
+    const std::string& nameAt(std::uint32_t number) const noexcept {
+        assert(number < names_.size());
+        return names_[number];
+    }
     /// How many VRFs there are; they only become more.
     std::size_t size() const noexcept { return fibs_.size(); }
 
@@ -50,6 +56,7 @@ class VrfRoot : public Ovix::RoutingVrfRoot {
     std::uint32_t fibIndex(std::string_view vrf);
 
     std::vector<Fib> fibs_;                 ///< the default VRF's first
+    std::vector<std::string> names_;        ///< likewise
     Tessel::FlatMap<std::uint32_t> byName_; ///< by the name's hash
     std::vector<std::uint32_t> fibOfPort_;
 };

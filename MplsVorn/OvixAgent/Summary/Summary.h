@@ -114,12 +114,18 @@ std::string summaryJson(const Summary& summary);
 /// The command of a request at the control socket: {"command": NAME, ...}.
 Tessel::Result<std::string> requestedCommand(const std::string& request);
 
+/// Its "vrf"; empty when it names none.
+std::string requestedVrf(const std::string& request);
+
+/// An entry of "labels", and all of "counters", as in the summary.
+std::string labelText(const LabelTraffic& label);
+std::string countersText(const std::vector<NamedCounter>& counters);
+
 /// Answers to requests, each a line of JSON without its end, {"ok": true, ...} or {"ok": false,
-/// "error": TEXT}: what has been counted, as the parts "labels" and "counters" of the summary; the
-/// frames and tables of a run so far; nothing but success; a refusal.
-std::string countersAnswer(const std::vector<LabelTraffic>& labels,
-                           const std::vector<NamedCounter>& counters);
-std::string statusAnswer(const Summary& summary, std::string_view version);
+/// "error": TEXT}: the frames and tables of a run so far, of which `run` names the kind; the fates
+/// of its frames with their reasons, as in the summary; nothing but success; a refusal.
+std::string statusAnswer(const Summary& summary, std::string_view version, std::string_view run);
+std::string fatesAnswer(const Summary& summary);
 std::string doneAnswer();
 std::string refusalAnswer(const std::string& error);
 

@@ -42,12 +42,15 @@ Json pseudowiresJson(const std::vector<PseudowireTraffic>& pseudowires) {
     return list;
 }
 
+Json labelJson(const LabelTraffic& label) {
+    return {
+        {"label", label.label}, {"packets", label.traffic.frames}, {"bytes", label.traffic.bytes}};
+}
+
 Json labelsJson(const std::vector<LabelTraffic>& labels) {
     Json list = Json::array();
     for (const LabelTraffic& label : labels) {
-        list.push_back(Json{{"label", label.label},
-                            {"packets", label.traffic.frames},
-                            {"bytes", label.traffic.bytes}});
+        list.push_back(labelJson(label));
     }
     return list;
 }
@@ -103,22 +106,46 @@ Tessel::Result<std::string> requestedCommand(const std::string& request) {
     return json["command"].get<std::string>();
 }
 
-std::string countersAnswer(const std::vector<LabelTraffic>& labels,
-                           const std::vector<NamedCounter>& counters) {
-    return dumped(
-        {{"ok", true}, {"labels", labelsJson(labels)}, {"counters", countersJson(counters)}});
+std::string requestedVrf(const std::string& request) {
+    const Json json = Json::parse(request, nullptr, false);
+    const auto vrf = json.find("vrf");
+    return vrf != json.end() && vrf->is_string() ? vrf->get<std::string>() : std::string();
 }
 
-std::string statusAnswer(const Summary& summary, std::string_view version) {
+std::string labelText(const LabelTraffic& label) {
+    return dumped(labelJson(label));
+}
+
+std::string countersText(const std::vector<NamedCounter>& counters) {
+    return dumped(countersJson(counters));
+}
+
+std::string statusAnswer(const Summary& summary, std::string_view version, std::string_view run) {
     return dumped({{"ok", true},
                    {"version", version},
+                   {"run", run},
                    {"tables", tablesJson(summary.tables)},
                    {"frames",
                     {{"in", summary.in.frames},
+                     {"replicas", summary.replicas},
                      {"forwarded", summary.forwardedTotal().frames},
                      {"punted", summary.punted.total()},
                      {"dropped", summary.dropped.total()},
-                     {"handedOn", summary.handedOn.total()}}}});
+                     {"handedOn", summary.handedOn.total()},
+                     {"queued", summary.waiting}}},
+                   {"balanced", summary.isBalanced()}});
+}
+
+std::string fatesAnswer(const Summary& summary) {
+    return dumped({{"ok", true},
+                   {"in", summary.in.frames},
+                   {"replicas", summary.replicas},
+                   {"forwarded", summary.forwardedTotal().frames},
+                   {"punted", reasonsJson(summary.punted)},
+                   {"dropped", reasonsJson(summary.dropped)},
+                   {"handedOn", reasonsJson(summary.handedOn)},
+                   {"queued", summary.waiting},
+                   {"balanced", summary.isBalanced()}});
 }
 
 std::string doneAnswer() {

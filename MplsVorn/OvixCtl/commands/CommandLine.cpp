@@ -60,9 +60,11 @@ void addOption(CLI::App& app, const Option& option, Request& request) {
     }
 }
 
+/// A command without a name is its group.
 void addCommand(CLI::App& group, const Command& command, Request& request) {
     assert(command.run != nullptr);
-    CLI::App* const added = group.add_subcommand(command.name, command.summary);
+    CLI::App* const added =
+        *command.name != '\0' ? group.add_subcommand(command.name, command.summary) : &group;
     added->fallthrough();
     added->footer(expanded(command.help));
     added->callback([&request, &command] { request.command = &command; });
@@ -79,11 +81,11 @@ void addCommand(CLI::App& group, const Command& command, Request& request) {
 
 void addGroup(CLI::App& app, const CommandGroup& group, Request& request) {
     CLI::App* const added = app.add_subcommand(group.name, group.summary);
-    added->require_subcommand(1);
     added->fallthrough();
     for (const Command& command : allCommands()) {
         if (std::string_view(command.group) == group.name) {
             addCommand(*added, command, request);
+            added->require_subcommand(*command.name != '\0' ? 1 : 0);
         }
     }
 }
@@ -116,7 +118,7 @@ std::vector<std::string_view> namesIn(const std::string* group) {
         return names;
     }
     for (const Command& known : allCommands()) {
-        if (*group == known.group) {
+        if (*group == known.group && *known.name != '\0') {
             names.emplace_back(known.name);
         }
     }
@@ -129,7 +131,7 @@ std::string unknownCommand(std::span<const char* const> arguments) {
     const std::vector<std::string> words = commandWords(arguments);
     for (const std::string& word : words) {
         const auto known = namesIn(group);
-        if (std::find(known.begin(), known.end(), word) == known.end()) {
+        if (!known.empty() && std::find(known.begin(), known.end(), word) == known.end()) {
             return fmt::format("unknown command {}{}", OvixAgent::inQuotes(word),
                                OvixAgent::suggestion(word, known));
         }

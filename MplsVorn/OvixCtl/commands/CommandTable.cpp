@@ -17,10 +17,18 @@ Tessel::Result<int> deleteRoute(const Request& request);
 Tessel::Result<int> diffRoutes(const Request& request);
 Tessel::Result<int> loadRoutes(const Request& request);
 Tessel::Result<int> printBashCompletion(const Request& request);
+Tessel::Result<int> printZshCompletion(const Request& request);
 Tessel::Result<int> repairTables(const Request& request);
 Tessel::Result<int> replaceRoute(const Request& request);
 Tessel::Result<int> showCounters(const Request& request);
+Tessel::Result<int> showDrops(const Request& request);
+Tessel::Result<int> showFecs(const Request& request);
+Tessel::Result<int> showIpRoutes(const Request& request);
+Tessel::Result<int> showNeighbours(const Request& request);
+Tessel::Result<int> showPorts(const Request& request);
 Tessel::Result<int> showRoutes(const Request& request);
+Tessel::Result<int> showStatus(const Request& request);
+Tessel::Result<int> showVrfs(const Request& request);
 Tessel::Result<int> watchRoutes(const Request& request);
 
 namespace {
@@ -28,6 +36,13 @@ namespace {
 constexpr CommandGroup groups[]{
     {"lfib", "The label tables"},
     {"counters", "The counters of a running agent"},
+    {"status", "What a running agent is doing, in short"},
+    {"drops", "What has become of a running agent's frames"},
+    {"port", "The ports of a running agent"},
+    {"neighbour", "The neighbours of a running agent"},
+    {"route", "The IP routes of a running agent"},
+    {"fec", "The FECs of a running agent"},
+    {"vrf", "The VRFs of a running agent"},
     {"tables", "The shared memory of the tables"},
     {"completion", "Shell completion"},
 };
@@ -168,6 +183,56 @@ line; the route is as in lfib show, of a removed route only its table and label)
      {"LABEL", "", "Only this label", 0, 1},
      R"(JSON: {"labels": [{"label", "packets", "bytes"}],
        "counters": [{"category", "module", "reason", "count"}]}; %s in a reason: for all values)"},
+    {"status",
+     "",
+     "What a running agent is doing, in short",
+     showStatus,
+     {},
+     R"(Frames that come in, and replicas of them, are forwarded, punted, dropped, handed on, or queued
+while their neighbour is resolved.
+JSON: {"version", "run", "tables": {"name", "generation", "corruptions", "problem"},
+       "frames": {"in", "replicas", "forwarded", "punted", "dropped", "handedOn", "queued"},
+       "balanced"})"},
+    {"drops",
+     "show",
+     "Show what has become of frames, and why",
+     showDrops,
+     {},
+     R"(Names and order are those of the balance of a run.
+JSON: {"in", "replicas", "forwarded", "punted": FATE, "dropped": FATE, "handedOn": FATE, "queued",
+       "balanced"}, where FATE is {"frames", "reasons": {REASON: FRAMES}})"},
+    {"port",
+     "show",
+     "Show ports",
+     showPorts,
+     {},
+     R"(A port that is waiting has no interface, or none that can be used; up and down is its link.
+JSON: {"ports": [{"name", "kind", "state", "problem", "mac", "mtu", "vrf", "addresses", "parent",
+                  "vlans", "mpls", "received", "sent": {"frames", "bytes"}}]}
+  kind and received are null in a run on captures, received also of a VLAN sub-interface)"},
+    {"neighbour",
+     "show",
+     "Show neighbours whose MAC address is known",
+     showNeighbours,
+     {},
+     R"(JSON: {"neighbours": [{"address", "port", "mac", "configured"}]})"},
+    {"route",
+     "show",
+     "Show IP routes by which packets are forwarded",
+     showIpRoutes,
+     {"VRF", "", "Only those of this VRF", 0, 1},
+     R"(A line for each via, with the labels that it pushes, outermost first.
+JSON: {"routes": [{"vrf", "prefix", "kind", "reason", "configured",
+                   "vias": [{"nexthop", "port", "weight", "labels"}]}]}
+  kind: forward, local, broadcast or drop, for a reason; nexthop is null where packets go to their
+  own destination)"},
+    {"fec",
+     "show",
+     "Show FECs",
+     showFecs,
+     {},
+     R"(JSON: {"fecs": [{"id", "nexthops": [{"nexthop", "port", "weight"}]}]})"},
+    {"vrf", "show", "Show VRFs", showVrfs, {}, R"(JSON: {"vrfs": [{"name", "routes", "ports"}]})"},
     {"tables",
      "repair",
      "Make tables usable again whose header is damaged or whose file was cut short",
@@ -182,6 +247,12 @@ JSON: {"tables", "generation", "findings": [TEXT]})"},
      printBashCompletion,
      {},
      "Use: source <(ovixctl completion bash)"},
+    {"completion",
+     "zsh",
+     "Print a completion script for zsh",
+     printZshCompletion,
+     {},
+     "Use: source <(ovixctl completion zsh), once compinit has been called; needs bash"},
 };
 
 } // namespace

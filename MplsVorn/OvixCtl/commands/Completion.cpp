@@ -113,7 +113,7 @@ std::string commandArms() {
         std::string names;
         for (const Command& command : allCommands()) {
             if (std::string_view(command.group) == group.name) {
-                names += (names.empty() ? "" : " ") + std::string(command.name);
+                names += (names.empty() ? "" : " ") + std::string(command.name); // perhaps none
                 arms += *command.completion != '\0' ? commandArm(command) : "";
             }
         }
@@ -153,6 +153,23 @@ Tessel::Result<int> printBashCompletion(const Request&) {
     insert("@groups@", joined(commandGroups(), nameOf, " "));
     insert("@commands@", commandArms());
     std::fputs(expanded(text).c_str(), stdout);
+    return ExitCode::success;
+}
+
+// The words are those that bash is offered, so that there is one script to keep right.
+Tessel::Result<int> printZshCompletion(const Request&) {
+    std::fputs(R"zsh(#compdef ovixctl
+_ovixctl() {
+    local -a offered
+    offered=("${(@f)$(bash -c 'source <("$2" completion bash)
+COMP_CWORD=$1 COMP_WORDS=("${@:2}")
+_ovixctl
+printf "%s\n" "${COMPREPLY[@]}"' bash $((CURRENT - 1)) "${words[@]}" 2> /dev/null)}")
+    compadd -- ${offered:#}
+}
+compdef _ovixctl ovixctl
+)zsh",
+               stdout);
     return ExitCode::success;
 }
 

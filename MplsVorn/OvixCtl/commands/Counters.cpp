@@ -1,63 +1,13 @@
 #include "commands/Counters.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 #include <optional>
 
-#include "Control/ControlServer.h"
 #include "Ovix/trace/NamedCounters.h"
-#include "commands/Command.h"
+#include "commands/AgentAnswer.h"
 #include "route/RouteWords.h"
-#include "route/TextTable.h"
 
 namespace OvixCtl {
-
-namespace {
-
-using Json = nlohmann::ordered_json;
-using Rows = std::vector<TextTable::Cells>;
-
-std::string pathFor(const Request& request) {
-    return request.control.empty() ? OvixAgent::controlPath(request.tables) : request.control;
-}
-
-/// What the agent answers to a command that it carries out.
-Tessel::Result<Json> answerTo(const std::string& command, const std::string& path) {
-    const Tessel::Result<std::string> line = askAgent(path, command);
-    if (!line) {
-        return line.refused();
-    }
-    const Json answer = Json::parse(line.value(), nullptr, false);
-    if (!answer.is_object() || !answer.contains("ok") || !answer["ok"].is_boolean()) {
-        return Tessel::Refused{
-            fmt::format("control socket {}: the answer is not an agent's", path)};
-    }
-    if (!answer["ok"].get<bool>()) {
-        const auto error = answer.find("error");
-        return Tessel::Refused{fmt::format("control socket {}: {}", path,
-                                           error != answer.end() && error->is_string()
-                                               ? error->get<std::string>()
-                                               : "the agent refuses")};
-    }
-    return answer;
-}
-
-std::string tableText(std::vector<TextTable::Column> columns, const Rows& rows) {
-    if (rows.empty()) {
-        return {};
-    }
-    TextTable table(std::move(columns));
-    for (const TextTable::Cells& row : rows) {
-        table.measure(row);
-    }
-    std::string text = table.heading();
-    for (const TextTable::Cells& row : rows) {
-        text += table.line(row);
-    }
-    return text;
-}
-
-} // namespace
 
 Tessel::Result<Counters> readCounters(const std::string& path) {
     const Tessel::Result<Json> answer = answerTo("counters", path);
@@ -134,7 +84,7 @@ Tessel::Result<int> showCounters(const Request& request) {
         }
         label = read.value();
     }
-    const Tessel::Result<Counters> all = readCounters(pathFor(request));
+    const Tessel::Result<Counters> all = readCounters(controlPathFor(request));
     if (!all) {
         return all.refused();
     }
@@ -147,7 +97,7 @@ Tessel::Result<int> showCounters(const Request& request) {
 }
 
 Tessel::Result<int> clearCounters(const Request& request) {
-    const Tessel::Result<Json> answer = answerTo("clear-counters", pathFor(request));
+    const Tessel::Result<Json> answer = answerTo("clear-counters", controlPathFor(request));
     if (!answer) {
         return answer.refused();
     }

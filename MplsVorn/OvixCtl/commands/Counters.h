@@ -10,8 +10,10 @@
 namespace OvixCtl {
 
 /// Sends one command to the agent that answers at a socket, and returns its answer, a line of JSON.
+/// `more` is what the request has behind it: `,"vrf":"red"`.
 /// Refuses when no agent is there and when no answer comes within ten seconds, naming the path.
-Tessel::Result<std::string> askAgent(const std::string& path, std::string_view command);
+Tessel::Result<std::string> askAgent(const std::string& path, std::string_view command,
+                                     std::string_view more = {});
 
 struct LabelCounter {
     std::uint32_t label = 0;

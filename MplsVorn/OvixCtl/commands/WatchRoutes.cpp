@@ -38,7 +38,7 @@ struct KindText {
     char sign;
     const char* word;
 };
-KindText textOf(WatchedChange::Kind kind) noexcept {
+KindText kindTextOf(WatchedChange::Kind kind) noexcept {
     switch (kind) {
     case WatchedChange::Kind::added:
         return {'+', "added"};
@@ -52,7 +52,7 @@ KindText textOf(WatchedChange::Kind kind) noexcept {
 void printChange(const WatchedChange& change, const Tessel::TableReader& tables,
                  const IntfText& interfaces, bool json) {
     const std::string time = timeText(tables.committedAt());
-    const KindText kind = textOf(change.kind);
+    const KindText kind = kindTextOf(change.kind);
     if (json) {
         fmt::print(R"({{"generation":{},"time":"{}","change":"{}","route":{}}})"
                    "\n",

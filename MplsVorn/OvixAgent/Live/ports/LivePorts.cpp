@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <fmt/format.h>
 #include <stdexcept>
+#include <system_error>
 
+#include "Live/ports/InterfaceClaim.h"
 #include "Live/ports/InterfaceControl.h"
 #include "Live/ports/PacketPort.h"
 #include "Live/ports/XdpPort.h"
@@ -13,7 +15,21 @@ namespace OvixAgent {
 
 namespace {
 
+/// The port would wait until the other agent ends.
+void requireFree(const std::string& interface) {
+    if (isInterface(interface)) {
+        try {
+            const InterfaceClaim attempt(indexOfInterface(interface));
+        } catch (const std::system_error& taken) {
+            throw std::runtime_error(interface + ": " + taken.what());
+        }
+    }
+}
+
 std::unique_ptr<LivePort> open(const PortConfig& config, PortIndex index) {
+    if (config.kind != PortKind::tap) { // of which the kernel lets nobody have a second
+        requireFree(config.name);
+    }
     switch (config.kind) {
     case PortKind::xdp:
         return std::make_unique<XdpPort>(index, config.name);
@@ -127,7 +143,9 @@ std::vector<std::string> LivePorts::news() {
     const auto report = [&](std::string& reported, const LivePort& port) {
         if (reported != port.problem()) {
             reported = port.problem();
-            all.push_back(reported.empty() ? port.name() + ": open" : reported);
+            all.push_back(reported.empty()           ? port.name() + ": open"
+                          : isInterface(port.name()) ? reported
+                                                     : reported + "; waiting for the interface");
         }
     };
     reported_.resize(ports_.size() + 1);

@@ -27,6 +27,7 @@ bool PacketPort::reopen() {
     shut({});
     try {
         interfaceIndex_ = indexOfInterface(nameOfInterface(interfaceIndex_, name_));
+        claim_.emplace(interfaceIndex_);
         ring_.emplace(interfaceIndex_, intake_);
         openSender();
         prepareInterface();
@@ -62,6 +63,7 @@ void PacketPort::shut(std::string problem) {
     circuit_.leave();
     ring_.reset();
     sender_ = Posix::FileDescriptor();
+    claim_.reset();
     problem_ = std::move(problem);
 }
 

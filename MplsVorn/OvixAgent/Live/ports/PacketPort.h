@@ -4,6 +4,7 @@
 #include <string>
 
 #include "Config/Config.h"
+#include "Live/ports/InterfaceClaim.h"
 #include "Live/ports/KernelGuard.h"
 #include "Live/ports/LivePort.h"
 #include "Live/ports/PacketRing.h"
@@ -57,6 +58,7 @@ class PacketPort final : public LivePort {
     std::string name_;
     PacketIntake intake_;
     unsigned int interfaceIndex_ = 0;
+    std::optional<InterfaceClaim> claim_; ///< while the port is open
     std::optional<PacketRing> ring_;
     CircuitInterface circuit_;
     FrameSegments segments_; ///< of the current frame in the ring

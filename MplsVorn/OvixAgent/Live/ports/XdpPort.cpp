@@ -38,6 +38,7 @@ bool XdpPort::reopen() {
 void XdpPort::open() {
     const std::string name = nameOfInterface(interfaceIndex_, name_);
     interfaceIndex_ = indexOfInterface(name);
+    claim_.emplace(interfaceIndex_);
     const std::uint32_t mtu = mtuOfInterface(name);
     constexpr std::uint32_t maxMtu = XdpSocket::maxFrame - linkHeader;
     if (mtu > maxMtu) {
@@ -81,6 +82,7 @@ void XdpPort::shut(std::string problem) {
     circuit_.leave();
     program_.reset();
     socket_.reset();
+    claim_.reset();
     problem_ = std::move(problem);
 }
 

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "Config/Config.h"
+#include "Live/ports/InterfaceClaim.h"
 #include "Live/ports/KernelGuard.h"
 #include "Live/ports/LivePort.h"
 #include "Live/ports/XdpProgram.h"
@@ -51,6 +53,7 @@ class XdpPort final : public LivePort {
     std::string name_;
     PacketIntake intake_ = PacketIntake::labelled;
     unsigned int interfaceIndex_ = 0;
+    std::optional<InterfaceClaim> claim_; ///< while the port is open
     CircuitInterface circuit_;
     std::unique_ptr<XdpSocket> socket_;
     std::unique_ptr<XdpProgram> program_; ///< refers to the socket

@@ -102,7 +102,7 @@ class ControlServerTest : public testing::Test {
 
 std::string errorOf(const std::string& path) {
     try {
-        const ControlServer made(path, [](const std::string&) { return ""; });
+        const ControlServer made(path, [](const std::string&) { return std::string(); });
     } catch (const std::runtime_error& error) {
         return error.what();
     }
@@ -257,7 +257,95 @@ TEST_F(ControlServerTest, ReportsWhyAPathCannotBeUsed) {
     EXPECT_EQ(errorOf(tooLong), "control socket " + tooLong + ": the path is too long");
     const std::string beneathAFile = path + "/agent.sock";
     EXPECT_EQ(errorOf(beneathAFile),
-              "control socket " + beneathAFile + ": cannot listen: Not a directory");
+              "control socket " + beneathAFile + ": " + path + " is no directory");
+}
+
+/// So many entries, one for each call.
+OvixAgent::Listing numbers(int count) {
+    return [count, next = 0](std::string& entry) mutable {
+        entry = next < count ? std::to_string(next) : "";
+        return next++ < count;
+    };
+}
+
+TEST_F(ControlServerTest, AListIsMadeWhileItIsSentAndEndsAsItIsTold) {
+    handler = [](const std::string& wanted) {
+        return OvixAgent::ControlAnswer("{[", numbers(std::stoi(wanted)), "]}");
+    };
+    ControlServer listing(directory / "sub" / "list.sock", handler);
+    const auto listed = [&](const std::string& count) {
+        Asker asker(listing.path());
+        asker.say(count + "\n");
+        std::string heard;
+        for (listing.serve(); listing.isBusy(); listing.serve()) {
+            heard += asker.heard();
+        }
+        heard += asker.heard();
+        EXPECT_TRUE(asker.isOver());
+        return heard;
+    };
+    EXPECT_EQ(listed("0"), "{[]}\n");
+    EXPECT_EQ(listed("3"), "{[0,1,2]}\n");
+    const std::string many = listed("300000");
+    EXPECT_EQ(std::count(many.begin(), many.end(), ','), 299'999);
+    EXPECT_TRUE(many.ends_with(",299999]}\n"));
+}
+
+TEST_F(ControlServerTest, OnlyAsMuchOfAListIsMadeAsIsTaken) {
+    int made = 0;
+    ControlServer listing(directory / "sub" / "list.sock", [&](const std::string&) {
+        return OvixAgent::ControlAnswer(
+            "",
+            [&](std::string& entry) {
+                entry.assign(1000, 'x');
+                return ++made < 1'000'000;
+            },
+            "");
+    });
+    Asker asker(listing.path());
+    asker.say("list\n");
+    for (listing.serve(); listing.isBusy(); listing.serve()) {
+    }
+    EXPECT_LT(made, 2000); // the rest has no room in the socket
+    const int before = made;
+    asker.heard();
+    listing.serve();
+    EXPECT_GT(made, before);
+}
+
+TEST_F(ControlServerTest, ADirectoryThatOthersCanReplaceIsRefused) {
+    const std::string other = directory / "sub" / "other.sock";
+    const auto said = [&] {
+        const auto trusted = OvixAgent::checkControlDirectory(other);
+        const std::string refused = trusted ? "" : trusted.refused().what;
+        EXPECT_EQ(errorOf(other), refused);
+        return refused;
+    };
+    const std::string sub = directory / "sub";
+    const std::string begin = "control socket " + other + ": " + sub + " ";
+    EXPECT_EQ(said(), "");
+    for (const mode_t mode : {0777U, 0770U, 0702U}) {
+        chmod(sub.c_str(), mode);
+        EXPECT_EQ(said(), begin + "can be written by others") << mode;
+    }
+    chmod(sub.c_str(), 01777); // as /tmp
+    EXPECT_EQ(said(), "");
+    chmod(sub.c_str(), 0755);
+    if (geteuid() == 0) {
+        ASSERT_EQ(chown(sub.c_str(), 65534, 65534), 0);
+        EXPECT_EQ(said(), begin + "belongs to another user");
+    }
+}
+
+TEST_F(ControlServerTest, ALinkOfAnotherUserToADirectoryIsRefused) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root";
+    }
+    const std::string link = directory / "link";
+    std::filesystem::create_symlink("/run", link);
+    EXPECT_TRUE(OvixAgent::checkControlDirectory(link + "/x.sock"));
+    ASSERT_EQ(lchown(link.c_str(), 65534, 65534), 0);
+    EXPECT_FALSE(OvixAgent::checkControlDirectory(link + "/x.sock"));
 }
 
 } // namespace ControlServerTest

@@ -144,14 +144,20 @@ TEST(ControlAnswers, HoldTheirParts) {
     EXPECT_EQ(refusalAnswer("not \xff today"),
               "{\"ok\":false,\"error\":\"not \xef\xbf\xbd today\"}");
     const Summary summary = busySummary();
-    EXPECT_EQ(countersAnswer({{100, {7, 700}}}, summary.counters),
-              R"({"ok":true,"labels":[{"label":100,"packets":7,"bytes":700}],"counters":[)"
-              R"({"category":"Drop","module":"Routing::Mpls","reason":"No labels resolved",)"
-              R"("count":2}]})");
-    EXPECT_EQ(
-        statusAnswer(summary, "1.0"),
-        R"({"ok":true,"version":"1.0","tables":{"name":"","generation":0,"corruptions":0,"problem":null},)"
-        R"("frames":{"in":12,"forwarded":8,"punted":1,"dropped":3,"handedOn":1}})");
+    EXPECT_EQ(labelText({100, {7, 700}}), R"({"label":100,"packets":7,"bytes":700})");
+    EXPECT_EQ(countersText(summary.counters),
+              R"([{"category":"Drop","module":"Routing::Mpls","reason":"No labels resolved",)"
+              R"("count":2}])");
+    EXPECT_EQ(statusAnswer(summary, "1.0", "live"),
+              R"({"ok":true,"version":"1.0","run":"live",)"
+              R"("tables":{"name":"","generation":0,"corruptions":0,"problem":null},)"
+              R"("frames":{"in":12,"replicas":1,"forwarded":8,"punted":1,"dropped":3,"handedOn":1,)"
+              R"("queued":0},"balanced":true})");
+    EXPECT_EQ(fatesAnswer(summary),
+              R"({"ok":true,"in":12,"replicas":1,"forwarded":8,)"
+              R"("punted":{"frames":1,"reasons":{"OAM packet":1}},)"
+              R"("dropped":{"frames":3,"reasons":{"No labels resolved":2,"TTL expired":1}},)"
+              R"("handedOn":{"frames":1,"reasons":{"not MPLS":1}},"queued":0,"balanced":true})");
 }
 
 TEST(ControlRequests, NameACommand) {

@@ -3,8 +3,10 @@
 #include <thread>
 
 #include "ConfigTesting.h"
+#include "Live/ports/PacketPort.h"
 #include "LiveTesting.h"
 #include "Refusal.h"
+#include "ShmTesting.h"
 #include "State/ForwardingTables.h"
 
 namespace LivePortsTest {
@@ -34,7 +36,7 @@ TEST_F(LivePortsTest, AMissingPortIsReportedOnceAndAgainWhenOpen) {
     ports->requireUsable();
     const Lines missing{"later: finding the interface: No such device"};
     EXPECT_EQ(ports->problems(), missing);
-    EXPECT_EQ(ports->news(), missing);
+    EXPECT_EQ(ports->news(), Lines{missing.front() + "; waiting for the interface"});
     EXPECT_EQ(ports->news(), Lines());
     ip("link add later type veth peer name other");
     ports->reopen();
@@ -71,6 +73,30 @@ TEST_F(LivePortsTest, ARunWithoutAUsablePortIsRefused) {
     open("ports: [{name: left, kind: xdp}]");
     const std::string said = TestSupport::refusal([&] { ports->requireUsable(); });
     EXPECT_EQ(said.find("no port can be used: left: an MTU of 9000 is more than "), 0U) << said;
+}
+
+TEST_F(LivePortsTest, AnInterfaceOfAnotherAgentIsRefusedUntilThatEnds) {
+    const ShmTesting::Signal isOpen;
+    ShmTesting::Child other([&] {
+        const PacketPort left(0, "left", PacketIntake::labelled);
+        isOpen.give();
+        pause();
+    });
+    isOpen.await();
+    const std::string expected = "another agent, process " + std::to_string(other.process()) +
+                                 ", forwards on this interface: Device or resource busy";
+    const auto begin = [this] {
+        return TestSupport::refusal([this] { open("ports: [{name: left, kind: packet}]"); });
+    };
+    EXPECT_EQ(begin(), "left: " + expected);
+    EXPECT_EQ(TestSupport::refusal([this] { open("ports: [{name: left, kind: xdp}]"); }),
+              "left: " + expected);
+    PacketPort late(0, "left", PacketIntake::labelled); // of a run that goes on
+    EXPECT_EQ(late.problem(), "left: " + expected);
+    EXPECT_EQ(TestSupport::refusal([this] { open("ports: [{name: right, kind: packet}]"); }), "");
+    other.kill();
+    EXPECT_TRUE(late.reopen());
+    EXPECT_EQ(begin(), "");
 }
 
 TEST_F(LivePortsTest, AnInvalidCpuTapIsAProblem) {

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "Control/ControlServer.h"
+#include "State/ForwardingTables.h"
+#include "Summary/Summary.h"
+
+namespace OvixAgent {
+
+// What an agent has, entry by entry as JSON objects, for requests at its control socket. Each
+// entry is as it is when its turn comes. The tables must outlive a listing, and may change.
+
+/// What only the ports of a live run know.
+struct LiveState {
+    bool isOpen = true;
+    std::string problem;        ///< why it is not open
+    std::uint64_t received = 0; ///< frames
+};
+/// Unset for a run on captures.
+using LiveStateOf = std::function<LiveState(PortIndex)>;
+
+/// {"name", "kind", "state", "problem", "mac", "mtu", "vrf", "addresses", "parent", "vlans",
+///  "mpls", "received", "sent": {"frames", "bytes"}}; "kind" and "received" are null in a run on
+/// captures.
+Listing portListing(const ForwardingTables& tables, LiveStateOf live);
+
+/// {"address", "port", "mac", "configured"}. One that is there all the time may come twice when
+/// neighbours are added meanwhile.
+Listing neighbourListing(const ForwardingTables& tables);
+
+/// {"id", "nexthops": [{"nexthop", "port", "weight"}]}
+Listing fecListing(const ForwardingTables& tables);
+
+/// {"name", "routes", "ports"}
+Listing vrfListing(const ForwardingTables& tables);
+
+/// {"vrf", "prefix", "kind", "reason", "configured", "vias": [{"nexthop", "port", "weight",
+///  "labels"}]} of one VRF, or of all for an empty name.
+Listing routeListing(const ForwardingTables& tables, const std::string& vrf);
+
+/// The labels' traffic, {"label", "packets", "bytes"}.
+Listing labelListing(std::vector<LabelTraffic> labels);
+
+} // namespace OvixAgent

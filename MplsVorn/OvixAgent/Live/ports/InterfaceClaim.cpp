@@ -1,0 +1,63 @@
+#include "Live/ports/InterfaceClaim.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace OvixAgent {
+
+namespace {
+
+struct Name {
+    sockaddr_un address{};
+    socklen_t size = 0;
+
+    explicit Name(unsigned int index) {
+        const std::string text = "ovix-agent/interface/" + std::to_string(index);
+        address.sun_family = AF_UNIX;
+        std::copy(text.begin(), text.end(), address.sun_path + 1); // behind a zero: abstract
+        size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + text.size());
+    }
+    const sockaddr* get() const noexcept { return reinterpret_cast<const sockaddr*>(&address); }
+};
+
+/// Who has the name; unset when nobody is found.
+std::optional<ucred> holderOf(const Name& name) {
+    const Posix::FileDescriptor asking(
+        socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    ucred holder{};
+    socklen_t size = sizeof holder;
+    if (connect(asking.value(), name.get(), name.size) != 0 ||
+        getsockopt(asking.value(), SOL_SOCKET, SO_PEERCRED, &holder, &size) != 0) {
+        return std::nullopt;
+    }
+    return holder;
+}
+
+} // namespace
+
+InterfaceClaim::InterfaceClaim(unsigned int index)
+    : socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
+    const Name name(index);
+    if (bind(socket_.value(), name.get(), name.size) == 0) {
+        listen(socket_.value(), 1);
+        return;
+    }
+    const int error = errno;
+    const std::optional<ucred> holder = error == EADDRINUSE ? holderOf(name) : std::nullopt;
+    const bool isAgent =
+        holder && holder->pid != getpid() && (holder->uid == 0 || holder->uid == geteuid());
+    if (isAgent) {
+        throw std::system_error(EBUSY, std::generic_category(),
+                                "another agent, process " + std::to_string(holder->pid) +
+                                    ", forwards on this interface");
+    }
+}
+
+} // namespace OvixAgent

@@ -1,0 +1,98 @@
+#include "commands/AgentAnswer.h"
+
+#include <cstdio>
+#include <fmt/format.h>
+#include <utility>
+
+#include "Control/ControlServer.h"
+#include "commands/Counters.h"
+#include "route/RouteJson.h"
+
+namespace OvixCtl {
+
+std::string controlPathFor(const Request& request) {
+    return request.control.empty() ? OvixAgent::controlPath(request.tables) : request.control;
+}
+
+Tessel::Result<Json> answerTo(const std::string& command, const std::string& path,
+                              std::string_view vrf) {
+    const Tessel::Result<std::string> line =
+        askAgent(path, command, vrf.empty() ? "" : ",\"vrf\":" + jsonText(std::string(vrf)));
+    if (!line) {
+        return line.refused();
+    }
+    Json answer = Json::parse(line.value(), nullptr, false);
+    if (!answer.is_object() || !answer.contains("ok") || !answer["ok"].is_boolean()) {
+        return Tessel::Refused{
+            fmt::format("control socket {}: the answer is not an agent's", path)};
+    }
+    if (!answer["ok"].get<bool>()) {
+        const auto error = answer.find("error");
+        return Tessel::Refused{fmt::format("control socket {}: {}", path,
+                                           error != answer.end() && error->is_string()
+                                               ? error->get<std::string>()
+                                               : "the agent refuses")};
+    }
+    answer.erase("ok");
+    return answer;
+}
+
+Tessel::Result<Json> answerOf(const Request& request, const std::string& command,
+                              std::string_view vrf) {
+    const std::string path = controlPathFor(request);
+    if (request.control.empty()) { // a path that others may have foreseen
+        if (const auto trusted = OvixAgent::checkControlDirectory(path); !trusted) {
+            return trusted.refused();
+        }
+    }
+    return answerTo(command, path, vrf);
+}
+
+Tessel::Result<Json> listOf(const Request& request, const std::string& list, std::string_view vrf) {
+    Tessel::Result<Json> answer = answerOf(request, list, vrf);
+    if (answer && !(answer.value().contains(list) && answer.value()[list].is_array())) {
+        return Tessel::Refused{fmt::format("control socket {}: the agent's answer has no {}",
+                                           controlPathFor(request), list)};
+    }
+    return answer;
+}
+
+int printAnswer(const Request& request, const Json& answer, std::vector<TextTable::Column> columns,
+                const Rows& rows) {
+    const std::string text =
+        request.json ? answer.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n"
+                     : tableText(std::move(columns), rows);
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    return ExitCode::success;
+}
+
+std::string tableText(std::vector<TextTable::Column> columns, const Rows& rows) {
+    if (rows.empty()) {
+        return {};
+    }
+    TextTable table(std::move(columns));
+    for (const TextTable::Cells& row : rows) {
+        table.measure(row);
+    }
+    std::string text = table.heading();
+    for (const TextTable::Cells& row : rows) {
+        text += table.line(row);
+    }
+    return text;
+}
+
+std::string cellOf(const Json& value) {
+    return value.is_null()     ? std::string()
+           : value.is_string() ? value.get<std::string>()
+                               : value.dump();
+}
+
+std::string cellOfList(const Json& list) {
+    std::string text;
+    for (const Json& each : list) {
+        text += (text.empty() ? "" : ",") + cellOf(each);
+    }
+    return text;
+}
+
+} // namespace OvixCtl

@@ -1,0 +1,42 @@
+#include <fmt/format.h>
+
+#include "commands/AgentAnswer.h"
+
+namespace OvixCtl {
+
+namespace {
+
+std::string tablesText(const Json& tables) {
+    const std::string name = cellOf(tables.at("name"));
+    std::string text = name.empty() ? "of the configuration" : fmt::format("\"{}\"", name);
+    text += ", generation " + cellOf(tables.at("generation"));
+    if (const Json& damage = tables.at("corruptions"); damage != 0) {
+        text += fmt::format(", damage met {} times", cellOf(damage));
+    }
+    const std::string problem = cellOf(tables.at("problem"));
+    return text + (problem.empty() ? "" : "; " + problem);
+}
+
+std::string statusText(const Json& status) {
+    const Json& frames = status.at("frames");
+    std::string text =
+        fmt::format("{:<12}{}\n{:<12}{}\n{:<12}{}\n", "version", cellOf(status.at("version")),
+                    "run", cellOf(status.at("run")), "tables", tablesText(status.at("tables")));
+    for (const auto& [name, count] : frames.items()) {
+        text += fmt::format("{:<12}{}\n", name == "handedOn" ? "handed on" : name, cellOf(count));
+    }
+    return text + (status.at("balanced") == true ? "" : "the frames do not add up\n");
+}
+
+} // namespace
+
+Tessel::Result<int> showStatus(const Request& request) {
+    const Tessel::Result<Json> status = answerOf(request, "status");
+    if (!status) {
+        return status.refused();
+    }
+    fmt::print("{}", request.json ? status.value().dump() + "\n" : statusText(status.value()));
+    return ExitCode::success;
+}
+
+} // namespace OvixCtl
