@@ -33,7 +33,7 @@ class Churn {
             throw std::logic_error("the tables refuse the routes");
         }
         writer_.commit();
-        router_.emplace(scenario_.config, OvixAgent::openSharedTables(name_));
+        router_.emplace(scenario_.config, OvixAgent::openSharedTables(name_, false).value());
     }
     Churn(const Churn&) = delete;
     Churn& operator=(const Churn&) = delete;

@@ -48,7 +48,8 @@ class Dataplane:
         (self.directory / "ovix-agent.out").unlink(missing_ok=True)  # an earlier one's balance
         self.agent = Process(self.router, self.directory, "ovix-agent", BIN / "ovix-agent", "run",
                              self.directory / "agent.yaml", "--live", "--tables", self.router,
-                             "--control", self.control, "--json", "--quiet", *self.options)
+                             "--create", "--control", self.control, "--json", "--quiet",
+                             *self.options)
 
     def wait_for_agent(self) -> None:
         wait_until(f"the agent on {self.router} answers", self.answers, 10)

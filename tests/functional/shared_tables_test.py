@@ -6,7 +6,7 @@ import subprocess
 import threading
 import unittest
 
-from agent import NO_VIA_SET, PORTS, lfib, mpls, routes, sent, via
+from agent import AGENT, NO_VIA_SET, PORTS, lfib, mpls, routes, sent, via
 from running_agent import CTL, RunningAgent, SharedTablesTest, top_label
 
 DROPPED = "No labels resolved to via sets, and nexthop not resolved"
@@ -35,6 +35,15 @@ class SharedTables(SharedTablesTest):
         result = agent.stop()
         self.assertEqual(result.sent(), {"east": [sent([(200, 0, 63)])]})
         self.assertEqual(result.json["dropped"]["frames"], 1)
+
+    def test_tables_that_do_not_exist_are_refused_unless_they_are_to_be_made(self):
+        (self.directory / "agent.yaml").write_text(PORTS)
+        done = subprocess.run([AGENT, "run", str(self.directory / "agent.yaml"), "--live",
+                               "--tables", self.tables], capture_output=True, text=True,
+                              check=False)
+        self.assertEqual(done.returncode, 1)
+        self.assertIn(f'tables "{self.tables}" do not exist; "--create" makes them', done.stderr)
+        self.assertFalse(self.memory.exists())
 
     def test_each_frame_goes_by_the_tables_as_they_are_when_it_comes(self):
         self.load(swap_all(range(100, 101), 200))

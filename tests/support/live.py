@@ -67,7 +67,7 @@ class LiveTest(unittest.TestCase):
         self.config = self.directory / "agent.yaml"
         self.configure(extra, kind)
         command = ["ip", "netns", "exec", self.router, agent.AGENT, "run", str(self.config),
-                   "--live", "--tables", self.tables, "--control", str(self.path), "--json",
+                   "--live", "--tables", self.tables, "--create", "--control", str(self.path), "--json",
                    *self.options]
         if agent.PLUGIN:
             command += ["--plugin", agent.PLUGIN]

@@ -41,7 +41,7 @@ class RunningAgent:
         if not self.fifo.exists():
             os.mkfifo(self.fifo)
         command = [agent.AGENT, "run", str(directory / "agent.yaml"), "--in", f"west={self.fifo}",
-                   "--out", str(directory / "out"), "--tables", tables, "--control",
+                   "--out", str(directory / "out"), "--tables", tables, "--create", "--control",
                    str(self.path), "--json"]
         if agent.PLUGIN:
             command += ["--plugin", agent.PLUGIN]

@@ -65,6 +65,9 @@ void checkForm(const RunOptions& options, const std::vector<std::string>& inputs
     if (!options.live && options.carrier) {
         throw CLI::RequiresError("--carrier", "--live");
     }
+    if (options.create && options.tables.empty()) {
+        throw CLI::RequiresError("--create", "--tables");
+    }
     if (!options.live && options.outDirectory.empty()) {
         throw CLI::RequiredError("--out");
     }
@@ -107,6 +110,7 @@ void addOtherOptions(CLI::App* run, RunOptions& options) {
            "Take the label tables, the hardware status and the multicast VPN interfaces "
            "from shared memory, where ovixctl and others publish them, instead of from CONFIG")
         ->type_name("NAME");
+    run->add_flag("--create", options.create, "Make empty tables of that name when there are none");
     run->add_option("--control", options.control,
                     "The socket at which to answer ovixctl (with --tables, by default NAME.sock in "
                     "the runtime directory)")

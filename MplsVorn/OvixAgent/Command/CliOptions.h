@@ -27,6 +27,7 @@ struct RunOptions {
     std::string outDirectory;        ///< empty when live
     std::string plugin;              ///< empty: the one installed with the agent
     std::string tables;              ///< name of shared tables; empty: those of the configuration
+    bool create = false;             ///< make the shared tables when there are none
     std::string control;             ///< path of the control socket; empty: see controlPath()
     bool carrier = false;            ///< links of live ports are up only while it forwards
     bool anyMac = false;             ///< take frames for other stations, too

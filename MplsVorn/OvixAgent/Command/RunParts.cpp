@@ -17,7 +17,12 @@ Tessel::Result<std::unique_ptr<AgentState>> makeState(const AgentConfig& config,
     if (options.tables.empty()) {
         return AgentState::ofConfig(config, options.config);
     }
-    return std::make_unique<AgentState>(config, openSharedTables(options.tables));
+    Tessel::Result<Ptr<Tessel::TableReader>> tables =
+        openSharedTables(options.tables, options.create);
+    if (!tables) {
+        return tables.refused();
+    }
+    return std::make_unique<AgentState>(config, std::move(tables).value());
 }
 
 void addTables(const RunOptions& options, const AgentState& state, Summary& summary) {

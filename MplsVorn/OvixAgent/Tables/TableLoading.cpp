@@ -68,8 +68,9 @@ void loadMvpn(const AgentConfig& config, Mpls::TablePublisher& tables) {
     }
 }
 
-/// Null when there are none, or none that are finished.
-Ptr<Tessel::TableReader> openIfThere(const std::string& name) {
+/// Null when there are none that are finished; says whether there is a file.
+Ptr<Tessel::TableReader> openIfThere(const std::string& name, bool& isThere) {
+    isThere = true;
     try {
         auto memory = Tessel::TableMemory::sharedForReading(name);
         const auto* magic = reinterpret_cast<const std::uint64_t*>(memory.bytes().data());
@@ -82,6 +83,7 @@ Ptr<Tessel::TableReader> openIfThere(const std::string& name) {
             absent.code() != std::errc::no_message_available) {
             throw;
         }
+        isThere = absent.code() != std::errc::no_such_file_or_directory;
         return nullptr;
     }
 }
@@ -123,11 +125,17 @@ void clearTables(const Mpls::PublishedTables& published, Mpls::TablePublisher& t
     }
 }
 
-Ptr<Tessel::TableReader> openSharedTables(const std::string& name) {
+Tessel::Result<Ptr<Tessel::TableReader>> openSharedTables(const std::string& name, bool create) {
     constexpr int tries = 200;
     for (int i = 0; i < tries; ++i) {
-        if (auto tables = openIfThere(name)) {
+        bool isThere = false;
+        if (auto tables = openIfThere(name, isThere)) {
             return tables;
+        }
+        if (!isThere && !create) {
+            return Tessel::Refused{"tables \"" + name +
+                                   "\" do not exist; \"--create\" makes them, as ovix-fpm and "
+                                   "\"ovixctl --create\" do"};
         }
         try {
             const Mpls::TablePublisher empty(Tessel::TableMemory::sharedForWriting(name));

@@ -20,8 +20,8 @@ Tessel::Result<void> loadTables(const AgentConfig& config, const std::string& fi
 void clearTables(const Mpls::PublishedTables& published, Mpls::TablePublisher& tables);
 
 /// Opens the label tables that are published under a name, for reading. When nobody has published
-/// any yet, there are empty ones to wait at. Throws CorruptionDetected, std::system_error and
-/// std::invalid_argument, each naming the tables.
-Ptr<Tessel::TableReader> openSharedTables(const std::string& name);
+/// any yet, they are refused, or, with `create`, there are empty ones to wait at. Throws
+/// CorruptionDetected, std::system_error and std::invalid_argument, each naming the tables.
+Tessel::Result<Ptr<Tessel::TableReader>> openSharedTables(const std::string& name, bool create);
 
 } // namespace OvixAgent

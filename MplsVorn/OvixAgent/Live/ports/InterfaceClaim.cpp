@@ -9,6 +9,7 @@
 #include <sys/un.h>
 #include <system_error>
 #include <unistd.h>
+#include <vector>
 
 namespace OvixAgent {
 
@@ -26,6 +27,12 @@ struct Name {
     }
     const sockaddr* get() const noexcept { return reinterpret_cast<const sockaddr*>(&address); }
 };
+
+/// The sockets of the claims of this process.
+std::vector<int>& claims() {
+    static std::vector<int> all;
+    return all;
+}
 
 /// Who has the name; unset when nobody is found.
 std::optional<ucred> holderOf(const Name& name) {
@@ -46,7 +53,8 @@ InterfaceClaim::InterfaceClaim(unsigned int index)
     : socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
     const Name name(index);
     if (bind(socket_.value(), name.get(), name.size) == 0) {
-        listen(socket_.value(), 1);
+        listen(socket_.value(), SOMAXCONN);
+        claims().push_back(socket_.value());
         return;
     }
     const int error = errno;
@@ -57,6 +65,17 @@ InterfaceClaim::InterfaceClaim(unsigned int index)
         throw std::system_error(EBUSY, std::generic_category(),
                                 "another agent, process " + std::to_string(holder->pid) +
                                     ", forwards on this interface");
+    }
+}
+
+InterfaceClaim::~InterfaceClaim() {
+    std::erase(claims(), socket_.value());
+}
+
+void InterfaceClaim::dismissAskers() {
+    for (const int claim : claims()) {
+        while (Posix::FileDescriptor(accept4(claim, nullptr, nullptr, SOCK_CLOEXEC)).isOpen()) {
+        }
     }
 }
 

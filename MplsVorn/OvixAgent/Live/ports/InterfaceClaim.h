@@ -12,6 +12,13 @@ class InterfaceClaim {
   public:
     /// Throws std::system_error, which names the process that has the interface already.
     explicit InterfaceClaim(unsigned int index);
+    InterfaceClaim(const InterfaceClaim&) = delete;
+    InterfaceClaim& operator=(const InterfaceClaim&) = delete;
+    ~InterfaceClaim();
+
+    /// To be called now and then by the thread that has claims: others who ask whose they are wait
+    /// in a queue, which must not become full.
+    static void dismissAskers();
 
   private:
     Posix::FileDescriptor socket_;

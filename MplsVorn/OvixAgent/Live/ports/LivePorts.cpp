@@ -165,6 +165,7 @@ std::vector<std::string> LivePorts::news() {
 }
 
 void LivePorts::reopen() {
+    InterfaceClaim::dismissAskers();
     for (const auto& port : ports_) {
         if (!port->isOpen()) {
             port->reopen();

@@ -50,6 +50,13 @@ TEST_F(CommandLineTest, EachCommandIsKnownByGroupAndName) {
                         {"counters", "show"},
                         {"counters", "clear"},
                         {"completion", "bash"},
+                        {"completion", "zsh"},
+                        {"drops", "show"},
+                        {"port", "show"},
+                        {"neighbour", "show"},
+                        {"route", "show", "red"},
+                        {"fec", "show"},
+                        {"vrf", "show"},
                         {"tables", "repair"}};
     for (const Words& words : cases) {
         const Request request = requestOf(words);
