@@ -63,8 +63,8 @@ class Dataplane:
                            *words, "--json", **keys)
 
     def lfib(self, table: str = "transit") -> dict:
-        """An LFIB by label."""
-        return {route["label"]: route for route in self.routes(table)}
+        """An LFIB by label; routes that wait for those of another owner are left out."""
+        return {route["label"]: route for route in self.routes(table) if not route.get("waitsFor")}
 
     def routes(self, *table: str) -> list[dict]:
         """Those of a table, or everything."""

@@ -28,7 +28,7 @@ while read -r daemon; do
     # shellcheck disable=SC2086 # words of their own
     "/usr/lib/frr/$daemon" -d -f "/etc/frr/$daemon.conf" $words </dev/null
 done <"$config/daemons"
-ovix-agent run "$config/agent.yaml" --live --tables router --carrier &
+ovix-agent run "$config/agent.yaml" --live --tables router --create --carrier &
 agent=$!
 trap 'kill $agent $fpm 2>/dev/null; wait; exit 0' TERM INT
 while kill -0 $agent 2>/dev/null && kill -0 $fpm 2>/dev/null; do sleep 1; done
