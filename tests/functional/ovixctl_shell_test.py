@@ -117,7 +117,7 @@ printf '%s\n' "${COMPREPLY[@]}"
                 ("ovixctl lfib del decap ", []),
                 ("ovixctl lfib add 100 via ", ["inet", "inet6"]),
                 ("ovixctl lfib del 100 table p", ["pseudowire"]),
-                ("ovixctl lfib watch --c", ["--control", "--count"]),
+                ("ovixctl lfib watch --c", ["--control", "--create", "--count"]),
                 ("ovixctl --t", ["--tables"]),
                 ("ovixctl completion ", ["bash", "zsh"])):
             with self.subTest(line):

@@ -45,6 +45,20 @@ class SharedTables(SharedTablesTest):
         self.assertIn(f'tables "{self.tables}" do not exist; "--create" makes them', done.stderr)
         self.assertFalse(self.memory.exists())
 
+    def test_a_misspelt_name_makes_no_tables(self):
+        route = ("lfib", "add", "100", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
+        for words in (route, ("lfib", "load", "/dev/null"), ("lfib", "replace", *route[2:])):
+            done = subprocess.run([CTL, "--tables", self.tables, *words], capture_output=True,
+                                  text=True, check=False)
+            self.assertEqual(done.returncode, 1)
+            self.assertIn("do not exist; lfib add and lfib load with \"--create\" make them",
+                          done.stderr)
+            self.assertFalse(self.memory.exists())
+        subprocess.run([CTL, "--tables", self.tables, *route, "--create"], check=True,
+                       capture_output=True)
+        subprocess.run([CTL, "--tables", self.tables, "lfib", "del", "100"], check=True,
+                       capture_output=True)
+
     def test_each_frame_goes_by_the_tables_as_they_are_when_it_comes(self):
         self.load(swap_all(range(100, 101), 200))
         agent = self.start()

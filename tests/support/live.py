@@ -110,7 +110,7 @@ ports:
             time.sleep(0.02)
 
     def ctl(self, *arguments: str) -> None:
-        subprocess.run([CTL, "--tables", self.tables, *arguments], check=True,
+        subprocess.run([CTL, "--create", "--tables", self.tables, *arguments], check=True,
                        capture_output=True)
 
     def host(self, name: str, program: str, **keys) -> subprocess.Popen:

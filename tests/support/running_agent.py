@@ -21,7 +21,7 @@ DEADLINE = 30
 
 def ctl(*arguments: str, tables: str, code: int = 0, **keys) -> str:
     """Runs ovixctl and returns what it printed."""
-    done = subprocess.run([CTL, "--tables", tables, *arguments], capture_output=True, text=True,
+    done = subprocess.run([CTL, "--create", "--tables", tables, *arguments], capture_output=True, text=True,
                           timeout=DEADLINE, check=False, **keys)
     assert done.returncode == code, f"{arguments}: {done.returncode}: {done.stdout}{done.stderr}"
     return done.stdout if code == 0 else done.stderr

@@ -70,6 +70,9 @@ Tessel::Result<int> putEntry(const Request& request, bool mayReplace) {
             return usageError(request, legal.refused());
         }
     }
+    if (const auto present = requireTables(request); !present) {
+        return present.refused();
+    }
     Mpls::TablePublisher publisher(Tessel::TableMemory::sharedForWriting(request.tables));
     const TableView now = viewOf(request, publisher);
     const bool existed = exists(now, name);

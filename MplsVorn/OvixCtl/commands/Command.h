@@ -26,6 +26,7 @@ struct Request {
     std::string tables = "ovix"; ///< the name of the shared tables
     std::string control;         ///< the agent's socket; empty: derived from the tables' name
     bool json = false;
+    bool create = false;                     ///< make the tables when there are none
     std::uint64_t count = ~std::uint64_t{0}; ///< of watch: stop after that many changes
     std::vector<std::string> words;          ///< as many as the command takes
 };
@@ -86,6 +87,9 @@ struct EarlyExit {
 
 /// Options and commands are those of the table of commands.
 std::variant<Request, EarlyExit> parseCommandLine(int argc, const char* const* argv);
+
+/// Refuses tables that do not exist, unless the request makes them.
+Tessel::Result<void> requireTables(const Request& request);
 
 // What commands print.
 

@@ -17,7 +17,7 @@ namespace OvixCtl {
 namespace {
 
 constexpr const char* mainHelp =
-    "--tables, --control and --json may stand before or after the command.\n"
+    "--tables, --control, --create and --json may stand before or after the command.\n"
     "Exit codes:\n"
     "  0  done\n"
     "  1  an error, or some of what was shown is damaged\n"

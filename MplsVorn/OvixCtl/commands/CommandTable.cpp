@@ -53,6 +53,8 @@ constexpr Option globals[]{
     {"--control", "PATH",
      "The agent's control socket (default: the socket of the agent that uses these tables)",
      "@files@", &Request::control},
+    {"--create", nullptr, "Make the tables when there are none of that name", nullptr,
+     &Request::create},
     {"--json", nullptr, "Print JSON", nullptr, &Request::json},
 };
 constexpr Option countOption{"--count", "N", "Stop after N changes", nullptr, &Request::count};

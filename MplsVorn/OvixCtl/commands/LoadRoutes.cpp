@@ -122,6 +122,9 @@ Tessel::Result<int> diffRoutes(const Request& request) {
 
 Tessel::Result<int> loadRoutes(const Request& request) {
     const std::string& file = request.words.front();
+    if (const auto present = requireTables(request); !present) {
+        return present.refused();
+    }
     const WantedTables wanted(file);
     Mpls::TablePublisher publisher(Tessel::TableMemory::sharedForWriting(request.tables));
     if (const std::size_t repaired = publisher.tables().repaired(); repaired != 0) {

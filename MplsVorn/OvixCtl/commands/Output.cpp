@@ -5,8 +5,13 @@
 
 #include "commands/Command.h"
 #include "route/RouteJson.h"
+#include "tables/TableView.h"
 
 namespace OvixCtl {
+
+Tessel::Result<void> requireTables(const Request& request) {
+    return request.create ? Tessel::Result<void>() : checkTablesExist(request.tables);
+}
 
 std::string timeText(std::uint64_t nanoseconds) {
     constexpr std::uint64_t perSecond = 1'000'000'000;

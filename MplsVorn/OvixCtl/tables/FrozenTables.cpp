@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 #include <system_error>
 
+#include "Tables/TableFiles.h"
 #include "Tessel/Exceptions.h"
 #include "tables/TableView.h"
 
@@ -43,6 +44,12 @@ Ptr<Tessel::TableReader> freeze(const Tessel::TableReader& live, std::span<const
     return Tessel::make<FrozenReader>(live.name(), std::move(copy));
 }
 
+std::string noTables(const std::string& name) {
+    return fmt::format("tables \"{}\" do not exist; lfib add and lfib load with \"--create\" make "
+                       "them, and so do an agent with \"--create\" and ovix-fpm",
+                       name);
+}
+
 Tessel::Result<TableMemory> openMemory(const std::string& name) {
     try {
         return TableMemory::sharedForReading(name);
@@ -51,13 +58,23 @@ Tessel::Result<TableMemory> openMemory(const std::string& name) {
             absent.code() != std::errc::no_message_available) {
             throw;
         }
-        return Tessel::Refused{fmt::format("tables \"{}\" do not exist; \"ovixctl lfib load\" "
-                                           "creates them, and so does an agent that uses them",
-                                           name)};
+        return Tessel::Refused{noTables(name)};
     }
 }
 
 } // namespace
+
+// What else is wrong with them is found when they are opened.
+Tessel::Result<void> checkTablesExist(const std::string& name) {
+    try {
+        Tessel::TableFiles::openForReading(name);
+    } catch (const std::system_error& absent) {
+        if (absent.code() == std::errc::no_such_file_or_directory) {
+            return Tessel::Refused{noTables(name)};
+        }
+    }
+    return {};
+}
 
 Tessel::Result<Ptr<Tessel::TableReader>> openTables(const std::string& name) {
     Tessel::Result<TableMemory> memory = openMemory(name);

@@ -90,6 +90,9 @@ class TableView {
 /// when they kept changing faster than they could be copied.
 Tessel::Result<Ptr<Tessel::TableReader>> freezeTables(const std::string& name);
 
+/// Refuses tables that do not exist, saying how they are made.
+Tessel::Result<void> checkTablesExist(const std::string& name);
+
 /// The live tables, for reading. Refuses when there are none.
 Tessel::Result<Ptr<Tessel::TableReader>> openTables(const std::string& name);
 

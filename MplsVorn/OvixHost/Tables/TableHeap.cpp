@@ -72,7 +72,10 @@ std::uint32_t TableHeap::takeAnywhere(std::uint32_t units) {
             return unit;
         }
     } while (reuse(true));
-    throw std::length_error("the tables are full");
+    const bool hasAddresses = (std::size_t{end_} + units) * unitBytes <= memory_->bytes().size();
+    throw std::length_error(hasAddresses ? "no memory is left for the tables: the file system of "
+                                           "shared memory is full"
+                                         : "the tables are full");
 }
 
 /// Makes one of free blocks that stand side by side.

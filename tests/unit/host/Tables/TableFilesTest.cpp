@@ -164,4 +164,26 @@ TEST_F(TableFilesTest, AFullFileSystemIsAnErrorForBothSides) {
     EXPECT_EQ(WEXITSTATUS(status), 7);
 }
 
+TEST_F(TableFilesTest, TablesThatOutgrowTheFileSystemSaySo) {
+    if (!isRoot()) {
+        GTEST_SKIP() << "needs root";
+    }
+    ASSERT_EQ(mkdir(directory.c_str(), 0750), 0);
+    Child alone([&] {
+        const bool isMounted =
+            unshare(CLONE_NEWNS) == 0 && mount("", "/", "", MS_REC | MS_PRIVATE, nullptr) == 0 &&
+            mount("tmpfs", directory.c_str(), "tmpfs", 0, "size=4m,mode=0750") == 0;
+        Tessel::TableWriter writer(TableMemory::sharedForWriting("lab"), twoTables);
+        const std::string said = refusal([&] {
+            for (std::uint32_t key = 0; key < 1'000'000; ++key) {
+                writer.recordEntryIs(records, key, RecordKind::ipVia, Words{key, 7});
+            }
+        });
+        _exit(isMounted && said.find("shared memory is full") != std::string::npos ? 7 : 8);
+    });
+    const int status = alone.wait();
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 7);
+}
+
 } // namespace TableFilesTest
