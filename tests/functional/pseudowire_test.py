@@ -194,8 +194,10 @@ class BothEnds(AgentTest):
         result = self.send(provider_edge(500, 501, True), "ce1", [labelled])
         self.assertEqual(f.parse(result.frames("core")[0]).payload, CONTROL_WORD + labelled)
         special = f.eth("01:00:5e:00:00:01", HOST_A, 0x8139, bytes(16) + IP4, [7])
-        result = self.send(provider_edge(500, 501, True), "ce1", [special])
-        self.assertEqual(f.parse(result.frames("core")[0]).payload, CONTROL_WORD + special)
+        for fast_path in ("on", "off"):
+            result = self.send(provider_edge(500, 501, True), "ce1", [special], "--fast-path",
+                               fast_path)
+            self.assertEqual(f.parse(result.frames("core")[0]).payload, CONTROL_WORD + special)
         result = self.send("mpls-routing: false\n" + provider_edge(500, 501, True), "ce1", [labelled])
         self.assertEqual(result.reasons("dropped"), {"MPLS routing not enabled": 1})
 

@@ -192,6 +192,23 @@ TEST_F(PseudowireForwarding, TheMtuOfAnAttachmentCircuitCountsNeitherHeaderNorTa
     EXPECT_EQ(dropped(), (ReasonCounts{{"MTU exceeded", 1}}));
 }
 
+TEST_F(PseudowireForwarding, NobodyIsToldThatACustomersFrameIsTooBig) {
+    struct : DropListener {
+        void tooBig(const Frame&, std::span<const std::uint8_t>, std::uint32_t) override { ++told; }
+        void undelivered(const Frame&, std::string_view) override { ++told; }
+        int told = 0;
+    } listener;
+    tables.drops = &listener;
+    pluginPushes();
+    receiveAt(plain, join({eth(0x88b5), filled(100, 0)}));
+    deliver("plain", join({eth(ethIpv4), filled(1501, 7)}));
+    EXPECT_EQ(dropped(), (ReasonCounts{{"MTU exceeded", 2}}));
+    EXPECT_EQ(listener.told, 0);
+    handler->decide = always(withRewrite(nexthop("east", "10.0.2.2"), swapInfo(300)));
+    receiveAt(dark, join({eth(ethMpls), stack({{100}}), filled(100, 0)}));
+    EXPECT_EQ(listener.told, 1);
+}
+
 TEST_F(PseudowireForwarding, AMessageOfTheAssociatedChannelGoesToTheCpuAsItCameIn) {
     const Bytes message = join({{0x10, 0, 0, 7}, filled(24, 1)});
     deliver("west", message);
