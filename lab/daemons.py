@@ -42,6 +42,17 @@ mpls ldp
 {interfaces}
 """
 
+PSEUDOWIRE = """
+l2vpn LAN type vpls
+ member interface {circuit}
+ !
+ member pseudowire mpw0
+  neighbor lsr-id {neighbour}
+  pw-id {id}
+ !
+!
+"""
+
 BGP = """
 router bgp 65000
  bgp router-id {loopback}
@@ -76,7 +87,11 @@ def ospf_config(router: str) -> str:
 
 def ldp_config(router: str) -> str:
     lines = [f"  interface {one.name}" for one in topology.core_interfaces(router)]
-    return LDP.format(loopback=topology.LOOPBACKS[router], interfaces="\n".join(lines))
+    text = LDP.format(loopback=topology.LOOPBACKS[router], interfaces="\n".join(lines))
+    if topology.circuit(router):
+        text += PSEUDOWIRE.format(circuit=topology.circuit(router), id=topology.PSEUDOWIRE_ID,
+                                  neighbour=topology.LOOPBACKS[topology.far_edge(router)])
+    return text
 
 
 def bgp_config(router: str) -> str:

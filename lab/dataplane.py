@@ -23,6 +23,8 @@ def config(router: str) -> str:
             own.append(f'"{topology.LOOPBACKS6[router]}/128"')
         text += (f"  - {{name: {one.name}, kind: packet, vrf: {one.vrf}, "
                  f"addresses: [{', '.join(own)}]}}\n")
+    if topology.circuit(router):
+        text += f"  - {{name: {topology.circuit(router)}, kind: packet}}\n"
     return text
 
 
@@ -40,7 +42,8 @@ class Dataplane:
 
     def start_fpm(self) -> None:
         self.fpm = Process(self.router, self.directory, "ovix-fpm", BIN / "ovix-fpm",
-                           "--tables", self.router, "--sweep-after", SWEEP_AFTER)
+                           "--tables", self.router, "--sweep-after", SWEEP_AFTER,
+                           "--pseudowires", "--vty-socket", self.directory / "frr")
         wait_until(f"ovix-fpm listens on {self.router}",
                    lambda: "listening" in self.fpm.err.read_text(), 5)
 
@@ -69,6 +72,16 @@ class Dataplane:
     def routes(self, *table: str) -> list[dict]:
         """Those of a table, or everything."""
         return json.loads(self.ctl("lfib", "show", *table).stdout)["routes"]
+
+    def pseudowire(self) -> dict:
+        """What the agent says of its pseudowire; empty while it has none."""
+        shown = json.loads(self.ctl("pseudowire", "show").stdout)["pseudowires"]
+        return shown[0] if shown else {}
+
+    def drops(self, reason: str) -> int:
+        """How many frames the agent has dropped for a reason."""
+        shown = json.loads(self.ctl("drops", "show").stdout)
+        return shown["dropped"]["reasons"].get(reason, 0)
 
     def label_packets(self, label: int) -> int:
         counters = json.loads(self.ctl("counters", "show").stdout)

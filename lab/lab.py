@@ -24,6 +24,8 @@ class Lab:
             topology.use_ipv6(self.network.has_ipv6_core)
         if self.network.name == "ldp" and network.kernel_has_vrfs():
             topology.add_vpn()
+        if self.network.name == "pseudowire":
+            topology.add_lan()
         network.build()
         module = compile_module(self.directory)
         for router in topology.ROUTERS:

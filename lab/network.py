@@ -52,7 +52,7 @@ def kernel_has_vrfs() -> bool:
 
 
 def build() -> None:
-    for node in (*topology.ROUTERS, *topology.HOSTS):
+    for node in (*topology.ROUTERS, *topology.HOSTS, *topology.LAN_HOSTS):
         add_node(node)
     for router in topology.vpn_routers():
         run("ip", "-n", router, "link", "add", topology.VRF, "type", "vrf", "table",
@@ -60,6 +60,8 @@ def build() -> None:
         run("ip", "-n", router, "link", "set", topology.VRF, "up")
     for link in topology.LINKS:
         add_link(link)
+    for host, router in topology.LAN_HOSTS.items():
+        add_circuit(host, router)
     for router, loopback in topology.LOOPBACKS.items():
         run("ip", "-n", router, "addr", "add", f"{loopback}/32", "dev", "lo")
     for router, loopback in topology.LOOPBACKS6.items():
@@ -90,6 +92,15 @@ def add_link(link: topology.Link) -> None:
         if topology.FAMILY == 6 and end.address6:
             run("ip", "-n", end.node, "addr", "add", end.address6, "dev", end.name)
         run("ip", "-n", end.node, "link", "set", end.name, "mtu", end.mtu, "up")
+
+
+def add_circuit(host: str, router: str) -> None:
+    """The router has no address there: the link belongs to the customer."""
+    run("ip", "link", "add", f"to-{router}", "netns", host, "type", "veth",
+        "peer", "name", f"to-{host}", "netns", router)
+    run("ip", "-n", host, "addr", "add", topology.LAN[host], "dev", f"to-{router}")
+    run("ip", "-n", host, "link", "set", f"to-{router}", "up")
+    run("ip", "-n", router, "link", "set", f"to-{host}", "up")
 
 
 def set_link(node: str, toward: str, state: str) -> None:

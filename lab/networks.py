@@ -6,6 +6,7 @@ from collections.abc import Callable
 import checks
 import daemons
 import forms
+import pseudowire_checks
 
 
 @dataclasses.dataclass(frozen=True)
@@ -33,6 +34,8 @@ ALL = {network.name: network for network in (
     Network("ldp6", "OSPFv3, and LDP over IPv6 (RFC 7552)", forms.ldp6,
             (*checks.LABELLED, checks.link_cut, checks.agent_restarted, checks.balances),
             family=6, has_ipv6_core=True),
+    Network("pseudowire", "OSPF and LDP, which signals a pseudowire between the edges", daemons.ldp,
+            (*pseudowire_checks.ALL, checks.balances)),
     Network("killed", "OSPF and LDP; P's agent is killed twenty times, its links go down with it",
             daemons.ldp, (checks.killed_and_restarted, checks.balances)),
 )}

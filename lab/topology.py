@@ -10,7 +10,8 @@ CE1-| PE1 |                     | PE2 |-CE2
                    +----+
 
 An interface is named after the node at its other end. OSPF prefers the path over P. VPN1 and VPN2
-stand beside CE1 and CE2, and have the same addresses as those.
+stand beside CE1 and CE2, and have the same addresses as those. LAN1 and LAN2 stand beside them, too: two hosts
+of one network, between which is a pseudowire.
 """
 
 import dataclasses
@@ -57,6 +58,9 @@ EDGES = ("pe1", "pe2")
 FAMILY = 4  # of the hosts' addresses
 VPN_HOSTS = {"vpn1": "pe1", "vpn2": "pe2"}
 VRF, VRF_TABLE = "red", 10
+LAN_HOSTS = {}  # host: the router with its attachment circuit; empty without a pseudowire
+LAN = {"lan1": "198.51.100.1/24", "lan2": "198.51.100.2/24"}
+PSEUDOWIRE_ID = 100
 
 LINKS = (
     link("pe1", "ce1", "192.168.1.0/24"),
@@ -86,6 +90,11 @@ def add_vpn() -> None:
     global LINKS
     LINKS += VPN_LINKS
     HOSTS.update(VPN_HOSTS)
+
+
+def add_lan() -> None:
+    """From here on the hosts at both ends of the pseudowire stand in the lab, too."""
+    LAN_HOSTS.update({"lan1": "pe1", "lan2": "pe2"})
 
 
 def has_vpn() -> bool:
@@ -121,6 +130,8 @@ def interface(node: str, toward: str) -> Interface:
 
 def address(node: str) -> str:
     """The one address that names the node."""
+    if node in LAN:
+        return LAN[node].split("/")[0]
     if node in LOOPBACKS:
         return LOOPBACKS[node]
     one = interfaces(node)[0]
@@ -134,6 +145,16 @@ def answering(router: str, toward: str) -> str:
     if FAMILY == 4:
         return one.host
     return one.address6.split("/")[0] or LOOPBACKS6[router]
+
+
+def circuit(router: str) -> str | None:
+    """The interface that is an attachment circuit of the router."""
+    return next((f"to-{host}" for host, edge in LAN_HOSTS.items() if edge == router), None)
+
+
+def far_edge(router: str) -> str:
+    """The other end of the pseudowire."""
+    return next(edge for edge in LAN_HOSTS.values() if edge != router)
 
 
 def prefix(host: str) -> str:

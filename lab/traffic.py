@@ -101,9 +101,10 @@ def capture(directory: pathlib.Path, node: str, toward: str):
         process.interrupt()
 
 
-def dissected(path: pathlib.Path, wanted: str, *fields: str) -> list[list[str]]:
-    """The values of tshark's fields in the frames that its display filter wants."""
-    command = ["tshark", "-r", path, "-Y", wanted, "-T", "fields"]
+def dissected(path: pathlib.Path, wanted: str, *fields: str, decode: str = "") -> list[list[str]]:
+    """The values of tshark's fields in the frames that its display filter wants; `decode` says as what
+    it is to take something."""
+    command = ["tshark", "-r", path, "-Y", wanted, "-T", "fields", *(["-d", decode] if decode else [])]
     for field in fields:
         command += ["-e", field]
     return [line.split("\t") for line in network.run(*command).stdout.splitlines()]

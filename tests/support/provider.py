@@ -97,8 +97,14 @@ class ProviderTest(unittest.TestCase):
         self.addCleanup(process.communicate)
         self.addCleanup(process.kill)
         self.agents[node] = process
-        self.until(lambda: process.poll() is not None or (control.exists() and self.ask(node, "status")))
+        self.until(lambda: process.poll() is not None or self.answers_at(node))
         self.assertIsNone(process.poll(), process.poll() is not None and process.communicate())
+
+    def answers_at(self, node: str) -> bool:
+        try:
+            return self.ask(node, "status")["ok"]
+        except (ConnectionError, FileNotFoundError):
+            return False
 
     def ask(self, node: str, command: str) -> dict:
         """What an agent answers to a request."""

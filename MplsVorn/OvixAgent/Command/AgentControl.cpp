@@ -21,6 +21,7 @@ struct Commands {
                 {"fecs", &Commands::fecs},
                 {"neighbours", &Commands::neighbours},
                 {"ports", &Commands::ports},
+                {"pseudowires", &Commands::pseudowires},
                 {"routes", &Commands::routes},
                 {"status", &Commands::status},
                 {"vrfs", &Commands::vrfs},
@@ -62,6 +63,9 @@ struct Commands {
     }
     ControlAnswer ports(const std::string& /*request*/) const {
         return list("ports", portListing(*parts.tables, parts.live));
+    }
+    ControlAnswer pseudowires(const std::string& /*request*/) const {
+        return list("pseudowires", pseudowireListing(*parts.tables));
     }
     ControlAnswer routes(const std::string& request) const {
         const std::string vrf = requestedVrf(request);

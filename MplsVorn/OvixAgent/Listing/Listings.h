@@ -42,6 +42,11 @@ Listing vrfListing(const ForwardingTables& tables);
 ///  "labels"}]} of one VRF, or of all for an empty name.
 Listing routeListing(const ForwardingTables& tables, const std::string& vrf);
 
+/// {"name", "circuit", "state", "why", "signalled", "neighbour", "id", "localLabel", "remoteLabel",
+///  "controlWord", "localMtu", "remoteMtu", "tunnel": [{"port", "nexthop", "labels"}],
+///  "sent", "delivered": {"frames", "bytes"}}; those that nothing is sent through, too.
+Listing pseudowireListing(const ForwardingTables& tables);
+
 /// The labels' traffic, {"label", "packets", "bytes"}.
 Listing labelListing(std::vector<LabelTraffic> labels);
 

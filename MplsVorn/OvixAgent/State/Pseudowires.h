@@ -53,6 +53,9 @@ class Pseudowires {
         const std::size_t index = byPort_[port];
         return index != none ? &pseudowires_[index] : nullptr;
     }
+    const Pseudowire* ofPort(PortIndex port) const noexcept {
+        return isCircuit(port) ? &pseudowires_[byPort_[port]] : nullptr;
+    }
 
     /// Whether the port is an attachment circuit.
     bool isCircuit(PortIndex port) const noexcept { return byPort_[port] != none; }

@@ -26,6 +26,7 @@ Tessel::Result<int> showFecs(const Request& request);
 Tessel::Result<int> showIpRoutes(const Request& request);
 Tessel::Result<int> showNeighbours(const Request& request);
 Tessel::Result<int> showPorts(const Request& request);
+Tessel::Result<int> showPseudowires(const Request& request);
 Tessel::Result<int> showRoutes(const Request& request);
 Tessel::Result<int> showStatus(const Request& request);
 Tessel::Result<int> showVrfs(const Request& request);
@@ -41,6 +42,7 @@ constexpr CommandGroup groups[]{
     {"port", "The ports of a running agent"},
     {"neighbour", "The neighbours of a running agent"},
     {"route", "The IP routes of a running agent"},
+    {"pseudowire", "The pseudowires of a running agent"},
     {"fec", "The FECs of a running agent"},
     {"vrf", "The VRFs of a running agent"},
     {"tables", "The shared memory of the tables"},
@@ -228,6 +230,16 @@ JSON: {"routes": [{"vrf", "prefix", "kind", "reason", "configured",
                    "vias": [{"nexthop", "port", "weight", "labels"}]}]}
   kind: forward, local, broadcast or drop, for a reason; nexthop is null where packets go to their
   own destination)"},
+    {"pseudowire",
+     "show",
+     "Show pseudowires, why they carry nothing, and their tunnels",
+     showPseudowires,
+     {},
+     R"(Signalled ones, by ldpd, need a route with labels to the other end, or a link to it.
+JSON: {"pseudowires": [{"name", "circuit", "state", "why", "signalled", "neighbour", "id",
+                        "localLabel", "remoteLabel", "controlWord", "localMtu", "remoteMtu",
+                        "tunnel": [{"port", "nexthop", "labels"}],
+                        "sent", "delivered": {"frames", "bytes"}}]})"},
     {"fec",
      "show",
      "Show FECs",
