@@ -147,6 +147,26 @@ Step portChange(Random& random, Network& network) {
             [port, isUp](Router& router) { router.portUpIs(port, isUp); }};
 }
 
+/// A pseudowire is signalled, in the place of those before, or none is.
+Step pseudowireChange(Random& random, const Network& network) {
+    if (random.chance(60)) {
+        return {"no pseudowires", [](Router& router) { router.tables().signalledAre({}); }};
+    }
+    L2::Pseudowire pseudowire;
+    pseudowire.name = "signalled";
+    pseudowire.circuit = network.ports[random.below(network.ports.size())].name;
+    pseudowire.neighbour = random.chance(70) ? random.pick(network.prefixes).address()
+                                             : network.neighbour(random, network.anyEgress(random));
+    pseudowire.adjacent = {network.neighbour(random, network.anyEgress(random))};
+    pseudowire.remoteLabel = random.chance(95) ? 16 + random.below(1048560) : 3;
+    pseudowire.controlWord = random.chance(50);
+    pseudowire.state = random.chance(85) ? L2::Pseudowire::State::up : L2::Pseudowire::State::down;
+    return {fmt::format("pseudowire at {}: label {} to {}, control word {}, {}", pseudowire.circuit,
+                        pseudowire.remoteLabel, pseudowire.neighbour.text(), pseudowire.controlWord,
+                        Tessel::wordOf(pseudowire.state)),
+            [pseudowire](Router& router) { router.tables().signalledAre({pseudowire}); }};
+}
+
 Step mvpnChange(Random& random) {
     const Vrf::VrfIdMap::VrfId vrf{7 + random.below(3)};
     const std::uint16_t vlan = random.pick<std::uint16_t>({0, 7, 20, 100});
@@ -192,7 +212,8 @@ Step makeOtherChange(Random& random, Network& network, const Script& script) {
     const std::uint32_t of = random.below(100);
     return of < 30   ? makeIpRouteChange(random, network)
            : of < 60 ? makeNeighbourChange(random, network)
-           : of < 80 ? portChange(random, network)
+           : of < 75 ? portChange(random, network)
+           : of < 80 ? pseudowireChange(random, network)
            : of < 83 ? mvpnChange(random)
            : of < 85 ? makeHookChange(random)
                      : settingChange(random, script);
