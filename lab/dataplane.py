@@ -42,10 +42,14 @@ class Dataplane:
 
     def start_fpm(self) -> None:
         self.fpm = Process(self.router, self.directory, "ovix-fpm", BIN / "ovix-fpm",
-                           "--tables", self.router, "--sweep-after", SWEEP_AFTER,
-                           "--pseudowires", "--vty-socket", self.directory / "frr")
+                           "--tables", self.router, "--sweep-after", SWEEP_AFTER, *self.ldpd())
         wait_until(f"ovix-fpm listens on {self.router}",
                    lambda: "listening" in self.fpm.err.read_text(), 5)
+
+    def ldpd(self) -> list:
+        """Where the listener finds ldpd, on a router with a pseudowire."""
+        return (["--pseudowires", "--vty-socket", self.directory / "frr"]
+                if topology.circuit(self.router) else [])
 
     def start_agent(self) -> None:
         (self.directory / "ovix-agent.out").unlink(missing_ok=True)  # an earlier one's balance

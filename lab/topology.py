@@ -10,8 +10,8 @@ CE1-| PE1 |                     | PE2 |-CE2
                    +----+
 
 An interface is named after the node at its other end. OSPF prefers the path over P. VPN1 and VPN2
-stand beside CE1 and CE2, and have the same addresses as those. LAN1 and LAN2 stand beside them, too: two hosts
-of one network, between which is a pseudowire.
+stand beside CE1 and CE2, and have the same addresses as those. In the network with a pseudowire LAN1 and
+LAN2, of one subnet, stand beside CE1 and CE2, at either end of it.
 """
 
 import dataclasses
