@@ -89,7 +89,7 @@ printf '%s\n' "${COMPREPLY[@]}"
                  "transit"]
         for line, offered in (
                 ("ovixctl ", ["lfib", "counters", "status", "drops", "port", "neighbour",
-                              "route", "fec", "vrf", "tables", "completion"]),
+                              "route", "pseudowire", "fec", "vrf", "tables", "completion"]),
                 ("ovixctl lf", ["lfib"]),
                 ("ovixctl neighbour ", ["show"]),
                 ("ovixctl status ", []),

@@ -19,6 +19,9 @@ ports:
 neighbours:
   - {address: 10.0.2.2, port: east, mac: "02:00:00:00:00:22"}
   - {address: "2001:db8::2", port: east, mac: "02:00:00:00:00:22"}
+pseudowires:
+  - {name: gold, port: red1, label: 500, control-word: false, interface: east, nexthop: 10.0.2.2,
+     labels: [301, 302]}
 fecs:
   - {id: 7, vias: [{interface: east, nexthop: 10.0.2.2, weight: 3}]}
 routes:
@@ -80,6 +83,16 @@ class Show(SharedTablesTest):
         vrfs = {vrf["name"]: vrf for vrf in self.json("vrf", "show")["vrfs"]}
         self.assertEqual(vrfs["red"], {"name": "red", "routes": 1, "ports": ["red1"]})
         self.assertRegex(self.shown("vrf", "show"), r"red +1 +red1\n")
+
+    def test_pseudowires_with_their_tunnels(self):
+        self.assertEqual(self.json("pseudowire", "show")["pseudowires"], [{
+            "name": "gold", "circuit": "red1", "state": "up", "why": None, "signalled": False,
+            "neighbour": None, "id": None, "localLabel": None, "remoteLabel": 500,
+            "controlWord": False, "localMtu": None, "remoteMtu": None,
+            "tunnel": [{"port": "east", "nexthop": "10.0.2.2", "labels": [301, 302]}],
+            "sent": {"frames": 0, "bytes": 0}, "delivered": {"frames": 0, "bytes": 0}}])
+        self.assertRegex(self.shown("pseudowire", "show"),
+                         r"gold +red1 +up +-? +500 +no +0 +0 +east 10\.0\.2\.2 301/302\n")
 
     def test_routes_with_the_labels_that_they_push(self):
         routes = {route["prefix"]: route for route in self.json("route", "show")["routes"]}

@@ -56,6 +56,7 @@ TEST_F(CommandLineTest, EachCommandIsKnownByGroupAndName) {
                         {"neighbour", "show"},
                         {"route", "show", "red"},
                         {"fec", "show"},
+                        {"pseudowire", "show"},
                         {"vrf", "show"},
                         {"tables", "repair"}};
     for (const Words& words : cases) {
