@@ -50,7 +50,8 @@ class PseudowireLdp(ProviderTest):
         self.start("p", TRANSIT)
         for edge, end in (("pe1", 400), ("pe2", 200)):
             self.say(edge, answers(edge))
-            self.assertTrue(self.ctl(edge, "lfib", "add", "decap", str(end), "vrf", "default"))
+            self.assertTrue(self.ctl(edge, "lfib", "add", "--create", "decap", str(end), "vrf",
+                                     "default"))
             ip("-n", self.node(edge), "link", "set", "lo", "up")
             self.start_listener(edge)
             self.start(edge, edge_config(edge), "--tables", self.tables[edge])
