@@ -152,7 +152,7 @@ class PseudowireLive(ProviderTest):
         ip("-n", self.node(node), "link", "set", link, "mtu", str(mtu))
 
     def test_the_kernel_neither_hears_nor_says_anything(self):
-        """Not even of addresses that it has at the circuit."""
+        """Not even of addresses that it has at the circuit, or while a killed agent is down."""
         ip("-n", self.node("pe1"), "addr", "add", "192.0.2.9/24", "dev", "ce")
         self.assertTrue(self.answers("192.0.2.9"))
         self.provide()
@@ -164,7 +164,12 @@ class PseudowireLive(ProviderTest):
         listener = self.listen("ce1", "eth0", mac, 1, seconds=0.5)
         self.run_in("pe1", "ping", "-c", "1", "-W", "0.3", HOSTS["ce1"])
         self.assertEqual(self.heard(listener), [])
-        self.assertEqual(self.stop("pe1")["in"]["frames"] > 0, True)
+        self.agents["pe1"].kill()
+        self.agents.pop("pe1").communicate()
+        self.assertFalse(self.answers("192.0.2.9"))
+        self.start("pe1", (self.directory / "pe1.yaml").read_text())
+        self.until(self.pings)
+        self.assertGreater(self.stop("pe1")["in"]["frames"], 0)
         self.assertTrue(self.answers("192.0.2.9"))
 
     def answers(self, address: str) -> bool:

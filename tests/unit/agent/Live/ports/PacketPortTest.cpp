@@ -133,12 +133,10 @@ TEST_F(PacketPortTest, NobodyElseSendsAtAnAttachmentCircuit) {
     PacketPort right(1, "right", PacketIntake::labelled);
     send(another, toRight({ethMpls}, 1));
     send(circuit, toRight({ethMpls}, 2));
-    EXPECT_EQ(receiveUpTo(right, toRight({ethMpls}, 2)),
-              std::vector<Bytes>{toRight({ethMpls}, 2)});
+    EXPECT_EQ(receiveUpTo(right, toRight({ethMpls}, 2)), std::vector<Bytes>{toRight({ethMpls}, 2)});
     circuit.intakeIs(PacketIntake::labelled);
     send(another, toRight({ethMpls}, 3));
-    EXPECT_EQ(receiveUpTo(right, toRight({ethMpls}, 3)),
-              std::vector<Bytes>{toRight({ethMpls}, 3)});
+    EXPECT_EQ(receiveUpTo(right, toRight({ethMpls}, 3)), std::vector<Bytes>{toRight({ethMpls}, 3)});
 }
 
 TEST_F(PacketPortTest, DoesNotReceiveFramesOfTheHost) {
