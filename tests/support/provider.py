@@ -135,7 +135,7 @@ class ProviderTest(unittest.TestCase):
             time.sleep(0.02)
 
     def pings(self, *options: str, to: str = "ce2", node: str = "ce1") -> bool:
-        return self.run_in(node, "ping", "-c", "1", "-W", "1", *options, HOSTS[to])[0] == 0
+        return self.run_in(node, "ping", "-c", "1", "-W", "0.4", *options, HOSTS[to])[0] == 0
 
     def listen(self, node: str, link: str, source: str, count: int,
                seconds: float = 3) -> subprocess.Popen:
