@@ -7,7 +7,9 @@ import subprocess
 import threading
 import unittest
 
+import shared_memory
 from agent import mpls
+from live import DEADLINE, LiveTest
 from running_agent import CTL, SharedTablesTest
 
 CONFIG = """
@@ -123,7 +125,7 @@ class Show(SharedTablesTest):
 
 class Many(SharedTablesTest):
     def test_many_are_shown_while_frames_are_forwarded(self):
-        count = 20_000
+        count = 10_000
         neighbours = "".join(
             f'  - {{address: 10.{i >> 16}.{i >> 8 & 255}.{i & 255}, port: east, '
             f'mac: "02:00:00:00:00:22"}}\n' for i in range(count))
@@ -155,6 +157,52 @@ class Many(SharedTablesTest):
         asker.join()
         self.assertEqual(agent.ask("status")["frames"]["forwarded"], sent)
         agent.stop()
+
+
+class Live(LiveTest):
+    log = ""
+
+    def shown(self, *words: str) -> dict:
+        return json.loads(subprocess.run(
+            [CTL, "--tables", self.tables, "--control", str(self.path), *words, "--json"],
+            check=True, capture_output=True, text=True).stdout)
+
+    def logged(self, process: subprocess.Popen) -> str:
+        try:
+            self.log += os.read(process.stderr.fileno(), 65536).decode()
+        except BlockingIOError:
+            pass
+        return self.log
+
+    def test_what_a_live_run_has_and_what_becomes_of_its_tables(self):
+        self.ctl("lfib", "add", "100", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
+        process = self.start("  - {name: later, kind: packet}\n")
+        os.set_blocking(process.stderr.fileno(), False)
+        self.learn_neighbours()
+        ports = {port["name"]: port for port in self.shown("port", "show")["ports"]}
+        self.assertEqual([(port["kind"], port["state"]) for port in ports.values()],
+                         [("packet", "up"), ("packet", "up"), ("packet", "waiting")])
+        self.assertIn("No such device", ports["later"]["problem"])
+        self.assertGreater(ports["west"]["received"], 0)
+        self.assertGreater(ports["east"]["sent"]["frames"], 0)
+        self.assertEqual(ports["west"]["mac"], self.router_mac("west"))
+        neighbours = self.shown("neighbour", "show")["neighbours"]
+        self.assertIn(("10.0.2.2", "east", False),
+                      [(each["address"], each["port"], each["configured"]) for each in neighbours])
+        self.assertIn("later: finding the interface: No such device; waiting for the interface",
+                      self.logged(process))
+        memory = shared_memory.path(self.tables)
+        os.truncate(memory, 1 << 21)
+        self.until(lambda: "the file has been cut short" in self.logged(process))
+        os.remove(memory)
+        self.until(lambda: "the file has been removed" in self.logged(process))
+        self.assertTrue(self.shown("status")["tables"]["problem"])
+        self.assertEqual(self.labelled(100, 20), 20)  # by what it had
+        self.ctl("lfib", "add", "101", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
+        self.until(lambda: "gone over to the new file" in self.logged(process))
+        self.assertEqual((self.labelled(101, 20), self.labelled(100, 1)), (20, 0))
+        process.terminate()
+        process.wait(DEADLINE)
 
 
 class Completion(unittest.TestCase):
