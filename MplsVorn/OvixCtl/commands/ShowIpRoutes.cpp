@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <tuple>
+#include <utility>
 
 #include "Lumo/IpGenAddr.h"
 #include "commands/AgentAnswer.h"
@@ -18,14 +19,14 @@ struct PlacedRoute {
 };
 
 /// By VRF and prefix.
-Json routesInOrder(const Json& list) {
+Json routesInOrder(Json list) {
     std::vector<PlacedRoute> all;
-    for (const Json& entry : list) {
+    for (Json& entry : list) {
         const auto prefix = entry.at("prefix").get<std::string>();
         const std::size_t slash = prefix.find('/');
         all.push_back({entry.at("vrf").get<std::string>(),
                        Lumo::IpGenAddr::fromText(prefix.substr(0, slash)),
-                       std::stoul(prefix.substr(slash + 1)), entry});
+                       std::stoul(prefix.substr(slash + 1)), std::move(entry)});
     }
     std::sort(all.begin(), all.end(),
               [](const auto& a, const auto& b) { return a.place() < b.place(); });
@@ -64,7 +65,7 @@ Tessel::Result<int> showIpRoutes(const Request& request) {
         return answer.refused();
     }
     Json& list = answer.value()["routes"];
-    list = routesInOrder(list);
+    list = routesInOrder(std::move(list));
     Rows rows;
     for (const Json& route : list) {
         addRoute(rows, route);

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <tuple>
+#include <utility>
 
 #include "Lumo/IpGenAddr.h"
 #include "commands/AgentAnswer.h"
@@ -17,11 +18,12 @@ struct Neighbour {
 };
 
 /// By port and address. One that has come twice is there once, as it was last.
-Json neighboursInOrder(const Json& list) {
+Json neighboursInOrder(Json list) {
     std::vector<Neighbour> all;
-    for (const Json& entry : list) {
+    for (Json& entry : list) {
         all.push_back({entry.at("port").get<std::string>(),
-                       Lumo::IpGenAddr::fromText(entry.at("address").get<std::string>()), entry});
+                       Lumo::IpGenAddr::fromText(entry.at("address").get<std::string>()),
+                       std::move(entry)});
     }
     std::stable_sort(all.begin(), all.end(),
                      [](const auto& a, const auto& b) { return a.place() < b.place(); });
@@ -42,7 +44,7 @@ Tessel::Result<int> showNeighbours(const Request& request) {
         return answer.refused();
     }
     Json& list = answer.value()["neighbours"];
-    list = neighboursInOrder(list);
+    list = neighboursInOrder(std::move(list));
     Rows rows;
     for (const Json& neighbour : list) {
         rows.push_back({cellOf(neighbour.at("address")), cellOf(neighbour.at("port")),
