@@ -14,6 +14,9 @@
 
 namespace {
 
+/// How long other writers of the tables are waited for at the start.
+constexpr std::chrono::milliseconds firstTurnWait{5000};
+
 struct Options {
     std::string tables = "ovix";
     std::string listen = "127.0.0.1:2620";
@@ -64,7 +67,7 @@ Posix::FileDescriptor stopSignals() {
 
 void serve(const Options& options, OvixLog::Log& log) {
     const Posix::FileDescriptor stop = stopSignals();
-    Mpls::TablePublisher tables(Tessel::TableMemory::sharedForWriting(options.tables));
+    Mpls::SharedPublisher tables(options.tables, Mpls::RouteOwner::fpm, firstTurnWait);
     OvixFpm::InterfaceLookup interfaces;
     OvixFpm::RoutePublisher routes(tables, interfaces);
     const OvixFpm::Log logged = [&log](std::string_view about, const std::string& line) {
@@ -74,7 +77,7 @@ void serve(const Options& options, OvixLog::Log& log) {
     ldp.vtysh = options.vtysh;
     ldp.socketDirectory = options.vtySocket;
     ldp.every = std::chrono::milliseconds(static_cast<long>(options.pseudowiresEvery * 1000));
-    OvixFpm::LdpWatch pseudowires(tables, ldp, logged);
+    OvixFpm::LdpWatch pseudowires(routes, ldp, logged);
     OvixFpm::FpmServer server(routes, settingsOf(options), logged,
                               options.pseudowires ? &pseudowires : nullptr);
     server.run(stop.value());

@@ -8,7 +8,7 @@ import threading
 import unittest
 
 from agent import PORTS, hardware, lfib, routes, via
-from ovixctl import EAST, OvixCtlTest, route_json, via_json
+from ovixctl import EAST, OvixCtlTest, file_route, route_json, via_json
 from running_agent import CTL, DEADLINE
 
 
@@ -24,9 +24,9 @@ class Show(OvixCtlTest):
         vias = ("nexthop as to 200/300 via inet 10.0.2.2 dev east tc 3 "
                 "nexthop via inet 10.0.2.2 dev west weight 10")
         self.assertEqual(lines, [
-            "decap 99 vrf red payload auto",
-            f"transit 100 {vias}",
-            "hardware 100 adjacency 100",
+            "decap 99 owner file vrf red payload auto",
+            f"transit 100 owner file {vias}",
+            "hardware 100 adjacency 100 derived",
             "hardware 1048575 adjacency 1 unprogrammed",
             "adjacency 1 via inet 10.0.2.2 dev east backup via inet 10.0.2.2 dev west",
             f"adjacency 100 {vias}",
@@ -47,7 +47,7 @@ class Show(OvixCtlTest):
                          ["decap", "transit", "hardware", "adjacency"])
         self.assertEqual([route["label"] for route in self.show("transit")], [100, 101])
         self.assertEqual([entry["id"] for entry in self.show("adjacency")], [1, 101])
-        self.assertEqual(self.show("transit", "101"), [route_json("transit", 101, via_json())])
+        self.assertEqual(self.show("transit", "101"), [file_route("transit", 101, via_json())])
         for words, missing in ((("102",), "label 102"), (("decap", "101"),
                                                          "label 101 in table decap"),
                                (("mvpn", "9"), "VRF 9 in table mvpn")):
@@ -75,7 +75,7 @@ class Show(OvixCtlTest):
         self.assertRegex(done.stderr, r'^\{"error":"table decap: label 100: .*is invalid"\}\n$')
         damaged, whole = json.loads(done.stdout)["routes"]
         self.assertEqual((damaged["label"], list(damaged)), (100, ["table", "label", "corrupt"]))
-        self.assertEqual(whole, route_json("decap", 101, via_json()))
+        self.assertEqual(whole, file_route("decap", 101, via_json()))
         table = subprocess.run([CTL, "lfib", "show", "--tables", self.tables], capture_output=True,
                                text=True, check=False).stdout
         self.assertRegex(table, r"decap 100 corrupt: .*is invalid")
@@ -128,8 +128,8 @@ class Watch(OvixCtlTest):
         lines += process.communicate(timeout=DEADLINE)[0].splitlines()
         self.assertEqual(process.returncode, 0)
         stamp = r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z"
-        expected = [("3", "-decap 100"), ("3", "~decap 101 as to 7 via inet 10.0.2.2 dev east"),
-                    ("3", "+decap 102 via inet 10.0.2.2 dev east"), ("4", "-decap 102")]
+        expected = [("3", "-decap 100"), ("3", "~decap 101 owner file as to 7 via inet 10.0.2.2 dev east"),
+                    ("3", "+decap 102 owner file via inet 10.0.2.2 dev east"), ("4", "-decap 102")]
         self.assertEqual(len(lines), 4)
         for line, (generation, change) in zip(lines, expected):
             self.assertRegex(line, f"^{generation} {stamp} {re.escape(change)}$")

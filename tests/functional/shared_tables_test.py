@@ -252,12 +252,12 @@ class Trouble(SharedTablesTest):
         done = subprocess.run([CTL, "--tables", self.tables, "lfib", "show"], capture_output=True,
                               text=True, check=False)
         self.assertEqual(done.returncode, 1)
-        self.assertIn("tables of version 68, not 4", done.stderr)
+        self.assertIn("tables of version 69, not 5", done.stderr)
         agent = RunningAgent(self.directory, PORTS, self.tables, wait=False)
         self.addCleanup(agent.kill)
         _, stderr = agent.process.communicate(timeout=30)
         self.assertEqual(agent.process.returncode, 1)
-        self.assertIn("tables of version 68, not 4", stderr)
+        self.assertIn("tables of version 69, not 5", stderr)
 
     def test_two_agents_do_not_answer_at_one_socket(self):
         first = self.start()

@@ -38,6 +38,16 @@ class Tables {
         }
         OvixCtl::entryIs(publisher(), parsed.value().entry);
     }
+    /// As an operator does it: what depends on the entry follows. "" or why it is refused.
+    std::string change(const std::string& line) {
+        const auto parsed = OvixCtl::parseEntry(words(line));
+        EXPECT_TRUE(parsed) << line << ": " << parsed.refused().what;
+        for (const std::string& name : parsed.value().interfaces) {
+            publisher().interfaces().intfId(name);
+        }
+        const auto done = OvixCtl::changeEntry(publisher(), view(), parsed.value().entry);
+        return done ? "" : done.refused().what;
+    }
     void commit() {
         publisher().commit();
         local.reader->refresh();

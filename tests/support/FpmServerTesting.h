@@ -144,7 +144,8 @@ class FpmServerFixture : public testing::Test {
     std::uint16_t port_ = 0;
     MadeUpInterfaces interfaces_;
     Mpls::TablePublisher tables_{Tessel::TableMemory::ofProcess(std::size_t{64} << 20U)};
-    OvixFpm::RoutePublisher publisher_{tables_, interfaces_};
+    Mpls::SharedPublisher shared_{tables_};
+    OvixFpm::RoutePublisher publisher_{shared_, interfaces_};
     OvixFpm::FpmServer::Settings settings_;
     std::optional<OvixFpm::FpmServer> server_;
     std::thread thread_;

@@ -17,9 +17,14 @@ def via_json(**keys) -> dict:
 
 
 def route_json(table: str, label: int, *vias: dict, **keys) -> dict:
-    usual = {"table": table, "label": label, "type": "ip", "multicast": False, "owner": 0,
-             "flags": 0, "lookup": None, "tail": None, "vias": list(vias)}
+    usual = {"table": table, "label": label, "type": "ip", "multicast": False,
+             "owner": "operator", "preference": None, "waitsFor": None, "flags": 0, "lookup": None, "tail": None, "vias": list(vias)}
     return {**usual, **keys}
+
+
+def file_route(table: str, label: int, *vias: dict, **keys) -> dict:
+    """One that was loaded."""
+    return route_json(table, label, *vias, owner="file", **keys)
 
 
 def hardware_json(label: int, adjacency: int, **keys) -> dict:
@@ -27,9 +32,9 @@ def hardware_json(label: int, adjacency: int, **keys) -> dict:
             "derived": False, **keys}
 
 
-def switched(label: int, *vias: dict) -> list[dict]:
+def switched(label: int, *vias: dict, owner: str = "operator") -> list[dict]:
     """What a label of table transit comes to."""
-    return [route_json("transit", label, *vias), hardware_json(label, label, derived=True),
+    return [route_json("transit", label, *vias, owner=owner), hardware_json(label, label, derived=True),
             adjacency_json(label, *vias)]
 
 

@@ -13,8 +13,8 @@ constexpr const char* eraseLine = "\r\x1b[K";
 
 } // namespace
 
-CliProgress CliProgress::onTerminal(bool quiet) {
-    return {stderr, !quiet && isatty(STDERR_FILENO) == 1};
+CliProgress CliProgress::onTerminal(bool quiet, const char* unit) {
+    return {stderr, !quiet && isatty(STDERR_FILENO) == 1, Clock::now(), unit};
 }
 
 void CliProgress::show(std::uint64_t frames, double part, Clock::time_point now) {
@@ -24,7 +24,7 @@ void CliProgress::show(std::uint64_t frames, double part, Clock::time_point now)
     }
     shownAt_ = now;
     hasLine_ = true;
-    print(fmt::format("{}{} frames, {:.0f} %", eraseLine, frames, part * 100));
+    print(fmt::format("{}{} {}, {:.0f} %", eraseLine, frames, unit_, part * 100));
 }
 
 /// A terminal that has gone is no reason to end the run.

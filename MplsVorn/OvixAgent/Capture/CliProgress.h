@@ -15,11 +15,13 @@ class CliProgress {
     using Clock = std::chrono::steady_clock;
 
     /// A line on `stream`, or none when `isShown` is false.
-    CliProgress(std::FILE* stream, bool isShown, Clock::time_point start = Clock::now())
-        : stream_(stream), isShown_(isShown), shownAt_(start) {}
+    CliProgress(std::FILE* stream, bool isShown, Clock::time_point start = Clock::now(),
+                const char* unit = "frames")
+        : stream_(stream), isShown_(isShown), unit_(unit), shownAt_(start) {}
 
-    /// A line on standard error if that is a terminal and `quiet` is false.
-    static CliProgress onTerminal(bool quiet);
+    /// A line on standard error if that is a terminal and `quiet` is false. `unit` is what is
+    /// counted: frames, or something else of which there are as many.
+    static CliProgress onTerminal(bool quiet, const char* unit = "frames");
 
     /// To be called with the number of frames since the last call; true once in 256 frames, when it
     /// is worth calling `show`.
@@ -43,6 +45,7 @@ class CliProgress {
 
     std::FILE* stream_;
     bool isShown_;
+    const char* unit_;
     bool hasLine_ = false;
     std::size_t frames_ = 0;
     Clock::time_point shownAt_;

@@ -21,25 +21,6 @@ struct FileCloser {
     void operator()(std::FILE* file) const noexcept { std::fclose(file); }
 };
 
-Tessel::Result<std::string> readFile(const std::string& path) {
-    const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
-    if (!file) {
-        return Tessel::Refused{path + ": cannot be opened: " + std::strerror(errno)};
-    }
-    std::string text;
-    std::array<char, 65536> block{};
-    while (const std::size_t size = std::fread(block.data(), 1, block.size(), file.get())) {
-        text.append(block.data(), size);
-        if (text.size() > ConfigLimit::bytes) {
-            return text; // is refused, however much more there is
-        }
-    }
-    if (std::ferror(file.get()) != 0) {
-        return Tessel::Refused{path + ": cannot be read: " + std::strerror(errno)};
-    }
-    return text;
-}
-
 std::string readToggleName(const ConfigMap& map, std::size_t index) {
     const std::string_view key = map.key(index);
     if (key.size() > maxToggleNameSize) {
@@ -134,6 +115,25 @@ AgentConfig readConfig(const ConfigValue& root) {
 }
 
 } // namespace
+
+Tessel::Result<std::string> readFile(const std::string& path) {
+    const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
+    if (!file) {
+        return Tessel::Refused{path + ": cannot be opened: " + std::strerror(errno)};
+    }
+    std::string text;
+    std::array<char, 65536> block{};
+    while (const std::size_t size = std::fread(block.data(), 1, block.size(), file.get())) {
+        text.append(block.data(), size);
+        if (text.size() > ConfigLimit::bytes) {
+            return text; // is refused, however much more there is
+        }
+    }
+    if (std::ferror(file.get()) != 0) {
+        return Tessel::Refused{path + ": cannot be read: " + std::strerror(errno)};
+    }
+    return text;
+}
 
 Tessel::Result<AgentConfig> parseConfig(const std::string& text, const std::string& file) {
     try {

@@ -171,6 +171,9 @@ struct AgentConfig {
     std::vector<Placed<L3::Route>> routes;
 };
 
+/// All of a file. Refused, naming it, when it cannot be read.
+Tessel::Result<std::string> readFile(const std::string& path);
+
 /// Reads a configuration file. Refused at the first thing that is wrong, naming file, line and key.
 Tessel::Result<AgentConfig> loadConfig(const std::string& path);
 

@@ -91,6 +91,7 @@ Mpls::LabelRoute readLabelRoute(const ConfigValue& item, TableId table,
     const ConfigMap map(item);
     Mpls::LabelRoute route;
     route.table = table;
+    route.owner = Mpls::RouteOwner::file;
     route.label = readRouteLabel(map, labels);
     route.viaType = readViaType(map);
     readMulticast(map, route);

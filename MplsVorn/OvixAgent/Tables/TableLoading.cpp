@@ -6,7 +6,6 @@
 #include <system_error>
 #include <thread>
 
-#include "Published/TransitRoutes.h"
 #include "Tessel/Exceptions.h"
 
 namespace OvixAgent {
@@ -37,10 +36,7 @@ void at(std::size_t line, const std::string& what, Load&& load) {
 
 void loadLabelRoutes(const AgentConfig& config, Mpls::TablePublisher& tables) {
     for (const auto& [route, line] : config.labelRoutes) {
-        const auto done = route.table == Mpls::TableId::transitLfib
-                              ? Mpls::transitRouteIs(tables, route)
-                              : tables.lfib(route.table).routeIs(route);
-        if (!done) {
+        if (const auto done = tables.labelRoutes().routeIs(route); !done) {
             throw NotLoaded{line, "lfib." + std::string(Tessel::wordOf(route.table)) + ": " +
                                       labelText(route.label) + ": " + done.refused().what};
         }

@@ -45,6 +45,41 @@ bool exists(const TableView& now, const EntryName& name) {
     return std::binary_search(vrfs.begin(), vrfs.end(), name.key);
 }
 
+/// Whether an entry is there already: of a label route, one of the same owner.
+bool exists(const TableView& now, Mpls::TablePublisher& publisher, const Entry& entry) {
+    const auto* route = std::get_if<Mpls::LabelRoute>(&entry.content);
+    if (route == nullptr) {
+        return exists(now, EntryName{entry.table, entry.key});
+    }
+    const auto owners = publisher.labelRoutes().owners(route->table, route->label);
+    return std::find(owners.begin(), owners.end(), route->owner) != owners.end();
+}
+
+/// Says whether a label route that was added is not used for now.
+void noteWaiting(const Request& request, Mpls::TablePublisher& publisher, const Entry& entry) {
+    const auto* route = std::get_if<Mpls::LabelRoute>(&entry.content);
+    const auto published =
+        route != nullptr ? publisher.labelRoutes().published(route->label) : std::nullopt;
+    if (published && *published != route->owner) {
+        complain(request, fmt::format("label {} is forwarded by the route of {}; this one waits",
+                                      entry.key, Tessel::textOf(*published)));
+    }
+}
+
+/// Whose route is removed when nobody is named: that of the operator, or else of a file.
+Tessel::Result<Mpls::RouteOwner> ownerToRemove(Mpls::TablePublisher& publisher,
+                                               const EntryName& name) {
+    const auto owners = publisher.labelRoutes().owners(name.table, Lumo::MplsLabel(name.key));
+    for (const Mpls::RouteOwner own : {Mpls::RouteOwner::byHand, Mpls::RouteOwner::file}) {
+        if (std::find(owners.begin(), owners.end(), own) != owners.end()) {
+            return own;
+        }
+    }
+    const std::string other = Tessel::textOf(owners.front());
+    return Tessel::Refused{
+        fmt::format("it is a route of {}; \"owner {}\" removes it", other, other)};
+}
+
 /// "; it is in table decap": the other LFIBs that have the label.
 std::string otherTables(const TableView& now, const EntryName& name) {
     std::string others;
@@ -73,9 +108,9 @@ Tessel::Result<int> putEntry(const Request& request, bool mayReplace) {
     if (const auto present = requireTables(request); !present) {
         return present.refused();
     }
-    Mpls::TablePublisher publisher(Tessel::TableMemory::sharedForWriting(request.tables));
+    Mpls::TablePublisher publisher(openForBatch(request));
     const TableView now = viewOf(request, publisher);
-    const bool existed = exists(now, name);
+    const bool existed = exists(now, publisher, entry);
     if (existed && !mayReplace) {
         return Tessel::Refused{fmt::format("{} {} is already in table {}; use replace",
                                            nounOf(name.table), name.key,
@@ -87,9 +122,41 @@ Tessel::Result<int> putEntry(const Request& request, bool mayReplace) {
     if (const auto changed = changeEntry(publisher, now, entry); !changed) {
         return refused(name, changed.refused().what);
     }
+    noteWaiting(request, publisher, entry);
     ChangeCounts counts;
     ++(existed ? counts.changed : counts.added);
     return commit(request, publisher, counts);
+}
+
+Tessel::Refused notThere(const TableView& now, const EntryName& name) {
+    const std::string of = name.owner ? ", as a route of " + Tessel::textOf(*name.owner) : "";
+    return {fmt::format("{} {} is not in table {}{}{}", nounOf(name.table), name.key,
+                        Tessel::wordOf(name.table), of, otherTables(now, name))};
+}
+
+Tessel::Result<void> removeLabelRoute(Mpls::TablePublisher& publisher, const TableView& now,
+                                      const EntryName& name) {
+    const Lumo::MplsLabel label(name.key);
+    if (publisher.labelRoutes().owners(name.table, label).empty()) {
+        return notThere(now, name);
+    }
+    const auto owner =
+        name.owner ? Tessel::Result<Mpls::RouteOwner>(*name.owner) : ownerToRemove(publisher, name);
+    if (!owner) {
+        return refused(name, owner.refused().what);
+    }
+    return publisher.labelRoutes().routeDel(name.table, label, owner.value())
+               ? Tessel::Result<void>()
+               : notThere(now, name);
+}
+
+Tessel::Result<void> removeOther(Mpls::TablePublisher& publisher, const TableView& now,
+                                 const EntryName& name) {
+    if (!exists(now, name)) {
+        return notThere(now, name);
+    }
+    const auto removed = removeEntry(publisher, now, name.table, name.key);
+    return removed ? removed : refused(name, removed.refused().what);
 }
 
 } // namespace
@@ -111,17 +178,12 @@ Tessel::Result<int> deleteRoute(const Request& request) {
     if (const auto tables = openTables(request.tables); !tables) {
         return tables.refused(); // opening them for writing would create them
     }
-    Mpls::TablePublisher publisher(Tessel::TableMemory::sharedForWriting(request.tables));
+    Mpls::TablePublisher publisher(openForBatch(request));
     const TableView now = viewOf(request, publisher);
-    if (!exists(now, name)) {
-        return Tessel::Refused{fmt::format("{} {} is not in table {}{}", nounOf(name.table),
-                                           name.key, Tessel::wordOf(name.table),
-                                           otherTables(now, name))};
-    }
-    if (const auto removed = removeEntry(publisher, now, name.table, name.key); !removed) {
-        return refused(name, removed.refused().what);
-    }
-    return commit(request, publisher, {0, 0, 1});
+    const auto removed = Mpls::isLfib(name.table) ? removeLabelRoute(publisher, now, name)
+                                                  : removeOther(publisher, now, name);
+    return removed ? Tessel::Result<int>(commit(request, publisher, {0, 0, 1}))
+                   : Tessel::Result<int>(removed.refused());
 }
 
 } // namespace OvixCtl

@@ -6,6 +6,7 @@
 #include <variant>
 #include <vector>
 
+#include "Tables/TableMemory.h"
 #include "Tessel/Result.h"
 #include "tables/TableDiff.h"
 
@@ -28,6 +29,7 @@ struct Request {
     bool json = false;
     bool create = false;                     ///< make the tables when there are none
     std::uint64_t count = ~std::uint64_t{0}; ///< of watch: stop after that many changes
+    std::uint64_t wait = 5;                  ///< seconds for which other writers are waited for
     std::vector<std::string> words;          ///< as many as the command takes
 };
 
@@ -39,6 +41,7 @@ struct Option {
     const char* completion; ///< words to offer for the value; null for none
     std::variant<std::string Request::*, bool Request::*, std::uint64_t Request::*> member;
     const char* environment = ""; ///< the variable that sets it, too
+    std::uint64_t least = 1;      ///< of a number
 };
 
 /// The words of a command: what help calls them, and how many there may be.
@@ -90,6 +93,9 @@ std::variant<Request, EarlyExit> parseCommandLine(int argc, const char* const* a
 
 /// Refuses tables that do not exist, unless the request makes them.
 Tessel::Result<void> requireTables(const Request& request);
+/// The tables, locked for one batch of changes. Throws Tessel::TablesBusy when another writer has
+/// them for longer than `wait`, and what opening them throws.
+Tessel::TableMemory openForBatch(const Request& request);
 
 // What commands print.
 

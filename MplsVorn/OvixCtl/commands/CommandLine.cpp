@@ -46,7 +46,7 @@ void addOption(CLI::App& app, const Option& option, Request& request) {
             } else if constexpr (std::is_same_v<Member, std::uint64_t>) {
                 constexpr auto most = std::numeric_limits<std::uint64_t>::max();
                 return app.add_option(option.name, request.*member, option.help)
-                    ->check(CLI::Range(Member{1}, most, "N"));
+                    ->check(CLI::Range(option.least, most, "N"));
             } else {
                 return app.add_option(option.name, request.*member, option.help);
             }

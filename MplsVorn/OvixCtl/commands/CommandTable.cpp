@@ -61,8 +61,14 @@ constexpr Option globals[]{
 };
 constexpr Option countOption{"--count", "N", "Stop after N changes", nullptr, &Request::count};
 
-constexpr CommandWords configWord{"FILE", "TEXT", "The agent's configuration; - is standard input",
-                                  1, 1};
+constexpr Option waitOption{
+    "--wait", "SECONDS",      "How long to wait for other writers of the tables",
+    nullptr,  &Request::wait, "",
+    0};
+
+constexpr CommandWords configWord{
+    "FILE", "TEXT",
+    "A configuration of the agent, or a ROUTE of lfib add on each line; - is standard input", 1, 1};
 constexpr CommandWords routeWord{"ROUTE", "[TABLE] LABEL ...", "", 1, -1};
 
 constexpr const char* routeHelp =
@@ -73,7 +79,7 @@ constexpr const char* routeHelp =
        adjacency ID [multicast] [type TYPE] [use-backups] VIA [backup VIA ...]
        hardware LABEL adjacency ID [unprogrammed]
        mvpn VRF-ID (dev INTERFACE | vlan N)
-SET:   multicast | type TYPE | owner N | flags N
+SET:   multicast | type TYPE | owner OWNER | preference N | flags N
 VIA:   [as [to] L1[/L2...] | push L1[/L2...]] [via [inet|inet6] ADDRESS] [dev INTERFACE]
        [fec ID] [weight N] [ATTRIBUTE ...]
 ATTRIBUTE: @attributes@
@@ -81,6 +87,9 @@ TABLE: @lfib-list@
        (default: decap with a lookup or tail, else transit)
 TYPE:  @type-list@, or a number of 0 to 255
        (default: implied by the rest)
+OWNER: @owner-list@, or a number of 0 to 255 (default: operator)
+Of several owners' routes for a label, those with the lowest preference are published, and the others
+wait until they are removed. Usual preferences: operator 1, file 5, pseudowires 15, fpm 20, others 100.
 Routes are given as lfib show, diff and watch print them. A via without "as" or "push" pops the
 label; with vrf but without via, dev and fec it looks up what is beneath in that VRF.
 A route of table transit is programmed into the hardware status, too, with an adjacency of its own,
@@ -91,6 +100,7 @@ constexpr const char* routeCompletion = R"(0:* @tables@
 1:[!0-9]*
 *:table @lfibs@
 *:type @types@
+*:owner @owners@
 *:tail vlan dev nexthop
 *:dev @interfaces@
 *:via inet inet6
@@ -124,40 +134,47 @@ std::string joined(const List& list, std::string_view separator) {
 }
 
 constexpr Command commands[]{
-    {"lfib", "add", "Add a route", addRoute, routeWord, "@route-help@", "@route-completion@"},
+    {"lfib", "add", "Add a route", addRoute, routeWord, "@route-help@", "@route-completion@",
+     &waitOption},
     {"lfib",
      "del",
      "Remove a route",
      deleteRoute,
-     {"ROUTE", "[TABLE] LABEL", "", 1, -1},
-     "",
-     "0:* @tables@\n1:[0-9]* table\n2:table @lfibs@\n"},
+     {"ROUTE", "[TABLE] LABEL [owner OWNER]", "", 1, -1},
+     R"(Without owner, removes the route of the operator, else the one from a file. Routes of others are
+removed only by the name of their owner: @owner-list@, or a number.)",
+     "0:* @tables@\n1:[0-9]* table owner\n*:table @lfibs@\n*:owner @owners@\n*:* owner\n",
+     &waitOption},
     {"lfib", "diff", "Show what load would change", diffRoutes, configWord,
      R"(Prints a line with - for each route that load would remove and + for each that it would add.
 Exit codes: 0 no difference, 1 a difference, 2 an error
 JSON: {"tables", "generation", "changes": [{"before", "after"}]}, each a ROUTE as in lfib show,
 or null)",
      "0:* @files@\n", nullptr, ExitCode::usage},
-    {"lfib", "load", "Replace all routes by those of a configuration, in one step", loadRoutes,
+    {"lfib", "load", "Replace all routes from files by those of one file, in one step", loadRoutes,
      configWord,
-     R"(Prints how many routes were added, changed and removed, and the generation. Equal routes are
+     R"(The routes belong to owner "file", whatever their lines say; those of other owners stay. What the
+platform has programmed and multicast VPNs have no owner: the file has all of them.
+Prints how many routes were added, changed and removed, and the generation. Equal routes are
 not written again. An error leaves all tables unchanged.
 JSON: {"tables", "generation", "added", "changed", "removed"})",
-     "0:* @files@\n"},
+     "0:* @files@\n", &waitOption},
     {"lfib", "replace", "Add a route, or change it if it exists", replaceRoute, routeWord,
-     "@route-help@", "@route-completion@"},
+     "@route-help@", "@route-completion@", &waitOption},
     {"lfib",
      "show",
      "Show routes",
      showRoutes,
-     {"WORDS", "[TABLE] [LABEL]", "A table, a label, or both", 0, 2},
+     {"WORDS", "[TABLE] [LABEL] [owner OWNER]", "A table, a label, an owner", 0, 4},
      R"(TABLE: @table-list@
        hardware means routes and adjacencies; in adjacency and mvpn, LABEL is an id
-Prints a line for each entry as lfib add takes it. All are of one generation.
+Prints a line for each entry as lfib add takes it; routes that wait for those of another owner
+come last, behind "# waits for OWNER:". All are of one generation.
 JSON: {"tables", "generation", "time", "routes": [ROUTE]}
   ROUTE by table:
-    an LFIB    {"table", "label", "type", "multicast", "owner", "flags", "lookup": {"vrf", "payload"},
-                "tail": {"interface"}, "vias": [VIA]}
+    an LFIB    {"table", "label", "type", "multicast", "owner", "preference", "waitsFor", "flags",
+                "lookup": {"vrf", "payload"}, "tail": {"interface"}, "vias": [VIA]}; waitsFor: the
+               owner whose route is published
     hardware   {"table", "label", "adjacency", "unprogrammed", "derived"}; derived: programmed
                along with the label's route in table transit
     adjacency  {"table", "id", "type", "multicast", "useBackups", "vias": [VIA],
@@ -167,7 +184,7 @@ JSON: {"tables", "generation", "time", "routes": [ROUTE]}
   VIA: {"action", "labels", "nexthop", "interface", "weight", "ttl", "tc", "pushTc", "pushTtl",
         "payload", "mtu", "vlan", "fec", "vrf", "entropy"}
   Every key is always there; null means unset.)",
-     "0:* @tables@\n"},
+     "0:* @tables@\n*:owner @owners@\n*:* owner\n"},
     {"lfib",
      "watch",
      "Show changes as they become visible",
@@ -253,8 +270,10 @@ JSON: {"pseudowires": [{"name", "circuit", "state", "why", "signalled", "neighbo
      repairTables,
      {},
      R"(Prints what was damaged and what is lost. Where the newest generation is lost, the one before
-it that is whole comes back. Whoever writes the tables must have ended.
-JSON: {"tables", "generation", "findings": [TEXT]})"},
+it that is whole comes back. Takes its turn among the writers.
+JSON: {"tables", "generation", "findings": [TEXT]})",
+     "",
+     &waitOption},
     {"completion",
      "bash",
      "Print a completion script for bash",
@@ -274,6 +293,7 @@ JSON: {"tables", "generation", "findings": [TEXT]})"},
 std::string expanded(std::string text) {
     constexpr auto types = Tessel::wordList<Mpls::LfibViaType>();
     constexpr auto tables = Tessel::wordList<Mpls::TableId>();
+    constexpr auto owners = Tessel::wordList<Mpls::RouteOwner>();
     // A text may hold names that follow it.
     const std::pair<std::string_view, std::string> texts[]{
         {"@route-help@", routeHelp},
@@ -282,6 +302,8 @@ std::string expanded(std::string text) {
         {"@attribute-completion@", attributeCompletion()},
         {"@route-words@", joined(routeWords(), " ")},
         {"@types@", joined(types, " ")},
+        {"@owners@", joined(owners, " ")},
+        {"@owner-list@", joined(owners, ", ")},
         {"@type-list@", joined(types, ", ")},
         {"@lfibs@", joined(lfibWords(), " ")},
         {"@lfib-list@", joined(lfibWords(), ", ")},

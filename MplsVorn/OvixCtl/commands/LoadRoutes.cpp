@@ -1,57 +1,70 @@
 // The commands that compare the tables with a configuration: diff and load.
 
 #include <fmt/format.h>
-#include <iostream>
-#include <iterator>
+#include <functional>
+#include <optional>
+#include <stdexcept>
 
-#include "Config/Config.h"
-#include "Published/TablePublisher.h"
-#include "Tables/TableLoading.h"
+#include "Capture/CliProgress.h"
 #include "commands/Command.h"
 #include "route/RouteJson.h"
-#include "tables/EntryWriting.h"
+#include "route/RouteSource.h"
+#include "tables/TableLoad.h"
 
 namespace OvixCtl {
 
 namespace {
 
-/// "-" is standard input.
-Tessel::Result<OvixAgent::AgentConfig> readConfig(const std::string& file) {
-    if (file != "-") {
-        return OvixAgent::loadConfig(file);
-    }
-    const std::string text{std::istreambuf_iterator<char>(std::cin), {}};
-    return OvixAgent::parseConfig(text, "standard input");
-}
-
 /// The value; what is refused is thrown, which ends the command.
-template <typename T>
-T orThrow(Tessel::Result<T> result) {
+void orThrow(const Tessel::Result<void>& result) {
     if (!result) {
         throw std::runtime_error(result.refused().what);
     }
-    if constexpr (!std::is_void_v<T>) {
-        return std::move(result).value();
+}
+
+/// Tables that are opened when the first entry of a file has been understood: until then nobody
+/// waits for them, and none are made.
+class Target {
+  public:
+    using Open = std::function<Tessel::TableMemory()>;
+
+    explicit Target(Open open) : open_(std::move(open)) {}
+
+    Mpls::TablePublisher& publisher() {
+        if (!publisher_) {
+            publisher_.emplace(open_());
+            load_.emplace(*publisher_, Mpls::RouteOwner::file);
+        }
+        return *publisher_;
     }
-}
+    /// Puts the routes of a file in the place of those that came from files. Throws, naming the
+    /// file and the line, for what cannot be read or the tables refuse.
+    ChangeCounts load(const std::string& file) {
+        auto progress = OvixAgent::CliProgress::onTerminal(false, "routes");
+        const auto source = RouteSource::open(file);
+        orThrow(source ? Tessel::Result<void>() : source.refused());
+        std::uint64_t routes = 0;
+        orThrow(source.value().read(
+            [&](const Entry& entry, double part) {
+                ++routes;
+                if (progress.isDue(1)) {
+                    progress.show(routes, part);
+                }
+                publisher();
+                return load_->add(entry);
+            },
+            [&](const std::string& name) { publisher().interfaces().intfId(name); }));
+        publisher();
+        load_->finish();
+        publisher_->commit();
+        progress.clear();
+        return load_->counts();
+    }
 
-Ptr<Tessel::TableReader> load(const OvixAgent::AgentConfig& config, const std::string& file,
-                              Mpls::TablePublisher& publisher) {
-    orThrow(OvixAgent::loadTables(config, file, publisher));
-    publisher.commit();
-    return Tessel::make<Tessel::TableReader>(file, publisher.tables().memory());
-}
-
-/// The tables as a configuration wants them, in memory of their own. Throws, naming the file and
-/// the line, for what tables would refuse.
-struct WantedTables {
-    explicit WantedTables(const std::string& file)
-        : config(orThrow(readConfig(file))), publisher(Tessel::TableMemory::ofProcess()),
-          view(load(config, file, publisher)) {}
-
-    OvixAgent::AgentConfig config;
-    Mpls::TablePublisher publisher;
-    TableView view;
+  private:
+    Open open_;
+    std::optional<Mpls::TablePublisher> publisher_;
+    std::optional<TableLoad> load_;
 };
 
 void printDiffLines(const std::vector<Change>& changes, const IntfText& interfaces) {
@@ -80,32 +93,22 @@ void printDiffJson(const std::vector<Change>& changes, const IntfText& interface
                jsonText(tables.name()), tables.generation(), fmt::join(list, ","));
 }
 
-void apply(const std::vector<Change>& changes, Mpls::TablePublisher& publisher) {
-    for (const Change& change : changes) {
-        if (!change.after) {
-            entryDel(publisher, change.before->table, change.before->key);
-        }
-    }
-    for (const Change& change : changes) {
-        if (change.after) {
-            entryIs(publisher, *change.after);
-        }
-    }
-}
-
 } // namespace
 
 Tessel::Result<int> diffRoutes(const Request& request) {
-    const std::string& file = request.words.front();
-    const WantedTables wanted(file);
-    const auto frozen = freezeTables(request.tables);
+    const auto frozen = freezeTables(request.tables); // before a large file is read in vain
     if (!frozen) {
         return frozen.refused();
     }
+    Target target([] { return Tessel::TableMemory::ofProcess(); });
+    const std::string& file = request.words.front();
+    target.load(file);
+    const TableView wanted(
+        Tessel::make<Tessel::TableReader>(file, target.publisher().tables().memory()));
     const TableView now(frozen.value());
-    const TableDiff diff = differences(now, wanted.view);
+    const TableDiff diff = differences(now, wanted, Mpls::RouteOwner::file);
     const IntfText interfaces(
-        {Interface::Names::read(now.reader()), Interface::Names::read(wanted.view.reader())});
+        {Interface::Names::read(now.reader()), Interface::Names::read(wanted.reader())});
     if (request.json) {
         printDiffJson(diff.changes, interfaces, now.reader());
     } else {
@@ -121,26 +124,17 @@ Tessel::Result<int> diffRoutes(const Request& request) {
 }
 
 Tessel::Result<int> loadRoutes(const Request& request) {
-    const std::string& file = request.words.front();
     if (const auto present = requireTables(request); !present) {
         return present.refused();
     }
-    const WantedTables wanted(file);
-    Mpls::TablePublisher publisher(Tessel::TableMemory::sharedForWriting(request.tables));
-    if (const std::size_t repaired = publisher.tables().repaired(); repaired != 0) {
+    Target target([&] { return openForBatch(request); });
+    const ChangeCounts counts = target.load(request.words.front());
+    const Tessel::TableWriter& tables = target.publisher().tables();
+    if (tables.repaired() != 0) {
         complain(request, fmt::format("tables \"{}\": {} damaged entries were removed",
-                                      request.tables, repaired));
+                                      request.tables, tables.repaired()));
     }
-    // The memory of these entries is not used again before the commit.
-    const TableView now(
-        Tessel::make<Tessel::TableReader>(request.tables, publisher.tables().memory()));
-    const TableDiff diff = differences(now, wanted.view);
-    for (const OvixAgent::PortConfig& port : wanted.config.ports) {
-        publisher.interfaces().intfId(port.name);
-    }
-    apply(diff.changes, publisher);
-    publisher.commit();
-    printCounts(request, publisher.tables().generation(), countsOf(diff.changes));
+    printCounts(request, tables.generation(), counts);
     return ExitCode::success;
 }
 

@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <ctime>
 #include <fmt/chrono.h>
@@ -11,6 +13,13 @@ namespace OvixCtl {
 
 Tessel::Result<void> requireTables(const Request& request) {
     return request.create ? Tessel::Result<void>() : checkTablesExist(request.tables);
+}
+
+Tessel::TableMemory openForBatch(const Request& request) {
+    constexpr std::uint64_t longest = 1'000'000;
+    return Tessel::TableMemory::sharedForWriting(
+        request.tables, Tessel::TableMemory::defaultBytes,
+        std::chrono::seconds(std::min(request.wait, longest)));
 }
 
 std::string timeText(std::uint64_t nanoseconds) {

@@ -40,7 +40,7 @@ void print(const Request& request, std::vector<std::string> findings,
 
 Tessel::Result<int> repairTables(const Request& request) {
     std::vector<std::string> findings = repair(request.tables);
-    const Mpls::TablePublisher publisher(Tessel::TableMemory::sharedForWriting(request.tables));
+    const Mpls::TablePublisher publisher(openForBatch(request));
     print(request, std::move(findings), publisher.tables());
     return ExitCode::success;
 }

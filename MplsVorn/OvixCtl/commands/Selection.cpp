@@ -56,11 +56,17 @@ void selectVrf(const TableView& view, std::uint32_t vrf, Selection& selection) {
 ShowFilter filterFrom(const std::vector<std::string>& words) {
     ShowFilter filter;
     auto word = words.begin();
-    if (word != words.end() && !isNumber(*word)) {
+    if (word != words.end() && !isNumber(*word) && *word != "owner") {
         filter.table = parseTable(*word++, Tessel::wordList<TableId>());
     }
-    if (word != words.end()) {
+    if (word != words.end() && *word != "owner") {
         filter.key = parseKey(*word++, filter.table.value_or(TableId::transitLfib));
+    }
+    if (word != words.end() && *word == "owner") {
+        if (++word == words.end()) {
+            throw UsageError("an owner is missing at the end");
+        }
+        filter.owner = parseOwner(*word++);
     }
     if (word != words.end()) {
         throw UsageError(fmt::format("{} is not expected here", OvixAgent::inQuotes(*word)));
@@ -70,10 +76,17 @@ ShowFilter filterFrom(const std::vector<std::string>& words) {
 
 } // namespace
 
+bool ShowFilter::takes(const Entry& entry) const noexcept {
+    const auto* route = std::get_if<Mpls::LabelRoute>(&entry.content);
+    return (!table || *table == entry.table) && (!key || *key == entry.key) &&
+           (!owner || (route != nullptr && route->owner == *owner));
+}
+
 std::string ShowFilter::text() const {
     const std::string in = table ? fmt::format(" in table {}", Tessel::wordOf(*table)) : "";
-    return fmt::format("{} {}{}", nounOf(table.value_or(TableId::transitLfib)), key.value_or(0),
-                       in);
+    const std::string of = owner ? " of owner " + Tessel::textOf(*owner) : "";
+    return fmt::format("{} {}{}{}", nounOf(table.value_or(TableId::transitLfib)), key.value_or(0),
+                       in, of);
 }
 
 Tessel::Result<ShowFilter> parseShowFilter(const std::vector<std::string>& words) {
@@ -84,7 +97,8 @@ Selection select(const TableView& view, const ShowFilter& filter) {
     Selection selection;
     for (std::size_t i = 0; i < entryTables; ++i) {
         const auto table = static_cast<TableId>(i);
-        if (filter.table && !isShownAs(table, *filter.table)) {
+        if ((filter.table && !isShownAs(table, *filter.table)) ||
+            (filter.owner && !Mpls::isLfib(table))) {
             continue;
         }
         if (!filter.key) {

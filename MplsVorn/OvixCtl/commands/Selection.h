@@ -12,14 +12,18 @@ namespace OvixCtl {
 
 /// What to show.
 struct ShowFilter {
-    std::optional<Mpls::TableId> table; ///< unset: all; hardwareRoutes: also their adjacencies
-    std::optional<std::uint32_t> key;   ///< a label; of table mvpn the id of a VRF
+    std::optional<Mpls::TableId> table;    ///< unset: all; hardwareRoutes: also their adjacencies
+    std::optional<std::uint32_t> key;      ///< a label; of table mvpn the id of a VRF
+    std::optional<Mpls::RouteOwner> owner; ///< set: only label routes, and only this owner's
+
+    /// Whether a label route of that table, label and owner is to be shown.
+    bool takes(const Entry& entry) const noexcept;
 
     /// "label 100", "label 100 in table transit".
     std::string text() const;
 };
 
-/// [TABLE] [KEY]; refuses other words.
+/// [TABLE] [KEY] [owner OWNER]; refuses other words.
 Tessel::Result<ShowFilter> parseShowFilter(const std::vector<std::string>& words);
 
 /// The entries that a filter selects, by table and key.

@@ -8,47 +8,66 @@ namespace OvixCtl {
 
 namespace {
 
-/// Visits the entries in order.
-template <typename Visitor>
-void visit(const TableView& view, const Selection& selection, Visitor&& visitor) {
-    for (const auto& [table, key] : selection.entries) {
-        visitor(view.entry(table, key));
+/// What is shown: the entries in order, and behind them the routes that wait.
+class Shown {
+  public:
+    Shown(const TableView& view, const ShowFilter& filter)
+        : view_(&view), filter_(filter), selection_(select(view, filter)) {
+        for (Entry& entry : view.waiting()) {
+            if (filter.takes(entry)) {
+                waiting_.push_back(std::move(entry));
+            }
+        }
     }
-}
 
-void printLines(const TableView& view, const Selection& selection, const IntfText& interfaces) {
-    visit(view, selection,
-          [&](const Entry& entry) { fmt::print("{}\n", routeText(entry, interfaces)); });
+    bool empty() const noexcept { return selection_.entries.empty() && waiting_.empty(); }
+
+    /// Visits each entry once, and notes the damaged ones.
+    template <typename Visitor>
+    void visit(Visitor&& visitor) {
+        for (const auto& [table, key] : selection_.entries) {
+            const Entry entry = view_->entry(table, key);
+            if (const Damage* damage = entry.damage()) {
+                selection_.damage.push_back(fmt::format("table {}: {} {}: {}",
+                                                        Tessel::wordOf(table), keyNameOf(table),
+                                                        key, damage->what));
+            }
+            if (!filter_.owner || entry.damage() != nullptr || filter_.takes(entry)) {
+                visitor(entry);
+            }
+        }
+        for (const Entry& entry : waiting_) {
+            visitor(entry);
+        }
+    }
+    /// What could not be read, once all entries have been visited.
+    const std::vector<std::string>& damage() const noexcept { return selection_.damage; }
+
+  private:
+    const TableView* view_;
+    ShowFilter filter_;
+    Selection selection_;
+    std::vector<Entry> waiting_;
+};
+
+void printLines(Shown& shown, const IntfText& interfaces) {
+    shown.visit([&](const Entry& entry) {
+        const std::string waits =
+            entry.waitsFor ? fmt::format("# waits for {}: ", Tessel::textOf(*entry.waitsFor)) : "";
+        fmt::print("{}{}\n", waits, routeText(entry, interfaces));
+    });
 }
 
 /// One route per line within one object, as there may be a million.
-void printJson(const TableView& view, const Selection& selection, const IntfText& interfaces) {
-    fmt::print(R"({{"tables":{},"generation":{},"time":"{}","routes":[)",
-               jsonText(view.reader().name()), view.reader().generation(),
-               timeText(view.reader().committedAt()));
+void printJson(Shown& shown, const Tessel::TableReader& tables, const IntfText& interfaces) {
+    fmt::print(R"({{"tables":{},"generation":{},"time":"{}","routes":[)", jsonText(tables.name()),
+               tables.generation(), timeText(tables.committedAt()));
     const char* before = "\n";
-    visit(view, selection, [&](const Entry& entry) {
+    shown.visit([&](const Entry& entry) {
         fmt::print("{}{}", before, routeJson(entry, interfaces));
         before = ",\n";
     });
     fmt::print("]}}\n");
-}
-
-/// Reports damaged entries, and returns how many there are.
-std::size_t reportDamage(const Request& request, const TableView& view,
-                         const Selection& selection) {
-    std::size_t found = selection.damage.size();
-    for (const std::string& what : selection.damage) {
-        complain(request, what);
-    }
-    visit(view, selection, [&](const Entry& entry) {
-        if (const Damage* damage = entry.damage()) {
-            complain(request, fmt::format("table {}: {} {}: {}", Tessel::wordOf(entry.table),
-                                          keyNameOf(entry.table), entry.key, damage->what));
-            ++found;
-        }
-    });
-    return found;
 }
 
 } // namespace
@@ -64,13 +83,20 @@ Tessel::Result<int> showRoutes(const Request& request) {
     }
     const TableView view(frozen.value());
     const IntfText interfaces({Interface::Names::read(view.reader())});
-    const Selection selection = select(view, filter.value());
-    if (filter.value().key && selection.entries.empty()) {
+    Shown shown(view, filter.value());
+    if (filter.value().key && shown.empty()) {
         return Tessel::Refused{
             fmt::format("tables \"{}\" have no {}", request.tables, filter.value().text())};
     }
-    (request.json ? printJson : printLines)(view, selection, interfaces);
-    return reportDamage(request, view, selection) == 0 ? ExitCode::success : ExitCode::failure;
+    if (request.json) {
+        printJson(shown, view.reader(), interfaces);
+    } else {
+        printLines(shown, interfaces);
+    }
+    for (const std::string& what : shown.damage()) {
+        complain(request, what);
+    }
+    return shown.damage().empty() ? ExitCode::success : ExitCode::failure;
 }
 
 } // namespace OvixCtl

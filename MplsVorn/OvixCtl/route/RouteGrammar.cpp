@@ -59,7 +59,7 @@ class Parser {
         void (*take)(Parser&);
         bool isOnce = true;
     };
-    static const std::array<Word, 13> all;
+    static const std::array<Word, 15> all;
 
   private:
     void takeWord(const std::string& word);
@@ -89,11 +89,16 @@ class Parser {
     Routing::Multicast::MvpnVrfIntfId vpn_;
 };
 
-constexpr std::array<Parser::Word, 13> Parser::all{{
+constexpr std::array<Parser::Word, 15> Parser::all{{
     {"table", For::lfib, [](Parser& p) { p.takeTable(); }},
     {"multicast", For::vias, [](Parser& p) { p.route_.setType = LfibViaSetType::multicast; }},
     {"type", For::vias, [](Parser& p) { p.type_ = parseType(p.rest_.next("a type")); }},
-    {"owner", For::lfib, [](Parser& p) { p.route_.owner = p.nextByte("owner"); }},
+    {"owner", For::lfib, [](Parser& p) { p.route_.owner = parseOwner(p.rest_.next("an owner")); }},
+    {"preference", For::lfib,
+     [](Parser& p) {
+         p.route_.preference =
+             static_cast<std::uint8_t>(parseNumber(p.rest_.next("a number"), "preference", 1, 255));
+     }},
     {"flags", For::lfib, [](Parser& p) { p.route_.flags = p.nextByte("flags"); }},
     {"tail", For::lfib, [](Parser& p) { p.takeTail(); }},
     {"use-backups", For::adjacency, [](Parser& p) { p.useBackups_ = true; }},
@@ -104,6 +109,7 @@ constexpr std::array<Parser::Word, 13> Parser::all{{
          p.hardware_.adjacencyKey =
              parseKey(p.rest_.next("the id of an adjacency"), TableId::hardwareAdjacencies);
      }},
+    {"derived", For::hardware, [](Parser& p) { p.hardware_.derived = true; }},
     {"unprogrammed", For::hardware, [](Parser& p) { p.hardware_.unprogrammed = true; }},
     {"dev", For::mvpn, [](Parser& p) { p.vpn_.intfId = p.rest_.nextInterface(); }},
     {"vlan", For::mvpn, [](Parser& p) { p.vpn_.intfId = p.rest_.nextVlan(); }},
@@ -134,15 +140,21 @@ ParsedEntry Parser::parse() {
 }
 
 EntryName Parser::parseName() {
+    std::optional<Mpls::RouteOwner> owner;
     while (!rest_.empty()) {
         const std::string& word = rest_.next("");
-        if (word != "table" || !Mpls::isLfib(table_)) {
-            fail(fmt::format("{} is not expected here; known: table", inQuotes(word)));
+        if ((word != "table" && word != "owner") || !Mpls::isLfib(table_)) {
+            fail(fmt::format("{} is not expected here; known: table, owner", inQuotes(word)));
         }
-        once(given_, "table");
-        takeTable();
+        if (word == "table") {
+            once(given_, "table");
+            takeTable();
+        } else {
+            once(given_, "owner");
+            owner = parseOwner(rest_.next("an owner"));
+        }
     }
-    return {table_, key_};
+    return {table_, key_, owner};
 }
 
 void Parser::takeWord(const std::string& word) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,8 +24,9 @@ Tessel::Result<ParsedEntry> parseEntry(const std::vector<std::string>& words);
 struct EntryName {
     Mpls::TableId table = Mpls::TableId::transitLfib;
     std::uint32_t key = 0;
+    std::optional<Mpls::RouteOwner> owner{}; ///< unset: not said
 };
-/// [TABLE] KEY [table TABLE]; without a table, the transit LFIB.
+/// [TABLE] KEY [table TABLE] [owner OWNER]; without a table, the transit LFIB.
 Tessel::Result<EntryName> parseEntryName(const std::vector<std::string>& words);
 
 /// The words that a label route may have behind its label.

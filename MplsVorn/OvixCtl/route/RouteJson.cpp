@@ -29,7 +29,8 @@ std::string dumped(const Json& json) {
 
 class JsonWriter {
   public:
-    JsonWriter(const Entry& entry, const IntfText& interfaces) : interfaces_(&interfaces) {
+    JsonWriter(const Entry& entry, const IntfText& interfaces)
+        : interfaces_(&interfaces), waitsFor_(entry.waitsFor) {
         json_ = keyJson(entry.table, entry.key);
         std::visit(*this, entry.content);
     }
@@ -42,7 +43,9 @@ class JsonWriter {
     void operator()(const Mpls::LabelRoute& route) {
         json_["type"] = textOf(route.viaType);
         json_["multicast"] = route.isMulticast();
-        json_["owner"] = route.owner;
+        json_["owner"] = textOf(route.owner);
+        json_["preference"] = numberOrNull(route.preference);
+        json_["waitsFor"] = waitsFor_ ? Json(textOf(*waitsFor_)) : Json();
         json_["flags"] = route.flags;
         json_["lookup"] = route.isLookUp() ? lookUp(route.vias.front().via.options()) : Json();
         json_["tail"] = route.tail ? Json{{"interface", intf(route.tail->intf())}} : Json();
@@ -101,6 +104,7 @@ class JsonWriter {
 
     Json json_;
     const IntfText* interfaces_;
+    std::optional<Mpls::RouteOwner> waitsFor_;
 };
 
 } // namespace

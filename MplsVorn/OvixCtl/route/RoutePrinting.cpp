@@ -55,8 +55,11 @@ class LineWriter {
 
     void operator()(const Mpls::LabelRoute& route) {
         addSet(route.setType, route.viaType, Mpls::impliedType(route.vias, route.tail.has_value()));
-        if (route.owner != 0) {
-            line_.addNumber("owner", route.owner);
+        if (route.owner != Mpls::RouteOwner::byHand) {
+            line_.add("owner", textOf(route.owner));
+        }
+        if (route.preference != 0) {
+            line_.addNumber("preference", route.preference);
         }
         if (route.flags != 0) {
             line_.addNumber("flags", route.flags);
@@ -70,6 +73,7 @@ class LineWriter {
     void operator()(const Mpls::Hardware::Route& route) {
         line_.addNumber("adjacency", route.adjacencyKey);
         line_.add(route.unprogrammed ? "unprogrammed" : "");
+        line_.add(route.derived ? "derived" : "");
     }
     void operator()(const AdjacencyVias& adjacency) {
         addSet(adjacency.setType, adjacency.viaType, Mpls::impliedType(adjacency.vias, false));

@@ -105,6 +105,12 @@ Mpls::LfibViaType parseType(const std::string& word) {
                           : parseWord<Mpls::LfibViaType>(word, "type");
 }
 
+Mpls::RouteOwner parseOwner(const std::string& word) {
+    constexpr std::uint64_t maxOwner = 255;
+    return isNumber(word) ? Mpls::RouteOwner(parseNumber(word, "owner", 0, maxOwner))
+                          : parseWord<Mpls::RouteOwner>(word, "owner");
+}
+
 Mpls::TableId parseTable(const std::string& word, std::span<const std::string_view> tables) {
     if (std::find(tables.begin(), tables.end(), word) == tables.end()) {
         throw UsageError(fmt::format("there is no table {}{}", inQuotes(word),

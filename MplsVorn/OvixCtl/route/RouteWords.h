@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Mpls/RouteOwner.h"
 #include "Mpls/TableDirectory.h"
 #include "Mpls/Via.h"
 #include "Tessel/Result.h"
@@ -53,6 +54,8 @@ Lumo::IntfId parseInterface(const std::string& word);
 L3::VrfName parseVrf(const std::string& word);
 /// The via type, also by its number.
 Mpls::LfibViaType parseType(const std::string& word);
+/// The owner of a route, also by its number.
+Mpls::RouteOwner parseOwner(const std::string& word);
 /// One of `tables`.
 Mpls::TableId parseTable(const std::string& word, std::span<const std::string_view> tables);
 /// The key of an entry: a label, an adjacency's id or a VRF's id.

@@ -66,30 +66,16 @@ void entryIs(Mpls::TablePublisher& publisher, const Entry& entry) {
     std::visit(Put{publisher, entry.key}, entry.content);
 }
 
-bool entryDel(Mpls::TablePublisher& publisher, TableId table, std::uint32_t key) {
-    switch (table) {
-    case TableId::mvpnIntfStatus:
-        return publisher.mvpn().vrfIntfIdDel({key});
-    case TableId::hardwareAdjacencies:
-        return publisher.hardware().adjacencyDel(key);
-    case TableId::hardwareRoutes:
-        return publisher.hardware().routeDel(keyOf(key));
-    default:
-        assert(Mpls::isLfib(table));
-        return publisher.lfib(table).routeDel(keyOf(key));
-    }
-}
-
 Tessel::Result<void> changeEntry(Mpls::TablePublisher& publisher, const TableView& now,
                                  const Entry& entry) {
     assert(entry.damage() == nullptr);
-    if (entry.table == TableId::transitLfib) {
-        return Mpls::transitRouteIs(publisher, std::get<Mpls::LabelRoute>(entry.content));
-    }
     if (Mpls::isLfib(entry.table)) {
-        return publisher.lfib(entry.table).routeIs(std::get<Mpls::LabelRoute>(entry.content));
+        return publisher.labelRoutes().routeIs(std::get<Mpls::LabelRoute>(entry.content));
     }
     if (const auto* route = std::get_if<Mpls::Hardware::Route>(&entry.content)) {
+        if (route->derived) {
+            return refuseDerived(entry.key);
+        }
         const auto adjacency = static_cast<std::uint32_t>(route->adjacencyKey);
         if (!now.has(TableId::hardwareAdjacencies, adjacency)) {
             return Tessel::Refused{fmt::format("there is no adjacency {}", adjacency)};
@@ -113,10 +99,7 @@ Tessel::Result<void> changeEntry(Mpls::TablePublisher& publisher, const TableVie
 
 Tessel::Result<void> removeEntry(Mpls::TablePublisher& publisher, const TableView& now,
                                  TableId table, std::uint32_t key) {
-    if (table == TableId::transitLfib) {
-        Mpls::transitRouteDel(publisher, keyOf(key));
-        return {};
-    }
+    assert(!Mpls::isLfib(table));
     if (table == TableId::hardwareAdjacencies) {
         if (const auto user = userOf(now, key)) {
             return Tessel::Refused{
@@ -126,13 +109,14 @@ Tessel::Result<void> removeEntry(Mpls::TablePublisher& publisher, const TableVie
     if (table == TableId::hardwareRoutes && publisher.hardware().route(keyOf(key)).derived) {
         return refuseDerived(key);
     }
-    entryDel(publisher, table, key);
-    if (table != TableId::hardwareRoutes || !now.has(TableId::transitLfib, key)) {
-        return {};
+    if (table == TableId::hardwareRoutes) {
+        Mpls::platformRouteDel(publisher, keyOf(key));
+    } else if (table == TableId::hardwareAdjacencies) {
+        publisher.hardware().adjacencyDel(key);
+    } else {
+        publisher.mvpn().vrfIntfIdDel({key});
     }
-    const Entry transit = now.entry(TableId::transitLfib, key);
-    const auto* route = std::get_if<Mpls::LabelRoute>(&transit.content);
-    return route != nullptr ? Mpls::transitRouteIs(publisher, *route) : Tessel::Result<void>();
+    return {};
 }
 
 } // namespace OvixCtl

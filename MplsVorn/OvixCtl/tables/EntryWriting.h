@@ -9,8 +9,6 @@ namespace OvixCtl {
 
 /// Writes an entry as it is, whatever other tables hold.
 void entryIs(Mpls::TablePublisher& publisher, const Entry& entry);
-/// False when there is no such entry.
-bool entryDel(Mpls::TablePublisher& publisher, Mpls::TableId table, std::uint32_t key);
 
 // As an operator changes one entry: what depends on it follows, `now` being the tables before.
 
@@ -18,9 +16,9 @@ bool entryDel(Mpls::TablePublisher& publisher, Mpls::TableId table, std::uint32_
 /// there, and another content for the adjacency of a transit route.
 Tessel::Result<void> changeEntry(Mpls::TablePublisher& publisher, const TableView& now,
                                  const Entry& entry);
-/// Removes what was programmed along with a transit route; programs the transit route of a label
-/// that loses the platform's own one. Refuses an adjacency in use, and a hardware route that
-/// belongs to a transit route.
+/// Removes an entry that is no label route; programs the transit route of a label that loses the
+/// platform's own one. Refuses an adjacency in use, and a hardware route that belongs to a transit
+/// route. Throws std::length_error.
 Tessel::Result<void> removeEntry(Mpls::TablePublisher& publisher, const TableView& now,
                                  Mpls::TableId table, std::uint32_t key);
 

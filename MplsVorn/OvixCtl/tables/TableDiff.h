@@ -20,8 +20,9 @@ struct TableDiff {
     std::vector<std::string> damage; ///< what could not be read of `before` at all
 };
 
-/// The changes that turn `before` into `after`.
-TableDiff differences(const TableView& before, const TableView& after);
+/// The changes that turn `before` into `after`, as far as an owner is concerned: its label routes,
+/// those that wait among them, what the platform has programmed, and multicast VPNs.
+TableDiff differences(const TableView& before, const TableView& after, Mpls::RouteOwner owner);
 
 struct ChangeCounts {
     std::size_t added = 0;

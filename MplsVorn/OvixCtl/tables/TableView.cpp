@@ -4,6 +4,7 @@
 #include <array>
 #include <cassert>
 
+#include "Published/LabelRoutes.h"
 #include "Tessel/Exceptions.h"
 
 namespace OvixCtl {
@@ -88,6 +89,35 @@ bool TableView::has(TableId table, std::uint32_t key) const {
     }
 }
 
+std::vector<bool> TableView::derivedAdjacencies() const {
+    std::vector<bool> found(maxKey + std::size_t{1});
+    for (const std::uint32_t label : keys(TableId::hardwareRoutes).keys) {
+        const Entry read = entry(TableId::hardwareRoutes, label);
+        const auto* route = std::get_if<Mpls::Hardware::Route>(&read.content);
+        if (route != nullptr && route->derived) {
+            found.at(route->adjacencyKey) = true;
+        }
+    }
+    return found;
+}
+
+std::vector<Entry> TableView::waiting() const {
+    std::vector<Entry> all;
+    for (Mpls::LabelRoute& route : Mpls::readWaitingRoutes(tables_.reader())) {
+        Entry waiting{route.table, route.label.value(), std::move(route), {}};
+        for (std::size_t i = 0; i < Mpls::lfibs && !waiting.waitsFor; ++i) {
+            const auto table = static_cast<TableId>(i);
+            if (has(table, waiting.key)) {
+                const Entry published = entry(table, waiting.key);
+                const auto* first = std::get_if<Mpls::LabelRoute>(&published.content);
+                waiting.waitsFor = first != nullptr ? first->owner : Mpls::RouteOwner::byHand;
+            }
+        }
+        all.push_back(std::move(waiting));
+    }
+    return all;
+}
+
 Entry TableView::entry(TableId table, std::uint32_t key) const {
     const auto read = [&]() -> Content {
         switch (table) {
@@ -104,11 +134,11 @@ Entry TableView::entry(TableId table, std::uint32_t key) const {
         }
     };
     try {
-        return {table, key, read()};
+        return {table, key, read(), {}};
     } catch (const Tessel::CorruptionDetected& corruption) {
-        return {table, key, Damage{corruption.what()}};
+        return {table, key, Damage{corruption.what()}, {}};
     } catch (const Tessel::RangeError& range) {
-        return {table, key, Damage{range.what()}};
+        return {table, key, Damage{range.what()}, {}};
     }
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -52,6 +53,7 @@ struct Entry {
     std::variant<Damage, Mpls::LabelRoute, Mpls::Hardware::Route, Mpls::Hardware::AdjacencyVias,
                  Routing::Multicast::MvpnVrfIntfId>
         content;
+    std::optional<Mpls::RouteOwner> waitsFor{}; ///< of a label route: whose route is published
 
     /// Null when the entry can be read.
     const Damage* damage() const noexcept { return std::get_if<Damage>(&content); }
@@ -78,6 +80,10 @@ class TableView {
     bool has(Mpls::TableId table, std::uint32_t key) const;
     /// The entry of a key that has one.
     Entry entry(Mpls::TableId table, std::uint32_t key) const;
+    /// By id, whether an adjacency was programmed along with a transit route.
+    std::vector<bool> derivedAdjacencies() const;
+    /// The label routes that wait for those of other owners, by label.
+    std::vector<Entry> waiting() const;
 
   private:
     Keys mvpnKeys() const;

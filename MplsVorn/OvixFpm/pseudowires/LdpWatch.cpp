@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "Tessel/Exceptions.h"
 #include "pseudowires/LdpReading.h"
 
 namespace OvixFpm {
@@ -27,6 +28,7 @@ Tessel::Result<Mpls::LabelRoute> routeOf(const Pseudowire& pseudowire,
     Mpls::LabelRoute route;
     route.table = TableId::pseudowireLfib;
     route.label = Lumo::MplsLabel(pseudowire.localLabel);
+    route.owner = Mpls::RouteOwner::pseudowires;
     route.vias = {{via.value(), 1}};
     return route;
 }
@@ -39,8 +41,8 @@ const Pseudowire* named(const std::vector<Pseudowire>& all, const std::string& n
 
 } // namespace
 
-LdpWatch::LdpWatch(Mpls::TablePublisher& tables, Settings settings, Log log)
-    : tables_(&tables), settings_(std::move(settings)), log_(std::move(log)) {}
+LdpWatch::LdpWatch(RoutePublisher& routes, Settings settings, Log log)
+    : routes_(&routes), settings_(std::move(settings)), log_(std::move(log)) {}
 
 int LdpWatch::timeoutMs() const {
     constexpr int whileEnding = 20;
@@ -91,7 +93,21 @@ void LdpWatch::take(const Tessel::Result<std::string>& printed) {
     if (!std::exchange(answers_, true)) {
         log_({}, "ldpd answers again");
     }
-    publish(all.value());
+    withTables([&] { publish(all.value()); });
+}
+
+/// When other writers have the tables, ldpd is asked again before long.
+void LdpWatch::withTables(const std::function<void()>& change) {
+    try {
+        routes_->begin();
+        change();
+        routes_->commit();
+    } catch (const Tessel::TablesBusy& busy) {
+        log_("pseudowires", busy.what());
+    } catch (const std::exception& refused) {
+        routes_->abandon();
+        log_("pseudowires", std::string(refused.what()) + "; the pseudowires stay as they are");
+    }
 }
 
 /// A daemon that is restarted soon keeps its pseudowires meanwhile, as its routes are kept.
@@ -102,45 +118,40 @@ void LdpWatch::takeFailure(const std::string& why) {
     if (Clock::now() - answeredAt_ < settings_.keptFor) {
         return;
     }
-    std::vector<Pseudowire> all = tables_->pseudowires().all();
-    for (Pseudowire& pseudowire : all) {
-        pseudowire.state = Pseudowire::State::noDaemon;
-        pseudowire.why = why.substr(0, Pseudowire::maxText);
-    }
-    publish(all);
+    withTables([&] {
+        std::vector<Pseudowire> all = routes_->tables().pseudowires().all();
+        for (Pseudowire& pseudowire : all) {
+            pseudowire.state = Pseudowire::State::noDaemon;
+            pseudowire.why = why.substr(0, Pseudowire::maxText);
+        }
+        publish(all);
+    });
 }
 
 void LdpWatch::publish(const std::vector<Pseudowire>& all) {
-    const std::vector<Pseudowire> before = tables_->pseudowires().all();
-    if (all == before) {
-        return;
-    }
-    try {
+    const std::vector<Pseudowire> before = routes_->tables().pseudowires().all();
+    if (all != before) {
         publishLabels(before, all);
-        tables_->pseudowires().pseudowiresAre(all);
-        tables_->commit();
-    } catch (const std::exception& refused) {
-        tables_->discard();
-        log_("pseudowires", std::string(refused.what()) + "; the pseudowires stay as they are");
-        return;
+        routes_->tables().pseudowires().pseudowiresAre(all);
+        report(before, all);
     }
-    report(before, all);
 }
 
 void LdpWatch::publishLabels(const std::vector<Pseudowire>& before,
                              const std::vector<Pseudowire>& after) {
-    Mpls::LfibWriter& lfib = tables_->lfib(TableId::pseudowireLfib);
+    Mpls::LabelRoutes& routes = routes_->tables().labelRoutes();
     for (const Pseudowire& gone : before) {
         if (gone.isUp() && gone.localLabel <= Lumo::MplsLabel::max) {
-            lfib.routeDel(Mpls::RouteKey::fromLabel(Lumo::MplsLabel(gone.localLabel)));
+            routes.routeDel(TableId::pseudowireLfib, Lumo::MplsLabel(gone.localLabel),
+                            Mpls::RouteOwner::pseudowires);
         }
     }
     for (const Pseudowire& pseudowire : after) {
         if (!pseudowire.isUp()) {
             continue;
         }
-        const auto route = routeOf(pseudowire, *tables_);
-        const auto done = route ? lfib.routeIs(route.value()) : route.refused();
+        const auto route = routeOf(pseudowire, routes_->tables());
+        const auto done = route ? routes.routeIs(route.value()) : route.refused();
         if (!done) {
             throw std::runtime_error(pseudowire.name + ": " + done.refused().what);
         }

@@ -1,13 +1,14 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "Published/TablePublisher.h"
 #include "pseudowires/Vtysh.h"
 #include "publishing/Companion.h"
+#include "publishing/RoutePublisher.h"
 #include "publishing/WaitingConnections.h"
 
 namespace OvixFpm {
@@ -27,8 +28,8 @@ class LdpWatch final : public Companion {
         std::chrono::milliseconds keptFor{30000}; ///< pseudowires, when ldpd does not answer
     };
 
-    /// The tables must outlive it.
-    LdpWatch(Mpls::TablePublisher& tables, Settings settings, Log log);
+    /// Publishes in batches of `routes`, which must outlive it.
+    LdpWatch(RoutePublisher& routes, Settings settings, Log log);
 
     int descriptor() const noexcept override { return run_ ? run_->descriptor() : -1; }
     int timeoutMs() const override;
@@ -38,13 +39,14 @@ class LdpWatch final : public Companion {
     void start();
     void take(const Tessel::Result<std::string>& printed);
     void takeFailure(const std::string& why);
+    void withTables(const std::function<void()>& change);
     void publish(const std::vector<L2::Pseudowire>& all);
     void publishLabels(const std::vector<L2::Pseudowire>& before,
                        const std::vector<L2::Pseudowire>& after);
     void report(const std::vector<L2::Pseudowire>& before,
                 const std::vector<L2::Pseudowire>& after) const;
 
-    Mpls::TablePublisher* tables_;
+    RoutePublisher* routes_;
     Settings settings_;
     Log log_;
     std::optional<Vtysh> run_;

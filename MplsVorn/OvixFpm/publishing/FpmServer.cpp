@@ -11,6 +11,8 @@
 #include <system_error>
 #include <utility>
 
+#include "Tessel/Exceptions.h"
+
 namespace OvixFpm {
 
 namespace {
@@ -20,6 +22,9 @@ namespace {
 // the second.
 constexpr std::chrono::milliseconds quietBeforeCommit{1};
 constexpr std::chrono::milliseconds longestBeforeCommit{20};
+
+/// How long it may take until removed tables are missed while zebra is quiet.
+constexpr std::chrono::milliseconds tablesLookedAtEvery{1000};
 
 } // namespace
 
@@ -54,11 +59,11 @@ void FpmServer::run(int stop) {
             routes_->commit();
             return;
         }
-        if (places[2].revents != 0) {
+        if (places[2].revents != 0 && beginBatch()) {
             receive();
         }
-        if (std::any_of(waiting.begin(), waiting.end(),
-                        [](const pollfd& place) { return place.revents != 0; })) {
+        const auto isReady = [](const pollfd& place) { return place.revents != 0; };
+        if (std::any_of(waiting.begin(), waiting.end(), isReady) && beginBatch()) {
             receiveFromWaiting();
         }
         if (places[1].revents != 0) {
@@ -68,6 +73,23 @@ void FpmServer::run(int stop) {
         if (companion_ != nullptr && !firstUncommitted_) {
             companion_->serve();
         }
+        if (routes_->wereReplaced()) {
+            disconnect("the tables have been replaced; zebra has to announce its routes again");
+        }
+    }
+}
+
+/// False while other writers have the tables.
+bool FpmServer::beginBatch() {
+    try {
+        routes_->begin();
+        isHeldUp_ = false;
+        return true;
+    } catch (const Tessel::TablesBusy& busy) {
+        if (!std::exchange(isHeldUp_, true)) {
+            log_("busy tables", std::string(busy.what()) + "; zebra's routes wait");
+        }
+        return false;
     }
 }
 
@@ -84,7 +106,10 @@ int FpmServer::ownTimeoutMs() const {
     if (firstUncommitted_) {
         return static_cast<int>(quietBeforeCommit.count());
     }
-    return firstRouteAt_ && !hasSwept_ ? static_cast<int>(settings_.sweepAfter.count()) : -1;
+    const bool willSweep = firstRouteAt_ && !hasSwept_;
+    return static_cast<int>(
+        (willSweep ? std::min(settings_.sweepAfter, tablesLookedAtEvery) : tablesLookedAtEvery)
+            .count());
 }
 
 void FpmServer::accept() {
@@ -194,6 +219,9 @@ void FpmServer::sweepWhenQuiet(Clock::time_point now) {
     if (now - heardAt_ < settings_.sweepAfter && now - *firstRouteAt_ < 10 * settings_.sweepAfter) {
         return;
     }
+    if (!beginBatch()) {
+        return;
+    }
     hasSwept_ = true;
     if (const std::size_t swept = routes_->sweep(); swept > 0) {
         log_({}, std::to_string(swept) + " routes were not confirmed and are removed");
@@ -204,14 +232,23 @@ void FpmServer::sweepWhenQuiet(Clock::time_point now) {
 void FpmServer::commitWhenQuiet() {
     const Clock::time_point now = Clock::now();
     try {
+        if (now - tablesSeenAt_ >= tablesLookedAtEvery) {
+            tablesSeenAt_ = now;
+            if (!routes_->areNamed()) {
+                beginBatch();
+            }
+        }
         sweepWhenQuiet(now);
         if (firstUncommitted_ && (now - heardAt_ >= quietBeforeCommit ||
                                   now - *firstUncommitted_ >= longestBeforeCommit)) {
             firstUncommitted_.reset();
             routes_->commit();
+        } else if (!firstUncommitted_) {
+            routes_->commit(); // ends a batch without changes
         }
     } catch (const std::length_error& full) {
-        log_("full tables", std::string(full.what()) + "; the changes are not visible yet");
+        routes_->abandon();
+        disconnect(std::string(full.what()) + "; zebra has to announce its routes again");
     }
 }
 

@@ -51,6 +51,7 @@ class FpmServer {
     void disconnect(const std::string& why);
     void takeEvents();
     void takeChange(const RouteChange& change);
+    bool beginBatch();
     void sweepWhenQuiet(Clock::time_point now);
     void commitWhenQuiet();
     int timeoutMs() const;
@@ -69,6 +70,8 @@ class FpmServer {
     Clock::time_point heardAt_;
     std::optional<Clock::time_point> firstRouteAt_; ///< of this connection
     bool hasSwept_ = false;                         ///< since the connection was made
+    Clock::time_point tablesSeenAt_ = Clock::now();
+    bool isHeldUp_ = false; ///< another writer has the tables
 };
 
 } // namespace OvixFpm

@@ -4,14 +4,17 @@
 #include <stdexcept>
 #include <string>
 
-#include "Published/TransitRoutes.h"
-
 namespace OvixFpm {
 
-using Mpls::RouteKey;
 using Mpls::TableId;
 
 namespace {
+
+/// How long packets of zebra wait for another writer, before the program looks at what else has
+/// come.
+constexpr std::chrono::milliseconds turnWait{50};
+
+constexpr Mpls::RouteOwner owner = Mpls::RouteOwner::fpm;
 
 template <class T>
 T valueOrThrow(Tessel::Result<T> result) {
@@ -53,13 +56,28 @@ L3::Route::Kind kindOf(RouteEnd end) noexcept {
 
 } // namespace
 
-RoutePublisher::RoutePublisher(Mpls::TablePublisher& tables, InterfaceLookup& interfaces)
-    : tables_(&tables), interfaces_(&interfaces) {
-    const Tessel::TableReader reader(tables.tables().name(), tables.tables().memory());
-    for (const TableId table : {TableId::transitLfib, TableId::decapLfib}) {
-        reader.forEach(static_cast<std::size_t>(table), [&](std::uint32_t label, Tessel::TableRef) {
-            labels_.insert(Lumo::MplsLabel(label));
-        });
+RoutePublisher::RoutePublisher(Mpls::SharedPublisher& shared, InterfaceLookup& interfaces)
+    : shared_(&shared), interfaces_(&interfaces) {
+    takeOver();
+}
+
+void RoutePublisher::begin() {
+    if (shared_->hasBegun()) {
+        return;
+    }
+    const auto since = shared_->begin(turnWait);
+    tables_ = &shared_->tables();
+    if (since == Mpls::SharedPublisher::Since::replaced) {
+        takeOver();
+        wereReplaced_ = true;
+    }
+}
+
+void RoutePublisher::takeOver() {
+    tables_ = &shared_->tables();
+    labels_.clear();
+    for (const Mpls::LabelRoutes::Place& place : tables_->labelRoutes().of(owner)) {
+        labels_.insert(place.label);
     }
     markStale();
 }
@@ -91,8 +109,8 @@ void RoutePublisher::withdraw(const Destination& destination) {
         return;
     }
     const auto label = std::get<Lumo::MplsLabel>(destination);
-    Mpls::transitRouteDel(*tables_, RouteKey::fromLabel(label));
-    tables_->lfib(TableId::decapLfib).routeDel(RouteKey::fromLabel(label));
+    tables_->labelRoutes().routeDel(TableId::transitLfib, label, owner);
+    tables_->labelRoutes().routeDel(TableId::decapLfib, label, owner);
     labels_.erase(label);
     staleLabels_.erase(label);
 }
@@ -101,24 +119,25 @@ void RoutePublisher::publish(Lumo::MplsLabel label, const Route& route) {
     assert(!route.nextHops.empty() && !route.end);
     Mpls::LabelRoute published;
     published.label = label;
-    const RouteKey key = published.key();
+    published.owner = owner;
     const NextHop& first = route.nextHops.front();
     if (route.nextHops.size() == 1 && first.isInterfaceOnly() && interfaceOf(first).isVrf()) {
-        Mpls::transitRouteDel(*tables_, key);
         published.table = TableId::decapLfib;
         published.viaType = Mpls::LfibViaType::ipLookup;
         published.vias = {
             {valueOrThrow(Mpls::Via::popAndLookUp(std::string_view(interfaceOf(first).name),
                                                   Mpls::PayloadType::automatic)),
              1}};
-        check(tables_->lfib(TableId::decapLfib).routeIs(published));
     } else {
         published.vias = viasOf(route.nextHops, true,
                                 route.ttlPropagated.value_or(true) ? Mpls::TtlMode::uniform
                                                                    : Mpls::TtlMode::pipe);
-        tables_->lfib(TableId::decapLfib).routeDel(key);
-        check(Mpls::transitRouteIs(*tables_, published));
     }
+    Mpls::LabelRoutes& routes = tables_->labelRoutes();
+    check(routes.routeIs(published));
+    routes.routeDel(published.table == TableId::transitLfib ? TableId::decapLfib
+                                                            : TableId::transitLfib,
+                    label, owner);
     labels_.insert(label);
     staleLabels_.erase(label);
 }
@@ -196,7 +215,18 @@ std::vector<Mpls::WeightedVia> RoutePublisher::viasOf(const std::vector<NextHop>
 
 void RoutePublisher::commit() {
     tables_->commit();
+    if (shared_->hasBegun()) {
+        shared_->end();
+    }
     interfaces_->forget();
+}
+
+void RoutePublisher::abandon() {
+    tables_->discard();
+    if (shared_->hasBegun()) {
+        shared_->end();
+    }
+    takeOver();
 }
 
 void RoutePublisher::markStale() {

@@ -2,9 +2,10 @@
 
 #include <cstdint>
 #include <set>
+#include <utility>
 #include <vector>
 
-#include "Published/TablePublisher.h"
+#include "Published/SharedPublisher.h"
 #include "Tessel/Result.h"
 #include "decoding/Routes.h"
 #include "kernel/KernelLinks.h"
@@ -17,13 +18,28 @@ namespace OvixFpm {
 class RoutePublisher {
   public:
     /// Routes that the tables hold already count as stale.
-    RoutePublisher(Mpls::TablePublisher& tables, InterfaceLookup& interfaces);
+    RoutePublisher(Mpls::SharedPublisher& shared, InterfaceLookup& interfaces);
+
+    /// To be called before a batch of changes; nothing happens when it has begun. Throws
+    /// Tessel::TablesBusy when another writer keeps the tables, and what opening them throws.
+    void begin();
+    /// Whether a batch has found other tables in the place of those before it, since this was asked
+    /// last: zebra's routes are missing there.
+    bool wereReplaced() noexcept { return std::exchange(wereReplaced_, false); }
+    /// The tables of the batch.
+    Mpls::TablePublisher& tables() noexcept { return *tables_; }
+    /// Whether the tables' name still leads to the tables of the last batch.
+    bool areNamed() const { return shared_->areNamed(); }
 
     /// Refuses a route that cannot be published; an earlier one for its destination is then
     /// removed.
     Tessel::Result<void> apply(const RouteChange& change);
-    /// Makes the changes visible, if there are any.
+    /// Makes the changes visible, if there are any, and ends the batch.
     void commit();
+
+    /// Takes back the changes since the last commit, and ends the batch. Only a new connection,
+    /// over which zebra announces everything, makes the tables right again.
+    void abandon();
 
     /// Every route is stale until it is announced again.
     void markStale();
@@ -41,8 +57,12 @@ class RoutePublisher {
     L3::VrfName vrfOf(std::uint32_t table);
     void checkIsForwarded(const NextHop& hop, const L3::Route& route);
 
-    Mpls::TablePublisher* tables_;
+    void takeOver();
+
+    Mpls::SharedPublisher* shared_;
+    Mpls::TablePublisher* tables_ = nullptr; ///< of `shared_`, as they are in this batch
     InterfaceLookup* interfaces_;
+    bool wereReplaced_ = false;
     std::set<Lumo::MplsLabel> labels_;
     std::set<Lumo::MplsLabel> staleLabels_;
     std::set<L3::RouteKey> stalePrefixes_;

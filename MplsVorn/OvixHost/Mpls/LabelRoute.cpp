@@ -1,5 +1,7 @@
 #include "Mpls/LabelRoute.h"
 
+#include <algorithm>
+
 #include "Tessel/Exceptions.h"
 
 namespace Mpls {
@@ -44,7 +46,8 @@ Result<LabelRoute> read(const LfibStatus& lfib, TableId table, Lumo::MplsLabel l
     const LfibViaKey key = set.viaKeys.empty() ? LfibViaKey() : set.viaKeys[0];
     route.viaType = key.viaType;
     route.setType = set.type;
-    route.owner = set.owner;
+    route.owner = RouteOwner{set.owner};
+    route.preference = set.preference;
     route.flags = set.flags;
     const bool isKeyed = key.index != 0;
     const auto keyed = isKeyed ? readKeyedVia(lfib, key, route) : Result<void>();
@@ -101,6 +104,17 @@ Result<void> checkType(LfibViaType type, std::span<const WeightedVia> vias, bool
             return Refused{"a route of type " + std::string(Tessel::wordOf(type)) +
                            " has no via of type " + std::string(Tessel::wordOf(found))};
         }
+    }
+    return {};
+}
+
+Result<void> checkTable(const LabelRoute& route) {
+    const bool endsHere =
+        route.tail || std::any_of(route.vias.begin(), route.vias.end(),
+                                  [](const auto& via) { return via.via.isLookUp(); });
+    if (route.table == TableId::transitLfib && endsHere) {
+        return Refused{"a route with " + std::string(route.tail ? "tail" : "vrf") +
+                       " ends here and cannot be in table transit"};
     }
     return {};
 }

@@ -7,6 +7,7 @@
 
 #include "Lumo/MplsLabel.h"
 #include "Mpls/LfibStatus.h"
+#include "Mpls/RouteOwner.h"
 #include "Mpls/TableDirectory.h"
 #include "Mpls/Via.h"
 #include "Tessel/Result.h"
@@ -23,8 +24,9 @@ struct LabelRoute {
     std::vector<WeightedVia> vias; ///< 1 to 599; beside a tail 0 to 598
     /// Where a multicast LSP ends at this device: a copy of its packets goes to the CPU.
     std::optional<LfibMulticastIpLookupVia> tail;
-    std::uint8_t owner = 0; ///< who put the route there; opaque to forwarding
-    std::uint8_t flags = 0; ///< reserved
+    RouteOwner owner = RouteOwner::byHand; ///< opaque to forwarding
+    std::uint8_t preference = 0;           ///< among owners, the least first; 0: usualPreference()
+    std::uint8_t flags = 0;                ///< reserved
 
     RouteKey key() const noexcept { return RouteKey::fromLabel(label); }
     bool isMulticast() const noexcept { return setType == LfibViaSetType::multicast; }
@@ -39,6 +41,8 @@ LfibViaType impliedType(std::span<const WeightedVia> vias, bool hasTail) noexcep
 /// Refuses a type that contradicts the vias, or the tail. What a type without a word has is not
 /// known, so anything goes with it.
 Tessel::Result<void> checkType(LfibViaType type, std::span<const WeightedVia> vias, bool hasTail);
+/// Refuses a route that ends at this device (a lookup in a VRF, a tail) in the transit LFIB.
+Tessel::Result<void> checkTable(const LabelRoute& route);
 /// Whether a route may have the label. Refused for the special-purpose labels 0 to 15: implicit
 /// null never stands in a frame, and the others have a meaning of their own (RFC 3032 section 2.1,
 /// RFC 7274).

@@ -77,8 +77,9 @@ struct LfibViaSet {
 
     LfibViaSetKey key;
     LfibViaSetType type = LfibViaSetType::unicast;
-    std::uint8_t owner = 0; ///< who put the set there; opaque to forwarding
-    std::uint8_t flags = 0; ///< reserved
+    std::uint8_t owner = 0;      ///< who put the set there; opaque to forwarding
+    std::uint8_t flags = 0;      ///< reserved
+    std::uint8_t preference = 0; ///< among owners; opaque to forwarding
     Tessel::BoundedList<LfibViaKey, capacity> viaKeys;
     Tessel::BoundedList<LfibWeightedVia, capacity> members;
     /// Not part of the record: the table it was read from; empty for a record made elsewhere.
@@ -86,7 +87,8 @@ struct LfibViaSet {
 
     bool isEq(const LfibViaSet& other) const noexcept {
         return key == other.key && type == other.type && owner == other.owner &&
-               flags == other.flags && viaKeys == other.viaKeys && members == other.members;
+               flags == other.flags && preference == other.preference && viaKeys == other.viaKeys &&
+               members == other.members;
     }
 };
 

@@ -72,6 +72,7 @@ LfibViaSet LfibStatus::viaSet(LfibViaSetKey key) const {
     set.type = static_cast<LfibViaSetType>(fixed.type);
     set.owner = fixed.owner;
     set.flags = fixed.flags;
+    set.preference = fixed.preference;
     set.viaKeys.assign(bytes.data() + sizeof fixed, fixed.viaKeys);
     set.members.assign(bytes.data() + sizeof fixed + keyBytes, fixed.members);
     if (!weightsAreLegal(set)) {

@@ -8,7 +8,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include "Mpls/LfibLayout.h"
 #include "Mpls/PackedVia.h"
 
 namespace Mpls {
@@ -30,11 +29,12 @@ void checkDepth(RouteKey key) {
 }
 
 /// The own words of a via set: its fixed word and its lists, one behind the other.
-void packViaSet(const LfibViaSet& set, std::vector<std::uint64_t>& own) {
+void packViaSet(const LfibViaSet& set, const std::optional<WaitingWord>& waits,
+                std::vector<std::uint64_t>& own) {
     const ViaSetWord fixed{static_cast<std::uint8_t>(set.type),
                            set.owner,
                            set.flags,
-                           0,
+                           set.preference,
                            static_cast<std::uint16_t>(set.viaKeys.size()),
                            static_cast<std::uint16_t>(set.members.size())};
     const auto keys = std::as_bytes(set.viaKeys.view());
@@ -44,6 +44,9 @@ void packViaSet(const LfibViaSet& set, std::vector<std::uint64_t>& own) {
     std::memcpy(to, &fixed, sizeof fixed);
     std::copy(keys.begin(), keys.end(), to + sizeof fixed);
     std::copy(members.begin(), members.end(), to + sizeof fixed + keys.size());
+    if (waits) {
+        own.push_back(waits->word());
+    }
 }
 
 } // namespace
@@ -74,16 +77,32 @@ std::vector<WeightedRecord> recordsOf(std::span<const WeightedVia> vias) {
 
 Tessel::Result<void> LfibWriter::routeIs(const LabelRoute& route) {
     assert(static_cast<std::size_t>(route.table) == table_);
-    owner_ = route.owner;
+    return write(route.key(), route);
+}
+
+Tessel::Result<void> LfibWriter::waitingRouteIs(std::uint32_t place, const LabelRoute& route) {
+    assert(!isLfib(static_cast<TableId>(table_)) && isLfib(route.table));
+    if (place > Tessel::TableLayout::maxKey) {
+        return Tessel::Refused{"more than 1048576 routes that wait for other owners"};
+    }
+    waits_ = WaitingWord(route.label, route.table);
+    const auto done = write(RouteKey::fromLabel(Lumo::MplsLabel(place)), route);
+    waits_.reset();
+    return done;
+}
+
+Tessel::Result<void> LfibWriter::write(RouteKey key, const LabelRoute& route) {
+    owner_ = static_cast<std::uint8_t>(route.owner);
     flags_ = route.flags;
+    preference_ = route.preference;
     try {
         if (route.tail) {
-            multicastIpLookupRouteIs(route.key(), *route.tail, recordsOf(route.vias));
+            multicastIpLookupRouteIs(key, *route.tail, recordsOf(route.vias));
         } else if (route.isLookUp()) {
             const ViaOptions lookUp = route.vias.front().via.options();
-            ipLookupRouteIs(route.key(), route.viaType, lookUp.vrf, lookUp.payload);
+            ipLookupRouteIs(key, route.viaType, lookUp.vrf, lookUp.payload);
         } else {
-            routeIs(route.key(), route.viaType, route.setType, recordsOf(route.vias));
+            routeIs(key, route.viaType, route.setType, recordsOf(route.vias));
         }
         return {};
     } catch (const std::exception& refused) {
@@ -142,6 +161,7 @@ void LfibWriter::begin(RouteKey key, LfibViaSetType setType, LfibViaType viaType
     set_.type = setType;
     set_.owner = std::exchange(owner_, std::uint8_t{0});
     set_.flags = std::exchange(flags_, std::uint8_t{0});
+    set_.preference = std::exchange(preference_, std::uint8_t{0});
     set_.viaKeys.push({0, viaType, 0, 0, 0});
     vias_.clear();
     words_.clear();
@@ -166,7 +186,7 @@ void LfibWriter::addVia(RecordKind kind, std::span<const std::uint8_t> bytes,
 
 // All of the route is written before the label's entry refers to it.
 void LfibWriter::publish(RouteKey key) {
-    packViaSet(set_, own_);
+    packViaSet(set_, waits_, own_);
     const std::size_t ownUnits = 1 + own_.size();
     const std::uint32_t unit = tables_->take(ownUnits + vias_.size() + words_.size());
     behind_.clear();
@@ -189,7 +209,7 @@ void LfibWriter::publish(RouteKey key) {
         placed.viaKeys.push({0, set_.viaKeys[0].viaType, 0, first.viaIndex, first.check});
     }
     assert(placed.members.size() == set_.members.size() && own_.size() + 1 == ownUnits);
-    packViaSet(placed, own_);
+    packViaSet(placed, waits_, own_);
     tables_->replaceRecord(table_, key.topLabel().value(),
                            tables_->recordIs(unit, RecordKind::viaSet, own_, behind_));
 }

@@ -1,10 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
 #include "Mpls/LabelRoute.h"
+#include "Mpls/LfibLayout.h"
 #include "Mpls/LfibRecords.h"
 #include "Mpls/TableDirectory.h"
 #include "Mpls/Via.h"
@@ -42,6 +44,13 @@ class LfibWriter {
     /// False when there is no such route.
     bool routeDel(RouteKey key);
 
+    /// In the table of routes that wait: one of any LFIB, at a place.
+    Tessel::Result<void> waitingRouteIs(std::uint32_t place, const LabelRoute& route);
+    bool waitingRouteDel(std::uint32_t place) { return tables_->recordEntryDel(table_, place); }
+
+    bool has(RouteKey key) const {
+        return static_cast<bool>(tables_->entry(table_, key.topLabel().value()));
+    }
     std::uint32_t routes() const noexcept { return tables_->entries(table_); }
 
   private:
@@ -54,6 +63,7 @@ class LfibWriter {
     void begin(RouteKey key, LfibViaSetType setType, LfibViaType viaType);
     void addVia(Tessel::RecordKind kind, std::span<const std::uint8_t> bytes, std::uint32_t weight);
     void addIpVias(std::span<const WeightedRecord> vias);
+    Tessel::Result<void> write(RouteKey key, const LabelRoute& route);
     void publish(RouteKey key);
 
     Tessel::TableWriter* tables_;
@@ -61,6 +71,8 @@ class LfibWriter {
     // The route in the making; kept so that room is made once.
     std::uint8_t owner_ = 0;
     std::uint8_t flags_ = 0;
+    std::uint8_t preference_ = 0;
+    std::optional<LfibLayout::WaitingWord> waits_;
     LfibViaSet set_;
     std::vector<ViaWords> vias_;
     std::vector<std::uint64_t> words_; ///< of the vias

@@ -22,6 +22,7 @@ enum class TableId : std::size_t {
     interfaceNames,
     ipRoutes,
     pseudowires,
+    waitingRoutes, ///< of labels that another owner's routes are published for, by place
 };
 
 inline constexpr std::size_t lfibs = 5; ///< the first ones
@@ -30,7 +31,7 @@ constexpr bool isLfib(TableId table) noexcept {
     return static_cast<std::size_t>(table) < lfibs;
 }
 
-inline constexpr std::array<Tessel::TableDescription, 11> tableDirectory{{
+inline constexpr std::array<Tessel::TableDescription, 12> tableDirectory{{
     {"mpls/decapLfib", "Mpls::LfibStatus", Tessel::RecordKind::viaSet},
     {"mpls/evpnEthernetSegmentFilterLfib", "Mpls::LfibStatus", Tessel::RecordKind::viaSet},
     {"mpls/evpnEtreeLeafLabelLfib", "Mpls::LfibStatus", Tessel::RecordKind::viaSet},
@@ -44,6 +45,7 @@ inline constexpr std::array<Tessel::TableDescription, 11> tableDirectory{{
     {"interface/names", "Interface::Names", Tessel::RecordKind::interfaceName},
     {"l3/routes", "L3::Routes", Tessel::RecordKind::ipRoute},
     {"l2/pseudowires", "L2::Pseudowires", Tessel::RecordKind::pseudowire},
+    {"mpls/waitingRoutes", "Mpls::LfibStatus", Tessel::RecordKind::viaSet},
 }};
 
 constexpr const Tessel::TableDescription& describe(TableId table) noexcept {

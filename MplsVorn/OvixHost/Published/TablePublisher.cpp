@@ -12,9 +12,11 @@ TablePublisher::TablePublisher(Tessel::TableMemory memory, std::chrono::millisec
       hardware_(tables_), mvpn_(tables_, static_cast<std::size_t>(TableId::mvpnIntfStatus)),
       interfaces_(tables_, static_cast<std::size_t>(TableId::interfaceNames)),
       ipRoutes_(tables_, static_cast<std::size_t>(TableId::ipRoutes)),
-      pseudowires_(tables_, static_cast<std::size_t>(TableId::pseudowires)) {
+      pseudowires_(tables_, static_cast<std::size_t>(TableId::pseudowires)),
+      waiting_(tables_, TableId::waitingRoutes), labelRoutes_(*this) {
     if (tables_.repaired() > 0) {
         mvpn_.closeGaps();
+        labelRoutes_.settleAll();
         commit();
     }
 }
@@ -23,6 +25,7 @@ void TablePublisher::discard() {
     tables_.discard();
     interfaces_.discard();
     ipRoutes_.discard();
+    labelRoutes_.discard();
 }
 
 } // namespace Mpls

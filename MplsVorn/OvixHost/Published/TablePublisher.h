@@ -8,6 +8,7 @@
 #include "Mpls/TableDirectory.h"
 #include "Published/InterfaceNames.h"
 #include "Published/IpRoutes.h"
+#include "Published/LabelRoutes.h"
 #include "Published/Pseudowires.h"
 #include "State/MvpnIntfWriter.h"
 #include "Tables/TableWriter.h"
@@ -15,8 +16,8 @@
 namespace Mpls {
 
 /// The writing side of all tables of a system. Changes to any of them are one batch, which becomes
-/// visible at once when it is committed. There is one publisher; it takes over what the last one
-/// left.
+/// visible at once when it is committed. There is one publisher at a time; it takes over what
+/// the last one left.
 class TablePublisher {
   public:
     /// Throws as Tessel::TableWriter does.
@@ -29,6 +30,10 @@ class TablePublisher {
     LfibWriter& lfib(TableId table) { return lfibs_[static_cast<std::size_t>(table)]; }
     Hardware::StatusWriter& hardware() noexcept { return hardware_; }
     Routing::Multicast::MvpnIntfWriter& mvpn() noexcept { return mvpn_; }
+    /// The label routes of all owners: to be changed there and not in the LFIBs, where there are
+    /// several.
+    LabelRoutes& labelRoutes() noexcept { return labelRoutes_; }
+    LfibWriter& waiting() noexcept { return waiting_; }
     Interface::NamesWriter& interfaces() noexcept { return interfaces_; }
     L3::RoutesWriter& ipRoutes() noexcept { return ipRoutes_; }
     L2::PseudowiresWriter& pseudowires() noexcept { return pseudowires_; }
@@ -38,6 +43,10 @@ class TablePublisher {
     void discard();
     const Tessel::TableWriter& tables() const noexcept { return tables_; }
 
+    /// See Tessel::TableWriter. For SharedPublisher.
+    void unlock() noexcept { tables_.unlock(); }
+    bool lockAgain(std::chrono::milliseconds wait) { return tables_.lockAgain(wait); }
+
   private:
     Tessel::TableWriter tables_;
     std::array<LfibWriter, lfibs> lfibs_;
@@ -46,6 +55,8 @@ class TablePublisher {
     Interface::NamesWriter interfaces_;
     L3::RoutesWriter ipRoutes_;
     L2::PseudowiresWriter pseudowires_;
+    LfibWriter waiting_;
+    LabelRoutes labelRoutes_;
 };
 
 } // namespace Mpls

@@ -24,5 +24,13 @@ bool transitRouteDel(TablePublisher& tables, RouteKey label);
 
 /// Gives the hardware status a route of its own, which wins over a derived one.
 void platformRouteIs(TablePublisher& tables, const Hardware::Route& route);
+/// Removes it, and programs the route that the transit LFIB has for the label, if there is one.
+/// Throws std::length_error.
+void platformRouteDel(TablePublisher& tables, RouteKey label);
+
+/// Gives the hardware status an adjacency of its own. A derived one that has the id gets another.
+/// Throws std::length_error.
+void platformAdjacencyIs(TablePublisher& tables, std::uint32_t id,
+                         const Hardware::Adjacency& adjacency);
 
 } // namespace Mpls

@@ -7,9 +7,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <system_error>
+#include <thread>
 #include <unistd.h>
 #include <utility>
 
@@ -137,19 +137,58 @@ std::string writerOf(const Directory& directory, const std::string& name) {
                                                  : std::string("another process");
 }
 
-// The lock is of the file that has the name: it may have been removed before it was locked.
-FileDescriptor lockIn(const Directory& directory, const std::string& name) {
-    for (;;) {
-        FileDescriptor lock =
-            directory.file(lockOf(name), O_RDWR | O_CREAT, 0600, S_IRWXG | S_IRWXO);
-        // The system releases the lock when the process ends, however that happens.
-        if (flock(lock.value(), LOCK_EX | LOCK_NB) != 0) {
-            if (errno == EWOULDBLOCK) {
-                throw TablesBusy("tables \"" + name + "\" are being written by " +
-                                 writerOf(directory, name));
-            }
-            refuseFiles(name, "cannot lock shared memory");
+using Clock = std::chrono::steady_clock;
+
+// What the bytes of the file of locks are for. A writer first takes the turn, which it keeps until
+// it may write: so one that releases the lock and wants it again at once comes behind those who
+// wait.
+constexpr off_t writing = 0;
+constexpr off_t turn = 1;
+constexpr off_t firstOwner = 16;
+
+/// Locks or releases a byte. The lock belongs to the open file: the system releases it when the
+/// process ends, however that happens.
+bool setLock(const std::string& name, const FileDescriptor& lock, short how, off_t byte) {
+    struct flock wanted {};
+    wanted.l_type = how;
+    wanted.l_whence = SEEK_SET;
+    wanted.l_start = byte;
+    wanted.l_len = 1;
+    if (fcntl(lock.value(), F_OFD_SETLK, &wanted) == 0) {
+        return true;
+    }
+    if (errno != EAGAIN && errno != EACCES) {
+        refuseFiles(name, "cannot lock shared memory");
+    }
+    return false;
+}
+
+bool lockBy(const std::string& name, const FileDescriptor& lock, off_t byte,
+            Clock::time_point end) {
+    while (!setLock(name, lock, F_WRLCK, byte)) {
+        if (Clock::now() >= end) {
+            return false;
         }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+FileDescriptor openLock(const Directory& directory, const std::string& name) {
+    return directory.file(lockOf(name), O_RDWR | O_CREAT, 0600, S_IRWXG | S_IRWXO);
+}
+
+// The lock is of the file that has the name: it may have been removed before it was locked.
+FileDescriptor lockIn(const Directory& directory, const std::string& name,
+                      std::chrono::milliseconds wait) {
+    const Clock::time_point end = Clock::now() + wait;
+    for (;;) {
+        FileDescriptor lock = openLock(directory, name);
+        if (!lockBy(name, lock, turn, end) || !lockBy(name, lock, writing, end)) {
+            throw TablesBusy("tables \"" + name + "\" are being written by " +
+                             writerOf(directory, name));
+        }
+        setLock(name, lock, F_UNLCK, turn);
         if (directory.has(lockOf(name), lock)) {
             return lock;
         }
@@ -179,9 +218,10 @@ FileDescriptor TableFiles::openForReading(const std::string& name) {
 
 TableFiles::Writing
 TableFiles::openForWriting(const std::string& name,
-                           const std::function<void(const FileDescriptor&)>& makeRoom) {
+                           const std::function<void(const FileDescriptor&)>& makeRoom,
+                           std::chrono::milliseconds wait) {
     const Directory directory(name, TableFiles::directory(), true);
-    FileDescriptor locked = lockIn(directory, name);
+    FileDescriptor locked = lockIn(directory, name, wait);
     if (faccessat(directory.value(), name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0) {
         return {directory.tables(O_RDWR), std::move(locked)};
     }
@@ -192,6 +232,18 @@ TableFiles::openForWriting(const std::string& name,
         unlinkat(directory.value(), lockOf(name).c_str(), 0);
         throw;
     }
+}
+
+FileDescriptor TableFiles::lockForWriting(const std::string& name, std::chrono::milliseconds wait) {
+    return lockIn(Directory(name, directory(), true), name, wait);
+}
+
+FileDescriptor TableFiles::holdOwner(const std::string& name, std::uint8_t owner) {
+    FileDescriptor lock = openLock(Directory(name, directory(), true), name);
+    if (!setLock(name, lock, F_WRLCK, firstOwner + owner)) {
+        throw TablesBusy("tables \"" + name + "\": another process publishes routes of this owner");
+    }
+    return lock;
 }
 
 bool TableFiles::remove(const std::string& name) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+#include <cstdint>
 #include <functional>
 #include <string>
 
@@ -25,10 +27,20 @@ struct Writing {
     Posix::FileDescriptor lock; ///< locked as long as it is open
 };
 /// Makes what is missing: `makeRoom`, which may throw, gives a new file its size before there is
-/// any of that name. Nothing new is left when that fails. Throws TablesBusy while another process
-/// has the lock.
+/// any of that name. Nothing new is left when that fails. Waits for other writers, who get their
+/// turns in the order in which they have come, more or less; throws TablesBusy when one still has
+/// the lock after `wait`.
 Writing openForWriting(const std::string& name,
-                       const std::function<void(const Posix::FileDescriptor&)>& makeRoom = {});
+                       const std::function<void(const Posix::FileDescriptor&)>& makeRoom = {},
+                       std::chrono::milliseconds wait = {});
+
+/// The lock alone.
+Posix::FileDescriptor lockForWriting(const std::string& name, std::chrono::milliseconds wait);
+
+/// Whoever publishes routes in an owner's name for longer than a batch, as a listener does, holds
+/// this as long as it is open. Makes what is missing. Throws TablesBusy while another process has
+/// it.
+Posix::FileDescriptor holdOwner(const std::string& name, std::uint8_t owner);
 
 /// Removes both files; false when there were no tables. Who has them open keeps them.
 bool remove(const std::string& name);

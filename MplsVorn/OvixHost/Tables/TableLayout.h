@@ -74,7 +74,7 @@ struct TableRef {
 namespace TableLayout {
 
 inline constexpr std::uint64_t magic = 0x32534c42544c584f; // "OXLTBLS2" as it stands in memory
-inline constexpr std::uint32_t version = 4;
+inline constexpr std::uint32_t version = 5;
 inline constexpr std::size_t unitBytes = 8;
 inline constexpr std::size_t maxTables = 16;
 inline constexpr std::size_t pageEntries = 1024;

@@ -53,12 +53,13 @@ TableMemory TableMemory::ofProcess(std::size_t bytes) {
     return made;
 }
 
-TableMemory TableMemory::opened(const std::string& name, std::size_t bytes) {
+TableMemory TableMemory::opened(const std::string& name, std::size_t bytes,
+                                std::chrono::milliseconds wait) {
     checkName(name);
     TableMemory made;
     made.name_ = name;
     TableFiles::Writing files = TableFiles::openForWriting(
-        name, [&](const Posix::FileDescriptor& file) { sizeIs(name, file, bytes); });
+        name, [&](const Posix::FileDescriptor& file) { sizeIs(name, file, bytes); }, wait);
     made.file_ = std::move(files.file);
     made.lock_ = std::move(files.lock);
     made.foundBytes_ = made.fileSize();
@@ -86,8 +87,14 @@ void TableMemory::sizeIs(const std::string& name, const Posix::FileDescriptor& f
     }
 }
 
-TableMemory TableMemory::sharedForWriting(const std::string& name, std::size_t bytes) {
-    TableMemory made = opened(name, bytes);
+bool TableMemory::lockAgain(std::chrono::milliseconds wait) {
+    lock_ = TableFiles::lockForWriting(name_, wait);
+    return now() == Now::same;
+}
+
+TableMemory TableMemory::sharedForWriting(const std::string& name, std::size_t bytes,
+                                          std::chrono::milliseconds wait) {
+    TableMemory made = opened(name, bytes, wait);
     if (made.foundBytes() < TableLayout::heapBytesOffset) {
         errno = ENODATA;
         refuse(name, "use a file that has been cut short; \"ovixctl tables repair\" makes it "

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -22,11 +23,12 @@ class TableMemory {
     static TableMemory ofProcess(std::size_t bytes = defaultBytes);
     /// No memory.
     static TableMemory none() noexcept { return {}; }
-    /// Opens the named memory for the only writer there may be, and makes it when there is none;
-    /// see TableFiles. Throws TablesBusy while another writer has it, std::system_error when the
-    /// system refuses, has no memory left, when the file has been cut short, or when the files are
-    /// not to be trusted.
-    static TableMemory sharedForWriting(const std::string& name, std::size_t bytes = defaultBytes);
+    /// Opens the named memory for the only writer there may be at a time, and makes it when there
+    /// is none; see TableFiles. Throws TablesBusy when another writer still has it after `wait`,
+    /// std::system_error when the system refuses, has no memory left, when the file has been cut
+    /// short, or when the files are not to be trusted.
+    static TableMemory sharedForWriting(const std::string& name, std::size_t bytes = defaultBytes,
+                                        std::chrono::milliseconds wait = {});
     /// Opens the named memory for reading alone. Throws std::system_error when there is none or
     /// when it is not to be trusted.
     static TableMemory sharedForReading(const std::string& name);
@@ -47,6 +49,11 @@ class TableMemory {
 
     std::span<std::byte> bytes() const noexcept { return bytes_; }
     const std::string& name() const noexcept { return name_; }
+
+    /// Lets other writers have the memory, which must not be written until it is locked again.
+    void unlock() noexcept { lock_ = Posix::FileDescriptor(); }
+    /// False when the name leads to other memory by now. Throws as opening it does.
+    bool lockAgain(std::chrono::milliseconds wait);
 
     /// Whether the file was cut short, or could not be read, since it was mapped: then all of the
     /// memory has become zeros, which nobody else sees.
@@ -80,7 +87,8 @@ class TableMemory {
         std::swap(file_, other.file_);
         std::swap(lock_, other.lock_);
     }
-    static TableMemory opened(const std::string& name, std::size_t bytes);
+    static TableMemory opened(const std::string& name, std::size_t bytes,
+                              std::chrono::milliseconds wait = {});
     void sizeIs(std::size_t bytes) { sizeIs(name_, file_, bytes); }
     static void sizeIs(const std::string& name, const Posix::FileDescriptor& file,
                        std::size_t bytes);

@@ -27,6 +27,12 @@ class TableReader : public Counted {
     explicit TableReader(TableMemory memory);
     /// Reads memory that the caller keeps, under a name for messages.
     TableReader(std::string name, std::span<const std::byte> memory);
+    /// The same of a generation that its writer has not committed yet.
+    TableReader(std::string name, std::span<const std::byte> memory,
+                const TableLayout::Root& working)
+        : TableReader(std::move(name), memory) {
+        root_ = working;
+    }
 
     /// Goes over to the newest generation; true when that was not the one held. A damaged one
     /// throws CorruptionDetected, once, and the one held is kept.

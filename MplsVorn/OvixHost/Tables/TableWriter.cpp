@@ -8,7 +8,6 @@
 #include <stdexcept>
 #include <unistd.h>
 
-#include "Tables/TableReader.h"
 #include "Tables/TableRecovery.h"
 #include "Tessel/Exceptions.h"
 
@@ -34,6 +33,16 @@ TableWriter::TableWriter(TableMemory memory, std::span<const TableDescription> t
 std::uint64_t TableWriter::newIdentity() {
     std::random_device random;
     return std::uint64_t{random()} << 32U | random();
+}
+
+bool TableWriter::lockAgain(std::chrono::milliseconds wait) {
+    assert(!changed_);
+    if (!memory_.lockAgain(wait) || memory_.wasLost() || load(header().current) != current_.word) {
+        memory_.unlock();
+        return false;
+    }
+    store(header().writer, static_cast<std::uint64_t>(getpid()));
+    return true;
 }
 
 TableHeader TableWriter::newHeader(std::span<const TableDescription> tables,
@@ -157,6 +166,13 @@ void TableWriter::discard() {
     heap_.discarded();
     working_ = root_.tables;
     changed_ = false;
+}
+
+Ptr<TableReader> TableWriter::working() const {
+    Root now = root_;
+    now.heapUnits = heap_.end();
+    now.tables = working_;
+    return make<TableReader>(name(), memory(), now);
 }
 
 std::uint32_t TableWriter::page(std::size_t table, std::uint32_t key) const {

@@ -12,7 +12,7 @@
 #include "Tables/TableHeap.h"
 #include "Tables/TableLayout.h"
 #include "Tables/TableMemory.h"
-#include "Tessel/Ptr.h"
+#include "Tables/TableReader.h"
 
 namespace Tessel {
 
@@ -45,6 +45,15 @@ class TableWriter {
     const std::string& name() const noexcept { return memory_.name(); }
     std::span<std::byte> memory() const noexcept { return memory_.bytes(); }
 
+    /// Between two batches: lets others write, and what they have committed since makes this writer
+    /// invalid.
+    void unlock() noexcept { memory_.unlock(); }
+    /// False when another has committed, or the name leads to other memory by now: then only a new
+    /// writer will do. Throws as TableMemory does.
+    bool lockAgain(std::chrono::milliseconds wait);
+    /// Whether the name of the memory still leads to it.
+    bool isNamed() const { return memory_.now() == TableMemory::Now::same; }
+
     /// The last committed generation.
     std::uint64_t generation() const noexcept { return root_.generation; }
     bool changed() const noexcept { return changed_; }
@@ -54,6 +63,8 @@ class TableWriter {
     /// Undoes the changes since the last commit.
     void discard();
 
+    /// A reader of the tables with the changes made so far; invalid after the next one.
+    Ptr<TableReader> working() const;
     /// With the changes made.
     TableRef entry(std::size_t table, std::uint32_t key) const;
     std::uint32_t entries(std::size_t table) const noexcept { return working_[table].entries; }

@@ -96,7 +96,7 @@ TEST_F(CommandLineTest, TheWordsOfARouteMayBeCalledLikeCommands) {
 TEST_F(CommandLineTest, AWrongCommandLineIsAUsageError) {
     for (const Words& words :
          {Words{}, Words{"lfib"}, Words{"lfib", "dance"}, Words{"lfib", "load"},
-          Words{"lfib", "add"}, Words{"lfib", "show", "a", "1", "2"}, Words{"--frob"},
+          Words{"lfib", "add"}, Words{"lfib", "show", "a", "1", "2", "3", "4"}, Words{"--frob"},
           Words{"lfib", "show", "--tables", "a/b"}, Words{"lfib", "watch", "--count", "x"},
           Words{"counters", "show", "1", "2"}}) {
         const EarlyExit exit = exitOf(words);
@@ -127,7 +127,8 @@ TEST_F(CommandLineTest, AWatchOfNoChangesIsRefused) {
 }
 
 TEST_F(CommandLineTest, UsageShowsTheWordsOfACommand) {
-    EXPECT_NE(exitOf({"lfib", "show", "--help"}).text.find("show [OPTIONS] [TABLE] [LABEL]\n"),
+    EXPECT_NE(exitOf({"lfib", "show", "--help"})
+                  .text.find("show [OPTIONS] [TABLE] [LABEL] [owner OWNER]\n"),
               std::string::npos);
     EXPECT_NE(exitOf({"counters", "show", "--help"}).text.find("show [OPTIONS] [LABEL]\n"),
               std::string::npos);

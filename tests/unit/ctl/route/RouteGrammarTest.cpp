@@ -145,6 +145,9 @@ TEST(RouteGrammar, EveryPrintedEntryIsParsed) {
           "transit 100 dev 0x0300000000000002",
           "transit 100 type 77 dev a",
           "transit 100 type 0 owner 255 flags 1 dev a",
+          "transit 100 owner file preference 255 dev a",
+          "transit 100 owner fpm dev a",
+          "hardware 100 adjacency 5 derived",
           "decap 100 dev a payload none",
           "decap 100 dev a payload ethernet",
           "decap 100 vrf red payload auto",
@@ -269,14 +272,20 @@ TEST(RouteGrammar, WordsThatAreNotARouteAreNamed) {
         {"decap 100 table transit dev a", "\"table\" is given twice"},
         {"100 owner 1 owner 1 dev a", "\"owner\" is given twice"},
         {"100 owner 256 dev a", "owner 256 is out of range (0..255)"},
-        {"100 dev a control-word", "\"control-word\" is not expected here; known: table, "
-                                   "multicast, type, owner, flags, tail, nexthop, as, push, via, "
-                                   "dev, weight, fec, ttl, tc, push-tc, ..."},
-        {"100 dev a backup dev b", "\"backup\" is not expected here; known: table, multicast, "
-                                   "type, owner, flags, tail, nexthop, as, push, via, dev, weight, "
-                                   "fec, ttl, tc, push-tc, ..."},
+        {"100 owner fmp dev a",
+         "owner \"fmp\" is unknown; known: operator, file, fpm, pseudowires"},
+        {"100 preference 0 dev a", "preference 0 is out of range (1..255)"},
+        {"100 dev a control-word",
+         "\"control-word\" is not expected here; known: table, "
+         "multicast, type, owner, preference, flags, tail, nexthop, as, push, via, "
+         "dev, weight, fec, ttl, tc, ..."},
+        {"100 dev a backup dev b",
+         "\"backup\" is not expected here; known: table, multicast, "
+         "type, owner, preference, flags, tail, nexthop, as, push, via, dev, weight, "
+         "fec, ttl, tc, ..."},
         {"hardware 100", "a hardware route needs adjacency"},
-        {"hardware 100 dev a", "\"dev\" is not expected here; known: adjacency, unprogrammed"},
+        {"hardware 100 dev a",
+         "\"dev\" is not expected here; known: adjacency, derived, unprogrammed"},
         {"adjacency 5", "an adjacency needs via, dev, fec, vrf or nexthop"},
         {"adjacency 1048576 dev a", "adjacency 1048576 is out of range (0..1048575)"},
         {"mvpn 5", "a multicast VPN needs either dev or vlan"},

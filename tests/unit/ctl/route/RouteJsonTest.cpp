@@ -13,8 +13,8 @@ TEST(RouteJson, EveryKeyOfAnLfibRouteIsThere) {
     const PublishedRoute route("100 as to 200 via 10.0.0.1 dev a");
     EXPECT_EQ(
         routeJson(route.read(), route.names()),
-        R"({"table":"transit","label":100,"type":"ip","multicast":false,"owner":0,"flags":0,)"
-        R"("lookup":null,)"
+        R"({"table":"transit","label":100,"type":"ip","multicast":false,)"
+        R"("owner":"operator","preference":null,"waitsFor":null,"flags":0,"lookup":null,)"
         R"("tail":null,"vias":[{"action":"swap","labels":[200],"nexthop":"10.0.0.1",)"
         R"("interface":"a","weight":1,"ttl":"uniform","tc":null,"pushTc":null,"pushTtl":null,)"
         R"("payload":"auto","mtu":null,"vlan":null,"fec":null,"vrf":null,"entropy":false}]})");

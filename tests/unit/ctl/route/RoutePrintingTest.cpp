@@ -12,7 +12,7 @@ TEST(RouteText, EveryKindOfEntryHasItsLine) {
     Mpls::LabelRoute route;
     route.viaType = Mpls::LfibViaType::externalFec;
     route.vias = {popTo("10.0.0.1")};
-    route.owner = 7;
+    route.owner = Mpls::RouteOwner{7};
     route.flags = 1;
     EXPECT_EQ(routeText({Mpls::TableId::decapLfib, 5, route}, {}),
               "decap 5 type external-fec owner 7 flags 1 via inet 10.0.0.1");

@@ -14,12 +14,17 @@ class EntryWriting : public testing::Test {
   protected:
     /// "" or why it is refused.
     std::string change(const std::string& line) {
-        const auto done =
-            changeEntry(tables.publisher(), tables.view(), parseEntry(words(line)).value().entry);
+        std::string refused = tables.change(line);
         tables.commit();
-        return done ? "" : done.refused().what;
+        return refused;
     }
     std::string remove(TableId table, std::uint32_t key) {
+        if (Mpls::isLfib(table)) {
+            EXPECT_TRUE(tables.publisher().labelRoutes().routeDel(table, Lumo::MplsLabel(key),
+                                                                  Mpls::RouteOwner::byHand));
+            tables.commit();
+            return "";
+        }
         const auto done = removeEntry(tables.publisher(), tables.view(), table, key);
         tables.commit();
         return done ? "" : done.refused().what;

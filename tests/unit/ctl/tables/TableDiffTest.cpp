@@ -6,13 +6,19 @@
 namespace TableDiffTest {
 
 using namespace CtlTesting;
+using Mpls::RouteOwner;
 using OvixCtl::Change;
 
 namespace {
 
+std::vector<Change> changesOf(const Tables& before, const Tables& after,
+                              RouteOwner owner = RouteOwner::byHand) {
+    return OvixCtl::differences(before.view(), after.view(), owner).changes;
+}
+
 std::vector<std::string> linesOf(const Tables& before, const Tables& after) {
     std::vector<std::string> lines;
-    for (const Change& change : OvixCtl::differences(before.view(), after.view()).changes) {
+    for (const Change& change : changesOf(before, after)) {
         if (change.before) {
             lines.push_back("-" + routeText(*change.before, before.names()));
         }
@@ -40,10 +46,28 @@ TEST(TableDiff, FindsAddedChangedAndRemovedEntries) {
     EXPECT_EQ(linesOf(before, after),
               (std::vector<std::string>{"-decap 5 dev a", "-transit 1 dev a", "-transit 2 dev a",
                                         "+transit 2 dev b", "+transit 9 dev a"}));
-    const auto counts = countsOf(OvixCtl::differences(before.view(), after.view()).changes);
+    const auto counts = OvixCtl::countsOf(changesOf(before, after));
     EXPECT_EQ(counts.added, 1U);
     EXPECT_EQ(counts.changed, 1U);
     EXPECT_EQ(counts.removed, 2U);
+}
+
+TEST(TableDiff, RoutesOfOtherOwnersAreNoDifference) {
+    Tables before;
+    before.change("1 dev a owner fpm");
+    before.change("2 dev a owner fpm");
+    before.change("2 dev b owner file"); // waits for neither: it is preferred
+    before.change("3 dev a");
+    before.change("3 dev b owner file"); // waits for the operator's
+    before.commit();
+    const Tables after;
+    std::vector<std::string> lines;
+    for (const Change& change : changesOf(before, after, RouteOwner::file)) {
+        ASSERT_TRUE(change.before && !change.after);
+        lines.push_back(routeText(*change.before, before.names()));
+    }
+    EXPECT_EQ(lines, (std::vector<std::string>{"transit 2 owner file dev b",
+                                               "transit 3 owner file dev b"}));
 }
 
 TEST(TableDiff, WhatStandsElsewhereInMemoryIsTheSame) {

@@ -191,7 +191,8 @@ TEST_F(FpmServer, AnAddressThatCannotBeListenedAtIsReportedWithTheReason) {
     serve();
     MadeUpInterfaces interfaces;
     TestSupport::LocalTables tables;
-    OvixFpm::RoutePublisher publisher(tables.publisher, interfaces);
+    Mpls::SharedPublisher shared(tables.publisher);
+    OvixFpm::RoutePublisher publisher(shared, interfaces);
     OvixFpm::FpmServer::Settings settings;
     settings.listenAt = listenAt();
     std::string said;

@@ -27,7 +27,8 @@ class RoutePublisherTest : public testing::Test {
 
     TestSupport::LocalTables tables;
     MadeUpInterfaces interfaces;
-    RoutePublisher publisher{tables.publisher, interfaces};
+    Mpls::SharedPublisher shared{tables.publisher};
+    RoutePublisher publisher{shared, interfaces};
     const TablesAsText now{tables.reader};
 };
 
@@ -256,7 +257,7 @@ TEST_F(RoutePublisherTest, RoutesOfAnEarlierProcessAreStaleFromTheStart) {
     change(labelRoute(1001, {hop({}, "", 9)}));
     change(prefixRoute(to("203.0.113.0", 24), {hop({}, "192.0.2.2", 3)}));
     change(prefixRoute(to("2001:db8::", 32, 10), {hop({}, "2001:db8::2", 3)}));
-    RoutePublisher next(tables.publisher, interfaces);
+    RoutePublisher next(shared, interfaces);
     EXPECT_EQ(next.staleRoutes(), 4U);
     EXPECT_TRUE(next.apply(labelRoute(1001, {hop({}, "", 9)})));
     EXPECT_TRUE(next.apply(prefixRoute(to("203.0.113.0", 24), {hop({}, "192.0.2.2", 3)})));
@@ -272,7 +273,8 @@ TEST_F(RoutePublisherTest, RoutesOfAnEarlierProcessAreStaleFromTheStart) {
 TEST(FullTables, TakeNoMoreRoutesButReleaseThem) {
     TestSupport::LocalTables tables(std::size_t{1} << 20U);
     MadeUpInterfaces interfaces;
-    RoutePublisher publisher(tables.publisher, interfaces);
+    Mpls::SharedPublisher shared(tables.publisher);
+    RoutePublisher publisher(shared, interfaces);
     std::vector<NextHop> hops;
     for (std::uint32_t i = 1; i <= 60; ++i) {
         hops.push_back(hop({100 + i, 200 + i}, "192.0.2." + std::to_string(i), 3));

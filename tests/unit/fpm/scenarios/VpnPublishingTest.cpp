@@ -39,7 +39,8 @@ class VpnPublishing : public testing::Test {
 
     TestSupport::LocalTables tables;
     MadeUpInterfaces interfaces;
-    RoutePublisher publisher{tables.publisher, interfaces};
+    Mpls::SharedPublisher shared{tables.publisher};
+    RoutePublisher publisher{shared, interfaces};
     const TablesAsText now{tables.reader};
 };
 

@@ -186,7 +186,7 @@ TEST_F(Reader, NoNewestRootAtAllIsReportedOnce) {
 TEST_F(OtherTables, AnotherVersionIsRefusedByName) {
     for (const std::uint32_t other : {1U, 2U, 0xffffffffU}) {
         header().version = other;
-        EXPECT_EQ(openingSays(), "other: tables of version " + std::to_string(other) + ", not 4");
+        EXPECT_EQ(openingSays(), "other: tables of version " + std::to_string(other) + ", not 5");
     }
 }
 

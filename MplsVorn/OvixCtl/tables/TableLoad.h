@@ -1,0 +1,45 @@
+#pragma once
+
+#include <array>
+#include <map>
+#include <set>
+#include <vector>
+
+#include "Published/TablePublisher.h"
+#include "tables/TableDiff.h"
+#include "tables/TableView.h"
+
+namespace OvixCtl {
+
+/// Puts entries in the place of those that the tables have of one owner, and of all that have no
+/// owner: what the platform has programmed, and multicast VPNs. All is part of the publisher's
+/// batch.
+class TableLoad {
+  public:
+    TableLoad(Mpls::TablePublisher& publisher, Mpls::RouteOwner owner);
+
+    /// A label route is the owner's from now on. Refuses what the tables refuse, and a label or id
+    /// that has come before; the batch is then to be discarded.
+    Tessel::Result<void> add(const Entry& entry);
+    /// Removes what has not come. Throws std::exception for what the tables refuse.
+    void finish();
+
+    /// Entries that were equal are not counted.
+    const ChangeCounts& counts() const noexcept { return counts_; }
+
+  private:
+    Tessel::Result<void> addRoute(const Entry& entry);
+    void finishAdjacencies();
+    void finishHardwareRoutes();
+    void finishMvpn();
+    void removeOthers();
+
+    Mpls::TablePublisher* publisher_;
+    Mpls::RouteOwner owner_;
+    std::array<std::vector<bool>, Mpls::lfibs> given_;               ///< labels by LFIB
+    std::map<Mpls::TableId, std::map<std::uint32_t, Entry>> others_; ///< of all other tables
+    std::set<std::uint32_t> followed_; ///< adjacencies that derived routes have had
+    ChangeCounts counts_;
+};
+
+} // namespace OvixCtl
