@@ -2,153 +2,207 @@
 
 #include <algorithm>
 #include <fmt/format.h>
-#include <sstream>
+#include <map>
 #include <utility>
-#include <yaml-cpp/eventhandler.h>
-#include <yaml-cpp/exceptions.h>
-#include <yaml-cpp/parser.h>
+#include <yaml.h>
 
 namespace OvixAgent {
 
 namespace {
 
-std::uint32_t lineOf(const YAML::Mark& mark) {
-    return mark.line < 0 ? 1 : static_cast<std::uint32_t>(mark.line) + 1;
+std::uint32_t lineOf(const yaml_mark_t& mark) noexcept {
+    return static_cast<std::uint32_t>(mark.line) + 1;
 }
 
-/// The parser's messages may quote a line break or other control characters of the file.
-std::string onOneLine(std::string text) {
-    const auto isControl = [](char c) { return static_cast<unsigned char>(c) < 0x20; };
-    std::replace_if(text.begin(), text.end(), isControl, '?');
-    return text;
-}
-
-bool endsWord(char c) {
-    constexpr std::string_view ends = " \t\r\n,:[]{}\"'#";
-    return ends.find(c) != std::string_view::npos;
-}
-
-bool isInComment(const std::string& text, std::string::const_iterator word) {
-    const auto at = static_cast<std::size_t>(word - text.begin());
-    const std::size_t line = at == 0 ? 0 : text.rfind('\n', at - 1) + 1;
-    const std::size_t mark = text.find('#', line);
-    return mark < at && (mark == line || text[mark - 1] == ' ' || text[mark - 1] == '\t');
-}
-
-/// The parser takes long for very long words, so they are refused before it sees them.
-void checkSizes(const std::string& text, const std::string& file) {
-    if (text.size() > ConfigLimit::bytes) {
-        throw ConfigError(
-            fmt::format("{}: a configuration has at most {} bytes", file, ConfigLimit::bytes));
-    }
-    for (auto word = text.begin(); word != text.end();) {
-        const auto end = std::find_if(word, text.end(), endsWord);
-        if (static_cast<std::size_t>(end - word) > ConfigLimit::wordBytes) {
-            throw ConfigError(fmt::format("{}:{}: a word of {} bytes{}; it has at most {}", file,
-                                          1 + std::count(text.begin(), word, '\n'), end - word,
-                                          isInComment(text, word) ? " in a comment" : "",
-                                          ConfigLimit::wordBytes));
+/// The parser of YAML, event by event.
+class Parser {
+  public:
+    Parser(std::string_view text, const std::string& file) : text_(text), file_(&file) {
+        if (yaml_parser_initialize(&parser_) == 0) {
+            throw std::bad_alloc();
         }
-        word = end != text.end() ? end + 1 : end;
+        yaml_parser_set_input_string(&parser_, reinterpret_cast<const unsigned char*>(text.data()),
+                                     text.size());
     }
+    Parser(const Parser&) = delete;
+    Parser& operator=(const Parser&) = delete;
+    ~Parser() {
+        yaml_event_delete(&event_);
+        yaml_parser_delete(&parser_);
+    }
+
+    /// The next event, until there is another. Throws ConfigError.
+    const yaml_event_t& next() {
+        yaml_event_delete(&event_);
+        if (yaml_parser_parse(&parser_, &event_) == 0) {
+            fail();
+        }
+        return event_;
+    }
+
+  private:
+    [[noreturn]] void fail() const {
+        if (parser_.error == YAML_MEMORY_ERROR) {
+            throw std::bad_alloc();
+        }
+        if (parser_.error == YAML_READER_ERROR) { // which knows bytes alone
+            const auto before = text_.substr(0, parser_.problem_offset);
+            throw ConfigError(fmt::format("{}:{}: not valid YAML: {}", *file_,
+                                          1 + std::count(before.begin(), before.end(), '\n'),
+                                          parser_.problem));
+        }
+        // What never ends is sought where it begins.
+        const bool isAtEnd =
+            parser_.problem_mark.index >= text_.size() && parser_.context != nullptr;
+        const yaml_mark_t& mark = isAtEnd ? parser_.context_mark : parser_.problem_mark;
+        throw ConfigError(
+            fmt::format("{}:{}: not valid YAML: {}{}{} (column {})", *file_, lineOf(mark),
+                        parser_.context != nullptr ? parser_.context : "",
+                        parser_.context != nullptr ? ", " : "", parser_.problem, mark.column + 1));
+    }
+
+    std::string_view text_;
+    const std::string* file_;
+    yaml_parser_t parser_{};
+    yaml_event_t event_{};
+};
+
+std::string_view textOf(const yaml_char_t* text, std::size_t size) noexcept {
+    return {reinterpret_cast<const char*>(text), size};
+}
+/// The name of an anchor; empty when there is none.
+std::string_view anchorOf(const yaml_char_t* name) noexcept {
+    return name != nullptr ? std::string_view(reinterpret_cast<const char*>(name))
+                           : std::string_view();
+}
+
+/// A scalar without quotes that means nothing.
+bool isNull(std::string_view text, bool isPlain) noexcept {
+    return isPlain &&
+           (text.empty() || text == "~" || text == "null" || text == "Null" || text == "NULL");
 }
 
 } // namespace
 
 /// Takes the parser's events. Children of the containers that are still open wait on one stack and
 /// move to their final, contiguous place when their container ends.
-class ConfigDocument::Builder : public YAML::EventHandler {
+class ConfigDocument::Builder {
   public:
     explicit Builder(ConfigDocument& document) : document_(document) {}
 
-    void OnDocumentStart(const YAML::Mark& mark) override {
+    /// False at the end of the text.
+    bool take(const yaml_event_t& event) {
+        const yaml_mark_t& mark = event.start_mark;
+        switch (event.type) {
+        case YAML_DOCUMENT_START_EVENT:
+            startDocument(mark);
+            break;
+        case YAML_DOCUMENT_END_EVENT:
+            document_.root_ = waiting_.front();
+            waiting_.clear();
+            break;
+        case YAML_ALIAS_EVENT:
+            addAlias(mark, anchorOf(event.data.alias.anchor));
+            break;
+        case YAML_SCALAR_EVENT:
+            addScalar(mark, event);
+            break;
+        case YAML_SEQUENCE_START_EVENT:
+            begin(mark, anchorOf(event.data.sequence_start.anchor), Kind::list);
+            break;
+        case YAML_MAPPING_START_EVENT:
+            begin(mark, anchorOf(event.data.mapping_start.anchor), Kind::map);
+            break;
+        case YAML_SEQUENCE_END_EVENT:
+            end(1);
+            break;
+        case YAML_MAPPING_END_EVENT:
+            end(2);
+            break;
+        default:
+            break;
+        }
+        return event.type != YAML_STREAM_END_EVENT;
+    }
+
+  private:
+    /// A node that has a name, and how many values it and all beneath it have.
+    struct Anchored {
+        NodeId node;
+        std::uint64_t values;
+    };
+    struct Open {
+        NodeId node;
+        std::size_t firstWaiting;
+        Anchored* anchored; ///< null without an anchor
+        std::uint64_t valuesBefore;
+    };
+
+    void startDocument(const yaml_mark_t& mark) {
         if (documents_++ > 0) {
             fail(mark, "a second YAML document begins here; only one is expected");
         }
     }
-    void OnDocumentEnd() override {
-        if (!waiting_.empty()) {
-            document_.root_ = waiting_.front();
+    void addAlias(const yaml_mark_t& mark, std::string_view name) {
+        const auto target = anchors_.find(name);
+        if (target == anchors_.end()) {
+            fail(mark, fmt::format("not valid YAML: there is no anchor \"{}\" before", name));
         }
-        waiting_.clear();
-    }
-
-    void OnNull(const YAML::Mark& mark, YAML::anchor_t anchor) override {
-        add(mark, anchor, Kind::null);
-    }
-    void OnAlias(const YAML::Mark& mark, YAML::anchor_t anchor) override {
-        const NodeId target = anchors_.at(anchor);
         for (const Open& open : open_) {
-            if (open.node == target) {
+            if (open.node == target->second.node) {
                 fail(mark, "an alias is within the node that it names");
             }
         }
-        waiting_.push_back(target);
-        count(mark, anchoredValues_.at(anchor));
+        waiting_.push_back(target->second.node);
+        count(mark, target->second.values);
     }
-    void OnScalar(const YAML::Mark& mark, const std::string& /*tag*/, YAML::anchor_t anchor,
-                  const std::string& value) override {
-        Node& node = add(mark, anchor, Kind::scalar);
+    void addScalar(const yaml_mark_t& mark, const yaml_event_t& event) {
+        const auto& scalar = event.data.scalar;
+        const std::string_view text = textOf(scalar.value, scalar.length);
+        const std::string_view anchor = anchorOf(scalar.anchor);
+        if (text.size() > ConfigLimit::textBytes) {
+            fail(mark, fmt::format("a text of {} bytes; it has at most {}", text.size(),
+                                   ConfigLimit::textBytes));
+        }
+        if (isNull(text, scalar.style == YAML_PLAIN_SCALAR_STYLE)) {
+            add(mark, anchor, Kind::null);
+            return;
+        }
+        add(mark, anchor, Kind::scalar);
+        Node& node = document_.nodes_.back();
         node.first = document_.text_.size();
-        node.count = value.size();
-        document_.text_ += value;
+        node.count = text.size();
+        document_.text_ += text;
     }
 
-    void OnSequenceStart(const YAML::Mark& mark, const std::string& /*tag*/, YAML::anchor_t anchor,
-                         YAML::EmitterStyle::value /*style*/) override {
-        begin(mark, anchor, Kind::list);
-    }
-    void OnSequenceEnd() override { end(1); }
-    void OnMapStart(const YAML::Mark& mark, const std::string& /*tag*/, YAML::anchor_t anchor,
-                    YAML::EmitterStyle::value /*style*/) override {
-        begin(mark, anchor, Kind::map);
-    }
-    void OnMapEnd() override {
-        end(2);
-        placeNullsAtTheirKeys(document_.nodes_[waiting_.back()]);
-    }
-
-  private:
-    struct Open {
-        NodeId node;
-        std::size_t firstWaiting;
-        YAML::anchor_t anchor;
-        std::uint64_t valuesBefore;
-    };
-
-    [[noreturn]] void fail(const YAML::Mark& mark, std::string_view what) const {
+    [[noreturn]] void fail(const yaml_mark_t& mark, std::string_view what) const {
         throw ConfigError(fmt::format("{}:{}: {}", document_.file_, lineOf(mark), what));
     }
 
-    Node& add(const YAML::Mark& mark, YAML::anchor_t anchor, Kind kind) {
+    /// Returns what is known of its anchor; null without one.
+    Anchored* add(const yaml_mark_t& mark, std::string_view anchor, Kind kind) {
         count(mark, 1);
         const auto id = static_cast<NodeId>(document_.nodes_.size());
-        if (anchor != 0) {
-            anchors_.resize(std::max<std::size_t>(anchors_.size(), anchor + 1));
-            anchors_[anchor] = id;
-            anchoredValues_.resize(anchors_.size());
-            anchoredValues_[anchor] = 1;
-        }
         waiting_.push_back(id);
-        Node& node = document_.nodes_.emplace_back();
-        node.kind = kind;
-        node.line = lineOf(mark);
-        return node;
+        document_.nodes_.push_back({0, 0, lineOf(mark), kind});
+        return anchor.empty()
+                   ? nullptr
+                   : &anchors_.insert_or_assign(std::string(anchor), Anchored{id, 1}).first->second;
     }
-    void begin(const YAML::Mark& mark, YAML::anchor_t anchor, Kind kind) {
-        add(mark, anchor, kind);
+    void begin(const yaml_mark_t& mark, std::string_view anchor, Kind kind) {
         if (open_.size() == ConfigLimit::depth) {
             fail(mark, fmt::format("lists and maps are nested more than {} deep; a configuration "
                                    "needs fewer",
                                    ConfigLimit::depth));
         }
-        open_.push_back({waiting_.back(), waiting_.size(), anchor, values_ - 1});
+        Anchored* const anchored = add(mark, anchor, kind);
+        open_.push_back({waiting_.back(), waiting_.size(), anchored, values_ - 1});
     }
     void end(std::size_t nodesPerEntry) {
         const Open open = open_.back();
         open_.pop_back();
-        if (open.anchor != 0) {
-            anchoredValues_[open.anchor] = values_ - open.valuesBefore;
+        if (open.anchored != nullptr) {
+            open.anchored->values = values_ - open.valuesBefore;
         }
         const auto from = waiting_.begin() + static_cast<std::ptrdiff_t>(open.firstWaiting);
         Node& node = document_.nodes_[open.node];
@@ -158,7 +212,7 @@ class ConfigDocument::Builder : public YAML::EventHandler {
         waiting_.erase(from, waiting_.end());
     }
 
-    void count(const YAML::Mark& mark, std::uint64_t values) {
+    void count(const yaml_mark_t& mark, std::uint64_t values) {
         values_ += values;
         if (values_ > ConfigLimit::values) {
             fail(mark, fmt::format("a configuration has at most {} values, those behind an alias "
@@ -167,20 +221,9 @@ class ConfigDocument::Builder : public YAML::EventHandler {
         }
     }
 
-    /// The parser reports a null at the place of what follows it.
-    void placeNullsAtTheirKeys(const Node& map) {
-        for (std::size_t i = map.first; i < map.first + 2 * map.count; i += 2) {
-            Node& value = document_.nodes_[document_.children_[i + 1]];
-            if (value.kind == Kind::null) {
-                value.line = document_.nodes_[document_.children_[i]].line;
-            }
-        }
-    }
-
     ConfigDocument& document_;
-    std::vector<NodeId> anchors_;               ///< by the parser's number, which counts from 1
-    std::vector<std::uint64_t> anchoredValues_; ///< likewise: of the node with all beneath it
-    std::uint64_t values_ = 0;                  ///< so far
+    std::map<std::string, Anchored, std::less<>> anchors_; ///< by name, the last one of it
+    std::uint64_t values_ = 0;                             ///< so far
     std::vector<NodeId> waiting_;
     std::vector<Open> open_;
     std::size_t documents_ = 0;
@@ -188,19 +231,16 @@ class ConfigDocument::Builder : public YAML::EventHandler {
 
 ConfigDocument ConfigDocument::parse(const std::string& text, std::string file) {
     ConfigDocument document;
-    checkSizes(text, file);
     document.file_ = std::move(file);
+    if (text.size() > ConfigLimit::bytes) {
+        throw ConfigError(fmt::format("{}: a configuration has at most {} bytes", document.file_,
+                                      ConfigLimit::bytes));
+    }
     Builder builder(document);
-    // The parser accepts a quoted text without its closing quote when a line break comes last.
-    std::istringstream stream(text.substr(0, text.find_last_not_of(" \t\r\n") + 1));
-    try {
-        YAML::Parser parser(stream);
-        while (parser.HandleNextDocument(builder)) {
-        }
-    } catch (const YAML::Exception& error) {
-        throw ConfigError(fmt::format("{}:{}: not valid YAML: {} (column {})", document.file_,
-                                      lineOf(error.mark), onOneLine(error.msg),
-                                      error.mark.column + 1));
+    // An error at the end is reported where the last text is.
+    const std::string_view used(text.data(), text.find_last_not_of(" \t\r\n") + 1);
+    Parser parser(used, document.file_);
+    while (builder.take(parser.next())) {
     }
     if (document.nodes_.empty()) {
         document.nodes_.push_back({0, 0, 1, Kind::null});

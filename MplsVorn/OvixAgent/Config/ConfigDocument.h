@@ -23,7 +23,7 @@ namespace ConfigLimit {
 inline constexpr std::size_t bytes = std::size_t{100} << 20U;
 inline constexpr std::uint64_t values = 16'000'000; ///< keys, values, lists and maps; behind an
                                                     ///< alias they count each time
-inline constexpr std::size_t wordBytes = 65536;     ///< without a space or punctuation
+inline constexpr std::size_t textBytes = 65536;     ///< of one value
 inline constexpr std::size_t depth = 100;           ///< of lists and maps within each other
 } // namespace ConfigLimit
 
