@@ -170,8 +170,8 @@ class ConfigDocument::Builder {
         }
         add(mark, anchor, Kind::scalar);
         Node& node = document_.nodes_.back();
-        node.first = document_.text_.size();
-        node.count = text.size();
+        node.first = static_cast<std::uint32_t>(document_.text_.size());
+        node.count = static_cast<std::uint32_t>(text.size());
         document_.text_ += text;
     }
 
@@ -206,8 +206,9 @@ class ConfigDocument::Builder {
         }
         const auto from = waiting_.begin() + static_cast<std::ptrdiff_t>(open.firstWaiting);
         Node& node = document_.nodes_[open.node];
-        node.first = document_.children_.size();
-        node.count = (waiting_.size() - open.firstWaiting) / nodesPerEntry;
+        node.first = static_cast<std::uint32_t>(document_.children_.size());
+        node.count =
+            static_cast<std::uint32_t>((waiting_.size() - open.firstWaiting) / nodesPerEntry);
         document_.children_.insert(document_.children_.end(), from, waiting_.end());
         waiting_.erase(from, waiting_.end());
     }

@@ -70,8 +70,8 @@ class ConfigDocument {
 
     /// A scalar's `first` and `count` are its place in text_; a container's, in children_.
     struct Node {
-        std::size_t first = 0;
-        std::size_t count = 0;
+        std::uint32_t first = 0;
+        std::uint32_t count = 0;
         std::uint32_t line = 0;
         Kind kind = Kind::null;
     };

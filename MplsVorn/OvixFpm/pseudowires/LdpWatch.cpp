@@ -105,7 +105,7 @@ void LdpWatch::withTables(const std::function<void()>& change) {
     } catch (const Tessel::TablesBusy& busy) {
         log_("pseudowires", busy.what());
     } catch (const std::exception& refused) {
-        routes_->abandon();
+        routes_->discard();
         log_("pseudowires", std::string(refused.what()) + "; the pseudowires stay as they are");
     }
 }

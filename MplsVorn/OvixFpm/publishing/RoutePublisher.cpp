@@ -221,12 +221,17 @@ void RoutePublisher::commit() {
     interfaces_->forget();
 }
 
-void RoutePublisher::abandon() {
+void RoutePublisher::discard() {
     tables_->discard();
     if (shared_->hasBegun()) {
         shared_->end();
     }
+}
+
+void RoutePublisher::abandon() {
+    tables_->discard();
     takeOver();
+    discard();
 }
 
 void RoutePublisher::markStale() {

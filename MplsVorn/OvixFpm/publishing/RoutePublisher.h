@@ -37,8 +37,10 @@ class RoutePublisher {
     /// Makes the changes visible, if there are any, and ends the batch.
     void commit();
 
-    /// Takes back the changes since the last commit, and ends the batch. Only a new connection,
-    /// over which zebra announces everything, makes the tables right again.
+    /// Takes back the changes since the last commit, none of them zebra's, and ends the batch.
+    void discard();
+    /// The same of zebra's changes. Only a new connection, over which zebra announces everything,
+    /// makes the tables right again.
     void abandon();
 
     /// Every route is stale until it is announced again.

@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "LocalTables.h"
+#include "PublishingTesting.h"
 #include "SourceDir.h"
 
 namespace LdpWatchTest {
@@ -32,7 +33,7 @@ class LdpWatch : public testing::Test {
         settings.socketDirectory = "/run/of-ldpd";
         settings.every = 5ms;
         settings.keptFor = keptFor;
-        watch.emplace(tables.publisher, settings,
+        watch.emplace(routes, settings,
                       [this](std::string_view, const std::string& line) { log += line + "\n"; });
     }
     ~LdpWatch() override { std::filesystem::remove_all(directory); }
@@ -79,6 +80,9 @@ class LdpWatch : public testing::Test {
     static constexpr std::chrono::milliseconds keptFor{300};
     std::filesystem::path directory;
     TestSupport::LocalTables tables;
+    PublishingTesting::MadeUpInterfaces interfaces;
+    Mpls::SharedPublisher shared{tables.publisher};
+    OvixFpm::RoutePublisher routes{shared, interfaces};
     std::string log;
     std::optional<OvixFpm::LdpWatch> watch;
 };
@@ -142,7 +146,7 @@ TEST_F(LdpWatch, TheNextListenerTakesOverWhatTheLastOneLeft) {
     OvixFpm::LdpWatch::Settings settings;
     settings.vtysh = (directory / "vtysh").string();
     settings.every = 5ms;
-    watch.emplace(tables.publisher, settings, [](std::string_view, const std::string&) {});
+    watch.emplace(routes, settings, [](std::string_view, const std::string&) {});
     say(recorded("withdrawn.txt"));
     ASSERT_TRUE(soon([&] { return red() == State::noRemoteLabel; }));
     EXPECT_TRUE(labels().empty());
