@@ -40,6 +40,7 @@ class SpawnSettings {
     /// Returns an error number.
     int spawn(const std::vector<std::string>& command, pid_t& process) const {
         std::vector<char*> words;
+        words.reserve(command.size() + 1);
         for (const std::string& word : command) {
             words.push_back(const_cast<char*>(word.c_str()));
         }
