@@ -180,6 +180,31 @@ def backups_of_frr(lab) -> str:
     return "; ".join(f"{router}: FRR has {known[router]}, the LFIB 0" for router in known)
 
 
+def static_labels(lab) -> str:
+    """On P, labels of the operator stand beside zebra's, in front of one of them, and are not swept."""
+    plane, label = lab.planes["p"], lab.path_labels()["ce2"]
+    toward_pe2 = ("via", "inet", topology.interface("pe2", "p").host, "dev", "to-pe2")
+    unknown, gone = 900000, 900001  # PE2 drops both
+    plane.ctl("lfib", "add", unknown, *toward_pe2)
+    plane.ctl("lfib", "add", gone, "owner", "fpm", *toward_pe2)  # as if zebra had had it
+    plane.ctl("lfib", "add", label, "as", unknown, *toward_pe2)
+    waiting = [route["owner"] for route in plane.routes() if route.get("waitsFor") == "operator"]
+    expect(waiting == ["fpm"], f"waiting for the operator's route for label {label}: {waiting}")
+    sent, received = traffic.ping(lab.directory, 5)
+    expect(received == 0, f"{received} of {sent} pings answered, though the label leads elsewhere")
+    plane.fpm.kill()
+    plane.start_fpm()
+    wait_until("zebra has told ovix-fpm everything again, and what is stale is swept",
+               lambda: gone not in plane.lfib(), 20)
+    owners = {route["label"]: route["owner"] for route in plane.lfib().values()}
+    expect(owners[label] == owners[unknown] == "operator", f"owners after the sweep: {owners}")
+    plane.ctl("lfib", "del", label)
+    plane.ctl("lfib", "del", unknown)
+    expect_answers(lab, 20)
+    lab.wait_for_tables()
+    return f"label {label} led elsewhere and back, {unknown} stood; neither was swept"
+
+
 def killed_and_restarted(lab) -> str:
     """P's agent is killed and restarted after a second, three times as it is and twenty with --carrier."""
     without = [kill_once(lab) for _ in range(3)]
