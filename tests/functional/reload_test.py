@@ -2,6 +2,7 @@
 
 import json
 import os
+import pathlib
 import re
 import signal
 import subprocess
@@ -54,6 +55,11 @@ lfib:
     def start_with(self, text: str) -> subprocess.Popen:
         self.config = self.directory / "agent.yaml"
         self.config.write_text(text)
+        process = self.launch()
+        self.until(self.path.exists, RELOADED)
+        return process
+
+    def launch(self) -> subprocess.Popen:
         self.log = self.directory / "log"
         command = ["ip", "netns", "exec", self.router, agent.AGENT, "run", str(self.config),
                    "--live", "--control", str(self.path), "--json"]
@@ -63,7 +69,6 @@ lfib:
             process = subprocess.Popen(command, stdout=subprocess.PIPE, stderr=log, text=True)
         self.addCleanup(process.communicate)
         self.addCleanup(process.kill)
-        self.until(self.path.exists, RELOADED)
         return process
 
     def lines(self, text: str) -> int:
@@ -103,6 +108,21 @@ lfib:
         self.config.write_text(self.configuration(200))
         process.send_signal(signal.SIGHUP)
         self.until(lambda: self.labelled(16, 1) == 1, RELOADED)
+        self.stop(process)
+
+    def test_a_reload_asked_for_before_the_run_has_begun_waits_for_it(self):
+        self.config = self.directory / "pipe"
+        os.mkfifo(self.config)
+        process = self.launch()  # and reads the pipe until somebody has written
+        status = pathlib.Path(f"/proc/{process.pid}/status")
+        blocked = lambda: int(re.search(r"SigBlk:\s*([0-9a-f]+)", status.read_text())[1], 16)
+        self.until(lambda: blocked() >> (signal.SIGHUP - 1) & 1, RELOADED)
+        process.send_signal(signal.SIGHUP)
+        ports = "ports: [{name: west, kind: packet}]\n"
+        self.config.write_text(ports)
+        self.until(self.path.exists, RELOADED)
+        self.config.write_text(ports)
+        self.until(lambda: self.lines(": reloaded\n") == 1, RELOADED)
         self.stop(process)
 
     def stop(self, process: subprocess.Popen) -> dict:

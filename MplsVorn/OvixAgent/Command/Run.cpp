@@ -1,5 +1,6 @@
 #include "Command/Run.h"
 
+#include <csignal>
 #include <exception>
 #include <fmt/format.h>
 #include <memory>
@@ -133,7 +134,16 @@ void logTraces(OvixLog::Log& log) {
         });
 }
 
+/// A SIGHUP that comes before the run can reload waits for that, and ends nothing.
+void holdReloads() {
+    sigset_t reload;
+    sigemptyset(&reload);
+    sigaddset(&reload, SIGHUP);
+    sigprocmask(SIG_BLOCK, &reload, nullptr);
+}
+
 Tessel::Result<Summary> runLive(const RunOptions& options, OvixLog::Log& log) {
+    holdReloads();
     logTraces(log);
     Tessel::Result<AgentConfig> config = liveConfig(options);
     if (!config) {
