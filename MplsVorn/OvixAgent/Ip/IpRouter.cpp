@@ -156,7 +156,7 @@ void decrementIpTtl(Ovix::PacketContext& packet) noexcept {
 }
 
 IpRoutingHandler::IpRoutingHandler(Ovix::PktHdrType type, PortTable& ports)
-    : RoutingHandler(std::string(Ovix::pktHdrName(type))), type_(type), ports_(&ports) {}
+    : RoutingHandler(std::string(Ovix::pktHdrName(type))), ports_(&ports) {}
 
 void IpRoutingHandler::processPacket(const Ptr<Ovix::RoutingOutput>& output,
                                      const Ptr<Ovix::RoutingContext>& context,

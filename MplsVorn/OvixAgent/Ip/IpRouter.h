@@ -65,7 +65,6 @@ class IpRoutingHandler : public Ovix::RoutingHandler {
                        const Ptr<Ovix::RoutingVrfRoot>& vrfRoot) override;
 
   private:
-    Ovix::PktHdrType type_;
     PortTable* ports_;
 };
 
