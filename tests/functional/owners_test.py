@@ -1,5 +1,6 @@
 """Several owners of one set of tables: zebra by the listener, an operator, and files."""
 
+import os
 import random
 import signal
 import socket
@@ -107,6 +108,24 @@ class Owners(listener.ListenerTest):
         self.assertEqual(zebra.recv(1), b"", "the connection is closed")
         self.zebra().sendall(label_route(100, 200, self.LO))
         self.until(lambda: len(self.transit()) == 1, "the route is published again")
+
+    def test_a_file_removed_alone_or_cut_and_repaired_is_filled_again_by_zebra(self):
+        self.listen(stderr=subprocess.DEVNULL)
+        zebra = self.zebra()
+        zebra.sendall(label_route(100, 200, self.LO))
+        table = shared_memory.path(self.tables)
+        self.until(lambda: table.exists() and len(self.transit()) == 1, "the route is published")
+        table.unlink()  # its lock stays
+        self.assertEqual(zebra.recv(1), b"", "the connection is closed")
+        zebra = self.zebra()
+        zebra.sendall(label_route(100, 200, self.LO))
+        self.until(lambda: len(self.transit()) == 1, "the route is published again")
+        os.truncate(table, 4096)
+        zebra.sendall(label_route(101, 201, self.LO))
+        self.ctl("tables", "repair")
+        self.assertEqual(zebra.recv(1), b"", "the connection is closed")
+        self.zebra().sendall(label_route(100, 200, self.LO) + label_route(101, 201, self.LO))
+        self.until(lambda: len(self.transit()) == 2, "all routes are published again")
 
     def test_owners_killed_at_any_moment_leave_whole_tables_and_nobodys_routes_lost(self):
         self.listen(stderr=subprocess.DEVNULL)

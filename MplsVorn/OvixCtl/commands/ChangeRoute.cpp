@@ -61,8 +61,8 @@ void noteWaiting(const Request& request, Mpls::TablePublisher& publisher, const 
     const auto published =
         route != nullptr ? publisher.labelRoutes().published(route->label) : std::nullopt;
     if (published && *published != route->owner) {
-        complain(request, fmt::format("label {} is forwarded by the route of {}; this one waits",
-                                      entry.key, Tessel::textOf(*published)));
+        note(request, fmt::format("label {} is forwarded by the route of {}; this one waits",
+                                  entry.key, Tessel::textOf(*published)));
     }
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <span>
 #include <string>
 #include <variant>
@@ -42,6 +43,7 @@ struct Option {
     std::variant<std::string Request::*, bool Request::*, std::uint64_t Request::*> member;
     const char* environment = ""; ///< the variable that sets it, too
     std::uint64_t least = 1;      ///< of a number
+    std::uint64_t most = std::numeric_limits<std::int64_t>::max();
 };
 
 /// The words of a command: what help calls them, and how many there may be.
@@ -103,6 +105,8 @@ Tessel::TableMemory openForBatch(const Request& request);
 std::string errorText(bool json, const std::string& what);
 /// Prints an error on standard error.
 void complain(const Request& request, const std::string& what);
+/// The same of what is worth knowing of something that was done; as JSON {"notice"}.
+void note(const Request& request, const std::string& what);
 /// The words of the command are wrong: complains, and returns the exit code for that.
 int usageError(const Request& request, const Tessel::Refused& refused);
 /// UTC with milliseconds, as in ISO 8601; from nanoseconds since 1970.

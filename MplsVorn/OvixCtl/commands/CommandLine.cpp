@@ -44,9 +44,11 @@ void addOption(CLI::App& app, const Option& option, Request& request) {
             if constexpr (std::is_same_v<Member, bool>) {
                 return app.add_flag(option.name, request.*member, option.help);
             } else if constexpr (std::is_same_v<Member, std::uint64_t>) {
-                constexpr auto most = std::numeric_limits<std::uint64_t>::max();
                 return app.add_option(option.name, request.*member, option.help)
-                    ->check(CLI::Range(option.least, most, "N"));
+                    ->check([](const std::string& text) {
+                        return std::string(text.starts_with('-') ? "a negative number" : "");
+                    })
+                    ->check(CLI::Range(option.least, option.most, "N"));
             } else {
                 return app.add_option(option.name, request.*member, option.help);
             }

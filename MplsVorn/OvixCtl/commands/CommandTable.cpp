@@ -62,9 +62,9 @@ constexpr Option globals[]{
 constexpr Option countOption{"--count", "N", "Stop after N changes", nullptr, &Request::count};
 
 constexpr Option waitOption{
-    "--wait", "SECONDS",      "How long to wait for other writers of the tables",
+    "--wait", "SECONDS",      "How long to wait for other writers of the tables (default: 5)",
     nullptr,  &Request::wait, "",
-    0};
+    0,        86400};
 
 constexpr CommandWords configWord{
     "FILE", "TEXT",

@@ -67,6 +67,18 @@ class Target {
     std::optional<TableLoad> load_;
 };
 
+/// Says how many routes of other owners wait for those from files, and the other way round.
+void noteWaiting(const Request& request, const Mpls::LabelRoutes& routes) {
+    const auto [theirs, own] = routes.waitingFor(Mpls::RouteOwner::file);
+    if (theirs != 0) {
+        note(request,
+             fmt::format("routes of other owners that wait for those of files: {}", theirs));
+    }
+    if (own != 0) {
+        note(request, fmt::format("routes of files that wait for those of other owners: {}", own));
+    }
+}
+
 void printDiffLines(const std::vector<Change>& changes, const IntfText& interfaces) {
     for (const Change& change : changes) {
         if (change.before) {
@@ -135,6 +147,7 @@ Tessel::Result<int> loadRoutes(const Request& request) {
                                       request.tables, tables.repaired()));
     }
     printCounts(request, tables.generation(), counts);
+    noteWaiting(request, target.publisher().labelRoutes());
     return ExitCode::success;
 }
 

@@ -16,10 +16,8 @@ Tessel::Result<void> requireTables(const Request& request) {
 }
 
 Tessel::TableMemory openForBatch(const Request& request) {
-    constexpr std::uint64_t longest = 1'000'000;
-    return Tessel::TableMemory::sharedForWriting(
-        request.tables, Tessel::TableMemory::defaultBytes,
-        std::chrono::seconds(std::min(request.wait, longest)));
+    return Tessel::TableMemory::sharedForWriting(request.tables, Tessel::TableMemory::defaultBytes,
+                                                 std::chrono::seconds(request.wait));
 }
 
 std::string timeText(std::uint64_t nanoseconds) {
@@ -37,6 +35,12 @@ std::string errorText(bool json, const std::string& what) {
 
 void complain(const Request& request, const std::string& what) {
     std::fputs(errorText(request.json, what).c_str(), stderr);
+}
+
+void note(const Request& request, const std::string& what) {
+    fmt::print(stderr, "{}\n",
+               request.json ? fmt::format("{{\"notice\":{}}}", jsonText(what))
+                            : "ovixctl: " + what);
 }
 
 int usageError(const Request& request, const Tessel::Refused& refused) {

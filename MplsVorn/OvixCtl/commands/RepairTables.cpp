@@ -9,8 +9,9 @@ namespace OvixCtl {
 
 namespace {
 
-std::vector<std::string> repair(const std::string& name) {
-    Tessel::TableMemory memory = Tessel::TableMemory::sharedForRepair(name);
+std::vector<std::string> repair(const Request& request) {
+    Tessel::TableMemory memory = Tessel::TableMemory::sharedForRepair(
+        request.tables, Tessel::TableMemory::defaultBytes, std::chrono::seconds(request.wait));
     return Tessel::TableRepair(memory, Mpls::tableDirectory).findings();
 }
 
@@ -39,7 +40,7 @@ void print(const Request& request, std::vector<std::string> findings,
 } // namespace
 
 Tessel::Result<int> repairTables(const Request& request) {
-    std::vector<std::string> findings = repair(request.tables);
+    std::vector<std::string> findings = repair(request);
     const Mpls::TablePublisher publisher(openForBatch(request));
     print(request, std::move(findings), publisher.tables());
     return ExitCode::success;

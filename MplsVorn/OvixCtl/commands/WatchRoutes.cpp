@@ -110,6 +110,9 @@ Tessel::Result<int> watchRoutes(const Request& request) {
             break;
         }
     }
+    if (std::ferror(stdout) != 0) {
+        return Tessel::Refused{"standard output cannot be written"};
+    }
     return code;
 }
 

@@ -15,12 +15,13 @@ using Tessel::Result;
 
 namespace {
 
-/// Cuts a line at blanks, into strings that keep their memory; "#" begins a comment.
+/// Cuts a line at blanks, into strings that keep their memory. One that begins with "#" is a
+/// comment; behind that, names may.
 void cut(std::string_view line, std::vector<std::string>& words) {
     std::size_t count = 0;
     for (std::size_t from = 0; (from = line.find_first_not_of(" \t\r", from)) != line.npos;) {
         const std::size_t to = std::min(line.find_first_of(" \t\r", from), line.size());
-        if (line[from] == '#') {
+        if (count == 0 && line[from] == '#') {
             break;
         }
         if (count == words.size()) {

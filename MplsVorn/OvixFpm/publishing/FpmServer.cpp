@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <sys/socket.h>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 #include "Tessel/Exceptions.h"
@@ -25,6 +26,8 @@ constexpr std::chrono::milliseconds longestBeforeCommit{20};
 
 /// How long it may take until removed tables are missed while zebra is quiet.
 constexpr std::chrono::milliseconds tablesLookedAtEvery{1000};
+
+constexpr std::chrono::milliseconds retryUnusable{100};
 
 } // namespace
 
@@ -79,7 +82,7 @@ void FpmServer::run(int stop) {
     }
 }
 
-/// False while other writers have the tables.
+/// False while other writers have the tables, or they cannot be used.
 bool FpmServer::beginBatch() {
     try {
         routes_->begin();
@@ -89,8 +92,13 @@ bool FpmServer::beginBatch() {
         if (!std::exchange(isHeldUp_, true)) {
             log_("busy tables", std::string(busy.what()) + "; zebra's routes wait");
         }
-        return false;
+    } catch (const std::runtime_error& unusable) { // until they are repaired, or made anew
+        if (!std::exchange(isHeldUp_, true)) {
+            log_("unusable tables", std::string(unusable.what()) + "; zebra's routes wait");
+        }
+        std::this_thread::sleep_for(retryUnusable);
     }
+    return false;
 }
 
 int FpmServer::timeoutMs() const {

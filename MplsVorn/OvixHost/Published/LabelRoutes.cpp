@@ -197,6 +197,18 @@ bool LabelRoutes::routeDel(TableId table, MplsLabel label, RouteOwner owner) {
     return isPublished || hasWaited;
 }
 
+LabelRoutes::WaitingCounts LabelRoutes::waitingFor(RouteOwner owner) const {
+    WaitingCounts counts{0, 0};
+    for (const auto& [label, waiting] : waiting_) {
+        if (waiting.rank.owner == owner) {
+            ++counts.own;
+        } else if (published(label) == owner) {
+            ++counts.others;
+        }
+    }
+    return counts;
+}
+
 void LabelRoutes::settleAll() {
     std::set<MplsLabel> labels;
     for (const auto& [label, waiting] : waiting_) {

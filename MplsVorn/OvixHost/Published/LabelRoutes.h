@@ -50,6 +50,12 @@ class LabelRoutes {
     /// All routes of an owner.
     std::vector<Place> of(RouteOwner owner) const;
 
+    struct WaitingCounts {
+        std::size_t others; ///< routes of other owners that wait for the owner's
+        std::size_t own;    ///< of the owner that wait for others'
+    };
+    WaitingCounts waitingFor(RouteOwner owner) const;
+
     /// Publishes what waits for routes that are not there any more, because they were damaged.
     void settleAll();
     /// Forgets the changes since the last commit, as the tables' writer does.

@@ -27,6 +27,7 @@ SharedPublisher::Since SharedPublisher::begin(std::chrono::milliseconds wait) {
     if (shared_ && !shared_->lockAgain(wait)) {
         since = areNamed() ? Since::othersWrote : Since::replaced;
         if (since == Since::replaced) {
+            ownerLock_ = Posix::FileDescriptor(); // whose file may be the same as before
             ownerLock_ = Tessel::TableFiles::holdOwner(name_, static_cast<std::uint8_t>(owner_));
         }
         takeOver(wait);

@@ -104,10 +104,11 @@ TableMemory TableMemory::sharedForWriting(const std::string& name, std::size_t b
     return made;
 }
 
-TableMemory TableMemory::sharedForRepair(const std::string& name, std::size_t bytes) {
+TableMemory TableMemory::sharedForRepair(const std::string& name, std::size_t bytes,
+                                         std::chrono::milliseconds wait) {
     checkName(name);
     TableFiles::openForReading(name); // makes none
-    TableMemory made = opened(name, bytes);
+    TableMemory made = opened(name, bytes, wait);
     std::uint64_t own = 0;
     const ssize_t got = pread(made.file_.value(), &own, sizeof own,
                               offsetof(TableLayout::TableHeader, regionBytes));

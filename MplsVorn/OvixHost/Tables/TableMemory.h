@@ -34,7 +34,8 @@ class TableMemory {
     static TableMemory sharedForReading(const std::string& name);
     /// The same as for writing; memory that has been cut short gets back the size that it says it
     /// has, or else this one.
-    static TableMemory sharedForRepair(const std::string& name, std::size_t bytes = defaultBytes);
+    static TableMemory sharedForRepair(const std::string& name, std::size_t bytes = defaultBytes,
+                                       std::chrono::milliseconds wait = {});
     /// Removes the name; a process that has the memory open keeps it. False when there was none.
     static bool remove(const std::string& name);
     /// A name is 1 to 64 letters, digits, '-', '_' and '.'; std::invalid_argument otherwise.

@@ -28,6 +28,7 @@ TableWriter::TableWriter(TableMemory memory, std::span<const TableDescription> t
         takeOver(tables);
     }
     store(header().writer, static_cast<std::uint64_t>(getpid()));
+    identity_ = header().identity;
 }
 
 std::uint64_t TableWriter::newIdentity() {

@@ -51,8 +51,10 @@ class TableWriter {
     /// False when another has committed, or the name leads to other memory by now: then only a new
     /// writer will do. Throws as TableMemory does.
     bool lockAgain(std::chrono::milliseconds wait);
-    /// Whether the name of the memory still leads to it.
-    bool isNamed() const { return memory_.now() == TableMemory::Now::same; }
+    /// Whether the name of the memory still leads to it, and to the same tables.
+    bool isNamed() const {
+        return memory_.now() == TableMemory::Now::same && header().identity == identity_;
+    }
 
     /// The last committed generation.
     std::uint64_t generation() const noexcept { return root_.generation; }
@@ -123,6 +125,7 @@ class TableWriter {
 
     TableMemory memory_;
     TableHeap heap_;
+    std::uint64_t identity_ = 0;
     TableLayout::Root root_{}; ///< as committed
     TableRef current_;
     std::array<TableLayout::Root::Table, TableLayout::maxTables> working_{};
