@@ -4,7 +4,7 @@
 #include <array>
 #include <cassert>
 
-#include "Published/LabelRoutes.h"
+#include "Published/WaitingRoutes.h"
 #include "Tessel/Exceptions.h"
 
 namespace OvixCtl {

@@ -9,6 +9,7 @@
 #include "Mpls/LfibLayout.h"
 #include "Published/TablePublisher.h"
 #include "Published/TransitRoutes.h"
+#include "Published/WaitingRoutes.h"
 
 namespace Mpls {
 
@@ -34,23 +35,6 @@ RecordEnds endsOf(std::span<const std::uint64_t> record) noexcept {
     RecordEnds ends{{}, record.back()};
     std::memcpy(&ends.set, &record[1], sizeof ends.set);
     return ends;
-}
-
-Result<LabelRoute> readRoute(const Ptr<const Tessel::TableReader>& tables, TableId table,
-                             std::uint32_t key) {
-    return readLabelRoute(*Tessel::make<LfibStatus>(tables, table), table, MplsLabel(key));
-}
-
-Result<LabelRoute> readAt(const Ptr<const Tessel::TableReader>& tables, std::uint32_t place,
-                          LfibLayout::WaitingWord waits) {
-    Result<LabelRoute> read = readRoute(tables, TableId::waitingRoutes, place);
-    if (!read) {
-        return read;
-    }
-    LabelRoute route = std::move(read).value();
-    route.table = waits.table();
-    route.label = waits.label();
-    return route;
 }
 
 } // namespace
@@ -118,12 +102,13 @@ LabelRoutes::AllWaiting::const_iterator LabelRoutes::findWaiting(TableId table, 
 }
 
 Result<LabelRoute> LabelRoutes::readPublished(TableId table, MplsLabel label) const {
-    return readRoute(tables_->tables().working(), table, label.value());
+    const auto lfib = Tessel::make<LfibStatus>(tables_->tables().working(), table);
+    return readLabelRoute(*lfib, table, label);
 }
 
 Result<LabelRoute> LabelRoutes::readWaiting(AllWaiting::const_iterator waiting) const {
     const auto& [label, at] = *waiting;
-    return readAt(tables_->tables().working(), at.place, {label, at.table});
+    return readWaitingRoute(tables_->tables().working(), at.place, {label, at.table});
 }
 
 std::optional<LabelRoute> LabelRoutes::route(TableId table, MplsLabel label,
@@ -310,27 +295,6 @@ Result<void> LabelRoutes::promote(MplsLabel label, RouteOwner owner) {
         endWaiting(waiting);
     }
     return {};
-}
-
-std::vector<LabelRoute> readWaitingRoutes(const Ptr<const Tessel::TableReader>& tables) {
-    std::vector<LabelRoute> all;
-    std::vector<std::uint64_t> words;
-    tables->forEach(waitingTable, [&](std::uint32_t place, TableRef ref) {
-        try {
-            constexpr std::string_view what = "waiting route at unit";
-            words.resize(tables->headOf(ref, what).ownWords);
-            tables->read(ref, Tessel::RecordKind::viaSet, words, what);
-        } catch (const Tessel::CorruptionDetected&) {
-            return;
-        }
-        const LfibLayout::WaitingWord waits{words.empty() ? 0 : words.back()};
-        if (const auto route = readAt(tables, place, waits); route && isLfib(waits.table())) {
-            all.push_back(route.value());
-        }
-    });
-    std::stable_sort(all.begin(), all.end(),
-                     [](const LabelRoute& a, const LabelRoute& b) { return a.label < b.label; });
-    return all;
 }
 
 } // namespace Mpls

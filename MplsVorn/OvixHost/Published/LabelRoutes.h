@@ -97,8 +97,4 @@ class LabelRoutes {
     std::uint32_t nextPlace_ = 0;
 };
 
-/// The label routes that wait in the generation that a reader holds, by label. Damaged ones are
-/// left out.
-std::vector<LabelRoute> readWaitingRoutes(const Ptr<const Tessel::TableReader>& tables);
-
 } // namespace Mpls

@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "LocalTables.h"
+#include "Published/WaitingRoutes.h"
 #include "ShmTesting.h"
 
 namespace LabelRoutesTest {
