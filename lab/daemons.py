@@ -8,14 +8,16 @@ from frr import FPM, Frr
 ZEBRA = "no ip forwarding" + FPM
 IMPLICIT_NULL = 3
 
-# A link that comes back is used again only when LDP has labels for it (RFC 5443).
-OSPF = """
+OSPF_HEAD = """
 router ospf
  ospf router-id {loopback}
  timers throttle spf 0 10 50
  timers throttle lsa all 0
  timers lsa min-arrival 0
- mpls ldp-sync
+"""
+
+# A link that comes back is used again only when LDP has labels for it (RFC 5443).
+OSPF = OSPF_HEAD + """ mpls ldp-sync
 interface lo
  ip ospf area 0
 """

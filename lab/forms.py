@@ -6,13 +6,7 @@ import topology
 # From here on are the labels of segment routing: index N has label 16000 + N.
 SEGMENT_BASE = 16000
 
-SR = """
-router ospf
- ospf router-id {loopback}
- timers throttle spf 0 10 50
- timers throttle lsa all 0
- timers lsa min-arrival 0
- capability opaque
+SR = daemons.OSPF_HEAD + """ capability opaque
  mpls-te on
  mpls-te router-address {loopback}
  router-info area 0.0.0.0

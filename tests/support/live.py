@@ -32,16 +32,34 @@ def why_not() -> str:
     return "" if done.returncode == 0 else f"needs network namespaces: {done.stderr.strip()}"
 
 
-class LiveTest(unittest.TestCase):
-    """west host – router – east host; the router's own kernel forwards nothing."""
-
-    options: tuple[str, ...] = ()  # of the agent, beside those that every test needs
+class NamespaceTest(unittest.TestCase):
+    """A test with agents in network namespaces."""
 
     @classmethod
     def setUpClass(cls):
         reason = why_not()
         if reason:
             raise unittest.SkipTest(reason)
+
+    def stop(self, process: subprocess.Popen) -> dict:
+        process.send_signal(signal.SIGTERM)
+        stdout, stderr = process.communicate(timeout=DEADLINE)
+        self.assertEqual(process.returncode, 0, stderr)
+        result = json.loads(stdout)
+        self.assertTrue(result["balanced"])
+        return result
+
+    def until(self, met, deadline: float = DEADLINE) -> None:
+        end = time.monotonic() + deadline
+        while not met():
+            self.assertLess(time.monotonic(), end, "nothing happened for too long")
+            time.sleep(0.02)
+
+
+class LiveTest(NamespaceTest):
+    """west host – router – east host; the router's own kernel forwards nothing."""
+
+    options: tuple[str, ...] = ()  # of the agent, beside those that every test needs
 
     def setUp(self):
         self.directory = pathlib.Path(tempfile.mkdtemp())
@@ -94,20 +112,6 @@ ports:
              *prefix, agent.AGENT, "run", str(config), "--live", "--json",
              *options, *(["--plugin", agent.PLUGIN] if agent.PLUGIN else [])],
             capture_output=True, text=True, check=False, timeout=DEADLINE)
-
-    def stop(self, process: subprocess.Popen) -> dict:
-        process.send_signal(signal.SIGTERM)
-        stdout, stderr = process.communicate(timeout=DEADLINE)
-        self.assertEqual(process.returncode, 0, stderr)
-        result = json.loads(stdout)
-        self.assertTrue(result["balanced"])
-        return result
-
-    def until(self, met, deadline: float = DEADLINE) -> None:
-        end = time.monotonic() + deadline
-        while not met():
-            self.assertLess(time.monotonic(), end, "nothing happened for too long")
-            time.sleep(0.02)
 
     def ctl(self, *arguments: str) -> None:
         subprocess.run([CTL, "--create", "--tables", self.tables, *arguments], check=True,

@@ -9,11 +9,9 @@ import signal
 import socket
 import subprocess
 import tempfile
-import time
-import unittest
 
 import agent
-from live import DEADLINE, ip, why_not
+from live import DEADLINE, NamespaceTest, ip
 
 CE_MTU, CORE_MTU = 1500, 1530  # a full frame with a tag, a control word and two labels
 HOSTS = {"ce1": "192.0.2.1", "ce2": "192.0.2.2"}
@@ -46,14 +44,8 @@ for line in sys.stdin: s.send(bytes.fromhex(line))
 """
 
 
-class ProviderTest(unittest.TestCase):
+class ProviderTest(NamespaceTest):
     maxDiff = None
-
-    @classmethod
-    def setUpClass(cls):
-        reason = why_not()
-        if reason:
-            raise unittest.SkipTest(reason)
 
     def setUp(self):
         self.directory = pathlib.Path(tempfile.mkdtemp())
@@ -120,19 +112,7 @@ class ProviderTest(unittest.TestCase):
         self.agents[node].send_signal(signal.SIGHUP)
 
     def stop(self, node: str) -> dict:
-        process = self.agents.pop(node)
-        process.send_signal(signal.SIGTERM)
-        stdout, stderr = process.communicate(timeout=DEADLINE)
-        self.assertEqual(process.returncode, 0, stderr)
-        result = json.loads(stdout)
-        self.assertTrue(result["balanced"])
-        return result
-
-    def until(self, met, deadline: float = DEADLINE) -> None:
-        end = time.monotonic() + deadline
-        while not met():
-            self.assertLess(time.monotonic(), end, "nothing happened for too long")
-            time.sleep(0.02)
+        return super().stop(self.agents.pop(node))
 
     def pings(self, *options: str, to: str = "ce2", node: str = "ce1") -> bool:
         return self.run_in(node, "ping", "-c", "1", "-W", "0.4", *options, HOSTS[to])[0] == 0

@@ -50,6 +50,21 @@ class TableFilesTest : public testing::Test {
         return reading;
     }
     static bool isRoot() { return geteuid() == 0; }
+    /// Whether it is so where the directory is a small file system of its own; needs root.
+    template <typename Condition>
+    bool isSoOnADiskOf(const char* size, Condition&& isSo) const {
+        EXPECT_EQ(mkdir(directory.c_str(), 0750), 0);
+        Child alone([&] {
+            const std::string options = std::string("mode=0750,size=") + size;
+            const bool isMounted =
+                unshare(CLONE_NEWNS) == 0 &&
+                mount("", "/", "", MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                mount("tmpfs", directory.c_str(), "tmpfs", 0, options.c_str()) == 0;
+            _exit(isMounted && isSo() ? 7 : 8);
+        });
+        const int status = alone.wait();
+        return WIFEXITED(status) && WEXITSTATUS(status) == 7;
+    }
 
     const std::string directory = "/dev/shm/ovix-test-" + std::to_string(getpid());
 };
@@ -147,43 +162,28 @@ TEST_F(TableFilesTest, AFullFileSystemIsAnErrorForBothSides) {
     if (!isRoot()) {
         GTEST_SKIP() << "needs root";
     }
-    ASSERT_EQ(mkdir(directory.c_str(), 0750), 0);
-    Child alone([&] {
-        const bool isMounted =
-            unshare(CLONE_NEWNS) == 0 && mount("", "/", "", MS_REC | MS_PRIVATE, nullptr) == 0 &&
-            mount("tmpfs", directory.c_str(), "tmpfs", 0, "size=64k,mode=0750") == 0;
+    EXPECT_TRUE(isSoOnADiskOf("64k", [&] {
         const std::string writing = refusal([] { TableMemory::sharedForWriting("lab"); });
         const std::string reading = refusal([] { TableMemory::sharedForReading("lab"); });
-        const bool isRefused = writing.find("No space left") != std::string::npos &&
-                               reading.find("No such file") != std::string::npos &&
-                               std::filesystem::is_empty(directory);
-        _exit(isMounted && isRefused ? 7 : 8);
-    });
-    const int status = alone.wait();
-    EXPECT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 7);
+        return writing.find("No space left") != std::string::npos &&
+               reading.find("No such file") != std::string::npos &&
+               std::filesystem::is_empty(directory);
+    }));
 }
 
 TEST_F(TableFilesTest, TablesThatOutgrowTheFileSystemSaySo) {
     if (!isRoot()) {
         GTEST_SKIP() << "needs root";
     }
-    ASSERT_EQ(mkdir(directory.c_str(), 0750), 0);
-    Child alone([&] {
-        const bool isMounted =
-            unshare(CLONE_NEWNS) == 0 && mount("", "/", "", MS_REC | MS_PRIVATE, nullptr) == 0 &&
-            mount("tmpfs", directory.c_str(), "tmpfs", 0, "size=4m,mode=0750") == 0;
+    EXPECT_TRUE(isSoOnADiskOf("4m", [] {
         Tessel::TableWriter writer(TableMemory::sharedForWriting("lab"), twoTables);
         const std::string said = refusal([&] {
             for (std::uint32_t key = 0; key < 1'000'000; ++key) {
                 writer.recordEntryIs(records, key, RecordKind::ipVia, Words{key, 7});
             }
         });
-        _exit(isMounted && said.find("shared memory is full") != std::string::npos ? 7 : 8);
-    });
-    const int status = alone.wait();
-    EXPECT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 7);
+        return said.find("shared memory is full") != std::string::npos;
+    }));
 }
 
 } // namespace TableFilesTest
