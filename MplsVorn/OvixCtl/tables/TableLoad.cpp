@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cassert>
 #include <fmt/format.h>
+#include <stdexcept>
 
 #include "Published/TransitRoutes.h"
 
@@ -24,6 +25,7 @@ TableLoad::TableLoad(Mpls::TablePublisher& publisher, Mpls::RouteOwner owner)
     for (std::vector<bool>& labels : given_) {
         labels.resize(Lumo::MplsLabel::max + std::size_t{1});
     }
+    derived_.resize(Tessel::TableLayout::maxKey + std::size_t{1});
 }
 
 Tessel::Result<void> TableLoad::add(const Entry& entry) {
@@ -33,8 +35,11 @@ Tessel::Result<void> TableLoad::add(const Entry& entry) {
     }
     const auto* route = std::get_if<Mpls::Hardware::Route>(&entry.content);
     if (route != nullptr && route->derived) {
-        followed_.insert(static_cast<std::uint32_t>(route->adjacencyKey));
+        derived_.at(route->adjacencyKey) = true;
         return {}; // both follow from the route in table transit
+    }
+    if (entry.table == TableId::hardwareAdjacencies && derived_[entry.key]) {
+        return {};
     }
     if (!others_[entry.table].emplace(entry.key, entry).second) {
         return Tessel::Refused{"is there already"};
@@ -76,9 +81,6 @@ void TableLoad::finish() {
 void TableLoad::finishAdjacencies() {
     const TableView now(publisher_->tables().working());
     const std::vector<bool> derived = now.derivedAdjacencies();
-    for (const std::uint32_t id : followed_) {
-        others_[TableId::hardwareAdjacencies].erase(id);
-    }
     for (const auto& [id, entry] : others_[TableId::hardwareAdjacencies]) {
         const bool existed = now.has(entry.table, id) && !derived[id];
         if (existed && now.entry(entry.table, id) == entry) {
@@ -95,6 +97,12 @@ void TableLoad::finishHardwareRoutes() {
         const auto& route = std::get<Mpls::Hardware::Route>(entry.content);
         const Mpls::Hardware::Route before = publisher_->hardware().route(labelKey(label));
         if (before != route) {
+            if (!publisher_->hardware().hasAdjacency(
+                    static_cast<std::uint32_t>(route.adjacencyKey))) {
+                throw std::runtime_error(
+                    fmt::format("label {} in table hardware: there is no adjacency {}", label,
+                                route.adjacencyKey));
+            }
             ++(before == Mpls::Hardware::Route() || before.derived ? counts_.added
                                                                    : counts_.changed);
             Mpls::platformRouteIs(*publisher_, route);

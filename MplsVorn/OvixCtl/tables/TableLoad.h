@@ -2,7 +2,6 @@
 
 #include <array>
 #include <map>
-#include <set>
 #include <vector>
 
 #include "Published/TablePublisher.h"
@@ -21,7 +20,8 @@ class TableLoad {
     /// A label route is the owner's from now on. Refuses what the tables refuse, and a label or id
     /// that has come before; the batch is then to be discarded.
     Tessel::Result<void> add(const Entry& entry);
-    /// Removes what has not come. Throws std::exception for what the tables refuse.
+    /// Removes what has not come. Throws std::exception for what the tables refuse, and for a
+    /// hardware route through an adjacency that is not there.
     void finish();
 
     /// Entries that were equal are not counted.
@@ -38,7 +38,7 @@ class TableLoad {
     Mpls::RouteOwner owner_;
     std::array<std::vector<bool>, Mpls::lfibs> given_;               ///< labels by LFIB
     std::map<Mpls::TableId, std::map<std::uint32_t, Entry>> others_; ///< of all other tables
-    std::set<std::uint32_t> followed_; ///< adjacencies that derived routes have had
+    std::vector<bool> derived_; ///< adjacencies by id: lines before have them as derived
     ChangeCounts counts_;
 };
 

@@ -1,6 +1,7 @@
 #include "tables/TableLoad.h"
 
 #include "CtlTables.h"
+#include "Refusal.h"
 
 namespace TableLoadTest {
 
@@ -111,6 +112,11 @@ TEST_F(TableLoadTest, ALabelThatThePlatformLosesIsForwardedByItsTransitRoute) {
     EXPECT_EQ(shown(),
               (Lines{"transit 100 owner fpm as to 200 dev a", "hardware 100 adjacency 100 derived",
                      "adjacency 100 as to 200 dev a"}));
+}
+
+TEST_F(TableLoadTest, AHardwareRouteThroughNoAdjacencyIsRefused) {
+    EXPECT_EQ(TestSupport::refusal([&] { load({"hardware 90 adjacency 55"}); }),
+              "label 90 in table hardware: there is no adjacency 55");
 }
 
 TEST_F(TableLoadTest, ALabelThatComesTwiceIsRefused) {
