@@ -2,12 +2,16 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
+#include <fstream>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <system_error>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -47,17 +51,41 @@ std::optional<ucred> holderOf(const Name& name) {
     return holder;
 }
 
+/// Whether a process has been killed and only its memory is still being released.
+bool isEnding(pid_t process) {
+    std::ifstream status("/proc/" + std::to_string(process) + "/stat");
+    std::string text{std::istreambuf_iterator<char>(status), {}};
+    const std::size_t name = text.rfind(") "); // which may hold anything
+    return name != text.npos && (text[name + 2] == 'Z' || text[name + 2] == 'X');
+}
+
+/// 0 or the error number. Waits for one that has been killed, no longer than a second.
+int bindWhenFree(int socket, const Name& name) {
+    constexpr int tries = 100;
+    for (int i = 1;; ++i) {
+        if (bind(socket, name.get(), name.size) == 0) {
+            return 0;
+        }
+        const int error = errno;
+        const auto holder = error == EADDRINUSE ? holderOf(name) : std::nullopt;
+        if (!holder || !isEnding(holder->pid) || i == tries) {
+            return error;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+}
+
 } // namespace
 
 InterfaceClaim::InterfaceClaim(unsigned int index)
     : socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
     const Name name(index);
-    if (bind(socket_.value(), name.get(), name.size) == 0) {
+    const int error = bindWhenFree(socket_.value(), name);
+    if (error == 0) {
         listen(socket_.value(), SOMAXCONN);
         claims().push_back(socket_.value());
         return;
     }
-    const int error = errno;
     const std::optional<ucred> holder = error == EADDRINUSE ? holderOf(name) : std::nullopt;
     const bool isAgent =
         holder && holder->pid != getpid() && (holder->uid == 0 || holder->uid == geteuid());
