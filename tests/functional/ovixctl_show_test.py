@@ -134,6 +134,17 @@ class Watch(OvixCtlTest):
         for line, (generation, change) in zip(lines, expected):
             self.assertRegex(line, f"^{generation} {stamp} {re.escape(change)}$")
 
+    def test_tables_that_are_made_anew_are_followed(self):
+        self.load(self.decap(_100=via("pop"), _101=via("pop")))
+        process = self.watch("--count", "3")
+        self.memory.unlink()
+        self.load(self.decap(_101=via("pop"), _102=via("pop")))
+        stdout, stderr = process.communicate(timeout=DEADLINE)
+        self.assertEqual(stderr, f'ovixctl: tables "{self.tables}" were made anew; what both '
+                                 "have is shown as changed\n")
+        self.assertEqual([line.split()[2:4] for line in stdout.splitlines()],
+                         [["-decap", "100"], ["~decap", "101"], ["+decap", "102"]])
+
     def test_json_is_an_object_per_line_until_a_signal(self):
         self.load("")
         for number in (signal.SIGINT, signal.SIGTERM):

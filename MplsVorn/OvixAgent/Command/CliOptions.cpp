@@ -109,7 +109,10 @@ void addOtherOptions(CLI::App* run, RunOptions& options) {
            "--tables", options.tables,
            "Take the label tables, the hardware status and the multicast VPN interfaces "
            "from shared memory, where ovixctl and others publish them, instead of from CONFIG")
-        ->type_name("NAME");
+        ->type_name("NAME")
+        ->check([](const std::string& name) {
+            return std::string(name.empty() ? "the name is empty" : "");
+        });
     run->add_flag("--create", options.create, "Make empty tables of that name when there are none");
     run->add_option("--control", options.control,
                     "The socket at which to answer ovixctl (with --tables, by default NAME.sock in "

@@ -1,5 +1,6 @@
 #include <fmt/format.h>
 
+#include "Ovix/trace/NamedCounters.h"
 #include "commands/AgentAnswer.h"
 
 namespace OvixCtl {
@@ -11,7 +12,7 @@ void addFate(Rows& rows, const char* name, const Json& fate) {
     rows.push_back({name, cellOf(fate.is_object() ? fate.at("frames") : fate)});
     if (fate.is_object()) {
         for (const auto& [reason, frames] : fate.at("reasons").items()) {
-            rows.push_back({"  " + reason, cellOf(frames)});
+            rows.push_back({"  " + Ovix::readableEvent({}, reason).reason, cellOf(frames)});
         }
     }
 }

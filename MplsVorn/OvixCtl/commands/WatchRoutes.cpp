@@ -98,6 +98,11 @@ Tessel::Result<int> watchRoutes(const Request& request) {
     std::uint64_t left = request.count;
     while (left != 0 && std::ferror(stdout) == 0) {
         try {
+            if (watch.follow()) {
+                note(request,
+                     fmt::format("tables \"{}\" were made anew; what both have is shown as changed",
+                                 request.tables));
+            }
             if (const auto changes = watch.look(); !changes.empty()) {
                 left -= printChanges(changes, watch.reader(), left, request.json);
                 continue;

@@ -62,6 +62,20 @@ Tessel::Result<TableMemory> openMemory(const std::string& name) {
     }
 }
 
+/// What cannot be opened at all may be repaired, unless it is of another version.
+template <typename Open>
+Ptr<Tessel::TableReader> advising(Open&& open) {
+    try {
+        return open();
+    } catch (const Tessel::CorruptionDetected& damage) {
+        const std::string what = damage.what();
+        throw Tessel::CorruptionDetected(
+            what.find("tables of version") != what.npos
+                ? what
+                : what + "; \"ovixctl tables repair\" makes the tables usable again");
+    }
+}
+
 } // namespace
 
 // What else is wrong with them is found when they are opened.
@@ -81,7 +95,7 @@ Tessel::Result<Ptr<Tessel::TableReader>> openTables(const std::string& name) {
     if (!memory) {
         return memory.refused();
     }
-    return Tessel::make<Tessel::TableReader>(std::move(memory).value());
+    return advising([&] { return Tessel::make<Tessel::TableReader>(std::move(memory).value()); });
 }
 
 Tessel::Result<Ptr<Tessel::TableReader>> freezeTables(const std::string& name) {
@@ -89,7 +103,9 @@ Tessel::Result<Ptr<Tessel::TableReader>> freezeTables(const std::string& name) {
     if (!memory) {
         return memory.refused();
     }
-    Tessel::TableReader live(name, memory.value().bytes());
+    const auto opened =
+        advising([&] { return Tessel::make<Tessel::TableReader>(name, memory.value().bytes()); });
+    Tessel::TableReader& live = *opened;
     for (int attempt = 1;; ++attempt) {
         try {
             return freeze(live, memory.value().bytes());

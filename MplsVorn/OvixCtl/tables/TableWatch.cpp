@@ -50,6 +50,17 @@ std::vector<WatchedChange> TableWatch::look() {
     }
 }
 
+bool TableWatch::follow() {
+    if (reader_->memory()->now() != Tessel::TableMemory::Now::replaced) {
+        return false;
+    }
+    reader_->memoryIs(Tessel::TableMemory::sharedForReading(reader_->name()));
+    for (Tessel::TableChanges& changes : changes_) {
+        changes.restart();
+    }
+    return true;
+}
+
 void TableWatch::collect() {
     for (std::size_t table = 0; table < entryTables; ++table) {
         changes_[table].look(Tessel::TableLayout::directoryPages, [&](std::uint32_t key) {

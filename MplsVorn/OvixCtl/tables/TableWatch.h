@@ -33,6 +33,10 @@ class TableWatch {
 
     const Tessel::TableReader& reader() const noexcept { return *reader_; }
 
+    /// Goes over to the tables that the name leads to, if these are others by now: what differs has
+    /// changed. Returns whether it has. Throws what opening them throws.
+    bool follow();
+
     /// The changes since the last look, by table and key; the reader then holds the generation that
     /// they are of. Throws CorruptionDetected for a damaged generation or page; the next look goes
     /// on behind it.
