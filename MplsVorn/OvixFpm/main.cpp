@@ -93,6 +93,21 @@ int serveAndLog(const Options& options, OvixLog::Log& log) {
     }
 }
 
+void addPseudowireOptions(CLI::App& app, Options& options) {
+    app.add_flag("--pseudowires", options.pseudowires,
+                 "Publish the pseudowires of ldpd, too, which vtysh asks it for");
+    app.add_option("--pseudowires-every", options.pseudowiresEvery, "How often ldpd is asked")
+        ->capture_default_str()
+        ->check(CLI::Range(0.1, 3600.0))
+        ->type_name("SECONDS");
+    app.add_option("--vtysh", options.vtysh, "The program that asks ldpd")
+        ->capture_default_str()
+        ->type_name("PATH");
+    app.add_option("--vty-socket", options.vtySocket,
+                   "The directory of the daemons' vty sockets, unless it is the usual one")
+        ->type_name("DIRECTORY");
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -121,18 +136,7 @@ int main(int argc, char** argv) {
            "has been quiet for this time (0 to 3600)")
         ->capture_default_str()
         ->type_name("SECONDS");
-    app.add_flag("--pseudowires", options.pseudowires,
-                 "Publish the pseudowires of ldpd, too, which vtysh asks it for");
-    app.add_option("--pseudowires-every", options.pseudowiresEvery, "How often ldpd is asked")
-        ->capture_default_str()
-        ->check(CLI::Range(0.1, 3600.0))
-        ->type_name("SECONDS");
-    app.add_option("--vtysh", options.vtysh, "The program that asks ldpd")
-        ->capture_default_str()
-        ->type_name("PATH");
-    app.add_option("--vty-socket", options.vtySocket,
-                   "The directory of the daemons' vty sockets, unless it is the usual one")
-        ->type_name("DIRECTORY");
+    addPseudowireOptions(app, options);
     app.add_flag("--verbose", options.verbose, "Log every change of a route");
     app.footer("Exit codes: 0 ended by SIGINT or SIGTERM, 1 an error, 2 the command line is wrong");
     try {

@@ -66,6 +66,15 @@ std::string readCpuTap(const ConfigValue& value) {
     return tap;
 }
 
+void readLabelTables(const ConfigMap& map, const PortNames& ports, AgentConfig& config) {
+    if (const auto lfib = map.find("lfib")) {
+        config.labelRoutes = readLabelRoutes(*lfib, ports);
+    }
+    if (const auto hardware = map.find("hardware")) {
+        config.hardware = readHardware(*hardware, ports);
+    }
+}
+
 AgentConfig readConfig(const ConfigValue& root) {
     if (root.kind() == ConfigValue::Kind::null) {
         root.fail("ports: missing (the file is empty)");
@@ -82,12 +91,7 @@ AgentConfig readConfig(const ConfigValue& root) {
     if (const auto neighbours = map.find("neighbours")) {
         config.neighbours = readNeighbours(*neighbours, portNames);
     }
-    if (const auto lfib = map.find("lfib")) {
-        config.labelRoutes = readLabelRoutes(*lfib, portNames);
-    }
-    if (const auto hardware = map.find("hardware")) {
-        config.hardware = readHardware(*hardware, portNames);
-    }
+    readLabelTables(map, portNames, config);
     if (const auto fecs = map.find("fecs")) {
         config.fecs = readFecs(*fecs, portNames);
     }

@@ -106,8 +106,7 @@ int FpmServer::timeoutMs() const {
     if (companion_ == nullptr || firstUncommitted_) {
         return own;
     }
-    const int others = companion_->timeoutMs();
-    return own < 0 ? others : std::min(own, others);
+    return std::min(own, companion_->timeoutMs());
 }
 
 int FpmServer::ownTimeoutMs() const {

@@ -10,7 +10,7 @@ using Mpls::TableId;
 
 namespace {
 
-/// How long packets of zebra wait for another writer, before the program looks at what else has
+/// How long messages of zebra wait for another writer, before the program looks at what else has
 /// come.
 constexpr std::chrono::milliseconds turnWait{50};
 
