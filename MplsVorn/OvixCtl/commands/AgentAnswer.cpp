@@ -6,7 +6,6 @@
 
 #include "Control/ControlServer.h"
 #include "commands/Counters.h"
-#include "route/RouteJson.h"
 
 namespace OvixCtl {
 
@@ -14,10 +13,19 @@ std::string controlPathFor(const Request& request) {
     return request.control.empty() ? OvixAgent::controlPath(request.tables) : request.control;
 }
 
+namespace {
+
+std::string requestText(const std::string& command, const Json& more) {
+    Json request{{"command", command}};
+    request.update(more);
+    return request.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+} // namespace
+
 Tessel::Result<Json> answerTo(const std::string& command, const std::string& path,
-                              std::string_view vrf) {
-    const Tessel::Result<std::string> line =
-        askAgent(path, command, vrf.empty() ? "" : ",\"vrf\":" + jsonText(std::string(vrf)));
+                              const Json& more) {
+    const Tessel::Result<std::string> line = askAgent(path, requestText(command, more));
     if (!line) {
         return line.refused();
     }
@@ -38,18 +46,18 @@ Tessel::Result<Json> answerTo(const std::string& command, const std::string& pat
 }
 
 Tessel::Result<Json> answerOf(const Request& request, const std::string& command,
-                              std::string_view vrf) {
+                              const Json& more) {
     const std::string path = controlPathFor(request);
     if (request.control.empty()) { // a path that others may have foreseen
         if (const auto trusted = OvixAgent::checkControlDirectory(path); !trusted) {
             return trusted.refused();
         }
     }
-    return answerTo(command, path, vrf);
+    return answerTo(command, path, more);
 }
 
-Tessel::Result<Json> listOf(const Request& request, const std::string& list, std::string_view vrf) {
-    Tessel::Result<Json> answer = answerOf(request, list, vrf);
+Tessel::Result<Json> listOf(const Request& request, const std::string& list, const Json& more) {
+    Tessel::Result<Json> answer = answerOf(request, list, more);
     if (answer && !(answer.value().contains(list) && answer.value()[list].is_array())) {
         return Tessel::Refused{fmt::format("control socket {}: the agent's answer has no {}",
                                            controlPathFor(request), list)};

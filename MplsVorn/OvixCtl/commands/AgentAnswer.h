@@ -18,17 +18,17 @@ using Rows = std::vector<TextTable::Cells>;
 std::string controlPathFor(const Request& request);
 
 /// What the agent at a socket answers to a request that it carries out, an object without "ok".
-/// `vrf` is that of the request; empty: none. Refuses, naming the path, when there is no agent, for
-/// its own error, and for an answer that is none.
+/// `more` is what the request has beside its command: {"vrf": "red"}. Refuses, naming the path,
+/// when there is no agent, for its own error, and for an answer that is none.
 Tessel::Result<Json> answerTo(const std::string& command, const std::string& path,
-                              std::string_view vrf = {});
+                              const Json& more = Json::object());
 
 /// The same of the agent of a request.
 Tessel::Result<Json> answerOf(const Request& request, const std::string& command,
-                              std::string_view vrf = {});
+                              const Json& more = Json::object());
 /// The same, of an answer that is a list of that name.
 Tessel::Result<Json> listOf(const Request& request, const std::string& list,
-                            std::string_view vrf = {});
+                            const Json& more = Json::object());
 
 /// Prints the answer if JSON is asked for, else the rows below a heading. Returns the exit code.
 int printAnswer(const Request& request, const Json& answer, std::vector<TextTable::Column> columns,

@@ -67,7 +67,7 @@ struct Command {
     /// A line for each place where words are offered: a bash pattern for COUNT:LAST, the number of
     /// words given so far and the last of them, and the words.
     const char* completion = "";
-    const Option* option = nullptr; ///< its own, beside the global ones
+    std::span<const Option> options = {}; ///< its own, beside the global ones
     int failureCode = ExitCode::failure;
 };
 

@@ -76,8 +76,8 @@ void addCommand(CLI::App& group, const Command& command, Request& request) {
             ->required(words.least > 0)
             ->expected(words.least, words.most);
     }
-    if (command.option != nullptr) {
-        addOption(*added, *command.option, request);
+    for (const Option& option : command.options) {
+        addOption(*added, option, request);
     }
 }
 

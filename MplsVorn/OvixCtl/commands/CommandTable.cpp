@@ -59,12 +59,11 @@ constexpr Option globals[]{
      &Request::create},
     {"--json", nullptr, "Print JSON", nullptr, &Request::json},
 };
-constexpr Option countOption{"--count", "N", "Stop after N changes", nullptr, &Request::count};
+constexpr Option countOptions[]{{"--count", "N", "Stop after N changes", nullptr, &Request::count}};
 
-constexpr Option waitOption{
-    "--wait", "SECONDS",      "How long to wait for other writers of the tables (default: 5)",
-    nullptr,  &Request::wait, "",
-    0,        86400};
+constexpr Option waitOptions[]{{"--wait", "SECONDS",
+                                "How long to wait for other writers of the tables (default: 5)",
+                                nullptr, &Request::wait, "", 0, 86400}};
 
 constexpr CommandWords configWord{
     "FILE", "TEXT",
@@ -135,7 +134,7 @@ std::string joined(const List& list, std::string_view separator) {
 
 constexpr Command commands[]{
     {"lfib", "add", "Add a route", addRoute, routeWord, "@route-help@", "@route-completion@",
-     &waitOption},
+     waitOptions},
     {"lfib",
      "del",
      "Remove a route",
@@ -144,13 +143,13 @@ constexpr Command commands[]{
      R"(Without owner, removes the route of the operator, else the one from a file. Routes of others are
 removed only by the name of their owner: @owner-list@, or a number.)",
      "0:* @tables@\n1:[0-9]* table owner\n*:table @lfibs@\n*:owner @owners@\n*:* owner\n",
-     &waitOption},
+     waitOptions},
     {"lfib", "diff", "Show what load would change", diffRoutes, configWord,
      R"(Prints a line with - for each route that load would remove and + for each that it would add.
 Exit codes: 0 no difference, 1 a difference, 2 an error
 JSON: {"tables", "generation", "changes": [{"before", "after"}]}, each a ROUTE as in lfib show,
 or null)",
-     "0:* @files@\n", nullptr, ExitCode::usage},
+     "0:* @files@\n", {}, ExitCode::usage},
     {"lfib", "load", "Replace all routes from files by those of one file, in one step", loadRoutes,
      configWord,
      R"(The routes belong to owner "file", whatever their lines say; those of other owners stay. What the
@@ -158,9 +157,9 @@ platform has programmed and multicast VPNs have no owner: the file has all of th
 Prints how many routes were added, changed and removed, and the generation. Equal routes are
 not written again. An error leaves all tables unchanged.
 JSON: {"tables", "generation", "added", "changed", "removed"})",
-     "0:* @files@\n", &waitOption},
+     "0:* @files@\n", waitOptions},
     {"lfib", "replace", "Add a route, or change it if it exists", replaceRoute, routeWord,
-     "@route-help@", "@route-completion@", &waitOption},
+     "@route-help@", "@route-completion@", waitOptions},
     {"lfib",
      "show",
      "Show routes",
@@ -195,7 +194,7 @@ interrupted. Looks every 20 ms, and shows the result of several changes to a rou
 JSON: {"generation", "time", "change": "added", "removed" or "changed", "route"}, one object per
 line; the route is as in lfib show, of a removed route only its table and label)",
      "",
-     &countOption},
+     countOptions},
     {"counters", "clear", "Set the counters to 0", clearCounters},
     {"counters",
      "show",
@@ -273,7 +272,7 @@ JSON: {"pseudowires": [{"name", "circuit", "state", "why", "signalled", "neighbo
 it that is whole comes back. Takes its turn among the writers.
 JSON: {"tables", "generation", "findings": [TEXT]})",
      "",
-     &waitOption},
+     waitOptions},
     {"completion",
      "bash",
      "Print a completion script for bash",

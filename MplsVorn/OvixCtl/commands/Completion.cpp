@@ -58,12 +58,24 @@ std::string offer(std::string_view words) {
                                 : fmt::format("_ovixctl_words \"{}\"", words);
 }
 
+template <typename Range, typename Name>
+std::string joined(const Range& rows, Name&& name, std::string_view separator) {
+    std::vector<std::string> names;
+    for (const auto& row : rows) {
+        if (const std::string text = name(row); !text.empty()) {
+            names.push_back(text);
+        }
+    }
+    return fmt::format("{}", fmt::join(names, separator));
+}
+
+/// Of a command, a group or an option.
+const auto nameOfRow = [](const auto& row) { return std::string(row.name); };
+
 std::vector<Option> optionsWithOwn() {
     std::vector<Option> all(globalOptions().begin(), globalOptions().end());
     for (const Command& command : allCommands()) {
-        if (command.option != nullptr) {
-            all.push_back(*command.option);
-        }
+        all.insert(all.end(), command.options.begin(), command.options.end());
     }
     return all;
 }
@@ -82,9 +94,9 @@ std::string optionValues() {
 std::string commandOptions() {
     std::string arms;
     for (const Command& command : allCommands()) {
-        if (command.option != nullptr) {
+        if (!command.options.empty()) {
             arms += fmt::format("            \"{} {}\") options+=\" {}\" ;;\n", command.group,
-                                command.name, command.option->name);
+                                command.name, joined(command.options, nameOfRow, " "));
         }
     }
     return arms;
@@ -122,21 +134,9 @@ std::string commandArms() {
     return arms;
 }
 
-template <typename Range, typename Name>
-std::string joined(const Range& rows, Name&& name, std::string_view separator) {
-    std::vector<std::string> names;
-    for (const auto& row : rows) {
-        if (const std::string text = name(row); !text.empty()) {
-            names.push_back(text);
-        }
-    }
-    return fmt::format("{}", fmt::join(names, separator));
-}
-
 } // namespace
 
 Tessel::Result<int> printBashCompletion(const Request&) {
-    const auto nameOf = [](const auto& row) { return std::string(row.name); };
     const auto valued = [](const Option& option) {
         return std::string(option.value != nullptr ? option.name : "");
     };
@@ -147,10 +147,10 @@ Tessel::Result<int> printBashCompletion(const Request&) {
         text.replace(at, mark.size(), with);
     };
     insert("@valued-options@", joined(optionsWithOwn(), valued, " | "));
-    insert("@options@", joined(globalOptions(), nameOf, " "));
+    insert("@options@", joined(globalOptions(), nameOfRow, " "));
     insert("@option-values@", optionValues());
     insert("@command-options@", commandOptions());
-    insert("@groups@", joined(commandGroups(), nameOf, " "));
+    insert("@groups@", joined(commandGroups(), nameOfRow, " "));
     insert("@commands@", commandArms());
     std::fputs(expanded(text).c_str(), stdout);
     return ExitCode::success;

@@ -76,14 +76,12 @@ Tessel::Result<std::string> receiveLine(const Posix::FileDescriptor& socket,
 
 } // namespace
 
-Tessel::Result<std::string> askAgent(const std::string& path, std::string_view command,
-                                     std::string_view more) {
+Tessel::Result<std::string> askAgent(const std::string& path, std::string_view request) {
     if (path.size() >= sizeof(sockaddr_un::sun_path)) {
         return refusedAt(path, "the path is too long");
     }
     const Posix::FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (!isConnected(socket, path) ||
-        !isSent(socket, fmt::format("{{\"command\":\"{}\"{}}}\n", command, more))) {
+    if (!isConnected(socket, path) || !isSent(socket, fmt::format("{}\n", request))) {
         return refusedForErrno(path);
     }
     return receiveLine(socket, path);

@@ -9,11 +9,10 @@
 
 namespace OvixCtl {
 
-/// Sends one command to the agent that answers at a socket, and returns its answer, a line of JSON.
-/// `more` is what the request has behind it: `,"vrf":"red"`.
+/// Sends a request to the agent that answers at a socket, and returns its answer; both are lines of
+/// JSON without their ends.
 /// Refuses when no agent is there and when no answer comes within ten seconds, naming the path.
-Tessel::Result<std::string> askAgent(const std::string& path, std::string_view command,
-                                     std::string_view more = {});
+Tessel::Result<std::string> askAgent(const std::string& path, std::string_view request);
 
 struct LabelCounter {
     std::uint32_t label = 0;

@@ -60,7 +60,8 @@ void addRoute(Rows& rows, const Json& route) {
 
 Tessel::Result<int> showIpRoutes(const Request& request) {
     Tessel::Result<Json> answer =
-        listOf(request, "routes", request.words.empty() ? std::string() : request.words.front());
+        listOf(request, "routes",
+               request.words.empty() ? Json::object() : Json{{"vrf", request.words.front()}});
     if (!answer) {
         return answer.refused();
     }
