@@ -77,6 +77,10 @@ class Dataplane:
         """Those of a table, or everything."""
         return json.loads(self.ctl("lfib", "show", *table).stdout)["routes"]
 
+    def drop_reasons(self) -> dict:
+        """How often each reason has dropped a frame since the agent was started."""
+        return json.loads(self.ctl("drops", "show").stdout)["dropped"]["reasons"]
+
     def pseudowire(self) -> dict:
         """What the agent says of its pseudowire; empty while it has none."""
         shown = json.loads(self.ctl("pseudowire", "show").stdout)["pseudowires"]
@@ -84,8 +88,7 @@ class Dataplane:
 
     def drops(self, reason: str) -> int:
         """How many frames the agent has dropped for a reason."""
-        shown = json.loads(self.ctl("drops", "show").stdout)
-        return shown["dropped"]["reasons"].get(reason, 0)
+        return self.drop_reasons().get(reason, 0)
 
     def label_packets(self, label: int) -> int:
         counters = json.loads(self.ctl("counters", "show").stdout)

@@ -85,7 +85,10 @@ class Lab:
         lost = sent - received
         self.losses.append((what, sent, lost, expected))
         if lost > expected:
-            raise ValueError(f"{what}: {lost} of {sent} pings lost, at most {expected} expected")
+            raise ValueError("\n".join(
+                [f"{what}: {lost} of {sent} pings lost, at most {expected} expected",
+                 *(f"dropped by {router}: {plane.drop_reasons()}"
+                   for router, plane in self.planes.items())]))
         return f"{lost} of {sent} pings lost"
 
     def wait_for_tables(self, timeout: float = 20) -> None:

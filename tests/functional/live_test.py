@@ -64,6 +64,9 @@ print(got)"""
             ip("-n", name, "addr", "add", address, "dev", link, "nodad")
             ip("-n", name, "link", "set", link, "up")
         ip("-n", self.east, "-6", "route", "add", "default", "via", "2001:db8:2::1")
+        # A kernel that still resolves the router may send what has waited behind later packets.
+        ip("-n", self.east, "neigh", "add", "2001:db8:2::1", "dev", "eth0", "lladdr",
+           self.link_address(self.router, "east"))
         self.until(lambda: "fe80::" in self.addresses(self.router, "west.100"))
         process = self.start("  - {name: west.100, parent: west, vlan: 100, "
                              "addresses: ['2001:db8:3::1/64']}\n")

@@ -12,7 +12,7 @@ import unittest
 
 import agent
 import shared_memory
-from running_agent import CTL
+from running_agent import CTL, ask
 
 DEADLINE = 30
 
@@ -93,8 +93,15 @@ class LiveTest(NamespaceTest):
                                    text=True)
         self.addCleanup(process.communicate)
         self.addCleanup(process.kill)
-        self.until(self.path.exists)
+        self.until(self.is_forwarding)
         return process
+
+    def is_forwarding(self) -> bool:
+        """It answers once the kernel has reported the interfaces, and then it has opened them."""
+        try:
+            return ask(self.path, "status")["ok"]
+        except (ConnectionError, FileNotFoundError):
+            return False
 
     def configure(self, extra: str = "", kind: str = "packet") -> None:
         self.config.write_text(f"""

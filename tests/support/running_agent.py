@@ -27,6 +27,20 @@ def ctl(*arguments: str, tables: str, code: int = 0, **keys) -> str:
     return done.stdout if code == 0 else done.stderr
 
 
+def ask(path: pathlib.Path, command: str, **keys) -> dict:
+    """What the agent with this control socket answers."""
+    with socket.socket(socket.AF_UNIX) as client:
+        client.settimeout(DEADLINE)
+        client.connect(str(path))
+        client.sendall(json.dumps({"command": command, **keys}).encode() + b"\n")
+        answer = b""
+        while not answer.endswith(b"\n"):
+            got = client.recv(65536)
+            assert got, "no answer"
+            answer += got
+        return json.loads(answer)
+
+
 class RunningAgent:
     """Frames are sent in at the west port one by one; `stop` ends the run and gives the result."""
 
@@ -68,16 +82,7 @@ class RunningAgent:
             time.sleep(0.005)
 
     def ask(self, command: str, **keys) -> dict:
-        with socket.socket(socket.AF_UNIX) as client:
-            client.settimeout(DEADLINE)
-            client.connect(str(self.path))
-            client.sendall(json.dumps({"command": command, **keys}).encode() + b"\n")
-            answer = b""
-            while not answer.endswith(b"\n"):
-                got = client.recv(65536)
-                assert got, "no answer"
-                answer += got
-            return json.loads(answer)
+        return ask(self.path, command, **keys)
 
     def send(self, *data: bytes) -> None:
         for frame in data:

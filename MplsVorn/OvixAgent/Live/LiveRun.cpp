@@ -41,7 +41,9 @@ LiveRun::LiveRun(const Parts& parts) : parts_(parts), signals_(signalDescriptor(
 void LiveRun::run(const std::function<void(const std::string&)>& report) {
     do {
         wait();
-        parts_.links->checkCarriers(LinkSync::Clock::now()); // before frames that have waited
+        const auto now = LinkSync::Clock::now();
+        parts_.links->checkCarriers(now);     // before frames that have waited
+        parts_.forwarder->settleWaiting(now); // before later frames to the same neighbours
         takeFrames();
         refresh();
         settle(report);
@@ -65,27 +67,30 @@ void LiveRun::wait() {
     waiting_.resize(portsAt);
     waiting_[signalAt] = {signals_.value(), POLLIN, 0};
     waiting_[linkAt] = {parts_.links->descriptor(), POLLIN, 0};
-    waiting_[requestAt] = {parts_.control != nullptr ? parts_.control->descriptor() : -1, POLLIN,
-                           0};
+    waiting_[requestAt] = {answersRequests() ? parts_.control->descriptor() : -1, POLLIN, 0};
     waiting_[reloadAt] = {parts_.reloading->descriptor(), POLLIN, 0};
     for (const auto& port : parts_.ports->all()) {
         waiting_.push_back({port->descriptor(), POLLIN, 0});
     }
-    const bool isAnswering = parts_.control != nullptr && parts_.control->isBusy();
+    const bool isAnswering = answersRequests() && parts_.control->isBusy();
     const bool isReady = poll_.wait(waiting_, hasMore_ || isAnswering ? 0 : idleMs);
     // Not every port is ready when its interface has gone.
     servesAll_ = hasMore_ || !isReady || waiting_[linkAt].revents != 0;
     hasMore_ = false;
-    if (parts_.control != nullptr &&
-        (waiting_[requestAt].revents != 0 || !isReady || isAnswering)) {
+    if (answersRequests() && (waiting_[requestAt].revents != 0 || !isReady || isAnswering)) {
         parts_.control->serve();
     }
     if (waiting_[linkAt].revents != 0) {
         parts_.links->receive();
+        knowsLinks_ = knowsLinks_ || parts_.links->isComplete();
     }
     if (waiting_[reloadAt].revents != 0) {
         parts_.reloading->finish();
     }
+}
+
+bool LiveRun::answersRequests() const {
+    return parts_.control != nullptr && knowsLinks_;
 }
 
 /// Returns the number of frames.
@@ -144,7 +149,6 @@ void LiveRun::refresh() {
 
 void LiveRun::settle(const std::function<void(const std::string&)>& report) {
     const auto now = LinkSync::Clock::now();
-    parts_.forwarder->settleWaiting(now);
     parts_.links->solicit();
     const bool wasReady = std::exchange(isReady_, hasRoutes_ && parts_.links->isComplete());
     if (now - checkedAt_ >= std::chrono::seconds(1) || isReady_ > wasReady) {

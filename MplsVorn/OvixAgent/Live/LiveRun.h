@@ -66,6 +66,7 @@ class LiveRun {
 
   private:
     void wait();
+    bool answersRequests() const;
     bool takeSignals();
     std::size_t takeFrames();
     void drain();
@@ -76,10 +77,11 @@ class LiveRun {
 
     Parts parts_;
     Posix::FileDescriptor signals_;
-    bool hasMore_ = false;   ///< frames or changes are pending
-    bool servesAll_ = false; ///< also ports that are not ready
-    bool hasRoutes_ = false; ///< those of the tables have been taken over once
-    bool isReady_ = false;   ///< that, and what the kernel has reported of links and neighbours
+    bool hasMore_ = false;    ///< frames or changes are pending
+    bool servesAll_ = false;  ///< also ports that are not ready
+    bool knowsLinks_ = false; ///< the kernel has reported all once; ports are open where they can
+    bool hasRoutes_ = false;  ///< those of the tables have been taken over once
+    bool isReady_ = false;    ///< that, and what the kernel has reported of links and neighbours
     LinkSync::Clock::time_point checkedAt_;
     std::vector<pollfd> waiting_;
     AdaptivePoll poll_;
