@@ -98,7 +98,6 @@ WeightedVia readVia(const ConfigValue& value, const RouteContext& context) {
     options.ttl = map.choiceOr("ttl", options.ttl);
     options.tc = map.optionalNumber<std::uint8_t>("tc", 0, 7);
     options.pushTtl = map.numberOr<std::uint8_t>("push-ttl", 1, 255, 0);
-    refusePushTtl(map, options.ttl);
     options.entropy = map.booleanOr("entropy", options.entropy);
     map.refuseOthers();
     return {viaOrFail(value, labels.empty() ? Via::forward(options) : Via::push(labels, options)),

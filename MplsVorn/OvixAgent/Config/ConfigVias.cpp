@@ -73,7 +73,6 @@ void refuseVain(const ConfigMap& map, MplsLabelAction action, const ViaOptions& 
             given->fail(std::string(rule));
         }
     };
-    refusePushTtl(map, options.ttl);
     refuseIf(action != MplsLabelAction::pop, "payload", "only a pop exposes a payload");
     refuseIf(true, "vrf", "goes with type ip-lookup or ip-lookup-per-prefix, which route in a VRF");
     refuseIf(options.tcUniform && options.payload == PayloadType::ethernet, "tc",
@@ -144,13 +143,6 @@ void checkWeights(const ConfigValue& value, std::span<const WeightedVia> vias) {
 }
 
 } // namespace
-
-void refusePushTtl(const ConfigMap& map, Mpls::TtlMode ttl) {
-    if (const auto given = map.find("push-ttl"); given && ttl != Mpls::TtlMode::pipe) {
-        given->fail("labels are pushed with a TTL of their own in pipe mode only (RFC 3443), and "
-                    "ttl is uniform");
-    }
-}
 
 MplsLabel readLabel(const ConfigValue& value, std::string_view instead) {
     const MplsLabel label(value.number<std::uint32_t>("label", 0, MplsLabel::max));

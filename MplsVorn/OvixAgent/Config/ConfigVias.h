@@ -27,7 +27,4 @@ std::vector<Mpls::WeightedVia> readVias(const ConfigMap& map, Mpls::LfibViaType 
 std::vector<Mpls::WeightedVia> readViaList(const ConfigValue& list, Mpls::LfibViaType type,
                                            const PortNames& ports, bool mayBeEmpty = false);
 
-/// Throws ConfigError for a `push-ttl` of a via whose labels have the packet's TTL.
-void refusePushTtl(const ConfigMap& map, Mpls::TtlMode ttl);
-
 } // namespace OvixAgent

@@ -60,6 +60,7 @@ class Target {
         progress.clear();
         return load_->counts();
     }
+    std::size_t leftOut() const { return load_->leftOut(); }
 
   private:
     Open open_;
@@ -147,6 +148,11 @@ Tessel::Result<int> loadRoutes(const Request& request) {
                                       request.tables, tables.repaired()));
     }
     printCounts(request, tables.generation(), counts);
+    if (target.leftOut() != 0) {
+        note(request, fmt::format("routes of other programs, which publish them themselves, were "
+                                  "left out: {}",
+                                  target.leftOut()));
+    }
     noteWaiting(request, target.publisher().labelRoutes());
     return ExitCode::success;
 }

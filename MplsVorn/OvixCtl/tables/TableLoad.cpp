@@ -48,12 +48,16 @@ Tessel::Result<void> TableLoad::add(const Entry& entry) {
 }
 
 Tessel::Result<void> TableLoad::addRoute(const Entry& entry) {
+    Mpls::LabelRoute route = std::get<Mpls::LabelRoute>(entry.content);
+    if (route.owner != owner_ && route.owner != Mpls::RouteOwner::byHand) {
+        ++leftOut_;
+        return {};
+    }
     auto given = given_[static_cast<std::size_t>(entry.table)][entry.key];
     if (given) {
         return Tessel::Refused{"is there already"};
     }
     given = true;
-    Mpls::LabelRoute route = std::get<Mpls::LabelRoute>(entry.content);
     route.owner = owner_;
     Mpls::LabelRoutes& routes = publisher_->labelRoutes();
     const auto before = routes.route(route.table, route.label, owner_);

@@ -17,7 +17,8 @@ class TableLoad {
   public:
     TableLoad(Mpls::TablePublisher& publisher, Mpls::RouteOwner owner);
 
-    /// A label route is the owner's from now on. Refuses what the tables refuse, and a label or id
+    /// A label route is the owner's from now on, unless it is one of another program, which
+    /// publishes it itself. Refuses what the tables refuse, and a label or id
     /// that has come before; the batch is then to be discarded.
     Tessel::Result<void> add(const Entry& entry);
     /// Removes what has not come. Throws std::exception for what the tables refuse, and for a
@@ -26,6 +27,8 @@ class TableLoad {
 
     /// Entries that were equal are not counted.
     const ChangeCounts& counts() const noexcept { return counts_; }
+    /// Routes of other programs that were not taken.
+    std::size_t leftOut() const noexcept { return leftOut_; }
 
   private:
     Tessel::Result<void> addRoute(const Entry& entry);
@@ -40,6 +43,7 @@ class TableLoad {
     std::map<Mpls::TableId, std::map<std::uint32_t, Entry>> others_; ///< of all other tables
     std::vector<bool> derived_; ///< adjacencies by id: lines before have them as derived
     ChangeCounts counts_;
+    std::size_t leftOut_ = 0;
 };
 
 } // namespace OvixCtl

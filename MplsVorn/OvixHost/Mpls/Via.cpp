@@ -152,6 +152,28 @@ OvixMplsVia recordOf(MplsLabelAction action, const ViaOptions& options,
     return record;
 }
 
+/// Whether an address can be that of a neighbour: neither a group, nor broadcast, loopback,
+/// unspecified or reserved (RFC 1122 section 3.2.1.3, RFC 4291 section 2).
+bool isOneStation(const Lumo::IpGenAddr& address) noexcept {
+    const std::uint8_t first = address.bytes()[0];
+    if (address.family() == Lumo::IpFamily::ipv4) {
+        return first != 0 && first != 127 && first < 224;
+    }
+    const bool isLowest = address.masked(127).empty(); // :: and ::1
+    return first != 0xff && !isLowest;
+}
+
+/// What a table may hold already, but nobody can want.
+Result<void> checkVain(const OvixMplsVia& record) {
+    if (record.nexthop.family() != Lumo::IpFamily::none && !isOneStation(record.nexthop)) {
+        return Refused{"next hop " + record.nexthop.text() + " is not the address of one station"};
+    }
+    return record.pushTtl != 0 && record.ttlMode != static_cast<std::uint32_t>(TtlMode::pipe)
+               ? Refused{"push-ttl goes with ttl pipe; in uniform mode pushed labels have the "
+                         "packet's TTL (RFC 3443)"}
+               : Result<void>();
+}
+
 } // namespace
 
 Result<Via> Via::make(MplsLabelAction action, Labels labels, const ViaOptions& options,
@@ -164,7 +186,9 @@ Result<Via> Via::make(MplsLabelAction action, Labels labels, const ViaOptions& o
     if (!leadsOut(record)) {
         return Refused{"leads nowhere: interface, nexthop or fec is needed"};
     }
-    return fromRecord(record);
+    auto via = fromRecord(record);
+    const auto wanted = via ? checkVain(record) : Result<void>();
+    return wanted ? std::move(via) : wanted.refused();
 }
 
 Result<Via> Via::swap(Labels labels, const ViaOptions& options) {

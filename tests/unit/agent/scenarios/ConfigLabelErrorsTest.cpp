@@ -102,9 +102,10 @@ TEST(ConfigLabelErrors, OfVias) {
         {"{interface: eth1, action: pop, payload: ip}",
          "[0].payload: unknown payload \"ip\"; known: undefined, none, ipv4, ipv6, ethernet, auto"},
         {"{interface: eth1, action: push, labels: [16], push-ttl: 9}",
-         "[0].push-ttl: labels are pushed with a TTL of their own in pipe mode only (RFC 3443), "
-         "and "
-         "ttl is uniform"},
+         "[0]: push-ttl goes with ttl pipe; in uniform mode pushed labels have the packet's TTL "
+         "(RFC 3443)"},
+        {"{interface: eth1, action: push, labels: [16], nexthop: 224.0.0.1}",
+         "[0]: next hop 224.0.0.1 is not the address of one station"},
         {"{interface: eth1, action: swap, labels: [16], payload: ipv4}",
          "[0].payload: only a pop exposes a payload"},
         {"{interface: eth1, action: push, labels: [16], payload: auto}",

@@ -96,7 +96,7 @@ TEST(TableDiff, EveryPartOfARouteCounts) {
                         "1 as 7 dev a",
                         "1 push 7 dev a",
                         "1 as 7/8 dev a",
-                        "1 via ::1 dev a",
+                        "1 via ::2 dev a",
                         "1 vrf a",
                         "1 vrf b",
                         "1 vrf a payload ipv4",

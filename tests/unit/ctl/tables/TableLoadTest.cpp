@@ -59,7 +59,7 @@ using Lines = std::vector<std::string>;
 TEST_F(TableLoadTest, RoutesOfOtherOwnersStay) {
     EXPECT_EQ(tables.change("decap 50 owner fpm dev a"), "");
     EXPECT_EQ(tables.change("decap 51 dev a"), "");
-    EXPECT_EQ(load({"decap 51 dev b", "decap 52 dev b owner fpm"}),
+    EXPECT_EQ(load({"decap 51 dev b", "decap 52 dev b owner file"}),
               "2 added, 0 changed, 0 removed");
     EXPECT_EQ(shown(), (Lines{"decap 50 owner fpm dev a", "decap 51 dev a",
                               "decap 52 owner file dev b", "(decap 51 owner file dev b)"}));
@@ -68,6 +68,16 @@ TEST_F(TableLoadTest, RoutesOfOtherOwnersStay) {
               (Lines{"decap 50 owner file dev b", "decap 51 dev a", "(decap 50 owner fpm dev a)"}));
     EXPECT_EQ(load({}), "0 added, 0 changed, 1 removed");
     EXPECT_EQ(shown(), (Lines{"decap 50 owner fpm dev a", "decap 51 dev a"}));
+}
+
+TEST_F(TableLoadTest, LinesOfOtherProgramsAreLeftOut) {
+    EXPECT_EQ(tables.change("decap 50 owner fpm dev a"), "");
+    EXPECT_EQ(tables.change("decap 51 owner file dev a"), "");
+    tables.commit();
+    EXPECT_EQ(load(shown()), "0 added, 0 changed, 0 removed");
+    EXPECT_EQ(load({"decap 51 owner 7 dev a", "decap 52 owner pseudowires dev a"}),
+              "0 added, 0 changed, 1 removed");
+    EXPECT_EQ(shown(), (Lines{"decap 50 owner fpm dev a"}));
 }
 
 TEST_F(TableLoadTest, WhatIsEqualIsNotWrittenAgain) {

@@ -99,7 +99,7 @@ TEST(Via, LeadsToAnInterfaceANextHopOrAFec) {
     options.intf = Lumo::IntfId("east");
     EXPECT_TRUE(Via::pop(options));
     options = {};
-    options.nexthop = Lumo::IpGenAddr::fromText("::1");
+    options.nexthop = Lumo::IpGenAddr::fromText("::2");
     EXPECT_TRUE(Via::pop(options));
     EXPECT_TRUE(Via::towardFec(1, MplsLabelAction::swap, stackOf(1), {}));
     EXPECT_EQ(refusalOf(Via::towardFec(0, MplsLabelAction::swap, stackOf(1), {})), nowhere);
@@ -129,6 +129,31 @@ TEST(Via, TowardAFecLabelsArePushedOrSwappedAndNothingElse) {
         EXPECT_EQ(refusalOf(Via::towardFec(1, MplsLabelAction::swap, stackOf(1), options)),
                   "the next hops of a fec have its interface, nexthop, vrf, mtu and vlan");
     }
+}
+
+TEST(Via, ANextHopIsTheAddressOfOneStation) {
+    for (const char* const none : {"0.0.0.0", "0.1.2.3", "127.0.0.1", "224.0.0.1", "240.0.0.1",
+                                   "255.255.255.255", "::", "::1", "ff02::1"}) {
+        ViaOptions options = toEast();
+        options.nexthop = Lumo::IpGenAddr::fromText(none);
+        EXPECT_EQ(refusalOf(Via::pop(options)),
+                  std::string("next hop ") + none + " is not the address of one station");
+    }
+    for (const char* const one : {"1.0.0.0", "169.254.1.1", "223.255.255.255", "fe80::1", "::2"}) {
+        ViaOptions options = toEast();
+        options.nexthop = Lumo::IpGenAddr::fromText(one);
+        EXPECT_TRUE(Via::pop(options)) << one;
+    }
+}
+
+TEST(Via, APushTtlInUniformModeIsRefused) {
+    ViaOptions options = toEast();
+    options.pushTtl = 9;
+    EXPECT_EQ(refusalOf(Via::push(stackOf(1), options)),
+              "push-ttl goes with ttl pipe; in uniform mode pushed labels have the packet's TTL "
+              "(RFC 3443)");
+    options.ttl = TtlMode::pipe;
+    EXPECT_TRUE(Via::push(stackOf(1), options));
 }
 
 TEST(Via, ATrafficClassThatNoLabelWouldShowIsRefused) {
