@@ -1,6 +1,7 @@
 """Faults on purpose around an agent that forwards: writers that are killed, a routing daemon that is
 killed in mid-burst, too little memory, room or descriptors."""
 
+import os
 import pathlib
 import random
 import resource
@@ -165,15 +166,41 @@ class TooLittle(agent.AgentTest):
                 codes.add(done.returncode)
         self.assertLessEqual({0, 1}, codes)
 
-    def test_room_for_the_captures(self):
-        out = self.path / "small"
-        out.mkdir()
-        script = 'mount -t tmpfs -o size=64k tmpfs "$0"; exec "$@"'
+    def on_small_disk(self, size: str, directory: pathlib.Path) -> list[str]:
+        """The words before a command that finds a file system of this size in a directory."""
+        directory.mkdir()
+        script = f'mount -t tmpfs -o size={size},mode=700 tmpfs "$0"; exec "$@"'
         prefix = ["unshare", "--mount", "--propagation", "private", "sh", "-e", "-c", script,
-                  str(out)]
+                  str(directory)]
         tried = subprocess.run([*prefix, "true"], capture_output=True, check=False)
         if tried.returncode != 0:
             self.skipTest("needs a mount namespace")
+        return prefix
+
+    def test_room_for_the_tables(self):
+        memory, lines = self.path / "memory", self.path / "lines"
+        prefix = self.on_small_disk("4m", memory)
+        lines.write_text("".join(f"{label} as 200 dev east\n" for label in range(16, 200000)))
+        done = subprocess.run(
+            [*prefix, "sh", "-c", """
+ctl="$0 --tables full"
+echo '100 as 200 dev east' | $ctl --create lfib load - || exit
+$ctl lfib load "$1"
+echo "code $?"
+$ctl lfib show transit
+$ctl lfib del 100 owner file""", CTL, str(lines)],
+            capture_output=True, text=True, check=False, timeout=120,
+            env={**os.environ, "OVIX_TABLES_DIR": str(memory)})
+        self.assertRegex(done.stderr, rf"^ovixctl: {lines}:\d+: label \d+ in table transit: no memory "
+                                      "is left for the tables: the file system of shared memory is "
+                                      "full\n$")
+        self.assertEqual(done.stdout.splitlines()[1:3],
+                         ["code 1", "transit 100 owner file as to 200 dev east"])
+        self.assertEqual(done.returncode, 0, "a small change finds room again")
+
+    def test_room_for_the_captures(self):
+        out = self.path / "small"
+        prefix = self.on_small_disk("64k", out)
         self.assertEqual(self.run_limited(prefix, 100, "small").returncode, 0)
         done = self.run_limited(prefix, 5000, "small")
         self.assertEqual(done.returncode, 1)

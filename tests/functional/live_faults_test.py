@@ -13,6 +13,7 @@ import unittest
 import agent
 import faults
 from live import DEADLINE, LiveTest, ip
+from running_agent import ask
 
 # What a call that is not here fails with.
 USUAL_ERROR = "ENOMEM"
@@ -36,16 +37,12 @@ class LiveFaults(LiveTest):
         return process
 
     def status(self, path: pathlib.Path | None = None) -> dict:
-        with socket.socket(socket.AF_UNIX) as client:
-            client.settimeout(DEADLINE)
-            client.connect(str(path or self.path))
-            client.sendall(b'{"command": "status"}\n')
-            return json.loads(client.makefile().readline())
+        return ask(path or self.path, "status")
 
     def is_answering(self, path: pathlib.Path | None = None) -> bool:
         try:
             return self.status(path)["ok"]
-        except (OSError, json.JSONDecodeError):
+        except OSError:
             return False
 
     def change_tables(self, label: int = 100) -> None:

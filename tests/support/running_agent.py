@@ -36,7 +36,8 @@ def ask(path: pathlib.Path, command: str, **keys) -> dict:
         answer = b""
         while not answer.endswith(b"\n"):
             got = client.recv(65536)
-            assert got, "no answer"
+            if not got:
+                raise ConnectionError("no answer")
             answer += got
         return json.loads(answer)
 
