@@ -121,6 +121,11 @@ class Show(SharedTablesTest):
         for words, meant in ((["statsu"], "status"), (["port", "shwo"], "show"),
                              (["neigbour", "show"], "neighbour"), (["routes"], "route")):
             self.assertIn(f'did you mean "{meant}"', self.ctl(*words, code=2))
+        for words, option, meant in ((["status", "--jsn"], "--jsn", "--json"),
+                                     (["--tabels=x", "lfib", "show"], "--tabels", "--tables"),
+                                     (["lfib", "load", "x", "--wiat", "3"], "--wiat", "--wait")):
+            self.assertIn(f'unknown option "{option}"; did you mean "{meant}"',
+                          self.ctl(*words, code=2))
 
 
 class Many(SharedTablesTest):

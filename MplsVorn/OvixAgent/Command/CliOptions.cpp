@@ -69,7 +69,7 @@ void checkForm(const RunOptions& options, const std::vector<std::string>& inputs
         throw CLI::RequiresError("--create", "--tables");
     }
     if (!options.live && options.outDirectory.empty()) {
-        throw CLI::RequiredError("--out");
+        throw CLI::RequiredError("--out for a run on captures, or --live,");
     }
 }
 

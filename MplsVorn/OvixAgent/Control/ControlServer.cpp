@@ -110,7 +110,8 @@ ControlServer::ControlServer(std::string path, Handler handler)
         throw std::runtime_error("control socket " + path_ + ": exists and is not a socket");
     }
     if (isServed(address)) {
-        throw std::runtime_error("control socket " + path_ + ": another agent serves it");
+        throw std::runtime_error("control socket " + path_ +
+                                 ": another agent serves it; give this one its own by --control");
     }
     unlink(path_.c_str());
     listener_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);

@@ -142,6 +142,31 @@ std::string unknownCommand(std::span<const char* const> arguments) {
     return {};
 }
 
+/// Names the first long option that no command has; "" when there is none.
+std::string unknownOption(std::span<const char* const> arguments) {
+    std::vector<std::string_view> known{"--help", "--version"};
+    const auto add = [&](const auto& options) {
+        for (const Option& option : options) {
+            known.emplace_back(option.name);
+        }
+    };
+    add(globalOptions());
+    for (const Command& command : allCommands()) {
+        add(command.options);
+    }
+    for (const std::string_view argument : arguments.subspan(1)) {
+        const std::string name(argument.substr(0, argument.find('=')));
+        if (name == "--") {
+            break;
+        }
+        if (name.starts_with("--") && std::find(known.begin(), known.end(), name) == known.end()) {
+            return fmt::format("unknown option {}{}", OvixAgent::inQuotes(name),
+                               OvixAgent::suggestion(name, known));
+        }
+    }
+    return {};
+}
+
 EarlyExit usageExit(std::span<const char* const> arguments, const std::string& what) {
     const bool json = std::any_of(arguments.begin(), arguments.end(), [](const char* argument) {
         return std::string_view(argument) == "--json";
@@ -156,7 +181,10 @@ EarlyExit exitFor(const CLI::App& app, const CLI::ParseError& error,
     if (app.exit(error, out, err) == 0) {
         return {ExitCode::success, out.str()};
     }
-    const std::string unknown = unknownCommand(arguments);
+    std::string unknown = unknownOption(arguments);
+    if (unknown.empty()) {
+        unknown = unknownCommand(arguments);
+    }
     const std::string text = err.str();
     return usageExit(arguments,
                      !unknown.empty() ? unknown : text.substr(0, text.find_last_not_of('\n') + 1));

@@ -221,7 +221,8 @@ TEST_F(ControlServerTest, TheSocketBelongsToTheUserAndIsRemoved) {
 }
 
 TEST_F(ControlServerTest, DoesNotReplaceAnotherServersSocket) {
-    EXPECT_EQ(errorOf(path), "control socket " + path + ": another agent serves it");
+    EXPECT_EQ(errorOf(path), "control socket " + path +
+                                 ": another agent serves it; give this one its own by --control");
     serve();
     EXPECT_EQ(answerTo(request), answer);
 }
