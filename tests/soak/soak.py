@@ -21,6 +21,7 @@ from running_agent import CTL
 
 SECONDS = 60 * float(os.environ.get("OVIX_SOAK_MINUTES", "1"))
 WINDOW = 5
+LONG_STOP = 20  # the number of the stop that lasts a minute; the agent is stopped every 7 seconds
 RECORDINGS = agent.SOURCE / "tests" / "data" / "fpm"
 
 SENDER = """
@@ -76,7 +77,7 @@ class Soak(LiveTest):
 
     def stop_for_a_while(self):
         os.kill(self.program, signal.SIGSTOP)
-        time.sleep(0.3)
+        time.sleep(60 if self.done.get("stopped", 0) + 1 == LONG_STOP else 0.3)
         os.kill(self.program, signal.SIGCONT)
 
     def flap(self):
