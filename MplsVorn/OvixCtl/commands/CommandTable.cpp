@@ -144,12 +144,18 @@ constexpr Command commands[]{
 removed only by the name of their owner: @owner-list@, or a number.)",
      "0:* @tables@\n1:[0-9]* table owner\n*:table @lfibs@\n*:owner @owners@\n*:* owner\n",
      waitOptions},
-    {"lfib", "diff", "Show what load would change", diffRoutes, configWord,
+    {"lfib",
+     "diff",
+     "Show what load would change",
+     diffRoutes,
+     configWord,
      R"(Prints a line with - for each route that load would remove and + for each that it would add.
 Exit codes: 0 no difference, 1 a difference, 2 an error
 JSON: {"tables", "generation", "changes": [{"before", "after"}]}, each a ROUTE as in lfib show,
 or null)",
-     "0:* @files@\n", {}, ExitCode::usage},
+     "0:* @files@\n",
+     {},
+     ExitCode::usage},
     {"lfib", "load", "Replace all routes from files by those of one file, in one step", loadRoutes,
      configWord,
      R"(The routes belong to owner "file"; those of other owners stay. Lines with an owner other than

@@ -69,7 +69,8 @@ TEST(ConfigDocument, DeepNestingIsRefusedNotFollowed) {
         for (int i = 0; i < 100'000; ++i) {
             text += opening;
         }
-        EXPECT_NE(errorOf(text).find("lists and maps are nested more than 100 deep"), std::string::npos)
+        EXPECT_NE(errorOf(text).find("lists and maps are nested more than 100 deep"),
+                  std::string::npos)
             << opening;
     }
 }
