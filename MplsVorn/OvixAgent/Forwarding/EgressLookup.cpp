@@ -5,6 +5,7 @@
 #include "Ip/IpPacket.h"
 #include "Ovix/packet/TtlBytes.h"
 #include "State/LinkHeader.h"
+#include "State/RoadSteps.h"
 #include "Tessel/Fib/FecId.h"
 #include "Wire/ControlWord.h"
 #include "Wire/Ethernet.h"
@@ -65,6 +66,15 @@ bool isOfPortsVrf(Wire::Bytes frame) noexcept {
     return last.bos() && last.label().isExplicitNull();
 }
 
+void noteFec(std::span<const WeightedNextHop> all, const WeightedNextHop& chosen,
+             std::uint32_t hash) {
+    std::vector<std::uint64_t> weights;
+    for (const WeightedNextHop& each : all) {
+        weights.push_back(each.weight);
+    }
+    RoadSteps::choice("FEC", static_cast<std::size_t>(&chosen - all.data()), hash, weights);
+}
+
 /// The destination of a packet that starts with an IP header; of no family for any other packet.
 Lumo::IpGenAddr ipDestination(Ovix::PacketContext& packet) {
     const Ptr<Ovix::PacketHeader> header = packet.parsedPkt().header(0);
@@ -96,6 +106,9 @@ Fate removeFlowLabel(Ovix::PacketContext& packet) {
 
 Fate removeControlWord(Ovix::PacketContext& packet, const Pseudowire* pseudowire) {
     const Wire::Bytes payload = packet.pkt()->data();
+    if (Ovix::RoadNotes::isOn()) [[unlikely]] {
+        RoadSteps::controlWord(payload, pseudowire != nullptr && pseudowire->controlWord);
+    }
     if (pseudowire == nullptr || !pseudowire->controlWord) {
         return payload.size() < Ethernet::size ? drop(Reason::pseudowireCutShort) : forwarded;
     }
@@ -154,6 +167,9 @@ Fate EgressLookup::find(Ovix::PacketContext& packet, const Frame& received,
     if (FecId::isHierarchicalIntfId(intf)) {
         const WeightedNextHop* member =
             tables_->fecs.choose(intf, packet.hash(), tables_->ports.ports());
+        if (Ovix::RoadNotes::isOn() && member != nullptr) [[unlikely]] {
+            noteFec(tables_->fecs.nextHops(intf), *member, packet.hash());
+        }
         return member != nullptr
                    ? sendBy(tables_->ports.ports()[member->port], member->address, packet, egress)
                    : drop(Reason::unknownFec);
@@ -200,6 +216,9 @@ Fate EgressLookup::sendTo(const Lumo::IpGenAddr& address, PortIndex port, Egress
     // Without an address a labelled frame goes to the only neighbour on the link.
     const Lumo::EthAddr* mac =
         isAddressed ? tables_->neighbours.find(address, port) : tables_->neighbours.only(port);
+    if (Ovix::RoadNotes::isOn()) [[unlikely]] {
+        RoadSteps::neighbour(address, tables_->ports.ports()[port], mac);
+    }
     if (mac != nullptr) {
         egress.mac = *mac;
         return forwarded;

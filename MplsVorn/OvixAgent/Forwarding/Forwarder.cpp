@@ -6,6 +6,7 @@
 #include "Ip/IpPacket.h"
 #include "Ip/IpRouter.h"
 #include "State/Frame.h"
+#include "State/RoadSteps.h"
 #include "Tessel/Exceptions.h"
 
 namespace OvixAgent {
@@ -227,6 +228,9 @@ Ptr<Ovix::RoutingContext> Forwarder::copyOf(const Ovix::RoutingContext& context,
 
 Fate Forwarder::send(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
                      const ReceivedLink& link, const Ovix::RoutingNexthop& nexthop) {
+    if (Ovix::RoadNotes::isOn()) [[unlikely]] {
+        RoadSteps::nexthop(nexthop, tables_->ports);
+    }
     // A punted frame goes to the CPU as it was received: the control plane needs the label stack
     // to answer (RFC 8029 section 4.4).
     if (nexthop.isCpuTrapNexthop()) {
@@ -240,6 +244,9 @@ Fate Forwarder::send(const Frame& frame, const Ptr<Ovix::RoutingContext>& contex
 }
 
 void Forwarder::account(const Fate& fate, const Frame& frame) {
+    if (Ovix::RoadNotes::isOn()) [[unlikely]] {
+        RoadSteps::fate(fate);
+    }
     if (fate.kind == FateKind::punted) {
         cpu_->transmit(intake_.asReceived(frame));
     }

@@ -4,6 +4,7 @@
 #include <cassert>
 
 #include "Ovix/packet/PacketHeader.h"
+#include "State/RoadSteps.h"
 #include "Wire/Ethernet.h"
 
 namespace OvixAgent {
@@ -37,6 +38,10 @@ Fate FrameIntake::admit(Frame& frame) {
         }
     }
     const Port& port = tables_->ports.ports()[frame.port];
+    if (Ovix::RoadNotes::isOn()) [[unlikely]] {
+        RoadSteps::takenIn(port,
+                           (asReceived(frame).bytes.size() - frame.bytes.size()) / Wire::Tag::size);
+    }
     const Wire::Ethernet header(frame.bytes);
     if (port.anyMac || !header || header.isToGroup() || header.destination() == port.mac ||
         tables_->pseudowires.isCircuit(frame.port)) {

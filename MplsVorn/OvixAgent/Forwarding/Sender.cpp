@@ -4,9 +4,20 @@
 
 #include "Forwarding/Outgoing.h"
 #include "Ip/IpPacket.h"
+#include "State/RoadSteps.h"
 #include "Wire/Ip.h"
 
 namespace OvixAgent {
+
+namespace {
+
+void noteHeaders(std::string_view when, const Ovix::PacketContext& packet) {
+    if (Ovix::RoadNotes::isOn()) [[unlikely]] {
+        RoadSteps::headers(when, packet);
+    }
+}
+
+} // namespace
 
 Sender::Sender(const Ptr<Ovix::PluginManager>& manager, EgressLookup egress, Settled settled)
     : rewrites_(Ovix::RewriteInfoImplMapSharedObject::getMap(manager->sharedObjects())),
@@ -17,7 +28,9 @@ Fate Sender::send(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
                   const VlanTags& tags, const Ovix::RoutingNexthop& nexthop) {
     Outgoing outgoing{frame, context, tags, nexthop};
     Ovix::PacketContext& packet = outgoing.packet();
+    noteHeaders("received", packet);
     Fate fate = rewrite(outgoing);
+    noteHeaders("rewritten", packet);
     if (fate.kind != FateKind::forwarded) {
         return fate;
     }
@@ -29,6 +42,7 @@ Fate Sender::send(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
     }
     if (fate.kind == FateKind::forwarded) {
         fate = applyIpHop(outgoing);
+        noteHeaders("sent", packet);
     }
     if (fate.kind != FateKind::forwarded) {
         return fate;
@@ -155,6 +169,9 @@ Fate Sender::transmit(const Outgoing& outgoing) {
     assert(outgoing.egress.port != nullptr);
     // The MTU applies to the whole frame, including what a capture left out.
     const std::size_t length = packet.pkt()->bytes() - linkHeaderSize(packet) + outgoing.snapped();
+    if (Ovix::RoadNotes::isOn()) [[unlikely]] {
+        RoadSteps::mtu(*outgoing.egress.port, length, outgoing.mtu());
+    }
     if (const std::uint32_t mtu = outgoing.mtu(); length > mtu) [[unlikely]] {
         return transmitTooBig(outgoing, mtu);
     }

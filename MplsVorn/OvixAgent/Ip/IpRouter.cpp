@@ -5,6 +5,7 @@
 #include "Ip/IpPacket.h"
 #include "Ip/SourceCheck.h"
 #include "Ovix/packet/TtlBytes.h"
+#include "State/RoadSteps.h"
 
 namespace OvixAgent {
 
@@ -70,6 +71,22 @@ Fate forwardingFate(const Ovix::PacketContext& context) noexcept {
     return packet.ttl() > (context.ttlDecremented() ? 0 : 1) ? forwarded : punt(Reason::ttlExpired);
 }
 
+void noteRoute(const VrfRoot& vrfs, const Fib& fib, const Lumo::IpGenAddr& address) {
+    for (std::uint32_t i = 0; i < vrfs.size(); ++i) {
+        if (&vrfs.fibAt(i) == &fib) {
+            RoadSteps::route(vrfs.nameAt(i), fib, address);
+        }
+    }
+}
+
+void noteChoice(const IpRoute& route, std::size_t chosen, std::uint32_t hash) {
+    std::vector<std::uint64_t> weights;
+    for (const IpRouteVia& via : route.vias()) {
+        weights.push_back(via.weight);
+    }
+    RoadSteps::choice("route", chosen, hash, weights);
+}
+
 } // namespace
 
 Fate IpRouter::route(const Fib& fib, const Lumo::IpGenAddr& address, Ovix::PacketContext& packet,
@@ -88,6 +105,9 @@ Fate IpRouter::route(const Fib& fib, const Lumo::IpGenAddr& address, Ovix::Packe
         }
     }
     const IpRoute* found = fib.find(address);
+    if (Ovix::RoadNotes::isOn()) [[unlikely]] {
+        noteRoute(*tables_->vrfs, fib, address);
+    }
     if (egress.isIpHop && arrival.isToGroup && !isToSeveral(address, found)) {
         return drop(Reason::ipToGroup);
     }
@@ -109,6 +129,9 @@ Fate IpRouter::follow(const IpRoute& route, Ovix::PacketContext& packet,
     }
     const std::size_t chosen =
         route.vias().size() == 1 ? 0 : route.choose(packet.hash(), tables_->ports.ports());
+    if (Ovix::RoadNotes::isOn() && route.vias().size() > 1) [[unlikely]] {
+        noteChoice(route, chosen, packet.hash());
+    }
     const IpRouteVia& via = route.vias()[chosen];
     take(via, address, egress);
     return forwarded;
@@ -122,6 +145,9 @@ void IpRouter::take(const IpRouteVia& via, const Lumo::IpGenAddr& address, Egres
     if (mac == nullptr && via.onLink && via.push) {
         mac = tables_->neighbours.only(via.port);
     }
+    if (Ovix::RoadNotes::isOn()) [[unlikely]] {
+        RoadSteps::neighbour(neighbour, tables_->ports.ports()[via.port], mac);
+    }
     egress.port = &tables_->ports.ports()[via.port];
     egress.push = via.push.get();
     const bool isOfPacket = via.onLink && egress.isIpHop;
@@ -132,6 +158,9 @@ Fate IpRouter::routeInTunnel(const Fib& fib, const Pseudowire& pseudowire,
                              const Lumo::IpGenAddr& otherEnd, std::uint32_t hash,
                              Egress& egress) const {
     const IpRoute* const found = fib.find(otherEnd);
+    if (Ovix::RoadNotes::isOn()) [[unlikely]] {
+        noteRoute(*tables_->vrfs, fib, otherEnd);
+    }
     if (found == nullptr || found->isLocal() || found->drops()) {
         return drop(Reason::noTunnel);
     }

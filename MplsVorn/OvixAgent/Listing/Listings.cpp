@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "State/RoadSteps.h"
 #include "Tessel/Words.h"
 
 namespace OvixAgent {
@@ -18,10 +19,6 @@ std::string dumped(const Json& json) {
 
 Json orNull(const std::string& text) {
     return text.empty() ? Json(nullptr) : Json(text);
-}
-
-std::string macText(const Lumo::EthAddr& mac) {
-    return fmt::format("{:02x}", fmt::join(mac, ":"));
 }
 
 Json addressesOf(const Port& port) {

@@ -1,48 +1,16 @@
 #include <fmt/format.h>
 #include <system_error>
 
+#include "Tables/TableCopy.h"
 #include "Tables/TableFiles.h"
 #include "Tessel/Exceptions.h"
 #include "tables/TableView.h"
 
 namespace OvixCtl {
 
-using namespace Tessel::TableLayout;
 using Tessel::TableMemory;
 
 namespace {
-
-constexpr int attempts = 50;
-
-/// A reader that owns its memory.
-class FrozenReader : public Tessel::TableReader {
-  public:
-    FrozenReader(std::string name, TableMemory memory)
-        : TableReader(std::move(name), memory.bytes()), copy_(std::move(memory)) {}
-
-  private:
-    TableMemory copy_;
-};
-
-/// Word by word, as another process may be writing.
-void copyWords(std::span<const std::byte> from, std::span<std::byte> to, std::uint64_t words) {
-    const auto* source = reinterpret_cast<const std::uint64_t*>(from.data());
-    auto* target = reinterpret_cast<std::uint64_t*>(to.data());
-    for (std::uint64_t i = 0; i < words; ++i) {
-        target[i] = load(source[i]);
-    }
-}
-
-/// Throws SnapshotLost when what was copied may be of another generation.
-Ptr<Tessel::TableReader> freeze(const Tessel::TableReader& live, std::span<const std::byte> from) {
-    TableMemory copy = TableMemory::ofProcess(from.size());
-    copyWords(from, copy.bytes(), live.root().heapUnits);
-    auto& header = *reinterpret_cast<TableHeader*>(copy.bytes().data());
-    header.current = live.current().word;
-    header.horizon = sealedHorizon(0);
-    static_cast<void>(live.pageMadeIn(0, 0)); // whether the generation is still there
-    return Tessel::make<FrozenReader>(live.name(), std::move(copy));
-}
 
 std::string noTables(const std::string& name) {
     return fmt::format("tables \"{}\" do not exist; lfib add and lfib load with \"--create\" make "
@@ -103,19 +71,9 @@ Tessel::Result<Ptr<Tessel::TableReader>> freezeTables(const std::string& name) {
     if (!memory) {
         return memory.refused();
     }
-    const auto opened =
-        advising([&] { return Tessel::make<Tessel::TableReader>(name, memory.value().bytes()); });
-    Tessel::TableReader& live = *opened;
-    for (int attempt = 1;; ++attempt) {
-        try {
-            return freeze(live, memory.value().bytes());
-        } catch (const Tessel::SnapshotLost&) {
-            if (attempt == attempts) {
-                throw;
-            }
-            live.refresh();
-        }
-    }
+    return advising([&] {
+        return Tessel::TableCopy::ofNewest(name, memory.value().bytes()).intoReader();
+    });
 }
 
 } // namespace OvixCtl

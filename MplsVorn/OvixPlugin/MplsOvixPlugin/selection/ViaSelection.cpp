@@ -4,6 +4,7 @@
 
 #include "FrameEvents.h"
 #include "MplsOvixPlugin.h"
+#include "Ovix/trace/RoadNotes.h"
 #include "Tessel/Assert.h"
 #include "Tessel/WeightedChoice.h"
 
@@ -19,6 +20,19 @@ constexpr FrameEvent handlerNotFound{FrameCategory::exceptional, "Via type %s ha
 
 /// No via has been handled; never leaves this file.
 constexpr ProcessingResult noResultYet = 255;
+
+/// What the flow's hash has chosen: the residue of the weights' sum, and whose share it lies in.
+[[gnu::noinline, gnu::cold]] void noteChoice(const MplsContext& context, std::uint64_t hash,
+                                             std::uint32_t total, std::uint32_t chosen) {
+    const OvixMplsViaSet& viaSet = *context.viaSet();
+    std::string weights;
+    for (std::uint32_t i = 0; i < viaSet.numVias(); ++i) {
+        weights += (i > 0 ? ":" : "") + std::to_string(viaSet.weight(i));
+    }
+    RoadNotes::add("choice", field("label", context.entry().label()), field("via", chosen),
+                   field("vias", viaSet.numVias()), field("hash", hash), field("total", total),
+                   field("weights", weights));
+}
 
 } // namespace
 
@@ -60,11 +74,17 @@ std::uint32_t MplsOvixPlugin::pickUcmpVia(const Ptr<MplsContext>& context,
         totalWeight += viaSet->weight(i);
     }
     assert(totalWeight > 0); // tables with other weights read as damaged
-    const std::uint64_t residue = flowHash(*context) % totalWeight;
+    const std::uint64_t hash = flowHash(*context);
+    const std::uint64_t residue = hash % totalWeight;
     traceFrame(*context->routingContext(), " pktHash/totalWeight is ", residue, " / ", totalWeight);
-    return static_cast<std::uint32_t>(Tessel::weightedChoice(residue, vias, [&](std::size_t i) {
-        return viaSet->weight(static_cast<std::uint32_t>(i));
-    }));
+    const auto chosen =
+        static_cast<std::uint32_t>(Tessel::weightedChoice(residue, vias, [&](std::size_t i) {
+            return viaSet->weight(static_cast<std::uint32_t>(i));
+        }));
+    if (RoadNotes::isOn()) [[unlikely]] {
+        noteChoice(*context, hash, totalWeight, chosen);
+    }
+    return chosen;
 }
 
 std::uint64_t MplsOvixPlugin::flowHash(const MplsContext& context) const {

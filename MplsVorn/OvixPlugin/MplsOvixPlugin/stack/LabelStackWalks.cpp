@@ -4,7 +4,9 @@
 #include <cassert>
 
 #include "FrameEvents.h"
+#include "Mpls/TableDirectory.h"
 #include "MplsOvixPlugin.h"
+#include "Ovix/trace/RoadNotes.h"
 
 namespace Ovix {
 
@@ -30,6 +32,13 @@ class EntropyLabelTracker {
   private:
     bool expected_ = false;
 };
+
+void noteAsked(Mpls::TableId table, Mpls::RouteKey key, bool isFound) {
+    if (RoadNotes::isOn()) [[unlikely]] {
+        RoadNotes::add("table", field("table", Tessel::wordOf(table)),
+                       field("label", key.topLabel()), field("found", isFound ? "yes" : "no"));
+    }
+}
 
 } // namespace
 
@@ -82,10 +91,15 @@ Ptr<OvixMplsViaSet> MplsOvixPlugin::findOvixMplsViaSet(const Ptr<RoutingContext>
     // programmed them, which is in the hardware status.
     assert(lfibTables_);
     const MplsLfibTables& tables = *lfibTables_;
-    for (const MplsLfibTables::Lfib* lfib :
-         {&tables.decapLfib(), &tables.evpnEthernetSegmentFilterLfib(), &tables.pseudowireLfib(),
-          &tables.evpnEtreeLeafLabelLfib()}) {
-        if (Ptr<OvixMplsViaSet> viaSet = viaSetFromLfibStatus(context, *lfib, key)) {
+    using enum Mpls::TableId;
+    for (const auto& [id, lfib] :
+         {std::pair(decapLfib, &tables.decapLfib()),
+          std::pair(evpnEthernetSegmentFilterLfib, &tables.evpnEthernetSegmentFilterLfib()),
+          std::pair(pseudowireLfib, &tables.pseudowireLfib()),
+          std::pair(evpnEtreeLeafLabelLfib, &tables.evpnEtreeLeafLabelLfib())}) {
+        Ptr<OvixMplsViaSet> viaSet = viaSetFromLfibStatus(context, *lfib, key);
+        noteAsked(id, key, viaSet != nullptr);
+        if (viaSet) {
             return viaSet;
         }
     }
