@@ -5,6 +5,7 @@
 #include <variant>
 
 #include "Command/CliOptions.h"
+#include "Command/Explaining.h"
 #include "Command/Run.h"
 #include "Live/carrier/Carrier.h"
 
@@ -18,6 +19,9 @@ int main(int argc, char** argv) {
         std::fputs(exit->text.c_str(),
                    exit->code == OvixAgent::ExitCode::success ? stdout : stderr);
         return exit->code;
+    }
+    if (const auto* options = std::get_if<OvixAgent::ExplainOptions>(&parsed)) {
+        return OvixAgent::runExplain(*options);
     }
     try {
         OvixLog::Log log("ovix-agent");

@@ -81,6 +81,12 @@ CliExit exitFor(const CLI::App& app, const CLI::ParseError& error) {
             isSuccess ? out.str() : std::string(app.get_name()) + ": " + err.str()};
 }
 
+void addTables(CLI::App* to, std::string& tables, const char* help) {
+    to->add_option("--tables", tables, help)->type_name("NAME")->check([](const std::string& name) {
+        return std::string(name.empty() ? "the name is empty" : "");
+    });
+}
+
 /// What is forwarded, and from where to where.
 void addFrameOptions(CLI::App* run, RunOptions& options, std::vector<std::string>& inputs) {
     run->add_option("CONFIG", options.config, "The configuration, a YAML file");
@@ -105,14 +111,9 @@ void addOtherOptions(CLI::App* run, RunOptions& options) {
     run->add_flag("--json", options.json, "Print the summary as JSON");
     run->add_flag("--trace", options.trace, "Print what happens to each frame");
     run->add_option("--plugin", options.plugin, "The plugin library to load")->type_name("FILE");
-    run->add_option(
-           "--tables", options.tables,
-           "Take the label tables, the hardware status and the multicast VPN interfaces "
-           "from shared memory, where ovixctl and others publish them, instead of from CONFIG")
-        ->type_name("NAME")
-        ->check([](const std::string& name) {
-            return std::string(name.empty() ? "the name is empty" : "");
-        });
+    addTables(run, options.tables,
+              "Take the label tables, the hardware status and the multicast VPN interfaces "
+              "from shared memory, where ovixctl and others publish them, instead of from CONFIG");
     run->add_flag("--create", options.create, "Make empty tables of that name when there are none");
     run->add_option("--control", options.control,
                     "The socket at which to answer ovixctl (with --tables, by default NAME.sock in "
@@ -132,9 +133,45 @@ void addOtherOptions(CLI::App* run, RunOptions& options) {
     run->add_flag("--quiet", options.quiet, "Show no progress");
 }
 
+constexpr const char* explainFooter =
+    "FRAME is hexadecimal digits, CAPTURE:NUMBER, or words: headers with commas in between, the\n"
+    "outermost first:\n"
+    "  mac DESTINATION [from SOURCE]\n"
+    "  vlan ID [priority N]\n"
+    "  label L[/ttl N][/tc N]\n"
+    "  control-word [0xHHHHHHHH]\n"
+    "  ethernet DESTINATION [from SOURCE]\n"
+    "  ip SOURCE > DESTINATION [udp|tcp [SPORT >] DPORT | proto N] [ttl N] [tos N] [df] [size N]\n"
+    "Nothing is forwarded. Exit codes:\n"
+    "  0  the frame is forwarded, or punted to the CPU\n"
+    "  1  it is dropped, or handed on because it is not for this router\n"
+    "  2  the command line, the configuration or the frame is faulty";
+
+CLI::App* addExplain(CLI::App& app, ExplainOptions& options) {
+    CLI::App* const explain =
+        app.add_subcommand("explain", "Tell why a frame goes where it goes, or nowhere");
+    explain->footer(explainFooter);
+    explain->add_option("CONFIG", options.config, "The configuration, a YAML file")->required();
+    explain->add_option("FRAME", options.frame, "The frame")->required();
+    explain->add_option("--port", options.port, "The port that it comes in at")
+        ->type_name("PORT")
+        ->required();
+    addTables(explain, options.tables, "Take the label tables from shared memory");
+    explain->add_flag("--any-mac", options.anyMac,
+                      "Forward frames that are addressed to other stations, too");
+    explain->add_flag("--json", options.json, "Print JSON");
+    explain->add_option("--html", options.html, "Write a page that shows the walk, too")
+        ->type_name("FILE");
+    explain->add_option("--plugin", options.plugin, "The plugin library to load")
+        ->type_name("FILE");
+    return explain;
+}
+
 } // namespace
 
-std::variant<RunOptions, CliExit> parseCommandLine(int argc, const char* const* argv) {
+std::variant<RunOptions, ExplainOptions, CliExit> parseCommandLine(int argc,
+                                                                   const char* const* argv) {
+    ExplainOptions explaining;
     RunOptions options;
     std::vector<std::string> inputs;
     CLI::App app("Forwards MPLS frames from captures to captures.", "ovix-agent");
@@ -144,8 +181,12 @@ std::variant<RunOptions, CliExit> parseCommandLine(int argc, const char* const* 
     run->footer(exitCodes);
     addFrameOptions(run, options, inputs);
     addOtherOptions(run, options);
+    const CLI::App* const explain = addExplain(app, explaining);
     try {
         app.parse(argc, argv);
+        if (explain->parsed()) {
+            return explaining;
+        }
         takeConfigFromInputs(options.config, inputs);
         checkForm(options, inputs);
         if (options.config.empty()) {

@@ -38,12 +38,32 @@ struct RunOptions {
     std::uint64_t checkEvery = 0; ///< compare the roads of every Nth frame; 0: of none
 };
 
+/// Exit codes of `explain`.
+namespace ExplainExit {
+inline constexpr int settled = 0; ///< the frame is forwarded or punted
+inline constexpr int lost = 1;    ///< it is dropped, or handed on
+inline constexpr int refused = 2; ///< the command line, the configuration or the frame is faulty
+} // namespace ExplainExit
+
+/// The command `explain`.
+struct ExplainOptions {
+    std::string config;
+    std::string port;
+    std::string frame;
+    std::string tables; ///< as in RunOptions
+    std::string plugin;
+    std::string html; ///< the file for a page; empty: none
+    bool anyMac = false;
+    bool json = false;
+};
+
 /// Nothing to run: help or version was requested, or the command line is invalid.
 struct CliExit {
     int code = ExitCode::success;
     std::string text; ///< printed on standard output on success, else on standard error
 };
 
-std::variant<RunOptions, CliExit> parseCommandLine(int argc, const char* const* argv);
+std::variant<RunOptions, ExplainOptions, CliExit> parseCommandLine(int argc,
+                                                                   const char* const* argv);
 
 } // namespace OvixAgent

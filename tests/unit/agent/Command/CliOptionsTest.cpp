@@ -10,7 +10,7 @@ using namespace OvixAgent;
 
 namespace {
 
-std::variant<RunOptions, CliExit> parse(std::vector<const char*> arguments) {
+auto parse(std::vector<const char*> arguments) {
     arguments.insert(arguments.begin(), "ovix-agent");
     return parseCommandLine(static_cast<int>(arguments.size()), arguments.data());
 }
@@ -137,6 +137,26 @@ TEST(CliOptions, HelpAndVersionSucceed) {
                                      "--trace", "--plugin FILE", "--quiet"}) {
         EXPECT_NE(run.text.find(option), std::string::npos) << option << '\n' << run.text;
     }
+}
+
+TEST(CliOptions, ReadsEveryOptionOfExplain) {
+    const auto result = parse({"explain", "c.yaml", "--port", "west", "label 100", "--tables", "lab",
+                               "--any-mac", "--json", "--html", "p.html", "--plugin", "p.so"});
+    ASSERT_TRUE(std::holds_alternative<ExplainOptions>(result));
+    const auto& options = std::get<ExplainOptions>(result);
+    EXPECT_EQ(options.config, "c.yaml");
+    EXPECT_EQ(options.frame, "label 100");
+    EXPECT_EQ(options.port, "west");
+    EXPECT_EQ(options.tables, "lab");
+    EXPECT_TRUE(options.anyMac);
+    EXPECT_TRUE(options.json);
+    EXPECT_EQ(options.html, "p.html");
+    EXPECT_EQ(options.plugin, "p.so");
+}
+
+TEST(CliOptions, ExplainNeedsAPortAndAFrame) {
+    EXPECT_EQ(exitOf({"explain", "c.yaml", "label 100"}).code, ExitCode::usage);
+    EXPECT_EQ(exitOf({"explain", "c.yaml", "--port", "west"}).code, ExitCode::usage);
 }
 
 } // namespace CliOptionsTest

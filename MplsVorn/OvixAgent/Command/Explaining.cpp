@@ -1,0 +1,130 @@
+#include "Command/Explaining.h"
+
+#include <cstdio>
+#include <exception>
+#include <fmt/format.h>
+#include <fstream>
+
+#include "Command/Run.h"
+#include "Config/ConfigText.h"
+#include "Explain/Explanation.h"
+#include "Explain/FrameWords.h"
+#include "Explain/RemedyWords.h"
+#include "Tables/TableLoading.h"
+
+namespace OvixAgent {
+
+namespace {
+
+Tessel::Result<PortIndex> portOf(const Situation& situation, const std::string& name) {
+    const PortIndex port = portNamed(situation.config, name);
+    if (port != noPort) {
+        return port;
+    }
+    std::vector<std::string_view> known;
+    for (const PortConfig& each : situation.config.ports) {
+        known.emplace_back(each.name);
+    }
+    return Tessel::Refused{
+        fmt::format("--port: there is no port {}{}", inQuotes(name), suggestion(name, known))};
+}
+
+Tessel::Result<void> writePage(const std::string& path, const Explanation& told) {
+    std::ofstream file(path, std::ios::binary);
+    file << explanationHtml(told);
+    file.close();
+    return file ? Tessel::Result<void>()
+                : Tessel::Refused{fmt::format("{}: cannot be written", path)};
+}
+
+/// A port without a MAC address takes its interface's in a live run; here any will do.
+void giveMacs(AgentConfig& config) {
+    constexpr Lumo::EthAddr local{0x02, 0x00, 0x00, 0x00, 0x00, 0x00};
+    for (std::size_t i = 0; i < config.ports.size(); ++i) {
+        if (config.ports[i].mac == Lumo::EthAddr{}) {
+            config.ports[i].mac = local;
+            config.ports[i].mac[4] = static_cast<std::uint8_t>((i + 1) >> 8U);
+            config.ports[i].mac[5] = static_cast<std::uint8_t>(i + 1);
+        }
+    }
+}
+
+Tessel::Result<Situation> situationOf(const ExplainOptions& options) {
+    Tessel::Result<AgentConfig> config = loadConfig(options.config);
+    if (!config) {
+        return config.refused();
+    }
+    Situation situation;
+    situation.config = std::move(config).value();
+    giveMacs(situation.config);
+    situation.file = options.config;
+    situation.plugin = options.plugin;
+    situation.anyMac = options.anyMac;
+    situation.tablesName = options.tables;
+    if (!options.tables.empty()) {
+        const auto tables = openSharedTables(options.tables, false);
+        if (!tables) {
+            return tables.refused();
+        }
+        situation.tables = std::make_shared<const Tessel::TableCopy>(
+            Tessel::TableCopy::ofNewest(options.tables, tables.value()->memory()->bytes()));
+    }
+    return situation;
+}
+
+Tessel::Result<int> explainByFile(const ExplainOptions& options) {
+    const Tessel::Result<Situation> situation = situationOf(options);
+    if (!situation) {
+        return situation.refused();
+    }
+    serveToggles(situation.value().config, options.config);
+    return explainFrame(situation.value(), options.port, options.frame,
+                        {options.json, options.html});
+}
+
+} // namespace
+
+Tessel::Result<int> explainFrame(const Situation& situation, const std::string& port,
+                                 const std::string& frame, const Telling& telling) {
+    const Tessel::Result<PortIndex> index = portOf(situation, port);
+    if (!index) {
+        return index.refused();
+    }
+    const Tessel::Result<GivenFrame> given =
+        readFrame(frame, index.value(), {situation.config.ports[index.value()].mac});
+    if (!given) {
+        return given.refused();
+    }
+    const Tessel::Result<Explanation> told = explain(situation, given.value());
+    if (!told) {
+        return told.refused();
+    }
+    if (!telling.html.empty()) {
+        if (const auto written = writePage(telling.html, told.value()); !written) {
+            return written.refused();
+        }
+    }
+    std::fputs(
+        (telling.json ? explanationJson(told.value()) : explanationText(told.value())).c_str(),
+        stdout);
+    const FateKind kind = told.value().walk.kind;
+    return kind == FateKind::forwarded || kind == FateKind::punted ? ExplainExit::settled
+                                                                   : ExplainExit::lost;
+}
+
+int runExplain(const ExplainOptions& options) {
+    std::string problem;
+    try {
+        const Tessel::Result<int> code = explainByFile(options);
+        if (code) {
+            return code.value();
+        }
+        problem = code.refused().what;
+    } catch (const std::exception& error) {
+        problem = error.what();
+    }
+    std::fprintf(stderr, "ovix-agent: %s\n", problem.c_str());
+    return ExplainExit::refused;
+}
+
+} // namespace OvixAgent

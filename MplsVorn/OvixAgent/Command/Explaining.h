@@ -1,0 +1,23 @@
+#pragma once
+
+#include "Command/CliOptions.h"
+#include "Explain/Situation.h"
+#include "Tessel/Result.h"
+
+namespace OvixAgent {
+
+/// How an explanation is told.
+struct Telling {
+    bool json = false;
+    std::string html; ///< the file for a page; empty: none
+};
+
+/// Explains what becomes of a frame, which FrameWords.h describes, by a situation, and prints it.
+/// Returns the exit code. Refuses a frame, and what the tables refuse of the situation.
+Tessel::Result<int> explainFrame(const Situation& situation, const std::string& port,
+                                 const std::string& frame, const Telling& telling);
+
+/// The command `explain`: by a configuration, and perhaps by shared tables. Prints what is wrong.
+int runExplain(const ExplainOptions& options);
+
+} // namespace OvixAgent

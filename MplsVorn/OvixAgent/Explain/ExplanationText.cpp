@@ -1,0 +1,114 @@
+#include <fmt/format.h>
+
+#include "Explain/Explanation.h"
+#include "State/RoadSteps.h"
+
+namespace OvixAgent {
+
+namespace {
+
+/// Lines with the branches of a tree in front.
+class Tree {
+  public:
+    void root(const std::string& line) { text_ += line + "\n"; }
+    void branch(const std::string& line, bool isLast, bool isFailure = false) {
+        text_ += fmt::format("{} {}{}\n", isLast ? "└─" : "├─", isFailure ? "✗ " : "", line);
+        stem_ = isLast ? "   " : "│  ";
+    }
+    void leaf(const std::string& line, bool isLast) {
+        text_ += fmt::format("{} {} {}\n", stem_, isLast ? "└─" : "├─", line);
+    }
+    void leaves(const std::vector<std::string>& lines) {
+        for (std::size_t i = 0; i < lines.size(); ++i) {
+            leaf(lines[i], i + 1 == lines.size());
+        }
+    }
+    void indented(const std::string& lines) {
+        std::size_t from = 0;
+        while (from < lines.size()) {
+            const std::size_t end = std::min(lines.find('\n', from), lines.size());
+            text_ += "    " + lines.substr(from, end - from) + "\n";
+            from = end + 1;
+        }
+    }
+    std::string take() { return std::move(text_); }
+
+  private:
+    std::string text_;
+    std::string stem_;
+};
+
+void addFrame(Tree& tree, const Explanation& told) {
+    tree.root(fmt::format("frame: {} bytes at {}", told.frame.originalLength, told.port));
+    for (std::size_t i = 0; i < told.headers.size(); ++i) {
+        tree.branch(told.headers[i], i + 1 == told.headers.size());
+    }
+}
+
+void addSteps(Tree& tree, const Explanation& told) {
+    tree.root(fmt::format("road, by generation {} of {}:", told.generation,
+                          told.tables.empty() ? "the configuration's tables"
+                                              : "tables \"" + told.tables + "\""));
+    for (std::size_t i = 0; i < told.steps.size(); ++i) {
+        const Explanation::Step& step = told.steps[i];
+        tree.branch(step.text, i + 1 == told.steps.size(), step.isFailure);
+        tree.leaves(step.details);
+    }
+}
+
+void addSent(Tree& tree, const Explanation& told) {
+    for (std::size_t i = 0; i < told.walk.sent.size(); ++i) {
+        const Walk::Sent& sent = told.walk.sent[i];
+        const GivenFrame frame{sent.bytes, sent.originalLength, 0, {}, {}};
+        tree.branch(sent.port, i + 1 == told.walk.sent.size());
+        tree.leaves(parsedHeaders(frame));
+    }
+}
+
+void addChange(Tree& tree, const Explanation& told) {
+    if (!told.isChangeWanted) {
+        return;
+    }
+    if (!told.change) {
+        tree.root("nearest change: none was found that forwards the frame");
+        return;
+    }
+    tree.root("nearest change, tried on a copy: then the frame is " +
+              verdictText(told.change->after));
+    for (const std::string& command : told.change->commands) {
+        tree.indented(command);
+    }
+    for (const std::string& note : told.change->notes) {
+        tree.root("  (" + note + ")");
+    }
+}
+
+std::string_view fastRoadText(TrialRouter::FastRoad road) {
+    switch (road) {
+    case TrialRouter::FastRoad::same:
+        return "the same";
+    case TrialRouter::FastRoad::differs:
+        return "DIFFERS: please report this";
+    case TrialRouter::FastRoad::leaves:
+        break;
+    }
+    return "leaves such frames to the full road";
+}
+
+} // namespace
+
+std::string explanationText(const Explanation& told) {
+    Tree tree;
+    addFrame(tree, told);
+    for (const std::string& remark : told.remarks) {
+        tree.root("  (" + remark + ")");
+    }
+    addSteps(tree, told);
+    tree.root("verdict: " + told.verdict);
+    addSent(tree, told);
+    tree.root(fmt::format("fast path: {}", fastRoadText(told.fastRoad)));
+    addChange(tree, told);
+    return tree.take();
+}
+
+} // namespace OvixAgent

@@ -1,0 +1,115 @@
+#include "Explain/FrameWords.h"
+
+#include <algorithm>
+#include <charconv>
+#include <fmt/format.h>
+
+#include "Capture/CaptureReader.h"
+#include "Config/ConfigText.h"
+#include "Explain/FrameBuilding.h"
+
+namespace OvixAgent {
+
+std::string hexText(std::span<const std::uint8_t> bytes) {
+    return fmt::format("{:02x}", fmt::join(bytes, ""));
+}
+
+namespace {
+
+Tessel::Refused refusedAt(std::string_view what, std::size_t place, std::string_view why) {
+    return {fmt::format("FRAME, {} {}: {}", what, place + 1, why)};
+}
+
+bool isHexText(std::string_view text) noexcept {
+    return text.find_first_not_of("0123456789abcdefABCDEF :.-") == std::string_view::npos;
+}
+
+int hexDigit(char c) noexcept {
+    return c >= '0' && c <= '9'   ? c - '0'
+           : c >= 'a' && c <= 'f' ? c - 'a' + 10
+           : c >= 'A' && c <= 'F' ? c - 'A' + 10
+                                  : -1;
+}
+
+Tessel::Result<GivenFrame> readHex(std::string_view text, PortIndex port) {
+    GivenFrame frame;
+    int upper = -1;
+    std::size_t digitAt = 0;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const int digit = hexDigit(text[i]);
+        if (digit < 0 && std::string_view(" :.-").find(text[i]) == std::string_view::npos) {
+            return refusedAt(
+                "character", i,
+                fmt::format("{} is no hexadecimal digit", inQuotes(text.substr(i, 1))));
+        }
+        if (digit < 0) {
+            continue;
+        }
+        digitAt = i;
+        if (upper >= 0) {
+            frame.bytes.push_back(static_cast<std::uint8_t>(upper << 4 | digit));
+        }
+        upper = upper >= 0 ? -1 : digit;
+    }
+    if (upper >= 0) {
+        return refusedAt("character", digitAt, "half a byte is left");
+    }
+    if (frame.bytes.size() > Lumo::Pkt::maxBytes) {
+        return refusedAt("character", 0,
+                         fmt::format("more than {} bytes", std::size_t{Lumo::Pkt::maxBytes}));
+    }
+    frame.originalLength = static_cast<std::uint32_t>(frame.bytes.size());
+    frame.port = port;
+    return frame;
+}
+
+/// The place of the colon in CAPTURE:NUMBER; npos for anything else.
+std::size_t numberColon(std::string_view text) noexcept {
+    const std::size_t colon = text.rfind(':');
+    const bool isNumber = colon != std::string_view::npos && colon > 0 && colon + 1 < text.size() &&
+                          text.find_first_not_of("0123456789", colon + 1) == std::string_view::npos;
+    return isNumber ? colon : std::string_view::npos;
+}
+
+Tessel::Result<GivenFrame> readCapture(std::string_view text, std::size_t colon, PortIndex port) {
+    std::uint64_t number = 0;
+    std::from_chars(text.data() + colon + 1, text.data() + text.size(), number);
+    try {
+        CaptureReader capture(port, std::string(text.substr(0, colon)));
+        const Frame* frame = nullptr;
+        std::uint64_t read = 0;
+        while (read < number && (frame = capture.next()) != nullptr) {
+            ++read;
+        }
+        if (number == 0 || frame == nullptr) {
+            return Tessel::Refused{fmt::format(
+                "FRAME: {} has {} frames, and no number {}{}", text.substr(0, colon), read,
+                text.substr(colon + 1), capture.problem().empty() ? "" : "; " + capture.problem())};
+        }
+        return GivenFrame{{frame->bytes.begin(), frame->bytes.end()},
+                          frame->originalLength,
+                          port,
+                          frame->time,
+                          {}};
+    } catch (const CaptureError& error) {
+        return Tessel::Refused{fmt::format("FRAME: {}", error.what())};
+    }
+}
+
+} // namespace
+
+Tessel::Result<GivenFrame> readFrame(std::string_view text, PortIndex port,
+                                     const FrameDefaults& defaults) {
+    if (text.find_first_not_of(' ') == std::string_view::npos) {
+        return refusedAt("character", 0, "is empty");
+    }
+    if (text.starts_with("0x") || isHexText(text)) {
+        return readHex(text.substr(text.starts_with("0x") ? 2 : 0), port);
+    }
+    if (const std::size_t colon = numberColon(text); colon != std::string_view::npos) {
+        return readCapture(text, colon, port);
+    }
+    return buildFrame(text, port, defaults);
+}
+
+} // namespace OvixAgent

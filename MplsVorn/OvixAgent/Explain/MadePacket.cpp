@@ -1,0 +1,72 @@
+#include "Explain/MadePacket.h"
+
+#include <algorithm>
+
+#include "Wire/Checksum.h"
+#include "Wire/Transport.h"
+
+namespace OvixAgent {
+
+namespace {
+
+void addUdp(const MadePacket& fields, Wire::WritableBytes segment) {
+    const Wire::UdpWriter udp(segment);
+    udp.portsAre(fields.transport.source, fields.transport.destination);
+    udp.lengthIs(segment.size());
+    udp.checksumIs(Wire::pseudoHeaderSum(fields.source, fields.destination, Wire::IpProtocol::udp,
+                                         segment.size()));
+    Wire::completeChecksum(segment, 0, Wire::Udp::checksumAt);
+}
+
+void addTcp(const MadePacket& fields, Wire::WritableBytes segment) {
+    Lumo::NetU16(fields.transport.source).store(segment.data());
+    Lumo::NetU16(fields.transport.destination).store(segment.data() + 2);
+    segment[Wire::Tcp::dataOffsetAt] = 5 << 4;
+    segment[Wire::Tcp::flagsAt] = 0x10; // ACK
+    const Wire::TcpWriter tcp(segment);
+    tcp.checksumIs(Wire::pseudoHeaderSum(fields.source, fields.destination, Wire::IpProtocol::tcp,
+                                         segment.size()));
+    Wire::completeChecksum(segment, 0, Wire::Tcp::checksumAt);
+}
+
+void addIpHeader(const MadePacket& fields, Wire::WritableBytes packet) {
+    if (!fields.isIpv4()) {
+        const Wire::Ipv6Writer header(packet);
+        header.flowIs(fields.trafficClass, 0);
+        header.payloadLengthIs(packet.size() - Wire::Ipv6::size);
+        header.nextHeaderIs(fields.transport.protocol);
+        header.hopLimitIs(fields.ttl);
+        header.sourceIs(fields.source);
+        header.destinationIs(fields.destination);
+        return;
+    }
+    const Wire::Ipv4Writer header(packet);
+    header.headerSizeIs(Wire::Ipv4::size);
+    header.trafficClassIs(fields.trafficClass);
+    header.totalLengthIs(packet.size());
+    header.fragmentIs(fields.dontFragment ? Wire::Ipv4::dontFragmentFlag : 0);
+    header.ttlIs(fields.ttl);
+    header.protocolIs(fields.transport.protocol);
+    header.sourceIs(fields.source);
+    header.destinationIs(fields.destination);
+    Wire::completeChecksum(packet.first(Wire::Ipv4::size), 0, Wire::Ipv4::checksumAt);
+}
+
+} // namespace
+
+std::vector<std::uint8_t> ipPacket(const MadePacket& fields) {
+    const std::size_t upper = fields.transport.protocol == Wire::IpProtocol::udp   ? Wire::Udp::size
+                              : fields.transport.protocol == Wire::IpProtocol::tcp ? Wire::Tcp::size
+                                                                                   : 0;
+    std::vector<std::uint8_t> packet(std::max(fields.headerSize() + upper, fields.size));
+    addIpHeader(fields, packet);
+    const Wire::WritableBytes segment = Wire::WritableBytes(packet).subspan(fields.headerSize());
+    if (fields.transport.protocol == Wire::IpProtocol::udp) {
+        addUdp(fields, segment);
+    } else if (fields.transport.protocol == Wire::IpProtocol::tcp) {
+        addTcp(fields, segment);
+    }
+    return packet;
+}
+
+} // namespace OvixAgent

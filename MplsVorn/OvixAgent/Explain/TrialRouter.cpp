@@ -1,0 +1,164 @@
+#include "Explain/TrialRouter.h"
+
+#include <cassert>
+#include <exception>
+
+#include "FastPath/FastPath.h"
+#include "Forwarding/PluginHost.h"
+#include "Ovix/trace/Trace.h"
+#include "Published/Pseudowires.h"
+#include "Tables/TableLoading.h"
+
+namespace OvixAgent {
+
+/// Keeps what it is given.
+class TrialRouter::KeptPort : public TransmitPort {
+  public:
+    KeptPort(std::string name, std::vector<Walk::Sent>& sent)
+        : name_(std::move(name)), sent_(&sent) {}
+    void transmit(const Frame& frame) override {
+        sent_->push_back({name_, {frame.bytes.begin(), frame.bytes.end()}, frame.originalLength});
+    }
+
+  private:
+    std::string name_;
+    std::vector<Walk::Sent>* sent_;
+};
+
+/// Collects notes and trace lines while it lives.
+class TrialRouter::Notes {
+  public:
+    explicit Notes(Walk& walk) : former_(Ovix::TraceOutput::instance().textSink()) {
+        Ovix::TraceOutput& traces = Ovix::TraceOutput::instance();
+        traces.textSinkIs([&walk](std::string_view, unsigned, std::string_view line) {
+            walk.trace.emplace_back(line);
+        });
+        traces.textLevelOfAllIs(0);
+        Ovix::RoadNotes::listenerIs(
+            [&walk](Ovix::RoadNote note) { walk.notes.push_back(std::move(note)); });
+    }
+    Notes(const Notes&) = delete;
+    Notes& operator=(const Notes&) = delete;
+    ~Notes() {
+        Ovix::RoadNotes::listenerIs({});
+        Ovix::TraceOutput::instance().textLevelOfAllIs(Ovix::TraceSource::off);
+        Ovix::TraceOutput::instance().textSinkIs(former_);
+    }
+
+  private:
+    Ovix::TraceOutput::TextSink former_;
+};
+
+TrialRouter::TrialRouter(const Situation& situation) : config_(situation.config) {}
+
+TrialRouter::~TrialRouter() = default;
+
+Tessel::Result<std::unique_ptr<TrialRouter>> TrialRouter::of(const Situation& situation) {
+    std::unique_ptr<TrialRouter> made(new TrialRouter(situation));
+    if (const auto started = made->start(situation); !started) {
+        return started.refused();
+    }
+    return made;
+}
+
+Tessel::Result<Ptr<Tessel::TableReader>> TrialRouter::labelTables(const Situation& situation) {
+    if (situation.tables && situation.changes.empty()) {
+        return situation.tables->reader();
+    }
+    changed_ = std::make_unique<Mpls::TablePublisher>(
+        situation.tables ? situation.tables->memory() : Tessel::TableMemory::ofProcess());
+    if (!situation.tables) {
+        if (const auto loaded = loadTables(config_, situation.file, *changed_); !loaded) {
+            return loaded.refused();
+        }
+    }
+    for (const Situation::TableChange& change : situation.changes) {
+        if (const auto done = change(*changed_); !done) {
+            return done.refused();
+        }
+    }
+    changed_->commit();
+    return Tessel::make<Tessel::TableReader>("tables", changed_->tables().memory());
+}
+
+Tessel::Result<void> TrialRouter::start(const Situation& situation) {
+    const auto reader = labelTables(situation);
+    if (!reader) {
+        return reader.refused();
+    }
+    state_ = std::make_unique<AgentState>(config_, reader.value());
+    startPlugin(situation.plugin, state_->pluginContext());
+    state_->tables().noticeSubscribers();
+    tables_ = std::make_unique<ForwardingTables>(config_);
+    for (Port& port : tables_->ports.ports()) {
+        ports_.push_back(std::make_unique<KeptPort>(port.name, sent_));
+        port.out = ports_.back().get();
+        port.anyMac = situation.anyMac;
+    }
+    for (const NeighbourConfig& neighbour : situation.neighbours) {
+        tables_->neighbours.learn(neighbour.address, neighbour.port, neighbour.mac);
+    }
+    for (const char* const own : {"cpu", "lo"}) {
+        ports_.push_back(std::make_unique<KeptPort>(own, sent_));
+    }
+    if (situation.isLive && situation.tables) {
+        takeShared();
+    }
+    loopback_ = std::make_unique<CapturedLoopback>(*ports_.back(), current_);
+    forwarder_ = std::make_unique<Forwarder>(state_->manager(), *tables_, **(ports_.end() - 2));
+    return {};
+}
+
+void TrialRouter::takeShared() {
+    ipRoutes_.emplace(state_->tables().reader(), tables_->ports, tables_->vrfs);
+    constexpr int mostPages = 1 << 20;
+    for (int i = 0; i < mostPages && !ipRoutes_->refresh(); ++i) {
+    }
+    tables_->signalledAre(L2::Pseudowires::read(state_->tables().tables()));
+}
+
+std::vector<Walk::Sent> TrialRouter::takeSent() {
+    return std::exchange(sent_, {});
+}
+
+Walk TrialRouter::walk(const GivenFrame& given) {
+    Walk walk;
+    current_ = {given.port, given.time, given.bytes, given.originalLength};
+    {
+        const Notes notes(walk);
+        forwarder_->receive(current_);
+    }
+    walk.sent = takeSent();
+    // The fate noted last is the frame's own; those before it are of replicas.
+    for (const Ovix::RoadNote& note : walk.notes) {
+        if (note.step == "fate") {
+            walk.kind = *Tessel::valueOf<FateKind>(*note.value("fate"));
+            walk.reason = *note.value("reason");
+        }
+    }
+    return walk;
+}
+
+// The first frames with a label only make its decision.
+TrialRouter::FastRoad TrialRouter::fastRoad(const GivenFrame& given) {
+    FastPath fast(*forwarder_, state_->manager(), *tables_, state_->tables());
+    fast.checkEveryIs(1, [](const std::string&) {});
+    constexpr int times = 4;
+    for (int i = 0; i < times; ++i) {
+        std::vector<std::uint8_t> memory(frameHeadroom + given.bytes.size());
+        std::copy(given.bytes.begin(), given.bytes.end(), memory.begin() + frameHeadroom);
+        WritableFrame frame{memory.data() + frameHeadroom,
+                            static_cast<std::uint32_t>(given.bytes.size()),
+                            given.originalLength,
+                            frameHeadroom,
+                            given.port,
+                            given.time};
+        fast.receive({&frame, 1});
+    }
+    takeSent();
+    return fast.counts().different > 0 ? FastRoad::differs
+           : fast.counts().checked > 0 ? FastRoad::same
+                                       : FastRoad::leaves;
+}
+
+} // namespace OvixAgent
