@@ -213,12 +213,117 @@ class SharedTest(SharedTablesTest):
         self.ctl("lfib", "add", "hardware", "100", "adjacency", "7", "unprogrammed")
         self.assertEqual(self.expect_repaired("unprogrammed"), "lfib replace hardware 100 adjacency 7")
 
-    def test_a_missing_adjacency(self):
-        self.ctl("lfib", "add", "adjacency", "7", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
-        self.ctl("lfib", "add", "hardware", "100", "adjacency", "7")
-        self.ctl("lfib", "del", "adjacency", "7")
-        self.assertEqual(self.expect_repaired("no adjacency"),
-                         "lfib add adjacency 7 as 100 via inet 10.0.2.2 dev east")
+
+class RunningTest(SharedTablesTest):
+    """A running agent is asked, and does nothing."""
+
+    def explain(self, running, frame: bytes, *flags: str, code: int = 0) -> str:
+        return self.ctl("explain", "--control", str(running.path), "--port", "west", frame.hex(), *flags, code=code)
+
+    def everything_counted(self, running) -> list:
+        return [running.ask(command) for command in ("status", "fates", "counters", "ports", "neighbours")]
+
+    def test_it_forwards_counts_and_learns_nothing(self):
+        running = self.start()
+        self.ctl("lfib", "add", "100", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
+        running.send_and_wait(mpls([100]), mpls([999]))
+        before = self.everything_counted(running)
+        told = json.loads(self.explain(running, mpls([100]), "--json"))
+        self.assertEqual(told["verdict"]["sent"], [{"port": "east", "length": len(mpls([100])),
+                                                    "bytes": sent([(200, 0, 63)]).hex()}])
+        self.assertEqual((told["tables"], told["generation"]), (self.tables, running.generation()))
+        other = subprocess.run([CTL, "--tables", self.tables, "explain", "--control", str(running.path), "--port",
+                                "west", mpls([999]).hex()], capture_output=True, text=True, check=False, timeout=30)
+        self.assertEqual(other.returncode, 1, other.stderr)
+        self.assertIn(f"ovixctl --tables {self.tables} lfib add 999", other.stdout)
+        self.assertEqual(self.everything_counted(running), before)
+        result = running.stop()
+        self.assertEqual(result.json["in"]["frames"], 2)
+        self.assertEqual(result.sent(), {"east": [sent([(200, 0, 63)])]})
+
+    def test_the_configuration_is_the_one_in_force(self):
+        running = self.start()
+        self.ctl("lfib", "add", "100", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
+        (self.directory / "agent.yaml").write_text("changed: since\n")
+        self.assertIn("verdict: forwarded by east", self.explain(running, mpls([100])))
+
+    def test_faults_are_named(self):
+        self.assertIn("is the agent running?", self.ctl("explain", "--control", "/nonexistent", "--port", "west", "00",
+                                                        code=2))
+        running = self.start()
+        self.assertIn("--port is required", self.ctl("explain", "--control", str(running.path), "00", code=2))
+        self.assertIn("FRAME, character 3: half a byte", self.ctl("explain", "--control", str(running.path), "--port", "west", "000",
+                                                     code=2))
+
+
+class WhatIfTest(SharedTablesTest):
+    def what_if(self, *words: str) -> dict:
+        return json.loads(self.ctl("what-if", *words, "--json"))
+
+    def setUp(self):
+        super().setUp()
+        to_east, to_west = ("via", "inet", "10.0.2.2", "dev", "east"), ("via", "inet", "10.0.1.2", "dev", "west")
+        self.ctl("lfib", "add", "100", "as", "200", *to_east)
+        for label in ("101", "102"):
+            self.ctl("lfib", "add", label, "nexthop", "as", "301", *to_east, "nexthop", "as", "302", *to_west,
+                     "weight", "3")
+        self.ctl("lfib", "add", "adjacency", "7", "as", "200", *to_east, "backup", "as", "300", *to_west)
+        self.ctl("lfib", "add", "hardware", "110", "adjacency", "7")
+        self.ctl("lfib", "add", "decap", "120", *to_east)
+        self.ctl("lfib", "add", "130", "as", "200", *to_west)
+
+    def moves(self, *words: str) -> dict:
+        """Where labels go, by label: the shares of each place in percent."""
+        before = self.ctl("lfib", "show")
+        told = self.what_if(*words)
+        self.assertEqual(self.ctl("lfib", "show"), before)
+        found = {}
+        for move in told["moves"]:
+            for example in move["examples"]:
+                first, _, last = example.partition("-")
+                for label in range(int(first), int(last or first) + 1):
+                    found[label] = tuple({share["interface"] or share["to"]: share["percent"]
+                                          for share in move[when]} for when in ("before", "after"))
+        self.assertEqual(told["labels"]["changed"], len(found))
+        return found
+
+    def test_a_link_that_goes_down(self):
+        self.assertEqual(self.moves("link east down"), {
+            100: ({"east": 100}, {}), 101: ({"east": 25, "west": 75}, {"west": 100}),
+            102: ({"east": 25, "west": 75}, {"west": 100}), 110: ({"east": 100}, {"west": 100}),
+            120: ({"east": 100}, {"lost": 100})})
+        self.assertEqual(self.what_if("link", "east", "down")["labels"], {"changed": 5, "lost": 2, "gained": 0})
+
+    def test_a_weight(self):
+        self.assertEqual(self.moves("via 10.0.2.2 weight 3"), {
+            label: ({"east": 25, "west": 75}, {"east": 50, "west": 50}) for label in (101, 102)})
+        self.assertEqual(self.moves("via 10.0.2.2 weight 1"), {})
+
+    def test_a_route_that_is_removed_or_changed(self):
+        self.assertEqual(self.moves("lfib del 100"), {100: ({"east": 100}, {})})
+        self.assertEqual(self.moves("lfib", "replace", "100", "as", "309", "via", "inet", "10.0.1.2", "dev", "west"),
+                         {100: ({"east": 100}, {"west": 100})})
+        self.assertEqual(self.moves("lfib add 999 as 309 via inet 10.0.1.2 dev west"), {999: ({}, {"west": 100})})
+
+    def test_a_route_that_has_waited_takes_over(self):
+        self.load(PORTS + lfib(transit={100: routes(via("swap", [309], interface="west", nexthop="10.0.1.2"))}))
+        self.assertEqual(self.moves("lfib del 100"), {100: ({"east": 100}, {"west": 100})})
+
+    def test_what_the_frame_does_agrees(self):
+        """The same labels lose their way in the agent when the link is down."""
+        config = self.directory / "agent.yaml"
+        config.write_text(port("east", status="down"))
+        moved = self.moves("link east down")
+        for label in (100, 101, 110, 130):
+            told = json.loads(run_explain(config, mpls([label]).hex(), "--tables", self.tables, "--json",
+                                          code=1 if moved.get(label, (0, 1))[1] == {} else 0))
+            where = [one["port"] for one in told["verdict"]["sent"]]
+            self.assertEqual(where, [] if label == 100 else ["west"])
+
+    def test_other_words_are_refused(self):
+        for words in ("link east up", "via 10.0.2 weight 3", "via 10.0.2.2 weight x", "lfib drop 100", "east"):
+            self.assertIn("ovixctl: ", self.ctl("what-if", words, code=2))
+        self.assertIn("label 77 is not in table transit", self.ctl("what-if", "lfib del 77", code=2))
 
 
 if __name__ == "__main__":

@@ -88,7 +88,8 @@ printf '%s\n' "${COMPREPLY[@]}"
         lfibs = ["decap", "evpn-ethernet-segment-filter", "evpn-etree-leaf-label", "pseudowire",
                  "transit"]
         for line, offered in (
-                ("ovixctl ", ["lfib", "counters", "status", "drops", "port", "neighbour",
+                ("ovixctl ", ["lfib", "counters", "status", "drops", "explain", "what-if",
+                              "port", "neighbour",
                               "route", "pseudowire", "fec", "vrf", "tables", "completion"]),
                 ("ovixctl lf", ["lfib"]),
                 ("ovixctl neighbour ", ["show"]),
@@ -118,6 +119,11 @@ printf '%s\n' "${COMPREPLY[@]}"
                 ("ovixctl lfib del 100 owner ", ["operator", "file", "fpm", "pseudowires"]),
                 ("ovixctl lfib add 100 via ", ["inet", "inet6"]),
                 ("ovixctl lfib del 100 table p", ["pseudowire"]),
+                ("ovixctl explain --", ["--tables", "--control", "--create", "--json", "--help", "--version", "--port",
+                                        "--html"]),
+                ("ovixctl explain label --h", ["--help", "--html"]),
+                ("ovixctl what-if ", ["link", "via", "lfib"]),
+                ("ovixctl what-if lfib ", ["add", "replace", "del"]),
                 ("ovixctl lfib watch --c", ["--control", "--create", "--count"]),
                 ("ovixctl --t", ["--tables"]),
                 ("ovixctl completion ", ["bash", "zsh"])):

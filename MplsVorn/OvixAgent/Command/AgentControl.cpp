@@ -1,8 +1,10 @@
+#include <filesystem>
 #include <fmt/format.h>
 #include <map>
 #include <utility>
 
 #include "Command/Run.h"
+#include "Listing/SituationListing.h"
 
 namespace OvixAgent {
 
@@ -23,6 +25,7 @@ struct Commands {
                 {"ports", &Commands::ports},
                 {"pseudowires", &Commands::pseudowires},
                 {"routes", &Commands::routes},
+                {"situation", &Commands::situation},
                 {"status", &Commands::status},
                 {"vrfs", &Commands::vrfs},
             };
@@ -73,6 +76,15 @@ struct Commands {
             return refusalAnswer(fmt::format("there is no VRF \"{}\"", vrf));
         }
         return list("routes", routeListing(*parts.tables, vrf));
+    }
+    /// What it forwards by, but for what other commands list.
+    ControlAnswer situation(const std::string& /*request*/) const {
+        const RunOptions& options = *parts.options;
+        return situationAnswer({agentVersion, parts.live ? "live" : "captures",
+                                std::filesystem::absolute(options.config), options.plugin,
+                                options.tables, parts.state->tables().tables().generation(),
+                                options.anyMac},
+                               parts.state->configText());
     }
     ControlAnswer vrfs(const std::string& /*request*/) const {
         return list("vrfs", vrfListing(*parts.tables));

@@ -137,6 +137,7 @@ void LiveReload::finish() {
 // Handles are not counted atomically: nothing that is given back has one in the packet thread.
 void LiveReload::swap(Made& made) {
     parts_.state->commitTables();
+    parts_.state->configTextIs(made.config.text);
     parts_.tables->swap(made.tables, made.config);
     parts_.ports->circuitsAre(parts_.tables->pseudowires, parts_.tables->ports);
     parts_.links->configure(made.config);

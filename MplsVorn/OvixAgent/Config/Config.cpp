@@ -142,7 +142,9 @@ Tessel::Result<std::string> readFile(const std::string& path) {
 Tessel::Result<AgentConfig> parseConfig(const std::string& text, const std::string& file) {
     try {
         const ConfigDocument document = ConfigDocument::parse(text, file);
-        return readConfig(ConfigValue(document));
+        AgentConfig config = readConfig(ConfigValue(document));
+        config.text = std::make_shared<const std::string>(text);
+        return config;
     } catch (const ConfigError& error) {
         return Tessel::Refused{error.what()};
     }

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -155,6 +156,7 @@ using ToggleConfig = std::map<std::string, std::map<std::string, bool>>;
 
 /// A whole configuration, in which every reference leads somewhere.
 struct AgentConfig {
+    std::shared_ptr<const std::string> text; ///< that it was read from
     bool mplsRouting = true;
     ToggleConfig toggles;
     std::vector<PortConfig> ports;

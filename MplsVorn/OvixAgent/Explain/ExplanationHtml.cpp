@@ -7,7 +7,7 @@ namespace OvixAgent {
 
 namespace {
 
-constexpr const char* style = R"(
+constexpr const char* pageStyle = R"(
 :root{color-scheme:light dark;--ink:#1b1f24;--paper:#fff;--line:#8a94a0;--box:#f2f5f8;--good:#0a6b3d;--bad:#b3261e}
 @media (prefers-color-scheme:dark){:root{--ink:#e8ebef;--paper:#15181c;--line:#77818d;--box:#22272e;--good:#5fd39a;--bad:#ff8a80}}
 body{font:16px/1.5 system-ui,sans-serif;color:var(--ink);background:var(--paper);max-width:46rem;margin:0 auto;padding:1rem}
@@ -157,7 +157,7 @@ std::string explanationHtml(const Explanation& told) {
         "<p class=\"verdict{2}\">{3}</p>\n{4}{5}{6}<h2>Step by step</h2>\n"
         "<p>By generation {7} of {8}.</p>\n{9}<h2>The frame</h2>\n{10}<pre>{11}</pre>\n{12}"
         "</main>\n</body>\n</html>\n",
-        escaped(title), style, told.walk.isForwarded() ? "" : " bad", escaped(told.verdict),
+        escaped(title), pageStyle, told.walk.isForwarded() ? "" : " bad", escaped(told.verdict),
         listOf(told.remarks), changeHtml(told), drawingOf(told), told.generation,
         told.tables.empty() ? "the configuration's tables" : "tables " + escaped(told.tables),
         stepsHtml(told), listOf(told.headers), hexText(told.frame.bytes), sentHtml(told));

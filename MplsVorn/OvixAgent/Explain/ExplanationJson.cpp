@@ -9,7 +9,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-Json orNull(const std::string& text) {
+Json textOrNull(const std::string& text) {
     return text.empty() ? Json(nullptr) : Json(text);
 }
 
@@ -24,7 +24,7 @@ Json sentJson(const Walk& walk) {
 
 Json walkJson(const Walk& walk) {
     return {{"fate", std::string(Tessel::wordOf(walk.kind))},
-            {"reason", orNull(walk.reason)},
+            {"reason", textOrNull(walk.reason)},
             {"sent", sentJson(walk)}};
 }
 
@@ -58,7 +58,7 @@ std::string explanationJson(const Explanation& told) {
                      {"length", told.frame.originalLength},
                      {"bytes", hexText(told.frame.bytes)},
                      {"headers", told.headers}}},
-                   {"tables", orNull(told.tables)},
+                   {"tables", textOrNull(told.tables)},
                    {"generation", told.generation},
                    {"steps", std::move(steps)},
                    {"verdict", walkJson(told.walk)},

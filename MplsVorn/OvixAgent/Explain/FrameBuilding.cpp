@@ -43,10 +43,10 @@ struct Builder {
     Bytes built();
 };
 
-void append(Bytes& to, std::span<const std::uint8_t> bytes) {
+void put(Bytes& to, std::span<const std::uint8_t> bytes) {
     to.insert(to.end(), bytes.begin(), bytes.end());
 }
-void append16(Bytes& to, std::uint64_t value) {
+void put16(Bytes& to, std::uint64_t value) {
     to.push_back(static_cast<std::uint8_t>(value >> 8U));
     to.push_back(static_cast<std::uint8_t>(value));
 }
@@ -99,8 +99,8 @@ void Builder::takeEthernet(HeaderWords& words) {
     const Lumo::EthAddr to = words.takeMac("the destination");
     const Lumo::EthAddr from = words.takeIf("from") ? words.takeMac("the source") : someStation;
     innerEthernet.emplace();
-    append(*innerEthernet, to);
-    append(*innerEthernet, from);
+    put(*innerEthernet, to);
+    put(*innerEthernet, from);
 }
 
 std::uint16_t takePort(HeaderWords& words) {
@@ -168,32 +168,32 @@ Bytes Builder::built() {
             "beneath the labels an IPv4 packet from 192.0.2.1 to 192.0.2.2, as none was given";
     }
     Bytes frame;
-    append(frame, destination);
-    append(frame, source);
+    put(frame, destination);
+    put(frame, source);
     for (const Wire::Tag tag : tags) {
-        append16(frame, tag.tpid.value());
-        append16(frame, tag.tci.value());
+        put16(frame, tag.tpid.value());
+        put16(frame, tag.tci.value());
     }
     const bool isIpv6 = packet && Wire::ipVersion(*packet) == 6;
     const std::uint16_t ipType = isIpv6 ? Wire::EtherType::ipv6 : Wire::EtherType::ipv4;
-    append16(frame, labels.empty() ? ipType : Wire::EtherType::mpls);
+    put16(frame, labels.empty() ? ipType : Wire::EtherType::mpls);
     for (std::size_t i = 0; i < labels.size(); ++i) {
         const Lumo::MplsLabelEntry entry(labels[i].label(), labels[i].tc(), i + 1 == labels.size(),
                                          labels[i].ttl());
         std::array<std::uint8_t, Lumo::MplsLabelEntry::size> bytes{};
         entry.store(bytes.data());
-        append(frame, bytes);
+        put(frame, bytes);
     }
     if (controlWord) {
-        append16(frame, *controlWord >> 16U);
-        append16(frame, *controlWord & 0xffffU);
+        put16(frame, *controlWord >> 16U);
+        put16(frame, *controlWord & 0xffffU);
     }
     if (innerEthernet) {
-        append(frame, *innerEthernet);
-        append16(frame, packet ? ipType : Wire::EtherType::arp);
+        put(frame, *innerEthernet);
+        put16(frame, packet ? ipType : Wire::EtherType::arp);
     }
     if (packet) {
-        append(frame, *packet);
+        put(frame, *packet);
     }
     return frame;
 }
@@ -202,7 +202,7 @@ struct HeaderKind {
     std::string_view word;
     void (Builder::*take)(HeaderWords& words);
 };
-constexpr std::array<HeaderKind, 6> kinds{{
+constexpr std::array<HeaderKind, 6> headerKinds{{
     {"mac", &Builder::takeMac},
     {"vlan", &Builder::takeVlan},
     {"label", &Builder::takeLabel},
@@ -214,11 +214,11 @@ constexpr std::array<HeaderKind, 6> kinds{{
 void takeHeader(Builder& builder, HeaderWords& words) {
     const std::size_t at = words.place();
     const std::string_view word = words.take("a header");
-    const auto kind = std::find_if(kinds.begin(), kinds.end(),
+    const auto kind = std::find_if(headerKinds.begin(), headerKinds.end(),
                                    [&](const HeaderKind& known) { return known.word == word; });
-    if (kind == kinds.end()) {
-        std::array<std::string_view, kinds.size()> known;
-        std::transform(kinds.begin(), kinds.end(), known.begin(),
+    if (kind == headerKinds.end()) {
+        std::array<std::string_view, headerKinds.size()> known;
+        std::transform(headerKinds.begin(), headerKinds.end(), known.begin(),
                        [](const HeaderKind& each) { return each.word; });
         throw WordRefused{
             at, fmt::format("{} is no header{}", inQuotes(word), suggestion(word, known))};
@@ -231,6 +231,12 @@ void takeHeader(Builder& builder, HeaderWords& words) {
 }
 
 } // namespace
+
+bool beginsWithHeader(std::string_view text) noexcept {
+    const std::string_view word = text.substr(0, text.find(' '));
+    return std::any_of(headerKinds.begin(), headerKinds.end(),
+                       [&](const HeaderKind& known) { return known.word == word; });
+}
 
 Tessel::Result<GivenFrame> buildFrame(std::string_view text, PortIndex port,
                                       const FrameDefaults& defaults) {

@@ -109,7 +109,7 @@ struct FrameChange {
     bool (*change)(Bytes& frame);
     const char* note;
 };
-constexpr FrameChange changes[]{
+constexpr FrameChange frameChanges[]{
     {raiseTtls, "the sender: TTLs of 2 or more; one that is spent here may also be a loop before "
                 "this router"},
     {changeEchoPort, "an LSP ping to this UDP port belongs to this router (RFC 8029): any other "
@@ -133,7 +133,7 @@ std::vector<Remedy> frameRemedies(const Situation& situation, const GivenFrame& 
         all.push_back({fmt::format("{} --port {} {}", explain, port, hexText(changed.bytes)), note,
                        situation, std::move(changed)});
     };
-    for (const FrameChange& each : changes) {
+    for (const FrameChange& each : frameChanges) {
         GivenFrame changed = frame;
         if (each.change(changed.bytes)) {
             add(std::move(changed), each.note);

@@ -106,7 +106,8 @@ Tessel::Result<GivenFrame> readFrame(std::string_view text, PortIndex port,
     if (text.starts_with("0x") || isHexText(text)) {
         return readHex(text.substr(text.starts_with("0x") ? 2 : 0), port);
     }
-    if (const std::size_t colon = numberColon(text); colon != std::string_view::npos) {
+    const std::size_t colon = numberColon(text);
+    if (colon != std::string_view::npos && !beginsWithHeader(text)) {
         return readCapture(text, colon, port);
     }
     return buildFrame(text, port, defaults);

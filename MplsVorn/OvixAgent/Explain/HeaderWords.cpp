@@ -9,6 +9,18 @@
 
 namespace OvixAgent {
 
+std::optional<Lumo::EthAddr> macFromText(std::string_view text) {
+    constexpr std::size_t macTextSize = 17;
+    Lumo::EthAddr mac{};
+    bool isMac = text.size() == macTextSize;
+    for (std::size_t i = 0; isMac && i < mac.size(); ++i) {
+        const char* const from = text.data() + 3 * i;
+        const auto [end, error] = std::from_chars(from, from + 2, mac[i], 16);
+        isMac = error == std::errc() && end == from + 2 && (i + 1 == mac.size() || *end == ':');
+    }
+    return isMac ? std::optional(mac) : std::nullopt;
+}
+
 std::vector<HeaderWords> HeaderWords::of(std::string_view text) {
     std::vector<HeaderWords> headers;
     std::vector<Word> words;
@@ -60,20 +72,13 @@ std::uint64_t HeaderWords::takeNumber(std::string_view what, std::uint64_t most)
 }
 
 Lumo::EthAddr HeaderWords::takeMac(std::string_view what) {
-    constexpr std::size_t macTextSize = 17;
     const std::size_t at = place();
     const std::string_view text = take(what);
-    Lumo::EthAddr mac{};
-    bool isMac = text.size() == macTextSize;
-    for (std::size_t i = 0; isMac && i < mac.size(); ++i) {
-        const char* const from = text.data() + 3 * i;
-        const auto [end, error] = std::from_chars(from, from + 2, mac[i], 16);
-        isMac = error == std::errc() && end == from + 2 && (i + 1 == mac.size() || *end == ':');
-    }
-    if (!isMac) {
+    const auto mac = macFromText(text);
+    if (!mac) {
         throw WordRefused{at, fmt::format("{} is no MAC address", inQuotes(text))};
     }
-    return mac;
+    return *mac;
 }
 
 Lumo::IpGenAddr HeaderWords::takeAddress(std::string_view what) {

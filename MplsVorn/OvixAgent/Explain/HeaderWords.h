@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -8,6 +9,9 @@
 #include "Lumo/IpGenAddr.h"
 
 namespace OvixAgent {
+
+/// Unset unless the text is six pairs of hexadecimal digits with colons in between.
+std::optional<Lumo::EthAddr> macFromText(std::string_view text);
 
 /// A word that is not what it should be.
 struct WordRefused {

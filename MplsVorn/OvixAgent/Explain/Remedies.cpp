@@ -223,11 +223,11 @@ Remedies frameChanged(const Case& of) {
     return frameRemedies(of.situation, of.frame, of.walk);
 }
 
-struct Known {
+struct RemediesOf {
     std::string_view reason;
     Remedies (*remedies)(const Case& of);
 };
-constexpr std::array<Known, 21> known{{
+constexpr std::array<RemediesOf, 21> remediesByReason{{
     {Reason::nothingResolved, labelRouted},
     {Reason::noNexthopBeneath, labelRouted},
     {Reason::noNexthop, labelRouted},
@@ -255,10 +255,11 @@ constexpr std::array<Known, 21> known{{
 
 Remedies remediesFor(const Situation& situation, const GivenFrame& frame, const Walk& walk) {
     const Case of{situation, frame, walk};
-    const auto found = std::find_if(known.begin(), known.end(),
-                                    [&](const Known& each) { return each.reason == walk.reason; });
+    const auto found =
+        std::find_if(remediesByReason.begin(), remediesByReason.end(),
+                     [&](const RemediesOf& each) { return each.reason == walk.reason; });
     // Other reasons why frames are punted are in the frames.
-    return found != known.end()            ? found->remedies(of)
+    return found != remediesByReason.end() ? found->remedies(of)
            : walk.kind == FateKind::punted ? frameChanged(of)
                                            : Remedies();
 }

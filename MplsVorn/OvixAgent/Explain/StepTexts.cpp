@@ -160,7 +160,7 @@ void tellMtu(const RoadNote& note, const TrialRouter&, Step& step) {
 }
 
 using Tell = void (*)(const RoadNote& note, const TrialRouter& router, Step& step);
-constexpr std::array<std::pair<std::string_view, Tell>, 9> tells{{
+constexpr std::array<std::pair<std::string_view, Tell>, 9> stepTells{{
     {"port", tellPort},
     {"table", tellTable},
     {"choice", tellChoice},
@@ -199,7 +199,7 @@ std::string viaText(const Mpls::WeightedVia& weighted, const PortTable& ports) {
 std::vector<Step> stepsOf(const Walk& walk, const TrialRouter& router) {
     std::vector<Step> steps;
     for (const RoadNote& note : walk.notes) {
-        for (const auto& [kind, tell] : tells) {
+        for (const auto& [kind, tell] : stepTells) {
             if (note.step == kind) {
                 Step& step = steps.emplace_back();
                 step.kind = std::string(kind);

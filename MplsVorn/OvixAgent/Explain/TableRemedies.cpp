@@ -20,7 +20,7 @@ struct Asked {
     std::uint32_t adjacency = 0;
 };
 
-std::uint32_t number(const Ovix::RoadNote& note, std::string_view name) {
+std::uint32_t numberIn(const Ovix::RoadNote& note, std::string_view name) {
     const std::string* const text = note.value(name);
     std::uint32_t value = 0;
     if (text != nullptr) {
@@ -33,8 +33,8 @@ std::optional<Asked> lastAsked(const Walk& walk) {
     std::optional<Asked> asked;
     for (const Ovix::RoadNote& note : walk.notes) {
         if (note.step == "table") {
-            asked = Asked{Lumo::MplsLabel(number(note, "label")), *note.value("table"),
-                          *note.value("found"), number(note, "adjacency")};
+            asked = Asked{Lumo::MplsLabel(numberIn(note, "label")), *note.value("table"),
+                          *note.value("found"), numberIn(note, "adjacency")};
         }
     }
     return asked;

@@ -37,6 +37,10 @@ class AgentState {
     /// Puts what was prepared last in the place of its own tables, all at once.
     void commitTables();
 
+    /// The text of the configuration in force.
+    const std::shared_ptr<const std::string>& configText() const noexcept { return configText_; }
+    void configTextIs(std::shared_ptr<const std::string> text) { configText_ = std::move(text); }
+
     const Ptr<Ovix::PluginContext>& pluginContext() const noexcept { return context_; }
     const Ptr<Ovix::PluginManager>& manager() const noexcept { return context_->manager(); }
     const Ptr<Interface::EthIntfStatusDir>& interfaces() const noexcept { return interfaces_; }
@@ -52,6 +56,7 @@ class AgentState {
     void publishState(const AgentConfig& config);
     void publishTables();
 
+    std::shared_ptr<const std::string> configText_;
     std::unique_ptr<Mpls::TablePublisher> own_;
     Ptr<Tessel::EntityManager> entities_;
     Mpls::PublishedTables published_;

@@ -1,5 +1,7 @@
 // The commands that change one entry: add, replace and del.
 
+#include "commands/ChangeRoute.h"
+
 #include <algorithm>
 #include <fmt/format.h>
 
@@ -161,6 +163,12 @@ Tessel::Result<void> removeOther(Mpls::TablePublisher& publisher, const TableVie
 
 } // namespace
 
+Tessel::Result<void> removeNamed(Mpls::TablePublisher& publisher, const TableView& now,
+                                 const EntryName& name) {
+    return Mpls::isLfib(name.table) ? removeLabelRoute(publisher, now, name)
+                                    : removeOther(publisher, now, name);
+}
+
 Tessel::Result<int> addRoute(const Request& request) {
     return putEntry(request, false);
 }
@@ -180,8 +188,7 @@ Tessel::Result<int> deleteRoute(const Request& request) {
     }
     Mpls::TablePublisher publisher(openForBatch(request));
     const TableView now = viewOf(request, publisher);
-    const auto removed = Mpls::isLfib(name.table) ? removeLabelRoute(publisher, now, name)
-                                                  : removeOther(publisher, now, name);
+    const auto removed = removeNamed(publisher, now, name);
     return removed ? Tessel::Result<int>(commit(request, publisher, {0, 0, 1}))
                    : Tessel::Result<int>(removed.refused());
 }

@@ -15,6 +15,8 @@ Tessel::Result<int> addRoute(const Request& request);
 Tessel::Result<int> clearCounters(const Request& request);
 Tessel::Result<int> deleteRoute(const Request& request);
 Tessel::Result<int> diffRoutes(const Request& request);
+Tessel::Result<int> explainFrameOfAgent(const Request& request);
+Tessel::Result<int> tellWhatIf(const Request& request);
 Tessel::Result<int> loadRoutes(const Request& request);
 Tessel::Result<int> printBashCompletion(const Request& request);
 Tessel::Result<int> printZshCompletion(const Request& request);
@@ -39,6 +41,8 @@ constexpr CommandGroup groups[]{
     {"counters", "The counters of a running agent"},
     {"status", "What a running agent is doing, in short"},
     {"drops", "What has become of a running agent's frames"},
+    {"explain", "Why a frame would go where it goes, or nowhere, in a running agent"},
+    {"what-if", "What a change would move, by the tables alone"},
     {"port", "The ports of a running agent"},
     {"neighbour", "The neighbours of a running agent"},
     {"route", "The IP routes of a running agent"},
@@ -64,6 +68,11 @@ constexpr Option countOptions[]{{"--count", "N", "Stop after N changes", nullptr
 constexpr Option waitOptions[]{{"--wait", "SECONDS",
                                 "How long to wait for other writers of the tables (default: 5)",
                                 nullptr, &Request::wait, "", 0, 86400}};
+
+constexpr Option explainOptions[]{
+    {"--port", "PORT", "The port that the frame comes in at", nullptr, &Request::port},
+    {"--html", "FILE", "Write a page that shows the walk, too", "@files@", &Request::html},
+};
 
 constexpr CommandWords configWord{
     "FILE", "TEXT",
@@ -228,6 +237,44 @@ JSON: {"version", "run", "tables": {"name", "generation", "corruptions", "proble
      R"(Names and order are those of the balance of a run.
 JSON: {"in", "replicas", "forwarded", "punted": FATE, "dropped": FATE, "handedOn": FATE, "queued",
        "balanced"}, where FATE is {"frames", "reasons": {REASON: FRAMES}})"},
+    {"explain",
+     "",
+     "Tell why a frame would go where it goes, or nowhere",
+     explainFrameOfAgent,
+     {"FRAME", "TEXT", "The frame: hexadecimal digits, CAPTURE:NUMBER, or words", 1, 1},
+     R"(By the running agent's configuration, tables, ports and neighbours: the agent forwards, counts and
+learns nothing. FRAME in words is headers with commas in between, the outermost first:
+  mac DESTINATION [from SOURCE] | vlan ID [priority N] | label L[/ttl N][/tc N]
+  control-word [0xHHHHHHHH] | ethernet DESTINATION [from SOURCE]
+  ip SOURCE > DESTINATION [udp|tcp [SPORT >] DPORT | proto N] [ttl N] [tos N] [df] [size N]
+For a frame that is not forwarded, the nearest change that would have it forwarded is shown, after it
+has been tried on a copy.
+Exit codes: 0 forwarded or punted, 1 dropped or handed on, 2 an error
+JSON: {"frame", "tables", "generation", "steps": [{"step", "text", "details", "values", "failed"}],
+       "verdict": {"fate", "reason", "sent": [{"port", "length", "bytes"}]}, "fastPath",
+       "change": {"commands", "notes", "then"}, "remarks", "trace"})",
+     "",
+     explainOptions,
+     ExitCode::usage},
+    {"what-if",
+     "",
+     "Tell which labels and prefixes a change would move",
+     tellWhatIf,
+     {"CHANGE", "TEXT", "What would change, in words", 1, -1},
+     R"(CHANGE: link INTERFACE down
+        via ADDRESS weight N
+        lfib add ROUTE | lfib replace ROUTE | lfib del ROUTE
+Nothing is changed. By the tables alone: all links are taken to be up but the one that is named.
+Flows of a via in the hardware status and of an IP route whose link is down take the other ones, or
+the backups; those of a via in another table are lost.
+Prints a line for what moves alike: how many labels or prefixes, where from and to, and which.
+JSON: {"tables", "generation", "labels": COUNTS, "prefixes": COUNTS, "moves": [{"of", "count",
+       "before": [SHARE], "after": [SHARE], "examples"}]}
+  COUNTS: {"changed", "lost", "gained"}
+  SHARE: {"to", "interface", "nexthop", "percent"})",
+     "0:* link via lfib\n*:link @interfaces@\n*:lfib add replace del\n1:* down\n",
+     {},
+     ExitCode::usage},
     {"port",
      "show",
      "Show ports",

@@ -91,12 +91,19 @@ std::string optionValues() {
     return arms;
 }
 
+/// A bash pattern for the first two words of a command line with the command; one without a name is
+/// its group, and any word may follow.
+std::string patternOf(const Command& command) {
+    return *command.name != '\0' ? fmt::format("\"{} {}\"", command.group, command.name)
+                                 : fmt::format("{0} | \"{0} \"*", command.group);
+}
+
 std::string commandOptions() {
     std::string arms;
     for (const Command& command : allCommands()) {
         if (!command.options.empty()) {
-            arms += fmt::format("            \"{} {}\") options+=\" {}\" ;;\n", command.group,
-                                command.name, joined(command.options, nameOfRow, " "));
+            arms += fmt::format("            {}) options+=\" {}\" ;;\n", patternOf(command),
+                                joined(command.options, nameOfRow, " "));
         }
     }
     return arms;
@@ -104,9 +111,9 @@ std::string commandOptions() {
 
 /// Chooses by the number of words given to the command so far, and the last of them.
 std::string commandArm(const Command& command) {
-    std::string arm = fmt::format("        \"{} {}\")\n            case "
-                                  "\"$((${{#command[@]}} - 2)):${{command[-1]}}\" in\n",
-                                  command.group, command.name);
+    std::string arm = fmt::format("        {})\n            case "
+                                  "\"$((${{#command[@]}} - {})):${{command[-1]}}\" in\n",
+                                  patternOf(command), *command.name != '\0' ? 2 : 1);
     const std::string lines = expanded(command.completion);
     for (std::string_view rest = lines; !rest.empty();) {
         const std::string_view line = rest.substr(0, rest.find('\n'));

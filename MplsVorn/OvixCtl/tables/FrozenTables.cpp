@@ -71,9 +71,8 @@ Tessel::Result<Ptr<Tessel::TableReader>> freezeTables(const std::string& name) {
     if (!memory) {
         return memory.refused();
     }
-    return advising([&] {
-        return Tessel::TableCopy::ofNewest(name, memory.value().bytes()).intoReader();
-    });
+    return advising(
+        [&] { return Tessel::TableCopy::ofNewest(name, memory.value().bytes()).intoReader(); });
 }
 
 } // namespace OvixCtl

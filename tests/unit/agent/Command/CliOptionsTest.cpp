@@ -140,8 +140,9 @@ TEST(CliOptions, HelpAndVersionSucceed) {
 }
 
 TEST(CliOptions, ReadsEveryOptionOfExplain) {
-    const auto result = parse({"explain", "c.yaml", "--port", "west", "label 100", "--tables", "lab",
-                               "--any-mac", "--json", "--html", "p.html", "--plugin", "p.so"});
+    const auto result =
+        parse({"explain", "c.yaml", "--port", "west", "label 100", "--tables", "lab", "--any-mac",
+               "--json", "--html", "p.html", "--plugin", "p.so"});
     ASSERT_TRUE(std::holds_alternative<ExplainOptions>(result));
     const auto& options = std::get<ExplainOptions>(result);
     EXPECT_EQ(options.config, "c.yaml");

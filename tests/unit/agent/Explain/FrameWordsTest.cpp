@@ -55,7 +55,7 @@ TEST(FrameWords, LabelsHaveClassAndTtlAndTheLastIsTheBottom) {
 /// Sums made with the same fields by hand: 0x4500 + 0x001c + 0x4011 + addresses, RFC 1071.
 TEST(FrameWords, IpPacketsHaveLengthsAndChecksums) {
     const Bytes frame = frameOf("ip 10.1.1.1 > 10.9.0.1 udp 1024 > 3503 ttl 7 df");
-    const Bytes header{0x45, 0, 0, 28, 0, 0, 0x40, 0, 7, 17, 0xde, 0xc6, 10, 1, 1, 1, 10, 9, 0, 1};
+    const Bytes header{0x45, 0, 0, 28, 0, 0, 0x40, 0, 7, 17, 0x5e, 0xc6, 10, 1, 1, 1, 10, 9, 0, 1};
     EXPECT_EQ(Bytes(frame.begin() + 14, frame.begin() + 34), header);
     const Bytes udpStart{0x04, 0x00, 0x0d, 0xaf, 0, 8};
     EXPECT_EQ(Bytes(frame.begin() + 34, frame.begin() + 40), udpStart);
@@ -85,7 +85,8 @@ TEST(FrameWords, WordsAreRefusedAtTheirPlace) {
     EXPECT_EQ(refusalOf("label 100/tl 1"), "FRAME, word 3: \"tl\" is too much here");
     EXPECT_EQ(refusalOf("label 1048576"),
               "FRAME, word 2: \"1048576\" as the label: a number of 0 to 1048575");
-    EXPECT_EQ(refusalOf("labl 100"), "FRAME, word 1: \"labl\" is no header; did you mean \"label\"?");
+    EXPECT_EQ(refusalOf("labl 100"),
+              "FRAME, word 1: \"labl\" is no header; did you mean \"label\"?");
     EXPECT_EQ(refusalOf("label 100, ip 10.1.1.1"),
               "FRAME, word 5: \">\" and the destination are missing");
     EXPECT_EQ(refusalOf("label 100, ip 10.1.1.1 > 2001:db8::1"),

@@ -1,0 +1,15 @@
+#pragma once
+
+#include "Published/TablePublisher.h"
+#include "route/RouteGrammar.h"
+#include "tables/TableView.h"
+
+namespace OvixCtl {
+
+/// Removes an entry as `lfib del` does: of several owners' label routes that of the operator, or
+/// else of a file, unless the name says whose. Part of the publisher's batch; `now` is the tables
+/// before. Refuses what is not there or may not be removed.
+Tessel::Result<void> removeNamed(Mpls::TablePublisher& publisher, const TableView& now,
+                                 const EntryName& name);
+
+} // namespace OvixCtl

@@ -1,0 +1,20 @@
+#include "Command/Explaining.h"
+#include "Command/Run.h"
+#include "commands/AgentSituation.h"
+
+namespace OvixCtl {
+
+Tessel::Result<int> explainFrameOfAgent(const Request& request) {
+    if (request.port.empty()) {
+        return usageError(request, {"--port is required"});
+    }
+    const Tessel::Result<OvixAgent::Situation> situation = situationOf(request);
+    if (!situation) {
+        return situation.refused();
+    }
+    OvixAgent::serveToggles(situation.value().config, situation.value().file);
+    return OvixAgent::explainFrame(situation.value(), request.port, request.words.front(),
+                                   {request.json, request.html});
+}
+
+} // namespace OvixCtl
