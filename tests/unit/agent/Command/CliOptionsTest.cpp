@@ -107,10 +107,10 @@ TEST(CliOptions, WrongUsageExitsWithTwoAndSaysWhatIsWrong) {
     const std::pair<std::vector<const char*>, const char*> cases[]{
         {{}, "A subcommand is required"},
         {{"walk"}, "A subcommand is required"},
-        {{"run"}, "--out is required"},
+        {{"run"}, "--out for a run on captures, or --live, is required"},
         {{"run", "--in", "e=a", "--out", "o"}, "CONFIG is required"},
         {{"run", "c.yaml", "--out", "o"}, "--in is required"},
-        {{"run", "c.yaml", "--in", "e=a"}, "--out is required"},
+        {{"run", "c.yaml", "--in", "e=a"}, "--out for a run on captures"},
         {{"run", "c.yaml", "--in", "a.pcap", "--out", "o"}, "\"a.pcap\" is not PORT=CAPTURE"},
         {{"run", "c.yaml", "--in", "=a", "--out", "o"}, "\"=a\" is not PORT=CAPTURE"},
         {{"run", "c.yaml", "--in", "e=", "--out", "o"}, "\"e=\" is not PORT=CAPTURE"},
