@@ -6,6 +6,8 @@
 #include <optional>
 #include <sstream>
 
+#include "Lumo/IpGenAddr.h"
+
 namespace OvixAgent {
 
 namespace {
@@ -54,6 +56,26 @@ std::vector<InputOption> parseInputs(const std::vector<std::string>& texts) {
     return inputs;
 }
 
+/// ADDRESS:PORT of text that may leave out the address, of this machine, which is then 127.0.0.1;
+/// one of IPv6 is in brackets.
+std::string endpointOf(const std::string& text) {
+    const std::size_t colon = text.rfind(':');
+    const std::string address = colon == text.npos ? "127.0.0.1" : text.substr(0, colon);
+    const std::string port = colon == text.npos ? text : text.substr(colon + 1);
+    const bool isBracketed = address.size() > 2 && address.front() == '[' && address.back() == ']';
+    const auto parsed =
+        Lumo::IpGenAddr::fromText(isBracketed ? address.substr(1, address.size() - 2) : address);
+    const bool isAddress =
+        parsed.family() == (isBracketed ? Lumo::IpFamily::ipv6 : Lumo::IpFamily::ipv4);
+    const bool isNumber =
+        !port.empty() && port.size() <= 5 &&
+        std::all_of(port.begin(), port.end(), [](char c) { return c >= '0' && c <= '9'; });
+    if (!isAddress || !isNumber || std::stoi(port) == 0 || std::stoi(port) > 65535) {
+        throw CLI::ValidationError("--metrics", fmt::format("\"{}\" is not [ADDRESS:]PORT", text));
+    }
+    return address + ":" + port;
+}
+
 /// A run on captures needs --in and --out; a live run allows neither.
 void checkForm(const RunOptions& options, const std::vector<std::string>& inputs) {
     if (options.live && !(inputs.empty() && options.outDirectory.empty())) {
@@ -64,6 +86,12 @@ void checkForm(const RunOptions& options, const std::vector<std::string>& inputs
     }
     if (!options.live && options.carrier) {
         throw CLI::RequiresError("--carrier", "--live");
+    }
+    if (!options.metrics.empty() && !options.live) {
+        throw CLI::RequiresError("--metrics", "--live");
+    }
+    if (!options.metrics.empty() && options.control.empty() && options.tables.empty()) {
+        throw CLI::RequiresError("--metrics", "--tables or --control");
     }
     if (options.create && options.tables.empty()) {
         throw CLI::RequiresError("--create", "--tables");
@@ -119,6 +147,11 @@ void addOtherOptions(CLI::App* run, RunOptions& options) {
                     "The socket at which to answer ovixctl (with --tables, by default NAME.sock in "
                     "the runtime directory)")
         ->type_name("PATH");
+    run->add_option_function<std::string>(
+           "--metrics", [&options](const std::string& text) { options.metrics = endpointOf(text); },
+           "Serve metrics of a live run for Prometheus at http://ADDRESS:PORT/metrics; without "
+           "ADDRESS on this machine only")
+        ->type_name("[ADDRESS:]PORT");
     run->add_option_function<std::string>(
            "--fast-path", [&options](const std::string& word) { options.fastPath = word == "on"; },
            "Whether to forward by decisions made once per label, which changes nothing but the "

@@ -13,6 +13,7 @@
 #include "Command/LiveReload.h"
 #include "FastPath/FastPath.h"
 #include "Live/LiveRun.h"
+#include "Metrics/MetricsServer.h"
 #include "Ovix/trace/Trace.h"
 
 namespace OvixAgent {
@@ -59,6 +60,9 @@ class LiveAgent {
         control_ = serveControl({&options, state_.get(), &forwarder_, &tables_,
                                  [this] { return counters(); },
                                  [this](PortIndex port) { return liveStateOf(port); }});
+        if (!options.metrics.empty()) {
+            metrics_.emplace(options.metrics, control_->path());
+        }
         if (options.carrier) {
             carrier_.emplace(ports_);
         } else {
@@ -123,7 +127,8 @@ class LiveAgent {
     LiveReload reload_{options_,
                        config_,
                        {state_.get(), &tables_, &ports_, &links_, &answers_, &ipRoutes_},
-                       *log_}; ///< the first to end
+                       *log_};
+    std::optional<MetricsServer> metrics_; ///< set when asked for; the first to end
 };
 
 /// Traces are logged like everything else, so that their reader cannot hold up the frames.

@@ -1,12 +1,12 @@
 #include "Live/SideThread.h"
 
-#include <csignal>
 #include <sys/eventfd.h>
 #include <sys/resource.h>
 #include <unistd.h>
 #include <utility>
 
 #include "Posix/SystemError.h"
+#include "Posix/WithoutSignals.h"
 
 namespace OvixAgent {
 
@@ -20,12 +20,8 @@ SideThread::SideThread() : done_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (!done_.isOpen()) {
         Posix::fail("cannot make an event descriptor");
     }
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
+    const Posix::WithoutSignals here;
     thread_ = std::thread([this] { work(); });
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 SideThread::~SideThread() {

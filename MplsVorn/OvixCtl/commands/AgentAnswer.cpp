@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <utility>
 
+#include "Control/ControlClient.h"
 #include "Control/ControlServer.h"
 #include "commands/Counters.h"
 
@@ -25,7 +26,7 @@ std::string requestText(const std::string& command, const Json& more) {
 
 Tessel::Result<Json> answerTo(const std::string& command, const std::string& path,
                               const Json& more) {
-    const Tessel::Result<std::string> line = askAgent(path, requestText(command, more));
+    const Tessel::Result<std::string> line = OvixAgent::askAgent(path, requestText(command, more));
     if (!line) {
         return line.refused();
     }

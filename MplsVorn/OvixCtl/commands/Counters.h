@@ -2,17 +2,11 @@
 
 #include <cstdint>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "Tessel/Result.h"
 
 namespace OvixCtl {
-
-/// Sends a request to the agent that answers at a socket, and returns its answer; both are lines of
-/// JSON without their ends.
-/// Refuses when no agent is there and when no answer comes within ten seconds, naming the path.
-Tessel::Result<std::string> askAgent(const std::string& path, std::string_view request);
 
 struct LabelCounter {
     std::uint32_t label = 0;

@@ -1,7 +1,6 @@
 #include "Log/Log.h"
 
 #include <atomic>
-#include <csignal>
 #include <mutex>
 #include <spdlog/async.h>
 #include <spdlog/details/null_mutex.h>
@@ -11,6 +10,7 @@
 
 #include "Log/LineLimits.h"
 #include "Log/LineOutput.h"
+#include "Posix/WithoutSignals.h"
 
 namespace OvixLog {
 
@@ -18,22 +18,6 @@ namespace {
 
 constexpr std::size_t mostQueued = 1024; ///< lines; then the oldest is lost
 constexpr std::chrono::seconds betweenNotes{1};
-
-/// Blocks all signals for threads that are made while it exists.
-class WithoutSignals {
-  public:
-    WithoutSignals() noexcept {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &before_);
-    }
-    WithoutSignals(const WithoutSignals&) = delete;
-    WithoutSignals& operator=(const WithoutSignals&) = delete;
-    ~WithoutSignals() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-
-  private:
-    sigset_t before_{};
-};
 
 } // namespace
 
@@ -101,7 +85,7 @@ struct Log::Parts {
 };
 
 Log::Log(std::string program, int descriptor) {
-    const WithoutSignals here;
+    const Posix::WithoutSignals here;
     parts_ = std::make_unique<Parts>(std::move(program), descriptor);
     parts_->notes = std::make_unique<spdlog::details::periodic_worker>(
         [parts = parts_.get()] { parts->noteLeftOut(); }, betweenNotes);

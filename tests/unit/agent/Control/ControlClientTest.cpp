@@ -1,9 +1,9 @@
 #include "AnsweringSocket.h"
-#include "commands/Counters.h"
+#include "Control/ControlClient.h"
 
 namespace ControlClientTest {
 
-using namespace OvixCtl;
+using OvixAgent::askAgent;
 using TestSupport::AnsweringSocket;
 
 TEST(ControlClient, AnAnswerLongerThanASocketHoldsComesWhole) {

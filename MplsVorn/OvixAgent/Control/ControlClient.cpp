@@ -1,3 +1,5 @@
+#include "Control/ControlClient.h"
+
 #include <algorithm>
 #include <cassert>
 #include <cerrno>
@@ -8,13 +10,11 @@
 #include <sys/un.h>
 
 #include "Posix/FileDescriptor.h"
-#include "commands/Counters.h"
 
-namespace OvixCtl {
+namespace OvixAgent {
 
 namespace {
 
-constexpr time_t patienceSeconds = 10;
 constexpr std::size_t maxAnswerBytes = std::size_t{256} << 20U;
 
 Tessel::Refused refusedAt(const std::string& path, const std::string& what) {
@@ -32,12 +32,13 @@ Tessel::Refused refusedForErrno(const std::string& path) {
 }
 
 /// False sets errno.
-bool isConnected(const Posix::FileDescriptor& socket, const std::string& path) {
+bool isConnected(const Posix::FileDescriptor& socket, const std::string& path,
+                 std::chrono::seconds longest) {
     sockaddr_un address{};
     assert(path.size() < sizeof address.sun_path);
     address.sun_family = AF_UNIX;
     std::copy(path.begin(), path.end(), address.sun_path);
-    const timeval patience{patienceSeconds, 0};
+    const timeval patience{static_cast<time_t>(longest.count()), 0};
     setsockopt(socket.value(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
     setsockopt(socket.value(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
     return connect(socket.value(), reinterpret_cast<const sockaddr*>(&address), sizeof address) ==
@@ -76,15 +77,16 @@ Tessel::Result<std::string> receiveLine(const Posix::FileDescriptor& socket,
 
 } // namespace
 
-Tessel::Result<std::string> askAgent(const std::string& path, std::string_view request) {
+Tessel::Result<std::string> askAgent(const std::string& path, std::string_view request,
+                                     std::chrono::seconds longest) {
     if (path.size() >= sizeof(sockaddr_un::sun_path)) {
         return refusedAt(path, "the path is too long");
     }
     const Posix::FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (!isConnected(socket, path) || !isSent(socket, fmt::format("{}\n", request))) {
+    if (!isConnected(socket, path, longest) || !isSent(socket, fmt::format("{}\n", request))) {
         return refusedForErrno(path);
     }
     return receiveLine(socket, path);
 }
 
-} // namespace OvixCtl
+} // namespace OvixAgent
