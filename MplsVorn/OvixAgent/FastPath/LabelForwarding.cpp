@@ -97,15 +97,6 @@ inline bool LabelForwarding::lookUpAll(const Decision& top, const PacketWork& wo
     return Lumo::MplsLabelEntry::load(work.packet).bos() || lookUpInner(work, counted);
 }
 
-inline void LabelForwarding::count(const Counted& counted, std::uint16_t last) {
-    for (std::size_t i = 0; i < counted.count; ++i) {
-        events_.count(counted.sets[i]);
-    }
-    if (last != EventSets::none) {
-        events_.count(last);
-    }
-}
-
 /// The flow's hash is that of the packet as it leaves. Null, and the packet is as it was, when it
 /// cannot leave now.
 const EgressLine* LabelForwarding::rewriteTowardFec(const DecidedRewrite& rewrite,

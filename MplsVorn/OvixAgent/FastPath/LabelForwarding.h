@@ -185,7 +185,14 @@ class LabelForwarding {
     void countLabel(Lumo::MplsLabelEntry entry, const PacketWork& work) {
         decider_.labelCounters()->countBytes(labelOf(entry), work.counted());
     }
-    void count(const Counted& counted, std::uint16_t last);
+    void count(const Counted& counted, std::uint16_t last) {
+        for (std::size_t i = 0; i < counted.count; ++i) {
+            events_.count(counted.sets[i]);
+        }
+        if (last != EventSets::none) {
+            events_.count(last);
+        }
+    }
 
     EventSets events_;
     EgressLines* lines_;
