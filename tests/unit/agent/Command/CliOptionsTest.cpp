@@ -64,6 +64,27 @@ TEST(CliOptions, LinksGoDownWithALiveRunIfThatIsAskedFor) {
     EXPECT_TRUE(runOptions({"run", "c.yaml", "--live", "--carrier"}).carrier);
 }
 
+TEST(CliOptions, MetricsAreServedOnThisMachineUnlessAnAddressIsGiven) {
+    const auto live = [](const char* address) {
+        return std::vector<const char*>{"run", "c.yaml",    "--live", "--tables",
+                                        "lab", "--metrics", address};
+    };
+    EXPECT_EQ(runOptions(live("9473")).metrics, "127.0.0.1:9473");
+    EXPECT_EQ(runOptions(live("192.0.2.1:80")).metrics, "192.0.2.1:80");
+    EXPECT_EQ(runOptions(live("[2001:db8::1]:65535")).metrics, "[2001:db8::1]:65535");
+    for (const char* const bad : {"", "0", "65536", "123456", "x", ":", "localhost:80", "1.2.3.4:",
+                                  "1.2.3.4:-1", "2001:db8::1:80", "[1.2.3.4]:80", "[]:80"}) {
+        EXPECT_NE(exitOf(live(bad)).text.find(std::string("\"") + bad + "\" is not [ADDRESS:]PORT"),
+                  std::string::npos)
+            << bad << ": " << exitOf(live(bad)).text;
+    }
+    EXPECT_EQ(exitOf({"run", "c.yaml", "--live", "--metrics", "9473"}).code, ExitCode::usage);
+    EXPECT_EQ(exitOf({"run", "c.yaml", "--in", "e=a", "--out", "o", "--tables", "lab", "--metrics",
+                      "9473"})
+                  .code,
+              ExitCode::usage);
+}
+
 TEST(CliOptions, TheFastPathIsOnUnlessItIsSwitchedOff) {
     const std::vector<const char*> plain{"run", "c.yaml", "--in", "e=a", "--out", "o"};
     const auto with = [&plain](const char* option) {

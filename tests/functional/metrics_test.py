@@ -1,0 +1,120 @@
+"""The metrics of a live agent: what is served, what the documents and the dashboard say of it, and clients
+that mean no good."""
+
+import re
+import shutil
+import subprocess
+import time
+import unittest
+
+import agent
+import faults
+from live import LiveTest, ip
+from running_agent import ask
+
+PORT = 9473
+SERIES = re.compile(r"\b((?:ovix|process)_[a-z_]+[a-z])\b")
+FETCH = f"""
+import sys, urllib.request
+sys.stdout.write(urllib.request.urlopen("http://127.0.0.1:{PORT}/metrics", timeout=10).read().decode())"""
+# Connections that say nothing, one that never ends its request, and one with a header of a megabyte.
+HOSTILE = f"""
+import socket, sys, time
+held = [socket.create_connection(("127.0.0.1", {PORT})) for _ in range(40)]
+held[0].sendall(b"GET /metrics HTTP/1.1\\r\\nX: ")
+try: held[1].sendall(b"GET /metrics HTTP/1.1\\r\\nX: " + b"x" * (1 << 20))
+except OSError: pass
+print("held", flush=True); sys.stdin.read()"""
+
+
+class Metrics(LiveTest):
+    options = ("--metrics", str(PORT))
+
+    def setUp(self):
+        super().setUp()
+        ip("-n", self.router, "link", "set", "lo", "up")
+
+    def scrape(self) -> str:
+        text, _ = self.host(self.router, FETCH).communicate(timeout=30)
+        return text
+
+    def values(self) -> dict[str, float]:
+        """By series with its labels."""
+        lines = [line for line in self.scrape().splitlines() if not line.startswith("#")]
+        return {name: float(value) for name, value in (line.rsplit(" ", 1) for line in lines)}
+
+    def test_what_is_served_is_what_ovixctl_shows(self):
+        process = self.start()
+        self.learn_neighbours()
+        self.assertEqual(self.labelled(100, 3), 0)  # dropped: there is no such label
+        time.sleep(0.3)  # older answers are not given again
+        status, values = ask(self.path, "status"), self.values()
+        self.assertEqual(values["ovix_up"], 1)
+        self.assertEqual(values["ovix_frames_balanced"], 1)
+        self.assertGreaterEqual(values["ovix_frames_in_total"], status["frames"]["in"])
+        drops = [value for name, value in values.items()
+                 if name.startswith("ovix_frames_total") and "No labels resolved" in name]
+        self.assertEqual(drops, [3])
+        self.assertEqual(values['ovix_port_up{port="west"}'], 1)
+        self.assertGreaterEqual(values['ovix_port_sent_frames_total{port="east"}'], 1)
+        self.assertGreater(values["process_resident_memory_bytes"], 1 << 20)
+        self.assertLess(abs(values["process_start_time_seconds"] - time.time()), 60)
+        fates = sum(value for name, value in values.items() if name.startswith("ovix_frames_total"))
+        self.assertEqual(values["ovix_frames_in_total"] + values["ovix_frame_replicas_total"],
+                         fates + values["ovix_frames_queued"])
+        self.stop(process)
+
+    def test_series_documents_and_dashboard_agree(self):
+        process = self.start()
+        self.learn_neighbours()
+        served = set(re.findall(r"^# TYPE (\S+)", self.scrape(), re.MULTILINE))
+        own = {name for name in served if not name.startswith("exposer_")}
+        table = (agent.SOURCE / "docs/metrics.md").read_text(encoding="utf-8")
+        self.assertEqual(set(re.findall(r"^\| `(\w+)`", table, re.MULTILINE)), own)
+        for path in ("alerts.yml", "dashboard.json"):
+            text = (agent.SOURCE / "examples/metrics" / path).read_text(encoding="utf-8")
+            named = set(SERIES.findall(text))
+            self.assertGreater(len(named), 4, path)
+            self.assertLessEqual(named, own, path)
+        self.stop(process)
+
+    @unittest.skipUnless(shutil.which("promtool"), "needs promtool, of Debian's package prometheus")
+    def test_promtool_finds_nothing_wrong(self):
+        process = self.start()
+        own = "".join(line + "\n" for line in self.scrape().splitlines() if "exposer_" not in line)
+        checked = subprocess.run(["promtool", "check", "metrics"], input=own, capture_output=True,
+                                 text=True, check=False)
+        self.assertEqual((checked.returncode, checked.stderr), (0, ""))
+        rules = subprocess.run(["promtool", "check", "rules",
+                                str(agent.SOURCE / "examples/metrics/alerts.yml")],
+                               capture_output=True, text=True, check=False)
+        self.assertEqual(rules.returncode, 0, rules.stderr)
+        self.stop(process)
+
+    def test_hostile_clients_disturb_nobody(self):
+        process = self.start()
+        self.learn_neighbours()
+        self.scrape()
+        pid = faults.program_of(process.pid) or process.pid
+        before = faults.status(pid, "VmRSS")
+        hostile = self.host(self.router, HOSTILE, stdin=subprocess.PIPE)
+        self.addCleanup(hostile.communicate)
+        self.assertEqual(hostile.stdout.readline(), "held\n")
+        self.assertEqual(self.datagrams(50), 50)
+        self.assertLess(faults.status(pid, "VmRSS") - before, 8 << 10)
+        began = time.monotonic()
+        result = self.stop(process)  # with all of them connected
+        self.assertLess(time.monotonic() - began, 10)
+        self.assertGreaterEqual(result["forwarded"]["ports"]["east"]["frames"], 50)
+
+    def test_a_port_in_use_is_an_error(self):
+        process = self.start()
+        other = self.run_briefly("{name: spare, kind: tap}", options=(
+            "--control", str(self.directory / "other.sock"), *self.options))
+        self.assertEqual(other.returncode, 1)
+        self.assertIn(f"--metrics: cannot listen at 127.0.0.1:{PORT}", other.stderr)
+        self.stop(process)
+
+
+if __name__ == "__main__":
+    unittest.main()
