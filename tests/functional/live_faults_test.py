@@ -142,6 +142,25 @@ class LiveFaults(LiveTest):
         self.until(lambda: faults.descriptors(self.program) == before)
         self.stop(process)
 
+    def test_a_request_that_no_descriptor_was_left_for_is_answered_in_steady_traffic(self):
+        process = self.start()
+        self.learn_neighbours()
+        sender = self.host(self.west, """
+import socket, time
+s = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+while True: s.sendto(b"x", ("10.0.2.2", 7000)); time.sleep(0.005)""")
+        self.addCleanup(sender.communicate)
+        self.addCleanup(sender.kill)
+        faults.limit(self.program, "nofile", str(faults.settled_descriptors(self.program)))
+        with socket.socket(socket.AF_UNIX) as client:
+            client.connect(str(self.path))
+            client.sendall(b'{"command": "status"}\n')
+            time.sleep(0.3)
+            faults.limit(self.program, "nofile", "1024")
+            client.settimeout(10)
+            self.assertTrue(client.recv(65536).startswith(b'{"ok":true'))
+        self.stop(process)
+
     @unittest.skipIf(faults.is_sanitized(), "the sanitizer needs its address space")
     def test_without_more_memory_frames_go_on(self):
         process = self.start()

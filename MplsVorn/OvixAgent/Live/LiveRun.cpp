@@ -154,6 +154,9 @@ void LiveRun::settle(const std::function<void(const std::string&)>& report) {
     if (now - checkedAt_ >= std::chrono::seconds(1) || isReady_ > wasReady) {
         checkedAt_ = now;
         parts_.ports->reopen();
+        if (answersRequests()) {
+            parts_.control->serve(); // clients that no descriptor was left for cause no event
+        }
         if (isReady_ && parts_.carrier != nullptr) {
             parts_.carrier->hold();
         }
