@@ -7,6 +7,7 @@
 #include "Capture/CaptureReader.h"
 #include "Config/ConfigText.h"
 #include "Explain/FrameBuilding.h"
+#include "Lumo/Pkt.h"
 
 namespace OvixAgent {
 
