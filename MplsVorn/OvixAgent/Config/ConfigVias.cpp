@@ -204,7 +204,7 @@ std::vector<WeightedVia> readVias(const ConfigMap& map, LfibViaType type, const 
     if (map.find("vias")) {
         single->fail("via and vias cannot both be given");
     }
-    const std::vector<WeightedVia> vias{readVia(*single, type, ports)};
+    std::vector<WeightedVia> vias{readVia(*single, type, ports)};
     checkWeights(*single, vias);
     return vias;
 }
