@@ -6,6 +6,7 @@
 
 #include "Command/CliOptions.h"
 #include "Command/Explaining.h"
+#include "Command/Replaying.h"
 #include "Command/Run.h"
 #include "Live/carrier/Carrier.h"
 
@@ -22,6 +23,9 @@ int main(int argc, char** argv) {
     }
     if (const auto* options = std::get_if<OvixAgent::ExplainOptions>(&parsed)) {
         return OvixAgent::runExplain(*options);
+    }
+    if (const auto* options = std::get_if<OvixAgent::ReplayOptions>(&parsed)) {
+        return OvixAgent::runReplay(*options);
     }
     try {
         OvixLog::Log log("ovix-agent");

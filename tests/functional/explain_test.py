@@ -2,6 +2,7 @@
 
 import json
 import re
+import shutil
 import subprocess
 import unittest
 
@@ -89,6 +90,26 @@ class ExplainTest(AgentTest):
         self.assertIn("viewport", text)
         self.assertIn("@media print", text)
         self.assertEqual(re.findall(r"(?:src|href)=|@import|url\(", text), [])
+
+    @unittest.skipUnless(shutil.which("chromium"), "there is no Chromium")
+    def test_the_page_in_a_browser(self):
+        """On a phone nothing is wider than the screen, the failing step is marked, and nothing is fetched."""
+        page, frame = self.path / "page.html", self.path / "frame.html"
+        self.explain("", "label 100, ip 10.1.1.1 > 10.9.0.1", "--html", str(page), code=1)
+        frame.write_text("""<iframe src="page.html" width="390" height="800"></iframe><p id="told"></p><script>
+            onload = () => { const shown = document.querySelector("iframe").contentDocument;
+                const root = shown.documentElement, drawn = shown.querySelector("svg").getBoundingClientRect();
+                told.textContent = JSON.stringify({wide: root.scrollWidth, drawn: drawn.height > 100,
+                    failed: [...shown.querySelectorAll("li.failed")].map(each => each.textContent),
+                    boxes: shown.querySelectorAll("svg .failed rect").length,
+                    fetched: shown.defaultView.performance.getEntriesByType("resource").length}); };</script>""")
+        done = subprocess.run(["chromium", "--headless", "--no-sandbox", "--disable-gpu", "--virtual-time-budget=3000",
+                               "--allow-file-access-from-files", "--dump-dom", f"--user-data-dir={self.path}/profile",
+                               frame.as_uri()], capture_output=True, text=True, check=True, timeout=60)
+        told = json.loads(re.search(r'<p id="told">(.*?)</p>', done.stdout)[1])
+        self.assertLessEqual(told.pop("wide"), 390)
+        self.assertEqual(told, {"drawn": True, "failed": ["✗ label 100 in table hardware: no route"], "boxes": 1,
+                                "fetched": 0})
 
     def test_faulty_input_is_refused_with_its_place(self):
         path = self.path / "faulty.yaml"

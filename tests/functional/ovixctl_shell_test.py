@@ -88,7 +88,7 @@ printf '%s\n' "${COMPREPLY[@]}"
         lfibs = ["decap", "evpn-ethernet-segment-filter", "evpn-etree-leaf-label", "pseudowire",
                  "transit"]
         for line, offered in (
-                ("ovixctl ", ["lfib", "counters", "status", "drops", "explain", "what-if",
+                ("ovixctl ", ["lfib", "counters", "status", "drops", "explain", "what-if", "bundle",
                               "port", "neighbour",
                               "route", "pseudowire", "fec", "vrf", "tables", "completion"]),
                 ("ovixctl lf", ["lfib"]),

@@ -200,10 +200,25 @@ CLI::App* addExplain(CLI::App& app, ExplainOptions& options) {
     return explain;
 }
 
+CLI::App* addReplay(CLI::App& app, ReplayOptions& options) {
+    CLI::App* const replay = app.add_subcommand(
+        "replay", "Forward the frames of a bundle, and tell what differs from what it says");
+    replay->footer("Exit codes:\n"
+                   "  0  every frame has the same fate, and leaves with the same bytes\n"
+                   "  1  some differ\n"
+                   "  2  the command line or the bundle is faulty");
+    replay->add_option("BUNDLE", options.bundle, "A file that ovixctl bundle has written")
+        ->required();
+    replay->add_flag("--json", options.json, "Print JSON");
+    replay->add_option("--plugin", options.plugin, "The plugin library to load")->type_name("FILE");
+    return replay;
+}
+
 } // namespace
 
-std::variant<RunOptions, ExplainOptions, CliExit> parseCommandLine(int argc,
-                                                                   const char* const* argv) {
+std::variant<RunOptions, ExplainOptions, ReplayOptions, CliExit>
+parseCommandLine(int argc, const char* const* argv) {
+    ReplayOptions replaying;
     ExplainOptions explaining;
     RunOptions options;
     std::vector<std::string> inputs;
@@ -215,10 +230,14 @@ std::variant<RunOptions, ExplainOptions, CliExit> parseCommandLine(int argc,
     addFrameOptions(run, options, inputs);
     addOtherOptions(run, options);
     const CLI::App* const explain = addExplain(app, explaining);
+    const CLI::App* const replay = addReplay(app, replaying);
     try {
         app.parse(argc, argv);
         if (explain->parsed()) {
             return explaining;
+        }
+        if (replay->parsed()) {
+            return replaying;
         }
         takeConfigFromInputs(options.config, inputs);
         checkForm(options, inputs);

@@ -58,13 +58,27 @@ struct ExplainOptions {
     bool json = false;
 };
 
+/// Exit codes of `replay`.
+namespace ReplayExit {
+inline constexpr int same = 0;
+inline constexpr int different = 1; ///< for at least one frame
+inline constexpr int refused = 2;   ///< the command line or the bundle is faulty
+} // namespace ReplayExit
+
+/// The command `replay`.
+struct ReplayOptions {
+    std::string bundle;
+    std::string plugin;
+    bool json = false;
+};
+
 /// Nothing to run: help or version was requested, or the command line is invalid.
 struct CliExit {
     int code = ExitCode::success;
     std::string text; ///< printed on standard output on success, else on standard error
 };
 
-std::variant<RunOptions, ExplainOptions, CliExit> parseCommandLine(int argc,
-                                                                   const char* const* argv);
+std::variant<RunOptions, ExplainOptions, ReplayOptions, CliExit>
+parseCommandLine(int argc, const char* const* argv);
 
 } // namespace OvixAgent

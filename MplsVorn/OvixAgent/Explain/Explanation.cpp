@@ -108,6 +108,10 @@ Tessel::Result<Explanation> explain(const Situation& situation, const GivenFrame
     if (!frame.comment.empty()) {
         told.remarks.push_back(frame.comment);
     }
+    if (situation.isLive && told.walk.reason == Reason::noNeighbour) {
+        told.remarks.emplace_back("a live router asks for the neighbour first, and lets the first "
+                                  "packets wait for the answer");
+    }
     return told;
 }
 

@@ -51,7 +51,7 @@ std::string escaped(std::string_view text) {
 
 /// As much as fits a box; whole UTF-8 characters.
 std::string shortened(const std::string& text) {
-    constexpr std::size_t most = 54;
+    constexpr std::size_t most = 46;
     if (text.size() <= most) {
         return text;
     }

@@ -32,6 +32,8 @@ struct Request {
     std::uint64_t count = ~std::uint64_t{0}; ///< of watch: stop after that many changes
     std::uint64_t wait = 5;                  ///< seconds for which other writers are waited for
     std::string port;                        ///< of explain: where the frame comes in
+    std::string frames;                      ///< of bundle: a capture
+    bool anonymise = false;                  ///< of bundle
     std::string html;                        ///< of explain: the file for a page
     std::vector<std::string> words;          ///< as many as the command takes
 };

@@ -17,6 +17,7 @@ Tessel::Result<int> deleteRoute(const Request& request);
 Tessel::Result<int> diffRoutes(const Request& request);
 Tessel::Result<int> explainFrameOfAgent(const Request& request);
 Tessel::Result<int> tellWhatIf(const Request& request);
+Tessel::Result<int> writeBundleOfAgent(const Request& request);
 Tessel::Result<int> loadRoutes(const Request& request);
 Tessel::Result<int> printBashCompletion(const Request& request);
 Tessel::Result<int> printZshCompletion(const Request& request);
@@ -43,6 +44,7 @@ constexpr CommandGroup groups[]{
     {"drops", "What has become of a running agent's frames"},
     {"explain", "Why a frame would go where it goes, or nowhere, in a running agent"},
     {"what-if", "What a change would move, by the tables alone"},
+    {"bundle", "All that a running agent forwards by, in one file"},
     {"port", "The ports of a running agent"},
     {"neighbour", "The neighbours of a running agent"},
     {"route", "The IP routes of a running agent"},
@@ -72,6 +74,15 @@ constexpr Option waitOptions[]{{"--wait", "SECONDS",
 constexpr Option explainOptions[]{
     {"--port", "PORT", "The port that the frame comes in at", nullptr, &Request::port},
     {"--html", "FILE", "Write a page that shows the walk, too", "@files@", &Request::html},
+};
+
+constexpr Option bundleOptions[]{
+    {"--frames", "CAPTURE", "Frames to put into it, beside those that the agent has recorded",
+     "@files@", &Request::frames},
+    {"--port", "PORT", "The port that the frames of the capture come in at", nullptr,
+     &Request::port},
+    {"--anonymise", nullptr, "Replace IP addresses, the same ones alike, and keep their prefixes",
+     nullptr, &Request::anonymise},
 };
 
 constexpr CommandWords configWord{
@@ -274,6 +285,20 @@ JSON: {"tables", "generation", "labels": COUNTS, "prefixes": COUNTS, "moves": [{
   SHARE: {"to", "interface", "nexthop", "percent"})",
      "0:* link via lfib\n*:link @interfaces@\n*:lfib add replace del\n1:* down\n",
      {},
+     ExitCode::usage},
+    {"bundle",
+     "",
+     "Write all that a running agent forwards by into one file",
+     writeBundleOfAgent,
+     {"FILE", "TEXT", "The file", 1, 1},
+     R"(The configuration in force, the tables at one generation, ports, neighbours, versions, counters,
+settings, the frames that the agent has recorded, and what becomes of each. "ovix-agent replay FILE"
+forwards them again, on any machine, without privileges, and tells what differs.
+Names of ports, VRFs and pseudowires, MAC addresses and comments of the configuration stay;
+--anonymise leaves the comments out. Exit codes: 0 written, 2 an error
+JSON: {"file", "frames", "generation"})",
+     "0:* @files@\n",
+     bundleOptions,
      ExitCode::usage},
     {"port",
      "show",

@@ -65,7 +65,8 @@ TEST_F(CommandLineTest, EachCommandIsKnownByGroupAndName) {
         EXPECT_EQ(Words({request.command->group, request.command->name}),
                   Words({words[0], words[1]}));
     }
-    const Words alone[]{{"status"}, {"explain", "00"}, {"what-if", "link east down"}};
+    const Words alone[]{
+        {"status"}, {"explain", "00"}, {"bundle", "f"}, {"what-if", "link east down"}};
     for (const Words& words : alone) { // have no names beside those of their groups
         EXPECT_EQ(std::string(requestOf(words).command->group), words[0]);
     }

@@ -1,0 +1,62 @@
+#include "Command/Replaying.h"
+
+#include <cstdio>
+#include <exception>
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include "Bundle/Bundle.h"
+#include "Command/Run.h"
+
+namespace OvixAgent {
+
+namespace {
+
+void printReplay(const Bundle& bundle, const std::vector<std::string>& different, bool json) {
+    if (json) {
+        const nlohmann::ordered_json all{{"frames", bundle.frames.size()},
+                                         {"different", different.size()},
+                                         {"differences", different}};
+        fmt::print("{}\n",
+                   all.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+        return;
+    }
+    for (const std::string& each : different) {
+        fmt::print("{}\n", each);
+    }
+    fmt::print("{} frames, {} different\n", bundle.frames.size(), different.size());
+}
+
+Tessel::Result<int> replay(const ReplayOptions& options) {
+    Tessel::Result<Bundle> bundle = readBundle(options.bundle);
+    if (!bundle) {
+        return bundle.refused();
+    }
+    bundle.value().situation.plugin = options.plugin;
+    serveToggles(bundle.value().situation.config, bundle.value().situation.file);
+    const auto different = differences(bundle.value());
+    if (!different) {
+        return different.refused();
+    }
+    printReplay(bundle.value(), different.value(), options.json);
+    return different.value().empty() ? ReplayExit::same : ReplayExit::different;
+}
+
+} // namespace
+
+int runReplay(const ReplayOptions& options) {
+    std::string problem;
+    try {
+        const Tessel::Result<int> code = replay(options);
+        if (code) {
+            return code.value();
+        }
+        problem = code.refused().what;
+    } catch (const std::exception& error) {
+        problem = error.what();
+    }
+    std::fprintf(stderr, "ovix-agent: %s\n", problem.c_str());
+    return ReplayExit::refused;
+}
+
+} // namespace OvixAgent

@@ -1,0 +1,56 @@
+"""A live agent is explained while it runs, and the changes that are shown are pasted."""
+
+import json
+import shlex
+import subprocess
+import unittest
+
+from live import DEADLINE, LiveTest
+from running_agent import CTL, ask
+
+
+class ExplainLiveTest(LiveTest):
+    def explain(self, frame: str) -> dict:
+        done = subprocess.run([CTL, "--tables", self.tables, "explain", "--control", str(self.path), "--port", "west",
+                               frame, "--json"], capture_output=True, text=True, check=False, timeout=DEADLINE)
+        self.assertIn(done.returncode, (0, 1), done.stderr)
+        return json.loads(done.stdout)
+
+    def expect_repaired(self, frame: str, reasons: set, commands: list) -> None:
+        """What the change says is so once its commands have been run beside the agent."""
+        told = self.explain(frame)
+        self.assertEqual(told["verdict"]["fate"], "dropped")
+        self.assertIn(told["verdict"]["reason"], reasons)
+        self.assertEqual(told["change"]["commands"], commands)
+        for command in commands:
+            subprocess.run(["ip", "netns", "exec", self.router, *shlex.split(command)], check=True)
+        self.until(lambda: self.explain(frame)["verdict"]["fate"] == "forwarded")
+        self.assertEqual(self.explain(frame)["verdict"], told["change"]["then"])
+
+    def test_each_change_that_is_shown_has_the_frame_forwarded(self):
+        process = self.start("""neighbours:
+  - {address: 10.0.2.3, port: east, mac: "02:00:00:00:02:03"}
+""")
+        self.ctl("lfib", "add", "decap", "100", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
+        self.ctl("lfib", "add", "decap", "102", "as", "200", "via", "inet", "10.0.2.3", "dev", "east")
+        learn = "ip neigh replace 10.0.2.2 lladdr 00:00:5e:00:53:02 dev east nud permanent"
+        no_neighbour = {"No neighbour for the next hop"}
+        self.until(lambda: ask(self.path, "ports")["ports"][1]["state"] == "up")
+        before = [ask(self.path, command) for command in ("status", "counters", "ports", "neighbours")]
+        told = self.explain("label 100")
+        self.assertEqual(told["verdict"]["reason"], *no_neighbour)
+        self.assertIn("wait for the answer", told["remarks"][-1])
+        self.assertEqual([ask(self.path, command) for command in ("status", "counters", "ports", "neighbours")], before)
+        self.expect_repaired("label 100", no_neighbour, [learn])
+        subprocess.run(["ip", "-n", self.router, "link", "set", "east", "mtu", "1000"], check=True)
+        self.until(lambda: ask(self.path, "ports")["ports"][1]["mtu"] == 1000)
+        self.expect_repaired("label 100, ip 10.1.1.1 > 10.9.0.1 size 1400 df", {"MTU exceeded"},
+                             ["ip link set dev east mtu 1404"])
+        subprocess.run(["ip", "-n", self.router, "link", "set", "east", "down"], check=True)
+        self.until(lambda: ask(self.path, "ports")["ports"][1]["state"] != "up")
+        self.expect_repaired("label 102", {"Egress port is down"}, ["ip link set dev east up"])
+        self.stop(process)
+
+
+if __name__ == "__main__":
+    unittest.main()
