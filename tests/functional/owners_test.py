@@ -83,6 +83,22 @@ class Owners(listener.ListenerTest):
         self.end(process)
         self.assertEqual(self.transit(), [fifty, late])
 
+    def test_loading_what_show_has_printed_changes_nothing(self):
+        self.listen(stderr=subprocess.DEVNULL)
+        self.zebra().sendall(label_route(100, 200, self.LO) + label_route(101, 201, self.LO))
+        self.until(lambda: shared_memory.path(self.tables).exists() and len(self.transit()) == 2,
+                   "zebra's routes are published")
+        self.ctl("lfib", "load", "-", input="100 as 70 dev east\n101 as 71 dev east preference 90\n"
+                                            "102 as 72 dev east\n")
+        self.ctl("lfib", "add", "102", "as", "80", *EAST)
+        self.ctl("lfib", "add", "103", "as", "81", *EAST)
+        before = self.ctl("lfib", "show")
+        self.assertEqual(before.count("# waits for"), 3)
+        loaded = self.ctl("lfib", "load", "-", input=before)
+        self.assertIn("0 added, 0 changed, 0 removed", loaded)
+        self.assertIn("routes of other owners that were left out: 4", loaded)
+        self.assertEqual(self.ctl("lfib", "show"), before)
+
     def test_two_commands_at_once_both_succeed(self):
         self.listen(stderr=subprocess.DEVNULL)
         self.zebra().sendall(label_route(100, 200, self.LO))

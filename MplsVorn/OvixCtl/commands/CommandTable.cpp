@@ -179,7 +179,7 @@ or null)",
     {"lfib", "load", "Replace all routes from files by those of one file, in one step", loadRoutes,
      configWord,
      R"(The routes belong to owner "file"; those of other owners stay. Lines with an owner other than
-"file" are left out: whoever that is publishes them. What the platform has programmed and
+"file" are left out, and so are the operator's, as lfib show prints them, while they stand. What the platform has programmed and
 multicast VPNs have no owner: the file has all of them.
 Prints how many routes were added, changed and removed, and the generation. Equal routes are
 not written again. An error leaves all tables unchanged.

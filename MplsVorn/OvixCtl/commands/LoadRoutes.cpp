@@ -149,9 +149,8 @@ Tessel::Result<int> loadRoutes(const Request& request) {
     }
     printCounts(request, tables.generation(), counts);
     if (target.leftOut() != 0) {
-        note(request, fmt::format("routes of other programs, which publish them themselves, were "
-                                  "left out: {}",
-                                  target.leftOut()));
+        note(request,
+             fmt::format("routes of other owners that were left out: {}", target.leftOut()));
     }
     noteWaiting(request, target.publisher().labelRoutes());
     return ExitCode::success;

@@ -47,9 +47,19 @@ Tessel::Result<void> TableLoad::add(const Entry& entry) {
     return {};
 }
 
+/// A line without an owner is the operator's if it stands in the tables like that already, as lfib
+/// show has printed it.
+bool TableLoad::isOfAnother(const Mpls::LabelRoute& route) const {
+    if (route.owner != Mpls::RouteOwner::byHand) {
+        return route.owner != owner_;
+    }
+    return owner_ != route.owner &&
+           publisher_->labelRoutes().route(route.table, route.label, route.owner) == route;
+}
+
 Tessel::Result<void> TableLoad::addRoute(const Entry& entry) {
     Mpls::LabelRoute route = std::get<Mpls::LabelRoute>(entry.content);
-    if (route.owner != owner_ && route.owner != Mpls::RouteOwner::byHand) {
+    if (isOfAnother(route)) {
         ++leftOut_;
         return {};
     }

@@ -17,8 +17,8 @@ class TableLoad {
   public:
     TableLoad(Mpls::TablePublisher& publisher, Mpls::RouteOwner owner);
 
-    /// A label route is the owner's from now on, unless it is one of another program, which
-    /// publishes it itself. Refuses what the tables refuse, and a label or id
+    /// A label route is the owner's from now on, unless it is of another owner, who has published
+    /// it or will. Refuses what the tables refuse, and a label or id
     /// that has come before; the batch is then to be discarded.
     Tessel::Result<void> add(const Entry& entry);
     /// Removes what has not come. Throws std::exception for what the tables refuse, and for a
@@ -27,10 +27,11 @@ class TableLoad {
 
     /// Entries that were equal are not counted.
     const ChangeCounts& counts() const noexcept { return counts_; }
-    /// Routes of other programs that were not taken.
+    /// Routes of other owners that were not taken.
     std::size_t leftOut() const noexcept { return leftOut_; }
 
   private:
+    bool isOfAnother(const Mpls::LabelRoute& route) const;
     Tessel::Result<void> addRoute(const Entry& entry);
     void finishAdjacencies();
     void finishHardwareRoutes();

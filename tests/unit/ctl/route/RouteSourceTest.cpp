@@ -54,18 +54,19 @@ class RouteSourceTest : public testing::Test {
 } // namespace
 
 TEST_F(RouteSourceTest, LinesAreAsShowPrintsThem) {
-    EXPECT_EQ(read("# what show prints\n"
-                   "\n"
-                   "decap 99 owner fpm vrf red payload auto\n"
-                   "  100 as 200 via inet 10.0.2.2\t\n"
-                   "  # another comment\n"
-                   "101 vrf #red\n"
-                   "# waits for operator: transit 100 as to 300 via inet 10.0.2.2\n"
-                   "hardware 100 adjacency 100 derived\r\n"
-                   "mvpn 7 vlan 100"),
-              (Lines{"decap 99 owner fpm vrf red payload auto",
-                     "transit 100 as to 200 via inet 10.0.2.2", "decap 101 vrf #red payload auto",
-                     "hardware 100 adjacency 100 derived", "mvpn 7 vlan 100"}));
+    EXPECT_EQ(
+        read("# what show prints\n"
+             "\n"
+             "decap 99 owner fpm vrf red payload auto\n"
+             "  100 as 200 via inet 10.0.2.2\t\n"
+             "  # another comment\n"
+             "101 vrf #red\n"
+             "# waits for operator: transit 100 as to 300 via inet 10.0.2.2\n"
+             "hardware 100 adjacency 100 derived\r\n"
+             "mvpn 7 vlan 100"),
+        (Lines{"decap 99 owner fpm vrf red payload auto", "transit 100 as to 200 via inet 10.0.2.2",
+               "decap 101 vrf #red payload auto", "transit 100 as to 300 via inet 10.0.2.2",
+               "hardware 100 adjacency 100 derived", "mvpn 7 vlan 100"}));
 }
 
 TEST_F(RouteSourceTest, AConfigurationIsKnownByItsFirstKey) {

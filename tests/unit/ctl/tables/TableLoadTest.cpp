@@ -70,14 +70,20 @@ TEST_F(TableLoadTest, RoutesOfOtherOwnersStay) {
     EXPECT_EQ(shown(), (Lines{"decap 50 owner fpm dev a", "decap 51 dev a"}));
 }
 
-TEST_F(TableLoadTest, LinesOfOtherProgramsAreLeftOut) {
+TEST_F(TableLoadTest, LinesOfOtherOwnersAreLeftOut) {
     EXPECT_EQ(tables.change("decap 50 owner fpm dev a"), "");
     EXPECT_EQ(tables.change("decap 51 owner file dev a"), "");
     tables.commit();
     EXPECT_EQ(load(shown()), "0 added, 0 changed, 0 removed");
+    EXPECT_EQ(tables.change("decap 53 dev a"), "");
+    tables.commit();
+    EXPECT_EQ(load({"decap 51 owner file dev a", "decap 53 dev a"}),
+              "0 added, 0 changed, 0 removed");
+    EXPECT_EQ(load({"decap 51 owner file dev a", "decap 53 dev b"}),
+              "1 added, 0 changed, 0 removed");
     EXPECT_EQ(load({"decap 51 owner 7 dev a", "decap 52 owner pseudowires dev a"}),
-              "0 added, 0 changed, 1 removed");
-    EXPECT_EQ(shown(), (Lines{"decap 50 owner fpm dev a"}));
+              "0 added, 0 changed, 2 removed");
+    EXPECT_EQ(shown(), (Lines{"decap 50 owner fpm dev a", "decap 53 dev a"}));
 }
 
 TEST_F(TableLoadTest, WhatIsEqualIsNotWrittenAgain) {
