@@ -49,7 +49,7 @@ Mpls::Via ipVia(Random& random, const Network& network, Lumo::IpFamily family) {
     if (random.chance(30)) {
         options.tc = static_cast<std::uint8_t>(random.below(8));
     }
-    if (random.chance(30)) {
+    if (random.chance(30) && options.ttl == Mpls::TtlMode::pipe) {
         options.pushTtl = 64;
     }
     std::vector<Lumo::MplsLabel> labels;
