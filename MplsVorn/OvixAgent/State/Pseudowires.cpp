@@ -19,11 +19,10 @@ Ptr<Ovix::RoutingNexthop> remoteOf(const PseudowireConfig& config,
     labels.push_back(config.label);
     Mpls::ViaOptions options;
     options.intf = Lumo::IntfId(ports[config.egress].name);
-    options.nexthop = config.nexthop;
     const Mpls::Via via = Mpls::Via::push(labels, options).value();
 
     auto remote = Tessel::make<Ovix::RoutingNexthop>(options.intf);
-    remote->addressIs(options.nexthop);
+    remote->addressIs(config.nexthop);
     Ovix::RewriteInfos& rewrites = remote->rewriteInfos();
     Lumo::UnboundedMplsLabelOperation imposed = via.record().labelOperation();
     imposed.entropyBeneath =
@@ -36,11 +35,12 @@ Ptr<Ovix::RoutingNexthop> remoteOf(const PseudowireConfig& config,
     return remote;
 }
 
-/// The tunnel's labels are those of the route to the other end, pushed later.
+/// The tunnel's labels are those of the route to the other end, pushed later. Whatever address the
+/// other end has: it is looked up for each frame.
 Ptr<Ovix::RoutingNexthop> remoteOf(const L2::Pseudowire& signalled) {
     const std::vector<Lumo::MplsLabel> labels{Lumo::MplsLabel(signalled.remoteLabel)};
     Mpls::ViaOptions options;
-    options.nexthop = signalled.neighbour;
+    options.intf = Lumo::IntfId("tunnel"); // of which nothing but the labels is used
     const Mpls::Via via = Mpls::Via::push(labels, options).value();
     auto remote = Tessel::make<Ovix::RoutingNexthop>(Lumo::IntfId());
     remote->addressIs(signalled.neighbour);

@@ -312,4 +312,13 @@ TEST_F(SignalledPseudowire, TheConfigurationsCircuitsAndTheFirstOneCountMore) {
     EXPECT_EQ(tables.pseudowires.signalled().size(), 4U);
 }
 
+TEST_F(SignalledPseudowire, WithAnotherEndThatIsNoStationHasNoTunnel) {
+    for (const char* const address : {"127.0.0.1", "224.0.0.5", "0.0.0.0", "::1", "ff02::5"}) {
+        L2::Pseudowire odd = signalled();
+        odd.neighbour = Lumo::IpGenAddr::fromText(address);
+        tables.signalledAre({odd});
+        EXPECT_EQ(leaving(), Frames()) << address;
+    }
+}
+
 } // namespace PseudowiresTest
