@@ -1,6 +1,8 @@
 #include "Command/Explaining.h"
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <fmt/format.h>
 #include <fstream>
@@ -61,6 +63,10 @@ Tessel::Result<Situation> situationOf(const ExplainOptions& options) {
     situation.plugin = options.plugin;
     situation.anyMac = options.anyMac;
     situation.tablesName = options.tables;
+    situation.explainCommand =
+        "ovix-agent explain " + shellWord(options.config) +
+        (options.tables.empty() ? "" : " --tables " + shellWord(options.tables)) +
+        (options.anyMac ? " --any-mac" : "");
     if (!options.tables.empty()) {
         const auto tables = openSharedTables(options.tables, false);
         if (!tables) {
@@ -107,6 +113,9 @@ Tessel::Result<int> explainFrame(const Situation& situation, const std::string& 
     std::fputs(
         (telling.json ? explanationJson(told.value()) : explanationText(told.value())).c_str(),
         stdout);
+    if (std::fflush(stdout) != 0) {
+        return Tessel::Refused{fmt::format("printing failed: {}", std::strerror(errno))};
+    }
     const FateKind kind = told.value().walk.kind;
     return kind == FateKind::forwarded || kind == FateKind::punted ? ExplainExit::settled
                                                                    : ExplainExit::lost;

@@ -71,16 +71,18 @@ std::vector<std::string> parsedHeaders(const GivenFrame& frame) {
 }
 
 std::string verdictText(const Walk& walk) {
-    if (!walk.isForwarded()) {
-        return fmt::format("{}: {}", Tessel::wordOf(walk.kind),
-                           Ovix::readableEvent({}, walk.reason).reason);
-    }
     std::string where;
     for (const Walk::Sent& sent : walk.sent) {
         where += fmt::format("{}{}, {} bytes", where.empty() ? " by " : "; by ", sent.port,
                              sent.originalLength);
     }
-    return "forwarded" + where;
+    if (walk.isForwarded()) {
+        return "forwarded" + where;
+    }
+    const bool hasCopies = walk.kind == FateKind::dropped && !where.empty();
+    return fmt::format("{}: {}{}", Tessel::wordOf(walk.kind),
+                       Ovix::readableEvent({}, walk.reason).reason,
+                       hasCopies ? "; other copies leave" + where : "");
 }
 
 Tessel::Result<Explanation> explain(const Situation& situation, const GivenFrame& frame) {

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include "Explain/FrameWords.h"
+#include "Explain/RemedyWords.h"
 #include "Lumo/MplsLabel.h"
 #include "Ovix/packet/PacketContext.h"
 #include "Wire/Ethernet.h"
@@ -126,12 +127,9 @@ std::vector<Remedy> frameRemedies(const Situation& situation, const GivenFrame& 
         changed.originalLength +=
             static_cast<std::uint32_t>(changed.bytes.size() - frame.bytes.size());
         const std::string& port = situation.config.ports[frame.port].name;
-        const std::string explain =
-            situation.isLive || !situation.tablesName.empty()
-                ? fmt::format("ovixctl --tables {} explain", situation.tablesName)
-                : fmt::format("ovix-agent explain {}", situation.file);
-        all.push_back({fmt::format("{} --port {} {}", explain, port, hexText(changed.bytes)), note,
-                       situation, std::move(changed)});
+        all.push_back({fmt::format("{} --port {} {}", situation.explainCommand, shellWord(port),
+                                   hexText(changed.bytes)),
+                       note, situation, std::move(changed)});
     };
     for (const FrameChange& each : frameChanges) {
         GivenFrame changed = frame;

@@ -8,6 +8,7 @@
 #include "Explain/FrameRemedies.h"
 #include "Explain/RemedyWords.h"
 #include "Explain/TableRemedies.h"
+#include "Forwarding/WaitingPackets.h"
 #include "State/RoadSteps.h"
 
 namespace OvixAgent {
@@ -49,7 +50,7 @@ Remedies portUp(const Case& of, PortIndex port) {
     Remedy remedy = of.unchanged();
     remedy.situation.config.ports[port].isUp = true;
     const std::string& name = of.situation.config.ports[port].name;
-    remedy.command = of.situation.isLive ? fmt::format("ip link set dev {} up", name)
+    remedy.command = of.situation.isLive ? fmt::format("ip link set dev {} up", shellWord(name))
                                          : portKey(of.situation, port, "status: up");
     return {remedy};
 }
@@ -70,13 +71,16 @@ Remedies neighbourKnown(const Case& of) {
         fmt::format("{} stands for the MAC address of {}", macText(anyDevice), address.text());
     const std::string& name = of.situation.config.ports[port].name;
     if (of.situation.isLive) {
-        remedy.command = fmt::format("ip neigh replace {} lladdr {} dev {} nud permanent",
-                                     address.text(), macText(anyDevice), name);
-        remedy.note += "; it does not answer, or has not been asked yet";
+        // The kernel asks for the neighbour, and the agent hears of it.
+        remedy.command = fmt::format("ping -c 1 -I {} {}", shellWord(name), address.text());
+        remedy.note = fmt::format("if {} answers; the agent asks by itself, too, and a packet "
+                                  "waits up to {} s for the answer; {}",
+                                  address.text(), WaitingPackets::longest.count(), remedy.note);
     } else {
-        remedy.command = configEntry(of.situation, "neighbours",
-                                     fmt::format("  - {{address: \"{}\", port: {}, mac: \"{}\"}}",
-                                                 address.text(), name, macText(anyDevice)));
+        remedy.command =
+            configEntry(of.situation, "neighbours",
+                        fmt::format("  - {{address: \"{}\", port: {}, mac: \"{}\"}}",
+                                    address.text(), yamlWord(name), macText(anyDevice)));
     }
     return {remedy};
 }
@@ -96,7 +100,7 @@ Remedies greaterMtu(const Case& of) {
         remedy.situation.config.ports[port].mtu = length;
         const std::string& name = of.situation.config.ports[port].name;
         remedy.command = of.situation.isLive
-                             ? fmt::format("ip link set dev {} mtu {}", name, length)
+                             ? fmt::format("ip link set dev {} mtu {}", shellWord(name), length)
                              : portKey(of.situation, port, fmt::format("mtu: {}", length));
         remedy.note = "the other end of the link has to take such frames, too";
         all.push_back(std::move(remedy));
@@ -137,13 +141,14 @@ Remedies routed(const Case& of, const std::string& vrf, const Lumo::IpGenAddr& a
         const std::string inVrf = vrf == L3::defaultVrf ? "" : " vrf " + vrf;
         remedy.command =
             isFromZebra
-                ? fmt::format("vtysh -c \"configure terminal\" -c \"{} route {} {} {}{}\"",
-                              isIpv4 ? "ip" : "ipv6", hostPrefix(address), by.address.text(), port,
-                              inVrf)
+                ? "vtysh -c 'configure terminal' -c " +
+                      shellWord(fmt::format("{} route {} {} {}{}", isIpv4 ? "ip" : "ipv6",
+                                            hostPrefix(address), by.address.text(), port, inVrf))
                 : configEntry(of.situation, "routes",
                               fmt::format("  - {{vrf: {}, prefix: \"{}\", via: {{interface: "
                                           "{}, nexthop: \"{}\"}}}}",
-                                          vrf, hostPrefix(address), port, by.address.text()));
+                                          yamlWord(vrf), hostPrefix(address), yamlWord(port),
+                                          by.address.text()));
         remedy.note = "the next hop is a neighbour that is known";
         all.push_back(std::move(remedy));
     }
@@ -169,7 +174,7 @@ Remedies withoutControlWord(const Case& of) {
             Remedy remedy = of.unchanged();
             remedy.situation.config.pseudowires[i].value.controlWord = false;
             remedy.command = fmt::format("# in {}, of pseudowire {}\ncontrol-word: false",
-                                         of.situation.file, pseudowire.name);
+                                         yamlWord(of.situation.file), yamlWord(pseudowire.name));
             remedy.note = "both ends of a pseudowire have to agree; the other end sends none";
             all.push_back(std::move(remedy));
         }
@@ -193,7 +198,7 @@ Remedies upstreamLabelsTaken(const Case& of) {
 Remedies mplsRoutingOn(const Case& of) {
     Remedy remedy = of.unchanged();
     remedy.situation.config.mplsRouting = true;
-    remedy.command = fmt::format("# in {}\nmpls-routing: true", of.situation.file);
+    remedy.command = fmt::format("# in {}\nmpls-routing: true", yamlWord(of.situation.file));
     return {remedy};
 }
 

@@ -1,22 +1,66 @@
 #include "Explain/RemedyWords.h"
 
 #include <algorithm>
+#include <array>
 #include <fmt/format.h>
 
 namespace OvixAgent {
 
+namespace {
+
+/// Whether the shell and YAML take a text for nothing but a word.
+bool isPlain(std::string_view text) {
+    constexpr std::string_view others = "._/+-";
+    const bool isWord = std::all_of(text.begin(), text.end(), [&](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+               others.find(c) != others.npos;
+    });
+    return isWord && !text.empty() && text.front() != '-';
+}
+
+} // namespace
+
+std::string shellWord(std::string_view text) {
+    if (isPlain(text)) {
+        return std::string(text);
+    }
+    std::string word = "'";
+    for (const char c : text) {
+        word += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    }
+    return word + "'";
+}
+
+std::string yamlWord(std::string_view text) {
+    constexpr std::array<std::string_view, 9> meaning{"y",   "n",    "yes",   "no",  "on",
+                                                      "off", "true", "false", "null"};
+    const bool isName = isPlain(text) && (text.front() | 0x20) >= 'a' &&
+                        std::find(meaning.begin(), meaning.end(), text) == meaning.end();
+    if (isName) {
+        return std::string(text);
+    }
+    std::string word = "\"";
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        word += c == '"' || c == '\\'         ? std::string("\\") + c
+                : byte < 0x20 || byte == 0x7f ? fmt::format("\\x{:02x}", byte)
+                                              : std::string(1, c);
+    }
+    return word + "\"";
+}
+
 std::string ctlCommand(const Situation& situation, const std::string& words) {
-    return fmt::format("ovixctl --tables {} {}", situation.tablesName, words);
+    return fmt::format("ovixctl --tables {} {}", shellWord(situation.tablesName), words);
 }
 
 std::string configEntry(const Situation& situation, std::string_view section,
                         const std::string& entry) {
-    return fmt::format("# in {}\n{}:\n{}", situation.file, section, entry);
+    return fmt::format("# in {}\n{}:\n{}", yamlWord(situation.file), section, entry);
 }
 
 std::string portKey(const Situation& situation, PortIndex port, const std::string& key) {
-    return fmt::format("# in {}, of port {}\n{}", situation.file,
-                       situation.config.ports.at(port).name, key);
+    return fmt::format("# in {}, of port {}\n{}", yamlWord(situation.file),
+                       yamlWord(situation.config.ports.at(port).name), key);
 }
 
 PortIndex portNamed(const AgentConfig& config, std::string_view name) noexcept {

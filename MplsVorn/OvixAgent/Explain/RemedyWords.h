@@ -8,6 +8,11 @@
 
 namespace OvixAgent {
 
+/// A name as one word of a shell's command, whatever it is made of.
+std::string shellWord(std::string_view text);
+/// The same as a scalar of YAML.
+std::string yamlWord(std::string_view text);
+
 // How changes are written down, by where a situation's state comes from.
 
 /// "ovixctl --tables lab lfib add 100 …".

@@ -24,6 +24,8 @@ struct Situation {
     std::vector<NeighbourConfig> neighbours; ///< that are not of the configuration
     bool isLive = false; ///< routes and pseudowires are those of the shared tables, too
     bool anyMac = false; ///< frames for other stations are taken, too
+    /// The command that explains a frame in this situation, but for its port and the frame.
+    std::string explainCommand;
 
     /// Made to a copy of the tables before it is used.
     using TableChange = std::function<Tessel::Result<void>(Mpls::TablePublisher&)>;

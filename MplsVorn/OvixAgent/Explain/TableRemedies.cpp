@@ -75,7 +75,7 @@ std::optional<Remedy> routeAdded(const Situation& situation, const GivenFrame& f
         situation.tables
             ? ctlCommand(situation,
                          fmt::format("lfib add {0} as {0} via {1} dev {2}", asked.label.value(),
-                                     addressWords(neighbour.address), port))
+                                     addressWords(neighbour.address), shellWord(port)))
             : configEntry(situation, "lfib",
                           fmt::format("  transit:\n    - {{label: {}, via: {}}}",
                                       asked.label.value(), viaEntry(asked, neighbour, port)));
@@ -99,9 +99,9 @@ std::optional<Remedy> adjacencyAdded(const Situation& situation, const GivenFram
         });
     remedy.command =
         situation.tables
-            ? ctlCommand(situation,
-                         fmt::format("lfib add adjacency {} as {} via {} dev {}", asked.adjacency,
-                                     asked.label.value(), addressWords(neighbour.address), port))
+            ? ctlCommand(situation, fmt::format("lfib add adjacency {} as {} via {} dev {}",
+                                                asked.adjacency, asked.label.value(),
+                                                addressWords(neighbour.address), shellWord(port)))
             : configEntry(situation, "hardware",
                           fmt::format("  adjacencies:\n    - {{id: {}, vias: [{}]}}",
                                       asked.adjacency, viaEntry(asked, neighbour, port)));
