@@ -1,5 +1,7 @@
 #include "Counters.h"
 
+#include <algorithm>
+
 #include "Ovix/trace/NamedCounters.h"
 
 namespace Differential {
@@ -31,6 +33,25 @@ void addLabels(Recording& into, const OvixAgent::AgentState& state, Fault fault)
     }
 }
 
+/// The last of the frames that are kept; by which generation shows in no other way.
+void addRecorded(Recording& into, const OvixAgent::FrameRecorder& recorder) {
+    constexpr std::size_t newest = 4;
+    for (const auto& log : recorder.logs()) {
+        into.add("recorded", log->reason);
+        into.add("  frames", log->frames);
+        const std::size_t kept = log->kept();
+        for (std::size_t i = kept - std::min(kept, newest); i < kept; ++i) {
+            const OvixAgent::RecordedFrame& frame = log->keptAt(i);
+            into.add("  frame", {frame.port, frame.time, frame.bytes(), frame.length});
+            into.add("  sequence", frame.sequence);
+            into.add("  via", std::uint64_t{frame.via.port});
+        }
+        for (const std::uint64_t frames : log->byPort) {
+            into.add("  of a port", frames);
+        }
+    }
+}
+
 } // namespace
 
 void recordCounters(Recording& into, const OvixAgent::Forwarder& forwarder,
@@ -54,6 +75,7 @@ void recordCounters(Recording& into, const OvixAgent::Forwarder& forwarder,
         add(into, "  delivered", pseudowire.delivered);
     }
     addLabels(into, state, fault);
+    addRecorded(into, forwarder.recorder());
     for (const auto& counter : forwarder.namedCounters()->counters()) {
         into.add(counter.category, counter.reason);
         into.add(counter.module, counter.count);

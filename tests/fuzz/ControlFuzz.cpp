@@ -30,7 +30,7 @@ ControlAnswer answer(const std::string& request) {
     if (command.value() == "status") {
         Summary summary;
         summary.problems.push_back(request);
-        return statusAnswer(summary, request, requestedVrf(request));
+        return statusAnswer(summary, request, requestedText(request, "vrf"));
     }
     return refusalAnswer("there is no command \"" + command.value() + "\"");
 }

@@ -19,11 +19,15 @@ struct Commands {
             all{
                 {"clear-counters", &Commands::clearCounters},
                 {"counters", &Commands::counters},
+                {"drops-by-label", &Commands::dropsByLabel},
+                {"drops-by-neighbour", &Commands::dropsByNeighbour},
+                {"drops-by-port", &Commands::dropsByPort},
                 {"events", &Commands::events},
                 {"fates", &Commands::fates},
                 {"fecs", &Commands::fecs},
                 {"neighbours", &Commands::neighbours},
                 {"ports", &Commands::ports},
+                {"recorded-frames", &Commands::recordedFrames},
                 {"pseudowires", &Commands::pseudowires},
                 {"routes", &Commands::routes},
                 {"situation", &Commands::situation},
@@ -57,7 +61,31 @@ struct Commands {
     ControlAnswer status(const std::string& /*request*/) const {
         return statusAnswer(soFar(), agentVersion, parts.live ? "live" : "captures");
     }
-    ControlAnswer fates(const std::string& /*request*/) const { return fatesAnswer(soFar()); }
+    /// Only those who ask for growth have asked, so that nobody else's reading disturbs theirs.
+    ControlAnswer fates(const std::string& request) const {
+        if (requestedNumber(request, "growth") == 0) {
+            return fatesAnswer(soFar(), {}, {});
+        }
+        return fatesAnswer(soFar(), parts.history->sinceAsked(), parts.history->ofLate());
+    }
+    ControlAnswer dropsByLabel(const std::string& /*request*/) const {
+        return list("drops-by-label", labelFateListing(recorder(), second()));
+    }
+    ControlAnswer dropsByNeighbour(const std::string& /*request*/) const {
+        return list("drops-by-neighbour",
+                    unresolvedListing(recorder(), parts.tables->ports, second()));
+    }
+    ControlAnswer dropsByPort(const std::string& /*request*/) const {
+        return list("drops-by-port", portFateListing(recorder(), parts.tables->ports));
+    }
+    ControlAnswer recordedFrames(const std::string& request) const {
+        const std::uint64_t after = requestedNumber(request, "after");
+        return {fmt::format(R"({{"ok":true,"sequence":{},"memory":{},"memoryLimit":{},)"
+                            R"("recorded-frames":[)",
+                            recorder().sequence(), recorder().memoryBytes(),
+                            FrameRecorder::mostMemoryBytes()),
+                recordedListing(recorder(), parts.tables->ports, after), "]}"};
+    }
     ControlAnswer fecs(const std::string& /*request*/) const {
         return list("fecs", fecListing(*parts.tables));
     }
@@ -71,7 +99,7 @@ struct Commands {
         return list("pseudowires", pseudowireListing(*parts.tables));
     }
     ControlAnswer routes(const std::string& request) const {
-        const std::string vrf = requestedVrf(request);
+        const std::string vrf = requestedText(request, "vrf");
         if (!vrf.empty() && !parts.tables->vrfs->number(vrf)) {
             return refusalAnswer(fmt::format("there is no VRF \"{}\"", vrf));
         }
@@ -99,6 +127,9 @@ struct Commands {
         }
         return all;
     }
+    const FrameRecorder& recorder() const { return parts.forwarder->recorder(); }
+    /// That of the last frame in a run on captures.
+    std::int64_t second() const { return parts.live ? timeNow().seconds : 0; }
     Summary soFar() const { return framesOf(*parts.options, *parts.state, *parts.forwarder); }
     static ControlAnswer list(std::string_view name, Listing entries) {
         return {fmt::format(R"({{"ok":true,"{}":[)", name), std::move(entries), "]}"};

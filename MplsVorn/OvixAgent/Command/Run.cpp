@@ -57,7 +57,7 @@ class LiveAgent {
         }
         ports_.circuitsAre(tables_.pseudowires, tables_.ports);
         ports_.requireUsable();
-        control_ = serveControl({&options, state_.get(), &forwarder_, &tables_,
+        control_ = serveControl({&options, state_.get(), &forwarder_, &tables_, &history_,
                                  [this] { return counters(); },
                                  [this](PortIndex port) { return liveStateOf(port); }});
         if (!options.metrics.empty()) {
@@ -74,7 +74,10 @@ class LiveAgent {
         LiveRun({&state_->tables(), &forwarder_, &fastPath_, &ports_, &links_, &answers_,
                  ipRoutes_ ? &*ipRoutes_ : nullptr, pseudowires_ ? &*pseudowires_ : nullptr,
                  control_.get(), &reload_, carrier_ ? &*carrier_ : nullptr,
-                 [this] { watchTables(*state_, *log_); }})
+                 [this] {
+                     watchTables(*state_, *log_);
+                     history_.tick();
+                 }})
             .run([this](const std::string& news) { (*log_)("ports", news); });
         Summary summary = summaryOf(options_, *state_, forwarder_);
         for (const NamedCounter& counter : counters()) {
@@ -119,6 +122,7 @@ class LiveAgent {
     CpuAnswers answers_;
     Forwarder forwarder_;
     FastPath fastPath_;
+    FateHistory history_{forwarder_};
     LinkSync links_;
     std::optional<SharedIpRoutes> ipRoutes_;       ///< set when the tables are shared
     std::optional<SharedPseudowires> pseudowires_; ///< likewise
@@ -201,13 +205,15 @@ Summary forwardCaptures(const RunOptions& options, const AgentConfig& config, Ca
         }
     });
     CapturedLoopback lo(outputs.loopback(), fastPath.current());
+    FateHistory history(forwarder);
     CliProgress progress = CliProgress::onTerminal(options.quiet);
     const std::unique_ptr<ControlServer> control =
-        serveControl({&options, &state, &forwarder, &tables});
-    const int stopSignal =
-        CaptureRun{&input,        &state.tables(), &fastPath,
-                   control.get(), &progress,       [&] { watchTables(state, log); }}
-            .forwardAll();
+        serveControl({&options, &state, &forwarder, &tables, &history});
+    const int stopSignal = CaptureRun{
+        &input, &state.tables(), &fastPath, control.get(), &progress, [&] {
+            watchTables(state, log);
+            history.tick();
+        }}.forwardAll();
     outputs.close();
 
     Summary summary = summaryOf(options, state, forwarder);

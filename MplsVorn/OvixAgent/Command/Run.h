@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Command/CliOptions.h"
+#include "Command/FateHistory.h"
 #include "Config/Config.h"
 #include "Control/ControlServer.h"
 #include "Forwarding/Forwarder.h"
@@ -42,6 +43,7 @@ struct ControlParts {
     AgentState* state;
     const Forwarder* forwarder;
     const ForwardingTables* tables;
+    FateHistory* history;
     std::function<std::vector<NamedCounter>()> more = {}; ///< counters beside the forwarder's
     LiveStateOf live = {};
 };

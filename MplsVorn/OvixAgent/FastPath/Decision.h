@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "Forwarding/FrameAccounts.h"
 #include "Ovix/rewrite/MplsRewrites.h"
 #include "Ovix/routing/LabelDecision.h"
 #include "Ovix/trace/NamedCounters.h"
@@ -47,10 +48,10 @@ static_assert(sizeof(Decision) == 16);
 
 /// A frame goes no further.
 struct DecidedDrop {
-    std::uint16_t events = 0;                         ///< number of a set
-    std::uint16_t all = 0;                            ///< the same with those of the lookup
-    std::string_view reason;                          ///< of a counter
-    Ovix::OvixNamedCounters::Counter* fate = nullptr; ///< null until first counted
+    std::uint16_t events = 0;   ///< number of a set
+    std::uint16_t all = 0;      ///< the same with those of the lookup
+    std::string_view reason;    ///< of a counter
+    FrameAccounts::FateLog log; ///< empty until first counted
 };
 
 /// The label is replaced, or popped, or gets others on top, and the frame leaves.

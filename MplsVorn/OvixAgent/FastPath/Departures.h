@@ -43,13 +43,16 @@ class Departures {
         ++replicas_;
         accounts_->addReplicas(1);
     }
-    void drop(const WritableFrame& frame, Ovix::OvixNamedCounters::Counter& fate) noexcept {
+    /// `in` is the port that it was for, `label` its outermost; it is as it came in.
+    void drop(const WritableFrame& frame, PortIndex in, std::uint32_t label,
+              const FrameAccounts::FateLog& log) {
         accounts_->passed({1, frame.size});
-        ++fate.count;
+        ++log.counter->count;
+        accounts_->recorder().record(*log.frames, frame, in, label);
     }
-    /// The counter of a frame dropped for a reason.
-    Ovix::OvixNamedCounters::Counter& fateOf(std::string_view reason) {
-        return accounts_->counterOf(OvixAgent::drop(reason));
+    /// Of frames dropped for a reason.
+    FrameAccounts::FateLog logOf(std::string_view reason) {
+        return accounts_->logOf(OvixAgent::drop(reason));
     }
 
     /// Sends and accounts for what has been collected.

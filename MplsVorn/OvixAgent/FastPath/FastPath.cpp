@@ -15,8 +15,9 @@ using Wire::Ethernet;
 
 FastPath::FastPath(Forwarder& forwarder, const Ptr<Ovix::PluginManager>& manager,
                    ForwardingTables& tables, Mpls::PublishedTables& published)
-    : forwarder_(&forwarder), tables_(&tables), intakes_(tables, manager->genericPipelineSteps()),
-      departures_(forwarder.accounts()), lines_(tables), ipHop_(tables, lines_),
+    : forwarder_(&forwarder), tables_(&tables), published_(&published),
+      intakes_(tables, manager->genericPipelineSteps()), departures_(forwarder.accounts()),
+      lines_(tables), ipHop_(tables, lines_),
       labels_(forwarder.namedCounters(), manager, tables, published, lines_, ipHop_, departures_),
       circuits_(manager, tables, lines_, departures_), check_(tables, forwarder.accounts()) {}
 
@@ -73,9 +74,12 @@ bool FastPath::check(WritableFrame& frame) {
     if (Tessel::Changes::count() != seen_) {
         takeChanges();
     }
-    const auto trial = [this](WritableFrame& copy) {
+    FrameRecorder& recorder = forwarder_->accounts().recorder();
+    const auto trial = [&](WritableFrame& copy) {
+        recorder.isPausedIs(true);
         const bool isFast = isUsable_ && forwardPlain(copy);
         settle();
+        recorder.isPausedIs(false);
         return isFast;
     };
     const auto definition = [&] {
@@ -141,6 +145,7 @@ void FastPath::settle() {
 /// Something has changed, which need not concern decisions.
 void FastPath::takeChanges() {
     const std::uint64_t changes = Tessel::Changes::count();
+    forwarder_->accounts().recorder().generationIs(published_->tables().generation());
     isUsable_ = isOn_ && !Ovix::TraceSource::anyOn() && labels_.refresh();
     if (!isUsable_) {
         return; // looked at again with the next burst

@@ -92,6 +92,7 @@ class FastPath {
 
     Forwarder* forwarder_;
     ForwardingTables* tables_;
+    const Mpls::PublishedTables* published_;
     Intakes intakes_;
     Departures departures_;
     EgressLines lines_;

@@ -207,11 +207,9 @@ bool LabelForwarding::followLookup(const Decision& decision, const Counted& coun
 /// The label was found, but leads nowhere.
 bool LabelForwarding::drop(const Decision& decision, const Counted& counted, PacketWork& work) {
     DecidedDrop& drop = decisions_.drops[decision.value];
-    if (drop.fate == nullptr) {
-        drop.fate = &departures_->fateOf(drop.reason);
-    }
+    const std::uint32_t label = labelOf(Lumo::MplsLabelEntry::load(work.packet));
     count(counted, drop.events);
-    departures_->drop(*work.frame, *drop.fate);
+    departures_->drop(*work.frame, work.port, label, logOf(drop));
     return true;
 }
 
@@ -256,7 +254,7 @@ bool LabelForwarding::forward(PacketWork& work) {
         const Decision decision = *found;
         if (decision.action == Action::drop && !decisions_.at(label).isFound) {
             if (!work.ended) {
-                countUnknown(decisions_.drops[decision.value], *work.frame);
+                countUnknown(decisions_.drops[decision.value], *work.frame, work.port, label);
             }
             return !work.ended;
         }

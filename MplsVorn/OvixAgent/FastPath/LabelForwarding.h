@@ -53,7 +53,7 @@ class LabelForwarding {
         case Action::byBeneath:
             return endInPlace(decision, entry, frame);
         case Action::drop:
-            return dropInPlace(decision, frame);
+            return dropInPlace(decision, entry, frame);
         default:
             return false;
         }
@@ -161,7 +161,7 @@ class LabelForwarding {
     bool endInPlace(const Decision& decision, std::uint32_t entry, WritableFrame& frame);
     bool popInPlace(const Decision& decision, std::uint32_t entry, WritableFrame& frame);
     bool lookUpInPlace(const Decision& decision, std::uint32_t entry, WritableFrame& frame);
-    bool dropInPlace(const Decision& decision, WritableFrame& frame);
+    bool dropInPlace(const Decision& decision, std::uint32_t entry, WritableFrame& frame);
     void sendMoved(WritableFrame& frame, std::int32_t grows, const EgressLine& line,
                    std::uint16_t etherType);
     /// Counts a frame with one label that leaves.
@@ -171,12 +171,16 @@ class LabelForwarding {
         decider_.labelCounters()->countBytes(entry >> 12U, frame.size);
     }
     /// A frame is dropped whose label no table has.
-    void countUnknown(DecidedDrop& drop, const WritableFrame& frame) {
-        if (drop.fate == nullptr) [[unlikely]] {
-            drop.fate = &departures_->fateOf(drop.reason);
-        }
+    void countUnknown(DecidedDrop& drop, const WritableFrame& frame, PortIndex in,
+                      std::uint32_t label) {
         events_.count(drop.all);
-        departures_->drop(frame, *drop.fate);
+        departures_->drop(frame, in, label, logOf(drop));
+    }
+    const FrameAccounts::FateLog& logOf(DecidedDrop& drop) {
+        if (drop.log.counter == nullptr) [[unlikely]] {
+            drop.log = departures_->logOf(drop.reason);
+        }
+        return drop.log;
     }
     static std::uint32_t swapped(const Decision& decision, std::uint32_t entry) noexcept {
         constexpr std::uint32_t kept = 0xf00; // TC and S

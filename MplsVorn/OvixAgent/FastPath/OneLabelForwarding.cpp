@@ -95,11 +95,12 @@ bool LabelForwarding::lookUpInPlace(const Decision& decision, std::uint32_t entr
     return true;
 }
 
-bool LabelForwarding::dropInPlace(const Decision& decision, WritableFrame& frame) {
+bool LabelForwarding::dropInPlace(const Decision& decision, std::uint32_t entry,
+                                  WritableFrame& frame) {
     if (decision.isFound) {
         return false;
     }
-    countUnknown(decisions_.drops[decision.value], frame);
+    countUnknown(decisions_.drops[decision.value], frame, frame.port, entry >> 12U);
     return true;
 }
 

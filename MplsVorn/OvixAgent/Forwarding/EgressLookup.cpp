@@ -220,7 +220,7 @@ Fate EgressLookup::sendTo(const Lumo::IpGenAddr& address, PortIndex port, Egress
         RoadSteps::neighbour(address, tables_->ports.ports()[port], mac);
     }
     if (mac != nullptr) {
-        egress.mac = *mac;
+        egress.sendTo(address, mac, egress.namedBy);
         return forwarded;
     }
     const IpRoute* route = tables_->vrfs->fibOfPort(port).find(address);

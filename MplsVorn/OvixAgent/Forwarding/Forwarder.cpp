@@ -47,6 +47,7 @@ void Forwarder::receive(const Frame& frame) {
     assert(frame.originalLength >= frame.bytes.size());
     assert(frame.port < tables_->ports.ports().size());
     accounts_.received(frame.bytes.size());
+    sender_.forgetVia();
     Frame own = frame;
     current_ = {&own, 0};
     try {
@@ -146,7 +147,7 @@ Fate Forwarder::route(const Frame& frame, const Ptr<Ovix::PacketContext>& packet
         routeBeneath(output, context, link.routed, *handler);
     }
     if (current_.toCpu > 0) [[unlikely]] {
-        accounts_.addDelivered(current_.toCpu, nexthops.size());
+        accounts_.addDelivered(current_.toCpu, nexthops.size(), frame);
     } else if (link.announced == Ovix::PktHdrType::mpls &&
                isUnicastToGroup(frame, *output, *context)) [[unlikely]] {
         return drop(Reason::labelToGroup);
@@ -247,10 +248,14 @@ void Forwarder::account(const Fate& fate, const Frame& frame) {
     if (Ovix::RoadNotes::isOn()) [[unlikely]] {
         RoadSteps::fate(fate);
     }
-    if (fate.kind == FateKind::punted) {
-        cpu_->transmit(intake_.asReceived(frame));
+    if (fate.kind == FateKind::forwarded) {
+        return;
     }
-    accounts_.add(fate);
+    const Frame received = intake_.asReceived(frame);
+    if (fate.kind == FateKind::punted) {
+        cpu_->transmit(received);
+    }
+    accounts_.add(fate, received, sender_.via());
 }
 
 void Forwarder::addTo(Summary& summary) const {
@@ -263,6 +268,29 @@ void Forwarder::addTo(Summary& summary) const {
     for (const Pseudowire& pseudowire : tables_->pseudowires.all()) {
         summary.pseudowires.push_back({pseudowire.name, pseudowire.sent, pseudowire.delivered});
     }
+}
+
+Forwarder::Counts Forwarder::counts() const {
+    Counts now{accounts_.number(),
+               accounts_.replicas() + sender_.furtherFragments(),
+               {},
+               accounts_.fateCounts()};
+    for (const Port& port : tables_->ports.ports()) {
+        now.forwarded += port.sent;
+    }
+    return now;
+}
+
+Summary Forwarder::growthSince(const Counts& before) const {
+    const Counts now = counts();
+    Summary grown;
+    grown.in.frames = now.in - before.in;
+    grown.replicas = now.replicas - before.replicas;
+    grown.forwarded.push_back({{},
+                               {now.forwarded.frames - before.forwarded.frames,
+                                now.forwarded.bytes - before.forwarded.bytes}});
+    accounts_.addFatesTo(grown, before.fates);
+    return grown;
 }
 
 } // namespace OvixAgent

@@ -30,6 +30,19 @@ class Forwarder {
     /// Sets frames, fates and their reasons, ports and named counters.
     void addTo(Summary& summary) const;
 
+    /// What has been counted of frames, for the growth of it.
+    struct Counts {
+        std::uint64_t in = 0;
+        std::uint64_t replicas = 0;
+        Traffic forwarded;
+        std::vector<std::uint64_t> fates;
+    };
+    Counts counts() const;
+    /// Frames, replicas, fates and their reasons since the counts were these; forwarded ones of all
+    /// ports together.
+    Summary growthSince(const Counts& before) const;
+
+    const FrameRecorder& recorder() const noexcept { return accounts_.recorder(); }
     FrameAccounts& accounts() noexcept { return accounts_; }
 
     const Ptr<Ovix::OvixNamedCounters>& namedCounters() const noexcept {

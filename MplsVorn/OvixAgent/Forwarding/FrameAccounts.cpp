@@ -17,32 +17,38 @@ void FrameAccounts::takeBack(std::size_t bytes) {
     in_.bytes -= bytes;
 }
 
-void FrameAccounts::add(const Fate& fate) {
+void FrameAccounts::add(const Fate& fate, const Frame& received, const RecordedVia& via) {
     if (fate.kind != FateKind::forwarded) {
-        fates_->count(Tessel::wordOf(fate.kind), module, fate.reason);
+        const FateLog log = logOf(fate);
+        ++log.counter->count;
+        recorder_.record(*log.frames, received, via);
     }
 }
 
-Ovix::OvixNamedCounters::Counter& FrameAccounts::counterOf(const Fate& fate) {
-    return fates_->counter({Tessel::wordOf(fate.kind), module, fate.reason});
+FrameAccounts::FateLog FrameAccounts::logOf(const Fate& fate) {
+    auto& counter = fates_->counter({Tessel::wordOf(fate.kind), module, fate.reason});
+    return {&counter, &recorder_.logOf(fate, counter.hash)};
 }
 
-void FrameAccounts::addDelivered(std::uint64_t packets, std::size_t nexthops) {
+void FrameAccounts::addDelivered(std::uint64_t packets, std::size_t nexthops,
+                                 const Frame& received) {
     assert(packets > 0);
     for (std::uint64_t i = 0; i < packets; ++i) {
-        fates_->count(Tessel::wordOf(FateKind::punted), module, Reason::delivered);
+        add(punt(Reason::delivered), received, {});
     }
     replicas_ += nexthops > 0 ? packets : packets - 1;
 }
 
+std::vector<std::uint64_t> FrameAccounts::countsOf(const Ovix::OvixNamedCounters& counters) {
+    std::vector<std::uint64_t> counts;
+    counts.reserve(counters.counters().size());
+    for (const auto& counter : counters.counters()) {
+        counts.push_back(counter.count);
+    }
+    return counts;
+}
+
 FrameAccounts::Counts FrameAccounts::counts() const {
-    const auto countsOf = [](const Ovix::OvixNamedCounters& counters) {
-        std::vector<std::uint64_t> counts;
-        for (const auto& counter : counters.counters()) {
-            counts.push_back(counter.count);
-        }
-        return counts;
-    };
     return {in_, replicas_, countsOf(*counters_), countsOf(*fates_)};
 }
 
@@ -61,14 +67,20 @@ Fate FrameAccounts::byLastEvent(FateKind kind, std::string_view otherwise) const
 void FrameAccounts::addTo(Summary& summary) const {
     summary.in = in_;
     summary.replicas += replicas_;
+    addFatesTo(summary, {});
+    summary.counters = namedCounters(*counters_);
+}
+
+void FrameAccounts::addFatesTo(Summary& summary, const std::vector<std::uint64_t>& before) const {
+    std::size_t i = 0;
     for (const auto& fate : fates_->counters()) {
         const auto kind = Tessel::valueOf<FateKind>(fate.category);
         Reasons& reasons = kind == FateKind::punted    ? summary.punted
                            : kind == FateKind::dropped ? summary.dropped
                                                        : summary.handedOn;
-        reasons.add(fate.reason, fate.count);
+        reasons.add(fate.reason, fate.count - (i < before.size() ? before[i] : 0));
+        ++i;
     }
-    summary.counters = namedCounters(*counters_);
 }
 
 } // namespace OvixAgent

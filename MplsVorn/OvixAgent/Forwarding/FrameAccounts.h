@@ -3,12 +3,14 @@
 #include <vector>
 
 #include "Ovix/trace/NamedCounters.h"
+#include "Recorder/FrameRecorder.h"
 #include "State/Fate.h"
 #include "Summary/Summary.h"
 
 namespace OvixAgent {
 
-/// Counts the frames received and their fates: every frame once, its copies as replicas.
+/// Counts the frames received and their fates: every frame once, its copies as replicas. Those that
+/// were not forwarded are recorded.
 class FrameAccounts {
   public:
     void received(std::size_t bytes) {
@@ -17,19 +19,24 @@ class FrameAccounts {
     }
     /// The same of frames that are accounted for elsewhere.
     void passed(const Traffic& frames) noexcept { in_ += frames; }
-    /// The counter of a fate, for whoever counts it elsewhere.
-    Ovix::OvixNamedCounters::Counter& counterOf(const Fate& fate);
+    /// Where a fate is counted and its frames are recorded, for whoever does that elsewhere.
+    struct FateLog {
+        Ovix::OvixNamedCounters::Counter* counter = nullptr;
+        FrameRecorder::Log* frames = nullptr;
+    };
+    FateLog logOf(const Fate& fate);
     /// The number of the frame received last, from 1.
     std::uint64_t number() const noexcept { return in_.frames; }
     /// The frame received last is to be received again.
     void takeBack(std::size_t bytes);
 
-    /// What has been forwarded is counted where it left.
-    void add(const Fate& fate);
+    /// What has been forwarded is counted where it left. `via` is where the frame would have left.
+    void add(const Fate& fate, const Frame& received, const RecordedVia& via);
     void addReplicas(std::uint64_t copies) noexcept { replicas_ += copies; }
+    std::uint64_t replicas() const noexcept { return replicas_; }
     /// Packets that a plugin has sent to the CPU are copies of the frame like those for its
     /// `nexthops`; without next hops the first of them counts as the frame itself.
-    void addDelivered(std::uint64_t packets, std::size_t nexthops);
+    void addDelivered(std::uint64_t packets, std::size_t nexthops, const Frame& received);
 
     /// Whether a plugin has counted an event for the current frame.
     bool hasLastEvent() const noexcept { return counters_->last() != nullptr; }
@@ -48,16 +55,26 @@ class FrameAccounts {
     /// Sets all counts back to what they were; counters that are newer have then counted nothing.
     void setBack(const Counts& counts);
 
+    FrameRecorder& recorder() noexcept { return recorder_; }
+    const FrameRecorder& recorder() const noexcept { return recorder_; }
+
     /// What plugins count.
     const Ptr<Ovix::OvixNamedCounters>& counters() const noexcept { return counters_; }
 
+    /// Frames of each fate and reason, in the order in which they were first counted.
+    std::vector<std::uint64_t> fateCounts() const { return countsOf(*fates_); }
     /// Sets frames, replicas, fates and their reasons, and named counters.
     void addTo(Summary& summary) const;
+    /// The fates and their reasons since they were these.
+    void addFatesTo(Summary& summary, const std::vector<std::uint64_t>& before) const;
 
   private:
+    static std::vector<std::uint64_t> countsOf(const Ovix::OvixNamedCounters& counters);
+
     Ptr<Ovix::OvixNamedCounters> counters_ = Tessel::make<Ovix::OvixNamedCounters>();
     /// One count per fate and reason.
     Ptr<Ovix::OvixNamedCounters> fates_ = Tessel::make<Ovix::OvixNamedCounters>();
+    FrameRecorder recorder_;
     Traffic in_;
     std::uint64_t replicas_ = 0;
 };

@@ -1,6 +1,7 @@
 #include "Forwarding/Sender.h"
 
 #include <cassert>
+#include <utility>
 
 #include "Forwarding/Outgoing.h"
 #include "Ip/IpPacket.h"
@@ -34,8 +35,8 @@ Fate Sender::send(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
     if (fate.kind != FateKind::forwarded) {
         return fate;
     }
-    Egress& egress = outgoing.egress;
-    fate = egress_.find(packet, frame, nexthop, egress);
+    const Egress& egress = outgoing.egress;
+    fate = find(outgoing);
     reportIfUndelivered(frame, egress, fate);
     if (fate.kind == FateKind::forwarded && packet.outerType() == Ovix::PktHdrType::eth) {
         fate = removeControlWord(packet, egress.pseudowire);
@@ -48,6 +49,20 @@ Fate Sender::send(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
         return fate;
     }
     return egress.isResolved() ? transmit(outgoing) : wait(outgoing);
+}
+
+Fate Sender::find(Outgoing& outgoing) {
+    via_ = {RecordedVia::noPort, outgoing.nexthop.address()};
+    const Fate fate =
+        egress_.find(outgoing.packet(), outgoing.frame, outgoing.nexthop, outgoing.egress);
+    if (outgoing.egress.port != nullptr) {
+        via_ = viaOf(outgoing.egress);
+    }
+    return fate;
+}
+
+RecordedVia Sender::viaOf(const Egress& egress) const noexcept {
+    return {egress_.tables().ports.indexOf(*egress.port), egress.neighbour};
 }
 
 /// Only where packets are routed by their own destination is their source answered, unless that is
@@ -78,7 +93,9 @@ Fate Sender::wait(const Outgoing& outgoing) {
     packet.frame.bytes = packet.received->data();
     packet.egress.push = nullptr; // is applied; its route may be replaced meanwhile
     if (const auto displaced = waiting_.add(std::move(packet))) {
+        const RecordedVia own = std::exchange(via_, viaOf(displaced->egress));
         settled_(drop(Reason::noNeighbour), displaced->frame);
+        via_ = own;
     }
     return forwarded;
 }
@@ -110,6 +127,7 @@ void Sender::settleWaiting(Clock::time_point now) {
                now - packet.since >= WaitingPackets::longest;
     };
     while (const auto packet = waiting_.take(isOver)) {
+        via_ = viaOf(packet->egress);
         settled_(settle(*packet), packet->frame);
     }
     tables.neighbours.clearFailed();

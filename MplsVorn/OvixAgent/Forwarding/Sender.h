@@ -6,6 +6,7 @@
 #include "Forwarding/WaitingPackets.h"
 #include "Ip/IpFragments.h"
 #include "Ovix/plugin/PluginManager.h"
+#include "Recorder/FrameRecorder.h"
 #include "State/Fate.h"
 #include "State/Frame.h"
 #include "State/LinkHeader.h"
@@ -37,6 +38,10 @@ class Sender {
     /// failed or are overdue.
     void settleWaiting(Clock::time_point now);
 
+    /// Where the packet sent last would leave, as far as that was found.
+    const RecordedVia& via() const noexcept { return via_; }
+    void forgetVia() noexcept { via_ = {}; }
+
     std::size_t waiting() const noexcept { return waiting_.size(); }
 
     /// Fragments beyond the first of each packet, all of which are counted as forwarded.
@@ -44,6 +49,8 @@ class Sender {
 
   private:
     static Fate applyIpHop(const Outgoing& outgoing);
+    Fate find(Outgoing& outgoing);
+    RecordedVia viaOf(const Egress& egress) const noexcept;
     Fate rewrite(const Outgoing& outgoing) const;
     Fate apply(const Ovix::RewriteInfos& rewrites, const Ptr<Ovix::RoutingContext>& context) const;
     Fate wait(const Outgoing& outgoing);
@@ -61,6 +68,7 @@ class Sender {
     EgressLookup egress_;
     Settled settled_;
     WaitingPackets waiting_;
+    RecordedVia via_;
     std::uint64_t furtherFragments_ = 0;
 };
 

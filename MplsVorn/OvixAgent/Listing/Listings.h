@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Control/ControlServer.h"
+#include "Recorder/FrameRecorder.h"
 #include "State/ForwardingTables.h"
 #include "Summary/Summary.h"
 
@@ -49,5 +50,22 @@ Listing pseudowireListing(const ForwardingTables& tables);
 
 /// The labels' traffic, {"label", "packets", "bytes"}.
 Listing labelListing(std::vector<LabelTraffic> labels);
+
+/// {"sequence", "time", "fate", "reason", "first", "port", "length", "bytes", "label", "via":
+///  {"port", "nexthop"}, "generation"} of the frames that are kept, log by log, those recorded up
+///  to
+/// now and behind `after`. "time" is in nanoseconds since 1970, "bytes" in hex.
+Listing recordedListing(const FrameRecorder& recorder, const PortTable& ports, std::uint64_t after);
+
+/// {"port", "fate", "reason", "frames"}
+Listing portFateListing(const FrameRecorder& recorder, const PortTable& ports);
+
+/// {"label", "fate", "reason", "frames", "perSecond"} of the labels met most, by reason; at a time,
+/// in seconds since 1970; 0: that of the last frame.
+Listing labelFateListing(const FrameRecorder& recorder, std::int64_t second);
+
+/// {"nexthop", "port", "frames", "perSecond"}: likewise, of the neighbours.
+Listing unresolvedListing(const FrameRecorder& recorder, const PortTable& ports,
+                          std::int64_t second);
 
 } // namespace OvixAgent

@@ -79,6 +79,7 @@ struct ForwardingTables {
 struct Egress {
     Port* port = nullptr;
     Lumo::EthAddr mac{};
+    Lumo::IpGenAddr neighbour;  ///< that it is sent to; of no family: it needs none
     Lumo::IpGenAddr unresolved; ///< the neighbour whose MAC address is not known; else of no family
     Solicits::By namedBy = Solicits::By::route; ///< of the neighbour
     Pseudowire* pseudowire = nullptr;           ///< of which the port is the attachment circuit
@@ -88,11 +89,12 @@ struct Egress {
     bool isResolved() const noexcept { return unresolved.family() == Lumo::IpFamily::none; }
 
     /// `known` is null when the neighbour has to be resolved.
-    void sendTo(const Lumo::IpGenAddr& neighbour, const Lumo::EthAddr* known,
+    void sendTo(const Lumo::IpGenAddr& address, const Lumo::EthAddr* known,
                 Solicits::By by = Solicits::By::route) noexcept {
+        neighbour = address;
         namedBy = by;
         mac = known != nullptr ? *known : Lumo::EthAddr{};
-        unresolved = known != nullptr ? Lumo::IpGenAddr() : neighbour;
+        unresolved = known != nullptr ? Lumo::IpGenAddr() : address;
     }
 };
 

@@ -114,18 +114,27 @@ std::string summaryJson(const Summary& summary);
 /// The command of a request at the control socket: {"command": NAME, ...}.
 Tessel::Result<std::string> requestedCommand(const std::string& request);
 
-/// Its "vrf"; empty when it names none.
-std::string requestedVrf(const std::string& request);
+/// A member of it that is a text or a number; empty or 0 when there is none.
+std::string requestedText(const std::string& request, const char* member);
+std::uint64_t requestedNumber(const std::string& request, const char* member);
 
 /// An entry of "labels", and all of "counters", as in the summary.
 std::string labelText(const LabelTraffic& label);
 std::string countersText(const std::vector<NamedCounter>& counters);
 
+/// What has been counted of frames in a time.
+struct FateGrowth {
+    double seconds = 0;
+    Summary frames;
+};
+
 /// Answers to requests, each a line of JSON without its end, {"ok": true, ...} or {"ok": false,
 /// "error": TEXT}: the frames and tables of a run so far, of which `run` names the kind; the fates
-/// of its frames with their reasons, as in the summary; nothing but success; a refusal.
+/// of its frames with their reasons, as in the summary, and how they have grown since they were
+/// asked for last and of late; nothing but success; a refusal.
 std::string statusAnswer(const Summary& summary, std::string_view version, std::string_view run);
-std::string fatesAnswer(const Summary& summary);
+std::string fatesAnswer(const Summary& summary, const FateGrowth& sinceAsked,
+                        const FateGrowth& ofLate);
 std::string doneAnswer();
 std::string refusalAnswer(const std::string& error);
 

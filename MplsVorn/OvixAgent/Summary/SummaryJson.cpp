@@ -1,5 +1,6 @@
 // The JSON of a run: its summary, and the requests and answers of the control socket.
 
+#include <cmath>
 #include <nlohmann/json.hpp>
 #include <string_view>
 
@@ -73,6 +74,10 @@ Json tablesJson(const TablesState& tables) {
             {"problem", tables.problem.empty() ? Json(nullptr) : Json(tables.problem)}};
 }
 
+double inTenths(double value) {
+    return std::round(value * 10) / 10;
+}
+
 /// What comes from outside need not be UTF-8, but JSON is.
 std::string dumped(const Json& json, int indent = -1) {
     return json.dump(indent, ' ', false, Json::error_handler_t::replace);
@@ -106,10 +111,16 @@ Tessel::Result<std::string> requestedCommand(const std::string& request) {
     return json["command"].get<std::string>();
 }
 
-std::string requestedVrf(const std::string& request) {
+std::string requestedText(const std::string& request, const char* member) {
     const Json json = Json::parse(request, nullptr, false);
-    const auto vrf = json.find("vrf");
-    return vrf != json.end() && vrf->is_string() ? vrf->get<std::string>() : std::string();
+    const auto found = json.find(member);
+    return found != json.end() && found->is_string() ? found->get<std::string>() : std::string();
+}
+
+std::uint64_t requestedNumber(const std::string& request, const char* member) {
+    const Json json = Json::parse(request, nullptr, false);
+    const auto found = json.find(member);
+    return found != json.end() && found->is_number_unsigned() ? found->get<std::uint64_t>() : 0;
 }
 
 std::string labelText(const LabelTraffic& label) {
@@ -136,7 +147,34 @@ std::string statusAnswer(const Summary& summary, std::string_view version, std::
                    {"balanced", summary.isBalanced()}});
 }
 
-std::string fatesAnswer(const Summary& summary) {
+namespace {
+
+/// {"seconds", "in", "replicas", "forwarded", FATES}, each count as `count` makes it a number.
+template <typename Count>
+Json growthJson(const FateGrowth& growth, const Count& count) {
+    const auto fate = [&](const Reasons& reasons) {
+        Json::object_t counts;
+        for (const auto& [reason, frames] : reasons.counts()) {
+            counts.emplace_back(reason, count(frames));
+        }
+        return Json{{"frames", count(reasons.total())}, {"reasons", std::move(counts)}};
+    };
+    const Summary& frames = growth.frames;
+    return {
+        {"seconds", inTenths(growth.seconds)}, {"in", count(frames.in.frames)},
+        {"replicas", count(frames.replicas)},  {"forwarded", count(frames.forwardedTotal().frames)},
+        {"punted", fate(frames.punted)},       {"dropped", fate(frames.dropped)},
+        {"handedOn", fate(frames.handedOn)}};
+}
+
+} // namespace
+
+std::string fatesAnswer(const Summary& summary, const FateGrowth& sinceAsked,
+                        const FateGrowth& ofLate) {
+    const auto asIs = [](std::uint64_t frames) { return frames; };
+    const auto perSecond = [&](std::uint64_t frames) {
+        return ofLate.seconds > 0 ? inTenths(static_cast<double>(frames) / ofLate.seconds) : 0;
+    };
     return dumped({{"ok", true},
                    {"in", summary.in.frames},
                    {"replicas", summary.replicas},
@@ -145,7 +183,9 @@ std::string fatesAnswer(const Summary& summary) {
                    {"dropped", reasonsJson(summary.dropped)},
                    {"handedOn", reasonsJson(summary.handedOn)},
                    {"queued", summary.waiting},
-                   {"balanced", summary.isBalanced()}});
+                   {"balanced", summary.isBalanced()},
+                   {"sinceAsked", growthJson(sinceAsked, asIs)},
+                   {"perSecond", growthJson(ofLate, perSecond)}});
 }
 
 std::string doneAnswer() {

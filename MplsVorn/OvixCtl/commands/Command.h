@@ -31,9 +31,14 @@ struct Request {
     bool create = false;                     ///< make the tables when there are none
     std::uint64_t count = ~std::uint64_t{0}; ///< of watch: stop after that many changes
     std::uint64_t wait = 5;                  ///< seconds for which other writers are waited for
-    std::string port;                        ///< of explain: where the frame comes in
     std::string frames;                      ///< of bundle: a capture
     bool anonymise = false;                  ///< of bundle
+    bool showsFrames = false;                ///< of drops: the frames themselves
+    bool follow = false;                     ///< and those that come
+    std::string pcapng;                      ///< the file that they are written to; empty: none
+    std::string by;                          ///< what they are counted by; empty: reasons alone
+    std::string port;                        ///< where frames come in; empty: anywhere
+    std::string reason;                      ///< only those with this text in their reason
     std::string html;                        ///< of explain: the file for a page
     std::vector<std::string> words;          ///< as many as the command takes
 };

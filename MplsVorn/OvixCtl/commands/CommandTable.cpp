@@ -85,6 +85,19 @@ constexpr Option bundleOptions[]{
      nullptr, &Request::anonymise},
 };
 
+constexpr Option dropsOptions[]{
+    {"--by", "port|label|neighbour", "Count them by port, by outermost label, or by neighbour",
+     "port label neighbour", &Request::by},
+    {"--frames", nullptr, "Show frames: the first and the last 64 of each reason", nullptr,
+     &Request::showsFrames},
+    {"--follow", nullptr, "Go on with the frames that come, until interrupted", nullptr,
+     &Request::follow},
+    {"--pcapng", "FILE", "Write frames to a capture, each with a comment; - is standard output",
+     "@files@", &Request::pcapng},
+    {"--port", "PORT", "Only frames that came in at this port", nullptr, &Request::port},
+    {"--reason", "TEXT", "Only frames with this in their reason", nullptr, &Request::reason},
+};
+
 constexpr CommandWords configWord{
     "FILE", "TEXT",
     "A configuration of the agent, or a ROUTE of lfib add on each line; - is standard input", 1, 1};
@@ -245,9 +258,23 @@ JSON: {"version", "run", "tables": {"name", "generation", "corruptions", "proble
      "Show what has become of frames, and why",
      showDrops,
      {},
-     R"(Names and order are those of the balance of a run.
+     R"(Names and order are those of the balance of a run; the columns: since the start, since this command
+was given last by anybody, and per second of late. At any moment in and replicas are as many as
+forwarded, punted, dropped, handed on and queued together.
+--by label has the 100 labels met most for each reason, --by neighbour the 100 next hops that packets
+were dropped for because their MAC address is not known; in a flood their frames are estimated.
+--frames, --follow and --pcapng have the first 128 bytes of each frame as it came in, and where it
+would have left, as far as that was found. JSON of frames is an object for each on a line.
 JSON: {"in", "replicas", "forwarded", "punted": FATE, "dropped": FATE, "handedOn": FATE, "queued",
-       "balanced"}, where FATE is {"frames", "reasons": {REASON: FRAMES}})"},
+       "balanced", "sinceAsked": {"seconds", "in", ...}, "perSecond": {"seconds", "in", ...}}, where
+       FATE is {"frames", "reasons": {REASON: FRAMES}}
+  --by port       {"drops-by-port": [{"port", "fate", "reason", "frames"}]}
+  --by label      {"drops-by-label": [{"label", "fate", "reason", "frames", "perSecond"}]}
+  --by neighbour  {"drops-by-neighbour": [{"port", "nexthop", "frames", "perSecond"}]}
+  --frames        {"sequence", "time", "fate", "reason", "first", "port", "length", "bytes", "label",
+                   "via": {"port", "nexthop"}, "generation"}; time in nanoseconds since 1970)",
+     "",
+     dropsOptions},
     {"explain",
      "",
      "Tell why a frame would go where it goes, or nowhere",

@@ -1,40 +1,174 @@
+#include <algorithm>
+#include <array>
+#include <chrono>
 #include <fmt/format.h>
+#include <optional>
 
 #include "Ovix/trace/NamedCounters.h"
 #include "commands/AgentAnswer.h"
+#include "commands/EndSignals.h"
+#include "commands/RecordedFrames.h"
 
 namespace OvixCtl {
 
 namespace {
 
+using enum TextTable::Align;
+
+/// Of a list or of one of its members: the agent's answer need not have it.
+const Json& memberOf(const Json& json, const std::string& name) {
+    static const Json none;
+    const auto found = json.find(name);
+    return json.is_object() && found != json.end() ? *found : none;
+}
+
 /// The fate of all, and below it its reasons, as in the balance of a run.
-void addFate(Rows& rows, const char* name, const Json& fate) {
-    rows.push_back({name, cellOf(fate.is_object() ? fate.at("frames") : fate)});
-    if (fate.is_object()) {
-        for (const auto& [reason, frames] : fate.at("reasons").items()) {
-            rows.push_back({"  " + Ovix::readableEvent({}, reason).reason, cellOf(frames)});
-        }
+void addFate(Rows& rows, const char* name, const std::string& key, const Json& fates) {
+    const auto row = [&](const std::string& text, const auto& countIn) {
+        rows.push_back({text, cellOf(countIn(fates)),
+                        cellOf(countIn(memberOf(fates, "sinceAsked"))),
+                        cellOf(countIn(memberOf(fates, "perSecond")))});
+    };
+    row(name, [&](const Json& from) {
+        const Json& fate = memberOf(from, key);
+        return fate.is_object() ? memberOf(fate, "frames") : fate;
+    });
+    for (const auto& reason : memberOf(memberOf(fates, key), "reasons").items()) {
+        row("  " + Ovix::readableEvent({}, reason.key()).reason, [&](const Json& from) {
+            return memberOf(memberOf(memberOf(from, key), "reasons"), reason.key());
+        });
     }
 }
 
-} // namespace
-
-Tessel::Result<int> showDrops(const Request& request) {
-    const Tessel::Result<Json> answer = answerOf(request, "fates");
+Tessel::Result<int> showFates(const Request& request) {
+    const Tessel::Result<Json> answer = answerOf(request, "fates", {{"growth", 1}});
     if (!answer) {
         return answer.refused();
     }
     Rows rows;
-    const Json& fates = answer.value();
     for (const auto& [key, name] :
          {std::pair("in", "in"), std::pair("replicas", "replicas"),
           std::pair("forwarded", "forwarded"), std::pair("punted", "punted"),
           std::pair("dropped", "dropped"), std::pair("handedOn", "handed on"),
           std::pair("queued", "queued")}) {
-        addFate(rows, name, fates.at(key));
+        addFate(rows, name, key, answer.value());
     }
-    using enum TextTable::Align;
-    return printAnswer(request, fates, {{"fate", left}, {"frames", right}}, rows);
+    return printAnswer(
+        request, answer.value(),
+        {{"fate", left}, {"frames", right}, {"since asked", right}, {"a second", right}}, rows);
+}
+
+/// Whether a frame, or a line of a list, is one of those asked for.
+bool isWanted(const Request& request, const Json& entry) {
+    const Json& port = memberOf(entry, "port");
+    const Json& reason = memberOf(entry, "reason");
+    return (request.port.empty() || port.is_null() || port == request.port) &&
+           (reason.is_null() || cellOf(reason).find(request.reason) != std::string::npos);
+}
+
+using Columns = std::vector<std::pair<std::string, TextTable::Column>>;
+
+/// Members of the entries and the columns that they make.
+Columns columnsBy(const std::string& key) {
+    const std::pair<std::string, TextTable::Column> frames{"frames", {"frames", right}};
+    const std::pair<std::string, TextTable::Column> rate{"perSecond", {"a second", right}};
+    const std::pair<std::string, TextTable::Column> port{"port", {"port", left}};
+    const std::pair<std::string, TextTable::Column> fate{"fate", {"fate", left}};
+    const std::pair<std::string, TextTable::Column> reason{"reason", {"reason", left}};
+    return key == "port"    ? Columns{port, frames, fate, reason}
+           : key == "label" ? Columns{{"label", {"label", right}}, frames, rate, fate, reason}
+                            : Columns{{"nexthop", {"neighbour", left}}, port, frames, rate};
+}
+
+Tessel::Result<int> showFatesBy(const Request& request) {
+    constexpr std::array<std::string_view, 3> known{"port", "label", "neighbour"};
+    if (std::find(known.begin(), known.end(), request.by) == known.end()) {
+        return usageError(request,
+                          {fmt::format("--by {}: it is port, label or neighbour", request.by)});
+    }
+    const std::string list = "drops-by-" + request.by;
+    Tessel::Result<Json> answer = listOf(request, list);
+    if (!answer) {
+        return answer.refused();
+    }
+    const Columns columns = columnsBy(request.by);
+    std::vector<TextTable::Column> headings;
+    for (const auto& column : columns) {
+        headings.push_back(column.second);
+    }
+    Json wanted = Json::array();
+    Rows rows;
+    for (const Json& entry : answer.value()[list]) {
+        if (isWanted(request, entry)) {
+            wanted.push_back(entry);
+            TextTable::Cells& cells = rows.emplace_back();
+            for (const auto& column : columns) {
+                cells.push_back(cellOf(memberOf(entry, column.first)));
+            }
+        }
+    }
+    answer.value()[list] = std::move(wanted);
+    return printAnswer(request, answer.value(), headings, rows);
+}
+
+void print(const Request& request, const Json& frame, std::optional<RecordedCapture>& capture) {
+    if (capture) {
+        capture->add(frame);
+    } else if (request.json) {
+        fmt::print("{}\n", frame.dump(-1, ' ', false, Json::error_handler_t::replace));
+    } else {
+        fmt::print("{}\n  {}\n", recordedText(frame), cellOf(frame.at("bytes")));
+    }
+}
+
+/// The frames that are kept and those that come, by the order in which they were recorded.
+Tessel::Result<int> showFrames(const Request& request) {
+    constexpr std::chrono::milliseconds poll{100};
+    const EndSignals signals;
+    std::optional<RecordedCapture> capture;
+    if (!request.pcapng.empty()) {
+        capture.emplace(request.pcapng);
+    }
+    std::uint64_t after = 0;
+    do {
+        Tessel::Result<Json> answer = answerOf(request, "recorded-frames", {{"after", after}});
+        if (!answer) {
+            return answer.refused();
+        }
+        Json& frames = answer.value().at("recorded-frames");
+        std::sort(frames.begin(), frames.end(), [](const Json& a, const Json& b) {
+            return a.at("sequence").get<std::uint64_t>() < b.at("sequence").get<std::uint64_t>();
+        });
+        for (const Json& frame : frames) {
+            if (isWanted(request, frame)) {
+                print(request, frame, capture);
+            }
+        }
+        const auto newest = answer.value().at("sequence").get<std::uint64_t>();
+        if (after > 0 && newest > after + frames.size()) {
+            note(request,
+                 fmt::format("{} frames came too fast to be kept", newest - after - frames.size()));
+        }
+        after = newest; // less than before when the agent has started again
+        if (capture) {
+            capture->flush();
+        }
+        if (!request.follow && !request.json && !capture) {
+            fmt::print("# memory: {} of at most {} bytes\n", cellOf(answer.value().at("memory")),
+                       cellOf(answer.value().at("memoryLimit")));
+        }
+        std::fflush(stdout);
+    } while (request.follow && std::ferror(stdout) == 0 && !signals.cameWithin(poll));
+    return ExitCode::success;
+}
+
+} // namespace
+
+Tessel::Result<int> showDrops(const Request& request) {
+    if (request.showsFrames || request.follow || !request.pcapng.empty()) {
+        return showFrames(request);
+    }
+    return request.by.empty() ? showFates(request) : showFatesBy(request);
 }
 
 } // namespace OvixCtl

@@ -1,10 +1,10 @@
 #include <cassert>
-#include <csignal>
-#include <ctime>
+#include <chrono>
 #include <fmt/format.h>
 
 #include "Tessel/Exceptions.h"
 #include "commands/Command.h"
+#include "commands/EndSignals.h"
 #include "route/RouteJson.h"
 #include "tables/TableWatch.h"
 
@@ -12,27 +12,7 @@ namespace OvixCtl {
 
 namespace {
 
-constexpr long pollMilliseconds = 20;
-
-/// SIGINT and SIGTERM, blocked except between two looks.
-class EndSignals {
-  public:
-    EndSignals() {
-        sigemptyset(&set_);
-        sigaddset(&set_, SIGINT);
-        sigaddset(&set_, SIGTERM);
-        sigprocmask(SIG_BLOCK, &set_, nullptr);
-    }
-
-    /// Waits for the next look. True when a signal came.
-    bool cameWhileWaiting() const {
-        const timespec wait{0, pollMilliseconds * 1'000'000};
-        return sigtimedwait(&set_, nullptr, &wait) > 0;
-    }
-
-  private:
-    sigset_t set_{};
-};
+constexpr std::chrono::milliseconds poll{20};
 
 struct KindText {
     char sign;
@@ -111,7 +91,7 @@ Tessel::Result<int> watchRoutes(const Request& request) {
             complain(request, corruption.what());
             code = ExitCode::failure;
         }
-        if (signals.cameWhileWaiting()) {
+        if (signals.cameWithin(poll)) {
             break;
         }
     }

@@ -144,6 +144,9 @@ TEST(ControlAnswers, HoldTheirParts) {
     EXPECT_EQ(refusalAnswer("not \xff today"),
               "{\"ok\":false,\"error\":\"not \xef\xbf\xbd today\"}");
     const Summary summary = busySummary();
+    Summary grown;
+    grown.in.frames = 7;
+    grown.dropped.add("TTL expired", 1);
     EXPECT_EQ(labelText({100, {7, 700}}), R"({"label":100,"packets":7,"bytes":700})");
     EXPECT_EQ(countersText(summary.counters),
               R"([{"category":"Drop","module":"Routing::Mpls","reason":"No labels resolved",)"
@@ -153,11 +156,19 @@ TEST(ControlAnswers, HoldTheirParts) {
               R"("tables":{"name":"","generation":0,"corruptions":0,"problem":null},)"
               R"("frames":{"in":12,"replicas":1,"forwarded":8,"punted":1,"dropped":3,"handedOn":1,)"
               R"("queued":0},"balanced":true})");
-    EXPECT_EQ(fatesAnswer(summary),
+    EXPECT_EQ(fatesAnswer(summary, {10, summary}, {2, grown}),
               R"({"ok":true,"in":12,"replicas":1,"forwarded":8,)"
               R"("punted":{"frames":1,"reasons":{"OAM packet":1}},)"
               R"("dropped":{"frames":3,"reasons":{"No labels resolved":2,"TTL expired":1}},)"
-              R"("handedOn":{"frames":1,"reasons":{"not MPLS":1}},"queued":0,"balanced":true})");
+              R"("handedOn":{"frames":1,"reasons":{"not MPLS":1}},"queued":0,"balanced":true,)"
+              R"("sinceAsked":{"seconds":10.0,"in":12,"replicas":1,"forwarded":8,)"
+              R"("punted":{"frames":1,"reasons":{"OAM packet":1}},)"
+              R"("dropped":{"frames":3,"reasons":{"No labels resolved":2,"TTL expired":1}},)"
+              R"("handedOn":{"frames":1,"reasons":{"not MPLS":1}}},)"
+              R"("perSecond":{"seconds":2.0,"in":3.5,"replicas":0.0,"forwarded":0.0,)"
+              R"("punted":{"frames":0.0,"reasons":{}},)"
+              R"("dropped":{"frames":0.5,"reasons":{"TTL expired":0.5}},)"
+              R"("handedOn":{"frames":0.0,"reasons":{}}}})");
 }
 
 TEST(ControlRequests, NameACommand) {

@@ -1,0 +1,138 @@
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "Listing/Listings.h"
+#include "Tessel/Words.h"
+
+namespace OvixAgent {
+
+namespace {
+
+using FateJson = nlohmann::ordered_json;
+using Log = FrameRecorder::Log;
+
+/// What plugins give as a reason need not be UTF-8.
+std::string fateEntry(const FateJson& json) {
+    return json.dump(-1, ' ', false, FateJson::error_handler_t::replace);
+}
+
+FateJson portName(const PortTable& ports, PortIndex port) {
+    return port < ports.ports().size() ? FateJson(ports.ports()[port].name) : FateJson(nullptr);
+}
+
+FateJson viaJson(const RecordedVia& via, const PortTable& ports) {
+    const bool isKnown = via.nexthop.family() != Lumo::IpFamily::none;
+    return {{"port", portName(ports, via.port)},
+            {"nexthop", isKnown ? FateJson(via.nexthop.text()) : FateJson(nullptr)}};
+}
+
+FateJson frameJson(const Log& log, const RecordedFrame& frame, bool isFirst,
+                   const PortTable& ports) {
+    const auto label = topLabel(frame.bytes());
+    return {{"sequence", frame.sequence},
+            {"time", frame.time.seconds * 1'000'000'000 + frame.time.nanoseconds},
+            {"fate", Tessel::wordOf(log.kind)},
+            {"reason", log.reason},
+            {"first", isFirst},
+            {"port", portName(ports, frame.port)},
+            {"length", frame.length},
+            {"bytes", fmt::format("{:02x}", fmt::join(frame.bytes(), ""))},
+            {"label", label ? FateJson(*label) : FateJson(nullptr)},
+            {"via", viaJson(frame.via, ports)},
+            {"generation", frame.generation}};
+}
+
+/// The place of a frame that is kept: the first one, or one of the last. Null when it is free.
+const RecordedFrame* placeOf(const Log& log, std::size_t place) {
+    const bool isOverwritten = log.frames > FrameRecorder::framesOfReason;
+    if (place == 0) {
+        return isOverwritten ? &log.first : nullptr;
+    }
+    return place - 1 < log.frames ? &log.last[place - 1] : nullptr;
+}
+
+/// Visits the entries of lists that are made one after the other: `next(list)` is a list's.
+template <typename MakeList>
+Listing listOfLists(std::size_t lists, MakeList makeList) {
+    return
+        [lists, makeList = std::move(makeList), at = std::size_t{0}](std::string& entry) mutable {
+            if (at >= lists) {
+                return false;
+            }
+            for (const FateJson& each : makeList(at++)) {
+                entry += (entry.empty() ? "" : ",") + fateEntry(each);
+            }
+            return true;
+        };
+}
+
+} // namespace
+
+// By place, not by age: what is overwritten meanwhile is newer than what was asked for.
+Listing recordedListing(const FrameRecorder& recorder, const PortTable& ports,
+                        std::uint64_t after) {
+    return [&recorder, &ports, after, newest = recorder.sequence(), log = std::size_t{0},
+            place = std::size_t{0}](std::string& entry) mutable {
+        if (log >= recorder.logs().size()) {
+            return false;
+        }
+        const Log& of = *recorder.logs()[log];
+        const RecordedFrame* const frame = placeOf(of, place);
+        if (frame != nullptr && frame->sequence > after && frame->sequence <= newest) {
+            const bool isFirst =
+                place == 0 || (place == 1 && of.frames <= FrameRecorder::framesOfReason);
+            entry = fateEntry(frameJson(of, *frame, isFirst, ports));
+        }
+        place = (place + 1) % (FrameRecorder::framesOfReason + 1);
+        log += place == 0 ? 1 : 0;
+        return true;
+    };
+}
+
+Listing portFateListing(const FrameRecorder& recorder, const PortTable& ports) {
+    return listOfLists(recorder.logs().size(), [&recorder, &ports](std::size_t index) {
+        const Log& log = *recorder.logs()[index];
+        FateJson entries = FateJson::array();
+        for (PortIndex port = 0; port < log.byPort.size(); ++port) {
+            if (log.byPort[port] > 0) {
+                entries.push_back(FateJson{{"port", portName(ports, port)},
+                                           {"fate", Tessel::wordOf(log.kind)},
+                                           {"reason", log.reason},
+                                           {"frames", log.byPort[port]}});
+            }
+        }
+        return entries;
+    });
+}
+
+Listing labelFateListing(const FrameRecorder& recorder, std::int64_t second) {
+    return listOfLists(recorder.logs().size(), [&recorder, second](std::size_t index) {
+        const Log& log = *recorder.logs()[index];
+        FateJson entries = FateJson::array();
+        for (const auto& label : log.labels.top(FrameRecorder::topKeys, second)) {
+            entries.push_back(FateJson{{"label", label.key},
+                                       {"fate", Tessel::wordOf(log.kind)},
+                                       {"reason", log.reason},
+                                       {"frames", label.count},
+                                       {"perSecond", label.previous}});
+        }
+        return entries;
+    });
+}
+
+Listing unresolvedListing(const FrameRecorder& recorder, const PortTable& ports,
+                          std::int64_t second) {
+    return listOfLists(1, [&recorder, &ports, second](std::size_t) {
+        FateJson entries = FateJson::array();
+        for (const auto& one : recorder.unresolved().top(FrameRecorder::topKeys, second)) {
+            FateJson entry = viaJson(one.key, ports);
+            entry["frames"] = one.count;
+            entry["perSecond"] = one.previous;
+            entries.push_back(std::move(entry));
+        }
+        return entries;
+    });
+}
+
+} // namespace OvixAgent

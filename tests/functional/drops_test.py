@@ -1,0 +1,154 @@
+"""What a running agent tells of the frames that it did not forward, as it happens."""
+
+import json
+import shutil
+import signal
+import subprocess
+import unittest
+
+from agent import mpls
+from live import LiveTest
+from running_agent import CTL, SharedTablesTest
+
+CONFIG = """
+ports:
+  - {name: west, mac: "02:00:00:00:00:01", addresses: [10.0.1.1/24]}
+  - {name: east, mac: "02:00:00:00:00:02", mtu: 1400, addresses: [10.0.2.1/24]}
+neighbours:
+  - {address: 10.0.2.2, port: east, mac: "02:00:00:00:00:22"}
+"""
+UNKNOWN = "No labels resolved to via sets, and nexthop not resolved"
+UNRESOLVED = "No neighbour for the next hop"
+
+
+class Drops(SharedTablesTest):
+    def setUp(self):
+        super().setUp()
+        self.ctl("lfib", "add", "100", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
+        self.ctl("lfib", "add", "101", "as", "200", "via", "inet", "10.0.2.9", "dev", "east")
+        self.agent = self.start(CONFIG)
+
+    def shown(self, *words: str, code: int = 0) -> str:
+        return self.ctl("drops", "show", *words, "--control", str(self.agent.path), code=code)
+
+    def json(self, *words: str) -> dict:
+        return json.loads(self.shown(*words, "--json"))
+
+    def frames(self, *words: str) -> list[dict]:
+        return [json.loads(line) for line in self.shown("--frames", "--json", *words).splitlines()]
+
+    def test_fates_since_they_were_asked_for_last_and_per_second(self):
+        self.agent.send_and_wait(mpls([100]), mpls([77]), mpls([77]), mpls([101]))
+        first = self.json()
+        self.assertEqual(first["dropped"]["reasons"], {UNKNOWN: 2, UNRESOLVED: 1})
+        self.assertEqual(first["sinceAsked"]["dropped"], first["dropped"])
+        self.assertGreater(first["perSecond"]["dropped"]["frames"], 0)
+        self.agent.send_and_wait(mpls([77]), mpls([100]))
+        second = self.json()
+        self.assertEqual(second["sinceAsked"]["dropped"],
+                         {"frames": 1, "reasons": {UNKNOWN: 1, UNRESOLVED: 0}})
+        self.assertEqual((second["sinceAsked"]["in"], second["sinceAsked"]["forwarded"]), (2, 1))
+        self.assertRegex(self.shown(), rf"fate +frames +since asked +a second\nin +6 +0 +[\d.]+\n"
+                                       rf"(.*\n)*  {UNKNOWN} +3 +0 +[\d.]+\n")
+
+    def test_by_port_by_label_and_by_neighbour(self):
+        self.agent.send_and_wait(mpls([77]), mpls([78]), mpls([77]), mpls([101]), mpls([100]))
+        by_port = self.json("--by", "port")["drops-by-port"]
+        self.assertEqual(by_port, [
+            {"port": "west", "fate": "dropped", "reason": UNKNOWN, "frames": 3},
+            {"port": "west", "fate": "dropped", "reason": UNRESOLVED, "frames": 1}])
+        labels = self.json("--by", "label", "--reason", "resolved")["drops-by-label"]
+        self.assertEqual([(entry["label"], entry["frames"]) for entry in labels], [(77, 2), (78, 1)])
+        self.assertEqual(self.json("--by", "neighbour")["drops-by-neighbour"], [
+            {"port": "east", "nexthop": "10.0.2.9", "frames": 1, "perSecond": 0}])
+        self.assertRegex(self.shown("--by", "label"),
+                         rf"label +frames +a second +fate +reason *\n +77 +2 +\d+ +dropped +{UNKNOWN}")
+        self.assertIn("--by shape", self.shown("--by", "shape", code=2))
+
+    def test_the_first_and_the_last_frames_of_each_reason_are_kept(self):
+        self.agent.send_and_wait(*(mpls([label]) for label in range(1000, 1100)), mpls([101]))
+        frames = self.frames("--reason", "labels resolved")
+        self.assertEqual([frame["label"] for frame in frames], [1000, *range(1036, 1100)])
+        self.assertEqual([frame["first"] for frame in frames], [True] + 64 * [False])
+        self.assertEqual(bytes.fromhex(frames[0]["bytes"]), mpls([1000]))
+        other = self.frames("--reason", "neighbour")
+        self.assertEqual((other[0]["via"], other[0]["port"], other[0]["generation"]),
+                         ({"port": "east", "nexthop": "10.0.2.9"}, "west", self.agent.generation()))
+        self.assertEqual(self.frames("--port", "east"), [])
+        text = self.shown("--frames", "--reason", "neighbour")
+        self.assertRegex(text, rf"Z west label 101 \d+ bytes via east to 10.0.2.9 generation \d+ "
+                               rf"dropped: {UNRESOLVED} \(the first\)\n  0200")
+        self.assertRegex(text, r"\n# memory: \d+ of at most \d+ bytes\n$")
+
+    @unittest.skipUnless(shutil.which("tshark"), "needs tshark")
+    def test_a_capture_says_beside_each_frame_why_it_was_dropped(self):
+        self.agent.send_and_wait(mpls([77]), mpls([101]))
+        path = self.directory / "drops.pcapng"
+        self.shown("--pcapng", str(path))
+        read = subprocess.run(["tshark", "-r", path, "-T", "fields", "-e", "frame.interface_name",
+                               "-e", "mpls.label", "-e", "frame.comment"], check=True,
+                              capture_output=True, text=True).stdout
+        lines = [line.split("\t") for line in read.splitlines()]
+        self.assertEqual([line[:2] for line in lines], [["west", "77"], ["west", "101"]])
+        self.assertIn(f"dropped: {UNKNOWN} (port west label 77", lines[0][2])
+        self.assertIn(f"dropped: {UNRESOLVED} (port west label 101 via east to 10.0.2.9",
+                      lines[1][2])
+        self.assertIn("/nonexistent/x", self.shown("--pcapng", "/nonexistent/x", code=1))
+
+    def test_frames_are_followed_as_they_come(self):
+        self.agent.send_and_wait(mpls([77]))
+        follower = subprocess.Popen([CTL, "--tables", self.tables, "--control", str(self.agent.path),
+                                     "--json", "drops", "show", "--follow"],
+                                    stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        self.addCleanup(follower.communicate)
+        self.addCleanup(follower.kill)
+        self.assertEqual(json.loads(follower.stdout.readline())["label"], 77)
+        self.agent.send(mpls([78]))
+        self.assertEqual(json.loads(follower.stdout.readline())["label"], 78)
+        follower.send_signal(signal.SIGINT)
+        self.assertEqual(follower.wait(10), 0)
+
+
+class LiveDrops(LiveTest):
+    def test_fates_add_up_at_every_moment_they_are_read(self):
+        process = self.start()
+        self.learn_neighbours()
+        self.ctl("lfib", "add", "100", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
+        self.ctl("lfib", "add", "101", "as", "200", "via", "inet", "10.0.2.77", "dev", "east")
+        mac = self.router_mac("west").replace(":", "")
+        sender = self.host(self.west, f"""
+import socket, time
+s = socket.socket(socket.AF_PACKET, socket.SOCK_RAW); s.bind(("eth0", 0))
+link = bytes.fromhex("{mac}" + "020000000002" + "8847")
+end = time.monotonic() + 2
+while time.monotonic() < end:
+    for label in (100, 77, 101, 100, 78): s.send(link + (label << 12 | 0x140).to_bytes(4, "big") + bytes(46))
+""")
+        reads, queued = 0, 0
+        while sender.poll() is None:
+            fates = json.loads(subprocess.run(
+                [CTL, "--tables", self.tables, "--control", str(self.path), "--json", "drops", "show"],
+                check=True, capture_output=True, text=True).stdout)
+            self.assertEqual(fates["in"] + fates["replicas"],
+                             fates["forwarded"] + fates["queued"]
+                             + sum(fates[fate]["frames"] for fate in ("punted", "dropped", "handedOn")))
+            self.assertTrue(fates["balanced"])
+            reads, queued = reads + 1, max(queued, fates["queued"])
+        sender.communicate()
+        self.assertGreater(reads, 10)
+        self.assertGreater(queued, 0)
+        self.until(lambda: UNRESOLVED in self.fates()["dropped"]["reasons"])
+        kept = self.fates("--frames", "--reason", UNRESOLVED)
+        self.assertEqual(kept[-1]["via"], {"port": "east", "nexthop": "10.0.2.77"})
+        by_label = self.fates("--by", "label", "--reason", UNKNOWN)["drops-by-label"]
+        self.assertLessEqual({77, 78}, {entry["label"] for entry in by_label})
+        self.stop(process)
+
+    def fates(self, *words: str):
+        shown = subprocess.run([CTL, "--tables", self.tables, "--control", str(self.path), "--json",
+                                "drops", "show", *words], check=True, capture_output=True, text=True).stdout
+        return [json.loads(line) for line in shown.splitlines()] if "--frames" in words else json.loads(shown)
+
+
+if __name__ == "__main__":
+    unittest.main()

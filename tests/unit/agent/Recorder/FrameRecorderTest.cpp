@@ -1,0 +1,161 @@
+#include "Recorder/FrameRecorder.h"
+
+#include <gtest/gtest.h>
+#include <numeric>
+
+#include "FrameBytes.h"
+#include "HeapCount.h"
+
+namespace FrameRecorderTest {
+
+using namespace OvixAgent;
+using namespace TestSupport::Raw;
+
+namespace {
+
+class FrameRecorderTest : public ::testing::Test {
+  protected:
+    FrameRecorder recorder;
+    FrameRecorder::Log& log = recorder.logOf(drop("no reason"), 1);
+
+    void record(std::uint32_t label) {
+        const Bytes frame = join({eth(ethMpls), stack({{label}}), ipv4({}, udp())});
+        const auto length = static_cast<std::uint32_t>(frame.size());
+        recorder.record(log, Frame{2, {5, label}, frame, length}, {});
+    }
+    std::vector<std::uint32_t> labelsKept() const {
+        std::vector<std::uint32_t> labels;
+        for (std::size_t i = 0; i < log.kept(); ++i) {
+            labels.push_back(*topLabel(log.keptAt(i).bytes()));
+        }
+        return labels;
+    }
+    const RecordedFrame& newest() const { return log.keptAt(log.kept() - 1); }
+};
+
+std::vector<std::uint32_t> numbersFrom(std::uint32_t first, std::size_t count) {
+    std::vector<std::uint32_t> numbers(count);
+    std::iota(numbers.begin(), numbers.end(), first);
+    return numbers;
+}
+
+} // namespace
+
+TEST_F(FrameRecorderTest, TheFirstFrameAndTheLast64OfAReasonAreKept) {
+    for (std::uint32_t label = 16; label < 16 + 64; ++label) {
+        record(label);
+    }
+    EXPECT_EQ(labelsKept(), numbersFrom(16, 64));
+    for (std::uint32_t label = 80; label < 180; ++label) {
+        record(label);
+    }
+    std::vector<std::uint32_t> expected = numbersFrom(116, 64);
+    expected.insert(expected.begin(), 16);
+    EXPECT_EQ(labelsKept(), expected);
+    EXPECT_EQ(log.frames, 164U);
+    EXPECT_EQ(log.keptAt(1).sequence, 101U);
+    EXPECT_EQ(log.byPort, (std::vector<std::uint64_t>{0, 0, 164}));
+}
+
+TEST_F(FrameRecorderTest, AFrameIsKeptAsItCameWithItsFirst128Bytes) {
+    recorder.generationIs(9);
+    const RecordedVia via{4, Lumo::IpGenAddr::fromText("10.0.0.1")};
+    for (const std::size_t size : {0, 1, 13, 31, 32, 33, 63, 64, 65, 127, 128, 129, 1514}) {
+        Bytes bytes(size);
+        std::iota(bytes.begin(), bytes.end(), std::uint8_t{7});
+        const Bytes head(bytes.begin(),
+                         bytes.begin() + static_cast<long>(std::min<std::size_t>(size, 128)));
+        const auto length = static_cast<std::uint32_t>(size + 3);
+        const auto expectKept = [&](const RecordedVia& where) {
+            EXPECT_EQ(Bytes(newest().bytes().begin(), newest().bytes().end()), head);
+            EXPECT_EQ(newest().length, length);
+            EXPECT_EQ(newest().port, 1U);
+            EXPECT_EQ(newest().time, (CaptureTime{5, 6}));
+            EXPECT_EQ(newest().generation, 9U);
+            EXPECT_EQ(newest().via.port, where.port);
+        };
+        recorder.record(log, Frame{1, {5, 6}, bytes, length}, via);
+        expectKept(via);
+        EXPECT_EQ(newest().via, via);
+        const WritableFrame same{bytes.data(), static_cast<std::uint32_t>(size), length, 0, 3,
+                                 {5, 6}};
+        recorder.record(log, same, 1, 100);
+        expectKept({});
+    }
+}
+
+TEST_F(FrameRecorderTest, OfAFloodsLabelsSomeAreCountedForAll) {
+    for (int i = 0; i < 1000; ++i) {
+        record(100);
+    }
+    EXPECT_EQ(log.labels.top(1, 5).front().count, 1000U) << "few are all counted";
+    for (int i = 0; i < 90'000; ++i) {
+        record(i % 3 == 0 ? 200 : 300);
+    }
+    const auto top = log.labels.top(2, 5);
+    EXPECT_EQ(top[0].key, 300U);
+    EXPECT_NEAR(static_cast<double>(top[0].count), 60'000, 3'000);
+    EXPECT_NEAR(static_cast<double>(top[1].count), 30'000, 3'000);
+}
+
+TEST_F(FrameRecorderTest, TheOutermostLabelIsFoundBehindTags) {
+    const Bytes macs(12, 2);
+    const Bytes labels = stack({{100}, {200}});
+    EXPECT_EQ(topLabel(join({macs, {0x81, 0, 0, 5}, u16(ethMpls), labels})), 100U);
+    EXPECT_EQ(topLabel(join({macs, u16(ethMplsUpstream), labels})), 100U);
+    EXPECT_EQ(topLabel(join({macs, u16(ethMpls), {0, 1, 2}})), std::nullopt);
+    EXPECT_EQ(topLabel(join({macs, u16(ethIpv4), ipv4({}, udp())})), std::nullopt);
+    EXPECT_EQ(topLabel(Bytes(13, 0)), std::nullopt);
+}
+
+TEST_F(FrameRecorderTest, PacketsThatWantANeighbourAreCountedForIt) {
+    FrameRecorder::Log& wanting = recorder.logOf(drop(Reason::noNeighbour), 2);
+    const Bytes frame = join({eth(ethMpls), stack({{100}}), ipv4({}, udp())});
+    const RecordedVia via{1, Lumo::IpGenAddr::fromText("10.0.2.9")};
+    for (int i = 0; i < 3; ++i) {
+        recorder.record(wanting, Frame{0, {5, 0}, frame, 60}, via);
+    }
+    recorder.record(log, Frame{0, {5, 0}, frame, 60}, via);
+    const auto top = recorder.unresolved().top(10, 5);
+    ASSERT_EQ(top.size(), 1U);
+    EXPECT_EQ(top.front().key, via);
+    EXPECT_EQ(top.front().count, 3U);
+}
+
+TEST_F(FrameRecorderTest, ItsMemoryIsBounded) {
+    for (std::uint64_t i = 2; i < 1000; ++i) {
+        const std::string reason = "ttl for label " + std::to_string(i);
+        EXPECT_EQ(recorder.logOf(drop(reason), i).reason,
+                  i < 2 + FrameRecorder::mostWithValues ? reason : "Other reasons");
+    }
+    for (std::uint64_t i = 2000; i < 3000; ++i) {
+        const bool hasLog =
+            i < 2000 + FrameRecorder::mostReasons - FrameRecorder::mostWithValues - 1;
+        EXPECT_EQ(recorder.logOf(drop("many"), i).reason, hasLog ? "many" : "Other reasons");
+    }
+    EXPECT_EQ(recorder.logs().size(), FrameRecorder::mostReasons + 1);
+    EXPECT_LE(recorder.memoryBytes(), FrameRecorder::mostMemoryBytes());
+    EXPECT_LE(FrameRecorder::mostMemoryBytes(), std::size_t{5} << 20U);
+    EXPECT_EQ(&recorder.logOf(drop("no reason"), 1), &log);
+}
+
+TEST_F(FrameRecorderTest, NothingComesFromTheHeapOnceAReasonIsKnown) {
+    record(100);
+    const Bytes frame = join({eth(ethMpls), stack({{100}}), ipv4({}, udp())});
+    const std::uint64_t before = TestSupport::heapAllocations;
+    for (int i = 0; i < 5000; ++i) {
+        recorder.record(recorder.logOf(drop("no reason"), 1),
+                        Frame{2, {5 + i / 1000, 0}, frame, 64}, {});
+    }
+    EXPECT_EQ(TestSupport::heapAllocations - before, 0U);
+}
+
+TEST_F(FrameRecorderTest, NothingIsRecordedWhilePaused) {
+    recorder.isPausedIs(true);
+    record(100);
+    recorder.isPausedIs(false);
+    record(101);
+    EXPECT_EQ(labelsKept(), (std::vector<std::uint32_t>{101}));
+}
+
+} // namespace FrameRecorderTest
