@@ -65,7 +65,7 @@ lfib:
 )");
     situation.isLive = true;
     EXPECT_EQ(explained(situation, "label 100").change->commands.front(),
-              "ip neigh replace 10.0.2.9 lladdr 00:00:5e:00:53:02 dev east nud permanent");
+              "ping -c 1 -I east 10.0.2.9");
     situation.config.ports[1].mtu = 68;
     EXPECT_EQ(explained(situation, "label 101, ip 10.1.1.1 > 10.9.0.1 size 100 df")
                   .change->commands.front(),
