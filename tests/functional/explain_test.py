@@ -345,6 +345,10 @@ class WhatIfTest(SharedTablesTest):
         for words in ("link east up", "via 10.0.2 weight 3", "via 10.0.2.2 weight x", "lfib drop 100", "east"):
             self.assertIn("ovixctl: ", self.ctl("what-if", words, code=2))
         self.assertIn("label 77 is not in table transit", self.ctl("what-if", "lfib del 77", code=2))
+        self.assertIn('leads out of "esat"', self.ctl("what-if", "link esat down", code=2))
+        self.ctl("lfib", "add", "500", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
+        self.assertIn("label 500 is already in table transit; use replace",
+                      self.ctl("what-if", "lfib add 500 as 201 via inet 10.0.2.2 dev east", code=2))
 
 
 if __name__ == "__main__":

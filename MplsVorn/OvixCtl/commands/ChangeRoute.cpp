@@ -47,16 +47,6 @@ bool exists(const TableView& now, const EntryName& name) {
     return std::binary_search(vrfs.begin(), vrfs.end(), name.key);
 }
 
-/// Whether an entry is there already: of a label route, one of the same owner.
-bool exists(const TableView& now, Mpls::TablePublisher& publisher, const Entry& entry) {
-    const auto* route = std::get_if<Mpls::LabelRoute>(&entry.content);
-    if (route == nullptr) {
-        return exists(now, EntryName{entry.table, entry.key});
-    }
-    const auto owners = publisher.labelRoutes().owners(route->table, route->label);
-    return std::find(owners.begin(), owners.end(), route->owner) != owners.end();
-}
-
 /// Says whether a label route that was added is not used for now.
 void noteWaiting(const Request& request, Mpls::TablePublisher& publisher, const Entry& entry) {
     const auto* route = std::get_if<Mpls::LabelRoute>(&entry.content);
@@ -114,9 +104,7 @@ Tessel::Result<int> putEntry(const Request& request, bool mayReplace) {
     const TableView now = viewOf(request, publisher);
     const bool existed = exists(now, publisher, entry);
     if (existed && !mayReplace) {
-        return Tessel::Refused{fmt::format("{} {} is already in table {}; use replace",
-                                           nounOf(name.table), name.key,
-                                           Tessel::wordOf(name.table))};
+        return mustReplace(name);
     }
     for (const std::string& interface : parsed.value().interfaces) {
         publisher.interfaces().intfId(interface);
@@ -162,6 +150,20 @@ Tessel::Result<void> removeOther(Mpls::TablePublisher& publisher, const TableVie
 }
 
 } // namespace
+
+bool exists(const TableView& now, Mpls::TablePublisher& publisher, const Entry& entry) {
+    const auto* route = std::get_if<Mpls::LabelRoute>(&entry.content);
+    if (route == nullptr) {
+        return exists(now, EntryName{entry.table, entry.key});
+    }
+    const auto owners = publisher.labelRoutes().owners(route->table, route->label);
+    return std::find(owners.begin(), owners.end(), route->owner) != owners.end();
+}
+
+Tessel::Refused mustReplace(const EntryName& name) {
+    return {fmt::format("{} {} is already in table {}; use replace", nounOf(name.table), name.key,
+                        Tessel::wordOf(name.table))};
+}
 
 Tessel::Result<void> removeNamed(Mpls::TablePublisher& publisher, const TableView& now,
                                  const EntryName& name) {

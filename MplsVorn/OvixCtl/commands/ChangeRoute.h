@@ -12,4 +12,9 @@ namespace OvixCtl {
 Tessel::Result<void> removeNamed(Mpls::TablePublisher& publisher, const TableView& now,
                                  const EntryName& name);
 
+/// Whether an entry is there already: of a label route, one of the same owner.
+bool exists(const TableView& now, Mpls::TablePublisher& publisher, const Entry& entry);
+/// Why `lfib add` refuses one that is.
+Tessel::Refused mustReplace(const EntryName& name);
+
 } // namespace OvixCtl

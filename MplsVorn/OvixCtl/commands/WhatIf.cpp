@@ -85,6 +85,9 @@ Tessel::Result<EntryName> changeCopy(Mpls::TablePublisher& copy, const TableView
         return parsed.refused();
     }
     const Entry& entry = parsed.value().entry;
+    if (verb == "add" && exists(now, copy, entry)) {
+        return mustReplace({entry.table, entry.key});
+    }
     const auto changed = changeEntry(copy, now, entry);
     return changed ? Tessel::Result<EntryName>(EntryName{entry.table, entry.key})
                    : changed.refused();
@@ -177,13 +180,18 @@ Tessel::Result<int> tellWhatIf(const Request& request) {
     const auto memory = Tessel::TableMemory::sharedForReading(request.tables);
     const auto copy = Tessel::TableCopy::ofNewest(request.tables, memory.bytes());
     const Ptr<Tessel::TableReader> reader = copy.reader();
+    const IntfText interfaces({Interface::Names::read(*reader)});
+    if (const auto link = assumed.value().downLink;
+        link && interfaces.text(*link) != words[1]) { // has another text without a name
+        return Tessel::Refused{
+            fmt::format("no route of tables \"{}\" leads out of \"{}\"", request.tables, words[1])};
+    }
     Tessel::Result<Moves> moves = isRoute
                                       ? movesOfRoute(copy, words)
                                       : Tessel::Result<Moves>(movesUnder(reader, assumed.value()));
     if (!moves) {
         return moves.refused();
     }
-    const IntfText interfaces({Interface::Names::read(*reader)});
     if (request.json) {
         printMovesAsJson(request, reader->generation(), moves.value(), interfaces);
     } else {
