@@ -39,11 +39,10 @@ struct RunOptions {
     std::uint64_t checkEvery = 0; ///< compare the roads of every Nth frame; 0: of none
 };
 
-/// Exit codes of `explain`.
+/// Exit codes of `explain`, beside ExitCode::usage for what is faulty.
 namespace ExplainExit {
 inline constexpr int settled = 0; ///< the frame is forwarded or punted
 inline constexpr int lost = 1;    ///< it is dropped, or handed on
-inline constexpr int refused = 2; ///< the command line, the configuration or the frame is faulty
 } // namespace ExplainExit
 
 /// The command `explain`.
@@ -58,11 +57,10 @@ struct ExplainOptions {
     bool json = false;
 };
 
-/// Exit codes of `replay`.
+/// Exit codes of `replay`, likewise.
 namespace ReplayExit {
 inline constexpr int same = 0;
 inline constexpr int different = 1; ///< for at least one frame
-inline constexpr int refused = 2;   ///< the command line or the bundle is faulty
 } // namespace ReplayExit
 
 /// The command `replay`.

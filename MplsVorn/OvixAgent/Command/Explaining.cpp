@@ -121,10 +121,10 @@ Tessel::Result<int> explainFrame(const Situation& situation, const std::string& 
                                                                    : ExplainExit::lost;
 }
 
-int runExplain(const ExplainOptions& options) {
+int exitCodeOf(const std::function<Tessel::Result<int>()>& command) {
     std::string problem;
     try {
-        const Tessel::Result<int> code = explainByFile(options);
+        const Tessel::Result<int> code = command();
         if (code) {
             return code.value();
         }
@@ -133,7 +133,11 @@ int runExplain(const ExplainOptions& options) {
         problem = error.what();
     }
     std::fprintf(stderr, "ovix-agent: %s\n", problem.c_str());
-    return ExplainExit::refused;
+    return ExitCode::usage;
+}
+
+int runExplain(const ExplainOptions& options) {
+    return exitCodeOf([&] { return explainByFile(options); });
 }
 
 } // namespace OvixAgent

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <functional>
+#include <string>
+
 #include "Command/CliOptions.h"
 #include "Explain/Situation.h"
 #include "Tessel/Result.h"
@@ -16,6 +19,9 @@ struct Telling {
 /// Returns the exit code. Refuses a frame, and what the tables refuse of the situation.
 Tessel::Result<int> explainFrame(const Situation& situation, const std::string& port,
                                  const std::string& frame, const Telling& telling);
+
+/// The exit code of a command; 2 when it is refused, after having printed why.
+int exitCodeOf(const std::function<Tessel::Result<int>()>& command);
 
 /// The command `explain`: by a configuration, and perhaps by shared tables. Prints what is wrong.
 int runExplain(const ExplainOptions& options);

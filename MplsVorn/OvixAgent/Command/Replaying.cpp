@@ -1,11 +1,10 @@
 #include "Command/Replaying.h"
 
-#include <cstdio>
-#include <exception>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include "Bundle/Bundle.h"
+#include "Command/Explaining.h"
 #include "Command/Run.h"
 
 namespace OvixAgent {
@@ -45,18 +44,7 @@ Tessel::Result<int> replay(const ReplayOptions& options) {
 } // namespace
 
 int runReplay(const ReplayOptions& options) {
-    std::string problem;
-    try {
-        const Tessel::Result<int> code = replay(options);
-        if (code) {
-            return code.value();
-        }
-        problem = code.refused().what;
-    } catch (const std::exception& error) {
-        problem = error.what();
-    }
-    std::fprintf(stderr, "ovix-agent: %s\n", problem.c_str());
-    return ReplayExit::refused;
+    return exitCodeOf([&] { return replay(options); });
 }
 
 } // namespace OvixAgent
