@@ -39,8 +39,10 @@ int main(int argc, char** argv) {
             run(argv[i]);
             continue;
         }
-        for (const auto& entry : fs::directory_iterator(argv[i])) {
-            run(entry.path());
+        for (const auto& entry : fs::recursive_directory_iterator(argv[i])) { // as the fuzzer does
+            if (entry.is_regular_file()) {
+                run(entry.path());
+            }
         }
     }
     std::printf("%d inputs\n", inputs);

@@ -4,6 +4,7 @@
 #include <bit>
 #include <cstring>
 #include <random>
+#include <span>
 
 namespace OvixAgent {
 

@@ -310,7 +310,8 @@ TEST_F(ControlServerTest, OnlyAsMuchOfAListIsMadeAsIsTaken) {
     EXPECT_LT(made, 2000); // the rest has no room in the socket
     const int before = made;
     asker.heard();
-    listing.serve();
+    for (listing.serve(); made == before && listing.isBusy(); listing.serve()) {
+    } // what has been made already goes first
     EXPECT_GT(made, before);
 }
 
