@@ -3,6 +3,7 @@
 import ipaddress
 import json
 import os
+import pathlib
 import re
 import subprocess
 import unittest
@@ -15,6 +16,11 @@ COMMENTED = PORTS.replace("ports:", "# the customer is ACME\nports:") + """
 routes:
   - {vrf: default, prefix: 10.9.0.0/16, via: {interface: east, nexthop: 10.0.2.2}} # ACME, again
 """ + lfib(decap={500: "type: ip-lookup, via: {action: pop, payload: auto, vrf: default}"})
+
+
+def others_may_reach(program: str) -> bool:
+    """Not when the sources lie in root's home."""
+    return all(folder.stat().st_mode & 1 for folder in pathlib.Path(program).resolve().parents)
 
 
 class BundleTest(SharedTablesTest):
@@ -68,7 +74,8 @@ class BundleTest(SharedTablesTest):
             ("dropped", "No neighbour for the next hop", []), ("forwarded", "", ["east"]),
             ("dropped", "No route", []), ("punted", "Address of the device", ["cpu"])])
         self.ctl("lfib", "del", "100")
-        nobody = {"user": 65534, "group": 65534, "extra_groups": []} if os.geteuid() == 0 else {}
+        may_drop = os.geteuid() == 0 and others_may_reach(AGENT)
+        nobody = {"user": 65534, "group": 65534, "extra_groups": []} if may_drop else {}
         self.directory.chmod(0o755)
         self.assertEqual(self.replay(**nobody), f"{written['frames']} frames, 0 different\n")
 
