@@ -7,8 +7,8 @@
 
 namespace OvixAgent {
 
-/// Replaces the IP addresses of a bundle in its configuration, tables, neighbours and frames; what
-/// is told beside them (Bundle::more) and comments of the configuration are left out. The fates of
+/// Replaces the IP addresses of a bundle in its configuration, tables, neighbours and frames; the
+/// notes beside them (Bundle::more) and comments of the configuration are left out. The fates of
 /// the frames stay, but where a flow is one of several by its addresses, it may be another's.
 /// Refuses what is not a configuration any more, and damaged tables.
 Tessel::Result<void> anonymise(Bundle& bundle);

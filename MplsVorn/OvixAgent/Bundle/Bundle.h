@@ -18,7 +18,7 @@ struct BundledFrame {
 /// All that an agent forwards by, and frames, in one file:
 ///
 ///     a line that says what it is and of which version
-///     a line of JSON: configuration, ports, neighbours, frames, and what is told beside them
+///     a line of JSON: configuration, ports, neighbours, frames, and the notes beside them
 ///     the label tables' memory, as long as the JSON says, if they are shared
 struct Bundle {
     Situation situation;

@@ -9,7 +9,7 @@
 
 namespace OvixAgent {
 
-/// How an explanation is told.
+/// How an explanation is printed.
 struct Telling {
     bool json = false;
     std::string html; ///< the file for a page; empty: none

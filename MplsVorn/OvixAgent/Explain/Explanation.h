@@ -16,7 +16,7 @@ struct NearestChange {
     Walk after;
 };
 
-/// Why a frame goes where it goes: what is told as text, as JSON and as a page.
+/// Why a frame goes where it goes, as it is printed: as text, as JSON or as a page.
 struct Explanation {
     struct Step {
         std::string kind; ///< a word: that of the note it is made of
@@ -50,7 +50,7 @@ std::vector<std::string> parsedHeaders(const GivenFrame& frame);
 /// What became of a frame, in a sentence.
 std::string verdictText(const Walk& walk);
 
-// The same explanation, told three ways.
+// The three forms of an explanation.
 std::string explanationText(const Explanation& explanation);
 std::string explanationJson(const Explanation& explanation);
 /// A page without outside resources.
