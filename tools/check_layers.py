@@ -2,8 +2,8 @@
 """Proves that dependencies point one way: agent -> plugin -> host interfaces -> standard library. The
 listener for the routing daemon stands beside agent and plugin: it uses the host interfaces only. The
 operator's command stands on top: it may use the agent's configuration, and nobody includes it. The
-programs' log uses the host interfaces only. Inside the layers no two folders include each other, neither
-straight nor by way of others.
+programs' log, and what they serve by HTTP, use the host interfaces only. Inside the layers no two
+folders include each other, neither straight nor by way of others.
 
 Reads the quoted includes of each layer's sources, what the plugin's shared object and the agent link
 against, and what the plugin exports. Prints each breach; exits 1 if there is one.
@@ -22,11 +22,12 @@ AGENT = "MplsVorn/OvixAgent"
 CTL = "MplsVorn/OvixCtl"
 FPM = "MplsVorn/OvixFpm"
 LOG = "MplsVorn/OvixLog"
+HTTP = "MplsVorn/OvixHttp"
 # A layer may include quoted headers of these.
-ALLOWED = {HOST: [HOST], PLUGIN: [PLUGIN, HOST], LOG: [LOG, HOST], AGENT: [AGENT, LOG, HOST],
-           CTL: [CTL, AGENT, LOG, HOST], FPM: [FPM, LOG, HOST]}
+ALLOWED = {HOST: [HOST], PLUGIN: [PLUGIN, HOST], LOG: [LOG, HOST], HTTP: [HTTP, HOST],
+           AGENT: [AGENT, LOG, HTTP, HOST], CTL: [CTL, AGENT, LOG, HOST], FPM: [FPM, LOG, HTTP, HOST]}
 # Only the programs use packaged libraries.
-LIBRARIES = re.compile(r"^(pcap|libmnl|xdp|bpf|yaml-cpp|nlohmann|fmt|spdlog|CLI|gtest|benchmark)\b")
+LIBRARIES = re.compile(r"^(pcap|libmnl|xdp|bpf|yaml-cpp|nlohmann|fmt|spdlog|CLI|prometheus|microhttpd|gtest|benchmark)\b")
 RUNTIME = re.compile(r"^(libOvixHost\.so|libstdc\+\+\.so|libgcc_s\.so|libm\.so|libc\.so|ld-linux"
                      r"|libasan\.so|libubsan\.so|libtsan\.so)")
 

@@ -6,7 +6,7 @@
 #include <optional>
 #include <sstream>
 
-#include "Lumo/IpGenAddr.h"
+#include "Server/Endpoint.h"
 
 namespace OvixAgent {
 
@@ -56,24 +56,12 @@ std::vector<InputOption> parseInputs(const std::vector<std::string>& texts) {
     return inputs;
 }
 
-/// ADDRESS:PORT of text that may leave out the address, of this machine, which is then 127.0.0.1;
-/// one of IPv6 is in brackets.
 std::string endpointOf(const std::string& text) {
-    const std::size_t colon = text.rfind(':');
-    const std::string address = colon == text.npos ? "127.0.0.1" : text.substr(0, colon);
-    const std::string port = colon == text.npos ? text : text.substr(colon + 1);
-    const bool isBracketed = address.size() > 2 && address.front() == '[' && address.back() == ']';
-    const auto parsed =
-        Lumo::IpGenAddr::fromText(isBracketed ? address.substr(1, address.size() - 2) : address);
-    const bool isAddress =
-        parsed.family() == (isBracketed ? Lumo::IpFamily::ipv6 : Lumo::IpFamily::ipv4);
-    const bool isNumber =
-        !port.empty() && port.size() <= 5 &&
-        std::all_of(port.begin(), port.end(), [](char c) { return c >= '0' && c <= '9'; });
-    if (!isAddress || !isNumber || std::stoi(port) == 0 || std::stoi(port) > 65535) {
-        throw CLI::ValidationError("--metrics", fmt::format("\"{}\" is not [ADDRESS:]PORT", text));
+    const auto endpoint = OvixHttp::Endpoint::fromText(text);
+    if (!endpoint) {
+        throw CLI::ValidationError("--metrics", endpoint.refused().what);
     }
-    return address + ":" + port;
+    return endpoint.value().text();
 }
 
 /// A run on captures needs --in and --out; a live run allows neither.
@@ -92,6 +80,9 @@ void checkForm(const RunOptions& options, const std::vector<std::string>& inputs
     }
     if (!options.metrics.empty() && options.control.empty() && options.tables.empty()) {
         throw CLI::RequiresError("--metrics", "--tables or --control");
+    }
+    if (options.metrics.empty() && !options.metricsHosts.empty()) {
+        throw CLI::RequiresError("--metrics-host", "--metrics");
     }
     if (options.create && options.tables.empty()) {
         throw CLI::RequiresError("--create", "--tables");
@@ -150,8 +141,11 @@ void addOtherOptions(CLI::App* run, RunOptions& options) {
     run->add_option_function<std::string>(
            "--metrics", [&options](const std::string& text) { options.metrics = endpointOf(text); },
            "Serve metrics of a live run for Prometheus at http://ADDRESS:PORT/metrics; without "
-           "ADDRESS on this machine only")
-        ->type_name("[ADDRESS:]PORT");
+           "ADDRESS on this machine only, at a PATH to this user only")
+        ->type_name("[ADDRESS:]PORT|/PATH");
+    run->add_option("--metrics-host", options.metricsHosts,
+                    "A name by which metrics may be asked for, beside the address and localhost")
+        ->type_name("NAME");
     run->add_option_function<std::string>(
            "--fast-path", [&options](const std::string& word) { options.fastPath = word == "on"; },
            "Whether to forward by decisions made once per label, which changes nothing but the "

@@ -29,9 +29,10 @@ struct RunOptions {
     std::string tables;              ///< name of shared tables; empty: those of the configuration
     bool create = false;             ///< make the shared tables when there are none
     std::string control;             ///< path of the control socket; empty: see controlPath()
-    std::string metrics;             ///< ADDRESS:PORT to serve metrics at; empty: nowhere
-    bool carrier = false;            ///< links of live ports are up only while it forwards
-    bool anyMac = false;             ///< take frames for other stations, too
+    std::string metrics;             ///< where to serve metrics; empty: nowhere
+    std::vector<std::string> metricsHosts; ///< names by which they may be asked for
+    bool carrier = false;                  ///< links of live ports are up only while it forwards
+    bool anyMac = false;                   ///< take frames for other stations, too
     bool json = false;
     bool trace = false;
     bool quiet = false;

@@ -13,8 +13,8 @@
 #include "Command/LiveReload.h"
 #include "FastPath/FastPath.h"
 #include "Live/LiveRun.h"
-#include "Metrics/MetricsServer.h"
 #include "Ovix/trace/Trace.h"
+#include "Web/WebServer.h"
 
 namespace OvixAgent {
 
@@ -61,7 +61,8 @@ class LiveAgent {
                                  [this] { return counters(); },
                                  [this](PortIndex port) { return liveStateOf(port); }});
         if (!options.metrics.empty()) {
-            metrics_.emplace(options.metrics, control_->path());
+            web_.emplace(
+                WebServer::Settings{options.metrics, options.metricsHosts, control_->path()});
         }
         if (options.carrier) {
             carrier_.emplace(ports_);
@@ -132,7 +133,7 @@ class LiveAgent {
                        config_,
                        {state_.get(), &tables_, &ports_, &links_, &answers_, &ipRoutes_},
                        *log_};
-    std::optional<MetricsServer> metrics_; ///< set when asked for; the first to end
+    std::optional<WebServer> web_; ///< set when asked for; the first to end
 };
 
 /// Traces are logged like everything else, so that their reader cannot hold up the frames.

@@ -4,11 +4,13 @@
 #include <string_view>
 #include <utility>
 
-#include "Metrics/MetricList.h"
+#include "Exposition/MetricList.h"
 
 namespace OvixAgent {
 
 namespace {
+
+using OvixHttp::MetricList;
 
 using Json = nlohmann::json;
 

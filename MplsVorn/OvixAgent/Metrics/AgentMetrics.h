@@ -19,8 +19,4 @@ struct AgentAnswers {
 /// `ovix_up`, and all the answers say; nothing else when one of them is missing or not understood.
 std::vector<prometheus::MetricFamily> metricsOf(const AgentAnswers& answers);
 
-/// Processor time, memory, descriptors and start of this process, by the names that exporters have
-/// in common.
-std::vector<prometheus::MetricFamily> metricsOfProcess();
-
 } // namespace OvixAgent

@@ -72,6 +72,7 @@ TEST(CliOptions, MetricsAreServedOnThisMachineUnlessAnAddressIsGiven) {
     EXPECT_EQ(runOptions(live("9473")).metrics, "127.0.0.1:9473");
     EXPECT_EQ(runOptions(live("192.0.2.1:80")).metrics, "192.0.2.1:80");
     EXPECT_EQ(runOptions(live("[2001:db8::1]:65535")).metrics, "[2001:db8::1]:65535");
+    EXPECT_EQ(runOptions(live("/run/ovix/lab.http")).metrics, "/run/ovix/lab.http");
     for (const char* const bad : {"", "0", "65536", "123456", "x", ":", "localhost:80", "1.2.3.4:",
                                   "1.2.3.4:-1", "2001:db8::1:80", "[1.2.3.4]:80", "[]:80"}) {
         EXPECT_NE(exitOf(live(bad)).text.find(std::string("\"") + bad + "\" is not [ADDRESS:]PORT"),

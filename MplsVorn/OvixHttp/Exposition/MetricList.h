@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-namespace OvixAgent {
+namespace OvixHttp {
 
 /// Metrics in the order in which they are added; those of one name must come one after the other.
 class MetricList {
@@ -35,4 +35,4 @@ class MetricList {
     std::vector<prometheus::MetricFamily> families_;
 };
 
-} // namespace OvixAgent
+} // namespace OvixHttp

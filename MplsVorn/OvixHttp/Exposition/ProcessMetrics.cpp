@@ -1,3 +1,5 @@
+#include "Exposition/ProcessMetrics.h"
+
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -7,10 +9,9 @@
 #include <system_error>
 #include <unistd.h>
 
-#include "Metrics/AgentMetrics.h"
-#include "Metrics/MetricList.h"
+#include "Exposition/MetricList.h"
 
-namespace OvixAgent {
+namespace OvixHttp {
 
 namespace {
 
@@ -69,4 +70,4 @@ std::vector<prometheus::MetricFamily> metricsOfProcess() {
     return std::move(list).taken();
 }
 
-} // namespace OvixAgent
+} // namespace OvixHttp
