@@ -32,6 +32,9 @@ struct Commands {
                 {"routes", &Commands::routes},
                 {"situation", &Commands::situation},
                 {"status", &Commands::status},
+                {"trace-lines", &Commands::traceLines},
+                {"trace-start", &Commands::traceStart},
+                {"trace-stop", &Commands::traceStop},
                 {"vrfs", &Commands::vrfs},
             };
         const Tessel::Result<std::string> command = requestedCommand(request);
@@ -113,6 +116,24 @@ struct Commands {
                                 options.tables, parts.state->tables().tables().generation(),
                                 options.anyMac},
                                parts.state->configText());
+    }
+    ControlAnswer traceStart(const std::string& request) const {
+        const Tessel::Result<TraceFilter> filter = requestedTrace(request, parts.tables->ports);
+        if (!filter) {
+            return refusalAnswer(filter.refused().what);
+        }
+        parts.trace->start(filter.value());
+        return traceLines({});
+    }
+    ControlAnswer traceStop(const std::string& /*request*/) const {
+        parts.trace->stop();
+        return doneAnswer();
+    }
+    ControlAnswer traceLines(const std::string& request) const {
+        const LiveTrace& trace = *parts.trace;
+        return {fmt::format(R"({{"ok":true,"on":{},"frames":{},"end":{},"lines":[)", trace.isOn(),
+                            trace.frames(), trace.end()),
+                traceListing(trace, requestedNumber(request, "after")), "]}"};
     }
     ControlAnswer vrfs(const std::string& /*request*/) const {
         return list("vrfs", vrfListing(*parts.tables));

@@ -49,6 +49,7 @@ class LiveAgent {
           links_(config_, tables_, state_->interfaces(), ports_) {
         tables_.drops = &answers_;
         fastPath_.isOnIs(options.fastPath);
+        fastPath_.traceIs(trace_);
         fastPath_.checkEveryIs(options.checkEvery,
                                [this](const std::string& text) { (*log_)("fast path", text); });
         if (!options.tables.empty()) {
@@ -57,7 +58,7 @@ class LiveAgent {
         }
         ports_.circuitsAre(tables_.pseudowires, tables_.ports);
         ports_.requireUsable();
-        control_ = serveControl({&options, state_.get(), &forwarder_, &tables_, &history_,
+        control_ = serveControl({&options, state_.get(), &forwarder_, &tables_, &history_, &trace_,
                                  [this] { return counters(); },
                                  [this](PortIndex port) { return liveStateOf(port); }});
         if (!options.metrics.empty()) {
@@ -78,6 +79,7 @@ class LiveAgent {
                  [this] {
                      watchTables(*state_, *log_);
                      history_.tick();
+                     trace_.timeIs(LiveTrace::Clock::now());
                  }})
             .run([this](const std::string& news) { (*log_)("ports", news); });
         Summary summary = summaryOf(options_, *state_, forwarder_);
@@ -124,6 +126,7 @@ class LiveAgent {
     Forwarder forwarder_;
     FastPath fastPath_;
     FateHistory history_{forwarder_};
+    LiveTrace trace_{tables_.ports};
     LinkSync links_;
     std::optional<SharedIpRoutes> ipRoutes_;       ///< set when the tables are shared
     std::optional<SharedPseudowires> pseudowires_; ///< likewise
@@ -207,13 +210,16 @@ Summary forwardCaptures(const RunOptions& options, const AgentConfig& config, Ca
     });
     CapturedLoopback lo(outputs.loopback(), fastPath.current());
     FateHistory history(forwarder);
+    LiveTrace trace(tables.ports);
+    fastPath.traceIs(trace);
     CliProgress progress = CliProgress::onTerminal(options.quiet);
     const std::unique_ptr<ControlServer> control =
-        serveControl({&options, &state, &forwarder, &tables, &history});
+        serveControl({&options, &state, &forwarder, &tables, &history, &trace});
     const int stopSignal = CaptureRun{
         &input, &state.tables(), &fastPath, control.get(), &progress, [&] {
             watchTables(state, log);
             history.tick();
+            trace.timeIs(LiveTrace::Clock::now());
         }}.forwardAll();
     outputs.close();
 

@@ -14,6 +14,7 @@
 #include "Log/Log.h"
 #include "Summary/Summary.h"
 #include "Tables/AgentState.h"
+#include "Trace/LiveTrace.h"
 
 namespace OvixAgent {
 
@@ -44,6 +45,7 @@ struct ControlParts {
     const Forwarder* forwarder;
     const ForwardingTables* tables;
     FateHistory* history;
+    LiveTrace* trace;
     std::function<std::vector<NamedCounter>()> more = {}; ///< counters beside the forwarder's
     LiveStateOf live = {};
 };

@@ -47,6 +47,9 @@ bool FastPath::forwardLabels(WritableFrame& frame) {
 
 std::size_t FastPath::receive(std::span<WritableFrame> burst) {
     assert(burst.size() <= burstFrames);
+    if (tracesPrefix_) [[unlikely]] {
+        return forwardAround(burst);
+    }
     return checkEvery_ == 0 ? forwardAll(burst) : checkSome(burst);
 }
 
@@ -132,8 +135,45 @@ std::size_t FastPath::forwardAll(std::span<WritableFrame> burst) {
 void FastPath::forwardByDefinition(const WritableFrame& frame) {
     settle();
     current_ = frame.frame();
-    forwarder_->receive(current_);
+    if (trace_ != nullptr && trace_->isOn()) [[unlikely]] {
+        forwardTraced();
+    } else {
+        forwarder_->receive(current_);
+    }
     labels_.earn();
+}
+
+void FastPath::forwardTraced() {
+    const FrameAccounts& accounts = forwarder_->accounts();
+    trace_->follow(
+        current_, accounts.number() + 1, [this] { forwarder_->receive(current_); },
+        [&] { return accounts.lastFate(); });
+}
+
+/// The same as forwardAll, with the frames that the trace asks for by definition.
+std::size_t FastPath::forwardAround(std::span<WritableFrame> burst) {
+    const auto isAsked = [this](const WritableFrame& frame) {
+        return trace_->filter().matches(frame.frame(), tables_->ports);
+    };
+    std::size_t done = 0;
+    while (done < burst.size()) {
+        const auto rest = burst.subspan(done);
+        const auto asked = std::find_if(rest.begin(), rest.end(), isAsked);
+        const auto others = static_cast<std::size_t>(asked - rest.begin());
+        const std::size_t passed = forwardAll(rest.first(others));
+        done += passed;
+        if (passed < others || asked == rest.end()) {
+            return done;
+        }
+        try {
+            forwardByDefinition(*asked);
+        } catch (const Tessel::SnapshotLost&) {
+            return done;
+        }
+        ++counts_.slow;
+        ++done;
+    }
+    return done;
 }
 
 /// What decisions have done so far is done before anything else.
@@ -146,7 +186,10 @@ void FastPath::settle() {
 void FastPath::takeChanges() {
     const std::uint64_t changes = Tessel::Changes::count();
     forwarder_->accounts().recorder().generationIs(published_->tables().generation());
-    isUsable_ = isOn_ && !Ovix::TraceSource::anyOn() && labels_.refresh();
+    if (trace_ != nullptr && trace_->changes() != seenTrace_) {
+        takeTrace();
+    }
+    isUsable_ = isOn_ && !tracesAll_ && !Ovix::TraceSource::anyOn() && labels_.refresh();
     if (!isUsable_) {
         return; // looked at again with the next burst
     }
@@ -159,6 +202,21 @@ void FastPath::takeChanges() {
     lines_.refresh();
     ipHop_.refresh();
     seen_ = changes;
+}
+
+/// Frames that are asked for by their port, their label or the reason that they are dropped for
+/// find no decision, so that nobody has to ask of the others.
+void FastPath::takeTrace() {
+    seenTrace_ = trace_->changes();
+    const TraceFilter none;
+    const bool isOn = trace_->isOn();
+    const TraceFilter& filter = isOn ? trace_->filter() : none;
+    tracesAll_ = isOn && filter.isForAll();
+    labels_.leftOutIs(filter.label.value_or(LabelForwarding::noLabel));
+    intakes_.leftOutIs(filter.label ? std::nullopt : filter.port);
+    tracesPrefix_ = filter.prefix && !filter.label && !filter.port;
+    const bool isByReason = !filter.label && !filter.port && !filter.prefix;
+    labels_.leftOutReasonIs(isByReason ? filter.reason : std::string());
 }
 
 void FastPath::voidAll() {
@@ -180,7 +238,8 @@ bool FastPath::forward(WritableFrame& frame) {
     if (intakes_[work.port].isCircuit) {
         work.packet = frame.bytes;
         work.length = frame.size;
-        return !intakes_[work.port].hasVlans && circuits_.forward(work);
+        const Intake& intake = intakes_[work.port];
+        return !intake.hasVlans && !intake.isLeftOut && circuits_.forward(work);
     }
     switch (intakes_.takeIn(work).value_or(0)) {
     case Wire::EtherType::mpls:

@@ -18,6 +18,7 @@
 #include "State/ForwardingTables.h"
 #include "State/Frame.h"
 #include "Tessel/Changes.h"
+#include "Trace/LiveTrace.h"
 
 namespace OvixAgent {
 
@@ -51,6 +52,10 @@ class FastPath {
         reportDifference_ = std::move(report);
     }
 
+    /// The trace that follows some of the frames; it must outlive this. Frames that it asks for go
+    /// to the forwarder, and others take as long as without it.
+    void traceIs(LiveTrace& trace) noexcept { trace_ = &trace; }
+
     /// The frame that the forwarder is processing, or has processed last; its bytes may be gone
     /// then. The same object all the time.
     const Frame& current() const noexcept { return current_; }
@@ -77,7 +82,10 @@ class FastPath {
     std::size_t forwardAll(std::span<WritableFrame> burst);
     std::size_t checkSome(std::span<WritableFrame> burst);
     bool check(WritableFrame& frame);
+    std::size_t forwardAround(std::span<WritableFrame> burst);
+    void forwardTraced();
     void takeChanges();
+    void takeTrace();
     void voidAll();
     void loadAhead(std::span<const WritableFrame> burst) noexcept;
     void loadRoutes(std::span<const WritableFrame> burst) noexcept;
@@ -102,6 +110,10 @@ class FastPath {
     std::uint64_t seen_ = ~std::uint64_t{0}; ///< count of changes
     bool isUsable_ = false;                  ///< decisions are
     std::uint64_t version_ = ~std::uint64_t{0};
+    LiveTrace* trace_ = nullptr;
+    std::uint64_t seenTrace_ = 0; ///< its changes
+    bool tracesAll_ = false;
+    bool tracesPrefix_ = false; ///< and neither a port nor a label
     Frame current_;
     Counts counts_;
     bool isOn_ = true;

@@ -46,10 +46,12 @@ Intake Intakes::intakeOf(PortIndex index, bool ignoresLabels, bool ignoresIp) co
     const Port& port = tables_->ports.ports()[index];
     const auto fib = tables_->vrfs->number(port.vrf.view());
     Intake intake;
+    intake.isLeftOut =
+        leftOut_ && (index == *leftOut_ || tables_->ports.parentOf(index) == *leftOut_);
     intake.stationMask = maskOf(port.anyMac ? Lumo::EthAddr{1} : wholeAddress);
     intake.station = port.anyMac ? 0 : maskOf(port.mac);
-    intake.takesLabels = ignoresLabels && port.mpls;
-    intake.takesIp = ignoresIp && fib && port.routesIp;
+    intake.takesLabels = ignoresLabels && port.mpls && !intake.isLeftOut;
+    intake.takesIp = ignoresIp && fib && port.routesIp && !intake.isLeftOut;
     intake.isCircuit = tables_->pseudowires.isCircuit(index);
     intake.hasVlans = tables_->ports.hasVlans(index);
     intake.isVlan = port.tagging.kind == Tagging::Kind::subInterface;

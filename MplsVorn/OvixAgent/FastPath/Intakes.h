@@ -21,9 +21,10 @@ struct Intake {
     bool takesLabels = false;
     bool takesIp = false;
     bool isCircuit = false;
-    bool hasVlans = false; ///< sub-interfaces
-    bool isVlan = false;   ///< a sub-interface, at which no frame comes in itself
-    std::uint32_t fib = 0; ///< number of its VRF
+    bool isLeftOut = false; ///< takes nothing
+    bool hasVlans = false;  ///< sub-interfaces
+    bool isVlan = false;    ///< a sub-interface, at which no frame comes in itself
+    std::uint32_t fib = 0;  ///< number of its VRF
 
     /// For the port alone, not for a group; the frame has a whole link header.
     bool isForStation(const std::uint8_t* frame) const noexcept {
@@ -49,6 +50,12 @@ class Intakes {
         }
     }
 
+    /// Leaves the frames of a port, and of its sub-interfaces, to the forwarder; unset: of none.
+    void leftOutIs(std::optional<PortIndex> port) {
+        leftOut_ = port;
+        restart();
+    }
+
     const Intake& operator[](PortIndex port) const noexcept { return intakes_[port]; }
 
     /// Finds the port that a frame is for and where its packet starts. Returns its EtherType; unset
@@ -63,6 +70,7 @@ class Intakes {
     Ptr<Ovix::AllGenericPipelineSteps> inputSteps_;
     std::vector<Intake> intakes_; ///< by port
     std::uint64_t seen_ = 0;      ///< changes of the ports
+    std::optional<PortIndex> leftOut_;
 };
 
 } // namespace OvixAgent

@@ -78,7 +78,7 @@ inline const Decision* LabelForwarding::decisionFor(std::uint32_t label, const P
     const Decision& decision = decisions_.at(label);
     if (!decisions_.isValid(decision)) [[unlikely]] {
         const std::optional<Beneath> beneath = beneathTop(work.bytes());
-        if (!beneath || !mayReplace(decision)) {
+        if (!beneath || label == leftOut_ || !mayReplace(decision)) {
             return nullptr;
         }
         decider_.decide(label, *beneath);
@@ -207,6 +207,9 @@ bool LabelForwarding::followLookup(const Decision& decision, const Counted& coun
 /// The label was found, but leads nowhere.
 bool LabelForwarding::drop(const Decision& decision, const Counted& counted, PacketWork& work) {
     DecidedDrop& drop = decisions_.drops[decision.value];
+    if (isLeftOut(drop)) {
+        return false;
+    }
     const std::uint32_t label = labelOf(Lumo::MplsLabelEntry::load(work.packet));
     count(counted, drop.events);
     departures_->drop(*work.frame, work.port, label, logOf(drop));
@@ -253,10 +256,12 @@ bool LabelForwarding::forward(PacketWork& work) {
         }
         const Decision decision = *found;
         if (decision.action == Action::drop && !decisions_.at(label).isFound) {
-            if (!work.ended) {
-                countUnknown(decisions_.drops[decision.value], *work.frame, work.port, label);
+            DecidedDrop& unknown = decisions_.drops[decision.value];
+            if (work.ended || isLeftOut(unknown)) {
+                return false;
             }
-            return !work.ended;
+            countUnknown(unknown, *work.frame, work.port, label);
+            return true;
         }
         if (!lookUpAll(decisions_.at(label), work, counted)) {
             return false;

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "FastPath/Decider.h"
@@ -32,6 +33,18 @@ class LabelForwarding {
         decisions_.voidAll();
         decider_.restart();
     }
+
+    /// Leaves frames with this label to the forwarder, as far as it is looked up, or with none.
+    void leftOutIs(std::uint32_t label) noexcept {
+        leftOut_ = label;
+        if (label != noLabel) {
+            decisions_.at(label).stamp = 0;
+        }
+    }
+    /// Leaves frames to the forwarder that would be dropped for a reason with this in it; empty:
+    /// none.
+    void leftOutReasonIs(std::string reason) { leftOutReason_ = std::move(reason); }
+    static constexpr std::uint32_t noLabel = ~std::uint32_t{0};
 
     /// Settles a frame whose link header is Ethernet's alone where that takes least: it has one
     /// label, which is swapped, gets others on top, is popped or is in no table. False, and nothing
@@ -170,6 +183,10 @@ class LabelForwarding {
         events_.count(lookup);
         decider_.labelCounters()->countBytes(entry >> 12U, frame.size);
     }
+    bool isLeftOut(const DecidedDrop& drop) const noexcept {
+        return !leftOutReason_.empty() &&
+               drop.reason.find(leftOutReason_) != std::string_view::npos;
+    }
     /// A frame is dropped whose label no table has.
     void countUnknown(DecidedDrop& drop, const WritableFrame& frame, PortIndex in,
                       std::uint32_t label) {
@@ -205,6 +222,8 @@ class LabelForwarding {
     IpHop* ipHop_;
     Departures* departures_;
     std::uint32_t credit_ = mostCredit;
+    std::uint32_t leftOut_ = noLabel;
+    std::string leftOutReason_;
     std::vector<std::uint8_t> copies_; ///< bytes of replicas that have not left yet
     std::size_t copied_ = 0;           ///< of them
 };

@@ -97,10 +97,11 @@ bool LabelForwarding::lookUpInPlace(const Decision& decision, std::uint32_t entr
 
 bool LabelForwarding::dropInPlace(const Decision& decision, std::uint32_t entry,
                                   WritableFrame& frame) {
-    if (decision.isFound) {
+    DecidedDrop& drop = decisions_.drops[decision.value];
+    if (decision.isFound || isLeftOut(drop)) {
         return false;
     }
-    countUnknown(decisions_.drops[decision.value], frame, frame.port, entry >> 12U);
+    countUnknown(drop, frame, frame.port, entry >> 12U);
     return true;
 }
 

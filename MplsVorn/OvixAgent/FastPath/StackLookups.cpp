@@ -21,7 +21,7 @@ bool LabelForwarding::lookUpInner(const PacketWork& work, Counted& counted) {
         }
         const Decision& decision = decisions_.at(label);
         if (!decisions_.isValid(decision)) {
-            if (!mayReplace(decision)) {
+            if (label == leftOut_ || !mayReplace(decision)) {
                 return false;
             }
             decider_.decide(label, Ovix::Beneath::label);

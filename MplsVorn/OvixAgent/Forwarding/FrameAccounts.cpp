@@ -21,6 +21,7 @@ void FrameAccounts::add(const Fate& fate, const Frame& received, const RecordedV
     if (fate.kind != FateKind::forwarded) {
         const FateLog log = logOf(fate);
         ++log.counter->count;
+        lastFate_ = {fate.kind, log.counter->reason};
         recorder_.record(*log.frames, received, via);
     }
 }

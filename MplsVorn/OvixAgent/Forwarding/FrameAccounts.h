@@ -15,6 +15,7 @@ class FrameAccounts {
   public:
     void received(std::size_t bytes) {
         in_.add(bytes);
+        lastFate_ = {};
         counters_->forgetLast();
     }
     /// The same of frames that are accounted for elsewhere.
@@ -55,6 +56,9 @@ class FrameAccounts {
     /// Sets all counts back to what they were; counters that are newer have then counted nothing.
     void setBack(const Counts& counts);
 
+    /// Of the frame received last, or of a copy of it: the last one that was not forwarded.
+    const Fate& lastFate() const noexcept { return lastFate_; }
+
     FrameRecorder& recorder() noexcept { return recorder_; }
     const FrameRecorder& recorder() const noexcept { return recorder_; }
 
@@ -75,6 +79,7 @@ class FrameAccounts {
     /// One count per fate and reason.
     Ptr<Ovix::OvixNamedCounters> fates_ = Tessel::make<Ovix::OvixNamedCounters>();
     FrameRecorder recorder_;
+    Fate lastFate_;
     Traffic in_;
     std::uint64_t replicas_ = 0;
 };

@@ -9,6 +9,8 @@
 #include "Recorder/FrameRecorder.h"
 #include "State/ForwardingTables.h"
 #include "Summary/Summary.h"
+#include "Tessel/Result.h"
+#include "Trace/LiveTrace.h"
 
 namespace OvixAgent {
 
@@ -56,6 +58,13 @@ Listing labelListing(std::vector<LabelTraffic> labels);
 ///  to
 /// now and behind `after`. "time" is in nanoseconds since 1970, "bytes" in hex.
 Listing recordedListing(const FrameRecorder& recorder, const PortTable& ports, std::uint64_t after);
+
+/// The lines of a trace as texts, from number `after` on.
+Listing traceListing(const LiveTrace& trace, std::uint64_t after);
+
+/// What a request to start a trace asks for: {"port", "label", "prefix", "reason", "limit",
+/// "seconds"}, each of which may be absent. Refused with the member and its value.
+Tessel::Result<TraceFilter> requestedTrace(const std::string& request, const PortTable& ports);
 
 /// {"port", "fate", "reason", "frames"}
 Listing portFateListing(const FrameRecorder& recorder, const PortTable& ports);

@@ -32,13 +32,13 @@ Listing textListing(std::shared_ptr<const std::string> text) {
 ControlAnswer situationAnswer(const SituationFacts& facts,
                               std::shared_ptr<const std::string> text) {
     std::string start = situationText({{"ok", true},
-                                {"version", facts.version},
-                                {"run", facts.run},
-                                {"file", facts.file},
-                                {"plugin", facts.plugin},
-                                {"tables", facts.tables},
-                                {"generation", facts.generation},
-                                {"anyMac", facts.anyMac}});
+                                       {"version", facts.version},
+                                       {"run", facts.run},
+                                       {"file", facts.file},
+                                       {"plugin", facts.plugin},
+                                       {"tables", facts.tables},
+                                       {"generation", facts.generation},
+                                       {"anyMac", facts.anyMac}});
     start.pop_back();
     return {start + R"(,"config":[)", textListing(std::move(text)), "]}"};
 }

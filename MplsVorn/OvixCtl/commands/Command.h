@@ -39,6 +39,10 @@ struct Request {
     std::string by;                          ///< what they are counted by; empty: reasons alone
     std::string port;                        ///< where frames come in; empty: anywhere
     std::string reason;                      ///< only those with this text in their reason
+    std::uint64_t label = ~std::uint64_t{0}; ///< of trace: that frames have; no label: any
+    std::string prefix;                      ///< of trace: that they are for; empty: any
+    std::uint64_t limit = 100;               ///< of trace: stop after so many frames
+    std::uint64_t seconds = 60;              ///< and after that time
     std::string html;                        ///< of explain: the file for a page
     std::vector<std::string> words;          ///< as many as the command takes
 };

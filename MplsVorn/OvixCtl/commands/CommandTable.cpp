@@ -33,6 +33,8 @@ Tessel::Result<int> showPseudowires(const Request& request);
 Tessel::Result<int> showRoutes(const Request& request);
 Tessel::Result<int> showStatus(const Request& request);
 Tessel::Result<int> showVrfs(const Request& request);
+Tessel::Result<int> startTrace(const Request& request);
+Tessel::Result<int> stopTrace(const Request& request);
 Tessel::Result<int> watchRoutes(const Request& request);
 
 namespace {
@@ -45,6 +47,7 @@ constexpr CommandGroup groups[]{
     {"explain", "Why a frame would go where it goes, or nowhere, in a running agent"},
     {"what-if", "What a change would move, by the tables alone"},
     {"bundle", "All that a running agent forwards by, in one file"},
+    {"trace", "What happens to some of a running agent's frames"},
     {"port", "The ports of a running agent"},
     {"neighbour", "The neighbours of a running agent"},
     {"route", "The IP routes of a running agent"},
@@ -83,6 +86,20 @@ constexpr Option bundleOptions[]{
      &Request::port},
     {"--anonymise", nullptr, "Replace IP addresses, the same ones alike, and keep their prefixes",
      nullptr, &Request::anonymise},
+};
+
+constexpr Option traceOptions[]{
+    {"--port", "PORT", "Only frames that come in at this port", nullptr, &Request::port},
+    {"--label", "LABEL", "Only frames with this label in their stack", nullptr, &Request::label, "",
+     0, 1048575},
+    {"--prefix", "PREFIX", "Only IP packets, labelled or not, for this prefix", nullptr,
+     &Request::prefix},
+    {"--reason", "TEXT", "Only frames that go nowhere for a reason with this in it", nullptr,
+     &Request::reason},
+    {"--limit", "N", "Stop after so many frames (default: 100)", nullptr, &Request::limit, "", 1,
+     10000},
+    {"--seconds", "S", "Stop after that time (default: 60)", nullptr, &Request::seconds, "", 1,
+     3600},
 };
 
 constexpr Option dropsOptions[]{
@@ -327,6 +344,19 @@ JSON: {"file", "frames", "generation"})",
      "0:* @files@\n",
      bundleOptions,
      ExitCode::usage},
+    {"trace",
+     "start",
+     "Tell what happens to some of the frames, as they come",
+     startTrace,
+     {},
+     R"(A line for each step: the frame's number, its port, the table asked last, the step, and what was
+found. Ends by itself, when it is interrupted, or by trace stop; another start takes its place. Frames
+that are not asked for take as long as without it. With --reason, the first frame that goes nowhere
+for it is told in one line, and from then on those of its port and label are followed.
+JSON: a text on each line)",
+     "",
+     traceOptions},
+    {"trace", "stop", "End the trace that goes on", stopTrace},
     {"port",
      "show",
      "Show ports",

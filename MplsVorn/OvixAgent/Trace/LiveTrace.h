@@ -1,0 +1,90 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "Ovix/trace/RoadNotes.h"
+#include "State/Fate.h"
+#include "Trace/TraceFilter.h"
+
+namespace OvixAgent {
+
+/// Tells what happens to some of the frames while others are forwarded: a line for each step of the
+/// plugin's half of the road and of the agent's. Ends by itself. Used by the packet thread alone.
+///
+/// Whether a frame goes nowhere for some reason is known only afterwards, and telling the road of
+/// every frame would hold up the others. So the first frame that does is told in one line, and from
+/// then on those that come in at the same port with the same label are followed.
+class LiveTrace {
+  public:
+    using Clock = std::chrono::steady_clock;
+    static constexpr std::size_t mostLines = 10'000;
+
+    /// The ports must outlive it.
+    explicit LiveTrace(const PortTable& ports) noexcept : ports_(&ports) {}
+    LiveTrace(const LiveTrace&) = delete;
+    LiveTrace& operator=(const LiveTrace&) = delete;
+    ~LiveTrace();
+
+    /// Takes the place of a trace that goes on, and of the lines that there are.
+    void start(TraceFilter filter, Clock::time_point now = Clock::now());
+    void stop();
+    /// Stops it when its time is over.
+    void timeIs(Clock::time_point now) {
+        if (isOn_ && now >= end_) {
+            stop();
+        }
+    }
+
+    bool isOn() const noexcept { return isOn_; }
+    const TraceFilter& filter() const noexcept { return filter_; }
+    /// Moves on with each start and stop.
+    std::uint64_t changes() const noexcept { return changes_; }
+
+    /// Has a frame processed, the `number`th, by `process`, and tells of it if it is one of those
+    /// asked for. `fate` is what became of it. Throws what `process` throws.
+    void follow(const Frame& frame, std::uint64_t number, const std::function<void()>& process,
+                const std::function<Fate()>& fate);
+
+    /// Lines without ends. The oldest are left out when they are too many.
+    const std::deque<std::string>& lines() const noexcept { return lines_; }
+    /// The number of the line behind the last, from 0 when the process started.
+    std::uint64_t end() const noexcept { return lineNumber_; }
+    std::uint64_t frames() const noexcept { return frames_; }
+
+  private:
+    struct Kind {
+        PortIndex port;
+        std::uint32_t label; ///< none: a number that no label has
+        bool operator==(const Kind&) const = default;
+    };
+    static constexpr std::size_t mostKinds = 64;
+    static Kind kindOf(const Frame& frame) noexcept;
+
+    bool isFollowed(const Frame& frame) const;
+    void begin(const Frame& frame, std::uint64_t number);
+    void note(const Ovix::RoadNote& note);
+    void finish(const Frame& frame, const Fate& fate, bool wasFollowed);
+    void tell(std::string_view step, std::string_view text);
+    void add(std::string line);
+
+    const PortTable* ports_;
+    bool isOn_ = false;
+    TraceFilter filter_;
+    Clock::time_point end_;
+    std::uint64_t changes_ = 0;
+    std::vector<Kind> kinds_; ///< of frames that went nowhere for the reason
+    std::uint64_t frames_ = 0;
+    std::deque<std::string> lines_;
+    std::uint64_t lineNumber_ = 0;
+    // Of the frame that is followed.
+    std::string head_;  ///< its number and port
+    std::string table_; ///< that was asked last
+    std::vector<std::string> held_;
+};
+
+} // namespace OvixAgent
