@@ -38,15 +38,15 @@ void addRecorded(Recording& into, const OvixAgent::FrameRecorder& recorder) {
     constexpr std::size_t newest = 4;
     for (const auto& log : recorder.logs()) {
         into.add("recorded", log->reason);
-        into.add("  frames", log->frames);
+        into.add("  frames", log->frames());
         const std::size_t kept = log->kept();
         for (std::size_t i = kept - std::min(kept, newest); i < kept; ++i) {
             const OvixAgent::RecordedFrame& frame = log->keptAt(i);
             into.add("  frame", {frame.port, frame.time, frame.bytes(), frame.length});
             into.add("  sequence", frame.sequence);
-            into.add("  via", std::uint64_t{frame.via.port});
+            into.add("  via", std::uint64_t{frame.viaPort});
         }
-        for (const std::uint64_t frames : log->byPort) {
+        for (const std::uint64_t frames : log->byPort()) {
             into.add("  of a port", frames);
         }
     }

@@ -89,7 +89,7 @@ printf '%s\n' "${COMPREPLY[@]}"
                  "transit"]
         for line, offered in (
                 ("ovixctl ", ["lfib", "counters", "status", "drops", "explain", "what-if", "bundle",
-                              "port", "neighbour",
+                              "trace", "port", "neighbour",
                               "route", "pseudowire", "fec", "vrf", "tables", "completion"]),
                 ("ovixctl lf", ["lfib"]),
                 ("ovixctl neighbour ", ["show"]),

@@ -43,12 +43,11 @@ class Departures {
         ++replicas_;
         accounts_->addReplicas(1);
     }
-    /// `in` is the port that it was for, `label` its outermost; it is as it came in.
-    void drop(const WritableFrame& frame, PortIndex in, std::uint32_t label,
-              const FrameAccounts::FateLog& log) {
+    /// `in` is the port that it was for; it is as it came in.
+    void drop(const WritableFrame& frame, PortIndex in, const FrameAccounts::FateLog& log) {
         accounts_->passed({1, frame.size});
         ++log.counter->count;
-        accounts_->recorder().record(*log.frames, frame, in, label);
+        accounts_->recorder().record(*log.frames, frame, in);
     }
     /// Of frames dropped for a reason.
     FrameAccounts::FateLog logOf(std::string_view reason) {

@@ -210,9 +210,8 @@ bool LabelForwarding::drop(const Decision& decision, const Counted& counted, Pac
     if (isLeftOut(drop)) {
         return false;
     }
-    const std::uint32_t label = labelOf(Lumo::MplsLabelEntry::load(work.packet));
     count(counted, drop.events);
-    departures_->drop(*work.frame, work.port, label, logOf(drop));
+    departures_->drop(*work.frame, work.port, logOf(drop));
     return true;
 }
 
@@ -260,7 +259,7 @@ bool LabelForwarding::forward(PacketWork& work) {
             if (work.ended || isLeftOut(unknown)) {
                 return false;
             }
-            countUnknown(unknown, *work.frame, work.port, label);
+            countUnknown(unknown, *work.frame, work.port);
             return true;
         }
         if (!lookUpAll(decisions_.at(label), work, counted)) {

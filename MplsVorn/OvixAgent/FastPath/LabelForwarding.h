@@ -66,7 +66,7 @@ class LabelForwarding {
         case Action::byBeneath:
             return endInPlace(decision, entry, frame);
         case Action::drop:
-            return dropInPlace(decision, entry, frame);
+            return dropInPlace(decision, frame);
         default:
             return false;
         }
@@ -174,7 +174,7 @@ class LabelForwarding {
     bool endInPlace(const Decision& decision, std::uint32_t entry, WritableFrame& frame);
     bool popInPlace(const Decision& decision, std::uint32_t entry, WritableFrame& frame);
     bool lookUpInPlace(const Decision& decision, std::uint32_t entry, WritableFrame& frame);
-    bool dropInPlace(const Decision& decision, std::uint32_t entry, WritableFrame& frame);
+    bool dropInPlace(const Decision& decision, WritableFrame& frame);
     void sendMoved(WritableFrame& frame, std::int32_t grows, const EgressLine& line,
                    std::uint16_t etherType);
     /// Counts a frame with one label that leaves.
@@ -188,10 +188,9 @@ class LabelForwarding {
                drop.reason.find(leftOutReason_) != std::string_view::npos;
     }
     /// A frame is dropped whose label no table has.
-    void countUnknown(DecidedDrop& drop, const WritableFrame& frame, PortIndex in,
-                      std::uint32_t label) {
+    void countUnknown(DecidedDrop& drop, const WritableFrame& frame, PortIndex in) {
         events_.count(drop.all);
-        departures_->drop(frame, in, label, logOf(drop));
+        departures_->drop(frame, in, logOf(drop));
     }
     const FrameAccounts::FateLog& logOf(DecidedDrop& drop) {
         if (drop.log.counter == nullptr) [[unlikely]] {

@@ -95,13 +95,12 @@ bool LabelForwarding::lookUpInPlace(const Decision& decision, std::uint32_t entr
     return true;
 }
 
-bool LabelForwarding::dropInPlace(const Decision& decision, std::uint32_t entry,
-                                  WritableFrame& frame) {
+bool LabelForwarding::dropInPlace(const Decision& decision, WritableFrame& frame) {
     DecidedDrop& drop = decisions_.drops[decision.value];
     if (decision.isFound || isLeftOut(drop)) {
         return false;
     }
-    countUnknown(drop, frame, frame.port, entry >> 12U);
+    countUnknown(drop, frame, frame.port);
     return true;
 }
 

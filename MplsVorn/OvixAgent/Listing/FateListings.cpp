@@ -39,17 +39,8 @@ FateJson frameJson(const Log& log, const RecordedFrame& frame, bool isFirst,
             {"length", frame.length},
             {"bytes", fmt::format("{:02x}", fmt::join(frame.bytes(), ""))},
             {"label", label ? FateJson(*label) : FateJson(nullptr)},
-            {"via", viaJson(frame.via, ports)},
+            {"via", viaJson(frame.via(), ports)},
             {"generation", frame.generation}};
-}
-
-/// The place of a frame that is kept: the first one, or one of the last. Null when it is free.
-const RecordedFrame* placeOf(const Log& log, std::size_t place) {
-    const bool isOverwritten = log.frames > FrameRecorder::framesOfReason;
-    if (place == 0) {
-        return isOverwritten ? &log.first : nullptr;
-    }
-    return place - 1 < log.frames ? &log.last[place - 1] : nullptr;
 }
 
 /// Visits the entries of lists that are made one after the other: `next(list)` is a list's.
@@ -78,13 +69,13 @@ Listing recordedListing(const FrameRecorder& recorder, const PortTable& ports,
             return false;
         }
         const Log& of = *recorder.logs()[log];
-        const RecordedFrame* const frame = placeOf(of, place);
+        const RecordedFrame* const frame = of.at(place);
         if (frame != nullptr && frame->sequence > after && frame->sequence <= newest) {
             const bool isFirst =
-                place == 0 || (place == 1 && of.frames <= FrameRecorder::framesOfReason);
+                place == 0 || (place == 1 && of.frames() <= FrameRecorder::framesOfReason);
             entry = fateEntry(frameJson(of, *frame, isFirst, ports));
         }
-        place = (place + 1) % (FrameRecorder::framesOfReason + 1);
+        place = (place + 1) % Log::places;
         log += place == 0 ? 1 : 0;
         return true;
     };
@@ -94,12 +85,13 @@ Listing portFateListing(const FrameRecorder& recorder, const PortTable& ports) {
     return listOfLists(recorder.logs().size(), [&recorder, &ports](std::size_t index) {
         const Log& log = *recorder.logs()[index];
         FateJson entries = FateJson::array();
-        for (PortIndex port = 0; port < log.byPort.size(); ++port) {
-            if (log.byPort[port] > 0) {
+        const std::vector<std::uint64_t> frames = log.byPort();
+        for (PortIndex port = 0; port < frames.size(); ++port) {
+            if (frames[port] > 0) {
                 entries.push_back(FateJson{{"port", portName(ports, port)},
                                            {"fate", Tessel::wordOf(log.kind)},
                                            {"reason", log.reason},
-                                           {"frames", log.byPort[port]}});
+                                           {"frames", frames[port]}});
             }
         }
         return entries;
@@ -110,7 +102,7 @@ Listing labelFateListing(const FrameRecorder& recorder, std::int64_t second) {
     return listOfLists(recorder.logs().size(), [&recorder, second](std::size_t index) {
         const Log& log = *recorder.logs()[index];
         FateJson entries = FateJson::array();
-        for (const auto& label : log.labels.top(FrameRecorder::topKeys, second)) {
+        for (const auto& label : log.topLabels(second)) {
             entries.push_back(FateJson{{"label", label.key},
                                        {"fate", Tessel::wordOf(log.kind)},
                                        {"reason", log.reason},

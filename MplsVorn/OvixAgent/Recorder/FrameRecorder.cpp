@@ -45,14 +45,76 @@ std::uint64_t HashOfVia::operator()(const RecordedVia& via) const noexcept {
 }
 
 std::size_t FrameRecorder::Log::kept() const noexcept {
-    return frames > framesOfReason ? framesOfReason + 1 : frames;
+    return std::min<std::uint64_t>(frames(), places);
 }
 
 const RecordedFrame& FrameRecorder::Log::keptAt(std::size_t index) const noexcept {
     assert(index < kept());
-    return frames <= framesOfReason ? last[index]
-           : index == 0             ? first
-                                    : last[(frames + index - 1) % framesOfReason];
+    return frames() <= framesOfReason ? last_[index]
+           : index == 0               ? first_
+                                      : last_[(frames() + index - 1) % framesOfReason];
+}
+
+const RecordedFrame* FrameRecorder::Log::at(std::size_t place) const noexcept {
+    if (place == 0) {
+        return frames() > framesOfReason ? &first_ : nullptr;
+    }
+    return place - 1 < frames() ? &last_[place - 1] : nullptr;
+}
+
+void FrameRecorder::Log::countPort() noexcept {
+    byPort_[port_] += frames() - portFrom_;
+    portFrom_ = frames();
+}
+
+void FrameRecorder::Log::portIs(PortIndex port) {
+    countPort();
+    port_ = port;
+    if (port >= byPort_.size()) {
+        byPort_.resize(port + std::size_t{1});
+    }
+}
+
+std::vector<std::uint64_t> FrameRecorder::Log::byPort() const {
+    std::vector<std::uint64_t> all = byPort_;
+    all[port_] += frames() - portFrom_;
+    return all;
+}
+
+void FrameRecorder::Log::countLabelAt(std::size_t place, std::uint32_t times,
+                                      Labels& in) const noexcept {
+    if (const auto label = topLabel(last_[place].bytes())) {
+        in.add(*label, times, last_[place].time.seconds);
+    }
+}
+
+// In a second with many frames, one of them that is taken at random counts for all.
+void FrameRecorder::Log::wrap(std::uint64_t random) noexcept {
+    constexpr std::uint32_t allOfSecond = 1024;
+    if (wrapped_ == 0) {
+        first_ = last_.front();
+    }
+    if (last_.back().time.seconds != second_) {
+        second_ = last_.back().time.seconds;
+        inSecond_ = 0;
+    }
+    inSecond_ += framesOfReason;
+    if (inSecond_ > allOfSecond) {
+        countLabelAt(random % framesOfReason, framesOfReason, labels_);
+    }
+    for (std::size_t i = 0; inSecond_ <= allOfSecond && i < framesOfReason; ++i) {
+        countLabelAt(i, 1, labels_);
+    }
+    wrapped_ += framesOfReason;
+    next_ = last_.data();
+}
+
+std::vector<FrameRecorder::Labels::Entry> FrameRecorder::Log::topLabels(std::int64_t second) const {
+    Labels all = labels_;
+    for (std::size_t i = 0; i < static_cast<std::size_t>(next_ - last_.data()); ++i) {
+        countLabelAt(i, 1, all);
+    }
+    return all.top(topKeys, second);
 }
 
 // There are few reasons, and each frame that is asked about has taken a microsecond anyway.
@@ -67,9 +129,8 @@ FrameRecorder::Log& FrameRecorder::logOf(const Fate& fate, std::uint64_t hash) {
     if (isShared && others_ != nullptr) {
         return *others_;
     }
-    Log& added = *logs_.emplace_back(std::make_unique<Log>());
-    added.kind = fate.kind;
-    added.reason = isShared ? otherReasons : fate.reason;
+    const Fate named{fate.kind, isShared ? otherReasons : fate.reason};
+    Log& added = *logs_.emplace_back(std::make_unique<Log>(named));
     if (isShared) {
         others_ = &added;
     } else {
@@ -84,31 +145,14 @@ void FrameRecorder::record(Log& log, const Frame& frame, const RecordedVia& via)
         return;
     }
     RecordedFrame& slot = begin(log, frame.port);
-    copyHead(slot, frame.bytes.data(), frame.bytes.size());
+    slot.viaPort = via.port;
+    slot.viaNexthop = via.nexthop;
     slot.time = frame.time;
     slot.length = frame.originalLength;
-    slot.via = via;
-    const auto label = topLabel(frame.bytes);
-    if (label && --log.untilLabel == 0) {
-        countLabel(log, *label, frame.time.seconds);
-    }
+    copyHead(slot, frame.bytes.data(), frame.bytes.size());
     if (via.nexthop.family() != Lumo::IpFamily::none && isForNeighbour(log.reason)) {
         unresolved_.add(via, 1, frame.time.seconds);
     }
-}
-
-// The gap to the next one counted is random, so that no order of labels can hide one.
-void FrameRecorder::countLabel(Log& log, std::uint32_t label, std::int64_t second) noexcept {
-    constexpr std::uint32_t allOfSecond = 1024;
-    log.labels.add(label, log.gap, second);
-    if (second != log.second) {
-        log.second = second;
-        log.inSecond = 0;
-    }
-    log.inSecond += log.gap;
-    random_ = random_ * 6364136223846793005 + 1442695040888963407;
-    log.gap = log.inSecond < allOfSecond ? 1 : 1 + static_cast<std::uint32_t>(random_ >> 59U);
-    log.untilLabel = log.gap;
 }
 
 } // namespace OvixAgent

@@ -27,7 +27,7 @@ struct RecordedVia {
     friend bool operator==(const RecordedVia&, const RecordedVia&) = default;
 };
 
-/// A frame that was punted, dropped or handed on, as it came in.
+/// A frame that was punted, dropped or handed on, as it came in: three cache lines.
 struct RecordedFrame {
     static constexpr std::size_t mostBytes = 128;
 
@@ -37,11 +37,14 @@ struct RecordedFrame {
     std::uint64_t generation; ///< of the label tables
     std::uint32_t length;     ///< on the wire
     PortIndex port;           ///< that it was for: a sub-interface, or the one it came in at
-    RecordedVia via;
+    PortIndex viaPort;
+    Lumo::IpGenAddr viaNexthop; ///< only with a port, or when it is of a family
     std::uint8_t size;
 
     Wire::Bytes bytes() const noexcept { return {head.data(), size}; }
+    RecordedVia via() const noexcept { return {viaPort, viaNexthop}; }
 };
+static_assert(sizeof(RecordedFrame) == 192);
 
 /// The outermost label of a frame; unset when it has none.
 std::optional<std::uint32_t> topLabel(Wire::Bytes frame) noexcept;
@@ -69,44 +72,65 @@ class FrameRecorder {
     using Neighbours = HeavyHitters<RecordedVia, HashOfVia>;
 
     /// Of one reason.
-    struct Log {
-        FateKind kind = FateKind::dropped;
-        std::string reason;
-        std::uint64_t frames = 0;
-        std::vector<std::uint64_t> byPort; ///< ports behind its end have none
-        RecordedFrame first{};             ///< once it is none of the last any more
-        std::array<RecordedFrame, framesOfReason> last{};
-        Labels labels;
+    class Log {
+      public:
+        explicit Log(const Fate& fate) : kind(fate.kind), reason(fate.reason) {}
+        Log(const Log&) = delete;
+        Log& operator=(const Log&) = delete;
+
+        std::uint64_t frames() const noexcept {
+            return wrapped_ + static_cast<std::uint64_t>(next_ - last_.data());
+        }
+        /// Frames of each port; ports behind its end have none.
+        std::vector<std::uint64_t> byPort() const;
+        /// The labels met most; of a flood those that come most often, with estimates.
+        std::vector<Labels::Entry> topLabels(std::int64_t second) const;
 
         /// The frames that are kept, oldest first: the first one, and the last.
         std::size_t kept() const noexcept;
         const RecordedFrame& keptAt(std::size_t index) const noexcept;
+        /// The same by place, which a frame keeps until it is overwritten: the first one, then the
+        /// last. Null: the place is free.
+        const RecordedFrame* at(std::size_t place) const noexcept;
+        static constexpr std::size_t places = framesOfReason + 1;
+
+        const FateKind kind;
+        const std::string reason;
 
       private:
         friend class FrameRecorder;
-        // In a second with many frames the label of one in 16 is counted, for all since the last.
-        std::uint32_t untilLabel = 1;
-        std::uint32_t gap = 1;
-        std::uint32_t inSecond = 0;
-        std::int64_t second = 0;
+        void wrap(std::uint64_t random) noexcept;
+        void countPort() noexcept;
+        void portIs(PortIndex port);
+        void countLabelAt(std::size_t place, std::uint32_t times, Labels& in) const noexcept;
+
+        std::array<RecordedFrame, framesOfReason> last_;
+        RecordedFrame* next_ = last_.data();
+        std::uint64_t wrapped_ = 0; ///< frames before the first place was used last
+        PortIndex port_ = 0;        ///< of the last frames: those from number `portFrom_` on
+        std::uint64_t portFrom_ = 0;
+        std::vector<std::uint64_t> byPort_ = {0};
+        RecordedFrame first_; ///< once it is none of the last any more
+        // Of frames whose places have been used again since.
+        Labels labels_;
+        std::uint32_t inSecond_ = 0;
+        std::int64_t second_ = 0;
     };
 
     /// `hash` tells reasons apart.
     Log& logOf(const Fate& fate, std::uint64_t hash);
 
-    /// Records a frame as it came in; `port` is that which it was for, `label` its outermost.
-    [[gnu::always_inline]] void record(Log& log, const WritableFrame& frame, PortIndex port,
-                                       std::uint32_t label) {
+    /// Records a frame as it came in; `port` is that which it was for.
+    [[gnu::always_inline]] void record(Log& log, const WritableFrame& frame, PortIndex port) {
         if (isPaused_) [[unlikely]] {
             return;
         }
         RecordedFrame& slot = begin(log, port);
-        copyHead(slot, frame.bytes, frame.size);
+        slot.viaPort = RecordedVia::noPort;
+        slot.viaNexthop = {};
         std::memcpy(&slot.time, &frame.time, sizeof frame.time);
         slot.length = frame.originalLength;
-        if (--log.untilLabel == 0) [[unlikely]] {
-            countLabel(log, label, frame.time.seconds);
-        }
+        copyHead(slot, frame.bytes, frame.size); // last, since bytes may be anything's
     }
     /// The same of any frame.
     void record(Log& log, const Frame& frame, const RecordedVia& via);
@@ -128,19 +152,21 @@ class FrameRecorder {
 
   private:
     [[gnu::always_inline]] RecordedFrame& begin(Log& log, PortIndex port) {
-        if (log.frames == framesOfReason) [[unlikely]] {
-            log.first = log.last.front();
+        if (log.next_ == log.last_.data() + framesOfReason) [[unlikely]] {
+            wrap(log);
         }
-        RecordedFrame& slot = log.last[log.frames++ % framesOfReason];
+        if (port != log.port_) [[unlikely]] {
+            log.portIs(port);
+        }
+        RecordedFrame& slot = *log.next_++;
         slot.sequence = ++sequence_;
         slot.generation = generation_;
         slot.port = port;
-        slot.via.port = RecordedVia::noPort;
-        if (port >= log.byPort.size()) [[unlikely]] {
-            log.byPort.resize(port + std::size_t{1});
-        }
-        ++log.byPort[port];
         return slot;
+    }
+    [[gnu::noinline]] void wrap(Log& log) noexcept {
+        random_ = random_ * 6364136223846793005 + 1442695040888963407;
+        log.wrap(random_ >> 33U);
     }
     /// In two pieces of fixed size, which may overlap.
     [[gnu::always_inline]] static void copyHead(RecordedFrame& slot, const std::uint8_t* from,
@@ -163,7 +189,6 @@ class FrameRecorder {
                                             std::size_t size) noexcept {
         std::memcpy(to, from, size);
     }
-    [[gnu::noinline]] void countLabel(Log& log, std::uint32_t label, std::int64_t second) noexcept;
 
     std::vector<std::unique_ptr<Log>> logs_;
     std::vector<std::pair<std::uint64_t, Log*>> byHash_;

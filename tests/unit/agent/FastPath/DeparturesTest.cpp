@@ -159,8 +159,8 @@ TEST_F(DeparturesTest, ReplicasAreCountedBesideTheFrame) {
 }
 
 TEST_F(DeparturesTest, ADroppedFrameIsCountedForItsReason) {
-    departures.drop(frame(1), 3, 100, departures.logOf("no reason"));
-    departures.drop(frame(2), 3, 101, departures.logOf("no reason"));
+    departures.drop(frame(1), 3, departures.logOf("no reason"));
+    departures.drop(frame(2), 3, departures.logOf("no reason"));
     departures.flush();
     EXPECT_TRUE(sent.empty());
     Summary summary;
