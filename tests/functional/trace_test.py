@@ -1,9 +1,11 @@
-"""What happens to some of a running agent's frames, told step by step."""
+"""Traces of some of a running agent's frames, step by step."""
 
 import signal
 import subprocess
 import unittest
 
+import agent
+import frames as f
 from agent import mpls
 from running_agent import CTL, SharedTablesTest
 
@@ -37,11 +39,11 @@ class Trace(SharedTablesTest):
         told, _ = process.communicate(timeout=10)
         lines = told.splitlines()
         self.assertTrue(all(line.startswith("frame 2 west ") for line in lines), told)
-        self.assertIn("frame 2 west transit table: label 100, found yes", lines)
+        self.assertIn("frame 2 west hardware table: label 100, found yes, adjacency 100", lines)
         for step in ("nexthop: interface east, address 10.0.2.2",
                      "headers: when rewritten, headers label 200",
                      "neighbour: address 10.0.2.2, port east, mac 02:00:00:00:00:22",
-                     "mtu: port east, length", "fate: fate forwarded"):
+                     "mtu: port east, length", "fate: forwarded"):
             self.assertIn(step, told)
         self.assertFalse(self.agent.ask("trace-lines")["on"])
 
@@ -49,12 +51,29 @@ class Trace(SharedTablesTest):
         process = self.trace("--reason", "labels resolved", "--limit", "2")
         self.agent.send_and_wait(mpls([100]), mpls([77]), mpls([78]), mpls([100]))
         told, _ = process.communicate(timeout=10)
-        self.assertRegex(told, r"^frame 2 west - fate: dropped No labels resolved.*followed\n"
+        self.assertRegex(told, r"^frame 2 west - fate: dropped, reason No labels resolved.*are traced\n"
                                r"frame 3 west - fate: ")
         process = self.trace("--reason", "labels resolved", "--limit", "2")
         self.agent.send_and_wait(mpls([77]), mpls([77]))
         told, _ = process.communicate(timeout=10)
-        self.assertIn("frame 6 west transit table: label 77, found no", told)
+        self.assertIn("frame 6 west hardware table: label 77, found no, adjacency 0", told)
+
+    def test_a_run_with_trace_writes_the_same_lines_of_all_frames(self):
+        process = self.trace("--limit", "1")
+        self.agent.send_and_wait(mpls([100]))
+        live, _ = process.communicate(timeout=10)
+        capture = self.directory / "again.pcap"
+        f.write_pcap(capture, [mpls([100]), mpls([77])])
+        command = [agent.AGENT, "run", str(self.directory / "agent.yaml"), "--in", f"west={capture}",
+                   "--out", str(self.directory / "again"), "--tables", self.tables, "--trace",
+                   *(["--plugin", agent.PLUGIN] if agent.PLUGIN else [])]
+        done = subprocess.run(command, capture_output=True, text=True, timeout=60, check=True)
+        result = agent.Result(done, self.directory / "again")
+        lines = result.trace("Ovix::Trace")
+        self.assertEqual([line for line in lines if line.startswith("frame 1 ")],
+                         live.splitlines())
+        self.assertIn("frame 2 west hardware table: label 77, found no, adjacency 0", lines)
+        self.assertIn("Pkt 2: No viaSet for label 77", result.trace())
 
     def test_it_ends_by_command_by_time_and_by_interruption(self):
         process = self.trace()

@@ -118,6 +118,9 @@ struct Commands {
                                parts.state->configText());
     }
     ControlAnswer traceStart(const std::string& request) const {
+        if (parts.trace->isWritten()) {
+            return refusalAnswer("the agent runs with --trace, which traces all frames");
+        }
         const Tessel::Result<TraceFilter> filter = requestedTrace(request, parts.tables->ports);
         if (!filter) {
             return refusalAnswer(filter.refused().what);
@@ -126,7 +129,9 @@ struct Commands {
         return traceLines({});
     }
     ControlAnswer traceStop(const std::string& /*request*/) const {
-        parts.trace->stop();
+        if (!parts.trace->isWritten()) {
+            parts.trace->stop();
+        }
         return doneAnswer();
     }
     ControlAnswer traceLines(const std::string& request) const {

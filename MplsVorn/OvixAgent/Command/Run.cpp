@@ -36,6 +36,17 @@ void watchTables(AgentState& state, OvixLog::Log& log) {
     }
 }
 
+/// With --trace every frame is traced, behind the plugin's own lines about it.
+void traceAllIf(bool isAsked, LiveTrace& trace) {
+    if (isAsked) {
+        trace.writeAllTo([](std::string_view line) {
+            if (const auto& sink = Ovix::TraceOutput::instance().textSink()) {
+                sink("Ovix::Trace", 0, line);
+            }
+        });
+    }
+}
+
 /// The parts of a live run.
 class LiveAgent {
   public:
@@ -50,6 +61,7 @@ class LiveAgent {
         tables_.drops = &answers_;
         fastPath_.isOnIs(options.fastPath);
         fastPath_.traceIs(trace_);
+        traceAllIf(options.trace, trace_);
         fastPath_.checkEveryIs(options.checkEvery,
                                [this](const std::string& text) { (*log_)("fast path", text); });
         if (!options.tables.empty()) {
@@ -212,6 +224,7 @@ Summary forwardCaptures(const RunOptions& options, const AgentConfig& config, Ca
     FateHistory history(forwarder);
     LiveTrace trace(tables.ports);
     fastPath.traceIs(trace);
+    traceAllIf(options.trace, trace);
     CliProgress progress = CliProgress::onTerminal(options.quiet);
     const std::unique_ptr<ControlServer> control =
         serveControl({&options, &state, &forwarder, &tables, &history, &trace});

@@ -147,7 +147,7 @@ Decision Decider::dropFor(const LabelDecision::Choice& choice) {
     if (reason == choice.events.rend() || !events || !all) {
         return {};
     }
-    return made(Action::drop, decisions_->drops.add({*events, *all, (*reason)->reason, nullptr}));
+    return made(Action::drop, decisions_->drops.add({*events, *all, (*reason)->reason, {}}));
 }
 
 /// The MPLS hash of a plugin or agent that hashes in another way is not known here.

@@ -52,6 +52,9 @@ struct DecidedDrop {
     std::uint16_t all = 0;      ///< the same with those of the lookup
     std::string_view reason;    ///< of a counter
     FrameAccounts::FateLog log; ///< empty until first counted
+    // Whether a trace asks for the reason, and which one has been asked.
+    std::uint32_t tracedBy = 0;
+    bool isTraced = false;
 };
 
 /// The label is replaced, or popped, or gets others on top, and the frame leaves.

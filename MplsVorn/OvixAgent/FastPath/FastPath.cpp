@@ -47,7 +47,10 @@ bool FastPath::forwardLabels(WritableFrame& frame) {
 
 std::size_t FastPath::receive(std::span<WritableFrame> burst) {
     assert(burst.size() <= burstFrames);
-    if (tracesPrefix_) [[unlikely]] {
+    if (Tessel::Changes::count() != seen_) [[unlikely]] {
+        takeChanges();
+    }
+    if (looksAtFrames_ && isLookedAt(burst.size())) [[unlikely]] {
         return forwardAround(burst);
     }
     return checkEvery_ == 0 ? forwardAll(burst) : checkSome(burst);
@@ -144,10 +147,21 @@ void FastPath::forwardByDefinition(const WritableFrame& frame) {
 }
 
 void FastPath::forwardTraced() {
-    const FrameAccounts& accounts = forwarder_->accounts();
     trace_->follow(
-        current_, accounts.number() + 1, [this] { forwarder_->receive(current_); },
-        [&] { return accounts.lastFate(); });
+        current_, forwarder_->accounts().number() + 1, [this] { forwarder_->receive(current_); },
+        [this] { return forwarder_->lastFate(); });
+}
+
+/// Looking at a frame takes half as long as forwarding it. Where bursts are large, which they are
+/// when there is no time to spare, that is done in few of them.
+bool FastPath::isLookedAt(std::size_t frames) noexcept {
+    constexpr std::size_t busy = burstFrames / 4;
+    constexpr std::uint32_t oneOf = 32;
+    if (frames < busy) {
+        return true;
+    }
+    busyBursts_ = (busyBursts_ + 1) % oneOf;
+    return busyBursts_ == 0;
 }
 
 /// The same as forwardAll, with the frames that the trace asks for by definition.
@@ -204,19 +218,22 @@ void FastPath::takeChanges() {
     seen_ = changes;
 }
 
-/// Frames that are asked for by their port, their label or the reason that they are dropped for
-/// find no decision, so that nobody has to ask of the others.
+/// Frames that are asked for by their port, by a label that is looked up or by the reason that they
+/// are dropped for find no decision, so that nobody has to look at the others.
 void FastPath::takeTrace() {
     seenTrace_ = trace_->changes();
     const TraceFilter none;
     const bool isOn = trace_->isOn();
     const TraceFilter& filter = isOn ? trace_->filter() : none;
     tracesAll_ = isOn && filter.isForAll();
-    labels_.leftOutIs(filter.label.value_or(LabelForwarding::noLabel));
-    intakes_.leftOutIs(filter.label ? std::nullopt : filter.port);
-    tracesPrefix_ = filter.prefix && !filter.label && !filter.port;
-    const bool isByReason = !filter.label && !filter.port && !filter.prefix;
-    labels_.leftOutReasonIs(isByReason ? filter.reason : std::string());
+    const bool isByReason = !filter.reason.empty();
+    const bool isByOne =
+        !isByReason &&
+        filter.port.has_value() + filter.label.has_value() + filter.prefix.has_value() == 1;
+    labels_.tracedDropsAre(isByReason ? &filter : nullptr);
+    labels_.leftOutIs(isByOne && filter.label ? *filter.label : LabelForwarding::noLabel);
+    intakes_.leftOutIs(isByOne ? filter.port : std::nullopt);
+    looksAtFrames_ = isOn && !tracesAll_ && !isByReason && !(isByOne && filter.port);
 }
 
 void FastPath::voidAll() {

@@ -82,6 +82,7 @@ class FastPath {
     std::size_t forwardAll(std::span<WritableFrame> burst);
     std::size_t checkSome(std::span<WritableFrame> burst);
     bool check(WritableFrame& frame);
+    bool isLookedAt(std::size_t frames) noexcept;
     std::size_t forwardAround(std::span<WritableFrame> burst);
     void forwardTraced();
     void takeChanges();
@@ -113,7 +114,8 @@ class FastPath {
     LiveTrace* trace_ = nullptr;
     std::uint64_t seenTrace_ = 0; ///< its changes
     bool tracesAll_ = false;
-    bool tracesPrefix_ = false; ///< and neither a port nor a label
+    bool looksAtFrames_ = false;   ///< since no decision says which ones the trace asks for
+    std::uint32_t busyBursts_ = 0; ///< since frames were looked at last
     Frame current_;
     Counts counts_;
     bool isOn_ = true;

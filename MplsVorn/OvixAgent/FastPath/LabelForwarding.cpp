@@ -40,7 +40,7 @@ LabelForwarding::LabelForwarding(const Ptr<Ovix::OvixNamedCounters>& counters,
                                  IpHop& ipHop, Departures& departures)
     : events_(counters), lines_(&lines), decisions_(published),
       decider_(manager, tables, decisions_, lines, events_), ipHop_(&ipHop),
-      departures_(&departures) {}
+      departures_(&departures), ports_(&tables.ports) {}
 
 /// Whether a decision may take the place of this one: of one that a change has made void at once,
 /// since nobody but those who publish tables makes it so; of none when the forwarder has done
@@ -207,7 +207,7 @@ bool LabelForwarding::followLookup(const Decision& decision, const Counted& coun
 /// The label was found, but leads nowhere.
 bool LabelForwarding::drop(const Decision& decision, const Counted& counted, PacketWork& work) {
     DecidedDrop& drop = decisions_.drops[decision.value];
-    if (isLeftOut(drop)) {
+    if (isLeftOut(drop, *work.frame)) {
         return false;
     }
     count(counted, drop.events);
@@ -256,7 +256,7 @@ bool LabelForwarding::forward(PacketWork& work) {
         const Decision decision = *found;
         if (decision.action == Action::drop && !decisions_.at(label).isFound) {
             DecidedDrop& unknown = decisions_.drops[decision.value];
-            if (work.ended || isLeftOut(unknown)) {
+            if (work.ended || isLeftOut(unknown, *work.frame)) {
                 return false;
             }
             countUnknown(unknown, *work.frame, work.port);

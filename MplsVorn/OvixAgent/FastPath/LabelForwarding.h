@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cstdint>
-#include <string>
 #include <vector>
 
 #include "FastPath/Decider.h"
@@ -13,6 +12,7 @@
 #include "FastPath/IpHop.h"
 #include "FastPath/PacketWork.h"
 #include "Tessel/Prefetch.h"
+#include "Trace/TraceFilter.h"
 
 namespace OvixAgent {
 
@@ -41,9 +41,12 @@ class LabelForwarding {
             decisions_.at(label).stamp = 0;
         }
     }
-    /// Leaves frames to the forwarder that would be dropped for a reason with this in it; empty:
-    /// none.
-    void leftOutReasonIs(std::string reason) { leftOutReason_ = std::move(reason); }
+    /// Leaves frames to the forwarder that it asks for and that would be dropped for its reason;
+    /// null: none. It must stay as it is until the next call.
+    void tracedDropsAre(const TraceFilter* filter) noexcept {
+        tracedDrops_ = filter;
+        ++traces_;
+    }
     static constexpr std::uint32_t noLabel = ~std::uint32_t{0};
 
     /// Settles a frame whose link header is Ethernet's alone where that takes least: it has one
@@ -183,9 +186,13 @@ class LabelForwarding {
         events_.count(lookup);
         decider_.labelCounters()->countBytes(entry >> 12U, frame.size);
     }
-    bool isLeftOut(const DecidedDrop& drop) const noexcept {
-        return !leftOutReason_.empty() &&
-               drop.reason.find(leftOutReason_) != std::string_view::npos;
+    bool isLeftOut(DecidedDrop& drop, const WritableFrame& frame) noexcept {
+        if (drop.tracedBy != traces_) [[unlikely]] {
+            drop.tracedBy = traces_;
+            drop.isTraced = tracedDrops_ != nullptr &&
+                            drop.reason.find(tracedDrops_->reason) != std::string_view::npos;
+        }
+        return drop.isTraced && tracedDrops_->matches(frame.frame(), *ports_);
     }
     /// A frame is dropped whose label no table has.
     void countUnknown(DecidedDrop& drop, const WritableFrame& frame, PortIndex in) {
@@ -222,7 +229,9 @@ class LabelForwarding {
     Departures* departures_;
     std::uint32_t credit_ = mostCredit;
     std::uint32_t leftOut_ = noLabel;
-    std::string leftOutReason_;
+    const PortTable* ports_;
+    const TraceFilter* tracedDrops_ = nullptr;
+    std::uint32_t traces_ = 0;         ///< that there were
     std::vector<std::uint8_t> copies_; ///< bytes of replicas that have not left yet
     std::size_t copied_ = 0;           ///< of them
 };

@@ -97,7 +97,7 @@ bool LabelForwarding::lookUpInPlace(const Decision& decision, std::uint32_t entr
 
 bool LabelForwarding::dropInPlace(const Decision& decision, WritableFrame& frame) {
     DecidedDrop& drop = decisions_.drops[decision.value];
-    if (decision.isFound || isLeftOut(drop)) {
+    if (decision.isFound || isLeftOut(drop, frame)) {
         return false;
     }
     countUnknown(drop, frame, frame.port);

@@ -37,7 +37,7 @@ Forwarder::Forwarder(const Ptr<Ovix::PluginManager>& manager, ForwardingTables& 
       ipv4Handler_(Tessel::make<IpRoutingHandler>(Ovix::PktHdrType::ipv4, tables.ports)),
       ipv6Handler_(Tessel::make<IpRoutingHandler>(Ovix::PktHdrType::ipv6, tables.ports)),
       sender_(manager, EgressLookup(tables),
-              [this](const Fate& fate, const Frame& frame) { account(fate, frame); }),
+              [this](const Fate& fate, const Frame& frame) { count(fate, frame); }),
       inputSteps_(manager->genericPipelineSteps()), packets_(Lumo::globalPktManager()),
       tables_(&tables), cpu_(&cpu) {
     registerPorts(*manager->ports(), tables.ports, cpu, current_);
@@ -48,6 +48,7 @@ void Forwarder::receive(const Frame& frame) {
     assert(frame.port < tables_->ports.ports().size());
     accounts_.received(frame.bytes.size());
     sender_.forgetVia();
+    lastFate_ = forwarded;
     Frame own = frame;
     current_ = {&own, 0};
     try {
@@ -248,14 +249,17 @@ void Forwarder::account(const Fate& fate, const Frame& frame) {
     if (Ovix::RoadNotes::isOn()) [[unlikely]] {
         RoadSteps::fate(fate);
     }
-    if (fate.kind == FateKind::forwarded) {
-        return;
+    if (fate.kind != FateKind::forwarded) {
+        lastFate_ = count(fate, frame);
     }
+}
+
+Fate Forwarder::count(const Fate& fate, const Frame& frame) {
     const Frame received = intake_.asReceived(frame);
     if (fate.kind == FateKind::punted) {
         cpu_->transmit(received);
     }
-    accounts_.add(fate, received, sender_.via());
+    return accounts_.add(fate, received, sender_.via());
 }
 
 void Forwarder::addTo(Summary& summary) const {

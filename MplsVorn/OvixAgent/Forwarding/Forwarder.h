@@ -44,6 +44,8 @@ class Forwarder {
 
     const FrameRecorder& recorder() const noexcept { return accounts_.recorder(); }
     FrameAccounts& accounts() noexcept { return accounts_; }
+    /// Of the frame received last, or of a copy of it: the last one that was not forwarded.
+    const Fate& lastFate() const noexcept { return lastFate_; }
 
     const Ptr<Ovix::OvixNamedCounters>& namedCounters() const noexcept {
         return accounts_.counters();
@@ -70,6 +72,7 @@ class Forwarder {
     Fate send(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
               const ReceivedLink& link, const Ovix::RoutingNexthop& nexthop);
     void account(const Fate& fate, const Frame& frame);
+    Fate count(const Fate& fate, const Frame& frame);
     Ptr<Ovix::PacketContext> newPacket(const Frame& frame) const;
     Ptr<Ovix::RoutingContext> contextOf(const Frame& frame,
                                         const Ptr<Ovix::PacketContext>& packet) const;
@@ -85,6 +88,7 @@ class Forwarder {
     ForwardingTables* tables_;
     TransmitPort* cpu_;
     CurrentFrame current_;
+    Fate lastFate_;
     FrameAccounts accounts_;
 };
 

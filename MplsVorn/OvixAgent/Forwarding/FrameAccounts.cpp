@@ -17,13 +17,14 @@ void FrameAccounts::takeBack(std::size_t bytes) {
     in_.bytes -= bytes;
 }
 
-void FrameAccounts::add(const Fate& fate, const Frame& received, const RecordedVia& via) {
-    if (fate.kind != FateKind::forwarded) {
-        const FateLog log = logOf(fate);
-        ++log.counter->count;
-        lastFate_ = {fate.kind, log.counter->reason};
-        recorder_.record(*log.frames, received, via);
+Fate FrameAccounts::add(const Fate& fate, const Frame& received, const RecordedVia& via) {
+    if (fate.kind == FateKind::forwarded) {
+        return fate;
     }
+    const FateLog log = logOf(fate);
+    ++log.counter->count;
+    recorder_.record(*log.frames, received, via);
+    return {fate.kind, log.counter->reason};
 }
 
 FrameAccounts::FateLog FrameAccounts::logOf(const Fate& fate) {

@@ -15,7 +15,6 @@ class FrameAccounts {
   public:
     void received(std::size_t bytes) {
         in_.add(bytes);
-        lastFate_ = {};
         counters_->forgetLast();
     }
     /// The same of frames that are accounted for elsewhere.
@@ -32,7 +31,8 @@ class FrameAccounts {
     void takeBack(std::size_t bytes);
 
     /// What has been forwarded is counted where it left. `via` is where the frame would have left.
-    void add(const Fate& fate, const Frame& received, const RecordedVia& via);
+    /// Returns the fate with a reason that stays.
+    Fate add(const Fate& fate, const Frame& received, const RecordedVia& via);
     void addReplicas(std::uint64_t copies) noexcept { replicas_ += copies; }
     std::uint64_t replicas() const noexcept { return replicas_; }
     /// Packets that a plugin has sent to the CPU are copies of the frame like those for its
@@ -56,9 +56,6 @@ class FrameAccounts {
     /// Sets all counts back to what they were; counters that are newer have then counted nothing.
     void setBack(const Counts& counts);
 
-    /// Of the frame received last, or of a copy of it: the last one that was not forwarded.
-    const Fate& lastFate() const noexcept { return lastFate_; }
-
     FrameRecorder& recorder() noexcept { return recorder_; }
     const FrameRecorder& recorder() const noexcept { return recorder_; }
 
@@ -79,7 +76,6 @@ class FrameAccounts {
     /// One count per fate and reason.
     Ptr<Ovix::OvixNamedCounters> fates_ = Tessel::make<Ovix::OvixNamedCounters>();
     FrameRecorder recorder_;
-    Fate lastFate_;
     Traffic in_;
     std::uint64_t replicas_ = 0;
 };

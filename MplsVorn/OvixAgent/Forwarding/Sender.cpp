@@ -90,6 +90,10 @@ Fate Sender::wait(const Outgoing& outgoing) {
         outgoing.frame, Lumo::globalPktManager()->newPkt(outgoing.frame.bytes), outgoing.context,
         outgoing.tags,  Ptr<const Ovix::RoutingNexthop>(&outgoing.nexthop),     outgoing.egress,
         Clock::now()};
+    if (Ovix::RoadNotes::isOn()) [[unlikely]] {
+        RoadSteps::waits(outgoing.egress.unresolved, *outgoing.egress.port,
+                         WaitingPackets::longest);
+    }
     packet.frame.bytes = packet.received->data();
     packet.egress.push = nullptr; // is applied; its route may be replaced meanwhile
     if (const auto displaced = waiting_.add(std::move(packet))) {
@@ -97,7 +101,7 @@ Fate Sender::wait(const Outgoing& outgoing) {
         settled_(drop(Reason::noNeighbour), displaced->frame);
         via_ = own;
     }
-    return forwarded;
+    return queuedForNeighbour;
 }
 
 /// The sender of the packet that is not to be delivered yet is known by its own IP header, beneath

@@ -12,10 +12,14 @@ enum class FateKind : std::uint8_t { forwarded, punted, dropped, handedOn };
 
 struct Fate {
     FateKind kind = FateKind::forwarded;
-    std::string_view reason; ///< a literal or a counter's reason; empty when forwarded
+    std::string_view reason; ///< a literal or a counter's reason; empty when it has left
 };
 
 inline constexpr Fate forwarded{};
+
+/// Its fate is decided when its neighbour is known, or does not answer; as good as forwarded until
+/// then.
+inline constexpr Fate queuedForNeighbour{FateKind::forwarded, "Waits for its neighbour"};
 
 constexpr Fate punt(std::string_view reason) noexcept {
     return {FateKind::punted, reason};

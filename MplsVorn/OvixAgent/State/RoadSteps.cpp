@@ -135,8 +135,15 @@ void mtu(const Port& port, std::size_t length, std::uint32_t mtu) {
                    field("portMtu", port.mtu), field("up", port.isUp ? "yes" : "no"));
 }
 
+void waits(const Lumo::IpGenAddr& neighbour, const Port& port, std::chrono::seconds longest) {
+    RoadNotes::add("waits", field("address", neighbour.text()), field("port", port.name),
+                   field("seconds", longest.count()));
+}
+
 void fate(const Fate& fate) {
-    RoadNotes::add("fate", field("fate", Tessel::wordOf(fate.kind)), field("reason", fate.reason));
+    const bool isWaiting = fate.kind == FateKind::forwarded && !fate.reason.empty();
+    RoadNotes::add("fate", field("fate", isWaiting ? "waiting" : Tessel::wordOf(fate.kind)),
+                   field("reason", fate.reason));
 }
 
 } // namespace RoadSteps

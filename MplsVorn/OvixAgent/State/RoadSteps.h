@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <span>
 #include <string>
 
@@ -34,6 +35,8 @@ void choice(std::string_view of, std::size_t chosen, std::uint32_t hash,
 void neighbour(const Lumo::IpGenAddr& address, const Port& port, const Lumo::EthAddr* mac);
 void controlWord(Wire::Bytes payload, bool isExpected);
 void mtu(const Port& port, std::size_t length, std::uint32_t mtu);
+/// It is held until the neighbour's MAC address is known.
+void waits(const Lumo::IpGenAddr& neighbour, const Port& port, std::chrono::seconds longest);
 void fate(const Fate& fate);
 } // namespace RoadSteps
 

@@ -40,6 +40,14 @@ void LiveTrace::start(TraceFilter filter, Clock::time_point now) {
     Tessel::Changes::notice();
 }
 
+void LiveTrace::writeAllTo(std::function<void(std::string_view)> writer) {
+    TraceFilter all;
+    all.limit = ~std::uint64_t{0};
+    start(all);
+    end_ = Clock::time_point::max();
+    writer_ = std::move(writer);
+}
+
 void LiveTrace::stop() {
     if (isOn_) {
         isOn_ = false;
@@ -77,7 +85,7 @@ void LiveTrace::follow(const Frame& frame, std::uint64_t number,
 void LiveTrace::begin(const Frame& frame, std::uint64_t number) {
     head_ = fmt::format("frame {} {}", number, ports_->ports()[frame.port].name);
     table_ = noTable;
-    held_.clear();
+    steps_.clear();
 }
 
 /// "frame 17 west transit choice: via 0, vias 2".
@@ -88,19 +96,24 @@ void LiveTrace::note(const Ovix::RoadNote& note) {
     std::string text;
     for (const Ovix::RoadNote::Field& field : note.fields) {
         if (!field.value.empty() && field.name != "table") {
-            text += fmt::format("{}{} {}", text.empty() ? "" : ", ", field.name, field.value);
+            const bool isFate = field.name == "fate"; // which is the step's name, too
+            text += fmt::format("{}{}{}", text.empty() ? "" : ", ",
+                                isFate ? "" : fmt::format("{} ", field.name), field.value);
         }
     }
-    tell(note.step, text);
+    add(note.step, text);
 }
 
-void LiveTrace::tell(std::string_view step, std::string_view text) {
-    held_.push_back(
-        fmt::format("{} {} {}{}{}", head_, table_, step, text.empty() ? "" : ": ", text));
+void LiveTrace::add(std::string_view step, std::string_view text) {
+    std::string line =
+        fmt::format("{} {} {}{}{}", head_, table_, step, text.empty() ? "" : ": ", text);
+    if (writer_) {
+        writer_(line);
+    } else {
+        steps_.push_back(std::move(line));
+    }
 }
 
-/// A frame that waits for its neighbour, and the copies of one that is replicated, have told their
-/// fates as far as they have one.
 void LiveTrace::finish(const Frame& frame, const Fate& fate, bool wasFollowed) {
     const bool isForReason =
         filter_.reason.empty() || (fate.kind != FateKind::forwarded &&
@@ -109,22 +122,23 @@ void LiveTrace::finish(const Frame& frame, const Fate& fate, bool wasFollowed) {
         return;
     }
     if (!wasFollowed) {
-        tell("fate", fmt::format("{} {}; the next like it are followed", Tessel::wordOf(fate.kind),
-                                 fate.reason));
+        add("fate", fmt::format("{}, reason {}; the next ones from this port with this label are "
+                                "traced",
+                                Tessel::wordOf(fate.kind), fate.reason));
         if (kinds_.size() < mostKinds) {
             kinds_.push_back(kindOf(frame));
         }
     }
-    for (std::string& line : held_) {
-        add(std::move(line));
+    for (std::string& line : steps_) {
+        keep(std::move(line));
     }
-    held_.clear();
+    steps_.clear();
     if (++frames_ >= filter_.limit) {
         stop();
     }
 }
 
-void LiveTrace::add(std::string line) {
+void LiveTrace::keep(std::string line) {
     if (lines_.size() == mostLines) {
         lines_.pop_front();
     }

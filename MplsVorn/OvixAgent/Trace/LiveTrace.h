@@ -13,12 +13,12 @@
 
 namespace OvixAgent {
 
-/// Tells what happens to some of the frames while others are forwarded: a line for each step of the
-/// plugin's half of the road and of the agent's. Ends by itself. Used by the packet thread alone.
+/// Traces some of the frames while others are forwarded: a line for each step of the plugin's half
+/// of the road and of the agent's. Ends by itself. Used by the packet thread alone.
 ///
-/// Whether a frame goes nowhere for some reason is known only afterwards, and telling the road of
-/// every frame would hold up the others. So the first frame that does is told in one line, and from
-/// then on those that come in at the same port with the same label are followed.
+/// Whether a frame goes nowhere for some reason is known only afterwards, and tracing every frame
+/// would hold up the others. So the first frame that does makes one line, and from then on those
+/// that come in at the same port with the same label are traced.
 class LiveTrace {
   public:
     using Clock = std::chrono::steady_clock;
@@ -40,12 +40,17 @@ class LiveTrace {
         }
     }
 
+    /// Traces all frames from now on, and writes each line as it is made instead of keeping it.
+    void writeAllTo(std::function<void(std::string_view)> writer);
+    /// Whether all are written: no other trace may be started then.
+    bool isWritten() const noexcept { return static_cast<bool>(writer_); }
+
     bool isOn() const noexcept { return isOn_; }
     const TraceFilter& filter() const noexcept { return filter_; }
     /// Moves on with each start and stop.
     std::uint64_t changes() const noexcept { return changes_; }
 
-    /// Has a frame processed, the `number`th, by `process`, and tells of it if it is one of those
+    /// Has a frame processed, the `number`th, by `process`, and traces it if it is one of those
     /// asked for. `fate` is what became of it. Throws what `process` throws.
     void follow(const Frame& frame, std::uint64_t number, const std::function<void()>& process,
                 const std::function<Fate()>& fate);
@@ -69,8 +74,8 @@ class LiveTrace {
     void begin(const Frame& frame, std::uint64_t number);
     void note(const Ovix::RoadNote& note);
     void finish(const Frame& frame, const Fate& fate, bool wasFollowed);
-    void tell(std::string_view step, std::string_view text);
-    void add(std::string line);
+    void add(std::string_view step, std::string_view text);
+    void keep(std::string line);
 
     const PortTable* ports_;
     bool isOn_ = false;
@@ -84,7 +89,8 @@ class LiveTrace {
     // Of the frame that is followed.
     std::string head_;  ///< its number and port
     std::string table_; ///< that was asked last
-    std::vector<std::string> held_;
+    std::vector<std::string> steps_;
+    std::function<void(std::string_view)> writer_; ///< empty: lines are kept
 };
 
 } // namespace OvixAgent

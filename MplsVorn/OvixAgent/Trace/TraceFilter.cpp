@@ -1,5 +1,7 @@
 #include "Trace/TraceFilter.h"
 
+#include <array>
+
 #include "Wire/Ethernet.h"
 #include "Wire/Ip.h"
 #include "Wire/LabelStack.h"
@@ -16,6 +18,26 @@ Wire::TagWalk behindTags(Wire::Bytes frame) noexcept {
     for (Wire::Tag tag; tags.next(tag);) {
     }
     return tags;
+}
+
+/// The port itself, one that it is a sub-interface of, or the sub-interface that the frame's tags
+/// name.
+bool isAtPort(const Frame& frame, PortIndex port, const PortTable& ports) noexcept {
+    if (frame.port == port) {
+        return true;
+    }
+    const Wire::Ethernet header(frame.bytes);
+    if (!header || frame.port != ports.parentOf(port)) {
+        return false;
+    }
+    std::array<std::uint16_t, 2> vlans{};
+    std::size_t count = 0;
+    Wire::TagWalk tags(header.etherType(), frame.bytes.subspan(Wire::Ethernet::size));
+    for (Wire::Tag tag; count < vlans.size() && tags.next(tag);) {
+        vlans[count++] = tag.vlanId();
+    }
+    const auto taker = ports.taker(frame.port, std::span(vlans).first(count));
+    return taker && taker->port == port;
 }
 
 } // namespace
@@ -53,8 +75,7 @@ Lumo::IpGenAddr ipDestinationIn(Wire::Bytes frame) noexcept {
 }
 
 bool TraceFilter::matches(const Frame& frame, const PortTable& ports) const noexcept {
-    const bool isAtPort = !port || frame.port == *port || frame.port == ports.parentOf(*port);
-    return isAtPort && (!label || hasLabel(frame.bytes, *label)) &&
+    return (!port || isAtPort(frame, *port, ports)) && (!label || hasLabel(frame.bytes, *label)) &&
            (!prefix || prefix->contains(ipDestinationIn(frame.bytes)));
 }
 

@@ -21,7 +21,7 @@ struct TraceFilter {
     std::uint64_t limit = 100;
     std::chrono::seconds time{60};
 
-    /// What can be told before a frame is processed: all but the reason.
+    /// What is known before a frame is processed: all but the reason.
     bool matches(const Frame& frame, const PortTable& ports) const noexcept;
     bool isForAll() const noexcept { return !port && !label && !prefix && reason.empty(); }
 };

@@ -346,13 +346,14 @@ JSON: {"file", "frames", "generation"})",
      ExitCode::usage},
     {"trace",
      "start",
-     "Tell what happens to some of the frames, as they come",
+     "Trace some of the frames as they come, step by step",
      startTrace,
      {},
      R"(A line for each step: the frame's number, its port, the table asked last, the step, and what was
 found. Ends by itself, when it is interrupted, or by trace stop; another start takes its place. Frames
-that are not asked for take as long as without it. With --reason, the first frame that goes nowhere
-for it is told in one line, and from then on those of its port and label are followed.
+that are not asked for take as long as without it. By --prefix, or by several options, some frames are
+missed while the agent is busy: one burst of 32 is searched. With --reason, the first frame that goes
+nowhere for it makes one line, and from then on those of its port and label are traced.
 JSON: a text on each line)",
      "",
      traceOptions},

@@ -89,18 +89,65 @@ TEST_F(TracedFramesTest, OnlyPacketsForThePrefixLeaveTheFastPath) {
 }
 
 TEST_F(TracedFramesTest, FramesThatGoNowhereForTheReasonLeaveTheFastPath) {
-    filter.reason = "No next hop";
+    filter.reason = "No route";
     trace.start(filter);
     const std::uint64_t slow = receive(3);
     EXPECT_EQ(slow, 3U);
     EXPECT_EQ(framesIn(trace), (std::set<std::string>{"19", "23", "27"}));
     ASSERT_FALSE(trace.lines().empty());
     EXPECT_EQ(trace.lines().front(),
-              "frame 19 west - fate: dropped No next hop; the next like it are followed");
-    EXPECT_GT(trace.lines().size(), 3U) << "the road of the second is told";
+              "frame 19 west - fate: dropped, reason No route; the next ones from this port with "
+              "this label are traced");
+    EXPECT_GT(trace.lines().size(), 3U) << "the second is traced step by step";
     filter.reason = "another reason";
     trace.start(filter);
     EXPECT_EQ(receive(3), 0U);
+}
+
+TEST_F(TracedFramesTest, FramesThatDoNotFitAllThatIsAskedForStayOnTheFastPath) {
+    filter.label = 200;
+    filter.port = Router::east;
+    trace.start(filter);
+    EXPECT_EQ(receive(3), 0U) << "those with the label come in at west";
+    filter.label = 100;
+    filter.port = Router::west;
+    filter.prefix = Lumo::IpGenPrefix::of(Lumo::IpGenAddr::fromText("10.0.9.0"), 24);
+    trace.start(filter);
+    EXPECT_EQ(receive(3), 3U);
+    EXPECT_EQ(framesIn(trace), (std::set<std::string>{"32", "36", "40"}));
+    filter = {};
+    filter.reason = "No route";
+    filter.port = Router::east;
+    trace.start(filter);
+    EXPECT_EQ(receive(3), 0U);
+    EXPECT_EQ(trace.frames(), 0U);
+}
+
+TEST_F(TracedFramesTest, OfLargeBurstsOneIn32IsSearched) {
+    constexpr std::size_t bursts = 64;
+    constexpr std::size_t size = 32;
+    filter.prefix = Lumo::IpGenPrefix::of(Lumo::IpGenAddr::fromText("10.0.9.0"), 24);
+    filter.limit = 10'000;
+    trace.start(filter);
+    const std::vector<Bytes> burst(size, frameOf({{100}}, Router::packet(0x0a000903)));
+    router.receive(burst); // the trace is taken over
+    const std::uint64_t before = router.fast->counts().slow;
+    for (std::size_t i = 0; i < bursts; ++i) {
+        router.receive(burst);
+    }
+    EXPECT_EQ(router.fast->counts().slow - before, 2 * size);
+}
+
+TEST_F(TracedFramesTest, AllLinesAreWrittenAsTheyAreMade) {
+    std::vector<std::string> lines;
+    trace.writeAllTo([&](std::string_view line) { lines.emplace_back(line); });
+    EXPECT_EQ(receive(1), 4U);
+    EXPECT_TRUE(trace.lines().empty());
+    ASSERT_FALSE(lines.empty());
+    EXPECT_EQ(lines.front().find("frame 17 west - "), 0U) << lines.front();
+    EXPECT_EQ(lines.back(), "frame 20 west - fate: forwarded");
+    trace.timeIs(LiveTrace::Clock::now() + std::chrono::hours(10'000));
+    EXPECT_TRUE(trace.isOn());
 }
 
 TEST_F(TracedFramesTest, AllAreTracedUntilThereAreEnough) {
@@ -132,7 +179,7 @@ TEST_F(TracedFramesTest, EveryLineNamesTheFrameThePortAndTheTable) {
     for (const std::string& line : trace.lines()) {
         EXPECT_EQ(line.find("frame 17 west - "), 0U) << line; // the scripted handler asks no table
     }
-    EXPECT_EQ(trace.lines().back(), "frame 17 west - fate: fate forwarded");
+    EXPECT_EQ(trace.lines().back(), "frame 17 west - fate: forwarded");
 }
 
 TEST_F(TracedFramesTest, NoMoreLinesAreKeptThanThereMayBe) {
