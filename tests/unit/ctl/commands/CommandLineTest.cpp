@@ -58,7 +58,9 @@ TEST_F(CommandLineTest, EachCommandIsKnownByGroupAndName) {
                         {"fec", "show"},
                         {"pseudowire", "show"},
                         {"vrf", "show"},
-                        {"tables", "repair"}};
+                        {"tables", "repair"},
+                        {"trace", "start"},
+                        {"trace", "stop"}};
     for (const Words& words : cases) {
         const Request request = requestOf(words);
         ASSERT_NE(request.command, nullptr) << words[0] << " " << words[1];
