@@ -5,7 +5,7 @@ import shlex
 import subprocess
 import unittest
 
-from live import DEADLINE, LiveTest
+from live import DEADLINE, LiveTest, ip
 from running_agent import CTL, ask
 
 
@@ -33,12 +33,11 @@ class ExplainLiveTest(LiveTest):
 """)
         self.ctl("lfib", "add", "decap", "100", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
         self.ctl("lfib", "add", "decap", "102", "as", "200", "via", "inet", "10.0.2.3", "dev", "east")
-        no_neighbour = {"No neighbour for the next hop"}
         self.until(lambda: ask(self.path, "ports")["ports"][1]["state"] == "up")
         before = [ask(self.path, command) for command in ("status", "counters", "ports", "neighbours")]
         told = self.explain("label 100")
-        self.assertEqual(told["verdict"]["reason"], *no_neighbour)
-        self.assertIn("wait for the answer", told["remarks"][-1])
+        self.assertEqual((told["verdict"]["fate"], told["verdict"]["reason"]), ("waiting", "Waits for its neighbour"))
+        self.assertEqual(told["steps"][-1]["step"], "waits")
         self.assertEqual([ask(self.path, command) for command in ("status", "counters", "ports", "neighbours")], before)
         self.assertEqual(told["change"]["commands"], ["ping -c 1 -I east 10.0.2.2"])
         subprocess.run(["ip", "netns", "exec", self.router, *told["change"]["commands"][0].split()], check=True,
@@ -51,7 +50,16 @@ class ExplainLiveTest(LiveTest):
         subprocess.run(["ip", "-n", self.router, "link", "set", "east", "down"], check=True)
         self.until(lambda: ask(self.path, "ports")["ports"][1]["state"] != "up")
         self.expect_repaired("label 102", {"Egress port is down"}, ["ip link set dev east up"])
-        self.stop(process)
+        ip("-n", self.east, "link", "set", "eth0", "down")
+        self.until(lambda: ask(self.path, "ports")["ports"][1]["problem"] == "no carrier")
+        self.assertEqual(self.explain("label 102")["change"]["commands"],
+                         ["# east has no carrier: connect it, or set the other end up"])
+        ip("-n", self.router, "link", "del", "east")
+        self.until(lambda: ask(self.path, "ports")["ports"][1]["problem"] not in ("no carrier", None))
+        command, = self.explain("label 102")["change"]["commands"]
+        self.assertRegex(command, "^# (there is no interface east|port east waits: )")
+        process.terminate()  # ends with an error, since the interface is missing
+        process.wait(DEADLINE)
 
 
 if __name__ == "__main__":

@@ -37,8 +37,9 @@ def changed(config: str, commands: list[str]) -> str:
             key = lines[0].split(":")[0]
             config = re.sub(rf"({before}[^}}]*), {key}: \w+", r"\1", config)
             config = config.replace(before, f"{before}, {lines[0]}")
-        elif lines[0] in config:
-            config = config.replace(lines[0] + "\n", "\n".join(lines) + "\n")
+        elif below := re.search(r", below (.*)", where):
+            key = below[1].split()[-1]
+            config = re.sub(rf"(?m)^( *{key})\n", lambda found: found[1] + "\n" + "\n".join(lines) + "\n", config)
         else:
             config += "\n".join(lines) + "\n"
     return config
@@ -56,8 +57,8 @@ class ExplainTest(AgentTest):
         told = self.explain(two, mpls([100]))
         steps = [(step["step"], step["values"]) for step in told["steps"]]
         asked = [(values["table"], values["found"]) for kind, values in steps if kind == "table"]
-        self.assertEqual(asked, [("decap", "no"), ("evpn-ethernet-segment-filter", "no"), ("pseudowire", "no"),
-                                 ("evpn-etree-leaf-label", "no"), ("hardware", "yes")])
+        self.assertEqual(asked, [("decap", False), ("evpn-ethernet-segment-filter", False), ("pseudowire", False),
+                                 ("evpn-etree-leaf-label", False), ("hardware", True)])
         choice = dict(steps)["choice"]
         self.assertEqual((choice["weights"], choice["total"], choice["vias"]), ("1:3", 4, 2))
         label, to = ((200, CE_EAST), (201, "02:00:00:00:02:03"))[choice["via"]]
@@ -65,7 +66,7 @@ class ExplainTest(AgentTest):
         neighbour = dict(steps)["neighbour"]
         self.assertEqual((neighbour["port"], neighbour["mac"]), ("east", to))
         mtu = dict(steps)["mtu"]
-        self.assertEqual((mtu["length"], mtu["mtu"], mtu["up"]), (len(IP4) + 4, 1500, "yes"))
+        self.assertEqual((mtu["length"], mtu["mtu"], mtu["up"]), (len(IP4) + 4, 1500, True))
         out = sent([(label, 0, 63)], to=to)
         self.assertEqual(told["verdict"], {"fate": "forwarded", "reason": None, "sent": [
             {"port": "east", "length": len(out), "bytes": out.hex()}]})
@@ -140,7 +141,8 @@ class ExplainTest(AgentTest):
     def test_an_unprogrammed_route(self):
         config = hardware(via("swap", [200]), route=", unprogrammed: true")
         told = self.explain(config, mpls([100]), code=1)
-        self.assertEqual(told["steps"][-1]["values"]["found"], "unprogrammed")
+        values = told["steps"][-1]["values"]
+        self.assertEqual((values["found"], values["state"]), (True, "unprogrammed"))
         self.assertEqual(told["change"]["commands"][0].split("\n")[-1], "    - {label: 100, adjacency: 1}")
         self.assertEqual(told["change"]["then"]["sent"][0]["bytes"], sent([(200, 0, 63)]).hex())
 
@@ -210,12 +212,13 @@ class ExplainTest(AgentTest):
 class SharedTest(SharedTablesTest):
     """Changes of shared tables are commands of ovixctl."""
 
-    def expect_repaired(self, reason: str) -> str:
+    def expect_repaired(self, found: str | bool) -> str:
         config = self.directory / "agent.yaml"
         config.write_text(PORTS)
         flags = ("--tables", self.tables, "--json")
         told = json.loads(run_explain(config, mpls([100]).hex(), *flags, code=1))
-        self.assertEqual(told["steps"][-1]["values"]["found"], reason)
+        values = told["steps"][-1]["values"]
+        self.assertEqual(values.get("state", values["found"]), found)
         words = told["change"]["commands"][0].split()
         self.assertEqual(words[:3], ["ovixctl", "--tables", self.tables])
         before = self.ctl("lfib", "show")
@@ -227,7 +230,7 @@ class SharedTest(SharedTablesTest):
 
     def test_a_missing_label(self):
         self.ctl("lfib", "add", "999", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
-        self.assertEqual(self.expect_repaired("no"), "lfib add 100 as 100 via inet 10.0.2.2 dev east")
+        self.assertEqual(self.expect_repaired(False), "lfib add 100 as 100 via inet 10.0.2.2 dev east")
 
     def test_an_unprogrammed_route(self):
         self.ctl("lfib", "add", "adjacency", "7", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
@@ -324,11 +327,28 @@ class WhatIfTest(SharedTablesTest):
         self.assertEqual(self.moves("lfib del 100"), {100: ({"east": 100}, {})})
         self.assertEqual(self.moves("lfib", "replace", "100", "as", "309", "via", "inet", "10.0.1.2", "dev", "west"),
                          {100: ({"east": 100}, {"west": 100})})
+        swapped = self.what_if("lfib replace 100 as 309 via inet 10.0.2.2 dev east")["moves"][0]
+        self.assertEqual([swapped[when][0]["to"] for when in ("before", "after")],
+                         ["dev east via 10.0.2.2 swap 200", "dev east via 10.0.2.2 swap 309"])
         self.assertEqual(self.moves("lfib add 999 as 309 via inet 10.0.1.2 dev west"), {999: ({}, {"west": 100})})
 
     def test_a_route_that_has_waited_takes_over(self):
         self.load(PORTS + lfib(transit={100: routes(via("swap", [309], interface="west", nexthop="10.0.1.2"))}))
         self.assertEqual(self.moves("lfib del 100"), {100: ({"east": 100}, {"west": 100})})
+
+    def test_what_the_agent_has_beside_the_tables_counts(self):
+        config = PORTS.replace("neighbours:", "  - {name: east.5, parent: east, vlan: 5}\nneighbours:") + """
+routes:
+  - {vrf: red, prefix: 10.9.0.0/16, via: {interface: east, nexthop: 10.0.2.2}}
+"""
+        self.ctl("lfib", "add", "140", "as", "200", "via", "inet", "10.0.5.2", "dev", "east.5")
+        control = ("--control", str(self.start(config).path))
+        told = json.loads(self.ctl("what-if", "link east down", "--json", *control))
+        self.assertEqual(told["prefixes"]["lost"], 1)
+        self.assertEqual(told["labels"]["changed"], 6)
+        self.assertEqual([move["examples"] for move in told["moves"] if move["of"] == "prefixes"],
+                         [["10.9.0.0/16 in red"]])
+        self.assertEqual(self.what_if("link", "east", "down")["labels"]["changed"], 5)
 
     def test_what_the_frame_does_agrees(self):
         """The same labels lose their way in the agent when the link is down."""
@@ -346,6 +366,7 @@ class WhatIfTest(SharedTablesTest):
             self.assertIn("ovixctl: ", self.ctl("what-if", words, code=2))
         self.assertIn("label 77 is not in table transit", self.ctl("what-if", "lfib del 77", code=2))
         self.assertIn('leads out of "esat"', self.ctl("what-if", "link esat down", code=2))
+        self.assertIn('leads to "10.0.9.9"', self.ctl("what-if", "via 10.0.9.9 weight 2", code=2))
         self.ctl("lfib", "add", "500", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
         self.assertIn("label 500 is already in table transit; use replace",
                       self.ctl("what-if", "lfib add 500 as 201 via inet 10.0.2.2 dev east", code=2))

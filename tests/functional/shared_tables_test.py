@@ -42,7 +42,7 @@ class SharedTables(SharedTablesTest):
                                "--tables", self.tables], capture_output=True, text=True,
                               check=False)
         self.assertEqual(done.returncode, 1)
-        self.assertIn(f'tables "{self.tables}" do not exist; "--create" makes them', done.stderr)
+        self.assertIn(f'tables "{self.tables}" do not exist; a run or an ovixctl with "--create" makes', done.stderr)
         self.assertFalse(self.memory.exists())
 
     def test_a_misspelt_name_makes_no_tables(self):

@@ -31,9 +31,9 @@ Tessel::Result<PortIndex> portOf(const Situation& situation, const std::string& 
         fmt::format("--port: there is no port {}{}", inQuotes(name), suggestion(name, known))};
 }
 
-Tessel::Result<void> writePage(const std::string& path, const Explanation& told) {
+Tessel::Result<void> writePage(const std::string& path, const Explanation& explanation) {
     std::ofstream file(path, std::ios::binary);
-    file << explanationHtml(told);
+    file << explanationHtml(explanation);
     file.close();
     return file ? Tessel::Result<void>()
                 : Tessel::Refused{fmt::format("{}: cannot be written", path)};
@@ -91,7 +91,7 @@ Tessel::Result<int> explainByFile(const ExplainOptions& options) {
 } // namespace
 
 Tessel::Result<int> explainFrame(const Situation& situation, const std::string& port,
-                                 const std::string& frame, const Telling& telling) {
+                                 const std::string& frame, const PrintOptions& printing) {
     const Tessel::Result<PortIndex> index = portOf(situation, port);
     if (!index) {
         return index.refused();
@@ -101,24 +101,25 @@ Tessel::Result<int> explainFrame(const Situation& situation, const std::string& 
     if (!given) {
         return given.refused();
     }
-    const Tessel::Result<Explanation> told = explain(situation, given.value());
-    if (!told) {
-        return told.refused();
+    const Tessel::Result<Explanation> explanation = explain(situation, given.value());
+    if (!explanation) {
+        return explanation.refused();
     }
-    if (!telling.html.empty()) {
-        if (const auto written = writePage(telling.html, told.value()); !written) {
+    if (!printing.html.empty()) {
+        if (const auto written = writePage(printing.html, explanation.value()); !written) {
             return written.refused();
         }
     }
-    std::fputs(
-        (telling.json ? explanationJson(told.value()) : explanationText(told.value())).c_str(),
-        stdout);
+    std::fputs((printing.json ? explanationJson(explanation.value())
+                              : explanationText(explanation.value()))
+                   .c_str(),
+               stdout);
     if (std::fflush(stdout) != 0) {
         return Tessel::Refused{fmt::format("printing failed: {}", std::strerror(errno))};
     }
-    const FateKind kind = told.value().walk.kind;
-    return kind == FateKind::forwarded || kind == FateKind::punted ? ExplainExit::settled
-                                                                   : ExplainExit::lost;
+    const Walk& walk = explanation.value().walk;
+    return walk.isForwarded() || walk.kind == FateKind::punted ? ExplainExit::settled
+                                                               : ExplainExit::lost;
 }
 
 int exitCodeOf(const std::function<Tessel::Result<int>()>& command) {

@@ -10,7 +10,7 @@
 namespace OvixAgent {
 
 /// How an explanation is printed.
-struct Telling {
+struct PrintOptions {
     bool json = false;
     std::string html; ///< the file for a page; empty: none
 };
@@ -18,7 +18,7 @@ struct Telling {
 /// Explains what becomes of a frame, which FrameWords.h describes, by a situation, and prints it.
 /// Returns the exit code. Refuses a frame, and what the tables refuse of the situation.
 Tessel::Result<int> explainFrame(const Situation& situation, const std::string& port,
-                                 const std::string& frame, const Telling& telling);
+                                 const std::string& frame, const PrintOptions& printing);
 
 /// The exit code of a command; 2 when it is refused, after having printed why.
 int exitCodeOf(const std::function<Tessel::Result<int>()>& command);

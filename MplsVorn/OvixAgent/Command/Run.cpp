@@ -125,7 +125,11 @@ class LiveAgent {
 
     LiveState liveStateOf(PortIndex index) const {
         LivePort& port = ports_.port(index);
-        return {port.isOpen(), port.problem(), port.counts().of(LiveEvent::received)};
+        const PortDown down = links_.downBecause(index);
+        return {port.isOpen(),
+                down == PortDown::none || !port.isOpen() ? port.problem()
+                                                         : std::string(Tessel::wordOf(down)),
+                port.counts().of(LiveEvent::received)};
     }
 
     const RunOptions& options_;

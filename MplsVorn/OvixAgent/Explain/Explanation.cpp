@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "Explain/ControlWordSigns.h"
 #include "Explain/FrameWords.h"
 #include "Explain/NearestChanges.h"
 #include "Explain/StepTexts.h"
@@ -41,7 +42,8 @@ std::string headerText(const Ovix::PacketHeader& header) {
 }
 
 void markFailure(Explanation& explanation) {
-    if (explanation.walk.isForwarded() || explanation.steps.empty()) {
+    const Walk& walk = explanation.walk;
+    if (walk.kind == FateKind::forwarded || explanation.steps.empty()) {
         return;
     }
     explanation.steps.back().isFailure = true;
@@ -79,42 +81,55 @@ std::string verdictText(const Walk& walk) {
     if (walk.isForwarded()) {
         return "forwarded" + where;
     }
+    if (const Ovix::RoadNote* const waits = walk.last("waits");
+        walk.isWaiting && waits != nullptr) {
+        const Ovix::RoadNote& note = *waits;
+        return fmt::format("waiting: held for up to {} s until the MAC address of {} on {} is "
+                           "known; the kernel is asked for it, and then the frame leaves by {}, or "
+                           "is dropped if nobody answers",
+                           *note.value("seconds"), *note.value("address"), *note.value("port"),
+                           *note.value("port"));
+    }
     const bool hasCopies = walk.kind == FateKind::dropped && !where.empty();
-    return fmt::format("{}: {}{}", Tessel::wordOf(walk.kind),
-                       Ovix::readableEvent({}, walk.reason).reason,
+    return fmt::format("{}: {}{}", walk.fateWord(), Ovix::readableEvent({}, walk.reason).reason,
                        hasCopies ? "; other copies leave" + where : "");
 }
 
+std::string_view noChangeText(const Walk& walk) {
+    return walk.kind == FateKind::punted
+               ? "none, since such frames are for this router itself, which answers them"
+               : "none was found that forwards the frame";
+}
+
 Tessel::Result<Explanation> explain(const Situation& situation, const GivenFrame& frame) {
-    Explanation told;
-    told.port = situation.config.ports.at(frame.port).name;
-    told.frame = frame;
-    told.tables = situation.tablesName;
-    told.headers = parsedHeaders(frame);
+    Explanation explanation;
+    explanation.port = situation.config.ports.at(frame.port).name;
+    explanation.frame = frame;
+    explanation.tables = situation.tablesName;
+    explanation.headers = parsedHeaders(frame);
     {
         const auto router = TrialRouter::of(situation);
         if (!router) {
             return router.refused();
         }
-        told.walk = router.value()->walk(frame);
-        told.generation = router.value()->published().tables().generation();
-        told.steps = stepsOf(told.walk, *router.value());
-        told.fastRoad = router.value()->fastRoad(frame);
+        explanation.walk = router.value()->walk(frame);
+        explanation.generation = router.value()->published().tables().generation();
+        explanation.steps = stepsOf(explanation.walk, *router.value());
+        explanation.fastRoad = router.value()->fastRoad(frame);
     }
-    markFailure(told);
-    told.verdict = verdictText(told.walk);
-    if (!told.walk.isForwarded()) {
-        told.isChangeWanted = true;
-        told.change = nearestChange(situation, frame, told.walk);
+    markFailure(explanation);
+    explanation.verdict = verdictText(explanation.walk);
+    if (!explanation.walk.isForwarded()) {
+        explanation.isChangeWanted = true;
+        explanation.change = nearestChange(situation, frame, explanation.walk);
     }
     if (!frame.comment.empty()) {
-        told.remarks.push_back(frame.comment);
+        explanation.remarks.push_back(frame.comment);
     }
-    if (situation.isLive && told.walk.reason == Reason::noNeighbour) {
-        told.remarks.emplace_back("a live router asks for the neighbour first, and lets the first "
-                                  "packets wait for the answer");
+    if (std::string remark = controlWordRemark(explanation.walk); !remark.empty()) {
+        explanation.remarks.push_back(std::move(remark));
     }
-    return told;
+    return explanation;
 }
 
 } // namespace OvixAgent

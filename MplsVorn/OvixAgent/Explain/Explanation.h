@@ -50,6 +50,9 @@ std::vector<std::string> parsedHeaders(const GivenFrame& frame);
 /// What became of a frame, in a sentence.
 std::string verdictText(const Walk& walk);
 
+/// What is said where no change has the frame forwarded.
+std::string_view noChangeText(const Walk& walk);
+
 // The three forms of an explanation.
 std::string explanationText(const Explanation& explanation);
 std::string explanationJson(const Explanation& explanation);

@@ -91,15 +91,17 @@ class Drawing {
     std::string boxes_;
 };
 
-std::string drawingOf(const Explanation& told) {
+std::string drawingOf(const Explanation& explanation) {
     Drawing drawing;
-    drawing.add("frame", told.headers.empty() ? "nothing that can be parsed" : told.headers.back(),
+    drawing.add("frame",
+                explanation.headers.empty() ? "nothing that can be parsed"
+                                            : explanation.headers.back(),
                 "start");
-    for (const Explanation::Step& step : told.steps) {
+    for (const Explanation::Step& step : explanation.steps) {
         drawing.add(step.kind, step.text, step.isFailure ? "failed" : "passed");
     }
-    drawing.add("verdict", told.verdict, told.walk.isForwarded() ? "end" : "end bad");
-    return drawing.svg("The frame's walk, ending with: " + told.verdict);
+    drawing.add("verdict", explanation.verdict, explanation.walk.isForwarded() ? "end" : "end bad");
+    return drawing.svg("The frame's walk, ending with: " + explanation.verdict);
 }
 
 std::string listOf(const std::vector<std::string>& lines) {
@@ -110,34 +112,34 @@ std::string listOf(const std::vector<std::string>& lines) {
     return lines.empty() ? "" : fmt::format("<ul>{}</ul>", items);
 }
 
-std::string stepsHtml(const Explanation& told) {
+std::string stepsHtml(const Explanation& explanation) {
     std::string items;
-    for (const Explanation::Step& step : told.steps) {
+    for (const Explanation::Step& step : explanation.steps) {
         items += fmt::format("<li{}>{}{}{}</li>\n", step.isFailure ? " class=\"failed\"" : "",
                              step.isFailure ? "✗ " : "", escaped(step.text), listOf(step.details));
     }
     return fmt::format("<ol>\n{}</ol>\n", items);
 }
 
-std::string changeHtml(const Explanation& told) {
-    if (!told.isChangeWanted) {
+std::string changeHtml(const Explanation& explanation) {
+    if (!explanation.isChangeWanted) {
         return {};
     }
-    if (!told.change) {
-        return "<h2>Nearest change</h2>\n<p>None was found that forwards the frame.</p>\n";
+    if (!explanation.change) {
+        return fmt::format("<h2>Nearest change</h2>\n<p>{}</p>\n", noChangeText(explanation.walk));
     }
     std::string commands;
-    for (const std::string& command : told.change->commands) {
+    for (const std::string& command : explanation.change->commands) {
         commands += fmt::format("<pre>{}</pre>\n", escaped(command));
     }
     return fmt::format(
         "<h2>Nearest change</h2>\n{}{}<p>Tried on a copy: then the frame is {}.</p>\n", commands,
-        listOf(told.change->notes), escaped(verdictText(told.change->after)));
+        listOf(explanation.change->notes), escaped(verdictText(explanation.change->after)));
 }
 
-std::string sentHtml(const Explanation& told) {
+std::string sentHtml(const Explanation& explanation) {
     std::string all;
-    for (const Walk::Sent& sent : told.walk.sent) {
+    for (const Walk::Sent& sent : explanation.walk.sent) {
         all += fmt::format("<h2>Leaves by {}</h2>\n{}<pre>{}</pre>\n", escaped(sent.port),
                            listOf(parsedHeaders({sent.bytes, sent.originalLength, 0, {}, {}})),
                            hexText(sent.bytes));
@@ -147,9 +149,9 @@ std::string sentHtml(const Explanation& told) {
 
 } // namespace
 
-std::string explanationHtml(const Explanation& told) {
+std::string explanationHtml(const Explanation& explanation) {
     const std::string title =
-        fmt::format("Frame of {} bytes at {}", told.frame.originalLength, told.port);
+        fmt::format("Frame of {} bytes at {}", explanation.frame.originalLength, explanation.port);
     return fmt::format(
         "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
         "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
@@ -157,10 +159,13 @@ std::string explanationHtml(const Explanation& told) {
         "<p class=\"verdict{2}\">{3}</p>\n{4}{5}{6}<h2>Step by step</h2>\n"
         "<p>By generation {7} of {8}.</p>\n{9}<h2>The frame</h2>\n{10}<pre>{11}</pre>\n{12}"
         "</main>\n</body>\n</html>\n",
-        escaped(title), pageStyle, told.walk.isForwarded() ? "" : " bad", escaped(told.verdict),
-        listOf(told.remarks), changeHtml(told), drawingOf(told), told.generation,
-        told.tables.empty() ? "the configuration's tables" : "tables " + escaped(told.tables),
-        stepsHtml(told), listOf(told.headers), hexText(told.frame.bytes), sentHtml(told));
+        escaped(title), pageStyle, explanation.walk.isForwarded() ? "" : " bad",
+        escaped(explanation.verdict), listOf(explanation.remarks), changeHtml(explanation),
+        drawingOf(explanation), explanation.generation,
+        explanation.tables.empty() ? "the configuration's tables"
+                                   : "tables " + escaped(explanation.tables),
+        stepsHtml(explanation), listOf(explanation.headers), hexText(explanation.frame.bytes),
+        sentHtml(explanation));
 }
 
 } // namespace OvixAgent

@@ -23,16 +23,30 @@ Json sentJson(const Walk& walk) {
 }
 
 Json walkJson(const Walk& walk) {
-    return {{"fate", std::string(Tessel::wordOf(walk.kind))},
+    return {{"fate", std::string(walk.fateWord())},
             {"reason", textOrNull(walk.reason)},
             {"sent", sentJson(walk)}};
+}
+
+/// A value that is yes or no, and of a table what else it may be, is a truth value; "state" then
+/// says what else.
+void addValue(Json& values, const Ovix::RoadNote::Field& field) {
+    const std::string name(field.name);
+    const bool isTruth = name == "found" || name == "expected" || name == "up";
+    if (isTruth) {
+        values[name] = field.value != "no";
+        if (field.value != "no" && field.value != "yes") {
+            values["state"] = field.value;
+        }
+    } else {
+        values[name] = field.isNumber ? Json(std::stoull(field.value)) : Json(field.value);
+    }
 }
 
 Json stepJson(const Explanation::Step& step) {
     Json values = Json::object();
     for (const Ovix::RoadNote::Field& field : step.note.fields) {
-        values[std::string(field.name)] =
-            field.isNumber ? Json(std::stoull(field.value)) : Json(field.value);
+        addValue(values, field);
     }
     return {{"step", step.kind},
             {"text", step.text},
@@ -48,24 +62,24 @@ Json changeJson(const NearestChange& change) {
 
 } // namespace
 
-std::string explanationJson(const Explanation& told) {
+std::string explanationJson(const Explanation& explanation) {
     Json steps = Json::array();
-    for (const Explanation::Step& step : told.steps) {
+    for (const Explanation::Step& step : explanation.steps) {
         steps.push_back(stepJson(step));
     }
     const Json all{{"frame",
-                    {{"port", told.port},
-                     {"length", told.frame.originalLength},
-                     {"bytes", hexText(told.frame.bytes)},
-                     {"headers", told.headers}}},
-                   {"tables", textOrNull(told.tables)},
-                   {"generation", told.generation},
+                    {{"port", explanation.port},
+                     {"length", explanation.frame.originalLength},
+                     {"bytes", hexText(explanation.frame.bytes)},
+                     {"headers", explanation.headers}}},
+                   {"tables", textOrNull(explanation.tables)},
+                   {"generation", explanation.generation},
                    {"steps", std::move(steps)},
-                   {"verdict", walkJson(told.walk)},
-                   {"fastPath", std::string(Tessel::wordOf(told.fastRoad))},
-                   {"change", told.change ? changeJson(*told.change) : Json(nullptr)},
-                   {"remarks", told.remarks},
-                   {"trace", told.walk.trace}};
+                   {"verdict", walkJson(explanation.walk)},
+                   {"fastPath", std::string(Tessel::wordOf(explanation.fastRoad))},
+                   {"change", explanation.change ? changeJson(*explanation.change) : Json(nullptr)},
+                   {"remarks", explanation.remarks},
+                   {"trace", explanation.walk.trace}};
     return all.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 

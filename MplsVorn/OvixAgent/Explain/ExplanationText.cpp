@@ -38,47 +38,48 @@ class Tree {
     std::string stem_;
 };
 
-void addFrame(Tree& tree, const Explanation& told) {
-    tree.root(fmt::format("frame: {} bytes at {}", told.frame.originalLength, told.port));
-    for (std::size_t i = 0; i < told.headers.size(); ++i) {
-        tree.branch(told.headers[i], i + 1 == told.headers.size());
+void addFrame(Tree& tree, const Explanation& explanation) {
+    tree.root(
+        fmt::format("frame: {} bytes at {}", explanation.frame.originalLength, explanation.port));
+    for (std::size_t i = 0; i < explanation.headers.size(); ++i) {
+        tree.branch(explanation.headers[i], i + 1 == explanation.headers.size());
     }
 }
 
-void addSteps(Tree& tree, const Explanation& told) {
-    tree.root(fmt::format("road, by generation {} of {}:", told.generation,
-                          told.tables.empty() ? "the configuration's tables"
-                                              : "tables \"" + told.tables + "\""));
-    for (std::size_t i = 0; i < told.steps.size(); ++i) {
-        const Explanation::Step& step = told.steps[i];
-        tree.branch(step.text, i + 1 == told.steps.size(), step.isFailure);
+void addSteps(Tree& tree, const Explanation& explanation) {
+    tree.root(fmt::format("road, by generation {} of {}:", explanation.generation,
+                          explanation.tables.empty() ? "the configuration's tables"
+                                                     : "tables \"" + explanation.tables + "\""));
+    for (std::size_t i = 0; i < explanation.steps.size(); ++i) {
+        const Explanation::Step& step = explanation.steps[i];
+        tree.branch(step.text, i + 1 == explanation.steps.size(), step.isFailure);
         tree.leaves(step.details);
     }
 }
 
-void addSent(Tree& tree, const Explanation& told) {
-    for (std::size_t i = 0; i < told.walk.sent.size(); ++i) {
-        const Walk::Sent& sent = told.walk.sent[i];
+void addSent(Tree& tree, const Explanation& explanation) {
+    for (std::size_t i = 0; i < explanation.walk.sent.size(); ++i) {
+        const Walk::Sent& sent = explanation.walk.sent[i];
         const GivenFrame frame{sent.bytes, sent.originalLength, 0, {}, {}};
-        tree.branch(sent.port, i + 1 == told.walk.sent.size());
+        tree.branch(sent.port, i + 1 == explanation.walk.sent.size());
         tree.leaves(parsedHeaders(frame));
     }
 }
 
-void addChange(Tree& tree, const Explanation& told) {
-    if (!told.isChangeWanted) {
+void addChange(Tree& tree, const Explanation& explanation) {
+    if (!explanation.isChangeWanted) {
         return;
     }
-    if (!told.change) {
-        tree.root("nearest change: none was found that forwards the frame");
+    if (!explanation.change) {
+        tree.root(fmt::format("nearest change: {}", noChangeText(explanation.walk)));
         return;
     }
     tree.root("nearest change, tried on a copy: then the frame is " +
-              verdictText(told.change->after));
-    for (const std::string& command : told.change->commands) {
+              verdictText(explanation.change->after));
+    for (const std::string& command : explanation.change->commands) {
         tree.indented(command);
     }
-    for (const std::string& note : told.change->notes) {
+    for (const std::string& note : explanation.change->notes) {
         tree.root("  (" + note + ")");
     }
 }
@@ -97,17 +98,17 @@ std::string_view fastRoadText(TrialRouter::FastRoad road) {
 
 } // namespace
 
-std::string explanationText(const Explanation& told) {
+std::string explanationText(const Explanation& explanation) {
     Tree tree;
-    addFrame(tree, told);
-    for (const std::string& remark : told.remarks) {
+    addFrame(tree, explanation);
+    for (const std::string& remark : explanation.remarks) {
         tree.root("  (" + remark + ")");
     }
-    addSteps(tree, told);
-    tree.root("verdict: " + told.verdict);
-    addSent(tree, told);
-    tree.root(fmt::format("fast path: {}", fastRoadText(told.fastRoad)));
-    addChange(tree, told);
+    addSteps(tree, explanation);
+    tree.root("verdict: " + explanation.verdict);
+    addSent(tree, explanation);
+    tree.root(fmt::format("fast path: {}", fastRoadText(explanation.fastRoad)));
+    addChange(tree, explanation);
     return tree.take();
 }
 

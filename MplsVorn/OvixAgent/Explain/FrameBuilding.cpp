@@ -33,6 +33,7 @@ struct Builder {
     std::optional<Bytes> innerEthernet;
     std::optional<Bytes> packet; ///< of IP
     std::string comment;
+    std::size_t last = 0; ///< of the kinds of headers, the one taken last, from 1
 
     void takeMac(HeaderWords& words);
     void takeVlan(HeaderWords& words);
@@ -65,21 +66,19 @@ void Builder::takeVlan(HeaderWords& words) {
 
 /// L[/ttl N][/tc N]; slashes and blanks stand before what follows.
 void Builder::takeLabel(HeaderWords& words) {
-    const std::size_t at = words.place();
     const auto label = words.takeNumber("the label", Lumo::MplsLabel::max);
     std::uint64_t ttl = 64;
     std::uint64_t tc = 0;
     while (!words.empty()) {
         if (words.takeIf("ttl")) {
+            words.requireFirst("the TTL");
             ttl = words.takeNumber("the TTL", 255);
         } else if (words.takeIf("tc")) {
+            words.requireFirst("the traffic class");
             tc = words.takeNumber("the traffic class", 7);
         } else {
             break;
         }
-    }
-    if (packet || innerEthernet || controlWord) {
-        throw WordRefused{at, "a label beneath what labels carry"};
     }
     labels.emplace_back(Lumo::MplsLabel(static_cast<std::uint32_t>(label)),
                         static_cast<std::uint8_t>(tc), false, static_cast<std::uint8_t>(ttl));
@@ -119,7 +118,9 @@ MadeTransport takeTransport(HeaderWords& words, bool isUdp) {
 void takeIpField(HeaderWords& words, MadePacket& fields) {
     const std::size_t at = words.place();
     const std::string_view word = words.take("a field");
-    if (word == "udp" || word == "tcp") {
+    const bool isTransport = word == "udp" || word == "tcp";
+    words.requireFirst(isTransport || word == "proto" ? "the protocol" : word);
+    if (isTransport) {
         fields.transport = takeTransport(words, word == "udp");
     } else if (word == "proto") {
         fields.transport.protocol =
@@ -223,6 +224,14 @@ void takeHeader(Builder& builder, HeaderWords& words) {
         throw WordRefused{
             at, fmt::format("{} is no header{}", inQuotes(word), suggestion(word, known))};
     }
+    // Only tags and labels come several times; everything else in this order.
+    const auto order = static_cast<std::size_t>(kind - headerKinds.begin()) + 1;
+    if (order < builder.last || (order == builder.last && word != "vlan" && word != "label")) {
+        throw WordRefused{
+            at, fmt::format("{} {}", inQuotes(word),
+                            order == builder.last ? "is given twice" : "belongs further out")};
+    }
+    builder.last = order;
     (builder.*kind->take)(words);
     if (!words.empty()) {
         const std::size_t place = words.place();

@@ -59,6 +59,9 @@ Tessel::Result<GivenFrame> readHex(std::string_view text, PortIndex port) {
         return refusedAt("character", 0,
                          fmt::format("more than {} bytes", std::size_t{Lumo::Pkt::maxBytes}));
     }
+    if (frame.bytes.empty()) {
+        return refusedAt("character", 0, "no byte is given");
+    }
     frame.originalLength = static_cast<std::uint32_t>(frame.bytes.size());
     frame.port = port;
     return frame;
@@ -72,9 +75,18 @@ std::size_t numberColon(std::string_view text) noexcept {
     return isNumber ? colon : std::string_view::npos;
 }
 
+/// Whether somebody who typed that has probably forgotten the number behind a capture.
+bool isCaptureAlone(std::string_view text) noexcept {
+    return text.find(' ') == std::string_view::npos &&
+           (text.ends_with(".pcap") || text.ends_with(".pcapng"));
+}
+
 Tessel::Result<GivenFrame> readCapture(std::string_view text, std::size_t colon, PortIndex port) {
     std::uint64_t number = 0;
     std::from_chars(text.data() + colon + 1, text.data() + text.size(), number);
+    if (number == 0) {
+        return Tessel::Refused{"FRAME: the frames of a capture have numbers from 1"};
+    }
     try {
         CaptureReader capture(port, std::string(text.substr(0, colon)));
         const Frame* frame = nullptr;
@@ -82,7 +94,7 @@ Tessel::Result<GivenFrame> readCapture(std::string_view text, std::size_t colon,
         while (read < number && (frame = capture.next()) != nullptr) {
             ++read;
         }
-        if (number == 0 || frame == nullptr) {
+        if (frame == nullptr) {
             return Tessel::Refused{fmt::format(
                 "FRAME: {} has {} frames, and no number {}{}", text.substr(0, colon), read,
                 text.substr(colon + 1), capture.problem().empty() ? "" : "; " + capture.problem())};
@@ -110,6 +122,10 @@ Tessel::Result<GivenFrame> readFrame(std::string_view text, PortIndex port,
     const std::size_t colon = numberColon(text);
     if (colon != std::string_view::npos && !beginsWithHeader(text)) {
         return readCapture(text, colon, port);
+    }
+    if (isCaptureAlone(text)) {
+        return Tessel::Refused{
+            fmt::format("FRAME: which frame of the capture? {}:1 is its first", text)};
     }
     return buildFrame(text, port, defaults);
 }

@@ -56,6 +56,13 @@ bool HeaderWords::takeIf(std::string_view word) {
     return is;
 }
 
+void HeaderWords::requireFirst(std::string_view field) {
+    if (std::find(fields_.begin(), fields_.end(), field) != fields_.end()) {
+        throw WordRefused{words_[next_ - 1].place, fmt::format("{} is given twice", field)};
+    }
+    fields_.push_back(field);
+}
+
 std::uint64_t HeaderWords::takeNumber(std::string_view what, std::uint64_t most) {
     const std::size_t at = place();
     const std::string_view text = take(what);

@@ -38,6 +38,8 @@ class HeaderWords {
     /// `what` names the word when it is missing.
     std::string_view take(std::string_view what);
     bool takeIf(std::string_view word);
+    /// The field that the word taken last names must not have been named in this header before.
+    void requireFirst(std::string_view field);
     std::uint64_t takeNumber(std::string_view what, std::uint64_t most);
     Lumo::EthAddr takeMac(std::string_view what);
     Lumo::IpGenAddr takeAddress(std::string_view what);
@@ -45,6 +47,7 @@ class HeaderWords {
   private:
     std::vector<Word> words_;
     std::size_t next_ = 0;
+    std::vector<std::string_view> fields_; ///< that have been named
     std::size_t end_;
 };
 

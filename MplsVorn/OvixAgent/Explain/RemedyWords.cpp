@@ -18,6 +18,11 @@ bool isPlain(std::string_view text) {
     return isWord && !text.empty() && text.front() != '-';
 }
 
+/// Whether a line of the configuration begins with that, or is just that.
+bool hasLine(const AgentConfig& config, const std::string& line) {
+    return config.text && ("\n" + *config.text).find("\n" + line) != std::string::npos;
+}
+
 } // namespace
 
 std::string shellWord(std::string_view text) {
@@ -55,7 +60,23 @@ std::string ctlCommand(const Situation& situation, const std::string& words) {
 
 std::string configEntry(const Situation& situation, std::string_view section,
                         const std::string& entry) {
-    return fmt::format("# in {}\n{}:\n{}", yamlWord(situation.file), section, entry);
+    // Keys that the configuration has already are not repeated: they would be refused.
+    std::vector<std::string> lines{std::string(section) + ":"};
+    for (std::size_t from = 0; from < entry.size();) {
+        const std::size_t end = std::min(entry.find('\n', from), entry.size());
+        lines.push_back(entry.substr(from, end - from));
+        from = end + 1;
+    }
+    std::string above;
+    std::size_t kept = 0;
+    while (kept + 1 < lines.size() && hasLine(situation.config, lines[kept])) {
+        const std::string& key = lines[kept++];
+        const std::size_t start = key.find_first_not_of(' ');
+        above += (above.empty() ? ", below " : " ") + key.substr(start);
+    }
+    return fmt::format(
+        "# in {}{}\n{}", yamlWord(situation.file), above,
+        fmt::join(lines.begin() + static_cast<std::ptrdiff_t>(kept), lines.end(), "\n"));
 }
 
 std::string portKey(const Situation& situation, PortIndex port, const std::string& key) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -24,6 +25,10 @@ struct Situation {
     std::vector<NeighbourConfig> neighbours; ///< that are not of the configuration
     bool isLive = false; ///< routes and pseudowires are those of the shared tables, too
     bool anyMac = false; ///< frames for other stations are taken, too
+    /// Neighbours are asked for, and frames wait until they are known.
+    bool waitsForNeighbours = false;
+    /// Of ports that are down or wait, why: a word of PortDown, or another problem.
+    std::map<PortIndex, std::string> problems;
     /// The command that explains a frame in this situation, but for its port and the frame.
     std::string explainCommand;
 

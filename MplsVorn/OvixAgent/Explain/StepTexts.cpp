@@ -33,7 +33,9 @@ std::vector<std::string> viaTexts(const std::vector<Mpls::WeightedVia>& vias,
                                   const PortTable& ports, const char* what) {
     std::vector<std::string> all;
     for (const Mpls::WeightedVia& via : vias) {
-        all.push_back(what + viaText(via, ports));
+        const Port* const port = ports.byIntfId(via.via.intf());
+        const bool isDown = port != nullptr && !port->isUp;
+        all.push_back(what + viaText(via, ports) + (isDown ? ", whose port is down" : ""));
     }
     return all;
 }
@@ -63,13 +65,13 @@ std::vector<std::string> recordTexts(const RoadNote& note, const TrialRouter& ro
     return all;
 }
 
-void tellPort(const RoadNote& note, const TrialRouter&, Step& step) {
+void describePort(const RoadNote& note, const TrialRouter&, Step& step) {
     const std::uint64_t tags = number(note, "tagsRemoved");
     step.text = fmt::format("comes in at {}, VRF {}{}", text(note, "port"), text(note, "vrf"),
                             tags > 0 ? fmt::format(", without {} of its tags", tags) : "");
 }
 
-void tellTable(const RoadNote& note, const TrialRouter& router, Step& step) {
+void describeTable(const RoadNote& note, const TrialRouter& router, Step& step) {
     const std::string& found = text(note, "found");
     const std::string adjacency = fmt::format(", adjacency {}", text(note, "adjacency"));
     step.text = fmt::format("label {} in table {}: {}", text(note, "label"), text(note, "table"),
@@ -87,7 +89,7 @@ void tellTable(const RoadNote& note, const TrialRouter& router, Step& step) {
     }
 }
 
-void tellChoice(const RoadNote& note, const TrialRouter&, Step& step) {
+void describeChoice(const RoadNote& note, const TrialRouter&, Step& step) {
     const std::uint64_t total = number(note, "total");
     const std::string label = text(note, "label");
     step.text = fmt::format("{}: via {} of {}, since hash {} modulo {} is {}",
@@ -104,7 +106,7 @@ void tellChoice(const RoadNote& note, const TrialRouter&, Step& step) {
     }
 }
 
-void tellNexthop(const RoadNote& note, const TrialRouter&, Step& step) {
+void describeNexthop(const RoadNote& note, const TrialRouter&, Step& step) {
     const auto part = [&](const char* name, const char* word) {
         const std::string& value = text(note, name);
         return value.empty() || value == "0" ? "" : fmt::format(", {} {}", word, value);
@@ -119,7 +121,7 @@ void tellNexthop(const RoadNote& note, const TrialRouter&, Step& step) {
         part("address", "address"), part("vrf", "VRF"), part("mtu", "MTU"), part("vlan", "VLAN"));
 }
 
-void tellHeaders(const RoadNote& note, const TrialRouter&, Step& step) {
+void describeHeaders(const RoadNote& note, const TrialRouter&, Step& step) {
     const std::string& when = text(note, "when");
     step.text = fmt::format("{}: {}",
                             when == "received"    ? "before"
@@ -128,7 +130,7 @@ void tellHeaders(const RoadNote& note, const TrialRouter&, Step& step) {
                             text(note, "headers"));
 }
 
-void tellRoute(const RoadNote& note, const TrialRouter&, Step& step) {
+void describeRoute(const RoadNote& note, const TrialRouter&, Step& step) {
     const std::string& kind = text(note, "kind");
     step.text = kind == "none" ? fmt::format("VRF {}: no route to {}", text(note, "vrf"),
                                              text(note, "address"))
@@ -139,37 +141,43 @@ void tellRoute(const RoadNote& note, const TrialRouter&, Step& step) {
                                                                : ": " + kind);
 }
 
-void tellNeighbour(const RoadNote& note, const TrialRouter&, Step& step) {
+void describeNeighbour(const RoadNote& note, const TrialRouter&, Step& step) {
     const std::string& mac = text(note, "mac");
     const std::string& address = text(note, "address");
     step.text = fmt::format("neighbour {} on {}: {}", address.empty() ? "(the only one)" : address,
                             text(note, "port"), mac.empty() ? "not known" : mac);
 }
 
-void tellControlWord(const RoadNote& note, const TrialRouter&, Step& step) {
+void describeWait(const RoadNote& note, const TrialRouter&, Step& step) {
+    step.text = fmt::format("waits for neighbour {} on {}, {} s at the most", text(note, "address"),
+                            text(note, "port"), text(note, "seconds"));
+}
+
+void describeControlWord(const RoadNote& note, const TrialRouter&, Step& step) {
     step.text = text(note, "expected") == "yes"
                     ? fmt::format("control word: the first nibble is {}", text(note, "nibble"))
                     : "no control word";
 }
 
-void tellMtu(const RoadNote& note, const TrialRouter&, Step& step) {
+void describeMtu(const RoadNote& note, const TrialRouter&, Step& step) {
     const bool isTooLong = number(note, "length") > number(note, "mtu");
     step.text = fmt::format("{}: {} bytes {} MTU {}, the port is {}", text(note, "port"),
                             text(note, "length"), isTooLong ? "exceed" : "fit", text(note, "mtu"),
                             text(note, "up") == "yes" ? "up" : "down");
 }
 
-using Tell = void (*)(const RoadNote& note, const TrialRouter& router, Step& step);
-constexpr std::array<std::pair<std::string_view, Tell>, 9> stepTells{{
-    {"port", tellPort},
-    {"table", tellTable},
-    {"choice", tellChoice},
-    {"nexthop", tellNexthop},
-    {"headers", tellHeaders},
-    {"route", tellRoute},
-    {"neighbour", tellNeighbour},
-    {"controlWord", tellControlWord},
-    {"mtu", tellMtu},
+using Describe = void (*)(const RoadNote& note, const TrialRouter& router, Step& step);
+constexpr std::array<std::pair<std::string_view, Describe>, 10> descriptions{{
+    {"port", describePort},
+    {"table", describeTable},
+    {"choice", describeChoice},
+    {"nexthop", describeNexthop},
+    {"headers", describeHeaders},
+    {"route", describeRoute},
+    {"neighbour", describeNeighbour},
+    {"waits", describeWait},
+    {"controlWord", describeControlWord},
+    {"mtu", describeMtu},
 }};
 
 } // namespace
@@ -199,12 +207,12 @@ std::string viaText(const Mpls::WeightedVia& weighted, const PortTable& ports) {
 std::vector<Step> stepsOf(const Walk& walk, const TrialRouter& router) {
     std::vector<Step> steps;
     for (const RoadNote& note : walk.notes) {
-        for (const auto& [kind, tell] : stepTells) {
+        for (const auto& [kind, describe] : descriptions) {
             if (note.step == kind) {
                 Step& step = steps.emplace_back();
                 step.kind = std::string(kind);
                 step.note = note;
-                tell(note, router, step);
+                describe(note, router, step);
             }
         }
     }

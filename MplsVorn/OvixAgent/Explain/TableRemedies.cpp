@@ -125,8 +125,33 @@ Remedy programmed(const Situation& situation, const GivenFrame& frame, const Ask
     return remedy;
 }
 
-/// The adjacency with vias that have no MTU of their own.
-Tessel::Result<void> liftMtus(Mpls::TablePublisher& tables, std::uint32_t id) {
+Tessel::Result<void> liftMtus(std::vector<Mpls::WeightedVia>& vias) {
+    for (Mpls::WeightedVia& via : vias) {
+        Ovix::OvixMplsVia record = via.via.record();
+        record.nexthopMtu = 0;
+        const auto lifted = Mpls::Via::fromRecord(record);
+        if (!lifted) {
+            return lifted.refused();
+        }
+        via.via = lifted.value();
+    }
+    return {};
+}
+
+/// The label's route with vias that have no MTU of their own.
+Tessel::Result<void> liftRouteMtus(Mpls::TablePublisher& tables, const Asked& asked) {
+    const auto table = *Tessel::valueOf<Mpls::TableId>(asked.table);
+    const Mpls::PublishedTables now(tables.tables().working());
+    auto route = Mpls::readLabelRoute(*now.lfib(table), table, asked.label);
+    if (!route) {
+        return route.refused();
+    }
+    const auto lifted = liftMtus(route.value().vias);
+    return lifted ? tables.labelRoutes().routeIs(route.value()) : lifted;
+}
+
+/// The same of an adjacency.
+Tessel::Result<void> liftAdjacencyMtus(Mpls::TablePublisher& tables, std::uint32_t id) {
     const Mpls::PublishedTables now(tables.tables().working());
     const auto before = now.hardware()->adjacency(id);
     if (!before) {
@@ -136,14 +161,8 @@ Tessel::Result<void> liftMtus(Mpls::TablePublisher& tables, std::uint32_t id) {
     if (!content) {
         return content.refused();
     }
-    for (Mpls::WeightedVia& via : content.value().vias) {
-        Ovix::OvixMplsVia record = via.via.record();
-        record.nexthopMtu = 0;
-        const auto lifted = Mpls::Via::fromRecord(record);
-        if (!lifted) {
-            return lifted.refused();
-        }
-        via.via = lifted.value();
+    if (const auto lifted = liftMtus(content.value().vias); !lifted) {
+        return lifted;
     }
     Mpls::platformAdjacencyIs(tables, id, *Mpls::Hardware::Adjacency::create(content.value()));
     return {};
@@ -175,16 +194,21 @@ std::vector<Remedy> tableRemedies(const Situation& situation, const GivenFrame& 
 std::vector<Remedy> withoutViaMtu(const Situation& situation, const GivenFrame& frame,
                                   const Walk& walk, std::uint32_t length) {
     const std::optional<Asked> asked = lastAsked(walk);
-    if (!asked || asked->table != "hardware" || asked->found != "yes") {
+    if (!asked || (asked->found != "yes" && asked->found != "backups")) {
         return {};
     }
+    const bool isAdjacency = asked->table == "hardware";
     Remedy remedy{
         {}, "the path takes no larger packets: see its other links first", situation, frame};
     remedy.situation.changes.emplace_back(
-        [id = asked->adjacency](Mpls::TablePublisher& tables) { return liftMtus(tables, id); });
-    remedy.command =
-        fmt::format("# the via's own mtu, in adjacency {} of label {}: none, or at least {}",
-                    asked->adjacency, asked->label.value(), length);
+        [asked = *asked, isAdjacency](Mpls::TablePublisher& tables) {
+            return isAdjacency ? liftAdjacencyMtus(tables, asked.adjacency)
+                               : liftRouteMtus(tables, asked);
+        });
+    remedy.command = fmt::format("# the via's own mtu, in {} of label {}: none, or at least {}",
+                                 isAdjacency ? fmt::format("adjacency {}", asked->adjacency)
+                                             : "table " + asked->table,
+                                 asked->label.value(), length);
     return {remedy};
 }
 

@@ -1,5 +1,6 @@
 #include "Explain/TrialRouter.h"
 
+#include <algorithm>
 #include <cassert>
 #include <exception>
 
@@ -10,6 +11,12 @@
 #include "Tables/TableLoading.h"
 
 namespace OvixAgent {
+
+const Ovix::RoadNote* Walk::last(std::string_view step) const noexcept {
+    const auto found = std::find_if(notes.rbegin(), notes.rend(),
+                                    [&](const auto& note) { return note.step == step; });
+    return found != notes.rend() ? &*found : nullptr;
+}
 
 /// Keeps what it is given.
 class TrialRouter::KeptPort : public TransmitPort {
@@ -101,6 +108,7 @@ Tessel::Result<void> TrialRouter::start(const Situation& situation) {
     for (const char* const own : {"cpu", "lo"}) {
         ports_.push_back(std::make_unique<KeptPort>(own, sent_));
     }
+    tables_->neighbours.solicitsIs(situation.waitsForNeighbours);
     if (situation.isLive && situation.tables) {
         takeShared();
     }
@@ -128,11 +136,14 @@ Walk TrialRouter::walk(const GivenFrame& given) {
         const Notes notes(walk);
         forwarder_->receive(current_);
     }
+    forwarder_->settleWaiting(Sender::Clock::time_point::max());
     walk.sent = takeSent();
     // The fate noted last is the frame's own; those before it are of replicas.
     for (const Ovix::RoadNote& note : walk.notes) {
         if (note.step == "fate") {
-            walk.kind = *Tessel::valueOf<FateKind>(*note.value("fate"));
+            walk.isWaiting = *note.value("fate") == "waiting";
+            walk.kind = walk.isWaiting ? FateKind::forwarded
+                                       : *Tessel::valueOf<FateKind>(*note.value("fate"));
             walk.reason = *note.value("reason");
         }
     }

@@ -26,12 +26,18 @@ struct Walk {
     };
 
     FateKind kind = FateKind::dropped;
-    std::string reason; ///< empty when forwarded
+    bool isWaiting = false; ///< until its neighbour is known; `kind` is forwarded then
+    std::string reason;     ///< empty when forwarded
     std::vector<Sent> sent;
     std::vector<Ovix::RoadNote> notes;
     std::vector<std::string> trace; ///< the plugin's own lines
 
-    bool isForwarded() const noexcept { return kind == FateKind::forwarded; }
+    bool isForwarded() const noexcept { return kind == FateKind::forwarded && !isWaiting; }
+    std::string_view fateWord() const noexcept {
+        return isWaiting ? "waiting" : Tessel::wordOf(kind);
+    }
+    /// The note of that kind that came last; null when there is none.
+    const Ovix::RoadNote* last(std::string_view step) const noexcept;
     /// Whether the same became of the frame, whatever it met.
     bool isSameOutcome(const Walk& other) const {
         return kind == other.kind && reason == other.reason && sent == other.sent;

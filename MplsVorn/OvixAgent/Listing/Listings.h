@@ -20,7 +20,7 @@ namespace OvixAgent {
 /// What only the ports of a live run know.
 struct LiveState {
     bool isOpen = true;
-    std::string problem;        ///< why it is not open
+    std::string problem;        ///< why it is not open, or down
     std::uint64_t received = 0; ///< frames
 };
 /// Unset for a run on captures.

@@ -37,7 +37,7 @@ std::optional<PortIndex> portOfName(const PortTable& ports, const std::string& n
     return std::nullopt;
 }
 
-/// The number of a member; absent: what it is unless told.
+/// The number of a member; `otherwise` when there is none.
 Tessel::Result<std::uint64_t> numberIn(const TraceJson& json, const char* member,
                                        std::uint64_t otherwise, std::uint64_t least,
                                        std::uint64_t most) {

@@ -15,6 +15,16 @@
 
 namespace OvixAgent {
 
+/// Why a live port is down.
+enum class PortDown : std::uint8_t {
+    none,       ///< it is up
+    configured, ///< by the configuration
+    absent,     ///< there is no interface
+    disabled,   ///< the interface is, administratively
+    noCarrier,
+    parent, ///< that of the sub-interface is down
+};
+
 /// A port as forwarding sees it.
 struct Port {
     std::string name;
@@ -100,3 +110,13 @@ class PortTable {
 };
 
 } // namespace OvixAgent
+
+template <>
+inline constexpr auto
+    Tessel::words<OvixAgent::PortDown> = std::to_array<Tessel::Word<OvixAgent::PortDown>>({
+        {"down by the configuration", OvixAgent::PortDown::configured},
+        {"no interface", OvixAgent::PortDown::absent},
+        {"disabled", OvixAgent::PortDown::disabled},
+        {"no carrier", OvixAgent::PortDown::noCarrier},
+        {"its parent is down", OvixAgent::PortDown::parent},
+    });

@@ -1,8 +1,10 @@
 #include "State/RoadSteps.h"
 
+#include <algorithm>
 #include <fmt/format.h>
 #include <numeric>
 
+#include "Wire/ControlWord.h"
 #include "Wire/Ethernet.h"
 #include "Wire/Ip.h"
 #include "Wire/LabelStack.h"
@@ -125,9 +127,14 @@ void neighbour(const Lumo::IpGenAddr& address, const Port& port, const Lumo::Eth
 }
 
 void controlWord(Wire::Bytes payload, bool isExpected) {
+    const auto etherTypeAt = [&](std::size_t start) {
+        const Wire::Ethernet header(payload.subspan(std::min(start, payload.size())));
+        return header ? header.etherType() : std::uint16_t{0};
+    };
     RoadNotes::add("controlWord", field("expected", isExpected ? "yes" : "no"),
                    field("nibble", payload.empty() ? 0U : payload.front() >> 4U),
-                   field("bytes", payload.size()));
+                   field("bytes", payload.size()), field("etherType", etherTypeAt(0)),
+                   field("etherTypeBehind", etherTypeAt(Wire::ControlWord::size)));
 }
 
 void mtu(const Port& port, std::size_t length, std::uint32_t mtu) {

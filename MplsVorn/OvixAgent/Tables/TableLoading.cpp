@@ -130,8 +130,8 @@ Tessel::Result<Ptr<Tessel::TableReader>> openSharedTables(const std::string& nam
         }
         if (!isThere && !create) {
             return Tessel::Refused{"tables \"" + name +
-                                   "\" do not exist; \"--create\" makes them, as ovix-fpm and "
-                                   "\"ovixctl --create\" do"};
+                                   "\" do not exist; a run or an ovixctl with \"--create\" "
+                                   "makes them, and so does ovix-fpm"};
         }
         try {
             const Mpls::TablePublisher empty(Tessel::TableMemory::sharedForWriting(name));

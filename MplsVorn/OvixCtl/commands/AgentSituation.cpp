@@ -24,6 +24,9 @@ void takePort(const Json& listed, Situation& situation) {
     }
     OvixAgent::PortConfig& config = situation.config.ports[port];
     config.isUp = listed.at("state") == "up";
+    if (listed.at("problem").is_string()) {
+        situation.problems[port] = listed.at("problem").get<std::string>();
+    }
     config.mtu = listed.at("mtu").get<std::uint32_t>();
     config.mac = OvixAgent::macFromText(listed.at("mac").get<std::string>()).value_or(config.mac);
     config.routesIp = config.routesIp || situation.isLive;
@@ -63,6 +66,10 @@ Tessel::Result<Situation> begun(const Json& facts) {
     return situation;
 }
 
+Tessel::Refused notAnAgents(const Json::exception& wrong) {
+    return {fmt::format("the answer is not an agent's: {}", wrong.what())};
+}
+
 void takeTables(Situation& situation) {
     if (!situation.tablesName.empty()) {
         const auto memory = Tessel::TableMemory::sharedForReading(situation.tablesName);
@@ -73,7 +80,7 @@ void takeTables(Situation& situation) {
 
 } // namespace
 
-Tessel::Result<Situation> situationOf(const Request& request) {
+Tessel::Result<Situation> configurationOf(const Request& request) {
     const Tessel::Result<Json> facts = answerOf(request, "situation");
     if (!facts) {
         return facts.refused();
@@ -84,20 +91,35 @@ Tessel::Result<Situation> situationOf(const Request& request) {
             return situation;
         }
         const Tessel::Result<Json> ports = listOf(request, "ports");
-        const Tessel::Result<Json> neighbours = listOf(request, "neighbours");
-        if (!ports || !neighbours) {
-            return !ports ? ports.refused() : neighbours.refused();
+        if (!ports) {
+            return ports.refused();
         }
         for (const Json& port : ports.value().at("ports")) {
             takePort(port, situation.value());
         }
+        return situation;
+    } catch (const Json::exception& wrong) {
+        return notAnAgents(wrong);
+    }
+}
+
+Tessel::Result<Situation> situationOf(const Request& request) {
+    Tessel::Result<Situation> situation = configurationOf(request);
+    if (!situation) {
+        return situation;
+    }
+    const Tessel::Result<Json> neighbours = listOf(request, "neighbours");
+    if (!neighbours) {
+        return neighbours.refused();
+    }
+    try {
         for (const Json& neighbour : neighbours.value().at("neighbours")) {
             takeNeighbour(neighbour, situation.value());
         }
         takeTables(situation.value());
         return situation;
     } catch (const Json::exception& wrong) {
-        return Tessel::Refused{fmt::format("the answer is not an agent's: {}", wrong.what())};
+        return notAnAgents(wrong);
     }
 }
 

@@ -45,7 +45,7 @@ constexpr CommandGroup groups[]{
     {"status", "What a running agent is doing, in short"},
     {"drops", "What has become of a running agent's frames"},
     {"explain", "Why a frame would go where it goes, or nowhere, in a running agent"},
-    {"what-if", "What a change would move, by the tables alone"},
+    {"what-if", "What a change would move"},
     {"bundle", "All that a running agent forwards by, in one file"},
     {"trace", "What happens to some of a running agent's frames"},
     {"port", "The ports of a running agent"},
@@ -252,7 +252,12 @@ JSON: {"generation", "time", "change": "added", "removed" or "changed", "route"}
 line; the route is as in lfib show, of a removed route only its table and label)",
      "",
      countOptions},
-    {"counters", "clear", "Set the counters to 0", clearCounters},
+    {"counters",
+     "clear",
+     "Set the packets and bytes of labels to 0",
+     clearCounters,
+     {},
+     "Other counters stay, so that what became of frames goes on to add up."},
     {"counters",
      "show",
      "Show packets and bytes by label, and all other counters",
@@ -319,7 +324,8 @@ JSON: {"frame", "tables", "generation", "steps": [{"step", "text", "details", "v
      R"(CHANGE: link INTERFACE down
         via ADDRESS weight N
         lfib add ROUTE | lfib replace ROUTE | lfib del ROUTE
-Nothing is changed. By the tables alone: all links are taken to be up but the one that is named.
+Nothing is changed. By the tables, and where an agent runs by the routes and sub-interfaces of its
+configuration: all links are taken to be up but the one that is named, with its sub-interfaces.
 Flows of a via in the hardware status and of an IP route whose link is down take the other ones, or
 the backups; those of a via in another table are lost.
 Prints a line for what moves alike: how many labels or prefixes, where from and to, and which.

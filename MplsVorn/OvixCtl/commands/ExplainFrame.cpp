@@ -13,6 +13,7 @@ Tessel::Result<int> explainFrameOfAgent(const Request& request) {
     if (!situation) {
         return situation.refused();
     }
+    situation.value().waitsForNeighbours = situation.value().isLive;
     situation.value().explainCommand =
         "ovixctl --tables " + OvixAgent::shellWord(request.tables) +
         (request.control.empty() ? "" : " --control " + OvixAgent::shellWord(request.control)) +

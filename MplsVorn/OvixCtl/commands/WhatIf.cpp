@@ -4,6 +4,7 @@
 
 #include "Tables/TableCopy.h"
 #include "commands/AgentAnswer.h"
+#include "commands/AgentSituation.h"
 #include "commands/ChangeRoute.h"
 #include "route/RouteWords.h"
 #include "tables/EntryWriting.h"
@@ -34,7 +35,7 @@ std::vector<std::string> wordsOf(const Request& request) {
 Tessel::Result<Assumptions> assumptionsOf(const std::vector<std::string>& words) {
     Assumptions assumed;
     if (words.size() == 3 && words[0] == "link" && words[2] == "down") {
-        assumed.downLink = Lumo::IntfId(words[1]);
+        assumed.downLinks = {Lumo::IntfId(words[1])};
         return assumed;
     }
     if (words.size() == 4 && words[0] == "via" && words[2] == "weight") {
@@ -111,6 +112,49 @@ Tessel::Result<Moves> movesOfRoute(const Tessel::TableCopy& tables,
     return movesBetween(before, after, labelsOf(name.value(), *before));
 }
 
+/// What the tables do not have, and a running agent knows.
+struct Beside {
+    std::vector<L3::Route> routes; ///< of the configuration
+    std::string missing;           ///< why it is not known
+};
+
+/// Sub-interfaces go down with their parent.
+Beside takeFromAgent(const Request& request, Assumptions& assumed) {
+    const auto situation = configurationOf(request);
+    if (!situation) {
+        return {{}, situation.refused().what};
+    }
+    const OvixAgent::AgentConfig& config = situation.value().config;
+    for (const OvixAgent::PortConfig& port : config.ports) {
+        if (port.isSubInterface() && assumed.isDown(Lumo::IntfId(config.ports[port.parent].name))) {
+            assumed.downLinks.emplace_back(port.name);
+        }
+    }
+    Beside beside;
+    for (const auto& placed : config.routes) {
+        beside.routes.push_back(placed.value);
+    }
+    return beside;
+}
+
+/// `name` is that of the link or the next hop.
+Tessel::Result<Moves> movesOfState(const Request& request, const Ptr<Tessel::TableReader>& reader,
+                                   Assumptions assumed, const std::string& name) {
+    const Beside beside = takeFromAgent(request, assumed);
+    Moves moves = movesUnder(reader, assumed, beside.routes);
+    if (!moves.isAbout()) {
+        return Tessel::Refused{fmt::format("no route {}of tables \"{}\" leads {} \"{}\"",
+                                           beside.missing.empty() ? "of the agent or " : "",
+                                           request.tables, assumed.weighted ? "to" : "out of",
+                                           name)};
+    }
+    if (!beside.missing.empty()) {
+        note(request,
+             "sub-interfaces and routes of the configuration are left out: " + beside.missing);
+    }
+    return moves;
+}
+
 Json sharesJson(const Way& way, const IntfText& interfaces) {
     Json shares = Json::array();
     for (const Share& share : way.shares) {
@@ -181,14 +225,9 @@ Tessel::Result<int> tellWhatIf(const Request& request) {
     const auto copy = Tessel::TableCopy::ofNewest(request.tables, memory.bytes());
     const Ptr<Tessel::TableReader> reader = copy.reader();
     const IntfText interfaces({Interface::Names::read(*reader)});
-    if (const auto link = assumed.value().downLink;
-        link && interfaces.text(*link) != words[1]) { // has another text without a name
-        return Tessel::Refused{
-            fmt::format("no route of tables \"{}\" leads out of \"{}\"", request.tables, words[1])};
-    }
-    Tessel::Result<Moves> moves = isRoute
-                                      ? movesOfRoute(copy, words)
-                                      : Tessel::Result<Moves>(movesUnder(reader, assumed.value()));
+    Tessel::Result<Moves> moves =
+        isRoute ? movesOfRoute(copy, words)
+                : movesOfState(request, reader, std::move(assumed).value(), words[1]);
     if (!moves) {
         return moves.refused();
     }

@@ -103,14 +103,21 @@ std::vector<bool> concernedLabels(const Mpls::PublishedTables& tables, const Way
     return concerned;
 }
 
+void addRoute(Moves& moves, const L3::Route& route, const Ways& now, const Ways& then) {
+    if (then.concerns(route)) {
+        moves.isAboutOne();
+        moves.addPrefix(route, now.ofPrefix(route), then.ofPrefix(route));
+    }
+}
+
 void addPrefixes(Moves& moves, const Ptr<Tessel::TableReader>& reader, const Ways& now,
                  const Ways& then) {
     const L3::Routes routes(reader);
     reader->forEach(routes.table(), [&](std::uint32_t place, Tessel::TableRef) {
         try {
             const auto route = routes.at(place);
-            if (route && then.concerns(*route)) {
-                moves.addPrefix(*route, now.ofPrefix(*route), then.ofPrefix(*route));
+            if (route) {
+                addRoute(moves, *route, now, then);
             }
         } catch (const Tessel::CorruptionDetected&) {
             // Leads nowhere before and after.
@@ -120,7 +127,8 @@ void addPrefixes(Moves& moves, const Ptr<Tessel::TableReader>& reader, const Way
 
 } // namespace
 
-Moves movesUnder(const Ptr<Tessel::TableReader>& reader, const Assumptions& assumed) {
+Moves movesUnder(const Ptr<Tessel::TableReader>& reader, const Assumptions& assumed,
+                 const std::vector<L3::Route>& further) {
     const Mpls::PublishedTables tables(reader);
     const Ways now(tables, {});
     const Ways then(tables, assumed);
@@ -128,10 +136,14 @@ Moves movesUnder(const Ptr<Tessel::TableReader>& reader, const Assumptions& assu
     const std::vector<bool> labels = concernedLabels(tables, then);
     for (std::uint32_t label = 0; label < labels.size(); ++label) {
         if (labels[label]) {
+            moves.isAboutOne();
             moves.addLabel(label, now.ofLabel(label), then.ofLabel(label));
         }
     }
     addPrefixes(moves, reader, now, then);
+    for (const L3::Route& route : further) {
+        addRoute(moves, route, now, then);
+    }
     return moves;
 }
 
@@ -139,8 +151,10 @@ Moves movesBetween(const Ptr<Tessel::TableReader>& before, const Ptr<Tessel::Tab
                    const std::vector<std::uint32_t>& labels) {
     const Mpls::PublishedTables nowTables(before);
     const Mpls::PublishedTables thenTables(after);
-    const Ways now(nowTables, {});
-    const Ways then(thenTables, {});
+    Assumptions assumed;
+    assumed.comparesLabels = true;
+    const Ways now(nowTables, assumed);
+    const Ways then(thenTables, assumed);
     Moves moves;
     for (const std::uint32_t label : labels) {
         moves.addLabel(label, now.ofLabel(label), then.ofLabel(label));

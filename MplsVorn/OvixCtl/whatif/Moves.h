@@ -32,6 +32,9 @@ class Moves {
     };
     const Counts& labels() const noexcept { return labels_; }
     const Counts& prefixes() const noexcept { return prefixes_; }
+    /// Whether any via is what a change is about, whatever moves.
+    bool isAbout() const noexcept { return isAbout_; }
+    void isAboutOne() noexcept { isAbout_ = true; }
     /// In the order in which they were found first.
     const std::vector<Move>& all();
 
@@ -48,10 +51,13 @@ class Moves {
     std::vector<std::vector<Range>> ranges_; ///< of labels, by move
     Counts labels_;
     Counts prefixes_;
+    bool isAbout_ = false;
 };
 
-/// The moves of all labels and prefixes when what is assumed becomes so.
-Moves movesUnder(const Ptr<Tessel::TableReader>& reader, const Assumptions& assumed);
+/// The moves of all labels and prefixes when what is assumed becomes so, and of `further` routes,
+/// which are not in the tables.
+Moves movesUnder(const Ptr<Tessel::TableReader>& reader, const Assumptions& assumed,
+                 const std::vector<L3::Route>& further);
 /// Of these labels, when other tables take the place of these.
 Moves movesBetween(const Ptr<Tessel::TableReader>& before, const Ptr<Tessel::TableReader>& after,
                    const std::vector<std::uint32_t>& labels);

@@ -26,10 +26,23 @@ std::uint64_t hashOf(const Lumo::IpGenAddr& address) noexcept {
            static_cast<std::uint64_t>(address.family());
 }
 
+/// "swap 200", "push 1/2", "pop".
+std::string operationText(const Ovix::OvixMplsVia& record) {
+    const auto via = Mpls::Via::fromRecord(record);
+    if (!via) {
+        return {};
+    }
+    std::string labels;
+    for (const Lumo::MplsLabel label : via.value().labels()) {
+        labels += (labels.empty() ? " " : "/") + label.prettyString();
+    }
+    return Tessel::textOf(via.value().action()) + labels;
+}
+
 /// The links of these tables, of which one may be down.
 Ptr<Ovix::HwStatusViaHelper> linksOf(const Mpls::PublishedTables& tables,
-                                     const std::optional<Lumo::IntfId>& down) {
-    if (!down) {
+                                     const Assumptions& assumed) {
+    if (assumed.downLinks.empty()) {
         return nullptr; // every via is usable
     }
     auto status = Tessel::make<Interface::EthIntfStatusDir>();
@@ -40,7 +53,7 @@ Ptr<Ovix::HwStatusViaHelper> linksOf(const Mpls::PublishedTables& tables,
                 for (const auto& entry :
                      adjacency ? adjacency->entries(backups)
                                : std::span<const Mpls::Hardware::Adjacency::Entry>()) {
-                    status->intfStatusIs(entry.intf, entry.intf != *down);
+                    status->intfStatusIs(entry.intf, !assumed.isDown(entry.intf));
                 }
             }
         } catch (const Tessel::CorruptionDetected&) {
@@ -54,7 +67,8 @@ Ptr<Ovix::HwStatusViaHelper> linksOf(const Mpls::PublishedTables& tables,
 void add(Way& way, Share share) {
     const auto same = std::find_if(way.shares.begin(), way.shares.end(), [&](const Share& other) {
         return other.kind == share.kind && other.intf == share.intf &&
-               other.nexthop == share.nexthop && other.id == share.id && other.vrf == share.vrf;
+               other.nexthop == share.nexthop && other.id == share.id && other.vrf == share.vrf &&
+               other.labels == share.labels;
     });
     if (same != way.shares.end() && !way.isMulticast) {
         same->weight += share.weight;
@@ -88,6 +102,7 @@ std::uint64_t Way::hash() const noexcept {
         hash = mixed(hash, share.intf.value());
         hash = mixed(hash, hashOf(share.nexthop));
         hash = mixed(hash, share.id + Tessel::hashText(share.vrf));
+        hash = mixed(hash, Tessel::hashText(share.labels));
         hash = mixed(hash, share.weight);
     }
     return hash;
@@ -125,6 +140,7 @@ std::string wayText(const Way& way, const IntfText& interfaces) {
             if (share.nexthop.family() != Lumo::IpFamily::none) {
                 place += (place.empty() ? "via " : " via ") + share.nexthop.text();
             }
+            place += (place.empty() || share.labels.empty() ? "" : " ") + share.labels;
         }
         text +=
             fmt::format("{}{} {:.1f} %", text.empty() ? "" : ", ", place, percentOf(share, way));
@@ -133,7 +149,7 @@ std::string wayText(const Way& way, const IntfText& interfaces) {
 }
 
 Ways::Ways(const Mpls::PublishedTables& tables, const Assumptions& assumed)
-    : tables_(&tables), assumed_(assumed), links_(linksOf(tables, assumed.downLink)) {}
+    : tables_(&tables), assumed_(assumed), links_(linksOf(tables, assumed)) {}
 
 Share Ways::shareOf(const Ovix::OvixMplsVia& via, std::uint64_t weight) const {
     Share share;
@@ -147,6 +163,9 @@ Share Ways::shareOf(const Ovix::OvixMplsVia& via, std::uint64_t weight) const {
     } else {
         share.intf = via.intfId;
         share.nexthop = via.nexthop;
+    }
+    if (assumed_.comparesLabels && via) {
+        share.labels = operationText(via);
     }
     return share;
 }
@@ -237,7 +256,7 @@ bool Ways::concerns(const Mpls::Hardware::Adjacency& adjacency) const {
     for (const bool backups : {false, true}) {
         const auto entries = adjacency.entries(backups);
         for (std::uint32_t i = 0; i < entries.size(); ++i) {
-            if (assumed_.downLink == entries[i].intf ||
+            if (assumed_.isDown(entries[i].intf) ||
                 (assumed_.weighted && adjacency.via(backups, i).nexthop == *assumed_.weighted)) {
                 return true;
             }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -24,6 +25,7 @@ struct Share {
     std::uint64_t id = 0; ///< of a FEC
     std::string vrf;      ///< of a lookup
     std::uint64_t weight = 1;
+    std::string labels{}; ///< as they leave, in words; empty where they are not compared
 
     friend bool operator==(const Share&, const Share&) = default;
 };
@@ -45,9 +47,16 @@ double percentOf(const Share& share, const Way& way) noexcept;
 
 /// What is assumed beside the tables.
 struct Assumptions {
-    std::optional<Lumo::IntfId> downLink;    ///< all others are up
+    std::vector<Lumo::IntfId> downLinks;     ///< all others are up
     std::optional<Lumo::IpGenAddr> weighted; ///< the next hop whose vias have `weight`
     std::uint32_t weight = 1;
+    /// Flows that leave with other labels have another way. Of many labels, each with an outgoing
+    /// label of its own, no two would then move alike.
+    bool comparesLabels = false;
+
+    bool isDown(Lumo::IntfId intf) const noexcept {
+        return std::find(downLinks.begin(), downLinks.end(), intf) != downLinks.end();
+    }
 };
 
 /// The ways that tables lead, under assumptions. A record that cannot be read leads nowhere.
@@ -69,9 +78,9 @@ class Ways {
     std::optional<Way> ofLfib(Mpls::TableId table, std::uint32_t label) const;
     Way ofViaSet(const Ovix::OvixMplsViaSet& viaSet, bool sharesStay) const;
     Share shareOf(const Ovix::OvixMplsVia& via, std::uint64_t weight) const;
-    bool isUp(Lumo::IntfId intf) const noexcept { return assumed_.downLink != intf; }
+    bool isUp(Lumo::IntfId intf) const noexcept { return !assumed_.isDown(intf); }
     bool concerns(Lumo::IntfId intf, const Lumo::IpGenAddr& nexthop) const noexcept {
-        return assumed_.downLink == intf || assumed_.weighted == nexthop;
+        return assumed_.isDown(intf) || assumed_.weighted == nexthop;
     }
 
     const Mpls::PublishedTables* tables_;

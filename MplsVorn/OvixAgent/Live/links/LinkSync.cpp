@@ -72,6 +72,7 @@ void LinkSync::takeOver(PortIndex index, const LinkState& link) {
         live.reopen();
     }
     own.link = link.index;
+    own.isDisabled = !link.isEnabled;
     upIs(index, link.isUp());
 }
 
@@ -114,6 +115,16 @@ void LinkSync::upIs(PortIndex index, bool up) {
     ofPort_[index].isLinkUp = up;
     forwarding_->ports.upIs(index, up && ofPort_[index].isEnabled && ofPort_[index].isParentUp);
     interfaces_->intfStatusIs(port.intfId, port.isUp);
+}
+
+PortDown LinkSync::downBecause(PortIndex port) const noexcept {
+    const OfPort& own = ofPort_[port];
+    return forwarding_->ports.ports()[port].isUp   ? PortDown::none
+           : !own.isEnabled                        ? PortDown::configured
+           : !own.isParentUp                       ? PortDown::parent
+           : own.link == 0 && own.parent == noPort ? PortDown::absent
+           : own.isDisabled                        ? PortDown::disabled
+                                                   : PortDown::noCarrier;
 }
 
 std::optional<PortIndex> LinkSync::portOf(std::uint32_t link) const {

@@ -38,6 +38,7 @@ class LinkSync {
 
     /// Solicits the neighbours that frames need.
     void solicit();
+    PortDown downBecause(PortIndex port) const noexcept;
     /// Takes the status of the ports from the configuration, whose ports must be the same.
     void configure(const AgentConfig& config);
 
@@ -45,11 +46,12 @@ class LinkSync {
     struct OfPort {
         std::uint32_t link = 0; ///< index of the interface; 0: none
         PortIndex parent = noPort;
-        bool ownMac = false;    ///< configured
-        bool ownMtu = false;    ///< configured
-        bool isEnabled = true;  ///< by the configuration
-        bool isLinkUp = false;  ///< by the kernel
-        bool isParentUp = true; ///< by the kernel, of a sub-interface
+        bool ownMac = false;     ///< configured
+        bool ownMtu = false;     ///< configured
+        bool isEnabled = true;   ///< by the configuration
+        bool isLinkUp = false;   ///< by the kernel
+        bool isParentUp = true;  ///< by the kernel, of a sub-interface
+        bool isDisabled = false; ///< of its own interface, by the kernel
     };
 
     LinkEvents events();

@@ -27,7 +27,7 @@ void RoadNotes::listenerIs(Listener listener) {
     isOn_ = static_cast<bool>(heldListener());
 }
 
-void RoadNotes::tell(RoadNote note) {
+void RoadNotes::report(RoadNote note) {
     assert(isOn_);
     heldListener()(std::move(note));
 }

@@ -57,9 +57,9 @@ class RoadNotes {
     [[gnu::noinline, gnu::cold]] static void add(std::string_view step, const Fields&... fields) {
         RoadNote note{step, {}};
         (note.with(fields.first, fields.second), ...);
-        tell(std::move(note));
+        report(std::move(note));
     }
-    static void tell(RoadNote note);
+    static void report(RoadNote note);
 
   private:
     static bool isOn_;

@@ -93,8 +93,29 @@ TEST(FrameWords, WordsAreRefusedAtTheirPlace) {
               "FRAME, word 4: source and destination are of different families");
     EXPECT_EQ(refusalOf("label 100, , label 7"), "FRAME, word 3: a header is missing");
     EXPECT_EQ(refusalOf("ip 10.1.1.1 > 10.9.0.1, label 7"),
-              "FRAME, word 6: a label beneath what labels carry");
+              "FRAME, word 5: \"label\" belongs further out");
+    EXPECT_EQ(refusalOf("label 7, vlan 5"), "FRAME, word 3: \"vlan\" belongs further out");
     EXPECT_EQ(refusalOf("mac 02:00"), "FRAME, word 2: \"02:00\" is no MAC address");
+}
+
+TEST(FrameWords, WhatIsGivenTwiceIsRefused) {
+    EXPECT_EQ(refusalOf("label 100/ttl 9/ttl 8"), "FRAME, word 5: the TTL is given twice");
+    EXPECT_EQ(refusalOf("label 100/tc 1/tc 1"), "FRAME, word 5: the traffic class is given twice");
+    const std::string ip = "ip 10.1.1.1 > 10.9.0.1 ";
+    EXPECT_EQ(refusalOf(ip + "df df"), "FRAME, word 6: df is given twice");
+    EXPECT_EQ(refusalOf(ip + "udp 5 tcp 6"), "FRAME, word 7: the protocol is given twice");
+    EXPECT_EQ(refusalOf(ip + "ttl 5 size 60 ttl 5"), "FRAME, word 9: ttl is given twice");
+    EXPECT_EQ(refusalOf(ip + "," + ip), "FRAME, word 5: \"ip\" is given twice");
+    EXPECT_EQ(refusalOf("label 7, control-word, control-word"),
+              "FRAME, word 4: \"control-word\" is given twice");
+    EXPECT_EQ(refusalOf("vlan 5, vlan 5, label 7, label 7"), "taken");
+}
+
+TEST(FrameWords, ACaptureNeedsANumberFrom1) {
+    EXPECT_EQ(refusalOf("drops.pcapng"),
+              "FRAME: which frame of the capture? drops.pcapng:1 is its first");
+    EXPECT_EQ(refusalOf("drops.pcapng:0"), "FRAME: the frames of a capture have numbers from 1");
+    EXPECT_EQ(refusalOf("."), "FRAME, character 1: no byte is given");
 }
 
 TEST(FrameWords, ACaptureThatIsNotThereIsNamed) {
