@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <optional>
 #include <sys/signalfd.h>
 #include <utility>
 #include <vector>
@@ -11,6 +12,7 @@
 #include "Log/Log.h"
 #include "pseudowires/LdpWatch.h"
 #include "publishing/FpmServer.h"
+#include "serving/FpmMetrics.h"
 
 namespace {
 
@@ -27,6 +29,8 @@ struct Options {
     double pseudowiresEvery = 1; ///< seconds
     std::string vtysh = OvixFpm::LdpWatch::Settings().vtysh;
     std::string vtySocket;
+    std::string metrics;
+    std::vector<std::string> metricsHosts;
 };
 
 template <class T>
@@ -52,6 +56,11 @@ OvixFpm::FpmServer::Settings settingsOf(const Options& options) {
     }
     settings.sweepAfter = valueOrInvalid(OvixFpm::sweepTime(options.sweepAfter), "--sweep-after");
     settings.isVerbose = options.verbose;
+    if (!options.metrics.empty()) {
+        valueOrInvalid(OvixHttp::Endpoint::fromText(options.metrics), "--metrics");
+    } else if (!options.metricsHosts.empty()) {
+        throw CLI::RequiresError("--metrics-host", "--metrics");
+    }
     return settings;
 }
 
@@ -80,6 +89,11 @@ void serve(const Options& options, OvixLog::Log& log) {
     OvixFpm::LdpWatch pseudowires(routes, ldp, logged);
     OvixFpm::FpmServer server(routes, settingsOf(options), logged,
                               options.pseudowires ? &pseudowires : nullptr);
+    std::optional<OvixFpm::MetricsServer> metrics;
+    if (!options.metrics.empty()) {
+        metrics.emplace(valueOrInvalid(OvixHttp::Endpoint::fromText(options.metrics), "--metrics"),
+                        options.metricsHosts, [&server] { return server.state(); });
+    }
     server.run(stop.value());
 }
 
@@ -137,6 +151,14 @@ int main(int argc, char** argv) {
         ->capture_default_str()
         ->type_name("SECONDS");
     addPseudowireOptions(app, options);
+    app.add_option(
+           "--metrics", options.metrics,
+           "Serve metrics for Prometheus at http://ADDRESS:PORT/metrics; without ADDRESS on "
+           "this machine only, at a PATH to this user only")
+        ->type_name("[ADDRESS:]PORT|/PATH");
+    app.add_option("--metrics-host", options.metricsHosts,
+                   "A name by which metrics may be asked for, beside the address and localhost")
+        ->type_name("NAME");
     app.add_flag("--verbose", options.verbose, "Log every change of a route");
     app.footer("Exit codes: 0 ended by SIGINT or SIGTERM, 1 an error, 2 the command line is wrong");
     try {

@@ -8,6 +8,7 @@ import unittest
 import agent
 import frames as f
 from live import LiveTest, ip
+from running_agent import ask
 
 
 class LiveAnswers(LiveTest):
@@ -164,6 +165,7 @@ except TimeoutError: pass""").communicate()[0]
                   f.stack((100, 5, 1)) + f.udp_packet("10.0.1.2", "10.0.2.2")))
         self.assertEqual((labelled[20], labelled[21]), (11, 0))
         self.assertEqual(labelled[-8:], bytes([0, 8, 1, 1]) + f.stack((100, 5, 1)))
+        self.assertEqual(ask(self.path, "fates")["answers"], 2)
         self.stop(process)
 
     def test_a_packet_too_big_for_its_port_is_answered_with_the_mtu(self):

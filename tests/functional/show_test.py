@@ -5,6 +5,7 @@ import os
 import shutil
 import subprocess
 import threading
+import time
 import unittest
 
 import shared_memory
@@ -46,11 +47,15 @@ class Show(SharedTablesTest):
 
     def test_the_status_and_what_has_become_of_frames(self):
         self.agent.send_and_wait(mpls([100]), mpls([101]), mpls([100]))
-        self.assertEqual(self.json("status"), {
+        status = self.json("status")
+        self.assertLess(abs(time.time() - status["tables"].pop("committedAt") / 1e9), 60)
+        self.assertEqual(status["tables"].pop("entries")["hardware"], 1)
+        self.assertEqual(status, {
             "version": "0.1.0", "run": "captures",
             "tables": {"name": self.tables, "generation": 2, "corruptions": 0, "problem": None},
             "frames": {"in": 3, "replicas": 0, "forwarded": 2, "punted": 0, "dropped": 1,
-                       "handedOn": 0, "queued": 0}, "balanced": True})
+                       "handedOn": 0, "queued": 0, "answers": 0},
+            "neighbours": {"known": 2, "wanted": 0}, "balanced": True})
         self.assertRegex(self.shown("status"), rf'tables +"{self.tables}", generation 2\n'
                                                r"in +3\n(.*\n)*dropped +1\nhanded on +0\n")
         reason = "No labels resolved to via sets, and nexthop not resolved"
@@ -69,7 +74,8 @@ class Show(SharedTablesTest):
             "name": "west", "kind": None, "state": "up", "problem": None,
             "mac": "02:00:00:00:00:01", "mtu": 1500, "vrf": "default",
             "addresses": ["10.0.1.1/24", "2001:db8:1::1/64"], "parent": None, "vlans": [],
-            "mpls": True, "received": None, "sent": {"frames": 0, "bytes": 0}})
+            "mpls": True, "received": None, "receivedBytes": None, "ring": None,
+            "sent": {"frames": 0, "bytes": 0}})
         self.assertEqual((ports["east.7"]["parent"], ports["east.7"]["vlans"]), ("east", [7, 8]))
         self.assertRegex(self.shown("port", "show"), r"red1 +- +up +02:00:00:00:00:03 +1500 +red ")
         self.assertEqual(self.json("neighbour", "show")["neighbours"], [

@@ -42,6 +42,18 @@ def free_port() -> int:
         return probe.getsockname()[1]
 
 
+def fetch(path) -> str:
+    """The metrics that are served at a path, with what precedes them."""
+    with socket.socket(socket.AF_UNIX) as client:
+        client.settimeout(DEADLINE)
+        client.connect(str(path))
+        client.sendall(b"GET /metrics HTTP/1.1\r\nHost: localhost\r\n\r\n")
+        answer = b""
+        while got := client.recv(65536):
+            answer += got
+    return answer.decode()
+
+
 class ListenerTest(unittest.TestCase):
     """A listener with tables of its own."""
 

@@ -284,6 +284,7 @@ std::vector<std::pair<std::string, std::uint64_t>> CpuAnswers::counts() const {
 std::vector<CpuAnswers::Frame> CpuAnswers::take() {
     std::vector<Frame> taken;
     taken.swap(answers_);
+    taken_ += taken.size();
     return taken;
 }
 

@@ -41,6 +41,9 @@ class CpuAnswers final : public TransmitPort, public DropListener {
     /// The answers since the last call, to be forwarded between frames.
     std::vector<Frame> take();
 
+    /// Frames that take() has given out: the forwarder counts them as received.
+    std::uint64_t taken() const noexcept { return taken_; }
+
     /// See AnswerCounts::named(); and MPLS echo packets that are not answered, by their reason, and
     /// what had no room in replies.
     std::vector<std::pair<std::string, std::uint64_t>> counts() const;
@@ -74,6 +77,7 @@ class CpuAnswers final : public TransmitPort, public DropListener {
     std::array<std::uint64_t, echoSilenceNames.size()> silences_{}; ///< by EchoSilence
     std::uint64_t leftOut_ = 0;                                     ///< TLVs of echo replies
     std::vector<Frame> answers_;
+    std::uint64_t taken_ = 0;
 };
 
 } // namespace OvixAgent

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <filesystem>
 #include <fmt/format.h>
 #include <map>
@@ -5,6 +6,7 @@
 
 #include "Command/Run.h"
 #include "Listing/SituationListing.h"
+#include "Mpls/TableDirectory.h"
 
 namespace OvixAgent {
 
@@ -32,10 +34,12 @@ struct Commands {
                 {"routes", &Commands::routes},
                 {"situation", &Commands::situation},
                 {"status", &Commands::status},
+                {"top-labels", &Commands::topLabels},
                 {"trace-lines", &Commands::traceLines},
                 {"trace-start", &Commands::traceStart},
                 {"trace-stop", &Commands::traceStop},
                 {"vrfs", &Commands::vrfs},
+                {"weighted-sets", &Commands::weightedSets},
             };
         const Tessel::Result<std::string> command = requestedCommand(request);
         if (!command) {
@@ -48,21 +52,19 @@ struct Commands {
     }
 
     ControlAnswer counters(const std::string& /*request*/) const {
-        Listing labels =
-            labelListing(labelTraffic(*parts.state->manager()->pktCounterCollectionHolder()));
-        return {R"({"ok":true,"labels":[)", std::move(labels),
+        return {R"({"ok":true,"labels":[)", labelListing(labelCounters()),
                 R"(],"counters":)" + countersText(allEvents()) + "}"};
     }
-    /// The counters but those of labels, of which there may be a million.
+    /// The counters but those of labels, of which there may be a million, in words for people.
     ControlAnswer events(const std::string& /*request*/) const {
-        return {R"({"ok":true,"counters":)" + countersText(allEvents()) + "}"};
+        return {R"({"ok":true,"counters":)" + countersText(readableEvents()) + "}"};
     }
     ControlAnswer clearCounters(const std::string& /*request*/) const {
         parts.state->manager()->clearCountersRequests()->requestClearAll();
         return doneAnswer();
     }
     ControlAnswer status(const std::string& /*request*/) const {
-        return statusAnswer(soFar(), agentVersion, parts.live ? "live" : "captures");
+        return statusAnswer(soFar(), agentVersion, parts.live ? "live" : "captures", moreStatus());
     }
     /// Only those who ask for growth have asked, so that nobody else's reading disturbs theirs.
     ControlAnswer fates(const std::string& request) const {
@@ -78,6 +80,18 @@ struct Commands {
         return list("drops-by-neighbour",
                     unresolvedListing(recorder(), parts.tables->ports, second()));
     }
+    ControlAnswer topLabels(const std::string& request) const {
+        const std::size_t most = std::min<std::size_t>(requestedNumber(request, "limit"), 10'000);
+        return list("top-labels", topLabelListing(labelCounters(), most));
+    }
+    ControlAnswer weightedSets(const std::string& request) const {
+        const std::uint64_t from =
+            std::min<std::uint64_t>(requestedNumber(request, "from"), Lumo::MplsLabel::max);
+        const std::size_t most = std::min<std::size_t>(requestedNumber(request, "limit"), 1000);
+        return list("weighted-sets", weightedListing(parts.state->tables(), parts.tables->ports,
+                                                     static_cast<std::uint32_t>(from),
+                                                     std::max<std::size_t>(most, 1)));
+    }
     ControlAnswer dropsByPort(const std::string& /*request*/) const {
         return list("drops-by-port", portFateListing(recorder(), parts.tables->ports));
     }
@@ -92,11 +106,11 @@ struct Commands {
     ControlAnswer fecs(const std::string& /*request*/) const {
         return list("fecs", fecListing(*parts.tables));
     }
-    ControlAnswer neighbours(const std::string& /*request*/) const {
-        return list("neighbours", neighbourListing(*parts.tables));
+    ControlAnswer neighbours(const std::string& request) const {
+        return list("neighbours", limited(neighbourListing(*parts.tables), request));
     }
-    ControlAnswer ports(const std::string& /*request*/) const {
-        return list("ports", portListing(*parts.tables, parts.live));
+    ControlAnswer ports(const std::string& request) const {
+        return list("ports", limited(portListing(*parts.tables, parts.live), request));
     }
     ControlAnswer pseudowires(const std::string& /*request*/) const {
         return list("pseudowires", pseudowireListing(*parts.tables));
@@ -153,10 +167,42 @@ struct Commands {
         }
         return all;
     }
+    /// As drops show says it: reasons for people, those alike together, and without lookups that
+    /// went on in another table.
+    std::vector<NamedCounter> readableEvents() const {
+        std::vector<NamedCounter> all = readableCounters(*parts.forwarder->namedCounters());
+        if (parts.more) {
+            const std::vector<NamedCounter> others = parts.more();
+            all.insert(all.end(), others.begin(), others.end());
+        }
+        return all;
+    }
+    MoreStatus moreStatus() const {
+        const Tessel::TableReader& tables = parts.state->tables().tables();
+        MoreStatus more;
+        more.committedAt = tables.committedAt();
+        for (const auto& [word, table] : Tessel::words<Mpls::TableId>) {
+            more.entries.emplace_back(word, tables.entries(static_cast<std::size_t>(table)));
+        }
+        more.neighbours = parts.tables->neighbours.size();
+        more.wantedNeighbours = parts.forwarder->wantedNeighbours();
+        return more;
+    }
+    const Counter::PktCounterCollectionHolder& labelCounters() const {
+        return *parts.state->manager()->pktCounterCollectionHolder();
+    }
+    static Listing limited(Listing all, const std::string& request) {
+        const std::uint64_t most = requestedNumber(request, "limit");
+        return most == 0 ? std::move(all) : firstOf(std::move(all), most);
+    }
     const FrameRecorder& recorder() const { return parts.forwarder->recorder(); }
     /// That of the last frame in a run on captures.
     std::int64_t second() const { return parts.live ? timeNow().seconds : 0; }
-    Summary soFar() const { return framesOf(*parts.options, *parts.state, *parts.forwarder); }
+    Summary soFar() const {
+        Summary summary = framesOf(*parts.options, *parts.state, *parts.forwarder);
+        summary.answers = parts.answers ? parts.answers() : 0;
+        return summary;
+    }
     static ControlAnswer list(std::string_view name, Listing entries) {
         return {fmt::format(R"({{"ok":true,"{}":[)", name), std::move(entries), "]}"};
     }

@@ -81,8 +81,9 @@ void checkForm(const RunOptions& options, const std::vector<std::string>& inputs
     if (!options.metrics.empty() && options.control.empty() && options.tables.empty()) {
         throw CLI::RequiresError("--metrics", "--tables or --control");
     }
-    if (options.metrics.empty() && !options.metricsHosts.empty()) {
-        throw CLI::RequiresError("--metrics-host", "--metrics");
+    if (options.metrics.empty() && (!options.metricsHosts.empty() || options.metricsLabels > 0)) {
+        throw CLI::RequiresError(options.metricsLabels > 0 ? "--metrics-labels" : "--metrics-host",
+                                 "--metrics");
     }
     if (options.create && options.tables.empty()) {
         throw CLI::RequiresError("--create", "--tables");
@@ -140,9 +141,14 @@ void addOtherOptions(CLI::App* run, RunOptions& options) {
         ->type_name("PATH");
     run->add_option_function<std::string>(
            "--metrics", [&options](const std::string& text) { options.metrics = endpointOf(text); },
-           "Serve metrics of a live run for Prometheus at http://ADDRESS:PORT/metrics; without "
-           "ADDRESS on this machine only, at a PATH to this user only")
+           "Serve metrics of a live run for Prometheus at http://ADDRESS:PORT/metrics, and a page that "
+           "shows what it does at /; without ADDRESS on this machine only, at a PATH to this user "
+           "only")
         ->type_name("[ADDRESS:]PORT|/PATH");
+    run->add_option("--metrics-labels", options.metricsLabels,
+                    "Have the counters of the N busiest labels among the metrics (by default none)")
+        ->type_name("N")
+        ->check(CLI::Range(1, 1000).description(""));
     run->add_option("--metrics-host", options.metricsHosts,
                     "A name by which metrics may be asked for, beside the address and localhost")
         ->type_name("NAME");

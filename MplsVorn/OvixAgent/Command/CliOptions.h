@@ -30,6 +30,7 @@ struct RunOptions {
     bool create = false;             ///< make the shared tables when there are none
     std::string control;             ///< path of the control socket; empty: see controlPath()
     std::string metrics;             ///< where to serve metrics; empty: nowhere
+    std::size_t metricsLabels = 0;   ///< labels among them, the busiest
     std::vector<std::string> metricsHosts; ///< names by which they may be asked for
     bool carrier = false;                  ///< links of live ports are up only while it forwards
     bool anyMac = false;                   ///< take frames for other stations, too

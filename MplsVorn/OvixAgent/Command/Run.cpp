@@ -72,10 +72,12 @@ class LiveAgent {
         ports_.requireUsable();
         control_ = serveControl({&options, state_.get(), &forwarder_, &tables_, &history_, &trace_,
                                  [this] { return counters(); },
-                                 [this](PortIndex port) { return liveStateOf(port); }});
+                                 [this](PortIndex port) { return liveStateOf(port); },
+                                 [this] { return answers_.taken(); }});
         if (!options.metrics.empty()) {
-            web_.emplace(
-                WebServer::Settings{options.metrics, options.metricsHosts, control_->path()});
+            web_.emplace(WebServer::Settings{options.metrics, options.metricsHosts,
+                                             control_->path(), options.tables,
+                                             options.metricsLabels});
         }
         if (options.carrier) {
             carrier_.emplace(ports_);
@@ -110,6 +112,7 @@ class LiveAgent {
         std::vector<NamedCounter> all;
         all.push_back({"Path", "Agent", "fast", fastPath_.counts().fast});
         all.push_back({"Path", "Agent", "slow", fastPath_.counts().slow});
+        all.push_back({"Path", "Agent", "decided", fastPath_.decided()});
         addChecks(options_, fastPath_, all);
         if (const std::uint64_t lines = log_->leftOut(); lines > 0) {
             all.push_back({"Log", "Agent", "lines left out", lines});
@@ -126,10 +129,13 @@ class LiveAgent {
     LiveState liveStateOf(PortIndex index) const {
         LivePort& port = ports_.port(index);
         const PortDown down = links_.downBecause(index);
+        const LiveCounts& counts = port.counts();
         return {port.isOpen(),
                 down == PortDown::none || !port.isOpen() ? port.problem()
                                                          : std::string(Tessel::wordOf(down)),
-                port.counts().of(LiveEvent::received)};
+                {counts.of(LiveEvent::received), counts.receivedBytes()},
+                counts.of(LiveEvent::ringFull),
+                port.ringFrames()};
     }
 
     const RunOptions& options_;

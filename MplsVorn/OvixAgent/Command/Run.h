@@ -48,6 +48,7 @@ struct ControlParts {
     LiveTrace* trace;
     std::function<std::vector<NamedCounter>()> more = {}; ///< counters beside the forwarder's
     LiveStateOf live = {};
+    std::function<std::uint64_t()> answers = {}; ///< frames received that the router has made
 };
 /// Serves the control commands. Null when the run has neither shared tables nor a control socket.
 /// Throws as ControlServer does.

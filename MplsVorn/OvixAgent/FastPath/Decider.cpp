@@ -65,6 +65,7 @@ bool Decider::ask(std::uint32_t label, Beneath beneath) {
 }
 
 void Decider::decide(std::uint32_t label, Beneath beneath) {
+    ++decided_;
     Decision& decision = decisions_->at(label);
     decisions_->release(decision);
     const bool isExact = ask(label, beneath);

@@ -27,6 +27,9 @@ class Decider {
     /// label tables or neighbours.
     std::uint64_t version() const noexcept;
 
+    /// How often a label was decided, the first time included.
+    std::uint64_t decided() const noexcept { return decided_; }
+
     /// No decision made so far is used any more; labels may be counted elsewhere from now on.
     void restart() noexcept { labelCounters_.reset(); }
 
@@ -64,6 +67,7 @@ class Decider {
     EgressLines* lines_;
     EventSets* events_;
     Ptr<Counter::OvixLfibCounterCollection> labelCounters_;
+    std::uint64_t decided_ = 0;
     std::uint32_t label_ = 0;    ///< asked about last
     Ovix::LabelDecision answer_; ///< for it
 };

@@ -68,6 +68,8 @@ class FastPath {
         std::uint64_t different = 0; ///< of the checked
     };
     const Counts& counts() const noexcept { return counts_; }
+    /// Decisions made for labels, anew after changes included.
+    std::uint64_t decided() const noexcept { return labels_.decided(); }
 
   private:
     /// Whether a frame was captured whole, has room for a label, and is no longer than a packet may

@@ -29,6 +29,7 @@ class LabelForwarding {
     bool refresh() { return decisions_.refresh(); }
     /// Changes with what makes all decisions void: restart() is then to be called.
     std::uint64_t version() const noexcept { return decider_.version(); }
+    std::uint64_t decided() const noexcept { return decider_.decided(); }
     void restart() noexcept {
         decisions_.voidAll();
         decider_.restart();

@@ -27,6 +27,9 @@ class Forwarder {
     /// end of time it drops all that are left.
     void settleWaiting(Sender::Clock::time_point now) { sender_.settleWaiting(now); }
 
+    /// Neighbours that packets wait for.
+    std::size_t wantedNeighbours() const noexcept { return sender_.wantedNeighbours(); }
+
     /// Sets frames, fates and their reasons, ports and named counters.
     void addTo(Summary& summary) const;
 

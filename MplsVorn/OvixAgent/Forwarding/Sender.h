@@ -43,6 +43,7 @@ class Sender {
     void forgetVia() noexcept { via_ = {}; }
 
     std::size_t waiting() const noexcept { return waiting_.size(); }
+    std::size_t wantedNeighbours() const noexcept { return waiting_.neighbours(); }
 
     /// Fragments beyond the first of each packet, all of which are counted as forwarded.
     std::uint64_t furtherFragments() const noexcept { return furtherFragments_; }

@@ -34,6 +34,18 @@ std::optional<WaitingPacket> WaitingPackets::add(WaitingPacket packet) {
     return displaced;
 }
 
+std::size_t WaitingPackets::neighbours() const noexcept {
+    std::size_t count = 0;
+    for (auto each = packets_.begin(); each != packets_.end(); ++each) {
+        const bool isFirst = std::none_of(packets_.begin(), each, [&](const WaitingPacket& other) {
+            return other.egress.port == each->egress.port &&
+                   other.egress.unresolved == each->egress.unresolved;
+        });
+        count += isFirst ? 1 : 0;
+    }
+    return count;
+}
+
 bool WaitingPackets::mustMakeRoom(const WaitingPacket& packet) const {
     return packets_.size() == most ||
            (isOfPacket(packet) && std::count_if(packets_.begin(), packets_.end(), isOfPacket) ==

@@ -38,6 +38,8 @@ class WaitingPackets {
     WaitingPackets() { packets_.reserve(most); }
 
     std::size_t size() const noexcept { return packets_.size(); }
+    /// The neighbours that they wait for.
+    std::size_t neighbours() const noexcept;
 
     /// Returns the packet that had to make room: the neighbour's oldest, or the oldest of those
     /// whose neighbours packets have named, or of all.

@@ -46,6 +46,7 @@ Json portJson(const PortTable& ports, PortIndex index, const LiveStateOf& live) 
     const char* const word = !state.isOpen ? "waiting" : port.isUp ? "up" : "down";
     const PortIndex parent = ports.parentOf(index);
     const bool isOwn = parent == index; // a parent's has those of all
+    const bool isCounted = live && isOwn;
     return Json{{"name", port.name},
                 {"kind", live ? Json(std::string(Tessel::wordOf(port.kind))) : Json(nullptr)},
                 {"state", word},
@@ -57,7 +58,10 @@ Json portJson(const PortTable& ports, PortIndex index, const LiveStateOf& live) 
                 {"parent", orNull(isOwn ? std::string() : ports.ports()[parent].name)},
                 {"vlans", vlansOf(port)},
                 {"mpls", port.mpls},
-                {"received", live && isOwn ? Json(state.received) : Json(nullptr)},
+                {"received", isCounted ? Json(state.received.frames) : Json(nullptr)},
+                {"receivedBytes", isCounted ? Json(state.received.bytes) : Json(nullptr)},
+                {"ring", isCounted ? Json{{"frames", state.ringFrames}, {"drops", state.ringDrops}}
+                                   : Json(nullptr)},
                 {"sent", {{"frames", port.sent.frames}, {"bytes", port.sent.bytes}}}};
 }
 
@@ -131,12 +135,12 @@ Listing vrfListing(const ForwardingTables& tables) {
     };
 }
 
-Listing labelListing(std::vector<LabelTraffic> labels) {
-    return [labels = std::move(labels), next = std::size_t{0}](std::string& entry) mutable {
-        if (next >= labels.size()) {
+Listing firstOf(Listing all, std::size_t most) {
+    return [all = std::move(all), left = most](std::string& entry) mutable {
+        if (left == 0 || !all(entry)) {
             return false;
         }
-        entry = labelText(labels[next++]);
+        left -= entry.empty() ? 0 : 1;
         return true;
     };
 }

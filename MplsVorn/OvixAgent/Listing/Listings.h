@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Control/ControlServer.h"
+#include "Published/PublishedTables.h"
 #include "Recorder/FrameRecorder.h"
 #include "State/ForwardingTables.h"
 #include "Summary/Summary.h"
@@ -20,15 +21,18 @@ namespace OvixAgent {
 /// What only the ports of a live run know.
 struct LiveState {
     bool isOpen = true;
-    std::string problem;        ///< why it is not open, or down
-    std::uint64_t received = 0; ///< frames
+    std::string problem; ///< why it is not open, or down
+    Traffic received;
+    std::uint64_t ringDrops = 0; ///< frames for which there was no room
+    std::size_t ringFrames = 0;  ///< that there is room for; 0: not known
 };
 /// Unset for a run on captures.
 using LiveStateOf = std::function<LiveState(PortIndex)>;
 
 /// {"name", "kind", "state", "problem", "mac", "mtu", "vrf", "addresses", "parent", "vlans",
-///  "mpls", "received", "sent": {"frames", "bytes"}}; "kind" and "received" are null in a run on
-/// captures.
+///  "mpls", "received", "receivedBytes", "ring": {"frames", "drops"}, "sent": {"frames", "bytes"}};
+/// "kind", "received", "receivedBytes" and "ring" are null in a run on captures, the last three for
+/// sub-interfaces, whose parents have theirs, too.
 Listing portListing(const ForwardingTables& tables, LiveStateOf live);
 
 /// {"address", "port", "mac", "configured"}. One that is there all the time may come twice when
@@ -50,8 +54,20 @@ Listing routeListing(const ForwardingTables& tables, const std::string& vrf);
 ///  "sent", "delivered": {"frames", "bytes"}}; those that nothing is sent through, too.
 Listing pseudowireListing(const ForwardingTables& tables);
 
-/// The labels' traffic, {"label", "packets", "bytes"}.
-Listing labelListing(std::vector<LabelTraffic> labels);
+/// The labels' traffic by label, {"label", "packets", "bytes"}; and those with most packets first.
+/// What is counted meanwhile may be in it.
+Listing labelListing(const Counter::PktCounterCollectionHolder& holder);
+Listing topLabelListing(const Counter::PktCounterCollectionHolder& holder, std::size_t most);
+
+/// The vias of the labels that have several, from a label on, {"label", "table", "multicast",
+/// "vias": [{"port", "nexthop", "labels", "fec", "weight"}]}, at most `most` of them and of the
+/// first 65,536 labels with a route that it meets; then {"next": LABEL} where there is more to be
+/// looked at.
+Listing weightedListing(const Mpls::PublishedTables& published, const PortTable& ports,
+                        std::uint32_t from, std::size_t most);
+
+/// The first entries of a list. Where several are made at once, as with neighbours, a few more.
+Listing firstOf(Listing all, std::size_t most);
 
 /// {"sequence", "time", "fate", "reason", "first", "port", "length", "bytes", "label", "via":
 ///  {"port", "nexthop"}, "generation"} of the frames that are kept, log by log, those recorded up

@@ -33,6 +33,37 @@ void addStatus(MetricList& list, const Json& status) {
                  tables.at("corruptions"), labels);
     list.gauge("ovix_tables_sound", "1 while the file of the label tables is as it should be.",
                tables.at("problem").is_null() ? 1 : 0, labels);
+    list.gauge("ovix_tables_commit_timestamp_seconds",
+               "When that generation was published, in Unix time.",
+               tables.at("committedAt").get<double>() / 1e9, labels);
+    for (const auto& [table, entries] : tables.at("entries").items()) {
+        list.gauge("ovix_table_entries", "Entries of a table: labels, adjacencies or VRFs.",
+                   entries, {{"table", table}});
+    }
+    list.gauge("ovix_neighbours", "Neighbours whose MAC address is known.",
+               status.at("neighbours").at("known"));
+    list.gauge("ovix_neighbours_wanted", "Neighbours that queued packets wait for.",
+               status.at("neighbours").at("wanted"));
+}
+
+void addOwned(MetricList& list, const std::vector<OwnedRoutes>& owned) {
+    for (const OwnedRoutes& routes : owned) {
+        list.gauge("ovix_label_routes", "Label routes in shared tables by their owner.",
+                   static_cast<double>(routes.routes),
+                   {{"table", routes.table}, {"owner", routes.owner}});
+    }
+}
+
+/// Frames, then bytes: those of one name must come one after the other.
+void addLabels(MetricList& list, const Json& labels) {
+    for (const Json& label : labels.at("top-labels")) {
+        list.counter("ovix_label_frames_total", "Frames received with a label; the busiest labels.",
+                     label.at("packets"), {{"label", label.at("label").dump()}});
+    }
+    for (const Json& label : labels.at("top-labels")) {
+        list.counter("ovix_label_bytes_total", "Their bytes.", label.at("bytes"),
+                     {{"label", label.at("label").dump()}});
+    }
 }
 
 void addReasons(MetricList& list, const std::string& fate, const Json& reasons) {
@@ -43,7 +74,11 @@ void addReasons(MetricList& list, const std::string& fate, const Json& reasons) 
 }
 
 void addFates(MetricList& list, const Json& fates) {
-    list.counter("ovix_frames_in_total", "Frames received.", fates.at("in"));
+    constexpr const char* inHelp = "Frames that came in by ports, and answers of the router.";
+    const auto answers = fates.at("answers").get<double>();
+    list.counter("ovix_frames_in_total", inHelp, fates.at("in").get<double>() - answers,
+                 {{"origin", "ports"}});
+    list.counter("ovix_frames_in_total", inHelp, answers, {{"origin", "router"}});
     list.counter("ovix_frame_replicas_total",
                  "Copies beyond the first of replicated frames, and further fragments.",
                  fates.at("replicas"));
@@ -71,6 +106,25 @@ void addPorts(MetricList& list, const Json& ports) {
         }
     }
     for (const Json& port : ports.at("ports")) {
+        if (const Json& received = port.at("receivedBytes"); !received.is_null()) {
+            list.counter("ovix_port_received_bytes_total", "Bytes of the frames received.",
+                         received, {{"port", port.at("name")}});
+        }
+    }
+    for (const Json& port : ports.at("ports")) {
+        if (const Json& ring = port.at("ring"); !ring.is_null() && ring.at("frames") != 0) {
+            list.gauge("ovix_port_ring_frames", "Frames that the port's receive ring has room for.",
+                       ring.at("frames"), {{"port", port.at("name")}});
+        }
+    }
+    for (const Json& port : ports.at("ports")) {
+        if (const Json& ring = port.at("ring"); !ring.is_null()) {
+            list.counter("ovix_port_ring_drops_total",
+                         "Frames not received for want of room in the ring.", ring.at("drops"),
+                         {{"port", port.at("name")}});
+        }
+    }
+    for (const Json& port : ports.at("ports")) {
         list.counter("ovix_port_sent_frames_total", "Frames sent by the port.",
                      port.at("sent").at("frames"), {{"port", port.at("name")}});
     }
@@ -90,8 +144,7 @@ void addVrfs(MetricList& list, const Json& vrfs) {
 void addEvents(MetricList& list, const Json& events) {
     for (const Json& event : events.at("counters")) {
         list.counter("ovix_events_total",
-                     "What ovixctl counters show has under \"counter\": events of the plugin, the "
-                     "ports, the answers and the fast path.",
+                     "Events of the plugin, the ports, the answers and the fast path.",
                      event.at("count"),
                      {{"category", event.at("category")},
                       {"module", event.at("module")},
@@ -110,6 +163,10 @@ std::vector<prometheus::MetricFamily> metricsOf(const AgentAnswers& answers) {
         addFates(list, parsed(answers.fates));
         addPorts(list, parsed(answers.ports));
         addVrfs(list, parsed(answers.vrfs));
+        addOwned(list, answers.owned);
+        if (!answers.topLabels.empty()) {
+            addLabels(list, parsed(answers.topLabels));
+        }
         addEvents(list, parsed(answers.events));
         return std::move(list).taken();
     } catch (const Json::exception&) {

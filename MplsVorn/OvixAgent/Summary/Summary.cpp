@@ -1,6 +1,7 @@
 #include "Summary/Summary.h"
 
 #include <algorithm>
+#include <tuple>
 
 #include "Ovix/trace/NamedCounters.h"
 #include "State/OvixLfibCounterCollection.h"
@@ -46,6 +47,22 @@ std::vector<NamedCounter> namedCounters(const Ovix::OvixNamedCounters& counters)
         if (counter.count > 0) { // what a frame taken again has counted is taken back
             named.push_back({counter.category, counter.module, counter.reason, counter.count});
         }
+    }
+    return named;
+}
+
+std::vector<NamedCounter> readableCounters(const Ovix::OvixNamedCounters& counters) {
+    std::map<std::tuple<std::string, std::string, std::string>, std::uint64_t> sums;
+    for (const auto& counter : counters.counters()) {
+        if (counter.count > 0 && !counter.isLookup) {
+            const Ovix::EventText text = Ovix::readableEvent(counter.category, counter.reason);
+            sums[{text.category, counter.module, text.reason}] += counter.count;
+        }
+    }
+    std::vector<NamedCounter> named;
+    for (const auto& [names, count] : sums) {
+        const auto& [category, module, reason] = names;
+        named.push_back({category, module, reason, count});
     }
     return named;
 }

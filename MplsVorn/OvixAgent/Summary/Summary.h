@@ -73,6 +73,8 @@ struct Summary {
     /// Copies beyond the first of replicated frames, whatever their fate, and fragments beyond the
     /// first of fragmented packets.
     std::uint64_t replicas = 0;
+    /// Of those that came in, what the router has answered itself; set of a running agent.
+    std::uint64_t answers = 0;
     /// Packets whose neighbour is being resolved; none at the end of a run.
     std::uint64_t waiting = 0;
     /// MTU exception frames sent to the loopback interface, beside the fates of their frames.
@@ -96,6 +98,8 @@ struct Summary {
 /// What has been counted per label, sorted by label.
 std::vector<LabelTraffic> labelTraffic(const Counter::PktCounterCollectionHolder& holder);
 std::vector<NamedCounter> namedCounters(const Ovix::OvixNamedCounters& counters);
+/// The same by the reasons that people read, each once, without lookups that ended no frame.
+std::vector<NamedCounter> readableCounters(const Ovix::OvixNamedCounters& counters);
 
 /// A table for people; empty parts are left out.
 std::string summaryTable(const Summary& summary);
@@ -118,6 +122,14 @@ Tessel::Result<std::string> requestedCommand(const std::string& request);
 std::string requestedText(const std::string& request, const char* member);
 std::uint64_t requestedNumber(const std::string& request, const char* member);
 
+/// Of a running agent, beside its frames.
+struct MoreStatus {
+    std::uint64_t committedAt = 0; ///< the generation of the tables, in nanoseconds since 1970
+    std::vector<std::pair<std::string_view, std::uint64_t>> entries = {}; ///< of each table
+    std::size_t neighbours = 0;
+    std::size_t wantedNeighbours = 0; ///< that packets wait for
+};
+
 /// An entry of "labels", and all of "counters", as in the summary.
 std::string labelText(const LabelTraffic& label);
 std::string countersText(const std::vector<NamedCounter>& counters);
@@ -132,7 +144,8 @@ struct FateGrowth {
 /// "error": TEXT}: the frames and tables of a run so far, of which `run` names the kind; the fates
 /// of its frames with their reasons, as in the summary, and how they have grown since they were
 /// asked for last and of late; nothing but success; a refusal.
-std::string statusAnswer(const Summary& summary, std::string_view version, std::string_view run);
+std::string statusAnswer(const Summary& summary, std::string_view version, std::string_view run,
+                         const MoreStatus& more = {});
 std::string fatesAnswer(const Summary& summary, const FateGrowth& sinceAsked,
                         const FateGrowth& ofLate);
 std::string doneAnswer();

@@ -131,11 +131,18 @@ std::string countersText(const std::vector<NamedCounter>& counters) {
     return dumped(countersJson(counters));
 }
 
-std::string statusAnswer(const Summary& summary, std::string_view version, std::string_view run) {
+std::string statusAnswer(const Summary& summary, std::string_view version, std::string_view run,
+                         const MoreStatus& more) {
+    Json tables = tablesJson(summary.tables);
+    tables["committedAt"] = more.committedAt;
+    tables["entries"] = Json::object();
+    for (const auto& [table, entries] : more.entries) {
+        tables["entries"][std::string(table)] = entries;
+    }
     return dumped({{"ok", true},
                    {"version", version},
                    {"run", run},
-                   {"tables", tablesJson(summary.tables)},
+                   {"tables", std::move(tables)},
                    {"frames",
                     {{"in", summary.in.frames},
                      {"replicas", summary.replicas},
@@ -143,7 +150,9 @@ std::string statusAnswer(const Summary& summary, std::string_view version, std::
                      {"punted", summary.punted.total()},
                      {"dropped", summary.dropped.total()},
                      {"handedOn", summary.handedOn.total()},
-                     {"queued", summary.waiting}}},
+                     {"queued", summary.waiting},
+                     {"answers", summary.answers}}},
+                   {"neighbours", {{"known", more.neighbours}, {"wanted", more.wantedNeighbours}}},
                    {"balanced", summary.isBalanced()}});
 }
 
@@ -177,6 +186,7 @@ std::string fatesAnswer(const Summary& summary, const FateGrowth& sinceAsked,
     };
     return dumped({{"ok", true},
                    {"in", summary.in.frames},
+                   {"answers", summary.answers},
                    {"replicas", summary.replicas},
                    {"forwarded", summary.forwardedTotal().frames},
                    {"punted", reasonsJson(summary.punted)},

@@ -5,6 +5,10 @@
 
 #include "Metrics/MetricsText.h"
 #include "Server/HttpServer.h"
+#include "Web/FateSamples.h"
+#include "Web/FrameExplainer.h"
+#include "Web/PageData.h"
+#include "Web/PageFiles.h"
 
 namespace OvixAgent {
 
@@ -14,7 +18,17 @@ using OvixHttp::HttpAnswer;
 using OvixHttp::HttpRequest;
 
 /// A flood of one kind of request holds up no other.
-enum Lane : std::size_t { metricsLane };
+enum Lane : std::size_t { metricsLane, pageLane, dataLane, explainLane };
+
+constexpr const char* jsonType = "application/json";
+/// Nothing of other sites, and nothing written into the page.
+constexpr const char* pagePolicy =
+    "default-src 'none'; script-src 'self'; style-src 'self'; connect-src 'self'; img-src data:; "
+    "base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
+/// No script at all; the style is a part of the page.
+constexpr const char* explanationPolicy =
+    "default-src 'none'; style-src 'unsafe-inline'; base-uri 'none'; form-action 'none'; "
+    "frame-ancestors 'none'";
 
 HttpAnswer answerOf(const char* type, std::string body) {
     HttpAnswer answer;
@@ -26,22 +40,71 @@ HttpAnswer answerOf(const char* type, std::string body) {
 } // namespace
 
 struct WebServer::Parts {
-    explicit Parts(const Settings& settings) : metrics(settings.control) {}
+    explicit Parts(const Settings& settings)
+        : metrics(settings.control, settings.tables, settings.labels), samples(settings.control),
+          data(settings.control), explainer(settings.control, settings.tables) {}
+    Parts(const Parts&) = delete;
+    Parts& operator=(const Parts&) = delete;
+    ~Parts() { explainer.stop(); }
 
     MetricsText metrics;
+    FateSamples samples;
+    PageData data;
+    FrameExplainer explainer;
     std::optional<OvixHttp::HttpServer> server; ///< the first to end
 
-    OvixHttp::HttpServer::Routes routes() {
-        return {{"/metrics",
-                 {[this](const HttpRequest&) {
-                      return answerOf("text/plain; version=0.0.4; charset=utf-8", metrics.text());
-                  },
-                  metricsLane}}};
-    }
+    OvixHttp::HttpServer::Routes routes();
+    HttpAnswer explanation(std::uint64_t sequence) const;
 };
 
-WebServer::WebServer(const Settings& settings)
-    : parts_(std::make_unique<Parts>(settings)) {
+HttpAnswer WebServer::Parts::explanation(std::uint64_t sequence) const {
+    constexpr unsigned int notFound = 404;
+    auto page = explainer.page(sequence);
+    HttpAnswer answer = page ? answerOf("text/html; charset=utf-8", std::move(page).value())
+                             : answerOf("text/plain; charset=utf-8", page.refused().what + "\n");
+    answer.status = page ? answer.status : notFound;
+    answer.policy = explanationPolicy;
+    return answer;
+}
+
+OvixHttp::HttpServer::Routes WebServer::Parts::routes() {
+    constexpr std::size_t mostReasons = 6;
+    constexpr std::size_t mostExplanations = 4;
+    OvixHttp::HttpServer::Routes all{
+        {"/metrics",
+         {[this](const HttpRequest&) { return answerOf(OvixHttp::metricsType, metrics.text()); },
+          metricsLane}},
+        {"/data",
+         {[this](const HttpRequest&) { return answerOf(jsonType, data.now()); }, dataLane}},
+        {"/history",
+         {[this](const HttpRequest&) { return answerOf(jsonType, samples.json(mostReasons)); },
+          pageLane}},
+        {"/frames",
+         {[this](const HttpRequest& request) {
+              return answerOf(jsonType,
+                              data.frames(request.number("before"), request.argument("reason")));
+          },
+          dataLane}},
+        {"/sets",
+         {[this](const HttpRequest& request) {
+              return answerOf(jsonType, data.sets(request.number("from")));
+          },
+          dataLane}},
+        {"/explain",
+         {[this](const HttpRequest& request) { return explanation(request.number("frame")); },
+          explainLane, mostExplanations}}};
+    for (const PageFile& file : pageFiles()) {
+        all[file.path] = {[&file](const HttpRequest&) {
+                              HttpAnswer answer = answerOf(file.type, std::string(file.content));
+                              answer.policy = pagePolicy;
+                              return answer;
+                          },
+                          pageLane};
+    }
+    return all;
+}
+
+WebServer::WebServer(const Settings& settings) : parts_(std::make_unique<Parts>(settings)) {
     const auto endpoint = OvixHttp::Endpoint::fromText(settings.endpoint);
     try {
         parts_->server.emplace(endpoint.value(), settings.hosts, parts_->routes());

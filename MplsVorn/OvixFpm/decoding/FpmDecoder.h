@@ -17,6 +17,14 @@ struct MessageCounts {
     std::uint64_t refused = 0;       ///< what was skipped
 
     friend bool operator==(const MessageCounts&, const MessageCounts&) = default;
+    MessageCounts& operator+=(const MessageCounts& more) noexcept {
+        newRoutes += more.newRoutes;
+        withdrawals += more.withdrawals;
+        nextHopGroups += more.nextHopGroups;
+        others += more.others;
+        refused += more.refused;
+        return *this;
+    }
 };
 
 /// Decodes the bytes of one connection to changes of the routes, in zebra's order:

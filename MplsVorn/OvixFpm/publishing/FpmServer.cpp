@@ -79,6 +79,7 @@ void FpmServer::run(int stop) {
         if (routes_->wereReplaced()) {
             disconnect("the tables have been replaced; zebra has to announce its routes again");
         }
+        noteState();
     }
 }
 
@@ -143,6 +144,11 @@ void FpmServer::connectionIs(Posix::FileDescriptor connection) {
     routes_->markStale();
     firstRouteAt_.reset();
     hasSwept_ = false;
+    {
+        const std::lock_guard lock(stateMutex_);
+        ++state_.connections;
+        state_.connectedAt = std::chrono::system_clock::now();
+    }
     log_("connections", "zebra is connected; " + std::to_string(routes_->staleRoutes()) +
                             " routes are stale until confirmed");
 }
@@ -178,6 +184,10 @@ void FpmServer::receiveFromWaiting() {
 
 void FpmServer::take(Bytes bytes) {
     heardAt_ = Clock::now();
+    {
+        const std::lock_guard lock(stateMutex_);
+        state_.heardAt = std::chrono::system_clock::now();
+    }
     decoder_.take(bytes);
     takeEvents();
     if (decoder_.lost()) {
@@ -189,12 +199,22 @@ void FpmServer::disconnect(const std::string& why) {
     connection_ = Posix::FileDescriptor();
     firstRouteAt_.reset(); // the next connection may confirm stale routes
     const MessageCounts& now = decoder_.counts();
-    counts_.newRoutes += now.newRoutes;
-    counts_.withdrawals += now.withdrawals;
-    counts_.nextHopGroups += now.nextHopGroups;
-    counts_.others += now.others;
-    counts_.refused += now.refused;
+    counts_ += now;
+    decoder_ = FpmDecoder();
     log_("connections", why);
+}
+
+void FpmServer::noteState() {
+    const std::lock_guard lock(stateMutex_);
+    state_.isConnected = connection_.isOpen();
+    state_.counts = counts_;
+    state_.counts += decoder_.counts();
+    state_.staleRoutes = routes_->staleRoutes();
+}
+
+FpmState FpmServer::state() const {
+    const std::lock_guard lock(stateMutex_);
+    return state_;
 }
 
 void FpmServer::takeEvents() {

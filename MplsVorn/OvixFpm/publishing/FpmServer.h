@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -16,6 +17,16 @@ namespace OvixFpm {
 /// How long zebra must be quiet until its stale routes are removed. Refuses what is not a number
 /// from 0 to 3600.
 Tessel::Result<std::chrono::milliseconds> sweepTime(double seconds);
+
+/// How it stands with zebra. Times are of the system's clock, 0 for never.
+struct FpmState {
+    bool isConnected = false;
+    std::chrono::system_clock::time_point connectedAt{}; ///< last
+    std::chrono::system_clock::time_point heardAt{};
+    std::uint64_t connections = 0; ///< taken into use
+    MessageCounts counts;          ///< of all of them
+    std::size_t staleRoutes = 0;   ///< not announced again yet
+};
 
 /// Listens for zebra and publishes its routes: one connection at a time, of allowed peers alone. A
 /// new one replaces the old once a whole frame has come from it. Routes outlive the connection;
@@ -41,6 +52,8 @@ class FpmServer {
     /// Serves until `stop` becomes readable.
     void run(int stop);
     const MessageCounts& counts() const noexcept { return counts_; }
+    /// As it was between two messages; for any thread.
+    FpmState state() const;
 
   private:
     void accept();
@@ -49,6 +62,7 @@ class FpmServer {
     void receiveFromWaiting();
     void take(Bytes bytes);
     void disconnect(const std::string& why);
+    void noteState();
     void takeEvents();
     void takeChange(const RouteChange& change);
     bool beginBatch();
@@ -72,6 +86,8 @@ class FpmServer {
     bool hasSwept_ = false;                         ///< since the connection was made
     Clock::time_point tablesSeenAt_ = Clock::now();
     bool isHeldUp_ = false; ///< another writer has the tables
+    mutable std::mutex stateMutex_;
+    FpmState state_; ///< by the mutex
 };
 
 } // namespace OvixFpm

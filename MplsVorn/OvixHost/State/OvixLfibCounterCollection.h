@@ -92,13 +92,24 @@ class OvixLfibCounterCollection : public Tessel::Entity {
     /// Visits (Mpls::RouteKey, const PktCounter&), routes of one label by label.
     template <typename Visitor>
     void forEach(Visitor&& visitor) const {
-        for (std::uint32_t word = 0; word < words; ++word) {
-            for (std::uint64_t left = *exists_.at(word); left != 0; left &= left - 1) {
-                const auto at = static_cast<std::uint32_t>(std::countr_zero(left));
-                const Lumo::MplsLabel label(word * wordBits + at);
-                visitor(Mpls::RouteKey::fromLabel(label), *labels_.at(label.value()));
-            }
+        for (std::uint32_t label = 0; label <= Lumo::MplsLabel::max; label += labelsAtOnce) {
+            visitLabels(label, visitor);
         }
+        visitDeeper(visitor);
+    }
+    static constexpr std::uint32_t labelsAtOnce = 64;
+    /// Visits the routes of one label among `labelsAtOnce` labels; `first` is a multiple of it.
+    template <typename Visitor>
+    void visitLabels(std::uint32_t first, Visitor&& visitor) const {
+        static_assert(labelsAtOnce == wordBits);
+        for (std::uint64_t left = *exists_.at(first / wordBits); left != 0; left &= left - 1) {
+            const Lumo::MplsLabel label(first + static_cast<std::uint32_t>(std::countr_zero(left)));
+            visitor(Mpls::RouteKey::fromLabel(label), *labels_.at(label.value()));
+        }
+    }
+    /// Visits the routes of several labels.
+    template <typename Visitor>
+    void visitDeeper(Visitor&& visitor) const {
         deeper_.forEach([&](std::uint64_t key, const PktCounter& counter) {
             visitor(Mpls::RouteKey::fromValue(key), counter);
         });

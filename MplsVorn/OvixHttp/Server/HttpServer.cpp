@@ -216,8 +216,8 @@ void HttpServer::Parts::start() {
         delete static_cast<Exchange*>(*exchange);
         *exchange = nullptr;
     };
-    constexpr unsigned int silence = 5;                // seconds
-    constexpr unsigned int most = 2 * mostConnections; // while closed ones are still being ended
+    constexpr unsigned int silence = 5; // seconds
+    constexpr unsigned int most = 2 * mostConnections;
     const Posix::WithoutSignals here;
     daemon = MHD_start_daemon(
         MHD_USE_EPOLL_INTERNAL_THREAD | MHD_ALLOW_SUSPEND_RESUME | MHD_USE_ITC, 0, nullptr, nullptr,

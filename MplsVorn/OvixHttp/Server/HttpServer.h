@@ -22,6 +22,9 @@ struct HttpRequest {
     std::uint64_t number(const std::string& name) const;
 };
 
+/// Of the text format of Prometheus.
+inline constexpr const char* metricsType = "text/plain; version=0.0.4; charset=utf-8";
+
 struct HttpAnswer {
     unsigned int status = 200;
     std::string type = "text/plain; charset=utf-8";
@@ -36,8 +39,8 @@ struct HttpRoute {
     std::function<HttpAnswer(const HttpRequest&)> answer;
     std::size_t lane = 0;
     /// Requests that wait for the lane; others are answered with 503. The first route of a lane
-    /// says it.
-    std::size_t mostWaiting = 64;
+    /// says it; by default as many as there can be.
+    std::size_t mostWaiting = 128;
 };
 
 /// Serves GET and HEAD by HTTP/1.1, from threads of its own, one request a connection. Whoever says
@@ -45,7 +48,8 @@ struct HttpRoute {
 /// that waits for its client is closed. All that a client can make it keep is bounded.
 class HttpServer {
   public:
-    /// Connections beyond these close older ones.
+    /// Connections beyond these close older ones, but none whose answer is being made: of these
+    /// there may be as many again.
     static constexpr std::size_t mostConnections = 64;
     /// Of the line and the headers of a request together, about.
     static constexpr std::size_t mostRequestBytes = 8192;

@@ -41,10 +41,20 @@ class LiveCounts {
     void add(LiveEvent event, std::uint64_t times = 1) noexcept { counts_[at(event)] += times; }
     std::uint64_t of(LiveEvent event) const noexcept { return counts_[at(event)]; }
 
+    void addReceived(std::span<const WritableFrame> burst) noexcept {
+        add(LiveEvent::received, burst.size());
+        for (const WritableFrame& frame : burst) {
+            receivedBytes_ += frame.originalLength;
+        }
+    }
+    /// As they were on the wire, without the frame check sequence.
+    std::uint64_t receivedBytes() const noexcept { return receivedBytes_; }
+
   private:
     static std::size_t at(LiveEvent event) noexcept { return static_cast<std::size_t>(event); }
 
     std::array<std::uint64_t, liveEventNames.size()> counts_{};
+    std::uint64_t receivedBytes_ = 0;
 };
 
 /// Called with at most `burstFrames` frames that have come one after the other, each with a
@@ -96,6 +106,8 @@ class LivePort : public TransmitPort {
     virtual void flush() = 0;
 
     virtual const LiveCounts& counts() = 0;
+    /// How many frames the kernel keeps until they are received; 0: the device's own queue.
+    virtual std::size_t ringFrames() const noexcept { return 0; }
 };
 
 } // namespace OvixAgent

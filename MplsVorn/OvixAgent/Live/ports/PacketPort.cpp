@@ -74,7 +74,7 @@ std::size_t PacketPort::receive(const BurstVisitor& visitor, std::size_t budget)
         isDry = !gather(std::min(burstFrames, budget - received));
         const std::size_t count = burst_.frames().size();
         if (count > 0) {
-            counts_.add(LiveEvent::received, count);
+            counts_.addReceived(burst_.frames());
             received += count;
             visitor(burst_.frames());
         }

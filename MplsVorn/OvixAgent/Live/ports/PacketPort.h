@@ -45,6 +45,7 @@ class PacketPort final : public LivePort {
     void flush() override;
 
     const LiveCounts& counts() override;
+    std::size_t ringFrames() const noexcept override { return PacketRing::frames(); }
 
   private:
     bool gather(std::size_t most) noexcept;

@@ -201,6 +201,10 @@ void PacketRing::release() noexcept {
     }
 }
 
+std::size_t PacketRing::frames() noexcept {
+    return slots;
+}
+
 std::uint64_t PacketRing::takeDrops() noexcept {
     tpacket_stats statistics{};
     socklen_t size = sizeof statistics;

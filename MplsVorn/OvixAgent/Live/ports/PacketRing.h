@@ -44,6 +44,9 @@ class PacketRing {
     /// Gives the slots of all frames so far back to the kernel.
     void release() noexcept;
 
+    /// Frames that the kernel keeps until they are read, long ones apart.
+    static std::size_t frames() noexcept;
+
     /// Stops receiving new frames.
     void stopIntake() noexcept { acceptNothing(socket_.value()); }
 

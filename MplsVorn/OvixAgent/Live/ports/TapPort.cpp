@@ -69,7 +69,7 @@ std::size_t TapPort::receive(const BurstVisitor& visitor, std::size_t budget) {
     for (bool hasMore = true; isOpen() && received < budget && hasMore;) {
         hasMore = gather(std::min(burstFrames, budget - received));
         const std::size_t count = burst_.frames().size();
-        counts_.add(LiveEvent::received, count);
+        counts_.addReceived(burst_.frames());
         received += count;
         if (count > 0) {
             visitor(burst_.frames());

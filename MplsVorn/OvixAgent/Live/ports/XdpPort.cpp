@@ -111,7 +111,7 @@ void XdpPort::hand(std::span<WritableFrame> burst, const BurstVisitor& visitor) 
         frame.port = index_;
         frame.time = time;
     }
-    counts_.add(LiveEvent::received, burst.size());
+    counts_.addReceived(burst);
     isLent_ = true;
     visitor(burst);
     isLent_ = false;

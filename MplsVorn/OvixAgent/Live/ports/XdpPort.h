@@ -41,6 +41,7 @@ class XdpPort final : public LivePort {
     void flush() override;
 
     const LiveCounts& counts() override;
+    std::size_t ringFrames() const noexcept override { return XdpSocket::buffers; }
 
   private:
     void open();

@@ -86,6 +86,23 @@ TEST(CliOptions, MetricsAreServedOnThisMachineUnlessAnAddressIsGiven) {
               ExitCode::usage);
 }
 
+TEST(CliOptions, LabelsAreAmongTheMetricsWhenTheyAreAskedForAndAtMostAThousand) {
+    const auto live = [](const char* labels) {
+        return std::vector<const char*>{"run", "c.yaml",    "--live", "--tables",
+                                        "lab", "--metrics", "9473",   "--metrics-labels",
+                                        labels};
+    };
+    EXPECT_EQ(runOptions(live("20")).metricsLabels, 20U);
+    for (const char* const bad : {"0", "1001", "-1", "x"}) {
+        EXPECT_EQ(exitOf(live(bad)).code, ExitCode::usage) << bad;
+    }
+    for (const char* const option : {"--metrics-labels", "--metrics-host"}) {
+        const CliExit alone = exitOf({"run", "c.yaml", "--live", "--tables", "lab", option, "5"});
+        EXPECT_NE(alone.text.find(std::string(option) + " requires --metrics"), std::string::npos)
+            << alone.text;
+    }
+}
+
 TEST(CliOptions, TheFastPathIsOnUnlessItIsSwitchedOff) {
     const std::vector<const char*> plain{"run", "c.yaml", "--in", "e=a", "--out", "o"};
     const auto with = [&plain](const char* option) {

@@ -151,13 +151,14 @@ TEST(ControlAnswers, HoldTheirParts) {
     EXPECT_EQ(countersText(summary.counters),
               R"([{"category":"Drop","module":"Routing::Mpls","reason":"No labels resolved",)"
               R"("count":2}])");
-    EXPECT_EQ(statusAnswer(summary, "1.0", "live"),
+    EXPECT_EQ(statusAnswer(summary, "1.0", "live", {5, {{"decap", 7}}, 4, 3}),
               R"({"ok":true,"version":"1.0","run":"live",)"
-              R"("tables":{"name":"","generation":0,"corruptions":0,"problem":null},)"
+              R"("tables":{"name":"","generation":0,"corruptions":0,"problem":null,)"
+              R"("committedAt":5,"entries":{"decap":7}},)"
               R"("frames":{"in":12,"replicas":1,"forwarded":8,"punted":1,"dropped":3,"handedOn":1,)"
-              R"("queued":0},"balanced":true})");
+              R"("queued":0,"answers":0},"neighbours":{"known":4,"wanted":3},"balanced":true})");
     EXPECT_EQ(fatesAnswer(summary, {10, summary}, {2, grown}),
-              R"({"ok":true,"in":12,"replicas":1,"forwarded":8,)"
+              R"({"ok":true,"in":12,"answers":0,"replicas":1,"forwarded":8,)"
               R"("punted":{"frames":1,"reasons":{"OAM packet":1}},)"
               R"("dropped":{"frames":3,"reasons":{"No labels resolved":2,"TTL expired":1}},)"
               R"("handedOn":{"frames":1,"reasons":{"not MPLS":1}},"queued":0,"balanced":true,)"

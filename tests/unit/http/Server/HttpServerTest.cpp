@@ -127,7 +127,7 @@ TEST_F(HttpServerTest, ManyWhoSayNothingHoldUpNobody) {
         EXPECT_TRUE(isServed());
     }
     EXPECT_EQ(idle.front().heard(2), ""); // closed long before its time is over
-    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(1));
+    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(3)); // of 5 of silence
 }
 
 TEST_F(HttpServerTest, WhoDoesNotReadHoldsUpNobody) {
