@@ -61,7 +61,7 @@ Listing topLabelListing(const Counter::PktCounterCollectionHolder& holder, std::
 
 /// The vias of the labels that have several, from a label on, {"label", "table", "multicast",
 /// "vias": [{"port", "nexthop", "labels", "fec", "weight"}]}, at most `most` of them and of the
-/// first 65,536 labels with a route that it meets; then {"next": LABEL} where there is more to be
+/// first 16,384 labels with a route that it meets; then {"next": LABEL} where there is more to be
 /// looked at.
 Listing weightedListing(const Mpls::PublishedTables& published, const PortTable& ports,
                         std::uint32_t from, std::size_t most);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -46,8 +47,20 @@ std::string PageData::answerTo(const std::string& request) const {
     return answer ? std::move(answer).value() : missing;
 }
 
+PageData::Turn::Turn(const PageData& data) : data_(&data) {
+    std::this_thread::sleep_until(data.next_);
+    began_ = std::chrono::steady_clock::now();
+}
+
+PageData::Turn::~Turn() {
+    constexpr std::chrono::milliseconds longest{500};
+    const auto now = std::chrono::steady_clock::now();
+    data_->next_ = now + std::min<std::chrono::steady_clock::duration>(4 * (now - began_), longest);
+}
+
 // None further when one is missing: the agent may be ending, and waits for this.
 std::string PageData::now() const {
+    const Turn turn(*this);
     const std::pair<const char*, std::string> wanted[]{
         {"status", R"({"command":"status"})"},
         {"fates", R"({"command":"fates"})"},
@@ -65,6 +78,7 @@ std::string PageData::now() const {
 }
 
 std::string PageData::frames(std::uint64_t before, const std::string& reason) const {
+    const Turn turn(*this);
     FramesJson answer =
         FramesJson::parse(answerTo(R"({"command":"recorded-frames"})"), nullptr, false);
     std::vector<FramesJson> shown = shownOf(answer, before, reason);
@@ -75,6 +89,7 @@ std::string PageData::frames(std::uint64_t before, const std::string& reason) co
 }
 
 std::string PageData::sets(std::uint64_t from) const {
+    const Turn turn(*this);
     return answerTo(
         fmt::format(R"({{"command":"weighted-sets","from":{},"limit":{}}})", from, setsAtOnce));
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -33,7 +34,22 @@ class PageData {
     /// null when there is none.
     std::string answerTo(const std::string& request) const;
 
+    /// Whoever asks without end takes no more than a fifth of the agent's time: it is asked again
+    /// when it has rested four times as long as it has worked, but for half a second at the most.
+    class Turn {
+      public:
+        explicit Turn(const PageData& data);
+        Turn(const Turn&) = delete;
+        Turn& operator=(const Turn&) = delete;
+        ~Turn();
+
+      private:
+        const PageData* data_;
+        std::chrono::steady_clock::time_point began_;
+    };
+
     std::string control_;
+    mutable std::chrono::steady_clock::time_point next_{}; ///< not to be asked before
 };
 
 } // namespace OvixAgent

@@ -294,14 +294,20 @@ function drawSet(set) {
   return make("li", {}, make("strong", {}, `Label ${set.label}`), ` in table ${set.table}, ${set.vias.length} ${set.multicast ? "copies" : "ways"}`, bar,
     make("ul", { class: "legend" }, ...parts.map(part => make("li", {}, swatch(part.colour), make("span", {}, part.text), make("span", { class: "n" }, words(part))))));
 }
+let searches = 0;
 async function showSets(from) {
-  const answer = await ask(`/sets?from=${from}`);
-  const list = answer?.["weighted-sets"] ?? [];
-  nextSet = list.find(each => "next" in each)?.next ?? null;
-  const sets = list.filter(each => "vias" in each);
+  const mine = ++searches; // a later one takes the place of this
+  let sets = [];
+  for (nextSet = from; sets.length === 0 && nextSet !== null;) { // the agent looks at some thousands of labels at a time
+    const answer = await ask(`/sets?from=${nextSet}`);
+    if (mine !== searches) return;
+    const list = answer?.["weighted-sets"] ?? [];
+    nextSet = list.find(each => "next" in each)?.next ?? null;
+    sets = list.filter(each => "vias" in each);
+    byId("sets-none").textContent = sets.length ? "" : nextSet !== null ? `Looked at the labels from ${from} to ${nextSet - 1}…` : from > 0 ? `None from label ${from} on.` : "There are none.";
+  }
   byId("sets").replaceChildren(...sets.map(drawSet));
   byId("next").disabled = nextSet === null;
-  byId("sets-none").textContent = sets.length ? "" : nextSet !== null ? `None from label ${from} to ${nextSet - 1}.` : from > 0 ? `None from label ${from} on.` : "There are none.";
 }
 
 /** Multicast addresses, which the kernel lists among its neighbours. */

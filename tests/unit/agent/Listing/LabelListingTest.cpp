@@ -63,7 +63,7 @@ TEST_F(LabelListing, NoStepLooksAtMoreThanAFewLabels) {
     while (entry.empty() && walk(entry)) {
         ++steps;
     }
-    EXPECT_GE(steps, 1048576 / 64);
+    EXPECT_GE(steps, 1048576 / 1024);
 }
 
 TEST(FirstOf, EndsAList) {

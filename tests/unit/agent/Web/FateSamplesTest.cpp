@@ -12,7 +12,8 @@ using OvixAgent::FateSamples;
 const char* const nowhere = "/nonexistent/control.sock";
 
 json rowOf(const FateSamples& samples, const json& reason, std::size_t reasons = 6) {
-    for (const json& row : json::parse(samples.json(reasons)).at("reasons")) {
+    const json all = json::parse(samples.json(reasons));
+    for (const json& row : all.at("reasons")) {
         if (row.at("reason") == reason) {
             return row.at("frames");
         }
