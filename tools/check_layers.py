@@ -27,7 +27,8 @@ HTTP = "MplsVorn/OvixHttp"
 ALLOWED = {HOST: [HOST], PLUGIN: [PLUGIN, HOST], LOG: [LOG, HOST], HTTP: [HTTP, HOST],
            AGENT: [AGENT, LOG, HTTP, HOST], CTL: [CTL, AGENT, LOG, HOST], FPM: [FPM, LOG, HTTP, HOST]}
 # Only the programs use packaged libraries.
-LIBRARIES = re.compile(r"^(pcap|libmnl|xdp|bpf|yaml-cpp|nlohmann|fmt|spdlog|CLI|prometheus|microhttpd|gtest|benchmark)\b")
+LIBRARIES = re.compile(r"^(pcap|libmnl|xdp|bpf|yaml-cpp|nlohmann|fmt|spdlog|systemd|sys/capability|CLI"
+                       r"|prometheus|microhttpd|gtest|benchmark)\b")
 RUNTIME = re.compile(r"^(libOvixHost\.so|libstdc\+\+\.so|libgcc_s\.so|libm\.so|libc\.so|ld-linux"
                      r"|libasan\.so|libubsan\.so|libtsan\.so)")
 

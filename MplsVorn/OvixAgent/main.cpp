@@ -1,6 +1,7 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <linux/capability.h>
 #include <string_view>
 #include <variant>
 
@@ -9,6 +10,22 @@
 #include "Command/Replaying.h"
 #include "Command/Run.h"
 #include "Live/carrier/Carrier.h"
+#include "Program/Privileges.h"
+
+namespace {
+
+/// Of root: files of others, and giving files to groups. The rest is for interfaces; memory of
+/// AF_XDP is locked.
+void giveUpPrivileges(const OvixAgent::RunOptions& options) {
+    if (options.live) {
+        OvixLog::keepCapabilities({CAP_NET_ADMIN, CAP_NET_RAW, CAP_BPF, CAP_PERFMON, CAP_IPC_LOCK,
+                                   CAP_CHOWN, CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH});
+    } else {
+        OvixLog::keepCapabilities({CAP_CHOWN, CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH});
+    }
+}
+
+} // namespace
 
 int main(int argc, char** argv) {
     if (argc > 0 && std::string_view(argv[0]) == OvixAgent::carrierHolder) {
@@ -28,8 +45,10 @@ int main(int argc, char** argv) {
         return OvixAgent::runReplay(*options);
     }
     try {
+        const auto& options = std::get<OvixAgent::RunOptions>(parsed);
+        giveUpPrivileges(options);
         OvixLog::Log log("ovix-agent");
-        return OvixAgent::run(std::get<OvixAgent::RunOptions>(parsed), log);
+        return OvixAgent::run(options, log);
     } catch (const std::exception& error) { // there is no thread for the log
         std::fprintf(stderr, "ovix-agent: %s\n", error.what());
         return OvixAgent::ExitCode::badInput;

@@ -4,12 +4,16 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <linux/capability.h>
 #include <optional>
 #include <sys/signalfd.h>
 #include <utility>
 #include <vector>
 
 #include "Log/Log.h"
+#include "Program/Privileges.h"
+#include "Program/ServiceManager.h"
+#include "Program/Version.h"
 #include "pseudowires/LdpWatch.h"
 #include "publishing/FpmServer.h"
 #include "serving/FpmMetrics.h"
@@ -87,7 +91,14 @@ void serve(const Options& options, OvixLog::Log& log) {
     ldp.socketDirectory = options.vtySocket;
     ldp.every = std::chrono::milliseconds(static_cast<long>(options.pseudowiresEvery * 1000));
     OvixFpm::LdpWatch pseudowires(routes, ldp, logged);
-    OvixFpm::FpmServer server(routes, settingsOf(options), logged,
+    OvixLog::ServiceManager service;
+    OvixFpm::FpmServer::Settings settings = settingsOf(options);
+    settings.turn = [&service](OvixFpm::FpmServer::Clock::time_point now, bool isConnected) {
+        service.statusIs(isConnected ? "zebra is connected" : "waiting for zebra");
+        service.isReady();
+        service.turn(now);
+    };
+    OvixFpm::FpmServer server(routes, settings, logged,
                               options.pseudowires ? &pseudowires : nullptr);
     std::optional<OvixFpm::MetricsServer> metrics;
     if (!options.metrics.empty()) {
@@ -95,6 +106,7 @@ void serve(const Options& options, OvixLog::Log& log) {
                         options.metricsHosts, [&server] { return server.state(); });
     }
     server.run(stop.value());
+    service.isStopping();
 }
 
 int serveAndLog(const Options& options, OvixLog::Log& log) {
@@ -130,7 +142,7 @@ int main(int argc, char** argv) {
         "Publishes zebra's routes (dplane_fpm_nl) in shared tables. The routes stay when zebra or "
         "this program ends.",
         "ovix-fpm");
-    app.set_version_flag("--version", std::string("ovix-fpm 0.1.0"));
+    app.set_version_flag("--version", OvixLog::versionText("ovix-fpm"));
     app.add_option("--tables", options.tables, "The tables to publish in")
         ->capture_default_str()
         ->envname("OVIX_TABLES")
@@ -169,6 +181,8 @@ int main(int argc, char** argv) {
     }
     std::signal(SIGPIPE, SIG_IGN); // a reader of the log that goes is no reason to end
     try {
+        // Of root: files of others, and giving files to groups.
+        OvixLog::keepCapabilities({CAP_CHOWN, CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH});
         OvixLog::Log log("ovix-fpm");
         return serveAndLog(options, log);
     } catch (const std::exception& error) { // there is no thread for the log

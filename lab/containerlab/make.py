@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Writes a directory from which containerlab makes the lab's network.
 
-Puts the topology, the image's recipe with the package, and a directory for each node there; the
+Puts the topology, the image's recipe with the packages, and a directory for each node there; the
 configurations are those of the lab.
 """
 
@@ -39,14 +39,20 @@ def main() -> int:
     parser.add_argument("directory", type=pathlib.Path)
     parser.add_argument("--network", default="ldp",
                         choices=[one.name for one in networks.ALL.values() if one.family == 4])
-    parser.add_argument("--package", type=pathlib.Path, help="by default that of ./run package")
+    parser.add_argument("--package", type=pathlib.Path, action="append",
+                        help="may be given several times; by default those of ./run package")
     options = parser.parse_args()
-    found = sorted((HERE.parent.parent / "build" / "package").glob("ovix_*.deb"))
+    found = [one for one in sorted((HERE.parent.parent / "build" / "package").glob("ovix*.deb"))
+             if "-dbgsym_" not in one.name]
     if not options.package and not found:
-        parser.error("there is no package yet: ./run package makes it")
+        parser.error("there are no packages yet: ./run package makes them")
     for node in (*topology.ROUTERS, *topology.HOSTS):
         write_node(node, options.directory / node, networks.ALL[options.network])
-    shutil.copy(options.package or found[-1], options.directory / "ovix.deb")
+    packages = options.directory / "packages"
+    shutil.rmtree(packages, ignore_errors=True)
+    packages.mkdir(parents=True)
+    for package in options.package or found:
+        shutil.copy(package, packages)
     for name in ("ovix.clab.yml", "Dockerfile", "router.sh"):
         shutil.copy(HERE / name, options.directory / name)
     return 0

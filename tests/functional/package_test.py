@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 import sys
@@ -10,6 +11,8 @@ import unittest
 
 import agent
 
+VERSION = re.search(r"project\(ovix VERSION (\S+)",
+                    (agent.SOURCE / "CMakeLists.txt").read_text()).group(1)
 CLAB = agent.SOURCE / "lab" / "containerlab"
 sys.path.insert(0, str(agent.SOURCE / "lab"))
 import topology  # noqa: E402 (the lab's)
@@ -29,17 +32,53 @@ class Package(unittest.TestCase):
 
     def test_the_installed_programs_find_what_they_need(self):
         build = pathlib.Path(agent.AGENT).resolve().parent.parent
-        self.run_well("cmake", "--install", build, "--prefix", self.directory)
-        programs = self.directory / "bin"
+        # Nothing below /, wherever the build would put the configuration.
+        os.environ["DESTDIR"] = str(self.directory)
+        self.addCleanup(os.environ.pop, "DESTDIR")
+        self.run_well("cmake", "--install", build, "--prefix", "/usr")
+        programs = self.directory / "usr/bin"
         for program in ("ovix-agent", "ovixctl", "ovix-fpm"):
-            self.assertIn("0.1.0", self.run_well(programs / program, "--version"))
+            said = self.run_well(programs / program, "--version")
+            self.assertRegex(said, rf"\A{program} {VERSION}\ncommit: +([0-9a-f]{{12}}|unknown)")
         self.run_well(sys.executable, agent.SOURCE / "examples" / "make_demo.py", self.directory)
         shown = self.run_well(programs / "ovix-agent", "run",
                               agent.SOURCE / "examples" / "demo.yaml",
                               "--in", f"west={self.directory / 'west.pcap'}",
                               "--out", self.directory / "out")
         self.assertIn("forwarded", shown)
+        self.see_what_is_beside_them()
         self.assertGreater((self.directory / "out" / "east.pcap").stat().st_size, 1000)
+
+    def see_what_is_beside_them(self):
+        share = self.directory / "usr/share"
+        for page in ("man1/ovix-agent.1", "man1/ovixctl.1", "man1/ovix-fpm.1"):
+            warnings = subprocess.run(["groff", "-man", "-Tutf8", "-ww", "-z", share / "man" / page],
+                                      capture_output=True, text=True, check=False).stderr
+            self.assertEqual(warnings, "", page)
+        manual = (share / "man/man1/ovixctl.1").read_text()
+        for command in ("LFIB ADD", "STATUS", "COMPLETION ZSH"):
+            self.assertIn(f'.SH "OVIXCTL {command}"', manual)
+        reference = (share / "doc/ovix/docs/reference.md").read_text()
+        self.assertIn("\n## ovix-fpm\n", reference)
+        for completion in ("bash-completion/completions/ovixctl", "zsh/vendor-completions/_ovixctl"):
+            self.assertGreater((share / completion).stat().st_size, 100)
+        for unit in ("ovix-agent@.service", "ovix-fpm.service"):
+            text = (self.directory / "usr/lib/systemd/system" / unit).read_text()
+            self.assertRegex(text, r"(?m)^ExecStart=/\S+/bin/ovix-")
+
+    @unittest.skipUnless(shutil.which("systemd-analyze"), "needs systemd-analyze")
+    def test_units_are_valid_and_give_up_what_they_do_not_need(self):
+        build = pathlib.Path(agent.AGENT).resolve().parent.parent
+        for unit in ("ovix-agent@.service", "ovix-fpm.service"):
+            done = subprocess.run(["systemd-analyze", "security", "--offline=true", "--no-pager",
+                                   "--threshold=20", build / "generated/units" / unit],
+                                  capture_output=True, text=True, check=False)
+            self.assertEqual(done.returncode, 0, done.stdout[-300:] + done.stderr)
+            self.assertEqual(done.stderr, "")
+
+    def test_versions_are_the_same_everywhere(self):
+        changes = (agent.SOURCE / "CHANGELOG.md").read_text()
+        self.assertEqual(re.search(r"^## (\S+)", changes, re.MULTILINE).group(1), VERSION)
 
     def test_containerlab_has_the_nodes_and_links_of_the_lab(self):
         text = (CLAB / "ovix.clab.yml").read_text()
@@ -60,7 +99,7 @@ class Package(unittest.TestCase):
             for name in ("zebra", *(("ldpd",) if network == "ldp" else ())):
                 self.assertTrue((written / "pe1" / f"{name}.conf").read_text())
             self.run_well("sh", "-n", written / "router.sh")
-            self.assertIn("COPY ovix.deb", (written / "Dockerfile").read_text())
+            self.assertIn("COPY packages", (written / "Dockerfile").read_text())
 
 
 if __name__ == "__main__":

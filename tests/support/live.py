@@ -32,6 +32,12 @@ def why_not() -> str:
     return "" if done.returncode == 0 else f"needs network namespaces: {done.stderr.strip()}"
 
 
+def others_may_run(program: str) -> bool:
+    """Whether a user who is not root reaches a program: the sources may lie in root's home."""
+    return subprocess.run(["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "test",
+                           "-x", program], capture_output=True, check=False).returncode == 0
+
+
 class NamespaceTest(unittest.TestCase):
     """A test with agents in network namespaces."""
 

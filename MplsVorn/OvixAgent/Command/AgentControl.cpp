@@ -7,6 +7,7 @@
 #include "Command/Run.h"
 #include "Listing/SituationListing.h"
 #include "Mpls/TableDirectory.h"
+#include "Program/Version.h"
 
 namespace OvixAgent {
 
@@ -64,7 +65,7 @@ struct Commands {
         return doneAnswer();
     }
     ControlAnswer status(const std::string& /*request*/) const {
-        return statusAnswer(soFar(), agentVersion, parts.live ? "live" : "captures", moreStatus());
+        return statusAnswer(soFar(), OvixLog::version(), parts.live ? "live" : "captures", moreStatus());
     }
     /// Only those who ask for growth have asked, so that nobody else's reading disturbs theirs.
     ControlAnswer fates(const std::string& request) const {
@@ -125,7 +126,7 @@ struct Commands {
     /// What it forwards by, but for what other commands list.
     ControlAnswer situation(const std::string& /*request*/) const {
         const RunOptions& options = *parts.options;
-        return situationAnswer({agentVersion, parts.live ? "live" : "captures",
+        return situationAnswer({std::string(OvixLog::version()), parts.live ? "live" : "captures",
                                 std::filesystem::absolute(options.config), options.plugin,
                                 options.tables, parts.state->tables().tables().generation(),
                                 options.anyMac},
@@ -208,6 +209,12 @@ struct Commands {
     }
 };
 
+/// Whether a request changes more than what is shown to who asks.
+bool isChange(const std::string& request) {
+    const Tessel::Result<std::string> command = requestedCommand(request);
+    return command && command.value() == "clear-counters";
+}
+
 } // namespace
 
 std::unique_ptr<ControlServer> serveControl(const ControlParts& parts) {
@@ -215,8 +222,10 @@ std::unique_ptr<ControlServer> serveControl(const ControlParts& parts) {
     if (options.control.empty() && options.tables.empty()) {
         return nullptr;
     }
-    return std::make_unique<ControlServer>(
+    auto server = std::make_unique<ControlServer>(
         options.control.empty() ? controlPath(options.tables) : options.control, Commands{parts});
+    server->changesAre(isChange);
+    return server;
 }
 
 } // namespace OvixAgent

@@ -6,6 +6,7 @@
 #include <optional>
 #include <sstream>
 
+#include "Program/Version.h"
 #include "Server/Endpoint.h"
 
 namespace OvixAgent {
@@ -223,7 +224,7 @@ parseCommandLine(int argc, const char* const* argv) {
     RunOptions options;
     std::vector<std::string> inputs;
     CLI::App app("Forwards MPLS frames from captures to captures.", "ovix-agent");
-    app.set_version_flag("--version", std::string("ovix-agent ") + agentVersion);
+    app.set_version_flag("--version", OvixLog::versionText("ovix-agent"));
     app.require_subcommand(1);
     CLI::App* const run = app.add_subcommand("run", "Forward the frames of captures");
     run->footer(exitCodes);

@@ -8,8 +8,6 @@
 
 namespace OvixAgent {
 
-inline constexpr const char* agentVersion = "0.1.0";
-
 /// Exit codes of the agent.
 namespace ExitCode {
 inline constexpr int success = 0;

@@ -42,6 +42,7 @@ class LiveReload final : public Reloading {
     int descriptor() const noexcept override { return side_.descriptor(); }
     void start() override;
     void finish() override;
+    bool isUnderWay() const noexcept override { return isPreparing_; }
 
   private:
     /// What has been made of a configuration; afterwards what was there before.

@@ -1,5 +1,6 @@
 #include "Command/Run.h"
 
+#include <algorithm>
 #include <csignal>
 #include <exception>
 #include <fmt/format.h>
@@ -94,7 +95,8 @@ class LiveAgent {
                      watchTables(*state_, *log_);
                      history_.tick();
                      trace_.timeIs(LiveTrace::Clock::now());
-                 }})
+                 },
+                 &service_, [this] { return statusLine(); }})
             .run([this](const std::string& news) { (*log_)("ports", news); });
         Summary summary = summaryOf(options_, *state_, forwarder_);
         for (const NamedCounter& counter : counters()) {
@@ -126,6 +128,20 @@ class LiveAgent {
         return all;
     }
 
+    /// For the service manager.
+    std::string statusLine() const {
+        const auto& ports = ports_.all();
+        const auto open = std::count_if(ports.begin(), ports.end(),
+                                        [](const auto& port) { return port->isOpen(); });
+        std::string line = fmt::format("forwarding on {} of {} ports", open, ports.size());
+        for (const std::string& problem : ports_.problems()) {
+            line += "; " + problem;
+        }
+        const TablesWatch* const watch = state_->tablesWatch();
+        return watch != nullptr && !watch->problem().empty() ? line + "; " + watch->problem()
+                                                             : line;
+    }
+
     LiveState liveStateOf(PortIndex index) const {
         LivePort& port = ports_.port(index);
         const PortDown down = links_.downBecause(index);
@@ -153,7 +169,8 @@ class LiveAgent {
     std::optional<SharedIpRoutes> ipRoutes_;       ///< set when the tables are shared
     std::optional<SharedPseudowires> pseudowires_; ///< likewise
     std::unique_ptr<ControlServer> control_;       ///< may be null
-    std::optional<Carrier> carrier_;               ///< set when the links go down with the agent
+    OvixLog::ServiceManager service_;
+    std::optional<Carrier> carrier_; ///< set when the links go down with the agent
     LiveReload reload_{options_,
                        config_,
                        {state_.get(), &tables_, &ports_, &links_, &answers_, &ipRoutes_},

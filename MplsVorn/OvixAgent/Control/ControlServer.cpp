@@ -16,7 +16,15 @@
 #include <unistd.h>
 #include <utility>
 
+#include "Posix/ServiceAccounts.h"
+
 namespace OvixAgent {
+
+namespace {
+
+constexpr const char* ofSystem = "/run/ovix";
+
+} // namespace
 
 std::string controlPath(const std::string& name) {
     const auto environment = [](const char* variable) {
@@ -25,7 +33,7 @@ std::string controlPath(const std::string& name) {
     };
     std::string directory = environment("OVIX_RUNTIME_DIR");
     if (directory.empty() && geteuid() == 0) {
-        directory = "/run/ovix";
+        directory = ofSystem;
     } else if (directory.empty()) {
         const std::string perUser = environment("XDG_RUNTIME_DIR");
         directory = perUser.empty() ? fmt::format("/tmp/ovix-{}", geteuid()) : perUser + "/ovix";
@@ -33,11 +41,19 @@ std::string controlPath(const std::string& name) {
     return directory + "/" + name + ".sock";
 }
 
+std::string controlPathToAsk(const std::string& name) {
+    const std::string own = controlPath(name);
+    const std::string others = std::string(ofSystem) + "/" + name + ".sock";
+    std::error_code unseen;
+    return !std::filesystem::exists(own, unseen) && std::filesystem::exists(others, unseen) ? others
+                                                                                            : own;
+}
+
 namespace {
 
 /// What is wrong with it; empty when nothing is.
 std::string_view distrust(const struct stat& directory) {
-    const bool isOwn = directory.st_uid == 0 || directory.st_uid == geteuid();
+    const bool isOwn = Posix::ServiceAccounts::isTrusted(directory.st_uid);
     const bool isShared = (directory.st_mode & (S_IWGRP | S_IWOTH)) != 0;
     return !isOwn                                           ? "belongs to another user"
            : S_ISLNK(directory.st_mode)                     ? ""
@@ -115,7 +131,7 @@ ControlServer::ControlServer(std::string path, Handler handler)
     }
     unlink(path_.c_str());
     listener_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    // Only the agent's own user: requests may clear counters.
+    // Only the agent's own user, unless the directory is shared with a group.
     const mode_t mask = umask(0177);
     const int bound = bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof address);
     umask(mask);
@@ -127,6 +143,10 @@ ControlServer::ControlServer(std::string path, Handler handler)
         close(listener_);
         errno = reason;
         fail(path_, "listen");
+    }
+    struct stat where {};
+    if (stat(directory.c_str(), &where) == 0 && Posix::ServiceAccounts::isService(where.st_uid)) {
+        Posix::ServiceAccounts::shareWithReaders(path_.c_str(), 0660);
     }
 }
 
@@ -199,7 +219,10 @@ bool ControlServer::progress(Client& client) {
 }
 
 void ControlServer::answer(Client& client, const std::string& request) {
-    client.answer = handler_(request);
+    client.answer =
+        isChange_ && isChange_(request) && !Posix::ServiceAccounts::mayChange(client.socket)
+            ? ControlAnswer(R"({"ok":false,"error":"only members of ovix-admin may do that"})")
+            : handler_(request);
     client.toSend = std::exchange(client.answer.begin, {});
     if (!client.answer.entries) {
         client.toSend += '\n';

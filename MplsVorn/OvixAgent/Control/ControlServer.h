@@ -15,6 +15,9 @@ namespace OvixAgent {
 /// in $XDG_RUNTIME_DIR/ovix or /tmp/ovix-UID for other users.
 std::string controlPath(const std::string& name);
 
+/// The same to ask at; of a user who has no such socket, that of the system.
+std::string controlPathToAsk(const std::string& name);
+
 /// Whether whoever asks or answers at the socket may trust the directory that it is in: it belongs
 /// to root or this user, as a link to it does, and nobody else may replace what is in it. Refused
 /// with the path and what is wrong; a directory that does not exist is not refused.
@@ -57,6 +60,11 @@ class ControlServer {
     ControlServer(const ControlServer&) = delete;
     ControlServer& operator=(const ControlServer&) = delete;
 
+    /// Answers these requests only to root, the agent's own user and members of "ovix-admin".
+    void changesAre(std::function<bool(const std::string& request)> isChange) {
+        isChange_ = std::move(isChange);
+    }
+
     const std::string& path() const noexcept { return path_; }
     /// An epoll descriptor, readable when `serve` has work.
     int descriptor() const noexcept { return events_; }
@@ -85,6 +93,7 @@ class ControlServer {
 
     std::string path_;
     Handler handler_;
+    std::function<bool(const std::string&)> isChange_;
     int listener_ = -1;
     int events_ = -1;
     Clients clients_;

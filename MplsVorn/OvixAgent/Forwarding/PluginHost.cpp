@@ -1,6 +1,7 @@
 #include "Forwarding/PluginHost.h"
 
 #include <cassert>
+#include <dlfcn.h>
 #include <filesystem>
 
 #include "Plugin/Loader.h"
@@ -11,9 +12,13 @@ namespace OvixAgent {
 
 namespace {
 
+/// Beside the host's library, wherever that has been loaded from.
 std::string installedPlugin() {
-    const std::filesystem::path self = std::filesystem::canonical("/proc/self/exe");
-    return (self.parent_path().parent_path() / "lib" / "libMplsOvixPlugin.so").string();
+    Dl_info host{};
+    if (dladdr(reinterpret_cast<const void*>(&Plugin::Library::load), &host) == 0) {
+        throw Plugin::LoadError("the host's library cannot be found");
+    }
+    return std::filesystem::canonical(host.dli_fname).replace_filename("libMplsOvixPlugin.so");
 }
 
 } // namespace

@@ -48,6 +48,7 @@ void LiveRun::run(const std::function<void(const std::string&)>& report) {
         refresh();
         settle(report);
     } while (takeSignals());
+    parts_.service->isStopping();
     drain();
     parts_.forwarder->settleWaiting(LinkSync::Clock::time_point::max());
     parts_.ports->flush();
@@ -86,6 +87,9 @@ void LiveRun::wait() {
     }
     if (waiting_[reloadAt].revents != 0) {
         parts_.reloading->finish();
+        if (!parts_.reloading->isUnderWay()) {
+            parts_.service->hasReloaded();
+        }
     }
 }
 
@@ -163,7 +167,12 @@ void LiveRun::settle(const std::function<void(const std::string&)>& report) {
         for (const std::string& news : parts_.ports->news()) {
             report(news);
         }
+        parts_.service->statusIs(isReady_ ? parts_.status() : "waiting for links and tables");
+        if (isReady_) {
+            parts_.service->isReady();
+        }
     }
+    parts_.service->turn(now);
 }
 
 /// False when the run ends.
@@ -174,6 +183,7 @@ bool LiveRun::takeSignals() {
         if (taken.ssi_signo != SIGHUP) {
             return false;
         }
+        parts_.service->isReloading();
         parts_.reloading->start();
     }
     return true;

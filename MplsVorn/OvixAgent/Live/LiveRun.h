@@ -18,6 +18,7 @@
 #include "Live/links/LinkSync.h"
 #include "Live/ports/LivePorts.h"
 #include "Posix/FileDescriptor.h"
+#include "Program/ServiceManager.h"
 #include "Published/PublishedTables.h"
 
 namespace OvixAgent {
@@ -36,6 +37,8 @@ class Reloading {
     virtual void start() = 0;
     /// Takes over what is ready, between two frames.
     virtual void finish() = 0;
+    /// Whether another is being prepared.
+    virtual bool isUnderWay() const noexcept = 0;
 };
 
 /// The loop of a live run: frames, link changes, control requests and signals.
@@ -55,6 +58,8 @@ class LiveRun {
         Reloading* reloading;
         Carrier* carrier;
         std::function<void()> betweenBursts;
+        OvixLog::ServiceManager* service;
+        std::function<std::string()> status; ///< a line for the service manager
     };
 
     /// Blocks SIGINT, SIGTERM and SIGHUP, which `run` handles. Throws std::system_error.

@@ -12,20 +12,20 @@ namespace {
 
 using OvixHttp::MetricList;
 
-using Json = nlohmann::json;
+using ReadJson = nlohmann::json;
 
-Json parsed(const std::string& answer) {
-    Json json = Json::parse(answer);
+ReadJson parsed(const std::string& answer) {
+    ReadJson json = ReadJson::parse(answer);
     if (!json.at("ok").get<bool>()) {
-        throw Json::other_error::create(501, "the agent refuses", nullptr);
+        throw ReadJson::other_error::create(501, "the agent refuses", nullptr);
     }
     return json;
 }
 
-void addStatus(MetricList& list, const Json& status) {
+void addStatus(MetricList& list, const ReadJson& status) {
     list.gauge("ovix_agent_info", "The version of the agent, and the kind of its run.", 1,
                {{"version", status.at("version")}, {"run", status.at("run")}});
-    const Json& tables = status.at("tables");
+    const ReadJson& tables = status.at("tables");
     const MetricList::Labels labels{{"tables", tables.at("name")}};
     list.gauge("ovix_tables_generation", "The generation of the label tables that frames go by.",
                tables.at("generation"), labels);
@@ -55,25 +55,25 @@ void addOwned(MetricList& list, const std::vector<OwnedRoutes>& owned) {
 }
 
 /// Frames, then bytes: those of one name must come one after the other.
-void addLabels(MetricList& list, const Json& labels) {
-    for (const Json& label : labels.at("top-labels")) {
+void addLabels(MetricList& list, const ReadJson& labels) {
+    for (const ReadJson& label : labels.at("top-labels")) {
         list.counter("ovix_label_frames_total", "Frames received with a label; the busiest labels.",
                      label.at("packets"), {{"label", label.at("label").dump()}});
     }
-    for (const Json& label : labels.at("top-labels")) {
+    for (const ReadJson& label : labels.at("top-labels")) {
         list.counter("ovix_label_bytes_total", "Their bytes.", label.at("bytes"),
                      {{"label", label.at("label").dump()}});
     }
 }
 
-void addReasons(MetricList& list, const std::string& fate, const Json& reasons) {
+void addReasons(MetricList& list, const std::string& fate, const ReadJson& reasons) {
     for (const auto& [reason, count] : reasons.at("reasons").items()) {
         list.counter("ovix_frames_total", "Frames and replicas by what became of them, and why.",
                      count, {{"fate", fate}, {"reason", reason}});
     }
 }
 
-void addFates(MetricList& list, const Json& fates) {
+void addFates(MetricList& list, const ReadJson& fates) {
     constexpr const char* inHelp = "Frames that came in by ports, and answers of the router.";
     const auto answers = fates.at("answers").get<double>();
     list.counter("ovix_frames_in_total", inHelp, fates.at("in").get<double>() - answers,
@@ -93,56 +93,56 @@ void addFates(MetricList& list, const Json& fates) {
                fates.at("balanced").get<bool>() ? 1 : 0);
 }
 
-void addPorts(MetricList& list, const Json& ports) {
-    for (const Json& port : ports.at("ports")) {
+void addPorts(MetricList& list, const ReadJson& ports) {
+    for (const ReadJson& port : ports.at("ports")) {
         list.gauge("ovix_port_up", "1 while frames leave by the port.", port.at("state") == "up",
                    {{"port", port.at("name")}});
     }
-    for (const Json& port : ports.at("ports")) {
-        if (const Json& received = port.at("received"); !received.is_null()) {
+    for (const ReadJson& port : ports.at("ports")) {
+        if (const ReadJson& received = port.at("received"); !received.is_null()) {
             list.counter("ovix_port_received_frames_total",
                          "Frames received by the port and its sub-interfaces.", received,
                          {{"port", port.at("name")}});
         }
     }
-    for (const Json& port : ports.at("ports")) {
-        if (const Json& received = port.at("receivedBytes"); !received.is_null()) {
+    for (const ReadJson& port : ports.at("ports")) {
+        if (const ReadJson& received = port.at("receivedBytes"); !received.is_null()) {
             list.counter("ovix_port_received_bytes_total", "Bytes of the frames received.",
                          received, {{"port", port.at("name")}});
         }
     }
-    for (const Json& port : ports.at("ports")) {
-        if (const Json& ring = port.at("ring"); !ring.is_null() && ring.at("frames") != 0) {
+    for (const ReadJson& port : ports.at("ports")) {
+        if (const ReadJson& ring = port.at("ring"); !ring.is_null() && ring.at("frames") != 0) {
             list.gauge("ovix_port_ring_frames", "Frames that the port's receive ring has room for.",
                        ring.at("frames"), {{"port", port.at("name")}});
         }
     }
-    for (const Json& port : ports.at("ports")) {
-        if (const Json& ring = port.at("ring"); !ring.is_null()) {
+    for (const ReadJson& port : ports.at("ports")) {
+        if (const ReadJson& ring = port.at("ring"); !ring.is_null()) {
             list.counter("ovix_port_ring_drops_total",
                          "Frames not received for want of room in the ring.", ring.at("drops"),
                          {{"port", port.at("name")}});
         }
     }
-    for (const Json& port : ports.at("ports")) {
+    for (const ReadJson& port : ports.at("ports")) {
         list.counter("ovix_port_sent_frames_total", "Frames sent by the port.",
                      port.at("sent").at("frames"), {{"port", port.at("name")}});
     }
-    for (const Json& port : ports.at("ports")) {
+    for (const ReadJson& port : ports.at("ports")) {
         list.counter("ovix_port_sent_bytes_total", "Bytes of the frames sent by the port.",
                      port.at("sent").at("bytes"), {{"port", port.at("name")}});
     }
 }
 
-void addVrfs(MetricList& list, const Json& vrfs) {
-    for (const Json& vrf : vrfs.at("vrfs")) {
+void addVrfs(MetricList& list, const ReadJson& vrfs) {
+    for (const ReadJson& vrf : vrfs.at("vrfs")) {
         list.gauge("ovix_vrf_routes", "IP routes of the VRF.", vrf.at("routes"),
                    {{"vrf", vrf.at("name")}});
     }
 }
 
-void addEvents(MetricList& list, const Json& events) {
-    for (const Json& event : events.at("counters")) {
+void addEvents(MetricList& list, const ReadJson& events) {
+    for (const ReadJson& event : events.at("counters")) {
         list.counter("ovix_events_total",
                      "Events of the plugin, the ports, the answers and the fast path.",
                      event.at("count"),
@@ -169,7 +169,7 @@ std::vector<prometheus::MetricFamily> metricsOf(const AgentAnswers& answers) {
         }
         addEvents(list, parsed(answers.events));
         return std::move(list).taken();
-    } catch (const Json::exception&) {
+    } catch (const ReadJson::exception&) {
         MetricList list;
         list.gauge("ovix_up", upHelp, 0);
         return std::move(list).taken();

@@ -11,7 +11,7 @@
 namespace OvixCtl {
 
 std::string controlPathFor(const Request& request) {
-    return request.control.empty() ? OvixAgent::controlPath(request.tables) : request.control;
+    return request.control.empty() ? OvixAgent::controlPathToAsk(request.tables) : request.control;
 }
 
 namespace {

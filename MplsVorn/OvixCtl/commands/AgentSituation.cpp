@@ -3,9 +3,9 @@
 #include <fmt/format.h>
 #include <memory>
 
-#include "Command/CliOptions.h"
 #include "Explain/HeaderWords.h"
 #include "Explain/RemedyWords.h"
+#include "Program/Version.h"
 #include "Tables/TableCopy.h"
 #include "Tables/TableMemory.h"
 #include "commands/AgentAnswer.h"
@@ -43,9 +43,9 @@ void takeNeighbour(const Json& listed, Situation& situation) {
 
 Tessel::Result<Situation> begun(const Json& facts) {
     const auto version = facts.at("version").get<std::string>();
-    if (version != OvixAgent::agentVersion) {
+    if (version != OvixLog::version()) {
         return Tessel::Refused{fmt::format("the agent is of version {}, and this is {}", version,
-                                           OvixAgent::agentVersion)};
+                                           OvixLog::version())};
     }
     std::string text;
     for (const Json& block : facts.at("config")) {

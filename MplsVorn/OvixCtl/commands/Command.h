@@ -28,6 +28,7 @@ struct Request {
     std::string tables = "ovix"; ///< the name of the shared tables
     std::string control;         ///< the agent's socket; empty: derived from the tables' name
     bool json = false;
+    bool quiet = false;
     bool create = false;                     ///< make the tables when there are none
     std::uint64_t count = ~std::uint64_t{0}; ///< of watch: stop after that many changes
     std::uint64_t wait = 5;                  ///< seconds for which other writers are waited for

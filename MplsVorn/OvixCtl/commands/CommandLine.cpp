@@ -7,8 +7,8 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "Command/CliOptions.h"
 #include "Config/ConfigText.h"
+#include "Program/Version.h"
 #include "Tables/TableMemory.h"
 #include "commands/Command.h"
 
@@ -196,7 +196,7 @@ std::variant<Request, EarlyExit> parseCommandLine(int argc, const char* const* a
     const std::span arguments(argv, static_cast<std::size_t>(argc));
     Request request;
     CLI::App app("Shows and changes label tables in shared memory.", "ovixctl");
-    app.set_version_flag("--version", std::string("ovixctl ") + OvixAgent::agentVersion);
+    app.set_version_flag("--version", OvixLog::versionText("ovixctl"));
     app.require_subcommand(1);
     app.formatter(std::make_shared<Usage>());
     app.footer(mainHelp);

@@ -74,6 +74,9 @@ constexpr Option waitOptions[]{{"--wait", "SECONDS",
                                 "How long to wait for other writers of the tables (default: 5)",
                                 nullptr, &Request::wait, "", 0, 86400}};
 
+constexpr Option quietOptions[]{{"--quiet", nullptr,
+                                 "Print nothing unless something is wrong, for health checks",
+                                 nullptr, &Request::quiet}};
 constexpr Option explainOptions[]{
     {"--port", "PORT", "The port that the frame comes in at", nullptr, &Request::port},
     {"--html", "FILE", "Write a page that shows the walk, too", "@files@", &Request::html},
@@ -274,7 +277,10 @@ line; the route is as in lfib show, of a removed route only its table and label)
 while their neighbour is resolved.
 JSON: {"version", "run", "tables": {"name", "generation", "corruptions", "problem"},
        "frames": {"in", "replicas", "forwarded", "punted", "dropped", "handedOn", "queued"},
-       "balanced"})"},
+       "balanced"}
+With --quiet also fails when the frames do not add up, or something is wrong with the tables.)",
+     "",
+     quietOptions},
     {"drops",
      "show",
      "Show what has become of frames, and why",

@@ -28,12 +28,27 @@ std::string statusText(const Json& status) {
     return text + (status.at("balanced") == true ? "" : "the frames do not add up\n");
 }
 
+/// What a health check asks for: that the agent answers, and finds nothing wrong.
+Tessel::Result<int> healthOf(const Json& status) {
+    if (status.at("balanced") != true) {
+        return Tessel::Refused{"the frames do not add up"};
+    }
+    const Json& tables = status.at("tables");
+    if (tables.at("corruptions") != 0 || !cellOf(tables.at("problem")).empty()) {
+        return Tessel::Refused{"tables " + tablesText(tables)};
+    }
+    return ExitCode::success;
+}
+
 } // namespace
 
 Tessel::Result<int> showStatus(const Request& request) {
     const Tessel::Result<Json> status = answerOf(request, "status");
     if (!status) {
         return status.refused();
+    }
+    if (request.quiet) {
+        return healthOf(status.value());
     }
     fmt::print("{}", request.json ? status.value().dump() + "\n" : statusText(status.value()));
     return ExitCode::success;

@@ -48,6 +48,9 @@ FpmServer::FpmServer(RoutePublisher& routes, Settings settings, Log log, Compani
 
 void FpmServer::run(int stop) {
     for (;;) {
+        if (settings_.turn) {
+            settings_.turn(Clock::now(), connection_.isOpen());
+        }
         std::array<pollfd, 4 + WaitingConnections::most> places{
             {{stop, POLLIN, 0},
              {listener_.value(), POLLIN, 0},

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -41,6 +42,8 @@ class FpmServer {
         AllowedPeers peers;
         std::chrono::milliseconds sweepAfter{30000}; ///< of quiet after a route
         bool isVerbose = false;                      ///< logs every change
+        /// Called several times a second, with whether zebra is connected; may be empty.
+        std::function<void(Clock::time_point, bool)> turn = {};
     };
 
     /// Listens. Throws std::system_error.

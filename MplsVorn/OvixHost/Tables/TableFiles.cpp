@@ -13,6 +13,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "Posix/ServiceAccounts.h"
 #include "Tables/TableLayout.h"
 #include "Tessel/Exceptions.h"
 
@@ -44,13 +45,17 @@ void checkTrusted(const std::string& name, const std::string& path, const FileDe
     if ((found.st_mode & S_IFMT) != type) {
         refuseFiles(name, path + " is no plain file", EPERM);
     }
-    if (found.st_uid != 0 && found.st_uid != geteuid()) {
+    if (!Posix::ServiceAccounts::isTrusted(found.st_uid)) {
         refuseFiles(name,
                     path + " belongs to user " + std::to_string(found.st_uid) +
                         ", neither to root nor to this user",
                     EPERM);
     }
-    if ((found.st_mode & forbidden) != 0) {
+    // Their directory is closed to all but the group of those who read.
+    const bool isShared = type == S_IFREG && (found.st_mode & forbidden) != 0 &&
+                          (found.st_mode & S_IWOTH) == 0 &&
+                          Posix::ServiceAccounts::isAdmins(found.st_gid);
+    if ((found.st_mode & forbidden) != 0 && !isShared) {
         refuseFiles(name, path + " is open to others, with mode " + octal(found.st_mode), EPERM);
     }
 }
@@ -73,6 +78,9 @@ class Directory {
             refuseFiles(name_, "cannot open " + path_);
         }
         checkTrusted(name_, path_, open_, S_IFDIR, S_IWGRP | S_IRWXO);
+        struct stat found {};
+        isService_ =
+            fstat(open_.value(), &found) == 0 && Posix::ServiceAccounts::isService(found.st_uid);
     }
 
     int value() const noexcept { return open_.value(); }
@@ -85,6 +93,10 @@ class Directory {
             refuseFiles(name_, "cannot open " + path);
         }
         checkTrusted(name_, path, opened, S_IFREG, forbidden);
+        if (isService_ && (how & O_CREAT) != 0) {
+            const mode_t forReaders = (mode & S_IRGRP) != 0 ? S_IROTH : 0;
+            Posix::ServiceAccounts::shareWithAdmins(opened.value(), 0660 | forReaders);
+        }
         return opened;
     }
     FileDescriptor tables(int how) const { return file(name_, how, 0640, S_IWGRP | S_IRWXO); }
@@ -101,10 +113,22 @@ class Directory {
     std::string name_;
     std::string path_;
     FileDescriptor open_;
+    bool isService_ = false;
 };
 
 std::string lockOf(const std::string& name) {
     return name + ":lock"; // no tables have such a name
+}
+
+/// The directory to write these tables in: the system's, where they are and this user may see
+/// them, unless there are own ones.
+std::string directoryToWrite(const std::string& name) {
+    const std::string own = TableFiles::directory();
+    const std::string ofSystem = std::string(ofRoot) + "/" + name;
+    const bool areSystems = secure_getenv("OVIX_TABLES_DIR") == nullptr &&
+                            access((own + "/" + name).c_str(), F_OK) != 0 &&
+                            access(ofSystem.c_str(), F_OK) == 0;
+    return areSystems ? ofRoot : own;
 }
 
 /// The name of tables that are being made.
@@ -220,7 +244,7 @@ TableFiles::Writing
 TableFiles::openForWriting(const std::string& name,
                            const std::function<void(const FileDescriptor&)>& makeRoom,
                            std::chrono::milliseconds wait) {
-    const Directory directory(name, TableFiles::directory(), true);
+    const Directory directory(name, directoryToWrite(name), true);
     FileDescriptor locked = lockIn(directory, name, wait);
     if (faccessat(directory.value(), name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0) {
         return {directory.tables(O_RDWR), std::move(locked)};
@@ -235,11 +259,11 @@ TableFiles::openForWriting(const std::string& name,
 }
 
 FileDescriptor TableFiles::lockForWriting(const std::string& name, std::chrono::milliseconds wait) {
-    return lockIn(Directory(name, directory(), true), name, wait);
+    return lockIn(Directory(name, directoryToWrite(name), true), name, wait);
 }
 
 FileDescriptor TableFiles::holdOwner(const std::string& name, std::uint8_t owner) {
-    FileDescriptor lock = openLock(Directory(name, directory(), true), name);
+    FileDescriptor lock = openLock(Directory(name, directoryToWrite(name), true), name);
     if (!setLock(name, lock, F_WRLCK, firstOwner + owner)) {
         throw TablesBusy("tables \"" + name + "\": another process publishes routes of this owner");
     }

@@ -13,13 +13,16 @@ namespace Tessel {
 /// enter: NAME holds the tables, and NAME:lock is what their writer has locked, which readers
 /// cannot open. Who trusts them trusts the owners of both: that is this user or root, else they are
 /// refused; as they are when others could have written them, or when they are no plain files.
-/// Refusals are std::system_error, whose text names the tables, and the file with what is wrong.
+/// In a directory of the user "ovix", which only members of its group can enter, members of the
+/// group "ovix-admin" may write both, too. Refusals are std::system_error, whose text names the
+/// tables, and the file with what is wrong.
 namespace TableFiles {
 
 /// That of $OVIX_TABLES_DIR; else /dev/shm/ovix for root, and /dev/shm/ovix-UID for other users.
 std::string directory();
 
-/// Those of the directory; of another user than root, who has none of that name, those of root.
+/// Those of the directory; of another user than root, who has none of that name, those of the
+/// system. The same holds for writing.
 Posix::FileDescriptor openForReading(const std::string& name);
 
 struct Writing {

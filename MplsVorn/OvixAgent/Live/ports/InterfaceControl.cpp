@@ -29,7 +29,7 @@ ifreq requestFor(const std::string& name) {
 
 /// False with errno set when the kernel refuses.
 bool isDone(unsigned long command, ifreq& request) noexcept {
-    const Posix::FileDescriptor any(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const Posix::FileDescriptor any(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     return any.isOpen() && ioctl(any.value(), command, &request) == 0;
 }
 
@@ -103,7 +103,7 @@ bool countSocketFailure(unsigned int index, LiveCounts& counts) noexcept {
 }
 
 InterfaceFlags::InterfaceFlags() noexcept
-    : socket_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {}
+    : socket_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {}
 
 bool InterfaceFlags::isDown(const std::string& name) const noexcept {
     constexpr short up = IFF_UP | IFF_RUNNING;

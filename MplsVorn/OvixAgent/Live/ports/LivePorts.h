@@ -21,6 +21,7 @@ class LivePorts {
 
     /// Without sub-interfaces, in the order of the configuration.
     std::vector<std::unique_ptr<LivePort>>& all() noexcept { return ports_; }
+    const std::vector<std::unique_ptr<LivePort>>& all() const noexcept { return ports_; }
     /// That of the parent for a sub-interface.
     LivePort& port(PortIndex index) const { return *byIndex_[index]; }
 

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "Program/Version.h"
+
 namespace CliOptionsTest {
 
 using namespace OvixAgent;
@@ -167,7 +169,7 @@ TEST(CliOptions, WrongUsageExitsWithTwoAndSaysWhatIsWrong) {
 
 TEST(CliOptions, HelpAndVersionSucceed) {
     EXPECT_EQ(exitOf({"--version"}).code, ExitCode::success);
-    EXPECT_EQ(exitOf({"--version"}).text, std::string("ovix-agent ") + agentVersion + "\n");
+    EXPECT_EQ(exitOf({"--version"}).text, OvixLog::versionText("ovix-agent") + "\n");
     EXPECT_EQ(exitOf({"--help"}).code, ExitCode::success);
     EXPECT_NE(exitOf({"--help"}).text.find("run"), std::string::npos);
     const CliExit run = exitOf({"run", "--help"});

@@ -1,6 +1,7 @@
 #include <cstdlib>
 #include <gtest/gtest.h>
 
+#include "Program/Version.h"
 #include "commands/Command.h"
 
 namespace CommandLineTest {
@@ -143,7 +144,7 @@ TEST_F(CommandLineTest, UsageShowsTheWordsOfACommand) {
 TEST_F(CommandLineTest, HelpListsTheKeysOfTheJson) {
     EXPECT_EQ(exitOf({"--help"}).code, ExitCode::success);
     EXPECT_NE(exitOf({"lfib", "show", "--help"}).text.find("\"useBackups\""), std::string::npos);
-    EXPECT_EQ(exitOf({"--version"}).text, "ovixctl 0.1.0\n");
+    EXPECT_EQ(exitOf({"--version"}).text, OvixLog::versionText("ovixctl") + "\n");
 }
 
 TEST_F(CommandLineTest, HelpNamesTheTablesOfTheProgram) {

@@ -1,0 +1,29 @@
+# What makes a mistake harder to exploit: addresses that nobody knows beforehand, relocations that are
+# read-only before main, canaries, checked copies, probed stack growth, checked targets of jumps. What it
+# costs is in HACKING.md. Sanitizers check more, and do not go together with all of it.
+if(NOT OVIX_SANITIZE)
+  include(CheckCXXCompilerFlag)
+  include(CheckPIESupported)
+  check_pie_supported(LANGUAGES CXX)
+  set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+  foreach(flag -fstack-protector-strong -fstack-clash-protection -fcf-protection -mbranch-protection=standard)
+    string(MAKE_C_IDENTIFIER "OVIX_HAS${flag}" has)
+    check_cxx_compiler_flag(${flag} ${has}) # those for jumps are each of one processor
+    if(${has})
+      add_compile_options(${flag})
+    endif()
+  endforeach()
+  string(TOUPPER "CMAKE_CXX_FLAGS_${CMAKE_BUILD_TYPE}" flags)
+  if(NOT "${CMAKE_CXX_FLAGS} ${${flags}}" MATCHES "-O0") # the C library refuses it there
+    add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+  endif()
+  add_link_options(-Wl,-z,relro,-z,now,-z,noexecstack)
+endif()
+
+# Exported is what one object of ours uses of another: the host's names, from the host and from the
+# programs, whose copies of static variables must be the same ones.
+add_compile_options(-fvisibility-inlines-hidden)
+function(ovix_exports target)
+  target_link_options(${target} PRIVATE -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/host.map)
+  set_target_properties(${target} PROPERTIES LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/host.map)
+endfunction()

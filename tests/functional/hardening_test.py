@@ -1,0 +1,72 @@
+"""What is built is hardened: read from the programs and libraries themselves."""
+
+import pathlib
+import platform
+import re
+import subprocess
+import unittest
+
+import agent
+
+BUILD = pathlib.Path(agent.AGENT).resolve().parent.parent
+PROGRAMS = [BUILD / "bin" / name for name in ("ovix-agent", "ovixctl", "ovix-fpm")]
+LIBRARIES = [BUILD / "lib" / name for name in ("libOvixHost.so", "libMplsOvixPlugin.so")]
+
+
+def shown(*command) -> str:
+    return subprocess.run([str(word) for word in command], check=True, capture_output=True,
+                          text=True).stdout
+
+
+def cached(name: str) -> str:
+    """A variable of the build."""
+    found = re.search(rf"^{name}:\w+=(.*)$", (BUILD / "CMakeCache.txt").read_text(), re.MULTILINE)
+    return found.group(1) if found else ""
+
+
+@unittest.skipIf(cached("OVIX_SANITIZE"), "sanitizers take the place of hardening")
+class Hardening(unittest.TestCase):
+    def each(self, binaries, *command):
+        return [(binary, shown(*command, binary)) for binary in binaries]
+
+    def test_addresses_are_random_and_relocations_read_only(self):
+        for _, text in self.each(PROGRAMS + LIBRARIES, "readelf", "-W", "-l", "-d"):
+            self.assertIn("Elf file type is DYN", text)
+            self.assertRegex(text, r"GNU_RELRO .*\bR\b")
+            self.assertRegex(text, r"\(FLAGS_1\).*\bNOW\b")
+            self.assertRegex(text, r"GNU_STACK .*\bRW \s")
+            self.assertNotRegex(text, r"LOAD .*\bRWE\b")
+            self.assertNotIn("TEXTREL", text)
+        for _, text in self.each(PROGRAMS, "readelf", "-W", "-d"):
+            self.assertRegex(text, r"\(FLAGS_1\).*\bPIE\b")
+
+    def test_stack_frames_have_canaries(self):
+        for _, text in self.each(PROGRAMS + LIBRARIES, "readelf", "-W", "--dyn-syms"):
+            self.assertRegex(text, r"UND +__stack_chk_(fail|guard)")
+
+    @unittest.skipIf("-O0" in cached("CMAKE_CXX_FLAGS_RELEASE"), "the build does not optimise")
+    def test_copies_are_checked(self):
+        for _, text in self.each([PROGRAMS[0]], "readelf", "-W", "--dyn-syms"):
+            self.assertRegex(text, r"UND +__\w+_chk@")
+
+    @unittest.skipUnless(platform.machine() == "x86_64", "instructions of another processor")
+    def test_large_frames_are_probed_and_jumps_marked(self):
+        for _, text in self.each([PROGRAMS[0]], "objdump", "-d", "--no-show-raw-insn"):
+            self.assertRegex(text, r"\bor[lq] +\$0x0,[-\w]*\(%rsp\)")
+            self.assertGreater(text.count("endbr64"), 1000)
+        for _, text in self.each(LIBRARIES, "objdump", "-d", "--no-show-raw-insn"):
+            self.assertGreater(text.count("endbr64"), 100)
+
+    def test_nothing_is_exported_but_names_of_our_own(self):
+        for binary, text in self.each(PROGRAMS + LIBRARIES, "nm", "-DC", "--defined-only"):
+            # With a version: another library's data, which the linker has copied.
+            names = [line[19:].strip() for line in text.splitlines() if "@" not in line]
+            foreign = [name for name in names
+                       if not re.match(r"((typeinfo|typeinfo name|vtable|guard variable) for "
+                                       r"|(non-)?virtual thunk to |VTT for )?[A-Z]\w*::", name)]
+            self.assertEqual(foreign, [], binary.name)
+            self.assertFalse(binary == LIBRARIES[1] and names)
+
+
+if __name__ == "__main__":
+    unittest.main()
