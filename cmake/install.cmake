@@ -18,46 +18,23 @@ install(DIRECTORY packaging/default/ DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}/def
 install(DIRECTORY DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}/ovix)
 
 install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
 install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 # What the programs print themselves: manual pages, the reference, completion.
 find_package(Python3 REQUIRED COMPONENTS Interpreter)
-find_program(LOWDOWN lowdown)
 set(printed ${CMAKE_BINARY_DIR}/printed)
 install(CODE "
   set(ENV{PYTHONDONTWRITEBYTECODE} 1)
   function(write_to file)
     execute_process(COMMAND \${ARGN} OUTPUT_FILE ${printed}/\${file} COMMAND_ERROR_IS_FATAL ANY)
   endfunction()
-  file(MAKE_DIRECTORY ${printed}/man5 ${printed}/bash ${printed}/zsh)
+  file(MAKE_DIRECTORY ${printed}/bash ${printed}/zsh)
   write_to(log ${Python3_EXECUTABLE} ${CMAKE_SOURCE_DIR}/tools/reference.py ${CMAKE_BINARY_DIR}/bin ${printed})
   write_to(bash/ovixctl ${CMAKE_BINARY_DIR}/bin/ovixctl completion bash)
   write_to(zsh/_ovixctl ${CMAKE_BINARY_DIR}/bin/ovixctl completion zsh)
-  if(EXISTS \"${LOWDOWN}\")
-    write_to(man5/ovix-agent.yaml.5 ${LOWDOWN} -s -Tman -mtitle=OVIX-AGENT.YAML -msection=5 -msource=Ovix
-             ${CMAKE_SOURCE_DIR}/docs/configuration.md)
-  endif()
 ")
 install(DIRECTORY ${printed}/man1 ${printed}/man5 DESTINATION ${CMAKE_INSTALL_MANDIR})
 install(FILES ${printed}/reference.md DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
 install(FILES ${printed}/bash/ovixctl DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 install(FILES ${printed}/zsh/_ovixctl DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
-
-# The package: users and directories are made when it is configured.
-install(FILES packaging/debian/copyright CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
-set(CPACK_GENERATOR DEB)
-set(CPACK_SET_DESTDIR ON)
-set(CPACK_INSTALL_PREFIX /usr)
-set(CPACK_PACKAGE_NAME ovix)
-set(CPACK_PACKAGE_CONTACT "Ovix developers <ovix@example.com>")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "MPLS forwarding agent, its operator's command and FPM listener")
-set(CPACK_STRIP_FILES ON)
-set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_PACKAGE_SECTION net)
-set(CPACK_DEBIAN_PACKAGE_DEPENDS systemd)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY}) # which is in the package
-set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
-set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${CMAKE_SOURCE_DIR}/packaging/debian/postinst
-    ${CMAKE_SOURCE_DIR}/packaging/debian/conffiles)
-include(CPack)

@@ -1,11 +1,13 @@
 #!/usr/bin/env python3
 """Writes the manual pages of the programs and one reference page of all, from what `--help` prints.
 
-reference.py PROGRAMS OUT: PROGRAMS is the directory of the programs; OUT gets man1/*.1 and reference.md.
+reference.py PROGRAMS OUT: PROGRAMS is the directory of the programs; OUT gets man1/*.1 and reference.md, and
+man5/ovix-agent.yaml.5 of docs/configuration.md where lowdown is installed.
 """
 
 import pathlib
 import re
+import shutil
 import subprocess
 import sys
 import textwrap
@@ -63,9 +65,20 @@ def man_page(version: str, all_of_it) -> str:
     return "\n".join(lines) + "\n"
 
 
+def configuration_page() -> str:
+    text = (pathlib.Path(__file__).parent.parent / "docs/configuration.md").read_text(encoding="utf-8")
+    page = subprocess.run(["lowdown", "-s", "-Tman", "-mtitle=OVIX-AGENT.YAML", "-msection=5", "-msource=Ovix"],
+                          input=f"# NAME\n\novix-agent.yaml - configuration of ovix-agent\n\n{text}",
+                          check=True, capture_output=True, text=True).stdout
+    return re.sub(r"(?m)^\.SH\n(.*)$", r'.SH "\1"', page)  # as man's index has it
+
+
 def main() -> None:
     programs, out = map(pathlib.Path, sys.argv[1:3])
-    (out / "man1").mkdir(parents=True, exist_ok=True)
+    for section in ("man1", "man5"):
+        (out / section).mkdir(parents=True, exist_ok=True)
+    if shutil.which("lowdown"):
+        (out / "man5" / "ovix-agent.yaml.5").write_text(configuration_page(), encoding="utf-8")
     reference = ["# Reference", "", "What `--help` of each program and command prints.", ""]
     for name in ("ovix-agent", "ovixctl", "ovix-fpm"):
         printed = subprocess.run([str(programs / name), "--version"], check=True,

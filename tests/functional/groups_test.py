@@ -92,7 +92,7 @@ class Groups(unittest.TestCase):
         self.done("ovix", "lfib", "del", "101")
         self.assertNotIn("101", self.done("reader", "lfib", "show"))
 
-    def test_readers_ask_an_agent_and_admins_clear_its_counters(self):
+    def test_readers_ask_an_agent_and_admins_clear_its_counters_and_trace(self):
         config = self.directory / "agent.yaml"
         config.write_text("ports:\n  - {name: west, kind: tap, mac: '02:00:00:00:00:01'}\n")
         config.chmod(0o644)
@@ -115,7 +115,8 @@ class Groups(unittest.TestCase):
             for user in ("reader", "admin"):
                 self.assertEqual(json.loads(self.done(user, "status", "--json"))["run"], "captures")
             self.done("admin", "counters", "clear")
-            self.assertIn("only members of ovix-admin may", self.refused("reader", "counters", "clear"))
+            for words in (("counters", "clear"), ("trace", "start")):
+                self.assertIn("only members of ovix-admin may", self.refused("reader", *words))
             self.assertIn("denied", self.refused("stranger", "status"))
 
 

@@ -79,6 +79,15 @@ class Package(unittest.TestCase):
     def test_versions_are_the_same_everywhere(self):
         changes = (agent.SOURCE / "CHANGELOG.md").read_text()
         self.assertEqual(re.search(r"^## (\S+)", changes, re.MULTILINE).group(1), VERSION)
+        packages = (agent.SOURCE / "debian" / "changelog").read_text()
+        self.assertEqual(re.match(r"ovix \((\S+)\)", packages).group(1), VERSION)
+
+    def test_the_packages_are_built_with_what_the_programs_are(self):
+        control = (agent.SOURCE / "debian" / "control").read_text()
+        declared = re.search(r"Build-Depends: debhelper-compat \(= 13\), (.*?)\n\n", control, re.DOTALL)
+        chore = re.search(r"build_packages=\((.*?)\)", (agent.SOURCE / "run").read_text(), re.DOTALL)
+        self.assertEqual({"lowdown", *chore.group(1).split()},
+                         {name.strip() for name in declared.group(1).split(",")})
 
     def test_containerlab_has_the_nodes_and_links_of_the_lab(self):
         text = (CLAB / "ovix.clab.yml").read_text()

@@ -212,7 +212,8 @@ struct Commands {
 /// Whether a request changes more than what is shown to who asks.
 bool isChange(const std::string& request) {
     const Tessel::Result<std::string> command = requestedCommand(request);
-    return command && command.value() == "clear-counters";
+    return command && (command.value() == "clear-counters" || command.value() == "trace-start" ||
+                       command.value() == "trace-stop");
 }
 
 } // namespace
