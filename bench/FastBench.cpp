@@ -1,6 +1,7 @@
 // Measures the whole road of one kind of traffic, in bursts, one frame at a time and by the
 // definition alone, beside a bare loop: fast_bench time|instructions SCENARIO LABELS-OR-PREFIXES;
-// or what changes of the tables cost: fast_bench churn LABELS
+// or what changes of the tables cost: fast_bench churn LABELS; or what the recorder and traces of
+// other frames cost: fast_bench overheads SCENARIO LABELS-OR-PREFIXES
 //
 // time prints a line of tab-separated fields; instructions is to be run under callgrind with
 // --instr-atstart=no, and dumps its counts for one number of frames and for twice as many.
@@ -31,9 +32,12 @@ using Bench::Router;
 using Bench::Scenario;
 using OvixAgent::WritableFrame;
 
-enum Way : std::size_t { bare, burst, single, definition };
-constexpr std::size_t ways = 4;
-constexpr std::array<const char*, ways> wayNames{"bare", "burst", "single", "definition"};
+/// The last ones are bursts while nothing is recorded, and while frames that do not come are
+/// traced.
+enum Way : std::size_t { bare, burst, single, definition, unrecorded, byLabel, byPrefix, byReason };
+constexpr std::size_t ways = 8;
+constexpr std::array<const char*, ways> wayNames{
+    "bare", "burst", "single", "definition", "unrecorded", "by-label", "by-prefix", "by-reason"};
 
 /// The bare loop has so many labels where the traffic has others, or none.
 constexpr std::uint32_t bareLabelsOtherwise = 1000;
@@ -48,7 +52,21 @@ bool hasLabelPerRoute(const std::string& name) {
     return name != "pop_route" && name != "ip_push" && name != "flood";
 }
 
-/// The four ways of the frames of a scenario.
+/// What is traced while frames take one of the last ways.
+OvixAgent::TraceFilter filterOf(Way way) {
+    OvixAgent::TraceFilter filter;
+    if (way == byLabel) {
+        filter.label = Lumo::MplsLabel::max;
+    } else if (way == byPrefix) {
+        filter.prefix = Lumo::IpGenPrefix::of(Lumo::IpGenAddr::fromText("203.0.113.0"), 24);
+    } else {
+        filter.reason = "MTU exceeded";
+    }
+    filter.time = std::chrono::hours(24);
+    return filter;
+}
+
+/// The ways of the frames of a scenario.
 class Ways {
   public:
     Ways(const std::string& name, std::uint32_t routes, std::size_t frames)
@@ -58,7 +76,9 @@ class Ways {
           router_(scenario_.config), ring_(scenario_),
           bareRing_(hasLabelPerRoute(name) ? scenario_ : bareScenario_),
           bareLoop_(hasLabelPerRoute(name) ? routes : bareLabelsOtherwise),
-          leaves_(name != "flood") {}
+          leaves_(name != "flood"), trace_(router_.ports()) {
+        router_.fastPath().traceIs(trace_);
+    }
 
     /// What is made with the first frames of each label or prefix is made. Decisions are made bit
     /// by bit, so that the frames pass until no more of them become fast.
@@ -83,11 +103,20 @@ class Ways {
     /// Fills the ring, which is not measured, and has all its frames forwarded.
     std::chrono::nanoseconds run(Way way) {
         (way == bare ? bareRing_ : ring_).fill();
+        router_.forwarder().accounts().recorder().isPausedIs(way == unrecorded);
+        if (way > unrecorded) {
+            trace_.start(filterOf(way));
+        }
         const auto start = std::chrono::steady_clock::now();
         CALLGRIND_TOGGLE_COLLECT;
         forward(way);
         CALLGRIND_TOGGLE_COLLECT;
-        return std::chrono::steady_clock::now() - start;
+        const auto time = std::chrono::steady_clock::now() - start;
+        trace_.stop();
+        if (trace_.frames() > 0) {
+            throw std::logic_error("a frame is traced that was not asked for");
+        }
+        return time;
     }
     Router& router() noexcept { return router_; }
     const Scenario& scenario() const noexcept { return scenario_; }
@@ -101,6 +130,10 @@ class Ways {
             }
             break;
         case burst:
+        case unrecorded:
+        case byLabel:
+        case byPrefix:
+        case byReason:
             for (std::size_t i = 0; i < FrameRing::frames / OvixAgent::burstFrames; ++i) {
                 router_.fastPath().receive(ring_.burst(i));
             }
@@ -125,6 +158,7 @@ class Ways {
     FrameRing bareRing_;
     Bench::BareLoop bareLoop_;
     bool leaves_;
+    OvixAgent::LiveTrace trace_;
 };
 
 /// Nanoseconds a frame.
@@ -147,10 +181,12 @@ using Times = std::array<std::vector<double>, ways>;
 
 /// Each way is run once in each of so many rounds, in another order each time.
 constexpr std::size_t repetitions = 9;
+constexpr std::array plainWays{bare, burst, single, definition};
+constexpr std::array overheadWays{burst, unrecorded, byLabel, byPrefix, byReason};
 
-Times timesOf(Ways& all) {
+template <std::size_t Count>
+Times timesOf(Ways& all, std::array<Way, Count> order) {
     Times times;
-    std::array<Way, ways> order{bare, burst, single, definition};
     std::mt19937 random(1);
     for (std::size_t i = 0; i < repetitions; ++i) {
         std::shuffle(order.begin(), order.end(), random);
@@ -162,10 +198,10 @@ Times timesOf(Ways& all) {
     return times;
 }
 
-double medianRatio(const Times& times, Way way) {
+double medianRatio(const Times& times, Way way, Way to = bare) {
     std::vector<double> ratios;
     for (std::size_t i = 0; i < repetitions; ++i) {
-        ratios.push_back(times[way][i] / times[bare][i]);
+        ratios.push_back(times[way][i] / times[to][i]);
     }
     return medianOf(ratios);
 }
@@ -185,7 +221,7 @@ void printTime(Ways& all) {
     const double allocated = static_cast<double>(Bench::allocations() - before);
     const double fastShare = static_cast<double>(counts.fast - fast) /
                              static_cast<double>(counts.fast - fast + counts.slow - slow);
-    const Times times = timesOf(all);
+    const Times times = timesOf(all, plainWays);
     const double legs = all.scenario().copies; // the bare loop has one
     std::printf("%.1f\t", medianOf(times[bare]));
     for (const Way way : {burst, single, definition}) {
@@ -196,9 +232,22 @@ void printTime(Ways& all) {
                 100 * fastShare);
 }
 
+/// Nanoseconds a frame in bursts without any of it, and what each takes more.
+void printOverheads(Ways& all) {
+    const Times times = timesOf(all, overheadWays);
+    std::printf("%.1f", medianOf(times[unrecorded]));
+    for (const Way way : {burst, byLabel, byPrefix, byReason}) {
+        const Way to = way == burst ? unrecorded : burst;
+        std::printf("\t%s %+.1f ns %+.1f %%", way == burst ? "recorder" : wayNames[way],
+                    medianOf(times[way]) - medianOf(times[to]),
+                    100 * (medianRatio(times, way, to) - 1));
+    }
+    std::printf("\n");
+}
+
 void dumpInstructions(Ways& all) {
     CALLGRIND_START_INSTRUMENTATION;
-    for (const Way way : {burst, single, definition}) {
+    for (const Way way : {burst, single, definition, unrecorded, byLabel, byPrefix, byReason}) {
         for (const std::size_t rounds : {1U, 2U}) {
             CALLGRIND_ZERO_STATS;
             for (std::size_t i = 0; i < rounds; ++i) {
@@ -217,8 +266,9 @@ void dumpInstructions(Ways& all) {
 int main(int argc, char** argv) {
     const std::string what = argc > 1 ? argv[1] : "";
     const bool isChurn = what == "churn" && argc == 3;
-    if (!isChurn && ((what != "time" && what != "instructions") || argc != 4)) {
-        std::fputs("usage: fast_bench time|instructions SCENARIO LABELS-OR-PREFIXES\n"
+    const bool isOfFrames = what == "time" || what == "instructions" || what == "overheads";
+    if (!isChurn && (!isOfFrames || argc != 4)) {
+        std::fputs("usage: fast_bench time|instructions|overheads SCENARIO LABELS-OR-PREFIXES\n"
                    "       fast_bench churn LABELS\n",
                    stderr);
         return 2;
@@ -231,7 +281,7 @@ int main(int argc, char** argv) {
         const auto routes = static_cast<std::uint32_t>(std::stoul(argv[3]));
         constexpr std::size_t mostFrames = 1U << 20U;
         // Instructions do not depend on how much memory the labels met take.
-        const std::size_t frames = what == "time"
+        const std::size_t frames = what != "instructions"
                                        ? std::clamp<std::size_t>(std::size_t{4} * routes,
                                                                  Bench::scenarioFrames, mostFrames)
                                        : Bench::scenarioFrames;
@@ -239,6 +289,8 @@ int main(int argc, char** argv) {
         all.warm();
         if (what == "time") {
             printTime(all);
+        } else if (what == "overheads") {
+            printOverheads(all);
         } else {
             dumpInstructions(all);
         }

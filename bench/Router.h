@@ -44,6 +44,7 @@ class Router {
     OvixAgent::Forwarder& forwarder() noexcept { return forwarder_; }
     /// Made with the first call.
     OvixAgent::FastPath& fastPath();
+    const OvixAgent::PortTable& ports() const noexcept { return tables_.ports; }
     /// Frames that left, those to the CPU and the exception frames of all routers included.
     std::uint64_t framesOut() const noexcept { return out_.frames() + loopback_->frames(); }
     Ptr<Ovix::RoutingHandler> mplsHandler() const {

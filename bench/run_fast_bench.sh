@@ -66,6 +66,21 @@ awk -F '\t' '
             count[$1, "burst"], count[$1, "single"], count[$1, "definition"], $2, $3, $4, $5, $6,
             $7, $8, $9
     }' "$work/instructions" "$work/times"
+echo
+echo 'what the recorder takes, and traces of frames that do not come (ns a frame in bursts without it; instructions)'
+for row in 'swap 1000' 'flood 1000' 'pop_route 100000'; do
+    # shellcheck disable=SC2086
+    printf '%-16s %s\n' "${row/ //}" "$("$bench" overheads $row)"
+    awk -F '\t' -v row="${row/ //}" '
+        $1 == row { count[$2] = $3 }
+        END {
+            printf "%-16s %d\trecorder %+d", "  instructions", count["unrecorded"],
+                count["burst"] - count["unrecorded"]
+            for (way in count)
+                if (way ~ /^by-/) printf "\t%s %+d", way, count[way] - count["burst"]
+            print ""
+        }' "$work/instructions"
+done
 "$bench" churn 1000000
 echo '(ucmp4: a choice of four; flood: unknown labels; replicate8: per leg. Times are medians of runs that'
 echo 'take turns; of the ratios, too, each to the bare loop of its turn, of as many labels or of 1000.)'
