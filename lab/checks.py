@@ -1,11 +1,13 @@
 """What the lab shows. Each check gets the lab, says what it saw, and raises CheckFailed."""
 
+import json
 import time
 
 import network
 import topology
 import traffic
 from dataplane import SWEEP_AFTER
+from lab import frr_hops
 from processes import wait_until
 
 
@@ -71,6 +73,26 @@ def every_hop_answers(lab) -> str:
               topology.answering("pe2", "p"), topology.address("ce2")]
     expect(hops == wanted, f"expected {wanted}, seen {hops}")
     return ", ".join(hops)
+
+
+def explained(lab) -> str:
+    """P explains a packet from CE1 to CE2 by what FRR has for its label, and what loses its way without a link."""
+    plane, label = lab.planes["p"], lab.path_labels()["ce2"]
+    hops = {one: frr_hops("p", route) for one, route in lab.daemons["p"].labels().items()}
+    (out, nexthop, interface), = hops[label]
+    before = plane.label_packets(label)
+    words = f"label {label}, ip {topology.address('ce1')} > {topology.address('ce2')} udp 7"
+    walk = json.loads(plane.ctl("explain", "--port", "to-pe1", words).stdout)
+    found = {step["step"]: step["values"] for step in walk["steps"]}
+    expect([sent["port"] for sent in walk["verdict"]["sent"]] == [interface], f"{walk['verdict']}, FRR {hops[label]}")
+    expect(found["nexthop"]["address"] == nexthop, f"next hop {found['nexthop']}, FRR {nexthop}")
+    stack = "".join(f"label {one} " for one in out)
+    expect(found["headers"]["headers"].startswith(stack or "IP"), f"leaves as {found['headers']}, FRR {out}")
+    expect(plane.label_packets(label) == before, "explaining a packet has counted it")
+    moves = json.loads(plane.ctl("what-if", f"link {interface} down").stdout)
+    lost = sum({hop[2] for hop in each} == {interface} for each in hops.values())
+    expect(moves["labels"]["lost"] == lost, f"{moves['labels']} without {interface}, FRR has {lost} there alone")
+    return f"label {label} by {interface} to {nexthop}; {lost} labels lose their way without that link"
 
 
 def tables_equal(lab) -> str:
@@ -272,5 +294,5 @@ def balances(lab) -> str:
 
 
 LABELLED = (labels_on_the_wire, tables_equal, label_counters, every_hop_answers)
-ALL = (labels_on_the_wire, tables_equal, label_counters, tcp, every_hop_answers, vpn, link_cut,
+ALL = (labels_on_the_wire, tables_equal, label_counters, tcp, every_hop_answers, explained, vpn, link_cut,
        agent_restarted, zebra_restarted, balances)

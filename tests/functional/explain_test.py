@@ -336,6 +336,16 @@ class WhatIfTest(SharedTablesTest):
         self.load(PORTS + lfib(transit={100: routes(via("swap", [309], interface="west", nexthop="10.0.1.2"))}))
         self.assertEqual(self.moves("lfib del 100"), {100: ({"east": 100}, {"west": 100})})
 
+    def test_a_via_that_is_left_alone_takes_all_whatever_its_weight(self):
+        self.ctl("lfib", "add", "150", "nexthop", "as", "301", "via", "inet", "10.0.2.2", "dev", "east", "weight", "0",
+                 "nexthop", "as", "302", "via", "inet", "10.0.1.2", "dev", "west", "weight", "3")
+        self.assertEqual(self.moves("link west down")[150], ({"west": 100}, {"east": 100}))
+        self.assertNotIn(100, self.moves("via 10.0.2.2 weight 0"))
+        config = self.directory / "agent.yaml"
+        config.write_text(PORTS.replace("{name: west,", "{name: west, status: down,"))
+        told = json.loads(run_explain(config, mpls([150]).hex(), "--tables", self.tables, "--json"))
+        self.assertEqual([one["port"] for one in told["verdict"]["sent"]], ["east"])
+
     def test_what_the_agent_has_beside_the_tables_counts(self):
         config = PORTS.replace("neighbours:", "  - {name: east.5, parent: east, vlan: 5}\nneighbours:") + """
 routes:

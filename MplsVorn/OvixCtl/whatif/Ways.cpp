@@ -176,6 +176,8 @@ Way Ways::ofViaSet(const Ovix::OvixMplsViaSet& viaSet, bool sharesStay) const {
     way.isMulticast = viaSet.isMulticast();
     for (std::uint32_t i = 0; i < viaSet.numVias(); ++i) {
         Share share = shareOf(viaSet.via(i), viaSet.weight(i));
+        // One that is left alone takes all flows, whatever its weight.
+        share.weight = viaSet.numVias() == 1 ? 1 : share.weight;
         if (sharesStay && !share.intf.empty() && !isUp(share.intf)) {
             share = {Share::Kind::lost, {}, {}, 0, {}, share.weight};
         }
@@ -245,7 +247,9 @@ Way Ways::ofPrefix(const L3::Route& route) const {
     Way way;
     for (const Mpls::WeightedVia& via : route.vias) {
         if (isUp(via.via.intf())) {
-            add(way, shareOf(via.via.record(), via.weight));
+            Share share = shareOf(via.via.record(), via.weight);
+            share.weight = route.vias.size() == 1 ? 1 : share.weight;
+            add(way, std::move(share));
         }
     }
     reduce(way);
