@@ -28,7 +28,7 @@ struct RecordedVia {
 };
 
 /// A frame that was punted, dropped or handed on, as it came in: three cache lines.
-struct RecordedFrame {
+struct alignas(64) RecordedFrame {
     static constexpr std::size_t mostBytes = 128;
 
     std::array<std::uint8_t, mostBytes> head; ///< its first `size` bytes

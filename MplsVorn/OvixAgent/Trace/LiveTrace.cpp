@@ -61,8 +61,8 @@ LiveTrace::Kind LiveTrace::kindOf(const Frame& frame) noexcept {
 }
 
 bool LiveTrace::isFollowed(const Frame& frame) const {
-    return filter_.reason.empty() ||
-           std::find(kinds_.begin(), kinds_.end(), kindOf(frame)) != kinds_.end();
+    return filter_.reason.empty() || (!kinds_.empty() && std::find(kinds_.begin(), kinds_.end(),
+                                                                   kindOf(frame)) != kinds_.end());
 }
 
 void LiveTrace::follow(const Frame& frame, std::uint64_t number,
@@ -71,15 +71,23 @@ void LiveTrace::follow(const Frame& frame, std::uint64_t number,
         process();
         return;
     }
-    begin(frame, number);
     const bool isFollowedNow = isFollowed(frame);
     if (isFollowedNow) {
+        begin(frame, number);
         const Listening listening([this](const Ovix::RoadNote& step) { note(step); });
         process();
     } else {
         process();
     }
-    finish(frame, fate(), isFollowedNow);
+    const Fate became = fate();
+    if (!isForReason(became)) {
+        return;
+    }
+    if (!isFollowedNow) {
+        begin(frame, number);
+        addFirst(frame, became);
+    }
+    finish();
 }
 
 void LiveTrace::begin(const Frame& frame, std::uint64_t number) {
@@ -114,21 +122,21 @@ void LiveTrace::add(std::string_view step, std::string_view text) {
     }
 }
 
-void LiveTrace::finish(const Frame& frame, const Fate& fate, bool wasFollowed) {
-    const bool isForReason =
-        filter_.reason.empty() || (fate.kind != FateKind::forwarded &&
-                                   fate.reason.find(filter_.reason) != std::string_view::npos);
-    if (!isForReason) {
-        return;
+bool LiveTrace::isForReason(const Fate& fate) const noexcept {
+    return filter_.reason.empty() || (fate.kind != FateKind::forwarded &&
+                                      fate.reason.find(filter_.reason) != std::string_view::npos);
+}
+
+void LiveTrace::addFirst(const Frame& frame, const Fate& fate) {
+    add("fate", fmt::format("{}, reason {}; the next ones from this port with this label are "
+                            "traced",
+                            Tessel::wordOf(fate.kind), fate.reason));
+    if (kinds_.size() < mostKinds) {
+        kinds_.push_back(kindOf(frame));
     }
-    if (!wasFollowed) {
-        add("fate", fmt::format("{}, reason {}; the next ones from this port with this label are "
-                                "traced",
-                                Tessel::wordOf(fate.kind), fate.reason));
-        if (kinds_.size() < mostKinds) {
-            kinds_.push_back(kindOf(frame));
-        }
-    }
+}
+
+void LiveTrace::finish() {
     for (std::string& line : steps_) {
         keep(std::move(line));
     }

@@ -73,7 +73,10 @@ class LiveTrace {
     bool isFollowed(const Frame& frame) const;
     void begin(const Frame& frame, std::uint64_t number);
     void note(const Ovix::RoadNote& note);
-    void finish(const Frame& frame, const Fate& fate, bool wasFollowed);
+    bool isForReason(const Fate& fate) const noexcept;
+    /// The first frame of its kind: nothing but its fate is known.
+    void addFirst(const Frame& frame, const Fate& fate);
+    void finish();
     void add(std::string_view step, std::string_view text);
     void keep(std::string line);
 

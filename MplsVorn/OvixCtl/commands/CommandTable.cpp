@@ -375,7 +375,8 @@ JSON: a text on each line)",
      "Show ports",
      showPorts,
      {},
-     R"(A port that is waiting has no interface, or none that can be used; up and down is its link.
+     R"(A port that is waiting has no interface, or none that can be used; up and down is its link; why stands
+behind it: no carrier, disabled, down by the configuration, its parent is down.
 JSON: {"ports": [{"name", "kind", "state", "problem", "mac", "mtu", "vrf", "addresses", "parent",
                   "vlans", "mpls", "received", "sent": {"frames", "bytes"}}]}
   kind and received are null in a run on captures, received also of a VLAN sub-interface)"},

@@ -46,6 +46,7 @@ Ptr<Ovix::HwStatusViaHelper> linksOf(const Mpls::PublishedTables& tables,
         return nullptr; // every via is usable
     }
     auto status = Tessel::make<Interface::EthIntfStatusDir>();
+    std::vector<Lumo::IntfId> known; // a few, of many adjacencies
     tables.hardware()->forEachAdjacency([&](std::uint32_t key) {
         try {
             const auto adjacency = tables.hardware()->adjacency(key);
@@ -53,7 +54,10 @@ Ptr<Ovix::HwStatusViaHelper> linksOf(const Mpls::PublishedTables& tables,
                 for (const auto& entry :
                      adjacency ? adjacency->entries(backups)
                                : std::span<const Mpls::Hardware::Adjacency::Entry>()) {
-                    status->intfStatusIs(entry.intf, !assumed.isDown(entry.intf));
+                    if (std::find(known.begin(), known.end(), entry.intf) == known.end()) {
+                        known.push_back(entry.intf);
+                        status->intfStatusIs(entry.intf, !assumed.isDown(entry.intf));
+                    }
                 }
             }
         } catch (const Tessel::CorruptionDetected&) {
@@ -149,7 +153,16 @@ std::string wayText(const Way& way, const IntfText& interfaces) {
 }
 
 Ways::Ways(const Mpls::PublishedTables& tables, const Assumptions& assumed)
-    : tables_(&tables), assumed_(assumed), links_(linksOf(tables, assumed)) {}
+    : tables_(&tables), assumed_(assumed), links_(linksOf(tables, assumed)) {
+    for (const TableId table : {TableId::decapLfib, TableId::evpnEthernetSegmentFilterLfib,
+                                TableId::pseudowireLfib, TableId::evpnEtreeLeafLabelLfib}) {
+        bool isEmpty = true;
+        tables.lfib(table)->forEachRoute([&](const Mpls::LfibRoute&) { isEmpty = false; });
+        if (!isEmpty) {
+            lfibs_.push_back(table);
+        }
+    }
+}
 
 Share Ways::shareOf(const Ovix::OvixMplsVia& via, std::uint64_t weight) const {
     Share share;
@@ -216,8 +229,7 @@ std::optional<Way> Ways::ofLfib(TableId table, std::uint32_t label) const {
 
 Way Ways::ofLabel(std::uint32_t label) const {
     try {
-        for (const TableId table : {TableId::decapLfib, TableId::evpnEthernetSegmentFilterLfib,
-                                    TableId::pseudowireLfib, TableId::evpnEtreeLeafLabelLfib}) {
+        for (const TableId table : lfibs_) {
             if (auto way = ofLfib(table, label)) {
                 return *way;
             }

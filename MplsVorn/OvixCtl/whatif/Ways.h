@@ -86,6 +86,7 @@ class Ways {
     const Mpls::PublishedTables* tables_;
     Assumptions assumed_;
     Ptr<Ovix::HwStatusViaHelper> links_;
+    std::vector<Mpls::TableId> lfibs_; ///< that have routes, in the order in which they are asked
 };
 
 } // namespace OvixCtl
