@@ -6,6 +6,10 @@ set_target_properties(ovix-agent ovixctl ovix-fpm PROPERTIES INSTALL_RPATH "$ORI
 set_target_properties(OvixHost MplsOvixPlugin PROPERTIES INSTALL_RPATH "$ORIGIN")
 install(TARGETS ovix-agent ovixctl ovix-fpm RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS OvixHost MplsOvixPlugin LIBRARY DESTINATION ${home})
+if(TARGET OvixDpdk)
+  set_target_properties(OvixDpdk PROPERTIES INSTALL_RPATH "$ORIGIN")
+  install(TARGETS OvixDpdk LIBRARY DESTINATION ${home})
+endif()
 
 set(units ${CMAKE_BINARY_DIR}/generated/units)
 foreach(unit ovix-agent@ ovix-fpm)

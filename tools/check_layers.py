@@ -23,12 +23,14 @@ CTL = "MplsVorn/OvixCtl"
 FPM = "MplsVorn/OvixFpm"
 LOG = "MplsVorn/OvixLog"
 HTTP = "MplsVorn/OvixHttp"
+DPDK = "MplsVorn/OvixDpdk"
 # A layer may include quoted headers of these.
 ALLOWED = {HOST: [HOST], PLUGIN: [PLUGIN, HOST], LOG: [LOG, HOST], HTTP: [HTTP, HOST],
-           AGENT: [AGENT, LOG, HTTP, HOST], CTL: [CTL, AGENT, LOG, HOST], FPM: [FPM, LOG, HTTP, HOST]}
+           AGENT: [AGENT, LOG, HTTP, HOST], CTL: [CTL, AGENT, LOG, HOST], FPM: [FPM, LOG, HTTP, HOST],
+           DPDK: [DPDK, AGENT, HOST]}
 # Only the programs use packaged libraries.
 LIBRARIES = re.compile(r"^(pcap|libmnl|xdp|bpf|yaml-cpp|nlohmann|fmt|spdlog|systemd|sys/capability|CLI"
-                       r"|prometheus|microhttpd|gtest|benchmark)\b")
+                       r"|prometheus|microhttpd|rte_\w+|gtest|benchmark)\b")
 RUNTIME = re.compile(r"^(libOvixHost\.so|libstdc\+\+\.so|libgcc_s\.so|libm\.so|libc\.so|ld-linux"
                      r"|libasan\.so|libubsan\.so|libtsan\.so)")
 

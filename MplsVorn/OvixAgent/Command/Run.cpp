@@ -14,6 +14,7 @@
 #include "Command/LiveReload.h"
 #include "FastPath/FastPath.h"
 #include "Live/LiveRun.h"
+#include "Live/ports/Card.h"
 #include "Ovix/trace/Trace.h"
 #include "Web/WebServer.h"
 
@@ -300,6 +301,9 @@ int run(const RunOptions& options, OvixLog::Log& log) {
             return report(options, summary.value(), log);
         }
         log({}, summary.refused().what);
+    } catch (const CardError& error) { // nothing has been started
+        log({}, error.what());
+        return ExitCode::usage;
     } catch (const std::exception& error) {
         log({}, error.what());
     }

@@ -66,6 +66,17 @@ std::string readCpuTap(const ConfigValue& value) {
     return tap;
 }
 
+std::vector<std::string> readEal(const ConfigValue& value) {
+    const ConfigMap map(value);
+    const ConfigValue list = map.required("eal");
+    std::vector<std::string> words;
+    for (std::size_t i = 0; i < list.listSize(); ++i) {
+        words.push_back(list.item(i).name("argument", 255));
+    }
+    map.refuseOthers();
+    return words;
+}
+
 void readLabelTables(const ConfigMap& map, const PortNames& ports, AgentConfig& config) {
     if (const auto lfib = map.find("lfib")) {
         config.labelRoutes = readLabelRoutes(*lfib, ports);
@@ -107,6 +118,9 @@ AgentConfig readConfig(const ConfigValue& root) {
     }
     if (const auto cpu = map.find("cpu")) {
         config.cpuTap = readCpuTap(*cpu);
+    }
+    if (const auto dpdk = map.find("dpdk")) {
+        config.eal = readEal(*dpdk);
     }
     if (const auto routes = map.find("routes")) {
         config.routes = readRoutes(*routes, config, portNames);

@@ -63,13 +63,14 @@ enum class ReversePath : std::uint8_t {
 };
 
 /// How a live port takes and sends its frames.
-enum class PortKind : std::uint8_t { packet = 1, xdp = 2, tap = 3 };
+enum class PortKind : std::uint8_t { packet = 1, xdp = 2, tap = 3, dpdk = 4 };
 
 struct PortConfig {
     std::string name; ///< 1 to 15 bytes; the port's interface, or its output capture
     /// Of a VLAN sub-interface the port whose frames of the VLAN of `tagging` are its own.
     PortIndex parent = noPort;
     PortKind kind = PortKind::packet;
+    std::string device; ///< of kind dpdk, in DPDK's words
     Lumo::EthAddr mac{};      ///< zeros: the interface's own
     std::uint32_t mtu = 1500; ///< of the frame without its Ethernet header
     std::vector<InterfaceAddress> addresses;
@@ -169,6 +170,7 @@ struct AgentConfig {
     std::vector<Placed<Routing::Multicast::MvpnVrfIntfId>> mvpn;
     AnswerLimits answers;
     std::string cpuTap; ///< the TAP device that a live run writes punted frames to; empty: none
+    std::vector<std::string> eal; ///< what DPDK's environment is started with
     /// The IP routes, of kind forward or drop; a prefix is unique in its VRF.
     std::vector<Placed<L3::Route>> routes;
 };
@@ -221,4 +223,5 @@ inline constexpr auto
         {"packet", OvixAgent::PortKind::packet},
         {"xdp", OvixAgent::PortKind::xdp},
         {"tap", OvixAgent::PortKind::tap},
+        {"dpdk", OvixAgent::PortKind::dpdk},
     });

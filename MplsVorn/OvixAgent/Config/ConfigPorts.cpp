@@ -92,12 +92,22 @@ void readSubInterface(const ConfigMap& map, PortConfig& port) {
     port.tagging = readVlans(map.required("vlan"));
 }
 
+void readDevice(const ConfigMap& map, PortConfig& port) {
+    if (port.kind == PortKind::dpdk) {
+        port.device = map.required("device", ": the PCI address or virtual device of kind dpdk")
+                          .name("device", 255);
+    } else if (const auto device = map.find("device")) {
+        device->fail("only a port of kind dpdk has a device");
+    }
+}
+
 PortConfig readPort(const ConfigValue& value) {
     const ConfigMap map(value);
     PortConfig port;
     port.mtu = map.numberOr("mtu", minMtu, maxMtu, port.mtu);
     port.name = readPortName(map.required("name"));
     port.kind = map.choiceOr("kind", port.kind);
+    readDevice(map, port);
     // A port with a kind is an interface of this host and has the interface's address.
     if (map.find("mac") || (!map.find("kind") && !map.find("parent"))) {
         port.mac = readUnicastMac(map.required(

@@ -1,8 +1,6 @@
 #include "Forwarding/PluginHost.h"
 
 #include <cassert>
-#include <dlfcn.h>
-#include <filesystem>
 
 #include "Plugin/Loader.h"
 #include "State/LinkHeader.h"
@@ -10,21 +8,9 @@
 
 namespace OvixAgent {
 
-namespace {
-
-/// Beside the host's library, wherever that has been loaded from.
-std::string installedPlugin() {
-    Dl_info host{};
-    if (dladdr(reinterpret_cast<const void*>(&Plugin::Library::load), &host) == 0) {
-        throw Plugin::LoadError("the host's library cannot be found");
-    }
-    return std::filesystem::canonical(host.dli_fname).replace_filename("libMplsOvixPlugin.so");
-}
-
-} // namespace
-
 void startPlugin(const std::string& file, const Ptr<Ovix::PluginContext>& context) {
-    const std::string path = file.empty() ? installedPlugin() : file;
+    const std::string path =
+        file.empty() ? Plugin::Library::installed("libMplsOvixPlugin.so") : file;
     auto& loader = Plugin::Loader<Ovix::PluginContext>::defaultLoader();
     Plugin::Library::load(path);
     if (loader.registrations().empty()) {

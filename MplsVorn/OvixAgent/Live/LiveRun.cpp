@@ -5,6 +5,7 @@
 #include <csignal>
 #include <sys/signalfd.h>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 #include "Tessel/Exceptions.h"
@@ -16,6 +17,8 @@ namespace {
 /// The most frames of one port before the others are served.
 constexpr std::size_t framesPerTurn = 256;
 constexpr int idleMs = 100;
+/// While nothing comes, cards are asked this often: less than their rings take to fill.
+constexpr std::chrono::microseconds cardRest{20};
 
 /// What is waited for; behind these are the ports.
 enum : std::size_t { signalAt, linkAt, requestAt, reloadAt, portsAt };
@@ -44,7 +47,9 @@ void LiveRun::run(const std::function<void(const std::string&)>& report) {
         const auto now = LinkSync::Clock::now();
         parts_.links->checkCarriers(now);     // before frames that have waited
         parts_.forwarder->settleWaiting(now); // before later frames to the same neighbours
-        takeFrames();
+        if (takeFrames() == 0 && parts_.ports->arePolled()) {
+            std::this_thread::sleep_for(cardRest);
+        }
         refresh();
         settle(report);
     } while (takeSignals());
@@ -74,9 +79,10 @@ void LiveRun::wait() {
         waiting_.push_back({port->descriptor(), POLLIN, 0});
     }
     const bool isAnswering = answersRequests() && parts_.control->isBusy();
-    const bool isReady = poll_.wait(waiting_, hasMore_ || isAnswering ? 0 : idleMs);
+    const bool arePolled = parts_.ports->arePolled();
+    const bool isReady = poll_.wait(waiting_, hasMore_ || isAnswering || arePolled ? 0 : idleMs);
     // Not every port is ready when its interface has gone.
-    servesAll_ = hasMore_ || !isReady || waiting_[linkAt].revents != 0;
+    servesAll_ = arePolled || hasMore_ || !isReady || waiting_[linkAt].revents != 0;
     hasMore_ = false;
     if (answersRequests() && (waiting_[requestAt].revents != 0 || !isReady || isAnswering)) {
         parts_.control->serve();
@@ -104,7 +110,7 @@ std::size_t LiveRun::takeFrames() {
     const auto& ports = parts_.ports->all();
     assert(waiting_.size() == portsAt + ports.size());
     for (std::size_t i = 0; i < ports.size(); ++i) {
-        const bool isDue = servesAll_ || waiting_[portsAt + i].revents != 0;
+        const bool isDue = hasBegun_ && (servesAll_ || waiting_[portsAt + i].revents != 0);
         const std::size_t received =
             isDue && ports[i]->isOpen() ? ports[i]->receive(visitor, framesPerTurn) : 0;
         assert(received <= framesPerTurn);
@@ -155,6 +161,10 @@ void LiveRun::settle(const std::function<void(const std::string&)>& report) {
     const auto now = LinkSync::Clock::now();
     parts_.links->solicit();
     const bool wasReady = std::exchange(isReady_, hasRoutes_ && parts_.links->isComplete());
+    if (isReady_ && !hasBegun_) {
+        hasBegun_ = true;
+        hasMore_ = true; // what has come before
+    }
     if (now - checkedAt_ >= std::chrono::seconds(1) || isReady_ > wasReady) {
         checkedAt_ = now;
         parts_.ports->reopen();

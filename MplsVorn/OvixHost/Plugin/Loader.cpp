@@ -1,6 +1,7 @@
 #include "Plugin/Loader.h"
 
 #include <dlfcn.h>
+#include <filesystem>
 
 namespace Plugin {
 
@@ -13,6 +14,14 @@ void Library::load(const std::string& file) {
         throw LoadError("cannot load plugin " + file + ": " +
                         (reason != nullptr ? reason : "unknown reason"));
     }
+}
+
+std::string Library::installed(const std::string& name) {
+    Dl_info host{};
+    if (dladdr(reinterpret_cast<const void*>(&Library::load), &host) == 0) {
+        throw LoadError("the host's library cannot be found");
+    }
+    return std::filesystem::canonical(host.dli_fname).replace_filename(name);
 }
 
 } // namespace Plugin

@@ -19,6 +19,10 @@ class Library {
   public:
     /// Throws LoadError.
     static void load(const std::string& file);
+
+    /// The path of a library that is installed beside the host's, wherever that is. Throws
+    /// LoadError when the host's is not known.
+    static std::string installed(const std::string& name);
 };
 
 /// What a plugin instance embeds: called with the agent's context once that exists.

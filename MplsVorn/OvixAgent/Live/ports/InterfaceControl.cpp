@@ -119,4 +119,17 @@ void bringUp(const std::string& name) {
     control(SIOCSIFFLAGS, request, "bringing the interface up");
 }
 
+void setMacOfInterface(const std::string& name, const Lumo::EthAddr& mac) {
+    ifreq request = requestFor(name);
+    request.ifr_hwaddr.sa_family = ARPHRD_ETHER;
+    std::copy(mac.begin(), mac.end(), request.ifr_hwaddr.sa_data);
+    control(SIOCSIFHWADDR, request, "setting the interface's MAC");
+}
+
+void setMtuOfInterface(const std::string& name, std::uint32_t mtu) {
+    ifreq request = requestFor(name);
+    request.ifr_mtu = static_cast<int>(mtu);
+    control(SIOCSIFMTU, request, "setting the interface's MTU");
+}
+
 } // namespace OvixAgent

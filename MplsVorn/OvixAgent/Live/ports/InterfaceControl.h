@@ -42,7 +42,10 @@ class InterfaceFlags {
     Posix::FileDescriptor socket_;
 };
 
-/// Throws std::system_error.
+// These throw std::system_error.
+
 void bringUp(const std::string& name);
+void setMacOfInterface(const std::string& name, const Lumo::EthAddr& mac);
+void setMtuOfInterface(const std::string& name, std::uint32_t mtu);
 
 } // namespace OvixAgent

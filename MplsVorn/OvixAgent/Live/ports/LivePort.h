@@ -88,6 +88,9 @@ class LivePort : public TransmitPort {
     /// What to poll; -1 while the port is not open. It may change with `reopen()`.
     virtual int descriptor() const noexcept = 0;
 
+    /// Whether `receive` is to be called even though poll reports nothing: the port is a card's.
+    virtual bool isPolled() const noexcept { return false; }
+
     /// Calls `visitor` with at most `budget` received frames, in order, and returns their number.
     /// No frame waits for others to come.
     /// To be called whenever poll reports anything, errors included, and when the interface is

@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "Live/ports/CardPort.h"
 #include "Live/ports/InterfaceClaim.h"
 #include "Live/ports/InterfaceControl.h"
 #include "Live/ports/PacketPort.h"
@@ -26,17 +27,26 @@ void requireFree(const std::string& interface) {
     }
 }
 
-std::unique_ptr<LivePort> open(const PortConfig& config, PortIndex index) {
-    if (config.kind != PortKind::tap) { // of which the kernel lets nobody have a second
-        requireFree(config.name);
+std::unique_ptr<LivePort> openCard(const AgentConfig& config, PortIndex index, const Port& port) {
+    const std::string& device = config.ports[index].device;
+    try {
+        return std::make_unique<CardPort>(index, port, openDpdkCard({device, config.eal}));
+    } catch (const CardError& refused) {
+        throw CardError(fmt::format("port {}: {}", port.name, refused.what()));
     }
-    switch (config.kind) {
-    case PortKind::xdp:
-        return std::make_unique<XdpPort>(index, config.name);
-    case PortKind::tap:
+}
+
+std::unique_ptr<LivePort> open(const AgentConfig& all, PortIndex index, const PortTable& table) {
+    const PortConfig& config = all.ports[index];
+    if (config.kind == PortKind::tap) { // of which the kernel lets nobody have a second
         return std::make_unique<TapPort>(index, config.name);
-    case PortKind::packet:
-        break;
+    }
+    requireFree(config.name);
+    if (config.kind == PortKind::dpdk) {
+        return openCard(all, index, table.ports()[index]);
+    }
+    if (config.kind == PortKind::xdp) {
+        return std::make_unique<XdpPort>(index, config.name);
     }
     return std::make_unique<PacketPort>(index, config.name, PacketIntake::labelledAndIp);
 }
@@ -52,28 +62,41 @@ bool isLabelled(Wire::Bytes frame) noexcept {
     return Wire::EtherType::isMpls(walk.etherType());
 }
 
-/// Sends labelled punted frames to a TAP device, if there is one.
+/// Sends labelled punted frames to a TAP device, if there is one, and IP packets of cards to this
+/// host, which has received those of its own interfaces itself, and of cards those to groups.
 class CpuPort : public TransmitPort {
   public:
-    explicit CpuPort(TapPort* tap) : tap_(tap) {}
+    /// By the index of a frame's port; null where it is no card's.
+    using Cards = std::vector<CardPort*>;
+
+    CpuPort(TapPort* tap, const Cards& cards) : tap_(tap), cards_(&cards) {}
     void transmit(const Frame& frame) override {
-        if (tap_ != nullptr && isLabelled(frame.bytes)) {
-            tap_->transmit(frame);
+        if (isLabelled(frame.bytes)) {
+            if (tap_ != nullptr) {
+                tap_->transmit(frame);
+            }
+        } else if (CardPort* const card = (*cards_)[frame.port]; card != nullptr) {
+            const Wire::Ethernet ethernet(frame.bytes);
+            if (ethernet && !ethernet.isToGroup()) {
+                card->toHost(frame);
+            }
         }
     }
 
   private:
     TapPort* tap_;
+    const Cards* cards_;
 };
 
 } // namespace
 
 LivePorts::LivePorts(const AgentConfig& config, PortTable& table)
     : cpuTap_(config.cpuTap.empty() ? nullptr : std::make_unique<TapPort>(0, config.cpuTap)),
-      cpu_(std::make_unique<CpuPort>(cpuTap_.get())), byIndex_(config.ports.size()) {
+      cpu_(std::make_unique<CpuPort>(cpuTap_.get(), cards_)), byIndex_(config.ports.size()),
+      cards_(config.ports.size()) {
     for (PortIndex i = 0; i < config.ports.size(); ++i) {
         if (!config.ports[i].isSubInterface()) {
-            ports_.push_back(open(config.ports[i], i));
+            ports_.push_back(open(config, i, table));
             byIndex_[i] = ports_.back().get();
         }
     }
@@ -81,6 +104,8 @@ LivePorts::LivePorts(const AgentConfig& config, PortTable& table)
         if (config.ports[i].isSubInterface()) {
             byIndex_[i] = byIndex_[config.ports[i].parent];
         }
+        cards_[i] = dynamic_cast<CardPort*>(byIndex_[i]);
+        isPolled_ = isPolled_ || byIndex_[i]->isPolled();
         table.ports()[i].out = byIndex_[i];
         table.ports()[i].isUp = false; // until the kernel reports the link
     }

@@ -11,6 +11,8 @@
 
 namespace OvixAgent {
 
+class CardPort;
+
 /// The ports of a live run and the CPU port. VLAN sub-interfaces take and send their frames by the
 /// ports of their parents.
 class LivePorts {
@@ -33,6 +35,9 @@ class LivePorts {
     /// attachment circuits.
     void circuitsAre(const Pseudowires& pseudowires, PortTable& table);
 
+    /// Whether ports are to be asked without being reported by poll.
+    bool arePolled() const noexcept { return isPolled_; }
+
     /// Tries to open the closed ports.
     void reopen();
     void flush();
@@ -52,6 +57,8 @@ class LivePorts {
     std::unique_ptr<TapPort> cpuTap_; ///< null when the configuration has none
     std::unique_ptr<TransmitPort> cpu_;
     std::vector<LivePort*> byIndex_;    ///< by the configuration's index
+    std::vector<CardPort*> cards_;      ///< the same; null where the port is no card's
+    bool isPolled_ = false;
     std::vector<std::string> reported_; ///< the problem of each port at the last news()
     std::vector<std::string> warned_;   ///< likewise its warning
 };

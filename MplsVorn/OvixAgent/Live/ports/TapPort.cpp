@@ -121,6 +121,11 @@ void TapPort::transmit(const Frame& frame) {
     }
 }
 
+void TapPort::carrierIs(bool isUp) noexcept {
+    int carrier = isUp ? 1 : 0;
+    ioctl(device_.value(), TUNSETCARRIER, &carrier);
+}
+
 // EBADFD: the device was deleted while its file is open.
 void TapPort::countFailure(int error) {
     switch (error) {

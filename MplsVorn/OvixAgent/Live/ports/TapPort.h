@@ -30,6 +30,9 @@ class TapPort final : public LivePort {
 
     const LiveCounts& counts() override { return counts_; }
 
+    /// Whether the device has a carrier, for this host's stack.
+    void carrierIs(bool isUp) noexcept;
+
   private:
     void open();
     bool gather(std::size_t most);

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "Lumo/IpGenAddr.h"
+#include "State/Frame.h"
+
+namespace OvixAgent {
+
+/// A network card that this process drives itself, without the kernel. One thread uses it; nothing
+/// blocks.
+class Card {
+  public:
+    Card() = default;
+    Card(const Card&) = delete;
+    Card& operator=(const Card&) = delete;
+    virtual ~Card() = default;
+
+    virtual Lumo::EthAddr mac() const = 0;
+    virtual std::uint32_t mtu() const = 0;
+    virtual bool isLinkUp() = 0;
+
+    /// Puts frames that have come into `room`, with their bytes, sizes and headroom, and returns
+    /// how many. They are lent until the next call.
+    virtual std::size_t receive(std::span<WritableFrame> room) = 0;
+
+    /// Queues a copy, which `flush()` sends. False when it has no room for it.
+    virtual bool queue(std::span<const std::uint8_t> bytes) = 0;
+    struct Sent {
+        std::size_t sent = 0;
+        std::size_t refused = 0; ///< queued, and dropped since the card had no room
+    };
+    virtual Sent flush() = 0;
+
+    /// Frames that have come while the card had no room for them, since it was opened.
+    virtual std::uint64_t missed() = 0;
+};
+
+/// A device that cannot be used. The text says which, what is wrong and what helps.
+class CardError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+struct CardOptions {
+    std::string device;           ///< "0000:3b:00.0", or a driver's virtual one, "net_tap0,iface=x"
+    std::vector<std::string> eal; ///< what the driver's library is started with, by the first card
+};
+
+/// What a module of drivers exports as `ovixOpenCard`; the card is the caller's. Throws
+/// CardError.
+using OpenCard = Card*(const CardOptions& options);
+
+/// Opens a card by the module of DPDK, which is loaded with the first one. Throws
+/// CardError.
+std::unique_ptr<Card> openDpdkCard(const CardOptions& options);
+
+} // namespace OvixAgent

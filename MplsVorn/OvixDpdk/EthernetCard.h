@@ -1,0 +1,50 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+
+#include "Live/ports/Card.h"
+
+struct rte_mbuf;
+struct rte_mempool;
+
+namespace OvixDpdk {
+
+/// An Ethernet device of DPDK with one queue each way, promiscuous, without offloads: frames come
+/// and go as they are on the wire.
+class EthernetCard final : public OvixAgent::Card {
+  public:
+    /// Probes the device, unless it was, and starts it. Throws OvixAgent::CardError.
+    explicit EthernetCard(const std::string& device);
+    ~EthernetCard() override;
+
+    Lumo::EthAddr mac() const override;
+    std::uint32_t mtu() const override { return mtu_; }
+    bool isLinkUp() override;
+    std::size_t receive(std::span<OvixAgent::WritableFrame> room) override;
+    bool queue(std::span<const std::uint8_t> bytes) override;
+    Sent flush() override;
+    std::uint64_t missed() override;
+
+  private:
+    static constexpr std::size_t most = OvixAgent::burstFrames;
+
+    void start();
+    void giveBack();
+
+    std::string device_;
+    std::uint16_t port_ = 0;
+    std::uint32_t mtu_ = 0;
+    rte_mempool* pool_ = nullptr;
+    std::array<rte_mbuf*, most> lent_{};
+    std::size_t lentCount_ = 0;
+    std::array<rte_mbuf*, most> queued_{};
+    std::size_t queuedCount_ = 0;
+    Sent since_;              ///< what was sent when the queue was full
+    std::uint64_t cutUp_ = 0; ///< frames in several buffers, larger than one
+};
+
+} // namespace OvixDpdk

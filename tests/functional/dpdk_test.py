@@ -1,0 +1,118 @@
+"""Ports on devices that the agent drives itself by DPDK."""
+
+import json
+import pathlib
+import subprocess
+import unittest
+
+import agent
+import frames as f
+from live import LiveTest, ip
+from running_agent import ask
+
+MODULE = pathlib.Path(agent.AGENT).resolve().parent.parent / "lib" / "libOvixDpdk.so"
+LFIB = """
+lfib:
+  transit:
+    - {label: 100, via: {action: swap, labels: [200], nexthop: 10.0.2.2, interface: east}}
+neighbours:
+  - {address: 10.0.2.2, port: east, mac: '02:00:00:00:00:99'}
+"""
+
+
+@unittest.skipUnless(MODULE.exists(), "needs the module for DPDK, which was not built")
+class Dpdk(LiveTest):
+    """The interfaces of LiveTest become the wires of devices; the ports are TAP devices of their names."""
+
+    def configure(self, extra: str = "", kind: str = "dpdk") -> None:
+        for port in ("west", "east"):
+            ip("-n", self.router, "link", "set", port, "down")
+            ip("-n", self.router, "link", "set", port, "name", f"{port}w")
+            ip("-n", self.router, "addr", "flush", "dev", f"{port}w")
+            ip("-n", self.router, "link", "set", f"{port}w", "up")
+        self.config.write_text("ports:\n" + "".join(
+            f"  - {{name: {port}, kind: dpdk, device: 'net_af_packet{i},iface={port}w', "
+            f"addresses: [10.0.{i}.1/24]}}\n" for i, port in ((1, "west"), (2, "east"))) + extra)
+
+    def pings(self, address: str, count: int) -> bool:
+        done = subprocess.run(["ip", "netns", "exec", self.west, "ping", "-c", str(count), "-i", "0.005", "-W", "2",
+                               address], capture_output=True, text=True, check=False)
+        return " 0% packet loss" in done.stdout
+
+    def test_the_host_answers_behind_its_ports_and_the_agent_routes_between_them(self):
+        process = self.start()
+        for i, port in ((1, "west"), (2, "east")):
+            ip("-n", self.router, "addr", "add", f"10.0.{i}.1/24", "dev", port)
+        self.until(lambda: self.pings("10.0.1.1", 1))
+        # Not datagrams: virtual links leave their checksums to cards, which these devices are not.
+        self.until(lambda: self.pings("10.0.2.2", 1))
+        self.assertTrue(self.pings("10.0.2.2", 50))
+        self.ctl("lfib", "add", "100", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
+        self.assertEqual(self.labelled(100, 20), 20)
+        shown = {port["name"]: port for port in ask(self.path, "ports")["ports"]}
+        self.assertEqual(shown["west"]["state"], "up")
+        self.assertGreater(shown["west"]["received"], 50)
+        self.assertGreater(shown["west"]["receivedBytes"], 50 * 64)
+        result = self.stop(process)
+        self.assertGreaterEqual(result["forwarded"]["ports"]["east"]["frames"], 70)
+
+    def test_captures_leave_byte_for_byte_as_without_dpdk(self):
+        west, east = "02:70:63:61:70:00", "02:70:63:61:70:01"  # as the capture driver numbers its devices
+        given = self.directory / "given.pcap"
+        packet = f.udp_packet("10.0.1.2", "10.0.2.2", payload=b"y" * 100)
+        sent = [f.eth(west, "02:00:00:00:00:98", 0x8847, f.stack((100, 0, ttl), (7000, 3, 9)) + packet)
+                for ttl in (64, 2, 255)]
+        sent += [f.eth(west, "02:00:00:00:00:98", 0x8847, f.stack(label) + packet)
+                 for label in (100, 101, 3)]
+        f.write_pcap(given, sent)
+        devices = {"west": f"net_pcap0,rx_pcap={given},tx_pcap={self.directory}/back.pcap",
+                   "east": f"net_pcap1,tx_pcap={self.directory}/dpdk.pcap"}
+        for name, ways in (("dpdk", {port: f"kind: dpdk, device: '{device}'" for port, device in devices.items()}),
+                           ("plain", {"west": f"mac: '{west}'", "east": f"mac: '{east}'"})):
+            (self.directory / f"{name}.yaml").write_text("ports:\n" + "".join(
+                f"  - {{name: {port}, addresses: [10.0.{i}.1/24], {way}}}\n"
+                for i, (port, way) in enumerate(ways.items(), 1)) + LFIB)
+        for port in ("west", "east"):
+            ip("-n", self.router, "link", "del", port)
+        plugin = ["--plugin", agent.PLUGIN] if agent.PLUGIN else []
+        plain = subprocess.run([agent.AGENT, "run", str(self.directory / "plain.yaml"), "--in", f"west={given}",
+                                "--out", str(self.directory / "out"), "--json", *plugin],
+                               capture_output=True, text=True, check=True)
+        process = subprocess.Popen(["ip", "netns", "exec", self.router, agent.AGENT, "run",
+                                    str(self.directory / "dpdk.yaml"), "--live", "--json", "--control",
+                                    str(self.path), *plugin], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        self.addCleanup(process.communicate)
+        self.addCleanup(process.kill)
+        self.until(lambda: self.is_forwarding() and ask(self.path, "status")["frames"]["in"] >= len(sent))
+        result = self.stop(process)
+        for fate in ("dropped", "punted"):
+            self.assertEqual(result[fate]["reasons"], json.loads(plain.stdout)[fate]["reasons"])
+        # The host's own packets (IPv6 neighbour discovery) leave by the device, too.
+        labelled = [frame for _, frame, _ in f.read_pcap(self.directory / "dpdk.pcap") if frame[12:14] == b"\x88\x47"]
+        self.assertEqual(labelled, [frame for _, frame, _ in f.read_pcap(self.directory / "out" / "east.pcap")])
+        self.assertEqual(len(labelled), 4)
+
+    def test_a_device_that_does_not_exist_is_refused_with_its_port_and_what_helps(self):
+        for device, told in (("net_nothing0", "cannot be opened"),
+                             ("0000:ff:1f.0", "there is no such PCI device; dpdk-devbind.py --status"),
+                             ("net_null0,size=none", "cannot be")):
+            done = self.run_briefly(f"{{name: west9, kind: dpdk, device: '{device}', addresses: [10.0.9.1/24]}}")
+            self.assertEqual(done.returncode, 2, done.stderr)
+            self.assertIn("port west9: device " + device, done.stderr)
+            self.assertIn(told, done.stderr)
+
+    def test_two_ports_cannot_share_a_device(self):
+        done = self.run_briefly("{name: a, kind: dpdk, device: net_null7}, {name: b, kind: dpdk, device: net_null7}")
+        self.assertEqual(done.returncode, 2, done.stderr)
+        self.assertIn("port b: device net_null7: another port has it", done.stderr)
+
+    def test_an_environment_that_does_not_start_is_refused_by_its_key(self):
+        config = self.directory / "eal.yaml"
+        config.write_text("ports: [{name: a, kind: dpdk, device: net_null0}]\ndpdk: {eal: ['--lcores=nine']}\n")
+        done = subprocess.run([agent.AGENT, "run", str(config), "--live"], capture_output=True, text=True, check=False)
+        self.assertEqual(done.returncode, 2, done.stderr)
+        self.assertIn("dpdk: eal: the environment does not start", done.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,229 @@
+#include "Live/ports/CardPort.h"
+
+#include <deque>
+#include <gtest/gtest.h>
+
+#include "FrameBytes.h"
+#include "Live/ports/InterfaceControl.h"
+#include "Live/ports/PacketPort.h"
+#include "LiveTesting.h"
+
+namespace CardPortTest {
+
+namespace {
+
+using namespace LiveTesting;
+using namespace TestSupport::Raw;
+using LiveTesting::Bytes;
+using OvixAgent::CardPort;
+using OvixAgent::LiveEvent;
+using OvixAgent::PacketIntake;
+using OvixAgent::PacketPort;
+
+constexpr std::uint16_t ethArp = 0x0806;
+constexpr Lumo::EthAddr station{2, 0, 0, 0, 0, leftStation};
+
+/// What a card has received and is to send, in memory.
+struct Wire {
+    std::deque<Bytes> toCard;
+    std::vector<Bytes> fromCard;
+    std::size_t room = 1000; ///< frames that the card takes for sending
+    std::uint64_t missed = 0;
+    bool isLinkUp = true;
+};
+
+class MadeUpCard final : public OvixAgent::Card {
+  public:
+    explicit MadeUpCard(Wire& wire) : wire_(&wire) {}
+
+    Lumo::EthAddr mac() const override { return station; }
+    std::uint32_t mtu() const override { return 1400; }
+    bool isLinkUp() override { return wire_->isLinkUp; }
+    std::uint64_t missed() override { return wire_->missed; }
+
+    std::size_t receive(std::span<OvixAgent::WritableFrame> room) override {
+        lent_.clear();
+        while (!wire_->toCard.empty() && lent_.size() < room.size()) {
+            Bytes memory(OvixAgent::frameHeadroom);
+            memory.insert(memory.end(), wire_->toCard.front().begin(), wire_->toCard.front().end());
+            wire_->toCard.pop_front();
+            lent_.push_back(std::move(memory));
+            const auto size =
+                static_cast<std::uint32_t>(lent_.back().size() - OvixAgent::frameHeadroom);
+            OvixAgent::WritableFrame& frame = room[lent_.size() - 1];
+            frame.bytes = lent_.back().data() + OvixAgent::frameHeadroom;
+            frame.size = frame.originalLength = size;
+            frame.headroom = OvixAgent::frameHeadroom;
+        }
+        return lent_.size();
+    }
+
+    bool queue(std::span<const std::uint8_t> bytes) override {
+        if (queued_.size() == wire_->room) {
+            return false;
+        }
+        queued_.emplace_back(bytes.begin(), bytes.end());
+        return true;
+    }
+
+    Sent flush() override {
+        const std::size_t count = queued_.size();
+        wire_->fromCard.insert(wire_->fromCard.end(), queued_.begin(), queued_.end());
+        queued_.clear();
+        return {count, 0};
+    }
+
+  private:
+    Wire* wire_;
+    std::vector<Bytes> lent_;
+    std::vector<Bytes> queued_;
+};
+
+class CardPortTest : public TestSupport::OwnNetwork {
+  protected:
+    void SetUp() override {
+        OwnNetwork::SetUp();
+        if (!IsSkipped() && !OvixAgent::TapPort(0, "probe").isOpen()) {
+            GTEST_SKIP() << OvixAgent::TapPort(0, "probe").problem();
+        }
+        config_.name = "west";
+        config_.routesIp = true;
+    }
+
+    CardPort& port() {
+        if (!port_) {
+            table_ =
+                std::make_unique<OvixAgent::PortTable>(std::vector<OvixAgent::PortConfig>{config_});
+            port_ = std::make_unique<CardPort>(0, table_->ports()[0],
+                                               std::make_unique<MadeUpCard>(wire_));
+            // The stack speaks IPv6 on a device that is up unless it is told not to.
+            TestSupport::ip("link set west down addrgenmode none && ip link set west up");
+            stack_ = std::make_unique<PacketPort>(0, "west", PacketIntake::everything);
+        }
+        return *port_;
+    }
+
+    std::vector<Bytes> received() {
+        std::vector<Bytes> all;
+        port().receive(each([&all](const OvixAgent::Frame& frame) {
+                           all.emplace_back(frame.bytes.begin(), frame.bytes.end());
+                       }),
+                       256);
+        return all;
+    }
+
+    /// What the host gets of these frames: all until one that is sent last.
+    std::vector<Bytes> hostGets(const std::vector<Bytes>& frames) {
+        port();
+        const Bytes last = toLeft({ethArp}, 999);
+        wire_.toCard.insert(wire_.toCard.end(), frames.begin(), frames.end());
+        wire_.toCard.push_back(last);
+        agentGot_ = received();
+        std::vector<Bytes> all = receiveUpTo(*stack_, last);
+        EXPECT_FALSE(all.empty());
+        all.pop_back();
+        return all;
+    }
+
+    OvixAgent::PortConfig config_;
+    Wire wire_;
+    std::unique_ptr<OvixAgent::PortTable> table_;
+    std::unique_ptr<CardPort> port_;
+    std::unique_ptr<PacketPort> stack_;
+    std::vector<Bytes> agentGot_;
+};
+
+Bytes ipv6To(std::uint8_t first, std::uint8_t second) {
+    Bytes frame = toLeft({ethIpv6});
+    frame[14] = 0x60;
+    frame[14 + 24] = first;
+    frame[14 + 25] = second;
+    return frame;
+}
+
+} // namespace
+
+TEST_F(CardPortTest, TheDeviceOfTheHostHasTheCardsMacMtuAndLink) {
+    ASSERT_TRUE(port().isOpen()) << port().problem();
+    EXPECT_EQ(OvixAgent::macOfInterface("west"), station);
+    EXPECT_EQ(OvixAgent::mtuOfInterface("west"), 1400U);
+    const OvixAgent::InterfaceFlags flags;
+    EXPECT_FALSE(flags.isDown("west"));
+    wire_.isLinkUp = false;
+    port().reopen();
+    EXPECT_TRUE(flags.isDown("west"));
+    wire_.isLinkUp = true;
+    port().reopen();
+    EXPECT_FALSE(flags.isDown("west"));
+}
+
+TEST_F(CardPortTest, LabelledAndIpFramesAreTheAgentsAndTheRestTheHosts) {
+    const Bytes labelled = toLeft({ethMpls}, 1);
+    const Bytes ip = toLeft({ethIpv4}, 2);
+    const Bytes taggedIp = toLeft({ethVlan, 5, ethIpv4}, 3);
+    const Bytes arp = toLeft({ethArp}, 4);
+    const Bytes taggedArp = toLeft({ethVlan, 5, ethArp}, 5);
+    EXPECT_EQ(hostGets({labelled, ip, arp, taggedIp, taggedArp}),
+              (std::vector<Bytes>{arp, taggedArp}));
+    EXPECT_EQ(agentGot_, (std::vector<Bytes>{labelled, ip, taggedIp}));
+}
+
+TEST_F(CardPortTest, PacketsToGroupsAreForBothAndLinkLocalOnesForTheHost) {
+    Bytes group = toLeft({ethIpv4}, 1);
+    group[0] |= 1U;
+    const Bytes linkLocal = ipv6To(0xfe, 0xbf);
+    const Bytes global = ipv6To(0xfe, 0xc0);
+    EXPECT_EQ(hostGets({group, linkLocal, global}), (std::vector<Bytes>{group, linkLocal}));
+    EXPECT_EQ(agentGot_, (std::vector<Bytes>{group, global}));
+}
+
+TEST_F(CardPortTest, WithoutIpRoutingTheHostGetsPackets) {
+    config_.routesIp = false;
+    const Bytes ip = toLeft({ethIpv4}, 2);
+    EXPECT_EQ(hostGets({ip}), std::vector<Bytes>{ip});
+    EXPECT_EQ(agentGot_, std::vector<Bytes>{});
+}
+
+TEST_F(CardPortTest, AnAttachmentCircuitKeepsEverythingFromTheHost) {
+    port().intakeIs(PacketIntake::everything);
+    const Bytes arp = toLeft({ethArp}, 4);
+    wire_.toCard = {arp};
+    EXPECT_EQ(received(), std::vector<Bytes>{arp});
+}
+
+TEST_F(CardPortTest, WhatTheHostSendsLeavesByTheCard) {
+    port();
+    const Bytes sent = toRight({ethArp}, 6);
+    send(*stack_, sent);
+    EXPECT_TRUE(TestSupport::pollUntil([&] { return port().descriptor(); }, [&] { received(); },
+                                       [&] {
+                                           port().flush();
+                                           return !wire_.fromCard.empty() &&
+                                                  wire_.fromCard.back() == sent;
+                                       }));
+}
+
+TEST_F(CardPortTest, FramesAreCountedAsReceivedSentMissedAndRefused) {
+    port();
+    wire_.toCard = {toLeft({ethMpls}, 1), toLeft({ethMpls}, 2), toLeft({ethArp}, 3)};
+    received();
+    wire_.room = 2;
+    for (std::uint32_t i = 0; i < 3; ++i) {
+        transmit(port(), toRight({ethMpls}, i));
+    }
+    port().flush();
+    wire_.missed = 7;
+    EXPECT_EQ(port().counts().of(LiveEvent::ringFull), 7U);
+    EXPECT_EQ(port().counts().of(LiveEvent::ringFull), 7U);
+    EXPECT_EQ(port().counts().of(LiveEvent::received), 2U);
+    EXPECT_EQ(port().counts().of(LiveEvent::sent), 2U);
+    EXPECT_EQ(port().counts().of(LiveEvent::noBuffers), 1U);
+}
+
+TEST_F(CardPortTest, AStoppedPortTakesNothingMore) {
+    port().stopIntake();
+    wire_.toCard = {toLeft({ethMpls}, 1)};
+    EXPECT_EQ(received(), std::vector<Bytes>{});
+}
+
+} // namespace CardPortTest
