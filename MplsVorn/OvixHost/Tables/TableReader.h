@@ -70,7 +70,7 @@ class TableReader : public Counted {
 
     /// Keys of the table that have an entry.
     std::uint32_t entries(std::size_t table) const noexcept {
-        assert(table < header().tables);
+        assert(table < TableLayout::maxTables);
         return root_.tables[table].entries;
     }
     /// The generation that changed the table last.
