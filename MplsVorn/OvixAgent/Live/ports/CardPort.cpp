@@ -14,6 +14,8 @@ namespace {
 
 /// A read of the TAP device is a system call, a look at the card a few loads.
 constexpr unsigned int turnsPerLookAtHost = 32;
+/// Some ten milliseconds while nothing comes.
+constexpr unsigned int looksPerLookAtLink = 128;
 
 struct Taker {
     bool agent = false;
@@ -75,11 +77,14 @@ bool CardPort::reopen() {
     if (host_.reopen() && !wasOpen) {
         matchDevice();
     }
+    return isOpen();
+}
+
+void CardPort::checkLink() {
     if (const bool isUp = card_->isLinkUp(); isOpen() && isUp != isLinkUp_) {
         isLinkUp_ = isUp;
         host_.carrierIs(isUp);
     }
-    return isOpen();
 }
 
 void CardPort::matchDevice() {
@@ -106,6 +111,9 @@ std::size_t CardPort::receive(const BurstVisitor& visitor, std::size_t budget) {
     }
     if (received == 0 || ++turns_ % turnsPerLookAtHost == 0) {
         takeFromHost();
+        if (++looks_ % looksPerLookAtLink == 0) {
+            checkLink();
+        }
     }
     return received;
 }

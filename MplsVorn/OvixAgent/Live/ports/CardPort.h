@@ -43,6 +43,7 @@ class CardPort final : public LivePort {
     void matchDevice();
     std::size_t sort(std::span<WritableFrame> came);
     void takeFromHost();
+    void checkLink();
 
     PortIndex index_;
     const Port* port_;
@@ -52,6 +53,7 @@ class CardPort final : public LivePort {
     bool isStopped_ = false;
     bool isLinkUp_ = false;
     unsigned int turns_ = 0;
+    unsigned int looks_ = 0;
     std::uint64_t missed_ = 0; ///< counted so far
     LiveCounts counts_;
 };
