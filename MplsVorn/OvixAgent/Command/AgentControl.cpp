@@ -65,7 +65,8 @@ struct Commands {
         return doneAnswer();
     }
     ControlAnswer status(const std::string& /*request*/) const {
-        return statusAnswer(soFar(), OvixLog::version(), parts.live ? "live" : "captures", moreStatus());
+        return statusAnswer(soFar(), OvixLog::version(), parts.live ? "live" : "captures",
+                            moreStatus());
     }
     /// Only those who ask for growth have asked, so that nobody else's reading disturbs theirs.
     ControlAnswer fates(const std::string& request) const {

@@ -142,7 +142,8 @@ void addOtherOptions(CLI::App* run, RunOptions& options) {
         ->type_name("PATH");
     run->add_option_function<std::string>(
            "--metrics", [&options](const std::string& text) { options.metrics = endpointOf(text); },
-           "Serve metrics of a live run for Prometheus at http://ADDRESS:PORT/metrics, and a page that "
+           "Serve metrics of a live run for Prometheus at http://ADDRESS:PORT/metrics, and a page "
+           "that "
            "shows what it does at /; without ADDRESS on this machine only, at a PATH to this user "
            "only")
         ->type_name("[ADDRESS:]PORT|/PATH");

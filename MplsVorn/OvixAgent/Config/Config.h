@@ -70,7 +70,7 @@ struct PortConfig {
     /// Of a VLAN sub-interface the port whose frames of the VLAN of `tagging` are its own.
     PortIndex parent = noPort;
     PortKind kind = PortKind::packet;
-    std::string device; ///< of kind dpdk, in DPDK's words
+    std::string device;       ///< of kind dpdk, in DPDK's words
     Lumo::EthAddr mac{};      ///< zeros: the interface's own
     std::uint32_t mtu = 1500; ///< of the frame without its Ethernet header
     std::vector<InterfaceAddress> addresses;

@@ -27,8 +27,7 @@ AgentState::AgentState(const AgentConfig& config, std::unique_ptr<Mpls::TablePub
 
 AgentState::AgentState(const AgentConfig& config, Ptr<Tessel::TableReader> tables,
                        const std::string& systemName)
-    : configText_(config.text),
-      entities_(Tessel::make<Tessel::EntityManager>(systemName, true)),
+    : configText_(config.text), entities_(Tessel::make<Tessel::EntityManager>(systemName, true)),
       published_(std::move(tables)) {
     if (published_.tables().memory() != nullptr) {
         watch_.emplace(published_);

@@ -44,8 +44,8 @@ void takeNeighbour(const Json& listed, Situation& situation) {
 Tessel::Result<Situation> begun(const Json& facts) {
     const auto version = facts.at("version").get<std::string>();
     if (version != OvixLog::version()) {
-        return Tessel::Refused{fmt::format("the agent is of version {}, and this is {}", version,
-                                           OvixLog::version())};
+        return Tessel::Refused{
+            fmt::format("the agent is of version {}, and this is {}", version, OvixLog::version())};
     }
     std::string text;
     for (const Json& block : facts.at("config")) {

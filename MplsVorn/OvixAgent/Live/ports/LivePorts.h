@@ -56,8 +56,8 @@ class LivePorts {
     std::vector<std::unique_ptr<LivePort>> ports_;
     std::unique_ptr<TapPort> cpuTap_; ///< null when the configuration has none
     std::unique_ptr<TransmitPort> cpu_;
-    std::vector<LivePort*> byIndex_;    ///< by the configuration's index
-    std::vector<CardPort*> cards_;      ///< the same; null where the port is no card's
+    std::vector<LivePort*> byIndex_; ///< by the configuration's index
+    std::vector<CardPort*> cards_;   ///< the same; null where the port is no card's
     bool isPolled_ = false;
     std::vector<std::string> reported_; ///< the problem of each port at the last news()
     std::vector<std::string> warned_;   ///< likewise its warning

@@ -1,5 +1,6 @@
-#include "AnsweringSocket.h"
 #include "Control/ControlClient.h"
+
+#include "AnsweringSocket.h"
 
 namespace ControlClientTest {
 
