@@ -163,7 +163,7 @@ def try_all(debian: Debian, packages: list[pathlib.Path], work: pathlib.Path) ->
     debian.run("apt-get", "remove", "-y", "-qq", *names)
     check("removed: no program is left, but the configuration is",
           not debian.has("usr/bin/ovix-agent") and debian.has("etc/default/ovix-agent"))
-    debian.run("apt-get", "purge", "-y", "-qq", *names)
+    debian.run("dpkg", "--purge", *names)  # apt does not know those of which nothing is left
     check("purged: what the packages brought is gone, and what an operator wrote is not",
           not debian.has("etc/default/ovix-agent") and debian.has("etc/ovix/ovix.yaml"))
 
