@@ -16,9 +16,10 @@ PEERS = {1: "n1", 2: "n2"}  # behind eth1 and eth2
 def config(name: str, number: int, interfaces: list[str]) -> str:
     """`number` is the last byte of the loopback's address."""
     ldp = "".join(f"  interface {interface}\n" for interface in interfaces)
-    links = "".join(f"interface {interface}\n ip ospf network point-to-point\n" for interface in interfaces)
-    return (f"hostname {name}\ninterface lo\n ip address 10.255.0.{number}/32\n{links}router ospf\n"
-            f" ospf router-id 10.255.0.{number}\n network 0.0.0.0/0 area 0\nmpls ldp\n router-id 10.255.0.{number}\n"
+    # Each section is left by its word: "mpls ldp" would be one of OSPF's else.
+    links = "".join(f"interface {interface}\n ip ospf network point-to-point\nexit\n" for interface in interfaces)
+    return (f"hostname {name}\ninterface lo\n ip address 10.255.0.{number}/32\nexit\n{links}router ospf\n"
+            f" ospf router-id 10.255.0.{number}\n network 0.0.0.0/0 area 0\nexit\nmpls ldp\n router-id 10.255.0.{number}\n"
             f" address-family ipv4\n  discovery transport-address 10.255.0.{number}\n{ldp}")
 
 

@@ -79,7 +79,7 @@ class Services(unittest.TestCase):
         lines = block_after("README.md", "Or as packages")
         self.assertIn("apt install", lines[0])
         printed = "".join(shell(line) for line in lines[1:])
-        self.assertIn("frames", printed)
+        self.assertRegex(printed, r"run +live\n(.*\n)*forwarded")
         self.assertEqual(shown(AGENT, "StatusText"), "forwarding on 1 of 1 ports")
 
     def test_3_both_run_as_a_user_who_has_only_what_they_need(self):
