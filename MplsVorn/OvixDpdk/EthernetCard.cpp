@@ -16,7 +16,7 @@ namespace OvixDpdk {
 
 namespace {
 
-constexpr std::uint16_t ringSize = 1024;
+constexpr std::uint16_t ringSize = OvixAgent::Card::queueFrames;
 /// Both rings, what is lent and queued, and the caches.
 constexpr unsigned int buffers = 4 * ringSize;
 /// Ethernet with two tags and its check sequence.

@@ -93,13 +93,13 @@ class Dpdk(LiveTest):
         self.assertEqual(len(labelled), 4)
 
     def test_a_device_that_does_not_exist_is_refused_with_its_port_and_what_helps(self):
-        for device, told in (("net_nothing0", "cannot be opened"),
+        for device, refused in (("net_nothing0", "cannot be opened"),
                              ("0000:ff:1f.0", "there is no such PCI device; dpdk-devbind.py --status"),
                              ("net_null0,size=none", "cannot be")):
             done = self.run_briefly(f"{{name: west9, kind: dpdk, device: '{device}', addresses: [10.0.9.1/24]}}")
             self.assertEqual(done.returncode, 2, done.stderr)
             self.assertIn("port west9: device " + device, done.stderr)
-            self.assertIn(told, done.stderr)
+            self.assertIn(refused, done.stderr)
 
     def test_two_ports_cannot_share_a_device(self):
         done = self.run_briefly("{name: a, kind: dpdk, device: net_null7}, {name: b, kind: dpdk, device: net_null7}")

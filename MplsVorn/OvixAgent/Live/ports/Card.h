@@ -17,6 +17,9 @@ namespace OvixAgent {
 /// blocks.
 class Card {
   public:
+    /// The most frames that wait to be received.
+    static constexpr std::size_t queueFrames = 1024;
+
     Card() = default;
     Card(const Card&) = delete;
     Card& operator=(const Card&) = delete;

@@ -4,7 +4,6 @@
 #include <array>
 #include <utility>
 
-#include "Live/ports/InterfaceControl.h"
 #include "Wire/Ethernet.h"
 #include "Wire/Ip.h"
 
@@ -68,41 +67,32 @@ Taker takerOf(Wire::Bytes frame, PacketIntake intake, bool routesIp) noexcept {
 } // namespace
 
 CardPort::CardPort(PortIndex index, const Port& port, std::unique_ptr<Card> card)
-    : index_(index), port_(&port), card_(std::move(card)), host_(index, port.name) {
-    matchDevice();
+    : index_(index), port_(&port), card_(std::move(card)),
+      host_(index, port.name, TapPort::Likeness{card_->mac(), card_->mtu()}) {
+    showLink();
 }
 
 bool CardPort::reopen() {
     const bool wasOpen = isOpen();
     if (host_.reopen() && !wasOpen) {
-        matchDevice();
+        showLink();
     }
     return isOpen();
 }
 
-void CardPort::checkLink() {
-    if (const bool isUp = card_->isLinkUp(); isOpen() && isUp != isLinkUp_) {
-        isLinkUp_ = isUp;
-        host_.carrierIs(isUp);
-    }
-}
-
-void CardPort::matchDevice() {
-    if (isOpen()) {
-        setMacOfInterface(name(), card_->mac());
-        setMtuOfInterface(name(), card_->mtu());
-        isLinkUp_ = card_->isLinkUp();
-        host_.carrierIs(isLinkUp_);
-    }
+void CardPort::showLink() {
+    isLinkUp_ = card_->isLinkUp();
+    host_.carrierIs(isLinkUp_);
 }
 
 std::size_t CardPort::receive(const BurstVisitor& visitor, std::size_t budget) {
     std::array<WritableFrame, burstFrames> room;
     std::size_t received = 0;
-    for (bool hasMore = !isStopped_; hasMore && received < budget;) {
-        const std::size_t most = std::min(room.size(), budget - received);
-        const std::size_t count = card_->receive({room.data(), most});
-        hasMore = count == most;
+    for (bool hasMore = true; hasMore && received < budget;) {
+        const std::size_t most = std::min({room.size(), budget - received, left_});
+        const std::size_t count = most == 0 ? 0 : card_->receive({room.data(), most});
+        hasMore = count == room.size();
+        left_ -= count;
         received += count;
         if (const std::size_t own = sort({room.data(), count}); own > 0) {
             counts_.addReceived({room.data(), own});
@@ -111,8 +101,8 @@ std::size_t CardPort::receive(const BurstVisitor& visitor, std::size_t budget) {
     }
     if (received == 0 || ++turns_ % turnsPerLookAtHost == 0) {
         takeFromHost();
-        if (++looks_ % looksPerLookAtLink == 0) {
-            checkLink();
+        if (++looks_ % looksPerLookAtLink == 0 && card_->isLinkUp() != isLinkUp_) {
+            showLink();
         }
     }
     return received;

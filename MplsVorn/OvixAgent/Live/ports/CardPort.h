@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -29,7 +30,8 @@ class CardPort final : public LivePort {
 
     std::size_t receive(const BurstVisitor& visitor, std::size_t budget) override;
     void intakeIs(PacketIntake intake) override { intake_ = intake; }
-    void stopIntake() override { isStopped_ = true; }
+    /// A card cannot be kept from receiving: what its queue may hold is still taken.
+    void stopIntake() override { left_ = Card::queueFrames; }
 
     void transmit(const Frame& frame) override;
     void flush() override;
@@ -40,17 +42,16 @@ class CardPort final : public LivePort {
     const LiveCounts& counts() override;
 
   private:
-    void matchDevice();
     std::size_t sort(std::span<WritableFrame> came);
     void takeFromHost();
-    void checkLink();
+    void showLink();
 
     PortIndex index_;
     const Port* port_;
     std::unique_ptr<Card> card_;
     TapPort host_;
     PacketIntake intake_ = PacketIntake::labelledAndIp;
-    bool isStopped_ = false;
+    std::size_t left_ = SIZE_MAX; ///< frames to be taken before the port is stopped
     bool isLinkUp_ = false;
     unsigned int turns_ = 0;
     unsigned int looks_ = 0;

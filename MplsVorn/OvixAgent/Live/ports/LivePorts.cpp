@@ -141,7 +141,9 @@ void LivePorts::requireUsable() const {
         if (port->isOpen()) {
             return;
         }
-        if (dynamic_cast<const TapPort*>(port.get()) != nullptr || isInterface(port->name())) {
+        const bool makesDevice = dynamic_cast<const TapPort*>(port.get()) != nullptr ||
+                                 dynamic_cast<const CardPort*>(port.get()) != nullptr;
+        if (makesDevice || isInterface(port->name())) {
             refused.push_back(port->problem());
         }
     }

@@ -23,8 +23,9 @@ constexpr std::size_t longestFrame =
 
 } // namespace
 
-TapPort::TapPort(PortIndex index, std::string deviceName)
-    : index_(index), name_(std::move(deviceName)), burst_(2 * FrameBurst::memoryFor(longestFrame)) {
+TapPort::TapPort(PortIndex index, std::string deviceName, std::optional<Likeness> likeness)
+    : index_(index), name_(std::move(deviceName)), likeness_(likeness),
+      burst_(2 * FrameBurst::memoryFor(longestFrame)) {
     reopen();
 }
 
@@ -56,6 +57,10 @@ void TapPort::open() {
         Posix::fail("creating the TAP device");
     }
     interfaceIndex_ = indexOfInterface(name_);
+    if (likeness_) {
+        setMacOfInterface(name_, likeness_->mac);
+        setMtuOfInterface(name_, likeness_->mtu);
+    }
     bringUp(name_);
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "Config/Config.h"
@@ -14,8 +15,14 @@ namespace OvixAgent {
 /// the port, so `reopen()` leaves an open port whose device exists as it is.
 class TapPort final : public LivePort {
   public:
+    /// What a device looks like to this host's stack where it stands for another.
+    struct Likeness {
+        Lumo::EthAddr mac{};
+        std::uint32_t mtu = 0;
+    };
+
     /// `index` becomes the port of every frame. The port is closed when the device cannot be used.
-    TapPort(PortIndex index, std::string deviceName);
+    TapPort(PortIndex index, std::string deviceName, std::optional<Likeness> likeness = {});
 
     const std::string& name() const noexcept override { return name_; }
     bool isOpen() const noexcept override { return device_.isOpen(); }
@@ -41,6 +48,7 @@ class TapPort final : public LivePort {
 
     PortIndex index_;
     std::string name_;
+    std::optional<Likeness> likeness_;
     unsigned int interfaceIndex_ = 0;
     Posix::FileDescriptor device_;
     FrameBurst burst_;

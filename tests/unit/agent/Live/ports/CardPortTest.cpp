@@ -230,10 +230,25 @@ TEST_F(CardPortTest, FramesAreCountedAsReceivedSentMissedAndRefused) {
     EXPECT_EQ(port().counts().of(LiveEvent::noBuffers), 1U);
 }
 
-TEST_F(CardPortTest, AStoppedPortTakesNothingMore) {
+TEST_F(CardPortTest, AStoppedPortTakesWhatTheCardMayHoldAndNoMore) {
     port().stopIntake();
-    wire_.toCard = {toLeft({ethMpls}, 1)};
-    EXPECT_EQ(received(), std::vector<Bytes>{});
+    wire_.toCard.assign(OvixAgent::Card::queueFrames + 3, toLeft({ethMpls}, 1));
+    std::size_t taken = 0;
+    for (int turns = 0; turns < 8; ++turns) {
+        taken += received().size();
+    }
+    EXPECT_EQ(taken, OvixAgent::Card::queueFrames);
+}
+
+TEST_F(CardPortTest, ADeviceThatWasRemovedComesBackAsItWas) {
+    port();
+    stack_.reset();
+    TestSupport::ip("link del west");
+    received(); // notices it
+    EXPECT_FALSE(port().isOpen());
+    EXPECT_TRUE(port().reopen()) << port().problem();
+    EXPECT_EQ(OvixAgent::macOfInterface("west"), station);
+    EXPECT_EQ(OvixAgent::mtuOfInterface("west"), 1400U);
 }
 
 } // namespace CardPortTest
