@@ -1,9 +1,11 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
@@ -35,26 +37,38 @@ inline constexpr std::array<std::string_view, 13> liveEventNames{
     "queue full",     "would block", "no buffers", "interrupted", "link down",
     "interface gone", "too long",    "failed"};
 
-/// Counts the events of a live port.
+/// Counts the events of a live port: by one thread, while others may read.
 class LiveCounts {
   public:
-    void add(LiveEvent event, std::uint64_t times = 1) noexcept { counts_[at(event)] += times; }
-    std::uint64_t of(LiveEvent event) const noexcept { return counts_[at(event)]; }
+    void add(LiveEvent event, std::uint64_t times = 1) noexcept { add(counts_[at(event)], times); }
+    std::uint64_t of(LiveEvent event) const noexcept {
+        return counts_[at(event)].load(std::memory_order_relaxed);
+    }
 
     void addReceived(std::span<const WritableFrame> burst) noexcept {
         add(LiveEvent::received, burst.size());
+        std::uint64_t bytes = 0;
         for (const WritableFrame& frame : burst) {
-            receivedBytes_ += frame.originalLength;
+            bytes += frame.originalLength;
         }
+        add(receivedBytes_, bytes);
     }
     /// As they were on the wire, without the frame check sequence.
-    std::uint64_t receivedBytes() const noexcept { return receivedBytes_; }
+    std::uint64_t receivedBytes() const noexcept {
+        return receivedBytes_.load(std::memory_order_relaxed);
+    }
 
   private:
-    static std::size_t at(LiveEvent event) noexcept { return static_cast<std::size_t>(event); }
+    using Count = std::atomic<std::uint64_t>;
 
-    std::array<std::uint64_t, liveEventNames.size()> counts_{};
-    std::uint64_t receivedBytes_ = 0;
+    static std::size_t at(LiveEvent event) noexcept { return static_cast<std::size_t>(event); }
+    /// Without a locked instruction, which one writer does not need.
+    static void add(Count& count, std::uint64_t more) noexcept {
+        count.store(count.load(std::memory_order_relaxed) + more, std::memory_order_relaxed);
+    }
+
+    std::array<Count, liveEventNames.size()> counts_{};
+    Count receivedBytes_{0};
 };
 
 /// Called with at most `burstFrames` frames that have come one after the other, each with a
@@ -65,6 +79,11 @@ using BurstVisitor = std::function<void(std::span<WritableFrame>)>;
 /// counted, and reported by problem() while the port is closed.
 ///
 /// For a loop that polls `descriptor()` for input. Nothing blocks.
+///
+/// An object belongs to one thread. Where several receive, a port has an object for each of its
+/// queues, and one that has the interface and only sends; of a flow all frames come to one queue.
+/// What the latter takes over (another intake, the interface's successor) the others find out by
+/// their next `receive`, which is to be called now and then, also while they are closed.
 class LivePort : public TransmitPort {
   public:
     /// The name of the interface.
@@ -108,7 +127,12 @@ class LivePort : public TransmitPort {
     /// Sends the queued frames. Those that the kernel does not accept now stay queued.
     virtual void flush() = 0;
 
+    /// To be called by the object's thread, since it asks the kernel for some; any thread may read
+    /// what it has returned.
     virtual const LiveCounts& counts() = 0;
+    /// The object of a queue, for another thread, of a port that was made with queues; null when
+    /// it was not. It may outlive this one.
+    virtual std::unique_ptr<LivePort> queue(std::uint32_t /*number*/) { return nullptr; }
     /// How many frames the kernel keeps until they are received; 0: the device's own queue.
     virtual std::size_t ringFrames() const noexcept { return 0; }
 };

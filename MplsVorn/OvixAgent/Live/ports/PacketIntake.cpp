@@ -49,15 +49,19 @@ void append(std::vector<sock_filter>& program, std::initializer_list<sock_filter
 
 /// A classic BPF program. It sees the Ethernet header without the outermost tag, where the kernel
 /// has removed that: of 802.1Q and 802.1ad.
-std::vector<sock_filter> packetFilter(PacketIntake intake) {
+std::vector<sock_filter> packetFilter(PacketIntake intake, bool dropsOutgoing) {
     namespace EtherType = Wire::EtherType;
-    if (intake == PacketIntake::everything) {
-        return {accept(wholeFrame)};
-    }
     std::vector<sock_filter> program;
+    if (dropsOutgoing) {
+        program = {loadByte(packetType), unlessEqualSkip(PACKET_OUTGOING, 1), accept(0)};
+    }
+    if (intake == PacketIntake::everything) {
+        program.push_back(accept(wholeFrame));
+        return program;
+    }
     if (intake == PacketIntake::taggedToAny) {
-        program = {loadByte(hadTag), ifEqualSkip(0, 1), accept(wholeFrame),
-                   loadHalfWord(etherTypeAt)};
+        append(program, {loadByte(hadTag), ifEqualSkip(0, 1), accept(wholeFrame),
+                         loadHalfWord(etherTypeAt)});
         for (const std::uint16_t type : tagTypes) {
             append(program, {unlessEqualSkip(type, 1), accept(wholeFrame)});
         }
@@ -79,8 +83,8 @@ std::vector<sock_filter> packetFilter(PacketIntake intake) {
 
 } // namespace
 
-void acceptFrames(int socket, PacketIntake intake) {
-    std::vector<sock_filter> program = packetFilter(intake);
+void acceptFrames(int socket, PacketIntake intake, bool dropsOutgoing) {
+    std::vector<sock_filter> program = packetFilter(intake, dropsOutgoing);
     const sock_fprog attached{static_cast<unsigned short>(program.size()), program.data()};
     if (setsockopt(socket, SOL_SOCKET, SO_ATTACH_FILTER, &attached, sizeof attached) != 0) {
         Posix::fail("attaching the frame filter");

@@ -20,8 +20,9 @@ constexpr bool isPromiscuous(PacketIntake intake) noexcept {
 
 // Of a packet socket; they throw std::system_error, whose text names the step that failed.
 
-/// Attaches a filter that accepts the frames of the intake, in place of the last one.
-void acceptFrames(int socket, PacketIntake intake);
+/// Attaches a filter that accepts the frames of the intake, in place of the last one. What this
+/// host sends passes if the socket gets it, unless it is to be dropped.
+void acceptFrames(int socket, PacketIntake intake, bool dropsOutgoing = false);
 /// From then on the socket receives what comes in at the interface and passes the filter.
 void bindToInterface(int socket, unsigned int interfaceIndex);
 /// Makes the interface receive frames to any station, as long as the socket is open.

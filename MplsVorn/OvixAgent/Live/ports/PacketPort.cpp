@@ -1,8 +1,6 @@
 #include "Live/ports/PacketPort.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <linux/if_packet.h>
 #include <system_error>
 #include <utility>
 
@@ -18,58 +16,94 @@ constexpr std::size_t segmentMemory = std::size_t{1} << 18U;
 
 } // namespace
 
-PacketPort::PacketPort(PortIndex index, std::string interfaceName, PacketIntake intake)
-    : index_(index), name_(std::move(interfaceName)), intake_(intake), burst_(segmentMemory) {
+PacketPort::PacketPort(PortIndex index, std::string interfaceName, PacketIntake intake,
+                       std::uint32_t queues)
+    : index_(index), name_(std::move(interfaceName)),
+      queues_(queues > 0 ? std::make_shared<Queues>(queues) : nullptr), intake_(intake),
+      burst_(segmentMemory) {
     reopen();
+}
+
+PacketPort::PacketPort(PortIndex index, std::string interfaceName, std::shared_ptr<Queues> queues)
+    : index_(index), name_(std::move(interfaceName)), queues_(std::move(queues)), isQueue_(true),
+      intake_(PacketIntake::labelled), burst_(segmentMemory) {
+    reopen();
+}
+
+std::unique_ptr<LivePort> PacketPort::queue(std::uint32_t number) {
+    if (!queues_ || isQueue_ || number >= queues_->count) {
+        return nullptr;
+    }
+    return std::unique_ptr<LivePort>(new PacketPort(index_, name_, queues_));
 }
 
 bool PacketPort::reopen() {
     shut({});
     try {
-        interfaceIndex_ = indexOfInterface(nameOfInterface(interfaceIndex_, name_));
-        claim_.emplace(interfaceIndex_);
-        ring_.emplace(interfaceIndex_, intake_);
-        openSender();
-        prepareInterface();
+        isQueue_ ? openQueue() : open();
     } catch (const std::system_error& refused) {
         shut(name_ + ": " + refused.what());
     }
     return isOpen();
 }
 
-// Protocol 0: the socket receives nothing. Its buffer is larger than the interface's queue, so that
-// a full queue refuses single frames.
-void PacketPort::openSender() {
-    constexpr int bufferBytes = 1 << 23;
-    sender_ = Posix::FileDescriptor(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    sockaddr_ll address{};
-    address.sll_family = AF_PACKET;
-    address.sll_ifindex = static_cast<int>(interfaceIndex_);
-    if (!sender_.isOpen() ||
-        bind(sender_.value(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-        throw std::system_error(errno, std::generic_category(), "opening a socket to send on");
+void PacketPort::open() {
+    interfaceIndex_ = indexOfInterface(nameOfInterface(interfaceIndex_, name_));
+    claim_.emplace(interfaceIndex_);
+    if (!queues_) {
+        ring_.emplace(interfaceIndex_, intake_);
     }
-    if (setsockopt(sender_.value(), SOL_SOCKET, SO_SNDBUFFORCE, &bufferBytes, sizeof bufferBytes) !=
-        0) {
-        // Without the privilege the kernel limits the size.
-        setsockopt(sender_.value(), SOL_SOCKET, SO_SNDBUF, &bufferBytes, sizeof bufferBytes);
+    sender_.open(interfaceIndex_);
+    prepareInterface();
+    if (queues_) {
+        taken_ = {interfaceIndex_, intake_, std::make_shared<FanoutGroup>()};
+        queues_->interface.valueIs(taken_);
+    }
+}
+
+void PacketPort::openQueue() {
+    taken_ = queues_->interface.value(takenVersion_);
+    interfaceIndex_ = taken_.index;
+    intake_ = taken_.intake;
+    if (interfaceIndex_ == 0) {
+        return;
+    }
+    ring_.emplace(interfaceIndex_, intake_, RingShare{taken_.group, queues_->count});
+    sender_.open(interfaceIndex_);
+    sender_.intakeIs(intake_);
+}
+
+/// Follows the object that has the interface.
+void PacketPort::takeOver() {
+    const std::shared_ptr<FanoutGroup> before = taken_.group;
+    taken_ = queues_->interface.value(takenVersion_);
+    if (taken_.group != before || !isOpen()) {
+        reopen();
+    } else {
+        intakeIs(taken_.intake);
     }
 }
 
 void PacketPort::shut(std::string problem) {
-    queue_.drop(LiveEvent::interfaceGone);
     counts();
+    sender_.close();
     segments_.drop();
     circuit_.leave();
     ring_.reset();
-    sender_ = Posix::FileDescriptor();
     claim_.reset();
     problem_ = std::move(problem);
+    if (queues_ && !isQueue_ && taken_.group) {
+        taken_ = {};
+        queues_->interface.valueIs(taken_);
+    }
 }
 
 std::size_t PacketPort::receive(const BurstVisitor& visitor, std::size_t budget) {
+    if (isQueue_ && queues_->interface.version() != takenVersion_) {
+        takeOver();
+    }
     std::size_t received = 0;
-    bool isDry = false;
+    bool isDry = !ring_;
     while (isOpen() && received < budget && !isDry) {
         isDry = !gather(std::min(burstFrames, budget - received));
         const std::size_t count = burst_.frames().size();
@@ -136,48 +170,50 @@ void PacketPort::intakeIs(PacketIntake intake) {
         return;
     }
     try {
-        acceptFrames(ring_->descriptor(), intake);
+        if (ring_) {
+            ring_->intakeIs(intake);
+        }
         prepareInterface();
     } catch (const std::system_error& refused) {
         shut(name_ + ": " + refused.what());
     }
+    if (queues_ && !isQueue_ && isOpen()) {
+        taken_.intake = intake;
+        queues_->interface.valueIs(taken_);
+    }
 }
 
-// The guard lets marked frames pass. Without the privilege to mark them there is no guard.
 void PacketPort::prepareInterface() {
-    const unsigned int mark = intake_ == PacketIntake::everything ? KernelGuard::mark : 0;
-    setsockopt(sender_.value(), SOL_SOCKET, SO_MARK, &mark, sizeof mark);
-    circuit_.intakeIs(interfaceIndex_, intake_);
+    sender_.intakeIs(intake_);
+    if (!isQueue_) {
+        circuit_.intakeIs(interfaceIndex_, intake_);
+    }
 }
 
 void PacketPort::stopIntake() {
-    if (isOpen()) {
+    if (ring_) {
         ring_->stopIntake();
     }
 }
 
+// A socket that only sends is not told that its interface has gone.
 void PacketPort::checkSocket() {
-    if (ring_->takeError() != 0 && !countSocketFailure(interfaceIndex_, counts_)) {
+    const bool mayHaveFailed = ring_ ? ring_->takeError() != 0 : !isInterface(interfaceIndex_);
+    if (mayHaveFailed && !countSocketFailure(interfaceIndex_, counts_)) {
         shut(name_ + ": the interface was removed");
     }
 }
 
 void PacketPort::transmit(const Frame& frame) {
-    if (isOpen()) {
-        queue_.push(sender_.value(), frame.bytes);
-    } else {
-        counts_.add(LiveEvent::interfaceGone);
-    }
+    sender_.push(frame.bytes);
 }
 
 void PacketPort::flush() {
-    if (isOpen()) {
-        queue_.flush(sender_.value());
-    }
+    sender_.flush();
 }
 
 const LiveCounts& PacketPort::counts() {
-    if (isOpen()) {
+    if (ring_) {
         counts_.add(LiveEvent::ringFull, ring_->takeDrops());
     }
     return counts_;

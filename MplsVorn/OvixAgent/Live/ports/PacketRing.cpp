@@ -22,13 +22,11 @@ namespace {
 // A slot holds a frame of 1500 bytes behind an Ethernet header, tags and labels, with the kernel's
 // header and the headroom. Its size is an odd number of cache lines, so that the headers of slots
 // spread over all of the processor's cache sets. The slots last for 27 ms at a million frames a
-// second.
+// second, those of several rings together when flows are spread evenly.
 constexpr std::uint32_t slotBytes = 29 * 64;
 constexpr std::uint32_t blockBytes = 1U << 16U;
 constexpr std::uint32_t slotsPerBlock = blockBytes / slotBytes;
-constexpr std::uint32_t blocks = 768;
-constexpr std::uint32_t slots = blocks * slotsPerBlock;
-constexpr std::size_t ringBytes = std::size_t{blockBytes} * blocks;
+constexpr std::uint32_t mostBlocks = 768;
 static_assert(slotBytes % TPACKET_ALIGNMENT == 0);
 
 // The kernel's account of a merged frame is more than its 64 KiB: the queue has room for some 500.
@@ -76,9 +74,11 @@ void growQueue(int socket) noexcept {
 } // namespace
 
 // The socket receives nothing until it is bound, so that no frame passes before the filter. It is
-// bound to all protocols, since a socket bound to MPLS does not get the tags.
-PacketRing::PacketRing(unsigned int interfaceIndex, PacketIntake intake)
-    : socket_(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)),
+// bound to all protocols, since a socket bound to MPLS does not get the tags. One of several
+// accepts nothing before it has joined them, since it would receive what the others do.
+PacketRing::PacketRing(unsigned int interfaceIndex, PacketIntake intake, RingShare share)
+    : share_(std::move(share)), slots_(mostBlocks / share_.rings * slotsPerBlock),
+      socket_(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)),
       longFrame_(frameHeadroom + Wire::Tag::size + longestInQueue) {
     const int descriptor = socket_.value();
     if (descriptor < 0) {
@@ -91,24 +91,44 @@ PacketRing::PacketRing(unsigned int interfaceIndex, PacketIntake intake)
     setOption(descriptor, PACKET_RESERVE, reserved, "reserving headroom");
     setOption(descriptor, PACKET_COPY_THRESH, 1, "requesting frames longer than a slot");
     growQueue(descriptor);
-    acceptFrames(descriptor, intake);
+    if (share_.group) {
+        acceptNothing(descriptor);
+    } else {
+        intakeIs(intake);
+    }
     map();
+    bool isMember = false;
     try {
         bindToInterface(descriptor, interfaceIndex);
+        if (share_.group) {
+            share_.group->join(descriptor);
+            isMember = true;
+            intakeIs(intake);
+        }
     } catch (...) {
-        munmap(memory_, ringBytes);
+        munmap(memory_, bytes());
+        if (isMember) {
+            share_.group->leave(socket_);
+        }
         throw;
     }
 }
 
 PacketRing::~PacketRing() {
-    munmap(memory_, ringBytes);
+    munmap(memory_, bytes());
+    if (share_.group) {
+        share_.group->leave(socket_);
+    }
+}
+
+void PacketRing::intakeIs(PacketIntake intake) {
+    acceptFrames(socket_.value(), intake, share_.group != nullptr);
 }
 
 void PacketRing::map() {
-    const tpacket_req request{blockBytes, blocks, slotBytes, slots};
+    const tpacket_req request{blockBytes, slots_ / slotsPerBlock, slotBytes, slots_};
     setOption(socket_.value(), PACKET_RX_RING, request, "creating the receive ring");
-    void* memory = mmap(nullptr, ringBytes, PROT_READ | PROT_WRITE, MAP_SHARED, socket_.value(), 0);
+    void* memory = mmap(nullptr, bytes(), PROT_READ | PROT_WRITE, MAP_SHARED, socket_.value(), 0);
     if (memory == MAP_FAILED) {
         Posix::fail("mapping the receive ring");
     }
@@ -122,14 +142,15 @@ std::uint8_t* PacketRing::slot(std::uint32_t index) const noexcept {
 
 std::uint32_t PacketRing::behind(std::uint32_t count) const noexcept {
     const std::uint32_t index = next_ + count;
-    return index < slots ? index : index - slots;
+    return index < slots_ ? index : index - slots_;
 }
 
 // The processor fetches the headers of several slots at a time, which the kernel has written on
 // another one. Slots that are not filled yet stay there.
 bool PacketRing::look() noexcept {
     assert(ready_ == 0);
-    const auto most = static_cast<std::uint32_t>(std::min<std::size_t>(burstFrames, slots - held_));
+    const auto most =
+        static_cast<std::uint32_t>(std::min<std::size_t>(burstFrames, slots_ - held_));
     while (ready_ < most &&
            (statusOf(slot(behind(ready_))).load(std::memory_order_relaxed) & TP_STATUS_USER) != 0) {
         ++ready_;
@@ -142,7 +163,7 @@ bool PacketRing::look() noexcept {
 }
 
 bool PacketRing::next(RingFrame& frame) noexcept {
-    while (held_ < slots) {
+    while (held_ < slots_) {
         if (ready_ == 0 && !look()) {
             return false;
         }
@@ -196,13 +217,13 @@ std::span<std::uint8_t> PacketRing::fetchLong() noexcept {
 
 void PacketRing::release() noexcept {
     for (; held_ > 0; --held_) {
-        const std::uint32_t oldest = next_ >= held_ ? next_ - held_ : next_ + slots - held_;
+        const std::uint32_t oldest = next_ >= held_ ? next_ - held_ : next_ + slots_ - held_;
         statusOf(slot(oldest)).store(TP_STATUS_KERNEL, std::memory_order_release);
     }
 }
 
-std::size_t PacketRing::frames() noexcept {
-    return slots;
+std::size_t PacketRing::bytes() const noexcept {
+    return std::size_t{slots_ / slotsPerBlock} * blockBytes;
 }
 
 std::uint64_t PacketRing::takeDrops() noexcept {

@@ -2,10 +2,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <vector>
 
+#include "Live/ports/FanoutGroup.h"
 #include "Live/ports/PacketIntake.h"
 #include "Live/ports/SegmentedFrame.h"
 #include "Posix/FileDescriptor.h"
@@ -25,13 +27,19 @@ struct RingFrame {
     bool isInSlot = false; ///< else in the memory that the next frame may need, too
 };
 
+/// What a ring has of an interface's flows: all, or with the others of a group.
+struct RingShare {
+    std::shared_ptr<FanoutGroup> group;
+    std::uint32_t rings = 1;
+};
+
 /// A packet socket with its receive ring (TPACKET_V2), bound to one interface. Each frame has a
 /// slot of the ring and can be read as soon as the kernel has copied it there. Those that are too
 /// long for a slot, as merged ones are, wait in the socket's queue.
 class PacketRing {
   public:
     /// Throws std::system_error, whose text names the step that failed.
-    PacketRing(unsigned int interfaceIndex, PacketIntake intake);
+    PacketRing(unsigned int interfaceIndex, PacketIntake intake, RingShare share = {});
     PacketRing(const PacketRing&) = delete;
     PacketRing& operator=(const PacketRing&) = delete;
     ~PacketRing();
@@ -45,8 +53,10 @@ class PacketRing {
     void release() noexcept;
 
     /// Frames that the kernel keeps until they are read, long ones apart.
-    static std::size_t frames() noexcept;
+    std::size_t frames() const noexcept { return slots_; }
 
+    /// Which frames are received from now on. Throws std::system_error.
+    void intakeIs(PacketIntake intake);
     /// Stops receiving new frames.
     void stopIntake() noexcept { acceptNothing(socket_.value()); }
 
@@ -62,7 +72,10 @@ class PacketRing {
     bool read(std::uint8_t* slot, RingFrame& frame) noexcept;
     std::span<std::uint8_t> fetchLong() noexcept;
     void map();
+    std::size_t bytes() const noexcept;
 
+    RingShare share_;
+    std::uint32_t slots_;
     Posix::FileDescriptor socket_;
     std::uint8_t* memory_ = nullptr;
     std::uint32_t next_ = 0;  ///< slot to be read next
