@@ -20,15 +20,29 @@ constexpr std::uint32_t linkHeader = Wire::Ethernet::size + Wire::Tag::maxTags *
 
 } // namespace
 
-XdpPort::XdpPort(PortIndex index, std::string interfaceName)
-    : index_(index), name_(std::move(interfaceName)) {
+XdpPort::XdpPort(PortIndex index, std::string interfaceName, std::uint32_t queues)
+    : index_(index), name_(std::move(interfaceName)),
+      queues_(queues > 0 ? std::make_shared<Queues>(queues) : nullptr) {
     reopen();
+}
+
+XdpPort::XdpPort(PortIndex index, std::string interfaceName, std::shared_ptr<Queues> queues,
+                 std::uint32_t number)
+    : index_(index), name_(std::move(interfaceName)), queues_(std::move(queues)), number_(number) {
+    reopen();
+}
+
+std::unique_ptr<LivePort> XdpPort::queue(std::uint32_t number) {
+    if (!queues_ || isQueue() || number >= queues_->count) {
+        return nullptr;
+    }
+    return std::unique_ptr<LivePort>(new XdpPort(index_, name_, queues_, number));
 }
 
 bool XdpPort::reopen() {
     shut({});
     try {
-        open();
+        isQueue() ? openQueue() : open();
     } catch (const std::runtime_error& refused) { // std::system_error is one
         shut(name_ + ": " + refused.what());
     }
@@ -45,16 +59,41 @@ void XdpPort::open() {
         throw std::runtime_error("an MTU of " + std::to_string(mtu) + " is more than " +
                                  std::to_string(maxMtu) + ", the largest for AF_XDP");
     }
-    const std::uint32_t queues = receiveQueuesOfInterface(name);
-    if (queues > 1) {
-        throw std::runtime_error("has " + std::to_string(queues) +
-                                 " receive queues; AF_XDP supports one");
+    const std::uint32_t received = receiveQueues(name);
+    program_ =
+        std::make_shared<XdpProgram>(interfaceIndex_, macOfInterface(name), received, intake_);
+    if (queues_) {
+        sender_.open(interfaceIndex_);
+        sender_.intakeIs(intake_);
+    } else {
+        sockets_.open(name, *program_, 0, 1);
     }
-    socket_ = std::make_unique<XdpSocket>(name);
-    dropsCounted_ = 0;
-    program_ = std::make_unique<XdpProgram>(interfaceIndex_, macOfInterface(name),
-                                            socket_->descriptor(), intake_);
     circuit_.intakeIs(interfaceIndex_, intake_);
+    if (queues_) {
+        queues_->interface.valueIs({interfaceIndex_, program_});
+    }
+}
+
+std::uint32_t XdpPort::receiveQueues(const std::string& name) const {
+    const std::uint32_t found = receiveQueuesOfInterface(name);
+    const std::uint32_t needed = queues_ ? queues_->count : 1;
+    if (found < needed) {
+        throw std::runtime_error("has " + std::to_string(found) + " receive queues for " +
+                                 std::to_string(needed) + " workers: more of them (ethtool -L " +
+                                 name + " combined " + std::to_string(needed) +
+                                 ") or fewer workers are needed");
+    }
+    return found;
+}
+
+void XdpPort::openQueue() {
+    const Interface taken = queues_->interface.value(takenVersion_);
+    if (taken.index == 0) {
+        return;
+    }
+    interfaceIndex_ = taken.index;
+    program_ = taken.program;
+    sockets_.open(nameOfInterface(interfaceIndex_, name_), *program_, *number_, queues_->count);
 }
 
 void XdpPort::intakeIs(PacketIntake intake) {
@@ -62,40 +101,57 @@ void XdpPort::intakeIs(PacketIntake intake) {
         return;
     }
     intake_ = intake;
-    if (!isOpen() || !program_) {
+    if (!isOpen() || !program_ || isQueue()) {
         return;
     }
     try {
         program_->intakeIs(intake);
+        sender_.intakeIs(intake);
         circuit_.intakeIs(interfaceIndex_, intake);
     } catch (const std::runtime_error& refused) {
         shut(name_ + ": " + refused.what());
     }
 }
 
+// The sockets stay as they are: what they have received is still fetched.
+void XdpPort::stopIntake() {
+    if (program_ && !isQueue()) {
+        program_->detach();
+    }
+}
+
 void XdpPort::shut(std::string problem) {
-    if (isOpen()) {
+    if (sockets_.isOpen()) {
         counts();
-        counts_.add(LiveEvent::sent, socket_->takeSent());
-        counts_.add(LiveEvent::interfaceGone, socket_->queued());
+        counts_.add(LiveEvent::sent, sockets_.first().takeSent());
+        counts_.add(LiveEvent::interfaceGone, sockets_.first().queued());
     }
     circuit_.leave();
+    stopIntake();
+    if (queues_ && !isQueue() && program_) {
+        queues_->interface.valueIs({});
+    }
     program_.reset();
-    socket_.reset();
+    sockets_.close();
+    dropsCounted_ = 0;
+    sender_.close();
     claim_.reset();
     problem_ = std::move(problem);
 }
 
 std::size_t XdpPort::receive(const BurstVisitor& visitor, std::size_t budget) {
+    if (isQueue() && queues_->interface.version() != takenVersion_) {
+        reopen();
+    }
     std::array<WritableFrame, burstFrames> frames;
     std::size_t received = 0;
-    for (bool hasMore = true; isOpen() && received < budget && hasMore;) {
+    for (std::size_t dry = 0; received < budget && dry < sockets_.size();) {
         const std::size_t most = std::min(frames.size(), budget - received);
-        const std::span<WritableFrame> burst(frames.data(),
-                                             socket_->receive({frames.data(), most}));
-        hasMore = burst.size() == most;
+        XdpSocket& socket = sockets_.next();
+        const std::span<WritableFrame> burst(frames.data(), socket.receive({frames.data(), most}));
+        dry = burst.size() == most ? 0 : dry + 1;
         if (!burst.empty()) {
-            hand(burst, visitor);
+            hand(socket, burst, visitor);
             received += burst.size();
         }
     }
@@ -105,7 +161,7 @@ std::size_t XdpPort::receive(const BurstVisitor& visitor, std::size_t budget) {
     return received;
 }
 
-void XdpPort::hand(std::span<WritableFrame> burst, const BurstVisitor& visitor) {
+void XdpPort::hand(XdpSocket& socket, std::span<WritableFrame> burst, const BurstVisitor& visitor) {
     const CaptureTime time = timeNow();
     for (WritableFrame& frame : burst) {
         frame.port = index_;
@@ -115,7 +171,7 @@ void XdpPort::hand(std::span<WritableFrame> burst, const BurstVisitor& visitor) 
     isLent_ = true;
     visitor(burst);
     isLent_ = false;
-    socket_->release();
+    socket.release();
 }
 
 // While frames are lent, their memory must stay: the next call to receive will find the error.
@@ -123,45 +179,48 @@ void XdpPort::checkSocket() {
     if (isLent_) {
         return;
     }
-    if (socket_->takeError() != 0 && !countSocketFailure(interfaceIndex_, counts_)) {
+    const bool mayHaveFailed =
+        sockets_.isOpen() ? sockets_.takeError() : !isInterface(interfaceIndex_);
+    if (mayHaveFailed && !countSocketFailure(interfaceIndex_, counts_)) {
         shut(name_ + ": the interface was removed");
     }
 }
 
 void XdpPort::transmit(const Frame& frame) {
-    if (!isOpen()) {
-        counts_.add(LiveEvent::interfaceGone);
+    if (!sockets_.isOpen()) {
+        sender_.push(frame.bytes);
         return;
     }
     if (frame.bytes.size() > XdpSocket::maxFrame) {
         counts_.add(LiveEvent::tooLong);
         return;
     }
-    std::uint8_t* buffer = socket_->sendBuffer();
+    std::uint8_t* buffer = sockets_.first().sendBuffer();
     if (buffer == nullptr) {
         flush();
-        buffer = socket_->sendBuffer();
+        buffer = sockets_.isOpen() ? sockets_.first().sendBuffer() : nullptr;
     }
     if (buffer == nullptr) {
         counts_.add(LiveEvent::queueFull);
         return;
     }
     std::copy(frame.bytes.begin(), frame.bytes.end(), buffer);
-    socket_->queue(frame.bytes.size());
+    sockets_.first().queue(frame.bytes.size());
 }
 
 // The kernel accepts a few dozen frames per call and returns EAGAIN for more.
 void XdpPort::flush() {
-    while (isOpen() && socket_->queued() > 0) {
-        const int error = socket_->kick();
-        const std::uint64_t sent = socket_->takeSent();
+    sender_.flush();
+    while (sockets_.isOpen() && sockets_.first().queued() > 0) {
+        const int error = sockets_.first().kick();
+        const std::uint64_t sent = sockets_.first().takeSent();
         counts_.add(LiveEvent::sent, sent);
         if (!continuesAfter(error, sent > 0)) {
             break;
         }
     }
-    if (isOpen()) {
-        socket_->reclaim();
+    if (sockets_.isOpen()) {
+        sockets_.first().reclaim();
     }
 }
 
@@ -192,8 +251,8 @@ bool XdpPort::continuesAfter(int error, bool hasSent) {
 }
 
 const LiveCounts& XdpPort::counts() {
-    if (isOpen()) {
-        const std::uint64_t drops = socket_->drops();
+    if (sockets_.isOpen()) {
+        const std::uint64_t drops = sockets_.drops();
         counts_.add(LiveEvent::ringFull, drops - dropsCounted_);
         dropsCounted_ = drops;
     }

@@ -43,8 +43,9 @@ void XdpProgram::Closer::operator()(bpf_link* link) const noexcept {
     bpf_link__destroy(link);
 }
 
-XdpProgram::XdpProgram(unsigned int interfaceIndex, const Lumo::EthAddr& station, int socket,
-                       PacketIntake intake) {
+XdpProgram::XdpProgram(unsigned int interfaceIndex, const Lumo::EthAddr& station,
+                       std::uint32_t queues, PacketIntake intake)
+    : queues_(queues) {
     libbpf_set_print(printNothing);
     object_.reset(bpf_object__open_mem(redirectObject, sizeof redirectObject, nullptr));
     if (!object_) {
@@ -55,20 +56,26 @@ XdpProgram::XdpProgram(unsigned int interfaceIndex, const Lumo::EthAddr& station
         bpf_map__set_initial_value(constants, station.data(), station.size()) != 0) {
         Posix::fail("setting the MAC of the XDP program", EINVAL);
     }
+    bpf_map* const sockets = bpf_object__find_map_by_name(object_.get(), "agentSockets");
+    if (const int error = bpf_map__set_max_entries(sockets, queues); error != 0) {
+        Posix::fail("setting the number of queues of the XDP program", -error);
+    }
     if (const int error = bpf_object__load(object_.get()); error != 0) {
         Posix::fail("loading the XDP program", -error);
     }
-    constexpr std::uint32_t queue = 0;
-    const int sockets = bpf_object__find_map_fd_by_name(object_.get(), "agentSockets");
-    if (bpf_map_update_elem(sockets, &queue, &socket, BPF_ANY) != 0) {
-        Posix::fail("setting the socket of the XDP program");
-    }
+    sockets_ = bpf_map__fd(sockets);
     intakeIs(intake);
     const bpf_program* const program =
         bpf_object__find_program_by_name(object_.get(), "redirectLabelled");
     link_.reset(bpf_program__attach_xdp(program, static_cast<int>(interfaceIndex)));
     if (!link_) {
         Posix::fail("attaching the XDP program");
+    }
+}
+
+void XdpProgram::socketIs(std::uint32_t queue, int socket) const {
+    if (bpf_map_update_elem(sockets_, &queue, &socket, BPF_ANY) != 0) {
+        Posix::fail("setting the socket of the XDP program");
     }
 }
 

@@ -1,6 +1,6 @@
 /* Runs in the kernel on every received frame of an interface, before the network stack: labelled
- * frames to this station go to the agent's AF_XDP socket, all others to the network stack. Of an
- * attachment circuit every frame goes to the socket; where VLAN sub-interfaces are circuits, every
+ * frames to this station go to the agent's AF_XDP socket of their queue, all others to the network
+ * stack. Of an attachment circuit every frame goes to the socket; where VLAN sub-interfaces are circuits, every
  * tagged one.
  */
 #include <linux/bpf.h> /* types for the other headers */
@@ -11,7 +11,7 @@
 
 struct {
     __uint(type, BPF_MAP_TYPE_XSKMAP);
-    __uint(max_entries, 1);
+    __uint(max_entries, 1); /* set to the number of queues before the program is loaded */
     __type(key, __u32);
     __type(value, __u32);
 } agentSockets SEC(".maps");

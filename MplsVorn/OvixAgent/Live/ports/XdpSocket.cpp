@@ -28,7 +28,7 @@ void XdpSocket::Deleter::operator()(std::uint8_t* pages) const noexcept {
     munmap(pages, memoryBytes);
 }
 
-XdpSocket::XdpSocket(const std::string& interfaceName) {
+XdpSocket::XdpSocket(const std::string& interfaceName, std::uint32_t queue) {
     void* const pages =
         mmap(nullptr, memoryBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (pages == MAP_FAILED) {
@@ -49,8 +49,8 @@ XdpSocket::XdpSocket(const std::string& interfaceName) {
     config.libxdp_flags = XSK_LIBXDP_FLAGS__INHIBIT_PROG_LOAD; // XdpProgram attaches ours
     config.bind_flags = XDP_USE_NEED_WAKEUP;
     xsk_socket* socket = nullptr;
-    if (const int error = xsk_socket__create(&socket, interfaceName.c_str(), 0, memory, &received_,
-                                             &sending_, &config);
+    if (const int error = xsk_socket__create(&socket, interfaceName.c_str(), queue, memory,
+                                             &received_, &sending_, &config);
         error != 0) {
         Posix::fail("opening an AF_XDP socket", -error);
     }

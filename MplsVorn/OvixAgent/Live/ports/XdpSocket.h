@@ -13,7 +13,7 @@
 
 namespace OvixAgent {
 
-/// An AF_XDP socket on the first queue of an interface with its frame buffers, half of them to
+/// An AF_XDP socket on a queue of an interface with its frame buffers, half of them to
 /// receive, half to send.
 class XdpSocket {
   public:
@@ -23,7 +23,7 @@ class XdpSocket {
     static constexpr std::uint32_t buffers = 2048; ///< of each kind
 
     /// Throws std::system_error, whose text names the step that failed.
-    explicit XdpSocket(const std::string& interfaceName);
+    XdpSocket(const std::string& interfaceName, std::uint32_t queue);
     XdpSocket(const XdpSocket&) = delete;
     XdpSocket& operator=(const XdpSocket&) = delete;
 
