@@ -13,14 +13,14 @@ FRR = pathlib.Path("/etc/frr")
 PEERS = {1: "n1", 2: "n2"}  # behind eth1 and eth2
 
 
-def config(name: str, number: int, interfaces: list[str]) -> str:
-    """`number` is the last byte of the loopback's address."""
+def config(number: int, interfaces: list[str]) -> dict[str, str]:
+    """By daemon: each gives up its file at a section of another's. `number` is the last byte of the loopback's address."""
     ldp = "".join(f"  interface {interface}\n" for interface in interfaces)
-    # Each section is left by its word: "mpls ldp" would be one of OSPF's else.
     links = "".join(f"interface {interface}\n ip ospf network point-to-point\nexit\n" for interface in interfaces)
-    return (f"hostname {name}\ninterface lo\n ip address 10.255.0.{number}/32\nexit\n{links}router ospf\n"
-            f" ospf router-id 10.255.0.{number}\n network 0.0.0.0/0 area 0\nexit\nmpls ldp\n router-id 10.255.0.{number}\n"
-            f" address-family ipv4\n  discovery transport-address 10.255.0.{number}\n{ldp}")
+    return {"zebra": f"interface lo\n ip address 10.255.0.{number}/32\nexit\n",
+            "ospfd": f"{links}router ospf\n ospf router-id 10.255.0.{number}\n network 0.0.0.0/0 area 0\nexit\n",
+            "ldpd": f"mpls ldp\n router-id 10.255.0.{number}\n address-family ipv4\n"
+                    f"  discovery transport-address 10.255.0.{number}\n{ldp}"}
 
 
 def in_peer(name: str, *command, check: bool = True):
@@ -43,16 +43,20 @@ def make_peer(number: int, name: str) -> None:
         in_peer(name, "ip", "link", "set", interface, "up")
     kernel_forwards_labels(("ip", "netns", "exec", name), ["eth0", "lo"])
     (FRR / name).mkdir()
-    text = config(name, number + 1, ["eth0"])
-    for daemon in ("zebra", "ospfd", "ldpd"):
+    daemons = config(number + 1, ["eth0"])
+    for daemon, text in daemons.items():
         (FRR / name / f"{daemon}.conf").write_text(text)
     shell(f"chown -R frr:frr /etc/frr/{name}")
-    for daemon in ("zebra", "ospfd", "ldpd"):
+    for daemon in daemons:
         in_peer(name, f"/usr/lib/frr/{daemon}", "-d", "-N", name, "-f", FRR / name / f"{daemon}.conf")
 
 
 def what_is_known() -> str:
-    asked = [["vtysh", "-c", "show ip ospf neighbor", "-c", "show mpls ldp neighbor", "-c", "show mpls table"],
+    asked = [*(["vtysh", "-N", name, "-c", "show running-config", "-c", "show mpls ldp neighbor"]
+               for name in PEERS.values()),
+             ["vtysh", "-c", "show running-config"], ["grep", "options", FRR / "daemons"],
+             ["journalctl", "-u", "ovix-fpm", "-u", "frr", "-n", "40", "--no-pager"], ["ss", "-tnp"],
+             ["vtysh", "-c", "show ip ospf neighbor", "-c", "show mpls ldp neighbor", "-c", "show mpls table"],
              ["ip", "-M", "route"], ["ip", "route"]]
     return "\n".join(run(*command, check=False).stdout for command in asked)
 
@@ -80,7 +84,7 @@ class QuickStart(unittest.TestCase):
         kernel_forwards_labels((), ["eth1", "eth2"])
         daemons = FRR / "daemons"
         daemons.write_text(daemons.read_text().replace("ospfd=no", "ospfd=yes").replace("ldpd=no", "ldpd=yes"))
-        (FRR / "frr.conf").write_text(config("router", 1, ["eth1", "eth2"]))
+        (FRR / "frr.conf").write_text("".join(config(1, ["eth1", "eth2"]).values()))
         shutil.chown(FRR / "frr.conf", "frr", "frr")
         run("systemctl", "start", "frr")
         until("the configuration of FRR", is_configured)
@@ -92,7 +96,8 @@ class QuickStart(unittest.TestCase):
         printed = ""
         for line in LINES:
             if "lfib show" in line:
-                until("labels from zebra", lambda command=line: "as" in run("bash", "-c", command).stdout)
+                until("labels from zebra", lambda command=line: "owner fpm" in run("bash", "-c", command).stdout,
+                      what_is_known)
             printed += shell(line.replace("./ovix", "./packages/ovix"))
             if "restart frr" in line:
                 until("the configuration of FRR", is_configured)
