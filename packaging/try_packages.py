@@ -168,6 +168,15 @@ def try_all(debian: Debian, packages: list[pathlib.Path], work: pathlib.Path) ->
           not debian.has("etc/default/ovix-agent") and debian.has("etc/ovix/ovix.yaml"))
 
 
+def clean_up(work: pathlib.Path) -> None:
+    for name in (ROUTER, HOST):
+        subprocess.run(["ip", "netns", "del", name], capture_output=True, check=False)
+    for mount in reversed([line.split()[1] for line in open("/proc/mounts", encoding="utf-8")]):
+        if mount.startswith(str(work)):
+            subprocess.run(["umount", "--lazy", mount], check=False)
+    shutil.rmtree(work, ignore_errors=True)
+
+
 def main() -> None:
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("packages", type=pathlib.Path)
@@ -183,12 +192,7 @@ def main() -> None:
         (work / "newer").mkdir()
         try_all(Debian(work / "root", options.base), packages, work / "newer")
     finally:
-        for name in (ROUTER, HOST):
-            subprocess.run(["ip", "netns", "del", name], capture_output=True, check=False)
-        for mount in reversed([line.split()[1] for line in open("/proc/mounts", encoding="utf-8")]):
-            if mount.startswith(str(work)):
-                subprocess.run(["umount", "--lazy", mount], check=False)
-        shutil.rmtree(work, ignore_errors=True)
+        clean_up(work)
 
 
 if __name__ == "__main__":

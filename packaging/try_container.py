@@ -1,0 +1,120 @@
+#!/usr/bin/env python3
+"""Tries the image recipe and what compose.yaml makes of it, as root: the image is built of the packages of ./run package, the
+agent and the listener run in containers with the rights given there, frames pass, the health check answers, SIGTERM ends
+it. By buildah and podman, without a daemon, a registry or systemd; says why where no container can run.
+
+try_container.py PACKAGES [--base TAR]: PACKAGES is the directory of the packages; TAR an archive of a minimal Debian
+12, without which debootstrap makes one.
+"""
+
+import argparse
+import pathlib
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+
+from try_packages import CONFIG, HOST, PID, ROUTER, SEND, check, clean_up, make_network, run
+
+HERE = pathlib.Path(__file__).resolve().parent / "container"
+AGENT, LISTENER, IMAGE = f"ovix{PID}-agent", f"ovix{PID}-listener", "localhost/ovix"
+# As compose.yaml has them. Limits are no higher than those that root may set anywhere.
+RIGHTS = ("--cap-drop", "all", "--security-opt", "no-new-privileges", "--read-only", "--ulimit", "nofile=1024:1024",
+          "--ulimit", "nproc=1024:1024")
+AGENT_RIGHTS = ("--cap-add", "NET_ADMIN,NET_RAW,BPF", "--tmpfs", "/run", "--ipc", "shareable", "--network",
+                f"ns:/run/netns/{ROUTER}")
+
+
+class Containers:
+    """Images and containers in a directory of their own."""
+
+    def __init__(self, work: pathlib.Path):
+        self.store = ["--root", str(work / "store"), "--runroot", str(work / "run"), "--storage-driver", "vfs"]
+        # crun refuses control groups of both versions side by side.
+        runtime = [] if pathlib.Path("/sys/fs/cgroup/cgroup.controllers").exists() else ["--runtime", "runc"]
+        self.podman = ["podman", *self.store, "--cgroup-manager", "cgroupfs", "--events-backend", "file", *runtime]
+
+    def build(self, context: pathlib.Path, base: str | None) -> None:
+        buildah = ["buildah", *self.store]
+        container = run(*buildah, "from", "scratch").strip()
+        root = pathlib.Path(run(*buildah, "mount", container).strip())
+        if base:
+            run("tar", "-xf", base, "-C", root, "--strip-components=1")
+        else:
+            run("debootstrap", "--variant=minbase", "bookworm", root)
+        run(*buildah, "umount", container)
+        run(*buildah, "commit", "-q", container, "localhost/debian:bookworm-slim")
+        run(*buildah, "build", "--format", "docker", "--isolation", "chroot", "--pull-never", "-t", IMAGE, context)
+
+    def ask(self, *words) -> subprocess.CompletedProcess:
+        return subprocess.run([*self.podman, *map(str, words)], capture_output=True, text=True, check=False)
+
+    def run(self, *words) -> str:
+        return run(*self.podman, *words)
+
+    def remove(self) -> None:
+        self.ask("rm", "--force", "--time", "1", LISTENER, AGENT)
+
+
+def eventually(met) -> bool:
+    end = time.monotonic() + 20
+    while not met() and time.monotonic() < end:
+        time.sleep(0.1)
+    return met()
+
+
+def try_all(containers: Containers, work: pathlib.Path) -> None:
+    (work / "router.yaml").write_text(CONFIG)
+    containers.run("run", "--detach", "--name", AGENT, *RIGHTS, *AGENT_RIGHTS, "--volume",
+                   f"{work}/router.yaml:/etc/ovix/router.yaml:ro", IMAGE)
+    check("the health check of the image succeeds",
+          eventually(lambda: containers.ask("healthcheck", "run", AGENT).returncode == 0))
+    containers.run("run", "--detach", "--name", LISTENER, *RIGHTS, "--ipc", f"container:{AGENT}", "--network",
+                   f"ns:/run/netns/{ROUTER}", IMAGE, "ovix-fpm", "--tables", "router", "--peer", "any")
+    ctl = ("ovixctl", "--tables", "router")
+    if not eventually(lambda: f":{2620:04X} 00000000:0000 0A" in run("ip", "netns", "exec", ROUTER, "cat", "/proc/net/tcp")):
+        check("the listener waits for zebra: " + containers.ask("logs", LISTENER).stderr, False)
+    containers.run("exec", AGENT, *ctl, "lfib", "add", "100", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
+    check("the listener's container has the same tables",
+          "transit 100" in containers.run("exec", LISTENER, *ctl, "lfib", "show"))
+    traffic = subprocess.Popen(["ip", "netns", "exec", HOST, "python3", "-c", SEND], stdout=subprocess.PIPE, text=True)
+    time.sleep(1)
+    traffic.terminate()
+    sent, got = map(int, traffic.communicate(timeout=30)[0].split())
+    check(f"frames pass: {got} of {sent}", got == sent and sent > 20)
+    containers.run("stop", "--time", "10", LISTENER, AGENT)
+    state = containers.run("inspect", "--format", "{{.State.ExitCode}}", AGENT).strip()
+    check("SIGTERM ends the agent with code 0 and the balance",
+          state == "0" and "forwarded" in containers.run("logs", AGENT))
+
+
+def main() -> None:
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("packages", type=pathlib.Path)
+    parser.add_argument("--base")
+    options = parser.parse_args()
+    work = pathlib.Path(tempfile.mkdtemp(prefix="ovix-container-"))
+    containers = Containers(work)
+    try:
+        shutil.copytree(HERE, work / "image")
+        (work / "image/packages").mkdir()
+        for package in options.packages.glob("ovix*.deb"):
+            if "-dbgsym_" not in package.name:
+                shutil.copy(package, work / "image/packages")
+        containers.build(work / "image", options.base)
+        check("the image is built", True)
+        first = containers.ask("run", "--rm", *RIGHTS, "--network", "none", IMAGE, "true")
+        if first.returncode != 0:
+            print("skipped: no container runs here: " + first.stderr.strip())
+            sys.exit(0)
+        make_network()
+        run("ip", "-n", ROUTER, "link", "set", "lo", "up")
+        try_all(containers, work)
+    finally:
+        containers.remove()
+        clean_up(work)
+
+
+if __name__ == "__main__":
+    main()
