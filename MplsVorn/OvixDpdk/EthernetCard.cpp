@@ -17,12 +17,17 @@ namespace OvixDpdk {
 namespace {
 
 constexpr std::uint16_t ringSize = OvixAgent::Card::queueFrames;
-/// Both rings, what is lent and queued, and the caches.
-constexpr unsigned int buffers = 4 * ringSize;
+/// What is received, lent and cached, beside what lies in the rings of the cards that send it.
+constexpr unsigned int buffers = 2 * ringSize;
+/// Bytes that are not lent are looked for in vain this often in each burst.
+constexpr unsigned int mostStrangers = 2;
 /// Ethernet with two tags and its check sequence.
 constexpr std::uint32_t beyondMtu = 26;
 
 static_assert(OvixAgent::frameHeadroom <= RTE_PKTMBUF_HEADROOM);
+
+/// Whose frames this thread has; of all cards that it serves, that which received last.
+thread_local EthernetCard* lender = nullptr;
 
 [[noreturn]] void fail(const std::string& device, const std::string& what, int error = 0) {
     throw OvixAgent::CardError(
@@ -80,11 +85,12 @@ std::uint16_t probe(const std::string& device) {
 
 } // namespace
 
-EthernetCard::EthernetCard(const std::string& device) : device_(device), port_(probe(device)) {
-    start();
+EthernetCard::EthernetCard(const std::string& device, std::size_t cards)
+    : device_(device), port_(probe(device)) {
+    start(cards);
 }
 
-void EthernetCard::start() {
+void EthernetCard::start(std::size_t cards) {
     std::uint16_t mtu = 0;
     rte_eth_dev_get_mtu(port_, &mtu);
     mtu_ = mtu;
@@ -92,8 +98,9 @@ void EthernetCard::start() {
         std::max<std::uint32_t>(mtu_ + beyondMtu, RTE_MBUF_DEFAULT_DATAROOM) +
         RTE_PKTMBUF_HEADROOM);
     const int socket = rte_eth_dev_socket_id(port_);
-    pool_ = rte_pktmbuf_pool_create(("ovix" + std::to_string(port_)).c_str(), buffers - 1, 256, 0,
-                                    room, socket);
+    const auto count = static_cast<unsigned int>(buffers + cards * ringSize - 1);
+    pool_ = rte_pktmbuf_pool_create(("ovix" + std::to_string(port_)).c_str(), count, 256, 0, room,
+                                    socket);
     if (pool_ == nullptr) {
         fail(device_, "no memory for frames; dpdk: eal: [-m, MEGABYTES] gives more", rte_errno);
     }
@@ -116,6 +123,7 @@ void EthernetCard::start() {
 EthernetCard::~EthernetCard() {
     giveBack();
     flush();
+    lender = lender == this ? nullptr : lender;
     rte_eth_dev_stop(port_);
     rte_eth_dev_close(port_);
     rte_mempool_free(pool_);
@@ -135,11 +143,15 @@ bool EthernetCard::isLinkUp() {
 }
 
 void EthernetCard::giveBack() {
+    // Null for what was sent, which this leaves out.
     rte_pktmbuf_free_bulk(lent_.data(), static_cast<unsigned int>(std::exchange(lentCount_, 0)));
+    nextLent_ = 0;
+    strangers_ = 0;
 }
 
 std::size_t EthernetCard::receive(std::span<OvixAgent::WritableFrame> room) {
     giveBack();
+    lender = this;
     std::array<rte_mbuf*, most> came{};
     const auto asked = static_cast<std::uint16_t>(std::min(room.size(), most));
     const std::size_t count = rte_eth_rx_burst(port_, 0, came.data(), asked);
@@ -164,21 +176,70 @@ std::size_t EthernetCard::receive(std::span<OvixAgent::WritableFrame> room) {
 }
 
 bool EthernetCard::queue(std::span<const std::uint8_t> bytes) {
-    if (queuedCount_ == most) {
-        const Sent sent = flush();
-        since_ = {since_.sent + sent.sent, since_.refused + sent.refused};
+    rte_mbuf* const buffer = copyOf(bytes);
+    if (buffer != nullptr) {
+        append(buffer);
     }
+    return buffer != nullptr;
+}
+
+std::size_t EthernetCard::queueLent(std::span<const OvixAgent::Frame> frames) {
+    EthernetCard* const from = lender;
+    std::size_t queued = 0;
+    for (const OvixAgent::Frame& frame : frames) {
+        rte_mbuf* buffer = from == nullptr ? nullptr : from->takeLent(frame.bytes);
+        buffer = buffer == nullptr ? copyOf(frame.bytes) : buffer;
+        if (buffer != nullptr) {
+            append(buffer);
+            ++queued;
+        }
+    }
+    return queued;
+}
+
+/// The buffer that the bytes lie in, made theirs; null when none of those lent does.
+rte_mbuf* EthernetCard::takeLent(std::span<const std::uint8_t> bytes) {
+    for (std::size_t tried = 0; tried < lentCount_ && strangers_ < mostStrangers; ++tried) {
+        const std::size_t at = nextLent_ < lentCount_ ? nextLent_ : 0;
+        nextLent_ = at + 1;
+        rte_mbuf* const buffer = lent_[at];
+        if (buffer == nullptr) {
+            continue;
+        }
+        const auto* const start = static_cast<const std::uint8_t*>(buffer->buf_addr);
+        const auto before =
+            static_cast<std::size_t>(bytes.data() - start); // far beyond, if not in it
+        if (before < buffer->buf_len && bytes.size() <= buffer->buf_len - before) {
+            lent_[at] = nullptr;
+            buffer->data_off = static_cast<std::uint16_t>(before);
+            buffer->data_len = static_cast<std::uint16_t>(bytes.size());
+            buffer->pkt_len = buffer->data_len;
+            return buffer;
+        }
+    }
+    ++strangers_;
+    return nullptr;
+}
+
+rte_mbuf* EthernetCard::copyOf(std::span<const std::uint8_t> bytes) {
     rte_mbuf* const buffer = rte_pktmbuf_alloc(pool_);
     char* const room = buffer == nullptr || bytes.size() > UINT16_MAX
                            ? nullptr
                            : rte_pktmbuf_append(buffer, static_cast<std::uint16_t>(bytes.size()));
     if (room == nullptr) {
         rte_pktmbuf_free(buffer);
-        return false;
+        return nullptr;
     }
     std::memcpy(room, bytes.data(), bytes.size());
+    return buffer;
+}
+
+void EthernetCard::append(rte_mbuf* buffer) {
+    if (queuedCount_ == most) {
+        const Sent sent = flush();
+        since_ = {since_.sent + sent.sent, since_.refused + sent.refused};
+    }
     queued_[queuedCount_++] = buffer;
-    return true;
 }
 
 OvixAgent::Card::Sent EthernetCard::flush() {

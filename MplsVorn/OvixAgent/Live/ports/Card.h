@@ -35,6 +35,9 @@ class Card {
 
     /// Queues a copy, which `flush()` sends. False when it has no room for it.
     virtual bool queue(std::span<const std::uint8_t> bytes) = 0;
+    /// The same of frames whose bytes nobody needs afterwards, so that those lent by a card of the
+    /// same module need no copy. Returns how many it had room for.
+    virtual std::size_t queueLent(std::span<const Frame> frames) = 0;
     struct Sent {
         std::size_t sent = 0;
         std::size_t refused = 0; ///< queued, and dropped since the card had no room
@@ -54,6 +57,7 @@ class CardError : public std::runtime_error {
 struct CardOptions {
     std::string device;           ///< "0000:3b:00.0", or a driver's virtual one, "net_tap0,iface=x"
     std::vector<std::string> eal; ///< what the driver's library is started with, by the first card
+    std::size_t cards = 1;        ///< of all ports, by which the frames of this one may leave
 };
 
 /// What a module of drivers exports as `ovixOpenCard`; the card is the caller's. Throws

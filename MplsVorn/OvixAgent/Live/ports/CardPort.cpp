@@ -142,6 +142,13 @@ void CardPort::transmit(const Frame& frame) {
     }
 }
 
+void CardPort::transmitBurst(std::span<const Frame> frames) {
+    const std::size_t queued = card_->queueLent(frames);
+    if (queued < frames.size()) [[unlikely]] {
+        counts_.add(LiveEvent::noBuffers, frames.size() - queued);
+    }
+}
+
 void CardPort::flush() {
     const Card::Sent sent = card_->flush();
     counts_.add(LiveEvent::sent, sent.sent);

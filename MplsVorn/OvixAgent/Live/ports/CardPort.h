@@ -34,6 +34,7 @@ class CardPort final : public LivePort {
     void stopIntake() override { left_ = Card::queueFrames; }
 
     void transmit(const Frame& frame) override;
+    void transmitBurst(std::span<const Frame> frames) override;
     void flush() override;
 
     /// A frame of this port for this host itself.

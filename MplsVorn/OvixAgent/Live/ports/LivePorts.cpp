@@ -29,8 +29,11 @@ void requireFree(const std::string& interface) {
 
 std::unique_ptr<LivePort> openCard(const AgentConfig& config, PortIndex index, const Port& port) {
     const std::string& device = config.ports[index].device;
+    const auto cards = std::count_if(config.ports.begin(), config.ports.end(),
+                                     [](const auto& each) { return each.kind == PortKind::dpdk; });
     try {
-        return std::make_unique<CardPort>(index, port, openDpdkCard({device, config.eal}));
+        return std::make_unique<CardPort>(
+            index, port, openDpdkCard({device, config.eal, static_cast<std::size_t>(cards)}));
     } catch (const CardError& refused) {
         throw CardError(fmt::format("port {}: {}", port.name, refused.what()));
     }

@@ -1,5 +1,6 @@
 #include "Live/ports/CardPort.h"
 
+#include <algorithm>
 #include <deque>
 #include <gtest/gtest.h>
 #include <thread>
@@ -65,6 +66,12 @@ class MadeUpCard final : public OvixAgent::Card {
         }
         queued_.emplace_back(bytes.begin(), bytes.end());
         return true;
+    }
+
+    std::size_t queueLent(std::span<const OvixAgent::Frame> frames) override {
+        return static_cast<std::size_t>(
+            std::count_if(frames.begin(), frames.end(),
+                          [this](const auto& frame) { return queue(frame.bytes); }));
     }
 
     Sent flush() override {
