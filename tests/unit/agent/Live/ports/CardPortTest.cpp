@@ -32,6 +32,7 @@ struct Wire {
     std::size_t room = 1000; ///< frames that the card takes for sending
     std::uint64_t missed = 0;
     bool isLinkUp = true;
+    std::size_t lent = 0; ///< frames whose bytes were given up when they were sent
 };
 
 class MadeUpCard final : public OvixAgent::Card {
@@ -256,6 +257,21 @@ TEST_F(CardPortTest, ADeviceThatWasRemovedComesBackAsItWas) {
     EXPECT_TRUE(port().reopen()) << port().problem();
     EXPECT_EQ(OvixAgent::macOfInterface("west"), station);
     EXPECT_EQ(OvixAgent::mtuOfInterface("west"), 1400U);
+}
+
+TEST_F(CardPortTest, BurstsGiveTheirBytesUpAndSingleFramesAreCopied) {
+    const Bytes bytes = toRight({ethMpls}, 7);
+    OvixAgent::Frame frame;
+    frame.bytes = bytes;
+    const std::array burst{frame, frame, frame};
+    port().transmit(frame);
+    EXPECT_EQ(wire_.lent, 0U);
+    wire_.room = 3;
+    port().transmitBurst(burst);
+    port().flush();
+    EXPECT_EQ(wire_.lent, 3U);
+    EXPECT_EQ(wire_.fromCard, std::vector<Bytes>(3, bytes));
+    EXPECT_EQ(port().counts().of(LiveEvent::noBuffers), 1U);
 }
 
 } // namespace CardPortTest
