@@ -85,31 +85,45 @@ std::uint16_t probe(const std::string& device) {
 
 } // namespace
 
-EthernetCard::EthernetCard(const std::string& device, std::size_t cards)
-    : device_(device), port_(probe(device)) {
-    start(cards);
-}
-
-void EthernetCard::start(std::size_t cards) {
+EthernetCard::EthernetCard(const OvixAgent::CardOptions& options)
+    : device_(options.device), port_(probe(options.device)) {
     std::uint16_t mtu = 0;
     rte_eth_dev_get_mtu(port_, &mtu);
-    mtu_ = mtu;
-    const auto room = static_cast<std::uint16_t>(
-        std::max<std::uint32_t>(mtu_ + beyondMtu, RTE_MBUF_DEFAULT_DATAROOM) +
-        RTE_PKTMBUF_HEADROOM);
-    const int socket = rte_eth_dev_socket_id(port_);
+    mtu_ = options.mtu == 0 ? mtu : options.mtu;
+    makeBuffers(options.cards);
+    start(options);
+    takeMac(options.mac);
+}
+
+void EthernetCard::makeBuffers(std::size_t cards) {
+    const auto room = static_cast<std::uint16_t>(std::min<std::uint32_t>(
+        std::max<std::uint32_t>(mtu_ + beyondMtu, RTE_MBUF_DEFAULT_DATAROOM) + RTE_PKTMBUF_HEADROOM,
+        UINT16_MAX));
     const auto count = static_cast<unsigned int>(buffers + cards * ringSize - 1);
     pool_ = rte_pktmbuf_pool_create(("ovix" + std::to_string(port_)).c_str(), count, 256, 0, room,
-                                    socket);
+                                    rte_eth_dev_socket_id(port_));
     if (pool_ == nullptr) {
         fail(device_, "no memory for frames; dpdk: eal: [-m, MEGABYTES] gives more", rte_errno);
     }
+}
+
+void EthernetCard::start(const OvixAgent::CardOptions& options) {
     rte_eth_conf config{};
+    config.rxmode.mtu = options.mtu; // 0: the driver's
     std::uint16_t receives = ringSize;
     std::uint16_t sends = ringSize;
     int error = rte_eth_dev_configure(port_, 1, 1, &config);
+    if (options.mtu != 0) {
+        // Drivers without this have taken it with the configuration.
+        const int refused =
+            error != 0 ? error
+                       : rte_eth_dev_set_mtu(port_, static_cast<std::uint16_t>(options.mtu));
+        if (refused != 0 && refused != -ENOTSUP) {
+            fail(device_, "does not take mtu " + std::to_string(options.mtu), refused);
+        }
+    }
     error = error != 0 ? error : rte_eth_dev_adjust_nb_rx_tx_desc(port_, &receives, &sends);
-    const auto near = static_cast<unsigned int>(socket);
+    const auto near = static_cast<unsigned int>(rte_eth_dev_socket_id(port_));
     error = error != 0 ? error : rte_eth_rx_queue_setup(port_, 0, receives, near, nullptr, pool_);
     error = error != 0 ? error : rte_eth_tx_queue_setup(port_, 0, sends, near, nullptr);
     error = error != 0 ? error : rte_eth_dev_start(port_);
@@ -120,6 +134,19 @@ void EthernetCard::start(std::size_t cards) {
     rte_eth_allmulticast_enable(port_); // for devices without the other
 }
 
+void EthernetCard::takeMac(const Lumo::EthAddr& asked) {
+    rte_ether_addr own{};
+    if (asked != Lumo::EthAddr{}) {
+        // A card that cannot is promiscuous, and hears its frames all the same.
+        std::copy(asked.begin(), asked.end(), std::begin(own.addr_bytes));
+        rte_eth_dev_default_mac_addr_set(port_, &own);
+        mac_ = asked;
+        return;
+    }
+    rte_eth_macaddr_get(port_, &own);
+    std::copy(std::begin(own.addr_bytes), std::end(own.addr_bytes), mac_.begin());
+}
+
 EthernetCard::~EthernetCard() {
     giveBack();
     flush();
@@ -127,14 +154,6 @@ EthernetCard::~EthernetCard() {
     rte_eth_dev_stop(port_);
     rte_eth_dev_close(port_);
     rte_mempool_free(pool_);
-}
-
-Lumo::EthAddr EthernetCard::mac() const {
-    rte_ether_addr found{};
-    rte_eth_macaddr_get(port_, &found);
-    Lumo::EthAddr mac{};
-    std::copy(std::begin(found.addr_bytes), std::end(found.addr_bytes), mac.begin());
-    return mac;
 }
 
 bool EthernetCard::isLinkUp() {

@@ -18,11 +18,10 @@ namespace OvixDpdk {
 class EthernetCard final : public OvixAgent::Card {
   public:
     /// Probes the device, unless it was, and starts it. Throws OvixAgent::CardError.
-    /// `cards` is the number of those by which its frames may leave.
-    EthernetCard(const std::string& device, std::size_t cards);
+    explicit EthernetCard(const OvixAgent::CardOptions& options);
     ~EthernetCard() override;
 
-    Lumo::EthAddr mac() const override;
+    Lumo::EthAddr mac() const override { return mac_; }
     std::uint32_t mtu() const override { return mtu_; }
     bool isLinkUp() override;
     std::size_t receive(std::span<OvixAgent::WritableFrame> room) override;
@@ -34,7 +33,9 @@ class EthernetCard final : public OvixAgent::Card {
   private:
     static constexpr std::size_t most = OvixAgent::burstFrames;
 
-    void start(std::size_t cards);
+    void makeBuffers(std::size_t cards);
+    void start(const OvixAgent::CardOptions& options);
+    void takeMac(const Lumo::EthAddr& asked);
     void giveBack();
     rte_mbuf* takeLent(std::span<const std::uint8_t> bytes);
     rte_mbuf* copyOf(std::span<const std::uint8_t> bytes);
@@ -42,6 +43,7 @@ class EthernetCard final : public OvixAgent::Card {
 
     std::string device_;
     std::uint16_t port_ = 0;
+    Lumo::EthAddr mac_{};
     std::uint32_t mtu_ = 0;
     rte_mempool* pool_ = nullptr;
     std::array<rte_mbuf*, most> lent_{}; ///< null once it was taken to be sent

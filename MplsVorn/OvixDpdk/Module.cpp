@@ -5,5 +5,5 @@
 extern "C" [[gnu::visibility("default")]] OvixAgent::Card*
 ovixOpenCard(const OvixAgent::CardOptions& options) {
     OvixDpdk::startEal(options.eal);
-    return std::make_unique<OvixDpdk::EthernetCard>(options.device, options.cards).release();
+    return std::make_unique<OvixDpdk::EthernetCard>(options).release();
 }

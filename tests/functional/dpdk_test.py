@@ -92,6 +92,42 @@ class Dpdk(LiveTest):
         self.assertEqual(labelled, [frame for _, frame, _ in f.read_pcap(self.directory / "out" / "east.pcap")])
         self.assertEqual(len(labelled), 4)
 
+    def test_a_tap_of_dpdk_is_a_wire_to_this_host(self):
+        for port in ("west", "east"):
+            ip("-n", self.router, "link", "del", port)
+        config = self.directory / "taps.yaml"
+        config.write_text("ports:\n" + "".join(
+            f"  - {{name: {port}, kind: dpdk, device: 'net_tap{i},iface={port}w', "
+            f"mac: '02:00:00:00:00:0{i}', addresses: [10.0.{i}.1/24]}}\n" for i, port in ((1, "west"), (2, "east"))) + LFIB)
+        process = subprocess.Popen(["ip", "netns", "exec", self.router, agent.AGENT, "run", str(config), "--live", "--json",
+                                    "--control", str(self.path), *(["--plugin", agent.PLUGIN] if agent.PLUGIN else [])],
+                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        self.addCleanup(process.communicate)
+        self.addCleanup(process.kill)
+        self.until(self.is_forwarding)
+        for port in ("west", "east"):
+            ip("-n", self.router, "link", "set", f"{port}w", "up")
+        self.assertEqual(self.router_mac("west"), "02:00:00:00:00:01")
+        sizes = (60, 1514)
+        wires = self.host(self.router, f"""
+import socket
+west, east = (socket.socket(socket.AF_PACKET, socket.SOCK_RAW) for _ in range(2))
+west.bind(("westw", 0)); east.bind(("eastw", 0x8847)); east.settimeout(10)
+for size in {sizes}:
+    packet = (100 << 12 | 0x140).to_bytes(4, "big") + bytes(i % 251 for i in range(size - 18))
+    for _ in range(50): # the devices may only just be up
+        west.send(bytes.fromhex("020000000001" "020000000098" "8847") + packet)
+        east.settimeout(0.2)
+        try: frame = east.recv(2000); break
+        except TimeoutError: pass
+    while True: # the same again
+        try: east.recv(2000)
+        except TimeoutError: break
+    print(len(frame), int.from_bytes(frame[14:17], "big") >> 4, frame[18:] == packet[4:], frame[6:12].hex())""")
+        self.assertEqual(wires.communicate()[0].splitlines(),
+                         [f"{size} 200 True 020000000002" for size in sizes])
+        self.stop(process)
+
     def test_a_device_that_does_not_exist_is_refused_with_its_port_and_what_helps(self):
         for device, refused in (("net_nothing0", "cannot be opened"),
                              ("0000:ff:1f.0", "there is no such PCI device; dpdk-devbind.py --status"),
@@ -100,6 +136,11 @@ class Dpdk(LiveTest):
             self.assertEqual(done.returncode, 2, done.stderr)
             self.assertIn("port west9: device " + device, done.stderr)
             self.assertIn(refused, done.stderr)
+
+    def test_an_mtu_that_the_device_does_not_take_is_refused_with_both(self):
+        done = self.run_briefly("{name: west9, kind: dpdk, device: net_tap9, mtu: 9000}")
+        self.assertEqual(done.returncode, 2, done.stderr)
+        self.assertIn("port west9: device net_tap9: does not take mtu 9000", done.stderr)
 
     def test_two_ports_cannot_share_a_device(self):
         done = self.run_briefly("{name: a, kind: dpdk, device: net_null7}, {name: b, kind: dpdk, device: net_null7}")

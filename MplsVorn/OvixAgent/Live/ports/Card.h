@@ -58,6 +58,8 @@ struct CardOptions {
     std::string device;           ///< "0000:3b:00.0", or a driver's virtual one, "net_tap0,iface=x"
     std::vector<std::string> eal; ///< what the driver's library is started with, by the first card
     std::size_t cards = 1;        ///< of all ports, by which the frames of this one may leave
+    Lumo::EthAddr mac{};          ///< zeros: the card's own
+    std::uint32_t mtu = 0;        ///< likewise
 };
 
 /// What a module of drivers exports as `ovixOpenCard`; the card is the caller's. Throws

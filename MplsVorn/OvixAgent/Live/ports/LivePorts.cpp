@@ -28,12 +28,15 @@ void requireFree(const std::string& interface) {
 }
 
 std::unique_ptr<LivePort> openCard(const AgentConfig& config, PortIndex index, const Port& port) {
-    const std::string& device = config.ports[index].device;
-    const auto cards = std::count_if(config.ports.begin(), config.ports.end(),
-                                     [](const auto& each) { return each.kind == PortKind::dpdk; });
+    CardOptions options{config.ports[index].device, config.eal, 0, config.ports[index].mac, 0};
+    if (config.ports[index].mtu != PortConfig().mtu) {
+        options.mtu = config.ports[index].mtu;
+    }
+    for (const PortConfig& each : config.ports) {
+        options.cards += each.kind == PortKind::dpdk ? 1 : 0;
+    }
     try {
-        return std::make_unique<CardPort>(
-            index, port, openDpdkCard({device, config.eal, static_cast<std::size_t>(cards)}));
+        return std::make_unique<CardPort>(index, port, openDpdkCard(options));
     } catch (const CardError& refused) {
         throw CardError(fmt::format("port {}: {}", port.name, refused.what()));
     }

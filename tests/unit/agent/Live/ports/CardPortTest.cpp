@@ -1,6 +1,6 @@
 #include "Live/ports/CardPort.h"
 
-#include <algorithm>
+#include <array>
 #include <deque>
 #include <gtest/gtest.h>
 #include <thread>
@@ -70,9 +70,12 @@ class MadeUpCard final : public OvixAgent::Card {
     }
 
     std::size_t queueLent(std::span<const OvixAgent::Frame> frames) override {
-        return static_cast<std::size_t>(
-            std::count_if(frames.begin(), frames.end(),
-                          [this](const auto& frame) { return queue(frame.bytes); }));
+        wire_->lent += frames.size();
+        std::size_t queued = 0;
+        for (const OvixAgent::Frame& frame : frames) {
+            queued += queue(frame.bytes) ? 1 : 0;
+        }
+        return queued;
     }
 
     Sent flush() override {

@@ -22,8 +22,13 @@ class CardTest : public testing::Test {
         if (!std::filesystem::exists(Plugin::Library::installed("libOvixDpdk.so"))) {
             GTEST_SKIP() << "the module for DPDK was not built";
         }
-        card_ = OvixAgent::openDpdkCard({"net_ring" + std::to_string(++devices_), {}});
+        open();
     }
+    void open(std::uint32_t mtu = 0, Lumo::EthAddr mac = {}) {
+        card_.reset(); // memory is short without hugepages
+        card_ = OvixAgent::openDpdkCard({nextDevice(), {}, 1, mac, mtu});
+    }
+    static std::string nextDevice() { return "net_ring" + std::to_string(++devices_); }
 
     std::span<WritableFrame> received() { return std::span(room_).first(card_->receive(room_)); }
     void queueCopies(std::size_t count) {
@@ -83,6 +88,26 @@ TEST_F(CardTest, LentBytesAreTakenOnceAndOthersAreCopied) {
     for (const WritableFrame& frame : came) {
         EXPECT_EQ(std::vector(frame.bytes, frame.bytes + frame.size), bytes_);
     }
+}
+
+TEST_F(CardTest, AnMtuThatIsAskedForHasRoom) {
+    const std::vector<std::uint8_t> large(9022, 7); // with two tags
+    EXPECT_EQ(card_->mtu(), 1500U);
+    EXPECT_FALSE(card_->queue(large));
+    open(9000);
+    EXPECT_EQ(card_->mtu(), 9000U);
+    ASSERT_TRUE(card_->queue(large));
+    EXPECT_EQ(card_->flush().sent, 1U);
+    const auto came = received();
+    ASSERT_EQ(came.size(), 1U);
+    EXPECT_EQ(std::vector(came[0].bytes, came[0].bytes + came[0].size), large);
+}
+
+TEST_F(CardTest, TheMacThatIsAskedForIsTheCards) {
+    constexpr Lumo::EthAddr asked{2, 0, 0, 0, 0, 9};
+    EXPECT_NE(card_->mac(), asked);
+    open(0, asked);
+    EXPECT_EQ(card_->mac(), asked);
 }
 
 TEST_F(CardTest, WhatIsNotSentIsGivenBack) {
