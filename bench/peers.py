@@ -1,12 +1,13 @@
 """What a frame takes through the agent, beside the simplest forwarder that DPDK has. Needs root, and two processors.
 
-    python3 bench/peers.py [--seconds N] [--workers N]
+    python3 bench/peers.py [--seconds N] [--rounds N] [--labels N...] [--sizes N...]
 
 Both take frames from a device of net_null and send them by another, in the same order by the same module
 (bench/PeerFrames.cpp), which makes labelled frames of them: the agent as it runs, with its ports of kind dpdk, each label
 swapped for another; testpmd's macswap, which exchanges two addresses and looks at nothing else, in bursts as large. Each
-has one processor for it, and each number is of the processor time that its threads have used there, so that what else
-the machine does disturbs it little.
+has the same processor in turn, while the other is stopped, and each number is of the processor time that its thread has
+used there, so that what else the machine does disturbs it little. Printed are the medians of the rounds, and of the ratios
+in each.
 """
 
 import argparse
@@ -14,6 +15,8 @@ import json
 import os
 import pathlib
 import re
+import signal
+import statistics
 import subprocess
 import sys
 import tempfile
@@ -89,9 +92,11 @@ class Peer:
                 return int(found.group(1))
         raise RuntimeError("testpmd has ended")
 
+    def warm(self) -> None:
+        self.received()
+
     def measure(self, seconds: int) -> float:
-        for _ in range(2):
-            self.received()
+        self.received()
         thread = thread_named(self.process.pid, "worker")
         frames, began = self.received(), spent(self.process.pid, thread)
         for _ in range(seconds):
@@ -146,37 +151,58 @@ class Agent:
         raise RuntimeError("the agent does not settle")
 
     def measure(self, seconds: int) -> float:
-        self.warm()
+        time.sleep(0.2)
         frames, began = self.counts()[0], spent(self.process.pid, self.process.pid)
         time.sleep(seconds)
         return (spent(self.process.pid, self.process.pid) - began) / (self.counts()[0] - frames)
 
     def stop(self) -> None:
+        self.process.send_signal(signal.SIGCONT)
         self.process.terminate()
         balance = json.loads(self.process.communicate(timeout=60)[0])
         if not balance["balanced"] or balance["forwarded"]["frames"] < balance["in"]["frames"] * 0.99:
             raise RuntimeError("frames were lost: " + json.dumps(balance)[:2000])
 
 
-def nanoseconds(peer, seconds: int) -> float:
-    try:
-        return peer.measure(seconds)
-    finally:
-        peer.stop()
+def rounds(both: tuple, options) -> list[tuple[float, ...]]:
+    """Nanoseconds a frame of each, round by round."""
+    both[1].process.send_signal(signal.SIGSTOP)
+    all_times = []
+    for _ in range(options.rounds):
+        times = []
+        for one in both:
+            one.process.send_signal(signal.SIGCONT)
+            times.append(one.measure(options.seconds))
+            one.process.send_signal(signal.SIGSTOP)
+        all_times.append(tuple(times))
+    return all_times
 
 
-def measure(labels: int, size: int, seconds: int) -> None:
-    macswap = nanoseconds(Peer(labels, size), seconds)
+def measure(labels: int, size: int, options) -> None:
     with tempfile.TemporaryDirectory() as directory:
-        swap = nanoseconds(Agent(labels, size, pathlib.Path(directory)), seconds)
+        peer = Peer(labels, size)
+        try:
+            peer.warm()
+            peer.process.send_signal(signal.SIGSTOP)
+            agent = Agent(labels, size, pathlib.Path(directory))
+            try:
+                agent.warm()
+                times = rounds((peer, agent), options)
+            finally:
+                agent.stop()
+        finally:
+            peer.stop()
+    macswap, swap = (statistics.median(each) for each in zip(*times))
+    ratio = statistics.median(own / other for other, own in times)
     cycles = megahertz() / 1000
     print(f"{labels:>9} {size:>6} {macswap:>10.1f} {macswap * cycles:>7.0f} {1000 / swap:>12.2f} {swap:>7.1f} "
-          f"{swap * cycles:>7.0f} {swap / macswap:>7.2f}", flush=True)
+          f"{swap * cycles:>7.0f} {ratio:>7.2f}", flush=True)
 
 
 def main() -> None:
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--seconds", type=int, default=4, help="measured, of each")
+    parser.add_argument("--seconds", type=int, default=2, help="measured, of each in each round")
+    parser.add_argument("--rounds", type=int, default=5)
     parser.add_argument("--labels", type=int, nargs="*", default=LABELS)
     parser.add_argument("--sizes", type=int, nargs="*", default=SIZES)
     options = parser.parse_args()
@@ -186,7 +212,7 @@ def main() -> None:
               "   labels  bytes   ns a frame  cycles  million a s      ns  cycles   ratio")
         for size in options.sizes:
             for labels in options.labels:
-                measure(labels, size, options.seconds)
+                measure(labels, size, options)
     finally:
         subprocess.run(["ip", "netns", "del", NAMESPACE], check=True)
 
