@@ -3,13 +3,15 @@
 
 machine.py IMAGE PAYLOAD: IMAGE is the machine's disk, which is made when it is not there (as root, some minutes; by
 debootstrap, or from the archive that --base names); PAYLOAD the directory. What `main` prints is printed; the exit
-code is its own. The disk is not written: each run begins with the same machine.
+code is its own. The disk is not written: each run begins with the same machine. PAYLOAD/hardware, if there, has options
+of qemu-system-x86_64 for more devices.
 """
 
 import argparse
 import os
 import pathlib
 import re
+import shlex
 import shutil
 import subprocess
 import sys
@@ -20,7 +22,7 @@ import time
 # The kernel, what its users would have, and what our packages depend on, since the machine has no network.
 PACKAGES = ("linux-image-amd64", "systemd-sysv", "systemd", "dbus", "udev", "kmod", "iproute2", "iputils-ping",
             "traceroute", "procps", "python3", "frr", "iperf3", "tshark", "tcpdump", "ethtool", "libyaml-0-2", "libfmt9", "libspdlog1.10", "libpcap0.8", "libmnl0",
-            "libxdp1", "libbpf1", "libcap2", "libsystemd0", "libprometheus-cpp-core1.0", "libmicrohttpd12")
+            "dpdk", "librte-mempool-ring23", "librte-net-e1000-23", "librte-net-af-packet23", "libxdp1", "libbpf1", "libcap2", "libsystemd0", "libprometheus-cpp-core1.0", "libmicrohttpd12")
 UNIT = """[Unit]
 After=multi-user.target
 [Service]
@@ -83,6 +85,11 @@ def follow(path: pathlib.Path, ended: threading.Event, lines: list[str]) -> None
             time.sleep(0.2)
 
 
+def hardware(payload: pathlib.Path) -> list[str]:
+    file = payload / "hardware"
+    return shlex.split(file.read_text(encoding="ascii"), comments=True) if file.exists() else []
+
+
 def boot(image: pathlib.Path, payload: pathlib.Path, seconds: int) -> int:
     with tempfile.TemporaryDirectory(prefix="ovix-machine-") as work:
         archive, printed = pathlib.Path(work, "payload.tar"), pathlib.Path(work, "printed")
@@ -95,9 +102,9 @@ def boot(image: pathlib.Path, payload: pathlib.Path, seconds: int) -> int:
             subprocess.run(
                 ["qemu-system-x86_64", "-accel", "tcg,thread=multi", "-cpu", "max", "-smp", "2", "-m", "3072",
                  "-kernel", image / "vmlinuz", "-initrd", image / "initrd.img", "-append",
-                 "root=/dev/vda rw quiet console=ttyS0", "-snapshot", "-drive",
+                 "root=/dev/vda rw quiet console=ttyS0 intel_iommu=on", "-snapshot", "-drive",
                  f"file={image / 'disk'},if=virtio,format=raw", "-drive", f"file={archive},if=virtio,format=raw",
-                 "-nic", "none", "-display", "none", "-no-reboot", "-serial", f"file:{work}/console", "-serial",
+                 *hardware(payload), "-nic", "none", "-display", "none", "-no-reboot", "-serial", f"file:{work}/console", "-serial",
                  f"file:{printed}"], check=False, timeout=seconds, stdin=subprocess.DEVNULL)
         except subprocess.TimeoutExpired:
             print(f"machine: stopped after {seconds} seconds", file=sys.stderr)

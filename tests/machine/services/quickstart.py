@@ -7,7 +7,7 @@ import subprocess
 import sys
 import unittest
 
-from services import HERE, block_after, run, shell, until
+from in_machine import block_after, run, shell, until
 
 FRR = pathlib.Path("/etc/frr")
 PEERS = {1: "n1", 2: "n2"}  # behind eth1 and eth2
