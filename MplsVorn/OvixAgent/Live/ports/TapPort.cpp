@@ -2,15 +2,12 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <fcntl.h>
-#include <linux/if.h>
 #include <linux/if_tun.h>
 #include <sys/ioctl.h>
 #include <system_error>
 #include <utility>
 
 #include "Live/ports/InterfaceControl.h"
-#include "Posix/SystemError.h"
 #include "Wire/Ethernet.h"
 
 namespace OvixAgent {
@@ -23,13 +20,34 @@ constexpr std::size_t longestFrame =
 
 } // namespace
 
-TapPort::TapPort(PortIndex index, std::string deviceName, std::optional<Likeness> likeness)
+TapPort::TapPort(PortIndex index, std::string deviceName, std::optional<Likeness> likeness,
+                 std::uint32_t queues)
     : index_(index), name_(std::move(deviceName)), likeness_(likeness),
+      queues_(queues > 0 ? std::make_shared<Queues>(queues) : nullptr),
+      number_(queues > 0 ? noQueue : 0), burst_(2 * FrameBurst::memoryFor(longestFrame)) {
+    reopen();
+}
+
+TapPort::TapPort(PortIndex index, std::string deviceName, std::shared_ptr<Queues> queues,
+                 std::uint32_t number)
+    : index_(index), name_(std::move(deviceName)), queues_(std::move(queues)), number_(number),
       burst_(2 * FrameBurst::memoryFor(longestFrame)) {
     reopen();
 }
 
+std::unique_ptr<LivePort> TapPort::queue(std::uint32_t number) {
+    if (!queues_ || isQueue() || number == noQueue) {
+        return nullptr;
+    }
+    return std::unique_ptr<LivePort>(new TapPort(index_, name_, queues_, number));
+}
+
 bool TapPort::reopen() {
+    if (isQueue()) {
+        shut({});
+        device_ = queues_->device.value(takenVersion_);
+        return isOpen();
+    }
     if (isOpen() && isInterface(interfaceIndex_)) {
         return true;
     }
@@ -43,35 +61,40 @@ bool TapPort::reopen() {
 }
 
 void TapPort::open() {
-    ifreq request{};
-    if (name_.empty() || name_.size() >= sizeof request.ifr_name) {
-        Posix::fail("naming the device", ENODEV);
-    }
-    name_.copy(request.ifr_name, name_.size());
-    request.ifr_flags = static_cast<short>(IFF_TAP | IFF_NO_PI);
-    device_ = Posix::FileDescriptor(::open("/dev/net/tun", O_RDWR | O_NONBLOCK | O_CLOEXEC));
-    if (!device_.isOpen()) {
-        Posix::fail("opening /dev/net/tun");
-    }
-    if (ioctl(device_.value(), TUNSETIFF, &request) != 0) {
-        Posix::fail("creating the TAP device");
-    }
+    device_ = std::make_shared<const TapQueues>(name_, queues_ ? queues_->count : 0);
     interfaceIndex_ = indexOfInterface(name_);
     if (likeness_) {
         setMacOfInterface(name_, likeness_->mac);
         setMtuOfInterface(name_, likeness_->mtu);
     }
     bringUp(name_);
+    if (queues_) {
+        queues_->device.valueIs(device_);
+    }
 }
 
 void TapPort::shut(std::string problem) {
-    device_ = Posix::FileDescriptor();
+    if (queues_ && !isQueue() && isOpen()) {
+        queues_->device.valueIs(nullptr);
+    }
+    device_.reset();
     problem_ = std::move(problem);
 }
 
+int TapPort::sendingFile() const noexcept {
+    const int own = device_->file(number_);
+    return own >= 0 ? own : device_->file(0);
+}
+
 std::size_t TapPort::receive(const BurstVisitor& visitor, std::size_t budget) {
+    if (isQueue() && queues_->device.version() != takenVersion_) {
+        reopen();
+    }
+    if (isOpen() && number_ == noQueue && !isInterface(interfaceIndex_)) {
+        countFailure(EBADFD);
+    }
     std::size_t received = 0;
-    for (bool hasMore = true; isOpen() && received < budget && hasMore;) {
+    for (bool hasMore = descriptor() >= 0; isOpen() && received < budget && hasMore;) {
         hasMore = gather(std::min(burstFrames, budget - received));
         const std::size_t count = burst_.frames().size();
         counts_.addReceived(burst_.frames());
@@ -92,7 +115,7 @@ bool TapPort::gather(std::size_t most) {
         if (room == nullptr) {
             return true;
         }
-        const ssize_t size = read(device_.value(), room, longestFrame);
+        const ssize_t size = read(descriptor(), room, longestFrame);
         if (size >= 0) {
             const auto length = static_cast<std::uint32_t>(size);
             burst_.addWritten(
@@ -115,7 +138,7 @@ void TapPort::transmit(const Frame& frame) {
         return;
     }
     ssize_t size = -1;
-    while ((size = write(device_.value(), frame.bytes.data(), frame.bytes.size())) < 0 &&
+    while ((size = write(sendingFile(), frame.bytes.data(), frame.bytes.size())) < 0 &&
            errno == EINTR) {
         counts_.add(LiveEvent::interrupted);
     }
@@ -128,7 +151,9 @@ void TapPort::transmit(const Frame& frame) {
 
 void TapPort::carrierIs(bool isUp) noexcept {
     int carrier = isUp ? 1 : 0;
-    ioctl(device_.value(), TUNSETCARRIER, &carrier);
+    if (isOpen()) {
+        ioctl(sendingFile(), TUNSETCARRIER, &carrier);
+    }
 }
 
 // EBADFD: the device was deleted while its file is open.
