@@ -21,7 +21,9 @@ def config(router: str) -> str:
             own.append(f'"{one.address6}"')
         if topology.LOOPBACKS6 and i == 0:
             own.append(f'"{topology.LOOPBACKS6[router]}/128"')
-        text += (f"  - {{name: {one.name}, kind: packet, vrf: {one.vrf}, "
+        kind = (f"kind: dpdk, device: 'net_af_packet{i},iface={topology.wire(one)}'"
+                if router in topology.CARDS else "kind: packet")
+        text += (f"  - {{name: {one.name}, {kind}, vrf: {one.vrf}, "
                  f"addresses: [{', '.join(own)}]}}\n")
     if topology.circuit(router):
         text += f"  - {{name: {topology.circuit(router)}, kind: packet}}\n"

@@ -24,6 +24,8 @@ class Lab:
             topology.use_ipv6(self.network.has_ipv6_core)
         if self.network.name == "ldp" and network.kernel_has_vrfs():
             topology.add_vpn()
+        if self.network.name == "dpdk":
+            topology.use_cards("p")
         if self.network.name == "pseudowire":
             topology.add_lan()
         network.build()
@@ -34,6 +36,8 @@ class Lab:
             plane.start_agent()
         for plane in self.planes.values():
             plane.wait_for_agent()
+        for router in topology.CARDS:
+            network.address_cards(router)
         for router in topology.ROUTERS:
             self.daemons[router] = daemons.Daemons(router, self.directory, module,
                                                    self.network.configs(router))

@@ -83,15 +83,27 @@ def add_node(node: str) -> None:
 
 def add_link(link: topology.Link) -> None:
     one, other = link.ends
-    run("ip", "link", "add", one.name, "netns", one.node, "type", "veth",
-        "peer", "name", other.name, "netns", other.node)
+    run("ip", "link", "add", topology.wire(one), "netns", one.node, "type", "veth",
+        "peer", "name", topology.wire(other), "netns", other.node)
+    if any(end.node in topology.CARDS for end in link.ends):
+        for end in link.ends:  # devices of DPDK do not hear of checksums that are left to them
+            run_in(end.node, "ethtool", "-K", topology.wire(end), "tx", "off")
     for end in link.ends:
+        if end.node in topology.CARDS:
+            run("ip", "-n", end.node, "link", "set", topology.wire(end), "mtu", end.mtu, "up")
+            continue
         if end.vrf != "default":
             run("ip", "-n", end.node, "link", "set", end.name, "master", end.vrf)
         run("ip", "-n", end.node, "addr", "add", end.address, "dev", end.name)
         if topology.FAMILY == 6 and end.address6:
             run("ip", "-n", end.node, "addr", "add", end.address6, "dev", end.name)
         run("ip", "-n", end.node, "link", "set", end.name, "mtu", end.mtu, "up")
+
+
+def address_cards(router: str) -> None:
+    """What add_link() leaves to be done when the agent has made the interfaces."""
+    for one in topology.interfaces(router):
+        run("ip", "-n", router, "addr", "add", one.address, "dev", one.name)
 
 
 def add_circuit(host: str, router: str) -> None:

@@ -36,6 +36,9 @@ ALL = {network.name: network for network in (
             family=6, has_ipv6_core=True),
     Network("pseudowire", "OSPF and LDP, which signals a pseudowire between the edges", daemons.ldp,
             (*pseudowire_checks.ALL, checks.balances)),
+    Network("dpdk", "OSPF and LDP; P's agent drives its links by DPDK", daemons.ldp,
+            (checks.labels_on_the_wire, checks.label_counters, checks.tcp, checks.every_hop_answers,
+             checks.tables_equal, checks.balances)),
     Network("killed", "OSPF and LDP; P's agent is killed twenty times, its links go down with it",
             daemons.ldp, (checks.killed_and_restarted, checks.balances)),
 )}

@@ -58,6 +58,7 @@ EDGES = ("pe1", "pe2")
 FAMILY = 4  # of the hosts' addresses
 VPN_HOSTS = {"vpn1": "pe1", "vpn2": "pe2"}
 VRF, VRF_TABLE = "red", 10
+CARDS = ()  # routers whose ports are devices of DPDK; wire() is what they drive
 LAN_HOSTS = {}  # host: the router with its attachment circuit; empty without a pseudowire
 LAN = {"lan1": "198.51.100.1/24", "lan2": "198.51.100.2/24"}
 PSEUDOWIRE_ID = 100
@@ -95,6 +96,20 @@ def add_vpn() -> None:
 def add_lan() -> None:
     """From here on the hosts at both ends of the pseudowire stand in the lab, too."""
     LAN_HOSTS.update({"lan1": "pe1", "lan2": "pe2"})
+
+
+def use_cards(*routers: str) -> None:
+    """From here on these routers' agents drive their interfaces by DPDK."""
+    global CARDS, LINKS
+    CARDS = routers
+    # Their driver has room for no more.
+    LINKS = tuple(Link(tuple(dataclasses.replace(end, mtu=1500) for end in one.ends))
+                  if any(end.node in routers for end in one.ends) else one for one in LINKS)
+
+
+def wire(one: Interface) -> str:
+    """The end of the link: the interface itself, unless that is a TAP device of the agent."""
+    return f"{one.name}w" if one.node in CARDS else one.name
 
 
 def has_vpn() -> bool:

@@ -92,7 +92,7 @@ def capture(directory: pathlib.Path, node: str, toward: str):
     """Captures on an interface while the body runs; the path of the capture."""
     path = directory / f"{node}-to-{toward}.pcap"
     process = Process(node, directory, f"dumpcap-{node}-{toward}", "dumpcap", "-q", "-P",
-                      "-i", topology.interface(node, toward).name, "-w", path)
+                      "-i", topology.wire(topology.interface(node, toward)), "-w", path)
     wait_until("dumpcap captures", lambda: "File:" in process.err.read_text(), 10)
     try:
         yield path

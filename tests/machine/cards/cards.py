@@ -53,6 +53,8 @@ class Cards(unittest.TestCase):
     """In the order of their numbers, since a machine boots once."""
 
     def forwarded(self) -> None:
+        for name in ("west", "east"): # cards take seconds to have a link
+            until(f"the link of {name}", lambda name=name: pathlib.Path(f"/sys/class/net/{name}/carrier").read_text() == "1\n")
         counter = subprocess.Popen(["ip", "netns", "exec", "e", "python3", "-c", COUNT], stdout=subprocess.PIPE, text=True)
         self.addCleanup(counter.kill)
         self.assertEqual(counter.stdout.readline(), "ready\n")

@@ -101,8 +101,11 @@ std::size_t CardPort::receive(const BurstVisitor& visitor, std::size_t budget) {
     }
     if (received == 0 || ++turns_ % turnsPerLookAtHost == 0) {
         takeFromHost();
-        if (++looks_ % looksPerLookAtLink == 0 && card_->isLinkUp() != isLinkUp_) {
-            showLink();
+        if (++looks_ % looksPerLookAtLink == 0) {
+            host_.keepLikeness();
+            if (card_->isLinkUp() != isLinkUp_) {
+                showLink();
+            }
         }
     }
     return received;

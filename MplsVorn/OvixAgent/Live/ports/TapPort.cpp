@@ -73,6 +73,16 @@ void TapPort::open() {
     }
 }
 
+void TapPort::keepLikeness() noexcept {
+    try {
+        if (isOpen() && likeness_ && macOfInterface(name_) != likeness_->mac) {
+            setMacOfInterface(name_, likeness_->mac);
+        }
+    } catch (const std::system_error&) {
+        // It has just gone, which the next frame notices.
+    }
+}
+
 void TapPort::shut(std::string problem) {
     if (queues_ && !isQueue() && isOpen()) {
         queues_->device.valueIs(nullptr);

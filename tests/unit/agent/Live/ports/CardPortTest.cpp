@@ -178,6 +178,16 @@ TEST_F(CardPortTest, TheDeviceOfTheHostHasTheCardsMacMtuAndLink) {
     }
 }
 
+TEST_F(CardPortTest, TheDeviceKeepsTheCardsMacWhoeverChangesIt) {
+    port();
+    TestSupport::ip("link set west address 02:00:00:00:00:77");
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (OvixAgent::macOfInterface("west") != station && std::chrono::steady_clock::now() < end) {
+        received();
+    }
+    EXPECT_EQ(OvixAgent::macOfInterface("west"), station);
+}
+
 TEST_F(CardPortTest, LabelledAndIpFramesAreTheAgentsAndTheRestTheHosts) {
     const Bytes labelled = toLeft({ethMpls}, 1);
     const Bytes ip = toLeft({ethIpv4}, 2);
