@@ -30,7 +30,7 @@ def compile_module(directory: pathlib.Path) -> pathlib.Path:
 class Frr:
     """Daemons with their configuration, zebra first, started one by one."""
 
-    def __init__(self, node: str, directory: pathlib.Path, module: pathlib.Path,
+    def __init__(self, node: str, directory: pathlib.Path, module: pathlib.Path | None,
                  configs: dict[str, str]):
         self.node, self.module, self.names = node, module, tuple(configs)
         self.directory = directory / node / "frr"

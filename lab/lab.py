@@ -29,7 +29,7 @@ class Lab:
         if self.network.name == "pseudowire":
             topology.add_lan()
         network.build()
-        module = compile_module(self.directory)
+        module = None if network.kernel_has_mpls() else compile_module(self.directory)
         for router in topology.ROUTERS:
             plane = self.planes[router] = Dataplane(router, self.directory)
             plane.start_fpm()

@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Two hosts and four routers on one machine: FRR speaks OSPF and LDP, the agent forwards.
 
-Needs root, FRR 8.4, iproute2, ping, traceroute, iperf3, tshark and a C compiler; OVIX_BIN
-names the directory with ovix-agent, ovix-fpm and ovixctl. Prints PASS, FAIL or SKIP for each check;
+Needs root, FRR 8.4, iproute2, ping, traceroute, iperf3, tshark and, where the kernel has no MPLS, a C compiler; OVIX_BIN
+names the directory with ovix-agent, ovix-fpm and ovixctl; OVIX_LAB_PATIENCE is a factor for what is waited for. Prints PASS, FAIL or SKIP for each check;
 exits with 1 when one fails, with 0 otherwise. Everything lives in mount and process namespaces of its own, with
 shared memory of its own, and is gone when the first process ends, however that comes about.
 """
