@@ -1,164 +1,72 @@
 #include "EthernetCard.h"
 
 #include <algorithm>
-#include <cctype>
-#include <cerrno>
 #include <cstring>
-#include <filesystem>
-#include <rte_bus.h>
-#include <rte_dev.h>
 #include <rte_ethdev.h>
+#include <rte_lcore.h>
 #include <rte_mbuf.h>
 #include <rte_prefetch.h>
+#include <rte_ring.h>
 #include <utility>
+
+#include "Ovix/packet/FlowHash.h"
+#include "Wire/Ethernet.h"
 
 namespace OvixDpdk {
 
 namespace {
 
-constexpr std::uint16_t ringSize = OvixAgent::Card::queueFrames;
-/// What is received, lent and cached, beside what lies in the rings of the cards that send it.
-constexpr unsigned int buffers = 2 * ringSize;
 /// Bytes that are not lent are looked for in vain this often in each burst.
 constexpr unsigned int mostStrangers = 2;
-/// Ethernet with two tags and its check sequence.
-constexpr std::uint32_t beyondMtu = 26;
-
-static_assert(OvixAgent::frameHeadroom <= RTE_PKTMBUF_HEADROOM);
 
 /// Whose frames this thread has; of all cards that it serves, that which received last.
 thread_local EthernetCard* lender = nullptr;
 
-[[noreturn]] void fail(const std::string& device, const std::string& what, int error = 0) {
-    throw OvixAgent::CardError(
-        "device " + device + ": " + what +
-        (error == 0 ? "" : std::string(": ") + rte_strerror(std::abs(error))));
+/// A worker's thread, which DPDK then keeps buffers for, so that taking one is no atomic operation.
+class KnownThread {
+  public:
+    KnownThread() : isOurs_(rte_lcore_id() == LCORE_ID_ANY && rte_thread_register() == 0) {}
+    KnownThread(const KnownThread&) = delete;
+    KnownThread& operator=(const KnownThread&) = delete;
+    ~KnownThread() {
+        if (isOurs_) {
+            rte_thread_unregister();
+        }
+    }
+
+  private:
+    bool isOurs_;
+};
+
+Wire::Bytes bytesOf(const rte_mbuf& frame) noexcept {
+    return {rte_pktmbuf_mtod(&frame, const std::uint8_t*), frame.data_len};
 }
 
-std::string nameOf(const std::string& device) {
-    return device.substr(0, device.find(','));
-}
-
-bool isPciAddress(const std::string& name) {
-    return name.size() >= 7 && name.find(':') != std::string::npos &&
-           std::isxdigit(static_cast<unsigned char>(name[0])) != 0;
-}
-
-/// Before DPDK's own words for it, which name neither the driver nor what helps.
-void checkPciDevice(const std::string& device) {
-    const std::string name = nameOf(device);
-    if (!isPciAddress(name)) {
-        return;
-    }
-    const std::filesystem::path at = "/sys/bus/pci/devices/" + name;
-    std::error_code none;
-    if (!std::filesystem::exists(at, none)) {
-        fail(device, "there is no such PCI device; dpdk-devbind.py --status lists them");
-    }
-    const std::string driver = std::filesystem::read_symlink(at / "driver", none).filename();
-    const bool isShared = driver.starts_with("mlx"); // works beside the kernel's driver
-    if (driver != "vfio-pci" && driver != "uio_pci_generic" && driver != "igb_uio" && !isShared) {
-        fail(device, (driver.empty() ? "is bound to no driver"
-                                     : "is bound to the kernel's driver " + driver) +
-                         "; dpdk-devbind.py --bind=vfio-pci " + name + " gives it to DPDK");
-    }
-}
-
-std::uint16_t probe(const std::string& device) {
-    std::uint16_t port = 0;
-    const std::string name = nameOf(device);
-    if (rte_eth_dev_get_port_by_name(name.c_str(), &port) == 0) {
-        fail(device, "another port has it");
-    }
-    checkPciDevice(device);
-    if (const int error = rte_dev_probe(device.c_str()); error != 0) {
-        fail(device,
-             "cannot be opened, DPDK knows it as a PCI address or as a driver's name, such "
-             "as net_af_packet0,iface=eth0",
-             error);
-    }
-    if (rte_eth_dev_get_port_by_name(name.c_str(), &port) != 0) {
-        fail(device, "is no Ethernet device");
-    }
-    return port;
+bool isPlainIp(Wire::Bytes frame) noexcept {
+    const Wire::Ethernet ethernet(frame);
+    return ethernet && (ethernet.etherType() == Wire::EtherType::ipv4 ||
+                        ethernet.etherType() == Wire::EtherType::ipv6);
 }
 
 } // namespace
 
-EthernetCard::EthernetCard(const OvixAgent::CardOptions& options)
-    : device_(options.device), port_(probe(options.device)) {
-    std::uint16_t mtu = 0;
-    rte_eth_dev_get_mtu(port_, &mtu);
-    mtu_ = options.mtu == 0 ? mtu : options.mtu;
-    makeBuffers(options.cards);
-    start(options);
-    takeMac(options.mac);
-}
+EthernetCard::EthernetCard(std::shared_ptr<EthernetDevice> device)
+    : device_(std::move(device)), firstQueue_(device_->workers() == 0 ? 0 : UINT16_MAX),
+      sendQueue_(static_cast<std::uint16_t>(device_->workers())) {}
 
-void EthernetCard::makeBuffers(std::size_t cards) {
-    const auto room = static_cast<std::uint16_t>(std::min<std::uint32_t>(
-        std::max<std::uint32_t>(mtu_ + beyondMtu, RTE_MBUF_DEFAULT_DATAROOM) + RTE_PKTMBUF_HEADROOM,
-        UINT16_MAX));
-    const auto count = static_cast<unsigned int>(buffers + cards * ringSize - 1);
-    pool_ = rte_pktmbuf_pool_create(("ovix" + std::to_string(port_)).c_str(), count, 256, 0, room,
-                                    rte_eth_dev_socket_id(port_));
-    if (pool_ == nullptr) {
-        fail(device_, "no memory for frames; dpdk: eal: [-m, MEGABYTES] gives more", rte_errno);
-    }
-}
-
-void EthernetCard::start(const OvixAgent::CardOptions& options) {
-    rte_eth_conf config{};
-    config.rxmode.mtu = options.mtu; // 0: the driver's
-    std::uint16_t receives = ringSize;
-    std::uint16_t sends = ringSize;
-    int error = rte_eth_dev_configure(port_, 1, 1, &config);
-    if (options.mtu != 0) {
-        // Drivers without this have taken it with the configuration.
-        const int refused =
-            error != 0 ? error
-                       : rte_eth_dev_set_mtu(port_, static_cast<std::uint16_t>(options.mtu));
-        if (refused != 0 && refused != -ENOTSUP) {
-            fail(device_, "does not take mtu " + std::to_string(options.mtu), refused);
-        }
-    }
-    error = error != 0 ? error : rte_eth_dev_adjust_nb_rx_tx_desc(port_, &receives, &sends);
-    const auto near = static_cast<unsigned int>(rte_eth_dev_socket_id(port_));
-    error = error != 0 ? error : rte_eth_rx_queue_setup(port_, 0, receives, near, nullptr, pool_);
-    error = error != 0 ? error : rte_eth_tx_queue_setup(port_, 0, sends, near, nullptr);
-    error = error != 0 ? error : rte_eth_dev_start(port_);
-    if (error != 0) {
-        fail(device_, "cannot be started", error);
-    }
-    rte_eth_promiscuous_enable(port_);  // stations are checked by who takes the frames
-    rte_eth_allmulticast_enable(port_); // for devices without the other
-}
-
-void EthernetCard::takeMac(const Lumo::EthAddr& asked) {
-    rte_ether_addr own{};
-    if (asked != Lumo::EthAddr{}) {
-        // A card that cannot is promiscuous, and hears its frames all the same.
-        std::copy(asked.begin(), asked.end(), std::begin(own.addr_bytes));
-        rte_eth_dev_default_mac_addr_set(port_, &own);
-        mac_ = asked;
-        return;
-    }
-    rte_eth_macaddr_get(port_, &own);
-    std::copy(std::begin(own.addr_bytes), std::end(own.addr_bytes), mac_.begin());
-}
+EthernetCard::EthernetCard(std::shared_ptr<EthernetDevice> device, std::uint32_t worker)
+    : device_(std::move(device)), worker_(worker), firstQueue_(static_cast<std::uint16_t>(worker)),
+      queueStep_(static_cast<std::uint16_t>(device_->workers())),
+      sendQueue_(static_cast<std::uint16_t>(worker)) {}
 
 EthernetCard::~EthernetCard() {
     giveBack();
     flush();
     lender = lender == this ? nullptr : lender;
-    rte_eth_dev_stop(port_);
-    rte_eth_dev_close(port_);
-    rte_mempool_free(pool_);
 }
 
-bool EthernetCard::isLinkUp() {
-    rte_eth_link link{};
-    return rte_eth_link_get_nowait(port_, &link) == 0 && link.link_status == RTE_ETH_LINK_UP;
+std::unique_ptr<OvixAgent::Card> EthernetCard::forWorker(std::uint32_t worker) {
+    return worker < device_->workers() ? std::make_unique<EthernetCard>(device_, worker) : nullptr;
 }
 
 void EthernetCard::giveBack() {
@@ -172,18 +80,9 @@ std::size_t EthernetCard::receive(std::span<OvixAgent::WritableFrame> room) {
     giveBack();
     lender = this;
     std::array<rte_mbuf*, most> came{};
-    const auto asked = static_cast<std::uint16_t>(std::min(room.size(), most));
-    const std::size_t count = rte_eth_rx_burst(port_, 0, came.data(), asked);
-    for (std::size_t i = 0; i < count; ++i) {
-        rte_prefetch0(rte_pktmbuf_mtod(came[i], const void*));
-    }
+    const std::size_t count = take({came.data(), std::min(room.size(), most)});
     for (std::size_t i = 0; i < count; ++i) {
         rte_mbuf* const buffer = came[i];
-        if (buffer->nb_segs > 1 && rte_pktmbuf_linearize(buffer) != 0) [[unlikely]] {
-            rte_pktmbuf_free(buffer);
-            ++cutUp_;
-            continue;
-        }
         room[lentCount_] = {.bytes = rte_pktmbuf_mtod(buffer, std::uint8_t*),
                             .size = buffer->data_len,
                             .originalLength = buffer->data_len,
@@ -192,6 +91,84 @@ std::size_t EthernetCard::receive(std::span<OvixAgent::WritableFrame> room) {
         lent_[lentCount_++] = buffer;
     }
     return lentCount_;
+}
+
+/// What others have received for this worker has half of the room, so that neither waits.
+std::size_t EthernetCard::take(Buffers room) {
+    std::size_t count = 0;
+    if (worker_ != noWorker) {
+        thread_local const KnownThread known;
+        if (rte_ring* const handed = device_->handedTo(worker_); handed != nullptr) {
+            count = rte_ring_sc_dequeue_burst(handed, reinterpret_cast<void**>(room.data()),
+                                              static_cast<unsigned int>(room.size() / 2), nullptr);
+        }
+    }
+    for (std::uint32_t queue = firstQueue_; queue < device_->receiveQueues(); queue += queueStep_) {
+        count += takeFrom(static_cast<std::uint16_t>(queue), room.subspan(count));
+    }
+    return count;
+}
+
+std::size_t EthernetCard::takeFrom(std::uint16_t queue, Buffers room) {
+    const std::size_t came = rte_eth_rx_burst(device_->port(), queue, room.data(),
+                                              static_cast<std::uint16_t>(room.size()));
+    for (std::size_t i = 0; i < came; ++i) {
+        rte_prefetch0(rte_pktmbuf_mtod(room[i], const void*));
+    }
+    std::size_t whole = 0;
+    for (std::size_t i = 0; i < came; ++i) {
+        if (room[i]->nb_segs > 1 && rte_pktmbuf_linearize(room[i]) != 0) [[unlikely]] {
+            rte_pktmbuf_free(room[i]);
+            ++lost_;
+            continue;
+        }
+        room[whole++] = room[i];
+    }
+    const bool spreads = worker_ != noWorker && device_->handedTo(worker_) != nullptr;
+    return spreads ? keepOwn(room.first(whole)) : whole;
+}
+
+/// Moves this worker's frames to the front, and gives the others theirs, each in order.
+std::size_t EthernetCard::keepOwn(Buffers came) {
+    std::array<std::uint32_t, most> workers{};
+    std::array<rte_mbuf*, most> others{};
+    for (std::size_t i = 0; i < came.size(); ++i) {
+        workers[i] = workerOf(*came[i]);
+    }
+    for (std::uint32_t worker = 0; worker < device_->workers(); ++worker) {
+        std::size_t count = 0;
+        for (std::size_t i = 0; worker != worker_ && i < came.size(); ++i) {
+            if (workers[i] == worker) {
+                others[count++] = came[i];
+            }
+        }
+        hand(worker, {others.data(), count});
+    }
+    std::size_t own = 0;
+    for (std::size_t i = 0; i < came.size(); ++i) {
+        if (workers[i] == worker_) {
+            came[own++] = came[i];
+        }
+    }
+    return own;
+}
+
+void EthernetCard::hand(std::uint32_t worker, Buffers frames) {
+    const auto count = static_cast<unsigned int>(frames.size());
+    const unsigned int handed =
+        count == 0 ? 0
+                   : rte_ring_mp_enqueue_burst(device_->handedTo(worker),
+                                               reinterpret_cast<void* const*>(frames.data()), count,
+                                               nullptr);
+    rte_pktmbuf_free_bulk(frames.data() + handed, count - handed);
+    lost_ += count - handed;
+}
+
+std::uint32_t EthernetCard::workerOf(const rte_mbuf& frame) const noexcept {
+    const Wire::Bytes bytes = bytesOf(frame);
+    return device_->spreadsIp() && isPlainIp(bytes)
+               ? worker_
+               : Ovix::flowHash(Ovix::PktHdrType::eth, bytes) % device_->workers();
 }
 
 bool EthernetCard::queue(std::span<const std::uint8_t> bytes) {
@@ -241,7 +218,7 @@ rte_mbuf* EthernetCard::takeLent(std::span<const std::uint8_t> bytes) {
 }
 
 rte_mbuf* EthernetCard::copyOf(std::span<const std::uint8_t> bytes) {
-    rte_mbuf* const buffer = rte_pktmbuf_alloc(pool_);
+    rte_mbuf* const buffer = rte_pktmbuf_alloc(device_->pool(sendQueue_));
     char* const room = buffer == nullptr || bytes.size() > UINT16_MAX
                            ? nullptr
                            : rte_pktmbuf_append(buffer, static_cast<std::uint16_t>(bytes.size()));
@@ -271,7 +248,7 @@ OvixAgent::Card::Sent EthernetCard::flush() {
     // A driver may take fewer while its ring is tidied; what is refused twice has no room.
     for (int tries = 0; sent < count && tries < 2; ++tries) {
         sent = static_cast<std::uint16_t>(
-            sent + rte_eth_tx_burst(port_, 0, queued_.data() + sent,
+            sent + rte_eth_tx_burst(device_->port(), sendQueue_, queued_.data() + sent,
                                     static_cast<std::uint16_t>(count - sent)));
     }
     rte_pktmbuf_free_bulk(queued_.data() + sent, static_cast<unsigned int>(count - sent));
@@ -281,9 +258,7 @@ OvixAgent::Card::Sent EthernetCard::flush() {
 }
 
 std::uint64_t EthernetCard::missed() {
-    rte_eth_stats stats{};
-    return rte_eth_stats_get(port_, &stats) == 0 ? stats.imissed + stats.rx_nombuf + cutUp_
-                                                 : cutUp_;
+    return lost_ + (worker_ == noWorker ? device_->missed() : 0);
 }
 
 } // namespace OvixDpdk

@@ -5,5 +5,6 @@
 extern "C" [[gnu::visibility("default")]] OvixAgent::Card*
 ovixOpenCard(const OvixAgent::CardOptions& options) {
     OvixDpdk::startEal(options.eal);
-    return std::make_unique<OvixDpdk::EthernetCard>(options).release();
+    auto device = std::make_shared<OvixDpdk::EthernetDevice>(options);
+    return std::make_unique<OvixDpdk::EthernetCard>(std::move(device)).release();
 }

@@ -22,7 +22,6 @@ struct QueuedPort {
     /// Puts what comes to each queue into `came`, by queue, until `count` frames have come in all,
     /// and for a little longer.
     void receive(std::size_t count) {
-        came.resize(queues.size());
         using Clock = std::chrono::steady_clock;
         const auto end = Clock::now() + std::chrono::seconds(10);
         while (total() < count && Clock::now() < end) {
@@ -32,6 +31,7 @@ struct QueuedPort {
         look();
     }
     void look() {
+        came.resize(queues.size());
         for (std::size_t i = 0; i < queues.size(); ++i) {
             queues[i]->receive(each([&](const OvixAgent::Frame& frame) {
                                    came[i].emplace_back(frame.bytes.begin(), frame.bytes.end());

@@ -13,8 +13,8 @@
 
 namespace OvixAgent {
 
-/// A network card that this process drives itself, without the kernel. One thread uses it; nothing
-/// blocks.
+/// A network card that this process drives itself, without the kernel, or what one of several
+/// threads has of it. Nothing blocks.
 class Card {
   public:
     /// The most frames that wait to be received.
@@ -44,8 +44,13 @@ class Card {
     };
     virtual Sent flush() = 0;
 
-    /// Frames that have come while the card had no room for them, since it was opened.
+    /// Frames that have come while there was no room for them, since the card was opened: of this
+    /// thread, or what only the card knows of.
     virtual std::uint64_t missed() = 0;
+
+    /// For another thread, of a card that was opened for workers and does not receive then: one
+    /// that receives its share of the flows, all frames of each, and sends. Null for others.
+    virtual std::unique_ptr<Card> forWorker(std::uint32_t /*worker*/) { return nullptr; }
 };
 
 /// A device that cannot be used. The text says which, what is wrong and what helps.
@@ -60,6 +65,7 @@ struct CardOptions {
     std::size_t cards = 1;        ///< of all ports, by which the frames of this one may leave
     Lumo::EthAddr mac{};          ///< zeros: the card's own
     std::uint32_t mtu = 0;        ///< likewise
+    std::uint32_t workers = 0;    ///< threads that receive; 0: the one that has the card does
 };
 
 /// What a module of drivers exports as `ovixOpenCard`; the card is the caller's. Throws

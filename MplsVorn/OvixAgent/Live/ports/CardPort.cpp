@@ -66,26 +66,80 @@ Taker takerOf(Wire::Bytes frame, PacketIntake intake, bool routesIp) noexcept {
 
 } // namespace
 
-CardPort::CardPort(PortIndex index, const Port& port, std::unique_ptr<Card> card)
-    : index_(index), port_(&port), card_(std::move(card)),
-      host_(index, port.name, TapPort::Likeness{card_->mac(), card_->mtu()}) {
+// The device has no more than one queue: the host sends little, and any thread may write to it.
+CardPort::CardPort(PortIndex index, const Port& port, std::unique_ptr<Card> card,
+                   std::uint32_t queues)
+    : index_(index), port_(&port), card_(std::move(card)), receives_(queues == 0) {
+    auto device = std::make_unique<TapPort>(
+        index, port.name, TapPort::Likeness{card_->mac(), card_->mtu()}, queues > 0 ? 1 : 0);
+    device_ = device.get();
+    host_ = std::move(device);
+    hostQueue_ = host_->queue(0);
     showLink();
+}
+
+CardPort::CardPort(PortIndex index, std::unique_ptr<Card> card, std::unique_ptr<LivePort> host,
+                   std::shared_ptr<Shared> shared)
+    : index_(index), card_(std::move(card)), host_(std::move(host)), shared_(std::move(shared)) {}
+
+std::unique_ptr<LivePort> CardPort::queue(std::uint32_t number) {
+    std::unique_ptr<Card> card = receives_ ? nullptr : card_->forWorker(number);
+    if (!card) {
+        return nullptr;
+    }
+    constexpr std::uint32_t onlySends = 1;
+    return std::unique_ptr<LivePort>(
+        new CardPort(index_, std::move(card), host_->queue(onlySends), shared_));
 }
 
 bool CardPort::reopen() {
     const bool wasOpen = isOpen();
-    if (host_.reopen() && !wasOpen) {
+    if (host_->reopen() && !wasOpen) {
         showLink();
     }
     return isOpen();
 }
 
+void CardPort::intakeIs(PacketIntake intake) {
+    shared_->intake.store(intake, std::memory_order_relaxed);
+}
+
 void CardPort::showLink() {
-    isLinkUp_ = card_->isLinkUp();
-    host_.carrierIs(isLinkUp_);
+    if (device_ != nullptr) {
+        isLinkUp_ = card_->isLinkUp();
+        device_->carrierIs(isLinkUp_);
+    }
+}
+
+void CardPort::lookAtDevice() {
+    device_->keepLikeness();
+    if (card_->isLinkUp() != isLinkUp_) {
+        showLink();
+    }
 }
 
 std::size_t CardPort::receive(const BurstVisitor& visitor, std::size_t budget) {
+    if (device_ == nullptr) {
+        host_->receive(visitor, 0); // it may have changed
+        return takeFromCard(visitor, budget);
+    }
+    shared_->routesIp.store(port_->routesIp, std::memory_order_relaxed);
+    if (!receives_) {
+        takeFromHost();
+        lookAtDevice();
+        return 0;
+    }
+    const std::size_t received = takeFromCard(visitor, budget);
+    if (received == 0 || ++turns_ % turnsPerLookAtHost == 0) {
+        takeFromHost();
+        if (++looks_ % looksPerLookAtLink == 0) {
+            lookAtDevice();
+        }
+    }
+    return received;
+}
+
+std::size_t CardPort::takeFromCard(const BurstVisitor& visitor, std::size_t budget) {
     std::array<WritableFrame, burstFrames> room;
     std::size_t received = 0;
     for (bool hasMore = true; hasMore && received < budget;) {
@@ -99,28 +153,21 @@ std::size_t CardPort::receive(const BurstVisitor& visitor, std::size_t budget) {
             visitor({room.data(), own});
         }
     }
-    if (received == 0 || ++turns_ % turnsPerLookAtHost == 0) {
-        takeFromHost();
-        if (++looks_ % looksPerLookAtLink == 0) {
-            host_.keepLikeness();
-            if (card_->isLinkUp() != isLinkUp_) {
-                showLink();
-            }
-        }
-    }
     return received;
 }
 
 /// Moves what is for the agent to the front, in order, and gives the host what is for it.
 std::size_t CardPort::sort(std::span<WritableFrame> came) {
     const CaptureTime time = timeNow();
+    const PacketIntake intake = shared_->intake.load(std::memory_order_relaxed);
+    const bool routesIp = shared_->routesIp.load(std::memory_order_relaxed);
     std::size_t own = 0;
     for (WritableFrame& frame : came) {
         frame.port = index_;
         frame.time = time;
-        const Taker taker = takerOf({frame.bytes, frame.size}, intake_, port_->routesIp);
+        const Taker taker = takerOf({frame.bytes, frame.size}, intake, routesIp);
         if (taker.host) {
-            host_.transmit(frame.frame());
+            host_->transmit(frame.frame());
         }
         if (taker.agent) {
             came[own++] = frame;
@@ -130,7 +177,7 @@ std::size_t CardPort::sort(std::span<WritableFrame> came) {
 }
 
 void CardPort::takeFromHost() {
-    host_.receive(
+    fromHost().receive(
         [this](std::span<WritableFrame> burst) {
             for (const WritableFrame& frame : burst) {
                 transmit(frame.frame());

@@ -32,7 +32,8 @@ struct Wire {
     std::size_t room = 1000; ///< frames that the card takes for sending
     std::uint64_t missed = 0;
     bool isLinkUp = true;
-    std::size_t lent = 0; ///< frames whose bytes were given up when they were sent
+    std::size_t lent = 0;         ///< frames whose bytes were given up when they were sent
+    std::vector<Wire*> workers{}; ///< what each of them has of the card
 };
 
 class MadeUpCard final : public OvixAgent::Card {
@@ -85,6 +86,12 @@ class MadeUpCard final : public OvixAgent::Card {
         return {count, 0};
     }
 
+    std::unique_ptr<OvixAgent::Card> forWorker(std::uint32_t worker) override {
+        return worker < wire_->workers.size()
+                   ? std::make_unique<MadeUpCard>(*wire_->workers[worker])
+                   : nullptr;
+    }
+
   private:
     Wire* wire_;
     std::vector<Bytes> lent_;
@@ -107,7 +114,8 @@ class CardPortTest : public TestSupport::OwnNetwork {
             table_ =
                 std::make_unique<OvixAgent::PortTable>(std::vector<OvixAgent::PortConfig>{config_});
             port_ = std::make_unique<CardPort>(0, table_->ports()[0],
-                                               std::make_unique<MadeUpCard>(wire_));
+                                               std::make_unique<MadeUpCard>(wire_),
+                                               static_cast<std::uint32_t>(wire_.workers.size()));
             // The stack speaks IPv6 on a device that is up unless it is told not to.
             TestSupport::ip("link set west down addrgenmode none && ip link set west up");
             stack_ = std::make_unique<PacketPort>(0, "west", PacketIntake::everything);
@@ -285,6 +293,53 @@ TEST_F(CardPortTest, BurstsGiveTheirBytesUpAndSingleFramesAreCopied) {
     EXPECT_EQ(wire_.lent, 3U);
     EXPECT_EQ(wire_.fromCard, std::vector<Bytes>(3, bytes));
     EXPECT_EQ(port().counts().of(LiveEvent::noBuffers), 1U);
+}
+
+TEST_F(CardPortTest, WorkersReceiveAndSendByTheCardAndAllGiveTheHostItsFrames) {
+    std::array<Wire, 2> wires;
+    wire_.workers = {&wires[0], &wires[1]};
+    EXPECT_FALSE(port().isPolled());
+    std::array<std::unique_ptr<OvixAgent::LivePort>, 2> queues{port().queue(0), port().queue(1)};
+    EXPECT_EQ(port().queue(2), nullptr);
+    wire_.toCard = {toLeft({ethMpls}, 99)};
+    EXPECT_TRUE(received().empty()) << "the object that has the device has taken frames";
+    for (std::uint32_t i = 0; i < 2; ++i) {
+        ASSERT_TRUE(queues[i]->isPolled());
+        const Bytes own = toLeft({ethIpv4}, i);
+        const Bytes arp = toLeft({ethArp}, i);
+        wires[i].toCard = {own, arp};
+        std::vector<Bytes> got;
+        queues[i]->receive(each([&](const OvixAgent::Frame& frame) {
+                               got.emplace_back(frame.bytes.begin(), frame.bytes.end());
+                           }),
+                           64);
+        EXPECT_EQ(got, std::vector<Bytes>{own});
+        EXPECT_EQ(receiveUpTo(*stack_, arp), std::vector<Bytes>{arp});
+        send(*queues[i], toRight({ethMpls}, i));
+        EXPECT_EQ(wires[i].fromCard, std::vector<Bytes>{toRight({ethMpls}, i)});
+        EXPECT_EQ(queues[i]->counts().of(LiveEvent::sent), 1U);
+    }
+    port().intakeIs(PacketIntake::everything);
+    wires[0].toCard = {toLeft({ethArp}, 5)};
+    std::size_t circuits = 0;
+    queues[0]->receive(each([&](const auto&) { ++circuits; }), 64);
+    EXPECT_EQ(circuits, 1U);
+}
+
+TEST_F(CardPortTest, WithWorkersWhatTheHostSendsLeavesByTheObjectThatHasTheDevice) {
+    Wire wire;
+    wire_.workers = {&wire};
+    port();
+    const Bytes sent = toRight({ethArp}, 6);
+    send(*stack_, sent);
+    EXPECT_TRUE(TestSupport::pollUntil([&] { return port().descriptor(); }, [&] { received(); },
+                                       [&] {
+                                           port().flush();
+                                           return !wire_.fromCard.empty() &&
+                                                  wire_.fromCard.back() == sent;
+                                       }));
+    wire_.isLinkUp = false;
+    EXPECT_TRUE(becomes(false));
 }
 
 } // namespace CardPortTest
