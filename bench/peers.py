@@ -81,7 +81,8 @@ class Peer:
             ["dpdk-testpmd", "-l", f"{main},{worker}", "--main-lcore", str(main), "--no-huge", "-m", "256", "--no-shconf",
              "--no-telemetry", "--no-pci", "-d", FRAMES, "--vdev", f"net_null0,size={size}", "--vdev",
              f"net_null1,size={size},no-rx=1", "--", "--forward-mode=macswap", "--nb-cores=1", "--burst=64",
-             "--total-num-mbufs=4095", "--stats-period=1"], env=environment(labels, size), stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+             "--total-num-mbufs=4095", "--stats-period=1"],
+            env=environment(labels, size), stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
             stdin=subprocess.DEVNULL, text=True)
 
     def received(self) -> int:
