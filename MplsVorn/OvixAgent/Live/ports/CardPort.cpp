@@ -41,6 +41,9 @@ Taker takerOf(Wire::Bytes frame, PacketIntake intake, bool routesIp) noexcept {
     if (!ethernet || intake == PacketIntake::everything) {
         return agentOnly; // which counts what is too short
     }
+    if (Wire::EtherType::isMpls(ethernet.etherType())) {
+        return agentOnly;
+    }
     const bool isTagged = Wire::EtherType::isTag(ethernet.etherType());
     if (isTagged && intake == PacketIntake::taggedToAny) {
         return agentOnly;
