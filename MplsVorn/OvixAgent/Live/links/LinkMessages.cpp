@@ -74,8 +74,10 @@ int takeNeighbourAttribute(const nlattr* attribute, void* to) {
     return MNL_CB_OK;
 }
 
+/// What the kernel maps without asking, groups above all (224.0.0.0/4, ff00::/8, broadcasts), is no
+/// neighbour: nobody is there to send a frame to.
 Reach readReach(std::uint16_t state) {
-    if ((state & (NUD_PERMANENT | NUD_NOARP | NUD_REACHABLE | NUD_DELAY | NUD_PROBE)) != 0) {
+    if ((state & (NUD_PERMANENT | NUD_REACHABLE | NUD_DELAY | NUD_PROBE)) != 0) {
         return Reach::confirmed;
     }
     if ((state & NUD_STALE) != 0) {

@@ -102,6 +102,7 @@ TEST(LinkMessages, AMacIsUsableWhileConfirmedOrStale) {
         {NUD_DELAY, Reach::confirmed, true},     {NUD_PROBE, Reach::confirmed, true},
         {NUD_STALE, Reach::stale, true},         {NUD_INCOMPLETE, Reach::asked, false},
         {NUD_FAILED, Reach::failed, false},      {NUD_NONE, Reach::unknown, false},
+        {NUD_NOARP, Reach::unknown, false}, // groups: the kernel asks nobody for them
     };
     const std::uint8_t address[4]{192, 0, 2, 1};
     for (const Case& each : cases) {
