@@ -1,6 +1,7 @@
 """A live agent is explained while it runs, and the changes that are shown are pasted."""
 
 import json
+import pathlib
 import shlex
 import subprocess
 import unittest
@@ -23,9 +24,18 @@ class ExplainLiveTest(LiveTest):
         self.assertIn(told["verdict"]["reason"], reasons)
         self.assertEqual(told["change"]["commands"], commands)
         for command in commands:
-            subprocess.run(["ip", "netns", "exec", self.router, *shlex.split(command)], check=True)
+            path = f"PATH={shlex.quote(str(pathlib.Path(CTL).parent))}:$PATH"
+            subprocess.run(["ip", "netns", "exec", self.router, "sh", "-ec", f"{path}; {command}"], check=True)
         self.until(lambda: self.explain(frame)["verdict"]["fate"] == "forwarded")
         self.assertEqual(self.explain(frame)["verdict"], told["change"]["then"])
+
+    def expect_no_groups_among_neighbours(self) -> None:
+        """The kernel has entries for the groups that it sends to itself, as for RFC 4861 and RFC 3810."""
+        kernel = subprocess.run(["ip", "-n", self.router, "neigh", "show", "nud", "noarp"], check=True,
+                                capture_output=True, text=True).stdout
+        self.assertIn("33:33:", kernel)
+        for neighbour in ask(self.path, "neighbours")["neighbours"]:
+            self.assertNotRegex(neighbour["address"], "^(ff|22[4-9]|23)", neighbour)
 
     def test_each_change_that_is_shown_has_the_frame_forwarded(self):
         process = self.start("""neighbours:
@@ -47,6 +57,13 @@ class ExplainLiveTest(LiveTest):
         self.until(lambda: ask(self.path, "ports")["ports"][1]["mtu"] == 1000)
         self.expect_repaired("label 100, ip 10.1.1.1 > 10.9.0.1 size 1400 df", {"MTU exceeded"},
                              ["ip link set dev east mtu 1404"])
+        self.ctl("lfib", "add", "103", "as", "203", "via", "inet", "10.0.2.3", "dev", "east", "mtu", "100")
+        show = f"ovixctl --tables {self.tables} lfib show transit 103"
+        self.expect_repaired("label 103, ip 10.1.1.1 > 10.9.0.1 size 300 df", {"MTU exceeded"}, [
+            f"ovixctl --tables {self.tables} lfib replace $({show} | sed -n '/^#/!s/ mtu [0-9]*//gp')"])
+        self.expect_no_groups_among_neighbours()
+        self.expect_repaired("label 5000", {"No labels resolved to via sets, and nexthop not resolved"}, [
+            f"ovixctl --tables {self.tables} lfib add 5000 as 5000 via inet 10.0.2.3 dev east"])
         subprocess.run(["ip", "-n", self.router, "link", "set", "east", "down"], check=True)
         self.until(lambda: ask(self.path, "ports")["ports"][1]["state"] != "up")
         self.expect_repaired("label 102", {"Egress port is down"}, ["ip link set dev east up"])

@@ -22,6 +22,15 @@ std::optional<Walk> tried(const Remedy& remedy) {
     }
 }
 
+/// Whether the frame comes further, or its packet may be larger.
+bool isNearer(const Walk& after, const Walk& before) {
+    const auto mtu = [](const Walk& walk) {
+        const Ovix::RoadNote* const note = walk.last("mtu");
+        return note != nullptr ? *note->value("mtu") : std::string();
+    };
+    return after.reason != before.reason || mtu(after) != mtu(before);
+}
+
 void add(NearestChange& change, const Remedy& remedy) {
     change.commands.push_back(remedy.command);
     if (!remedy.note.empty()) {
@@ -48,7 +57,7 @@ std::optional<NearestChange> nearestChange(const Situation& situation, const Giv
                 change.after = *after;
                 return change;
             }
-            if (after && !further && after->reason != reached.reason) {
+            if (after && !further && isNearer(*after, reached)) {
                 further = std::move(remedy);
                 furtherWalk = *after;
             }

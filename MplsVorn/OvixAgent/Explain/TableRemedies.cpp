@@ -1,5 +1,6 @@
 #include "Explain/TableRemedies.h"
 
+#include <algorithm>
 #include <charconv>
 #include <fmt/format.h>
 
@@ -138,6 +139,36 @@ Tessel::Result<void> liftMtus(std::vector<Mpls::WeightedVia>& vias) {
     return {};
 }
 
+/// Whether the label's hardware route is made from its route in the transit LFIB: a change of the
+/// latter changes both.
+bool isDerived(const Situation& situation, Lumo::MplsLabel label) {
+    if (situation.tables) {
+        const Mpls::PublishedTables now(situation.tables->reader());
+        return now.hardware()->route(Mpls::RouteKey::fromLabel(label)).derived;
+    }
+    const auto& routes = situation.config.hardware.routes;
+    return std::none_of(routes.begin(), routes.end(), [&](const auto& route) {
+        return route.value.routeKey.topLabel() == label;
+    });
+}
+
+/// Puts an entry into its place again without the MTUs. Several owners may have a route; one is
+/// forwarded by, and the others are shown as comments.
+std::string withoutMtuCommand(const Situation& situation, const Asked& asked, bool isAdjacency,
+                              std::uint32_t length) {
+    if (!situation.tables) {
+        const std::string place =
+            isAdjacency ? fmt::format("adjacency {} in hardware", asked.adjacency)
+                        : fmt::format("label {} in lfib.{}", asked.label.value(), asked.table);
+        return fmt::format("# in {}, of the via of {}\nmtu: {}", yamlWord(situation.file), place,
+                           length);
+    }
+    const std::string entry = isAdjacency ? fmt::format("adjacency {}", asked.adjacency)
+                                          : fmt::format("{} {}", asked.table, asked.label.value());
+    return ctlCommand(situation, fmt::format("lfib replace $({} | sed -n '/^#/!s/ mtu [0-9]*//gp')",
+                                             ctlCommand(situation, "lfib show " + entry)));
+}
+
 /// The label's route with vias that have no MTU of their own.
 Tessel::Result<void> liftRouteMtus(Mpls::TablePublisher& tables, const Asked& asked) {
     const auto table = *Tessel::valueOf<Mpls::TableId>(asked.table);
@@ -193,11 +224,16 @@ std::vector<Remedy> tableRemedies(const Situation& situation, const GivenFrame& 
 
 std::vector<Remedy> withoutViaMtu(const Situation& situation, const GivenFrame& frame,
                                   const Walk& walk, std::uint32_t length) {
-    const std::optional<Asked> asked = lastAsked(walk);
+    std::optional<Asked> asked = lastAsked(walk);
     if (!asked || (asked->found != "yes" && asked->found != "backups")) {
         return {};
     }
-    const bool isAdjacency = asked->table == "hardware";
+    const bool isHardware = asked->table == Tessel::wordOf(Mpls::TableId::hardwareRoutes);
+    if (isHardware && isDerived(situation, asked->label)) {
+        asked->table = Tessel::wordOf(Mpls::TableId::transitLfib);
+    }
+    const bool isAdjacency =
+        isHardware && asked->table == Tessel::wordOf(Mpls::TableId::hardwareRoutes);
     Remedy remedy{
         {}, "the path takes no larger packets: see its other links first", situation, frame};
     remedy.situation.changes.emplace_back(
@@ -205,10 +241,7 @@ std::vector<Remedy> withoutViaMtu(const Situation& situation, const GivenFrame& 
             return isAdjacency ? liftAdjacencyMtus(tables, asked.adjacency)
                                : liftRouteMtus(tables, asked);
         });
-    remedy.command = fmt::format("# the via's own mtu, in {} of label {}: none, or at least {}",
-                                 isAdjacency ? fmt::format("adjacency {}", asked->adjacency)
-                                             : "table " + asked->table,
-                                 asked->label.value(), length);
+    remedy.command = withoutMtuCommand(situation, *asked, isAdjacency, length);
     return {remedy};
 }
 

@@ -178,7 +178,7 @@ fecs:
   - {id: 42, vias: [{interface: east, nexthop: 10.0.2.2}]}
 )");
     EXPECT_EQ(commandFor(situation, "label 100, ip 10.1.1.1 > 10.9.0.1 size 100 df"),
-              "# the via's own mtu, in table decap of label 100: none, or at least 100");
+              "# in agent.yaml, of the via of label 100 in lfib.decap\nmtu: 100");
     situation.config.fecs.clear();
     EXPECT_EQ(commandFor(situation, "label 101"),
               "# in agent.yaml, below fecs:\n  - {id: 42, vias: [{interface: east, nexthop: "
@@ -189,6 +189,31 @@ fecs:
               "# in agent.yaml, of port west\nreverse-path: off");
     EXPECT_EQ(commandFor(situation, "ip 10.0.2.9 > 10.0.2.2"),
               "# in agent.yaml, of port west\nreverse-path: loose");
+}
+
+/// What forwards by a route of the transit LFIB is the adjacency that was made from it.
+TEST(NearestChanges, TransitViasWithAnMtuAndPortsWithASmallerOneHaveBoth) {
+    Situation situation = situationOf(R"(
+lfib:
+  transit:
+    - {label: 100, via: {interface: east, nexthop: 10.0.2.2, action: swap, labels: [200], mtu: 90}}
+hardware:
+  routes: [{label: 101, adjacency: 7}]
+  adjacencies:
+    - {id: 7, vias: [{interface: east, nexthop: 10.0.2.2, action: swap, labels: [200], mtu: 90}]}
+)");
+    const std::string behind = ", ip 10.1.1.1 > 10.9.0.1 size 100 df";
+    EXPECT_EQ(commandFor(situation, "label 100" + behind),
+              "# in agent.yaml, of the via of label 100 in lfib.transit\nmtu: 104");
+    EXPECT_EQ(commandFor(situation, "label 101" + behind),
+              "# in agent.yaml, of the via of adjacency 7 in hardware\nmtu: 104");
+    for (const std::uint32_t portMtu : {80U, 95U}) {
+        situation.config.ports[1].mtu = portMtu;
+        const Explanation explanation = explained(situation, "label 100" + behind);
+        ASSERT_TRUE(explanation.change) << portMtu;
+        EXPECT_EQ(explanation.change->commands.size(), 2U);
+        EXPECT_TRUE(explanation.change->after.isForwarded());
+    }
 }
 
 TEST(NearestChanges, AVlanGetsASubInterface) {
