@@ -1,6 +1,7 @@
 #include "Live/links/LinkSync.h"
 
 #include <cassert>
+#include <system_error>
 
 namespace OvixAgent {
 
@@ -9,8 +10,7 @@ LinkSync::LinkSync(const AgentConfig& config, ForwardingTables& forwarding,
     : forwarding_(&forwarding), interfaces_(std::move(interfaces)), ports_(&ports),
       monitor_(events()) {
     for (const PortConfig& port : config.ports) {
-        ofPort_.push_back(
-            {0, port.parent, port.mac != Lumo::EthAddr{}, port.mtu != PortConfig().mtu});
+        ofPort_.push_back({0, port.parent, port.mac, port.mtu != PortConfig().mtu});
         ofPort_.back().isParentUp = !port.isSubInterface();
         interfaces_->intfStatusIs(Lumo::IntfId(port.name), false);
     }
@@ -61,9 +61,7 @@ void LinkSync::findAnother(PortIndex port) {
 void LinkSync::takeOver(PortIndex index, const LinkState& link) {
     OfPort& own = ofPort_[index];
     const bool isMtuGreater = link.mtu > forwarding_->ports.ports()[index].mtu;
-    if (!own.ownMac) {
-        forwarding_->ports.macIs(index, link.mac);
-    }
+    forwarding_->ports.macIs(index, macOf(own, link));
     if (!own.ownMtu) {
         forwarding_->ports.mtuIs(index, link.mtu);
     }
@@ -76,10 +74,25 @@ void LinkSync::takeOver(PortIndex index, const LinkState& link) {
     upIs(index, link.isUp());
 }
 
+/// An interface gets the MAC of its port once: the kernel takes frames for its own address, and
+/// answers ARP with that. What somebody else changes later is so.
+Lumo::EthAddr LinkSync::macOf(const OfPort& own, const LinkState& link) {
+    if (own.mac == Lumo::EthAddr{} || own.mac == link.mac || own.link == link.index) {
+        return link.mac;
+    }
+    try {
+        setMacOfInterface(link.name, own.mac);
+        return own.mac;
+    } catch (const std::system_error& refused) {
+        ports_->tell(link.name + ": " + refused.what() + "; it keeps its own");
+        return link.mac;
+    }
+}
+
 void LinkSync::takeOverFromParent(PortIndex index, const LinkState& link) {
     OfPort& own = ofPort_[index];
     own.isParentUp = link.isUp();
-    if (own.link == 0 && !own.ownMac) {
+    if (own.link == 0) {
         forwarding_->ports.macIs(index, link.mac);
     }
     if (own.link == 0 && !own.ownMtu) {

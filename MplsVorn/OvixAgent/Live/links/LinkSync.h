@@ -46,7 +46,7 @@ class LinkSync {
     struct OfPort {
         std::uint32_t link = 0; ///< index of the interface; 0: none
         PortIndex parent = noPort;
-        bool ownMac = false;     ///< configured
+        Lumo::EthAddr mac{};     ///< configured; zeros: the interface's own
         bool ownMtu = false;     ///< configured
         bool isEnabled = true;   ///< by the configuration
         bool isLinkUp = false;   ///< by the kernel
@@ -57,6 +57,7 @@ class LinkSync {
     LinkEvents events();
     void linkIs(const LinkState& link);
     void takeOver(PortIndex port, const LinkState& link);
+    Lumo::EthAddr macOf(const OfPort& own, const LinkState& link);
     void takeOverFromParent(PortIndex port, const LinkState& link);
     void linkDel(const LinkState& link);
     bool isOf(PortIndex port, const LinkState& link) const;

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
 #include "Live/ports/CardPort.h"
 #include "Live/ports/InterfaceClaim.h"
@@ -172,7 +173,7 @@ std::vector<std::string> LivePorts::problems() const {
 }
 
 std::vector<std::string> LivePorts::news() {
-    std::vector<std::string> all;
+    std::vector<std::string> all = std::exchange(told_, {});
     const auto report = [&](std::string& reported, const LivePort& port) {
         if (reported != port.problem()) {
             reported = port.problem();

@@ -48,6 +48,8 @@ class LivePorts {
     std::vector<std::string> problems() const;
     /// Problems and warnings since the last call, and ports that are open again.
     std::vector<std::string> news();
+    /// What else the next news() has.
+    void tell(std::string line) { told_.push_back(std::move(line)); }
 
     /// Counts of events other than received and sent, as "PORT: EVENT".
     std::vector<std::pair<std::string, std::uint64_t>> events() const;
@@ -61,6 +63,7 @@ class LivePorts {
     bool isPolled_ = false;
     std::vector<std::string> reported_; ///< the problem of each port at the last news()
     std::vector<std::string> warned_;   ///< likewise its warning
+    std::vector<std::string> told_;
 };
 
 } // namespace OvixAgent

@@ -1,5 +1,7 @@
 #include "Live/links/LinkSync.h"
 
+#include <algorithm>
+
 #include "ConfigTesting.h"
 #include "Live/ports/PacketPort.h"
 #include "LiveTesting.h"
@@ -26,6 +28,11 @@ ports:
   - {name: vlan, parent: left, vlan: 10}
 )",
                           "test.yaml");
+        begin();
+    }
+    void begin() {
+        links.reset();
+        ports.reset();
         tables.emplace(config);
         ports.emplace(config, tables->ports);
         links.emplace(config, *tables, interfaces, *ports);
@@ -94,6 +101,30 @@ TEST_F(LinkSyncTest, AnotherInterfaceOfTheNameTakesOverWhenTheFirstHasGone) {
     ASSERT_TRUE(soon([&] { return tables->ports.ports()[0].mtu == 1400; }));
     EXPECT_TRUE(isUp(0));
     EXPECT_EQ(tables->ports.ports()[0].mac, (Lumo::EthAddr{2, 0, 0, 0, 0, 10}));
+}
+
+/// The kernel takes frames for the MAC of the interface, and answers ARP with it.
+TEST_F(LinkSyncTest, AnInterfaceHasTheMacOfItsPort) {
+    const Lumo::EthAddr configured{2, 0, 0, 0, 0x77, 1};
+    config.ports[0].mac = configured;
+    begin();
+    EXPECT_EQ(macOfInterface("left"), configured);
+    EXPECT_EQ(tables->ports.ports()[0].mac, configured);
+    ip("link set left address 02:00:00:00:77:02");
+    const Lumo::EthAddr other{2, 0, 0, 0, 0x77, 2};
+    EXPECT_TRUE(soon([&] { return tables->ports.ports()[0].mac == other; }));
+    EXPECT_EQ(macOfInterface("left"), other);
+}
+
+TEST_F(LinkSyncTest, AMacThatTheKernelRefusesIsNotThatOfThePort) {
+    const Lumo::EthAddr before = macOfInterface("left");
+    config.ports[0].mac = {1, 0, 0, 0, 0, 1}; // of a group
+    begin();
+    EXPECT_EQ(tables->ports.ports()[0].mac, before);
+    const std::vector<std::string> news = ports->news();
+    EXPECT_TRUE(std::any_of(news.begin(), news.end(), [](const std::string& line) {
+        return line.starts_with("left: setting the interface's MAC: ");
+    }));
 }
 
 TEST_F(LinkSyncTest, ALinkThatIsDownIsNoticedBeforeTheKernelReportsIt) {
