@@ -120,12 +120,18 @@ std::string lockOf(const std::string& name) {
     return name + ":lock"; // no tables have such a name
 }
 
+/// $OVIX_TABLES_DIR: no other directory is then looked at. Null when none is chosen.
+const char* chosenDirectory() {
+    const char* const chosen = secure_getenv("OVIX_TABLES_DIR");
+    return chosen != nullptr && *chosen != '\0' ? chosen : nullptr;
+}
+
 /// The directory to write these tables in: the system's, where they are and this user may see
 /// them, unless there are own ones.
 std::string directoryToWrite(const std::string& name) {
     const std::string own = TableFiles::directory();
     const std::string ofSystem = std::string(ofRoot) + "/" + name;
-    const bool areSystems = secure_getenv("OVIX_TABLES_DIR") == nullptr &&
+    const bool areSystems = chosenDirectory() == nullptr &&
                             access((own + "/" + name).c_str(), F_OK) != 0 &&
                             access(ofSystem.c_str(), F_OK) == 0;
     return areSystems ? ofRoot : own;
@@ -222,8 +228,7 @@ FileDescriptor lockIn(const Directory& directory, const std::string& name,
 } // namespace
 
 std::string TableFiles::directory() {
-    if (const char* chosen = secure_getenv("OVIX_TABLES_DIR");
-        chosen != nullptr && *chosen != '\0') {
+    if (const char* const chosen = chosenDirectory()) {
         return chosen;
     }
     return geteuid() == 0 ? ofRoot : ofRoot + ("-" + std::to_string(geteuid()));
@@ -233,7 +238,8 @@ FileDescriptor TableFiles::openForReading(const std::string& name) {
     try {
         return Directory(name, directory(), false).tables(O_RDONLY);
     } catch (const std::system_error& absent) {
-        if (absent.code() != std::errc::no_such_file_or_directory || directory() == ofRoot) {
+        if (absent.code() != std::errc::no_such_file_or_directory || chosenDirectory() != nullptr ||
+            directory() == ofRoot) {
             throw;
         }
     }

@@ -21,8 +21,8 @@ namespace TableFiles {
 /// That of $OVIX_TABLES_DIR; else /dev/shm/ovix for root, and /dev/shm/ovix-UID for other users.
 std::string directory();
 
-/// Those of the directory; of another user than root, who has none of that name, those of the
-/// system. The same holds for writing.
+/// Those of the directory; of another user than root, who has none of that name and has chosen no
+/// directory, those of the system. The same holds for writing.
 Posix::FileDescriptor openForReading(const std::string& name);
 
 struct Writing {

@@ -158,6 +158,13 @@ TEST_F(TableFilesTest, AUserWithoutTablesReadsThoseOfRoot) {
     EXPECT_EQ(WEXITSTATUS(user.wait()), 7);
 }
 
+TEST_F(TableFilesTest, ADirectoryThatIsChosenIsTheOnlyOne) {
+    const auto said = [] { return refusal([] { TableFiles::openForReading("lab"); }); };
+    EXPECT_NE(said().find("cannot open " + directory), std::string::npos) << said();
+    TableFiles::openForWriting("another");
+    EXPECT_NE(said().find("cannot open " + file()), std::string::npos) << said();
+}
+
 TEST_F(TableFilesTest, AFullFileSystemIsAnErrorForBothSides) {
     if (!isRoot()) {
         GTEST_SKIP() << "needs root";
