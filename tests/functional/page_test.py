@@ -153,6 +153,8 @@ class InABrowser(PageTest):
         browser.screenshot(pathlib.Path(self.directory / "page.png"))
         self.assertGreater((self.directory / "page.png").stat().st_size, 10000)
         self.expect_room_for_a_hundred_ports(browser)
+        self.expect_shares_of_the_labels_of_now(browser)
+        self.expect_that_those_who_answer_are_not_missed(browser)
         self.assertEqual(browser.complaints, [])
         self.stop(process)
 
@@ -168,6 +170,23 @@ class InABrowser(PageTest):
             return performance.now() - began; })()""")
         self.assertEqual(browser.value("document.querySelectorAll('#topology .box').length"), 101)
         self.assertLess(took, 1000)  # milliseconds
+
+    def expect_shares_of_the_labels_of_now(self, browser: Browser) -> None:
+        shares = browser.value("""(() => {
+            const label = (label, packets) => ({label, packets, bytes: 1, rate: 1});
+            showLabels({labels: [label(5001, 100)]});
+            showLabels({labels: [label(5001, 100), label(5002, 300)]});
+            return [...document.querySelectorAll('#labels svg')].map(svg =>
+                [svg.getAttribute("aria-label"), svg.lastChild.getAttribute("width")]); })()""")
+        self.assertEqual(shares, [["25.0 %", "33.3"], ["75.0 %", "100.0"]])
+
+    def expect_that_those_who_answer_are_not_missed(self, browser: Browser) -> None:
+        note = browser.value("""(() => {
+            const wanted = ["10.0.2.2", "10.0.2.9"].map(nexthop => ({nexthop, port: "east", frames: 2}));
+            showWanted({wanted, ports: [{name: "east", neighbours: [{address: "10.0.2.2"}]}]});
+            return document.getElementById("wanted").textContent; })()""")
+        self.assertIn("10.0.2.9 at east (2)", note)
+        self.assertNotIn("10.0.2.2", note)
 
     def contrast(self, browser: Browser) -> float:
         """Of text and paper, as WCAG 2 defines it."""

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Control/ControlClient.h"
+#include "State/Fate.h"
 
 namespace OvixAgent {
 
@@ -21,6 +22,14 @@ bool isNewer(const FramesJson& a, const FramesJson& b) {
     return a.value("sequence", std::uint64_t{0}) > b.value("sequence", std::uint64_t{0});
 }
 
+/// Punted frames are mostly for this router itself, as pings are: there are many, and nothing is
+/// wrong with them.
+bool isShown(const FramesJson& frame, const std::string& reason) {
+    return reason == "*"    ? true
+           : reason.empty() ? frame.value("fate", "") != Tessel::wordOf(FateKind::punted)
+                            : frame.value("reason", "").find(reason) != std::string::npos;
+}
+
 /// The frames of an answer that are to be shown, the newest first.
 std::vector<FramesJson> shownOf(FramesJson& answer, std::uint64_t before,
                                 const std::string& reason) {
@@ -30,7 +39,7 @@ std::vector<FramesJson> shownOf(FramesJson& answer, std::uint64_t before,
     }
     for (FramesJson& frame : answer["recorded-frames"]) {
         const bool isBefore = before == 0 || frame.value("sequence", std::uint64_t{0}) < before;
-        if (isBefore && (reason.empty() || frame.value("reason", "") == reason)) {
+        if (isBefore && isShown(frame, reason)) {
             frame.erase("bytes");
             shown.push_back(std::move(frame));
         }

@@ -24,8 +24,9 @@ class PageData {
     /// `fates`, `ports`, `neighbours`, `top-labels` and `drops-by-neighbour`; null where there was
     /// none.
     std::string now() const;
-    /// {"frames", "more"}: the newest frames that the recorder has, without their bytes, of one
-    /// reason unless it is empty; those before a sequence number unless it is 0.
+    /// {"frames", "more"}: the newest frames that the recorder has, without their bytes, whose
+    /// reason has this in it; all that were not punted when it is empty, and all when it is "*".
+    /// Only those before a sequence number unless it is 0.
     std::string frames(std::uint64_t before, const std::string& reason) const;
     /// The answer to `weighted-sets`, from a label on.
     std::string sets(std::uint64_t from) const;

@@ -217,10 +217,13 @@ function showDrops(history) {
   byId("legend").replaceChildren(...rows.map(each => make("li", {}, swatch(each.colour), make("span", {}, each.name), make("span", { class: "n" }, whole.format(each.all)))));
 }
 
+/** Those that are known by now have answered. */
 function showWanted(now) {
-  const lost = now.wanted.filter(each => each.nexthop !== null).slice(0, 5)
+  const known = new Set(now.ports.flatMap(port => port.neighbours.map(each => `${port.name} ${each.address}`)));
+  const lost = now.wanted.filter(each => each.nexthop !== null && !known.has(`${each.port} ${each.nexthop}`)).slice(0, 5)
     .map(each => `${each.nexthop}${each.port ? ` at ${each.port}` : ""} (${short(each.frames)})`);
-  byId("wanted").replaceChildren(...(lost.length ? [make("p", { class: "note" }, `Neighbours that do not answer, and the frames dropped for each: ${lost.join(", ")}.`)] : []));
+  byId("wanted").replaceChildren(...(lost.length ? [make("p", { class: "note" },
+    `Neighbours that are not known, and the frames dropped for each since the agent has started: ${lost.join(", ")}.`)] : []));
 }
 
 // The recorder's frames, by pages.
@@ -255,6 +258,7 @@ function showLabels(now) {
   const all = now.labels.reduce((sum, label) => sum + label.packets, 0);
   byId("labels-none").hidden = now.labels.length > 0;
   const most = Math.max(1, ...now.labels.map(label => label.packets));
+  for (const label of now.labels) Object.assign(label, { length: 100 * label.packets / most, share: share(label.packets, all) });
   fill(byId("labels"), now.labels, label => label.label, label => {
     const made = row(["n", "n", "n extra", "n"], each => [String(each.label), whole.format(each.packets), short(each.bytes), short(each.rate)])(label);
     const bar = make("rect", { class: "c0", height: 10, rx: 2 });
@@ -263,8 +267,8 @@ function showLabels(now) {
     const texts = made.update;
     made.update = each => {
       texts(each);
-      bar.setAttribute("width", (100 * each.packets / most).toFixed(1));
-      cell.firstChild.setAttribute("aria-label", share(each.packets, all));
+      bar.setAttribute("width", each.length.toFixed(1));
+      cell.firstChild.setAttribute("aria-label", each.share);
     };
     return made;
   });
@@ -310,9 +314,6 @@ async function showSets(from) {
   byId("next").disabled = nextSet === null;
 }
 
-/** Multicast addresses, which the kernel lists among its neighbours. */
-const isGroup = /^(ff[0-9a-f]{2}:|22[4-9]\.|23[0-9]\.)/i;
-
 // Once every two seconds, one after the other, while it is looked at.
 let isPaused = false;
 async function refresh() {
@@ -320,7 +321,7 @@ async function refresh() {
   if (!now.status || !now.fates || !now.ports || !now.neighbours || !now.labels) { say("The agent does not answer", true); return; }
   const data = { at: performance.now(), status: now.status, fates: now.fates, ports: now.ports.ports, labels: now.labels["top-labels"], wanted: now.wanted?.["drops-by-neighbour"] ?? [] };
   const byPort = new Map(data.ports.map(port => [port.name, port.neighbours = []]));
-  for (const each of now.neighbours.neighbours) if (!isGroup.test(each.address)) byPort.get(each.port)?.push(each);
+  for (const each of now.neighbours.neighbours) byPort.get(each.port)?.push(each);
   rates(data);
   showNumbers(data);
   showTopology(data);

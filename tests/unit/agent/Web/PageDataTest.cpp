@@ -46,6 +46,8 @@ class PageDataTest : public testing::Test {
                               {"reason", i % 2 == 0 ? "even" : "odd"},
                               {"bytes", "00ff"}});
         }
+        frames.push_back(
+            {{"sequence", 61}, {"reason", "Address of the device"}, {"fate", "punted"}});
         return json({{"ok", true}, {"recorded-frames", frames}}).dump();
     }
 
@@ -71,6 +73,15 @@ TEST_F(PageDataTest, FramesComeNewestFirstInPagesAndWithoutTheirBytes) {
     EXPECT_FALSE(last.at("more").get<bool>());
     EXPECT_EQ(json::parse(data.frames(0, "odd")).at("frames").size(), 30U);
     EXPECT_EQ(json::parse(data.frames(0, "none")).at("frames").size(), 0U);
+}
+
+TEST_F(PageDataTest, PuntedFramesAreShownToWhoAsksForThem) {
+    const auto newest = [&](const std::string& reason) {
+        return json::parse(data.frames(0, reason)).at("frames").at(0).at("sequence");
+    };
+    EXPECT_EQ(newest(""), 60);
+    EXPECT_EQ(newest("*"), 61);
+    EXPECT_EQ(newest("of the dev"), 61);
 }
 
 TEST_F(PageDataTest, TheAgentRestsFourTimesAsLongAsItHasWorked) {
