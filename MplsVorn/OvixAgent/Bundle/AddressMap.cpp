@@ -24,6 +24,14 @@ const std::array<Lumo::IpGenPrefix, 7>& specials() {
     return all;
 }
 
+/// Private addresses become others of their kind: RFC 1918, RFC 6598 and RFC 4193.
+const std::array<Lumo::IpGenPrefix, 5>& privates() {
+    static const std::array<Lumo::IpGenPrefix, 5> all{
+        prefixOf("10.0.0.0", 8), prefixOf("172.16.0.0", 12), prefixOf("192.168.0.0", 16),
+        prefixOf("100.64.0.0", 10), prefixOf("fc00::", 7)};
+    return all;
+}
+
 /// SipHash-2-4 of the words, a pseudo-random function of the key.
 std::uint64_t sipHash(const AddressMap::Key& key, std::span<const std::uint64_t> words) noexcept {
     std::array<std::uint64_t, 4> v{key[0] ^ 0x736f6d6570736575U, key[1] ^ 0x646f72616e646f6dU,
@@ -67,10 +75,15 @@ AddressMap AddressMap::random(std::vector<Lumo::IpGenPrefix> subnets) {
     return {{word(), word()}, std::move(subnets)};
 }
 
-/// Whether the bit behind these stays: they lead to special addresses, or are those of a subnet.
+/// Whether the bit behind these stays: they lead to special or private addresses, or are those of a
+/// subnet.
 bool AddressMap::isKept(const Lumo::IpGenPrefix& above) const {
     return std::any_of(specials().begin(), specials().end(),
                        [&](const auto& special) { return overlap(above, special); }) ||
+           std::any_of(privates().begin(), privates().end(),
+                       [&](const auto& one) {
+                           return above.length() < one.length() && above.contains(one.address());
+                       }) ||
            std::any_of(subnets_.begin(), subnets_.end(), [&](const auto& subnet) {
                return above.length() >= subnet.length() && subnet.contains(above.address());
            });

@@ -9,9 +9,10 @@
 namespace OvixAgent {
 
 /// Replaces IP addresses by others, one to one: two addresses have as many leading bits in common
-/// as those that replace them. Which ones is decided by a secret key, bit by bit. Special addresses
-/// (RFC 6890) stay as they are, and so do the bits behind the prefix of a subnet, so that its
-/// broadcast address stays one.
+/// as those that replace them. Which ones is decided by a secret key, bit by bit. Addresses
+/// whose meaning is in them (RFC 6890: loopback, link-local, multicast and the like) stay as they
+/// are, private ones become private ones of their range, and the bits behind the prefix of a subnet
+/// stay, so that its broadcast address stays one.
 class AddressMap {
   public:
     using Key = std::array<std::uint64_t, 2>;

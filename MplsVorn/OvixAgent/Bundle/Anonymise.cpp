@@ -4,12 +4,6 @@
 #include <exception>
 #include <fmt/format.h>
 
-#include "Wire/Checksum.h"
-#include "Wire/Ethernet.h"
-#include "Wire/Ip.h"
-#include "Wire/LabelStack.h"
-#include "Wire/Transport.h"
-
 namespace OvixAgent {
 
 namespace {
@@ -59,57 +53,6 @@ int lengthBehind(const std::string& text, std::size_t at) {
                : -1;
 }
 
-/// Replaces one address of an IP header; `sums` are the checksums that cover it.
-void replaceAddress(Wire::WritableBytes packet, std::size_t at, const Lumo::IpGenAddr& address,
-                    std::initializer_list<std::uint8_t*> sums) {
-    const std::size_t size = address.family() == Lumo::IpFamily::ipv4 ? 4 : 16;
-    for (std::size_t i = 0; i < size; i += 2) {
-        std::uint8_t* const place = packet.data() + at + i;
-        const std::uint16_t before = Lumo::NetU16::load(place).value();
-        const std::uint16_t after = Lumo::NetU16::load(address.bytes().data() + i).value();
-        Lumo::NetU16(after).store(place);
-        for (std::uint8_t* const sum : sums) {
-            if (sum != nullptr) {
-                const std::uint16_t held = Lumo::NetU16::load(sum).value();
-                Lumo::NetU16(Wire::updatedChecksum(held, before, after)).store(sum);
-            }
-        }
-    }
-}
-
-/// The checksum of the upper layer, which covers the addresses; null when there is none, or it is
-/// not in these bytes.
-std::uint8_t* upperChecksum(Wire::WritableBytes packet, const Wire::UpperLayer& upper) {
-    const std::size_t at = upper.protocol == Wire::IpProtocol::udp      ? Wire::Udp::checksumAt
-                           : upper.protocol == Wire::IpProtocol::tcp    ? Wire::Tcp::checksumAt
-                           : upper.protocol == Wire::IpProtocol::icmpv6 ? std::size_t{2}
-                                                                        : packet.size();
-    if (!upper.isFirstFragment || !upper.isWhole || upper.offset + at + 2 > packet.size()) {
-        return nullptr;
-    }
-    std::uint8_t* const sum = packet.data() + upper.offset + at;
-    const bool hasNone =
-        upper.protocol == Wire::IpProtocol::udp && Lumo::NetU16::load(sum).value() == 0;
-    return hasNone ? nullptr : sum;
-}
-
-void anonymisePacket(Wire::WritableBytes packet, const AddressMap& map) {
-    if (const Wire::Ipv4 header{Wire::Bytes(packet)}; header) {
-        std::uint8_t* const own = packet.data() + Wire::Ipv4::checksumAt;
-        std::uint8_t* const upper = upperChecksum(packet, upperLayer(header));
-        const auto source = map(header.source());
-        const auto destination = map(header.destination());
-        replaceAddress(packet, Wire::Ipv4::sourceAt, source, {own, upper});
-        replaceAddress(packet, Wire::Ipv4::destinationAt, destination, {own, upper});
-    } else if (const Wire::Ipv6 ipv6{Wire::Bytes(packet)}; ipv6) {
-        std::uint8_t* const upper = upperChecksum(packet, Wire::ipv6UpperLayer(packet));
-        const auto source = map(ipv6.source());
-        const auto destination = map(ipv6.destination());
-        replaceAddress(packet, Wire::Ipv6::sourceAt, source, {upper});
-        replaceAddress(packet, Wire::Ipv6::destinationAt, destination, {upper});
-    }
-}
-
 std::vector<Lumo::IpGenPrefix> subnetsOf(const AgentConfig& config) {
     std::vector<Lumo::IpGenPrefix> all;
     for (const PortConfig& port : config.ports) {
@@ -136,6 +79,12 @@ Tessel::Result<AgentConfig> anonymousConfig(const AgentConfig& config, const std
     return made;
 }
 
+/// Of the notes only by what the agent runs: counters may be of named addresses.
+void keepVersions(Bundle& bundle) {
+    const auto is = [](const auto& each) { return each.first == "versions"; };
+    std::erase_if(bundle.more, [&](const auto& each) { return !is(each); });
+}
+
 } // namespace
 
 std::string anonymousText(const std::string& text, const AddressMap& map) {
@@ -155,28 +104,6 @@ std::string anonymousText(const std::string& text, const AddressMap& map) {
         at = end;
     }
     return out;
-}
-
-void anonymiseFrame(std::vector<std::uint8_t>& frame, const AddressMap& map) {
-    const Wire::Ethernet link(frame);
-    if (!link) {
-        return;
-    }
-    const std::size_t start = Wire::linkLength(frame);
-    Wire::TagWalk tags(link.etherType(), Wire::Bytes(frame).subspan(Wire::Ethernet::size));
-    for (Wire::Tag tag; tags.next(tag);) {
-    }
-    std::size_t packet = start;
-    if (Wire::EtherType::isMpls(tags.etherType())) {
-        Wire::LabelWalk walk(Wire::Bytes(frame).subspan(start));
-        for (Lumo::MplsLabelEntry entry; walk.next(entry);) {
-        }
-        packet = frame.size() - walk.rest().size();
-    } else if (tags.etherType() != Wire::EtherType::ipv4 &&
-               tags.etherType() != Wire::EtherType::ipv6) {
-        return;
-    }
-    anonymisePacket(Wire::WritableBytes(frame).subspan(packet), map);
 }
 
 Tessel::Result<void> anonymise(Bundle& bundle) {
@@ -202,7 +129,7 @@ Tessel::Result<void> anonymise(Bundle& bundle) {
     for (BundledFrame& each : bundle.frames) {
         anonymiseFrame(each.frame.bytes, map);
     }
-    bundle.more.clear();
+    keepVersions(bundle);
     return {};
 }
 

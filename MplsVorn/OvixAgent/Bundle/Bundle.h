@@ -17,7 +17,7 @@ struct BundledFrame {
 
 /// All that an agent forwards by, and frames, in one file:
 ///
-///     a line that says what it is and of which version
+///     a line that says what it is, of which version, how many bytes follow, and their hash
 ///     a line of JSON: configuration, ports, neighbours, frames, and the notes beside them
 ///     the label tables' memory, as long as the JSON says, if they are shared
 struct Bundle {
@@ -27,10 +27,10 @@ struct Bundle {
     std::vector<std::pair<std::string, std::string>> more;
 };
 
-/// Throws std::system_error when the file cannot be written.
+/// For its owner's eyes, if it is new. Throws std::system_error when the file cannot be written.
 void writeBundle(const std::string& path, const Bundle& bundle);
 
-/// Refused, naming the file and what is wrong, for any other file.
+/// Refused, naming the file and what is wrong, for any other file, and when any bit is another.
 Tessel::Result<Bundle> readBundle(const std::string& path);
 
 /// Forwards each frame in a trial, and sets its outcome. Refuses as a trial does.

@@ -1,20 +1,22 @@
 // A bundle as bytes.
 
+#include <algorithm>
 #include <cerrno>
-#include <cstdio>
-#include <cstring>
+#include <charconv>
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
-#include <system_error>
+#include <unistd.h>
 
 #include "Bundle/Bundle.h"
 #include "Explain/FrameWords.h"
 #include "Explain/HeaderWords.h"
 #include "Explain/RemedyWords.h"
+#include "Posix/FileDescriptor.h"
+#include "Posix/SystemError.h"
 #include "State/RoadSteps.h"
-#include "Tessel/Exceptions.h"
+#include "Tessel/TypeName.h"
 
 namespace OvixAgent {
 
@@ -22,9 +24,16 @@ namespace {
 
 using BundleJson = nlohmann::ordered_json;
 
-constexpr std::string_view firstLine = "ovix bundle 1\n";
+constexpr std::string_view mark = "ovix bundle ";
+constexpr int version = 2;
 /// Of what is read, however long a file is.
 constexpr std::size_t mostBundleBytes = std::size_t{4} << 30U;
+
+/// The line that says what it is, how long the rest is, and its hash: no damage goes unseen.
+std::string firstLineOf(std::string_view json, std::string_view tables) {
+    return fmt::format("{}{} {} {:016x}\n", mark, version, json.size() + tables.size(),
+                       Tessel::hashText(tables, Tessel::hashText(json)));
+}
 
 BundleJson sentAsJson(const std::vector<Walk::Sent>& all) {
     BundleJson list = BundleJson::array();
@@ -146,6 +155,12 @@ BundledFrame frameOfBundle(const AgentConfig& config, const BundleJson& each) {
     return made;
 }
 
+/// Without the library's name and number for the error.
+std::string_view plainText(std::string_view error) {
+    const std::size_t end = error.starts_with('[') ? error.find("] ") : error.npos;
+    return end == error.npos ? error : error.substr(end + 2);
+}
+
 /// Throws std::exception for what is not as asJson() makes it.
 Bundle bundleOf(const BundleJson& all, std::string_view tables, const std::string& path) {
     Bundle bundle;
@@ -170,30 +185,51 @@ Bundle bundleOf(const BundleJson& all, std::string_view tables, const std::strin
             Tessel::TableCopy::ofBytes(path, std::as_bytes(bytes)));
     }
     for (const BundleJson& each : all.at("frames")) {
-        bundle.frames.push_back(frameOfBundle(situation.config, each));
+        try {
+            bundle.frames.push_back(frameOfBundle(situation.config, each));
+        } catch (const std::exception& wrong) {
+            throw std::invalid_argument(
+                fmt::format("frame {}: {}", bundle.frames.size() + 1, plainText(wrong.what())));
+        }
     }
     return bundle;
 }
 
 } // namespace
 
-void writeBundle(const std::string& path, const Bundle& bundle) {
-    errno = 0;
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    file << firstLine << asJson(bundle).dump(-1, ' ', false, BundleJson::error_handler_t::replace)
-         << '\n';
-    if (bundle.situation.tables) {
-        const auto tables = bundle.situation.tables->used();
-        file.write(reinterpret_cast<const char*>(tables.data()),
-                   static_cast<std::streamsize>(tables.size()));
-    }
-    file.close();
-    if (!file) {
-        throw std::system_error(errno, std::generic_category(), path + ": cannot be written");
+namespace {
+
+void write(const Posix::FileDescriptor& file, std::string_view bytes, const std::string& path) {
+    while (!bytes.empty()) {
+        const ssize_t written = ::write(file.value(), bytes.data(), bytes.size());
+        if (written < 0 && errno != EINTR) {
+            Posix::fail((path + ": cannot be written").c_str());
+        }
+        bytes.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(written, 0)));
     }
 }
 
-Tessel::Result<Bundle> readBundle(const std::string& path) {
+/// What the first line and the length tell of the rest; empty when it is intact.
+std::string damageOf(std::string_view text, std::string_view firstLine, std::string_view json,
+                     std::string_view tables) {
+    const std::string_view rest = text.substr(firstLine.size());
+    if (!firstLine.starts_with(mark) || !firstLine.ends_with('\n')) {
+        return "is no bundle";
+    }
+    if (!firstLine.substr(mark.size()).starts_with(fmt::format("{} ", version))) {
+        return fmt::format("is no bundle of version {}", version);
+    }
+    const std::string_view said =
+        firstLine.substr(mark.size() + fmt::formatted_size("{} ", version));
+    std::size_t length = 0;
+    std::from_chars(said.data(), said.data() + said.size(), length);
+    if (length > rest.size()) {
+        return fmt::format("is cut short: it has {} of {} bytes", rest.size(), length);
+    }
+    return firstLine == firstLineOf(json, tables) ? "" : "is damaged: its hash is another one";
+}
+
+Tessel::Result<std::string> contentOf(const std::string& path) {
     std::ifstream file(path, std::ios::binary | std::ios::ate);
     const std::streamoff size = file ? static_cast<std::streamoff>(file.tellg()) : -1;
     if (size < 0) {
@@ -205,16 +241,49 @@ Tessel::Result<Bundle> readBundle(const std::string& path) {
     std::string text(static_cast<std::size_t>(size), '\0');
     file.seekg(0);
     file.read(text.data(), size);
-    const std::size_t end = text.find('\n', firstLine.size());
-    if (!file || !text.starts_with(firstLine) || end == std::string::npos) {
-        return Tessel::Refused{fmt::format("{}: is no bundle of this version", path)};
+    return file ? Tessel::Result<std::string>(std::move(text))
+                : Tessel::Refused{fmt::format("{}: cannot be read", path)};
+}
+
+} // namespace
+
+void writeBundle(const std::string& path, const Bundle& bundle) {
+    const std::string json =
+        asJson(bundle).dump(-1, ' ', false, BundleJson::error_handler_t::replace) + '\n';
+    std::string_view tables;
+    if (bundle.situation.tables) {
+        const auto used = bundle.situation.tables->used();
+        tables = {reinterpret_cast<const char*>(used.data()), used.size()};
     }
-    const std::string_view manifest =
-        std::string_view(text).substr(firstLine.size(), end - firstLine.size());
+    constexpr mode_t ofOwner = 0600;
+    const Posix::FileDescriptor file(
+        open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, ofOwner));
+    if (!file.isOpen()) {
+        Posix::fail((path + ": cannot be written").c_str());
+    }
+    write(file, firstLineOf(json, tables), path);
+    write(file, json, path);
+    write(file, tables, path);
+}
+
+Tessel::Result<Bundle> readBundle(const std::string& path) {
+    const Tessel::Result<std::string> content = contentOf(path);
+    if (!content) {
+        return content.refused();
+    }
+    const std::string_view text = content.value();
+    const std::string_view firstLine =
+        text.substr(0, std::min(text.find('\n'), text.size() - 1) + 1);
+    const std::string_view rest = text.substr(firstLine.size());
+    const std::string_view json = rest.substr(0, std::min(rest.find('\n'), rest.size() - 1) + 1);
+    const std::string_view tables = rest.substr(json.size());
+    if (const std::string damage = damageOf(text, firstLine, json, tables); !damage.empty()) {
+        return Tessel::Refused{fmt::format("{}: {}", path, damage)};
+    }
     try {
-        return bundleOf(BundleJson::parse(manifest), std::string_view(text).substr(end + 1), path);
+        return bundleOf(BundleJson::parse(json), tables, path);
     } catch (const std::exception& wrong) {
-        return Tessel::Refused{fmt::format("{}: {}", path, wrong.what())};
+        return Tessel::Refused{fmt::format("{}: {}", path, plainText(wrong.what()))};
     }
 }
 

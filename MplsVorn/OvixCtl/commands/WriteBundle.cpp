@@ -6,6 +6,7 @@
 #include "Command/Run.h"
 #include "Explain/FrameWords.h"
 #include "Explain/RemedyWords.h"
+#include "Program/Version.h"
 #include "commands/AgentAnswer.h"
 #include "commands/AgentSituation.h"
 
@@ -37,6 +38,9 @@ Tessel::Result<void> takeCapture(const Request& request, Bundle& bundle) {
     if (request.frames.empty()) {
         return {};
     }
+    if (request.port.empty()) {
+        return Tessel::Refused{"--frames needs --port: the port that they come in at"};
+    }
     const auto port = portNamed(bundle.situation.config, request.port);
     if (port == OvixAgent::noPort) {
         return Tessel::Refused{fmt::format("--port: there is no port \"{}\"", request.port)};
@@ -58,6 +62,13 @@ Tessel::Result<void> takeCapture(const Request& request, Bundle& bundle) {
     return {};
 }
 
+/// Of the agent, if it answers, and of what writes the bundle.
+Json versions(const Request& request) {
+    const Tessel::Result<Json> status = answerOf(request, "status");
+    return {{"agent", status ? status.value().value("version", "") : ""},
+            {"ovixctl", OvixLog::version()}};
+}
+
 } // namespace
 
 Tessel::Result<int> writeBundleOfAgent(const Request& request) {
@@ -72,6 +83,7 @@ Tessel::Result<int> writeBundleOfAgent(const Request& request) {
             bundle.more.emplace_back(command, answer.value().dump());
         }
     }
+    bundle.more.emplace_back("versions", versions(request).dump());
     takeRecorded(request, bundle);
     if (const auto taken = takeCapture(request, bundle); !taken) {
         return taken.refused();

@@ -1,5 +1,6 @@
 #include "Bundle/AddressMap.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <random>
 #include <set>
@@ -84,6 +85,22 @@ TEST(AddressMap, LeavesSpecialAddressesAndHostsOfSubnets) {
     EXPECT_TRUE(IpGenPrefix(network, 24).contains(map(address("10.0.1.255"))));
 }
 
+TEST(AddressMap, PrivateAddressesStayPrivate) {
+    std::mt19937 random(3);
+    for (const auto& [start, length] :
+         {std::pair("10.0.0.0", 8), std::pair("172.16.0.0", 12), std::pair("192.168.0.0", 16),
+          std::pair("100.64.0.0", 10), std::pair("fc00::", 7)}) {
+        const IpGenPrefix range(address(start), static_cast<std::uint8_t>(length));
+        int inside = 0;
+        for (int i = 0; i < 100; ++i) {
+            const AddressMap map({random(), random()}, {});
+            inside += range.contains(map(range.address())) ? 1 : 0;
+        }
+        EXPECT_EQ(inside, 100) << start;
+    }
+    EXPECT_NE(AddressMap(key, {})(address("10.0.2.2")), address("10.0.2.2"));
+}
+
 TEST(AddressMap, TextsLoseCommentsAndKeepAllElse) {
     const AddressMap map(key, {});
     const std::string one = map(address("10.0.1.1")).text();
@@ -109,6 +126,72 @@ TEST(AddressMap, FramesStayIntact) {
     const IpPacket was{Ovix::PktHdrType::ipv4, std::span(before).subspan(22)};
     EXPECT_EQ(packet.source(), map(was.source()));
     EXPECT_EQ(packet.destination(), map(was.destination()));
+}
+
+namespace {
+
+bool contains(const Bytes& bytes, const char* text) {
+    const IpGenAddr sought = address(text);
+    const std::size_t size = sought.bits() / 8U;
+    return std::search(bytes.begin(), bytes.end(), sought.bytes().begin(),
+                       sought.bytes().begin() + static_cast<std::ptrdiff_t>(size)) != bytes.end();
+}
+
+Bytes icmpError(std::uint8_t type, const Bytes& quoted) {
+    Bytes message = join({{type, 0, 0, 0, 0, 0, 0, 0}, quoted});
+    const auto sum = static_cast<std::uint16_t>(~onesSum(message));
+    message[2] = static_cast<std::uint8_t>(sum >> 8U);
+    message[3] = static_cast<std::uint8_t>(sum);
+    return message;
+}
+
+Ipv4 fieldsOf(std::uint8_t protocol) {
+    Ipv4 fields;
+    fields.protocol = protocol;
+    return fields;
+}
+
+} // namespace
+
+/// What an ICMP error quotes, what a tunnel carries, and what is behind headers names addresses,
+/// too.
+TEST(AddressMap, NoAddressIsLeftBeneathTheHeaders) {
+    const AddressMap map(key, {});
+    const Bytes named = join({udp(), {10, 1, 0, 1}, {10, 9, 0, 1}});
+    const Bytes packet = ipv4({}, named);
+    const Bytes plain = join({eth(ethIpv4), packet});
+    ASSERT_TRUE(contains(plain, "10.1.0.1") && contains(plain, "10.9.0.1"));
+    const Bytes error = ipv4(fieldsOf(1), icmpError(3, packet));
+    for (const Bytes& frame :
+         {plain, join({eth(ethIpv4), error}), join({eth(ethMpls), stack({{100}}), error}),
+          join({eth(ethIpv4), ipv4(fieldsOf(4), packet)}),
+          join({eth(ethIpv4), ipv4(fieldsOf(89), packet)}),
+          join({eth(ethMpls), stack({{100}}), u32(0), plain}),
+          join({eth(ethMpls), stack({{100}}), plain}),
+          join({eth(ethMpls), stack({{100}}), u32(0x10000021), packet}),
+          join({eth(0x0806),
+                u32(0x00010800),
+                u32(0x06040001),
+                filled(6, 2),
+                {10, 1, 0, 1},
+                filled(6, 0),
+                {10, 9, 0, 1}}),
+          join({eth(0x88cc), {10, 1, 0, 1}})}) {
+        Bytes changed = frame;
+        anonymiseFrame(changed, map);
+        EXPECT_EQ(changed.size(), frame.size());
+        EXPECT_FALSE(contains(changed, "10.1.0.1") || contains(changed, "10.9.0.1"));
+    }
+}
+
+TEST(AddressMap, TheChecksumOfAnErrorFollowsWhatItQuotes) {
+    const AddressMap map(key, {});
+    Bytes frame = join({eth(ethIpv4), ipv4(fieldsOf(1), icmpError(11, ipv4({}, udp())))});
+    anonymiseFrame(frame, map);
+    EXPECT_EQ(onesSum(std::span(frame).subspan(34)), 0xffff);
+    EXPECT_EQ(onesSum(std::span(frame).subspan(14, 20)), 0xffff);
+    EXPECT_EQ(onesSum(std::span(frame).subspan(42, 20)), 0xffff) << "of the quoted header";
+    EXPECT_TRUE(contains(frame, map(address("10.1.0.1")).text().c_str()));
 }
 
 /// Whatever a frame is, only bytes of whole headers change.
