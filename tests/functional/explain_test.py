@@ -347,17 +347,24 @@ class WhatIfTest(SharedTablesTest):
         self.assertEqual([one["port"] for one in told["verdict"]["sent"]], ["east"])
 
     def test_what_the_agent_has_beside_the_tables_counts(self):
-        config = PORTS.replace("neighbours:", "  - {name: east.5, parent: east, vlan: 5}\nneighbours:") + """
+        config = PORTS.replace("neighbours:", """  - {name: east.5, parent: east, vlan: 5}
+  - {name: south, mac: "02:00:00:00:00:07", addresses: [10.0.7.1/24]}
+  - {name: bare, mac: "02:00:00:00:00:08"}
+neighbours:""") + """
 routes:
   - {vrf: red, prefix: 10.9.0.0/16, via: {interface: east, nexthop: 10.0.2.2}}
 """
         self.ctl("lfib", "add", "140", "as", "200", "via", "inet", "10.0.5.2", "dev", "east.5")
         control = ("--control", str(self.start(config).path))
         told = json.loads(self.ctl("what-if", "link east down", "--json", *control))
-        self.assertEqual(told["prefixes"]["lost"], 1)
         self.assertEqual(told["labels"]["changed"], 6)
-        self.assertEqual([move["examples"] for move in told["moves"] if move["of"] == "prefixes"],
-                         [["10.9.0.0/16 in red"]])
+        lost = {each for move in told["moves"] if move["of"] == "prefixes" for each in move["examples"]}
+        self.assertEqual((lost, told["prefixes"]["lost"]), ({"10.0.2.0/24", "2001:db8:2::/64", "10.9.0.0/16 in red"}, 3))
+        for port, subnets in (("south", ["10.0.7.0/24"]), ("bare", [])):  # no route but the subnet's, or none
+            told = json.loads(self.ctl("what-if", f"link {port} down", "--json", *control))
+            self.assertEqual((told["labels"]["changed"], told["prefixes"]["lost"]), (0, len(subnets)))
+            self.assertEqual([move["examples"] for move in told["moves"]], [subnets] if subnets else [])
+        self.assertIn("there is no such port", self.ctl("what-if", "link esat down", *control, code=2))
         self.assertEqual(self.what_if("link", "east", "down")["labels"]["changed"], 5)
 
     def test_what_the_frame_does_agrees(self):

@@ -1,5 +1,6 @@
 // What a change would move, by the tables alone.
 
+#include <algorithm>
 #include <fmt/format.h>
 
 #include "Tables/TableCopy.h"
@@ -114,23 +115,43 @@ Tessel::Result<Moves> movesOfRoute(const Tessel::TableCopy& tables,
 
 /// What the tables do not have, and a running agent knows.
 struct Beside {
-    std::vector<L3::Route> routes; ///< of the configuration
-    std::string missing;           ///< why it is not known
+    std::vector<L3::Route> routes;  ///< of the configuration, and the subnets of its ports
+    std::vector<std::string> ports; ///< their names
+    std::string missing;            ///< why it is not known
 };
+
+/// The packets of a port's subnets leave by the port.
+void takeSubnets(const OvixAgent::PortConfig& port, std::vector<L3::Route>& routes) {
+    Mpls::ViaOptions options;
+    options.intf = Lumo::IntfId(port.name);
+    const auto via = Mpls::Via::forward(options);
+    for (const OvixAgent::InterfaceAddress& own : port.addresses) {
+        if (via) {
+            const Lumo::IpGenPrefix subnet = own.subnet();
+            const bool isDefault = port.vrf == L3::defaultVrf;
+            routes.push_back({{L3::RouteKey::mainTable, subnet.address(), subnet.length()},
+                              L3::Route::Kind::forward,
+                              {{via.value(), 1}},
+                              isDefault ? L3::VrfName() : L3::VrfName(port.vrf)});
+        }
+    }
+}
 
 /// Sub-interfaces go down with their parent.
 Beside takeFromAgent(const Request& request, Assumptions& assumed) {
     const auto situation = configurationOf(request);
     if (!situation) {
-        return {{}, situation.refused().what};
+        return {{}, {}, situation.refused().what};
     }
     const OvixAgent::AgentConfig& config = situation.value().config;
+    Beside beside;
     for (const OvixAgent::PortConfig& port : config.ports) {
+        beside.ports.push_back(port.name);
+        takeSubnets(port, beside.routes);
         if (port.isSubInterface() && assumed.isDown(Lumo::IntfId(config.ports[port.parent].name))) {
             assumed.downLinks.emplace_back(port.name);
         }
     }
-    Beside beside;
     for (const auto& placed : config.routes) {
         beside.routes.push_back(placed.value);
     }
@@ -142,11 +163,14 @@ Tessel::Result<Moves> movesOfState(const Request& request, const Ptr<Tessel::Tab
                                    Assumptions assumed, const std::string& name) {
     const Beside beside = takeFromAgent(request, assumed);
     Moves moves = movesUnder(reader, assumed, beside.routes);
-    if (!moves.isAbout()) {
-        return Tessel::Refused{fmt::format("no route {}of tables \"{}\" leads {} \"{}\"",
-                                           beside.missing.empty() ? "of the agent or " : "",
-                                           request.tables, assumed.weighted ? "to" : "out of",
-                                           name)};
+    const bool isPort = !assumed.weighted && std::find(beside.ports.begin(), beside.ports.end(),
+                                                       name) != beside.ports.end();
+    if (!moves.isAbout() && !isPort) {
+        return Tessel::Refused{fmt::format(
+            "{}no route {}of tables \"{}\" leads {} \"{}\"",
+            beside.missing.empty() && !assumed.weighted ? "there is no such port, and " : "",
+            beside.missing.empty() ? "of the agent or " : "", request.tables,
+            assumed.weighted ? "to" : "out of", name)};
     }
     if (!beside.missing.empty()) {
         note(request,

@@ -1,6 +1,8 @@
 #include "whatif/Moves.h"
 
 #include <fmt/format.h>
+#include <set>
+#include <utility>
 
 #include "Tessel/Exceptions.h"
 
@@ -103,6 +105,14 @@ std::vector<bool> concernedLabels(const Mpls::PublishedTables& tables, const Way
     return concerned;
 }
 
+using PrefixOfVrf = std::pair<std::string, L3::RouteKey>;
+
+/// Without the number of the kernel's table, which routes of a configuration do not have.
+PrefixOfVrf prefixOf(const L3::Route& route) {
+    return {std::string(route.vrf.view()),
+            {L3::RouteKey::mainTable, route.key.prefix, route.key.length}};
+}
+
 void addRoute(Moves& moves, const L3::Route& route, const Ways& now, const Ways& then) {
     if (then.concerns(route)) {
         moves.isAboutOne();
@@ -110,19 +120,23 @@ void addRoute(Moves& moves, const L3::Route& route, const Ways& now, const Ways&
     }
 }
 
-void addPrefixes(Moves& moves, const Ptr<Tessel::TableReader>& reader, const Ways& now,
-                 const Ways& then) {
+/// Those of the tables, which take the place of others for the same prefix.
+std::set<PrefixOfVrf> addPrefixes(Moves& moves, const Ptr<Tessel::TableReader>& reader,
+                                  const Ways& now, const Ways& then) {
+    std::set<PrefixOfVrf> added;
     const L3::Routes routes(reader);
     reader->forEach(routes.table(), [&](std::uint32_t place, Tessel::TableRef) {
         try {
             const auto route = routes.at(place);
-            if (route) {
+            if (route && then.concerns(*route)) {
+                added.insert(prefixOf(*route));
                 addRoute(moves, *route, now, then);
             }
         } catch (const Tessel::CorruptionDetected&) {
             // Leads nowhere before and after.
         }
     });
+    return added;
 }
 
 } // namespace
@@ -140,9 +154,11 @@ Moves movesUnder(const Ptr<Tessel::TableReader>& reader, const Assumptions& assu
             moves.addLabel(label, now.ofLabel(label), then.ofLabel(label));
         }
     }
-    addPrefixes(moves, reader, now, then);
+    const std::set<PrefixOfVrf> published = addPrefixes(moves, reader, now, then);
     for (const L3::Route& route : further) {
-        addRoute(moves, route, now, then);
+        if (!published.contains(prefixOf(route))) {
+            addRoute(moves, route, now, then);
+        }
     }
     return moves;
 }
