@@ -65,6 +65,18 @@ class Drops(SharedTablesTest):
                          rf"label +frames +a second +fate +reason *\n +77 +2 +\d+ +dropped +{UNKNOWN}")
         self.assertIn("--by shape", self.shown("--by", "shape", code=2))
 
+    def test_what_is_asked_for_is_what_is_shown(self):
+        self.agent.send_and_wait(mpls([77]), mpls([77]), mpls([101]), mpls([100]))
+        self.assertEqual(self.json("--reason", "neighbour")["dropped"]["reasons"], {UNRESOLVED: 1})
+        self.assertRegex(self.shown("--reason", "neighbour"), rf"^fate .*\ndropped: {UNRESOLVED} +1 .*\n$")
+        self.assertEqual([entry["reason"] for entry in self.json("--port", "west")["drops-by-port"]],
+                         [UNKNOWN, UNRESOLVED])
+        for words in (("--port", "nope"), ("--frames", "--port", "nope")):
+            self.assertIn('there is no port "nope"', self.shown(*words, code=1))
+        self.assertIn("--by label has the frames of all ports", self.shown("--by", "label", "--port", "west", code=2))
+        self.assertIn("give one of them", self.shown("--by", "port", "--frames", code=2))
+        self.assertRegex(self.shown(), r"\nin +4 .*\n  answers of its own +0 ")
+
     def test_the_first_and_the_last_frames_of_each_reason_are_kept(self):
         self.agent.send_and_wait(*(mpls([label]) for label in range(1000, 1100)), mpls([101]))
         frames = self.frames("--reason", "labels resolved")

@@ -3,6 +3,7 @@
 import json
 import os
 import socket
+import shutil
 import subprocess
 import threading
 import unittest
@@ -134,6 +135,28 @@ printf '%s\n' "${COMPREPLY[@]}"
         self.load("")
         self.assertEqual(self.complete(f"ovixctl --tables {self.tables[:-2]}"), [self.tables])
         self.assertEqual(self.complete("ovixctl lfib load tab"), ["tables.yaml"])
+
+    @unittest.skipUnless(shutil.which("zsh"), "needs zsh")
+    def test_zsh_completes_at_the_first_tab(self):
+        """As when the shell loads the shipped file: its text is the function's, and is called at once."""
+        functions = self.directory / "functions"
+        functions.mkdir()
+        (functions / "_ovixctl").write_text(self.ctl("completion", "zsh"))
+        script = """fpath=("$1"); autoload -Uz _ovixctl
+compadd() { shift; print -l -- "$@" }
+words=("$2" lf) CURRENT=2
+_ovixctl; _ovixctl"""
+        done = subprocess.run(["zsh", "-f", "-c", script, "zsh", str(functions), CTL], capture_output=True, text=True,
+                              check=True)
+        self.assertEqual((done.stdout, done.stderr), ("lfib\nlfib\n", ""))
+
+    def test_tables_are_looked_for_where_the_shell_says(self):
+        (self.directory / "mine").touch()
+        script = """source <("$1" completion bash)
+export OVIX_TABLES_DIR=$2; COMP_WORDS=(ovixctl --tables ""); COMP_CWORD=2; _ovixctl; echo "${COMPREPLY[@]}" """
+        done = subprocess.run(["bash", "-c", script, "bash", CTL, str(self.directory)], capture_output=True, text=True,
+                              check=True)
+        self.assertIn("mine", done.stdout.split())
 
     def test_every_command_that_is_offered_is_one(self):
         for group in ("lfib", "counters", "tables"):

@@ -78,7 +78,7 @@ constexpr Option quietOptions[]{{"--quiet", nullptr,
                                  "Print nothing unless something is wrong, for health checks",
                                  nullptr, &Request::quiet}};
 constexpr Option explainOptions[]{
-    {"--port", "PORT", "The port that the frame comes in at", nullptr, &Request::port},
+    {"--port", "PORT", "The port that the frame comes in at: required", nullptr, &Request::port},
     {"--html", "FILE", "Write a page that shows the walk, too", "@files@", &Request::html},
 };
 
@@ -99,10 +99,10 @@ constexpr Option traceOptions[]{
      &Request::prefix},
     {"--reason", "TEXT", "Only frames that go nowhere for a reason with this in it", nullptr,
      &Request::reason},
-    {"--limit", "N", "Stop after so many frames (default: 100)", nullptr, &Request::limit, "", 1,
-     10000},
-    {"--seconds", "S", "Stop after that time (default: 60)", nullptr, &Request::seconds, "", 1,
-     3600},
+    {"--limit", "N", "Stop after so many frames: 1 to 10000 (default: 100)", nullptr,
+     &Request::limit, "", 1, 10000},
+    {"--seconds", "S", "Stop after that time: 1 to 3600 (default: 60)", nullptr, &Request::seconds,
+     "", 1, 3600},
 };
 
 constexpr Option dropsOptions[]{
@@ -275,9 +275,10 @@ line; the route is as in lfib show, of a removed route only its table and label)
      {},
      R"(Frames that come in, and replicas of them, are forwarded, punted, dropped, handed on, or queued
 while their neighbour is resolved.
-JSON: {"version", "run", "tables": {"name", "generation", "corruptions", "problem"},
-       "frames": {"in", "replicas", "forwarded", "punted", "dropped", "handedOn", "queued"},
-       "balanced"}
+JSON: {"version", "run", "tables": {"name", "generation", "committedAt", "corruptions", "problem",
+                                   "entries": {TABLE: ENTRIES}},
+       "frames": {"in", "replicas", "forwarded", "punted", "dropped", "handedOn", "queued",
+                  "answers"}, "neighbours": {"known", "wanted"}, "balanced"}
 With --quiet also fails when the frames do not add up, or something is wrong with the tables.)",
      "",
      quietOptions},
@@ -288,12 +289,13 @@ With --quiet also fails when the frames do not add up, or something is wrong wit
      {},
      R"(Names and order are those of the balance of a run; the columns: since the start, since this command
 was given last by anybody, and per second of late. At any moment in and replicas are as many as
-forwarded, punted, dropped, handed on and queued together.
+forwarded, punted, dropped, handed on and queued together; in has the answers that the router itself
+has made. --reason shows these reasons, --port counts by port.
 --by label has the 100 labels met most for each reason, --by neighbour the 100 next hops that packets
 were dropped for because their MAC address is not known; in a flood their frames are estimated.
 --frames, --follow and --pcapng have the first 128 bytes of each frame as it came in, and where it
 would have left, as far as that was found. JSON of frames is an object for each on a line.
-JSON: {"in", "replicas", "forwarded", "punted": FATE, "dropped": FATE, "handedOn": FATE, "queued",
+JSON: {"in", "answers", "replicas", "forwarded", "punted": FATE, "dropped": FATE, "handedOn": FATE, "queued",
        "balanced", "sinceAsked": {"seconds", "in", ...}, "perSecond": {"seconds", "in", ...}}, where
        FATE is {"frames", "reasons": {REASON: FRAMES}}
   --by port       {"drops-by-port": [{"port", "fate", "reason", "frames"}]}
@@ -315,7 +317,7 @@ learns nothing. FRAME in words is headers with commas in between, the outermost 
   ip SOURCE > DESTINATION [udp|tcp [SPORT >] DPORT | proto N] [ttl N] [tos N] [df] [size N]
 For a frame that is not forwarded, the nearest change that would have it forwarded is shown, after it
 has been tried on a copy.
-Exit codes: 0 forwarded or punted, 1 dropped or handed on, 2 an error
+Exit codes: 0 forwarded, punted, or waiting for its neighbour; 1 dropped or handed on; 2 an error
 JSON: {"frame", "tables", "generation", "steps": [{"step", "text", "details", "values", "failed"}],
        "verdict": {"fate", "reason", "sent": [{"port", "length", "bytes"}]}, "fastPath",
        "change": {"commands", "notes", "then"}, "remarks", "trace"})",
@@ -459,8 +461,10 @@ std::string expanded(std::string text) {
         {"@tables@", joined(tables, " ")},
         {"@table-list@", joined(tables, ", ")},
         {"@interfaces@", "$(cd /sys/class/net 2> /dev/null && compgen -G '*')"},
-        {"@present-tables@", fmt::format("$(cd {} 2> /dev/null && compgen -G '*' | grep -v :lock)",
-                                         Tessel::TableFiles::directory())},
+        {"@present-tables@",
+         fmt::format(
+             "$(cd \"${{OVIX_TABLES_DIR:-{}}}\" 2> /dev/null && compgen -G '*' | grep -v :lock)",
+             Tessel::TableFiles::directory())},
     };
     for (const auto& [name, value] : texts) {
         for (std::size_t at = 0; (at = text.find(name, at)) != std::string::npos;) {

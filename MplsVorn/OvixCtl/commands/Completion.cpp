@@ -174,7 +174,11 @@ _ovixctl
 printf "%s\n" "${COMPREPLY[@]}"' bash $((CURRENT - 1)) "${words[@]}" 2> /dev/null)}")
     compadd -- ${offered:#}
 }
-compdef _ovixctl ovixctl
+if [[ $funcstack[1] == _ovixctl ]]; then # loaded at the first completion
+    _ovixctl "$@"
+else
+    compdef _ovixctl ovixctl
+fi
 )zsh",
                stdout);
     return ExitCode::success;

@@ -22,36 +22,67 @@ const Json& memberOf(const Json& json, const std::string& name) {
     return json.is_object() && found != json.end() ? *found : none;
 }
 
-/// The fate of all, and below it its reasons, as in the balance of a run.
-void addFate(Rows& rows, const char* name, const std::string& key, const Json& fates) {
+bool isReasonWanted(const Request& request, const std::string& reason) {
+    return Ovix::readableEvent({}, reason).reason.find(request.reason) != std::string::npos;
+}
+
+/// The fate of all, and below it its reasons, as in the balance of a run; of certain reasons alone
+/// where those are asked for.
+void addFate(const Request& request, Rows& rows, const char* name, const std::string& key,
+             const Json& fates) {
     const auto row = [&](const std::string& text, const auto& countIn) {
         rows.push_back({text, cellOf(countIn(fates)),
                         cellOf(countIn(memberOf(fates, "sinceAsked"))),
                         cellOf(countIn(memberOf(fates, "perSecond")))});
     };
-    row(name, [&](const Json& from) {
-        const Json& fate = memberOf(from, key);
-        return fate.is_object() ? memberOf(fate, "frames") : fate;
-    });
-    for (const auto& reason : memberOf(memberOf(fates, key), "reasons").items()) {
-        row("  " + Ovix::readableEvent({}, reason.key()).reason, [&](const Json& from) {
-            return memberOf(memberOf(memberOf(from, key), "reasons"), reason.key());
+    if (request.reason.empty()) {
+        row(name, [&](const Json& from) {
+            const Json& fate = memberOf(from, key);
+            return fate.is_object() ? memberOf(fate, "frames") : fate;
         });
+    }
+    for (const auto& reason : memberOf(memberOf(fates, key), "reasons").items()) {
+        if (!isReasonWanted(request, reason.key())) {
+            continue;
+        }
+        row((request.reason.empty() ? "  " : name + std::string(": ")) +
+                Ovix::readableEvent({}, reason.key()).reason,
+            [&](const Json& from) {
+                return memberOf(memberOf(memberOf(from, key), "reasons"), reason.key());
+            });
+    }
+}
+
+/// Leaves out the reasons that are not asked for; totals stay.
+void selectReasons(const Request& request, Json& fates) {
+    for (auto& [name, value] : fates.items()) {
+        if (name != "reasons" && value.is_object()) {
+            selectReasons(request, value);
+        } else if (name == "reasons") {
+            Json wanted = Json::object();
+            for (const auto& [reason, count] : value.items()) {
+                if (isReasonWanted(request, reason)) {
+                    wanted[reason] = count;
+                }
+            }
+            value = std::move(wanted);
+        }
     }
 }
 
 Tessel::Result<int> showFates(const Request& request) {
-    const Tessel::Result<Json> answer = answerOf(request, "fates", {{"growth", 1}});
+    Tessel::Result<Json> answer = answerOf(request, "fates", {{"growth", 1}});
     if (!answer) {
         return answer.refused();
     }
+    selectReasons(request, answer.value());
     Rows rows;
     for (const auto& [key, name] :
-         {std::pair("in", "in"), std::pair("replicas", "replicas"),
-          std::pair("forwarded", "forwarded"), std::pair("punted", "punted"),
-          std::pair("dropped", "dropped"), std::pair("handedOn", "handed on"),
-          std::pair("queued", "queued")}) {
-        addFate(rows, name, key, answer.value());
+         {std::pair("in", "in"), std::pair("answers", "  answers of its own"),
+          std::pair("replicas", "replicas"), std::pair("forwarded", "forwarded"),
+          std::pair("punted", "punted"), std::pair("dropped", "dropped"),
+          std::pair("handedOn", "handed on"), std::pair("queued", "queued")}) {
+        addFate(request, rows, name, key, answer.value());
     }
     return printAnswer(
         request, answer.value(),
@@ -80,18 +111,17 @@ Columns columnsBy(const std::string& key) {
                             : Columns{{"nexthop", {"neighbour", left}}, port, frames, rate};
 }
 
-Tessel::Result<int> showFatesBy(const Request& request) {
+Tessel::Result<int> showFatesBy(const Request& request, const std::string& by) {
     constexpr std::array<std::string_view, 3> known{"port", "label", "neighbour"};
-    if (std::find(known.begin(), known.end(), request.by) == known.end()) {
-        return usageError(request,
-                          {fmt::format("--by {}: it is port, label or neighbour", request.by)});
+    if (std::find(known.begin(), known.end(), by) == known.end()) {
+        return usageError(request, {fmt::format("--by {}: it is port, label or neighbour", by)});
     }
-    const std::string list = "drops-by-" + request.by;
+    const std::string list = "drops-by-" + by;
     Tessel::Result<Json> answer = listOf(request, list);
     if (!answer) {
         return answer.refused();
     }
-    const Columns columns = columnsBy(request.by);
+    const Columns columns = columnsBy(by);
     std::vector<TextTable::Column> headings;
     for (const auto& column : columns) {
         headings.push_back(column.second);
@@ -162,13 +192,43 @@ Tessel::Result<int> showFrames(const Request& request) {
     return ExitCode::success;
 }
 
+/// Refuses a port that the agent does not have.
+Tessel::Result<void> checkPort(const Request& request) {
+    if (request.port.empty()) {
+        return {};
+    }
+    const Tessel::Result<Json> ports = listOf(request, "ports");
+    if (!ports) {
+        return ports.refused();
+    }
+    for (const Json& port : ports.value().at("ports")) {
+        if (memberOf(port, "name") == request.port) {
+            return {};
+        }
+    }
+    return Tessel::Refused{fmt::format("--port: there is no port \"{}\"", request.port)};
+}
+
 } // namespace
 
 Tessel::Result<int> showDrops(const Request& request) {
-    if (request.showsFrames || request.follow || !request.pcapng.empty()) {
+    const bool showsFrames = request.showsFrames || request.follow || !request.pcapng.empty();
+    if (showsFrames && !request.by.empty()) {
+        return usageError(request, {"--by counts frames, and --frames, --follow and --pcapng are "
+                                    "for frames themselves: give one of them"});
+    }
+    if (!request.port.empty() && request.by == "label") {
+        return usageError(request, {"--by label has the frames of all ports: leave --port out, or "
+                                    "look at the frames of the port by --frames"});
+    }
+    if (const auto checked = checkPort(request); !checked) {
+        return checked.refused();
+    }
+    if (showsFrames) {
         return showFrames(request);
     }
-    return request.by.empty() ? showFates(request) : showFatesBy(request);
+    const std::string by = request.by.empty() && !request.port.empty() ? "port" : request.by;
+    return by.empty() ? showFates(request) : showFatesBy(request, by);
 }
 
 } // namespace OvixCtl
