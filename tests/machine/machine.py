@@ -102,10 +102,10 @@ def boot(image: pathlib.Path, payload: pathlib.Path, seconds: int) -> int:
             subprocess.run(
                 ["qemu-system-x86_64", "-accel", "tcg,thread=multi", "-cpu", "max", "-smp", "2", "-m", "3072",
                  "-kernel", image / "vmlinuz", "-initrd", image / "initrd.img", "-append",
-                 "root=/dev/vda rw quiet console=ttyS0 intel_iommu=on", "-snapshot", "-drive",
+                 "root=/dev/vda rw quiet console=ttyS0 intel_iommu=on no_timer_check panic=-1", "-snapshot", "-drive",
                  f"file={image / 'disk'},if=virtio,format=raw", "-drive", f"file={archive},if=virtio,format=raw",
-                 *hardware(payload), "-nic", "none", "-display", "none", "-no-reboot", "-serial", f"file:{work}/console", "-serial",
-                 f"file:{printed}"], check=False, timeout=seconds, stdin=subprocess.DEVNULL)
+                 *hardware(payload), "-nic", "none", "-display", "none", "-no-reboot",
+                 "-serial", f"file:{work}/console", "-serial", f"file:{printed}"], check=False, timeout=seconds, stdin=subprocess.DEVNULL)
         except subprocess.TimeoutExpired:
             print(f"machine: stopped after {seconds} seconds", file=sys.stderr)
         finally:
