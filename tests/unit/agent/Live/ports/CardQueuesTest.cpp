@@ -21,7 +21,6 @@ using namespace LiveTesting;
 using namespace TestSupport::Raw;
 using LiveTesting::Bytes;
 using OvixAgent::Card;
-using OvixAgent::CardError;
 
 constexpr std::uint32_t flows = 300;
 constexpr std::uint32_t workers = 2;

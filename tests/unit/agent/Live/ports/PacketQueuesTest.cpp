@@ -1,5 +1,7 @@
+#include <array>
 #include <gtest/gtest.h>
 #include <map>
+#include <optional>
 #include <set>
 
 #include "FrameBytes.h"
@@ -13,7 +15,6 @@ namespace {
 using namespace LiveTesting;
 using namespace TestSupport::Raw;
 using LiveTesting::Bytes;
-using OvixAgent::LiveEvent;
 using OvixAgent::PacketIntake;
 using OvixAgent::PacketPort;
 using TestSupport::ip;
@@ -127,7 +128,7 @@ TEST_F(PacketQueuesTest, FlowsThatDifferInTheInnerIpHeaderSpread) {
 }
 
 TEST_F(PacketQueuesTest, FlowsThatDifferInAnInnerLabelSpread) {
-    for (const std::size_t above : {0, 1, 5, 15}) {
+    for (const std::size_t above : std::array<std::size_t, 4>{0, 1, 5, 15}) {
         pass(eachFlow([&](std::uint32_t i) {
             std::vector<Entry> labels(above, {100});
             labels.push_back({1000 + i});

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <net/if.h>
+#include <optional>
 
 #include "FrameBytes.h"
 #include "Live/ports/PacketPort.h"

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
-#include <map>
+#include <optional>
 
+#include "FrameBytes.h"
 #include "Live/ports/PacketPort.h"
 #include "Live/ports/XdpPort.h"
 #include "QueuesTesting.h"
