@@ -4,6 +4,7 @@
 #include <cassert>
 #include <exception>
 #include <limits>
+#include <utility>
 
 #include "FastPath/LabelRewrite.h"
 #include "FastPath/RewriteReading.h"
@@ -50,37 +51,40 @@ std::uint64_t Decider::version() const noexcept {
            (handler_ ? handler_->decisionVersion() : 0);
 }
 
-/// False when the answer holds for one frame only. What reading the tables throws is left to the
-/// forwarder, which meets it with the frame itself.
-bool Decider::ask(std::uint32_t label, Beneath beneath) {
-    label_ = label;
-    answer_ = {};
+/// What reading the tables throws is left to the forwarder, which meets it with the frame itself.
+Decider::Asked Decider::ask(std::uint32_t label, Beneath beneath) {
+    Asked asked{label, beneath, false, {}};
     try {
         decisions_->dependsOnTables(label);
-        return handler_ && handler_->decide(Lumo::MplsLabel(label), beneath, answer_);
+        asked.isExact = handler_ && handler_->decide(Lumo::MplsLabel(label), beneath, asked.answer);
     } catch (const std::exception&) {
-        answer_ = {};
-        return false;
+        asked.answer = {};
     }
+    return asked;
 }
 
-void Decider::decide(std::uint32_t label, Beneath beneath) {
+bool Decider::Asked::isByLabel() const noexcept {
+    return isExact && std::all_of(answer.choices.begin(), answer.choices.end(),
+                                  [](const LabelDecision::Choice& choice) {
+                                      return choice.by == Ovix::DecidedBy::label;
+                                  });
+}
+
+void Decider::decide(Asked asked) {
     ++decided_;
-    Decision& decision = decisions_->at(label);
+    const bool isByLabel = asked.isByLabel();
+    label_ = asked.label;
+    answer_ = std::move(asked.answer);
+    Decision& decision = decisions_->at(label_);
     decisions_->release(decision);
-    const bool isExact = ask(label, beneath);
     const auto lookup = events_->setOf(answer_.lookup);
-    const bool isByLabel = isExact && std::all_of(answer_.choices.begin(), answer_.choices.end(),
-                                                  [](const auto& choice) {
-                                                      return choice.by == Ovix::DecidedBy::label;
-                                                  });
-    const Decision outcome = isExact && lookup ? decisionFor(beneath) : Decision();
+    const Decision outcome = asked.isExact && lookup ? decisionFor(asked.beneath) : Decision();
     if (isByLabel) {
         decision = outcome;
     } else {
         decision.action = Action::byBeneath;
         decision.value = decisions_->byBeneath.add({});
-        setBeneath(decision, beneath, outcome);
+        setBeneath(decision, asked.beneath, outcome);
     }
     decision.lookup = lookup.value_or(EventSets::none);
     decision.isFound = answer_.isFound;
@@ -88,9 +92,11 @@ void Decider::decide(std::uint32_t label, Beneath beneath) {
     decision.stamp = decisions_->stamp();
 }
 
-void Decider::decideBeneath(std::uint32_t label, Beneath beneath) {
-    const Decision outcome = ask(label, beneath) ? decisionFor(beneath) : Decision();
-    setBeneath(decisions_->at(label), beneath, outcome);
+void Decider::decideBeneath(Asked asked) {
+    label_ = asked.label;
+    answer_ = std::move(asked.answer);
+    setBeneath(decisions_->at(label_), asked.beneath,
+               asked.isExact ? decisionFor(asked.beneath) : Decision());
 }
 
 void Decider::setBeneath(Decision& whole, Beneath beneath, const Decision& outcome) {
@@ -148,7 +154,10 @@ Decision Decider::dropFor(const LabelDecision::Choice& choice) {
     if (reason == choice.events.rend() || !events || !all) {
         return {};
     }
-    return made(Action::drop, decisions_->drops.add({*events, *all, (*reason)->reason, {}}));
+    const std::string_view text = (*reason)->reason;
+    const auto number = decisions_->reasons.numberOf(text);
+    return number ? made(Action::drop, decisions_->drops.add({*events, *all, *number, text}))
+                  : Decision();
 }
 
 /// The MPLS hash of a plugin or agent that hashes in another way is not known here.

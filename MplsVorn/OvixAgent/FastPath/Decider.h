@@ -18,10 +18,27 @@ class Decider {
     Decider(const Ptr<Ovix::PluginManager>& manager, ForwardingTables& tables,
             DecisionTable& decisions, EgressLines& lines, EventSets& events);
 
+    /// What the routing handler answers about a label with that beneath it.
+    struct Asked {
+        std::uint32_t label = 0;
+        Ovix::Beneath beneath = Ovix::Beneath::label;
+        bool isExact = false; ///< otherwise the answer holds for one frame only
+        Ovix::LabelDecision answer;
+
+        /// Whether the answer is the same whatever lies beneath.
+        bool isByLabel() const noexcept;
+    };
+    /// Changes nothing that others forward by.
+    Asked ask(std::uint32_t label, Ovix::Beneath beneath);
+
     /// Decides for a label anew. `beneath` lies under it in the frame at hand.
-    void decide(std::uint32_t label, Ovix::Beneath beneath);
+    void decide(std::uint32_t label, Ovix::Beneath beneath) { decide(ask(label, beneath)); }
+    void decide(Asked asked);
     /// The part of a decision by what lies beneath that is missing.
-    void decideBeneath(std::uint32_t label, Ovix::Beneath beneath);
+    void decideBeneath(std::uint32_t label, Ovix::Beneath beneath) {
+        decideBeneath(ask(label, beneath));
+    }
+    void decideBeneath(Asked asked);
 
     /// Moves on when the decisions made so far may be wrong for another reason than a change of
     /// label tables or neighbours.
@@ -42,7 +59,6 @@ class Decider {
     }
 
   private:
-    bool ask(std::uint32_t label, Ovix::Beneath beneath);
     Decision decisionFor(Ovix::Beneath beneath);
     void setBeneath(Decision& whole, Ovix::Beneath beneath, const Decision& outcome);
     Decision decisionFor(const Ovix::LabelDecision::Choice& choice, Ovix::Beneath beneath);
@@ -68,8 +84,8 @@ class Decider {
     EventSets* events_;
     Ptr<Counter::OvixLfibCounterCollection> labelCounters_;
     std::uint64_t decided_ = 0;
-    std::uint32_t label_ = 0;    ///< asked about last
-    Ovix::LabelDecision answer_; ///< for it
+    std::uint32_t label_ = 0;    ///< that is being decided
+    Ovix::LabelDecision answer_; ///< about it
 };
 
 } // namespace OvixAgent

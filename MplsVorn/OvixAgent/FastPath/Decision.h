@@ -1,7 +1,11 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "Forwarding/FrameAccounts.h"
@@ -48,13 +52,32 @@ static_assert(sizeof(Decision) == 16);
 
 /// A frame goes no further.
 struct DecidedDrop {
-    std::uint16_t events = 0;   ///< number of a set
-    std::uint16_t all = 0;      ///< the same with those of the lookup
-    std::string_view reason;    ///< of a counter
-    FrameAccounts::FateLog log; ///< empty until first counted
-    // Whether a trace asks for the reason, and which one has been asked.
-    std::uint32_t tracedBy = 0;
-    bool isTraced = false;
+    std::uint16_t events = 0; ///< number of a set
+    std::uint16_t all = 0;    ///< the same with those of the lookup
+    std::uint16_t number = 0; ///< of the reason, among those of decided drops
+    std::string_view reason;  ///< of a counter
+};
+
+/// The reasons of decided drops, by number.
+class DropReasons {
+  public:
+    static constexpr std::size_t most = 256;
+
+    /// Unset when there are too many.
+    std::optional<std::uint16_t> numberOf(std::string_view reason) {
+        const auto known = std::find(reasons_.begin(), reasons_.end(), reason);
+        if (known == reasons_.end() && reasons_.size() == most) {
+            return std::nullopt;
+        }
+        const auto number = static_cast<std::uint16_t>(known - reasons_.begin());
+        if (known == reasons_.end()) {
+            reasons_.emplace_back(reason);
+        }
+        return number;
+    }
+
+  private:
+    std::vector<std::string> reasons_;
 };
 
 /// The label is replaced, or popped, or gets others on top, and the frame leaves.

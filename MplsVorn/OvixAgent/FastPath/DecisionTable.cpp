@@ -24,17 +24,53 @@ DecisionTable::DecisionTable(const Mpls::PublishedTables& published)
       adjacencyChanges_(changesOf(published, Mpls::TableId::hardwareAdjacencies)),
       decisions_(allLabels), links_(allLabels), ofAdjacency_(allLabels) {
     static_assert(allLabels == std::size_t{Tessel::TableLayout::maxKey} + 1);
+    lookFromNothing();
+}
+
+void DecisionTable::lookFromNothing() {
+    labelChanges_.clear();
     for (std::size_t i = 0; i < Mpls::lfibs; ++i) {
-        labelChanges_.push_back(changesOf(published, static_cast<Mpls::TableId>(i)));
+        labelChanges_.push_back(changesOf(*published_, static_cast<Mpls::TableId>(i)));
     }
-    labelChanges_.push_back(changesOf(published, Mpls::TableId::hardwareRoutes));
+    labelChanges_.push_back(changesOf(*published_, Mpls::TableId::hardwareRoutes));
+    seen_ = 0;
+}
+
+void DecisionTable::voidAll() {
+    ++stamp_;
+    if (isAhead_) {
+        lookFromNothing();
+    }
+}
+
+void DecisionTable::awaitsReplacing() {
+    isAhead_ = true;
+    voidAll();
+}
+
+std::uint32_t DecisionTable::takeAwaiting() noexcept {
+    assert(areAwaited());
+    const std::uint32_t label = awaiting_[nextAwaiting_++];
+    if (nextAwaiting_ == awaiting_.size()) {
+        awaiting_.clear();
+        nextAwaiting_ = 0;
+    }
+    return label;
+}
+
+void DecisionTable::noteChange(std::uint32_t label) {
+    if (isAhead_) {
+        await(label);
+    } else {
+        makeVoid(label);
+    }
 }
 
 bool DecisionTable::takeChanges() {
     try {
         for (Tessel::TableChanges& changes : labelChanges_) {
             changes.restart();
-            changes.look(allPages, [this](std::uint32_t label) { makeVoid(label); });
+            changes.look(allPages, [this](std::uint32_t label) { noteChange(label); });
         }
         adjacencyChanges_.restart();
         adjacencyChanges_.look(allPages, [this](std::uint32_t key) { makeAdjacencyVoid(key); });
@@ -48,13 +84,9 @@ bool DecisionTable::takeChanges() {
     return true;
 }
 
-void DecisionTable::makeVoid(std::uint32_t label) {
-    decisions_[label].stamp = 0;
-}
-
 void DecisionTable::makeAdjacencyVoid(std::uint32_t adjacency) {
     for (std::uint32_t at = ofAdjacency_[adjacency]; at != 0; at = links_[at - 1].next) {
-        makeVoid(at - 1);
+        noteChange(at - 1);
     }
 }
 

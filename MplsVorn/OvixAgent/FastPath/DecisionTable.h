@@ -25,18 +25,32 @@ class DecisionTable {
     /// decision may be used then.
     bool refresh() { return seen_ == published_->tables().held() || takeChanges(); }
     /// Makes all decisions void.
-    void voidAll() noexcept { ++stamp_; }
+    void voidAll();
+
+    /// From now on decisions whose table entries have changed stay as they are until they are
+    /// replaced, and the labels wait for that, as do those of all tables when all are void.
+    void awaitsReplacing();
+    /// A label for which no decision is valid waits, too.
+    void await(std::uint32_t label) { awaiting_.push_back(label); }
+    bool areAwaited() const noexcept { return nextAwaiting_ < awaiting_.size(); }
+    /// The label that has waited longest, which waits no more.
+    std::uint32_t takeAwaiting() noexcept;
 
     Decision& at(std::uint32_t label) noexcept { return decisions_[label]; }
     const Decision* place(std::uint32_t label) const noexcept { return decisions_.at(label); }
     bool isValid(const Decision& decision) const noexcept { return decision.stamp == stamp_; }
     std::uint32_t stamp() const noexcept { return stamp_; }
 
+    /// Makes the decision for a label void.
+    void makeVoid(std::uint32_t label) { decisions_[label].stamp = 0; }
+    bool isAwaitingReplacing() const noexcept { return isAhead_; }
+
     /// Releases what a decision refers to.
     void release(Decision& decision);
     /// A decision for the label is being made from what the tables hold now.
     void dependsOnTables(std::uint32_t label);
 
+    DropReasons reasons;
     Pool<DecidedDrop> drops;
     Pool<DecidedRewrite> rewrites;
     Pool<DecidedFec> fecs;
@@ -55,7 +69,8 @@ class DecisionTable {
     };
 
     bool takeChanges();
-    void makeVoid(std::uint32_t label);
+    void lookFromNothing();
+    void noteChange(std::uint32_t label);
     void makeAdjacencyVoid(std::uint32_t adjacency);
     void leaveList(std::uint32_t label);
 
@@ -65,6 +80,9 @@ class DecisionTable {
     Tessel::LazyArray<Decision> decisions_;
     Tessel::LazyArray<Link> links_;                ///< by label
     Tessel::LazyArray<std::uint32_t> ofAdjacency_; ///< the first label + 1; 0: none
+    bool isAhead_ = false;                ///< decisions are replaced before they are asked for
+    std::vector<std::uint32_t> awaiting_; ///< labels
+    std::size_t nextAwaiting_ = 0;        ///< those before it have been taken
     std::uint32_t stamp_ = 1;
     std::uint64_t seen_ = 0; ///< what the reader held then
 };

@@ -5,20 +5,44 @@
 #include <cstring>
 #include <span>
 #include <utility>
+#include <vector>
 
 #include "FastPath/PacketWork.h"
 #include "Forwarding/FrameAccounts.h"
 #include "State/Frame.h"
 #include "State/PortTable.h"
+#include "State/Pseudowires.h"
 
 namespace OvixAgent {
+
+/// Where the frames of a thread leave, and what it counts for ports and pseudowires, when it is not
+/// the packet thread, which counts in the tables.
+class OwnPorts {
+  public:
+    struct Own {
+        TransmitPort* out = nullptr; ///< not owned
+        Traffic sent;
+        Traffic intoPseudowire; ///< of the attachment circuit that the port is
+        Traffic fromPseudowire;
+    };
+
+    explicit OwnPorts(const PortTable& ports) : ports_(&ports), own_(ports.ports().size()) {}
+
+    Own& of(const Port& port) noexcept { return own_[ports_->indexOf(port)]; }
+    std::vector<Own>& all() noexcept { return own_; }
+
+  private:
+    const PortTable* ports_;
+    std::vector<Own> own_; ///< by port
+};
 
 /// Accounts for frames that decisions settle, and collects those that leave one behind the other by
 /// the same port. Their bytes are borrowed until flush().
 class Departures {
   public:
-    /// The accounts must outlive it.
-    explicit Departures(FrameAccounts& accounts) noexcept : accounts_(&accounts) {}
+    /// They must outlive it; `own` is null for the packet thread.
+    explicit Departures(FrameAccounts& accounts, OwnPorts* own = nullptr) noexcept
+        : accounts_(&accounts), own_(own) {}
 
     /// The packet leaves behind a link header of its own.
     [[gnu::always_inline]] void send(const PacketWork& work, const EgressLine& line,
@@ -49,6 +73,18 @@ class Departures {
         ++log.counter->count;
         accounts_->recorder().record(*log.frames, frame, in);
     }
+    /// A frame of the pseudowire's attachment circuit, which leaves for its other end.
+    void countSent(Pseudowire& pseudowire, std::size_t bytes) noexcept {
+        Traffic& sent =
+            own_ == nullptr ? pseudowire.sent : own_->all()[pseudowire.circuit].intoPseudowire;
+        sent.add(bytes);
+    }
+    /// A frame of the other end.
+    void countDelivered(Pseudowire& pseudowire, std::size_t bytes) noexcept {
+        Traffic& delivered =
+            own_ == nullptr ? pseudowire.delivered : own_->all()[pseudowire.circuit].fromPseudowire;
+        delivered.add(bytes);
+    }
     /// Of frames dropped for a reason.
     FrameAccounts::FateLog logOf(std::string_view reason) {
         return accounts_->logOf(OvixAgent::drop(reason));
@@ -66,8 +102,15 @@ class Departures {
         const std::span<const Frame> frames(frames_.data(), std::exchange(end_, frames_.data()));
         accounts_->passed(
             {frames.size() - std::exchange(replicas_, 0), std::exchange(received_, 0)});
-        port_->sent += Traffic{frames.size(), std::exchange(sent_, 0)};
-        port_->out->transmitBurst(frames);
+        const Traffic left{frames.size(), std::exchange(sent_, 0)};
+        if (own_ == nullptr) {
+            port_->sent += left;
+            port_->out->transmitBurst(frames);
+        } else {
+            OwnPorts::Own& own = own_->of(*port_);
+            own.sent += left;
+            own.out->transmitBurst(frames);
+        }
     }
     [[gnu::always_inline]] void append(const CaptureTime& time, PortIndex in, Port& port,
                                        Wire::Bytes bytes) {
@@ -85,6 +128,7 @@ class Departures {
     }
 
     FrameAccounts* accounts_;
+    OwnPorts* own_;
     std::array<Frame, burstFrames> frames_;
     Frame* end_ = frames_.data();
     std::uint64_t replicas_ = 0; ///< of them, beside those that came

@@ -4,22 +4,28 @@
 
 namespace OvixAgent {
 
-EventSets::EventSets(Ptr<Ovix::OvixNamedCounters> counters)
-    : counters_(std::move(counters)), sets_(1) {}
+void EventCounts::change(std::uint16_t set) {
+    settle();
+    counted_ = set;
+    if (set >= of_.size()) {
+        of_.resize(set + std::size_t{1});
+    }
+}
 
 // A counter comes into being with the first count.
-void EventSets::settleAll(Set& set) {
-    for (Event& event : set.events) {
-        if (event.counter == nullptr) {
-            event.counter =
-                &counters_->counter({event.name->category, event.name->module, event.name->reason});
+void EventCounts::settleAll(Counted& set) {
+    const std::vector<EventSets::Event>& events = (*sets_)[counted_];
+    for (std::size_t i = 0; i < events.size(); ++i) {
+        if (i == set.counters.size()) {
+            const Counter& name = *events[i].name;
+            set.counters.push_back(&counters_->counter({name.category, name.module, name.reason}));
         }
-        event.counter->count += event.times * times_;
+        set.counters[i]->count += events[i].times * times_;
     }
     times_ = 0;
-    if (set.events.size() == 1) {
-        set.only = set.events.front().counter;
-        set.times = set.events.front().times;
+    if (events.size() == 1) {
+        set.only = set.counters.front();
+        set.times = events.front().times;
     }
 }
 
@@ -37,7 +43,7 @@ std::optional<std::uint16_t> EventSets::setOf(const Ovix::LabelDecision::Events&
     if (sets_.size() == most) {
         return std::nullopt;
     }
-    std::vector<Event>& set = sets_.emplace_back().events;
+    std::vector<Event>& set = sets_.emplace_back();
     for (const Ovix::OvixNamedCounters::Counter* event : events) {
         if (!set.empty() && set.back().name->hash == event->hash) {
             ++set.back().times;

@@ -6,51 +6,23 @@
 #include "Ovix/trace/Trace.h"
 #include "Tessel/Changes.h"
 #include "Tessel/Exceptions.h"
-#include "Wire/Ethernet.h"
 
 namespace OvixAgent {
-
-using Ovix::PktHdrType;
-using Wire::Ethernet;
 
 FastPath::FastPath(Forwarder& forwarder, const Ptr<Ovix::PluginManager>& manager,
                    ForwardingTables& tables, Mpls::PublishedTables& published)
     : forwarder_(&forwarder), tables_(&tables), published_(&published),
-      intakes_(tables, manager->genericPipelineSteps()), departures_(forwarder.accounts()),
-      lines_(tables), ipHop_(tables, lines_),
-      labels_(forwarder.namedCounters(), manager, tables, published, lines_, ipHop_, departures_),
-      circuits_(manager, tables, lines_, departures_), check_(tables, forwarder.accounts()) {}
-
-/// Most frames are untagged, and come in at a port without sub-interfaces.
-[[gnu::always_inline]] inline bool FastPath::forwardPlain(WritableFrame& frame) {
-    const Intake& intake = intakes_[frame.port];
-    if (!isPlainLength(frame) || !intake.isForStation(frame.bytes)) [[unlikely]] {
-        return forward(frame);
-    }
-    const auto etherType = Lumo::NetU16::load(frame.bytes + Ethernet::etherTypeAt).value();
-    if (etherType == Wire::EtherType::mpls && intake.takesPlainLabels) [[likely]] {
-        return labels_.settleInPlace(frame) || forwardLabels(frame);
-    }
-    return (etherType == Wire::EtherType::ipv4 && intake.takesPlainIp &&
-            routeInPlace(intake, frame)) ||
-           forward(frame);
-}
-
-bool FastPath::forwardLabels(WritableFrame& frame) {
-    PacketWork work;
-    work.frame = &frame;
-    work.packet = frame.bytes + Ethernet::size;
-    work.length = frame.size - static_cast<std::uint32_t>(Ethernet::size);
-    work.port = frame.port;
-    return labels_.forward(work);
-}
+      decided_(tables, published, manager),
+      decider_(manager, tables, decided_.decisions, decided_.lines, decided_.events),
+      road_(decided_, &decider_, forwarder.accounts(), nullptr),
+      check_(tables, forwarder.accounts()) {}
 
 std::size_t FastPath::receive(std::span<WritableFrame> burst) {
     assert(burst.size() <= burstFrames);
     if (Tessel::Changes::count() != seen_) [[unlikely]] {
         takeChanges();
     }
-    if (looksAtFrames_ && isLookedAt(burst.size())) [[unlikely]] {
+    if (decided_.traced.looksAtFrames && isLookedAt(burst.size())) [[unlikely]] {
         return forwardAround(burst);
     }
     return checkEvery_ == 0 ? forwardAll(burst) : checkSome(burst);
@@ -83,8 +55,8 @@ bool FastPath::check(WritableFrame& frame) {
     FrameRecorder& recorder = forwarder_->accounts().recorder();
     const auto trial = [&](WritableFrame& copy) {
         recorder.isPausedIs(true);
-        const bool isFast = isUsable_ && forwardPlain(copy);
-        settle();
+        const bool isFast = decided_.isUsable && road_.forward(copy);
+        road_.settle();
         recorder.isPausedIs(false);
         return isFast;
     };
@@ -93,7 +65,7 @@ bool FastPath::check(WritableFrame& frame) {
         ++counts_.slow;
     };
     try {
-        const auto result = check_.run(frame, trial, definition, labels_.countedIn());
+        const auto result = check_.run(frame, trial, definition, decider_.countedIn());
         counts_.checked += result != SelfCheck::Result::untried ? 1 : 0;
         if (result == SelfCheck::Result::different) {
             ++counts_.different;
@@ -113,15 +85,15 @@ std::size_t FastPath::forwardAll(std::span<WritableFrame> burst) {
     std::size_t done = 0;
     std::size_t slow = 0;
     try {
-        if (!isUsable_) [[unlikely]] {
+        if (!decided_.isUsable) [[unlikely]] {
             for (; done < burst.size(); ++done, ++slow) {
                 forwardByDefinition(burst[done]);
             }
         } else if (burst.size() > 1) {
-            loadAhead(burst);
+            road_.loadAhead(burst);
         }
         for (; done < burst.size(); ++done) {
-            if (!forwardPlain(burst[done])) [[unlikely]] {
+            if (!road_.forward(burst[done])) [[unlikely]] {
                 forwardByDefinition(burst[done]);
                 ++slow;
             }
@@ -129,21 +101,21 @@ std::size_t FastPath::forwardAll(std::span<WritableFrame> burst) {
     } catch (const Tessel::SnapshotLost&) {
         // The caller refreshes the tables and passes the rest again.
     }
-    settle();
+    road_.settle();
     counts_.fast += done - slow;
     counts_.slow += slow;
     return done;
 }
 
 void FastPath::forwardByDefinition(const WritableFrame& frame) {
-    settle();
+    road_.settle();
     current_ = frame.frame();
     if (trace_ != nullptr && trace_->isOn()) [[unlikely]] {
         forwardTraced();
     } else {
         forwarder_->receive(current_);
     }
-    labels_.earn();
+    road_.labels().earn();
 }
 
 void FastPath::forwardTraced() {
@@ -190,31 +162,29 @@ std::size_t FastPath::forwardAround(std::span<WritableFrame> burst) {
     return done;
 }
 
-/// What decisions have done so far is done before anything else.
-void FastPath::settle() {
-    labels_.settle();
-    departures_.flush();
-}
-
 /// Something has changed, which need not concern decisions.
 void FastPath::takeChanges() {
+    const ForwardingGate::Closed closed(tables_->gate);
     const std::uint64_t changes = Tessel::Changes::count();
     forwarder_->accounts().recorder().generationIs(published_->tables().generation());
     if (trace_ != nullptr && trace_->changes() != seenTrace_) {
         takeTrace();
     }
-    isUsable_ = isOn_ && !tracesAll_ && !Ovix::TraceSource::anyOn() && labels_.refresh();
-    if (!isUsable_) {
+    decided_.isUsable =
+        isOn_ && !tracesAll_ && !Ovix::TraceSource::anyOn() && decided_.decisions.refresh();
+    if (!decided_.isUsable) {
         return; // looked at again with the next burst
     }
-    if (const std::uint64_t version = labels_.version(); version != version_ || lines_.isFull()) {
+    if (const std::uint64_t version = decider_.version();
+        version != version_ || decided_.lines.isFull()) {
         version_ = version;
         voidAll();
-        intakes_.restart();
+        decided_.isUsable = decided_.decisions.refresh();
+        decided_.intakes.restart();
     }
-    intakes_.refresh();
-    lines_.refresh();
-    ipHop_.refresh();
+    decided_.intakes.refresh();
+    decided_.lines.refresh();
+    decided_.hops.refresh(decided_.decisions.isAwaitingReplacing());
     seen_ = changes;
 }
 
@@ -222,79 +192,35 @@ void FastPath::takeChanges() {
 /// are dropped for find no decision, so that nobody has to look at the others.
 void FastPath::takeTrace() {
     seenTrace_ = trace_->changes();
-    const TraceFilter none;
     const bool isOn = trace_->isOn();
-    const TraceFilter& filter = isOn ? trace_->filter() : none;
+    TracedFrames& traced = decided_.traced;
+    traced.filter = isOn ? trace_->filter() : TraceFilter();
+    const TraceFilter& filter = traced.filter;
     tracesAll_ = isOn && filter.isForAll();
-    const bool isByReason = !filter.reason.empty();
+    traced.asksDrops = !filter.reason.empty();
     const bool isByOne =
-        !isByReason &&
+        !traced.asksDrops &&
         filter.port.has_value() + filter.label.has_value() + filter.prefix.has_value() == 1;
-    labels_.tracedDropsAre(isByReason ? &filter : nullptr);
-    labels_.leftOutIs(isByOne && filter.label ? *filter.label : LabelForwarding::noLabel);
-    intakes_.leftOutIs(isByOne ? filter.port : std::nullopt);
-    looksAtFrames_ = isOn && !tracesAll_ && !isByReason && !(isByOne && filter.port);
+    ++traced.traces;
+    if (traced.leftOut != TracedFrames::noLabel && decided_.decisions.isAwaitingReplacing()) {
+        decided_.decisions.await(traced.leftOut);
+    }
+    traced.leftOut = isByOne && filter.label ? *filter.label : TracedFrames::noLabel;
+    if (traced.leftOut != TracedFrames::noLabel) {
+        decided_.decisions.makeVoid(traced.leftOut);
+    }
+    decided_.intakes.leftOutIs(isByOne ? filter.port : std::nullopt);
+    traced.looksAtFrames = isOn && !tracesAll_ && !traced.asksDrops && !(isByOne && filter.port);
 }
 
 void FastPath::voidAll() {
-    labels_.restart();
-    lines_.clear();
-    ipHop_.restart();
-    ipHop_.refresh();
-    circuits_.restart();
-}
-
-/// A frame that fits no decision is left to the forwarder: false, and nothing is changed.
-bool FastPath::forward(WritableFrame& frame) {
-    if (!isPlainLength(frame)) {
-        return false;
-    }
-    PacketWork work;
-    work.frame = &frame;
-    work.port = frame.port;
-    if (intakes_[work.port].isCircuit) {
-        work.packet = frame.bytes;
-        work.length = frame.size;
-        const Intake& intake = intakes_[work.port];
-        return !intake.hasVlans && !intake.isLeftOut && circuits_.forward(work);
-    }
-    switch (intakes_.takeIn(work).value_or(0)) {
-    case Wire::EtherType::mpls:
-        return intakes_[work.port].takesLabels && labels_.forward(work);
-    case Wire::EtherType::ipv4:
-        return forwardIp(work, PktHdrType::ipv4);
-    case Wire::EtherType::ipv6:
-        return forwardIp(work, PktHdrType::ipv6);
-    default:
-        return false;
-    }
-}
-
-[[gnu::always_inline]] inline bool FastPath::routeInPlace(const Intake& intake,
-                                                          WritableFrame& frame) {
-    constexpr auto link = static_cast<std::uint32_t>(Ethernet::size);
-    const IpHop::Leaving leaving =
-        ipHop_.routePlain(intake.fib, frame.bytes + link, frame.size - link, frame.headroom + link);
-    if (leaving.line == nullptr) {
-        return false;
-    }
-    departures_.send(frame, *leaving.line, leaving.packet, leaving.length, leaving.etherType);
-    return true;
-}
-
-bool FastPath::forwardIp(PacketWork& work, PktHdrType type) {
-    const Intake& intake = intakes_[work.port];
-    if (!intake.takesIp || work.isToGroup()) {
-        return false;
-    }
-    work.type = type;
-    const ReversePath asked = tables_->ports.ports()[work.port].reversePath;
-    const EgressLine* const line = ipHop_.route(intake.fib, asked, work);
-    if (line == nullptr) {
-        return false;
-    }
-    departures_.send(work, *line, etherTypeOf(work.type));
-    return true;
+    decided_.decisions.voidAll();
+    decider_.restart();
+    road_.labels().labelCountersAre(nullptr);
+    decided_.lines.clear();
+    decided_.hops.restart();
+    decided_.hops.refresh(decided_.decisions.isAwaitingReplacing());
+    decided_.tunnels.restart();
 }
 
 } // namespace OvixAgent

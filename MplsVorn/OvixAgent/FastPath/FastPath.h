@@ -4,13 +4,11 @@
 #include <functional>
 #include <span>
 #include <string>
+#include <vector>
 
-#include "FastPath/CircuitForwarding.h"
-#include "FastPath/Departures.h"
-#include "FastPath/EgressLines.h"
-#include "FastPath/Intakes.h"
-#include "FastPath/IpHop.h"
-#include "FastPath/LabelForwarding.h"
+#include "FastPath/DecidedForwarding.h"
+#include "FastPath/DecidedTables.h"
+#include "FastPath/Decider.h"
 #include "FastPath/SelfCheck.h"
 #include "Forwarding/Forwarder.h"
 #include "Ovix/plugin/PluginManager.h"
@@ -60,6 +58,25 @@ class FastPath {
     /// then. The same object all the time.
     const Frame& current() const noexcept { return current_; }
 
+    // Where other threads forward by the decisions, this one makes them, and has the forwarder
+    // process what they leave.
+
+    /// From now on decisions are made ahead, for all labels of the tables.
+    DecidedTables& shared();
+    /// Takes over what has changed, and decides for some of the labels that wait for it. `settle`
+    /// is called before a label has its first decision, while nobody forwards: frames that others
+    /// have left must then be on their way. Returns whether more labels wait.
+    bool decideAhead(const std::function<void()>& settle);
+    /// Has the forwarder process a frame that another thread has left. False when the tables must
+    /// be refreshed first.
+    bool receiveLeft(const WritableFrame& frame);
+    /// What labels are counted in; empty when they are not.
+    Ptr<Counter::OvixLfibCounterCollection> labelCounters() const { return decider_.countedIn(); }
+    /// Whether a table has the label, as far as that is decided.
+    bool isFound(std::uint32_t label) noexcept { return decided_.decisions.at(label).isFound; }
+    /// Frames that others have forwarded by the decisions.
+    void addFast(std::uint64_t frames) noexcept { counts_.fast += frames; }
+
     /// Frames by decisions, and by the forwarder.
     struct Counts {
         std::uint64_t fast = 0;
@@ -69,18 +86,9 @@ class FastPath {
     };
     const Counts& counts() const noexcept { return counts_; }
     /// Decisions made for labels, anew after changes included.
-    std::uint64_t decided() const noexcept { return labels_.decided(); }
+    std::uint64_t decided() const noexcept { return decider_.decided(); }
 
   private:
-    /// Whether a frame was captured whole, has room for a label, and is no longer than a packet may
-    /// be.
-    static bool isPlainLength(const WritableFrame& frame) noexcept {
-        return frame.size - shortest <= Lumo::Pkt::maxBytes - shortest &&
-               frame.size == frame.originalLength;
-    }
-    /// With a link header and a label.
-    static constexpr std::size_t shortest = Wire::Ethernet::size + Lumo::MplsLabelEntry::size;
-
     std::size_t forwardAll(std::span<WritableFrame> burst);
     std::size_t checkSome(std::span<WritableFrame> burst);
     bool check(WritableFrame& frame);
@@ -90,34 +98,23 @@ class FastPath {
     void takeChanges();
     void takeTrace();
     void voidAll();
-    void loadAhead(std::span<const WritableFrame> burst) noexcept;
-    void loadRoutes(std::span<const WritableFrame> burst) noexcept;
-    LabelForwarding::Destination destinationOf(const WritableFrame& frame) const noexcept;
-    void settle();
     void forwardByDefinition(const WritableFrame& frame);
-    bool forwardPlain(WritableFrame& frame);
-    bool routeInPlace(const Intake& intake, WritableFrame& frame);
-    bool forwardLabels(WritableFrame& frame);
-    bool forward(WritableFrame& frame);
-    bool forwardIp(PacketWork& work, Ovix::PktHdrType type);
+    void askAhead();
+    void awaitLabels(Wire::Bytes frame);
 
     Forwarder* forwarder_;
     ForwardingTables* tables_;
     const Mpls::PublishedTables* published_;
-    Intakes intakes_;
-    Departures departures_;
-    EgressLines lines_;
-    IpHop ipHop_;
-    LabelForwarding labels_;
-    CircuitForwarding circuits_;
+    DecidedTables decided_;
+    Decider decider_;
+    DecidedForwarding road_;
     std::uint64_t seen_ = ~std::uint64_t{0}; ///< count of changes
-    bool isUsable_ = false;                  ///< decisions are
     std::uint64_t version_ = ~std::uint64_t{0};
     LiveTrace* trace_ = nullptr;
     std::uint64_t seenTrace_ = 0; ///< its changes
     bool tracesAll_ = false;
-    bool looksAtFrames_ = false;   ///< since no decision says which ones the trace asks for
-    std::uint32_t busyBursts_ = 0; ///< since frames were looked at last
+    std::uint32_t busyBursts_ = 0;      ///< since frames were looked at last
+    std::vector<Decider::Asked> asked_; ///< to be decided next
     Frame current_;
     Counts counts_;
     bool isOn_ = true;

@@ -121,13 +121,13 @@ const EgressLine* IpHop::routeByVia(const IpRoute& route, std::uint8_t ttl, Pack
 }
 
 const EgressLine* IpHop::route(std::uint32_t fib, ReversePath asked, PacketWork& work) {
-    const Fib& routes = hops_.fib(fib);
+    const Fib& routes = hops_->fib(fib);
     const Forwardable packet = forwardable(routes, asked, work);
     if (packet.route == noPrefix) {
         return nullptr;
     }
     work.length = packet.length; // padding of the link is not forwarded
-    const RouteHop& hop = hops_.ofFlow(fib, packet.route, work.type, work.bytes());
+    const RouteHop& hop = hopOfFlow(fib, packet.route, work.type, work.bytes());
     if (hop.kind != RouteHop::Kind::line) {
         return hop.kind == RouteHop::Kind::via
                    ? routeByVia(routes.route(packet.route), packet.ttl, work)

@@ -48,14 +48,11 @@ namespace OvixAgent {
 /// Routes IP packets that are forwarded without further ado; every other is for the forwarder.
 class IpHop {
   public:
-    /// They must outlive it.
-    IpHop(ForwardingTables& tables, EgressLines& lines) noexcept
-        : tables_(&tables), lines_(&lines), hops_(tables, lines) {}
-
-    /// Takes over which routes have changed.
-    void refresh() { hops_.refresh(); }
-    /// To be called when the lines' numbers are void, before refresh().
-    void restart() noexcept { hops_.restart(); }
+    /// They must outlive it. `decides`: how the packets of routes leave that are not decided yet;
+    /// otherwise these are for the forwarder.
+    IpHop(ForwardingTables& tables, const EgressLines& lines, RouteHops& hops,
+          bool decides) noexcept
+        : tables_(&tables), lines_(&lines), hops_(&hops), decides_(decides) {}
 
     /// Routes the packet, which no rewrite has changed and whose source is to be checked as
     /// `asked`, by the VRF of that number: finds its line, decrements its TTL and pushes its
@@ -75,15 +72,15 @@ class IpHop {
     /// Loads ahead what routing packets to that IPv4 address, in network byte order, will need:
     /// each of these once what the one before it loads is there.
     void prefetchSlot(std::uint32_t fib, const std::uint8_t* address) const noexcept {
-        hops_.fib(fib).prefetchSlot(address);
+        hops_->fib(fib).prefetchSlot(address);
     }
     void prefetchPage(std::uint32_t fib, const std::uint8_t* address) const noexcept {
-        hops_.fib(fib).prefetchPage(address);
+        hops_->fib(fib).prefetchPage(address);
     }
     void prefetchHop(std::uint32_t fib, const std::uint8_t* address) const noexcept {
-        const std::uint32_t route = hops_.fib(fib).numberOfIpv4(address);
+        const std::uint32_t route = hops_->fib(fib).numberOfIpv4(address);
         if (route != noPrefix) {
-            hops_.prefetch(fib, route);
+            hops_->prefetch(fib, route);
         }
     }
 
@@ -92,17 +89,18 @@ class IpHop {
     [[gnu::always_inline]] Leaving routePlain(std::uint32_t fib, std::uint8_t* packet,
                                               std::uint32_t length, std::uint32_t room) {
         const std::uint32_t total = plainIpv4Length(packet, length);
-        if (total == 0 || hops_.fib(fib).ownHosts().mayHaveIpv4(packet + Wire::Ipv4::sourceAt))
+        if (total == 0 || hops_->fib(fib).ownHosts().mayHaveIpv4(packet + Wire::Ipv4::sourceAt))
             [[unlikely]] {
             return {};
         }
-        const std::uint32_t route = hops_.fib(fib).numberOfIpv4(packet + Wire::Ipv4::destinationAt);
+        const std::uint32_t route =
+            hops_->fib(fib).numberOfIpv4(packet + Wire::Ipv4::destinationAt);
         if (route == noPrefix) {
             return {};
         }
-        const RouteHop* hop = &hops_.of(fib, route);
+        const RouteHop* hop = &hops_->of(fib, route);
         if (hop->kind != RouteHop::Kind::line) [[unlikely]] {
-            hop = &hops_.ofFlow(fib, route, Ovix::PktHdrType::ipv4, {packet, total});
+            hop = &hopOfFlow(fib, route, Ovix::PktHdrType::ipv4, {packet, total});
             if (hop->kind != RouteHop::Kind::line) {
                 return {};
             }
@@ -125,9 +123,18 @@ class IpHop {
     const EgressLine* routeByVia(const IpRoute& route, std::uint8_t ttl, PacketWork& work);
     const Lumo::EthAddr* macFor(const IpRouteVia& via, const Lumo::IpGenAddr& destination) const;
 
+    const RouteHop& hopOfFlow(std::uint32_t fib, std::uint32_t route, Ovix::PktHdrType type,
+                              Wire::Bytes packet) {
+        if (decides_) {
+            hops_->decide(fib, route);
+        }
+        return hops_->ofFlow(fib, route, type, packet);
+    }
+
     ForwardingTables* tables_;
-    EgressLines* lines_;
-    RouteHops hops_;
+    const EgressLines* lines_;
+    RouteHops* hops_;
+    bool decides_;
     std::uint64_t routed_ = 0;
     EgressLine own_; ///< of a packet that no line is kept for
 };

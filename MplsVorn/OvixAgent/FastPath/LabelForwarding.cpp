@@ -34,21 +34,37 @@ std::optional<Beneath> beneathTop(Wire::Bytes packet) noexcept {
 
 } // namespace
 
-LabelForwarding::LabelForwarding(const Ptr<Ovix::OvixNamedCounters>& counters,
-                                 const Ptr<Ovix::PluginManager>& manager, ForwardingTables& tables,
-                                 const Mpls::PublishedTables& published, EgressLines& lines,
-                                 IpHop& ipHop, Departures& departures)
-    : events_(counters), lines_(&lines), decisions_(published),
-      decider_(manager, tables, decisions_, lines, events_), ipHop_(&ipHop),
-      departures_(&departures), ports_(&tables.ports) {}
+LabelForwarding::LabelForwarding(DecidedTables& decided, Decider* decider,
+                                 const Ptr<Ovix::OvixNamedCounters>& counters, IpHop& ipHop,
+                                 Departures& departures)
+    : decided_(&decided), decisions_(&decided.decisions), lines_(&decided.lines), decider_(decider),
+      events_(decided.events, counters), ipHop_(&ipHop), departures_(&departures) {}
+
+// With the first label that is counted the decider knows where.
+void LabelForwarding::decide(std::uint32_t label, Beneath beneath) {
+    decider_->decide(label, beneath);
+    labelCounters_ = decider_->labelCounters();
+}
+
+void LabelForwarding::decideBeneath(std::uint32_t label, Beneath beneath) {
+    decider_->decideBeneath(label, beneath);
+    labelCounters_ = decider_->labelCounters();
+}
 
 /// Whether a decision may take the place of this one: of one that a change has made void at once,
 /// since nobody but those who publish tables makes it so; of none when the forwarder has done
 /// enough since to pay for it.
 bool LabelForwarding::mayReplace(const Decision& former) noexcept {
+    if (decider_ == nullptr) {
+        return false;
+    }
     if (former.isLookupKnown || former.action != Action::none) {
         return true;
     }
+    return mayDecide();
+}
+
+bool LabelForwarding::mayDecide() noexcept {
     if (credit_ < costOfDecision) {
         return false;
     }
@@ -63,25 +79,25 @@ const Decision* LabelForwarding::decidedBeneath(const Decision& decision, std::u
         return nullptr;
     }
     const auto kind = static_cast<std::size_t>(*beneath);
-    const Decision& former = decisions_.byBeneath[decision.value].decisions[kind];
-    if (!decisions_.isValid(former)) {
+    const Decision& former = decisions_->byBeneath[decision.value].decisions[kind];
+    if (!decisions_->isValid(former)) {
         if (!mayReplace(former)) {
             return nullptr;
         }
-        decider_.decideBeneath(label, *beneath);
+        decideBeneath(label, *beneath);
     }
-    return &decisions_.byBeneath[decision.value].decisions[kind];
+    return &decisions_->byBeneath[decision.value].decisions[kind];
 }
 
 /// Null: none can be made now, or not for this frame.
 inline const Decision* LabelForwarding::decisionFor(std::uint32_t label, const PacketWork& work) {
-    const Decision& decision = decisions_.at(label);
-    if (!decisions_.isValid(decision)) [[unlikely]] {
+    const Decision& decision = decisions_->at(label);
+    if (!decisions_->isValid(decision)) [[unlikely]] {
         const std::optional<Beneath> beneath = beneathTop(work.bytes());
-        if (!beneath || label == leftOut_ || !mayReplace(decision)) {
+        if (!beneath || label == decided_->traced.leftOut || !mayReplace(decision)) {
             return nullptr;
         }
-        decider_.decide(label, *beneath);
+        decide(label, *beneath);
     }
     return decision.action == Action::byBeneath ? decidedBeneath(decision, label, work) : &decision;
 }
@@ -108,7 +124,7 @@ const EgressLine* LabelForwarding::rewriteTowardFec(const DecidedRewrite& rewrit
     std::uint8_t* const first = work.packet - rewrite.grows;
     std::copy_n(first, changed, former.begin());
     applyRewrite(rewrite, work);
-    const DecidedFec& fec = decisions_.fecs[rewrite.egress];
+    const DecidedFec& fec = decisions_->fecs[rewrite.egress];
     const std::size_t chosen = fec.shares.chosen(Ovix::flowHash(work.type, work.bytes()));
     const EgressLine& line = (*lines_)[fec.lines[chosen]];
     if (line.takes(work.length)) {
@@ -121,7 +137,7 @@ const EgressLine* LabelForwarding::rewriteTowardFec(const DecidedRewrite& rewrit
 
 inline bool LabelForwarding::followRewrite(const Decision& decision, const Counted& counted,
                                            PacketWork& work) {
-    const DecidedRewrite& rewrite = decisions_.rewrites[decision.value];
+    const DecidedRewrite& rewrite = decisions_->rewrites[decision.value];
     const std::int32_t grows = rewrite.grows;
     const auto length = static_cast<std::uint32_t>(static_cast<std::int32_t>(work.length) + grows);
     const EgressLine* line = rewrite.isToFec ? nullptr : &(*lines_)[rewrite.egress];
@@ -148,7 +164,7 @@ inline bool LabelForwarding::followRewrite(const Decision& decision, const Count
 
 /// A flow's hash is that of the frame as it came in, for whatever needs it later, too.
 Decision LabelForwarding::chosen(const Decision& decision, PacketWork& work) const {
-    const DecidedChoice& choice = decisions_.choices[decision.value];
+    const DecidedChoice& choice = decisions_->choices[decision.value];
     work.hash = Ovix::flowHash(PktHdrType::mpls, work.received());
     work.isHashed = true;
     return choice.member(work.hash);
@@ -170,7 +186,7 @@ bool LabelForwarding::followSwap(const Decision& decision, const Counted& counte
 
 bool LabelForwarding::followCircuit(const Decision& decision, const Counted& counted,
                                     PacketWork& work) {
-    const DecidedCircuit& circuit = decisions_.circuits[decision.value];
+    const DecidedCircuit& circuit = decisions_->circuits[decision.value];
     const Wire::Bytes frame = customersFrame(*circuit.pseudowire, work.bytes());
     if (frame.empty() || !circuit.port->isUp ||
         frame.size() > Wire::linkLength(frame) + circuit.port->mtu) {
@@ -180,14 +196,14 @@ bool LabelForwarding::followCircuit(const Decision& decision, const Counted& cou
     if (circuit.isCounted) {
         countLabel(Lumo::MplsLabelEntry::load(work.packet), work);
     }
-    circuit.pseudowire->delivered.add(frame.size());
+    departures_->countDelivered(*circuit.pseudowire, frame.size());
     departures_->sendAs(*work.frame, work.port, *circuit.port, frame);
     return true;
 }
 
 bool LabelForwarding::followLookup(const Decision& decision, const Counted& counted,
                                    PacketWork& work) {
-    const DecidedLookup& lookup = decisions_.lookups[decision.value];
+    const DecidedLookup& lookup = decisions_->lookups[decision.value];
     const auto entry = Lumo::MplsLabelEntry::load(work.packet);
     work.packet += Lumo::MplsLabelEntry::size;
     work.length -= static_cast<std::uint32_t>(Lumo::MplsLabelEntry::size);
@@ -206,7 +222,7 @@ bool LabelForwarding::followLookup(const Decision& decision, const Counted& coun
 
 /// The label was found, but leads nowhere.
 bool LabelForwarding::drop(const Decision& decision, const Counted& counted, PacketWork& work) {
-    DecidedDrop& drop = decisions_.drops[decision.value];
+    const DecidedDrop& drop = decisions_->drops[decision.value];
     if (isLeftOut(drop, *work.frame)) {
         return false;
     }
@@ -254,15 +270,15 @@ bool LabelForwarding::forward(PacketWork& work) {
             return false;
         }
         const Decision decision = *found;
-        if (decision.action == Action::drop && !decisions_.at(label).isFound) {
-            DecidedDrop& unknown = decisions_.drops[decision.value];
+        if (decision.action == Action::drop && !decisions_->at(label).isFound) {
+            const DecidedDrop& unknown = decisions_->drops[decision.value];
             if (work.ended || isLeftOut(unknown, *work.frame)) {
                 return false;
             }
             countUnknown(unknown, *work.frame, work.port);
             return true;
         }
-        if (!lookUpAll(decisions_.at(label), work, counted)) {
+        if (!lookUpAll(decisions_->at(label), work, counted)) {
             return false;
         }
         if (decision.action != Action::terminate) {

@@ -4,59 +4,36 @@
 #include <cstdint>
 #include <vector>
 
+#include "FastPath/DecidedTables.h"
 #include "FastPath/Decider.h"
-#include "FastPath/DecisionTable.h"
 #include "FastPath/Departures.h"
-#include "FastPath/EgressLines.h"
-#include "FastPath/EventSets.h"
 #include "FastPath/IpHop.h"
 #include "FastPath/PacketWork.h"
 #include "Tessel/Prefetch.h"
-#include "Trace/TraceFilter.h"
 
 namespace OvixAgent {
 
 /// Forwards labelled packets by the decisions for their labels.
 class LabelForwarding {
   public:
-    /// Everything must outlive it.
-    LabelForwarding(const Ptr<Ovix::OvixNamedCounters>& counters,
-                    const Ptr<Ovix::PluginManager>& manager, ForwardingTables& tables,
-                    const Mpls::PublishedTables& published, EgressLines& lines, IpHop& ipHop,
+    /// Everything must outlive it. `decider` makes decisions that are missing; null: such frames
+    /// are for the forwarder.
+    LabelForwarding(DecidedTables& decided, Decider* decider,
+                    const Ptr<Ovix::OvixNamedCounters>& counters, IpHop& ipHop,
                     Departures& departures);
 
-    /// Takes over what has changed since the last burst. False while decisions must not be used.
-    bool refresh() { return decisions_.refresh(); }
-    /// Changes with what makes all decisions void: restart() is then to be called.
-    std::uint64_t version() const noexcept { return decider_.version(); }
-    std::uint64_t decided() const noexcept { return decider_.decided(); }
-    void restart() noexcept {
-        decisions_.voidAll();
-        decider_.restart();
+    /// What labels are counted in; null: where the decider says. It must outlive this.
+    void labelCountersAre(Counter::OvixLfibCounterCollection* counters) noexcept {
+        labelCounters_ = counters;
     }
-
-    /// Leaves frames with this label to the forwarder, as far as it is looked up, or with none.
-    void leftOutIs(std::uint32_t label) noexcept {
-        leftOut_ = label;
-        if (label != noLabel) {
-            decisions_.at(label).stamp = 0;
-        }
-    }
-    /// Leaves frames to the forwarder that it asks for and that would be dropped for its reason;
-    /// null: none. It must stay as it is until the next call.
-    void tracedDropsAre(const TraceFilter* filter) noexcept {
-        tracedDrops_ = filter;
-        ++traces_;
-    }
-    static constexpr std::uint32_t noLabel = ~std::uint32_t{0};
 
     /// Settles a frame whose link header is Ethernet's alone where that takes least: it has one
     /// label, which is swapped, gets others on top, is popped or is in no table. False, and nothing
     /// is changed, for any other.
     [[gnu::always_inline]] bool settleInPlace(WritableFrame& frame) {
         const std::uint32_t entry = Lumo::NetU32::load(frame.bytes + Wire::Ethernet::size).value();
-        const Decision& decision = *decisions_.place(entry >> 12U);
-        if (!decisions_.isValid(decision) || (entry & 0xffU) <= 1) {
+        const Decision& decision = *decisions_->place(entry >> 12U);
+        if (!decisions_->isValid(decision) || (entry & 0xffU) <= 1) {
             return false;
         }
         if (decision.action == Action::swap) {
@@ -82,9 +59,9 @@ class LabelForwarding {
     /// Loads what the packet's top label will need.
     [[gnu::always_inline]] void prefetch(const std::uint8_t* top) const noexcept {
         const std::uint32_t label = labelOf(Lumo::MplsLabelEntry::load(top));
-        Tessel::prefetch(decisions_.place(label));
-        if (const auto* counters = decider_.labelCounters()) {
-            counters->prefetch(label);
+        Tessel::prefetch(decisions_->place(label));
+        if (labelCounters_ != nullptr) {
+            labelCounters_->prefetch(label);
         }
     }
 
@@ -96,19 +73,19 @@ class LabelForwarding {
     };
     Destination destinationBeneath(const std::uint8_t* top) const noexcept {
         const std::uint32_t entry = Lumo::NetU32::load(top).value();
-        const Decision& decision = *decisions_.place(entry >> 12U);
+        const Decision& decision = *decisions_->place(entry >> 12U);
         const bool isLookedUp =
-            decision.looksUpIpv4 && (entry & bottom) != 0 && decisions_.isValid(decision);
+            decision.looksUpIpv4 && (entry & bottom) != 0 && decisions_->isValid(decision);
         constexpr std::size_t at = Lumo::MplsLabelEntry::size + Wire::Ipv4::destinationAt;
         return {isLookedUp ? top + at : nullptr, decision.egress};
     }
 
-    /// What labels are counted in; empty when they are not.
-    Ptr<Counter::OvixLfibCounterCollection> countedIn() const { return decider_.countedIn(); }
-
     /// Makes what has been counted visible; to be called before anybody else counts or reads.
     void settle() { events_.settle(); }
 
+    /// Whether the forwarder has done enough to pay for a decision about a label never met before,
+    /// which then is paid.
+    bool mayDecide() noexcept;
     /// The forwarder has processed a frame: pays for decisions.
     void earn() noexcept { credit_ += credit_ < mostCredit ? 1 : 0; }
 
@@ -185,33 +162,42 @@ class LabelForwarding {
     [[gnu::always_inline]] void settled(std::uint16_t lookup, std::uint32_t entry,
                                         const WritableFrame& frame) {
         events_.count(lookup);
-        decider_.labelCounters()->countBytes(entry >> 12U, frame.size);
+        labelCounters_->countBytes(entry >> 12U, frame.size);
     }
-    bool isLeftOut(DecidedDrop& drop, const WritableFrame& frame) noexcept {
-        if (drop.tracedBy != traces_) [[unlikely]] {
-            drop.tracedBy = traces_;
-            drop.isTraced = tracedDrops_ != nullptr &&
-                            drop.reason.find(tracedDrops_->reason) != std::string_view::npos;
+    /// Where a decided drop is counted, and whether a trace asks for its reason.
+    struct DropLog {
+        FrameAccounts::FateLog log; ///< empty until first counted
+        std::uint32_t tracedBy = 0; ///< the trace that was asked last
+        bool isTraced = false;
+    };
+    bool isLeftOut(const DecidedDrop& drop, const WritableFrame& frame) noexcept {
+        DropLog& log = drops_[drop.number];
+        const TracedFrames& traced = decided_->traced;
+        if (log.tracedBy != traced.traces) [[unlikely]] {
+            log.tracedBy = traced.traces;
+            log.isTraced = traced.asksDrops &&
+                           drop.reason.find(traced.filter.reason) != std::string_view::npos;
         }
-        return drop.isTraced && tracedDrops_->matches(frame.frame(), *ports_);
+        return log.isTraced && traced.filter.matches(frame.frame(), decided_->tables->ports);
     }
     /// A frame is dropped whose label no table has.
-    void countUnknown(DecidedDrop& drop, const WritableFrame& frame, PortIndex in) {
+    void countUnknown(const DecidedDrop& drop, const WritableFrame& frame, PortIndex in) {
         events_.count(drop.all);
         departures_->drop(frame, in, logOf(drop));
     }
-    const FrameAccounts::FateLog& logOf(DecidedDrop& drop) {
-        if (drop.log.counter == nullptr) [[unlikely]] {
-            drop.log = departures_->logOf(drop.reason);
+    const FrameAccounts::FateLog& logOf(const DecidedDrop& drop) {
+        FrameAccounts::FateLog& log = drops_[drop.number].log;
+        if (log.counter == nullptr) [[unlikely]] {
+            log = departures_->logOf(drop.reason);
         }
-        return drop.log;
+        return log;
     }
     static std::uint32_t swapped(const Decision& decision, std::uint32_t entry) noexcept {
         constexpr std::uint32_t kept = 0xf00; // TC and S
         return decision.value | (entry & kept) | ((entry & 0xffU) - 1);
     }
     void countLabel(Lumo::MplsLabelEntry entry, const PacketWork& work) {
-        decider_.labelCounters()->countBytes(labelOf(entry), work.counted());
+        labelCounters_->countBytes(labelOf(entry), work.counted());
     }
     void count(const Counted& counted, std::uint16_t last) {
         for (std::size_t i = 0; i < counted.count; ++i) {
@@ -222,17 +208,19 @@ class LabelForwarding {
         }
     }
 
-    EventSets events_;
-    EgressLines* lines_;
-    DecisionTable decisions_;
-    Decider decider_;
+    void decide(std::uint32_t label, Ovix::Beneath beneath);
+    void decideBeneath(std::uint32_t label, Ovix::Beneath beneath);
+
+    DecidedTables* decided_;
+    DecisionTable* decisions_; ///< of them, as the lines are
+    const EgressLines* lines_;
+    Decider* decider_;
+    EventCounts events_;
+    Counter::OvixLfibCounterCollection* labelCounters_ = nullptr;
     IpHop* ipHop_;
     Departures* departures_;
+    std::array<DropLog, DropReasons::most> drops_; ///< by the reason's number
     std::uint32_t credit_ = mostCredit;
-    std::uint32_t leftOut_ = noLabel;
-    const PortTable* ports_;
-    const TraceFilter* tracedDrops_ = nullptr;
-    std::uint32_t traces_ = 0;         ///< that there were
     std::vector<std::uint8_t> copies_; ///< bytes of replicas that have not left yet
     std::size_t copied_ = 0;           ///< of them
 };

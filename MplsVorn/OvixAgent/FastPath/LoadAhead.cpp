@@ -3,7 +3,7 @@
 
 #include <array>
 
-#include "FastPath/FastPath.h"
+#include "FastPath/DecidedForwarding.h"
 #include "Tessel/Prefetch.h"
 #include "Wire/Ethernet.h"
 
@@ -12,8 +12,8 @@ namespace OvixAgent {
 using Wire::Ethernet;
 
 inline LabelForwarding::Destination
-FastPath::destinationOf(const WritableFrame& frame) const noexcept {
-    const Intake& intake = intakes_[frame.port];
+DecidedForwarding::destinationOf(const WritableFrame& frame) const noexcept {
+    const Intake& intake = decided_->intakes[frame.port];
     if (frame.size < shortest + Wire::Ipv4::size) {
         return {};
     }
@@ -26,8 +26,7 @@ FastPath::destinationOf(const WritableFrame& frame) const noexcept {
                                               : LabelForwarding::Destination();
 }
 
-/// Loads what all frames of the burst will need, so that they wait for memory together.
-void FastPath::loadAhead(std::span<const WritableFrame> burst) noexcept {
+void DecidedForwarding::loadAhead(std::span<const WritableFrame> burst) noexcept {
     constexpr std::size_t headersAhead = 16;
     for (std::size_t i = 0; i < burst.size(); ++i) {
         if (i + headersAhead < burst.size()) {
@@ -43,7 +42,7 @@ void FastPath::loadAhead(std::span<const WritableFrame> burst) noexcept {
 }
 
 /// The same where packets are routed: step by step, since each load leads to the next.
-void FastPath::loadRoutes(std::span<const WritableFrame> burst) noexcept {
+void DecidedForwarding::loadRoutes(std::span<const WritableFrame> burst) noexcept {
     std::array<LabelForwarding::Destination, burstFrames> to;
     std::size_t count = 0;
     for (const WritableFrame& frame : burst) {

@@ -29,7 +29,7 @@ inline void LabelForwarding::sendMoved(WritableFrame& frame, std::int32_t grows,
 
 bool LabelForwarding::imposeInPlace(const Decision& decision, std::uint16_t lookup,
                                     std::uint32_t entry, WritableFrame& frame) {
-    const DecidedRewrite& rewrite = decisions_.rewrites.at(decision.value);
+    const DecidedRewrite& rewrite = decisions_->rewrites.at(decision.value);
     const EgressLine& line = (*lines_)[rewrite.egress];
     const auto grows = static_cast<std::uint32_t>(rewrite.grows);
     if ((entry & bottom) == 0 || frame.headroom < grows ||
@@ -47,7 +47,7 @@ bool LabelForwarding::chooseInPlace(const Decision& decision, std::uint32_t entr
     if ((entry & bottom) == 0) {
         return false;
     }
-    const DecidedChoice& choice = decisions_.choices.at(decision.value);
+    const DecidedChoice& choice = decisions_->choices.at(decision.value);
     const std::uint32_t hash = Ovix::flowHash(
         PktHdrType::mpls, {frame.bytes + Wire::Ethernet::size, frame.size - Wire::Ethernet::size});
     const Decision& member = choice.member(hash);
@@ -96,7 +96,7 @@ bool LabelForwarding::lookUpInPlace(const Decision& decision, std::uint32_t entr
 }
 
 bool LabelForwarding::dropInPlace(const Decision& decision, WritableFrame& frame) {
-    DecidedDrop& drop = decisions_.drops[decision.value];
+    const DecidedDrop& drop = decisions_->drops[decision.value];
     if (decision.isFound || isLeftOut(drop, frame)) {
         return false;
     }

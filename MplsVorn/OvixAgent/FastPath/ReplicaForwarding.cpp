@@ -31,7 +31,7 @@ void nameLabel(const PacketWork& work, std::uint8_t* mac) noexcept {
 // All or none: a leg that cannot leave now is for the forwarder, and the others with it.
 bool LabelForwarding::followReplicas(const Decision& decision, const Counted& counted,
                                      PacketWork& work) {
-    const DecidedReplicas& replicas = decisions_.replicas[decision.value];
+    const DecidedReplicas& replicas = decisions_->replicas[decision.value];
     const std::size_t room = replicas.legs.size() * (work.length + frameHeadroom);
     const bool allLeave =
         std::all_of(replicas.legs.begin(), replicas.legs.end(), [&](const DecidedRewrite& leg) {

@@ -4,7 +4,7 @@
 
 namespace OvixAgent {
 
-void RouteHops::refresh() {
+void RouteHops::refresh(bool decides) {
     VrfRoot& vrfs = *tables_->vrfs;
     ofVrf_.resize(vrfs.size());
     for (std::uint32_t i = 0; i < vrfs.size(); ++i) {
@@ -14,10 +14,15 @@ void RouteHops::refresh() {
             if (route < hops.size()) {
                 forget(hops[route]);
             }
+            changed_.push_back(route);
         });
         hops.resize(fib.numbers());
         ofVrf_[i].fib = &fib;
         ofVrf_[i].count = hops.size();
+        for (std::size_t at = 0; decides && at < changed_.size(); ++at) {
+            decide(i, changed_[at]);
+        }
+        changed_.clear();
     }
 }
 
@@ -26,13 +31,18 @@ void RouteHops::restart() noexcept {
     choices_ = {};
 }
 
-const RouteHop& RouteHops::ofFlow(std::uint32_t vrf, std::uint32_t route, Ovix::PktHdrType type,
-                                  Wire::Bytes packet) {
+void RouteHops::decide(std::uint32_t vrf, std::uint32_t route) {
     assert(vrf < ofVrf_.size() && route < ofVrf_[vrf].hops.size());
     RouteHop& hop = ofVrf_[vrf].hops[route];
     if (hop.kind == RouteHop::Kind::undecided) {
         decide(hop, ofVrf_[vrf].fib->route(route));
     }
+}
+
+const RouteHop& RouteHops::ofFlow(std::uint32_t vrf, std::uint32_t route, Ovix::PktHdrType type,
+                                  Wire::Bytes packet) const {
+    assert(vrf < ofVrf_.size() && route < ofVrf_[vrf].hops.size());
+    const RouteHop& hop = ofVrf_[vrf].hops[route];
     if (hop.kind != RouteHop::Kind::choice) {
         return hop;
     }

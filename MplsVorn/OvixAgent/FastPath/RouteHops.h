@@ -58,8 +58,8 @@ class RouteHops {
     RouteHops(ForwardingTables& tables, EgressLines& lines) noexcept
         : tables_(&tables), lines_(&lines) {}
 
-    /// Takes over which routes have changed.
-    void refresh();
+    /// Takes over which routes have changed. `decides`: at once how their packets leave.
+    void refresh(bool decides);
     /// Makes all void, as when lines are given new numbers.
     void restart() noexcept;
 
@@ -70,9 +70,11 @@ class RouteHops {
         assert(route < ofVrf_[vrf].count);
         return ofVrf_[vrf].hops[route];
     }
-    /// Of the packet's flow, and decided; valid until the next call.
+    /// Decides how the route's packets leave if that is not known yet.
+    void decide(std::uint32_t vrf, std::uint32_t route);
+    /// Of the packet's flow; valid until the next change.
     const RouteHop& ofFlow(std::uint32_t vrf, std::uint32_t route, Ovix::PktHdrType type,
-                           Wire::Bytes packet);
+                           Wire::Bytes packet) const;
     /// Loads ahead what packets of the route will need.
     void prefetch(std::uint32_t vrf, std::uint32_t route) const noexcept {
         Tessel::prefetch(&ofVrf_[vrf].hops[route]);
@@ -90,6 +92,7 @@ class RouteHops {
 
     ForwardingTables* tables_;
     EgressLines* lines_;
+    std::vector<std::uint32_t> changed_; ///< routes of a VRF, since the last refresh
     struct Vrf {
         const Fib* fib = nullptr;
         std::vector<RouteHop> hops; ///< by route

@@ -19,12 +19,12 @@ bool LabelForwarding::lookUpInner(const PacketWork& work, Counted& counted) {
         if (!isFound) {
             continue;
         }
-        const Decision& decision = decisions_.at(label);
-        if (!decisions_.isValid(decision)) {
-            if (label == leftOut_ || !mayReplace(decision)) {
+        const Decision& decision = decisions_->at(label);
+        if (!decisions_->isValid(decision)) {
+            if (label == decided_->traced.leftOut || !mayReplace(decision)) {
                 return false;
             }
-            decider_.decide(label, Ovix::Beneath::label);
+            decide(label, Ovix::Beneath::label);
         }
         if (!decision.isLookupKnown || counted.isFull()) {
             return false;

@@ -1,6 +1,7 @@
 #include "Forwarding/FrameAccounts.h"
 
 #include <cassert>
+#include <utility>
 
 namespace OvixAgent {
 
@@ -48,6 +49,14 @@ std::vector<std::uint64_t> FrameAccounts::countsOf(const Ovix::OvixNamedCounters
         counts.push_back(counter.count);
     }
     return counts;
+}
+
+void FrameAccounts::absorb(FrameAccounts& other) {
+    in_ += std::exchange(other.in_, {});
+    replicas_ += std::exchange(other.replicas_, 0);
+    counters_->absorb(*other.counters_);
+    fates_->absorb(*other.fates_);
+    recorder_.absorb(other.recorder_);
 }
 
 FrameAccounts::Counts FrameAccounts::counts() const {

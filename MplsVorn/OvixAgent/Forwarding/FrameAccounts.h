@@ -56,6 +56,10 @@ class FrameAccounts {
     /// Sets all counts back to what they were; counters that are newer have then counted nothing.
     void setBack(const Counts& counts);
 
+    /// Counts what `other` has counted, and takes over the frames that it has recorded; it starts
+    /// over. Reasons are the same.
+    void absorb(FrameAccounts& other);
+
     FrameRecorder& recorder() noexcept { return recorder_; }
     const FrameRecorder& recorder() const noexcept { return recorder_; }
 

@@ -45,26 +45,26 @@ std::uint64_t HashOfVia::operator()(const RecordedVia& via) const noexcept {
 }
 
 std::size_t FrameRecorder::Log::kept() const noexcept {
-    return std::min<std::uint64_t>(frames(), places);
+    return std::min<std::uint64_t>(seen(), places);
 }
 
 const RecordedFrame& FrameRecorder::Log::keptAt(std::size_t index) const noexcept {
     assert(index < kept());
-    return frames() <= framesOfReason ? last_[index]
-           : index == 0               ? first_
-                                      : last_[(frames() + index - 1) % framesOfReason];
+    return seen() <= framesOfReason ? last_[index]
+           : index == 0             ? first_
+                                    : last_[(seen() + index - 1) % framesOfReason];
 }
 
 const RecordedFrame* FrameRecorder::Log::at(std::size_t place) const noexcept {
     if (place == 0) {
-        return frames() > framesOfReason ? &first_ : nullptr;
+        return seen() > framesOfReason ? &first_ : nullptr;
     }
-    return place - 1 < frames() ? &last_[place - 1] : nullptr;
+    return place - 1 < seen() ? &last_[place - 1] : nullptr;
 }
 
 void FrameRecorder::Log::countPort() noexcept {
-    byPort_[port_] += frames() - portFrom_;
-    portFrom_ = frames();
+    byPort_[port_] += seen() - portFrom_;
+    portFrom_ = seen();
 }
 
 void FrameRecorder::Log::portIs(PortIndex port) {
@@ -77,7 +77,7 @@ void FrameRecorder::Log::portIs(PortIndex port) {
 
 std::vector<std::uint64_t> FrameRecorder::Log::byPort() const {
     std::vector<std::uint64_t> all = byPort_;
-    all[port_] += frames() - portFrom_;
+    all[port_] += seen() - portFrom_;
     return all;
 }
 
@@ -130,7 +130,7 @@ FrameRecorder::Log& FrameRecorder::logOf(const Fate& fate, std::uint64_t hash) {
         return *others_;
     }
     const Fate named{fate.kind, isShared ? otherReasons : fate.reason};
-    Log& added = *logs_.emplace_back(std::make_unique<Log>(named));
+    Log& added = *logs_.emplace_back(std::make_unique<Log>(named, hash));
     if (isShared) {
         others_ = &added;
     } else {
@@ -152,6 +152,52 @@ void FrameRecorder::record(Log& log, const Frame& frame, const RecordedVia& via)
     copyHead(slot, frame.bytes.data(), frame.bytes.size());
     if (via.nexthop.family() != Lumo::IpFamily::none && isForNeighbour(log.reason)) {
         unresolved_.add(via, 1, frame.time.seconds);
+    }
+}
+
+/// Of `taken` frames the other's places have been copied.
+void FrameRecorder::Log::absorbCounts(const Log& other, std::uint64_t taken) {
+    absorbed_ += other.frames() - taken;
+    const std::vector<std::uint64_t> theirs = other.byPort();
+    byPort_.resize(std::max(byPort_.size(), theirs.size()));
+    for (std::size_t port = 0; port < theirs.size(); ++port) {
+        byPort_[port] += theirs[port];
+    }
+    for (std::size_t i = 0; i < other.kept(); ++i) { // which are counted here as they are copied
+        byPort_[other.keptAt(i).port] -= 1;
+    }
+    for (const Labels::Entry& entry : other.topLabels(other.second_)) {
+        labels_.add(entry.key, static_cast<std::uint32_t>(entry.count), other.second_);
+    }
+}
+
+void FrameRecorder::Log::clear() noexcept {
+    next_ = last_.data();
+    wrapped_ = 0;
+    absorbed_ = 0;
+    port_ = 0;
+    portFrom_ = 0;
+    std::fill(byPort_.begin(), byPort_.end(), 0);
+    labels_ = {};
+    inSecond_ = 0;
+    second_ = 0;
+}
+
+void FrameRecorder::absorb(FrameRecorder& other) {
+    for (const auto& theirs : other.logs_) {
+        if (theirs->frames() == 0) {
+            continue;
+        }
+        Log& log = logOf({theirs->kind, theirs->reason}, theirs->hash);
+        log.absorbCounts(*theirs, theirs->kept());
+        for (std::size_t i = 0; i < theirs->kept(); ++i) {
+            const RecordedFrame& frame = theirs->keptAt(i);
+            RecordedFrame& slot = begin(log, frame.port);
+            const std::uint64_t sequence = slot.sequence;
+            slot = frame;
+            slot.sequence = sequence;
+        }
+        theirs->clear();
     }
 }
 

@@ -74,13 +74,12 @@ class FrameRecorder {
     /// Of one reason.
     class Log {
       public:
-        explicit Log(const Fate& fate) : kind(fate.kind), reason(fate.reason) {}
+        explicit Log(const Fate& fate, std::uint64_t hashOfReason = 0)
+            : kind(fate.kind), reason(fate.reason), hash(hashOfReason) {}
         Log(const Log&) = delete;
         Log& operator=(const Log&) = delete;
 
-        std::uint64_t frames() const noexcept {
-            return wrapped_ + static_cast<std::uint64_t>(next_ - last_.data());
-        }
+        std::uint64_t frames() const noexcept { return seen() + absorbed_; }
         /// Frames of each port; ports behind its end have none.
         std::vector<std::uint64_t> byPort() const;
         /// The labels met most; of a flood those that come most often, with estimates.
@@ -96,9 +95,16 @@ class FrameRecorder {
 
         const FateKind kind;
         const std::string reason;
+        const std::uint64_t hash; ///< of the reason
 
       private:
         friend class FrameRecorder;
+        /// Those that had a place here.
+        std::uint64_t seen() const noexcept {
+            return wrapped_ + static_cast<std::uint64_t>(next_ - last_.data());
+        }
+        void absorbCounts(const Log& other, std::uint64_t taken);
+        void clear() noexcept;
         void wrap(std::uint64_t random) noexcept;
         void countPort() noexcept;
         void portIs(PortIndex port);
@@ -106,8 +112,9 @@ class FrameRecorder {
 
         std::array<RecordedFrame, framesOfReason> last_;
         RecordedFrame* next_ = last_.data();
-        std::uint64_t wrapped_ = 0; ///< frames before the first place was used last
-        PortIndex port_ = 0;        ///< of the last frames: those from number `portFrom_` on
+        std::uint64_t wrapped_ = 0;  ///< frames before the first place was used last
+        std::uint64_t absorbed_ = 0; ///< of another recorder, which had no place for them any more
+        PortIndex port_ = 0;         ///< of the last frames: those from number `portFrom_` on
         std::uint64_t portFrom_ = 0;
         std::vector<std::uint64_t> byPort_ = {0};
         RecordedFrame first_; ///< once it is none of the last any more
@@ -135,10 +142,15 @@ class FrameRecorder {
     /// The same of any frame.
     void record(Log& log, const Frame& frame, const RecordedVia& via);
 
+    /// Takes over what another has recorded, which starts over.
+    void absorb(FrameRecorder& other);
+
     /// While paused, nothing is recorded.
     void isPausedIs(bool paused) noexcept { isPaused_ = paused; }
     /// Of the label tables, from the next frame on.
     void generationIs(std::uint64_t generation) noexcept { generation_ = generation; }
+
+    std::uint64_t generation() const noexcept { return generation_; }
 
     const std::vector<std::unique_ptr<Log>>& logs() const noexcept { return logs_; }
     /// The neighbours whose MAC address was not known, by packets that were dropped for it.

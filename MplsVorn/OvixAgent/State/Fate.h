@@ -95,6 +95,8 @@ inline constexpr std::string_view noReverseRoute = "IP source not reached by any
 inline constexpr std::string_view labelToGroup = "Unicast label in a frame to a group of stations";
 inline constexpr std::string_view ipToGroup = "IP unicast in a frame to a group of stations";
 inline constexpr std::string_view delivered = "Multicast delivered to the CPU";
+/// A worker has left more frames than the packet thread could take.
+inline constexpr std::string_view workerQueueFull = "Queue to the packet thread full";
 inline constexpr std::string_view trapped = "Trapped to the CPU";
 } // namespace Reason
 

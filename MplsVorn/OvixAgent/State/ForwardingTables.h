@@ -4,6 +4,7 @@
 #include "Ovix/rewrite/RewriteImpl.h"
 #include "State/DropListener.h"
 #include "State/FecTable.h"
+#include "State/ForwardingGate.h"
 #include "State/Frame.h"
 #include "State/Neighbours.h"
 #include "State/PortTable.h"
@@ -47,6 +48,7 @@ struct ForwardingTables {
     /// The same with what has been made of the configuration; what was there before is given back.
     /// Pseudowires are made here: packets and decisions hold handles of their next hops.
     void swap(ConfiguredTables& made, const AgentConfig& config) {
+        const ForwardingGate::Closed closed(gate);
         neighbours.configuredAre(made.neighbours);
         std::swap(fecs, made.fecs);
         std::vector<L2::Pseudowire> signalled = pseudowires.signalled();
@@ -60,6 +62,7 @@ struct ForwardingTables {
 
     /// Replaces the pseudowires that a control plane signals.
     void signalledAre(std::vector<L2::Pseudowire> all) {
+        const ForwardingGate::Closed closed(gate);
         pseudowires.signalledAre(std::move(all), ports);
         ++configured;
         Tessel::Changes::notice();
@@ -70,6 +73,7 @@ struct ForwardingTables {
     FecTable fecs;
     Pseudowires pseudowires;
     Ptr<VrfRoot> vrfs;
+    ForwardingGate gate;           ///< to be closed while what other threads forward by is changed
     DropListener* drops = nullptr; ///< answers about dropped packets; may be null
     std::uint64_t configured = 0;  ///< how often all decisions have become void
 };

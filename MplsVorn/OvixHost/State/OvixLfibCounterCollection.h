@@ -24,6 +24,11 @@ class PktCounter {
         bytes_ += bytes;
     }
     void clearCounter() noexcept { *this = PktCounter(); }
+    PktCounter& operator+=(const PktCounter& more) noexcept {
+        packets_ += more.packets_;
+        bytes_ += more.bytes_;
+        return *this;
+    }
 
   private:
     std::uint64_t packets_ = 0;
@@ -106,6 +111,18 @@ class OvixLfibCounterCollection : public Tessel::Entity {
             const Lumo::MplsLabel label(first + static_cast<std::uint32_t>(std::countr_zero(left)));
             visitor(Mpls::RouteKey::fromLabel(label), *labels_.at(label.value()));
         }
+    }
+    /// Adds what `other` has counted for routes of one label among `labelsAtOnce` labels; `other`
+    /// loses those counters. One that is absent here is created if `mayCreate(label)`.
+    template <typename MayCreate>
+    void absorbLabels(std::uint32_t first, OvixLfibCounterCollection& other,
+                      const MayCreate& mayCreate) {
+        other.visitLabels(first, [&](Mpls::RouteKey key, const PktCounter& counted) {
+            if (counter(key) != nullptr || mayCreate(key.topLabel().value())) {
+                counterCollectionIs(key) += counted;
+            }
+            other.counterCollectionDel(key);
+        });
     }
     /// Visits the routes of several labels.
     template <typename Visitor>

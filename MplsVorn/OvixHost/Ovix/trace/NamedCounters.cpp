@@ -124,4 +124,13 @@ void OvixNamedCounters::insert(Counter& counter) noexcept {
     slots_[at] = &counter;
 }
 
+void OvixNamedCounters::absorb(OvixNamedCounters& other) {
+    for (Counter& theirs : other.counters_) {
+        if (theirs.count > 0) {
+            counter({theirs.category, theirs.module, theirs.reason}).count +=
+                std::exchange(theirs.count, 0);
+        }
+    }
+}
+
 } // namespace Ovix

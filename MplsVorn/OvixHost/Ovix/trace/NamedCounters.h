@@ -86,6 +86,9 @@ class OvixNamedCounters : public Tessel::Counted {
     /// Sets the counts in that order; those of the counters behind them to 0.
     void countsAre(const std::vector<std::uint64_t>& counts) noexcept;
 
+    /// Counts what `other` has counted, which then starts over at 0.
+    void absorb(OvixNamedCounters& other);
+
     /// The counter counted last since `forgetLast`, lookups that missed apart, or null: what
     /// happened to the current frame.
     const Counter* last() const noexcept { return last_; }

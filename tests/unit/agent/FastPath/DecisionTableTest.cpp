@@ -1,6 +1,7 @@
 #include "FastPath/DecisionTable.h"
 
 #include <gtest/gtest.h>
+#include <set>
 
 #include "LocalTables.h"
 #include "TableTesting.h"
@@ -185,6 +186,31 @@ TEST_F(DecisionTableTest, WhatADecisionRefersToIsReleasedWithIt) {
     EXPECT_EQ(held(), 0U);
     EXPECT_EQ(whole.action, Action::none);
     EXPECT_FALSE(decisions.isValid(whole));
+}
+
+TEST_F(DecisionTableTest, LabelsMayKeepTheirDecisionsUntilTheseAreReplaced) {
+    routeIs(Mpls::TableId::decapLfib, 100);
+    routeIs(Mpls::TableId::decapLfib, 101);
+    const auto awaited = [this] {
+        std::set<std::uint32_t> labels;
+        while (decisions.areAwaited()) {
+            labels.insert(decisions.takeAwaiting());
+        }
+        return labels;
+    };
+    decisions.awaitsReplacing();
+    EXPECT_TRUE(decisions.refresh());
+    EXPECT_EQ(awaited(), (std::set<std::uint32_t>{100, 101}));
+    decide(100);
+    decide(101);
+    routeIs(Mpls::TableId::decapLfib, 100, 1300);
+    EXPECT_TRUE(decisions.refresh());
+    EXPECT_TRUE(isValid(100));
+    EXPECT_EQ(awaited(), std::set<std::uint32_t>{100});
+    decisions.voidAll();
+    EXPECT_TRUE(decisions.refresh());
+    EXPECT_FALSE(isValid(100) || isValid(101));
+    EXPECT_EQ(awaited(), (std::set<std::uint32_t>{100, 101}));
 }
 
 } // namespace DecisionTableTest

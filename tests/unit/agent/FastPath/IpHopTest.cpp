@@ -24,7 +24,7 @@ class IpHopTest : public IpRouting {
         work.length = size - 14;
         work.type = packet[0] >> 4U == 4 ? Ovix::PktHdrType::ipv4 : Ovix::PktHdrType::ipv6;
         lines.refresh();
-        hop.refresh();
+        hops.refresh(false);
         const EgressLine* const line = hop.route(0, asked, work);
         if (line == nullptr) {
             EXPECT_EQ(memory, whole);
@@ -39,7 +39,7 @@ class IpHopTest : public IpRouting {
         const Bytes whole = join({filled(room, 0xa5), packet});
         Bytes memory = whole;
         lines.refresh();
-        hop.refresh();
+        hops.refresh(false);
         const IpHop::Leaving leaving = hop.routePlain(
             0, memory.data() + room, static_cast<std::uint32_t>(packet.size()), room);
         if (leaving.line == nullptr) {
@@ -62,7 +62,8 @@ class IpHopTest : public IpRouting {
 
     ReversePath asked = ReversePath::off;
     EgressLines lines{tables};
-    IpHop hop{tables, lines};
+    RouteHops hops{tables, lines};
+    IpHop hop{tables, lines, hops, true};
 };
 
 } // namespace
@@ -167,7 +168,7 @@ TEST_F(IpHopTest, FollowsItsRouteAsItChanges) {
 TEST_F(IpHopTest, RoutesOfARestartedTableAreDecidedAnew) {
     EXPECT_TRUE(routePlain(packetTo("10.6.0.1")));
     lines.clear();
-    hop.restart();
+    hops.restart();
     EXPECT_EQ(routePlain(packetTo("10.9.0.1"))->first, east);
     EXPECT_TRUE(routePlain(packetTo("10.6.0.1")));
 }

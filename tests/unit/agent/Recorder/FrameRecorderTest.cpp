@@ -158,4 +158,32 @@ TEST_F(FrameRecorderTest, NothingIsRecordedWhilePaused) {
     EXPECT_EQ(labelsKept(), (std::vector<std::uint32_t>{101}));
 }
 
+TEST_F(FrameRecorderTest, TakesOverWhatAnotherHasRecordedWhichStartsOver) {
+    FrameRecorder other;
+    FrameRecorder::Log& theirs = other.logOf(drop("no reason"), 1);
+    FrameRecorder::Log& only = other.logOf(drop("another reason"), 2);
+    const auto recordThere = [&](FrameRecorder::Log& to, std::uint32_t label) {
+        const Bytes frame = join({eth(ethMpls), stack({{label}}), ipv4({}, udp())});
+        other.record(to, Frame{4, {5, label}, frame, 99}, {});
+    };
+    record(17);
+    for (std::uint32_t label = 100; label < 300; ++label) {
+        recordThere(theirs, label);
+    }
+    recordThere(only, 18);
+    recorder.absorb(other);
+    EXPECT_EQ(log.frames(), 201U);
+    EXPECT_EQ(log.byPort(), (std::vector<std::uint64_t>{0, 0, 1, 0, 200}));
+    EXPECT_EQ(*topLabel(newest().bytes()), 299U);
+    EXPECT_EQ(*topLabel(log.keptAt(0).bytes()), 17U);
+    EXPECT_EQ(newest().sequence, recorder.sequence() - 1); // behind it the other reason's
+    EXPECT_EQ(recorder.logOf(drop("another reason"), 2).frames(), 1U);
+    EXPECT_EQ(theirs.frames(), 0U);
+    EXPECT_EQ(theirs.kept(), 0U);
+    recordThere(theirs, 400);
+    recorder.absorb(other);
+    EXPECT_EQ(log.frames(), 202U);
+    EXPECT_EQ(*topLabel(newest().bytes()), 400U);
+}
+
 } // namespace FrameRecorderTest

@@ -189,6 +189,25 @@ TEST(PktCounterCollectionHolder, IgnoresAnEmptyHandle) {
     EXPECT_TRUE(holder.collections().empty());
 }
 
+TEST(OvixLfibCounterCollection, TakesOverCountsOfRoutesThatAreStillThere) {
+    const auto counters = Tessel::make<OvixLfibCounterCollection>("all");
+    const auto others = Tessel::make<OvixLfibCounterCollection>("others");
+    const auto keyOf = [](std::uint32_t label) {
+        return Mpls::RouteKey::fromLabel(Lumo::MplsLabel(label));
+    };
+    counters->countBytes(70, 10);
+    for (const std::uint32_t label : {70U, 71U, 72U, 200U}) {
+        others->countBytes(label, 5);
+    }
+    counters->absorbLabels(64, *others, [](std::uint32_t label) { return label == 72; });
+    EXPECT_EQ(counters->counter(keyOf(70))->packets(), 2U);
+    EXPECT_EQ(counters->counter(keyOf(70))->bytes(), 15U);
+    EXPECT_EQ(counters->counter(keyOf(71)), nullptr);
+    EXPECT_EQ(counters->counter(keyOf(72))->bytes(), 5U);
+    EXPECT_EQ(counters->counter(keyOf(200)), nullptr);
+    EXPECT_EQ(others->size(), 1U);
+}
+
 } // namespace
 
 } // namespace OvixLfibCounterCollectionTest

@@ -129,6 +129,20 @@ TEST(NamedCounters, WhatAFrameCountedIsTakenBackWhenItIsTakenAgain) {
     EXPECT_EQ(counters.value("Drop", "m", "first"), 1U);
 }
 
+TEST(NamedCounters, TakeOverWhatOthersHaveCountedWhichStartOver) {
+    Ovix::OvixNamedCounters counters;
+    Ovix::OvixNamedCounters others;
+    counters.count("Drop", "m", "both");
+    others.count("Drop", "m", "new");
+    others.count("Drop", "m", "both");
+    others.count("Drop", "m", "both");
+    counters.absorb(others);
+    counters.absorb(others);
+    EXPECT_EQ(counters.value("Drop", "m", "both"), 3U);
+    EXPECT_EQ(counters.value("Drop", "m", "new"), 1U);
+    EXPECT_EQ(others.value("Drop", "m", "both"), 0U);
+}
+
 } // namespace
 
 } // namespace NamedCountersTest

@@ -1,17 +1,15 @@
-#include "FastPath/CircuitForwarding.h"
+#include "FastPath/CircuitTunnels.h"
 
-#include "Ovix/packet/FlowHash.h"
 #include "Wire/ControlWord.h"
 
 namespace OvixAgent {
 
-CircuitForwarding::CircuitForwarding(const Ptr<Ovix::PluginManager>& manager,
-                                     ForwardingTables& tables, EgressLines& lines,
-                                     Departures& departures)
+CircuitTunnels::CircuitTunnels(const Ptr<Ovix::PluginManager>& manager, ForwardingTables& tables,
+                               EgressLines& lines)
     : rewriteMap_(Ovix::RewriteInfoImplMapSharedObject::getMap(manager->sharedObjects())),
-      tables_(&tables), lines_(&lines), departures_(&departures) {}
+      tables_(&tables), lines_(&lines) {}
 
-void CircuitForwarding::restart() {
+void CircuitTunnels::restart() {
     tunnels_.clear();
     for (PortIndex i = 0; i < tables_->ports.ports().size(); ++i) {
         tunnels_.push_back(tunnelOf(i));
@@ -19,14 +17,14 @@ void CircuitForwarding::restart() {
 }
 
 /// One without a pseudowire when the port is no circuit, or has one that is not plain.
-CircuitForwarding::Tunnel CircuitForwarding::tunnelOf(PortIndex circuit) {
+CircuitTunnel CircuitTunnels::tunnelOf(PortIndex circuit) {
     Pseudowire* const pseudowire = tables_->pseudowires.ofPort(circuit);
     if (pseudowire == nullptr || !pseudowire->remote || !tables_->pseudowires.mplsRouting()) {
         return {};
     }
     const Ovix::RoutingNexthop& remote = *pseudowire->remote;
     const Port* const port = tables_->ports.byIntfId(remote.intfId());
-    Tunnel tunnel;
+    CircuitTunnel tunnel;
     if (port == nullptr || port->out == nullptr || remote.address().empty() ||
         tables_->pseudowires.isCircuit(tables_->ports.indexOf(*port)) ||
         !readRewrites(remote.rewriteInfos(), tunnel)) {
@@ -38,7 +36,7 @@ CircuitForwarding::Tunnel CircuitForwarding::tunnelOf(PortIndex circuit) {
     return tunnel;
 }
 
-bool CircuitForwarding::readRewrites(const Ovix::RewriteInfos& rewrites, Tunnel& tunnel) const {
+bool CircuitTunnels::readRewrites(const Ovix::RewriteInfos& rewrites, CircuitTunnel& tunnel) const {
     if (!rewrites.finalCounterActions().empty()) {
         return false;
     }
@@ -62,35 +60,6 @@ bool CircuitForwarding::readRewrites(const Ovix::RewriteInfos& rewrites, Tunnel&
     }
     tunnel.labelBytes =
         static_cast<std::uint32_t>(tunnel.imposed->labels.entries() * Lumo::MplsLabelEntry::size);
-    return true;
-}
-
-// The class of the frame goes into the labels, whose TTL is 255 (RFC 4448).
-bool CircuitForwarding::forward(PacketWork work) {
-    const Tunnel& tunnel = tunnels_[work.port];
-    if (tunnel.pseudowire == nullptr) {
-        return false;
-    }
-    const EgressLine& line = (*lines_)[tunnel.egress];
-    const std::uint32_t added = tunnel.labelBytes + tunnel.controlWordBytes;
-    if (!line.takes(work.length + added) || !work.hasRoom(added)) {
-        return false;
-    }
-    const Ovix::ImposedLabels& labels = tunnel.imposed->labels;
-    const std::uint8_t tc = Ovix::classOf(Ovix::PktHdrType::eth, work.bytes());
-    const std::uint32_t hash =
-        labels.namesFlow() ? Ovix::flowHash(Ovix::PktHdrType::eth, work.bytes()) : 0;
-    const std::uint32_t received = work.length;
-    work.packet -= added;
-    work.length += added;
-    work.type = Ovix::PktHdrType::mpls;
-    constexpr std::uint8_t ttl = 255;
-    labels.write(work.bytes().first(tunnel.labelBytes), tc, ttl, hash, false);
-    if (tunnel.controlWordBytes > 0) {
-        Wire::ControlWordWriter(work.bytes().subspan(tunnel.labelBytes)).clear();
-    }
-    tunnel.pseudowire->sent.add(received);
-    departures_->send(work, line, Wire::EtherType::mpls);
     return true;
 }
 
