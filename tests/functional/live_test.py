@@ -207,7 +207,7 @@ for i in range(2000): s.send(bytes.fromhex("{mac}" + "020000000009" + "0800" + "
     def test_addresses_and_status_change_with_the_configuration(self):
         process = self.start()
         self.learn_neighbours()
-        self.config.write_text("""
+        self.config.write_text(self.settings + """
 ports:
   - {name: west, kind: packet, addresses: [10.0.1.77/24]}
   - {name: east, kind: packet, addresses: [10.0.2.1/24]}
@@ -217,7 +217,7 @@ ports:
                       f.udp_packet("10.0.1.2", "10.0.2.2", ttl=1))
         self.until(lambda: [one[12:16] for one in self.icmp_answers(spent)]
                    == [bytes([10, 0, 1, 77])])
-        self.config.write_text("""
+        self.config.write_text(self.settings + """
 ports:
   - {name: west, kind: packet, addresses: [10.0.1.1/24]}
   - {name: east, kind: packet, addresses: [10.0.2.1/24], status: down}

@@ -66,6 +66,7 @@ class LiveTest(NamespaceTest):
     """west host – router – east host; the router's own kernel forwards nothing."""
 
     options: tuple[str, ...] = ()  # of the agent, beside those that every test needs
+    settings = ""  # of the configuration, likewise
 
     def setUp(self):
         self.directory = pathlib.Path(tempfile.mkdtemp())
@@ -110,7 +111,7 @@ class LiveTest(NamespaceTest):
             return False
 
     def configure(self, extra: str = "", kind: str = "packet") -> None:
-        self.config.write_text(f"""
+        self.config.write_text(f"""{self.settings}
 ports:
   - {{name: west, kind: {kind}, addresses: [10.0.1.1/24]}}
   - {{name: east, kind: {kind}, addresses: [10.0.2.1/24]}}

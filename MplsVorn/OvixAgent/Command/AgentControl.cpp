@@ -13,6 +13,11 @@ namespace OvixAgent {
 
 namespace {
 
+/// Whether the command needs what has been counted of labels.
+bool isAboutLabels(std::string_view command) noexcept {
+    return command == "counters" || command == "clear-counters" || command == "top-labels";
+}
+
 /// The control commands.
 struct Commands {
     ControlParts parts;
@@ -45,6 +50,9 @@ struct Commands {
         const Tessel::Result<std::string> command = requestedCommand(request);
         if (!command) {
             return refusalAnswer(command.refused().what);
+        }
+        if (parts.collect) {
+            parts.collect(isAboutLabels(command.value()));
         }
         const auto found = all.find(command.value());
         return found != all.end()

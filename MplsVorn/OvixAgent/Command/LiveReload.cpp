@@ -22,6 +22,11 @@ Tessel::Result<void> checkSamePorts(const AgentConfig& old, const AgentConfig& c
                                             a.parent == b.parent &&
                                             (!a.isSubInterface() || a.tagging == b.tagging);
                                  });
+    if (old.workers != config.workers || old.cpus != config.cpus) {
+        return Tessel::Refused{
+            fmt::format("{}: {}: a change of workers or their processors needs a restart",
+                        options.config, config.cpus.empty() ? "workers" : "cpus")};
+    }
     if (!same || old.cpuTap != config.cpuTap) {
         return Tessel::Refused{fmt::format(
             "{}: ports: a change of names, kinds, mac, mtu or sub-interfaces needs a restart",
@@ -136,6 +141,7 @@ void LiveReload::finish() {
 
 // Handles are not counted atomically: nothing that is given back has one in the packet thread.
 void LiveReload::swap(Made& made) {
+    const ForwardingGate::Closed closed(parts_.tables->gate);
     parts_.state->commitTables();
     parts_.state->configTextIs(made.config.text);
     parts_.tables->swap(made.tables, made.config);

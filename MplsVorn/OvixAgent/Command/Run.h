@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -18,11 +19,30 @@
 
 namespace OvixAgent {
 
+class FastPath;
+
 /// Runs the agent on captures or live and prints the summary. Returns the exit code; errors are
 /// logged.
 int run(const RunOptions& options, OvixLog::Log& log);
 
+/// The same of a live run, up to its summary. Throws WorkerError and CardError before anything is
+/// started.
+Tessel::Result<Summary> runLive(const RunOptions& options, OvixLog::Log& log);
+
+/// Workers that cannot be had.
+struct WorkerError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
 // What both kinds of run are made of.
+
+/// How many frames were checked, if any were to be.
+void addChecks(const RunOptions& options, const FastPath& fastPath,
+               std::vector<NamedCounter>& counters);
+/// Looks whether the tables are still there, and logs what is new.
+void watchTables(AgentState& state, OvixLog::Log& log);
+/// With --trace every frame is traced, behind the plugin's own lines about it.
+void traceAllIf(bool isAsked, LiveTrace& trace);
 
 /// Opens the tables that the options name and starts the plugin. What the tables or the plugin
 /// refuse of the configuration is refused; throws what the system refuses.
@@ -48,7 +68,8 @@ struct ControlParts {
     LiveTrace* trace;
     std::function<std::vector<NamedCounter>()> more = {}; ///< counters beside the forwarder's
     LiveStateOf live = {};
-    std::function<std::uint64_t()> answers = {}; ///< frames received that the router has made
+    std::function<void(bool labels)> collect = {}; ///< counts of other threads, to be asked first
+    std::function<std::uint64_t()> answers = {};   ///< frames received that the router has made
 };
 /// Serves the control commands. Null when the run has neither shared tables nor a control socket.
 /// Throws as ControlServer does.

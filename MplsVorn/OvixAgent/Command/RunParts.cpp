@@ -4,6 +4,7 @@
 #include <system_error>
 
 #include "Command/Run.h"
+#include "FastPath/FastPath.h"
 #include "Forwarding/PluginHost.h"
 #include "Ovix/trace/Trace.h"
 #include "Tables/TableLoading.h"
@@ -68,6 +69,33 @@ Summary summaryOf(const RunOptions& options, const AgentState& state, const Forw
     Summary summary = framesOf(options, state, forwarder);
     summary.labels = labelTraffic(*state.manager()->pktCounterCollectionHolder());
     return summary;
+}
+
+void addChecks(const RunOptions& options, const FastPath& fastPath,
+               std::vector<NamedCounter>& counters) {
+    if (options.checkEvery > 0) {
+        counters.push_back({"Path", "Agent", "checked", fastPath.counts().checked});
+        counters.push_back({"Path", "Agent", "different", fastPath.counts().different});
+    }
+}
+
+void watchTables(AgentState& state, OvixLog::Log& log) {
+    if (TablesWatch* const watch = state.tablesWatch()) {
+        for (const std::string& news : watch->look()) {
+            log("tables", news);
+        }
+    }
+}
+
+/// With --trace every frame is traced, behind the plugin's own lines about it.
+void traceAllIf(bool isAsked, LiveTrace& trace) {
+    if (isAsked) {
+        trace.writeAllTo([](std::string_view line) {
+            if (const auto& sink = Ovix::TraceOutput::instance().textSink()) {
+                sink("Ovix::Trace", 0, line);
+            }
+        });
+    }
 }
 
 namespace {

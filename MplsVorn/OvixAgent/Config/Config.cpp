@@ -1,11 +1,13 @@
 #include "Config/Config.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fmt/format.h>
 #include <memory>
+#include <sched.h>
 
 #include "Config/ConfigDocument.h"
 #include "Config/ConfigSections.h"
@@ -77,6 +79,30 @@ std::vector<std::string> readEal(const ConfigValue& value) {
     return words;
 }
 
+/// The threads that forward: their number, the processors that they run on, or both.
+void readWorkers(const ConfigMap& map, AgentConfig& config) {
+    constexpr unsigned int most = 256;
+    const auto workers = map.find("workers");
+    const auto cpus = map.find("cpus");
+    if (workers) {
+        config.workers = workers->number<unsigned int>("number of workers", 0, most);
+    }
+    if (!cpus) {
+        return;
+    }
+    for (std::size_t i = 0; i < cpus->listSize(); ++i) {
+        const auto cpu = cpus->item(i).number<unsigned int>("processor", 0, CPU_SETSIZE - 1);
+        if (std::find(config.cpus.begin(), config.cpus.end(), cpu) != config.cpus.end()) {
+            cpus->item(i).fail(fmt::format("processor {} is given twice", cpu));
+        }
+        config.cpus.push_back(cpu);
+    }
+    if (workers && config.workers != config.cpus.size()) {
+        cpus->fail(fmt::format("{} processors for {} workers", config.cpus.size(), config.workers));
+    }
+    config.workers = static_cast<unsigned int>(config.cpus.size());
+}
+
 void readLabelTables(const ConfigMap& map, const PortNames& ports, AgentConfig& config) {
     if (const auto lfib = map.find("lfib")) {
         config.labelRoutes = readLabelRoutes(*lfib, ports);
@@ -122,6 +148,7 @@ AgentConfig readConfig(const ConfigValue& root) {
     if (const auto dpdk = map.find("dpdk")) {
         config.eal = readEal(*dpdk);
     }
+    readWorkers(map, config);
     if (const auto routes = map.find("routes")) {
         config.routes = readRoutes(*routes, config, portNames);
     }

@@ -170,7 +170,9 @@ struct AgentConfig {
     std::vector<Placed<Routing::Multicast::MvpnVrfIntfId>> mvpn;
     AnswerLimits answers;
     std::string cpuTap; ///< the TAP device that a live run writes punted frames to; empty: none
-    std::vector<std::string> eal; ///< what DPDK's environment is started with
+    unsigned int workers = 0;       ///< threads that forward beside the packet thread
+    std::vector<unsigned int> cpus; ///< the processor of each worker; empty: any
+    std::vector<std::string> eal;   ///< what DPDK's environment is started with
     /// The IP routes, of kind forward or drop; a prefix is unique in its VRF.
     std::vector<Placed<L3::Route>> routes;
 };

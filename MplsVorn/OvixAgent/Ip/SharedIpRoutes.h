@@ -27,6 +27,8 @@ class SharedIpRoutes {
     /// To be called when the reader may hold another generation: takes over some of the changes,
     /// and returns whether those were all.
     bool refresh();
+    /// Whether `refresh` has nothing to do.
+    bool isUpToDate() const noexcept { return tables_->held() == held_ && changes_.done(); }
 
   private:
     /// What a route in the agent is for: a prefix in the VRF of that name.

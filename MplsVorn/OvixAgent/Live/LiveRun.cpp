@@ -21,7 +21,7 @@ constexpr int idleMs = 100;
 constexpr std::chrono::microseconds cardRest{20};
 
 /// What is waited for; behind these are the ports.
-enum : std::size_t { signalAt, linkAt, requestAt, reloadAt, portsAt };
+enum : std::size_t { signalAt, linkAt, requestAt, reloadAt, workersAt, portsAt };
 
 int signalDescriptor() {
     sigset_t signals;
@@ -47,13 +47,21 @@ void LiveRun::run(const std::function<void(const std::string&)>& report) {
         const auto now = LinkSync::Clock::now();
         parts_.links->checkCarriers(now);     // before frames that have waited
         parts_.forwarder->settleWaiting(now); // before later frames to the same neighbours
-        if (takeFrames() == 0 && parts_.ports->arePolled()) {
+        if (takeFrames() == 0 && parts_.ports->arePolled() && parts_.workers == nullptr) {
             std::this_thread::sleep_for(cardRest);
         }
         refresh();
+        serveWorkers();
         settle(report);
     } while (takeSignals());
     parts_.service->isStopping();
+    if (parts_.workers != nullptr) {
+        parts_.workers->stop();
+        while (takeLeft(framesPerTurn) > 0) {
+        }
+        parts_.workers->collect();
+        parts_.workers->collectLabels();
+    }
     drain();
     parts_.forwarder->settleWaiting(LinkSync::Clock::time_point::max());
     parts_.ports->flush();
@@ -75,11 +83,13 @@ void LiveRun::wait() {
     waiting_[linkAt] = {parts_.links->descriptor(), POLLIN, 0};
     waiting_[requestAt] = {answersRequests() ? parts_.control->descriptor() : -1, POLLIN, 0};
     waiting_[reloadAt] = {parts_.reloading->descriptor(), POLLIN, 0};
+    waiting_[workersAt] = {parts_.workers != nullptr ? parts_.workers->descriptor() : -1, POLLIN,
+                           0};
     for (const auto& port : parts_.ports->all()) {
         waiting_.push_back({port->descriptor(), POLLIN, 0});
     }
     const bool isAnswering = answersRequests() && parts_.control->isBusy();
-    const bool arePolled = parts_.ports->arePolled();
+    const bool arePolled = parts_.ports->arePolled() && parts_.workers == nullptr;
     const bool isReady = poll_.wait(waiting_, hasMore_ || isAnswering || arePolled ? 0 : idleMs);
     // Not every port is ready when its interface has gone.
     servesAll_ = arePolled || hasMore_ || !isReady || waiting_[linkAt].revents != 0;
@@ -117,6 +127,9 @@ std::size_t LiveRun::takeFrames() {
         hasMore_ = hasMore_ || received == framesPerTurn;
         taken += received;
     }
+    if (parts_.workers != nullptr) {
+        taken += takeLeft(framesPerTurn);
+    }
     for (const CpuAnswers::Frame& answer : parts_.answers->take()) {
         const auto size = static_cast<std::uint32_t>(answer.bytes.size());
         forward({answer.port, timeNow(), answer.bytes, size, true});
@@ -144,17 +157,51 @@ void LiveRun::forward(const Frame& frame) {
     }
 }
 
+/// What workers have left, which the forwarder processes.
+std::size_t LiveRun::takeLeft(std::size_t budget) {
+    const auto visitor = [this](const WritableFrame& frame) {
+        parts_.tables->refresh();
+        return parts_.fastPath->receiveLeft(frame);
+    };
+    const std::size_t taken = parts_.workers->takeLeft(visitor, budget);
+    hasMore_ = hasMore_ || taken >= budget;
+    return taken;
+}
+
+/// A label's first decision is taken by workers when all that they have left has been sent:
+/// nobody's frames are overtaken by their own successors.
+void LiveRun::serveWorkers() {
+    if (parts_.workers == nullptr || !hasBegun_) {
+        return;
+    }
+    const bool hasMore = parts_.fastPath->decideAhead([this] {
+        while (takeLeft(framesPerTurn) > 0) {
+        }
+        parts_.ports->flush();
+    });
+    hasMore_ = hasMore_ || hasMore;
+}
+
 void LiveRun::refresh() {
     parts_.betweenBursts();
     parts_.tables->refresh();
     if (parts_.pseudowires != nullptr) {
         parts_.pseudowires->refresh();
     }
-    if (parts_.ipRoutes != nullptr && !parts_.ipRoutes->refresh()) {
+    if (!refreshRoutes()) {
         hasMore_ = true;
         return;
     }
     hasRoutes_ = true;
+}
+
+/// Whether all of them have been taken over.
+bool LiveRun::refreshRoutes() {
+    if (parts_.ipRoutes == nullptr || parts_.ipRoutes->isUpToDate()) {
+        return true;
+    }
+    const ForwardingGate::Closed closed(*parts_.gate);
+    return parts_.ipRoutes->refresh();
 }
 
 void LiveRun::settle(const std::function<void(const std::string&)>& report) {
@@ -163,6 +210,9 @@ void LiveRun::settle(const std::function<void(const std::string&)>& report) {
     const bool wasReady = std::exchange(isReady_, hasRoutes_ && parts_.links->isComplete());
     if (isReady_ && !hasBegun_) {
         hasBegun_ = true;
+        if (parts_.workers != nullptr) {
+            parts_.workers->start();
+        }
         hasMore_ = true; // what has come before
     }
     if (now - checkedAt_ >= std::chrono::seconds(1) || isReady_ > wasReady) {

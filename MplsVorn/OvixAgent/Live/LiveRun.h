@@ -12,11 +12,12 @@
 #include "FastPath/FastPath.h"
 #include "Forwarding/Forwarder.h"
 #include "Ip/SharedIpRoutes.h"
-#include "Live/AdaptivePoll.h"
 #include "Live/SharedPseudowires.h"
 #include "Live/carrier/Carrier.h"
 #include "Live/links/LinkSync.h"
+#include "Live/ports/AdaptivePoll.h"
 #include "Live/ports/LivePorts.h"
+#include "Live/workers/Workers.h"
 #include "Posix/FileDescriptor.h"
 #include "Program/ServiceManager.h"
 #include "Published/PublishedTables.h"
@@ -44,7 +45,8 @@ class Reloading {
 /// The loop of a live run: frames, link changes, control requests and signals.
 class LiveRun {
   public:
-    /// Everything must outlive it; `ipRoutes`, `pseudowires`, `control` and `carrier` may be null.
+    /// Everything must outlive it; `ipRoutes`, `pseudowires`, `control`, `carrier` and `workers`
+    /// may be null.
     struct Parts {
         Mpls::PublishedTables* tables;
         Forwarder* forwarder;
@@ -57,6 +59,8 @@ class LiveRun {
         ControlServer* control;
         Reloading* reloading;
         Carrier* carrier;
+        Workers* workers;
+        ForwardingGate* gate;
         std::function<void()> betweenBursts;
         OvixLog::ServiceManager* service;
         std::function<std::string()> status; ///< a line for the service manager
@@ -77,7 +81,10 @@ class LiveRun {
     void drain();
     void forward(std::span<WritableFrame> burst);
     void forward(const Frame& frame);
+    std::size_t takeLeft(std::size_t budget);
+    void serveWorkers();
     void refresh();
+    bool refreshRoutes();
     void settle(const std::function<void(const std::string&)>& report);
 
     Parts parts_;

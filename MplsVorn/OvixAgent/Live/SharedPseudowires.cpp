@@ -12,6 +12,7 @@ SharedPseudowires::SharedPseudowires(Ptr<const Tessel::TableReader> tables,
 
 void SharedPseudowires::take() {
     try {
+        const ForwardingGate::Closed closed(forwarding_->gate);
         const std::uint64_t changed = tables_->changedIn(table_);
         forwarding_->signalledAre(L2::Pseudowires::read(*tables_));
         seen_ = changed;

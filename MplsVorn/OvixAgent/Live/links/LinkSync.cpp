@@ -184,6 +184,7 @@ void LinkSync::checkCarriers(Clock::time_point now) {
         const bool mayFall = port.isLinkUp && port.parent == noPort; // others fall with theirs
         const LinkState* const link = mayFall ? monitor_.link(port.link) : nullptr;
         if (link != nullptr && flags_.isDown(link->name)) {
+            const ForwardingGate::Closed closed(forwarding_->gate);
             monitor_.carrierDel(link->index);
         }
     }

@@ -27,7 +27,10 @@ class LinkSync {
 
     /// To be polled for input of `receive`.
     int descriptor() const noexcept { return monitor_.descriptor(); }
-    void receive() { monitor_.receive(); }
+    void receive() {
+        const ForwardingGate::Closed closed(forwarding_->gate);
+        monitor_.receive();
+    }
     /// Whether the kernel has reported everything once.
     bool isComplete() const noexcept { return monitor_.isComplete(); }
 

@@ -29,7 +29,8 @@ void requireFree(const std::string& interface) {
 }
 
 std::unique_ptr<LivePort> openCard(const AgentConfig& config, PortIndex index, const Port& port) {
-    CardOptions options{config.ports[index].device, config.eal, 0, config.ports[index].mac, 0};
+    CardOptions options{config.ports[index].device, config.eal, 0,
+                        config.ports[index].mac,    0,          config.workers};
     if (config.ports[index].mtu != PortConfig().mtu) {
         options.mtu = config.ports[index].mtu;
     }
@@ -37,7 +38,7 @@ std::unique_ptr<LivePort> openCard(const AgentConfig& config, PortIndex index, c
         options.cards += each.kind == PortKind::dpdk ? 1 : 0;
     }
     try {
-        return std::make_unique<CardPort>(index, port, openDpdkCard(options));
+        return std::make_unique<CardPort>(index, port, openDpdkCard(options), config.workers);
     } catch (const CardError& refused) {
         throw CardError(fmt::format("port {}: {}", port.name, refused.what()));
     }
@@ -46,16 +47,17 @@ std::unique_ptr<LivePort> openCard(const AgentConfig& config, PortIndex index, c
 std::unique_ptr<LivePort> open(const AgentConfig& all, PortIndex index, const PortTable& table) {
     const PortConfig& config = all.ports[index];
     if (config.kind == PortKind::tap) { // of which the kernel lets nobody have a second
-        return std::make_unique<TapPort>(index, config.name);
+        return std::make_unique<TapPort>(index, config.name, std::nullopt, all.workers);
     }
     requireFree(config.name);
     if (config.kind == PortKind::dpdk) {
         return openCard(all, index, table.ports()[index]);
     }
     if (config.kind == PortKind::xdp) {
-        return std::make_unique<XdpPort>(index, config.name);
+        return std::make_unique<XdpPort>(index, config.name, all.workers);
     }
-    return std::make_unique<PacketPort>(index, config.name, PacketIntake::labelledAndIp);
+    return std::make_unique<PacketPort>(index, config.name, PacketIntake::labelledAndIp,
+                                        all.workers);
 }
 
 bool isLabelled(Wire::Bytes frame) noexcept {
@@ -100,7 +102,7 @@ class CpuPort : public TransmitPort {
 LivePorts::LivePorts(const AgentConfig& config, PortTable& table)
     : cpuTap_(config.cpuTap.empty() ? nullptr : std::make_unique<TapPort>(0, config.cpuTap)),
       cpu_(std::make_unique<CpuPort>(cpuTap_.get(), cards_)), byIndex_(config.ports.size()),
-      cards_(config.ports.size()) {
+      cards_(config.ports.size()), queues_(config.workers), table_(&table) {
     for (PortIndex i = 0; i < config.ports.size(); ++i) {
         if (!config.ports[i].isSubInterface()) {
             ports_.push_back(open(config, i, table));
@@ -116,6 +118,51 @@ LivePorts::LivePorts(const AgentConfig& config, PortTable& table)
         table.ports()[i].out = byIndex_[i];
         table.ports()[i].isUp = false; // until the kernel reports the link
     }
+}
+
+std::vector<std::unique_ptr<LivePort>> LivePorts::takeQueues(std::size_t thread) {
+    std::vector<std::unique_ptr<LivePort>> taken;
+    for (const auto& port : ports_) {
+        taken.push_back(port->queue(static_cast<std::uint32_t>(thread)));
+        if (!taken.back()) {
+            throw CardError(fmt::format("workers: port {} has no queues for them", port->name()));
+        }
+        ofThreads_.resize(std::max(ofThreads_.size(), thread + 1));
+        ofThreads_[thread].push_back(taken.back().get());
+    }
+    return taken;
+}
+
+std::vector<LivePort*> LivePorts::queuesOf(PortIndex index) const {
+    const std::size_t number = numberOf(index);
+    std::vector<LivePort*> all;
+    for (const std::vector<LivePort*>& ofThread : ofThreads_) {
+        all.push_back(ofThread[number]);
+    }
+    return all;
+}
+
+std::uint64_t LivePorts::count(PortIndex index, LiveEvent event) const {
+    std::uint64_t sum = port(index).counts().of(event);
+    for (LivePort* const queue : queuesOf(index)) {
+        sum += queue->counts().of(event);
+    }
+    return sum;
+}
+
+std::uint64_t LivePorts::receivedBytes(PortIndex index) const {
+    std::uint64_t sum = port(index).counts().receivedBytes();
+    for (LivePort* const queue : queuesOf(index)) {
+        sum += queue->counts().receivedBytes();
+    }
+    return sum;
+}
+
+std::size_t LivePorts::numberOf(PortIndex index) const {
+    const auto found = std::find_if(ports_.begin(), ports_.end(), [&](const auto& port) {
+        return port.get() == byIndex_[index];
+    });
+    return static_cast<std::size_t>(found - ports_.begin());
 }
 
 void LivePorts::circuitsAre(const Pseudowires& pseudowires, PortTable& table) {
@@ -213,12 +260,13 @@ void LivePorts::reopen() {
 std::vector<std::pair<std::string, std::uint64_t>> LivePorts::events() const {
     constexpr auto firstTrouble = static_cast<std::size_t>(LiveEvent::ringFull);
     std::vector<std::pair<std::string, std::uint64_t>> all;
-    for (const auto& port : ports_) {
-        const LiveCounts& counts = port->counts();
-        for (std::size_t i = firstTrouble; i < liveEventNames.size(); ++i) {
-            const std::uint64_t count = counts.of(static_cast<LiveEvent>(i));
-            if (count > 0) {
-                all.emplace_back(fmt::format("{}: {}", port->name(), liveEventNames[i]), count);
+    for (PortIndex i = 0; i < byIndex_.size(); ++i) {
+        const bool isParent = table_->parentOf(i) == i;
+        for (std::size_t j = firstTrouble; isParent && j < liveEventNames.size(); ++j) {
+            const std::uint64_t times = count(i, static_cast<LiveEvent>(j));
+            if (times > 0) {
+                all.emplace_back(fmt::format("{}: {}", byIndex_[i]->name(), liveEventNames[j]),
+                                 times);
             }
         }
     }

@@ -24,6 +24,21 @@ class LivePorts {
     /// Without sub-interfaces, in the order of the configuration.
     std::vector<std::unique_ptr<LivePort>>& all() noexcept { return ports_; }
     const std::vector<std::unique_ptr<LivePort>>& all() const noexcept { return ports_; }
+    /// How many threads receive beside this one, whose ports then only send; 0: none.
+    std::size_t queues() const noexcept { return queues_; }
+    /// What one of them receives and sends by: one object for each of `all()`, in that order. To be
+    /// called once for each.
+    std::vector<std::unique_ptr<LivePort>> takeQueues(std::size_t thread);
+    /// The objects of those threads for a port, one for each that has taken them. Theirs alone but
+    /// while the gate is closed.
+    std::vector<LivePort*> queuesOf(PortIndex index) const;
+    /// Events of a port and of those objects together.
+    std::uint64_t count(PortIndex index, LiveEvent event) const;
+    /// Likewise the bytes received.
+    std::uint64_t receivedBytes(PortIndex index) const;
+    /// Where that of a port, or of a sub-interface's parent, stands in `all()`.
+    std::size_t numberOf(PortIndex index) const;
+
     /// That of the parent for a sub-interface.
     LivePort& port(PortIndex index) const { return *byIndex_[index]; }
 
@@ -60,6 +75,9 @@ class LivePorts {
     std::unique_ptr<TransmitPort> cpu_;
     std::vector<LivePort*> byIndex_; ///< by the configuration's index
     std::vector<CardPort*> cards_;   ///< the same; null where the port is no card's
+    std::size_t queues_;
+    const PortTable* table_;
+    std::vector<std::vector<LivePort*>> ofThreads_; ///< what has been taken
     bool isPolled_ = false;
     std::vector<std::string> reported_; ///< the problem of each port at the last news()
     std::vector<std::string> warned_;   ///< likewise its warning

@@ -25,13 +25,15 @@ TEST(ConfigErrors, OfTheWholeFile) {
          "t.yaml:4: neighbors: unknown key \"neighbors\"; did you mean \"neighbours\"?"},
         {"unknown key, far", twoPorts + "interfaces: []\n",
          "t.yaml:4: interfaces: unknown key \"interfaces\"; known: mpls-routing, toggles, ports, "
-         "neighbours, lfib, hardware, fecs, pseudowires, mvpn, answers, cpu, dpdk, routes"},
+         "neighbours, lfib, hardware, fecs, pseudowires, mvpn, answers, cpu, dpdk, workers, "
+         "cpus, routes"},
         {"duplicate key", twoPorts + "lfib: {}\nlfib: {}\n",
          "t.yaml:5: lfib: the key \"lfib\" is already given at line 4"},
         {"a list as a key", "[a, b]: 1\n", "t.yaml:1: a key must be a non-empty word"},
         {"an unspeakable key", twoPorts + "\"a\\tb.c d\": 1\n",
          "t.yaml:4: \"a\\x09b.c d\": unknown key \"a\\x09b.c d\"; known: mpls-routing, toggles, "
-         "ports, neighbours, lfib, hardware, fecs, pseudowires, mvpn, answers, cpu, dpdk, routes"},
+         "ports, neighbours, lfib, hardware, fecs, pseudowires, mvpn, answers, cpu, dpdk, workers, "
+         "cpus, routes"},
         {"not a boolean", twoPorts + "mpls-routing: 1\n",
          "t.yaml:4: mpls-routing: \"1\" is not true or false"},
         {"nothing for a boolean", twoPorts + "mpls-routing:\n",

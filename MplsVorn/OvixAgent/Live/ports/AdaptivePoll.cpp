@@ -1,4 +1,4 @@
-#include "Live/AdaptivePoll.h"
+#include "Live/ports/AdaptivePoll.h"
 
 namespace OvixAgent {
 

@@ -1,4 +1,4 @@
-#include "Live/AdaptivePoll.h"
+#include "Live/ports/AdaptivePoll.h"
 
 #include <array>
 #include <gtest/gtest.h>

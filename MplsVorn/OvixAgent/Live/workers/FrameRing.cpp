@@ -1,0 +1,62 @@
+#include "Live/workers/FrameRing.h"
+
+namespace OvixAgent {
+
+FrameRing::Push FrameRing::push(const WritableFrame& frame) noexcept {
+    assert(recordBytes(frame.size) < size_);
+    const std::size_t needed = recordBytes(frame.size);
+    const std::size_t toEnd = size_ - (end_ & (size_ - 1));
+    const std::size_t skipped = needed > toEnd ? toEnd : 0;
+    if (end_ + skipped + needed - knownTaken_ > size_) {
+        knownTaken_ = taken_.load(std::memory_order_acquire);
+        if (end_ + skipped + needed - knownTaken_ > size_) {
+            return Push::refused;
+        }
+    }
+    const std::uint64_t before = end_;
+    if (skipped > 0) {
+        write(end_, {static_cast<std::uint32_t>(skipped), filler, 0, 0, {}});
+        end_ += skipped;
+    }
+    write(end_, {static_cast<std::uint32_t>(needed), frame.size, frame.originalLength, frame.port,
+                 frame.time});
+    std::memcpy(at(end_) + sizeof(Record) + frameHeadroom, frame.bytes, frame.size);
+    end_ += needed;
+    // In one order with what the other thread does: it sees the frame, or this one sees that all
+    // before it was taken.
+    pushed_.store(end_);
+    return taken_.load() == before ? Push::first : Push::another;
+}
+
+bool FrameRing::front(WritableFrame& frame) noexcept {
+    for (;;) {
+        if (begin_ == knownPushed_) {
+            knownPushed_ = pushed_.load();
+            if (begin_ == knownPushed_) {
+                return false;
+            }
+        }
+        Record record;
+        std::memcpy(&record, at(begin_), sizeof record);
+        frontBytes_ = record.bytes;
+        if (record.size != filler) {
+            frame = {at(begin_) + sizeof record + frameHeadroom,
+                     record.size,
+                     record.originalLength,
+                     frameHeadroom,
+                     record.port,
+                     record.time};
+            return true;
+        }
+        pop();
+    }
+}
+
+void FrameRing::pop() noexcept {
+    assert(frontBytes_ > 0);
+    begin_ += frontBytes_;
+    frontBytes_ = 0;
+    taken_.store(begin_);
+}
+
+} // namespace OvixAgent

@@ -1,0 +1,124 @@
+#include "Live/workers/Worker.h"
+
+#include <cstdint>
+#include <thread>
+#include <unistd.h>
+
+namespace OvixAgent {
+
+namespace {
+
+/// The most frames of one port before the others are served.
+constexpr std::size_t framesPerTurn = 256;
+
+} // namespace
+
+Worker::Worker(DecidedTables& decided, int wake)
+    : decided_(&decided), wake_(wake), place_(&decided.tables->gate.addPlace()),
+      own_(decided.tables->ports),
+      labels_(Tessel::make<Counter::OvixLfibCounterCollection>("worker")),
+      road_(decided, nullptr, accounts_, &own_),
+      visitor_([this](std::span<WritableFrame> burst) { forward(burst); }),
+      lanes_(decided.tables->ports.ports().size()) {
+    road_.labels().labelCountersAre(labels_.get());
+}
+
+void Worker::portIs(PortIndex index, LivePort& port) {
+    own_.all()[index].out = &port;
+    arePolled_ = arePolled_ || port.isPolled();
+}
+
+// What the packet thread changes it changes between two calls of a port's `receive`.
+bool Worker::turn() {
+    bool hasMore = false;
+    place_->enter();
+    for (std::size_t i = 0; i < ports_.size(); ++i) {
+        const bool isDue =
+            servesAll_ || !ports_[i]->isOpen() || (i < waiting_.size() && waiting_[i].revents != 0);
+        std::size_t taken = 0;
+        for (std::size_t received = burstFrames;
+             isDue && received == burstFrames && taken < framesPerTurn; taken += received) {
+            if (place_->isToLeave()) {
+                ports_[i]->flush();
+                place_->leave();
+                place_->enter();
+            }
+            received = ports_[i]->receive(visitor_, burstFrames);
+        }
+        hasMore = hasMore || taken >= framesPerTurn;
+    }
+    waiting_.clear();
+    for (const auto& port : ports_) {
+        port->flush();
+        waiting_.push_back({port->descriptor(), POLLIN, 0});
+    }
+    place_->leave();
+    return hasMore;
+}
+
+void Worker::wait(int stop, int milliseconds) {
+    const std::size_t ports = waiting_.size();
+    waiting_.push_back({stop, POLLIN, 0});
+    const bool isReady = poll_.wait(waiting_, arePolled_ ? 0 : milliseconds);
+    // Not every port is ready when its interface has gone, or when it is to take in something else.
+    constexpr std::uint32_t oneOf = 64;
+    servesAll_ = arePolled_ || !isReady || milliseconds == 0 || ++turns_ % oneOf == 0;
+    waiting_.resize(ports);
+}
+
+void Worker::forward(std::span<WritableFrame> burst) {
+    if (!decided_->isUsable) {
+        for (const WritableFrame& frame : burst) {
+            leave(frame);
+        }
+        return;
+    }
+    const bool looks = decided_->traced.looksAtFrames && isLookedAt(burst.size());
+    if (burst.size() > 1) {
+        road_.loadAhead(burst);
+    }
+    for (WritableFrame& frame : burst) {
+        if ((looks && isTraced(frame)) || !road_.forward(frame)) [[unlikely]] {
+            leave(frame);
+        } else {
+            ++fast_;
+        }
+    }
+    road_.settle();
+}
+
+/// As in FastPath: in few of the bursts that are large.
+bool Worker::isLookedAt(std::size_t frames) noexcept {
+    constexpr std::uint32_t oneOf = 32;
+    busyBursts_ = (busyBursts_ + 1) % oneOf;
+    return frames < burstFrames / 4 || busyBursts_ == 0;
+}
+
+bool Worker::isTraced(const WritableFrame& frame) const noexcept {
+    return decided_->traced.filter.matches(frame.frame(), decided_->tables->ports);
+}
+
+void Worker::leave(const WritableFrame& frame) {
+    FrameRing& lane =
+        isUrgent({frame.bytes, frame.size}) ? lanes_.urgent : *lanes_.ofPorts[frame.port];
+    switch (lane.push(frame)) {
+    case FrameRing::Push::first: {
+        constexpr std::uint64_t one = 1;
+        // It fails only when it is readable anyway.
+        [[maybe_unused]] const ssize_t written = write(wake_, &one, sizeof one);
+        break;
+    }
+    case FrameRing::Push::another:
+        break;
+    case FrameRing::Push::refused:
+        if (full_.counter == nullptr) {
+            full_ = accounts_.logOf(drop(Reason::workerQueueFull));
+        }
+        accounts_.passed({1, frame.size});
+        ++full_.counter->count;
+        accounts_.recorder().record(*full_.frames, frame, frame.port);
+        break;
+    }
+}
+
+} // namespace OvixAgent

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "FastPath/FastPath.h"
+#include "Forwarding/FrameAccounts.h"
+#include "Live/ports/LivePorts.h"
+#include "Live/workers/Worker.h"
+#include "Posix/FileDescriptor.h"
+#include "State/ForwardingTables.h"
+
+namespace OvixAgent {
+
+/// The threads that forward by decisions beside the packet thread, which this belongs to.
+class Workers {
+  public:
+    /// Everything must outlive it. One worker for each queue of the ports; `cpus` has the processor
+    /// of each, or is empty. Throws std::system_error.
+    Workers(FastPath& fastPath, ForwardingTables& tables, FrameAccounts& accounts, LivePorts& ports,
+            std::vector<unsigned int> cpus);
+    Workers(const Workers&) = delete;
+    Workers& operator=(const Workers&) = delete;
+    ~Workers() { stop(); }
+
+    void start();
+    /// They forward what has come so far, and end.
+    void stop();
+
+    /// Readable when frames have been left.
+    int descriptor() const noexcept { return wake_.value(); }
+    /// Calls `visitor` with frames that workers have left, in the order of each of their lanes: the
+    /// urgent ones first, and at most about `budget` of the others, one of each lane in turn.
+    /// Returns how many there were. A frame for which it returns false is its lane's first one next
+    /// time.
+    using Visitor = std::function<bool(const WritableFrame&)>;
+    std::size_t takeLeft(const Visitor& visitor, std::size_t budget);
+
+    /// Adds what they have counted to the accounts, ports and pseudowires.
+    void collect();
+    /// The same of labels, of which there may be a million.
+    void collectLabels();
+    std::size_t size() const noexcept { return workers_.size(); }
+
+  private:
+    void work(std::size_t number);
+    void collect(Worker& worker);
+    bool takeOne(FrameRing& lane, const Visitor& visitor);
+    std::size_t takeUrgent(const Visitor& visitor);
+
+    FastPath* fastPath_;
+    ForwardingTables* tables_;
+    FrameAccounts* accounts_;
+    std::vector<unsigned int> cpus_;
+    Posix::FileDescriptor wake_;
+    Posix::FileDescriptor stop_;
+    std::atomic<bool> ends_{false};
+    std::vector<std::unique_ptr<Worker>> workers_;
+    std::vector<FrameRing*> lanes_; ///< of ports, of all workers
+    std::vector<std::thread> threads_;
+};
+
+} // namespace OvixAgent

@@ -1,0 +1,117 @@
+"""Frames between live ports whose queues are forwarded by threads of their own."""
+
+import json
+import subprocess
+import unittest
+
+import agent
+import live_answers_test
+import live_test
+from live import DEADLINE, LiveTest
+from running_agent import CTL
+
+
+class LiveByWorkers(live_test.Live):
+    """The same as without workers."""
+    settings = "workers: 2\n"
+
+    test_labels_are_swapped_past_the_hosts_stack = None  # an interface with two queues has its own
+    test_ports_that_cannot_be_opened_are_told_of = None  # without workers
+
+
+class AnswersByWorkers(live_answers_test.LiveAnswers):
+    """The same as without workers."""
+    settings = "workers: 2\n"
+
+
+class Workers(LiveTest):
+    settings = "workers: 2\n"
+
+    def counters(self, *arguments: str) -> dict:
+        return json.loads(subprocess.run([CTL, "--control", str(self.path), *arguments, "--json"],
+                                         check=True, capture_output=True).stdout)
+
+    def paths(self) -> dict:
+        return {entry["reason"]: entry["count"] for entry in self.counters("counters", "show")["counters"]
+                if entry["category"] == "Path"}
+
+    def test_what_workers_count_shows_while_they_forward(self):
+        process = self.start()
+        self.learn_neighbours()
+        self.ctl("lfib", "add", "100", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
+        self.until(lambda: self.labelled(100, 1) == 1)
+        before = self.counters("counters", "show")
+        self.assertEqual(self.labelled(100, 300), 300)
+        after = self.counters("counters", "show")
+        label = lambda shown: [entry["packets"] for entry in shown["labels"] if entry["label"] == 100]
+        self.assertEqual(label(after)[0] - label(before)[0], 300)
+        self.stop(process)
+
+    def test_frames_of_decided_labels_never_reach_the_packet_thread(self):
+        process = self.start()
+        self.learn_neighbours()
+        self.ctl("lfib", "add", "100", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
+        self.until(lambda: self.labelled(100, 1) == 1)
+        slow = self.paths()["slow"]
+        self.assertEqual(self.labelled(100, 500), 500)
+        self.assertLess(self.paths()["slow"] - slow, 20)
+        self.stop(process)
+
+    def test_a_flow_stays_in_order_while_its_labels_are_routed_anew(self):
+        process = self.start()
+        self.learn_neighbours()
+        self.ctl("lfib", "add", "100", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
+        self.until(lambda: self.labelled(100, 1) == 1)
+        receiver = self.host(self.east, """
+import socket
+s = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, socket.htons(0x8847)); s.bind(("eth0", 0x8847))
+s.setsockopt(socket.SOL_SOCKET, 33, 1 << 24); s.settimeout(3); print("ready", flush=True)
+last, early, got = {}, 0, 0
+try:
+    while True:
+        frame = s.recv(2000); flow, number = frame[49], int.from_bytes(frame[50:54], "big")
+        early += number < last.get(flow, 0); last[flow] = number; got += 1
+except TimeoutError: pass
+print(early, got)""")
+        self.assertEqual(receiver.stdout.readline(), "ready\n")
+        mac = self.router_mac("west").replace(":", "")
+        sender = self.host(self.west, f"""
+import socket, time
+s = socket.socket(socket.AF_PACKET, socket.SOCK_RAW); s.bind(("eth0", 0))
+for i in range(1, 4001):
+    for flow in range(4):
+        packet = bytes.fromhex("450000280000000040110000" + "0a0001020a0009%02x" % flow) + bytes(11) + bytes([flow]) + i.to_bytes(4, "big") + bytes(4)
+        s.send(bytes.fromhex("{mac}020000000009" + "8847" + "00064140") + packet)
+    if i % 20 == 0: time.sleep(0.005)""")
+        changes = 0
+        while sender.poll() is None:
+            changes += 1
+            self.ctl("lfib", "replace", "100", "as", str(200 + changes % 2), "via", "inet",
+                     "10.0.2.2", "dev", "east")
+        early, got = map(int, receiver.communicate(timeout=DEADLINE)[0].split())
+        self.assertGreater(changes, 10)
+        self.assertEqual((early, got), (0, 16000))
+        self.stop(process)
+
+    def test_more_workers_than_processors_are_refused(self):
+        for settings, problem in (
+                ("workers: 200", "workers: 200 for "),
+                ("cpus: [1023]", "cpus: this process may not run on processor 1023"),
+                ("cpus: [0, 0]", "processor 0 is given twice"),
+                ("{workers: 1, cpus: [0, 1]}", "2 processors for 1 workers")):
+            with self.subTest(settings):
+                config = self.directory / "bad.yaml"
+                config.write_text(settings.strip("{}").replace(", cpus", "\ncpus") +
+                                  "\nports: [{name: west, kind: packet}]\n")
+                plugin = ["--plugin", agent.PLUGIN] if agent.PLUGIN else []
+                done = subprocess.run(["ip", "netns", "exec", self.router, agent.AGENT, "run",
+                                       str(config), "--live", *plugin],
+                                      capture_output=True, text=True, check=False, timeout=DEADLINE)
+                self.assertIn(problem, done.stderr)
+                self.assertEqual(done.stdout, "")
+                if "processors" not in problem and "twice" not in problem:
+                    self.assertEqual(done.returncode, 2)
+
+
+if __name__ == "__main__":
+    unittest.main()
