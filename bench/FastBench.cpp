@@ -1,7 +1,8 @@
 // Measures the whole road of one kind of traffic, in bursts, one frame at a time and by the
 // definition alone, beside a bare loop: fast_bench time|instructions SCENARIO LABELS-OR-PREFIXES;
 // or what changes of the tables cost: fast_bench churn LABELS; or what the recorder and traces of
-// other frames cost: fast_bench overheads SCENARIO LABELS-OR-PREFIXES
+// other frames cost: fast_bench overheads SCENARIO LABELS-OR-PREFIXES; or what workers forward:
+// fast_bench workers LABELS
 //
 // time prints a line of tab-separated fields; instructions is to be run under callgrind with
 // --instr-atstart=no, and dumps its counts for one number of frames and for twice as many.
@@ -25,6 +26,7 @@
 #include "FrameRing.h"
 #include "Router.h"
 #include "TableChurn.h"
+#include "WorkersBench.h"
 
 namespace {
 
@@ -285,16 +287,18 @@ void dumpInstructions(Ways& all) {
 int main(int argc, char** argv) {
     const std::string what = argc > 1 ? argv[1] : "";
     const bool isChurn = what == "churn" && argc == 3;
+    const bool isWorkers = what == "workers" && argc == 3;
     const bool isOfFrames = what == "time" || what == "instructions" || what == "overheads";
-    if (!isChurn && (!isOfFrames || argc != 4)) {
+    if (!isChurn && !isWorkers && (!isOfFrames || argc != 4)) {
         std::fputs("usage: fast_bench time|instructions|overheads SCENARIO LABELS-OR-PREFIXES\n"
-                   "       fast_bench churn LABELS\n",
+                   "       fast_bench churn|workers LABELS\n",
                    stderr);
         return 2;
     }
     try {
-        if (isChurn) {
-            Bench::printTableChurn(static_cast<std::uint32_t>(std::stoul(argv[2])));
+        if (isChurn || isWorkers) {
+            (isChurn ? Bench::printTableChurn
+                     : Bench::printWorkers)(static_cast<std::uint32_t>(std::stoul(argv[2])));
             return 0;
         }
         const auto routes = static_cast<std::uint32_t>(std::stoul(argv[3]));

@@ -105,6 +105,11 @@ for row in 'swap 1000' 'flood 1000' 'pop_route 100000'; do
         }' "$work/instructions"
 done
 "$bench" churn 1000000
+echo
+echo 'workers, each with 4096 frames in memory'
+for labels in 1 1000 100000 1000000; do
+    "$bench" workers "$labels"
+done
 what_if
 echo '(ucmp4: a choice of four; flood: unknown labels; replicate8: per leg. Times are medians of runs that'
 echo 'take turns; of the ratios, too, each to the bare loop of its turn, of as many labels or of 1000.)'

@@ -1,4 +1,5 @@
-// Runs random scripts by the fast path and by its definition and compares what comes of them.
+// Runs random scripts by the fast path, or by a worker, and by the definition and compares what
+// comes of them.
 
 #include <chrono>
 #include <csignal>
@@ -21,11 +22,13 @@ struct Options {
     std::uint64_t scripts = ~std::uint64_t{0};
     std::chrono::seconds time = std::chrono::hours(24);
     std::uint64_t seed = 1;
+    bool byWorkers = false;
     Differential::Fault fault = Differential::Fault::none;
 };
 
 constexpr const char* usage =
-    "usage: differential [--seconds N] [--scripts N] [--seed N] [--fault byte|time|label|reason]\n"
+    "usage: differential [--seconds N] [--scripts N] [--seed N] [--road fast|workers]\n"
+    "                    [--fault byte|time|label|reason]\n"
     "Runs scripts with the numbers from the seed on until the time is over or all are done. Exits\n"
     "with 1 when the roads differ. A fault is one that the harness makes, to see it found.\n";
 
@@ -34,6 +37,10 @@ bool takeOption(Options& options, std::string_view name, const char* value) {
         const auto fault = Tessel::valueOf<Differential::Fault>(value);
         options.fault = fault.value_or(Differential::Fault::none);
         return fault.has_value();
+    }
+    if (name == "--road") {
+        options.byWorkers = std::string_view(value) == "workers";
+        return options.byWorkers || std::string_view(value) == "fast";
     }
     char* end = nullptr;
     const std::uint64_t number = std::strtoull(value, &end, 10);
@@ -84,7 +91,8 @@ int run(const Options& options) {
     while (done < options.scripts && Clock::now() - start < options.time &&
            differences < mostDifferences && kinds.size() < mostKinds) {
         currentSeed = options.seed + done++;
-        const Differential::Script script = Differential::makeScript(currentSeed);
+        Differential::Script script = Differential::makeScript(currentSeed);
+        script.byWorker = options.byWorkers;
         if (Differential::firstDifference(script, options.fault, &coverage)) {
             ++differences;
             fmt::print("script {} differs\n", currentSeed);

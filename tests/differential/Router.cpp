@@ -215,6 +215,9 @@ Router::Router(const Script& script, Road road, Fault fault)
     tables_.drops = script.isLive ? drops_.get() : nullptr; // as runs on captures have it
     if (road == Road::fast) {
         fastPath_.emplace(forwarder_, state_->manager(), tables_, state_->tables());
+        if (script.byWorker) {
+            worker_.emplace(*fastPath_, forwarder_, tables_);
+        }
     }
     // Where packets wait, which live runs alone have them do, there is no frame that one is of.
     loopback_.emplace(ports_->loopback, script.isLive ? none_
@@ -294,7 +297,9 @@ void Router::refresh() {
 
 void Router::receive(const std::vector<ScriptFrame>& frames) {
     refresh();
-    if (fastPath_) {
+    if (worker_) {
+        receiveByWorker(frames);
+    } else if (fastPath_) {
         receiveFast(frames);
     } else {
         receiveByDefinition(frames);
@@ -326,6 +331,20 @@ void Router::receiveFast(const std::vector<ScriptFrame>& frames) {
     while (!left.empty()) {
         left = left.subspan(fastPath_->receive(left));
         if (!left.empty()) {
+            patience.isTriedAgain();
+            refresh();
+        }
+    }
+    if (!buffers_->isIntact(frames)) {
+        drops_->recording.add("memory", "what lies around the frames has changed");
+    }
+}
+
+void Router::receiveByWorker(const std::vector<ScriptFrame>& frames) {
+    Patience patience;
+    for (WritableFrame& frame : buffers_->place(frames)) {
+        worker_->refresh();
+        for (bool isTaken = worker_->receive(frame); !isTaken; isTaken = worker_->takeLeft()) {
             patience.isTriedAgain();
             refresh();
         }

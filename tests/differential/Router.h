@@ -14,6 +14,7 @@
 #include "Script.h"
 #include "State/ForwardingTables.h"
 #include "Tables/AgentState.h"
+#include "WorkerRoad.h"
 
 namespace Differential {
 
@@ -70,6 +71,7 @@ class Router {
     class Drops;
 
     void receiveFast(const std::vector<ScriptFrame>& frames);
+    void receiveByWorker(const std::vector<ScriptFrame>& frames);
     void receiveByDefinition(const std::vector<ScriptFrame>& frames);
     void refresh();
     OvixAgent::TransmitPort& cpu() noexcept;
@@ -90,6 +92,7 @@ class Router {
     bool isFastPathOn_ = true;
     bool isTraced_ = false;
     std::optional<OvixAgent::FastPath> fastPath_; ///< unset on the road of the definition
+    std::optional<WorkerRoad> worker_;            ///< set when it forwards
     std::optional<OvixAgent::CapturedLoopback> loopback_;
 };
 

@@ -57,7 +57,8 @@ struct Script {
     std::uint64_t seed = 0;
     std::vector<std::string> texts; ///< of the configurations
     std::vector<OvixAgent::AgentConfig> configs;
-    bool isLive = false; ///< every port routes IP, neighbours are solicited
+    bool isLive = false;   ///< every port routes IP, neighbours are solicited
+    bool byWorker = false; ///< goes by a worker where it goes fast
     bool anyMac = false;
     bool isAnswered = false;    ///< what is punted or not delivered, see Router::takeAnswers()
     bool reusesRecords = false; ///< at once, in the tables' memory; otherwise never
