@@ -6,6 +6,7 @@ import signal
 import subprocess
 import unittest
 
+import frames as f
 from agent import mpls
 from live import LiveTest
 from running_agent import CTL, SharedTablesTest
@@ -62,8 +63,18 @@ class Drops(SharedTablesTest):
         self.assertEqual(self.json("--by", "neighbour")["drops-by-neighbour"], [
             {"port": "east", "nexthop": "10.0.2.9", "frames": 1, "perSecond": 0}])
         self.assertRegex(self.shown("--by", "label"),
-                         rf"label +frames +a second +fate +reason *\n +77 +2 +\d+ +dropped +{UNKNOWN}")
+                         rf"label +frames +a second +fate +reason +now *\n +77 +2 +\d+ +dropped +{UNKNOWN}")
         self.assertIn("--by shape", self.shown("--by", "shape", code=2))
+
+    def test_labels_that_led_nowhere_are_told_apart(self):
+        """The same reason is counted whatever of their way is missing."""
+        self.ctl("lfib", "add", "adjacency", "9", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
+        self.ctl("lfib", "add", "hardware", "300", "adjacency", "9", "unprogrammed")
+        self.agent.send_and_wait(mpls([77]), mpls([300]), mpls([78]))
+        self.ctl("lfib", "add", "78", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
+        states = {entry["label"]: entry["now"] for entry in self.json("--by", "label")["drops-by-label"]}
+        self.assertEqual(states, {77: "no table has it", 300: "not programmed", 78: None})
+        self.assertRegex(self.shown("--by", "label"), r" 300 +1 .* not programmed\n")
 
     def test_what_is_asked_for_is_what_is_shown(self):
         self.agent.send_and_wait(mpls([77]), mpls([77]), mpls([101]), mpls([100]))
@@ -154,6 +165,26 @@ while time.monotonic() < end:
         self.assertEqual(kept[-1]["via"], {"port": "east", "nexthop": "10.0.2.77"})
         by_label = self.fates("--by", "label", "--reason", UNKNOWN)["drops-by-label"]
         self.assertLessEqual({77, 78}, {entry["label"] for entry in by_label})
+        self.stop(process)
+
+    def test_what_the_router_has_made_came_in_nowhere(self):
+        """ICMP errors about labelled packets follow the label (RFC 3032), which leads to a port that is down."""
+        process = self.start()
+        self.learn_neighbours()
+        self.ctl("lfib", "add", "100", "as", "200", "via", "inet", "10.0.2.2", "dev", "east", "mtu", "100")
+        mac = self.router_mac("west").replace(":", "")
+        packet = f.udp_packet("10.9.9.9", "10.8.8.8")
+        sender = self.host(self.west, f"""
+import socket
+s = socket.socket(socket.AF_PACKET, socket.SOCK_RAW); s.bind(("eth0", 0))
+s.send(bytes.fromhex("{mac}" + "020000000002" + "8847" + "00064101" + "{packet.hex()}"))
+""")
+        self.assertEqual(sender.wait(10), 0)
+        self.until(lambda: self.fates()["answers"] > 0 and self.fates("--frames"))
+        kept = self.fates("--frames")
+        self.assertIn(True, [frame["own"] for frame in kept], kept)
+        for frame in kept:
+            self.assertEqual((frame["own"], frame["own"]), (frame["port"] is None, frame["bytes"][12:24] == 12 * "0"))
         self.stop(process)
 
     def fates(self, *words: str):

@@ -4,6 +4,7 @@
 
 #include "Listing/Listings.h"
 #include "Tessel/Words.h"
+#include "Wire/Ethernet.h"
 
 namespace OvixAgent {
 
@@ -27,6 +28,12 @@ FateJson viaJson(const RecordedVia& via, const PortTable& ports) {
             {"nexthop", isKnown ? FateJson(via.nexthop.text()) : FateJson(nullptr)}};
 }
 
+/// What this router has made itself, such as ICMP errors, has no addresses of a link.
+bool isOfThisRouter(Wire::Bytes frame) {
+    const Wire::Ethernet header(frame);
+    return header && header.source() == Lumo::EthAddr{};
+}
+
 FateJson frameJson(const Log& log, const RecordedFrame& frame, bool isFirst,
                    const PortTable& ports) {
     const auto label = topLabel(frame.bytes());
@@ -35,7 +42,8 @@ FateJson frameJson(const Log& log, const RecordedFrame& frame, bool isFirst,
             {"fate", Tessel::wordOf(log.kind)},
             {"reason", log.reason},
             {"first", isFirst},
-            {"port", portName(ports, frame.port)},
+            {"port", isOfThisRouter(frame.bytes()) ? FateJson(nullptr) : portName(ports, frame.port)},
+            {"own", isOfThisRouter(frame.bytes())},
             {"length", frame.length},
             {"bytes", fmt::format("{:02x}", fmt::join(frame.bytes(), ""))},
             {"label", label ? FateJson(*label) : FateJson(nullptr)},

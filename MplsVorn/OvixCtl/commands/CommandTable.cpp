@@ -299,10 +299,13 @@ JSON: {"in", "answers", "replicas", "forwarded", "punted": FATE, "dropped": FATE
        "balanced", "sinceAsked": {"seconds", "in", ...}, "perSecond": {"seconds", "in", ...}}, where
        FATE is {"frames", "reasons": {REASON: FRAMES}}
   --by port       {"drops-by-port": [{"port", "fate", "reason", "frames"}]}
-  --by label      {"drops-by-label": [{"label", "fate", "reason", "frames", "perSecond"}]}
+  --by label      {"drops-by-label": [{"label", "fate", "reason", "frames", "perSecond", "now"}]}
   --by neighbour  {"drops-by-neighbour": [{"port", "nexthop", "frames", "perSecond"}]}
   --frames        {"sequence", "time", "fate", "reason", "first", "port", "length", "bytes", "label",
-                   "via": {"port", "nexthop"}, "generation"}; time in nanoseconds since 1970)",
+                   "own", "via": {"port", "nexthop"}, "generation"}; time in nanoseconds since 1970;
+                   own: made by this router, and of no port
+now: what the tables have by now for a label that led nowhere: none, a route that is not programmed,
+or one whose ports are down)",
      "",
      dropsOptions},
     {"explain",
@@ -317,7 +320,7 @@ learns nothing. FRAME in words is headers with commas in between, the outermost 
   ip SOURCE > DESTINATION [udp|tcp [SPORT >] DPORT | proto N] [ttl N] [tos N] [df] [size N]
 For a frame that is not forwarded, the nearest change that would have it forwarded is shown, after it
 has been tried on a copy.
-Exit codes: 0 forwarded, punted, or waiting for its neighbour; 1 dropped or handed on; 2 an error
+Exit codes: 0 forwarded or punted; 1 dropped, handed on, or waiting for its neighbour; 2 an error
 JSON: {"frame", "tables", "generation", "steps": [{"step", "text", "details", "values", "failed"}],
        "verdict": {"fate", "reason", "sent": [{"port", "length", "bytes"}]}, "fastPath",
        "change": {"commands", "notes", "then"}, "remarks", "trace"})",

@@ -55,6 +55,11 @@ std::string fateText(const Json& frame) {
     return fmt::format("{}: {}", cellOf(frame.at("fate")), cellOf(frame.at("reason")));
 }
 
+/// What the router has made itself came in nowhere.
+std::string portText(const Json& frame) {
+    return frame.value("own", false) ? "(own)" : cellOf(frame.at("port"));
+}
+
 std::string labelText(const Json& frame) {
     return frame.at("label").is_null() ? "" : fmt::format(" label {}", cellOf(frame.at("label")));
 }
@@ -63,14 +68,14 @@ std::string labelText(const Json& frame) {
 
 std::string recordedText(const Json& frame) {
     return fmt::format("{} {}{} {} bytes{} generation {} {}{}",
-                       timeText(frame.at("time").get<std::uint64_t>()), cellOf(frame.at("port")),
+                       timeText(frame.at("time").get<std::uint64_t>()), portText(frame),
                        labelText(frame), cellOf(frame.at("length")), viaText(frame.at("via")),
                        cellOf(frame.at("generation")), fateText(frame),
                        frame.at("first") == true ? " (the first)" : "");
 }
 
 std::string recordedComment(const Json& frame) {
-    return fmt::format("{} (port {}{}{}, generation {})", fateText(frame), cellOf(frame.at("port")),
+    return fmt::format("{} (port {}{}{}, generation {})", fateText(frame), portText(frame),
                        labelText(frame), viaText(frame.at("via")), cellOf(frame.at("generation")));
 }
 

@@ -5,8 +5,10 @@
 #include <optional>
 
 #include "Ovix/trace/NamedCounters.h"
+#include "State/Fate.h"
 #include "commands/AgentAnswer.h"
 #include "commands/EndSignals.h"
+#include "commands/LabelState.h"
 #include "commands/RecordedFrames.h"
 
 namespace OvixCtl {
@@ -93,8 +95,19 @@ Tessel::Result<int> showFates(const Request& request) {
 bool isWanted(const Request& request, const Json& entry) {
     const Json& port = memberOf(entry, "port");
     const Json& reason = memberOf(entry, "reason");
-    return (request.port.empty() || port.is_null() || port == request.port) &&
+    return (request.port.empty() || port == request.port) &&
            (reason.is_null() || cellOf(reason).find(request.reason) != std::string::npos);
+}
+
+/// What the tables have now for labels that led nowhere: "now", null for others.
+void addStates(const Request& request, Json& entries) {
+    const std::optional<LabelState> states = LabelState::of(request);
+    for (Json& entry : entries) {
+        const bool isLost = memberOf(entry, "reason") == OvixAgent::Reason::nothingResolved;
+        const std::string now =
+            states && isLost ? states->text(entry.at("label").get<std::uint32_t>()) : "";
+        entry["now"] = now.empty() ? Json(nullptr) : Json(now);
+    }
 }
 
 using Columns = std::vector<std::pair<std::string, TextTable::Column>>;
@@ -107,7 +120,8 @@ Columns columnsBy(const std::string& key) {
     const std::pair<std::string, TextTable::Column> fate{"fate", {"fate", left}};
     const std::pair<std::string, TextTable::Column> reason{"reason", {"reason", left}};
     return key == "port"    ? Columns{port, frames, fate, reason}
-           : key == "label" ? Columns{{"label", {"label", right}}, frames, rate, fate, reason}
+           : key == "label" ? Columns{{"label", {"label", right}}, frames, rate, fate, reason,
+                                      {"now", {"now", left}}}
                             : Columns{{"nexthop", {"neighbour", left}}, port, frames, rate};
 }
 
@@ -125,6 +139,9 @@ Tessel::Result<int> showFatesBy(const Request& request, const std::string& by) {
     std::vector<TextTable::Column> headings;
     for (const auto& column : columns) {
         headings.push_back(column.second);
+    }
+    if (by == "label") {
+        addStates(request, answer.value()[list]);
     }
     Json wanted = Json::array();
     Rows rows;
