@@ -60,9 +60,9 @@ class ExplainTest(AgentTest):
         self.assertEqual(asked, [("decap", False), ("evpn-ethernet-segment-filter", False), ("pseudowire", False),
                                  ("evpn-etree-leaf-label", False), ("hardware", True)])
         choice = dict(steps)["choice"]
-        self.assertEqual((choice["weights"], choice["total"], choice["vias"]), ("1:3", 4, 2))
-        label, to = ((200, CE_EAST), (201, "02:00:00:00:02:03"))[choice["via"]]
-        self.assertEqual(choice["via"], 0 if choice["hash"] % 4 < 1 else 1)
+        self.assertEqual((choice["weights"], choice["total"], choice["vias"]), ([1, 3], 4, 2))
+        label, to = ((200, CE_EAST), (201, "02:00:00:00:02:03"))[choice["via"] - 1]
+        self.assertEqual(choice["via"], 1 if choice["hash"] % 4 < 1 else 2)
         neighbour = dict(steps)["neighbour"]
         self.assertEqual((neighbour["port"], neighbour["mac"]), ("east", to))
         mtu = dict(steps)["mtu"]

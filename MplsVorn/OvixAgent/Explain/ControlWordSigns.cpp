@@ -1,7 +1,5 @@
 #include "Explain/ControlWordSigns.h"
 
-#include <algorithm>
-#include <array>
 #include <charconv>
 
 #include "State/Fate.h"
@@ -12,21 +10,12 @@ namespace {
 
 using Ovix::RoadNote;
 
-/// IPv4, ARP, IPv6, VLAN tags, MPLS, PPPoE, EAPOL, slow protocols, LLDP, MACsec and CFM.
-constexpr std::array<std::uint16_t, 14> wellKnown{0x0800, 0x0806, 0x86dd, 0x8100, 0x88a8,
-                                                  0x8847, 0x8848, 0x8863, 0x8864, 0x888e,
-                                                  0x8809, 0x88cc, 0x88e5, 0x8902};
-
 std::uint32_t fieldNumber(const RoadNote& note, std::string_view name) {
     std::uint32_t value = 0;
     if (const std::string* const text = note.value(name)) {
         std::from_chars(text->data(), text->data() + text->size(), value);
     }
     return value;
-}
-
-bool isWellKnown(std::uint32_t etherType) {
-    return std::find(wellKnown.begin(), wellKnown.end(), etherType) != wellKnown.end();
 }
 
 } // namespace
@@ -36,9 +25,9 @@ std::optional<PayloadSigns> payloadSigns(const Walk& walk) {
     if (note == nullptr) {
         return std::nullopt;
     }
-    const bool isEthernet = isWellKnown(fieldNumber(*note, "etherType"));
-    const bool isBehind =
-        isWellKnown(fieldNumber(*note, "etherTypeBehind")) && fieldNumber(*note, "nibble") == 0;
+    const bool isEthernet = isWellKnownEtherType(fieldNumber(*note, "etherType"));
+    const bool isBehind = isWellKnownEtherType(fieldNumber(*note, "etherTypeBehind")) &&
+                          fieldNumber(*note, "nibble") == 0;
     return isEthernet == isBehind ? PayloadSigns::unknown
            : isBehind             ? PayloadSigns::controlWord
                                   : PayloadSigns::ethernet;

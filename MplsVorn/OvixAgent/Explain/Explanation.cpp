@@ -5,10 +5,13 @@
 #include "Explain/ControlWordSigns.h"
 #include "Explain/FrameWords.h"
 #include "Explain/NearestChanges.h"
+#include "Explain/Remedies.h"
 #include "Explain/StepTexts.h"
 #include "Ovix/trace/NamedCounters.h"
 #include "State/LinkHeader.h"
+#include "State/PseudowirePayload.h"
 #include "State/RoadSteps.h"
+#include "Wire/ControlWord.h"
 
 namespace OvixAgent {
 
@@ -41,6 +44,22 @@ std::string headerText(const Ovix::PacketHeader& header) {
     return headersText(header.pktHdrType(), whole);
 }
 
+/// The parser takes whatever is beneath labels and no IP packet for an Ethernet frame.
+void addPseudowirePayload(std::vector<std::string>& headers, Wire::Bytes payload) {
+    const Wire::ControlWord word(payload);
+    if (payloadSigns(payload) == PayloadSigns::controlWord) {
+        headers.emplace_back("control word " + hexText(payload.first(Wire::ControlWord::size)));
+        for (std::string& inner : parsedHeaders(payload.subspan(Wire::ControlWord::size))) {
+            headers.push_back(std::move(inner));
+        }
+    } else {
+        const bool isChannel = word && word.isAssociatedChannel();
+        headers.push_back(fmt::format(
+            "{}{} bytes", isChannel ? "associated channel (RFC 4385), " : "no IP packet, ",
+            payload.size()));
+    }
+}
+
 void markFailure(Explanation& explanation) {
     const Walk& walk = explanation.walk;
     if (walk.kind == FateKind::forwarded || explanation.steps.empty()) {
@@ -59,12 +78,17 @@ void markFailure(Explanation& explanation) {
 
 } // namespace
 
-std::vector<std::string> parsedHeaders(const GivenFrame& frame) {
+std::vector<std::string> parsedHeaders(std::span<const std::uint8_t> frame) {
     std::vector<std::string> all;
-    Ovix::PacketContext packet(Lumo::globalPktManager()->newPkt(frame.bytes));
+    Ovix::PacketContext packet(Lumo::globalPktManager()->newPkt(frame));
     packet.parsedPkt().maybeDoFullParse();
     for (std::int32_t i = 0; i < packet.parsedPkt().headers(); ++i) {
         const Ptr<Ovix::PacketHeader> header = packet.parsedPkt().header(i);
+        if (i > 0 && header->pktHdrType() == Ovix::PktHdrType::eth &&
+            payloadSigns(frame.subspan(header->offset())) != PayloadSigns::ethernet) {
+            addPseudowirePayload(all, frame.subspan(header->offset()));
+            break;
+        }
         if (header->pktHdrType() != Ovix::PktHdrType::udp) {
             all.push_back(headerText(*header));
         }
@@ -72,7 +96,7 @@ std::vector<std::string> parsedHeaders(const GivenFrame& frame) {
     return all;
 }
 
-std::string verdictText(const Walk& walk) {
+std::string verdictText(const Walk& walk, const std::optional<Walk>& onceKnown) {
     std::string where;
     for (const Walk::Sent& sent : walk.sent) {
         where += fmt::format("{}{}, {} bytes", where.empty() ? " by " : "; by ", sent.port,
@@ -85,28 +109,50 @@ std::string verdictText(const Walk& walk) {
         walk.isWaiting && waits != nullptr) {
         const Ovix::RoadNote& note = *waits;
         return fmt::format("waiting: held for up to {} s until the MAC address of {} on {} is "
-                           "known; the kernel is asked for it, and then the frame leaves by {}, or "
-                           "is dropped if nobody answers",
+                           "known; the kernel is asked for it{}, or the frame is dropped if nobody "
+                           "answers",
                            *note.value("seconds"), *note.value("address"), *note.value("port"),
-                           *note.value("port"));
+                           onceKnown ? ", and then the frame is " + verdictText(*onceKnown) : "");
     }
     const bool hasCopies = walk.kind == FateKind::dropped && !where.empty();
     return fmt::format("{}: {}{}", walk.fateWord(), Ovix::readableEvent({}, walk.reason).reason,
                        hasCopies ? "; other copies leave" + where : "");
 }
 
-std::string_view noChangeText(const Walk& walk) {
-    return walk.kind == FateKind::punted
-               ? "none, since such frames are for this router itself, which answers them"
-               : "none was found that forwards the frame";
+std::string noChangeText(const Walk& walk) {
+    if (walk.kind == FateKind::punted) {
+        return "none, since such frames are for the control plane of this router";
+    }
+    const Ovix::RoadNote* const table = walk.last("table");
+    const std::string* const label = table != nullptr ? table->value("label") : nullptr;
+    const bool isReserved = label != nullptr && label->size() <= 2 && std::stoi(*label) < 16;
+    return isReserved ? fmt::format("none: label {} is reserved (RFC 3032, RFC 7274), and has no "
+                                    "route",
+                                    *label)
+                      : "none was found that forwards the frame";
 }
+
+namespace {
+
+/// What becomes of a frame that waits; unset when it cannot be tried.
+std::optional<Walk> walkOnceKnown(const Situation& situation, const GivenFrame& frame,
+                                  const Walk& walk) {
+    for (const Remedy& known : remediesFor(situation, frame, walk)) {
+        if (const auto router = TrialRouter::of(known.situation)) {
+            return router.value()->walk(frame);
+        }
+    }
+    return std::nullopt;
+}
+
+} // namespace
 
 Tessel::Result<Explanation> explain(const Situation& situation, const GivenFrame& frame) {
     Explanation explanation;
     explanation.port = situation.config.ports.at(frame.port).name;
     explanation.frame = frame;
     explanation.tables = situation.tablesName;
-    explanation.headers = parsedHeaders(frame);
+    explanation.headers = parsedHeaders(frame.bytes);
     {
         const auto router = TrialRouter::of(situation);
         if (!router) {
@@ -118,10 +164,21 @@ Tessel::Result<Explanation> explain(const Situation& situation, const GivenFrame
         explanation.fastRoad = router.value()->fastRoad(frame);
     }
     markFailure(explanation);
-    explanation.verdict = verdictText(explanation.walk);
+    if (explanation.walk.isWaiting) {
+        explanation.onceKnown = walkOnceKnown(situation, frame, explanation.walk);
+    }
+    explanation.verdict = verdictText(explanation.walk, explanation.onceKnown);
     if (!explanation.walk.isForwarded()) {
         explanation.isChangeWanted = true;
         explanation.change = nearestChange(situation, frame, explanation.walk);
+    }
+    const PortConfig& port = situation.config.ports[frame.port];
+    if (situation.isLive && !port.isUp) {
+        const auto problem = situation.problems.find(frame.port);
+        explanation.remarks.push_back(fmt::format(
+            "port {} is down{}: no frame comes in there now; this is about one that "
+            "would, once it is up",
+            port.name, problem != situation.problems.end() ? " (" + problem->second + ")" : ""));
     }
     if (!frame.comment.empty()) {
         explanation.remarks.push_back(frame.comment);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,7 @@ struct Explanation {
     std::uint64_t generation = 0;
     std::vector<Step> steps;
     Walk walk;
+    std::optional<Walk> onceKnown; ///< of a frame that waits: when its neighbour has answered
     std::string verdict;
     TrialRouter::FastRoad fastRoad{};
     std::optional<NearestChange> change;
@@ -44,14 +46,15 @@ struct Explanation {
 /// what the tables or the plugin refuse of the situation.
 Tessel::Result<Explanation> explain(const Situation& situation, const GivenFrame& frame);
 
-/// The headers of a frame, by the very parser of the plugin.
-std::vector<std::string> parsedHeaders(const GivenFrame& frame);
+/// The headers of a frame, by the very parser of the plugin, and what a pseudowire carries.
+std::vector<std::string> parsedHeaders(std::span<const std::uint8_t> frame);
 
-/// What became of a frame, in a sentence.
-std::string verdictText(const Walk& walk);
+/// What became of a frame, in a sentence; of one that waits also what then becomes of it, if that
+/// is known.
+std::string verdictText(const Walk& walk, const std::optional<Walk>& onceKnown = {});
 
 /// What is said where no change has the frame forwarded.
-std::string_view noChangeText(const Walk& walk);
+std::string noChangeText(const Walk& walk);
 
 // The three forms of an explanation.
 std::string explanationText(const Explanation& explanation);

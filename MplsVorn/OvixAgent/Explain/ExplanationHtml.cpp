@@ -141,8 +141,7 @@ std::string sentHtml(const Explanation& explanation) {
     std::string all;
     for (const Walk::Sent& sent : explanation.walk.sent) {
         all += fmt::format("<h2>Leaves by {}</h2>\n{}<pre>{}</pre>\n", escaped(sent.port),
-                           listOf(parsedHeaders({sent.bytes, sent.originalLength, 0, {}, {}})),
-                           hexText(sent.bytes));
+                           listOf(parsedHeaders(sent.bytes)), hexText(sent.bytes));
     }
     return all;
 }

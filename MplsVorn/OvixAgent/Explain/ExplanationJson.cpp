@@ -1,3 +1,4 @@
+#include <charconv>
 #include <nlohmann/json.hpp>
 
 #include "Explain/Explanation.h"
@@ -28,6 +29,19 @@ Json walkJson(const Walk& walk) {
             {"sent", sentJson(walk)}};
 }
 
+/// Of "3:1".
+Json numbersJson(std::string_view text) {
+    Json all = Json::array();
+    while (!text.empty()) {
+        std::uint64_t number = 0;
+        const auto read = std::from_chars(text.data(), text.data() + text.size(), number);
+        all.push_back(number);
+        text.remove_prefix(static_cast<std::size_t>(read.ptr - text.data()));
+        text.remove_prefix(text.empty() ? 0 : 1);
+    }
+    return all;
+}
+
 /// A value that is yes or no, and of a table what else it may be, is a truth value; "state" then
 /// says what else.
 void addValue(Json& values, const Ovix::RoadNote::Field& field) {
@@ -38,8 +52,11 @@ void addValue(Json& values, const Ovix::RoadNote::Field& field) {
         if (field.value != "no" && field.value != "yes") {
             values["state"] = field.value;
         }
+    } else if (name == "weights") {
+        values[name] = numbersJson(field.value);
     } else {
-        values[name] = field.isNumber ? Json(std::stoull(field.value)) : Json(field.value);
+        const bool isNumber = field.isNumber || (name == "label" && !field.value.empty());
+        values[name] = isNumber ? Json(std::stoull(field.value)) : Json(field.value);
     }
 }
 

@@ -60,9 +60,8 @@ void addSteps(Tree& tree, const Explanation& explanation) {
 void addSent(Tree& tree, const Explanation& explanation) {
     for (std::size_t i = 0; i < explanation.walk.sent.size(); ++i) {
         const Walk::Sent& sent = explanation.walk.sent[i];
-        const GivenFrame frame{sent.bytes, sent.originalLength, 0, {}, {}};
         tree.branch(sent.port, i + 1 == explanation.walk.sent.size());
-        tree.leaves(parsedHeaders(frame));
+        tree.leaves(parsedHeaders(sent.bytes));
     }
 }
 

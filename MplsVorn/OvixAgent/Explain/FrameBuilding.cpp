@@ -58,7 +58,7 @@ void Builder::takeMac(HeaderWords& words) {
 }
 
 void Builder::takeVlan(HeaderWords& words) {
-    const auto id = words.takeNumber("the VLAN id", 4095);
+    const auto id = words.takeNumber("the VLAN id", 4094);
     const auto priority = words.takeIf("priority") ? words.takeNumber("the priority", 7) : 0;
     tags.push_back({Lumo::NetU16(Wire::EtherType::vlan),
                     Lumo::NetU16(static_cast<std::uint16_t>(priority << 13U | id))});
@@ -156,6 +156,10 @@ void Builder::takeIp(HeaderWords& words) {
         takeIpField(words, fields);
     }
     packet = ipPacket(fields);
+    if (fields.size != 0 && fields.size < packet->size()) {
+        throw WordRefused{at, fmt::format("a size of {}: the headers alone have {} bytes",
+                                          fields.size, packet->size())};
+    }
 }
 
 Bytes Builder::built() {

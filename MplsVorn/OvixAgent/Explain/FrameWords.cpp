@@ -81,6 +81,16 @@ bool isCaptureAlone(std::string_view text) noexcept {
            (text.ends_with(".pcap") || text.ends_with(".pcapng"));
 }
 
+/// The place of the colon behind the name of a capture; the size of the text when there is none.
+std::size_t captureEnd(std::string_view text) noexcept {
+    for (const std::string_view ending : {".pcap:", ".pcapng:"}) {
+        if (const std::size_t at = text.find(ending); at != std::string_view::npos) {
+            return at + ending.size() - 1;
+        }
+    }
+    return text.size();
+}
+
 Tessel::Result<GivenFrame> readCapture(std::string_view text, std::size_t colon, PortIndex port) {
     std::uint64_t number = 0;
     std::from_chars(text.data() + colon + 1, text.data() + text.size(), number);
@@ -122,6 +132,10 @@ Tessel::Result<GivenFrame> readFrame(std::string_view text, PortIndex port,
     const std::size_t colon = numberColon(text);
     if (colon != std::string_view::npos && !beginsWithHeader(text)) {
         return readCapture(text, colon, port);
+    }
+    if (const std::size_t end = captureEnd(text); end < text.size()) {
+        return Tessel::Refused{fmt::format("FRAME: {} is no number of a frame of {}",
+                                           inQuotes(text.substr(end + 1)), text.substr(0, end))};
     }
     if (isCaptureAlone(text)) {
         return Tessel::Refused{

@@ -93,8 +93,8 @@ void describeChoice(const RoadNote& note, const TrialRouter&, Step& step) {
     const std::uint64_t total = number(note, "total");
     const std::string label = text(note, "label");
     step.text = fmt::format("{}: via {} of {}, since hash {} modulo {} is {}",
-                            label.empty() ? text(note, "of") : "label " + label,
-                            number(note, "via") + 1, text(note, "vias"), text(note, "hash"), total,
+                            label.empty() ? text(note, "of") : "label " + label, text(note, "via"),
+                            text(note, "vias"), text(note, "hash"), total,
                             total > 0 ? number(note, "hash") % total : 0);
     std::string_view weights = text(note, "weights");
     for (std::size_t i = 0; total > 0 && !weights.empty(); ++i) {

@@ -37,18 +37,19 @@ bool isOfThisRouter(Wire::Bytes frame) {
 FateJson frameJson(const Log& log, const RecordedFrame& frame, bool isFirst,
                    const PortTable& ports) {
     const auto label = topLabel(frame.bytes());
-    return {{"sequence", frame.sequence},
-            {"time", frame.time.seconds * 1'000'000'000 + frame.time.nanoseconds},
-            {"fate", Tessel::wordOf(log.kind)},
-            {"reason", log.reason},
-            {"first", isFirst},
-            {"port", isOfThisRouter(frame.bytes()) ? FateJson(nullptr) : portName(ports, frame.port)},
-            {"own", isOfThisRouter(frame.bytes())},
-            {"length", frame.length},
-            {"bytes", fmt::format("{:02x}", fmt::join(frame.bytes(), ""))},
-            {"label", label ? FateJson(*label) : FateJson(nullptr)},
-            {"via", viaJson(frame.via(), ports)},
-            {"generation", frame.generation}};
+    return {
+        {"sequence", frame.sequence},
+        {"time", frame.time.seconds * 1'000'000'000 + frame.time.nanoseconds},
+        {"fate", Tessel::wordOf(log.kind)},
+        {"reason", log.reason},
+        {"first", isFirst},
+        {"port", isOfThisRouter(frame.bytes()) ? FateJson(nullptr) : portName(ports, frame.port)},
+        {"own", isOfThisRouter(frame.bytes())},
+        {"length", frame.length},
+        {"bytes", fmt::format("{:02x}", fmt::join(frame.bytes(), ""))},
+        {"label", label ? FateJson(*label) : FateJson(nullptr)},
+        {"via", viaJson(frame.via(), ports)},
+        {"generation", frame.generation}};
 }
 
 /// Visits the entries of lists that are made one after the other: `next(list)` is a list's.

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <numeric>
 
+#include "State/PseudowirePayload.h"
 #include "Wire/ControlWord.h"
 #include "Wire/Ethernet.h"
 #include "Wire/Ip.h"
@@ -58,6 +59,27 @@ std::string ethernetText(Wire::Bytes bytes) {
                   : fmt::format("{} bytes", bytes.size());
 }
 
+/// Of what a label stack is on top of.
+std::string beneathLabelsText(Wire::Bytes payload) {
+    const unsigned version = Wire::ipVersion(payload);
+    const Wire::ControlWord word(payload);
+    if (version == 4 || version == 6) {
+        return ipText(payload);
+    }
+    if (word && word.isAssociatedChannel()) {
+        return fmt::format("associated channel, {} bytes", payload.size());
+    }
+    switch (payloadSigns(payload)) {
+    case PayloadSigns::controlWord:
+        return "control word, " + ethernetText(payload.subspan(Wire::ControlWord::size));
+    case PayloadSigns::ethernet:
+        return ethernetText(payload);
+    case PayloadSigns::unknown:
+        break;
+    }
+    return fmt::format("{} bytes", payload.size());
+}
+
 } // namespace
 
 std::string headersText(PktHdrType first, Wire::Bytes bytes) {
@@ -73,7 +95,7 @@ std::string headersText(PktHdrType first, Wire::Bytes bytes) {
         text += fmt::format("label {} TC {} TTL {}{}, ", entry.label().value(), entry.tc(),
                             entry.ttl(), entry.bos() ? " S" : "");
     }
-    return text + ipText(walk.rest());
+    return text + beneathLabelsText(walk.rest());
 }
 
 namespace RoadSteps {
@@ -116,8 +138,8 @@ void route(std::string_view vrf, const Fib& fib, const Lumo::IpGenAddr& address)
 void choice(std::string_view of, std::size_t chosen, std::uint32_t hash,
             std::span<const std::uint64_t> weights) {
     const auto total = std::accumulate(weights.begin(), weights.end(), std::uint64_t{0});
-    RoadNotes::add("choice", field("of", of), field("via", chosen), field("vias", weights.size()),
-                   field("hash", hash), field("total", total),
+    RoadNotes::add("choice", field("of", of), field("via", chosen + 1),
+                   field("vias", weights.size()), field("hash", hash), field("total", total),
                    field("weights", fmt::format("{}", fmt::join(weights, ":"))));
 }
 

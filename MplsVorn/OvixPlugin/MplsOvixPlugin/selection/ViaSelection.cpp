@@ -21,7 +21,8 @@ constexpr FrameEvent handlerNotFound{FrameCategory::exceptional, "Via type %s ha
 /// No via has been handled; never leaves this file.
 constexpr ProcessingResult noResultYet = 255;
 
-/// What the flow's hash has chosen: the residue of the weights' sum, and whose share it lies in.
+/// What the flow's hash has chosen, counted from 1: the residue of the weights' sum, and whose
+/// share it lies in.
 [[gnu::noinline, gnu::cold]] void noteChoice(const MplsContext& context, std::uint64_t hash,
                                              std::uint32_t total, std::uint32_t chosen) {
     const OvixMplsViaSet& viaSet = *context.viaSet();
@@ -29,7 +30,7 @@ constexpr ProcessingResult noResultYet = 255;
     for (std::uint32_t i = 0; i < viaSet.numVias(); ++i) {
         weights += (i > 0 ? ":" : "") + std::to_string(viaSet.weight(i));
     }
-    RoadNotes::add("choice", field("label", context.entry().label()), field("via", chosen),
+    RoadNotes::add("choice", field("label", context.entry().label()), field("via", chosen + 1),
                    field("vias", viaSet.numVias()), field("hash", hash), field("total", total),
                    field("weights", weights));
 }

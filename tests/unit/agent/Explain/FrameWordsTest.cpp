@@ -108,6 +108,12 @@ TEST(FrameWords, WhatIsGivenTwiceIsRefused) {
     EXPECT_EQ(refusalOf(ip + "," + ip), "FRAME, word 5: \"ip\" is given twice");
     EXPECT_EQ(refusalOf("label 7, control-word, control-word"),
               "FRAME, word 4: \"control-word\" is given twice");
+    EXPECT_EQ(refusalOf("vlan 4095, label 7").substr(0, 15), "FRAME, word 2: ");
+    EXPECT_EQ(refusalOf("ip 10.1.1.1 > 10.9.0.1 size 10"),
+              "FRAME, word 2: a size of 10: the headers alone have 20 bytes");
+    EXPECT_EQ(refusalOf("ip 10.1.1.1 > 10.9.0.1 udp 5 size 20"),
+              "FRAME, word 2: a size of 20: the headers alone have 28 bytes");
+    EXPECT_EQ(refusalOf("in/west.pcap:x"), "FRAME: \"x\" is no number of a frame of in/west.pcap");
     EXPECT_EQ(refusalOf("vlan 5, vlan 5, label 7, label 7"), "taken");
 }
 

@@ -141,8 +141,8 @@ lfib:
     EXPECT_EQ(explanation.walk.fateWord(), "waiting");
     EXPECT_EQ(explanation.verdict,
               "waiting: held for up to 4 s until the MAC address of 10.0.2.9 on east is known; the "
-              "kernel is asked for it, and then the frame leaves by east, or is dropped if nobody "
-              "answers");
+              "kernel is asked for it, and then the frame is forwarded by east, 42 bytes, or the "
+              "frame is dropped if nobody answers");
     EXPECT_EQ(explanation.steps.back().text,
               "waits for neighbour 10.0.2.9 on east, 4 s at the most");
     ASSERT_TRUE(explanation.change);
