@@ -1,10 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
 
+#include "Published/InterfaceNames.h"
 #include "Published/PublishedTables.h"
 #include "commands/AgentAnswer.h"
 
