@@ -47,6 +47,33 @@ class Workers(LiveTest):
         self.assertEqual(label(after)[0] - label(before)[0], 300)
         self.stop(process)
 
+    def test_each_workers_queue_shows_its_share(self):
+        process = self.start()
+        self.learn_neighbours()
+        self.ctl("lfib", "add", "100", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
+        self.until(lambda: self.labelled(100, 1) == 1)
+        queues = lambda: [queue["received"] for port in self.counters("port", "show")["ports"]
+                          if port["name"] == "west" for queue in port["queues"]]
+        before = queues()
+        self.assertEqual(self.labelled(100, 200), 200)
+        came = [after - one for one, after in zip(before, queues())]
+        self.assertEqual(len(came), 2)
+        self.assertGreaterEqual(max(came), 200)  # of one flow
+        shown = subprocess.run([CTL, "--control", str(self.path), "port", "show"], check=True,
+                               capture_output=True, text=True).stdout
+        self.assertRegex(shown, r"(?m)^  worker 0 +- +\d+ %")
+        self.stop(process)
+
+    def test_an_interface_with_fewer_queues_than_workers_is_refused(self):
+        config = self.directory / "bad.yaml"
+        config.write_text("workers: 2\nports: [{name: west, kind: xdp}]\n")
+        plugin = ["--plugin", agent.PLUGIN] if agent.PLUGIN else []
+        done = subprocess.run(["ip", "netns", "exec", self.router, agent.AGENT, "run", str(config),
+                               "--live", *plugin], capture_output=True, text=True, check=False,
+                              timeout=DEADLINE)
+        self.assertIn("workers: port west has 1 receive queues for 2 workers", done.stderr)
+        self.assertEqual(done.returncode, 2)
+
     def test_frames_of_decided_labels_never_reach_the_packet_thread(self):
         process = self.start()
         self.learn_neighbours()

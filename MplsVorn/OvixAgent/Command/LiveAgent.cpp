@@ -122,7 +122,8 @@ class LiveAgent {
     }
 
     /// For the service manager.
-    std::string statusLine() const {
+    std::string statusLine() {
+        const ForwardingGate::Closed closed(tables_.gate);
         const auto& ports = ports_.all();
         const auto open = std::count_if(ports.begin(), ports.end(),
                                         [](const auto& port) { return port->isOpen(); });
@@ -139,12 +140,20 @@ class LiveAgent {
         const ForwardingGate::Closed closed(tables_.gate);
         const LivePort& port = ports_.port(index);
         const PortDown down = links_.downBecause(index);
-        return {port.isOpen(),
-                down == PortDown::none || !port.isOpen() ? port.problem()
-                                                         : std::string(Tessel::wordOf(down)),
-                {ports_.count(index, LiveEvent::received), ports_.receivedBytes(index)},
-                ports_.count(index, LiveEvent::ringFull),
-                port.ringFrames()};
+        LiveState state{port.isOpen(),
+                        down == PortDown::none || !port.isOpen()
+                            ? port.problem()
+                            : std::string(Tessel::wordOf(down)),
+                        {ports_.count(index, LiveEvent::received), ports_.receivedBytes(index)},
+                        ports_.count(index, LiveEvent::ringFull),
+                        port.ringFrames(),
+                        {}};
+        for (LivePort* const queue : ports_.queuesOf(index)) {
+            const LiveCounts& counts = queue->counts();
+            state.queues.push_back(
+                {counts.of(LiveEvent::received), counts.of(LiveEvent::ringFull)});
+        }
+        return state;
     }
 
     const RunOptions& options_;

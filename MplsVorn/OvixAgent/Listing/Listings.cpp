@@ -40,6 +40,14 @@ Json vlansOf(const Port& port) {
     return list;
 }
 
+Json queuesJson(const LiveState& state) {
+    Json all = Json::array();
+    for (const LiveState::Queue& queue : state.queues) {
+        all.push_back({{"received", queue.received}, {"drops", queue.ringDrops}});
+    }
+    return all;
+}
+
 Json portJson(const PortTable& ports, PortIndex index, const LiveStateOf& live) {
     const Port& port = ports.ports()[index];
     const LiveState state = live ? live(index) : LiveState();
@@ -62,6 +70,7 @@ Json portJson(const PortTable& ports, PortIndex index, const LiveStateOf& live) 
                 {"receivedBytes", isCounted ? Json(state.received.bytes) : Json(nullptr)},
                 {"ring", isCounted ? Json{{"frames", state.ringFrames}, {"drops", state.ringDrops}}
                                    : Json(nullptr)},
+                {"queues", isCounted ? queuesJson(state) : Json::array()},
                 {"sent", {{"frames", port.sent.frames}, {"bytes", port.sent.bytes}}}};
 }
 

@@ -25,12 +25,19 @@ struct LiveState {
     Traffic received;
     std::uint64_t ringDrops = 0; ///< frames for which there was no room
     std::size_t ringFrames = 0;  ///< that there is room for; 0: not known
+    /// What came to a worker's queue of the port.
+    struct Queue {
+        std::uint64_t received = 0;
+        std::uint64_t ringDrops = 0;
+    };
+    std::vector<Queue> queues; ///< by worker; none without workers
 };
 /// Unset for a run on captures.
 using LiveStateOf = std::function<LiveState(PortIndex)>;
 
 /// {"name", "kind", "state", "problem", "mac", "mtu", "vrf", "addresses", "parent", "vlans",
-///  "mpls", "received", "receivedBytes", "ring": {"frames", "drops"}, "sent": {"frames", "bytes"}};
+///  "mpls", "received", "receivedBytes", "ring": {"frames", "drops"}, "queues": [{"received",
+///  "drops"}], "sent": {"frames", "bytes"}}; the queues are those of workers.
 /// "kind", "received", "receivedBytes" and "ring" are null in a run on captures, the last three for
 /// sub-interfaces, whose parents have theirs, too.
 Listing portListing(const ForwardingTables& tables, LiveStateOf live);

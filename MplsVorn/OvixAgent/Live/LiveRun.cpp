@@ -56,6 +56,9 @@ void LiveRun::run(const std::function<void(const std::string&)>& report) {
     } while (takeSignals());
     parts_.service->isStopping();
     if (parts_.workers != nullptr) {
+        for (const auto& port : parts_.ports->all()) {
+            port->stopIntake();
+        }
         parts_.workers->stop();
         while (takeLeft(framesPerTurn) > 0) {
         }
@@ -224,6 +227,7 @@ void LiveRun::settle(const std::function<void(const std::string&)>& report) {
         if (isReady_ && parts_.carrier != nullptr) {
             parts_.carrier->hold();
         }
+        const ForwardingGate::Closed closed(*parts_.gate);
         for (const std::string& news : parts_.ports->news()) {
             report(news);
         }

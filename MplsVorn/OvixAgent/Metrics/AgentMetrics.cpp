@@ -125,6 +125,14 @@ void addPorts(MetricList& list, const ReadJson& ports) {
         }
     }
     for (const ReadJson& port : ports.at("ports")) {
+        std::size_t worker = 0;
+        for (const ReadJson& queue : port.value("queues", ReadJson::array())) {
+            list.counter("ovix_queue_received_frames_total",
+                         "Frames received by a worker's queue of the port.", queue.at("received"),
+                         {{"port", port.at("name")}, {"worker", std::to_string(worker++)}});
+        }
+    }
+    for (const ReadJson& port : ports.at("ports")) {
         list.counter("ovix_port_sent_frames_total", "Frames sent by the port.",
                      port.at("sent").at("frames"), {{"port", port.at("name")}});
     }

@@ -4,6 +4,31 @@
 
 namespace OvixCtl {
 
+namespace {
+
+/// What came to each worker's queue of the port, and its share of all.
+void addQueues(Rows& rows, const Json& port) {
+    const auto received = [](const Json& of) { return of.at("received").get<std::uint64_t>(); };
+    const Json queues = port.value("queues", Json::array());
+    std::uint64_t total = 0;
+    for (const Json& queue : queues) {
+        total += received(queue);
+    }
+    std::size_t worker = 0;
+    for (const Json& queue : queues) {
+        const double share =
+            total == 0 ? 0
+                       : 100 * static_cast<double>(received(queue)) / static_cast<double>(total);
+        const auto drops = queue.at("drops").get<std::uint64_t>();
+        rows.push_back(
+            {fmt::format("  worker {}", worker++), "",
+             fmt::format("{:.0f} %{}", share, drops > 0 ? fmt::format(", {} dropped", drops) : ""),
+             "", "", "", "", cellOf(queue.at("received")), "", "", ""});
+    }
+}
+
+} // namespace
+
 Tessel::Result<int> showPorts(const Request& request) {
     const Tessel::Result<Json> answer = listOf(request, "ports");
     if (!answer) {
@@ -19,6 +44,7 @@ Tessel::Result<int> showPorts(const Request& request) {
                         parent.empty() ? "" : parent + " " + cellOfList(port.at("vlans")),
                         cellOf(port.at("received")), cellOf(port.at("sent").at("frames")),
                         cellOf(port.at("sent").at("bytes")), cellOfList(port.at("addresses"))});
+        addQueues(rows, port);
     }
     using enum TextTable::Align;
     return printAnswer(request, answer.value(),

@@ -44,6 +44,19 @@ std::unique_ptr<LivePort> openCard(const AgentConfig& config, PortIndex index, c
     }
 }
 
+/// Nobody would receive the flows of a worker without a queue.
+void requireQueues(const std::string& interface, unsigned int workers) {
+    if (workers == 0 || !isInterface(interface)) {
+        return;
+    }
+    if (const std::uint32_t queues = receiveQueuesOfInterface(interface); queues < workers) {
+        throw CardError(fmt::format("workers: port {} has {} receive queues for {} workers: make "
+                                    "more of them (ethtool -L {} combined {}), or give fewer "
+                                    "workers",
+                                    interface, queues, workers, interface, workers));
+    }
+}
+
 std::unique_ptr<LivePort> open(const AgentConfig& all, PortIndex index, const PortTable& table) {
     const PortConfig& config = all.ports[index];
     if (config.kind == PortKind::tap) { // of which the kernel lets nobody have a second
@@ -54,6 +67,7 @@ std::unique_ptr<LivePort> open(const AgentConfig& all, PortIndex index, const Po
         return openCard(all, index, table.ports()[index]);
     }
     if (config.kind == PortKind::xdp) {
+        requireQueues(config.name, all.workers);
         return std::make_unique<XdpPort>(index, config.name, all.workers);
     }
     return std::make_unique<PacketPort>(index, config.name, PacketIntake::labelledAndIp,
@@ -211,6 +225,13 @@ std::vector<std::string> LivePorts::problems() const {
     for (const auto& port : ports_) {
         if (!port->isOpen()) {
             all.push_back(port->problem());
+        }
+    }
+    for (const std::vector<LivePort*>& ofThread : ofThreads_) {
+        for (std::size_t i = 0; i < ofThread.size(); ++i) {
+            if (ports_[i]->isOpen() && !ofThread[i]->problem().empty()) {
+                all.push_back(ofThread[i]->problem());
+            }
         }
     }
     if (cpuTap_ && !cpuTap_->isOpen()) {

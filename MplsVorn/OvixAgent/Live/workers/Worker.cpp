@@ -1,7 +1,7 @@
 #include "Live/workers/Worker.h"
 
+#include <chrono>
 #include <cstdint>
-#include <thread>
 #include <unistd.h>
 
 namespace OvixAgent {
@@ -32,6 +32,9 @@ void Worker::portIs(PortIndex index, LivePort& port) {
 bool Worker::turn() {
     bool hasMore = false;
     place_->enter();
+    if (servesAll_) {
+        reopenClosed();
+    }
     for (std::size_t i = 0; i < ports_.size(); ++i) {
         const bool isDue =
             servesAll_ || !ports_[i]->isOpen() || (i < waiting_.size() && waiting_[i].revents != 0);
@@ -54,6 +57,20 @@ bool Worker::turn() {
     }
     place_->leave();
     return hasMore;
+}
+
+/// What kept a queue from being opened, such as a link that was down, may be over.
+void Worker::reopenClosed() {
+    const auto now = AdaptivePoll::Clock::now();
+    if (now - reopenedAt_ < std::chrono::seconds(1)) {
+        return;
+    }
+    reopenedAt_ = now;
+    for (const auto& port : ports_) {
+        if (!port->isOpen()) {
+            port->reopen();
+        }
+    }
 }
 
 void Worker::wait(int stop, int milliseconds) {

@@ -55,6 +55,7 @@ class Worker {
     std::uint64_t takeFast() noexcept { return std::exchange(fast_, 0); }
 
   private:
+    void reopenClosed();
     void forward(std::span<WritableFrame> burst);
     bool isLookedAt(std::size_t frames) noexcept;
     bool isTraced(const WritableFrame& frame) const noexcept;
@@ -76,6 +77,7 @@ class Worker {
     bool servesAll_ = true;       ///< also ports that are not ready
     bool arePolled_ = false;
     std::uint32_t turns_ = 0;
+    AdaptivePoll::Clock::time_point reopenedAt_;
     std::uint32_t busyBursts_ = 0; ///< since frames were looked at last
     std::uint64_t fast_ = 0;
 };
