@@ -30,7 +30,7 @@ class Dpdk(LiveTest):
             ip("-n", self.router, "link", "set", port, "name", f"{port}w")
             ip("-n", self.router, "addr", "flush", "dev", f"{port}w")
             ip("-n", self.router, "link", "set", f"{port}w", "up")
-        self.config.write_text("ports:\n" + "".join(
+        self.config.write_text(self.settings + "ports:\n" + "".join(
             f"  - {{name: {port}, kind: dpdk, device: 'net_af_packet{i},iface={port}w', "
             f"addresses: [10.0.{i}.1/24]}}\n" for i, port in ((1, "west"), (2, "east"))) + extra)
 

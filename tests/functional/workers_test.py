@@ -5,6 +5,7 @@ import subprocess
 import unittest
 
 import agent
+import dpdk_test
 import live_answers_test
 import live_test
 from live import DEADLINE, LiveTest
@@ -22,6 +23,18 @@ class LiveByWorkers(live_test.Live):
 class AnswersByWorkers(live_answers_test.LiveAnswers):
     """The same as without workers."""
     settings = "workers: 2\n"
+
+
+class CardsByWorkers(dpdk_test.Dpdk):
+    """The same as without workers; of the devices one thread receives, and hands over to the other."""
+    settings = "workers: 2\n"
+
+    # Where nothing is asked about workers:
+    test_captures_leave_byte_for_byte_as_without_dpdk = None
+    test_a_device_that_does_not_exist_is_refused_with_its_port_and_what_helps = None
+    test_an_mtu_that_the_device_does_not_take_is_refused_with_both = None
+    test_two_ports_cannot_share_a_device = None
+    test_an_environment_that_does_not_start_is_refused_by_its_key = None
 
 
 class Workers(LiveTest):

@@ -102,6 +102,9 @@ void LiveRun::wait() {
     }
     if (waiting_[linkAt].revents != 0) {
         parts_.links->receive();
+        if (parts_.workers != nullptr) {
+            parts_.workers->call();
+        }
         knowsLinks_ = knowsLinks_ || parts_.links->isComplete();
     }
     if (waiting_[reloadAt].revents != 0) {

@@ -2,7 +2,10 @@
 
 #include <chrono>
 #include <cstdint>
+#include <sys/eventfd.h>
 #include <unistd.h>
+
+#include "Posix/SystemError.h"
 
 namespace OvixAgent {
 
@@ -19,7 +22,11 @@ Worker::Worker(DecidedTables& decided, int wake)
       labels_(Tessel::make<Counter::OvixLfibCounterCollection>("worker")),
       road_(decided, nullptr, accounts_, &own_),
       visitor_([this](std::span<WritableFrame> burst) { forward(burst); }),
-      lanes_(decided.tables->ports.ports().size()) {
+      lanes_(decided.tables->ports.ports().size()),
+      called_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    if (!called_.isOpen()) {
+        Posix::fail("cannot make an event descriptor");
+    }
     road_.labels().labelCountersAre(labels_.get());
 }
 
@@ -41,8 +48,8 @@ bool Worker::turn() {
         std::size_t taken = 0;
         for (std::size_t received = burstFrames;
              isDue && received == burstFrames && taken < framesPerTurn; taken += received) {
-            if (place_->isToLeave()) {
-                ports_[i]->flush();
+            if (place_->isToLeave()) { // what comes of the next frames may change
+                flush();
                 place_->leave();
                 place_->enter();
             }
@@ -50,13 +57,19 @@ bool Worker::turn() {
         }
         hasMore = hasMore || taken >= framesPerTurn;
     }
+    flush();
     waiting_.clear();
     for (const auto& port : ports_) {
-        port->flush();
         waiting_.push_back({port->descriptor(), POLLIN, 0});
     }
     place_->leave();
     return hasMore;
+}
+
+void Worker::flush() {
+    for (const auto& port : ports_) {
+        port->flush();
+    }
 }
 
 /// What kept a queue from being opened, such as a link that was down, may be over.
@@ -73,14 +86,23 @@ void Worker::reopenClosed() {
     }
 }
 
-void Worker::wait(int stop, int milliseconds) {
+void Worker::wait(int milliseconds) {
     const std::size_t ports = waiting_.size();
-    waiting_.push_back({stop, POLLIN, 0});
+    waiting_.push_back({called_.value(), POLLIN, 0});
     const bool isReady = poll_.wait(waiting_, arePolled_ ? 0 : milliseconds);
+    std::uint64_t calls = 0;
+    const bool isCalled =
+        waiting_.back().revents != 0 && read(called_.value(), &calls, sizeof calls) > 0;
     // Not every port is ready when its interface has gone, or when it is to take in something else.
     constexpr std::uint32_t oneOf = 64;
-    servesAll_ = arePolled_ || !isReady || milliseconds == 0 || ++turns_ % oneOf == 0;
+    servesAll_ = arePolled_ || !isReady || isCalled || milliseconds == 0 || ++turns_ % oneOf == 0;
     waiting_.resize(ports);
+}
+
+void Worker::call() noexcept {
+    constexpr std::uint64_t one = 1;
+    // It fails only when it is readable anyway.
+    [[maybe_unused]] const ssize_t written = write(called_.value(), &one, sizeof one);
 }
 
 void Worker::forward(std::span<WritableFrame> burst) {

@@ -44,8 +44,10 @@ class Worker {
 
     /// Forwards some of the frames that have come, and says whether there may be more.
     bool turn();
-    /// Waits for frames, or for something to read at `stop`.
-    void wait(int stop, int milliseconds);
+    /// Waits for frames, or to be called.
+    void wait(int milliseconds);
+    /// Something has happened to ports, or the end has come; by any thread.
+    void call() noexcept;
 
     Lanes& lanes() noexcept { return lanes_; }
     FrameAccounts& accounts() noexcept { return accounts_; }
@@ -55,6 +57,7 @@ class Worker {
     std::uint64_t takeFast() noexcept { return std::exchange(fast_, 0); }
 
   private:
+    void flush();
     void reopenClosed();
     void forward(std::span<WritableFrame> burst);
     bool isLookedAt(std::size_t frames) noexcept;
@@ -73,6 +76,7 @@ class Worker {
     Lanes lanes_;
     FrameAccounts::FateLog full_; ///< where frames are counted that have no room
     AdaptivePoll poll_;
+    Posix::FileDescriptor called_;
     std::vector<pollfd> waiting_; ///< at the ports
     bool servesAll_ = true;       ///< also ports that are not ready
     bool arePolled_ = false;

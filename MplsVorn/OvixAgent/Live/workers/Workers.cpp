@@ -30,17 +30,12 @@ void runOn(unsigned int cpu) {
     pthread_setaffinity_np(pthread_self(), sizeof cpus, &cpus); // which the configuration checks
 }
 
-void notify(const Posix::FileDescriptor& event) {
-    constexpr std::uint64_t one = 1;
-    [[maybe_unused]] const ssize_t written = write(event.value(), &one, sizeof one);
-}
-
 } // namespace
 
 Workers::Workers(FastPath& fastPath, ForwardingTables& tables, FrameAccounts& accounts,
                  LivePorts& ports, std::vector<unsigned int> cpus)
     : fastPath_(&fastPath), tables_(&tables), accounts_(&accounts), cpus_(std::move(cpus)),
-      wake_(eventDescriptor()), stop_(eventDescriptor()) {
+      wake_(eventDescriptor()) {
     DecidedTables& decided = fastPath.shared();
     for (std::size_t i = 0; i < ports.queues(); ++i) {
         Worker& worker = *workers_.emplace_back(std::make_unique<Worker>(decided, wake_.value()));
@@ -57,6 +52,7 @@ Workers::Workers(FastPath& fastPath, ForwardingTables& tables, FrameAccounts& ac
 void Workers::start() {
     const Posix::WithoutSignals here;
     for (std::size_t i = threads_.size(); i < workers_.size(); ++i) {
+        workers_[i]->turn(); // its queues follow what has happened to the ports before
         threads_.emplace_back([this, i] { work(i); });
     }
 }
@@ -69,12 +65,12 @@ void Workers::work(std::size_t number) {
     Worker& worker = *workers_[number];
     bool hasMore = false;
     while (!ends_.load(std::memory_order_relaxed)) {
-        worker.wait(stop_.value(), hasMore ? 0 : idleMs);
+        worker.wait(hasMore ? 0 : idleMs);
         hasMore = worker.turn();
     }
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
     do {
-        worker.wait(stop_.value(), 0);
+        worker.wait(0);
     } while (worker.turn() && std::chrono::steady_clock::now() < end);
 }
 
@@ -91,11 +87,17 @@ void Workers::stop() {
         }
     }
     ends_ = true;
-    notify(stop_);
+    call();
     for (std::thread& thread : threads_) {
         thread.join();
     }
     threads_.clear();
+}
+
+void Workers::call() noexcept {
+    for (const auto& worker : workers_) {
+        worker->call();
+    }
 }
 
 bool Workers::takeOne(FrameRing& lane, const Visitor& visitor) {

@@ -30,6 +30,9 @@ class Workers {
     /// They forward what has come so far, and end.
     void stop();
 
+    /// Something has happened to ports.
+    void call() noexcept;
+
     /// Readable when frames have been left.
     int descriptor() const noexcept { return wake_.value(); }
     /// Calls `visitor` with frames that workers have left, in the order of each of their lanes: the
@@ -56,7 +59,6 @@ class Workers {
     FrameAccounts* accounts_;
     std::vector<unsigned int> cpus_;
     Posix::FileDescriptor wake_;
-    Posix::FileDescriptor stop_;
     std::atomic<bool> ends_{false};
     std::vector<std::unique_ptr<Worker>> workers_;
     std::vector<FrameRing*> lanes_; ///< of ports, of all workers
