@@ -23,6 +23,7 @@ neighbours:
 @unittest.skipUnless(MODULE.exists(), "needs the module for DPDK, which was not built")
 class Dpdk(LiveTest):
     """The interfaces of LiveTest become the wires of devices; the ports are TAP devices of their names."""
+    queues = ""  # of each device, in words of its driver
 
     def configure(self, extra: str = "", kind: str = "dpdk") -> None:
         for port in ("west", "east"):
@@ -31,7 +32,7 @@ class Dpdk(LiveTest):
             ip("-n", self.router, "addr", "flush", "dev", f"{port}w")
             ip("-n", self.router, "link", "set", f"{port}w", "up")
         self.config.write_text(self.settings + "ports:\n" + "".join(
-            f"  - {{name: {port}, kind: dpdk, device: 'net_af_packet{i},iface={port}w', "
+            f"  - {{name: {port}, kind: dpdk, device: 'net_af_packet{i},iface={port}w{self.queues}', "
             f"addresses: [10.0.{i}.1/24]}}\n" for i, port in ((1, "west"), (2, "east"))) + extra)
 
     def pings(self, address: str, count: int) -> bool:

@@ -8,7 +8,7 @@ import agent
 import dpdk_test
 import live_answers_test
 import live_test
-from live import DEADLINE, LiveTest
+from live import DEADLINE, LiveTest, ip
 from running_agent import CTL
 
 
@@ -26,11 +26,13 @@ class AnswersByWorkers(live_answers_test.LiveAnswers):
 
 
 class CardsByWorkers(dpdk_test.Dpdk):
-    """The same as without workers; of the devices one thread receives, and hands over to the other."""
+    """The same as without workers."""
     settings = "workers: 2\n"
+    queues = ",qpairs=3"
 
     # Where nothing is asked about workers:
     test_captures_leave_byte_for_byte_as_without_dpdk = None
+    test_a_tap_of_dpdk_is_a_wire_to_this_host = None
     test_a_device_that_does_not_exist_is_refused_with_its_port_and_what_helps = None
     test_an_mtu_that_the_device_does_not_take_is_refused_with_both = None
     test_two_ports_cannot_share_a_device = None
@@ -75,6 +77,23 @@ class Workers(LiveTest):
         shown = subprocess.run([CTL, "--control", str(self.path), "port", "show"], check=True,
                                capture_output=True, text=True).stdout
         self.assertRegex(shown, r"(?m)^  worker 0 +- +\d+ %")
+        self.stop(process)
+
+    def test_an_xdp_port_has_a_queue_of_its_interface_for_each_worker(self):
+        for port, host, network in (("west", self.west, 1), ("east", self.east, 2)):
+            ip("-n", self.router, "link", "del", port)
+            ip("link", "add", port, "netns", self.router, "numrxqueues", "2", "numtxqueues", "2",
+               "type", "veth", "peer", "name", "eth0", "netns", host, "numrxqueues", "2",
+               "numtxqueues", "2")
+            ip("-n", self.router, "addr", "add", f"10.0.{network}.1/24", "dev", port)
+            ip("-n", host, "addr", "add", f"10.0.{network}.2/24", "dev", "eth0")
+            ip("-n", self.router, "link", "set", port, "up")
+            ip("-n", host, "link", "set", "eth0", "up")
+        process = self.start(kind="xdp")
+        self.ctl("lfib", "add", "100", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
+        self.until(lambda: self.labelled(100, 5) == 5)
+        self.assertEqual(self.labelled(100, 100), 100)
+        self.assertEqual(len(self.counters("port", "show")["ports"][0]["queues"]), 2)
         self.stop(process)
 
     def test_an_interface_with_fewer_queues_than_workers_is_refused(self):
