@@ -30,6 +30,7 @@ print("held", flush=True); sys.stdin.read()"""
 
 class Metrics(LiveTest):
     options = ("--metrics", str(PORT), "--metrics-labels", "2")
+    settings = "workers: 1\n"  # so that all series are there
 
     def setUp(self):
         super().setUp()

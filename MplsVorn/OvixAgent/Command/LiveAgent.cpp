@@ -150,6 +150,7 @@ class LiveAgent {
                         {}};
         for (LivePort* const queue : ports_.queuesOf(index)) {
             const LiveCounts& counts = queue->counts();
+            state.ringFrames += queue->ringFrames();
             state.queues.push_back(
                 {counts.of(LiveEvent::received), counts.of(LiveEvent::ringFull)});
         }
