@@ -7,6 +7,7 @@ import unittest
 import agent
 import dpdk_test
 import live_answers_test
+import live_faults_test
 import live_test
 from live import DEADLINE, LiveTest, ip
 from running_agent import CTL
@@ -37,6 +38,17 @@ class CardsByWorkers(dpdk_test.Dpdk):
     test_an_mtu_that_the_device_does_not_take_is_refused_with_both = None
     test_two_ports_cannot_share_a_device = None
     test_an_environment_that_does_not_start_is_refused_by_its_key = None
+
+
+class FaultsByWorkers(live_faults_test.LiveFaults):
+    """The same as without workers."""
+    settings = "workers: 2\n"
+
+    # Calls of the start are those of a run without workers, or are made before it begins.
+    test_every_call_of_a_run_may_fail_once = None
+    test_every_call_of_the_start_may_fail_once = None
+    test_an_interface_that_flaps_is_used_again = None
+    test_an_interface_that_is_moved_away_and_back_is_used_again = None
 
 
 class Workers(LiveTest):

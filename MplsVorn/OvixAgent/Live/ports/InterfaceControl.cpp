@@ -81,7 +81,8 @@ std::uint32_t receiveQueuesOfInterface(const std::string& name) {
 bool isInterface(unsigned int index) noexcept {
     ifreq request{};
     request.ifr_ifindex = static_cast<int>(index);
-    return isDone(SIOCGIFNAME, request);
+    // Without a descriptor to ask by, it has not gone for that.
+    return isDone(SIOCGIFNAME, request) || errno != ENODEV;
 }
 
 bool isInterface(const std::string& name) noexcept {

@@ -18,7 +18,7 @@ Lumo::EthAddr macOfInterface(const std::string& name);
 /// 1 when its driver does not report it.
 std::uint32_t receiveQueuesOfInterface(const std::string& name);
 
-/// Whether there is an interface of that index or name.
+/// Whether there is an interface of that index, as far as it can be asked, or name.
 bool isInterface(unsigned int index) noexcept;
 bool isInterface(const std::string& name) noexcept;
 
