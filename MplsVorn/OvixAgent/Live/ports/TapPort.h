@@ -49,8 +49,9 @@ class TapPort final : public LivePort {
     /// One beyond the queues only sends.
     std::unique_ptr<LivePort> queue(std::uint32_t number) override;
 
-    /// Gives the device its likeness again, of which this host's device manager may think otherwise:
-    /// systemd-udevd gives new devices addresses of its own, a while after they were made.
+    /// Gives the device its likeness again, of which this host's device manager may think
+    /// otherwise: systemd-udevd gives new devices addresses of its own, a while after they were
+    /// made.
     void keepLikeness() noexcept;
     /// Whether the device has a carrier, for this host's stack.
     void carrierIs(bool isUp) noexcept;
