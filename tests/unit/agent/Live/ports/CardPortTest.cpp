@@ -295,35 +295,56 @@ TEST_F(CardPortTest, BurstsGiveTheirBytesUpAndSingleFramesAreCopied) {
     EXPECT_EQ(port().counts().of(LiveEvent::noBuffers), 1U);
 }
 
-TEST_F(CardPortTest, WorkersReceiveAndSendByTheCardAndAllGiveTheHostItsFrames) {
-    std::array<Wire, 2> wires;
-    wire_.workers = {&wires[0], &wires[1]};
+TEST_F(CardPortTest, ForWorkersThereIsAnObjectEach) {
+    Wire wire;
+    wire_.workers = {&wire};
     EXPECT_FALSE(port().isPolled());
-    std::array<std::unique_ptr<OvixAgent::LivePort>, 2> queues{port().queue(0), port().queue(1)};
-    EXPECT_EQ(port().queue(2), nullptr);
+    EXPECT_TRUE(port().queue(0)->isPolled());
+    EXPECT_EQ(port().queue(1), nullptr);
     wire_.toCard = {toLeft({ethMpls}, 99)};
     EXPECT_TRUE(received().empty()) << "the object that has the device has taken frames";
+}
+
+TEST_F(CardPortTest, WorkersReceiveByTheCardAndGiveTheHostItsFrames) {
+    std::array<Wire, 2> wires;
+    wire_.workers = {&wires[0], &wires[1]};
+    const std::array queues{port().queue(0), port().queue(1)};
+    received(); // the object that has the device says what the others take
     for (std::uint32_t i = 0; i < 2; ++i) {
-        ASSERT_TRUE(queues[i]->isPolled());
+        const auto& queue = queues[i];
         const Bytes own = toLeft({ethIpv4}, i);
         const Bytes arp = toLeft({ethArp}, i);
         wires[i].toCard = {own, arp};
         std::vector<Bytes> got;
-        queues[i]->receive(each([&](const OvixAgent::Frame& frame) {
-                               got.emplace_back(frame.bytes.begin(), frame.bytes.end());
-                           }),
-                           64);
+        queue->receive(each([&](const OvixAgent::Frame& frame) {
+                           got.emplace_back(frame.bytes.begin(), frame.bytes.end());
+                       }),
+                       64);
         EXPECT_EQ(got, std::vector<Bytes>{own});
         EXPECT_EQ(receiveUpTo(*stack_, arp), std::vector<Bytes>{arp});
-        send(*queues[i], toRight({ethMpls}, i));
-        EXPECT_EQ(wires[i].fromCard, std::vector<Bytes>{toRight({ethMpls}, i)});
-        EXPECT_EQ(queues[i]->counts().of(LiveEvent::sent), 1U);
     }
+}
+
+TEST_F(CardPortTest, WorkersSendByTheCard) {
+    std::array<Wire, 2> wires;
+    wire_.workers = {&wires[0], &wires[1]};
+    for (std::uint32_t i = 0; i < 2; ++i) {
+        const auto queue = port().queue(i);
+        send(*queue, toRight({ethMpls}, i));
+        EXPECT_EQ(wires[i].fromCard, std::vector<Bytes>{toRight({ethMpls}, i)});
+        EXPECT_EQ(queue->counts().of(LiveEvent::sent), 1U);
+    }
+}
+
+TEST_F(CardPortTest, WorkersTakeEverythingOfAnAttachmentCircuit) {
+    Wire wire;
+    wire_.workers = {&wire};
+    const auto queue = port().queue(0);
     port().intakeIs(PacketIntake::everything);
-    wires[0].toCard = {toLeft({ethArp}, 5)};
-    std::size_t circuits = 0;
-    queues[0]->receive(each([&](const auto&) { ++circuits; }), 64);
-    EXPECT_EQ(circuits, 1U);
+    wire.toCard = {toLeft({ethArp}, 5)};
+    std::size_t taken = 0;
+    queue->receive(each([&](const auto&) { ++taken; }), 64);
+    EXPECT_EQ(taken, 1U);
 }
 
 TEST_F(CardPortTest, WithWorkersWhatTheHostSendsLeavesByTheObjectThatHasTheDevice) {

@@ -324,20 +324,22 @@ TEST_F(PacketQueuesTest, OtherPortsHaveGroupsOfTheirOwn) {
     EXPECT_TRUE(isEven(*right));
 }
 
-TEST_F(PacketQueuesTest, QueuesFollowThePortToTheInterfacesSuccessor) {
+TEST_F(PacketQueuesTest, QueuesCloseWithThePortsInterface) {
     ip("link del right");
-    right->look();
     right->port->receive(each([](const auto&) {}), 1);
-    EXPECT_FALSE(right->port->isOpen());
     EXPECT_EQ(right->port->problem(), "right: the interface was removed");
     right->look();
     for (const auto& queue : right->queues) {
-        EXPECT_FALSE(queue->isOpen());
-        EXPECT_FALSE(queue->reopen());
+        EXPECT_FALSE(queue->isOpen() || queue->reopen());
     }
+}
+
+TEST_F(PacketQueuesTest, QueuesFollowThePortToTheInterfacesSuccessor) {
+    ip("link del right");
+    right->port->receive(each([](const auto&) {}), 1);
+    right->look();
     addLinks();
-    EXPECT_TRUE(right->port->reopen()) << right->port->problem();
-    EXPECT_TRUE(left->reopen());
+    EXPECT_TRUE(right->port->reopen() && left->reopen());
     right->look();
     pass(eachFlow([](std::uint32_t i) {
         return behind({ethMpls}, join({stack({{100}}), udpPacket(i)}));
