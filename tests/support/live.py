@@ -136,12 +136,13 @@ ports:
         return subprocess.Popen(["ip", "netns", "exec", name, "python3", "-c", program],
                                 stdout=subprocess.PIPE, text=True, **keys)
 
-    def datagrams(self, count: int) -> int:
-        """How many of so many datagrams, sent one after the other, come from west to east."""
+    def datagrams(self, count: int, patience: int = 2) -> int:
+        """How many of so many datagrams, sent one after the other, come from west to east, none more than so
+        many seconds after the one before."""
         receiver = self.host(self.east, f"""
 import socket
 s = socket.socket(socket.AF_INET, socket.SOCK_DGRAM); s.bind(("10.0.2.2", 7000))
-print("ready", flush=True); s.settimeout(2); got = 0
+print("ready", flush=True); s.settimeout({patience}); got = 0
 try:
     while got < {count}: s.recv(100); got += 1
 except TimeoutError: pass
