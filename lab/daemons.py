@@ -75,6 +75,17 @@ router bgp 65000 vrf {vrf}
   import vpn
 """
 
+BETWEEN_EDGES = """
+router bgp 65000
+ bgp router-id {loopback}
+ neighbor {peer} remote-as 65000
+ neighbor {peer} update-source {loopback}
+ neighbor {peer} timers connect 1
+ address-family ipv4 unicast
+  redistribute connected
+  neighbor {peer} next-hop-self
+"""
+
 
 def ospf_config(router: str) -> str:
     core = topology.core_interfaces(router)
@@ -107,6 +118,16 @@ def ldp(router: str) -> dict[str, str]:
     configs = {"zebra": ZEBRA, "ospfd": ospf_config(router), "ldpd": ldp_config(router)}
     if router in topology.vpn_routers():
         configs["bgpd"] = bgp_config(router)
+    return configs
+
+
+def ldp_and_bgp(router: str) -> dict[str, str]:
+    """The same, and BGP between the edges."""
+    configs = ldp(router)
+    if router in topology.EDGES:
+        peer = next(edge for edge in topology.EDGES if edge != router)
+        configs["bgpd"] = BETWEEN_EDGES.format(loopback=topology.LOOPBACKS[router],
+                                               peer=topology.LOOPBACKS[peer])
     return configs
 
 

@@ -14,14 +14,20 @@ SWEEP_AFTER = 5  # seconds; the routing daemons are started with zebra
 
 def config(router: str) -> str:
     """Ports are all that the agent is told; the rest comes from the kernel and from zebra."""
-    text = "ports:\n"
+    workers = topology.WORKERS.get(router, 0)
+    text = f"workers: {workers}\n" if workers else ""
+    # A card has a queue for each of them, and one for the thread beside; all need memory.
+    queues = f",qpairs={workers + 1}" if workers else ""
+    if router in topology.CARDS:
+        text += "dpdk: {eal: ['-m', '512']}\n"
+    text += "ports:\n"
     for i, one in enumerate(topology.interfaces(router)):
         own = [one.address] + ([f"{topology.LOOPBACKS[router]}/32"] if i == 0 else [])
         if topology.FAMILY == 6 and one.address6:
             own.append(f'"{one.address6}"')
         if topology.LOOPBACKS6 and i == 0:
             own.append(f'"{topology.LOOPBACKS6[router]}/128"')
-        kind = (f"kind: dpdk, device: 'net_af_packet{i},iface={topology.wire(one)}'"
+        kind = (f"kind: dpdk, device: 'net_af_packet{i},iface={topology.wire(one)}{queues}'"
                 if router in topology.CARDS else "kind: packet")
         text += (f"  - {{name: {one.name}, {kind}, vrf: {one.vrf}, "
                  f"addresses: [{', '.join(own)}]}}\n")
@@ -82,6 +88,15 @@ class Dataplane:
     def drop_reasons(self) -> dict:
         """How often each reason has dropped a frame since the agent was started."""
         return json.loads(self.ctl("drops", "show").stdout)["dropped"]["reasons"]
+
+    def fates_at(self, port: str) -> dict:
+        """How often each reason has dropped or punted a frame that came in there."""
+        shown = json.loads(self.ctl("drops", "show", "--by", "port").stdout)
+        return {one["reason"]: one["frames"] for one in shown["drops-by-port"] if one["port"] == port}
+
+    def received(self, port: str) -> int:
+        shown = json.loads(self.ctl("port", "show").stdout)
+        return next(one["received"] for one in shown["ports"] if one["name"] == port)
 
     def pseudowire(self) -> dict:
         """What the agent says of its pseudowire; empty while it has none."""

@@ -18,17 +18,6 @@ interface lo
  ip ospf area 0
 """
 
-BETWEEN_EDGES = """
-router bgp 65000
- bgp router-id {loopback}
- neighbor {peer} remote-as 65000
- neighbor {peer} update-source {loopback}
- neighbor {peer} timers connect 1
- address-family ipv4 unicast
-  redistribute connected
-  neighbor {peer} next-hop-self
-"""
-
 LABELLED = """
 router bgp {number}
  bgp router-id {loopback}
@@ -101,7 +90,7 @@ def sr(router: str) -> dict[str, str]:
         ospf += daemons.OSPF_INTERFACE.format(name=one.name, cost=one.cost)
     configs = {"zebra": daemons.ZEBRA, "ospfd": ospf}
     if router in topology.EDGES:
-        configs["bgpd"] = BETWEEN_EDGES.format(
+        configs["bgpd"] = daemons.BETWEEN_EDGES.format(
             loopback=topology.LOOPBACKS[router], peer=topology.LOOPBACKS[other_edge(router)])
     return configs
 

@@ -26,6 +26,9 @@ class Lab:
             topology.add_vpn()
         if self.network.name == "dpdk":
             topology.use_cards("p")
+        if self.network.name == "overload":
+            topology.use_cards("pe1")
+            topology.use_workers("pe1", 2)
         if self.network.name == "pseudowire":
             topology.add_lan()
         network.build()

@@ -6,6 +6,7 @@ from collections.abc import Callable
 import checks
 import daemons
 import forms
+import overload_checks
 import pseudowire_checks
 
 
@@ -39,6 +40,8 @@ ALL = {network.name: network for network in (
     Network("dpdk", "OSPF and LDP; P's agent drives its links by DPDK", daemons.ldp,
             (checks.labels_on_the_wire, checks.label_counters, checks.tcp, checks.every_hop_answers,
              checks.tables_equal, checks.balances)),
+    Network("overload", "OSPF, LDP and BGP; CE1 floods PE1, which has cards and workers", daemons.ldp_and_bgp,
+            (overload_checks.flooded, checks.balances)),
     Network("killed", "OSPF and LDP; P's agent is killed twenty times, its links go down with it",
             daemons.ldp, (checks.killed_and_restarted, checks.balances)),
 )}

@@ -58,6 +58,7 @@ EDGES = ("pe1", "pe2")
 FAMILY = 4  # of the hosts' addresses
 VPN_HOSTS = {"vpn1": "pe1", "vpn2": "pe2"}
 VRF, VRF_TABLE = "red", 10
+WORKERS = {}  # router: how many threads forward beside its agent's packet thread
 CARDS = ()  # routers whose ports are devices of DPDK; wire() is what they drive
 LAN_HOSTS = {}  # host: the router with its attachment circuit; empty without a pseudowire
 LAN = {"lan1": "198.51.100.1/24", "lan2": "198.51.100.2/24"}
@@ -105,6 +106,11 @@ def use_cards(*routers: str) -> None:
     # Their driver has room for no more.
     LINKS = tuple(Link(tuple(dataclasses.replace(end, mtu=1500) for end in one.ends))
                   if any(end.node in routers for end in one.ends) else one for one in LINKS)
+
+
+def use_workers(router: str, count: int) -> None:
+    """From here on so many threads forward in that router."""
+    WORKERS[router] = count
 
 
 def wire(one: Interface) -> str:
