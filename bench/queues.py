@@ -27,7 +27,7 @@ sys.path[:0] = [str(HERE.parent / part) for part in ("tests/support", "examples"
 import frames as f  # noqa: E402
 from running_agent import ask  # noqa: E402
 
-BUILD = pathlib.Path(os.environ.get("OVIX_BUILD", HERE.parent / "build/bench")).resolve()
+BUILD = pathlib.Path(os.environ.get("OVIX_BUILD", HERE.parent / "build/release")).resolve()
 WEST, EAST, HOST = "02:00:00:00:00:01", "02:00:00:00:00:02", "02:00:00:00:00:99"
 CONFIG = """
 workers: {workers}

@@ -22,6 +22,7 @@ from network import kernel_has_mpls, kernel_has_vrfs
 
 HERE = pathlib.Path(__file__).resolve().parent
 GROUPS = ("static_routes", "weighted_routes", "vrf_routes")
+LARGE = ("many_labels",)  # kept in bench/recordings
 # Places that a group has for itself: named network namespaces, FRR's crash logs.
 OWN_PLACES = ("/run/netns", "/var/tmp")
 
@@ -55,7 +56,7 @@ def main() -> int:
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("output", nargs="?", type=pathlib.Path, default=HERE,
                         help="directory for the files (default: beside this script)")
-    parser.add_argument("--group", choices=GROUPS, help="only these recordings")
+    parser.add_argument("--group", choices=GROUPS + LARGE, help="only these recordings")
     parser.add_argument("--inside", metavar="GROUP", help=argparse.SUPPRESS)
     options = parser.parse_args()
     if os.geteuid() != 0:
