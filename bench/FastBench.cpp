@@ -297,8 +297,13 @@ int main(int argc, char** argv) {
     }
     try {
         if (isChurn || isWorkers) {
-            (isChurn ? Bench::printTableChurn
-                     : Bench::printWorkers)(static_cast<std::uint32_t>(std::stoul(argv[2])));
+            const auto labels = static_cast<std::uint32_t>(std::stoul(argv[2]));
+            if (isWorkers) {
+                Bench::printWorkers(labels);
+            } else {
+                Bench::printTableChurn(labels);
+                Bench::printWorkerChurn(labels);
+            }
             return 0;
         }
         const auto routes = static_cast<std::uint32_t>(std::stoul(argv[3]));

@@ -1,16 +1,18 @@
 #include "TableChurn.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <random>
-#include <stdexcept>
+#include <latch>
+#include <sys/eventfd.h>
+#include <thread>
 #include <vector>
 
-#include "BusyWriter.h"
+#include "ChangingTables.h"
 #include "FrameRing.h"
-#include "Mpls/Hardware/Adjacency.h"
+#include "MemoryWorker.h"
+#include "Posix/FileDescriptor.h"
 #include "Router.h"
-#include "Tables/TableLoading.h"
 
 namespace Bench {
 
@@ -20,28 +22,17 @@ using std::chrono::nanoseconds;
 using namespace std::chrono_literals;
 
 constexpr nanoseconds betweenGenerations = 10ms;
-constexpr std::uint32_t labelsPerGeneration = 1000;
 
 /// A router whose tables somebody else changes.
 class Churn {
   public:
     explicit Churn(std::uint32_t labels)
-        : labels_(labels), scenario_(makeScenario("swap", labels, std::size_t{1} << 20U)),
-          name_(benchTables("churn")), writer_(Tessel::TableMemory::sharedForWriting(name_)),
-          ring_(scenario_) {
-        if (!OvixAgent::loadTables(scenario_.config, "bench", writer_)) {
-            throw std::logic_error("the tables refuse the routes");
-        }
-        writer_.commit();
-        router_.emplace(scenario_.config, OvixAgent::openSharedTables(name_, false).value());
-    }
-    Churn(const Churn&) = delete;
-    Churn& operator=(const Churn&) = delete;
-    ~Churn() { Tessel::TableMemory::remove(name_); }
+        : tables_(labels), ring_(tables_.scenario()),
+          router_(tables_.scenario().config, tables_.reader()) {}
 
     /// Has nearly all labels decided.
     void warm() {
-        const auto& slow = router_->fastPath().counts().slow;
+        const auto& slow = router_.fastPath().counts().slow;
         std::uint64_t before = 0;
         do {
             before = slow;
@@ -57,52 +48,108 @@ class Churn {
         std::uint64_t rounds = 0;
         for (; total < length; ++rounds) {
             if (changes && total >= next) {
-                change();
+                tables_.change();
                 next += betweenGenerations;
             }
             total += forward();
         }
         return static_cast<double>(total.count()) / static_cast<double>(rounds * FrameRing::frames);
     }
-    std::uint64_t slowFrames() { return router_->fastPath().counts().slow; }
-    std::uint64_t frames() { return slowFrames() + router_->fastPath().counts().fast; }
+    std::uint64_t slowFrames() { return router_.fastPath().counts().slow; }
+    std::uint64_t frames() { return slowFrames() + router_.fastPath().counts().fast; }
 
   private:
     nanoseconds forward() {
         ring_.fill();
         const auto start = std::chrono::steady_clock::now();
-        router_->tables().refresh();
+        router_.tables().refresh();
         for (std::size_t i = 0; i < FrameRing::frames / OvixAgent::burstFrames; ++i) {
-            router_->fastPath().receive(ring_.burst(i));
+            router_.fastPath().receive(ring_.burst(i));
         }
         return std::chrono::steady_clock::now() - start;
     }
-    /// Random labels are swapped for another one.
-    void change() {
-        Mpls::ViaOptions options;
-        options.intf = Lumo::IntfId("east");
-        options.nexthop = Lumo::IpGenAddr::fromText("10.0.2.2");
-        const std::array label{Lumo::MplsLabel(1000 + ++generation_ % 1000)};
-        const Mpls::WeightedRecord via{Mpls::Via::swap(label, options).value().record(), 1};
-        const auto adjacency = Mpls::Hardware::Adjacency::create(std::vector{via}, {}, false);
-        std::uniform_int_distribution<std::uint64_t> id(1, labels_);
-        for (std::uint32_t i = 0; i < labelsPerGeneration; ++i) {
-            writer_.hardware().adjacencyIs(id(random_), *adjacency);
-        }
-        writer_.commit();
+
+    ChangingTables tables_;
+    FrameRing ring_;
+    Router router_;
+};
+
+/// A worker that forwards by tables that somebody else changes, and the packet thread beside it.
+class WorkerChurn {
+  public:
+    explicit WorkerChurn(std::uint32_t labels)
+        : tables_(labels), router_(tables_.scenario().config, tables_.reader()),
+          wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+          worker_(router_.fastPath().shared(), wake_.value(), tables_.scenario(),
+                  router_.ports().ports().size()) {
+        follow();
     }
 
-    std::uint32_t labels_;
-    Scenario scenario_;
-    std::string name_;
-    Mpls::TablePublisher writer_;
-    FrameRing ring_;
-    std::optional<Router> router_;
-    std::mt19937 random_{1};
-    std::uint32_t generation_ = 0;
+    struct Rate {
+        double byClock = 0;     ///< frames a second
+        double byProcessor = 0; ///< in a second of the worker's processor time
+    };
+    Rate run(nanoseconds length, bool changes) {
+        std::atomic<bool> ends{false};
+        std::latch begun(1);
+        std::thread thread([&] {
+            begun.count_down();
+            worker_.run(ends);
+        });
+        begun.wait();
+        const auto start = std::chrono::steady_clock::now();
+        auto next = start;
+        while (next - start < length) {
+            if (changes) {
+                tables_.change();
+                follow();
+            }
+            next += betweenGenerations;
+            std::this_thread::sleep_until(next);
+        }
+        ends = true;
+        const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - start;
+        thread.join();
+        return {worker_.frames / passed.count(), worker_.frames / worker_.seconds};
+    }
+
+  private:
+    /// As the packet thread does between its own frames.
+    void follow() {
+        router_.tables().refresh();
+        while (router_.fastPath().decideAhead([] {})) {
+        }
+    }
+
+    ChangingTables tables_;
+    Router router_;
+    Posix::FileDescriptor wake_;
+    MemoryWorker worker_;
 };
 
 } // namespace
+
+void printWorkerChurn(std::uint32_t labels) {
+    WorkerChurn churn(labels);
+    constexpr int turns = 7;
+    constexpr nanoseconds turn = 500ms;
+    std::vector<double> byClock;
+    std::vector<double> byProcessor;
+    std::vector<double> stillRates;
+    for (int i = 0; i < turns; ++i) {
+        const WorkerChurn::Rate still = churn.run(turn, false);
+        const WorkerChurn::Rate changing = churn.run(turn, true);
+        stillRates.push_back(still.byProcessor);
+        byClock.push_back(changing.byClock / still.byClock);
+        byProcessor.push_back(changing.byProcessor / still.byProcessor);
+    }
+    std::printf(
+        "%u labels, a worker beside the packet thread: %.2f million frames in a second of its "
+        "processor time; with 100 generations a second that change %u of them: %.0f %% of "
+        "that, %.0f %% by the clock\n",
+        labels, medianOf(stillRates) / 1e6, ChangingTables::labelsAtOnce,
+        100 * medianOf(byProcessor), 100 * medianOf(byClock));
+}
 
 void printTableChurn(std::uint32_t labels) {
     Churn churn(labels);
@@ -123,7 +170,7 @@ void printTableChurn(std::uint32_t labels) {
     }
     std::printf("%u labels: %.1f ns a frame; with 100 generations a second that change %u of them: "
                 "%.1f ns, %.2f times; by the forwarder: %.2f%%\n",
-                labels, still, labelsPerGeneration, changing, changing / still,
+                labels, still, ChangingTables::labelsAtOnce, changing, changing / still,
                 100.0 * static_cast<double>(slow) / static_cast<double>(frames));
 }
 
