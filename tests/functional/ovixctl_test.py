@@ -258,6 +258,17 @@ class Routes(OvixCtlTest):
                 self.assertIn(rule, self.ctl("lfib", "add", *words, code=2))
         self.assertFalse(self.memory.exists())
 
+    def test_what_could_have_no_effect_is_refused(self):
+        for words, rule in ((("as", "200", "payload", "ipv4"), "only a pop exposes a payload"),
+                            (("push", "200", "payload", "none"), "only a pop exposes a payload"),
+                            (("vrf", "red"), "vrf goes with a lookup"),
+                            (("as", "200", "vrf", "red"), "vrf goes with a lookup"),
+                            (("as", "200", "push-ttl", "9"), "push-ttl goes with ttl pipe"),
+                            (("tc", "uniform", "payload", "ethernet"), "tc uniform writes the class")):
+            with self.subTest(words):
+                self.assertIn(f"via 1: {rule}", self.ctl("lfib", "add", "100", *EAST, *words, code=2))
+        self.assertFalse(self.memory.exists())
+
     def test_unknown_words_are_a_usage_error(self):
         for words, error in ((("add", "100", "frob"), '"frob" is not expected here'),
                              (("add", "1048576", *EAST), "label 1048576 is out of range"),

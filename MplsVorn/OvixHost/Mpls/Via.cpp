@@ -168,6 +168,18 @@ Result<void> checkVain(const OvixMplsVia& record) {
     if (record.nexthop.family() != Lumo::IpFamily::none && !isOneStation(record.nexthop)) {
         return Refused{"next hop " + record.nexthop.text() + " is not the address of one station"};
     }
+    if (!record.vrfName.empty()) {
+        return Refused{"vrf goes with a lookup, which leads to no interface, nexthop or fec"};
+    }
+    const bool pops = record.action() == MplsLabelAction::pop;
+    if (!pops && record.payload() != PayloadType::automatic) {
+        return Refused{"only a pop exposes a payload"};
+    }
+    const bool copiesClass = TrafficClassField(record.trafficClass).uniform();
+    if (copiesClass && record.payload() == PayloadType::ethernet) {
+        return Refused{"tc uniform writes the class of a packet (RFC 3270), and an Ethernet frame "
+                       "has none"};
+    }
     return record.pushTtl != 0 && record.ttlMode != static_cast<std::uint32_t>(TtlMode::pipe)
                ? Refused{"push-ttl goes with ttl pipe; in uniform mode pushed labels have the "
                          "packet's TTL (RFC 3443)"}

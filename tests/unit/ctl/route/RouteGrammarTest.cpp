@@ -77,30 +77,29 @@ TEST(RouteGrammar, AVrfWithoutAHopIsLookedUpIn) {
     EXPECT_EQ(automatic.vias.front().via.options().payload, Mpls::PayloadType::automatic);
 }
 
-TEST(RouteGrammar, AVrfWithAHopIsItsAttribute) {
-    const LabelRoute route = parsed("100 vrf red dev a");
+TEST(RouteGrammar, TheDefaultVrfBesideAHopSaysNothing) {
+    const LabelRoute route = parsed("100 vrf default dev a");
     EXPECT_FALSE(route.isLookUp());
     EXPECT_EQ(route.table, TableId::transitLfib);
-    EXPECT_EQ(route.vias.front().via.options().vrf.view(), "red");
-    EXPECT_TRUE(parsed("100 vrf default dev a").vias.front().via.options().vrf.empty());
+    EXPECT_TRUE(route.vias.front().via.options().vrf.empty());
 }
 
 TEST(RouteGrammar, AnAttributeSetsItsOption) {
     const Mpls::ViaOptions options =
-        parsed("100 as 200/201 dev a ttl pipe tc 0 push-tc 6 push-ttl 9 payload none mtu 1400 "
-               "vlan 7")
+        parsed("100 as 200/201 dev a ttl pipe tc 0 push-tc 6 push-ttl 9 mtu 1400 vlan 7")
             .vias.front()
             .via.options();
     EXPECT_EQ(options.ttl, Mpls::TtlMode::pipe);
     EXPECT_EQ(options.tc, std::uint8_t{0});
     EXPECT_EQ(options.pushTtl, 9);
-    EXPECT_EQ(options.payload, Mpls::PayloadType::none);
     EXPECT_EQ(options.mtu, 1400U);
     EXPECT_EQ(options.vlan, 7);
     EXPECT_EQ(options.pushTc, std::uint8_t{6});
     EXPECT_FALSE(options.entropy);
     EXPECT_TRUE(parsed("100 push 200 dev a entropy").vias.front().via.options().entropy);
     EXPECT_TRUE(parsed("100 dev a tc uniform").vias.front().via.options().tcUniform);
+    EXPECT_EQ(parsed("100 dev a payload none").vias.front().via.options().payload,
+              Mpls::PayloadType::none);
     EXPECT_EQ(parsed("100 as 200 fec 5").vias.front().via.fec(), 5U);
 }
 
@@ -134,8 +133,8 @@ TEST(RouteGrammar, EveryPrintedEntryIsParsed) {
           "decap 100 type external-fec as to 304 dev a",
           "decap 100 type external-fec dev a",
           "transit 100 multicast nexthop as to 200 dev a nexthop dev b weight 4294967294",
-          "transit 100 as to 16 dev a ttl pipe tc 7 push-ttl 255 payload undefined mtu 65535 "
-          "vlan 4094 vrf red",
+          "transit 100 as to 16 dev a ttl pipe tc 7 push-ttl 255 mtu 65535 vlan 4094",
+          "transit 100 dev a payload undefined",
           "transit 100 as to 16/17 dev a tc 0 push-tc 0",
           "transit 100 dev a tc uniform",
           "transit 100 as to 16 fec 72057594037927935 tc 0",
@@ -296,6 +295,12 @@ TEST(RouteGrammar, WordsThatAreNotARouteAreNamed) {
         {"100 vrf red weight 2", "a lookup in a VRF has neither weight nor multicast"},
         {"100 vrf red multicast", "a lookup in a VRF has neither weight nor multicast"},
         {"100 as 200 vrf red", "via 1: leads nowhere: interface, nexthop or fec is needed"},
+        {"100 vrf red dev a",
+         "via 1: vrf goes with a lookup, which leads to no interface, nexthop or fec"},
+        {"100 as 200 dev a payload ipv4", "via 1: only a pop exposes a payload"},
+        {"100 nexthop dev b nexthop dev a tc uniform payload ethernet",
+         "via 2: tc uniform writes the class of a packet (RFC 3270), and an Ethernet frame has "
+         "none"},
         {"100 vrf red payload ipv5", "payload \"ipv5\" is unknown; did you mean \"ipv4\"?"},
     };
     for (const auto& [line, error] : cases) {

@@ -52,25 +52,48 @@ TEST(Via, ALookUpNamesItsVrfAndLeadsToNoPort) {
     EXPECT_EQ(red.options().payload, PayloadType::ipv4);
     EXPECT_EQ(Via::popAndLookUp("", PayloadType::automatic).value().options().vrf.view(),
               "default");
-    ViaOptions inRed = toEast();
-    inRed.vrf = "red";
-    EXPECT_FALSE(Via::pop(inRed).value().isLookUp());
+    Ovix::OvixMplsVia inRed = Via::pop(toEast()).value().record();
+    inRed.vrfName = "red";
+    EXPECT_FALSE(Via::fromRecord(inRed).value().isLookUp());
+}
+
+TEST(Via, WhatCouldHaveNoEffectIsRefused) {
+    ViaOptions options = toEast();
+    options.vrf = "red";
+    EXPECT_EQ(refusalOf(Via::pop(options)),
+              "vrf goes with a lookup, which leads to no interface, nexthop or fec");
+    for (const PayloadType payload : {PayloadType::ethernet, PayloadType::undefined}) {
+        options = toEast();
+        options.payload = payload;
+        EXPECT_EQ(refusalOf(Via::swap(stackOf(1), options)), "only a pop exposes a payload");
+        EXPECT_EQ(refusalOf(Via::push(stackOf(1), options)), "only a pop exposes a payload");
+        EXPECT_TRUE(Via::pop(options));
+        ViaOptions ofFec;
+        ofFec.payload = payload;
+        EXPECT_EQ(refusalOf(Via::towardFec(1, MplsLabelAction::swap, stackOf(1), ofFec)),
+                  "only a pop exposes a payload");
+    }
+    options.tcUniform = true;
+    options.payload = PayloadType::ipv6;
+    EXPECT_TRUE(Via::pop(options));
+    options.payload = PayloadType::ethernet;
+    EXPECT_EQ(refusalOf(Via::pop(options)),
+              "tc uniform writes the class of a packet (RFC 3270), and an Ethernet frame has none");
 }
 
 TEST(Via, EveryOptionComesBack) {
     ViaOptions options = toEast();
-    options.vrf = "blue";
     options.ttl = TtlMode::pipe;
     options.tc = 0;
     options.pushTc = 7;
     options.pushTtl = 9;
-    options.payload = PayloadType::ethernet;
     options.mtu = 1400;
     options.vlan = 4094;
     options.controlWord = true;
     EXPECT_EQ(Via::swap(stackOf(2), options).value().options(), options);
     options = toEast();
     options.tcUniform = true;
+    options.payload = PayloadType::ipv4;
     EXPECT_EQ(Via::pop(options).value().options(), options);
     EXPECT_EQ(Via::pop(toEast()).value().options(), toEast());
 }
