@@ -73,6 +73,7 @@ struct PortConfig {
     std::string device;       ///< of kind dpdk, in DPDK's words
     Lumo::EthAddr mac{};      ///< zeros: the interface's own
     std::uint32_t mtu = 1500; ///< of the frame without its Ethernet header
+    bool ownMtu = false;      ///< configured; a live run takes the interface's otherwise
     std::vector<InterfaceAddress> addresses;
     Tagging tagging;
     bool isUp = true;

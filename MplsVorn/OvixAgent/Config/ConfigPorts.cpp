@@ -105,6 +105,7 @@ PortConfig readPort(const ConfigValue& value) {
     const ConfigMap map(value);
     PortConfig port;
     port.mtu = map.numberOr("mtu", minMtu, maxMtu, port.mtu);
+    port.ownMtu = map.find("mtu").has_value();
     port.name = readPortName(map.required("name"));
     port.kind = map.choiceOr("kind", port.kind);
     readDevice(map, port);
@@ -131,10 +132,8 @@ PortConfig readPort(const ConfigValue& value) {
 }
 
 /// The MTU of a parent without one of its own is that of the interface.
-void checkMtu(const ConfigMap& map, const PortConfig& port, const ConfigValue& parent,
-              const PortConfig& physical) {
-    const ConfigMap ofParent(parent);
-    if (ofParent.find("mtu") && port.mtu > physical.mtu) {
+void checkMtu(const ConfigMap& map, const PortConfig& port, const PortConfig& physical) {
+    if (physical.ownMtu && port.mtu > physical.mtu) {
         map.failFor("mtu",
                     fmt::format("mtu {} is above that of the parent, {}", port.mtu, physical.mtu));
     }
@@ -168,8 +167,9 @@ void connectSubInterfaces(const ConfigValue& list, std::vector<PortConfig>& port
         port.kind = physical.kind;
         port.isUp = port.isUp && physical.isUp;
         port.mac = map.find("mac") ? port.mac : physical.mac;
-        port.mtu = map.find("mtu") ? port.mtu : physical.mtu;
-        checkMtu(map, port, list.item(port.parent), physical);
+        port.mtu = port.ownMtu ? port.mtu : physical.mtu;
+        checkMtu(map, port, physical);
+        port.ownMtu = port.ownMtu || physical.ownMtu;
     }
 }
 

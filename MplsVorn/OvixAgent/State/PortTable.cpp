@@ -1,11 +1,18 @@
 #include "State/PortTable.h"
 
+#include <algorithm>
+
 namespace OvixAgent {
 
 namespace {
 
 std::uint64_t vlanKey(PortIndex parent, std::uint16_t vlan, std::uint16_t innerVlan) noexcept {
     return std::uint64_t{parent} << 24U | std::uint64_t{vlan} << 12U | innerVlan;
+}
+
+/// What a sub-interface sends has to fit through its parent.
+std::uint32_t mtuOf(const PortConfig& port, const std::vector<PortConfig>& all) noexcept {
+    return port.isSubInterface() ? std::min(port.mtu, all[port.parent].mtu) : port.mtu;
 }
 
 } // namespace
@@ -17,7 +24,7 @@ PortTable::PortTable(const std::vector<PortConfig>& configs) : hasVlans_(configs
         ports_.push_back({config.name,
                           intf,
                           config.mac,
-                          config.mtu,
+                          mtuOf(config, configs),
                           config.tagging,
                           config.isUp,
                           L3::VrfName(std::string_view(config.vrf)),

@@ -10,7 +10,7 @@ LinkSync::LinkSync(const AgentConfig& config, ForwardingTables& forwarding,
     : forwarding_(&forwarding), interfaces_(std::move(interfaces)), ports_(&ports),
       monitor_(events()) {
     for (const PortConfig& port : config.ports) {
-        ofPort_.push_back({0, port.parent, port.mac, port.mtu != PortConfig().mtu});
+        ofPort_.push_back({0, port.parent, port.mac, port.ownMtu ? port.mtu : 0});
         ofPort_.back().isParentUp = !port.isSubInterface();
         interfaces_->intfStatusIs(Lumo::IntfId(port.name), false);
     }
@@ -62,9 +62,7 @@ void LinkSync::takeOver(PortIndex index, const LinkState& link) {
     OfPort& own = ofPort_[index];
     const bool isMtuGreater = link.mtu > forwarding_->ports.ports()[index].mtu;
     forwarding_->ports.macIs(index, macOf(own, link));
-    if (!own.ownMtu) {
-        forwarding_->ports.mtuIs(index, link.mtu);
-    }
+    forwarding_->ports.mtuIs(index, mtuOf(own, link));
     LivePort& live = ports_->port(index);
     if (own.parent == noPort && (!live.isOpen() || own.link != link.index || isMtuGreater)) {
         live.reopen();
@@ -89,14 +87,18 @@ Lumo::EthAddr LinkSync::macOf(const OfPort& own, const LinkState& link) {
     }
 }
 
+/// What a sub-interface sends has to fit through the interface that takes it.
+std::uint32_t LinkSync::mtuOf(const OfPort& own, const LinkState& link) noexcept {
+    const bool isBounded = own.mtu == 0 || (own.parent != noPort && link.mtu < own.mtu);
+    return isBounded ? link.mtu : own.mtu;
+}
+
 void LinkSync::takeOverFromParent(PortIndex index, const LinkState& link) {
     OfPort& own = ofPort_[index];
     own.isParentUp = link.isUp();
     if (own.link == 0) {
         forwarding_->ports.macIs(index, link.mac);
-    }
-    if (own.link == 0 && !own.ownMtu) {
-        forwarding_->ports.mtuIs(index, link.mtu);
+        forwarding_->ports.mtuIs(index, mtuOf(own, link));
     }
     upIs(index, own.link == 0 ? link.isUp() : own.isLinkUp);
 }

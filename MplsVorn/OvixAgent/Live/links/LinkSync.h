@@ -50,7 +50,7 @@ class LinkSync {
         std::uint32_t link = 0; ///< index of the interface; 0: none
         PortIndex parent = noPort;
         Lumo::EthAddr mac{};     ///< configured; zeros: the interface's own
-        bool ownMtu = false;     ///< configured
+        std::uint32_t mtu = 0;   ///< configured; 0: the interface's own
         bool isEnabled = true;   ///< by the configuration
         bool isLinkUp = false;   ///< by the kernel
         bool isParentUp = true;  ///< by the kernel, of a sub-interface
@@ -61,6 +61,7 @@ class LinkSync {
     void linkIs(const LinkState& link);
     void takeOver(PortIndex port, const LinkState& link);
     Lumo::EthAddr macOf(const OfPort& own, const LinkState& link);
+    static std::uint32_t mtuOf(const OfPort& own, const LinkState& link) noexcept;
     void takeOverFromParent(PortIndex port, const LinkState& link);
     void linkDel(const LinkState& link);
     bool isOf(PortIndex port, const LinkState& link) const;

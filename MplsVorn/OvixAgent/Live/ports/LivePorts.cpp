@@ -31,7 +31,7 @@ void requireFree(const std::string& interface) {
 std::unique_ptr<LivePort> openCard(const AgentConfig& config, PortIndex index, const Port& port) {
     CardOptions options{config.ports[index].device, config.eal, 0,
                         config.ports[index].mac,    0,          config.workers};
-    if (config.ports[index].mtu != PortConfig().mtu) {
+    if (config.ports[index].ownMtu) {
         options.mtu = config.ports[index].mtu;
     }
     for (const PortConfig& each : config.ports) {

@@ -54,6 +54,18 @@ TEST(PortTable, AFrameIsForTheSubInterfaceThatNamesTheMostOfItsTags) {
     }
 }
 
+TEST(PortTable, ASubInterfaceSendsNoMoreThanFitsThroughItsParent) {
+    const PortTable table(configOf(R"(
+ports:
+  - {name: trunk.7, parent: trunk, vlan: 7, mtu: 9000}
+  - {name: trunk.8, parent: trunk, vlan: 8, mtu: 1400}
+  - {name: trunk, mac: "02:00:00:00:00:02"}
+)")
+                              .ports);
+    EXPECT_EQ(table.ports()[0].mtu, 1500U);
+    EXPECT_EQ(table.ports()[1].mtu, 1400U);
+}
+
 TEST(PortTable, WithoutSubInterfacesEveryTagIsThePorts) {
     const PortTable table(configOf(twoPorts).ports);
     EXPECT_FALSE(table.hasVlans(0));

@@ -116,6 +116,20 @@ TEST_F(LinkSyncTest, AnInterfaceHasTheMacOfItsPort) {
     EXPECT_EQ(macOfInterface("left"), other);
 }
 
+TEST_F(LinkSyncTest, ASubInterfaceSendsNoMoreThanFitsThroughItsInterface) {
+    const auto mtu = [this](PortIndex port) { return tables->ports.ports()[port].mtu; };
+    config = configOf(R"(
+ports:
+  - {name: left, kind: packet}
+  - {name: vlan, parent: left, vlan: 10, mtu: 1500}
+)");
+    begin();
+    ip("link set left mtu 1400");
+    EXPECT_TRUE(soon([&] { return mtu(0) == 1400 && mtu(1) == 1400; }));
+    ip("link set left mtu 1600");
+    EXPECT_TRUE(soon([&] { return mtu(0) == 1600 && mtu(1) == 1500; }));
+}
+
 TEST_F(LinkSyncTest, AMacThatTheKernelRefusesIsNotThatOfThePort) {
     const Lumo::EthAddr before = macOfInterface("left");
     config.ports[0].mac = {1, 0, 0, 0, 0, 1}; // of a group
