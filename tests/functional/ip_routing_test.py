@@ -5,8 +5,8 @@ import unittest
 
 import frames as f
 import make_two_vrfs as example
-from agent import CE_EAST, CE_EAST2, CE_WEST, EAST, IP4, SOURCE, WEST, AgentTest, Case, dissected, \
-    lfib, mpls, port, sent, sent_ip
+from agent import CE_EAST, CE_EAST2, CE_WEST, EAST, IP4, PORTS, SOURCE, WEST, AgentTest, Case, \
+    dissected, lfib, mpls, port, sent, sent_ip
 
 CONFIG = SOURCE / "examples" / "two_vrfs.yaml"
 DONT_FRAGMENT, MORE_FRAGMENTS = 0x4000, 0x2000
@@ -162,6 +162,24 @@ class Ingress(AgentTest):
             f.eth(CE_WEST, WEST, f.ETH_MPLS,
                   f.stack((300, 0, 63), (17, 0, 63)) + six(6, hop_limit=63))])
         self.expect_dissected(result)
+
+    def test_labels_without_a_next_hop_are_for_the_only_neighbour_on_the_link(self):
+        """As zebra publishes the routes of 6PE: there are two on the east link, none on the third."""
+        config = PORTS.replace("neighbours:", """  - {name: empty, mac: "02:00:00:00:00:03"}
+neighbours:""") + """
+routes:
+  - {prefix: "2001:db8:5::/48", via: {interface: east, labels: [300, 17]}}
+  - {prefix: "2001:db8:6::/48", via: {interface: west, labels: [300, 17]}}
+  - {prefix: "2001:db8:7::/48", via: {interface: empty, labels: [300, 17]}}
+  - {prefix: "2001:db8:8::/48", via: {interface: east}}
+  - {prefix: "2001:db8:9::/48", via: {nexthop: "2001:db8:2::9", labels: [300]}}
+"""
+        result = self.run_frames(config, [ip(f.udp_packet("2001:db8:1::1", f"2001:db8:{net}::1"))
+                                          for net in (5, 6, 7, 8, 9)])
+        self.assertEqual(len(result.frames("west")), 1)
+        self.assertEqual(result.reasons("dropped"), {
+            "No next hop for the labels, and not just one neighbour on the link": 2,
+            "No neighbour for the next hop": 2})
 
     def test_the_longest_labelled_packet_that_fits(self):
         for size, fits in ((1492, True), (1493, False)):

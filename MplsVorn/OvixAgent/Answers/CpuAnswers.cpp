@@ -29,9 +29,10 @@ OwnAddresses addressesOf(const PortConfig& port) {
 
 /// A route that drops does so silently.
 std::optional<Unreachable> unreachableBy(std::string_view reason) noexcept {
-    static constexpr std::array<std::pair<std::string_view, Unreachable>, 4> all{
+    static constexpr std::array<std::pair<std::string_view, Unreachable>, 5> all{
         {{Reason::noRoute, Unreachable::noRoute},
          {Reason::noNeighbour, Unreachable::noNeighbour},
+         {Reason::notOneNeighbour, Unreachable::noNeighbour},
          {Reason::unreachableRoute, Unreachable::byRoute},
          {Reason::prohibitedRoute, Unreachable::prohibited}}};
     const auto found = std::find_if(all.begin(), all.end(),

@@ -18,6 +18,13 @@ void noteHeaders(std::string_view when, const Ovix::PacketContext& packet) {
     }
 }
 
+/// Labels without a next hop are for the only neighbour on the link.
+Fate noNeighbour(const Outgoing& outgoing) {
+    const bool lacksNextHop = outgoing.egress.namedBy == Solicits::By::packet &&
+                              outgoing.egress.isIpHop && !outgoing.labels().empty();
+    return drop(lacksNextHop ? Reason::notOneNeighbour : Reason::noNeighbour);
+}
+
 } // namespace
 
 Sender::Sender(const Ptr<Ovix::PluginManager>& manager, EgressLookup egress, Settled settled)
@@ -77,12 +84,12 @@ void Sender::reportIfUndelivered(const Frame& frame, const Egress& egress, const
 // Where nobody solicits, as in a run on captures, waiting would only delay the drop.
 Fate Sender::wait(const Outgoing& outgoing) {
     if (!egress_.tables().neighbours.solicits()) {
-        return drop(Reason::noNeighbour);
+        return noNeighbour(outgoing);
     }
     const Solicits::Verdict verdict = want(outgoing);
     if (verdict != Solicits::Verdict::waits) {
         const bool hasFailed = verdict == Solicits::Verdict::failed;
-        const Fate fate = drop(hasFailed ? Reason::noNeighbour : Reason::neighbourLimit);
+        const Fate fate = hasFailed ? noNeighbour(outgoing) : drop(Reason::neighbourLimit);
         reportIfUndelivered(outgoing.frame, outgoing.egress, fate);
         return fate;
     }
@@ -98,7 +105,9 @@ Fate Sender::wait(const Outgoing& outgoing) {
     packet.egress.push = nullptr; // is applied; its route may be replaced meanwhile
     if (const auto displaced = waiting_.add(std::move(packet))) {
         const RecordedVia own = std::exchange(via_, viaOf(displaced->egress));
-        settled_(drop(Reason::noNeighbour), displaced->frame);
+        settled_(noNeighbour({displaced->frame, displaced->context, displaced->tags,
+                              *displaced->nexthop, displaced->egress}),
+                 displaced->frame);
         via_ = own;
     }
     return queuedForNeighbour;
@@ -144,7 +153,7 @@ Fate Sender::settle(const WaitingPacket& packet) {
     const Lumo::EthAddr* mac =
         tables.neighbours.find(neighbour, tables.ports.indexOf(*packet.egress.port));
     if (mac == nullptr) {
-        const Fate fate = drop(Reason::noNeighbour);
+        const Fate fate = noNeighbour(outgoing);
         reportIfUndelivered(packet.frame, packet.egress, fate);
         return fate;
     }

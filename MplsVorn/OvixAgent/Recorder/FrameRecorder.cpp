@@ -18,7 +18,8 @@ bool hasValue(std::string_view reason) noexcept {
 }
 
 bool isForNeighbour(std::string_view reason) noexcept {
-    return reason == Reason::noNeighbour || reason == Reason::neighbourLimit;
+    return reason == Reason::noNeighbour || reason == Reason::notOneNeighbour ||
+           reason == Reason::neighbourLimit;
 }
 
 } // namespace

@@ -52,6 +52,8 @@ inline constexpr std::string_view unknownPort = "No port for the egress interfac
 inline constexpr std::string_view unknownFec = "No FEC for the egress interface";
 inline constexpr std::string_view noAddress = "Next hop has no address";
 inline constexpr std::string_view noNeighbour = "No neighbour for the next hop";
+inline constexpr std::string_view notOneNeighbour =
+    "No next hop for the labels, and not just one neighbour on the link";
 inline constexpr std::string_view neighbourLimit = "Too many unknown neighbours asked for";
 inline constexpr std::string_view localAddress = "Address of the device";
 inline constexpr std::string_view portDown = "Egress port is down";
