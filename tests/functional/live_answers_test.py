@@ -151,6 +151,52 @@ except TimeoutError: pass""").communicate()[0]
                          ["5", "0", "7", "10.0.1.2", "10.0.1.1", "500", ""])
         self.stop(process)
 
+    def labelled_at_east(self, frame: bytes) -> list[list[str]]:
+        """Labels, TTLs, UDP source port and router alert option, as tshark reads them, of what east
+        gets for a frame that west sends."""
+        receiver = self.host(self.east, """
+import socket
+s = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, socket.htons(0x8847)); s.bind(("eth0", 0x8847))
+print("ready", flush=True); s.settimeout(2)
+try:
+    while True: print(s.recv(2000).hex(), flush=True)
+except TimeoutError: pass""")
+        self.assertEqual(receiver.stdout.readline(), "ready\n")
+        self.host(self.west, f"""
+import socket
+s = socket.socket(socket.AF_PACKET, socket.SOCK_RAW); s.bind(("eth0", 0))
+s.send(bytes.fromhex("{frame.hex()}"))""").communicate()
+        capture = self.directory / "east.pcap"
+        f.write_pcap(capture, [bytes.fromhex(line) for line in receiver.communicate()[0].split()])
+        return agent.dissected(capture, "mpls.label", "mpls.ttl", "udp.srcport", "ip.opt.ra",
+                               "_ws.malformed")
+
+    def test_an_lsp_ping_reply_alerts_the_routers_along_an_lsp(self):
+        """The source is known at the end of the LSP only."""
+        process = self.start()
+        self.learn_neighbours()
+        self.ctl("lfib", "add", "100", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
+        mac = self.router_mac("west")
+
+        def echo(kind: int, mode: int) -> bytes:
+            fec = struct.pack("!HHHH", 1, 12, 1, 5) + socket.inet_aton("10.9.0.0") + bytes([16, 0, 0, 0])
+            return struct.pack("!HHBBBBIIQQ", 1, 0, kind, mode, 0, 0, 1, 7, 0, 0) + fec
+
+        def under(labels, packet: bytes) -> bytes:
+            return f.eth(mac, "02:00:00:00:00:09", f.ETH_MPLS, f.stack(*labels) + packet)
+        for mode, expected in ((2, ["200", "254", "3503", "", ""]),
+                               (3, ["1,200", "254,254", "3503", "0", ""])):
+            with self.subTest(mode=mode):
+                request = f.udp_packet("172.16.0.1", "127.0.0.1", 49152, 3503, echo(1, mode), ttl=1)
+                self.assertEqual(self.labelled_at_east(under([(1, 0, 9), (100, 0, 64)], request)),
+                                 [expected])
+        reply = f.udp_packet("10.0.1.2", "172.16.0.1", 3503, 49152, echo(2, 3))
+        self.assertEqual(self.labelled_at_east(under([(1, 0, 9), (100, 0, 64)], reply)),
+                         [["1,200", "63,63", "3503", "", ""]])
+        counts = {entry["reason"]: entry["count"] for entry in self.stop(process)["counters"]
+                  if entry["category"] == "Answer"}
+        self.assertEqual(counts, {"LSP echo: sent": 2, "LSP echo: replies passed on": 1})
+
     def test_a_spent_ttl_is_answered_with_the_label_stack(self):
         process = self.start()
         self.learn_neighbours()

@@ -83,7 +83,27 @@ void CpuAnswers::answer(const OvixAgent::Frame& frame, const LabelledPacket& pac
     if (isExpired) {
         reportError(AnswerReason::timeExceeded, frame, packet,
                     [&](const OwnAddresses& own) { return icmpTimeExceeded(packet, own); });
+    } else if (isEchoRequest(packet.ip)) {
+        countSilence(EchoSilence::notToLoopback);
+    } else if (isEchoReply(packet.ip)) {
+        passOn(frame, packet);
     }
+}
+
+/// A router alert label stops a packet at each router, and the label beneath says where it goes
+/// from there (RFC 3032 section 2.1). Others than echo replies end here.
+void CpuAnswers::passOn(const OvixAgent::Frame& frame, const LabelledPacket& packet) {
+    auto labels = labelEntries(packet.labels);
+    if (labels.size() < 2 || labels.front().label() != Lumo::routerAlert || packet.isToGroup ||
+        !mayAnswer(AnswerReason::lspEcho, frame, packet)) {
+        return;
+    }
+    labels.erase(labels.begin());
+    rate_.take(AnswerReason::lspEcho, frame.port, packet.ip.source());
+    const Answer onward{{packet.ip.bytes.begin(), packet.ip.bytes.end()}, std::move(labels)};
+    const Lumo::EthAddr& mac = forwarding_->ports.ports()[frame.port].mac;
+    answers_.push_back({frame.port, onward.frame(mac, packet.tags), false, true});
+    ++passedOn_;
 }
 
 /// A frame to a group of stations is for all of them only by the label of a multicast tree.
@@ -100,7 +120,8 @@ void CpuAnswers::answerEcho(const OvixAgent::Frame& frame, const LabelledPacket&
                                     mtuToSource(frame, packet));
     if (reply.silence != EchoSilence::none) {
         countSilence(reply.silence);
-    } else if (queue(AnswerReason::lspEcho, frame, packet, std::move(reply.packet))) {
+    } else if (queue(AnswerReason::lspEcho, frame, packet, std::move(reply.packet),
+                     reply.alertsRouters)) {
         leftOut_ += reply.leftOut;
     } else {
         countSilence(EchoSilence::noPath);
@@ -162,7 +183,8 @@ void CpuAnswers::reportError(AnswerReason reason, const OvixAgent::Frame& frame,
 
 /// False when there is no answer, or no way for it.
 bool CpuAnswers::queue(AnswerReason reason, const OvixAgent::Frame& frame,
-                       const LabelledPacket& packet, std::vector<std::uint8_t> bytes) {
+                       const LabelledPacket& packet, std::vector<std::uint8_t> bytes,
+                       bool alertsRouters) {
     const bool isRoutedHere = reason == AnswerReason::lspEcho || !mayBeOfVpn(packet);
     const auto isRoutable = [&](const Lumo::IpGenAddr& address) {
         return isRoutedHere && forwarding_->vrfs->fibOfPort(frame.port).find(address) != nullptr;
@@ -174,7 +196,7 @@ bool CpuAnswers::queue(AnswerReason reason, const OvixAgent::Frame& frame,
     rate_.take(reason, frame.port, packet.ip.source());
     counts_.sent(reason);
     const Lumo::EthAddr& mac = forwarding_->ports.ports()[frame.port].mac;
-    answers_.push_back({frame.port, answer->frame(mac, packet.tags)});
+    answers_.push_back({frame.port, answer->frame(mac, packet.tags), true, alertsRouters});
     return true;
 }
 
@@ -278,6 +300,9 @@ std::vector<std::pair<std::string, std::uint64_t>> CpuAnswers::counts() const {
     }
     if (leftOut_ != 0) {
         all.emplace_back("LSP echo: mappings or other TLVs left out", leftOut_);
+    }
+    if (passedOn_ != 0) {
+        all.emplace_back("LSP echo: replies passed on", passedOn_);
     }
     return all;
 }

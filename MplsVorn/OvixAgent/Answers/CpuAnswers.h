@@ -16,7 +16,8 @@ namespace OvixAgent {
 
 /// Answers punted frames, frames that exceed the egress MTU and those that IP routing does not
 /// deliver: ICMP time exceeded, too big and unreachable errors, and MPLS echo replies, each up to
-/// its limits. Punted frames also go to the CPU port.
+/// its limits. An echo reply that a router alert label has brought here goes on. Punted frames also
+/// go to the CPU port.
 class CpuAnswers final : public TransmitPort, public DropListener {
   public:
     /// An answer as a frame, to be processed as if received at the port of the frame that it
@@ -24,6 +25,8 @@ class CpuAnswers final : public TransmitPort, public DropListener {
     struct Frame {
         PortIndex port = 0;
         std::vector<std::uint8_t> bytes;
+        bool isOwn = true; ///< made here
+        bool alertsRouters = false;
     };
 
     /// All must outlive it.
@@ -44,8 +47,8 @@ class CpuAnswers final : public TransmitPort, public DropListener {
     /// Frames that take() has given out: the forwarder counts them as received.
     std::uint64_t taken() const noexcept { return taken_; }
 
-    /// See AnswerCounts::named(); and MPLS echo packets that are not answered, by their reason, and
-    /// what had no room in replies.
+    /// See AnswerCounts::named(); and MPLS echo packets that are not answered, by their reason,
+    /// what had no room in replies, and replies passed on.
     std::vector<std::pair<std::string, std::uint64_t>> counts() const;
 
   private:
@@ -59,7 +62,8 @@ class CpuAnswers final : public TransmitPort, public DropListener {
     bool mayAnswer(AnswerReason reason, const OvixAgent::Frame& frame,
                    const LabelledPacket& packet);
     bool queue(AnswerReason reason, const OvixAgent::Frame& frame, const LabelledPacket& packet,
-               std::vector<std::uint8_t> bytes);
+               std::vector<std::uint8_t> bytes, bool alertsRouters = false);
+    void passOn(const OvixAgent::Frame& frame, const LabelledPacket& packet);
     std::size_t mtuToSource(const OvixAgent::Frame& frame, const LabelledPacket& packet) const;
     bool isOfTree(const LabelledPacket& packet) const;
     void countSilence(EchoSilence why) noexcept { ++silences_[static_cast<std::size_t>(why)]; }
@@ -76,6 +80,7 @@ class CpuAnswers final : public TransmitPort, public DropListener {
     AnswerCounts counts_;
     std::array<std::uint64_t, echoSilenceNames.size()> silences_{}; ///< by EchoSilence
     std::uint64_t leftOut_ = 0;                                     ///< TLVs of echo replies
+    std::uint64_t passedOn_ = 0;                                    ///< echo replies of others
     std::vector<Frame> answers_;
     std::uint64_t taken_ = 0;
 };

@@ -80,7 +80,8 @@ EchoAnswer replyTo(const LspEchoRequest& request, const EchoVerdict& verdict,
     const bool isIpv4 = received.ip.type == Ovix::PktHdrType::ipv4;
     const bool hasRouterAlert = request.replyMode == LspEcho::byUdpWithRouterAlert;
     const std::size_t headers = (isIpv4 ? Wire::Ipv4::size : Wire::Ipv6::size) + Udp::size;
-    const std::size_t alert = !hasRouterAlert ? 0 : isIpv4 ? 4 : 8;
+    // The option of the IP header, and the label if the reply is sent along an LSP.
+    const std::size_t alert = !hasRouterAlert ? 0 : (isIpv4 ? 4 : 8) + Lumo::MplsLabelEntry::size;
     if (headers + alert + LspEcho::size > mtu) {
         return {{}, EchoSilence::tooLong};
     }
@@ -91,7 +92,13 @@ EchoAnswer replyTo(const LspEchoRequest& request, const EchoVerdict& verdict,
     return {ipPacketBytes({own, received.ip.source(), Wire::IpProtocol::udp,
                            request.replyTos.value_or(0), hasRouterAlert},
                           replyDatagram(port, reply.bytes), Udp::checksumAt),
-            EchoSilence::none, reply.leftOut};
+            EchoSilence::none, reply.leftOut, hasRouterAlert};
+}
+
+/// The MPLS echo message of a UDP datagram; empty when there is none.
+Wire::LspEcho messageOf(const std::optional<IpUpperLayer>& upper) noexcept {
+    const bool isUdp = upper && upper->protocol == Wire::IpProtocol::udp && Udp(upper->bytes);
+    return LspEcho(isUdp ? upper->bytes.subspan(Udp::size) : Wire::Bytes());
 }
 
 } // namespace
@@ -122,6 +129,20 @@ EchoAnswer lspEchoReply(const LabelledPacket& received, PortIndex port, const Ca
     }
     const EchoVerdict verdict = validateEcho(*request, port, labelEntries(received.labels), tables);
     return replyTo(*request, verdict, received, source, time, mtu);
+}
+
+bool isEchoRequest(const IpPacket& packet) noexcept {
+    const auto upper = packet.upperLayer();
+    const LspEcho message = messageOf(upper);
+    return message && message.type() == LspEcho::request &&
+           Udp(upper->bytes).destinationPort() == Wire::lspEchoPort;
+}
+
+bool isEchoReply(const IpPacket& packet) noexcept {
+    const auto upper = packet.upperLayer();
+    const LspEcho message = messageOf(upper);
+    return message && message.type() == LspEcho::reply &&
+           Udp(upper->bytes).sourcePort() == Wire::lspEchoPort;
 }
 
 std::uint64_t ntpTime(const CaptureTime& time) noexcept {

@@ -23,9 +23,10 @@ enum class EchoSilence : std::uint8_t {
     tooLong,
     noPath,
     toGroup,
+    notToLoopback,
 };
 
-inline constexpr std::array<const char*, 11> echoSilenceNames{"",
+inline constexpr std::array<const char*, 12> echoSilenceNames{"",
                                                               "UDP length or checksum wrong",
                                                               "not a request",
                                                               "no reply wanted",
@@ -35,13 +36,16 @@ inline constexpr std::array<const char*, 11> echoSilenceNames{"",
                                                               "port has no address of the family",
                                                               "reply too long",
                                                               "no path to the source",
-                                                              "frame to a group of stations"};
+                                                              "frame to a group of stations",
+                                                              "not sent to 127.0.0.0/8 or "
+                                                              "::ffff:127.0.0.0/104"};
 
 /// A reply, or why there is none.
 struct EchoAnswer {
     std::vector<std::uint8_t> packet; ///< a whole IP packet
     EchoSilence silence = EchoSilence::none;
-    std::size_t leftOut = 0; ///< TLVs for which there was no room, most of them mappings
+    std::size_t leftOut = 0;    ///< TLVs for which there was no room, most of them mappings
+    bool alertsRouters = false; ///< along an LSP it leaves under a router alert label
 };
 
 /// The MPLS echo reply (RFC 8029 section 4.5) to a packet that isMplsEcho() and was received at
@@ -51,10 +55,12 @@ struct EchoAnswer {
 /// Whoever forges the source of requests must not make more of them than they are: a reply without
 /// mappings is no longer than its request with its labels, but for a router alert; one with
 /// mappings is at most 1500 bytes long, unless the request is longer.
-///
-/// A reply with router alert that is sent along an LSP needs a router alert label on top.
 EchoAnswer lspEchoReply(const LabelledPacket& received, PortIndex port, const CaptureTime& time,
                         const EchoTables& tables, const OwnAddresses& own, std::size_t mtu = 65535);
+
+/// Whether it is an MPLS echo request or reply, whoever it is for. The packet must be valid.
+bool isEchoRequest(const IpPacket& packet) noexcept;
+bool isEchoReply(const IpPacket& packet) noexcept;
 
 /// A time in the format of NTP (RFC 5905 section 6): seconds since 1900 and their fraction, 32 bits
 /// each. The seconds wrap in 2036.

@@ -25,6 +25,21 @@ Fate noNeighbour(const Outgoing& outgoing) {
     return drop(lacksNextHop ? Reason::notOneNeighbour : Reason::noNeighbour);
 }
 
+/// The label of what every router on the path is to look at (RFC 3032 section 2.1).
+Fate alertRouters(Ovix::PacketContext& packet) {
+    if (packet.outerType() != Ovix::PktHdrType::mpls) {
+        return forwarded;
+    }
+    const auto top = Lumo::MplsLabelEntry::load(packet.pkt()->data().data());
+    const std::span<std::uint8_t> room = packet.pkt()->pushFront(Lumo::MplsLabelEntry::size);
+    if (room.empty()) {
+        return drop(Reason::tooLong);
+    }
+    Lumo::MplsLabelEntry(Lumo::routerAlert, top.tc(), false, top.ttl()).store(room.data());
+    packet.outerTypeIs(Ovix::PktHdrType::mpls);
+    return forwarded;
+}
+
 } // namespace
 
 Sender::Sender(const Ptr<Ovix::PluginManager>& manager, EgressLookup egress, Settled settled)
@@ -51,6 +66,9 @@ Fate Sender::send(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
     if (fate.kind == FateKind::forwarded) {
         fate = applyIpHop(outgoing);
         noteHeaders("sent", packet);
+    }
+    if (fate.kind == FateKind::forwarded && frame.alertsRouters) [[unlikely]] {
+        fate = alertRouters(packet);
     }
     if (fate.kind != FateKind::forwarded) {
         return fate;

@@ -138,7 +138,7 @@ std::size_t LiveRun::takeFrames() {
     }
     for (const CpuAnswers::Frame& answer : parts_.answers->take()) {
         const auto size = static_cast<std::uint32_t>(answer.bytes.size());
-        forward({answer.port, timeNow(), answer.bytes, size, true});
+        forward({answer.port, timeNow(), answer.bytes, size, answer.isOwn, answer.alertsRouters});
     }
     parts_.ports->flush();
     return taken;

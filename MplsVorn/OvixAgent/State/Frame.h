@@ -30,6 +30,7 @@ struct Frame {
     std::span<const std::uint8_t> bytes; ///< what was captured of it, Ethernet header first
     std::uint32_t originalLength = 0;    ///< its length on the wire, at least bytes.size()
     bool isOwn = false;                  ///< made by this router, which trusts it
+    bool alertsRouters = false;          ///< leaves under a router alert label if it has labels
 };
 
 /// A received frame that may be changed where it lies: nobody needs its bytes afterwards, and the

@@ -71,7 +71,11 @@ class CpuAnswersTest : public testing::Test {
     }
     static Bytes packet6(const std::string& source, const std::string& destination,
                          std::uint8_t hopLimit = 64) {
-        Bytes bytes = ipv6({.hopLimit = hopLimit}, udp());
+        return packet6(source, destination, udp(), hopLimit);
+    }
+    static Bytes packet6(const std::string& source, const std::string& destination,
+                         const Bytes& payload, std::uint8_t hopLimit = 64) {
+        Bytes bytes = ipv6({.hopLimit = hopLimit}, payload);
         std::copy_n(Lumo::IpGenAddr::fromText(source).bytes().begin(), 16, bytes.begin() + 8);
         std::copy_n(Lumo::IpGenAddr::fromText(destination).bytes().begin(), 16, bytes.begin() + 24);
         return bytes;
@@ -228,6 +232,57 @@ TEST_F(CpuAnswersTest, OwnFramesAreNotAnswered) {
     EXPECT_TRUE(answers.take().empty());
 }
 
+TEST_F(CpuAnswersTest, AReplyAlertsRoutersIfTheRequestAsksForIt) {
+    Ipv4 fields;
+    fields.source = 0xac100001; // known at the end of the LSP only
+    fields.destination = 0x7f000001;
+    for (const std::uint8_t mode : {std::uint8_t{2}, std::uint8_t{3}}) {
+        const Bytes ping = ipv4(fields, udp(49152, 3503, message({.replyMode = mode})));
+        const Bytes frame = labelled({{1}, {100}}, ping);
+        answers.transmit({core, {}, frame, static_cast<std::uint32_t>(frame.size())});
+        const auto all = answers.take();
+        ASSERT_EQ(all.size(), 1U);
+        EXPECT_TRUE(all[0].isOwn);
+        EXPECT_EQ(all[0].alertsRouters, mode == 3);
+        EXPECT_EQ(hex(from(all[0].bytes, 12, 6)), "8847000641ff");
+    }
+}
+
+TEST_F(CpuAnswersTest, AReplyUnderARouterAlertLabelGoesOnByTheLabelBeneath) {
+    Ipv4 fields;
+    fields.source = 0x0a000109;
+    fields.destination = 0xac100001;
+    const Bytes reply = ipv4(fields, udp(3503, 49152, message({.type = 2})));
+    const auto onward = [&](const Bytes& frame) {
+        answers.transmit({core, {}, frame, static_cast<std::uint32_t>(frame.size())});
+        return answers.take();
+    };
+    const Bytes arrived = labelled({{1, 0, 9}, {100, 5, 44}}, reply);
+    const auto all = onward(arrived);
+    ASSERT_EQ(all.size(), 1U);
+    EXPECT_FALSE(all[0].isOwn);
+    EXPECT_TRUE(all[0].alertsRouters);
+    EXPECT_EQ(all[0].port, core);
+    EXPECT_EQ(hex(from(all[0].bytes, 0, 12)), "020000000001000000000000");
+    EXPECT_EQ(from(all[0].bytes, 12, all[0].bytes.size() - 12),
+              join({u16(ethMpls), stack({{100, 5, 44}}), reply}));
+    EXPECT_EQ(answers.counts(), (std::vector<std::pair<std::string, std::uint64_t>>{
+                                    {"LSP echo: replies passed on", 1}}));
+    Bytes toGroup = arrived;
+    toGroup[0] = 1;
+    const Bytes others[]{toGroup, labelled({{100}}, reply), labelled({{1}}, reply),
+                         labelled({{0}, {1}, {100}}, reply),
+                         labelled({{1}, {100}}, packet("10.0.1.9", "10.9.0.1"))};
+    for (const Bytes& other : others) {
+        EXPECT_TRUE(onward(other).empty());
+    }
+    std::size_t passed = 0;
+    for (int i = 0; i < 1000; ++i) {
+        passed += onward(arrived).size();
+    }
+    EXPECT_LT(passed, 1000U); // as many as replies of its own
+}
+
 TEST_F(CpuAnswersTest, AnEchoInAFrameToAGroupIsAnsweredByTheLabelOfATreeOnly) {
     Mpls::ViaOptions toCore;
     toCore.intf = Lumo::IntfId("core");
@@ -340,6 +395,16 @@ TEST_F(CpuAnswersTest, WhatIsNotAnsweredIsCountedByItsReason) {
                                         {"LSP echo unanswered: no reply wanted", 2},
                                         {"LSP echo unanswered: source is not a single host", 1},
                                         {"LSP echo unanswered: no path to the source", 1}}));
+    const Bytes toLoopback6 = packet6("2001:db8::9", "::1", udp(49152, 3503, message({})));
+    const Bytes toHost = packet6("2001:db8::9", "2001:db8:5::1", udp(49152, 3503, message({})));
+    const Bytes otherPort = packet6("2001:db8::9", "::1", udp(49152, 3504, message({})));
+    for (const Bytes& given : {toLoopback6, toHost, otherPort}) {
+        EXPECT_TRUE(answersTo(core, labelled({{2}}, given)).empty());
+    }
+    EXPECT_EQ(answers.counts().back(),
+              (std::pair<std::string, std::uint64_t>{"LSP echo unanswered: not sent to 127.0.0.0/8 "
+                                                     "or ::ffff:127.0.0.0/104",
+                                                     2}));
 }
 
 TEST_F(CpuAnswersTest, AFloodOfUndeliveredPacketsCostsNothingFromTheHeap) {

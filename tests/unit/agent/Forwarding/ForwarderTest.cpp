@@ -36,6 +36,23 @@ TEST_F(ForwarderTest, AFrameIsRewrittenGivenALinkHeaderAndSentWithItsTime) {
     EXPECT_EQ(counted.forwardedTotal().frames, 1U);
 }
 
+TEST_F(ForwarderTest, WhatAlertsRoutersLeavesUnderARouterAlertLabel) {
+    handler->decide = always(withRewrite(nexthop("east", "10.0.2.2"), swapInfo(300)));
+    const auto sendOf = [&](const Bytes& frame) {
+        forwarder->receive({west, {}, frame, static_cast<std::uint32_t>(frame.size()), true, true});
+        return out[east].frames;
+    };
+    EXPECT_EQ(sendOf(labelled({{100, 5, 64}})),
+              Frames{join({eastHeader(ethMpls), stack({{1, 5, 63}, {300, 5, 63}}), packet()})});
+    handler->decide = always(withRewrite(nexthop("east", "10.0.2.2"), popInfo()));
+    EXPECT_EQ(sendOf(labelled()).back()[13], 0); // IPv4: there is no label to be above
+    out[east].frames.clear();
+    handler->decide = always(withRewrite(nexthop("east", "10.0.2.2"), swapInfo(300)));
+    const Bytes longest = join({eth(ethMpls), stack({{100}}), filled(96, 0)});
+    EXPECT_TRUE(sendOf(longest).empty());
+    EXPECT_EQ(dropped(), (ReasonCounts{{"MTU exceeded", 1}}));
+}
+
 TEST_F(ForwarderTest, AFrameForWhichTheTablesMustBeRefreshedIsCountedOnceTakenAgain) {
     const Decide onward = always(withRewrite(nexthop("east", "10.0.2.2"), swapInfo(300)));
     EXPECT_THROW(receive(labelled(),
