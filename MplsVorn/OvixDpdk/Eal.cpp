@@ -59,7 +59,8 @@ std::vector<std::string> arguments(const std::vector<std::string>& more) {
                                  std::to_string(std::max(sched_getcpu(), 0)),
                                  "-a",
                                  "ffff:ff:1f.7"};
-    if (hasFreeHugepages()) {
+    const bool doesWithout = std::find(more.begin(), more.end(), "--no-huge") != more.end();
+    if (!doesWithout && hasFreeHugepages()) {
         all.emplace_back("--in-memory");
     } else {
         all.insert(all.end(), {"--no-huge", "-m", "256", "--no-shconf"});

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <rte_bus.h>
 #include <rte_dev.h>
+#include <rte_eal.h>
 #include <rte_errno.h>
 #include <rte_ethdev.h>
 #include <rte_mbuf.h>
@@ -207,7 +208,12 @@ void EthernetDevice::makePools(std::size_t cards) {
         pools_.emplace_back(rte_pktmbuf_pool_create(pool.c_str(), count, 256, 0, room,
                                                     rte_eth_dev_socket_id(port_)));
         if (!pools_.back()) {
-            fail(name_, "no memory for frames; dpdk: eal: [-m, MEGABYTES] gives more", rte_errno);
+            fail(name_,
+                 rte_eal_has_hugepages() != 0
+                     ? "no memory for frames: too few hugepages are free; sysctl vm.nr_hugepages "
+                       "makes more, dpdk: eal: [--no-huge, -m, MEGABYTES] does without"
+                     : "no memory for frames; dpdk: eal: [-m, MEGABYTES] gives more",
+                 rte_errno);
         }
     }
 }

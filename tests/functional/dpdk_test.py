@@ -2,12 +2,13 @@
 
 import json
 import pathlib
+import shutil
 import subprocess
 import unittest
 
 import agent
 import frames as f
-from live import LiveTest, ip
+from live import DEADLINE, LiveTest, ip
 from running_agent import ask
 
 MODULE = pathlib.Path(agent.AGENT).resolve().parent.parent / "lib" / "libOvixDpdk.so"
@@ -154,6 +155,62 @@ for size in {sizes}:
         done = subprocess.run([agent.AGENT, "run", str(config), "--live"], capture_output=True, text=True, check=False)
         self.assertEqual(done.returncode, 2, done.stderr)
         self.assertIn("dpdk: eal: the environment does not start", done.stderr)
+
+
+@unittest.skipUnless(MODULE.exists(), "needs the module for DPDK, which was not built")
+class WhatIsMissing(LiveTest):
+    """Runs that cannot start say what helps, end with 2, and leave nothing behind."""
+
+    def refused(self, config: str, *prefix: str, program: str = agent.AGENT) -> str:
+        done = self.attempted(config, *prefix, program=program)
+        self.assertEqual((done.returncode, done.stdout), (2, ""), done.stderr)
+        self.assertFalse(self.path.exists())
+        left = subprocess.run(["ip", "-n", self.router, "-br", "link"], capture_output=True, text=True, check=True)
+        self.assertEqual(sorted(line.split("@")[0].split()[0] for line in left.stdout.splitlines()), ["east", "lo", "west"])
+        return done.stderr
+
+    def attempted(self, config: str, *prefix: str, program: str = agent.AGENT) -> subprocess.CompletedProcess:
+        path = self.directory / "agent.yaml"
+        path.write_text(config)
+        return subprocess.run(["ip", "netns", "exec", self.router, "timeout", "--preserve-status", "-s", "TERM", "3", *prefix,
+                               program, "run", str(path), "--live", "--control", str(self.path),
+                               *(["--plugin", agent.PLUGIN] if agent.PLUGIN else [])],
+                              capture_output=True, text=True, check=False, timeout=DEADLINE)
+
+    def few_hugepages(self) -> tuple[str, ...]:
+        """What lets a program see three free ones, which it cannot have."""
+        pages = self.directory / "hugepages" / "hugepages-2048kB"
+        pages.mkdir(parents=True, exist_ok=True)
+        for name, count in (("nr_hugepages", 3), ("free_hugepages", 3), ("resv_hugepages", 0), ("surplus_hugepages", 0),
+                            ("nr_overcommit_hugepages", 0)):
+            (pages / name).write_text(f"{count}\n")
+        return ("unshare", "--mount", "sh", "-c",
+                f'mount --bind {pages.parent} /sys/kernel/mm/hugepages && exec "$@"', "sh")
+
+    def test_the_module_is_named_with_its_package(self):
+        root = self.directory / "installed"
+        for place, files in (("bin", [agent.AGENT]), ("lib", MODULE.parent.glob("libOvixHost.so*"))):
+            (root / place).mkdir(parents=True)
+            for file in files:
+                shutil.copy(file, root / place)
+        said = self.refused("ports: [{name: west, kind: packet}, {name: card, kind: dpdk, device: net_null0}]\n", "env",
+                            f"LD_LIBRARY_PATH={root}/lib", program=str(root / "bin" / pathlib.Path(agent.AGENT).name))
+        self.assertIn("lib/libOvixDpdk.so, which package ovix-dpdk has", said)
+
+    def test_ports_that_were_opened_before_are_gone(self):
+        said = self.refused("ports: [{name: west, kind: packet}, {name: card, kind: dpdk, device: net_null0}, "
+                            "{name: other, kind: dpdk, device: net_nothing0}]\n")
+        self.assertIn("port other: device net_nothing0: cannot be opened", said)
+
+    def test_too_few_hugepages_are_refused_with_what_helps(self):
+        said = self.refused("ports: [{name: card, kind: dpdk, device: net_null0}]\n", *self.few_hugepages())
+        self.assertIn("port card: dpdk: eal: the environment does not start: Cannot allocate memory", said)
+        self.assertIn("--no-huge does without hugepages", said)
+
+    def test_few_hugepages_can_be_done_without(self):
+        done = self.attempted("ports: [{name: card, kind: dpdk, device: net_null0}]\n"
+                              "dpdk: {eal: ['--no-huge', '-m', '256']}\n", *self.few_hugepages())
+        self.assertEqual(done.returncode, 0, done.stderr)
 
 
 if __name__ == "__main__":
