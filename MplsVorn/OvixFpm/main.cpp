@@ -122,9 +122,10 @@ int serveAndLog(const Options& options, OvixLog::Log& log) {
 void addPseudowireOptions(CLI::App& app, Options& options) {
     app.add_flag("--pseudowires", options.pseudowires,
                  "Publish the pseudowires of ldpd, too, which vtysh asks it for");
-    app.add_option("--pseudowires-every", options.pseudowiresEvery, "How often ldpd is asked")
+    app.add_option("--pseudowires-every", options.pseudowiresEvery,
+                   "How often ldpd is asked (0.1 to 3600)")
         ->capture_default_str()
-        ->check(CLI::Range(0.1, 3600.0))
+        ->check(CLI::Range(0.1, 3600.0).description(""))
         ->type_name("SECONDS");
     app.add_option("--vtysh", options.vtysh, "The program that asks ldpd")
         ->capture_default_str()

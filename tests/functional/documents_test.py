@@ -11,7 +11,7 @@ import frames as f
 from agent import SOURCE
 from running_agent import SharedTablesTest
 
-DOCUMENTS = [*sorted(SOURCE.glob("*.md")), *sorted(SOURCE.glob("docs/*.md"))]
+DOCUMENTS = [*sorted(SOURCE.glob("*.md")), *sorted(SOURCE.glob("docs/**/*.md"))]
 FENCE = re.compile(r"^```(\w*)\n(.*?)^```", re.MULTILINE | re.DOTALL)
 LINK = re.compile(r"\]\(([^)#:]+)(?:#[^)]*)?\)")
 

@@ -143,8 +143,8 @@ void addOtherOptions(CLI::App* run, RunOptions& options) {
     run->add_option_function<std::string>(
            "--metrics", [&options](const std::string& text) { options.metrics = endpointOf(text); },
            "Serve metrics of a live run for Prometheus at http://ADDRESS:PORT/metrics, and a page "
-           "that "
-           "shows what it does at /; without ADDRESS on this machine only, at a PATH to this user "
+           "that shows what it does at /; without ADDRESS on this machine only, at a PATH to this "
+           "user "
            "only")
         ->type_name("[ADDRESS:]PORT|/PATH");
     run->add_option("--metrics-labels", options.metricsLabels,
@@ -224,10 +224,12 @@ parseCommandLine(int argc, const char* const* argv) {
     ExplainOptions explaining;
     RunOptions options;
     std::vector<std::string> inputs;
-    CLI::App app("Forwards MPLS frames from captures to captures.", "ovix-agent");
+    CLI::App app("Forwards MPLS frames between network interfaces, or from captures to captures.",
+                 "ovix-agent");
     app.set_version_flag("--version", OvixLog::versionText("ovix-agent"));
     app.require_subcommand(1);
-    CLI::App* const run = app.add_subcommand("run", "Forward the frames of captures");
+    CLI::App* const run = app.add_subcommand(
+        "run", "Forward the frames of captures or, with --live, of network interfaces");
     run->footer(exitCodes);
     addFrameOptions(run, options, inputs);
     addOtherOptions(run, options);

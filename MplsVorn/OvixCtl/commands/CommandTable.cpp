@@ -2,7 +2,6 @@
 #include <fmt/format.h>
 #include <utility>
 
-#include "Tables/TableFiles.h"
 #include "commands/Command.h"
 #include "route/RouteGrammar.h"
 #include "route/ViaWords.h"
@@ -78,21 +77,22 @@ constexpr Option quietOptions[]{{"--quiet", nullptr,
                                  "Print nothing unless something is wrong, for health checks",
                                  nullptr, &Request::quiet}};
 constexpr Option explainOptions[]{
-    {"--port", "PORT", "The port that the frame comes in at: required", nullptr, &Request::port},
+    {"--port", "PORT", "The port that the frame comes in at: required", "@interfaces@",
+     &Request::port},
     {"--html", "FILE", "Write a page that shows the walk, too", "@files@", &Request::html},
 };
 
 constexpr Option bundleOptions[]{
     {"--frames", "CAPTURE", "Frames to put into it, beside those that the agent has recorded",
      "@files@", &Request::frames},
-    {"--port", "PORT", "The port that the frames of the capture come in at", nullptr,
+    {"--port", "PORT", "The port that the frames of the capture come in at", "@interfaces@",
      &Request::port},
     {"--anonymise", nullptr, "Replace IP addresses, the same ones alike, and keep their prefixes",
      nullptr, &Request::anonymise},
 };
 
 constexpr Option traceOptions[]{
-    {"--port", "PORT", "Only frames that come in at this port", nullptr, &Request::port},
+    {"--port", "PORT", "Only frames that come in at this port", "@interfaces@", &Request::port},
     {"--label", "LABEL", "Only frames with this label in their stack", nullptr, &Request::label, "",
      0, 1048575},
     {"--prefix", "PREFIX", "Only IP packets, labelled or not, for this prefix", nullptr,
@@ -114,7 +114,7 @@ constexpr Option dropsOptions[]{
      &Request::follow},
     {"--pcapng", "FILE", "Write frames to a capture, each with a comment; - is standard output",
      "@files@", &Request::pcapng},
-    {"--port", "PORT", "Only frames that came in at this port", nullptr, &Request::port},
+    {"--port", "PORT", "Only frames that came in at this port", "@interfaces@", &Request::port},
     {"--reason", "TEXT", "Only frames with this in their reason", nullptr, &Request::reason},
 };
 
@@ -466,10 +466,11 @@ std::string expanded(std::string text) {
         {"@tables@", joined(tables, " ")},
         {"@table-list@", joined(tables, ", ")},
         {"@interfaces@", "$(cd /sys/class/net 2> /dev/null && compgen -G '*')"},
-        {"@present-tables@",
-         fmt::format(
-             "$(cd \"${{OVIX_TABLES_DIR:-{}}}\" 2> /dev/null && compgen -G '*' | grep -v :lock)",
-             Tessel::TableFiles::directory())},
+        // Own ones, else the system's: the shell's user may be another than the one who printed
+        // this.
+        {"@present-tables@", "$({ cd \"${OVIX_TABLES_DIR:-/dev/shm/ovix-$EUID}\" || "
+                             "cd \"${OVIX_TABLES_DIR:-/dev/shm/ovix}\"; } 2> /dev/null && "
+                             "compgen -G '*' | grep -v :lock)"},
     };
     for (const auto& [name, value] : texts) {
         for (std::size_t at = 0; (at = text.find(name, at)) != std::string::npos;) {
