@@ -57,6 +57,27 @@ class Hardening(unittest.TestCase):
         for _, text in self.each(LIBRARIES, "objdump", "-d", "--no-show-raw-insn"):
             self.assertGreater(text.count("endbr64"), 100)
 
+    @unittest.skipUnless(platform.machine() == "x86_64", "relocations of another processor")
+    def test_the_fast_road_alone_has_no_canaries_and_nothing_of_it_may_be_replaced(self):
+        road = [*BUILD.glob("CMakeFiles/OvixFastRoad.dir/**/*.o")]
+        others = [*BUILD.glob("CMakeFiles/OvixAgentLib.dir/**/*.o")]
+        self.assertTrue(road and others)
+        for one, text in self.each(road, "readelf", "-W", "-s", "-r"):
+            self.assertNotIn("__stack_chk_fail", text, one.name)
+            own = set(re.findall(r"FUNC +GLOBAL +DEFAULT +\d+ (\S+)", text))
+            self.assertEqual(own & set(re.findall(r"GOTPCRELX\s+\w+\s+(\S+)", text)), set(), one.name)
+        self.assertTrue(all("__stack_chk_fail" in text for _, text in self.each(others, "readelf", "-W", "-s")))
+
+    @unittest.skipUnless(platform.machine() == "x86_64", "notes of another processor")
+    def test_objects_may_have_jumps_and_returns_enforced_and_what_is_linked_returns(self):
+        objects = [one for one in BUILD.glob("CMakeFiles/**/*.cpp.o")] + [*BUILD.glob("CMakeFiles/**/unity_*.o")]
+        self.assertGreater(len(objects), 10)
+        for one, text in self.each(objects, "readelf", "-W", "-n"):
+            self.assertRegex(text, "x86 feature: IBT, SHSTK", one.name)
+        # The C library's start code marks no jumps.
+        for one, text in self.each(PROGRAMS + LIBRARIES, "readelf", "-W", "-n"):
+            self.assertRegex(text, r"x86 feature: (IBT, )?SHSTK", one.name)
+
     def test_nothing_is_exported_but_names_of_our_own(self):
         for binary, text in self.each(PROGRAMS + LIBRARIES, "nm", "-DC", "--defined-only"):
             # With a version: another library's data, which the linker has copied.
