@@ -1,10 +1,13 @@
 """What the programs tell a service manager, and what they give up when they start."""
 
+import ctypes
 import os
 import pathlib
+import platform
 import re
 import signal
 import socket
+import struct
 import subprocess
 import tempfile
 import time
@@ -17,6 +20,18 @@ import live
 # CAP_NET_RAW, CAP_IPC_LOCK, CAP_PERFMON, CAP_BPF (bits of linux/capability.h).
 LISTENER = 1 << 0 | 1 << 1 | 1 << 2
 AGENT = LISTENER | 1 << 12 | 1 << 13 | 1 << 14 | 1 << 38 | 1 << 39
+
+
+def without_choice_of_processors() -> None:
+    """In a process to be: a filter of system calls, by which sched_setaffinity is not permitted."""
+    refused, number = 0x00050001, 203  # EPERM; the call's number on x86-64
+    program = struct.pack("HBBIHBBIHBBIHBBI", 0x20, 0, 0, 0, 0x15, 0, 1, number, 0x06, 0, 0, refused,
+                          0x06, 0, 0, 0x7fff0000)
+    memory = ctypes.create_string_buffer(program)
+    libc = ctypes.CDLL(None, use_errno=True)
+    libc.prctl(38, 1, 0, 0, 0)  # PR_SET_NO_NEW_PRIVS
+    if libc.prctl(22, 2, struct.pack("HxxxxxxP", 4, ctypes.addressof(memory)), 0, 0) != 0:
+        raise OSError(ctypes.get_errno(), "PR_SET_SECCOMP")
 
 
 class Manager:
@@ -91,6 +106,17 @@ class Service(live.LiveTest):
             self.assertEqual((held["CapPrm"] & ~AGENT, held["CapBnd"] & ~AGENT), (0, 0))
             self.assertEqual((held["CapInh"], held["CapAmb"], held["NoNewPrivs"]), (0, 0, 1))
         self.stop(process)
+
+    @unittest.skipUnless(platform.machine() == "x86_64", "numbers of another processor")
+    def test_workers_without_the_processors_that_are_asked_for_are_refused(self):
+        config = self.directory / "agent.yaml"
+        config.write_text("ports:\n  - {name: west, kind: packet, addresses: [10.0.1.1/24]}\ncpus: [0]\n")
+        done = subprocess.run([agent.AGENT, "run", str(config), "--live", *(["--plugin", agent.PLUGIN] if agent.PLUGIN else [])],
+                              capture_output=True, text=True, timeout=live.DEADLINE, check=False,
+                              preexec_fn=without_choice_of_processors)
+        self.assertEqual((done.returncode, done.stderr),
+                         (2, f"ovix-agent: {config}: cpus: this process may not choose processors: "
+                             "Operation not permitted\n"))
 
     @unittest.skipUnless(live.others_may_run(agent.AGENT), "others may not run the programs")
     def test_an_agent_of_another_user_forwards_with_the_capabilities_of_its_unit(self):

@@ -18,7 +18,7 @@ constexpr const char* exitCodes =
     "  0  every frame is accounted for\n"
     "  1  the configuration, a capture or an output is faulty; the whole frames of a truncated\n"
     "     capture are forwarded all the same\n"
-    "  2  the command line is invalid, or a device of DPDK cannot be used\n"
+    "  2  the command line is invalid, or workers or a device of DPDK cannot be had\n"
     "  3  the frames do not add up\n"
     "  130, 143  SIGINT or SIGTERM has ended a run on captures; the balance says how far it came";
 

@@ -1,6 +1,8 @@
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstring>
 #include <fmt/format.h>
 #include <memory>
 #include <optional>
@@ -215,6 +217,11 @@ void requireProcessors(const AgentConfig& config, const RunOptions& options) {
                                           "see nproc and taskset(1)",
                                           options.config, cpu));
         }
+    }
+    // Where system calls are filtered; nobody would hear of it from the workers' threads.
+    if (!config.cpus.empty() && sched_setaffinity(0, sizeof allowed, &allowed) != 0) {
+        throw WorkerError(fmt::format("{}: cpus: this process may not choose processors: {}",
+                                      options.config, std::strerror(errno)));
     }
     if (config.workers > 0 && options.checkEvery > 0) {
         throw WorkerError("--check-every: not with workers, who forward without the definition");

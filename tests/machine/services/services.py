@@ -6,6 +6,7 @@ import re
 import signal
 import subprocess
 import sys
+import time
 import unittest
 
 from in_machine import block_after, run, shell, shown, until
@@ -40,7 +41,8 @@ class Services(unittest.TestCase):
 
     def test_2_a_router_starts_as_the_readme_says(self):
         for name, mac in MACS.items():
-            run("ip", "link", "add", name, "address", mac, "type", "veth", "peer", "name", f"{name}h")
+            run("ip", "link", "add", name, "address", mac, "numrxqueues", "2", "numtxqueues", "2", "type", "veth",
+                "peer", "name", f"{name}h", "numrxqueues", "2", "numtxqueues", "2")
             run("ip", "link", "set", name, "up")
             run("ip", "link", "set", f"{name}h", "up")
         run("ip", "addr", "add", "192.0.2.1/24", "dev", "eth0")
@@ -96,7 +98,23 @@ class Services(unittest.TestCase):
         for command in (("lfib", "show"), ("status",)):
             self.assertNotEqual(as_user("mallory", "ovixctl", *command).returncode, 0)
 
-    def test_7_stopped_it_prints_the_balance_and_removed_it_leaves_what_was_written(self):
+    def test_7_workers_have_their_processors_and_feed_the_watchdog_under_the_same_filters(self):
+        pathlib.Path("/etc/ovix/ovix.yaml").write_text(
+            "ports:\n- {name: eth0, kind: packet, addresses: [192.0.2.1/24]}\n"
+            "- {name: eth9, kind: xdp, addresses: [198.51.100.1/24]}\nworkers: 2\ncpus: [0, 1]\n")
+        run("systemctl", "restart", AGENT)
+        self.assertEqual(shown(AGENT, "StatusText"), "forwarding on 2 of 2 ports")
+        first = main_pid(AGENT)
+        threads = [status_of(int(thread.name)) for thread in pathlib.Path(f"/proc/{first}/task").iterdir()]
+        self.assertEqual({thread["Seccomp"] for thread in threads}, {"2"})
+        pinned = [thread["Cpus_allowed_list"] for thread in threads]
+        self.assertEqual((pinned.count("0"), pinned.count("1")), (1, 1), pinned)
+        time.sleep(25)  # more than twice the watchdog's time
+        self.assertEqual((main_pid(AGENT), run("ovixctl", "status", "--quiet", check=False).returncode), (first, 0))
+        os.kill(first, signal.SIGSTOP)
+        until("another agent", lambda: main_pid(AGENT) not in (0, first))
+
+    def test_8_stopped_it_prints_the_balance_and_removed_it_leaves_what_was_written(self):
         run("systemctl", "stop", AGENT, "ovix-fpm")
         self.assertEqual(shown(AGENT, "Result"), "success")
         self.assertRegex(run("journalctl", "-u", AGENT, "--no-pager").stdout, r"in +\d+ +\d+")
