@@ -40,7 +40,7 @@ class LiveAgent {
             ipRoutes_.emplace(state_->tables().reader(), tables_.ports, tables_.vrfs);
             pseudowires_.emplace(state_->tables().reader(), tables_, ports_);
         }
-        ports_.circuitsAre(tables_.pseudowires, tables_.ports);
+        ports_.intakesAre(tables_.pseudowires, tables_.ports);
         ports_.requireUsable();
         if (config_.workers > 0) {
             workers_.emplace(fastPath_, tables_, forwarder_.accounts(), ports_, config_.cpus);

@@ -145,7 +145,7 @@ void LiveReload::swap(Made& made) {
     parts_.state->commitTables();
     parts_.state->configTextIs(made.config.text);
     parts_.tables->swap(made.tables, made.config);
-    parts_.ports->circuitsAre(parts_.tables->pseudowires, parts_.tables->ports);
+    parts_.ports->intakesAre(parts_.tables->pseudowires, parts_.tables->ports);
     parts_.links->configure(made.config);
     parts_.answers->configure(made.config);
     if (made.ipRoutes) {

@@ -16,7 +16,7 @@ void SharedPseudowires::take() {
         const std::uint64_t changed = tables_->changedIn(table_);
         forwarding_->signalledAre(L2::Pseudowires::read(*tables_));
         seen_ = changed;
-        ports_->circuitsAre(forwarding_->pseudowires, forwarding_->ports);
+        ports_->intakesAre(forwarding_->pseudowires, forwarding_->ports);
     } catch (const Tessel::CorruptionDetected&) {
         seen_ = tables_->changedIn(table_); // they stay as they were
     } catch (const Tessel::SnapshotLost&) {

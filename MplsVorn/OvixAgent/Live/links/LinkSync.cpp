@@ -61,7 +61,7 @@ void LinkSync::findAnother(PortIndex port) {
 void LinkSync::takeOver(PortIndex index, const LinkState& link) {
     OfPort& own = ofPort_[index];
     const bool isMtuGreater = link.mtu > forwarding_->ports.ports()[index].mtu;
-    forwarding_->ports.macIs(index, macOf(own, link));
+    macIs(index, macOf(own, link));
     forwarding_->ports.mtuIs(index, mtuOf(own, link));
     LivePort& live = ports_->port(index);
     if (own.parent == noPort && (!live.isOpen() || own.link != link.index || isMtuGreater)) {
@@ -87,6 +87,14 @@ Lumo::EthAddr LinkSync::macOf(const OfPort& own, const LinkState& link) {
     }
 }
 
+/// Frames for the MAC of a VLAN device come in at its parent.
+void LinkSync::macIs(PortIndex index, const Lumo::EthAddr& mac) {
+    if (forwarding_->ports.ports()[index].mac != mac) {
+        forwarding_->ports.macIs(index, mac);
+        ports_->intakesAre(forwarding_->pseudowires, forwarding_->ports);
+    }
+}
+
 /// What a sub-interface sends has to fit through the interface that takes it.
 std::uint32_t LinkSync::mtuOf(const OfPort& own, const LinkState& link) noexcept {
     const bool isBounded = own.mtu == 0 || (own.parent != noPort && link.mtu < own.mtu);
@@ -97,7 +105,7 @@ void LinkSync::takeOverFromParent(PortIndex index, const LinkState& link) {
     OfPort& own = ofPort_[index];
     own.isParentUp = link.isUp();
     if (own.link == 0) {
-        forwarding_->ports.macIs(index, link.mac);
+        macIs(index, link.mac);
         forwarding_->ports.mtuIs(index, mtuOf(own, link));
     }
     upIs(index, own.link == 0 ? link.isUp() : own.isLinkUp);
@@ -109,8 +117,11 @@ void LinkSync::linkDel(const LinkState& link) {
         return;
     }
     ofPort_[*port].link = 0;
-    if (ofPort_[*port].parent != noPort) {
+    if (const PortIndex parent = ofPort_[*port].parent; parent != noPort) {
         upIs(*port, ofPort_[*port].isParentUp);
+        if (const LinkState* left = monitor_.link(ofPort_[parent].link)) {
+            takeOverFromParent(*port, LinkState(*left));
+        }
         findAnother(*port);
         return;
     }

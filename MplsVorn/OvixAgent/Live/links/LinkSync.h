@@ -60,6 +60,7 @@ class LinkSync {
     LinkEvents events();
     void linkIs(const LinkState& link);
     void takeOver(PortIndex port, const LinkState& link);
+    void macIs(PortIndex port, const Lumo::EthAddr& mac);
     Lumo::EthAddr macOf(const OfPort& own, const LinkState& link);
     static std::uint32_t mtuOf(const OfPort& own, const LinkState& link) noexcept;
     void takeOverFromParent(PortIndex port, const LinkState& link);

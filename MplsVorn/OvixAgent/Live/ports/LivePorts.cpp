@@ -179,18 +179,21 @@ std::size_t LivePorts::numberOf(PortIndex index) const {
     return static_cast<std::size_t>(found - ports_.begin());
 }
 
-void LivePorts::circuitsAre(const Pseudowires& pseudowires, PortTable& table) {
+void LivePorts::intakesAre(const Pseudowires& pseudowires, PortTable& table) {
     std::vector<PacketIntake> intakes(byIndex_.size(), PacketIntake::labelledAndIp);
     for (PortIndex i = 0; i < byIndex_.size(); ++i) {
         const PortIndex base = table.parentOf(i);
-        const PacketIntake asked = !pseudowires.isCircuit(i) ? PacketIntake::labelledAndIp
+        const bool hasOwnMac = table.ports()[i].mac != table.ports()[base].mac;
+        const PacketIntake ofStation =
+            hasOwnMac ? PacketIntake::toVlans : PacketIntake::labelledAndIp;
+        const PacketIntake asked = !pseudowires.isCircuit(i) ? ofStation
                                    : base == i               ? PacketIntake::everything
                                                              : PacketIntake::taggedToAny;
         intakes[base] = std::max(intakes[base], asked);
     }
     for (PortIndex i = 0; i < byIndex_.size(); ++i) {
         const PacketIntake intake = intakes[table.parentOf(i)];
-        table.anyMacIs(i, !isPromiscuous(intake));
+        table.anyMacIs(i, intake < PacketIntake::toVlans);
         if (table.parentOf(i) == i) {
             byIndex_[i]->intakeIs(intake);
         }

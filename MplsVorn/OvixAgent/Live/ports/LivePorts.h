@@ -47,8 +47,8 @@ class LivePorts {
     TransmitPort& cpu() noexcept { return *cpu_; }
 
     /// Which ports take in everything, or everything tagged, since they or their sub-interfaces are
-    /// attachment circuits.
-    void circuitsAre(const Pseudowires& pseudowires, PortTable& table);
+    /// attachment circuits; and which have sub-interfaces with MACs of their own.
+    void intakesAre(const Pseudowires& pseudowires, PortTable& table);
 
     /// Whether ports are to be asked without being reported by poll.
     bool arePolled() const noexcept { return isPolled_; }

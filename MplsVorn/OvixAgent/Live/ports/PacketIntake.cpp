@@ -47,6 +47,24 @@ void append(std::vector<sock_filter>& program, std::initializer_list<sock_filter
     program.insert(program.end(), more);
 }
 
+/// Of frames that are not for the interface's MAC those that a VLAN device may have: labelled ones
+/// and IP with a tag, which the kernel has removed or not. Others are refused.
+std::vector<sock_filter> vlanFilter() {
+    namespace EtherType = Wire::EtherType;
+    std::vector<sock_filter> program{loadHalfWord(etherTypeAt)};
+    for (const std::uint16_t type : tagTypes) {
+        append(program, {unlessEqualSkip(type, 1), accept(wholeFrame)});
+    }
+    append(program,
+           {loadByte(hadTag), unlessEqualSkip(0, 1), accept(0), loadHalfWord(etherTypeAt)});
+    for (const std::uint16_t type :
+         {EtherType::mpls, EtherType::mplsUpstream, EtherType::ipv4, EtherType::ipv6}) {
+        append(program, {unlessEqualSkip(type, 1), accept(wholeFrame)});
+    }
+    program.push_back(accept(0));
+    return program;
+}
+
 /// A classic BPF program. It sees the Ethernet header without the outermost tag, where the kernel
 /// has removed that: of 802.1Q and 802.1ad.
 std::vector<sock_filter> packetFilter(PacketIntake intake, bool dropsOutgoing) {
@@ -65,6 +83,13 @@ std::vector<sock_filter> packetFilter(PacketIntake intake, bool dropsOutgoing) {
         for (const std::uint16_t type : tagTypes) {
             append(program, {unlessEqualSkip(type, 1), accept(wholeFrame)});
         }
+    }
+    if (intake == PacketIntake::toVlans) {
+        const std::vector<sock_filter> others = vlanFilter();
+        append(program,
+               {loadByte(packetType),
+                unlessEqualSkip(PACKET_OTHERHOST, static_cast<std::uint8_t>(others.size()))});
+        program.insert(program.end(), others.begin(), others.end());
     }
     append(program, {loadByte(packetType), unlessEqualSkip(PACKET_OTHERHOST, 1), accept(0),
                      loadHalfWord(etherTypeAt)});

@@ -9,6 +9,7 @@ namespace OvixAgent {
 enum class PacketIntake : std::uint8_t {
     labelled,      ///< MPLS, and frames with a tag beyond the outermost
     labelledAndIp, ///< also IPv4 and IPv6 addressed to this host's MAC
+    toVlans,       ///< also those with a tag to a MAC that a VLAN device has of its own
     taggedToAny,   ///< also whatever has a tag: VLAN sub-interfaces are attachment circuits
     everything,    ///< the port is an attachment circuit
 };

@@ -24,6 +24,8 @@ std::uint32_t numberOf(PacketIntake intake) noexcept {
         return 2;
     case PacketIntake::taggedToAny:
         return 1;
+    case PacketIntake::toVlans:
+        return 3;
     default:
         return 0;
     }

@@ -16,7 +16,7 @@ struct {
     __type(value, __u32);
 } agentSockets SEC(".maps");
 
-enum { intakeLabelled, intakeTagged, intakeAll }; /* as XdpProgram has them */
+enum { intakeLabelled, intakeTagged, intakeAll, intakeToVlans }; /* as XdpProgram has them */
 
 struct {
     __uint(type, BPF_MAP_TYPE_ARRAY);
@@ -81,7 +81,8 @@ int redirectLabelled(struct xdp_md* context) {
     if (type != bpf_htons(ETH_P_MPLS_UC) && type != bpf_htons(ETH_P_MPLS_MC)) {
         return XDP_PASS;
     }
-    if (!isForStation(ethernet)) {
+    const int mayBeForVlan = taken == intakeToVlans && isTag(ethernet->h_proto);
+    if (!mayBeForVlan && !isForStation(ethernet)) {
         return XDP_PASS;
     }
     return bpf_redirect_map(&agentSockets, context->rx_queue_index, XDP_PASS);

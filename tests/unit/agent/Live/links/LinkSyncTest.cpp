@@ -49,10 +49,9 @@ ports:
                                       [&] { links->receive(); }, isSo);
     }
     /// Whether a frame that the other end sends comes in at port "left".
-    bool receives() {
+    bool receives(const LiveTesting::Bytes& sent = LiveTesting::toLeft({0x8847}, 7)) {
         using namespace LiveTesting;
         PacketPort right(9, "right", PacketIntake::labelledAndIp);
-        const Bytes sent = toLeft({0x8847}, 7);
         send(right, sent);
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(2);
         bool isThere = false;
@@ -128,6 +127,27 @@ ports:
     EXPECT_TRUE(soon([&] { return mtu(0) == 1400 && mtu(1) == 1400; }));
     ip("link set left mtu 1600");
     EXPECT_TRUE(soon([&] { return mtu(0) == 1600 && mtu(1) == 1500; }));
+}
+
+/// Any interface of the name will do for its VLAN device.
+TEST_F(LinkSyncTest, FramesForAVlanDevicesOwnMacComeInAtItsParent) {
+    using namespace LiveTesting;
+    constexpr std::uint8_t station = 0x77;
+    const Bytes labelled = frameOf(rightStation, station, {0x8100, 10, 0x8847}, 1);
+    const Bytes ofIp = frameOf(rightStation, station, {0x8100, 10, 0x0800}, 2);
+    EXPECT_FALSE(receives(labelled));
+    EXPECT_TRUE(tables->ports.ports()[0].anyMac);
+    TestSupport::addLinkPair({"vlan", "02:00:00:00:00:77"}, {"far", "02:00:00:00:00:0b"});
+    ASSERT_TRUE(soon([&] { return tables->ports.ports()[1].mac[5] == station; }));
+    EXPECT_TRUE(receives(labelled));
+    EXPECT_TRUE(receives(ofIp));
+    EXPECT_TRUE(receives());
+    EXPECT_FALSE(receives(frameOf(rightStation, station, {0x8847}, 3)));
+    EXPECT_FALSE(tables->ports.ports()[0].anyMac); // others' tagged frames are told by it
+    ip("link del vlan");
+    ASSERT_TRUE(soon([&] { return tables->ports.ports()[1].mac[5] == leftStation; }));
+    EXPECT_FALSE(receives(labelled));
+    EXPECT_TRUE(tables->ports.ports()[0].anyMac);
 }
 
 TEST_F(LinkSyncTest, AMacThatTheKernelRefusesIsNotThatOfThePort) {

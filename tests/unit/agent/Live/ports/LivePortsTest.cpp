@@ -56,10 +56,10 @@ TEST_F(LivePortsTest, OnlyWhereACircuitIsAStationsAddressIsCheckedByTheAgent) {
         }
         return all;
     };
-    ports->circuitsAre(tables->pseudowires, tables->ports);
+    ports->intakesAre(tables->pseudowires, tables->ports);
     EXPECT_EQ(anyMac(), (std::vector<bool>{false, false, false, true}));
     config.pseudowires.clear();
-    ports->circuitsAre(Pseudowires(config), tables->ports);
+    ports->intakesAre(Pseudowires(config), tables->ports);
     EXPECT_EQ(anyMac(), (std::vector<bool>{true, true, true, true}));
 }
 
