@@ -84,9 +84,10 @@ class CpuAnswersTest : public testing::Test {
         return Lumo::NetU32::load(Lumo::IpGenAddr::fromText(text).bytes().data()).value();
     }
 
-    class Nowhere : public TransmitPort {
+    class Counting : public TransmitPort {
       public:
-        void transmit(const Frame&) override {}
+        void transmit(const Frame&) override { ++frames; }
+        std::size_t frames = 0;
     };
 
     const AgentConfig config = configOf(R"(
@@ -97,7 +98,7 @@ ports:
                                         "test.yaml");
     ForwardingTables forwarding{config};
     TestSupport::LocalTables tables;
-    Nowhere cpu;
+    Counting cpu;
     CpuAnswers answers{cpu, config, forwarding, tables.published};
 };
 
@@ -189,6 +190,24 @@ TEST_F(CpuAnswersTest, OneSourceLeavesAnswersToOthers) {
     const std::size_t perSource = AnswerRates().perSource.burst;
     EXPECT_LE(sentTo("10.0.1.9"), 2 * perSource); // the clock goes on
     EXPECT_GE(sentTo("10.0.9.0"), perSource);
+}
+
+TEST_F(CpuAnswersTest, EveryPuntedFrameGoesToTheCpuAndAnswersAreCountedWhenTaken) {
+    const Bytes near = packet("10.0.1.9", "10.9.0.1");
+    answersTo(core, labelled({{100, 0, 1}}, near));
+    answersTo(core, labelled({{100, 0, 64}}, near));
+    EXPECT_EQ(cpu.frames, 2U);
+    EXPECT_EQ(answers.taken(), 1U);
+}
+
+TEST_F(CpuAnswersTest, AnAnswerHasTheAddressThatItsPortHasNow) {
+    const Bytes expired = labelled({{100, 0, 1}}, packet("10.0.1.9", "10.9.0.1"));
+    const auto sourceOf = [&] { return hex(from(answersTo(core, expired).at(0), 14, 4)); };
+    EXPECT_EQ(sourceOf(), "0a000101");
+    AgentConfig other = config;
+    other.ports[core].addresses[0].address = Lumo::IpGenAddr::fromText("10.0.1.77");
+    answers.configure(other);
+    EXPECT_EQ(sourceOf(), "0a00014d");
 }
 
 TEST_F(CpuAnswersTest, WhatIsSwitchedOffIsNotAnswered) {

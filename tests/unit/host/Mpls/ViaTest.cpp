@@ -96,6 +96,11 @@ TEST(Via, EveryOptionComesBack) {
     options.payload = PayloadType::ipv4;
     EXPECT_EQ(Via::pop(options).value().options(), options);
     EXPECT_EQ(Via::pop(toEast()).value().options(), toEast());
+    options = toEast();
+    options.entropy = true;
+    options.ttl = TtlMode::pipe;
+    options.pushTtl = 255;
+    EXPECT_EQ(Via::push(stackOf(1), options).value().options(), options);
 }
 
 TEST(Via, TakesOneToThirtyThreeLabels) {
