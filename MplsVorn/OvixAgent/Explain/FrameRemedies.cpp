@@ -22,13 +22,7 @@ using Bytes = std::vector<std::uint8_t>;
 /// Where the parts of a frame start; the size of the frame for what it does not have.
 struct Places {
     explicit Places(Wire::Bytes frame) : labels(Wire::linkLength(frame)), payload(labels) {
-        const Wire::Ethernet header(frame);
-        if (!header) {
-            return;
-        }
-        Wire::TagWalk tags(header.etherType(), frame.subspan(Wire::Ethernet::size));
-        for (Wire::Tag tag; tags.next(tag);) {
-        }
+        const Wire::TagWalk tags = Wire::behindTags(frame);
         if (Wire::EtherType::isMpls(tags.etherType())) {
             Wire::LabelWalk walk(frame.subspan(labels));
             for (Lumo::MplsLabelEntry entry; walk.next(entry);) {

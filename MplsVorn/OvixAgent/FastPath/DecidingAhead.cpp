@@ -59,13 +59,7 @@ bool FastPath::decideAhead(const std::function<void()>& settle) {
 
 /// Those that no table has are decided when frames bring them.
 void FastPath::awaitLabels(Wire::Bytes frame) {
-    const Wire::Ethernet header(frame);
-    if (!header) {
-        return;
-    }
-    Wire::TagWalk tags(header.etherType(), frame.subspan(Wire::Ethernet::size));
-    for (Wire::Tag tag; tags.next(tag);) {
-    }
+    const Wire::TagWalk tags = Wire::behindTags(frame);
     if (!Wire::EtherType::isMpls(tags.etherType())) {
         return;
     }

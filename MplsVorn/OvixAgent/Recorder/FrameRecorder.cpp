@@ -25,13 +25,7 @@ bool isForNeighbour(std::string_view reason) noexcept {
 } // namespace
 
 std::optional<std::uint32_t> topLabel(Wire::Bytes frame) noexcept {
-    const Wire::Ethernet header(frame);
-    if (!header) {
-        return std::nullopt;
-    }
-    Wire::TagWalk tags(header.etherType(), frame.subspan(Wire::Ethernet::size));
-    for (Wire::Tag tag; tags.next(tag);) {
-    }
+    const Wire::TagWalk tags = Wire::behindTags(frame);
     Wire::LabelWalk labels(tags.rest());
     Lumo::MplsLabelEntry top;
     return Wire::EtherType::isMpls(tags.etherType()) && labels.next(top)

@@ -10,16 +10,6 @@ namespace OvixAgent {
 
 namespace {
 
-/// What lies behind the link header, and its type.
-Wire::TagWalk behindTags(Wire::Bytes frame) noexcept {
-    const Wire::Ethernet header(frame);
-    Wire::TagWalk tags(header ? header.etherType() : 0,
-                       header ? frame.subspan(Wire::Ethernet::size) : Wire::Bytes());
-    for (Wire::Tag tag; tags.next(tag);) {
-    }
-    return tags;
-}
-
 /// The port itself, one that it is a sub-interface of, or the sub-interface that the frame's tags
 /// name.
 bool isAtPort(const Frame& frame, PortIndex port, const PortTable& ports) noexcept {
@@ -43,7 +33,7 @@ bool isAtPort(const Frame& frame, PortIndex port, const PortTable& ports) noexce
 } // namespace
 
 bool hasLabel(Wire::Bytes frame, std::uint32_t label) noexcept {
-    const Wire::TagWalk tags = behindTags(frame);
+    const Wire::TagWalk tags = Wire::behindTags(frame);
     Wire::LabelWalk labels(Wire::EtherType::isMpls(tags.etherType()) ? tags.rest() : Wire::Bytes());
     for (Lumo::MplsLabelEntry entry; labels.next(entry);) {
         if (entry.label().value() == label) {
@@ -54,7 +44,7 @@ bool hasLabel(Wire::Bytes frame, std::uint32_t label) noexcept {
 }
 
 Lumo::IpGenAddr ipDestinationIn(Wire::Bytes frame) noexcept {
-    const Wire::TagWalk tags = behindTags(frame);
+    const Wire::TagWalk tags = Wire::behindTags(frame);
     Wire::Bytes packet = tags.rest();
     if (Wire::EtherType::isMpls(tags.etherType())) {
         Wire::LabelWalk labels(packet);

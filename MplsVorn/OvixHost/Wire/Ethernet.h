@@ -128,17 +128,20 @@ class TagWalk {
     std::uint16_t etherType_;
 };
 
+/// What follows a frame's Ethernet header and tags, and its type: nothing, of type 0, of a frame
+/// without a whole header.
+inline TagWalk behindTags(Bytes frame) noexcept {
+    const Ethernet header(frame);
+    TagWalk walk(header ? header.etherType() : 0, header ? frame.subspan(Ethernet::size) : Bytes());
+    for (Tag tag; walk.next(tag);) {
+    }
+    return walk;
+}
+
 /// The length of a frame's Ethernet header and tags, which no MTU counts; all of a frame without a
 /// whole header.
 inline std::size_t linkLength(Bytes frame) noexcept {
-    const Ethernet header(frame);
-    if (!header) {
-        return frame.size();
-    }
-    TagWalk walk(header.etherType(), frame.subspan(Ethernet::size));
-    for (Tag tag; walk.next(tag);) {
-    }
-    return frame.size() - walk.rest().size();
+    return frame.size() - behindTags(frame).rest().size();
 }
 
 } // namespace Wire

@@ -75,14 +75,7 @@ std::unique_ptr<LivePort> open(const AgentConfig& all, PortIndex index, const Po
 }
 
 bool isLabelled(Wire::Bytes frame) noexcept {
-    const Wire::Ethernet ethernet(frame);
-    if (!ethernet) {
-        return false;
-    }
-    Wire::TagWalk walk(ethernet.etherType(), frame.subspan(Wire::Ethernet::size));
-    for (Wire::Tag tag; walk.next(tag);) {
-    }
-    return Wire::EtherType::isMpls(walk.etherType());
+    return Wire::EtherType::isMpls(Wire::behindTags(frame).etherType());
 }
 
 /// Sends labelled punted frames to a TAP device, if there is one, and IP packets of cards to this

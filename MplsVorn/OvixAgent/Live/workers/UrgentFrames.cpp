@@ -52,15 +52,11 @@ bool isUrgentPacket(Wire::Bytes packet) noexcept {
 } // namespace
 
 bool isUrgent(Wire::Bytes frame) noexcept {
-    const Wire::Ethernet header(frame);
-    if (!header) {
+    if (frame.size() < Wire::Ethernet::size) {
         return false;
     }
-    Wire::TagWalk tags(header.etherType(), frame.subspan(Wire::Ethernet::size));
-    for (Wire::Tag tag; tags.next(tag);) {
-    }
-    constexpr std::uint16_t longestLength = 1500; // of IEEE 802.3, as IS-IS has it
-    if (tags.etherType() <= longestLength) {
+    const Wire::TagWalk tags = Wire::behindTags(frame);
+    if (tags.etherType() <= Wire::EtherType::longestLength) { // as IS-IS has it
         return true;
     }
     if (!Wire::EtherType::isMpls(tags.etherType())) {
