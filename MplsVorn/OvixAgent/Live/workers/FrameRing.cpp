@@ -2,6 +2,29 @@
 
 namespace OvixAgent {
 
+namespace {
+
+using Visitor = std::function<bool(const WritableFrame&)>;
+
+bool takeOne(FrameRing& ring, const Visitor& visitor) {
+    WritableFrame frame;
+    if (!ring.front(frame) || !visitor(frame)) {
+        return false;
+    }
+    ring.pop();
+    return true;
+}
+
+std::size_t takeOneOfEach(std::span<FrameRing* const> rings, const Visitor& visitor) {
+    std::size_t taken = 0;
+    for (FrameRing* const ring : rings) {
+        taken += takeOne(*ring, visitor) ? 1 : 0;
+    }
+    return taken;
+}
+
+} // namespace
+
 FrameRing::Push FrameRing::push(const WritableFrame& frame) noexcept {
     assert(recordBytes(frame.size) < size_);
     const std::size_t needed = recordBytes(frame.size);
@@ -57,6 +80,20 @@ void FrameRing::pop() noexcept {
     begin_ += frontBytes_;
     frontBytes_ = 0;
     taken_.store(begin_);
+}
+
+std::size_t takeFrames(std::span<FrameRing* const> urgent, std::span<FrameRing* const> others,
+                       const Visitor& visitor, std::size_t budget) {
+    std::size_t taken = 0;
+    for (std::size_t now = 1; now > 0 && taken < budget; taken += now) {
+        now = takeOneOfEach(urgent, visitor);
+    }
+    std::size_t ofOthers = 0;
+    for (std::size_t now = 1; now > 0 && ofOthers < budget; ofOthers += now) {
+        now = takeOneOfEach(others, visitor);
+        taken += takeOneOfEach(urgent, visitor);
+    }
+    return taken + ofOthers;
 }
 
 } // namespace OvixAgent

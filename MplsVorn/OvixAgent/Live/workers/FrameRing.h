@@ -4,7 +4,9 @@
 #include <cassert>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <memory>
+#include <span>
 
 #include "State/Frame.h"
 
@@ -66,5 +68,14 @@ class FrameRing {
     std::uint64_t knownPushed_ = 0;
     std::uint64_t frontBytes_ = 0;
 };
+
+/// Calls `visitor` with the frames of rings, oldest first: about `budget` of the urgent ones, then
+/// one of each other ring in turn, with what has come of the urgent ones in between, until there is
+/// nothing more or `budget` is reached. So neither kind, however much of it comes, holds up the
+/// other, or the caller, for long. Returns how many there were. A frame for which `visitor` returns
+/// false is its ring's first one next time.
+std::size_t takeFrames(std::span<FrameRing* const> urgent, std::span<FrameRing* const> others,
+                       const std::function<bool(const WritableFrame&)>& visitor,
+                       std::size_t budget);
 
 } // namespace OvixAgent

@@ -43,6 +43,7 @@ Workers::Workers(FastPath& fastPath, ForwardingTables& tables, FrameAccounts& ac
         for (PortIndex port = 0; port < tables.ports.ports().size(); ++port) {
             worker.portIs(port, *worker.ports()[ports.numberOf(port)]);
         }
+        urgent_.push_back(&worker.lanes().urgent);
         for (const auto& lane : worker.lanes().ofPorts) {
             lanes_.push_back(lane.get());
         }
@@ -100,41 +101,10 @@ void Workers::call() noexcept {
     }
 }
 
-bool Workers::takeOne(FrameRing& lane, const Visitor& visitor) {
-    WritableFrame frame;
-    if (!lane.front(frame) || !visitor(frame)) {
-        return false;
-    }
-    lane.pop();
-    return true;
-}
-
 std::size_t Workers::takeLeft(const Visitor& visitor, std::size_t budget) {
     std::uint64_t times = 0;
     [[maybe_unused]] const ssize_t size = read(wake_.value(), &times, sizeof times);
-    std::size_t taken = takeUrgent(visitor);
-    std::size_t others = 0;
-    for (bool hasMore = true; hasMore && others < budget;) {
-        hasMore = false;
-        for (FrameRing* const lane : lanes_) {
-            if (takeOne(*lane, visitor)) {
-                hasMore = true;
-                ++others;
-            }
-        }
-        taken += takeUrgent(visitor);
-    }
-    return taken + others;
-}
-
-std::size_t Workers::takeUrgent(const Visitor& visitor) {
-    std::size_t taken = 0;
-    for (const auto& worker : workers_) {
-        while (takeOne(worker->lanes().urgent, visitor)) {
-            ++taken;
-        }
-    }
-    return taken;
+    return takeFrames(urgent_, lanes_, visitor, budget);
 }
 
 void Workers::collect() {

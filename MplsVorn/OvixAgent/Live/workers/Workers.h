@@ -35,10 +35,7 @@ class Workers {
 
     /// Readable when frames have been left.
     int descriptor() const noexcept { return wake_.value(); }
-    /// Calls `visitor` with frames that workers have left, in the order of each of their lanes: the
-    /// urgent ones first, and at most about `budget` of the others, one of each lane in turn.
-    /// Returns how many there were. A frame for which it returns false is its lane's first one next
-    /// time.
+    /// Calls `visitor` with frames that workers have left, as takeFrames has it.
     using Visitor = std::function<bool(const WritableFrame&)>;
     std::size_t takeLeft(const Visitor& visitor, std::size_t budget);
 
@@ -51,8 +48,6 @@ class Workers {
   private:
     void work(std::size_t number);
     void collect(Worker& worker);
-    bool takeOne(FrameRing& lane, const Visitor& visitor);
-    std::size_t takeUrgent(const Visitor& visitor);
 
     FastPath* fastPath_;
     ForwardingTables* tables_;
@@ -61,7 +56,8 @@ class Workers {
     Posix::FileDescriptor wake_;
     std::atomic<bool> ends_{false};
     std::vector<std::unique_ptr<Worker>> workers_;
-    std::vector<FrameRing*> lanes_; ///< of ports, of all workers
+    std::vector<FrameRing*> urgent_; ///< of all workers
+    std::vector<FrameRing*> lanes_;  ///< of their ports
     std::vector<std::thread> threads_;
 };
 

@@ -1,5 +1,6 @@
 #include "Live/workers/FrameRing.h"
 
+#include <array>
 #include <gtest/gtest.h>
 #include <optional>
 #include <thread>
@@ -120,6 +121,42 @@ TEST_F(FrameRingTest, OneThreadTakesWhatAnotherPushes) {
         ASSERT_EQ(*taken, static_cast<std::uint8_t>(i));
     }
     pushing.join();
+}
+
+TEST_F(FrameRingTest, UrgentFramesComeBeforeOthers) {
+    FrameRing urgent{size};
+    ring.push(Given(1).frame);
+    urgent.push(Given(2).frame);
+    urgent.push(Given(3).frame);
+    std::vector<int> taken;
+    EXPECT_EQ(takeFrames(
+                  std::array{&urgent}, std::array{&ring},
+                  [&](const WritableFrame& frame) {
+                      taken.push_back(frame.bytes[0]);
+                      return true;
+                  },
+                  16),
+              3U);
+    EXPECT_EQ(taken, (std::vector<int>{2, 3, 1}));
+}
+
+TEST_F(FrameRingTest, UrgentFramesWithoutEndHoldUpNobody) {
+    FrameRing urgent{size};
+    ring.push(Given(1).frame);
+    urgent.push(Given(2).frame);
+    bool isOtherTaken = false;
+    int times = 0;
+    const auto visitor = [&](const WritableFrame& frame) {
+        isOtherTaken = isOtherTaken || frame.bytes[0] == 1;
+        if (frame.bytes[0] == 2 && ++times < 100) { // in place of each one comes another
+            urgent.push(Given(2).frame);
+        }
+        return true;
+    };
+    constexpr std::size_t budget = 16;
+    EXPECT_LE(takeFrames(std::array{&urgent}, std::array{&ring}, visitor, budget), 2 * budget);
+    EXPECT_TRUE(isOtherTaken);
+    EXPECT_LT(times, 100);
 }
 
 } // namespace FrameRingTest
