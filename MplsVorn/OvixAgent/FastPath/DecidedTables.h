@@ -24,6 +24,24 @@ struct TracedFrames {
     std::uint32_t traces = 0;        ///< how many traces there were
 };
 
+/// Which of a thread's bursts are searched for traced frames. To look at a frame takes half as long
+/// as to forward it: where bursts are large, which they are when there is no time to spare, few of
+/// them are searched.
+class FewBursts {
+  public:
+    bool hasNext(std::size_t frames) noexcept {
+        if (frames < burstFrames / 4) {
+            return true;
+        }
+        constexpr std::uint32_t oneOf = 32;
+        large_ = (large_ + 1) % oneOf;
+        return large_ == 0;
+    }
+
+  private:
+    std::uint32_t large_ = 0; ///< since the last that was searched
+};
+
 /// What frames are forwarded by without asking the plugin. The packet thread alone changes it, and
 /// only while its gate (ForwardingTables) keeps others from forwarding.
 struct DecidedTables {

@@ -22,7 +22,7 @@ std::size_t FastPath::receive(std::span<WritableFrame> burst) {
     if (Tessel::Changes::count() != seen_) [[unlikely]] {
         takeChanges();
     }
-    if (decided_.traced.looksAtFrames && isLookedAt(burst.size())) [[unlikely]] {
+    if (decided_.traced.looksAtFrames && searched_.hasNext(burst.size())) [[unlikely]] {
         return forwardAround(burst);
     }
     return checkEvery_ == 0 ? forwardAll(burst) : checkSome(burst);
@@ -122,18 +122,6 @@ void FastPath::forwardTraced() {
     trace_->follow(
         current_, forwarder_->accounts().number() + 1, [this] { forwarder_->receive(current_); },
         [this] { return forwarder_->lastFate(); });
-}
-
-/// Looking at a frame takes half as long as forwarding it. Where bursts are large, which they are
-/// when there is no time to spare, that is done in few of them.
-bool FastPath::isLookedAt(std::size_t frames) noexcept {
-    constexpr std::size_t busy = burstFrames / 4;
-    constexpr std::uint32_t oneOf = 32;
-    if (frames < busy) {
-        return true;
-    }
-    busyBursts_ = (busyBursts_ + 1) % oneOf;
-    return busyBursts_ == 0;
 }
 
 /// The same as forwardAll, with the frames that the trace asks for by definition.

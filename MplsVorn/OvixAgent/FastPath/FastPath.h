@@ -92,7 +92,6 @@ class FastPath {
     std::size_t forwardAll(std::span<WritableFrame> burst);
     std::size_t checkSome(std::span<WritableFrame> burst);
     bool check(WritableFrame& frame);
-    bool isLookedAt(std::size_t frames) noexcept;
     std::size_t forwardAround(std::span<WritableFrame> burst);
     void forwardTraced();
     void takeChanges();
@@ -113,7 +112,7 @@ class FastPath {
     LiveTrace* trace_ = nullptr;
     std::uint64_t seenTrace_ = 0; ///< its changes
     bool tracesAll_ = false;
-    std::uint32_t busyBursts_ = 0;      ///< since frames were looked at last
+    FewBursts searched_;
     std::vector<Decider::Asked> asked_; ///< to be decided next
     Frame current_;
     Counts counts_;

@@ -112,7 +112,7 @@ void Worker::forward(std::span<WritableFrame> burst) {
         }
         return;
     }
-    const bool looks = decided_->traced.looksAtFrames && isLookedAt(burst.size());
+    const bool looks = decided_->traced.looksAtFrames && searched_.hasNext(burst.size());
     if (burst.size() > 1) {
         road_.loadAhead(burst);
     }
@@ -124,13 +124,6 @@ void Worker::forward(std::span<WritableFrame> burst) {
         }
     }
     road_.settle();
-}
-
-/// As in FastPath: in few of the bursts that are large.
-bool Worker::isLookedAt(std::size_t frames) noexcept {
-    constexpr std::uint32_t oneOf = 32;
-    busyBursts_ = (busyBursts_ + 1) % oneOf;
-    return frames < burstFrames / 4 || busyBursts_ == 0;
 }
 
 bool Worker::isTraced(const WritableFrame& frame) const noexcept {
