@@ -19,7 +19,7 @@ namespace OvixAgent {
 /// the packet thread, which counts in the tables.
 class OwnPorts {
   public:
-    struct Own {
+    struct alignas(64) Own {         // no cache line is another thread's, too
         TransmitPort* out = nullptr; ///< not owned
         Traffic sent;
         Traffic intoPseudowire; ///< of the attachment circuit that the port is

@@ -20,7 +20,7 @@ namespace OvixAgent {
 /// the others to the packet thread. It never asks the plugin, and counts for itself.
 ///
 /// All but `turn`, `wait` and the rings belongs to the packet thread while the gate is closed.
-class Worker {
+class alignas(64) Worker { // so that no two write one cache line
   public:
     /// Frames that are left: those of routing protocols and of LSP pings have a lane of their own,
     /// and the others of each port, so that a flood at one port leaves those of another their room.
@@ -60,7 +60,6 @@ class Worker {
     void flush();
     void reopenClosed();
     void forward(std::span<WritableFrame> burst);
-    bool isLookedAt(std::size_t frames) noexcept;
     bool isTraced(const WritableFrame& frame) const noexcept;
     void leave(const WritableFrame& frame);
 
@@ -82,7 +81,7 @@ class Worker {
     bool arePolled_ = false;
     std::uint32_t turns_ = 0;
     AdaptivePoll::Clock::time_point reopenedAt_;
-    std::uint32_t busyBursts_ = 0; ///< since frames were looked at last
+    FewBursts searched_;
     std::uint64_t fast_ = 0;
 };
 
