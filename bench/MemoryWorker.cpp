@@ -16,28 +16,27 @@ double secondsOfThread() {
 
 } // namespace
 
-MemoryQueue::MemoryQueue(const Scenario& scenario) : ring_(scenario) {
+SameFrames::SameFrames(const Scenario& scenario) : ring_(scenario) {
     ring_.fill();
     for (const OvixAgent::WritableFrame& frame : ring_.all()) {
         std::copy_n(frame.bytes, changed, starts_.emplace_back().begin());
     }
 }
 
-std::size_t MemoryQueue::receive(const OvixAgent::BurstVisitor& visitor, std::size_t /*budget*/) {
+std::span<OvixAgent::WritableFrame> SameFrames::next() {
     const std::size_t first = next_ * OvixAgent::burstFrames;
     const std::span<OvixAgent::WritableFrame> burst = ring_.burst(next_);
     next_ = (next_ + 1) % (FrameRing::frames / OvixAgent::burstFrames);
     for (std::size_t i = 0; i < burst.size(); ++i) {
         std::copy_n(starts_[first + i].begin(), changed, burst[i].bytes);
     }
-    visitor(burst);
-    return burst.size();
+    return burst;
 }
 
 MemoryWorker::MemoryWorker(OvixAgent::DecidedTables& decided, int wake, const Scenario& scenario,
                            std::size_t ports)
-    : worker(decided, wake) {
-    auto made = std::make_unique<MemoryQueue>(scenario);
+    : given(scenario), worker(decided, wake) {
+    auto made = std::make_unique<TestSupport::MemoryQueue>([this] { return given.next(); });
     queue = made.get();
     worker.ports().push_back(std::move(made));
     for (OvixAgent::PortIndex i = 0; i < ports; ++i) {

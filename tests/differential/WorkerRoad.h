@@ -1,13 +1,13 @@
 #pragma once
 
 #include <span>
-#include <string>
 #include <utility>
 #include <vector>
 
 #include "FastPath/FastPath.h"
 #include "Forwarding/Forwarder.h"
 #include "Live/workers/Worker.h"
+#include "MemoryQueue.h"
 #include "State/ForwardingTables.h"
 
 namespace Differential {
@@ -21,9 +21,8 @@ class WorkerRoad {
                OvixAgent::ForwardingTables& tables)
         : fastPath_(&fastPath), forwarder_(&forwarder), tables_(&tables),
           worker_(fastPath.shared(), -1) {
-        auto queue = std::make_unique<Queue>();
-        queue_ = queue.get();
-        worker_.ports().push_back(std::move(queue));
+        worker_.ports().push_back(std::make_unique<TestSupport::MemoryQueue>(
+            [this] { return std::exchange(next_, {}); }));
         for (OvixAgent::PortIndex i = 0; i < tables.ports.ports().size(); ++i) {
             worker_.own().all()[i].out = tables.ports.ports()[i].out;
         }
@@ -36,7 +35,7 @@ class WorkerRoad {
     }
     /// False when the tables must be refreshed first, and the frame taken again.
     bool receive(OvixAgent::WritableFrame& frame) {
-        queue_->next = {&frame, 1};
+        next_ = {&frame, 1};
         worker_.turn();
         return takeLeft();
     }
@@ -61,28 +60,6 @@ class WorkerRoad {
     }
 
   private:
-    struct Queue : OvixAgent::LivePort {
-        const std::string& name() const noexcept override { return none; }
-        bool isOpen() const noexcept override { return true; }
-        bool reopen() override { return true; }
-        const std::string& problem() const noexcept override { return none; }
-        int descriptor() const noexcept override { return -1; }
-        std::size_t receive(const OvixAgent::BurstVisitor& visitor, std::size_t) override {
-            const auto burst = std::exchange(next, {});
-            if (!burst.empty()) {
-                visitor(burst);
-            }
-            return burst.size();
-        }
-        void transmit(const OvixAgent::Frame&) override {}
-        void flush() override {}
-        const OvixAgent::LiveCounts& counts() override { return noCounts; }
-
-        std::span<OvixAgent::WritableFrame> next;
-        std::string none;
-        OvixAgent::LiveCounts noCounts;
-    };
-
     void collect() {
         forwarder_->accounts().absorb(worker_.accounts());
         fastPath_->addFast(worker_.takeFast());
@@ -106,7 +83,7 @@ class WorkerRoad {
     OvixAgent::Forwarder* forwarder_;
     OvixAgent::ForwardingTables* tables_;
     OvixAgent::Worker worker_;
-    Queue* queue_ = nullptr;
+    std::span<OvixAgent::WritableFrame> next_;
 };
 
 } // namespace Differential

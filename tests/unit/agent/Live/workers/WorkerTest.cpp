@@ -1,48 +1,20 @@
 #include "Live/workers/Worker.h"
 
-#include <functional>
 #include <gtest/gtest.h>
 #include <sys/eventfd.h>
 #include <thread>
 
 #include "FastPathTesting.h"
+#include "HeapCount.h"
+#include "MemoryQueue.h"
 #include "Posix/FileDescriptor.h"
 
 namespace WorkerTest {
 
 using namespace FastPathTesting;
+using TestSupport::MemoryQueue;
 
 namespace {
-
-/// A queue in memory: hands out what a test has for it, and passes on what leaves.
-class MemoryQueue : public LivePort {
-  public:
-    MemoryQueue(std::function<std::span<WritableFrame>()> next, TransmitPort* out)
-        : next_(std::move(next)), out_(out) {}
-
-    const std::string& name() const noexcept override { return name_; }
-    bool isOpen() const noexcept override { return true; }
-    bool reopen() override { return true; }
-    const std::string& problem() const noexcept override { return none_; }
-    int descriptor() const noexcept override { return -1; }
-    std::size_t receive(const BurstVisitor& visitor, std::size_t) override {
-        const std::span<WritableFrame> burst = next_();
-        if (!burst.empty()) {
-            visitor(burst);
-        }
-        return burst.size();
-    }
-    void transmit(const Frame& frame) override { out_->transmit(frame); }
-    void flush() override {}
-    const LiveCounts& counts() override { return counts_; }
-
-  private:
-    std::function<std::span<WritableFrame>()> next_;
-    TransmitPort* out_;
-    std::string name_ = "queue";
-    std::string none_;
-    LiveCounts counts_;
-};
 
 class WorkerTest : public ::testing::Test {
   protected:
@@ -54,10 +26,9 @@ class WorkerTest : public ::testing::Test {
         }
         labelCounters = router.counted;
         worker.ports().push_back(
-            std::make_unique<MemoryQueue>([this] { return std::exchange(burst, {}); }, nullptr));
+            std::make_unique<MemoryQueue>([this] { return std::exchange(burst, {}); }));
         for (PortIndex i = 0; i < router.out.size(); ++i) {
-            outs.push_back(std::make_unique<MemoryQueue>([] { return std::span<WritableFrame>(); },
-                                                         &router.out[i]));
+            outs.push_back(std::make_unique<MemoryQueue>(nullptr, &router.out[i]));
             worker.portIs(i, *outs.back());
         }
         for (const std::uint32_t label : {100U, 102U, 200U}) {
@@ -131,6 +102,28 @@ TEST_F(WorkerTest, ForwardsAndCountsAsTheDefinition) {
 TEST_F(WorkerTest, FramesOfDecidedLabelsAreNotLeft) {
     EXPECT_EQ(receive({frameOf({{100}}), frameOf({{200}}), frameOf({{102}})}), 0U);
     EXPECT_EQ(receive({frameOf({{100}}), frameOf({{100, 0, 1}}), frameOf({{100}})}), 1U);
+}
+
+TEST_F(WorkerTest, TakesNothingFromTheHeapOnceWarm) {
+    if (TestSupport::slabsFromHeap) {
+        GTEST_SKIP() << "the address sanitizer counts otherwise";
+    }
+    const Frames frames{frameOf({{100}}), frameOf({{200}}), frameOf({{102}}), frameOf({{999}})};
+    receive(frames);
+    router.fast->decideAhead([] {});
+    MemoryQueue sink;
+    for (PortIndex i = 0; i < router.out.size(); ++i) {
+        worker.portIs(i, sink);
+    }
+    receive(frames);
+    for (int time = 0; time < 3; ++time) {
+        Burst made(frames);
+        burst = made.frames();
+        const std::uint64_t before = TestSupport::heapAllocations;
+        worker.turn();
+        EXPECT_EQ(TestSupport::heapAllocations, before);
+    }
+    EXPECT_EQ(sink.sent(), 12U);
 }
 
 TEST_F(WorkerTest, ALabelThatNoTableHasIsDecidedWhenAFrameBringsIt) {
