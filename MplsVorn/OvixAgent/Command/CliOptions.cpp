@@ -162,7 +162,7 @@ void addOtherOptions(CLI::App* run, RunOptions& options) {
         ->check(CLI::IsMember({"on", "off"}).description(""));
     run->add_option("--check-every", options.checkEvery,
                     "Forward every Nth frame both ways, by decision and without, and report any "
-                    "difference")
+                    "difference (not with workers)")
         ->type_name("N")
         ->check(CLI::PositiveNumber.description(""));
     run->add_flag("--quiet", options.quiet, "Show no progress");
