@@ -194,6 +194,10 @@ void EthernetDevice::takeMac(const Lumo::EthAddr& asked) {
         return;
     }
     rte_eth_macaddr_get(port_, &own);
+    if (!rte_is_valid_assigned_ether_addr(&own)) { // such as net_ring has
+        rte_eth_random_addr(std::begin(own.addr_bytes));
+        rte_eth_dev_default_mac_addr_set(port_, &own);
+    }
     std::copy(std::begin(own.addr_bytes), std::end(own.addr_bytes), mac_.begin());
 }
 

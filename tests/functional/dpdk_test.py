@@ -130,6 +130,20 @@ for size in {sizes}:
                          [f"{size} 200 True 020000000002" for size in sizes])
         self.stop(process)
 
+    def test_a_device_without_a_mac_gets_one(self):
+        for port in ("west", "east"):
+            ip("-n", self.router, "link", "del", port)
+        config = self.directory / "ring.yaml"
+        config.write_text("ports: [{name: west, kind: dpdk, device: net_ring0, addresses: [10.0.1.1/24]}]\n")
+        process = subprocess.Popen(["ip", "netns", "exec", self.router, agent.AGENT, "run", str(config), "--live", "--json",
+                                    "--control", str(self.path), *(["--plugin", agent.PLUGIN] if agent.PLUGIN else [])],
+                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        self.addCleanup(process.communicate)
+        self.addCleanup(process.kill)
+        self.until(self.is_forwarding)
+        self.assertEqual(int(self.router_mac("west")[:2], 16) & 3, 2)  # locally administered, of one station
+        self.stop(process)
+
     def test_a_device_that_does_not_exist_is_refused_with_its_port_and_what_helps(self):
         for device, refused in (("net_nothing0", "cannot be opened"),
                              ("0000:ff:1f.0", "there is no such PCI device; dpdk-devbind.py --status"),

@@ -51,10 +51,17 @@ bool TapPort::reopen() {
     if (isOpen() && isInterface(interfaceIndex_)) {
         return true;
     }
+    if (std::chrono::steady_clock::now() < tryAgainAt_) {
+        return false;
+    }
     shut({});
     try {
         open();
     } catch (const std::system_error& refused) {
+        if (device_) { // its coming and going is reported, and each report asks for another try
+            constexpr std::chrono::milliseconds rest{500};
+            tryAgainAt_ = std::chrono::steady_clock::now() + rest;
+        }
         shut(name_ + ": " + refused.what());
     }
     return isOpen();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
@@ -86,6 +87,7 @@ class TapPort final : public LivePort {
     FrameBurst burst_;
     LiveCounts counts_;
     std::string problem_;
+    std::chrono::steady_clock::time_point tryAgainAt_;
 };
 
 } // namespace OvixAgent

@@ -107,6 +107,19 @@ TEST_F(TapPortTest, ReopenCreatesADeletedDeviceAgain) {
     EXPECT_EQ(receiveUpTo(stack, broadcast), std::vector<Bytes>{broadcast});
 }
 
+TEST_F(TapPortTest, ADeviceThatCannotBeAsItIsToBeIsNotMadeAgainAtOnce) {
+    const auto indexOfNext = [] {
+        const TapPort next(3, "next");
+        return if_nametoindex("next");
+    };
+    TapPort tap(3, "cpu", TapPort::Likeness{{}, 1500}); // no station has that MAC
+    ASSERT_FALSE(tap.isOpen());
+    const unsigned int before = indexOfNext();
+    EXPECT_FALSE(tap.reopen());
+    EXPECT_EQ(indexOfNext(), before + 1);
+    EXPECT_NE(tap.problem(), "");
+}
+
 TEST_F(TapPortTest, StaysOpenWhileTheDeviceIsDown) {
     TapPort tap(3, "cpu");
     ip("link set cpu down");
