@@ -74,7 +74,7 @@ class Show(SharedTablesTest):
             "name": "west", "kind": None, "state": "up", "problem": None,
             "mac": "02:00:00:00:00:01", "mtu": 1500, "vrf": "default",
             "addresses": ["10.0.1.1/24", "2001:db8:1::1/64"], "parent": None, "vlans": [],
-            "mpls": True, "received": None, "receivedBytes": None, "ring": None,
+            "mpls": True, "received": None, "receivedBytes": None, "perSecond": None, "ring": None,
             "queues": [], "sent": {"frames": 0, "bytes": 0}})
         self.assertEqual((ports["east.7"]["parent"], ports["east.7"]["vlans"]), ("east", [7, 8]))
         self.assertRegex(self.shown("port", "show"), r"red1 +- +up +02:00:00:00:00:03 +1500 +red ")

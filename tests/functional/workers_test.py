@@ -89,6 +89,11 @@ class Workers(LiveTest):
         shown = subprocess.run([CTL, "--control", str(self.path), "port", "show"], check=True,
                                capture_output=True, text=True).stdout
         self.assertRegex(shown, r"(?m)^  worker 0 +- +\d+ %")
+        rates = lambda: [part["perSecond"] for port in self.counters("port", "show")["ports"]
+                         if port["name"] == "west" for part in (port, *port["queues"])]
+        self.assertGreater(rates()[0], 0)
+        self.assertGreater(max(rates()[1:]), 0)
+        self.until(lambda: not any(rates()))
         self.stop(process)
 
     def test_an_xdp_port_has_a_queue_of_its_interface_for_each_worker(self):

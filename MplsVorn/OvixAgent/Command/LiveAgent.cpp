@@ -12,6 +12,7 @@
 #include "Command/Run.h"
 #include "FastPath/FastPath.h"
 #include "Live/LiveRun.h"
+#include "Live/ports/PortRates.h"
 #include "Ovix/trace/Trace.h"
 #include "Web/WebServer.h"
 
@@ -70,6 +71,7 @@ class LiveAgent {
                      collectAtTimes();
                      watchTables(*state_, *log_);
                      history_.tick();
+                     noteRates();
                      trace_.timeIs(LiveTrace::Clock::now());
                  },
                  &service_, [this] { return statusLine(); }})
@@ -100,6 +102,14 @@ class LiveAgent {
         if (workers_ && now - collectedAt_ >= every) {
             collectedAt_ = now;
             workers_->collect();
+        }
+    }
+
+    void noteRates() {
+        const auto now = PortRates::Clock::now();
+        if (rates_.isDue(now)) {
+            const ForwardingGate::Closed closed(tables_.gate);
+            rates_.tick(now);
         }
     }
 
@@ -140,6 +150,7 @@ class LiveAgent {
 
     LiveState liveStateOf(PortIndex index) {
         const ForwardingGate::Closed closed(tables_.gate);
+        const auto now = PortRates::Clock::now();
         const LivePort& port = ports_.port(index);
         const PortDown down = links_.downBecause(index);
         LiveState state{port.isOpen(),
@@ -147,14 +158,16 @@ class LiveAgent {
                             ? port.problem()
                             : std::string(Tessel::wordOf(down)),
                         {ports_.count(index, LiveEvent::received), ports_.receivedBytes(index)},
+                        rates_.ofPort(index, now),
                         ports_.count(index, LiveEvent::ringFull),
                         port.ringFrames(),
                         {}};
         for (LivePort* const queue : ports_.queuesOf(index)) {
             const LiveCounts& counts = queue->counts();
             state.ringFrames += queue->ringFrames();
-            state.queues.push_back(
-                {counts.of(LiveEvent::received), counts.of(LiveEvent::ringFull)});
+            state.queues.push_back({counts.of(LiveEvent::received),
+                                    rates_.ofQueue(index, state.queues.size(), now),
+                                    counts.of(LiveEvent::ringFull)});
         }
         return state;
     }
@@ -169,6 +182,7 @@ class LiveAgent {
     Forwarder forwarder_;
     FastPath fastPath_;
     FateHistory history_{forwarder_};
+    PortRates rates_{ports_, tables_.ports.ports().size()};
     LiveTrace trace_{tables_.ports};
     LinkSync links_;
     std::optional<Workers> workers_; ///< set when there are any

@@ -1,5 +1,6 @@
 #include "Listing/Listings.h"
 
+#include <cmath>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 #include <utility>
@@ -40,10 +41,16 @@ Json vlansOf(const Port& port) {
     return list;
 }
 
+double inTenths(double value) {
+    return std::round(value * 10) / 10;
+}
+
 Json queuesJson(const LiveState& state) {
     Json all = Json::array();
     for (const LiveState::Queue& queue : state.queues) {
-        all.push_back({{"received", queue.received}, {"drops", queue.ringDrops}});
+        all.push_back({{"received", queue.received},
+                       {"perSecond", inTenths(queue.perSecond)},
+                       {"drops", queue.ringDrops}});
     }
     return all;
 }
@@ -68,6 +75,7 @@ Json portJson(const PortTable& ports, PortIndex index, const LiveStateOf& live) 
                 {"mpls", port.mpls},
                 {"received", isCounted ? Json(state.received.frames) : Json(nullptr)},
                 {"receivedBytes", isCounted ? Json(state.received.bytes) : Json(nullptr)},
+                {"perSecond", isCounted ? Json(inTenths(state.perSecond)) : Json(nullptr)},
                 {"ring", isCounted ? Json{{"frames", state.ringFrames}, {"drops", state.ringDrops}}
                                    : Json(nullptr)},
                 {"queues", isCounted ? queuesJson(state) : Json::array()},

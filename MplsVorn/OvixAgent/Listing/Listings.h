@@ -23,11 +23,13 @@ struct LiveState {
     bool isOpen = true;
     std::string problem; ///< why it is not open, or down
     Traffic received;
+    double perSecond = 0;        ///< frames received, of late
     std::uint64_t ringDrops = 0; ///< frames for which there was no room
     std::size_t ringFrames = 0;  ///< that there is room for; 0: not known
     /// What came to a worker's queue of the port.
     struct Queue {
         std::uint64_t received = 0;
+        double perSecond = 0;
         std::uint64_t ringDrops = 0;
     };
     std::vector<Queue> queues; ///< by worker; none without workers
@@ -36,10 +38,10 @@ struct LiveState {
 using LiveStateOf = std::function<LiveState(PortIndex)>;
 
 /// {"name", "kind", "state", "problem", "mac", "mtu", "vrf", "addresses", "parent", "vlans",
-///  "mpls", "received", "receivedBytes", "ring": {"frames", "drops"}, "queues": [{"received",
-///  "drops"}], "sent": {"frames", "bytes"}}; the queues are those of workers.
-/// "kind", "received", "receivedBytes" and "ring" are null in a run on captures, the last three for
-/// sub-interfaces, whose parents have theirs, too.
+///  "mpls", "received", "receivedBytes", "perSecond", "ring": {"frames", "drops"}, "queues":
+///  [{"received", "perSecond", "drops"}], "sent": {"frames", "bytes"}}; the queues are those of
+/// workers. "kind", "received", "receivedBytes", "perSecond" and "ring" are null in a run on
+/// captures, the last four for sub-interfaces, whose parents have theirs, too.
 Listing portListing(const ForwardingTables& tables, LiveStateOf live);
 
 /// {"address", "port", "mac", "configured"}. One that is there all the time may come twice when

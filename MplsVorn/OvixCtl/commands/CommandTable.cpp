@@ -382,11 +382,11 @@ JSON: a text on each line)",
      {},
      R"(A port that is waiting has no interface, or none that can be used; up and down is its link; why stands
 behind it: no carrier, disabled, down by the configuration, its parent is down. With workers there is a
-line for each one's queue, with its share of the port's frames.
+line for each one's queue, with its share of the port's frames. Rates are those of received frames.
 JSON: {"ports": [{"name", "kind", "state", "problem", "mac", "mtu", "vrf", "addresses", "parent",
-                  "vlans", "mpls", "received", "receivedBytes", "ring": {"frames", "drops"},
-                  "queues": [{"received", "drops"}], "sent": {"frames", "bytes"}}]}
-  kind and received are null in a run on captures, received also of a VLAN sub-interface)"},
+                  "vlans", "mpls", "received", "receivedBytes", "perSecond", "ring": {"frames", "drops"},
+                  "queues": [{"received", "perSecond", "drops"}], "sent": {"frames", "bytes"}}]}
+  kind, received and perSecond are null in a run on captures, the others also of a VLAN sub-interface)"},
     {"neighbour",
      "show",
      "Show neighbours whose MAC address is known",

@@ -23,7 +23,8 @@ void addQueues(Rows& rows, const Json& port) {
         rows.push_back(
             {fmt::format("  worker {}", worker++), "",
              fmt::format("{:.0f} %{}", share, drops > 0 ? fmt::format(", {} dropped", drops) : ""),
-             "", "", "", "", cellOf(queue.at("received")), "", "", ""});
+             "", "", "", "", cellOf(queue.at("received")), cellOf(queue.at("perSecond")), "", "",
+             ""});
     }
 }
 
@@ -42,8 +43,9 @@ Tessel::Result<int> showPorts(const Request& request) {
                         cellOf(port.at("state")) + (problem.empty() ? "" : " (" + problem + ")"),
                         cellOf(port.at("mac")), cellOf(port.at("mtu")), cellOf(port.at("vrf")),
                         parent.empty() ? "" : parent + " " + cellOfList(port.at("vlans")),
-                        cellOf(port.at("received")), cellOf(port.at("sent").at("frames")),
-                        cellOf(port.at("sent").at("bytes")), cellOfList(port.at("addresses"))});
+                        cellOf(port.at("received")), cellOf(port.at("perSecond")),
+                        cellOf(port.at("sent").at("frames")), cellOf(port.at("sent").at("bytes")),
+                        cellOfList(port.at("addresses"))});
         addQueues(rows, port);
     }
     using enum TextTable::Align;
@@ -56,6 +58,7 @@ Tessel::Result<int> showPorts(const Request& request) {
                         {"VRF", left},
                         {"VLAN", left},
                         {"Received", right},
+                        {"A second", right},
                         {"Sent", right},
                         {"Bytes", right},
                         {"Addresses", left}},
