@@ -34,6 +34,8 @@ class LiveAgent {
         tables_.drops = &answers_;
         fastPath_.isOnIs(options.fastPath);
         fastPath_.traceIs(trace_);
+        forwarder_.settledIs(
+            [this](const Fate& fate, const Frame& frame) { trace_.settled(frame, fate); });
         traceAllIf(options.trace, trace_);
         fastPath_.checkEveryIs(options.checkEvery,
                                [this](const std::string& text) { (*log_)("fast path", text); });

@@ -37,7 +37,10 @@ Forwarder::Forwarder(const Ptr<Ovix::PluginManager>& manager, ForwardingTables& 
       ipv4Handler_(Tessel::make<IpRoutingHandler>(Ovix::PktHdrType::ipv4, tables.ports)),
       ipv6Handler_(Tessel::make<IpRoutingHandler>(Ovix::PktHdrType::ipv6, tables.ports)),
       sender_(manager, EgressLookup(tables),
-              [this](const Fate& fate, const Frame& frame) { count(fate, frame); }),
+              [this](const Fate& fate, const Frame& frame) {
+                  count(fate, frame);
+                  settled_(fate, frame);
+              }),
       inputSteps_(manager->genericPipelineSteps()), packets_(Lumo::globalPktManager()),
       tables_(&tables), cpu_(&cpu) {
     registerPorts(*manager->ports(), tables.ports, cpu, current_);

@@ -27,6 +27,9 @@ class Forwarder {
     /// end of time it drops all that are left.
     void settleWaiting(Sender::Clock::time_point now) { sender_.settleWaiting(now); }
 
+    /// Is called with the fate of each packet that has waited, and its frame.
+    void settledIs(Sender::Settled listener) { settled_ = std::move(listener); }
+
     /// Neighbours that packets wait for.
     std::size_t wantedNeighbours() const noexcept { return sender_.wantedNeighbours(); }
 
@@ -86,6 +89,7 @@ class Forwarder {
     Ptr<Ovix::RoutingHandler> ipv4Handler_;
     Ptr<Ovix::RoutingHandler> ipv6Handler_;
     Sender sender_;
+    Sender::Settled settled_ = [](const Fate&, const Frame&) {};
     InputSteps inputSteps_;
     Ptr<Lumo::PktManager> packets_;
     ForwardingTables* tables_;

@@ -35,6 +35,7 @@ void LiveTrace::start(TraceFilter filter, Clock::time_point now) {
     isOn_ = true;
     frames_ = 0;
     kinds_.clear();
+    waiting_.clear();
     lines_.clear();
     ++changes_;
     Tessel::Changes::notice();
@@ -67,7 +68,7 @@ bool LiveTrace::isFollowed(const Frame& frame) const {
 
 void LiveTrace::follow(const Frame& frame, std::uint64_t number,
                        const std::function<void()>& process, const std::function<Fate()>& fate) {
-    if (!isOn_ || !filter_.matches(frame, *ports_)) {
+    if (!isOn_ || frames_ >= filter_.limit || !filter_.matches(frame, *ports_)) {
         process();
         return;
     }
@@ -87,17 +88,19 @@ void LiveTrace::follow(const Frame& frame, std::uint64_t number,
         begin(frame, number);
         addFirst(frame, became);
     }
-    finish();
+    finish(frame);
 }
 
 void LiveTrace::begin(const Frame& frame, std::uint64_t number) {
     head_ = fmt::format("frame {} {}", number, ports_->ports()[frame.port].name);
     table_ = noTable;
     steps_.clear();
+    waits_ = false;
 }
 
 /// "frame 17 west transit choice: via 0, vias 2".
 void LiveTrace::note(const Ovix::RoadNote& note) {
+    waits_ = waits_ || note.step == "waits";
     if (const std::string* const table = note.value("table")) {
         table_ = *table;
     }
@@ -136,12 +139,38 @@ void LiveTrace::addFirst(const Frame& frame, const Fate& fate) {
     }
 }
 
-void LiveTrace::finish() {
+void LiveTrace::finish(const Frame& frame) {
+    if (waits_ && waiting_.size() < mostWaiting) {
+        waiting_.push_back(Waiting::of(frame, fmt::format("{} {}", head_, table_)));
+    }
     for (std::string& line : steps_) {
         keep(std::move(line));
     }
     steps_.clear();
-    if (++frames_ >= filter_.limit) {
+    ++frames_;
+    stopIfComplete();
+}
+
+void LiveTrace::settled(const Frame& frame, const Fate& fate) {
+    const auto found = std::find_if(waiting_.begin(), waiting_.end(),
+                                    [&](const Waiting& waiting) { return waiting.isOf(frame); });
+    if (found == waiting_.end()) {
+        return;
+    }
+    std::string line = fmt::format("{} settled: {}{}{}", found->head, Tessel::wordOf(fate.kind),
+                                   fate.reason.empty() ? "" : ", reason ", fate.reason);
+    waiting_.erase(found);
+    if (writer_) {
+        writer_(line);
+    } else {
+        keep(std::move(line));
+    }
+    stopIfComplete();
+}
+
+/// The last frames asked for may still wait.
+void LiveTrace::stopIfComplete() {
+    if (frames_ >= filter_.limit && waiting_.empty()) {
         stop();
     }
 }

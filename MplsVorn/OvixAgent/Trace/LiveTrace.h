@@ -55,6 +55,10 @@ class LiveTrace {
     void follow(const Frame& frame, std::uint64_t number, const std::function<void()>& process,
                 const std::function<Fate()>& fate);
 
+    /// What has become of the packet of a frame that has waited for its neighbour: one more line,
+    /// if the frame was traced.
+    void settled(const Frame& frame, const Fate& fate);
+
     /// Lines without ends. The oldest are left out when they are too many.
     const std::deque<std::string>& lines() const noexcept { return lines_; }
     /// The number of the line behind the last, from 0 when the process started.
@@ -68,6 +72,20 @@ class LiveTrace {
         bool operator==(const Kind&) const = default;
     };
     static constexpr std::size_t mostKinds = 64;
+    /// A frame that was traced, whose packet waits for its neighbour.
+    struct Waiting {
+        CaptureTime time;
+        PortIndex port;
+        std::uint32_t size;
+        std::string head; ///< of its line
+        static Waiting of(const Frame& frame, std::string head) {
+            return {frame.time, frame.port, frame.originalLength, std::move(head)};
+        }
+        bool isOf(const Frame& frame) const noexcept {
+            return time == frame.time && port == frame.port && size == frame.originalLength;
+        }
+    };
+    static constexpr std::size_t mostWaiting = 256;
     static Kind kindOf(const Frame& frame) noexcept;
 
     bool isFollowed(const Frame& frame) const;
@@ -76,7 +94,8 @@ class LiveTrace {
     bool isForReason(const Fate& fate) const noexcept;
     /// The first frame of its kind: nothing but its fate is known.
     void addFirst(const Frame& frame, const Fate& fate);
-    void finish();
+    void finish(const Frame& frame);
+    void stopIfComplete();
     void add(std::string_view step, std::string_view text);
     void keep(std::string line);
 
@@ -93,6 +112,8 @@ class LiveTrace {
     std::string head_;  ///< its number and port
     std::string table_; ///< that was asked last
     std::vector<std::string> steps_;
+    bool waits_ = false;
+    std::deque<Waiting> waiting_;
     std::function<void(std::string_view)> writer_; ///< empty: lines are kept
 };
 
