@@ -23,14 +23,17 @@ struct Options {
     std::chrono::seconds time = std::chrono::hours(24);
     std::uint64_t seed = 1;
     bool byWorkers = false;
+    bool areBusy = false;
     Differential::Fault fault = Differential::Fault::none;
 };
 
 constexpr const char* usage =
-    "usage: differential [--seconds N] [--scripts N] [--seed N] [--road fast|workers]\n"
+    "usage: differential [--seconds N] [--scripts N] [--seed N] [--road fast|workers|threads]\n"
     "                    [--fault byte|time|label|reason]\n"
     "Runs scripts with the numbers from the seed on until the time is over or all are done. Exits\n"
-    "with 1 when the roads differ. A fault is one that the harness makes, to see it found.\n";
+    "with 1 when the roads differ. By threads is by a worker while another one forwards at the "
+    "same\n"
+    "time. A fault is one that the harness makes, to see it found.\n";
 
 bool takeOption(Options& options, std::string_view name, const char* value) {
     if (name == "--fault") {
@@ -39,7 +42,8 @@ bool takeOption(Options& options, std::string_view name, const char* value) {
         return fault.has_value();
     }
     if (name == "--road") {
-        options.byWorkers = std::string_view(value) == "workers";
+        options.areBusy = std::string_view(value) == "threads";
+        options.byWorkers = options.areBusy || std::string_view(value) == "workers";
         return options.byWorkers || std::string_view(value) == "fast";
     }
     char* end = nullptr;
@@ -93,6 +97,7 @@ int run(const Options& options) {
         currentSeed = options.seed + done++;
         Differential::Script script = Differential::makeScript(currentSeed);
         script.byWorker = options.byWorkers;
+        script.isBusy = options.areBusy;
         if (Differential::firstDifference(script, options.fault, &coverage)) {
             ++differences;
             fmt::print("script {} differs\n", currentSeed);

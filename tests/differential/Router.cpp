@@ -218,6 +218,9 @@ Router::Router(const Script& script, Road road, Fault fault)
         if (script.byWorker) {
             worker_.emplace(*fastPath_, forwarder_, tables_);
         }
+        if (script.isBusy) {
+            busy_.emplace(fastPath_->shared(), script);
+        }
     }
     // Where packets wait, which live runs alone have them do, there is no frame that one is of.
     loopback_.emplace(ports_->loopback, script.isLive ? none_
@@ -244,7 +247,10 @@ std::vector<ScriptFrame> Router::takeAnswers() {
     return frames;
 }
 
+// As the agent does, the gate is closed for what workers share and changes do not close it for.
+
 void Router::configure(std::size_t config) {
+    const OvixAgent::ForwardingGate::Closed closed(tables_.gate);
     tables_.configure(script_->configs[config]);
     if (answers_) {
         answers_->configure(script_->configs[config]);
@@ -259,6 +265,7 @@ void Router::mplsRoutingIs(bool on) {
 }
 
 void Router::portUpIs(OvixAgent::PortIndex port, bool up) {
+    const OvixAgent::ForwardingGate::Closed closed(tables_.gate);
     tables_.ports.upIs(port, up);
     state_->interfaces()->intfStatusIs(tables_.ports.ports()[port].intfId, up);
 }
@@ -292,6 +299,7 @@ void Router::fastPathIs(bool on) {
 
 void Router::refresh() {
     state_->tables().refresh();
+    const OvixAgent::ForwardingGate::Closed closed(tables_.gate);
     ipRoutes_.refresh();
 }
 

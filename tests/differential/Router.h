@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Answers/CpuAnswers.h"
+#include "BusyWorker.h"
 #include "Capture/CapturedLoopback.h"
 #include "FastPath/FastPath.h"
 #include "Ip/SharedIpRoutes.h"
@@ -93,6 +94,7 @@ class Router {
     bool isTraced_ = false;
     std::optional<OvixAgent::FastPath> fastPath_; ///< unset on the road of the definition
     std::optional<WorkerRoad> worker_;            ///< set when it forwards
+    std::optional<BusyWorker> busy_;              ///< set when one forwards beside it
     std::optional<OvixAgent::CapturedLoopback> loopback_;
 };
 

@@ -59,6 +59,7 @@ struct Script {
     std::vector<OvixAgent::AgentConfig> configs;
     bool isLive = false;   ///< every port routes IP, neighbours are solicited
     bool byWorker = false; ///< goes by a worker where it goes fast
+    bool isBusy = false;   ///< beside another worker, in a thread of its own
     bool anyMac = false;
     bool isAnswered = false;    ///< what is punted or not delivered, see Router::takeAnswers()
     bool reusesRecords = false; ///< at once, in the tables' memory; otherwise never
