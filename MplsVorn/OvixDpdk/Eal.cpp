@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdio>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <pthread.h>
@@ -9,8 +11,10 @@
 #include <rte_errno.h>
 #include <rte_log.h>
 #include <sched.h>
+#include <unistd.h>
 
 #include "Live/ports/Card.h"
+#include "Posix/FileDescriptor.h"
 
 namespace OvixDpdk {
 
@@ -36,6 +40,31 @@ class KeptThread {
   private:
     cpu_set_t processors_{};
     sigset_t signals_{};
+};
+
+/// DPDK prints its usage to standard output when it refuses an argument, where a program that reads
+/// this one's results does not expect it.
+class QuietOutput {
+  public:
+    QuietOutput() : nowhere_(open("/dev/null", O_WRONLY | O_CLOEXEC)) {
+        std::fflush(stdout);
+        kept_ = Posix::FileDescriptor(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0));
+        if (kept_.isOpen() && nowhere_.isOpen()) {
+            dup2(nowhere_.value(), STDOUT_FILENO);
+        }
+    }
+    QuietOutput(const QuietOutput&) = delete;
+    QuietOutput& operator=(const QuietOutput&) = delete;
+    ~QuietOutput() {
+        std::fflush(stdout);
+        if (kept_.isOpen()) {
+            dup2(kept_.value(), STDOUT_FILENO);
+        }
+    }
+
+  private:
+    Posix::FileDescriptor nowhere_;
+    Posix::FileDescriptor kept_;
 };
 
 bool hasFreeHugepages() {
@@ -83,10 +112,13 @@ void startEal(const std::vector<std::string>& more) {
     }
     argv.push_back(nullptr);
     const KeptThread kept;
+    const QuietOutput quiet;
     if (rte_eal_init(static_cast<int>(words.size()), argv.data()) < 0) {
-        throw OvixAgent::CardError(
-            std::string("dpdk: eal: the environment does not start: ") + rte_strerror(rte_errno) +
-            "; its own messages are above, and --no-huge does without hugepages");
+        throw OvixAgent::CardError(std::string("dpdk: eal: the environment does not start: ") +
+                                   rte_strerror(rte_errno) +
+                                   "; its own messages are above. --no-huge does without "
+                                   "hugepages, and -m MEGABYTES takes "
+                                   "that much memory");
     }
     isStarted = true;
 }

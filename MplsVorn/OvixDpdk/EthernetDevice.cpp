@@ -69,10 +69,11 @@ std::uint16_t probe(const std::string& device) {
     }
     checkPciDevice(device);
     if (const int error = rte_dev_probe(device.c_str()); error != 0) {
+        constexpr int unspecific = -1; // of drivers, and no EPERM
         fail(device,
-             "cannot be opened, DPDK knows it as a PCI address or as a driver's name, such "
-             "as net_af_packet0,iface=eth0",
-             error);
+             "cannot be opened (why, its driver has said above, if it has). DPDK knows devices by "
+             "PCI addresses and by drivers' names, such as net_af_packet0,iface=eth0",
+             error == unspecific ? 0 : error);
     }
     if (rte_eth_dev_get_port_by_name(name.c_str(), &port) != 0) {
         fail(device, "is no Ethernet device");
@@ -250,6 +251,8 @@ int EthernetDevice::setUpQueues() {
 }
 
 EthernetDevice::~EthernetDevice() {
+    rte_eth_promiscuous_disable(port_); // an interface beneath it stays
+    rte_eth_allmulticast_disable(port_);
     rte_eth_dev_stop(port_);
     rte_eth_dev_close(port_);
     rings_.clear(); // the frames in them go back to the pools

@@ -57,6 +57,9 @@ class Dpdk(LiveTest):
         self.assertGreater(shown["west"]["receivedBytes"], 50 * 64)
         result = self.stop(process)
         self.assertGreaterEqual(result["forwarded"]["ports"]["east"]["frames"], 70)
+        wire = subprocess.run(["ip", "-n", self.router, "-j", "-d", "link", "show", "westw"], check=True,
+                              capture_output=True, text=True).stdout
+        self.assertEqual(json.loads(wire)[0]["promiscuity"], 0)
 
     def test_captures_leave_byte_for_byte_as_without_dpdk(self):
         west, east = "02:70:63:61:70:00", "02:70:63:61:70:01"  # as the capture driver numbers its devices
@@ -147,11 +150,12 @@ for size in {sizes}:
     def test_a_device_that_does_not_exist_is_refused_with_its_port_and_what_helps(self):
         for device, refused in (("net_nothing0", "cannot be opened"),
                              ("0000:ff:1f.0", "there is no such PCI device; dpdk-devbind.py --status"),
-                             ("net_null0,size=none", "cannot be")):
+                             ("net_null0,size=none", "cannot be"), ("net_af_packet0,iface=none9", "cannot be opened")):
             done = self.run_briefly(f"{{name: west9, kind: dpdk, device: '{device}', addresses: [10.0.9.1/24]}}")
             self.assertEqual(done.returncode, 2, done.stderr)
             self.assertIn("port west9: device " + device, done.stderr)
             self.assertIn(refused, done.stderr)
+            self.assertNotIn("not permitted", done.stderr)
 
     def test_an_mtu_that_the_device_does_not_take_is_refused_with_both(self):
         done = self.run_briefly("{name: west9, kind: dpdk, device: net_tap9, mtu: 9000}")
@@ -169,6 +173,7 @@ for size in {sizes}:
         done = subprocess.run([agent.AGENT, "run", str(config), "--live"], capture_output=True, text=True, check=False)
         self.assertEqual(done.returncode, 2, done.stderr)
         self.assertIn("dpdk: eal: the environment does not start", done.stderr)
+        self.assertEqual(done.stdout, "")
 
 
 @unittest.skipUnless(MODULE.exists(), "needs the module for DPDK, which was not built")
