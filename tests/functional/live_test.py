@@ -159,9 +159,9 @@ print(len(stream), hashlib.sha256(stream).hexdigest())""").communicate(timeout=D
         self.assertEqual(self.datagrams(20), 20)
         self.stop(process)
 
-    def test_ports_that_cannot_be_opened_are_told_of(self):
+    def test_ports_that_cannot_be_opened_are_reported_without_failing_the_run(self):
         absent = self.run_briefly("{name: west, kind: packet}, {name: nowhere, kind: packet}")
-        self.assertEqual(absent.returncode, 1)
+        self.assertEqual(absent.returncode, 0)
         problem = "nowhere: finding the interface: No such device"
         self.assertIn(f"ovix-agent: {problem}\n", absent.stderr)
         self.assertEqual(json.loads(absent.stdout)["problems"], [problem])

@@ -82,9 +82,7 @@ class LiveAgent {
         for (const NamedCounter& counter : counters()) {
             summary.counters.push_back(counter);
         }
-        for (const std::string& problem : ports_.problems()) {
-            summary.problems.push_back(problem);
-        }
+        summary.closedPorts = ports_.problems();
         return summary;
     }
 

@@ -118,8 +118,10 @@ void print(const RunOptions& options, const Summary& summary) {
 } // namespace
 
 int report(const RunOptions& options, const Summary& summary, OvixLog::Log& log) {
-    for (const std::string& problem : summary.problems) {
-        log({}, problem);
+    for (const auto* const list : {&summary.problems, &summary.closedPorts}) {
+        for (const std::string& problem : *list) {
+            log({}, problem);
+        }
     }
     log.drain();
     print(options, summary);

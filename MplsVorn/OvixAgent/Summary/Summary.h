@@ -84,6 +84,8 @@ struct Summary {
     std::vector<NamedCounter> counters;
     TablesState tables;
     std::vector<std::string> problems; ///< inputs that ended early, differences that checks found
+    /// Why ports are not open at the end of a live run, which it has not failed for.
+    std::vector<std::string> closedPorts;
     int stopSignal = 0;                ///< which signal has ended a run on captures; 0: none
 
     Traffic forwardedTotal() const;

@@ -100,6 +100,9 @@ std::string summaryJson(const Summary& summary) {
     json["counters"] = countersJson(summary.counters);
     json["tables"] = tablesJson(summary.tables);
     json["problems"] = summary.problems;
+    for (const std::string& closed : summary.closedPorts) {
+        json["problems"].push_back(closed);
+    }
     return dumped(json, 2);
 }
 

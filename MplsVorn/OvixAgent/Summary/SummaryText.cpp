@@ -111,8 +111,10 @@ std::string summaryTable(const Summary& summary) {
         }
     }
     std::string text = table.text();
-    for (const std::string& problem : summary.problems) {
-        text += fmt::format("\n{}\n", problem);
+    for (const auto* const list : {&summary.problems, &summary.closedPorts}) {
+        for (const std::string& problem : *list) {
+            text += fmt::format("\n{}\n", problem);
+        }
     }
     if (!summary.isBalanced()) {
         text += fmt::format("\nNOT BALANCED: {} frames in and {} copies, {} accounted for\n",
