@@ -1,5 +1,6 @@
 #include "Recorder/FrameRecorder.h"
 
+#include <algorithm>
 #include <cassert>
 
 #include "Tessel/TypeName.h"
@@ -161,7 +162,20 @@ void FrameRecorder::Log::absorbCounts(const Log& other, std::uint64_t taken) {
     for (std::size_t i = 0; i < other.kept(); ++i) { // which are counted here as they are copied
         byPort_[other.keptAt(i).port] -= 1;
     }
-    for (const Labels::Entry& entry : other.topLabels(other.second_)) {
+    Labels gone = other.labels_; // of frames that are not copied, without those that are
+    const auto isCopied = [&gone](const RecordedFrame& frame) {
+        if (const auto label = topLabel(frame.bytes())) {
+            gone.remove(*label);
+        }
+    };
+    if (other.wrapped_ > 0) {
+        std::for_each<const RecordedFrame*>(other.next_, other.last_.data() + framesOfReason,
+                                            isCopied);
+    }
+    if (other.seen() > framesOfReason) {
+        isCopied(other.first_);
+    }
+    for (const Labels::Entry& entry : gone.top(~std::size_t{0}, other.second_)) {
         labels_.add(entry.key, static_cast<std::uint32_t>(entry.count), other.second_);
     }
 }

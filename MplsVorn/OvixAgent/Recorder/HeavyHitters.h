@@ -44,6 +44,17 @@ class HeavyHitters {
         count(*least, times);
     }
 
+    /// Takes back one of those of the key, if it is kept.
+    void remove(const Key& key) noexcept {
+        for (Entry& entry : sets_[Hash()(key) % sets_.size()]) {
+            if (entry.count > 0 && entry.key == key) {
+                --entry.count;
+                entry.current -= entry.current > 0 ? 1 : 0;
+                entry.weight -= entry.weight > 0 ? 1 : 0;
+            }
+        }
+    }
+
     /// What came most often of late first; their seconds are those at `second`.
     std::vector<Entry> top(std::size_t most, std::int64_t second) const {
         HeavyHitters aged = *this;

@@ -158,6 +158,24 @@ TEST_F(FrameRecorderTest, NothingIsRecordedWhilePaused) {
     EXPECT_EQ(labelsKept(), (std::vector<std::uint32_t>{101}));
 }
 
+TEST_F(FrameRecorderTest, TakesOverEachFramesLabelOnce) {
+    const Bytes frame = join({eth(ethMpls), stack({{7}}), ipv4({}, udp())});
+    std::uint64_t all = 0;
+    for (const std::uint64_t frames : {3U, 60U, 64U, 65U, 200U}) {
+        FrameRecorder other;
+        FrameRecorder::Log& theirs = other.logOf(drop("no reason"), 1);
+        for (std::uint64_t i = 0; i < frames; ++i) {
+            other.record(theirs, Frame{4, {5, 6}, frame, 99}, {});
+        }
+        recorder.absorb(other);
+        all += frames;
+        const auto labels = recorder.logOf(drop("no reason"), 1).topLabels(5);
+        ASSERT_EQ(labels.size(), 1U);
+        EXPECT_EQ(labels.front().count, all);
+        EXPECT_EQ(labels.front().current, all);
+    }
+}
+
 TEST_F(FrameRecorderTest, TakesOverWhatAnotherHasRecordedWhichStartsOver) {
     FrameRecorder other;
     FrameRecorder::Log& theirs = other.logOf(drop("no reason"), 1);
