@@ -1,14 +1,16 @@
 """What a router on live ports answers: errors with the label stack, unreachables, LSP pings."""
 
+import json
 import pathlib
 import socket
 import struct
+import subprocess
 import unittest
 
 import agent
 import frames as f
 from live import LiveTest, ip
-from running_agent import ask
+from running_agent import CTL, ask
 
 
 class LiveAnswers(LiveTest):
@@ -17,6 +19,22 @@ class LiveAnswers(LiveTest):
         self.assertEqual(self.datagrams(3), 3)
         result = self.stop(process)
         self.assertEqual(result["dropped"]["reasons"], {})
+
+    def test_a_bundle_leaves_out_what_the_router_has_made_itself(self):
+        process = self.start()
+        self.learn_neighbours()
+        frame = f.eth(self.router_mac("west"), "02:00:00:00:00:09", f.ETH_IPV4,
+                      f.udp_packet("10.0.1.77", "10.0.2.2", ttl=1))  # nobody has that address
+        self.host(self.west, f"""
+import socket
+s = socket.socket(socket.AF_PACKET, socket.SOCK_RAW); s.bind(("eth0", 0)); s.send(bytes.fromhex("{frame.hex()}"))""")
+        self.until(lambda: ask(self.path, "fates")["dropped"]["reasons"].get(
+            "No neighbour for the next hop") == 1)
+        bundle = self.directory / "own.bundle"
+        written = subprocess.run([CTL, "--control", str(self.path), "bundle", str(bundle), "--json"], check=True,
+                                 capture_output=True).stdout
+        self.assertEqual(json.loads(written)["frames"], len(json.loads(bundle.read_bytes().split(b"\n")[1])["frames"]))
+        self.stop(process)
 
     def test_a_flood_to_nobody_keeps_no_neighbour_from_being_resolved(self):
         count = 20

@@ -16,14 +16,15 @@ namespace {
 
 using OvixAgent::Bundle;
 
-/// The frames that the agent has kept, where it keeps any.
+/// The frames that the agent has kept, where it keeps any. Those that it has made itself have come
+/// in at no port.
 void takeRecorded(const Request& request, Bundle& bundle) {
     const Tessel::Result<Json> recorded = answerOf(request, "recorded-frames");
     if (!recorded || !recorded.value().contains("recorded-frames")) {
         return;
     }
     for (const Json& each : recorded.value()["recorded-frames"]) {
-        const auto port = portNamed(bundle.situation.config, each.value("port", ""));
+        const auto port = portNamed(bundle.situation.config, cellOf(each.value("port", Json())));
         auto frame = OvixAgent::readFrame(each.value("bytes", ""), port, {});
         if (port != OvixAgent::noPort && frame) {
             const auto length = each.value("length", frame.value().originalLength);
