@@ -69,6 +69,7 @@ class Dpdk(LiveTest):
                 for ttl in (64, 2, 255)]
         sent += [f.eth(west, "02:00:00:00:00:98", 0x8847, f.stack(label) + packet)
                  for label in (100, 101, 3)]
+        sent.append(f.eth("02:00:00:00:00:77", "02:00:00:00:00:98", 0x8847, f.stack(100) + packet))  # for somebody else
         f.write_pcap(given, sent)
         devices = {"west": f"net_pcap0,rx_pcap={given},tx_pcap={self.directory}/back.pcap",
                    "east": f"net_pcap1,tx_pcap={self.directory}/dpdk.pcap"}
@@ -90,7 +91,8 @@ class Dpdk(LiveTest):
         self.addCleanup(process.kill)
         self.until(lambda: self.is_forwarding() and ask(self.path, "status")["frames"]["in"] >= len(sent))
         result = self.stop(process)
-        for fate in ("dropped", "punted"):
+        self.assertEqual(result["handedOn"]["reasons"], {"For another station": 1})
+        for fate in ("dropped", "punted", "handedOn"):
             self.assertEqual(result[fate]["reasons"], json.loads(plain.stdout)[fate]["reasons"])
         # The host's own packets (IPv6 neighbour discovery) leave by the device, too.
         labelled = [frame for _, frame, _ in f.read_pcap(self.directory / "dpdk.pcap") if frame[12:14] == b"\x88\x47"]

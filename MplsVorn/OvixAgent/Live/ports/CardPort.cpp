@@ -170,6 +170,7 @@ std::size_t CardPort::sort(std::span<WritableFrame> came) {
         frame.time = time;
         const Taker taker = takerOf({frame.bytes, frame.size}, intake, routesIp);
         if (taker.host) {
+            counts_.add(LiveEvent::forHost);
             host_->transmit(frame.frame());
         }
         if (taker.agent) {

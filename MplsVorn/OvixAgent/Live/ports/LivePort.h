@@ -29,13 +29,14 @@ enum class LiveEvent : std::uint8_t {
     linkDown,      ///< not sent, or the socket failed: the link is down
     interfaceGone, ///< not sent, or the port closed: the interface was removed
     tooLong,       ///< not sent: longer than the interface's MTU
+    forHost,       ///< received by a card for this host's own stack, and given to that
     failed,        ///< not sent for another reason
 };
 
-inline constexpr std::array<std::string_view, 13> liveEventNames{
-    "received",       "sent",        "ring full",  "truncated",   "unsegmented",
-    "queue full",     "would block", "no buffers", "interrupted", "link down",
-    "interface gone", "too long",    "failed"};
+inline constexpr std::array<std::string_view, 14> liveEventNames{
+    "received",       "sent",        "ring full",    "truncated",   "unsegmented",
+    "queue full",     "would block", "no buffers",   "interrupted", "link down",
+    "interface gone", "too long",    "for the host", "failed"};
 
 /// Counts the events of a live port: by one thread, while others may read.
 class LiveCounts {

@@ -186,7 +186,9 @@ void LivePorts::intakesAre(const Pseudowires& pseudowires, PortTable& table) {
     }
     for (PortIndex i = 0; i < byIndex_.size(); ++i) {
         const PacketIntake intake = intakes[table.parentOf(i)];
-        table.anyMacIs(i, intake < PacketIntake::toVlans);
+        // What is for other stations a card receives, too; of an interface the kernel leaves it
+        // out.
+        table.anyMacIs(i, intake < PacketIntake::toVlans && cards_[i] == nullptr);
         if (table.parentOf(i) == i) {
             byIndex_[i]->intakeIs(intake);
         }

@@ -71,10 +71,13 @@ void TapQueues::open(const std::string& device, bool isOneOfSeveral) {
     }
     if (ioctl(file.value(), TUNSETIFF, &request) != 0) {
         const int error = errno;
-        const bool exists = isOneOfSeveral && files_.empty() && isInterface(device);
-        Posix::fail(exists ? "using the TAP device by several queues (ip tuntap add mode tap "
-                             "multi_queue makes one of them)"
-                           : "creating the TAP device",
+        const bool exists = files_.empty() && isInterface(device);
+        Posix::fail(!exists ? "creating the TAP device"
+                    : isOneOfSeveral
+                        ? "using the TAP device by several queues (ip tuntap add mode "
+                          "tap multi_queue makes one of them)"
+                        : "creating the TAP device (there is an interface of this name, "
+                          "which is none or is in use)",
                     error);
     }
     files_.push_back(std::move(file));

@@ -255,6 +255,7 @@ TEST_F(CardPortTest, FramesAreCountedAsReceivedSentMissedAndRefused) {
     EXPECT_EQ(port().counts().of(LiveEvent::ringFull), 7U);
     EXPECT_EQ(port().counts().of(LiveEvent::ringFull), 7U);
     EXPECT_EQ(port().counts().of(LiveEvent::received), 2U);
+    EXPECT_EQ(port().counts().of(LiveEvent::forHost), 1U);
     EXPECT_EQ(port().counts().of(LiveEvent::sent), 2U);
     EXPECT_EQ(port().counts().of(LiveEvent::noBuffers), 1U);
 }

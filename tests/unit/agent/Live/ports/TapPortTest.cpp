@@ -131,7 +131,10 @@ TEST_F(TapPortTest, StaysOpenWhileTheDeviceIsDown) {
 TEST_F(TapPortTest, AnInterfaceThatIsNotATapDeviceIsAProblem) {
     TapPort tap(3, "left");
     EXPECT_FALSE(tap.isOpen());
-    EXPECT_EQ(tap.problem(), "left: creating the TAP device: Invalid argument");
+    EXPECT_EQ(
+        tap.problem(),
+        "left: creating the TAP device (there is an interface of this name, which is none or is "
+        "in use): Invalid argument");
     EXPECT_FALSE(TapPort(3, "").isOpen());
     EXPECT_FALSE(TapPort(3, "longer-than-any-interface").isOpen());
 }
