@@ -204,6 +204,28 @@ for i in range(2000): s.send(bytes.fromhex("{mac}" + "020000000009" + "0800" + "
         self.assertTrue(result["balanced"])
         self.assertGreaterEqual(result["forwarded"]["ports"]["east"]["frames"], 2000)
 
+    def test_what_came_while_the_ring_was_full_shows_as_missed(self):
+        process = self.start()
+        self.learn_neighbours()
+        os.kill(process.pid, signal.SIGSTOP)
+        frame = f.eth(self.router_mac("west"), "02:00:00:00:00:09", f.ETH_MPLS, f.stack(999)).hex()
+        self.host(self.west, f"""
+import socket
+s = socket.socket(socket.AF_PACKET, socket.SOCK_RAW); s.bind(("eth0", 0))
+for i in range(60000): s.send(bytes.fromhex("{frame}"))
+""").communicate()
+        os.kill(process.pid, signal.SIGCONT)
+
+        def shown(*words: str) -> str:
+            return subprocess.run([CTL, "--control", str(self.path), *words], check=True, capture_output=True,
+                                  text=True).stdout
+        status = lambda: json.loads(shown("status", "--json"))
+        self.until(lambda: status()["missed"] > 0 and status()["missed"] + status()["frames"]["in"] >= 60000)
+        missed = status()["missed"]
+        self.assertRegex(shown("status"), rf"(?m)^missed +{missed}, which came while rings were full")
+        self.assertRegex(shown("port", "show"), rf"(?m)^west .* {missed} ")
+        self.stop(process)
+
     def test_addresses_and_status_change_with_the_configuration(self):
         process = self.start()
         self.learn_neighbours()

@@ -55,7 +55,7 @@ class Show(SharedTablesTest):
             "tables": {"name": self.tables, "generation": 2, "corruptions": 0, "problem": None},
             "frames": {"in": 3, "replicas": 0, "forwarded": 2, "punted": 0, "dropped": 1,
                        "handedOn": 0, "queued": 0, "answers": 0},
-            "neighbours": {"known": 2, "wanted": 0}, "balanced": True})
+            "neighbours": {"known": 2, "wanted": 0}, "balanced": True, "missed": 0})
         self.assertRegex(self.shown("status"), rf'tables +"{self.tables}", generation 2\n'
                                                r"in +3\n(.*\n)*dropped +1\nhanded on +0\n")
         reason = "No labels resolved to via sets, and nexthop not resolved"

@@ -278,7 +278,8 @@ while their neighbour is resolved.
 JSON: {"version", "run", "tables": {"name", "generation", "committedAt", "corruptions", "problem",
                                    "entries": {TABLE: ENTRIES}},
        "frames": {"in", "replicas", "forwarded", "punted", "dropped", "handedOn", "queued",
-                  "answers"}, "neighbours": {"known", "wanted"}, "balanced"}
+                  "answers"}, "neighbours": {"known", "wanted"}, "balanced", "missed"}, where missed
+       has the frames that came while a port's ring was full, and are not in "in"
 With --quiet also fails when the frames do not add up, or something is wrong with the tables.)",
      "",
      quietOptions},
@@ -382,7 +383,8 @@ JSON: a text on each line)",
      {},
      R"(A port that is waiting has no interface, or none that can be used; up and down is its link; why stands
 behind it: no carrier, disabled, down by the configuration, its parent is down. With workers there is a
-line for each one's queue, with its share of the port's frames. Rates are those of received frames.
+line for each one's queue, with its share of the port's frames. Rates are those of received frames;
+missed are those that came while the ring was full.
 JSON: {"ports": [{"name", "kind", "state", "problem", "mac", "mtu", "vrf", "addresses", "parent",
                   "vlans", "mpls", "received", "receivedBytes", "perSecond", "ring": {"frames", "drops"},
                   "queues": [{"received", "perSecond", "drops"}], "sent": {"frames", "bytes"}}]}

@@ -19,12 +19,9 @@ void addQueues(Rows& rows, const Json& port) {
         const double share =
             total == 0 ? 0
                        : 100 * static_cast<double>(received(queue)) / static_cast<double>(total);
-        const auto drops = queue.at("drops").get<std::uint64_t>();
-        rows.push_back(
-            {fmt::format("  worker {}", worker++), "",
-             fmt::format("{:.0f} %{}", share, drops > 0 ? fmt::format(", {} dropped", drops) : ""),
-             "", "", "", "", cellOf(queue.at("received")), cellOf(queue.at("perSecond")), "", "",
-             ""});
+        rows.push_back({fmt::format("  worker {}", worker++), "", fmt::format("{:.0f} %", share),
+                        "", "", "", "", cellOf(queue.at("received")),
+                        cellOf(queue.at("perSecond")), cellOf(queue.at("drops")), "", "", ""});
     }
 }
 
@@ -44,6 +41,7 @@ Tessel::Result<int> showPorts(const Request& request) {
                         cellOf(port.at("mac")), cellOf(port.at("mtu")), cellOf(port.at("vrf")),
                         parent.empty() ? "" : parent + " " + cellOfList(port.at("vlans")),
                         cellOf(port.at("received")), cellOf(port.at("perSecond")),
+                        port.at("ring").is_null() ? "" : cellOf(port.at("ring").at("drops")),
                         cellOf(port.at("sent").at("frames")), cellOf(port.at("sent").at("bytes")),
                         cellOfList(port.at("addresses"))});
         addQueues(rows, port);
@@ -59,6 +57,7 @@ Tessel::Result<int> showPorts(const Request& request) {
                         {"VLAN", left},
                         {"Received", right},
                         {"A second", right},
+                        {"Missed", right},
                         {"Sent", right},
                         {"Bytes", right},
                         {"Addresses", left}},

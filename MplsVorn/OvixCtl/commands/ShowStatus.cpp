@@ -25,7 +25,22 @@ std::string statusText(const Json& status) {
     for (const auto& [name, count] : frames.items()) {
         text += fmt::format("{:<12}{}\n", name == "handedOn" ? "handed on" : name, cellOf(count));
     }
+    if (const Json& missed = status.at("missed"); missed != 0) {
+        text += fmt::format("{:<12}{}, which came while rings were full: see port show\n", "missed",
+                            cellOf(missed));
+    }
     return text + (status.at("balanced") == true ? "" : "the frames do not add up\n");
+}
+
+/// Frames that no port took in; 0 when the agent does not say.
+std::uint64_t missedFrames(const Request& request) {
+    const Tessel::Result<Json> ports = listOf(request, "ports");
+    std::uint64_t missed = 0;
+    for (const Json& port : ports ? ports.value().at("ports") : Json::array()) {
+        const Json& ring = port.at("ring");
+        missed += ring.is_null() ? 0 : ring.at("drops").get<std::uint64_t>();
+    }
+    return missed;
 }
 
 /// What a health check asks for: that the agent answers, and finds nothing wrong.
@@ -43,13 +58,14 @@ Tessel::Result<int> healthOf(const Json& status) {
 } // namespace
 
 Tessel::Result<int> showStatus(const Request& request) {
-    const Tessel::Result<Json> status = answerOf(request, "status");
+    Tessel::Result<Json> status = answerOf(request, "status");
     if (!status) {
         return status.refused();
     }
     if (request.quiet) {
         return healthOf(status.value());
     }
+    status.value()["missed"] = missedFrames(request);
     fmt::print("{}", request.json ? status.value().dump() + "\n" : statusText(status.value()));
     return ExitCode::success;
 }
