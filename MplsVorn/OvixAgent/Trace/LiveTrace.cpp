@@ -84,11 +84,12 @@ void LiveTrace::follow(const Frame& frame, std::uint64_t number,
     if (!isForReason(became)) {
         return;
     }
-    if (!isFollowedNow) {
+    if (isFollowedNow) {
+        finish(frame);
+    } else if (kinds_.size() < mostKinds) { // others are known by now
         begin(frame, number);
         addFirst(frame, became);
     }
-    finish(frame);
 }
 
 void LiveTrace::begin(const Frame& frame, std::uint64_t number) {
@@ -134,21 +135,24 @@ void LiveTrace::addFirst(const Frame& frame, const Fate& fate) {
     add("fate", fmt::format("{}, reason {}; the next ones from this port with this label are "
                             "traced",
                             Tessel::wordOf(fate.kind), fate.reason));
-    if (kinds_.size() < mostKinds) {
-        kinds_.push_back(kindOf(frame));
-    }
+    kinds_.push_back(kindOf(frame));
+    keepSteps();
 }
 
 void LiveTrace::finish(const Frame& frame) {
     if (waits_ && waiting_.size() < mostWaiting) {
         waiting_.push_back(Waiting::of(frame, fmt::format("{} {}", head_, table_)));
     }
+    keepSteps();
+    ++frames_;
+    stopIfComplete();
+}
+
+void LiveTrace::keepSteps() {
     for (std::string& line : steps_) {
         keep(std::move(line));
     }
     steps_.clear();
-    ++frames_;
-    stopIfComplete();
 }
 
 void LiveTrace::settled(const Frame& frame, const Fate& fate) {

@@ -92,9 +92,11 @@ class LiveTrace {
     void begin(const Frame& frame, std::uint64_t number);
     void note(const Ovix::RoadNote& note);
     bool isForReason(const Fate& fate) const noexcept;
-    /// The first frame of its kind: nothing but its fate is known.
+    /// The first frame of its kind, of which nothing but its fate is known, and which does not
+    /// count as traced.
     void addFirst(const Frame& frame, const Fate& fate);
     void finish(const Frame& frame);
+    void keepSteps();
     void stopIfComplete();
     void add(std::string_view step, std::string_view text);
     void keep(std::string line);
