@@ -49,13 +49,10 @@ std::optional<Lumo::EthAddr> groupMac(const Lumo::IpGenAddr& destination) noexce
 /// Whether no label of the frame names a VRF for the IP packet in it: it has none, or the last one
 /// is an explicit null (RFC 3032 section 2.1).
 bool isOfPortsVrf(Wire::Bytes frame) noexcept {
-    const Wire::Ethernet header(frame);
-    if (!header) {
+    if (frame.size() < Ethernet::size) {
         return false;
     }
-    Wire::TagWalk tags(header.etherType(), frame.subspan(Wire::Ethernet::size));
-    for (Wire::Tag tag; tags.next(tag);) {
-    }
+    const Wire::TagWalk tags = Wire::behindTags(frame);
     if (!Wire::EtherType::isMpls(tags.etherType())) {
         return true;
     }

@@ -101,6 +101,9 @@ void Sender::reportIfUndelivered(const Frame& frame, const Egress& egress, const
 
 // Where nobody solicits, as in a run on captures, waiting would only delay the drop.
 Fate Sender::wait(const Outgoing& outgoing) {
+    if (!outgoing.egress.port->isUp) { // the kernel forgets the neighbours of a link that is down
+        return drop(Reason::portDown);
+    }
     if (!egress_.tables().neighbours.solicits()) {
         return noNeighbour(outgoing);
     }
@@ -171,7 +174,7 @@ Fate Sender::settle(const WaitingPacket& packet) {
     const Lumo::EthAddr* mac =
         tables.neighbours.find(neighbour, tables.ports.indexOf(*packet.egress.port));
     if (mac == nullptr) {
-        const Fate fate = noNeighbour(outgoing);
+        const Fate fate = packet.egress.port->isUp ? noNeighbour(outgoing) : drop(Reason::portDown);
         reportIfUndelivered(packet.frame, packet.egress, fate);
         return fate;
     }

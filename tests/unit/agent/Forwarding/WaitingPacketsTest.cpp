@@ -284,4 +284,18 @@ TEST_F(WaitingPacketsTest, WaitingTakesNothingFromTheHeap) {
     EXPECT_EQ(summary().waiting, 0U);
 }
 
+TEST_F(WaitingPacketsTest, AtAPortThatIsDownNobodyIsAskedFor) {
+    ports.upIs(east, false);
+    receiveIp(packetTo("10.0.2.77"));
+    EXPECT_EQ(dropped(), (ReasonCounts{{"Egress port is down", 1}}));
+    EXPECT_TRUE(tables.neighbours.wanted().take().empty());
+}
+
+TEST_F(WaitingPacketsTest, APacketWhosePortHasGoneDownMeanwhileIsDroppedForThat) {
+    receiveIp(packetTo("10.0.2.77"));
+    ports.upIs(east, false);
+    forwarder->settleWaiting(Clock::time_point::max());
+    EXPECT_EQ(dropped(), (ReasonCounts{{"Egress port is down", 1}}));
+}
+
 } // namespace WaitingPacketsTest
