@@ -45,7 +45,7 @@ Remedies mplsRoutingOn(const RemedyCase& of) {
 Remedies labelRouted(const RemedyCase& of) {
     const std::string found = of.value("table", "found");
     if (found == "no usable via") {
-        Remedies all;
+        Remedies all = ontoPort(of.situation, of.frame, of.walk);
         for (PortIndex port = 0; port < of.situation.config.ports.size(); ++port) {
             for (Remedy& remedy : portUp(of, port)) {
                 all.push_back(std::move(remedy));

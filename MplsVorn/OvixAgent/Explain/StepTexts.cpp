@@ -5,7 +5,9 @@
 #include <fmt/format.h>
 
 #include "Ovix/trace/NamedCounters.h"
+#include "Published/InterfaceNames.h"
 #include "Tessel/Exceptions.h"
+#include "Tessel/Fib/FecId.h"
 
 namespace OvixAgent {
 
@@ -29,26 +31,58 @@ std::uint64_t number(const RoadNote& note, std::string_view name) {
     return number(std::string_view(text(note, name)));
 }
 
+/// " dev east", and what is wrong with that port.
+std::pair<std::string, const char*> portText(Lumo::IntfId intf, const TrialRouter& router) {
+    if (intf.empty() || Tessel::Fib::FecId::isHierarchicalIntfId(intf)) {
+        return {"", ""};
+    }
+    if (const Port* const port = router.tables().ports.byIntfId(intf)) {
+        return {" dev " + port->name, port->isUp ? "" : ", whose port is down"};
+    }
+    const auto names = Interface::Names::read(*router.published().reader());
+    const std::string name(names.name(intf));
+    return {" dev " + (name.empty() ? fmt::format("{:#018x}", intf.value()) : name),
+            ", which is no port of this router"};
+}
+
+/// "swap 200/300 via 10.0.2.2 dev east weight 3".
+std::string viaText(const Mpls::WeightedVia& weighted, const TrialRouter& router) {
+    const Mpls::Via& via = weighted.via;
+    if (via.isLookUp()) {
+        const auto vrf = via.options().vrf;
+        return fmt::format("pop, and look up in VRF {}",
+                           vrf.view().empty() ? L3::defaultVrf : vrf.view());
+    }
+    std::string labels;
+    for (const Lumo::MplsLabel label : via.labels()) {
+        labels += (labels.empty() ? " " : "/") + label.prettyString();
+    }
+    const auto [dev, wrong] = portText(via.intf(), router);
+    const bool hasAddress = via.nexthop().family() != Lumo::IpFamily::none;
+    return fmt::format("{}{}{}{}{}{}{}", Tessel::textOf(via.action()), labels,
+                       hasAddress ? " via " + via.nexthop().text() : "", dev,
+                       via.fec() != 0 ? fmt::format(" toward FEC {}", via.fec()) : "",
+                       weighted.weight != 1 ? fmt::format(" weight {}", weighted.weight) : "",
+                       wrong);
+}
+
 std::vector<std::string> viaTexts(const std::vector<Mpls::WeightedVia>& vias,
-                                  const PortTable& ports, const char* what) {
+                                  const TrialRouter& router, const char* what) {
     std::vector<std::string> all;
     for (const Mpls::WeightedVia& via : vias) {
-        const Port* const port = ports.byIntfId(via.via.intf());
-        const bool isDown = port != nullptr && !port->isUp;
-        all.push_back(what + viaText(via, ports) + (isDown ? ", whose port is down" : ""));
+        all.push_back(what + viaText(via, router));
     }
     return all;
 }
 
 /// What the table has for the label; or why that cannot be read.
 std::vector<std::string> recordTexts(const RoadNote& note, const TrialRouter& router) {
-    const PortTable& ports = router.tables().ports;
     const auto table = *Tessel::valueOf<Mpls::TableId>(text(note, "table"));
     if (Mpls::isLfib(table)) {
         const auto route = Mpls::readLabelRoute(
             *router.published().lfib(table), table,
             Lumo::MplsLabel(static_cast<std::uint32_t>(number(note, "label"))));
-        return route ? viaTexts(route.value().vias, ports, "") : std::vector{route.refused().what};
+        return route ? viaTexts(route.value().vias, router, "") : std::vector{route.refused().what};
     }
     const auto adjacency = router.published().hardware()->adjacency(number(note, "adjacency"));
     if (!adjacency) {
@@ -58,8 +92,8 @@ std::vector<std::string> recordTexts(const RoadNote& note, const TrialRouter& ro
     if (!content) {
         return {content.refused().what};
     }
-    std::vector<std::string> all = viaTexts(content.value().vias, ports, "");
-    for (std::string& backup : viaTexts(content.value().backups, ports, "backup: ")) {
+    std::vector<std::string> all = viaTexts(content.value().vias, router, "");
+    for (std::string& backup : viaTexts(content.value().backups, router, "backup: ")) {
         all.push_back(std::move(backup));
     }
     return all;
@@ -181,28 +215,6 @@ constexpr std::array<std::pair<std::string_view, Describe>, 10> descriptions{{
 }};
 
 } // namespace
-
-std::string viaText(const Mpls::WeightedVia& weighted, const PortTable& ports) {
-    const Mpls::Via& via = weighted.via;
-    if (via.isLookUp()) {
-        const auto vrf = via.options().vrf;
-        return fmt::format("pop, and look up in VRF {}",
-                           vrf.view().empty() ? L3::defaultVrf : vrf.view());
-    }
-    std::string labels;
-    for (const Lumo::MplsLabel label : via.labels()) {
-        labels += (labels.empty() ? " " : "/") + label.prettyString();
-    }
-    const Port* const port = ports.byIntfId(via.intf());
-    const std::string dev = via.intf().empty() ? ""
-                            : port != nullptr  ? " dev " + port->name
-                                               : fmt::format(" dev {:#018x}", via.intf().value());
-    const bool hasAddress = via.nexthop().family() != Lumo::IpFamily::none;
-    return fmt::format("{}{}{}{}{}{}", Tessel::textOf(via.action()), labels,
-                       hasAddress ? " via " + via.nexthop().text() : "", dev,
-                       via.fec() != 0 ? fmt::format(" toward FEC {}", via.fec()) : "",
-                       weighted.weight != 1 ? fmt::format(" weight {}", weighted.weight) : "");
-}
 
 std::vector<Step> stepsOf(const Walk& walk, const TrialRouter& router) {
     std::vector<Step> steps;
