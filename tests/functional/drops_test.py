@@ -76,6 +76,14 @@ class Drops(SharedTablesTest):
         self.assertEqual(states, {77: "no table has it", 300: "not programmed", 78: None})
         self.assertRegex(self.shown("--by", "label"), r" 300 +1 .* not programmed\n")
 
+    def test_reasons_read_alike_in_every_table(self):
+        self.ctl("lfib", "add", "decap", "302", "as", "5", "via", "inet", "10.0.2.2", "dev", "east", "type", "77")
+        self.agent.send_and_wait(mpls([302]))
+        text = "No handler for the via's type"
+        for words in ((), ("--by", "port"), ("--by", "label"), ("--frames",), ("--frames", "--reason", "handler for")):
+            self.assertIn(text, self.shown(*words), words)
+        self.assertIn("Via type %s handler not found", self.json()["dropped"]["reasons"])  # the counter's own name
+
     def test_what_is_asked_for_is_what_is_shown(self):
         self.agent.send_and_wait(mpls([77]), mpls([77]), mpls([101]), mpls([100]))
         self.assertEqual(self.json("--reason", "neighbour")["dropped"]["reasons"], {UNRESOLVED: 1})

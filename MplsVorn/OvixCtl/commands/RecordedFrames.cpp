@@ -7,6 +7,8 @@
 #include <string_view>
 #include <system_error>
 
+#include "Ovix/trace/NamedCounters.h"
+
 namespace OvixCtl {
 
 namespace {
@@ -52,7 +54,8 @@ std::string viaText(const Json& via) {
 }
 
 std::string fateText(const Json& frame) {
-    return fmt::format("{}: {}", cellOf(frame.at("fate")), cellOf(frame.at("reason")));
+    return fmt::format("{}: {}", cellOf(frame.at("fate")),
+                       Ovix::readableEvent({}, cellOf(frame.at("reason"))).reason);
 }
 
 /// What the router has made itself came in nowhere.

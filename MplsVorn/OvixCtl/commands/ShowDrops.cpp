@@ -96,7 +96,7 @@ bool isWanted(const Request& request, const Json& entry) {
     const Json& port = memberOf(entry, "port");
     const Json& reason = memberOf(entry, "reason");
     return (request.port.empty() || port == request.port) &&
-           (reason.is_null() || cellOf(reason).find(request.reason) != std::string::npos);
+           (reason.is_null() || isReasonWanted(request, cellOf(reason)));
 }
 
 /// What the tables have now for labels that led nowhere: "now", null for others.
@@ -150,7 +150,9 @@ Tessel::Result<int> showFatesBy(const Request& request, const std::string& by) {
             wanted.push_back(entry);
             TextTable::Cells& cells = rows.emplace_back();
             for (const auto& column : columns) {
-                cells.push_back(cellOf(memberOf(entry, column.first)));
+                const std::string cell = cellOf(memberOf(entry, column.first));
+                const bool isReason = std::string_view(column.first) == "reason";
+                cells.push_back(isReason ? Ovix::readableEvent({}, cell).reason : cell);
             }
         }
     }

@@ -20,8 +20,8 @@ void addQueues(Rows& rows, const Json& port) {
             total == 0 ? 0
                        : 100 * static_cast<double>(received(queue)) / static_cast<double>(total);
         rows.push_back({fmt::format("  worker {}", worker++), "", fmt::format("{:.0f} %", share),
-                        "", "", "", "", cellOf(queue.at("received")),
-                        cellOf(queue.at("perSecond")), cellOf(queue.at("drops")), "", "", ""});
+                        "", "", "", "", cellOf(queue.at("received")), cellOf(queue.at("perSecond")),
+                        cellOf(queue.at("drops")), "", "", ""});
     }
 }
 
