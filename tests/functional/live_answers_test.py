@@ -20,6 +20,14 @@ class LiveAnswers(LiveTest):
         result = self.stop(process)
         self.assertEqual(result["dropped"]["reasons"], {})
 
+    def test_packets_wait_for_a_neighbour_that_was_removed_and_has_not_failed(self):
+        process = self.start()
+        self.learn_neighbours()
+        ip("-n", self.router, "neigh", "flush", "dev", "east")
+        self.until(lambda: "10.0.2.2" not in {one["address"] for one in ask(self.path, "neighbours")["neighbours"]})
+        self.assertEqual(self.datagrams(3), 3)
+        self.assertEqual(self.stop(process)["dropped"]["reasons"], {})
+
     def test_a_bundle_leaves_out_what_the_router_has_made_itself(self):
         process = self.start()
         self.learn_neighbours()

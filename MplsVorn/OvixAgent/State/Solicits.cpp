@@ -72,7 +72,9 @@ void Solicits::hasFailed(const Neighbour& neighbour) noexcept {
 void Solicits::isKnown(const Neighbour& neighbour) noexcept {
     known_[placeOf(neighbour)] = neighbour;
     Recent& recent = recent_[placeOf(neighbour)];
-    recent.hasFailed = recent.hasFailed && recent.neighbour != neighbour;
+    if (recent.neighbour == neighbour) { // has answered: when it is forgotten it is asked at once
+        recent = {};
+    }
 }
 
 std::size_t Solicits::Hash::operator()(const Neighbour& key) const noexcept {

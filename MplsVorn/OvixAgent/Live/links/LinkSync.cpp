@@ -169,8 +169,10 @@ void LinkSync::neighbourIs(const NeighbourState& neighbour) {
     }
     const Lumo::IpGenAddr& address = neighbour.address;
     if (!neighbour.mac) {
+        // The kernel reports one that is removed while it is known as failed, too.
+        const bool wasKnown = forwarding_->neighbours.find(address, *port) != nullptr;
         forwarding_->neighbours.forget(address, *port);
-        if (neighbour.reach == NeighbourState::Reach::failed) {
+        if (neighbour.reach == NeighbourState::Reach::failed && !wasKnown) {
             forwarding_->neighbours.fail(address, *port);
         }
         return;

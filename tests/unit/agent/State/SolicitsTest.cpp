@@ -129,4 +129,13 @@ TEST_F(SolicitsTest, BeyondTheFirstFewAtOnceOthersComeLater) {
     EXPECT_EQ(solicits.take().size(), 1U);
 }
 
+TEST_F(SolicitsTest, OneThatHasAnsweredAndIsForgottenIsAskedAtOnce) {
+    want(7);
+    solicits.take();
+    solicits.isKnown(host(7));
+    at(10ms);
+    EXPECT_EQ(want(7), Verdict::waits);
+    EXPECT_EQ(solicits.take().size(), 1U);
+}
+
 } // namespace SolicitsTest
