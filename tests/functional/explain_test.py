@@ -46,11 +46,11 @@ def changed(config: str, commands: list[str]) -> str:
 
 
 class ExplainTest(AgentTest):
-    def explain(self, config: str, frame, *flags: str, code: int = 0) -> dict:
+    def explain(self, config: str, frame, *flags: str, code: int = 0, at: str = "west") -> dict:
         path = self.path / "explained.yaml"
         path.write_text(config if "ports:" in config else PORTS + config)
         text = frame if isinstance(frame, str) else frame.hex()
-        return json.loads(run_explain(path, text, "--json", *flags, code=code))
+        return json.loads(run_explain(path, text, "--json", *flags, code=code, at=at))
 
     def test_the_walk_of_a_forwarded_frame(self):
         two = hardware(via("swap", [200]), via("swap", [201], nexthop="10.0.2.3", weight=3))
@@ -137,6 +137,43 @@ class ExplainTest(AgentTest):
     def test_a_missing_label(self):
         change = self.repaired("", mpls([100]), "dropped", "No labels resolved to via sets, and nexthop not resolved")
         self.assertIn("label: 100", change["commands"][0])
+
+    def text(self, config: str, frame: str, at: str = "west", code: int = 0) -> str:
+        path = self.path / "explained.yaml"
+        path.write_text(config)
+        return run_explain(path, frame, at=at, code=code)
+
+    def test_a_route_that_drops_is_not_gone_round(self):
+        told = self.text(PORTS + "routes: [{prefix: 10.9.0.0/16, drop: true}]\n", "ip 10.1.1.1 > 10.9.0.1", code=1)
+        self.assertIn("nearest change: none: the route drops what it covers, as it is configured to", told)
+
+    def test_a_next_hop_that_is_the_routers_own_address(self):
+        told = self.text(PORTS + hardware(via("swap", [200], nexthop="10.0.2.1")), "label 100")
+        self.assertIn("none: the next hop 10.0.2.1 is this router's own address, and a route has to name its "
+                      "neighbour's", told)
+
+    def test_a_route_of_a_vrf_goes_by_the_next_hops_of_that_vrf(self):
+        config = PORTS.replace("ports:\n", 'ports:\n  - {name: ce, vrf: red, mac: "02:00:00:00:00:07", '
+                               "addresses: [10.0.7.1/24]}\n") + """
+routes: [{vrf: red, prefix: 10.1.0.0/16, via: {nexthop: 10.0.7.7}}]
+""" + lfib(decap={500: "type: ip-lookup, via: {action: pop, payload: auto, vrf: red}"})
+        told = self.explain(config, "label 500, ip 10.1.1.1 > 10.77.0.1", code=1)
+        self.assertIn('{vrf: red, prefix: "10.77.0.1/32", via: {interface: ce, nexthop: "10.0.7.7"}}',
+                      told["change"]["commands"][0])
+        self.assertNotIn("leak", str(told["change"]["notes"]))
+
+    def test_a_sub_interface_is_of_the_vrf_of_its_port(self):
+        config = RED + "routes: [{vrf: red, prefix: 10.1.0.0/16, via: {nexthop: 10.0.2.2}}]\n"
+        frame = "vlan 7, ip 10.7.1.1 > 10.1.0.1"
+        told = self.explain(config, frame, code=1, at="east")
+        self.assertIn("{name: east.7, parent: east, vlan: 7, vrf: red}", told["change"]["commands"][0])
+        again = self.explain(changed(config, told["change"]["commands"]), frame, at="east")
+        self.assertEqual(again["verdict"], told["change"]["then"])
+
+    def test_a_next_hop_toward_a_fec_has_its_number(self):
+        told = self.text(PORTS + "fecs: [{id: 42, vias: [{interface: east, nexthop: 10.0.2.2}]}]\n" + lfib(decap={
+            118: "type: external-fec, via: {fec: 42, action: swap, labels: [200]}"}), "label 118")
+        self.assertIn("next hop: toward FEC 42", told)
 
     def test_an_unprogrammed_route(self):
         config = hardware(via("swap", [200]), route=", unprogrammed: true")

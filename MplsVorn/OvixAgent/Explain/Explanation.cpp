@@ -119,7 +119,33 @@ std::string verdictText(const Walk& walk, const std::optional<Walk>& onceKnown) 
                        hasCopies ? "; other copies leave" + where : "");
 }
 
+namespace {
+
+/// The next hop that a route names, if that is an address of this router.
+std::string ownNexthop(const Walk& walk) {
+    const auto valueOf = [&](std::string_view step, std::string_view name) {
+        const Ovix::RoadNote* const note = walk.last(step);
+        const std::string* const value = note != nullptr ? note->value(name) : nullptr;
+        return value != nullptr ? *value : std::string();
+    };
+    const std::string named = valueOf("nexthop", "address");
+    return walk.reason == Reason::localAddress && !valueOf("nexthop", "interface").empty() &&
+                   named == valueOf("neighbour", "address")
+               ? named
+               : std::string();
+}
+
+} // namespace
+
 std::string noChangeText(const Walk& walk) {
+    if (const std::string own = ownNexthop(walk); !own.empty()) {
+        return fmt::format("none: the next hop {} is this router's own address, and a route has to "
+                           "name its neighbour's",
+                           own);
+    }
+    if (walk.reason == Reason::droppingRoute) {
+        return "none: the route drops what it covers, as it is configured to";
+    }
     if (walk.kind == FateKind::punted) {
         return "none, since such frames are for the control plane of this router";
     }

@@ -129,7 +129,8 @@ Remedies reversePathOff(const RemedyCase& of) {
     return all;
 }
 
-/// A sub-interface for the outermost tag, in the VRF of its port.
+/// A sub-interface for the outermost tag, in the VRF of its port, and else as it is without more
+/// keys.
 Remedies subInterfaceMade(const RemedyCase& of) {
     const Wire::Ethernet header(of.frame.bytes);
     Wire::TagWalk tags(header ? header.etherType() : 0,
@@ -147,13 +148,17 @@ Remedies subInterfaceMade(const RemedyCase& of) {
     added.parent = of.frame.port;
     added.tagging = {Tagging::Kind::subInterface, tag.vlanId(), 0};
     added.addresses.clear();
+    added.reversePath = ReversePath::off;
+    const bool isOfVrf = parent.vrf != L3::defaultVrf;
+    added.mpls = !isOfVrf;
     if (added.name.size() > longestName || portNamed(of.situation.config, added.name) != noPort) {
         return {};
     }
     remedy.command =
         configEntry(of.situation, "ports",
-                    fmt::format("  - {{name: {}, parent: {}, vlan: {}}}", yamlWord(added.name),
-                                yamlWord(parent.name), tag.vlanId()));
+                    fmt::format("  - {{name: {}, parent: {}, vlan: {}{}}}", yamlWord(added.name),
+                                yamlWord(parent.name), tag.vlanId(),
+                                isOfVrf ? ", vrf: " + yamlWord(parent.vrf) : ""));
     remedy.situation.config.ports.push_back(std::move(added));
     remedy.note = "names, kinds and sub-interfaces of ports change with the next run";
     return {remedy};

@@ -64,7 +64,7 @@ struct RemediesOf {
     std::string_view reason;
     Remedies (*remedies)(const RemedyCase& of);
 };
-constexpr std::array<RemediesOf, 26> remediesByReason{{
+constexpr std::array<RemediesOf, 25> remediesByReason{{
     {Reason::nothingResolved, labelRouted},
     {Reason::noNexthopBeneath, labelRouted},
     {Reason::noNexthop, labelRouted},
@@ -73,7 +73,6 @@ constexpr std::array<RemediesOf, 26> remediesByReason{{
     {queuedForNeighbour.reason, neighbourKnown},
     {Reason::mtuExceeded, greaterMtu},
     {Reason::noRoute, routeMade},
-    {Reason::droppingRoute, routeMade},
     {Reason::unknownVrf, vrfMade},
     {Reason::noControlWord, withoutControlWord},
     {Reason::associatedChannel, withoutControlWord},

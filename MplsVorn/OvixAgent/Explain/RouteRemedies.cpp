@@ -68,7 +68,8 @@ std::optional<Remedy> routedBy(const RemedyCase& of, const std::string& vrf,
     remedy.command = hasPublishedRoutes(of.situation)
                          ? vtyshRoute(vrf, address, by, port)
                          : configuredRoute(of.situation, vrf, address, by, port);
-    remedy.note = "the next hop is a neighbour that is known";
+    remedy.note = by.mac == Lumo::EthAddr{} ? "the next hop is that of another route of the VRF"
+                                            : "the next hop is a neighbour that is known";
     if (port.vrf != vrf) {
         remedy.note +=
             fmt::format(", but in VRF {}: packets of VRF {} would leak into it", port.vrf, vrf);
@@ -76,12 +77,48 @@ std::optional<Remedy> routedBy(const RemedyCase& of, const std::string& vrf,
     return remedy;
 }
 
-/// A route to just that address in a VRF, by each of the likely neighbours: those of the VRF first.
+/// Whether the port, of the VRF, is the one that the via leaves by.
+bool isEgress(const PortConfig& port, const std::string& vrf, const Mpls::Via& via) {
+    if (port.vrf != vrf || !via.intf().empty()) {
+        return port.vrf == vrf && Lumo::IntfId(port.name) == via.intf();
+    }
+    return std::any_of(port.addresses.begin(), port.addresses.end(),
+                       [&](const auto& own) { return own.subnet().contains(via.nexthop()); });
+}
+
+/// The next hops in the VRF of its configured routes, whether or not their MAC addresses are known.
+std::vector<NeighbourConfig> nexthopsIn(const Situation& situation, const std::string& vrf) {
+    const std::vector<PortConfig>& ports = situation.config.ports;
+    std::vector<NeighbourConfig> all;
+    for (const auto& placed : situation.config.routes) {
+        const std::string_view name = placed.value.vrf.view();
+        for (const Mpls::WeightedVia& each : placed.value.vias) {
+            const auto port = std::find_if(ports.begin(), ports.end(), [&](const PortConfig& one) {
+                return isEgress(one, vrf, each.via);
+            });
+            if ((name.empty() ? L3::defaultVrf : name) == vrf && port != ports.end() &&
+                each.via.nexthop().family() != Lumo::IpFamily::none) {
+                const auto index = static_cast<PortIndex>(port - ports.begin());
+                all.push_back({each.via.nexthop(), index, {}});
+            }
+        }
+    }
+    return all;
+}
+
+/// A route to just that address in a VRF, by each of the likely neighbours: those of other VRFs
+/// only where the VRF has none.
 Remedies routed(const RemedyCase& of, const std::string& vrf, const Lumo::IpGenAddr& address) {
     std::vector<NeighbourConfig> likely = likelyNeighbours(of.situation, of.frame.port);
-    std::stable_partition(likely.begin(), likely.end(), [&](const NeighbourConfig& neighbour) {
-        return of.situation.config.ports[neighbour.port].vrf == vrf;
-    });
+    const auto others =
+        std::stable_partition(likely.begin(), likely.end(), [&](const NeighbourConfig& neighbour) {
+            return of.situation.config.ports[neighbour.port].vrf == vrf;
+        });
+    const std::vector<NeighbourConfig> ofRoutes = nexthopsIn(of.situation, vrf);
+    if (others != likely.begin() || !ofRoutes.empty()) {
+        likely.erase(others, likely.end());
+    }
+    likely.insert(likely.begin(), ofRoutes.begin(), ofRoutes.end());
     Remedies all;
     for (const NeighbourConfig& by : likely) {
         if (auto remedy = routedBy(of, vrf, address, by)) {

@@ -140,6 +140,17 @@ void describeChoice(const RoadNote& note, const TrialRouter&, Step& step) {
     }
 }
 
+std::string egressText(const std::string& interface) {
+    std::uint64_t value = 0;
+    if (interface.starts_with("0x")) {
+        std::from_chars(interface.data() + 2, interface.data() + interface.size(), value, 16);
+    }
+    const Lumo::IntfId intf = Lumo::IntfId::fromValue(value);
+    return Tessel::Fib::FecId::isHierarchicalIntfId(intf) ? fmt::format("toward FEC {}", intf.id())
+           : interface.empty()                            ? "by routing"
+                                                          : "dev " + interface;
+}
+
 void describeNexthop(const RoadNote& note, const TrialRouter&, Step& step) {
     const auto part = [&](const char* name, const char* word) {
         const std::string& value = text(note, name);
@@ -149,10 +160,9 @@ void describeNexthop(const RoadNote& note, const TrialRouter&, Step& step) {
         step.text = "goes to the CPU as it was received";
         return;
     }
-    const std::string& interface = text(note, "interface");
-    step.text = fmt::format(
-        "next hop: {}{}{}{}{}", interface.empty() ? "by routing" : "dev " + interface,
-        part("address", "address"), part("vrf", "VRF"), part("mtu", "MTU"), part("vlan", "VLAN"));
+    step.text = fmt::format("next hop: {}{}{}{}{}", egressText(text(note, "interface")),
+                            part("address", "address"), part("vrf", "VRF"), part("mtu", "MTU"),
+                            part("vlan", "VLAN"));
 }
 
 void describeHeaders(const RoadNote& note, const TrialRouter&, Step& step) {

@@ -158,10 +158,14 @@ Beside takeFromAgent(const Request& request, Assumptions& assumed) {
     return beside;
 }
 
-/// `name` is that of the link or the next hop.
+/// `name` is that of the link or the next hop. Adds the names of the agent's ports.
 Tessel::Result<Moves> movesOfState(const Request& request, const Ptr<Tessel::TableReader>& reader,
-                                   Assumptions assumed, const std::string& name) {
+                                   Assumptions assumed, const std::string& name,
+                                   Interface::Names& names) {
     const Beside beside = takeFromAgent(request, assumed);
+    for (const std::string& port : beside.ports) {
+        names.add(port);
+    }
     Moves moves = movesUnder(reader, assumed, beside.routes);
     const bool isPort = !assumed.weighted && std::find(beside.ports.begin(), beside.ports.end(),
                                                        name) != beside.ports.end();
@@ -248,13 +252,14 @@ Tessel::Result<int> tellWhatIf(const Request& request) {
     const auto memory = Tessel::TableMemory::sharedForReading(request.tables);
     const auto copy = Tessel::TableCopy::ofNewest(request.tables, memory.bytes());
     const Ptr<Tessel::TableReader> reader = copy.reader();
-    const IntfText interfaces({Interface::Names::read(*reader)});
+    Interface::Names names = Interface::Names::read(*reader);
     Tessel::Result<Moves> moves =
         isRoute ? movesOfRoute(copy, words)
-                : movesOfState(request, reader, std::move(assumed).value(), words[1]);
+                : movesOfState(request, reader, std::move(assumed).value(), words[1], names);
     if (!moves) {
         return moves.refused();
     }
+    const IntfText interfaces({std::move(names)});
     if (request.json) {
         printMovesAsJson(request, reader->generation(), moves.value(), interfaces);
     } else {

@@ -21,6 +21,9 @@ class Names {
     /// The names as the generation held by the reader has them; damage is left out.
     static Names read(const Tessel::TableReader& tables);
 
+    /// One that the tables need not have.
+    void add(const std::string& name) { names_.emplace(Lumo::IntfId(name).value(), name); }
+
     /// Empty for an unknown id.
     std::string_view name(Lumo::IntfId intf) const noexcept;
     std::size_t size() const noexcept { return names_.size(); }
