@@ -38,7 +38,7 @@ void FastPath::askAhead() {
 
 bool FastPath::decideAhead(const std::function<void()>& settle) {
     if (Tessel::Changes::count() != seen_) {
-        takeChanges();
+        takeChanges(settle);
     }
     if (!decided_.isUsable || !decided_.decisions.areAwaited()) {
         return false;

@@ -57,9 +57,11 @@ class EgressLines {
     std::uint32_t numberOf(const EgressKey& key);
     const EgressLine& operator[](std::uint32_t number) const noexcept { return lines_[number]; }
 
+    /// Whether neighbours or ports have changed.
+    bool isOutdated() const noexcept { return seen_ != changes(); }
     /// To be called before each use: takes over what has changed of neighbours.
     void refresh() {
-        if (seen_ != changes()) [[unlikely]] {
+        if (isOutdated()) [[unlikely]] {
             resolveAll();
         }
     }

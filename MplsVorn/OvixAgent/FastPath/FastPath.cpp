@@ -150,9 +150,19 @@ std::size_t FastPath::forwardAround(std::span<WritableFrame> burst) {
     return done;
 }
 
+/// Whether others may forward what they had to leave until now: since a neighbour is known, a port
+/// takes more, a trace has ended, or decisions may be used again.
+bool FastPath::mayBeOvertaken() const noexcept {
+    return !decided_.isUsable || decided_.lines.isOutdated() ||
+           (trace_ != nullptr && trace_->changes() != seenTrace_);
+}
+
 /// Something has changed, which need not concern decisions.
-void FastPath::takeChanges() {
+void FastPath::takeChanges(const std::function<void()>& settle) {
     const ForwardingGate::Closed closed(tables_->gate);
+    if (settle && mayBeOvertaken()) {
+        settle();
+    }
     const std::uint64_t changes = Tessel::Changes::count();
     forwarder_->accounts().recorder().generationIs(published_->tables().generation());
     if (trace_ != nullptr && trace_->changes() != seenTrace_) {

@@ -64,8 +64,9 @@ class FastPath {
     /// From now on decisions are made ahead, for all labels of the tables.
     DecidedTables& shared();
     /// Takes over what has changed, and decides for some of the labels that wait for it. `settle`
-    /// is called before a label has its first decision, while nobody forwards: frames that others
-    /// have left must then be on their way. Returns whether more labels wait.
+    /// is called, while nobody forwards, before frames that were left until now may be forwarded:
+    /// before a label has its first decision, or a neighbour is known. What others have left must
+    /// then be on its way. Returns whether more labels wait.
     bool decideAhead(const std::function<void()>& settle);
     /// Has the forwarder process a frame that another thread has left. False when the tables must
     /// be refreshed first.
@@ -94,7 +95,8 @@ class FastPath {
     bool check(WritableFrame& frame);
     std::size_t forwardAround(std::span<WritableFrame> burst);
     void forwardTraced();
-    void takeChanges();
+    void takeChanges(const std::function<void()>& settle = {});
+    bool mayBeOvertaken() const noexcept;
     void takeTrace();
     void voidAll();
     void forwardByDefinition(const WritableFrame& frame);

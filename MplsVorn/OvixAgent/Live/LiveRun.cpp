@@ -56,6 +56,9 @@ void LiveRun::run(const std::function<void(const std::string&)>& report) {
     } while (takeSignals());
     parts_.service->isStopping();
     if (parts_.workers != nullptr) {
+        if (hasBegun_) {
+            parts_.workers->start(); // for what has come so far
+        }
         for (const auto& port : parts_.ports->all()) {
             port->stopIntake();
         }
@@ -174,8 +177,9 @@ std::size_t LiveRun::takeLeft(std::size_t budget) {
     return taken;
 }
 
-/// A label's first decision is taken by workers when all that they have left has been sent:
-/// nobody's frames are overtaken by their own successors.
+/// What workers may forward from now on they forward when all that they have left has been sent:
+/// nobody's frames are overtaken by their own successors. They start once the labels are decided
+/// that there are, and what comes until then waits in the rings: a second of it at most.
 void LiveRun::serveWorkers() {
     if (parts_.workers == nullptr || !hasBegun_) {
         return;
@@ -186,6 +190,10 @@ void LiveRun::serveWorkers() {
         parts_.ports->flush();
     });
     hasMore_ = hasMore_ || hasMore;
+    constexpr std::chrono::seconds longest{1};
+    if (!hasMore || LinkSync::Clock::now() - begunAt_ >= longest) {
+        parts_.workers->start();
+    }
 }
 
 void LiveRun::refresh() {
@@ -216,9 +224,7 @@ void LiveRun::settle(const std::function<void(const std::string&)>& report) {
     const bool wasReady = std::exchange(isReady_, hasRoutes_ && parts_.links->isComplete());
     if (isReady_ && !hasBegun_) {
         hasBegun_ = true;
-        if (parts_.workers != nullptr) {
-            parts_.workers->start();
-        }
+        begunAt_ = now;
         hasMore_ = true; // what has come before
     }
     if (now - checkedAt_ >= std::chrono::seconds(1) || isReady_ > wasReady) {

@@ -94,7 +94,8 @@ class LiveRun {
     bool knowsLinks_ = false; ///< the kernel has reported all once; ports are open where they can
     bool hasRoutes_ = false;  ///< those of the tables have been taken over once
     bool hasBegun_ = false;   ///< it was ready once; until then frames wait in their ports
-    bool isReady_ = false;    ///< that, and what the kernel has reported of links and neighbours
+    LinkSync::Clock::time_point begunAt_;
+    bool isReady_ = false; ///< that, and what the kernel has reported of links and neighbours
     LinkSync::Clock::time_point checkedAt_;
     std::vector<pollfd> waiting_;
     AdaptivePoll poll_;

@@ -144,6 +144,37 @@ TEST_F(WorkerTest, WhatIsLeftIsOnItsWayBeforeALabelHasItsFirstDecision) {
     EXPECT_EQ(left, 1U);
 }
 
+TEST_F(WorkerTest, WhatIsLeftIsOnItsWayBeforeItsNeighbourIsKnown) {
+    router.swapRoute(201, 401, "east", "10.0.2.77");
+    decide(201);
+    Burst made({frameOf({{201}})});
+    burst = made.frames();
+    worker.turn();
+    router.tables.neighbours.learn(Lumo::IpGenAddr::fromText("10.0.2.77"), Router::east,
+                                   {2, 0, 0, 0, 0, 7});
+    std::size_t left = 0;
+    router.fast->decideAhead([&] { left += takeLeft(); });
+    EXPECT_EQ(left, 1U);
+    EXPECT_EQ(receive({frameOf({{201}})}), 0U);
+}
+
+TEST_F(WorkerTest, WhatIsLeftForATraceIsOnItsWayBeforeThatEnds) {
+    LiveTrace trace{router.tables.ports};
+    router.fast->traceIs(trace);
+    TraceFilter filter;
+    filter.label = 200;
+    filter.port = 0;
+    trace.start(filter);
+    router.fast->decideAhead([] {});
+    Burst made({frameOf({{200}})});
+    burst = made.frames();
+    worker.turn();
+    trace.stop();
+    std::size_t left = 0;
+    router.fast->decideAhead([&] { left += takeLeft(); });
+    EXPECT_EQ(left, 1U);
+}
+
 TEST_F(WorkerTest, MoreThanFitsIsDroppedWithItsReason) {
     Frames many(burstFrames, frameOf({{100, 0, 1}}, filled(80, 7)));
     std::size_t given = 0;
