@@ -101,7 +101,7 @@ Queues queuesFor(const std::string& name, const rte_eth_dev_info& device, std::u
                        std::to_string(workers) + " workers, which need " + std::to_string(workers) +
                        " and " + std::to_string(workers + 1) +
                        ": fewer workers do, or more queues where the driver has an argument for "
-                       "them (net_af_packet0,iface=eth0,qpairs=" +
+                       "them (net_af_packet0,iface=eth0,framecnt=8192,blocksz=65536,qpairs=" +
                        std::to_string(workers + 1) + ")");
     }
     const auto receive = static_cast<std::uint16_t>(workers);
@@ -130,8 +130,13 @@ EthernetDevice::EthernetDevice(const OvixAgent::CardOptions& options)
     std::uint16_t mtu = 0;
     rte_eth_dev_get_mtu(port_, &mtu);
     mtu_ = options.mtu == 0 ? mtu : options.mtu;
-    start(options);
-    takeMac(options.mac);
+    try {
+        start(options);
+        takeMac(options.mac);
+    } catch (const OvixAgent::CardError&) {
+        close(); // a driver may have changed an interface by now
+        throw;
+    }
 }
 
 void EthernetDevice::start(const OvixAgent::CardOptions& options) {
@@ -251,6 +256,10 @@ int EthernetDevice::setUpQueues() {
 }
 
 EthernetDevice::~EthernetDevice() {
+    close();
+}
+
+void EthernetDevice::close() {
     rte_eth_promiscuous_disable(port_); // an interface beneath it stays
     rte_eth_allmulticast_disable(port_);
     rte_eth_dev_stop(port_);

@@ -58,6 +58,7 @@ class EthernetDevice {
     void makePools(std::size_t cards);
     void makeRings();
     int setUpQueues();
+    void close();
 
     std::string name_;
     std::uint16_t port_ = 0;

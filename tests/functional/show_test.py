@@ -92,6 +92,13 @@ class Show(SharedTablesTest):
         self.assertEqual(vrfs["red"], {"name": "red", "routes": 1, "ports": ["red1"]})
         self.assertRegex(self.shown("vrf", "show"), r"red +1 +red1\n")
 
+    def test_a_pseudowire_is_down_with_a_port_that_it_needs(self):
+        for port in ("red1", "east"):
+            self.agent.stop()
+            self.agent = self.start(CONFIG.replace(f"{{name: {port},", f"{{name: {port}, status: down,"))
+            shown = self.json("pseudowire", "show")["pseudowires"][0]
+            self.assertEqual((shown["state"], shown["why"]), ("down", f"port {port} is down"))
+
     def test_pseudowires_with_their_tunnels(self):
         self.assertEqual(self.json("pseudowire", "show")["pseudowires"], [{
             "name": "gold", "circuit": "red1", "state": "up", "why": None, "signalled": False,

@@ -29,7 +29,7 @@ class AnswersByWorkers(live_answers_test.LiveAnswers):
 class CardsByWorkers(dpdk_test.Dpdk):
     """The same as without workers."""
     settings = "workers: 2\n"
-    queues = ",qpairs=3"
+    queues = ",framecnt=8192,blocksz=65536,qpairs=3"
 
     # Where nothing is asked about workers:
     test_captures_leave_byte_for_byte_as_without_dpdk = None

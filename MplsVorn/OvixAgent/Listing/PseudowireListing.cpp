@@ -77,15 +77,25 @@ Json signalledJson(const L2::Pseudowire& signalled, std::string_view state, Json
             {"tunnel", std::move(tunnel)}};
 }
 
+/// What keeps a configured pseudowire from carrying anything.
+std::string downBecause(const Port& circuit, const Port* egress) {
+    const Port* const down = !circuit.isUp                        ? &circuit
+                             : egress != nullptr && !egress->isUp ? egress
+                                                                  : nullptr;
+    return down != nullptr ? "port " + down->name + " is down" : std::string();
+}
+
 Json configuredJson(const ForwardingTables& tables, const Pseudowire& pseudowire) {
     const Lumo::UnboundedMplsLabelOperation imposed = imposedBy(pseudowire);
     const Ovix::RoutingNexthop& remote = *pseudowire.remote;
     const Port* const egress = tables.ports.byIntfId(remote.intfId());
     const std::size_t own = imposed.depth() - 1;
+    const Port& circuit = tables.ports.ports()[pseudowire.circuit];
+    const std::string why = downBecause(circuit, egress);
     return {{"name", pseudowire.name},
-            {"circuit", tables.ports.ports()[pseudowire.circuit].name},
-            {"state", "up"},
-            {"why", nullptr},
+            {"circuit", circuit.name},
+            {"state", why.empty() ? "up" : "down"},
+            {"why", orAbsent(why)},
             {"signalled", false},
             {"neighbour", nullptr},
             {"id", nullptr},
