@@ -94,6 +94,7 @@ class Drops(SharedTablesTest):
             self.assertIn('there is no port "nope"', self.shown(*words, code=1))
         self.assertIn("--by label has the frames of all ports", self.shown("--by", "label", "--port", "west", code=2))
         self.assertIn("give one of them", self.shown("--by", "port", "--frames", code=2))
+        self.assertIn("has no reasons", self.shown("--by", "neighbour", "--reason", "x", code=2))
         self.assertRegex(self.shown(), r"\nin +4 .*\n  answers of its own +0 ")
 
     def test_the_first_and_the_last_frames_of_each_reason_are_kept(self):

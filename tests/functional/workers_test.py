@@ -38,6 +38,7 @@ class CardsByWorkers(dpdk_test.Dpdk):
     test_an_mtu_that_the_device_does_not_take_is_refused_with_both = None
     test_two_ports_cannot_share_a_device = None
     test_an_environment_that_does_not_start_is_refused_by_its_key = None
+    test_a_device_without_a_mac_gets_one = None
 
 
 class FaultsByWorkers(live_faults_test.LiveFaults):

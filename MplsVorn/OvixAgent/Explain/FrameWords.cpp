@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <filesystem>
 #include <fmt/format.h>
 
 #include "Capture/CaptureReader.h"
@@ -67,12 +68,19 @@ Tessel::Result<GivenFrame> readHex(std::string_view text, PortIndex port) {
     return frame;
 }
 
+/// Words with blanks in between name a file only if there is one.
+bool isFileName(std::string_view text) {
+    std::error_code none;
+    return text.find(' ') == std::string_view::npos || text.ends_with(".pcap") ||
+           text.ends_with(".pcapng") || std::filesystem::exists(text, none);
+}
+
 /// The place of the colon in CAPTURE:NUMBER; npos for anything else.
-std::size_t numberColon(std::string_view text) noexcept {
+std::size_t numberColon(std::string_view text) {
     const std::size_t colon = text.rfind(':');
     const bool isNumber = colon != std::string_view::npos && colon > 0 && colon + 1 < text.size() &&
                           text.find_first_not_of("0123456789", colon + 1) == std::string_view::npos;
-    return isNumber ? colon : std::string_view::npos;
+    return isNumber && isFileName(text.substr(0, colon)) ? colon : std::string_view::npos;
 }
 
 /// Whether somebody who typed that has probably forgotten the number behind a capture.

@@ -236,6 +236,9 @@ Tessel::Result<int> showDrops(const Request& request) {
         return usageError(request, {"--by counts frames, and --frames, --follow and --pcapng are "
                                     "for frames themselves: give one of them"});
     }
+    if (!request.reason.empty() && request.by == "neighbour") {
+        return usageError(request, {"--by neighbour has no reasons: leave --reason out"});
+    }
     if (!request.port.empty() && request.by == "label") {
         return usageError(request, {"--by label has the frames of all ports: leave --port out, or "
                                     "look at the frames of the port by --frames"});

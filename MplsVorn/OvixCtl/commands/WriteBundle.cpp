@@ -79,6 +79,8 @@ Tessel::Result<int> writeBundleOfAgent(const Request& request) {
     }
     Bundle bundle;
     bundle.situation = std::move(situation).value();
+    const std::uint64_t generation =
+        bundle.situation.tables ? bundle.situation.tables->reader()->generation() : 0;
     for (const char* const command : {"status", "counters", "fates", "vrfs"}) {
         if (const Tessel::Result<Json> answer = answerOf(request, command)) {
             bundle.more.emplace_back(command, answer.value().dump());
@@ -99,8 +101,6 @@ Tessel::Result<int> writeBundleOfAgent(const Request& request) {
         return done.refused();
     }
     writeBundle(request.words.front(), bundle);
-    const std::uint64_t generation =
-        bundle.situation.tables ? bundle.situation.tables->reader()->generation() : 0;
     if (request.json) {
         const Json written{{"file", request.words.front()},
                            {"frames", bundle.frames.size()},

@@ -126,6 +126,8 @@ TEST(FrameWords, ACaptureNeedsANumberFrom1) {
 
 TEST(FrameWords, ACaptureThatIsNotThereIsNamed) {
     EXPECT_NE(refusalOf("/nonexistent/a.pcap:1").find("/nonexistent/a.pcap"), std::string::npos);
+    EXPECT_NE(refusalOf("no such.pcap:1").find("no such.pcap"), std::string::npos);
+    EXPECT_NE(refusalOf("lable 100:1").find("\"lable\""), std::string::npos) << "is no file";
 }
 
 /// Whatever is typed is taken or refused, and nothing else happens.
