@@ -38,6 +38,8 @@ import socket
 s = socket.socket(socket.AF_PACKET, socket.SOCK_RAW); s.bind(("eth0", 0)); s.send(bytes.fromhex("{frame.hex()}"))""")
         self.until(lambda: ask(self.path, "fates")["dropped"]["reasons"].get(
             "No neighbour for the next hop") == 1)
+        self.assertIn({"port": None, "fate": "dropped", "reason": "No neighbour for the next hop", "frames": 1},
+                      ask(self.path, "drops-by-port")["drops-by-port"])
         bundle = self.directory / "own.bundle"
         written = subprocess.run([CTL, "--control", str(self.path), "bundle", str(bundle), "--json"], check=True,
                                  capture_output=True).stdout

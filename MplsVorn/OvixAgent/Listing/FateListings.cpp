@@ -95,14 +95,20 @@ Listing portFateListing(const FrameRecorder& recorder, const PortTable& ports) {
         const Log& log = *recorder.logs()[index];
         FateJson entries = FateJson::array();
         const std::vector<std::uint64_t> frames = log.byPort();
-        for (PortIndex port = 0; port < frames.size(); ++port) {
-            if (frames[port] > 0) {
-                entries.push_back(FateJson{{"port", portName(ports, port)},
+        const auto add = [&](FateJson port, std::uint64_t count) {
+            if (count > 0) {
+                entries.push_back(FateJson{{"port", std::move(port)},
                                            {"fate", Tessel::wordOf(log.kind)},
                                            {"reason", log.reason},
-                                           {"frames", frames[port]}});
+                                           {"frames", count}});
             }
+        };
+        std::uint64_t own = 0;
+        for (PortIndex port = 0; port < frames.size(); ++port) {
+            add(portName(ports, port), frames[port] - log.ownAt(port));
+            own += log.ownAt(port);
         }
+        add(nullptr, own);
         return entries;
     });
 }

@@ -91,7 +91,7 @@ Listing traceListing(const LiveTrace& trace, std::uint64_t after);
 /// "seconds"}, each of which may be absent. Refused with the member and its value.
 Tessel::Result<TraceFilter> requestedTrace(const std::string& request, const PortTable& ports);
 
-/// {"port", "fate", "reason", "frames"}
+/// {"port", "fate", "reason", "frames"}; the port of what this router has made is null.
 Listing portFateListing(const FrameRecorder& recorder, const PortTable& ports);
 
 /// {"label", "fate", "reason", "frames", "perSecond"} of the labels met most, by reason; at a time,

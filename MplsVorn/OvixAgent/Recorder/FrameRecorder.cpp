@@ -141,6 +141,10 @@ void FrameRecorder::record(Log& log, const Frame& frame, const RecordedVia& via)
         return;
     }
     RecordedFrame& slot = begin(log, frame.port);
+    if (frame.isOwn) {
+        log.ownByPort_.resize(log.byPort_.size());
+        ++log.ownByPort_[frame.port];
+    }
     slot.viaPort = via.port;
     slot.viaNexthop = via.nexthop;
     slot.time = frame.time;
@@ -187,6 +191,7 @@ void FrameRecorder::Log::clear() noexcept {
     port_ = 0;
     portFrom_ = 0;
     std::fill(byPort_.begin(), byPort_.end(), 0);
+    ownByPort_.clear();
     labels_ = {};
     inSecond_ = 0;
     second_ = 0;

@@ -80,8 +80,13 @@ class FrameRecorder {
         Log& operator=(const Log&) = delete;
 
         std::uint64_t frames() const noexcept { return seen() + absorbed_; }
-        /// Frames of each port; ports behind its end have none.
+        /// Frames of each port; ports behind its end have none. Those that this router has made, as
+        /// an answer to what came in there, are among them.
         std::vector<std::uint64_t> byPort() const;
+        /// The latter.
+        std::uint64_t ownAt(PortIndex port) const noexcept {
+            return port < ownByPort_.size() ? ownByPort_[port] : 0;
+        }
         /// The labels met most; of a flood those that come most often, with estimates.
         std::vector<Labels::Entry> topLabels(std::int64_t second) const;
 
@@ -117,6 +122,7 @@ class FrameRecorder {
         PortIndex port_ = 0;         ///< of the last frames: those from number `portFrom_` on
         std::uint64_t portFrom_ = 0;
         std::vector<std::uint64_t> byPort_ = {0};
+        std::vector<std::uint64_t> ownByPort_;
         RecordedFrame first_; ///< once it is none of the last any more
         // Of frames whose places have been used again since.
         Labels labels_;

@@ -299,7 +299,7 @@ would have left, as far as that was found. JSON of frames is an object for each 
 JSON: {"in", "answers", "replicas", "forwarded", "punted": FATE, "dropped": FATE, "handedOn": FATE, "queued",
        "balanced", "sinceAsked": {"seconds", "in", ...}, "perSecond": {"seconds", "in", ...}}, where
        FATE is {"frames", "reasons": {REASON: FRAMES}}
-  --by port       {"drops-by-port": [{"port", "fate", "reason", "frames"}]}
+  --by port       {"drops-by-port": [{"port", "fate", "reason", "frames"}]}, null for the router's own
   --by label      {"drops-by-label": [{"label", "fate", "reason", "frames", "perSecond", "now"}]}
   --by neighbour  {"drops-by-neighbour": [{"port", "nexthop", "frames", "perSecond"}]}
   --frames        {"sequence", "time", "fate", "reason", "first", "port", "length", "bytes", "label",

@@ -151,8 +151,10 @@ Tessel::Result<int> showFatesBy(const Request& request, const std::string& by) {
             TextTable::Cells& cells = rows.emplace_back();
             for (const auto& column : columns) {
                 const std::string cell = cellOf(memberOf(entry, column.first));
-                const bool isReason = std::string_view(column.first) == "reason";
-                cells.push_back(isReason ? Ovix::readableEvent({}, cell).reason : cell);
+                const std::string_view name = column.first;
+                cells.push_back(name == "reason" ? Ovix::readableEvent({}, cell).reason
+                                : name == "port" && cell.empty() ? "(own)"
+                                                                 : cell);
             }
         }
     }
