@@ -57,7 +57,7 @@ void LiveRun::run(const std::function<void(const std::string&)>& report) {
     parts_.service->isStopping();
     if (parts_.workers != nullptr) {
         if (hasBegun_) {
-            parts_.workers->start(); // for what has come so far
+            parts_.workers->start([this] { settleLeft(); }); // for what has come so far
         }
         for (const auto& port : parts_.ports->all()) {
             port->stopIntake();
@@ -184,16 +184,28 @@ void LiveRun::serveWorkers() {
     if (parts_.workers == nullptr || !hasBegun_) {
         return;
     }
-    const bool hasMore = parts_.fastPath->decideAhead([this] {
-        while (takeLeft(framesPerTurn) > 0) {
-        }
-        parts_.ports->flush();
-    });
+    const bool hasMore = parts_.fastPath->decideAhead([this] { settleLeft(); });
     hasMore_ = hasMore_ || hasMore;
     constexpr std::chrono::seconds longest{1};
     if (!hasMore || LinkSync::Clock::now() - begunAt_ >= longest) {
-        parts_.workers->start();
+        parts_.workers->start([this] {
+            settleLeft();
+            followNeighbours(); // which frames that have come meanwhile may wait for
+        });
     }
+}
+
+void LiveRun::followNeighbours() {
+    parts_.links->solicit();
+    parts_.links->receive();
+    parts_.forwarder->settleWaiting(LinkSync::Clock::now());
+}
+
+/// Sends all that workers have left.
+void LiveRun::settleLeft() {
+    while (takeLeft(framesPerTurn) > 0) {
+    }
+    parts_.ports->flush();
 }
 
 void LiveRun::refresh() {

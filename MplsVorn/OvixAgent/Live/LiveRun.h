@@ -82,6 +82,8 @@ class LiveRun {
     void forward(std::span<WritableFrame> burst);
     void forward(const Frame& frame);
     std::size_t takeLeft(std::size_t budget);
+    void settleLeft();
+    void followNeighbours();
     void serveWorkers();
     void refresh();
     bool refreshRoutes();

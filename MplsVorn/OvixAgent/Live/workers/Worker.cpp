@@ -35,6 +35,14 @@ void Worker::portIs(PortIndex index, LivePort& port) {
     arePolled_ = arePolled_ || port.isPolled();
 }
 
+void Worker::open() {
+    place_->enter();
+    for (const auto& port : ports_) {
+        port->receive(visitor_, 0);
+    }
+    place_->leave();
+}
+
 // What the packet thread changes it changes between two calls of a port's `receive`.
 bool Worker::turn() {
     bool hasMore = false;

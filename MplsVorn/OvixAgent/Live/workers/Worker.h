@@ -42,6 +42,8 @@ class alignas(64) Worker { // so that no two write one cache line
     /// Those of the parents, which receive.
     std::vector<std::unique_ptr<LivePort>>& ports() noexcept { return ports_; }
 
+    /// Its queues follow what has happened to the ports before.
+    void open();
     /// Forwards some of the frames that have come, and says whether there may be more.
     bool turn();
     /// Waits for frames, or to be called.

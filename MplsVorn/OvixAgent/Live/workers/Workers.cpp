@@ -50,10 +50,23 @@ Workers::Workers(FastPath& fastPath, ForwardingTables& tables, FrameAccounts& ac
     }
 }
 
-void Workers::start() {
+void Workers::start(const std::function<void()>& settle) {
+    if (!threads_.empty()) {
+        return;
+    }
+    for (const auto& worker : workers_) {
+        worker->open();
+    }
+    constexpr std::chrono::seconds longest{1};
+    const auto end = std::chrono::steady_clock::now() + longest;
+    for (const auto& worker : workers_) {
+        while (worker->turn() && std::chrono::steady_clock::now() < end) {
+            settle();
+        }
+    }
+    settle();
     const Posix::WithoutSignals here;
-    for (std::size_t i = threads_.size(); i < workers_.size(); ++i) {
-        workers_[i]->turn(); // its queues follow what has happened to the ports before
+    for (std::size_t i = 0; i < workers_.size(); ++i) {
         threads_.emplace_back([this, i] { work(i); });
     }
 }

@@ -26,7 +26,9 @@ class Workers {
     Workers& operator=(const Workers&) = delete;
     ~Workers() { stop(); }
 
-    void start();
+    /// Opens their queues, and forwards what has come meanwhile to those that had all flows before
+    /// the others were open. `settle` has what they leave processed. Does nothing once they run.
+    void start(const std::function<void()>& settle);
     /// They forward what has come so far, and end.
     void stop();
 
