@@ -2,6 +2,7 @@
 
 import json
 import subprocess
+import time
 import unittest
 
 import agent
@@ -134,11 +135,8 @@ class Workers(LiveTest):
         self.assertLess(self.paths()["slow"] - slow, 20)
         self.stop(process)
 
-    def test_a_flow_stays_in_order_while_its_labels_are_routed_anew(self):
-        process = self.start()
-        self.learn_neighbours()
-        self.ctl("lfib", "add", "100", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
-        self.until(lambda: self.labelled(100, 1) == 1)
+    def counting(self) -> subprocess.Popen:
+        """Prints how many numbered frames came behind later ones of their flows, and how many came at all."""
         receiver = self.host(self.east, """
 import socket
 s = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, socket.htons(0x8847)); s.bind(("eth0", 0x8847))
@@ -151,15 +149,27 @@ try:
 except TimeoutError: pass
 print(early, got)""")
         self.assertEqual(receiver.stdout.readline(), "ready\n")
+        return receiver
+
+    def numbered(self, flows: int, count: int) -> subprocess.Popen:
+        """Sends so many numbered frames of label 100 in each flow."""
         mac = self.router_mac("west").replace(":", "")
-        sender = self.host(self.west, f"""
+        return self.host(self.west, f"""
 import socket, time
 s = socket.socket(socket.AF_PACKET, socket.SOCK_RAW); s.bind(("eth0", 0))
-for i in range(1, 4001):
-    for flow in range(4):
+for i in range(1, {count} + 1):
+    for flow in range({flows}):
         packet = bytes.fromhex("450000280000000040110000" + "0a0001020a0009%02x" % flow) + bytes(11) + bytes([flow]) + i.to_bytes(4, "big") + bytes(4)
         s.send(bytes.fromhex("{mac}020000000009" + "8847" + "00064140") + packet)
     if i % 20 == 0: time.sleep(0.005)""")
+
+    def test_a_flow_stays_in_order_while_its_labels_are_routed_anew(self):
+        process = self.start()
+        self.learn_neighbours()
+        self.ctl("lfib", "add", "100", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
+        self.until(lambda: self.labelled(100, 1) == 1)
+        receiver = self.counting()
+        sender = self.numbered(4, 4000)
         changes = 0
         while sender.poll() is None:
             changes += 1
@@ -168,6 +178,18 @@ for i in range(1, 4001):
         early, got = map(int, receiver.communicate(timeout=DEADLINE)[0].split())
         self.assertGreater(changes, 10)
         self.assertEqual((early, got), (0, 16000))
+        self.stop(process)
+
+    def test_flows_stay_in_order_when_it_starts_under_traffic(self):
+        self.ctl("lfib", "add", "100", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
+        receiver = self.counting()
+        sender = self.numbered(64, 1500)
+        time.sleep(0.3)  # frames come by now
+        process = self.start()  # the neighbour is not known, either
+        sender.wait(DEADLINE)
+        early, got = map(int, receiver.communicate(timeout=DEADLINE)[0].split())
+        self.assertEqual(early, 0)
+        self.assertGreater(got, 1000)
         self.stop(process)
 
     def test_more_workers_than_processors_are_refused(self):
