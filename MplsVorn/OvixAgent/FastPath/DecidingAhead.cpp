@@ -12,6 +12,11 @@ using Ovix::Beneath;
 
 DecidedTables& FastPath::shared() {
     decided_.decisions.awaitsReplacing();
+    tables_->gate.beforeOpeningIs([this] {
+        if (Tessel::Changes::count() != seen_) {
+            takeChanges(settle_);
+        }
+    });
     Tessel::Changes::notice();
     return decided_;
 }

@@ -28,6 +28,9 @@ class FastPath {
     /// Everything must outlive it; the plugins behind `manager` must be active.
     FastPath(Forwarder& forwarder, const Ptr<Ovix::PluginManager>& manager,
              ForwardingTables& tables, Mpls::PublishedTables& published);
+    FastPath(const FastPath&) = delete;
+    FastPath& operator=(const FastPath&) = delete;
+    ~FastPath() { tables_->gate.beforeOpeningIs({}); }
 
     /// Processes the frames in order, each as the forwarder alone would, by the generation of the
     /// label tables that is held. Returns how many: fewer than given when that generation is lost;
@@ -61,8 +64,11 @@ class FastPath {
     // Where other threads forward by the decisions, this one makes them, and has the forwarder
     // process what they leave.
 
-    /// From now on decisions are made ahead, for all labels of the tables.
+    /// From now on decisions are made ahead, for all labels of the tables, and what changes is
+    /// taken over before others forward by it: while the gate is closed.
     DecidedTables& shared();
+    /// What is called before others may overtake what they have left, as decideAhead() has it.
+    void settleIs(std::function<void()> settle) { settle_ = std::move(settle); }
     /// Takes over what has changed, and decides for some of the labels that wait for it. `settle`
     /// is called, while nobody forwards, before frames that were left until now may be forwarded:
     /// before a label has its first decision, or a neighbour is known. What others have left must
@@ -123,6 +129,7 @@ class FastPath {
     std::uint64_t checkEvery_ = 0;
     std::uint64_t untilCheck_ = 0; ///< frames before the next to be checked
     std::function<void(const std::string&)> reportDifference_;
+    std::function<void()> settle_;
 };
 
 } // namespace OvixAgent

@@ -39,7 +39,15 @@ int signalDescriptor() {
 
 } // namespace
 
-LiveRun::LiveRun(const Parts& parts) : parts_(parts), signals_(signalDescriptor()) {}
+LiveRun::LiveRun(const Parts& parts) : parts_(parts), signals_(signalDescriptor()) {
+    if (parts_.workers != nullptr) {
+        parts_.fastPath->settleIs([this] { settleLeft(); });
+    }
+}
+
+LiveRun::~LiveRun() {
+    parts_.fastPath->settleIs({});
+}
 
 void LiveRun::run(const std::function<void(const std::string&)>& report) {
     do {

@@ -68,6 +68,9 @@ class LiveRun {
 
     /// Blocks SIGINT, SIGTERM and SIGHUP, which `run` handles. Throws std::system_error.
     explicit LiveRun(const Parts& parts);
+    LiveRun(const LiveRun&) = delete;
+    LiveRun& operator=(const LiveRun&) = delete;
+    ~LiveRun();
 
     /// Forwards until SIGINT or SIGTERM, and then the frames received so far. SIGHUP reloads the
     /// configuration; `report` is called when a port cannot be opened or is open again.

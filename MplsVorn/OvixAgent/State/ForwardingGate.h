@@ -4,7 +4,9 @@
 #include <cassert>
 #include <cstddef>
 #include <deque>
+#include <functional>
 #include <thread>
+#include <utility>
 
 namespace OvixAgent {
 
@@ -64,6 +66,10 @@ class ForwardingGate {
         ForwardingGate* gate_;
     };
 
+    /// What is called each time before the gate opens again: what is changed and what is made of it
+    /// go together.
+    void beforeOpeningIs(std::function<void()> call) { beforeOpening_ = std::move(call); }
+
     /// How often the gate was closed.
     std::uint64_t closings() const noexcept { return closings_; }
 
@@ -86,6 +92,9 @@ class ForwardingGate {
     }
     void open() noexcept {
         assert(depth_ > 0);
+        if (depth_ == 1 && !places_.empty() && beforeOpening_) {
+            beforeOpening_();
+        }
         if (--depth_ == 0 && !places_.empty()) {
             isClosed_.store(false);
             isClosed_.notify_all();
@@ -97,6 +106,7 @@ class ForwardingGate {
     alignas(64) std::deque<Place> places_;
     std::size_t depth_ = 0;
     std::uint64_t closings_ = 0;
+    std::function<void()> beforeOpening_;
 };
 
 } // namespace OvixAgent

@@ -175,6 +175,17 @@ TEST_F(WorkerTest, WhatIsLeftForATraceIsOnItsWayBeforeThatEnds) {
     EXPECT_EQ(left, 1U);
 }
 
+TEST_F(WorkerTest, WhatIsChangedIsTakenOverBeforeTheGateOpens) {
+    router.swapRoute(201, 401, "east", "10.0.2.77");
+    decide(201);
+    {
+        const ForwardingGate::Closed closed(router.tables.gate);
+        router.tables.neighbours.learn(Lumo::IpGenAddr::fromText("10.0.2.77"), Router::east,
+                                       {2, 0, 0, 0, 0, 7});
+    }
+    EXPECT_EQ(receive({frameOf({{201}})}), 0U);
+}
+
 TEST_F(WorkerTest, MoreThanFitsIsDroppedWithItsReason) {
     Frames many(burstFrames, frameOf({{100, 0, 1}}, filled(80, 7)));
     std::size_t given = 0;
