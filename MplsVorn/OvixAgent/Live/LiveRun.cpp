@@ -211,6 +211,7 @@ void LiveRun::followNeighbours() {
 
 /// Sends all that workers have left.
 void LiveRun::settleLeft() {
+    parts_.forwarder->settleWaiting(LinkSync::Clock::now()); // before later ones
     while (takeLeft(framesPerTurn) > 0) {
     }
     parts_.ports->flush();
