@@ -41,6 +41,19 @@ class Dpdk(LiveTest):
                                address], capture_output=True, text=True, check=False)
         return " 0% packet loss" in done.stdout
 
+    def start_alone(self, text: str) -> subprocess.Popen:
+        """An agent with that configuration in place of the interfaces."""
+        for port in ("west", "east"):
+            ip("-n", self.router, "link", "del", port)
+        config = self.directory / "alone.yaml"
+        config.write_text(text)
+        process = subprocess.Popen(["ip", "netns", "exec", self.router, agent.AGENT, "run", str(config), "--live", "--json",
+                                    "--control", str(self.path), *(["--plugin", agent.PLUGIN] if agent.PLUGIN else [])],
+                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        self.addCleanup(process.communicate)
+        self.addCleanup(process.kill)
+        return process
+
     def test_the_host_answers_behind_its_ports_and_the_agent_routes_between_them(self):
         process = self.start()
         for i, port in ((1, "west"), (2, "east")):
@@ -78,17 +91,11 @@ class Dpdk(LiveTest):
             (self.directory / f"{name}.yaml").write_text("ports:\n" + "".join(
                 f"  - {{name: {port}, addresses: [10.0.{i}.1/24], {way}}}\n"
                 for i, (port, way) in enumerate(ways.items(), 1)) + LFIB)
-        for port in ("west", "east"):
-            ip("-n", self.router, "link", "del", port)
         plugin = ["--plugin", agent.PLUGIN] if agent.PLUGIN else []
         plain = subprocess.run([agent.AGENT, "run", str(self.directory / "plain.yaml"), "--in", f"west={given}",
                                 "--out", str(self.directory / "out"), "--json", *plugin],
                                capture_output=True, text=True, check=True)
-        process = subprocess.Popen(["ip", "netns", "exec", self.router, agent.AGENT, "run",
-                                    str(self.directory / "dpdk.yaml"), "--live", "--json", "--control",
-                                    str(self.path), *plugin], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-        self.addCleanup(process.communicate)
-        self.addCleanup(process.kill)
+        process = self.start_alone((self.directory / "dpdk.yaml").read_text())
         self.until(lambda: self.is_forwarding() and ask(self.path, "status")["frames"]["in"] >= len(sent))
         result = self.stop(process)
         self.assertEqual(result["handedOn"]["reasons"], {"For another station": 1})
@@ -100,17 +107,9 @@ class Dpdk(LiveTest):
         self.assertEqual(len(labelled), 4)
 
     def test_a_tap_of_dpdk_is_a_wire_to_this_host(self):
-        for port in ("west", "east"):
-            ip("-n", self.router, "link", "del", port)
-        config = self.directory / "taps.yaml"
-        config.write_text("ports:\n" + "".join(
+        process = self.start_alone("ports:\n" + "".join(
             f"  - {{name: {port}, kind: dpdk, device: 'net_tap{i},iface={port}w', "
             f"mac: '02:00:00:00:00:0{i}', addresses: [10.0.{i}.1/24]}}\n" for i, port in ((1, "west"), (2, "east"))) + LFIB)
-        process = subprocess.Popen(["ip", "netns", "exec", self.router, agent.AGENT, "run", str(config), "--live", "--json",
-                                    "--control", str(self.path), *(["--plugin", agent.PLUGIN] if agent.PLUGIN else [])],
-                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-        self.addCleanup(process.communicate)
-        self.addCleanup(process.kill)
         self.until(self.is_forwarding)
         for port in ("west", "east"):
             ip("-n", self.router, "link", "set", f"{port}w", "up")
@@ -136,15 +135,7 @@ for size in {sizes}:
         self.stop(process)
 
     def test_a_device_without_a_mac_gets_one(self):
-        for port in ("west", "east"):
-            ip("-n", self.router, "link", "del", port)
-        config = self.directory / "ring.yaml"
-        config.write_text("ports: [{name: west, kind: dpdk, device: net_ring0, addresses: [10.0.1.1/24]}]\n")
-        process = subprocess.Popen(["ip", "netns", "exec", self.router, agent.AGENT, "run", str(config), "--live", "--json",
-                                    "--control", str(self.path), *(["--plugin", agent.PLUGIN] if agent.PLUGIN else [])],
-                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-        self.addCleanup(process.communicate)
-        self.addCleanup(process.kill)
+        process = self.start_alone("ports: [{name: west, kind: dpdk, device: net_ring0, addresses: [10.0.1.1/24]}]\n")
         self.until(self.is_forwarding)
         self.assertEqual(int(self.router_mac("west")[:2], 16) & 3, 2)  # locally administered, of one station
         self.stop(process)
