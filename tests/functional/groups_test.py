@@ -110,7 +110,7 @@ class Groups(unittest.TestCase):
         with open(self.directory / "in.fifo", "wb") as frames:
             frames.write(bytes.fromhex("d4c3b2a1020004000000000000000000ffff000001000000"))
             frames.flush()
-            end = pathlib.Path(f"/proc/{self.world.pid}/root/run/ovix/lab.sock")
+            end = pathlib.Path("/proc", str(self.world.pid), "root", "run", "ovix", "lab.sock")
             live.NamespaceTest.until(self, end.exists)
             for user in ("reader", "admin"):
                 self.assertEqual(json.loads(self.done(user, "status", "--json"))["run"], "captures")

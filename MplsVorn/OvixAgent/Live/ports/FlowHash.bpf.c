@@ -1,6 +1,6 @@
 /* Runs in the kernel on every frame that the network stack sends on a TAP device of several queues,
- * and chooses the queue: the frames of a flow all come to one. A flow is told by its VLANs, the label
- * stack to the bottom and the IP header beneath, as FlowProgram does it for packet sockets.
+ * and chooses the queue: the frames of a flow all come to one. A flow is identified by its VLANs, the
+ * label stack to the bottom and the IP header beneath, as FlowProgram does it for packet sockets.
  */
 #include <linux/bpf.h> /* types for the other headers */
 #include <linux/if_ether.h>
