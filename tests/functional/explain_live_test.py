@@ -66,6 +66,8 @@ class ExplainLiveTest(LiveTest):
         self.assertIn("via 10.0.2.3 dev esat, which is no port of this router", json.dumps(self.explain("label 104")))
         self.expect_repaired("label 104", {"No labels resolved to via sets, and nexthop not resolved"}, [
             f"ovixctl --tables {self.tables} lfib replace $({show} | sed -n '/^#/!s/ dev esat\\b/ dev east/gp')"])
+        self.ctl("lfib", "add", "105", "as", "205", "via", "inet", "10.0.2.3", "dev", "e';id>&2;'")
+        self.assertNotIn("id>", str(self.explain("label 105")["change"]))
         self.expect_no_groups_among_neighbours()
         self.expect_repaired("label 5000", {"No labels resolved to via sets, and nexthop not resolved"}, [
             f"ovixctl --tables {self.tables} lfib add 5000 as 5000 via inet 10.0.2.3 dev east"])

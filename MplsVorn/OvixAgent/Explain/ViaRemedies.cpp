@@ -38,6 +38,14 @@ bool isDerived(const Situation& situation, Lumo::MplsLabel label) {
     });
 }
 
+/// Whether a name means nothing else than itself to a shell and to sed. Names in the tables are
+/// whatever their writer likes.
+bool isPlain(std::string_view name) noexcept {
+    return !name.empty() &&
+           name.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"
+                                  "_-.") == std::string_view::npos;
+}
+
 /// Puts an entry into its place again, changed by sed. Several owners may have a route; one is
 /// forwarded by, and the others are shown as comments.
 std::string replacing(const Situation& situation, const std::string& entry,
@@ -142,10 +150,10 @@ std::vector<Remedy> ontoPort(const Situation& situation, const GivenFrame& frame
         const Lumo::IntfId intf = each.via.intf();
         const std::string name(names.name(intf));
         const PortIndex port = portToward(situation, each.via.nexthop());
-        if (name.empty() || portNamed(situation.config, name) != noPort || port == noPort) {
+        const std::string known = port != noPort ? situation.config.ports[port].name : "";
+        if (!isPlain(name) || !isPlain(known) || portNamed(situation.config, name) != noPort) {
             continue;
         }
-        const std::string& known = situation.config.ports[port].name;
         Remedy& remedy = all.emplace_back(
             Remedy{{},
                    fmt::format("this router has no port {}, and the next hop is on the link of {}",
