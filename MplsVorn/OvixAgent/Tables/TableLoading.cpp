@@ -68,12 +68,7 @@ void loadMvpn(const AgentConfig& config, Mpls::TablePublisher& tables) {
 Ptr<Tessel::TableReader> openIfThere(const std::string& name, bool& isThere) {
     isThere = true;
     try {
-        auto memory = Tessel::TableMemory::sharedForReading(name);
-        const auto* magic = reinterpret_cast<const std::uint64_t*>(memory.bytes().data());
-        if (Tessel::TableLayout::load(*magic) == 0) { // it is written last
-            return nullptr;
-        }
-        return Tessel::make<Tessel::TableReader>(std::move(memory));
+        return Tessel::make<Tessel::TableReader>(Tessel::TableMemory::sharedForReading(name));
     } catch (const std::system_error& absent) {
         if (absent.code() != std::errc::no_such_file_or_directory &&
             absent.code() != std::errc::no_message_available) {

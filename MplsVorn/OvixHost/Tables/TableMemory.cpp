@@ -24,6 +24,14 @@ namespace {
                             "tables \"" + name + "\": cannot " + what);
 }
 
+/// Whether the tables have been made to the end: the magic, which comes first, is written last.
+bool isFinished(const Posix::FileDescriptor& file) {
+    std::uint64_t magic = 0;
+    return pread(file.value(), &magic, sizeof magic, offsetof(TableLayout::TableHeader, magic)) ==
+               sizeof magic &&
+           magic != 0;
+}
+
 /// What is reserved at a time.
 constexpr std::size_t reserveStep = std::size_t{1} << 21U;
 
@@ -128,7 +136,7 @@ TableMemory TableMemory::sharedForReading(const std::string& name) {
     made.name_ = name;
     made.file_ = TableFiles::openForReading(name);
     const std::size_t size = made.fileSize();
-    if (size < TableLayout::heapBytesOffset) {
+    if (size < TableLayout::heapBytesOffset || !isFinished(made.file_)) {
         errno = ENODATA;
         refuse(name, "read shared memory that has not been written yet");
     }
@@ -176,7 +184,7 @@ TableMemory::Now TableMemory::now() const {
             return Now::removed;
         }
         if (std::pair(found.st_dev, found.st_ino) != identity_) {
-            return Now::replaced;
+            return isFinished(file) ? Now::replaced : Now::removed;
         }
         if (static_cast<std::size_t>(found.st_size) < bytes_.size()) {
             return Now::cutShort;

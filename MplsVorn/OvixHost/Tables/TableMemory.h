@@ -29,8 +29,8 @@ class TableMemory {
     /// short, or when the files are not to be trusted.
     static TableMemory sharedForWriting(const std::string& name, std::size_t bytes = defaultBytes,
                                         std::chrono::milliseconds wait = {});
-    /// Opens the named memory for reading alone. Throws std::system_error when there is none or
-    /// when it is not to be trusted.
+    /// Opens the named memory for reading alone. Throws std::system_error when there is none, when
+    /// its tables are still being made, or when it is not to be trusted.
     static TableMemory sharedForReading(const std::string& name);
     /// The same as for writing; memory that has been cut short gets back the size that it says it
     /// has, or else this one.
@@ -67,7 +67,7 @@ class TableMemory {
         same,     ///< this file, all of it
         cutShort, ///< this file, which has become shorter
         replaced, ///< another file, or this one with memory that is not what was mapped
-        removed   ///< no file, or none that may be read
+        removed   ///< no file, or none that may be read, or one that is still being made
     };
     Now now() const;
 

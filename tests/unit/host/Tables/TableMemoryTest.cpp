@@ -76,10 +76,32 @@ TEST(TableMemory, MemoryNotYetWrittenIsNotRead) {
         std::string::npos);
 }
 
+TEST(TableMemory, IsReadOnceItsTablesAreMadeToTheEnd) {
+    const SharedName name;
+    TableMemory made = TableMemory::sharedForWriting(name, enough);
+    EXPECT_NE(
+        refusal([&] { TableMemory::sharedForReading(name); }).find("has not been written yet"),
+        std::string::npos);
+    const TableWriter writer(std::move(made), twoTables);
+    EXPECT_NO_THROW(TableMemory::sharedForReading(name));
+}
+
+TEST(TableMemory, IsReplacedOnceTheNextTablesAreMadeToTheEnd) {
+    const SharedName name;
+    const TableWriter former(TableMemory::sharedForWriting(name, enough), twoTables);
+    const TableMemory reading = TableMemory::sharedForReading(name);
+    EXPECT_TRUE(TableMemory::remove(name));
+    TableMemory made = TableMemory::sharedForWriting(name, enough);
+    EXPECT_EQ(reading.now(), TableMemory::Now::removed);
+    const TableWriter writer(std::move(made), twoTables);
+    EXPECT_EQ(reading.now(), TableMemory::Now::replaced);
+}
+
 TEST(TableMemory, IsSharedUnderItsNameAndKeepsItsSize) {
     const SharedName name;
     std::optional<TableMemory> writing(TableMemory::sharedForWriting(name, std::size_t{1} << 24U));
     ASSERT_TRUE(writing->ensure(4096));
+    writing->bytes()[0] = std::byte{1}; // of finished tables
     const TableMemory reading = TableMemory::sharedForReading(name);
     writing->bytes()[4000] = std::byte{42};
     EXPECT_EQ(reading.bytes()[4000], std::byte{42});
@@ -95,6 +117,7 @@ TEST(TableMemory, IsWrittenByItsWriterAlone) {
     const SharedName name;
     TableMemory writing = TableMemory::sharedForWriting(name, 8192);
     ASSERT_TRUE(writing.ensure(8192));
+    writing.bytes()[0] = std::byte{1}; // of finished tables
     TableMemory reading = TableMemory::sharedForReading(name);
     EXPECT_EQ(permissionsOf(writing.bytes().data()), "rw-s");
     EXPECT_EQ(permissionsOf(reading.bytes().data()), "r--s");
@@ -140,13 +163,14 @@ TEST(TableMemory, ARemovedNameLeavesTheMemoryToThoseWhoHaveIt) {
     const SharedName name;
     TableMemory old = TableMemory::sharedForWriting(name, 8192);
     ASSERT_TRUE(old.ensure(8192));
+    old.bytes()[0] = std::byte{1}; // of finished tables
     const TableMemory reading = TableMemory::sharedForReading(name);
     EXPECT_TRUE(TableMemory::remove(name));
     EXPECT_THROW(TableMemory::sharedForReading(name), std::system_error);
     const TableMemory made = TableMemory::sharedForWriting(name, 8192); // another one
-    old.bytes()[0] = std::byte{1};
-    EXPECT_EQ(reading.bytes()[0], std::byte{1});
-    EXPECT_EQ(made.bytes()[0], std::byte{0});
+    old.bytes()[8] = std::byte{1};
+    EXPECT_EQ(reading.bytes()[8], std::byte{1});
+    EXPECT_EQ(made.bytes()[8], std::byte{0});
 }
 
 TEST(TableMemory, AnEmptyFileIsRefusedNamingTheRemedy) {
