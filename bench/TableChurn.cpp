@@ -117,7 +117,7 @@ class WorkerChurn {
     /// As the packet thread does between its own frames.
     void follow() {
         router_.tables().refresh();
-        while (router_.fastPath().decideAhead([] {})) {
+        while (router_.fastPath().decideAhead()) {
         }
     }
 

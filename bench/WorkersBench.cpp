@@ -56,7 +56,7 @@ void printWorkers(std::uint32_t labels) {
         all.push_back(std::make_unique<MemoryWorker>(router.fastPath().shared(), wake.value(),
                                                      scenario, router.ports().ports().size()));
     }
-    while (router.fastPath().decideAhead([] {})) {
+    while (router.fastPath().decideAhead()) {
     }
     std::vector<Rate> one;
     std::vector<Rate> two;

@@ -30,7 +30,7 @@ class WorkerRoad {
 
     /// Takes over what has changed, and has all labels decided that wait for it.
     void refresh() {
-        while (fastPath_->decideAhead([] {})) {
+        while (fastPath_->decideAhead()) {
         }
     }
     /// False when the tables must be refreshed first, and the frame taken again.

@@ -14,7 +14,7 @@ DecidedTables& FastPath::shared() {
     decided_.decisions.awaitsReplacing();
     tables_->gate.beforeOpeningIs([this] {
         if (Tessel::Changes::count() != seen_) {
-            takeChanges(settle_);
+            takeChanges();
         }
     });
     Tessel::Changes::notice();
@@ -41,16 +41,16 @@ void FastPath::askAhead() {
     }
 }
 
-bool FastPath::decideAhead(const std::function<void()>& settle) {
+bool FastPath::decideAhead() {
     if (Tessel::Changes::count() != seen_) {
-        takeChanges(settle);
+        takeChanges();
     }
     if (!decided_.isUsable || !decided_.decisions.areAwaited()) {
         return false;
     }
     askAhead();
     const ForwardingGate::Closed closed(tables_->gate);
-    settle();
+    settleLeft();
     for (Decider::Asked& asked : asked_) {
         if (asked.beneath == Beneath::ipv4) {
             decider_.decide(std::move(asked));

@@ -157,11 +157,17 @@ bool FastPath::mayBeOvertaken() const noexcept {
            (trace_ != nullptr && trace_->changes() != seenTrace_);
 }
 
+void FastPath::settleLeft() {
+    if (settle_) {
+        settle_();
+    }
+}
+
 /// Something has changed, which need not concern decisions.
-void FastPath::takeChanges(const std::function<void()>& settle) {
+void FastPath::takeChanges() {
     const ForwardingGate::Closed closed(tables_->gate);
-    if (settle && mayBeOvertaken()) {
-        settle();
+    if (mayBeOvertaken()) {
+        settleLeft();
     }
     const std::uint64_t changes = Tessel::Changes::count();
     forwarder_->accounts().recorder().generationIs(published_->tables().generation());

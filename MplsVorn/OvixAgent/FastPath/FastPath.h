@@ -67,13 +67,13 @@ class FastPath {
     /// From now on decisions are made ahead, for all labels of the tables, and what changes is
     /// taken over before others forward by it: while the gate is closed.
     DecidedTables& shared();
-    /// What is called before others may overtake what they have left, as decideAhead() has it.
+    /// What is called, while nobody forwards, before frames that were left until now may be
+    /// forwarded: before a label has its first decision, or a neighbour is known. What others have
+    /// left must then be on its way.
     void settleIs(std::function<void()> settle) { settle_ = std::move(settle); }
-    /// Takes over what has changed, and decides for some of the labels that wait for it. `settle`
-    /// is called, while nobody forwards, before frames that were left until now may be forwarded:
-    /// before a label has its first decision, or a neighbour is known. What others have left must
-    /// then be on its way. Returns whether more labels wait.
-    bool decideAhead(const std::function<void()>& settle);
+    /// Takes over what has changed, and decides for some of the labels that wait for it. Returns
+    /// whether more labels wait.
+    bool decideAhead();
     /// Has the forwarder process a frame that another thread has left. False when the tables must
     /// be refreshed first.
     bool receiveLeft(const WritableFrame& frame);
@@ -101,7 +101,8 @@ class FastPath {
     bool check(WritableFrame& frame);
     std::size_t forwardAround(std::span<WritableFrame> burst);
     void forwardTraced();
-    void takeChanges(const std::function<void()>& settle = {});
+    void takeChanges();
+    void settleLeft();
     bool mayBeOvertaken() const noexcept;
     void takeTrace();
     void voidAll();

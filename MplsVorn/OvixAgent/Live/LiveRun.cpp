@@ -192,7 +192,7 @@ void LiveRun::serveWorkers() {
     if (parts_.workers == nullptr || !hasBegun_) {
         return;
     }
-    const bool hasMore = parts_.fastPath->decideAhead([this] { settleLeft(); });
+    const bool hasMore = parts_.fastPath->decideAhead();
     hasMore_ = hasMore_ || hasMore;
     constexpr std::chrono::seconds longest{1};
     if (!hasMore || LinkSync::Clock::now() - begunAt_ >= longest) {

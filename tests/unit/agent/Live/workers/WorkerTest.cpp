@@ -41,9 +41,9 @@ class WorkerTest : public ::testing::Test {
     void decide(std::uint32_t label) {
         Burst made({frameOf({{label}})});
         labelCounters = router.counted;
-        router.fast->decideAhead([] {});
+        router.fast->decideAhead();
         ASSERT_TRUE(router.fast->receiveLeft(made.frames().front()));
-        ASSERT_FALSE(router.fast->decideAhead([] {}));
+        ASSERT_FALSE(router.fast->decideAhead());
         definition.receive({frameOf({{label}})});
     }
     /// What the packet thread does beside the worker.
@@ -110,7 +110,7 @@ TEST_F(WorkerTest, TakesNothingFromTheHeapOnceWarm) {
     }
     const Frames frames{frameOf({{100}}), frameOf({{200}}), frameOf({{102}}), frameOf({{999}})};
     receive(frames);
-    router.fast->decideAhead([] {});
+    router.fast->decideAhead();
     MemoryQueue sink;
     for (PortIndex i = 0; i < router.out.size(); ++i) {
         worker.portIs(i, sink);
@@ -128,7 +128,7 @@ TEST_F(WorkerTest, TakesNothingFromTheHeapOnceWarm) {
 
 TEST_F(WorkerTest, ALabelThatNoTableHasIsDecidedWhenAFrameBringsIt) {
     EXPECT_EQ(receive({frameOf({{999}})}), 1U);
-    router.fast->decideAhead([] {});
+    router.fast->decideAhead();
     EXPECT_EQ(receive({frameOf({{999}})}), 0U);
     definition.receive({frameOf({{999}}), frameOf({{999}})});
     expectSame(router, definition);
@@ -140,7 +140,8 @@ TEST_F(WorkerTest, WhatIsLeftIsOnItsWayBeforeALabelHasItsFirstDecision) {
     burst = made.frames();
     worker.turn();
     std::size_t left = 0;
-    router.fast->decideAhead([&] { left = takeLeft(); });
+    router.fast->settleIs([&] { left = takeLeft(); });
+    router.fast->decideAhead();
     EXPECT_EQ(left, 1U);
 }
 
@@ -153,7 +154,8 @@ TEST_F(WorkerTest, WhatIsLeftIsOnItsWayBeforeItsNeighbourIsKnown) {
     router.tables.neighbours.learn(Lumo::IpGenAddr::fromText("10.0.2.77"), Router::east,
                                    {2, 0, 0, 0, 0, 7});
     std::size_t left = 0;
-    router.fast->decideAhead([&] { left += takeLeft(); });
+    router.fast->settleIs([&] { left += takeLeft(); });
+    router.fast->decideAhead();
     EXPECT_EQ(left, 1U);
     EXPECT_EQ(receive({frameOf({{201}})}), 0U);
 }
@@ -165,13 +167,14 @@ TEST_F(WorkerTest, WhatIsLeftForATraceIsOnItsWayBeforeThatEnds) {
     filter.label = 200;
     filter.port = 0;
     trace.start(filter);
-    router.fast->decideAhead([] {});
+    router.fast->decideAhead();
     Burst made({frameOf({{200}})});
     burst = made.frames();
     worker.turn();
     trace.stop();
     std::size_t left = 0;
-    router.fast->decideAhead([&] { left += takeLeft(); });
+    router.fast->settleIs([&] { left += takeLeft(); });
+    router.fast->decideAhead();
     EXPECT_EQ(left, 1U);
 }
 
@@ -239,7 +242,7 @@ TEST_F(WorkerTest, ProtocolsHaveALaneOfTheirOwn) {
 
 TEST_F(WorkerTest, WhileDecisionsMustNotBeUsedAllIsLeft) {
     router.fast->isOnIs(false);
-    router.fast->decideAhead([] {});
+    router.fast->decideAhead();
     EXPECT_EQ(receive({frameOf({{100}}), frameOf({{200}})}), 2U);
 }
 
@@ -249,7 +252,7 @@ TEST_F(WorkerTest, FramesThatATraceAsksForAreLeft) {
     TraceFilter filter;
     filter.label = 200;
     trace.start(filter);
-    router.fast->decideAhead([] {});
+    router.fast->decideAhead();
     EXPECT_EQ(receive({frameOf({{100}}), frameOf({{200}})}), 1U);
 }
 
