@@ -34,6 +34,26 @@ def without_choice_of_processors() -> None:
         raise OSError(ctypes.get_errno(), "PR_SET_SECCOMP")
 
 
+class StandingStill:
+    """A thread that a debugger holds, while the others of its process go on."""
+
+    def __init__(self, test: unittest.TestCase, thread: int):
+        self.thread, self.libc = thread, ctypes.CDLL(None, use_errno=True)
+        self.ptrace(0x4206)  # PTRACE_SEIZE
+        self.ptrace(0x4207)  # PTRACE_INTERRUPT
+        os.waitpid(thread, 0x40000000)  # __WALL
+        test.addCleanup(self.go_on)
+
+    def ptrace(self, request: int) -> None:
+        if self.libc.ptrace(ctypes.c_long(request), self.thread, None, None) != 0:
+            raise OSError(ctypes.get_errno(), f"ptrace {request:x}")
+
+    def go_on(self) -> None:
+        if self.thread:
+            self.ptrace(17)  # PTRACE_DETACH
+        self.thread = 0
+
+
 class Manager:
     """The service manager's end: what has been told, in order."""
 
@@ -64,6 +84,16 @@ def privileges(process: int) -> dict[str, int]:
                                                                status, re.MULTILINE)}
 
 
+def threads(process: subprocess.Popen) -> dict[int, str]:
+    """Their names."""
+    return {int(thread.name): (thread / "comm").read_text().strip()
+            for thread in pathlib.Path(f"/proc/{process.pid}/task").iterdir()}
+
+
+def workers(process: subprocess.Popen) -> list[int]:
+    return [thread for thread, name in threads(process).items() if name.startswith("worker ")]
+
+
 class Service(live.LiveTest):
     def setUp(self):
         super().setUp()
@@ -87,22 +117,35 @@ class Service(live.LiveTest):
         process.terminate()
         self.manager.hears("STOPPING=1")
 
-    def test_an_agent_that_stands_still_does_not_feed_the_watchdog(self):
-        process = self.start()
-        self.manager.hears("READY=1")
-        process.send_signal(signal.SIGSTOP)
+    def is_not_fed_while_still(self, thread: int) -> None:
+        held = StandingStill(self, thread)
         self.manager.socket.settimeout(1)
         with self.assertRaises(TimeoutError):
             self.manager.hears("nothing")
-        process.send_signal(signal.SIGCONT)
+        held.go_on()
         self.manager.hears("WATCHDOG=1")
+
+    def test_a_packet_thread_that_stands_still_does_not_feed_the_watchdog(self):
+        process = self.start()
+        self.manager.hears("READY=1")
+        self.assertGreater(len(threads(process)), 1)
+        self.is_not_fed_while_still(process.pid)
+        self.stop(process)
+
+    def test_nor_does_one_while_a_worker_stands_still(self):
+        self.settings = "workers: 2\n"
+        process = self.start()
+        self.manager.hears("READY=1")
+        self.until(lambda: len(workers(process)) == 2)
+        for worker in workers(process):
+            self.is_not_fed_while_still(worker)
         self.stop(process)
 
     def test_all_threads_have_given_up_what_is_not_needed(self):
         process = self.start()
         self.manager.hears("READY=1")
-        for thread in pathlib.Path(f"/proc/{process.pid}/task").iterdir():
-            held = privileges(int(thread.name))
+        for thread in threads(process):
+            held = privileges(thread)
             self.assertEqual((held["CapPrm"] & ~AGENT, held["CapBnd"] & ~AGENT), (0, 0))
             self.assertEqual((held["CapInh"], held["CapAmb"], held["NoNewPrivs"]), (0, 0, 1))
         self.stop(process)

@@ -266,7 +266,9 @@ void LiveRun::settle(const std::function<void(const std::string&)>& report) {
             parts_.service->isReady();
         }
     }
-    parts_.service->turn(now);
+    if (parts_.service->isDue(now) && (parts_.workers == nullptr || parts_.workers->haveTurned())) {
+        parts_.service->feed(now);
+    }
 }
 
 /// False when the run ends.

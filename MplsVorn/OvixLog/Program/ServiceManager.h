@@ -29,14 +29,15 @@ class ServiceManager {
     /// To be called at each turn of the loop that must not stand still: feeds the watchdog twice in
     /// its time, and costs a comparison in between.
     void turn(Clock::time_point now) {
-        if (now >= nextFeeding_) {
+        if (isDue(now)) {
             feed(now);
         }
     }
-
-  private:
+    /// Whether the watchdog is to be fed; and feeds it, for loops that ask others first.
+    bool isDue(Clock::time_point now) const noexcept { return now >= nextFeeding_; }
     void feed(Clock::time_point now);
 
+  private:
     std::chrono::microseconds feedsEvery_{}; ///< 0: nobody watches
     Clock::time_point nextFeeding_ = Clock::time_point::max();
     std::string status_;

@@ -103,7 +103,9 @@ void Worker::wait(int milliseconds) {
         waiting_.back().revents != 0 && read(called_.value(), &calls, sizeof calls) > 0;
     // Not every port is ready when its interface has gone, or when it is to take in something else.
     constexpr std::uint32_t oneOf = 64;
-    servesAll_ = arePolled_ || !isReady || isCalled || milliseconds == 0 || ++turns_ % oneOf == 0;
+    const std::uint32_t turn = turns() + 1;
+    turns_.store(turn, std::memory_order_relaxed);
+    servesAll_ = arePolled_ || !isReady || isCalled || milliseconds == 0 || turn % oneOf == 0;
     waiting_.resize(ports);
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <cstdint>
 #include <memory>
 #include <poll.h>
 #include <span>
@@ -48,6 +50,8 @@ class alignas(64) Worker { // so that no two write one cache line
     bool turn();
     /// Waits for frames, or to be called.
     void wait(int milliseconds);
+    /// How often it has waited or looked for frames; by any thread.
+    std::uint32_t turns() const noexcept { return turns_.load(std::memory_order_relaxed); }
     /// Something has happened to ports, or the end has come; by any thread.
     void call() noexcept;
 
@@ -81,7 +85,7 @@ class alignas(64) Worker { // so that no two write one cache line
     std::vector<pollfd> waiting_; ///< at the ports
     bool servesAll_ = true;       ///< also ports that are not ready
     bool arePolled_ = false;
-    std::uint32_t turns_ = 0;
+    std::atomic<std::uint32_t> turns_ = 0;
     AdaptivePoll::Clock::time_point reopenedAt_;
     FewBursts searched_;
     std::uint64_t fast_ = 0;

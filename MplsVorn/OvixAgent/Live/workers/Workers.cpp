@@ -48,6 +48,7 @@ Workers::Workers(FastPath& fastPath, ForwardingTables& tables, FrameAccounts& ac
             lanes_.push_back(lane.get());
         }
     }
+    turns_.resize(workers_.size());
 }
 
 void Workers::start(const std::function<void()>& settle) {
@@ -112,6 +113,18 @@ void Workers::call() noexcept {
     for (const auto& worker : workers_) {
         worker->call();
     }
+}
+
+bool Workers::haveTurned() noexcept {
+    for (std::size_t i = 0; i < threads_.size(); ++i) {
+        if (workers_[i]->turns() == turns_[i]) {
+            return false;
+        }
+    }
+    for (std::size_t i = 0; i < threads_.size(); ++i) {
+        turns_[i] = workers_[i]->turns();
+    }
+    return true;
 }
 
 std::size_t Workers::takeLeft(const Visitor& visitor, std::size_t budget) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <thread>
@@ -35,6 +36,9 @@ class Workers {
     /// Something has happened to ports.
     void call() noexcept;
 
+    /// Whether each of them, if they run, has turned since this was true before.
+    bool haveTurned() noexcept;
+
     /// Readable when frames have been left.
     int descriptor() const noexcept { return wake_.value(); }
     /// Calls `visitor` with frames that workers have left, as takeFrames has it.
@@ -61,6 +65,7 @@ class Workers {
     std::vector<FrameRing*> urgent_; ///< of all workers
     std::vector<FrameRing*> lanes_;  ///< of their ports
     std::vector<std::thread> threads_;
+    std::vector<std::uint32_t> turns_; ///< of each worker, when all had turned
 };
 
 } // namespace OvixAgent
