@@ -23,7 +23,8 @@ install(DIRECTORY DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}/ovix)
 
 install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
-install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR} PATTERN manual EXCLUDE)
+install(DIRECTORY packaging/container DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
 # What the programs print themselves: manual pages, the reference, completion.
 find_package(Python3 REQUIRED COMPONENTS Interpreter)

@@ -68,6 +68,9 @@ class Package(unittest.TestCase):
         for command in ("LFIB ADD", "STATUS", "COMPLETION ZSH"):
             self.assertIn(f'.SH "OVIXCTL {command}"', manual)
         self.assertGreater((share / "doc/ovix/docs/reference.md").stat().st_size, 10000)
+        for example in ("demo.yaml", "metrics/dashboard.json", "metrics/alerts.yml", "container/Dockerfile",
+                        "container/compose.yaml"):
+            self.assertTrue((share / "doc/ovix/examples" / example).exists(), example)
         for program in ("ovix-agent", "ovixctl", "ovix-fpm"):
             for completion in (f"bash-completion/completions/{program}", f"zsh/vendor-completions/_{program}"):
                 self.assertGreater((share / completion).stat().st_size, 100)
