@@ -8,6 +8,7 @@ try_container.py PACKAGES [--base TAR]: PACKAGES is the directory of the package
 """
 
 import argparse
+import os
 import pathlib
 import shutil
 import subprocess
@@ -15,7 +16,7 @@ import sys
 import tempfile
 import time
 
-from try_packages import CONFIG, HOST, PID, ROUTER, SEND, check, clean_up, make_network, run
+from try_packages import CONFIG, PID, ROUTER, check, clean_up, make_network, run, start_traffic
 
 HERE = pathlib.Path(__file__).resolve().parent / "container"
 AGENT, LISTENER, FRR = (f"ovix{PID}-{name}" for name in ("agent", "listener", "frr"))
@@ -89,11 +90,10 @@ def try_all(containers: Containers, work: pathlib.Path) -> None:
     containers.run("exec", AGENT, *ctl, "lfib", "add", "100", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
     check("the listener's container has the same tables",
           "transit 100" in containers.run("exec", LISTENER, *ctl, "lfib", "show"))
-    traffic = subprocess.Popen(["ip", "netns", "exec", HOST, "python3", "-c", SEND], stdout=subprocess.PIPE, text=True)
-    time.sleep(1)
+    traffic = start_traffic()
     traffic.terminate()
-    sent, got = map(int, traffic.communicate(timeout=30)[0].split())
-    check(f"frames pass: {got} of {sent}", got == sent and sent > 5)
+    sent, got = map(int, traffic.communicate(timeout=150)[0].split())
+    check(f"frames pass: {got} of {sent}", got == sent)
     containers.run("run", "--detach", "--name", FRR, *FRR_RIGHTS, "--volume", f"{work}/frr:/etc/frr", "--network",
                    f"ns:/run/netns/{ROUTER}", FRR_IMAGE)
     shown = lambda: containers.run("exec", AGENT, *ctl, "route", "show")
@@ -111,6 +111,10 @@ def main() -> None:
     parser.add_argument("packages", type=pathlib.Path)
     parser.add_argument("--base")
     options = parser.parse_args()
+    # What packages are installed into has the /dev/shm of this process: a tmpfs of its own.
+    if not os.environ.get("OVIX_OWN_MOUNTS"):
+        os.execvpe("unshare", ["unshare", "--mount", "sh", "-c", 'mount -t tmpfs none /dev/shm && exec "$@"', "sh",
+                               sys.executable, *sys.argv], {**os.environ, "OVIX_OWN_MOUNTS": "1"})
     work = pathlib.Path(tempfile.mkdtemp(prefix="ovix-container-"))
     containers = Containers(work)
     try:

@@ -57,7 +57,9 @@ def what_is_known() -> str:
              ["vtysh", "-c", "show running-config"], ["grep", "options", FRR / "daemons"],
              ["journalctl", "-u", "ovix-fpm", "-u", "frr", "-n", "40", "--no-pager"], ["ss", "-tnp"],
              ["vtysh", "-c", "show ip ospf neighbor", "-c", "show mpls ldp neighbor", "-c", "show mpls table"],
-             ["ip", "-M", "route"], ["ip", "route"]]
+             ["ip", "-M", "route"], ["ip", "route"], ["ip", "-s", "link"], ["ovixctl", "status"], ["ovixctl", "lfib", "show"],
+             ["ovixctl", "drops", "show"], ["ovixctl", "port", "show"], ["ovixctl", "neighbour", "show"],
+             ["journalctl", "-u", "ovix-agent@ovix", "-n", "20", "--no-pager"]]
     return "\n".join(run(*command, check=False).stdout for command in asked)
 
 
