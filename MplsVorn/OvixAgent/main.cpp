@@ -1,6 +1,5 @@
 #include <csignal>
 #include <cstdio>
-#include <exception>
 #include <linux/capability.h>
 #include <string_view>
 #include <variant>
@@ -10,6 +9,7 @@
 #include "Command/Replaying.h"
 #include "Command/Run.h"
 #include "Live/carrier/Carrier.h"
+#include "Program/Ending.h"
 #include "Program/Privileges.h"
 
 namespace {
@@ -25,13 +25,7 @@ void giveUpPrivileges(const OvixAgent::RunOptions& options) {
     }
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
-    if (argc > 0 && std::string_view(argv[0]) == OvixAgent::carrierHolder) {
-        return OvixAgent::holdCarrier();
-    }
-    std::signal(SIGPIPE, SIG_IGN); // a closed pipe is an error of the write
+int carryOut(int argc, char** argv) {
     const auto parsed = OvixAgent::parseCommandLine(argc, argv);
     if (const auto* exit = std::get_if<OvixAgent::CliExit>(&parsed)) {
         std::fputs(exit->text.c_str(),
@@ -44,13 +38,19 @@ int main(int argc, char** argv) {
     if (const auto* options = std::get_if<OvixAgent::ReplayOptions>(&parsed)) {
         return OvixAgent::runReplay(*options);
     }
-    try {
-        const auto& options = std::get<OvixAgent::RunOptions>(parsed);
-        giveUpPrivileges(options);
-        OvixLog::Log log("ovix-agent");
-        return OvixAgent::run(options, log);
-    } catch (const std::exception& error) { // there is no thread for the log
-        std::fprintf(stderr, "ovix-agent: %s\n", error.what());
-        return OvixAgent::ExitCode::badInput;
+    const auto& options = std::get<OvixAgent::RunOptions>(parsed);
+    giveUpPrivileges(options);
+    OvixLog::Log log("ovix-agent");
+    return OvixAgent::run(options, log);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc > 0 && std::string_view(argv[0]) == OvixAgent::carrierHolder) {
+        return OvixAgent::holdCarrier();
     }
+    std::signal(SIGPIPE, SIG_IGN); // a closed pipe is an error of the write
+    return OvixLog::endOf("ovix-agent", OvixAgent::ExitCode::badInput,
+                          [&] { return carryOut(argc, argv); });
 }

@@ -3,6 +3,7 @@
 #include <stdexcept>
 #include <variant>
 
+#include "Program/Ending.h"
 #include "commands/Command.h"
 
 namespace {
@@ -21,18 +22,22 @@ int carryOut(const Request& request) {
         }
         return code.value();
     } catch (const std::exception& error) {
-        complain(request, error.what());
+        complain(request, OvixLog::reasonOf(error));
         return request.command->failureCode;
     }
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
+int carryOut(int argc, char** argv) {
     const auto parsed = parseCommandLine(argc, argv);
     if (const auto* exit = std::get_if<EarlyExit>(&parsed)) {
         std::fputs(exit->text.c_str(), exit->code == ExitCode::success ? stdout : stderr);
         return exit->code;
     }
     return carryOut(std::get<Request>(parsed));
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    return OvixLog::endOf("ovixctl", ExitCode::failure, [&] { return carryOut(argc, argv); });
 }

@@ -2,7 +2,6 @@
 
 #include <CLI/CLI.hpp>
 #include <csignal>
-#include <cstdio>
 #include <exception>
 #include <linux/capability.h>
 #include <optional>
@@ -11,6 +10,7 @@
 #include <vector>
 
 #include "Log/Log.h"
+#include "Program/Ending.h"
 #include "Program/Privileges.h"
 #include "Program/ServiceManager.h"
 #include "Program/Version.h"
@@ -114,7 +114,7 @@ int serveAndLog(const Options& options, OvixLog::Log& log) {
         serve(options, log);
         return 0;
     } catch (const std::exception& error) {
-        log({}, error.what());
+        log({}, OvixLog::reasonOf(error));
         return 1;
     }
 }
@@ -135,14 +135,7 @@ void addPseudowireOptions(CLI::App& app, Options& options) {
         ->type_name("DIRECTORY");
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
-    Options options;
-    CLI::App app(
-        "Publishes zebra's routes (dplane_fpm_nl) in shared tables. The routes stay when zebra or "
-        "this program ends.",
-        "ovix-fpm");
+void addOptions(CLI::App& app, Options& options) {
     app.set_version_flag("--version", OvixLog::versionText("ovix-fpm"));
     app.add_option("--tables", options.tables, "The tables to publish in")
         ->capture_default_str()
@@ -174,6 +167,15 @@ int main(int argc, char** argv) {
         ->type_name("NAME");
     app.add_flag("--verbose", options.verbose, "Log every change of a route");
     app.footer("Exit codes: 0 ended by SIGINT or SIGTERM, 1 an error, 2 the command line is wrong");
+}
+
+int carryOut(int argc, char** argv) {
+    Options options;
+    CLI::App app(
+        "Publishes zebra's routes (dplane_fpm_nl) in shared tables. The routes stay when zebra or "
+        "this program ends.",
+        "ovix-fpm");
+    addOptions(app, options);
     try {
         app.parse(argc, argv);
         settingsOf(options);
@@ -181,13 +183,14 @@ int main(int argc, char** argv) {
         return app.exit(error) == 0 ? 0 : 2;
     }
     std::signal(SIGPIPE, SIG_IGN); // a reader of the log that goes is no reason to end
-    try {
-        // Of root: files of others, and giving files to groups.
-        OvixLog::keepCapabilities({CAP_CHOWN, CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH});
-        OvixLog::Log log("ovix-fpm");
-        return serveAndLog(options, log);
-    } catch (const std::exception& error) { // there is no thread for the log
-        std::fprintf(stderr, "ovix-fpm: %s\n", error.what());
-        return 1;
-    }
+    // Of root: files of others, and giving files to groups.
+    OvixLog::keepCapabilities({CAP_CHOWN, CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH});
+    OvixLog::Log log("ovix-fpm");
+    return serveAndLog(options, log);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    return OvixLog::endOf("ovix-fpm", 1, [&] { return carryOut(argc, argv); });
 }

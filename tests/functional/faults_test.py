@@ -4,7 +4,9 @@ killed in mid-burst, too little memory, room or descriptors."""
 import os
 import pathlib
 import random
+import re
 import resource
+import shutil
 import signal
 import socket
 import struct
@@ -206,6 +208,55 @@ $ctl lfib del 100 owner file""", CTL, str(lines)],
         self.assertEqual(done.returncode, 1)
         self.assertIn(str(out / "east.pcap"), done.stderr)
         self.assertIn("No space left on device", done.stderr)
+
+
+@unittest.skipIf(faults.is_sanitized(), "the sanitizer has allocations of its own")
+class OneAllocationFails(agent.AgentTest):
+    """Whichever it is, a program ends as without that, or by saying that there is no memory."""
+
+    TRIED = 60
+    CONFIG = PORTS + lfib(transit={100: routes(via("swap", [200]))})
+
+    def setUp(self):
+        super().setUp()
+        self.tables = self.path / "tables"
+
+    def run_failing(self, number: int, command: list[str]) -> subprocess.CompletedProcess:
+        environment = {**os.environ, "LD_PRELOAD": os.environ["OVIX_FAILING_ALLOCATION"],
+                       "OVIX_FAIL_ALLOCATION": str(number), "OVIX_TABLES_DIR": str(self.tables)}
+        shutil.rmtree(self.tables, ignore_errors=True)
+        self.tables.mkdir(mode=0o700)
+        return subprocess.run(command, capture_output=True, text=True, check=False, timeout=60,
+                              env=environment)
+
+    def check(self, *command: str) -> None:
+        whole = self.run_failing(0, list(command))
+        counted = re.search(r"^allocations: (\d+)$", whole.stderr, re.MULTILINE)
+        allocations = int(counted[1])
+        ended = 0
+        for number in range(1, allocations + 1, max(1, allocations // self.TRIED)):
+            with self.subTest(command=command[:3], allocation=number):
+                done = self.run_failing(number, list(command))
+                if done.returncode == whole.returncode:
+                    self.assertEqual(done.stdout, whole.stdout)
+                    continue
+                ended += 1
+                self.assertIn(done.returncode, (1, 2), done.stderr)
+                self.assertRegex(done.stderr, "memory|bad_alloc")
+        self.assertGreater(ended, 0)
+
+    def test_of_a_run_on_captures(self):
+        config = self.path / "config.yaml"
+        config.write_text(self.CONFIG)
+        f.write_pcap(self.path / "in.pcap", [mpls([100])] * 200)
+        plugin = ["--plugin", agent.PLUGIN] if agent.PLUGIN else []
+        self.check(agent.AGENT, "run", str(config), "--in", f"west={self.path / 'in.pcap'}", "--out",
+                   str(self.path / "out"), "--force", *plugin)
+
+    def test_of_loading_tables(self):
+        lines = self.path / "lines"
+        lines.write_text("".join(f"{label} as 200 dev east\n" for label in range(100, 200)))
+        self.check(CTL, "--tables", "few", "--create", "lfib", "load", str(lines))
 
 
 if __name__ == "__main__":

@@ -12,6 +12,7 @@
 #include "Explain/Explanation.h"
 #include "Explain/FrameWords.h"
 #include "Explain/RemedyWords.h"
+#include "Program/Ending.h"
 #include "Tables/TableLoading.h"
 
 namespace OvixAgent {
@@ -131,7 +132,7 @@ int exitCodeOf(const std::function<Tessel::Result<int>()>& command) {
         }
         problem = code.refused().what;
     } catch (const std::exception& error) {
-        problem = error.what();
+        problem = OvixLog::reasonOf(error);
     }
     std::fprintf(stderr, "ovix-agent: %s\n", problem.c_str());
     return ExitCode::usage;

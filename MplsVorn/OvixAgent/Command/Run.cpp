@@ -11,6 +11,7 @@
 #include "Capture/CapturedLoopback.h"
 #include "FastPath/FastPath.h"
 #include "Live/ports/Card.h"
+#include "Program/Ending.h"
 
 namespace OvixAgent {
 
@@ -115,7 +116,7 @@ int run(const RunOptions& options, OvixLog::Log& log) {
         log({}, error.what());
         return ExitCode::usage;
     } catch (const std::exception& error) {
-        log({}, error.what());
+        log({}, OvixLog::reasonOf(error));
     }
     return ExitCode::badInput;
 }
