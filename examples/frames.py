@@ -100,10 +100,25 @@ def tcp_packet(src: str, dst: str, sport: int = 1024, dport: int = 9, payload: b
     return _ip_packet(src, dst, 6, tcp(src, dst, sport, dport, payload), **ip)
 
 
-def lsp_ping(src: str, dst: str, **ip) -> bytes:
-    """An MPLS echo request that asks for a reply by UDP and names no FEC (RFC 8029)."""
-    request = struct.pack("!HHBBBBIIQQ", 1, 0, 1, 2, 0, 0, 1, 1, 0, 0)
-    return udp_packet(src, dst, 49152, LSP_PING_PORT, request, **ip)
+def _tlv(kind: int, value: bytes) -> bytes:
+    return struct.pack("!HH", kind, len(value)) + value + bytes(-len(value) % 4)
+
+
+def ldp_fec(prefix: str, length: int) -> bytes:
+    """The target FEC stack of an MPLS echo request (RFC 8029 section 3.2): a prefix of LDP."""
+    return _tlv(1, _tlv(1, ipaddress.ip_address(prefix).packed + bytes([length])))
+
+
+def downstream_mapping(address: str, label: int) -> bytes:
+    """The detailed mapping that an MPLS echo request compares (RFC 8029 section 3.4)."""
+    return _tlv(20, struct.pack("!HBB", 1500, 1, 0) + 2 * ipaddress.ip_address(address).packed + struct.pack("!BBH", 0, 0, 8) +
+                _tlv(2, (label << 12).to_bytes(4, "big")))
+
+
+def lsp_ping(src: str, dst: str, *tlvs: bytes, mode: int = 2, port: int = 49152, **ip) -> bytes:
+    """An MPLS echo request (RFC 8029) that asks for a reply by UDP; without `tlvs` it names no FEC."""
+    request = struct.pack("!HHBBBBIIQQ", 1, 0, 1, mode, 0, 0, 1, 1, 0, 0) + b"".join(tlvs)
+    return udp_packet(src, dst, port, LSP_PING_PORT, request, **ip)
 
 
 def eth(dst: str, src: str, ethertype: int, payload: bytes, vlans: Sequence[Tag] = ()) -> bytes:

@@ -222,6 +222,62 @@ routes: [{vrf: red, prefix: 10.1.0.0/16, via: {nexthop: 10.0.7.7}}]
         alert = mpls([1, 100])
         self.assertEqual(self.expect_other_frame(SWAP, alert, "MPLS Oam packet"), mpls([100]))
 
+    def expect_echo(self, config: str, packet: bytes, answer: str, at: str = "west", labels=(0,), **values) -> list[dict]:
+        """What becomes of an LSP ping behind the punt: the step that says so, and those behind it."""
+        told = self.explain(config, mpls(list(labels), packet), at=at)
+        self.assertEqual(told["verdict"]["fate"], "punted")
+        steps = [step for step in told["steps"] if step["step"] in ("answer", "reply")]
+        found = steps[0]["values"]
+        self.assertEqual(found["answer"], answer, steps)
+        self.assertEqual({name: found[name] for name in values}, values)
+        return steps
+
+    def test_what_the_router_answers_an_lsp_ping(self):
+        ours, theirs = f.ldp_fec("10.0.2.0", 24), f.ldp_fec("10.77.0.0", 16)
+        sent_on, reply = self.expect_echo(SWAP, f.lsp_ping("10.0.1.2", "127.0.0.1", ours), "LSP echo: sent", code=3,
+                                          meaning="egress for the FEC", depth=1, fec="10.0.2.0/24")
+        self.assertEqual(sent_on["details"], ["return code 3: egress for the FEC, depth 1, FEC 10.0.2.0/24"])
+        self.assertEqual((reply["values"]["fate"], reply["values"]["port"]), ("forwarded", "west"))
+        self.assertIn("the answer is forwarded by west, ", reply["text"])
+        self.expect_echo(SWAP, f.lsp_ping("10.0.1.2", "127.0.0.1", theirs), "LSP echo: sent", code=4,
+                         meaning="no mapping for the FEC", fec="10.77.0.0/16")
+        mapping = f.downstream_mapping("10.0.9.9", 0)
+        self.expect_echo(SWAP, f.lsp_ping("10.0.1.2", "127.0.0.1", ours, mapping), "LSP echo: sent", code=5,
+                         meaning="downstream mapping mismatch")
+        self.expect_echo(SWAP, f.lsp_ping("10.0.1.2", "127.0.0.1"), "LSP echo: sent", code=1, meaning="malformed request")
+        expired, _ = self.expect_echo(SWAP, f.lsp_ping("10.0.1.2", "127.0.0.1", ours), "LSP echo: sent",
+                                      labels=((100, 0, 1),), code=8, meaning="label switched")
+        self.assertFalse(expired["failed"])
+
+    def test_why_the_router_does_not_answer_an_lsp_ping(self):
+        ours = f.ldp_fec("10.0.2.0", 24)
+        unanswered = "LSP echo unanswered: "
+        self.expect_echo(SWAP, f.lsp_ping("10.0.1.2", "127.0.0.1", ours, mode=1), unanswered + "no reply wanted")
+        self.expect_echo(SWAP, f.lsp_ping("10.0.1.2", "127.0.0.1", ours, port=0), unanswered + "no source port")
+        self.expect_echo(SWAP, f.lsp_ping("0.0.0.0", "127.0.0.1", ours), unanswered + "source is not a single host")
+        damaged = bytearray(f.lsp_ping("10.0.1.2", "127.0.0.1", ours))
+        damaged[-1] ^= 1
+        self.expect_echo(SWAP, bytes(damaged), unanswered + "UDP length or checksum wrong")
+        self.expect_echo(PORTS.replace(", addresses: [10.0.1.1/24]", "") + SWAP,
+                         f.lsp_ping("10.0.1.2", "127.0.0.1", ours), unanswered + "port has no address of the family")
+        self.expect_echo(SWAP, f.lsp_ping("10.5.5.5", "127.0.0.1", ours), unanswered + "no path to the source", labels=(1,))
+        self.expect_echo("answers: {lsp-echo: false}\n" + SWAP, f.lsp_ping("10.0.1.2", "127.0.0.1", ours),
+                         "LSP echo: suppressed")
+
+    def test_what_the_router_answers_a_packet_that_goes_nowhere(self):
+        routed = SWAP + "routes: [{prefix: 10.55.0.0/16, via: {interface: east, nexthop: 10.0.2.2}}]\n"
+
+        def answer(frame: bytes) -> list[str]:
+            told = self.explain(routed, frame, code=1 if frame[12:14] == b"\x08\0" else 0)
+            return [step["text"] for step in told["steps"] if step["step"] in ("answer", "reply")]
+        expired = mpls([(100, 0, 1)], f.udp_packet("10.0.1.2", "10.9.0.1"))
+        self.assertEqual(answer(expired)[0], "answer: time exceeded: sent")
+        self.assertRegex(answer(expired)[1], "^the answer is forwarded by west, ")
+        lost = f.eth(WEST, CE_WEST, f.ETH_IPV4, f.udp_packet("10.0.1.2", "10.66.0.1"))
+        self.assertEqual(answer(lost)[0], "answer: unreachable: sent")
+        error = f.eth(WEST, CE_WEST, f.ETH_IPV4, f.ipv4("10.0.1.2", "10.66.0.1", bytes([3, 1, 0, 0]) + bytes(24), 1))
+        self.assertEqual(answer(error), ["answer: unreachable: not sent, none is due about such a packet"])
+
     def test_a_vrf_without_a_route(self):
         config = PORTS + lfib(decap={100: "type: ip-lookup, via: {action: pop, payload: auto, vrf: red}"})
         self.repaired(config, mpls([100]), "dropped", "VRF not configured")

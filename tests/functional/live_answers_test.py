@@ -179,6 +179,31 @@ except TimeoutError: pass""").communicate()[0]
                          ["5", "0", "7", "10.0.1.2", "10.0.1.1", "500", ""])
         self.stop(process)
 
+    def test_a_trace_says_what_became_of_an_lsp_ping(self):
+        """In the words of the counts."""
+        process = self.start("answers: {lsp-echo: {per-second: 1, burst: 1}}\n")
+        self.learn_neighbours()
+        ping = f.lsp_ping("10.0.1.2", "127.0.0.1", f.ldp_fec("10.0.2.0", 24), ttl=1)
+        trace = subprocess.Popen([CTL, "--tables", self.tables, "--control", str(self.path), "trace", "start", "--limit",
+                                  "3", "--prefix", "127.0.0.1/32"], stdout=subprocess.PIPE, text=True)
+        self.addCleanup(trace.communicate)
+        self.addCleanup(trace.kill)
+        self.until(lambda: ask(self.path, "trace-lines")["on"])
+        quiet = f.lsp_ping("10.0.1.2", "127.0.0.1", f.ldp_fec("10.0.2.0", 24), ttl=1, mode=1)
+        frames = [f.eth(self.router_mac("west"), "02:00:00:00:00:09", f.ETH_IPV4, packet).hex()
+                  for packet in (quiet, ping, ping)]
+        self.host(self.west, f"""
+import socket
+s = socket.socket(socket.AF_PACKET, socket.SOCK_RAW); s.bind(("eth0", 0))
+for frame in {frames}: s.send(bytes.fromhex(frame))""").communicate()
+        told = [line.split(" answer: ")[1] for line in trace.communicate(timeout=10)[0].splitlines() if " answer: " in line]
+        self.assertEqual(told, ["LSP echo unanswered: no reply wanted",
+                                "LSP echo: sent, code 3, meaning egress for the FEC, depth 1, fec 10.0.2.0/24",
+                                "LSP echo: suppressed"])
+        counts = {entry["reason"]: entry["count"] for entry in self.stop(process)["counters"]
+                  if entry["category"] == "Answer"}
+        self.assertEqual(counts, {"LSP echo unanswered: no reply wanted": 1, "LSP echo: sent": 1, "LSP echo: suppressed": 1})
+
     def labelled_at_east(self, frame: bytes) -> list[list[str]]:
         """Labels, TTLs, UDP source port and router alert option, as tshark reads them, of what east
         gets for a frame that west sends."""

@@ -73,6 +73,20 @@ class Trace(SharedTablesTest):
         self.assertIn("frame 2 west hardware table: label 77, found no, adjacency 0", lines)
         self.assertIn("Pkt 2: No viaSet for label 77", result.trace())
 
+    def test_what_would_answer_a_frame_is_said_though_captures_are_not_answered(self):
+        fec = f.ldp_fec("10.0.2.0", 24)
+        process = self.trace("--limit", "3")
+        self.agent.send_and_wait(mpls([0], f.lsp_ping("10.0.2.2", "127.0.0.1", fec)),
+                                 mpls([0], f.lsp_ping("10.0.2.2", "127.0.0.1", fec, mode=1)),
+                                 mpls([(100, 0, 1)], f.udp_packet("10.0.2.2", "10.9.0.1")))
+        told, _ = process.communicate(timeout=10)
+        self.assertEqual([line for line in told.splitlines() if " answer: " in line], [
+            "frame 1 west - answer: LSP echo: sent, code 3, meaning egress for the FEC, depth 1, fec 10.0.2.0/24, "
+            "by live runs only",
+            "frame 2 west - answer: LSP echo unanswered: no reply wanted, by live runs only",
+            "frame 3 west hardware answer: time exceeded: sent, by live runs only"])
+        self.assertEqual(self.agent.stop().sent(), {})
+
     def test_it_ends_by_command_by_time_and_by_interruption(self):
         process = self.trace()
         self.ctl("trace", "stop", "--control", str(self.agent.path))

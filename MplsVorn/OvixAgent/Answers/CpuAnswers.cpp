@@ -7,6 +7,7 @@
 
 #include "Answers/IcmpError.h"
 #include "Answers/LspEcho.h"
+#include "Ovix/trace/RoadNotes.h"
 
 namespace OvixAgent {
 
@@ -48,9 +49,10 @@ std::uint64_t monotonicNanoseconds() {
 } // namespace
 
 CpuAnswers::CpuAnswers(TransmitPort& cpu, const AgentConfig& config, ForwardingTables& forwarding,
-                       const Mpls::PublishedTables& tables)
-    : cpu_(&cpu), forwarding_(&forwarding), lookup_(config, forwarding, tables),
-      rate_(config.answers) {
+                       const Mpls::PublishedTables& tables, Purpose purpose)
+    : cpu_(&cpu), purpose_(purpose),
+      notes_(purpose == Purpose::trialOfCaptures ? "live runs only" : ""), forwarding_(&forwarding),
+      lookup_(config, forwarding, tables), rate_(config.answers) {
     configure(config);
 }
 
@@ -65,7 +67,7 @@ void CpuAnswers::configure(const AgentConfig& config) {
 
 void CpuAnswers::transmit(const OvixAgent::Frame& frame) {
     cpu_->transmit(frame);
-    if (frame.isOwn) {
+    if (frame.isOwn || isIdle()) {
         return; // an answer about an answer would never end (RFC 1122 section 3.2.2)
     }
     if (const auto packet = readLabelledPacket(frame.bytes)) {
@@ -101,9 +103,9 @@ void CpuAnswers::passOn(const OvixAgent::Frame& frame, const LabelledPacket& pac
     labels.erase(labels.begin());
     rate_.take(AnswerReason::lspEcho, frame.port, packet.ip.source());
     const Answer onward{{packet.ip.bytes.begin(), packet.ip.bytes.end()}, std::move(labels)};
-    const Lumo::EthAddr& mac = forwarding_->ports.ports()[frame.port].mac;
-    answers_.push_back({frame.port, onward.frame(mac, packet.tags), false, true});
+    push(frame, packet, onward, false, true);
     ++passedOn_;
+    notes_.passedOn();
 }
 
 /// A frame to a group of stations is for all of them only by the label of a multicast tree.
@@ -123,6 +125,7 @@ void CpuAnswers::answerEcho(const OvixAgent::Frame& frame, const LabelledPacket&
     } else if (queue(AnswerReason::lspEcho, frame, packet, std::move(reply.packet),
                      reply.alertsRouters)) {
         leftOut_ += reply.leftOut;
+        notes_.sent(reply.finding);
     } else {
         countSilence(EchoSilence::noPath);
     }
@@ -130,7 +133,7 @@ void CpuAnswers::answerEcho(const OvixAgent::Frame& frame, const LabelledPacket&
 
 void CpuAnswers::tooBig(const OvixAgent::Frame& received, std::span<const std::uint8_t> leaving,
                         std::uint32_t mtu) {
-    if (!mayAnswerAny(AnswerReason::tooBig)) {
+    if (isIdle() || !mayAnswerAny(AnswerReason::tooBig)) {
         return;
     }
     const auto before = readLabelledPacket(received.bytes);
@@ -143,7 +146,7 @@ void CpuAnswers::tooBig(const OvixAgent::Frame& received, std::span<const std::u
 
 void CpuAnswers::undelivered(const OvixAgent::Frame& received, std::string_view reason) {
     const std::optional<Unreachable> why = unreachableBy(reason);
-    if (!why || !mayAnswerAny(AnswerReason::unreachable)) {
+    if (!why || isIdle() || !mayAnswerAny(AnswerReason::unreachable)) {
         return;
     }
     if (const auto packet = readLabelledPacket(received.bytes)) {
@@ -152,11 +155,20 @@ void CpuAnswers::undelivered(const OvixAgent::Frame& received, std::string_view 
     }
 }
 
+/// In a trial that nobody looks at, nothing has to be answered.
+bool CpuAnswers::isIdle() const noexcept {
+    return purpose_ != Purpose::answer && !Ovix::RoadNotes::isOn();
+}
+
 /// Floods cost little: their packets are read only when an answer may be sent.
 bool CpuAnswers::mayAnswerAny(AnswerReason reason) {
-    const bool may = answers_.size() < maxQueued && rate_.mayAdmit(reason, monotonicNanoseconds());
+    const bool may =
+        purpose_ != Purpose::answer
+            ? !rate_.isOff(reason)
+            : answers_.size() < maxQueued && rate_.mayAdmit(reason, monotonicNanoseconds());
     if (!may) {
         counts_.suppressed(reason);
+        notes_.suppressed(reason);
     }
     return may;
 }
@@ -164,10 +176,14 @@ bool CpuAnswers::mayAnswerAny(AnswerReason reason) {
 /// Asked before an answer is made, since that is what costs.
 bool CpuAnswers::mayAnswer(AnswerReason reason, const OvixAgent::Frame& frame,
                            const LabelledPacket& packet) {
+    if (purpose_ != Purpose::answer) {
+        return mayAnswerAny(reason);
+    }
     const bool may = answers_.size() < maxQueued &&
                      rate_.mayAdmit(reason, frame.port, packet.ip.source(), monotonicNanoseconds());
     if (!may) {
         counts_.suppressed(reason);
+        notes_.suppressed(reason);
     }
     return may;
 }
@@ -176,9 +192,25 @@ template <typename Make>
 void CpuAnswers::reportError(AnswerReason reason, const OvixAgent::Frame& frame,
                              const LabelledPacket& packet, const Make& make) {
     assert(frame.port < own_.size());
-    if (mayReportError(frame, packet) && mayAnswer(reason, frame, packet)) {
-        queue(reason, frame, packet, make(own_[frame.port]));
+    if (!mayReportError(frame, packet)) {
+        notes_.notSent(reason, "an address is a broadcast or link-local one");
+    } else if (mayAnswer(reason, frame, packet)) {
+        const OwnAddresses& own = own_[frame.port];
+        std::vector<std::uint8_t> error = make(own);
+        const char* const why = own.of(packet.ip.type).empty() ? "the port has no address"
+                                : error.empty()                ? "none is due about such a packet"
+                                                               : "there is no path to the source";
+        if (queue(reason, frame, packet, std::move(error))) {
+            notes_.sent(reason);
+        } else {
+            notes_.notSent(reason, why);
+        }
     }
+}
+
+void CpuAnswers::countSilence(EchoSilence why) {
+    ++silences_[static_cast<std::size_t>(why)];
+    notes_.silent(why);
 }
 
 /// False when there is no answer, or no way for it.
@@ -195,114 +227,30 @@ bool CpuAnswers::queue(AnswerReason reason, const OvixAgent::Frame& frame,
     }
     rate_.take(reason, frame.port, packet.ip.source());
     counts_.sent(reason);
-    const Lumo::EthAddr& mac = forwarding_->ports.ports()[frame.port].mac;
-    answers_.push_back({frame.port, answer->frame(mac, packet.tags), true, alertsRouters});
+    push(frame, packet, *answer, true, alertsRouters);
     return true;
 }
 
-/// The longest IP packet that leaves whole for the source of one: by its route, or along the LSP.
-std::size_t CpuAnswers::mtuToSource(const OvixAgent::Frame& frame,
-                                    const LabelledPacket& packet) const {
-    constexpr std::size_t leastOfIpv6 = 1280; // RFC 8200 section 5
-    constexpr std::size_t none = 65535;
-    std::size_t mtu = none;
-    const auto limit = [&mtu](std::size_t ofPort, std::size_t labels) {
-        const std::size_t stack = labels * Lumo::MplsLabelEntry::size;
-        mtu = std::min(mtu, ofPort - std::min(ofPort, stack));
-    };
-    const IpRoute* const route = forwarding_->vrfs->fibOfPort(frame.port).find(packet.ip.source());
-    if (route != nullptr) {
-        for (const IpRouteVia& via : route->vias()) {
-            limit(forwarding_->ports.ports()[via.port].mtu,
-                  via.push ? pushedLabels(*via.push).depth() : 0);
-        }
-        return mtu;
+void CpuAnswers::push(const OvixAgent::Frame& frame, const LabelledPacket& packet,
+                      const Answer& answer, bool isOwn, bool alertsRouters) {
+    if (purpose_ != Purpose::trialOfCaptures) {
+        const Lumo::EthAddr& mac = forwarding_->ports.ports()[frame.port].mac;
+        answers_.push_back({frame.port, answer.frame(mac, packet.tags), isOwn, alertsRouters});
     }
-    const auto labels = labelEntries(packet.labels);
-    if (!labels.empty()) {
-        for (const EchoDownstream& next : lookup_.label(labels.front().label()).downstreams) {
-            limit(next.mtu, next.labels.size() + labels.size());
-        }
-    }
-    return mtu == none ? leastOfIpv6 : mtu;
-}
-
-/// Whether the first label that is not a router alert is that of a multicast tree.
-bool CpuAnswers::isOfTree(const LabelledPacket& packet) const {
-    const auto labels = labelEntries(packet.labels);
-    const auto first = std::find_if(labels.begin(), labels.end(), [](Lumo::MplsLabelEntry entry) {
-        return entry.label() != Lumo::routerAlert;
-    });
-    return first != labels.end() && lookup_.isOfTree(first->label());
-}
-
-/// Whether a label's TTL ends here: that of the top one, or of one beneath labels that end here
-/// too. Entropy labels and their indicators have none (RFC 6790 section 4.2).
-bool CpuAnswers::isLabelExpired(const LabelledPacket& packet) const {
-    bool isEntropy = false;
-    for (const Lumo::MplsLabelEntry entry : labelEntries(packet.labels)) {
-        const Lumo::MplsLabel label = entry.label();
-        if (isEntropy || label == Lumo::entropyLabelIndicator) {
-            isEntropy = !isEntropy;
-            continue;
-        }
-        const bool endsHere =
-            label.isExplicitNull() || lookup_.label(label).use == EchoLabel::Use::popped;
-        if (entry.ttl() <= 1 || !endsHere) {
-            return entry.ttl() <= 1;
-        }
-    }
-    return false;
-}
-
-/// Whether an ICMP error may be sent to the packet's source, by the routes of the port's VRF:
-/// neither address is a subnet's broadcast (RFC 1122 section 3.2.2, RFC 1812 section 4.3.2.7), and
-/// an error to a link-local source stays on the link (RFC 4291 section 2.5.6).
-bool CpuAnswers::mayReportError(const OvixAgent::Frame& frame, const LabelledPacket& packet) const {
-    const Fib& fib = forwarding_->vrfs->fibOfPort(frame.port);
-    const IpRoute* toDestination = fib.find(packet.ip.destination());
-    const IpRoute* toSource = fib.find(packet.ip.source());
-    if ((toDestination != nullptr && toDestination->isBroadcast()) ||
-        (toSource != nullptr && toSource->isBroadcast())) {
-        return false;
-    }
-    if (ipScope(packet.ip.source()) != IpScope::linkLocal) {
-        return true;
-    }
-    const auto staysOnLink = [&](const IpRouteVia& via) {
-        return via.onLink && via.port == frame.port;
-    };
-    return packet.labels.empty() && toSource != nullptr &&
-           std::all_of(toSource->vias().begin(), toSource->vias().end(), staysOnLink);
-}
-
-/// Whether the destination is an address of this device.
-bool CpuAnswers::isOwn(const OvixAgent::Frame& frame, const LabelledPacket& packet) const {
-    const IpRoute* route = forwarding_->vrfs->fibOfPort(frame.port).find(packet.ip.destination());
-    return route != nullptr && route->isLocal();
-}
-
-/// Whether the addresses of a labelled packet may belong to a VPN (RFC 4364) instead of the port's
-/// VRF: there is more than one label, or the label is popped into a VRF.
-bool CpuAnswers::mayBeOfVpn(const LabelledPacket& packet) const {
-    const auto labels = labelEntries(packet.labels);
-    return labels.size() > 1 ||
-           (!labels.empty() && lookup_.label(labels.front().label()).use == EchoLabel::Use::popped);
 }
 
 std::vector<std::pair<std::string, std::uint64_t>> CpuAnswers::counts() const {
     auto all = counts_.named();
     for (std::size_t i = 0; i < silences_.size(); ++i) {
         if (silences_[i] != 0) {
-            all.emplace_back(std::string("LSP echo unanswered: ") + echoSilenceNames[i],
-                             silences_[i]);
+            all.emplace_back(nameOf(static_cast<EchoSilence>(i)), silences_[i]);
         }
     }
     if (leftOut_ != 0) {
         all.emplace_back("LSP echo: mappings or other TLVs left out", leftOut_);
     }
     if (passedOn_ != 0) {
-        all.emplace_back("LSP echo: replies passed on", passedOn_);
+        all.emplace_back(echoPassedOnName, passedOn_);
     }
     return all;
 }

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "Answers/Answer.h"
+#include "Answers/AnswerNotes.h"
 #include "Answers/EchoLookup.h"
 #include "Answers/LspEcho.h"
 #include "Answers/RateLimit.h"
@@ -20,6 +21,14 @@ namespace OvixAgent {
 /// go to the CPU port.
 class CpuAnswers final : public TransmitPort, public DropListener {
   public:
+    /// A trial has the same answers without limits, but where they are zero, counts nothing, and
+    /// answers frames only while Ovix::RoadNotes are on.
+    enum class Purpose : std::uint8_t {
+        answer,
+        trial,
+        trialOfCaptures, ///< nobody takes the answers
+    };
+
     /// An answer as a frame, to be processed as if received at the port of the frame that it
     /// answers, and with its tags.
     struct Frame {
@@ -31,7 +40,7 @@ class CpuAnswers final : public TransmitPort, public DropListener {
 
     /// All must outlive it.
     CpuAnswers(TransmitPort& cpu, const AgentConfig& config, ForwardingTables& forwarding,
-               const Mpls::PublishedTables& tables);
+               const Mpls::PublishedTables& tables, Purpose purpose = Purpose::answer);
 
     /// Sets the limits and the addresses of the ports; the ports themselves must be the same.
     void configure(const AgentConfig& config);
@@ -58,21 +67,27 @@ class CpuAnswers final : public TransmitPort, public DropListener {
     template <typename Make>
     void reportError(AnswerReason reason, const OvixAgent::Frame& frame,
                      const LabelledPacket& packet, const Make& make);
+    bool isIdle() const noexcept;
     bool mayAnswerAny(AnswerReason reason);
     bool mayAnswer(AnswerReason reason, const OvixAgent::Frame& frame,
                    const LabelledPacket& packet);
     bool queue(AnswerReason reason, const OvixAgent::Frame& frame, const LabelledPacket& packet,
                std::vector<std::uint8_t> bytes, bool alertsRouters = false);
+    void countSilence(EchoSilence why);
+    void push(const OvixAgent::Frame& frame, const LabelledPacket& packet, const Answer& answer,
+              bool isOwn, bool alertsRouters);
     void passOn(const OvixAgent::Frame& frame, const LabelledPacket& packet);
+    // AnsweredPackets.cpp
     std::size_t mtuToSource(const OvixAgent::Frame& frame, const LabelledPacket& packet) const;
     bool isOfTree(const LabelledPacket& packet) const;
-    void countSilence(EchoSilence why) noexcept { ++silences_[static_cast<std::size_t>(why)]; }
     bool mayReportError(const OvixAgent::Frame& frame, const LabelledPacket& packet) const;
     bool isLabelExpired(const LabelledPacket& packet) const;
     bool isOwn(const OvixAgent::Frame& frame, const LabelledPacket& packet) const;
     bool mayBeOfVpn(const LabelledPacket& packet) const;
 
     TransmitPort* cpu_;
+    Purpose purpose_;
+    AnswerNotes notes_;
     ForwardingTables* forwarding_;
     std::vector<OwnAddresses> own_; ///< by port
     EchoLookup lookup_;

@@ -73,6 +73,18 @@ std::size_t longestReply(const LspEchoRequest& request, const EchoVerdict& verdi
     return reportsDownstreams(request, verdict) ? std::max(asked, longestWithMappings) : asked;
 }
 
+EchoFinding findingOf(const LspEchoRequest& request, const EchoVerdict& verdict) {
+    const bool isAboutFec = verdict.code == EchoReturnCode::egress ||
+                            verdict.code == EchoReturnCode::noMapping ||
+                            verdict.code == EchoReturnCode::mappingDiffers ||
+                            verdict.code == EchoReturnCode::notOfInterface;
+    EchoFinding finding{verdict.code, verdict.depth};
+    if (isAboutFec && verdict.depth > 0 && verdict.depth <= request.fecs.size()) {
+        finding.fec = request.fecs[request.fecs.size() - verdict.depth];
+    }
+    return finding;
+}
+
 /// The reply to a request that wants one.
 EchoAnswer replyTo(const LspEchoRequest& request, const EchoVerdict& verdict,
                    const LabelledPacket& received, const Lumo::IpGenAddr& own,
@@ -92,7 +104,7 @@ EchoAnswer replyTo(const LspEchoRequest& request, const EchoVerdict& verdict,
     return {ipPacketBytes({own, received.ip.source(), Wire::IpProtocol::udp,
                            request.replyTos.value_or(0), hasRouterAlert},
                           replyDatagram(port, reply.bytes), Udp::checksumAt),
-            EchoSilence::none, reply.leftOut, hasRouterAlert};
+            EchoSilence::none, findingOf(request, verdict), reply.leftOut, hasRouterAlert};
 }
 
 /// The MPLS echo message of a UDP datagram; empty when there is none.
@@ -102,6 +114,10 @@ Wire::LspEcho messageOf(const std::optional<IpUpperLayer>& upper) noexcept {
 }
 
 } // namespace
+
+std::string nameOf(EchoSilence why) {
+    return std::string("LSP echo unanswered: ") + echoSilenceNames[static_cast<std::size_t>(why)];
+}
 
 EchoAnswer lspEchoReply(const LabelledPacket& received, PortIndex port, const CaptureTime& time,
                         const EchoTables& tables, const OwnAddresses& own, std::size_t mtu) {

@@ -2,6 +2,8 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "Answers/Answer.h"
@@ -40,10 +42,21 @@ inline constexpr std::array<const char*, 12> echoSilenceNames{"",
                                                               "not sent to 127.0.0.0/8 or "
                                                               "::ffff:127.0.0.0/104"};
 
+/// The name of a reason in counts.
+std::string nameOf(EchoSilence why);
+
+/// What a reply says about its request.
+struct EchoFinding {
+    EchoReturnCode code{};
+    std::uint8_t depth = 0;       ///< 0: the code has none
+    std::optional<EchoFec> fec{}; ///< that the code is about
+};
+
 /// A reply, or why there is none.
 struct EchoAnswer {
     std::vector<std::uint8_t> packet; ///< a whole IP packet
     EchoSilence silence = EchoSilence::none;
+    EchoFinding finding{};
     std::size_t leftOut = 0;    ///< TLVs for which there was no room, most of them mappings
     bool alertsRouters = false; ///< along an LSP it leaves under a router alert label
 };
@@ -61,6 +74,9 @@ EchoAnswer lspEchoReply(const LabelledPacket& received, PortIndex port, const Ca
 /// Whether it is an MPLS echo request or reply, whoever it is for. The packet must be valid.
 bool isEchoRequest(const IpPacket& packet) noexcept;
 bool isEchoReply(const IpPacket& packet) noexcept;
+
+/// The name of replies passed on, in counts.
+inline constexpr const char* echoPassedOnName = "LSP echo: replies passed on";
 
 /// A time in the format of NTP (RFC 5905 section 6): seconds since 1900 and their fraction, 32 bits
 /// each. The seconds wrap in 2036.

@@ -6,6 +6,7 @@
 
 #include "Answers/LspEchoRequest.h"
 #include "Config/Config.h"
+#include "Tessel/Words.h"
 
 namespace OvixAgent {
 
@@ -64,3 +65,21 @@ EchoReply echoReply(const LspEchoRequest& request, const EchoVerdict& verdict,
 bool reportsDownstreams(const LspEchoRequest& request, const EchoVerdict& verdict) noexcept;
 
 } // namespace OvixAgent
+
+template <>
+inline constexpr auto Tessel::words<OvixAgent::EchoReturnCode> =
+    std::to_array<Tessel::Word<OvixAgent::EchoReturnCode>>({
+        {"malformed request", OvixAgent::EchoReturnCode::malformed},
+        {"TLV not understood", OvixAgent::EchoReturnCode::tlvNotUnderstood},
+        {"egress for the FEC", OvixAgent::EchoReturnCode::egress},
+        {"no mapping for the FEC", OvixAgent::EchoReturnCode::noMapping},
+        {"downstream mapping mismatch", OvixAgent::EchoReturnCode::downstreamMismatch},
+        {"upstream interface index unknown", OvixAgent::EchoReturnCode::unknownUpstream},
+        {"label switched", OvixAgent::EchoReturnCode::switched},
+        {"label switched but no MPLS forwarding", OvixAgent::EchoReturnCode::noMplsForwarding},
+        {"mapping for the FEC is not the given label", OvixAgent::EchoReturnCode::mappingDiffers},
+        {"no label entry", OvixAgent::EchoReturnCode::noLabelEntry},
+        {"see the downstream detailed mapping", OvixAgent::EchoReturnCode::inDownstreamMapping},
+        {"mapping for the FEC is not associated with the incoming interface",
+         OvixAgent::EchoReturnCode::notOfInterface},
+    });

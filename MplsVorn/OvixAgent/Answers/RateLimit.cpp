@@ -16,6 +16,14 @@ RateLimit::RateLimit(const AnswerLimits& limits, std::uint64_t seed) : limits_(l
     }
 }
 
+bool RateLimit::isOff(AnswerReason reason) const noexcept {
+    const AnswerRates& rates = limits_[numberOf(reason)];
+    const auto isNone = [](const TokenRate& rate) {
+        return rate.perSecond == 0 || rate.burst == 0;
+    };
+    return isNone(rates.all) || isNone(rates.perSource);
+}
+
 bool RateLimit::mayAdmit(AnswerReason reason, std::uint64_t now) noexcept {
     return buckets_[numberOf(reason)].all.has(limits_[numberOf(reason)].all, now);
 }
@@ -34,6 +42,10 @@ void RateLimit::take(AnswerReason reason, std::uint32_t port,
     buckets.bySource.of(port, source).take();
 }
 
+std::string AnswerCounts::nameOf(AnswerReason reason) {
+    return answerReasonNames[numberOf(reason)];
+}
+
 std::vector<std::pair<std::string, std::uint64_t>> AnswerCounts::named() const {
     std::vector<std::pair<std::string, std::uint64_t>> all;
     const auto add = [&](const std::string& name, std::uint64_t count) {
@@ -42,8 +54,9 @@ std::vector<std::pair<std::string, std::uint64_t>> AnswerCounts::named() const {
         }
     };
     for (std::size_t i = 0; i < answerReasonNames.size(); ++i) {
-        add(answerReasonNames[i] + std::string(": sent"), counts_[i].sent);
-        add(answerReasonNames[i] + std::string(": suppressed"), counts_[i].suppressed);
+        const auto reason = static_cast<AnswerReason>(i);
+        add(nameOfSent(reason), counts_[i].sent);
+        add(nameOfSuppressed(reason), counts_[i].suppressed);
     }
     return all;
 }

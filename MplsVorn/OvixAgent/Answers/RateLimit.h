@@ -24,6 +24,8 @@ class RateLimit {
 
     void configure(const AnswerLimits& limits) noexcept { limits_ = limits; }
 
+    /// Whether none is ever sent.
+    bool isOff(AnswerReason reason) const noexcept;
     /// Whether an answer may be sent now to some source.
     bool mayAdmit(AnswerReason reason, std::uint64_t now) noexcept;
     /// Whether one may be sent to the source of a packet that came in at `port`.
@@ -47,6 +49,12 @@ class AnswerCounts {
   public:
     void sent(AnswerReason reason) noexcept { ++of(reason).sent; }
     void suppressed(AnswerReason reason) noexcept { ++of(reason).suppressed; }
+
+    static std::string nameOf(AnswerReason reason);
+    static std::string nameOfSent(AnswerReason reason) { return nameOf(reason) + ": sent"; }
+    static std::string nameOfSuppressed(AnswerReason reason) {
+        return nameOf(reason) + ": suppressed";
+    }
 
     /// Those above zero, by name: "time exceeded: sent", "LSP echo: suppressed".
     std::vector<std::pair<std::string, std::uint64_t>> named() const;

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 #include <memory>
 
+#include "Answers/CpuAnswers.h"
 #include "Capture/CaptureMerge.h"
 #include "Capture/CaptureOutputs.h"
 #include "Capture/CaptureRun.h"
@@ -47,7 +48,10 @@ Summary forwardCaptures(const RunOptions& options, const AgentConfig& config, Ca
         tables.ports.ports()[i].out = &outputs.port(i);
         tables.ports.ports()[i].anyMac = options.anyMac;
     }
-    Forwarder forwarder(state.manager(), tables, outputs.cpu());
+    CpuAnswers answers(outputs.cpu(), config, tables, state.tables(),
+                       CpuAnswers::Purpose::trialOfCaptures);
+    tables.drops = &answers;
+    Forwarder forwarder(state.manager(), tables, answers);
     FastPath fastPath(forwarder, state.manager(), tables, state.tables());
     fastPath.isOnIs(options.fastPath);
     std::vector<std::string> differences;

@@ -1,5 +1,6 @@
 #include "Explain/Explanation.h"
 
+#include <algorithm>
 #include <fmt/format.h>
 
 #include "Explain/ControlWordSigns.h"
@@ -65,15 +66,13 @@ void markFailure(Explanation& explanation) {
     if (walk.kind == FateKind::forwarded || explanation.steps.empty()) {
         return;
     }
-    explanation.steps.back().isFailure = true;
-    // What ends a walk is the step before the packet's bytes, where there is one.
-    for (auto step = explanation.steps.rbegin(); step != explanation.steps.rend(); ++step) {
-        if (step->kind != "headers") {
-            explanation.steps.back().isFailure = false;
-            step->isFailure = true;
-            return;
-        }
-    }
+    // What ends a walk is the step before the packet's bytes, where there is one, and before
+    // answers.
+    const auto last = std::find_if(
+        explanation.steps.rbegin(), explanation.steps.rend(), [](const Explanation::Step& step) {
+            return step.kind != "headers" && step.kind != "answer" && step.kind != "reply";
+        });
+    (last != explanation.steps.rend() ? *last : explanation.steps.back()).isFailure = true;
 }
 
 } // namespace

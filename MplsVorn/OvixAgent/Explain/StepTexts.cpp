@@ -210,8 +210,32 @@ void describeMtu(const RoadNote& note, const TrialRouter&, Step& step) {
                             text(note, "up") == "yes" ? "up" : "down");
 }
 
+void describeAnswer(const RoadNote& note, const TrialRouter&, Step& step) {
+    const std::string& code = text(note, "code");
+    const std::string& depth = text(note, "depth");
+    const std::string& fec = text(note, "fec");
+    step.text = "answer: " + text(note, "answer");
+    if (!code.empty()) {
+        step.details = {fmt::format("return code {}: {}{}{}", code, text(note, "meaning"),
+                                    depth == "0" ? "" : ", depth " + depth,
+                                    fec.empty() ? "" : ", FEC " + fec)};
+    }
+}
+
+void describeReply(const RoadNote& note, const TrialRouter&, Step& step) {
+    const std::string& fate = text(note, "fate");
+    const std::string& port = text(note, "port");
+    step.text =
+        port.empty()
+            ? fmt::format("the answer goes nowhere: {}, {}", fate, text(note, "reason"))
+            : fmt::format("the answer is {} by {}, {} bytes", fate, port, text(note, "length"));
+    if (fate == "waiting") {
+        step.text = "the answer waits for its neighbour";
+    }
+}
+
 using Describe = void (*)(const RoadNote& note, const TrialRouter& router, Step& step);
-constexpr std::array<std::pair<std::string_view, Describe>, 10> descriptions{{
+constexpr std::array<std::pair<std::string_view, Describe>, 12> descriptions{{
     {"port", describePort},
     {"table", describeTable},
     {"choice", describeChoice},
@@ -222,6 +246,8 @@ constexpr std::array<std::pair<std::string_view, Describe>, 10> descriptions{{
     {"waits", describeWait},
     {"controlWord", describeControlWord},
     {"mtu", describeMtu},
+    {"answer", describeAnswer},
+    {"reply", describeReply},
 }};
 
 } // namespace

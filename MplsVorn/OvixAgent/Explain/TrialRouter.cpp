@@ -113,7 +113,10 @@ Tessel::Result<void> TrialRouter::start(const Situation& situation) {
         takeShared();
     }
     loopback_ = std::make_unique<CapturedLoopback>(*ports_.back(), current_);
-    forwarder_ = std::make_unique<Forwarder>(state_->manager(), *tables_, **(ports_.end() - 2));
+    answers_ = std::make_unique<CpuAnswers>(**(ports_.end() - 2), config_, *tables_,
+                                            state_->tables(), CpuAnswers::Purpose::trial);
+    tables_->drops = answers_.get();
+    forwarder_ = std::make_unique<Forwarder>(state_->manager(), *tables_, *answers_);
     return {};
 }
 
@@ -129,6 +132,22 @@ std::vector<Walk::Sent> TrialRouter::takeSent() {
     return std::exchange(sent_, {});
 }
 
+namespace {
+
+/// The fate noted last is the frame's own; those before it are of replicas.
+void setFate(Walk& walk) {
+    const Ovix::RoadNote* const note = walk.last("fate");
+    if (note == nullptr) {
+        return;
+    }
+    walk.isWaiting = *note->value("fate") == "waiting";
+    walk.kind =
+        walk.isWaiting ? FateKind::forwarded : *Tessel::valueOf<FateKind>(*note->value("fate"));
+    walk.reason = *note->value("reason");
+}
+
+} // namespace
+
 Walk TrialRouter::walk(const GivenFrame& given) {
     Walk walk;
     current_ = {given.port, given.time, given.bytes, given.originalLength};
@@ -138,16 +157,40 @@ Walk TrialRouter::walk(const GivenFrame& given) {
     }
     forwarder_->settleWaiting(Sender::Clock::time_point::max());
     walk.sent = takeSent();
-    // The fate noted last is the frame's own; those before it are of replicas.
-    for (const Ovix::RoadNote& note : walk.notes) {
-        if (note.step == "fate") {
-            walk.isWaiting = *note.value("fate") == "waiting";
-            walk.kind = walk.isWaiting ? FateKind::forwarded
-                                       : *Tessel::valueOf<FateKind>(*note.value("fate"));
-            walk.reason = *note.value("reason");
-        }
-    }
+    setFate(walk);
+    forwardAnswers(walk);
     return walk;
+}
+
+/// Only live runs answer, whose ports route IP.
+void TrialRouter::forwardAnswers(Walk& walk) {
+    const auto portsRoute = [this](bool routes) {
+        for (std::size_t i = 0; i < config_.ports.size(); ++i) {
+            tables_->ports.ports()[i].routesIp = routes || config_.ports[i].routesIp;
+        }
+    };
+    portsRoute(true);
+    for (const CpuAnswers::Frame& answer : answers_->take()) {
+        const auto size = static_cast<std::uint32_t>(answer.bytes.size());
+        Walk road;
+        current_ = {answer.port, current_.time, answer.bytes,
+                    size,        answer.isOwn,  answer.alertsRouters};
+        {
+            const Notes notes(road);
+            forwarder_->receive(current_);
+        }
+        forwarder_->settleWaiting(Sender::Clock::time_point::max());
+        const std::vector<Walk::Sent> sent = takeSent();
+        Ovix::RoadNote note{"reply", {}};
+        for (const Ovix::RoadNote::Field& field : road.last("fate")->fields) {
+            note.fields.push_back(field);
+        }
+        note.with("port", sent.empty() ? "" : sent.back().port)
+            .with("length", sent.empty() ? size : sent.back().originalLength);
+        walk.notes.push_back(std::move(note));
+    }
+    answers_->take(); // to a reply that went on
+    portsRoute(false);
 }
 
 // The first frames with a label only make its decision.

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "Answers/CpuAnswers.h"
 #include "Capture/CapturedLoopback.h"
 #include "Explain/Situation.h"
 #include "Forwarding/Forwarder.h"
@@ -29,6 +30,7 @@ struct Walk {
     bool isWaiting = false; ///< until its neighbour is known; `kind` is forwarded then
     std::string reason;     ///< empty when forwarded
     std::vector<Sent> sent;
+    /// Its own, then one of kind "reply" for each answer of this router to it.
     std::vector<Ovix::RoadNote> notes;
     std::vector<std::string> trace; ///< the plugin's own lines
 
@@ -78,6 +80,7 @@ class TrialRouter {
     Tessel::Result<void> start(const Situation& situation);
     void takeShared();
     std::vector<Walk::Sent> takeSent();
+    void forwardAnswers(Walk& walk);
 
     AgentConfig config_;
     std::unique_ptr<Mpls::TablePublisher> changed_;
@@ -85,6 +88,7 @@ class TrialRouter {
     std::unique_ptr<ForwardingTables> tables_;
     std::vector<Walk::Sent> sent_;
     std::vector<std::unique_ptr<KeptPort>> ports_; ///< then the CPU and the loopback interface
+    std::unique_ptr<CpuAnswers> answers_;
     std::unique_ptr<Forwarder> forwarder_;
     std::unique_ptr<CapturedLoopback> loopback_;
     std::optional<SharedIpRoutes> ipRoutes_;

@@ -40,7 +40,7 @@ bool isDerived(const Situation& situation, Lumo::MplsLabel label) {
 
 /// Whether a name means nothing else than itself to a shell and to sed. Names in the tables are
 /// whatever their writer likes.
-bool isPlain(std::string_view name) noexcept {
+bool isPlainName(std::string_view name) noexcept {
     return !name.empty() &&
            name.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"
                                   "_-.") == std::string_view::npos;
@@ -151,7 +151,8 @@ std::vector<Remedy> ontoPort(const Situation& situation, const GivenFrame& frame
         const std::string name(names.name(intf));
         const PortIndex port = portToward(situation, each.via.nexthop());
         const std::string known = port != noPort ? situation.config.ports[port].name : "";
-        if (!isPlain(name) || !isPlain(known) || portNamed(situation.config, name) != noPort) {
+        if (!isPlainName(name) || !isPlainName(known) ||
+            portNamed(situation.config, name) != noPort) {
             continue;
         }
         Remedy& remedy = all.emplace_back(

@@ -108,9 +108,10 @@ void LiveTrace::note(const Ovix::RoadNote& note) {
     std::string text;
     for (const Ovix::RoadNote::Field& field : note.fields) {
         if (!field.value.empty() && field.name != "table") {
-            const bool isFate = field.name == "fate"; // which is the step's name, too
+            // The step's name, too.
+            const bool isNamed = field.name == "fate" || field.name == "answer";
             text += fmt::format("{}{}{}", text.empty() ? "" : ", ",
-                                isFate ? "" : fmt::format("{} ", field.name), field.value);
+                                isNamed ? "" : fmt::format("{} ", field.name), field.value);
         }
     }
     add(note.step, text);
