@@ -291,6 +291,24 @@ routes: [{vrf: red, prefix: 10.1.0.0/16, via: {nexthop: 10.0.7.7}}]
                                "Pseudowire control word missing: the first nibble is neither 0 nor 1")
         self.assertEqual(change["commands"][0].split("\n")[-1], "control-word: false")
 
+    def test_a_pseudowire_s_payload_is_shown_as_what_it_is(self):
+        def headers(config: str, payload: bytes) -> tuple[dict, list[str]]:
+            told = self.explain(config, mpls([200], payload))
+            return ({step["values"]["when"]: step["values"]["headers"] for step in told["steps"]
+                     if step["step"] == "headers"}, told["frame"]["headers"][2:])
+        inner = f.eth("22:00:00:00:00:0a", "02:00:00:00:00:0b", f.ETH_IPV4, IP4)
+        named = "Ethernet 02:00:00:00:00:0b > 22:00:00:00:00:0a, type 0x0800"
+        found, parsed = headers(PSEUDOWIRE, bytes(4) + inner)
+        self.assertEqual((found["rewritten"], found["sent"]), (f"control word 00000000, {named}", named))
+        self.assertEqual(parsed[:2], ["control word 00000000", named])
+        self.assertIn(named, found["received"])
+        for first in "46":  # as an IP packet begins, too
+            inner = f.eth(f"{first}2:00:00:00:00:0a", "02:00:00:00:00:0b", f.ETH_IPV4, IP4)
+            found, parsed = headers(PSEUDOWIRE.replace("control-word: true", "control-word: false"), inner)
+            named = f"Ethernet 02:00:00:00:00:0b > {first}2:00:00:00:00:0a, type 0x0800"
+            self.assertEqual((found["rewritten"], parsed[0]), (named, named))
+            self.assertTrue(found["received"].endswith(named), found)
+
     def test_two_mistakes_at_once(self):
         change = self.repaired(port("east", mtu=80) + hardware(via("swap", [200], nexthop="10.0.2.9")),
                                mpls([100], f.udp_packet("10.1.0.1", "10.9.0.1", payload=b"x" * 100)),

@@ -48,9 +48,13 @@ std::string headerText(const Ovix::PacketHeader& header) {
 /// The parser takes whatever is beneath labels and no IP packet for an Ethernet frame.
 void addPseudowirePayload(std::vector<std::string>& headers, Wire::Bytes payload) {
     const Wire::ControlWord word(payload);
-    if (payloadSigns(payload) == PayloadSigns::controlWord) {
+    const PayloadSigns signs = payloadSigns(payload);
+    if (signs == PayloadSigns::controlWord) {
         headers.emplace_back("control word " + hexText(payload.first(Wire::ControlWord::size)));
-        for (std::string& inner : parsedHeaders(payload.subspan(Wire::ControlWord::size))) {
+        payload = payload.subspan(Wire::ControlWord::size);
+    }
+    if (signs != PayloadSigns::unknown) {
+        for (std::string& inner : parsedHeaders(payload)) {
             headers.push_back(std::move(inner));
         }
     } else {
@@ -83,13 +87,14 @@ std::vector<std::string> parsedHeaders(std::span<const std::uint8_t> frame) {
     packet.parsedPkt().maybeDoFullParse();
     for (std::int32_t i = 0; i < packet.parsedPkt().headers(); ++i) {
         const Ptr<Ovix::PacketHeader> header = packet.parsedPkt().header(i);
-        if (i > 0 && header->pktHdrType() == Ovix::PktHdrType::eth &&
-            payloadSigns(frame.subspan(header->offset())) != PayloadSigns::ethernet) {
-            addPseudowirePayload(all, frame.subspan(header->offset()));
-            break;
-        }
         if (header->pktHdrType() != Ovix::PktHdrType::udp) {
             all.push_back(headerText(*header));
+        }
+        const Wire::Bytes beneath = header->payload();
+        if (header->pktHdrType() == Ovix::PktHdrType::mpls && !beneath.empty() &&
+            !isIpPayload(beneath)) {
+            addPseudowirePayload(all, beneath);
+            break;
         }
     }
     return all;

@@ -53,13 +53,20 @@ Fate Sender::send(const Frame& frame, const Ptr<Ovix::RoutingContext>& context,
     Ovix::PacketContext& packet = outgoing.packet();
     noteHeaders("received", packet);
     Fate fate = rewrite(outgoing);
-    noteHeaders("rewritten", packet);
+    const bool isBridged = packet.outerType() == Ovix::PktHdrType::eth;
+    if (!isBridged) {
+        noteHeaders("rewritten", packet);
+    }
     if (fate.kind != FateKind::forwarded) {
         return fate;
     }
     const Egress& egress = outgoing.egress;
     fate = find(outgoing);
     reportIfUndelivered(frame, egress, fate);
+    if (isBridged && Ovix::RoadNotes::isOn()) [[unlikely]] {
+        const bool hasControlWord = egress.pseudowire != nullptr && egress.pseudowire->controlWord;
+        RoadSteps::payload("rewritten", packet.pkt()->data(), hasControlWord);
+    }
     if (fate.kind == FateKind::forwarded && packet.outerType() == Ovix::PktHdrType::eth) {
         fate = removeControlWord(packet, egress.pseudowire);
     }

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <array>
 
+#include "Wire/Checksum.h"
 #include "Wire/ControlWord.h"
 #include "Wire/Ethernet.h"
+#include "Wire/Ip.h"
 
 namespace OvixAgent {
 
@@ -24,6 +26,26 @@ bool isFrameAt(Wire::Bytes payload, std::size_t start) noexcept {
 
 bool isWellKnownEtherType(std::uint32_t etherType) noexcept {
     return std::find(wellKnown.begin(), wellKnown.end(), etherType) != wellKnown.end();
+}
+
+bool isIpPayload(Wire::Bytes payload) noexcept {
+    const unsigned version = Wire::ipVersion(payload);
+    if (version != 4 && version != 6) {
+        return false;
+    }
+    if (payloadSigns(payload) != PayloadSigns::ethernet) {
+        return true;
+    }
+    if (version == 6) {
+        constexpr std::size_t shortest = 46; // of an Ethernet frame, which may be padded to that
+        const Wire::Ipv6 header(payload);
+        return header && (Wire::Ipv6::size + header.payloadLength() == payload.size() ||
+                          payload.size() <= shortest);
+    }
+    const Wire::Ipv4 header(payload);
+    return header && header.headerSize() >= Wire::Ipv4::size &&
+           header.headerSize() <= payload.size() && header.totalLength() <= payload.size() &&
+           Wire::onesSum(payload.first(header.headerSize())) == 0xffff;
 }
 
 PayloadSigns payloadSigns(Wire::Bytes payload) noexcept {

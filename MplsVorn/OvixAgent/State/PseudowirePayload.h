@@ -18,4 +18,9 @@ enum class PayloadSigns : std::uint8_t {
 };
 PayloadSigns payloadSigns(Wire::Bytes payload) noexcept;
 
+/// Whether the payload of a label stack reads as an IP packet. An Ethernet frame may begin with the
+/// same four bits; it is one where its EtherType is well-known, and the IP header contradicts
+/// itself.
+bool isIpPayload(Wire::Bytes payload) noexcept;
+
 } // namespace OvixAgent

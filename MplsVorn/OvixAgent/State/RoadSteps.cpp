@@ -59,11 +59,16 @@ std::string ethernetText(Wire::Bytes bytes) {
                   : fmt::format("{} bytes", bytes.size());
 }
 
+std::string behindControlWordText(Wire::Bytes payload) {
+    return fmt::format("control word {:02x}, {}",
+                       fmt::join(payload.first(Wire::ControlWord::size), ""),
+                       ethernetText(payload.subspan(Wire::ControlWord::size)));
+}
+
 /// Of what a label stack is on top of.
 std::string beneathLabelsText(Wire::Bytes payload) {
-    const unsigned version = Wire::ipVersion(payload);
     const Wire::ControlWord word(payload);
-    if (version == 4 || version == 6) {
+    if (isIpPayload(payload)) {
         return ipText(payload);
     }
     if (word && word.isAssociatedChannel()) {
@@ -71,7 +76,7 @@ std::string beneathLabelsText(Wire::Bytes payload) {
     }
     switch (payloadSigns(payload)) {
     case PayloadSigns::controlWord:
-        return "control word, " + ethernetText(payload.subspan(Wire::ControlWord::size));
+        return behindControlWordText(payload);
     case PayloadSigns::ethernet:
         return ethernetText(payload);
     case PayloadSigns::unknown:
@@ -120,6 +125,14 @@ void nexthop(const Ovix::RoutingNexthop& nexthop, const PortTable& ports) {
 void headers(std::string_view when, const Ovix::PacketContext& packet) {
     RoadNotes::add("headers", field("when", when),
                    field("headers", headersText(packet.outerType(), packet.pkt()->data())));
+}
+
+void payload(std::string_view when, Wire::Bytes payload, bool hasControlWord) {
+    const Wire::ControlWord word(payload);
+    RoadNotes::add("headers", field("when", when),
+                   field("headers", !hasControlWord || !word ? ethernetText(payload)
+                                    : word.isData()          ? behindControlWordText(payload)
+                                                             : beneathLabelsText(payload)));
 }
 
 void route(std::string_view vrf, const Fib& fib, const Lumo::IpGenAddr& address) {

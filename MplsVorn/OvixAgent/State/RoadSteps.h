@@ -27,6 +27,8 @@ void takenIn(const Port& port, std::size_t tagsRemoved);
 void nexthop(const Ovix::RoutingNexthop& nexthop, const PortTable& ports);
 /// The packet as it is at a point of its road.
 void headers(std::string_view when, const Ovix::PacketContext& packet);
+/// The same of what a pseudowire's label was on top of.
+void payload(std::string_view when, Wire::Bytes payload, bool hasControlWord);
 void route(std::string_view vrf, const Fib& fib, const Lumo::IpGenAddr& address);
 /// One of several members, each with its weight, by a flow's hash.
 void choice(std::string_view of, std::size_t chosen, std::uint32_t hash,

@@ -67,7 +67,8 @@ TEST(Explanation, AControlWordThatIsAddedIsSeenAsOne) {
     EXPECT_EQ(headers[2], "control word 00000000");
     EXPECT_EQ(headers[3], "Ethernet 00:00:5e:00:53:01 > 02:11:22:33:44:55, type 0x0800");
     EXPECT_EQ(headers[4].substr(0, 24), "IPv4 10.1.0.1 > 10.9.0.1");
-    EXPECT_TRUE(hasStep(explanation, " S, control word, Ethernet 00:00:5e:00:53:01 > 02:11:22"));
+    EXPECT_TRUE(
+        hasStep(explanation, " S, control word 00000000, Ethernet 00:00:5e:00:53:01 > 02:11:22"));
     EXPECT_FALSE(hasStep(explanation, "22:33:44:55:00:00"));
 }
 
