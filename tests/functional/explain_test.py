@@ -83,6 +83,16 @@ class ExplainTest(AgentTest):
         for text in (f"{capture}:2", words):
             self.assertEqual(self.explain(SWAP, text)["frame"]["bytes"], frame.hex())
 
+    def test_what_the_words_leave_out_is_said_to_be_made_up(self):
+        packet = "is an IPv4 packet from 192.0.2.1 to 192.0.2.2, UDP port 9"
+        for words, made in (("label 0", f"beneath the labels {packet}"), ("label 0, control-word", f"behind the control word {packet}"),
+                            ("label 0, ethernet 02:00:00:00:00:0a", "the pseudowire's Ethernet frame is of ARP (type 0x0806), and empty"),
+                            ("vlan 5", "the EtherType is of IPv4, with nothing behind it")):
+            remark, = self.explain(SWAP, words, code=1)["remarks"]
+            self.assertRegex(remark, "^made up, as the words name n.*: ")
+            self.assertTrue(remark.endswith(made), remark)
+        self.assertEqual(self.explain(SWAP, "label 100, ip 10.1.0.1 > 10.9.0.1")["remarks"], [])
+
     def test_the_page_is_whole_and_has_no_outside_resources(self):
         page = self.path / "page.html"
         self.explain("", "label 100, ip 10.1.1.1 > 10.9.0.1", "--html", str(page), code=1)

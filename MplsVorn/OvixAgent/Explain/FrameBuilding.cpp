@@ -41,6 +41,7 @@ struct Builder {
     void takeControlWord(HeaderWords& words);
     void takeEthernet(HeaderWords& words);
     void takeIp(HeaderWords& words);
+    void makeUp();
     Bytes built();
 };
 
@@ -162,16 +163,31 @@ void Builder::takeIp(HeaderWords& words) {
     }
 }
 
-Bytes Builder::built() {
-    if (!packet && !innerEthernet && !labels.empty()) {
+/// What the words leave out, and the frame cannot do without; says so.
+void Builder::makeUp() {
+    if (packet) {
+        return;
+    }
+    if (innerEthernet) {
+        comment = "made up, as the words name no packet: the pseudowire's Ethernet frame is of ARP "
+                  "(type 0x0806), and empty";
+    } else if (labels.empty()) {
+        comment = "made up, as the words name neither labels nor a packet: the EtherType is of "
+                  "IPv4, with nothing behind it";
+    } else {
         MadePacket fields;
         fields.source = Lumo::IpGenAddr::fromText("192.0.2.1");
         fields.destination = Lumo::IpGenAddr::fromText("192.0.2.2");
         fields.transport = {Wire::IpProtocol::udp, 49152, 9};
         packet = ipPacket(fields);
-        comment =
-            "beneath the labels an IPv4 packet from 192.0.2.1 to 192.0.2.2, as none was given";
+        comment = fmt::format("made up, as the words name no packet: {} is an IPv4 packet from "
+                              "192.0.2.1 to 192.0.2.2, UDP port 9",
+                              controlWord ? "behind the control word" : "beneath the labels");
     }
+}
+
+Bytes Builder::built() {
+    makeUp();
     Bytes frame;
     put(frame, destination);
     put(frame, source);
