@@ -7,9 +7,9 @@ import subprocess
 import unittest
 
 import frames as f
-from agent import mpls
+from agent import lfib, mpls, routes, via
 from live import LiveTest
-from running_agent import CTL, SharedTablesTest
+from running_agent import CTL, RunningAgent, SharedTablesTest
 
 CONFIG = """
 ports:
@@ -75,6 +75,22 @@ class Drops(SharedTablesTest):
         states = {entry["label"]: entry["now"] for entry in self.json("--by", "label")["drops-by-label"]}
         self.assertEqual(states, {77: "no table has it", 300: "not programmed", 78: None})
         self.assertRegex(self.shown("--by", "label"), r" 300 +1 .* not programmed\n")
+
+    def test_what_labels_lack_now_is_told_by_the_tables_of_the_agent(self):
+        """It has those of its configuration; others are in shared memory."""
+        tables = lfib(transit={100: routes(via("swap", [200]))}) + """hardware:
+  adjacencies: [{id: 9, vias: [{interface: east, nexthop: 10.0.2.2, action: pop}]}]
+  routes: [{label: 300, adjacency: 9, unprogrammed: true}]
+"""
+        directory = self.directory / "alone"
+        directory.mkdir()
+        alone = RunningAgent(directory, CONFIG.replace("mtu: 1400", "status: down") + tables, None)
+        self.addCleanup(alone.kill)
+        self.ctl("lfib", "add", "77", "as", "200", "via", "inet", "10.0.2.2", "dev", "west")
+        alone.send_and_wait(mpls([77]), mpls([100]), mpls([300]))
+        told = self.ctl("drops", "show", "--by", "label", "--json", "--control", str(alone.path))
+        states = {entry["label"]: entry["now"] for entry in json.loads(told)["drops-by-label"]}
+        self.assertEqual(states, {77: "no table has it", 100: "east is down", 300: "not programmed"})
 
     def test_reasons_read_alike_in_every_table(self):
         self.ctl("lfib", "add", "decap", "302", "as", "5", "via", "inet", "10.0.2.2", "dev", "east", "type", "77")

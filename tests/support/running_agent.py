@@ -43,11 +43,12 @@ def ask(path: pathlib.Path, command: str, **keys) -> dict:
 
 
 class RunningAgent:
-    """Frames are sent in at the west port one by one; `stop` ends the run and gives the result."""
+    """Frames are sent in at the west port one by one; `stop` ends the run and gives the result.
+    Without `tables` it has those of its configuration."""
 
     capture_header = struct.pack("<IHHiIII", 0xa1b2c3d4, 2, 4, 0, 0, 65535, 1)
 
-    def __init__(self, directory: pathlib.Path, config: str, tables: str,
+    def __init__(self, directory: pathlib.Path, config: str, tables: str | None,
                  control: pathlib.Path | None = None, wait: bool = True):
         self.directory, self.tables = directory, tables
         self.path = control or directory / "control.sock"
@@ -56,8 +57,8 @@ class RunningAgent:
         if not self.fifo.exists():
             os.mkfifo(self.fifo)
         command = [agent.AGENT, "run", str(directory / "agent.yaml"), "--in", f"west={self.fifo}",
-                   "--out", str(directory / "out"), "--tables", tables, "--create", "--control",
-                   str(self.path), "--json"]
+                   "--out", str(directory / "out"), "--control", str(self.path), "--json"]
+        command += ["--tables", tables, "--create"] if tables else []
         if agent.PLUGIN:
             command += ["--plugin", agent.PLUGIN]
         self.process = subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE,

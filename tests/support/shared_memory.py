@@ -3,7 +3,8 @@
 import os
 import pathlib
 
-DIRECTORY = pathlib.Path("/dev/shm/ovix" if os.geteuid() == 0 else f"/dev/shm/ovix-{os.geteuid()}")
+DIRECTORY = pathlib.Path(os.environ.get("OVIX_TABLES_DIR") or (
+    "/dev/shm/ovix" if os.geteuid() == 0 else f"/dev/shm/ovix-{os.geteuid()}"))
 
 
 def path(tables: str) -> pathlib.Path:

@@ -1,32 +1,48 @@
 #include "commands/LabelState.h"
 
 #include <fmt/format.h>
+#include <tuple>
 
-#include "Published/InterfaceNames.h"
+#include "Tables/TableLoading.h"
 #include "Tables/TableMemory.h"
 #include "Tessel/Exceptions.h"
+#include "commands/AgentSituation.h"
 #include "tables/TableView.h"
 
 namespace OvixCtl {
 
-std::optional<LabelState> LabelState::of(const Request& request) {
-    const Tessel::Result<Json> ports = listOf(request, "ports");
-    if (!checkTablesExist(request.tables) || !ports) {
-        return std::nullopt;
+Tessel::Result<LabelState> LabelState::of(const Request& request) {
+    const Tessel::Result<OvixAgent::Situation> situation = configurationOf(request);
+    if (!situation) {
+        return situation.refused();
     }
-    std::set<std::string> down;
-    for (const Json& port : ports.value().at("ports")) {
-        if (port.at("state") != "up") {
-            down.insert(cellOf(port.at("name")));
-        }
+    const auto& [config, file] = std::tie(situation.value().config, situation.value().file);
+    if (const std::string& name = situation.value().tablesName; !name.empty()) {
+        const auto shared = openTables(name);
+        return shared ? Tessel::Result<LabelState>(LabelState(shared.value(), config))
+                      : shared.refused();
     }
-    const auto tables = openTables(request.tables);
-    return tables ? std::optional(LabelState(tables.value(), std::move(down))) : std::nullopt;
+    const auto publisher = std::make_shared<Mpls::TablePublisher>(Tessel::TableMemory::ofProcess());
+    if (const auto loaded = OvixAgent::loadTables(config, file, *publisher); !loaded) {
+        return loaded.refused();
+    }
+    publisher->commit();
+    LabelState state(Tessel::make<Tessel::TableReader>("tables", publisher->tables().memory()),
+                     config);
+    state.configured_ = publisher;
+    return state;
 }
 
-LabelState::LabelState(Ptr<Tessel::TableReader> reader, std::set<std::string> down)
+LabelState::LabelState(Ptr<Tessel::TableReader> reader, const OvixAgent::AgentConfig& config)
     : tables_(std::make_shared<const Mpls::PublishedTables>(reader)),
-      names_(Interface::Names::read(*reader)), down_(std::move(down)) {}
+      names_(Interface::Names::read(*reader)) {
+    for (const OvixAgent::PortConfig& port : config.ports) {
+        names_.add(port.name);
+        if (!port.isUp) {
+            down_.insert(port.name);
+        }
+    }
+}
 
 std::string LabelState::text(std::uint32_t label) const {
     const auto key = Mpls::RouteKey::fromLabel(Lumo::MplsLabel(label));

@@ -2,12 +2,14 @@
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <set>
 #include <string>
 
+#include "Config/Config.h"
 #include "Published/InterfaceNames.h"
 #include "Published/PublishedTables.h"
+#include "Published/TablePublisher.h"
+#include "Tessel/Result.h"
 #include "commands/AgentAnswer.h"
 
 namespace OvixCtl {
@@ -16,18 +18,20 @@ namespace OvixCtl {
 /// route is not programmed, and whose ports are down.
 class LabelState {
   public:
-    /// Of the tables and the agent of a request. Unset where there are no such tables.
-    static std::optional<LabelState> of(const Request& request);
+    /// Of the tables that the running agent forwards by: shared ones, or those of its
+    /// configuration. Refuses where it does not say, or they cannot be read.
+    static Tessel::Result<LabelState> of(const Request& request);
 
     /// "no table has it", "not programmed", "no adjacency 7", "east is down"; empty when it has a
     /// way.
     std::string text(std::uint32_t label) const;
 
   private:
-    LabelState(Ptr<Tessel::TableReader> reader, std::set<std::string> down);
+    LabelState(Ptr<Tessel::TableReader> reader, const OvixAgent::AgentConfig& config);
 
     std::string ofAdjacency(std::uint64_t key) const;
 
+    std::shared_ptr<const Mpls::TablePublisher> configured_; ///< the tables, if they are not shared
     std::shared_ptr<const Mpls::PublishedTables> tables_;
     Interface::Names names_;
     std::set<std::string> down_; ///< ports

@@ -99,13 +99,22 @@ bool isWanted(const Request& request, const Json& entry) {
            (reason.is_null() || isReasonWanted(request, cellOf(reason)));
 }
 
-/// What the tables have now for labels that led nowhere: "now", null for others.
+/// What the tables have now for labels that led nowhere: "now", null for others, and, with a note,
+/// where nobody knows.
 void addStates(const Request& request, Json& entries) {
-    const std::optional<LabelState> states = LabelState::of(request);
+    const auto isLost = [](const Json& entry) {
+        return memberOf(entry, "reason") == OvixAgent::Reason::nothingResolved;
+    };
+    const bool isWanted = std::any_of(entries.begin(), entries.end(), isLost);
+    const std::optional<Tessel::Result<LabelState>> states =
+        isWanted ? std::optional(LabelState::of(request)) : std::nullopt;
+    if (states && !*states) {
+        note(request, "what the tables have by now is left out: " + states->refused().what);
+    }
     for (Json& entry : entries) {
-        const bool isLost = memberOf(entry, "reason") == OvixAgent::Reason::nothingResolved;
-        const std::string now =
-            states && isLost ? states->text(entry.at("label").get<std::uint32_t>()) : "";
+        const std::string now = states && *states && isLost(entry)
+                                    ? states->value().text(entry.at("label").get<std::uint32_t>())
+                                    : "";
         entry["now"] = now.empty() ? Json(nullptr) : Json(now);
     }
 }
