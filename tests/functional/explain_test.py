@@ -488,6 +488,39 @@ routes:
         self.assertIn("there is no such port", self.ctl("what-if", "link esat down", *control, code=2))
         self.assertEqual(self.what_if("link", "east", "down")["labels"]["changed"], 5)
 
+    def test_pseudowires_of_the_agent_move_with_their_tunnels_and_circuits(self):
+        config = PORTS.replace("neighbours:", """  - {name: ce, mac: "02:00:00:00:00:07"}
+  - {name: ce2, mac: "02:00:00:00:00:08"}
+neighbours:""") + """
+pseudowires:
+  - {name: acme, port: ce, label: 700, interface: east, nexthop: 10.0.2.2, labels: [70]}
+  - {name: zeta, port: ce2, label: 701, interface: west, nexthop: 10.0.1.2}
+"""
+        self.ctl("lfib", "add", "pseudowire", "500", "dev", "ce", "payload", "ethernet")
+        control = ("--control", str(self.start(config).path))
+
+        def told(*words: str) -> list[tuple]:
+            answer = json.loads(self.ctl("what-if", *words, "--json", *control))
+            moves = [(move["of"], move["examples"], *([share["to"] for share in move[when]]
+                                                      for when in ("before", "after")))
+                     for move in answer["moves"] if move["of"] in ("pseudowires", "circuits")]
+            for of in ("pseudowires", "circuits"):
+                self.assertEqual(answer[of]["changed"], sum(move[0] == of for move in moves))
+            return moves
+        tunnel = ["dev east via 10.0.2.2"]
+        self.assertEqual(told("link east down"), [("pseudowires", ["acme"], tunnel, [])])
+        self.assertEqual(told("link ce down"), [("pseudowires", ["acme"], tunnel, []),
+                                                ("circuits", ["acme"], ["dev ce"], [])])
+        gone = ("circuits", ["acme by label 500"], ["dev ce"], [])
+        self.assertEqual(told("lfib del pseudowire 500"), [gone])
+        self.assertEqual(told("lfib replace pseudowire 500 dev ce2 payload ethernet"),
+                         [gone, ("circuits", ["zeta by label 500"], [], ["dev ce2"])])
+        self.assertEqual(told("lfib del 100"), [])
+        text = self.ctl("what-if", "link ce down", *control)
+        self.assertIn("\npseudowires: 1 change their way, 1 of them lose it, 0 gain one\n", text)
+        self.assertIn("\n1 pseudowires, to the other end: acme\n  from dev east via 10.0.2.2 100.0 %\n  to   nowhere\n", text)
+        self.assertIn("\n1 pseudowires, from the other end: acme\n  from dev ce 100.0 %\n", text)
+
     def test_what_the_frame_does_agrees(self):
         """The same labels lose their way in the agent when the link is down."""
         config = self.directory / "agent.yaml"

@@ -330,19 +330,22 @@ JSON: {"frame", "tables", "generation", "steps": [{"step", "text", "details", "v
      ExitCode::usage},
     {"what-if",
      "",
-     "Tell which labels and prefixes a change would move",
+     "Tell which labels, prefixes and pseudowires a change would move",
      tellWhatIf,
      {"CHANGE", "TEXT", "What would change, in words", 1, -1},
      R"(CHANGE: link INTERFACE down
         via ADDRESS weight N
         lfib add ROUTE | lfib replace ROUTE | lfib del ROUTE
-Nothing is changed. By the tables, and where an agent runs by the routes and sub-interfaces of its
-configuration: all links are taken to be up but the one that is named, with its sub-interfaces.
-Flows of a via in the hardware status and of an IP route whose link is down take the other ones, or
-the backups; those of a via in another table are lost.
+Nothing is changed. By the tables, and where an agent runs by the routes, pseudowires and
+sub-interfaces of its configuration: all links are taken to be up but the one that is named, with
+its sub-interfaces. Flows of a via in the hardware status and of an IP route whose link is down take
+the other ones, or the backups; those of a via in another table are lost. A pseudowire's frames to
+the other end go by its tunnel; those from there come to its circuit by a label.
 Prints a line for what moves alike: how many labels or prefixes, where from and to, and which.
-JSON: {"tables", "generation", "labels": COUNTS, "prefixes": COUNTS, "moves": [{"of", "count",
-       "before": [SHARE], "after": [SHARE], "examples"}]}
+JSON: {"tables", "generation", "labels": COUNTS, "prefixes": COUNTS, "pseudowires": COUNTS,
+       "circuits": COUNTS, "moves": [{"of", "count", "before": [SHARE], "after": [SHARE],
+       "examples"}]}
+  "pseudowires" are those to the other end, "circuits" those from there
   COUNTS: {"changed", "lost", "gained"}
   SHARE: {"to", "interface", "nexthop", "percent"})",
      "0:* link via lfib\n*:link @interfaces@\n*:lfib add replace del\n1:* down\n",

@@ -5,7 +5,7 @@
 
 #include "Tables/TableCopy.h"
 #include "commands/AgentAnswer.h"
-#include "commands/AgentSituation.h"
+#include "commands/BesideTables.h"
 #include "commands/ChangeRoute.h"
 #include "route/RouteWords.h"
 #include "tables/EntryWriting.h"
@@ -95,8 +95,9 @@ Tessel::Result<EntryName> changeCopy(Mpls::TablePublisher& copy, const TableView
                    : changed.refused();
 }
 
-Tessel::Result<Moves> movesOfRoute(const Tessel::TableCopy& tables,
-                                   const std::vector<std::string>& words) {
+/// `names` become those of the tables when they are changed, and of the agent's ports.
+Tessel::Result<Moves> movesOfRoute(const Request& request, const Tessel::TableCopy& tables,
+                                   const std::vector<std::string>& words, Interface::Names& names) {
     if (words.size() < 3 || (words[1] != "add" && words[1] != "replace" && words[1] != "del")) {
         return Tessel::Refused{
             fmt::format("\"{}\" is no change: {}", fmt::join(words, " "), changesKnown)};
@@ -110,63 +111,27 @@ Tessel::Result<Moves> movesOfRoute(const Tessel::TableCopy& tables,
     }
     copy.commit();
     const auto after = Tessel::make<Tessel::TableReader>("tables", copy.tables().memory());
-    return movesBetween(before, after, labelsOf(name.value(), *before));
-}
-
-/// What the tables do not have, and a running agent knows.
-struct Beside {
-    std::vector<L3::Route> routes;  ///< of the configuration, and the subnets of its ports
-    std::vector<std::string> ports; ///< their names
-    std::string missing;            ///< why it is not known
-};
-
-/// The packets of a port's subnets leave by the port.
-void takeSubnets(const OvixAgent::PortConfig& port, std::vector<L3::Route>& routes) {
-    Mpls::ViaOptions options;
-    options.intf = Lumo::IntfId(port.name);
-    const auto via = Mpls::Via::forward(options);
-    for (const OvixAgent::InterfaceAddress& own : port.addresses) {
-        if (via) {
-            const Lumo::IpGenPrefix subnet = own.subnet();
-            const bool isDefault = port.vrf == L3::defaultVrf;
-            routes.push_back({{L3::RouteKey::mainTable, subnet.address(), subnet.length()},
-                              L3::Route::Kind::forward,
-                              {{via.value(), 1}},
-                              isDefault ? L3::VrfName() : L3::VrfName(port.vrf)});
-        }
+    Assumptions none;
+    const BesideTables beside = BesideTables::of(request, none);
+    if (!beside.missing.empty()) {
+        note(request, "pseudowires of the configuration are left out: " + beside.missing);
     }
-}
-
-/// Sub-interfaces go down with their parent.
-Beside takeFromAgent(const Request& request, Assumptions& assumed) {
-    const auto situation = configurationOf(request);
-    if (!situation) {
-        return {{}, {}, situation.refused().what};
+    names = Interface::Names::read(*after);
+    for (const std::string& port : beside.ports) {
+        names.add(port);
     }
-    const OvixAgent::AgentConfig& config = situation.value().config;
-    Beside beside;
-    for (const OvixAgent::PortConfig& port : config.ports) {
-        beside.ports.push_back(port.name);
-        takeSubnets(port, beside.routes);
-        if (port.isSubInterface() && assumed.isDown(Lumo::IntfId(config.ports[port.parent].name))) {
-            assumed.downLinks.emplace_back(port.name);
-        }
-    }
-    for (const auto& placed : config.routes) {
-        beside.routes.push_back(placed.value);
-    }
-    return beside;
+    return movesBetween(before, after, labelsOf(name.value(), *before), beside.wires);
 }
 
 /// `name` is that of the link or the next hop. Adds the names of the agent's ports.
 Tessel::Result<Moves> movesOfState(const Request& request, const Ptr<Tessel::TableReader>& reader,
                                    Assumptions assumed, const std::string& name,
                                    Interface::Names& names) {
-    const Beside beside = takeFromAgent(request, assumed);
+    const BesideTables beside = BesideTables::of(request, assumed);
     for (const std::string& port : beside.ports) {
         names.add(port);
     }
-    Moves moves = movesUnder(reader, assumed, beside.routes);
+    Moves moves = movesUnder(reader, assumed, beside.routes, beside.wires);
     const bool isPort = !assumed.weighted && std::find(beside.ports.begin(), beside.ports.end(),
                                                        name) != beside.ports.end();
     if (!moves.isAbout() && !isPort) {
@@ -177,8 +142,8 @@ Tessel::Result<Moves> movesOfState(const Request& request, const Ptr<Tessel::Tab
             assumed.weighted ? "to" : "out of", name)};
     }
     if (!beside.missing.empty()) {
-        note(request,
-             "sub-interfaces and routes of the configuration are left out: " + beside.missing);
+        note(request, "sub-interfaces, routes and pseudowires of the configuration are left out: " +
+                          beside.missing);
     }
     return moves;
 }
@@ -206,33 +171,44 @@ void printMovesAsJson(const Request& request, std::uint64_t generation, Moves& m
                       const IntfText& interfaces) {
     Json list = Json::array();
     for (const Move& move : moves.all()) {
-        list.push_back(Json{{"of", move.isOfPrefixes ? "prefixes" : "labels"},
+        list.push_back(Json{{"of", std::string(Tessel::wordOf(move.of))},
                             {"count", move.count},
                             {"before", sharesJson(move.before, interfaces)},
                             {"after", sharesJson(move.after, interfaces)},
                             {"examples", move.examples}});
     }
-    const Json answer{{"tables", request.tables},
-                      {"generation", generation},
-                      {"labels", countsJson(moves.labels())},
-                      {"prefixes", countsJson(moves.prefixes())},
-                      {"moves", std::move(list)}};
+    Json answer{{"tables", request.tables}, {"generation", generation}};
+    for (const auto& [word, of] : Tessel::words<Moved>) {
+        answer[std::string(word)] = countsJson(moves.counts(of));
+    }
+    answer["moves"] = std::move(list);
     fmt::print("{}\n", answer.dump(-1, ' ', false, Json::error_handler_t::replace));
 }
 
-std::string countsText(const char* what, const Moves::Counts& counts) {
+std::string countsText(std::string_view what, const Moves::Counts& counts) {
     return fmt::format("{}: {} change their way, {} of them lose it, {} gain one\n", what,
                        counts.changed, counts.lost, counts.gained);
 }
 
+/// "2 labels: 100-101", "1 pseudowires, to the other end: acme".
+std::string headOf(const Move& move) {
+    const std::string examples = fmt::format("{}", fmt::join(move.examples, ", "));
+    const bool hasMore = move.of != Moved::labels && move.count > move.examples.size();
+    return fmt::format("{} {}: {}{}", move.count,
+                       move.of == Moved::pseudowires ? "pseudowires, to the other end"
+                       : move.of == Moved::circuits  ? "pseudowires, from the other end"
+                                                     : Tessel::wordOf(move.of),
+                       examples, hasMore ? ", …" : "");
+}
+
 void printMoves(std::uint64_t generation, Moves& moves, const IntfText& interfaces) {
-    fmt::print("generation {}; nothing is changed\n{}{}", generation,
-               countsText("labels", moves.labels()), countsText("prefixes", moves.prefixes()));
+    fmt::print("generation {}; nothing is changed\n", generation);
+    for (const auto& [word, of] : Tessel::words<Moved>) {
+        fmt::print("{}", countsText(word, moves.counts(of)));
+    }
     for (const Move& move : moves.all()) {
-        fmt::print("\n{} {}: {}{}\n  from {}\n  to   {}\n", move.count,
-                   move.isOfPrefixes ? "prefixes" : "labels", fmt::join(move.examples, ", "),
-                   move.count > move.examples.size() && move.isOfPrefixes ? ", …" : "",
-                   wayText(move.before, interfaces), wayText(move.after, interfaces));
+        fmt::print("\n{}\n  from {}\n  to   {}\n", headOf(move), wayText(move.before, interfaces),
+                   wayText(move.after, interfaces));
     }
 }
 
@@ -254,7 +230,7 @@ Tessel::Result<int> tellWhatIf(const Request& request) {
     const Ptr<Tessel::TableReader> reader = copy.reader();
     Interface::Names names = Interface::Names::read(*reader);
     Tessel::Result<Moves> moves =
-        isRoute ? movesOfRoute(copy, words)
+        isRoute ? movesOfRoute(request, copy, words, names)
                 : movesOfState(request, reader, std::move(assumed).value(), words[1], names);
     if (!moves) {
         return moves.refused();

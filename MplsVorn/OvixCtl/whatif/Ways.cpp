@@ -250,7 +250,8 @@ Way Ways::ofLabel(std::uint32_t label) const {
 }
 
 /// The flows of vias whose links are down take the others; where all are down, they are lost.
-Way Ways::ofPrefix(const L3::Route& route) const {
+Way Ways::ofPrefix(const L3::Route& route,
+                   const std::function<bool(const Mpls::Via& via)>& leads) const {
     if (route.kind != L3::Route::Kind::forward) {
         Share share;
         share.kind = route.kind == L3::Route::Kind::local ? Share::Kind::cpu : Share::Kind::lost;
@@ -261,6 +262,9 @@ Way Ways::ofPrefix(const L3::Route& route) const {
         if (isUp(via.via.intf())) {
             Share share = shareOf(via.via.record(), via.weight);
             share.weight = route.vias.size() == 1 ? 1 : share.weight;
+            if (!leads(via.via)) {
+                share = {Share::Kind::lost, {}, {}, 0, {}, share.weight};
+            }
             add(way, std::move(share));
         }
     }

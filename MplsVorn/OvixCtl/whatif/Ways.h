@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -67,18 +68,24 @@ class Ways {
 
     /// Of a label as it is looked up: in the LFIBs, then in the hardware status.
     Way ofLabel(std::uint32_t label) const;
-    Way ofPrefix(const L3::Route& route) const;
+    Way ofPrefix(const L3::Route& route) const {
+        return ofPrefix(route, [](const Mpls::Via&) { return true; });
+    }
+    /// The flows of vias that do not lead there are lost.
+    Way ofPrefix(const L3::Route& route,
+                 const std::function<bool(const Mpls::Via& via)>& leads) const;
 
     /// Whether the assumptions can change the way of what uses these vias.
     bool concerns(const Mpls::Hardware::Adjacency& adjacency) const;
     bool concerns(const L3::Route& route) const;
     bool concerns(Mpls::TableId lfib, const Mpls::LfibRoute& route) const;
 
+    bool isUp(Lumo::IntfId intf) const noexcept { return !assumed_.isDown(intf); }
+
   private:
     std::optional<Way> ofLfib(Mpls::TableId table, std::uint32_t label) const;
     Way ofViaSet(const Ovix::OvixMplsViaSet& viaSet, bool sharesStay) const;
     Share shareOf(const Ovix::OvixMplsVia& via, std::uint64_t weight) const;
-    bool isUp(Lumo::IntfId intf) const noexcept { return !assumed_.isDown(intf); }
     bool concerns(Lumo::IntfId intf, const Lumo::IpGenAddr& nexthop) const noexcept {
         return assumed_.isDown(intf) || assumed_.weighted == nexthop;
     }
