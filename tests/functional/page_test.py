@@ -51,8 +51,11 @@ class Requests(PageTest):
         self.assertIn("✗ label 777 in table hardware", explained["body"])
         self.assertNotIn("script", explained["headers"]["Content-Security-Policy"])
         refused = self.requests("POST /data", "DELETE /frames", "PUT /", "GET /clear-counters", "GET /control",
-                                "GET /explain?frame=1%20--html%20/tmp/x")
-        self.assertEqual([answer["status"] for answer in refused], [405, 405, 405, 404, 404, 404])
+                                "GET /explain?frame=1%20--html%20/tmp/x", "GET /frames?before=x", "GET /sets?from=1048577",
+                                "GET /explain?frame=-1", "GET /explain", "GET /frames?before=9&before=3", "GET /metrics?x=1")
+        self.assertEqual([answer["status"] for answer in refused], [405, 405, 405, 404, 404, *7 * [400]])
+        self.assertEqual(refused[6]["body"],
+                         'parameter "before", value "x": no number of 0 to 18446744073709551615\n')
         dropped = json.loads(self.requests("GET /data")[0]["body"])["fates"]["dropped"]["frames"]
         self.assertEqual(dropped, 3)
         self.stop(process)

@@ -3,6 +3,7 @@
 #include <optional>
 #include <stdexcept>
 
+#include "Lumo/MplsLabel.h"
 #include "Metrics/MetricsText.h"
 #include "Server/HttpServer.h"
 #include "Web/FateSamples.h"
@@ -70,6 +71,8 @@ HttpAnswer WebServer::Parts::explanation(std::uint64_t sequence) const {
 OvixHttp::HttpServer::Routes WebServer::Parts::routes() {
     constexpr std::size_t mostReasons = 6;
     constexpr std::size_t mostExplanations = 4;
+    constexpr std::size_t defaultWaiting = OvixHttp::HttpRoute::defaultWaiting;
+    constexpr std::uint64_t anyNumber = ~std::uint64_t{0};
     OvixHttp::HttpServer::Routes all{
         {"/metrics",
          {[this](const HttpRequest&) { return answerOf(OvixHttp::metricsType, metrics.text()); },
@@ -84,15 +87,21 @@ OvixHttp::HttpServer::Routes WebServer::Parts::routes() {
               return answerOf(jsonType,
                               data.frames(request.number("before"), request.argument("reason")));
           },
-          dataLane}},
+          dataLane,
+          defaultWaiting,
+          {{"before", anyNumber}, {"reason"}}}},
         {"/sets",
          {[this](const HttpRequest& request) {
               return answerOf(jsonType, data.sets(request.number("from")));
           },
-          dataLane}},
+          dataLane,
+          defaultWaiting,
+          {{"from", Lumo::MplsLabel::max}}}},
         {"/explain",
          {[this](const HttpRequest& request) { return explanation(request.number("frame")); },
-          explainLane, mostExplanations}}};
+          explainLane,
+          mostExplanations,
+          {{"frame", anyNumber, true}}}}};
     for (const PageFile& file : pageFiles()) {
         all[file.path] = {[&file](const HttpRequest&) {
                               HttpAnswer answer = answerOf(file.type, std::string(file.content));

@@ -26,8 +26,8 @@ std::string HttpRequest::argument(const std::string& name) const {
 std::uint64_t HttpRequest::number(const std::string& name) const {
     const std::string text = argument(name);
     std::uint64_t value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    return error == std::errc() && end == text.data() + text.size() ? value : 0;
+    std::from_chars(text.data(), text.data() + text.size(), value);
+    return value;
 }
 
 namespace {
@@ -38,10 +38,10 @@ struct Exchange {
     std::optional<HttpAnswer> answer;
 };
 
-HttpAnswer refusal(unsigned int status, const char* text) {
+HttpAnswer refusal(unsigned int status, const std::string& text) {
     HttpAnswer answer;
     answer.status = status;
-    answer.body = std::string(text) + "\n";
+    answer.body = text + "\n";
     return answer;
 }
 
@@ -76,9 +76,21 @@ MHD_Result sendAnswer(MHD_Connection* connection, const HttpAnswer& answer) {
     return queued;
 }
 
-MHD_Result addArgument(void* request, MHD_ValueKind /*kind*/, const char* name, const char* value) {
-    static_cast<HttpRequest*>(request)->arguments[name] = value != nullptr ? value : "";
-    return MHD_YES;
+/// With zero bytes, which a query may have.
+HttpArguments argumentsOf(MHD_Connection* connection) {
+    HttpArguments all;
+    const MHD_KeyValueIteratorN add = [](void* arguments, MHD_ValueKind /*kind*/, const char* name,
+                                         std::size_t nameSize, const char* value,
+                                         std::size_t valueSize) {
+        auto& argument = static_cast<HttpArguments*>(arguments)->emplace_back(
+            std::string(name, nameSize), std::nullopt);
+        if (value != nullptr) {
+            argument.second = std::string(value, valueSize);
+        }
+        return MHD_YES;
+    };
+    MHD_get_connection_values_n(connection, MHD_GET_ARGUMENT_KIND, add, &all);
+    return all;
 }
 
 bool hasBody(MHD_Connection* connection) {
@@ -151,9 +163,15 @@ MHD_Result HttpServer::Parts::begin(MHD_Connection* connection, const char* path
     if (found == routes.end()) {
         return sendAnswer(connection, refusal(MHD_HTTP_NOT_FOUND, "there is nothing here"));
     }
+    const HttpArguments arguments = argumentsOf(connection);
+    if (const std::string fault = faultOf(arguments, found->second.parameters); !fault.empty()) {
+        return sendAnswer(connection, refusal(MHD_HTTP_BAD_REQUEST, fault));
+    }
     auto waiting = std::make_unique<Exchange>();
     waiting->request.path = path;
-    MHD_get_connection_values(connection, MHD_GET_ARGUMENT_KIND, &addArgument, &waiting->request);
+    for (const auto& [name, value] : arguments) {
+        waiting->request.arguments.emplace(name, value.value_or(""));
+    }
     Exchange* const work = waiting.get();
     clientOf(connection).isBeingAnswered = true;
     MHD_suspend_connection(connection);

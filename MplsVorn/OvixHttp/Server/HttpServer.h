@@ -8,17 +8,18 @@
 #include <vector>
 
 #include "Server/Endpoint.h"
+#include "Server/Query.h"
 
 namespace OvixHttp {
 
 /// A request to read something.
 struct HttpRequest {
     std::string path;
-    std::map<std::string, std::string> arguments; ///< of the query, decoded; what it likes
+    std::map<std::string, std::string> arguments; ///< of the query, as the route takes them
 
     /// Empty when there is none of the name.
     std::string argument(const std::string& name) const;
-    /// A decimal number; 0 when there is none.
+    /// 0 when there is none.
     std::uint64_t number(const std::string& name) const;
 };
 
@@ -36,11 +37,15 @@ struct HttpAnswer {
 /// What is served at a path, and the lane that makes it: answers of one lane are made one after the
 /// other, in a thread of its own, and none waits for those of another lane.
 struct HttpRoute {
+    static constexpr std::size_t defaultWaiting = 128;
+
     std::function<HttpAnswer(const HttpRequest&)> answer;
     std::size_t lane = 0;
     /// Requests that wait for the lane; others are answered with 503. The first route of a lane
     /// says it; by default as many as there can be.
-    std::size_t mostWaiting = 128;
+    std::size_t mostWaiting = defaultWaiting;
+    /// Requests with others, or with values that are none, are answered with 400.
+    std::vector<HttpParameter> parameters{};
 };
 
 /// Serves GET and HEAD by HTTP/1.1, from threads of its own, one request a connection. Whoever says

@@ -18,6 +18,7 @@ namespace HttpServerTest {
 using OvixHttp::Endpoint;
 using OvixHttp::HttpAnswer;
 using OvixHttp::HttpRequest;
+using OvixHttp::HttpRoute;
 using OvixHttp::HttpServer;
 
 HttpAnswer answerOf(std::string body) {
@@ -52,7 +53,14 @@ class HttpServerTest : public testing::Test {
                   return answerOf(
                       fmt::format("{}|{}", request.argument("word"), request.number("number")));
               },
-              0}},
+              0,
+              HttpRoute::defaultWaiting,
+              {{"word"}, {"number", 1000}}}},
+            {"/one",
+             {[](const HttpRequest& request) { return answerOf(request.argument("number")); },
+              0,
+              HttpRoute::defaultWaiting,
+              {{"number", ~std::uint64_t{0}, true}}}},
             {"/long", {[](const HttpRequest&) { return answerOf(std::string(1 << 20, 'x')); }, 0}},
             {"/fails",
              {[](const HttpRequest&) -> HttpAnswer { throw std::runtime_error("x"); }, 0}},
@@ -87,7 +95,7 @@ TEST_F(HttpServerTest, AnswersGetAndHead) {
     EXPECT_NE(head.find("Content-Length: 9"), head.npos);
     EXPECT_EQ(head.find("some text"), head.npos);
     EXPECT_NE(asked(get("/echo?word=a%20b%3C&number=12")).find("\r\n\r\na b<|12"), head.npos);
-    EXPECT_NE(asked(get("/echo?number=12x&number2=-1&word")).find("\r\n\r\n|0"), head.npos);
+    EXPECT_NE(asked(get("/echo?number=1000&word")).find("\r\n\r\n|1000"), head.npos);
     EXPECT_NE(head.find("Content-Security-Policy: default-src 'none'"), head.npos);
     EXPECT_NE(head.find("nosniff"), head.npos);
 }
@@ -113,6 +121,35 @@ TEST_F(HttpServerTest, EverythingElseIsRefused) {
     EXPECT_EQ(asked("GET /text HTTP/1.1\r\nHost: router.example:1\r\n\r\n").find("HTTP/1.1 200"),
               0U);
     EXPECT_TRUE(isServed());
+}
+
+TEST_F(HttpServerTest, AQueryThatIsNotUnderstoodIsRefusedByNameAndValue) {
+    const auto refused = [this](const std::string& target) {
+        const std::string answer = asked(get(target));
+        EXPECT_EQ(answer.find("HTTP/1.1 400"), 0U) << target << answer;
+        return answer.substr(answer.find("\r\n\r\n") + 4);
+    };
+    for (const char* const value :
+         {"x", "-1", "+1", "12x", "1001", "0x1", "99999999999999999999"}) {
+        EXPECT_EQ(refused(std::string("/echo?number=") + value),
+                  fmt::format("parameter \"number\", value \"{}\": no number of 0 to 1000\n",
+                              *value == '+' ? " 1" : value));
+    }
+    EXPECT_EQ(refused("/echo?number="),
+              "parameter \"number\", value \"\": no number of 0 to 1000\n");
+    EXPECT_EQ(refused("/echo?number"),
+              "parameter \"number\", without a value: no number of 0 to 1000\n");
+    EXPECT_EQ(refused("/echo?number=1%00x"),
+              "parameter \"number\", value \"1?x\": no number of 0 to 1000\n");
+    EXPECT_EQ(refused("/echo?word=a&number=1&word=b"),
+              "parameter \"word\", value \"b\": given twice\n");
+    EXPECT_EQ(refused("/echo?Word=a"),
+              "parameter \"Word\", value \"a\": no such parameter; known here: word, number\n");
+    EXPECT_EQ(refused("/text?v=1"),
+              "parameter \"v\", value \"1\": no such parameter; none are taken here\n");
+    EXPECT_EQ(refused("/one"), "parameter \"number\" is missing\n");
+    EXPECT_LT(refused("/echo?number=" + std::string(5000, '7')).size(), 200U);
+    EXPECT_EQ(asked(get("/text?")).find("HTTP/1.1 200"), 0U);
 }
 
 TEST_F(HttpServerTest, ManyWhoSayNothingHoldUpNobody) {
