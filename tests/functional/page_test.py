@@ -5,6 +5,7 @@ import pathlib
 import shutil
 import unittest
 
+import frames as f
 from browser import Browser
 from live import LiveTest, ip
 
@@ -58,6 +59,22 @@ class Requests(PageTest):
                          'parameter "before", value "x": no number of 0 to 18446744073709551615\n')
         dropped = json.loads(self.requests("GET /data")[0]["body"])["fates"]["dropped"]["frames"]
         self.assertEqual(dropped, 3)
+        self.stop(process)
+
+    def test_a_frame_of_the_router_s_own_has_no_explanation(self):
+        process = self.start()
+        self.learn_neighbours()
+        expired = f.eth(self.router_mac("west"), "02:00:00:00:00:09", f.ETH_IPV4,
+                        f.udp_packet("10.0.1.77", "10.0.2.2", ttl=1))  # the answer is to an address that nobody has
+        self.host(self.west, f"""
+import socket
+s = socket.socket(socket.AF_PACKET, socket.SOCK_RAW); s.bind(("eth0", 0)); s.send(bytes.fromhex("{expired.hex()}"))""").communicate()
+        shown = []
+        self.until(lambda: shown.extend(json.loads(self.requests("GET /frames")[0]["body"])["frames"]) or shown)
+        self.assertEqual([(frame["own"], frame["port"]) for frame in shown[:1]], [(True, None)])
+        told, = self.requests(f"GET /explain?frame={shown[0]['sequence']}")
+        self.assertEqual(told["status"], 404)
+        self.assertIn("this router has made the frame itself", told["body"])
         self.stop(process)
 
     def test_frames_and_weighted_sets_come_in_pages(self):

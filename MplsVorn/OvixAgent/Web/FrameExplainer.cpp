@@ -145,7 +145,11 @@ Tessel::Result<FrameExplainer::Frame> FrameExplainer::recorded(std::uint64_t seq
     try {
         const auto all = nlohmann::json::parse(answer.value());
         for (const auto& frame : all.at("recorded-frames")) {
-            if (frame.at("sequence") == sequence && frame.at("port").is_string()) {
+            if (frame.at("sequence") == sequence && frame.at("own").get<bool>()) {
+                return Tessel::Refused{"this router has made the frame itself: it came in at no "
+                                       "port; explain the frame that it answers"};
+            }
+            if (frame.at("sequence") == sequence) {
                 return Frame{frame.at("port"), captureOf(bytesOf(frame.at("bytes")),
                                                          frame.at("time"), frame.at("length"))};
             }
