@@ -131,6 +131,18 @@ def vpn(lab) -> str:
             + ", ".join(hops))
 
 
+def several_neighbours(lab) -> str:
+    """PE1 has another neighbour on its link to P; the packets of 6PE still go to P."""
+    network.run(*network.inside("pe1", "ip", "neighbour", "add", "10.1.1.99", "lladdr",
+                                "02:00:00:00:00:99", "nud", "permanent", "dev", "to-p"))
+    wait_until("PE1's agent has the neighbour",
+               lambda: "10.1.1.99" in lab.planes["pe1"].ctl("neighbour", "show").stdout, 5)
+    expect_answers(lab, 20)
+    route = lab.planes["pe1"].ctl("route", "show").stdout
+    expect('"10.1.1.2"' in route, f"no IPv4 next hop in {route}")
+    return "all of 20 answered"
+
+
 def link_cut(lab) -> str:
     """Traffic moves to P2 when the link from PE1 to P is cut, and back when it is mended."""
     running = traffic.Ping(lab.directory, 1000)

@@ -50,14 +50,15 @@ class Dataplane:
 
     def start_fpm(self) -> None:
         self.fpm = Process(self.router, self.directory, "ovix-fpm", BIN / "ovix-fpm",
-                           "--tables", self.router, "--sweep-after", SWEEP_AFTER, *self.ldpd())
+                           "--tables", self.router, "--sweep-after", SWEEP_AFTER, *self.asked())
         wait_until(f"ovix-fpm listens on {self.router}",
                    lambda: "listening" in self.fpm.err.read_text(), 5)
 
-    def ldpd(self) -> list:
-        """Where the listener finds ldpd, on a router with a pseudowire."""
-        return (["--pseudowires", "--vty-socket", self.directory / "frr"]
-                if topology.circuit(self.router) else [])
+    def asked(self) -> list:
+        """What the listener asks FRR for, where it has more than zebra's messages say."""
+        asked = ["--pseudowires"] if topology.circuit(self.router) else []
+        asked += ["--next-hops"] if topology.FAMILY == 6 else []
+        return [*asked, "--vty-socket", self.directory / "frr"] if asked else []
 
     def start_agent(self) -> None:
         (self.directory / "ovix-agent.out").unlink(missing_ok=True)  # an earlier one's balance

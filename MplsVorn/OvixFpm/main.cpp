@@ -14,6 +14,7 @@
 #include "Program/Privileges.h"
 #include "Program/ServiceManager.h"
 #include "Program/Version.h"
+#include "nexthops/NextHopWatch.h"
 #include "pseudowires/LdpWatch.h"
 #include "publishing/FpmServer.h"
 #include "serving/FpmMetrics.h"
@@ -30,6 +31,7 @@ struct Options {
     double sweepAfter = 30; ///< routing daemons reconnect to a restarted zebra within some 10 s
     bool verbose = false;
     bool pseudowires = false;
+    bool nextHops = false;
     double pseudowiresEvery = 1; ///< seconds
     std::string vtysh = OvixFpm::LdpWatch::Settings().vtysh;
     std::string vtySocket;
@@ -78,6 +80,27 @@ Posix::FileDescriptor stopSignals() {
     return Posix::FileDescriptor(signalfd(-1, &signals, SFD_CLOEXEC));
 }
 
+/// What else is asked of FRR.
+OvixFpm::Companions watches(const Options& options, OvixFpm::RoutePublisher& routes,
+                            const OvixFpm::Log& log) {
+    OvixFpm::Companions asked;
+    if (options.pseudowires) {
+        OvixFpm::LdpWatch::Settings settings;
+        settings.vtysh = options.vtysh;
+        settings.socketDirectory = options.vtySocket;
+        settings.every =
+            std::chrono::milliseconds(static_cast<long>(options.pseudowiresEvery * 1000));
+        asked.push_back(std::make_unique<OvixFpm::LdpWatch>(routes, settings, log));
+    }
+    if (options.nextHops) {
+        OvixFpm::NextHopWatch::Settings settings;
+        settings.vtysh = options.vtysh;
+        settings.socketDirectory = options.vtySocket;
+        asked.push_back(std::make_unique<OvixFpm::NextHopWatch>(routes, settings, log));
+    }
+    return asked;
+}
+
 void serve(const Options& options, OvixLog::Log& log) {
     const Posix::FileDescriptor stop = stopSignals();
     Mpls::SharedPublisher tables(options.tables, Mpls::RouteOwner::fpm, firstTurnWait);
@@ -86,11 +109,6 @@ void serve(const Options& options, OvixLog::Log& log) {
     const OvixFpm::Log logged = [&log](std::string_view about, const std::string& line) {
         log(about, line);
     };
-    OvixFpm::LdpWatch::Settings ldp;
-    ldp.vtysh = options.vtysh;
-    ldp.socketDirectory = options.vtySocket;
-    ldp.every = std::chrono::milliseconds(static_cast<long>(options.pseudowiresEvery * 1000));
-    OvixFpm::LdpWatch pseudowires(routes, ldp, logged);
     OvixLog::ServiceManager service;
     OvixFpm::FpmServer::Settings settings = settingsOf(options);
     settings.turn = [&service](OvixFpm::FpmServer::Clock::time_point now, bool isConnected) {
@@ -98,8 +116,7 @@ void serve(const Options& options, OvixLog::Log& log) {
         service.isReady();
         service.turn(now);
     };
-    OvixFpm::FpmServer server(routes, settings, logged,
-                              options.pseudowires ? &pseudowires : nullptr);
+    OvixFpm::FpmServer server(routes, settings, logged, watches(options, routes, logged));
     std::optional<OvixFpm::MetricsServer> metrics;
     if (!options.metrics.empty()) {
         metrics.emplace(valueOrInvalid(OvixHttp::Endpoint::fromText(options.metrics), "--metrics"),
@@ -122,12 +139,15 @@ int serveAndLog(const Options& options, OvixLog::Log& log) {
 void addPseudowireOptions(CLI::App& app, Options& options) {
     app.add_flag("--pseudowires", options.pseudowires,
                  "Publish the pseudowires of ldpd, too, which vtysh asks it for");
+    app.add_flag("--next-hops", options.nextHops,
+                 "Publish the next hops that zebra leaves out (of IPv6 routes over an IPv4 core), "
+                 "too, which vtysh asks it for");
     app.add_option("--pseudowires-every", options.pseudowiresEvery,
                    "How often ldpd is asked (0.1 to 3600)")
         ->capture_default_str()
         ->check(CLI::Range(0.1, 3600.0).description(""))
         ->type_name("SECONDS");
-    app.add_option("--vtysh", options.vtysh, "The program that asks ldpd")
+    app.add_option("--vtysh", options.vtysh, "The program that asks FRR")
         ->capture_default_str()
         ->type_name("PATH");
     app.add_option("--vty-socket", options.vtySocket,

@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "pseudowires/Vtysh.h"
 #include "publishing/Companion.h"
 #include "publishing/RoutePublisher.h"
 #include "publishing/WaitingConnections.h"
+#include "vtysh/Vtysh.h"
 
 namespace OvixFpm {
 

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <memory>
+#include <vector>
+
 namespace OvixFpm {
 
 /// What a listener serves beside zebra, between its batches.
@@ -17,5 +20,7 @@ class Companion {
     /// Does what is due. Does not block. Nothing of the tables is uncommitted before and after.
     virtual void serve() = 0;
 };
+
+using Companions = std::vector<std::unique_ptr<Companion>>;
 
 } // namespace OvixFpm

@@ -40,9 +40,10 @@ Tessel::Result<std::chrono::milliseconds> sweepTime(double seconds) {
     return std::chrono::milliseconds(static_cast<long>(seconds * 1000));
 }
 
-FpmServer::FpmServer(RoutePublisher& routes, Settings settings, Log log, Companion* companion)
-    : routes_(&routes), companion_(companion), settings_(settings), log_(std::move(log)),
-      listener_(settings_.listenAt.listen()), waiting_(log_) {
+FpmServer::FpmServer(RoutePublisher& routes, Settings settings, Log log, Companions companions)
+    : routes_(&routes), companions_(std::move(companions)), settings_(settings),
+      log_(std::move(log)), listener_(settings_.listenAt.listen()), waiting_(log_) {
+    assert(companions_.size() <= mostCompanions);
     log_({}, "listening at " + settings_.listenAt.text());
 }
 
@@ -51,12 +52,13 @@ void FpmServer::run(int stop) {
         if (settings_.turn) {
             settings_.turn(Clock::now(), connection_.isOpen());
         }
-        std::array<pollfd, 4 + WaitingConnections::most> places{
-            {{stop, POLLIN, 0},
-             {listener_.value(), POLLIN, 0},
-             {connection_.value(), POLLIN, 0},
-             {companion_ != nullptr ? companion_->descriptor() : -1, POLLIN, 0}}};
-        const auto waiting = std::span(places).subspan<4>();
+        std::array<pollfd, 3 + mostCompanions + WaitingConnections::most> places{
+            {{stop, POLLIN, 0}, {listener_.value(), POLLIN, 0}, {connection_.value(), POLLIN, 0}}};
+        for (std::size_t i = 0; i < mostCompanions; ++i) {
+            const int input = i < companions_.size() ? companions_[i]->descriptor() : -1;
+            places[3 + i] = {input, POLLIN, 0};
+        }
+        const auto waiting = std::span(places).subspan<3 + mostCompanions>();
         waiting_.pollIn(waiting);
         if (poll(places.data(), places.size(), timeoutMs()) < 0 && errno != EINTR) {
             throw std::system_error(errno, std::generic_category(), "cannot wait for zebra");
@@ -76,8 +78,10 @@ void FpmServer::run(int stop) {
             accept();
         }
         commitWhenQuiet();
-        if (companion_ != nullptr && !firstUncommitted_) {
-            companion_->serve();
+        for (const auto& companion : companions_) {
+            if (!firstUncommitted_) {
+                companion->serve();
+            }
         }
         if (routes_->wereReplaced()) {
             disconnect("the tables have been replaced; zebra has to announce its routes again");
@@ -106,11 +110,13 @@ bool FpmServer::beginBatch() {
 }
 
 int FpmServer::timeoutMs() const {
-    const int own = ownTimeoutMs();
-    if (companion_ == nullptr || firstUncommitted_) {
-        return own;
+    int timeout = ownTimeoutMs();
+    if (!firstUncommitted_) {
+        for (const auto& companion : companions_) {
+            timeout = std::min(timeout, companion->timeoutMs());
+        }
     }
-    return std::min(own, companion_->timeoutMs());
+    return timeout;
 }
 
 int FpmServer::ownTimeoutMs() const {

@@ -46,9 +46,10 @@ class FpmServer {
         std::function<void(Clock::time_point, bool)> turn = {};
     };
 
+    static constexpr std::size_t mostCompanions = 2;
+
     /// Listens. Throws std::system_error.
-    /// Serves `companion` as well, if there is one, which must outlive it.
-    FpmServer(RoutePublisher& routes, Settings settings, Log log, Companion* companion = nullptr);
+    FpmServer(RoutePublisher& routes, Settings settings, Log log, Companions companions = {});
     FpmServer(const FpmServer&) = delete;
     FpmServer& operator=(const FpmServer&) = delete;
 
@@ -75,7 +76,7 @@ class FpmServer {
     int ownTimeoutMs() const;
 
     RoutePublisher* routes_;
-    Companion* companion_;
+    Companions companions_;
     Settings settings_;
     Log log_;
     Posix::FileDescriptor listener_;

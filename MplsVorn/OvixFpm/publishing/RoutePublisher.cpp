@@ -106,6 +106,7 @@ void RoutePublisher::withdraw(const Destination& destination) {
     if (const auto* key = std::get_if<L3::RouteKey>(&destination)) {
         tables_->ipRoutes().routeDel(*key);
         stalePrefixes_.erase(*key);
+        missing_.forget(*key);
         return;
     }
     const auto label = std::get<Lumo::MplsLabel>(destination);
@@ -142,10 +143,30 @@ void RoutePublisher::publish(Lumo::MplsLabel label, const Route& route) {
     staleLabels_.erase(label);
 }
 
+Tessel::Result<void> RoutePublisher::nextHopsAre(const L3::RouteKey& key,
+                                                 const std::vector<NextHop>& shown) {
+    try {
+        if (const auto route = missing_.shown(key, shown)) {
+            publishKnown(key, *route);
+        }
+        return {};
+    } catch (const std::exception& error) {
+        return Tessel::Refused{error.what()};
+    }
+}
+
 void RoutePublisher::publish(const L3::RouteKey& key, const Route& route) {
+    publishKnown(key, asksMissing_ ? missing_.completed(key, route) : route);
+}
+
+void RoutePublisher::publishKnown(const L3::RouteKey& key, const Route& route) {
+    const auto vrf = vrfOf(key.table);
+    if (!vrf) {
+        throw std::runtime_error("routing table " + std::to_string(key.table) + " is not a VRF's");
+    }
     L3::Route published;
     published.key = key;
-    published.vrf = vrfOf(key.table);
+    published.vrf = *vrf;
     if (route.end) {
         published.kind = kindOf(*route.end);
     } else {
@@ -172,7 +193,7 @@ const KernelLink& RoutePublisher::interfaceOf(const NextHop& hop) {
 void RoutePublisher::checkIsForwarded(const NextHop& hop, const L3::Route& route) {
     const bool isIpv6 = route.key.prefix.family() == Lumo::IpFamily::ipv6;
     // zebra leaves out the IPv4 next hop of an IPv6 route over an IPv4 core (RFC 4659, RFC 4798).
-    // The labels are then for the only neighbour on the link.
+    // Unless it is known otherwise, the labels are for the only neighbour on the link.
     if (!hop.labels.empty() && !hop.hasGateway() && !isIpv6) {
         throw std::invalid_argument("labels without a next hop to push them for");
     }
@@ -187,15 +208,12 @@ void RoutePublisher::checkIsForwarded(const NextHop& hop, const L3::Route& route
     }
 }
 
-L3::VrfName RoutePublisher::vrfOf(std::uint32_t table) {
+std::optional<L3::VrfName> RoutePublisher::vrfOf(std::uint32_t table) {
     if (table == L3::RouteKey::mainTable) {
-        return {};
+        return L3::VrfName();
     }
     const auto found = interfaces_->vrfOfTable(table);
-    if (!found) {
-        throw std::runtime_error("routing table " + std::to_string(table) + " is not a VRF's");
-    }
-    return {std::string_view(*found)};
+    return found ? std::optional(L3::VrfName(std::string_view(*found))) : std::nullopt;
 }
 
 std::vector<Mpls::WeightedVia> RoutePublisher::viasOf(const std::vector<NextHop>& hops,
@@ -235,6 +253,7 @@ void RoutePublisher::abandon() {
 }
 
 void RoutePublisher::markStale() {
+    missing_.waitForNone();
     staleLabels_ = labels_;
     const auto keys = tables_->ipRoutes().keys();
     stalePrefixes_ = {keys.begin(), keys.end()};

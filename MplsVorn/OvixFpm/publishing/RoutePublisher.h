@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <set>
 #include <utility>
 #include <vector>
@@ -9,6 +10,7 @@
 #include "Tessel/Result.h"
 #include "decoding/Routes.h"
 #include "kernel/KernelLinks.h"
+#include "publishing/MissingNextHops.h"
 
 namespace OvixFpm {
 
@@ -34,6 +36,13 @@ class RoutePublisher {
     /// Refuses a route that cannot be published; an earlier one for its destination is then
     /// removed.
     Tessel::Result<void> apply(const RouteChange& change);
+    /// From now on routes are completed that zebra announces without their next hops.
+    void missingAreAsked() noexcept { asksMissing_ = true; }
+    const MissingNextHops& missing() const noexcept { return missing_; }
+    /// The same as apply() for a route that is missing next hops, which zebra shows as these.
+    Tessel::Result<void> nextHopsAre(const L3::RouteKey& key, const std::vector<NextHop>& shown);
+    /// Unset when the routing table is not a VRF's. Throws std::system_error.
+    std::optional<L3::VrfName> vrfOf(std::uint32_t table);
     /// Makes the changes visible, if there are any, and ends the batch.
     void commit();
 
@@ -56,7 +65,7 @@ class RoutePublisher {
     std::vector<Mpls::WeightedVia> viasOf(const std::vector<NextHop>& hops, bool ofLabel,
                                           Mpls::TtlMode ttl);
     const KernelLink& interfaceOf(const NextHop& hop);
-    L3::VrfName vrfOf(std::uint32_t table);
+    void publishKnown(const L3::RouteKey& key, const Route& route);
     void checkIsForwarded(const NextHop& hop, const L3::Route& route);
 
     void takeOver();
@@ -68,6 +77,8 @@ class RoutePublisher {
     std::set<Lumo::MplsLabel> labels_;
     std::set<Lumo::MplsLabel> staleLabels_;
     std::set<L3::RouteKey> stalePrefixes_;
+    MissingNextHops missing_;
+    bool asksMissing_ = false;
 };
 
 } // namespace OvixFpm

@@ -1,4 +1,4 @@
-#include "pseudowires/Vtysh.h"
+#include "vtysh/Vtysh.h"
 
 #include <array>
 #include <cerrno>

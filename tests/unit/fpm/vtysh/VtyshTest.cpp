@@ -1,4 +1,4 @@
-#include "pseudowires/Vtysh.h"
+#include "vtysh/Vtysh.h"
 
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -42,7 +42,7 @@ TEST(Vtysh, ItHasNothingOfThisProcess) {
     EXPECT_EQ(run({"/bin/cat"}).value(), "");
 }
 
-TEST(Vtysh, AFailureIsToldOf) {
+TEST(Vtysh, AFailureIsReported) {
     EXPECT_EQ(refusal({"/bin/false"}), "/bin/false has ended with 1");
     EXPECT_EQ(refusal({"/no/such"}), "/no/such cannot be started: No such file or directory");
     EXPECT_EQ(refusal({"/bin/sh", "-c", "kill -ABRT $$"}), "/bin/sh was ended by signal 6");
