@@ -42,7 +42,9 @@ bool PacketPort::reopen() {
     try {
         isQueue_ ? openQueue() : open();
     } catch (const std::system_error& refused) {
-        shut(name_ + ": " + refused.what());
+        // Linux before 6.13 lets no socket join a group while the link is down.
+        const bool isToCome = isQueue_ && InterfaceFlags().isDown(name_);
+        shut(isToCome ? std::string() : name_ + ": " + refused.what());
     }
     return isOpen();
 }

@@ -37,6 +37,7 @@ void Worker::portIs(PortIndex index, LivePort& port) {
 
 void Worker::open() {
     place_->enter();
+    reopenClosed();
     for (const auto& port : ports_) {
         port->receive(visitor_, 0);
     }
