@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Tries the image recipe and what compose.yaml makes of it, as root: the image is built of the packages of ./run package, the
-agent and the listener run in containers with the rights given there, frames pass, the health check answers, SIGTERM ends
+"""Tries the image recipe and compose.yaml, as root: the image is built of the packages of ./run package, the
+agent and the listener run in containers with the rights and commands given there, frames pass, the health check answers, SIGTERM ends
 it, and what FRR in a container beside them announces comes to the agent. By buildah and podman, without a daemon, a registry or systemd; says why where no container can run.
 
 try_container.py PACKAGES [--base TAR]: PACKAGES is the directory of the packages; TAR an archive of a minimal Debian
@@ -16,16 +16,18 @@ import sys
 import tempfile
 import time
 
+import yaml
+
 from try_packages import CONFIG, PID, ROUTER, check, clean_up, make_network, run, start_traffic
 
 HERE = pathlib.Path(__file__).resolve().parent / "container"
 AGENT, LISTENER, FRR = (f"ovix{PID}-{name}" for name in ("agent", "listener", "frr"))
 IMAGE, FRR_IMAGE = "localhost/ovix", "localhost/frr"
+SERVICES = yaml.safe_load((HERE / "compose.yaml").read_text(encoding="utf-8"))["services"]
 # No higher than those that root may set anywhere.
 LIMITS = ("--ulimit", "nofile=1024:1024", "--ulimit", "nproc=1024:1024")
-# As compose.yaml has them.
-RIGHTS = ("--cap-drop", "all", "--security-opt", "no-new-privileges", "--read-only", *LIMITS)
-FRR_RIGHTS = ("--cap-add", "NET_ADMIN,NET_RAW,SYS_ADMIN", *LIMITS)
+# What the network namespace brings, images are called and when things start, and more memory than root may have anywhere.
+NOT_ASKED = ("image", "command", "network_mode", "sysctls", "depends_on", "restart", "healthcheck", "ulimits")
 # Debian's FRR: registries may be out of reach.
 FRR_RECIPE = """FROM debian:bookworm-slim
 RUN apt-get update && apt-get install -y --no-install-recommends frr && rm -rf /var/lib/apt/lists/*
@@ -33,8 +35,22 @@ CMD ["sh", "-c", "/usr/lib/frr/frrinit.sh start && exec sleep infinity"]
 """
 FRR_FILES = {"Dockerfile": FRR_RECIPE, "daemons": 'staticd=yes\nvtysh_enable=yes\nzebra_options="-A 127.0.0.1 -M dplane_fpm_nl"\n',
              "frr.conf": "fpm address 127.0.0.1 port 2620\nno fpm use-next-hop-groups\nip route 203.0.113.0/24 10.0.2.2\n"}
-AGENT_RIGHTS = ("--cap-add", "NET_ADMIN,NET_RAW,BPF", "--tmpfs", "/run", "--ipc", "shareable", "--network",
-                f"ns:/run/netns/{ROUTER}")
+
+
+def as_composed(name: str, work: pathlib.Path) -> list[str]:
+    """What podman is asked for a service of compose.yaml, but in the network namespace that has the interfaces."""
+    service = {key: value for key, value in SERVICES[name].items() if key not in NOT_ASKED}
+    words = [*LIMITS, "--network", f"ns:/run/netns/{ROUTER}"]
+    for key, option in (("cap_drop", "--cap-drop"), ("cap_add", "--cap-add"), ("security_opt", "--security-opt"), ("tmpfs", "--tmpfs")):
+        for value in service.pop(key, []):
+            words += [option, value]
+    for volume in service.pop("volumes", []):
+        words += ["--volume", volume.replace("./", f"{work}/", 1)]
+    words += ["--read-only"] * service.pop("read_only", False)
+    if "ipc" in service:
+        words += ["--ipc", service.pop("ipc").replace("service:agent", f"container:{AGENT}")]
+    check(f"compose.yaml asks nothing for {name} that is unknown here", not service)
+    return [*words, {"frr": FRR_IMAGE}.get(name, IMAGE), *SERVICES[name].get("command", [])]
 
 
 class Containers:
@@ -78,12 +94,10 @@ def eventually(met) -> bool:
 
 def try_all(containers: Containers, work: pathlib.Path) -> None:
     (work / "router.yaml").write_text(CONFIG)
-    containers.run("run", "--detach", "--name", AGENT, *RIGHTS, *AGENT_RIGHTS, "--volume",
-                   f"{work}/router.yaml:/etc/ovix/router.yaml:ro", IMAGE)
+    containers.run("run", "--detach", "--name", AGENT, *as_composed("agent", work))
     check("the health check of the image succeeds",
           eventually(lambda: containers.ask("healthcheck", "run", AGENT).returncode == 0))
-    containers.run("run", "--detach", "--name", LISTENER, *RIGHTS, "--ipc", f"container:{AGENT}", "--network",
-                   f"ns:/run/netns/{ROUTER}", IMAGE, "ovix-fpm", "--tables", "router", "--peer", "any")
+    containers.run("run", "--detach", "--name", LISTENER, *as_composed("listener", work))
     ctl = ("ovixctl", "--tables", "router")
     if not eventually(lambda: f":{2620:04X} 00000000:0000 0A" in run("ip", "netns", "exec", ROUTER, "cat", "/proc/net/tcp")):
         check("the listener waits for zebra: " + containers.ask("logs", LISTENER).stderr, False)
@@ -94,8 +108,7 @@ def try_all(containers: Containers, work: pathlib.Path) -> None:
     traffic.terminate()
     sent, got = map(int, traffic.communicate(timeout=150)[0].split())
     check(f"frames pass: {got} of {sent}", got == sent)
-    containers.run("run", "--detach", "--name", FRR, *FRR_RIGHTS, "--volume", f"{work}/frr:/etc/frr", "--network",
-                   f"ns:/run/netns/{ROUTER}", FRR_IMAGE)
+    containers.run("run", "--detach", "--name", FRR, *as_composed("frr", work))
     shown = lambda: containers.run("exec", AGENT, *ctl, "route", "show")
     if not eventually(lambda: "203.0.113.0/24" in shown()):
         check("the agent has the route of the FRR beside it: " + shown() + containers.ask("logs", FRR).stderr, False)
@@ -128,7 +141,7 @@ def main() -> None:
             (work / "frr" / name).write_text(text)
         containers.build(work / "image", options.base)
         check("the images are built", True)
-        first = containers.ask("run", "--rm", *RIGHTS, "--network", "none", IMAGE, "true")
+        first = containers.ask("run", "--rm", *LIMITS, "--network", "none", IMAGE, "true")
         if first.returncode != 0:
             print("skipped: no container runs here: " + first.stderr.strip())
             sys.exit(0)
