@@ -157,6 +157,7 @@ TEST_F(Watch, TablesBegunAnewInTheSameFileAreNotTakenForTheFormer) {
 TEST_F(Watch, AFileThatHoldsNoTablesIsWaitedFor) {
     std::filesystem::remove(file());
     const int made = ::open(file().c_str(), O_CREAT | O_RDWR, 0640);
+    ASSERT_EQ(::write(made, "no table", 8), 8);
     EXPECT_NE(look().at(0).find("another file has the name, and cannot be used"),
               std::string::npos);
     EXPECT_NE(watch.problem(), "");
