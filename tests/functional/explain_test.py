@@ -3,6 +3,7 @@
 import json
 import re
 import shutil
+import struct
 import subprocess
 import unittest
 
@@ -287,6 +288,16 @@ routes: [{vrf: red, prefix: 10.1.0.0/16, via: {nexthop: 10.0.7.7}}]
         self.assertEqual(answer(lost)[0], "answer: unreachable: sent")
         error = f.eth(WEST, CE_WEST, f.ETH_IPV4, f.ipv4("10.0.1.2", "10.66.0.1", bytes([3, 1, 0, 0]) + bytes(24), 1))
         self.assertEqual(answer(error), ["answer: unreachable: not sent, none is due about such a packet"])
+
+    def test_what_answers_a_frame_that_was_kept_in_part_is_not_guessed(self):
+        whole = mpls([(100, 0, 1)], f.udp_packet("10.0.1.2", "10.9.0.1", payload=b"x" * 300))
+        capture = self.path / "cut.pcap"
+        header = struct.pack("<IHHiIII", 0xa1b2c3d4, 2, 4, 0, 0, 128, 1)
+        capture.write_bytes(header + struct.pack("<IIII", 0, 0, 128, len(whole)) + whole[:128])
+        answers = [[step["text"] for step in self.explain(SWAP, frame)["steps"] if step["step"] == "answer"]
+                   for frame in (whole, f"{capture}:1")]
+        self.assertEqual(answers, [["answer: time exceeded: sent"],
+                                   [f"answer: not known, of {len(whole)} bytes only 128 were kept"]])
 
     def test_a_vrf_without_a_route(self):
         config = PORTS + lfib(decap={100: "type: ip-lookup, via: {action: pop, payload: auto, vrf: red}"})

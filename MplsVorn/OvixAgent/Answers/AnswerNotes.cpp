@@ -66,6 +66,13 @@ void AnswerNotes::passedOn() const {
     }
 }
 
+void AnswerNotes::unread(const Frame& frame) const {
+    if (RoadNotes::isOn() && frame.bytes.size() < frame.originalLength) {
+        add(fmt::format("not known, of {} bytes only {} were kept", frame.originalLength,
+                        frame.bytes.size()));
+    }
+}
+
 void AnswerNotes::add(std::string_view what, const std::optional<EchoFinding>& finding) const {
     Ovix::RoadNote note{"answer", {}};
     note.with("answer", what);

@@ -5,6 +5,7 @@
 
 #include "Answers/LspEcho.h"
 #include "Answers/RateLimit.h"
+#include "State/Frame.h"
 
 namespace OvixAgent {
 
@@ -23,6 +24,8 @@ class AnswerNotes {
     void notSent(AnswerReason reason, std::string_view why) const;
     void silent(EchoSilence why) const;
     void passedOn() const;
+    /// What cannot be read of a frame that is known in part; nothing is said of a whole one.
+    void unread(const Frame& frame) const;
 
   private:
     void add(std::string_view what, const std::optional<EchoFinding>& finding = {}) const;

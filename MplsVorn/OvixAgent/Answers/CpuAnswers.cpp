@@ -72,6 +72,8 @@ void CpuAnswers::transmit(const OvixAgent::Frame& frame) {
     }
     if (const auto packet = readLabelledPacket(frame.bytes)) {
         answer(frame, *packet);
+    } else {
+        notes_.unread(frame);
     }
 }
 
@@ -141,6 +143,8 @@ void CpuAnswers::tooBig(const OvixAgent::Frame& received, std::span<const std::u
     if (before && after) {
         reportError(AnswerReason::tooBig, received, *before,
                     [&](const OwnAddresses& own) { return icmpTooBig(*after, mtu, own); });
+    } else {
+        notes_.unread(received);
     }
 }
 
@@ -152,6 +156,8 @@ void CpuAnswers::undelivered(const OvixAgent::Frame& received, std::string_view 
     if (const auto packet = readLabelledPacket(received.bytes)) {
         reportError(AnswerReason::unreachable, received, *packet,
                     [&](const OwnAddresses& own) { return icmpUnreachable(*packet, *why, own); });
+    } else {
+        notes_.unread(received);
     }
 }
 
