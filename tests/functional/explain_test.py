@@ -260,6 +260,20 @@ routes: [{vrf: red, prefix: 10.1.0.0/16, via: {nexthop: 10.0.7.7}}]
                                       labels=((100, 0, 1),), code=8, meaning="label switched")
         self.assertFalse(expired["failed"])
 
+    def test_an_lsp_ping_in_words(self):
+        ping = mpls([0], f.lsp_ping("10.0.1.2", "127.0.0.1", f.ldp_fec("10.0.2.0", 24)))
+        for words, meaning, fec in (("10.0.2.0/24", "egress for the FEC", "10.0.2.0/24"),
+                                    ("2001:db8:7::/48", "no mapping for the FEC", "2001:db8:7::/48")):
+            told = self.explain(SWAP, f"label 0, ip 10.0.1.2 > 127.0.0.1 lsp-ping {words}")
+            found = [step["values"] for step in told["steps"] if step["step"] == "answer"]
+            self.assertEqual([(one["meaning"], one["fec"]) for one in found], [(meaning, fec)], told)
+            self.assertEqual(told["remarks"], [])
+        self.assertEqual(told["frame"]["length"], len(ping) + 12)
+        config = self.path / "explained.yaml"
+        for words, why in (("", "word 8: the prefix of the FEC is missing"), ("10.0.2.0/33", '"33" as the length of the prefix'),
+                           ("10.0.2.0/24 udp 5", "the protocol is given twice")):
+            self.assertIn(why, run_explain(config, f"label 0, ip 10.0.1.2 > 127.0.0.1 lsp-ping {words}", code=2))
+
     def test_why_the_router_does_not_answer_an_lsp_ping(self):
         ours = f.ldp_fec("10.0.2.0", 24)
         unanswered = "LSP echo unanswered: "

@@ -13,6 +13,7 @@
 #include "Lumo/Pkt.h"
 #include "Wire/Ethernet.h"
 #include "Wire/Ip.h"
+#include "Wire/LspEcho.h"
 
 namespace OvixAgent {
 
@@ -116,13 +117,24 @@ MadeTransport takeTransport(HeaderWords& words, bool isUdp) {
     return transport;
 }
 
+/// The prefix that it asks about; a slash stands before the length.
+void takeLspPing(HeaderWords& words, MadePacket& fields) {
+    const Lumo::IpGenAddr prefix = words.takeAddress("the prefix of the FEC");
+    const auto length = words.takeNumber("the length of the prefix", prefix.bits());
+    fields.transport = {Wire::IpProtocol::udp, 49152, Wire::lspEchoPort};
+    fields.payload = lspPing(Lumo::IpGenPrefix::of(prefix, static_cast<std::uint8_t>(length)));
+}
+
 void takeIpField(HeaderWords& words, MadePacket& fields) {
     const std::size_t at = words.place();
     const std::string_view word = words.take("a field");
     const bool isTransport = word == "udp" || word == "tcp";
-    words.requireFirst(isTransport || word == "proto" ? "the protocol" : word);
+    const bool isProtocol = isTransport || word == "proto" || word == "lsp-ping";
+    words.requireFirst(isProtocol ? "the protocol" : word);
     if (isTransport) {
         fields.transport = takeTransport(words, word == "udp");
+    } else if (word == "lsp-ping") {
+        takeLspPing(words, fields);
     } else if (word == "proto") {
         fields.transport.protocol =
             static_cast<std::uint8_t>(words.takeNumber("the protocol", 0xff));
@@ -135,8 +147,8 @@ void takeIpField(HeaderWords& words, MadePacket& fields) {
     } else if (word == "df") {
         fields.dontFragment = true;
     } else {
-        constexpr std::array<std::string_view, 7> known{"udp", "tcp",  "proto", "ttl",
-                                                        "tos", "size", "df"};
+        constexpr std::array<std::string_view, 8> known{"udp", "tcp", "lsp-ping", "proto",
+                                                        "ttl", "tos", "size",     "df"};
         throw WordRefused{
             at, fmt::format("{} is not known here{}", inQuotes(word), suggestion(word, known))};
     }

@@ -24,8 +24,8 @@ struct FrameDefaults {
 ///       label L[/ttl N][/tc N]
 ///       control-word [0xHHHHHHHH]
 ///       ethernet DESTINATION [from SOURCE]    (the frame in a pseudowire)
-///       ip SOURCE > DESTINATION [udp|tcp [SPORT >] DPORT | proto N] [ttl N] [tos N] [df]
-///          [size N]                           (bytes with the IP header)
+///       ip SOURCE > DESTINATION [udp|tcp [SPORT >] DPORT | lsp-ping PREFIX/LENGTH | proto N]
+///          [ttl N] [tos N] [df] [size N]      (bytes with the IP header)
 ///
 /// Refused naming the place in it: a character or a word, from 1.
 Tessel::Result<GivenFrame> readFrame(std::string_view text, PortIndex port,

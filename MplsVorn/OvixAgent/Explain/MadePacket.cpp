@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "Wire/Checksum.h"
+#include "Wire/LspEcho.h"
 #include "Wire/Transport.h"
 
 namespace OvixAgent {
@@ -58,7 +59,10 @@ std::vector<std::uint8_t> ipPacket(const MadePacket& fields) {
     const std::size_t upper = fields.transport.protocol == Wire::IpProtocol::udp   ? Wire::Udp::size
                               : fields.transport.protocol == Wire::IpProtocol::tcp ? Wire::Tcp::size
                                                                                    : 0;
-    std::vector<std::uint8_t> packet(std::max(fields.headerSize() + upper, fields.size));
+    const std::size_t least = fields.headerSize() + upper + fields.payload.size();
+    std::vector<std::uint8_t> packet(std::max(least, fields.size));
+    std::copy(fields.payload.begin(), fields.payload.end(),
+              packet.begin() + static_cast<std::ptrdiff_t>(fields.headerSize() + upper));
     addIpHeader(fields, packet);
     const Wire::WritableBytes segment = Wire::WritableBytes(packet).subspan(fields.headerSize());
     if (fields.transport.protocol == Wire::IpProtocol::udp) {
@@ -67,6 +71,26 @@ std::vector<std::uint8_t> ipPacket(const MadePacket& fields) {
         addTcp(fields, segment);
     }
     return packet;
+}
+
+std::vector<std::uint8_t> lspPing(const Lumo::IpGenPrefix& fec) {
+    using Wire::LspEchoTlv;
+    std::vector<std::uint8_t> message(Wire::LspEcho::size);
+    Wire::LspEchoWriter(std::span(message))
+        .messageIs(Wire::LspEchoWriter::request, Wire::LspEchoWriter::byUdp);
+    const std::span<const std::uint8_t> address = fec.address().bytes();
+    const bool isIpv4 = fec.address().family() == Lumo::IpFamily::ipv4;
+    const std::size_t addressSize = isIpv4 ? 4 : 16;
+    std::vector<std::uint8_t> element(LspEchoTlv::headerSize + addressSize +
+                                      4); // the last: padding
+    Lumo::NetU16(isIpv4 ? LspEchoTlv::ldpIpv4Prefix : LspEchoTlv::ldpIpv6Prefix)
+        .store(element.data());
+    Lumo::NetU16(static_cast<std::uint16_t>(addressSize + 1))
+        .store(element.data() + LspEchoTlv::lengthAt);
+    std::copy_n(address.begin(), addressSize, element.begin() + LspEchoTlv::headerSize);
+    element[LspEchoTlv::headerSize + addressSize] = fec.length();
+    LspEchoTlv::add(message, LspEchoTlv::targetFecStack, element);
+    return message;
 }
 
 } // namespace OvixAgent

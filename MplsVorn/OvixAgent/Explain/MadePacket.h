@@ -22,7 +22,8 @@ struct MadePacket {
     std::uint8_t ttl = 64;
     std::uint8_t trafficClass = 0;
     bool dontFragment = false;
-    std::size_t size = 0; ///< at least
+    std::size_t size = 0;                ///< at least
+    std::vector<std::uint8_t> payload{}; ///< of UDP, with zeros behind it
 
     bool isIpv4() const noexcept { return source.family() == Lumo::IpFamily::ipv4; }
     std::size_t headerSize() const noexcept {
@@ -32,5 +33,8 @@ struct MadePacket {
 
 /// With lengths and checksums, and zeros behind the headers.
 std::vector<std::uint8_t> ipPacket(const MadePacket& fields);
+
+/// An MPLS echo request (RFC 8029) that asks for a reply by UDP about a prefix of LDP.
+std::vector<std::uint8_t> lspPing(const Lumo::IpGenPrefix& fec);
 
 } // namespace OvixAgent

@@ -318,7 +318,8 @@ or one whose ports are down)",
 learns nothing. FRAME in words is headers with commas in between, the outermost first:
   mac DESTINATION [from SOURCE] | vlan ID [priority N] | label L[/ttl N][/tc N]
   control-word [0xHHHHHHHH] | ethernet DESTINATION [from SOURCE]
-  ip SOURCE > DESTINATION [udp|tcp [SPORT >] DPORT | proto N] [ttl N] [tos N] [df] [size N]
+  ip SOURCE > DESTINATION [udp|tcp [SPORT >] DPORT | lsp-ping PREFIX/LENGTH | proto N] [ttl N]
+     [tos N] [df] [size N]
 For a frame that is not forwarded, the nearest change that would have it forwarded is shown, after it
 has been tried on a copy.
 Exit codes: 0 forwarded or punted; 1 dropped, handed on, or waiting for its neighbour; 2 an error
