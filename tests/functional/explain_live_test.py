@@ -3,9 +3,12 @@
 import json
 import pathlib
 import shlex
+import signal
 import subprocess
 import unittest
 
+import frames as f
+from explain_test import changed
 from live import DEADLINE, LiveTest, ip
 from running_agent import CTL, ask
 
@@ -82,6 +85,54 @@ class ExplainLiveTest(LiveTest):
         self.until(lambda: ask(self.path, "ports")["ports"][1]["problem"] not in ("no carrier", None))
         command, = self.explain("label 102")["change"]["commands"]
         self.assertRegex(command, "^# (there is no interface east|port east waits: )")
+        self.stop(process)
+
+    def paste(self, process: subprocess.Popen, commands: list[str]) -> None:
+        """Commands into a shell, lines of the configuration into that, which is then read again."""
+        lines = [command for command in commands if command.startswith("# in ")]
+        for command in commands:
+            if command not in lines:
+                path = f"PATH={shlex.quote(str(pathlib.Path(CTL).parent))}:$PATH"
+                subprocess.run(["ip", "netns", "exec", self.router, "sh", "-ec", f"{path}; {command}"], check=True,
+                               capture_output=True)
+        if lines:
+            self.config.write_text(changed(self.config.read_text(), lines))
+            process.send_signal(signal.SIGHUP)
+
+    def test_mistakes_in_tables_configuration_and_frames_are_found_by_one_command(self):
+        process = self.start("""  - {name: ce, kind: tap, vrf: red, addresses: [10.0.7.1/24]}
+  - {name: circuit, kind: tap}
+neighbours:
+  - {address: 10.0.1.2, port: west, mac: "02:00:00:00:01:02"}
+  - {address: 10.0.2.2, port: east, mac: "02:00:00:00:02:02"}
+  - {address: 10.0.7.2, port: ce, mac: "02:00:00:00:07:02"}
+pseudowires:
+  - {name: acme, port: circuit, label: 500, control-word: true, interface: east, nexthop: 10.0.2.2}
+""")
+        to_east = ("as", "200", "via", "inet", "10.0.2.2", "dev", "east")
+        for words in (("100", *to_east), ("adjacency", "7", *to_east), ("hardware", "300", "adjacency", "7", "unprogrammed"),
+                      ("decap", "400", "vrf", "red"), ("pseudowire", "600", "dev", "circuit", "payload", "ethernet")):
+            self.ctl("lfib", "add", *words)
+        self.until(lambda: {port["state"] for port in ask(self.path, "ports")["ports"]} == {"up"})
+        self.until(lambda: ask(self.path, "status")["tables"]["generation"] >= 6)
+        for frame, reason, command in (
+                ("label 300", "No labels resolved to via sets, and nexthop not resolved", "lfib replace hardware 300 adjacency 7"),
+                ("label 400, ip 10.1.1.1 > 10.8.0.1", "No route", '{vrf: red, prefix: "10.8.0.1/32", via: {interface: ce, '),
+                ("label 600, ethernet 22:00:00:00:00:0a, ip 10.1.1.1 > 10.2.2.2",
+                 "Pseudowire control word missing: the first nibble is neither 0 nor 1", "control-word: false")):
+            told = self.explain(frame)
+            self.assertEqual((told["verdict"]["fate"], told["verdict"]["reason"]), ("dropped", reason))
+            self.assertIn(command, told["change"]["commands"][0])
+            self.paste(process, told["change"]["commands"])
+            self.until(lambda: self.explain(frame)["verdict"] == told["change"]["then"])
+        for frame, reason in (("label 100/ttl 1", "ttl for label 100 is <= 1, trapping"), ("label 1, label 100", "MPLS Oam packet")):
+            told = self.explain(frame)
+            self.assertEqual((told["verdict"]["fate"], told["verdict"]["reason"]), ("punted", reason))
+            self.paste(process, told["change"]["commands"])  # another frame, which the command explains
+        ping = f.lsp_ping("10.0.1.2", "127.0.0.1", f.ldp_fec("10.77.0.0", 16), ttl=1)
+        told = self.explain(f.eth(self.router_mac("west"), "02:00:00:00:01:02", f.ETH_IPV4, ping).hex())
+        self.assertEqual([step["values"].get("meaning") for step in told["steps"] if step["step"] == "answer"],
+                         ["no mapping for the FEC"])
         self.stop(process)
 
 
