@@ -1,6 +1,5 @@
 #include "nexthops/NextHopWatch.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "Tessel/Exceptions.h"
@@ -15,57 +14,30 @@ constexpr std::size_t atOnce = 64;
 } // namespace
 
 NextHopWatch::NextHopWatch(RoutePublisher& routes, Settings settings, Log log)
-    : routes_(&routes), settings_(std::move(settings)), log_(std::move(log)) {
+    : VtyshWatch("zebra", std::move(settings)), routes_(&routes), log_(std::move(log)) {
     routes.missingAreAsked();
 }
 
-int NextHopWatch::timeoutMs() const {
-    constexpr int whileEnding = 20;
-    constexpr int whileRunning = 1000;
-    if (run_) {
-        return run_->descriptor() < 0 ? whileEnding : whileRunning;
-    }
-    if (!routes_->missing().isWaiting()) {
-        return whileRunning;
-    }
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(nextAt_ - Clock::now());
-    return static_cast<int>(std::max<std::chrono::milliseconds::rep>(left.count(), 0));
-}
-
-void NextHopWatch::serve() {
-    if (!run_ && routes_->missing().isWaiting() && Clock::now() >= nextAt_) {
-        start();
-    }
-    if (!run_) {
-        return;
-    }
-    if (const auto printed = run_->receive()) {
-        run_.reset();
-        take(*printed);
-    }
-}
-
-void NextHopWatch::start() {
+std::vector<std::string> NextHopWatch::questions() {
     asked_ = routes_->missing().waiting(last_, atOnce);
     if (asked_.empty()) { // all behind it are known by now
         last_.reset();
         asked_ = routes_->missing().waiting(last_, atOnce);
     }
-    std::vector<std::string> command{settings_.vtysh, "-d", "zebra"};
-    if (!settings_.socketDirectory.empty()) {
-        command.insert(command.end(), {"--vty_socket", settings_.socketDirectory});
-    }
+    std::vector<std::string> questions;
     for (const L3::RouteKey& key : asked_) {
         const auto vrf = routes_->vrfOf(key.table); // unset: there is nothing to be had
-        command.insert(command.end(), {"-c", routeQuestion(key, vrf ? vrf->view() : "default")});
+        questions.push_back(routeQuestion(key, vrf ? vrf->view() : "default"));
     }
-    run_.emplace(command, settings_.patience);
+    return questions;
 }
 
 void NextHopWatch::take(const Tessel::Result<std::string>& printed) {
-    const auto hops = printed
-                          ? readRouteAnswers(printed.value(), asked_.size())
-                          : Tessel::Result<std::vector<std::vector<NextHop>>>(printed.refused());
+    if (!printed) {
+        fail(printed.refused().what);
+        return;
+    }
+    const auto hops = readRouteAnswers(printed.value(), asked_.size());
     if (!hops) {
         fail(hops.refused().what);
         return;
@@ -74,26 +46,32 @@ void NextHopWatch::take(const Tessel::Result<std::string>& printed) {
         log_({}, "zebra answers again");
     }
     try {
-        routes_->begin();
-        for (std::size_t i = 0; i < asked_.size(); ++i) {
-            if (const auto done = routes_->nextHopsAre(asked_[i], hops.value()[i]); !done) {
-                log_("next hops", text(Destination(asked_[i])) + ": " + done.refused().what);
-            }
-        }
-        routes_->commit();
+        publish(hops.value());
     } catch (const Tessel::TablesBusy& busy) {
-        fail(busy.what());
-        return;
+        log_("next hops", busy.what()); // asked for again before long
+    } catch (const std::exception& refused) {
+        routes_->discard();
+        log_("next hops", std::string(refused.what()) + "; the routes stay as they are");
     }
+}
+
+void NextHopWatch::publish(const std::vector<std::vector<NextHop>>& hops) {
+    routes_->begin();
+    for (std::size_t i = 0; i < asked_.size(); ++i) {
+        if (const auto done = routes_->nextHopsAre(asked_[i], hops[i]); !done) {
+            log_("next hops", text(Destination(asked_[i])) + ": " + done.refused().what);
+        }
+    }
+    routes_->commit();
     last_ = asked_.back();
     if (routes_->missing().waiting(last_, 1).empty()) {
         last_.reset();
-        nextAt_ = Clock::now() + settings_.every;
+    } else {
+        askAtOnce();
     }
 }
 
 void NextHopWatch::fail(const std::string& why) {
-    nextAt_ = Clock::now() + settings_.every;
     if (std::exchange(answers_, false)) {
         log_("next hops", why + "; packets of IPv6 routes with labels need a link with one "
                                 "neighbour until zebra says where they go");

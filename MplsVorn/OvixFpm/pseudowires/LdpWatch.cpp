@@ -42,41 +42,11 @@ const Pseudowire* named(const std::vector<Pseudowire>& all, const std::string& n
 } // namespace
 
 LdpWatch::LdpWatch(RoutePublisher& routes, Settings settings, Log log)
-    : routes_(&routes), settings_(std::move(settings)), log_(std::move(log)) {}
+    : VtyshWatch("ldpd", settings), routes_(&routes), keptFor_(settings.keptFor),
+      log_(std::move(log)) {}
 
-int LdpWatch::timeoutMs() const {
-    constexpr int whileEnding = 20;
-    constexpr int whileRunning = 1000;
-    if (run_) {
-        return run_->descriptor() < 0 ? whileEnding : whileRunning;
-    }
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(nextAt_ - Clock::now());
-    return static_cast<int>(std::max<std::chrono::milliseconds::rep>(left.count(), 0));
-}
-
-void LdpWatch::serve() {
-    if (!run_ && Clock::now() >= nextAt_) {
-        start();
-    }
-    if (!run_) {
-        return;
-    }
-    if (const auto printed = run_->receive()) {
-        run_.reset();
-        nextAt_ = Clock::now() + settings_.every;
-        take(*printed);
-    }
-}
-
-void LdpWatch::start() {
-    std::vector<std::string> command{settings_.vtysh, "-d", "ldpd"};
-    if (!settings_.socketDirectory.empty()) {
-        command.insert(command.end(), {"--vty_socket", settings_.socketDirectory});
-    }
-    for (const std::string& question : ldpQuestions()) {
-        command.insert(command.end(), {"-c", question});
-    }
-    run_.emplace(command, settings_.patience);
+std::vector<std::string> LdpWatch::questions() {
+    return ldpQuestions();
 }
 
 void LdpWatch::take(const Tessel::Result<std::string>& printed) {
@@ -115,7 +85,7 @@ void LdpWatch::takeFailure(const std::string& why) {
     if (std::exchange(answers_, false)) {
         log_("pseudowires", why + "; the pseudowires stay as they are");
     }
-    if (Clock::now() - answeredAt_ < settings_.keptFor) {
+    if (Clock::now() - answeredAt_ < keptFor_) {
         return;
     }
     withTables([&] {
