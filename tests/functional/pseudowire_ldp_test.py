@@ -128,6 +128,21 @@ class PseudowireLdp(ProviderTest):
             self.say("pe1", answers("pe1"))
             self.until(lambda: "ldpd answers again" in self.logs["pe1"].read_text()[size:])
 
+    def moved(self, change: str) -> list[tuple]:
+        """What a change would do to the pseudowires of pe1."""
+        done = subprocess.run([CTL, "--tables", self.tables["pe1"], "--control", str(self.directory / "pe1.sock"),
+                               "what-if", change, "--json"], check=True, capture_output=True, text=True, timeout=DEADLINE)
+        return [(move["of"], move["examples"], [share["to"] for share in move["before"]], move["after"])
+                for move in json.loads(done.stdout)["moves"] if move["of"] in ("pseudowires", "circuits")]
+
+    def test_what_if_has_those_that_are_signalled(self):
+        out = ("pseudowires", ["RED/mpw0"], ["dev core via 10.0.1.2"], [])
+        self.assertEqual(self.moved("link core down"), [out])
+        self.assertEqual(self.moved("link ce down"), [out, ("circuits", ["RED/mpw0"], ["dev ce"], [])])
+        self.reload("pe1", edge_config("pe1", route=False))
+        self.until(lambda: not self.pings())
+        self.assertEqual(self.moved("link core down"), [])  # there is no tunnel to be lost
+
     def test_without_a_tunnel_nothing_is_sent_to_anybody(self):
         self.reload("pe1", edge_config("pe1", route=False))
         self.until(lambda: not self.pings())
