@@ -41,7 +41,7 @@ const Pseudowire* named(const std::vector<Pseudowire>& all, const std::string& n
 
 } // namespace
 
-LdpWatch::LdpWatch(RoutePublisher& routes, Settings settings, Log log)
+LdpWatch::LdpWatch(RoutePublisher& routes, const Settings& settings, Log log)
     : VtyshWatch("ldpd", settings), routes_(&routes), keptFor_(settings.keptFor),
       log_(std::move(log)) {}
 

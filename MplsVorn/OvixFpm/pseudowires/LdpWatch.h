@@ -21,7 +21,7 @@ class LdpWatch final : public VtyshWatch {
     };
 
     /// Publishes in batches of `routes`, which must outlive it.
-    LdpWatch(RoutePublisher& routes, Settings settings, Log log);
+    LdpWatch(RoutePublisher& routes, const Settings& settings, Log log);
 
   private:
     std::vector<std::string> questions() override;

@@ -4,8 +4,6 @@
 #include <array>
 #include <cassert>
 #include <cerrno>
-#include <poll.h>
-#include <span>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <system_error>
@@ -41,7 +39,7 @@ Tessel::Result<std::chrono::milliseconds> sweepTime(double seconds) {
 }
 
 FpmServer::FpmServer(RoutePublisher& routes, Settings settings, Log log, Companions companions)
-    : routes_(&routes), companions_(std::move(companions)), settings_(settings),
+    : routes_(&routes), companions_(std::move(companions)), settings_(std::move(settings)),
       log_(std::move(log)), listener_(settings_.listenAt.listen()), waiting_(log_) {
     assert(companions_.size() <= mostCompanions);
     log_({}, "listening at " + settings_.listenAt.text());
@@ -54,10 +52,7 @@ void FpmServer::run(int stop) {
         }
         std::array<pollfd, 3 + mostCompanions + WaitingConnections::most> places{
             {{stop, POLLIN, 0}, {listener_.value(), POLLIN, 0}, {connection_.value(), POLLIN, 0}}};
-        for (std::size_t i = 0; i < mostCompanions; ++i) {
-            const int input = i < companions_.size() ? companions_[i]->descriptor() : -1;
-            places[3 + i] = {input, POLLIN, 0};
-        }
+        pollCompanions(std::span(places).subspan<3, mostCompanions>());
         const auto waiting = std::span(places).subspan<3 + mostCompanions>();
         waiting_.pollIn(waiting);
         if (poll(places.data(), places.size(), timeoutMs()) < 0 && errno != EINTR) {
@@ -78,15 +73,25 @@ void FpmServer::run(int stop) {
             accept();
         }
         commitWhenQuiet();
-        for (const auto& companion : companions_) {
-            if (!firstUncommitted_) {
-                companion->serve();
-            }
-        }
+        serveCompanions();
         if (routes_->wereReplaced()) {
             disconnect("the tables have been replaced; zebra has to announce its routes again");
         }
         noteState();
+    }
+}
+
+void FpmServer::pollCompanions(std::span<pollfd, mostCompanions> places) const {
+    for (std::size_t i = 0; i < mostCompanions; ++i) {
+        places[i] = {i < companions_.size() ? companions_[i]->descriptor() : -1, POLLIN, 0};
+    }
+}
+
+void FpmServer::serveCompanions() {
+    for (const auto& companion : companions_) {
+        if (!firstUncommitted_) {
+            companion->serve();
+        }
     }
 }
 

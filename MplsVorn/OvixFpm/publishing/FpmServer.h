@@ -4,6 +4,8 @@
 #include <functional>
 #include <mutex>
 #include <optional>
+#include <poll.h>
+#include <span>
 #include <string>
 
 #include "decoding/FpmDecoder.h"
@@ -69,6 +71,8 @@ class FpmServer {
     void noteState();
     void takeEvents();
     void takeChange(const RouteChange& change);
+    void pollCompanions(std::span<pollfd, mostCompanions> places) const;
+    void serveCompanions();
     bool beginBatch();
     void sweepWhenQuiet(Clock::time_point now);
     void commitWhenQuiet();
