@@ -178,7 +178,9 @@ TEST_F(MldpInputStep, AnotherInterfaceMakesItAnUntaggedFrameForItsPort) {
 
 TEST_F(MldpInputStep, WithoutAPortTheUntaggedFrameIsRefused) {
     mvpn->vrfIntfIdIs({7}, east);
-    EXPECT_EQ(process(special({11, 7, east})).kind, Kind::refused);
+    const InputVerdict verdict = process(special({11, 7, east}));
+    EXPECT_EQ(verdict.kind, Kind::refused);
+    EXPECT_STREQ(verdict.reason, "No port for the VRF's interface");
     EXPECT_EQ(trace.back(),
               "Pkt 7: Port for " + std::to_string(east.value()) + " does not exist, Ignore");
     EXPECT_EQ(left(), join({eth(Raw::ethMpls), labels, filled(22, 0xab)}));
@@ -188,7 +190,9 @@ TEST_F(MldpInputStep, WithoutAPortTheUntaggedFrameIsRefused) {
 TEST_F(MldpInputStep, APortThatDoesNotSendRefusesTheFrame) {
     mvpn->vrfIntfIdIs({7}, east);
     portIs(east, "east")->takes = false;
-    EXPECT_EQ(process(special({11, 7, east})).kind, Kind::refused);
+    const InputVerdict verdict = process(special({11, 7, east}));
+    EXPECT_EQ(verdict.kind, Kind::refused);
+    EXPECT_STREQ(verdict.reason, "Port of the VRF's interface does not send");
 }
 
 TEST_F(MldpInputStep, AVlanInterfaceWithoutAVlanCountsAsNone) {
@@ -248,7 +252,9 @@ TEST_F(MldpInputStep, AnotherPmsiInterfaceIsNotLetIntoTheVrf) {
     for (const Lumo::IntfId own : {vlan100, east}) {
         mvpn->vrfIntfIdIs({7}, own);
         const auto port = portIs(east, "east");
-        EXPECT_EQ(process(special({11, 7, other})).kind, Kind::refused);
+        const InputVerdict verdict = process(special({11, 7, other}));
+        EXPECT_EQ(verdict.kind, Kind::refused);
+        EXPECT_STREQ(verdict.reason, "PMSI interface is not the VRF's");
         EXPECT_TRUE(port->frames.empty());
         EXPECT_EQ(trace, lines({"Detected special MPLS_EXCEPTION header for Vlan 11",
                                 "PMSI IntfId " + std::to_string(own.value()) +
