@@ -1,7 +1,8 @@
 # What makes a mistake harder to exploit: addresses that nobody knows beforehand, relocations that are
 # read-only before main, canaries, checked copies, probed stack growth, checked targets of jumps. What it
 # costs is in HACKING.md. Sanitizers check more, and do not go together with all of it.
-if(NOT OVIX_SANITIZE)
+set(OVIX_HARDENING on CACHE STRING "To see what it costs: off, on, or everywhere, with canaries on the fast road, too")
+if(NOT OVIX_SANITIZE AND NOT OVIX_HARDENING STREQUAL off)
   include(CheckCXXCompilerFlag)
   include(CheckPIESupported)
   check_pie_supported(LANGUAGES CXX)

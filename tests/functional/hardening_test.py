@@ -60,9 +60,12 @@ class Hardening(unittest.TestCase):
 
     @unittest.skipUnless(platform.machine() == "x86_64", "relocations of another processor")
     def test_the_fast_road_alone_has_no_canaries_and_nothing_of_it_may_be_replaced(self):
+        hash_of_flows = [*BUILD.glob("CMakeFiles/OvixHost.dir/**/FlowHash.cpp.o")]
         road = [*BUILD.glob("CMakeFiles/OvixFastRoad.dir/**/*.o")]
         others = [*BUILD.glob("CMakeFiles/OvixAgentLib.dir/**/*.o")]
-        self.assertTrue(road and others)
+        self.assertTrue(hash_of_flows and road and others)
+        for one, text in self.each(hash_of_flows, "readelf", "-W", "-s"):
+            self.assertNotIn("__stack_chk_fail", text, one.name)
         for one, text in self.each(road, "readelf", "-W", "-s", "-r"):
             self.assertNotIn("__stack_chk_fail", text, one.name)
             own = set(re.findall(r"FUNC +GLOBAL +DEFAULT +\d+ (\S+)", text))
