@@ -193,6 +193,7 @@ bool MplsRoutingHandler::replicate(const Ptr<MplsContext>& context, LabelDecisio
 bool MplsRoutingHandler::chooseVia(const Ptr<MplsContext>& context, std::uint32_t index,
                                    LabelDecision::Choice& choice) {
     const Ptr<OvixMplsViaSet>& viaSet = context->viaSet();
+    context->viaIndexIs(index);
     choice.by = handlerOf(*viaSet, index)->decidedBy(*context);
     if (plugin_->handleVia(context, index) != frameDealtWith) {
         return false;

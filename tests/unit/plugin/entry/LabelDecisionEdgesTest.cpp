@@ -8,6 +8,17 @@ namespace LabelDecisionEdgesTest {
 
 using namespace LabelDecisionsTesting;
 
+/// A handler that keeps the index of each via that it was asked about.
+class AskedHandler : public ScriptedHandler {
+  public:
+    AskedHandler() : ScriptedHandler([](const auto&) { return frameDealtWith; }) {}
+    DecidedBy decidedBy(const MplsContext& context) const override {
+        asked.push_back(context.viaIndex());
+        return DecidedBy::label;
+    }
+    mutable std::vector<std::optional<std::uint32_t>> asked;
+};
+
 using LabelDecisionEdges = LabelDecisions;
 
 TEST_F(LabelDecisionEdges, AReplicaHasNoWeightOfItsVia) {
@@ -36,6 +47,15 @@ TEST_F(LabelDecisionEdges, AMulticastSetThatAlsoEndsTheLabelIsRefused) {
     });
     route(decap, {{swapVia(300), 1}}, madeUpViaType, Mpls::LfibViaSetType::multicast);
     EXPECT_FALSE(decide(100, Beneath::label));
+}
+
+TEST_F(LabelDecisionEdges, EachViaIsAskedAboutByItsIndex) {
+    const auto handler = Tessel::make<AskedHandler>();
+    plugin->mplsViaTypeHandlerRegistry()->doRegisterMplsViaTypeHandler(handler);
+    route(decap, {{swapVia(300), 1}, {swapVia(301), 1}}, madeUpViaType);
+    ASSERT_TRUE(decide(100));
+    const std::vector<std::optional<std::uint32_t>> allThenEach{0, 1, 0, 1};
+    EXPECT_EQ(handler->asked, allThenEach);
 }
 
 TEST_F(LabelDecisionEdges, TheModelHasTheNumberOfNoPacket) {
