@@ -199,6 +199,24 @@ TEST_F(MulticastTail, WithoutACpuPortTheFrameIsIgnored) {
     EXPECT_TRUE(everythingCounted().empty());
 }
 
+TEST_F(MulticastTail, ABudNodeWhoseTailFailsAgreesWithItsBranches) {
+    const Mpls::WeightedRecord branch{swapVia(300), 1};
+    const auto expectOneReplica = [&](const Bytes& frame) {
+        EXPECT_EQ(routeFrame(frame)->nexthops()->size(), 1U);
+        EXPECT_EQ(counted("Exceptional",
+                          "Handler for multicast via %s returned inconsistent processing result"),
+                  0U);
+    };
+    writers[decap]->multicastIpLookupRouteIs(key(500), tailOn(vlan100), {&branch, 1});
+    expectOneReplica(labelled());
+    EXPECT_TRUE(traced("Port for CPU does not exist, Ignore"));
+    expectOneReplica(join({eth(Raw::ethMpls), stack({{500}, {501}}), ip4}));
+    EXPECT_EQ(counted("Drop", "Unexpected MPLS packet with bos as false"), 1U);
+    writers[decap]->multicastIpLookupRouteIs(key(500), {}, {&branch, 1});
+    expectOneReplica(labelled());
+    EXPECT_EQ(counted("Drop", "No multicastIpLookupVia"), 1U);
+}
+
 TEST_F(MulticastTail, WhatTheCpuDoesNotTakeIsDropped) {
     cpuPort()->takes = false;
     tailIs(vlan100);

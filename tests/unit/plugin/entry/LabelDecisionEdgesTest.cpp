@@ -19,7 +19,19 @@ class AskedHandler : public ScriptedHandler {
     mutable std::vector<std::optional<std::uint32_t>> asked;
 };
 
-using LabelDecisionEdges = LabelDecisions;
+class LabelDecisionEdges : public LabelDecisions {
+  protected:
+    /// Pops label 100 above another one, in that mode.
+    void poppingHandlerIs(Mpls::TtlMode mode) {
+        declaredHandlerIs(DecidedBy::label, [mode](const auto& context) {
+            MplsRewriteHelper::createMplsPopRewrite(context->routingContext(), context->entry(),
+                                                    context->packetHeader(), PayloadType::ipv4,
+                                                    mode, false);
+            return frameDealtWith;
+        });
+        madeUpRoute(decap, 100);
+    }
+};
 
 TEST_F(LabelDecisionEdges, AReplicaHasNoWeightOfItsVia) {
     route(decap, {{swapVia(300), 3}, {swapVia(301), 2}}, LfibViaType::ip,
@@ -49,6 +61,35 @@ TEST_F(LabelDecisionEdges, AMulticastSetThatAlsoEndsTheLabelIsRefused) {
     EXPECT_FALSE(decide(100, Beneath::label));
 }
 
+TEST_F(LabelDecisionEdges, AMulticastSetOfWhichAViaIsUndecidedIsRefused) {
+    ProcessingResult result = frameDealtWith;
+    declaredHandlerIs(DecidedBy::label, [&result](const auto& context) {
+        context->nexthops()->nexthopEnq(Tessel::make<RoutingNexthop>(Lumo::IntfId("east")));
+        return result;
+    });
+    route(decap, {{swapVia(300), 1}}, madeUpViaType, Mpls::LfibViaSetType::multicast);
+    EXPECT_TRUE(decide(100));
+    result = 0;
+    EXPECT_FALSE(decide(100));
+}
+
+TEST_F(LabelDecisionEdges, AReplicaEndsNoLabel) {
+    route(decap, {{swapVia(300), 1}, {swapVia(301), 1}}, LfibViaType::ip,
+          Mpls::LfibViaSetType::multicast);
+    ASSERT_TRUE(decide(100));
+    EXPECT_FALSE(decision.choices[0].terminates);
+    EXPECT_FALSE(decision.choices[1].terminates);
+}
+
+TEST_F(LabelDecisionEdges, OnlyThePipeModelEndsALabel) {
+    poppingHandlerIs(Mpls::TtlMode::pipe);
+    ASSERT_TRUE(decide(100, Beneath::label));
+    EXPECT_TRUE(choice().terminates);
+    // The TTL of what is popped in the uniform model goes into the frame's next label.
+    poppingHandlerIs(Mpls::TtlMode::uniform);
+    EXPECT_FALSE(decide(100, Beneath::label));
+}
+
 TEST_F(LabelDecisionEdges, EachViaIsAskedAboutByItsIndex) {
     const auto handler = Tessel::make<AskedHandler>();
     plugin->mplsViaTypeHandlerRegistry()->doRegisterMplsViaTypeHandler(handler);
@@ -56,6 +97,34 @@ TEST_F(LabelDecisionEdges, EachViaIsAskedAboutByItsIndex) {
     ASSERT_TRUE(decide(100));
     const std::vector<std::optional<std::uint32_t>> allThenEach{0, 1, 0, 1};
     EXPECT_EQ(handler->asked, allThenEach);
+}
+
+TEST_F(LabelDecisionEdges, AHandlerFindsTheLabelAloneOnItsStack) {
+    const auto handler =
+        declaredHandlerIs(DecidedBy::label, [](const auto&) { return frameDealtWith; });
+    madeUpRoute(decap, 100);
+    ASSERT_TRUE(decide(100, Beneath::label));
+    const MplsContext& context = *handler->seen.back();
+    ASSERT_EQ(context.viaSetStack()->size(), 1U);
+    const OvixMplsHdrAndViaSet& top = context.viaSetStack()->at(context.position());
+    EXPECT_EQ(top.entry, context.entry());
+    EXPECT_EQ(top.viaSet, context.viaSet());
+    EXPECT_EQ(context.entry().tc(), 0);
+}
+
+TEST_F(LabelDecisionEdges, AnUnknownLabelIsOneChoiceOfWeightOne) {
+    ASSERT_TRUE(decide(100));
+    ASSERT_EQ(decision.choices.size(), 1U);
+    EXPECT_EQ(choice().weight, 1U);
+}
+
+TEST_F(LabelDecisionEdges, TheModelHasTheLabelAndTheLeastOfWhatLiesBeneath) {
+    for (const auto& [beneath, bytes] :
+         {std::pair(Beneath::label, 8U), std::pair(Beneath::ipv4, 24U),
+          std::pair(Beneath::ipv6, 44U), std::pair(Beneath::ethernet, 18U)}) {
+        ASSERT_TRUE(decide(100, beneath));
+        EXPECT_EQ(decision.modelBytes, bytes);
+    }
 }
 
 TEST_F(LabelDecisionEdges, TheModelHasTheNumberOfNoPacket) {
@@ -69,6 +138,16 @@ TEST_F(LabelDecisionEdges, TheVersionIsKnownWithoutInterfaceStatus) {
     const std::uint64_t without = handler.decisionVersion();
     plugin->hwStatusViaHelperDel();
     EXPECT_NE(handler.decisionVersion(), without);
+}
+
+TEST_F(LabelDecisionEdges, ChangesAtOnceDoNotHideOneAnotherFromTheVersion) {
+    const MplsRoutingHandler& handler = *plugin->mplsRoutingHandler();
+    const std::uint64_t before = handler.decisionVersion();
+    routingInfo->mplsRoutingEnabledIs(false);
+    plugin->hwStatusViaHelperIs(interfaces, nullptr);
+    handlerAnswers({});
+    interfaces->intfStatusIs(Lumo::IntfId("east"), false);
+    EXPECT_EQ(handler.decisionVersion(), before + 4);
 }
 
 } // namespace LabelDecisionEdgesTest

@@ -56,6 +56,11 @@ TEST_F(FrameEntry, HeaderDataThatIsAbsentOrOfAnotherTypeIsADrop) {
     EXPECT_EQ(timesTraced("No mplsHeaderData"), 3U);
 }
 
+TEST_F(FrameEntry, AFrameWithoutItsHeaderIsABrokenPromise) {
+    const auto context = contextOf(mplsFrame({{100}}, payload));
+    EXPECT_DEATH(process(context, nullptr), "Assertion.*header");
+}
+
 TEST_F(FrameEntry, AnOamFrameIsPuntedWithoutALookup) {
     swapRoute(decap, 1, 300);
     swapRoute(decap, 100, 300);

@@ -205,8 +205,8 @@ TEST(PseudowireRewritesDeathTest, AssertWhatTheFrameStartsWith) {
     const auto eth = EthOverMplsRewriteImpl::fromInfo(ethOverMpls({50}));
     const auto word = ControlWordPushRewriteImpl::fromInfo(controlWord);
     const std::string source = "MplsVorn/OvixPlugin/MplsOvixPlugin";
-    const std::string notEth = R"(firstHdr->pktHdrType\(\) == EthParser::pktHdrName\(\))";
-    const std::string notMpls = R"(firstHdr->pktHdrType\(\) == MplsParser::pktHdrName\(\))";
+    const std::string notEth = R"x("firstHdr->pktHdrType\(\) == EthParser::pktHdrName\(\)")x";
+    const std::string notMpls = R"x("firstHdr->pktHdrType\(\) == MplsParser::pktHdrName\(\)")x";
     const Bytes labelled = join({stack({{16}}), ip4Frame});
     EXPECT_DEATH(eth->apply(contextOf(labelled, PktHdrType::mpls)), source + ".*" + notEth);
     EXPECT_DEATH(eth->apply(contextOf(filled(13, 0), PktHdrType::eth)), source + ".*" + notEth);

@@ -80,6 +80,11 @@ TEST_F(RoutingSupported, IsAnnouncedWhenTheSupportComesLater) {
     EXPECT_EQ(written.heard, allEight);
 }
 
+TEST_F(RoutingSupported, NeedsACapabilityToAnnounceItBy) {
+    EXPECT_DEATH(mplsRoutingSupportedReactorFactory(nullptr, capabilities),
+                 "Assertion.*capability_");
+}
+
 TEST_F(RoutingSupported, StaysAnnouncedWhenTheSupportIsWithdrawn) {
     capabilities->routingSupportedIs(true);
     const auto reactor = mplsRoutingSupportedReactorFactory(capability, capabilities);

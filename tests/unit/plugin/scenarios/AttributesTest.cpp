@@ -103,6 +103,7 @@ TEST_F(Attributes, TheRoutingHandlerIsRebuiltOnlyForAnotherPlugin) {
     EXPECT_NE(another, handler);
     EXPECT_EQ(another->plugin(), other.get());
     EXPECT_EQ(plugin->mplsRoutingHandler(), another);
+    EXPECT_EQ(std::as_const(*plugin).mplsRoutingHandler(), another);
     EXPECT_EQ(heard(), Ids{1});
     EXPECT_EQ(plugin->mplsRoutingHandlerDel(), another);
     EXPECT_FALSE(plugin->mplsRoutingHandler());
@@ -154,6 +155,20 @@ TEST_F(Attributes, TheCounterCollectionIsRebuiltOnlyForAnotherName) {
     EXPECT_EQ(again->name(), "LfibCounters");
     EXPECT_EQ(again->parent(), plugin.get());
     EXPECT_EQ(heard(), Ids{0});
+}
+
+TEST_F(Attributes, ANewCounterCollectionBelongsToThePluginWhenItIsPublished) {
+    struct OwnerSeen : Tessel::Subscriber {
+        void attributeChanged(const Tessel::Entity& entity, Tessel::AttrId,
+                              std::uint64_t) override {
+            owner = static_cast<const MplsOvixPlugin&>(entity).lfibCounterCollection()->parent();
+        }
+        const Tessel::Entity* owner = nullptr;
+    } seen;
+    plugin->subscribe(seen);
+    plugin->lfibCounterCollectionIs("Other");
+    plugin->unsubscribe(seen);
+    EXPECT_EQ(seen.owner, plugin.get());
 }
 
 TEST_F(Attributes, TheLfibReactorIsRebuiltWhenEitherArgumentDiffers) {

@@ -68,6 +68,14 @@ TEST_F(LfibViaSets, UnusableRoutesAreDropsOfAConstantReasonTracedWithTheirValues
     }
 }
 
+TEST_F(LfibViaSets, ARouteWhoseViaSetCannotBeReadIsTracedWithTheSetAndTheLabel) {
+    swapRoute(pseudowire, 100, 300);
+    *writers[pseudowire]->viaSetWords(key(100)) = 0;
+    EXPECT_FALSE(find(100));
+    EXPECT_EQ(writers[pseudowire]->status()->corruptionsDetected(), 1U);
+    expectOneLine("No via set in lfib ", " for label 100");
+}
+
 TEST_F(LfibViaSets, OneKeyOfAnyTypeButMulticastLookupIsAnLfibViaSet) {
     for (const std::uint8_t type : std::vector<std::uint8_t>{0, 1, 2, 3, 4, 10, 11, 13, 77, 255}) {
         const Mpls::WeightedRecord via{swapVia(300), 1};

@@ -172,6 +172,16 @@ TEST_F(ViaSelection, PickingFromAnEmptySetIsABrokenPromise) {
                  "MplsVorn/OvixPlugin/MplsOvixPlugin.*viaSet->numVias\\(\\)");
 }
 
+TEST_F(ViaSelection, OfOneViaThatOneIsPicked) {
+    const auto set = Tessel::make<MadeUpViaSet>();
+    EXPECT_EQ(plugin->pickUcmpVia(contextFor(set), set), 0U);
+}
+
+TEST_F(ViaSelection, AViaBehindTheLastIsABrokenPromise) {
+    const auto context = contextFor(Tessel::make<MadeUpViaSet>());
+    EXPECT_DEATH(plugin->handleVia(context, 1), "Assertion.*viaIndex < ");
+}
+
 TEST_F(ViaSelection, AViaTypeWithoutAHandlerIsExceptional) {
     const auto set = Tessel::make<MadeUpViaSet>();
     set->viaTypeOfAll = Mpls::LfibViaType{88};
