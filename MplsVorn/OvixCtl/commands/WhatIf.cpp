@@ -75,12 +75,12 @@ Tessel::Result<EntryName> changeCopy(Mpls::TablePublisher& copy, const TableView
                                      const std::string& verb,
                                      const std::vector<std::string>& words) {
     if (verb == "del") {
-        const Tessel::Result<EntryName> name = parseEntryName(words);
+        Tessel::Result<EntryName> name = parseEntryName(words);
         if (!name) {
             return name;
         }
         const auto removed = removeNamed(copy, now, name.value());
-        return removed ? name : Tessel::Result<EntryName>(removed.refused());
+        return removed ? std::move(name) : removed.refused();
     }
     const Tessel::Result<ParsedEntry> parsed = parseEntry(words);
     if (!parsed) {

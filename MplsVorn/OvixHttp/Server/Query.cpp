@@ -19,6 +19,7 @@ std::string quoted(const std::string& text) {
 
 std::string namesOf(const std::vector<HttpParameter>& known) {
     std::vector<std::string> names;
+    names.reserve(known.size());
     for (const HttpParameter& each : known) {
         names.push_back(each.name);
     }
