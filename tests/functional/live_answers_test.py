@@ -158,7 +158,7 @@ except TimeoutError: pass""").communicate()[0]
             rows = agent.dissected(self.echo_reply(frame), "mpls_echo.return_code",
                                    "mpls_echo.return_subcode", "mpls_echo.sequence", "ip.dst",
                                    "mpls_echo.tlv.ilso_ipv4.int_addr",
-                                   "mpls_echo.tlv.ilso_ipv4.label", "_ws.malformed")
+                                   "mpls_echo.tlv.ilso_ipv4.label", "_ws.malformed", "ip.ttl")
             return rows[0] if rows else []
         for what, labels in (("no label", ()), ("explicit null", ((0, 0, 255),)),
                              ("pop and look up", ((500, 0, 255),))):
@@ -174,9 +174,9 @@ except TimeoutError: pass""").communicate()[0]
                        struct.pack("!BBH", 0, 0, 8) + tlv(2, (500 << 12).to_bytes(4, "big")))
         labels = ((500, 0, 255),)
         self.assertEqual(reply(ldp, labels, mapping("10.0.1.1", wants_interface)),
-                         ["3", "1", "7", "10.0.1.2", "10.0.1.1", "500", ""])
+                         ["3", "1", "7", "10.0.1.2", "10.0.1.1", "500", "", "255"])
         self.assertEqual(reply(ldp, labels, mapping("10.0.2.1")),
-                         ["5", "0", "7", "10.0.1.2", "10.0.1.1", "500", ""])
+                         ["5", "0", "7", "10.0.1.2", "10.0.1.1", "500", "", "255"])
         self.stop(process)
 
     def test_a_trace_says_what_became_of_an_lsp_ping(self):

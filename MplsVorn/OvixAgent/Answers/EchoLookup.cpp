@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cassert>
 
+#include "Mpls/LabelRoute.h"
+
 namespace OvixAgent {
 
 void EchoLookup::configure(const AgentConfig& config) {
@@ -29,7 +31,7 @@ bool EchoLookup::isOwn(const Lumo::IpGenAddr& address) const {
 EchoLabel EchoLookup::label(Lumo::MplsLabel label) const {
     const Mpls::RouteKey key = Mpls::RouteKey::fromLabel(label);
     if (tables_->lfib(Mpls::TableId::decapLfib)->route(key) != Mpls::LfibRoute()) {
-        return {EchoLabel::Use::popped, {}};
+        return labelOfDecap(label);
     }
     const Mpls::Hardware::Route route = tables_->hardware()->route(key);
     if (route.isEq(Mpls::Hardware::Route())) {
@@ -40,12 +42,31 @@ EchoLabel EchoLookup::label(Lumo::MplsLabel label) const {
     const std::size_t vias = adjacency ? adjacency->entries(adjacency->useBackups()).size() : 0;
     for (std::uint32_t i = 0; i < vias; ++i) {
         const Ovix::OvixMplsVia& via = adjacency->via(adjacency->useBackups(), i);
-        const Port* port = forwarding_->ports.byIntfId(via.intfId);
-        use.downstreams.push_back(downstream(
-            port != nullptr ? std::optional(forwarding_->ports.indexOf(*port)) : std::nullopt,
-            via.nexthop, via.labelOperation()));
+        use.downstreams.push_back(
+            downstream(portOf(via.intfId), via.nexthop, via.labelOperation()));
     }
     return use;
+}
+
+/// That table has labels that end here, and may have others, too.
+EchoLabel EchoLookup::labelOfDecap(Lumo::MplsLabel label) const {
+    constexpr auto table = Mpls::TableId::decapLfib;
+    const auto route = Mpls::readLabelRoute(*tables_->lfib(table), table, label);
+    if (!route || route.value().tail || route.value().isLookUp()) {
+        return {EchoLabel::Use::popped, {}};
+    }
+    EchoLabel use{EchoLabel::Use::switched, {}};
+    for (const Mpls::WeightedVia& via : route.value().vias) {
+        const Ovix::OvixMplsVia& record = via.via.record();
+        use.downstreams.push_back(
+            downstream(portOf(record.intfId), record.nexthop, record.labelOperation()));
+    }
+    return use;
+}
+
+std::optional<PortIndex> EchoLookup::portOf(Lumo::IntfId intf) const {
+    const Port* const port = forwarding_->ports.byIntfId(intf);
+    return port != nullptr ? std::optional(forwarding_->ports.indexOf(*port)) : std::nullopt;
 }
 
 bool EchoLookup::isOfTree(Lumo::MplsLabel label) const {

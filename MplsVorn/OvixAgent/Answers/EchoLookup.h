@@ -30,6 +30,8 @@ class EchoLookup final : public EchoTables {
     bool isOwn(const Lumo::IpGenAddr& address) const override;
 
   private:
+    EchoLabel labelOfDecap(Lumo::MplsLabel label) const;
+    std::optional<PortIndex> portOf(Lumo::IntfId intf) const;
     EchoDownstream downstream(std::optional<PortIndex> port, const Lumo::IpGenAddr& nexthop,
                               const Lumo::UnboundedMplsLabelOperation& labels) const;
 

@@ -212,7 +212,7 @@ Fate Sender::apply(const Ovix::RewriteInfos& rewrites,
 }
 
 Fate Sender::applyIpHop(const Outgoing& outgoing) {
-    if (outgoing.egress.isIpHop) {
+    if (outgoing.egress.isIpHop && !outgoing.frame.isOwn) {
         decrementIpTtl(outgoing.packet());
     }
     if (outgoing.egress.push != nullptr) {

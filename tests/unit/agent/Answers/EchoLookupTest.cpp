@@ -128,6 +128,25 @@ TEST_F(EchoLookupTest, ALabelMapsToTheFecWithTheSameNextHop) {
     }
 }
 
+TEST_F(EchoLookupTest, ALabelOfTheDecapTableMayBeSwitched) {
+    const auto decap = [&](std::uint32_t label, const Mpls::WeightedVia& via) {
+        Mpls::LabelRoute route;
+        route.label = Lumo::MplsLabel(label);
+        route.table = Mpls::TableId::decapLfib;
+        route.viaType = Mpls::impliedType(std::vector{via}, false);
+        route.vias = {via};
+        EXPECT_TRUE(tables.publisher.labelRoutes().routeIs(route));
+    };
+    decap(110, swapTo(300, "core", "10.0.2.2"));
+    decap(111, popTo("core", "10.0.2.2"));
+    decap(112, {Mpls::Via::popAndLookUp({}, Mpls::PayloadType::automatic).value(), 1});
+    tables.commit();
+    EXPECT_EQ(codesFor({{110, 0, 1}}, fecStack({ldp(8)})), "8/1");
+    EXPECT_EQ(codesFor({{110, 0, 1}}, fecStack({ldp(7)})), "10/1");
+    EXPECT_EQ(codesFor({{111, 0, 1}}, fecStack({ldp(6)})), "8/1");
+    EXPECT_EQ(codesFor({{112, 0, 1}}, fecStack({ldp(8)})), "4/1");
+}
+
 TEST_F(EchoLookupTest, ThePrefixesOfThisRouterEndHere) {
     const struct {
         const char* what;
