@@ -63,6 +63,17 @@ class Terminated(AgentTest):
             with self.subTest(entries):
                 self.forwards(entries, expected, "red1", packet, 300)
 
+    def test_a_vpn_label_above_labels_that_name_no_vrf(self):
+        """Its payload stays in its VRF, whatever is popped on the way to it."""
+        for entries, ttl in (([300, 7, (5000, 0, 0)], 30), ([100, 300, 7, (5000, 0, 0)], 30),
+                             ([300, (0, 0, 80)], 79), ([300, (2, 0, 80)], 79),
+                             ([300, (0, 0, 80), 7, (5000, 0, 0)], 79)):
+            with self.subTest(entries):
+                self.forwards(entries, f.eth(
+                    "02:00:00:00:06:02", "02:00:00:00:00:06", f.ETH_IPV4,
+                    f.udp_packet("10.1.0.1", "10.9.0.1", ttl=ttl)), "red1",
+                    f.udp_packet("10.1.0.1", "10.9.0.1", ttl=31))
+
     def test_above_a_pseudowire_label(self):
         for entries in ([100, 500], [100, 101, 500], [100, 7, (5000, 0, 0), 500]):
             with self.subTest(entries):

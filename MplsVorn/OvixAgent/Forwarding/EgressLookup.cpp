@@ -46,23 +46,6 @@ std::optional<Lumo::EthAddr> groupMac(const Lumo::IpGenAddr& destination) noexce
     return std::nullopt;
 }
 
-/// Whether no label of the frame names a VRF for the IP packet in it: it has none, or the last one
-/// is an explicit null (RFC 3032 section 2.1).
-bool isOfPortsVrf(Wire::Bytes frame) noexcept {
-    if (frame.size() < Ethernet::size) {
-        return false;
-    }
-    const Wire::TagWalk tags = Wire::behindTags(frame);
-    if (!Wire::EtherType::isMpls(tags.etherType())) {
-        return true;
-    }
-    Lumo::MplsLabelEntry last;
-    Wire::LabelWalk stack(tags.rest());
-    while (stack.next(last)) {
-    }
-    return last.bos() && last.label().isExplicitNull();
-}
-
 void noteFec(std::span<const WeightedNextHop> all, const WeightedNextHop& chosen,
              std::uint32_t hash) {
     std::vector<std::uint64_t> weights;
@@ -129,20 +112,34 @@ Fate removeControlWord(Ovix::PacketContext& packet, const Pseudowire* pseudowire
 
 // A packet that no label has brought into a VRF stays in that of its port, so that a customer does
 // not reach the provider's routes by an explicit null, or another customer's by a tag.
+const Fib* EgressLookup::fibFor(const VrfSource& source, const Fib& named, PortIndex port) const {
+    if (source.kind == VrfSource::Kind::port) {
+        return &tables_->vrfs->fibOfPort(port);
+    }
+    const auto above =
+        source.kind == VrfSource::Kind::labelAbove ? labelVrfs_.of(source.label) : std::nullopt;
+    return above ? tables_->vrfs->fib(above->view()) : &named;
+}
+
 Fate EgressLookup::findRoute(const Fib& named, Ovix::PacketContext& packet, const Frame& received,
                              const Ovix::RoutingNexthop& nexthop, Egress& egress) const {
     const Port& port = tables_->ports.ports()[received.port];
-    const bool isOfPort = isIp(packet.outerType()) && isOfPortsVrf(received.bytes);
+    const VrfSource source = isIp(packet.outerType()) ? VrfSource::of(received.bytes)
+                                                      : VrfSource{VrfSource::Kind::lastLabel, {}};
+    const bool isOfPort = source.kind == VrfSource::Kind::port;
     if (isOfPort && !received.isOwn && hasForeignVlan(received.bytes, port.tagging)) {
         return drop(Reason::noVlan);
     }
-    const Fib& fib =
-        isOfPort && nexthop.vrfName().empty() ? tables_->vrfs->fibOfPort(received.port) : named;
+    const Fib* const fib =
+        nexthop.vrfName().empty() ? fibFor(source, named, received.port) : &named;
+    if (fib == nullptr) {
+        return drop(Reason::unknownVrf);
+    }
     const Wire::Ethernet link(received.bytes);
     const IpArrival arrival{received.originalLength - received.bytes.size(), received.port,
                             isOfPort ? port.reversePath : ReversePath::off,
                             link && link.isToGroup(), received.isOwn};
-    return router_.route(fib, nexthop.address(), packet, arrival, egress);
+    return router_.route(*fib, nexthop.address(), packet, arrival, egress);
 }
 
 Fate EgressLookup::find(Ovix::PacketContext& packet, const Frame& received,

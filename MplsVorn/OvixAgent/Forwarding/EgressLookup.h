@@ -2,6 +2,7 @@
 
 #include <optional>
 
+#include "Forwarding/LabelVrf.h"
 #include "Ip/IpRouter.h"
 #include "Lumo/IpGenAddr.h"
 #include "Ovix/packet/PacketContext.h"
@@ -36,7 +37,8 @@ Fate removeControlWord(Ovix::PacketContext& packet, const Pseudowire* pseudowire
 class EgressLookup {
   public:
     /// The tables must outlive the lookup.
-    explicit EgressLookup(ForwardingTables& tables) noexcept : tables_(&tables), router_(tables) {}
+    EgressLookup(ForwardingTables& tables, LabelVrfs vrfs) noexcept
+        : tables_(&tables), labelVrfs_(std::move(vrfs)), router_(tables) {}
 
     /// Forwarded: `egress` is set, its MAC address unless it has to be resolved. `packet` is what
     /// the rewrites have made of the frame `received`.
@@ -46,6 +48,7 @@ class EgressLookup {
     ForwardingTables& tables() const noexcept { return *tables_; }
 
   private:
+    const Fib* fibFor(const VrfSource& source, const Fib& named, PortIndex port) const;
     /// By the routes of `named`, the VRF of the next hop, or of the port's.
     Fate findRoute(const Fib& named, Ovix::PacketContext& packet, const Frame& received,
                    const Ovix::RoutingNexthop& nexthop, Egress& egress) const;
@@ -54,6 +57,7 @@ class EgressLookup {
     Fate sendTo(const Lumo::IpGenAddr& address, PortIndex port, Egress& egress) const;
 
     ForwardingTables* tables_;
+    LabelVrfs labelVrfs_;
     IpRouter router_;
 };
 

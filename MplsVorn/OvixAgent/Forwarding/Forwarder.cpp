@@ -5,6 +5,7 @@
 
 #include "Ip/IpPacket.h"
 #include "Ip/IpRouter.h"
+#include "Mpls/TableDirectory.h"
 #include "State/Frame.h"
 #include "State/RoadSteps.h"
 #include "Tessel/Exceptions.h"
@@ -29,6 +30,13 @@ bool isUnicastToGroup(const Frame& frame, const Ovix::RoutingOutput& output,
     return false;
 }
 
+LabelVrfs labelVrfs(const Ovix::PluginManager& manager) {
+    const Ptr<Ovix::ShmEntitySource>& source = manager.shmEntitySource();
+    const auto path = Mpls::tableDirectory[static_cast<std::size_t>(Mpls::TableId::decapLfib)].path;
+    return LabelVrfs(source ? source->entityManager()->fetch<Mpls::LfibStatus>(path).entity
+                            : nullptr);
+}
+
 } // namespace
 
 Forwarder::Forwarder(const Ptr<Ovix::PluginManager>& manager, ForwardingTables& tables,
@@ -36,7 +44,7 @@ Forwarder::Forwarder(const Ptr<Ovix::PluginManager>& manager, ForwardingTables& 
     : intake_(tables), mplsHandler_(manager->routingHandlers()->handler("Mpls")),
       ipv4Handler_(Tessel::make<IpRoutingHandler>(Ovix::PktHdrType::ipv4, tables.ports)),
       ipv6Handler_(Tessel::make<IpRoutingHandler>(Ovix::PktHdrType::ipv6, tables.ports)),
-      sender_(manager, EgressLookup(tables),
+      sender_(manager, EgressLookup(tables, labelVrfs(*manager)),
               [this](const Fate& fate, const Frame& frame) {
                   count(fate, frame);
                   settled_(fate, frame);

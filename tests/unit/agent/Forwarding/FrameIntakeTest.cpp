@@ -123,6 +123,18 @@ TEST_F(FrameIntakeTest, AnExplicitNullLeavesThePacketInTheVrfOfItsPort) {
     EXPECT_EQ(dropped(), (ReasonCounts{{"No route", 2}}));
 }
 
+TEST_F(FrameIntakeTest, AnEntropyLabelLeavesThePacketInTheVrfOfItsPort) {
+    handler->decide =
+        always(withRewrite(withRewrite(nexthop("", "10.0.6.2"), popInfo()), popInfo()));
+    const auto entropy = [&](std::uint16_t vlan) {
+        return join({eth(ethVlan), tag(vlan, ethMpls), stack({{7}, {5000}}), packet(0x0a000602)});
+    };
+    receiveAt(red, entropy(6));
+    EXPECT_EQ(summary().forwarded[red6].traffic.frames, 1U);
+    receiveAt(west, entropy(7)); // the default VRF has no such route
+    EXPECT_EQ(dropped(), (ReasonCounts{{"No route", 1}}));
+}
+
 TEST_F(FrameIntakeTest, FramesForOtherStationsAreHandedOn) {
     const auto copy = nexthop("east", "10.0.2.2");
     copy->isReplicaIs(true);
