@@ -140,14 +140,25 @@ TEST_F(LabelDecisionEdges, TheVersionIsKnownWithoutInterfaceStatus) {
     EXPECT_NE(handler.decisionVersion(), without);
 }
 
-TEST_F(LabelDecisionEdges, ChangesAtOnceDoNotHideOneAnotherFromTheVersion) {
+TEST_F(LabelDecisionEdges, OfTwoChangesAtOnceNeitherHidesTheOtherFromTheVersion) {
+    bool enabled = true;
+    bool up = true;
+    int collections = 0;
+    const std::function<void()> changes[]{
+        [&] { plugin->lfibCounterCollectionIs("Other" + std::to_string(++collections)); },
+        [&] { routingInfo->mplsRoutingEnabledIs(enabled = !enabled); },
+        [&] { handlerAnswers({}); },
+        [&] { interfaces->intfStatusIs(Lumo::IntfId("east"), up = !up); },
+    };
     const MplsRoutingHandler& handler = *plugin->mplsRoutingHandler();
-    const std::uint64_t before = handler.decisionVersion();
-    routingInfo->mplsRoutingEnabledIs(false);
-    plugin->hwStatusViaHelperIs(interfaces, nullptr);
-    handlerAnswers({});
-    interfaces->intfStatusIs(Lumo::IntfId("east"), false);
-    EXPECT_EQ(handler.decisionVersion(), before + 4);
+    for (const auto& one : changes) {
+        for (const auto& other : changes) {
+            const std::uint64_t before = handler.decisionVersion();
+            one();
+            other();
+            EXPECT_NE(handler.decisionVersion(), before);
+        }
+    }
 }
 
 } // namespace LabelDecisionEdgesTest
