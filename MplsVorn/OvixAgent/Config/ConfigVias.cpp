@@ -77,6 +77,8 @@ void refuseVain(const ConfigMap& map, MplsLabelAction action, const ViaOptions& 
     refuseIf(true, "vrf", "goes with type ip-lookup or ip-lookup-per-prefix, which route in a VRF");
     refuseIf(options.tcUniform && options.payload == PayloadType::ethernet, "tc",
              "uniform writes the class of a packet (RFC 3270), and an Ethernet frame has none");
+    refuseIf(options.payload == PayloadType::ethernet, "ttl",
+             "goes with a packet, and an Ethernet frame has none");
     if (const auto port = map.find("interface"); port && ports.isSubInterface(ports.read(*port))) {
         refuseIf(true, "vlan",
                  fmt::format("{} is a sub-interface, which has its own VLAN",

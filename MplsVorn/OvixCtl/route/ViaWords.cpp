@@ -183,6 +183,9 @@ Tessel::Result<Via> ViaDraft::via() const {
         }
         return Via::popAndLookUp(options.vrf, options.payload);
     }
+    if (options.payload == Mpls::PayloadType::ethernet && given_.contains("ttl")) {
+        return Tessel::Refused{"ttl goes with a packet, and an Ethernet frame has none"};
+    }
     if (options.vrf.view() == L3::defaultVrf) {
         options.vrf = L3::VrfName();
     }

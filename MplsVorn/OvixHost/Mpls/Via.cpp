@@ -180,10 +180,17 @@ Result<void> checkVain(const OvixMplsVia& record) {
         return Refused{"tc uniform writes the class of a packet (RFC 3270), and an Ethernet frame "
                        "has none"};
     }
-    return record.pushTtl != 0 && record.ttlMode != static_cast<std::uint32_t>(TtlMode::pipe)
-               ? Refused{"push-ttl goes with ttl pipe; in uniform mode pushed labels have the "
-                         "packet's TTL (RFC 3443)"}
-               : Result<void>();
+    if (record.pushTtl == 0) {
+        return {};
+    }
+    if (record.ttlMode != static_cast<std::uint32_t>(TtlMode::pipe)) {
+        return Refused{"push-ttl goes with ttl pipe; in uniform mode pushed labels have the "
+                       "packet's TTL (RFC 3443)"};
+    }
+    const bool pushesLabels =
+        record.action() == MplsLabelAction::push || record.labels.size() > labelSize;
+    return pushesLabels ? Result<void>()
+                        : Refused{"push-ttl goes with a push, and with a swap to several labels"};
 }
 
 } // namespace

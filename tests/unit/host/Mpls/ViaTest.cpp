@@ -184,6 +184,15 @@ TEST(Via, APushTtlInUniformModeIsRefused) {
     EXPECT_TRUE(Via::push(stackOf(1), options));
 }
 
+TEST(Via, APushTtlOfASwapThatPushesNothingIsRefused) {
+    ViaOptions options = toEast();
+    options.ttl = TtlMode::pipe;
+    options.pushTtl = 9;
+    EXPECT_EQ(refusalOf(Via::swap(stackOf(1), options)),
+              "push-ttl goes with a push, and with a swap to several labels");
+    EXPECT_TRUE(Via::swap(stackOf(2), options));
+}
+
 TEST(Via, ATrafficClassThatNoLabelWouldShowIsRefused) {
     const char* const noLabels = "tc and push-ttl go with push and swap, which write labels";
     ViaOptions options = toEast();
