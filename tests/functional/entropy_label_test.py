@@ -115,9 +115,15 @@ class AddedByTheIngress(AgentTest):
                 shutil.rmtree(self.path / "out")
 
     def test_a_label_too_many_is_no_flow_label(self):
-        frame = mpls([500, 70000, 80000], bytes(4) + f.eth(HOST_B, HOST_A, f.ETH_IPV4, flow(1)))
-        result = self.run_frames(OTHER_END.replace(CE_EAST, WEST), [frame], malformed=True)
-        self.assertEqual(result.reasons("dropped"), {"Pseudowire flow label missing": 1})
+        config = OTHER_END.replace(CE_EAST, WEST)
+        payload = bytes(4) + f.eth(HOST_B, HOST_A, f.ETH_IPV4, flow(1))
+        for labels, config in (([500, 70000, 80000], config),
+                               ([500, 70000], config.replace(", flow-label: true", ""))):
+            with self.subTest(labels):
+                result = self.run_frames(config, [mpls(labels, payload)], malformed=True)
+                self.assertEqual(result.reasons("dropped"),
+                                 {"Label beneath the label of a pseudowire": 1})
+                shutil.rmtree(self.path / "out")
 
     def test_only_a_push_adds_one(self):
         for action, labels in (("swap", [300]), ("pop", ())):

@@ -76,8 +76,11 @@ Fate removeFlowLabel(Ovix::PacketContext& packet) {
     assert(packet.outerType() == Ovix::PktHdrType::mpls);
     Wire::LabelWalk walk(packet.pkt()->data());
     Lumo::MplsLabelEntry flow;
-    if (!walk.next(flow) || !walk.isAtBottom()) {
+    if (!walk.next(flow)) {
         return drop(Reason::noFlowLabel);
+    }
+    if (!walk.isAtBottom()) {
+        return drop(Reason::labelInPseudowire);
     }
     packet.pkt()->popFront(Lumo::MplsLabelEntry::size);
     packet.outerTypeIs(Ovix::PktHdrType::eth);
@@ -188,10 +191,10 @@ Fate EgressLookup::sendBy(Port& port, Lumo::IpGenAddr address, Ovix::PacketConte
     assert(index < tables_->ports.ports().size());
     egress.port = &port;
     Pseudowire* const pseudowire = tables_->pseudowires.ofPort(index);
-    if (pseudowire != nullptr && pseudowire->flowLabel &&
-        packet.outerType() == Ovix::PktHdrType::mpls) {
+    if (pseudowire != nullptr && packet.outerType() == Ovix::PktHdrType::mpls &&
+        (pseudowire->flowLabel || address.empty())) {
         egress.pseudowire = pseudowire;
-        return removeFlowLabel(packet);
+        return pseudowire->flowLabel ? removeFlowLabel(packet) : drop(Reason::labelInPseudowire);
     }
     // An Ethernet frame has its link header, so it needs no next-hop address.
     if (packet.outerType() == Ovix::PktHdrType::eth) {

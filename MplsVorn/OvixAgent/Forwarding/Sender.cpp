@@ -248,6 +248,17 @@ Fate Sender::transmit(const Outgoing& outgoing) {
     return forwarded;
 }
 
+/// What the link has put behind the packet, which was beneath a label, counts for no other link.
+bool Sender::fitsWithoutTrailer(const Outgoing& outgoing, std::uint32_t mtu) {
+    Ovix::PacketContext& packet = outgoing.packet();
+    const std::size_t length = IpPacket{packet.outerType(), packet.pkt()->data()}.length();
+    if (length > mtu || length >= packet.pkt()->bytes() || outgoing.snapped() > 0) {
+        return false;
+    }
+    packet.pkt()->truncate(length);
+    return true;
+}
+
 // A labelled packet is left to the control plane, unless its route has pushed the labels here. One
 // that was popped for a next hop has not been checked yet.
 Fate Sender::transmitTooBig(const Outgoing& outgoing, std::uint32_t mtu) {
@@ -258,6 +269,9 @@ Fate Sender::transmitTooBig(const Outgoing& outgoing, std::uint32_t mtu) {
         outgoing.egress.isIpHop ||
         (isIp(packet.outerType()) &&
          IpPacket{packet.outerType(), packet.pkt()->data()}.fault(outgoing.snapped()).empty());
+    if (isSound && labels == 0 && fitsWithoutTrailer(outgoing, mtu)) {
+        return transmit(outgoing);
+    }
     if (isSound && labels < mtu) {
         if (const auto cut = IpFragments::of(packet.pkt()->offsetFront(labels), mtu - labels)) {
             return transmitFragments(outgoing, *cut);

@@ -59,6 +59,7 @@ class Sender {
     Fate settle(const WaitingPacket& packet);
     void reportIfUndelivered(const Frame& frame, const Egress& egress, const Fate& fate) const;
     Fate transmit(const Outgoing& outgoing);
+    static bool fitsWithoutTrailer(const Outgoing& outgoing, std::uint32_t mtu);
     Fate transmitTooBig(const Outgoing& outgoing, std::uint32_t mtu);
     Fate transmitFragments(const Outgoing& outgoing, const IpFragments& fragments);
     Fate dropTooBig(const Outgoing& outgoing, std::uint32_t mtu) const;

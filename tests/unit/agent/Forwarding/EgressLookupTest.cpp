@@ -278,7 +278,7 @@ TEST(PseudowirePayload, TheFlowLabelIsTheLastOfTheStack) {
     } rows[]{
         {join({stack({{77777}}), inner}), "forwarded", inner.size()},
         {stack({{77777}}), "forwarded", 0},
-        {join({stack({{77777}, {5}}), inner}), "Pseudowire flow label missing", 0},
+        {join({stack({{77777}, {5}}), inner}), "Label beneath the label of a pseudowire", 0},
         {{0, 1, 2}, "Pseudowire flow label missing", 0},
     };
     for (const auto& row : rows) {

@@ -162,6 +162,15 @@ TEST_F(FragmentedRouting, APoppedPacketIsFragmentedLikeOneWithoutLabels) {
     EXPECT_EQ(listener.heard, 0U);
 }
 
+TEST_F(FragmentedRouting, WhatTheLinkPutBehindAPoppedPacketDoesNotMakeItTooBig) {
+    const Bytes packet = ipv4(to(0x0a010001), counting(112)); // 132 bytes, as long as may be
+    handler->decide = always(withRewrite(nexthop("east", "10.0.2.2"), popInfo()));
+    receive(join({eth(ethMpls), stack({{100}}), packet, filled(8, 0xee)}));
+    ASSERT_EQ(out[east].frames.size(), 1U);
+    EXPECT_EQ(out[east].frames[0],
+              join({eastHeader(ethIpv4), ipv4(to(0x0a010001, 0, 63), counting(112))}));
+}
+
 TEST_F(FragmentedRouting, APoppedPacketWithDfOrADamagedHeaderIsNotFragmented) {
     handler->decide = always(withRewrite(nexthop("east", "10.0.2.2"), popInfo()));
     const Bytes labels = stack({{100}});
