@@ -18,8 +18,11 @@ constexpr std::size_t stackSize = 4;
 
 /// A labelled frame with this many bytes behind the Ethernet header.
 Bytes frameOfPacketSize(std::size_t size) {
-    const Bytes headers = join({stack({{100}}), ipv4({}, udp())});
-    return join({eth(ethMpls), headers, filled(size - headers.size(), 0)});
+    Ipv4 fields;
+    fields.fragment = 0x4000; // not to be fragmented
+    const std::size_t least = join({stack({{100}}), ipv4(fields, udp())}).size();
+    return join(
+        {eth(ethMpls), stack({{100}}), ipv4(fields, join({udp(), filled(size - least, 0)}))});
 }
 
 using Mac = std::optional<Lumo::EthAddr>;
