@@ -126,8 +126,13 @@ void LiveRun::wait() {
     }
 }
 
+// Who gets an answer may send frames: each has a ring that it waits in.
 bool LiveRun::answersRequests() const {
-    return parts_.control != nullptr && knowsLinks_;
+    return parts_.control != nullptr && knowsLinks_ && takesAllFrames();
+}
+
+bool LiveRun::takesAllFrames() const {
+    return parts_.workers == nullptr || parts_.workers->haveStarted();
 }
 
 /// Returns the number of frames.
@@ -187,7 +192,7 @@ std::size_t LiveRun::takeLeft(std::size_t budget) {
 
 /// What workers may forward from now on they forward when all that they have left has been sent:
 /// nobody's frames are overtaken by their own successors. They start once the labels are decided
-/// that there are, and what comes until then waits in the rings: a second of it at most.
+/// that there are, after a second at the latest, and have their queues from then on.
 void LiveRun::serveWorkers() {
     if (parts_.workers == nullptr || !hasBegun_) {
         return;
@@ -242,8 +247,9 @@ bool LiveRun::refreshRoutes() {
 void LiveRun::settle(const std::function<void(const std::string&)>& report) {
     const auto now = LinkSync::Clock::now();
     parts_.links->solicit();
-    const bool wasReady = std::exchange(isReady_, hasRoutes_ && parts_.links->isComplete());
-    if (isReady_ && !hasBegun_) {
+    const bool mayBegin = hasRoutes_ && parts_.links->isComplete();
+    const bool wasReady = std::exchange(isReady_, mayBegin && takesAllFrames());
+    if (mayBegin && !hasBegun_) {
         hasBegun_ = true;
         begunAt_ = now;
         hasMore_ = true; // what has come before

@@ -79,6 +79,7 @@ class LiveRun {
   private:
     void wait();
     bool answersRequests() const;
+    bool takesAllFrames() const;
     bool takeSignals();
     std::size_t takeFrames();
     void drain();

@@ -30,6 +30,7 @@ class Workers {
     /// Opens their queues, and forwards what has come meanwhile to those that had all flows before
     /// the others were open. `settle` has what they leave processed. Does nothing once they run.
     void start(const std::function<void()>& settle);
+    bool haveStarted() const noexcept { return !threads_.empty(); }
     /// They forward what has come so far, and end.
     void stop();
 
