@@ -30,6 +30,9 @@ endif()
 # programs, whose copies of static variables must be the same ones.
 add_compile_options(-fvisibility-inlines-hidden)
 function(ovix_exports target)
+  if(OVIX_SANITIZE) # whose runtime in a program is that of its libraries, too
+    return()
+  endif()
   target_link_options(${target} PRIVATE -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/host.map)
   set_target_properties(${target} PROPERTIES LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/host.map)
 endfunction()
