@@ -5,7 +5,7 @@ namespace Ovix {
 namespace {
 
 /// The label that names a flow, never a special-purpose one (RFC 6790 section 4.2, RFC 6391
-/// section 2).
+/// section 1.3).
 Lumo::MplsLabel labelOfFlow(std::uint32_t hash) {
     constexpr std::uint32_t firstOrdinary = 16;
     return Lumo::MplsLabel(firstOrdinary + hash % (Lumo::MplsLabel::max + 1 - firstOrdinary));
@@ -14,19 +14,18 @@ Lumo::MplsLabel labelOfFlow(std::uint32_t hash) {
 /// Writes entries one behind the other.
 class EntryWriter {
   public:
-    EntryWriter(std::span<std::uint8_t> room, std::uint8_t tc, bool lastIsBottom) noexcept
-        : room_(room), tc_(tc), lastIsBottom_(lastIsBottom) {}
+    EntryWriter(std::span<std::uint8_t> room, bool lastIsBottom) noexcept
+        : room_(room), lastIsBottom_(lastIsBottom) {}
 
-    void write(Lumo::MplsLabel label, std::uint8_t ttl) {
+    void write(Lumo::MplsLabel label, std::uint8_t tc, std::uint8_t ttl) {
         assert(room_.size() >= Lumo::MplsLabelEntry::size);
         const bool isBottom = lastIsBottom_ && room_.size() == Lumo::MplsLabelEntry::size;
-        Lumo::MplsLabelEntry(label, tc_, isBottom, ttl).store(room_.data());
+        Lumo::MplsLabelEntry(label, tc, isBottom, ttl).store(room_.data());
         room_ = room_.subspan(Lumo::MplsLabelEntry::size);
     }
 
   private:
     std::span<std::uint8_t> room_;
-    std::uint8_t tc_;
     bool lastIsBottom_;
 };
 
@@ -34,23 +33,24 @@ class EntryWriter {
 
 // An entropy label is never forwarded by, so its TTL is 0; its indicator has the TTL and TC of the
 // label above (RFC 6790 section 4.2). The TTL of 1 keeps a flow label that surfaces from being
-// forwarded by (RFC 6391).
+// forwarded by, and its TC must be 0 (RFC 6391 section 1.3).
 void ImposedLabels::write(std::span<std::uint8_t> room, std::uint8_t tc, std::uint8_t ttl,
                           std::uint32_t hash, bool ontoLabels) const {
     constexpr std::uint8_t entropyTtl = 0;
     constexpr std::uint8_t flowTtl = 1;
+    constexpr std::uint8_t flowTc = 0;
     assert(room.size() == entries() * Lumo::MplsLabelEntry::size);
     const Lumo::UnboundedMplsLabelOperation labels = operation();
-    EntryWriter writer(room, tc, !ontoLabels);
+    EntryWriter writer(room, !ontoLabels);
     for (std::size_t i = 0; i < labels.depth(); ++i) {
-        writer.write(labels.label(i), ttl);
+        writer.write(labels.label(i), tc, ttl);
         if (i + 1 == entropyBeneath_) {
-            writer.write(Lumo::entropyLabelIndicator, ttl);
-            writer.write(labelOfFlow(hash), entropyTtl);
+            writer.write(Lumo::entropyLabelIndicator, tc, ttl);
+            writer.write(labelOfFlow(hash), tc, entropyTtl);
         }
     }
     if (flowLabel_) {
-        writer.write(labelOfFlow(hash), flowTtl);
+        writer.write(labelOfFlow(hash), flowTc, flowTtl);
     }
 }
 

@@ -94,10 +94,10 @@ TEST(ImposedLabels, AnEntropyLabelMayBeTheBottom) {
     EXPECT_TRUE(entries[2].bos());
 }
 
-TEST(ImposedLabels, AFlowLabelIsTheBottom) {
+TEST(ImposedLabels, AFlowLabelIsTheBottomAndHasNoTrafficClass) {
     const auto entries = pushedOnto(flow(1), {{100, 500}}, 1, true);
     ASSERT_EQ(entries.size(), 5U);
-    EXPECT_EQ(entries[4], Lumo::MplsLabelEntry(entries[2].label(), 5, true, 1));
+    EXPECT_EQ(entries[4], Lumo::MplsLabelEntry(entries[2].label(), 0, true, 1));
     EXPECT_FALSE(entries[3].bos());
 }
 
