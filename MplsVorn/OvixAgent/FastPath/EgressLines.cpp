@@ -4,7 +4,7 @@ namespace OvixAgent {
 
 namespace {
 
-/// The group address of a packet with several labels; one label's takes the low bits.
+/// Of a packet whose label takes the low bits.
 constexpr Lumo::EthAddr groupOfStack{0x01, 0x00, 0x5e, 0x80, 0, 0};
 
 } // namespace

@@ -15,15 +15,16 @@ std::uint32_t lengthOf(const DecidedRewrite& leg, const PacketWork& work) noexce
     return static_cast<std::uint32_t>(static_cast<std::int32_t>(work.length) + leg.grows);
 }
 
-/// The group address of a packet with one label names it (RFC 5332 section 8).
+/// The group address of a packet names its second label, or its only one (RFC 5332 section 8).
 void nameLabel(const PacketWork& work, std::uint8_t* mac) noexcept {
+    constexpr std::uint32_t size = Lumo::MplsLabelEntry::size;
     const auto top = Lumo::MplsLabelEntry::load(work.packet);
-    if (top.bos()) {
-        const std::uint32_t label = top.label().value();
-        mac[3] = static_cast<std::uint8_t>(0x80U | label >> 16U);
-        mac[4] = static_cast<std::uint8_t>(label >> 8U);
-        mac[5] = static_cast<std::uint8_t>(label);
-    }
+    const bool hasSecond = !top.bos() && work.length >= 2 * size;
+    const auto named = hasSecond ? Lumo::MplsLabelEntry::load(work.packet + size) : top;
+    const std::uint32_t label = named.label().value();
+    mac[3] = static_cast<std::uint8_t>(0x80U | label >> 16U);
+    mac[4] = static_cast<std::uint8_t>(label >> 8U);
+    mac[5] = static_cast<std::uint8_t>(label);
 }
 
 } // namespace

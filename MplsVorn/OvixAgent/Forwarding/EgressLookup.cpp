@@ -19,10 +19,14 @@ using Wire::Ethernet;
 
 namespace {
 
-/// RFC 5332 section 8. The low 20 bits name the label of a stack of one; of a deeper stack, whose
-/// top label alone does not identify the tree, they are the 0 that the section allows for any.
+/// RFC 5332 section 8. The low 20 bits name the second label, since the first may be the same for
+/// all trees; the only one of a stack of one.
 Lumo::EthAddr groupMac(const Ovix::MplsHeaderData& stack) noexcept {
-    const std::uint32_t value = stack.entries() == 1 ? (*stack.begin()).label().value() : 0;
+    auto named = stack.begin();
+    if (stack.entries() > 1) {
+        ++named;
+    }
+    const std::uint32_t value = (*named).label().value();
     return {0x01,
             0x00,
             0x5e,

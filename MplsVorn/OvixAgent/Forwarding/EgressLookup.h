@@ -13,7 +13,7 @@
 namespace OvixAgent {
 
 /// The group MAC address that a multicast packet is sent to on a link: of a labelled packet
-/// 01-00-5e-8x-xx-xx with its label, or 0 for a stack of several (RFC 5332 section 8), of an IP
+/// 01-00-5e-8x-xx-xx with its second label, or its only one (RFC 5332 section 8), of an IP
 /// multicast packet by its destination (RFC 1112 section 6.4, RFC 2464 section 7). Empty for any
 /// other packet.
 std::optional<Lumo::EthAddr> groupMac(Ovix::PacketContext& packet);

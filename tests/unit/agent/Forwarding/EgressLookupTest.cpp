@@ -145,9 +145,10 @@ TEST_F(EgressLookupTest, TagsFollowTheNextHopThenThePort) {
               Frames{join({{2, 0, 0, 0, 4, 2, 2, 0, 0, 0, 0, 4}, u16(ethMpls), packetOut})});
 }
 
-TEST(GroupMac, ALabelledPacketGoesByItsOnlyLabel) {
+TEST(GroupMac, ALabelledPacketGoesByItsSecondLabelOrItsOnlyOne) {
     const auto mpls = Ovix::PktHdrType::mpls;
-    EXPECT_EQ(macOf(stack({{0x12345}, {7}}), mpls), (Mac{{0x01, 0x00, 0x5e, 0x80, 0, 0}}));
+    EXPECT_EQ(macOf(stack({{0x12345}, {0x54321}, {7}}), mpls),
+              (Mac{{0x01, 0x00, 0x5e, 0x85, 0x43, 0x21}}));
     EXPECT_EQ(macOf(stack({{0x12345}}), mpls), (Mac{{0x01, 0x00, 0x5e, 0x81, 0x23, 0x45}}));
     EXPECT_EQ(macOf(stack({{0xfffff}}), mpls), (Mac{{0x01, 0x00, 0x5e, 0x8f, 0xff, 0xff}}));
     EXPECT_EQ(macOf(stack({{16}}), mpls), (Mac{{0x01, 0x00, 0x5e, 0x80, 0x00, 0x10}}));
