@@ -221,22 +221,25 @@ class OneAllocationFails(agent.AgentTest):
         super().setUp()
         self.tables = self.path / "tables"
 
-    def run_failing(self, number: int, command: list[str]) -> subprocess.CompletedProcess:
+    def run_failing(self, number: int, command: list[str],
+                    kept: pathlib.Path | None) -> subprocess.CompletedProcess:
         environment = {**os.environ, "LD_PRELOAD": os.environ["OVIX_FAILING_ALLOCATION"],
-                       "OVIX_FAIL_ALLOCATION": str(number), "OVIX_TABLES_DIR": str(self.tables)}
+                       "OVIX_FAIL_ALLOCATION": str(number),
+                       "OVIX_TABLES_DIR": str(kept or self.tables)}
         shutil.rmtree(self.tables, ignore_errors=True)
         self.tables.mkdir(mode=0o700)
         return subprocess.run(command, capture_output=True, text=True, check=False, timeout=60,
                               env=environment)
 
-    def check(self, *command: str) -> None:
-        whole = self.run_failing(0, list(command))
+    def check(self, *command: str, kept: pathlib.Path | None = None) -> None:
+        """Each run has empty tables, or those that are kept."""
+        whole = self.run_failing(0, list(command), kept)
         counted = re.search(r"^allocations: (\d+)$", whole.stderr, re.MULTILINE)
         allocations = int(counted[1])
         ended = 0
         for number in range(1, allocations + 1, max(1, allocations // self.TRIED)):
             with self.subTest(command=command[:3], allocation=number):
-                done = self.run_failing(number, list(command))
+                done = self.run_failing(number, list(command), kept)
                 if done.returncode == whole.returncode:
                     self.assertEqual(done.stdout, whole.stdout)
                     continue
@@ -257,6 +260,16 @@ class OneAllocationFails(agent.AgentTest):
         lines = self.path / "lines"
         lines.write_text("".join(f"{label} as 200 dev east\n" for label in range(100, 200)))
         self.check(CTL, "--tables", "few", "--create", "lfib", "load", str(lines))
+
+    def test_of_showing_tables_as_json(self):
+        lines = self.path / "lines"
+        lines.write_text("".join(f"{label} as 200 dev east\n" for label in range(100, 200)))
+        tables = self.path / "filled"
+        tables.mkdir(mode=0o700)
+        load = [CTL, "--tables", "few", "--create", "lfib", "load", str(lines)]
+        subprocess.run(load, check=True, timeout=60, capture_output=True,
+                       env={**os.environ, "OVIX_TABLES_DIR": str(tables)})
+        self.check(CTL, "--tables", "few", "lfib", "show", "--json", kept=tables)
 
 
 if __name__ == "__main__":
