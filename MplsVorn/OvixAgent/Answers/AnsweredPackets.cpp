@@ -61,6 +61,29 @@ bool CpuAnswers::isLabelExpired(const LabelledPacket& packet) const {
     return false;
 }
 
+/// Whether an answer with the packet's labels leaves along the LSP; or, where the LSP ends here,
+/// whether the VRF that its labels lead to has a route to the source.
+bool CpuAnswers::leadsToSource(const OvixAgent::Frame& frame, const LabelledPacket& packet) const {
+    const Fib* fib = &forwarding_->vrfs->fibOfPort(frame.port);
+    bool isEntropy = false;
+    for (const Lumo::MplsLabelEntry entry : labelEntries(packet.labels)) {
+        const Lumo::MplsLabel label = entry.label();
+        if (isEntropy || label == Lumo::entropyLabelIndicator) {
+            isEntropy = !isEntropy;
+            continue;
+        }
+        if (label == Lumo::routerAlert || label.isExplicitNull()) {
+            continue;
+        }
+        const EchoLabel found = lookup_.label(label);
+        if (found.use != EchoLabel::Use::popped) {
+            return found.use == EchoLabel::Use::switched;
+        }
+        fib = found.vrf ? forwarding_->vrfs->fib(*found.vrf) : fib;
+    }
+    return fib != nullptr && fib->find(packet.ip.source()) != nullptr;
+}
+
 /// Whether an ICMP error may be sent to the packet's source, by the routes of the port's VRF:
 /// neither address is a subnet's broadcast (RFC 1122 section 3.2.2, RFC 1812 section 4.3.2.7), and
 /// an error to a link-local source stays on the link (RFC 4291 section 2.5.6).

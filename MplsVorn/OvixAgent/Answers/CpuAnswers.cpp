@@ -228,7 +228,7 @@ bool CpuAnswers::queue(AnswerReason reason, const OvixAgent::Frame& frame,
         return isRoutedHere && forwarding_->vrfs->fibOfPort(frame.port).find(address) != nullptr;
     };
     const auto answer = answerTo(packet, std::move(bytes), isRoutable);
-    if (!answer) {
+    if (!answer || (!answer->labels.empty() && !leadsToSource(frame, packet))) {
         return false;
     }
     rate_.take(reason, frame.port, packet.ip.source());

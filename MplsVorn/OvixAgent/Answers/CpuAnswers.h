@@ -82,6 +82,7 @@ class CpuAnswers final : public TransmitPort, public DropListener {
     bool isOfTree(const LabelledPacket& packet) const;
     bool mayReportError(const OvixAgent::Frame& frame, const LabelledPacket& packet) const;
     bool isLabelExpired(const LabelledPacket& packet) const;
+    bool leadsToSource(const OvixAgent::Frame& frame, const LabelledPacket& packet) const;
     bool isOwn(const OvixAgent::Frame& frame, const LabelledPacket& packet) const;
     bool mayBeOfVpn(const LabelledPacket& packet) const;
 

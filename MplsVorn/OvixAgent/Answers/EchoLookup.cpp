@@ -37,7 +37,7 @@ EchoLabel EchoLookup::label(Lumo::MplsLabel label) const {
     if (route.isEq(Mpls::Hardware::Route())) {
         return {};
     }
-    EchoLabel use{EchoLabel::Use::switched, {}};
+    EchoLabel use{EchoLabel::Use::switched};
     const auto& adjacency = tables_->hardware()->adjacency(route);
     const std::size_t vias = adjacency ? adjacency->entries(adjacency->useBackups()).size() : 0;
     for (std::uint32_t i = 0; i < vias; ++i) {
@@ -52,10 +52,13 @@ EchoLabel EchoLookup::label(Lumo::MplsLabel label) const {
 EchoLabel EchoLookup::labelOfDecap(Lumo::MplsLabel label) const {
     constexpr auto table = Mpls::TableId::decapLfib;
     const auto route = Mpls::readLabelRoute(*tables_->lfib(table), table, label);
-    if (!route || route.value().tail || route.value().isLookUp()) {
-        return {EchoLabel::Use::popped, {}};
+    if (route && route.value().isLookUp()) {
+        return {EchoLabel::Use::popped, {}, route.value().vias.front().via.record().vrfName};
     }
-    EchoLabel use{EchoLabel::Use::switched, {}};
+    if (!route || route.value().tail) {
+        return {EchoLabel::Use::popped};
+    }
+    EchoLabel use{EchoLabel::Use::switched};
     for (const Mpls::WeightedVia& via : route.value().vias) {
         const Ovix::OvixMplsVia& record = via.via.record();
         use.downstreams.push_back(

@@ -17,6 +17,8 @@ struct EchoLabel {
     };
     Use use = Use::unknown;
     std::vector<EchoDownstream> downstreams{}; ///< of a switched label, as far as known
+    /// Of a popped label that names one: where what is beneath is routed.
+    std::optional<L3::VrfName> vrf{};
 };
 
 /// The tables that echo requests are validated against.

@@ -115,7 +115,21 @@ TEST_F(CpuAnswersTest, AddressesOfAVpnAreNotRoutedHere) {
     const Bytes near = packet("10.0.1.9", "10.9.0.1");
     EXPECT_EQ(pathOf(core, labelled({{100, 0, 1}, {500, 0, 64}}, near)),
               "along the LSP with 100 500");
-    EXPECT_EQ(pathOf(core, labelled({{500, 0, 1}}, near)), "along the LSP with 500");
+    const Bytes ofVpn = packet("192.168.1.9", "10.9.0.1");
+    EXPECT_EQ(pathOf(core, labelled({{500, 0, 1}}, ofVpn)), "along the LSP with 500");
+}
+
+TEST_F(CpuAnswersTest, LabelsThatEndHereLeadNoAnswerToASourceWithoutARoute) {
+    const Bytes ofCore = packet("10.0.1.9", "10.9.0.1");
+    const Bytes ofVpn = packet("192.168.1.9", "10.9.0.1");
+    const Bytes far = packet("172.16.0.1", "10.9.0.1");
+    EXPECT_EQ(pathOf(core, labelled({{500, 0, 1}}, ofCore)), "none");
+    EXPECT_EQ(pathOf(core, labelled({{0, 0, 1}}, far)), "none");
+    EXPECT_EQ(pathOf(core, labelled({{777, 0, 1}}, far)), "none");
+    EXPECT_EQ(pathOf(core, labelled({{500, 0, 1}, {7}, {5000, 0, 0}}, ofCore)), "none");
+    EXPECT_EQ(pathOf(core, labelled({{500, 0, 1}, {7}, {5000, 0, 0}}, ofVpn)),
+              "along the LSP with 500 7 5000");
+    EXPECT_EQ(pathOf(core, labelled({{500, 0, 1}, {100}}, far)), "along the LSP with 500 100");
 }
 
 TEST_F(CpuAnswersTest, ALabelMayExpireBeneathLabelsThatEndHere) {
@@ -408,12 +422,13 @@ TEST_F(CpuAnswersTest, WhatIsNotAnsweredIsCountedByItsReason) {
     unroutable.destination = 0x7f000001;
     const Bytes unlabelled = join({eth(ethIpv4), ipv4(unroutable, udp(49152, 3503, message({})))});
     EXPECT_TRUE(answersTo(core, unlabelled).empty());
+    EXPECT_EQ(send({}, 0xac100001), 0U);
     using Counts = std::vector<std::pair<std::string, std::uint64_t>>;
     EXPECT_EQ(answers.counts(), (Counts{{"LSP echo: sent", 1},
                                         {"LSP echo unanswered: not a request", 1},
                                         {"LSP echo unanswered: no reply wanted", 2},
                                         {"LSP echo unanswered: source is not a single host", 1},
-                                        {"LSP echo unanswered: no path to the source", 1}}));
+                                        {"LSP echo unanswered: no path to the source", 2}}));
     const Bytes toLoopback6 = packet6("2001:db8::9", "::1", udp(49152, 3503, message({})));
     const Bytes toHost = packet6("2001:db8::9", "2001:db8:5::1", udp(49152, 3503, message({})));
     const Bytes otherPort = packet6("2001:db8::9", "::1", udp(49152, 3504, message({})));
