@@ -263,7 +263,7 @@ class Routes(OvixCtlTest):
                             (("push", "200", "payload", "none"), "only a pop exposes a payload"),
                             (("vrf", "red"), "vrf goes with a lookup"),
                             (("as", "200", "vrf", "red"), "vrf goes with a lookup"),
-                            (("as", "200", "push-ttl", "9"), "push-ttl goes with ttl pipe"),
+                            (("as", "200", "push-ttl", "9"), "push-ttl 9 goes with ttl pipe"),
                             (("tc", "uniform", "payload", "ethernet"), "tc uniform writes the class")):
             with self.subTest(words):
                 self.assertIn(f"via 1: {rule}", self.ctl("lfib", "add", "100", *EAST, *words, code=2))

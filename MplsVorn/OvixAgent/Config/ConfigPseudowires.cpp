@@ -11,7 +11,6 @@ namespace {
 
 constexpr std::size_t maxPseudowireNameSize = 100;
 constexpr std::size_t maxTunnelLabels = Mpls::Via::maxLabels - 1; ///< above the pseudowire's
-constexpr std::uint32_t minPseudowireLabel = 16;                  ///< RFC 3032 reserves those below
 
 std::vector<Lumo::MplsLabel> readTunnelLabels(const ConfigValue& list) {
     if (list.listSize() > maxTunnelLabels) {
@@ -29,8 +28,7 @@ PseudowireConfig readPseudowire(const ConfigValue& value, const PortNames& ports
     }
     pseudowire.name = map.required("name").name("pseudowire name", maxPseudowireNameSize);
     pseudowire.port = ports.read(map.required("port"));
-    pseudowire.label = Lumo::MplsLabel(map.required("label").number<std::uint32_t>(
-        "label", minPseudowireLabel, Lumo::MplsLabel::max));
+    pseudowire.label = readIncomingLabel(map.required("label"));
     pseudowire.controlWord = map.booleanOr("control-word", pseudowire.controlWord);
     pseudowire.egress = ports.read(map.required("interface"));
     pseudowire.nexthop = readIpAddress(map.required("nexthop"));

@@ -34,10 +34,7 @@ class Defined {
 
 MplsLabel readRouteLabel(const ConfigMap& route, Defined<std::uint32_t>& labels) {
     const ConfigValue value = route.required("label");
-    const MplsLabel label(value.number<std::uint32_t>("label", 0, MplsLabel::max));
-    if (const auto allowed = Mpls::checkRouteLabel(label); !allowed) {
-        value.fail(allowed.refused().what);
-    }
+    const MplsLabel label = readIncomingLabel(value);
     labels.add(label.value(), value, fmt::format("label {}", label.value()));
     return label;
 }

@@ -156,6 +156,14 @@ MplsLabel readLabel(const ConfigValue& value, std::string_view instead) {
     return label;
 }
 
+MplsLabel readIncomingLabel(const ConfigValue& value) {
+    const MplsLabel label(value.number<std::uint32_t>("label", 0, MplsLabel::max));
+    if (const auto allowed = Mpls::checkRouteLabel(label); !allowed) {
+        value.fail(allowed.refused().what);
+    }
+    return label;
+}
+
 std::vector<MplsLabel> readLabelList(const ConfigValue& list, std::string_view instead) {
     std::vector<MplsLabel> labels;
     labels.reserve(list.listSize());

@@ -11,6 +11,8 @@ inline constexpr std::uint32_t maxWeight = 0xffffffff;
 
 /// A label that may stand in a frame: not 3, for which the error says what to do `instead`.
 Lumo::MplsLabel readLabel(const ConfigValue& value, std::string_view instead);
+/// A label that frames may come in with, to be looked up: none of the special-purpose ones.
+Lumo::MplsLabel readIncomingLabel(const ConfigValue& value);
 std::vector<Lumo::MplsLabel> readLabelList(const ConfigValue& list, std::string_view instead);
 
 /// The vias of `value` must have weights that add up to 1..4294967295.

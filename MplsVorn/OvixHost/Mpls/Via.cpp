@@ -81,8 +81,13 @@ Result<void> checkTrafficClass(const OvixMplsVia& record) {
         return Refused{"traffic class " + std::to_string(record.trafficClass) + " is not 0 to 7"};
     }
     const TrafficClassField field(record.trafficClass);
-    if (!imposesLabels(record) && (field.tc() || record.pushTtl != 0)) {
-        return Refused{"tc and push-ttl go with push and swap, which write labels"};
+    if (!imposesLabels(record) && field.tc()) {
+        return Refused{"tc " + std::to_string(*field.tc()) +
+                       " goes with push and swap, which write labels"};
+    }
+    if (!imposesLabels(record) && record.pushTtl != 0) {
+        return Refused{"push-ttl " + std::to_string(record.pushTtl) +
+                       " goes with push and swap, which write labels"};
     }
     if (field.uniform() && record.action() != MplsLabelAction::pop) {
         return Refused{"tc uniform goes with pop"};
@@ -90,7 +95,8 @@ Result<void> checkTrafficClass(const OvixMplsVia& record) {
     const bool pushesAboveSwapped =
         record.action() == MplsLabelAction::swap && record.labels.size() > labelSize;
     if (field.pushedTc() && !pushesAboveSwapped) {
-        return Refused{"push-tc goes with a swap to several labels"};
+        return Refused{"push-tc " + std::to_string(*field.pushedTc()) +
+                       " goes with a swap to several labels"};
     }
     return {};
 }
@@ -184,13 +190,15 @@ Result<void> checkVain(const OvixMplsVia& record) {
         return {};
     }
     if (record.ttlMode != static_cast<std::uint32_t>(TtlMode::pipe)) {
-        return Refused{"push-ttl goes with ttl pipe; in uniform mode pushed labels have the "
-                       "packet's TTL (RFC 3443)"};
+        return Refused{"push-ttl " + std::to_string(record.pushTtl) +
+                       " goes with ttl pipe; in uniform mode pushed labels have the packet's TTL "
+                       "(RFC 3443)"};
     }
     const bool pushesLabels =
         record.action() == MplsLabelAction::push || record.labels.size() > labelSize;
     return pushesLabels ? Result<void>()
-                        : Refused{"push-ttl goes with a push, and with a swap to several labels"};
+                        : Refused{"push-ttl " + std::to_string(record.pushTtl) +
+                                  " goes with a push, and with a swap to several labels"};
 }
 
 } // namespace

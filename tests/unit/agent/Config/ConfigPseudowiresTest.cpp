@@ -93,9 +93,14 @@ TEST(ConfigPseudowires, ErrorsNameLineKeyAndValue) {
         {{redWith("port", "eth3")},
          "6: pseudowires[0].port: no port is named \"eth3\"; did you mean \"eth1\"?"},
         {{redWith("label", "15")},
-         "6: pseudowires[0].label: label 15 is out of range (16..1048575)"},
+         "6: pseudowires[0].label: label 15 is a special-purpose label, and no table holds labels "
+         "0 to "
+         "15 (RFC 7274)"},
+        {{redWith("label", "3")},
+         "6: pseudowires[0].label: label 3 (implicit null) never stands in a frame (RFC 3032 "
+         "section 2.1)"},
         {{redWith("label", "1048576")},
-         "6: pseudowires[0].label: label 1048576 is out of range (16..1048575)"},
+         "6: pseudowires[0].label: label 1048576 is out of range (0..1048575)"},
         {{redWith("interface", "4")},
          "6: pseudowires[0].interface: no port is named \"4\"; known: eth1, eth2, core"},
         {{redWith("nexthop", "10.0.2")},

@@ -102,7 +102,7 @@ TEST(ConfigLabelErrors, OfVias) {
         {"{interface: eth1, action: pop, payload: ip}",
          "[0].payload: unknown payload \"ip\"; known: undefined, none, ipv4, ipv6, ethernet, auto"},
         {"{interface: eth1, action: push, labels: [16], push-ttl: 9}",
-         "[0]: push-ttl goes with ttl pipe; in uniform mode pushed labels have the packet's TTL "
+         "[0]: push-ttl 9 goes with ttl pipe; in uniform mode pushed labels have the packet's TTL "
          "(RFC 3443)"},
         {"{interface: eth1, action: push, labels: [16], nexthop: 224.0.0.1}",
          "[0]: next hop 224.0.0.1 is not the address of one station"},
@@ -117,7 +117,7 @@ TEST(ConfigLabelErrors, OfVias) {
         {"{interface: eth1, action: pop, ttl: uniform, payload: ethernet}",
          "[0].ttl: goes with a packet, and an Ethernet frame has none"},
         {"{interface: eth1, action: swap, labels: [16], ttl: pipe, push-ttl: 9}",
-         "[0]: push-ttl goes with a push, and with a swap to several labels"},
+         "[0]: push-ttl 9 goes with a push, and with a swap to several labels"},
         {"{interface: eth1, action: pop, mtu: 0}", "[0].mtu: mtu 0 is out of range (68..65535)"},
         {"{interface: eth1, action: pop, vlan: 4095}",
          "[0].vlan: vlan 4095 is out of range (1..4094)"},

@@ -178,7 +178,7 @@ TEST(Via, APushTtlInUniformModeIsRefused) {
     ViaOptions options = toEast();
     options.pushTtl = 9;
     EXPECT_EQ(refusalOf(Via::push(stackOf(1), options)),
-              "push-ttl goes with ttl pipe; in uniform mode pushed labels have the packet's TTL "
+              "push-ttl 9 goes with ttl pipe; in uniform mode pushed labels have the packet's TTL "
               "(RFC 3443)");
     options.ttl = TtlMode::pipe;
     EXPECT_TRUE(Via::push(stackOf(1), options));
@@ -189,12 +189,12 @@ TEST(Via, APushTtlOfASwapThatPushesNothingIsRefused) {
     options.ttl = TtlMode::pipe;
     options.pushTtl = 9;
     EXPECT_EQ(refusalOf(Via::swap(stackOf(1), options)),
-              "push-ttl goes with a push, and with a swap to several labels");
+              "push-ttl 9 goes with a push, and with a swap to several labels");
     EXPECT_TRUE(Via::swap(stackOf(2), options));
 }
 
 TEST(Via, ATrafficClassThatNoLabelWouldShowIsRefused) {
-    const char* const noLabels = "tc and push-ttl go with push and swap, which write labels";
+    const char* const noLabels = "tc 0 goes with push and swap, which write labels";
     ViaOptions options = toEast();
     options.tc = 0;
     EXPECT_EQ(refusalOf(Via::pop(options)), noLabels);
@@ -202,14 +202,15 @@ TEST(Via, ATrafficClassThatNoLabelWouldShowIsRefused) {
     EXPECT_TRUE(Via::push(stackOf(1), options));
     options = toEast();
     options.pushTtl = 9;
-    EXPECT_EQ(refusalOf(Via::pop(options)), noLabels);
+    EXPECT_EQ(refusalOf(Via::pop(options)),
+              "push-ttl 9 goes with push and swap, which write labels");
     options = toEast();
     options.tcUniform = true;
     EXPECT_EQ(refusalOf(Via::swap(stackOf(1), options)), "tc uniform goes with pop");
     EXPECT_EQ(refusalOf(Via::forward(options)), "tc uniform goes with pop");
     options = toEast();
     options.pushTc = 0;
-    const char* const oneLabel = "push-tc goes with a swap to several labels";
+    const char* const oneLabel = "push-tc 0 goes with a swap to several labels";
     EXPECT_EQ(refusalOf(Via::swap(stackOf(1), options)), oneLabel);
     EXPECT_EQ(refusalOf(Via::push(stackOf(2), options)), oneLabel);
     EXPECT_TRUE(Via::swap(stackOf(2), options));
