@@ -31,7 +31,12 @@ constexpr Reading readings[]{
      "Handlers of a multicast route's vias disagree",
      {}},
     {"Using first nexthop, but %s nexthops found",
-     "Several next hops found, the first is used",
+     "Several next hops found (one is used, by a multicast tree all)",
+     {}},
+    {"no rewrite", "No rewrite for the via and the packet", {}},
+    {"Lumo::MplsStackEntryIndex::value < Lumo::MplsStackEntryIndex::min or > "
+     "Lumo::MplsStackEntryIndex::nullValue not allowed",
+     "More known labels than are looked up (13)",
      {}},
     {"ttl for label %s is <= 1, trapping", "ttl for further labels is <= 1, trapping", {}},
     {"MvpnIntfStatus entry not found for vrf ID %s",

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <string>
 
+#include "Lumo/MplsLabel.h"
+
 namespace NamedCountersTest {
 
 namespace {
@@ -89,7 +91,18 @@ TEST(NamedCounters, ReadWithoutPlaceholdersAndAMissIsNoDrop) {
     EXPECT_EQ(noHandler.category, "Exceptional");
     EXPECT_EQ(noHandler.reason, "No handler for the via's type");
     EXPECT_EQ(readableEvent("Drop", "No via").reason, "No via");
+    EXPECT_EQ(readableEvent("Drop", "no rewrite").reason, "No rewrite for the via and the packet");
     EXPECT_EQ(readableEvent("Drop", "of %s and %s").reason, "of ... and ...");
+}
+
+TEST(NamedCounters, MoreLabelsThanAreLookedUpReadAsSuch) {
+    try {
+        Lumo::MplsStackEntryIndex::outOfRange();
+    } catch (const Tessel::RangeError& thrown) {
+        const EventText text = readableEvent("Drop", thrown.what());
+        EXPECT_EQ(text.category, "Drop");
+        EXPECT_EQ(text.reason, "More known labels than are looked up (13)");
+    }
 }
 
 TEST(NamedCounters, OnlySoManyValuesOfAReasonHaveACounterEach) {
