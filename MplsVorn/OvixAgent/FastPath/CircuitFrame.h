@@ -18,6 +18,9 @@ inline Wire::Bytes customersFrame(const Pseudowire& pseudowire, Wire::Bytes pack
             return {};
         }
     }
+    if (pseudowire.flowLabel && entry.label().isSpecialPurpose()) {
+        return {};
+    }
     Wire::Bytes payload = labels.rest();
     if (pseudowire.controlWord) {
         const Wire::ControlWord controlWord(payload);

@@ -86,6 +86,10 @@ Fate removeFlowLabel(Ovix::PacketContext& packet) {
     if (!walk.isAtBottom()) {
         return drop(Reason::labelInPseudowire);
     }
+    if (flow.label().isSpecialPurpose()) { // RFC 6391 section 3
+        return flow.label() == Lumo::genericAssociatedChannel ? punt(Reason::associatedChannel)
+                                                              : drop(Reason::specialFlowLabel);
+    }
     packet.pkt()->popFront(Lumo::MplsLabelEntry::size);
     packet.outerTypeIs(Ovix::PktHdrType::eth);
     return forwarded;

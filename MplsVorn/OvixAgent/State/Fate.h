@@ -73,6 +73,9 @@ inline constexpr std::string_view pseudowireUnsupported =
 inline constexpr std::string_view pseudowireNoDaemon = "Pseudowire is not signalled any more";
 inline constexpr std::string_view noTunnel = "No tunnel to the pseudowire's other end";
 inline constexpr std::string_view noFlowLabel = "Pseudowire flow label missing";
+inline constexpr std::string_view specialFlowLabel =
+    "Special-purpose label in place of a pseudowire's flow label";
+inline constexpr std::string_view pauseFrame = "MAC control frame at an attachment circuit";
 inline constexpr std::string_view labelInPseudowire = "Label beneath the label of a pseudowire";
 inline constexpr std::string_view upstreamLabel =
     "Upstream-assigned label at a port without a context";

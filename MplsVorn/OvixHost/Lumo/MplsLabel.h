@@ -46,6 +46,8 @@ inline constexpr MplsLabel ipv6ExplicitNull{2};
 inline constexpr MplsLabel implicitNull{3};
 /// RFC 6790: the next entry is an entropy label.
 inline constexpr MplsLabel entropyLabelIndicator{7};
+/// RFC 5586: an associated channel follows the stack.
+inline constexpr MplsLabel genericAssociatedChannel{13};
 /// RFC 7274: the next entry is an extended special-purpose label.
 inline constexpr MplsLabel extensionLabel{15};
 

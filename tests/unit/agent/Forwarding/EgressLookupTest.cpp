@@ -284,6 +284,11 @@ TEST(PseudowirePayload, TheFlowLabelIsTheLastOfTheStack) {
         {stack({{77777}}), "forwarded", 0},
         {join({stack({{77777}, {5}}), inner}), "Label beneath the label of a pseudowire", 0},
         {{0, 1, 2}, "Pseudowire flow label missing", 0},
+        {join({stack({{13}}), inner}), "Pseudowire associated channel", 0},
+        {join({stack({{0}}), inner}), "Special-purpose label in place of a pseudowire's flow label",
+         0},
+        {join({stack({{15}}), inner}),
+         "Special-purpose label in place of a pseudowire's flow label", 0},
     };
     for (const auto& row : rows) {
         Ovix::PacketContext packet(Lumo::globalPktManager()->newPkt(row.packet),
