@@ -7,7 +7,7 @@ import unittest
 
 import frames as f
 import make_pseudowire
-from agent import CE_EAST, EAST, IP4, AgentTest, complaints, lfib, mpls
+from agent import CE_EAST, EAST, IP4, WEST, AgentTest, complaints, lfib, mpls
 
 CONTROL_WORD = bytes(4)
 HOST_A, HOST_B = make_pseudowire.HOST_A, make_pseudowire.HOST_B
@@ -82,6 +82,29 @@ class BothEnds(AgentTest):
         self.assertEqual(result.code, 0, result.stderr)
         self.expect_numbers(result, f.read_pcap(capture))
         return result
+
+    def test_frames_of_one_links_control_are_not_carried(self):
+        pause = f.eth("01:80:c2:00:00:01", HOST_A, 0x8808, bytes.fromhex("0001ffff") + bytes(42))
+        lacp = f.eth("01:80:c2:00:00:02", HOST_A, 0x8809, bytes(46))
+        for flags in ((), ("--fast-path", "off")):
+            with self.subTest(flags=flags):
+                result = self.send(provider_edge(501, 502, True), "ce1", [pause, lacp, FRAME, pause],
+                                   *flags)
+                self.assertEqual(len(result.frames("core")), 2)
+                self.assertEqual(result.reasons("dropped"),
+                                 {"MAC control frame at an attachment circuit": 2})
+
+    def test_a_special_purpose_label_is_no_flow_label(self):
+        config = provider_edge(501, 502, False, here=WEST).replace(
+            "control-word", "flow-label: true, control-word")
+        frames = [mpls([502, label], FRAME) for label in (77777, 13, 0, 7, 16)]
+        for flags in ((), ("--fast-path", "off")):
+            with self.subTest(flags=flags):
+                result = self.send(config, "core", frames, *flags)
+                self.assertEqual(result.frames("ce1"), [FRAME, FRAME])
+                self.assertEqual(result.reasons("punted"), {"Pseudowire associated channel": 1})
+                self.assertEqual(result.reasons("dropped"), {
+                    "Special-purpose label in place of a pseudowire's flow label": 2})
 
     def test_a_frame_arrives_whole_at_the_other_end(self):
         frames = list(make_pseudowire.customer_frames()) + odd_frames()

@@ -70,10 +70,11 @@ bool DecidedForwarding::forwardIp(PacketWork& work, PktHdrType type) {
 }
 
 /// A whole frame that came in at an attachment circuit. Its class goes into the labels, whose TTL
-/// is 255 (RFC 4448).
+/// is 255.
 bool DecidedForwarding::forwardCircuit(PacketWork work) {
     const CircuitTunnel& tunnel = decided_->tunnels.of(work.port);
-    if (tunnel.pseudowire == nullptr) {
+    const bool isOfLink = Wire::Ethernet(work.bytes()).etherType() == Wire::EtherType::macControl;
+    if (tunnel.pseudowire == nullptr || isOfLink) {
         return false;
     }
     const EgressLine& line = decided_->lines[tunnel.egress];

@@ -15,7 +15,7 @@ namespace OvixAgent {
 namespace {
 
 /// Whether a frame to a group of stations has a label that is not that of a multicast tree, but
-/// would lead on: every station of the link would forward it (RFC 5332 section 3).
+/// would lead on: every station of the link would forward it.
 bool isUnicastToGroup(const Frame& frame, const Ovix::RoutingOutput& output,
                       const Ovix::RoutingContext& context) noexcept {
     if ((frame.bytes.front() & 1U) == 0) {
@@ -199,6 +199,9 @@ Fate Forwarder::sendOverPseudowire(const Frame& frame, const Ptr<Ovix::PacketCon
                                    Pseudowire& pseudowire) {
     if (!packet->parsedPkt().header(0)) {
         return drop(Reason::runt);
+    }
+    if (Wire::Ethernet(frame.bytes).etherType() == Wire::EtherType::macControl) {
+        return drop(Reason::pauseFrame); // RFC 4448 section 4.4.5
     }
     if (!tables_->pseudowires.mplsRouting()) {
         return drop(Reason::mplsRoutingOff);

@@ -16,6 +16,7 @@ inline constexpr std::uint16_t vlan = 0x8100; ///< an 802.1Q tag
 inline constexpr std::uint16_t mplsException = 0x8139;
 inline constexpr std::uint16_t ipv6 = 0x86dd;
 inline constexpr std::uint16_t mpls = 0x8847;
+inline constexpr std::uint16_t macControl = 0x8808;   ///< PAUSE and its like, of one link (802.3)
 inline constexpr std::uint16_t mplsUpstream = 0x8848; ///< upstream-assigned labels (RFC 5332)
 inline constexpr std::uint16_t serviceVlan = 0x88a8;  ///< an 802.1ad tag
 inline constexpr std::uint16_t stackedVlan = 0x9100;  ///< an outer tag before 802.1ad
