@@ -138,8 +138,9 @@ EchoAnswer lspEchoReply(const LabelledPacket& received, PortIndex port, const Ca
     if (sourcePort == 0 || source.empty()) {
         return {{}, sourcePort == 0 ? EchoSilence::noSourcePort : EchoSilence::noOwnAddress};
     }
-    // An unknown reply mode makes the request malformed (RFC 7110).
-    if (request->replyMode != LspEcho::byUdp &&
+    // A request for another way of replying lacks what that needs (RFC 7110 section 4.2), unless it
+    // has a TLV that is not understood here.
+    if (request->fault == LspEchoRequest::Fault::none && request->replyMode != LspEcho::byUdp &&
         request->replyMode != LspEcho::byUdpWithRouterAlert) {
         request->fault = LspEchoRequest::Fault::malformed;
     }

@@ -1,6 +1,7 @@
 #include "Answers/LspEchoReply.h"
 
 #include <algorithm>
+#include <array>
 #include <cassert>
 
 #include "Wire/LspEcho.h"
@@ -59,8 +60,12 @@ Downstream::AddressType addressType(const Lumo::IpGenAddr& address) noexcept {
 
 void addDownstream(std::vector<std::uint8_t>& reply, const EchoDownstream& downstream,
                    const EchoVerdict& verdict) {
+    static constexpr std::array<std::uint8_t, 4> pop{2, 0, 0, 0}; // without a peer, or the FEC
     std::vector<std::uint8_t> subTlvs;
     LspEchoTlv::add(subTlvs, LspEchoTlv::downstreamLabelStack, labelBytes(downstream.labels));
+    for (std::size_t i = 0; i < verdict.endedFecs; ++i) {
+        LspEchoTlv::add(subTlvs, LspEchoTlv::fecStackChange, pop);
+    }
 
     std::vector<std::uint8_t> value{0, 0, addressType(downstream.nexthop), 0};
     Lumo::NetU16(downstream.mtu).store(value.data());

@@ -40,6 +40,7 @@ struct EchoVerdict {
     EchoReturnCode code = EchoReturnCode::malformed;
     std::uint8_t depth = 0; ///< in the label stack or the FEC stack; the bottom is 1
     std::vector<EchoDownstream> downstreams{};
+    std::size_t endedFecs = 0; ///< of the request's, outermost first, that no downstream gets
 };
 
 /// Where a request came in, for the interface and label stack TLV (RFC 8029 section 3.7).

@@ -43,6 +43,7 @@ std::optional<EchoFec> nilFec(Wire::Bytes value) noexcept {
 /// system ids of IS-IS, which only that could verify (RFC 8287 section 5.3).
 std::optional<EchoFec> adjacencyFec(Wire::Bytes value) noexcept {
     enum Type : std::uint8_t { unnumbered = 0, parallel = 1, ipv4 = 4, ipv6 = 6 };
+    constexpr std::uint8_t anyProtocol = 0;
     constexpr std::uint8_t isis = 2;
     constexpr std::size_t fixed = 4;
     if (value.size() < fixed) {
@@ -58,6 +59,7 @@ std::optional<EchoFec> adjacencyFec(Wire::Bytes value) noexcept {
     EchoFec fec{EchoFec::Kind::adjacency};
     if (value[1] != isis) {
         fec.receiver = addressAt(&value.last(node)[0], true);
+        fec.namesNoRouter = value[1] == anyProtocol && fec.receiver.empty();
     }
     if (type == ipv4 || type == ipv6) {
         fec.local = addressAt(value.data() + fixed, type == ipv4);
@@ -163,6 +165,20 @@ void takeAddresses(EchoMapping& mapping, Wire::Bytes value) noexcept {
     }
 }
 
+/// Multipath data asks for what need not be answered (RFC 8029 section 4.5).
+Fault takeOfMapping(EchoMapping& mapping, const LspEchoTlv& tlv) {
+    switch (tlv.type) {
+    case LspEchoTlv::multipathData:
+    case LspEchoTlv::fecStackChange:
+        return Fault::none;
+    case LspEchoTlv::downstreamLabelStack:
+        mapping.labels = mappedLabels(tlv.value);
+        return mapping.labels ? Fault::none : Fault::malformed;
+    default:
+        return unknown(tlv.type);
+    }
+}
+
 /// A request has one at most.
 Fault takeDownstreamMapping(LspEchoRequest& request, Wire::Bytes value) {
     using namespace Wire::LspEchoDownstream;
@@ -173,19 +189,17 @@ Fault takeDownstreamMapping(LspEchoRequest& request, Wire::Bytes value) {
     EchoMapping& mapping = request.mapping.emplace();
     mapping.wantsInterface = (value[flagsAt] & wantsInterface) != 0;
     takeAddresses(mapping, value);
+    Fault worst = Fault::none;
     LspEchoTlv tlv;
     while (!subTlvs.empty()) {
-        if (!LspEchoTlv::take(subTlvs, tlv)) {
-            return Fault::malformed;
+        const Fault fault =
+            LspEchoTlv::take(subTlvs, tlv) ? takeOfMapping(mapping, tlv) : Fault::malformed;
+        if (fault == Fault::malformed) {
+            return fault;
         }
-        if (tlv.type == LspEchoTlv::downstreamLabelStack) {
-            mapping.labels = mappedLabels(tlv.value);
-            if (!mapping.labels) {
-                return Fault::malformed;
-            }
-        }
+        worst = fault != Fault::none ? fault : worst;
     }
-    return Fault::none;
+    return worst;
 }
 
 /// The same as it was before (RFC 4379 section 3.3): older senders ask by it.

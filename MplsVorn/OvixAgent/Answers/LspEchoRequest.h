@@ -23,6 +23,7 @@ struct EchoFec {
     Lumo::IpGenAddr local{};
     Lumo::IpGenAddr remote{};
     Lumo::IpGenAddr receiver{}; ///< the router id of the adjacency's far end; of no family in IS-IS
+    bool namesNoRouter = false; ///< of no protocol, so that the identifiers are zero
 };
 
 /// The downstream detailed mapping of a request (RFC 8029 section 3.4), or the mapping that it has

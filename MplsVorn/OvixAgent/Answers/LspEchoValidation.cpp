@@ -38,7 +38,7 @@ EchoLabel lookUp(Lumo::MplsLabel label, const EchoTables& tables) {
 /// The field of the depth is one octet.
 EchoVerdict verdict(EchoReturnCode code, std::size_t depth) {
     constexpr std::size_t deepest = 255;
-    return {code, static_cast<std::uint8_t>(std::min(depth, deepest)), {}};
+    return {code, static_cast<std::uint8_t>(std::min(depth, deepest))};
 }
 
 /// Whether the mapping is of the port and the label stack that the request came in with. The
@@ -67,12 +67,14 @@ bool mustAgree(const std::optional<EchoMapping>& mapping) noexcept {
 }
 
 /// With PHP the label of the adjacency is gone: this router is at its other end (RFC 8287 section
-/// 7.4). Without an interface, as one of several links, it must name this router itself.
+/// 7.4). Without an interface, as one of several links, it must name this router itself, or none
+/// (section 5.3).
 EchoReturnCode checkAdjacency(const EchoFec& fec, const Arrived& arrived) {
     const bool isNumbered = fec.remote.family() != Lumo::IpFamily::none;
     const bool namesRouter = fec.receiver.family() != Lumo::IpFamily::none;
-    const bool isKnown = isNumbered ? arrived.tables.isOfPort(fec.remote, arrived.port)
-                                    : namesRouter && arrived.tables.isOwn(fec.receiver);
+    const bool isKnown =
+        isNumbered ? arrived.tables.isOfPort(fec.remote, arrived.port)
+                   : fec.namesNoRouter || (namesRouter && arrived.tables.isOwn(fec.receiver));
     return isKnown ? EchoReturnCode::egress : EchoReturnCode::notOfInterface;
 }
 
@@ -119,8 +121,35 @@ bool leadsAlong(const EchoLabel& label, const EchoFec& adjacency, const EchoTabl
                        });
 }
 
+/// The depth in the FEC stack of a label at a depth in the label stack, whose mapping agrees (RFC
+/// 8029 section 4.4 step 4): implicit nulls, which only the mapping shows, have FECs, and entropy
+/// labels have none.
+std::size_t fecDepthOf(const Arrived& arrived, std::size_t depth) {
+    const std::optional<EchoMapping>& mapping = arrived.request.mapping;
+    std::size_t fecs = 0;
+    std::size_t entropyLabels = 0;
+    const auto count = [&](Lumo::MplsLabel label) {
+        ++fecs;
+        entropyLabels += label == Lumo::entropyLabelIndicator ? 2 : 0; // and the one beneath
+    };
+    if (mustAgree(mapping) && mapping->labels) {
+        std::size_t labels = 0;
+        for (auto label = mapping->labels->rbegin(); labels < depth; ++label) {
+            assert(label != mapping->labels->rend());
+            count(*label);
+            labels += *label != Lumo::implicitNull ? 1 : 0;
+        }
+    } else {
+        for (std::size_t at = 1; at <= depth; ++at) {
+            count(arrived.labelAt(at));
+        }
+    }
+    return fecs - entropyLabels;
+}
+
 /// A switched label is its FEC's when this router forwards the FEC to the same next hop (RFC 8029
-/// section 4.4.1). Labels above the FEC stack have no FEC to validate.
+/// section 4.4.1). Labels above the FEC stack have no FEC to validate. The flag alone asks for it,
+/// with a mapping or without (section 3).
 EchoReturnCode checkTransit(const Arrived& arrived, std::size_t depth, const EchoLabel& label) {
     if (!arrived.request.validatesFecs || depth > arrived.request.fecs.size() ||
         arrived.hidesFecs() ||
@@ -165,13 +194,17 @@ EchoVerdict validateTransit(const Arrived& arrived, std::size_t depth, EchoLabel
                     [](const EchoDownstream& downstream) { return !downstream.isMpls; })) {
         return verdict(EchoReturnCode::noMplsForwarding, depth);
     }
-    EchoVerdict result = verdict(checkTransit(arrived, depth, label), depth);
+    const std::size_t fecDepth = fecDepthOf(arrived, depth);
+    EchoVerdict result = verdict(checkTransit(arrived, fecDepth, label), fecDepth);
     if (result.code == EchoReturnCode::switched) {
+        result = verdict(result.code, depth);
         if (mapping && mapping->isOfUnknownAddress()) {
             result = verdict(EchoReturnCode::unknownUpstream, 0);
         }
         result.downstreams = std::move(label.downstreams);
         addLabelsBeneath(result.downstreams, arrived, depth);
+        const std::size_t fecs = arrived.request.fecs.size();
+        result.endedFecs = fecs - std::min(fecs, fecDepth);
     }
     return result;
 }

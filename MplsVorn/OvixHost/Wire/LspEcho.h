@@ -102,8 +102,12 @@ struct LspEchoTlv {
         ipv6PrefixSid = 35,
         adjacencySid = 36,
     };
-    /// Sub-TLV of a downstream detailed mapping (RFC 8029 section 3.4.1).
-    static constexpr std::uint16_t downstreamLabelStack = 2;
+    /// Sub-TLVs of a downstream detailed mapping (RFC 8029 section 3.4.1).
+    enum MappingType : std::uint16_t {
+        multipathData = 1,
+        downstreamLabelStack = 2,
+        fecStackChange = 3,
+    };
 
     std::uint16_t type = 0;
     Bytes value;

@@ -179,6 +179,18 @@ TEST_F(EchoLookupTest, EachLabelHasTheFecOfItsDepth) {
     EXPECT_EQ(codesFor({{1, 0, 1}, {100}}, fecStack({ldp(8), nilFec})), "10/1");
 }
 
+TEST_F(EchoLookupTest, EntropyLabelsHaveNoFec) {
+    const std::vector<Entry> labels{{100, 0, 1}, {7}, {5000}, {55}};
+    EXPECT_EQ(codesFor(labels, fecStack({ldp(8), ldp(250)})), "8/4");
+    EXPECT_EQ(codesFor(labels, fecStack({ldp(250), ldp(8)})), "4/2");
+}
+
+TEST_F(EchoLookupTest, ImplicitNullsOfTheMappingHaveFecs) {
+    const Bytes mapping = mappingOf("10.0.2.1", "10.0.2.1", {{100, 3}});
+    EXPECT_EQ(codesFor({{100, 0, 1}}, join({fecStack({ldp(8), ldp(250)}), mapping})), "14/0");
+    EXPECT_EQ(codesFor({{100, 0, 1}}, join({fecStack({ldp(7), ldp(250)}), mapping})), "10/2");
+}
+
 TEST_F(EchoLookupTest, AValidFecHasDownstreams) {
     const Bytes mapping = mappingOf("10.0.2.1", "10.0.2.1");
     EXPECT_TRUE(lookup.isOwn(Lumo::IpGenAddr::fromText("10.0.3.1")));

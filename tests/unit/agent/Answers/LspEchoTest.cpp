@@ -65,6 +65,10 @@ Bytes severalLinks(const Bytes& receiver) {
     return tlv(36, join({{1, 1, 0, 0}, filled(8, 0), {10, 255, 0, 7}, receiver}));
 }
 
+Bytes ofNoProtocol(const Bytes& receiver) {
+    return tlv(36, join({{1, 0, 0, 0}, filled(12, 0), receiver}));
+}
+
 } // namespace
 
 TEST(LspEcho, ReportsWhereProcessingEnded) {
@@ -114,6 +118,8 @@ TEST(LspEcho, ReportsWhereProcessingEnded) {
         {"one of several links in IS-IS", {}, fecStack({adjacency("", "")}), "35/1"},
         {"one of several links", {}, fecStack({severalLinks({10, 255, 0, 9})}), "3/1"},
         {"one of another router's", {}, fecStack({severalLinks({10, 255, 0, 8})}), "35/1"},
+        {"one of several links, of no protocol", {}, fecStack({ofNoProtocol({0, 0, 0, 0})}), "3/1"},
+        {"the same of another router's", {}, fecStack({ofNoProtocol({10, 255, 0, 8})}), "35/1"},
         {"an adjacency, then a prefix",
          {},
          fecStack({adjacency("10.255.0.7", "10.255.0.1"), sid4(9)}),
@@ -226,6 +232,65 @@ TEST(LspEcho, TheMappingOfARequestMustAgreeWithWhereItCameIn) {
         EXPECT_EQ(codes(lspEchoReply(read(frame), 0, at, tables, own).packet), given.codes)
             << given.what;
     }
+}
+
+TEST(LspEcho, SaysWhichFecsEndHereToWhoeverTracesTheOthers) {
+    const Bytes ldpLabelled = tlv(1, {10, 8, 0, 0, 16});
+    const struct {
+        const char* what;
+        std::vector<Entry> labels;
+        Bytes fecs;
+        std::size_t ended;
+    } cases[]{
+        {"its own", {{100}}, fecStack({ldp4}), 0},
+        {"of a label popped here", {{200}, {100}}, fecStack({ldpLabelled, ldp4}), 1},
+        {"of a label popped before", {{100}}, fecStack({ldpLabelled, ldp4}), 1},
+        {"of three", {{100}}, fecStack({ldpLabelled, nilFec, ldp4}), 2},
+        {"one beneath", {{100}, {200}}, fecStack({ldp4, ldpLabelled}), 0},
+        {"without FECs of labels above", {{200}, {100}}, fecStack({ldp4}), 0},
+    };
+    FakeEchoTables tables;
+    tables.downstreams = {{Lumo::IpGenAddr::fromText("10.0.2.2"), 1500, {Lumo::MplsLabel(300)}}};
+    for (const auto& given : cases) {
+        const Bytes request = message({.tlvs = join({given.fecs, mappingOf("224.0.0.2", "")})});
+        const Bytes frame = labelled(given.labels, echo4(request));
+        const std::string reply = hex(lspEchoReply(read(frame), 0, at, tables, own).packet);
+        const std::string pop = "0003000402000000"; // of an unspecified peer, without the FEC
+        std::size_t pops = 0;
+        for (auto found = reply.find(pop); found != reply.npos;
+             found = reply.find(pop, found + 1)) {
+            ++pops;
+        }
+        EXPECT_EQ(pops, given.ended) << given.what;
+    }
+}
+
+TEST(LspEcho, MandatoryTlvsThatAreUnknownAreReturnedWhateverTheReplyMode) {
+    const Bytes replyPath = tlv(21, {0, 0, 0, 0});
+    const Bytes frame = labelled(
+        {{0}}, echo4(message({.replyMode = 5, .tlvs = join({fecStack({ldp4}), replyPath})})));
+    const Bytes reply = replyTo(frame);
+    EXPECT_EQ(codes(reply), "2/0");
+    EXPECT_NE(hex(reply).find("00090008" + hex(replyPath)), std::string::npos);
+    EXPECT_EQ(codes(replyTo(labelled({{0}}, echo4(message({.replyMode = 5}))))), "1/0");
+}
+
+TEST(LspEcho, MappingsOfUnknownMandatoryPartsAreNotUnderstood) {
+    const auto codesWith = [](std::uint16_t type) {
+        const Bytes mapping = tlv(20, join({{5, 220, 1, 0},
+                                            {10, 255, 0, 1},
+                                            {10, 255, 0, 1},
+                                            {0, 0},
+                                            u16(8),
+                                            tlv(type, u32(0))}));
+        const Bytes packet = echo4(message({.tlvs = join({fecStack({ldp4}), mapping})}));
+        return codes(replyTo(labelled({{200}}, packet)));
+    };
+    EXPECT_EQ(codesWith(1), "3/1"); // multipath data
+    EXPECT_EQ(codesWith(3), "3/1"); // a change of the FEC stack
+    EXPECT_EQ(codesWith(4), "2/0");
+    EXPECT_EQ(codesWith(0x7fff), "2/0");
+    EXPECT_EQ(codesWith(0x8000), "3/1");
 }
 
 TEST(LspEcho, RepliesOnlyToExpiredTtlOnRequest) {
