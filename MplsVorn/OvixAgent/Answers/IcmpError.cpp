@@ -133,8 +133,8 @@ std::vector<std::uint8_t> icmpUnreachable(const LabelledPacket& received, Unreac
         Wire::IcmpCode::netUnreachable, Wire::IcmpCode::hostUnreachable,
         Wire::IcmpCode::hostUnreachable, Wire::IcmpCode::prohibited};
     static constexpr std::array<std::uint8_t, 4> codes6{
-        Wire::Icmpv6Code::noRoute, Wire::Icmpv6Code::addressUnreachable, Wire::Icmpv6Code::noRoute,
-        Wire::Icmpv6Code::prohibited};
+        Wire::Icmpv6Code::noRoute, Wire::Icmpv6Code::addressUnreachable,
+        Wire::Icmpv6Code::rejectRoute, Wire::Icmpv6Code::prohibited};
     const bool isIpv4 = received.ip.type == PktHdrType::ipv4;
     IcmpError error;
     error.type = isIpv4 ? Wire::IcmpType::unreachable : Wire::Icmpv6Type::unreachable;

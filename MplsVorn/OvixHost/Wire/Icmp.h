@@ -43,6 +43,7 @@ namespace Icmpv6Code {
 inline constexpr std::uint8_t noRoute = 0;
 inline constexpr std::uint8_t prohibited = 1;
 inline constexpr std::uint8_t addressUnreachable = 3;
+inline constexpr std::uint8_t rejectRoute = 6;
 } // namespace Icmpv6Code
 
 /// The header of an ICMP or ICMPv6 error. In ICMPv4 the length of the quoted packet counts 4 bytes

@@ -220,7 +220,7 @@ TEST(IcmpUnreachable, SaysWhyAndQuotesThePacketWithItsLabels) {
     } cases[]{
         {Unreachable::noRoute, "0300", "0100"},
         {Unreachable::noNeighbour, "0301", "0103"},
-        {Unreachable::byRoute, "0301", "0100"},
+        {Unreachable::byRoute, "0301", "0106"},
         {Unreachable::prohibited, "030d", "0101"},
     };
     const Bytes four = join({eth(ethIpv4), ipv4({}, udp())});
