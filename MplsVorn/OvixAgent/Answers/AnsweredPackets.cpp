@@ -43,7 +43,8 @@ bool CpuAnswers::isOfTree(const LabelledPacket& packet) const {
 }
 
 /// Whether a label's TTL ends here: that of the top one, or of one beneath labels that end here
-/// too. Entropy labels and their indicators have none (RFC 6790 section 4.2).
+/// too. Entropy labels have none, and their indicators that of the tunnel's label (RFC 6790 section
+/// 4.2).
 bool CpuAnswers::isLabelExpired(const LabelledPacket& packet) const {
     bool isEntropy = false;
     for (const Lumo::MplsLabelEntry entry : labelEntries(packet.labels)) {

@@ -15,8 +15,8 @@ struct VrfSource {
     enum class Kind : std::uint8_t {
         port,      ///< it has no label, or none but explicit nulls and entropy labels
         lastLabel, ///< what the last label leads to
-        /// A label above such ones: they are popped wherever they are (RFC 3032 section 2.1, RFC
-        /// 6790 section 4.2), and mean what is above them.
+        /// A label above such ones: they are popped wherever they are (RFC 4182 section 2, RFC 6790
+        /// section 4.1), and mean what is above them.
         labelAbove
     };
 

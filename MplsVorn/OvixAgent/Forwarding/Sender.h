@@ -18,7 +18,7 @@ struct Outgoing;
 /// The sending half of the path: the next hop's rewrites, the egress, the MTU, the link header, the
 /// port, and the counter actions of what was sent. A packet whose neighbour is being resolved
 /// waits. An IPv4 packet that exceeds the egress MTU is fragmented unless it has DF set, also one
-/// whose labels were popped here (RFC 3032 section 3.2).
+/// whose labels were popped here (RFC 1812 section 4.2.2.7).
 class Sender {
   public:
     using Clock = std::chrono::steady_clock;

@@ -71,8 +71,8 @@ class Fib {
     std::optional<Shown> shownAt(std::uint32_t number) const noexcept;
     std::size_t size() const noexcept { return routes_.size() - free_.size(); }
 
-    /// The addresses of this router and the broadcast addresses of its subnets, which are never the
-    /// source of a packet that comes in (RFC 1812 section 5.3.7).
+    /// The addresses of this router, which as sources of what comes in only a forger uses, and the
+    /// broadcast addresses of its subnets, which no packet comes from (RFC 1812 section 5.3.7).
     const HostSet& ownHosts() const noexcept { return ownHosts_; }
     void ownHostIs(const Lumo::IpGenAddr& address) { ownHosts_.insert(address); }
 

@@ -23,7 +23,7 @@ struct ReceivedLink {
     /// Where the link header ends, and what its EtherType says to come then, sound or not.
     std::uint32_t size = 0;
     Ovix::PktHdrType announced = Ovix::PktHdrType::none;
-    bool isUpstreamAssigned = false; ///< the top label, by the EtherType (RFC 5332 section 3)
+    bool isUpstreamAssigned = false; ///< the top label, by the EtherType (RFC 5332 section 4)
     bool hasUnreadTag = false;       ///< another tag is to come then, or what is left of one
     VlanTags tags;
 };

@@ -11,7 +11,7 @@ namespace {
 
 using State = L2::Pseudowire::State;
 
-/// The pseudowire label is the bottom of the stack, below the tunnel's (RFC 4448 section 3); the
+/// The pseudowire label is the bottom of the stack, below the tunnel's (RFC 4447 section 3); the
 /// control word goes behind the stack once that is there.
 Ptr<Ovix::RoutingNexthop> remoteOf(const PseudowireConfig& config,
                                    const std::vector<PortConfig>& ports) {

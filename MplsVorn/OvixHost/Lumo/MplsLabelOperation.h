@@ -36,7 +36,7 @@ class UnboundedMplsLabelOperation {
     }
     std::span<const std::uint8_t> packed() const noexcept { return packed_; }
 
-    /// The traffic class to write; unset: RFC 5462, taken from what lies beneath.
+    /// The traffic class to write; unset: taken from what lies beneath (RFC 3270 section 2.6).
     std::optional<std::uint8_t> tc;
     /// That of the labels above a swapped one; unset: the swapped one's.
     std::optional<std::uint8_t> pushedTc;

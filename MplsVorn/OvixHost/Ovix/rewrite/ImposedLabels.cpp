@@ -4,8 +4,8 @@ namespace Ovix {
 
 namespace {
 
-/// The label that names a flow, never a special-purpose one (RFC 6790 section 4.2, RFC 6391
-/// section 1.3).
+/// The label that names a flow, never a special-purpose one (RFC 6790 section 3, RFC 6391 section
+/// 1.3).
 Lumo::MplsLabel labelOfFlow(std::uint32_t hash) {
     constexpr std::uint32_t firstOrdinary = 16;
     return Lumo::MplsLabel(firstOrdinary + hash % (Lumo::MplsLabel::max + 1 - firstOrdinary));

@@ -12,7 +12,8 @@ namespace Ovix {
 // decremented once (RFC 3443).
 
 /// Swap the top label: the last label of the operation replaces it, the others are pushed above.
-/// TC stays unless set (RFC 5462); the labels above have the same one unless theirs is set.
+/// TC stays unless set (RFC 3270 section 2.6); the labels above have the same one unless theirs is
+/// set.
 class MplsSwapRewriteInfo final : public RewriteInfo, public Tessel::Slabbed<MplsSwapRewriteInfo> {
   public:
     static constexpr Tessel::TypeName infoTypeName{"MplsSwap"};

@@ -72,7 +72,7 @@ extern template class Tessel::Slabbed<Ovix::OvixLfibViaSet>;
 namespace Ovix {
 
 /// The tail of a multicast LSP: its last via is the lookup, whose interface is that of the VRF.
-/// Where the LSP branches at its tail (a bud node, RFC 6388 section 1.3) the record's further
+/// Where the LSP branches at its tail (a bud node, RFC 6388 section 1.2) the record's further
 /// members come first: IP vias, read from the table that the record came from. The lookup's
 /// delivery to the CPU cannot be undone, so that no via is read after it.
 class OvixMulticastDecapViaSet final : public OvixMplsViaSet,

@@ -121,8 +121,9 @@ void MplsOvixPlugin::processViaSetStack(const Ptr<RoutingContext>& context,
         if (nexthops->size() > 1) {
             report(*context, severalNexthops, nexthops->size());
         }
-        // Entropy labels and their indicators carry no TTL to spend (RFC 6790 section 4.2), so
-        // they come before the test; an explicit null carries one and comes behind it.
+        // An entropy label has no TTL to spend, and its indicator only that of the tunnel's label
+        // (RFC 6790 section 4.2), where it is tested; so they come before the test. An explicit
+        // null has one of its own and comes behind it.
         if (entry.label() == Lumo::entropyLabelIndicator) {
             handleReservedLabel(context, nexthop, innerHeader, entry);
             entropyLabel.indicatorSeen();

@@ -50,7 +50,7 @@ TEST(WireIcmp, ErrorsDifferFromTheRest) {
     }
 }
 
-TEST(WireIcmpExtension, HeadsALabelStack) { // RFC 4950 section 2
+TEST(WireIcmpExtension, HeadsALabelStack) { // RFC 4950 section 5
     Bytes bytes = untouched(9);
     Wire::IcmpExtensionWriter(bytes).labelStackIs(12);
     EXPECT_EQ(bytes, (Bytes{0x20, 0, 0, 0, 0, 16, 1, 1, 0xa5}));
