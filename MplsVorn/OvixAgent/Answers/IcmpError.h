@@ -17,8 +17,8 @@ namespace OvixAgent {
 // answered on their link, and broadcast addresses of subnets.
 //
 // An error quotes as much of the packet as fits in 576 bytes, in IPv6 1280. With the label stack as
-// an extension object it quotes 128 bytes, padded with zeros (RFC 4884); a stack too deep for that
-// is left out.
+// an extension object it quotes 128 bytes, padded with zeros, since there are readers that look
+// for the object just behind those (RFC 4884 section 5); a stack too deep for that is left out.
 
 /// Time exceeded, with the label stack of the packet as it was received (RFC 4950). The caller
 /// knows that the TTL has expired.
