@@ -3,6 +3,7 @@
 import json
 import shutil
 import signal
+import struct
 import subprocess
 import unittest
 
@@ -127,6 +128,24 @@ class Drops(SharedTablesTest):
         self.assertRegex(text, rf"Z west label 101 \d+ bytes via east to 10.0.2.9 generation \d+ "
                                rf"dropped: {UNRESOLVED} \(the first\)\n  0200")
         self.assertRegex(text, r"\n# memory: \d+ of at most \d+ bytes\n$")
+
+    def test_of_a_flood_all_frames_are_counted_and_some_kept(self):
+        first = mpls([1000])
+        records = [struct.pack("<IIII", 7, 0, len(frame), len(frame)) + frame
+                   for frame in [first] + 9_999 * [mpls([77]), mpls([78])]]
+        self.agent.input.write(b"".join(records))
+        self.agent.sent += len(records)
+        self.agent.send_and_wait()
+        self.assertEqual(self.json()["dropped"]["reasons"], {UNKNOWN: 19_999})
+        self.assertEqual([entry["frames"] for entry in self.json("--by", "port")["drops-by-port"]], [19_999])
+        labels = {entry["label"]: entry["frames"] for entry in self.json("--by", "label")["drops-by-label"]}
+        self.assertEqual(labels[1000], 1)
+        for label in (77, 78):
+            self.assertAlmostEqual(labels[label], 9_999, delta=2_000)
+        frames = self.frames()
+        self.assertEqual((len(frames), frames[0]["label"], frames[0]["first"]), (65, 1000, True))
+        apart = [after["sequence"] - before["sequence"] for before, after in zip(frames[1:], frames[2:])]
+        self.assertTrue(all(128 <= each <= 255 for each in apart), apart)
 
     @unittest.skipUnless(shutil.which("tshark"), "needs tshark")
     def test_a_capture_says_beside_each_frame_why_it_was_dropped(self):

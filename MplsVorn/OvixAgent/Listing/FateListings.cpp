@@ -81,7 +81,7 @@ Listing recordedListing(const FrameRecorder& recorder, const PortTable& ports,
         const RecordedFrame* const frame = of.at(place);
         if (frame != nullptr && frame->sequence > after && frame->sequence <= newest) {
             const bool isFirst =
-                place == 0 || (place == 1 && of.frames() <= FrameRecorder::framesOfReason);
+                place == 0 || (place == 1 && of.kept() <= FrameRecorder::framesOfReason);
             entry = fateEntry(frameJson(of, *frame, isFirst, ports));
         }
         place = (place + 1) % Log::places;

@@ -23,6 +23,11 @@ bool isForNeighbour(std::string_view reason) noexcept {
            reason == Reason::neighbourLimit;
 }
 
+void copyHead(RecordedFrame& slot, Wire::Bytes bytes) noexcept {
+    slot.size = static_cast<std::uint8_t>(std::min(bytes.size(), RecordedFrame::mostBytes));
+    std::copy_n(bytes.begin(), slot.size, slot.head.begin());
+}
+
 } // namespace
 
 std::optional<std::uint32_t> topLabel(Wire::Bytes frame) noexcept {
@@ -41,21 +46,21 @@ std::uint64_t HashOfVia::operator()(const RecordedVia& via) const noexcept {
 }
 
 std::size_t FrameRecorder::Log::kept() const noexcept {
-    return std::min<std::uint64_t>(seen(), places);
+    return std::min<std::uint64_t>(placed(), places);
 }
 
 const RecordedFrame& FrameRecorder::Log::keptAt(std::size_t index) const noexcept {
     assert(index < kept());
-    return seen() <= framesOfReason ? last_[index]
-           : index == 0             ? first_
-                                    : last_[(seen() + index - 1) % framesOfReason];
+    return placed() <= framesOfReason ? last_[index]
+           : index == 0               ? first_
+                                      : last_[(placed() + index - 1) % framesOfReason];
 }
 
 const RecordedFrame* FrameRecorder::Log::at(std::size_t place) const noexcept {
     if (place == 0) {
-        return seen() > framesOfReason ? &first_ : nullptr;
+        return placed() > framesOfReason ? &first_ : nullptr;
     }
-    return place - 1 < seen() ? &last_[place - 1] : nullptr;
+    return place - 1 < placed() ? &last_[place - 1] : nullptr;
 }
 
 void FrameRecorder::Log::countPort() noexcept {
@@ -77,38 +82,60 @@ std::vector<std::uint64_t> FrameRecorder::Log::byPort() const {
     return all;
 }
 
-void FrameRecorder::Log::countLabelAt(std::size_t place, std::uint32_t times,
-                                      Labels& in) const noexcept {
-    if (const auto label = topLabel(last_[place].bytes())) {
-        in.add(*label, times, last_[place].time.seconds);
+void FrameRecorder::Log::countLabelAt(std::size_t place, Labels& in) const noexcept {
+    const RecordedFrame& frame = last_[place];
+    if (const auto label = topLabel(frame.bytes())) {
+        in.add(*label, frame.standsFor, frame.time.seconds);
     }
 }
 
-// In a second with many frames, one of them that is taken at random counts for all.
-void FrameRecorder::Log::wrap(std::uint64_t random) noexcept {
-    constexpr std::uint32_t allOfSecond = 1024;
+// A frame's label is counted when its place is to be used again.
+void FrameRecorder::Log::wrap() noexcept {
     if (wrapped_ == 0) {
         first_ = last_.front();
     }
-    if (last_.back().time.seconds != second_) {
-        second_ = last_.back().time.seconds;
-        inSecond_ = 0;
-    }
-    inSecond_ += framesOfReason;
-    if (inSecond_ > allOfSecond) {
-        countLabelAt(random % framesOfReason, framesOfReason, labels_);
-    }
-    for (std::size_t i = 0; inSecond_ <= allOfSecond && i < framesOfReason; ++i) {
-        countLabelAt(i, 1, labels_);
+    for (std::size_t i = 0; i < framesOfReason; ++i) {
+        countLabelAt(i, labels_);
     }
     wrapped_ += framesOfReason;
     next_ = last_.data();
 }
 
+/// How many frames have been passed over since the last one that was kept.
+std::uint32_t FrameRecorder::Log::endGap() noexcept {
+    const std::uint32_t passed = gap_ - left_;
+    passed_ += passed;
+    gap_ = left_ = 0;
+    return passed;
+}
+
+// Gaps are of different lengths, so that frames that come in turn are all met.
+void FrameRecorder::Log::countOfSecond(std::int64_t second) noexcept {
+    if (second != second_) {
+        second_ = second;
+        inSecond_ = 0;
+    }
+    if (++inSecond_ >= allOfSecond) {
+        constexpr std::uint32_t leastGap = 127;
+        random_ = random_ * 6364136223846793005 + 1442695040888963407;
+        gap_ = left_ = leastGap + static_cast<std::uint32_t>(random_ >> 57U);
+    }
+}
+
+RecordedFrame& FrameRecorder::Log::place(PortIndex port) {
+    if (next_ == last_.data() + framesOfReason) {
+        wrap();
+    }
+    if (port != port_) {
+        portIs(port);
+    }
+    return *next_++;
+}
+
 std::vector<FrameRecorder::Labels::Entry> FrameRecorder::Log::topLabels(std::int64_t second) const {
     Labels all = labels_;
     for (std::size_t i = 0; i < static_cast<std::size_t>(next_ - last_.data()); ++i) {
-        countLabelAt(i, 1, all);
+        countLabelAt(i, all);
     }
     return all.top(topKeys, second);
 }
@@ -136,26 +163,49 @@ FrameRecorder::Log& FrameRecorder::logOf(const Fate& fate, std::uint64_t hash) {
     return added;
 }
 
+RecordedFrame& FrameRecorder::begin(Log& log, const CaptureTime& time, PortIndex port) {
+    const std::uint32_t passed = log.endGap();
+    RecordedFrame& slot = log.place(port);
+    log.countOfSecond(time.seconds);
+    sequence_ += passed + 1;
+    slot.sequence = sequence_;
+    slot.generation = generation_;
+    slot.time = time;
+    slot.port = port;
+    slot.standsFor = static_cast<std::uint8_t>(passed + 1);
+    return slot;
+}
+
+void FrameRecorder::keep(Log& log, const WritableFrame& frame, PortIndex port) {
+    RecordedFrame& slot = begin(log, frame.time, port);
+    slot.viaPort = RecordedVia::noPort;
+    slot.viaNexthop = {};
+    slot.length = frame.originalLength;
+    copyHead(slot, {frame.bytes, frame.size});
+}
+
 void FrameRecorder::record(Log& log, const Frame& frame, const RecordedVia& via) {
     if (isPaused_) {
         return;
     }
-    RecordedFrame& slot = begin(log, frame.port);
     if (frame.isOwn) {
-        log.ownByPort_.resize(log.byPort_.size());
+        log.ownByPort_.resize(std::max(log.ownByPort_.size(), frame.port + std::size_t{1}));
         ++log.ownByPort_[frame.port];
     }
+    if (log.passesOver(frame.time.seconds, frame.port)) {
+        return;
+    }
+    RecordedFrame& slot = begin(log, frame.time, frame.port);
     slot.viaPort = via.port;
     slot.viaNexthop = via.nexthop;
-    slot.time = frame.time;
     slot.length = frame.originalLength;
-    copyHead(slot, frame.bytes.data(), frame.bytes.size());
+    copyHead(slot, frame.bytes);
     if (via.nexthop.family() != Lumo::IpFamily::none && isForNeighbour(log.reason)) {
-        unresolved_.add(via, 1, frame.time.seconds);
+        unresolved_.add(via, slot.standsFor, frame.time.seconds);
     }
 }
 
-/// Of `taken` frames the other's places have been copied.
+/// Of `taken` frames the other's places are copied.
 void FrameRecorder::Log::absorbCounts(const Log& other, std::uint64_t taken) {
     absorbed_ += other.frames() - taken;
     const std::vector<std::uint64_t> theirs = other.byPort();
@@ -169,7 +219,7 @@ void FrameRecorder::Log::absorbCounts(const Log& other, std::uint64_t taken) {
     Labels gone = other.labels_; // of frames that are not copied, without those that are
     const auto isCopied = [&gone](const RecordedFrame& frame) {
         if (const auto label = topLabel(frame.bytes())) {
-            gone.remove(*label);
+            gone.remove(*label, frame.standsFor);
         }
     };
     if (other.wrapped_ > 0) {
@@ -188,13 +238,13 @@ void FrameRecorder::Log::clear() noexcept {
     next_ = last_.data();
     wrapped_ = 0;
     absorbed_ = 0;
+    passed_ = 0;
+    gap_ = left_;
     port_ = 0;
     portFrom_ = 0;
     std::fill(byPort_.begin(), byPort_.end(), 0);
     ownByPort_.clear();
     labels_ = {};
-    inSecond_ = 0;
-    second_ = 0;
 }
 
 void FrameRecorder::absorb(FrameRecorder& other) {
@@ -204,12 +254,12 @@ void FrameRecorder::absorb(FrameRecorder& other) {
         }
         Log& log = logOf({theirs->kind, theirs->reason}, theirs->hash);
         log.absorbCounts(*theirs, theirs->kept());
+        sequence_ += theirs->frames() - theirs->kept();
         for (std::size_t i = 0; i < theirs->kept(); ++i) {
             const RecordedFrame& frame = theirs->keptAt(i);
-            RecordedFrame& slot = begin(log, frame.port);
-            const std::uint64_t sequence = slot.sequence;
+            RecordedFrame& slot = log.place(frame.port);
             slot = frame;
-            slot.sequence = sequence;
+            slot.sequence = ++sequence_;
         }
         theirs->clear();
     }

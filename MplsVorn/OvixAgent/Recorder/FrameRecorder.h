@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cstdint>
-#include <cstring>
 #include <memory>
 #include <optional>
 #include <string>
@@ -40,6 +39,7 @@ struct alignas(64) RecordedFrame {
     PortIndex viaPort;
     Lumo::IpGenAddr viaNexthop; ///< only with a port, or when it is of a family
     std::uint8_t size;
+    std::uint8_t standsFor; ///< itself, and those before it that were passed over
 
     Wire::Bytes bytes() const noexcept { return {head.data(), size}; }
     RecordedVia via() const noexcept { return {viaPort, viaNexthop}; }
@@ -59,10 +59,14 @@ struct HashOfVia {
 };
 
 /// The frames that went nowhere, by the reason for it: the first one, the last 64, how many of each
-/// port, and the labels met most. The memory of a reason is taken with its first frame.
+/// port, and the labels met most. The memory of a reason is taken with its first frame. In a second
+/// with many frames of a reason, only the first ones and then one in 190 or so are kept, so that a
+/// flood costs little; that one stands for those before it. All are counted.
 class FrameRecorder {
   public:
     static constexpr std::size_t framesOfReason = 64;
+    /// Of a reason, as many frames of each second are all kept.
+    static constexpr std::uint32_t allOfSecond = 1024;
     /// Further reasons share a log, and further ones with a value in them.
     static constexpr std::size_t mostReasons = 128;
     static constexpr std::size_t mostWithValues = 64;
@@ -80,6 +84,17 @@ class FrameRecorder {
         Log& operator=(const Log&) = delete;
 
         std::uint64_t frames() const noexcept { return seen() + absorbed_; }
+        /// Whether the next frame is not to be kept, which is then counted.
+        [[gnu::always_inline]] bool passesOver(std::int64_t second, PortIndex port) {
+            if (left_ == 0 || second != second_) {
+                return false;
+            }
+            if (port != port_) [[unlikely]] {
+                portIs(port);
+            }
+            --left_;
+            return true;
+        }
         /// Frames of each port; ports behind its end have none. Those that this router has made, as
         /// an answer to what came in there, are among them.
         std::vector<std::uint64_t> byPort() const;
@@ -105,20 +120,30 @@ class FrameRecorder {
       private:
         friend class FrameRecorder;
         /// Those that had a place here.
-        std::uint64_t seen() const noexcept {
+        std::uint64_t placed() const noexcept {
             return wrapped_ + static_cast<std::uint64_t>(next_ - last_.data());
         }
+        /// And those that were passed over.
+        std::uint64_t seen() const noexcept { return placed() + passed_ + (gap_ - left_); }
         void absorbCounts(const Log& other, std::uint64_t taken);
         void clear() noexcept;
-        void wrap(std::uint64_t random) noexcept;
+        RecordedFrame& place(PortIndex port);
+        std::uint32_t endGap() noexcept;
+        void countOfSecond(std::int64_t second) noexcept;
+        void wrap() noexcept;
         void countPort() noexcept;
-        void portIs(PortIndex port);
-        void countLabelAt(std::size_t place, std::uint32_t times, Labels& in) const noexcept;
+        [[gnu::noinline]] void portIs(PortIndex port);
+        void countLabelAt(std::size_t place, Labels& in) const noexcept;
 
         std::array<RecordedFrame, framesOfReason> last_;
         RecordedFrame* next_ = last_.data();
         std::uint64_t wrapped_ = 0;  ///< frames before the first place was used last
+        std::uint64_t passed_ = 0;   ///< over, before the last gap
         std::uint64_t absorbed_ = 0; ///< of another recorder, which had no place for them any more
+        std::int64_t second_ = 0;
+        std::uint32_t inSecond_ = 0; ///< frames that were kept
+        std::uint32_t gap_ = 0;      ///< frames to be passed over before the next one,
+        std::uint32_t left_ = 0;     ///< and how many of them have not come yet
         PortIndex port_ = 0;         ///< of the last frames: those from number `portFrom_` on
         std::uint64_t portFrom_ = 0;
         std::vector<std::uint64_t> byPort_ = {0};
@@ -126,8 +151,7 @@ class FrameRecorder {
         RecordedFrame first_; ///< once it is none of the last any more
         // Of frames whose places have been used again since.
         Labels labels_;
-        std::uint32_t inSecond_ = 0;
-        std::int64_t second_ = 0;
+        std::uint64_t random_ = 0x9e3779b97f4a7c15;
     };
 
     /// `hash` tells reasons apart.
@@ -135,15 +159,9 @@ class FrameRecorder {
 
     /// Records a frame as it came in; `port` is that which it was for.
     [[gnu::always_inline]] void record(Log& log, const WritableFrame& frame, PortIndex port) {
-        if (isPaused_) [[unlikely]] {
-            return;
+        if (!isPaused_ && !log.passesOver(frame.time.seconds, port)) {
+            keep(log, frame, port);
         }
-        RecordedFrame& slot = begin(log, port);
-        slot.viaPort = RecordedVia::noPort;
-        slot.viaNexthop = {};
-        std::memcpy(&slot.time, &frame.time, sizeof frame.time);
-        slot.length = frame.originalLength;
-        copyHead(slot, frame.bytes, frame.size); // last, since bytes may be anything's
     }
     /// The same of any frame.
     void record(Log& log, const Frame& frame, const RecordedVia& via);
@@ -169,44 +187,8 @@ class FrameRecorder {
     }
 
   private:
-    [[gnu::always_inline]] RecordedFrame& begin(Log& log, PortIndex port) {
-        if (log.next_ == log.last_.data() + framesOfReason) [[unlikely]] {
-            wrap(log);
-        }
-        if (port != log.port_) [[unlikely]] {
-            log.portIs(port);
-        }
-        RecordedFrame& slot = *log.next_++;
-        slot.sequence = ++sequence_;
-        slot.generation = generation_;
-        slot.port = port;
-        return slot;
-    }
-    [[gnu::noinline]] void wrap(Log& log) noexcept {
-        random_ = random_ * 6364136223846793005 + 1442695040888963407;
-        log.wrap(random_ >> 33U);
-    }
-    /// In two pieces of fixed size, which may overlap.
-    [[gnu::always_inline]] static void copyHead(RecordedFrame& slot, const std::uint8_t* from,
-                                                std::size_t size) noexcept {
-        constexpr std::size_t half = RecordedFrame::mostBytes / 2;
-        std::uint8_t* const to = slot.head.data();
-        if (size > half) [[likely]] {
-            size = std::min(size, RecordedFrame::mostBytes);
-            std::memcpy(to, from, half);
-            std::memcpy(to + size - half, from + size - half, half);
-        } else if (size >= half / 2) {
-            std::memcpy(to, from, half / 2);
-            std::memcpy(to + size - half / 2, from + size - half / 2, half / 2);
-        } else {
-            copyShort(to, from, size);
-        }
-        slot.size = static_cast<std::uint8_t>(size);
-    }
-    [[gnu::noinline]] static void copyShort(std::uint8_t* to, const std::uint8_t* from,
-                                            std::size_t size) noexcept {
-        std::memcpy(to, from, size);
-    }
+    RecordedFrame& begin(Log& log, const CaptureTime& time, PortIndex port);
+    [[gnu::noinline]] void keep(Log& log, const WritableFrame& frame, PortIndex port);
 
     std::vector<std::unique_ptr<Log>> logs_;
     std::vector<std::pair<std::uint64_t, Log*>> byHash_;
@@ -215,7 +197,6 @@ class FrameRecorder {
     Neighbours unresolved_;
     std::uint64_t sequence_ = 0;
     std::uint64_t generation_ = 0;
-    std::uint64_t random_ = 0x9e3779b97f4a7c15;
     bool isPaused_ = false;
 };
 

@@ -44,13 +44,13 @@ class HeavyHitters {
         count(*least, times);
     }
 
-    /// Takes back one of those of the key, if it is kept.
-    void remove(const Key& key) noexcept {
+    /// Takes back so many of those of the key, if it is kept.
+    void remove(const Key& key, std::uint32_t times) noexcept {
         for (Entry& entry : sets_[Hash()(key) % sets_.size()]) {
             if (entry.count > 0 && entry.key == key) {
-                --entry.count;
-                entry.current -= entry.current > 0 ? 1 : 0;
-                entry.weight -= entry.weight > 0 ? 1 : 0;
+                entry.count -= std::min<std::uint64_t>(entry.count, times);
+                entry.current -= std::min(entry.current, times);
+                entry.weight -= std::min(entry.weight, times);
             }
         }
     }

@@ -85,10 +85,10 @@ TEST_F(FrameRecorderTest, AFrameIsKeptAsItCameWithItsFirst128Bytes) {
 }
 
 TEST_F(FrameRecorderTest, OfAFloodsLabelsSomeAreCountedForAll) {
-    for (int i = 0; i < 1000; ++i) {
+    for (std::uint32_t i = 0; i < FrameRecorder::allOfSecond; ++i) {
         record(100);
     }
-    EXPECT_EQ(log.topLabels(5).front().count, 1000U) << "few are all counted";
+    EXPECT_EQ(log.topLabels(5).front().count, FrameRecorder::allOfSecond) << "few are all counted";
     for (int i = 0; i < 90'000; ++i) {
         record(i % 3 == 0 ? 200 : 300);
     }
@@ -96,6 +96,81 @@ TEST_F(FrameRecorderTest, OfAFloodsLabelsSomeAreCountedForAll) {
     EXPECT_EQ(top[0].key, 300U);
     EXPECT_NEAR(static_cast<double>(top[0].count), 60'000, 6'000);
     EXPECT_NEAR(static_cast<double>(top[1].count), 30'000, 6'000);
+}
+
+TEST_F(FrameRecorderTest, OfAFloodTheFirstFramesOfASecondAreKeptAndSomeOfTheRestAndAllAreCounted) {
+    const auto recordNow = [this](std::int64_t second, std::uint32_t frames) {
+        Bytes frame = join({eth(ethMpls), stack({{100}}), ipv4({}, udp())});
+        const auto size = static_cast<std::uint32_t>(frame.size());
+        for (std::uint32_t i = 0; i < frames; ++i) {
+            recorder.record(log, WritableFrame{frame.data(), size, size, 0, i % 3, {second, i}},
+                            i % 3);
+        }
+    };
+    recordNow(5, FrameRecorder::allOfSecond);
+    for (std::size_t i = 1; i < log.kept(); ++i) {
+        EXPECT_EQ(log.keptAt(i).sequence, FrameRecorder::allOfSecond - 64 + i);
+    }
+    recordNow(5, 60'000);
+    const std::uint64_t flood = FrameRecorder::allOfSecond + 60'000;
+    EXPECT_EQ(log.frames(), flood);
+    const auto byPort = log.byPort();
+    EXPECT_EQ(std::accumulate(byPort.begin(), byPort.end(), std::uint64_t{0}), flood);
+    EXPECT_EQ(byPort[0], 342U + 20'000U);
+    EXPECT_NEAR(static_cast<double>(log.topLabels(5).front().count), static_cast<double>(flood),
+                255);
+    for (std::size_t i = 2; i < log.kept(); ++i) {
+        const std::uint64_t apart = log.keptAt(i).sequence - log.keptAt(i - 1).sequence;
+        EXPECT_GE(apart, 128U);
+        EXPECT_LE(apart, 255U);
+        EXPECT_EQ(log.keptAt(i).standsFor, apart);
+    }
+    recordNow(6, 10);
+    for (std::size_t i = log.kept() - 9; i < log.kept(); ++i) {
+        EXPECT_EQ(log.keptAt(i).sequence, log.keptAt(i - 1).sequence + 1) << "one second later";
+    }
+    EXPECT_EQ(log.frames(), flood + 10);
+}
+
+TEST_F(FrameRecorderTest, FramesThatComeInTurnAreAllMetInAFlood) {
+    for (std::uint32_t i = 0; i < 400'000; ++i) {
+        record(100 + i % 64);
+    }
+    const auto top = log.topLabels(5);
+    ASSERT_EQ(top.size(), 64U);
+    for (const auto& label : top) {
+        EXPECT_NEAR(static_cast<double>(label.count), 400'000.0 / 64, 4'000) << label.key;
+    }
+}
+
+TEST_F(FrameRecorderTest, NeighboursOfAFloodAreCountedByThoseThatAreKept) {
+    FrameRecorder::Log& wanting = recorder.logOf(drop(Reason::noNeighbour), 2);
+    const Bytes frame = join({eth(ethMpls), stack({{100}}), ipv4({}, udp())});
+    const RecordedVia via{1, Lumo::IpGenAddr::fromText("10.0.2.9")};
+    for (int i = 0; i < 50'000; ++i) {
+        recorder.record(wanting, Frame{0, {5, 0}, frame, 60}, via);
+    }
+    EXPECT_EQ(wanting.frames(), 50'000U);
+    EXPECT_NEAR(static_cast<double>(recorder.unresolved().top(1, 5).front().count), 50'000, 255);
+}
+
+TEST_F(FrameRecorderTest, WhatWasPassedOverIsTakenOverAsCounted) {
+    FrameRecorder other;
+    FrameRecorder::Log& theirs = other.logOf(drop("no reason"), 1);
+    const Bytes frame = join({eth(ethMpls), stack({{7}}), ipv4({}, udp())});
+    std::uint64_t all = 0;
+    for (const std::uint64_t frames : {10'000U, 10U, 3'000U, 1U, 1U}) {
+        for (std::uint64_t i = 0; i < frames; ++i) {
+            other.record(theirs, Frame{4, {5, 6}, frame, 99}, {});
+        }
+        recorder.absorb(other);
+        all += frames;
+        EXPECT_EQ(log.frames(), all);
+        EXPECT_EQ(log.byPort().at(4), all);
+        EXPECT_EQ(recorder.sequence(), all);
+        EXPECT_EQ(theirs.frames(), 0U);
+    }
+    EXPECT_NEAR(static_cast<double>(log.topLabels(5).front().count), static_cast<double>(all), 300);
 }
 
 TEST_F(FrameRecorderTest, TheOutermostLabelIsFoundBehindTags) {
