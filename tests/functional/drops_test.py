@@ -10,7 +10,7 @@ import unittest
 import frames as f
 from agent import lfib, mpls, routes, via
 from live import LiveTest
-from running_agent import CTL, RunningAgent, SharedTablesTest
+from running_agent import CTL, RunningAgent, SharedTablesTest, damage
 
 CONFIG = """
 ports:
@@ -71,9 +71,13 @@ class Drops(SharedTablesTest):
         """The same reason is counted whatever of their way is missing."""
         self.ctl("lfib", "add", "adjacency", "9", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
         self.ctl("lfib", "add", "hardware", "300", "adjacency", "9", "unprogrammed")
-        self.agent.send_and_wait(mpls([77]), mpls([300]), mpls([78]))
+        self.ctl("lfib", "add", "adjacency", "8", "as", "703710", "via", "inet", "10.0.2.2", "dev", "east")
+        self.ctl("lfib", "add", "hardware", "301", "adjacency", "8")
+        damage(self.memory, 703710)
+        self.agent.send_and_wait(mpls([77]), mpls([300]), mpls([78]), mpls([301]))
         self.ctl("lfib", "add", "78", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
         states = {entry["label"]: entry["now"] for entry in self.json("--by", "label")["drops-by-label"]}
+        self.assertRegex(states.pop(301), r"no adjacency 8|adjacency at unit \d+ is invalid$")
         self.assertEqual(states, {77: "no table has it", 300: "not programmed", 78: None})
         self.assertRegex(self.shown("--by", "label"), r" 300 +1 .* not programmed\n")
 

@@ -8,9 +8,10 @@ import subprocess
 import unittest
 
 import frames as f
+import shared_memory
 from explain_test import changed
 from live import DEADLINE, LiveTest, ip
-from running_agent import CTL, ask
+from running_agent import CTL, ask, damage
 
 
 class ExplainLiveTest(LiveTest):
@@ -110,13 +111,19 @@ pseudowires:
   - {name: acme, port: circuit, label: 500, control-word: true, interface: east, nexthop: 10.0.2.2}
 """)
         to_east = ("as", "200", "via", "inet", "10.0.2.2", "dev", "east")
-        for words in (("100", *to_east), ("adjacency", "7", *to_east), ("hardware", "300", "adjacency", "7", "unprogrammed"),
+        for words in (("adjacency", "8", "as", "703710", *to_east[2:]), ("hardware", "301", "adjacency", "8"),
+                      ("302", "as", "703711", *to_east[2:]), ("100", *to_east), ("adjacency", "7", *to_east), ("hardware", "300", "adjacency", "7", "unprogrammed"),
                       ("decap", "400", "vrf", "red"), ("pseudowire", "600", "dev", "circuit", "payload", "ethernet")):
             self.ctl("lfib", "add", *words)
         self.until(lambda: {port["state"] for port in ask(self.path, "ports")["ports"]} == {"up"})
-        self.until(lambda: ask(self.path, "status")["tables"]["generation"] >= 6)
+        # An adjacency that is forwarded by cannot be removed, nor named before it is there: one is missing when it is damaged.
+        for label in (703710, 703711):
+            damage(shared_memory.path(self.tables), label)
+        self.until(lambda: ask(self.path, "status")["tables"]["generation"] >= 9)
         for frame, reason, command in (
                 ("label 300", "No labels resolved to via sets, and nexthop not resolved", "lfib replace hardware 300 adjacency 7"),
+                ("label 301", "No labels resolved to via sets, and nexthop not resolved", "lfib add adjacency 8 as 301 via "),
+                ("label 302", "No labels resolved to via sets, and nexthop not resolved", "lfib replace $("),
                 ("label 400, ip 10.1.1.1 > 10.8.0.1", "No route", '{vrf: red, prefix: "10.8.0.1/32", via: {interface: ce, '),
                 ("label 600, ethernet 22:00:00:00:00:0a, ip 10.1.1.1 > 10.2.2.2",
                  "Pseudowire control word missing: the first nibble is neither 0 nor 1", "control-word: false")):

@@ -129,6 +129,11 @@ std::vector<Remedy> tableRemedies(const Situation& situation, const GivenFrame& 
     if (asked->found == "unprogrammed") {
         return {programmed(situation, frame, *asked)};
     }
+    if (asked->found == "no adjacency") {
+        if (auto again = routeWrittenAgain(situation, frame, *asked)) {
+            return {std::move(*again)};
+        }
+    }
     std::vector<Remedy> all;
     for (const NeighbourConfig& neighbour : likelyNeighbours(situation, frame.port)) {
         auto remedy = asked->found == "no adjacency"

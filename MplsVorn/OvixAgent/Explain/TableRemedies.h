@@ -20,6 +20,11 @@ std::optional<Asked> lastAsked(const Walk& walk);
 std::vector<Remedy> tableRemedies(const Situation& situation, const GivenFrame& frame,
                                   const Walk& walk);
 
+/// The same for an adjacency that is made from the label's route and missing, as when its record is
+/// damaged; unset for others.
+std::optional<Remedy> routeWrittenAgain(const Situation& situation, const GivenFrame& frame,
+                                        const Asked& asked);
+
 /// The same for a via whose own MTU is less than `length`.
 std::vector<Remedy> withoutViaMtu(const Situation& situation, const GivenFrame& frame,
                                   const Walk& walk, std::uint32_t length);

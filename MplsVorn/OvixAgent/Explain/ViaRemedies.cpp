@@ -133,6 +133,26 @@ Tessel::Result<void> liftAdjacencyMtus(Mpls::TablePublisher& tables, std::uint32
 
 } // namespace
 
+std::optional<Remedy> routeWrittenAgain(const Situation& situation, const GivenFrame& frame,
+                                        const Asked& asked) {
+    if (!situation.tables || !isDerived(situation, asked.label)) {
+        return std::nullopt;
+    }
+    Remedy remedy{{},
+                  "the label's adjacency is made from its route, which is written again",
+                  situation,
+                  frame};
+    remedy.situation.changes.emplace_back(
+        [label = asked.label](Mpls::TablePublisher& tables) -> Tessel::Result<void> {
+            constexpr auto table = Mpls::TableId::transitLfib;
+            const Mpls::PublishedTables now(tables.tables().working());
+            const auto route = Mpls::readLabelRoute(*now.lfib(table), table, label);
+            return route ? tables.labelRoutes().routeIs(route.value()) : route.refused();
+        });
+    remedy.command = replacing(situation, fmt::format("transit {}", asked.label.value()), "p");
+    return remedy;
+}
+
 std::vector<Remedy> ontoPort(const Situation& situation, const GivenFrame& frame,
                              const Walk& walk) {
     std::optional<Asked> asked = lastAsked(walk);

@@ -38,7 +38,7 @@ Explanation explained(const Situation& situation, const std::string& frame) {
 
 } // namespace
 
-/// No writer of ours leaves such a route behind, but a platform's may.
+/// No writer of ours leaves such a route behind, but a damaged adjacency does, and a platform may.
 TEST(NearestChanges, AMissingAdjacencyIsAdded) {
     Situation situation = situationOf();
     situation.changes.emplace_back([](Mpls::TablePublisher& tables) -> Tessel::Result<void> {
