@@ -175,8 +175,8 @@ def write_pcap(path: str | pathlib.Path, frames: Iterable[Recorded], nano: bool 
 
 
 def write_pcapng(path: str | pathlib.Path, frames: Iterable[Recorded], digits: int = 9,
-                 linktype: int = 1, order: str = "<") -> None:
-    """Time stamps have `digits` decimal places."""
+                 linktype: int = 1, order: str = "<", interface: str = "") -> None:
+    """Time stamps have `digits` decimal places; the frames came in at `interface`, if that is known."""
     def block(kind: int, body: bytes) -> bytes:
         body += b"\0" * (-len(body) % 4)
         size = len(body) + 12
@@ -184,8 +184,9 @@ def write_pcapng(path: str | pathlib.Path, frames: Iterable[Recorded], digits: i
 
     with open(path, "wb") as out:
         out.write(block(0x0A0D0D0A, struct.pack(order + "IHHq", 0x1A2B3C4D, 1, 0, -1)))
+        name = struct.pack(order + f"HH{-(-len(interface) // 4) * 4}s", 2, len(interface), interface.encode())
         resolution = struct.pack(order + "HHB3xHH", 9, 1, digits, 0, 0)
-        out.write(block(1, struct.pack(order + "HHI", linktype, 0, 262144) + resolution))
+        out.write(block(1, struct.pack(order + "HHI", linktype, 0, 262144) + (name if interface else b"") + resolution))
         for time, data, original in _recorded(frames):
             ticks = time // 10**(9 - digits)
             out.write(block(6, struct.pack(order + "IIIII", 0, ticks >> 32, ticks & 0xFFFFFFFF,

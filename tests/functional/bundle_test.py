@@ -168,9 +168,19 @@ class BundleTest(SharedTablesTest):
     def test_a_bundle_that_cannot_be_made_says_why(self):
         running = self.start(COMMENTED)
         for arguments, said in ((["/nonexistent/x"], "/nonexistent/x: cannot be written: No such file"),
-                                ([str(self.bundle), "--frames", str(self.capture)], "--frames needs --port")):
+                                ([str(self.bundle), "--frames", str(self.capture)],
+                                 f"--frames needs --port: {self.capture} names no port that frame 1 came in at")):
             self.assertIn(said, self.ctl("bundle", "--control", str(running.path), *arguments, code=2))
         running.stop()
+
+    def test_the_frames_of_a_capture_come_in_where_it_says(self):
+        running = self.start(COMMENTED)
+        self.ctl("lfib", "replace", "100", "as", "200", "via", "inet", "10.0.2.2", "dev", "east")
+        f.write_pcapng(self.capture, [mpls([100]), mpls([999])], interface="west")
+        self.ctl("bundle", str(self.bundle), "--control", str(running.path), "--frames", str(self.capture))
+        running.stop()
+        frames = self.parts()[0]["frames"]
+        self.assertEqual([(frame["port"], frame["fate"]) for frame in frames], [("west", "forwarded"), ("west", "dropped")])
 
 
 if __name__ == "__main__":

@@ -164,6 +164,10 @@ class Drops(SharedTablesTest):
         self.assertIn(f"dropped: {UNKNOWN} (port west label 77", lines[0][2])
         self.assertIn(f"dropped: {UNRESOLVED} (port west label 101 via east to 10.0.2.9",
                       lines[1][2])
+        told = subprocess.run([CTL, "--tables", self.tables, "explain", f"{path}:2", "--control", str(self.agent.path)],
+                              capture_output=True, text=True, check=False, timeout=30)
+        self.assertEqual(told.returncode, 1, told.stderr)
+        self.assertRegex(told.stdout, rf"^frame: \d+ bytes at west\n(.*\n)*verdict: dropped: {UNRESOLVED}\n")
         self.assertIn("/nonexistent/x", self.shown("--pcapng", "/nonexistent/x", code=1))
 
     def test_frames_are_followed_as_they_come(self):

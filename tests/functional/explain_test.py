@@ -21,7 +21,7 @@ pseudowires:
 
 
 def run_explain(config, frame, *flags: str, code: int = 0, at: str = "west") -> str:
-    command = [AGENT, "explain", str(config), "--port", at, frame, *flags]
+    command = [AGENT, "explain", str(config), *(["--port", at] if at else []), frame, *flags]
     command += ["--plugin", PLUGIN] if PLUGIN else []
     done = subprocess.run(command, capture_output=True, text=True, check=False, timeout=60)
     assert done.returncode == code, f"{done.returncode}: {done.stdout}{done.stderr}"
@@ -83,6 +83,26 @@ class ExplainTest(AgentTest):
                  "ip 10.1.0.1 > 10.9.0.1 udp 1024 > 9 size 46")
         for text in (f"{capture}:2", words):
             self.assertEqual(self.explain(SWAP, text)["frame"]["bytes"], frame.hex())
+
+    def test_a_frame_of_a_capture_comes_in_where_the_capture_says(self):
+        capture, config = self.path / "some.pcapng", self.path / "explained.yaml"
+        config.write_text(PORTS + SWAP)
+        frame = mpls([100])
+        for order in "<>":
+            f.write_pcapng(capture, [b"\0" * 60, frame], order=order, interface="west")
+            told = self.explain(SWAP, f"{capture}:2", at="")
+            self.assertEqual((told["frame"]["port"], told["frame"]["bytes"]), ("west", frame.hex()))
+        for text, said in ((f"{capture}:3", "has 2 frames, and no number 3"), ("label 100", "--port is needed: only a frame of a "),
+                           (frame.hex(), "--port is needed"), (f"{self.path}/none.pcapng:1", "cannot be opened")):
+            self.assertIn(said, run_explain(config, text, code=2, at=""))
+        f.write_pcapng(capture, [frame], interface="wets")
+        self.assertIn(f'--port is needed: frame 1 of {capture} came in at "wets", and there is no port "wets"; did you mean "west"?',
+                      run_explain(config, f"{capture}:1", code=2, at=""))
+        self.assertEqual(self.explain(SWAP, f"{capture}:1")["verdict"]["fate"], "forwarded")
+        for nameless in (f.write_pcapng, f.write_pcap):
+            nameless(capture, [frame])
+            self.assertIn(f"--port is needed: {capture} does not say where frame 1 came in",
+                          run_explain(config, f"{capture}:1", code=2, at=""))
 
     def test_what_the_words_leave_out_is_said_to_be_made_up(self):
         packet = "is an IPv4 packet from 192.0.2.1 to 192.0.2.2, UDP port 9"
@@ -421,7 +441,7 @@ class RunningTest(SharedTablesTest):
         self.assertIn("is the agent running?", self.ctl("explain", "--control", "/nonexistent", "--port", "west", "00",
                                                         code=2))
         running = self.start()
-        self.assertIn("--port is required", self.ctl("explain", "--control", str(running.path), "00", code=2))
+        self.assertIn("--port is needed", self.ctl("explain", "--control", str(running.path), "00", code=2))
         self.assertIn("FRAME, character 3: half a byte", self.ctl("explain", "--control", str(running.path), "--port", "west", "000",
                                                      code=2))
 

@@ -2,6 +2,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "Capture/CaptureInterfaces.h"
 #include "Capture/CaptureMerge.h"
 #include "Capture/CaptureWriter.h"
 #include "Input.h"
@@ -57,6 +58,13 @@ std::vector<ReadFrame> readAll(CaptureMerge& merge) {
     return all;
 }
 
+void readNames(const MemoryFile& file) {
+    CaptureInterfaces interfaces(file.path());
+    while (const auto name = interfaces.next()) {
+        Fuzz::check(name->size() <= 65535 && name->find('\0') == std::string::npos, "a name");
+    }
+}
+
 /// What is written is read again.
 void checkWritten(const std::vector<ReadFrame>& frames, const MemoryFile& file) {
     CaptureWriter writer(file.path(), TimePrecision::nanoseconds);
@@ -82,6 +90,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::size_t first = part == 0 ? size : size * part / 256;
     files[0].contentIs(input.bytes(first));
     files[1].contentIs(input.rest());
+    readNames(files[0]);
     try {
         std::vector<CaptureReader> readers;
         readers.emplace_back(0, files[0].path());

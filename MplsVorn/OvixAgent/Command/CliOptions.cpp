@@ -189,9 +189,11 @@ CLI::App* addExplain(CLI::App& app, ExplainOptions& options) {
     explain->footer(explainFooter);
     explain->add_option("CONFIG", options.config, "The configuration, a YAML file")->required();
     explain->add_option("FRAME", options.frame, "The frame")->required();
-    explain->add_option("--port", options.port, "The port that it comes in at")
-        ->type_name("PORT")
-        ->required();
+    explain
+        ->add_option("--port", options.port,
+                     "The port that it comes in at (by default the interface of the capture that "
+                     "CAPTURE:NUMBER is in, if it names that)")
+        ->type_name("PORT");
     addTables(explain, options.tables, "Take the label tables from shared memory");
     explain->add_flag("--any-mac", options.anyMac,
                       "Forward frames that are addressed to other stations, too");

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 #include <fstream>
 
+#include "Capture/CaptureInterfaces.h"
 #include "Command/Run.h"
 #include "Config/ConfigText.h"
 #include "Explain/Explanation.h"
@@ -19,17 +20,48 @@ namespace OvixAgent {
 
 namespace {
 
-Tessel::Result<PortIndex> portOf(const Situation& situation, const std::string& name) {
-    const PortIndex port = portNamed(situation.config, name);
-    if (port != noPort) {
-        return port;
-    }
+/// "no port "eth7"", with the name that may be meant.
+std::string noPortText(const Situation& situation, const std::string& name) {
     std::vector<std::string_view> known;
     for (const PortConfig& each : situation.config.ports) {
         known.emplace_back(each.name);
     }
-    return Tessel::Refused{
-        fmt::format("--port: there is no port {}{}", inQuotes(name), suggestion(name, known))};
+    return fmt::format("no port {}{}", inQuotes(name), suggestion(name, known));
+}
+
+/// Where a frame of a capture came in, if the capture says it.
+Tessel::Result<PortIndex> portOfCapture(const Situation& situation, const std::string& frame) {
+    constexpr std::string_view needed = "--port is needed";
+    const std::optional<FrameOfCapture> from = frameOfCapture(frame);
+    if (!from) {
+        return Tessel::Refused{
+            fmt::format("{}: only a frame of a pcapng capture may say where it came in", needed)};
+    }
+    if (const auto given = readFrame(frame, 0, {}); !given) {
+        return given.refused();
+    }
+    const std::string name = captureInterfaceOf(from->path, from->number);
+    if (name.empty()) {
+        return Tessel::Refused{fmt::format("{}: {} does not say where frame {} came in", needed,
+                                           from->path, from->number)};
+    }
+    const PortIndex port = portNamed(situation.config, name);
+    if (port == noPort) {
+        return Tessel::Refused{fmt::format("{}: frame {} of {} came in at {}, and there is {}",
+                                           needed, from->number, from->path, inQuotes(name),
+                                           noPortText(situation, name))};
+    }
+    return port;
+}
+
+Tessel::Result<PortIndex> portOf(const Situation& situation, const std::string& name,
+                                 const std::string& frame) {
+    if (name.empty()) {
+        return portOfCapture(situation, frame);
+    }
+    const PortIndex port = portNamed(situation.config, name);
+    return port != noPort ? Tessel::Result<PortIndex>(port)
+                          : Tessel::Refused{"--port: there is " + noPortText(situation, name)};
 }
 
 Tessel::Result<void> writePage(const std::string& path, const Explanation& explanation) {
@@ -93,7 +125,7 @@ Tessel::Result<int> explainByFile(const ExplainOptions& options) {
 
 Tessel::Result<int> explainFrame(const Situation& situation, const std::string& port,
                                  const std::string& frame, const PrintOptions& printing) {
-    const Tessel::Result<PortIndex> index = portOf(situation, port);
+    const Tessel::Result<PortIndex> index = portOf(situation, port, frame);
     if (!index) {
         return index.refused();
     }

@@ -16,7 +16,8 @@ struct PrintOptions {
 };
 
 /// Explains what becomes of a frame, which FrameWords.h describes, by a situation, and prints it.
-/// Returns the exit code. Refuses a frame, and what the tables refuse of the situation.
+/// Without a port the frame is of a capture that names it. Returns the exit code. Refuses a frame,
+/// and what the tables refuse of the situation.
 Tessel::Result<int> explainFrame(const Situation& situation, const std::string& port,
                                  const std::string& frame, const PrintOptions& printing);
 

@@ -99,23 +99,25 @@ std::size_t captureEnd(std::string_view text) noexcept {
     return text.size();
 }
 
-Tessel::Result<GivenFrame> readCapture(std::string_view text, std::size_t colon, PortIndex port) {
-    std::uint64_t number = 0;
-    std::from_chars(text.data() + colon + 1, text.data() + text.size(), number);
-    if (number == 0) {
+bool isHex(std::string_view text) noexcept {
+    return text.starts_with("0x") || isHexText(text);
+}
+
+Tessel::Result<GivenFrame> readCapture(const FrameOfCapture& from, PortIndex port) {
+    if (from.number == 0) {
         return Tessel::Refused{"FRAME: the frames of a capture have numbers from 1"};
     }
     try {
-        CaptureReader capture(port, std::string(text.substr(0, colon)));
+        CaptureReader capture(port, from.path);
         const Frame* frame = nullptr;
         std::uint64_t read = 0;
-        while (read < number && (frame = capture.next()) != nullptr) {
+        while (read < from.number && (frame = capture.next()) != nullptr) {
             ++read;
         }
         if (frame == nullptr) {
             return Tessel::Refused{fmt::format(
-                "FRAME: {} has {} frames, and no number {}{}", text.substr(0, colon), read,
-                text.substr(colon + 1), capture.problem().empty() ? "" : "; " + capture.problem())};
+                "FRAME: {} has {} frames, and no number {}{}", from.path, read, from.number,
+                capture.problem().empty() ? "" : "; " + capture.problem())};
         }
         return GivenFrame{{frame->bytes.begin(), frame->bytes.end()},
                           frame->originalLength,
@@ -129,17 +131,26 @@ Tessel::Result<GivenFrame> readCapture(std::string_view text, std::size_t colon,
 
 } // namespace
 
+std::optional<FrameOfCapture> frameOfCapture(std::string_view text) {
+    const std::size_t colon = numberColon(text);
+    if (colon == std::string_view::npos || isHex(text) || beginsWithHeader(text)) {
+        return std::nullopt;
+    }
+    FrameOfCapture from{std::string(text.substr(0, colon))};
+    std::from_chars(text.data() + colon + 1, text.data() + text.size(), from.number);
+    return from;
+}
+
 Tessel::Result<GivenFrame> readFrame(std::string_view text, PortIndex port,
                                      const FrameDefaults& defaults) {
     if (text.find_first_not_of(' ') == std::string_view::npos) {
         return refusedAt("character", 0, "is empty");
     }
-    if (text.starts_with("0x") || isHexText(text)) {
+    if (isHex(text)) {
         return readHex(text.substr(text.starts_with("0x") ? 2 : 0), port);
     }
-    const std::size_t colon = numberColon(text);
-    if (colon != std::string_view::npos && !beginsWithHeader(text)) {
-        return readCapture(text, colon, port);
+    if (const auto from = frameOfCapture(text)) {
+        return readCapture(*from, port);
     }
     if (const std::size_t end = captureEnd(text); end < text.size()) {
         return Tessel::Refused{fmt::format("FRAME: {} is no number of a frame of {}",

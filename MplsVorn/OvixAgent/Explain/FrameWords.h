@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -30,6 +32,13 @@ struct FrameDefaults {
 /// Refused naming the place in it: a character or a word, from 1.
 Tessel::Result<GivenFrame> readFrame(std::string_view text, PortIndex port,
                                      const FrameDefaults& defaults);
+
+/// Where the text is CAPTURE:NUMBER.
+struct FrameOfCapture {
+    std::string path;
+    std::uint64_t number = 0; ///< 0 when it is none
+};
+std::optional<FrameOfCapture> frameOfCapture(std::string_view text);
 
 /// As hexadecimal digits.
 std::string hexText(std::span<const std::uint8_t> bytes);

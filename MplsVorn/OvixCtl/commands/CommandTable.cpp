@@ -77,16 +77,18 @@ constexpr Option quietOptions[]{{"--quiet", nullptr,
                                  "Print nothing unless something is wrong, for health checks",
                                  nullptr, &Request::quiet}};
 constexpr Option explainOptions[]{
-    {"--port", "PORT", "The port that the frame comes in at: required", "@interfaces@",
-     &Request::port},
+    {"--port", "PORT",
+     "The port that the frame comes in at; of CAPTURE:NUMBER, by default the capture's interface",
+     "@interfaces@", &Request::port},
     {"--html", "FILE", "Write a page that shows the walk, too", "@files@", &Request::html},
 };
 
 constexpr Option bundleOptions[]{
     {"--frames", "CAPTURE", "Frames to put into it, beside those that the agent has recorded",
      "@files@", &Request::frames},
-    {"--port", "PORT", "The port that the frames of the capture come in at", "@interfaces@",
-     &Request::port},
+    {"--port", "PORT",
+     "The port that the frames of the capture come in at; by default the capture's interfaces",
+     "@interfaces@", &Request::port},
     {"--anonymise", nullptr, "Replace IP addresses, the same ones alike, and keep their prefixes",
      nullptr, &Request::anonymise},
 };

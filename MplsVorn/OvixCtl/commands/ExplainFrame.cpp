@@ -6,9 +6,6 @@
 namespace OvixCtl {
 
 Tessel::Result<int> explainFrameOfAgent(const Request& request) {
-    if (request.port.empty()) {
-        return usageError(request, {"--port is required"});
-    }
     Tessel::Result<OvixAgent::Situation> situation = situationOf(request);
     if (!situation) {
         return situation.refused();

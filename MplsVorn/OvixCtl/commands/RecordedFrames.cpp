@@ -7,24 +7,15 @@
 #include <string_view>
 #include <system_error>
 
+#include "Capture/Pcapng.h"
 #include "Ovix/trace/NamedCounters.h"
 
 namespace OvixCtl {
 
 namespace {
 
-// Blocks and options of draft-ietf-opsawg-pcapng, in this machine's byte order.
-namespace BlockType {
-constexpr std::uint32_t section = 0x0a0d0d0a;
-constexpr std::uint32_t interface = 1;
-constexpr std::uint32_t packet = 6;
-} // namespace BlockType
-namespace OptionCode {
-constexpr std::uint16_t end = 0;
-constexpr std::uint16_t comment = 1;
-constexpr std::uint16_t interfaceName = 2;
-constexpr std::uint16_t timeResolution = 9;
-} // namespace OptionCode
+namespace BlockType = OvixAgent::Pcapng::BlockType;
+namespace OptionCode = OvixAgent::Pcapng::OptionCode;
 
 template <typename Number>
 void put(std::vector<std::uint8_t>& to, Number number) {
@@ -102,10 +93,9 @@ RecordedCapture::RecordedCapture(const std::string& path)
     if (file_ == nullptr) {
         fail();
     }
-    constexpr std::uint32_t byteOrder = 0x1a2b3c4d;
     constexpr std::int64_t unknownLength = -1;
     Bytes body;
-    put(body, byteOrder);
+    put(body, OvixAgent::Pcapng::byteOrder);
     put(body, std::uint16_t{1}); // version 1.0
     put(body, std::uint16_t{0});
     put(body, unknownLength);

@@ -2,6 +2,7 @@
 
 #include "Bundle/Anonymise.h"
 #include "Bundle/Bundle.h"
+#include "Capture/CaptureInterfaces.h"
 #include "Capture/CaptureReader.h"
 #include "Command/Run.h"
 #include "Explain/FrameWords.h"
@@ -39,19 +40,26 @@ Tessel::Result<void> takeCapture(const Request& request, Bundle& bundle) {
     if (request.frames.empty()) {
         return {};
     }
-    if (request.port.empty()) {
-        return Tessel::Refused{"--frames needs --port: the port that they come in at"};
-    }
-    const auto port = portNamed(bundle.situation.config, request.port);
-    if (port == OvixAgent::noPort) {
+    const bool isPortGiven = !request.port.empty();
+    auto port = portNamed(bundle.situation.config, request.port);
+    if (isPortGiven && port == OvixAgent::noPort) {
         return Tessel::Refused{fmt::format("--port: there is no port \"{}\"", request.port)};
     }
     OvixAgent::CaptureReader capture(port, request.frames);
+    OvixAgent::CaptureInterfaces interfaces(request.frames);
     std::size_t taken = 0;
     while (const OvixAgent::Frame* const frame = capture.next()) {
         if (++taken > mostFrames) {
             return Tessel::Refused{
                 fmt::format("{}: has more than {} frames", request.frames, mostFrames)};
+        }
+        if (!isPortGiven) {
+            port = portNamed(bundle.situation.config, interfaces.next().value_or(""));
+        }
+        if (port == OvixAgent::noPort) {
+            return Tessel::Refused{
+                fmt::format("--frames needs --port: {} names no port that frame {} came in at",
+                            request.frames, taken)};
         }
         bundle.frames.push_back({{{frame->bytes.begin(), frame->bytes.end()},
                                   frame->originalLength,
