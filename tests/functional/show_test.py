@@ -47,6 +47,7 @@ class Show(SharedTablesTest):
 
     def test_the_status_and_what_has_become_of_frames(self):
         self.agent.send_and_wait(mpls([100]), mpls([101]), mpls([100]))
+        reason = "No labels resolved to via sets, and nexthop not resolved"
         status = self.json("status")
         self.assertLess(abs(time.time() - status["tables"].pop("committedAt") / 1e9), 60)
         self.assertEqual(status["tables"].pop("entries")["hardware"], 1)
@@ -55,10 +56,10 @@ class Show(SharedTablesTest):
             "tables": {"name": self.tables, "generation": 2, "corruptions": 0, "problem": None},
             "frames": {"in": 3, "replicas": 0, "forwarded": 2, "punted": 0, "dropped": 1,
                        "handedOn": 0, "queued": 0, "answers": 0},
+            "reasons": {"punted": {}, "dropped": {reason: 1}, "handedOn": {}},
             "neighbours": {"known": 2, "wanted": 0}, "balanced": True, "missed": 0})
         self.assertRegex(self.shown("status"), rf'tables +"{self.tables}", generation 2\n'
-                                               r"in +3\n(.*\n)*dropped +1\nhanded on +0\n")
-        reason = "No labels resolved to via sets, and nexthop not resolved"
+                                               rf"in +3\n(.*\n)*dropped +1\n  {reason}: 1\nhanded on +0\n")
         drops = self.json("drops", "show")
         self.assertEqual(drops["dropped"], {"frames": 1, "reasons": {reason: 1}})
         self.assertEqual((drops["in"], drops["forwarded"], drops["balanced"]), (3, 2, True))

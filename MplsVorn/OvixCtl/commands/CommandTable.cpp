@@ -280,8 +280,10 @@ while their neighbour is resolved.
 JSON: {"version", "run", "tables": {"name", "generation", "committedAt", "corruptions", "problem",
                                    "entries": {TABLE: ENTRIES}},
        "frames": {"in", "replicas", "forwarded", "punted", "dropped", "handedOn", "queued",
-                  "answers"}, "neighbours": {"known", "wanted"}, "balanced", "missed"}, where missed
-       has the frames that came while a port's ring was full, and are not in "in"
+                  "answers"}, "neighbours": {"known", "wanted"}, "balanced",
+       "reasons": {"punted": REASONS, "dropped": REASONS, "handedOn": REASONS}, "missed"}, where
+       REASONS is {REASON: FRAMES}, and missed has the frames that came while a port's ring was
+       full, and are not in "in"
 With --quiet also fails when the frames do not add up, or something is wrong with the tables.)",
      "",
      quietOptions},

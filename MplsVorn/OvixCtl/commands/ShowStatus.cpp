@@ -1,5 +1,6 @@
 #include <fmt/format.h>
 
+#include "Ovix/trace/NamedCounters.h"
 #include "commands/AgentAnswer.h"
 
 namespace OvixCtl {
@@ -24,6 +25,10 @@ std::string statusText(const Json& status) {
                     "run", cellOf(status.at("run")), "tables", tablesText(status.at("tables")));
     for (const auto& [name, count] : frames.items()) {
         text += fmt::format("{:<12}{}\n", name == "handedOn" ? "handed on" : name, cellOf(count));
+        const Json ofFate = status.at("reasons").value(name, Json::object());
+        for (const auto& [reason, of] : ofFate.items()) {
+            text += fmt::format("  {}: {}\n", Ovix::readableEvent({}, reason).reason, cellOf(of));
+        }
     }
     if (const Json& missed = status.at("missed"); missed != 0) {
         text += fmt::format("{:<12}{}, which came while rings were full: see port show\n", "missed",
@@ -41,6 +46,22 @@ std::uint64_t missedFrames(const Request& request) {
         missed += ring.is_null() ? 0 : ring.at("drops").get<std::uint64_t>();
     }
     return missed;
+}
+
+/// Counts and their reasons of one moment, so that they add up. Of an agent that does not say them
+/// the counts stay, without reasons.
+void takeReasons(const Request& request, Json& status) {
+    status["reasons"] = Json::object();
+    const Tessel::Result<Json> fates = answerOf(request, "fates");
+    for (auto& [name, count] : status["frames"].items()) {
+        const Json now = fates ? fates.value().value(name, Json()) : Json();
+        if (now.is_object()) {
+            count = now.value("frames", Json());
+            status["reasons"][name] = now.value("reasons", Json::object());
+        } else if (now.is_number()) {
+            count = now;
+        }
+    }
 }
 
 /// What a health check asks for: that the agent answers, and finds nothing wrong.
@@ -65,6 +86,7 @@ Tessel::Result<int> showStatus(const Request& request) {
     if (request.quiet) {
         return healthOf(status.value());
     }
+    takeReasons(request, status.value());
     status.value()["missed"] = missedFrames(request);
     fmt::print("{}", request.json ? status.value().dump() + "\n" : statusText(status.value()));
     return ExitCode::success;

@@ -196,8 +196,8 @@ TEST(CliOptions, ReadsEveryOptionOfExplain) {
     EXPECT_EQ(options.plugin, "p.so");
 }
 
-TEST(CliOptions, ExplainNeedsAPortAndAFrame) {
-    EXPECT_EQ(exitOf({"explain", "c.yaml", "label 100"}).code, ExitCode::usage);
+TEST(CliOptions, ExplainNeedsAFrameWhichMayNameItsPort) {
+    EXPECT_TRUE(std::holds_alternative<ExplainOptions>(parse({"explain", "c.yaml", "a.pcapng:1"})));
     EXPECT_EQ(exitOf({"explain", "c.yaml", "--port", "west"}).code, ExitCode::usage);
 }
 
