@@ -172,12 +172,16 @@ def try_all(debian: Debian, packages: list[pathlib.Path], work: pathlib.Path) ->
     while not healthy(debian) and time.monotonic() < end and agent.poll() is None:
         time.sleep(0.1)
     check("ovixctl status --quiet succeeds while the agent runs", healthy(debian))
+    options = debian.root / "etc/default/ovix-agent"
+    options.write_text(options.read_text() + "OPTIONS=--carrier\n")
+    changed = options.read_text()
     traffic = start_traffic()
     time.sleep(1)
     for package in packages:
         newer(package, work)
     install(debian, [work / package.name for package in packages])
     check("the newer version is installed", "+next" in debian.run("dpkg-query", "-W", "ovix-agent"))
+    check("what an operator has changed in /etc/default is kept", options.read_text() == changed)
     traffic.terminate()
     sent, got = map(int, traffic.communicate(timeout=150)[0].split())
     check(f"the upgrade has cost no frame: {got} of {sent}", got == sent)
@@ -190,7 +194,7 @@ def try_all(debian: Debian, packages: list[pathlib.Path], work: pathlib.Path) ->
           not debian.has("usr/bin/ovix-agent") and debian.has("etc/default/ovix-agent"))
     debian.run("dpkg", "--purge", *names)  # apt does not know those of which nothing is left
     check("purged: what the packages brought is gone, and what an operator wrote is not",
-          not debian.has("etc/default/ovix-agent") and debian.has("etc/ovix/ovix.yaml"))
+          debian.run("find", "/etc", "/usr", "/run", "/dev/shm", "-name", "*ovix*").split() == ["/etc/ovix", "/etc/ovix/ovix.yaml"])
 
 
 def clean_up(work: pathlib.Path) -> None:

@@ -113,14 +113,20 @@ class Services(unittest.TestCase):
         os.kill(first, signal.SIGSTOP)
         until("another agent", lambda: main_pid(AGENT) not in (0, first))
 
-    def test_8_stopped_it_prints_the_balance_and_removed_it_leaves_what_was_written(self):
-        run("systemctl", "stop", AGENT, "ovix-fpm")
+    def test_8_stopped_it_prints_the_balance(self):
+        run("systemctl", "stop", AGENT)
         self.assertEqual(shown(AGENT, "Result"), "success")
         self.assertRegex(run("journalctl", "-u", AGENT, "--no-pager").stdout, r"in +\d+ +\d+")
+
+    def test_9_removed_while_it_runs_it_ends_and_purged_it_leaves_what_was_written(self):
+        run("systemctl", "start", AGENT)
         packages = ("ovix-agent", "ovix-fpm", "ovixctl", "ovix-common")
-        run("apt-get", "purge", "-y", "-qq", *packages)
-        self.assertEqual(run("sh", "-c", "ls /usr/bin/ovix* /usr/lib/systemd/system/ovix*", check=False).stdout, "")
-        self.assertTrue(pathlib.Path("/etc/ovix/ovix.yaml").exists())
+        run("apt-get", "remove", "-y", "-qq", *packages)
+        self.assertEqual(run("pgrep", "-u", "ovix", check=False).stdout, "")
+        self.assertTrue(pathlib.Path("/etc/default/ovix-agent").exists())
+        run("dpkg", "--purge", *packages)
+        left = shell("ls -d /run/*ovix* /dev/shm/*ovix*; find /etc /usr /lib/systemd /var/lib/systemd -name '*ovix*'; true").split()
+        self.assertEqual(left, ["/etc/ovix", "/etc/ovix/ovix.yaml"])
 
 
 if __name__ == "__main__":
