@@ -94,7 +94,7 @@ void LiveTrace::follow(const Frame& frame, std::uint64_t number,
 
 void LiveTrace::begin(const Frame& frame, std::uint64_t number) {
     head_ = fmt::format("frame {} {}", number, ports_->ports()[frame.port].name);
-    table_ = noTable;
+    table_ = std::string(noTable);
     steps_.clear();
     waits_ = false;
 }
