@@ -4,6 +4,27 @@
 
 namespace OvixAgent {
 
+namespace {
+
+/// The label stack without entropy labels and their indicators, which lead nowhere (RFC 6790
+/// section 4.2).
+std::vector<Lumo::MplsLabelEntry> forwardingEntries(const LabelledPacket& packet) {
+    std::vector<Lumo::MplsLabelEntry> entries = labelEntries(packet.labels);
+    auto end = entries.begin();
+    bool isEntropy = false;
+    for (const Lumo::MplsLabelEntry entry : entries) {
+        if (isEntropy || entry.label() == Lumo::entropyLabelIndicator) {
+            isEntropy = !isEntropy;
+        } else {
+            *end++ = entry;
+        }
+    }
+    entries.erase(end, entries.end());
+    return entries;
+}
+
+} // namespace
+
 // What tables and ports say about a packet that may be answered.
 
 /// The longest IP packet that leaves whole for the source of one: by its route, or along the LSP.
@@ -46,13 +67,8 @@ bool CpuAnswers::isOfTree(const LabelledPacket& packet) const {
 /// too. Entropy labels have none, and their indicators that of the tunnel's label (RFC 6790 section
 /// 4.2).
 bool CpuAnswers::isLabelExpired(const LabelledPacket& packet) const {
-    bool isEntropy = false;
-    for (const Lumo::MplsLabelEntry entry : labelEntries(packet.labels)) {
+    for (const Lumo::MplsLabelEntry entry : forwardingEntries(packet)) {
         const Lumo::MplsLabel label = entry.label();
-        if (isEntropy || label == Lumo::entropyLabelIndicator) {
-            isEntropy = !isEntropy;
-            continue;
-        }
         const bool endsHere =
             label.isExplicitNull() || lookup_.label(label).use == EchoLabel::Use::popped;
         if (entry.ttl() <= 1 || !endsHere) {
@@ -66,13 +82,8 @@ bool CpuAnswers::isLabelExpired(const LabelledPacket& packet) const {
 /// whether the VRF that its labels lead to has a route to the source.
 bool CpuAnswers::leadsToSource(const OvixAgent::Frame& frame, const LabelledPacket& packet) const {
     const Fib* fib = &forwarding_->vrfs->fibOfPort(frame.port);
-    bool isEntropy = false;
-    for (const Lumo::MplsLabelEntry entry : labelEntries(packet.labels)) {
+    for (const Lumo::MplsLabelEntry entry : forwardingEntries(packet)) {
         const Lumo::MplsLabel label = entry.label();
-        if (isEntropy || label == Lumo::entropyLabelIndicator) {
-            isEntropy = !isEntropy;
-            continue;
-        }
         if (label == Lumo::routerAlert || label.isExplicitNull()) {
             continue;
         }
