@@ -7,7 +7,8 @@ import unittest
 
 import frames as f
 import make_pseudowire
-from agent import CE_EAST, EAST, IP4, WEST, AgentTest, complaints, lfib, mpls
+from agent import CE_EAST, EAST, IP4, WEST, AgentTest, lfib, mpls
+from dissector import complaints
 
 CONTROL_WORD = bytes(4)
 HOST_A, HOST_B = make_pseudowire.HOST_A, make_pseudowire.HOST_B
@@ -180,7 +181,7 @@ class BothEnds(AgentTest):
                 far = self.send(provider_edge(501, 500, control_word, (100,), CE_EAST, EAST), "core",
                                 self.through_the_core(near.frames("core"), (100,)))
                 for file in far.files:
-                    self.assertEqual(complaints(file), "")
+                    self.assertEqual(complaints(file), [])
 
     def test_the_core_port_tags_for_itself(self):
         config = provider_edge(500, 501, True).replace("name: core", "name: core, tagging: 7")

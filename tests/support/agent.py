@@ -9,6 +9,7 @@ import tempfile
 import unittest
 
 import frames as f
+from dissector import complaints
 
 AGENT = os.environ.get("OVIX_AGENT", "build/release/bin/ovix-agent")
 PLUGIN = os.environ.get("OVIX_PLUGIN", "")
@@ -234,16 +235,7 @@ class AgentTest(unittest.TestCase):
         """tshark finds neither malformed packets nor expert errors in what came out."""
         for path in result.files:
             if result.captures[path.stem]:
-                self.assertEqual(complaints(path, checksums), "", path.name)
-
-
-def complaints(path: pathlib.Path, checksums: bool = True) -> str:
-    """What tshark calls malformed or an expert error, one line per frame."""
-    command = ["tshark", "-r", str(path)]
-    for protocol in ("ip", "udp", "tcp"):
-        command += ["-o", f"{protocol}.check_checksum:{str(checksums).upper()}"]
-    command += ["-Y", "_ws.malformed || _ws.expert.severity == error"]
-    return subprocess.run(command, capture_output=True, text=True, check=True).stdout
+                self.assertEqual(complaints(path, checksums), [], path.name)
 
 
 def dissected(path: pathlib.Path, *fields: str, preferences=()) -> list[list[str]]:
