@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <array>
 
 #include "FrameMaker.h"
 #include "Input.h"
@@ -13,6 +14,9 @@ namespace Layout = Tessel::TableLayout;
 
 constexpr std::uint8_t firstDamage = 0x40;
 
+/// Of one to three frames, so that most of an input's time goes to what it damages.
+constexpr std::size_t bursts = 64;
+
 /// A router and the memory of its tables, which is written to behind its back.
 class Damaged {
   public:
@@ -21,8 +25,10 @@ class Damaged {
             step.change(router_);
         }
         constexpr std::uint64_t from = 1'600'000'000'000'000'000;
-        for (std::uint64_t i = 0; i < OvixAgent::burstFrames; ++i) {
-            frames_.push_back(makeFrame(random_, start_.network, from + i));
+        for (std::size_t i = 0; i < bursts; ++i) {
+            for (std::uint64_t frame = 0; frame <= i % 3; ++frame) {
+                bursts_[i].push_back(makeFrame(random_, start_.network, from + i + frame));
+            }
         }
     }
 
@@ -32,8 +38,7 @@ class Damaged {
         makeLabelChange(random_, start_.network).change(router_);
         router_.commit();
         const std::size_t used = router_.publisher().tables().usedBytes() / Layout::unitBytes;
-        const std::vector<std::uint64_t> whole(
-            memory().begin(), memory().begin() + static_cast<std::ptrdiff_t>(used));
+        whole_.assign(memory().begin(), memory().begin() + static_cast<std::ptrdiff_t>(used));
         while (!input.isEmpty()) {
             const std::uint8_t what = input.byte();
             if (what < firstDamage) {
@@ -43,7 +48,8 @@ class Damaged {
             }
         }
         receive(0);
-        std::copy(whole.begin(), whole.end(), memory().begin());
+        Fuzz::check(router_.summary().isBalanced(), "the frames do not add up");
+        std::copy(whole_.begin(), whole_.end(), memory().begin());
     }
 
   private:
@@ -57,7 +63,9 @@ class Damaged {
     Random random_{1};
     Start start_;
     mutable Router router_;
-    std::vector<ScriptFrame> frames_;
+    std::array<std::vector<ScriptFrame>, bursts> bursts_;
+    std::size_t next_ = 0;
+    std::vector<std::uint64_t> whole_;
 };
 
 /// One word: in the header, in what was written last, or anywhere.
@@ -90,10 +98,10 @@ void Damaged::damage(Fuzz::Input& input, std::uint8_t what, std::size_t used) {
 void Damaged::receive(std::uint8_t how) {
     router_.fastPathIs((how & 1U) != 0);
     router_.traceIs(false);
-    router_.receive(frames_);
+    router_.receive(bursts_[next_]);
+    next_ = (next_ + 1) % bursts;
     router_.settleWaiting(true);
     router_.take(false);
-    Fuzz::check(router_.summary().isBalanced(), "the frames do not add up");
 }
 
 } // namespace
