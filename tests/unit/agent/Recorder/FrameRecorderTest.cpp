@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <numeric>
+#include <unordered_map>
 
 #include "FrameBytes.h"
 #include "HeapCount.h"
@@ -19,7 +20,10 @@ class FrameRecorderTest : public ::testing::Test {
     FrameRecorder::Log& log = recorder.logOf(drop("no reason"), 1);
 
     void record(std::uint32_t label) {
-        const Bytes frame = join({eth(ethMpls), stack({{label}}), ipv4({}, udp())});
+        Bytes& frame = frames_[label];
+        if (frame.empty()) {
+            frame = join({eth(ethMpls), stack({{label}}), ipv4({}, udp())});
+        }
         const auto length = static_cast<std::uint32_t>(frame.size());
         recorder.record(log, Frame{2, {5, label}, frame, length}, {});
     }
@@ -31,6 +35,9 @@ class FrameRecorderTest : public ::testing::Test {
         return labels;
     }
     const RecordedFrame& newest() const { return log.keptAt(log.kept() - 1); }
+
+  private:
+    std::unordered_map<std::uint32_t, Bytes> frames_; // floods are built once
 };
 
 std::vector<std::uint32_t> numbersFrom(std::uint32_t first, std::size_t count) {
