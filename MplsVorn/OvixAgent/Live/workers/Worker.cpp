@@ -9,6 +9,11 @@
 
 namespace OvixAgent {
 
+// No two threads write one cache line.
+constexpr std::size_t cacheLine = 64;
+static_assert(alignof(Worker) == cacheLine && alignof(ForwardingGate::Place) == cacheLine &&
+              alignof(OwnPorts::Own) == cacheLine);
+
 namespace {
 
 /// The most frames of one port before the others are served.
