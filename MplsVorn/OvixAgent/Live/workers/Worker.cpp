@@ -10,9 +10,8 @@
 namespace OvixAgent {
 
 // No two threads write one cache line.
-constexpr std::size_t cacheLine = 64;
-static_assert(alignof(Worker) == cacheLine && alignof(ForwardingGate::Place) == cacheLine &&
-              alignof(OwnPorts::Own) == cacheLine);
+static_assert(alignof(Worker) == 64 && alignof(ForwardingGate::Place) == 64 &&
+              alignof(OwnPorts::Own) == 64);
 
 namespace {
 
