@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include "FrameMaker.h"
 #include "Input.h"
@@ -39,12 +40,14 @@ class Damaged {
         router_.commit();
         const std::size_t used = router_.publisher().tables().usedBytes() / Layout::unitBytes;
         whole_.assign(memory().begin(), memory().begin() + static_cast<std::ptrdiff_t>(used));
+        bool isNew = true; // else frames would meet what others have met
         while (!input.isEmpty()) {
             const std::uint8_t what = input.byte();
-            if (what < firstDamage) {
-                receive(what);
-            } else {
+            if (what >= firstDamage) {
                 damage(input, what, used);
+                isNew = true;
+            } else if (std::exchange(isNew, false)) {
+                receive(what);
             }
         }
         receive(0);
