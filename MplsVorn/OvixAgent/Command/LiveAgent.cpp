@@ -46,7 +46,8 @@ class LiveAgent {
         ports_.intakesAre(tables_.pseudowires, tables_.ports);
         ports_.requireUsable();
         if (config_.workers > 0) {
-            workers_.emplace(fastPath_, tables_, forwarder_.accounts(), ports_, config_.cpus);
+            workers_.emplace(fastPath_, tables_, forwarder_.accounts(), ports_, links_,
+                             config_.cpus);
         }
         control_ = serveControl(
             {&options, state_.get(), &forwarder_, &tables_, &history_, &trace_,

@@ -53,7 +53,10 @@ void LiveRun::run(const std::function<void(const std::string&)>& report) {
     do {
         wait();
         const auto now = LinkSync::Clock::now();
-        parts_.links->checkCarriers(now);     // before frames that have waited
+        if (parts_.links->checkCarriers(now) && // before frames that have waited
+            parts_.workers != nullptr) {
+            parts_.workers->call(); // who wait for that
+        }
         parts_.forwarder->settleWaiting(now); // before later frames to the same neighbours
         if (takeFrames() == 0 && parts_.ports->arePolled() && parts_.workers == nullptr) {
             std::this_thread::sleep_for(cardRest);

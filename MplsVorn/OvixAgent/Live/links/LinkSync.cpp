@@ -1,5 +1,6 @@
 #include "Live/links/LinkSync.h"
 
+#include <algorithm>
 #include <cassert>
 #include <system_error>
 
@@ -190,19 +191,50 @@ void LinkSync::neighbourDel(const NeighbourState& neighbour) {
     }
 }
 
-void LinkSync::checkCarriers(Clock::time_point now) {
-    if (now - checkedAt_ < std::chrono::milliseconds(1)) {
-        return;
+const LinkState* LinkSync::fallen(const OfPort& port) const {
+    const bool mayFall = port.isLinkUp && port.parent == noPort; // others fall with theirs
+    const LinkState* const link = mayFall ? monitor_.link(port.link) : nullptr;
+    return link != nullptr && flags_.isDown(link->name) ? link : nullptr;
+}
+
+std::chrono::microseconds LinkSync::lookEvery() const noexcept {
+    constexpr std::chrono::microseconds least{100};
+    constexpr std::chrono::microseconds ofPort{25};
+    return std::max(least, ofPort * static_cast<int>(ofPort_.size()));
+}
+
+bool LinkSync::checkCarriers(Clock::time_point now) {
+    const bool wasNoticed = isNoticed_.exchange(false);
+    if (!wasNoticed && now - checkedAt_ < lookEvery()) {
+        return false;
     }
     checkedAt_ = now;
+    bool isAny = wasNoticed;
     for (const OfPort& port : ofPort_) {
-        const bool mayFall = port.isLinkUp && port.parent == noPort; // others fall with theirs
-        const LinkState* const link = mayFall ? monitor_.link(port.link) : nullptr;
-        if (link != nullptr && flags_.isDown(link->name)) {
+        if (const LinkState* const link = fallen(port)) {
             const ForwardingGate::Closed closed(forwarding_->gate);
             monitor_.carrierDel(link->index);
+            isAny = true;
         }
     }
+    return isAny;
+}
+
+std::function<bool()> LinkSync::watch() {
+    return [this, lookedAt = Clock::time_point()]() mutable {
+        const auto now = Clock::now();
+        if (now - lookedAt < lookEvery()) {
+            return false;
+        }
+        lookedAt = now;
+        const bool isAny = std::any_of(ofPort_.begin(), ofPort_.end(), [this](const OfPort& port) {
+            return fallen(port) != nullptr;
+        });
+        if (isAny) {
+            isNoticed_ = true;
+        }
+        return isAny;
+    };
 }
 
 void LinkSync::solicit() {

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -34,10 +36,16 @@ class LinkSync {
     /// Whether the kernel has reported everything once.
     bool isComplete() const noexcept { return monitor_.isComplete(); }
 
-    /// Looks for links that have gone down, at most once a millisecond. The kernel reports one only
-    /// after it has waited for everybody who may still be sending there, which takes tens of
-    /// milliseconds on a busy machine; its flags say so before.
-    void checkCarriers(Clock::time_point now);
+    /// Looks for links that have gone down, once in `lookEvery()` at most. The kernel reports one
+    /// only after it has waited for everybody who may still be sending there, which takes tens of
+    /// milliseconds on a busy machine; its flags say so before. Returns whether one has, or another
+    /// thread has noticed one.
+    bool checkCarriers(Clock::time_point now);
+    /// For another thread that forwards, inside the gate: looks as often, and says whether a link
+    /// has gone down that is taken to be up, for the next `checkCarriers` to take it over.
+    std::function<bool()> watch();
+    /// A look takes a fraction of a microsecond for each port.
+    std::chrono::microseconds lookEvery() const noexcept;
 
     /// Solicits the neighbours that frames need.
     void solicit();
@@ -71,6 +79,8 @@ class LinkSync {
     void neighbourDel(const NeighbourState& neighbour);
     std::optional<PortIndex> portOf(std::uint32_t link) const;
     void upIs(PortIndex port, bool up);
+    /// The link of a port that is taken to be up, and is not; null when there is none.
+    const LinkState* fallen(const OfPort& port) const;
 
     ForwardingTables* forwarding_;
     Ptr<Interface::EthIntfStatusDir> interfaces_;
@@ -79,6 +89,7 @@ class LinkSync {
     LinkMonitor monitor_;
     InterfaceFlags flags_;
     Clock::time_point checkedAt_;
+    std::atomic<bool> isNoticed_{false}; ///< by another thread
 };
 
 } // namespace OvixAgent

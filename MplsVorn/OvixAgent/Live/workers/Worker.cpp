@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <sys/eventfd.h>
 #include <unistd.h>
+#include <utility>
 
 #include "Posix/SystemError.h"
 
@@ -20,9 +21,9 @@ constexpr std::size_t framesPerTurn = 256;
 
 } // namespace
 
-Worker::Worker(DecidedTables& decided, int wake)
-    : decided_(&decided), wake_(wake), place_(&decided.tables->gate.addPlace()),
-      own_(decided.tables->ports),
+Worker::Worker(DecidedTables& decided, int wake, std::function<bool()> hasLinkFallen)
+    : decided_(&decided), wake_(wake), hasLinkFallen_(std::move(hasLinkFallen)),
+      place_(&decided.tables->gate.addPlace()), own_(decided.tables->ports),
       labels_(Tessel::make<Counter::OvixLfibCounterCollection>("worker")),
       road_(decided, nullptr, accounts_, &own_),
       visitor_([this](std::span<WritableFrame> burst) { forward(burst); }),
@@ -52,6 +53,11 @@ void Worker::open() {
 bool Worker::turn() {
     bool hasMore = false;
     place_->enter();
+    if (hasLinkFallen_ && hasLinkFallen_()) {
+        place_->leave();
+        awaitCall();
+        place_->enter();
+    }
     if (servesAll_) {
         reopenClosed();
     }
@@ -149,12 +155,9 @@ void Worker::leave(const WritableFrame& frame) {
     FrameRing& lane =
         isUrgent({frame.bytes, frame.size}) ? lanes_.urgent : *lanes_.ofPorts[frame.port];
     switch (lane.push(frame)) {
-    case FrameRing::Push::first: {
-        constexpr std::uint64_t one = 1;
-        // It fails only when it is readable anyway.
-        [[maybe_unused]] const ssize_t written = write(wake_, &one, sizeof one);
+    case FrameRing::Push::first:
+        wakeOthers();
         break;
-    }
     case FrameRing::Push::another:
         break;
     case FrameRing::Push::refused:
@@ -166,6 +169,20 @@ void Worker::leave(const WritableFrame& frame) {
         accounts_.recorder().record(*full_.frames, frame, frame.port);
         break;
     }
+}
+
+void Worker::wakeOthers() const noexcept {
+    constexpr std::uint64_t one = 1;
+    // It fails only when it is readable anyway.
+    [[maybe_unused]] const ssize_t written = write(wake_, &one, sizeof one);
+}
+
+/// Frames that come meanwhile are kept by their ports: they would be lost where the link is down.
+void Worker::awaitCall() const {
+    constexpr int longestMs = 50; // the packet thread may be held up
+    wakeOthers();
+    pollfd called{called_.value(), POLLIN, 0};
+    poll(&called, 1, longestMs);
 }
 
 } // namespace OvixAgent

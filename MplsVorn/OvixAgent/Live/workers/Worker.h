@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <poll.h>
 #include <span>
@@ -36,8 +37,10 @@ class alignas(64) Worker { // so that no two write one cache line
         std::vector<std::unique_ptr<FrameRing>> ofPorts;
     };
 
-    /// `decided` must outlive it; `wake` becomes readable when a frame is left.
-    Worker(DecidedTables& decided, int wake);
+    /// `decided` must outlive it; `wake` becomes readable when a frame is left, or
+    /// `hasLinkFallen`, which is asked in each turn, has returned true: its frames then wait until
+    /// the worker is called.
+    Worker(DecidedTables& decided, int wake, std::function<bool()> hasLinkFallen = {});
 
     /// Its queue of the port of that index, which sub-interfaces have of their parents.
     void portIs(PortIndex index, LivePort& port);
@@ -68,9 +71,12 @@ class alignas(64) Worker { // so that no two write one cache line
     void forward(std::span<WritableFrame> burst);
     bool isTraced(const WritableFrame& frame) const noexcept;
     void leave(const WritableFrame& frame);
+    void wakeOthers() const noexcept;
+    void awaitCall() const;
 
     DecidedTables* decided_;
     int wake_;
+    std::function<bool()> hasLinkFallen_;
     ForwardingGate::Place* place_;
     FrameAccounts accounts_;
     OwnPorts own_;

@@ -33,12 +33,13 @@ void runOn(unsigned int cpu) {
 } // namespace
 
 Workers::Workers(FastPath& fastPath, ForwardingTables& tables, FrameAccounts& accounts,
-                 LivePorts& ports, std::vector<unsigned int> cpus)
+                 LivePorts& ports, LinkSync& links, std::vector<unsigned int> cpus)
     : fastPath_(&fastPath), tables_(&tables), accounts_(&accounts), cpus_(std::move(cpus)),
       wake_(eventDescriptor()) {
     DecidedTables& decided = fastPath.shared();
     for (std::size_t i = 0; i < ports.queues(); ++i) {
-        Worker& worker = *workers_.emplace_back(std::make_unique<Worker>(decided, wake_.value()));
+        Worker& worker =
+            *workers_.emplace_back(std::make_unique<Worker>(decided, wake_.value(), links.watch()));
         worker.ports() = ports.takeQueues(i);
         for (PortIndex port = 0; port < tables.ports.ports().size(); ++port) {
             worker.portIs(port, *worker.ports()[ports.numberOf(port)]);

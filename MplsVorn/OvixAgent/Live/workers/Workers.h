@@ -9,6 +9,7 @@
 
 #include "FastPath/FastPath.h"
 #include "Forwarding/FrameAccounts.h"
+#include "Live/links/LinkSync.h"
 #include "Live/ports/LivePorts.h"
 #include "Live/workers/Worker.h"
 #include "Posix/FileDescriptor.h"
@@ -22,7 +23,7 @@ class Workers {
     /// Everything must outlive it. One worker for each queue of the ports; `cpus` has the processor
     /// of each, or is empty. Throws std::system_error.
     Workers(FastPath& fastPath, ForwardingTables& tables, FrameAccounts& accounts, LivePorts& ports,
-            std::vector<unsigned int> cpus);
+            LinkSync& links, std::vector<unsigned int> cpus);
     Workers(const Workers&) = delete;
     Workers& operator=(const Workers&) = delete;
     ~Workers() { stop(); }

@@ -189,6 +189,30 @@ TEST_F(WorkerTest, WhatIsChangedIsTakenOverBeforeTheGateOpens) {
     EXPECT_EQ(receive({frameOf({{201}})}), 0U);
 }
 
+TEST_F(WorkerTest, FramesWaitUntilThePacketThreadHasHeardThatALinkIsDown) {
+    bool hasFallen = true;
+    std::atomic<bool> hasTaken = false;
+    Worker watching{router.fast->shared(), wake.value(), [&] { return hasFallen; }};
+    watching.ports().push_back(std::make_unique<MemoryQueue>([&] {
+        hasTaken = true;
+        return std::span<WritableFrame>();
+    }));
+    std::uint64_t times = 0;
+    std::thread packetThread([&] {
+        pollfd woken{wake.value(), POLLIN, 0};
+        EXPECT_EQ(poll(&woken, 1, 10000), 1);
+        EXPECT_FALSE(hasTaken);
+        EXPECT_EQ(read(wake.value(), &times, sizeof times), ssize_t{sizeof times});
+        watching.call();
+    });
+    watching.turn();
+    packetThread.join();
+    EXPECT_TRUE(hasTaken);
+    hasFallen = false;
+    watching.turn();
+    EXPECT_LT(read(wake.value(), &times, sizeof times), 0);
+}
+
 TEST_F(WorkerTest, MoreThanFitsIsDroppedWithItsReason) {
     Frames many(burstFrames, frameOf({{100, 0, 1}}, filled(80, 7)));
     std::size_t given = 0;
