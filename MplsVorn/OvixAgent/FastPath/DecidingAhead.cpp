@@ -1,4 +1,5 @@
-// Decisions for threads that cannot make them: for all labels of the tables, before frames come.
+// Decisions for threads that cannot make them: for all labels and IP routes of the tables, before
+// frames come.
 
 #include "FastPath/FastPath.h"
 #include "Tessel/Changes.h"
@@ -45,7 +46,10 @@ bool FastPath::decideAhead() {
     if (Tessel::Changes::count() != seen_) {
         takeChanges();
     }
-    if (!decided_.isUsable || !decided_.decisions.areAwaited()) {
+    const auto areAwaited = [this] {
+        return decided_.decisions.areAwaited() || decided_.hops.areAwaited();
+    };
+    if (!decided_.isUsable || !areAwaited()) {
         return false;
     }
     askAhead();
@@ -59,7 +63,8 @@ bool FastPath::decideAhead() {
         }
     }
     asked_.clear();
-    return decided_.decisions.areAwaited();
+    decided_.hops.decideSome();
+    return areAwaited();
 }
 
 /// Those that no table has are decided when frames bring them.

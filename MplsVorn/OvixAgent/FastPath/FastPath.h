@@ -71,8 +71,8 @@ class FastPath {
     /// forwarded: before a label has its first decision, or a neighbour is known. What others have
     /// left must then be on its way.
     void settleIs(std::function<void()> settle) { settle_ = std::move(settle); }
-    /// Takes over what has changed, and decides for some of the labels that wait for it. Returns
-    /// whether more labels wait.
+    /// Takes over what has changed, and decides for some of the labels and IP routes that wait for
+    /// it. Returns whether more wait.
     bool decideAhead();
     /// Has the forwarder process a frame that another thread has left. False when the tables must
     /// be refreshed first.

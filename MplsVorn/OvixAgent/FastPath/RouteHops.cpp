@@ -1,5 +1,8 @@
 #include "FastPath/RouteHops.h"
 
+#include <algorithm>
+#include <utility>
+
 #include "Ovix/rewrite/MplsRewrites.h"
 
 namespace OvixAgent {
@@ -18,17 +21,40 @@ void RouteHops::refresh(bool decides) {
         });
         hops.resize(fib.numbers());
         ofVrf_[i].fib = &fib;
-        ofVrf_[i].count = hops.size();
+        const bool wasAhead = std::exchange(ofVrf_[i].count, hops.size()) == ofVrf_[i].ahead;
         for (std::size_t at = 0; decides && at < changed_.size(); ++at) {
             decide(i, changed_[at]);
+        }
+        if (decides && wasAhead) {
+            ofVrf_[i].ahead = hops.size();
         }
         changed_.clear();
     }
 }
 
 void RouteHops::restart() noexcept {
-    ofVrf_.clear();
+    for (Vrf& vrf : ofVrf_) {
+        vrf.hops.clear();
+        vrf.ahead = 0;
+    }
     choices_ = {};
+}
+
+bool RouteHops::areAwaited() const noexcept {
+    return std::any_of(ofVrf_.begin(), ofVrf_.end(),
+                       [](const Vrf& vrf) { return vrf.ahead < vrf.count; });
+}
+
+// Packets wait meanwhile, so a few at a time.
+void RouteHops::decideSome() {
+    constexpr std::size_t atOnce = 4096;
+    std::size_t decided = 0;
+    for (std::uint32_t i = 0; i < ofVrf_.size(); ++i) {
+        for (std::size_t& at = ofVrf_[i].ahead; at < ofVrf_[i].count && decided < atOnce;
+             ++at, ++decided) {
+            decide(i, static_cast<std::uint32_t>(at));
+        }
+    }
 }
 
 void RouteHops::decide(std::uint32_t vrf, std::uint32_t route) {

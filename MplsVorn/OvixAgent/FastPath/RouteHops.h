@@ -62,6 +62,10 @@ class RouteHops {
     void refresh(bool decides);
     /// Makes all void, as when lines are given new numbers.
     void restart() noexcept;
+    /// Whether some have been made void that are to be decided ahead.
+    bool areAwaited() const noexcept;
+    /// Decides some of these.
+    void decideSome();
 
     /// The routes of the VRF of that number; valid until the next refresh().
     const Fib& fib(std::uint32_t vrf) const noexcept { return *ofVrf_[vrf].fib; }
@@ -97,6 +101,7 @@ class RouteHops {
         const Fib* fib = nullptr;
         std::vector<RouteHop> hops; ///< by route
         std::size_t count = 0;      ///< of them, as the frame path asserts it
+        std::size_t ahead = 0;      ///< up to here they have been decided ahead
     };
     std::vector<Vrf> ofVrf_;
     Pool<Choice> choices_;

@@ -213,6 +213,23 @@ TEST_F(WorkerTest, FramesWaitUntilThePacketThreadHasHeardThatALinkIsDown) {
     EXPECT_LT(read(wake.value(), &times, sizeof times), 0);
 }
 
+TEST_F(WorkerTest, IpPacketsAreNotLeftOnceAllDecisionsHaveBecomeVoid) {
+    router.tables.ports.ports()[0].routesIp = true;
+    IpRouteVia via;
+    via.port = Router::east;
+    via.nexthop = Lumo::IpGenAddr::fromText("10.0.2.2");
+    router.tables.vrfs->fibIs("").routeIs({Lumo::IpGenAddr::fromText("10.9.0.0"), 16},
+                                          IpRoute::forward({via}));
+    const Bytes frame = join({eth(ethIpv4), Router::packet(0x0a090001)});
+    for (int time = 0; time < 2; ++time) {
+        ++router.tables.configured; // as when the configuration is read again
+        Tessel::Changes::notice();
+        while (router.fast->decideAhead()) {
+        }
+        EXPECT_EQ(receive({frame}), 0U) << time;
+    }
+}
+
 TEST_F(WorkerTest, MoreThanFitsIsDroppedWithItsReason) {
     Frames many(burstFrames, frameOf({{100, 0, 1}}, filled(80, 7)));
     std::size_t given = 0;
