@@ -63,7 +63,31 @@ void LdpWatch::take(const Tessel::Result<std::string>& printed) {
     if (!std::exchange(answers_, true)) {
         log_({}, "ldpd answers again");
     }
-    withTables([&] { publish(all.value()); });
+    withTables([&] { publish(confirmed(all.value())); });
+}
+
+/// While its tunnel moves, either end calls a pseudowire down for some milliseconds, though its
+/// labels stand and agents know of the tunnel from the routes. So one that was up has to be down in
+/// two answers.
+std::vector<Pseudowire> LdpWatch::confirmed(std::vector<Pseudowire> all) {
+    constexpr std::chrono::milliseconds soon{200};
+    const std::vector<Pseudowire> before = routes_->tables().pseudowires().all();
+    const std::vector<std::string> wereDoubted = std::exchange(doubted_, {});
+    for (Pseudowire& pseudowire : all) {
+        const Pseudowire* const was = named(before, pseudowire.name);
+        if (pseudowire.state == Pseudowire::State::down && was != nullptr && was->isUp() &&
+            was->localLabel == pseudowire.localLabel &&
+            was->remoteLabel == pseudowire.remoteLabel &&
+            std::find(wereDoubted.begin(), wereDoubted.end(), pseudowire.name) ==
+                wereDoubted.end()) {
+            doubted_.push_back(pseudowire.name);
+            pseudowire = *was;
+        }
+    }
+    if (!doubted_.empty()) {
+        askWithin(soon);
+    }
+    return all;
 }
 
 /// When other writers have the tables, ldpd is asked again before long.

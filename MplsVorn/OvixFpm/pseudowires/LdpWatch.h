@@ -28,6 +28,7 @@ class LdpWatch final : public VtyshWatch {
     void take(const Tessel::Result<std::string>& printed) override;
     void takeFailure(const std::string& why);
     void withTables(const std::function<void()>& change);
+    std::vector<L2::Pseudowire> confirmed(std::vector<L2::Pseudowire> all);
     void publish(const std::vector<L2::Pseudowire>& all);
     void publishLabels(const std::vector<L2::Pseudowire>& before,
                        const std::vector<L2::Pseudowire>& after);
@@ -38,7 +39,8 @@ class LdpWatch final : public VtyshWatch {
     std::chrono::milliseconds keptFor_;
     Log log_;
     Clock::time_point answeredAt_ = Clock::now();
-    bool answers_ = true; ///< ldpd did when it was last asked
+    bool answers_ = true;              ///< ldpd did when it was last asked
+    std::vector<std::string> doubted_; ///< were down in the last answer, and are published as up
 };
 
 } // namespace OvixFpm

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <optional>
 #include <string>
@@ -36,6 +37,10 @@ class VtyshWatch : public Companion {
     virtual void take(const Tessel::Result<std::string>& printed) = 0;
     /// There is more to ask than was asked.
     void askAtOnce() { nextAt_ = Clock::now(); }
+    /// What was printed may be different before long.
+    void askWithin(std::chrono::milliseconds time) {
+        nextAt_ = std::min(nextAt_, Clock::now() + time);
+    }
 
   private:
     void start();

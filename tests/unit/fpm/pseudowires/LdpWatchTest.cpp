@@ -25,8 +25,8 @@ class LdpWatch : public testing::Test {
         std::string name = testing::TempDir() + "ovix-ldp-XXXXXX";
         directory = mkdtemp(name.data());
         std::ofstream(directory / "vtysh")
-            << "#!/bin/sh\necho \"$@\" > " << directory.string() << "/asked\nexec cat "
-            << directory.string() << "/answers\n";
+            << "#!/bin/sh\ncd " << directory.string() << "\necho \"$@\" > asked\n"
+            << "mv once now 2> /dev/null && exec cat now\nexec cat answers\n";
         std::filesystem::permissions(directory / "vtysh", std::filesystem::perms::owner_all);
         OvixFpm::LdpWatch::Settings settings;
         settings.vtysh = (directory / "vtysh").string();
@@ -48,6 +48,20 @@ class LdpWatch : public testing::Test {
     void say(const std::string& text) const {
         std::ofstream(directory / "new") << text;
         std::filesystem::rename(directory / "new", directory / "answers");
+    }
+    /// What it answers once.
+    void sayOnce(const std::string& text) const {
+        std::ofstream(directory / "new") << text;
+        std::filesystem::rename(directory / "new", directory / "once");
+    }
+    /// What it answers while the pseudowires are not forwarding.
+    static std::string down() {
+        std::string text = recorded("signalled.txt");
+        const std::string up = "\"status\":\"up\"";
+        for (std::size_t at = text.find(up); at != std::string::npos; at = text.find(up)) {
+            text.replace(at, up.size(), "\"status\":\"down\"");
+        }
+        return text;
     }
     template <typename Condition>
     bool soon(Condition&& isMet) {
@@ -102,6 +116,22 @@ TEST_F(LdpWatch, BothDirectionsArePublishedAndTakenBackTogether) {
     say("{}\n{}\n{\"interfaces\":{}}\nend\n");
     ASSERT_TRUE(soon([&] { return red() == State{}; }));
     EXPECT_NE(log.find("pseudowire RED/mpw0 is removed\n"), std::string::npos) << log;
+}
+
+TEST_F(LdpWatch, APseudowireIsDownWhenTwoAnswersSaySo) {
+    say(recorded("signalled.txt"));
+    ASSERT_TRUE(soon([&] { return red() == State::up; }));
+    const std::uint64_t generation = tables.reader->generation();
+    sayOnce(down()); // while its tunnel moves
+    for (int i = 0; i < 3; ++i) {
+        std::filesystem::remove(directory / "asked");
+        ASSERT_TRUE(soon([&] { return std::filesystem::exists(directory / "asked"); }));
+    }
+    EXPECT_FALSE(std::filesystem::exists(directory / "once"));
+    EXPECT_EQ(tables.reader->generation(), generation);
+    say(down());
+    ASSERT_TRUE(soon([&] { return red() == State::down; }));
+    EXPECT_TRUE(labels().empty());
 }
 
 TEST_F(LdpWatch, WhatStaysTheSameIsNotPublishedAgain) {
