@@ -42,6 +42,25 @@ class Ping:
         return int(found[1]), int(found[2])
 
 
+class Streams:
+    """Datagrams on several ways at once, each from one node to another, in the background."""
+
+    def __init__(self, directory: pathlib.Path, ways: list[list[str]]):
+        words = [word for source, target in ways for word in (source, target, topology.address(target))]
+        self.process = Process(ways[0][0], directory, f"streams-{time.monotonic_ns()}", "python3",
+                               pathlib.Path(__file__).with_name("streams.py"), *words)
+        wait_until("the streams begin", lambda: "ready" in self.process.out.read_text(), 10)
+
+    def stop(self) -> tuple[int, dict[str, int]]:
+        """Datagrams sent on each way, and lost by each."""
+        self.process.interrupt()
+        lines = self.process.out.read_text().splitlines()
+        if len(lines) < 2:
+            raise RuntimeError(f"streams: {self.process.err.read_text()}")
+        result = json.loads(lines[1])
+        return result["sent"], result["lost"]
+
+
 def ping(directory: pathlib.Path, count: int,
          hosts: tuple[str, str] = BETWEEN_CES) -> tuple[int, int]:
     return Ping(directory, count, hosts).finish()
@@ -88,11 +107,13 @@ def hops(hosts: tuple[str, str] = BETWEEN_CES) -> list[str]:
 
 
 @contextlib.contextmanager
-def capture(directory: pathlib.Path, node: str, toward: str):
-    """Captures on an interface while the body runs; the path of the capture."""
+def capture(directory: pathlib.Path, node: str, toward: str = ""):
+    """Captures on an interface, or on all, also those that come up meanwhile, while the body runs; the path of the
+    capture."""
+    interface = topology.wire(topology.interface(node, toward)) if toward else "any"
     path = directory / f"{node}-to-{toward}.pcap"
     process = Process(node, directory, f"dumpcap-{node}-{toward}", "dumpcap", "-q", "-P",
-                      "-i", topology.wire(topology.interface(node, toward)), "-w", path)
+                      "-i", interface, "-w", path)
     wait_until("dumpcap captures", lambda: "File:" in process.err.read_text(), 10)
     try:
         yield path
