@@ -7,7 +7,7 @@ import unittest
 
 import frames as f
 from live import DEADLINE, ip
-from provider import CE_MTU, HOSTS, ProviderTest
+from provider import CE_MTU, CORE_MTU, HOSTS, LINKS, ProviderTest
 
 STATION = "02:00:00:00:c0:01"
 OTHER = "02:00:00:00:c0:02"
@@ -111,6 +111,17 @@ class PseudowireLive(ProviderTest):
 
     def test_whatever_a_host_sends_leaves_as_it_came_past_the_hosts_stack(self):
         self.check_frames("xdp", control_word=True)
+
+    def test_jumbo_frames_leave_as_they_came(self):
+        """They are longer than a slot of the ring."""
+        for one, name, other, other_name, network in LINKS:
+            for node, link in ((one, name), (other, other_name)):
+                self.set_mtu(node, link, 9000 + (CORE_MTU - CE_MTU if network else 0))
+        self.provide()
+        jumbo = [f.eth(OTHER, STATION, 0x88b5, bytes([byte]) * size, tags)
+                 for byte, size, tags in ((0x5a, 9000, []), (0xa5, 9000, [100]), (0x3c, 8996, [(0x88a8, 7)]))]
+        frames = [*jumbo, FRAMES[0], *jumbo]
+        self.assertEqual(self.carried(frames, STATION), frames)
 
     def test_a_stream_whose_sender_leaves_cutting_it_up_to_the_hardware_arrives_whole(self):
         self.provide()
