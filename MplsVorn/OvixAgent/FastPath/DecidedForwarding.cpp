@@ -8,15 +8,6 @@ namespace OvixAgent {
 using Ovix::PktHdrType;
 using Wire::Ethernet;
 
-bool DecidedForwarding::forwardLabels(WritableFrame& frame) {
-    PacketWork work;
-    work.frame = &frame;
-    work.packet = frame.bytes + Ethernet::size;
-    work.length = frame.size - static_cast<std::uint32_t>(Ethernet::size);
-    work.port = frame.port;
-    return labels_.forward(work);
-}
-
 /// A frame of whatever kind.
 bool DecidedForwarding::forwardAny(WritableFrame& frame) {
     if (!isPlainLength(frame)) {
@@ -26,7 +17,13 @@ bool DecidedForwarding::forwardAny(WritableFrame& frame) {
     work.frame = &frame;
     work.port = frame.port;
     const Intakes& intakes = decided_->intakes;
-    if (const Intake& intake = intakes[work.port]; intake.isCircuit) {
+    const Intake& intake = intakes[work.port];
+    if (intake.takesPlainLabels(frame.bytes) && intake.isForStation(frame.bytes)) {
+        work.packet = frame.bytes + Ethernet::size;
+        work.length = frame.size - static_cast<std::uint32_t>(Ethernet::size);
+        return labels_.forward(work);
+    }
+    if (intake.isCircuit) {
         work.packet = frame.bytes;
         work.length = frame.size;
         return !intake.hasVlans && !intake.isLeftOut && forwardCircuit(work);
@@ -50,7 +47,8 @@ bool DecidedForwarding::routeInPlace(const Intake& intake, WritableFrame& frame)
     if (leaving.line == nullptr) {
         return false;
     }
-    departures_.send(frame, *leaving.line, leaving.packet, leaving.length, leaving.etherType);
+    labels_.departures().send(frame, *leaving.line, leaving.packet, leaving.length,
+                              leaving.etherType);
     return true;
 }
 
@@ -65,7 +63,7 @@ bool DecidedForwarding::forwardIp(PacketWork& work, PktHdrType type) {
     if (line == nullptr) {
         return false;
     }
-    departures_.send(work, *line, etherTypeOf(work.type));
+    labels_.departures().send(work, *line, etherTypeOf(work.type));
     return true;
 }
 
@@ -95,8 +93,8 @@ bool DecidedForwarding::forwardCircuit(PacketWork work) {
     if (tunnel.controlWordBytes > 0) {
         Wire::ControlWordWriter(work.bytes().subspan(tunnel.labelBytes)).clear();
     }
-    departures_.countSent(*tunnel.pseudowire, received);
-    departures_.send(work, line, Wire::EtherType::mpls);
+    labels_.departures().countSent(*tunnel.pseudowire, received);
+    labels_.departures().send(work, line, Wire::EtherType::mpls);
     return true;
 }
 

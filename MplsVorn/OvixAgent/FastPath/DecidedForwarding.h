@@ -18,36 +18,49 @@ class DecidedForwarding {
     /// are left. `own` is null for the packet thread.
     DecidedForwarding(DecidedTables& decided, Decider* decider, FrameAccounts& accounts,
                       OwnPorts* own)
-        : decided_(&decided), departures_(accounts, own),
+        : decided_(&decided), accounts_(&accounts),
           ipHop_(*decided.tables, decided.lines, decided.hops, decider != nullptr),
-          labels_(decided, decider, accounts.counters(), ipHop_, departures_) {}
+          labels_(decided, decider, accounts, own, ipHop_) {}
     DecidedForwarding(const DecidedForwarding&) = delete;
     DecidedForwarding& operator=(const DecidedForwarding&) = delete;
 
     /// Loads what all frames of the burst will need, so that they wait for memory together.
     void loadAhead(std::span<const WritableFrame> burst) noexcept;
 
-    /// False, and nothing is changed, when no decision fits the frame.
-    [[gnu::always_inline]] bool forward(WritableFrame& frame) {
-        const Intake& intake = decided_->intakes[frame.port];
-        if (!isPlainLength(frame) || !intake.isForStation(frame.bytes)) [[unlikely]] {
-            return forwardAny(frame);
+    /// Forwards frames from the first on until no decision fits one, which is left as it is.
+    /// Returns how many.
+    [[gnu::always_inline]] std::size_t forward(std::span<WritableFrame> burst) {
+        LabelForwarding::Lane lane = labels_.lane();
+        const Intake* const intakes = decided_->intakes.all();
+        std::uint64_t bytes = 0;
+        WritableFrame* frame = burst.data();
+        for (WritableFrame* const end = frame + burst.size(); frame != end; ++frame) {
+            if (!settleInPlace(intakes[frame->port], lane, *frame)) [[unlikely]] {
+                if (!forwardAny(*frame)) {
+                    break;
+                }
+                lane = labels_.lane(); // there may be a new decision
+            }
+            bytes += frame->size;
         }
-        // Most frames are untagged, and come in at a port without sub-interfaces.
-        const auto etherType =
-            Lumo::NetU16::load(frame.bytes + Wire::Ethernet::etherTypeAt).value();
-        if (etherType == Wire::EtherType::mpls && intake.takesPlainLabels) [[likely]] {
-            return labels_.settleInPlace(frame) || forwardLabels(frame);
+        const auto done = static_cast<std::size_t>(frame - burst.data());
+        accounts_->passed({done, bytes});
+        return done;
+    }
+    /// The same of one frame.
+    [[gnu::always_inline]] bool forwardOne(WritableFrame& frame) {
+        if (!settleInPlace(decided_->intakes.all()[frame.port], labels_.lane(), frame) &&
+            !forwardAny(frame)) {
+            return false;
         }
-        return (etherType == Wire::EtherType::ipv4 && intake.takesPlainIp &&
-                routeInPlace(intake, frame)) ||
-               forwardAny(frame);
+        accounts_->passed({1, frame.size});
+        return true;
     }
 
     /// Sends what has been forwarded so far, and makes its counts visible.
-    void settle() {
+    [[gnu::always_inline]] void settle() {
         labels_.settle();
-        departures_.flush();
+        labels_.departures().flush();
     }
 
     LabelForwarding& labels() noexcept { return labels_; }
@@ -63,8 +76,22 @@ class DecidedForwarding {
                frame.size == frame.originalLength;
     }
 
-    bool forwardAny(WritableFrame& frame);
-    bool forwardLabels(WritableFrame& frame);
+    /// Most frames are untagged, and come in at a port without sub-interfaces.
+    [[gnu::always_inline]] bool
+    settleInPlace(const Intake& intake, const LabelForwarding::Lane& lane, WritableFrame& frame) {
+        if (!isPlainLength(frame) || !intake.isForStation(frame.bytes)) [[unlikely]] {
+            return false;
+        }
+        if (intake.takesPlainLabels(frame.bytes)) [[likely]] {
+            return labels_.settleInPlace(lane, frame);
+        }
+        const auto etherType =
+            Lumo::NetU16::load(frame.bytes + Wire::Ethernet::etherTypeAt).value();
+        return etherType == Wire::EtherType::ipv4 && intake.takesPlainIp &&
+               routeInPlace(intake, frame);
+    }
+
+    [[gnu::noinline]] bool forwardAny(WritableFrame& frame);
     bool forwardIp(PacketWork& work, Ovix::PktHdrType type);
     bool forwardCircuit(PacketWork work);
     bool routeInPlace(const Intake& intake, WritableFrame& frame);
@@ -72,7 +99,7 @@ class DecidedForwarding {
     LabelForwarding::Destination destinationOf(const WritableFrame& frame) const noexcept;
 
     DecidedTables* decided_;
-    Departures departures_;
+    FrameAccounts* accounts_;
     IpHop ipHop_;
     LabelForwarding labels_;
 };

@@ -154,10 +154,8 @@ Decision Decider::dropFor(const LabelDecision::Choice& choice) {
     if (reason == choice.events.rend() || !events || !all) {
         return {};
     }
-    const std::string_view text = (*reason)->reason;
-    const auto number = decisions_->reasons.numberOf(text);
-    return number ? made(Action::drop, decisions_->drops.add({*events, *all, *number, text}))
-                  : Decision();
+    const auto number = decisions_->reasons.numberOf((*reason)->reason);
+    return number ? made(Action::drop, *number, DecidedDrop{*events, *all}.packed()) : Decision();
 }
 
 /// The MPLS hash of a plugin or agent that hashes in another way is not known here.

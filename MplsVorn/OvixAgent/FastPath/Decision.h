@@ -22,7 +22,7 @@ namespace OvixAgent {
 /// What is done with a frame that has a label on top.
 enum class Action : std::uint8_t {
     none,      ///< left to the forwarder
-    drop,      ///< `value`: number of a DecidedDrop
+    drop,      ///< `value`: number of the reason; `egress`: the events (DecidedDrop)
     swap,      ///< one label for one, TC kept; `value`: the label in its place, `egress`: a line
     impose,    ///< `value`: number of a DecidedRewrite that swaps or pushes, and does no more
     rewrite,   ///< `value`: number of a DecidedRewrite
@@ -50,12 +50,17 @@ struct Decision {
 };
 static_assert(sizeof(Decision) == 16);
 
-/// A frame goes no further.
+/// A frame goes no further: the events as a decision has them in its `egress`. Unknown labels are
+/// many, so that they have no records.
 struct DecidedDrop {
     std::uint16_t events = 0; ///< number of a set
     std::uint16_t all = 0;    ///< the same with those of the lookup
-    std::uint16_t number = 0; ///< of the reason, among those of decided drops
-    std::string_view reason;  ///< of a counter
+
+    std::uint32_t packed() const noexcept { return std::uint32_t{all} << 16U | events; }
+    static DecidedDrop of(const Decision& decision) noexcept {
+        return {static_cast<std::uint16_t>(decision.egress),
+                static_cast<std::uint16_t>(decision.egress >> 16U)};
+    }
 };
 
 /// The reasons of decided drops, by number.
@@ -75,6 +80,7 @@ class DropReasons {
         }
         return number;
     }
+    const std::string& operator[](std::size_t number) const noexcept { return reasons_[number]; }
 
   private:
     std::vector<std::string> reasons_;

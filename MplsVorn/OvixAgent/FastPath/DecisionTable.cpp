@@ -121,9 +121,6 @@ void DecisionTable::dependsOnTables(std::uint32_t label) {
 
 void DecisionTable::release(Decision& decision) {
     switch (decision.action) {
-    case Action::drop:
-        drops.release(decision.value);
-        break;
     case Action::impose:
     case Action::rewrite:
         if (rewrites[decision.value].isToFec) {

@@ -51,7 +51,6 @@ class DecisionTable {
     void dependsOnTables(std::uint32_t label);
 
     DropReasons reasons;
-    Pool<DecidedDrop> drops;
     Pool<DecidedRewrite> rewrites;
     Pool<DecidedFec> fecs;
     Pool<DecidedCircuit> circuits;

@@ -36,8 +36,8 @@ class OwnPorts {
     std::vector<Own> own_; ///< by port
 };
 
-/// Accounts for frames that decisions settle, and collects those that leave one behind the other by
-/// the same port. Their bytes are borrowed until flush().
+/// Collects the frames of decisions that leave one behind the other by the same port, and counts
+/// what leaves. Their bytes are borrowed until flush().
 class Departures {
   public:
     /// They must outlive it; `own` is null for the packet thread.
@@ -58,18 +58,37 @@ class Departures {
     /// The frame leaves as these bytes. `in` is the port that it was for.
     [[gnu::always_inline]] void sendAs(const WritableFrame& frame, PortIndex in, Port& port,
                                        Wire::Bytes bytes) {
-        append(frame.time, in, port, bytes);
-        received_ += frame.size;
+        if (!takesNext(port)) [[unlikely]] {
+            turnTo(port);
+        }
+        append(frame.time, in, bytes);
     }
-    /// The same of a copy, beside the frame itself.
-    void sendReplica(const WritableFrame& frame, PortIndex in, Port& port, Wire::Bytes bytes) {
-        append(frame.time, in, port, bytes);
-        ++replicas_;
-        accounts_->addReplicas(1);
+    /// Whether the next frame joins those before it when it leaves by the port.
+    [[gnu::always_inline]] bool takesNext(const Port& port) const noexcept {
+        return &port == port_ && count_ != frames_.size();
     }
+    /// Frames leave by the port from now on; those before them are sent.
+    [[gnu::noinline]] void turnTo(Port& port) {
+        flush();
+        port_ = &port;
+        out_ = own_ == nullptr ? &port.out : &own_->of(port).out;
+        sent_ = own_ == nullptr ? &port.sent : &own_->of(port).sent;
+    }
+    /// To be called after takesNext() or turnTo().
+    [[gnu::always_inline]] void append(const CaptureTime& time, PortIndex in, Wire::Bytes bytes) {
+        sentBytes_ += bytes.size();
+        // Field by field: a whole frame would be built elsewhere and copied.
+        Frame& sent = frames_[count_++];
+        sent.port = in;
+        std::memcpy(&sent.time, &time, sizeof time); // two fields in one
+        sent.bytes = bytes;
+        sent.originalLength = static_cast<std::uint32_t>(bytes.size());
+    }
+    /// So many of the frames that leave are copies, beside the frame itself.
+    void countReplicas(std::size_t copies) noexcept { accounts_->addReplicas(copies); }
     /// `in` is the port that it was for; it is as it came in.
-    void drop(const WritableFrame& frame, PortIndex in, const FrameAccounts::FateLog& log) {
-        accounts_->passed({1, frame.size});
+    [[gnu::always_inline]] void drop(const WritableFrame& frame, PortIndex in,
+                                     const FrameAccounts::FateLog& log) {
         ++log.counter->count;
         accounts_->recorder().record(*log.frames, frame, in);
     }
@@ -90,51 +109,24 @@ class Departures {
         return accounts_->logOf(OvixAgent::drop(reason));
     }
 
-    /// Sends and accounts for what has been collected.
-    void flush() {
-        if (end_ != frames_.data()) {
-            flushFrames();
+    /// Sends what has been collected.
+    [[gnu::always_inline]] void flush() {
+        if (const std::size_t count = std::exchange(count_, 0); count > 0) {
+            sent_->frames += count;
+            sent_->bytes += std::exchange(sentBytes_, 0);
+            (*out_)->transmitBurst({frames_.data(), count});
         }
     }
 
   private:
-    [[gnu::noinline]] void flushFrames() {
-        const std::span<const Frame> frames(frames_.data(), std::exchange(end_, frames_.data()));
-        accounts_->passed(
-            {frames.size() - std::exchange(replicas_, 0), std::exchange(received_, 0)});
-        const Traffic left{frames.size(), std::exchange(sent_, 0)};
-        if (own_ == nullptr) {
-            port_->sent += left;
-            port_->out->transmitBurst(frames);
-        } else {
-            OwnPorts::Own& own = own_->of(*port_);
-            own.sent += left;
-            own.out->transmitBurst(frames);
-        }
-    }
-    [[gnu::always_inline]] void append(const CaptureTime& time, PortIndex in, Port& port,
-                                       Wire::Bytes bytes) {
-        if (&port != port_ || end_ == frames_.data() + frames_.size()) [[unlikely]] {
-            flush();
-            port_ = &port;
-        }
-        sent_ += bytes.size();
-        // Field by field: a whole frame would be built elsewhere and copied.
-        Frame& sent = *end_++;
-        sent.port = in;
-        std::memcpy(&sent.time, &time, sizeof time); // two fields in one
-        sent.bytes = bytes;
-        sent.originalLength = static_cast<std::uint32_t>(bytes.size());
-    }
-
     FrameAccounts* accounts_;
     OwnPorts* own_;
+    std::size_t count_ = 0;
+    std::uint64_t sentBytes_ = 0;        ///< of the frames
+    const Port* port_ = nullptr;         ///< by which they leave
+    TransmitPort* const* out_ = nullptr; ///< what it has now
+    Traffic* sent_ = nullptr;            ///< where they are counted
     std::array<Frame, burstFrames> frames_;
-    Frame* end_ = frames_.data();
-    std::uint64_t replicas_ = 0; ///< of them, beside those that came
-    std::uint64_t received_ = 0; ///< bytes of them as they came
-    std::uint64_t sent_ = 0;     ///< and as they leave
-    Port* port_ = nullptr;       ///< by which they leave
 };
 
 } // namespace OvixAgent

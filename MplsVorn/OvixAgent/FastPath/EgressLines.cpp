@@ -22,7 +22,8 @@ EgressLine::EgressLine(Port& by, const Lumo::EthAddr* mac, std::uint32_t nexthop
     }
     if (by.isUp && mac != nullptr) {
         mtu = std::min({by.mtu, nexthopMtu != 0 ? nexthopMtu : longest, longest - tagBytes});
-        plainMtu = tagBytes == 0 ? mtu : 0;
+        plainMost =
+            tagBytes == 0 && mtu > 0 ? mtu + static_cast<std::uint32_t>(Wire::Ethernet::size) : 0;
     }
 }
 

@@ -31,8 +31,8 @@ struct alignas(64) EgressLine {
         static_cast<std::uint32_t>(Lumo::Pkt::maxBytes - Wire::Ethernet::size);
 
     Port* port = nullptr;
-    std::uint32_t mtu = 0;      ///< of packets that can be sent now: 0, none
-    std::uint32_t plainMtu = 0; ///< the same, but 0 when they get tags
+    std::uint32_t mtu = 0;       ///< of packets that can be sent now: 0, none
+    std::uint32_t plainMost = 0; ///< of frames without tags, likewise
     std::array<std::uint8_t, 2 * Lumo::EthAddr().size()> macs{}; ///< the neighbour's, the port's
     std::uint8_t tagBytes = 0;
     std::array<std::uint8_t, 8> tags{}; ///< to send with frames that came without
@@ -44,8 +44,8 @@ struct alignas(64) EgressLine {
 
     /// Whether a packet of that length, at least 1, can be sent now.
     bool takes(std::uint32_t length) const noexcept { return length <= mtu; }
-    /// The same, and it needs no tags.
-    bool takesPlain(std::uint32_t length) const noexcept { return length <= plainMtu; }
+    /// The same of a whole frame, which needs no tags.
+    bool takesFrame(std::uint32_t size) const noexcept { return size <= plainMost; }
 };
 
 /// The next hops in use, by number.

@@ -4,29 +4,34 @@
 
 namespace OvixAgent {
 
-void EventCounts::change(std::uint16_t set) {
+void EventCounts::turnTo(std::uint16_t set) {
     settle();
     counted_ = set;
     if (set >= of_.size()) {
         of_.resize(set + std::size_t{1});
     }
+    findOnly();
+}
+
+void EventCounts::findOnly() noexcept {
+    const std::vector<Counter*>& counters = of_[counted_];
+    only_ = counters.size() == 1 ? counters.front() : nullptr;
+    onlyTimes_ = only_ != nullptr ? (*sets_)[counted_].front().times : 0;
 }
 
 // A counter comes into being with the first count.
-void EventCounts::settleAll(Counted& set) {
+void EventCounts::settleAll() {
     const std::vector<EventSets::Event>& events = (*sets_)[counted_];
+    std::vector<Counter*>& counters = of_[counted_];
     for (std::size_t i = 0; i < events.size(); ++i) {
-        if (i == set.counters.size()) {
+        if (i == counters.size()) {
             const Counter& name = *events[i].name;
-            set.counters.push_back(&counters_->counter({name.category, name.module, name.reason}));
+            counters.push_back(&counters_->counter({name.category, name.module, name.reason}));
         }
-        set.counters[i]->count += events[i].times * times_;
+        counters[i]->count += events[i].times * times_;
     }
     times_ = 0;
-    if (events.size() == 1) {
-        set.only = set.counters.front();
-        set.times = events.front().times;
-    }
+    findOnly();
 }
 
 std::optional<std::uint16_t> EventSets::setOf(const Ovix::LabelDecision::Events& events) {

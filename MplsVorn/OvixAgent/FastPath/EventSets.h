@@ -42,43 +42,46 @@ class EventCounts {
 
     /// Counts once; to be seen after settle().
     [[gnu::always_inline]] void count(std::uint16_t set) {
-        if (set != counted_) [[unlikely]] {
-            change(set);
+        if (!takesNext(set)) [[unlikely]] {
+            turnTo(set);
         }
-        ++times_;
+        countNext();
     }
-    void settle() {
-        if (times_ > 0) {
-            settleSome();
+    /// Whether the set is that which was counted last.
+    [[gnu::always_inline]] bool takesNext(std::uint16_t set) const noexcept {
+        return set == counted_;
+    }
+    /// Counts the set once that was counted last.
+    [[gnu::always_inline]] void countNext() noexcept { ++times_; }
+    [[gnu::noinline]] void turnTo(std::uint16_t set);
+
+    [[gnu::always_inline]] void settle() {
+        if (times_ == 0) {
+            return;
+        }
+        if (only_ != nullptr) [[likely]] {
+            only_->count += times_ * onlyTimes_;
+            times_ = 0;
+        } else {
+            settleAll();
         }
     }
 
   private:
     using Counter = Ovix::OvixNamedCounters::Counter;
-    struct Counted {
-        std::vector<Counter*> counters; ///< of the events; empty until first counted
-        /// Of a set of one event that has been counted: its counter and times; else null.
-        Counter* only = nullptr;
-        std::uint64_t times = 0;
-    };
 
-    [[gnu::noinline]] void change(std::uint16_t set);
-    void settleSome() {
-        Counted& set = counted(counted_);
-        if (set.only != nullptr) [[likely]] {
-            set.only->count += set.times * std::exchange(times_, 0);
-        } else {
-            settleAll(set);
-        }
-    }
-    Counted& counted(std::uint16_t set) noexcept { return of_[set]; }
-    void settleAll(Counted& set);
+    [[gnu::noinline]] void settleAll();
+    void findOnly() noexcept;
 
     const EventSets* sets_;
     std::uint16_t counted_ = EventSets::none; ///< last, and how often since settle()
     std::uint64_t times_ = 0;
+    /// Of that set if it is of one event and has been counted before: its counter and times.
+    Counter* only_ = nullptr;
+    std::uint64_t onlyTimes_ = 0;
     Ptr<Ovix::OvixNamedCounters> counters_;
-    std::vector<Counted> of_{1}; ///< by set, up to the highest that was counted
+    /// Of each set's events; none until the set is first counted.
+    std::vector<std::vector<Counter*>> of_{1};
 };
 
 } // namespace OvixAgent

@@ -19,13 +19,60 @@ FastPath::FastPath(Forwarder& forwarder, const Ptr<Ovix::PluginManager>& manager
 
 std::size_t FastPath::receive(std::span<WritableFrame> burst) {
     assert(burst.size() <= burstFrames);
-    if (Tessel::Changes::count() != seen_) [[unlikely]] {
+    if (Tessel::Changes::count() != plain_) [[unlikely]] {
+        return receiveOther(burst);
+    }
+    // One frame takes least without what a loop over several holds ready.
+    if (burst.size() != 1) {
+        return forwardPlain(burst);
+    }
+    if (!road_.forwardOne(burst.front())) [[unlikely]] {
+        return forwardMixed(burst);
+    }
+    ++counts_.fast;
+    road_.settle();
+    return 1;
+}
+
+std::size_t FastPath::receiveOther(std::span<WritableFrame> burst) {
+    if (Tessel::Changes::count() != seen_) {
         takeChanges();
     }
-    if (decided_.traced.looksAtFrames && searched_.hasNext(burst.size())) [[unlikely]] {
+    if (decided_.traced.looksAtFrames && searched_.hasNext(burst.size())) {
         return forwardAround(burst);
     }
     return checkEvery_ == 0 ? forwardAll(burst) : checkSome(burst);
+}
+
+/// Nothing has changed since the last burst, and no frames are searched for or checked.
+std::size_t FastPath::forwardPlain(std::span<WritableFrame> burst) {
+    if (burst.size() > 1) {
+        road_.loadAhead(burst);
+    }
+    std::size_t done = road_.forward(burst);
+    counts_.fast += done;
+    if (done < burst.size()) [[unlikely]] {
+        done += forwardMixed(burst.subspan(done));
+    }
+    road_.settle();
+    return done;
+}
+
+/// The first frame is for the forwarder, and others may be.
+std::size_t FastPath::forwardMixed(std::span<WritableFrame> burst) {
+    std::size_t done = 0;
+    try {
+        while (done < burst.size()) {
+            forwardByDefinition(burst[done]);
+            ++counts_.slow;
+            const std::size_t fast = decided_.isUsable ? road_.forward(burst.subspan(done + 1)) : 0;
+            counts_.fast += fast;
+            done += 1 + fast;
+        }
+    } catch (const Tessel::SnapshotLost&) {
+        // The caller refreshes the tables and passes the rest again.
+    }
+    return done;
 }
 
 /// The same with every Nth frame forwarded both ways.
@@ -55,7 +102,7 @@ bool FastPath::check(WritableFrame& frame) {
     FrameRecorder& recorder = forwarder_->accounts().recorder();
     const auto trial = [&](WritableFrame& copy) {
         recorder.isPausedIs(true);
-        const bool isFast = decided_.isUsable && road_.forward(copy);
+        const bool isFast = decided_.isUsable && road_.forward({&copy, 1}) == 1;
         road_.settle();
         recorder.isPausedIs(false);
         return isFast;
@@ -82,29 +129,7 @@ std::size_t FastPath::forwardAll(std::span<WritableFrame> burst) {
     if (Tessel::Changes::count() != seen_) [[unlikely]] {
         takeChanges();
     }
-    std::size_t done = 0;
-    std::size_t slow = 0;
-    try {
-        if (!decided_.isUsable) [[unlikely]] {
-            for (; done < burst.size(); ++done, ++slow) {
-                forwardByDefinition(burst[done]);
-            }
-        } else if (burst.size() > 1) {
-            road_.loadAhead(burst);
-        }
-        for (; done < burst.size(); ++done) {
-            if (!road_.forward(burst[done])) [[unlikely]] {
-                forwardByDefinition(burst[done]);
-                ++slow;
-            }
-        }
-    } catch (const Tessel::SnapshotLost&) {
-        // The caller refreshes the tables and passes the rest again.
-    }
-    road_.settle();
-    counts_.fast += done - slow;
-    counts_.slow += slow;
-    return done;
+    return decided_.isUsable ? forwardPlain(burst) : forwardMixed(burst);
 }
 
 void FastPath::forwardByDefinition(const WritableFrame& frame) {
@@ -166,6 +191,7 @@ void FastPath::settleLeft() {
 /// Something has changed, which need not concern decisions.
 void FastPath::takeChanges() {
     const ForwardingGate::Closed closed(tables_->gate);
+    plain_ = noCount;
     if (mayBeOvertaken()) {
         settleLeft();
     }
@@ -190,6 +216,7 @@ void FastPath::takeChanges() {
     decided_.lines.refresh();
     decided_.hops.refresh(decided_.decisions.isAwaitingReplacing());
     seen_ = changes;
+    plain_ = checkEvery_ == 0 && !decided_.traced.looksAtFrames ? changes : noCount;
 }
 
 /// Frames that are asked for by their port, by a label that is looked up or by the reason that they

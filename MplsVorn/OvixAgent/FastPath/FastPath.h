@@ -50,6 +50,7 @@ class FastPath {
     void checkEveryIs(std::uint64_t frames, std::function<void(const std::string&)> report) {
         checkEvery_ = frames;
         untilCheck_ = frames > 0 ? frames - 1 : 0;
+        plain_ = noCount;
         reportDifference_ = std::move(report);
     }
 
@@ -96,6 +97,9 @@ class FastPath {
     std::uint64_t decided() const noexcept { return decider_.decided(); }
 
   private:
+    std::size_t receiveOther(std::span<WritableFrame> burst);
+    std::size_t forwardPlain(std::span<WritableFrame> burst);
+    std::size_t forwardMixed(std::span<WritableFrame> burst);
     std::size_t forwardAll(std::span<WritableFrame> burst);
     std::size_t checkSome(std::span<WritableFrame> burst);
     bool check(WritableFrame& frame);
@@ -116,7 +120,9 @@ class FastPath {
     DecidedTables decided_;
     Decider decider_;
     DecidedForwarding road_;
-    std::uint64_t seen_ = ~std::uint64_t{0}; ///< count of changes
+    static constexpr std::uint64_t noCount = ~std::uint64_t{0};
+    std::uint64_t seen_ = noCount;  ///< count of changes
+    std::uint64_t plain_ = noCount; ///< the same, when no frames are searched for or checked
     std::uint64_t version_ = ~std::uint64_t{0};
     LiveTrace* trace_ = nullptr;
     std::uint64_t seenTrace_ = 0; ///< its changes

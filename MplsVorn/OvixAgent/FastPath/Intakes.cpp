@@ -57,7 +57,9 @@ Intake Intakes::intakeOf(PortIndex index, bool ignoresLabels, bool ignoresIp) co
     intake.isVlan = port.tagging.kind == Tagging::Kind::subInterface;
     intake.fib = fib.value_or(0);
     const bool isPlain = !intake.isCircuit && !intake.isVlan && !intake.hasVlans;
-    intake.takesPlainLabels = isPlain && intake.takesLabels;
+    if (isPlain && intake.takesLabels) {
+        intake.plainLabels = Lumo::swapToNet(Wire::EtherType::mpls);
+    }
     intake.takesPlainIp = isPlain && intake.takesIp && port.reversePath == ReversePath::off;
     return intake;
 }

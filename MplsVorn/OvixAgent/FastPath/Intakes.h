@@ -16,16 +16,24 @@ struct Intake {
     /// Of frames for the port alone the first eight bytes, masked, are `station`.
     std::uint64_t stationMask = 0;
     std::uint64_t station = 0;
-    bool takesPlainLabels = false; ///< takes labelled frames, and no tags
-    bool takesPlainIp = false;     ///< likewise IP packets
+    /// The EtherType of labelled frames, in network byte order, if they are taken and no tags are.
+    std::uint32_t plainLabels = noEtherType;
+    std::uint32_t fib = 0;     ///< number of its VRF
+    bool takesPlainIp = false; ///< likewise IP packets
     bool takesLabels = false;
     bool takesIp = false;
     bool isCircuit = false;
     bool isLeftOut = false; ///< takes nothing
     bool hasVlans = false;  ///< sub-interfaces
     bool isVlan = false;    ///< a sub-interface, at which no frame comes in itself
-    std::uint32_t fib = 0;  ///< number of its VRF
 
+    static constexpr std::uint32_t noEtherType = ~std::uint32_t{0};
+
+    bool takesPlainLabels(const std::uint8_t* frame) const noexcept {
+        std::uint16_t etherType = 0;
+        std::memcpy(&etherType, frame + Wire::Ethernet::etherTypeAt, sizeof etherType);
+        return etherType == plainLabels;
+    }
     /// For the port alone, not for a group; the frame has a whole link header.
     bool isForStation(const std::uint8_t* frame) const noexcept {
         std::uint64_t bytes = 0;
@@ -57,6 +65,8 @@ class Intakes {
     }
 
     const Intake& operator[](PortIndex port) const noexcept { return intakes_[port]; }
+    /// By port, until the next restart().
+    const Intake* all() const noexcept { return intakes_.data(); }
 
     /// Finds the port that a frame is for and where its packet starts. Returns its EtherType; unset
     /// when the frame is none that is for a port without further ado.

@@ -107,7 +107,8 @@ class IpHop {
         }
         const EgressLine& line = (*lines_)[hop->egress];
         const std::uint32_t grows = hop->grows();
-        if (!line.takesPlain(total + grows) || room < grows + Wire::Ethernet::size) [[unlikely]] {
+        constexpr auto link = static_cast<std::uint32_t>(Wire::Ethernet::size);
+        if (!line.takesFrame(total + grows + link) || room < grows + link) [[unlikely]] {
             return {};
         }
         ++routed_;

@@ -34,21 +34,20 @@ std::optional<Beneath> beneathTop(Wire::Bytes packet) noexcept {
 
 } // namespace
 
-LabelForwarding::LabelForwarding(DecidedTables& decided, Decider* decider,
-                                 const Ptr<Ovix::OvixNamedCounters>& counters, IpHop& ipHop,
-                                 Departures& departures)
+LabelForwarding::LabelForwarding(DecidedTables& decided, Decider* decider, FrameAccounts& accounts,
+                                 OwnPorts* own, IpHop& ipHop)
     : decided_(&decided), decisions_(&decided.decisions), lines_(&decided.lines), decider_(decider),
-      events_(decided.events, counters), ipHop_(&ipHop), departures_(&departures) {}
+      events_(decided.events, accounts.counters()), departures_(accounts, own), ipHop_(&ipHop) {}
 
 // With the first label that is counted the decider knows where.
 void LabelForwarding::decide(std::uint32_t label, Beneath beneath) {
     decider_->decide(label, beneath);
-    labelCounters_ = decider_->labelCounters();
+    labelCountersAre(decider_->labelCounters());
 }
 
 void LabelForwarding::decideBeneath(std::uint32_t label, Beneath beneath) {
     decider_->decideBeneath(label, beneath);
-    labelCounters_ = decider_->labelCounters();
+    labelCountersAre(decider_->labelCounters());
 }
 
 /// Whether a decision may take the place of this one: of one that a change has made void at once,
@@ -158,7 +157,7 @@ inline bool LabelForwarding::followRewrite(const Decision& decision, const Count
     if (rewrite.isCounted) {
         countLabel(entry, work);
     }
-    departures_->send(work, *line, etherTypeOf(work.type));
+    departures_.send(work, *line, etherTypeOf(work.type));
     return true;
 }
 
@@ -178,9 +177,9 @@ bool LabelForwarding::followSwap(const Decision& decision, const Counted& counte
     }
     count(counted, EventSets::none);
     const auto top = Lumo::MplsLabelEntry::load(work.packet);
-    Lumo::NetU32(swapped(decision, top.word().value())).store(work.packet);
+    Lumo::NetU32(swappedEntry(decision, top.word().value())).store(work.packet);
     countLabel(top, work);
-    departures_->send(work, line, Wire::EtherType::mpls);
+    departures_.send(work, line, Wire::EtherType::mpls);
     return true;
 }
 
@@ -196,8 +195,8 @@ bool LabelForwarding::followCircuit(const Decision& decision, const Counted& cou
     if (circuit.isCounted) {
         countLabel(Lumo::MplsLabelEntry::load(work.packet), work);
     }
-    departures_->countDelivered(*circuit.pseudowire, frame.size());
-    departures_->sendAs(*work.frame, work.port, *circuit.port, frame);
+    departures_.countDelivered(*circuit.pseudowire, frame.size());
+    departures_.sendAs(*work.frame, work.port, *circuit.port, frame);
     return true;
 }
 
@@ -216,18 +215,18 @@ bool LabelForwarding::followLookup(const Decision& decision, const Counted& coun
     if (lookup.isCounted) {
         countLabel(entry, work);
     }
-    departures_->send(work, *line, etherTypeOf(work.type));
+    departures_.send(work, *line, etherTypeOf(work.type));
     return true;
 }
 
 /// The label was found, but leads nowhere.
 bool LabelForwarding::drop(const Decision& decision, const Counted& counted, PacketWork& work) {
-    const DecidedDrop& drop = decisions_->drops[decision.value];
-    if (isLeftOut(drop, *work.frame)) {
+    const FrameAccounts::FateLog* const log = logOf(decision.value, *work.frame);
+    if (log == nullptr) {
         return false;
     }
-    count(counted, drop.events);
-    departures_->drop(*work.frame, work.port, logOf(drop));
+    count(counted, DecidedDrop::of(decision).events);
+    departures_.drop(*work.frame, work.port, *log);
     return true;
 }
 
@@ -271,12 +270,7 @@ bool LabelForwarding::forward(PacketWork& work) {
         }
         const Decision decision = *found;
         if (decision.action == Action::drop && !decisions_->at(label).isFound) {
-            const DecidedDrop& unknown = decisions_->drops[decision.value];
-            if (work.ended || isLeftOut(unknown, *work.frame)) {
-                return false;
-            }
-            countUnknown(unknown, *work.frame, work.port);
-            return true;
+            return !work.ended && dropUnknown(decision, *work.frame, work.port);
         }
         if (!lookUpAll(decisions_->at(label), work, counted)) {
             return false;

@@ -17,53 +17,55 @@ namespace OvixAgent {
 class LabelForwarding {
   public:
     /// Everything must outlive it. `decider` makes decisions that are missing; null: such frames
-    /// are for the forwarder.
-    LabelForwarding(DecidedTables& decided, Decider* decider,
-                    const Ptr<Ovix::OvixNamedCounters>& counters, IpHop& ipHop,
-                    Departures& departures);
+    /// are for the forwarder. `own` is null for the packet thread.
+    LabelForwarding(DecidedTables& decided, Decider* decider, FrameAccounts& accounts,
+                    OwnPorts* own, IpHop& ipHop);
 
     /// What labels are counted in; null: where the decider says. It must outlive this.
     void labelCountersAre(Counter::OvixLfibCounterCollection* counters) noexcept {
         labelCounters_ = counters;
+        countersOfLabels_ = counters != nullptr ? counters->ofLabels() : nullptr;
+    }
+    /// The frames that leave.
+    Departures& departures() noexcept { return departures_; }
+
+    /// What frames with one label are forwarded by. It is good until a decision is made, and to be
+    /// held by whoever forwards a burst: bytes of a frame may be anything's, so that what lies in
+    /// memory would be read again after each frame.
+    struct Lane {
+        const Decision* decisions = nullptr;     ///< by label
+        std::uint32_t stamp = 0;                 ///< of those that are valid
+        Counter::PktCounter* counters = nullptr; ///< by label; null before the first is counted
+
+        /// Loads what a packet's top label will need; a wrong address does no harm.
+        [[gnu::always_inline]] void prefetch(const std::uint8_t* top) const noexcept {
+            const std::uint32_t label = Lumo::NetU32::load(top).value() >> 12U;
+            Tessel::prefetch(decisions + label);
+            Tessel::prefetch(counters + label);
+        }
+    };
+    Lane lane() const noexcept {
+        return {decisions_->place(0), decisions_->stamp(), countersOfLabels_};
     }
 
     /// Settles a frame whose link header is Ethernet's alone where that takes least: it has one
     /// label, which is swapped, gets others on top, is popped or is in no table. False, and nothing
     /// is changed, for any other.
-    [[gnu::always_inline]] bool settleInPlace(WritableFrame& frame) {
+    [[gnu::always_inline]] bool settleInPlace(const Lane& lane, WritableFrame& frame) {
         const std::uint32_t entry = Lumo::NetU32::load(frame.bytes + Wire::Ethernet::size).value();
-        const Decision& decision = *decisions_->place(entry >> 12U);
-        if (!decisions_->isValid(decision) || (entry & 0xffU) <= 1) {
+        const Decision& decision = lane.decisions[entry >> 12U];
+        if (decision.stamp != lane.stamp) {
             return false;
         }
-        if (decision.action == Action::swap) {
-            return swapInPlace(decision, decision.lookup, entry, frame);
+        if (decision.action == Action::swap) [[likely]] {
+            return swapInPlace(lane, decision, entry, frame);
         }
-        switch (decision.action) {
-        case Action::impose:
-            return imposeInPlace(decision, decision.lookup, entry, frame);
-        case Action::choice:
-            return chooseInPlace(decision, entry, frame);
-        case Action::byBeneath:
-            return endInPlace(decision, entry, frame);
-        case Action::drop:
-            return dropInPlace(decision, frame);
-        default:
-            return false;
-        }
+        return decision.action == Action::drop ? dropInPlace(decision, entry, frame)
+                                               : settleOther(decision, entry, frame);
     }
 
     /// The packet starts with a label. False, and nothing is changed, when it is for the forwarder.
     bool forward(PacketWork& work);
-
-    /// Loads what the packet's top label will need.
-    [[gnu::always_inline]] void prefetch(const std::uint8_t* top) const noexcept {
-        const std::uint32_t label = labelOf(Lumo::MplsLabelEntry::load(top));
-        Tessel::prefetch(decisions_->place(label));
-        if (labelCounters_ != nullptr) {
-            labelCounters_->prefetch(label);
-        }
-    }
 
     /// Where a packet under its only label, at `top`, which is looked up next, has its IPv4
     /// destination, and the VRF's number. The address is null for others.
@@ -81,7 +83,7 @@ class LabelForwarding {
     }
 
     /// Makes what has been counted visible; to be called before anybody else counts or reads.
-    void settle() { events_.settle(); }
+    [[gnu::always_inline]] void settle() { events_.settle(); }
 
     /// Whether the forwarder has done enough to pay for a decision about a label never met before,
     /// which then is paid.
@@ -124,38 +126,57 @@ class LabelForwarding {
     const EgressLine* rewriteTowardFec(const DecidedRewrite& rewrite, PacketWork& work) const;
     bool followCircuit(const Decision& decision, const Counted& counted, PacketWork& work);
     bool followReplicas(const Decision& decision, const Counted& counted, PacketWork& work);
-    void sendReplica(const DecidedRewrite& leg, const PacketWork& work, bool isLast);
+    std::uint8_t* copyOf(const PacketWork& work);
+    void sendReplica(const DecidedRewrite& leg, const PacketWork& work, std::uint8_t* packet);
     bool followLookup(const Decision& decision, const Counted& counted, PacketWork& work);
     bool drop(const Decision& decision, const Counted& counted, PacketWork& work);
 
     static constexpr std::uint32_t bottom = 0x100;
+    static constexpr std::uint32_t ttlMask = 0xff;
 
-    // `lookup` is the top label's set; that of a choice's member is unset.
-    [[gnu::always_inline]] bool swapInPlace(const Decision& decision, std::uint16_t lookup,
+    [[gnu::always_inline]] bool swapInPlace(const Lane& lane, const Decision& decision,
                                             std::uint32_t entry, WritableFrame& frame) {
         const EgressLine& line = (*lines_)[decision.egress];
-        std::uint8_t* const bytes = frame.bytes;
-        const std::uint32_t size = frame.size;
-        if ((entry & bottom) == 0 ||
-            !line.takesPlain(size - static_cast<std::uint32_t>(Wire::Ethernet::size)))
-            [[unlikely]] {
+        if (!isAloneAndAlive(entry) || !line.takesFrame(frame.size)) [[unlikely]] {
             return false;
         }
-        const std::uint32_t left = swapped(decision, entry);
-        settled(lookup, entry, frame);
-        departures_->sendAs(frame, frame.port, *line.port, {bytes, size});
-        // Last, since bytes may be anything's.
-        std::memcpy(bytes, line.macs.data(), line.macs.size());
-        Lumo::NetU32(left).store(bytes + Wire::Ethernet::size);
+        Counter::PktCounter* const counter = lane.counters + (entry >> 12U);
+        if (counter->packets() == 0 || !events_.takesNext(decision.lookup) ||
+            !departures_.takesNext(*line.port)) [[unlikely]] {
+            return swapAnew(decision, decision.lookup, entry, frame);
+        }
+        swap(decision, line, entry, frame.bytes);
+        events_.countNext();
+        counter->countBytes(frame.size);
+        departures_.append(frame.time, frame.port, {frame.bytes, frame.size});
         return true;
     }
-    bool imposeInPlace(const Decision& decision, std::uint16_t lookup, std::uint32_t entry,
-                       WritableFrame& frame);
-    bool chooseInPlace(const Decision& decision, std::uint32_t entry, WritableFrame& frame);
-    bool endInPlace(const Decision& decision, std::uint32_t entry, WritableFrame& frame);
+    [[gnu::noinline]] bool swapAnew(const Decision& decision, std::uint16_t lookup,
+                                    std::uint32_t entry, WritableFrame& frame);
+    [[gnu::always_inline]] static void swap(const Decision& decision, const EgressLine& line,
+                                            std::uint32_t entry, std::uint8_t* frame) noexcept {
+        const std::uint32_t swapped = swappedEntry(decision, entry);
+        std::memcpy(frame, line.macs.data(), line.macs.size());
+        Lumo::NetU32(swapped).store(frame + Wire::Ethernet::size);
+    }
+    /// Whether it is the only label, and its TTL above 1.
+    static bool isAloneAndAlive(std::uint32_t entry) noexcept {
+        return (entry & (bottom | (ttlMask - 1))) > bottom;
+    }
+    // Each for itself, so that none saves registers for another.
+    [[gnu::noinline]] bool settleOther(const Decision& decision, std::uint32_t entry,
+                                       WritableFrame& frame);
+    [[gnu::noinline]] bool dropInPlace(const Decision& decision, std::uint32_t entry,
+                                       const WritableFrame& frame);
+    // `lookup` is the top label's set; that of a choice's member is unset.
+    [[gnu::noinline]] bool imposeInPlace(const Decision& decision, std::uint16_t lookup,
+                                         std::uint32_t entry, WritableFrame& frame);
+    [[gnu::noinline]] bool chooseInPlace(const Decision& decision, std::uint32_t entry,
+                                         WritableFrame& frame);
+    [[gnu::noinline]] bool endInPlace(const Decision& decision, std::uint32_t entry,
+                                      WritableFrame& frame);
     bool popInPlace(const Decision& decision, std::uint32_t entry, WritableFrame& frame);
     bool lookUpInPlace(const Decision& decision, std::uint32_t entry, WritableFrame& frame);
-    bool dropInPlace(const Decision& decision, WritableFrame& frame);
     void sendMoved(WritableFrame& frame, std::int32_t grows, const EgressLine& line,
                    std::uint16_t etherType);
     /// Counts a frame with one label that leaves.
@@ -166,35 +187,34 @@ class LabelForwarding {
     }
     /// Where a decided drop is counted, and whether a trace asks for its reason.
     struct DropLog {
-        FrameAccounts::FateLog log; ///< empty until first counted
-        std::uint32_t tracedBy = 0; ///< the trace that was asked last
-        bool isTraced = false;
+        FrameAccounts::FateLog log;          ///< empty until first counted
+        std::uint32_t untracedBy = unlooked; ///< the trace that does not ask for it
+        static constexpr std::uint32_t unlooked = ~std::uint32_t{0};
     };
-    bool isLeftOut(const DecidedDrop& drop, const WritableFrame& frame) noexcept {
-        DropLog& log = drops_[drop.number];
-        const TracedFrames& traced = decided_->traced;
-        if (log.tracedBy != traced.traces) [[unlikely]] {
-            log.tracedBy = traced.traces;
-            log.isTraced = traced.asksDrops &&
-                           drop.reason.find(traced.filter.reason) != std::string_view::npos;
+    /// Null, and nothing is changed, when a trace asks for the frame. `reason` is the number of
+    /// that for which it is dropped.
+    [[gnu::always_inline]] const FrameAccounts::FateLog* logOf(std::uint32_t reason,
+                                                               const WritableFrame& frame) {
+        const DropLog& log = drops_[reason];
+        return log.untracedBy == decided_->traced.traces ? &log.log : lookForLog(reason, frame);
+    }
+    [[gnu::noinline]] const FrameAccounts::FateLog* lookForLog(std::uint32_t reason,
+                                                               const WritableFrame& frame);
+    /// A frame is dropped whose label no table has. False as above.
+    [[gnu::always_inline]] bool dropUnknown(const Decision& decision, const WritableFrame& frame,
+                                            PortIndex in) {
+        const FrameAccounts::FateLog* const log = logOf(decision.value, frame);
+        if (log == nullptr) {
+            return false;
         }
-        return log.isTraced && traced.filter.matches(frame.frame(), decided_->tables->ports);
+        events_.count(DecidedDrop::of(decision).all);
+        departures_.drop(frame, in, *log);
+        return true;
     }
-    /// A frame is dropped whose label no table has.
-    void countUnknown(const DecidedDrop& drop, const WritableFrame& frame, PortIndex in) {
-        events_.count(drop.all);
-        departures_->drop(frame, in, logOf(drop));
-    }
-    const FrameAccounts::FateLog& logOf(const DecidedDrop& drop) {
-        FrameAccounts::FateLog& log = drops_[drop.number].log;
-        if (log.counter == nullptr) [[unlikely]] {
-            log = departures_->logOf(drop.reason);
-        }
-        return log;
-    }
-    static std::uint32_t swapped(const Decision& decision, std::uint32_t entry) noexcept {
-        constexpr std::uint32_t kept = 0xf00; // TC and S
-        return decision.value | (entry & kept) | ((entry & 0xffU) - 1);
+    /// TC and S are kept; the TTL is above 0.
+    static std::uint32_t swappedEntry(const Decision& decision, std::uint32_t entry) noexcept {
+        constexpr std::uint32_t belowLabel = 0xfff;
+        return decision.value | ((entry & belowLabel) - 1);
     }
     void countLabel(Lumo::MplsLabelEntry entry, const PacketWork& work) {
         labelCounters_->countBytes(labelOf(entry), work.counted());
@@ -216,9 +236,10 @@ class LabelForwarding {
     const EgressLines* lines_;
     Decider* decider_;
     EventCounts events_;
+    Departures departures_;
     Counter::OvixLfibCounterCollection* labelCounters_ = nullptr;
+    Counter::PktCounter* countersOfLabels_ = nullptr; ///< of them, by label
     IpHop* ipHop_;
-    Departures* departures_;
     std::array<DropLog, DropReasons::most> drops_; ///< by the reason's number
     std::uint32_t credit_ = mostCredit;
     std::vector<std::uint8_t> copies_; ///< bytes of replicas that have not left yet

@@ -28,13 +28,19 @@ DecidedForwarding::destinationOf(const WritableFrame& frame) const noexcept {
 
 void DecidedForwarding::loadAhead(std::span<const WritableFrame> burst) noexcept {
     constexpr std::size_t headersAhead = 16;
-    for (std::size_t i = 0; i < burst.size(); ++i) {
-        if (i + headersAhead < burst.size()) {
-            Tessel::prefetch(burst[i + headersAhead].bytes);
+    const LabelForwarding::Lane lane = labels_.lane();
+    const auto loadLabel = [&lane](const WritableFrame& frame) {
+        if (frame.size >= shortest) {
+            lane.prefetch(frame.bytes + Ethernet::size);
         }
-        if (burst[i].size >= shortest) {
-            labels_.prefetch(burst[i].bytes + Ethernet::size);
-        }
+    };
+    std::size_t i = 0;
+    for (; i + headersAhead < burst.size(); ++i) {
+        Tessel::prefetch(burst[i + headersAhead].bytes);
+        loadLabel(burst[i]);
+    }
+    for (; i < burst.size(); ++i) {
+        loadLabel(burst[i]);
     }
     if (ipHop_.takeRouted() > 0) {
         loadRoutes(burst);

@@ -17,11 +17,63 @@ constexpr auto behindLabel =
 
 } // namespace
 
+bool LabelForwarding::settleOther(const Decision& decision, std::uint32_t entry,
+                                  WritableFrame& frame) {
+    if ((entry & ttlMask) <= 1) {
+        return false;
+    }
+    switch (decision.action) {
+    case Action::impose:
+        return imposeInPlace(decision, decision.lookup, entry, frame);
+    case Action::choice:
+        return chooseInPlace(decision, entry, frame);
+    case Action::byBeneath:
+        return endInPlace(decision, entry, frame);
+    default:
+        return false;
+    }
+}
+
+bool LabelForwarding::dropInPlace(const Decision& decision, std::uint32_t entry,
+                                  const WritableFrame& frame) {
+    return (entry & ttlMask) > 1 && !decision.isFound && dropUnknown(decision, frame, frame.port);
+}
+
+/// The frame has one label, and need not join those before it.
+bool LabelForwarding::swapAnew(const Decision& decision, std::uint16_t lookup, std::uint32_t entry,
+                               WritableFrame& frame) {
+    const EgressLine& line = (*lines_)[decision.egress];
+    if (!line.takesFrame(frame.size)) {
+        return false;
+    }
+    settled(lookup, entry, frame);
+    swap(decision, line, entry, frame.bytes);
+    departures_.sendAs(frame, frame.port, *line.port, {frame.bytes, frame.size});
+    return true;
+}
+
+/// Of a drop that has not been counted before, or whose frames a trace may ask for.
+const FrameAccounts::FateLog* LabelForwarding::lookForLog(std::uint32_t reason,
+                                                          const WritableFrame& frame) {
+    DropLog& log = drops_[reason];
+    const TracedFrames& traced = decided_->traced;
+    const std::string& text = decisions_->reasons[reason];
+    if (!traced.asksDrops || text.find(traced.filter.reason) == std::string::npos) {
+        log.untracedBy = traced.traces;
+    } else if (traced.filter.matches(frame.frame(), decided_->tables->ports)) {
+        return nullptr;
+    }
+    if (log.log.counter == nullptr) {
+        log.log = departures_.logOf(text);
+    }
+    return &log.log;
+}
+
 /// The frame's start moves back by what it grows.
 inline void LabelForwarding::sendMoved(WritableFrame& frame, std::int32_t grows,
                                        const EgressLine& line, std::uint16_t etherType) {
     constexpr auto link = static_cast<std::int32_t>(Wire::Ethernet::size);
-    departures_->send(
+    departures_.send(
         frame, line, frame.bytes + link - grows,
         static_cast<std::uint32_t>(static_cast<std::int32_t>(frame.size) - link + grows),
         etherType);
@@ -32,8 +84,7 @@ bool LabelForwarding::imposeInPlace(const Decision& decision, std::uint16_t look
     const DecidedRewrite& rewrite = decisions_->rewrites.at(decision.value);
     const EgressLine& line = (*lines_)[rewrite.egress];
     const auto grows = static_cast<std::uint32_t>(rewrite.grows);
-    if ((entry & bottom) == 0 || frame.headroom < grows ||
-        !line.takesPlain(frame.size - static_cast<std::uint32_t>(Wire::Ethernet::size) + grows)) {
+    if ((entry & bottom) == 0 || frame.headroom < grows || !line.takesFrame(frame.size + grows)) {
         return false;
     }
     imposeLabels(rewrite, entry, frame.bytes + Wire::Ethernet::size - grows);
@@ -51,7 +102,7 @@ bool LabelForwarding::chooseInPlace(const Decision& decision, std::uint32_t entr
     const std::uint32_t hash = Ovix::flowHash(
         PktHdrType::mpls, {frame.bytes + Wire::Ethernet::size, frame.size - Wire::Ethernet::size});
     const Decision& member = choice.member(hash);
-    return (member.action == Action::swap && swapInPlace(member, decision.lookup, entry, frame)) ||
+    return (member.action == Action::swap && swapAnew(member, decision.lookup, entry, frame)) ||
            (member.action == Action::impose &&
             imposeInPlace(member, decision.lookup, entry, frame));
 }
@@ -70,7 +121,8 @@ bool LabelForwarding::popInPlace(const Decision& decision, std::uint32_t entry,
                                  WritableFrame& frame) {
     const Wire::WritableBytes payload{frame.bytes + behindLabel, frame.size - behindLabel};
     const EgressLine& line = (*lines_)[decision.egress];
-    if (Wire::ipv4HeaderLength(payload) == 0 || !line.takesPlain(frame.size - behindLabel)) {
+    if (Wire::ipv4HeaderLength(payload) == 0 ||
+        !line.takesFrame(frame.size - static_cast<std::uint32_t>(Lumo::MplsLabelEntry::size))) {
         return false;
     }
     if (decision.isUniform) {
@@ -91,16 +143,7 @@ bool LabelForwarding::lookUpInPlace(const Decision& decision, std::uint32_t entr
         return false;
     }
     settled(decision.lookup, entry, frame);
-    departures_->send(frame, *leaving.line, leaving.packet, leaving.length, leaving.etherType);
-    return true;
-}
-
-bool LabelForwarding::dropInPlace(const Decision& decision, WritableFrame& frame) {
-    const DecidedDrop& drop = decisions_->drops[decision.value];
-    if (decision.isFound || isLeftOut(drop, frame)) {
-        return false;
-    }
-    countUnknown(drop, frame, frame.port);
+    departures_.send(frame, *leaving.line, leaving.packet, leaving.length, leaving.etherType);
     return true;
 }
 

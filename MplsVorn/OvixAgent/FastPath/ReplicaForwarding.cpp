@@ -43,41 +43,49 @@ bool LabelForwarding::followReplicas(const Decision& decision, const Counted& co
         return false;
     }
     if (copies_.size() - copied_ < room) {
-        departures_->flush();
+        departures_.flush();
         copies_.resize(copiesMemory);
         copied_ = 0;
     }
     count(counted, replicas.events);
     const auto entry = Lumo::MplsLabelEntry::load(work.packet);
-    for (std::size_t i = 0; i < replicas.legs.size(); ++i) {
-        const bool isLast = i + 1 == replicas.legs.size();
-        if (replicas.legs[i].isCounted) {
+    const DecidedRewrite* const last = &replicas.legs.back();
+    for (const DecidedRewrite& leg : replicas.legs) {
+        if (leg.isCounted) {
             countLabel(entry, work);
         }
-        sendReplica(replicas.legs[i], work, isLast);
+        sendReplica(leg, work, &leg == last ? work.packet : copyOf(work));
     }
+    departures_.countReplicas(replicas.legs.size() - 1);
     return true;
 }
 
-/// The last one is the frame itself.
-void LabelForwarding::sendReplica(const DecidedRewrite& leg, const PacketWork& work, bool isLast) {
+std::uint8_t* LabelForwarding::copyOf(const PacketWork& work) {
+    std::uint8_t* const packet = copies_.data() + copied_ + frameHeadroom;
+    std::copy_n(work.packet, work.length, packet);
+    copied_ += work.length + frameHeadroom;
+    return packet;
+}
+
+/// The replica lies at `packet`: the last one is the frame itself.
+void LabelForwarding::sendReplica(const DecidedRewrite& leg, const PacketWork& work,
+                                  std::uint8_t* packet) {
     PacketWork replica = work;
-    if (!isLast) {
-        replica.packet = copies_.data() + copied_ + frameHeadroom;
-        std::copy_n(work.packet, work.length, replica.packet);
-        copied_ += work.length + frameHeadroom;
+    replica.packet = packet;
+    if (leg.kind == DecidedRewrite::Kind::pop) {
+        applyRewrite(leg, replica);
+    } else {
+        const std::uint32_t top = Lumo::NetU32::load(packet).value();
+        replica.packet -= leg.grows;
+        replica.length = lengthOf(leg, work);
+        imposeLabels(leg, top, replica.packet);
     }
-    applyRewrite(leg, replica);
     const EgressLine& line = (*lines_)[leg.egress];
     const Wire::Bytes frame = withLinkHeader(replica, line, etherTypeOf(replica.type));
     if (leg.isToGroup) {
         nameLabel(replica, replica.packet - (Wire::Ethernet::size + line.tagBytes));
     }
-    if (isLast) {
-        departures_->sendAs(*work.frame, work.port, *line.port, frame);
-    } else {
-        departures_->sendReplica(*work.frame, work.port, *line.port, frame);
-    }
+    departures_.sendAs(*work.frame, work.port, *line.port, frame);
 }
 
 } // namespace OvixAgent

@@ -70,6 +70,8 @@ class OvixLfibCounterCollection : public Tessel::Entity {
         }
         countFirst(label, bytes);
     }
+    /// The counters of routes of one label, by label, of which those exist that have counted.
+    PktCounter* ofLabels() noexcept { return &labels_[0]; }
     /// Null when the route has no counter.
     PktCounter* counter(Mpls::RouteKey key) noexcept {
         return const_cast<PktCounter*>(std::as_const(*this).counter(key));

@@ -7,7 +7,7 @@ namespace Tessel {
 /// an effect to them.
 [[gnu::always_inline]] inline void prefetch(const void* address) noexcept {
     __builtin_prefetch(address);
-    __asm__ volatile("" : : "r"(address));
+    __asm__ volatile("");
 }
 
 } // namespace Tessel

@@ -1,5 +1,6 @@
 #include "Live/workers/Worker.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <sys/eventfd.h>
@@ -137,18 +138,24 @@ void Worker::forward(std::span<WritableFrame> burst) {
     if (burst.size() > 1) {
         road_.loadAhead(burst);
     }
-    for (WritableFrame& frame : burst) {
-        if ((looks && isTraced(frame)) || !road_.forward(frame)) [[unlikely]] {
-            leave(frame);
-        } else {
-            ++fast_;
+    while (!burst.empty()) {
+        const std::size_t fast = road_.forward(looks ? beforeTraced(burst) : burst);
+        fast_ += fast;
+        if (fast < burst.size()) {
+            leave(burst[fast]);
         }
+        burst = burst.subspan(std::min(fast + 1, burst.size()));
     }
     road_.settle();
 }
 
-bool Worker::isTraced(const WritableFrame& frame) const noexcept {
-    return decided_->traced.filter.matches(frame.frame(), decided_->tables->ports);
+/// The frames before the first that a trace asks for.
+std::span<WritableFrame> Worker::beforeTraced(std::span<WritableFrame> burst) const {
+    const auto traced =
+        std::find_if(burst.begin(), burst.end(), [this](const WritableFrame& frame) {
+            return decided_->traced.filter.matches(frame.frame(), decided_->tables->ports);
+        });
+    return burst.first(static_cast<std::size_t>(traced - burst.begin()));
 }
 
 void Worker::leave(const WritableFrame& frame) {

@@ -69,7 +69,7 @@ class alignas(64) Worker { // so that no two write one cache line
     void flush();
     void reopenClosed();
     void forward(std::span<WritableFrame> burst);
-    bool isTraced(const WritableFrame& frame) const noexcept;
+    std::span<WritableFrame> beforeTraced(std::span<WritableFrame> burst) const;
     void leave(const WritableFrame& frame);
     void wakeOthers() const noexcept;
     void awaitCall() const;

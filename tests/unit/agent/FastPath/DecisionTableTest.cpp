@@ -169,19 +169,17 @@ TEST_F(DecisionTableTest, WhatADecisionRefersToIsReleasedWithIt) {
     towardFec.egress = decisions.fecs.add({});
     DecidedChoice choice;
     choice.members = {made(Action::rewrite, decisions.rewrites.add(towardFec)),
-                      made(Action::drop, decisions.drops.add({})),
-                      made(Action::impose, decisions.rewrites.add({}))};
+                      made(Action::drop, 0), made(Action::impose, decisions.rewrites.add({}))};
     DecidedByBeneath kinds;
     kinds.decisions = {made(Action::choice, decisions.choices.add(choice)),
                        made(Action::lookup, decisions.lookups.add({})),
                        made(Action::circuit, decisions.circuits.add({})), Decision()};
     Decision whole = made(Action::byBeneath, decisions.byBeneath.add(kinds));
     const auto held = [&] {
-        return decisions.fecs.size() + decisions.rewrites.size() + decisions.drops.size() +
-               decisions.choices.size() + decisions.lookups.size() + decisions.circuits.size() +
-               decisions.byBeneath.size();
+        return decisions.fecs.size() + decisions.rewrites.size() + decisions.choices.size() +
+               decisions.lookups.size() + decisions.circuits.size() + decisions.byBeneath.size();
     };
-    EXPECT_EQ(held(), 8U);
+    EXPECT_EQ(held(), 7U);
     decisions.release(whole);
     EXPECT_EQ(held(), 0U);
     EXPECT_EQ(whole.action, Action::none);
