@@ -135,6 +135,7 @@ class Ways {
         forward(way);
     }
     void forward(Way way) {
+        OvixAgent::FastPath& fastPath = router_.fastPath();
         switch (way) {
         case bare:
             for (std::size_t i = 0; i < FrameRing::frames / OvixAgent::burstFrames; ++i) {
@@ -147,12 +148,12 @@ class Ways {
         case byPrefix:
         case byReason:
             for (std::size_t i = 0; i < FrameRing::frames / OvixAgent::burstFrames; ++i) {
-                router_.fastPath().receive(ring_.burst(i));
+                fastPath.receive(ring_.burst(i));
             }
             break;
         case single:
             for (WritableFrame& frame : ring_.all()) {
-                router_.fastPath().receive({&frame, 1});
+                fastPath.receive({&frame, 1});
             }
             break;
         case definition:
