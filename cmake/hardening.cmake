@@ -7,6 +7,7 @@ if(NOT OVIX_SANITIZE AND NOT OVIX_HARDENING STREQUAL off)
   include(CheckPIESupported)
   check_pie_supported(LANGUAGES CXX)
   set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+  set(CMAKE_REQUIRED_FLAGS -Werror) # clang only warns of what it does not know
   foreach(flag -fstack-protector-strong -fstack-clash-protection -fcf-protection -mbranch-protection=standard)
     string(MAKE_C_IDENTIFIER "OVIX_HAS${flag}" has)
     check_cxx_compiler_flag(${flag} ${has}) # those for jumps are each of one processor
@@ -14,6 +15,7 @@ if(NOT OVIX_SANITIZE AND NOT OVIX_HARDENING STREQUAL off)
       add_compile_options(${flag})
     endif()
   endforeach()
+  unset(CMAKE_REQUIRED_FLAGS)
   # A link carries a note that shadow stacks or marked jumps may be enforced if all of its objects do. All of ours
   # do; the C library's start code does not, though its returns match its calls. Its _init is no marked target.
   if(OVIX_HAS_fcf_protection)
