@@ -4,12 +4,14 @@ import json
 import os
 import pathlib
 import re
+import resource
 import signal
 import subprocess
 import time
 import unittest
 
 import agent
+import frames
 from live import LiveTest
 
 LABELS = int(os.environ.get("OVIX_RELOAD_LABELS", "60000"))
@@ -124,6 +126,25 @@ lfib:
         self.config.write_text(ports)
         self.until(lambda: self.lines(": reloaded\n") == 1, RELOADED)
         self.stop(process)
+
+    def test_a_run_that_ends_does_not_wait_for_what_is_being_read(self):
+        large = self.configuration(200)
+        process = self.start_with("ports: [{name: west, kind: packet}]\n")
+        self.config.write_text(large)
+        before = self.processor_time()
+        process.send_signal(signal.SIGHUP)
+        self.stop(process)
+        ended, before = self.processor_time() - before, self.processor_time()
+        self.config.write_text(large.replace("kind: packet", 'mac: "02:00:00:00:00:0a"'))
+        frames.write_pcap(self.directory / "none.pcap", [])
+        subprocess.run([agent.AGENT, "run", str(self.config), "--in", f"west={self.directory}/none.pcap", "--out",
+                        str(self.directory / "out")], check=True, capture_output=True)
+        self.assertLess(ended, (self.processor_time() - before) / 2)
+
+    @staticmethod
+    def processor_time() -> float:
+        spent = resource.getrusage(resource.RUSAGE_CHILDREN)
+        return spent.ru_utime + spent.ru_stime
 
     def stop(self, process: subprocess.Popen) -> dict:
         process.send_signal(signal.SIGTERM)

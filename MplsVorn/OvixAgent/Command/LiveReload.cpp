@@ -37,8 +37,8 @@ Tessel::Result<void> checkSamePorts(const AgentConfig& old, const AgentConfig& c
 
 } // namespace
 
-Tessel::Result<AgentConfig> liveConfig(const RunOptions& options) {
-    Tessel::Result<AgentConfig> config = loadConfig(options.config);
+Tessel::Result<AgentConfig> liveConfig(const RunOptions& options, const std::stop_token& stop) {
+    Tessel::Result<AgentConfig> config = loadConfig(options.config, stop);
     if (config) {
         for (PortConfig& port : config.value().ports) {
             port.routesIp = true;
@@ -78,14 +78,14 @@ LiveReload::Prepared LiveReload::prepareOrRefuse() {
 
 /// The label tables come last: they are the only ones that would have to be taken back.
 LiveReload::Prepared LiveReload::prepare() {
-    Tessel::Result<AgentConfig> newer = liveConfig(*options_);
+    Tessel::Result<AgentConfig> newer = liveConfig(*options_, ends_.get_token());
     if (!newer) {
         return newer.refused();
     }
     if (const auto same = checkSamePorts(*config_, newer.value(), *options_); !same) {
         return same.refused();
     }
-    if (ends_) {
+    if (ends_.stop_requested()) {
         return Tessel::Refused{"the run has ended"};
     }
     auto made = std::make_unique<Made>(std::move(newer).value(), parts_.tables->ports);
@@ -108,7 +108,7 @@ void LiveReload::takeSharedRoutes(Made& made) {
     }
     made.reader = std::move(reader_);
     made.ipRoutes.emplace(made.reader, parts_.tables->ports, made.tables.vrfs);
-    for (int i = 0; i < longest && !ends_ && !made.ipRoutes->refresh(); ++i) {
+    for (int i = 0; i < longest && !ends_.stop_requested() && !made.ipRoutes->refresh(); ++i) {
         try {
             made.reader->refresh();
         } catch (const Tessel::CorruptionDetected&) {

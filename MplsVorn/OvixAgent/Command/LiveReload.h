@@ -3,6 +3,7 @@
 #include <atomic>
 #include <memory>
 #include <optional>
+#include <stop_token>
 
 #include "Answers/CpuAnswers.h"
 #include "Command/Run.h"
@@ -14,7 +15,7 @@
 namespace OvixAgent {
 
 /// The configuration of a live run, in which every port routes IP.
-Tessel::Result<AgentConfig> liveConfig(const RunOptions& options);
+Tessel::Result<AgentConfig> liveConfig(const RunOptions& options, const std::stop_token& stop = {});
 
 /// Reads the configuration again and makes tables of it beside the packet thread, which only puts
 /// them in the place of its own, between two frames. A configuration that is refused changes
@@ -37,7 +38,7 @@ class LiveReload final : public Reloading {
         : options_(&options), config_(&config), parts_(parts), log_(&log) {}
     LiveReload(const LiveReload&) = delete;
     LiveReload& operator=(const LiveReload&) = delete;
-    ~LiveReload() override { ends_ = true; }
+    ~LiveReload() override { ends_.request_stop(); }
 
     int descriptor() const noexcept override { return side_.descriptor(); }
     void start() override;
@@ -72,7 +73,7 @@ class LiveReload final : public Reloading {
     Ptr<Tessel::TableReader> reader_;      ///< the other thread's until it is prepared
     std::optional<Prepared> prepared_;     ///< the other thread's until it is prepared
     std::atomic<bool> isPrepared_ = false; ///< and not taken over yet
-    std::atomic<bool> ends_ = false;
+    std::stop_source ends_;
     SideThread side_; ///< the first to end
 };
 

@@ -180,9 +180,10 @@ Tessel::Result<std::string> readFile(const std::string& path) {
     return text;
 }
 
-Tessel::Result<AgentConfig> parseConfig(const std::string& text, const std::string& file) {
+Tessel::Result<AgentConfig> parseConfig(const std::string& text, const std::string& file,
+                                        const std::stop_token& stop) {
     try {
-        const ConfigDocument document = ConfigDocument::parse(text, file);
+        const ConfigDocument document = ConfigDocument::parse(text, file, stop);
         AgentConfig config = readConfig(ConfigValue(document));
         config.text = std::make_shared<const std::string>(text);
         return config;
@@ -191,9 +192,9 @@ Tessel::Result<AgentConfig> parseConfig(const std::string& text, const std::stri
     }
 }
 
-Tessel::Result<AgentConfig> loadConfig(const std::string& path) {
+Tessel::Result<AgentConfig> loadConfig(const std::string& path, const std::stop_token& stop) {
     const Tessel::Result<std::string> text = readFile(path);
-    return text ? parseConfig(text.value(), path) : text.refused();
+    return text ? parseConfig(text.value(), path, stop) : text.refused();
 }
 
 } // namespace OvixAgent

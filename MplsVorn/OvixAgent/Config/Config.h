@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -181,11 +182,13 @@ struct AgentConfig {
 /// All of a file. Refused, naming it, when it cannot be read.
 Tessel::Result<std::string> readFile(const std::string& path);
 
-/// Reads a configuration file. Refused at the first thing that is wrong, naming file, line and key.
-Tessel::Result<AgentConfig> loadConfig(const std::string& path);
+/// Reads a configuration file. Refused at the first thing that is wrong, naming file, line and key,
+/// and when it is to stop.
+Tessel::Result<AgentConfig> loadConfig(const std::string& path, const std::stop_token& stop = {});
 
 /// The same for text at hand; `file` names it in refusals.
-Tessel::Result<AgentConfig> parseConfig(const std::string& text, const std::string& file);
+Tessel::Result<AgentConfig> parseConfig(const std::string& text, const std::string& file,
+                                        const std::stop_token& stop = {});
 
 } // namespace OvixAgent
 

@@ -230,7 +230,8 @@ class ConfigDocument::Builder {
     std::size_t documents_ = 0;
 };
 
-ConfigDocument ConfigDocument::parse(const std::string& text, std::string file) {
+ConfigDocument ConfigDocument::parse(const std::string& text, std::string file,
+                                     const std::stop_token& stop) {
     ConfigDocument document;
     document.file_ = std::move(file);
     if (text.size() > ConfigLimit::bytes) {
@@ -242,6 +243,9 @@ ConfigDocument ConfigDocument::parse(const std::string& text, std::string file) 
     const std::string_view used(text.data(), text.find_last_not_of(" \t\r\n") + 1);
     Parser parser(used, document.file_);
     while (builder.take(parser.next())) {
+        if (stop.stop_requested()) {
+            throw ConfigError(document.file_ + ": not read to its end");
+        }
     }
     if (document.nodes_.empty()) {
         document.nodes_.push_back({0, 0, 1, Kind::null});

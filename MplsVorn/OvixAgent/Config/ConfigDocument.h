@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <stdexcept>
+#include <stop_token>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -36,8 +37,9 @@ class ConfigDocument {
     using NodeId = std::uint32_t;
 
     /// Throws ConfigError for text that is not one YAML document or exceeds a limit. Empty text is
-    /// a null document. `file` names the text in errors.
-    static ConfigDocument parse(const std::string& text, std::string file);
+    /// a null document, and when it is to stop. `file` names the text in errors.
+    static ConfigDocument parse(const std::string& text, std::string file,
+                                const std::stop_token& stop = {});
 
     const std::string& file() const noexcept { return file_; }
     NodeId root() const noexcept { return root_; }

@@ -129,4 +129,12 @@ TEST(ConfigDocument, VeryLongTextsAndFilesAreRefused) {
               "t.yaml: a configuration has at most 104857600 bytes");
 }
 
+TEST(ConfigDocument, OneThatNobodyWaitsForIsNotReadToItsEnd) {
+    std::stop_source ended;
+    const auto read = [&] { ConfigDocument::parse(twoPorts, "t.yaml", ended.get_token()); };
+    EXPECT_NO_THROW(read());
+    ended.request_stop();
+    EXPECT_THROW(read(), ConfigError);
+}
+
 } // namespace ConfigDocumentTest
