@@ -1,7 +1,9 @@
 """A log that cannot be written neither ends a program nor holds it up."""
 
+import contextlib
 import os
 import pathlib
+import signal
 import socket
 import subprocess
 import tempfile
@@ -9,6 +11,7 @@ import unittest
 
 import agent
 import listener
+from live import DEADLINE, LiveTest
 from running_agent import CTL
 
 
@@ -31,6 +34,29 @@ class AgentLog(unittest.TestCase):
                                            "--out", directory], stderr=log, check=False)
                     self.assertEqual(done.returncode, 1)
             os.close(writer)
+
+
+class NumbersOfARun(LiveTest):
+    def test_a_second_signal_ends_one_whose_numbers_nobody_reads(self):
+        reader, writer = os.pipe()
+        self.addCleanup(os.close, reader)
+        self.addCleanup(os.close, writer)
+        os.set_blocking(writer, False)
+        with contextlib.suppress(BlockingIOError):
+            while True:
+                os.write(writer, bytes(4096))
+        os.set_blocking(writer, True)
+        self.config = self.directory / "agent.yaml"
+        self.configure()
+        process = subprocess.Popen(["ip", "netns", "exec", self.router, agent.AGENT, "run", self.config, "--live",
+                                    "--control", self.path], stdout=writer, stderr=subprocess.DEVNULL)
+        self.addCleanup(process.wait)
+        self.addCleanup(process.kill)
+        self.until(self.is_forwarding)
+        process.terminate()
+        self.until(lambda: "pipe_write" in pathlib.Path(f"/proc/{process.pid}/wchan").read_text())
+        process.terminate()
+        self.assertEqual(process.wait(DEADLINE), -signal.SIGTERM)
 
 
 class CommandLog(unittest.TestCase):

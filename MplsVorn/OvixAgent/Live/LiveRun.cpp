@@ -80,6 +80,7 @@ void LiveRun::run(const std::function<void(const std::string&)>& report) {
         parts_.workers->collectLabels();
     }
     drain();
+    anotherSignalEnds();
     parts_.forwarder->settleWaiting(LinkSync::Clock::time_point::max());
     parts_.ports->flush();
 }
@@ -278,6 +279,18 @@ void LiveRun::settle(const std::function<void(const std::string&)>& report) {
     if (parts_.service->isDue(now) && (parts_.workers == nullptr || parts_.workers->haveTurned())) {
         parts_.service->feed(now);
     }
+}
+
+/// Whoever reads the numbers may take none: the next signal is not waited for.
+void LiveRun::anotherSignalEnds() {
+    signalfd_siginfo taken{};
+    while (read(signals_.value(), &taken, sizeof taken) == ssize_t{sizeof taken}) {
+    }
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    sigprocmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
 /// False when the run ends.

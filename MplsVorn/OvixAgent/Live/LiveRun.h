@@ -80,6 +80,7 @@ class LiveRun {
     void wait();
     bool answersRequests() const;
     bool takesAllFrames() const;
+    void anotherSignalEnds();
     bool takeSignals();
     std::size_t takeFrames();
     void drain();
