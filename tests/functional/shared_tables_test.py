@@ -59,6 +59,15 @@ class SharedTables(SharedTablesTest):
         subprocess.run([CTL, "--tables", self.tables, "lfib", "del", "100"], check=True,
                        capture_output=True)
 
+    def test_tables_that_were_cut_short_are_not_called_absent(self):
+        self.load(swap_all(range(100, 101), 200))
+        os.truncate(self.memory, 0)
+        shown = subprocess.run([CTL, "--tables", self.tables, "lfib", "show"], capture_output=True, text=True,
+                               check=False)
+        self.assertEqual(shown.returncode, 1)
+        self.assertIn(f'tables "{self.tables}" have no header: they are being made, or were cut short; '
+                      '"ovixctl tables repair" makes them usable again', shown.stderr)
+
     def test_each_frame_goes_by_the_tables_as_they_are_when_it_comes(self):
         self.load(swap_all(range(100, 101), 200))
         agent = self.start()
@@ -212,6 +221,16 @@ class Repair(SharedTablesTest):
         self.assertIn("the file had been cut short to 2097152 bytes", self.ctl("tables", "repair"))
         self.assertEqual(self.ctl("lfib", "show"), shown)
         self.assertIn("nothing was damaged", self.ctl("tables", "repair"))
+
+    def test_a_copy_with_holes_is_as_whole_as_the_original(self):
+        for out in range(200, 230):
+            self.load(swap_all(range(100, 400), out))
+        shown = self.ctl("lfib", "show")
+        copy = self.memory.with_name("copy")
+        subprocess.run(["cp", "--sparse=always", "-p", self.memory, copy], check=True)
+        os.replace(copy, self.memory)
+        self.assertIn("nothing was damaged", self.ctl("tables", "repair"))
+        self.assertEqual(self.ctl("lfib", "show"), shown)
 
 
 class Trouble(SharedTablesTest):

@@ -22,8 +22,13 @@ Tessel::Result<TableMemory> openMemory(const std::string& name) {
     try {
         return TableMemory::sharedForReading(name);
     } catch (const std::system_error& absent) {
-        if (absent.code() != std::errc::no_such_file_or_directory &&
-            absent.code() != std::errc::no_message_available) {
+        if (absent.code() == std::errc::no_message_available) {
+            return Tessel::Refused{
+                fmt::format("tables \"{}\" have no header: they are being made, or were cut short; "
+                            "\"ovixctl tables repair\" makes them usable again",
+                            name)};
+        }
+        if (absent.code() != std::errc::no_such_file_or_directory) {
             throw;
         }
         return Tessel::Refused{noTables(name)};

@@ -40,9 +40,11 @@ constexpr std::size_t reserveStep = std::size_t{1} << 21U;
 void TableMemory::checkName(const std::string& name) {
     constexpr const char* allowed = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
                                     "0123456789-_.";
-    if (name.empty() || name.size() > 64 || name.find_first_not_of(allowed) != std::string::npos) {
-        throw std::invalid_argument("tables \"" + name +
-                                    "\": a name is 1 to 64 letters, digits, '-', '_' and '.'");
+    if (name.empty() || name.size() > 64 || name.front() == '.' ||
+        name.find_first_not_of(allowed) != std::string::npos) {
+        throw std::invalid_argument(
+            "tables \"" + name +
+            "\": a name is 1 to 64 letters, digits, '-', '_' and '.', which is not the first");
     }
 }
 
@@ -197,14 +199,17 @@ TableMemory::Now TableMemory::now() const {
     }
 }
 
-// Memory is reserved from the start on, in steps.
+// To the end of its last bytes: a copy of tables may have holes where zeros were.
 std::size_t TableMemory::bytesInUse() const noexcept {
-    struct stat found {};
-    if (!file_.isOpen() || fstat(file_.value(), &found) != 0) {
+    if (!file_.isOpen()) {
         return bytes_.size();
     }
-    constexpr std::size_t blockBytes = 512;
-    return std::min(bytes_.size(), static_cast<std::size_t>(found.st_blocks) * blockBytes);
+    off_t end = 0;
+    for (off_t at = lseek(file_.value(), 0, SEEK_DATA); at >= 0;
+         at = lseek(file_.value(), end, SEEK_DATA)) {
+        end = lseek(file_.value(), at, SEEK_HOLE);
+    }
+    return std::min(bytes_.size(), static_cast<std::size_t>(end));
 }
 
 // Without this, a write for which the system has no memory left would kill the process.

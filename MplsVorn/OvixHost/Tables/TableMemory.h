@@ -38,7 +38,8 @@ class TableMemory {
                                        std::chrono::milliseconds wait = {});
     /// Removes the name; a process that has the memory open keeps it. False when there was none.
     static bool remove(const std::string& name);
-    /// A name is 1 to 64 letters, digits, '-', '_' and '.'; std::invalid_argument otherwise.
+    /// A name is 1 to 64 letters, digits, '-', '_' and '.', which is not the first;
+    /// std::invalid_argument otherwise.
     static void checkName(const std::string& name);
 
     TableMemory(TableMemory&& other) noexcept { swap(other); }

@@ -43,14 +43,16 @@ std::string permissionsOf(const std::byte* at) {
 
 TEST(TableMemory, ANameIsCheckedBeforeItIsUsed) {
     const std::vector<std::string> wrong = {
-        "", std::string(65, 'a'), "a/b", "/a", "a b", "a\n", "\xc3\xa4", std::string("a\0b", 3)};
+        "",   ".",   "..",  std::string(65, 'a'), "a/b",
+        "/a", "a b", "a\n", "\xc3\xa4",           std::string("a\0b", 3)};
     for (const std::string& name : wrong) {
         EXPECT_THROW(TableMemory::sharedForWriting(name), std::invalid_argument) << name;
         EXPECT_THROW(TableMemory::sharedForReading(name), std::invalid_argument) << name;
         EXPECT_THROW(TableMemory::remove(name), std::invalid_argument) << name;
     }
     EXPECT_EQ(refusal([] { TableMemory::checkName("a/b"); }),
-              "tables \"a/b\": a name is 1 to 64 letters, digits, '-', '_' and '.'");
+              "tables \"a/b\": a name is 1 to 64 letters, digits, '-', '_' and '.', which is not "
+              "the first");
     EXPECT_NO_THROW(TableMemory::checkName(std::string(64, 'a')));
     EXPECT_NO_THROW(TableMemory::checkName("azAZ09-_."));
 }
