@@ -1,8 +1,10 @@
 """The agent on live ports between two hosts, each in a network namespace of its own."""
 
+import contextlib
 import json
 import os
 import pathlib
+import re
 import shutil
 import signal
 import subprocess
@@ -60,6 +62,12 @@ class NamespaceTest(unittest.TestCase):
         while not met():
             self.assertLess(time.monotonic(), end, "nothing happened for too long")
             time.sleep(0.02)
+
+
+def takes_signals(process: int) -> bool:
+    """Whether a run has begun to: before, SIGTERM ends it like any program."""
+    blocked = re.search(r"SigBlk:\s*([0-9a-f]+)", pathlib.Path(f"/proc/{process}/status").read_text())
+    return int(blocked[1], 16) >> (signal.SIGTERM - 1) & 1 == 1
 
 
 class LiveTest(NamespaceTest):
@@ -121,11 +129,16 @@ ports:
         """A run with these ports alone, ended after a second unless it ends by itself."""
         config = self.directory / "brief.yaml"
         config.write_text(f"ports: [{ports}]\n")
-        return subprocess.run(
-            ["ip", "netns", "exec", self.router, "timeout", "--preserve-status", "-s", "TERM", "1.5",
-             *prefix, agent.AGENT, "run", str(config), "--live", "--json",
-             *options, *(["--plugin", agent.PLUGIN] if agent.PLUGIN else [])],
-            capture_output=True, text=True, check=False, timeout=DEADLINE)
+        command = ["ip", "netns", "exec", self.router, *prefix, agent.AGENT, "run", str(config), "--live", "--json",
+                   *options, *(["--plugin", agent.PLUGIN] if agent.PLUGIN else [])]
+        with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True) as process:
+            self.addCleanup(process.kill)
+            self.until(lambda: process.poll() is not None or takes_signals(process.pid))
+            with contextlib.suppress(subprocess.TimeoutExpired):
+                process.wait(1)
+            process.terminate()
+            output, errors = process.communicate(timeout=DEADLINE)
+        return subprocess.CompletedProcess(command, process.returncode, output, errors)
 
     def ctl(self, *arguments: str) -> None:
         subprocess.run([CTL, "--create", "--tables", self.tables, *arguments], check=True,
