@@ -128,19 +128,43 @@ class LiveFaults(LiveTest):
                     number += 1
                 self.assertGreater(number, 1, f"{call} is not made")
 
-    def test_without_descriptors_frames_go_on_and_requests_wait(self):
+    def ask(self, client: socket.socket) -> None:
+        client.connect(str(self.path))
+        client.sendall(b'{"command": "status"}\n')
+        client.settimeout(10)
+
+    def hold_the_last_descriptor(self) -> socket.socket:
+        faults.limit(self.program, "nofile", str(faults.settled_descriptors(self.program)))
+        idle = socket.socket(socket.AF_UNIX)
+        self.addCleanup(idle.close)
+        idle.connect(str(self.path))
+        time.sleep(0.2)
+        return idle
+
+    def test_without_descriptors_requests_are_answered_one_after_the_other(self):
+        process = self.start()
+        self.expect_all_is_well()
+        faults.limit(self.program, "nofile", str(faults.settled_descriptors(self.program)))
+        for _ in range(40):
+            with socket.socket(socket.AF_UNIX) as client:
+                self.ask(client)
+                self.assertTrue(client.recv(65536).startswith(b'{"ok":true'))
+        self.stop(process)
+
+    def test_without_descriptors_frames_go_on_and_further_requests_wait(self):
         process = self.start()
         self.expect_all_is_well()
         before = faults.settled_descriptors(self.program)
-        faults.limit(self.program, "nofile", str(before))
+        idle = self.hold_the_last_descriptor()
         with socket.socket(socket.AF_UNIX) as client:
-            client.connect(str(self.path))
-            client.sendall(b'{"command": "status"}\n')
+            self.ask(client)
             self.assertEqual(self.datagrams(20), 20)
             spent = faults.processor_seconds(self.program)
             time.sleep(2)
             spent = faults.processor_seconds(self.program) - spent
             self.assertLess(spent, 1, "it does not sleep")
+            idle.close()
+            self.assertTrue(client.recv(65536).startswith(b'{"ok":true'))
         faults.limit(self.program, "nofile", "1024")
         self.expect_all_is_well()
         self.until(lambda: faults.descriptors(self.program) == before)
@@ -155,13 +179,11 @@ s = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
 while True: s.sendto(b"x", ("10.0.2.2", 7000)); time.sleep(0.005)""")
         self.addCleanup(sender.communicate)
         self.addCleanup(sender.kill)
-        faults.limit(self.program, "nofile", str(faults.settled_descriptors(self.program)))
+        self.hold_the_last_descriptor()
         with socket.socket(socket.AF_UNIX) as client:
-            client.connect(str(self.path))
-            client.sendall(b'{"command": "status"}\n')
+            self.ask(client)
             time.sleep(0.3)
             faults.limit(self.program, "nofile", "1024")
-            client.settimeout(10)
             self.assertTrue(client.recv(65536).startswith(b'{"ok":true'))
         self.stop(process)
 

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <fmt/format.h>
 #include <stdexcept>
@@ -144,6 +145,7 @@ ControlServer::ControlServer(std::string path, Handler handler)
         errno = reason;
         fail(path_, "listen");
     }
+    keepSpare();
     struct stat where {};
     if (stat(directory.c_str(), &where) == 0 && Posix::ServiceAccounts::isService(where.st_uid)) {
         Posix::ServiceAccounts::shareWithReaders(path_.c_str(), 0660);
@@ -164,6 +166,9 @@ void ControlServer::serve() {
     if (epoll_wait(events_, &event, 1, 0) < 1 && !clientsWait_ && !isBusy()) {
         return;
     }
+    if (!spare_.isOpen() && clients_.empty()) {
+        keepSpare();
+    }
     acceptClients();
     busy_ = 0;
     for (auto client = clients_.begin(); client != clients_.end();) {
@@ -176,10 +181,18 @@ void ControlServer::serve() {
     }
 }
 
+void ControlServer::keepSpare() {
+    spare_ = Posix::FileDescriptor(fcntl(listener_, F_DUPFD_CLOEXEC, 0));
+}
+
 void ControlServer::acceptClients() {
     assert(clients_.size() <= maxClients);
     for (;;) {
         const int socket = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+        if (socket < 0 && errno != EAGAIN && spare_.isOpen()) {
+            spare_ = Posix::FileDescriptor();
+            continue;
+        }
         if (socket < 0) {
             // Else without a descriptor for it; the event that it caused does not come again.
             clientsWait_ = errno != EAGAIN;

@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "Posix/FileDescriptor.h"
 #include "Tessel/Result.h"
 
 namespace OvixAgent {
@@ -40,9 +41,10 @@ struct ControlAnswer {
     std::string end;
 };
 
-/// Answers control requests between frames, on a local stream socket. A request and its answer are
-/// a line each. Never blocks: a slow or hostile client waits or is disconnected, and of a long
-/// answer each call makes only so much as takes `longestWork`.
+/// Answers control requests between frames, on a local stream socket, one after the other when the
+/// process has no descriptors left. A request and its answer are a line each. Never blocks: a slow
+/// or hostile client waits or is disconnected, and of a long answer each call makes only so much as
+/// takes `longestWork`.
 class ControlServer {
   public:
     /// Answers a request; both are without the end of their line.
@@ -84,6 +86,7 @@ class ControlServer {
     };
     using Clients = std::list<Client>;
 
+    void keepSpare();
     void acceptClients();
     bool progress(Client& client);
     bool receive(Client& client);
@@ -96,6 +99,8 @@ class ControlServer {
     std::function<bool(const std::string&)> isChange_;
     int listener_ = -1;
     int events_ = -1;
+    /// Given up for a client when there are no descriptors left, so that an operator is heard.
+    Posix::FileDescriptor spare_;
     Clients clients_;
     bool clientsWait_ = false; ///< some could not be accepted
     std::size_t busy_ = 0;     ///< clients whose answers are being made, and who take what is made
