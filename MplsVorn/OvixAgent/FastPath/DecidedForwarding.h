@@ -47,10 +47,17 @@ class DecidedForwarding {
         accounts_->passed({done, bytes});
         return done;
     }
-    /// The same of one frame.
+    /// The same of one frame, if it is as most are. False, and nothing is changed, for others.
     [[gnu::always_inline]] bool forwardOne(WritableFrame& frame) {
-        if (!settleInPlace(decided_->intakes.all()[frame.port], labels_.lane(), frame) &&
-            !forwardAny(frame)) {
+        if (!settleInPlace(decided_->intakes.all()[frame.port], labels_.lane(), frame)) {
+            return false;
+        }
+        accounts_->passed({1, frame.size});
+        return true;
+    }
+    /// The same of one frame of whatever kind.
+    bool forwardOther(WritableFrame& frame) {
+        if (!forwardAny(frame)) {
             return false;
         }
         accounts_->passed({1, frame.size});

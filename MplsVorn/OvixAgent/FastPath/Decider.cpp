@@ -143,14 +143,19 @@ Decision Decider::decisionFor(const LabelDecision::Choice& choice, Beneath benea
                                                      : rewriteFor(choice, beneath);
 }
 
+/// The events of the label's lookup, and these.
+std::optional<std::uint16_t> Decider::setWithLookup(const LabelDecision::Events& events) {
+    LabelDecision::Events whole = answer_.lookup;
+    whole.insert(whole.end(), events.begin(), events.end());
+    return events_->setOf(whole);
+}
+
 /// The event counted last names the reason, lookups that missed apart.
 Decision Decider::dropFor(const LabelDecision::Choice& choice) {
     const auto isReason = [](const auto* event) { return !event->isLookup; };
     const auto reason = std::find_if(choice.events.rbegin(), choice.events.rend(), isReason);
     const auto events = events_->setOf(choice.events);
-    LabelDecision::Events whole = answer_.lookup;
-    whole.insert(whole.end(), choice.events.begin(), choice.events.end());
-    const auto all = events_->setOf(whole);
+    const auto all = setWithLookup(choice.events);
     if (reason == choice.events.rend() || !events || !all) {
         return {};
     }
@@ -184,11 +189,12 @@ Decision Decider::choiceOf(Beneath beneath) {
 Decision Decider::replicasOf(Beneath beneath) {
     DecidedReplicas replicas;
     const auto events = events_->setOf(answer_.choices.front().events);
+    const auto all = setWithLookup(answer_.choices.front().events);
     for (const LabelDecision::Choice& one : answer_.choices) {
         const Ovix::RoutingNexthop& nexthop = *one.nexthop;
         const Port* const port = tables_->ports.byIntfId(nexthop.intfId());
         auto leg = readRewrites(nexthop.rewriteInfos(), beneath, *rewriteMap_);
-        if (!events || !leg || leg->record || port == nullptr || !nexthop.isReplica() ||
+        if (!events || !all || !leg || leg->record || port == nullptr || !nexthop.isReplica() ||
             !readCounting(nexthop, leg->isCounted) ||
             !tables_->vrfs->number(nexthop.vrfName().view()) ||
             tables_->pseudowires.isCircuit(tables_->ports.indexOf(*port))) {
@@ -205,9 +211,10 @@ Decision Decider::replicasOf(Beneath beneath) {
         }
         leg->grows = growth(*leg);
         leg->egress = *line;
-        replicas.legs.push_back(*leg);
+        replicas.add(*std::move(leg));
     }
     replicas.events = *events;
+    replicas.all = *all;
     return made(Action::replicate, decisions_->replicas.add(std::move(replicas)));
 }
 

@@ -62,6 +62,7 @@ class Decider {
     Decision decisionFor(Ovix::Beneath beneath);
     void setBeneath(Decision& whole, Ovix::Beneath beneath, const Decision& outcome);
     Decision decisionFor(const Ovix::LabelDecision::Choice& choice, Ovix::Beneath beneath);
+    std::optional<std::uint16_t> setWithLookup(const Ovix::LabelDecision::Events& events);
     Decision dropFor(const Ovix::LabelDecision::Choice& choice);
     Decision choiceOf(Ovix::Beneath beneath);
     Decision replicasOf(Ovix::Beneath beneath);

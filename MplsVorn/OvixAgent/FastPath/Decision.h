@@ -159,7 +159,17 @@ struct DecidedLookup {
 
 /// Every rewrite is done to a replica of its own.
 struct DecidedReplicas {
+    void add(DecidedRewrite leg) {
+        counted += leg.isCounted ? 1 : 0;
+        mostGrowth = std::max<std::size_t>(mostGrowth,
+                                           static_cast<std::size_t>(std::max<int>(leg.grows, 0)));
+        legs.push_back(std::move(leg));
+    }
+
     std::uint16_t events = 0;         ///< number of a set
+    std::uint16_t all = 0;            ///< the same with those of the label's lookup
+    std::uint32_t counted = 0;        ///< legs that are, for the incoming label
+    std::size_t mostGrowth = 0;       ///< bytes that one of them adds
     std::vector<DecidedRewrite> legs; ///< at least one
 };
 

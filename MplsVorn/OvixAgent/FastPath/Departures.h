@@ -47,7 +47,8 @@ class Departures {
     /// The packet leaves behind a link header of its own.
     [[gnu::always_inline]] void send(const PacketWork& work, const EgressLine& line,
                                      std::uint16_t etherType) {
-        sendAs(*work.frame, work.port, *line.port, withLinkHeader(work, line, etherType));
+        sendAs(*work.frame, work.port, *line.port,
+               withLinkHeader(work.packet, work.length, line, etherType));
     }
     /// The same of a packet that was for the port that it came in at, when the line has no tags.
     [[gnu::always_inline]] void send(const WritableFrame& frame, const EgressLine& line,
@@ -86,9 +87,18 @@ class Departures {
     }
     /// So many of the frames that leave are copies, beside the frame itself.
     void countReplicas(std::size_t copies) noexcept { accounts_->addReplicas(copies); }
+    /// Counts the next dropped frame of a flood, of which nothing else is kept. False, and nothing
+    /// is counted, of any other.
+    [[gnu::always_inline]] bool dropNext(const WritableFrame& frame,
+                                         const FrameAccounts::FateLog& log) noexcept {
+        if (!accounts_->recorder().passesNext(*log.frames, frame.time.seconds, frame.port)) {
+            return false;
+        }
+        ++log.counter->count;
+        return true;
+    }
     /// `in` is the port that it was for; it is as it came in.
-    [[gnu::always_inline]] void drop(const WritableFrame& frame, PortIndex in,
-                                     const FrameAccounts::FateLog& log) {
+    void drop(const WritableFrame& frame, PortIndex in, const FrameAccounts::FateLog& log) {
         ++log.counter->count;
         accounts_->recorder().record(*log.frames, frame, in);
     }

@@ -18,7 +18,6 @@ FastPath::FastPath(Forwarder& forwarder, const Ptr<Ovix::PluginManager>& manager
       check_(tables, forwarder.accounts()) {}
 
 std::size_t FastPath::receive(std::span<WritableFrame> burst) {
-    assert(burst.size() <= burstFrames);
     if (Tessel::Changes::count() != plain_) [[unlikely]] {
         return receiveOther(burst);
     }
@@ -26,8 +25,19 @@ std::size_t FastPath::receive(std::span<WritableFrame> burst) {
     if (burst.size() != 1) {
         return forwardPlain(burst);
     }
-    if (!road_.forwardOne(burst.front())) [[unlikely]] {
-        return forwardMixed(burst);
+    WritableFrame& frame = burst.front();
+    if (!road_.forwardOne(frame)) [[unlikely]] {
+        return forwardOther(frame);
+    }
+    ++counts_.fast;
+    road_.settle();
+    return 1;
+}
+
+/// One frame that is not as most are.
+std::size_t FastPath::forwardOther(WritableFrame& frame) {
+    if (!road_.forwardOther(frame)) {
+        return forwardMixed({&frame, 1});
     }
     ++counts_.fast;
     road_.settle();
@@ -46,6 +56,7 @@ std::size_t FastPath::receiveOther(std::span<WritableFrame> burst) {
 
 /// Nothing has changed since the last burst, and no frames are searched for or checked.
 std::size_t FastPath::forwardPlain(std::span<WritableFrame> burst) {
+    assert(burst.size() <= burstFrames);
     if (burst.size() > 1) {
         road_.loadAhead(burst);
     }

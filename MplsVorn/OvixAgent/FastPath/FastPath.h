@@ -98,6 +98,7 @@ class FastPath {
 
   private:
     std::size_t receiveOther(std::span<WritableFrame> burst);
+    [[gnu::noinline]] std::size_t forwardOther(WritableFrame& frame);
     std::size_t forwardPlain(std::span<WritableFrame> burst);
     std::size_t forwardMixed(std::span<WritableFrame> burst);
     std::size_t forwardAll(std::span<WritableFrame> burst);

@@ -43,6 +43,7 @@ LabelForwarding::LabelForwarding(DecidedTables& decided, Decider* decider, Frame
 void LabelForwarding::decide(std::uint32_t label, Beneath beneath) {
     decider_->decide(label, beneath);
     labelCountersAre(decider_->labelCounters());
+    assert(decisions_->at(label).action != Action::swap || countersOfLabels_ != nullptr);
 }
 
 void LabelForwarding::decideBeneath(std::uint32_t label, Beneath beneath) {
@@ -216,6 +217,17 @@ bool LabelForwarding::followLookup(const Decision& decision, const Counted& coun
         countLabel(entry, work);
     }
     departures_.send(work, *line, etherTypeOf(work.type));
+    return true;
+}
+
+bool LabelForwarding::dropUnknown(const Decision& decision, const WritableFrame& frame,
+                                  PortIndex in) {
+    const FrameAccounts::FateLog* const log = logOf(decision.value, frame);
+    if (log == nullptr) {
+        return false;
+    }
+    events_.count(DecidedDrop::of(decision).all);
+    departures_.drop(frame, in, *log);
     return true;
 }
 

@@ -58,7 +58,7 @@ class LabelForwarding {
             return false;
         }
         if (decision.action == Action::swap) [[likely]] {
-            return swapInPlace(lane, decision, entry, frame);
+            return swapInPlace(lane, decision, decision.lookup, entry, frame);
         }
         return decision.action == Action::drop ? dropInPlace(decision, entry, frame)
                                                : settleOther(decision, entry, frame);
@@ -134,21 +134,38 @@ class LabelForwarding {
     static constexpr std::uint32_t bottom = 0x100;
     static constexpr std::uint32_t ttlMask = 0xff;
 
+    // `lookup` is the top label's set, here and below; that of a choice's member is unset.
     [[gnu::always_inline]] bool swapInPlace(const Lane& lane, const Decision& decision,
-                                            std::uint32_t entry, WritableFrame& frame) {
+                                            std::uint16_t lookup, std::uint32_t entry,
+                                            WritableFrame& frame) {
         const EgressLine& line = (*lines_)[decision.egress];
         if (!isAloneAndAlive(entry) || !line.takesFrame(frame.size)) [[unlikely]] {
             return false;
         }
         Counter::PktCounter* const counter = lane.counters + (entry >> 12U);
-        if (counter->packets() == 0 || !events_.takesNext(decision.lookup) ||
+        if (counter->packets() == 0 || !events_.takesNext(lookup) ||
             !departures_.takesNext(*line.port)) [[unlikely]] {
-            return swapAnew(decision, decision.lookup, entry, frame);
+            return swapAnew(decision, lookup, entry, frame);
         }
         swap(decision, line, entry, frame.bytes);
         events_.countNext();
         counter->countBytes(frame.size);
         departures_.append(frame.time, frame.port, {frame.bytes, frame.size});
+        return true;
+    }
+    /// A flood of frames whose labels no table has is dropped here.
+    [[gnu::always_inline]] bool dropInPlace(const Decision& decision, std::uint32_t entry,
+                                            const WritableFrame& frame) {
+        if ((entry & (ttlMask - 1)) == 0 || decision.isFound) {
+            return false;
+        }
+        const DropLog& log = drops_[decision.value];
+        if (log.untracedBy != decided_->traced.traces ||
+            !events_.takesNext(DecidedDrop::of(decision).all) ||
+            !departures_.dropNext(frame, log.log)) [[unlikely]] {
+            return dropUnknown(decision, frame, frame.port);
+        }
+        events_.countNext();
         return true;
     }
     [[gnu::noinline]] bool swapAnew(const Decision& decision, std::uint16_t lookup,
@@ -166,9 +183,6 @@ class LabelForwarding {
     // Each for itself, so that none saves registers for another.
     [[gnu::noinline]] bool settleOther(const Decision& decision, std::uint32_t entry,
                                        WritableFrame& frame);
-    [[gnu::noinline]] bool dropInPlace(const Decision& decision, std::uint32_t entry,
-                                       const WritableFrame& frame);
-    // `lookup` is the top label's set; that of a choice's member is unset.
     [[gnu::noinline]] bool imposeInPlace(const Decision& decision, std::uint16_t lookup,
                                          std::uint32_t entry, WritableFrame& frame);
     [[gnu::noinline]] bool chooseInPlace(const Decision& decision, std::uint32_t entry,
@@ -201,16 +215,8 @@ class LabelForwarding {
     [[gnu::noinline]] const FrameAccounts::FateLog* lookForLog(std::uint32_t reason,
                                                                const WritableFrame& frame);
     /// A frame is dropped whose label no table has. False as above.
-    [[gnu::always_inline]] bool dropUnknown(const Decision& decision, const WritableFrame& frame,
-                                            PortIndex in) {
-        const FrameAccounts::FateLog* const log = logOf(decision.value, frame);
-        if (log == nullptr) {
-            return false;
-        }
-        events_.count(DecidedDrop::of(decision).all);
-        departures_.drop(frame, in, *log);
-        return true;
-    }
+    [[gnu::noinline]] bool dropUnknown(const Decision& decision, const WritableFrame& frame,
+                                       PortIndex in);
     /// TC and S are kept; the TTL is above 0.
     static std::uint32_t swappedEntry(const Decision& decision, std::uint32_t entry) noexcept {
         constexpr std::uint32_t belowLabel = 0xfff;

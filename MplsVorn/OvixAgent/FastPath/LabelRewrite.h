@@ -31,11 +31,13 @@ constexpr std::int8_t growth(const DecidedRewrite& rewrite) noexcept {
     };
     const std::uint32_t tc = tcOf(rewrite.tc, top & tcMask);
     const bool isPush = rewrite.kind == DecidedRewrite::Kind::push;
-    const std::uint32_t above =
-        (isPush ? tc : tcOf(rewrite.pushedTc, tc)) | (rewrite.isUniform ? ttl : rewrite.ttl);
     const std::size_t pushed = isPush ? rewrite.labels : rewrite.labels - 1U;
-    for (std::size_t i = 0; i < pushed; ++i, at += Lumo::MplsLabelEntry::size) {
-        Lumo::NetU32(rewrite.label[i] | above).store(at);
+    if (pushed > 0) {
+        const std::uint32_t above =
+            (isPush ? tc : tcOf(rewrite.pushedTc, tc)) | (rewrite.isUniform ? ttl : rewrite.ttl);
+        for (std::size_t i = 0; i < pushed; ++i, at += Lumo::MplsLabelEntry::size) {
+            Lumo::NetU32(rewrite.label[i] | above).store(at);
+        }
     }
     Lumo::NetU32(isPush ? (top & ~ttlMask) | ttl
                         : rewrite.label[pushed] | tc | (top & bottom) | ttl)

@@ -34,11 +34,6 @@ bool LabelForwarding::settleOther(const Decision& decision, std::uint32_t entry,
     }
 }
 
-bool LabelForwarding::dropInPlace(const Decision& decision, std::uint32_t entry,
-                                  const WritableFrame& frame) {
-    return (entry & ttlMask) > 1 && !decision.isFound && dropUnknown(decision, frame, frame.port);
-}
-
 /// The frame has one label, and need not join those before it.
 bool LabelForwarding::swapAnew(const Decision& decision, std::uint16_t lookup, std::uint32_t entry,
                                WritableFrame& frame) {
@@ -102,7 +97,8 @@ bool LabelForwarding::chooseInPlace(const Decision& decision, std::uint32_t entr
     const std::uint32_t hash = Ovix::flowHash(
         PktHdrType::mpls, {frame.bytes + Wire::Ethernet::size, frame.size - Wire::Ethernet::size});
     const Decision& member = choice.member(hash);
-    return (member.action == Action::swap && swapAnew(member, decision.lookup, entry, frame)) ||
+    return (member.action == Action::swap &&
+            swapInPlace(lane(), member, decision.lookup, entry, frame)) ||
            (member.action == Action::impose &&
             imposeInPlace(member, decision.lookup, entry, frame));
 }

@@ -41,16 +41,17 @@ struct PacketWork {
 };
 
 /// Puts the link header in front and returns the frame to be sent.
-[[gnu::always_inline]] inline Wire::Bytes
-withLinkHeader(const PacketWork& work, const EgressLine& line, std::uint16_t etherType) noexcept {
+[[gnu::always_inline]] inline Wire::Bytes withLinkHeader(std::uint8_t* packet, std::uint32_t length,
+                                                         const EgressLine& line,
+                                                         std::uint16_t etherType) noexcept {
     const std::uint32_t size = Wire::Ethernet::size + line.tagBytes;
-    std::uint8_t* const link = work.packet - size;
+    std::uint8_t* const link = packet - size;
     std::memcpy(link, line.macs.data(), line.macs.size());
     if (line.tagBytes > 0) [[unlikely]] {
         std::memcpy(link + Wire::Ethernet::macsSize, line.tags.data(), line.tagBytes);
     }
-    Lumo::NetU16(etherType).store(work.packet - Wire::Ethernet::etherTypeSize);
-    return {link, size + work.length};
+    Lumo::NetU16(etherType).store(packet - Wire::Ethernet::etherTypeSize);
+    return {link, size + length};
 }
 
 /// The same of a packet whose line has no tags.

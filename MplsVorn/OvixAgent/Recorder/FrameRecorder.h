@@ -84,16 +84,21 @@ class FrameRecorder {
         Log& operator=(const Log&) = delete;
 
         std::uint64_t frames() const noexcept { return seen() + absorbed_; }
-        /// Whether the next frame is not to be kept, which is then counted.
-        [[gnu::always_inline]] bool passesOver(std::int64_t second, PortIndex port) {
-            if (left_ == 0 || second != second_) {
+        /// Whether the next frame is not to be kept, and comes in where the last one did; it is
+        /// then counted.
+        [[gnu::always_inline]] bool passesNext(std::int64_t second, PortIndex port) noexcept {
+            if (left_ == 0 || second != second_ || port != port_) {
                 return false;
-            }
-            if (port != port_) [[unlikely]] {
-                portIs(port);
             }
             --left_;
             return true;
+        }
+        /// The same wherever it comes in.
+        bool passesOver(std::int64_t second, PortIndex port) {
+            if (left_ > 0 && second == second_ && port != port_) {
+                portIs(port);
+            }
+            return passesNext(second, port);
         }
         /// Frames of each port; ports behind its end have none. Those that this router has made, as
         /// an answer to what came in there, are among them.
@@ -157,8 +162,12 @@ class FrameRecorder {
     /// `hash` tells reasons apart.
     Log& logOf(const Fate& fate, std::uint64_t hash);
 
+    /// Whether the next frame of a flood needs no more than to be counted, which is done then.
+    [[gnu::always_inline]] bool passesNext(Log& log, std::int64_t second, PortIndex port) noexcept {
+        return !isPaused_ && log.passesNext(second, port);
+    }
     /// Records a frame as it came in; `port` is that which it was for.
-    [[gnu::always_inline]] void record(Log& log, const WritableFrame& frame, PortIndex port) {
+    void record(Log& log, const WritableFrame& frame, PortIndex port) {
         if (!isPaused_ && !log.passesOver(frame.time.seconds, port)) {
             keep(log, frame, port);
         }

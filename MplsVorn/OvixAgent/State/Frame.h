@@ -86,11 +86,7 @@ class TransmitPort {
     /// The frame's bytes are borrowed for the call. Throws CaptureError when it cannot be written.
     virtual void transmit(const Frame& frame) = 0;
     /// Several frames in order, whose bytes nobody needs afterwards.
-    virtual void transmitBurst(std::span<const Frame> frames) {
-        for (const Frame& frame : frames) {
-            transmit(frame);
-        }
-    }
+    virtual void transmitBurst(std::span<const Frame> frames);
 };
 
 } // namespace OvixAgent

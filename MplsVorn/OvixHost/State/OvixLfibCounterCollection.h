@@ -23,6 +23,11 @@ class PktCounter {
         ++packets_;
         bytes_ += bytes;
     }
+    /// Several packets of that many bytes each.
+    void countPackets(std::uint32_t packets, std::uint32_t bytes) noexcept {
+        packets_ += packets;
+        bytes_ += std::uint64_t{packets} * bytes;
+    }
     void clearCounter() noexcept { *this = PktCounter(); }
     PktCounter& operator+=(const PktCounter& more) noexcept {
         packets_ += more.packets_;
@@ -69,6 +74,11 @@ class OvixLfibCounterCollection : public Tessel::Entity {
             return;
         }
         countFirst(label, bytes);
+    }
+    /// The same of several packets of that many bytes each.
+    void countPackets(std::uint32_t label, std::uint32_t packets, std::uint32_t bytes) {
+        const auto key = Mpls::RouteKey::fromLabel(Lumo::MplsLabel(label));
+        counterCollectionIs(key).countPackets(packets, bytes);
     }
     /// The counters of routes of one label, by label, of which those exist that have counted.
     PktCounter* ofLabels() noexcept { return &labels_[0]; }

@@ -30,7 +30,8 @@ class IpHopTest : public IpRouting {
             EXPECT_EQ(memory, whole);
             return std::nullopt;
         }
-        const Wire::Bytes sent = withLinkHeader(work, *line, etherTypeOf(work.type));
+        const Wire::Bytes sent =
+            withLinkHeader(work.packet, work.length, *line, etherTypeOf(work.type));
         return std::pair(ports.indexOf(*line->port), Bytes(sent.begin(), sent.end()));
     }
     /// The same for packets that most are like; nothing when it is not one of them.

@@ -55,6 +55,15 @@ TEST(OvixLfibCounterCollection, PacketsOfARouteShareACounter) {
     EXPECT_EQ(readOnly.counter(key(200))->packets(), 1U);
 }
 
+TEST(OvixLfibCounterCollection, CountsSeveralPacketsOfOneSizeAtOnce) {
+    OvixLfibCounterCollection collection("c");
+    collection.countPackets(100, 3, 0x80000000);
+    collection.countPackets(100, 2, 64);
+    ASSERT_NE(collection.counter(key(100)), nullptr);
+    EXPECT_EQ(collection.counter(key(100))->packets(), 5U);
+    EXPECT_EQ(collection.counter(key(100))->bytes(), 3 * std::uint64_t{0x80000000} + 128);
+}
+
 TEST(OvixLfibCounterCollection, ARouteDeletedAndAddedAgainStartsFromZero) {
     OvixLfibCounterCollection collection("c");
     collection.counterCollectionIs(key(100)).countBytes(60);
