@@ -15,7 +15,6 @@
 #include "State/OvixLfibCounterCollection.h"
 #include "State/PortTable.h"
 #include "State/Pseudowires.h"
-#include "Tessel/WeightedChoice.h"
 
 namespace OvixAgent {
 
@@ -121,15 +120,23 @@ struct DecidedRewrite {
 struct Shares {
     void add(std::uint32_t weight) {
         total += weight;
-        weights.push_back(weight);
+        ends.push_back(total);
     }
+    /// As Tessel::weightedChoice: without branches, since nobody can guess what flow comes next,
+    /// and without a division of 64 bits.
     std::size_t chosen(std::uint32_t hash) const noexcept {
-        return Tessel::weightedChoice(hash % total, weights.size(),
-                                      [&](std::size_t i) { return weights[i]; });
+        constexpr std::uint64_t most = ~std::uint32_t{0};
+        const std::uint64_t residue =
+            total > most ? hash : hash % static_cast<std::uint32_t>(total);
+        std::size_t before = 0;
+        for (const std::uint64_t end : ends) {
+            before += residue >= end ? 1 : 0;
+        }
+        return before;
     }
 
-    std::uint64_t total = 0; ///< at least 1 when one is chosen
-    std::vector<std::uint32_t> weights;
+    std::uint64_t total = 0;         ///< at least 1 when one is chosen
+    std::vector<std::uint64_t> ends; ///< sums of the weights up to each
 };
 
 /// Flows toward a FEC are shared by their hash as they leave.
