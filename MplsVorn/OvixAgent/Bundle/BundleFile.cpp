@@ -16,6 +16,7 @@
 #include "Posix/FileDescriptor.h"
 #include "Posix/SystemError.h"
 #include "State/RoadSteps.h"
+#include "Summary/JsonText.h"
 #include "Tessel/TypeName.h"
 
 namespace OvixAgent {
@@ -248,8 +249,7 @@ Tessel::Result<std::string> contentOf(const std::string& path) {
 } // namespace
 
 void writeBundle(const std::string& path, const Bundle& bundle) {
-    const std::string json =
-        asJson(bundle).dump(-1, ' ', false, BundleJson::error_handler_t::replace) + '\n';
+    const std::string json = dumped(asJson(bundle)) + '\n';
     std::string_view tables;
     if (bundle.situation.tables) {
         const auto used = bundle.situation.tables->used();

@@ -6,6 +6,7 @@
 #include "Bundle/Bundle.h"
 #include "Command/Explaining.h"
 #include "Command/Run.h"
+#include "Summary/JsonText.h"
 
 namespace OvixAgent {
 
@@ -16,8 +17,7 @@ void printReplay(const Bundle& bundle, const std::vector<std::string>& different
         const nlohmann::ordered_json all{{"frames", bundle.frames.size()},
                                          {"different", different.size()},
                                          {"differences", different}};
-        fmt::print("{}\n",
-                   all.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+        fmt::print("{}\n", dumped(all));
         return;
     }
     for (const std::string& each : different) {

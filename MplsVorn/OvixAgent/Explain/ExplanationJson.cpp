@@ -3,6 +3,7 @@
 
 #include "Explain/Explanation.h"
 #include "Explain/FrameWords.h"
+#include "Summary/JsonText.h"
 
 namespace OvixAgent {
 
@@ -97,7 +98,7 @@ std::string explanationJson(const Explanation& explanation) {
                    {"change", explanation.change ? changeJson(*explanation.change) : Json(nullptr)},
                    {"remarks", explanation.remarks},
                    {"trace", explanation.walk.trace}};
-    return all.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+    return dumped(all, 2) + "\n";
 }
 
 } // namespace OvixAgent

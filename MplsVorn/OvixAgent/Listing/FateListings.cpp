@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "Listing/Listings.h"
+#include "Summary/JsonText.h"
 #include "Tessel/Words.h"
 #include "Wire/Ethernet.h"
 
@@ -12,11 +13,6 @@ namespace {
 
 using FateJson = nlohmann::ordered_json;
 using Log = FrameRecorder::Log;
-
-/// What plugins give as a reason need not be UTF-8.
-std::string fateEntry(const FateJson& json) {
-    return json.dump(-1, ' ', false, FateJson::error_handler_t::replace);
-}
 
 FateJson portName(const PortTable& ports, PortIndex port) {
     return port < ports.ports().size() ? FateJson(ports.ports()[port].name) : FateJson(nullptr);
@@ -61,7 +57,7 @@ Listing listOfLists(std::size_t lists, MakeList makeList) {
                 return false;
             }
             for (const FateJson& each : makeList(at++)) {
-                entry += (entry.empty() ? "" : ",") + fateEntry(each);
+                entry += (entry.empty() ? "" : ",") + dumped(each);
             }
             return true;
         };
@@ -82,7 +78,7 @@ Listing recordedListing(const FrameRecorder& recorder, const PortTable& ports,
         if (frame != nullptr && frame->sequence > after && frame->sequence <= newest) {
             const bool isFirst =
                 place == 0 || (place == 1 && of.kept() <= FrameRecorder::framesOfReason);
-            entry = fateEntry(frameJson(of, *frame, isFirst, ports));
+            entry = dumped(frameJson(of, *frame, isFirst, ports));
         }
         place = (place + 1) % Log::places;
         log += place == 0 ? 1 : 0;

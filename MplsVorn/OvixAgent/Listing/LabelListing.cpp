@@ -5,6 +5,7 @@
 #include "Listing/Listings.h"
 #include "Mpls/LabelRoute.h"
 #include "State/OvixLfibCounterCollection.h"
+#include "Summary/JsonText.h"
 #include "Tessel/Exceptions.h"
 #include "Tessel/Words.h"
 
@@ -230,10 +231,6 @@ class WeightedSearch {
                                    content.value().setType, content.value().vias, *ports_));
         }
     }
-    static std::string dumped(const WayJson& json) {
-        return json.dump(-1, ' ', false, WayJson::error_handler_t::replace);
-    }
-
     const Mpls::PublishedTables* published_;
     const PortTable* ports_;
     std::uint32_t label_;

@@ -1,11 +1,11 @@
 #include "Listing/Listings.h"
 
-#include <cmath>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 #include <utility>
 
 #include "State/RoadSteps.h"
+#include "Summary/JsonText.h"
 #include "Tessel/Words.h"
 
 namespace OvixAgent {
@@ -13,10 +13,6 @@ namespace OvixAgent {
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-std::string dumped(const Json& json) {
-    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
-}
 
 Json orNull(const std::string& text) {
     return text.empty() ? Json(nullptr) : Json(text);
@@ -39,10 +35,6 @@ Json vlansOf(const Port& port) {
         }
     }
     return list;
-}
-
-double inTenths(double value) {
-    return std::round(value * 10) / 10;
 }
 
 Json queuesJson(const LiveState& state) {
@@ -105,11 +97,11 @@ Listing neighbourListing(const ForwardingTables& tables) {
         for (int i = 0; i < mostParts && next < parts && entry.empty(); ++i) {
             tables.neighbours.visitPart(next++, [&](const auto& address, PortIndex port,
                                                     const auto& mac, bool isConfigured) {
-                entry +=
-                    (entry.empty() ? "" : ",") + dumped({{"address", address.text()},
-                                                         {"port", tables.ports.ports()[port].name},
-                                                         {"mac", macText(mac)},
-                                                         {"configured", isConfigured}});
+                entry += (entry.empty() ? "" : ",") +
+                         dumped(Json{{"address", address.text()},
+                                     {"port", tables.ports.ports()[port].name},
+                                     {"mac", macText(mac)},
+                                     {"configured", isConfigured}});
             });
         }
         return next < parts || !entry.empty();
@@ -127,7 +119,7 @@ Listing fecListing(const ForwardingTables& tables) {
                                 {"port", tables.ports.ports()[hop.port].name},
                                 {"weight", hop.weight}});
         }
-        entry = dumped({{"id", tables.fecs.idAt(next++)}, {"nexthops", std::move(hops)}});
+        entry = dumped(Json{{"id", tables.fecs.idAt(next++)}, {"nexthops", std::move(hops)}});
         return true;
     };
 }
@@ -144,9 +136,9 @@ Listing vrfListing(const ForwardingTables& tables) {
                 ports.push_back(port.name);
             }
         }
-        entry = dumped({{"name", name},
-                        {"routes", tables.vrfs->fibAt(next).size()},
-                        {"ports", std::move(ports)}});
+        entry = dumped(Json{{"name", name},
+                            {"routes", tables.vrfs->fibAt(next).size()},
+                            {"ports", std::move(ports)}});
         ++next;
         return true;
     };

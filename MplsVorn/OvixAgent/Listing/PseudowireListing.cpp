@@ -4,6 +4,7 @@
 
 #include "Listing/Listings.h"
 #include "Ovix/rewrite/MplsPushRewriteImpl.h"
+#include "Summary/JsonText.h"
 
 namespace OvixAgent {
 
@@ -154,7 +155,7 @@ Listing pseudowireListing(const ForwardingTables& tables) {
                                         : withoutCircuit(tables, signalled[next - active.size()]);
         }
         if (json) {
-            entry = json->dump(-1, ' ', false, Json::error_handler_t::replace);
+            entry = dumped(*json);
         }
         return json.has_value();
     };

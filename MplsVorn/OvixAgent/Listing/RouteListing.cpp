@@ -2,6 +2,7 @@
 #include <utility>
 
 #include "Listing/Listings.h"
+#include "Summary/JsonText.h"
 
 namespace OvixAgent {
 
@@ -48,7 +49,7 @@ std::string routeText(const std::string& vrf, const Fib::Shown& shown, const Por
         {"reason", route.drops() ? Json(std::string(route.dropReason())) : Json(nullptr)},
         {"configured", shown.isConfigured},
         {"vias", viasOf(route, ports)}};
-    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+    return dumped(json);
 }
 
 /// Goes through the numbers of one VRF after the other's.

@@ -3,15 +3,13 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include "Summary/JsonText.h"
+
 namespace OvixAgent {
 
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-std::string situationText(const Json& json) {
-    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
-}
 
 Listing textListing(std::shared_ptr<const std::string> text) {
     return [text = std::move(text), next = std::size_t{0}](std::string& entry) mutable {
@@ -21,7 +19,7 @@ Listing textListing(std::shared_ptr<const std::string> text) {
         }
         const std::size_t end = text->find('\n', std::min(next + blockBytes, text->size()));
         const std::size_t size = end == std::string::npos ? text->size() - next : end + 1 - next;
-        entry = situationText(Json(text->substr(next, size)));
+        entry = dumped(Json(text->substr(next, size)));
         next += size;
         return true;
     };
@@ -31,14 +29,14 @@ Listing textListing(std::shared_ptr<const std::string> text) {
 
 ControlAnswer situationAnswer(const SituationFacts& facts,
                               std::shared_ptr<const std::string> text) {
-    std::string start = situationText({{"ok", true},
-                                       {"version", facts.version},
-                                       {"run", facts.run},
-                                       {"file", facts.file},
-                                       {"plugin", facts.plugin},
-                                       {"tables", facts.tables},
-                                       {"generation", facts.generation},
-                                       {"anyMac", facts.anyMac}});
+    std::string start = dumped(Json{{"ok", true},
+                                    {"version", facts.version},
+                                    {"run", facts.run},
+                                    {"file", facts.file},
+                                    {"plugin", facts.plugin},
+                                    {"tables", facts.tables},
+                                    {"generation", facts.generation},
+                                    {"anyMac", facts.anyMac}});
     start.pop_back();
     return {start + R"(,"config":[)", textListing(std::move(text)), "]}"};
 }

@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Listing/Listings.h"
+#include "Summary/JsonText.h"
 
 namespace OvixAgent {
 
@@ -63,8 +64,7 @@ Listing traceListing(const LiveTrace& trace, std::uint64_t after) {
         if (after >= end) {
             return false;
         }
-        entry = TraceJson(trace.lines()[after++ - first])
-                    .dump(-1, ' ', false, TraceJson::error_handler_t::replace);
+        entry = dumped(TraceJson(trace.lines()[after++ - first]));
         return true;
     };
 }

@@ -1,9 +1,9 @@
 // The JSON of a run: its summary, and the requests and answers of the control socket.
 
-#include <cmath>
 #include <nlohmann/json.hpp>
 #include <string_view>
 
+#include "Summary/JsonText.h"
 #include "Summary/Summary.h"
 
 namespace OvixAgent {
@@ -74,15 +74,6 @@ Json tablesJson(const TablesState& tables) {
             {"problem", tables.problem.empty() ? Json(nullptr) : Json(tables.problem)}};
 }
 
-double inTenths(double value) {
-    return std::round(value * 10) / 10;
-}
-
-/// What comes from outside need not be UTF-8, but JSON is.
-std::string dumped(const Json& json, int indent = -1) {
-    return json.dump(indent, ' ', false, Json::error_handler_t::replace);
-}
-
 } // namespace
 
 std::string summaryJson(const Summary& summary) {
@@ -142,21 +133,22 @@ std::string statusAnswer(const Summary& summary, std::string_view version, std::
     for (const auto& [table, entries] : more.entries) {
         tables["entries"][std::string(table)] = entries;
     }
-    return dumped({{"ok", true},
-                   {"version", version},
-                   {"run", run},
-                   {"tables", std::move(tables)},
-                   {"frames",
-                    {{"in", summary.in.frames},
-                     {"replicas", summary.replicas},
-                     {"forwarded", summary.forwardedTotal().frames},
-                     {"punted", summary.punted.total()},
-                     {"dropped", summary.dropped.total()},
-                     {"handedOn", summary.handedOn.total()},
-                     {"queued", summary.waiting},
-                     {"answers", summary.answers}}},
-                   {"neighbours", {{"known", more.neighbours}, {"wanted", more.wantedNeighbours}}},
-                   {"balanced", summary.isBalanced()}});
+    return dumped(
+        Json{{"ok", true},
+             {"version", version},
+             {"run", run},
+             {"tables", std::move(tables)},
+             {"frames",
+              {{"in", summary.in.frames},
+               {"replicas", summary.replicas},
+               {"forwarded", summary.forwardedTotal().frames},
+               {"punted", summary.punted.total()},
+               {"dropped", summary.dropped.total()},
+               {"handedOn", summary.handedOn.total()},
+               {"queued", summary.waiting},
+               {"answers", summary.answers}}},
+             {"neighbours", {{"known", more.neighbours}, {"wanted", more.wantedNeighbours}}},
+             {"balanced", summary.isBalanced()}});
 }
 
 namespace {
@@ -187,26 +179,26 @@ std::string fatesAnswer(const Summary& summary, const FateGrowth& sinceAsked,
     const auto perSecond = [&](std::uint64_t frames) {
         return ofLate.seconds > 0 ? inTenths(static_cast<double>(frames) / ofLate.seconds) : 0;
     };
-    return dumped({{"ok", true},
-                   {"in", summary.in.frames},
-                   {"answers", summary.answers},
-                   {"replicas", summary.replicas},
-                   {"forwarded", summary.forwardedTotal().frames},
-                   {"punted", reasonsJson(summary.punted)},
-                   {"dropped", reasonsJson(summary.dropped)},
-                   {"handedOn", reasonsJson(summary.handedOn)},
-                   {"queued", summary.waiting},
-                   {"balanced", summary.isBalanced()},
-                   {"sinceAsked", growthJson(sinceAsked, asIs)},
-                   {"perSecond", growthJson(ofLate, perSecond)}});
+    return dumped(Json{{"ok", true},
+                       {"in", summary.in.frames},
+                       {"answers", summary.answers},
+                       {"replicas", summary.replicas},
+                       {"forwarded", summary.forwardedTotal().frames},
+                       {"punted", reasonsJson(summary.punted)},
+                       {"dropped", reasonsJson(summary.dropped)},
+                       {"handedOn", reasonsJson(summary.handedOn)},
+                       {"queued", summary.waiting},
+                       {"balanced", summary.isBalanced()},
+                       {"sinceAsked", growthJson(sinceAsked, asIs)},
+                       {"perSecond", growthJson(ofLate, perSecond)}});
 }
 
 std::string doneAnswer() {
-    return dumped({{"ok", true}});
+    return dumped(Json{{"ok", true}});
 }
 
 std::string refusalAnswer(const std::string& error) {
-    return dumped({{"ok", false}, {"error", error}});
+    return dumped(Json{{"ok", false}, {"error", error}});
 }
 
 } // namespace OvixAgent

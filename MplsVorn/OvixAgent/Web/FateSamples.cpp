@@ -7,6 +7,7 @@
 
 #include "Control/ControlClient.h"
 #include "Posix/WithoutSignals.h"
+#include "Summary/JsonText.h"
 
 namespace OvixAgent {
 
@@ -107,7 +108,7 @@ std::string FateSamples::json(std::size_t reasons) const {
     }
     const SampleJson json{
         {"seconds", every.count()}, {"samples", growth_.size()}, {"reasons", std::move(list)}};
-    return json.dump(-1, ' ', false, SampleJson::error_handler_t::replace);
+    return dumped(json);
 }
 
 } // namespace OvixAgent

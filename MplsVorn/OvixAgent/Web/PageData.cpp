@@ -9,6 +9,7 @@
 
 #include "Control/ControlClient.h"
 #include "State/Fate.h"
+#include "Summary/JsonText.h"
 
 namespace OvixAgent {
 
@@ -93,8 +94,7 @@ std::string PageData::frames(std::uint64_t before, const std::string& reason) co
     std::vector<FramesJson> shown = shownOf(answer, before, reason);
     const bool hasMore = shown.size() > framesAtOnce;
     shown.resize(std::min(shown.size(), framesAtOnce));
-    return FramesJson{{"frames", std::move(shown)}, {"more", hasMore}}.dump(
-        -1, ' ', false, FramesJson::error_handler_t::replace);
+    return dumped(FramesJson{{"frames", std::move(shown)}, {"more", hasMore}});
 }
 
 std::string PageData::sets(std::uint64_t from) const {

@@ -6,9 +6,12 @@
 
 #include "Control/ControlClient.h"
 #include "Control/ControlServer.h"
+#include "Summary/JsonText.h"
 #include "commands/Counters.h"
 
 namespace OvixCtl {
+
+using OvixAgent::dumped;
 
 std::string controlPathFor(const Request& request) {
     return request.control.empty() ? OvixAgent::controlPathToAsk(request.tables) : request.control;
@@ -19,7 +22,7 @@ namespace {
 std::string requestText(const std::string& command, const Json& more) {
     Json request{{"command", command}};
     request.update(more);
-    return request.dump(-1, ' ', false, Json::error_handler_t::replace);
+    return dumped(request);
 }
 
 } // namespace
@@ -69,8 +72,7 @@ Tessel::Result<Json> listOf(const Request& request, const std::string& list, con
 int printAnswer(const Request& request, const Json& answer, std::vector<TextTable::Column> columns,
                 const Rows& rows) {
     const std::string text =
-        request.json ? answer.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n"
-                     : tableText(std::move(columns), rows);
+        request.json ? dumped(answer) + "\n" : tableText(std::move(columns), rows);
     std::fwrite(text.data(), 1, text.size(), stdout);
     return ExitCode::success;
 }

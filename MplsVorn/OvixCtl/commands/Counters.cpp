@@ -4,10 +4,13 @@
 #include <optional>
 
 #include "Ovix/trace/NamedCounters.h"
+#include "Summary/JsonText.h"
 #include "commands/AgentAnswer.h"
 #include "route/RouteWords.h"
 
 namespace OvixCtl {
+
+using OvixAgent::dumped;
 
 Tessel::Result<Counters> readCounters(const std::string& path) {
     const Tessel::Result<Json> answer = answerTo("counters", path);
@@ -72,7 +75,7 @@ std::string countersJson(const Counters& counters) {
                                         {"reason", counter.reason},
                                         {"count", counter.count}});
     }
-    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+    return dumped(json);
 }
 
 Tessel::Result<int> showCounters(const Request& request) {

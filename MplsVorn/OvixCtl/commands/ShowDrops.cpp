@@ -6,12 +6,15 @@
 
 #include "Ovix/trace/NamedCounters.h"
 #include "State/Fate.h"
+#include "Summary/JsonText.h"
 #include "commands/AgentAnswer.h"
 #include "commands/EndSignals.h"
 #include "commands/LabelState.h"
 #include "commands/RecordedFrames.h"
 
 namespace OvixCtl {
+
+using OvixAgent::dumped;
 
 namespace {
 
@@ -175,7 +178,7 @@ void print(const Request& request, const Json& frame, std::optional<RecordedCapt
     if (capture) {
         capture->add(frame);
     } else if (request.json) {
-        fmt::print("{}\n", frame.dump(-1, ' ', false, Json::error_handler_t::replace));
+        fmt::print("{}\n", dumped(frame));
     } else {
         fmt::print("{}\n  {}\n", recordedText(frame), cellOf(frame.at("bytes")));
     }

@@ -3,10 +3,13 @@
 #include <fmt/format.h>
 
 #include "Lumo/MplsLabel.h"
+#include "Summary/JsonText.h"
 #include "commands/AgentAnswer.h"
 #include "commands/EndSignals.h"
 
 namespace OvixCtl {
+
+using OvixAgent::dumped;
 
 namespace {
 
@@ -34,9 +37,7 @@ Tessel::Result<int> startTrace(const Request& request) {
     Tessel::Result<Json> answer = answerOf(request, "trace-start", askedFor(request));
     while (answer) {
         for (const Json& line : answer.value().at("lines")) {
-            fmt::print("{}\n", request.json
-                                   ? line.dump(-1, ' ', false, Json::error_handler_t::replace)
-                                   : cellOf(line));
+            fmt::print("{}\n", request.json ? dumped(line) : cellOf(line));
         }
         std::fflush(stdout);
         if (answer.value().at("on") != true) {

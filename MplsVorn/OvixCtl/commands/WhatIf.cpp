@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <fmt/format.h>
 
+#include "Summary/JsonText.h"
 #include "Tables/TableCopy.h"
 #include "commands/AgentAnswer.h"
 #include "commands/BesideTables.h"
@@ -12,6 +13,8 @@
 #include "whatif/Moves.h"
 
 namespace OvixCtl {
+
+using OvixAgent::dumped;
 
 namespace {
 
@@ -182,7 +185,7 @@ void printMovesAsJson(const Request& request, std::uint64_t generation, Moves& m
         answer[std::string(word)] = countsJson(moves.counts(of));
     }
     answer["moves"] = std::move(list);
-    fmt::print("{}\n", answer.dump(-1, ' ', false, Json::error_handler_t::replace));
+    fmt::print("{}\n", dumped(answer));
 }
 
 std::string countsText(std::string_view what, const Moves::Counts& counts) {

@@ -8,10 +8,13 @@
 #include "Explain/FrameWords.h"
 #include "Explain/RemedyWords.h"
 #include "Program/Version.h"
+#include "Summary/JsonText.h"
 #include "commands/AgentAnswer.h"
 #include "commands/AgentSituation.h"
 
 namespace OvixCtl {
+
+using OvixAgent::dumped;
 
 namespace {
 
@@ -113,7 +116,7 @@ Tessel::Result<int> writeBundleOfAgent(const Request& request) {
         const Json written{{"file", request.words.front()},
                            {"frames", bundle.frames.size()},
                            {"generation", generation}};
-        fmt::print("{}\n", written.dump(-1, ' ', false, Json::error_handler_t::replace));
+        fmt::print("{}\n", dumped(written));
     } else {
         fmt::print("{}: {} frames, tables at generation {}\n", request.words.front(),
                    bundle.frames.size(), generation);

@@ -2,7 +2,11 @@
 
 #include <nlohmann/json.hpp>
 
+#include "Summary/JsonText.h"
+
 namespace OvixCtl {
+
+using OvixAgent::dumped;
 
 using Mpls::Hardware::AdjacencyVias;
 using Routing::Multicast::MvpnVrfIntfId;
@@ -23,10 +27,6 @@ Json numberOrNull(Number value) {
 Json numberOrNull(std::optional<std::uint8_t> value) {
     return value ? Json(*value) : Json();
 }
-std::string dumped(const Json& json) {
-    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
-}
-
 class JsonWriter {
   public:
     JsonWriter(const Entry& entry, const IntfText& interfaces)
@@ -118,7 +118,7 @@ std::string routeKeyJson(Mpls::TableId table, std::uint32_t key) {
 }
 
 std::string jsonText(std::string_view text) {
-    return dumped(text);
+    return dumped(Json(text));
 }
 
 } // namespace OvixCtl

@@ -7,13 +7,8 @@
 #include <thread>
 #include <vector>
 
+#include "HeapCount.h"
 #include "Tessel/Ptr.h"
-
-#ifdef TESSEL_SLAB_FROM_HEAP
-constexpr bool slabsFromHeap = true;
-#else
-constexpr bool slabsFromHeap = false;
-#endif
 
 namespace SlabTest {
 
@@ -24,7 +19,7 @@ using namespace Tessel;
 class SlabTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        if (slabsFromHeap) {
+        if (TestSupport::slabsFromHeap) {
             GTEST_SKIP() << "objects come from the heap under the address sanitizer";
         }
     }

@@ -62,7 +62,7 @@ using namespace TestSupport;
 using namespace TestSupport::Raw;
 
 TEST(FrameAllocation, AWarmFrameIsTakenParsedAndHashedWithoutOne) {
-    if (slabsFromHeap) {
+    if (TestSupport::slabsFromHeap) {
         GTEST_SKIP();
     }
     const Bytes frames[] = {
@@ -114,7 +114,7 @@ void rewriteFrame(const Bytes& frame, const Operation& operation, Lumo::MplsLabe
 } // namespace
 
 TEST(RewriteAllocation, AWarmFrameIsRewrittenWithoutOne) {
-    if (slabsFromHeap) {
+    if (TestSupport::slabsFromHeap) {
         GTEST_SKIP();
     }
     const Bytes frame = join({stack({{100}}), ipv4({}, udp())});
