@@ -11,6 +11,7 @@ from provider import CE_MTU, CORE_MTU, HOSTS, LINKS, ProviderTest
 
 STATION = "02:00:00:00:c0:01"
 OTHER = "02:00:00:00:c0:02"
+BEHIND = "02:00:00:00:c0:03"
 BROADCAST = "ff:ff:ff:ff:ff:ff"
 IP4 = f.udp_packet(*HOSTS.values())
 
@@ -80,8 +81,25 @@ class PseudowireLive(ProviderTest):
 
     def check_frames(self, kind: str, control_word: bool) -> None:
         self.provide(control_word, kind)
+        self.expect_carried(control_word)
+
+    def check_frames_of_a_tap(self, control_word: bool) -> None:
+        """The host behind it is the edge's own kernel."""
+        ip("-n", self.node("pe1"), "link", "del", "ce")
+        near = provider_edge(1, (100, 400), (500, 501), control_word)
+        self.provide(near=near.replace("ce, kind: packet", "ce, kind: tap"),
+                     far=provider_edge(2, (300, 200), (501, 500), control_word), wait=False)
+        ip("-n", self.node("pe1"), "addr", "add", f"{HOSTS['ce1']}/24", "dev", "ce")
+        self.until(lambda: self.pings(node="pe1"))
+        back = [frame[:6] + f.mac(BEHIND) + frame[12:] for frame in FRAMES]
+        listener = self.listen("pe1", "ce", BEHIND, len(back))
+        self.send("ce2", back)
+        self.assertEqual(self.heard(listener), back)
+        self.expect_carried(control_word, "pe1", "ce")
+
+    def expect_carried(self, control_word: bool, near: str = "ce1", link: str = "eth0") -> None:
         middle = self.listen("p", "west", STATION, len(FRAMES))
-        found = self.carried(FRAMES, STATION)
+        found = self.carried(FRAMES, STATION, near, link=link)
         self.assertEqual([frame[:60].hex() for frame in found], [frame[:60].hex() for frame in FRAMES])
         self.assertEqual(found, FRAMES)
         self.dissect(self.heard(middle), control_word)
@@ -111,6 +129,9 @@ class PseudowireLive(ProviderTest):
 
     def test_whatever_a_host_sends_leaves_as_it_came_past_the_hosts_stack(self):
         self.check_frames("xdp", control_word=True)
+
+    def test_whatever_a_host_sends_leaves_as_it_came_past_the_hosts_stack_without_a_control_word(self):
+        self.check_frames("xdp", control_word=False)
 
     def test_jumbo_frames_leave_as_they_came(self):
         """They are longer than a slot of the ring."""
@@ -215,11 +236,10 @@ class PseudowireLive(ProviderTest):
         self.assertEqual(result["handedOn"]["reasons"]["For another station"], 1)
 
     def test_a_tap_port_is_a_circuit(self):
-        ip("-n", self.node("pe1"), "link", "del", "ce")
-        near = provider_edge(1, (100, 400), (500, 501), True).replace("ce, kind: packet", "ce, kind: tap")
-        self.provide(near=near, wait=False)
-        ip("-n", self.node("pe1"), "addr", "add", f"{HOSTS['ce1']}/24", "dev", "ce")
-        self.until(lambda: self.pings(node="pe1"))
+        self.check_frames_of_a_tap(control_word=True)
+
+    def test_a_tap_port_is_a_circuit_without_a_control_word(self):
+        self.check_frames_of_a_tap(control_word=False)
 
     def test_a_port_becomes_a_circuit_and_ceases_to_be_one(self):
         ip("-n", self.node("pe1"), "addr", "add", "192.0.2.9/24", "dev", "ce")

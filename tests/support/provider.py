@@ -137,8 +137,9 @@ class ProviderTest(NamespaceTest):
         process = self.inside(node, "python3", "-c", SEND, link, stdin=subprocess.PIPE)
         self.assertEqual(process.communicate(text, timeout=DEADLINE)[0], "")
 
-    def carried(self, frames: list[bytes], source: str, near: str = "ce1", far: str = "ce2") -> list:
-        """What comes out of the far host's link of the frames that the near one sends."""
+    def carried(self, frames: list[bytes], source: str, near: str = "ce1", far: str = "ce2",
+                link: str = "eth0") -> list:
+        """What comes out of the far host's link of the frames that the near one sends by its own."""
         listener = self.listen(far, "eth0", source, len(frames))
-        self.send(near, frames)
+        self.send(near, frames, link)
         return self.heard(listener)
