@@ -93,22 +93,19 @@ Tessel::Result<ShowFilter> parseShowFilter(const std::vector<std::string>& words
     return readWords([&] { return filterFrom(words); });
 }
 
-Selection select(const TableView& view, const ShowFilter& filter) {
+Selection select(const TableView& view, const ShowFilter& filter, TableId table) {
     Selection selection;
-    for (std::size_t i = 0; i < entryTables; ++i) {
-        const auto table = static_cast<TableId>(i);
-        if ((filter.table && !isShownAs(table, *filter.table)) ||
-            (filter.owner && !Mpls::isLfib(table))) {
-            continue;
-        }
-        if (!filter.key) {
-            selectAll(view, table, selection);
-        } else if (Mpls::isLfib(table) || table == TableId::hardwareRoutes ||
-                   filter.table == TableId::hardwareAdjacencies) {
-            selectLabel(view, table, *filter.key, selection);
-        } else if (filter.table == TableId::mvpnIntfStatus) {
-            selectVrf(view, *filter.key, selection);
-        }
+    if ((filter.table && !isShownAs(table, *filter.table)) ||
+        (filter.owner && !Mpls::isLfib(table))) {
+        return selection;
+    }
+    if (!filter.key) {
+        selectAll(view, table, selection);
+    } else if (Mpls::isLfib(table) || table == TableId::hardwareRoutes ||
+               filter.table == TableId::hardwareAdjacencies) {
+        selectLabel(view, table, *filter.key, selection);
+    } else if (filter.table == TableId::mvpnIntfStatus) {
+        selectVrf(view, *filter.key, selection);
     }
     return selection;
 }

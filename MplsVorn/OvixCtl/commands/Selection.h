@@ -26,7 +26,7 @@ struct ShowFilter {
 /// [TABLE] [KEY] [owner OWNER]; refuses other words.
 Tessel::Result<ShowFilter> parseShowFilter(const std::vector<std::string>& words);
 
-/// The entries that a filter selects, by table and key.
+/// The entries that a filter selects, by key.
 struct Selection {
     struct Place {
         Mpls::TableId table;
@@ -36,7 +36,7 @@ struct Selection {
     std::vector<std::string> damage; ///< what hides entries
 };
 
-/// With a hardware route its adjacency is selected, too.
-Selection select(const TableView& view, const ShowFilter& filter);
+/// Of one table; with a hardware route that is asked for by its label its adjacency, too.
+Selection select(const TableView& view, const ShowFilter& filter, Mpls::TableId table);
 
 } // namespace OvixCtl

@@ -1,3 +1,4 @@
+#include <cstdio>
 #include <fmt/format.h>
 
 #include "commands/Command.h"
@@ -11,8 +12,7 @@ namespace {
 /// What is shown: the entries in order, and behind them the routes that wait.
 class Shown {
   public:
-    Shown(const TableView& view, const ShowFilter& filter)
-        : view_(&view), filter_(filter), selection_(select(view, filter)) {
+    Shown(const TableView& view, const ShowFilter& filter) : view_(&view), filter_(filter) {
         for (Entry& entry : view.waiting()) {
             if (filter.takes(entry)) {
                 waiting_.push_back(std::move(entry));
@@ -20,20 +20,24 @@ class Shown {
         }
     }
 
-    bool empty() const noexcept { return selection_.entries.empty() && waiting_.empty(); }
+    /// Whether there is nothing to visit.
+    bool empty() const {
+        for (std::size_t i = 0; i < entryTables; ++i) {
+            if (!select(*view_, filter_, static_cast<Mpls::TableId>(i)).entries.empty()) {
+                return false;
+            }
+        }
+        return waiting_.empty();
+    }
 
-    /// Visits each entry once, and notes the damaged ones.
+    /// Visits each entry once, table by table, and notes the damaged ones.
     template <typename Visitor>
     void visit(Visitor&& visitor) {
-        for (const auto& [table, key] : selection_.entries) {
-            const Entry entry = view_->entry(table, key);
-            if (const Damage* damage = entry.damage()) {
-                selection_.damage.push_back(fmt::format("table {}: {} {}: {}",
-                                                        Tessel::wordOf(table), keyNameOf(table),
-                                                        key, damage->what));
-            }
-            if (!filter_.owner || entry.damage() != nullptr || filter_.takes(entry)) {
-                visitor(entry);
+        for (std::size_t i = 0; i < entryTables; ++i) {
+            const Selection selection = select(*view_, filter_, static_cast<Mpls::TableId>(i));
+            damage_.insert(damage_.end(), selection.damage.begin(), selection.damage.end());
+            for (const auto& [table, key] : selection.entries) {
+                visitOne(view_->entry(table, key), visitor);
             }
         }
         for (const Entry& entry : waiting_) {
@@ -41,20 +45,32 @@ class Shown {
         }
     }
     /// What could not be read, once all entries have been visited.
-    const std::vector<std::string>& damage() const noexcept { return selection_.damage; }
+    const std::vector<std::string>& damage() const noexcept { return damage_; }
 
   private:
+    template <typename Visitor>
+    void visitOne(const Entry& entry, Visitor& visitor) {
+        if (const Damage* damage = entry.damage()) {
+            damage_.push_back(fmt::format("table {}: {} {}: {}", Tessel::wordOf(entry.table),
+                                          keyNameOf(entry.table), entry.key, damage->what));
+        }
+        if (!filter_.owner || entry.damage() != nullptr || filter_.takes(entry)) {
+            visitor(entry);
+        }
+    }
+
     const TableView* view_;
     ShowFilter filter_;
-    Selection selection_;
+    std::vector<std::string> damage_;
     std::vector<Entry> waiting_;
 };
 
 void printLines(Shown& shown, const IntfText& interfaces) {
     shown.visit([&](const Entry& entry) {
-        const std::string waits =
+        std::string line =
             entry.waitsFor ? fmt::format("# waits for {}: ", Tessel::textOf(*entry.waitsFor)) : "";
-        fmt::print("{}{}\n", waits, routeText(entry, interfaces));
+        line += routeText(entry, interfaces) + '\n';
+        std::fwrite(line.data(), 1, line.size(), stdout);
     });
 }
 

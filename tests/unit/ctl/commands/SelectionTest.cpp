@@ -12,9 +12,12 @@ namespace {
 
 std::vector<std::string> selected(const Tables& tables, const std::vector<std::string>& given) {
     std::vector<std::string> names;
-    for (const auto& entry :
-         select(tables.view(), OvixCtl::parseShowFilter(given).value()).entries) {
-        names.push_back(std::string(Tessel::wordOf(entry.table)) + " " + std::to_string(entry.key));
+    const OvixCtl::ShowFilter filter = OvixCtl::parseShowFilter(given).value();
+    for (std::size_t i = 0; i < OvixCtl::entryTables; ++i) {
+        for (const auto& entry : select(tables.view(), filter, static_cast<TableId>(i)).entries) {
+            names.push_back(std::string(Tessel::wordOf(entry.table)) + " " +
+                            std::to_string(entry.key));
+        }
     }
     return names;
 }

@@ -25,6 +25,9 @@ TEST(IpGenAddr, TheZeroAddressOfAFamilyIsEmptyButNotTheSame) {
 
 TEST(IpGenAddr, ReadsTheBytesOfAHeader) {
     const std::uint8_t bytes[16] = {192, 0, 2, 1, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
+    for (const char* text : {"255.255.255.255", "10.0.100.9", "1.20.0.200"}) {
+        EXPECT_EQ(IpGenAddr::fromText(text).text(), text);
+    }
     EXPECT_EQ(IpGenAddr::ipv4(bytes).text(), "192.0.2.1");
     EXPECT_EQ(IpGenAddr::ipv4(bytes), IpGenAddr::fromText("192.0.2.1"));
     EXPECT_EQ(IpGenAddr::ipv6(bytes).text(), "c000:201:506:708:90a:b0c:d0e:f10");
