@@ -41,7 +41,9 @@ class LabelForwarding {
         [[gnu::always_inline]] void prefetch(const std::uint8_t* top) const noexcept {
             const std::uint32_t label = Lumo::NetU32::load(top).value() >> 12U;
             Tessel::prefetch(decisions + label);
-            Tessel::prefetch(counters + label);
+            // By its number: there may be no counters yet, and nothing is added to a null pointer.
+            const auto first = reinterpret_cast<std::uintptr_t>(counters);
+            Tessel::prefetch(reinterpret_cast<const void*>(first + label * sizeof *counters));
         }
     };
     Lane lane() const noexcept {
