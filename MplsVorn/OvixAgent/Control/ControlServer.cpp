@@ -189,7 +189,8 @@ void ControlServer::acceptClients() {
     assert(clients_.size() <= maxClients);
     for (;;) {
         const int socket = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-        if (socket < 0 && errno != EAGAIN && spare_.isOpen()) {
+        const bool lacksDescriptor = socket < 0 && (errno == EMFILE || errno == ENFILE);
+        if (lacksDescriptor && spare_.isOpen()) {
             spare_ = Posix::FileDescriptor();
             continue;
         }

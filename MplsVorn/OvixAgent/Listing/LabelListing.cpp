@@ -231,6 +231,7 @@ class WeightedSearch {
                                    content.value().setType, content.value().vias, *ports_));
         }
     }
+
     const Mpls::PublishedTables* published_;
     const PortTable* ports_;
     std::uint32_t label_;
