@@ -118,9 +118,12 @@ class BasicIpv4 : public View<20, Byte> {
 
     /// The TTL of a packet being forwarded: the checksum follows.
     void ttlWithChecksumIs(std::uint8_t value) const noexcept {
+        // What has been stored is not loaded again at once, in another size: that would take long.
+        constexpr unsigned protocol = 0xff;
         const std::uint16_t before = this->u16(ttlAt);
+        const auto after = static_cast<std::uint16_t>(value << 8U | (before & protocol));
         ttlIs(value);
-        checksumIs(updatedChecksum(checksum(), before, this->u16(ttlAt)));
+        checksumIs(updatedChecksum(checksum(), before, after));
     }
 
     /// The same for the traffic class.
