@@ -42,9 +42,6 @@ constexpr std::size_t ways = 8;
 constexpr std::array<const char*, ways> wayNames{
     "bare", "burst", "single", "definition", "unrecorded", "by-label", "by-prefix", "by-reason"};
 
-/// The bare loop has so many labels where the traffic has others, or none.
-constexpr std::uint32_t bareLabelsOtherwise = 1000;
-
 Scenario scenarioOf(const std::string& name, std::uint32_t routes, std::size_t frames) {
     const bool isEdge = name == "pop_route" || name == "ip_push";
     return isEdge ? Bench::makeEdgeScenario(name, routes, frames)
@@ -69,16 +66,16 @@ OvixAgent::TraceFilter filterOf(Way way) {
     return filter;
 }
 
-/// The ways of the frames of a scenario.
+/// The ways of the frames of a scenario. The bare loop has an entry for each label or prefix, and
+/// labelled frames of its own where the traffic has other ones, or none.
 class Ways {
   public:
     Ways(const std::string& name, std::uint32_t routes, std::size_t frames)
         : scenario_(scenarioOf(name, routes, frames)),
           bareScenario_(hasLabelPerRoute(name) ? Scenario{}
-                                               : Bench::makeScenario("swap", bareLabelsOtherwise)),
+                                               : Bench::makeScenario("swap", routes, frames)),
           router_(scenario_.config), ring_(scenario_),
-          bareRing_(hasLabelPerRoute(name) ? scenario_ : bareScenario_),
-          bareLoop_(hasLabelPerRoute(name) ? routes : bareLabelsOtherwise),
+          bareRing_(hasLabelPerRoute(name) ? scenario_ : bareScenario_), bareLoop_(routes),
           leaves_(name != "flood"), trace_(router_.ports()) {
         router_.fastPath().traceIs(trace_);
     }

@@ -112,4 +112,5 @@ for labels in 1 1000 100000 1000000; do
 done
 what_if
 echo '(ucmp4: a choice of four; flood: unknown labels; replicate8: per leg. Times are medians of runs that'
-echo 'take turns; of the ratios, too, each to the bare loop of its turn, of as many labels or of 1000.)'
+echo 'take turns; of the ratios, too, each to the bare loop of its turn, which has as many entries as there are
+labels or prefixes.)'
