@@ -6,7 +6,6 @@
 #include <limits>
 #include <utility>
 
-#include "FastPath/LabelRewrite.h"
 #include "FastPath/RewriteReading.h"
 #include "Ovix/packet/FlowHash.h"
 #include "Tessel/Fib/FecId.h"
@@ -27,7 +26,7 @@ Decision made(Action action, std::uint32_t value, std::uint32_t egress = 0) noex
 }
 
 bool isPlainSwap(const DecidedRewrite& rewrite) noexcept {
-    return rewrite.kind == DecidedRewrite::Kind::swap && rewrite.labels == 1 &&
+    return rewrite.kind == DecidedRewrite::Kind::swap && rewrite.grows == 0 &&
            rewrite.tc == DecidedRewrite::keep && rewrite.isPlain();
 }
 
@@ -172,12 +171,11 @@ bool Decider::hashesAsThePlugin() const {
 Decision Decider::choiceOf(Beneath beneath) {
     DecidedChoice choice;
     for (const LabelDecision::Choice& one : answer_.choices) {
-        choice.shares.add(one.weight);
-        choice.members.push_back(decisionFor(one, beneath));
+        choice.add(one.weight, decisionFor(one, beneath));
     }
-    const std::uint64_t total = choice.shares.total;
+    const std::uint64_t total = choice.totalWeight();
     if (total == 0 || total > std::numeric_limits<std::uint32_t>::max() || !hashesAsThePlugin()) {
-        for (Decision& member : choice.members) {
+        for (Decision& member : choice.members()) {
             decisions_->release(member);
         }
         return {};
@@ -194,12 +192,13 @@ Decision Decider::replicasOf(Beneath beneath) {
         const Ovix::RoutingNexthop& nexthop = *one.nexthop;
         const Port* const port = tables_->ports.byIntfId(nexthop.intfId());
         auto leg = readRewrites(nexthop.rewriteInfos(), beneath, *rewriteMap_);
+        const std::optional<bool> isCounted = readCounting(nexthop);
         if (!events || !all || !leg || leg->record || port == nullptr || !nexthop.isReplica() ||
-            !readCounting(nexthop, leg->isCounted) ||
-            !tables_->vrfs->number(nexthop.vrfName().view()) ||
+            !isCounted || !tables_->vrfs->number(nexthop.vrfName().view()) ||
             tables_->pseudowires.isCircuit(tables_->ports.indexOf(*port))) {
             return {};
         }
+        leg->isCounted = *isCounted;
         leg->isToGroup = nexthop.address().family() == Lumo::IpFamily::none;
         if (leg->isToGroup ? leg->kind == DecidedRewrite::Kind::pop : nexthop.address().empty()) {
             return {};
@@ -209,7 +208,6 @@ Decision Decider::replicasOf(Beneath beneath) {
         if (!line) {
             return {};
         }
-        leg->grows = growth(*leg);
         leg->egress = *line;
         replicas.add(*std::move(leg));
     }
@@ -223,28 +221,26 @@ Decision Decider::lookupFor(const LabelDecision::Choice& choice, Beneath beneath
     const auto rewrite = readRewrites(nexthop.rewriteInfos(), beneath, *rewriteMap_);
     const auto fib = tables_->vrfs->number(nexthop.vrfName().view());
     const auto events = events_->setOf(choice.events);
-    DecidedLookup lookup;
+    const std::optional<bool> isCounted = readCounting(nexthop);
     // Behind a pop in the pipe model the packet keeps its own TTL (RFC 3443).
     if (!rewrite || rewrite->kind != DecidedRewrite::Kind::pop || rewrite->isUniform ||
         rewrite->exposesTc || !nexthop.intfId().empty() || nexthop.mtu() != 0 ||
-        nexthop.vlanId() != 0 || !fib || !events || !readCounting(nexthop, lookup.isCounted)) {
+        nexthop.vlanId() != 0 || !fib || !events || !isCounted) {
         return {};
     }
-    lookup.fib = *fib;
-    lookup.events = *events;
-    return made(Action::lookup, decisions_->lookups.add(lookup));
+    return made(Action::lookup, decisions_->lookups.add({*fib, *isCounted, *events}));
 }
 
 Decision Decider::rewriteFor(const LabelDecision::Choice& choice, Beneath beneath) {
     const Ovix::RoutingNexthop& nexthop = *choice.nexthop;
     auto rewrite = readRewrites(nexthop.rewriteInfos(), beneath, *rewriteMap_);
     const auto events = events_->setOf(choice.events);
-    if (!rewrite || !events || !readCounting(nexthop, rewrite->isCounted) ||
-        !tables_->vrfs->number(nexthop.vrfName().view())) {
+    const std::optional<bool> isCounted = readCounting(nexthop);
+    if (!rewrite || !events || !isCounted || !tables_->vrfs->number(nexthop.vrfName().view())) {
         return {};
     }
+    rewrite->isCounted = *isCounted;
     rewrite->events = *events;
-    rewrite->grows = growth(*rewrite);
     if (Tessel::Fib::FecId::isHierarchicalIntfId(nexthop.intfId())) {
         return towardFec(nexthop, *rewrite);
     }
@@ -262,10 +258,10 @@ Decision Decider::rewriteFor(const LabelDecision::Choice& choice, Beneath beneat
     }
     rewrite->egress = *line;
     if (isPlainSwap(*rewrite)) {
-        return made(Action::swap, rewrite->label[0], *line);
+        return made(Action::swap, rewrite->entries[0], *line);
     }
     return made(isPlainImposition(*rewrite) ? Action::impose : Action::rewrite,
-                decisions_->rewrites.add(*rewrite));
+                decisions_->rewrites.add(*rewrite), *line);
 }
 
 Decision Decider::towardFec(const Ovix::RoutingNexthop& nexthop, DecidedRewrite rewrite) {
@@ -301,27 +297,28 @@ Decision Decider::towardCircuit(PortIndex index, const DecidedRewrite& rewrite) 
                 decisions_->circuits.add({&port, pseudowire, rewrite.isCounted, rewrite.events}));
 }
 
-/// False when more is counted than the label.
-bool Decider::readCounting(const Ovix::RoutingNexthop& nexthop, bool& isCounted) {
+/// Whether the label is counted; unset when more is.
+std::optional<bool> Decider::readCounting(const Ovix::RoutingNexthop& nexthop) {
     const auto& actions = nexthop.rewriteInfos().finalCounterActions();
-    isCounted = !actions.empty();
     if (actions.empty()) {
-        return true;
+        return false;
     }
     const Ptr<Ovix::CounterActionInfo>& info = actions.front();
     const auto fromInfo = rewriteMap_->counterActionFn(info->typeName());
     if (actions.size() != 1 || fromInfo == nullptr ||
         info->typeName() != Ovix::LfibCounterActionInfo::infoTypeName) {
-        return false;
+        return std::nullopt;
     }
     const auto& counted = static_cast<const Ovix::LfibCounterActionInfo&>(*info);
     const Ptr<Counter::OvixLfibCounterCollection> counters(fromInfo(info)->countsIn());
     if (!labelCounters_) {
         labelCounters_ = counters;
     }
-    return counters && counters == labelCounters_ &&
-           counted.routeKey() == Mpls::RouteKey::fromLabel(Lumo::MplsLabel(label_)) &&
-           counted.byteCount() == answer_.modelBytes;
+    const bool isOfLabel =
+        counters && counters == labelCounters_ &&
+        counted.routeKey() == Mpls::RouteKey::fromLabel(Lumo::MplsLabel(label_)) &&
+        counted.byteCount() == answer_.modelBytes;
+    return isOfLabel ? std::optional(true) : std::nullopt;
 }
 
 Ptr<Counter::OvixLfibCounterCollection> Decider::countedIn() const {

@@ -68,7 +68,7 @@ class Decider {
     Decision replicasOf(Ovix::Beneath beneath);
     Decision lookupFor(const Ovix::LabelDecision::Choice& choice, Ovix::Beneath beneath);
     Decision rewriteFor(const Ovix::LabelDecision::Choice& choice, Ovix::Beneath beneath);
-    bool readCounting(const Ovix::RoutingNexthop& nexthop, bool& isCounted);
+    std::optional<bool> readCounting(const Ovix::RoutingNexthop& nexthop);
     Decision towardFec(const Ovix::RoutingNexthop& nexthop, DecidedRewrite rewrite);
     Decision towardCircuit(PortIndex index, const DecidedRewrite& rewrite);
     std::optional<std::uint32_t> lineFor(PortIndex port, const Lumo::IpGenAddr& address,

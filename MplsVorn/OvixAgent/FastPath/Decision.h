@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,7 +24,8 @@ enum class Action : std::uint8_t {
     none,      ///< left to the forwarder
     drop,      ///< `value`: number of the reason; `egress`: the events (DecidedDrop)
     swap,      ///< one label for one, TC kept; `value`: the label in its place, `egress`: a line
-    impose,    ///< `value`: number of a DecidedRewrite that swaps or pushes, and does no more
+    impose,    ///< `value`: number of a DecidedRewrite that swaps or pushes, and does no more,
+               ///< `egress`: a line
     rewrite,   ///< `value`: number of a DecidedRewrite
     circuit,   ///< `value`: number of a DecidedCircuit
     lookup,    ///< `value`: number of a DecidedLookup
@@ -85,28 +87,30 @@ class DropReasons {
     std::vector<std::string> reasons_;
 };
 
-/// The label is replaced, or popped, or gets others on top, and the frame leaves.
-struct DecidedRewrite {
+/// The label is replaced, or popped, or gets others on top, and the frame leaves; one cache line.
+struct alignas(64) DecidedRewrite {
     enum class Kind : std::uint8_t { swap, push, pop };
     static constexpr std::size_t maxLabels = 6;
     /// Of entries written: the labels, an entropy label with its indicator, and the top one.
     static constexpr std::size_t mostBytes = (maxLabels + 3) * Lumo::MplsLabelEntry::size;
 
     Kind kind = Kind::swap;
-    bool isUniform = false;
-    bool isCounted = false;  ///< for the incoming label
-    bool exposesTc = false;  ///< of a pop
-    std::int8_t grows = 0;   ///< bytes that the packet does; negative for a pop
-    std::uint8_t labels = 0; ///< imposed ones; of a swap the last replaces the label
-    std::uint8_t ttl = 0;    ///< of pushed labels in pipe mode
+    bool isUniform : 1 = false;
+    bool isCounted : 1 = false; ///< for the incoming label
+    bool exposesTc : 1 = false; ///< of a pop
+    bool isToFec : 1 = false;
+    bool isToGroup : 1 = false; ///< the line's group address depends on the label
+    std::int8_t grows = 0;      ///< bytes that the packet does; negative for a pop
+    Ovix::PktHdrType exposed = Ovix::PktHdrType::mpls; ///< by a pop
+    std::uint8_t ttl = 0;                              ///< of pushed labels in pipe mode
     std::uint8_t tc = keep;
-    std::uint8_t pushedTc = keep;
     std::uint16_t events = 0; ///< number of a set
     std::uint32_t egress = 0; ///< number of a line, or of a DecidedFec
-    bool isToFec = false;
-    bool isToGroup = false; ///< the line's group address depends on the label
-    Ovix::PktHdrType exposed = Ovix::PktHdrType::mpls; ///< by a pop
-    std::array<std::uint32_t, maxLabels> label{};      ///< each in its place in an entry
+    /// What the entry that takes the top one's place, and those pushed above it, have of it once
+    /// its TTL is decremented; and the rest of them.
+    std::uint32_t kept = 0;
+    std::uint32_t keptAbove = 0;
+    std::array<std::uint32_t, maxLabels + 1> entries{};
     /// The record of a push one of whose labels names the flow (RFC 6790); else null.
     Ptr<const Ovix::RewriteInfo> record;
 
@@ -115,28 +119,55 @@ struct DecidedRewrite {
     /// Whether the label is counted and nothing else.
     bool isPlain() const noexcept { return isCounted && events == 0 && !isToFec && !exposesTc; }
 };
+static_assert(sizeof(DecidedRewrite) == 64);
 
 /// Which of several a flow takes, by their weights.
 struct Shares {
+    /// So many are chosen from without looking elsewhere.
+    static constexpr std::size_t few = 4;
+
     void add(std::uint32_t weight) {
         total += weight;
+        reciprocal = total > 0 ? ~std::uint64_t{0} / total + 1 : 0;
+        if (ends.size() < firstEnds.size()) {
+            firstEnds[ends.size()] = static_cast<std::uint32_t>(std::min(total, most));
+        }
         ends.push_back(total);
+        areFew = ends.size() <= few && total <= most;
     }
-    /// As Tessel::weightedChoice: without branches, since nobody can guess what flow comes next,
-    /// and without a division of 64 bits.
+    /// As Tessel::weightedChoice: without branches, since nobody can guess what flow comes next.
     std::size_t chosen(std::uint32_t hash) const noexcept {
-        constexpr std::uint64_t most = ~std::uint32_t{0};
-        const std::uint64_t residue =
-            total > most ? hash : hash % static_cast<std::uint32_t>(total);
+        return areFew ? chosenOfFew(hash) : chosenOfAll(hash);
+    }
+    [[gnu::always_inline]] std::size_t chosenOfFew(std::uint32_t hash) const noexcept {
+        const std::uint32_t residue = residueOf(hash);
+        const auto isBehind = [&](std::size_t i) { return residue >= firstEnds[i] ? 1U : 0U; };
+        return isBehind(0) + isBehind(1) + isBehind(2);
+    }
+
+    static constexpr std::uint64_t most = ~std::uint32_t{0};
+    std::uint64_t total = 0;      ///< at least 1 when one is chosen
+    std::uint64_t reciprocal = 0; ///< 2^64 / total, rounded up
+    /// The first of `ends`; nothing lies behind those that are not there.
+    std::array<std::uint32_t, few - 1> firstEnds{most, most, most};
+    bool areFew = true;
+    std::vector<std::uint64_t> ends; ///< sums of the weights up to each
+
+  private:
+    std::size_t chosenOfAll(std::uint32_t hash) const noexcept {
+        const std::uint64_t residue = total <= most ? residueOf(hash) : hash;
         std::size_t before = 0;
         for (const std::uint64_t end : ends) {
             before += residue >= end ? 1 : 0;
         }
         return before;
     }
-
-    std::uint64_t total = 0;         ///< at least 1 when one is chosen
-    std::vector<std::uint64_t> ends; ///< sums of the weights up to each
+    /// hash % total, which is exact for any two numbers of 32 bits (Lemire, Kaser and Kurz 2019,
+    /// "Faster remainder by direct computation").
+    std::uint32_t residueOf(std::uint32_t hash) const noexcept {
+        __extension__ using Wide = unsigned __int128;
+        return static_cast<std::uint32_t>((Wide{reciprocal * hash} * total) >> 64U);
+    }
 };
 
 /// Flows toward a FEC are shared by their hash as they leave.
@@ -181,13 +212,25 @@ struct DecidedReplicas {
 };
 
 /// Flows are shared by their hash as they came in.
-struct DecidedChoice {
-    Shares shares;
-    std::vector<Decision> members;
-
-    const Decision& member(std::uint32_t hash) const noexcept {
-        return members[shares.chosen(hash)];
+class alignas(64) DecidedChoice {
+  public:
+    void add(std::uint32_t weight, const Decision& member) {
+        if (shares_.ends.size() < few_.size()) {
+            few_[shares_.ends.size()] = member;
+        }
+        shares_.add(weight);
+        members_.push_back(member);
     }
+    [[gnu::always_inline]] const Decision& member(std::uint32_t hash) const noexcept {
+        return shares_.areFew ? few_[shares_.chosenOfFew(hash)] : members_[shares_.chosen(hash)];
+    }
+    std::span<Decision> members() noexcept { return members_; }
+    std::uint64_t totalWeight() const noexcept { return shares_.total; }
+
+  private:
+    Shares shares_;
+    alignas(64) std::array<Decision, Shares::few> few_; ///< the first members, close at hand
+    std::vector<Decision> members_;
 };
 
 /// What lies beneath the label matters.

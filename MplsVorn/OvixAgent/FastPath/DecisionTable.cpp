@@ -138,7 +138,7 @@ void DecisionTable::release(Decision& decision) {
         replicas.release(decision.value);
         break;
     case Action::choice:
-        for (Decision& member : choices[decision.value].members) {
+        for (Decision& member : choices[decision.value].members()) {
             release(member);
         }
         choices.release(decision.value);

@@ -69,18 +69,23 @@ class IpHop {
     };
     /// How many packets routePlain() has routed since the last call.
     std::uint64_t takeRouted() noexcept { return std::exchange(routed_, 0); }
-    /// Loads ahead what routing packets to that IPv4 address, in network byte order, will need:
-    /// each of these once what the one before it loads is there.
-    void prefetchSlot(std::uint32_t fib, const std::uint8_t* address) const noexcept {
-        hops_->fib(fib).prefetchSlot(address);
+    /// A packet that is to be routed, and where its route's number lies.
+    struct Ahead {
+        const PrefixValue* place;
+        const std::uint8_t* address;
+        std::uint32_t fib;
+    };
+    /// Loads ahead what routing packets to that IPv4 address, in network byte order, will need: the
+    /// number of its route, and once that is there, how the route's packets leave.
+    Ahead loadPlace(std::uint32_t fib, const std::uint8_t* address) const noexcept {
+        const PrefixValue* const place = hops_->fib(fib).placeOfIpv4(address);
+        Tessel::prefetch(place);
+        return {place, address, fib};
     }
-    void prefetchPage(std::uint32_t fib, const std::uint8_t* address) const noexcept {
-        hops_->fib(fib).prefetchPage(address);
-    }
-    void prefetchHop(std::uint32_t fib, const std::uint8_t* address) const noexcept {
-        const std::uint32_t route = hops_->fib(fib).numberOfIpv4(address);
+    void loadHop(const Ahead& ahead) const noexcept {
+        const std::uint32_t route = hops_->fib(ahead.fib).numberAt(ahead.place, ahead.address);
         if (route != noPrefix) {
-            hops_->prefetch(fib, route);
+            hops_->prefetch(ahead.fib, route);
         }
     }
 

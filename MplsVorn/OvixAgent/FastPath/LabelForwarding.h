@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "FastPath/DecidedTables.h"
@@ -62,6 +63,10 @@ class LabelForwarding {
         if (decision.action == Action::swap) [[likely]] {
             return swapInPlace(lane, decision, decision.lookup, entry, frame);
         }
+        if (decision.action == Action::impose) {
+            recordsUsed_ = true;
+            return imposeInPlace(decision, decision.lookup, entry, frame);
+        }
         return decision.action == Action::drop ? dropInPlace(decision, entry, frame)
                                                : settleOther(decision, entry, frame);
     }
@@ -82,6 +87,16 @@ class LabelForwarding {
             decision.looksUpIpv4 && (entry & bottom) != 0 && decisions_->isValid(decision);
         constexpr std::size_t at = Lumo::MplsLabelEntry::size + Wire::Ipv4::destinationAt;
         return {isLookedUp ? top + at : nullptr, decision.egress};
+    }
+
+    /// Whether packets have been forwarded in place by records since the last call.
+    bool takeRecordsUsed() noexcept { return std::exchange(recordsUsed_, false); }
+    /// Loads ahead the record that a packet with one label, at `top`, is forwarded by.
+    void prefetchRecord(const std::uint8_t* top) const noexcept {
+        const Decision& decision = *decisions_->place(Lumo::NetU32::load(top).value() >> 12U);
+        if (decision.action == Action::impose) {
+            Tessel::prefetch(&decisions_->rewrites.at(decision.value));
+        }
     }
 
     /// Makes what has been counted visible; to be called before anybody else counts or reads.
@@ -144,16 +159,11 @@ class LabelForwarding {
         if (!isAloneAndAlive(entry) || !line.takesFrame(frame.size)) [[unlikely]] {
             return false;
         }
-        Counter::PktCounter* const counter = lane.counters + (entry >> 12U);
-        if (counter->packets() == 0 || !events_.takesNext(lookup) ||
-            !departures_.takesNext(*line.port)) [[unlikely]] {
-            return swapAnew(decision, lookup, entry, frame);
-        }
-        swap(decision, line, entry, frame.bytes);
-        events_.countNext();
-        counter->countBytes(frame.size);
-        departures_.append(frame.time, frame.port, {frame.bytes, frame.size});
-        return true;
+        const std::uint32_t swapped = swappedEntry(decision, entry);
+        std::memcpy(frame.bytes, line.macs.data(), line.macs.size());
+        Lumo::NetU32(swapped).store(frame.bytes + Wire::Ethernet::size);
+        return leave(lane.counters + (entry >> 12U), frame, *line.port,
+                     {frame.bytes, frame.size, lookup});
     }
     /// A flood of frames whose labels no table has is dropped here.
     [[gnu::always_inline]] bool dropInPlace(const Decision& decision, std::uint32_t entry,
@@ -170,14 +180,6 @@ class LabelForwarding {
         events_.countNext();
         return true;
     }
-    [[gnu::noinline]] bool swapAnew(const Decision& decision, std::uint16_t lookup,
-                                    std::uint32_t entry, WritableFrame& frame);
-    [[gnu::always_inline]] static void swap(const Decision& decision, const EgressLine& line,
-                                            std::uint32_t entry, std::uint8_t* frame) noexcept {
-        const std::uint32_t swapped = swappedEntry(decision, entry);
-        std::memcpy(frame, line.macs.data(), line.macs.size());
-        Lumo::NetU32(swapped).store(frame + Wire::Ethernet::size);
-    }
     /// Whether it is the only label, and its TTL above 1.
     static bool isAloneAndAlive(std::uint32_t entry) noexcept {
         return (entry & (bottom | (ttlMask - 1))) > bottom;
@@ -189,17 +191,40 @@ class LabelForwarding {
                                          std::uint32_t entry, WritableFrame& frame);
     [[gnu::noinline]] bool chooseInPlace(const Decision& decision, std::uint32_t entry,
                                          WritableFrame& frame);
+    [[gnu::noinline]] bool chooseByAll(const Decision& decision, std::uint32_t entry,
+                                       WritableFrame& frame);
+    bool followInPlace(const Decision& member, std::uint16_t lookup, std::uint32_t entry,
+                       WritableFrame& frame);
     [[gnu::noinline]] bool endInPlace(const Decision& decision, std::uint32_t entry,
                                       WritableFrame& frame);
     bool popInPlace(const Decision& decision, std::uint32_t entry, WritableFrame& frame);
     bool lookUpInPlace(const Decision& decision, std::uint32_t entry, WritableFrame& frame);
-    void sendMoved(WritableFrame& frame, std::int32_t grows, const EgressLine& line,
-                   std::uint16_t etherType);
-    /// Counts a frame with one label that leaves.
-    [[gnu::always_inline]] void settled(std::uint16_t lookup, std::uint32_t entry,
-                                        const WritableFrame& frame) {
-        events_.count(lookup);
-        labelCounters_->countBytes(entry >> 12U, frame.size);
+    /// What a frame with one label leaves as, and the set of its lookup; in two registers.
+    struct Sent {
+        const std::uint8_t* bytes;
+        std::uint32_t size;
+        std::uint16_t lookup;
+    };
+    static Sent sentAs(Wire::Bytes bytes, std::uint16_t lookup) noexcept {
+        return {bytes.data(), static_cast<std::uint32_t>(bytes.size()), lookup};
+    }
+    /// Counts the frame, and sends what it leaves as. What is not as with the frame before it is
+    /// done elsewhere, so that nothing is saved for that.
+    [[gnu::always_inline]] bool leave(Counter::PktCounter* counter, const WritableFrame& frame,
+                                      Port& port, Sent sent) {
+        if (counter->packets() == 0 || !events_.takesNext(sent.lookup) ||
+            !departures_.takesNext(port)) [[unlikely]] {
+            return leaveAnew(counter, frame, port, sent);
+        }
+        events_.countNext();
+        counter->countBytes(frame.size);
+        departures_.append(frame.time, frame.port, {sent.bytes, sent.size});
+        return true;
+    }
+    [[gnu::noinline]] bool leaveAnew(Counter::PktCounter* counter, const WritableFrame& frame,
+                                     Port& port, Sent sent);
+    Counter::PktCounter* counterOf(std::uint32_t entry) const noexcept {
+        return countersOfLabels_ + (entry >> 12U);
     }
     /// Where a decided drop is counted, and whether a trace asks for its reason.
     struct DropLog {
@@ -250,6 +275,7 @@ class LabelForwarding {
     IpHop* ipHop_;
     std::array<DropLog, DropReasons::most> drops_; ///< by the reason's number
     std::uint32_t credit_ = mostCredit;
+    bool recordsUsed_ = false;
     std::vector<std::uint8_t> copies_; ///< bytes of replicas that have not left yet
     std::size_t copied_ = 0;           ///< of them
 };

@@ -37,13 +37,45 @@ void pop(const DecidedRewrite& rewrite, PacketWork& work) noexcept {
 
 } // namespace
 
+DecidedRewrite imposing(DecidedRewrite::Kind kind, const Lumo::UnboundedMplsLabelOperation& labels,
+                        Mpls::TtlMode mode) {
+    constexpr std::uint32_t ttlMask = 0xff;
+    constexpr std::uint32_t bottom = 0x100;
+    constexpr std::uint32_t tcMask = 0xe00;
+    constexpr unsigned tcShift = 9;
+    constexpr unsigned labelShift = 12;
+    assert(labels.depth() > 0 && labels.depth() <= DecidedRewrite::maxLabels);
+    const bool isPush = kind == DecidedRewrite::Kind::push;
+    const auto keepsTc = [](std::optional<std::uint8_t> tc) { return tc ? 0 : tcMask; };
+    const auto withTc = [](std::optional<std::uint8_t> tc) {
+        return std::uint32_t{tc.value_or(0)} << tcShift;
+    };
+    const std::optional<std::uint8_t> tcAbove =
+        isPush || !labels.pushedTc ? labels.tc : labels.pushedTc;
+    DecidedRewrite rewrite;
+    rewrite.kind = kind;
+    rewrite.isUniform = mode == Mpls::TtlMode::uniform;
+    rewrite.ttl = labels.ttl;
+    rewrite.tc = labels.tc.value_or(DecidedRewrite::keep);
+    rewrite.keptAbove = keepsTc(tcAbove) | (rewrite.isUniform ? ttlMask : 0);
+    const std::uint32_t above = withTc(tcAbove) | (rewrite.isUniform ? 0 : labels.ttl);
+    for (std::size_t i = 0; i < labels.depth(); ++i) {
+        rewrite.entries[i] = labels.value(i) << labelShift | above;
+    }
+    const std::size_t pushed = isPush ? labels.depth() : labels.depth() - 1;
+    rewrite.entries[pushed] = isPush ? 0 : labels.value(pushed) << labelShift | withTc(labels.tc);
+    rewrite.kept = isPush ? ~std::uint32_t{0} : bottom | ttlMask | keepsTc(labels.tc);
+    rewrite.grows = static_cast<std::int8_t>(pushed * Lumo::MplsLabelEntry::size);
+    return rewrite;
+}
+
 void applyRewrite(const DecidedRewrite& rewrite, PacketWork& work) {
     if (rewrite.kind == DecidedRewrite::Kind::pop) {
         pop(rewrite, work);
     } else if (rewrite.record) {
         pushFlowLabels(rewrite, work);
     } else {
-        assert(rewrite.labels > 0);
+        assert(rewrite.grows >= 0);
         const std::uint32_t top = Lumo::NetU32::load(work.packet).value();
         work.packet -= rewrite.grows;
         imposeLabels(rewrite, top, work.packet);

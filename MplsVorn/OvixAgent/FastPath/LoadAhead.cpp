@@ -42,6 +42,13 @@ void DecidedForwarding::loadAhead(std::span<const WritableFrame> burst) noexcept
     for (; i < burst.size(); ++i) {
         loadLabel(burst[i]);
     }
+    if (labels_.takeRecordsUsed()) {
+        for (const WritableFrame& frame : burst) {
+            if (frame.size >= shortest) {
+                labels_.prefetchRecord(frame.bytes + Ethernet::size);
+            }
+        }
+    }
     if (ipHop_.takeRouted() > 0) {
         loadRoutes(burst);
     }
@@ -49,20 +56,16 @@ void DecidedForwarding::loadAhead(std::span<const WritableFrame> burst) noexcept
 
 /// The same where packets are routed: step by step, since each load leads to the next.
 void DecidedForwarding::loadRoutes(std::span<const WritableFrame> burst) noexcept {
-    std::array<LabelForwarding::Destination, burstFrames> to;
+    std::array<IpHop::Ahead, burstFrames> routed;
     std::size_t count = 0;
     for (const WritableFrame& frame : burst) {
-        to[count] = destinationOf(frame);
-        if (to[count].address != nullptr) {
-            ipHop_.prefetchSlot(to[count].fib, to[count].address);
-            ++count;
+        const LabelForwarding::Destination to = destinationOf(frame);
+        if (to.address != nullptr) {
+            routed[count++] = ipHop_.loadPlace(to.fib, to.address);
         }
     }
-    for (const auto& one : std::span(to).first(count)) {
-        ipHop_.prefetchPage(one.fib, one.address);
-    }
-    for (const auto& one : std::span(to).first(count)) {
-        ipHop_.prefetchHop(one.fib, one.address);
+    for (const IpHop::Ahead& one : std::span(routed).first(count)) {
+        ipHop_.loadHop(one);
     }
 }
 

@@ -8,8 +8,6 @@
 
 namespace OvixAgent {
 
-using Ovix::PktHdrType;
-
 namespace {
 
 constexpr auto behindLabel =
@@ -23,8 +21,6 @@ bool LabelForwarding::settleOther(const Decision& decision, std::uint32_t entry,
         return false;
     }
     switch (decision.action) {
-    case Action::impose:
-        return imposeInPlace(decision, decision.lookup, entry, frame);
     case Action::choice:
         return chooseInPlace(decision, entry, frame);
     case Action::byBeneath:
@@ -34,16 +30,11 @@ bool LabelForwarding::settleOther(const Decision& decision, std::uint32_t entry,
     }
 }
 
-/// The frame has one label, and need not join those before it.
-bool LabelForwarding::swapAnew(const Decision& decision, std::uint16_t lookup, std::uint32_t entry,
-                               WritableFrame& frame) {
-    const EgressLine& line = (*lines_)[decision.egress];
-    if (!line.takesFrame(frame.size)) {
-        return false;
-    }
-    settled(lookup, entry, frame);
-    swap(decision, line, entry, frame.bytes);
-    departures_.sendAs(frame, frame.port, *line.port, {frame.bytes, frame.size});
+bool LabelForwarding::leaveAnew(Counter::PktCounter* counter, const WritableFrame& frame,
+                                Port& port, Sent sent) {
+    events_.count(sent.lookup);
+    labelCounters_->countBytes(static_cast<std::uint32_t>(counter - countersOfLabels_), frame.size);
+    departures_.sendAs(frame, frame.port, port, {sent.bytes, sent.size});
     return true;
 }
 
@@ -64,43 +55,52 @@ const FrameAccounts::FateLog* LabelForwarding::lookForLog(std::uint32_t reason,
     return &log.log;
 }
 
-/// The frame's start moves back by what it grows.
-inline void LabelForwarding::sendMoved(WritableFrame& frame, std::int32_t grows,
-                                       const EgressLine& line, std::uint16_t etherType) {
-    constexpr auto link = static_cast<std::int32_t>(Wire::Ethernet::size);
-    departures_.send(
-        frame, line, frame.bytes + link - grows,
-        static_cast<std::uint32_t>(static_cast<std::int32_t>(frame.size) - link + grows),
-        etherType);
-}
-
 bool LabelForwarding::imposeInPlace(const Decision& decision, std::uint16_t lookup,
                                     std::uint32_t entry, WritableFrame& frame) {
     const DecidedRewrite& rewrite = decisions_->rewrites.at(decision.value);
-    const EgressLine& line = (*lines_)[rewrite.egress];
+    const EgressLine& line = (*lines_)[decision.egress];
     const auto grows = static_cast<std::uint32_t>(rewrite.grows);
-    if ((entry & bottom) == 0 || frame.headroom < grows || !line.takesFrame(frame.size + grows)) {
+    if (!isAloneAndAlive(entry) || frame.headroom < grows || !line.takesFrame(frame.size + grows)) {
         return false;
     }
-    imposeLabels(rewrite, entry, frame.bytes + Wire::Ethernet::size - grows);
-    settled(lookup, entry, frame);
-    sendMoved(frame, rewrite.grows, line, Wire::EtherType::mpls);
-    return true;
+    std::uint8_t* const packet = frame.bytes + Wire::Ethernet::size - grows;
+    const auto length = static_cast<std::uint32_t>(frame.size - Wire::Ethernet::size + grows);
+    imposeLabels(rewrite, entry, packet);
+    return leave(counterOf(entry), frame, *line.port,
+                 sentAs(withPlainLinkHeader(packet, length, line, Wire::EtherType::mpls), lookup));
+}
+
+/// By the member of a choice that the flow takes.
+inline bool LabelForwarding::followInPlace(const Decision& member, std::uint16_t lookup,
+                                           std::uint32_t entry, WritableFrame& frame) {
+    if (member.action == Action::swap) {
+        return swapInPlace(lane(), member, lookup, entry, frame);
+    }
+    return member.action == Action::impose && imposeInPlace(member, lookup, entry, frame);
 }
 
 bool LabelForwarding::chooseInPlace(const Decision& decision, std::uint32_t entry,
                                     WritableFrame& frame) {
+    const Wire::Bytes packet{frame.bytes + behindLabel, frame.size - behindLabel};
+    if ((entry & bottom) == 0 || !Ovix::isPlainFlow(packet)) [[unlikely]] {
+        return chooseByAll(decision, entry, frame);
+    }
+    return followInPlace(
+        decisions_->choices.at(decision.value).member(Ovix::plainFlowHash(entry >> 12U, packet)),
+        decision.lookup, entry, frame);
+}
+
+/// The same of packets that take longer to hash.
+bool LabelForwarding::chooseByAll(const Decision& decision, std::uint32_t entry,
+                                  WritableFrame& frame) {
     if ((entry & bottom) == 0) {
         return false;
     }
-    const DecidedChoice& choice = decisions_->choices.at(decision.value);
-    const std::uint32_t hash = Ovix::flowHash(
-        PktHdrType::mpls, {frame.bytes + Wire::Ethernet::size, frame.size - Wire::Ethernet::size});
-    const Decision& member = choice.member(hash);
-    return (member.action == Action::swap &&
-            swapInPlace(lane(), member, decision.lookup, entry, frame)) ||
-           (member.action == Action::impose &&
-            imposeInPlace(member, decision.lookup, entry, frame));
+    const std::uint32_t hash =
+        Ovix::flowHash(Ovix::PktHdrType::mpls,
+                       {frame.bytes + Wire::Ethernet::size, frame.size - Wire::Ethernet::size});
+    return followInPlace(decisions_->choices.at(decision.value).member(hash), decision.lookup,
+                         entry, frame);
 }
 
 /// The label ends here.
@@ -124,10 +124,10 @@ bool LabelForwarding::popInPlace(const Decision& decision, std::uint32_t entry,
     if (decision.isUniform) {
         Wire::Ipv4Writer(payload).ttlWithChecksumIs(static_cast<std::uint8_t>((entry & 0xffU) - 1));
     }
-    settled(decision.lookup, entry, frame);
-    constexpr auto grows = -static_cast<std::int32_t>(Lumo::MplsLabelEntry::size);
-    sendMoved(frame, grows, line, Wire::EtherType::ipv4);
-    return true;
+    const auto length = static_cast<std::uint32_t>(payload.size());
+    return leave(counterOf(entry), frame, *line.port,
+                 sentAs(withPlainLinkHeader(payload.data(), length, line, Wire::EtherType::ipv4),
+                        decision.lookup));
 }
 
 bool LabelForwarding::lookUpInPlace(const Decision& decision, std::uint32_t entry,
@@ -138,9 +138,10 @@ bool LabelForwarding::lookUpInPlace(const Decision& decision, std::uint32_t entr
     if (leaving.line == nullptr) {
         return false;
     }
-    settled(decision.lookup, entry, frame);
-    departures_.send(frame, *leaving.line, leaving.packet, leaving.length, leaving.etherType);
-    return true;
+    return leave(counterOf(entry), frame, *leaving.line->port,
+                 sentAs(withPlainLinkHeader(leaving.packet, leaving.length, *leaving.line,
+                                            leaving.etherType),
+                        decision.lookup));
 }
 
 } // namespace OvixAgent

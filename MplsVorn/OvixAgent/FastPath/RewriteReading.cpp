@@ -18,43 +18,32 @@ const Info* readAs(const Ovix::RewriteInfo& info, const Ovix::RewriteInfoImplMap
                : nullptr;
 }
 
-bool readLabels(const Ovix::ImposedLabels& imposed, DecidedRewrite& rewrite) {
+/// Unset when a decision has no room for the labels, or one is of more than 20 bits.
+std::optional<DecidedRewrite> readLabels(Kind kind, const Ovix::ImposedLabels& imposed,
+                                         Mpls::TtlMode mode) {
     const Lumo::UnboundedMplsLabelOperation operation = imposed.operation();
     if (operation.depth() == 0 || operation.depth() > DecidedRewrite::maxLabels) {
-        return false;
+        return std::nullopt;
     }
-    constexpr unsigned labelShift = 12;
     for (std::size_t i = 0; i < operation.depth(); ++i) {
         if (operation.value(i) > Lumo::MplsLabel::max) {
-            return false;
+            return std::nullopt;
         }
-        rewrite.label[i] = operation.value(i) << labelShift;
     }
-    rewrite.labels = static_cast<std::uint8_t>(operation.depth());
-    rewrite.tc = operation.tc.value_or(DecidedRewrite::keep);
-    rewrite.pushedTc = operation.pushedTc.value_or(DecidedRewrite::keep);
-    rewrite.ttl = operation.ttl;
-    return true;
+    return imposing(kind, operation, mode);
 }
 
 std::optional<DecidedRewrite> readSwap(const Ovix::MplsSwapRewriteInfo& info) {
-    DecidedRewrite rewrite;
-    rewrite.kind = Kind::swap;
-    rewrite.isUniform = info.ttlMode == Mpls::TtlMode::uniform;
-    const bool isPlain = !info.labels.namesFlow() && readLabels(info.labels, rewrite);
-    return isPlain ? std::optional(rewrite) : std::nullopt;
+    return info.labels.namesFlow() ? std::nullopt
+                                   : readLabels(Kind::swap, info.labels, info.ttlMode);
 }
 
 std::optional<DecidedRewrite> readPush(const Ovix::MplsIpPushRewriteInfo& info) {
-    DecidedRewrite rewrite;
-    rewrite.kind = Kind::push;
-    rewrite.isUniform = info.ttlMode == Mpls::TtlMode::uniform;
-    if (!readLabels(info.labels, rewrite)) {
-        return std::nullopt;
-    }
-    if (info.labels.namesFlow()) {
-        rewrite.labels = static_cast<std::uint8_t>(info.labels.entries());
-        rewrite.record = Ptr<const Ovix::RewriteInfo>(&info);
+    auto rewrite = readLabels(Kind::push, info.labels, info.ttlMode);
+    if (rewrite && info.labels.namesFlow()) {
+        rewrite->grows =
+            static_cast<std::int8_t>(info.labels.entries() * Lumo::MplsLabelEntry::size);
+        rewrite->record = Ptr<const Ovix::RewriteInfo>(&info);
     }
     return rewrite;
 }
@@ -82,6 +71,7 @@ PktHdrType exposedBy(Mpls::PayloadType payload, Ovix::Beneath beneath) noexcept 
 std::optional<DecidedRewrite> readPop(const Ovix::MplsPopRewriteInfo& info, Ovix::Beneath beneath) {
     DecidedRewrite rewrite;
     rewrite.kind = Kind::pop;
+    rewrite.grows = -static_cast<std::int8_t>(Lumo::MplsLabelEntry::size);
     rewrite.isUniform = info.ttlMode == Mpls::TtlMode::uniform;
     rewrite.exposesTc = info.exposesTc;
     rewrite.exposed = exposedBy(info.payload, beneath);

@@ -43,7 +43,7 @@ struct RouteHop {
                (ttl != 0 ? ttl : packetTtl);
     }
     /// Writes the entries from `at` on.
-    void write(std::uint8_t* at, std::uint32_t rest) const noexcept {
+    [[gnu::always_inline]] void write(std::uint8_t* at, std::uint32_t rest) const noexcept {
         for (std::size_t i = 0; i < labels; ++i) {
             Lumo::NetU32(label[i] | rest).store(at + i * Lumo::MplsLabelEntry::size);
         }
@@ -70,7 +70,8 @@ class RouteHops {
     /// The routes of the VRF of that number; valid until the next refresh().
     const Fib& fib(std::uint32_t vrf) const noexcept { return *ofVrf_[vrf].fib; }
     /// How a route's packets leave, by its number, as far as the route says.
-    const RouteHop& of(std::uint32_t vrf, std::uint32_t route) const noexcept {
+    [[gnu::always_inline]] const RouteHop& of(std::uint32_t vrf,
+                                              std::uint32_t route) const noexcept {
         assert(route < ofVrf_[vrf].count);
         return ofVrf_[vrf].hops[route];
     }

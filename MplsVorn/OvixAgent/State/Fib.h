@@ -33,12 +33,17 @@ class Fib {
     /// its number; numbers are below numbers().
     std::uint32_t numberOf(const Lumo::IpGenAddr& address) const noexcept;
     /// The same of an IPv4 address, in network byte order.
-    std::uint32_t numberOfIpv4(const std::uint8_t* address) const noexcept {
+    [[gnu::always_inline]] std::uint32_t numberOfIpv4(const std::uint8_t* address) const noexcept {
         return ipv4_.find(address);
     }
-    /// Loads ahead what that reads first, and what it reads then.
-    void prefetchSlot(const std::uint8_t* address) const noexcept { ipv4_.prefetchSlot(address); }
-    void prefetchPage(const std::uint8_t* address) const noexcept { ipv4_.prefetchPage(address); }
+    /// The same in two steps, between which the memory may be loaded: null where there are no
+    /// routes.
+    const PrefixValue* placeOfIpv4(const std::uint8_t* address) const noexcept {
+        return ipv4_.place(address);
+    }
+    std::uint32_t numberAt(const PrefixValue* place, const std::uint8_t* address) const noexcept {
+        return ipv4_.findAt(place, address);
+    }
     const IpRoute& route(std::uint32_t number) const noexcept {
         assert(number < routes_.size());
         return routes_[number].route;

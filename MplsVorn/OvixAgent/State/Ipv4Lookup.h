@@ -1,7 +1,6 @@
 #pragma once
 
 #include "State/PrefixChange.h"
-#include "Tessel/Prefetch.h"
 
 namespace OvixAgent {
 
@@ -12,34 +11,26 @@ class Ipv4Lookup {
   public:
     /// `address` is in network byte order.
     [[gnu::always_inline]] PrefixValue find(const std::uint8_t* address) const noexcept {
-        if (table_.empty()) {
-            return noPrefix;
-        }
-        Slot slot = table_[tableIndex(address)];
-        if (isPage(slot)) {
-            slot = pages_[pageOf(slot)][address[2]];
-            if (isPage(slot)) {
-                slot = pages_[pageOf(slot)][address[3]];
-            }
-        }
-        return slot;
+        return findAt(place(address), address);
     }
-
     PrefixValue find(const PrefixBytes& address) const noexcept { return find(address.data()); }
 
-    // Load ahead what find() reads first, and what it reads then.
-    void prefetchSlot(const std::uint8_t* address) const noexcept {
-        if (!table_.empty()) {
-            Tessel::prefetch(&table_[tableIndex(address)]);
+    /// Where what find() reads second lies, or the only thing it reads; null before the first
+    /// prefix.
+    [[gnu::always_inline]] const PrefixValue* place(const std::uint8_t* address) const noexcept {
+        if (table_.empty()) {
+            return nullptr;
         }
+        const Slot& slot = table_[tableIndex(address)];
+        return isPage(slot) ? &pages_[pageOf(slot)][address[2]] : &slot;
     }
-    void prefetchPage(const std::uint8_t* address) const noexcept {
-        if (!table_.empty()) {
-            const Slot slot = table_[tableIndex(address)];
-            if (isPage(slot)) {
-                Tessel::prefetch(&pages_[pageOf(slot)][address[2]]);
-            }
+    /// What find() finds, given that.
+    [[gnu::always_inline]] PrefixValue findAt(const PrefixValue* place,
+                                              const std::uint8_t* address) const noexcept {
+        if (place == nullptr) {
+            return noPrefix;
         }
+        return isPage(*place) ? pages_[pageOf(*place)][address[3]] : *place;
     }
 
     /// Adds a prefix that is not there. Its value is no other prefix's.

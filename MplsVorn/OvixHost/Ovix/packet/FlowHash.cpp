@@ -8,44 +8,17 @@ namespace Ovix {
 
 namespace {
 
-std::uint32_t word(const std::uint8_t* at) noexcept {
-    return Lumo::NetU32::load(at).value();
-}
-
-bool hasPorts(std::uint8_t protocol) noexcept {
-    return protocol == Wire::IpProtocol::tcp || protocol == Wire::IpProtocol::udp ||
-           protocol == Wire::IpProtocol::sctp;
-}
-
-/// Both ports start every one of these headers.
-void addPorts(FlowHasher& hasher, std::span<const std::uint8_t> upperLayer) noexcept {
-    if (upperLayer.size() >= 4) {
-        hasher.add(word(upperLayer.data()));
-    }
-}
-
-/// Fragments are hashed without ports, so that all of a packet's fragments take one path.
-void addIpv4(FlowHasher& hasher, Wire::Bytes header, Wire::Bytes payload) noexcept {
-    const Wire::Ipv4 ip(header);
-    hasher.add(word(ip.bytes().data() + Wire::Ipv4::sourceAt));
-    hasher.add(word(ip.bytes().data() + Wire::Ipv4::destinationAt));
-    hasher.add(ip.protocol());
-    if (!ip.isFragment() && hasPorts(ip.protocol())) {
-        addPorts(hasher, payload);
-    }
-}
-
 /// The flow label replaces ports that extension headers hide (RFC 6438).
 void addIpv6(FlowHasher& hasher, Wire::Bytes header, Wire::Bytes payload) noexcept {
+    constexpr unsigned flowLabelShift = 40;
     const Wire::Ipv6 ip(header);
-    for (std::size_t at = Wire::Ipv6::sourceAt; at < Wire::Ipv6::size; at += 4) {
-        hasher.add(word(ip.bytes().data() + at));
+    for (std::size_t at = Wire::Ipv6::sourceAt; at < Wire::Ipv6::size; at += 8) {
+        hasher.add(Lumo::NetU64::load(header.data() + at).value());
     }
-    hasher.add(ip.flowLabel());
-    hasher.add(ip.nextHeader());
-    if (header.size() == Wire::Ipv6::size && hasPorts(ip.nextHeader())) {
-        addPorts(hasher, payload);
-    }
+    const bool arePortsNext = header.size() == Wire::Ipv6::size;
+    const std::uint32_t ports = arePortsNext ? portsOf(ip.nextHeader(), payload) : 0;
+    hasher.add(std::uint64_t{ip.flowLabel()} << flowLabelShift |
+               std::uint64_t{ip.nextHeader()} << 32U | ports);
 }
 
 /// Adds the labels of a walk like addLabels(); true when an entropy label ends them.

@@ -6,13 +6,14 @@
 #include "Ovix/packet/PacketContext.h"
 #include "Ovix/packet/PacketHeader.h"
 #include "Tessel/Ptr.h"
+#include "Wire/Ip.h"
 
 namespace Ovix {
 
 /// Mixes what distinguishes flows into 32 bits, of which every residue is usable.
 class FlowHasher {
   public:
-    void add(std::uint32_t word) noexcept {
+    void add(std::uint64_t word) noexcept {
         state_ = (state_ ^ word) * 0x9e3779b97f4a7c15;
         state_ ^= state_ >> 32U;
     }
@@ -36,6 +37,46 @@ void addLabels(FlowHasher& hasher, const MplsHeaderData& labels) noexcept;
 std::uint32_t flowHash(ParsedPacket& parsed);
 /// The same of a packet that starts with Ethernet, labels or an IP header, read where it lies.
 std::uint32_t flowHash(PktHdrType first, Wire::Bytes packet) noexcept;
+
+/// Whether the upper layer's header starts with two ports.
+constexpr bool hasPorts(std::uint8_t protocol) noexcept {
+    return protocol == Wire::IpProtocol::tcp || protocol == Wire::IpProtocol::udp ||
+           protocol == Wire::IpProtocol::sctp;
+}
+
+/// The ports of a packet of that protocol, which start its header, or 0.
+inline std::uint32_t portsOf(std::uint8_t protocol, Wire::Bytes upperLayer) noexcept {
+    return hasPorts(protocol) && upperLayer.size() >= 4
+               ? Lumo::NetU32::load(upperLayer.data()).value()
+               : 0;
+}
+
+/// Fragments are hashed without ports, so that all of a packet's fragments take one path.
+inline void addIpv4(FlowHasher& hasher, Wire::Bytes header, Wire::Bytes payload) noexcept {
+    static_assert(Wire::Ipv4::destinationAt == Wire::Ipv4::sourceAt + 4);
+    const Wire::Ipv4 ip(header);
+    const std::uint32_t ports = ip.isFragment() ? 0 : portsOf(ip.protocol(), payload);
+    hasher.add(Lumo::NetU64::load(header.data() + Wire::Ipv4::sourceAt).value());
+    hasher.add(std::uint64_t{ip.protocol()} << 32U | ports);
+}
+
+/// Whether a packet is one of those that plainFlowHash() takes: IPv4 without options that could
+/// have ports, which most packets are.
+inline bool isPlainFlow(Wire::Bytes packet) noexcept {
+    constexpr std::uint8_t withoutOptions = 0x45;
+    constexpr std::size_t ports = 4;
+    return packet.size() >= Wire::Ipv4::size + ports && packet[0] == withoutOptions &&
+           Wire::ipv4HeaderLength(packet) != 0;
+}
+
+/// The same as flowHash() of such a packet under its only label, which is not special-purpose.
+[[gnu::always_inline]] inline std::uint32_t plainFlowHash(std::uint32_t label,
+                                                          Wire::Bytes packet) noexcept {
+    FlowHasher hasher;
+    hasher.add(label);
+    addIpv4(hasher, packet.first(Wire::Ipv4::size), packet.subspan(Wire::Ipv4::size));
+    return hasher.finish();
+}
 
 /// Hashes the flow that a parsed header of one type belongs to.
 class PacketHasherOfType : public Tessel::Counted {

@@ -168,8 +168,9 @@ TEST_F(DecisionTableTest, WhatADecisionRefersToIsReleasedWithIt) {
     towardFec.isToFec = true;
     towardFec.egress = decisions.fecs.add({});
     DecidedChoice choice;
-    choice.members = {made(Action::rewrite, decisions.rewrites.add(towardFec)),
-                      made(Action::drop, 0), made(Action::impose, decisions.rewrites.add({}))};
+    choice.add(1, made(Action::rewrite, decisions.rewrites.add(towardFec)));
+    choice.add(1, made(Action::drop, 0));
+    choice.add(1, made(Action::impose, decisions.rewrites.add({})));
     DecidedByBeneath kinds;
     kinds.decisions = {made(Action::choice, decisions.choices.add(choice)),
                        made(Action::lookup, decisions.lookups.add({})),

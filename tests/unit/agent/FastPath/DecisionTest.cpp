@@ -9,6 +9,8 @@ namespace DecisionTest {
 
 namespace {
 
+using OvixAgent::DecidedChoice;
+using OvixAgent::Decision;
 using OvixAgent::Shares;
 
 std::size_t byDefinition(const std::vector<std::uint32_t>& weights, std::uint32_t hash) {
@@ -22,15 +24,23 @@ std::size_t byDefinition(const std::vector<std::uint32_t>& weights, std::uint32_
 
 void expectAsDefined(const std::vector<std::uint32_t>& weights, std::mt19937& chance) {
     Shares shares;
+    DecidedChoice choice;
     for (const std::uint32_t weight : weights) {
+        Decision member;
+        member.value = static_cast<std::uint32_t>(shares.ends.size());
+        choice.add(weight, member);
         shares.add(weight);
     }
-    for (int flow = 0; flow < 200; ++flow) {
-        const auto hash = static_cast<std::uint32_t>(chance());
+    EXPECT_EQ(choice.members().size(), weights.size());
+    const auto expectMember = [&](std::uint32_t hash) {
         EXPECT_EQ(shares.chosen(hash), byDefinition(weights, hash)) << "hash " << hash;
+        EXPECT_EQ(choice.member(hash).value, byDefinition(weights, hash)) << "hash " << hash;
+    };
+    for (int flow = 0; flow < 200; ++flow) {
+        expectMember(static_cast<std::uint32_t>(chance()));
     }
-    EXPECT_EQ(shares.chosen(0), byDefinition(weights, 0));
-    EXPECT_EQ(shares.chosen(0xffffffff), byDefinition(weights, 0xffffffff));
+    expectMember(0);
+    expectMember(0xffffffff);
 }
 
 TEST(Shares, OfFewWeightsAreThoseOfTheDefinition) {
@@ -42,6 +52,14 @@ TEST(Shares, OfFewWeightsAreThoseOfTheDefinition) {
         }
         weights[chance() % weights.size()] += 1;
         expectAsDefined(weights, chance);
+    }
+}
+
+TEST(Shares, AreExactForAnySumOf32Bits) {
+    std::mt19937 chance(3);
+    for (int turn = 0; turn < 1000; ++turn) {
+        const auto sum = static_cast<std::uint32_t>(chance() >> chance() % 32);
+        expectAsDefined({sum / 3, sum / 3, sum - 2 * (sum / 3) + (sum == 0 ? 1 : 0)}, chance);
     }
 }
 

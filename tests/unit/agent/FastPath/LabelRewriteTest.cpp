@@ -13,31 +13,33 @@ using Ovix::PktHdrType;
 
 namespace {
 
-/// A rewrite that imposes labels in pipe mode with TTL 9.
-DecidedRewrite imposing(Kind kind, const std::vector<std::uint32_t>& labels) {
-    DecidedRewrite rewrite;
-    rewrite.kind = kind;
-    rewrite.ttl = 9;
-    for (const std::uint32_t label : labels) {
-        rewrite.label[rewrite.labels++] = label << 12U;
+struct Imposed {
+    Kind kind;
+    std::vector<std::uint32_t> labels;
+    Mpls::TtlMode mode = Mpls::TtlMode::pipe;
+    std::optional<std::uint8_t> tc = {};
+    std::optional<std::uint8_t> pushedTc = {};
+};
+
+/// In pipe mode with TTL 9.
+DecidedRewrite rewriteOf(const Imposed& imposed) {
+    Bytes packed;
+    for (const std::uint32_t label : imposed.labels) {
+        for (const unsigned shift : {16U, 8U, 0U}) {
+            packed.push_back(static_cast<std::uint8_t>(label >> shift));
+        }
     }
-    rewrite.grows = growth(rewrite);
-    return rewrite;
-}
-
-DecidedRewrite uniform(DecidedRewrite rewrite) {
-    rewrite.isUniform = true;
-    return rewrite;
-}
-
-DecidedRewrite classed(DecidedRewrite rewrite, std::uint8_t tc, std::uint8_t pushedTc) {
-    rewrite.tc = tc;
-    rewrite.pushedTc = pushedTc;
-    return rewrite;
+    Lumo::UnboundedMplsLabelOperation labels(packed);
+    labels.ttl = 9;
+    labels.tc = imposed.tc;
+    labels.pushedTc = imposed.pushedTc;
+    return imposing(imposed.kind, labels, imposed.mode);
 }
 
 DecidedRewrite popping(PktHdrType exposed, bool isUniform, bool exposesTc = false) {
-    DecidedRewrite rewrite = imposing(Kind::pop, {});
+    DecidedRewrite rewrite;
+    rewrite.kind = Kind::pop;
+    rewrite.grows = -4;
     rewrite.exposed = exposed;
     rewrite.isUniform = isUniform;
     rewrite.exposesTc = exposesTc;
@@ -62,7 +64,9 @@ Rewritten rewritten(const DecidedRewrite& rewrite, const Bytes& packet) {
     return {{work.packet, work.packet + work.length}, work.type};
 }
 
-constexpr std::uint8_t keep = DecidedRewrite::keep;
+constexpr auto pipe = Mpls::TtlMode::pipe;
+constexpr auto uniform = Mpls::TtlMode::uniform;
+constexpr std::optional<std::uint8_t> keep;
 const Bytes beneath = filled(12, 7);
 
 Bytes packetOf(const std::vector<Entry>& entries) {
@@ -74,51 +78,52 @@ Bytes packetOf(const std::vector<Entry>& entries) {
 TEST(LabelRewriteTest, LabelsAreSwappedAndPushed) {
     const struct {
         const char* what;
-        DecidedRewrite rewrite;
+        Imposed imposed;
         std::vector<Entry> in;
         std::vector<Entry> out;
     } cases[]{
-        {"swap", imposing(Kind::swap, {300}), {{100, 5, 64}}, {{300, 5, 63}}},
+        {"swap", {Kind::swap, {300}}, {{100, 5, 64}}, {{300, 5, 63}}},
         {"swap above a label",
-         imposing(Kind::swap, {300}),
+         {Kind::swap, {300}},
          {{100, 5, 64}, {200, 1, 8}},
          {{300, 5, 63}, {200, 1, 8}}},
-        {"swap with a class",
-         classed(imposing(Kind::swap, {300}), 2, keep),
-         {{100, 5, 64}},
-         {{300, 2, 63}}},
+        {"swap with a class", {Kind::swap, {300}, pipe, 2}, {{100, 5, 64}}, {{300, 2, 63}}},
         {"swap for three, pipe",
-         imposing(Kind::swap, {301, 302, 303}),
+         {Kind::swap, {301, 302, 303}},
          {{100, 5, 64}},
          {{301, 5, 9}, {302, 5, 9}, {303, 5, 63}}},
         {"swap for two, uniform",
-         uniform(imposing(Kind::swap, {301, 302})),
+         {Kind::swap, {301, 302}, uniform},
          {{100, 5, 2}},
          {{301, 5, 1}, {302, 5, 1}}},
         {"swap for two, a class above",
-         classed(imposing(Kind::swap, {301, 302}), keep, 6),
+         {Kind::swap, {301, 302}, pipe, keep, 6},
          {{100, 5, 64}},
          {{301, 6, 9}, {302, 5, 63}}},
         {"swap for two, two classes",
-         classed(imposing(Kind::swap, {301, 302}), 0, 7),
+         {Kind::swap, {301, 302}, pipe, 0, 7},
          {{100, 5, 64}},
          {{301, 7, 9}, {302, 0, 63}}},
-        {"push, pipe", imposing(Kind::push, {301}), {{100, 5, 64}}, {{301, 5, 9}, {100, 5, 63}}},
+        {"push, pipe", {Kind::push, {301}}, {{100, 5, 64}}, {{301, 5, 9}, {100, 5, 63}}},
         {"push two, uniform",
-         uniform(imposing(Kind::push, {301, 302})),
+         {Kind::push, {301, 302}, uniform},
          {{100, 5, 64}},
          {{301, 5, 63}, {302, 5, 63}, {100, 5, 63}}},
         {"push with a class",
-         classed(imposing(Kind::push, {301}), 1, keep),
+         {Kind::push, {301}, pipe, 1},
          {{100, 5, 64}},
          {{301, 1, 9}, {100, 5, 63}}},
+        {"push above a label",
+         {Kind::push, {301}},
+         {{100, 5, 64}, {200, 1, 8}},
+         {{301, 5, 9}, {100, 5, 63}, {200, 1, 8}}},
         {"push six",
-         imposing(Kind::push, {31, 32, 33, 34, 35, 36}),
+         {Kind::push, {31, 32, 33, 34, 35, 36}},
          {{100, 0, 64}},
          {{31, 0, 9}, {32, 0, 9}, {33, 0, 9}, {34, 0, 9}, {35, 0, 9}, {36, 0, 9}, {100, 0, 63}}},
     };
     for (const auto& given : cases) {
-        const Rewritten made = rewritten(given.rewrite, packetOf(given.in));
+        const Rewritten made = rewritten(rewriteOf(given.imposed), packetOf(given.in));
         EXPECT_EQ(made.packet, packetOf(given.out)) << given.what;
         EXPECT_EQ(made.type, PktHdrType::mpls) << given.what;
     }
@@ -158,10 +163,10 @@ TEST(LabelRewriteTest, APopOfALabelAboveAnother) {
 }
 
 TEST(LabelRewriteTest, PacketsGrowByWhatIsImposed) {
-    EXPECT_EQ(growth(imposing(Kind::swap, {1})), 0);
-    EXPECT_EQ(growth(imposing(Kind::swap, {1, 2, 3})), 8);
-    EXPECT_EQ(growth(imposing(Kind::push, {1, 2, 3})), 12);
-    EXPECT_EQ(growth(imposing(Kind::pop, {})), -4);
+    const auto growth = [](const Imposed& imposed) { return int{rewriteOf(imposed).grows}; };
+    EXPECT_EQ(growth({Kind::swap, {1}}), 0);
+    EXPECT_EQ(growth({Kind::swap, {1, 2, 3}}), 8);
+    EXPECT_EQ(growth({Kind::push, {1, 2, 3}}), 12);
 }
 
 } // namespace LabelRewriteTest

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <functional>
 #include <gtest/gtest.h>
+#include <random>
 
 #include "PacketTesting.h"
 
@@ -188,6 +189,32 @@ TEST(FlowHash, KnowsTheProtocolsThatHavePorts) {
     const Ipv4 icmp{.protocol = 1};
     EXPECT_EQ(hashOf(labelled({{100}}, ipv4(icmp, udp(1, 2)))),
               hashOf(labelled({{100}}, ipv4(icmp, udp(1, 3)))));
+}
+
+TEST(FlowHash, IsTheSameWhereItIsMadeSooner) {
+    std::mt19937 chance(1);
+    const std::vector<TestSupport::Raw::Ipv4> headers{{},
+                                          {.protocol = 6},
+                                          {.protocol = 132},
+                                          {.protocol = 1},
+                                          {.fragment = 0x2000},
+                                          {.fragment = 0x0010},
+                                          {.options = filled(8, 1)}};
+    std::size_t plain = 0;
+    for (int turn = 0; turn < 2000; ++turn) {
+        Bytes packet = ipv4(headers[chance() % headers.size()], udp());
+        packet.resize(chance() % (packet.size() + 1));
+        if (!packet.empty() && chance() % 2 == 0) {
+            packet[chance() % packet.size()] = static_cast<std::uint8_t>(chance());
+        }
+        const auto label = static_cast<std::uint32_t>(16 + chance() % 1000);
+        if (isPlainFlow(packet)) {
+            ++plain;
+            EXPECT_EQ(plainFlowHash(label, packet),
+                      flowHash(PktHdrType::mpls, join({stack({{label}}), packet})));
+        }
+    }
+    EXPECT_GT(plain, 200U);
 }
 
 } // namespace FlowHashTest
