@@ -2,7 +2,6 @@
 
 import json
 import os
-import pathlib
 import re
 import resource
 import signal
@@ -12,7 +11,7 @@ import unittest
 
 import agent
 import frames
-from live import LiveTest
+from live import LiveTest, takes
 
 LABELS = int(os.environ.get("OVIX_RELOAD_LABELS", "60000"))
 RATE = 5000
@@ -116,9 +115,7 @@ lfib:
         self.config = self.directory / "pipe"
         os.mkfifo(self.config)
         process = self.launch()  # and reads the pipe until somebody has written
-        status = pathlib.Path(f"/proc/{process.pid}/status")
-        blocked = lambda: int(re.search(r"SigBlk:\s*([0-9a-f]+)", status.read_text())[1], 16)
-        self.until(lambda: blocked() >> (signal.SIGHUP - 1) & 1, RELOADED)
+        self.until(lambda: takes(process.pid, signal.SIGHUP), RELOADED)
         process.send_signal(signal.SIGHUP)
         ports = "ports: [{name: west, kind: packet}]\n"
         self.config.write_text(ports)
