@@ -1,5 +1,6 @@
 #include "FastPath/RewriteReading.h"
 
+#include "FastPath/LabelRewrite.h"
 #include "Ovix/rewrite/MplsRewrites.h"
 
 namespace OvixAgent {
