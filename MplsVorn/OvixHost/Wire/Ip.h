@@ -121,7 +121,7 @@ class BasicIpv4 : public View<20, Byte> {
         // What has been stored is not loaded again at once, in another size: that would take long.
         constexpr unsigned protocol = 0xff;
         const std::uint16_t before = this->u16(ttlAt);
-        const auto after = static_cast<std::uint16_t>(value << 8U | (before & protocol));
+        const auto after = static_cast<std::uint16_t>(unsigned{value} << 8U | (before & protocol));
         ttlIs(value);
         checksumIs(updatedChecksum(checksum(), before, after));
     }
