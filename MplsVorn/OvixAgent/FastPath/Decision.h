@@ -141,6 +141,7 @@ struct Shares {
     }
     [[gnu::always_inline]] std::size_t chosenOfFew(std::uint32_t hash) const noexcept {
         const std::uint32_t residue = residueOf(hash);
+        static_assert(few == 4);
         const auto isBehind = [&](std::size_t i) { return residue >= firstEnds[i] ? 1U : 0U; };
         return isBehind(0) + isBehind(1) + isBehind(2);
     }
