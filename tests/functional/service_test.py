@@ -113,6 +113,17 @@ class Service(live.LiveTest):
         self.assertEqual([line for line in self.manager.hears("READY=1") if "WATCHDOG" not in line
                           and not line.startswith("RELOADING=1\nMONOTONIC_USEC=")], ["READY=1"])
         live.ip("-n", self.router, "link", "del", "west")
+        self.assertNotIn("READY=1", self.manager.hears("STATUS=forwarding on 1 of 2 ports; .*west"))
+        process.terminate()
+        self.manager.hears("STOPPING=1")
+
+    def test_an_interface_that_is_removed_after_it_was_down_is_missed(self):
+        process = self.start()
+        self.manager.hears("READY=1")
+        live.ip("-n", self.router, "link", "set", "west", "down")
+        for _ in range(8):  # the agent has noticed it
+            self.manager.hears("WATCHDOG=1")
+        live.ip("-n", self.router, "link", "del", "west")
         self.manager.hears("STATUS=forwarding on 1 of 2 ports; .*west")
         process.terminate()
         self.manager.hears("STOPPING=1")

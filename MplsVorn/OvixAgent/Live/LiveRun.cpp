@@ -123,8 +123,9 @@ void LiveRun::wait() {
         knowsLinks_ = knowsLinks_ || parts_.links->isComplete();
     }
     if (waiting_[reloadAt].revents != 0) {
+        const bool wasUnderWay = parts_.reloading->isUnderWay();
         parts_.reloading->finish();
-        if (!parts_.reloading->isUnderWay()) {
+        if (wasUnderWay && !parts_.reloading->isUnderWay()) {
             parts_.service->hasReloaded();
         }
     }

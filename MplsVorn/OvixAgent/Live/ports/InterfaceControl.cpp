@@ -103,6 +103,19 @@ bool countSocketFailure(unsigned int index, LiveCounts& counts) noexcept {
     return exists;
 }
 
+bool hasInterfaceGone(unsigned int index, bool hasFailed, bool& wasDown,
+                      LiveCounts& counts) noexcept {
+    if (hasFailed) {
+        wasDown = countSocketFailure(index, counts);
+        return !wasDown;
+    }
+    if (!wasDown || isInterface(index)) {
+        return false;
+    }
+    counts.add(LiveEvent::interfaceGone);
+    return true;
+}
+
 InterfaceFlags::InterfaceFlags() noexcept
     : socket_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {}
 

@@ -31,6 +31,12 @@ std::string nameOfInterface(unsigned int index, const std::string& portName);
 /// from which the socket recovers, and for a removed interface, from which it does not.
 bool countSocketFailure(unsigned int index, LiveCounts& counts) noexcept;
 
+/// Whether the interface of a socket has been removed, which is counted. `hasFailed`: the socket
+/// says so, or that the link is down. An interface that is removed goes down first, and then the
+/// socket has nothing more to say: `wasDown` keeps that it may still go.
+bool hasInterfaceGone(unsigned int index, bool hasFailed, bool& wasDown,
+                      LiveCounts& counts) noexcept;
+
 /// Reads flags of interfaces, without waiting for whoever configures some interface meanwhile.
 class InterfaceFlags {
   public:

@@ -118,6 +118,7 @@ std::size_t PacketPort::receive(const BurstVisitor& visitor, std::size_t budget)
             ring_->release();
         }
     }
+    wasDown_ = wasDown_ && received == 0;
     if (isOpen() && received == 0) {
         checkSocket();
     }
@@ -201,7 +202,7 @@ void PacketPort::stopIntake() {
 // A socket that only sends is not told that its interface has gone.
 void PacketPort::checkSocket() {
     const bool mayHaveFailed = ring_ ? ring_->takeError() != 0 : !isInterface(interfaceIndex_);
-    if (mayHaveFailed && !countSocketFailure(interfaceIndex_, counts_)) {
+    if (hasInterfaceGone(interfaceIndex_, mayHaveFailed, wasDown_, counts_)) {
         shut(name_ + ": the interface was removed");
     }
 }

@@ -82,6 +82,7 @@ class PacketPort final : public LivePort {
     std::uint32_t takenVersion_ = 0;
     PacketIntake intake_;
     unsigned int interfaceIndex_ = 0;
+    bool wasDown_ = false;                ///< and no frame has come since
     std::optional<InterfaceClaim> claim_; ///< while the port is open
     std::optional<PacketRing> ring_;      ///< of an object that receives
     CircuitInterface circuit_;

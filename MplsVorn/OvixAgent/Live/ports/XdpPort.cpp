@@ -155,6 +155,7 @@ std::size_t XdpPort::receive(const BurstVisitor& visitor, std::size_t budget) {
             received += burst.size();
         }
     }
+    wasDown_ = wasDown_ && received == 0;
     if (isOpen() && received == 0) {
         checkSocket();
     }
@@ -181,7 +182,7 @@ void XdpPort::checkSocket() {
     }
     const bool mayHaveFailed =
         sockets_.isOpen() ? sockets_.takeError() : !isInterface(interfaceIndex_);
-    if (mayHaveFailed && !countSocketFailure(interfaceIndex_, counts_)) {
+    if (hasInterfaceGone(interfaceIndex_, mayHaveFailed, wasDown_, counts_)) {
         shut(name_ + ": the interface was removed");
     }
 }

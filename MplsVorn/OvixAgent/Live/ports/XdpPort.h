@@ -85,6 +85,7 @@ class XdpPort final : public LivePort {
     std::optional<std::uint32_t> number_; ///< of a queue's object
     std::uint32_t takenVersion_ = 0;      ///< by it, of the interface
     unsigned int interfaceIndex_ = 0;
+    bool wasDown_ = false;                ///< and no frame has come since
     std::optional<InterfaceClaim> claim_; ///< while the port is open
     CircuitInterface circuit_;
     std::shared_ptr<XdpProgram> program_;
