@@ -97,23 +97,16 @@ std::string nameOfInterface(unsigned int index, const std::string& portName) {
     return index != 0 && isDone(SIOCGIFNAME, request) ? request.ifr_name : portName;
 }
 
-bool countSocketFailure(unsigned int index, LiveCounts& counts) noexcept {
-    const bool exists = isInterface(index);
-    counts.add(exists ? LiveEvent::linkDown : LiveEvent::interfaceGone);
-    return exists;
-}
-
 bool hasInterfaceGone(unsigned int index, bool hasFailed, bool& wasDown,
                       LiveCounts& counts) noexcept {
-    if (hasFailed) {
-        wasDown = countSocketFailure(index, counts);
-        return !wasDown;
-    }
-    if (!wasDown || isInterface(index)) {
+    if (!hasFailed && !wasDown) {
         return false;
     }
-    counts.add(LiveEvent::interfaceGone);
-    return true;
+    wasDown = isInterface(index);
+    if (hasFailed || !wasDown) {
+        counts.add(wasDown ? LiveEvent::linkDown : LiveEvent::interfaceGone);
+    }
+    return !wasDown;
 }
 
 InterfaceFlags::InterfaceFlags() noexcept

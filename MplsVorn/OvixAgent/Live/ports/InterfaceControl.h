@@ -26,14 +26,11 @@ bool isInterface(const std::string& name) noexcept;
 /// and may have been renamed. The port's name when no interface has the index.
 std::string nameOfInterface(unsigned int index, const std::string& portName);
 
-/// After a socket of the interface has failed: counts linkDown or interfaceGone, and returns
-/// whether the interface exists. The kernel reports "network is down" both for a link that is down,
-/// from which the socket recovers, and for a removed interface, from which it does not.
-bool countSocketFailure(unsigned int index, LiveCounts& counts) noexcept;
-
-/// Whether the interface of a socket has been removed, which is counted. `hasFailed`: the socket
-/// says so, or that the link is down. An interface that is removed goes down first, and then the
-/// socket has nothing more to say: `wasDown` keeps that it may still go.
+/// Whether the interface of a socket has been removed. `hasFailed`: the socket says that the
+/// network is down, which the kernel reports both for a link that is down, from which the socket
+/// recovers, and for a removed interface, from which it does not: counted as linkDown or
+/// interfaceGone. An interface that is removed later goes down first, and the socket says nothing
+/// more: `wasDown` keeps that it may still go.
 bool hasInterfaceGone(unsigned int index, bool hasFailed, bool& wasDown,
                       LiveCounts& counts) noexcept;
 
