@@ -70,7 +70,8 @@ try:
 except TimeoutError: pass
 print(len(got), flush=True)""")
         self.assertEqual(receiver.stdout.readline(), "ready\n")
-        wanted = [frame("10.7.7.7", destination).hex() for destination in real]
+        # Of a flood on a busy machine any frame may be lost at a full ring; who is kept out loses all of them.
+        wanted = 3 * [frame("10.7.7.7", destination).hex() for destination in real]
         self.host(self.west, f"""
 import socket, struct, time
 s = socket.socket(socket.AF_PACKET, socket.SOCK_RAW); s.bind(("eth0", 0))
@@ -87,12 +88,13 @@ while real:
         struct.pack_into("!H", flood, 14 + 10, checksum(bytes(flood[14:34])))
         s.send(flood)
     while time.monotonic() < start + number / 20000: pass
-    if number > 20000 and number % 1000 == 0: s.send(bytes.fromhex(real.pop()))
+    if number > 20000 and number % 400 == 0: s.send(bytes.fromhex(real.pop()))
 """).communicate()
-        self.assertEqual(receiver.stdout.readline(), f"{2 * count}\n")
+        got = receiver.stdout.readline()
         receiver.communicate()
-        self.assertGreater(self.stop(process)["dropped"]["reasons"][
-            "Too many unknown neighbours asked for"], 20000)
+        reasons = self.stop(process)["dropped"]["reasons"]
+        self.assertEqual(got, f"{2 * count}\n", reasons)
+        self.assertGreater(reasons["Too many unknown neighbours asked for"], 20000)
 
     def test_what_cannot_be_delivered_is_answered(self):
         process = self.start("""routes:
