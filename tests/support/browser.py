@@ -59,7 +59,10 @@ class Browser:
         """Takes in what the browser says within a time."""
         if seconds <= 0 or not select.select([self.into], [], [], seconds)[0]:
             raise TimeoutError("the browser does not answer")
-        self.received += os.read(self.into, 1 << 20)
+        piece = os.read(self.into, 1 << 20)
+        if not piece:
+            raise EOFError("the browser has ended")
+        self.received += piece
         *whole, self.received = self.received.split(b"\0")
         for text in whole:
             message = json.loads(text)
