@@ -40,10 +40,11 @@ inline std::vector<RecordedMessage> messagesOf(const std::string& recording) {
 /// The bytes at the end of a refusal, as they would read if those at its place were skipped.
 inline bool namesItsBytes(const std::string& refusal, const Bytes& bytes) {
     const std::size_t at = std::stoul(refusal.substr(std::string("at byte ").size()));
-    const std::size_t size = (refusal.size() - refusal.rfind(':') - 1) / 3;
+    const std::string hex = std::strrchr(refusal.c_str(), ':');
+    const std::size_t size = (hex.size() - 1) / 3;
     return size > 0 && at <= bytes.size() && size <= bytes.size() - at &&
            OvixFpm::skipped(at, OvixFpm::Bytes(bytes).subspan(at, size), "").what ==
-               "at byte " + std::to_string(at) + ": " + refusal.substr(refusal.rfind(':'));
+               "at byte " + std::to_string(at) + ": " + hex;
 }
 
 /// What is wrong with the events of bytes that may be anything; empty when nothing is. A refusal
