@@ -34,7 +34,7 @@ class ForwardingGate {
                     return;
                 }
                 leave();
-                gate_->isClosed_.wait(true);
+                gate_->awaitOpening();
             }
         }
         void leave() noexcept { isInside_.store(false, std::memory_order_release); }
@@ -74,6 +74,18 @@ class ForwardingGate {
     std::uint64_t closings() const noexcept { return closings_; }
 
   private:
+    /// The gate mostly opens sooner than a thread falls asleep and is woken.
+    static constexpr int yields = 200;
+
+    void awaitOpening() const noexcept {
+        for (int tries = 0; tries < yields; ++tries) {
+            if (!isClosed_.load()) {
+                return;
+            }
+            std::this_thread::yield();
+        }
+        isClosed_.wait(true);
+    }
     void close() noexcept {
         if (depth_++ > 0 || places_.empty()) {
             return;

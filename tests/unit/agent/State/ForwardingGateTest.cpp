@@ -1,6 +1,10 @@
 #include "State/ForwardingGate.h"
 
+#include <atomic>
+#include <chrono>
+#include <ctime>
 #include <gtest/gtest.h>
+#include <thread>
 #include <vector>
 
 namespace ForwardingGateTest {
@@ -61,6 +65,33 @@ TEST(ForwardingGateTest, NobodyForwardsWhileItIsClosed) {
     }
     EXPECT_EQ(odd, 0);
     EXPECT_EQ(gate.closings(), static_cast<std::uint64_t>(changes));
+}
+
+// The processor time of a thread that waits for long is that of its first tries.
+TEST(ForwardingGateTest, WhoWaitsLongFallsAsleepAndIsWoken) {
+    using namespace std::chrono_literals;
+    ForwardingGate gate;
+    ForwardingGate::Place& place = gate.addPlace();
+    std::atomic<bool> isBegun{false};
+    double seconds = 1;
+    std::thread waiting;
+    {
+        const ForwardingGate::Closed closed(gate);
+        waiting = std::thread([&] {
+            isBegun = true;
+            place.enter();
+            place.leave();
+            timespec used{};
+            clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
+            seconds = static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) * 1e-9;
+        });
+        while (!isBegun) {
+            std::this_thread::yield();
+        }
+        std::this_thread::sleep_for(300ms);
+    }
+    waiting.join();
+    EXPECT_LT(seconds, 0.1);
 }
 
 } // namespace ForwardingGateTest
