@@ -2,6 +2,7 @@
 
 #include <cassert>
 #include <limits>
+#include <utility>
 
 #include "Tessel/Exceptions.h"
 #include "Tessel/TypeName.h"
@@ -66,22 +67,42 @@ void DecisionTable::noteChange(std::uint32_t label) {
     }
 }
 
+void DecisionTable::lookAtTables() {
+    for (Tessel::TableChanges& changes : labelChanges_) {
+        changes.restart();
+        changes.look(allPages, [this](std::uint32_t label) { noteChange(label); });
+    }
+    adjacencyChanges_.restart();
+    adjacencyChanges_.look(allPages, [this](std::uint32_t key) { makeAdjacencyVoid(key); });
+    seen_ = published_->tables().held();
+}
+
+void DecisionTable::lookAhead() {
+    if (!isAhead_ || isUpToDate()) {
+        return;
+    }
+    try {
+        lookAtTables();
+    } catch (const Tessel::CorruptionDetected&) {
+        isDamaged_ = true;
+    } catch (const Tessel::SnapshotLost&) {
+        // refresh() meets it again.
+    }
+}
+
 bool DecisionTable::takeChanges() {
     try {
-        for (Tessel::TableChanges& changes : labelChanges_) {
-            changes.restart();
-            changes.look(allPages, [this](std::uint32_t label) { noteChange(label); });
+        if (!std::exchange(isDamaged_, false)) {
+            lookAtTables();
+            return true;
         }
-        adjacencyChanges_.restart();
-        adjacencyChanges_.look(allPages, [this](std::uint32_t key) { makeAdjacencyVoid(key); });
-        seen_ = published_->tables().held();
     } catch (const Tessel::CorruptionDetected&) {
-        voidAll(); // what the damaged page has is unknown; the next call goes on behind it
-        return false;
+        // The next call goes on behind the damaged page.
     } catch (const Tessel::SnapshotLost&) {
         return false;
     }
-    return true;
+    voidAll(); // what the damaged page has is unknown
+    return false;
 }
 
 void DecisionTable::makeAdjacencyVoid(std::uint32_t adjacency) {

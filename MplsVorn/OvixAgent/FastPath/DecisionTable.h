@@ -23,7 +23,10 @@ class DecisionTable {
 
     /// Takes over what has changed up to the generation held. False while that cannot be read: no
     /// decision may be used then.
-    bool refresh() { return seen_ == published_->tables().held() || takeChanges(); }
+    bool refresh() { return isUpToDate() || takeChanges(); }
+    /// Takes most of the work from the next refresh() where decisions stay until they are replaced:
+    /// what others forward by does not change.
+    void lookAhead();
     /// Makes all decisions void.
     void voidAll();
 
@@ -67,7 +70,9 @@ class DecisionTable {
         std::uint32_t adjacency = 0; ///< key + 1; 0: the label is in no list
     };
 
+    bool isUpToDate() const noexcept { return seen_ == published_->tables().held(); }
     bool takeChanges();
+    void lookAtTables();
     void lookFromNothing();
     void noteChange(std::uint32_t label);
     void makeAdjacencyVoid(std::uint32_t adjacency);
@@ -80,6 +85,7 @@ class DecisionTable {
     Tessel::LazyArray<Link> links_;                ///< by label
     Tessel::LazyArray<std::uint32_t> ofAdjacency_; ///< the first label + 1; 0: none
     bool isAhead_ = false;                ///< decisions are replaced before they are asked for
+    bool isDamaged_ = false;              ///< damage was found ahead
     std::vector<std::uint32_t> awaiting_; ///< labels
     std::size_t nextAwaiting_ = 0;        ///< those before it have been taken
     std::uint32_t stamp_ = 1;

@@ -201,6 +201,7 @@ void FastPath::settleLeft() {
 
 /// Something has changed, which need not concern decisions.
 void FastPath::takeChanges() {
+    decided_.decisions.lookAhead();
     const ForwardingGate::Closed closed(tables_->gate);
     plain_ = noCount;
     if (mayBeOvertaken()) {

@@ -23,6 +23,13 @@ class DecisionTableTest : public ::testing::Test {
         decisions.dependsOnTables(label);
         decisions.at(label).stamp = decisions.stamp();
     }
+    std::set<std::uint32_t> awaited() {
+        std::set<std::uint32_t> labels;
+        while (decisions.areAwaited()) {
+            labels.insert(decisions.takeAwaiting());
+        }
+        return labels;
+    }
     bool isValid(std::uint32_t label) { return decisions.isValid(decisions.at(label)); }
     void routeIs(Mpls::TableId table, std::uint32_t label, std::uint32_t mtu = 1400) {
         const Vias vias{TableTesting::swapVia(mtu)};
@@ -190,13 +197,6 @@ TEST_F(DecisionTableTest, WhatADecisionRefersToIsReleasedWithIt) {
 TEST_F(DecisionTableTest, LabelsMayKeepTheirDecisionsUntilTheseAreReplaced) {
     routeIs(Mpls::TableId::decapLfib, 100);
     routeIs(Mpls::TableId::decapLfib, 101);
-    const auto awaited = [this] {
-        std::set<std::uint32_t> labels;
-        while (decisions.areAwaited()) {
-            labels.insert(decisions.takeAwaiting());
-        }
-        return labels;
-    };
     decisions.awaitsReplacing();
     EXPECT_TRUE(decisions.refresh());
     EXPECT_EQ(awaited(), (std::set<std::uint32_t>{100, 101}));
@@ -209,6 +209,44 @@ TEST_F(DecisionTableTest, LabelsMayKeepTheirDecisionsUntilTheseAreReplaced) {
     decisions.voidAll();
     EXPECT_TRUE(decisions.refresh());
     EXPECT_FALSE(isValid(100) || isValid(101));
+    EXPECT_EQ(awaited(), (std::set<std::uint32_t>{100, 101}));
+}
+
+TEST_F(DecisionTableTest, WhatIsToBeReplacedIsFoundAhead) {
+    decisions.awaitsReplacing();
+    EXPECT_TRUE(decisions.refresh());
+    decide(100);
+    routeIs(Mpls::TableId::decapLfib, 100);
+    decisions.lookAhead();
+    EXPECT_EQ(awaited(), std::set<std::uint32_t>{100});
+    EXPECT_TRUE(decisions.refresh());
+    EXPECT_TRUE(isValid(100));
+    EXPECT_FALSE(decisions.areAwaited());
+}
+
+TEST_F(DecisionTableTest, NothingIsFoundAheadWhereChangesVoidDecisions) {
+    decide(100);
+    routeIs(Mpls::TableId::decapLfib, 100);
+    decisions.lookAhead();
+    EXPECT_TRUE(isValid(100));
+    EXPECT_TRUE(decisions.refresh());
+    EXPECT_FALSE(isValid(100));
+}
+
+TEST_F(DecisionTableTest, DamageFoundAheadVoidsAllWithTheNextRefresh) {
+    routeIs(Mpls::TableId::decapLfib, 100);
+    decisions.awaitsReplacing();
+    EXPECT_TRUE(decisions.refresh());
+    decide(5000);
+    routeIs(Mpls::TableId::decapLfib, 101);
+    std::uint64_t& page = local.pageRefOf(Mpls::TableId::decapLfib, 100);
+    const std::uint64_t whole = std::exchange(page, ~std::uint64_t{0});
+    decisions.lookAhead();
+    EXPECT_TRUE(isValid(5000));
+    page = whole;
+    EXPECT_FALSE(decisions.refresh());
+    EXPECT_FALSE(isValid(5000));
+    EXPECT_TRUE(decisions.refresh());
     EXPECT_EQ(awaited(), (std::set<std::uint32_t>{100, 101}));
 }
 
