@@ -1,5 +1,6 @@
 #include "HeapCount.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <new>
 
@@ -10,7 +11,7 @@ std::uint64_t TestSupport::heapAllocations = 0;
 namespace {
 
 void* counted(void* memory) {
-    ++TestSupport::heapAllocations;
+    std::atomic_ref(TestSupport::heapAllocations).fetch_add(1, std::memory_order_relaxed);
     if (memory == nullptr) {
         throw std::bad_alloc();
     }
