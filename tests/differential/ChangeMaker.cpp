@@ -108,20 +108,20 @@ Step makeNeighbourChange(Random& random, const Network& network) {
     const std::uint32_t of = random.below(10);
     if (of < 7) {
         const Lumo::EthAddr mac{2, 0, 0, 1, static_cast<std::uint8_t>(port), random.byte()};
-        return {fmt::format("{}: at :{:02x}", name, mac.back()),
-                [address, port, mac](Router& router) {
-                    router.tables().neighbours.learn(address, port, mac);
-                }};
+        return {
+            fmt::format("{}: at :{:02x}", name, mac.back()), [address, port, mac](Router& router) {
+                router.change([&](auto& tables) { tables.neighbours.learn(address, port, mac); });
+            }};
     }
     if (of < 9) {
         return {name + ": forgotten", [address, port](Router& router) {
-                    router.tables().neighbours.forget(address, port);
+                    router.change([&](auto& tables) { tables.neighbours.forget(address, port); });
                 }};
     }
     return {name + ": fails, and waiting packets are settled", [address, port](Router& router) {
-                router.tables().neighbours.fail(address, port);
+                router.change([&](auto& tables) { tables.neighbours.fail(address, port); });
                 router.settleWaiting(false);
-                router.tables().neighbours.clearFailed();
+                router.change([&](auto& tables) { tables.neighbours.clearFailed(); });
             }};
 }
 
@@ -133,14 +133,16 @@ Step portChange(Random& random, Network& network) {
     const std::uint32_t of = random.below(8);
     if (of < 2) {
         const auto mtu = random.pick<std::uint32_t>({68, 90, 100, 576, 1500, 9000, 65535});
-        return {fmt::format("port {}: mtu {}", name, mtu),
-                [port, mtu](Router& router) { router.tables().ports.mtuIs(port, mtu); }};
+        return {fmt::format("port {}: mtu {}", name, mtu), [port, mtu](Router& router) {
+                    router.change([&](auto& tables) { tables.ports.mtuIs(port, mtu); });
+                }};
     }
     if (of < 4) {
         const Lumo::EthAddr mac{2, 0, 0, 2, static_cast<std::uint8_t>(port), random.byte()};
         network.ports[port].mac = mac;
-        return {fmt::format("port {}: mac :{:02x}", name, mac.back()),
-                [port, mac](Router& router) { router.tables().ports.macIs(port, mac); }};
+        return {fmt::format("port {}: mac :{:02x}", name, mac.back()), [port, mac](Router& router) {
+                    router.change([&](auto& tables) { tables.ports.macIs(port, mac); });
+                }};
     }
     const bool isUp = of < 7;
     return {fmt::format("port {}: {}", name, isUp ? "up" : "down"),
@@ -150,7 +152,9 @@ Step portChange(Random& random, Network& network) {
 /// A pseudowire is signalled, in the place of those before, or none is.
 Step pseudowireChange(Random& random, const Network& network) {
     if (random.chance(60)) {
-        return {"no pseudowires", [](Router& router) { router.tables().signalledAre({}); }};
+        return {"no pseudowires", [](Router& router) {
+                    router.change([&](auto& tables) { tables.signalledAre({}); });
+                }};
     }
     L2::Pseudowire pseudowire;
     pseudowire.name = "signalled";
@@ -164,7 +168,9 @@ Step pseudowireChange(Random& random, const Network& network) {
     return {fmt::format("pseudowire at {}: label {} to {}, control word {}, {}", pseudowire.circuit,
                         pseudowire.remoteLabel, pseudowire.neighbour.text(), pseudowire.controlWord,
                         Tessel::wordOf(pseudowire.state)),
-            [pseudowire](Router& router) { router.tables().signalledAre({pseudowire}); }};
+            [pseudowire](Router& router) {
+                router.change([&](auto& tables) { tables.signalledAre({pseudowire}); });
+            }};
 }
 
 Step mvpnChange(Random& random) {

@@ -34,7 +34,12 @@ class Router {
 
     // What changes of a script work on.
     Mpls::TablePublisher& publisher() noexcept { return publisher_; }
-    OvixAgent::ForwardingTables& tables() noexcept { return tables_; }
+    /// `change(tables)` of what workers share: behind the closed gate, as in the agent.
+    template <typename Change>
+    void change(const Change& change) {
+        const OvixAgent::ForwardingGate::Closed closed(tables_.gate);
+        change(tables_);
+    }
     Ovix::PluginManager& manager() noexcept { return *state_->manager(); }
     /// Goes over to another configuration of the script, as at a reload.
     void configure(std::size_t config);
