@@ -40,8 +40,9 @@ inline std::vector<RecordedMessage> messagesOf(const std::string& recording) {
 /// The bytes at the end of a refusal, as they would read if those at its place were skipped.
 inline bool namesItsBytes(const std::string& refusal, const Bytes& bytes) {
     const std::size_t at = std::stoul(refusal.substr(std::string("at byte ").size()));
-    const std::string hex = std::strrchr(refusal.c_str(), ':');
-    const std::size_t size = (hex.size() - 1) / 3;
+    const char* const colon = std::strrchr(refusal.c_str(), ':');
+    const std::string hex = colon != nullptr ? colon : "";
+    const std::size_t size = hex.size() / 3;
     return size > 0 && at <= bytes.size() && size <= bytes.size() - at &&
            OvixFpm::skipped(at, OvixFpm::Bytes(bytes).subspan(at, size), "").what ==
                "at byte " + std::to_string(at) + ": " + hex;
